@@ -1,0 +1,127 @@
+#include "KrAppFiles.h"
+
+#include "KrAppFailure.h"
+#include "KrAppMessages.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr const char* kPictureFormats[] = {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".tga"};
+constexpr const char* kVideoFormats[] = {".mp4", ".mkv", ".webm", ".gif", ".mov", ".avi"};
+
+std::string extensionOf(const std::string& path)
+{
+    std::string extension = fs::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension;
+}
+
+/// A run of "%", digits and "d"; npos for none.
+struct Number
+{
+    std::size_t start = std::string::npos;
+    std::size_t length = 0;
+    unsigned int width = 0;
+};
+
+Number findNumber(const std::string& pattern, std::size_t from)
+{
+    Number found;
+    const std::size_t start = pattern.find('%', from);
+    if (start == std::string::npos) {
+        return found;
+    }
+    std::size_t end = start + 1;
+    while (end < pattern.size() && std::isdigit(static_cast<unsigned char>(pattern[end]))) {
+        found.width = std::min(found.width * 10 + static_cast<unsigned int>(pattern[end] - '0'), 100u);
+        ++end;
+    }
+    if (end >= pattern.size() || pattern[end] != 'd' || found.width > 20) {
+        throw KrAppFailure(KrAppFailure::WrongUsage,
+                           "-o " + pattern + ": the frame number is written %d or %04d, nothing else follows a %");
+    }
+    found.start = start;
+    found.length = end + 1 - start;
+    return found;
+}
+
+} // namespace
+
+void KrAppFiles::checkPictureFormat(const std::string& path)
+{
+    const std::string extension = extensionOf(path);
+    if (std::find(std::begin(kPictureFormats), std::end(kPictureFormats), extension) != std::end(kPictureFormats)) {
+        return;
+    }
+    if (isVideo(path)) {
+        throw KrAppFailure(KrAppFailure::WrongUsage, path + " is a video: it needs --trajectory");
+    }
+    throw KrAppFailure(KrAppFailure::WrongUsage,
+                       path + (extension.empty() ? ": a picture's name ends in" : ": pictures are written as") +
+                           " .png, .jpg, .tif, .bmp or .tga");
+}
+
+void KrAppFiles::checkWritable(const std::string& path)
+{
+    std::error_code error;
+    if (fs::is_directory(path, error)) {
+        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": it is a folder");
+    }
+    fs::path folder = fs::path(path).parent_path();
+    folder = folder.empty() ? fs::path(".") : folder;
+    if (!fs::is_directory(folder, error)) {
+        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": there is no folder " + folder.string());
+    }
+    if (access(folder.c_str(), W_OK | X_OK) != 0) {
+        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": " + std::strerror(errno));
+    }
+}
+
+bool KrAppFiles::isVideo(const std::string& path)
+{
+    const std::string extension = extensionOf(path);
+    return std::find(std::begin(kVideoFormats), std::end(kVideoFormats), extension) != std::end(kVideoFormats);
+}
+
+std::string KrAppFiles::frameFile(const std::string& pattern, std::size_t number)
+{
+    const std::string digits = std::to_string(number);
+    const auto padded = [&digits](unsigned int width) {
+        return digits.size() < width ? std::string(width - digits.size(), '0') + digits : digits;
+    };
+    const Number place = findNumber(pattern, 0);
+    if (place.start == std::string::npos) {
+        const fs::path path(pattern);
+        return (path.parent_path() / (path.stem().string() + "_" + padded(4) + path.extension().string())).string();
+    }
+    if (pattern.find('%', place.start + place.length) != std::string::npos) {
+        throw KrAppFailure(KrAppFailure::WrongUsage, "-o " + pattern + ": one frame number is enough");
+    }
+    return pattern.substr(0, place.start) + padded(place.width) + pattern.substr(place.start + place.length);
+}
+
+void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages)
+{
+    if (!picture.writeFile(path, KrImage::BottomRowFirst)) {
+        throw KrAppFailure(KrAppFailure::CouldNot,
+                           "cannot write " + path + ": " + messages.lastReason("the disk refuses it"));
+    }
+}
+
+std::string KrAppFiles::temporaryName(const std::string& path)
+{
+    const fs::path whole(path);
+    const std::string name = whole.stem().string() + ".tmp" + std::to_string(getpid()) + whole.extension().string();
+    return (whole.parent_path() / name).string();
+}

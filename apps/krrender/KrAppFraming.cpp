@@ -1,0 +1,154 @@
+#include "KrAppFraming.h"
+
+#include <toolkit/geometry/KrGridPhysicalExtent.h>
+#include <toolkit/geometry/KrTriPhysicalExtent.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+constexpr double kFilledPart = 0.94;       // of the picture's width or height
+constexpr double kNearestToEye = 0.15;     // of the distance to the middle: nothing comes closer to the eye
+constexpr double kSmallestDistance = 0.05; // m
+
+/// `up` made perpendicular to `towards`; another direction when the two are parallel.
+KrVector uprightTo(const KrVector& towards, const KrVector& up)
+{
+    for (const KrVector& candidate : {up, KrVector(1.0, 0.0, 0.0), KrVector(0.0, 0.0, 1.0)}) {
+        KrVector across = candidate.cross(towards);
+        if (across.length() > 1e-6 * candidate.length()) {
+            KrVector upright = towards.cross(across);
+            upright.normalize();
+            return upright;
+        }
+    }
+    return {0.0, 1.0, 0.0};
+}
+
+void addExtent(KrAppFraming& framing, const KrBasePhysicalExtent& extent,
+               const KrCoordinateSystemTransformation& toWorld)
+{
+    if (const auto* const grid = dynamic_cast<const KrGridPhysicalExtent*>(&extent)) {
+        double scale = 0.0;
+        KrVector low, high, cells, inflection;
+        grid->layout(scale, low, high, cells, inflection);
+        for (unsigned int i = 0; i < 8; ++i) {
+            const KrVector corner((i & 1u) ? high.x() : low.x(), (i & 2u) ? high.y() : low.y(),
+                                  (i & 4u) ? high.z() : low.z());
+            framing.add(toWorld.transformPoint(corner));
+        }
+        return;
+    }
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent.triExtent();
+    if (!mesh) {
+        return;
+    }
+    for (const KrVector& vertex : mesh->vertices()) {
+        framing.add(toWorld.transformPoint(vertex));
+    }
+}
+
+void addLink(KrAppFraming& framing, const KrManipulatorLink& link, const KrCoordinateSystemTransformation& dhToWorld)
+{
+    for (unsigned int i = 0; i < link.numShapes(); ++i) {
+        const KrShape* const shape = link.shape(i);
+        if (shape && shape->physicalExtent()) {
+            addExtent(framing, *shape->physicalExtent(), dhToWorld);
+        }
+    }
+}
+
+} // namespace
+
+KrAppFraming::KrAppFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio)
+    : m_towards(towardsEye)
+    , m_fieldOfView(fieldOfView)
+{
+    m_towards.normalize();
+    m_up = uprightTo(m_towards, up);
+    m_right = m_up.cross(m_towards);
+    m_vertical.slope = kFilledPart * std::tan(0.5 * fieldOfView);
+    m_horizontal.slope = m_vertical.slope * aspectRatio;
+}
+
+void KrAppFraming::Sides::add(double x, double z, bool isFirst)
+{
+    for (unsigned int i = 0; i < kNumSlopes; ++i) {
+        const double tz = slopeAt(i) * z;
+        positive[i] = isFirst ? x + tz : std::max(positive[i], x + tz);
+        negative[i] = isFirst ? tz - x : std::max(negative[i], tz - x);
+    }
+}
+
+double KrAppFraming::Sides::middle(double z) const
+{
+    unsigned int i = 0;
+    while (i + 1 < kNumSlopes && distance(i) > z) {
+        ++i;
+    }
+    return 0.5 * (positive[i] - negative[i]);
+}
+
+void KrAppFraming::add(const KrVector& point)
+{
+    const double z = m_towards.dot(point);
+    const bool isFirst = m_numPoints++ == 0;
+    m_horizontal.add(m_right.dot(point), z, isFirst);
+    m_vertical.add(m_up.dot(point), z, isFirst);
+    if (isFirst) {
+        m_nearest = z;
+        m_low = m_high = point;
+        return;
+    }
+    m_nearest = std::max(m_nearest, z);
+    for (unsigned int i = 0; i < 3; ++i) {
+        m_low[i] = std::min(m_low[i], point[i]);
+        m_high[i] = std::max(m_high[i], point[i]);
+    }
+}
+
+void KrAppFraming::add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state)
+{
+    std::vector<KrCoordinateSystemTransformation> poses;
+    for (unsigned int m = 0; m < system.manipulators().size() && m < state.positionStates().size(); ++m) {
+        const KrIndividualManipulator& manipulator = system.manipulators()[m];
+        const KrPositionState& position = state.positionStates()[m];
+        if (!manipulator.linkPoses(position, poses)) {
+            continue;
+        }
+        addLink(*this, manipulator,
+                manipulator.placement() * position.baseTransformation() * manipulator.baseDhFrame());
+        const std::vector<const KrManipulatorLink*> links = manipulator.links();
+        for (std::size_t j = 0; j < links.size() && j < poses.size(); ++j) {
+            addLink(*this, *links[j], manipulator.placement() * poses[j] * links[j]->jointKinematics().dhFrame());
+        }
+    }
+}
+
+KrVector KrAppFraming::center() const
+{
+    return 0.5 * (m_low + m_high);
+}
+
+KrPovParameters KrAppFraming::pov() const
+{
+    KrPovParameters pov;
+    pov.setFieldOfView(m_fieldOfView);
+    pov.setUp(m_up);
+    if (isEmpty()) {
+        pov.setCenterOfInterest({0.0, 0.0, 0.0});
+        pov.setEyepoint(3.0 * m_towards);
+        return pov;
+    }
+    const double middle = m_towards.dot(center());
+    const double fitted = std::max(m_horizontal.distance(kNumSlopes - 1), m_vertical.distance(kNumSlopes - 1));
+    // In a wide angle the sides alone would let the eye into what it looks at.
+    const double z = std::max(
+        {fitted, m_nearest + kNearestToEye * (m_nearest - middle), m_nearest + 1e-3, middle + kSmallestDistance});
+    const KrVector eye = m_horizontal.middle(z) * m_right + m_vertical.middle(z) * m_up + z * m_towards;
+    pov.setEyepoint(eye);
+    pov.setCenterOfInterest(eye - (z - middle) * m_towards);
+    return pov;
+}

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <toolkit/geometry/KrVector.h>
+#include <toolkit/system/KrStatedSystem.h>
+#include <toolkit/visualization/KrPovParameters.h>
+
+/// Chooses a point of view from which everything fits the picture tightly.
+///
+/// Points come one after the other; nothing is kept of them but what the four sides of the view need. World frame, m.
+class KrAppFraming
+{
+public:
+    /// @param towardsEye   from the scene to the eye; any non-zero length
+    /// @param up           up in the picture; replaced by a sideways direction where it is parallel to `towardsEye`
+    /// @param fieldOfView  full vertical angle, rad, in (0, pi)
+    /// @param aspectRatio  picture width / height, > 0
+    KrAppFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio);
+
+    void add(const KrVector& point);
+    /// Every corner of every visible shape of `system`, posed by `state`, which fits the system.
+    void add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state);
+
+    bool isEmpty() const { return m_numPoints == 0; }
+    /// The middle of the bounding box; the origin when there is no point.
+    KrVector center() const;
+
+    /// The nearest eye point, in the direction that was asked for, from which every point is inside the four sides
+    /// with a margin, and the points fill the picture's width or height evenly.
+    ///
+    /// For a side whose plane has slope t a point (x, y, z) in camera axes is inside when x + t z <= ex + t ez: the
+    /// largest left sides of two opposite planes give the eye's place between them and its distance. In the direction
+    /// that is not filled, narrower planes (smaller t) that hold everything from that distance put it in the middle.
+    /// Without points: looks at the origin from 3 m away.
+    KrPovParameters pov() const;
+
+private:
+    static constexpr unsigned int kNumSlopes = 12;
+
+    /// Two opposite sides of the view, for slopes from a twelfth of the picture's to the whole.
+    struct Sides
+    {
+        double slope = 0.0;               ///< of the picture's sides, margin taken off
+        double positive[kNumSlopes] = {}; ///< largest x + t z
+        double negative[kNumSlopes] = {}; ///< largest -x + t z
+
+        double slopeAt(unsigned int i) const { return slope * (i + 1) / kNumSlopes; }
+        void add(double x, double z, bool isFirst);
+        /// The smallest distance from which everything is between the sides of slope `i`.
+        double distance(unsigned int i) const { return (positive[i] + negative[i]) / (2.0 * slopeAt(i)); }
+        /// The eye's place between them, at `z`.
+        double middle(double z) const;
+    };
+
+    KrVector m_right;   ///< camera x in world axes
+    KrVector m_up;      ///< camera y
+    KrVector m_towards; ///< camera z, to the eye
+    double m_fieldOfView;
+    Sides m_horizontal;
+    Sides m_vertical;
+    double m_nearest = 0.0; ///< largest z
+    KrVector m_low;
+    KrVector m_high;
+    std::size_t m_numPoints = 0;
+};

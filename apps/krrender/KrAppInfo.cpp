@@ -1,0 +1,161 @@
+#include "KrAppInfo.h"
+
+#include "KrAppRobot.h"
+
+#include <toolkit/geometry/KrGridPhysicalExtent.h>
+#include <toolkit/geometry/KrTriPhysicalExtent.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace
+{
+
+constexpr double kDegreesPerRadian = 180.0 / 3.14159265358979323846;
+
+std::string number(double value)
+{
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.4g", value);
+    return buffer;
+}
+
+/// With a comma after each three digits.
+std::string grouped(std::size_t value)
+{
+    std::string digits = std::to_string(value);
+    for (std::size_t at = digits.size(); at > 3; at -= 3) {
+        digits.insert(at - 3, ",");
+    }
+    return digits;
+}
+
+std::string counted(std::size_t count, const std::string& one)
+{
+    return grouped(count) + " " + one + (count == 1 ? "" : "s");
+}
+
+std::string jointText(const KrJointKinematics& joint)
+{
+    using Type = KrJointKinematics::Type;
+    std::string text;
+    switch (joint.type()) {
+    case Type::Fixed:
+        return "fixed";
+    case Type::Continuous:
+        text = "continuous";
+        break;
+    case Type::Revolute:
+        text = "revolute " + number(joint.lowerLimit() * kDegreesPerRadian) + " to " +
+               number(joint.upperLimit() * kDegreesPerRadian) + " deg";
+        break;
+    case Type::Prismatic:
+        text = "prismatic " + number(joint.lowerLimit()) + " to " + number(joint.upperLimit()) + " m";
+        break;
+    }
+    if (joint.isMimic()) {
+        text += ", follows " + joint.mimicMaster() + " x " + number(joint.mimicMultiplier());
+        if (joint.mimicOffset() != 0.0) {
+            text += (joint.mimicOffset() < 0.0 ? " - " : " + ") + number(std::abs(joint.mimicOffset()));
+        }
+    }
+    return text;
+}
+
+std::string shapeText(const KrManipulatorLink& link)
+{
+    std::size_t triangles = 0;
+    std::size_t fields = 0;
+    for (unsigned int i = 0; i < link.numShapes(); ++i) {
+        const KrShape* const shape = link.shape(i);
+        const KrBasePhysicalExtent* const extent = shape ? shape->physicalExtent() : nullptr;
+        fields += dynamic_cast<const KrGridPhysicalExtent*>(extent) ? 1 : 0;
+        const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent ? extent->triExtent() : nullptr;
+        triangles += mesh ? mesh->numTriangles() : 0;
+    }
+    if (link.numShapes() == 0) {
+        return "no shape";
+    }
+    std::string text = link.numShapes() > 1 ? counted(link.numShapes(), "shape") + ", " : "";
+    text += fields < link.numShapes() ? counted(triangles, "triangle") : "";
+    text += fields > 0 ? (fields < link.numShapes() ? ", " : "") + counted(fields, "field") : "";
+    return text;
+}
+
+/// A line of the tree: what stands on the left and what is told about it.
+struct Row
+{
+    std::string tree;
+    std::size_t width = 0; ///< columns that `tree` takes
+    std::string joint;
+    std::string kind;
+    std::string shapes;
+};
+
+/// Columns of a UTF-8 text, one for each character.
+std::size_t columnsOf(const std::string& text)
+{
+    return static_cast<std::size_t>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0u) != 0x80u; }));
+}
+
+void addRows(const KrManipulatorLink& link, const std::string& indent, const std::string& branch, bool isBase,
+             std::vector<Row>& rows)
+{
+    Row row;
+    row.tree = indent + branch + link.name();
+    row.width = columnsOf(row.tree);
+    row.joint = isBase ? "" : link.jointKinematics().name();
+    row.kind = isBase ? "" : jointText(link.jointKinematics());
+    row.shapes = shapeText(link);
+    rows.push_back(row);
+    const KrXmlVectorType<KrManipulatorLink>& children = link.childLinks();
+    const std::string below = isBase ? "" : indent + (branch == "└─ " ? "   " : "│  ");
+    for (unsigned int i = 0; i < children.size(); ++i) {
+        addRows(children[i], below, i + 1 == children.size() ? "└─ " : "├─ ", false, rows);
+    }
+}
+
+std::string padded(const std::string& text, std::size_t columns, std::size_t width)
+{
+    return text + std::string(width > columns ? width - columns : 0, ' ');
+}
+
+} // namespace
+
+std::string krAppInfo(const KrAppRobot& robot)
+{
+    const KrImportReport::Counts& counts = robot.report.counts();
+    std::string text = robot.report.robot() + " (" + robot.report.file() + ")\n\n";
+    for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
+        std::vector<Row> rows;
+        addRows(manipulator, "", "", true, rows);
+        std::size_t treeWidth = 0;
+        std::size_t jointWidth = 0;
+        std::size_t kindWidth = 0;
+        double mass = manipulator.massProperties().mass();
+        for (const Row& row : rows) {
+            treeWidth = std::max(treeWidth, row.width);
+            jointWidth = std::max(jointWidth, columnsOf(row.joint));
+            kindWidth = std::max(kindWidth, columnsOf(row.kind));
+        }
+        for (const KrManipulatorLink* link : manipulator.links()) {
+            mass += link->massProperties().mass();
+        }
+        text += manipulator.name() + ": " + counted(rows.size(), "link") +
+                (mass > 0.0 ? ", " + number(mass) + " kg" : "") + "\n";
+        for (const Row& row : rows) {
+            std::string line = "  " + padded(row.tree, row.width, treeWidth) + "  " +
+                               padded(row.joint, columnsOf(row.joint), jointWidth) + "  " +
+                               padded(row.kind, columnsOf(row.kind), kindWidth) + "  " + row.shapes;
+            text += line + "\n";
+        }
+        text += "\n";
+    }
+    text += "In all: " + counted(counts.links, "link") + ", " + counted(counts.joints, "joint") + " (" +
+            grouped(counts.movableJoints) + " move, " + grouped(counts.mimicJoints) + " of them follow another), " +
+            counted(counts.visuals, "shape") + ", " + counted(robot.numTriangles(), "triangle");
+    text += counts.missingMeshes > 0 ? ", " + counted(counts.missingMeshes, "missing mesh") + "\n" : "\n";
+    return text;
+}

@@ -1,0 +1,77 @@
+#include "KrAppMessages.h"
+
+#include <cctype>
+
+/// Takes what would go to the standard error stream.
+class KrAppMessages::SceneGraphMessages : public osg::NotifyHandler
+{
+public:
+    explicit SceneGraphMessages(std::vector<std::string>& texts)
+        : m_texts(texts)
+    {
+    }
+    void notify(osg::NotifySeverity severity, const char* message) override
+    {
+        const std::string text = oneLine(message);
+        if (severity <= osg::WARN && !text.empty()) {
+            m_texts.push_back(text);
+        }
+    }
+
+private:
+    std::vector<std::string>& m_texts;
+};
+
+KrAppMessages::KrAppMessages()
+    : m_handlerBefore(osg::getNotifyHandler())
+{
+    m_before = Kr::Print::instance()->setSink([this](Kr::Print::Type type, const std::string& text) {
+        if (type >= Kr::Print::Warning) {
+            m_last = sentence(text);
+            m_texts.push_back(m_last);
+        }
+    });
+    osg::setNotifyHandler(new SceneGraphMessages(m_texts));
+}
+
+KrAppMessages::~KrAppMessages()
+{
+    osg::setNotifyHandler(m_handlerBefore.get());
+    Kr::Print::instance()->setSink(m_before);
+}
+
+void KrAppMessages::clear()
+{
+    m_texts.clear();
+    m_last.clear();
+}
+
+std::string KrAppMessages::oneLine(const std::string& text)
+{
+    std::string line;
+    for (const char c : text) {
+        const bool isSpace = std::isspace(static_cast<unsigned char>(c)) != 0;
+        if (!isSpace) {
+            line += c;
+        } else if (!line.empty() && line.back() != ' ') {
+            line += ' ';
+        }
+    }
+    while (!line.empty() && (line.back() == ' ' || line.back() == '.')) {
+        line.pop_back();
+    }
+    return line;
+}
+
+std::string KrAppMessages::sentence(const std::string& text)
+{
+    const std::string line = oneLine(text);
+    const std::size_t dash = line.find(" - ");
+    const bool hasOrigin = dash != std::string::npos && line.find("::") < dash && line.find(' ') == dash;
+    return hasOrigin ? line.substr(dash + 3) : line;
+}
+
+std::string KrAppMessages::lastReason(const std::string& fallback) const
+{
+    return m_last.empty() ? fallback : m_last;
+}

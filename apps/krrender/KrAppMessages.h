@@ -1,0 +1,41 @@
+#pragma once
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/Notify>
+#include <osg/ref_ptr>
+
+#include <string>
+#include <vector>
+
+/// Collects what the libraries say while the program works, so that a failure is told in one sentence and warnings are
+/// shown together at the end. While it lives it is the sink of Kr::Print and of the scene graph's messages.
+class KrAppMessages
+{
+public:
+    KrAppMessages();
+    ~KrAppMessages();
+    KrAppMessages(const KrAppMessages&) = delete;
+    KrAppMessages& operator=(const KrAppMessages&) = delete;
+
+    /// The toolkit's last message as `sentence`; `fallback` when there is none.
+    std::string lastReason(const std::string& fallback) const;
+    /// Forgets what was said so far: it has been told in another way.
+    void clear();
+    /// Everything that was said, as `sentence`s.
+    const std::vector<std::string>& texts() const { return m_texts; }
+
+    /// One line without "Class::method - " at its beginning, which tells a user nothing.
+    static std::string sentence(const std::string& text);
+
+    /// One line of `text`: line ends and runs of white space become one space, the full stop at its end goes.
+    static std::string oneLine(const std::string& text);
+
+private:
+    class SceneGraphMessages;
+
+    Kr::Print::Sink m_before;
+    osg::ref_ptr<osg::NotifyHandler> m_handlerBefore;
+    std::vector<std::string> m_texts;
+    std::string m_last;
+};

@@ -1,0 +1,250 @@
+#include "KrAppOptions.h"
+
+#include "KrAppFailure.h"
+#include "KrAppMessages.h"
+#include "KrAppValue.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+
+namespace
+{
+
+constexpr double kDegree = 3.14159265358979323846 / 180.0;
+constexpr double kDefaultAzimuth = -50.0;  // degrees: the robot looks along +x, past the viewer's right shoulder
+constexpr double kDefaultElevation = 22.0; // degrees
+
+[[noreturn]] void wrongUsage(const std::string& sentence)
+{
+    throw KrAppFailure(KrAppFailure::WrongUsage, sentence);
+}
+
+/// The options as they were typed; checked by the functions below.
+struct Words
+{
+    std::string size;
+    std::string background;
+    std::string eye;
+    std::string lookAt;
+    std::string up;
+    std::string fieldOfView;
+    std::string azimuth;
+    std::string elevation;
+    std::string framesPerSecond;
+    std::vector<std::string> joints;
+};
+
+void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
+{
+    app.add_option("ROBOT", options.robot, "Robot description (URDF) or native system (XML)")->type_name("FILE");
+
+    app.add_option("-o,--output", options.output,
+                   "Picture to write (.png .jpg .tif .bmp .tga); with --trajectory a pattern (frames/%04d.png) or a "
+                   "video (.mp4 .mkv .webm .gif)")
+        ->type_name("FILE")
+        ->group("Output");
+    app.add_option("--depth", options.depth, "Depth picture to write: grey, nearer is darker, background black")
+        ->type_name("FILE")
+        ->group("Output");
+    app.add_flag("--info", options.info, "Print links, joints, limits and triangle counts")->group("Output");
+    app.add_option("--convert", options.convert, "Write the system, as it would be drawn, as native XML")
+        ->type_name("FILE")
+        ->group("Output");
+    app.add_option("--report", options.report, "Write what the import found and mended as JSON")
+        ->type_name("FILE")
+        ->group("Output");
+    app.add_flag("--doctor", options.doctor, "Try every way to an OpenGL context and say what it needs")
+        ->group("Output");
+
+    app.add_option("--size", words.size, "Width and height in pixels [1280x960]")->type_name("WxH")->group("Picture");
+    app.add_option("--samples", options.samples, "Drawn pixels per pixel: 1, 4, 9 or 16 [4]")
+        ->type_name("N")
+        ->group("Picture");
+    app.add_option("--background", words.background, "Colour: a name, #rrggbb, or r,g,b from 0 to 1 [#eef0f4]")
+        ->type_name("COLOUR")
+        ->group("Picture");
+
+    app.add_option("--azimuth", words.azimuth, "Direction of the eye about z, from +x, in degrees [-50]")
+        ->type_name("DEG")
+        ->group("Camera");
+    app.add_option("--elevation", words.elevation, "Height of the eye over the horizon in degrees [22]")
+        ->type_name("DEG")
+        ->group("Camera");
+    app.add_option("--eye", words.eye, "Eye point in metres instead of the automatic one")
+        ->type_name("X,Y,Z")
+        ->group("Camera");
+    app.add_option("--look-at", words.lookAt, "Point in the middle of the picture")
+        ->type_name("X,Y,Z")
+        ->group("Camera");
+    app.add_option("--up", words.up, "Direction that is up in the picture [0,0,1]")
+        ->type_name("X,Y,Z")
+        ->group("Camera");
+    app.add_option("--fov", words.fieldOfView, "Vertical field of view in degrees [30]")
+        ->type_name("DEG")
+        ->group("Camera");
+    app.add_flag("--file-view", options.useFileView, "Point of view, lights and background of the native system file")
+        ->group("Camera");
+
+    app.add_option("-j,--joint", words.joints,
+                   "A position in radians or metres, or with a unit: 30deg, 20mm; repeatable")
+        ->allow_extra_args(false)
+        ->type_name("NAME=VALUE")
+        ->group("Pose");
+    app.add_option("--state", options.state, "State of the whole system (XML)")->type_name("FILE")->group("Pose");
+    app.add_option("--trajectory", options.trajectory, "CSV: a header that names joints, then a row for each frame")
+        ->type_name("FILE")
+        ->group("Pose");
+    app.add_option("--fps", words.framesPerSecond, "Frames per second of a video [30]")->type_name("N")->group("Pose");
+
+    app.add_option("--package-path", options.packagePaths, "Folder in which packages are looked for; repeatable")
+        ->allow_extra_args(false)
+        ->type_name("DIR")
+        ->group("Import");
+    app.add_flag("--strict", options.strict, "A missing mesh is an error")->group("Import");
+
+    app.add_flag("-q,--quiet", options.quiet, "Print errors only")->group("Other");
+    app.set_help_flag("-h,--help", "Print this help")->group("Other");
+    app.set_version_flag("--version", "krrender " KR_VERSION)->group("Other");
+}
+
+void readSize(const std::string& text, KrAppOptions& options)
+{
+    unsigned long width = 0;
+    unsigned long height = 0;
+    if (!KrAppValue::size(text, width, height)) {
+        wrongUsage("--size " + text + ": a size is WIDTHxHEIGHT in whole pixels, 1280x960 for one");
+    }
+    const auto isDrawable = [](unsigned long n) { return n > 0 && n <= KrAppOptions::kLargestSize; };
+    if (!isDrawable(width) || !isDrawable(height)) {
+        wrongUsage("--size " + text + ": width and height must be from 1 to " +
+                   std::to_string(KrAppOptions::kLargestSize) + " pixels");
+    }
+    options.width = static_cast<unsigned int>(width);
+    options.height = static_cast<unsigned int>(height);
+}
+
+/// `text` as a number from `low` to `high`, both allowed.
+double readNumber(const char* option, const std::string& text, double low, double high)
+{
+    double value = 0.0;
+    if (!KrAppValue::number(text, value)) {
+        wrongUsage(std::string(option) + " " + text + ": this is no number");
+    }
+    if (value < low || value > high) {
+        char limits[80];
+        std::snprintf(limits, sizeof limits, "must be from %g to %g", low, high);
+        wrongUsage(std::string(option) + " " + text + ": " + limits);
+    }
+    return value;
+}
+
+std::optional<KrVector> readVector(const char* option, const std::string& text)
+{
+    KrVector value;
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    if (!KrAppValue::vector(text, value)) {
+        wrongUsage(std::string(option) + " " + text + ": three numbers X,Y,Z are expected");
+    }
+    return value;
+}
+
+void readCamera(const Words& words, KrAppOptions& options)
+{
+    options.eye = readVector("--eye", words.eye);
+    options.lookAt = readVector("--look-at", words.lookAt);
+    options.up = readVector("--up", words.up);
+    if (options.up && options.up->length() == 0.0) {
+        wrongUsage("--up " + words.up + ": this vector has no direction");
+    }
+    if (options.eye && options.lookAt && (*options.eye - *options.lookAt).length() == 0.0) {
+        wrongUsage("--eye and --look-at are the same point");
+    }
+    if (!words.fieldOfView.empty()) {
+        options.fieldOfView = kDegree * readNumber("--fov", words.fieldOfView, 1.0, 170.0);
+    }
+    const auto angle = [](const char* option, const std::string& text, double fallback, double limit) {
+        return kDegree * (text.empty() ? fallback : readNumber(option, text, -limit, limit));
+    };
+    options.azimuth = angle("--azimuth", words.azimuth, kDefaultAzimuth, 360.0);
+    options.elevation = angle("--elevation", words.elevation, kDefaultElevation, 90.0);
+}
+
+void readJoints(const Words& words, KrAppOptions& options)
+{
+    for (const std::string& word : words.joints) {
+        const std::size_t sign = word.rfind('=');
+        if (sign == std::string::npos || sign == 0) {
+            wrongUsage("--joint " + word + ": NAME=VALUE is expected");
+        }
+        options.joints.emplace_back(word.substr(0, sign), word.substr(sign + 1));
+    }
+}
+
+void checkCombination(const KrAppOptions& options)
+{
+    if (options.doctor) {
+        return;
+    }
+    if (options.robot.empty()) {
+        wrongUsage("no robot was named: krrender ROBOT -o PICTURE (krrender --help tells more)");
+    }
+    if (!options.trajectory.empty() && options.output.empty()) {
+        wrongUsage("--trajectory needs -o: a pattern such as frames/%04d.png, or a video such as robot.mp4");
+    }
+    if (!options.drawsPictures() && !options.info && options.convert.empty() && options.report.empty()) {
+        wrongUsage("nothing to do: give -o PICTURE, --depth, --info, --convert or --report");
+    }
+    if (!options.trajectory.empty() && !options.depth.empty()) {
+        wrongUsage("--depth draws one picture and cannot be combined with --trajectory");
+    }
+    const unsigned int n = options.samples;
+    if (n != 1 && n != 4 && n != 9 && n != 16) {
+        wrongUsage("--samples " + std::to_string(n) + ": must be 1, 4, 9 or 16");
+    }
+}
+
+} // namespace
+
+bool KrAppOptions::parse(int argc, const char* const* argv)
+{
+    CLI::App app("Draws a robot: a URDF or a native system file becomes a picture, without a display.", "krrender");
+    app.footer("Examples:\n"
+               "  krrender arm.urdf -o arm.png\n"
+               "  krrender arm.urdf -o bent.png --joint joint_2=35deg --joint gripper_left=20mm --size 1920x1080\n"
+               "  krrender arm.urdf -o motion.mp4 --trajectory motion.csv --fps 25\n"
+               "  krrender arm.urdf --info\n"
+               "Exit status: 0 done, 1 could not be done, 2 wrong usage.");
+    Words words;
+    addOptions(app, *this, words);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& done) {
+        app.exit(done);
+        return false;
+    } catch (const CLI::ParseError& error) {
+        wrongUsage(KrAppMessages::oneLine(error.what()) + " (krrender --help lists the options)");
+    }
+
+    if (!words.size.empty()) {
+        readSize(words.size, *this);
+    }
+    if (!words.background.empty()) {
+        KrColor color;
+        if (!KrAppValue::color(words.background, color)) {
+            const std::vector<std::string> near = KrAppValue::nearest(words.background, KrAppValue::colorNames());
+            wrongUsage("--background " + words.background + ": a colour is a name, #rrggbb, or r,g,b from 0 to 1" +
+                       (near.empty() ? "" : "; did you mean " + near.front() + "?"));
+        }
+        background = color;
+    }
+    readCamera(words, *this);
+    readJoints(words, *this);
+    if (!words.framesPerSecond.empty()) {
+        framesPerSecond = readNumber("--fps", words.framesPerSecond, 0.1, 1000.0);
+    }
+    checkCombination(*this);
+    return true;
+}

@@ -1,0 +1,191 @@
+#include "KrAppRobot.h"
+
+#include "KrAppFailure.h"
+#include "KrAppMessages.h"
+#include "KrAppOptions.h"
+
+#include <import/KrRobotImporter.h>
+#include <toolkit/geometry/KrTriPhysicalExtent.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void couldNot(const std::string& sentence)
+{
+    throw KrAppFailure(KrAppFailure::CouldNot, sentence);
+}
+
+/// The beginning of the file, enough to find its first element in.
+std::string beginningOf(const std::string& path)
+{
+    constexpr std::size_t kLongestProlog = 65536;
+    std::error_code error;
+    if (!fs::exists(path, error)) {
+        couldNot(path + ": no such file");
+    }
+    if (fs::is_directory(path, error)) {
+        couldNot(path + " is a folder, not a file");
+    }
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        couldNot(path + " cannot be read: " + std::strerror(errno));
+    }
+    std::string text(kLongestProlog, '\0');
+    file.read(&text[0], static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+        couldNot(path + " is empty");
+    }
+    return text;
+}
+
+/// Names a texture in full when it lies beside the file that names it.
+void resolveTextures(KrMaterialMap& materials, const fs::path& folder)
+{
+    const KrMaterialMap before = materials;
+    for (const auto& [name, data] : before) {
+        std::string file;
+        std::error_code error;
+        if (!data.string("krTextureFilename", file) || fs::path(file).is_absolute() ||
+            !fs::exists(folder / file, error)) {
+            continue;
+        }
+        KrDataMap resolved = data;
+        resolved.setString("krTextureFilename", (folder / file).lexically_normal().string());
+        materials.set(name, resolved);
+    }
+}
+
+void resolveTextures(const KrManipulatorLink& link, const fs::path& folder)
+{
+    for (unsigned int i = 0; i < link.numShapes(); ++i) {
+        const KrShape* const shape = link.shape(i);
+        auto* const mesh = shape ? dynamic_cast<KrTriPhysicalExtent*>(shape->mutablePhysicalExtent()) : nullptr;
+        if (mesh && !mesh->materialMap().empty()) {
+            KrMaterialMap materials = mesh->materialMap();
+            resolveTextures(materials, folder);
+            mesh->setMaterialMap(materials);
+        }
+    }
+    for (const KrManipulatorLink& child : link.childLinks()) {
+        resolveTextures(child, folder);
+    }
+}
+
+void resolveTextures(KrManipulatorSystem& system, const fs::path& folder)
+{
+    for (KrIndividualManipulator& manipulator : system.manipulators()) {
+        resolveTextures(manipulator.materialMap(), folder);
+        resolveTextures(static_cast<const KrManipulatorLink&>(manipulator), folder);
+    }
+}
+
+std::size_t trianglesOf(const KrManipulatorLink& link)
+{
+    std::size_t sum = 0;
+    for (unsigned int i = 0; i < link.numShapes(); ++i) {
+        const KrShape* const shape = link.shape(i);
+        const KrBasePhysicalExtent* const extent = shape ? shape->physicalExtent() : nullptr;
+        const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent ? extent->triExtent() : nullptr;
+        sum += mesh ? mesh->numTriangles() : 0;
+    }
+    return sum;
+}
+
+/// What an import would have counted.
+void countNative(const KrAppRobot& robot, KrImportReport::Counts& counts)
+{
+    for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
+        const auto countLink = [&counts](const KrManipulatorLink& link) {
+            ++counts.links;
+            counts.visuals += link.numShapes();
+            counts.triangles += trianglesOf(link);
+        };
+        countLink(manipulator);
+        for (const KrManipulatorLink* link : manipulator.links()) {
+            countLink(*link);
+            ++counts.joints;
+            counts.movableJoints += link->jointKinematics().isMovable() ? 1 : 0;
+            counts.mimicJoints += link->jointKinematics().isMimic() ? 1 : 0;
+        }
+        counts.materials += manipulator.materialMap().size();
+    }
+}
+
+} // namespace
+
+std::string KrAppRobot::rootElement(const std::string& text)
+{
+    std::size_t at = 0;
+    while ((at = text.find('<', at)) != std::string::npos) {
+        const auto startsWith = [&](const char* word) { return text.compare(at, std::strlen(word), word) == 0; };
+        if (startsWith("<!--")) {
+            at = text.find("-->", at);
+        } else if (startsWith("<?") || startsWith("<!")) {
+            at = text.find('>', at);
+        } else {
+            const std::size_t end = text.find_first_of(" \t\r\n/>", at);
+            const std::string name = text.substr(at + 1, end == std::string::npos ? end : end - at - 1);
+            return name.substr(name.find(':') + 1); // npos + 1 is 0
+        }
+        if (at == std::string::npos) {
+            break;
+        }
+    }
+    return std::string();
+}
+
+void KrAppRobot::read(const KrAppOptions& options, KrAppMessages& messages)
+{
+    const std::string& path = options.robot;
+    const std::string text = beginningOf(path);
+    if (text.find('\0') != std::string::npos) {
+        couldNot(path + " is binary, neither a URDF nor a native system file");
+    }
+    const std::string root = rootElement(text);
+
+    if (root == "robot") {
+        KrImportOptions import;
+        import.packagePaths = options.packagePaths;
+        if (!KrRobotImporter::readFile(path, import, statedSystem(), report)) {
+            couldNot(messages.lastReason(path + " holds no robot that can be read"));
+        }
+        messages.clear(); // the report has them
+        return;
+    }
+
+    bool ok = false;
+    if (root == system.token().name) {
+        ok = hasView = system.readFile(path);
+    } else if (root == statedSystem().token().name) {
+        ok = statedSystem().readFile(path);
+    } else if (root == statedSystem().manipulatorSystem().token().name) {
+        KrManipulatorSystem bare;
+        ok = bare.readFile(path);
+        statedSystem() = KrStatedSystem(bare);
+    } else if (root.empty()) {
+        couldNot(path + " is no XML file");
+    } else {
+        couldNot(path + " begins with <" + root + ">, which is neither a URDF nor a native system file");
+    }
+    if (!ok) {
+        couldNot(messages.lastReason(path + " cannot be read"));
+    }
+    resolveTextures(statedSystem().manipulatorSystem(), fs::absolute(path).parent_path());
+    report.setFile(path);
+    report.setRobot(fs::path(path).stem().string());
+    countNative(*this, report.counts());
+}
+
+std::size_t KrAppRobot::numTriangles() const
+{
+    return report.counts().triangles;
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <import/KrImportReport.h>
+#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <string>
+
+class KrAppMessages;
+struct KrAppOptions;
+
+/// The system that the command line names, read and ready to be posed.
+struct KrAppRobot
+{
+    KrVisualizableStatedSystem system;
+    bool hasView = false; ///< the file brought visualization parameters of its own
+    KrImportReport report;
+
+    /// Reads a URDF or a native system file (visualizableStatedSystem, statedSystem or manipulatorSystem).
+    ///
+    /// What a native file names relative to itself (textures) is named in full afterwards.
+    /// Throws KrAppFailure (CouldNot): no such file, a folder, empty, binary, no system in it.
+    void read(const KrAppOptions& options, KrAppMessages& messages);
+
+    KrStatedSystem& statedSystem() { return system.statedSystem(); }
+    const KrStatedSystem& statedSystem() const { return system.statedSystem(); }
+    const KrXmlVectorType<KrIndividualManipulator>& manipulators() const
+    {
+        return statedSystem().manipulatorSystem().manipulators();
+    }
+    /// Of all visible shapes; a field has none.
+    std::size_t numTriangles() const;
+
+    /// The name of the first element of an XML text, without its prefix; empty when there is none.
+    static std::string rootElement(const std::string& text);
+};

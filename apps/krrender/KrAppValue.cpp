@@ -1,0 +1,231 @@
+#include "KrAppValue.h"
+
+#include <toolkit/xml/KrXmlText.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+namespace
+{
+
+constexpr double kDegree = 3.14159265358979323846 / 180.0;
+
+struct NamedColor
+{
+    const char* name;
+    unsigned int rgb;
+};
+
+constexpr NamedColor kColors[] = {
+    {"white", 0xFFFFFF},     {"black", 0x000000},     {"gray", 0x808080},     {"grey", 0x808080},
+    {"lightgray", 0xD3D3D3}, {"lightgrey", 0xD3D3D3}, {"darkgray", 0x404040}, {"darkgrey", 0x404040},
+    {"silver", 0xC0C0C0},    {"slategray", 0x708090}, {"red", 0xFF0000},      {"green", 0x008000},
+    {"blue", 0x0000FF},      {"navy", 0x000080},      {"skyblue", 0x87CEEB},  {"lightblue", 0xADD8E6},
+    {"cyan", 0x00FFFF},      {"teal", 0x008080},      {"yellow", 0xFFFF00},   {"orange", 0xFFA500},
+    {"magenta", 0xFF00FF},   {"purple", 0x800080},    {"brown", 0xA52A2A},    {"beige", 0xF5F5DC},
+};
+
+std::string trimmed(std::string_view text)
+{
+    const char* const spaces = " \t\r\n";
+    const std::size_t first = text.find_first_not_of(spaces);
+    if (first == std::string_view::npos) {
+        return std::string();
+    }
+    return std::string(text.substr(first, text.find_last_not_of(spaces) - first + 1));
+}
+
+std::string lowered(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+KrColor fromRgb(unsigned int rgb)
+{
+    return {((rgb >> 16) & 0xFFu) / 255.0, ((rgb >> 8) & 0xFFu) / 255.0, (rgb & 0xFFu) / 255.0};
+}
+
+bool hexColor(const std::string& digits, KrColor& value)
+{
+    unsigned int rgb = 0;
+    const char* const end = digits.data() + digits.size();
+    const std::from_chars_result result = std::from_chars(digits.data(), end, rgb, 16);
+    if (result.ec != std::errc() || result.ptr != end || (digits.size() != 3 && digits.size() != 6)) {
+        return false;
+    }
+    if (digits.size() == 3) {
+        rgb = ((rgb & 0xF00u) * 0x1100u) | ((rgb & 0x0F0u) * 0x110u) | ((rgb & 0x00Fu) * 0x11u);
+    }
+    value = fromRgb(rgb);
+    return true;
+}
+
+/// Insertions, deletions, replacements and swaps of neighbours that turn one word into the other.
+std::size_t distance(const std::string& a, const std::string& b)
+{
+    std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) {
+        for (std::size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                d[i][j] = i + j;
+                continue;
+            }
+            const std::size_t replaced = d[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, replaced});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return d[a.size()][b.size()];
+}
+
+} // namespace
+
+bool KrAppValue::number(const std::string& text, double& value)
+{
+    std::string_view rest = text;
+    double result = 0.0;
+    if (!KrXmlText::take(rest, result) || !KrXmlText::atEnd(rest) || !std::isfinite(result)) {
+        return false;
+    }
+    value = result;
+    return true;
+}
+
+bool KrAppValue::position(const std::string& text, double& value, Unit& unit)
+{
+    struct Suffix
+    {
+        const char* text;
+        double factor;
+        Unit unit;
+    };
+    // Longer suffixes first: "m" ends "mm".
+    static constexpr Suffix kSuffixes[] = {{"deg", kDegree, Unit::Angle},
+                                           {"rad", 1.0, Unit::Angle},
+                                           {"mm", 1e-3, Unit::Length},
+                                           {"m", 1.0, Unit::Length},
+                                           {"", 1.0, Unit::Plain}};
+    const std::string whole = trimmed(text);
+    for (const Suffix& suffix : kSuffixes) {
+        const std::string_view ending = suffix.text;
+        if (whole.size() < ending.size() || whole.substr(whole.size() - ending.size()) != ending) {
+            continue;
+        }
+        double plain = 0.0;
+        if (!number(trimmed(whole.substr(0, whole.size() - ending.size())), plain)) {
+            return false;
+        }
+        value = plain * suffix.factor;
+        unit = suffix.unit;
+        return true;
+    }
+    return false;
+}
+
+bool KrAppValue::vector(const std::string& text, KrVector& value)
+{
+    const std::vector<std::string> parts = split(text, ',');
+    KrVector result;
+    for (unsigned int i = 0; i < 3; ++i) {
+        if (parts.size() != 3 || !number(parts[i], result[i])) {
+            return false;
+        }
+    }
+    value = result;
+    return true;
+}
+
+bool KrAppValue::size(const std::string& text, unsigned long& width, unsigned long& height)
+{
+    const std::vector<std::string> parts = split(lowered(text), 'x');
+    if (parts.size() != 2) {
+        return false;
+    }
+    unsigned long numbers[2] = {0, 0};
+    for (unsigned int i = 0; i < 2; ++i) {
+        const char* const end = parts[i].data() + parts[i].size();
+        const std::from_chars_result result = std::from_chars(parts[i].data(), end, numbers[i]);
+        if (result.ec != std::errc() || result.ptr != end) {
+            return false;
+        }
+    }
+    width = numbers[0];
+    height = numbers[1];
+    return true;
+}
+
+bool KrAppValue::color(const std::string& text, KrColor& value)
+{
+    const std::string word = lowered(trimmed(text));
+    if (!word.empty() && word[0] == '#') {
+        return hexColor(word.substr(1), value);
+    }
+    for (const NamedColor& named : kColors) {
+        if (word == named.name) {
+            value = fromRgb(named.rgb);
+            return true;
+        }
+    }
+    KrVector rgb;
+    const auto isChannel = [](double c) { return c >= 0.0 && c <= 1.0; };
+    if (!vector(word, rgb) || !isChannel(rgb.x()) || !isChannel(rgb.y()) || !isChannel(rgb.z())) {
+        return false;
+    }
+    value = KrColor(rgb.x(), rgb.y(), rgb.z());
+    return true;
+}
+
+std::vector<std::string> KrAppValue::colorNames()
+{
+    std::vector<std::string> names;
+    for (const NamedColor& named : kColors) {
+        names.push_back(named.name);
+    }
+    return names;
+}
+
+std::vector<std::string> KrAppValue::split(const std::string& text, char separator)
+{
+    std::vector<std::string> parts;
+    std::size_t start = 0;
+    while (true) {
+        const std::size_t end = text.find(separator, start);
+        parts.push_back(trimmed(std::string_view(text).substr(start, end - start)));
+        if (end == std::string::npos) {
+            return parts;
+        }
+        start = end + 1;
+    }
+}
+
+std::vector<std::string> KrAppValue::nearest(const std::string& name, const std::vector<std::string>& candidates)
+{
+    constexpr std::size_t kMostShown = 3;
+    constexpr std::size_t kLongestName = 200; // the table of distances grows with the product of the lengths
+    const std::string wanted = lowered(name);
+    std::vector<std::pair<std::size_t, std::string>> found;
+    for (const std::string& candidate : candidates) {
+        if (candidate.empty() || candidate.size() > kLongestName || wanted.size() > kLongestName) {
+            continue;
+        }
+        const std::string other = lowered(candidate);
+        const bool contains = wanted.size() > 2 && other.find(wanted) != std::string::npos;
+        const std::size_t far = distance(wanted, other);
+        if (contains || 2 * far <= std::max(wanted.size(), other.size())) {
+            found.emplace_back(contains ? 0 : far, candidate);
+        }
+    }
+    std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < found.size() && i < kMostShown; ++i) {
+        names.push_back(found[i].second);
+    }
+    return names;
+}

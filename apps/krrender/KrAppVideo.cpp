@@ -1,0 +1,181 @@
+#include "KrAppVideo.h"
+
+#include "KrAppFailure.h"
+#include "KrAppFiles.h"
+#include "KrAppMessages.h"
+#include "KrAppValue.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+extern char** environ;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void couldNot(const std::string& sentence)
+{
+    throw KrAppFailure(KrAppFailure::CouldNot, sentence);
+}
+
+std::vector<std::string> arguments(const std::string& path, unsigned int width, unsigned int height,
+                                   double framesPerSecond)
+{
+    char rate[32];
+    std::snprintf(rate, sizeof rate, "%.6g", framesPerSecond);
+    const bool isGif = fs::path(path).extension() == ".gif";
+    std::vector<std::string> list = {
+        "ffmpeg",   "-hide_banner", "-loglevel", "error",
+        "-nostdin", "-y",           "-f",        "rawvideo",
+        "-pix_fmt", "rgb24",        "-s",        std::to_string(width) + "x" + std::to_string(height),
+        "-r",       rate,           "-i",        "pipe:0"};
+    // The first row is the lowest one. Most players want an even size and halved colour resolution.
+    if (isGif) {
+        list.insert(list.end(), {"-vf", "vflip,split[a][b];[a]palettegen[p];[b][p]paletteuse"});
+    } else {
+        list.insert(list.end(), {"-vf", "vflip,pad=ceil(iw/2)*2:ceil(ih/2)*2", "-pix_fmt", "yuv420p"});
+    }
+    list.push_back(path);
+    return list;
+}
+
+} // namespace
+
+std::string KrAppVideo::program()
+{
+    const char* const path = std::getenv("PATH");
+    for (const std::string& folder : KrAppValue::split(path ? path : "/usr/bin:/bin", ':')) {
+        const std::string candidate = (folder.empty() ? "." : folder) + "/ffmpeg";
+        std::error_code error;
+        if (fs::is_regular_file(candidate, error) && access(candidate.c_str(), X_OK) == 0) {
+            return candidate;
+        }
+    }
+    return std::string();
+}
+
+KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int height, double framesPerSecond)
+    : m_path(path)
+    , m_temporary(KrAppFiles::temporaryName(path))
+    , m_log(m_temporary + ".log")
+{
+    const std::string executable = program();
+    if (executable.empty()) {
+        couldNot("cannot write " + path +
+                 ": the ffmpeg program is not there (Debian package ffmpeg); -o frame_%04d.png "
+                 "writes single pictures");
+    }
+    int ends[2] = {-1, -1};
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        couldNot("cannot write " + path + ": " + std::strerror(errno));
+    }
+    m_pipe = ends[1];
+    // A program that ends early is noticed by the failing write.
+    signal(SIGPIPE, SIG_IGN);
+
+    std::vector<std::string> words = arguments(m_temporary, width, height, framesPerSecond);
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(&word[0]);
+    }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[0], STDIN_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, m_log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int error = posix_spawn(&m_process, executable.c_str(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[0]);
+    if (error != 0) {
+        m_process = -1;
+        closePipe();
+        couldNot("cannot write " + path + ": " + executable + " does not start: " + std::strerror(error));
+    }
+}
+
+KrAppVideo::~KrAppVideo()
+{
+    closePipe();
+    waitForEnd();
+    std::error_code error;
+    fs::remove(m_temporary, error);
+    fs::remove(m_log, error);
+}
+
+void KrAppVideo::closePipe()
+{
+    if (m_pipe >= 0) {
+        close(m_pipe);
+        m_pipe = -1;
+    }
+}
+
+int KrAppVideo::waitForEnd()
+{
+    int status = -1;
+    if (m_process > 0) {
+        while (waitpid(m_process, &status, 0) < 0 && errno == EINTR) {
+        }
+        m_process = -1;
+    }
+    return status;
+}
+
+std::string KrAppVideo::complaint() const
+{
+    std::ifstream log(m_log);
+    std::string line;
+    std::getline(log, line);
+    return line.empty() ? "it ended too early" : KrAppMessages::oneLine(line);
+}
+
+void KrAppVideo::giveUp()
+{
+    closePipe();
+    waitForEnd();
+    couldNot("cannot write " + m_path + ": the ffmpeg program says: " + complaint());
+}
+
+void KrAppVideo::add(const KrImage& picture)
+{
+    const unsigned char* data = picture.data();
+    std::size_t left = picture.sizeInBytes();
+    while (left > 0) {
+        const ssize_t written = write(m_pipe, data, left);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            giveUp();
+        }
+        data += written;
+        left -= static_cast<std::size_t>(written);
+    }
+}
+
+void KrAppVideo::finish()
+{
+    closePipe();
+    if (waitForEnd() != 0) {
+        giveUp();
+    }
+    std::error_code error;
+    fs::rename(m_temporary, m_path, error);
+    if (error) {
+        couldNot("cannot write " + m_path + ": " + error.message());
+    }
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <toolkit/image/KrImage.h>
+
+#include <sys/types.h>
+
+#include <string>
+
+/// Frames that become a video through the ffmpeg program, fed by a pipe.
+///
+/// The file appears when it is finished; given up before that, it leaves nothing behind.
+class KrAppVideo
+{
+public:
+    /// Starts the program. Throws KrAppFailure (CouldNot): it is not there, or does not start.
+    KrAppVideo(const std::string& path, unsigned int width, unsigned int height, double framesPerSecond);
+    ~KrAppVideo();
+    KrAppVideo(const KrAppVideo&) = delete;
+    KrAppVideo& operator=(const KrAppVideo&) = delete;
+
+    /// Appends a frame: width x height, RGB, row 0 at the bottom. Throws KrAppFailure.
+    void add(const KrImage& picture);
+    /// Ends the video and puts it in its place. Throws KrAppFailure.
+    void finish();
+
+    /// The full path of the program; empty when it is not in the folders of PATH.
+    static std::string program();
+
+private:
+    void closePipe();
+    int waitForEnd();
+    [[noreturn]] void giveUp();
+    std::string complaint() const;
+
+    std::string m_path;
+    std::string m_temporary;
+    std::string m_log; ///< where the program writes what goes wrong
+    pid_t m_process = -1;
+    int m_pipe = -1;
+};

@@ -1,0 +1,261 @@
+// krrender: draws a robot description or a native system file without a display.
+
+#include "KrAppDoctor.h"
+#include "KrAppFailure.h"
+#include "KrAppFiles.h"
+#include "KrAppFraming.h"
+#include "KrAppInfo.h"
+#include "KrAppLighting.h"
+#include "KrAppMessages.h"
+#include "KrAppOptions.h"
+#include "KrAppPose.h"
+#include "KrAppProgress.h"
+#include "KrAppRobot.h"
+#include "KrAppScene.h"
+#include "KrAppVideo.h"
+
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <new>
+
+namespace
+{
+
+constexpr double kDefaultFieldOfView = 3.14159265358979323846 / 6.0;
+const KrColor kDefaultBackground(0xEE / 255.0, 0xF0 / 255.0, 0xF4 / 255.0);
+
+using States = std::vector<KrManipulatorSystemState>;
+
+/// Refuses what cannot be written before any work is done.
+void checkOutputs(const KrAppOptions& options)
+{
+    const bool isVideo = !options.trajectory.empty() && KrAppFiles::isVideo(options.output);
+    if (!options.output.empty() && !isVideo) {
+        KrAppFiles::checkPictureFormat(options.output);
+    }
+    if (!options.depth.empty()) {
+        KrAppFiles::checkPictureFormat(options.depth);
+    }
+    const bool isSeries = !options.trajectory.empty() && !isVideo;
+    for (const std::string& path : {isSeries ? KrAppFiles::frameFile(options.output, 1) : options.output, options.depth,
+                                    options.report, options.convert}) {
+        if (!path.empty()) {
+            KrAppFiles::checkWritable(path);
+        }
+    }
+}
+
+KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, const States& states)
+{
+    const double fieldOfView = options.fieldOfView.value_or(kDefaultFieldOfView);
+    const double aspectRatio = static_cast<double>(options.width) / options.height;
+    const KrVector towardsEye(std::cos(options.elevation) * std::cos(options.azimuth),
+                              std::cos(options.elevation) * std::sin(options.azimuth), std::sin(options.elevation));
+    const KrVector up = options.up.value_or(KrVector(0.0, 0.0, 1.0));
+    KrAppFraming framing(towardsEye, up, fieldOfView, aspectRatio);
+    // A long motion is sampled: its outline does not change from one frame to the next.
+    constexpr std::size_t kMostPoses = 100;
+    const std::size_t step = states.size() / kMostPoses + 1;
+    for (std::size_t i = 0; i < states.size(); i += step) {
+        framing.add(robot.statedSystem().manipulatorSystem(), states[i]);
+    }
+
+    KrPovParameters pov = framing.pov();
+    if (options.eye) {
+        const KrVector center = options.lookAt.value_or(framing.center());
+        if ((*options.eye - center).length() == 0.0) {
+            throw KrAppFailure(KrAppFailure::WrongUsage,
+                               "--eye lies in the middle of what is drawn: give --look-at, too");
+        }
+        pov.setEyepoint(*options.eye);
+        pov.setCenterOfInterest(center);
+        pov.setUp(KrAppFraming(*options.eye - center, up, fieldOfView, aspectRatio).pov().up());
+    } else if (options.lookAt) {
+        pov.setEyepoint(*options.lookAt + (pov.eyepoint() - pov.centerOfInterest()));
+        pov.setCenterOfInterest(*options.lookAt);
+    }
+    return pov;
+}
+
+/// Point of view, light and background. `isOwnLighting`: the lights are this program's, not the file's.
+KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrAppRobot& robot, const States& states,
+                                        bool& isOwnLighting)
+{
+    KrVisualizationParameters parameters = robot.system.visualizationParameters();
+    const bool isFileView = options.useFileView && robot.hasView;
+    isOwnLighting = !isFileView || parameters.lightParameters().lights().empty();
+    if (!isFileView || options.eye || options.lookAt) {
+        parameters.setPovParameters(automaticView(options, robot, states));
+    }
+    if (isOwnLighting) {
+        parameters.setLightParameters(KrAppLighting::threeLamps(parameters.povParameters()));
+    }
+    KrRenderParameters render = parameters.renderParameters();
+    if (!isFileView || options.background) {
+        render.setBackgroundColor(options.background.value_or(kDefaultBackground));
+    }
+    parameters.setRenderParameters(render);
+    return parameters;
+}
+
+void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& scene, KrAppMessages& messages)
+{
+    std::unique_ptr<KrAppVideo> video;
+    if (KrAppFiles::isVideo(options.output)) {
+        video = std::make_unique<KrAppVideo>(options.output, options.width, options.height, options.framesPerSecond);
+    }
+    KrAppProgress progress("frames", states.size(), options.quiet);
+    KrImage picture;
+    for (std::size_t i = 0; i < states.size(); ++i) {
+        scene.draw(states[i], picture);
+        if (video) {
+            video->add(picture);
+        } else {
+            KrAppFiles::writePicture(picture, KrAppFiles::frameFile(options.output, i + 1), messages);
+        }
+        progress.setDone(i + 1);
+    }
+    if (video) {
+        video->finish();
+    }
+}
+
+void draw(const KrAppOptions& options, const KrAppRobot& robot, const KrVisualizationParameters& parameters,
+          bool isOwnLighting, const States& states, KrAppMessages& messages)
+{
+    KrAppScene scene(options.width, options.height, options.samples, messages);
+    scene.show(robot.statedSystem(), parameters, isOwnLighting);
+    if (!options.trajectory.empty()) {
+        drawFrames(options, states, scene, messages);
+        return;
+    }
+    KrImage picture;
+    if (!options.output.empty()) {
+        scene.draw(states.front(), picture);
+        KrAppFiles::writePicture(picture, options.output, messages);
+    }
+    if (!options.depth.empty()) {
+        scene.drawDepth(states.front(), picture);
+        KrAppFiles::writePicture(picture, options.depth, messages);
+    }
+}
+
+void refuseMissingMeshes(const KrAppRobot& robot)
+{
+    const std::size_t missing = robot.report.counts().missingMeshes;
+    for (const KrImportReport::Mesh& mesh : robot.report.meshes()) {
+        if (missing > 0 && mesh.missing) {
+            throw KrAppFailure(KrAppFailure::CouldNot, std::to_string(missing) + " of " +
+                                                           std::to_string(robot.report.meshes().size()) +
+                                                           " meshes are missing, the first is \"" + mesh.uri +
+                                                           "\" of link \"" + mesh.link + "\" (--strict)");
+        }
+    }
+}
+
+/// A few of them. @param own  those that are not in the import's report
+void printWarnings(const KrAppOptions& options, const KrAppRobot& robot, const std::vector<std::string>& own)
+{
+    constexpr std::size_t kMostShown = 5;
+    const std::vector<KrImportReport::Warning>& imported = robot.report.warnings();
+    std::vector<std::string> all = own;
+    for (const KrImportReport::Warning& warning : imported) {
+        all.push_back(warning.element.empty() ? warning.text : warning.element + ": " + warning.text);
+    }
+    for (std::size_t i = 0; i < all.size() && i < kMostShown; ++i) {
+        std::fprintf(stderr, "warning: %s\n", KrAppMessages::oneLine(all[i]).c_str());
+    }
+    if (all.size() > kMostShown) {
+        const bool isToldElsewhere = options.report.empty() && !imported.empty();
+        std::fprintf(stderr, "warning: and %zu more%s\n", all.size() - kMostShown,
+                     isToldElsewhere ? " (--report FILE.json has those of the import)" : "");
+    }
+}
+
+void printSummary(const KrAppOptions& options, const KrAppRobot& robot, std::size_t numFrames)
+{
+    const KrImportReport::Counts& counts = robot.report.counts();
+    const std::string what = std::to_string(counts.links) + " links, " + std::to_string(counts.movableJoints) +
+                             " moving joints, " + std::to_string(robot.numTriangles()) + " triangles";
+    const std::string size = std::to_string(options.width) + " x " + std::to_string(options.height);
+    if (!options.trajectory.empty()) {
+        std::printf("%s: %zu frames, %s, %s\n", options.output.c_str(), numFrames, size.c_str(), what.c_str());
+        return;
+    }
+    for (const std::string& path : {options.output, options.depth}) {
+        if (!path.empty()) {
+            std::printf("%s: %s, %s\n", path.c_str(), size.c_str(), what.c_str());
+        }
+    }
+}
+
+void run(const KrAppOptions& options, KrAppMessages& messages)
+{
+    checkOutputs(options);
+    KrAppRobot robot;
+    robot.read(options, messages);
+    // Before anything can fail: the report tells why.
+    if (!options.report.empty() && !robot.report.writeJson(options.report)) {
+        throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.report));
+    }
+    if (options.strict) {
+        refuseMissingMeshes(robot);
+    }
+    if (options.info) {
+        std::fputs(krAppInfo(robot).c_str(), stdout);
+    }
+
+    std::vector<std::string> warnings;
+    if (!options.state.empty()) {
+        KrAppPose::readState(robot.statedSystem(), options.state, messages);
+    }
+    KrAppPose::setJoints(robot.statedSystem(), options.joints, warnings);
+    States states = {robot.statedSystem().systemState()};
+    if (!options.trajectory.empty()) {
+        states = KrAppPose::readTrajectory(robot.statedSystem(), options.trajectory, warnings);
+    }
+
+    if (options.drawsPictures() || !options.convert.empty()) {
+        bool isOwnLighting = true;
+        robot.system.visualizationParameters() = parametersFor(options, robot, states, isOwnLighting);
+        if (!options.convert.empty() && !robot.system.writeFile(options.convert)) {
+            throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.convert));
+        }
+        if (options.drawsPictures()) {
+            draw(options, robot, robot.system.visualizationParameters(), isOwnLighting, states, messages);
+        }
+    }
+    if (!options.quiet) {
+        warnings.insert(warnings.end(), messages.texts().begin(), messages.texts().end());
+        printWarnings(options, robot, warnings);
+        printSummary(options, robot, states.size());
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    KrAppMessages messages;
+    try {
+        KrAppOptions options;
+        if (!options.parse(argc, argv)) {
+            return 0;
+        }
+        if (options.doctor) {
+            return krAppDoctor() ? 0 : KrAppFailure::CouldNot;
+        }
+        run(options, messages);
+        return 0;
+    } catch (const KrAppFailure& failure) {
+        std::fprintf(stderr, "krrender: %s\n", failure.what());
+        return failure.status();
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "krrender: there is not enough memory for this\n");
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "krrender: %s\n", KrAppMessages::oneLine(error.what()).c_str());
+    }
+    return KrAppFailure::CouldNot;
+}

@@ -1,0 +1,19 @@
+# The libraries that the project stands on. The installed package finds the same ones (KrRendCoreConfig.cmake.in).
+find_package(PkgConfig REQUIRED)
+set(KR_OSG_MODULES
+    openscenegraph openscenegraph-osgViewer openscenegraph-osgGA openscenegraph-osgText
+    openscenegraph-osgDB openscenegraph-osgUtil openthreads)
+pkg_check_modules(OSG REQUIRED IMPORTED_TARGET ${KR_OSG_MODULES})
+pkg_check_modules(EGL REQUIRED IMPORTED_TARGET egl)
+pkg_check_modules(GBM REQUIRED IMPORTED_TARGET gbm)
+pkg_check_modules(X11 REQUIRED IMPORTED_TARGET x11)
+pkg_check_modules(GLX REQUIRED IMPORTED_TARGET gl)
+pkg_check_modules(GLU REQUIRED IMPORTED_TARGET glu)
+pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
+pkg_check_modules(URDFDOM REQUIRED IMPORTED_TARGET urdfdom)
+set(KR_BOOST_VERSION 1.74)
+find_package(Boost ${KR_BOOST_VERSION} REQUIRED COMPONENTS date_time)
+find_package(spdlog REQUIRED)
+find_package(assimp REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(Eigen3 REQUIRED NO_MODULE)

@@ -1,0 +1,34 @@
+# What `cmake --install` puts where: the libraries and their package files, the headers under include/krRendCore,
+# krrender, and below share/krRendCore the samples and the shader files.
+#
+# The render core looks for its shader files below $KR_TOOLKITS; of an installed tree that is PREFIX/share/krRendCore.
+
+include(CMakePackageConfigHelpers)
+
+set(kr_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/KrRendCore)
+set(kr_data_dir ${CMAKE_INSTALL_DATADIR}/krRendCore)
+
+install(TARGETS krToolkit krRendCore krImport
+    EXPORT KrRendCoreTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(EXPORT KrRendCoreTargets NAMESPACE Kr:: DESTINATION ${kr_package_dir})
+install(TARGETS krrender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+install(DIRECTORY toolkit rendCore import
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krRendCore
+    FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY rendCore/
+    DESTINATION ${kr_data_dir}/software/render/src/rendCore
+    FILES_MATCHING PATTERN "*.vert" PATTERN "*.frag")
+install(DIRECTORY samples DESTINATION ${kr_data_dir} PATTERN generate EXCLUDE PATTERN CMakeLists.txt EXCLUDE)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+configure_package_config_file(cmake/KrRendCoreConfig.cmake.in KrRendCoreConfig.cmake
+    INSTALL_DESTINATION ${kr_package_dir}
+    PATH_VARS kr_data_dir)
+# Before version 1 a minor version may change an interface.
+write_basic_package_version_file(KrRendCoreConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/KrRendCoreConfig.cmake
+    ${PROJECT_BINARY_DIR}/KrRendCoreConfigVersion.cmake
+    DESTINATION ${kr_package_dir})

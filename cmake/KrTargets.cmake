@@ -1,0 +1,60 @@
+# What every target of ours shares.
+
+include(GNUInstallDirs)
+
+# Compiles again only what changed, in a second build folder too.
+if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+    find_program(KR_CCACHE ccache)
+    if(KR_CCACHE)
+        set(CMAKE_CXX_COMPILER_LAUNCHER ${KR_CCACHE})
+    endif()
+endif()
+
+# An installed tree can be moved: what is in it finds the libraries from where it is itself.
+file(RELATIVE_PATH KR_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+
+# kr_configure_target(NAME): warnings are errors, one include root, sanitizers where asked for.
+function(kr_configure_target name)
+    target_compile_features(${name} PUBLIC cxx_std_17)
+    target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Woverloaded-virtual -Werror)
+endfunction()
+
+# kr_add_library(NAME ALIAS Kr::Alias): a shared library whose sources its folders add with target_sources.
+function(kr_add_library name)
+    cmake_parse_arguments(ARG "" "ALIAS" "" ${ARGN})
+    add_library(${name} SHARED)
+    add_library(${ARG_ALIAS} ALIAS ${name})
+    kr_configure_target(${name})
+    string(REPLACE "Kr::" "" export_name ${ARG_ALIAS})
+    set_target_properties(${name} PROPERTIES
+        VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ${export_name}
+        INSTALL_RPATH "$ORIGIN")
+    target_include_directories(${name} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/krRendCore>)
+endfunction()
+
+# kr_add_program(NAME SOURCES a.cpp ... LIBRARIES Kr::X ...)
+function(kr_add_program name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    kr_configure_target(${name})
+    target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES})
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${KR_BIN_TO_LIB}")
+endfunction()
+
+# kr_add_test(NAME LABEL unit|render [SOURCES a.cpp ...] LIBRARIES Kr::X ...): a GoogleTest program, NAME.cpp by default.
+# Render tests need an OpenGL context and draw without a display.
+function(kr_add_test name)
+    cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LIBRARIES" ${ARGN})
+    if(NOT ARG_SOURCES)
+        set(ARG_SOURCES ${name}.cpp)
+    endif()
+    kr_add_program(${name} SOURCES ${ARG_SOURCES} LIBRARIES ${ARG_LIBRARIES} GTest::gtest GTest::gtest_main)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 600)
+    if(ARG_LABEL STREQUAL "render")
+        set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT "KR_WINDOW=egl")
+    endif()
+endfunction()

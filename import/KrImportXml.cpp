@@ -1,0 +1,193 @@
+#include <import/KrImportXml.h>
+
+#include <import/KrImportPath.h>
+
+#include <toolkit/xml/KrXmlText.h>
+
+#include <libxml/parser.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+namespace
+{
+
+struct ParserDeleter
+{
+    void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
+};
+using UniqueParser = std::unique_ptr<xmlParserCtxt, ParserDeleter>;
+
+const xmlChar* xml(const char* text)
+{
+    return reinterpret_cast<const xmlChar*>(text);
+}
+
+const char* plain(const xmlChar* text)
+{
+    return text ? reinterpret_cast<const char*>(text) : "";
+}
+
+bool load(const std::string& path, std::uintmax_t maxBytes, std::string& content, std::string& why)
+{
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (!std::filesystem::exists(status)) {
+        why = "there is no such file";
+        return false;
+    }
+    if (!std::filesystem::is_regular_file(status)) {
+        why = std::filesystem::is_directory(status) ? "it is a folder" : "it is no regular file";
+        return false;
+    }
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    if (error || size > maxBytes) {
+        why = "it is larger than " + std::to_string(maxBytes >> 20) + " MiB";
+        return false;
+    }
+    std::ifstream stream(path, std::ios::binary);
+    content.resize(static_cast<std::size_t>(size));
+    stream.read(&content[0], static_cast<std::streamsize>(size));
+    if (!stream) {
+        why = "it cannot be read";
+        return false;
+    }
+    // A blank line before the XML declaration is a common slip that parsers refuse.
+    content.erase(0, std::min(content.find_first_not_of(" \t\r\n"), content.size()));
+    why = content.empty() ? "it is empty" : "";
+    return !content.empty();
+}
+
+std::string parserMessage(const xmlParserCtxt& parser)
+{
+    std::string message = parser.lastError.message ? parser.lastError.message : "not well-formed";
+    while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) {
+        message.pop_back();
+    }
+    return "it is no XML: line " + std::to_string(parser.lastError.line) + ": " + message;
+}
+
+bool declaresEntities(const xmlDoc& document)
+{
+    return document.intSubset && (document.intSubset->entities || document.intSubset->pentities);
+}
+
+} // namespace
+
+KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, std::uintmax_t maxBytes, std::string& why)
+{
+    std::string content;
+    if (!load(path, maxBytes, content, why)) {
+        return nullptr;
+    }
+    const UniqueParser parser(xmlNewParserCtxt());
+    UniqueDocument document;
+    if (parser) {
+        document.reset(xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), path.c_str(),
+                                         nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+    }
+    if (!document) {
+        why = parser ? parserMessage(*parser) : "out of memory";
+    } else if (declaresEntities(*document)) {
+        why = "it declares entities, which are not read";
+        document.reset();
+    }
+    return document;
+}
+
+std::string KrImportXml::nameOf(const xmlNode& node)
+{
+    const std::string prefix = node.ns ? plain(node.ns->prefix) : "";
+    return prefix.empty() ? plain(node.name) : prefix + ":" + plain(node.name);
+}
+
+std::vector<xmlNode*> KrImportXml::children(const xmlNode& node, const char* name)
+{
+    std::vector<xmlNode*> found;
+    for (xmlNode* child = node.children; child; child = child->next) {
+        const bool isPlain = child->type == XML_ELEMENT_NODE && (!child->ns || !child->ns->prefix);
+        if (isPlain && (!name || xmlStrEqual(child->name, xml(name)))) {
+            found.push_back(child);
+        }
+    }
+    return found;
+}
+
+xmlNode* KrImportXml::child(const xmlNode& node, const char* name)
+{
+    const std::vector<xmlNode*> found = children(node, name);
+    return found.empty() ? nullptr : found.front();
+}
+
+bool KrImportXml::attribute(const xmlNode& node, const char* name, std::string& value)
+{
+    xmlChar* const text = xmlGetNoNsProp(&node, xml(name));
+    if (!text) {
+        return false;
+    }
+    value = plain(text);
+    xmlFree(text);
+    return true;
+}
+
+std::string KrImportXml::textOf(const xmlNode& node)
+{
+    xmlChar* const content = xmlNodeGetContent(&node);
+    const std::string text = plain(content);
+    xmlFree(content);
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+bool KrImportXml::numbers(const std::string& text, std::vector<double>& values)
+{
+    std::string spaced = text;
+    std::replace(spaced.begin(), spaced.end(), ',', ' ');
+    std::vector<double> read;
+    std::string_view rest = spaced;
+    while (!KrXmlText::atEnd(rest)) {
+        if (rest.front() == '+') {
+            rest.remove_prefix(1);
+        }
+        double value = 0.0;
+        if (!KrXmlText::take(rest, value) || !std::isfinite(value)) {
+            return false;
+        }
+        read.push_back(value);
+    }
+    values = read;
+    return true;
+}
+
+std::string KrImportXml::text(double value)
+{
+    std::string text;
+    KrXmlText::append(text, value);
+    return text;
+}
+
+std::string KrImportXml::quoted(const std::string& value)
+{
+    std::string text = "\"";
+    for (const char c : value) {
+        switch (c) {
+        case '&':
+            text += "&amp;";
+            break;
+        case '<':
+            text += "&lt;";
+            break;
+        case '>':
+            text += "&gt;";
+            break;
+        case '"':
+            text += "&quot;";
+            break;
+        default:
+            text += c;
+        }
+    }
+    return text + "\"";
+}

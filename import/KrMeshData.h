@@ -1,0 +1,35 @@
+#pragma once
+
+#include <toolkit/geometry/KrDataMap.h>
+#include <toolkit/geometry/KrPlanarVector.h>
+#include <toolkit/geometry/KrTriangle.h>
+#include <toolkit/geometry/KrVector.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// What a mesh file holds, in metres, before the robot description's scale: a triangle soup with shared vertices.
+///
+/// Not validated beyond indices: triangles may be degenerate and vertices not finite. KrMeshBuilder sorts that out.
+struct KrMeshData
+{
+    /// The normal index of a corner whose normal is to be computed from the triangles.
+    static constexpr std::uint32_t noNormal = UINT32_MAX;
+
+    struct Group
+    {
+        std::string name; ///< of the material, unique in the mesh; empty without a look
+        KrDataMap look;
+        bool hasLook = false; ///< false: the robot description's material, or the default
+        std::vector<KrTriangle> triangles;
+    };
+
+    std::vector<KrVector> vertices;
+    std::vector<KrVector> normals; ///< unit length
+    std::vector<KrPlanarVector> textureCoordinates;
+    std::vector<Group> groups;
+    double unit = 1.0; ///< metres per unit of length in the file; applied already
+    std::vector<std::string> textures;
+    std::vector<std::string> warnings; ///< one sentence each
+};

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <toolkit/geometry/KrDataMap.h>
+
+#include <string>
+#include <vector>
+
+struct aiMaterial;
+
+/// What a material inside a mesh file looks like.
+class KrMeshLook
+{
+public:
+    struct Look
+    {
+        std::string name;  ///< as in the file; may be empty
+        bool isOwn = true; ///< false for what a reader fills in where the file says nothing
+        KrDataMap data;    ///< ambient, diffuse, specular, emission, shininess
+        double opacity = 1.0;
+        std::string texture;     ///< of the diffuse colour, as in the file; empty without one
+        bool isEmbedded = false; ///< the texture lies inside the mesh file
+        unsigned int textureChannel = 0;
+    };
+
+    static Look read(const aiMaterial& material);
+    static void setOpacity(KrDataMap& data, double opacity);
+
+    /// Where an image that a mesh names lies: beside the mesh, or where descriptions keep such images.
+    ///
+    /// @param tried  becomes every path that was tried
+    /// @return empty when there is none
+    static std::string findTexture(const std::string& meshPath, const std::string& name,
+                                   std::vector<std::string>& tried);
+    /// Makes `image` the texture of a look; its colours are multiplied by the look's.
+    static void setTexture(KrDataMap& data, const std::string& image);
+};

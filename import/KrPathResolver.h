@@ -1,0 +1,77 @@
+#pragma once
+
+#include <import/KrRobotImporter.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// Finds the files that a robot description names.
+///
+/// Order of the search, each step over all folders before the next step:
+/// -# the path as it is, relative to the description;
+/// -# a folder above the description that bears the package's name;
+/// -# a folder above it whose package.xml gives that name;
+/// -# a folder of that name beside one above it;
+/// -# package:///name/rest as package://name/rest, by the same steps;
+/// -# guesses inside the description's own bundle: a folder of that name deeper inside it, the rest of the path below
+///    a folder above, the longest tail of at least folder and file below a folder above, the same name in another mesh
+///    format;
+/// -# the package folders of the options, then those of ROS_PACKAGE_PATH.
+///
+/// The bundle comes before folders elsewhere: those can hold another robot's mesh under the same name.
+class KrPathResolver
+{
+public:
+    struct Found
+    {
+        std::string path; ///< absolute; empty when nothing was found
+        std::string rule; ///< for a person: "folder above of the package's name"
+        bool isGuess = false;
+        std::vector<std::string> tried; ///< every path tried, in that order, each once
+    };
+
+    /// @param description  the robot description's own path; need not exist
+    KrPathResolver(const std::string& description, const KrImportOptions& options);
+
+    /// @param uri  package://, model://, file://, absolute or relative; a "%20" may stand for a space
+    /// @return borrowed until the resolver goes
+    const Found& findMesh(const std::string& uri);
+    /// The same search without the step to other mesh formats.
+    const Found& findImage(const std::string& uri);
+
+private:
+    struct Request;
+    struct Folder
+    {
+        std::string path;
+        std::string name;
+        std::string package; ///< from its package.xml; empty without one
+    };
+    enum class Kind
+    {
+        Mesh,
+        Image
+    };
+
+    const Found& find(const std::string& uri, Kind kind);
+    static Request parse(const std::string& uri);
+    bool attempt(const std::string& path, const std::string& rule, Found& found) const;
+    bool findPlain(const Request& request, Found& found) const;
+    bool findPackage(const std::string& package, const std::string& rest, Found& found) const;
+    bool findInBundle(const Request& request, Kind kind, Found& found);
+    bool findTail(const Request& request, Found& found) const;
+    bool findOtherFormat(Found& found);
+    bool findElsewhere(const Request& request, Found& found);
+
+    bool isOutside(const std::string& folder) const;
+    std::size_t bundleTop(const std::string& package) const;
+    const std::vector<Folder>& foldersBelow(const std::string& root);
+    static std::string packageNameIn(const std::string& folder);
+
+    std::vector<Folder> m_above;     ///< the description's folder and those above it, nearest first
+    std::vector<Folder> m_elsewhere; ///< package folders
+    std::string m_home;
+    std::map<std::string, std::vector<Folder>> m_walked;
+    std::map<std::pair<Kind, std::string>, Found> m_found;
+};

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <import/KrImportReport.h>
+
+#include <string>
+#include <vector>
+
+class KrStatedSystem;
+
+/// Where the importer looks for what a robot description names.
+struct KrImportOptions
+{
+    std::vector<std::string> packagePaths; ///< folders searched for packages, after the description's own bundle
+    bool useRosPackagePath = true;         ///< then those of the environment variable ROS_PACKAGE_PATH
+};
+
+/// Reads robot descriptions (URDF) with their meshes, textures and materials.
+///
+/// Lengths become metres; link and joint names, joint order (the order of the description, depth first), limits and
+/// mimic rules stay. What can be mended is mended, each time with a warning in the report.
+/// Not for several threads at once.
+class KrRobotImporter
+{
+public:
+    /// Reads a URDF into `system`: one manipulator in its default state.
+    ///
+    /// A mesh that is missing or bad costs that mesh only: a small marked stand-in takes its place.
+    /// @param path    the file; meshes are found from its place (docs/import.md lists the rules)
+    /// @param system  becomes the robot; left as it was on failure
+    /// @param report  becomes what was found, on failure too
+    /// @return false, after one message, when there is no robot in the file
+    static bool readFile(const std::string& path, const KrImportOptions& options, KrStatedSystem& system,
+                         KrImportReport& report);
+};

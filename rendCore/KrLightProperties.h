@@ -1,0 +1,79 @@
+#pragma once
+
+#include <osg/Light>
+#include <osg/LightSource>
+#include <osg/observer_ptr>
+
+class KrColor;
+class KrLight;
+
+/// One OpenGL light: values in single precision, a dirty flag, and the scene objects that show it.
+///
+/// The scene owns the light source once the caller of `setGL` has attached it; this object only observes it. Copies
+/// refer to the same scene objects. For the rendering thread of the owning window.
+class KrLightProperties
+{
+public:
+    KrLightProperties() = default;
+    KrLightProperties(const KrLightProperties&) = default;
+    // The order of the virtual operations is part of the interface.
+    virtual ~KrLightProperties() = default;
+    /// Sends a spot light through the life of a light and back; true when all is as it should be.
+    virtual bool selfTest() const;
+    KrLightProperties& operator=(const KrLightProperties&) = default;
+    /// Every value but the unused ones equal, the dirty flags equal, the same scene objects. NaN equals nothing.
+    bool operator==(const KrLightProperties& other) const;
+    bool operator!=(const KrLightProperties& other) const { return !(*this == other); }
+
+    /// Loads everything from `light`, angles becoming degrees, and marks the values changed.
+    void setLightPara(const KrLight& light, unsigned int lightNumber);
+    /// Writes red, green, blue, alpha into rgba[0] to rgba[3].
+    void setColor(const KrColor& color, float* rgba) const;
+    /// Moves a light that follows the eye to `eye` (three doubles, world frame, m); nothing for any other light.
+    void setAtEye(const double* eye);
+    /// Brings the scene objects up to date.
+    ///
+    /// A light that is off, or whose number OpenGL does not have (eight or above), is masked out of the scene.
+    /// @return the light source when this call made it: the caller puts it under the scene's root; else null
+    osg::LightSource* setGL();
+
+    bool isEnabled() const { return m_enabled; }
+    int lightNumber() const { return m_lightNumber; } ///< -1 before `setLightPara`
+    bool isAtEye() const { return m_atEye; }
+    bool isDirty() const { return m_dirty; } ///< changed since the last `setGL` that applied the values
+    const float* ambient() const { return m_ambient; }
+    const float* diffuse() const { return m_diffuse; }
+    const float* specular() const { return m_specular; }
+    const float* position() const { return m_position; }   ///< x, y, z, w; w is 0 for a directional light
+    const float* direction() const { return m_direction; } ///< three floats, of a spot light
+    float spotExponent() const { return m_spotExponent; }
+    float spotCutoff() const { return m_spotCutoff; } ///< degrees; never given to the scene's light
+    float constantAttenuation() const { return m_constantAttenuation; }
+    float linearAttenuation() const { return m_linearAttenuation; }
+    float quadraticAttenuation() const { return m_quadraticAttenuation; }
+    /// The scene's light; null when there is none yet or it is gone.
+    osg::Light* light() const { return m_light.valid() ? m_light.get() : nullptr; }
+    /// The scene's light source; null when there is none yet or it is gone.
+    osg::LightSource* lightSource() const { return m_lightSource.valid() ? m_lightSource.get() : nullptr; }
+
+private:
+    void applyTo(osg::Light& light) const;
+    bool hasGLNumber() const;
+
+    bool m_enabled = false;
+    int m_lightNumber = -1;
+    bool m_atEye = false;
+    bool m_dirty = true;
+    float m_ambient[4] = {0.1f, 0.1f, 0.1f, 1.0f};
+    float m_diffuse[4] = {0.7f, 0.5f, 0.5f, 1.0f}; // Kept: the reddish default.
+    float m_specular[4] = {0.5f, 0.5f, 0.5f, 1.0f};
+    float m_position[4] = {0.0f, 0.0f, 0.0f, 1.0f};
+    float m_direction[3] = {0.0f, 0.0f, -1.0f};
+    float m_spotExponent = 0.0f;
+    float m_spotCutoff = 180.0f;
+    float m_constantAttenuation = 1.0f;
+    float m_linearAttenuation = 0.0f;
+    float m_quadraticAttenuation = 0.0f;
+    osg::observer_ptr<osg::Light> m_light;
+    osg::observer_ptr<osg::LightSource> m_lightSource;
+};

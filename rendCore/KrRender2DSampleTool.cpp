@@ -1,0 +1,72 @@
+#include <rendCore/KrRender2DSampleTool.h>
+
+#include <rendCore/KrContextRestorer.h>
+#include <rendCore/KrRenderWindow.h>
+
+#include <cstdint>
+
+namespace
+{
+
+constexpr double kNearLimit = 1.0;             // m
+constexpr double kLargestDepth = 4294967295.0; // of 32 bits
+constexpr unsigned int kCaptureType = 9;       // kept; what is read is settled by setCapture
+
+bool isUsable(const osg::Image* image, unsigned int width, unsigned int height)
+{
+    return image && image->data() && image->s() == static_cast<int>(width) && image->t() == static_cast<int>(height) &&
+           image->getDataType() == GL_UNSIGNED_INT;
+}
+
+void toDistances(const osg::Image& depth, double distance, std::vector<std::vector<double>>& map)
+{
+    const double scale = (distance - kNearLimit) / kLargestDepth;
+    const auto* value = reinterpret_cast<const std::uint32_t*>(depth.data());
+    for (std::vector<double>& row : map) {
+        for (double& sample : row) {
+            sample = kNearLimit + *value++ * scale;
+        }
+    }
+}
+
+} // namespace
+
+bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordinateSystemTransformation& view,
+                                    unsigned int width, unsigned int height, double xSize, double ySize,
+                                    double distance, std::vector<std::vector<double>>& map)
+{
+    if (width == 0 || height == 0 || xSize == 0.0 || ySize == 0.0 || !(distance > kNearLimit)) {
+        return false;
+    }
+    const KrContextRestorer restorer(nullptr);
+    KrRenderWindow window;
+    window.setStatedSystem(system);
+    window.setWindowSize(width, height);
+    KrPovParameters pov;
+    pov.setFromViewTransformationAndDistance(view, distance);
+    window.setPovParameters(pov);
+    window.setHideWindow(true);
+    window.init();
+    window.updateScene();
+    if (osgViewer::Viewer* const viewer = window.getViewer()) {
+        osg::Camera* const camera = viewer->getCamera();
+        camera->setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
+        camera->setProjectionMatrixAsOrtho(-0.5 * xSize, 0.5 * xSize, -0.5 * ySize, 0.5 * ySize, kNearLimit, distance);
+    }
+    KrImage picture;
+    const osg::ref_ptr<KrSGWindow::ImageCaptureDrawCallback> callback =
+        new KrSGWindow::ImageCaptureDrawCallback(nullptr, kCaptureType);
+    callback->setCapture(&picture, KrSGWindow::CaptureDepth);
+    window.setDrawCallback(callback);
+    const bool rendered = window.renderScene(true);
+
+    map.resize(height);
+    for (std::vector<double>& row : map) {
+        row.resize(width);
+    }
+    const osg::ref_ptr<osg::Image> depth = callback->getCapturedImage();
+    if (rendered && isUsable(depth, width, height)) {
+        toDistances(*depth, distance, map);
+    }
+    return rendered;
+}

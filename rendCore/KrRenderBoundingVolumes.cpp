@@ -1,0 +1,113 @@
+#include <rendCore/KrRenderBoundingVolumes.h>
+
+#include <rendCore/KrRenderLink.h>
+#include <rendCore/KrRenderShape.h>
+#include <rendCore/KrRenderTypes.h>
+
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/KrString.h>
+#include <toolkit/system/KrManipulatorLink.h>
+
+#include <osg/NodeVisitor>
+#include <osg/StateSet>
+
+#include <string>
+#include <vector>
+
+namespace
+{
+
+constexpr int kSortedBin = 11;
+
+/// A hidden child for one bounding volume.
+osg::ref_ptr<KrRenderShape> makeVolume(const KrBasePhysicalExtent& extent, const KrMaterialMap& dataMap,
+                                       unsigned int linkIndex)
+{
+    const osg::ref_ptr<KrRenderShape> volume = new KrRenderShape(&extent, dataMap);
+    // Kept: always the number 1, so that all volumes bear one name.
+    volume->setName(" - BV " + KrINT2STRING(1, 10));
+    // Kept: only the base's volumes are sorted by depth.
+    if (linkIndex == KrRenderLink::kBaseJointIndex) {
+        volume->getOrCreateStateSet()->setRenderBinDetails(kSortedBin, "DepthSortedBin",
+                                                           osg::StateSet::USE_RENDERBIN_DETAILS);
+    }
+    return volume;
+}
+
+/// Adds the bounding volumes of every link that it meets.
+class BoundingVolumesVisitor : public osg::NodeVisitor
+{
+public:
+    explicit BoundingVolumesVisitor(const KrMaterialMap& dataMap)
+        : osg::NodeVisitor(osg::NodeVisitor::UPDATE_VISITOR, osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
+        , m_dataMap(dataMap)
+    {
+    }
+
+    using osg::NodeVisitor::apply;
+    void apply(osg::MatrixTransform& node) override
+    {
+        if (const auto* link = dynamic_cast<const KrRenderLink*>(&node)) {
+            addVolumes(*link);
+        }
+        traverse(node);
+    }
+
+private:
+    void addVolumes(const KrRenderLink& renderLink)
+    {
+        const KrManipulatorLink* link = renderLink.getLink();
+        const KrShape* shape = link->shape();
+        if (shape == nullptr) {
+            return;
+        }
+        const osg::ref_ptr<osg::Switch> volumes =
+            KrRenderBoundingVolumes::makeBV(shape, m_dataMap, renderLink.getJointIndex(), shape->number());
+        if (volumes) {
+            renderLink.getDhFrame()->addChild(volumes);
+            volumes->setName(link->name() + " - BV " + KrINT2STRING(shape->number(), 10));
+        }
+    }
+
+    const KrMaterialMap& m_dataMap;
+};
+
+} // namespace
+
+void KrRenderBoundingVolumes::init(osg::Node* root, const KrMaterialMap& dataMap)
+{
+    if (root != nullptr) {
+        BoundingVolumesVisitor visitor(dataMap);
+        root->accept(visitor);
+    }
+}
+
+osg::ref_ptr<osg::Switch> KrRenderBoundingVolumes::makeBV(const KrShape* shape, const KrMaterialMap& dataMap,
+                                                          unsigned int linkIndex, unsigned int shapeIndex)
+{
+    const osg::ref_ptr<osg::Switch> volumes = new osg::Switch;
+    volumes->setNodeMask(KrRenderTypes::BoundingVolumes);
+    volumes->setNewChildDefaultValue(false);
+
+    std::vector<const KrShape*> list;
+    shape->boundingVolumes(list, 1);
+    for (const KrShape* entry : list) {
+        if (entry == shape) {
+            break;
+        }
+        const KrBasePhysicalExtent* extent = entry == nullptr ? nullptr : entry->physicalExtent();
+        if (extent == nullptr) {
+            // Kept: the message names another class.
+            Kr::Print::instance()->write(Kr::Print::Warning,
+                                         "KrRenderLink - unable to add bounding volume for link (%d), shape %d.\n",
+                                         static_cast<int>(linkIndex), static_cast<int>(shapeIndex));
+            continue;
+        }
+        volumes->addChild(makeVolume(*extent, dataMap, linkIndex));
+    }
+    if (volumes->getNumChildren() == 0) {
+        return nullptr;
+    }
+    volumes->setValue(volumes->getNumChildren() - 1, true);
+    return volumes;
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <toolkit/geometry/KrMaterialMap.h>
+#include <toolkit/system/KrShape.h>
+
+#include <osg/Node>
+#include <osg/Switch>
+#include <osg/ref_ptr>
+
+/// Adds the bounding volumes of each link's first shape to a scene, under the link's DH frame node.
+///
+/// Drawn when the window's display mask has the bit KrRenderTypes::BoundingVolumes. Static operations only.
+class KrRenderBoundingVolumes
+{
+public:
+    /// Adds a switch to every link below `root` whose shape has bounding volumes; once more on every call.
+    /// @param dataMap  looks of the volumes by material name; read during the call only
+    static void init(osg::Node* root, const KrMaterialMap& dataMap);
+
+    /// A switch with one KrRenderShape for each bounding volume, only the last of which is on.
+    /// @param shape  not null
+    /// @param linkIndex, shapeIndex  for messages; volumes of the base link (0xFFFFFFFE) are drawn sorted by depth
+    /// @return null when there is none to show
+    static osg::ref_ptr<osg::Switch> makeBV(const KrShape* shape, const KrMaterialMap& dataMap, unsigned int linkIndex,
+                                            unsigned int shapeIndex);
+};

@@ -1,0 +1,128 @@
+#include <rendCore/KrRenderCaptureManager.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/Notify>
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+
+#include <GL/glu.h>
+
+#include <cstdint>
+
+namespace
+{
+
+constexpr unsigned int kCaptureFlags = 9; // the colour buffer; the image is handed out, no target is filled
+constexpr float kLongestPeriodMs = 1e14f; // beyond it the clock's arithmetic overflows
+
+boost::posix_time::ptime now()
+{
+    return boost::posix_time::microsec_clock::local_time();
+}
+
+boost::posix_time::time_duration duration(float periodMs)
+{
+    if (!(periodMs <= kLongestPeriodMs)) {
+        return boost::posix_time::pos_infin;
+    }
+    return boost::posix_time::microseconds(static_cast<std::int64_t>(periodMs) * 1000);
+}
+
+} // namespace
+
+KrRenderCaptureManager::KrRenderCaptureManager()
+    : KrSGWindow::ImageCaptureDrawCallback(nullptr, kCaptureFlags)
+    , m_nextCaptureTime(now())
+    , m_capturedImage(m_sceneImage)
+{
+}
+
+void KrRenderCaptureManager::setFrameRate(float framesPerSecond)
+{
+    m_framePeriodMs = framesPerSecond > 0.0f ? 1000.0f / framesPerSecond : 0.0f;
+}
+
+void KrRenderCaptureManager::setCaptureSize(unsigned int width, unsigned int height)
+{
+    const bool isGiven = width != 0 && height != 0;
+    m_captureWidth = isGiven ? width : 0;
+    m_captureHeight = isGiven ? height : 0;
+}
+
+bool KrRenderCaptureManager::preRender(osgViewer::Viewer* viewer)
+{
+    if (m_mode != Capture) {
+        return false;
+    }
+    now(); // Kept: the clock is read here, too.
+    if (!ImageCaptureDrawCallback::preRender(viewer)) {
+        return false;
+    }
+    m_nextCaptureTime = now() + duration(m_framePeriodMs);
+    if (m_captureWidth == 0 && m_captureHeight == 0) {
+        m_captureWidth = m_width;
+        m_captureHeight = m_height;
+    }
+    m_scaling = m_captureWidth != m_width || m_captureHeight != m_height;
+    if (m_scaling) {
+        prepareScaledImage();
+    } else {
+        m_capturedImage = m_sceneImage;
+    }
+    return true;
+}
+
+void KrRenderCaptureManager::prepareScaledImage()
+{
+    if (m_capturedImage == m_sceneImage) {
+        m_capturedImage = new osg::Image(*m_sceneImage, osg::CopyOp());
+    }
+    const int width = static_cast<int>(m_captureWidth);
+    const int height = static_cast<int>(m_captureHeight);
+    const bool fits = m_capturedImage->data() && m_capturedImage->s() == width && m_capturedImage->t() == height &&
+                      m_capturedImage->getPixelFormat() == m_sceneImage->getPixelFormat();
+    if (fits) {
+        return;
+    }
+    // Kept: depth 0 and the packing in the place of the data type. It leaves no storage (and the scene graph complains
+    // about the type), so that the image is made a second time, with what the scaling is going to write into.
+    m_capturedImage->allocateImage(width, height, 0, m_sceneImage->getPixelFormat(), m_sceneImage->getPacking(), 1);
+    m_capturedImage->allocateImage(width, height, 1, m_sceneImage->getPixelFormat(), m_sceneImage->getDataType(),
+                                   static_cast<int>(m_sceneImage->getPacking()));
+}
+
+bool KrRenderCaptureManager::postRender(osgViewer::Viewer* viewer)
+{
+    detach(viewer);
+    if (m_scaling) {
+        scaleImage();
+    }
+    if (callbackFunction) {
+        callbackFunction(m_capturedImage);
+    }
+    return true;
+}
+
+void KrRenderCaptureManager::scaleImage()
+{
+    const GLint packing = static_cast<GLint>(m_sceneImage->getPacking());
+    glPixelStorei(GL_PACK_ALIGNMENT, packing);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, packing);
+    const GLenum type = m_sceneImage->getDataType();
+    const GLint result =
+        gluScaleImage(m_sceneImage->getPixelFormat(), static_cast<GLsizei>(m_width), static_cast<GLsizei>(m_height),
+                      type, m_sceneImage->data(), static_cast<GLsizei>(m_captureWidth),
+                      static_cast<GLsizei>(m_captureHeight), type, m_capturedImage->data());
+    if (result != 0) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "Unable to scale image.\n");
+    }
+}
+
+bool KrRenderCaptureManager::selfTest() const
+{
+    const osg::ref_ptr<KrRenderCaptureManager> manager = new KrRenderCaptureManager;
+    manager->setFrameRate(25.0f);
+    manager->setCaptureSize(640, 0);
+    return manager->m_framePeriodMs == 40.0f && manager->m_captureWidth == 0 && manager->m_captureHeight == 0;
+}

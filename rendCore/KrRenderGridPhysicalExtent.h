@@ -1,0 +1,27 @@
+#pragma once
+
+#include <toolkit/geometry/KrGridPhysicalExtent.h>
+#include <toolkit/geometry/KrXmlVectorVector.h>
+
+#include <osg/Geode>
+#include <osg/Texture1D>
+
+/// Turns a scalar field on a grid into a node that is drawn by ray casting on the graphics processor.
+///
+/// The shaders are the files "krPlumeShader.vert" and "krPlumeShader.frag" in the folder
+/// software/render/src/rendCore below the one that the environment variable KR_TOOLKITS names. Static operations only.
+class KrRenderGridPhysicalExtent
+{
+public:
+    /// A box that covers the grid, with its textures, uniforms and program. A shader file that cannot be read costs one
+    /// message and that shader.
+    /// @param grid  read during the call only; may be null
+    /// @return a new node without references, which the caller takes; null for a null grid and, after one message, when
+    ///         KR_TOOLKITS is not set
+    static osg::Geode* init(const KrGridPhysicalExtent* grid);
+
+    /// One texel (RGB, a byte each) for each colour of `lut`; 256 black ones when it is empty. A component is
+    /// multiplied by 255 and truncated; its low byte is kept.
+    /// @return a new texture without references, which the caller takes
+    static osg::Texture1D* createLUTTexture(const KrXmlVectorVector& lut);
+};

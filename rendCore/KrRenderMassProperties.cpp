@@ -1,0 +1,69 @@
+#include <rendCore/KrRenderMassProperties.h>
+
+#include <rendCore/KrRenderLink.h>
+#include <rendCore/KrRenderShape.h>
+#include <rendCore/KrRenderTypes.h>
+
+#include <toolkit/foundation/KrString.h>
+#include <toolkit/geometry/KrCoordinateSystemTransformation.h>
+#include <toolkit/geometry/KrEllipsoid.h>
+#include <toolkit/system/KrManipulatorLink.h>
+
+#include <osg/NodeVisitor>
+#include <osg/StateSet>
+
+namespace
+{
+
+constexpr int kSortedBin = 11;
+
+/// Adds the ellipsoid of every link that it meets.
+class MassPropertiesVisitor : public osg::NodeVisitor
+{
+public:
+    MassPropertiesVisitor()
+        : osg::NodeVisitor(osg::NodeVisitor::UPDATE_VISITOR, osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
+    {
+    }
+
+    using osg::NodeVisitor::apply;
+    void apply(osg::MatrixTransform& node) override
+    {
+        if (const auto* link = dynamic_cast<const KrRenderLink*>(&node)) {
+            addEllipsoid(*link);
+        }
+        traverse(node);
+    }
+
+private:
+    static void addEllipsoid(const KrRenderLink& renderLink)
+    {
+        const KrManipulatorLink* link = renderLink.getLink();
+        KrEllipsoid ellipsoid; // stays empty where there is none, which the next step takes for "nothing to draw"
+        KrCoordinateSystemTransformation principalAxes;
+        link->massProperties().fillEllipsoid(link->name(), ellipsoid, principalAxes);
+        const osg::ref_ptr<osg::Geode> geode = KrRenderShape::createGeometry(ellipsoid.physicalExtent());
+        if (!geode) {
+            return;
+        }
+        const unsigned int jointIndex = renderLink.getJointIndex();
+        geode->setNodeMask(KrRenderTypes::MassProperties);
+        geode->setName(link->name() + " - Mass Prop " + KrINT2STRING(jointIndex, 10));
+        // Kept: only the base's ellipsoid is sorted by depth.
+        if (jointIndex == KrRenderLink::kBaseJointIndex) {
+            geode->getOrCreateStateSet()->setRenderBinDetails(kSortedBin, "DepthSortedBin",
+                                                              osg::StateSet::USE_RENDERBIN_DETAILS);
+        }
+        renderLink.getDhFrame()->addChild(geode);
+    }
+};
+
+} // namespace
+
+void KrRenderMassProperties::init(osg::Node* root)
+{
+    if (root != nullptr) {
+        MassPropertiesVisitor visitor;
+        root->accept(visitor);
+    }
+}

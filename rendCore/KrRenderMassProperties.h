@@ -1,0 +1,13 @@
+#pragma once
+
+#include <osg/Node>
+
+/// Adds the ellipsoid of each link's mass properties to a scene, under the link's DH frame node.
+///
+/// Drawn when the window's display mask has the bit KrRenderTypes::MassProperties. Static operations only.
+class KrRenderMassProperties
+{
+public:
+    /// Adds an ellipsoid to every link below `root` that has mass properties; once more on every call.
+    static void init(osg::Node* root);
+};

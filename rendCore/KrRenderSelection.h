@@ -1,0 +1,25 @@
+#pragma once
+
+#include <toolkit/system/KrShapeStateCacheKey.h>
+
+class KrRenderManipulator;
+
+/// Shows chosen shapes of a manipulator as they are and all others faded.
+///
+/// A pass calls `setSelected` for every chosen shape and then `setNonselected` for every manipulator. Shapes are
+/// wrapped in groups of their own with an overriding state set, which a restoring pass takes out again. Scene thread
+/// only, outside any traversal. Static operations only.
+class KrRenderSelection
+{
+public:
+    /// Marks the shape of that key (its link and shape index) as selected until the next pass of `setNonselected`.
+    /// One message when the manipulator has no such shape. Nothing for a null manipulator.
+    static void setSelected(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key);
+
+    /// Fades the shapes that are not selected, or takes all wrappers out.
+    /// @param alpha    opacity of faded shapes, in [0, 1]; 1 shows them as they are
+    /// @param restore  true takes out the wrappers. One whose shape is still marked as selected only loses its mark;
+    /// the
+    ///                 next restoring pass takes it out.
+    static void setNonselected(KrRenderManipulator* manipulator, float alpha, bool restore);
+};

@@ -1,0 +1,230 @@
+#include <rendCore/KrRenderWindow.h>
+
+#include <rendCore/KrRenderAxis.h>
+#include <rendCore/KrRenderBoundingVolumes.h>
+#include <rendCore/KrRenderLink.h>
+#include <rendCore/KrRenderMassProperties.h>
+#include <rendCore/KrRenderSelection.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+KrRenderWindow::KrRenderWindow()
+{
+    KrWindow::setName("KrRenderWindow");
+}
+
+KrRenderWindow::~KrRenderWindow()
+{
+    m_state.reset();
+    KrRenderWindow::closeWindow();
+}
+
+bool KrRenderWindow::init()
+{
+    return (isInitialized() && getViewer()) || KrSGWindow::init();
+}
+
+bool KrRenderWindow::setVisualizableStatedSystem(const KrVisualizableStatedSystem& system)
+{
+    return setStatedSystem(system.statedSystem(), system.visualizationParameters());
+}
+
+bool KrRenderWindow::setStatedSystem(const KrStatedSystem& system, const KrVisualizationParameters& parameters)
+{
+    setStatedSystem(system);
+    return setVisualizationParameters(parameters);
+}
+
+bool KrRenderWindow::setStatedSystem(const KrStatedSystem& system)
+{
+    deleteContents();
+    m_statedSystem = &system;
+    setState(system.systemState());
+    if (isInitialized()) {
+        updateScene();
+    }
+    setSystemReady(true);
+    return true;
+}
+
+const KrStatedSystem* KrRenderWindow::statedSystem() const
+{
+    return m_statedSystem;
+}
+
+void KrRenderWindow::setState(const KrManipulatorSystemState& state)
+{
+    if (m_state) {
+        *m_state = state;
+    } else {
+        m_state = std::make_unique<KrManipulatorSystemState>(state);
+    }
+}
+
+const KrManipulatorSystemState* KrRenderWindow::state() const
+{
+    return m_state.get();
+}
+
+const std::vector<std::vector<KrCoordinateSystemTransformation>>& KrRenderWindow::vvTrans() const
+{
+    return m_vvTrans;
+}
+
+std::vector<std::vector<KrCoordinateSystemTransformation>>& KrRenderWindow::vvTrans()
+{
+    return m_vvTrans;
+}
+
+KrCoordinateSystemTransformation* KrRenderWindow::getGuideTrans(unsigned int i, unsigned int j)
+{
+    return i < m_vvTrans.size() && j < m_vvTrans[i].size() ? &m_vvTrans[i][j] : nullptr;
+}
+
+void KrRenderWindow::setSystemReady(bool ready)
+{
+    m_systemReady = ready;
+}
+
+bool KrRenderWindow::systemReady() const
+{
+    return m_systemReady;
+}
+
+void KrRenderWindow::deleteContents()
+{
+    setSystemReady(false);
+    m_state.reset();
+    if (osgViewer::Viewer* const viewer = getViewer()) {
+        // The visitor would go on carrying the state that has just been deleted.
+        KrRenderLink::updateState(viewer->getUpdateVisitor(), nullptr);
+    }
+    m_statedSystem = nullptr;
+    m_renderManipulators.clear();
+    KrSGWindow::deleteContents();
+}
+
+bool KrRenderWindow::closeWindow()
+{
+    m_renderManipulators.clear();
+    return KrSGWindow::closeWindow();
+}
+
+bool KrRenderWindow::loadScene(const KrStatedSystem* system)
+{
+    if (!system || !isInitialized() || !m_sceneRoot) {
+        // Kept: the message says KrSystemState.
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRenderWindow::loadScene - not initialized or bad KrSystemState\n");
+        return false;
+    }
+    KrSGWindow::loadScene();
+    const KrXmlVectorType<KrIndividualManipulator>& manipulators = system->manipulatorSystem().manipulators();
+    detachManipulators();
+    // The old nodes go before the new ones are built: shapes that are still alive would be taken for shared ones, and
+    // stand in no map of the new nodes.
+    m_renderManipulators.assign(manipulators.size(), nullptr);
+    for (unsigned int i = 0; i < manipulators.size(); ++i) {
+        m_renderManipulators[i] = new KrRenderManipulator(manipulators[i], i);
+        m_sceneRoot->addChild(m_renderManipulators[i]);
+        KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
+    }
+    m_dirtyFlags &= ~std::uint32_t(DirtySystem);
+    if (m_inputHandler.valid()) {
+        m_inputHandler->setNode(m_sceneRoot);
+    }
+    system->acknowledgeNewSystem();
+    KrRenderAxis::init(m_sceneRoot);
+    KrRenderMassProperties::init(m_sceneRoot);
+    return true;
+}
+
+void KrRenderWindow::detachManipulators()
+{
+    for (std::size_t i = m_renderManipulators.size(); i-- > 0;) {
+        const unsigned int place = m_sceneRoot->getChildIndex(m_renderManipulators[i]);
+        if (place < m_sceneRoot->getNumChildren()) {
+            m_sceneRoot->removeChildren(place, 1);
+        }
+    }
+}
+
+bool KrRenderWindow::updateScene()
+{
+    if ((!isInitialized() || !getViewer()) && !init()) {
+        return false;
+    }
+    if (!m_statedSystem) {
+        return KrSGWindow::updateScene();
+    }
+    if (((m_dirtyFlags & DirtySystem) || m_statedSystem->isNewSystem()) && !loadScene(m_statedSystem)) {
+        return false;
+    }
+    if (!KrRenderLink::updateState(m_viewer->getUpdateVisitor(), m_state.get())) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrRenderWindow::updateScene - Scene not initialized.\n");
+        return false;
+    }
+    updateDeformations();
+    if (m_statedSystem->isSelectionChanged()) {
+        updateSelection();
+    }
+    if (m_statedSystem->isTransparencyChanged()) {
+        updateTransparency();
+    }
+    return KrSGWindow::updateScene();
+}
+
+/// Null for a key that names a manipulator the scene does not have.
+KrRenderManipulator* KrRenderWindow::renderManipulator(std::uint32_t index) const
+{
+    return index < m_renderManipulators.size() ? m_renderManipulators[index].get() : nullptr;
+}
+
+void KrRenderWindow::updateDeformations()
+{
+    for (const KrShapeStateCacheKey& key : m_statedSystem->changedShapes()) {
+        m_workKey = key;
+        const KrShape* const shape = m_statedSystem->shapeByKey(m_workKey);
+        if (KrRenderManipulator* const node = renderManipulator(m_workKey.manipID())) {
+            node->updateDeformation(m_workKey.linkID(), m_workKey.shapeID(), shape);
+        }
+    }
+}
+
+void KrRenderWindow::updateSelection()
+{
+    const std::vector<KrShapeStateCacheKey>& selected = m_statedSystem->selectedShapes();
+    for (const KrShapeStateCacheKey& key : selected) {
+        KrRenderSelection::setSelected(renderManipulator(key.manipID()), key);
+    }
+    const bool restore = selected.empty();
+    const unsigned int count = m_statedSystem->manipulatorSystem().manipulators().size();
+    for (unsigned int i = 0; i < count; ++i) {
+        KrRenderSelection::setNonselected(renderManipulator(i), static_cast<float>(m_statedSystem->transparency()),
+                                          restore);
+    }
+    m_statedSystem->setSelectionChanged(false);
+}
+
+void KrRenderWindow::updateTransparency()
+{
+    const float alpha = static_cast<float>(m_statedSystem->transparency());
+    // Kept: what is walked is the list of changed shapes.
+    for (const KrShapeStateCacheKey& key : m_statedSystem->changedShapes()) {
+        m_workKey = key;
+        const KrShape* const shape = m_statedSystem->shapeByKey(m_workKey);
+        if (KrRenderManipulator* const node = renderManipulator(m_workKey.manipID())) {
+            node->updateTransparency(m_workKey.linkID(), m_workKey.shapeID(), shape, alpha);
+        }
+    }
+    m_statedSystem->setTransparencyChanged(false);
+}
+
+bool KrRenderWindow::selfTest() const
+{
+    KrRenderWindow window;
+    const bool fresh =
+        !window.statedSystem() && !window.state() && !window.systemReady() && !window.getGuideTrans(0, 0);
+    const KrStatedSystem system;
+    return fresh && window.setStatedSystem(system) && window.systemReady() && window.statedSystem() == &system;
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <rendCore/KrRenderManipulator.h>
+#include <rendCore/KrSGWindow.h>
+
+#include <toolkit/geometry/KrCoordinateSystemTransformation.h>
+#include <toolkit/system/KrManipulatorSystemState.h>
+#include <toolkit/system/KrShapeStateCacheKey.h>
+#include <toolkit/system/KrStatedSystem.h>
+#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <osg/ref_ptr>
+
+#include <memory>
+#include <vector>
+
+/// The window that shows a stated system.
+///
+/// Give it a system once and then, frame after frame, a state. One window at a time looks at a stated system: the
+/// change flags that it resets are the system's own.
+class KrRenderWindow : public KrSGWindow
+{
+public:
+    KrRenderWindow();
+    ~KrRenderWindow() override;
+
+    using KrSGWindow::loadScene;
+
+    bool closeWindow() override;
+    bool init() override;
+    void deleteContents() override;
+    bool updateScene() override;
+    bool selfTest() const override;
+
+    // The order of the virtual operations is part of the interface.
+    /// The stated system and then its visualization parameters.
+    virtual bool setVisualizableStatedSystem(const KrVisualizableStatedSystem& system);
+    /// Shows `system` in place of the one before; lights are dropped. Always true.
+    /// @param system  borrowed: lives until another one is set or the window is closed
+    virtual bool setStatedSystem(const KrStatedSystem& system);
+    virtual bool setStatedSystem(const KrStatedSystem& system, const KrVisualizationParameters& parameters);
+    /// Null when there is none.
+    virtual const KrStatedSystem* statedSystem() const;
+    /// Copies the state; the next frame shows it.
+    virtual void setState(const KrManipulatorSystemState& state);
+    /// Null before the first state.
+    virtual const KrManipulatorSystemState* state() const;
+    virtual const std::vector<std::vector<KrCoordinateSystemTransformation>>& vvTrans() const;
+    virtual std::vector<std::vector<KrCoordinateSystemTransformation>>& vvTrans();
+    virtual void setSystemReady(bool ready);
+    virtual bool systemReady() const;
+    /// Builds the scene of `system`. False, after one message, for null or when the window is not open.
+    virtual bool loadScene(const KrStatedSystem* system);
+
+    /// Element [i][j] of vvTrans; null outside it.
+    KrCoordinateSystemTransformation* getGuideTrans(unsigned int i, unsigned int j);
+
+protected:
+    bool m_systemReady = false;
+    const KrStatedSystem* m_statedSystem = nullptr;
+    std::vector<osg::ref_ptr<KrRenderManipulator>> m_renderManipulators;
+    std::unique_ptr<KrManipulatorSystemState> m_state;
+    std::vector<std::vector<KrCoordinateSystemTransformation>> m_vvTrans;
+    KrShapeStateCacheKey m_workKey;
+
+private:
+    void detachManipulators();
+    void updateDeformations();
+    void updateSelection();
+    void updateTransparency();
+    KrRenderManipulator* renderManipulator(std::uint32_t index) const;
+};

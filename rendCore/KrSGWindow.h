@@ -1,0 +1,224 @@
+#pragma once
+
+#include <rendCore/KrLightProperties.h>
+#include <rendCore/KrRenderTypes.h>
+#include <rendCore/KrSGBaseInputHandler.h>
+
+#include <toolkit/image/KrImage.h>
+#include <toolkit/visualization/KrVisualizationParameters.h>
+#include <toolkit/window/KrWindow.h>
+
+#include <osg/Camera>
+#include <osg/Image>
+#include <osg/LightSource>
+#include <osg/MatrixTransform>
+#include <osg/Referenced>
+#include <osg/ref_ptr>
+#include <osgViewer/GraphicsWindow>
+#include <osgViewer/Viewer>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+class KrSGTexture;
+
+/// A window that owns a viewer, the root of a scene and a few fixed marker nodes, and draws one frame on request.
+///
+/// Constructed cheaply; all graphics objects are made in `init`, called by the client or by the first `renderScene` or
+/// `setNode`. Setters record values and set dirty bits; the next `updateScene` applies them. Everything runs on the
+/// thread that owns the window's context.
+class KrSGWindow : public KrWindow
+{
+public:
+    class DrawCallback;
+    class ImageCaptureDrawCallback;
+
+    /// Rendering switches; see `setViewerAttribute`.
+    enum ViewerAttribute : std::uint32_t
+    {
+        Lighting = 0x01,
+        Stereo = 0x02, ///< only reported by `stereoOn`
+        Texturing = 0x04,
+        Wireframe = 0x08,
+        SmoothShading = 0x10,
+        CullBackFaces = 0x20,
+        Orthographic = 0x40, ///< a fixed box: x and y from 0 to 1, z from -1 to 1
+        OffScreen = 0x80     ///< set and cleared by `setOffScreenRendering` and `closeWindow` only
+    };
+
+    /// What `renderSceneAndCaptureImage` reads.
+    enum CaptureFlag : std::uint32_t
+    {
+        CaptureColor = 0x0,   ///< RGB, one byte a channel
+        CaptureDepth = 0x2,   ///< one byte a pixel, nearer is darker, background 0
+        CaptureFlipped = 0x8, ///< stores through the image's flipped storage
+    };
+
+    KrSGWindow();
+    ~KrSGWindow() override;
+
+    // The order of the virtual operations is part of the interface: first those of KrWindow, then these.
+    /// Pixels; also sets the aspect ratio, 1 when a size is 0.
+    bool setWindowSize(unsigned int width, unsigned int height) override;
+    /// Deletes the contents, releases the viewer and the root, forgets this context's textures, closes the window.
+    /// A later `renderScene` opens it again. Harmless when it is closed.
+    bool closeWindow() override;
+    bool init() override;
+    /// One frame: makes the context current, updates, draws, swaps.
+    virtual bool renderScene(bool swapBuffers);
+    /// Shows `image` as a quad that fills the window, and draws one frame.
+    virtual bool setImageBuffer(const KrImage& image, bool swapBuffers);
+    /// One frame, of which the pixels of `block` (row 0 at the bottom) go into `image`; false for a null block.
+    virtual bool renderSceneAndCaptureImage(KrImage& image, unsigned int flags, const KrImageBlock* block);
+    virtual void loadLight(const KrLightParameters& lights);
+    virtual void deleteContents();
+    /// POV, render and light parameters at once; also the home position. Give them after the system: a new system
+    /// drops the lights.
+    virtual bool setVisualizationParameters(const KrVisualizationParameters& parameters);
+    virtual const KrVisualizationParameters& visualizationParameters() const;
+    virtual bool setPovParameters(const KrPovParameters& pov);
+    virtual const KrPovParameters& getPovParameters() const;
+    /// Draws into a framebuffer object instead of the window, which is hidden meanwhile. Always true.
+    virtual bool setOffScreenRendering(bool on);
+    virtual bool getOffScreenRendering() const;
+    /// Switches ViewerAttribute bits; applied by the next `updateScene`.
+    virtual void setViewerAttribute(unsigned int bits, bool on);
+    virtual unsigned int viewerAttribute() const;
+    /// The primary mask (KrRenderTypes::DisplayAttributes). `loadScene` sets it to exactly SceneContent, so other bits
+    /// must be set again after each load of a system.
+    virtual unsigned int displayMask() const;
+    /// True when the primary mask shares a bit with `bits`.
+    virtual bool displayMask(unsigned int bits) const;
+    virtual void setDisplayMask(unsigned int mask, bool on, bool secondary);
+    virtual bool stereoOn() const;
+    virtual void setAspectRatio(double aspectRatio);
+    virtual double aspectRatio() const;
+    virtual osg::ref_ptr<osg::Group> getNode() const;
+    /// Null draws through the viewer directly.
+    virtual void setDrawCallback(osg::ref_ptr<DrawCallback> callback);
+    virtual osg::ref_ptr<DrawCallback> getDrawCallback() const;
+    virtual void setLights();
+    /// Adds a text at (x, y), pixels from the window's upper left corner. Nothing before `init`. Overlay text is not in
+    /// captured images.
+    virtual void setOverlayText(const std::string& text, unsigned int x, unsigned int y, const KrColor& color);
+    virtual void clearAllOverlayText();
+    virtual void setInputHandler(KrSGBaseInputHandler* handler);
+    virtual KrSGBaseInputHandler* getInputHandler() const;
+    /// Null when the window is closed; borrowed.
+    virtual osgViewer::Viewer* getViewer() const;
+    virtual bool updateScene();
+    virtual bool selfTest() const;
+    virtual bool loadScene();
+    /// One frame, which goes into `image` (CaptureFlag bits). Replaces and drops an installed draw callback.
+    virtual bool renderSceneAndCaptureImage(KrImage& image, unsigned int flags);
+    /// A light source becomes the root; any other group is added to the root.
+    virtual bool setNode(osg::ref_ptr<osg::Group> node);
+
+    bool loadRenderParameters(const KrRenderParameters& parameters);
+    /// Hides KrWindow's: this one also reaches a window that is open.
+    void setBackgroundColor(const KrColor& color);
+    /// Poses a marker (GlobalAxisMarker or CenterOfInterestMarker) and shows it.
+    void setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& marker, const osg::Matrixd& matrix);
+
+protected:
+    /// Pending changes, one bit a kind.
+    enum DirtyFlag : std::uint32_t
+    {
+        DirtySystem = 0x01, ///< consumed by subclasses
+        DirtyPov = 0x02,
+        DirtyProjection = 0x04,
+        DirtyLights = 0x08,   ///< consumed by subclasses
+        DirtyContents = 0x10, ///< consumed by subclasses
+        DirtyAxisScale = 0x20,
+        DirtyAttributes = 0x40,
+        DirtyAll = 0x7f
+    };
+
+    KrVisualizationParameters m_visualizationParameters;
+    double m_aspectRatio = 1.0;
+    std::vector<KrLightProperties> m_lights;
+    double m_factorA = 1.0; ///< for subclasses
+    double m_factorB = 1.0; ///< for subclasses
+    osg::ref_ptr<osg::MatrixTransform> m_coiTransform;
+    osg::ref_ptr<osg::MatrixTransform> m_globalAxisTransform;
+    osg::ref_ptr<osg::Group> m_tempGroup;
+    std::uint32_t m_displayMask = KrRenderTypes::SceneContent;
+    std::uint32_t m_secondaryDisplayMask = 0;
+    std::uint32_t m_viewerAttributes = Lighting | Texturing | SmoothShading;
+    std::uint32_t m_dirtyFlags = DirtyAll;
+    osg::ref_ptr<KrSGBaseInputHandler> m_inputHandler;
+    osg::ref_ptr<osg::LightSource> m_sceneRoot;
+    osg::ref_ptr<osgViewer::Viewer> m_viewer;
+    osg::ref_ptr<osgViewer::GraphicsWindow> m_graphicsWindow;
+    osg::ref_ptr<DrawCallback> m_drawCallback;
+    osg::ref_ptr<osg::Camera> m_overlayCamera;
+
+private:
+    bool createGraphicsWindow();
+    void createSceneRoot();
+    void createFixedNodes();
+    void createCenterOfInterestMarker();
+    void createOverlayCamera();
+    void setUpCamera();
+    void updateProjection();
+    void applyViewerAttributes();
+    void resizeGraphicsWindow();
+    void refreshRenderTarget();
+    void releaseGLObjects();
+    void releaseViewer();
+    void attachToRoot(osg::Node* node);
+    void createImageQuad(const KrSGTexture& texture);
+
+    friend class KrSGBaseInputHandler; // keeps m_link
+    std::shared_ptr<KrSGWindow*> m_link = std::make_shared<KrSGWindow*>(this);
+    bool m_appliedOrthographic = false;
+};
+
+/// Drives a frame: brackets the viewer's frame with hooks.
+class KrSGWindow::DrawCallback : public osg::Referenced
+{
+public:
+    virtual bool preRender(osgViewer::Viewer* viewer);
+    /// preRender, the viewer's frame whatever that returned, then, if it returned true, postRender.
+    virtual bool render(osgViewer::Viewer* viewer);
+    virtual bool postRender(osgViewer::Viewer* viewer);
+
+protected:
+    ~DrawCallback() override = default;
+};
+
+/// Reads the colour or depth buffer of each frame into an image.
+class KrSGWindow::ImageCaptureDrawCallback : public KrSGWindow::DrawCallback
+{
+public:
+    /// @param target  where frames go; borrowed, may be null until the first frame
+    /// @param flags   CaptureFlag bits; others are ignored
+    ImageCaptureDrawCallback(KrImage* target, unsigned int flags);
+
+    bool preRender(osgViewer::Viewer* viewer) override;
+    bool postRender(osgViewer::Viewer* viewer) override;
+    virtual void setCapture(KrImage* target, unsigned int flags);
+    /// Turns 32-bit depths into bytes in the target: 0 at the nearest drawn depth, growing with the depth to 255 just
+    /// before the farthest one, which wraps to 0 like the background.
+    virtual void remapDepthBuffer();
+
+    /// The frame as it was read: width x height, row 0 at the bottom; RGB bytes, or depths as 32-bit unsigned integers.
+    osg::ref_ptr<osg::Image> getCapturedImage() const { return m_sceneImage; }
+
+protected:
+    ~ImageCaptureDrawCallback() override = default;
+
+    /// Ends the reading of this capture's buffer: left attached, it would be read back in every later frame.
+    void detach(osgViewer::Viewer* viewer) const;
+
+    KrImage* m_target = nullptr;
+    std::uint32_t m_captureFlags = 0;
+    osg::ref_ptr<osg::Image> m_sceneImage;
+    std::uint32_t m_width = 0;
+    std::uint32_t m_height = 0;
+
+private:
+    unsigned char* fittedTarget(unsigned int channels);
+};

@@ -1,0 +1,115 @@
+#version 120
+
+// Ray casting of a plume, fragment stage: marches through a field of scalar values from where a ray enters the field's
+// box (or from the eye, when that is inside) to where it leaves it, and composites colours front to back.
+//
+// Transfer function. With (x, y, z) = inflection, a value's level is 0 up to x, 1/2 at y and 1 from z on, with straight
+// lines between; cells up to x are empty. An inflection with z <= x counts as (0, 1/2, 1), a y that is not between x and
+// z as their middle.
+//     colour   the lookup table's, from its first entry at level 0 to its last at level 1
+//     opacity  a ray that runs the length of the box's longest edge through one level keeps exp(-lutFactor * w) of the
+//              light behind it, w = level^2 (3 - 2 level): a curve whose point of inflection is at level 1/2
+// The look does not depend on the size of the box, nor on that of its cells.
+//
+// Drawn without blending, a pixel shows the plume or what is behind it, in a proportion over the pixels that is the
+// plume's opacity. Where an application blends (a state set above with blending by alpha and the transparent bin), it
+// sets the uniform "plumeBlended" to true there, and every pixel carries its opacity as alpha.
+
+uniform sampler3D texture0; // values, in the first component
+uniform sampler1D texture1; // colours
+uniform vec3 texSize;       // cells along each edge of the box
+uniform vec3 scaleFactor;   // edges of the box, m
+uniform float lutFactor;
+uniform vec3 inflection;
+uniform bool plumeBlended; // false unless an application sets it
+
+varying vec3 rayEnd;
+varying vec3 rayDirection;
+varying float hasEyePoint;
+
+const float stepsPerCell = 2.0;
+const float maxSteps = 2048.0;       // a ray through more cells than half of this takes longer steps
+const float opaqueRemainder = 0.01;  // less light than this from behind is none
+const float smallestEdge = 1.0e-6;   // m; a flat box has no zero to divide by
+
+// Where inside the transfer function a value lies: 0 (empty) to 1.
+float levelOf(float value)
+{
+    vec3 bends = inflection.z > inflection.x ? inflection : vec3(0.0, 0.5, 1.0);
+    if (bends.y <= bends.x || bends.y >= bends.z) {
+        bends.y = 0.5 * (bends.x + bends.z);
+    }
+    if (value < bends.y) {
+        return max(0.5 * (value - bends.x) / (bends.y - bends.x), 0.0);
+    }
+    return min(0.5 + 0.5 * (value - bends.y) / (bends.z - bends.y), 1.0);
+}
+
+// A value in [0, 1) for each pixel, evenly spread among neighbours: interleaved gradient noise (J. Jimenez, SIGGRAPH
+// 2014 course "Advances in real-time rendering in games").
+float noise(vec2 pixel)
+{
+    return fract(52.9829189 * fract(dot(pixel, vec2(0.06711056, 0.00583715))));
+}
+
+// The part of the ray inside the box, volume coordinates: ends at rayEnd.
+vec3 rayInsideBox()
+{
+    vec3 isFlat = vec3(lessThan(abs(scaleFactor), vec3(smallestEdge)));
+    vec3 direction = rayDirection / (scaleFactor + isFlat * smallestEdge);
+    direction += vec3(lessThan(abs(direction), vec3(1.0e-7))) * 1.0e-7;
+    // Backwards from the end, each pair of faces is met after its own part of the direction; the first one bounds.
+    vec3 parts = (rayEnd - vec3(lessThan(direction, vec3(0.0)))) / direction;
+    float part = max(min(parts.x, min(parts.y, parts.z)), 0.0);
+    return direction * (hasEyePoint > 0.5 ? min(part, 1.0) : part);
+}
+
+// Colour, not multiplied by opacity, and opacity of what lies along a ray.
+vec4 march(vec3 start, vec3 ray)
+{
+    float longestEdge = max(max(abs(scaleFactor.x), abs(scaleFactor.y)), max(abs(scaleFactor.z), smallestEdge));
+    float steps = clamp(ceil(stepsPerCell * length(ray * texSize)), 1.0, maxSteps);
+    float depthPerStep = lutFactor * length(ray * scaleFactor) / (longestEdge * steps);
+
+    vec3 color = vec3(0.0);
+    float remainder = 1.0;
+    bool afterGap = false;
+    // Rays start at different parts of a step: what would be rings is fine grain.
+    float at = noise(gl_FragCoord.yx + 47.0);
+    while (at < steps && remainder > opaqueRemainder) {
+        float level = levelOf(texture3D(texture0, start + ray * (at / steps)).r);
+        if (level <= 0.0) {
+            // Between two steps nothing that fills a cell is missed; its first half is fetched below.
+            at += 2.0;
+            afterGap = true;
+        } else if (afterGap) {
+            at -= 1.0;
+            afterGap = false;
+        } else {
+            float kept = exp(-depthPerStep * level * level * (3.0 - 2.0 * level));
+            color += remainder * (1.0 - kept) * texture1D(texture1, level).rgb;
+            remainder *= kept;
+            at += 1.0;
+        }
+    }
+    float opacity = 1.0 - remainder;
+    return vec4(color / max(opacity, 1.0e-6), remainder > opaqueRemainder ? opacity : 1.0);
+}
+
+void main()
+{
+    // Faces look into the box: this leaves one fragment for a ray, the one where it leaves, wherever the eye is.
+    if (!gl_FrontFacing) {
+        discard;
+    }
+    vec3 ray = rayInsideBox();
+    vec4 plume = march(rayEnd - ray, ray);
+    if (plumeBlended) {
+        gl_FragColor = plume;
+        return;
+    }
+    if (plume.a <= noise(gl_FragCoord.xy)) {
+        discard;
+    }
+    gl_FragColor = vec4(plume.rgb, 1.0);
+}

@@ -1,0 +1,9 @@
+target_sources(krRendCore PRIVATE
+    KrContextRestorer.h
+    KrRender2DSampleTool.cpp KrRender2DSampleTool.h
+    KrRenderCaptureManager.cpp KrRenderCaptureManager.h
+    KrRenderMorphLink.cpp KrRenderMorphLink.h
+    KrRenderWindow.cpp KrRenderWindow.h
+    KrRenderWindowParameters.cpp KrRenderWindowParameters.h
+    KrSGBaseInputHandler.cpp KrSGBaseInputHandler.h
+    KrSGWindow.cpp KrSGWindow.h KrSGWindowCapture.cpp KrSGWindowDecorations.cpp)

@@ -1,0 +1,109 @@
+// Makes the files of the folder `samples`:  krGenerateSamples FOLDER
+//
+// The output depends on nothing but this program: run again, it writes the same bytes.
+
+#include "KrSampleSystems.h"
+#include "KrSampleTextures.h"
+
+#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+using Pose = std::vector<std::pair<std::string, double>>;
+
+constexpr double kDegree = 3.14159265358979323846 / 180.0;
+
+KrLight directionalLight(const KrVector& towards, double brightness, double highlight)
+{
+    KrLight light;
+    light.setPosition(towards);
+    light.setDiffuse({brightness, brightness, brightness});
+    light.setSpecular({highlight, highlight, highlight});
+    return light;
+}
+
+/// From the front right, with a strong light from above the viewer's left and a weak one from the right.
+KrVisualizationParameters view(const KrVector& eye, const KrVector& center)
+{
+    KrVisualizationParameters parameters;
+    KrPovParameters pov;
+    pov.setEyepoint(eye);
+    pov.setCenterOfInterest(center);
+    pov.setFieldOfView(30.0 * kDegree);
+    parameters.setPovParameters(pov);
+    KrLightParameters lights;
+    lights.lights().push_back(directionalLight({-0.2, -1.0, 1.2}, 0.62, 0.6));
+    lights.lights().push_back(directionalLight({1.0, 0.3, 0.4}, 0.22, 0.1));
+    parameters.setLightParameters(lights);
+    KrRenderParameters render;
+    render.setBackgroundColor({0.93, 0.94, 0.96});
+    parameters.setRenderParameters(render);
+    return parameters;
+}
+
+bool writeSystem(const std::string& path, const KrSampleRobot& robot, const KrSampleRobot& ground, const Pose& pose,
+                 const KrVisualizationParameters& parameters)
+{
+    KrManipulatorSystem system;
+    system.manipulators().push_back(robot.manipulator());
+    system.manipulators().push_back(ground.manipulator());
+    KrVisualizableStatedSystem whole;
+    whole.statedSystem() = KrStatedSystem(system);
+    whole.visualizationParameters() = parameters;
+    bool ok = true;
+    for (const auto& [joint, position] : pose) {
+        ok = whole.statedSystem().setJointPosition(0, joint, position) && ok;
+    }
+    return ok && whole.writeFile(path);
+}
+
+const Pose kArmPose = {{"joint_1", 0.12}, {"joint_2", 0.50}, {"joint_3", -0.22},     {"joint_4", 0.0},
+                       {"joint_5", 1.22}, {"joint_6", 0.5},  {"gripper_left", 0.022}};
+
+const Pose kDualArmPose = {{"torso_lift", 0.14},
+                           {"head_pan", 0.15},
+                           {"head_tilt", 0.22},
+                           {"left_shoulder_pitch", -0.55},
+                           {"left_shoulder_roll", 0.22},
+                           {"left_shoulder_yaw", -0.30},
+                           {"left_elbow", -1.35},
+                           {"left_forearm_roll", 0.5},
+                           {"left_wrist", 0.15},
+                           {"left_grip", 0.35},
+                           {"right_shoulder_pitch", -0.20},
+                           {"right_shoulder_roll", 0.30},
+                           {"right_shoulder_yaw", 0.10},
+                           {"right_elbow", -1.05},
+                           {"right_wrist", -0.30},
+                           {"right_grip", 0.70}};
+
+const Pose kRoverPose = {{"panel_left_hinge", 0.30}, {"panel_right_hinge", 0.30}, {"mast_pan", -0.35},
+                         {"mast_tilt", 0.30},        {"antenna_pan", -0.5},       {"antenna_tilt", 0.85},
+                         {"arm_shoulder", -0.55},    {"arm_elbow", 1.55},         {"arm_wrist", 0.45}};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
+        return 2;
+    }
+    const std::string folder = argv[1];
+    const KrSampleRobot arm = sampleIndustrialArm();
+    const bool ok = writeSystem(folder + "/industrial_arm.xml", arm, sampleWorkshopFloor(0.55, 0.30), kArmPose,
+                                view({3.6, -3.2, 1.9}, {0.15, 0.0, 0.52})) &&
+                    arm.writeUrdf(folder, "industrial_arm.urdf", "meshes") &&
+                    writeSystem(folder + "/dual_arm_base.xml", sampleDualArmBase(), sampleWorkshopFloor(0.60, 0.40),
+                                kDualArmPose, view({3.9, -2.6, 1.9}, {0.0, 0.0, 0.68})) &&
+                    writeSampleTextures(folder + "/textures") &&
+                    writeSystem(folder + "/textured_rover.xml", sampleTexturedRover("textures"),
+                                sampleDesertPatch("textures"), kRoverPose, view({3.4, -3.3, 2.0}, {0.0, 0.0, 0.40}));
+    return ok ? 0 : 1;
+}

@@ -1,0 +1,391 @@
+// Runs krrender as a user does and looks at what it leaves behind.
+
+#include "Program.h"
+
+#include <tests/support/Pictures.h>
+
+#include <KrAppVideo.h>
+#include <toolkit/image/KrImage.h>
+#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace
+{
+
+/// Two boxes: a red one from z = 0 to 0.5 and a green one above it that swings out along +y.
+const char* const kUrdf = R"(<robot name="swing">
+  <material name="red"><color rgba="0.9 0.05 0.05 1"/></material>
+  <material name="green"><color rgba="0.05 0.8 0.05 1"/></material>
+  <link name="base"><visual><origin xyz="0 0 0.25"/><geometry><box size="0.5 0.5 0.5"/></geometry>
+    <material name="red"/></visual></link>
+  <link name="arm"><visual><origin xyz="0 0 0.5"/><geometry><box size="0.2 0.2 1"/></geometry>
+    <material name="green"/></visual></link>
+  <link name="slider"/>
+  <joint name="swing" type="revolute"><parent link="base"/><child link="arm"/><origin xyz="0 0 0.5"/>
+    <axis xyz="-1 0 0"/><limit lower="-2" upper="2" effort="1" velocity="1"/></joint>
+  <joint name="slide" type="prismatic"><parent link="arm"/><child link="slider"/>
+    <axis xyz="0 0 1"/><limit lower="0" upper="0.1" effort="1" velocity="1"/></joint>
+</robot>
+)";
+
+class KrRenderProgram : public testing::Test
+{
+protected:
+    /// Adds the options that keep a test fast.
+    Answer krrender(const std::string& arguments) const { return plain("--samples 1 --size 160x120 " + arguments); }
+    Answer plain(const std::string& arguments) const
+    {
+        return runCommand("cd '" + m_folder.path("") + "' && '" + std::string(KR_RENDER) + "' " + arguments);
+    }
+    KrImage picture(const std::string& name) const
+    {
+        KrImage image;
+        EXPECT_TRUE(image.readFile(m_folder.path(name), KrImage::TopRowFirst)) << name;
+        return image;
+    }
+    std::string urdf() const { return m_folder.write("swing.urdf", kUrdf).empty() ? "" : "swing.urdf"; }
+
+    Folder m_folder;
+};
+
+bool isRed(const std::array<double, 3>& c)
+{
+    return c[0] > 90.0 && c[0] > 3.0 * c[1];
+}
+bool isGreen(const std::array<double, 3>& c)
+{
+    return c[1] > 90.0 && c[1] > 3.0 * c[0];
+}
+bool isNear(const std::array<double, 3>& c, double r, double g, double b)
+{
+    return std::abs(c[0] - r) < 1.5 && std::abs(c[1] - g) < 1.5 && std::abs(c[2] - b) < 1.5;
+}
+
+} // namespace
+
+TEST_F(KrRenderProgram, DrawsARobotTheRightWayUpInTheMiddleOfThePicture)
+{
+    // From the front (+x): +y is on the right, up is up.
+    const Answer answer = krrender(urdf() + " -o a.png --azimuth 0 --elevation 0 --background '#204060'");
+    ASSERT_EQ(answer.status, 0) << answer.err;
+    EXPECT_EQ(answer.err, "");
+    EXPECT_NE(answer.out.find("a.png: 160 x 120, 3 links, 2 moving joints, 24 triangles"), std::string::npos)
+        << answer.out;
+    const KrImage upright = picture("a.png");
+    ASSERT_EQ(upright.width(), 160u);
+    ASSERT_EQ(upright.height(), 120u);
+    // 1.5 m fill 94 of 100 parts of the height: 75 pixels a metre, the middle of the picture is z = 0.75.
+    EXPECT_TRUE(isGreen(meanColour(upright, 80, 30, 2)));
+    EXPECT_TRUE(isRed(meanColour(upright, 80, 100, 2)));
+    for (const unsigned int x : {4u, 155u}) {
+        for (const unsigned int y : {4u, 115u}) {
+            EXPECT_TRUE(isNear(meanColour(upright, x, y, 3), 0x20, 0x40, 0x60)) << x << " " << y;
+        }
+    }
+    const std::size_t lit = countLit(upright, {0x20, 0x40, 0x60});
+    EXPECT_GT(lit, 2000u); // 0.5 x 0.5 + 0.2 x 1 m^2 at 75 pixels a metre are 2531, a little more in perspective
+    EXPECT_LT(lit, 3300u);
+
+    // Swung by a quarter turn about -x, the arm points along +y: right of the base, seen from the front.
+    ASSERT_EQ(krrender(urdf() + " -o b.png --azimuth 0 --elevation 0 --joint swing=90deg").status, 0);
+    const KrImage swung = picture("b.png");
+    EXPECT_TRUE(isGreen(meanColour(swung, 120, 60, 2)) || isGreen(meanColour(swung, 120, 45, 2)));
+    EXPECT_TRUE(isRed(meanColour(swung, 30, 75, 2)));
+    EXPECT_FALSE(isGreen(meanColour(swung, 30, 45, 2)));
+}
+
+TEST_F(KrRenderProgram, DrawsTheSamePictureEveryTimeAndInEveryFormat)
+{
+    ASSERT_EQ(krrender(urdf() + " -o a.png").status, 0);
+    ASSERT_EQ(krrender(urdf() + " -o b.png").status, 0);
+    EXPECT_EQ(contentOf(m_folder.path("a.png")), contentOf(m_folder.path("b.png")));
+    for (const char* name : {"c.jpg", "c.bmp", "c.tga", "c.tif"}) {
+        ASSERT_EQ(krrender(urdf() + " -o " + name).status, 0) << name;
+        const KrImage image = picture(name);
+        EXPECT_EQ(image.width(), 160u) << name;
+        EXPECT_TRUE(isRed(meanColour(image, 80, 95, 1))) << name;
+    }
+    // Averaged from four times as many pixels: softer edges, the same picture otherwise.
+    ASSERT_EQ(plain(urdf() + " --size 160x120 --samples 4 -o d.png").status, 0);
+    const KrImage plainPicture = picture("a.png");
+    const KrImage smooth = picture("d.png");
+    double difference = 0.0;
+    for (std::size_t i = 0; i < smooth.sizeInBytes(); ++i) {
+        difference += std::abs(int(smooth.data()[i]) - int(plainPicture.data()[i]));
+    }
+    EXPECT_LT(difference / static_cast<double>(smooth.sizeInBytes()), 3.0);
+    EXPECT_GT(difference, 0.0);
+}
+
+TEST_F(KrRenderProgram, TheCameraStandsWhereItIsToldTo)
+{
+    // From above, up is +x: the eye looks down the arm at its square end.
+    ASSERT_EQ(krrender(urdf() + " -o a.png --eye 0,0,6 --look-at 0,0,0 --up 1,0,0 --fov 20 --background black").status,
+              0);
+    const KrImage above = picture("a.png");
+    EXPECT_TRUE(isGreen(meanColour(above, 80, 60, 2)));
+    // 120 pixels span 2 * 4.5 * tan(10 deg) m at the arm's end: 0.2 m are 15.1 pixels, squared 229.
+    std::size_t green = 0;
+    for (std::size_t i = 0; i < above.sizeInBytes(); i += 3) {
+        green += above.data()[i + 1] > 60 && above.data()[i] < 30 ? 1 : 0;
+    }
+    EXPECT_NEAR(static_cast<double>(green), 229.0, 35.0);
+    // The robot is out of sight: the picture is empty, and that is no failure.
+    ASSERT_EQ(krrender(urdf() + " -o b.png --eye 0,0,6 --look-at 0,0,9 --background black").status, 0);
+    EXPECT_EQ(countLit(picture("b.png"), {0, 0, 0}), 0u);
+}
+
+TEST_F(KrRenderProgram, DrawsDepth)
+{
+    ASSERT_EQ(krrender(urdf() + " --depth d.png").status, 0);
+    const KrImage depth = picture("d.png");
+    ASSERT_EQ(depth.width(), 160u);
+    std::size_t drawn = 0;
+    for (std::size_t i = 0; i < depth.sizeInBytes(); i += depth.channels()) {
+        drawn += depth.data()[i] > 0 ? 1 : 0;
+    }
+    EXPECT_GT(drawn, 1500u);
+    EXPECT_EQ(depth.data()[0], 0);
+}
+
+TEST_F(KrRenderProgram, DrawsSamplesWithTheirTextures)
+{
+    for (const char* name : {"industrial_arm.xml", "dual_arm_base.xml", "textured_rover.xml", "industrial_arm.urdf"}) {
+        const Answer answer = krrender(std::string(KR_SAMPLES) + "/" + name + " -o s.png --strict --background white");
+        ASSERT_EQ(answer.status, 0) << name << answer.err;
+        EXPECT_EQ(answer.err, "") << name;
+        EXPECT_GT(countLit(picture("s.png"), {255, 255, 255}), 2500u) << name;
+    }
+    // The rover stands on sand, whose colour comes from its texture alone (the material is white).
+    ASSERT_EQ(krrender(std::string(KR_SAMPLES) + "/textured_rover.xml -o s.png").status, 0);
+    const auto sand = meanColour(picture("s.png"), 80, 110, 3);
+    EXPECT_GT(sand[0], 1.3 * sand[2]);
+    // The file's own view is another one.
+    ASSERT_EQ(krrender(std::string(KR_SAMPLES) + "/textured_rover.xml -o f.png --file-view").status, 0);
+    EXPECT_NE(contentOf(m_folder.path("s.png")), contentOf(m_folder.path("f.png")));
+}
+
+TEST_F(KrRenderProgram, WritesNumberedFramesOfATrajectory)
+{
+    m_folder.write("motion.csv", "swing\n-90deg\n0\n90deg\n");
+    std::filesystem::create_directory(m_folder.path("frames"));
+    const Answer answer =
+        krrender(urdf() + " --trajectory motion.csv -o frames/%03d.png --azimuth 0 --elevation 0 --background black");
+    ASSERT_EQ(answer.status, 0) << answer.err;
+    EXPECT_NE(answer.out.find("3 of 3 frames"), std::string::npos) << answer.out;
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder.path("frames"))) {
+        ++count;
+        EXPECT_TRUE(entry.path().extension() == ".png");
+    }
+    EXPECT_EQ(count, 3u);
+    // The camera stands still and sees the whole motion: the base is in the same place, the arm goes from left to
+    // right.
+    const KrImage first = picture("frames/001.png");
+    const KrImage last = picture("frames/003.png");
+    EXPECT_EQ(meanColour(first, 80, 105, 2), meanColour(last, 80, 105, 2));
+    const auto greenSide = [](const KrImage& image) {
+        double sum = 0.0;
+        for (unsigned int y = 0; y < image.height(); ++y) {
+            for (unsigned int x = 0; x < image.width(); ++x) {
+                const unsigned char* const p = image.data() + 3 * (std::size_t(y) * image.width() + x);
+                sum += p[1] > 60 && p[0] < 40 ? (x < 80 ? -1.0 : 1.0) : 0.0;
+            }
+        }
+        return sum;
+    };
+    EXPECT_LT(greenSide(first), -100.0);
+    EXPECT_GT(greenSide(last), 100.0);
+}
+
+TEST_F(KrRenderProgram, WritesAVideoThroughTheHelperProgramOrSaysThatItIsMissing)
+{
+    m_folder.write("motion.csv", "swing\n0\n0.2\n0.4\n0.6\n");
+    const std::set<std::string> before = {"motion.csv", "swing.urdf"};
+    const std::string command = urdf() + " --trajectory motion.csv -o motion.mp4 --fps 10";
+    const Answer without = runCommand("cd '" + m_folder.path("") + "' && PATH=/nowhere '" + std::string(KR_RENDER) +
+                                      "' --samples 1 --size 160x120 " + command);
+    EXPECT_EQ(without.status, 1);
+    EXPECT_EQ(without.numErrorLines(), 1u);
+    EXPECT_NE(without.err.find("ffmpeg"), std::string::npos);
+    EXPECT_EQ(m_folder.names(), before);
+    if (KrAppVideo::program().empty()) {
+        GTEST_SKIP() << "no ffmpeg program";
+    }
+    const Answer answer = krrender(command);
+    ASSERT_EQ(answer.status, 0) << answer.err;
+    EXPECT_GT(std::filesystem::file_size(m_folder.path("motion.mp4")), 500u);
+    EXPECT_EQ(m_folder.names(), (std::set<std::string>{"motion.csv", "motion.mp4", "swing.urdf"}));
+    const Answer probe = runCommand("ffmpeg -loglevel error -i '" + m_folder.path("motion.mp4") + "' -vsync 0 '" +
+                                    m_folder.path("p_%d.png") + "'");
+    ASSERT_EQ(probe.status, 0) << probe.err;
+    EXPECT_EQ(m_folder.names().count("p_4.png"), 1u);
+    EXPECT_EQ(m_folder.names().count("p_5.png"), 0u);
+    // Upright: the red base is at the bottom.
+    EXPECT_TRUE(isRed(meanColour(picture("p_1.png"), 80, 95, 1)));
+}
+
+TEST_F(KrRenderProgram, TellsTheTreeWithoutDrawing)
+{
+    // No context is opened: a back end that does not exist does not matter.
+    const Answer answer =
+        runCommand(std::string(KR_RENDER) + " " + KR_SAMPLES + "/industrial_arm.urdf --info", "KR_WINDOW=glx DISPLAY=");
+    ASSERT_EQ(answer.status, 0) << answer.err;
+    for (const char* part :
+         {"industrial_arm", "└─ link_1", "joint_1", "revolute -170 to 170 deg", "prismatic 0 to 0.035 m",
+          "follows gripper_left x 1", "10 links, 9 joints (8 move", "triangles"}) {
+        EXPECT_NE(answer.out.find(part), std::string::npos) << part << "\n" << answer.out;
+    }
+}
+
+TEST_F(KrRenderProgram, ConvertsToNativeXmlThatIsTheSameRobotAndPicture)
+{
+    ASSERT_EQ(krrender(urdf() + " -j swing=0.5 --convert native.xml -o a.png --report r.json").status, 0);
+    KrVisualizableStatedSystem system;
+    ASSERT_TRUE(system.readFile(m_folder.path("native.xml")));
+    EXPECT_EQ(system.statedSystem().systemState().positionStates()[0].jointPositions()[0].value(), 0.5);
+    EXPECT_NE(contentOf(m_folder.path("r.json")).find("\"swing\""), std::string::npos);
+    const auto tree = [](const std::string& text) { return text.substr(text.find('\n')); }; // behind name and file
+    EXPECT_EQ(tree(krrender(urdf() + " --info").out), tree(krrender("native.xml --info").out));
+    // The pose is in the file; so are point of view, light and background.
+    ASSERT_EQ(krrender("native.xml -o b.png").status, 0);
+    EXPECT_EQ(contentOf(m_folder.path("a.png")), contentOf(m_folder.path("b.png")));
+    // A state file puts it back.
+    KrManipulatorSystemState state = system.statedSystem().systemState();
+    state.positionStates()[0].jointPositions()[0].setValue(0.0);
+    ASSERT_TRUE(state.writeFile(m_folder.path("state.xml")));
+    ASSERT_EQ(krrender("native.xml --state state.xml -o c.png").status, 0);
+    ASSERT_EQ(krrender(urdf() + " -o d.png").status, 0);
+    EXPECT_EQ(contentOf(m_folder.path("c.png")), contentOf(m_folder.path("d.png")));
+}
+
+TEST_F(KrRenderProgram, AMissingMeshIsAWarningOrWithStrictAnError)
+{
+    m_folder.write("gap.urdf",
+                   "<robot name='gap'><link name='a'><visual><geometry><mesh filename='none.stl'/></geometry>"
+                   "</visual></link></robot>");
+    const Answer lenient = krrender("gap.urdf -o a.png");
+    EXPECT_EQ(lenient.status, 0) << lenient.err;
+    EXPECT_NE(lenient.err.find("warning: "), std::string::npos);
+    const Answer strict = krrender("gap.urdf -o b.png --strict --report r.json");
+    EXPECT_EQ(strict.status, 1);
+    EXPECT_EQ(strict.numErrorLines(), 1u);
+    EXPECT_NE(strict.err.find("none.stl"), std::string::npos);
+    // The report is there to tell why, the picture is not.
+    EXPECT_EQ(m_folder.names(), (std::set<std::string>{"a.png", "gap.urdf", "r.json"}));
+}
+
+TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
+{
+    m_folder.write("empty.urdf", "");
+    m_folder.write("blank.urdf", " \n\t\n");
+    m_folder.write("binary.urdf", std::string("\x7f"
+                                              "ELF\0\0\0\x01",
+                                              8));
+    m_folder.write("text.urdf", "this is no robot\n");
+    m_folder.write("broken.urdf", "<robot name='a'><link name='b'>");
+    m_folder.write("broken.xml", "<statedSystem><a></statedSystem>");
+    m_folder.write("other.xml", "<sdf version='1.6'/>");
+    m_folder.write("bad.csv", "swing\n0\nx\n");
+    m_folder.write("long.urdf", "<robot name='" + std::string(300000, 'x') + "'");
+    std::filesystem::create_directory(m_folder.path("folder"));
+    const std::string robot = urdf();
+    const std::set<std::string> before = m_folder.names();
+
+    struct Case
+    {
+        std::string arguments;
+        int status;
+        std::string part; ///< of the sentence
+    };
+    const Case cases[] = {
+        {"none.urdf -o a.png", 1, "no such file"},
+        {"folder -o a.png", 1, "is a folder"},
+        {"empty.urdf -o a.png", 1, "is empty"},
+        {"blank.urdf -o a.png", 1, "is empty"},
+        {"binary.urdf -o a.png", 1, "binary"},
+        {"text.urdf -o a.png", 1, "no XML"},
+        {"broken.urdf -o a.png", 1, "broken.urdf"},
+        {"broken.xml -o a.png", 1, "broken.xml"},
+        {"other.xml -o a.png", 1, "<sdf>"},
+        {"long.urdf -o a.png", 1, "long.urdf"},
+        {robot + " -o a.png -j swng=1", 1, "did you mean swing?"},
+        {robot + " -o a.png -j swing=fast", 2, "no number"},
+        {robot + " -o a.png -j swing=nan", 2, "no number"},
+        {robot + " -o a.png -j swing=5mm", 2, "wrong unit"},
+        {robot + " -o a.png -j swing", 2, "NAME=VALUE"},
+        {robot + " -o a.png --size 0x480", 2, "from 1 to"},
+        {robot + " -o a.png --size 100000x100000", 2, "from 1 to"},
+        {robot + " -o a.png --size 30000x30000", 1, "this driver draws at most"},
+        {robot + " -o a.png --size big", 2, "WIDTHxHEIGHT"},
+        {robot + " -o a.png --samples 3", 2, "1, 4, 9 or 16"},
+        {robot + " -o a.png --samples many", 2, "samples"},
+        {robot + " -o a.png --background blu", 2, "did you mean blue?"},
+        {robot + " -o a.png --fov 180", 2, "from 1 to 170"},
+        {robot + " -o a.png --eye 1,2", 2, "X,Y,Z"},
+        {robot + " -o a.png --eye 1,2,3 --look-at 1,2,3", 2, "same point"},
+        {robot + " -o a.png --up 0,0,0", 2, "no direction"},
+        {robot + " -o none/a.png", 1, "there is no folder none"},
+        {robot + " -o folder", 2, "picture's name"},
+        {robot + " -o a.xyz", 2, "written as"},
+        {robot + " -o a.mp4", 2, "--trajectory"},
+        {robot + " -o swing.urdf/a.png", 1, "there is no folder"},
+        {robot + " -o /proc/self/a.png", 1, "cannot write /proc/self/a.png"},
+        {robot + " --report none/r.json", 1, "there is no folder none"},
+        {robot + " --convert /proc/self/a.xml", 1, "/proc/self/a.xml"},
+        {robot + " -o a_%s.png --trajectory bad.csv", 2, "frame number"},
+        {robot + " -o a.png --trajectory bad.csv", 1, "line 3"},
+        {robot + " -o a.mp4 --trajectory bad.csv", 1, "line 3"},
+        {robot + " -o a.png --trajectory none.csv", 1, "none.csv"},
+        {robot + " -o a.png --state none.xml", 1, "no such file"},
+        {robot + " -o a.png --state broken.xml", 1, "broken.xml"},
+        {robot + " --trajectory bad.csv", 2, "needs -o"},
+        {robot + " --paint -o a.png", 2, "--paint"},
+        {robot + " -o", 2, "--output"},
+        {robot, 2, "nothing to do"},
+        {"-o a.png", 2, "no robot"},
+        {"", 2, "no robot"},
+    };
+    for (const Case& c : cases) {
+        const Answer answer = plain(c.arguments);
+        EXPECT_EQ(answer.status, c.status) << c.arguments << "\n" << answer.err;
+        EXPECT_EQ(answer.numErrorLines(), 1u) << c.arguments << "\n" << answer.err;
+        EXPECT_EQ(answer.err.compare(0, 10, "krrender: "), 0) << c.arguments << "\n" << answer.err;
+        EXPECT_NE(answer.err.find(c.part), std::string::npos) << c.arguments << "\n" << answer.err;
+        EXPECT_LT(answer.err.size(), 600u) << c.arguments << "\n" << answer.err;
+        EXPECT_EQ(m_folder.names(), before) << c.arguments;
+    }
+}
+
+TEST_F(KrRenderProgram, AFailedWriteKeepsTheOldPicture)
+{
+    m_folder.write("old.png", "the old content");
+    EXPECT_EQ(krrender(urdf() + " -o old.png -j none=1").status, 1);
+    EXPECT_EQ(contentOf(m_folder.path("old.png")), "the old content");
+    ASSERT_EQ(krrender(urdf() + " -o old.png").status, 0);
+    EXPECT_EQ(picture("old.png").width(), 160u);
+}
+
+TEST_F(KrRenderProgram, HelpVersionAndDoctorAnswerOnStandardOutput)
+{
+    EXPECT_NE(plain("--help").out.find("--trajectory"), std::string::npos);
+    EXPECT_EQ(plain("--version").out.compare(0, 9, "krrender "), 0);
+    const Answer doctor = plain("--doctor");
+    EXPECT_EQ(doctor.status, 0) << doctor.err;
+    for (const char* part : {"EGL", "GLX", "What a picture is drawn with", "pictures: can be drawn", "ffmpeg"}) {
+        EXPECT_NE(doctor.out.find(part), std::string::npos) << part;
+    }
+    EXPECT_EQ(doctor.err, "");
+    // Nothing works without a driver, and nothing crashes.
+    const Answer none = runCommand(std::string(KR_RENDER) + " --doctor", "KR_WINDOW=glx DISPLAY=:7777");
+    EXPECT_EQ(none.status, 1);
+    EXPECT_NE(none.out.find("pictures: cannot be drawn"), std::string::npos);
+    const Answer draw = runCommand("cd '" + m_folder.path("") + "' && KR_WINDOW=glx DISPLAY=:7777 '" + KR_RENDER +
+                                   "' " + urdf() + " -o a.png");
+    EXPECT_EQ(draw.status, 1);
+    EXPECT_EQ(draw.numErrorLines(), 1u) << draw.err;
+    EXPECT_NE(draw.err.find("--doctor"), std::string::npos) << draw.err;
+}

@@ -1,0 +1,104 @@
+#include <rendCore/KrRender2DSampleTool.h>
+#include <rendCore/KrRenderWindow.h>
+
+#include <tests/support/Systems.h>
+
+#include <boost/make_shared.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace
+{
+
+using Map = std::vector<std::vector<double>>;
+
+/// Looks along -x of the world from (5, 0, 0), z up.
+KrCoordinateSystemTransformation fromPlusX()
+{
+    KrCoordinateSystemTransformation view;
+    const double columns[9] = {0, 0, 1, //
+                               1, 0, 0, //
+                               0, 1, 0};
+    view.setRotation(columns);
+    view.setTranslation(KrVector(5.0, 0.0, 0.0));
+    return view;
+}
+
+KrManipulatorSystem bodies(std::initializer_list<boost::shared_ptr<KrBasePhysicalExtent>> extents)
+{
+    KrIndividualManipulator robot("robot");
+    for (const auto& extent : extents) {
+        robot.addShape(extent);
+    }
+    KrManipulatorSystem system;
+    system.manipulators().push_back(robot);
+    return system;
+}
+
+bool canDraw()
+{
+    return KrWindow().init();
+}
+
+TEST(KrRender2DSampleTool, RefusesArgumentsOutsideTheirRange)
+{
+    const KrStatedSystem system;
+    Map map = {{7.0}};
+    const KrCoordinateSystemTransformation view;
+    EXPECT_FALSE(KrRender2DSampleTool::get2DMap(system, view, 0, 1, 1, 1, 2, map));
+    EXPECT_FALSE(KrRender2DSampleTool::get2DMap(system, view, 1, 0, 1, 1, 2, map));
+    EXPECT_FALSE(KrRender2DSampleTool::get2DMap(system, view, 1, 1, 0, 1, 2, map));
+    EXPECT_FALSE(KrRender2DSampleTool::get2DMap(system, view, 1, 1, 1, 0, 2, map));
+    EXPECT_FALSE(KrRender2DSampleTool::get2DMap(system, view, 1, 1, 1, 1, 1.0, map));
+    EXPECT_FALSE(KrRender2DSampleTool::get2DMap(system, view, 1, 1, 1, 1, std::nan(""), map));
+    EXPECT_EQ(map, Map{{7.0}});
+}
+
+TEST(KrRender2DSampleTool, MeasuresABallTheRightWayUpEveryTime)
+{
+    if (!canDraw()) {
+        GTEST_SKIP() << "no OpenGL context";
+    }
+    const auto ball = boost::make_shared<KrSpherePhysicalExtent>(1.0);
+    // A marker above and to the left, as the camera sees it: +z and -y.
+    const KrStatedSystem system(bodies({ball, Systems::box(KrVector(0.2, 0.4, 0.4), KrVector(0.0, -1.5, 1.5), "")}));
+    KrRenderWindow other;
+    other.setWindowSize(32, 32);
+    ASSERT_TRUE(other.init());
+    for (int call = 0; call < 4; ++call) {
+        Map map(300, std::vector<double>(7, -1.0));
+        ASSERT_TRUE(KrRender2DSampleTool::get2DMap(system, fromPlusX(), 201, 161, 5.0, 4.0, 10.0, map));
+        ASSERT_EQ(map.size(), 161u);
+        ASSERT_EQ(map[0].size(), 201u);
+        EXPECT_NEAR(map[80][100], 4.0, 0.01) << "the ball is a mesh";
+        unsigned int across = 0;
+        for (const double sample : map[80]) {
+            across += sample < 9.0 ? 1 : 0;
+        }
+        EXPECT_NEAR(across * 5.0 / 201.0, 2.0, 0.06);
+        EXPECT_EQ(map[2][2], 10.0);
+        // Looking along -x with z up, +y is to the right.
+        const auto sampleAt = [&map](double y, double z) {
+            return map[std::size_t((z + 2.0) / 4.0 * 161.0)][std::size_t((y + 2.5) / 5.0 * 201.0)];
+        };
+        EXPECT_NEAR(sampleAt(-1.5, 1.5), 4.9, 1e-6);
+        EXPECT_EQ(sampleAt(-1.5, -1.5), 10.0);
+        EXPECT_EQ(sampleAt(1.5, 1.5), 10.0);
+        EXPECT_EQ(KrWindow::getWindow(), &other) << "the context that was current is current again";
+    }
+}
+
+TEST(KrRender2DSampleTool, AnEmptySceneIsAsFarAsItGets)
+{
+    if (!canDraw()) {
+        GTEST_SKIP() << "no OpenGL context";
+    }
+    Map map;
+    ASSERT_TRUE(KrRender2DSampleTool::get2DMap(KrStatedSystem(), fromPlusX(), 8, 4, 1.0, 1.0, 1.000001, map));
+    EXPECT_EQ(map, Map(4, std::vector<double>(8, 1.000001)));
+}
+
+} // namespace

@@ -1,0 +1,112 @@
+#include <rendCore/KrRenderBoundingVolumes.h>
+
+#include <rendCore/KrRenderManipulator.h>
+#include <rendCore/KrRenderShape.h>
+#include <tests/rendCore/SceneSamples.h>
+#include <tests/support/MessageRecorder.h>
+#include <toolkit/foundation/KrNullDeleter.h>
+
+#include <osg/StateSet>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+using namespace SceneSamples;
+
+boost::shared_ptr<KrShape> shapeWithVolumes(const std::vector<boost::shared_ptr<KrShape>>& volumes)
+{
+    const boost::shared_ptr<KrShape> shape = boost::make_shared<KrShape>(box());
+    for (const boost::shared_ptr<KrShape>& volume : volumes) {
+        shape->addBoundingVolume(volume);
+    }
+    return shape;
+}
+
+boost::shared_ptr<KrShape> boxShape(double edge)
+{
+    return boost::make_shared<KrShape>(box(edge));
+}
+
+} // namespace
+
+TEST(KrRenderBoundingVolumes, ShowsTheLastOfAShapesVolumesOnly)
+{
+    const boost::shared_ptr<KrShape> shape = shapeWithVolumes({boxShape(4.0), boxShape(3.0), boxShape(2.0)});
+    const osg::ref_ptr<osg::Switch> volumes = KrRenderBoundingVolumes::makeBV(shape.get(), KrMaterialMap(), 4, 0);
+    ASSERT_TRUE(volumes);
+    EXPECT_EQ(volumes->getNodeMask(), 2u);
+    ASSERT_EQ(volumes->getNumChildren(), 3u);
+    for (unsigned int i = 0; i < volumes->getNumChildren(); ++i) {
+        EXPECT_EQ(volumes->getChild(i)->getName(), " - BV 1");
+        EXPECT_EQ(volumes->getValue(i), i + 1 == volumes->getNumChildren()) << i;
+        EXPECT_NE(dynamic_cast<KrRenderShape*>(volumes->getChild(i)), nullptr);
+        const osg::StateSet* state = volumes->getChild(i)->getStateSet();
+        EXPECT_TRUE(state == nullptr || state->getRenderBinMode() == osg::StateSet::INHERIT_RENDERBIN_DETAILS);
+    }
+}
+
+TEST(KrRenderBoundingVolumes, OnlyTheBasesVolumesAreSortedByDepth)
+{
+    const boost::shared_ptr<KrShape> shape = shapeWithVolumes({boxShape(2.0)});
+    const osg::ref_ptr<osg::Switch> volumes =
+        KrRenderBoundingVolumes::makeBV(shape.get(), KrMaterialMap(), 0xFFFFFFFEu, 0);
+    ASSERT_TRUE(volumes);
+    const osg::StateSet* state = volumes->getChild(0)->getStateSet();
+    ASSERT_NE(state, nullptr);
+    EXPECT_EQ(state->getBinNumber(), 11);
+    EXPECT_EQ(state->getBinName(), "DepthSortedBin");
+    EXPECT_EQ(state->getRenderBinMode(), osg::StateSet::USE_RENDERBIN_DETAILS);
+}
+
+TEST(KrRenderBoundingVolumes, AVolumeWithoutAnExtentIsReportedAndTheOthersAreBuilt)
+{
+    const boost::shared_ptr<KrShape> broken = shapeWithVolumes({boxShape(3.0), boost::make_shared<KrShape>()});
+    const MessageRecorder messages;
+    const osg::ref_ptr<osg::Switch> volumes = KrRenderBoundingVolumes::makeBV(broken.get(), KrMaterialMap(), 4, 6);
+    EXPECT_EQ(
+        messages.count(Kr::Print::Warning, "KrRenderLink - unable to add bounding volume for link (4), shape 6.\n"),
+        1u);
+    EXPECT_EQ(messages.count(), 1u);
+    ASSERT_TRUE(volumes);
+    EXPECT_EQ(volumes->getNumChildren(), 1u);
+    EXPECT_TRUE(volumes->getValue(0));
+}
+
+TEST(KrRenderBoundingVolumes, AListEndsWhereTheShapeItselfStands)
+{
+    KrShape shape(box());
+    const boost::shared_ptr<KrShape> itself(&shape, KrNullDeleter());
+    shape.addBoundingVolume(itself);
+    EXPECT_FALSE(KrRenderBoundingVolumes::makeBV(&shape, KrMaterialMap(), 0, 0));
+
+    KrShape second(box());
+    second.addBoundingVolume(boxShape(2.0));
+    second.addBoundingVolume(boost::shared_ptr<KrShape>(&second, KrNullDeleter()));
+    second.addBoundingVolume(boxShape(3.0));
+    const osg::ref_ptr<osg::Switch> volumes = KrRenderBoundingVolumes::makeBV(&second, KrMaterialMap(), 0, 0);
+    ASSERT_TRUE(volumes);
+    EXPECT_EQ(volumes->getNumChildren(), 1u);
+}
+
+TEST(KrRenderBoundingVolumes, EveryLinkWithAShapeGetsASwitchUnderItsDhFrame)
+{
+    KrIndividualManipulator robot("robot");
+    robot.addChildLink(KrManipulatorLink("bare"));
+    KrManipulatorLink arm("arm");
+    arm.addShape(shapeWithVolumes({boxShape(2.0)}));
+    robot.addChildLink(arm);
+    const osg::ref_ptr<KrRenderManipulator> node = new KrRenderManipulator(robot, 0);
+    const osg::Node* base = node->getChild(0);
+    const auto& armNode = dynamic_cast<const KrRenderLink&>(*base->asGroup()->getChild(2));
+    const auto& bareNode = dynamic_cast<const KrRenderLink&>(*base->asGroup()->getChild(1));
+
+    KrRenderBoundingVolumes::init(node, robot.dataMaps());
+    ASSERT_EQ(armNode.getDhFrame()->getNumChildren(), 2u);
+    EXPECT_EQ(armNode.getDhFrame()->getChild(1)->getName(), "arm - BV 0");
+    EXPECT_EQ(bareNode.getDhFrame()->getNumChildren(), 0u);
+    KrRenderBoundingVolumes::init(node, robot.dataMaps());
+    EXPECT_EQ(armNode.getDhFrame()->getNumChildren(), 3u);
+    KrRenderBoundingVolumes::init(nullptr, robot.dataMaps());
+}

@@ -1,0 +1,106 @@
+#include <tests/toolkit/foundation/KrCaughtMessages.h>
+
+#include <toolkit/foundation/KrFileUtil.h>
+#include <toolkit/foundation/KrGL.h>
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/KrString.h>
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+TEST(KrPrint, FormatsTextOfAnyLengthAndKeepsItsLineEnd)
+{
+    const KrCaughtMessages messages;
+    const std::string longName(5000, 'x');
+    Kr::Print::instance()->write(Kr::Print::Warning, "%s is %d%%\n", longName.c_str(), 7);
+    EXPECT_EQ(messages.only(), longName + " is 7%\n");
+}
+
+TEST(KrPrint, DefaultSinkWritesToStandardErrorButNotDebug)
+{
+    testing::internal::CaptureStderr();
+    Kr::Print::instance()->write(Kr::Print::Debug, "a secret\n");
+    Kr::Print::instance()->write(Kr::Print::Error, "a {} failure\n");
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(text.find("secret"), std::string::npos);
+    EXPECT_NE(text.find("a {} failure\n"), std::string::npos);
+    EXPECT_EQ(text.find("\n\n"), std::string::npos);
+}
+
+TEST(KrPrint, SinkMayPrintReplaceItselfAndThrow)
+{
+    Kr::Print* const print = Kr::Print::instance();
+    std::vector<std::string> texts;
+    const Kr::Print::Sink before = print->setSink([&](Kr::Print::Type, const std::string& text) {
+        texts.push_back(text);
+        if (text == "first") {
+            print->write(Kr::Print::Info, "second");
+            print->setSink([](Kr::Print::Type, const std::string&) { throw 1; });
+            texts.push_back("still here");
+        }
+    });
+    print->write(Kr::Print::Info, "first");
+    EXPECT_NO_THROW(print->write(Kr::Print::Info, "third"));
+    print->setSink(before);
+    EXPECT_EQ(texts, (std::vector<std::string>{"first", "second", "still here"}));
+}
+
+TEST(KrPrint, ThreadsDoNotMixUp)
+{
+    const KrCaughtMessages messages;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int j = 0; j < 500; ++j) {
+                Kr::Print::instance()->write(Kr::Print::Info, "0123456789\n");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(messages.texts(), std::vector<std::string>(2000, "0123456789\n"));
+}
+
+TEST(KrFileUtil, FindsRegularFilesInTheOrderOfTheSearchPath)
+{
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::path(testing::TempDir()) / "kr_file_util_test";
+    fs::remove_all(folder);
+    fs::create_directories(folder / "one" / "sub" / "folder.txt");
+    fs::create_directories(folder / "two" / "sub");
+    std::ofstream(folder / "one" / "both.txt") << "1";
+    std::ofstream(folder / "two" / "both.txt") << "2";
+    std::ofstream(folder / "two" / "sub" / "folder.txt") << "2";
+
+    EXPECT_EQ(KrFileUtil::findFile("both.txt"), "");
+    KrFileUtil::addDirectory((folder / "one").string());
+    KrFileUtil::addDirectory((folder / "two").string());
+    EXPECT_EQ(KrFileUtil::findFile("both.txt"), (folder / "one" / "both.txt").string());
+    // In the first folder that name is a folder.
+    EXPECT_EQ(KrFileUtil::findFile("sub/folder.txt"), (folder / "two" / "sub" / "folder.txt").string());
+    EXPECT_EQ(KrFileUtil::findFile((folder / "two" / "both.txt").string()), (folder / "two" / "both.txt").string());
+    EXPECT_EQ(KrFileUtil::findFile((folder / "two").string()), "");
+    EXPECT_EQ(KrFileUtil::findFile(""), "");
+    fs::remove_all(folder);
+}
+
+TEST(KrGL, PowerOf2RoundsUpAndStopsAtTheHighest)
+{
+    EXPECT_EQ(KrGL::powerOf2(0), 1u);
+    EXPECT_EQ(KrGL::powerOf2(1), 1u);
+    EXPECT_EQ(KrGL::powerOf2(64), 64u);
+    EXPECT_EQ(KrGL::powerOf2(65), 128u);
+    EXPECT_EQ(KrGL::powerOf2(0x80000001u), 0x80000000u);
+}
+
+TEST(KrINT2STRING, WritesExtremesInAnyBase)
+{
+    EXPECT_EQ(KrINT2STRING(LLONG_MIN, 2), "-1" + std::string(63, '0'));
+    EXPECT_EQ(KrINT2STRING(255u, 16), "ff");
+    EXPECT_EQ(KrINT2STRING(-10, 10), "-10");
+}

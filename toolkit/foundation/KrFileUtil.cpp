@@ -1,0 +1,47 @@
+#include <toolkit/foundation/KrFileUtil.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <vector>
+
+namespace
+{
+
+std::vector<std::string>& searchPath()
+{
+    static std::vector<std::string> s_directories;
+    return s_directories;
+}
+
+bool isRegularFile(const std::filesystem::path& path)
+{
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error);
+}
+
+} // namespace
+
+void KrFileUtil::addDirectory(const std::string& directory)
+{
+    std::vector<std::string>& directories = searchPath();
+    if (!directory.empty() && std::find(directories.begin(), directories.end(), directory) == directories.end()) {
+        directories.push_back(directory);
+    }
+}
+
+std::string KrFileUtil::findFile(const std::string& name)
+{
+    const std::filesystem::path wanted(name);
+    if (wanted.is_absolute()) {
+        return isRegularFile(wanted) ? name : std::string();
+    }
+    for (const std::string& directory : searchPath()) {
+        const std::filesystem::path candidate = std::filesystem::path(directory) / wanted;
+        if (isRegularFile(candidate)) {
+            std::error_code error;
+            const std::filesystem::path full = std::filesystem::absolute(candidate, error);
+            return error ? candidate.string() : full.string();
+        }
+    }
+    return std::string();
+}

@@ -1,0 +1,115 @@
+#include <toolkit/foundation/KrPrint.h>
+
+#include <spdlog/logger.h>
+#include <spdlog/sinks/stdout_color_sinks.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <vector>
+
+namespace Kr
+{
+
+namespace
+{
+
+spdlog::level::level_enum logLevel(Print::Type type)
+{
+    switch (type) {
+    case Print::Debug:
+        return spdlog::level::debug;
+    case Print::Info:
+    case Print::Notice:
+        return spdlog::level::info;
+    case Print::Warning:
+        return spdlog::level::warn;
+    case Print::Error:
+        break;
+    }
+    return spdlog::level::err;
+}
+
+std::string formatted(const char* format, std::va_list arguments)
+{
+    std::va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    std::vector<char> text(length < 0 ? 1 : static_cast<std::size_t>(length) + 1, '\0');
+    if (length >= 0) {
+        std::vsnprintf(text.data(), text.size(), format, again);
+    }
+    va_end(again);
+    return std::string(text.data(), text.size() - 1);
+}
+
+} // namespace
+
+struct Print::Private
+{
+    Private()
+        : logger("kr", std::make_shared<spdlog::sinks::stderr_color_sink_mt>())
+    {
+        logger.set_level(spdlog::level::info);
+        logger.set_pattern("%^%l%$: %v");
+        logger.flush_on(spdlog::level::info);
+    }
+
+    void writeToStandardError(Type type, std::string text)
+    {
+        while (!text.empty() && text.back() == '\n') {
+            text.pop_back();
+        }
+        logger.log(logLevel(type), text);
+    }
+
+    // Recursive: a sink may itself print. Held while a sink runs, so that sinks need no lock of their own.
+    std::recursive_mutex mutex;
+    std::shared_ptr<Sink> sink = std::make_shared<Sink>();
+    spdlog::logger logger;
+};
+
+Print::Print()
+    : m_private(new Private)
+{
+}
+
+Print::~Print() = default;
+
+Print* Print::instance()
+{
+    // Never destroyed: objects that outlive main may still have something to say.
+    static Print* const s_instance = new Print;
+    return s_instance;
+}
+
+void Print::write(Type type, const char* format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    try {
+        std::string text = formatted(format, arguments);
+        const std::lock_guard<std::recursive_mutex> lock(m_private->mutex);
+        // Kept alive for the call: the sink may put another one in its place.
+        const std::shared_ptr<Sink> sink = m_private->sink;
+        if (*sink) {
+            (*sink)(type, text);
+        } else {
+            m_private->writeToStandardError(type, std::move(text));
+        }
+    } catch (...) {
+        // A message that cannot be told must not become a failure of its own.
+    }
+    va_end(arguments);
+}
+
+Print::Sink Print::setSink(Sink sink)
+{
+    const auto next = std::make_shared<Sink>(std::move(sink));
+    const std::lock_guard<std::recursive_mutex> lock(m_private->mutex);
+    const std::shared_ptr<Sink> before = m_private->sink;
+    m_private->sink = next;
+    return *before;
+}
+
+} // namespace Kr

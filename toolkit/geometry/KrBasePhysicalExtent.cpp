@@ -1,0 +1,127 @@
+#include <toolkit/geometry/KrBasePhysicalExtent.h>
+
+#include <toolkit/geometry/KrBoxPhysicalExtent.h>
+#include <toolkit/geometry/KrCapsulePhysicalExtent.h>
+#include <toolkit/geometry/KrConePhysicalExtent.h>
+#include <toolkit/geometry/KrCylinderPhysicalExtent.h>
+#include <toolkit/geometry/KrEllipsoidPhysicalExtent.h>
+#include <toolkit/geometry/KrGridPhysicalExtent.h>
+#include <toolkit/geometry/KrSpherePhysicalExtent.h>
+#include <toolkit/geometry/KrTriPhysicalExtent.h>
+
+#include <cmath>
+#include <memory>
+
+namespace
+{
+
+template <typename Extent>
+KrBasePhysicalExtent* newIfNamed(const KrXmlToken& token)
+{
+    std::unique_ptr<Extent> extent(new Extent);
+    return extent->token() == token ? extent.release() : nullptr;
+}
+
+} // namespace
+
+KrBasePhysicalExtent::KrBasePhysicalExtent(const KrBasePhysicalExtent& other)
+    : KrXmlCompoundType(other)
+    , m_placement(other.m_placement)
+    , m_materialName(other.m_materialName)
+    , m_triExtent(other.m_triExtent)
+{
+}
+
+KrBasePhysicalExtent& KrBasePhysicalExtent::operator=(const KrBasePhysicalExtent& other)
+{
+    KrXmlCompoundType::operator=(other);
+    m_placement = other.m_placement;
+    m_materialName = other.m_materialName;
+    m_triExtent = other.m_triExtent;
+    m_changed = true;
+    return *this;
+}
+
+void KrBasePhysicalExtent::setPlacement(const KrCoordinateSystemTransformation& placement)
+{
+    m_placement = placement;
+    touch();
+}
+
+boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::triExtent() const
+{
+    if (!m_triExtent) {
+        m_triExtent = makePlacedTriangles();
+    }
+    return m_triExtent;
+}
+
+boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::makePlacedTriangles() const
+{
+    const boost::shared_ptr<KrTriPhysicalExtent> triangles = makeTriangles();
+    if (!triangles || m_placement.isIdentity()) {
+        return triangles;
+    }
+    return triangles->transformed(m_placement);
+}
+
+unsigned int KrBasePhysicalExtent::numGroupNames() const
+{
+    return 1;
+}
+
+std::string KrBasePhysicalExtent::groupName(unsigned int i) const
+{
+    return i == 0 ? m_materialName.value() : std::string();
+}
+
+void KrBasePhysicalExtent::setMaterialName(const std::string& name)
+{
+    m_materialName = name;
+    touch();
+}
+
+void KrBasePhysicalExtent::recompute() const
+{
+    triExtent();
+}
+
+KrBasePhysicalExtent* KrBasePhysicalExtent::newFromToken(const KrXmlToken& token)
+{
+    using Maker = KrBasePhysicalExtent* (*)(const KrXmlToken&);
+    constexpr Maker makers[] = {newIfNamed<KrTriPhysicalExtent>,       newIfNamed<KrSpherePhysicalExtent>,
+                                newIfNamed<KrBoxPhysicalExtent>,       newIfNamed<KrCylinderPhysicalExtent>,
+                                newIfNamed<KrCapsulePhysicalExtent>,   newIfNamed<KrConePhysicalExtent>,
+                                newIfNamed<KrEllipsoidPhysicalExtent>, newIfNamed<KrGridPhysicalExtent>};
+    for (const Maker make : makers) {
+        KrBasePhysicalExtent* const extent = make(token);
+        if (extent != nullptr) {
+            return extent;
+        }
+    }
+    return nullptr;
+}
+
+void KrBasePhysicalExtent::registerComponents()
+{
+    registerComponent({KrXmlNamespace::core(), "placement"}, m_placement, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "materialName"}, m_materialName, Presence::Optional);
+}
+
+void KrBasePhysicalExtent::touch()
+{
+    m_triExtent.reset();
+    m_changed = true;
+}
+
+bool KrBasePhysicalExtent::completeRead(KrXmlReader&)
+{
+    touch();
+    return true;
+}
+
+bool KrBasePhysicalExtent::checkLength(KrXmlReader& reader, const char* what, double length)
+{
+    // Written so that NaN fails too.
+    return (length >= 0.0 && std::isfinite(length)) || reader.fail("%s %g m is no length", what, length);
+}

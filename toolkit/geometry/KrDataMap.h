@@ -1,0 +1,50 @@
+#pragma once
+
+#include <toolkit/xml/KrXmlObject.h>
+
+#include <map>
+#include <string>
+#include <variant>
+
+class KrColor;
+
+/// Named values of mixed type (real, string, truth value): the appearance of a shape group, for one.
+///
+/// Appearance keys: "krAmbientRed", "krAmbientGreen", "krAmbientBlue", "krAmbientAlpha", likewise
+/// "krDiffuse...", "krSpecular...", "krEmission..." (each in [0, 1]), "krShininess" (0 to 128),
+/// "krTextureFilename", "krTextureEnvironmentMode", "krTextureMinFilter", "krTextureMagFilter", "krRenderBothSides".
+class KrDataMap : public KrXmlObjectOf<KrDataMap, KrXmlObject>
+{
+public:
+    /// Each writes `out` and returns true only when `key` is there with that type.
+    bool real(const std::string& key, double& out) const;
+    bool string(const std::string& key, std::string& out) const;
+    bool boolean(const std::string& key, bool& out) const;
+
+    /// Each puts the value in place of whatever `key` held.
+    void setReal(const std::string& key, double value);
+    void setString(const std::string& key, const std::string& value);
+    void setBoolean(const std::string& key, bool value);
+    bool erase(const std::string& key);
+
+    bool empty() const { return m_values.empty(); }
+
+    /// A lit surface of one colour: ambient and diffuse are `color`, a faint highlight.
+    static KrDataMap material(const KrColor& color);
+    /// What a shape looks like that says nothing about it: a light grey.
+    static const KrDataMap& defaultManipColor();
+    /// The blue of mass-property ellipsoids, half transparent.
+    static const KrDataMap& blueColor();
+
+    bool xmlInit() override;
+    bool read(KrXmlReader& reader) override;
+    bool write(KrXmlWriter& writer) const override;
+    KrXmlToken token() const override;
+    void writeSchemaContent(KrXmlSchema& schema) const override;
+
+    friend bool operator==(const KrDataMap& a, const KrDataMap& b) { return a.m_values == b.m_values; }
+    friend bool operator!=(const KrDataMap& a, const KrDataMap& b) { return !(a == b); }
+
+private:
+    std::map<std::string, std::variant<double, std::string, bool>> m_values;
+};

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <toolkit/geometry/KrDataMap.h>
+#include <toolkit/xml/KrXmlBasicType.h>
+#include <toolkit/xml/KrXmlMapType.h>
+
+#include <string>
+
+/// Materials (and other data maps) by name.
+using KrMaterialMap = KrXmlMapType<KrXmlBasicType<std::string>, KrDataMap>;

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <toolkit/xml/KrXmlText.h>
+
+/// A texture coordinate: u to the right, v upwards; (0, 0) is the image's lower left corner.
+class KrPlanarVector
+{
+public:
+    KrPlanarVector() = default;
+    KrPlanarVector(double u, double v)
+        : m_data{u, v}
+    {
+    }
+    double u() const { return m_data[0]; }
+    double v() const { return m_data[1]; }
+
+    friend bool operator==(const KrPlanarVector& a, const KrPlanarVector& b)
+    {
+        return a.u() == b.u() && a.v() == b.v();
+    }
+
+private:
+    double m_data[2] = {0.0, 0.0};
+};
+
+template <>
+struct KrXmlPlain<KrPlanarVector>
+{
+    static constexpr bool isPlain = true;
+    static void append(std::string& out, const KrPlanarVector& value);
+    static bool take(std::string_view& text, KrPlanarVector& value);
+};

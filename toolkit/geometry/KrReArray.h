@@ -1,0 +1,12 @@
+#pragma once
+
+/// A 4 x 4 array of doubles, indexed [row][column].
+class KrReArray
+{
+public:
+    const double* operator[](unsigned int row) const { return m_data[row]; }
+    double* operator[](unsigned int row) { return m_data[row]; }
+
+private:
+    double m_data[4][4] = {};
+};

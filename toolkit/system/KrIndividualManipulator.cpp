@@ -1,0 +1,281 @@
+#include <toolkit/system/KrIndividualManipulator.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+
+namespace
+{
+
+using Links = KrXmlVectorType<KrManipulatorLink>;
+using Positions = KrPositionState::JointPositions;
+
+constexpr int kBase = -1;
+
+unsigned int countLinks(const Links& links)
+{
+    unsigned int count = links.size();
+    for (const KrManipulatorLink& link : links) {
+        count += countLinks(link.childLinks());
+    }
+    return count;
+}
+
+void collectLinks(const Links& links, std::vector<const KrManipulatorLink*>& out)
+{
+    for (const KrManipulatorLink& link : links) {
+        out.push_back(&link);
+        collectLinks(link.childLinks(), out);
+    }
+}
+
+void collectParents(const Links& links, int parent, std::vector<int>& out)
+{
+    for (const KrManipulatorLink& link : links) {
+        const int index = static_cast<int>(out.size());
+        out.push_back(parent);
+        collectParents(link.childLinks(), index, out);
+    }
+}
+
+void collectPoses(const Links& links, const KrCoordinateSystemTransformation& parentPose, const Positions& positions,
+                  std::vector<KrCoordinateSystemTransformation>& out)
+{
+    for (const KrManipulatorLink& link : links) {
+        KrCoordinateSystemTransformation linkToParent;
+        link.jointKinematics().linkTransformation(positions[static_cast<unsigned int>(out.size())], linkToParent);
+        const KrCoordinateSystemTransformation pose = parentPose * linkToParent;
+        out.push_back(pose);
+        collectPoses(link.childLinks(), pose, positions, out);
+    }
+}
+
+/// Looks for a link in depth-first pre-order; poses are computed on the way back, for the links above it only.
+///
+/// @param nextIndex  joint index of the first of `links`; moved past all that was looked at
+/// @param pose       when found: link frame to the frame of the parent of `links`
+bool findPose(const Links& links, const std::string& name, const Positions& positions, unsigned int& nextIndex,
+              KrCoordinateSystemTransformation& pose)
+{
+    for (const KrManipulatorLink& link : links) {
+        const unsigned int index = nextIndex++;
+        KrCoordinateSystemTransformation below;
+        if (link.name() != name && !findPose(link.childLinks(), name, positions, nextIndex, below)) {
+            continue;
+        }
+        if (index >= positions.size()) {
+            return false;
+        }
+        link.jointKinematics().linkTransformation(positions[index], pose);
+        pose = pose * below;
+        return true;
+    }
+    return false;
+}
+
+/// Follows the mimic joints of one manipulator.
+class MimicSolver
+{
+public:
+    MimicSolver(const std::vector<const KrManipulatorLink*>& links, Positions& positions)
+        : m_links(links)
+        , m_positions(positions)
+        , m_masters(links.size(), kNoMaster)
+        , m_marks(links.size(), Mark::Open)
+    {
+        findMasters();
+    }
+
+    void solve()
+    {
+        for (std::size_t joint = 0; joint < m_links.size(); ++joint) {
+            followChain(static_cast<int>(joint));
+        }
+    }
+
+private:
+    enum class Mark
+    {
+        Open,
+        OnChain,
+        Settled
+    };
+    static constexpr int kNoMaster = -1;
+
+    void findMasters()
+    {
+        const auto isMimic = [](const KrManipulatorLink* link) { return link->jointKinematics().isMimic(); };
+        if (std::none_of(m_links.begin(), m_links.end(), isMimic)) {
+            return;
+        }
+        std::map<std::string_view, int> joints;
+        for (std::size_t joint = 0; joint < m_links.size(); ++joint) {
+            joints.emplace(m_links[joint]->jointKinematics().name(), static_cast<int>(joint));
+        }
+        for (std::size_t joint = 0; joint < m_links.size(); ++joint) {
+            const KrJointKinematics& kinematics = m_links[joint]->jointKinematics();
+            const auto master = joints.find(kinematics.mimicMaster());
+            if (kinematics.isMimic() && master != joints.end()) {
+                m_masters[joint] = master->second;
+            }
+        }
+    }
+
+    /// Walks from a joint up its masters to one whose position stands, then back down.
+    void followChain(int joint)
+    {
+        std::vector<int> chain;
+        while (m_marks[joint] == Mark::Open && m_masters[joint] != kNoMaster) {
+            m_marks[joint] = Mark::OnChain;
+            chain.push_back(joint);
+            joint = m_masters[joint];
+        }
+        if (m_marks[joint] == Mark::OnChain) {
+            // A circle: its joints stay where they are, those that hang on it follow.
+            while (m_marks[joint] == Mark::OnChain) {
+                m_marks[chain.back()] = Mark::Settled;
+                chain.pop_back();
+            }
+        }
+        m_marks[joint] = Mark::Settled;
+        for (; !chain.empty(); chain.pop_back()) {
+            settle(chain.back());
+        }
+    }
+
+    void settle(int joint)
+    {
+        const KrJointKinematics& kinematics = m_links[joint]->jointKinematics();
+        const double master = m_positions[m_masters[joint]];
+        m_positions[joint] = kinematics.mimicMultiplier() * master + kinematics.mimicOffset();
+        m_marks[joint] = Mark::Settled;
+    }
+
+    const std::vector<const KrManipulatorLink*>& m_links;
+    Positions& m_positions;
+    std::vector<int> m_masters;
+    std::vector<Mark> m_marks;
+};
+
+double restPosition(const KrJointKinematics& kinematics)
+{
+    return kinematics.hasLimits() ? std::clamp(0.0, kinematics.lowerLimit(), kinematics.upperLimit()) : 0.0;
+}
+
+bool refuseState(const char* method, const std::string& manipulator, unsigned int joints, unsigned int positions)
+{
+    Kr::Print::instance()->write(Kr::Print::Warning,
+                                 "KrIndividualManipulator::%s - manipulator \"%s\" has %u joints, the state %u.\n",
+                                 method, manipulator.c_str(), joints, positions);
+    return false;
+}
+
+} // namespace
+
+KrIndividualManipulator::KrIndividualManipulator(const std::string& name)
+{
+    setName(name);
+}
+
+unsigned int KrIndividualManipulator::numJoints() const
+{
+    return countLinks(childLinks());
+}
+
+std::vector<const KrManipulatorLink*> KrIndividualManipulator::links() const
+{
+    std::vector<const KrManipulatorLink*> result;
+    collectLinks(childLinks(), result);
+    return result;
+}
+
+std::vector<int> KrIndividualManipulator::parents() const
+{
+    std::vector<int> result;
+    collectParents(childLinks(), kBase, result);
+    return result;
+}
+
+int KrIndividualManipulator::jointIndex(const std::string& name) const
+{
+    if (name.empty()) {
+        return -1;
+    }
+    const std::vector<const KrManipulatorLink*> all = links();
+    auto found = std::find_if(all.begin(), all.end(),
+                              [&](const KrManipulatorLink* link) { return link->jointKinematics().name() == name; });
+    if (found == all.end()) {
+        found =
+            std::find_if(all.begin(), all.end(), [&](const KrManipulatorLink* link) { return link->name() == name; });
+    }
+    return found == all.end() ? -1 : static_cast<int>(found - all.begin());
+}
+
+KrPositionState KrIndividualManipulator::defaultState() const
+{
+    KrPositionState state;
+    const std::vector<const KrManipulatorLink*> all = links();
+    for (const KrManipulatorLink* link : all) {
+        state.jointPositions().push_back(restPosition(link->jointKinematics()));
+    }
+    MimicSolver(all, state.jointPositions()).solve();
+    return state;
+}
+
+bool KrIndividualManipulator::applyMimics(KrPositionState& state) const
+{
+    const std::vector<const KrManipulatorLink*> all = links();
+    if (all.size() != state.jointPositions().size()) {
+        return refuseState("applyMimics", name(), numJoints(), state.jointPositions().size());
+    }
+    MimicSolver(all, state.jointPositions()).solve();
+    return true;
+}
+
+bool KrIndividualManipulator::linkPoses(const KrPositionState& state,
+                                        std::vector<KrCoordinateSystemTransformation>& poses) const
+{
+    const unsigned int joints = numJoints();
+    if (joints != state.jointPositions().size()) {
+        return refuseState("linkPoses", name(), joints, state.jointPositions().size());
+    }
+    poses.clear();
+    poses.reserve(joints);
+    collectPoses(childLinks(), state.baseTransformation(), state.jointPositions(), poses);
+    return true;
+}
+
+bool KrIndividualManipulator::linkPose(const std::string& link, const KrPositionState& state,
+                                       KrCoordinateSystemTransformation& pose) const
+{
+    if (link.empty() || link == name()) {
+        pose = state.baseTransformation();
+        return true;
+    }
+    unsigned int nextIndex = 0;
+    KrCoordinateSystemTransformation linkToBase;
+    if (!findPose(childLinks(), link, state.jointPositions(), nextIndex, linkToBase)) {
+        return false;
+    }
+    pose = state.baseTransformation() * linkToBase;
+    return true;
+}
+
+KrXmlToken KrIndividualManipulator::token() const
+{
+    return {KrXmlNamespace::system(), "individualManipulator"};
+}
+
+void KrIndividualManipulator::registerComponents()
+{
+    const std::string& uri = KrXmlNamespace::system();
+    registerComponent({uri, "placement"}, m_placement, Presence::Optional);
+    registerComponent({uri, "baseDhFrame"}, m_baseDhFrame, Presence::Optional);
+    registerComponent({uri, "materialMap"}, m_materialMap, Presence::Optional);
+    registerComponent({uri, "dataMaps"}, m_dataMaps, Presence::Optional);
+    // The link's components last: the tree is long, what stands above it is read first.
+    KrManipulatorLink::registerComponents();
+    registerComponent({uri, "intraLinkDescription"}, m_intraLinks, Presence::Optional);
+}

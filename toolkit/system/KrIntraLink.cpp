@@ -1,0 +1,100 @@
+#include <toolkit/system/KrIntraLink.h>
+
+#include <toolkit/system/KrIndividualManipulator.h>
+#include <toolkit/system/KrManipulatorActiveState.h>
+#include <toolkit/xml/KrXmlReader.h>
+
+namespace
+{
+
+/// Sine of the angle below which two directions count as parallel.
+constexpr double kParallel = 1e-6;
+
+/// What is left of `direction` without its share along the unit vector `axis`.
+KrVector across(const KrVector& direction, const KrVector& axis)
+{
+    return direction - axis * direction.dot(axis);
+}
+
+/// A frame at `origin` whose x axis is the unit vector `x`, and whose z axis is close to `start`'s.
+KrCoordinateSystemTransformation frameAlong(const KrVector& x, const KrVector& origin,
+                                            const KrCoordinateSystemTransformation& start)
+{
+    KrVector z = across(start.transformDirection(KrVector(0.0, 0.0, 1.0)), x);
+    if (z.length() < kParallel) {
+        z = across(start.transformDirection(KrVector(0.0, 1.0, 0.0)), x);
+    }
+    z.normalize();
+    const KrVector y = z.cross(x);
+
+    KrCoordinateSystemTransformation frame;
+    frame.setRotation({x.x(), y.x(), z.x(), //
+                       x.y(), y.y(), z.y(), //
+                       x.z(), y.z(), z.z()});
+    frame.setTranslation(origin);
+    return frame;
+}
+
+} // namespace
+
+KrIntraLink::KrIntraLink(const std::string& startLink, const KrVector& startPoint, const std::string& endLink,
+                         const KrVector& endPoint)
+    : m_startLink(startLink)
+    , m_startPoint(startPoint)
+    , m_endLink(endLink)
+    , m_endPoint(endPoint)
+{
+}
+
+KrCoordinateSystemTransformation KrIntraLink::placement(const KrManipulatorActiveState& state,
+                                                        const KrIndividualManipulator& manipulator) const
+{
+    KrCoordinateSystemTransformation start;
+    KrCoordinateSystemTransformation end;
+    if (!manipulator.linkPose(startLink(), state.positionState(), start) ||
+        !manipulator.linkPose(endLink(), state.positionState(), end)) {
+        return {};
+    }
+
+    const KrVector origin = start.transformPoint(startPoint());
+    KrVector x = end.transformPoint(endPoint()) - origin;
+    if (!(x.normalize() > 0.0)) {
+        // The points meet: there is no direction but the start link's own.
+        start.setTranslation(origin);
+        return start;
+    }
+    return frameAlong(x, origin, start);
+}
+
+KrXmlToken KrIntraLink::token() const
+{
+    return {KrXmlNamespace::system(), "intraLink"};
+}
+
+void KrIntraLink::registerComponents()
+{
+    const std::string& uri = KrXmlNamespace::system();
+    registerComponent({uri, "startLink"}, m_startLink, Presence::Optional);
+    registerComponent({uri, "startPoint"}, m_startPoint, Presence::Optional);
+    registerComponent({uri, "endLink"}, m_endLink, Presence::Optional);
+    registerComponent({uri, "endPoint"}, m_endPoint, Presence::Optional);
+    registerComponent({uri, "shape"}, m_shape, Presence::Optional);
+}
+
+bool KrIntraLink::validate(KrXmlReader& reader) const
+{
+    if (!startPoint().isFinite() || !endPoint().isFinite()) {
+        return reader.fail("the points of an intra-link are finite");
+    }
+    return true;
+}
+
+KrXmlToken KrIntraLinkDescription::token() const
+{
+    return {KrXmlNamespace::system(), "intraLinkDescription"};
+}
+
+void KrIntraLinkDescription::registerComponents()
+{
+    registerComponent({KrXmlNamespace::system(), "intraLinks"}, m_intraLinks, Presence::Optional);
+}

@@ -1,0 +1,198 @@
+#include <toolkit/system/KrJointKinematics.h>
+
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/xml/KrXmlReader.h>
+
+#include <array>
+#include <cmath>
+#include <optional>
+
+namespace
+{
+
+struct TypeName
+{
+    KrJointKinematics::Type type;
+    const char* name;
+};
+
+constexpr std::array<TypeName, 4> kTypeNames = {{{KrJointKinematics::Type::Fixed, "fixed"},
+                                                 {KrJointKinematics::Type::Revolute, "revolute"},
+                                                 {KrJointKinematics::Type::Continuous, "continuous"},
+                                                 {KrJointKinematics::Type::Prismatic, "prismatic"}}};
+
+const char* nameOf(KrJointKinematics::Type type)
+{
+    for (const TypeName& known : kTypeNames) {
+        if (known.type == type) {
+            return known.name;
+        }
+    }
+    return kTypeNames[0].name;
+}
+
+std::optional<KrJointKinematics::Type> typeOf(const std::string& name)
+{
+    for (const TypeName& known : kTypeNames) {
+        if (name == known.name) {
+            return known.type;
+        }
+    }
+    return std::nullopt;
+}
+
+bool hasDirection(const KrVector& axis)
+{
+    const double length = axis.length();
+    return length > 0.0 && std::isfinite(length);
+}
+
+/// Leaves alone what has unit length but for rounding, so that an axis is written and read back unchanged.
+KrVector normalized(KrVector axis)
+{
+    if (std::abs(axis.length() - 1.0) > 1e-14) {
+        axis.normalize();
+    }
+    return axis;
+}
+
+} // namespace
+
+KrJointKinematics::Type KrJointKinematics::type() const
+{
+    return m_typeValue;
+}
+
+void KrJointKinematics::setType(Type type)
+{
+    m_typeValue = type;
+    m_type = std::string(nameOf(type));
+}
+
+bool KrJointKinematics::setAxis(const KrVector& axis)
+{
+    if (!hasDirection(axis)) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrJointKinematics::setAxis - joint \"%s\": (%g, %g, %g) has no direction.\n",
+                                     name().c_str(), axis.x(), axis.y(), axis.z());
+        return false;
+    }
+    m_axis = normalized(axis);
+    return true;
+}
+
+void KrJointKinematics::setDenavitHartenberg(Type type, double theta, double d, double a, double alpha)
+{
+    // Turning about and sliding along z commute, so that one place of the joint serves every type:
+    // Rz(theta) * [Rz(q) or Tz(q)] * Tz(d) Tx(a) Rx(alpha).
+    KrCoordinateSystemTransformation origin;
+    origin.setAxisAngle(KrVector(0.0, 0.0, 1.0), theta);
+    KrCoordinateSystemTransformation offset;
+    offset.setAxisAngle(KrVector(1.0, 0.0, 0.0), alpha);
+    offset.setTranslation(KrVector(a, 0.0, d));
+
+    setType(type);
+    m_origin = origin;
+    m_axis = KrVector(0.0, 0.0, 1.0);
+    m_offset = offset;
+}
+
+bool KrJointKinematics::setLimits(double lower, double upper)
+{
+    // Written so that NaN fails too.
+    if (!(lower <= upper)) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning, "KrJointKinematics::setLimits - joint \"%s\": no position lies between %g and %g.\n",
+            name().c_str(), lower, upper);
+        return false;
+    }
+    m_lowerLimit = lower;
+    m_upperLimit = upper;
+    return true;
+}
+
+void KrJointKinematics::setMimic(const std::string& master, double multiplier, double offset)
+{
+    m_mimicMaster = master;
+    m_mimicMultiplier = multiplier;
+    m_mimicOffset = offset;
+}
+
+void KrJointKinematics::linkTransformation(double position, KrCoordinateSystemTransformation& linkToParent) const
+{
+    KrCoordinateSystemTransformation motion;
+    switch (m_typeValue) {
+    case Type::Fixed:
+        break;
+    case Type::Revolute:
+    case Type::Continuous:
+        motion.setAxisAngle(m_axis, position);
+        break;
+    case Type::Prismatic:
+        motion.setTranslation(m_axis.value() * position);
+        break;
+    }
+    linkToParent = m_origin * motion * m_offset;
+}
+
+bool KrJointKinematics::read(KrXmlReader& reader)
+{
+    if (!KrXmlCompoundType::read(reader)) {
+        return false;
+    }
+    settle();
+    return true;
+}
+
+void KrJointKinematics::settle()
+{
+    setType(typeOf(m_type).value_or(Type::Fixed));
+    m_axis = normalized(m_axis);
+}
+
+KrXmlToken KrJointKinematics::token() const
+{
+    return {KrXmlNamespace::system(), "jointKinematics"};
+}
+
+void KrJointKinematics::registerComponents()
+{
+    const std::string& uri = KrXmlNamespace::system();
+    registerComponent({uri, "name"}, m_name, Presence::Optional);
+    registerComponent({uri, "type"}, m_type, Presence::Optional);
+    registerComponent({uri, "origin"}, m_origin, Presence::Optional);
+    registerComponent({uri, "axis"}, m_axis, Presence::Optional);
+    registerComponent({uri, "offset"}, m_offset, Presence::Optional);
+    registerComponent({uri, "dhFrame"}, m_dhFrame, Presence::Optional);
+    registerComponent({uri, "lowerLimit"}, m_lowerLimit, Presence::Optional);
+    registerComponent({uri, "upperLimit"}, m_upperLimit, Presence::Optional);
+    registerComponent({uri, "maximumVelocity"}, m_maximumVelocity, Presence::Optional);
+    registerComponent({uri, "maximumEffort"}, m_maximumEffort, Presence::Optional);
+    registerComponent({uri, "mimicMaster"}, m_mimicMaster, Presence::Optional);
+    registerComponent({uri, "mimicMultiplier"}, m_mimicMultiplier, Presence::Optional);
+    registerComponent({uri, "mimicOffset"}, m_mimicOffset, Presence::Optional);
+}
+
+bool KrJointKinematics::validate(KrXmlReader& reader) const
+{
+    const std::string& type = m_type.value();
+    if (!typeOf(type)) {
+        return reader.fail("\"%.40s\" is no joint type: fixed, revolute, continuous, prismatic", type.c_str());
+    }
+    if (!hasDirection(m_axis)) {
+        return reader.fail("the axis (%g, %g, %g) of joint \"%.80s\" has no direction", axis().x(), axis().y(),
+                           axis().z(), name().c_str());
+    }
+    // Written so that NaN fails too.
+    if (!(lowerLimit() <= upperLimit())) {
+        return reader.fail("joint \"%.80s\": no position lies between its limits %g and %g", name().c_str(),
+                           lowerLimit(), upperLimit());
+    }
+    if (!std::isfinite(mimicMultiplier()) || !std::isfinite(mimicOffset())) {
+        return reader.fail("joint \"%.80s\": the factor and the offset of a mimic are finite", name().c_str());
+    }
+    if (std::isnan(maximumVelocity()) || std::isnan(maximumEffort())) {
+        return reader.fail("joint \"%.80s\": a maximum is no number", name().c_str());
+    }
+    return true;
+}

@@ -1,0 +1,53 @@
+#include <toolkit/system/KrManipulatorLink.h>
+
+#include <boost/make_shared.hpp>
+
+KrManipulatorLink::KrManipulatorLink(const std::string& name)
+    : m_name(name)
+{
+}
+
+const KrShape* KrManipulatorLink::shape(unsigned int i) const
+{
+    return i < m_shapes.size() ? m_shapes[i].get() : nullptr;
+}
+
+boost::shared_ptr<KrShape> KrManipulatorLink::shapePointer(unsigned int i) const
+{
+    return i < m_shapes.size() ? m_shapes[i].pointer() : boost::shared_ptr<KrShape>();
+}
+
+void KrManipulatorLink::addShape(const boost::shared_ptr<KrShape>& shape)
+{
+    if (shape) {
+        shape->setNumber(m_shapes.size());
+    }
+    m_shapes.push_back(KrXmlPointerType<KrShape>(shape));
+}
+
+void KrManipulatorLink::addShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent)
+{
+    addShape(boost::make_shared<KrShape>(extent));
+}
+
+KrManipulatorLink& KrManipulatorLink::addChildLink(const KrManipulatorLink& link)
+{
+    m_childLinks.push_back(link);
+    return m_childLinks.back();
+}
+
+KrXmlToken KrManipulatorLink::token() const
+{
+    return {KrXmlNamespace::system(), "manipulatorLink"};
+}
+
+void KrManipulatorLink::registerComponents()
+{
+    const std::string& uri = KrXmlNamespace::system();
+    registerComponent({uri, "name"}, m_name, Presence::Optional);
+    registerComponent({uri, "jointKinematics"}, m_jointKinematics, Presence::Optional);
+    registerComponent({uri, "massProperties"}, m_massProperties, Presence::Optional);
+    registerComponent({uri, "deformable"}, m_deformable, Presence::Optional);
+    registerComponent({uri, "shapes"}, m_shapes, Presence::Optional);
+    registerComponent({uri, "childLinks"}, m_childLinks, Presence::Optional);
+}

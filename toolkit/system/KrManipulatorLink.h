@@ -1,0 +1,55 @@
+#pragma once
+
+#include <toolkit/system/KrJointKinematics.h>
+#include <toolkit/system/KrMassProperties.h>
+#include <toolkit/system/KrShape.h>
+#include <toolkit/xml/KrXmlVectorType.h>
+
+#include <string>
+
+/// A rigid body of a manipulator: shapes, mass, the joint that moves it against its parent, and child links.
+class KrManipulatorLink : public KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>
+{
+public:
+    KrManipulatorLink() = default;
+    explicit KrManipulatorLink(const std::string& name);
+
+    const std::string& name() const { return m_name.value(); }
+    void setName(const std::string& name) { m_name = name; }
+
+    unsigned int numShapes() const { return m_shapes.size(); }
+    /// Null for a missing shape and for an index that is too high.
+    const KrShape* shape(unsigned int i) const;
+    /// The first shape; null when there is none.
+    const KrShape* shape() const { return shape(0); }
+    boost::shared_ptr<KrShape> shapePointer(unsigned int i) const;
+    /// Appends a shape (null for a missing one) and numbers it.
+    void addShape(const boost::shared_ptr<KrShape>& shape);
+    /// Appends a new shape of that extent.
+    void addShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent);
+
+    const KrXmlVectorType<KrManipulatorLink>& childLinks() const { return m_childLinks; }
+    KrXmlVectorType<KrManipulatorLink>& childLinks() { return m_childLinks; }
+    /// Appends a copy; the reference holds until the next one is appended.
+    KrManipulatorLink& addChildLink(const KrManipulatorLink& link);
+
+    const KrJointKinematics& jointKinematics() const { return m_jointKinematics; }
+    KrJointKinematics& jointKinematics() { return m_jointKinematics; }
+    const KrMassProperties& massProperties() const { return m_massProperties; }
+    KrMassProperties& massProperties() { return m_massProperties; }
+
+    /// Whether the link's shapes bend.
+    void deformable(bool& flag) const { flag = m_deformable; }
+    void setDeformable(bool flag) { m_deformable = flag; }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+private:
+    KrXmlBasicType<std::string> m_name;
+    KrXmlVectorType<KrXmlPointerType<KrShape>> m_shapes;
+    KrJointKinematics m_jointKinematics;
+    KrMassProperties m_massProperties;
+    KrXmlBasicType<bool> m_deformable = false;
+    KrXmlVectorType<KrManipulatorLink> m_childLinks;
+};

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <toolkit/system/KrIndividualManipulator.h>
+
+/// All manipulators of a simulated world.
+class KrManipulatorSystem : public KrXmlObjectOf<KrManipulatorSystem, KrXmlCompoundType>
+{
+public:
+    const KrXmlVectorType<KrIndividualManipulator>& manipulators() const { return m_manipulators; }
+    KrXmlVectorType<KrIndividualManipulator>& manipulators() { return m_manipulators; }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+private:
+    KrXmlVectorType<KrIndividualManipulator> m_manipulators;
+};

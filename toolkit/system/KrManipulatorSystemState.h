@@ -1,0 +1,21 @@
+#pragma once
+
+#include <toolkit/system/KrPositionState.h>
+
+/// The state of all manipulators of a system at one time.
+class KrManipulatorSystemState : public KrXmlObjectOf<KrManipulatorSystemState, KrXmlCompoundType>
+{
+public:
+    double time() const { return m_time; } ///< s
+    void setTime(double time) { m_time = time; }
+    /// One for each manipulator, in their order.
+    const KrXmlVectorType<KrPositionState>& positionStates() const { return m_positionStates; }
+    KrXmlVectorType<KrPositionState>& positionStates() { return m_positionStates; }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+private:
+    KrXmlBasicType<double> m_time = 0.0;
+    KrXmlVectorType<KrPositionState> m_positionStates;
+};

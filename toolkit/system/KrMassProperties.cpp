@@ -1,0 +1,146 @@
+#include <toolkit/system/KrMassProperties.h>
+
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/geometry/KrEllipsoid.h>
+#include <toolkit/xml/KrXmlReader.h>
+
+#include <Eigen/Eigenvalues>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace
+{
+
+/// Share of the largest principal moment by which rounded values may miss the triangle inequality.
+constexpr double kTolerance = 1e-6;
+
+Eigen::Matrix3d tensor(const std::array<double, 6>& inertia)
+{
+    const auto [xx, yy, zz, xy, xz, yz] = inertia;
+    Eigen::Matrix3d matrix;
+    matrix << xx, xy, xz, //
+        xy, yy, yz,       //
+        xz, yz, zz;
+    return matrix;
+}
+
+/// How far moments I1, I2, I3 are from I2 + I3 = I1, and cyclic: 2/5 m a^2 of each semi-axis a of the ellipsoid.
+Eigen::Vector3d spreads(const Eigen::Vector3d& moments)
+{
+    return Eigen::Vector3d::Constant(moments.sum()) - 2.0 * moments;
+}
+
+KrCoordinateSystemTransformation pose(const Eigen::Matrix3d& axes, const KrVector& origin)
+{
+    KrCoordinateSystemTransformation result;
+    result.setRotation({axes(0, 0), axes(0, 1), axes(0, 2), //
+                        axes(1, 0), axes(1, 1), axes(1, 2), //
+                        axes(2, 0), axes(2, 1), axes(2, 2)});
+    result.setTranslation(origin);
+    return result;
+}
+
+bool areFinite(const std::array<double, 6>& values)
+{
+    return std::all_of(values.begin(), values.end(), [](double value) { return std::isfinite(value); });
+}
+
+} // namespace
+
+std::array<double, 6> KrMassProperties::inertia() const
+{
+    std::array<double, 6> result = {};
+    const std::size_t count = std::min<std::size_t>(result.size(), m_inertia.size());
+    std::copy_n(m_inertia.begin(), count, result.begin());
+    return result;
+}
+
+void KrMassProperties::setInertia(const std::array<double, 6>& inertia)
+{
+    m_inertia.values().assign(inertia.begin(), inertia.end());
+}
+
+std::string KrMassProperties::whyImpossible() const
+{
+    if (!isGiven()) {
+        return {};
+    }
+    char text[160];
+    if (!(mass() > 0.0 && std::isfinite(mass()))) {
+        std::snprintf(text, sizeof text, "the mass is %g kg", mass());
+        return text;
+    }
+    if (!centerOfMass().isFinite()) {
+        return "the centre of mass is not finite";
+    }
+    if (!areFinite(inertia())) {
+        return "the inertia is not finite";
+    }
+
+    // Moments that meet the triangle inequality are not negative either: the sum of two such inequalities is
+    // 2 I >= 0.
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> solver(tensor(inertia()), Eigen::EigenvaluesOnly);
+    const Eigen::Vector3d moments = solver.eigenvalues();
+    const double largest = moments.cwiseAbs().maxCoeff();
+    if (solver.info() != Eigen::Success || !(spreads(moments).minCoeff() >= -kTolerance * largest)) {
+        std::snprintf(text, sizeof text, "the principal moments are %g, %g and %g kg m^2", moments[0], moments[1],
+                      moments[2]);
+        return text;
+    }
+    return {};
+}
+
+bool KrMassProperties::fillEllipsoid(const std::string& linkName, KrEllipsoid& ellipsoid,
+                                     KrCoordinateSystemTransformation& principalAxes) const
+{
+    ellipsoid = KrEllipsoid();
+    if (!isGiven()) {
+        return false;
+    }
+    const std::string reason = whyImpossible();
+    if (!reason.empty()) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrMassProperties::fillEllipsoid - link \"%s\": no body is like that, %s.\n",
+                                     linkName.c_str(), reason.c_str());
+        return false;
+    }
+
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> solver(tensor(inertia()));
+    Eigen::Matrix3d axes = solver.eigenvectors();
+    if (axes.determinant() < 0.0) {
+        axes.col(2) = -axes.col(2);
+    }
+    const Eigen::Vector3d squares = 2.5 / mass() * spreads(solver.eigenvalues()).cwiseMax(0.0);
+    const Eigen::Vector3d semiAxes = squares.cwiseSqrt();
+
+    principalAxes = pose(axes, centerOfMass());
+    ellipsoid = KrEllipsoid(KrVector(semiAxes[0], semiAxes[1], semiAxes[2]), principalAxes);
+    return true;
+}
+
+KrXmlToken KrMassProperties::token() const
+{
+    return {KrXmlNamespace::system(), "massProperties"};
+}
+
+void KrMassProperties::registerComponents()
+{
+    const std::string& uri = KrXmlNamespace::system();
+    registerComponent({uri, "mass"}, m_mass, Presence::Optional);
+    registerComponent({uri, "centerOfMass"}, m_centerOfMass, Presence::Optional);
+    registerComponent({uri, "inertia"}, m_inertia, Presence::Optional);
+}
+
+bool KrMassProperties::validate(KrXmlReader& reader) const
+{
+    // Values that no body has are kept: they cost the ellipsoid, not the file.
+    if (m_inertia.size() != 6) {
+        return reader.fail("an inertia is six numbers (Ixx Iyy Izz Ixy Ixz Iyz), not %u", m_inertia.size());
+    }
+    if (!std::isfinite(mass()) || !centerOfMass().isFinite() || !areFinite(inertia())) {
+        return reader.fail("mass properties are finite");
+    }
+    return true;
+}

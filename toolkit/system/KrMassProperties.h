@@ -1,0 +1,52 @@
+#pragma once
+
+#include <toolkit/geometry/KrCoordinateSystemTransformation.h>
+#include <toolkit/geometry/KrXmlVector.h>
+#include <toolkit/xml/KrXmlBasicType.h>
+#include <toolkit/xml/KrXmlCompoundType.h>
+#include <toolkit/xml/KrXmlVectorType.h>
+
+#include <array>
+#include <string>
+
+class KrEllipsoid;
+
+/// Mass, centre of mass and inertia of a link, in the link's DH frame. A mass of zero means "not given".
+class KrMassProperties : public KrXmlObjectOf<KrMassProperties, KrXmlCompoundType>
+{
+public:
+    double mass() const { return m_mass; } ///< kg
+    void setMass(double mass) { m_mass = mass; }
+    const KrVector& centerOfMass() const { return m_centerOfMass; } ///< m
+    void setCenterOfMass(const KrVector& center) { m_centerOfMass = center; }
+    /// Ixx, Iyy, Izz, Ixy, Ixz, Iyz about the centre of mass, along the axes of the DH frame, kg m^2. The products
+    /// are the tensor's elements as they stand in it (Ixy = -integral of x y dm).
+    std::array<double, 6> inertia() const;
+    void setInertia(const std::array<double, 6>& inertia);
+    bool isGiven() const { return m_mass.value() != 0.0; }
+
+    /// Says why no body can have these values (negative or not finite, principal moments that break the triangle
+    /// inequality, with a tolerance of 1e-6 of the largest); empty when one can.
+    std::string whyImpossible() const;
+
+    /// The uniform solid ellipsoid of the same mass and principal moments, at the centre of mass, turned to the
+    /// principal axes: semi-axis a = sqrt(5 (I2 + I3 - I1) / (2 m)) and cyclic.
+    ///
+    /// @param linkName      for the message
+    /// @param ellipsoid     empty when there is none
+    /// @param principalAxes centre of mass and principal axes, in the DH frame
+    /// @return false when no mass is given (silently) or no body can have these values (after one message)
+    bool fillEllipsoid(const std::string& linkName, KrEllipsoid& ellipsoid,
+                       KrCoordinateSystemTransformation& principalAxes) const;
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool validate(KrXmlReader& reader) const override;
+
+private:
+    KrXmlBasicType<double> m_mass = 0.0;
+    KrXmlVector m_centerOfMass;
+    KrXmlVectorType<double> m_inertia{std::vector<double>(6, 0.0)}; ///< always six
+};

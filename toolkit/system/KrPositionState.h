@@ -1,0 +1,27 @@
+#pragma once
+
+#include <toolkit/geometry/KrCoordinateSystemTransformation.h>
+#include <toolkit/xml/KrXmlBasicType.h>
+#include <toolkit/xml/KrXmlCompoundType.h>
+#include <toolkit/xml/KrXmlVectorType.h>
+
+/// Where a manipulator is: its base and its joints.
+class KrPositionState : public KrXmlObjectOf<KrPositionState, KrXmlCompoundType>
+{
+public:
+    using JointPositions = KrXmlVectorType<KrXmlBasicType<double>>;
+
+    /// Base link frame to manipulator frame (the manipulator's placement stands above it).
+    const KrCoordinateSystemTransformation& baseTransformation() const { return m_base; }
+    void setBaseTransformation(const KrCoordinateSystemTransformation& base) { m_base = base; }
+    /// One for every link but the base, in depth-first pre-order (fixed joints have one, too); rad or m.
+    const JointPositions& jointPositions() const { return m_jointPositions; }
+    JointPositions& jointPositions() { return m_jointPositions; }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+private:
+    KrCoordinateSystemTransformation m_base;
+    JointPositions m_jointPositions;
+};

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <toolkit/geometry/KrBasePhysicalExtent.h>
+#include <toolkit/xml/KrXmlBasicType.h>
+#include <toolkit/xml/KrXmlPointerType.h>
+#include <toolkit/xml/KrXmlVectorType.h>
+
+#include <boost/shared_ptr.hpp>
+
+#include <vector>
+
+/// One visible body of a link: a physical extent and the simpler shapes that enclose it.
+///
+/// Copies share the extent; links that share an extent share what is drawn.
+class KrShape : public KrXmlObjectOf<KrShape, KrXmlCompoundType>
+{
+public:
+    KrShape() = default;
+    explicit KrShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent);
+
+    /// Null when the shape has none.
+    const KrBasePhysicalExtent* physicalExtent() const { return m_extent.get(); }
+    /// The extent to update: it is held by pointer, so that a const shape can be told of changes to it.
+    KrBasePhysicalExtent* mutablePhysicalExtent() const { return m_extent.get(); }
+    const boost::shared_ptr<KrBasePhysicalExtent>& extentPointer() const { return m_extent.pointer(); }
+    void setPhysicalExtent(const boost::shared_ptr<KrBasePhysicalExtent>& extent);
+
+    /// The shape's number in its link; KrManipulatorLink::addShape sets it.
+    unsigned int number() const { return m_number; }
+    void setNumber(unsigned int number) { m_number = number; }
+
+    /// Appends a shape that encloses this one (the description's collision geometry, say), finer than those before it.
+    void addBoundingVolume(const boost::shared_ptr<KrShape>& volume);
+    /// Fills `list` with the enclosing shapes from `level` on, coarsest first; borrowed from this object. Level 1 is
+    /// all of them.
+    void boundingVolumes(std::vector<const KrShape*>& list, unsigned int level) const;
+
+    static KrShape* newFromToken(const KrXmlToken& token);
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+private:
+    KrXmlPointerType<KrBasePhysicalExtent> m_extent;
+    KrXmlBasicType<unsigned int> m_number = 0u;
+    KrXmlVectorType<KrXmlPointerType<KrShape>> m_boundingVolumes;
+};

@@ -1,0 +1,273 @@
+#include <toolkit/system/KrStatedSystem.h>
+
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/xml/KrXmlReader.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace
+{
+
+bool isFinite(const KrCoordinateSystemTransformation& pose)
+{
+    double entries[16];
+    pose.assign16(entries);
+    return std::all_of(entries, entries + 16, [](double entry) { return std::isfinite(entry); });
+}
+
+bool isFinite(const KrPositionState& state)
+{
+    const KrPositionState::JointPositions& positions = state.jointPositions();
+    return isFinite(state.baseTransformation()) &&
+           std::all_of(positions.begin(), positions.end(), [](double position) { return std::isfinite(position); });
+}
+
+/// Why a state cannot be one of `system`; empty when it can.
+std::string whyNoState(const KrManipulatorSystem& system, const KrManipulatorSystemState& state)
+{
+    char text[160];
+    const KrXmlVectorType<KrIndividualManipulator>& manipulators = system.manipulators();
+    if (state.positionStates().size() != manipulators.size()) {
+        std::snprintf(text, sizeof text, "the system has %u manipulators, the state %u", manipulators.size(),
+                      state.positionStates().size());
+        return text;
+    }
+    if (!std::isfinite(state.time())) {
+        return "the state's time is not finite";
+    }
+    for (unsigned int i = 0; i < manipulators.size(); ++i) {
+        const unsigned int joints = manipulators[i].numJoints();
+        const KrPositionState& position = state.positionStates()[i];
+        if (position.jointPositions().size() != joints) {
+            std::snprintf(text, sizeof text, "manipulator %u has %u joints, the state %u", i, joints,
+                          position.jointPositions().size());
+            return text;
+        }
+        if (!isFinite(position)) {
+            std::snprintf(text, sizeof text, "the state of manipulator %u is not finite", i);
+            return text;
+        }
+    }
+    return {};
+}
+
+/// Gives a default state to every manipulator that has none of its size.
+void fitState(const KrManipulatorSystem& system, KrManipulatorSystemState& state)
+{
+    state.positionStates().resize(system.manipulators().size());
+    for (unsigned int i = 0; i < system.manipulators().size(); ++i) {
+        const KrIndividualManipulator& manipulator = system.manipulators()[i];
+        KrPositionState& position = state.positionStates()[i];
+        if (position.jointPositions().size() != manipulator.numJoints()) {
+            position = manipulator.defaultState();
+        }
+    }
+}
+
+/// The link of a joint index that counts from the first of `links`; null, and the index less what was passed, when it
+/// lies beyond them.
+const KrManipulatorLink* findLink(const KrXmlVectorType<KrManipulatorLink>& links, std::uint32_t& index)
+{
+    for (const KrManipulatorLink& link : links) {
+        if (index == 0) {
+            return &link;
+        }
+        --index;
+        if (const KrManipulatorLink* below = findLink(link.childLinks(), index)) {
+            return below;
+        }
+    }
+    return nullptr;
+}
+
+bool refuseKey(const char* method, const KrShapeStateCacheKey& key)
+{
+    Kr::Print::instance()->write(Kr::Print::Warning,
+                                 "KrStatedSystem::%s - no shape is manipulator %u, link %u, shape %u.\n", method,
+                                 key.manipID(), key.linkID(), key.shapeID());
+    return false;
+}
+
+bool refuseJoint(unsigned int manipulator, const std::string& joint, const char* reason)
+{
+    Kr::Print::instance()->write(Kr::Print::Warning,
+                                 "KrStatedSystem::setJointPosition - manipulator %u, joint \"%s\": %s.\n", manipulator,
+                                 joint.c_str(), reason);
+    return false;
+}
+
+void addOnce(std::vector<KrShapeStateCacheKey>& list, const KrShapeStateCacheKey& key)
+{
+    if (std::find(list.begin(), list.end(), key) == list.end()) {
+        list.push_back(key);
+    }
+}
+
+} // namespace
+
+KrStatedSystem::KrStatedSystem(const KrManipulatorSystem& system)
+    : m_system(system)
+{
+    fitState(m_system, m_state);
+}
+
+KrStatedSystem::KrStatedSystem(const KrStatedSystem& other)
+    : KrXmlObjectOf<KrStatedSystem, KrXmlCompoundType>(other)
+    , m_system(other.m_system)
+    , m_state(other.m_state)
+    , m_transparency(other.m_transparency)
+{
+}
+
+KrStatedSystem& KrStatedSystem::operator=(const KrStatedSystem& other)
+{
+    m_system = other.m_system;
+    m_state = other.m_state;
+    m_transparency = other.m_transparency;
+    becomeNew();
+    return *this;
+}
+
+void KrStatedSystem::becomeNew()
+{
+    m_changedShapes.clear();
+    m_selectedShapes.clear();
+    m_newSystem = true;
+    m_selectionChanged = false;
+    m_transparencyChanged = false;
+}
+
+void KrStatedSystem::systemChanged()
+{
+    fitState(m_system, m_state);
+    becomeNew();
+}
+
+bool KrStatedSystem::setSystemState(const KrManipulatorSystemState& state)
+{
+    const std::string reason = whyNoState(m_system, state);
+    if (!reason.empty()) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrStatedSystem::setSystemState - %s.\n", reason.c_str());
+        return false;
+    }
+    m_state = state;
+    return true;
+}
+
+bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::string& joint, double position)
+{
+    if (manipulator >= m_system.manipulators().size() || manipulator >= m_state.positionStates().size()) {
+        return refuseJoint(manipulator, joint, "there is no such manipulator");
+    }
+    const KrIndividualManipulator& moved = m_system.manipulators()[manipulator];
+    const int index = moved.jointIndex(joint);
+    if (index < 0) {
+        return refuseJoint(manipulator, joint, "there is no such joint");
+    }
+    std::uint32_t linkIndex = static_cast<std::uint32_t>(index);
+    const KrJointKinematics& kinematics = findLink(moved.childLinks(), linkIndex)->jointKinematics();
+    if (!kinematics.isMovable()) {
+        return refuseJoint(manipulator, joint, "a fixed joint does not move");
+    }
+    if (kinematics.isMimic()) {
+        return refuseJoint(manipulator, joint, "it follows another joint");
+    }
+    if (!std::isfinite(position)) {
+        return refuseJoint(manipulator, joint, "the position is not finite");
+    }
+
+    KrPositionState& state = m_state.positionStates()[manipulator];
+    if (state.jointPositions().size() != moved.numJoints()) {
+        return refuseJoint(manipulator, joint, "the system was changed; systemChanged() comes first");
+    }
+    state.jointPositions()[static_cast<unsigned int>(index)] = position;
+    return moved.applyMimics(state);
+}
+
+const KrShape* KrStatedSystem::shapeByKey(const KrShapeStateCacheKey& key) const
+{
+    // Nothing is kept from call to call: a client may change the system in between.
+    if (key.manipID() >= m_system.manipulators().size()) {
+        return nullptr;
+    }
+    const KrIndividualManipulator& manipulator = m_system.manipulators()[key.manipID()];
+    if (key.linkID() == KrShapeStateCacheKey::kBaseLink) {
+        return manipulator.shape(key.shapeID());
+    }
+    std::uint32_t index = key.linkID();
+    const KrManipulatorLink* link = findLink(manipulator.childLinks(), index);
+    return link == nullptr ? nullptr : link->shape(key.shapeID());
+}
+
+bool KrStatedSystem::addChangedShape(const KrShapeStateCacheKey& key)
+{
+    if (shapeByKey(key) == nullptr) {
+        return refuseKey("addChangedShape", key);
+    }
+    addOnce(m_changedShapes, key);
+    return true;
+}
+
+bool KrStatedSystem::selectShape(const KrShapeStateCacheKey& key)
+{
+    if (shapeByKey(key) == nullptr) {
+        return refuseKey("selectShape", key);
+    }
+    addOnce(m_selectedShapes, key);
+    m_selectionChanged = true;
+    return true;
+}
+
+void KrStatedSystem::clearSelection()
+{
+    m_selectedShapes.clear();
+    m_selectionChanged = true;
+}
+
+bool KrStatedSystem::setTransparency(double transparency)
+{
+    // Written so that NaN fails too.
+    if (!(transparency >= 0.0 && transparency <= 1.0)) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrStatedSystem::setTransparency - %g is not between 0 and 1.\n", transparency);
+        return false;
+    }
+    m_transparency = transparency;
+    m_transparencyChanged = true;
+    // What a selection has faded is faded anew.
+    m_selectionChanged = m_selectionChanged || !m_selectedShapes.empty();
+    return true;
+}
+
+bool KrStatedSystem::read(KrXmlReader& reader)
+{
+    if (!KrXmlCompoundType::read(reader)) {
+        return false;
+    }
+    systemChanged();
+    return true;
+}
+
+KrXmlToken KrStatedSystem::token() const
+{
+    return {KrXmlNamespace::system(), "statedSystem"};
+}
+
+void KrStatedSystem::registerComponents()
+{
+    const std::string& uri = KrXmlNamespace::system();
+    registerComponent({uri, "manipulatorSystem"}, m_system);
+    registerComponent({uri, "systemState"}, m_state, Presence::Optional);
+}
+
+bool KrStatedSystem::validate(KrXmlReader& reader) const
+{
+    // Without position states every manipulator takes its default state.
+    if (m_state.positionStates().empty() && std::isfinite(m_state.time())) {
+        return true;
+    }
+    const std::string reason = whyNoState(m_system, m_state);
+    return reason.empty() || reader.fail("%s", reason.c_str());
+}

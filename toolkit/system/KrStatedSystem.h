@@ -1,0 +1,83 @@
+#pragma once
+
+#include <toolkit/system/KrManipulatorSystem.h>
+#include <toolkit/system/KrManipulatorSystemState.h>
+#include <toolkit/system/KrShapeStateCacheKey.h>
+
+#include <vector>
+
+/// A manipulator system together with its current state, and what changed about it since it was last looked at.
+///
+/// One window at a time looks at a stated system: looking resets the change flags, hence they are mutable.
+class KrStatedSystem : public KrXmlObjectOf<KrStatedSystem, KrXmlCompoundType>
+{
+public:
+    KrStatedSystem() = default;
+    /// The system with every manipulator in its default state.
+    explicit KrStatedSystem(const KrManipulatorSystem& system);
+    KrStatedSystem(const KrStatedSystem& other);
+    /// The new value is a new system; selection and change lists are emptied.
+    KrStatedSystem& operator=(const KrStatedSystem& other);
+
+    const KrManipulatorSystem& manipulatorSystem() const { return m_system; }
+    /// For changes: call `systemChanged` when they are done.
+    KrManipulatorSystem& manipulatorSystem() { return m_system; }
+    /// Declares the system new; gives every manipulator whose number of joints does not fit its state a default state,
+    /// and empties selection and change lists.
+    void systemChanged();
+
+    const KrManipulatorSystemState& systemState() const { return m_state; }
+    /// False, after one message, and no change when `state` does not fit the system.
+    bool setSystemState(const KrManipulatorSystemState& state);
+    /// Sets the joint of that name (rad or m) in a manipulator, and the joints that mimic it.
+    /// False, after one message, and no change when there is none of that name, it is fixed or a mimic, or `position`
+    /// is not finite.
+    bool setJointPosition(unsigned int manipulator, const std::string& joint, double position);
+
+    // What a window asks.
+    bool isNewSystem() const { return m_newSystem; }
+    void acknowledgeNewSystem() const { m_newSystem = false; }
+    const std::vector<KrShapeStateCacheKey>& changedShapes() const { return m_changedShapes; }
+    /// Null for a key that names no shape.
+    const KrShape* shapeByKey(const KrShapeStateCacheKey& key) const;
+    bool isSelectionChanged() const { return m_selectionChanged; }
+    void setSelectionChanged(bool changed) const { m_selectionChanged = changed; }
+    const std::vector<KrShapeStateCacheKey>& selectedShapes() const { return m_selectedShapes; }
+    bool isTransparencyChanged() const { return m_transparencyChanged; }
+    void setTransparencyChanged(bool changed) const { m_transparencyChanged = changed; }
+    /// Opacity of shapes that are not selected, in [0, 1].
+    double transparency() const { return m_transparency; }
+
+    // What an application says. Keys are checked here: false, after one message, for one that names no shape.
+    bool addChangedShape(const KrShapeStateCacheKey& key);
+    void clearChangedShapes() { m_changedShapes.clear(); }
+    bool selectShape(const KrShapeStateCacheKey& key);
+    void clearSelection();
+    /// Declares the selection changed, too, when there is one: it is faded anew.
+    /// False, after one message, and no change outside [0, 1].
+    bool setTransparency(double transparency);
+
+    /// As an assignment; manipulators take their default states where the document holds no position states.
+    bool read(KrXmlReader& reader) override;
+    KrXmlToken token() const override;
+    void registerComponents() override;
+    bool operator==(const KrStatedSystem& other) const
+    {
+        return m_system == other.m_system && m_state == other.m_state;
+    }
+
+protected:
+    bool validate(KrXmlReader& reader) const override;
+
+private:
+    void becomeNew();
+
+    KrManipulatorSystem m_system;
+    KrManipulatorSystemState m_state;
+    std::vector<KrShapeStateCacheKey> m_changedShapes;
+    std::vector<KrShapeStateCacheKey> m_selectedShapes;
+    double m_transparency = 0.3;
+    mutable bool m_newSystem = true;
+    mutable bool m_selectionChanged = false;
+    mutable bool m_transparencyChanged = false;
+};

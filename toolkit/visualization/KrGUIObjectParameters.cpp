@@ -1,0 +1,37 @@
+#include <toolkit/visualization/KrGUIObjectParameters.h>
+
+#include <toolkit/xml/KrXmlReader.h>
+
+#include <cmath>
+
+namespace
+{
+
+// Written so that NaN fails too.
+bool isLength(double length)
+{
+    return length >= 0.0 && std::isfinite(length);
+}
+
+} // namespace
+
+KrXmlToken KrGUIObjectParameters::token() const
+{
+    return {KrXmlNamespace::render(), "guiObjectParameters"};
+}
+
+void KrGUIObjectParameters::registerComponents()
+{
+    registerComponent({KrXmlNamespace::render(), "axisScale"}, m_axisScale, Presence::Optional);
+    registerComponent({KrXmlNamespace::render(), "globalAxisScale"}, m_globalAxisScale, Presence::Optional);
+    registerComponent({KrXmlNamespace::render(), "centerOfInterestScale"}, m_centerOfInterestScale, Presence::Optional);
+}
+
+bool KrGUIObjectParameters::validate(KrXmlReader& reader) const
+{
+    if (!isLength(m_axisScale) || !isLength(m_globalAxisScale) || !isLength(m_centerOfInterestScale)) {
+        return reader.fail("marker sizes are finite and not below 0, not %g, %g and %g m", axisScale(),
+                           globalAxisScale(), centerOfInterestScale());
+    }
+    return true;
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <toolkit/xml/KrXmlBasicType.h>
+#include <toolkit/xml/KrXmlCompoundType.h>
+
+/// Sizes of the markers that a window draws, in metres.
+class KrGUIObjectParameters : public KrXmlObjectOf<KrGUIObjectParameters, KrXmlCompoundType>
+{
+public:
+    double axisScale() const { return m_axisScale; } ///< length of a link's axes
+    void setAxisScale(double scale) { m_axisScale = scale; }
+    double globalAxisScale() const { return m_globalAxisScale; } ///< length of the world's axes
+    void setGlobalAxisScale(double scale) { m_globalAxisScale = scale; }
+    double centerOfInterestScale() const { return m_centerOfInterestScale; } ///< radius of the marker's ball
+    void setCenterOfInterestScale(double scale) { m_centerOfInterestScale = scale; }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool validate(KrXmlReader& reader) const override;
+
+private:
+    KrXmlBasicType<double> m_axisScale = 0.2;
+    KrXmlBasicType<double> m_globalAxisScale = 1.0;
+    KrXmlBasicType<double> m_centerOfInterestScale = 0.05;
+};

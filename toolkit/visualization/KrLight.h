@@ -1,0 +1,60 @@
+#pragma once
+
+#include <toolkit/geometry/KrColor.h>
+#include <toolkit/geometry/KrXmlVector.h>
+#include <toolkit/xml/KrXmlBasicType.h>
+#include <toolkit/xml/KrXmlCompoundType.h>
+
+/// One light, as OpenGL's fixed pipeline understands it.
+class KrLight : public KrXmlObjectOf<KrLight, KrXmlCompoundType>
+{
+public:
+    bool isAtEye() const { return m_atEye.value(); } ///< follows the eye point (headlight)
+    void setAtEye(bool on) { m_atEye = on; }
+    bool isOn() const { return m_on.value(); }
+    void setOn(bool on) { m_on = on; }
+    const KrColor& ambient() const { return m_ambient; }
+    void setAmbient(const KrColor& color) { m_ambient = color; }
+    const KrColor& diffuse() const { return m_diffuse; }
+    void setDiffuse(const KrColor& color) { m_diffuse = color; }
+    const KrColor& specular() const { return m_specular; }
+    void setSpecular(const KrColor& color) { m_specular = color; }
+    /// World frame, m; for a directional light the direction towards the light.
+    const KrVector& position() const { return m_position; }
+    void setPosition(const KrVector& position) { m_position = position; }
+    bool isPositional() const { return m_positional.value(); }
+    void setPositional(bool on) { m_positional = on; }
+    const KrVector& direction() const { return m_direction; } ///< of a spot light, world frame
+    void setDirection(const KrVector& direction) { m_direction = direction; }
+    double spotExponent() const { return m_spotExponent; }
+    void setSpotExponent(double exponent) { m_spotExponent = exponent; }
+    double spotCutoff() const { return m_spotCutoff; } ///< rad, half the cone's angle; pi for no cone
+    void setSpotCutoff(double angle) { m_spotCutoff = angle; }
+    double constantAttenuation() const { return m_constantAttenuation; }
+    void setConstantAttenuation(double factor) { m_constantAttenuation = factor; }
+    double linearAttenuation() const { return m_linearAttenuation; } ///< 1/m
+    void setLinearAttenuation(double factor) { m_linearAttenuation = factor; }
+    double quadraticAttenuation() const { return m_quadraticAttenuation; } ///< 1/m^2
+    void setQuadraticAttenuation(double factor) { m_quadraticAttenuation = factor; }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool validate(KrXmlReader& reader) const override;
+
+private:
+    KrXmlBasicType<bool> m_atEye = false;
+    KrXmlBasicType<bool> m_on = true;
+    KrColor m_ambient = KrColor(0.0, 0.0, 0.0);
+    KrColor m_diffuse = KrColor(1.0, 1.0, 1.0);
+    KrColor m_specular = KrColor(1.0, 1.0, 1.0);
+    KrXmlVector m_position = KrVector(0.0, 0.0, 1.0);
+    KrXmlBasicType<bool> m_positional = false;
+    KrXmlVector m_direction = KrVector(0.0, 0.0, -1.0);
+    KrXmlBasicType<double> m_spotExponent = 0.0;
+    KrXmlBasicType<double> m_spotCutoff = 3.14159265358979324;
+    KrXmlBasicType<double> m_constantAttenuation = 1.0;
+    KrXmlBasicType<double> m_linearAttenuation = 0.0;
+    KrXmlBasicType<double> m_quadraticAttenuation = 0.0;
+};

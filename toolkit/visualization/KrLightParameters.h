@@ -1,0 +1,18 @@
+#pragma once
+
+#include <toolkit/visualization/KrLight.h>
+#include <toolkit/xml/KrXmlVectorType.h>
+
+/// The lights of a scene; a light's OpenGL number is its place in the list.
+class KrLightParameters : public KrXmlObjectOf<KrLightParameters, KrXmlCompoundType>
+{
+public:
+    const KrXmlVectorType<KrLight>& lights() const { return m_lights; }
+    KrXmlVectorType<KrLight>& lights() { return m_lights; }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+private:
+    KrXmlVectorType<KrLight> m_lights;
+};

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <toolkit/geometry/KrColor.h>
+#include <toolkit/xml/KrXmlBasicType.h>
+#include <toolkit/xml/KrXmlCompoundType.h>
+
+/// Clipping planes and background of a scene window.
+class KrRenderParameters : public KrXmlObjectOf<KrRenderParameters, KrXmlCompoundType>
+{
+public:
+    /// True when the window chooses the clipping planes from the point of view.
+    bool isAutoClipping() const { return m_autoClipping.value(); }
+    void setAutoClipping(bool on) { m_autoClipping = on; }
+    double nearClipping() const { return m_nearClipping; } ///< m from the eye
+    void setNearClipping(double distance) { m_nearClipping = distance; }
+    double farClipping() const { return m_farClipping; } ///< m from the eye
+    void setFarClipping(double distance) { m_farClipping = distance; }
+    const KrColor& backgroundColor() const { return m_backgroundColor; }
+    void setBackgroundColor(const KrColor& color) { m_backgroundColor = color; }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool validate(KrXmlReader& reader) const override;
+
+private:
+    KrXmlBasicType<bool> m_autoClipping = true;
+    KrXmlBasicType<double> m_nearClipping = 0.01;
+    KrXmlBasicType<double> m_farClipping = 100.0;
+    KrColor m_backgroundColor = KrColor(1.0, 1.0, 1.0);
+};

@@ -1,0 +1,15 @@
+#include <toolkit/visualization/KrVisualizationParameters.h>
+
+KrXmlToken KrVisualizationParameters::token() const
+{
+    return {KrXmlNamespace::render(), "visualizationParameters"};
+}
+
+void KrVisualizationParameters::registerComponents()
+{
+    const std::string& uri = KrXmlNamespace::render();
+    registerComponent({uri, "povParameters"}, m_pov, Presence::Optional);
+    registerComponent({uri, "renderParameters"}, m_render, Presence::Optional);
+    registerComponent({uri, "lightParameters"}, m_light, Presence::Optional);
+    registerComponent({uri, "guiObjectParameters"}, m_gui, Presence::Optional);
+}

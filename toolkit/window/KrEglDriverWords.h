@@ -1,0 +1,32 @@
+#pragma once
+
+#include <EGL/egl.h>
+
+#include <string>
+
+/// Collects what the EGL library and its driver say while one of these is alive in this thread, where they can speak
+/// (EGL_KHR_debug); the client's own debug callback is back in place afterwards.
+class KrEglDriverWords
+{
+public:
+    KrEglDriverWords();
+    ~KrEglDriverWords();
+    KrEglDriverWords(const KrEglDriverWords&) = delete;
+    KrEglDriverWords& operator=(const KrEglDriverWords&) = delete;
+
+    /// The name of the last EGL error in this thread, which is cleared, and the words heard since the last call.
+    std::string takeError();
+
+    /// "EGL_BAD_MATCH"; the number in hexadecimal when it is none of EGL's.
+    static std::string errorName(EGLint error);
+
+private:
+    void hear(const char* message);
+    static void EGLAPIENTRY heard(EGLenum error, const char* command, EGLint type, void* threadLabel, void* objectLabel,
+                                  const char* message);
+
+    std::string m_words;
+    bool m_isInstalled = false;
+    EGLAttrib m_clientWarnings = 0; ///< whether the client hears warnings
+    void (*m_clientCallback)(EGLenum, const char*, EGLint, void*, void*, const char*) = nullptr;
+};

@@ -1,0 +1,334 @@
+#include <toolkit/window/KrWindow.h>
+
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/window/KrEglWindowImpl.h>
+#include <toolkit/window/KrGlxWindowImpl.h>
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <utility>
+
+namespace
+{
+
+enum class BackEnd
+{
+    Glx,
+    Egl
+};
+
+// Contexts are current in a thread.
+thread_local KrWindow* t_currentWindow = nullptr;
+
+void warn(const char* operation, const std::string& name, const std::string& what)
+{
+    Kr::Print::instance()->write(Kr::Print::Warning, "KrWindow::%s - \"%s\" %s.\n", operation, name.c_str(),
+                                 what.c_str());
+}
+
+std::string environment(const char* name)
+{
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::unique_ptr<KrWindowImpl> createImpl(BackEnd backEnd)
+{
+    if (backEnd == BackEnd::Glx)
+        return std::make_unique<KrGlxWindowImpl>();
+    return std::make_unique<KrEglWindowImpl>();
+}
+
+/// What to try, in this order. A choice of the user's is kept to: nothing else stands in for it.
+std::vector<BackEnd> backEnds(const KrWindow* shareWindow)
+{
+    const std::string wanted = environment("KR_WINDOW");
+    if (strcasecmp(wanted.c_str(), "glx") == 0)
+        return {BackEnd::Glx};
+    if (strcasecmp(wanted.c_str(), "egl") == 0)
+        return {BackEnd::Egl};
+    if (!wanted.empty())
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrWindow::init - KR_WINDOW is \"%s\", not \"glx\" or \"egl\"; it is ignored.\n",
+                                     wanted.c_str());
+    if (shareWindow && shareWindow->isInitialized() && shareWindow->getImpl()->kind() == std::string("EGL"))
+        return {BackEnd::Egl};
+    return {BackEnd::Glx, BackEnd::Egl};
+}
+
+/// "GLX: no X display answers (DISPLAY is not set); EGL surfaceless: ..."
+std::string failures(const KrWindowReport& report)
+{
+    std::string text;
+    for (const KrWindowReport::Attempt& attempt : report.attempts) {
+        if (attempt.succeeded)
+            continue;
+        text += (text.empty() ? "" : "; ") + attempt.backEnd + ": " + attempt.outcome;
+        if (!attempt.driverError.empty())
+            text += " (" + attempt.driverError + ")";
+    }
+    return text;
+}
+
+} // namespace
+
+KrWindow::KrWindow() = default;
+
+KrWindow::~KrWindow()
+{
+    KrWindow::closeWindow();
+    KrWindow::share(nullptr);
+    for (KrWindow* sharer : m_sharers)
+        sharer->m_shareWindow = nullptr;
+}
+
+bool KrWindow::setWindowSize(unsigned int width, unsigned int height)
+{
+    if (m_initialized) {
+        if (!m_impl->setSize(std::max(1u, width), std::max(1u, height))) {
+            warn("setWindowSize", m_name,
+                 "cannot be " + std::to_string(width) + " x " + std::to_string(height) + " pixels; it keeps " +
+                     std::to_string(m_width) + " x " + std::to_string(m_height));
+            return false;
+        }
+        t_currentWindow = this;
+    }
+    m_width = width;
+    m_height = height;
+    return true;
+}
+
+bool KrWindow::setWindowPos(int x, int y, bool move)
+{
+    if (m_initialized && move && !m_impl->setPosition(x, y)) {
+        warn("setWindowPos", m_name, "cannot be moved to " + std::to_string(x) + ", " + std::to_string(y));
+        return false;
+    }
+    m_x = x;
+    m_y = y;
+    return true;
+}
+
+bool KrWindow::setWindowSizeAndPos(unsigned int width, unsigned int height, int x, int y)
+{
+    const bool isSized = setWindowSize(width, height);
+    return setWindowPos(x, y, true) && isSized;
+}
+
+void KrWindow::setName(const std::string& name)
+{
+    m_name = name;
+    if (m_initialized)
+        m_impl->setTitle(name);
+}
+
+const std::string& KrWindow::getName() const
+{
+    return m_name;
+}
+
+bool KrWindow::setTopMost(bool topMost)
+{
+    if (m_initialized && !m_impl->setTopMost(topMost)) {
+        warn("setTopMost", m_name, topMost ? "cannot be kept on top" : "cannot be put back among the others");
+        return false;
+    }
+    m_topMost = topMost;
+    return true;
+}
+
+bool KrWindow::getTopMost() const
+{
+    return m_topMost;
+}
+
+bool KrWindow::setHideWindow(bool hide)
+{
+    if (m_initialized && !m_impl->setHidden(hide)) {
+        warn("setHideWindow", m_name, hide ? "cannot be hidden" : "cannot be shown");
+        return false;
+    }
+    m_hidden = hide;
+    return true;
+}
+
+bool KrWindow::getHideWindow() const
+{
+    return m_hidden;
+}
+
+void KrWindow::setStereoSupported(bool supported)
+{
+    m_stereo = supported;
+}
+
+bool KrWindow::getStereoSupported() const
+{
+    return m_initialized ? m_impl->isStereoSupported() : m_stereo;
+}
+
+bool KrWindow::share(KrWindow* window)
+{
+    if (m_initialized || window == this)
+        return false;
+    if (m_shareWindow) {
+        std::vector<KrWindow*>& sharers = m_shareWindow->m_sharers;
+        sharers.erase(std::remove(sharers.begin(), sharers.end(), this), sharers.end());
+    }
+    m_shareWindow = window;
+    if (window)
+        window->m_sharers.push_back(this);
+    return true;
+}
+
+std::vector<KrWindow*> KrWindow::getShare() const
+{
+    std::vector<KrWindow*> others;
+    if (m_shareGroup)
+        std::copy_if(m_shareGroup->begin(), m_shareGroup->end(), std::back_inserter(others),
+                     [this](const KrWindow* window) { return window != this; });
+    return others;
+}
+
+KrWindow* KrWindow::getShareWindow() const
+{
+    return m_shareWindow;
+}
+
+bool KrWindow::swapBuffers()
+{
+    if (!KrWindow::makeCurrent())
+        return false;
+    m_impl->swapBuffers();
+    return true;
+}
+
+bool KrWindow::makeCurrent()
+{
+    if (!m_initialized)
+        return false;
+    if (!m_impl->makeCurrent()) {
+        warn("makeCurrent", m_name, std::string("cannot make its ") + m_impl->kind() + " context current");
+        return false;
+    }
+    t_currentWindow = this;
+    return true;
+}
+
+bool KrWindow::closeWindow()
+{
+    if (!m_initialized)
+        return true;
+    m_initialized = false;
+    m_impl->close();
+    m_shareGroup->erase(std::find(m_shareGroup->begin(), m_shareGroup->end(), this));
+    m_shareGroup.reset();
+    if (t_currentWindow == this)
+        t_currentWindow = nullptr;
+    return true;
+}
+
+void KrWindow::setImpl(std::unique_ptr<KrWindowImpl> impl)
+{
+    closeWindow();
+    m_impl = std::move(impl);
+    m_implIsGiven = m_impl != nullptr;
+}
+
+KrWindowImpl* KrWindow::getImpl() const
+{
+    return m_impl.get();
+}
+
+bool KrWindow::init()
+{
+    if (m_initialized)
+        return true;
+    m_report = KrWindowReport();
+    if (!openImpl()) {
+        Kr::Print::instance()->write(Kr::Print::Error,
+                                     "KrWindow::init - \"%s\" (%u x %u pixels) gets no context: %s.\n", m_name.c_str(),
+                                     m_width, m_height, failures(m_report).c_str());
+        return false;
+    }
+    m_shareGroup->push_back(this);
+    m_initialized = true;
+    t_currentWindow = this;
+    return true;
+}
+
+bool KrWindow::openImpl()
+{
+    if (m_implIsGiven)
+        return openWith(*m_impl);
+
+    m_impl.reset();
+    for (const BackEnd backEnd : backEnds(m_shareWindow)) {
+        std::unique_ptr<KrWindowImpl> impl = createImpl(backEnd);
+        if (!openWith(*impl))
+            continue;
+        // Without a display that is what everybody expects; with one, the user is looking for a window.
+        if (!m_report.attempts.front().succeeded && backEnd == BackEnd::Egl && !m_hidden &&
+            !environment("DISPLAY").empty())
+            Kr::Print::instance()->write(Kr::Print::Notice, "KrWindow::init - \"%s\" is not shown on the screen: %s.\n",
+                                         m_name.c_str(), failures(m_report).c_str());
+        m_impl = std::move(impl);
+        return true;
+    }
+    return false;
+}
+
+bool KrWindow::openWith(KrWindowImpl& impl)
+{
+    KrWindowImpl::Settings settings;
+    settings.name = m_name;
+    settings.x = m_x;
+    settings.y = m_y;
+    settings.width = std::max(1u, m_width);
+    settings.height = std::max(1u, m_height);
+    settings.hidden = m_hidden;
+    settings.topMost = m_topMost;
+    settings.wantsStereo = m_stereo;
+
+    std::string reason;
+    KrWindowImpl* share = implToShareWith(impl, reason);
+    if (share && impl.open(settings, share, m_report)) {
+        m_shareGroup = m_shareWindow->m_shareGroup;
+        return true;
+    }
+    if (share)
+        reason = m_report.attempts.back().outcome;
+    if (!impl.open(settings, nullptr, m_report))
+        return false;
+    m_shareGroup = std::make_shared<ShareGroup>();
+    if (m_shareWindow)
+        Kr::Print::instance()->write(
+            Kr::Print::Notice, "KrWindow::init - \"%s\" shares nothing with \"%s\", it has a context of its own: %s.\n",
+            m_name.c_str(), m_shareWindow->getName().c_str(), reason.c_str());
+    return true;
+}
+
+/// Null, with the reason, when there is nothing to share with; the reason is empty when nobody asked for sharing.
+KrWindowImpl* KrWindow::implToShareWith(const KrWindowImpl& impl, std::string& reason) const
+{
+    if (!m_shareWindow)
+        return nullptr;
+    if (!m_shareWindow->isInitialized()) {
+        reason = "that one is not open";
+        return nullptr;
+    }
+    KrWindowImpl* other = m_shareWindow->getImpl();
+    if (std::string(other->kind()) != impl.kind()) {
+        reason = std::string("one context is ") + impl.kind() + ", the other " + other->kind();
+        return nullptr;
+    }
+    return other;
+}
+
+KrWindow* KrWindow::getWindow()
+{
+    return t_currentWindow;
+}

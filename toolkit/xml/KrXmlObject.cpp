@@ -1,0 +1,337 @@
+#include <toolkit/xml/KrXmlObject.h>
+
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/xml/KrXmlReader.h>
+#include <toolkit/xml/KrXmlSchema.h>
+#include <toolkit/xml/KrXmlWriter.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <memory>
+#include <ostream>
+#include <poll.h>
+#include <sstream>
+#include <streambuf>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+void warn(const char* method, const std::string& name, const std::string& reason)
+{
+    Kr::Print::instance()->write(Kr::Print::Warning, "KrXmlObject::%s - %s: %s.\n", method, name.c_str(),
+                                 reason.c_str());
+}
+
+/// Keeps a peer that has gone from ending the process, in this thread and for the lifetime of the object.
+class BrokenPipeIgnored
+{
+public:
+    BrokenPipeIgnored()
+    {
+        sigemptyset(&m_pipe);
+        sigaddset(&m_pipe, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
+    }
+    ~BrokenPipeIgnored()
+    {
+        const int error = errno;
+        sigset_t pending;
+        sigpending(&pending);
+        if (!m_wasPending && sigismember(&pending, SIGPIPE) == 1) {
+            const timespec now = {};
+            sigtimedwait(&m_pipe, nullptr, &now);
+        }
+        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+        errno = error;
+    }
+    BrokenPipeIgnored(const BrokenPipeIgnored&) = delete;
+    BrokenPipeIgnored& operator=(const BrokenPipeIgnored&) = delete;
+
+private:
+    sigset_t m_pipe = {};
+    sigset_t m_before = {};
+    bool m_wasPending = false;
+};
+
+/// Writes everything; false with errno set.
+bool writeAll(int descriptor, const char* data, std::size_t size)
+{
+    while (size > 0) {
+        const ssize_t count = ::write(descriptor, data, size);
+        if (count >= 0) {
+            data += count;
+            size -= static_cast<std::size_t>(count);
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            pollfd wait{descriptor, POLLOUT, 0};
+            ::poll(&wait, 1, -1);
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// A stream buffer over a file descriptor, which stays the caller's.
+class DescriptorBuffer : public std::streambuf
+{
+public:
+    explicit DescriptorBuffer(int descriptor)
+        : m_descriptor(descriptor)
+    {
+        setp(m_data.data(), m_data.data() + m_data.size());
+    }
+    int error() const { return m_error; }
+
+protected:
+    int_type overflow(int_type c) override
+    {
+        if (sync() != 0) {
+            return traits_type::eof();
+        }
+        return traits_type::eq_int_type(c, traits_type::eof()) ? traits_type::not_eof(c)
+                                                               : sputc(traits_type::to_char_type(c));
+    }
+    int sync() override
+    {
+        const BrokenPipeIgnored ignored;
+        if (m_error == 0 && !writeAll(m_descriptor, pbase(), static_cast<std::size_t>(pptr() - pbase()))) {
+            m_error = errno;
+        }
+        setp(m_data.data(), m_data.data() + m_data.size());
+        return m_error == 0 ? 0 : -1;
+    }
+
+private:
+    int m_descriptor;
+    int m_error = 0;
+    std::array<char, 64 * 1024> m_data;
+};
+
+/// A file that takes the place of another one when it is complete, and disappears when it is not.
+class ReplacementFile
+{
+public:
+    explicit ReplacementFile(const std::string& path)
+        : m_target(path)
+    {
+        // A link stays a link: what it points to is replaced.
+        const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+        if (resolved) {
+            m_target = resolved.get();
+        }
+        for (int attempt = 0; attempt < 100 && m_descriptor < 0; ++attempt) {
+            m_temporary = m_target + ".tmp" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
+            m_descriptor = ::open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (m_descriptor < 0 && errno != EEXIST) {
+                break;
+            }
+        }
+    }
+    ~ReplacementFile()
+    {
+        if (m_descriptor >= 0) {
+            ::close(m_descriptor);
+            ::unlink(m_temporary.c_str());
+        }
+    }
+    ReplacementFile(const ReplacementFile&) = delete;
+    ReplacementFile& operator=(const ReplacementFile&) = delete;
+
+    int descriptor() const { return m_descriptor; }
+
+    /// False with errno set; the target is then as it was.
+    bool replace()
+    {
+        struct stat info = {};
+        const bool isNew = ::stat(m_target.c_str(), &info) != 0;
+        if ((!isNew && ::fchmod(m_descriptor, info.st_mode & 07777) != 0) || ::fsync(m_descriptor) != 0 ||
+            ::rename(m_temporary.c_str(), m_target.c_str()) != 0) {
+            return false;
+        }
+        ::close(m_descriptor);
+        m_descriptor = -1;
+        return true;
+    }
+
+private:
+    std::string m_target;
+    std::string m_temporary;
+    int m_descriptor = -1;
+};
+
+/// Reads the document that `open` opens into a new object first, so that `object` is as it was when even the end of the
+/// document is bad.
+template <typename Open>
+bool readDocument(KrXmlObject& object, Open open)
+{
+    KrXmlReader reader;
+    try {
+        if (!open(reader)) {
+            return false;
+        }
+        const KrXmlToken root = object.token();
+        if (reader.element() != root) {
+            return reader.fail("the document should be a \"%s\" of namespace \"%s\"", root.name.c_str(),
+                               root.uri.c_str());
+        }
+        const std::unique_ptr<KrXmlObject> fresh(object.newObject());
+        const KrXmlReader::Scratch scratch(reader);
+        return fresh->read(reader) && reader.finish() && object.assign(*fresh);
+    } catch (const std::exception& error) {
+        return reader.fail("%s", error.what());
+    }
+}
+
+enum class Outcome
+{
+    Written,
+    StreamFailed, ///< to be told by whoever knows the stream
+    Refused       ///< one message has told why
+};
+
+Outcome writeDocument(const KrXmlObject& object, std::ostream& stream)
+{
+    try {
+        KrXmlWriter writer(stream);
+        const bool isWritten = writer.beginElement(object.token()) && object.write(writer) && writer.endElement();
+        if (writer.finish() && isWritten) {
+            return Outcome::Written;
+        }
+        return writer.isRefused() ? Outcome::Refused : Outcome::StreamFailed;
+    } catch (const std::exception& error) {
+        warn("write", object.token().name, error.what());
+        return Outcome::Refused;
+    }
+}
+
+/// Writes a document to a descriptor, which stays the caller's; tells of every failure.
+bool writeToDescriptor(const KrXmlObject& object, int descriptor, const char* method, const std::string& name)
+{
+    DescriptorBuffer buffer(descriptor);
+    std::ostream stream(&buffer);
+    const Outcome outcome = writeDocument(object, stream);
+    if (outcome == Outcome::StreamFailed) {
+        warn(method, name, std::string("cannot be written: ") + std::strerror(buffer.error()));
+    }
+    return outcome == Outcome::Written;
+}
+
+bool cannotWrite(const std::string& path)
+{
+    warn("writeFile", path, std::string("cannot be written: ") + std::strerror(errno));
+    return false;
+}
+
+/// Pipes and devices cannot be replaced, only written to.
+bool isSpecialFile(const std::string& path)
+{
+    struct stat info = {};
+    return ::stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
+}
+
+bool writeSpecialFile(const KrXmlObject& object, const std::string& path)
+{
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return cannotWrite(path);
+    }
+    const bool ok = writeToDescriptor(object, descriptor, "writeFile", path);
+    ::close(descriptor);
+    return ok;
+}
+
+} // namespace
+
+KrXmlObject::~KrXmlObject() = default;
+
+bool KrXmlObject::selfTest() const
+{
+    std::string text;
+    const std::unique_ptr<KrXmlObject> copy(newObject());
+    return copy && writeBuffer(text) && copy->readBuffer(text.data(), text.size(), "self test") && equality(copy.get());
+}
+
+bool KrXmlObject::xmlInit()
+{
+    return false;
+}
+
+bool KrXmlObject::readFile(const std::string& path)
+{
+    return readDocument(*this, [&path](KrXmlReader& reader) { return reader.openFile(path); });
+}
+
+bool KrXmlObject::writeFile(const std::string& path) const
+{
+    if (isSpecialFile(path)) {
+        return writeSpecialFile(*this, path);
+    }
+    ReplacementFile file(path);
+    if (file.descriptor() < 0) {
+        return cannotWrite(path);
+    }
+    if (!writeToDescriptor(*this, file.descriptor(), "writeFile", path)) {
+        return false;
+    }
+    return file.replace() || cannotWrite(path);
+}
+
+bool KrXmlObject::readStream(std::istream& stream, const std::string& name)
+{
+    return readDocument(*this, [&](KrXmlReader& reader) { return reader.openStream(stream, name); });
+}
+
+bool KrXmlObject::writeStream(std::ostream& stream) const
+{
+    const Outcome outcome = writeDocument(*this, stream);
+    if (outcome == Outcome::StreamFailed) {
+        warn("writeStream", token().name, "the stream takes no more");
+    }
+    return outcome == Outcome::Written;
+}
+
+bool KrXmlObject::readBuffer(const char* data, std::size_t size, const std::string& name)
+{
+    return readDocument(*this, [&](KrXmlReader& reader) { return reader.openBuffer(data, size, name); });
+}
+
+bool KrXmlObject::writeBuffer(std::string& out) const
+{
+    std::ostringstream stream;
+    if (!writeStream(stream)) {
+        return false;
+    }
+    out = stream.str();
+    return true;
+}
+
+bool KrXmlObject::readSocket(int descriptor)
+{
+    return readDocument(*this, [=](KrXmlReader& reader) { return reader.openDescriptor(descriptor, "socket"); });
+}
+
+bool KrXmlObject::writeSocket(int descriptor) const
+{
+    return writeToDescriptor(*this, descriptor, "writeSocket", "socket");
+}
+
+bool KrXmlObject::writeSchema(std::ostream& stream) const
+{
+    KrXmlSchema(token(), *this).write(stream);
+    return bool(stream.flush());
+}
+
+void KrXmlObject::writeSchemaContent(KrXmlSchema& schema) const
+{
+    schema.anything();
+}

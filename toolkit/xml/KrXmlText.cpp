@@ -1,0 +1,168 @@
+#include <toolkit/xml/KrXmlText.h>
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace
+{
+
+// A loop and not find_first_of: these run for every number of a mesh.
+bool isSpace(char c)
+{
+    return c == ' ' || c == '\n' || c == '\t' || c == '\r';
+}
+
+void dropSpace(std::string_view& text)
+{
+    std::size_t start = 0;
+    while (start < text.size() && isSpace(text[start])) {
+        ++start;
+    }
+    text.remove_prefix(start);
+}
+
+std::string_view takeWord(std::string_view& text)
+{
+    dropSpace(text);
+    std::size_t end = 0;
+    while (end < text.size() && !isSpace(text[end])) {
+        ++end;
+    }
+    const std::string_view word = text.substr(0, end);
+    text.remove_prefix(end);
+    return word;
+}
+
+template <typename T>
+void appendNumber(std::string& out, T value)
+{
+    char text[64];
+    out.append(text, std::to_chars(text, text + sizeof text, value).ptr);
+}
+
+template <typename T>
+void appendReal(std::string& out, T value)
+{
+    // The sign of a NaN says nothing.
+    appendNumber(out, std::isnan(value) ? std::numeric_limits<T>::quiet_NaN() : value);
+}
+
+template <typename T>
+bool takeNumber(std::string_view& text, T& value)
+{
+    const std::string_view word = takeWord(text);
+    T number{};
+    const char* const end = word.data() + word.size();
+    const std::from_chars_result result = std::from_chars(word.data(), end, number);
+    if (word.empty() || result.ec != std::errc() || result.ptr != end) {
+        return false;
+    }
+    value = number;
+    return true;
+}
+
+template <typename T>
+bool takeReal(std::string_view& text, T& value)
+{
+    dropSpace(text);
+    // from_chars would take "nan(...)" too.
+    const std::size_t sign = !text.empty() && text.front() == '-' ? 1 : 0;
+    const bool mayHaveBrackets = text.size() > sign && (text[sign] == 'n' || text[sign] == 'N');
+    std::string_view rest = text;
+    if (mayHaveBrackets && takeWord(rest).find('(') != std::string_view::npos) {
+        return false;
+    }
+    return takeNumber(text, value);
+}
+
+} // namespace
+
+void KrXmlText::append(std::string& out, double value)
+{
+    appendReal(out, value);
+}
+
+void KrXmlText::append(std::string& out, float value)
+{
+    appendReal(out, value);
+}
+
+void KrXmlText::append(std::string& out, int value)
+{
+    appendNumber(out, value);
+}
+
+void KrXmlText::append(std::string& out, unsigned int value)
+{
+    appendNumber(out, value);
+}
+
+void KrXmlText::append(std::string& out, unsigned char value)
+{
+    appendNumber(out, static_cast<unsigned int>(value));
+}
+
+void KrXmlText::append(std::string& out, bool value)
+{
+    out += value ? "true" : "false";
+}
+
+void KrXmlText::append(std::string& out, const std::string& value)
+{
+    out += value;
+}
+
+bool KrXmlText::take(std::string_view& text, double& value)
+{
+    return takeReal(text, value);
+}
+
+bool KrXmlText::take(std::string_view& text, float& value)
+{
+    return takeReal(text, value);
+}
+
+bool KrXmlText::take(std::string_view& text, int& value)
+{
+    return takeNumber(text, value);
+}
+
+bool KrXmlText::take(std::string_view& text, unsigned int& value)
+{
+    return takeNumber(text, value);
+}
+
+bool KrXmlText::take(std::string_view& text, unsigned char& value)
+{
+    unsigned int number = 0;
+    if (!takeNumber(text, number) || number > std::numeric_limits<unsigned char>::max()) {
+        return false;
+    }
+    value = static_cast<unsigned char>(number);
+    return true;
+}
+
+bool KrXmlText::take(std::string_view& text, bool& value)
+{
+    const std::string_view word = takeWord(text);
+    const bool isTrue = word == "true" || word == "1";
+    if (!isTrue && word != "false" && word != "0") {
+        return false;
+    }
+    value = isTrue;
+    return true;
+}
+
+bool KrXmlText::take(std::string_view& text, std::string& value)
+{
+    value.assign(text);
+    text = std::string_view();
+    return true;
+}
+
+bool KrXmlText::atEnd(std::string_view& text)
+{
+    dropSpace(text);
+    return text.empty();
+}
