@@ -23,6 +23,8 @@ public:
     bool isEmpty() const { return m_numPoints == 0; }
     /// The middle of the bounding box; the origin when there is no point.
     KrVector center() const;
+    /// Of the bounding box.
+    KrVector size() const { return m_high - m_low; }
 
     /// The nearest eye point, in the direction that was asked for, from which every point is inside the four sides
     /// with a margin, and the points fill the picture's width or height evenly.

@@ -5,6 +5,7 @@
 #include "KrAppFiles.h"
 #include "KrAppFraming.h"
 #include "KrAppInfo.h"
+#include "KrAppInterrupt.h"
 #include "KrAppLighting.h"
 #include "KrAppMessages.h"
 #include "KrAppOptions.h"
@@ -102,6 +103,7 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
 
 void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& scene, KrAppMessages& messages)
 {
+    const KrAppInterrupt interrupt;
     std::unique_ptr<KrAppVideo> video;
     if (KrAppFiles::isVideo(options.output)) {
         video = std::make_unique<KrAppVideo>(options.output, options.width, options.height, options.framesPerSecond);
@@ -109,6 +111,10 @@ void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& s
     KrAppProgress progress("frames", states.size(), options.quiet);
     KrImage picture;
     for (std::size_t i = 0; i < states.size(); ++i) {
+        if (interrupt.isRequested()) {
+            throw KrAppFailure(KrAppFailure::CouldNot, "stopped after " + std::to_string(i) + " of " +
+                                                           std::to_string(states.size()) + " frames");
+        }
         scene.draw(states[i], picture);
         if (video) {
             video->add(picture);

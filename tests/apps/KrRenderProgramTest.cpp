@@ -228,6 +228,30 @@ TEST_F(KrRenderProgram, WritesAVideoThroughTheHelperProgramOrSaysThatItIsMissing
     EXPECT_TRUE(isRed(meanColour(picture("p_1.png"), 80, 95, 1)));
 }
 
+TEST_F(KrRenderProgram, StoppedInTheMiddleOfAVideoItCleansUp)
+{
+    std::string rows = "swing\n";
+    for (int i = 0; i < 20000; ++i) {
+        rows += "0.5\n";
+    }
+    m_folder.write("motion.csv", rows);
+    for (const char* output : {"motion.mp4", "frame.png"}) {
+        const Answer answer =
+            runCommand("cd '" + m_folder.path("") + "' && timeout --preserve-status -s INT 1.5 '" + KR_RENDER + "' " +
+                       urdf() + " --size 64x48 --trajectory motion.csv -q -o " + output);
+        if (KrAppVideo::program().empty() && answer.err.find("ffmpeg") != std::string::npos) {
+            continue;
+        }
+        EXPECT_EQ(answer.status, 1);
+        EXPECT_EQ(answer.numErrorLines(), 1u) << answer.err;
+        EXPECT_NE(answer.err.find("stopped after"), std::string::npos) << answer.err;
+    }
+    for (const std::string& name : m_folder.names()) {
+        EXPECT_EQ(name.find("tmp"), std::string::npos) << name;
+        EXPECT_EQ(name.find(".mp4"), std::string::npos) << name;
+    }
+}
+
 TEST_F(KrRenderProgram, TellsTheTreeWithoutDrawing)
 {
     // No context is opened: a back end that does not exist does not matter.

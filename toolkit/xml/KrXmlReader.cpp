@@ -24,7 +24,7 @@
 namespace
 {
 
-constexpr std::size_t kDepthLimit = 256;
+constexpr std::size_t kDepthLimit = 1024;
 constexpr std::size_t kChunkSize = 64 * 1024;
 /// The longest single tag or comment, in bytes.
 constexpr std::size_t kMarkupLimit = 4 * 1024 * 1024;

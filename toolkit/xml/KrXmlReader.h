@@ -14,7 +14,7 @@ class KrXmlObject;
 /// Walks an XML document for the objects that read themselves from it.
 ///
 /// Nothing outside the document is ever loaded: no network, no external
-/// entities, no document types. Depth is limited to 256 elements. Not copyable.
+/// entities, no document types. Depth is limited to 1024 elements. Not copyable.
 ///
 /// The pattern of a reader of children:
 /// @code

@@ -12,7 +12,7 @@
 namespace
 {
 
-constexpr std::size_t kDepthLimit = 256; // the reader's
+constexpr std::size_t kDepthLimit = 1024; // the reader's
 constexpr std::size_t kPieceSize = 1 << 20;
 
 struct TextWriterDeleter

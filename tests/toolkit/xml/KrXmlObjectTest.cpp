@@ -146,7 +146,7 @@ TEST(KrXmlObject, BadDocumentsGiveOneMessageWithPlaceAndKeepTheOldValue)
     const std::string ball = "<name>x</name><count>1</count><bodies>\n";
     const std::string deep = [] {
         std::string text;
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < 600; ++i) {
             text += "<children><sample>";
         }
         return text;
@@ -195,7 +195,7 @@ TEST(KrXmlObject, BadDocumentsGiveOneMessageWithPlaceAndKeepTheOldValue)
          document(std::string(kRequired) + "<map><entry><key>a</key><value>1</value></entry>"
                                            "<entry><key>a</key><value>1</value></entry></map>"),
          {"twice"}},
-        {"too deep", document(deep), {"256"}},
+        {"too deep", document(deep), {"1024"}},
         {"document type", "<!DOCTYPE sample>" + good, {"document types"}},
         {"external entity",
          "<!DOCTYPE sample [<!ENTITY f SYSTEM \"file:///etc/passwd\">]>" + document("<name>&f;</name><count>1</count>"),
@@ -282,13 +282,13 @@ TEST(KrXmlObject, WhatXmlCannotHoldIsNotWritten)
     const KrCaughtMessages messages;
     Sample root;
     Sample* last = &root;
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 600; ++i) {
         last->children.resize(1);
         last = &last->children[0];
     }
     std::string out;
     EXPECT_FALSE(root.writeBuffer(out));
-    EXPECT_NE(messages.only().find("256"), std::string::npos) << messages.only();
+    EXPECT_NE(messages.only().find("1024"), std::string::npos) << messages.only();
 }
 
 TEST(KrXmlObject, LongTextIsWrittenWholeWhateverItsCharacters)

@@ -1,0 +1,64 @@
+#include "KrBenchMeasure.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <ctime>
+#include <vector>
+
+namespace
+{
+
+double seconds(clockid_t clock)
+{
+    timespec time = {};
+    clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+} // namespace
+
+double KrBenchMeasure::wallSeconds()
+{
+    return seconds(CLOCK_MONOTONIC);
+}
+
+double KrBenchMeasure::processorSeconds()
+{
+    return seconds(CLOCK_PROCESS_CPUTIME_ID);
+}
+
+double KrBenchMeasure::peakMemoryMiB()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+KrBenchMeasure::Frames KrBenchMeasure::measure(unsigned int warmUp, unsigned int count,
+                                               const std::function<void(unsigned int)>& frame)
+{
+    for (unsigned int i = 0; i < warmUp; ++i) {
+        frame(i);
+    }
+    std::vector<double> times(count);
+    const KrBenchAllocations allocationsBefore = KrBenchAllocations::now();
+    const double processorBefore = processorSeconds();
+    for (unsigned int i = 0; i < count; ++i) {
+        const double start = wallSeconds();
+        frame(warmUp + i);
+        times[i] = wallSeconds() - start;
+    }
+    const double processor = processorSeconds() - processorBefore;
+    const KrBenchAllocations allocations = KrBenchAllocations::now() - allocationsBefore;
+
+    std::sort(times.begin(), times.end());
+    Frames result;
+    result.medianSeconds = times[count / 2];
+    result.fastestSeconds = times.front();
+    result.slowTenthSeconds = times[count * 9 / 10];
+    result.processorSeconds = processor / count;
+    result.allocationsWithNew = static_cast<double>(allocations.withNew) / count;
+    result.allocationsWithMalloc = static_cast<double>(allocations.withMalloc) / count;
+    return result;
+}

@@ -1,0 +1,149 @@
+#include "KrBenchSystem.h"
+
+#include <KrAppFraming.h>
+#include <toolkit/geometry/KrTriPhysicalExtent.h>
+
+#include <boost/make_shared.hpp>
+
+#include <cmath>
+#include <functional>
+#include <map>
+
+namespace
+{
+
+using Visitor = std::function<void(const KrManipulatorLink&)>;
+
+void forEachLink(const KrStatedSystem& system, const Visitor& visit)
+{
+    for (const KrIndividualManipulator& manipulator : system.manipulatorSystem().manipulators()) {
+        visit(manipulator);
+        for (const KrManipulatorLink* link : manipulator.links()) {
+            visit(*link);
+        }
+    }
+}
+
+std::vector<boost::shared_ptr<const KrTriPhysicalExtent>> meshes(const KrStatedSystem& system)
+{
+    std::vector<boost::shared_ptr<const KrTriPhysicalExtent>> found;
+    forEachLink(system, [&found](const KrManipulatorLink& link) {
+        for (unsigned int i = 0; i < link.numShapes(); ++i) {
+            const KrShape* const shape = link.shape(i);
+            const boost::shared_ptr<const KrTriPhysicalExtent> mesh =
+                shape && shape->physicalExtent() ? shape->physicalExtent()->triExtent() : nullptr;
+            if (mesh) {
+                found.push_back(mesh);
+            }
+        }
+    });
+    return found;
+}
+
+boost::shared_ptr<KrBasePhysicalExtent> firstTriangles(const KrTriPhysicalExtent& mesh)
+{
+    KrXmlVectorType<KrTriPhysicalExtent::Group> groups = mesh.groups();
+    for (KrTriPhysicalExtent::Group& group : groups) {
+        group.second().resize(std::min(group.second().size(), 1u));
+    }
+    auto reduced = boost::make_shared<KrTriPhysicalExtent>();
+    reduced->setMaterialMap(mesh.materialMap());
+    reduced->setMesh(mesh.vertices(), mesh.normals(), mesh.textureCoordinates(), groups);
+    return reduced;
+}
+
+} // namespace
+
+KrStatedSystem KrBenchSystem::copied(const KrStatedSystem& system, unsigned int copies)
+{
+    KrAppFraming bounds({1.0, 0.0, 0.0}, {0.0, 0.0, 1.0}, 0.5, 1.0);
+    bounds.add(system.manipulatorSystem(), system.systemState());
+    const KrVector size = bounds.size();
+    const auto columns = static_cast<unsigned int>(std::ceil(std::sqrt(static_cast<double>(copies))));
+
+    KrManipulatorSystem many;
+    KrManipulatorSystemState state;
+    for (unsigned int i = 0; i < copies; ++i) {
+        const KrVector offset(1.1 * size.x() * (i / columns), 1.1 * size.y() * (i % columns), 0.0);
+        for (unsigned int m = 0; m < system.manipulatorSystem().manipulators().size(); ++m) {
+            KrIndividualManipulator copy = system.manipulatorSystem().manipulators()[m];
+            KrCoordinateSystemTransformation placement = copy.placement();
+            placement.setTranslation(placement.translation() + offset);
+            copy.setPlacement(placement);
+            many.manipulators().push_back(copy);
+            state.positionStates().push_back(system.systemState().positionStates()[m]);
+        }
+    }
+    KrStatedSystem result(many);
+    result.setSystemState(state);
+    return result;
+}
+
+void KrBenchSystem::keepOneTriangle(KrStatedSystem& system)
+{
+    // Shapes are held by pointer: what several links share is reduced once.
+    std::map<const KrBasePhysicalExtent*, boost::shared_ptr<KrBasePhysicalExtent>> reduced;
+    std::vector<boost::shared_ptr<KrBasePhysicalExtent>> originals; // kept, so that no address is used twice
+    forEachLink(system, [&](const KrManipulatorLink& link) {
+        for (unsigned int i = 0; i < link.numShapes(); ++i) {
+            const boost::shared_ptr<KrShape> shape = link.shapePointer(i);
+            const KrBasePhysicalExtent* const extent = shape ? shape->physicalExtent() : nullptr;
+            const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent ? extent->triExtent() : nullptr;
+            if (!mesh) {
+                continue;
+            }
+            originals.push_back(shape->extentPointer());
+            const auto [place, isNew] = reduced.try_emplace(extent);
+            if (isNew) {
+                place->second = firstTriangles(*mesh);
+                reduced.try_emplace(place->second.get(), place->second); // a shape that was seen already
+            }
+            shape->setPhysicalExtent(place->second);
+        }
+    });
+    system.systemChanged();
+}
+
+std::vector<KrManipulatorSystemState> KrBenchSystem::swinging(const KrStatedSystem& system, unsigned int count)
+{
+    constexpr double kTwoPi = 6.28318530717958648;
+    std::vector<KrManipulatorSystemState> states;
+    for (unsigned int i = 0; i < count; ++i) {
+        KrManipulatorSystemState state = system.systemState();
+        for (unsigned int m = 0; m < state.positionStates().size(); ++m) {
+            const KrIndividualManipulator& manipulator = system.manipulatorSystem().manipulators()[m];
+            const std::vector<const KrManipulatorLink*> links = manipulator.links();
+            KrPositionState& position = state.positionStates()[m];
+            for (unsigned int j = 0; j < links.size(); ++j) {
+                const KrJointKinematics& joint = links[j]->jointKinematics();
+                if (!joint.isMovable() || joint.isMimic()) {
+                    continue;
+                }
+                const double range = joint.hasLimits() ? joint.upperLimit() - joint.lowerLimit() : 1.0;
+                const double swing = 0.1 * range * std::sin(kTwoPi * i / count + j);
+                position.jointPositions()[j].setValue(position.jointPositions()[j].value() + swing);
+            }
+            manipulator.applyMimics(position);
+        }
+        states.push_back(state);
+    }
+    return states;
+}
+
+std::size_t KrBenchSystem::numTriangles(const KrStatedSystem& system)
+{
+    std::size_t sum = 0;
+    for (const auto& mesh : meshes(system)) {
+        sum += mesh->numTriangles();
+    }
+    return sum;
+}
+
+std::size_t KrBenchSystem::numGroups(const KrStatedSystem& system)
+{
+    std::size_t sum = 0;
+    for (const auto& mesh : meshes(system)) {
+        sum += mesh->groups().size();
+    }
+    return sum;
+}
