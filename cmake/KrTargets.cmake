@@ -17,6 +17,11 @@ file(RELATIVE_PATH KR_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FU
 function(kr_configure_target name)
     target_compile_features(${name} PUBLIC cxx_std_17)
     target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Woverloaded-virtual -Werror)
+    # GCC 12 vectorises double -> float -> double away from -O2 on, and with it the rounding to single precision.
+    string(TOUPPER "${CMAKE_BUILD_TYPE}" type)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND "${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${type}}" MATCHES "-O[23s]")
+        target_compile_options(${name} PRIVATE -fno-tree-slp-vectorize)
+    endif()
 endfunction()
 
 # kr_add_library(NAME ALIAS Kr::Alias): a shared library whose sources its folders add with target_sources.

@@ -2,6 +2,7 @@
 
 #include <import/KrImportPath.h>
 #include <import/KrMeshLook.h>
+#include <import/KrMeshPlausibility.h>
 #include <import/KrVectorIndex.h>
 
 #include <assimp/DefaultIOSystem.h>
@@ -17,6 +18,7 @@
 #include <cmath>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 #include <utility>
@@ -79,6 +81,40 @@ Eigen::Vector3d vectorOf(const aiVector3D& v)
 bool isTriangles(const aiMesh& mesh)
 {
     return (mesh.mPrimitiveTypes & aiPrimitiveType_TRIANGLE) != 0 && mesh.mVertices && mesh.mFaces;
+}
+
+bool hasValidIndices(const aiScene& scene)
+{
+    for (unsigned int i = 0; i < scene.mNumMeshes; ++i) {
+        const aiMesh& mesh = *scene.mMeshes[i];
+        const auto isValid = [&mesh](unsigned int index) { return index < mesh.mNumVertices; };
+        const auto isWhole = [&isValid](const aiFace& face) {
+            return face.mNumIndices == 0 ||
+                   (face.mIndices && std::all_of(face.mIndices, face.mIndices + face.mNumIndices, isValid));
+        };
+        if (!std::all_of(mesh.mFaces, mesh.mFaces + mesh.mNumFaces, isWhole)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Takes faces without corners out and says what kinds are left: where the two do not fit, the triangulation ends the
+/// process.
+void tidyFaces(aiMesh& mesh)
+{
+    unsigned int kept = 0;
+    unsigned int types = 0;
+    for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
+        aiFace& face = mesh.mFaces[i];
+        if (face.mNumIndices > 0 && face.mIndices) {
+            types |= AI_PRIMITIVE_TYPE_FOR_N_INDICES(face.mNumIndices);
+            std::swap(mesh.mFaces[kept].mNumIndices, face.mNumIndices);
+            std::swap(mesh.mFaces[kept++].mIndices, face.mIndices);
+        }
+    }
+    mesh.mNumFaces = kept;
+    mesh.mPrimitiveTypes = types ? types : static_cast<unsigned int>(aiPrimitiveType_POINT);
 }
 
 class Collector
@@ -213,8 +249,7 @@ void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
     triangles.reserve(triangles.size() + mesh.mNumFaces);
     for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
         const aiFace& face = mesh.mFaces[i];
-        if (face.mNumIndices != 3 || std::any_of(face.mIndices, face.mIndices + 3,
-                                                 [&mesh](unsigned int index) { return index >= mesh.mNumVertices; })) {
+        if (face.mNumIndices != 3) {
             continue;
         }
         KrTriangle triangle;
@@ -337,13 +372,35 @@ bool isMissingLibrary(const std::string& file)
     return KrImportPath::extensionOf(file) == "mtl";
 }
 
+bool isPlausible(const std::string& path, std::size_t size, std::string& why)
+{
+    const std::string extension = KrImportPath::extensionOf(path);
+    if (!KrMeshPlausibility::concerns(extension)) {
+        return true;
+    }
+    std::string content(size, '\0');
+    std::ifstream stream(path, std::ios::binary);
+    stream.read(&content[0], static_cast<std::streamsize>(size));
+    content.resize(static_cast<std::size_t>(stream.gcount()));
+    return KrMeshPlausibility::check(content, extension, why);
+}
+
 bool readScene(const std::string& path, KrMeshData& data, std::string& why)
 {
     std::set<std::string> missing;
     Assimp::Importer importer;
     importer.SetIOHandler(new WatchingIo(missing));
     importer.SetPropertyBool(AI_CONFIG_IMPORT_COLLADA_IGNORE_UP_DIRECTION, true);
-    const aiScene* const scene = importer.ReadFile(path, aiProcess_Triangulate | aiProcess_SortByPType);
+    // Checked between the two steps: the second one follows indices without looking.
+    const aiScene* scene = importer.ReadFile(path, 0);
+    if (scene && !hasValidIndices(*scene)) {
+        why = "a face uses a vertex that is not there";
+        return false;
+    }
+    for (unsigned int i = 0; scene && i < scene->mNumMeshes; ++i) {
+        tidyFaces(*scene->mMeshes[i]);
+    }
+    scene = scene ? importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_SortByPType) : nullptr;
     if (!scene) {
         why = importer.GetErrorString();
         return false;
@@ -374,7 +431,7 @@ bool KrMeshFile::read(const std::string& path, KrMeshData& data, std::string& wh
         return false;
     }
     try {
-        return readScene(path, data, why);
+        return isPlausible(path, static_cast<std::size_t>(size), why) && readScene(path, data, why);
     } catch (const std::exception& exception) {
         why = exception.what();
     } catch (...) {

@@ -37,7 +37,7 @@ std::uint64_t numberAt(std::string_view text)
     return result.ec == std::errc::result_out_of_range ? UINT64_MAX : number;
 }
 
-/// The highest number that follows `word` and one of the characters `separators`, quotes and white space between.
+/// The highest number that follows `word` and `separator`, perhaps with a quote and white space between.
 std::uint64_t highestAfter(std::string_view content, std::string_view word, char separator)
 {
     std::uint64_t highest = 0;
@@ -77,16 +77,27 @@ bool holdsIndices(std::string_view content, std::string_view tag)
     return true;
 }
 
-bool checkCollada(std::string_view content, std::string& why)
+/// Whether no input of a list of primitives claims a place that no list has.
+bool areInputsSmall(std::string_view content)
 {
-    for (const char* const word : {"stride", "offset", "set"}) {
-        if (highestAfter(content, word, '=') > (word[1] == 'f' ? content.size() : kMaxPlaces)) {
-            why = std::string("a \"") + word + "\" in it is far too high";
+    for (std::size_t at = content.find("<input"); at != std::string_view::npos; at = content.find("<input", at + 1)) {
+        const std::string_view rest = content.substr(at);
+        const std::string_view element = rest.substr(0, rest.find('>'));
+        if (highestAfter(element, "offset", '=') > kMaxPlaces || highestAfter(element, "set", '=') > kMaxPlaces) {
             return false;
         }
     }
+    return true;
+}
+
+bool checkCollada(std::string_view content, std::string& why)
+{
+    if (highestAfter(content, "stride", '=') > kMaxPlaces || !areInputsSmall(content)) {
+        why = "a stride or an offset in it is far too high";
+        return false;
+    }
     // Text of at least two characters stands for each value.
-    if (highestAfter(content, "count", '=') > content.size()) {
+    if (highestAfter(content, "count", '=') > content.size() || highestAfter(content, "offset", '=') > content.size()) {
         why = "it declares more values than a file of its size can hold";
         return false;
     }
@@ -99,6 +110,21 @@ bool checkCollada(std::string_view content, std::string& why)
     return true;
 }
 
+/// Whether a word of `text` is a whole number above `limit`.
+bool holdsNumberAbove(std::string_view text, std::uint64_t limit)
+{
+    while (!(text = trimmed(text)).empty()) {
+        const std::size_t end = std::min(text.find_first_of(" \t\r\n"), text.size());
+        const std::string_view word = text.substr(0, end);
+        const bool isWhole = word.find_first_not_of("0123456789") == std::string_view::npos;
+        if (isWhole && word.size() > 8 && numberAt(word) > limit) {
+            return true;
+        }
+        text.remove_prefix(end);
+    }
+    return false;
+}
+
 bool checkPly(std::string_view content, std::string& why)
 {
     const std::string_view header = content.substr(0, std::min(content.find("end_header"), content.size()));
@@ -108,6 +134,13 @@ bool checkPly(std::string_view content, std::string& why)
             why = "it declares more elements than a file of its size can hold";
             return false;
         }
+    }
+    // In a text file the length of a list may be any number, and coordinates stand beside it.
+    const std::uint64_t limit = std::max<std::uint64_t>(content.size(), kMaxElements);
+    if (header.find("format ascii") != std::string_view::npos &&
+        holdsNumberAbove(content.substr(header.size()), limit)) {
+        why = "it holds a list longer than can be read";
+        return false;
     }
     return true;
 }

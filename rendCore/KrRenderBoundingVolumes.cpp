@@ -6,6 +6,7 @@
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/KrString.h>
+#include <toolkit/geometry/KrEnclosingShapes.h>
 #include <toolkit/system/KrManipulatorLink.h>
 
 #include <osg/NodeVisitor>
@@ -32,6 +33,13 @@ osg::ref_ptr<KrRenderShape> makeVolume(const KrBasePhysicalExtent& extent, const
                                                            osg::StateSet::USE_RENDERBIN_DETAILS);
     }
     return volume;
+}
+
+/// Computed volumes that nobody gave a look to would hide the robot: they are left out.
+bool isWanted(const KrBasePhysicalExtent& extent, const KrMaterialMap& dataMap)
+{
+    const std::string name = extent.groupName(0);
+    return name != KrEnclosingShapes::materialName() || dataMap.find(name) != nullptr;
 }
 
 /// Adds the bounding volumes of every link that it meets.
@@ -103,7 +111,9 @@ osg::ref_ptr<osg::Switch> KrRenderBoundingVolumes::makeBV(const KrShape* shape, 
                                          static_cast<int>(linkIndex), static_cast<int>(shapeIndex));
             continue;
         }
-        volumes->addChild(makeVolume(*extent, dataMap, linkIndex));
+        if (isWanted(*extent, dataMap)) {
+            volumes->addChild(makeVolume(*extent, dataMap, linkIndex));
+        }
     }
     if (volumes->getNumChildren() == 0) {
         return nullptr;

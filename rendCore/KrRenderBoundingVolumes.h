@@ -14,7 +14,9 @@ class KrRenderBoundingVolumes
 {
 public:
     /// Adds a switch to every link below `root` whose shape has bounding volumes; once more on every call.
-    /// @param dataMap  looks of the volumes by material name; read during the call only
+    /// @param dataMap  looks of the volumes by material name; read during the call only. Volumes that the shape
+    /// computed
+    ///                 are added when it has a look for them (KrEnclosingShapes::materialName())
     static void init(osg::Node* root, const KrMaterialMap& dataMap);
 
     /// A switch with one KrRenderShape for each bounding volume, only the last of which is on.

@@ -7,7 +7,9 @@
 #include <osg/StateSet>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <unordered_map>
 
 namespace
 {
@@ -26,6 +28,48 @@ void setMaterialAlpha(osg::StateSet& stateSet, float alpha)
     }
 }
 
+osg::Vec3 vec3(const KrVector& v)
+{
+    return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
+}
+
+/// The box of a drawable as it was filled last: cheaper than looking through all its triangles.
+class FilledBox : public osg::Drawable::ComputeBoundingBoxCallback
+{
+public:
+    osg::BoundingBox computeBound(const osg::Drawable&) const override { return box; }
+
+    osg::BoundingBox box;
+};
+
+/// Numbers the different corners of a group in order of appearance.
+class CornerNumbers
+{
+public:
+    /// Of a corner that is new, the result is one more than any before.
+    std::uint32_t numberOf(const KrTriangle& triangle, unsigned int corner)
+    {
+        const Key key = {triangle.vertex(corner), triangle.normal(corner), triangle.textureCoordinate(corner)};
+        return m_numbers.try_emplace(key, static_cast<std::uint32_t>(m_numbers.size())).first->second;
+    }
+
+private:
+    using Key = std::array<std::uint32_t, 3>;
+    struct Hash
+    {
+        std::size_t operator()(const Key& key) const
+        {
+            std::uint64_t hash = 0;
+            for (const std::uint32_t part : key) {
+                hash = (hash ^ part) * 0x9e3779b97f4a7c15u;
+                hash ^= hash >> 32;
+            }
+            return static_cast<std::size_t>(hash);
+        }
+    };
+    std::unordered_map<Key, std::uint32_t, Hash> m_numbers; // only looked up: its order does not matter
+};
+
 } // namespace
 
 KrRenderDeformationShape::KrRenderDeformationShape(const KrBasePhysicalExtent* extent, const KrMaterialMap& materialMap)
@@ -33,6 +77,10 @@ KrRenderDeformationShape::KrRenderDeformationShape(const KrBasePhysicalExtent* e
     , m_materialMap(materialMap)
 {
     KrRenderShape::setAttribute(KrRenderTypes::NoDisplayList);
+    if (const auto* const deformation = dynamic_cast<const KrDeformationPhysicalExtent*>(extent)) {
+        indexGroups(*deformation);
+        remember(*deformation);
+    }
     prepareDrawables();
 }
 
@@ -45,6 +93,8 @@ void KrRenderDeformationShape::prepareDrawables()
         geometry.setDataVariance(osg::Object::DYNAMIC);
         geometry.setSupportsDisplayList(false);
         geometry.setUseVertexBufferObjects(true);
+        // Written in every frame: the driver shall keep it where that is cheap.
+        geometry.getOrCreateVertexBufferObject()->setUsage(GL_DYNAMIC_DRAW);
         geometry.getStateSet()->setDataVariance(osg::Object::DYNAMIC);
     }
 }
@@ -64,16 +114,124 @@ bool KrRenderDeformationShape::hasGroupsOf(const KrTriPhysicalExtent& mesh) cons
     return true;
 }
 
+void KrRenderDeformationShape::rebuild(const KrTriPhysicalExtent& mesh)
+{
+    removeDrawables(0, getNumDrawables());
+    addGroups(mesh, m_materialMap);
+}
+
+unsigned int KrRenderDeformationShape::changesOf(const KrDeformationPhysicalExtent& extent) const
+{
+    // The counts tell another extent from the one that lay at the same address before.
+    if (m_extent != &extent || m_sources.size() != extent.groups().size() || m_numPoints != extent.points().size() ||
+        m_numNormals != extent.normals().size() || m_numPieces != extent.numPieces()) {
+        return KrDeformationPhysicalExtent::CutChanged;
+    }
+    const bool isPlacedAnew = m_placement != extent.placement();
+    return extent.changesSince(m_revision) | (isPlacedAnew ? KrDeformationPhysicalExtent::VerticesMoved : 0u);
+}
+
+void KrRenderDeformationShape::remember(const KrDeformationPhysicalExtent& extent)
+{
+    m_extent = &extent;
+    m_revision = extent.revision();
+    m_placement = extent.placement();
+    m_numPoints = extent.points().size();
+    m_numNormals = extent.normals().size();
+    m_numPieces = extent.numPieces();
+}
+
+void KrRenderDeformationShape::follow(const KrDeformationPhysicalExtent& extent)
+{
+    const unsigned int changes = changesOf(extent);
+    if ((changes & KrDeformationPhysicalExtent::CutChanged) != 0) {
+        rebuild(*extent.triExtent());
+        indexGroups(extent);
+        prepareDrawables();
+        applyAlpha();
+    } else if ((changes & KrDeformationPhysicalExtent::VerticesMoved) != 0) {
+        fillGroups(extent);
+    }
+    remember(extent);
+}
+
+/// Gives the drawables, one for each group, arrays without repetitions and indexed triangles.
+void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& extent)
+{
+    // Weights so large that places overflow leave no mesh form, hence no drawables.
+    m_sources.assign(std::min<std::size_t>(extent.groups().size(), getNumDrawables()), GroupSource());
+    for (std::size_t i = 0; i < m_sources.size(); ++i) {
+        const KrDeformationGroup& group = extent.groups()[i];
+        GroupSource& source = m_sources[i];
+        source.piece = group.piece();
+        const osg::ref_ptr<osg::Vec2Array> coordinates = new osg::Vec2Array;
+        const osg::ref_ptr<osg::DrawElementsUInt> indices = new osg::DrawElementsUInt(GL_TRIANGLES);
+        CornerNumbers numbers;
+        for (const KrTriangle& triangle : group.triangles()) {
+            for (unsigned int corner = 0; corner < 3; ++corner) {
+                indices->push_back(numbers.numberOf(triangle, corner));
+                if (indices->back() < source.points.size()) {
+                    continue;
+                }
+                source.points.push_back(triangle.vertex(corner));
+                source.normals.push_back(triangle.normal(corner));
+                if (!extent.textureCoordinates().empty()) {
+                    const KrPlanarVector& uv = extent.textureCoordinates()[triangle.textureCoordinate(corner)];
+                    coordinates->push_back(osg::Vec2(static_cast<float>(uv.u()), static_cast<float>(uv.v())));
+                }
+            }
+        }
+        osg::Geometry& geometry = *getDrawable(static_cast<unsigned int>(i))->asGeometry();
+        geometry.setVertexArray(new osg::Vec3Array(static_cast<unsigned int>(source.points.size())));
+        geometry.setNormalArray(new osg::Vec3Array(static_cast<unsigned int>(source.points.size())));
+        geometry.setNormalBinding(osg::Geometry::BIND_PER_VERTEX);
+        if (!extent.textureCoordinates().empty()) {
+            geometry.setTexCoordArray(0, coordinates);
+        }
+        geometry.setPrimitiveSet(0, indices);
+        geometry.setComputeBoundingBoxCallback(new FilledBox);
+    }
+    fillGroups(extent);
+}
+
+void KrRenderDeformationShape::fillGroups(const KrDeformationPhysicalExtent& extent)
+{
+    const std::vector<KrVector>& points = extent.points();
+    const std::vector<KrVector>& normals = extent.normals();
+    for (std::size_t i = 0; i < m_sources.size(); ++i) {
+        const GroupSource& source = m_sources[i];
+        const KrCoordinateSystemTransformation toOwner = extent.pieceToOwner(source.piece);
+        osg::Geometry& geometry = *getDrawable(static_cast<unsigned int>(i))->asGeometry();
+        auto& drawnVertices = static_cast<osg::Vec3Array&>(*geometry.getVertexArray());
+        auto& drawnNormals = static_cast<osg::Vec3Array&>(*geometry.getNormalArray());
+        osg::BoundingBox box;
+        for (std::size_t k = 0; k < source.points.size(); ++k) {
+            drawnVertices[k] = vec3(toOwner.transformPoint(points[source.points[k]]));
+            drawnNormals[k] = vec3(toOwner.transformDirection(normals[source.normals[k]]));
+            box.expandBy(drawnVertices[k]);
+        }
+        static_cast<FilledBox&>(*geometry.getComputeBoundingBoxCallback()).box = box;
+        drawnVertices.dirty();
+        drawnNormals.dirty();
+        geometry.dirtyBound();
+    }
+}
+
 void KrRenderDeformationShape::update(KrBasePhysicalExtent* extent)
 {
+    if (const auto* const deformation = dynamic_cast<const KrDeformationPhysicalExtent*>(extent)) {
+        follow(*deformation);
+        return;
+    }
     const boost::shared_ptr<const KrTriPhysicalExtent> mesh =
         extent != nullptr ? extent->triExtent() : boost::shared_ptr<const KrTriPhysicalExtent>();
     if (!mesh) {
         return;
     }
-    if (!hasGroupsOf(*mesh)) {
-        removeDrawables(0, getNumDrawables());
-        addGroups(*mesh, m_materialMap);
+    const bool wasIndexed = m_extent != nullptr;
+    m_extent = nullptr;
+    if (wasIndexed || !hasGroupsOf(*mesh)) {
+        rebuild(*mesh);
         prepareDrawables();
         applyAlpha();
         return;

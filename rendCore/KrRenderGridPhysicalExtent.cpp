@@ -1,5 +1,6 @@
 #include <rendCore/KrRenderGridPhysicalExtent.h>
 
+#include <rendCore/KrPlumeDrawCallback.h>
 #include <rendCore/KrRenderTypes.h>
 
 #include <toolkit/foundation/KrFileUtil.h>
@@ -89,6 +90,10 @@ osg::ref_ptr<osg::Geode> makeBox(const KrVector& minimum, const KrVector& maximu
     box->setVertexArray(vertices);
     box->setTexCoordArray(0, coordinates);
     box->addPrimitiveSet(new osg::DrawArrays(GL_QUADS, 0, 24));
+    // A display list would keep what the callback does at its first call.
+    box->setUseDisplayList(false);
+    box->setUseVertexBufferObjects(true);
+    box->setDrawCallback(new KrPlumeDrawCallback);
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
     geode->addDrawable(box);
     return geode;
@@ -193,6 +198,13 @@ osg::Geode* KrRenderGridPhysicalExtent::init(const KrGridPhysicalExtent* grid)
     state->setTextureAttribute(kLookupUnit, createLUTTexture(grid->lookupTable()), osg::StateAttribute::OFF);
     state->setAttributeAndModes(program, osg::StateAttribute::ON);
     return geode.release();
+}
+
+void KrRenderGridPhysicalExtent::drawAfterSolids(osg::Geode& plume)
+{
+    for (unsigned int i = 0; i < plume.getNumDrawables(); ++i) {
+        plume.getDrawable(i)->getOrCreateStateSet()->setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
+    }
 }
 
 osg::Texture1D* KrRenderGridPhysicalExtent::createLUTTexture(const KrXmlVectorVector& lut)

@@ -8,6 +8,9 @@
 
 /// Turns a scalar field on a grid into a node that is drawn by ray casting on the graphics processor.
 ///
+/// The node's box blends over what was drawn before it and ends its rays at the solids among that
+/// (KrPlumeDrawCallback). The node itself asks for no order: `drawAfterSolids` does.
+///
 /// The shaders are the files "krPlumeShader.vert" and "krPlumeShader.frag" in the folder
 /// software/render/src/rendCore below the one that the environment variable KR_TOOLKITS names. Static operations only.
 class KrRenderGridPhysicalExtent
@@ -19,6 +22,10 @@ public:
     /// @return a new node without references, which the caller takes; null for a null grid and, after one message, when
     ///         KR_TOOLKITS is not set
     static osg::Geode* init(const KrGridPhysicalExtent* grid);
+
+    /// Has the boxes of `plume`, a node from `init` or a shallow copy of one, drawn after all solids, in order of
+    /// distance with what else is transparent. The boxes' own state sets carry it, not the node's.
+    static void drawAfterSolids(osg::Geode& plume);
 
     /// One texel (RGB, a byte each) for each colour of `lut`; 256 black ones when it is empty. A component is
     /// multiplied by 255 and truncated; its low byte is kept.

@@ -32,6 +32,7 @@ osg::ref_ptr<KrRenderShape> makeGridShape(const KrGridPhysicalExtent& grid)
     if (!geode) {
         return nullptr;
     }
+    KrRenderGridPhysicalExtent::drawAfterSolids(*geode);
     return new KrRenderShape(*geode, osg::CopyOp());
 }
 

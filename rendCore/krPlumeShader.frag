@@ -1,7 +1,8 @@
 #version 120
 
 // Ray casting of a plume, fragment stage: marches through a field of scalar values from where a ray enters the field's
-// box (or from the eye, when that is inside) to where it leaves it, and composites colours front to back.
+// box (or from the eye, when that is inside) to where it leaves it or meets a solid, and composites colours front to
+// back. The result is to be blended over what is there, its colour being multiplied by its opacity already.
 //
 // Transfer function. With (x, y, z) = inflection, a value's level is 0 up to x, 1/2 at y and 1 from z on, with straight
 // lines between; cells up to x are empty. An inflection with z <= x counts as (0, 1/2, 1), a y that is not between x and
@@ -10,10 +11,6 @@
 //     opacity  a ray that runs the length of the box's longest edge through one level keeps exp(-lutFactor * w) of the
 //              light behind it, w = level^2 (3 - 2 level): a curve whose point of inflection is at level 1/2
 // The look does not depend on the size of the box, nor on that of its cells.
-//
-// Drawn without blending, a pixel shows the plume or what is behind it, in a proportion over the pixels that is the
-// plume's opacity. Where an application blends (a state set above with blending by alpha and the transparent bin), it
-// sets the uniform "plumeBlended" to true there, and every pixel carries its opacity as alpha.
 
 uniform sampler3D texture0; // values, in the first component
 uniform sampler1D texture1; // colours
@@ -21,10 +18,13 @@ uniform vec3 texSize;       // cells along each edge of the box
 uniform vec3 scaleFactor;   // edges of the box, m
 uniform float lutFactor;
 uniform vec3 inflection;
-uniform bool plumeBlended; // false unless an application sets it
+uniform sampler2D sceneDepth; // window depth of the solids
+uniform vec4 sceneDepthArea;  // the lower left pixel of its picture, and 1 / its size; 0 where it has none
+uniform float plumeAlpha;     // multiplies every opacity
 
 varying vec3 rayEnd;
 varying vec3 rayDirection;
+varying float rayEndZ;
 varying float hasEyePoint;
 
 const float stepsPerCell = 2.0;
@@ -52,8 +52,27 @@ float noise(vec2 pixel)
     return fract(52.9829189 * fract(dot(pixel, vec2(0.06711056, 0.00583715))));
 }
 
-// The part of the ray inside the box, volume coordinates: ends at rayEnd.
-vec3 rayInsideBox()
+// How much of rayDirection lies behind the solid that stands in this pixel, counted back from rayEnd; negative when
+// there is none or it stands behind the box.
+float partBehindSolid()
+{
+    if (sceneDepthArea.z == 0.0) {
+        return -1.0;
+    }
+    float depth = texture2D(sceneDepth, (gl_FragCoord.xy - sceneDepthArea.xy) * sceneDepthArea.zw).r;
+    if (depth >= gl_DepthRange.far) {
+        return -1.0;
+    }
+    float z = (2.0 * depth - gl_DepthRange.near - gl_DepthRange.far) / gl_DepthRange.diff;
+    // From normalised device coordinates to the eye's: the z and w rows of the projection matrix, solved for z.
+    mat4 m = gl_ProjectionMatrix;
+    float solidZ = (m[3][3] * z - m[3][2]) / (m[2][2] - m[2][3] * z);
+    return hasEyePoint > 0.5 ? 1.0 - solidZ / rayEndZ : solidZ - rayEndZ;
+}
+
+// The part of the ray that is inside the box and in front of solids, volume coordinates. `start` is where it begins;
+// a ray of no length begins behind a solid.
+vec3 visibleRay(out vec3 start)
 {
     vec3 isFlat = vec3(lessThan(abs(scaleFactor), vec3(smallestEdge)));
     vec3 direction = rayDirection / (scaleFactor + isFlat * smallestEdge);
@@ -61,10 +80,12 @@ vec3 rayInsideBox()
     // Backwards from the end, each pair of faces is met after its own part of the direction; the first one bounds.
     vec3 parts = (rayEnd - vec3(lessThan(direction, vec3(0.0)))) / direction;
     float part = max(min(parts.x, min(parts.y, parts.z)), 0.0);
-    return direction * (hasEyePoint > 0.5 ? min(part, 1.0) : part);
+    part = hasEyePoint > 0.5 ? min(part, 1.0) : part;
+    start = rayEnd - direction * part;
+    return direction * max(part - max(partBehindSolid(), 0.0), 0.0);
 }
 
-// Colour, not multiplied by opacity, and opacity of what lies along a ray.
+// Colour, multiplied by opacity, and opacity of what lies along a ray.
 vec4 march(vec3 start, vec3 ray)
 {
     float longestEdge = max(max(abs(scaleFactor.x), abs(scaleFactor.y)), max(abs(scaleFactor.z), smallestEdge));
@@ -92,8 +113,9 @@ vec4 march(vec3 start, vec3 ray)
             at += 1.0;
         }
     }
+    // The rest of a ray that ended early would add about the same colour: nothing of it stays out.
     float opacity = 1.0 - remainder;
-    return vec4(color / max(opacity, 1.0e-6), remainder > opaqueRemainder ? opacity : 1.0);
+    return remainder > opaqueRemainder ? vec4(color, opacity) : vec4(color / opacity, 1.0);
 }
 
 void main()
@@ -102,14 +124,10 @@ void main()
     if (!gl_FrontFacing) {
         discard;
     }
-    vec3 ray = rayInsideBox();
-    vec4 plume = march(rayEnd - ray, ray);
-    if (plumeBlended) {
-        gl_FragColor = plume;
-        return;
-    }
-    if (plume.a <= noise(gl_FragCoord.xy)) {
+    vec3 start;
+    vec3 ray = visibleRay(start);
+    if (ray == vec3(0.0)) {
         discard;
     }
-    gl_FragColor = vec4(plume.rgb, 1.0);
+    gl_FragColor = plumeAlpha * march(start, ray);
 }

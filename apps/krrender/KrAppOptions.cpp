@@ -32,6 +32,9 @@ struct Words
     std::string azimuth;
     std::string elevation;
     std::string framesPerSecond;
+    std::vector<std::string> show;
+    std::string axisScale;
+    std::string fade;
     std::vector<std::string> joints;
 };
 
@@ -96,6 +99,21 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->type_name("FILE")
         ->group("Pose");
     app.add_option("--fps", words.framesPerSecond, "Frames per second of a video [30]")->type_name("N")->group("Pose");
+
+    app.add_option("--show", words.show, "Draw with the robot: axes of the links, bounding volumes, mass ellipsoids")
+        ->allow_extra_args(false)
+        ->type_name("axes,volumes,mass")
+        ->group("Aids");
+    app.add_option("--axis-scale", words.axisScale, "Length of a link's axes in metres [by the robot's size]")
+        ->type_name("METRES")
+        ->group("Aids");
+    app.add_option("--select", options.aids.selected, "Link to set off from the others; repeatable")
+        ->allow_extra_args(false)
+        ->type_name("LINK")
+        ->group("Aids");
+    app.add_option("--fade", words.fade, "Opacity of links that are not selected, from 0 to 1 [0.15]")
+        ->type_name("ALPHA")
+        ->group("Aids");
 
     app.add_option("--package-path", options.packagePaths, "Folder in which packages are looked for; repeatable")
         ->allow_extra_args(false)
@@ -183,6 +201,30 @@ void readJoints(const Words& words, KrAppOptions& options)
     }
 }
 
+void readAids(const Words& words, KrAppAids& aids)
+{
+    for (const std::string& list : words.show) {
+        const std::string wrong = aids.addShown(list);
+        if (!wrong.empty()) {
+            const std::vector<std::string> near = KrAppValue::nearest(wrong, {"axes", "volumes", "mass"});
+            wrongUsage("--show " + list + ": axes, volumes and mass can be shown" +
+                       (near.empty() ? "" : "; did you mean " + near.front() + "?"));
+        }
+    }
+    if (!words.axisScale.empty()) {
+        aids.axisScale = readNumber("--axis-scale", words.axisScale, 1e-6, 1e6);
+        if (!aids.axes) {
+            wrongUsage("--axis-scale needs --show axes");
+        }
+    }
+    if (!words.fade.empty()) {
+        aids.fade = readNumber("--fade", words.fade, 0.0, 1.0);
+        if (aids.selected.empty()) {
+            wrongUsage("--fade needs --select LINK");
+        }
+    }
+}
+
 void checkCombination(const KrAppOptions& options)
 {
     if (options.doctor) {
@@ -242,6 +284,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
     }
     readCamera(words, *this);
     readJoints(words, *this);
+    readAids(words, aids);
     if (!words.framesPerSecond.empty()) {
         framesPerSecond = readNumber("--fps", words.framesPerSecond, 0.1, 1000.0);
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KrAppAids.h"
+
 #include <toolkit/geometry/KrColor.h>
 #include <toolkit/geometry/KrVector.h>
 
@@ -38,6 +40,8 @@ struct KrAppOptions
     double azimuth = 0.0;              ///< of the eye about z from +x, rad, for the automatic point of view
     double elevation = 0.0;            ///< of the eye above the horizon, rad
     bool useFileView = false;          ///< point of view, lights and background of the native file
+
+    KrAppAids aids;
 
     // The pose.
     std::vector<std::pair<std::string, std::string>> joints; ///< name and value as they were typed, in that order

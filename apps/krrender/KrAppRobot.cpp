@@ -47,47 +47,6 @@ std::string beginningOf(const std::string& path)
     return text;
 }
 
-/// Names a texture in full when it lies beside the file that names it.
-void resolveTextures(KrMaterialMap& materials, const fs::path& folder)
-{
-    const KrMaterialMap before = materials;
-    for (const auto& [name, data] : before) {
-        std::string file;
-        std::error_code error;
-        if (!data.string("krTextureFilename", file) || fs::path(file).is_absolute() ||
-            !fs::exists(folder / file, error)) {
-            continue;
-        }
-        KrDataMap resolved = data;
-        resolved.setString("krTextureFilename", (folder / file).lexically_normal().string());
-        materials.set(name, resolved);
-    }
-}
-
-void resolveTextures(const KrManipulatorLink& link, const fs::path& folder)
-{
-    for (unsigned int i = 0; i < link.numShapes(); ++i) {
-        const KrShape* const shape = link.shape(i);
-        auto* const mesh = shape ? dynamic_cast<KrTriPhysicalExtent*>(shape->mutablePhysicalExtent()) : nullptr;
-        if (mesh && !mesh->materialMap().empty()) {
-            KrMaterialMap materials = mesh->materialMap();
-            resolveTextures(materials, folder);
-            mesh->setMaterialMap(materials);
-        }
-    }
-    for (const KrManipulatorLink& child : link.childLinks()) {
-        resolveTextures(child, folder);
-    }
-}
-
-void resolveTextures(KrManipulatorSystem& system, const fs::path& folder)
-{
-    for (KrIndividualManipulator& manipulator : system.manipulators()) {
-        resolveTextures(manipulator.materialMap(), folder);
-        resolveTextures(static_cast<const KrManipulatorLink&>(manipulator), folder);
-    }
-}
-
 std::size_t trianglesOf(const KrManipulatorLink& link)
 {
     std::size_t sum = 0;
@@ -179,7 +138,6 @@ void KrAppRobot::read(const KrAppOptions& options, KrAppMessages& messages)
     if (!ok) {
         couldNot(messages.lastReason(path + " cannot be read"));
     }
-    resolveTextures(statedSystem().manipulatorSystem(), fs::absolute(path).parent_path());
     report.setFile(path);
     report.setRobot(fs::path(path).stem().string());
     countNative(*this, report.counts());

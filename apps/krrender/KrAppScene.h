@@ -20,6 +20,7 @@ public:
     /// @param system        borrowed, outlives the scene
     /// @param isOwnLighting  the parameters' lights are this program's: the light from everywhere becomes theirs, too
     void show(const KrStatedSystem& system, const KrVisualizationParameters& parameters, bool isOwnLighting);
+    KrRenderWindow& window() { return m_window; }
     /// Draws `state`: width x height, RGB, row 0 at the bottom. Throws KrAppFailure (CouldNot).
     void draw(const KrManipulatorSystemState& state, KrImage& picture);
     /// The same as depth: one channel, nearer is darker, the background 0.

@@ -15,6 +15,8 @@
 #include "KrAppScene.h"
 #include "KrAppVideo.h"
 
+#include <rendCore/KrToolkitFolders.h>
+
 #include <cmath>
 #include <cstdio>
 #include <exception>
@@ -128,11 +130,13 @@ void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& s
     }
 }
 
-void draw(const KrAppOptions& options, const KrAppRobot& robot, const KrVisualizationParameters& parameters,
-          bool isOwnLighting, const States& states, KrAppMessages& messages)
+void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting,
+          const States& states, KrAppMessages& messages)
 {
     KrAppScene scene(options.width, options.height, options.samples, messages);
+    options.aids.prepare(robot, parameters);
     scene.show(robot.statedSystem(), parameters, isOwnLighting);
+    options.aids.show(scene.window());
     if (!options.trajectory.empty()) {
         drawFrames(options, states, scene, messages);
         return;
@@ -244,6 +248,7 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
 
 int main(int argc, char** argv)
 {
+    KrToolkitFolders::setDefault();
     KrAppMessages messages;
     try {
         KrAppOptions options;

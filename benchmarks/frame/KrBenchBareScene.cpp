@@ -9,7 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
+#include <map>
 
 namespace
 {
@@ -79,15 +79,67 @@ bool KrBenchBareScene::setSize(unsigned int width, unsigned int height)
     return m_window.setWindowSize(width, height) && m_window.makeCurrent();
 }
 
-unsigned int KrBenchBareScene::upload(const std::vector<Vertex>& vertices)
+unsigned int KrBenchBareScene::upload(unsigned int target, const void* data, std::size_t size)
 {
     GLuint buffer = 0;
     glGenBuffers(1, &buffer);
-    glBindBuffer(GL_ARRAY_BUFFER, buffer);
-    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(vertices.size() * sizeof(Vertex)), vertices.data(),
-                 GL_STATIC_DRAW);
+    glBindBuffer(target, buffer);
+    glBufferData(target, static_cast<GLsizeiptr>(size), data, GL_STATIC_DRAW);
     m_buffers.push_back(buffer);
     return buffer;
+}
+
+std::vector<KrBenchBareScene::Batch> KrBenchBareScene::uploadMesh(const KrTriPhysicalExtent& mesh,
+                                                                  const KrIndividualManipulator& owner)
+{
+    // Corners with the same position and normal are one vertex: the least that the driver can be given.
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> indexOf;
+    std::vector<Vertex> vertices;
+    std::vector<std::uint32_t> indices;
+    std::vector<Batch> batches;
+    for (unsigned int g = 0; g < mesh.groups().size(); ++g) {
+        Batch batch = batchOf(lookOf(mesh, g, owner));
+        batch.first = indices.size();
+        for (const KrTriangle& triangle : mesh.groups()[g].second()) {
+            for (unsigned int k = 0; k < 3; ++k) {
+                const auto [place, isNew] = indexOf.try_emplace({triangle.vertex(k), triangle.normal(k)},
+                                                                static_cast<std::uint32_t>(vertices.size()));
+                if (isNew) {
+                    vertices.push_back(
+                        vertexOf(mesh.vertices()[triangle.vertex(k)], mesh.normals()[triangle.normal(k)]));
+                }
+                indices.push_back(place->second);
+            }
+        }
+        batch.count = static_cast<int>(indices.size() - batch.first);
+        batches.push_back(batch);
+    }
+    const unsigned int vertexBuffer = upload(GL_ARRAY_BUFFER, vertices.data(), vertices.size() * sizeof(Vertex));
+    const unsigned int indexBuffer =
+        upload(GL_ELEMENT_ARRAY_BUFFER, indices.data(), indices.size() * sizeof(std::uint32_t));
+    for (Batch& batch : batches) {
+        batch.vertexBuffer = vertexBuffer;
+        batch.indexBuffer = indexBuffer;
+    }
+    return batches;
+}
+
+KrBenchBareScene::Vertex KrBenchBareScene::vertexOf(const KrVector& p, const KrVector& n)
+{
+    return {{static_cast<float>(p.x()), static_cast<float>(p.y()), static_cast<float>(p.z()), static_cast<float>(n.x()),
+             static_cast<float>(n.y()), static_cast<float>(n.z())}};
+}
+
+KrBenchBareScene::Batch KrBenchBareScene::batchOf(const KrDataMap& look)
+{
+    Batch batch;
+    setColor(batch.ambient, look, "Ambient");
+    setColor(batch.diffuse, look, "Diffuse");
+    setColor(batch.specular, look, "Specular");
+    double shininess = 0.0;
+    look.real("krShininess", shininess);
+    batch.shininess = static_cast<float>(shininess);
+    return batch;
 }
 
 void KrBenchBareScene::addBody(unsigned int manipulator, int joint, const KrManipulatorLink& link,
@@ -107,34 +159,7 @@ void KrBenchBareScene::addBody(unsigned int manipulator, int joint, const KrMani
             m_batches.insert(m_batches.end(), seen->second.begin(), seen->second.end());
             continue;
         }
-        std::vector<Vertex> vertices;
-        std::vector<Batch> batches;
-        for (unsigned int g = 0; g < mesh->groups().size(); ++g) {
-            Batch batch;
-            const KrDataMap& look = lookOf(*mesh, g, owner);
-            setColor(batch.ambient, look, "Ambient");
-            setColor(batch.diffuse, look, "Diffuse");
-            setColor(batch.specular, look, "Specular");
-            double shininess = 0.0;
-            look.real("krShininess", shininess);
-            batch.shininess = static_cast<float>(shininess);
-            batch.first = static_cast<int>(vertices.size());
-            for (const KrTriangle& triangle : mesh->groups()[g].second()) {
-                for (unsigned int k = 0; k < 3; ++k) {
-                    const KrVector& p = mesh->vertices()[triangle.vertex(k)];
-                    const KrVector& n = mesh->normals()[triangle.normal(k)];
-                    vertices.push_back(
-                        {{static_cast<float>(p.x()), static_cast<float>(p.y()), static_cast<float>(p.z()),
-                          static_cast<float>(n.x()), static_cast<float>(n.y()), static_cast<float>(n.z())}});
-                }
-            }
-            batch.count = static_cast<int>(vertices.size()) - batch.first;
-            batches.push_back(batch);
-        }
-        const unsigned int buffer = upload(vertices);
-        for (Batch& batch : batches) {
-            batch.buffer = buffer;
-        }
+        const std::vector<Batch> batches = uploadMesh(*mesh, owner);
         m_batches.insert(m_batches.end(), batches.begin(), batches.end());
         m_uploaded.emplace_back(mesh.get(), batches);
     }
@@ -177,13 +202,15 @@ void KrBenchBareScene::drawBody(const Body& body) const
         glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, batch.diffuse);
         glMaterialfv(GL_FRONT_AND_BACK, GL_SPECULAR, batch.specular);
         glMaterialf(GL_FRONT_AND_BACK, GL_SHININESS, batch.shininess);
-        if (batch.buffer != bound) {
-            bound = batch.buffer;
+        if (batch.vertexBuffer != bound) {
+            bound = batch.vertexBuffer;
             glBindBuffer(GL_ARRAY_BUFFER, bound);
+            glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, batch.indexBuffer);
             glVertexPointer(3, GL_FLOAT, sizeof(Vertex), nullptr);
             glNormalPointer(GL_FLOAT, sizeof(Vertex), reinterpret_cast<const void*>(3 * sizeof(float)));
         }
-        glDrawArrays(GL_TRIANGLES, batch.first, batch.count);
+        glDrawElements(GL_TRIANGLES, batch.count, GL_UNSIGNED_INT,
+                       reinterpret_cast<const void*>(batch.first * sizeof(std::uint32_t)));
     }
 }
 

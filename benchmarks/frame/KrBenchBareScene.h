@@ -7,7 +7,10 @@
 #include <osg/Matrixd>
 
 #include <cstddef>
+#include <utility>
 #include <vector>
+
+class KrTriPhysicalExtent;
 
 /// The lower bound: the same triangles, materials, lights and poses, drawn from vertex buffers by plain OpenGL without
 /// a scene graph. Textures are left out.
@@ -49,8 +52,9 @@ private:
     /// One triangle group of a link.
     struct Batch
     {
-        unsigned int buffer = 0; ///< index in m_buffers
-        int first = 0;
+        unsigned int vertexBuffer = 0;
+        unsigned int indexBuffer = 0;
+        std::size_t first = 0; ///< index in the index buffer
         int count = 0;
         float ambient[4] = {};
         float diffuse[4] = {};
@@ -67,7 +71,10 @@ private:
 
     void addBody(unsigned int manipulator, int joint, const KrManipulatorLink& link,
                  const KrIndividualManipulator& owner);
-    unsigned int upload(const std::vector<Vertex>& vertices);
+    std::vector<Batch> uploadMesh(const KrTriPhysicalExtent& mesh, const KrIndividualManipulator& owner);
+    unsigned int upload(unsigned int target, const void* data, std::size_t size);
+    static Vertex vertexOf(const KrVector& position, const KrVector& normal);
+    static Batch batchOf(const KrDataMap& look);
     void setLights(const KrVisualizationParameters& parameters) const;
     void drawBody(const Body& body) const;
 

@@ -98,7 +98,7 @@ int main(int argc, char** argv)
     const std::string folder = argv[1];
     const KrSampleRobot arm = sampleIndustrialArm();
     const bool ok = writeSystem(folder + "/industrial_arm.xml", arm, sampleWorkshopFloor(0.55, 0.30), kArmPose,
-                                view({3.6, -3.2, 1.9}, {0.15, 0.0, 0.52})) &&
+                                view({2.9, -2.6, 1.6}, {0.25, 0.0, 0.50})) &&
                     arm.writeUrdf(folder, "industrial_arm.urdf", "meshes") &&
                     writeSystem(folder + "/dual_arm_base.xml", sampleDualArmBase(), sampleWorkshopFloor(0.60, 0.40),
                                 kDualArmPose, view({3.9, -2.6, 1.9}, {0.0, 0.0, 0.68})) &&

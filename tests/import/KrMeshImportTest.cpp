@@ -344,6 +344,40 @@ TEST_F(KrMeshImportTest, BadMeshesBecomeMarkedStandIns)
     }
 }
 
+TEST_F(KrMeshImportTest, DamagedCountsAndIndicesCostNeitherMemoryNorTheProcess)
+{
+    const auto replaced = [](std::string text, const std::string& from, const std::string& to) {
+        const std::size_t at = text.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        return at == std::string::npos ? text : text.replace(at, from.size(), to);
+    };
+    const std::string dae = Collada().text();
+    const std::string ply =
+        "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float "
+        "z\nelement face 1\nproperty list uchar int vertex_index\nend_header\n0 0 0\n1 0 0\n0 1 0\n";
+    const std::pair<std::string, std::string> files[] = {
+        {"a.dae", replaced(dae, "<p>0 1", "<p>0 0.5 1")},
+        {"b.dae", replaced(dae, "stride=\"3\"", "stride=\"99999999999\"")},
+        {"c.dae", replaced(dae, "<triangles count=\"12\"", "<triangles count = '999999999'")},
+        {"d.dae", replaced(dae, "offset=\"0\"", "offset=\"-1\"")},
+        {"a.ply", replaced(ply, "vertex 3", "vertex 4000000000") + "3 0 1 2\n"},
+        {"b.ply", ply + "4000000000 0 1 2\n"},
+        {"c.ply", ply + "3 0 1 4000\n"},
+        {"d.ply", ply + "4 0 1 2 3\n"},
+        {"a.off", "OFF\n4000000000 1 0\n0 0 0\n"},
+        {"a.gltf", "{\"asset\":{\"version\":\"2.0\"},\"accessors\":[{\"componentType\":5126,\"count\" : 99999999999,"
+                   "\"type\":\"VEC3\"}]}"},
+    };
+    for (const auto& [name, content] : files) {
+        EXPECT_EQ(importMesh(name, content).report.counts().missingMeshes, 1u) << name;
+    }
+    // A face without corners beside a whole one.
+    const Imported in = importMesh("e.ply", replaced(ply, "face 1", "face 2") + "3 0 1 2\n0\n");
+    EXPECT_EQ(in.mesh("base").numTriangles(), 1u);
+    EXPECT_EQ(importMesh("f.ply", ply + "3 0 1 2\n").mesh("base").numTriangles(), 1u);
+    EXPECT_EQ(importMesh("e.dae", dae).mesh("base").numTriangles(), 12u);
+}
+
 TEST_F(KrMeshImportTest, LinksShareOneExtentOnlyWhenEverythingIsTheSame)
 {
     bundle.write("a.stl", stl(box(1, 2, 3)));

@@ -5,6 +5,7 @@
 #include <tests/rendCore/SceneSamples.h>
 #include <tests/support/MessageRecorder.h>
 #include <toolkit/foundation/KrNullDeleter.h>
+#include <toolkit/geometry/KrEnclosingShapes.h>
 
 #include <osg/StateSet>
 
@@ -88,6 +89,19 @@ TEST(KrRenderBoundingVolumes, AListEndsWhereTheShapeItselfStands)
     const osg::ref_ptr<osg::Switch> volumes = KrRenderBoundingVolumes::makeBV(&second, KrMaterialMap(), 0, 0);
     ASSERT_TRUE(volumes);
     EXPECT_EQ(volumes->getNumChildren(), 1u);
+}
+
+TEST(KrRenderBoundingVolumes, ComputedVolumesAreAddedWhereTheyHaveALook)
+{
+    const KrShape shape(box());
+    EXPECT_FALSE(KrRenderBoundingVolumes::makeBV(&shape, KrMaterialMap(), 0, 0));
+    KrMaterialMap looks;
+    looks.set(std::string(KrEnclosingShapes::materialName()), KrDataMap::blueColor());
+    const osg::ref_ptr<osg::Switch> volumes = KrRenderBoundingVolumes::makeBV(&shape, looks, 0, 0);
+    ASSERT_TRUE(volumes);
+    ASSERT_EQ(volumes->getNumChildren(), 4u);
+    EXPECT_TRUE(volumes->getValue(3));
+    EXPECT_FALSE(volumes->getValue(0));
 }
 
 TEST(KrRenderBoundingVolumes, EveryLinkWithAShapeGetsASwitchUnderItsDhFrame)

@@ -2,13 +2,12 @@
 
 #include <rendCore/KrRenderGridPhysicalExtent.h>
 #include <rendCore/KrRenderWindow.h>
+#include <rendCore/KrToolkitFolders.h>
 
 #include <tests/support/Pictures.h>
 #include <tests/support/Systems.h>
 
-#include <osg/BlendFunc>
 #include <osg/Program>
-#include <osg/Uniform>
 
 #include <gtest/gtest.h>
 
@@ -115,9 +114,8 @@ TEST_F(KrRenderPlumeTest, AnEvenFieldLetsThroughWhatItsDepthLeavesWhateverItsCel
             show(evenPlume(n, level));
             lookFromAbove();
             const std::array<double, 3> colour = middle();
-            // 21 x 21 pixels show the plume or the background in proportion, to a percent or two.
-            EXPECT_NEAR(colour[2], kept(level, 2.0), 0.03) << n << " cells, level " << level;
-            EXPECT_NEAR(colour[0], 1.0 - kept(level, 2.0), 0.03) << n << " cells, level " << level;
+            EXPECT_NEAR(colour[2], kept(level, 2.0), 0.015) << n << " cells, level " << level;
+            EXPECT_NEAR(colour[0], 1.0 - kept(level, 2.0), 0.015) << n << " cells, level " << level;
             EXPECT_EQ(colour[1], 0.0);
         }
     }
@@ -188,36 +186,128 @@ TEST_F(KrRenderPlumeTest, InflectionSetsWhereTheFieldBeginsAndHowDenseItIs)
     EXPECT_NEAR(middle()[2], kept(0.05, 2.0), 0.03);
 }
 
-TEST_F(KrRenderPlumeTest, ASolidInFrontHidesThePlumeAndOneBehindShowsThroughIt)
+TEST_F(KrRenderPlumeTest, RaysEndAtTheSolidInFrontOfThem)
 {
-    show(evenPlume(8, 0.05), Systems::box(KrVector(4.0, 4.0, 0.2), KrVector(0.0, 0.0, -2.0), "green"));
-    lookFromAbove();
-    const std::array<double, 3> behind = middle();
-    EXPECT_NEAR(behind[0], 1.0 - kept(0.05, 2.0), 0.1);
-    EXPECT_GT(behind[1], 0.2);
-
-    show(evenPlume(8, 0.05), Systems::box(KrVector(1.0, 1.0, 0.2), KrVector(0.0, 0.0, 1.5), "green"));
-    lookFromAbove();
-    EXPECT_LT(middle()[0], 0.3);
-    EXPECT_LT(middle()[2], 0.3);
+    struct Case
+    {
+        const char* name;
+        KrVector eye;
+        double top;    ///< of a green slab, z
+        double length; ///< of the way through the plume to it
+    };
+    const double far = 2.0 / std::tan(kPi / 8.0);
+    const Case cases[] = {
+        {"behind the box", KrVector(0.0, 0.0, far), -1.5, 2.0},
+        {"near the far face", KrVector(0.0, 0.0, far), -0.8, 1.8},
+        {"in the middle", KrVector(0.0, 0.0, far), 0.1, 0.9},
+        {"in front of the box", KrVector(0.0, 0.0, far), 1.5, 0.0},
+        {"with the eye inside", KrVector(0.0, 0.0, 0.5), -0.4, 0.9},
+    };
+    for (const bool parallel : {false, true}) {
+        window.setViewerAttribute(KrSGWindow::Orthographic, parallel);
+        for (const Case& each : cases) {
+            if (parallel && each.eye.z() < 1.0) {
+                continue; // parallel rays have no eye to begin at
+            }
+            const auto slab = Systems::box(KrVector(9.0, 9.0, 0.2), KrVector(0.0, 0.0, each.top - 0.1), "green");
+            look(each.eye, KrVector(0.0, 0.0, -1.0), KrVector(0.0, 1.0, 0.0));
+            // So thin that it does not show; the same solids are drawn.
+            show(evenPlume(8, 1.0e-6), slab);
+            const double green = middle()[1];
+            ASSERT_GT(green, 0.3);
+            show(evenPlume(8, 0.05), slab);
+            const std::array<double, 3> colour = colourAt(kSize / 2, kSize / 2, 2);
+            // Colours have 8 bits, the light of the slab changes little over 5 x 5 pixels.
+            EXPECT_NEAR(colour[1], green * kept(0.05, each.length), 0.015) << each.name << ", parallel " << parallel;
+            EXPECT_NEAR(colour[0], 1.0 - kept(0.05, each.length), 0.015) << each.name << ", parallel " << parallel;
+        }
+    }
 }
 
-TEST_F(KrRenderPlumeTest, WhereAnApplicationBlendsEveryPixelCarriesItsOpacity)
+TEST_F(KrRenderPlumeTest, ASolidHalfInsideHidesAndIsHiddenPartByPart)
 {
-    show(evenPlume(8, 0.05));
+    // A bar that stands out of the plume towards the eye on the left and ends deep inside it on the right.
+    KrIndividualManipulator robot("robot");
+    robot.materialMap().set(std::string("green"), KrDataMap::material(KrColor(0.0, 1.0, 0.0)));
+    // The plume is the first to be drawn if nothing puts it behind the solids.
+    robot.addShape(boost::shared_ptr<KrBasePhysicalExtent>(evenPlume(8, 0.06)));
+    robot.addShape(Systems::box(KrVector(0.8, 1.2, 2.0), KrVector(-0.5, 0.0, 0.5), "green"));
+    robot.addShape(Systems::box(KrVector(0.8, 1.2, 0.2), KrVector(0.5, 0.0, -0.3), "green"));
+    KrManipulatorSystem manipulators;
+    manipulators.manipulators().push_back(robot);
+    system = KrStatedSystem(manipulators);
+    window.setStatedSystem(system);
+    lookFromAbove();
+    const unsigned int offset = kSize / 8;
+    const std::array<double, 3> outside = colourAt(kSize / 2 - offset, kSize / 2, 4);
+    EXPECT_NEAR(outside[0], 0.0, 0.01) << "nothing of the plume is in front of what stands out of it";
+    EXPECT_GT(outside[1], 0.3);
+    const std::array<double, 3> inside = colourAt(kSize / 2 + offset, kSize / 2, 4);
+    EXPECT_NEAR(inside[0], 1.0 - kept(0.06, 1.2), 0.03);
+    EXPECT_NEAR(inside[2], 0.0, 0.01) << "the background is hidden";
+}
+
+TEST_F(KrRenderPlumeTest, ViewsThatCoverAPartOfTheWindowSeeTheirOwnDepth)
+{
+    show(evenPlume(8, 0.05), Systems::box(KrVector(9.0, 9.0, 0.2), KrVector(0.0, 0.0, 0.0), "green"));
     lookFromAbove();
     middle();
-    osg::StateSet* state = window.getNode()->getOrCreateStateSet();
-    state->setAttributeAndModes(new osg::BlendFunc);
-    state->addUniform(new osg::Uniform("plumeBlended", true));
-    // One pixel says it all now: no proportion of pixels.
-    const std::array<double, 3> colour = colourAt(kSize / 2, kSize / 2, 0);
-    EXPECT_NEAR(colour[2], kept(0.05, 2.0), 0.03);
-    EXPECT_NEAR(colour[0], 1.0 - kept(0.05, 2.0), 0.03);
+    osg::Viewport& viewport = *window.getViewer()->getCamera()->getViewport();
+    for (const unsigned int size : {kSize / 2, kSize / 4, kSize}) {
+        const unsigned int corner = kSize - size;
+        viewport.setViewport(corner, corner, size, size);
+        KrImage image;
+        ASSERT_TRUE(window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
+        ASSERT_EQ(image.width(), size);
+        EXPECT_NEAR(meanColour(image, size / 2, size / 2, 2)[0] / 255.0, 1.0 - kept(0.05, 0.9), 0.015) << size;
+    }
 }
 
-TEST_F(KrRenderPlumeTest, BothShadersAreLoaded)
+TEST_F(KrRenderPlumeTest, APlumeThatIsNotSelectedFadesWithTheRest)
 {
+    show(evenPlume(8, 0.1), Systems::box(KrVector(0.5, 0.5, 0.5), KrVector(-1.6, 0.0, 0.0), "green"));
+    lookFromAbove();
+    const double before = middle()[0];
+    EXPECT_GT(before, 0.9);
+    ASSERT_TRUE(system.setTransparency(0.25));
+    ASSERT_TRUE(system.selectShape(KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 1)));
+    EXPECT_NEAR(middle()[0], 0.25 * before, 0.01);
+    system.clearSelection();
+    EXPECT_NEAR(middle()[0], before, 0.001);
+}
+
+TEST_F(KrRenderPlumeTest, WhatIsDrawnAfterAPlumeLooksAsWithoutIt)
+{
+    // A translucent shape nearer to the eye comes after the plume, in the same bin.
+    KrIndividualManipulator robot("robot");
+    robot.materialMap().set(std::string("glass"), KrDataMap::material(KrColor(0.0, 1.0, 0.0, 0.5)));
+    robot.addShape(Systems::box(KrVector(0.5, 0.5, 0.1), KrVector(-1.3, 0.0, 1.5), "glass"));
+    std::vector<std::array<double, 3>> colours;
+    for (const bool withPlume : {false, true}) {
+        if (withPlume) {
+            robot.addShape(boost::shared_ptr<KrBasePhysicalExtent>(evenPlume(8, 0.1)));
+        }
+        KrManipulatorSystem manipulators;
+        manipulators.manipulators().push_back(robot);
+        system = KrStatedSystem(manipulators);
+        window.setStatedSystem(system);
+        lookFromAbove();
+        for (int frame = 0; frame < 2; ++frame) {
+            // Beside the plume, as the eye sees it.
+            colours.push_back(colourAt(kSize / 2 - 60, kSize / 2, 2));
+        }
+    }
+    EXPECT_GT(colours[0][1], 0.1);
+    EXPECT_EQ(colours[0], colours[2]);
+    EXPECT_EQ(colours[0], colours[3]);
+}
+
+TEST_F(KrRenderPlumeTest, BothShadersAreFoundWithAndWithoutAnEnvironmentVariable)
+{
+    EXPECT_TRUE(KrToolkitFolders::setDefault());
+    EXPECT_STREQ(std::getenv("KR_TOOLKITS"), KR_TEST_TOOLKITS) << "what is set stays";
+    unsetenv("KR_TOOLKITS");
+    ASSERT_TRUE(KrToolkitFolders::setDefault());
     const osg::ref_ptr<osg::Geode> geode = KrRenderGridPhysicalExtent::init(evenPlume(2, 1.0).get());
     ASSERT_TRUE(geode);
     const auto* program =

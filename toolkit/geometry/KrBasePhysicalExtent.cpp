@@ -4,6 +4,7 @@
 #include <toolkit/geometry/KrCapsulePhysicalExtent.h>
 #include <toolkit/geometry/KrConePhysicalExtent.h>
 #include <toolkit/geometry/KrCylinderPhysicalExtent.h>
+#include <toolkit/geometry/KrDeformationPhysicalExtent.h>
 #include <toolkit/geometry/KrEllipsoidPhysicalExtent.h>
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
 #include <toolkit/geometry/KrSpherePhysicalExtent.h>
@@ -39,6 +40,7 @@ KrBasePhysicalExtent& KrBasePhysicalExtent::operator=(const KrBasePhysicalExtent
     m_materialName = other.m_materialName;
     m_triExtent = other.m_triExtent;
     m_changed = true;
+    ++m_revision;
     return *this;
 }
 
@@ -89,10 +91,11 @@ void KrBasePhysicalExtent::recompute() const
 KrBasePhysicalExtent* KrBasePhysicalExtent::newFromToken(const KrXmlToken& token)
 {
     using Maker = KrBasePhysicalExtent* (*)(const KrXmlToken&);
-    constexpr Maker makers[] = {newIfNamed<KrTriPhysicalExtent>,       newIfNamed<KrSpherePhysicalExtent>,
-                                newIfNamed<KrBoxPhysicalExtent>,       newIfNamed<KrCylinderPhysicalExtent>,
-                                newIfNamed<KrCapsulePhysicalExtent>,   newIfNamed<KrConePhysicalExtent>,
-                                newIfNamed<KrEllipsoidPhysicalExtent>, newIfNamed<KrGridPhysicalExtent>};
+    constexpr Maker makers[] = {newIfNamed<KrTriPhysicalExtent>,        newIfNamed<KrSpherePhysicalExtent>,
+                                newIfNamed<KrBoxPhysicalExtent>,        newIfNamed<KrCylinderPhysicalExtent>,
+                                newIfNamed<KrCapsulePhysicalExtent>,    newIfNamed<KrConePhysicalExtent>,
+                                newIfNamed<KrEllipsoidPhysicalExtent>,  newIfNamed<KrGridPhysicalExtent>,
+                                newIfNamed<KrDeformationPhysicalExtent>};
     for (const Maker make : makers) {
         KrBasePhysicalExtent* const extent = make(token);
         if (extent != nullptr) {
@@ -112,6 +115,7 @@ void KrBasePhysicalExtent::touch()
 {
     m_triExtent.reset();
     m_changed = true;
+    ++m_revision;
 }
 
 bool KrBasePhysicalExtent::completeRead(KrXmlReader&)

@@ -7,6 +7,7 @@
 #include <boost/shared_ptr.hpp>
 #include <boost/weak_ptr.hpp>
 
+#include <cstdint>
 #include <string>
 
 class KrRenderShape;
@@ -42,6 +43,8 @@ public:
     /// Set by every change to the extent; being looked at resets it, hence const.
     bool isChanged() const { return m_changed; }
     void setChanged(bool changed) const { m_changed = changed; }
+    /// Counts the changes, for those who keep what they derived from the extent.
+    std::uint32_t revision() const { return m_revision; }
     /// Brings everything derived from the extent's own values (the mesh form) up to date.
     virtual void recompute() const;
 
@@ -74,4 +77,5 @@ private:
     mutable boost::shared_ptr<const KrTriPhysicalExtent> m_triExtent;
     mutable boost::weak_ptr<KrRenderShape> m_renderShape;
     mutable bool m_changed = false;
+    std::uint32_t m_revision = 0;
 };

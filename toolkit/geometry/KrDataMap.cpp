@@ -6,10 +6,14 @@
 #include <toolkit/xml/KrXmlSchema.h>
 #include <toolkit/xml/KrXmlWriter.h>
 
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace
 {
+
+const char* const kTextureKey = "krTextureFilename";
 
 using Value = std::variant<double, std::string, bool>;
 
@@ -63,6 +67,21 @@ void setColor(KrDataMap& map, const std::string& name, double red, double green,
     map.setReal(name + "Green", green);
     map.setReal(name + "Blue", blue);
     map.setReal(name + "Alpha", alpha);
+}
+
+/// Names a texture in full when it lies beside the document that names it; another name stays as it is.
+void resolveTexture(std::map<std::string, Value>& values, const std::string& documentFolder)
+{
+    const auto found = values.find(kTextureKey);
+    auto* const name = found == values.end() ? nullptr : std::get_if<std::string>(&found->second);
+    if (name == nullptr || name->empty() || documentFolder.empty() || std::filesystem::path(*name).is_absolute()) {
+        return;
+    }
+    std::error_code error;
+    const std::filesystem::path beside = std::filesystem::absolute(documentFolder, error) / *name;
+    if (!error && std::filesystem::is_regular_file(beside, error)) {
+        *name = beside.lexically_normal().string();
+    }
 }
 
 } // namespace
@@ -153,6 +172,7 @@ bool KrDataMap::read(KrXmlReader& reader)
     if (reader.failed()) {
         return false;
     }
+    resolveTexture(values, reader.documentFolder());
     m_values = std::move(values);
     return true;
 }

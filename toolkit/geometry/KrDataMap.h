@@ -13,6 +13,7 @@ class KrColor;
 /// Appearance keys: "krAmbientRed", "krAmbientGreen", "krAmbientBlue", "krAmbientAlpha", likewise
 /// "krDiffuse...", "krSpecular...", "krEmission..." (each in [0, 1]), "krShininess" (0 to 128),
 /// "krTextureFilename", "krTextureEnvironmentMode", "krTextureMinFilter", "krTextureMagFilter", "krRenderBothSides".
+/// Read from a file, a texture's name that is relative and found beside that file becomes its full path.
 class KrDataMap : public KrXmlObjectOf<KrDataMap, KrXmlObject>
 {
 public:

@@ -5,8 +5,12 @@
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 
 namespace
 {
@@ -50,6 +54,74 @@ bool areColors(const KrXmlVectorVector& colors)
     return std::all_of(colors.begin(), colors.end(), isColor);
 }
 
+constexpr std::uintmax_t kMaxDataSize = std::uintmax_t{1} << 30;
+
+/// The bytes that base64 text stands for (RFC 4648, section 4); white space is passed over. False for other text.
+bool decodeBase64(const std::string& text, std::string& bytes)
+{
+    static const std::string s_alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::array<int, 256> digits;
+    digits.fill(-1);
+    for (std::size_t i = 0; i < s_alphabet.size(); ++i) {
+        digits[static_cast<unsigned char>(s_alphabet[i])] = static_cast<int>(i);
+    }
+    std::uint32_t bits = 0;
+    unsigned int numBits = 0;
+    std::size_t numDigits = 0;
+    std::size_t numPads = 0;
+    bytes.reserve(text.size() / 4 * 3);
+    for (const char c : text) {
+        if (std::strchr(" \t\r\n", c) != nullptr && c != '\0') {
+            continue;
+        }
+        if (c == '=') {
+            ++numPads;
+            continue;
+        }
+        const int digit = digits[static_cast<unsigned char>(c)];
+        if (digit < 0 || numPads != 0) {
+            return false;
+        }
+        ++numDigits;
+        bits = bits << 6 | static_cast<std::uint32_t>(digit);
+        numBits += 6;
+        if (numBits >= 8) {
+            numBits -= 8;
+            bytes += static_cast<char>(static_cast<unsigned char>(bits >> numBits & 0xFFu));
+        }
+    }
+    return numPads <= 2 && (numDigits + numPads) % 4 == 0;
+}
+
+bool loadBytes(const std::filesystem::path& path, std::string& bytes)
+{
+    std::error_code error;
+    const std::uintmax_t size =
+        std::filesystem::is_regular_file(path, error) ? std::filesystem::file_size(path, error) : kMaxDataSize + 1;
+    if (error || size > kMaxDataSize) {
+        return false;
+    }
+    bytes.resize(static_cast<std::size_t>(size));
+    std::ifstream file(path, std::ios::binary);
+    return bytes.empty() || file.read(&bytes[0], static_cast<std::streamsize>(bytes.size())).good();
+}
+
+/// Little endian, whatever the machine.
+template <typename Real, typename Word>
+void convert(const std::string& bytes, std::vector<double>& values)
+{
+    values.resize(bytes.size() / sizeof(Real));
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        Word word = 0;
+        for (std::size_t k = 0; k < sizeof(Real); ++k) {
+            word |= Word{static_cast<unsigned char>(bytes[i * sizeof(Real) + k])} << (8 * k);
+        }
+        Real value;
+        std::memcpy(&value, &word, sizeof value);
+        values[i] = static_cast<double>(value);
+    }
+}
+
 void warn(const char* method, const std::string& reason)
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "KrGridPhysicalExtent::%s - %s; nothing is changed.\n", method,
@@ -57,6 +129,43 @@ void warn(const char* method, const std::string& reason)
 }
 
 } // namespace
+
+bool KrGridPhysicalExtent::Values::read(KrXmlReader& reader)
+{
+    std::string encoding, file, type;
+    const bool isEncoded = reader.attribute("encoding", encoding);
+    const bool isFile = reader.attribute("file", file);
+    if (!isEncoded && !isFile) {
+        return KrXmlVectorType<double>::read(reader);
+    }
+    if ((isEncoded && (encoding != "base64" || isFile)) || !reader.attribute("type", type) ||
+        (type != "float32" && type != "float64")) {
+        return reader.fail("values have encoding \"base64\" or a file, and type \"float32\" or \"float64\"");
+    }
+    std::string text, bytes;
+    if (!reader.text(text)) {
+        return false;
+    }
+    if (isFile && reader.documentFolder().empty() && file.rfind('/', 0) != 0) {
+        return reader.fail("file \"%.200s\" is beside no document", file.c_str());
+    }
+    // An absolute name stands for itself.
+    if (isFile && !loadBytes(std::filesystem::path(reader.documentFolder()) / file, bytes)) {
+        return reader.fail("file \"%.200s\" cannot be read or is larger than 1 GiB", file.c_str());
+    }
+    if (isEncoded && !decodeBase64(text, bytes)) {
+        return reader.fail("this is no base64");
+    }
+    if (bytes.size() % (type == "float32" ? 4 : 8) != 0) {
+        return reader.fail("%zu bytes are no whole number of %s", bytes.size(), type.c_str());
+    }
+    if (type == "float32") {
+        convert<float, std::uint32_t>(bytes, values());
+    } else {
+        convert<double, std::uint64_t>(bytes, values());
+    }
+    return true;
+}
 
 bool KrGridPhysicalExtent::setGrid(const KrVector& minimum, const KrVector& maximum, unsigned int nx, unsigned int ny,
                                    unsigned int nz, const std::vector<double>& values)

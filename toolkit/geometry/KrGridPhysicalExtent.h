@@ -41,11 +41,20 @@ protected:
     boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override;
 
 private:
+    /// A list of numbers. Read from the element's text: numbers, or with encoding="base64" the bytes of little-endian
+    /// numbers of the attribute "type" (float32, float64), or with file="NAME" those of a file beside the document.
+    /// Written as numbers.
+    class Values : public KrXmlVectorType<double>
+    {
+    public:
+        bool read(KrXmlReader& reader) override;
+    };
+
     KrXmlBasicType<double> m_dataScale = 1.0;
     KrXmlVector m_minimum;
     KrXmlVector m_maximum;
     KrXmlVectorType<unsigned int> m_cells; ///< three counts
     KrXmlVector m_inflection;
-    KrXmlVectorType<double> m_values;
+    Values m_values;
     KrXmlVectorVector m_lookupTable;
 };

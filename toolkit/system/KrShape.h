@@ -29,10 +29,16 @@ public:
     unsigned int number() const { return m_number; }
     void setNumber(unsigned int number) { m_number = number; }
 
-    /// Appends a shape that encloses this one (the description's collision geometry, say), finer than those before it.
+    /// Appends a shape that encloses this one (the description's collision geometry, say), finer than those before it
+    /// and than the three simple solids that every shape with a surface has. It stands in for the convex hull.
     void addBoundingVolume(const boost::shared_ptr<KrShape>& volume);
-    /// Fills `list` with the enclosing shapes from `level` on, coarsest first; borrowed from this object. Level 1 is
-    /// all of them.
+    /// Fills `list` with the enclosing shapes from `level` on, coarsest first.
+    ///
+    /// Level 1 is the box along the axes of the owner's frame, 2 a sphere, 3 a capsule or oriented box, whichever is
+    /// smaller, and 4 the first of the shapes that were added, or the convex hull when there is none. A shape without
+    /// a surface has those that were added only. What is computed encloses the triangle form (KrEnclosingShapes), is
+    /// made on first use and kept: the list's shapes are borrowed from this object and from its copies, until the
+    /// extent is changed and asked about again. Not for several threads at once.
     void boundingVolumes(std::vector<const KrShape*>& list, unsigned int level) const;
 
     static KrShape* newFromToken(const KrXmlToken& token);
@@ -40,7 +46,11 @@ public:
     void registerComponents() override;
 
 private:
+    struct Computed;
+    const Computed& computed() const;
+
     KrXmlPointerType<KrBasePhysicalExtent> m_extent;
     KrXmlBasicType<unsigned int> m_number = 0u;
     KrXmlVectorType<KrXmlPointerType<KrShape>> m_boundingVolumes;
+    mutable boost::shared_ptr<const Computed> m_computed; ///< not written
 };

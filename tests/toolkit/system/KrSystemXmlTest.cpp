@@ -157,7 +157,7 @@ TEST(KrSystemXml, AWholeSystemComesBackAsItWas)
     EXPECT_EQ(robot.shape(1), nullptr); // the missing one keeps its place
     EXPECT_EQ(robot.intraLinks().count(), 1u);
     std::vector<const KrShape*> volumes;
-    robot.shape()->boundingVolumes(volumes, 2);
+    robot.shape()->boundingVolumes(volumes, 5);
     ASSERT_EQ(volumes.size(), 1u);
     EXPECT_NE(dynamic_cast<const KrBoxPhysicalExtent*>(volumes[0]->physicalExtent()), nullptr);
     const KrXmlBasicType<double> finger = read.statedSystem().systemState().positionStates()[0].jointPositions()[3];
@@ -244,13 +244,16 @@ TEST(KrShape, BoundingVolumesRunFromCoarseToFine)
     std::vector<const KrShape*> all(1, nullptr);
     std::vector<const KrShape*> list;
     shape->boundingVolumes(all, 1);
-    ASSERT_EQ(all.size(), 2u);
-    EXPECT_NE(dynamic_cast<const KrSpherePhysicalExtent*>(all[0]->physicalExtent()), nullptr);
-    shape->boundingVolumes(list, 2);
-    EXPECT_EQ(list, std::vector<const KrShape*>{all[1]});
+    // Three that are computed, two that were added.
+    ASSERT_EQ(all.size(), 5u);
+    EXPECT_NE(dynamic_cast<const KrBoxPhysicalExtent*>(all[0]->physicalExtent()), nullptr);
+    EXPECT_NE(dynamic_cast<const KrSpherePhysicalExtent*>(all[1]->physicalExtent()), nullptr);
+    EXPECT_NE(dynamic_cast<const KrSpherePhysicalExtent*>(all[3]->physicalExtent()), nullptr);
+    shape->boundingVolumes(list, 5);
+    EXPECT_EQ(list, std::vector<const KrShape*>{all[4]});
     shape->boundingVolumes(list, 0);
     EXPECT_EQ(list, all);
-    shape->boundingVolumes(list, 3);
+    shape->boundingVolumes(list, 6);
     EXPECT_TRUE(list.empty());
     shape->boundingVolumes(list, 0xFFFFFFFFu);
     EXPECT_TRUE(list.empty());

@@ -1,0 +1,158 @@
+#pragma once
+
+#include <toolkit/geometry/KrBasePhysicalExtent.h>
+#include <toolkit/geometry/KrDeformationGroup.h>
+#include <toolkit/geometry/KrDeformationPose.h>
+#include <toolkit/geometry/KrEdgePoint.h>
+#include <toolkit/geometry/KrMaterialMap.h>
+#include <toolkit/geometry/KrPlanarVector.h>
+#include <toolkit/geometry/KrXmlVectorVector.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// A triangle mesh whose vertices move, and that can be cut into pieces which then move apart.
+///
+/// The vertices are set whole or blended from poses: v = neutral + sum of w_k (pose_k - neutral). A cut divides the
+/// triangles into pieces; each has an offset, a pose of its own within the extent's frame. Vertices that a
+/// cut makes lie on edges of the mesh and follow their ends, so that neutral vertices and poses keep
+/// the mesh's own numbering, however often it is cut. Normals are smooth and follow the uncut mesh: a cut shows
+/// no seam until its pieces part. Vertices in metres, in the extent's frame.
+class KrDeformationPhysicalExtent : public KrXmlObjectOf<KrDeformationPhysicalExtent, KrBasePhysicalExtent>
+{
+public:
+    /// What changed; bits to be combined.
+    enum Change : unsigned int
+    {
+        NothingChanged = 0x0,
+        VerticesMoved = 0x1, ///< vertices, weights or offsets: same triangles, other places
+        CutChanged = 0x2     ///< other groups, triangles or materials; places too
+    };
+    /// Counts the changes. Every onlooker keeps the one it saw last.
+    struct Revision
+    {
+        std::uint32_t vertices = 0;
+        std::uint32_t cut = 0;
+    };
+    enum class Smoothing
+    {
+        AsGiven, ///< corners that share vertex and normal in the given mesh share one here: sharp edges stay sharp
+        Smooth   ///< all corners of a vertex share one normal
+    };
+
+    KrDeformationPhysicalExtent();
+
+    /// Takes over a mesh (placed as it is), its groups and materials. Poses, cuts and offsets go.
+    void setMesh(const KrTriPhysicalExtent& mesh, Smoothing smoothing = Smoothing::AsGiven);
+    /// Look of the groups of that name, asked before the manipulator's material map.
+    void setMaterial(const std::string& groupName, const KrDataMap& material);
+
+    /// The neutral vertices. Does not allocate.
+    /// @return false, after one message, and no change unless there are as many as before, all finite
+    bool setVertices(const std::vector<KrVector>& vertices);
+    const std::vector<KrVector>& vertices() const { return m_vertices.values(); }
+
+    /// Adds a pose with weight 0, or replaces the one of that name and keeps its weight.
+    /// @return as setVertices
+    bool setPose(const std::string& name, const std::vector<KrVector>& vertices);
+    unsigned int numPoses() const { return m_poses.size(); }
+    const KrDeformationPose& pose(unsigned int i) const { return m_poses[i]; }
+    /// The number of the pose of that name; numPoses() when there is none. Does not allocate.
+    unsigned int poseIndex(const std::string& name) const;
+    /// Does not allocate. False, after one message, and no change without such a pose or with a weight that is not
+    /// finite.
+    bool setWeight(unsigned int pose, double weight);
+
+    /// Cuts a piece, as it is seen now, with a plane: what is on the side that `normal` points to becomes a new piece,
+    /// number numPieces() - 1, with the same offset. A group that the plane crosses becomes two of the same name.
+    /// @param point, normal  the plane in the owner's frame, m; `normal` of any length but zero
+    /// @param capName  unless empty: both sides are closed with flat groups of this name where the section consists of
+    ///                 convex closed outlines, none inside another (else it stays open)
+    /// @return false, after one message, and no change for a plane that is none, an unknown piece, and a plane that
+    ///         leaves all of it on one side
+    bool cutByPlane(unsigned int piece, const KrVector& point, const KrVector& normal,
+                    const std::string& capName = std::string());
+    /// Cuts out triangles along their edges: they become a new piece, number numPieces() - 1, with the same offset.
+    /// @param triangles  their numbers, counted through all groups() in order; all of one piece
+    /// @return false, after one message, and no change when the triangles do not exist, are of several pieces, or are
+    ///         none or all of theirs
+    bool cutAlongTriangles(const std::vector<std::uint32_t>& triangles);
+
+    /// At least 1.
+    unsigned int numPieces() const { return m_pieces.size(); }
+    const KrCoordinateSystemTransformation& pieceOffset(unsigned int piece) const { return m_pieces[piece]; }
+    /// Moves a piece rigidly: piece frame to extent frame. Does not allocate. False, after one message, and no change
+    /// for an unknown piece or a translation that is not finite.
+    bool setPieceOffset(unsigned int piece, const KrCoordinateSystemTransformation& offset);
+    /// From the frame of points() and normals() to the owner's frame: placement and offset.
+    KrCoordinateSystemTransformation pieceToOwner(unsigned int piece) const { return placement() * m_pieces[piece]; }
+
+    Revision revision() const { return m_revision.value; }
+    /// What changed since `seen`, as bits of Change. The placement is not counted.
+    unsigned int changesSince(const Revision& seen) const;
+
+    /// The triangles as they are drawn: each corner numbers into points(), normals() and textureCoordinates().
+    const std::vector<KrDeformationGroup>& groups() const;
+    /// All vertices as they are now, those of cuts included, before the offset of their piece. Borrowed until the next
+    /// change.
+    const std::vector<KrVector>& points() const;
+    /// Unit normals, likewise.
+    const std::vector<KrVector>& normals() const;
+    /// Empty for a mesh without texture coordinates.
+    const std::vector<KrPlanarVector>& textureCoordinates() const { return m_textureCoordinates.values(); }
+
+    unsigned int numGroupNames() const override;
+    std::string groupName(unsigned int i) const override;
+    /// Brings points and normals up to date, in place. The mesh form waits until it is asked for.
+    void recompute() const override;
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool completeRead(KrXmlReader& reader) override;
+    boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override;
+
+private:
+    /// A copy counts for itself; being assigned to is a change.
+    struct Counter
+    {
+        Counter() = default;
+        Counter(const Counter&) = default;
+        Counter& operator=(const Counter&)
+        {
+            ++value.vertices;
+            ++value.cut;
+            return *this;
+        }
+        Revision value;
+    };
+
+    void noteMoved();
+    void noteCut();
+    void numberNormals();
+    bool checkVertices(const char* method, const std::vector<KrVector>& vertices) const;
+    std::string problem() const;
+    std::string cutProblem() const;
+    void blendPoints() const;
+    void computeNormals() const;
+    void addCornerNormals(const KrDeformationGroup& group) const;
+
+    KrXmlVectorVector m_vertices;
+    KrXmlVectorType<KrPlanarVector> m_textureCoordinates;
+    KrXmlVectorType<KrDeformationGroup> m_meshGroups; ///< uncut
+    KrMaterialMap m_materialMap;
+    KrXmlVectorType<KrDeformationPose> m_poses;
+    KrXmlVectorType<KrCoordinateSystemTransformation> m_pieces;
+    KrXmlVectorType<KrEdgePoint> m_cutVertices;      ///< numbered on from m_vertices
+    KrXmlVectorType<KrEdgePoint> m_cutNormals;       ///< numbered on from the normals of m_meshGroups
+    KrXmlVectorType<KrDeformationGroup> m_cutGroups; ///< empty while uncut
+
+    std::uint32_t m_numMeshNormals = 0;
+    Counter m_revision;
+    mutable std::vector<KrVector> m_points;
+    mutable std::vector<KrVector> m_normals;
+    mutable bool m_isUpToDate = false;
+};

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <toolkit/geometry/KrXmlVectorVector.h>
+#include <toolkit/xml/KrXmlBasicType.h>
+#include <toolkit/xml/KrXmlCompoundType.h>
+
+#include <string>
+
+/// A named place for every vertex of a deforming mesh, and how much of it is blended in.
+class KrDeformationPose : public KrXmlObjectOf<KrDeformationPose, KrXmlCompoundType>
+{
+public:
+    KrDeformationPose() = default;
+    KrDeformationPose(const std::string& name, const KrXmlVectorVector& vertices);
+
+    const std::string& name() const { return m_name.value(); }
+    const std::vector<KrVector>& vertices() const { return m_vertices.values(); }
+    /// 0 without influence (as at first), 1 whole; any finite number goes.
+    double weight() const { return m_weight; }
+    void setWeight(double weight) { m_weight.setValue(weight); }
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+private:
+    KrXmlBasicType<std::string> m_name;
+    KrXmlBasicType<double> m_weight = 0.0;
+    KrXmlVectorVector m_vertices;
+};

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <toolkit/geometry/KrVector.h>
+
+#include <boost/shared_ptr.hpp>
+
+#include <vector>
+
+class KrBasePhysicalExtent;
+class KrTriPhysicalExtent;
+
+/// Simple solids that enclose a triangle mesh.
+///
+/// Each encloses every corner of a triangle of the mesh within kTolerance of the diagonal of their bounding box; a
+/// curved solid does so itself, its own triangle form is a polyhedron within it. Null for a mesh without triangles or
+/// one whose corners are all the same point. Points in the frame of the mesh, m; the results' groups have the name
+/// materialName().
+namespace KrEnclosingShapes
+{
+
+constexpr double kTolerance = 1e-6;
+
+/// "boundingVolume".
+const char* materialName();
+
+/// The corners of the mesh's triangles, each vertex once.
+std::vector<KrVector> corners(const KrTriPhysicalExtent& mesh);
+
+/// All solids, from the coarsest to the finest: box along the axes, sphere, capsule or oriented box, convex hull.
+std::vector<boost::shared_ptr<KrBasePhysicalExtent>> all(const KrTriPhysicalExtent& mesh);
+
+/// The first three of them, without the cost of a hull.
+std::vector<boost::shared_ptr<KrBasePhysicalExtent>> simple(const KrTriPhysicalExtent& mesh);
+
+} // namespace KrEnclosingShapes

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+class KrGridPhysicalExtent;
+
+/// Reads scalar fields on regular grids from files of other programs.
+///
+/// NRRD (http://teem.sourceforge.net/nrrd/format.html): three dimensions, one scalar a sample of any integer or
+/// floating type, encodings raw, text and gzip, data in the same file or in one beside it, "spacings" or "space
+/// directions" along the axes, "space origin" or "axis mins". Legacy VTK structured points: text or binary, POINT_DATA
+/// or CELL_DATA, the first SCALARS of one component. Lengths are taken as metres. A sample is the middle of a cell,
+/// unless the file says that it stands for a cell itself (CELL_DATA), so that the box is half a spacing larger all
+/// around.
+class KrGridFile
+{
+public:
+    /// Sets corners, cells and values of `grid`; everything else of it stays. The first bytes tell the format.
+    /// @return false, after one message with file and reason, when there is no such field: `grid` is as it was
+    static bool read(const std::string& path, KrGridPhysicalExtent& grid);
+
+    /// More values than this are refused: 2^27, which are 1 GiB.
+    static constexpr unsigned int kMaxValues = 1u << 27;
+};

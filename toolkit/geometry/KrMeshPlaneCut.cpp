@@ -1,0 +1,275 @@
+#include <toolkit/geometry/KrMeshPlaneCut.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+/// Points nearer to the plane than this part of the mesh's size are on it: no slivers.
+constexpr double kOnPlane = 1e-9;
+/// Points of a rim that are nearer than this part of the mesh's size are one: seams have a vertex on either side.
+constexpr double kSamePlace = 1e-7;
+
+double largestCoordinate(const std::vector<KrVector>& points)
+{
+    double largest = 0.0;
+    for (const KrVector& point : points) {
+        largest = std::max({largest, std::abs(point.x()), std::abs(point.y()), std::abs(point.z())});
+    }
+    return largest;
+}
+
+template <typename Corner>
+void addFan(const std::vector<Corner>& polygon, std::vector<KrTriangle>& triangles)
+{
+    for (std::size_t i = 1; i + 1 < polygon.size(); ++i) {
+        KrTriangle triangle;
+        triangle.setCorner(0, polygon[0].vertex, polygon[0].normal, polygon[0].textureCoordinate);
+        triangle.setCorner(1, polygon[i].vertex, polygon[i].normal, polygon[i].textureCoordinate);
+        triangle.setCorner(2, polygon[i + 1].vertex, polygon[i + 1].normal, polygon[i + 1].textureCoordinate);
+        triangles.push_back(triangle);
+    }
+}
+
+} // namespace
+
+KrMeshPlaneCut::KrMeshPlaneCut(Mesh& mesh, const std::vector<KrVector>& points, const KrVector& origin,
+                               const KrVector& normal)
+    : m_mesh(mesh)
+    , m_points(points)
+    , m_normal(normal)
+    , m_size(largestCoordinate(points))
+{
+    m_distances.reserve(points.size());
+    for (const KrVector& point : points) {
+        const double distance = normal.dot(point - origin);
+        m_distances.push_back(std::abs(distance) <= kOnPlane * m_size ? 0.0 : distance);
+    }
+}
+
+bool KrMeshPlaneCut::separate(std::uint32_t piece, std::uint32_t newPiece)
+{
+    m_piece = piece;
+    m_newPiece = newPiece;
+    std::vector<KrDeformationGroup> lower;
+    std::vector<KrDeformationGroup> upper;
+    bool hasLower = false;
+    for (KrDeformationGroup& group : m_mesh.groups) {
+        if (group.piece() != piece) {
+            lower.push_back(group);
+            continue;
+        }
+        KrDeformationGroup below(group.name(), piece, group.isCap());
+        KrDeformationGroup above(group.name(), newPiece, group.isCap());
+        for (const KrTriangle& triangle : group.triangles()) {
+            splitTriangle(triangle, below.triangles(), above.triangles());
+        }
+        hasLower = hasLower || !below.triangles().empty();
+        if (!below.triangles().empty()) {
+            lower.push_back(below);
+        }
+        if (!above.triangles().empty()) {
+            upper.push_back(above);
+        }
+    }
+    m_mesh.groups = lower;
+    m_mesh.groups.insert(m_mesh.groups.end(), upper.begin(), upper.end());
+    return hasLower && !upper.empty();
+}
+
+void KrMeshPlaneCut::splitTriangle(const KrTriangle& triangle, std::vector<KrTriangle>& below,
+                                   std::vector<KrTriangle>& above)
+{
+    Polygon corners;
+    for (unsigned int i = 0; i < 3; ++i) {
+        corners.push_back({triangle.vertex(i), triangle.normal(i), triangle.textureCoordinate(i)});
+    }
+    const auto isAbove = [this](const Corner& corner) { return distance(corner) > 0.0; };
+    const auto isBelow = [this](const Corner& corner) { return distance(corner) < 0.0; };
+    if (std::none_of(corners.begin(), corners.end(), isAbove)) {
+        below.push_back(triangle);
+        noteRim(corners);
+        return;
+    }
+    if (std::none_of(corners.begin(), corners.end(), isBelow)) {
+        above.push_back(triangle);
+        return;
+    }
+    Polygon lower;
+    Polygon upper;
+    for (unsigned int i = 0; i < 3; ++i) {
+        const Corner& corner = corners[i];
+        const Corner& next = corners[(i + 1) % 3];
+        if (!isAbove(corner)) {
+            lower.push_back(corner);
+        }
+        if (!isBelow(corner)) {
+            upper.push_back(corner);
+        }
+        if ((isBelow(corner) && isAbove(next)) || (isAbove(corner) && isBelow(next))) {
+            lower.push_back(crossing(corner, next));
+            upper.push_back(lower.back());
+        }
+    }
+    addFan(lower, below);
+    addFan(upper, above);
+    noteRim(lower);
+}
+
+KrMeshPlaneCut::Corner KrMeshPlaneCut::crossing(const Corner& one, const Corner& other)
+{
+    // Always from below to above: both triangles of an edge, and both sides of a seam, get the very same place.
+    const Corner& low = distance(one) < 0.0 ? one : other;
+    const Corner& high = distance(one) < 0.0 ? other : one;
+    const double t = distance(low) / (distance(low) - distance(high));
+    Corner corner;
+    corner.vertex = vertexBetween(low.vertex, high.vertex, t);
+    corner.normal = normalBetween(low.normal, high.normal, corner.vertex, t);
+    corner.textureCoordinate =
+        textureCoordinateBetween(low.textureCoordinate, high.textureCoordinate, corner.vertex, t);
+    return corner;
+}
+
+std::uint32_t KrMeshPlaneCut::vertexBetween(std::uint32_t low, std::uint32_t high, double t)
+{
+    const auto [found, isNew] = m_newVertices.try_emplace({low, high, 0}, static_cast<std::uint32_t>(m_points.size()));
+    if (isNew) {
+        m_mesh.cutVertices.push_back(KrEdgePoint(low, high, t));
+        m_points.push_back(m_points[low] * (1.0 - t) + m_points[high] * t);
+        m_distances.push_back(0.0);
+    }
+    return found->second;
+}
+
+std::uint32_t KrMeshPlaneCut::normalBetween(std::uint32_t low, std::uint32_t high, std::uint32_t vertex, double t)
+{
+    if (low == high) {
+        return low;
+    }
+    const auto next = m_mesh.numNormals + static_cast<std::uint32_t>(m_mesh.cutNormals.size());
+    const auto [found, isNew] = m_newNormals.try_emplace({low, high, vertex}, next);
+    if (isNew) {
+        m_mesh.cutNormals.push_back(KrEdgePoint(low, high, t));
+    }
+    return found->second;
+}
+
+std::uint32_t KrMeshPlaneCut::textureCoordinateBetween(std::uint32_t low, std::uint32_t high, std::uint32_t vertex,
+                                                       double t)
+{
+    std::vector<KrPlanarVector>& list = m_mesh.textureCoordinates;
+    if (low == high || list.empty()) {
+        return low;
+    }
+    const auto [found, isNew] =
+        m_newTextureCoordinates.try_emplace({low, high, vertex}, static_cast<std::uint32_t>(list.size()));
+    if (isNew) {
+        list.push_back(KrPlanarVector((1.0 - t) * list[low].u() + t * list[high].u(),
+                                      (1.0 - t) * list[low].v() + t * list[high].v()));
+    }
+    return found->second;
+}
+
+KrMeshPlaneCut::PlaceKey KrMeshPlaneCut::placeOf(std::uint32_t vertex) const
+{
+    PlaceKey key = {};
+    for (unsigned int i = 0; i < 3; ++i) {
+        key[i] = std::llround(m_points[vertex][i] / (kSamePlace * m_size));
+    }
+    return key;
+}
+
+void KrMeshPlaneCut::noteRim(const Polygon& below)
+{
+    for (std::size_t i = 0; i < below.size(); ++i) {
+        const Corner& from = below[i];
+        const Corner& to = below[(i + 1) % below.size()];
+        if (distance(from) != 0.0 || distance(to) != 0.0) {
+            continue;
+        }
+        const PlaceKey start = placeOf(from.vertex);
+        const PlaceKey end = placeOf(to.vertex);
+        const auto opposite = m_rim.find(end);
+        if (start == end) {
+            continue;
+        }
+        // An edge between two triangles of the same side is no rim.
+        if (opposite != m_rim.end() && opposite->second.to == start) {
+            m_rim.erase(opposite);
+        } else {
+            m_isRimSimple = m_rim.try_emplace(start, RimEdge{from, end}).second && m_isRimSimple;
+        }
+    }
+}
+
+/// Takes one closed outline out of the rim; false when it does not close.
+bool KrMeshPlaneCut::takeLoop(Polygon& loop)
+{
+    const PlaceKey start = m_rim.begin()->first;
+    PlaceKey at = start;
+    do {
+        const auto found = m_rim.find(at);
+        if (found == m_rim.end()) {
+            return false;
+        }
+        loop.push_back(found->second.from);
+        at = found->second.to;
+        m_rim.erase(found);
+    } while (at != start);
+    return loop.size() >= 3;
+}
+
+/// Convex and running clockwise seen from above, as the rim of what lies below does where it surrounds material.
+bool KrMeshPlaneCut::isConvex(const Polygon& loop) const
+{
+    const auto turn = [this](const Corner& a, const Corner& b, const Corner& c) {
+        const KrVector ab = m_points[b.vertex] - m_points[a.vertex];
+        return ab.cross(m_points[c.vertex] - m_points[b.vertex]).dot(m_normal);
+    };
+    const double slack = kOnPlane * m_size * m_size;
+    const std::size_t n = loop.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        // The second test refuses a star that winds twice.
+        if (turn(loop[i], loop[(i + 1) % n], loop[(i + 2) % n]) > slack ||
+            turn(loop[0], loop[i], loop[(i + 1) % n]) > slack) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool KrMeshPlaneCut::cap(const std::string& name)
+{
+    std::vector<Polygon> loops;
+    while (m_isRimSimple && !m_rim.empty()) {
+        loops.emplace_back();
+        if (!takeLoop(loops.back()) || !isConvex(loops.back())) {
+            return false;
+        }
+    }
+    if (!m_isRimSimple || loops.empty()) {
+        return false;
+    }
+    addCap(loops, name, m_piece, true);
+    addCap(loops, name, m_newPiece, false);
+    return true;
+}
+
+void KrMeshPlaneCut::addCap(const std::vector<Polygon>& loops, const std::string& name, std::uint32_t piece,
+                            bool isBelow)
+{
+    const auto own = m_mesh.numNormals + static_cast<std::uint32_t>(m_mesh.cutNormals.size());
+    m_mesh.cutNormals.push_back(KrEdgePoint(own, own, 0.0));
+    KrDeformationGroup group(name, piece, true);
+    for (Polygon loop : loops) {
+        for (Corner& corner : loop) {
+            corner.normal = own;
+        }
+        if (isBelow) {
+            std::reverse(loop.begin(), loop.end());
+        }
+        addFan(loop, group.triangles());
+    }
+    m_mesh.groups.push_back(group);
+}
