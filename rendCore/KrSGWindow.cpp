@@ -239,6 +239,9 @@ void KrSGWindow::attachToRoot(osg::Node* node)
 
 bool KrSGWindow::loadScene()
 {
+    if (!m_sceneRoot || !m_tempGroup) {
+        return false; // there is nothing to attach before the window was opened
+    }
     attachToRoot(m_coiTransform);
     attachToRoot(m_globalAxisTransform);
     attachToRoot(m_overlayCamera);
@@ -249,7 +252,7 @@ bool KrSGWindow::loadScene()
 
 bool KrSGWindow::setNode(osg::ref_ptr<osg::Group> node)
 {
-    if (!node || (!isInitialized() && !init())) {
+    if (!node || ((!isInitialized() || !m_viewer) && !init())) {
         return false;
     }
     osg::LightSource* const root = dynamic_cast<osg::LightSource*>(node.get());

@@ -110,6 +110,7 @@ public:
     virtual osgViewer::Viewer* getViewer() const;
     virtual bool updateScene();
     virtual bool selfTest() const;
+    /// Attaches the fixed nodes and resets the primary display mask. False when the window was never opened.
     virtual bool loadScene();
     /// One frame, which goes into `image` (CaptureFlag bits). Replaces and drops an installed draw callback.
     virtual bool renderSceneAndCaptureImage(KrImage& image, unsigned int flags);

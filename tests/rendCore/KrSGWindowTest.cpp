@@ -83,6 +83,19 @@ TEST(KrSGWindowUnopened, HasTheStatedDefaults)
     EXPECT_TRUE(window.selfTest());
 }
 
+TEST(KrSGWindowUnopened, IsSafeToUse)
+{
+    KrSGWindow window;
+    EXPECT_FALSE(window.loadScene());
+    EXPECT_TRUE(window.updateScene());
+    window.setLights();
+    window.deleteContents();
+    window.setInputHandler(new KrSGBaseInputHandler(&window));
+    window.setOverlayText("text", 0, 0, KrColor());
+    window.setGuiMarkerMatrix(KrRenderTypes::GlobalAxisMarker, osg::Matrixd());
+    EXPECT_TRUE(window.closeWindow());
+}
+
 TEST_F(KrSGWindowTest, InitIsIdempotentAndLoadSceneResetsThePrimaryMaskOnly)
 {
     const osgViewer::Viewer* const viewer = window.getViewer();
