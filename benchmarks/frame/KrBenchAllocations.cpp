@@ -76,6 +76,13 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
+// Replaced as well: a sanitizer's own would not go with the operator delete below.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    s_withNew.fetch_add(1, std::memory_order_relaxed);
+    return std::malloc(size == 0 ? 1 : size);
+}
+
 void operator delete(void* memory) noexcept
 {
     std::free(memory);
