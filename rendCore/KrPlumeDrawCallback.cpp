@@ -57,8 +57,10 @@ osg::ref_ptr<osg::Texture2D> makeDepthTexture(int width, int height)
 
 } // namespace
 
-KrPlumeDrawCallback::KrPlumeDrawCallback()
-    : m_blending(new osg::BlendFunc(osg::BlendFunc::ONE, osg::BlendFunc::ONE_MINUS_SRC_ALPHA))
+KrPlumeDrawCallback::KrPlumeDrawCallback(const osg::Matrixd& placement)
+    : m_placement(placement)
+    , m_isPlaced(!placement.isIdentity())
+    , m_blending(new osg::BlendFunc(osg::BlendFunc::ONE, osg::BlendFunc::ONE_MINUS_SRC_ALPHA))
     , m_culling(new osg::CullFace(osg::CullFace::BACK))
     , m_depthUnit(new osg::Uniform("sceneDepth", static_cast<int>(kDepthUnit)))
     , m_depthArea(new osg::Uniform("sceneDepthArea", osg::Vec4()))
@@ -83,7 +85,21 @@ void KrPlumeDrawCallback::drawImplementation(osg::RenderInfo& renderInfo, const 
     if (hasDepth) {
         state.applyMode(GL_DEPTH_TEST, false);
     }
-    drawable->drawImplementation(renderInfo);
+    drawBox(renderInfo, *drawable);
+}
+
+/// The shaders find rays along the box's edges: the box is moved by the matrix and not by its vertices.
+void KrPlumeDrawCallback::drawBox(osg::RenderInfo& renderInfo, const osg::Drawable& box) const
+{
+    if (!m_isPlaced) {
+        box.drawImplementation(renderInfo);
+        return;
+    }
+    osg::State& state = *renderInfo.getState();
+    const osg::Matrixd nodeToEye = state.getModelViewMatrix();
+    state.applyModelViewMatrix(m_placement * nodeToEye);
+    box.drawImplementation(renderInfo);
+    state.applyModelViewMatrix(nodeToEye);
 }
 
 bool KrPlumeDrawCallback::copyDepth(osg::State& state, const Area& area) const

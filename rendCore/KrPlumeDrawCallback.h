@@ -3,6 +3,7 @@
 #include <osg/BlendFunc>
 #include <osg/CullFace>
 #include <osg/Drawable>
+#include <osg/Matrixd>
 #include <osg/Texture2D>
 #include <osg/Uniform>
 #include <osg/buffered_value>
@@ -18,7 +19,8 @@
 class KrPlumeDrawCallback : public osg::Drawable::DrawCallback
 {
 public:
-    KrPlumeDrawCallback();
+    /// @param placement  frame of the box to that of its node; a rigid motion
+    explicit KrPlumeDrawCallback(const osg::Matrixd& placement);
 
     void drawImplementation(osg::RenderInfo& renderInfo, const osg::Drawable* drawable) const override;
 
@@ -34,10 +36,13 @@ private:
         int width = 0;
         int height = 0;
     };
+    void drawBox(osg::RenderInfo& renderInfo, const osg::Drawable& box) const;
     bool copyDepth(osg::State& state, const Area& area) const;
     osg::Texture2D& depthTexture(unsigned int contextId, const Area& area) const;
     void setUniforms(const osg::State& state, const Area& area, bool hasDepth) const;
 
+    osg::Matrixd m_placement;
+    bool m_isPlaced = false; ///< not at the identity
     osg::ref_ptr<osg::BlendFunc> m_blending;
     osg::ref_ptr<osg::CullFace> m_culling;
     osg::ref_ptr<osg::Uniform> m_depthUnit;

@@ -6,13 +6,12 @@
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/KrString.h>
-#include <toolkit/geometry/KrEnclosingShapes.h>
 #include <toolkit/system/KrManipulatorLink.h>
 
 #include <osg/NodeVisitor>
+#include <osg/PolygonOffset>
 #include <osg/StateSet>
 
-#include <string>
 #include <vector>
 
 namespace
@@ -33,13 +32,6 @@ osg::ref_ptr<KrRenderShape> makeVolume(const KrBasePhysicalExtent& extent, const
                                                            osg::StateSet::USE_RENDERBIN_DETAILS);
     }
     return volume;
-}
-
-/// Computed volumes that nobody gave a look to would hide the robot: they are left out.
-bool isWanted(const KrBasePhysicalExtent& extent, const KrMaterialMap& dataMap)
-{
-    const std::string name = extent.groupName(0);
-    return name != KrEnclosingShapes::materialName() || dataMap.find(name) != nullptr;
 }
 
 /// Adds the bounding volumes of every link that it meets.
@@ -111,13 +103,13 @@ osg::ref_ptr<osg::Switch> KrRenderBoundingVolumes::makeBV(const KrShape* shape, 
                                          static_cast<int>(linkIndex), static_cast<int>(shapeIndex));
             continue;
         }
-        if (isWanted(*extent, dataMap)) {
-            volumes->addChild(makeVolume(*extent, dataMap, linkIndex));
-        }
+        volumes->addChild(makeVolume(*extent, dataMap, linkIndex));
     }
     if (volumes->getNumChildren() == 0) {
         return nullptr;
     }
     volumes->setValue(volumes->getNumChildren() - 1, true);
+    // A volume lies in the very planes of a shape that is flat on a side: drawn a little nearer, it does not flicker.
+    volumes->getOrCreateStateSet()->setAttributeAndModes(new osg::PolygonOffset(-1.0f, -1.0f));
     return volumes;
 }

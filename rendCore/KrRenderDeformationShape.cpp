@@ -1,5 +1,7 @@
 #include <rendCore/KrRenderDeformationShape.h>
 
+#include <rendCore/KrTextureMarker.h>
+
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 #include <osg/GL>
@@ -31,6 +33,27 @@ void setMaterialAlpha(osg::StateSet& stateSet, float alpha)
 osg::Vec3 vec3(const KrVector& v)
 {
     return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
+}
+
+osg::Vec2 vec2(const KrPlanarVector& v)
+{
+    return {static_cast<float>(v.u()), static_cast<float>(v.v())};
+}
+
+void drawStroke(KrTextureMarker& marker, const KrSurfaceStroke& stroke)
+{
+    std::vector<osg::Vec2> points;
+    points.reserve(stroke.points().size());
+    for (const KrPlanarVector& point : stroke.points()) {
+        points.push_back(vec2(point));
+    }
+    const KrColor& color = stroke.color();
+    KrTextureMarker::Brush brush;
+    brush.radius = static_cast<float>(stroke.radius());
+    brush.color.set(static_cast<float>(color.red()), static_cast<float>(color.green()),
+                    static_cast<float>(color.blue()), static_cast<float>(color.alpha()));
+    brush.hardness = static_cast<float>(stroke.hardness());
+    marker.stroke(points, brush);
 }
 
 /// The box of a drawable as it was filled last: cheaper than looking through all its triangles.
@@ -79,7 +102,10 @@ KrRenderDeformationShape::KrRenderDeformationShape(const KrBasePhysicalExtent* e
     KrRenderShape::setAttribute(KrRenderTypes::NoDisplayList);
     if (const auto* const deformation = dynamic_cast<const KrDeformationPhysicalExtent*>(extent)) {
         indexGroups(*deformation);
+        prepareDrawables();
+        paint(*deformation);
         remember(*deformation);
+        return;
     }
     prepareDrawables();
 }
@@ -95,7 +121,13 @@ void KrRenderDeformationShape::prepareDrawables()
         geometry.setUseVertexBufferObjects(true);
         // Written in every frame: the driver shall keep it where that is cheap.
         geometry.getOrCreateVertexBufferObject()->setUsage(GL_DYNAMIC_DRAW);
-        geometry.getStateSet()->setDataVariance(osg::Object::DYNAMIC);
+        osg::StateSet& states = *geometry.getStateSet();
+        states.setDataVariance(osg::Object::DYNAMIC);
+        // The inside of a body has no part in the picture of its surface.
+        if (i < m_sources.size() && m_sources[i].isCap &&
+            states.getTextureAttribute(0, osg::StateAttribute::TEXTURE) == nullptr) {
+            states.setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF);
+        }
     }
 }
 
@@ -152,7 +184,33 @@ void KrRenderDeformationShape::follow(const KrDeformationPhysicalExtent& extent)
     } else if ((changes & KrDeformationPhysicalExtent::VerticesMoved) != 0) {
         fillGroups(extent);
     }
+    if (m_extent != &extent || m_revision.strokes != extent.revision().strokes) {
+        paint(extent);
+    }
     remember(extent);
+}
+
+/// Strokes that were added are painted over what is there; when others are gone, all of it is painted anew.
+void KrRenderDeformationShape::paint(const KrDeformationPhysicalExtent& extent)
+{
+    const std::vector<KrSurfaceStroke>& strokes = extent.strokes();
+    if ((strokes.empty() && m_strokes.empty()) || extent.textureCoordinates().empty()) {
+        return;
+    }
+    KrTextureMarker* const marker = KrTextureMarker::of(*this);
+    if (marker == nullptr) {
+        return;
+    }
+    const bool areMore =
+        m_strokes.size() <= strokes.size() && std::equal(m_strokes.begin(), m_strokes.end(), strokes.begin());
+    if (!areMore) {
+        marker->clear();
+        m_strokes.clear();
+    }
+    for (std::size_t i = m_strokes.size(); i < strokes.size(); ++i) {
+        drawStroke(*marker, strokes[i]);
+    }
+    m_strokes = strokes;
 }
 
 /// Gives the drawables, one for each group, arrays without repetitions and indexed triangles.
@@ -164,6 +222,7 @@ void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& ex
         const KrDeformationGroup& group = extent.groups()[i];
         GroupSource& source = m_sources[i];
         source.piece = group.piece();
+        source.isCap = group.isCap();
         const osg::ref_ptr<osg::Vec2Array> coordinates = new osg::Vec2Array;
         const osg::ref_ptr<osg::DrawElementsUInt> indices = new osg::DrawElementsUInt(GL_TRIANGLES);
         CornerNumbers numbers;
@@ -176,8 +235,7 @@ void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& ex
                 source.points.push_back(triangle.vertex(corner));
                 source.normals.push_back(triangle.normal(corner));
                 if (!extent.textureCoordinates().empty()) {
-                    const KrPlanarVector& uv = extent.textureCoordinates()[triangle.textureCoordinate(corner)];
-                    coordinates->push_back(osg::Vec2(static_cast<float>(uv.u()), static_cast<float>(uv.v())));
+                    coordinates->push_back(vec2(extent.textureCoordinates()[triangle.textureCoordinate(corner)]));
                 }
             }
         }

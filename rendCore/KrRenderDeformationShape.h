@@ -13,7 +13,8 @@
 /// A KrDeformationPhysicalExtent is drawn with indexed triangles from its flat lists: a frame in which only vertices
 /// moved changes the arrays in place and allocates nothing. Any other extent is followed through its mesh form. Only
 /// drawables and their state sets are made anew when a cut changes; the geode's own state set is left alone, and groups
-/// have their texture coordinates on unit 0.
+/// have their texture coordinates on unit 0. The extent's strokes are painted with the shape's KrTextureMarker; a cap
+/// shows no texture but its material's own.
 class KrRenderDeformationShape : public KrRenderShape
 {
 public:
@@ -35,6 +36,7 @@ private:
     struct GroupSource
     {
         std::uint32_t piece = 0;
+        bool isCap = false;
         std::vector<std::uint32_t> points;
         std::vector<std::uint32_t> normals;
     };
@@ -46,11 +48,13 @@ private:
     void remember(const KrDeformationPhysicalExtent& extent);
     void indexGroups(const KrDeformationPhysicalExtent& extent);
     void fillGroups(const KrDeformationPhysicalExtent& extent);
+    void paint(const KrDeformationPhysicalExtent& extent);
     bool hasGroupsOf(const KrTriPhysicalExtent& mesh) const;
     void applyAlpha();
 
     KrMaterialMap m_materialMap;
     std::vector<GroupSource> m_sources;
+    std::vector<KrSurfaceStroke> m_strokes; ///< painted so far
     /// The extent drawn last, only compared; null when it was not of that class.
     const KrDeformationPhysicalExtent* m_extent = nullptr;
     KrDeformationPhysicalExtent::Revision m_revision;

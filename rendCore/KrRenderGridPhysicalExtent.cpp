@@ -74,7 +74,34 @@ KrRenderShader::Texture3 makeVolume(const Layout& layout, const std::vector<doub
     return volume;
 }
 
-osg::ref_ptr<osg::Geode> makeBox(const KrVector& minimum, const KrVector& maximum)
+osg::Matrixd matrixOf(const KrCoordinateSystemTransformation& placement)
+{
+    osg::Matrixd matrix;
+    placement.assign16(matrix.ptr());
+    return matrix;
+}
+
+/// The box of a drawable that is drawn elsewhere than its vertices are.
+class PlacedBox : public osg::Drawable::ComputeBoundingBoxCallback
+{
+public:
+    PlacedBox(const KrVector& minimum, const KrVector& maximum, const osg::Matrixd& placement)
+    {
+        for (const float(&corner)[3] : kBox) {
+            osg::Vec3d place;
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                place[axis] = corner[axis] == 0.0f ? minimum[axis] : maximum[axis];
+            }
+            m_box.expandBy(osg::Vec3(place * placement));
+        }
+    }
+    osg::BoundingBox computeBound(const osg::Drawable&) const override { return m_box; }
+
+private:
+    osg::BoundingBox m_box;
+};
+
+osg::ref_ptr<osg::Geode> makeBox(const KrVector& minimum, const KrVector& maximum, const osg::Matrixd& placement)
 {
     const osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array;
     const osg::ref_ptr<osg::Vec3Array> coordinates = new osg::Vec3Array;
@@ -93,7 +120,8 @@ osg::ref_ptr<osg::Geode> makeBox(const KrVector& minimum, const KrVector& maximu
     // A display list would keep what the callback does at its first call.
     box->setUseDisplayList(false);
     box->setUseVertexBufferObjects(true);
-    box->setDrawCallback(new KrPlumeDrawCallback);
+    box->setDrawCallback(new KrPlumeDrawCallback(placement));
+    box->setComputeBoundingBoxCallback(new PlacedBox(minimum, maximum, placement));
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
     geode->addDrawable(box);
     return geode;
@@ -183,7 +211,7 @@ osg::Geode* KrRenderGridPhysicalExtent::init(const KrGridPhysicalExtent* grid)
     KrRenderShader::Texture3 volume = makeVolume(layout, grid->values());
     const KrRenderShader::vecT3<int> size = volume.dimensions();
 
-    osg::ref_ptr<osg::Geode> geode = makeBox(layout.minimum, layout.maximum);
+    osg::ref_ptr<osg::Geode> geode = makeBox(layout.minimum, layout.maximum, matrixOf(grid->placement()));
     osg::StateSet* state = geode->getOrCreateStateSet();
     const osg::ref_ptr<osg::Texture3D> gridTexture = makeGridTexture(volume);
     state->setTextureAttributeAndModes(kGridUnit, gridTexture, osg::StateAttribute::ON);

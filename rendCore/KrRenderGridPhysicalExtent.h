@@ -16,8 +16,9 @@
 class KrRenderGridPhysicalExtent
 {
 public:
-    /// A box that covers the grid, with its textures, uniforms and program. A shader file that cannot be read costs one
-    /// message and that shader.
+    /// A box that covers the grid, with its textures, uniforms and program. Its vertices are in the grid's own frame;
+    /// it is drawn, and bounded, at the grid's placement. A shader file that cannot be read costs one message and that
+    /// shader.
     /// @param grid  read during the call only; may be null
     /// @return a new node without references, which the caller takes; null for a null grid and, after one message, when
     ///         KR_TOOLKITS is not set

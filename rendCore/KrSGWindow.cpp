@@ -1,10 +1,14 @@
 #include <rendCore/KrSGWindow.h>
 
 #include <rendCore/KrContextRestorer.h>
+#include <rendCore/KrGuestFrame.h>
 #include <rendCore/KrMaterialProperties.h>
 #include <rendCore/KrRenderAxis.h>
 #include <rendCore/KrSGTexture.h>
 
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/window/KrClientState.h>
+#include <toolkit/window/KrExternalWindowImpl.h>
 #include <toolkit/window/KrWindowImpl.h>
 
 #include <osg/CullFace>
@@ -40,7 +44,13 @@ public:
         : osgViewer::GraphicsWindowEmbedded(traits)
         , m_window(&window)
     {
+        if (dynamic_cast<KrExternalWindowImpl*>(window.getImpl())) {
+            m_clientState = std::make_shared<KrClientState>();
+        }
     }
+
+    /// Null in a context of the library's own.
+    const std::shared_ptr<KrClientState>& clientState() const { return m_clientState; }
 
     bool valid() const override { return m_window != nullptr; }
     bool isRealizedImplementation() const override { return m_window != nullptr; }
@@ -48,7 +58,8 @@ public:
     bool releaseContextImplementation() override
     {
         KrWindowImpl* const impl = m_window ? m_window->getImpl() : nullptr;
-        if (impl) {
+        // A client's context stays current where it was; whoever makes it current otherwise puts back what was.
+        if (impl && !m_clientState) {
             impl->releaseCurrent();
         }
         return impl != nullptr;
@@ -66,7 +77,14 @@ protected:
 
 private:
     KrWindow* m_window;
+    std::shared_ptr<KrClientState> m_clientState;
 };
+
+std::shared_ptr<KrClientState> clientState(osg::GraphicsContext* context)
+{
+    const auto* const window = dynamic_cast<const ContextWindow*>(context);
+    return window ? window->clientState() : nullptr;
+}
 
 /// The context whose GL objects `window` shares, for the viewer's book-keeping; null when it shares none.
 osg::GraphicsContext* sharedContext(const KrWindow& window)
@@ -287,18 +305,21 @@ void KrSGWindow::deleteContents()
 bool KrSGWindow::closeWindow()
 {
     const KrContextRestorer restorer(this);
-    if (m_graphicsWindow.valid() && m_graphicsWindow->getState() && makeCurrent()) {
-        releaseGLObjects();
-        KrSGTexture::releaseGLObjects(this, m_graphicsWindow->getState());
+    {
+        const KrGuestFrame guest(*this);
+        if (m_graphicsWindow.valid() && m_graphicsWindow->getState() && makeCurrent()) {
+            releaseGLObjects();
+            KrSGTexture::releaseGLObjects(this, m_graphicsWindow->getState());
+        }
+        deleteContents();
+        m_viewerAttributes &= ~std::uint32_t(OffScreen);
+        if (m_inputHandler.valid()) {
+            m_inputHandler->setNode(nullptr);
+        }
+        releaseViewer();
+        m_sceneRoot = nullptr;
+        KrSGTexture::removeTexturesFromContext(this);
     }
-    deleteContents();
-    m_viewerAttributes &= ~std::uint32_t(OffScreen);
-    if (m_inputHandler.valid()) {
-        m_inputHandler->setNode(nullptr);
-    }
-    releaseViewer();
-    m_sceneRoot = nullptr;
-    KrSGTexture::removeTexturesFromContext(this);
     return KrWindow::closeWindow();
 }
 
@@ -311,6 +332,7 @@ void KrSGWindow::releaseGLObjects()
         return;
     }
     const KrContextRestorer restorer(this);
+    const KrGuestFrame guest(*this);
     if (!makeCurrent()) {
         return;
     }
@@ -341,6 +363,7 @@ void KrSGWindow::releaseViewer()
 
 bool KrSGWindow::renderScene(bool swapBuffers)
 {
+    const KrGuestFrame guest(*this);
     if (!m_viewer && !init()) {
         return false;
     }
@@ -348,13 +371,16 @@ bool KrSGWindow::renderScene(bool swapBuffers)
     if (!makeCurrent()) {
         return false;
     }
-    m_graphicsWindow->setDefaultFboId(getImpl()->defaultFramebuffer());
-    updateScene();
-    if (m_drawCallback.valid()) {
-        const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
-        callback->render(m_viewer);
-    } else {
-        m_viewer->frame(DBL_MAX);
+    {
+        const KrClientState::Visit visit(clientState(m_graphicsWindow), *this);
+        m_graphicsWindow->setDefaultFboId(getImpl()->defaultFramebuffer());
+        updateScene();
+        if (m_drawCallback.valid()) {
+            const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
+            callback->render(m_viewer);
+        } else {
+            m_viewer->frame(DBL_MAX);
+        }
     }
     if (swapBuffers) {
         this->swapBuffers();
@@ -400,9 +426,34 @@ void KrSGWindow::updateProjection()
     const double distance = pov.viewingDistance();
     const double near = std::max(0.001, 0.125 * distance);
     const double far = std::max(2.0 * distance, m_visualizationParameters.renderParameters().farClipping());
+    if (m_intrinsics) {
+        camera->setProjectionMatrix(m_intrinsics->projection(near, far));
+        return;
+    }
     const double top = std::tan(pov.fieldOfView() * 0.5) * near;
     const double right = top * m_aspectRatio;
     camera->getProjectionMatrix().makeFrustum(-right, right, -top, top, near, far);
+}
+
+bool KrSGWindow::setCameraIntrinsics(const KrCameraIntrinsics& intrinsics)
+{
+    if (!intrinsics.isValid()) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrSGWindow::setCameraIntrinsics - no camera: %u x %u pixels, focal lengths %g and %g, principal point "
+            "(%g, %g).\n",
+            intrinsics.width, intrinsics.height, intrinsics.fx, intrinsics.fy, intrinsics.cx, intrinsics.cy);
+        return false;
+    }
+    m_intrinsics = intrinsics;
+    m_dirtyFlags |= DirtyProjection;
+    return true;
+}
+
+void KrSGWindow::clearCameraIntrinsics()
+{
+    m_intrinsics.reset();
+    m_dirtyFlags |= DirtyProjection;
 }
 
 void KrSGWindow::applyViewerAttributes()

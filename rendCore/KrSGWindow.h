@@ -1,5 +1,6 @@
 #pragma once
 
+#include <rendCore/KrCameraIntrinsics.h>
 #include <rendCore/KrLightProperties.h>
 #include <rendCore/KrRenderTypes.h>
 #include <rendCore/KrSGBaseInputHandler.h>
@@ -19,6 +20,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -122,6 +124,17 @@ public:
     void setBackgroundColor(const KrColor& color);
     /// Poses a marker (GlobalAxisMarker or CenterOfInterestMarker) and shows it.
     void setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& marker, const osg::Matrixd& matrix);
+    /// From the next `updateScene` on draws as this camera does, instead of with the point of view's field of view and
+    /// the aspect ratio; the point of view goes on placing it. Kept when the window is closed. Near and far planes come
+    /// from the point of view, as always, and give way to those of what is drawn. Its picture covers the whole window:
+    /// in one of another size everything is scaled with it, as `KrCameraIntrinsics::scaledTo` tells. The Orthographic
+    /// attribute goes before it.
+    /// @return false, after one message, and the camera as it was for numbers that are no camera
+    bool setCameraIntrinsics(const KrCameraIntrinsics& intrinsics);
+    /// Back to field of view and aspect ratio.
+    void clearCameraIntrinsics();
+    /// What was set, exactly; null when nothing is. Borrowed until the next change.
+    const KrCameraIntrinsics* cameraIntrinsics() const { return m_intrinsics ? &*m_intrinsics : nullptr; }
 
 protected:
     /// Pending changes, one bit a kind.
@@ -175,6 +188,7 @@ private:
     friend class KrSGBaseInputHandler; // keeps m_link
     std::shared_ptr<KrSGWindow*> m_link = std::make_shared<KrSGWindow*>(this);
     bool m_appliedOrthographic = false;
+    std::optional<KrCameraIntrinsics> m_intrinsics;
 };
 
 /// Drives a frame: brackets the viewer's frame with hooks.

@@ -1,5 +1,6 @@
 target_sources(krRendCore PRIVATE
     KrContextRestorer.h
+    KrGuestFrame.h
     KrRender2DSampleTool.cpp KrRender2DSampleTool.h
     KrRenderCaptureManager.cpp KrRenderCaptureManager.h
     KrRenderMorphLink.cpp KrRenderMorphLink.h

@@ -5,6 +5,7 @@
 #include "KrAppRobot.h"
 #include "KrAppValue.h"
 
+#include <rendCore/KrRenderAxis.h>
 #include <rendCore/KrRenderTypes.h>
 #include <rendCore/KrRenderWindow.h>
 #include <toolkit/geometry/KrColor.h>
@@ -13,13 +14,18 @@
 
 #include <osg/Depth>
 #include <osg/Geode>
+#include <osg/LineWidth>
+#include <osg/Material>
 #include <osg/NodeVisitor>
 #include <osg/StateSet>
+#include <osg/Switch>
+
+#include <algorithm>
 
 namespace
 {
 
-constexpr double kAxisPart = 0.08; // of the robot's diagonal: shorter than most links, and still seen
+constexpr double kAxisPart = 0.065; // of the robot's diagonal: shorter than most links, and still seen
 const KrColor kVolumeColor(0.95, 0.55, 0.1, 0.3);
 
 /// Finds links by name; their keys are those of the render core.
@@ -109,12 +115,36 @@ void lookThrough(KrIndividualManipulator& manipulator)
     }
 }
 
-/// Ellipsoids lie inside solid links: they are drawn last, over everything, the nearer ones over the farther ones.
-class EllipsoidsInFront : public osg::NodeVisitor
+/// In front of everything, the nearer of its kind over the farther: what lies inside solid links is seen.
+void drawLast(osg::StateSet& state, int bin)
+{
+    state.setAttributeAndModes(new osg::Depth(osg::Depth::ALWAYS, 0.0, 1.0, false));
+    state.setRenderBinDetails(bin, "DepthSortedBin", osg::StateSet::OVERRIDE_RENDERBIN_DETAILS);
+}
+
+constexpr int kEllipsoidBin = 100;
+constexpr int kAxisBin = 101;
+
+/// A light blue that glows a little: the ellipsoids' own is dark where no lamp shines.
+osg::ref_ptr<osg::Material> ellipsoidLook()
+{
+    constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
+    const osg::ref_ptr<osg::Material> look = new osg::Material;
+    look->setAmbient(kBothFaces, osg::Vec4(0.15f, 0.35f, 0.85f, 0.7f));
+    look->setDiffuse(kBothFaces, osg::Vec4(0.20f, 0.50f, 1.0f, 0.7f));
+    look->setSpecular(kBothFaces, osg::Vec4(0.35f, 0.35f, 0.35f, 0.7f));
+    look->setEmission(kBothFaces, osg::Vec4(0.03f, 0.08f, 0.22f, 0.7f));
+    look->setShininess(kBothFaces, 30.0f);
+    return look;
+}
+
+/// Gives the mass ellipsoids and the translucent volumes of a scene their look.
+class LookVisitor : public osg::NodeVisitor
 {
 public:
-    EllipsoidsInFront()
+    LookVisitor()
         : osg::NodeVisitor(osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
+        , m_ellipsoidLook(ellipsoidLook())
     {
         setNodeMaskOverride(~0u);
     }
@@ -123,14 +153,45 @@ public:
     void apply(osg::Geode& node) override
     {
         if (node.getNodeMask() == KrRenderTypes::MassProperties) {
-            constexpr int kLastBin = 100;
             osg::StateSet* const state = node.getOrCreateStateSet();
-            state->setAttributeAndModes(new osg::Depth(osg::Depth::ALWAYS, 0.0, 1.0, false));
+            drawLast(*state, kEllipsoidBin);
             state->setMode(GL_CULL_FACE, osg::StateAttribute::ON); // the far side would show through
-            state->setRenderBinDetails(kLastBin, "DepthSortedBin", osg::StateSet::OVERRIDE_RENDERBIN_DETAILS);
+            state->setAttribute(m_ellipsoidLook, osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE);
         }
     }
+    void apply(osg::Switch& node) override
+    {
+        for (unsigned int i = 0; node.getNodeMask() == KrRenderTypes::BoundingVolumes && i < node.getNumChildren();
+             ++i) {
+            osg::Geode* const volume = node.getChild(i)->asGeode();
+            for (unsigned int j = 0; volume != nullptr && j < volume->getNumDrawables(); ++j) {
+                veil(volume->getDrawable(j)->getStateSet());
+            }
+        }
+        traverse(node);
+    }
+
+private:
+    /// One translucent surface does not hide another, in whatever order they are drawn.
+    static void veil(osg::StateSet* look)
+    {
+        if (look != nullptr && look->getRenderingHint() == osg::StateSet::TRANSPARENT_BIN) {
+            look->setAttributeAndModes(new osg::Depth(osg::Depth::LESS, 0.0, 1.0, false));
+        }
+    }
+
+    osg::ref_ptr<osg::Material> m_ellipsoidLook;
 };
+
+/// Lines that are as thick in a large picture as in a small one, in front of the links.
+void showAxes(const KrRenderWindow& window)
+{
+    constexpr float kWidthPart = 0.006f; // of the picture's height
+    osg::StateSet* const state = KrRenderAxis::linkAxis(true)->getOrCreateStateSet();
+    drawLast(*state, kAxisBin);
+    state->setAttributeAndModes(
+        new osg::LineWidth(std::max(2.0f, kWidthPart * static_cast<float>(window.windowHeight()))));
+}
 
 } // namespace
 
@@ -179,8 +240,9 @@ void KrAppAids::show(KrRenderWindow& window) const
     const unsigned int mask = (axes ? KrRenderTypes::LinkAxes : 0u) | (volumes ? KrRenderTypes::BoundingVolumes : 0u) |
                               (mass ? KrRenderTypes::MassProperties : 0u);
     window.setDisplayMask(mask, true, false);
-    if (mass) {
-        EllipsoidsInFront visitor;
-        window.getNode()->accept(visitor);
+    if (axes) {
+        showAxes(window);
     }
+    LookVisitor visitor;
+    window.getNode()->accept(visitor);
 }

@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 namespace
 {
@@ -18,14 +20,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kPictureFormats[] = {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".tga"};
 constexpr const char* kVideoFormats[] = {".mp4", ".mkv", ".webm", ".gif", ".mov", ".avi"};
-
-std::string extensionOf(const std::string& path)
-{
-    std::string extension = fs::path(path).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
 
 /// A run of "%", digits and "d"; npos for none.
 struct Number
@@ -57,6 +51,14 @@ Number findNumber(const std::string& pattern, std::size_t from)
 }
 
 } // namespace
+
+std::string KrAppFiles::extensionOf(const std::string& path)
+{
+    std::string extension = fs::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension;
+}
 
 void KrAppFiles::checkPictureFormat(const std::string& path)
 {
@@ -117,6 +119,23 @@ void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, c
         throw KrAppFailure(KrAppFailure::CouldNot,
                            "cannot write " + path + ": " + messages.lastReason("the disk refuses it"));
     }
+}
+
+void KrAppFiles::writeBytes(const std::string& bytes, const std::string& path)
+{
+    const std::string temporary = temporaryName(path);
+    errno = 0;
+    {
+        std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
+        file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        file.close();
+        if (file && std::rename(temporary.c_str(), path.c_str()) == 0) {
+            return;
+        }
+    }
+    const std::string reason = errno != 0 ? std::strerror(errno) : "the disk refuses it";
+    std::remove(temporary.c_str());
+    throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": " + reason);
 }
 
 std::string KrAppFiles::temporaryName(const std::string& path)

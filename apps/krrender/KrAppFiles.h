@@ -24,6 +24,12 @@ std::string frameFile(const std::string& pattern, std::size_t number);
 /// Writes `picture` (row 0 at the bottom), complete or not at all; CouldNot when that fails.
 void writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages);
 
+/// Writes `bytes`, complete or not at all; CouldNot when that fails.
+void writeBytes(const std::string& bytes, const std::string& path);
+
+/// In small letters, with its point; empty for none.
+std::string extensionOf(const std::string& path);
+
 /// "picture.png" -> "picture.tmp1234.png": what is written first, in the same folder, with the same extension.
 std::string temporaryName(const std::string& path);
 

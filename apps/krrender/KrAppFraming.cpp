@@ -37,7 +37,7 @@ void addExtent(KrAppFraming& framing, const KrBasePhysicalExtent& extent,
         for (unsigned int i = 0; i < 8; ++i) {
             const KrVector corner((i & 1u) ? high.x() : low.x(), (i & 2u) ? high.y() : low.y(),
                                   (i & 4u) ? high.z() : low.z());
-            framing.add(toWorld.transformPoint(corner));
+            framing.add(toWorld.transformPoint(grid->placement().transformPoint(corner)));
         }
         return;
     }

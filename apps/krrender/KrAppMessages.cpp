@@ -6,20 +6,21 @@
 class KrAppMessages::SceneGraphMessages : public osg::NotifyHandler
 {
 public:
-    explicit SceneGraphMessages(std::vector<std::string>& texts)
-        : m_texts(texts)
+    explicit SceneGraphMessages(KrAppMessages& messages)
+        : m_messages(messages)
     {
     }
     void notify(osg::NotifySeverity severity, const char* message) override
     {
         const std::string text = oneLine(message);
         if (severity <= osg::WARN && !text.empty()) {
-            m_texts.push_back(text);
+            const std::lock_guard<std::mutex> lock(m_messages.m_mutex);
+            m_messages.m_texts.push_back(text);
         }
     }
 
 private:
-    std::vector<std::string>& m_texts;
+    KrAppMessages& m_messages;
 };
 
 KrAppMessages::KrAppMessages()
@@ -27,11 +28,12 @@ KrAppMessages::KrAppMessages()
 {
     m_before = Kr::Print::instance()->setSink([this](Kr::Print::Type type, const std::string& text) {
         if (type >= Kr::Print::Warning) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
             m_last = sentence(text);
             m_texts.push_back(m_last);
         }
     });
-    osg::setNotifyHandler(new SceneGraphMessages(m_texts));
+    osg::setNotifyHandler(new SceneGraphMessages(*this));
 }
 
 KrAppMessages::~KrAppMessages()
@@ -42,6 +44,7 @@ KrAppMessages::~KrAppMessages()
 
 void KrAppMessages::clear()
 {
+    const std::lock_guard<std::mutex> lock(m_mutex);
     m_texts.clear();
     m_last.clear();
 }
@@ -73,5 +76,6 @@ std::string KrAppMessages::sentence(const std::string& text)
 
 std::string KrAppMessages::lastReason(const std::string& fallback) const
 {
+    const std::lock_guard<std::mutex> lock(m_mutex);
     return m_last.empty() ? fallback : m_last;
 }

@@ -5,6 +5,7 @@
 #include <osg/Notify>
 #include <osg/ref_ptr>
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,7 @@ public:
     std::string lastReason(const std::string& fallback) const;
     /// Forgets what was said so far: it has been told in another way.
     void clear();
-    /// Everything that was said, as `sentence`s.
+    /// Everything that was said, as `sentence`s. While no other thread works.
     const std::vector<std::string>& texts() const { return m_texts; }
 
     /// One line without "Class::method - " at its beginning, which tells a user nothing.
@@ -36,6 +37,7 @@ private:
 
     Kr::Print::Sink m_before;
     osg::ref_ptr<osg::NotifyHandler> m_handlerBefore;
+    mutable std::mutex m_mutex; ///< frames are written on another thread
     std::vector<std::string> m_texts;
     std::string m_last;
 };

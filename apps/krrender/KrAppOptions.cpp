@@ -1,7 +1,9 @@
 #include "KrAppOptions.h"
 
+#include "KrAppDepth.h"
 #include "KrAppFailure.h"
 #include "KrAppMessages.h"
+#include "KrAppSidecar.h"
 #include "KrAppValue.h"
 
 #include <CLI/CLI.hpp>
@@ -29,9 +31,12 @@ struct Words
     std::string lookAt;
     std::string up;
     std::string fieldOfView;
+    std::string intrinsics;
     std::string azimuth;
     std::string elevation;
     std::string framesPerSecond;
+    std::string depthKind;
+    std::vector<std::string> rangeMap;
     std::vector<std::string> show;
     std::string axisScale;
     std::string fade;
@@ -47,8 +52,24 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
                    "video (.mp4 .mkv .webm .gif)")
         ->type_name("FILE")
         ->group("Output");
-    app.add_option("--depth", options.depth, "Depth picture to write: grey, nearer is darker, background black")
+    app.add_option("--depth", options.depth,
+                   "Depths to write: .png (16-bit, millimetres, 0 for nothing), .npy or .pfm (metres, inf for nothing)")
         ->type_name("FILE")
+        ->group("Output");
+    app.add_option("--depth-kind", words.depthKind, "Along the view or along each pixel's ray [planar]")
+        ->type_name("planar|euclidean")
+        ->group("Output");
+    app.add_option("--depth-preview", options.depthPreview, "Depth picture: grey, nearer is darker, background black")
+        ->type_name("FILE")
+        ->group("Output");
+    app.add_option("--range-map", words.rangeMap,
+                   "Distances in metres on a grid, seen by an orthographic camera: file (.npy .csv), samples WxH, size "
+                   "in metres XxY, farthest distance; nothing nearer than 1 m is seen")
+        ->expected(4)
+        ->type_name("FILE WxH XxY METRES")
+        ->group("Output");
+    app.add_flag("--sidecar", options.sidecar,
+                 "Write PICTURE.json beside each picture: its camera in numbers, the time, the joints")
         ->group("Output");
     app.add_flag("--info", options.info, "Print links, joints, limits and triangle counts")->group("Output");
     app.add_option("--convert", options.convert, "Write the system, as it would be drawn, as native XML")
@@ -56,6 +77,9 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->group("Output");
     app.add_option("--report", options.report, "Write what the import found and mended as JSON")
         ->type_name("FILE")
+        ->group("Output");
+    app.add_flag("--view", options.view,
+                 "Open a window on the screen and walk around the robot; the mouse and the keys are printed")
         ->group("Output");
     app.add_flag("--doctor", options.doctor, "Try every way to an OpenGL context and say what it needs")
         ->group("Output");
@@ -85,6 +109,13 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->group("Camera");
     app.add_option("--fov", words.fieldOfView, "Vertical field of view in degrees [30]")
         ->type_name("DEG")
+        ->group("Camera");
+    app.add_option("--intrinsics", words.intrinsics, "Focal lengths and principal point in pixels instead of --fov")
+        ->type_name("FX,FY,CX,CY")
+        ->group("Camera");
+    app.add_option("--camera", options.camera,
+                   "Stand where the camera of that --sidecar stood, with its intrinsics and size")
+        ->type_name("FILE.json")
         ->group("Camera");
     app.add_flag("--file-view", options.useFileView, "Point of view, lights and background of the native system file")
         ->group("Camera");
@@ -190,6 +221,28 @@ void readCamera(const Words& words, KrAppOptions& options)
     options.elevation = angle("--elevation", words.elevation, kDefaultElevation, 90.0);
 }
 
+void readIntrinsics(const Words& words, KrAppOptions& options)
+{
+    const bool isPlaced = !words.eye.empty() || !words.lookAt.empty() || !words.up.empty() || !words.azimuth.empty() ||
+                          !words.elevation.empty() || !words.fieldOfView.empty() || options.useFileView;
+    if (!options.camera.empty() && isPlaced) {
+        wrongUsage("--camera says where the camera stands: it cannot be combined with other options that do");
+    }
+    if (!words.intrinsics.empty()) {
+        KrCameraIntrinsics camera;
+        camera.width = options.width;
+        camera.height = options.height;
+        if (!words.fieldOfView.empty()) {
+            wrongUsage("--intrinsics and --fov say the same: give one of them");
+        }
+        if (!KrAppSidecar::readIntrinsics(words.intrinsics, camera)) {
+            wrongUsage("--intrinsics " + words.intrinsics +
+                       ": four numbers FX,FY,CX,CY in pixels are expected, the first two above 0");
+        }
+        options.intrinsics = camera;
+    }
+}
+
 void readJoints(const Words& words, KrAppOptions& options)
 {
     for (const std::string& word : words.joints) {
@@ -233,14 +286,24 @@ void checkCombination(const KrAppOptions& options)
     if (options.robot.empty()) {
         wrongUsage("no robot was named: krrender ROBOT -o PICTURE (krrender --help tells more)");
     }
-    if (!options.trajectory.empty() && options.output.empty()) {
-        wrongUsage("--trajectory needs -o: a pattern such as frames/%04d.png, or a video such as robot.mp4");
+    if (!options.trajectory.empty() && options.output.empty() && !options.view) {
+        wrongUsage("--trajectory needs -o: a pattern such as frames/%04d.png, or a video such as robot.mp4; or --view");
     }
-    if (!options.drawsPictures() && !options.info && options.convert.empty() && options.report.empty()) {
-        wrongUsage("nothing to do: give -o PICTURE, --depth, --info, --convert or --report");
+    if (!options.drawsPictures() && !options.view && !options.info && options.convert.empty() &&
+        options.report.empty() && options.rangeMap.path.empty()) {
+        wrongUsage("nothing to do: give -o PICTURE, --view, --depth, --depth-preview, --range-map, --info, --convert "
+                   "or --report");
     }
-    if (!options.trajectory.empty() && !options.depth.empty()) {
-        wrongUsage("--depth draws one picture and cannot be combined with --trajectory");
+    const bool hasDepth = !options.depth.empty() || !options.depthPreview.empty() || !options.rangeMap.path.empty();
+    if (!options.trajectory.empty() && hasDepth) {
+        wrongUsage(
+            "--depth, --depth-preview and --range-map are for one pose and cannot be combined with --trajectory");
+    }
+    if (options.sidecar && !options.drawsPictures()) {
+        wrongUsage("--sidecar needs a picture: give -o PICTURE, --depth or --depth-preview");
+    }
+    if (options.view && (options.intrinsics || !options.camera.empty())) {
+        wrongUsage("--view has a camera of its own: --camera and --intrinsics are for pictures");
     }
     const unsigned int n = options.samples;
     if (n != 1 && n != 4 && n != 9 && n != 16) {
@@ -257,6 +320,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
                "  krrender arm.urdf -o arm.png\n"
                "  krrender arm.urdf -o bent.png --joint joint_2=35deg --joint gripper_left=20mm --size 1920x1080\n"
                "  krrender arm.urdf -o motion.mp4 --trajectory motion.csv --fps 25\n"
+               "  krrender --view arm.urdf\n"
                "  krrender arm.urdf --info\n"
                "Exit status: 0 done, 1 could not be done, 2 wrong usage.");
     Words words;
@@ -272,6 +336,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
 
     if (!words.size.empty()) {
         readSize(words.size, *this);
+        isSizeGiven = true;
     }
     if (!words.background.empty()) {
         KrColor color;
@@ -283,10 +348,18 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         background = color;
     }
     readCamera(words, *this);
+    readIntrinsics(words, *this);
     readJoints(words, *this);
     readAids(words, aids);
     if (!words.framesPerSecond.empty()) {
         framesPerSecond = readNumber("--fps", words.framesPerSecond, 0.1, 1000.0);
+    }
+    if (!words.depthKind.empty() && (depth.empty() || !KrAppDepth::readKind(words.depthKind, depthKind))) {
+        wrongUsage("--depth-kind " + words.depthKind +
+                   (depth.empty() ? ": this needs --depth FILE" : ": depths are planar or euclidean"));
+    }
+    if (!words.rangeMap.empty()) {
+        rangeMap.parse(words.rangeMap);
     }
     checkCombination(*this);
     return true;

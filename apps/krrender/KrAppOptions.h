@@ -1,9 +1,14 @@
 #pragma once
 
 #include "KrAppAids.h"
+#include "KrAppRangeMap.h"
 
+#include <rendCore/KrDepthCapture.h>
 #include <toolkit/geometry/KrColor.h>
 #include <toolkit/geometry/KrVector.h>
+#include <toolkit/visualization/KrPovParameters.h>
+
+#include <rendCore/KrCameraIntrinsics.h>
 
 #include <optional>
 #include <string>
@@ -20,11 +25,16 @@ struct KrAppOptions
 
     // What comes out; an empty path is not asked for.
     std::string output;
-    std::string depth;
+    std::string depth; ///< metres or millimetres
+    KrDepthCapture::Kind depthKind = KrDepthCapture::Kind::Planar;
+    std::string depthPreview; ///< a grey picture
+    KrAppRangeMap rangeMap;
     std::string report;
     std::string convert;
+    bool sidecar = false; ///< a description beside each picture
     bool info = false;
     bool doctor = false;
+    bool view = false; ///< in a window on the screen
 
     // The picture.
     unsigned int width = 1280; ///< pixels
@@ -40,6 +50,10 @@ struct KrAppOptions
     double azimuth = 0.0;              ///< of the eye about z from +x, rad, for the automatic point of view
     double elevation = 0.0;            ///< of the eye above the horizon, rad
     bool useFileView = false;          ///< point of view, lights and background of the native file
+    std::string camera;                ///< description of a picture: where its camera stood and what it was
+    std::optional<KrCameraIntrinsics> intrinsics;
+    std::optional<KrPovParameters> pov; ///< of `camera`
+    bool isSizeGiven = false;
 
     KrAppAids aids;
 
@@ -53,7 +67,7 @@ struct KrAppOptions
     bool strict = false;
     bool quiet = false;
 
-    bool drawsPictures() const { return !output.empty() || !depth.empty(); }
+    bool drawsPictures() const { return !output.empty() || !depth.empty() || !depthPreview.empty(); }
 
     /// Reads the command line.
     /// @return false when the program is done (help, version); their text has been printed then

@@ -66,26 +66,57 @@ KrAppScene::KrAppScene(unsigned int width, unsigned int height, unsigned int sam
     }
 }
 
-void KrAppScene::show(const KrStatedSystem& system, const KrVisualizationParameters& parameters, bool isOwnLighting)
+void KrAppScene::show(KrStatedSystem& system, const KrVisualizationParameters& parameters, bool isOwnLighting)
 {
-    m_window.setStatedSystem(system, parameters);
-    if (!isOwnLighting) {
-        return;
+    m_poses.emplace(system.manipulatorSystem());
+    for (const KrShapeStateCacheKey& shape : m_poses->shapes()) {
+        system.addChangedShape(shape);
     }
+    m_window.setStatedSystem(system, parameters);
+    if (isOwnLighting) {
+        lightFromEverywhere(m_window);
+    }
+}
+
+void KrAppScene::lightFromEverywhere(KrRenderWindow& window)
+{
     auto* const model = dynamic_cast<osg::LightModel*>(
-        m_window.getNode()->getOrCreateStateSet()->getAttribute(osg::StateAttribute::LIGHTMODEL));
+        window.getNode()->getOrCreateStateSet()->getAttribute(osg::StateAttribute::LIGHTMODEL));
     if (model) {
         const auto ambient = static_cast<float>(KrAppLighting::kAmbient);
         model->setAmbientIntensity(osg::Vec4(ambient, ambient, ambient, 1.0f));
     }
 }
 
+void KrAppScene::pose(const KrManipulatorSystemState& state)
+{
+    if (m_poses) {
+        m_poses->drive(state);
+    }
+    m_window.setState(state);
+}
+
+void KrAppScene::failToDraw() const
+{
+    throw KrAppFailure(KrAppFailure::CouldNot,
+                       "the picture cannot be drawn: " + m_messages.lastReason("the driver gives no reason"));
+}
+
 void KrAppScene::capture(const KrManipulatorSystemState& state, unsigned int flags)
 {
-    m_window.setState(state);
+    pose(state);
     if (!m_window.renderSceneAndCaptureImage(m_large, flags) || m_large.empty()) {
-        throw KrAppFailure(KrAppFailure::CouldNot,
-                           "the picture cannot be drawn: " + m_messages.lastReason("the driver gives no reason"));
+        failToDraw();
+    }
+}
+
+void KrAppScene::draw(const KrManipulatorSystemState& state, KrFrameStream& stream)
+{
+    pose(state);
+    // Each time: a capture in between would have dropped it.
+    m_window.setDrawCallback(&stream);
+    if (!m_window.renderScene(true) || stream.numLost() > 0) {
+        failToDraw();
     }
 }
 
@@ -99,6 +130,19 @@ void KrAppScene::drawDepth(const KrManipulatorSystemState& state, KrImage& pictu
 {
     capture(state, KrSGWindow::CaptureDepth);
     pick(m_large, m_factor, picture);
+}
+
+void KrAppScene::drawDepth(const KrManipulatorSystemState& state, const KrDepthCapture::Options& options,
+                           std::vector<float>& depths)
+{
+    const unsigned int width = m_window.windowWidth();
+    const unsigned int height = m_window.windowHeight();
+    pose(state);
+    KrDepthCapture capture;
+    if (!m_window.setWindowSize(width / m_factor, height / m_factor) || !capture.render(m_window, options, depths)) {
+        failToDraw();
+    }
+    m_window.setWindowSize(width, height);
 }
 
 void KrAppScene::average(const KrImage& large, unsigned int factor, KrImage& small)

@@ -1,7 +1,13 @@
 #pragma once
 
+#include <rendCore/KrDepthCapture.h>
+#include <rendCore/KrFrameStream.h>
 #include <rendCore/KrRenderWindow.h>
 #include <toolkit/image/KrImage.h>
+#include <toolkit/system/KrPoseDriver.h>
+
+#include <optional>
+#include <vector>
 
 class KrAppMessages;
 
@@ -17,25 +23,40 @@ public:
     /// @param samples        drawn pixels for each of a picture: 1, 4, 9 or 16; fewer where the driver draws no larger
     KrAppScene(unsigned int width, unsigned int height, unsigned int samples, KrAppMessages& messages);
 
-    /// @param system        borrowed, outlives the scene
+    /// Shapes whose poses follow joints bend with the states that are drawn.
+    /// @param system        borrowed, outlives the scene; its list of changed shapes gets those that bend
     /// @param isOwnLighting  the parameters' lights are this program's: the light from everywhere becomes theirs, too
-    void show(const KrStatedSystem& system, const KrVisualizationParameters& parameters, bool isOwnLighting);
+    void show(KrStatedSystem& system, const KrVisualizationParameters& parameters, bool isOwnLighting);
     KrRenderWindow& window() { return m_window; }
     /// Draws `state`: width x height, RGB, row 0 at the bottom. Throws KrAppFailure (CouldNot).
     void draw(const KrManipulatorSystemState& state, KrImage& picture);
+    /// Draws `state` for `stream`, which hands out the frame later, as it was drawn: `factor` times as wide and high.
+    /// Throws KrAppFailure (CouldNot).
+    void draw(const KrManipulatorSystemState& state, KrFrameStream& stream);
+    /// Drawn pixels for each pixel of a picture, across and down.
+    unsigned int factor() const { return m_factor; }
     /// The same as depth: one channel, nearer is darker, the background 0.
     void drawDepth(const KrManipulatorSystemState& state, KrImage& picture);
 
+    /// Depths in metres at the picture's own size, one sample at each pixel's centre. Throws KrAppFailure (CouldNot).
+    void drawDepth(const KrManipulatorSystemState& state, const KrDepthCapture::Options& options,
+                   std::vector<float>& depths);
+
+    /// The light from everywhere that goes with this program's lamps, for a window that is open.
+    static void lightFromEverywhere(KrRenderWindow& window);
     /// Averages `factor` x `factor` pixels into one; `large` is `factor` times as wide and high as the result.
     static void average(const KrImage& large, unsigned int factor, KrImage& small);
     /// Takes the lower left one of `factor` x `factor` pixels: depths are not to be mixed.
     static void pick(const KrImage& large, unsigned int factor, KrImage& small);
 
 private:
+    void pose(const KrManipulatorSystemState& state);
+    [[noreturn]] void failToDraw() const;
     void capture(const KrManipulatorSystemState& state, unsigned int flags);
 
     KrRenderWindow m_window;
     KrAppMessages& m_messages;
+    std::optional<KrPoseDriver> m_poses;
     unsigned int m_factor = 1;
     KrImage m_large;
 };

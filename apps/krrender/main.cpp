@@ -1,8 +1,10 @@
 // krrender: draws a robot description or a native system file without a display.
 
+#include "KrAppDepth.h"
 #include "KrAppDoctor.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
+#include "KrAppFrameWriter.h"
 #include "KrAppFraming.h"
 #include "KrAppInfo.h"
 #include "KrAppInterrupt.h"
@@ -13,9 +15,12 @@
 #include "KrAppProgress.h"
 #include "KrAppRobot.h"
 #include "KrAppScene.h"
+#include "KrAppSidecar.h"
 #include "KrAppVideo.h"
+#include "KrAppView.h"
 
 #include <rendCore/KrToolkitFolders.h>
+#include <toolkit/system/KrPoseDriver.h>
 
 #include <cmath>
 #include <cstdio>
@@ -35,15 +40,22 @@ using States = std::vector<KrManipulatorSystemState>;
 void checkOutputs(const KrAppOptions& options)
 {
     const bool isVideo = !options.trajectory.empty() && KrAppFiles::isVideo(options.output);
+    if (options.sidecar && isVideo) {
+        throw KrAppFailure(KrAppFailure::WrongUsage,
+                           "--sidecar is for pictures: give -o a pattern such as frames/%04d.png");
+    }
     if (!options.output.empty() && !isVideo) {
         KrAppFiles::checkPictureFormat(options.output);
     }
     if (!options.depth.empty()) {
-        KrAppFiles::checkPictureFormat(options.depth);
+        KrAppDepth::checkFormat(options.depth);
     }
-    const bool isSeries = !options.trajectory.empty() && !isVideo;
+    if (!options.depthPreview.empty()) {
+        KrAppFiles::checkPictureFormat(options.depthPreview);
+    }
+    const bool isSeries = !options.trajectory.empty() && !options.output.empty() && !isVideo;
     for (const std::string& path : {isSeries ? KrAppFiles::frameFile(options.output, 1) : options.output, options.depth,
-                                    options.report, options.convert}) {
+                                    options.depthPreview, options.rangeMap.path, options.report, options.convert}) {
         if (!path.empty()) {
             KrAppFiles::checkWritable(path);
         }
@@ -52,8 +64,11 @@ void checkOutputs(const KrAppOptions& options)
 
 KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, const States& states)
 {
-    const double fieldOfView = options.fieldOfView.value_or(kDefaultFieldOfView);
-    const double aspectRatio = static_cast<double>(options.width) / options.height;
+    double fieldOfView = options.fieldOfView.value_or(kDefaultFieldOfView);
+    double aspectRatio = static_cast<double>(options.width) / options.height;
+    if (options.intrinsics) {
+        KrAppSidecar::evenPart(*options.intrinsics, fieldOfView, aspectRatio);
+    }
     const KrVector towardsEye(std::cos(options.elevation) * std::cos(options.azimuth),
                               std::cos(options.elevation) * std::sin(options.azimuth), std::sin(options.elevation));
     const KrVector up = options.up.value_or(KrVector(0.0, 0.0, 1.0));
@@ -61,7 +76,9 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
     // A long motion is sampled: its outline does not change from one frame to the next.
     constexpr std::size_t kMostPoses = 100;
     const std::size_t step = states.size() / kMostPoses + 1;
+    KrPoseDriver poses(robot.statedSystem().manipulatorSystem());
     for (std::size_t i = 0; i < states.size(); i += step) {
+        poses.drive(states[i]);
         framing.add(robot.statedSystem().manipulatorSystem(), states[i]);
     }
 
@@ -89,7 +106,9 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
     KrVisualizationParameters parameters = robot.system.visualizationParameters();
     const bool isFileView = options.useFileView && robot.hasView;
     isOwnLighting = !isFileView || parameters.lightParameters().lights().empty();
-    if (!isFileView || options.eye || options.lookAt) {
+    if (options.pov) {
+        parameters.setPovParameters(*options.pov);
+    } else if (!isFileView || options.eye || options.lookAt) {
         parameters.setPovParameters(automaticView(options, robot, states));
     }
     if (isOwnLighting) {
@@ -103,6 +122,13 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
     return parameters;
 }
 
+[[noreturn]] void stopped(std::size_t done, std::size_t total)
+{
+    throw KrAppFailure(KrAppFailure::CouldNot,
+                       "stopped after " + std::to_string(done) + " of " + std::to_string(total) + " frames");
+}
+
+/// Draws on this thread; frames come back a little later and are written by another one.
 void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& scene, KrAppMessages& messages)
 {
     const KrAppInterrupt interrupt;
@@ -110,24 +136,72 @@ void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& s
     if (KrAppFiles::isVideo(options.output)) {
         video = std::make_unique<KrAppVideo>(options.output, options.width, options.height, options.framesPerSecond);
     }
-    KrAppProgress progress("frames", states.size(), options.quiet);
-    KrImage picture;
-    for (std::size_t i = 0; i < states.size(); ++i) {
-        if (interrupt.isRequested()) {
-            throw KrAppFailure(KrAppFailure::CouldNot, "stopped after " + std::to_string(i) + " of " +
-                                                           std::to_string(states.size()) + " frames");
-        }
-        scene.draw(states[i], picture);
+    KrAppFrameWriter writer(scene.factor(), [&](const KrImage& picture, std::size_t i) {
         if (video) {
             video->add(picture);
         } else {
             KrAppFiles::writePicture(picture, KrAppFiles::frameFile(options.output, i + 1), messages);
         }
-        progress.setDone(i + 1);
+    });
+    const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
+    stream->setLender([&](const KrFrameStream::Frame& frame) { return writer.lend(frame.width, frame.height); });
+    stream->setReceiver([&](const KrFrameStream::Frame&) { writer.submit(); });
+    KrAppProgress progress("frames", states.size(), options.quiet);
+    for (std::size_t i = 0; i < states.size() && !interrupt.isRequested() && !writer.hasFailed(); ++i) {
+        scene.draw(states[i], *stream);
+        if (options.sidecar && !video) {
+            // What is in force now is what was drawn; the picture itself comes later.
+            KrFrameDescription frame = KrAppSidecar::describe(scene, options);
+            frame.frameNumber = static_cast<unsigned int>(i + 1);
+            KrAppSidecar::write(frame, KrAppFiles::frameFile(options.output, i + 1), messages);
+        }
+        progress.setDone(writer.numWritten());
+    }
+    const bool isWhole = stream->flush();
+    scene.window().setDrawCallback(nullptr);
+    writer.finish();
+    progress.setDone(writer.numWritten());
+    if (!isWhole || writer.numWritten() < states.size()) {
+        stopped(writer.numWritten(), states.size());
     }
     if (video) {
         video->finish();
     }
+}
+
+void writeSidecar(const KrAppOptions& options, KrAppScene& scene, const std::string& path,
+                  const KrAppMessages& messages)
+{
+    if (options.sidecar) {
+        KrAppSidecar::write(KrAppSidecar::describe(scene, options), path, messages);
+    }
+}
+
+void writeDepthSidecar(const KrAppOptions& options, KrAppScene& scene, const std::string& path, const char* quantity,
+                       const char* unit, const KrAppMessages& messages)
+{
+    if (options.sidecar) {
+        KrFrameDescription frame = KrAppSidecar::describe(scene, options);
+        frame.channels = 1;
+        frame.quantity = quantity;
+        frame.unit = unit;
+        KrAppSidecar::write(frame, path, messages);
+    }
+}
+
+void drawDepth(const KrAppOptions& options, const KrManipulatorSystemState& state, KrAppScene& scene,
+               const KrAppMessages& messages)
+{
+    KrDepthCapture::Options wanted;
+    wanted.kind = options.depthKind;
+    wanted.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
+    std::vector<float> depths;
+    scene.drawDepth(state, wanted, depths);
+    KrAppDepth::write(depths, options.width, options.height, options.depth);
+    const bool isPlanar = options.depthKind == KrDepthCapture::Kind::Planar;
+    const bool isPicture = KrAppFiles::extensionOf(options.depth) == ".png";
+    writeDepthSidecar(options, scene, options.depth, isPlanar ? "planar depth" : "euclidean depth",
+                      isPicture ? "mm" : "m", messages);
 }
 
 void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting,
@@ -137,6 +211,9 @@ void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParamet
     options.aids.prepare(robot, parameters);
     scene.show(robot.statedSystem(), parameters, isOwnLighting);
     options.aids.show(scene.window());
+    if (options.intrinsics && !scene.window().setCameraIntrinsics(*options.intrinsics)) {
+        throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("this camera cannot be"));
+    }
     if (!options.trajectory.empty()) {
         drawFrames(options, states, scene, messages);
         return;
@@ -145,11 +222,27 @@ void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParamet
     if (!options.output.empty()) {
         scene.draw(states.front(), picture);
         KrAppFiles::writePicture(picture, options.output, messages);
+        writeSidecar(options, scene, options.output, messages);
+    }
+    if (!options.depthPreview.empty()) {
+        scene.drawDepth(states.front(), picture);
+        KrAppFiles::writePicture(picture, options.depthPreview, messages);
+        writeDepthSidecar(options, scene, options.depthPreview, "relative depth", "1", messages);
     }
     if (!options.depth.empty()) {
-        scene.drawDepth(states.front(), picture);
-        KrAppFiles::writePicture(picture, options.depth, messages);
+        drawDepth(options, states.front(), scene, messages);
     }
+}
+
+void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, const States& states,
+          KrAppMessages& messages)
+{
+    KrAppView window(options, messages);
+    if (!options.quiet) {
+        std::fputs(KrAppView::bindings().c_str(), stdout);
+        std::fflush(stdout);
+    }
+    window.run(robot, robot.system.visualizationParameters(), isOwnLighting, states);
 }
 
 void refuseMissingMeshes(const KrAppRobot& robot)
@@ -190,14 +283,18 @@ void printSummary(const KrAppOptions& options, const KrAppRobot& robot, std::siz
     const std::string what = std::to_string(counts.links) + " links, " + std::to_string(counts.movableJoints) +
                              " moving joints, " + std::to_string(robot.numTriangles()) + " triangles";
     const std::string size = std::to_string(options.width) + " x " + std::to_string(options.height);
-    if (!options.trajectory.empty()) {
+    if (!options.trajectory.empty() && !options.output.empty()) {
         std::printf("%s: %zu frames, %s, %s\n", options.output.c_str(), numFrames, size.c_str(), what.c_str());
         return;
     }
-    for (const std::string& path : {options.output, options.depth}) {
+    for (const std::string& path : {options.output, options.depthPreview, options.depth}) {
         if (!path.empty()) {
             std::printf("%s: %s, %s\n", path.c_str(), size.c_str(), what.c_str());
         }
+    }
+    if (!options.rangeMap.path.empty()) {
+        std::printf("%s: %u x %u samples of %s\n", options.rangeMap.path.c_str(), options.rangeMap.width,
+                    options.rangeMap.height, what.c_str());
     }
 }
 
@@ -227,7 +324,8 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
         states = KrAppPose::readTrajectory(robot.statedSystem(), options.trajectory, warnings);
     }
 
-    if (options.drawsPictures() || !options.convert.empty()) {
+    const bool hasRangeMap = !options.rangeMap.path.empty();
+    if (options.drawsPictures() || options.view || hasRangeMap || !options.convert.empty()) {
         bool isOwnLighting = true;
         robot.system.visualizationParameters() = parametersFor(options, robot, states, isOwnLighting);
         if (!options.convert.empty() && !robot.system.writeFile(options.convert)) {
@@ -235,6 +333,12 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
         }
         if (options.drawsPictures()) {
             draw(options, robot, robot.system.visualizationParameters(), isOwnLighting, states, messages);
+        }
+        if (hasRangeMap) {
+            options.rangeMap.write(robot.statedSystem(), robot.system.visualizationParameters().povParameters());
+        }
+        if (options.view) {
+            view(options, robot, isOwnLighting, states, messages);
         }
     }
     if (!options.quiet) {
@@ -258,6 +362,7 @@ int main(int argc, char** argv)
         if (options.doctor) {
             return krAppDoctor() ? 0 : KrAppFailure::CouldNot;
         }
+        KrAppSidecar::readCamera(options, messages);
         run(options, messages);
         return 0;
     } catch (const KrAppFailure& failure) {

@@ -8,6 +8,7 @@
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <cstdio>
+#include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -47,12 +48,37 @@ KrVisualizationParameters view(const KrVector& eye, const KrVector& center)
     return parameters;
 }
 
-bool writeSystem(const std::string& path, const KrSampleRobot& robot, const KrSampleRobot& ground, const Pose& pose,
-                 const KrVisualizationParameters& parameters)
+/// Puts the text of each edit in the place of its element; false when there is no such element.
+bool apply(const std::vector<KrSampleEdit>& edits, std::string& document)
+{
+    for (const KrSampleEdit& edit : edits) {
+        const std::string open = "<core:" + edit.element;
+        const std::string close = "</core:" + edit.element + ">";
+        const std::size_t start = document.find(open);
+        if (start == std::string::npos) {
+            return false;
+        }
+        const std::size_t tagEnd = document.find('>', start);
+        const bool isEmpty = document[tagEnd - 1] == '/';
+        const std::size_t end = isEmpty ? tagEnd + 1 : document.find(close, start) + close.size();
+        document.replace(start, end - start, edit.text);
+    }
+    return true;
+}
+
+bool writeText(const std::string& path, const std::string& text)
+{
+    std::ofstream file(path, std::ios::binary);
+    return file.write(text.data(), static_cast<std::streamsize>(text.size())) && file.flush();
+}
+
+bool writeSystem(const std::string& path, const std::vector<KrIndividualManipulator>& manipulators, const Pose& pose,
+                 const KrVisualizationParameters& parameters, const std::vector<KrSampleEdit>& edits = {})
 {
     KrManipulatorSystem system;
-    system.manipulators().push_back(robot.manipulator());
-    system.manipulators().push_back(ground.manipulator());
+    for (const KrIndividualManipulator& manipulator : manipulators) {
+        system.manipulators().push_back(manipulator);
+    }
     KrVisualizableStatedSystem whole;
     whole.statedSystem() = KrStatedSystem(system);
     whole.visualizationParameters() = parameters;
@@ -60,7 +86,8 @@ bool writeSystem(const std::string& path, const KrSampleRobot& robot, const KrSa
     for (const auto& [joint, position] : pose) {
         ok = whole.statedSystem().setJointPosition(0, joint, position) && ok;
     }
-    return ok && whole.writeFile(path);
+    std::string document;
+    return ok && whole.writeBuffer(document) && apply(edits, document) && writeText(path, document);
 }
 
 const Pose kArmPose = {{"joint_1", 0.12}, {"joint_2", 0.50}, {"joint_3", -0.22},     {"joint_4", 0.0},
@@ -97,13 +124,22 @@ int main(int argc, char** argv)
     }
     const std::string folder = argv[1];
     const KrSampleRobot arm = sampleIndustrialArm();
-    const bool ok = writeSystem(folder + "/industrial_arm.xml", arm, sampleWorkshopFloor(0.55, 0.30), kArmPose,
-                                view({2.9, -2.6, 1.6}, {0.25, 0.0, 0.50})) &&
-                    arm.writeUrdf(folder, "industrial_arm.urdf", "meshes") &&
-                    writeSystem(folder + "/dual_arm_base.xml", sampleDualArmBase(), sampleWorkshopFloor(0.60, 0.40),
-                                kDualArmPose, view({3.9, -2.6, 1.9}, {0.0, 0.0, 0.68})) &&
-                    writeSampleTextures(folder + "/textures") &&
-                    writeSystem(folder + "/textured_rover.xml", sampleTexturedRover("textures"),
-                                sampleDesertPatch("textures"), kRoverPose, view({3.4, -3.3, 2.0}, {0.0, 0.0, 0.40}));
+    const KrIndividualManipulator floor = sampleWorkshopFloor(0.55, 0.30).manipulator();
+    const bool ok =
+        writeSystem(folder + "/industrial_arm.xml", {arm.manipulator(), floor}, kArmPose,
+                    view({2.9, -2.6, 1.6}, {0.25, 0.0, 0.50})) &&
+        arm.writeUrdf(folder, "industrial_arm.urdf", "meshes") &&
+        writeSystem(folder + "/dual_arm_base.xml",
+                    {sampleDualArmBase().manipulator(), sampleWorkshopFloor(0.60, 0.40).manipulator()}, kDualArmPose,
+                    view({3.9, -2.6, 1.9}, {0.0, 0.0, 0.68})) &&
+        writeSampleTextures(folder + "/textures") &&
+        writeSystem(folder + "/textured_rover.xml",
+                    {sampleTexturedRover("textures").manipulator(), sampleDesertPatch("textures").manipulator()},
+                    kRoverPose, view({3.4, -3.3, 2.0}, {0.0, 0.0, 0.40})) &&
+        writeSystem(folder + "/hose.xml", {sampleHose(), floor}, {{"bend", 1.75}},
+                    view({1.5, -2.0, 1.1}, {0.25, 0.0, 0.40}), sampleHoseEdits()) &&
+        writeSystem(folder + "/plume.xml", {arm.manipulator(), floor, samplePlume()}, kArmPose,
+                    view({2.9, -2.6, 1.3}, {0.40, 0.0, 0.62}), samplePlumeEdits()) &&
+        writeSamplePlumeField(folder + "/plume.nrrd");
     return ok ? 0 : 1;
 }

@@ -140,7 +140,7 @@ TEST_F(KrRenderProgram, TheCameraStandsWhereItIsToldTo)
 
 TEST_F(KrRenderProgram, DrawsDepth)
 {
-    ASSERT_EQ(krrender(urdf() + " --depth d.png").status, 0);
+    ASSERT_EQ(krrender(urdf() + " --depth-preview d.png").status, 0);
     const KrImage depth = picture("d.png");
     ASSERT_EQ(depth.width(), 160u);
     std::size_t drawn = 0;

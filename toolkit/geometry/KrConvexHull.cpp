@@ -298,11 +298,14 @@ void QuickHull::enlarge()
     double scale = 1.0;
     for (const Face& face : m_faces) {
         const double toMiddle = face.normal.dot(m_points[face.vertex[0]] - middle);
-        for (const std::uint32_t i : left) {
-            if (face.isAlive && toMiddle > 0.0) {
-                scale = std::max(scale, 1.0 + over(face, i) / toMiddle);
-            }
+        if (!face.isAlive || !(toMiddle > 0.0)) {
+            continue;
         }
+        double highest = 0.0;
+        for (const std::uint32_t i : left) {
+            highest = std::max(highest, over(face, i));
+        }
+        scale = std::max(scale, 1.0 + highest / toMiddle);
     }
     if (scale > 1.0) {
         for (KrVector& point : m_points) {

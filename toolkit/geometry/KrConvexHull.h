@@ -14,7 +14,7 @@ namespace KrConvexHull
 {
 
 /// A hull has at most this many vertices.
-constexpr unsigned int kMostVertices = 1000;
+constexpr unsigned int kMostVertices = 250;
 
 /// A closed, flat-shaded convex mesh that encloses `points` within 1e-6 of the diagonal of their bounding box.
 ///

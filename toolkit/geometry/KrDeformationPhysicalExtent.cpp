@@ -158,6 +158,8 @@ void KrDeformationPhysicalExtent::setMesh(const KrTriPhysicalExtent& mesh, Smoot
     m_cutGroups.clear();
     m_pieces.clear();
     m_pieces.resize(1);
+    m_strokes.clear();
+    ++m_revision.value.strokes;
     noteCut();
 }
 
@@ -215,6 +217,7 @@ bool KrDeformationPhysicalExtent::setPose(const std::string& name, const std::ve
     const unsigned int index = poseIndex(name);
     if (index < m_poses.size()) {
         pose.setWeight(m_poses[index].weight());
+        pose.setJoint(m_poses[index].joint(), m_poses[index].jointPosition());
         m_poses[index] = pose;
     } else {
         m_poses.push_back(pose);
@@ -246,14 +249,35 @@ bool KrDeformationPhysicalExtent::setWeight(unsigned int pose, double weight)
     return true;
 }
 
+bool KrDeformationPhysicalExtent::setPoseJoint(unsigned int pose, const std::string& joint, double position)
+{
+    if (pose >= m_poses.size() || !std::isfinite(position)) {
+        warn("setPoseJoint", "joint position " + std::to_string(position) + " for pose " + std::to_string(pose) +
+                                 " of " + std::to_string(m_poses.size()));
+        return false;
+    }
+    m_poses[pose].setJoint(joint, position);
+    return true;
+}
+
 bool KrDeformationPhysicalExtent::cutByPlane(unsigned int piece, const KrVector& point, const KrVector& normal,
                                              const std::string& capName)
 {
+    const std::string problem = tryCut(piece, point, normal, capName);
+    if (!problem.empty()) {
+        warn("cutByPlane", problem);
+    }
+    return problem.empty();
+}
+
+/// Why there is no such cut; empty when it has been made.
+std::string KrDeformationPhysicalExtent::tryCut(unsigned int piece, const KrVector& point, const KrVector& normal,
+                                                const std::string& capName)
+{
     KrVector direction = normal;
     if (piece >= m_pieces.size() || !point.isFinite() || !normal.isFinite() || direction.normalize() <= 0.0) {
-        warn("cutByPlane",
-             "piece " + std::to_string(piece) + " of " + std::to_string(m_pieces.size()) + ", or a plane that is none");
-        return false;
+        return "piece " + std::to_string(piece) + " of " + std::to_string(m_pieces.size()) +
+               ", or a plane that is none";
     }
     const KrCoordinateSystemTransformation ownerToPiece = pieceToOwner(piece).inverse();
     KrMeshPlaneCut::Mesh mesh{m_vertices.size(),
@@ -264,8 +288,7 @@ bool KrDeformationPhysicalExtent::cutByPlane(unsigned int piece, const KrVector&
                               groups()};
     KrMeshPlaneCut cut(mesh, points(), ownerToPiece.transformPoint(point), ownerToPiece.transformDirection(direction));
     if (!cut.separate(piece, m_pieces.size())) {
-        warn("cutByPlane", "piece " + std::to_string(piece) + " is all on one side of the plane");
-        return false;
+        return "piece " + std::to_string(piece) + " is all on one side of the plane";
     }
     if (!capName.empty()) {
         cut.cap(capName);
@@ -276,7 +299,7 @@ bool KrDeformationPhysicalExtent::cutByPlane(unsigned int piece, const KrVector&
     m_cutGroups.values() = std::move(mesh.groups);
     m_pieces.push_back(KrCoordinateSystemTransformation(m_pieces[piece]));
     noteCut();
-    return true;
+    return std::string();
 }
 
 bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint32_t>& triangles)
@@ -326,6 +349,48 @@ bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint3
     return true;
 }
 
+void KrDeformationPhysicalExtent::clearCuts()
+{
+    if (m_cutGroups.empty()) {
+        return;
+    }
+    // Cuts only append: what no uncut triangle uses is theirs.
+    std::uint32_t numOwn = 0;
+    for (const KrDeformationGroup& group : m_meshGroups) {
+        for (const KrTriangle& triangle : group.triangles()) {
+            for (unsigned int i = 0; i < 3; ++i) {
+                numOwn = std::max(numOwn, triangle.textureCoordinate(i) + 1);
+            }
+        }
+    }
+    m_textureCoordinates.resize(std::min(numOwn, m_textureCoordinates.size()));
+    m_cutVertices.clear();
+    m_cutNormals.clear();
+    m_cutGroups.clear();
+    m_pieces.resize(1);
+    noteCut();
+}
+
+bool KrDeformationPhysicalExtent::addStroke(const KrSurfaceStroke& stroke)
+{
+    const std::string problem = stroke.problem();
+    if (!problem.empty()) {
+        warn("addStroke", problem);
+        return false;
+    }
+    m_strokes.push_back(stroke);
+    ++m_revision.value.strokes;
+    touch();
+    return true;
+}
+
+void KrDeformationPhysicalExtent::clearStrokes()
+{
+    m_strokes.clear();
+    ++m_revision.value.strokes;
+    touch();
+}
+
 bool KrDeformationPhysicalExtent::setPieceOffset(unsigned int piece, const KrCoordinateSystemTransformation& offset)
 {
     if (piece >= m_pieces.size() || !offset.translation().isFinite()) {
@@ -355,7 +420,8 @@ unsigned int KrDeformationPhysicalExtent::changesSince(const Revision& seen) con
 {
     const unsigned int moved = seen.vertices != m_revision.value.vertices ? VerticesMoved : NothingChanged;
     const unsigned int cut = seen.cut != m_revision.value.cut ? CutChanged : NothingChanged;
-    return moved | cut;
+    const unsigned int strokes = seen.strokes != m_revision.value.strokes ? StrokesChanged : NothingChanged;
+    return moved | cut | strokes;
 }
 
 const std::vector<KrDeformationGroup>& KrDeformationPhysicalExtent::groups() const
@@ -502,6 +568,8 @@ void KrDeformationPhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "cutVertices"}, m_cutVertices, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "cutNormals"}, m_cutNormals, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "cutGroups"}, m_cutGroups, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "cuts"}, m_cutsToMake, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "strokes"}, m_strokes, Presence::Optional);
 }
 
 /// Why what was read is no mesh, but for its cuts; empty when it is one.
@@ -519,8 +587,14 @@ std::string KrDeformationPhysicalExtent::problem() const
     }
     for (const KrDeformationPose& pose : m_poses) {
         if (pose.vertices().size() != m_vertices.size() || !areFinite(pose.vertices()) ||
-            !std::isfinite(pose.weight())) {
+            !std::isfinite(pose.weight()) || !std::isfinite(pose.jointPosition())) {
             return "pose \"" + pose.name() + "\" does not fit the mesh";
+        }
+    }
+    for (const KrSurfaceStroke& stroke : m_strokes) {
+        const std::string wrong = stroke.problem();
+        if (!wrong.empty()) {
+            return wrong;
         }
     }
     return std::string();
@@ -542,6 +616,39 @@ std::string KrDeformationPhysicalExtent::cutProblem() const
     return arePieces && !m_pieces.empty() ? std::string() : "a group is of a piece without an offset";
 }
 
+/// Makes the cuts that a document asks for, before its offsets part the pieces. Why one cannot be made; empty when all
+/// were.
+std::string KrDeformationPhysicalExtent::makeReadCuts()
+{
+    if (m_cutsToMake.empty()) {
+        return std::string();
+    }
+    const KrXmlVectorType<KrPlaneCut> cuts = m_cutsToMake;
+    const KrXmlVectorType<KrCoordinateSystemTransformation> offsets = m_pieces;
+    std::uint32_t numBefore = 1;
+    for (const KrDeformationGroup& group : groups()) {
+        numBefore = std::max(numBefore, group.piece() + 1);
+    }
+    m_cutsToMake.clear();
+    m_pieces.clear();
+    m_pieces.resize(numBefore);
+    for (const KrPlaneCut& cut : cuts) {
+        const std::string wrong = tryCut(cut.piece(), cut.point(), cut.normal(), cut.cap());
+        if (!wrong.empty()) {
+            return wrong;
+        }
+    }
+    if (offsets.size() > m_pieces.size()) {
+        return std::to_string(offsets.size()) + " offsets for " + std::to_string(m_pieces.size()) + " pieces";
+    }
+    for (unsigned int i = 0; i < m_pieces.size(); ++i) {
+        // As when a piece is cut while the program runs: the new one is where the old one is.
+        m_pieces[i] = i < offsets.size() ? offsets[i] : m_pieces[cuts[i - numBefore].piece()];
+    }
+    noteCut();
+    return std::string();
+}
+
 bool KrDeformationPhysicalExtent::completeRead(KrXmlReader& reader)
 {
     if (!KrBasePhysicalExtent::completeRead(reader)) {
@@ -552,7 +659,9 @@ bool KrDeformationPhysicalExtent::completeRead(KrXmlReader& reader)
         return reader.fail("%s", wrong.c_str());
     }
     numberNormals();
-    const std::string wrongCut = cutProblem();
+    ++m_revision.value.strokes;
     noteCut();
+    std::string wrongCut = cutProblem();
+    wrongCut = wrongCut.empty() ? makeReadCuts() : wrongCut;
     return wrongCut.empty() || reader.fail("%s", wrongCut.c_str());
 }

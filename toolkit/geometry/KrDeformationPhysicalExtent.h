@@ -6,6 +6,8 @@
 #include <toolkit/geometry/KrEdgePoint.h>
 #include <toolkit/geometry/KrMaterialMap.h>
 #include <toolkit/geometry/KrPlanarVector.h>
+#include <toolkit/geometry/KrPlaneCut.h>
+#include <toolkit/geometry/KrSurfaceStroke.h>
 #include <toolkit/geometry/KrXmlVectorVector.h>
 
 #include <cstddef>
@@ -19,7 +21,8 @@
 /// triangles into pieces; each has an offset, a pose of its own within the extent's frame. Vertices that a
 /// cut makes lie on edges of the mesh and follow their ends, so that neutral vertices and poses keep
 /// the mesh's own numbering, however often it is cut. Normals are smooth and follow the uncut mesh: a cut shows
-/// no seam until its pieces part. Vertices in metres, in the extent's frame.
+/// no seam until its pieces part. Strokes of paint lie in its texture and go wherever the surface goes. Vertices in
+/// metres, in the extent's frame.
 class KrDeformationPhysicalExtent : public KrXmlObjectOf<KrDeformationPhysicalExtent, KrBasePhysicalExtent>
 {
 public:
@@ -28,13 +31,15 @@ public:
     {
         NothingChanged = 0x0,
         VerticesMoved = 0x1, ///< vertices, weights or offsets: same triangles, other places
-        CutChanged = 0x2     ///< other groups, triangles or materials; places too
+        CutChanged = 0x2,    ///< other groups, triangles or materials; places too
+        StrokesChanged = 0x4 ///< more strokes of paint, or none
     };
     /// Counts the changes. Every onlooker keeps the one it saw last.
     struct Revision
     {
         std::uint32_t vertices = 0;
         std::uint32_t cut = 0;
+        std::uint32_t strokes = 0;
     };
     enum class Smoothing
     {
@@ -44,7 +49,7 @@ public:
 
     KrDeformationPhysicalExtent();
 
-    /// Takes over a mesh (placed as it is), its groups and materials. Poses, cuts and offsets go.
+    /// Takes over a mesh (placed as it is), its groups and materials. Poses, cuts, offsets and strokes go.
     void setMesh(const KrTriPhysicalExtent& mesh, Smoothing smoothing = Smoothing::AsGiven);
     /// Look of the groups of that name, asked before the manipulator's material map.
     void setMaterial(const std::string& groupName, const KrDataMap& material);
@@ -54,7 +59,7 @@ public:
     bool setVertices(const std::vector<KrVector>& vertices);
     const std::vector<KrVector>& vertices() const { return m_vertices.values(); }
 
-    /// Adds a pose with weight 0, or replaces the one of that name and keeps its weight.
+    /// Adds a pose with weight 0, or replaces the one of that name and keeps its weight and joint.
     /// @return as setVertices
     bool setPose(const std::string& name, const std::vector<KrVector>& vertices);
     unsigned int numPoses() const { return m_poses.size(); }
@@ -64,12 +69,16 @@ public:
     /// Does not allocate. False, after one message, and no change without such a pose or with a weight that is not
     /// finite.
     bool setWeight(unsigned int pose, double weight);
+    /// Lets a pose follow a joint: it is whole where the joint is at `position` (rad or m). KrPoseDriver sets the
+    /// weights. An empty name ends that. False, after one message, and no change without such a pose or with a
+    /// position that is not finite.
+    bool setPoseJoint(unsigned int pose, const std::string& joint, double position);
 
     /// Cuts a piece, as it is seen now, with a plane: what is on the side that `normal` points to becomes a new piece,
     /// number numPieces() - 1, with the same offset. A group that the plane crosses becomes two of the same name.
     /// @param point, normal  the plane in the owner's frame, m; `normal` of any length but zero
     /// @param capName  unless empty: both sides are closed with flat groups of this name where the section consists of
-    ///                 convex closed outlines, none inside another (else it stays open)
+    ///                 closed outlines of any shape, rings too, that neither touch nor cross (else it stays open)
     /// @return false, after one message, and no change for a plane that is none, an unknown piece, and a plane that
     ///         leaves all of it on one side
     bool cutByPlane(unsigned int piece, const KrVector& point, const KrVector& normal,
@@ -79,6 +88,15 @@ public:
     /// @return false, after one message, and no change when the triangles do not exist, are of several pieces, or are
     ///         none or all of theirs
     bool cutAlongTriangles(const std::vector<std::uint32_t>& triangles);
+
+    /// Makes the mesh whole again; it has the offset of piece 0. Nothing for a mesh without cuts.
+    void clearCuts();
+
+    /// Paints on the surface, over what was painted before; caps take no paint. Drawn where the mesh has texture
+    /// coordinates. False, after one message, and no change for a stroke that can draw nothing.
+    bool addStroke(const KrSurfaceStroke& stroke);
+    void clearStrokes();
+    const std::vector<KrSurfaceStroke>& strokes() const { return m_strokes.values(); }
 
     /// At least 1.
     unsigned int numPieces() const { return m_pieces.size(); }
@@ -125,6 +143,7 @@ private:
         {
             ++value.vertices;
             ++value.cut;
+            ++value.strokes;
             return *this;
         }
         Revision value;
@@ -136,6 +155,8 @@ private:
     bool checkVertices(const char* method, const std::vector<KrVector>& vertices) const;
     std::string problem() const;
     std::string cutProblem() const;
+    std::string tryCut(unsigned int piece, const KrVector& point, const KrVector& normal, const std::string& capName);
+    std::string makeReadCuts();
     void blendPoints() const;
     void computeNormals() const;
     void addCornerNormals(const KrDeformationGroup& group) const;
@@ -149,6 +170,8 @@ private:
     KrXmlVectorType<KrEdgePoint> m_cutVertices;      ///< numbered on from m_vertices
     KrXmlVectorType<KrEdgePoint> m_cutNormals;       ///< numbered on from the normals of m_meshGroups
     KrXmlVectorType<KrDeformationGroup> m_cutGroups; ///< empty while uncut
+    KrXmlVectorType<KrPlaneCut> m_cutsToMake;        ///< empty but while a document is read
+    KrXmlVectorType<KrSurfaceStroke> m_strokes;
 
     std::uint32_t m_numMeshNormals = 0;
     Counter m_revision;

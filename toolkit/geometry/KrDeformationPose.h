@@ -19,11 +19,19 @@ public:
     double weight() const { return m_weight; }
     void setWeight(double weight) { m_weight.setValue(weight); }
 
+    /// The joint of the manipulator that the pose follows (KrPoseDriver); empty for none.
+    const std::string& joint() const { return m_joint.value(); }
+    /// Where that joint is when the pose is whole, rad or m.
+    double jointPosition() const { return m_jointPosition; }
+    void setJoint(const std::string& joint, double position);
+
     KrXmlToken token() const override;
     void registerComponents() override;
 
 private:
     KrXmlBasicType<std::string> m_name;
     KrXmlBasicType<double> m_weight = 0.0;
+    KrXmlBasicType<std::string> m_joint;
+    KrXmlBasicType<double> m_jointPosition = 0.0;
     KrXmlVectorVector m_vertices;
 };

@@ -2,6 +2,7 @@
 
 #include <toolkit/geometry/KrBoxPhysicalExtent.h>
 #include <toolkit/geometry/KrCapsulePhysicalExtent.h>
+#include <toolkit/geometry/KrColor.h>
 #include <toolkit/geometry/KrConvexHull.h>
 #include <toolkit/geometry/KrSpherePhysicalExtent.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
@@ -24,6 +25,24 @@ using Axes = std::array<KrVector, 3>;
 constexpr double kPi = 3.14159265358979323846;
 /// Added to every size, as a part of the diagonal, so that rounding puts no point outside; a flat mesh gets a body.
 constexpr double kSlack = 0.5 * KrEnclosingShapes::kTolerance;
+
+/// A solid whose triangles have the look of what is computed.
+template <typename Solid>
+class Enclosing : public Solid
+{
+public:
+    using Solid::Solid;
+
+protected:
+    boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override
+    {
+        const boost::shared_ptr<KrTriPhysicalExtent> mesh = Solid::makeTriangles();
+        if (mesh) {
+            mesh->setMaterial(KrEnclosingShapes::materialName(), KrEnclosingShapes::look());
+        }
+        return mesh;
+    }
+};
 
 /// What lies between two planes across each of three axes.
 struct Slabs
@@ -70,7 +89,7 @@ KrCoordinateSystemTransformation pose(const Axes& axes, const KrVector& center)
 
 ExtentPointer boxOf(const Slabs& slabs, double slack)
 {
-    const auto box = boost::make_shared<KrBoxPhysicalExtent>(
+    const auto box = boost::make_shared<Enclosing<KrBoxPhysicalExtent>>(
         KrVector(slabs.size(0) + 2.0 * slack, slabs.size(1) + 2.0 * slack, slabs.size(2) + 2.0 * slack));
     box->setPlacement(pose(slabs.axes, slabs.center()));
     return box;
@@ -144,11 +163,15 @@ ExtentPointer sphereOf(const std::vector<KrVector>& points, const KrVector& star
     }
 
     KrVector center = start;
-    constexpr unsigned int kSteps = 400;
+    constexpr unsigned int kSteps = 100;
     for (unsigned int step = 1; step <= kSteps; ++step) {
         const KrVector* farthest = &outermost[0];
+        double mostSquared = -1.0;
         for (const KrVector& point : outermost) {
-            if ((point - center).dot(point - center) > (*farthest - center).dot(*farthest - center)) {
+            const KrVector offset = point - center;
+            const double squared = offset.dot(offset);
+            if (squared > mostSquared) {
+                mostSquared = squared;
                 farthest = &point;
             }
         }
@@ -167,7 +190,7 @@ ExtentPointer sphereOf(const std::vector<KrVector>& points, const KrVector& star
             radius = grown;
         }
     }
-    const auto sphere = boost::make_shared<KrSpherePhysicalExtent>(radius + slack);
+    const auto sphere = boost::make_shared<Enclosing<KrSpherePhysicalExtent>>(radius + slack);
     KrCoordinateSystemTransformation placement;
     placement.setTranslation(center);
     sphere->setPlacement(placement);
@@ -227,7 +250,8 @@ ExtentPointer capsuleOrBoxOf(const std::vector<KrVector>& points, const KrTriPhy
     if (capsule.volume() >= best.volume()) {
         return boxOf(best, slack);
     }
-    const auto result = boost::make_shared<KrCapsulePhysicalExtent>(capsule.radius + slack, capsule.high - capsule.low);
+    const auto result =
+        boost::make_shared<Enclosing<KrCapsulePhysicalExtent>>(capsule.radius + slack, capsule.high - capsule.low);
     result->setPlacement(pose({best.axes[(along + 1) % 3], best.axes[(along + 2) % 3], axis},
                               best.center() + axis * (0.5 * (capsule.low + capsule.high))));
     return result;
@@ -255,6 +279,12 @@ std::vector<ExtentPointer> makeSimple(const std::vector<KrVector>& points, const
 const char* KrEnclosingShapes::materialName()
 {
     return "boundingVolume";
+}
+
+const KrDataMap& KrEnclosingShapes::look()
+{
+    static const KrDataMap s_look = KrDataMap::material(KrColor(0.95, 0.55, 0.1, 0.3));
+    return s_look;
 }
 
 std::vector<KrVector> KrEnclosingShapes::corners(const KrTriPhysicalExtent& mesh)
@@ -288,6 +318,7 @@ std::vector<boost::shared_ptr<KrBasePhysicalExtent>> KrEnclosingShapes::all(cons
     std::vector<ExtentPointer> result = makeSimple(points, mesh);
     if (!result.empty()) {
         if (const boost::shared_ptr<KrTriPhysicalExtent> hull = KrConvexHull::make(points, materialName())) {
+            hull->setMaterial(materialName(), look());
             result.push_back(hull);
         }
     }

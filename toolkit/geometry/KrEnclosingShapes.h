@@ -7,6 +7,7 @@
 #include <vector>
 
 class KrBasePhysicalExtent;
+class KrDataMap;
 class KrTriPhysicalExtent;
 
 /// Simple solids that enclose a triangle mesh.
@@ -22,6 +23,8 @@ constexpr double kTolerance = 1e-6;
 
 /// "boundingVolume".
 const char* materialName();
+/// A translucent orange. The triangle forms of the solids carry it themselves: what is inside stays visible.
+const KrDataMap& look();
 
 /// The corners of the mesh's triangles, each vertex once.
 std::vector<KrVector> corners(const KrTriPhysicalExtent& mesh);

@@ -470,14 +470,18 @@ Field readField(const std::string& path)
     throw Trouble("it is neither NRRD nor legacy VTK");
 }
 
-void refuse(const std::string& path, const std::string& reason)
-{
-    Kr::Print::instance()->write(Kr::Print::Warning, "KrGridFile::read - %s: %s.\n", path.c_str(), reason.c_str());
-}
-
 } // namespace
 
 bool KrGridFile::read(const std::string& path, KrGridPhysicalExtent& grid)
+{
+    const std::string reason = tryRead(path, grid);
+    if (!reason.empty()) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrGridFile::read - %s: %s.\n", path.c_str(), reason.c_str());
+    }
+    return reason.empty();
+}
+
+std::string KrGridFile::tryRead(const std::string& path, KrGridPhysicalExtent& grid)
 {
     try {
         const Field field = readField(path);
@@ -490,15 +494,18 @@ bool KrGridFile::read(const std::string& path, KrGridPhysicalExtent& grid)
             }
             minimum[axis] = field.first[axis] - (field.isCellData ? 0.0 : 0.5 * field.spacing[axis]);
             maximum[axis] = minimum[axis] + field.counts[axis] * field.spacing[axis];
+            if (!std::isfinite(maximum[axis])) {
+                throw Trouble("its corners are not finite");
+            }
         }
         if (!std::all_of(field.values.begin(), field.values.end(), [](double v) { return std::isfinite(v); })) {
             throw Trouble("not all of its values are finite");
         }
-        return grid.setGrid(minimum, maximum, field.counts[0], field.counts[1], field.counts[2], field.values);
+        grid.setGrid(minimum, maximum, field.counts[0], field.counts[1], field.counts[2], field.values);
+        return std::string();
     } catch (const std::exception& error) {
-        refuse(path, error.what());
+        return error.what();
     } catch (...) {
-        refuse(path, "it cannot be read");
+        return "it cannot be read";
     }
-    return false;
 }

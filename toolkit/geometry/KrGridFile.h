@@ -18,6 +18,8 @@ public:
     /// Sets corners, cells and values of `grid`; everything else of it stays. The first bytes tell the format.
     /// @return false, after one message with file and reason, when there is no such field: `grid` is as it was
     static bool read(const std::string& path, KrGridPhysicalExtent& grid);
+    /// The same without the message: the reason, or an empty string when `grid` is set.
+    static std::string tryRead(const std::string& path, KrGridPhysicalExtent& grid);
 
     /// More values than this are refused: 2^27, which are 1 GiB.
     static constexpr unsigned int kMaxValues = 1u << 27;

@@ -1,6 +1,7 @@
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
 
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/geometry/KrGridFile.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 #include <toolkit/xml/KrXmlReader.h>
 
@@ -135,27 +136,35 @@ bool KrGridPhysicalExtent::Values::read(KrXmlReader& reader)
     std::string encoding, file, type;
     const bool isEncoded = reader.attribute("encoding", encoding);
     const bool isFile = reader.attribute("file", file);
+    const bool isTyped = reader.attribute("type", type);
     if (!isEncoded && !isFile) {
         return KrXmlVectorType<double>::read(reader);
     }
-    if ((isEncoded && (encoding != "base64" || isFile)) || !reader.attribute("type", type) ||
-        (type != "float32" && type != "float64")) {
+    const bool isKnownType = type == "float32" || type == "float64" || (isFile && !isTyped);
+    if ((isEncoded && (encoding != "base64" || isFile)) || !isKnownType) {
         return reader.fail("values have encoding \"base64\" or a file, and type \"float32\" or \"float64\"");
     }
     std::string text, bytes;
     if (!reader.text(text)) {
         return false;
     }
-    if (isFile && reader.documentFolder().empty() && file.rfind('/', 0) != 0) {
+    if (isEncoded) {
+        return decodeBase64(text, bytes) ? readBytes(reader, bytes, type) : reader.fail("this is no base64");
+    }
+    if (reader.documentFolder().empty() && file.rfind('/', 0) != 0) {
         return reader.fail("file \"%.200s\" is beside no document", file.c_str());
     }
     // An absolute name stands for itself.
-    if (isFile && !loadBytes(std::filesystem::path(reader.documentFolder()) / file, bytes)) {
-        return reader.fail("file \"%.200s\" cannot be read or is larger than 1 GiB", file.c_str());
+    const std::filesystem::path path = std::filesystem::path(reader.documentFolder()) / file;
+    if (!isTyped) {
+        return readField(reader, path.string());
     }
-    if (isEncoded && !decodeBase64(text, bytes)) {
-        return reader.fail("this is no base64");
-    }
+    return loadBytes(path, bytes) ? readBytes(reader, bytes, type)
+                                  : reader.fail("file \"%.200s\" cannot be read or is larger than 1 GiB", file.c_str());
+}
+
+bool KrGridPhysicalExtent::Values::readBytes(KrXmlReader& reader, const std::string& bytes, const std::string& type)
+{
     if (bytes.size() % (type == "float32" ? 4 : 8) != 0) {
         return reader.fail("%zu bytes are no whole number of %s", bytes.size(), type.c_str());
     }
@@ -165,6 +174,23 @@ bool KrGridPhysicalExtent::Values::read(KrXmlReader& reader)
         convert<double, std::uint64_t>(bytes, values());
     }
     return true;
+}
+
+/// The values of a file that knows its type; where the grid lies, the document says.
+bool KrGridPhysicalExtent::Values::readField(KrXmlReader& reader, const std::string& path)
+{
+    KrGridPhysicalExtent field;
+    const std::string problem = KrGridFile::tryRead(path, field);
+    if (!problem.empty()) {
+        return reader.fail("file \"%.200s\": %s", path.c_str(), problem.c_str());
+    }
+    values() = field.values();
+    return true;
+}
+
+void KrGridPhysicalExtent::Values::writeSchemaContent(KrXmlSchema& schema) const
+{
+    schema.numbersOrBytes();
 }
 
 bool KrGridPhysicalExtent::setGrid(const KrVector& minimum, const KrVector& maximum, unsigned int nx, unsigned int ny,

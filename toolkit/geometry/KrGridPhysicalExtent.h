@@ -42,12 +42,17 @@ protected:
 
 private:
     /// A list of numbers. Read from the element's text: numbers, or with encoding="base64" the bytes of little-endian
-    /// numbers of the attribute "type" (float32, float64), or with file="NAME" those of a file beside the document.
-    /// Written as numbers.
+    /// numbers of the attribute "type" (float32, float64), or with file="NAME" those of a file beside the document;
+    /// without a type that is one of KrGridFile. Written as numbers.
     class Values : public KrXmlVectorType<double>
     {
     public:
         bool read(KrXmlReader& reader) override;
+        void writeSchemaContent(KrXmlSchema& schema) const override;
+
+    private:
+        bool readBytes(KrXmlReader& reader, const std::string& bytes, const std::string& type);
+        bool readField(KrXmlReader& reader, const std::string& path);
     };
 
     KrXmlBasicType<double> m_dataScale = 1.0;

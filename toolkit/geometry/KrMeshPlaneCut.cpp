@@ -1,7 +1,10 @@
 #include <toolkit/geometry/KrMeshPlaneCut.h>
 
+#include <GL/glu.h>
+
 #include <algorithm>
 #include <cmath>
+#include <memory>
 
 namespace
 {
@@ -18,6 +21,65 @@ double largestCoordinate(const std::vector<KrVector>& points)
         largest = std::max({largest, std::abs(point.x()), std::abs(point.y()), std::abs(point.z())});
     }
     return largest;
+}
+
+/// What the tessellator of GLU hands back: three items a triangle. Its C functions let no exception through, hence room
+/// is made beforehand.
+struct Tessellation
+{
+    std::vector<void*> items;
+    bool isSound = true;
+};
+
+void onVertex(void* item, void* tessellation)
+{
+    auto& result = *static_cast<Tessellation*>(tessellation);
+    if (item == nullptr || result.items.size() == result.items.capacity()) {
+        result.isSound = false;
+        return;
+    }
+    result.items.push_back(item);
+}
+
+/// Two vertices at one place become the first; where lines cross there is no vertex, and no cap.
+void onCombine(GLdouble*, void* items[4], GLfloat*, void** item, void* tessellation)
+{
+    *item = items[2] == nullptr && items[3] == nullptr ? items[0] : nullptr;
+    static_cast<Tessellation*>(tessellation)->isSound &= *item != nullptr;
+}
+
+void onError(GLenum, void* tessellation)
+{
+    static_cast<Tessellation*>(tessellation)->isSound = false;
+}
+
+/// To be called at all, it makes the tessellator give single triangles.
+void onEdgeFlag(GLboolean) {}
+
+struct TessellatorDeleter
+{
+    void operator()(GLUtesselator* tessellator) const { gluDeleteTess(tessellator); }
+};
+using UniqueTessellator = std::unique_ptr<GLUtesselator, TessellatorDeleter>;
+
+template <typename Function>
+void setCallback(GLUtesselator& tessellator, GLenum which, Function* function)
+{
+    gluTessCallback(&tessellator, which, reinterpret_cast<_GLUfuncptr>(function));
+}
+
+UniqueTessellator makeTessellator(const KrVector& normal)
+{
+    UniqueTessellator tessellator(gluNewTess());
+    if (tessellator) {
+        setCallback(*tessellator, GLU_TESS_VERTEX_DATA, onVertex);
+        setCallback(*tessellator, GLU_TESS_COMBINE_DATA, onCombine);
+        setCallback(*tessellator, GLU_TESS_ERROR_DATA, onError);
+        setCallback(*tessellator, GLU_TESS_EDGE_FLAG, onEdgeFlag);
+        gluTessProperty(tessellator.get(), GLU_TESS_WINDING_RULE, GLU_TESS_WINDING_POSITIVE);
+        gluTessNormal(tessellator.get(), normal.x(), normal.y(), normal.z());
+    }
+    return tessellator;
 }
 
 template <typename Corner>
@@ -220,23 +282,35 @@ bool KrMeshPlaneCut::takeLoop(Polygon& loop)
     return loop.size() >= 3;
 }
 
-/// Convex and running clockwise seen from above, as the rim of what lies below does where it surrounds material.
-bool KrMeshPlaneCut::isConvex(const Polygon& loop) const
+/// The corners of the triangles, three each, that fill the outlines; they run counter-clockwise seen from below.
+bool KrMeshPlaneCut::triangulate(const std::vector<Polygon>& loops, Polygon& triangles) const
 {
-    const auto turn = [this](const Corner& a, const Corner& b, const Corner& c) {
-        const KrVector ab = m_points[b.vertex] - m_points[a.vertex];
-        return ab.cross(m_points[c.vertex] - m_points[b.vertex]).dot(m_normal);
-    };
-    const double slack = kOnPlane * m_size * m_size;
-    const std::size_t n = loop.size();
-    for (std::size_t i = 0; i < n; ++i) {
-        // The second test refuses a star that winds twice.
-        if (turn(loop[i], loop[(i + 1) % n], loop[(i + 2) % n]) > slack ||
-            turn(loop[0], loop[i], loop[(i + 1) % n]) > slack) {
-            return false;
-        }
+    // The rim of what lies below runs clockwise seen from above where it surrounds material, and otherwise about holes.
+    const UniqueTessellator tessellator = makeTessellator(m_normal * -1.0);
+    if (!tessellator) {
+        return false;
     }
-    return true;
+    std::size_t numCorners = 0;
+    for (const Polygon& loop : loops) {
+        numCorners += loop.size();
+    }
+    Tessellation result;
+    result.items.reserve(3 * (numCorners + 2 * loops.size()));
+    gluTessBeginPolygon(tessellator.get(), &result);
+    for (const Polygon& loop : loops) {
+        gluTessBeginContour(tessellator.get());
+        for (const Corner& corner : loop) {
+            const KrVector& point = m_points[corner.vertex];
+            GLdouble place[3] = {point.x(), point.y(), point.z()};
+            gluTessVertex(tessellator.get(), place, const_cast<Corner*>(&corner)); // only handed back
+        }
+        gluTessEndContour(tessellator.get());
+    }
+    gluTessEndPolygon(tessellator.get());
+    for (void* const item : result.items) {
+        triangles.push_back(*static_cast<const Corner*>(item));
+    }
+    return result.isSound && !triangles.empty() && triangles.size() % 3 == 0;
 }
 
 bool KrMeshPlaneCut::cap(const std::string& name)
@@ -244,32 +318,32 @@ bool KrMeshPlaneCut::cap(const std::string& name)
     std::vector<Polygon> loops;
     while (m_isRimSimple && !m_rim.empty()) {
         loops.emplace_back();
-        if (!takeLoop(loops.back()) || !isConvex(loops.back())) {
+        if (!takeLoop(loops.back())) {
             return false;
         }
     }
-    if (!m_isRimSimple || loops.empty()) {
+    Polygon triangles;
+    if (!m_isRimSimple || loops.empty() || !triangulate(loops, triangles)) {
         return false;
     }
-    addCap(loops, name, m_piece, true);
-    addCap(loops, name, m_newPiece, false);
+    addCap(triangles, name, m_piece, true);
+    addCap(triangles, name, m_newPiece, false);
     return true;
 }
 
-void KrMeshPlaneCut::addCap(const std::vector<Polygon>& loops, const std::string& name, std::uint32_t piece,
-                            bool isBelow)
+void KrMeshPlaneCut::addCap(const Polygon& triangles, const std::string& name, std::uint32_t piece, bool isBelow)
 {
     const auto own = m_mesh.numNormals + static_cast<std::uint32_t>(m_mesh.cutNormals.size());
     m_mesh.cutNormals.push_back(KrEdgePoint(own, own, 0.0));
     KrDeformationGroup group(name, piece, true);
-    for (Polygon loop : loops) {
-        for (Corner& corner : loop) {
-            corner.normal = own;
+    for (std::size_t i = 0; i < triangles.size(); i += 3) {
+        KrTriangle triangle;
+        for (unsigned int k = 0; k < 3; ++k) {
+            // The lower side's looks up.
+            const Corner& corner = triangles[i + (isBelow ? 2 - k : k)];
+            triangle.setCorner(k, corner.vertex, own, corner.textureCoordinate);
         }
-        if (isBelow) {
-            std::reverse(loop.begin(), loop.end());
-        }
-        addFan(loop, group.triangles());
+        group.triangles().push_back(triangle);
     }
     m_mesh.groups.push_back(group);
 }

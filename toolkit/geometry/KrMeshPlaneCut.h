@@ -37,8 +37,8 @@ public:
     /// Gives what of `piece` is above the plane (where the normal points) to `newPiece`. False, with `mesh` then of no
     /// further use, when there is nothing on one side.
     bool separate(std::uint32_t piece, std::uint32_t newPiece);
-    /// Closes both sides of the separated pieces with flat polygons, groups named `name`. False, and nothing done,
-    /// unless the section is made of closed convex outlines, none inside another.
+    /// Closes both sides of the separated pieces with flat triangles, groups named `name`: sections of any shape, rings
+    /// too. False, and nothing done, unless the section is made of closed outlines that neither touch nor cross.
     bool cap(const std::string& name);
 
 private:
@@ -65,8 +65,8 @@ private:
     void noteRim(const Polygon& below);
     PlaceKey placeOf(std::uint32_t vertex) const;
     bool takeLoop(Polygon& loop);
-    bool isConvex(const Polygon& loop) const;
-    void addCap(const std::vector<Polygon>& loops, const std::string& name, std::uint32_t piece, bool isBelow);
+    bool triangulate(const std::vector<Polygon>& loops, Polygon& triangles) const;
+    void addCap(const Polygon& triangles, const std::string& name, std::uint32_t piece, bool isBelow);
 
     Mesh& m_mesh;
     std::vector<KrVector> m_points;

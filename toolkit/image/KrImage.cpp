@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <mutex>
 #include <new>
 #include <sstream>
 #include <utility>
@@ -28,7 +29,8 @@ namespace
 
 using Bytes = std::vector<unsigned char>;
 
-/// Keeps the scene graph library's own remarks off the screen: what goes wrong is told once, by the caller.
+/// Keeps the scene graph library's own remarks off the screen: what goes wrong is told once, by the caller. One at a
+/// time: the level is the whole process's.
 class QuietLibrary
 {
 public:
@@ -42,6 +44,13 @@ public:
     QuietLibrary& operator=(const QuietLibrary&) = delete;
 
 private:
+    static std::mutex& mutex()
+    {
+        static std::mutex s_mutex;
+        return s_mutex;
+    }
+
+    const std::lock_guard<std::mutex> m_lock{mutex()};
     osg::NotifySeverity m_level;
 };
 

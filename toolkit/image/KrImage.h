@@ -12,7 +12,8 @@
 /// `flippedData()`, holds the same picture with its rows in reverse order: its first row is the last row of `data()`.
 /// Neither follows the other by itself; `flippedToOrdinary` copies.
 ///
-/// Reading and writing files is for one thread at a time: the library behind it keeps process-wide settings.
+/// Files may be read and written on any thread; one after the other, as the library behind it keeps process-wide
+/// settings.
 class KrImage
 {
 public:

@@ -49,6 +49,18 @@ bool areFinite(const std::array<double, 6>& values)
 
 } // namespace
 
+void KrMassProperties::setMass(double mass)
+{
+    m_mass = mass;
+    m_isReported = false;
+}
+
+void KrMassProperties::setCenterOfMass(const KrVector& center)
+{
+    m_centerOfMass = center;
+    m_isReported = false;
+}
+
 std::array<double, 6> KrMassProperties::inertia() const
 {
     std::array<double, 6> result = {};
@@ -60,6 +72,7 @@ std::array<double, 6> KrMassProperties::inertia() const
 void KrMassProperties::setInertia(const std::array<double, 6>& inertia)
 {
     m_inertia.values().assign(inertia.begin(), inertia.end());
+    m_isReported = false;
 }
 
 std::string KrMassProperties::whyImpossible() const
@@ -101,9 +114,12 @@ bool KrMassProperties::fillEllipsoid(const std::string& linkName, KrEllipsoid& e
     }
     const std::string reason = whyImpossible();
     if (!reason.empty()) {
-        Kr::Print::instance()->write(Kr::Print::Warning,
-                                     "KrMassProperties::fillEllipsoid - link \"%s\": no body is like that, %s.\n",
-                                     linkName.c_str(), reason.c_str());
+        if (!m_isReported) {
+            Kr::Print::instance()->write(Kr::Print::Warning,
+                                         "KrMassProperties::fillEllipsoid - link \"%s\": no body is like that, %s.\n",
+                                         linkName.c_str(), reason.c_str());
+        }
+        m_isReported = true;
         return false;
     }
 
@@ -135,6 +151,7 @@ void KrMassProperties::registerComponents()
 
 bool KrMassProperties::validate(KrXmlReader& reader) const
 {
+    m_isReported = false;
     // Values that no body has are kept: they cost the ellipsoid, not the file.
     if (m_inertia.size() != 6) {
         return reader.fail("an inertia is six numbers (Ixx Iyy Izz Ixy Ixz Iyz), not %u", m_inertia.size());

@@ -16,9 +16,9 @@ class KrMassProperties : public KrXmlObjectOf<KrMassProperties, KrXmlCompoundTyp
 {
 public:
     double mass() const { return m_mass; } ///< kg
-    void setMass(double mass) { m_mass = mass; }
+    void setMass(double mass);
     const KrVector& centerOfMass() const { return m_centerOfMass; } ///< m
-    void setCenterOfMass(const KrVector& center) { m_centerOfMass = center; }
+    void setCenterOfMass(const KrVector& center);
     /// Ixx, Iyy, Izz, Ixy, Ixz, Iyz about the centre of mass, along the axes of the DH frame, kg m^2. The products
     /// are the tensor's elements as they stand in it (Ixy = -integral of x y dm).
     std::array<double, 6> inertia() const;
@@ -35,7 +35,8 @@ public:
     /// @param linkName      for the message
     /// @param ellipsoid     empty when there is none
     /// @param principalAxes centre of mass and principal axes, in the DH frame
-    /// @return false when no mass is given (silently) or no body can have these values (after one message)
+    /// @return false when no mass is given (silently) or no body can have these values (after one message, which is not
+    ///         repeated before the values have been set anew; copies of a body that was told of stay silent, too)
     bool fillEllipsoid(const std::string& linkName, KrEllipsoid& ellipsoid,
                        KrCoordinateSystemTransformation& principalAxes) const;
 
@@ -49,4 +50,5 @@ private:
     KrXmlBasicType<double> m_mass = 0.0;
     KrXmlVector m_centerOfMass;
     KrXmlVectorType<double> m_inertia{std::vector<double>(6, 0.0)}; ///< always six
+    mutable bool m_isReported = false;                              ///< the message is out; not written
 };

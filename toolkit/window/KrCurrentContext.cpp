@@ -41,6 +41,13 @@ void KrCurrentContext::restore() const
         eglMakeCurrent(m_eglDisplay, m_eglDraw, m_eglRead, m_eglContext);
 }
 
+bool KrCurrentContext::isStillCurrent() const
+{
+    const KrCurrentContext now;
+    return now.m_eglContext == m_eglContext && now.m_eglDraw == m_eglDraw && now.m_eglRead == m_eglRead &&
+           now.m_glxContext == m_glxContext && now.m_glxDraw == m_glxDraw && now.m_glxRead == m_glxRead;
+}
+
 void KrCurrentContext::leaveEgl()
 {
     if (eglGetCurrentContext() != EGL_NO_CONTEXT)

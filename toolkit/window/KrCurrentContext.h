@@ -14,6 +14,8 @@ public:
 
     /// Makes the remembered context, with its surfaces, current again; nothing is current after it when nothing was.
     void restore() const;
+    /// True when the remembered context, with its surfaces, is the current one; also when there was none and is none.
+    bool isStillCurrent() const;
 
     bool isEgl(EGLContext context) const { return m_eglContext != EGL_NO_CONTEXT && m_eglContext == context; }
     /// @param context a GLXContext

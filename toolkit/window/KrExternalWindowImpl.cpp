@@ -6,6 +6,7 @@
 #include <GL/glext.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -52,6 +53,13 @@ std::string unfitness()
     return profile & GL_CONTEXT_CORE_PROFILE_BIT ? "the current context has the core profile" : std::string();
 }
 
+bool hasFramebuffers()
+{
+    const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+    const auto* extensions = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
+    return (version && std::atoi(version) >= 3) || (extensions && std::strstr(extensions, "GL_ARB_framebuffer_object"));
+}
+
 GLuint createTexture()
 {
     GLint bound = 0;
@@ -96,6 +104,7 @@ bool KrExternalWindowImpl::open(const Settings& settings, KrWindowImpl* share, K
         GLboolean stereo = GL_FALSE;
         glGetBooleanv(GL_STEREO, &stereo);
         m_stereo = stereo == GL_TRUE;
+        m_hasFramebuffers = hasFramebuffers();
         m_width = settings.width;
         m_height = settings.height;
     }
@@ -185,7 +194,14 @@ bool KrExternalWindowImpl::isStereoSupported() const
 
 unsigned int KrExternalWindowImpl::defaultFramebuffer() const
 {
-    return m_open ? call(m_callbacks.defaultFramebuffer, 0u, 0u) : 0;
+    if (!m_open)
+        return 0;
+    if (m_callbacks.defaultFramebuffer)
+        return call(m_callbacks.defaultFramebuffer, 0u, 0u);
+    GLint bound = 0;
+    if (m_hasFramebuffers)
+        glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &bound);
+    return static_cast<unsigned int>(bound);
 }
 
 void KrExternalWindowImpl::size(unsigned int& width, unsigned int& height) const

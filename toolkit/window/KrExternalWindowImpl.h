@@ -11,11 +11,12 @@ class KrExternalWindowImpl : public KrWindowImpl
 public:
     struct Callbacks
     {
-        std::function<bool()> makeCurrent;                ///< empty: the client's context is always current
-        std::function<void()> doneCurrent;                ///< empty: nothing is released
-        std::function<bool()> isCurrent;                  ///< empty: taken as true
-        std::function<void()> swapBuffers;                ///< empty: the client swaps by itself
-        std::function<unsigned int()> defaultFramebuffer; ///< empty: 0; asked before every frame
+        std::function<bool()> makeCurrent; ///< empty: the client's context is always current
+        std::function<void()> doneCurrent; ///< empty: nothing is released
+        std::function<bool()> isCurrent;   ///< empty: taken as true
+        std::function<void()> swapBuffers; ///< empty: the client swaps by itself
+        /// Asked before every frame; empty: the one that is bound then.
+        std::function<unsigned int()> defaultFramebuffer;
     };
 
     explicit KrExternalWindowImpl(Callbacks callbacks);
@@ -37,6 +38,7 @@ public:
     bool setTopMost(bool topMost) override;
     bool setTitle(const std::string& name) override;
     bool isStereoSupported() const override;
+    /// Its context is current.
     unsigned int defaultFramebuffer() const override;
     void size(unsigned int& width, unsigned int& height) const override;
 
@@ -46,6 +48,7 @@ private:
     Callbacks m_callbacks;
     bool m_open = false;
     bool m_stereo = false;
+    bool m_hasFramebuffers = false; ///< framebuffer objects, as from OpenGL 3.0 on
     unsigned int m_width = 0;
     unsigned int m_height = 0;
 };

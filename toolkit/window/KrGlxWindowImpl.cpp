@@ -10,9 +10,12 @@
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <tuple>
 #include <utility>
@@ -152,6 +155,12 @@ struct OpenWindow
     unsigned int height = 0;
     bool isStereo = false;
     bool isCloseRequested = false;
+    bool isMinimised = false;
+    bool isListening = false; ///< somebody takes events
+    std::vector<KrWindowEvent> events;
+    std::size_t nextEvent = 0;
+    KrWindowEvent lastPress;
+    Time lastPressTime = 0;
 
     ~OpenWindow() { destroy(); }
 
@@ -215,7 +224,14 @@ struct OpenWindow
     bool setTopMost(bool topMost, bool isMapped) const;
     bool show() const;
     bool resizeWindow(unsigned int pixelWidth, unsigned int pixelHeight) const;
+    void listen();
     void readEvents();
+    void readEvent(XEvent& event);
+    void tell(const KrWindowEvent& event);
+    void tellResize(const XConfigureEvent& event);
+    void tellKey(XKeyEvent& event);
+    void tellButton(const XButtonEvent& event);
+    void tellMotion(const XMotionEvent& event);
 };
 
 bool OpenWindow::createWindow(const KrWindowImpl::Settings& settings)
@@ -312,19 +328,157 @@ bool OpenWindow::resizeWindow(unsigned int pixelWidth, unsigned int pixelHeight)
     return false;
 }
 
+void OpenWindow::listen()
+{
+    if (isListening)
+        return;
+    isListening = true;
+    const KrXErrorTrap trap(display()); // another client may have the buttons; the rest is told all the same
+    XSelectInput(display(), window.get(),
+                 StructureNotifyMask | ExposureMask | KeyPressMask | KeyReleaseMask | PointerMotionMask);
+    XSelectInput(display(), window.get(),
+                 StructureNotifyMask | ExposureMask | KeyPressMask | KeyReleaseMask | PointerMotionMask |
+                     ButtonPressMask | ButtonReleaseMask);
+}
+
 void OpenWindow::readEvents()
 {
+    if (connection->isLost())
+        return;
     Window own = window.get();
     XEvent event;
-    while (XCheckIfEvent(display(), &event, isForWindow, reinterpret_cast<XPointer>(&own))) {
-        if (event.type == ConfigureNotify && !pbuffer) {
-            width = static_cast<unsigned int>(event.xconfigure.width);
-            height = static_cast<unsigned int>(event.xconfigure.height);
-        } else if (event.type == ClientMessage &&
-                   static_cast<Atom>(event.xclient.data.l[0]) == atom("WM_DELETE_WINDOW")) {
+    while (XCheckIfEvent(display(), &event, isForWindow, reinterpret_cast<XPointer>(&own)))
+        readEvent(event);
+}
+
+void OpenWindow::readEvent(XEvent& event)
+{
+    switch (event.type) {
+    case MappingNotify:
+        XRefreshKeyboardMapping(&event.xmapping);
+        break;
+    case ConfigureNotify:
+        if (!pbuffer)
+            tellResize(event.xconfigure);
+        break;
+    case MapNotify:
+    case UnmapNotify:
+        isMinimised = event.type == UnmapNotify && !pbuffer;
+        break;
+    case ClientMessage:
+        if (static_cast<Atom>(event.xclient.data.l[0]) == atom("WM_DELETE_WINDOW")) {
             isCloseRequested = true;
+            KrWindowEvent told;
+            told.kind = KrWindowEvent::Kind::CloseAsked;
+            tell(told);
         }
+        break;
+    case Expose:
+        if (event.xexpose.count == 0)
+            tell(KrWindowEvent());
+        break;
+    case KeyPress:
+    case KeyRelease:
+        tellKey(event.xkey);
+        break;
+    case ButtonPress:
+    case ButtonRelease:
+        tellButton(event.xbutton);
+        break;
+    case MotionNotify:
+        tellMotion(event.xmotion);
+        break;
+    default:
+        break;
     }
+}
+
+/// Motions and sizes are told once for all that came together.
+void OpenWindow::tell(const KrWindowEvent& event)
+{
+    using Kind = KrWindowEvent::Kind;
+    if (!isListening)
+        return;
+    const bool isState = event.kind == Kind::Motion || event.kind == Kind::Resized || event.kind == Kind::Exposed;
+    if (isState && nextEvent < events.size() && events.back().kind == event.kind)
+        events.back() = event;
+    else
+        events.push_back(event);
+}
+
+void OpenWindow::tellResize(const XConfigureEvent& event)
+{
+    const auto newWidth = static_cast<unsigned int>(event.width);
+    const auto newHeight = static_cast<unsigned int>(event.height);
+    if (newWidth == width && newHeight == height)
+        return; // moved only
+    width = newWidth;
+    height = newHeight;
+    KrWindowEvent told;
+    told.kind = KrWindowEvent::Kind::Resized;
+    told.width = width;
+    told.height = height;
+    tell(told);
+}
+
+std::uint32_t modifiersOf(unsigned int state)
+{
+    return (state & ShiftMask ? KrWindowEvent::Shift : 0u) | (state & ControlMask ? KrWindowEvent::Control : 0u) |
+           (state & Mod1Mask ? KrWindowEvent::Alt : 0u);
+}
+
+void OpenWindow::tellKey(XKeyEvent& event)
+{
+    KeySym symbol = NoSymbol;
+    XLookupString(&event, nullptr, 0, &symbol, nullptr); // heeds Shift, Lock and NumLock
+    KrWindowEvent told;
+    told.kind = event.type == KeyPress ? KrWindowEvent::Kind::KeyDown : KrWindowEvent::Kind::KeyUp;
+    told.x = event.x;
+    told.y = event.y;
+    told.modifiers = modifiersOf(event.state);
+    told.key = static_cast<std::uint32_t>(symbol);
+    tell(told);
+}
+
+constexpr Time kDoubleClickMs = 400;
+constexpr int kDoubleClickPixels = 4;
+
+void OpenWindow::tellButton(const XButtonEvent& event)
+{
+    KrWindowEvent told;
+    told.kind = event.type == ButtonPress ? KrWindowEvent::Kind::ButtonDown : KrWindowEvent::Kind::ButtonUp;
+    told.x = event.x;
+    told.y = event.y;
+    told.modifiers = modifiersOf(event.state);
+    if (event.button == Button4 || event.button == Button5) { // X's wheel is a pair of buttons
+        told.kind = KrWindowEvent::Kind::Wheel;
+        told.wheel = event.button == Button4 ? 1 : -1;
+        if (event.type == ButtonPress)
+            tell(told);
+        return;
+    }
+    if (event.button > Button3)
+        return;
+    told.button = event.button;
+    if (event.type == ButtonPress) {
+        told.isDoubleClick = lastPress.button == told.button && !lastPress.isDoubleClick &&
+                             event.time - lastPressTime <= kDoubleClickMs &&
+                             std::abs(told.x - lastPress.x) <= kDoubleClickPixels &&
+                             std::abs(told.y - lastPress.y) <= kDoubleClickPixels;
+        lastPress = told;
+        lastPressTime = event.time;
+    }
+    tell(told);
+}
+
+void OpenWindow::tellMotion(const XMotionEvent& event)
+{
+    KrWindowEvent told;
+    told.kind = KrWindowEvent::Kind::Motion;
+    told.x = event.x;
+    told.y = event.y;
+    told.modifiers = modifiersOf(event.state);
+    tell(told);
 }
 
 using UniqueOpenWindow = std::unique_ptr<OpenWindow>;
@@ -541,9 +695,10 @@ bool KrGlxWindowImpl::setSize(unsigned int width, unsigned int height)
         !KrCurrentContext::canDraw(width, height))
         return false;
     OpenWindow& open = *m_private->open;
-    open.readEvents();
+    // First as the client knows it: a size that the user chose a moment ago must not be fought.
     if (width == open.width && height == open.height)
         return true;
+    open.readEvents();
     if (open.pbuffer) {
         OwnedPbuffer pbuffer = open.createPbuffer(width, height);
         if (!pbuffer || !open.moveTo(std::move(pbuffer)))
@@ -618,4 +773,61 @@ void KrGlxWindowImpl::size(unsigned int& width, unsigned int& height) const
 bool KrGlxWindowImpl::isCloseRequested() const
 {
     return isOpen() && m_private->open->isCloseRequested;
+}
+
+bool KrGlxWindowImpl::isMinimised() const
+{
+    return isOpen() && m_private->open->isMinimised;
+}
+
+bool KrGlxWindowImpl::isLost() const
+{
+    return isOpen() && m_private->open->connection->isLost();
+}
+
+bool KrGlxWindowImpl::minimise()
+{
+    if (!isOpen() || isLost() || m_private->open->pbuffer)
+        return false;
+    Display* display = m_private->open->display();
+    KrXErrorTrap trap(display);
+    return XIconifyWindow(display, m_private->open->window.get(), DefaultScreen(display)) != 0 && trap.isClean();
+}
+
+bool KrGlxWindowImpl::nextEvent(KrWindowEvent& event)
+{
+    if (!isOpen())
+        return false;
+    OpenWindow& open = *m_private->open;
+    open.listen();
+    if (open.nextEvent == open.events.size()) {
+        open.events.clear(); // keeps its memory
+        open.nextEvent = 0;
+        open.readEvents();
+    }
+    if (open.nextEvent == open.events.size())
+        return false;
+    event = open.events[open.nextEvent++];
+    return true;
+}
+
+bool KrGlxWindowImpl::waitForEvent(double seconds)
+{
+    using Clock = std::chrono::steady_clock;
+    if (!isOpen())
+        return false;
+    OpenWindow& open = *m_private->open;
+    open.listen();
+    const Clock::time_point end = Clock::now() + std::chrono::microseconds(std::llround(1e6 * seconds));
+    while (!isLost()) {
+        // Events of other windows on the connection stay in Xlib's queue: only what is new on the wire wakes.
+        open.readEvents();
+        if (open.nextEvent < open.events.size())
+            return true;
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+        pollfd wire = {ConnectionNumber(open.display()), POLLIN, 0};
+        if (left < 0 || poll(&wire, 1, static_cast<int>(left)) <= 0)
+            return false;
+    }
+    return false;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <toolkit/window/KrWindowEvent.h>
 #include <toolkit/window/KrWindowImpl.h>
 
 #include <memory>
@@ -37,6 +38,21 @@ public:
     /// True once the user has asked the window manager to close the window, which stays open for that; as of the last
     /// `swapBuffers`.
     bool isCloseRequested() const;
+
+    /// The oldest event that was not taken yet; false when there is none. The first call begins to listen to mouse and
+    /// keys; whoever listens goes on taking events.
+    bool nextEvent(KrWindowEvent& event);
+    /// Sleeps until there is an event to take.
+    /// @param seconds  at most this long, in [0, 1e6]
+    /// @return false when there is none: the time is over, a signal came, or the server is gone
+    bool waitForEvent(double seconds);
+    /// Asks the window manager to put the window away; without one nothing happens. False for a hidden window.
+    bool minimise();
+    /// True while the window manager keeps the window from the screen; it can be drawn and read all the same. As of the
+    /// last event that was looked for.
+    bool isMinimised() const;
+    /// True once the X server has gone.
+    bool isLost() const;
 
 private:
     struct Private;

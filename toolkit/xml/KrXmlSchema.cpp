@@ -109,6 +109,26 @@ void KrXmlSchema::list(TextType type)
                      "\"/></xs:simpleType>\n";
 }
 
+void KrXmlSchema::numbersOrBytes()
+{
+    const std::string textName = m_currentName + "-text";
+    m_definitions += "<xs:simpleType name=\"" + textName +
+                     "\"><xs:union memberTypes=\"xs:base64Binary\"><xs:simpleType><xs:list itemType=\"" +
+                     typeText(TextType::Real) + "\"/></xs:simpleType></xs:union></xs:simpleType>\n";
+    std::string attributes = "<xs:attribute name=\"file\" type=\"xs:string\"/>";
+    for (const auto& [name, values] : {std::pair("encoding", std::vector<const char*>{"base64"}),
+                                       std::pair("type", std::vector<const char*>{"float32", "float64"})}) {
+        attributes +=
+            std::string("<xs:attribute name=\"") + name + "\"><xs:simpleType><xs:restriction base=\"xs:string\">";
+        for (const char* const value : values) {
+            attributes += std::string("<xs:enumeration value=\"") + value + "\"/>";
+        }
+        attributes += "</xs:restriction></xs:simpleType></xs:attribute>";
+    }
+    complexType("<xs:simpleContent><xs:extension base=\"" + ours(textName) + "\">" + attributes +
+                "</xs:extension></xs:simpleContent>");
+}
+
 void KrXmlSchema::childrenInAnyOrder(const std::vector<Child>& children)
 {
     const bool isOurs =

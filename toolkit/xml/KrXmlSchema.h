@@ -62,6 +62,9 @@ public:
     void text(TextType type);
     /// Values of that type, separated by white space.
     void list(TextType type);
+    /// Numbers separated by white space; with an attribute "encoding" (base64) or "file", and "type" (float32,
+    /// float64), bytes in base64 or nothing.
+    void numbersOrBytes();
     void childrenInAnyOrder(const std::vector<Child>& children);
     /// Any number of elements `token` with the content of `prototype`.
     void repeated(const KrXmlToken& token, const KrXmlObject& prototype);

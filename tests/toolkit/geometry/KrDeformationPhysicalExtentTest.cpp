@@ -108,7 +108,8 @@ TEST(KrDeformationPhysicalExtent, BlendsPosesAndTellsEveryOnlookerWhatChanged)
     Extent other = box();
     other = extent;
     extent = other;
-    EXPECT_EQ(extent.changesSince(cut), unsigned(Extent::VerticesMoved | Extent::CutChanged)) << "assigned to";
+    EXPECT_EQ(extent.changesSince(cut), unsigned(Extent::VerticesMoved | Extent::CutChanged | Extent::StrokesChanged))
+        << "assigned to";
 }
 
 TEST(KrDeformationPhysicalExtent, APlaneCutsAsSeenAndThePiecesGoOnDeforming)

@@ -1,0 +1,202 @@
+#include "KrAppView.h"
+
+#include "KrAppFailure.h"
+#include "KrAppInterrupt.h"
+#include "KrAppMessages.h"
+#include "KrAppOptions.h"
+#include "KrAppRobot.h"
+#include "KrAppScene.h"
+
+#include <rendCore/KrOrbitInputHandler.h>
+#include <rendCore/KrWindowInput.h>
+#include <toolkit/system/KrPoseDriver.h>
+#include <toolkit/window/KrGlxWindowImpl.h>
+
+#include <osgGA/GUIEventHandler>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+
+namespace
+{
+
+constexpr double kIdleSeconds = 1.0; // a signal that comes just before the wait is noticed after it
+
+/// Which state is due: time that runs, or stands still.
+class Player
+{
+public:
+    Player(std::size_t numStates, double framesPerSecond)
+        : m_numStates(numStates)
+        , m_framesPerSecond(framesPerSecond)
+        , m_isRunning(numStates > 1)
+    {
+    }
+
+    bool isRunning() const { return m_isRunning; }
+    bool hasMotion() const { return m_numStates > 1; }
+    void toggle()
+    {
+        m_played = played();
+        m_start = Clock::now();
+        m_isRunning = !m_isRunning && hasMotion();
+    }
+    std::size_t state() const
+    {
+        return static_cast<std::size_t>(std::fmod(played() * m_framesPerSecond, static_cast<double>(m_numStates)));
+    }
+    /// Until the next state is due.
+    double secondsToNext() const
+    {
+        const double frames = played() * m_framesPerSecond;
+        return m_isRunning ? (std::floor(frames) + 1.0 - frames) / m_framesPerSecond : kIdleSeconds;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    double played() const
+    {
+        return m_played + (m_isRunning ? std::chrono::duration<double>(Clock::now() - m_start).count() : 0.0);
+    }
+
+    std::size_t m_numStates;
+    double m_framesPerSecond;
+    bool m_isRunning;
+    double m_played = 0.0; ///< s, before m_start
+    Clock::time_point m_start = Clock::now();
+};
+
+} // namespace
+
+/// The program's own keys; they come before those of the camera.
+class KrAppView::Keys : public osgGA::GUIEventHandler
+{
+public:
+    Keys(KrRenderWindow& window, Player& player)
+        : m_window(window)
+        , m_player(player)
+    {
+    }
+
+    bool isDone() const { return m_isDone; }
+
+    using osgGA::GUIEventHandler::handle;
+    bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter&) override
+    {
+        if (event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN) {
+            return false;
+        }
+        switch (event.getKey()) {
+        case osgGA::GUIEventAdapter::KEY_Escape:
+        case 'q':
+            m_isDone = true;
+            return true;
+        case 'a':
+            return toggle(KrRenderTypes::LinkAxes);
+        case 'v':
+            return toggle(KrRenderTypes::BoundingVolumes);
+        case 'm':
+            return toggle(KrRenderTypes::MassProperties);
+        case 'w':
+            m_window.setViewerAttribute(KrSGWindow::Wireframe,
+                                        (m_window.viewerAttribute() & KrSGWindow::Wireframe) == 0);
+            m_window.updateScene(); // for this frame, which has begun
+            return true;
+        case ' ':
+        case 'p':
+            m_player.toggle();
+            return m_player.hasMotion(); // else the space bar is the camera's
+        default:
+            return false;
+        }
+    }
+
+private:
+    bool toggle(unsigned int mask)
+    {
+        m_window.setDisplayMask(mask, !m_window.displayMask(mask), false);
+        return true;
+    }
+
+    KrRenderWindow& m_window;
+    Player& m_player;
+    bool m_isDone = false;
+};
+
+KrAppView::KrAppView(const KrAppOptions& options, KrAppMessages& messages)
+    : m_options(options)
+    , m_messages(messages)
+{
+    m_window.setName("krrender - " + options.robot);
+    m_window.setWindowSize(options.width, options.height);
+    m_window.setImpl(std::make_unique<KrGlxWindowImpl>());
+    if (!m_window.init()) {
+        std::string reason = m_messages.lastReason("it cannot be opened");
+        if (!m_window.report().attempts.empty()) {
+            const KrWindowReport::Attempt& attempt = m_window.report().attempts.back();
+            reason = attempt.outcome + (attempt.driverError.empty() ? "" : " (" + attempt.driverError + ")");
+        }
+        throw KrAppFailure(KrAppFailure::CouldNot,
+                           "--view needs a window on a display: " + reason + "; -o PICTURE draws without one");
+    }
+}
+
+std::string KrAppView::bindings()
+{
+    return std::string(KrOrbitInputHandler::bindings()) +
+           "a  v  m  w                   axes, bounding volumes, mass ellipsoids, wire frame\n"
+           "p, space with --trajectory   pause, go on\n"
+           "Escape, q                    close\n";
+}
+
+void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting,
+                    const std::vector<KrManipulatorSystemState>& states)
+{
+    // Every aid is made ready; which are seen is a matter of the mask.
+    KrAppAids all = m_options.aids;
+    all.axes = all.volumes = all.mass = true;
+    all.prepare(robot, parameters);
+    KrStatedSystem& system = robot.statedSystem();
+    KrPoseDriver poses(system.manipulatorSystem());
+    for (const KrShapeStateCacheKey& shape : poses.shapes()) {
+        system.addChangedShape(shape);
+    }
+    m_window.setStatedSystem(system, parameters);
+    if (isOwnLighting) {
+        KrAppScene::lightFromEverywhere(m_window);
+    }
+    poses.drive(states.front());
+    m_window.setState(states.front());
+    all.show(m_window);
+    m_window.setDisplayMask(KrRenderTypes::LinkAxes, m_options.aids.axes, false);
+    m_window.setDisplayMask(KrRenderTypes::BoundingVolumes, m_options.aids.volumes, false);
+    m_window.setDisplayMask(KrRenderTypes::MassProperties, m_options.aids.mass, false);
+
+    const KrAppInterrupt interrupt;
+    Player player(states.size(), m_options.framesPerSecond);
+    const osg::ref_ptr<Keys> keys = new Keys(m_window, player);
+    m_window.getViewer()->addEventHandler(keys);
+    m_window.setInputHandler(new KrOrbitInputHandler(&m_window));
+    KrWindowInput input(m_window);
+    std::size_t shown = states.size();
+    while (!keys->isDone() && !input.isCloseRequested() && !interrupt.isRequested()) {
+        bool isDue = input.take();
+        if (const std::size_t state = player.state(); state != shown) {
+            poses.drive(states[state]);
+            m_window.setState(states[state]);
+            shown = state;
+            isDue = true;
+        }
+        if (isDue && !m_window.renderScene(true)) {
+            throw KrAppFailure(KrAppFailure::CouldNot, "the window cannot be drawn any more: " +
+                                                           m_messages.lastReason("the driver gives no reason"));
+        }
+        if (!keys->isDone()) {
+            input.wait(player.secondsToNext());
+        }
+    }
+}

@@ -1,0 +1,202 @@
+// What it costs to get every frame into memory: one capture a frame against a stream of frames, in one run.
+//   krStreamBenchmark compare SYSTEM [FRAMES [WIDTH HEIGHT]]   frames per second of both ways, allocations a frame
+//   krStreamBenchmark long SYSTEM [FRAMES]                     a tiny picture, streamed to a writing thread as krrender
+//                                                              does, and the memory held on the way
+#include "KrBenchAllocations.h"
+#include "KrBenchMeasure.h"
+
+#include <KrAppFailure.h>
+#include <KrAppFrameWriter.h>
+#include <KrAppFraming.h>
+#include <KrAppMessages.h>
+#include <KrAppOptions.h>
+#include <KrAppRobot.h>
+#include <rendCore/KrFrameStream.h>
+#include <rendCore/KrRenderWindow.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+namespace
+{
+
+constexpr unsigned int kRounds = 5;
+constexpr std::size_t kSettledAfter = 1000; // frames
+
+struct Options
+{
+    std::string mode;
+    std::string system;
+    unsigned int frames = 0;
+    unsigned int width = 640;
+    unsigned int height = 480;
+};
+
+bool parse(int argc, char** argv, Options& options)
+{
+    if (argc != 3 && argc != 4 && argc != 6) {
+        return false;
+    }
+    options.mode = argv[1];
+    options.system = argv[2];
+    const bool isLong = options.mode == "long";
+    const auto number = [argv](int i) { return static_cast<unsigned int>(std::max(0, std::atoi(argv[i]))); };
+    options.frames = argc > 3 ? number(3) : isLong ? 100000 : 60;
+    options.width = argc > 5 ? number(4) : isLong ? 32 : options.width;
+    options.height = argc > 5 ? number(5) : isLong ? 24 : options.height;
+    return (isLong ? options.frames > kSettledAfter : options.mode == "compare" && options.frames > 0) &&
+           options.width > 0 && options.height > 0;
+}
+
+void open(const Options& options, const KrStatedSystem& system, KrRenderWindow& window)
+{
+    KrAppFraming framing({0.6, -0.7, 0.4}, {0.0, 0.0, 1.0}, 0.52, double(options.width) / options.height);
+    framing.add(system.manipulatorSystem(), system.systemState());
+    KrVisualizationParameters parameters;
+    parameters.setPovParameters(framing.pov());
+    window.setHideWindow(true);
+    window.setWindowSize(options.width, options.height);
+    if (!window.init()) {
+        throw KrAppFailure(KrAppFailure::CouldNot, "no OpenGL context to draw with");
+    }
+    window.setStatedSystem(system, parameters);
+}
+
+/// Frames per second, and allocations a frame: with `new`, and all.
+struct Figures
+{
+    double rate = 0.0;
+    double withNew = 0.0;
+    double withMalloc = 0.0;
+};
+
+/// @param end  completes what is on its way; its time counts
+template <typename Draw, typename End>
+Figures measure(unsigned int frames, const Draw& draw, const End& end)
+{
+    for (unsigned int i = 0; i < 5; ++i) {
+        draw();
+    }
+    end();
+    const KrBenchAllocations before = KrBenchAllocations::now();
+    const double start = KrBenchMeasure::wallSeconds();
+    for (unsigned int i = 0; i < frames; ++i) {
+        draw();
+    }
+    end();
+    const double seconds = KrBenchMeasure::wallSeconds() - start;
+    const KrBenchAllocations made = KrBenchAllocations::now() - before;
+    return {frames / seconds, double(made.withNew) / frames, double(made.withMalloc) / frames};
+}
+
+/// The round of the middle rate.
+Figures middle(std::array<Figures, kRounds>& rounds)
+{
+    std::sort(rounds.begin(), rounds.end(), [](const Figures& a, const Figures& b) { return a.rate < b.rate; });
+    return rounds[kRounds / 2];
+}
+
+void print(const char* way, const Figures& figures)
+{
+    std::printf("%-10s %9.1f frames/s %7.1f allocations with new, %7.1f in all, a frame\n", way, figures.rate,
+                figures.withNew, figures.withMalloc);
+}
+
+/// Both ways take turns, so that a machine that becomes busier treats them alike.
+void compare(const Options& options, KrRenderWindow& window)
+{
+    KrImage image;
+    std::array<Figures, kRounds> drawn, captured, streamed;
+    for (unsigned int round = 0; round < kRounds; ++round) {
+        drawn[round] = measure(
+            options.frames, [&] { window.renderScene(true); }, [] {});
+        captured[round] = measure(
+            options.frames, [&] { window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor); }, [] {});
+        const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
+        std::size_t received = 0;
+        stream->setReceiver([&received](const KrFrameStream::Frame&) { ++received; });
+        window.setDrawCallback(stream);
+        streamed[round] = measure(
+            options.frames, [&] { window.renderScene(true); }, [&] { stream->flush(); });
+        window.setDrawCallback(nullptr);
+        if (received != options.frames + 5) {
+            throw KrAppFailure(KrAppFailure::CouldNot, "the stream lost frames");
+        }
+    }
+    print("drawn", middle(drawn));
+    print("captured", middle(captured));
+    print("streamed", middle(streamed));
+    std::printf("streamed : captured %.2f\n", middle(streamed).rate / middle(captured).rate);
+}
+
+long residentKiB()
+{
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word && word != "VmRSS:") {
+    }
+    long value = 0;
+    status >> value;
+    return value;
+}
+
+void drawLong(const Options& options, KrRenderWindow& window)
+{
+    std::ofstream sink("/dev/null", std::ios::binary);
+    KrAppFrameWriter writer(1, [&sink](const KrImage& picture, std::size_t) {
+        sink.write(reinterpret_cast<const char*>(picture.data()), static_cast<std::streamsize>(picture.sizeInBytes()));
+    });
+    const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
+    stream->setLender([&](const KrFrameStream::Frame& frame) { return writer.lend(frame.width, frame.height); });
+    stream->setReceiver([&](const KrFrameStream::Frame&) { writer.submit(); });
+    window.setDrawCallback(stream);
+    long settled = 0;
+    for (unsigned int i = 1; i <= options.frames; ++i) {
+        window.renderScene(true);
+        if (i == kSettledAfter || (i > kSettledAfter && i % (options.frames / 5) == 0)) {
+            settled = i == kSettledAfter ? residentKiB() : settled;
+            std::printf("%8u frames: %ld KiB resident\n", i, residentKiB());
+            std::fflush(stdout);
+        }
+    }
+    stream->flush();
+    writer.finish();
+    window.setDrawCallback(nullptr);
+    std::printf("%zu frames written, %+ld KiB since frame %zu\n", writer.numWritten(), residentKiB() - settled,
+                kSettledAfter);
+    if (writer.numWritten() != options.frames) {
+        throw KrAppFailure(KrAppFailure::CouldNot, "the stream lost frames");
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    if (!parse(argc, argv, options)) {
+        std::fprintf(stderr,
+                     "usage: %s compare SYSTEM [FRAMES [WIDTH HEIGHT]]\n       %s long SYSTEM [FRAMES above %zu]\n",
+                     argv[0], argv[0], kSettledAfter);
+        return KrAppFailure::WrongUsage;
+    }
+    try {
+        KrAppMessages messages;
+        KrAppOptions load;
+        load.robot = options.system;
+        KrAppRobot robot;
+        robot.read(load, messages);
+        KrRenderWindow window;
+        open(options, robot.statedSystem(), window);
+        std::printf("%u x %u pixels, %s\n", options.width, options.height, window.report().renderer.c_str());
+        options.mode == "long" ? drawLong(options, window) : compare(options, window);
+        return 0;
+    } catch (const KrAppFailure& failure) {
+        std::fprintf(stderr, "krStreamBenchmark: %s\n", failure.what());
+        return failure.status();
+    }
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <rendCore/KrContextRestorer.h>
+
+#include <toolkit/window/KrExternalWindowImpl.h>
+
+#include <optional>
+
+/// A frame that a window draws in its client's context: when it goes, what was current before it is current again.
+///
+/// Nothing for a window with a context of the library's own. For use inside the library.
+class KrGuestFrame
+{
+public:
+    explicit KrGuestFrame(KrWindow& window)
+        : m_window(window)
+    {
+        if (dynamic_cast<KrExternalWindowImpl*>(window.getImpl())) {
+            m_restorer.emplace(&window);
+        }
+    }
+    KrGuestFrame(const KrGuestFrame&) = delete;
+    KrGuestFrame& operator=(const KrGuestFrame&) = delete;
+    ~KrGuestFrame()
+    {
+        KrWindowImpl* const impl = m_window.getImpl();
+        if (m_restorer && impl && !m_before.isStillCurrent()) {
+            impl->releaseCurrent(); // the client keeps a record of its own
+        }
+    }
+
+private:
+    KrWindow& m_window;
+    std::optional<KrContextRestorer> m_restorer;
+    KrCurrentContext m_before;
+};

@@ -1,0 +1,127 @@
+#include <rendCore/KrWindowInput.h>
+
+#include <rendCore/KrSGWindow.h>
+
+#include <toolkit/window/KrGlxWindowImpl.h>
+
+#include <osg/Timer>
+#include <osgGA/EventQueue>
+#include <osgGA/GUIEventAdapter>
+#include <osgViewer/Viewer>
+
+#include <algorithm>
+
+namespace
+{
+
+using Kind = KrWindowEvent::Kind;
+using Adapter = osgGA::GUIEventAdapter;
+
+osgGA::EventQueue* queueOf(const KrSGWindow& window)
+{
+    osgViewer::Viewer* const viewer = window.getViewer();
+    auto* const context =
+        viewer ? dynamic_cast<osgViewer::GraphicsWindow*>(viewer->getCamera()->getGraphicsContext()) : nullptr;
+    return context ? context->getEventQueue() : nullptr;
+}
+
+int modifierMask(const KrWindowEvent& event)
+{
+    int mask = 0;
+    mask |= event.modifiers & KrWindowEvent::Shift ? int(Adapter::MODKEY_LEFT_SHIFT) : 0;
+    mask |= event.modifiers & KrWindowEvent::Control ? int(Adapter::MODKEY_LEFT_CTRL) : 0;
+    mask |= event.modifiers & KrWindowEvent::Alt ? int(Adapter::MODKEY_LEFT_ALT) : 0;
+    return mask;
+}
+
+/// @param time  on the viewer's clock, s: it takes no event of the future
+void enqueue(const KrWindowEvent& event, osgGA::EventQueue& queue, double time)
+{
+    const auto x = static_cast<float>(event.x);
+    const auto y = static_cast<float>(event.y);
+    queue.getCurrentEventState()->setModKeyMask(static_cast<unsigned int>(modifierMask(event)));
+    switch (event.kind) {
+    case Kind::KeyDown:
+        queue.keyPress(static_cast<int>(event.key), time);
+        break;
+    case Kind::KeyUp:
+        queue.keyRelease(static_cast<int>(event.key), time);
+        break;
+    case Kind::ButtonDown:
+        if (event.isDoubleClick) {
+            queue.mouseDoubleButtonPress(x, y, event.button, time);
+        } else {
+            queue.mouseButtonPress(x, y, event.button, time);
+        }
+        break;
+    case Kind::ButtonUp:
+        queue.mouseButtonRelease(x, y, event.button, time);
+        break;
+    case Kind::Motion:
+        queue.mouseMotion(x, y, time);
+        break;
+    case Kind::Wheel:
+        queue.getCurrentEventState()->setX(x);
+        queue.getCurrentEventState()->setY(y);
+        queue.mouseScroll(event.wheel > 0 ? Adapter::SCROLL_UP : Adapter::SCROLL_DOWN, time);
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace
+
+KrWindowInput::KrWindowInput(KrSGWindow& window)
+    : m_window(window)
+{
+}
+
+KrGlxWindowImpl* KrWindowInput::impl() const
+{
+    return m_window.isInitialized() ? dynamic_cast<KrGlxWindowImpl*>(m_window.getImpl()) : nullptr;
+}
+
+bool KrWindowInput::take()
+{
+    KrGlxWindowImpl* const glx = impl();
+    osgGA::EventQueue* const queue = queueOf(m_window);
+    if (!glx || !queue) {
+        return false;
+    }
+    const osg::Timer& timer = *osg::Timer::instance();
+    bool isDue = false;
+    KrWindowEvent event;
+    while (glx->nextEvent(event)) {
+        if (event.kind == Kind::Motion && !m_isHeld) {
+            queue->getCurrentEventState()->setX(static_cast<float>(event.x));
+            queue->getCurrentEventState()->setY(static_cast<float>(event.y));
+            continue;
+        }
+        if (event.kind == Kind::ButtonDown || event.kind == Kind::ButtonUp) {
+            m_isHeld = event.kind == Kind::ButtonDown;
+        }
+        enqueue(event, *queue, timer.delta_s(m_window.getViewer()->getStartTick(), timer.tick()));
+        isDue = true;
+    }
+    unsigned int width = 0;
+    unsigned int height = 0;
+    glx->size(width, height);
+    if (width != std::max(1u, m_window.windowWidth()) || height != std::max(1u, m_window.windowHeight())) {
+        m_window.setWindowSize(width, height);
+        isDue = true;
+    }
+    return isDue;
+}
+
+bool KrWindowInput::wait(double seconds)
+{
+    KrGlxWindowImpl* const glx = impl();
+    return glx && glx->waitForEvent(seconds);
+}
+
+bool KrWindowInput::isCloseRequested() const
+{
+    const KrGlxWindowImpl* const glx = impl();
+    return glx && (glx->isCloseRequested() || glx->isLost());
+}

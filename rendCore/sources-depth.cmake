@@ -1,0 +1,2 @@
+target_sources(krRendCore PRIVATE
+    KrDepthCapture.cpp KrDepthCapture.h)

@@ -1,0 +1,1 @@
+target_sources(krRendCore PRIVATE KrFrameStream.cpp KrFrameStream.h)

@@ -1,0 +1,11 @@
+# On a virtual screen where there is one; without, on DISPLAY.
+kr_add_program(KrAppViewTest SOURCES KrAppViewTest.cpp Program.h LIBRARIES PkgConfig::X11 GTest::gtest GTest::gtest_main)
+add_dependencies(KrAppViewTest krrender)
+target_compile_definitions(KrAppViewTest PRIVATE KR_RENDER="$<TARGET_FILE:krrender>")
+find_program(KR_XVFB_RUN xvfb-run DOC "Runs the tests that need an X display")
+set(kr_on_virtual_screen)
+if(KR_XVFB_RUN)
+    set(kr_on_virtual_screen ${KR_XVFB_RUN} -a -s "-screen 0 1280x1024x24")
+endif()
+add_test(NAME KrAppViewTest COMMAND ${kr_on_virtual_screen} $<TARGET_FILE:KrAppViewTest>)
+set_tests_properties(KrAppViewTest PROPERTIES LABELS render TIMEOUT 600)

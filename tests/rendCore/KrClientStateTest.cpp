@@ -1,0 +1,339 @@
+// Before all others: theirs come without the functions.
+#define GL_GLEXT_PROTOTYPES
+#include "GlStateDump.h"
+
+#include <rendCore/KrRender2DSampleTool.h>
+#include <rendCore/KrRenderWindow.h>
+
+#include <tests/support/Pictures.h>
+#include <tests/support/Systems.h>
+#include <toolkit/window/KrExternalWindowImpl.h>
+
+#include <osg/Texture2D>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace
+{
+
+constexpr unsigned int kWidth = 160;
+constexpr unsigned int kHeight = 120;
+
+/// A framebuffer object with colour and depth in the current context.
+struct Framebuffer
+{
+    Framebuffer()
+    {
+        glGenFramebuffers(1, &name);
+        glBindFramebuffer(GL_FRAMEBUFFER, name);
+        glGenRenderbuffers(3, buffers);
+        for (int i = 0; i < 3; ++i) {
+            const GLenum format = i == 2 ? GL_DEPTH_COMPONENT24 : GL_RGBA8;
+            const GLenum place = i == 2 ? GL_DEPTH_ATTACHMENT : GL_COLOR_ATTACHMENT0 + static_cast<GLenum>(i);
+            glBindRenderbuffer(GL_RENDERBUFFER, buffers[i]);
+            glRenderbufferStorage(GL_RENDERBUFFER, format, kWidth, kHeight);
+            glFramebufferRenderbuffer(GL_FRAMEBUFFER, place, GL_RENDERBUFFER, buffers[i]);
+        }
+    }
+    GLuint name = 0;
+    GLuint buffers[3] = {};
+};
+
+class KrClientStateTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        host.setWindowSize(kWidth, kHeight);
+        if (!host.init()) {
+            GTEST_SKIP() << host.report().text();
+        }
+        canvas = std::make_unique<Framebuffer>();
+        other = std::make_unique<Framebuffer>();
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        guest = std::make_unique<KrRenderWindow>();
+        guest->setImpl(std::make_unique<KrExternalWindowImpl>(callbacks()));
+        guest->setWindowSize(kWidth, kHeight);
+        prepare(*guest);
+    }
+
+    KrExternalWindowImpl::Callbacks callbacks()
+    {
+        KrExternalWindowImpl::Callbacks result;
+        result.makeCurrent = [this] { return host.makeCurrent(); };
+        result.isCurrent = [this] { return host.getImpl()->isCurrent(); };
+        result.doneCurrent = [this] { host.getImpl()->releaseCurrent(); };
+        result.defaultFramebuffer = [this] { return canvas->name; };
+        return result;
+    }
+
+    void prepare(KrRenderWindow& window)
+    {
+        window.setStatedSystem(system);
+        KrPovParameters pov;
+        pov.setEyepoint(KrVector(6.0, -5.0, 4.0));
+        pov.setCenterOfInterest(KrVector(0.5, 0.0, 0.5));
+        window.setPovParameters(pov);
+    }
+
+    static KrImage picture(KrRenderWindow& window)
+    {
+        KrImage image;
+        EXPECT_TRUE(window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
+        return image;
+    }
+
+    static bool areEqual(const KrImage& a, const KrImage& b)
+    {
+        return a.sizeInBytes() > 0 && a.sizeInBytes() == b.sizeInBytes() &&
+               std::memcmp(a.data(), b.data(), a.sizeInBytes()) == 0;
+    }
+
+    KrWindow host;
+    KrStatedSystem system = KrStatedSystem(Systems::twoBoxes());
+    std::unique_ptr<Framebuffer> canvas;
+    std::unique_ptr<Framebuffer> other;
+    std::unique_ptr<KrRenderWindow> guest;
+};
+
+TEST_F(KrClientStateTest, EveryOperationLeavesTheClientsState)
+{
+    const GlOddState odd(other->name);
+    const GlStateDump before;
+    ASSERT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    ASSERT_EQ(before.differences(GlStateDump()), "") << "the dump itself";
+    const auto check = [&before](const char* operation) {
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR)) << operation;
+        EXPECT_EQ(before.differences(GlStateDump()), "") << operation;
+    };
+    ASSERT_TRUE(guest->init());
+    check("init");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(guest->renderScene(true));
+        check("renderScene");
+    }
+    picture(*guest);
+    check("colour capture");
+    KrImage image;
+    EXPECT_TRUE(guest->renderSceneAndCaptureImage(image, KrSGWindow::CaptureDepth));
+    check("depth capture");
+    guest->setOverlayText("text", 10, 10, KrColor(1.0, 0.0, 0.0));
+    guest->setDisplayMask(KrRenderTypes::BoundingVolumes | KrRenderTypes::LinkAxes | KrRenderTypes::GlobalAxisMarker,
+                          true, false);
+    guest->setViewerAttribute(KrSGWindow::Wireframe | KrSGWindow::CullBackFaces, true);
+    EXPECT_TRUE(guest->renderScene(false));
+    check("aids, text, wireframe");
+    guest->setOffScreenRendering(true);
+    picture(*guest);
+    check("off screen");
+    guest->setOffScreenRendering(false);
+    EXPECT_TRUE(guest->renderScene(false));
+    KrImage buffer;
+    buffer.allocate(3, 0, 16, 16);
+    EXPECT_TRUE(guest->setImageBuffer(buffer, false));
+    check("image buffer");
+    guest->setWindowSize(kWidth / 2, kHeight / 2);
+    guest->setStatedSystem(system);
+    EXPECT_TRUE(guest->renderScene(false));
+    check("another size and system");
+    guest->closeWindow();
+    check("closeWindow");
+}
+
+TEST_F(KrClientStateTest, FullStacksAreNoObstacle)
+{
+    ASSERT_TRUE(guest->renderScene(false));
+    const KrImage plain = picture(*guest);
+    for (int i = 0; i < 64; ++i) {
+        glPushAttrib(GL_ALL_ATTRIB_BITS);
+        glPushClientAttrib(GL_CLIENT_ALL_ATTRIB_BITS);
+    }
+    for (const GLenum mode : {GL_MODELVIEW, GL_PROJECTION, GL_TEXTURE}) {
+        glMatrixMode(mode);
+        for (int i = 0; i < 64; ++i) {
+            glPushMatrix();
+        }
+    }
+    while (glGetError() != GL_NO_ERROR) {
+    }
+    const GlStateDump before;
+    EXPECT_TRUE(areEqual(picture(*guest), plain));
+    EXPECT_EQ(before.differences(GlStateDump()), "");
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
+TEST_F(KrClientStateTest, ThePictureIsTheSameWhateverTheClientSets)
+{
+    KrImage plain;
+    {
+        KrRenderWindow alone;
+        alone.setWindowSize(kWidth, kHeight);
+        KrStatedSystem ownSystem(Systems::twoBoxes());
+        prepare(alone);
+        alone.setStatedSystem(ownSystem);
+        plain = picture(alone);
+        alone.closeWindow();
+    }
+    ASSERT_GT(countLit(plain, {255, 255, 255}), std::size_t(500));
+    ASSERT_TRUE(host.makeCurrent());
+    prepare(*guest);
+    EXPECT_TRUE(areEqual(picture(*guest), plain));
+    {
+        const GlOddState odd(other->name);
+        EXPECT_TRUE(areEqual(picture(*guest), plain)) << "odd from the first frame";
+        odd.draw();
+        EXPECT_TRUE(areEqual(picture(*guest), plain)) << "after the client drew";
+        glBindFramebuffer(GL_FRAMEBUFFER, canvas->name);
+        glReadBuffer(GL_COLOR_ATTACHMENT1);
+        EXPECT_TRUE(areEqual(picture(*guest), plain)) << "reading elsewhere";
+        GLint readBuffer = 0;
+        glGetIntegerv(GL_READ_BUFFER, &readBuffer);
+        EXPECT_EQ(readBuffer, GL_COLOR_ATTACHMENT1);
+    }
+    guest->closeWindow();
+    const GlOddState odd(other->name);
+    guest->setStatedSystem(system);
+    prepare(*guest);
+    EXPECT_TRUE(areEqual(picture(*guest), plain)) << "opened among odd values";
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
+TEST_F(KrClientStateTest, DrawsIntoTheClientsFramebufferWithCamerasOfTheirOwn)
+{
+    const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
+    camera->setRenderOrder(osg::Camera::PRE_RENDER);
+    camera->setRenderTargetImplementation(osg::Camera::FRAME_BUFFER_OBJECT);
+    camera->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
+    camera->setViewport(0, 0, 32, 32);
+    const osg::ref_ptr<osg::Texture2D> texture = new osg::Texture2D;
+    texture->setTextureSize(32, 32);
+    texture->setInternalFormat(GL_RGBA);
+    camera->attach(osg::Camera::COLOR_BUFFER, texture);
+    ASSERT_TRUE(guest->renderScene(false));
+    guest->getNode()->addChild(camera);
+
+    const GlOddState odd(other->name);
+    const GlStateDump before;
+    for (int frame = 0; frame < 2; ++frame) {
+        const KrImage image = picture(*guest);
+        EXPECT_GT(countLit(image, {255, 255, 255}), std::size_t(500)) << frame;
+        EXPECT_EQ(before.differences(GlStateDump()), "") << frame;
+    }
+    glPixelStorei(GL_PACK_ALIGNMENT, 1);
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
+    glBindFramebuffer(GL_FRAMEBUFFER, canvas->name);
+    unsigned char pixel[3] = {1, 2, 3};
+    glReadPixels(1, 1, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, pixel);
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
+TEST_F(KrClientStateTest, WithoutACallbackItDrawsWhereTheClientDraws)
+{
+    KrExternalWindowImpl::Callbacks some = callbacks();
+    some.defaultFramebuffer = nullptr;
+    guest->setImpl(std::make_unique<KrExternalWindowImpl>(some));
+    glBindFramebuffer(GL_FRAMEBUFFER, other->name);
+    glClearColor(0.0f, 0.0f, 1.0f, 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    prepare(*guest);
+    guest->KrSGWindow::setBackgroundColor(KrColor(0.0, 1.0, 0.0));
+    ASSERT_TRUE(guest->renderScene(false));
+    ASSERT_TRUE(guest->renderScene(false));
+    GLint bound = 0;
+    glGetIntegerv(GL_FRAMEBUFFER_BINDING, &bound);
+    EXPECT_EQ(static_cast<GLuint>(bound), other->name);
+    unsigned char pixel[4] = {};
+    glReadPixels(1, 1, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, pixel);
+    EXPECT_EQ(pixel[1], 255);
+    EXPECT_EQ(pixel[2], 0);
+}
+
+TEST_F(KrClientStateTest, NoContextIsLeftSwitched)
+{
+    KrWindow second;
+    ASSERT_TRUE(second.init());
+    const auto isSecond = [&second] { return second.getImpl()->isCurrent() && KrWindow::getWindow() == &second; };
+    EXPECT_TRUE(guest->renderScene(true)) << "opens it";
+    EXPECT_TRUE(isSecond());
+    EXPECT_TRUE(guest->renderScene(true));
+    EXPECT_TRUE(isSecond());
+    picture(*guest);
+    EXPECT_TRUE(isSecond());
+    guest->setStatedSystem(system);
+    EXPECT_TRUE(isSecond());
+    guest->closeWindow();
+    EXPECT_TRUE(isSecond());
+    second.closeWindow();
+
+    ASSERT_TRUE(host.makeCurrent());
+    const GlOddState odd(other->name);
+    const GlStateDump before;
+    std::vector<std::vector<double>> map;
+    EXPECT_TRUE(KrRender2DSampleTool::get2DMap(system, KrCoordinateSystemTransformation(), 16, 16, 2.0, 2.0, 5.0, map));
+    ASSERT_TRUE(host.getImpl()->isCurrent());
+    EXPECT_EQ(before.differences(GlStateDump()), "") << "a map";
+}
+
+TEST_F(KrClientStateTest, NestedAndThrownOutFramesPutBack)
+{
+    struct Nesting : KrSGWindow::DrawCallback
+    {
+        Nesting(KrWindow& elsewhere)
+            : window(elsewhere)
+        {
+        }
+        bool postRender(osgViewer::Viewer*) override { return window.makeCurrent(); }
+        KrWindow& window;
+    };
+    KrWindow second;
+    ASSERT_TRUE(second.init());
+    ASSERT_TRUE(host.makeCurrent());
+    ASSERT_TRUE(guest->renderScene(false));
+    guest->setDrawCallback(new Nesting(second));
+    const GlOddState odd(other->name);
+    const GlStateDump before;
+    EXPECT_TRUE(guest->renderScene(false));
+    ASSERT_TRUE(host.getImpl()->isCurrent());
+    EXPECT_EQ(before.differences(GlStateDump()), "");
+}
+
+/// A measurement, printed and recorded, with a bound against accidents only.
+TEST_F(KrClientStateTest, CostsLittle)
+{
+    const auto milliseconds = [](KrRenderWindow& window) {
+        double best = 1e9;
+        for (int i = 0; i < 60; ++i) {
+            const auto begin = std::chrono::steady_clock::now();
+            window.renderScene(false);
+            glFinish();
+            const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - begin;
+            best = std::min(best, taken.count());
+        }
+        return best;
+    };
+    KrRenderWindow own;
+    own.setWindowSize(kWidth, kHeight);
+    KrStatedSystem ownSystem(Systems::twoBoxes());
+    prepare(own);
+    own.setStatedSystem(ownSystem);
+    ASSERT_TRUE(own.renderScene(false));
+    const double alone = milliseconds(own);
+    own.closeWindow();
+    ASSERT_TRUE(host.makeCurrent());
+    ASSERT_TRUE(guest->renderScene(false));
+    const double clean = milliseconds(*guest);
+    const GlOddState odd(other->name);
+    const double embedded = milliseconds(*guest);
+    std::printf("frame of %u x %u: alone %.3f ms, guest %.3f ms, guest of an odd client %.3f ms\n", kWidth, kHeight,
+                alone, clean, embedded);
+    EXPECT_LT(embedded, alone + 50.0);
+}
+
+} // namespace

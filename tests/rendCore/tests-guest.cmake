@@ -1,0 +1,1 @@
+kr_add_test(KrClientStateTest LABEL render LIBRARIES Kr::RendCore PkgConfig::GLX)

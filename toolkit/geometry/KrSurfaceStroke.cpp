@@ -1,0 +1,41 @@
+#include <toolkit/geometry/KrSurfaceStroke.h>
+
+#include <algorithm>
+#include <cmath>
+
+KrSurfaceStroke::KrSurfaceStroke(const std::vector<KrPlanarVector>& points, const KrColor& color, double radius,
+                                 double hardness)
+    : m_points(points)
+    , m_color(color)
+    , m_radius(radius)
+    , m_hardness(hardness)
+{
+}
+
+std::string KrSurfaceStroke::problem() const
+{
+    const bool areFinite = std::all_of(m_points.begin(), m_points.end(), [](const KrPlanarVector& point) {
+        return std::isfinite(point.u()) && std::isfinite(point.v());
+    });
+    if (m_points.empty() || !areFinite) {
+        return "a stroke has points, all of them finite";
+    }
+    // Written so that NaN fails too.
+    if (!(m_radius > 0.0 && std::isfinite(m_radius)) || !(m_hardness >= 0.0 && m_hardness <= 1.0)) {
+        return "a stroke has a radius above 0 and a hardness from 0 to 1";
+    }
+    return std::string();
+}
+
+KrXmlToken KrSurfaceStroke::token() const
+{
+    return {KrXmlNamespace::core(), "stroke"};
+}
+
+void KrSurfaceStroke::registerComponents()
+{
+    registerComponent({KrXmlNamespace::core(), "color"}, m_color, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "radius"}, m_radius, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "hardness"}, m_hardness, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "points"}, m_points);
+}
