@@ -1,5 +1,4 @@
-// Draws a system file from the front, the side, above and in perspective, in one picture:  multi_view SYSTEM.xml
-// PICTURE
+// Draws a system file from four sides, in one picture:  multi_view SYSTEM.xml PICTURE
 #include <rendCore/KrMultiRenderWindow.h>
 
 #include <toolkit/system/KrVisualizableStatedSystem.h>
@@ -12,8 +11,8 @@
 namespace
 {
 
-/// Looks from the direction `towardsEye`. The ball about the box fills a cone of angle a when its middle is r / sin(a /
-/// 2) away; a robot is slimmer than that ball.
+/// Looks from the direction `towardsEye`. A ball of radius r fills a cone of angle a when its middle is r / sin(a / 2)
+/// away; a robot is slimmer than the ball about it.
 KrPovParameters look(const osg::BoundingBox& box, const KrVector& towardsEye, const KrVector& up)
 {
     KrPovParameters pov;

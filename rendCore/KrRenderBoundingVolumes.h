@@ -15,11 +15,11 @@ class KrRenderBoundingVolumes
 public:
     /// Adds a switch to every link below `root` whose shape has bounding volumes; once more on every call.
     /// @param dataMap  looks of the volumes by material name; read during the call only. Volumes that the shape
-    /// computed
-    ///                 are added when it has a look for them (KrEnclosingShapes::materialName())
+    ///                 computed have a translucent look of their own (KrEnclosingShapes::look())
     static void init(osg::Node* root, const KrMaterialMap& dataMap);
 
-    /// A switch with one KrRenderShape for each bounding volume, only the last of which is on.
+    /// A switch with one KrRenderShape for each bounding volume, only the last of which is on; drawn a little
+    /// nearer than they are, so that a volume does not flicker where it touches what it encloses.
     /// @param shape  not null
     /// @param linkIndex, shapeIndex  for messages; volumes of the base link (0xFFFFFFFE) are drawn sorted by depth
     /// @return null when there is none to show

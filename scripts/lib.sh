@@ -13,7 +13,11 @@ build_packages=(
     libgl1-mesa-dri libegl-mesa0 libglx-mesa0 fonts-liberation2
 )
 # What the tests need besides:
-test_packages=(libgtest-dev ffmpeg xvfb xauth)
+# (the last line for the example of a Qt widget)
+test_packages=(
+    libgtest-dev ffmpeg xvfb xauth
+    qt6-base-dev libqt6opengl6-dev
+)
 # What the slower checks need besides:
 check_packages=(clang clang-format)
 

@@ -187,6 +187,8 @@ private:
 void showAxes(const KrRenderWindow& window)
 {
     constexpr float kWidthPart = 0.006f; // of the picture's height
+    // The window takes the length over before it has these parameters.
+    KrRenderAxis::scaleAxis(window.visualizationParameters().GUIObjectParameters().axisScale());
     osg::StateSet* const state = KrRenderAxis::linkAxis(true)->getOrCreateStateSet();
     drawLast(*state, kAxisBin);
     state->setAttributeAndModes(

@@ -185,6 +185,9 @@ void writeDepthSidecar(const KrAppOptions& options, KrAppScene& scene, const std
         frame.channels = 1;
         frame.quantity = quantity;
         frame.unit = unit;
+        if (KrAppFiles::extensionOf(path) == ".pfm") {
+            frame.rowOrder = KrFrameDescription::RowOrder::BottomRowFirst;
+        }
         KrAppSidecar::write(frame, path, messages);
     }
 }

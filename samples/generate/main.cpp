@@ -137,9 +137,9 @@ int main(int argc, char** argv)
                     {sampleTexturedRover("textures").manipulator(), sampleDesertPatch("textures").manipulator()},
                     kRoverPose, view({3.4, -3.3, 2.0}, {0.0, 0.0, 0.40})) &&
         writeSystem(folder + "/hose.xml", {sampleHose(), floor}, {{"bend", 1.75}},
-                    view({1.5, -2.0, 1.1}, {0.25, 0.0, 0.40}), sampleHoseEdits()) &&
+                    view({1.25, -1.65, 0.95}, {0.24, 0.0, 0.36}), sampleHoseEdits()) &&
         writeSystem(folder + "/plume.xml", {arm.manipulator(), floor, samplePlume()}, kArmPose,
-                    view({2.9, -2.6, 1.3}, {0.40, 0.0, 0.62}), samplePlumeEdits()) &&
+                    view({2.3, -2.4, 1.1}, {0.36, 0.0, 0.60}), samplePlumeEdits()) &&
         writeSamplePlumeField(folder + "/plume.nrrd");
     return ok ? 0 : 1;
 }

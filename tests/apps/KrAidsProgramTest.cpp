@@ -77,6 +77,7 @@ TEST_F(KrAidsProgram, AxesOfATurnedLinkAreSeenThroughItInTheirTrueDirections)
     EXPECT_EQ(lineAt(straight, 168, 120), kGreen) << "y to the right";
     EXPECT_EQ(lineAt(straight, 160, 110), kBlue) << "z up, inside the arm's box";
     EXPECT_EQ(lineAt(straight, 152, 120), -1);
+    EXPECT_EQ(lineAt(draw("--show axes --axis-scale 0.05"), 168, 120), -1) << "shorter ones";
 
     // A quarter turn about -x: z to the right, y down.
     const KrImage turned = draw("--show axes --axis-scale 0.2 -j swing=90deg");

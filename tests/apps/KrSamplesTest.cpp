@@ -31,14 +31,15 @@ TEST(Samples, TheGeneratorWritesWhatTheTreeHolds)
         // Picture libraries and the last digits of sines differ between machines: pictures only have to be there,
         // texts to be as long within a thousandth.
         ASSERT_TRUE(std::filesystem::exists(sample(name))) << name;
-        if (entry.path().extension() == ".jpg" || entry.path().extension() == ".png") {
+        if (entry.path().extension() == ".nrrd" || entry.path().extension() == ".jpg" ||
+            entry.path().extension() == ".png") {
             EXPECT_LT(std::filesystem::file_size(sample(name)), 100000u) << name;
             continue;
         }
         const std::string made = contentOf(entry.path().string());
         const std::string kept = contentOf(sample(name));
         EXPECT_NEAR(static_cast<double>(made.size()), static_cast<double>(kept.size()), 0.001 * kept.size()) << name;
-        EXPECT_LT(kept.size(), 1500000u) << name;
+        EXPECT_LT(kept.size(), 1600000u) << name;
     }
 }
 

@@ -566,6 +566,11 @@ private:
     void setTextures()
     {
         const unsigned char pixels[16] = {200, 100, 50, 250, 10, 20, 30, 40, 50, 60, 70, 80, 90, 1, 2, 3};
+        // As an earlier odd client may have left it.
+        glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+        for (const GLenum name : {GL_UNPACK_ROW_LENGTH, GL_UNPACK_SKIP_ROWS, GL_UNPACK_SKIP_PIXELS}) {
+            glPixelStorei(name, 0);
+        }
         glGenTextures(3, m_textures);
         glGenSamplers(1, &m_sampler);
         glSamplerParameteri(m_sampler, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
@@ -624,6 +629,7 @@ private:
 
     void setBindings(GLuint framebuffer)
     {
+        glBindVertexArray(0);
         glGenBuffers(7, m_buffers);
         const GLenum targets[] = {GL_ELEMENT_ARRAY_BUFFER, GL_PIXEL_PACK_BUFFER, GL_PIXEL_UNPACK_BUFFER,
                                   GL_UNIFORM_BUFFER,       GL_COPY_READ_BUFFER,  GL_ARRAY_BUFFER,

@@ -3,15 +3,24 @@
 
 #include <tests/support/Systems.h>
 
+#include <toolkit/geometry/KrTriPhysicalExtent.h>
+
 #include <boost/make_shared.hpp>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
 namespace
 {
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr int kManyCalls = 100; // each opens a context, which takes long there
+#else
+constexpr int kManyCalls = 1000;
+#endif
 
 using Map = std::vector<std::vector<double>>;
 
@@ -88,6 +97,35 @@ TEST(KrRender2DSampleTool, MeasuresABallTheRightWayUpEveryTime)
         EXPECT_EQ(sampleAt(-1.5, -1.5), 10.0);
         EXPECT_EQ(sampleAt(1.5, 1.5), 10.0);
         EXPECT_EQ(KrWindow::getWindow(), &other) << "the context that was current is current again";
+    }
+}
+
+TEST(KrRender2DSampleTool, TheThousandthMapIsTheFirst)
+{
+    if (!canDraw()) {
+        GTEST_SKIP() << "no OpenGL context";
+    }
+    const auto ball = boost::make_shared<KrSpherePhysicalExtent>(1.0);
+    // The mesh lies inside the ball: its flattest place tells by how much at most.
+    double inside = 0.0;
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = ball->triExtent();
+    for (unsigned int g = 0; g < mesh->groups().size(); ++g) {
+        for (const KrTriangle& triangle : mesh->groups()[g].second().values()) {
+            const KrVector sum = mesh->vertices()[triangle.vertex(0)] + mesh->vertices()[triangle.vertex(1)] +
+                                 mesh->vertices()[triangle.vertex(2)];
+            inside = std::max(inside, 1.0 - sum.length() / 3.0);
+        }
+    }
+    EXPECT_LT(inside, 0.02);
+    const KrStatedSystem system(bodies({ball, Systems::box(KrVector(0.2, 0.4, 0.4), KrVector(0.0, -1.5, 1.5), "")}));
+    Map first;
+    ASSERT_TRUE(KrRender2DSampleTool::get2DMap(system, fromPlusX(), 51, 41, 5.0, 4.0, 10.0, first));
+    EXPECT_GE(first[20][25], 4.0 - 1e-6);
+    EXPECT_LE(first[20][25], 4.0 + inside + 1e-6);
+    for (int call = 1; call < kManyCalls; ++call) {
+        Map map;
+        ASSERT_TRUE(KrRender2DSampleTool::get2DMap(system, fromPlusX(), 51, 41, 5.0, 4.0, 10.0, map));
+        ASSERT_EQ(map, first) << "call " << call + 1;
     }
 }
 

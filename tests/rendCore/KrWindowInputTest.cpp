@@ -272,8 +272,7 @@ TEST_F(KrWindowInputTest, TwoWindowsThatShareHoldTheirObjectsOnce)
     second->setNode(scene);
     KrImage first, other;
     ASSERT_TRUE(second->renderSceneAndCaptureImage(other, KrSGWindow::CaptureColor));
-    EXPECT_EQ(numObjects(), before);
-    for (GLuint n = 1; n < 500; ++n) if (glIsList(n) || glIsTexture(n)) std::printf("%u list %d tex %d\n", n, glIsList(n), glIsTexture(n));
+    EXPECT_EQ(numObjects(), before + 1); // a window's centre marker is its own; the ball and the axes are there once
     ASSERT_TRUE(window.renderSceneAndCaptureImage(first, KrSGWindow::CaptureColor));
     EXPECT_TRUE(std::equal(first.data(), first.data() + first.sizeInBytes(), other.data()));
     second.reset();

@@ -1,1 +1,3 @@
-kr_add_test(KrDepthCaptureTest LABEL render LIBRARIES Kr::RendCore PkgConfig::GLX)
+foreach(test KrDepthCaptureTest KrOrientationTest)
+    kr_add_test(${test} LABEL render LIBRARIES Kr::RendCore PkgConfig::GLX)
+endforeach()

@@ -193,6 +193,90 @@ TEST(KrDeformationPhysicalExtent, TrianglesAreCutOutAlongTheirEdges)
     EXPECT_EQ(extent.numPieces(), 2u);
 }
 
+TEST(KrDeformationPhysicalExtent, SectionsOfAnyShapeAreClosedAndCutsCanBeUndone)
+{
+    // A frame: a square bar of 4 x 4 m around a hole of 2 x 2 m, 2 m high. Its section is a square with a hole.
+    Extent frame;
+    KrTriPhysicalExtent mesh;
+    KrXmlVectorVector vertices;
+    for (const double half : {2.0, 1.0}) {
+        for (const double z : {-1.0, 1.0}) {
+            for (const auto& [x, y] : {std::pair(-1, -1), std::pair(1, -1), std::pair(1, 1), std::pair(-1, 1)}) {
+                vertices.push_back(KrVector(half * x, half * y, z));
+            }
+        }
+    }
+    KrXmlVectorType<KrTriangle> triangles;
+    const auto addQuad = [&triangles](std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
+        triangles.push_back(KrTriangle(a, b, c));
+        triangles.push_back(KrTriangle(a, c, d));
+    };
+    for (std::uint32_t i = 0; i < 4; ++i) {
+        const std::uint32_t j = (i + 1) % 4;
+        addQuad(i, j, 4 + j, 4 + i);           // outside
+        addQuad(8 + j, 8 + i, 12 + i, 12 + j); // around the hole
+        addQuad(4 + i, 4 + j, 12 + j, 12 + i); // top
+        addQuad(j, i, 8 + i, 8 + j);           // bottom
+    }
+    KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
+    groups.push_back(KrTriPhysicalExtent::Group(KrXmlBasicType<std::string>("bar"), triangles));
+    ASSERT_TRUE(mesh.setMesh(vertices, KrXmlVectorVector(), KrXmlVectorType<KrPlanarVector>(), groups));
+    frame.setMesh(mesh);
+    const Extent whole = frame;
+    ASSERT_NEAR(volume(frame, 0), 24.0, 1e-9);
+    ASSERT_TRUE(frame.cutByPlane(0, KrVector(0.0, 0.0, 0.25), KrVector(0.0, 0.0, 1.0), "inside"));
+    ASSERT_EQ(frame.groups().size(), 4u) << "closed in spite of the hole";
+    EXPECT_NEAR(volume(frame, 0), 15.0, 1e-9);
+    EXPECT_NEAR(volume(frame, 1), 9.0, 1e-9);
+    // Across the hole: two sections side by side, through the cap as well.
+    ASSERT_TRUE(frame.cutByPlane(0, KrVector(0.25, 0.0, 0.0), KrVector(1.0, 0.0, 0.0), "inside"));
+    EXPECT_NEAR(volume(frame, 0) + volume(frame, 2), 15.0, 1e-9);
+
+    const Extent::Revision seen = frame.revision();
+    frame.clearCuts();
+    EXPECT_NE(frame.changesSince(seen) & Extent::CutChanged, 0u);
+    EXPECT_TRUE(frame == whole);
+    EXPECT_EQ(frame.points().size(), whole.points().size());
+}
+
+TEST(KrDeformationPhysicalExtent, ADocumentAsksForCutsByPlanes)
+{
+    Extent wanted = box();
+    std::string text;
+    ASSERT_TRUE(wanted.writeBuffer(text));
+    ASSERT_TRUE(wanted.cutByPlane(0, KrVector(0.0, 0.0, 0.5), KrVector(0.0, 0.0, 1.0), "inside"));
+    ASSERT_TRUE(wanted.cutByPlane(1, KrVector(0.25, 0.0, 0.0), KrVector(1.0, 0.0, 0.0)));
+    const auto withCuts = [&text](const std::string& second) {
+        std::string document = text;
+        const std::size_t end = document.rfind("</");
+        const std::string prefix = document.substr(end + 2, document.find("deformation", end) - end - 2);
+        const auto tag = [&prefix](const std::string& name, const std::string& content) {
+            return "<" + prefix + name + ">" + content + "</" + prefix + name + ">";
+        };
+        const std::size_t start = document.find("<" + prefix + "cuts");
+        const std::size_t close = document.find("/>", start);
+        const std::size_t last = document.find("cuts>", start);
+        const std::size_t stop = close < last ? close + 2 : document.find("cuts>", last) + 5;
+        document.replace(
+            start, stop - start,
+            tag("cuts", tag("planeCut", tag("point", "0 0 0.5") + tag("normal", "0 0 2") + tag("cap", "inside")) +
+                            tag("planeCut", tag("piece", second) + tag("point", "0.25 0 0") + tag("normal", "1 0 0"))));
+        return document;
+    };
+    Extent read;
+    const std::string good = withCuts("1");
+    ASSERT_TRUE(read.readBuffer(good.data(), good.size()));
+    EXPECT_EQ(read.numPieces(), 3u);
+    EXPECT_TRUE(read == wanted) << "the same as when cut by a program; nothing waits any more";
+    EXPECT_TRUE(read.selfTest());
+
+    const MessageRecorder messages;
+    const std::string bad = withCuts("7");
+    EXPECT_FALSE(read.readBuffer(bad.data(), bad.size()));
+    EXPECT_EQ(messages.count(), 1u) << messages.all();
+    EXPECT_TRUE(read == wanted);
+}
+
 TEST(KrDeformationPhysicalExtent, RefusesWhatDoesNotFit)
 {
     Extent extent = box();

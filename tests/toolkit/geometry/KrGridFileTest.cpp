@@ -152,6 +152,12 @@ TEST_F(KrGridFileTest, ADocumentHoldsItsValuesAsBytesOrNamesAFileOfThem)
     EXPECT_TRUE(other.readFile(write("b.xml", document("<values file='values.raw' type='float64'/>"))));
     EXPECT_EQ(other.values(), values);
 
+    // A file that knows its own type.
+    write("values.nrrd", "NRRD0001\ntype: uint8\ndimension: 3\nsizes: 2 1 1\nencoding: text\n\n7 9\n");
+    KrGridPhysicalExtent own;
+    EXPECT_TRUE(own.readFile(write("d.xml", document("<values file='values.nrrd'/>"))));
+    EXPECT_EQ(own.values(), (std::vector<double>{7.0, 9.0}));
+
     for (const char* wrong :
          {"<values encoding='base64' type='float32'>AACAPwAAIM</values>", "<values encoding='hex' type='float32'/>",
           "<values encoding='base64' type='float32'>AACA?wAAIMA=</values>", "<values file='values.raw'/>",
