@@ -2,11 +2,15 @@
 #define GL_GLEXT_PROTOTYPES
 #include "GlStateDump.h"
 
+#include <rendCore/KrDepthCapture.h>
 #include <rendCore/KrRender2DSampleTool.h>
+#include <rendCore/KrRenderShape.h>
 #include <rendCore/KrRenderWindow.h>
+#include <rendCore/KrTextureMarker.h>
 
 #include <tests/support/Pictures.h>
 #include <tests/support/Systems.h>
+#include <toolkit/geometry/KrTriPhysicalExtent.h>
 #include <toolkit/window/KrExternalWindowImpl.h>
 
 #include <osg/Texture2D>
@@ -15,9 +19,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace
@@ -145,6 +151,59 @@ TEST_F(KrClientStateTest, EveryOperationLeavesTheClientsState)
     check("another size and system");
     guest->closeWindow();
     check("closeWindow");
+}
+
+/// One triangle with texture coordinates.
+void setTriangle(KrTriPhysicalExtent& mesh)
+{
+    KrXmlVectorVector vertices, normals;
+    KrXmlVectorType<KrPlanarVector> coordinates;
+    KrTriangle triangle;
+    normals.push_back(KrVector(0.0, 0.0, 1.0));
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        const double x = i == 1 ? 1.0 : 0.0, y = i == 2 ? 1.0 : 0.0;
+        vertices.push_back(KrVector(x, y, 2.0));
+        coordinates.push_back(KrPlanarVector(x, y));
+        triangle.setCorner(i, i, 0, i);
+    }
+    KrXmlVectorType<KrTriangle> triangles;
+    triangles.push_back(triangle);
+    KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
+    groups.push_back(KrTriPhysicalExtent::Group(KrXmlBasicType<std::string>("skin"), triangles));
+    ASSERT_TRUE(mesh.setMesh(vertices, normals, coordinates, groups));
+}
+
+TEST_F(KrClientStateTest, MarkingAndMeasuringLeaveTheClientsState)
+{
+    ASSERT_TRUE(guest->renderScene(false));
+    KrTriPhysicalExtent mesh;
+    setTriangle(mesh);
+    const osg::ref_ptr<KrRenderShape> shape = new KrRenderShape(&mesh, KrMaterialMap());
+    guest->getNode()->addChild(shape);
+    KrTextureMarker* const marker = KrTextureMarker::of(*shape, 64, 64);
+    ASSERT_NE(marker, nullptr);
+    const GlOddState odd(other->name);
+    const GlStateDump before;
+    for (const float v : {0.25f, 0.5f}) {
+        KrTextureMarker::Brush brush;
+        brush.radius = 0.1f;
+        brush.color = osg::Vec4(1.0f, 0.0f, 0.0f, 1.0f);
+        ASSERT_TRUE(marker->stroke({{0.25f, v}}, brush));
+        EXPECT_TRUE(guest->renderScene(false));
+        EXPECT_EQ(before.differences(GlStateDump()), "") << "mark";
+        KrImage texture;
+        ASSERT_TRUE(marker->snapshot(texture));
+        const unsigned char* const texel = texture.data() + 4 * (static_cast<std::size_t>(v * 64.0f) * 64 + 16);
+        EXPECT_GT(texel[0], 200);
+        EXPECT_LT(texel[1], 50) << "red where it was marked";
+    }
+    KrDepthCapture capture;
+    std::vector<float> depths;
+    ASSERT_TRUE(capture.render(*guest, KrDepthCapture::Options(), depths));
+    EXPECT_EQ(before.differences(GlStateDump()), "") << "depths";
+    EXPECT_NEAR(*std::min_element(depths.begin(), depths.end()), 6.8f, 1.5f);
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    guest->closeWindow();
 }
 
 TEST_F(KrClientStateTest, FullStacksAreNoObstacle)
