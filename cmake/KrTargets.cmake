@@ -22,6 +22,10 @@ function(kr_configure_target name)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND "${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${type}}" MATCHES "-O[23s]")
         target_compile_options(${name} PRIVATE -fno-tree-slp-vectorize)
     endif()
+    # GCC's sanitizers hide from it what boost::optional has set: a warning about every empty one.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+        target_compile_options(${name} PRIVATE -Wno-maybe-uninitialized)
+    endif()
 endfunction()
 
 # kr_add_library(NAME ALIAS Kr::Alias): a shared library whose sources its folders add with target_sources.
