@@ -52,18 +52,30 @@ function(kr_add_program name)
     set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${KR_BIN_TO_LIB}")
 endfunction()
 
-# kr_add_test(NAME LABEL unit|render [SOURCES a.cpp ...] LIBRARIES Kr::X ...): a GoogleTest program, NAME.cpp by default.
-# Render tests need an OpenGL context and draw without a display.
+# The command that gives a program a virtual screen.
+find_program(KR_XVFB_RUN xvfb-run DOC "Runs the tests that need an X display")
+set(kr_on_virtual_screen)
+if(KR_XVFB_RUN)
+    set(kr_on_virtual_screen ${KR_XVFB_RUN} -a -s "-screen 0 1280x1024x24")
+endif()
+
+# kr_add_test(NAME LABEL unit|render [VIRTUAL_SCREEN] [SOURCES a.cpp ...] LIBRARIES Kr::X ...): a GoogleTest program,
+# NAME.cpp by default. Render tests need an OpenGL context and draw without a display; those that need a screen get a
+# virtual one where there is one, so that they run anywhere and never on the developer's own, and DISPLAY otherwise.
 function(kr_add_test name)
-    cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LIBRARIES" ${ARGN})
+    cmake_parse_arguments(ARG "VIRTUAL_SCREEN" "LABEL" "SOURCES;LIBRARIES" ${ARGN})
     if(NOT ARG_SOURCES)
         set(ARG_SOURCES ${name}.cpp)
     endif()
     kr_add_program(${name} SOURCES ${ARG_SOURCES} LIBRARIES ${ARG_LIBRARIES} GTest::gtest GTest::gtest_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-    add_test(NAME ${name} COMMAND ${name})
+    set(before)
+    if(ARG_VIRTUAL_SCREEN)
+        set(before ${kr_on_virtual_screen})
+    endif()
+    add_test(NAME ${name} COMMAND ${before} $<TARGET_FILE:${name}>)
     set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 600)
-    if(ARG_LABEL STREQUAL "render")
+    if(ARG_LABEL STREQUAL "render" AND NOT ARG_VIRTUAL_SCREEN)
         set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT "KR_WINDOW=egl")
     endif()
 endfunction()

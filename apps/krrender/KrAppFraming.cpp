@@ -2,6 +2,7 @@
 
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/system/KrPoseDriver.h>
 
 #include <algorithm>
 #include <cmath>
@@ -124,6 +125,17 @@ void KrAppFraming::add(const KrManipulatorSystem& system, const KrManipulatorSys
         for (std::size_t j = 0; j < links.size() && j < poses.size(); ++j) {
             addLink(*this, *links[j], manipulator.placement() * poses[j] * links[j]->jointKinematics().dhFrame());
         }
+    }
+}
+
+void KrAppFraming::addMotion(const KrManipulatorSystem& system, const std::vector<KrManipulatorSystemState>& states)
+{
+    constexpr std::size_t kMostPoses = 100;
+    const std::size_t step = states.size() / kMostPoses + 1;
+    KrPoseDriver poses(system);
+    for (std::size_t i = 0; i < states.size(); i += step) {
+        poses.drive(states[i]);
+        add(system, states[i]);
     }
 }
 

@@ -4,6 +4,8 @@
 #include <toolkit/system/KrStatedSystem.h>
 #include <toolkit/visualization/KrPovParameters.h>
 
+#include <vector>
+
 /// Chooses a point of view from which everything fits the picture tightly.
 ///
 /// Points come one after the other; nothing is kept of them but what the four sides of the view need. World frame, m.
@@ -19,6 +21,9 @@ public:
     void add(const KrVector& point);
     /// Every corner of every visible shape of `system`, posed by `state`, which fits the system.
     void add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state);
+
+    /// Every pose of a motion; a long one is sampled: its outline does not change from one frame to the next.
+    void addMotion(const KrManipulatorSystem& system, const std::vector<KrManipulatorSystemState>& states);
 
     bool isEmpty() const { return m_numPoints == 0; }
     /// The middle of the bounding box; the origin when there is no point.

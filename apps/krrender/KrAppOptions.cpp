@@ -4,18 +4,21 @@
 #include "KrAppFailure.h"
 #include "KrAppMessages.h"
 #include "KrAppSidecar.h"
+#include "KrAppTiles.h"
 #include "KrAppValue.h"
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
 #include <cstdio>
 
 namespace
 {
 
 constexpr double kDegree = 3.14159265358979323846 / 180.0;
-constexpr double kDefaultAzimuth = -50.0;  // degrees: the robot looks along +x, past the viewer's right shoulder
-constexpr double kDefaultElevation = 22.0; // degrees
+constexpr double kDefaultFieldOfView = 30.0; // degrees
+constexpr double kDefaultAzimuth = -50.0;    // degrees: the robot looks along +x, past the viewer's right shoulder
+constexpr double kDefaultElevation = 22.0;   // degrees
 
 [[noreturn]] void wrongUsage(const std::string& sentence)
 {
@@ -31,6 +34,7 @@ struct Words
     std::string lookAt;
     std::string up;
     std::string fieldOfView;
+    std::string views;
     std::string intrinsics;
     std::string azimuth;
     std::string elevation;
@@ -109,6 +113,11 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->group("Camera");
     app.add_option("--fov", words.fieldOfView, "Vertical field of view in degrees [30]")
         ->type_name("DEG")
+        ->group("Camera");
+    app.add_option("--views", words.views,
+                   "Several views in one picture, for one: front,side,top,perspective; back, left, right and bottom, "
+                   "too")
+        ->type_name("NAME,NAME...")
         ->group("Camera");
     app.add_option("--intrinsics", words.intrinsics, "Focal lengths and principal point in pixels instead of --fov")
         ->type_name("FX,FY,CX,CY")
@@ -228,6 +237,14 @@ void readIntrinsics(const Words& words, KrAppOptions& options)
     if (!options.camera.empty() && isPlaced) {
         wrongUsage("--camera says where the camera stands: it cannot be combined with other options that do");
     }
+    if (!words.views.empty()) {
+        if (!words.eye.empty() || !words.lookAt.empty() || !words.up.empty() || !words.intrinsics.empty() ||
+            !options.camera.empty() || options.useFileView) {
+            wrongUsage("--views places its cameras by itself: of the other camera options only --fov, --azimuth and "
+                       "--elevation go with it");
+        }
+        options.views = KrAppTiles::parse(words.views);
+    }
     if (!words.intrinsics.empty()) {
         KrCameraIntrinsics camera;
         camera.width = options.width;
@@ -302,6 +319,10 @@ void checkCombination(const KrAppOptions& options)
     if (options.sidecar && !options.drawsPictures()) {
         wrongUsage("--sidecar needs a picture: give -o PICTURE, --depth or --depth-preview");
     }
+    if (!options.views.empty() && (options.output.empty() || hasDepth || options.sidecar || options.view)) {
+        wrongUsage("--views is for the picture of -o: --depth, --depth-preview, --range-map, --sidecar and --view have "
+                   "one camera");
+    }
     if (options.view && (options.intrinsics || !options.camera.empty())) {
         wrongUsage("--view has a camera of its own: --camera and --intrinsics are for pictures");
     }
@@ -313,6 +334,16 @@ void checkCombination(const KrAppOptions& options)
 
 } // namespace
 
+double KrAppOptions::verticalFieldOfView() const
+{
+    return fieldOfView.value_or(kDegree * kDefaultFieldOfView);
+}
+
+KrVector KrAppOptions::towardsEye() const
+{
+    return {std::cos(elevation) * std::cos(azimuth), std::cos(elevation) * std::sin(azimuth), std::sin(elevation)};
+}
+
 bool KrAppOptions::parse(int argc, const char* const* argv)
 {
     CLI::App app("Draws a robot: a URDF or a native system file becomes a picture, without a display.", "krrender");
@@ -320,6 +351,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
                "  krrender arm.urdf -o arm.png\n"
                "  krrender arm.urdf -o bent.png --joint joint_2=35deg --joint gripper_left=20mm --size 1920x1080\n"
                "  krrender arm.urdf -o motion.mp4 --trajectory motion.csv --fps 25\n"
+               "  krrender arm.urdf -o sides.png --views front,side,top,perspective\n"
                "  krrender --view arm.urdf\n"
                "  krrender arm.urdf --info\n"
                "Exit status: 0 done, 1 could not be done, 2 wrong usage.");

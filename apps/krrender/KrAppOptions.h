@@ -50,6 +50,7 @@ struct KrAppOptions
     double azimuth = 0.0;              ///< of the eye about z from +x, rad, for the automatic point of view
     double elevation = 0.0;            ///< of the eye above the horizon, rad
     bool useFileView = false;          ///< point of view, lights and background of the native file
+    std::vector<std::string> views;    ///< names of KrAppTiles, each a tile of the picture; empty for one view
     std::string camera;                ///< description of a picture: where its camera stood and what it was
     std::optional<KrCameraIntrinsics> intrinsics;
     std::optional<KrPovParameters> pov; ///< of `camera`
@@ -68,6 +69,10 @@ struct KrAppOptions
     bool quiet = false;
 
     bool drawsPictures() const { return !output.empty() || !depth.empty() || !depthPreview.empty(); }
+
+    double verticalFieldOfView() const; ///< rad
+    /// Of the automatic point of view.
+    KrVector towardsEye() const;
 
     /// Reads the command line.
     /// @return false when the program is done (help, version); their text has been printed then

@@ -102,10 +102,10 @@ void KrAppScene::failToDraw() const
                        "the picture cannot be drawn: " + m_messages.lastReason("the driver gives no reason"));
 }
 
-void KrAppScene::capture(const KrManipulatorSystemState& state, unsigned int flags)
+void KrAppScene::capture(const KrManipulatorSystemState& state, unsigned int flags, KrImage& picture)
 {
     pose(state);
-    if (!m_window.renderSceneAndCaptureImage(m_large, flags) || m_large.empty()) {
+    if (!m_window.renderSceneAndCaptureImage(picture, flags) || picture.empty()) {
         failToDraw();
     }
 }
@@ -122,13 +122,18 @@ void KrAppScene::draw(const KrManipulatorSystemState& state, KrFrameStream& stre
 
 void KrAppScene::draw(const KrManipulatorSystemState& state, KrImage& picture)
 {
-    capture(state, KrSGWindow::CaptureColor);
+    drawLarge(state, m_large);
     average(m_large, m_factor, picture);
+}
+
+void KrAppScene::drawLarge(const KrManipulatorSystemState& state, KrImage& picture)
+{
+    capture(state, KrSGWindow::CaptureColor, picture);
 }
 
 void KrAppScene::drawDepth(const KrManipulatorSystemState& state, KrImage& picture)
 {
-    capture(state, KrSGWindow::CaptureDepth);
+    capture(state, KrSGWindow::CaptureDepth, m_large);
     pick(m_large, m_factor, picture);
 }
 

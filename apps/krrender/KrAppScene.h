@@ -30,6 +30,8 @@ public:
     KrRenderWindow& window() { return m_window; }
     /// Draws `state`: width x height, RGB, row 0 at the bottom. Throws KrAppFailure (CouldNot).
     void draw(const KrManipulatorSystemState& state, KrImage& picture);
+    /// Draws `state` as it is before it is averaged: `factor` times as wide and high. Throws KrAppFailure (CouldNot).
+    void drawLarge(const KrManipulatorSystemState& state, KrImage& picture);
     /// Draws `state` for `stream`, which hands out the frame later, as it was drawn: `factor` times as wide and high.
     /// Throws KrAppFailure (CouldNot).
     void draw(const KrManipulatorSystemState& state, KrFrameStream& stream);
@@ -52,7 +54,7 @@ public:
 private:
     void pose(const KrManipulatorSystemState& state);
     [[noreturn]] void failToDraw() const;
-    void capture(const KrManipulatorSystemState& state, unsigned int flags);
+    void capture(const KrManipulatorSystemState& state, unsigned int flags, KrImage& picture);
 
     KrRenderWindow m_window;
     KrAppMessages& m_messages;

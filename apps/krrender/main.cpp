@@ -16,22 +16,21 @@
 #include "KrAppRobot.h"
 #include "KrAppScene.h"
 #include "KrAppSidecar.h"
+#include "KrAppTiles.h"
 #include "KrAppVideo.h"
 #include "KrAppView.h"
 
 #include <rendCore/KrToolkitFolders.h>
-#include <toolkit/system/KrPoseDriver.h>
 
-#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 
 namespace
 {
 
-constexpr double kDefaultFieldOfView = 3.14159265358979323846 / 6.0;
 const KrColor kDefaultBackground(0xEE / 255.0, 0xF0 / 255.0, 0xF4 / 255.0);
 
 using States = std::vector<KrManipulatorSystemState>;
@@ -64,23 +63,14 @@ void checkOutputs(const KrAppOptions& options)
 
 KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, const States& states)
 {
-    double fieldOfView = options.fieldOfView.value_or(kDefaultFieldOfView);
+    double fieldOfView = options.verticalFieldOfView();
     double aspectRatio = static_cast<double>(options.width) / options.height;
     if (options.intrinsics) {
         KrAppSidecar::evenPart(*options.intrinsics, fieldOfView, aspectRatio);
     }
-    const KrVector towardsEye(std::cos(options.elevation) * std::cos(options.azimuth),
-                              std::cos(options.elevation) * std::sin(options.azimuth), std::sin(options.elevation));
     const KrVector up = options.up.value_or(KrVector(0.0, 0.0, 1.0));
-    KrAppFraming framing(towardsEye, up, fieldOfView, aspectRatio);
-    // A long motion is sampled: its outline does not change from one frame to the next.
-    constexpr std::size_t kMostPoses = 100;
-    const std::size_t step = states.size() / kMostPoses + 1;
-    KrPoseDriver poses(robot.statedSystem().manipulatorSystem());
-    for (std::size_t i = 0; i < states.size(); i += step) {
-        poses.drive(states[i]);
-        framing.add(robot.statedSystem().manipulatorSystem(), states[i]);
-    }
+    KrAppFraming framing(options.towardsEye(), up, fieldOfView, aspectRatio);
+    framing.addMotion(robot.statedSystem().manipulatorSystem(), states);
 
     KrPovParameters pov = framing.pov();
     if (options.eye) {
@@ -128,8 +118,9 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
                        "stopped after " + std::to_string(done) + " of " + std::to_string(total) + " frames");
 }
 
-/// Draws on this thread; frames come back a little later and are written by another one.
-void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& scene, KrAppMessages& messages)
+/// Draws on this thread; frames come back a little later and are written by another one. `tiles` may be null.
+void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& scene, KrAppTiles* tiles,
+                KrAppMessages& messages)
 {
     const KrAppInterrupt interrupt;
     std::unique_ptr<KrAppVideo> video;
@@ -148,6 +139,15 @@ void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& s
     stream->setReceiver([&](const KrFrameStream::Frame&) { writer.submit(); });
     KrAppProgress progress("frames", states.size(), options.quiet);
     for (std::size_t i = 0; i < states.size() && !interrupt.isRequested() && !writer.hasFailed(); ++i) {
+        if (tiles) {
+            unsigned char* const whole = writer.lend(options.width * scene.factor(), options.height * scene.factor());
+            if (whole) {
+                tiles->draw(scene, states[i], whole);
+                writer.submit();
+            }
+            progress.setDone(writer.numWritten());
+            continue;
+        }
         scene.draw(states[i], *stream);
         if (options.sidecar && !video) {
             // What is in force now is what was drawn; the picture itself comes later.
@@ -210,7 +210,12 @@ void drawDepth(const KrAppOptions& options, const KrManipulatorSystemState& stat
 void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting,
           const States& states, KrAppMessages& messages)
 {
-    KrAppScene scene(options.width, options.height, options.samples, messages);
+    std::optional<KrAppTiles> tiles;
+    if (!options.views.empty()) {
+        tiles.emplace(options, robot, states, parameters.renderParameters().backgroundColor());
+    }
+    KrAppScene scene(tiles ? tiles->tileWidth() : options.width, tiles ? tiles->tileHeight() : options.height,
+                     options.samples, messages);
     options.aids.prepare(robot, parameters);
     scene.show(robot.statedSystem(), parameters, isOwnLighting);
     options.aids.show(scene.window());
@@ -218,10 +223,21 @@ void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParamet
         throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("this camera cannot be"));
     }
     if (!options.trajectory.empty()) {
-        drawFrames(options, states, scene, messages);
+        drawFrames(options, states, scene, tiles ? &*tiles : nullptr, messages);
         return;
     }
     KrImage picture;
+    if (tiles) {
+        KrImage whole;
+        whole.allocate(3, 0, options.width * scene.factor(), options.height * scene.factor());
+        if (whole.empty()) {
+            throw std::bad_alloc();
+        }
+        tiles->draw(scene, states.front(), whole.data());
+        KrAppScene::average(whole, scene.factor(), picture);
+        KrAppFiles::writePicture(picture, options.output, messages);
+        return;
+    }
     if (!options.output.empty()) {
         scene.draw(states.front(), picture);
         KrAppFiles::writePicture(picture, options.output, messages);

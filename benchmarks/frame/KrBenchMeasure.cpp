@@ -42,7 +42,7 @@ KrBenchMeasure::Frames KrBenchMeasure::measure(unsigned int warmUp, unsigned int
         frame(i);
     }
     std::vector<double> times(count);
-    const KrBenchAllocations allocationsBefore = KrBenchAllocations::now();
+    const Allocations allocationsBefore = Allocations::now();
     const double processorBefore = processorSeconds();
     for (unsigned int i = 0; i < count; ++i) {
         const double start = wallSeconds();
@@ -50,7 +50,7 @@ KrBenchMeasure::Frames KrBenchMeasure::measure(unsigned int warmUp, unsigned int
         times[i] = wallSeconds() - start;
     }
     const double processor = processorSeconds() - processorBefore;
-    const KrBenchAllocations allocations = KrBenchAllocations::now() - allocationsBefore;
+    const Allocations allocations = Allocations::now() - allocationsBefore;
 
     std::sort(times.begin(), times.end());
     Frames result;

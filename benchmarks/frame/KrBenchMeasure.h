@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KrBenchAllocations.h"
+#include <tests/support/Allocations.h>
 
 #include <functional>
 

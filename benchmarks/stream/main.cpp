@@ -2,8 +2,8 @@
 //   krStreamBenchmark compare SYSTEM [FRAMES [WIDTH HEIGHT]]   frames per second of both ways, allocations a frame
 //   krStreamBenchmark long SYSTEM [FRAMES]                     a tiny picture, streamed to a writing thread as krrender
 //                                                              does, and the memory held on the way
-#include "KrBenchAllocations.h"
 #include "KrBenchMeasure.h"
+#include <tests/support/Allocations.h>
 
 #include <KrAppFailure.h>
 #include <KrAppFrameWriter.h>
@@ -82,14 +82,14 @@ Figures measure(unsigned int frames, const Draw& draw, const End& end)
         draw();
     }
     end();
-    const KrBenchAllocations before = KrBenchAllocations::now();
+    const Allocations before = Allocations::now();
     const double start = KrBenchMeasure::wallSeconds();
     for (unsigned int i = 0; i < frames; ++i) {
         draw();
     }
     end();
     const double seconds = KrBenchMeasure::wallSeconds() - start;
-    const KrBenchAllocations made = KrBenchAllocations::now() - before;
+    const Allocations made = Allocations::now() - before;
     return {frames / seconds, double(made.withNew) / frames, double(made.withMalloc) / frames};
 }
 

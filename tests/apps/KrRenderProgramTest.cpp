@@ -64,6 +64,24 @@ bool isNear(const std::array<double, 3>& c, double r, double g, double b)
     return std::abs(c[0] - r) < 1.5 && std::abs(c[1] - g) < 1.5 && std::abs(c[2] - b) < 1.5;
 }
 
+/// The middle of a tile's pixels for which `is` holds, from the tile's upper left corner.
+std::array<double, 2> middle(const KrImage& image, unsigned int left, unsigned int top, unsigned int width,
+                             unsigned int height, bool (*is)(const std::array<double, 3>&))
+{
+    std::array<double, 2> sum = {0.0, 0.0};
+    double count = 0.0;
+    for (unsigned int y = 0; y < height; ++y) {
+        for (unsigned int x = 0; x < width; ++x) {
+            if (is(meanColour(image, left + x, top + y, 0))) {
+                sum[0] += x;
+                sum[1] += y;
+                count += 1.0;
+            }
+        }
+    }
+    return {sum[0] / count, sum[1] / count};
+}
+
 } // namespace
 
 TEST_F(KrRenderProgram, DrawsARobotTheRightWayUpInTheMiddleOfThePicture)
@@ -136,6 +154,38 @@ TEST_F(KrRenderProgram, TheCameraStandsWhereItIsToldTo)
     // The robot is out of sight: the picture is empty, and that is no failure.
     ASSERT_EQ(krrender(urdf() + " -o b.png --eye 0,0,6 --look-at 0,0,9 --background black").status, 0);
     EXPECT_EQ(countLit(picture("b.png"), {0, 0, 0}), 0u);
+}
+
+TEST_F(KrRenderProgram, SeveralViewsShareAPicture)
+{
+    // Three columns of 53 and two rows of 60 pixels; one column is left over, and one tile. The arm points along +y.
+    ASSERT_EQ(krrender(urdf() + " -o a.png --joint swing=90deg --views front,back,top,bottom,left").status, 0);
+    const KrImage image = picture("a.png");
+    ASSERT_EQ(image.width(), 160u);
+    ASSERT_EQ(image.height(), 120u);
+    const struct
+    {
+        unsigned int left, top;
+        double right, down; ///< from the red base to the green arm
+    } tiles[] = {{0, 0, 1, 0}, {53, 0, -1, 0}, {106, 0, 0, -1}, {0, 60, 0, -1}, {53, 60, 0, 0}};
+    for (const auto& tile : tiles) {
+        const std::array<double, 2> red = middle(image, tile.left, tile.top, 53, 60, isRed);
+        const std::array<double, 2> green = middle(image, tile.left, tile.top, 53, 60, isGreen);
+        const auto way = [](double pixels) { return pixels > 6.0 ? 1.0 : pixels < -6.0 ? -1.0 : 0.0; };
+        EXPECT_EQ(way(green[0] - red[0]), tile.right) << tile.left << " " << tile.top;
+        // Seen from the front, back and left the arm is at the upper half of the base, by 10 pixels at most.
+        const double down = tile.down == 0.0 ? 0.0 : way(green[1] - red[1]);
+        EXPECT_EQ(down, tile.down) << tile.left << " " << tile.top;
+    }
+    EXPECT_TRUE(isNear(meanColour(image, 133, 90, 20), 0xEE, 0xF0, 0xF4));
+
+    // One view is the ordinary picture; a motion's first frame is the still one.
+    ASSERT_EQ(krrender(urdf() + " -o one.png --views perspective --azimuth 10").status, 0);
+    ASSERT_EQ(krrender(urdf() + " -o plain.png --azimuth 10").status, 0);
+    EXPECT_EQ(contentOf(m_folder.path("one.png")), contentOf(m_folder.path("plain.png")));
+    m_folder.write("motion.csv", "swing\n90deg\n90deg\n");
+    ASSERT_EQ(krrender(urdf() + " -o m%d.png --trajectory motion.csv --views front,back,top,bottom,left").status, 0);
+    EXPECT_EQ(contentOf(m_folder.path("m2.png")), contentOf(m_folder.path("a.png")));
 }
 
 TEST_F(KrRenderProgram, DrawsDepth)
@@ -373,6 +423,10 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
         {robot + " -o a.png --axis-scale 1", 2, "needs --show axes"},
         {robot + " -o a.png --fade 0.5", 2, "needs --select"},
         {robot + " -o a.png --select arm --fade 2", 2, "from 0 to 1"},
+        {robot + " -o a.png --views front,tpo", 2, "there is no view \"tpo\""},
+        {robot + " -o a.png --views front --eye 1,2,3", 2, "--views places"},
+        {robot + " --depth a.npy --views front", 2, "--views is for the picture"},
+        {robot + " -o a.png --views front,top --size 1x9", 2, "too few for 2 views"},
         {robot + " -o", 2, "--output"},
         {robot, 2, "nothing to do"},
         {"-o a.png", 2, "no robot"},

@@ -1,7 +1,7 @@
 #include <rendCore/KrFrameStream.h>
 #include <rendCore/KrRenderWindow.h>
 
-#include <tests/rendCore/AllocationCounter.h>
+#include <tests/support/Allocations.h>
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Systems.h>
 
@@ -181,11 +181,11 @@ TEST_F(KrFrameStreamTest, FloatDepthsAndTheirCameraGiveBackPointsInTheScene)
 TEST_F(KrFrameStreamTest, AllocatesNothingAFrame)
 {
     const auto allocationsOf = [this](unsigned int frames) {
-        const std::size_t before = numAllocations();
+        const std::size_t before = Allocations::now().withNew;
         for (unsigned int i = 0; i < frames; ++i) {
             window->renderScene(true);
         }
-        return numAllocations() - before;
+        return Allocations::now().withNew - before;
     };
     constexpr unsigned int kFrames = 20;
     allocationsOf(5);
@@ -202,11 +202,11 @@ TEST_F(KrFrameStreamTest, AllocatesNothingAFrame)
     // A capture pays for its callback and its image each time: the count above can fail.
     window->setDrawCallback(nullptr);
     window->renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor);
-    const std::size_t before = numAllocations();
+    const std::size_t before = Allocations::now().withNew;
     for (unsigned int i = 0; i < kFrames; ++i) {
         window->renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor);
     }
-    EXPECT_GT(numAllocations() - before, withoutStream);
+    EXPECT_GT(Allocations::now().withNew - before, withoutStream);
 }
 
 TEST_F(KrFrameStreamTest, FollowsTheWindowsSize)

@@ -3,7 +3,7 @@
 #include <rendCore/KrRenderTypes.h>
 #include <rendCore/KrSGWindow.h>
 
-#include <tests/rendCore/AllocationCounter.h>
+#include <tests/support/Allocations.h>
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Pictures.h>
 
@@ -322,14 +322,14 @@ TEST_F(KrOrbitInputHandlerTest, MovesWithoutAllocating)
     window.renderScene(false);
     std::size_t before = 0;
     for (int i = 0; i < 100; ++i) {
-        before = i == 1 ? numAllocations() : before; // the first sets the window up
+        before = i == 1 ? Allocations::now().withNew : before; // the first sets the window up
         handler->orbit(0.01, 0.01);
         handler->pan(0.01, -0.01);
         handler->zoomAt(1.01, 0.2, 0.3);
         window.updateScene();
         handler->updateCamera(*window.getViewer()->getCamera());
     }
-    EXPECT_EQ(numAllocations() - before, 0u);
+    EXPECT_EQ(Allocations::now().withNew - before, 0u);
 }
 
 } // namespace

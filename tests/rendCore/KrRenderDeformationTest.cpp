@@ -1,7 +1,7 @@
 #include <rendCore/KrRenderDeformationShape.h>
 #include <rendCore/KrSGWindow.h>
 
-#include <tests/rendCore/AllocationCounter.h>
+#include <tests/support/Allocations.h>
 #include <tests/support/Pictures.h>
 
 #include <toolkit/geometry/KrColor.h>
@@ -136,13 +136,13 @@ TEST(KrRenderDeformation, AFrameOfMovedVerticesIsTakenOverInPlaceAndAllocatesNot
         extent.setChanged(false);
     };
     frame(0.1);
-    const std::size_t before = numAllocations();
+    const std::size_t before = Allocations::now().withNew;
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < 10; ++i) {
         frame(0.1 * i);
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(numAllocations(), before);
+    EXPECT_EQ(Allocations::now().withNew, before);
     // Some 3 ms a frame on one slow core; twenty times that is no longer interactive.
     EXPECT_LT(took.count(), 0.6);
     RecordProperty("millisecondsPerFrame", std::to_string(100.0 * took.count()));

@@ -1,7 +1,7 @@
 #include <rendCore/KrRenderLink.h>
 
-#include <tests/rendCore/AllocationCounter.h>
 #include <tests/rendCore/SceneSamples.h>
+#include <tests/support/Allocations.h>
 #include <tests/support/MessageRecorder.h>
 
 #include <osg/Math>
@@ -232,13 +232,13 @@ TEST(KrRenderLink, PosingAllocatesNothingAndAnUnchangedPoseLeavesBoundsAlone)
     base->getBound();
     const int computed = bound->count;
 
-    const std::size_t allocations = numAllocations();
+    const std::size_t allocations = Allocations::now().withNew;
     base->accept(visitor);
     base->getBound();
     EXPECT_EQ(bound->count, computed);
     KrRenderLink::updateState(&visitor, &turned);
     base->accept(visitor);
-    EXPECT_EQ(numAllocations(), allocations);
+    EXPECT_EQ(Allocations::now().withNew, allocations);
     base->getBound();
     EXPECT_EQ(bound->count, computed + 1);
 

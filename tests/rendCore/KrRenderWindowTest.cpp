@@ -11,7 +11,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <string>
 
 namespace
@@ -185,27 +184,12 @@ TEST_F(KrRenderWindowTest, TwoWindowsDrawTheirOwnSystemsAndSurviveEachOther)
     EXPECT_EQ(std::memcmp(first.data(), again.data(), first.sizeInBytes()), 0);
 }
 
-long residentKiB()
-{
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (status >> word) {
-        if (word == "VmRSS:") {
-            long value = 0;
-            status >> value;
-            return value;
-        }
-    }
-    return 0;
-}
-
-// Open, load, draw, capture, close, again and again: memory stays flat and the picture the same.
-TEST(KrRenderWindowLifetime, ManyWindowsLeaveNothingBehind)
+// Open, load, draw, capture, close, again and again: the picture stays the same. What memory and descriptors they leave is krLifetimeBenchmark's to measure.
+TEST(KrRenderWindowLifetime, ManyWindowsDrawTheSame)
 {
     const KrStatedSystem system(Systems::twoBoxes());
     KrImage first, image;
-    long settled = 0;
-    constexpr int kCycles = 60;
+    constexpr int kCycles = 30;
     for (int cycle = 0; cycle < kCycles; ++cycle) {
         OpenRenderWindow window;
         window.setWindowSize(64, 64);
@@ -221,11 +205,7 @@ TEST(KrRenderWindowLifetime, ManyWindowsLeaveNothingBehind)
         }
         ASSERT_EQ(std::memcmp(first.data(), image.data(), first.sizeInBytes()), 0) << "cycle " << cycle;
         window.closeWindow();
-        if (cycle == kCycles / 3) {
-            settled = residentKiB();
-        }
     }
-    EXPECT_LT(residentKiB() - settled, 2048);
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #include <rendCore/KrRenderDeformationShape.h>
 #include <rendCore/KrSGWindow.h>
 
-#include <tests/rendCore/AllocationCounter.h>
+#include <tests/support/Allocations.h>
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Pictures.h>
 
@@ -380,9 +380,9 @@ TEST_F(KrTextureMarkerTest, StartsFromTheTextureThatTheShapeShowsAndSteadyFrames
         for (int i = 0; i < 4; ++i) {
             window.renderScene(true);
         }
-        const std::size_t before = numAllocations();
+        const std::size_t before = Allocations::now().withNew;
         window.renderScene(true);
-        return numAllocations() - before;
+        return Allocations::now().withNew - before;
     };
     const std::size_t unmarked = allocationsOfAFrame();
 

@@ -1,4 +1,4 @@
-#include "KrBenchAllocations.h"
+#include <tests/support/Allocations.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -12,7 +12,7 @@ std::atomic<std::size_t> s_withMalloc{0};
 
 } // namespace
 
-KrBenchAllocations KrBenchAllocations::now()
+Allocations Allocations::now()
 {
     return {s_withNew, s_withMalloc};
 }
@@ -20,10 +20,10 @@ KrBenchAllocations KrBenchAllocations::now()
 // A sanitizer brings allocation functions of its own, and only glibc gives its own a second name.
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
-#define KR_BENCH_SANITIZED
+#define KR_SANITIZED
 #endif
 #endif
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(KR_BENCH_SANITIZED)
+#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(KR_SANITIZED)
 
 extern "C" {
 

@@ -1,2 +1,0 @@
-target_sources(krRendCore PRIVATE
-    KrDepthCapture.cpp KrDepthCapture.h)

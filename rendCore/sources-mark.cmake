@@ -1,2 +1,0 @@
-# Marks on the textures of shapes.
-target_sources(krRendCore PRIVATE KrTextureMarker.cpp KrTextureMarker.h)

@@ -1,2 +1,0 @@
-# Several views in one window.
-target_sources(krRendCore PRIVATE KrMultiRenderWindow.cpp KrMultiRenderWindow.h)

@@ -1,1 +1,0 @@
-target_sources(krRendCore PRIVATE KrFrameStream.cpp KrFrameStream.h)

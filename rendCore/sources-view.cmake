@@ -1,3 +1,0 @@
-target_sources(krRendCore PRIVATE
-    KrOrbitInputHandler.cpp KrOrbitInputHandler.h
-    KrWindowInput.cpp KrWindowInput.h)

@@ -1,5 +1,0 @@
-kr_add_test(KrCameraIntrinsicsTest LABEL unit LIBRARIES Kr::RendCore)
-kr_add_test(KrFrameDescriptionTest LABEL render LIBRARIES Kr::RendCore)
-set_source_files_properties(KrFrameDescriptionTest.cpp PROPERTIES COMPILE_DEFINITIONS BOOST_BIND_GLOBAL_PLACEHOLDERS)
-kr_add_test(KrReproducibleTest LABEL render LIBRARIES Kr::RendCore)
-target_compile_definitions(KrReproducibleTest PRIVATE KR_SAMPLES="${PROJECT_SOURCE_DIR}/samples")

@@ -1,6 +1,0 @@
-foreach(name Manipulator IntraLink Selection BoundingVolumes MassProperties GridPhysicalExtent)
-    kr_add_test(KrRender${name}Test LABEL unit LIBRARIES Kr::RendCore)
-endforeach()
-kr_add_test(KrRenderLinkTest LABEL unit SOURCES KrRenderLinkTest.cpp AllocationCounter.cpp LIBRARIES Kr::RendCore)
-kr_add_test(KrRenderPlumeTest LABEL render LIBRARIES Kr::RendCore PkgConfig::GLX)
-target_compile_definitions(KrRenderPlumeTest PRIVATE KR_TEST_TOOLKITS="${PROJECT_BINARY_DIR}/toolkits")

@@ -1,6 +1,0 @@
-kr_add_test(KrRenderMorphLinkTest LABEL unit LIBRARIES Kr::RendCore)
-kr_add_test(KrRenderWindowParametersTest LABEL unit LIBRARIES Kr::RendCore)
-kr_add_test(KrSGBaseInputHandlerTest LABEL unit LIBRARIES Kr::RendCore)
-foreach(test KrRender2DSampleToolTest KrRenderCaptureManagerTest KrRenderWindowTest KrSGWindowTest)
-    kr_add_test(${test} LABEL render LIBRARIES Kr::RendCore PkgConfig::GLX)
-endforeach()
