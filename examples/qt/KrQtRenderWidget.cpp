@@ -49,9 +49,12 @@ KrQtRenderWidget::KrQtRenderWidget(QWidget* parent)
     m_window.setInputHandler(m_camera);
 }
 
-// Here, while the widget still has its context.
+// Here, while the widget still has its context; the base class gives that up when nothing of this one is left.
 KrQtRenderWidget::~KrQtRenderWidget()
 {
+    if (context()) {
+        disconnect(context(), nullptr, this, nullptr);
+    }
     shut();
 }
 
