@@ -1,5 +1,7 @@
 #include "KrAppFraming.h"
 
+#include "KrAppMotion.h"
+
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 #include <toolkit/system/KrPoseDriver.h>
@@ -128,14 +130,15 @@ void KrAppFraming::add(const KrManipulatorSystem& system, const KrManipulatorSys
     }
 }
 
-void KrAppFraming::addMotion(const KrManipulatorSystem& system, const std::vector<KrManipulatorSystemState>& states)
+void KrAppFraming::addMotion(const KrManipulatorSystem& system, KrAppMotion& motion)
 {
     constexpr std::size_t kMostPoses = 100;
-    const std::size_t step = states.size() / kMostPoses + 1;
+    const std::size_t step = motion.size() / kMostPoses + 1;
     KrPoseDriver poses(system);
-    for (std::size_t i = 0; i < states.size(); i += step) {
-        poses.drive(states[i]);
-        add(system, states[i]);
+    for (std::size_t i = 0; i < motion.size(); i += step) {
+        const KrManipulatorSystemState& state = motion.state(i);
+        poses.drive(state);
+        add(system, state);
     }
 }
 

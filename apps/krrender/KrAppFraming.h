@@ -4,7 +4,7 @@
 #include <toolkit/system/KrStatedSystem.h>
 #include <toolkit/visualization/KrPovParameters.h>
 
-#include <vector>
+class KrAppMotion;
 
 /// Chooses a point of view from which everything fits the picture tightly.
 ///
@@ -23,7 +23,7 @@ public:
     void add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state);
 
     /// Every pose of a motion; a long one is sampled: its outline does not change from one frame to the next.
-    void addMotion(const KrManipulatorSystem& system, const std::vector<KrManipulatorSystemState>& states);
+    void addMotion(const KrManipulatorSystem& system, KrAppMotion& motion);
 
     bool isEmpty() const { return m_numPoints == 0; }
     /// The middle of the bounding box; the origin when there is no point.

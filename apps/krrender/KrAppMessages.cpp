@@ -1,5 +1,6 @@
 #include "KrAppMessages.h"
 
+#include <algorithm>
 #include <cctype>
 
 /// Takes what would go to the standard error stream.
@@ -15,7 +16,7 @@ public:
         const std::string text = oneLine(message);
         if (severity <= osg::WARN && !text.empty()) {
             const std::lock_guard<std::mutex> lock(m_messages.m_mutex);
-            m_messages.m_texts.push_back(text);
+            m_messages.addText(text);
         }
     }
 
@@ -30,7 +31,7 @@ KrAppMessages::KrAppMessages()
         if (type >= Kr::Print::Warning) {
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_last = sentence(text);
-            m_texts.push_back(m_last);
+            addText(m_last);
         }
     });
     osg::setNotifyHandler(new SceneGraphMessages(*this));
@@ -40,6 +41,13 @@ KrAppMessages::~KrAppMessages()
 {
     osg::setNotifyHandler(m_handlerBefore.get());
     Kr::Print::instance()->setSink(m_before);
+}
+
+void KrAppMessages::addText(const std::string& text)
+{
+    if (std::find(m_texts.begin(), m_texts.end(), text) == m_texts.end()) {
+        m_texts.push_back(text);
+    }
 }
 
 void KrAppMessages::clear()

@@ -23,7 +23,7 @@ public:
     std::string lastReason(const std::string& fallback) const;
     /// Forgets what was said so far: it has been told in another way.
     void clear();
-    /// Everything that was said, as `sentence`s. While no other thread works.
+    /// Everything that was said, as `sentence`s, each once. While no other thread works.
     const std::vector<std::string>& texts() const { return m_texts; }
 
     /// One line without "Class::method - " at its beginning, which tells a user nothing.
@@ -34,6 +34,8 @@ public:
 
 private:
     class SceneGraphMessages;
+
+    void addText(const std::string& text);
 
     Kr::Print::Sink m_before;
     osg::ref_ptr<osg::NotifyHandler> m_handlerBefore;

@@ -240,8 +240,8 @@ void KrAppPose::readState(KrStatedSystem& system, const std::string& path, KrApp
     }
 }
 
-std::vector<KrManipulatorSystemState> KrAppPose::readTrajectory(const KrStatedSystem& system, const std::string& path,
-                                                                std::vector<std::string>& warnings)
+KrAppMotion KrAppPose::readTrajectory(const KrStatedSystem& system, const std::string& path,
+                                      std::vector<std::string>& warnings)
 {
     const std::vector<std::pair<std::size_t, std::string>> lines = linesOf(path);
     if (lines.empty()) {
@@ -253,8 +253,14 @@ std::vector<KrManipulatorSystemState> KrAppPose::readTrajectory(const KrStatedSy
         couldNot(path + " has a header but no row");
     }
 
-    std::vector<KrManipulatorSystemState> states;
-    KrStatedSystem moving = system;
+    std::vector<KrAppMotion::Joint> joints;
+    for (const Column& column : header) {
+        if (!column.isTime) {
+            joints.push_back({column.joint.manipulator, column.joint.name});
+        }
+    }
+    KrAppMotion motion(system, std::move(joints));
+    std::vector<double> positions;
     for (std::size_t i = 1; i < lines.size(); ++i) {
         const std::string where = path + ", line " + std::to_string(lines[i].first);
         const std::vector<std::string> words = KrAppValue::split(lines[i].second, ',');
@@ -263,6 +269,7 @@ std::vector<KrManipulatorSystemState> KrAppPose::readTrajectory(const KrStatedSy
                      " columns");
         }
         double time = 0.0;
+        positions.clear();
         for (std::size_t k = 0; k < words.size(); ++k) {
             const Joint& joint = header[k].joint;
             if (header[k].isTime) {
@@ -273,10 +280,9 @@ std::vector<KrManipulatorSystemState> KrAppPose::readTrajectory(const KrStatedSy
             }
             const double position = jointPosition(joint, words[k], where, KrAppFailure::CouldNot);
             checkLimits(joint, position, where, warnings);
-            moving.setJointPosition(joint.manipulator, joint.name, position);
+            positions.push_back(position);
         }
-        states.push_back(moving.systemState());
-        states.back().setTime(time);
+        motion.add(time, positions);
     }
-    return states;
+    return motion;
 }

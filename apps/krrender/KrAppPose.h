@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/system/KrStatedSystem.h>
+#include "KrAppMotion.h"
 
 #include <string>
 #include <utility>
@@ -22,10 +22,9 @@ void setJoints(KrStatedSystem& system, const std::vector<std::pair<std::string, 
 /// Reads a manipulatorSystemState.
 void readState(KrStatedSystem& system, const std::string& path, KrAppMessages& messages);
 
-/// The states of a motion: one for each row of a CSV file whose header names joints. Joints that are not named keep
+/// One state for each row of a CSV file whose header names joints. Joints that are not named keep
 /// the position they have in `system`. A column "time" is read into the states' time, s; blank lines and lines that
 /// begin with # are skipped.
-std::vector<KrManipulatorSystemState> readTrajectory(const KrStatedSystem& system, const std::string& path,
-                                                     std::vector<std::string>& warnings);
+KrAppMotion readTrajectory(const KrStatedSystem& system, const std::string& path, std::vector<std::string>& warnings);
 
 } // namespace KrAppPose

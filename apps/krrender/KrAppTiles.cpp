@@ -3,6 +3,7 @@
 #include "KrAppFailure.h"
 #include "KrAppFraming.h"
 #include "KrAppLighting.h"
+#include "KrAppMotion.h"
 #include "KrAppOptions.h"
 #include "KrAppRobot.h"
 #include "KrAppScene.h"
@@ -79,8 +80,8 @@ std::vector<std::string> KrAppTiles::parse(const std::string& list)
     return views;
 }
 
-KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot,
-                       const std::vector<KrManipulatorSystemState>& states, const KrColor& background)
+KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion,
+                       const KrColor& background)
     : m_width(options.width)
     , m_height(options.height)
 {
@@ -101,7 +102,7 @@ KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot,
         const Side side = sideOf(name, options);
         KrAppFraming framing(side.towardsEye, side.up, options.verticalFieldOfView(),
                              static_cast<double>(tileWidth()) / tileHeight());
-        framing.addMotion(robot.statedSystem().manipulatorSystem(), states);
+        framing.addMotion(robot.statedSystem().manipulatorSystem(), motion);
         m_povs.push_back(framing.pov());
     }
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+class KrAppMotion;
 class KrAppScene;
 struct KrAppOptions;
 struct KrAppRobot;
@@ -26,10 +27,9 @@ public:
     /// Frames every view about the whole motion. Throws KrAppFailure (WrongUsage) when a tile would have no pixel.
     ///
     /// @param options     `views` is not empty; `width` and `height` are the whole picture's
-    /// @param states      at least one; they fit the robot's system
+    /// @param motion      fits the robot's system
     /// @param background  for pixels without a view
-    KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot,
-               const std::vector<KrManipulatorSystemState>& states, const KrColor& background);
+    KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion, const KrColor& background);
 
     /// Of one tile, pixels.
     unsigned int tileWidth() const { return m_width / m_columns; }

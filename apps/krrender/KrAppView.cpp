@@ -3,6 +3,7 @@
 #include "KrAppFailure.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
+#include "KrAppMotion.h"
 #include "KrAppOptions.h"
 #include "KrAppRobot.h"
 #include "KrAppScene.h"
@@ -153,8 +154,7 @@ std::string KrAppView::bindings()
            "Escape, q                    close\n";
 }
 
-void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting,
-                    const std::vector<KrManipulatorSystemState>& states)
+void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrAppMotion& motion)
 {
     // Every aid is made ready; which are seen is a matter of the mask.
     KrAppAids all = m_options.aids;
@@ -169,25 +169,25 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     if (isOwnLighting) {
         KrAppScene::lightFromEverywhere(m_window);
     }
-    poses.drive(states.front());
-    m_window.setState(states.front());
+    poses.drive(motion.state(0));
+    m_window.setState(motion.state(0));
     all.show(m_window);
     m_window.setDisplayMask(KrRenderTypes::LinkAxes, m_options.aids.axes, false);
     m_window.setDisplayMask(KrRenderTypes::BoundingVolumes, m_options.aids.volumes, false);
     m_window.setDisplayMask(KrRenderTypes::MassProperties, m_options.aids.mass, false);
 
     const KrAppInterrupt interrupt;
-    Player player(states.size(), m_options.framesPerSecond);
+    Player player(motion.size(), m_options.framesPerSecond);
     const osg::ref_ptr<Keys> keys = new Keys(m_window, player);
     m_window.getViewer()->addEventHandler(keys);
     m_window.setInputHandler(new KrOrbitInputHandler(&m_window));
     KrWindowInput input(m_window);
-    std::size_t shown = states.size();
+    std::size_t shown = motion.size();
     while (!keys->isDone() && !input.isCloseRequested() && !interrupt.isRequested()) {
         bool isDue = input.take();
         if (const std::size_t state = player.state(); state != shown) {
-            poses.drive(states[state]);
-            m_window.setState(states[state]);
+            poses.drive(motion.state(state));
+            m_window.setState(motion.state(state));
             shown = state;
             isDue = true;
         }

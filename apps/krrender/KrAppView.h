@@ -3,12 +3,11 @@
 #include "KrAppAids.h"
 
 #include <rendCore/KrRenderWindow.h>
-#include <toolkit/system/KrManipulatorSystemState.h>
 
 #include <string>
-#include <vector>
 
 class KrAppMessages;
+class KrAppMotion;
 struct KrAppOptions;
 struct KrAppRobot;
 
@@ -19,14 +18,12 @@ public:
     /// Opens the window. Throws KrAppFailure (CouldNot) without a display.
     KrAppView(const KrAppOptions& options, KrAppMessages& messages);
 
-    /// Shows `states`, at the options' frames per second and over and over, until the user closes the window.
+    /// Shows `motion`, at the options' frames per second and over and over, until the user closes the window.
     /// Throws KrAppFailure (CouldNot) when the window cannot be drawn any more.
     ///
     /// @param parameters     as for the picture; the aids' look is added
     /// @param isOwnLighting  the parameters' lights are this program's
-    /// @param states         at least one
-    void run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting,
-             const std::vector<KrManipulatorSystemState>& states);
+    void run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrAppMotion& motion);
 
     /// What mouse and keys do, one a line.
     static std::string bindings();

@@ -10,6 +10,7 @@
 #include "KrAppInterrupt.h"
 #include "KrAppLighting.h"
 #include "KrAppMessages.h"
+#include "KrAppMotion.h"
 #include "KrAppOptions.h"
 #include "KrAppPose.h"
 #include "KrAppProgress.h"
@@ -32,8 +33,6 @@ namespace
 {
 
 const KrColor kDefaultBackground(0xEE / 255.0, 0xF0 / 255.0, 0xF4 / 255.0);
-
-using States = std::vector<KrManipulatorSystemState>;
 
 /// Refuses what cannot be written before any work is done.
 void checkOutputs(const KrAppOptions& options)
@@ -61,7 +60,7 @@ void checkOutputs(const KrAppOptions& options)
     }
 }
 
-KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, const States& states)
+KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion)
 {
     double fieldOfView = options.verticalFieldOfView();
     double aspectRatio = static_cast<double>(options.width) / options.height;
@@ -70,7 +69,7 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
     }
     const KrVector up = options.up.value_or(KrVector(0.0, 0.0, 1.0));
     KrAppFraming framing(options.towardsEye(), up, fieldOfView, aspectRatio);
-    framing.addMotion(robot.statedSystem().manipulatorSystem(), states);
+    framing.addMotion(robot.statedSystem().manipulatorSystem(), motion);
 
     KrPovParameters pov = framing.pov();
     if (options.eye) {
@@ -90,7 +89,7 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
 }
 
 /// Point of view, light and background. `isOwnLighting`: the lights are this program's, not the file's.
-KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrAppRobot& robot, const States& states,
+KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion,
                                         bool& isOwnLighting)
 {
     KrVisualizationParameters parameters = robot.system.visualizationParameters();
@@ -99,7 +98,7 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
     if (options.pov) {
         parameters.setPovParameters(*options.pov);
     } else if (!isFileView || options.eye || options.lookAt) {
-        parameters.setPovParameters(automaticView(options, robot, states));
+        parameters.setPovParameters(automaticView(options, robot, motion));
     }
     if (isOwnLighting) {
         parameters.setLightParameters(KrAppLighting::threeLamps(parameters.povParameters()));
@@ -119,7 +118,7 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
 }
 
 /// Draws on this thread; frames come back a little later and are written by another one. `tiles` may be null.
-void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& scene, KrAppTiles* tiles,
+void drawFrames(const KrAppOptions& options, KrAppMotion& motion, KrAppScene& scene, KrAppTiles* tiles,
                 KrAppMessages& messages)
 {
     const KrAppInterrupt interrupt;
@@ -137,18 +136,18 @@ void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& s
     const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
     stream->setLender([&](const KrFrameStream::Frame& frame) { return writer.lend(frame.width, frame.height); });
     stream->setReceiver([&](const KrFrameStream::Frame&) { writer.submit(); });
-    KrAppProgress progress("frames", states.size(), options.quiet);
-    for (std::size_t i = 0; i < states.size() && !interrupt.isRequested() && !writer.hasFailed(); ++i) {
+    KrAppProgress progress("frames", motion.size(), options.quiet);
+    for (std::size_t i = 0; i < motion.size() && !interrupt.isRequested() && !writer.hasFailed(); ++i) {
         if (tiles) {
             unsigned char* const whole = writer.lend(options.width * scene.factor(), options.height * scene.factor());
             if (whole) {
-                tiles->draw(scene, states[i], whole);
+                tiles->draw(scene, motion.state(i), whole);
                 writer.submit();
             }
             progress.setDone(writer.numWritten());
             continue;
         }
-        scene.draw(states[i], *stream);
+        scene.draw(motion.state(i), *stream);
         if (options.sidecar && !video) {
             // What is in force now is what was drawn; the picture itself comes later.
             KrFrameDescription frame = KrAppSidecar::describe(scene, options);
@@ -161,8 +160,8 @@ void drawFrames(const KrAppOptions& options, const States& states, KrAppScene& s
     scene.window().setDrawCallback(nullptr);
     writer.finish();
     progress.setDone(writer.numWritten());
-    if (!isWhole || writer.numWritten() < states.size()) {
-        stopped(writer.numWritten(), states.size());
+    if (!isWhole || writer.numWritten() < motion.size()) {
+        stopped(writer.numWritten(), motion.size());
     }
     if (video) {
         video->finish();
@@ -208,11 +207,11 @@ void drawDepth(const KrAppOptions& options, const KrManipulatorSystemState& stat
 }
 
 void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting,
-          const States& states, KrAppMessages& messages)
+          KrAppMotion& motion, KrAppMessages& messages)
 {
     std::optional<KrAppTiles> tiles;
     if (!options.views.empty()) {
-        tiles.emplace(options, robot, states, parameters.renderParameters().backgroundColor());
+        tiles.emplace(options, robot, motion, parameters.renderParameters().backgroundColor());
     }
     KrAppScene scene(tiles ? tiles->tileWidth() : options.width, tiles ? tiles->tileHeight() : options.height,
                      options.samples, messages);
@@ -223,7 +222,7 @@ void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParamet
         throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("this camera cannot be"));
     }
     if (!options.trajectory.empty()) {
-        drawFrames(options, states, scene, tiles ? &*tiles : nullptr, messages);
+        drawFrames(options, motion, scene, tiles ? &*tiles : nullptr, messages);
         return;
     }
     KrImage picture;
@@ -233,27 +232,27 @@ void draw(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParamet
         if (whole.empty()) {
             throw std::bad_alloc();
         }
-        tiles->draw(scene, states.front(), whole.data());
+        tiles->draw(scene, motion.state(0), whole.data());
         KrAppScene::average(whole, scene.factor(), picture);
         KrAppFiles::writePicture(picture, options.output, messages);
         return;
     }
     if (!options.output.empty()) {
-        scene.draw(states.front(), picture);
+        scene.draw(motion.state(0), picture);
         KrAppFiles::writePicture(picture, options.output, messages);
         writeSidecar(options, scene, options.output, messages);
     }
     if (!options.depthPreview.empty()) {
-        scene.drawDepth(states.front(), picture);
+        scene.drawDepth(motion.state(0), picture);
         KrAppFiles::writePicture(picture, options.depthPreview, messages);
         writeDepthSidecar(options, scene, options.depthPreview, "relative depth", "1", messages);
     }
     if (!options.depth.empty()) {
-        drawDepth(options, states.front(), scene, messages);
+        drawDepth(options, motion.state(0), scene, messages);
     }
 }
 
-void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, const States& states,
+void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, KrAppMotion& motion,
           KrAppMessages& messages)
 {
     KrAppView window(options, messages);
@@ -261,7 +260,7 @@ void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, co
         std::fputs(KrAppView::bindings().c_str(), stdout);
         std::fflush(stdout);
     }
-    window.run(robot, robot.system.visualizationParameters(), isOwnLighting, states);
+    window.run(robot, robot.system.visualizationParameters(), isOwnLighting, motion);
 }
 
 void refuseMissingMeshes(const KrAppRobot& robot)
@@ -338,32 +337,32 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
         KrAppPose::readState(robot.statedSystem(), options.state, messages);
     }
     KrAppPose::setJoints(robot.statedSystem(), options.joints, warnings);
-    States states = {robot.statedSystem().systemState()};
+    KrAppMotion motion(robot.statedSystem());
     if (!options.trajectory.empty()) {
-        states = KrAppPose::readTrajectory(robot.statedSystem(), options.trajectory, warnings);
+        motion = KrAppPose::readTrajectory(robot.statedSystem(), options.trajectory, warnings);
     }
 
     const bool hasRangeMap = !options.rangeMap.path.empty();
     if (options.drawsPictures() || options.view || hasRangeMap || !options.convert.empty()) {
         bool isOwnLighting = true;
-        robot.system.visualizationParameters() = parametersFor(options, robot, states, isOwnLighting);
+        robot.system.visualizationParameters() = parametersFor(options, robot, motion, isOwnLighting);
         if (!options.convert.empty() && !robot.system.writeFile(options.convert)) {
             throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.convert));
         }
         if (options.drawsPictures()) {
-            draw(options, robot, robot.system.visualizationParameters(), isOwnLighting, states, messages);
+            draw(options, robot, robot.system.visualizationParameters(), isOwnLighting, motion, messages);
         }
         if (hasRangeMap) {
             options.rangeMap.write(robot.statedSystem(), robot.system.visualizationParameters().povParameters());
         }
         if (options.view) {
-            view(options, robot, isOwnLighting, states, messages);
+            view(options, robot, isOwnLighting, motion, messages);
         }
     }
     if (!options.quiet) {
         warnings.insert(warnings.end(), messages.texts().begin(), messages.texts().end());
         printWarnings(options, robot, warnings);
-        printSummary(options, robot, states.size());
+        printSummary(options, robot, motion.size());
     }
 }
 

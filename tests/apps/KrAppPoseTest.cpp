@@ -103,8 +103,9 @@ TEST(KrAppPose, ReadsATrajectoryRowByRow)
     const std::string path =
         folder.write("motion.csv", "\xEF\xBB\xBF# made by hand\r\n time , slide_joint, a/turn_joint\r\n"
                                    "0, 0.1, 0\r\n\r\n# middle\r\n0.5, 20mm, -30deg\r\n");
-    const std::vector<KrManipulatorSystemState> states = KrAppPose::readTrajectory(system, path, warnings);
-    ASSERT_EQ(states.size(), 2u);
+    KrAppMotion motion = KrAppPose::readTrajectory(system, path, warnings);
+    ASSERT_EQ(motion.size(), 2u);
+    const KrManipulatorSystemState states[] = {motion.state(0), motion.state(1)};
     EXPECT_EQ(jointAt(states[0], 0, 1), 0.1);
     EXPECT_NEAR(jointAt(states[1], 0, 1), 0.02, 1e-15);
     EXPECT_NEAR(jointAt(states[1], 0, 0), -0.5235987755982988, 1e-12);

@@ -184,7 +184,8 @@ TEST_F(KrRenderWindowTest, TwoWindowsDrawTheirOwnSystemsAndSurviveEachOther)
     EXPECT_EQ(std::memcmp(first.data(), again.data(), first.sizeInBytes()), 0);
 }
 
-// Open, load, draw, capture, close, again and again: the picture stays the same. What memory and descriptors they leave is krLifetimeBenchmark's to measure.
+// Open, load, draw, capture, close, again and again: the picture stays the same. What memory and descriptors they leave
+// is krLifetimeBenchmark's to measure.
 TEST(KrRenderWindowLifetime, ManyWindowsDrawTheSame)
 {
     const KrStatedSystem system(Systems::twoBoxes());

@@ -24,7 +24,8 @@ bool isSame(const KrImage& a, const KrImage& b)
            std::memcmp(a.data(), b.data(), a.sizeInBytes()) == 0;
 }
 
-class KrReproducible : public testing::Test
+/// Whether the pictures are drawn into the window's own buffers or off-screen.
+class KrReproducible : public testing::TestWithParam<bool>
 {
 protected:
     void SetUp() override
@@ -37,6 +38,8 @@ protected:
     void draw(KrRenderWindow& window, Pictures& pictures)
     {
         window.setWindowSize(320, 240);
+        ASSERT_TRUE(window.init());
+        window.setOffScreenRendering(GetParam());
         window.setStatedSystem(system.statedSystem());
         window.setPovParameters(pov);
         window.setState(system.statedSystem().systemState());
@@ -50,7 +53,7 @@ protected:
 
 } // namespace
 
-TEST_F(KrReproducible, FromOneContextToTheNextAndFromWindowToWindow)
+TEST_P(KrReproducible, FromOneContextToTheNextAndFromWindowToWindow)
 {
     Pictures first, again;
     KrRenderWindow window;
@@ -76,3 +79,6 @@ TEST_F(KrReproducible, FromOneContextToTheNextAndFromWindowToWindow)
     draw(other, again);
     EXPECT_TRUE(isSame(first.color, again.color) && isSame(first.depth, again.depth)) << "another window";
 }
+
+INSTANTIATE_TEST_SUITE_P(Targets, KrReproducible, testing::Bool(),
+                         [](const auto& target) { return target.param ? "OffScreen" : "Window"; });

@@ -86,6 +86,15 @@ void resolveTexture(std::map<std::string, Value>& values, const std::string& doc
 
 } // namespace
 
+template class KrXmlObjectOf<KrDataMap, KrXmlObject>;
+
+KrDataMap::KrDataMap() = default;
+KrDataMap::KrDataMap(const KrDataMap& other) = default;
+KrDataMap::KrDataMap(KrDataMap&& other) noexcept = default;
+KrDataMap& KrDataMap::operator=(const KrDataMap& other) = default;
+KrDataMap& KrDataMap::operator=(KrDataMap&& other) noexcept = default;
+KrDataMap::~KrDataMap() = default;
+
 bool KrDataMap::real(const std::string& key, double& out) const
 {
     return find(m_values, key, out);

@@ -17,6 +17,13 @@ class KrColor;
 class KrDataMap : public KrXmlObjectOf<KrDataMap, KrXmlObject>
 {
 public:
+    KrDataMap();
+    KrDataMap(const KrDataMap& other);
+    KrDataMap(KrDataMap&& other) noexcept;
+    KrDataMap& operator=(const KrDataMap& other);
+    KrDataMap& operator=(KrDataMap&& other) noexcept;
+    ~KrDataMap() override;
+
     /// Each writes `out` and returns true only when `key` is there with that type.
     bool real(const std::string& key, double& out) const;
     bool string(const std::string& key, std::string& out) const;
@@ -49,3 +56,6 @@ public:
 private:
     std::map<std::string, std::variant<double, std::string, bool>> m_values;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrDataMap, KrXmlObject>;

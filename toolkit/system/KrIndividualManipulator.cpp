@@ -174,6 +174,17 @@ bool refuseState(const char* method, const std::string& manipulator, unsigned in
 
 } // namespace
 
+template class KrXmlObjectOf<KrIndividualManipulator, KrManipulatorLink>;
+template class KrXmlObjectOf<KrXmlVectorType<KrIndividualManipulator>, KrXmlObject>;
+template class KrXmlVectorType<KrIndividualManipulator>;
+
+KrIndividualManipulator::KrIndividualManipulator() = default;
+KrIndividualManipulator::KrIndividualManipulator(const KrIndividualManipulator& other) = default;
+KrIndividualManipulator::KrIndividualManipulator(KrIndividualManipulator&& other) noexcept = default;
+KrIndividualManipulator& KrIndividualManipulator::operator=(const KrIndividualManipulator& other) = default;
+KrIndividualManipulator& KrIndividualManipulator::operator=(KrIndividualManipulator&& other) noexcept = default;
+KrIndividualManipulator::~KrIndividualManipulator() = default;
+
 KrIndividualManipulator::KrIndividualManipulator(const std::string& name)
 {
     setName(name);

@@ -14,7 +14,12 @@
 class KrIndividualManipulator : public KrXmlObjectOf<KrIndividualManipulator, KrManipulatorLink>
 {
 public:
-    KrIndividualManipulator() = default;
+    KrIndividualManipulator();
+    KrIndividualManipulator(const KrIndividualManipulator& other);
+    KrIndividualManipulator(KrIndividualManipulator&& other) noexcept;
+    KrIndividualManipulator& operator=(const KrIndividualManipulator& other);
+    KrIndividualManipulator& operator=(KrIndividualManipulator&& other) noexcept;
+    ~KrIndividualManipulator() override;
     explicit KrIndividualManipulator(const std::string& name);
 
     /// Manipulator frame to world frame.
@@ -69,3 +74,8 @@ private:
     KrMaterialMap m_dataMaps;
     KrIntraLinkDescription m_intraLinks;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrIndividualManipulator, KrManipulatorLink>;
+extern template class KrXmlObjectOf<KrXmlVectorType<KrIndividualManipulator>, KrXmlObject>;
+extern template class KrXmlVectorType<KrIndividualManipulator>;

@@ -37,6 +37,17 @@ KrCoordinateSystemTransformation frameAlong(const KrVector& x, const KrVector& o
 
 } // namespace
 
+template class KrXmlObjectOf<KrIntraLink, KrXmlCompoundType>;
+template class KrXmlObjectOf<KrXmlVectorType<KrIntraLink>, KrXmlObject>;
+template class KrXmlVectorType<KrIntraLink>;
+
+KrIntraLink::KrIntraLink() = default;
+KrIntraLink::KrIntraLink(const KrIntraLink& other) = default;
+KrIntraLink::KrIntraLink(KrIntraLink&& other) noexcept = default;
+KrIntraLink& KrIntraLink::operator=(const KrIntraLink& other) = default;
+KrIntraLink& KrIntraLink::operator=(KrIntraLink&& other) noexcept = default;
+KrIntraLink::~KrIntraLink() = default;
+
 KrIntraLink::KrIntraLink(const std::string& startLink, const KrVector& startPoint, const std::string& endLink,
                          const KrVector& endPoint)
     : m_startLink(startLink)
@@ -88,6 +99,15 @@ bool KrIntraLink::validate(KrXmlReader& reader) const
     }
     return true;
 }
+
+template class KrXmlObjectOf<KrIntraLinkDescription, KrXmlCompoundType>;
+
+KrIntraLinkDescription::KrIntraLinkDescription() = default;
+KrIntraLinkDescription::KrIntraLinkDescription(const KrIntraLinkDescription& other) = default;
+KrIntraLinkDescription::KrIntraLinkDescription(KrIntraLinkDescription&& other) noexcept = default;
+KrIntraLinkDescription& KrIntraLinkDescription::operator=(const KrIntraLinkDescription& other) = default;
+KrIntraLinkDescription& KrIntraLinkDescription::operator=(KrIntraLinkDescription&& other) noexcept = default;
+KrIntraLinkDescription::~KrIntraLinkDescription() = default;
 
 KrXmlToken KrIntraLinkDescription::token() const
 {

@@ -19,7 +19,12 @@ class KrManipulatorActiveState;
 class KrIntraLink : public KrXmlObjectOf<KrIntraLink, KrXmlCompoundType>
 {
 public:
-    KrIntraLink() = default;
+    KrIntraLink();
+    KrIntraLink(const KrIntraLink& other);
+    KrIntraLink(KrIntraLink&& other) noexcept;
+    KrIntraLink& operator=(const KrIntraLink& other);
+    KrIntraLink& operator=(KrIntraLink&& other) noexcept;
+    ~KrIntraLink() override;
     KrIntraLink(const std::string& startLink, const KrVector& startPoint, const std::string& endLink,
                 const KrVector& endPoint);
 
@@ -55,6 +60,13 @@ private:
 class KrIntraLinkDescription : public KrXmlObjectOf<KrIntraLinkDescription, KrXmlCompoundType>
 {
 public:
+    KrIntraLinkDescription();
+    KrIntraLinkDescription(const KrIntraLinkDescription& other);
+    KrIntraLinkDescription(KrIntraLinkDescription&& other) noexcept;
+    KrIntraLinkDescription& operator=(const KrIntraLinkDescription& other);
+    KrIntraLinkDescription& operator=(KrIntraLinkDescription&& other) noexcept;
+    ~KrIntraLinkDescription() override;
+
     unsigned int count() const { return m_intraLinks.size(); }
     /// Not checked: `i` is below count().
     const KrIntraLink& intraLink(unsigned int i) const { return m_intraLinks[i]; }
@@ -66,3 +78,9 @@ public:
 private:
     KrXmlVectorType<KrIntraLink> m_intraLinks;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrIntraLink, KrXmlCompoundType>;
+extern template class KrXmlObjectOf<KrXmlVectorType<KrIntraLink>, KrXmlObject>;
+extern template class KrXmlVectorType<KrIntraLink>;
+extern template class KrXmlObjectOf<KrIntraLinkDescription, KrXmlCompoundType>;

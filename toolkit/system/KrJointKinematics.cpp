@@ -58,6 +58,15 @@ KrVector normalized(KrVector axis)
 
 } // namespace
 
+template class KrXmlObjectOf<KrJointKinematics, KrXmlCompoundType>;
+
+KrJointKinematics::KrJointKinematics() = default;
+KrJointKinematics::KrJointKinematics(const KrJointKinematics& other) = default;
+KrJointKinematics::KrJointKinematics(KrJointKinematics&& other) noexcept = default;
+KrJointKinematics& KrJointKinematics::operator=(const KrJointKinematics& other) = default;
+KrJointKinematics& KrJointKinematics::operator=(KrJointKinematics&& other) noexcept = default;
+KrJointKinematics::~KrJointKinematics() = default;
+
 KrJointKinematics::Type KrJointKinematics::type() const
 {
     return m_typeValue;

@@ -14,6 +14,13 @@
 class KrJointKinematics : public KrXmlObjectOf<KrJointKinematics, KrXmlCompoundType>
 {
 public:
+    KrJointKinematics();
+    KrJointKinematics(const KrJointKinematics& other);
+    KrJointKinematics(KrJointKinematics&& other) noexcept;
+    KrJointKinematics& operator=(const KrJointKinematics& other);
+    KrJointKinematics& operator=(KrJointKinematics&& other) noexcept;
+    ~KrJointKinematics() override;
+
     enum class Type
     {
         Fixed,
@@ -92,3 +99,6 @@ private:
     KrXmlBasicType<double> m_mimicMultiplier = 1.0;
     KrXmlBasicType<double> m_mimicOffset = 0.0;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrJointKinematics, KrXmlCompoundType>;

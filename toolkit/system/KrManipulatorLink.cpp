@@ -2,6 +2,21 @@
 
 #include <boost/make_shared.hpp>
 
+template class KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>;
+template class KrXmlObjectOf<KrXmlVectorType<KrManipulatorLink>, KrXmlObject>;
+template class KrXmlVectorType<KrManipulatorLink>;
+template class KrXmlObjectOf<KrXmlVectorType<KrXmlPointerType<KrShape>>, KrXmlObject>;
+template class KrXmlVectorType<KrXmlPointerType<KrShape>>;
+template class KrXmlObjectOf<KrXmlPointerType<KrShape>, KrXmlObject>;
+template class KrXmlPointerType<KrShape>;
+
+KrManipulatorLink::KrManipulatorLink() = default;
+KrManipulatorLink::KrManipulatorLink(const KrManipulatorLink& other) = default;
+KrManipulatorLink::KrManipulatorLink(KrManipulatorLink&& other) noexcept = default;
+KrManipulatorLink& KrManipulatorLink::operator=(const KrManipulatorLink& other) = default;
+KrManipulatorLink& KrManipulatorLink::operator=(KrManipulatorLink&& other) noexcept = default;
+KrManipulatorLink::~KrManipulatorLink() = default;
+
 KrManipulatorLink::KrManipulatorLink(const std::string& name)
     : m_name(name)
 {

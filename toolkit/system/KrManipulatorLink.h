@@ -11,7 +11,12 @@
 class KrManipulatorLink : public KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>
 {
 public:
-    KrManipulatorLink() = default;
+    KrManipulatorLink();
+    KrManipulatorLink(const KrManipulatorLink& other);
+    KrManipulatorLink(KrManipulatorLink&& other) noexcept;
+    KrManipulatorLink& operator=(const KrManipulatorLink& other);
+    KrManipulatorLink& operator=(KrManipulatorLink&& other) noexcept;
+    ~KrManipulatorLink() override;
     explicit KrManipulatorLink(const std::string& name);
 
     const std::string& name() const { return m_name.value(); }
@@ -53,3 +58,12 @@ private:
     KrXmlBasicType<bool> m_deformable = false;
     KrXmlVectorType<KrManipulatorLink> m_childLinks;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>;
+extern template class KrXmlObjectOf<KrXmlVectorType<KrManipulatorLink>, KrXmlObject>;
+extern template class KrXmlVectorType<KrManipulatorLink>;
+extern template class KrXmlObjectOf<KrXmlVectorType<KrXmlPointerType<KrShape>>, KrXmlObject>;
+extern template class KrXmlVectorType<KrXmlPointerType<KrShape>>;
+extern template class KrXmlObjectOf<KrXmlPointerType<KrShape>, KrXmlObject>;
+extern template class KrXmlPointerType<KrShape>;

@@ -1,5 +1,14 @@
 #include <toolkit/system/KrManipulatorSystem.h>
 
+template class KrXmlObjectOf<KrManipulatorSystem, KrXmlCompoundType>;
+
+KrManipulatorSystem::KrManipulatorSystem() = default;
+KrManipulatorSystem::KrManipulatorSystem(const KrManipulatorSystem& other) = default;
+KrManipulatorSystem::KrManipulatorSystem(KrManipulatorSystem&& other) noexcept = default;
+KrManipulatorSystem& KrManipulatorSystem::operator=(const KrManipulatorSystem& other) = default;
+KrManipulatorSystem& KrManipulatorSystem::operator=(KrManipulatorSystem&& other) noexcept = default;
+KrManipulatorSystem::~KrManipulatorSystem() = default;
+
 KrXmlToken KrManipulatorSystem::token() const
 {
     return {KrXmlNamespace::system(), "manipulatorSystem"};

@@ -6,6 +6,13 @@
 class KrManipulatorSystem : public KrXmlObjectOf<KrManipulatorSystem, KrXmlCompoundType>
 {
 public:
+    KrManipulatorSystem();
+    KrManipulatorSystem(const KrManipulatorSystem& other);
+    KrManipulatorSystem(KrManipulatorSystem&& other) noexcept;
+    KrManipulatorSystem& operator=(const KrManipulatorSystem& other);
+    KrManipulatorSystem& operator=(KrManipulatorSystem&& other) noexcept;
+    ~KrManipulatorSystem() override;
+
     const KrXmlVectorType<KrIndividualManipulator>& manipulators() const { return m_manipulators; }
     KrXmlVectorType<KrIndividualManipulator>& manipulators() { return m_manipulators; }
 
@@ -15,3 +22,6 @@ public:
 private:
     KrXmlVectorType<KrIndividualManipulator> m_manipulators;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrManipulatorSystem, KrXmlCompoundType>;

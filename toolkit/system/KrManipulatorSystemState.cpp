@@ -1,5 +1,14 @@
 #include <toolkit/system/KrManipulatorSystemState.h>
 
+template class KrXmlObjectOf<KrManipulatorSystemState, KrXmlCompoundType>;
+
+KrManipulatorSystemState::KrManipulatorSystemState() = default;
+KrManipulatorSystemState::KrManipulatorSystemState(const KrManipulatorSystemState& other) = default;
+KrManipulatorSystemState::KrManipulatorSystemState(KrManipulatorSystemState&& other) noexcept = default;
+KrManipulatorSystemState& KrManipulatorSystemState::operator=(const KrManipulatorSystemState& other) = default;
+KrManipulatorSystemState& KrManipulatorSystemState::operator=(KrManipulatorSystemState&& other) noexcept = default;
+KrManipulatorSystemState::~KrManipulatorSystemState() = default;
+
 KrXmlToken KrManipulatorSystemState::token() const
 {
     return {KrXmlNamespace::system(), "manipulatorSystemState"};

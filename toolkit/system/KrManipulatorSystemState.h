@@ -6,6 +6,13 @@
 class KrManipulatorSystemState : public KrXmlObjectOf<KrManipulatorSystemState, KrXmlCompoundType>
 {
 public:
+    KrManipulatorSystemState();
+    KrManipulatorSystemState(const KrManipulatorSystemState& other);
+    KrManipulatorSystemState(KrManipulatorSystemState&& other) noexcept;
+    KrManipulatorSystemState& operator=(const KrManipulatorSystemState& other);
+    KrManipulatorSystemState& operator=(KrManipulatorSystemState&& other) noexcept;
+    ~KrManipulatorSystemState() override;
+
     double time() const { return m_time; } ///< s
     void setTime(double time) { m_time = time; }
     /// One for each manipulator, in their order.
@@ -19,3 +26,6 @@ private:
     KrXmlBasicType<double> m_time = 0.0;
     KrXmlVectorType<KrPositionState> m_positionStates;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrManipulatorSystemState, KrXmlCompoundType>;

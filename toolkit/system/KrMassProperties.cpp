@@ -49,6 +49,15 @@ bool areFinite(const std::array<double, 6>& values)
 
 } // namespace
 
+template class KrXmlObjectOf<KrMassProperties, KrXmlCompoundType>;
+
+KrMassProperties::KrMassProperties() = default;
+KrMassProperties::KrMassProperties(const KrMassProperties& other) = default;
+KrMassProperties::KrMassProperties(KrMassProperties&& other) noexcept = default;
+KrMassProperties& KrMassProperties::operator=(const KrMassProperties& other) = default;
+KrMassProperties& KrMassProperties::operator=(KrMassProperties&& other) noexcept = default;
+KrMassProperties::~KrMassProperties() = default;
+
 void KrMassProperties::setMass(double mass)
 {
     m_mass = mass;

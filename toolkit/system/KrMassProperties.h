@@ -15,6 +15,13 @@ class KrEllipsoid;
 class KrMassProperties : public KrXmlObjectOf<KrMassProperties, KrXmlCompoundType>
 {
 public:
+    KrMassProperties();
+    KrMassProperties(const KrMassProperties& other);
+    KrMassProperties(KrMassProperties&& other) noexcept;
+    KrMassProperties& operator=(const KrMassProperties& other);
+    KrMassProperties& operator=(KrMassProperties&& other) noexcept;
+    ~KrMassProperties() override;
+
     double mass() const { return m_mass; } ///< kg
     void setMass(double mass);
     const KrVector& centerOfMass() const { return m_centerOfMass; } ///< m
@@ -52,3 +59,6 @@ private:
     KrXmlVectorType<double> m_inertia{std::vector<double>(6, 0.0)}; ///< always six
     mutable bool m_isReported = false;                              ///< the message is out; not written
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrMassProperties, KrXmlCompoundType>;

@@ -9,6 +9,13 @@
 class KrPositionState : public KrXmlObjectOf<KrPositionState, KrXmlCompoundType>
 {
 public:
+    KrPositionState();
+    KrPositionState(const KrPositionState& other);
+    KrPositionState(KrPositionState&& other) noexcept;
+    KrPositionState& operator=(const KrPositionState& other);
+    KrPositionState& operator=(KrPositionState&& other) noexcept;
+    ~KrPositionState() override;
+
     using JointPositions = KrXmlVectorType<KrXmlBasicType<double>>;
 
     /// Base link frame to manipulator frame (the manipulator's placement stands above it).
@@ -25,3 +32,10 @@ private:
     KrCoordinateSystemTransformation m_base;
     JointPositions m_jointPositions;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrPositionState, KrXmlCompoundType>;
+extern template class KrXmlObjectOf<KrXmlVectorType<KrPositionState>, KrXmlObject>;
+extern template class KrXmlVectorType<KrPositionState>;
+extern template class KrXmlObjectOf<KrXmlVectorType<KrXmlBasicType<double>>, KrXmlObject>;
+extern template class KrXmlVectorType<KrXmlBasicType<double>>;

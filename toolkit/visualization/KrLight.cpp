@@ -4,6 +4,15 @@
 
 #include <cmath>
 
+template class KrXmlObjectOf<KrLight, KrXmlCompoundType>;
+
+KrLight::KrLight() = default;
+KrLight::KrLight(const KrLight& other) = default;
+KrLight::KrLight(KrLight&& other) noexcept = default;
+KrLight& KrLight::operator=(const KrLight& other) = default;
+KrLight& KrLight::operator=(KrLight&& other) noexcept = default;
+KrLight::~KrLight() = default;
+
 KrXmlToken KrLight::token() const
 {
     return {KrXmlNamespace::render(), "light"};

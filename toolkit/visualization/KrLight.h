@@ -9,6 +9,13 @@
 class KrLight : public KrXmlObjectOf<KrLight, KrXmlCompoundType>
 {
 public:
+    KrLight();
+    KrLight(const KrLight& other);
+    KrLight(KrLight&& other) noexcept;
+    KrLight& operator=(const KrLight& other);
+    KrLight& operator=(KrLight&& other) noexcept;
+    ~KrLight() override;
+
     bool isAtEye() const { return m_atEye.value(); } ///< follows the eye point (headlight)
     void setAtEye(bool on) { m_atEye = on; }
     bool isOn() const { return m_on.value(); }
@@ -58,3 +65,6 @@ private:
     KrXmlBasicType<double> m_linearAttenuation = 0.0;
     KrXmlBasicType<double> m_quadraticAttenuation = 0.0;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrLight, KrXmlCompoundType>;

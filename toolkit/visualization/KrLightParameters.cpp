@@ -1,5 +1,16 @@
 #include <toolkit/visualization/KrLightParameters.h>
 
+template class KrXmlObjectOf<KrLightParameters, KrXmlCompoundType>;
+template class KrXmlObjectOf<KrXmlVectorType<KrLight>, KrXmlObject>;
+template class KrXmlVectorType<KrLight>;
+
+KrLightParameters::KrLightParameters() = default;
+KrLightParameters::KrLightParameters(const KrLightParameters& other) = default;
+KrLightParameters::KrLightParameters(KrLightParameters&& other) noexcept = default;
+KrLightParameters& KrLightParameters::operator=(const KrLightParameters& other) = default;
+KrLightParameters& KrLightParameters::operator=(KrLightParameters&& other) noexcept = default;
+KrLightParameters::~KrLightParameters() = default;
+
 KrXmlToken KrLightParameters::token() const
 {
     return {KrXmlNamespace::render(), "lightParameters"};

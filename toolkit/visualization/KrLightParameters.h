@@ -7,6 +7,13 @@
 class KrLightParameters : public KrXmlObjectOf<KrLightParameters, KrXmlCompoundType>
 {
 public:
+    KrLightParameters();
+    KrLightParameters(const KrLightParameters& other);
+    KrLightParameters(KrLightParameters&& other) noexcept;
+    KrLightParameters& operator=(const KrLightParameters& other);
+    KrLightParameters& operator=(KrLightParameters&& other) noexcept;
+    ~KrLightParameters() override;
+
     const KrXmlVectorType<KrLight>& lights() const { return m_lights; }
     KrXmlVectorType<KrLight>& lights() { return m_lights; }
 
@@ -16,3 +23,8 @@ public:
 private:
     KrXmlVectorType<KrLight> m_lights;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrLightParameters, KrXmlCompoundType>;
+extern template class KrXmlObjectOf<KrXmlVectorType<KrLight>, KrXmlObject>;
+extern template class KrXmlVectorType<KrLight>;

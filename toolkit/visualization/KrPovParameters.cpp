@@ -9,6 +9,15 @@ constexpr double kPi = 3.14159265358979324;
 
 } // namespace
 
+template class KrXmlObjectOf<KrPovParameters, KrXmlCompoundType>;
+
+KrPovParameters::KrPovParameters() = default;
+KrPovParameters::KrPovParameters(const KrPovParameters& other) = default;
+KrPovParameters::KrPovParameters(KrPovParameters&& other) noexcept = default;
+KrPovParameters& KrPovParameters::operator=(const KrPovParameters& other) = default;
+KrPovParameters& KrPovParameters::operator=(KrPovParameters&& other) noexcept = default;
+KrPovParameters::~KrPovParameters() = default;
+
 double KrPovParameters::viewingDistance() const
 {
     return (centerOfInterest() - eyepoint()).length();

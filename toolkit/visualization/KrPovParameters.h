@@ -9,6 +9,13 @@
 class KrPovParameters : public KrXmlObjectOf<KrPovParameters, KrXmlCompoundType>
 {
 public:
+    KrPovParameters();
+    KrPovParameters(const KrPovParameters& other);
+    KrPovParameters(KrPovParameters&& other) noexcept;
+    KrPovParameters& operator=(const KrPovParameters& other);
+    KrPovParameters& operator=(KrPovParameters&& other) noexcept;
+    ~KrPovParameters() override;
+
     const KrVector& eyepoint() const { return m_eyepoint; }
     void setEyepoint(const KrVector& eye) { m_eyepoint = eye; }
     const KrVector& centerOfInterest() const { return m_centerOfInterest; }
@@ -36,3 +43,6 @@ private:
     KrXmlVector m_up = KrVector(0.0, 0.0, 1.0);
     KrXmlBasicType<double> m_fieldOfView = 0.78539816339744831; ///< pi / 4
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrPovParameters, KrXmlCompoundType>;

@@ -4,6 +4,15 @@
 
 #include <cmath>
 
+template class KrXmlObjectOf<KrRenderParameters, KrXmlCompoundType>;
+
+KrRenderParameters::KrRenderParameters() = default;
+KrRenderParameters::KrRenderParameters(const KrRenderParameters& other) = default;
+KrRenderParameters::KrRenderParameters(KrRenderParameters&& other) noexcept = default;
+KrRenderParameters& KrRenderParameters::operator=(const KrRenderParameters& other) = default;
+KrRenderParameters& KrRenderParameters::operator=(KrRenderParameters&& other) noexcept = default;
+KrRenderParameters::~KrRenderParameters() = default;
+
 KrXmlToken KrRenderParameters::token() const
 {
     return {KrXmlNamespace::render(), "renderParameters"};

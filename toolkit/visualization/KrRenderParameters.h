@@ -8,6 +8,13 @@
 class KrRenderParameters : public KrXmlObjectOf<KrRenderParameters, KrXmlCompoundType>
 {
 public:
+    KrRenderParameters();
+    KrRenderParameters(const KrRenderParameters& other);
+    KrRenderParameters(KrRenderParameters&& other) noexcept;
+    KrRenderParameters& operator=(const KrRenderParameters& other);
+    KrRenderParameters& operator=(KrRenderParameters&& other) noexcept;
+    ~KrRenderParameters() override;
+
     /// True when the window chooses the clipping planes from the point of view.
     bool isAutoClipping() const { return m_autoClipping.value(); }
     void setAutoClipping(bool on) { m_autoClipping = on; }
@@ -30,3 +37,6 @@ private:
     KrXmlBasicType<double> m_farClipping = 100.0;
     KrColor m_backgroundColor = KrColor(1.0, 1.0, 1.0);
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrRenderParameters, KrXmlCompoundType>;

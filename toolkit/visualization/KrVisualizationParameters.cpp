@@ -1,5 +1,14 @@
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
+template class KrXmlObjectOf<KrVisualizationParameters, KrXmlCompoundType>;
+
+KrVisualizationParameters::KrVisualizationParameters() = default;
+KrVisualizationParameters::KrVisualizationParameters(const KrVisualizationParameters& other) = default;
+KrVisualizationParameters::KrVisualizationParameters(KrVisualizationParameters&& other) noexcept = default;
+KrVisualizationParameters& KrVisualizationParameters::operator=(const KrVisualizationParameters& other) = default;
+KrVisualizationParameters& KrVisualizationParameters::operator=(KrVisualizationParameters&& other) noexcept = default;
+KrVisualizationParameters::~KrVisualizationParameters() = default;
+
 KrXmlToken KrVisualizationParameters::token() const
 {
     return {KrXmlNamespace::render(), "visualizationParameters"};

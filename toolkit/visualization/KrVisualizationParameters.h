@@ -9,6 +9,13 @@
 class KrVisualizationParameters : public KrXmlObjectOf<KrVisualizationParameters, KrXmlCompoundType>
 {
 public:
+    KrVisualizationParameters();
+    KrVisualizationParameters(const KrVisualizationParameters& other);
+    KrVisualizationParameters(KrVisualizationParameters&& other) noexcept;
+    KrVisualizationParameters& operator=(const KrVisualizationParameters& other);
+    KrVisualizationParameters& operator=(KrVisualizationParameters&& other) noexcept;
+    ~KrVisualizationParameters() override;
+
     const KrPovParameters& povParameters() const { return m_pov; }
     void setPovParameters(const KrPovParameters& pov) { m_pov = pov; }
     const KrRenderParameters& renderParameters() const { return m_render; }
@@ -27,3 +34,6 @@ private:
     KrLightParameters m_light;
     KrGUIObjectParameters m_gui;
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrVisualizationParameters, KrXmlCompoundType>;

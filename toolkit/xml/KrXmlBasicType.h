@@ -91,3 +91,13 @@ struct KrXmlPlain<KrXmlBasicType<T>, std::enable_if_t<std::is_arithmetic_v<T>>>
         return ok;
     }
 };
+
+// Compiled once, in the library.
+extern template class KrXmlObjectOf<KrXmlBasicType<bool>, KrXmlObject>;
+extern template class KrXmlBasicType<bool>;
+extern template class KrXmlObjectOf<KrXmlBasicType<double>, KrXmlObject>;
+extern template class KrXmlBasicType<double>;
+extern template class KrXmlObjectOf<KrXmlBasicType<std::string>, KrXmlObject>;
+extern template class KrXmlBasicType<std::string>;
+extern template class KrXmlObjectOf<KrXmlBasicType<unsigned int>, KrXmlObject>;
+extern template class KrXmlBasicType<unsigned int>;

@@ -1,0 +1,10 @@
+#include <toolkit/xml/KrXmlBasicType.h>
+
+template class KrXmlObjectOf<KrXmlBasicType<bool>, KrXmlObject>;
+template class KrXmlBasicType<bool>;
+template class KrXmlObjectOf<KrXmlBasicType<double>, KrXmlObject>;
+template class KrXmlBasicType<double>;
+template class KrXmlObjectOf<KrXmlBasicType<std::string>, KrXmlObject>;
+template class KrXmlBasicType<std::string>;
+template class KrXmlObjectOf<KrXmlBasicType<unsigned int>, KrXmlObject>;
+template class KrXmlBasicType<unsigned int>;
