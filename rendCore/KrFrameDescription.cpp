@@ -40,21 +40,6 @@ using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 
 // Filling.
 
-const char* nameOf(KrJointKinematics::Type type)
-{
-    switch (type) {
-    case KrJointKinematics::Type::Revolute:
-        return "revolute";
-    case KrJointKinematics::Type::Continuous:
-        return "continuous";
-    case KrJointKinematics::Type::Prismatic:
-        return "prismatic";
-    case KrJointKinematics::Type::Fixed:
-        break;
-    }
-    return "fixed";
-}
-
 void describeJoints(const KrIndividualManipulator& manipulator, const KrPositionState& state,
                     KrFrameDescription::Manipulator& out)
 {
@@ -64,7 +49,7 @@ void describeJoints(const KrIndividualManipulator& manipulator, const KrPosition
     out.joints.resize(count);
     for (unsigned int i = 0; i < count; ++i) {
         const KrJointKinematics& joint = links[i]->jointKinematics();
-        out.joints[i] = {joint.name(), nameOf(joint.type()), state.jointPositions()[i]};
+        out.joints[i] = {joint.name(), KrJointKinematics::typeName(joint.type()), state.jointPositions()[i]};
     }
 }
 

@@ -56,8 +56,10 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
                    "video (.mp4 .mkv .webm .gif)")
         ->type_name("FILE")
         ->group("Output");
-    app.add_option("--depth", options.depth,
-                   "Depths to write: .png (16-bit, millimetres, 0 for nothing), .npy or .pfm (metres, inf for nothing)")
+    app.add_option(
+           "--depth", options.depth,
+           "Depths to write: .png (16-bit, millimetres, 0 for nothing), .npy or .pfm (metres, inf for nothing); with "
+           "--trajectory a pattern (depths/%04d.npy)")
         ->type_name("FILE")
         ->group("Output");
     app.add_option("--depth-kind", words.depthKind, "Along the view or along each pixel's ray [planar]")
@@ -303,8 +305,9 @@ void checkCombination(const KrAppOptions& options)
     if (options.robot.empty()) {
         wrongUsage("no robot was named: krrender ROBOT -o PICTURE (krrender --help tells more)");
     }
-    if (!options.trajectory.empty() && options.output.empty() && !options.view) {
-        wrongUsage("--trajectory needs -o: a pattern such as frames/%04d.png, or a video such as robot.mp4; or --view");
+    if (!options.trajectory.empty() && !options.drawsPictures() && !options.view) {
+        wrongUsage("--trajectory needs -o: a pattern such as frames/%04d.png, or a video such as robot.mp4; or "
+                   "--depth, --depth-preview or --view");
     }
     if (!options.drawsPictures() && !options.view && !options.info && options.convert.empty() &&
         options.report.empty() && options.rangeMap.path.empty()) {
@@ -312,9 +315,8 @@ void checkCombination(const KrAppOptions& options)
                    "or --report");
     }
     const bool hasDepth = !options.depth.empty() || !options.depthPreview.empty() || !options.rangeMap.path.empty();
-    if (!options.trajectory.empty() && hasDepth) {
-        wrongUsage(
-            "--depth, --depth-preview and --range-map are for one pose and cannot be combined with --trajectory");
+    if (!options.trajectory.empty() && !options.rangeMap.path.empty()) {
+        wrongUsage("--range-map is for one pose and cannot be combined with --trajectory");
     }
     if (options.sidecar && !options.drawsPictures()) {
         wrongUsage("--sidecar needs a picture: give -o PICTURE, --depth or --depth-preview");

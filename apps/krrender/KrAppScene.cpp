@@ -37,6 +37,8 @@ unsigned int factorOf(unsigned int samples)
 
 KrAppScene::KrAppScene(unsigned int width, unsigned int height, unsigned int samples, KrAppMessages& messages)
     : m_messages(messages)
+    , m_width(width)
+    , m_height(height)
 {
     const std::string size = std::to_string(width) + " x " + std::to_string(height) + " pixels";
     m_window.setName("krrender");
@@ -60,10 +62,20 @@ KrAppScene::KrAppScene(unsigned int width, unsigned int height, unsigned int sam
     while (m_factor > 1 && (width * m_factor > largestWidth || height * m_factor > largestHeight)) {
         --m_factor;
     }
-    if (!m_window.setWindowSize(width * m_factor, height * m_factor)) {
-        throw KrAppFailure(KrAppFailure::CouldNot,
-                           "cannot draw " + size + ": " + m_messages.lastReason("the driver refuses that size"));
+    resize(m_factor);
+}
+
+void KrAppScene::resize(unsigned int factor)
+{
+    if (factor == m_drawnFactor) {
+        return;
     }
+    if (!m_window.setWindowSize(m_width * factor, m_height * factor)) {
+        throw KrAppFailure(KrAppFailure::CouldNot,
+                           "cannot draw " + std::to_string(m_width) + " x " + std::to_string(m_height) +
+                               " pixels: " + m_messages.lastReason("the driver refuses that size"));
+    }
+    m_drawnFactor = factor;
 }
 
 void KrAppScene::show(KrStatedSystem& system, const KrVisualizationParameters& parameters, bool isOwnLighting)
@@ -105,6 +117,7 @@ void KrAppScene::failToDraw() const
 void KrAppScene::capture(const KrManipulatorSystemState& state, unsigned int flags, KrImage& picture)
 {
     pose(state);
+    resize(m_factor);
     if (!m_window.renderSceneAndCaptureImage(picture, flags) || picture.empty()) {
         failToDraw();
     }
@@ -113,6 +126,7 @@ void KrAppScene::capture(const KrManipulatorSystemState& state, unsigned int fla
 void KrAppScene::draw(const KrManipulatorSystemState& state, KrFrameStream& stream)
 {
     pose(state);
+    resize(m_factor);
     // Each time: a capture in between would have dropped it.
     m_window.setDrawCallback(&stream);
     if (!m_window.renderScene(true) || stream.numLost() > 0) {
@@ -140,14 +154,11 @@ void KrAppScene::drawDepth(const KrManipulatorSystemState& state, KrImage& pictu
 void KrAppScene::drawDepth(const KrManipulatorSystemState& state, const KrDepthCapture::Options& options,
                            std::vector<float>& depths)
 {
-    const unsigned int width = m_window.windowWidth();
-    const unsigned int height = m_window.windowHeight();
     pose(state);
-    KrDepthCapture capture;
-    if (!m_window.setWindowSize(width / m_factor, height / m_factor) || !capture.render(m_window, options, depths)) {
+    resize(1);
+    if (!m_depthCapture.render(m_window, options, depths)) {
         failToDraw();
     }
-    m_window.setWindowSize(width, height);
 }
 
 void KrAppScene::average(const KrImage& large, unsigned int factor, KrImage& small)

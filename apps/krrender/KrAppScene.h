@@ -53,12 +53,17 @@ public:
 
 private:
     void pose(const KrManipulatorSystemState& state);
+    void resize(unsigned int factor);
     [[noreturn]] void failToDraw() const;
     void capture(const KrManipulatorSystemState& state, unsigned int flags, KrImage& picture);
 
     KrRenderWindow m_window;
     KrAppMessages& m_messages;
     std::optional<KrPoseDriver> m_poses;
+    KrDepthCapture m_depthCapture;
+    unsigned int m_width;
+    unsigned int m_height;
     unsigned int m_factor = 1;
+    unsigned int m_drawnFactor = 0; ///< that of the window's present size; 0 at first
     KrImage m_large;
 };

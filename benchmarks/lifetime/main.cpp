@@ -3,6 +3,7 @@
 // Ends with an error when memory grew by 2 MiB since cycle 100, a descriptor stayed open or a picture differed.
 #include <import/KrRobotImporter.h>
 #include <rendCore/KrRenderWindow.h>
+#include <tests/support/Process.h>
 
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
@@ -29,23 +30,6 @@ bool load(const std::string& path, KrStatedSystem& system)
     }
     KrImportReport report;
     return KrRobotImporter::readFile(path, KrImportOptions(), system, report);
-}
-
-long residentKiB()
-{
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (status >> word && word != "VmRSS:") {
-    }
-    long value = 0;
-    status >> value;
-    return value;
-}
-
-long openDescriptors()
-{
-    const std::filesystem::directory_iterator entries("/proc/self/fd");
-    return static_cast<long>(std::distance(begin(entries), end(entries)));
 }
 
 bool drawOnce(const KrStatedSystem& system, KrImage& image)
@@ -84,15 +68,15 @@ int main(int argc, char** argv)
         }
         different += std::memcmp(first.data(), image.data(), first.sizeInBytes()) != 0 ? 1 : 0;
         if (cycle == kSettledAfter) {
-            settledKiB = residentKiB();
-            settledDescriptors = openDescriptors();
+            settledKiB = Process::residentKiB();
+            settledDescriptors = Process::numOpenDescriptors();
         }
     }
-    const long grownKiB = residentKiB() - settledKiB;
-    const long grownDescriptors = openDescriptors() - settledDescriptors;
+    const long grownKiB = Process::residentKiB() - settledKiB;
+    const long grownDescriptors = Process::numOpenDescriptors() - settledDescriptors;
     std::printf(
         "%d cycles: %+ld KiB resident since cycle %d (%ld KiB in all), %+ld descriptors, %d pictures unlike the "
         "first\n",
-        cycles, grownKiB, kSettledAfter, residentKiB(), grownDescriptors, different);
+        cycles, grownKiB, kSettledAfter, Process::residentKiB(), grownDescriptors, different);
     return grownKiB < kMostGrowthKiB && grownDescriptors <= 0 && different == 0 ? 0 : 1;
 }

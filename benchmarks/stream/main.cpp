@@ -4,6 +4,7 @@
 //                                                              does, and the memory held on the way
 #include "KrBenchMeasure.h"
 #include <tests/support/Allocations.h>
+#include <tests/support/Process.h>
 
 #include <KrAppFailure.h>
 #include <KrAppFrameWriter.h>
@@ -133,17 +134,6 @@ void compare(const Options& options, KrRenderWindow& window)
     std::printf("streamed : captured %.2f\n", middle(streamed).rate / middle(captured).rate);
 }
 
-long residentKiB()
-{
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (status >> word && word != "VmRSS:") {
-    }
-    long value = 0;
-    status >> value;
-    return value;
-}
-
 void drawLong(const Options& options, KrRenderWindow& window)
 {
     std::ofstream sink("/dev/null", std::ios::binary);
@@ -158,15 +148,15 @@ void drawLong(const Options& options, KrRenderWindow& window)
     for (unsigned int i = 1; i <= options.frames; ++i) {
         window.renderScene(true);
         if (i == kSettledAfter || (i > kSettledAfter && i % (options.frames / 5) == 0)) {
-            settled = i == kSettledAfter ? residentKiB() : settled;
-            std::printf("%8u frames: %ld KiB resident\n", i, residentKiB());
+            settled = i == kSettledAfter ? Process::residentKiB() : settled;
+            std::printf("%8u frames: %ld KiB resident\n", i, Process::residentKiB());
             std::fflush(stdout);
         }
     }
     stream->flush();
     writer.finish();
     window.setDrawCallback(nullptr);
-    std::printf("%zu frames written, %+ld KiB since frame %zu\n", writer.numWritten(), residentKiB() - settled,
+    std::printf("%zu frames written, %+ld KiB since frame %zu\n", writer.numWritten(), Process::residentKiB() - settled,
                 kSettledAfter);
     if (writer.numWritten() != options.frames) {
         throw KrAppFailure(KrAppFailure::CouldNot, "the stream lost frames");

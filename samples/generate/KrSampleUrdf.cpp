@@ -84,21 +84,6 @@ bool writeMtl(const std::filesystem::path& path, const std::map<std::string, KrS
     return file.good();
 }
 
-const char* typeName(KrJointKinematics::Type type)
-{
-    switch (type) {
-    case KrJointKinematics::Type::Revolute:
-        return "revolute";
-    case KrJointKinematics::Type::Continuous:
-        return "continuous";
-    case KrJointKinematics::Type::Prismatic:
-        return "prismatic";
-    case KrJointKinematics::Type::Fixed:
-        break;
-    }
-    return "fixed";
-}
-
 void writeLink(std::ostream& file, const KrSampleRobot& robot, const KrSampleLink& link, const std::string& meshes)
 {
     file << "  <link name=\"" << link.name << "\">\n";
@@ -129,7 +114,7 @@ void writeLink(std::ostream& file, const KrSampleRobot& robot, const KrSampleLin
 
 void writeJoint(std::ostream& file, const KrSampleRobot& robot, const KrSampleLink& link)
 {
-    file << "  <joint name=\"" << link.joint << "\" type=\"" << typeName(link.type) << "\">\n    "
+    file << "  <joint name=\"" << link.joint << "\" type=\"" << KrJointKinematics::typeName(link.type) << "\">\n    "
          << originElement(link.origin, link.originRollPitchYaw) << "\n    <parent link=\""
          << robot.links[static_cast<std::size_t>(link.parent)].name << "\"/>\n    <child link=\"" << link.name
          << "\"/>\n";

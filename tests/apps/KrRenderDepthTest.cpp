@@ -5,6 +5,7 @@
 #include <KrAppDepth.h>
 #include <KrAppFailure.h>
 #include <KrAppFiles.h>
+#include <rendCore/KrFrameDescription.h>
 
 #include <osg/Image>
 #include <osgDB/ReadFile>
@@ -20,12 +21,17 @@ namespace
 {
 
 /// Seen from (6, 0, 0) along -x with z up, +y is on the right: nearest upper left (5 m), then upper right (5.5 m), then
-/// lower left (6 m), nothing lower right.
+/// lower left (6 m), nothing lower right. The first one can be pushed nearer.
 const char* const kUrdf = R"(<robot name="lopsided"><link name="base">
-  <visual><origin xyz="0.9 -0.5 0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
   <visual><origin xyz="0.4 0.5 0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
   <visual><origin xyz="-0.1 -0.5 -0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
-</link></robot>
+</link>
+<link name="near">
+  <visual><origin xyz="0.9 -0.5 0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
+</link>
+<joint name="push" type="prismatic"><parent link="base"/><child link="near"/><axis xyz="1 0 0"/>
+  <limit lower="-1" upper="1" effort="1" velocity="1"/></joint>
+</robot>
 )";
 constexpr float kNothing = std::numeric_limits<float>::infinity();
 
@@ -164,6 +170,34 @@ TEST_F(KrRenderDepth, EveryFormatHasTheSameMetresTheRightWayUp)
     EXPECT_NEAR(euclidean.at(20, 15), 5.0 * std::sqrt(1.0 + slope * slope), 1e-4);
 }
 
+TEST_F(KrRenderDepth, EveryPoseOfAMotionHasItsDepthsPictureAndDescription)
+{
+    m_folder.write("motion.csv", "time, push\n0, 0\n0.5, -0.4\n");
+    const Answer answer =
+        krrender("--trajectory motion.csv -o c%d.png --depth d%d.npy --depth-preview p%d.png --sidecar");
+    ASSERT_EQ(answer.status, 0) << answer.err;
+    std::set<std::string> expected = {"motion.csv", "target.urdf"};
+    for (const std::string name : {"c1.png", "c2.png", "d1.npy", "d2.npy", "p1.png", "p2.png"}) {
+        expected.insert({name, name + ".json"});
+    }
+    EXPECT_EQ(m_folder.names(), expected);
+    expectTarget(numpy<float>(content("d1.npy"), "<f4"), 1.0, kNothing, 1e-4);
+    EXPECT_NEAR(numpy<float>(content("d2.npy"), "<f4").at(20, 15), 5.4, 1e-4);
+    KrFrameDescription frame;
+    ASSERT_TRUE(frame.readFile(m_folder.path("d2.npy.json")));
+    EXPECT_EQ(frame.frameNumber, 2u);
+    EXPECT_EQ(frame.width, 80u);
+    EXPECT_EQ(frame.time, 0.5);
+
+    // Each is what a single pose gives.
+    ASSERT_EQ(krrender("-j push=-0.4 -o c.png --depth d.npy --depth-preview p.png").status, 0);
+    EXPECT_EQ(content("c2.png"), content("c.png"));
+    EXPECT_EQ(content("d2.npy"), content("d.npy"));
+    EXPECT_EQ(content("p2.png"), content("p.png"));
+    ASSERT_EQ(krrender("--trajectory motion.csv --depth only%d.npy").status, 0);
+    EXPECT_EQ(content("only1.npy"), content("d1.npy"));
+}
+
 TEST_F(KrRenderDepth, RangeMapsHaveTheirTopRowFirst)
 {
     ASSERT_EQ(krrender("--range-map r.npy 80x60 2x1.6 9").status, 0);
@@ -180,7 +214,7 @@ TEST_F(KrRenderDepth, WrongWordsAreToldAndNothingIsWritten)
          {"--depth d.jpg", "--depth d", "--depth-kind planar -o a.png", "--depth d.npy --depth-kind radial",
           "--range-map r.png 8x6 2x1 9", "--range-map r.npy 0x6 2x1 9", "--range-map r.npy 8x6 2x-1 9",
           "--range-map r.npy 8x6 nanx1 9", "--range-map r.npy 8x6 2x1 1", "--range-map r.npy 8x6 2x1",
-          "--depth d.png --trajectory t.csv -o a.png"}) {
+          "--range-map r.npy 8x6 2x1 9 --trajectory t.csv -o a.png"}) {
         const Answer answer = krrender(words);
         EXPECT_EQ(answer.status, 2) << words << ": " << answer.err;
         EXPECT_EQ(answer.numErrorLines(), 1u) << answer.err;

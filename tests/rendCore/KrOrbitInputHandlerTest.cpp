@@ -15,6 +15,7 @@
 
 #include <cmath>
 #include <limits>
+#include <string>
 
 namespace
 {
@@ -211,9 +212,13 @@ TEST(KrOrbitInputHandler, RefusesWhatIsNoMotion)
 TEST_F(KrOrbitInputHandlerTest, PansAndZoomsWithWhatIsUnderTheCursor)
 {
     // A ball in the centre's depth, or far behind it, above and to the right of the middle.
-    for (const bool parallel : {false, true}) {
+    for (const std::string lens : {"perspective", "parallel", "off-centre"}) {
+        const bool parallel = lens == "parallel";
+        if (lens == "off-centre") {
+            ASSERT_TRUE(window.setCameraIntrinsics({200, 150, 180.0, 180.0, 130.0, 50.0}));
+        }
         for (const float depth : {0.0f, -9.0f}) {
-            SCOPED_TRACE(testing::Message() << (parallel ? "parallel, " : "perspective, ") << depth);
+            SCOPED_TRACE(testing::Message() << lens << ", " << depth);
             window.deleteContents();
             window.loadScene();
             window.setNode(ball(osg::Vec3(depth, 0.8f, 0.6f), depth < 0.0f ? 0.4f : 0.15f));

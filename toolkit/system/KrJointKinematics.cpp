@@ -21,16 +21,6 @@ constexpr std::array<TypeName, 4> kTypeNames = {{{KrJointKinematics::Type::Fixed
                                                  {KrJointKinematics::Type::Continuous, "continuous"},
                                                  {KrJointKinematics::Type::Prismatic, "prismatic"}}};
 
-const char* nameOf(KrJointKinematics::Type type)
-{
-    for (const TypeName& known : kTypeNames) {
-        if (known.type == type) {
-            return known.name;
-        }
-    }
-    return kTypeNames[0].name;
-}
-
 std::optional<KrJointKinematics::Type> typeOf(const std::string& name)
 {
     for (const TypeName& known : kTypeNames) {
@@ -67,6 +57,16 @@ KrJointKinematics& KrJointKinematics::operator=(const KrJointKinematics& other) 
 KrJointKinematics& KrJointKinematics::operator=(KrJointKinematics&& other) noexcept = default;
 KrJointKinematics::~KrJointKinematics() = default;
 
+const char* KrJointKinematics::typeName(Type type)
+{
+    for (const TypeName& known : kTypeNames) {
+        if (known.type == type) {
+            return known.name;
+        }
+    }
+    return kTypeNames[0].name;
+}
+
 KrJointKinematics::Type KrJointKinematics::type() const
 {
     return m_typeValue;
@@ -75,7 +75,7 @@ KrJointKinematics::Type KrJointKinematics::type() const
 void KrJointKinematics::setType(Type type)
 {
     m_typeValue = type;
-    m_type = std::string(nameOf(type));
+    m_type = std::string(typeName(type));
 }
 
 bool KrJointKinematics::setAxis(const KrVector& axis)

@@ -33,6 +33,8 @@ public:
     void setName(const std::string& name) { m_name = name; }
 
     Type type() const;
+    /// "fixed", "revolute", "continuous" or "prismatic", as files have it.
+    static const char* typeName(Type type);
     void setType(Type type);
     bool isMovable() const { return type() != Type::Fixed; }
 

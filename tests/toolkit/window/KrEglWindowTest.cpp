@@ -5,17 +5,14 @@
 
 #include "WindowTestTools.h"
 
+#include <tests/support/Process.h>
+
 #include <EGL/egl.h>
 #include <GL/glext.h>
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 
@@ -403,26 +400,11 @@ TEST_F(KrExternalWindow, BelievesInSharingOnlyWhenTheContextsDoShare)
     EXPECT_EQ(window.getShare(), std::vector<KrWindow*>{&sharing});
 }
 
-std::size_t numOpenDescriptors()
-{
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
 #if defined(__SANITIZE_ADDRESS__)
 constexpr long kAllowedGrowthKiB = 256 * 1024; // freed memory stays in quarantine
 #else
 constexpr long kAllowedGrowthKiB = 2 * 1024;
 #endif
-
-long residentKiB()
-{
-    std::ifstream statm("/proc/self/statm");
-    long total = 0;
-    long resident = 0;
-    statm >> total >> resident;
-    return resident * (sysconf(_SC_PAGESIZE) / 1024);
-}
 
 TEST_F(KrEglWindow, LeavesNothingBehindHoweverOftenItIsOpened)
 {
@@ -441,12 +423,12 @@ TEST_F(KrEglWindow, LeavesNothingBehindHoweverOftenItIsOpened)
     }
     for (int i = 0; i < 50; ++i)
         ASSERT_TRUE(cycle());
-    const std::size_t descriptors = numOpenDescriptors();
-    const long resident = residentKiB();
+    const long descriptors = Process::numOpenDescriptors();
+    const long resident = Process::residentKiB();
     for (int i = 0; i < 200; ++i)
         ASSERT_TRUE(cycle()) << "cycle " << i;
-    EXPECT_EQ(numOpenDescriptors(), descriptors);
-    EXPECT_LT(residentKiB() - resident, kAllowedGrowthKiB);
+    EXPECT_EQ(Process::numOpenDescriptors(), descriptors);
+    EXPECT_LT(Process::residentKiB() - resident, kAllowedGrowthKiB);
 }
 
 } // namespace

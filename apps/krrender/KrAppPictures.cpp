@@ -1,0 +1,219 @@
+#include "KrAppPictures.h"
+
+#include "KrAppDepth.h"
+#include "KrAppFailure.h"
+#include "KrAppFiles.h"
+#include "KrAppFrameWriter.h"
+#include "KrAppInterrupt.h"
+#include "KrAppMessages.h"
+#include "KrAppMotion.h"
+#include "KrAppOptions.h"
+#include "KrAppProgress.h"
+#include "KrAppRobot.h"
+#include "KrAppSidecar.h"
+#include "KrAppVideo.h"
+
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace
+{
+
+[[noreturn]] void stopped(std::size_t done, std::size_t total)
+{
+    throw KrAppFailure(KrAppFailure::CouldNot,
+                       "stopped after " + std::to_string(done) + " of " + std::to_string(total) + " frames");
+}
+
+} // namespace
+
+void KrAppPictures::check(const KrAppOptions& options)
+{
+    const bool isSeries = !options.trajectory.empty();
+    const bool isVideo = isSeries && KrAppFiles::isVideo(options.output);
+    if (options.sidecar && isVideo) {
+        throw KrAppFailure(KrAppFailure::WrongUsage,
+                           "--sidecar is for pictures: give -o a pattern such as frames/%04d.png");
+    }
+    if (!options.output.empty() && !isVideo) {
+        KrAppFiles::checkPictureFormat(options.output);
+    }
+    if (!options.depth.empty()) {
+        KrAppDepth::checkFormat(options.depth);
+    }
+    if (!options.depthPreview.empty()) {
+        KrAppFiles::checkPictureFormat(options.depthPreview);
+    }
+    for (const std::string& path : {options.output, options.depth, options.depthPreview}) {
+        if (!path.empty()) {
+            const bool isPattern = isSeries && !(isVideo && path == options.output);
+            KrAppFiles::checkWritable(isPattern ? KrAppFiles::frameFile(path, 1) : path);
+        }
+    }
+}
+
+KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters,
+                             bool isOwnLighting, KrAppMotion& motion, KrAppMessages& messages)
+    : m_options(options)
+    , m_motion(motion)
+    , m_messages(messages)
+{
+    if (!options.views.empty()) {
+        m_tiles.emplace(options, robot, motion, parameters.renderParameters().backgroundColor());
+    }
+    m_scene.emplace(m_tiles ? m_tiles->tileWidth() : options.width, m_tiles ? m_tiles->tileHeight() : options.height,
+                    options.samples, messages);
+    options.aids.prepare(robot, parameters);
+    m_scene->show(robot.statedSystem(), parameters, isOwnLighting);
+    options.aids.show(m_scene->window());
+    if (options.intrinsics && !m_scene->window().setCameraIntrinsics(*options.intrinsics)) {
+        throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("this camera cannot be"));
+    }
+}
+
+void KrAppPictures::write()
+{
+    if (!m_options.output.empty()) {
+        m_options.trajectory.empty() ? writeColor() : writeColors();
+    }
+    if (!m_options.depthPreview.empty()) {
+        writeEach("depth previews", [this](std::size_t i) { writeDepthPreview(i); });
+    }
+    if (!m_options.depth.empty()) {
+        writeEach("depths", [this](std::size_t i) { writeDepth(i); });
+    }
+}
+
+std::string KrAppPictures::file(const std::string& pattern, std::size_t i) const
+{
+    return m_options.trajectory.empty() ? pattern : KrAppFiles::frameFile(pattern, i + 1);
+}
+
+void KrAppPictures::writeColor()
+{
+    if (m_tiles) {
+        KrImage large;
+        large.allocate(3, 0, m_options.width * m_scene->factor(), m_options.height * m_scene->factor());
+        if (large.empty()) {
+            throw std::bad_alloc();
+        }
+        m_tiles->draw(*m_scene, m_motion.state(0), large.data());
+        KrAppScene::average(large, m_scene->factor(), m_picture);
+    } else {
+        m_scene->draw(m_motion.state(0), m_picture);
+    }
+    KrAppFiles::writePicture(m_picture, m_options.output, m_messages);
+    writeSidecar(0, m_options.output);
+}
+
+/// Draws on this thread; frames come back a little later and are written by another one.
+void KrAppPictures::writeColors()
+{
+    const KrAppInterrupt interrupt;
+    std::unique_ptr<KrAppVideo> video;
+    if (KrAppFiles::isVideo(m_options.output)) {
+        video = std::make_unique<KrAppVideo>(m_options.output, m_options.width, m_options.height,
+                                             m_options.framesPerSecond);
+    }
+    KrAppFrameWriter writer(m_scene->factor(), [&](const KrImage& picture, std::size_t i) {
+        if (video) {
+            video->add(picture);
+        } else {
+            KrAppFiles::writePicture(picture, file(m_options.output, i), m_messages);
+        }
+    });
+    const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
+    stream->setLender([&](const KrFrameStream::Frame& frame) { return writer.lend(frame.width, frame.height); });
+    stream->setReceiver([&](const KrFrameStream::Frame&) { writer.submit(); });
+    const unsigned int factor = m_scene->factor();
+    KrAppProgress progress("frames", m_motion.size(), m_options.quiet);
+    for (std::size_t i = 0; i < m_motion.size() && !interrupt.isRequested() && !writer.hasFailed(); ++i) {
+        if (m_tiles) {
+            if (unsigned char* const whole = writer.lend(m_options.width * factor, m_options.height * factor)) {
+                m_tiles->draw(*m_scene, m_motion.state(i), whole);
+                writer.submit();
+            }
+        } else {
+            m_scene->draw(m_motion.state(i), *stream);
+            // What is in force now is what was drawn; the picture itself comes later.
+            writeSidecar(i, m_options.output);
+        }
+        progress.setDone(writer.numWritten());
+    }
+    const bool isWhole = stream->flush();
+    m_scene->window().setDrawCallback(nullptr);
+    writer.finish();
+    progress.setDone(writer.numWritten());
+    if (!isWhole || writer.numWritten() < m_motion.size()) {
+        stopped(writer.numWritten(), m_motion.size());
+    }
+    if (video) {
+        video->finish();
+    }
+}
+
+void KrAppPictures::writeEach(const std::string& what, const std::function<void(std::size_t)>& writeOne)
+{
+    if (m_motion.size() == 1) {
+        writeOne(0);
+        return;
+    }
+    const KrAppInterrupt interrupt;
+    KrAppProgress progress(what, m_motion.size(), m_options.quiet);
+    for (std::size_t i = 0; i < m_motion.size(); ++i) {
+        if (interrupt.isRequested()) {
+            stopped(i, m_motion.size());
+        }
+        writeOne(i);
+        progress.setDone(i + 1);
+    }
+}
+
+void KrAppPictures::writeDepth(std::size_t i)
+{
+    KrDepthCapture::Options wanted;
+    wanted.kind = m_options.depthKind;
+    wanted.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
+    m_scene->drawDepth(m_motion.state(i), wanted, m_depths);
+    KrAppDepth::write(m_depths, m_options.width, m_options.height, file(m_options.depth, i));
+    const bool isPlanar = m_options.depthKind == KrDepthCapture::Kind::Planar;
+    const bool isPicture = KrAppFiles::extensionOf(m_options.depth) == ".png";
+    writeDepthSidecar(i, m_options.depth, isPlanar ? "planar depth" : "euclidean depth", isPicture ? "mm" : "m");
+}
+
+void KrAppPictures::writeDepthPreview(std::size_t i)
+{
+    m_scene->drawDepth(m_motion.state(i), m_picture);
+    KrAppFiles::writePicture(m_picture, file(m_options.depthPreview, i), m_messages);
+    writeDepthSidecar(i, m_options.depthPreview, "relative depth", "1");
+}
+
+void KrAppPictures::writeSidecar(std::size_t i, const std::string& path)
+{
+    if (m_options.sidecar) {
+        writeDescription(KrAppSidecar::describe(*m_scene, m_options), i, path);
+    }
+}
+
+void KrAppPictures::writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit)
+{
+    if (m_options.sidecar) {
+        KrFrameDescription frame = KrAppSidecar::describe(*m_scene, m_options);
+        frame.channels = 1;
+        frame.quantity = quantity;
+        frame.unit = unit;
+        if (KrAppFiles::extensionOf(path) == ".pfm") {
+            frame.rowOrder = KrFrameDescription::RowOrder::BottomRowFirst;
+        }
+        writeDescription(std::move(frame), i, path);
+    }
+}
+
+void KrAppPictures::writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path) const
+{
+    if (!m_options.trajectory.empty()) {
+        frame.frameNumber = static_cast<unsigned int>(i + 1);
+    }
+    KrAppSidecar::write(frame, file(path, i), m_messages);
+}
