@@ -183,6 +183,9 @@ TEST_P(FrameOrientation, DepthsInGreyAndInMetres)
     KrImage image;
     ASSERT_TRUE(m_window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureDepth));
     expectGreyDepths(image.data(), false);
+    ASSERT_TRUE(m_window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureDepth | KrSGWindow::CaptureFlipped));
+    ASSERT_TRUE(image.flippedToOrdinary());
+    expectGreyDepths(image.data(), true);
 
     KrDepthCapture capture;
     std::vector<float> depths;
