@@ -305,6 +305,14 @@ TEST_F(KrClientStateTest, DepthsOfSeveralSamplesAPixelAreRefused)
     EXPECT_NE(messages.all().find("several samples"), std::string::npos) << messages.all();
     EXPECT_EQ(before.differences(GlStateDump()), "");
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+
+    // A target of the window's own has one.
+    guest->setOffScreenRendering(true);
+    EXPECT_TRUE(KrDepthCapture().render(*guest, KrDepthCapture::Options(), depths));
+    EXPECT_EQ(depths.size(), std::size_t(kWidth) * kHeight);
+    EXPECT_GT(countLit(picture(*guest), {255, 255, 255}), std::size_t(500));
+    EXPECT_EQ(before.differences(GlStateDump()), "");
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
 }
 
 TEST_F(KrClientStateTest, WithoutACallbackItDrawsWhereTheClientDraws)
