@@ -2,6 +2,7 @@
 
 #include <rendCore/KrRenderShape.h>
 
+#include <toolkit/foundation/KrGL.h>
 #include <toolkit/foundation/KrPrint.h>
 
 #include <osg/BlendFunc>
@@ -20,7 +21,6 @@
 #include <osgUtil/CullVisitor>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -422,12 +422,6 @@ private:
     osg::Matrixd m_view;
 };
 
-GLenum grayOrColorFormat(unsigned int channels)
-{
-    const std::array<GLenum, 4> formats = {GL_LUMINANCE, GL_LUMINANCE_ALPHA, GL_RGB, GL_RGBA};
-    return formats.at(channels - 1);
-}
-
 } // namespace
 
 /// The texture of a shape. Its GL objects go together with those of the camera that draws into it, which is not in
@@ -821,7 +815,7 @@ bool KrTextureMarker::stamp(const KrImage& picture, KrImage::Orientation orienta
     const osg::ref_ptr<osg::Image> image = new osg::Image;
     if (picture.data()) {
         image->allocateImage(static_cast<int>(picture.width()), static_cast<int>(picture.height()), 1,
-                             grayOrColorFormat(picture.channels()), GL_UNSIGNED_BYTE, 1);
+                             KrGL::pixelFormat(picture.channels()), GL_UNSIGNED_BYTE, 1);
     }
     if (image->data()) {
         std::memcpy(image->data(), picture.data(), picture.sizeInBytes());

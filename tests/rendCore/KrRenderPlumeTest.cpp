@@ -153,6 +153,18 @@ TEST_F(KrRenderPlumeTest, CellsStandWhereTheirNumbersSay)
     EXPECT_GT(colourAt(half - cell, half - cell, 4)[2], 0.99);
     EXPECT_GT(colourAt(half - cell, half + cell, 4)[2], 0.99);
     EXPECT_GT(colourAt(half + cell, half - cell, 4)[0], 0.99);
+
+    // Placed: a quarter turn from x to y, then half a metre, 20 pixels, to the left.
+    const boost::shared_ptr<KrGridPhysicalExtent> placed = plume(4, values);
+    KrCoordinateSystemTransformation placement;
+    placement.setRotation({0.0, -1.0, 0.0, 1.0, 0.0, 0.0, 0.0, 0.0, 1.0});
+    placement.setTranslation(KrVector(-0.5, 0.0, 0.0));
+    placed->setPlacement(placement);
+    show(placed);
+    lookFromAbove();
+    EXPECT_GT(colourAt(half + cell - 20, half + cell, 4)[0], 0.99);
+    EXPECT_GT(colourAt(half + cell - 20, half - cell, 4)[2], 0.99);
+    EXPECT_GT(colourAt(half + cell + 4, half - cell, 4)[2], 0.99);
 }
 
 TEST_F(KrRenderPlumeTest, LevelsChooseTheirOwnColourOfATableOfAnySize)

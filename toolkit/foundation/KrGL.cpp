@@ -1,5 +1,7 @@
 #include <toolkit/foundation/KrGL.h>
 
+#include <GL/gl.h>
+
 #include <cstdint>
 
 unsigned int KrGL::powerOf2(unsigned int value)
@@ -10,4 +12,18 @@ unsigned int KrGL::powerOf2(unsigned int value)
         power <<= 1;
     }
     return power;
+}
+
+unsigned int KrGL::pixelFormat(unsigned int channels)
+{
+    switch (channels) {
+    case 1:
+        return GL_LUMINANCE;
+    case 2:
+        return GL_LUMINANCE_ALPHA;
+    case 3:
+        return GL_RGB;
+    default:
+        return GL_RGBA;
+    }
 }

@@ -1,5 +1,6 @@
 #include <toolkit/image/KrImage.h>
 
+#include <toolkit/foundation/KrGL.h>
 #include <toolkit/foundation/KrPrint.h>
 
 #include <osg/Image>
@@ -172,20 +173,6 @@ Bytes pixelsOf(const osg::Image& image, KrImage::Orientation orientation)
     return pixels;
 }
 
-GLenum pixelFormat(unsigned int channels)
-{
-    switch (channels) {
-    case 1:
-        return GL_LUMINANCE;
-    case 2:
-        return GL_LUMINANCE_ALPHA;
-    case 3:
-        return GL_RGB;
-    default:
-        return GL_RGBA;
-    }
-}
-
 /// Most pixels that a picture file may promise: far above any screen or texture, far below any memory.
 constexpr double kMostPixels = 16384.0 * 16384.0;
 
@@ -322,7 +309,7 @@ std::string encode(Bytes pixels, unsigned int width, unsigned int height, unsign
         pixels = withChannels(pixels, channels, written);
     }
     const osg::ref_ptr<osg::Image> image = new osg::Image;
-    const GLenum format = pixelFormat(written);
+    const GLenum format = KrGL::pixelFormat(written);
     image->setImage(static_cast<int>(width), static_cast<int>(height), 1, static_cast<GLint>(format), format,
                     GL_UNSIGNED_BYTE, pixels.data(), osg::Image::NO_DELETE);
     std::ostringstream stream;

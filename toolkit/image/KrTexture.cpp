@@ -12,20 +12,6 @@ namespace
 
 constexpr unsigned int kRectangleTexture = 0x84F5; // GL_TEXTURE_RECTANGLE
 
-unsigned int pixelFormat(unsigned int channels)
-{
-    switch (channels) {
-    case 1:
-        return GL_LUMINANCE;
-    case 2:
-        return GL_LUMINANCE_ALPHA;
-    case 3:
-        return GL_RGB;
-    default:
-        return GL_RGBA;
-    }
-}
-
 bool isPowerOf2(unsigned int value)
 {
     return value != 0 && KrGL::powerOf2(value) == value;
@@ -118,7 +104,7 @@ bool KrTexture::takePicture(const KrImage& image, const KrTextureParameters& par
                                      image.width(), image.height());
         return false;
     }
-    const unsigned int format = pixelFormat(image.channels());
+    const unsigned int format = KrGL::pixelFormat(image.channels());
     KrTextureParameters fitting = parameters;
     fitting.setPixelFormat(format);
     fitting.setInternalFormat(static_cast<int>(format));
