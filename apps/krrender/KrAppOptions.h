@@ -3,12 +3,11 @@
 #include "KrAppAids.h"
 #include "KrAppRangeMap.h"
 
+#include <rendCore/KrCameraIntrinsics.h>
 #include <rendCore/KrDepthCapture.h>
 #include <toolkit/geometry/KrColor.h>
 #include <toolkit/geometry/KrVector.h>
 #include <toolkit/visualization/KrPovParameters.h>
-
-#include <rendCore/KrCameraIntrinsics.h>
 
 #include <optional>
 #include <string>

@@ -1,5 +1,7 @@
 #include "Program.h"
 
+#include <tests/support/Schema.h>
+
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <gtest/gtest.h>
@@ -41,6 +43,21 @@ TEST(Samples, TheGeneratorWritesWhatTheTreeHolds)
         EXPECT_NEAR(static_cast<double>(made.size()), static_cast<double>(kept.size()), 0.001 * kept.size()) << name;
         EXPECT_LT(kept.size(), 1600000u) << name;
     }
+}
+
+TEST(Samples, EveryDocumentMeetsTheSchema)
+{
+    const Schema schema((KrVisualizableStatedSystem()));
+    ASSERT_TRUE(schema.isValid());
+    std::size_t numDocuments = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(KR_SAMPLES)) {
+        if (entry.path().extension() == ".xml") {
+            std::string reason;
+            EXPECT_TRUE(schema.accepts(contentOf(entry.path().string()), &reason)) << entry.path() << ", " << reason;
+            ++numDocuments;
+        }
+    }
+    EXPECT_GE(numDocuments, 5u);
 }
 
 TEST(Samples, AreRobotsWithPossibleMassesAndPosesWithinTheirLimits)

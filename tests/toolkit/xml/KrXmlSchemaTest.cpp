@@ -1,53 +1,12 @@
+#include <tests/support/Schema.h>
 #include <tests/toolkit/xml/KrXmlTestTypes.h>
 
 #include <gtest/gtest.h>
 
-#include <libxml/parser.h>
-#include <libxml/xmlschemas.h>
-
 #include <limits>
-#include <memory>
-#include <sstream>
 
 namespace
 {
-
-/// The schema of an object, ready to judge documents.
-class Schema
-{
-public:
-    explicit Schema(const KrXmlObject& object)
-    {
-        std::ostringstream stream;
-        EXPECT_TRUE(object.writeSchema(stream));
-        m_text = stream.str();
-        const std::unique_ptr<xmlSchemaParserCtxt, decltype(&xmlSchemaFreeParserCtxt)> parser(
-            xmlSchemaNewMemParserCtxt(m_text.data(), static_cast<int>(m_text.size())), &xmlSchemaFreeParserCtxt);
-        m_schema.reset(xmlSchemaParse(parser.get()));
-    }
-
-    bool isValid() const { return m_schema != nullptr; }
-    const std::string& text() const { return m_text; }
-    bool accepts(const std::string& text) const
-    {
-        const std::unique_ptr<xmlDoc, decltype(&xmlFreeDoc)> document(
-            xmlReadMemory(text.data(), static_cast<int>(text.size()), "test.xml", nullptr, XML_PARSE_NONET),
-            &xmlFreeDoc);
-        const std::unique_ptr<xmlSchemaValidCtxt, decltype(&xmlSchemaFreeValidCtxt)> validator(
-            xmlSchemaNewValidCtxt(m_schema.get()), &xmlSchemaFreeValidCtxt);
-        xmlSchemaSetValidErrors(validator.get(), ignore, ignore, nullptr);
-        return document && xmlSchemaValidateDoc(validator.get(), document.get()) == 0;
-    }
-
-private:
-    static void ignore(void*, const char*, ...) {}
-    struct Deleter
-    {
-        void operator()(xmlSchema* schema) const { xmlSchemaFree(schema); }
-    };
-    std::string m_text;
-    std::unique_ptr<xmlSchema, Deleter> m_schema;
-};
 
 std::string written(const KrXmlObject& object)
 {
