@@ -86,11 +86,17 @@ KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrA
     , m_height(options.height)
 {
     const auto count = static_cast<unsigned int>(options.views.size());
-    while (m_columns * m_columns < count) {
-        ++m_columns;
+    unsigned int largest = 0;
+    for (unsigned int columns = 1; columns <= count; ++columns) {
+        const unsigned int rows = (count + columns - 1) / columns;
+        const unsigned int shorter = std::min(m_width / columns, m_height / rows);
+        if (shorter > largest) {
+            largest = shorter;
+            m_columns = columns;
+            m_rows = rows;
+        }
     }
-    m_rows = (count + m_columns - 1) / m_columns;
-    if (m_width < m_columns || m_height < m_rows) {
+    if (largest == 0) {
         throw KrAppFailure(KrAppFailure::WrongUsage, std::to_string(m_width) + " x " + std::to_string(m_height) +
                                                          " pixels are too few for " + std::to_string(count) + " views");
     }

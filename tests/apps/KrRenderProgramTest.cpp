@@ -179,6 +179,13 @@ TEST_F(KrRenderProgram, SeveralViewsShareAPicture)
     }
     EXPECT_TRUE(isNear(meanColour(image, 133, 90, 20), 0xEE, 0xF0, 0xF4));
 
+    // In a wide picture they stand in a row.
+    ASSERT_EQ(plain(urdf() + " -o row.png --size 180x50 --samples 1 --views front,top,left").status, 0);
+    const KrImage row = picture("row.png");
+    for (const unsigned int x : {30u, 90u, 150u}) {
+        EXPECT_TRUE(isGreen(meanColour(row, x, 25, 1))) << x;
+    }
+
     // One view is the ordinary picture; a motion's first frame is the still one.
     ASSERT_EQ(krrender(urdf() + " -o one.png --views perspective --azimuth 10").status, 0);
     ASSERT_EQ(krrender(urdf() + " -o plain.png --azimuth 10").status, 0);
