@@ -433,7 +433,7 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
         {robot + " -o a.png --views front,tpo", 2, "there is no view \"tpo\""},
         {robot + " -o a.png --views front --eye 1,2,3", 2, "--views places"},
         {robot + " --depth a.npy --views front", 2, "--views is for the picture"},
-        {robot + " -o a.png --views front,top --size 1x9", 2, "too few for 2 views"},
+        {robot + " -o a.png --views front,top --size 1x1", 2, "too few for 2 views"},
         {robot + " -o", 2, "--output"},
         {robot, 2, "nothing to do"},
         {"-o a.png", 2, "no robot"},
