@@ -14,8 +14,8 @@ struct KrAppOptions;
 struct KrAppRobot;
 
 /// One picture made of several views of the same system, in equal tiles: row by row from the upper left, in as many
-/// columns as leave the tiles largest, by their shorter side. Each view is framed by itself. Pixels that do not make up a whole tile, at
-/// the right and below, and tiles without a view show the background.
+/// columns as leave the tiles largest, by their shorter side. Each view is framed by itself. Pixels that do not make up
+/// a whole tile, at the right and below, and tiles without a view show the background.
 class KrAppTiles
 {
 public:
