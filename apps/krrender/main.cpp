@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <set>
 
 namespace
 {
@@ -33,6 +34,13 @@ void checkOutputs(const KrAppOptions& options)
     for (const std::string& path : {options.rangeMap.path, options.report, options.convert}) {
         if (!path.empty()) {
             KrAppFiles::checkWritable(path);
+        }
+    }
+    std::set<std::string> paths;
+    for (const std::string& path : {options.output, options.depth, options.depthPreview, options.rangeMap.path,
+                                    options.report, options.convert}) {
+        if (!path.empty() && !paths.insert(path).second) {
+            throw KrAppFailure(KrAppFailure::WrongUsage, path + ": two outputs cannot have one name");
         }
     }
 }

@@ -4,6 +4,7 @@
 
 // Before X11: Xlib's macros (None, Bool) break GoogleTest.
 #include <gtest/gtest.h>
+#include <tests/support/XWindows.h>
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -82,19 +83,7 @@ protected:
     }
     Window find() const
     {
-        Window root = 0, parent = 0, match = 0;
-        Window* children = nullptr;
-        unsigned int number = 0;
-        XQueryTree(m_display, DefaultRootWindow(m_display), &root, &parent, &children, &number);
-        for (unsigned int i = 0; i < number; ++i) {
-            char* name = nullptr;
-            if (XFetchName(m_display, children[i], &name) && std::string(name).rfind("krrender - ", 0) == 0) {
-                match = children[i];
-            }
-            XFree(name);
-        }
-        XFree(children);
-        return match;
+        return findWindow(m_display, [](const std::string& name) { return name.rfind("krrender - ", 0) == 0; });
     }
     std::vector<unsigned long> pixels() const
     {

@@ -430,6 +430,7 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
         {robot + " -o a.png --axis-scale 1", 2, "needs --show axes"},
         {robot + " -o a.png --fade 0.5", 2, "needs --select"},
         {robot + " -o a.png --select arm --fade 2", 2, "from 0 to 1"},
+        {robot + " -o a.png --depth a.png", 2, "one name"},
         {robot + " -o a.png --views front,tpo", 2, "there is no view \"tpo\""},
         {robot + " -o a.png --views front --eye 1,2,3", 2, "--views places"},
         {robot + " --depth a.npy --views front", 2, "--views is for the picture"},

@@ -10,6 +10,7 @@
 
 // Before X11: Xlib's macros (None, Bool) break GoogleTest.
 #include <gtest/gtest.h>
+#include <tests/support/XWindows.h>
 
 #include <GL/glx.h>
 #include <X11/Xlib.h>
@@ -69,19 +70,7 @@ protected:
 
     Window idOf(const std::string& title) const
     {
-        Window root = 0, parent = 0, match = 0;
-        Window* children = nullptr;
-        unsigned int number = 0;
-        XQueryTree(m_display.get(), DefaultRootWindow(m_display.get()), &root, &parent, &children, &number);
-        for (unsigned int i = 0; i < number; ++i) {
-            char* name = nullptr;
-            if (XFetchName(m_display.get(), children[i], &name) && title == name) {
-                match = children[i];
-            }
-            XFree(name);
-        }
-        XFree(children);
-        return match;
+        return findWindow(m_display.get(), [&title](const std::string& name) { return name == title; });
     }
     void send(XEvent event, long mask) const
     {

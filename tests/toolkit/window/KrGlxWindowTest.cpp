@@ -7,6 +7,8 @@
 
 // Before X11: Xlib's macros (None, Bool) break GoogleTest.
 #include <gtest/gtest.h>
+#include <tests/support/Process.h>
+#include <tests/support/XWindows.h>
 
 #include <GL/glx.h>
 #include <X11/Xlib.h>
@@ -17,8 +19,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <memory>
 #include <string>
 
@@ -49,18 +49,7 @@ protected:
     /// The window of that title below the root; 0 when there is none.
     Window find(const std::string& title) const
     {
-        Window root = 0, parent = 0, match = 0;
-        Window* children = nullptr;
-        unsigned int number = 0;
-        XQueryTree(m_display.get(), DefaultRootWindow(m_display.get()), &root, &parent, &children, &number);
-        for (unsigned int i = 0; i < number; ++i) {
-            char* name = nullptr;
-            if (XFetchName(m_display.get(), children[i], &name) && title == name)
-                match = children[i];
-            XFree(name);
-        }
-        XFree(children);
-        return match;
+        return findWindow(m_display.get(), [&title](const std::string& name) { return name == title; });
     }
 
     /// As another client of the server sees it.
@@ -255,10 +244,6 @@ TEST_F(KrGlxWindow, OutlivesAWindowThatSomebodyElseDestroyed)
 TEST_F(KrGlxWindow, OpensAgainAndAgainAndLeavesNoDescriptorBehind)
 {
     m_display.reset(); // with its last client a virtual server starts over, and answers nobody meanwhile
-    const auto numDescriptors = [] {
-        const std::filesystem::directory_iterator all("/proc/self/fd");
-        return std::distance(begin(all), end(all));
-    };
     std::ptrdiff_t before = 0;
     for (int i = 0; i < 30; ++i) {
         KrWindow window, sharing;
@@ -270,9 +255,9 @@ TEST_F(KrGlxWindow, OpensAgainAndAgainAndLeavesNoDescriptorBehind)
         window.closeWindow();
         sharing.closeWindow();
         if (i == 5)
-            before = numDescriptors();
+            before = Process::numOpenDescriptors();
     }
-    EXPECT_EQ(numDescriptors(), before);
+    EXPECT_EQ(Process::numOpenDescriptors(), before);
 }
 
 /// An X server of the test's own; `pid` is 0 when there is none to be had.
