@@ -65,7 +65,7 @@ bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordi
         row.resize(width);
     }
     const osg::ref_ptr<osg::Image> depth = callback->getCapturedImage();
-    if (rendered && isUsable(depth, width, height)) {
+    if (isUsable(depth, width, height)) {
         toDistances(*depth, distance, map);
     }
     return rendered;
