@@ -1,5 +1,5 @@
 # What `cmake --install` puts where: the libraries and their package files, the headers under include/krRendCore,
-# krrender, and below share/krRendCore the samples and the shader files.
+# krrender, the samples and shader files below share/krRendCore, and README, changelog, licence and docs below share/doc.
 #
 # The render core looks for its shader files below $KR_TOOLKITS; of an installed tree that is PREFIX/share/krRendCore.
 
@@ -21,7 +21,8 @@ install(DIRECTORY rendCore/
     DESTINATION ${kr_data_dir}/software/render/src/rendCore
     FILES_MATCHING PATTERN "*.vert" PATTERN "*.frag")
 install(DIRECTORY samples DESTINATION ${kr_data_dir} PATTERN generate EXCLUDE PATTERN CMakeLists.txt EXCLUDE)
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 configure_package_config_file(cmake/KrRendCoreConfig.cmake.in KrRendCoreConfig.cmake
     INSTALL_DESTINATION ${kr_package_dir}

@@ -1,6 +1,9 @@
 # What every target of ours shares.
 
+include(CheckCXXCompilerFlag)
 include(GNUInstallDirs)
+
+check_cxx_compiler_flag("-msse2 -mfpmath=sse" KR_HAS_SSE_MATH)
 
 # Compiles again only what changed, in a second build folder too.
 if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
@@ -21,6 +24,14 @@ function(kr_configure_target name)
     string(TOUPPER "${CMAKE_BUILD_TYPE}" type)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND "${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${type}}" MATCHES "-O[23s]")
         target_compile_options(${name} PRIVATE -fno-tree-slp-vectorize)
+    endif()
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+        # Files beyond 2 GiB, and those whose inode takes more than 32 bits.
+        target_compile_definitions(${name} PRIVATE _FILE_OFFSET_BITS=64)
+        # The 387 of x86 keeps more digits than a double or a float has, and rounds them when it likes.
+        if(KR_HAS_SSE_MATH)
+            target_compile_options(${name} PRIVATE -msse2 -mfpmath=sse)
+        endif()
     endif()
     # GCC's sanitizers hide from it what boost::optional has set: a warning about every empty one.
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS MATCHES "-fsanitize")

@@ -16,8 +16,10 @@ namespace
 {
 
 constexpr double kJitter = 1e-7;
-/// Of a point over a plane, in coordinates of size one: an order above the rounding of the determinant.
+/// Of a point over a plane, for edges of length one: an order above the rounding of the determinant.
 constexpr double kRounding = 4e-15;
+/// So far off the hull points may stay, in coordinates of size one: half of what is promised, for kJitter's sake.
+constexpr double kAllowed = 5e-7;
 constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 
 /// In [-1, 1], the same for the same number: points that coincide stay together.
@@ -38,8 +40,9 @@ struct Face
     std::uint32_t neighbour[3]; ///< across the edge from vertex i to vertex i + 1
     KrVector normal;            ///< outwards, twice the area long
     double length = 0.0;        ///< of the normal
-    double farthestHeight = 0.0;
-    std::uint32_t farthest = kNone; ///< the highest of the points outside
+    double rounding = 0.0;      ///< of the heights that `over` gives
+    double mostGrowth = 0.0;
+    std::uint32_t farthest = kNone; ///< the one of the points outside that asks for the most growth
     std::uint32_t outside = kNone;  ///< head of the list of points that are over this face, and told to no other
     std::uint32_t visit = 0;
     bool isAlive = true;
@@ -57,7 +60,7 @@ public:
     }
     /// False when rounding defeats it.
     bool run(unsigned int mostVertices);
-    /// Scales the hull about its middle until it holds what is still outside.
+    /// Scales the hull about its middle until it holds what is still outside, but for kAllowed.
     void enlarge();
 
     const std::vector<Face>& faces() const { return m_faces; }
@@ -72,10 +75,21 @@ private:
         unsigned int side;  ///< of that face
     };
 
-    double over(const Face& face, std::uint32_t point) const
+    /// The place of the surface that is nearest to a point outside.
+    struct Nearest
     {
-        return face.normal.dot(m_points[point] - m_points[face.vertex[0]]);
+        std::uint32_t face = kNone;
+        double distance = std::numeric_limits<double>::infinity();
+        KrVector place;
+    };
+
+    double over(const Face& face, const KrVector& point) const
+    {
+        return face.normal.dot(point - m_points[face.vertex[0]]);
     }
+    KrVector nearestOn(const Face& face, const KrVector& point) const;
+    Nearest nearest(const KrVector& point, std::uint32_t firstFace) const;
+    double growth(const KrVector& point, const Nearest& nearest) const;
     bool makeFirst();
     std::uint32_t addFace(std::uint32_t a, std::uint32_t b, std::uint32_t c);
     void place(std::uint32_t point, std::uint32_t firstFace);
@@ -88,9 +102,10 @@ private:
     std::vector<std::uint32_t> m_next;     ///< of each point: the next one in its face's list
     std::vector<std::uint32_t> m_faceFrom; ///< of each point: the new face whose horizon edge begins there
     std::vector<Face> m_faces;
-    std::priority_queue<std::pair<double, std::uint32_t>> m_queue; ///< faces with points outside, by height
+    std::priority_queue<std::pair<double, std::uint32_t>> m_queue; ///< faces with points outside, by growth
     std::vector<std::uint32_t> m_visible;
     std::vector<Edge> m_horizon;
+    KrVector m_middle; ///< inside: first that of the first tetrahedron, at last that of the surface
     std::uint32_t m_visit = 0;
 };
 
@@ -146,6 +161,7 @@ bool QuickHull::makeFirst()
     const bool isUnder = normal.dot(m_points[d] - origin) < 0.0;
     const std::uint32_t second = isUnder ? b : c;
     const std::uint32_t third = isUnder ? c : b;
+    m_middle = (m_points[a] + m_points[b] + m_points[c] + m_points[d]) * 0.25;
     addFace(a, second, third);
     addFace(a, d, second);
     addFace(second, d, third);
@@ -172,34 +188,93 @@ std::uint32_t QuickHull::addFace(std::uint32_t a, std::uint32_t b, std::uint32_t
     face.vertex[1] = b;
     face.vertex[2] = c;
     std::fill(face.neighbour, face.neighbour + 3, kNone);
-    face.normal = (m_points[b] - m_points[a]).cross(m_points[c] - m_points[a]);
+    const KrVector ab = m_points[b] - m_points[a];
+    const KrVector ac = m_points[c] - m_points[a];
+    face.normal = ab.cross(ac);
     face.length = face.normal.length();
+    face.rounding = kRounding * ab.length() * ac.length();
     m_faces.push_back(face);
     return static_cast<std::uint32_t>(m_faces.size() - 1);
 }
 
-/// Gives a point to the first face, from `firstFace` on, that it is outside of; drops one that is outside of none.
+/// The place on a face that is nearest to a point over it.
+KrVector QuickHull::nearestOn(const Face& face, const KrVector& point) const
+{
+    KrVector best;
+    double least = std::numeric_limits<double>::infinity();
+    for (unsigned int side = 0; side < 3; ++side) {
+        const KrVector& corner = m_points[face.vertex[side]];
+        const KrVector edge = m_points[face.vertex[(side + 1) % 3]] - corner;
+        const KrVector offset = point - corner;
+        if (offset.dot(edge.cross(face.normal)) <= 0.0) {
+            continue; // the face's own side of that edge
+        }
+        const double part = std::clamp(offset.dot(edge) / edge.dot(edge), 0.0, 1.0);
+        const double distance = (offset - edge * part).length();
+        if (distance < least) {
+            least = distance;
+            best = corner + edge * part;
+        }
+    }
+    if (std::isfinite(least)) {
+        return best;
+    }
+    return point - face.normal * (over(face, point) / (face.length * face.length));
+}
+
+/// On the faces from `firstFace` on that the point is outside of.
+QuickHull::Nearest QuickHull::nearest(const KrVector& point, std::uint32_t firstFace) const
+{
+    Nearest result;
+    for (std::uint32_t i = firstFace; i < m_faces.size(); ++i) {
+        const Face& face = m_faces[i];
+        const double height = over(face, point);
+        if (!face.isAlive || height <= face.rounding || height >= result.distance * face.length) {
+            continue;
+        }
+        const KrVector place = nearestOn(face, point);
+        const double distance = (point - place).length();
+        if (distance < result.distance) {
+            result = {i, distance, place};
+        }
+    }
+    return result;
+}
+
+/// How much larger, as a part of its size, the hull would have to be to reach a point from the place nearest to it.
+/// This, which `enlarge` pays, and not the distance, says which point comes first; those that may stay come last.
+double QuickHull::growth(const KrVector& point, const Nearest& nearest) const
+{
+    constexpr double kLeastDepth = 1e-12; // the middle of a flat hull may lie in its surface
+    if (nearest.distance <= kAllowed) {
+        return nearest.distance;
+    }
+    const KrVector outwards = (point - nearest.place) * (1.0 / nearest.distance);
+    return nearest.distance / std::max(kLeastDepth, outwards.dot(nearest.place - m_middle));
+}
+
+/// Gives a point to the nearest of the faces, from `firstFace` on, that it is outside of; drops one that is outside of
+/// none.
 void QuickHull::place(std::uint32_t point, std::uint32_t firstFace)
 {
-    for (std::uint32_t i = firstFace; i < m_faces.size(); ++i) {
-        Face& face = m_faces[i];
-        const double height = over(face, point);
-        if (height > kRounding) {
-            m_next[point] = face.outside;
-            face.outside = point;
-            if (height > face.farthestHeight * face.length) {
-                face.farthestHeight = height / face.length;
-                face.farthest = point;
-            }
-            return;
-        }
+    const Nearest found = nearest(m_points[point], firstFace);
+    if (found.face == kNone) {
+        return;
+    }
+    Face& face = m_faces[found.face];
+    m_next[point] = face.outside;
+    face.outside = point;
+    const double needed = growth(m_points[point], found);
+    if (needed > face.mostGrowth) {
+        face.mostGrowth = needed;
+        face.farthest = point;
     }
 }
 
 void QuickHull::queue(std::uint32_t face)
 {
     if (m_faces[face].outside != kNone) {
-        m_queue.emplace(m_faces[face].farthestHeight, face);
+        m_queue.emplace(m_faces[face].mostGrowth, face);
     }
 }
 
@@ -241,7 +316,7 @@ void QuickHull::findHorizon(std::uint32_t point, std::uint32_t from)
             if (other.visit == m_visit && !other.isAlive) {
                 continue;
             }
-            if (over(other, point) > 0.0) {
+            if (over(other, m_points[point]) > 0.0) {
                 other.visit = m_visit;
                 other.isAlive = false;
                 m_visible.push_back(face.neighbour[side]);
@@ -294,22 +369,22 @@ void QuickHull::enlarge()
             }
         }
     }
-    middle *= 1.0 / weight;
+    m_middle = middle * (1.0 / weight);
     double scale = 1.0;
-    for (const Face& face : m_faces) {
-        const double toMiddle = face.normal.dot(m_points[face.vertex[0]] - middle);
-        if (!face.isAlive || !(toMiddle > 0.0)) {
-            continue;
+    for (const std::uint32_t i : left) {
+        // The point is moved in instead of the hull out: distances are less by the few percent that the hull grows.
+        while (true) {
+            const KrVector moved = m_middle + (m_points[i] - m_middle) * (1.0 / scale);
+            const Nearest found = nearest(moved, 0);
+            if (found.face == kNone || found.distance <= kAllowed) {
+                break;
+            }
+            scale *= 1.0 + growth(moved, found);
         }
-        double highest = 0.0;
-        for (const std::uint32_t i : left) {
-            highest = std::max(highest, over(face, i));
-        }
-        scale = std::max(scale, 1.0 + highest / toMiddle);
     }
     if (scale > 1.0) {
         for (KrVector& point : m_points) {
-            point = middle + (point - middle) * scale;
+            point = m_middle + (point - m_middle) * scale;
         }
     }
 }

@@ -8,7 +8,9 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <unordered_map>
@@ -49,7 +51,7 @@ bool areEdgePoints(const KrXmlVectorType<KrEdgePoint>& points, std::size_t first
     return true;
 }
 
-bool areTriangles(const KrXmlVectorType<KrDeformationGroup>& groups, std::size_t numVertices, std::size_t numNormals,
+bool areTriangles(const KrXmlVectorType<KrDeformationGroup>& groups, std::size_t numVertices, std::uint64_t numNormals,
                   std::size_t numTextureCoordinates)
 {
     const auto isIn = [&](const KrTriangle& triangle) {
@@ -64,6 +66,17 @@ bool areTriangles(const KrXmlVectorType<KrDeformationGroup>& groups, std::size_t
     return std::all_of(groups.begin(), groups.end(), [&](const KrDeformationGroup& group) {
         return std::all_of(group.triangles().begin(), group.triangles().end(), isIn);
     });
+}
+
+/// At least 1: the highest number of a piece and one.
+template <typename Groups>
+std::uint64_t numPiecesOf(const Groups& groups)
+{
+    std::uint64_t number = 1;
+    for (const KrDeformationGroup& group : groups) {
+        number = std::max(number, std::uint64_t(group.piece()) + 1);
+    }
+    return number;
 }
 
 KrVector between(const std::vector<KrVector>& list, const KrEdgePoint& point)
@@ -128,6 +141,13 @@ void MeshCollector::add(const KrDeformationGroup& group)
 }
 
 } // namespace
+
+/// Never given twice, unlike an address. Extents may be read on several threads.
+std::uint64_t KrDeformationPhysicalExtent::Counter::nextSerial()
+{
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
 
 KrDeformationPhysicalExtent::KrDeformationPhysicalExtent()
 {
@@ -367,7 +387,7 @@ void KrDeformationPhysicalExtent::clearCuts()
     m_cutVertices.clear();
     m_cutNormals.clear();
     m_cutGroups.clear();
-    m_pieces.resize(1);
+    m_pieces.resize(static_cast<unsigned int>(numPiecesOf(m_meshGroups)));
     noteCut();
 }
 
@@ -393,7 +413,11 @@ void KrDeformationPhysicalExtent::clearStrokes()
 
 bool KrDeformationPhysicalExtent::setPieceOffset(unsigned int piece, const KrCoordinateSystemTransformation& offset)
 {
-    if (piece >= m_pieces.size() || !offset.translation().isFinite()) {
+    double entries[16];
+    offset.assign16(entries);
+    const bool isFinite =
+        std::all_of(std::begin(entries), std::end(entries), [](double e) { return std::isfinite(e); });
+    if (piece >= m_pieces.size() || !isFinite) {
         warn("setPieceOffset", "piece " + std::to_string(piece) + " of " + std::to_string(m_pieces.size()) +
                                    ", or an offset that is not finite");
         return false;
@@ -418,6 +442,9 @@ void KrDeformationPhysicalExtent::noteCut()
 
 unsigned int KrDeformationPhysicalExtent::changesSince(const Revision& seen) const
 {
+    if (seen.extent != m_revision.value.extent) {
+        return VerticesMoved | CutChanged | StrokesChanged;
+    }
     const unsigned int moved = seen.vertices != m_revision.value.vertices ? VerticesMoved : NothingChanged;
     const unsigned int cut = seen.cut != m_revision.value.cut ? CutChanged : NothingChanged;
     const unsigned int strokes = seen.strokes != m_revision.value.strokes ? StrokesChanged : NothingChanged;
@@ -581,7 +608,7 @@ std::string KrDeformationPhysicalExtent::problem() const
         return "a vertex or texture coordinate is not finite";
     }
     // The numbers of normals say which corners share one: any will do.
-    if (!areTriangles(m_meshGroups, m_vertices.size(), std::numeric_limits<std::size_t>::max(),
+    if (!areTriangles(m_meshGroups, m_vertices.size(), std::numeric_limits<std::uint64_t>::max(),
                       m_textureCoordinates.size())) {
         return "a triangle uses a vertex or texture coordinate that is not there";
     }
@@ -611,9 +638,9 @@ std::string KrDeformationPhysicalExtent::cutProblem() const
                       std::size_t(m_numMeshNormals) + m_cutNormals.size(), m_textureCoordinates.size())) {
         return "a triangle of a cut uses what is not there";
     }
-    const bool arePieces = std::all_of(groups().begin(), groups().end(),
-                                       [this](const auto& group) { return group.piece() < m_pieces.size(); });
-    return arePieces && !m_pieces.empty() ? std::string() : "a group is of a piece without an offset";
+    // The mesh comes back when the cuts are taken away.
+    const std::uint64_t numPieces = std::max(numPiecesOf(m_meshGroups), numPiecesOf(m_cutGroups));
+    return numPieces <= m_pieces.size() ? std::string() : "a group is of a piece without an offset";
 }
 
 /// Makes the cuts that a document asks for, before its offsets part the pieces. Why one cannot be made; empty when all
@@ -625,10 +652,7 @@ std::string KrDeformationPhysicalExtent::makeReadCuts()
     }
     const KrXmlVectorType<KrPlaneCut> cuts = m_cutsToMake;
     const KrXmlVectorType<KrCoordinateSystemTransformation> offsets = m_pieces;
-    std::uint32_t numBefore = 1;
-    for (const KrDeformationGroup& group : groups()) {
-        numBefore = std::max(numBefore, group.piece() + 1);
-    }
+    const auto numBefore = static_cast<std::uint32_t>(numPiecesOf(groups()));
     m_cutsToMake.clear();
     m_pieces.clear();
     m_pieces.resize(numBefore);

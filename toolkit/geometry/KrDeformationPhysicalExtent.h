@@ -34,9 +34,10 @@ public:
         CutChanged = 0x2,    ///< other groups, triangles or materials; places too
         StrokesChanged = 0x4 ///< more strokes of paint, or none
     };
-    /// Counts the changes. Every onlooker keeps the one it saw last.
+    /// Counts the changes of one extent. Every onlooker keeps the one it saw last.
     struct Revision
     {
+        std::uint64_t extent = 0; ///< whose: from 1, another for every extent and copy of the process
         std::uint32_t vertices = 0;
         std::uint32_t cut = 0;
         std::uint32_t strokes = 0;
@@ -102,13 +103,14 @@ public:
     unsigned int numPieces() const { return m_pieces.size(); }
     const KrCoordinateSystemTransformation& pieceOffset(unsigned int piece) const { return m_pieces[piece]; }
     /// Moves a piece rigidly: piece frame to extent frame. Does not allocate. False, after one message, and no change
-    /// for an unknown piece or a translation that is not finite.
+    /// for an unknown piece or an offset that is not finite.
     bool setPieceOffset(unsigned int piece, const KrCoordinateSystemTransformation& offset);
     /// From the frame of points() and normals() to the owner's frame: placement and offset.
     KrCoordinateSystemTransformation pieceToOwner(unsigned int piece) const { return placement() * m_pieces[piece]; }
 
     Revision revision() const { return m_revision.value; }
-    /// What changed since `seen`, as bits of Change. The placement is not counted.
+    /// What changed since `seen`, as bits of Change: all when that was of another extent, or of none. The placement is
+    /// not counted.
     unsigned int changesSince(const Revision& seen) const;
 
     /// The triangles as they are drawn: each corner numbers into points(), normals() and textureCoordinates().
@@ -137,8 +139,11 @@ private:
     /// A copy counts for itself; being assigned to is a change.
     struct Counter
     {
-        Counter() = default;
-        Counter(const Counter&) = default;
+        Counter() { value.extent = nextSerial(); }
+        Counter(const Counter&)
+            : Counter()
+        {
+        }
         Counter& operator=(const Counter&)
         {
             ++value.vertices;
@@ -146,6 +151,7 @@ private:
             ++value.strokes;
             return *this;
         }
+        static std::uint64_t nextSerial();
         Revision value;
     };
 

@@ -4,6 +4,7 @@
 #include <toolkit/geometry/KrCapsulePhysicalExtent.h>
 #include <toolkit/geometry/KrColor.h>
 #include <toolkit/geometry/KrConvexHull.h>
+#include <toolkit/geometry/KrPrimitiveMesh.h>
 #include <toolkit/geometry/KrSpherePhysicalExtent.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
@@ -26,7 +27,26 @@ constexpr double kPi = 3.14159265358979323846;
 /// Added to every size, as a part of the diagonal, so that rounding puts no point outside; a flat mesh gets a body.
 constexpr double kSlack = 0.5 * KrEnclosingShapes::kTolerance;
 
-/// A solid whose triangles have the look of what is computed.
+/// A ball fits into the triangles of a ball that is so much larger: 1 / cos(pi / 32)^2, their edges spanning angles of
+/// pi / 16.
+constexpr double kCircumscribed = 1.0098;
+
+boost::shared_ptr<KrTriPhysicalExtent> trianglesAround(const KrBoxPhysicalExtent& box)
+{
+    return KrPrimitiveMesh::box(box.size(), KrEnclosingShapes::materialName());
+}
+boost::shared_ptr<KrTriPhysicalExtent> trianglesAround(const KrSpherePhysicalExtent& sphere)
+{
+    const double radius = kCircumscribed * sphere.radius();
+    return KrPrimitiveMesh::ellipsoid(KrVector(radius, radius, radius), KrEnclosingShapes::materialName());
+}
+boost::shared_ptr<KrTriPhysicalExtent> trianglesAround(const KrCapsulePhysicalExtent& capsule)
+{
+    return KrPrimitiveMesh::capsule(kCircumscribed * capsule.radius(), capsule.length(),
+                                    KrEnclosingShapes::materialName());
+}
+
+/// A solid whose triangles enclose what it encloses, and have the look of what is computed.
 template <typename Solid>
 class Enclosing : public Solid
 {
@@ -36,7 +56,7 @@ public:
 protected:
     boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override
     {
-        const boost::shared_ptr<KrTriPhysicalExtent> mesh = Solid::makeTriangles();
+        const boost::shared_ptr<KrTriPhysicalExtent> mesh = trianglesAround(*this);
         if (mesh) {
             mesh->setMaterial(KrEnclosingShapes::materialName(), KrEnclosingShapes::look());
         }
@@ -99,10 +119,11 @@ ExtentPointer boxOf(const Slabs& slabs, double slack)
 ///
 /// A triangle of area A and corners a, b, c with the centroid g has the second moment
 /// A / 12 (a a' + b b' + c c' + 9 g g').
-Axes principalAxes(const KrTriPhysicalExtent& mesh, const KrVector& origin)
+/// @param scale  makes the mesh about one unit large: moments grow with the fourth power of it
+Axes principalAxes(const KrTriPhysicalExtent& mesh, const KrVector& origin, double scale)
 {
     const auto eigen = [&](std::uint32_t index) {
-        const KrVector p = mesh.vertices()[index] - origin;
+        const KrVector p = (mesh.vertices()[index] - origin) * scale;
         return Eigen::Vector3d(p.x(), p.y(), p.z());
     };
     Eigen::Matrix3d moment = Eigen::Matrix3d::Zero();
@@ -238,16 +259,16 @@ ExtentPointer capsuleOrBoxOf(const std::vector<KrVector>& points, const KrTriPhy
                              double slack)
 {
     Slabs best;
-    best.axes = principalAxes(mesh, aligned.center());
+    best.axes = principalAxes(mesh, aligned.center(), 1.0 / aligned.diagonal());
     best.fit(points);
-    if (aligned.volume() <= best.volume()) {
+    if (!(best.volume() < aligned.volume())) { // NaN, too
         best = aligned;
     }
     const unsigned int along = best.longest();
     const KrVector& axis = best.axes[along];
     Capsule capsule;
     capsule.fit(points, best.center(), axis);
-    if (capsule.volume() >= best.volume()) {
+    if (!(capsule.volume() < best.volume())) {
         return boxOf(best, slack);
     }
     const auto result =

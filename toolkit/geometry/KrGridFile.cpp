@@ -66,7 +66,8 @@ struct Field
     std::array<unsigned int, 3> counts = {0, 0, 0};
     std::array<double, 3> spacing = {1.0, 1.0, 1.0};
     std::array<double, 3> first = {0.0, 0.0, 0.0}; ///< where the first sample is
-    bool isCellData = false;                       ///< `first` is the corner of the first cell
+    /// Along which axes `first` is the corner of the first cell.
+    std::array<bool, 3> isCorner = {false, false, false};
     std::vector<double> values;
 
     std::size_t numValues() const { return std::size_t{counts[0]} * counts[1] * counts[2]; }
@@ -215,6 +216,7 @@ void readText(std::string_view text, Field& field)
     }
 }
 
+/// `size` bytes of one or several members in the gzip or zlib format, after each other.
 std::string inflated(std::string_view bytes, std::size_t size)
 {
     if (size / kMaxGzipRatio > bytes.size()) {
@@ -230,7 +232,10 @@ std::string inflated(std::string_view bytes, std::size_t size)
     if (inflateInit2(&stream, gzipOrZlib) != Z_OK) {
         throw Trouble("out of memory");
     }
-    const int result = inflate(&stream, Z_FINISH);
+    int result = inflate(&stream, Z_FINISH);
+    while (result == Z_STREAM_END && stream.avail_out != 0 && stream.avail_in != 0) {
+        result = inflateReset(&stream) == Z_OK ? inflate(&stream, Z_FINISH) : Z_STREAM_ERROR;
+    }
     const bool isWhole = stream.avail_out == 0 && (result == Z_STREAM_END || result == Z_BUF_ERROR || result == Z_OK);
     inflateEnd(&stream);
     if (!isWhole) {
@@ -300,12 +305,60 @@ Scalar nrrdType(const std::string& name)
     return found->second;
 }
 
+enum class Encoding
+{
+    Raw,
+    Text,
+    Gzip
+};
+
+Encoding nrrdEncoding(const std::string& name)
+{
+    static const std::map<std::string, Encoding> encodings = {{"raw", Encoding::Raw},   {"text", Encoding::Text},
+                                                              {"txt", Encoding::Text},  {"ascii", Encoding::Text},
+                                                              {"gzip", Encoding::Gzip}, {"gz", Encoding::Gzip}};
+    const auto found = encodings.find(lower(name));
+    if (found == encodings.end()) {
+        throw Trouble("encoding \"" + name + "\" is none that can be read");
+    }
+    return found->second;
+}
+
 /// "(1,0,0) (0,1,0) (0,0,1)" as numbers.
 std::vector<double> nrrdVectors(std::string text, std::size_t count, const char* what)
 {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == '(' || c == ')' || c == ','; }, ' ');
     return numbers(text, count, what);
+}
+
+/// What "axis mins" and "axis maxs" are along each axis: corners of cells (true) or middles of samples, as they are
+/// taken to be where the file does not say.
+std::array<bool, 3> nrrdCenters(const Header& header)
+{
+    std::array<bool, 3> isCell = {false, false, false};
+    for (const char* key : {"centers", "centerings"}) {
+        const auto found = header.find(key);
+        std::istringstream words(found == header.end() ? std::string() : found->second);
+        std::string word;
+        for (std::size_t axis = 0; axis < 3 && words >> word; ++axis) {
+            isCell[axis] = lower(word) == "cell";
+        }
+    }
+    return isCell;
+}
+
+/// Sets the spacing from both ends of the axes; one that is given otherwise must agree.
+void nrrdSpan(const std::vector<double>& ends, bool hasSpacing, Field& field)
+{
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const double length = ends[axis] - field.first[axis];
+        const unsigned int numSteps = field.counts[axis] - (field.isCorner[axis] ? 0 : 1);
+        if (hasSpacing && !(std::abs(numSteps * field.spacing[axis] - length) <= 1e-4 * std::abs(length))) {
+            throw Trouble("its spacings and axis maxs contradict each other");
+        }
+        field.spacing[axis] = hasSpacing ? field.spacing[axis] : length / numSteps;
+    }
 }
 
 void nrrdPlace(const Header& header, Field& field)
@@ -323,28 +376,48 @@ void nrrdPlace(const Header& header, Field& field)
         }
         field.spacing = {m[0], m[4], m[8]};
     }
-    for (const char* key : {"axismins", "spaceorigin"}) {
-        if (const auto found = header.find(key); found != header.end()) {
-            const std::vector<double> first = nrrdVectors(found->second, 3, key);
-            std::copy(first.begin(), first.end(), field.first.begin());
+    const auto minima = header.find("axismins");
+    if (minima != header.end()) {
+        const std::vector<double> first = numbers(minima->second, 3, "axis mins");
+        std::copy(first.begin(), first.end(), field.first.begin());
+        field.isCorner = nrrdCenters(header);
+    }
+    if (const auto found = header.find("axismaxs"); found != header.end()) {
+        if (minima == header.end()) {
+            throw Trouble("it has axis maxs without axis mins");
         }
+        const bool hasSpacing = header.count("spacings") + header.count("spacedirections") != 0;
+        nrrdSpan(numbers(found->second, 3, "axis maxs"), hasSpacing, field);
+    }
+    // The middle of a sample, whatever the centers say.
+    if (const auto found = header.find("spaceorigin"); found != header.end()) {
+        const std::vector<double> first = nrrdVectors(found->second, 3, "space origin");
+        std::copy(first.begin(), first.end(), field.first.begin());
+        field.isCorner.fill(false);
     }
 }
 
-void nrrdSkip(const Header& header, std::size_t needed, std::string_view& data)
+void nrrdSkipLines(const Header& header, std::string_view& data)
 {
     const auto lines = header.find("lineskip");
     for (double n = lines == header.end() ? 0.0 : numbers(lines->second, 1, "line skip")[0]; n > 0.0 && !data.empty();
          n -= 1.0) {
         takeLine(data);
     }
+}
+
+/// How many bytes stand before `needed` ones; -1 in the header of raw data stands for all that are too many.
+std::size_t nrrdByteSkip(const Header& header, bool isRaw, std::size_t size, std::size_t needed)
+{
     const auto found = header.find("byteskip");
     const double bytes = found == header.end() ? 0.0 : numbers(found->second, 1, "byte skip")[0];
-    if (bytes == -1.0 && data.size() >= needed) {
-        data.remove_prefix(data.size() - needed);
-    } else if (bytes > 0.0) {
-        data.remove_prefix(static_cast<std::size_t>(std::min(bytes, static_cast<double>(data.size()))));
+    if (bytes == -1.0 && isRaw) {
+        return size - std::min(size, needed);
     }
+    if (!(bytes >= 0.0 && bytes <= static_cast<double>(kMaxFileSize))) {
+        throw Trouble("byte skip \"" + found->second + "\" is no number of bytes to skip");
+    }
+    return static_cast<std::size_t>(bytes);
 }
 
 Field readNrrd(const std::string& path, std::string_view content)
@@ -365,9 +438,17 @@ Field readNrrd(const std::string& path, std::string_view content)
         detached = loadFile((std::filesystem::path(path).parent_path() / file->second).string());
         content = detached;
     }
-    nrrdSkip(header, needed, content);
-    const std::string encoding = lower(need(header, "encoding"));
-    if (encoding == "text" || encoding == "txt" || encoding == "ascii") {
+    nrrdSkipLines(header, content);
+    const Encoding encoding = nrrdEncoding(need(header, "encoding"));
+    const std::size_t skipped = nrrdByteSkip(header, encoding == Encoding::Raw, content.size(), needed);
+    // Lines are those of the file, bytes those of what is unpacked from it.
+    std::string unpacked;
+    if (encoding == Encoding::Gzip) {
+        unpacked = inflated(content, skipped + needed);
+        content = unpacked;
+    }
+    content.remove_prefix(std::min(skipped, content.size()));
+    if (encoding == Encoding::Text) {
         readText(content, field);
         return field;
     }
@@ -376,13 +457,7 @@ Field readNrrd(const std::string& path, std::string_view content)
         throw Trouble("its header has no \"endian\"");
     }
     const bool isBig = endian != header.end() && lower(endian->second) == "big";
-    if (encoding == "raw") {
-        readBinary(content, type, isBig, field);
-    } else if (encoding == "gzip" || encoding == "gz") {
-        readBinary(inflated(content, needed), type, isBig, field);
-    } else {
-        throw Trouble("encoding \"" + encoding + "\" is none that can be read");
-    }
+    readBinary(content, type, isBig, field);
     return field;
 }
 
@@ -435,7 +510,7 @@ Field readVtk(std::string_view content)
             field.spacing = three(value, "spacings");
         } else if (key == "point_data" || key == "cell_data") {
             isData = dimensions.size() == 3;
-            field.isCellData = key == "cell_data";
+            field.isCorner.fill(key == "cell_data");
         } else if (key == "scalars" && isData) {
             std::istringstream words(value);
             std::string name, type, components = "1";
@@ -443,7 +518,7 @@ Field readVtk(std::string_view content)
             if (components != "1") {
                 throw Trouble("scalars \"" + name + "\" have " + components + " components, not 1");
             }
-            setCounts(field, dimensions, field.isCellData ? 1.0 : 0.0);
+            setCounts(field, dimensions, field.isCorner[0] ? 1.0 : 0.0);
             // A table of colours may be named in the next line.
             std::string_view next = content;
             if (lower(std::string(takeLine(next))).rfind("lookup_table", 0) == 0) {
@@ -492,7 +567,7 @@ std::string KrGridFile::tryRead(const std::string& path, KrGridPhysicalExtent& g
                   std::isfinite(field.first[axis]))) {
                 throw Trouble("its spacings are not positive or its origin is not finite");
             }
-            minimum[axis] = field.first[axis] - (field.isCellData ? 0.0 : 0.5 * field.spacing[axis]);
+            minimum[axis] = field.first[axis] - (field.isCorner[axis] ? 0.0 : 0.5 * field.spacing[axis]);
             maximum[axis] = minimum[axis] + field.counts[axis] * field.spacing[axis];
             if (!std::isfinite(maximum[axis])) {
                 throw Trouble("its corners are not finite");

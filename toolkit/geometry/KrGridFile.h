@@ -7,11 +7,15 @@ class KrGridPhysicalExtent;
 /// Reads scalar fields on regular grids from files of other programs.
 ///
 /// NRRD (http://teem.sourceforge.net/nrrd/format.html): three dimensions, one scalar a sample of any integer or
-/// floating type, encodings raw, text and gzip, data in the same file or in one beside it, "spacings" or "space
-/// directions" along the axes, "space origin" or "axis mins". Legacy VTK structured points: text or binary, POINT_DATA
-/// or CELL_DATA, the first SCALARS of one component. Lengths are taken as metres. A sample is the middle of a cell,
-/// unless the file says that it stands for a cell itself (CELL_DATA), so that the box is half a spacing larger all
-/// around.
+/// floating type, encodings raw, text and gzip (of one or several members), data in the same file or in one beside it,
+/// "line skip" and "byte skip". Where the grid lies say "spacings" or "space directions" along the axes, "space origin"
+/// or "axis mins", and "axis maxs". Legacy VTK structured points: text or binary, POINT_DATA or CELL_DATA, the first
+/// SCALARS of one component; in binary any type but long and unsigned_long, whose size depends on the machine that
+/// wrote them.
+///
+/// Lengths are taken as metres. A sample is the middle of a cell, so that the box is half a spacing larger all around,
+/// unless the file says that it stands for a cell itself: CELL_DATA, or "centers" (or "centerings") "cell" for "axis
+/// mins" and "axis maxs". A space origin is always the middle of a sample.
 class KrGridFile
 {
 public:

@@ -151,7 +151,8 @@ bool KrGridPhysicalExtent::Values::read(KrXmlReader& reader)
     if (isEncoded) {
         return decodeBase64(text, bytes) ? readBytes(reader, bytes, type) : reader.fail("this is no base64");
     }
-    if (reader.documentFolder().empty() && file.rfind('/', 0) != 0) {
+    // What a stream or a socket brings has no business with the files of this machine.
+    if (reader.documentFolder().empty()) {
         return reader.fail("file \"%.200s\" is beside no document", file.c_str());
     }
     // An absolute name stands for itself.

@@ -18,7 +18,8 @@ public:
     /// @return false, after one message, when counts and values do not fit or are not finite; nothing changes then
     bool setGrid(const KrVector& minimum, const KrVector& maximum, unsigned int nx, unsigned int ny, unsigned int nz,
                  const std::vector<double>& values);
-    /// Every value is multiplied by this when drawn.
+    /// Every value is multiplied by this when drawn. Products beyond 65504, the greatest value of the texture's 16-bit
+    /// numbers, are drawn as infinite ones, after one message when the scene is built.
     void setDataScale(double scale);
     /// Shapes the transfer function of the plume renderer.
     void setInflection(const KrVector& inflection);

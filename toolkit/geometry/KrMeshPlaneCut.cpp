@@ -116,7 +116,6 @@ bool KrMeshPlaneCut::separate(std::uint32_t piece, std::uint32_t newPiece)
     m_newPiece = newPiece;
     std::vector<KrDeformationGroup> lower;
     std::vector<KrDeformationGroup> upper;
-    bool hasLower = false;
     for (KrDeformationGroup& group : m_mesh.groups) {
         if (group.piece() != piece) {
             lower.push_back(group);
@@ -127,7 +126,6 @@ bool KrMeshPlaneCut::separate(std::uint32_t piece, std::uint32_t newPiece)
         for (const KrTriangle& triangle : group.triangles()) {
             splitTriangle(triangle, below.triangles(), above.triangles());
         }
-        hasLower = hasLower || !below.triangles().empty();
         if (!below.triangles().empty()) {
             lower.push_back(below);
         }
@@ -137,7 +135,7 @@ bool KrMeshPlaneCut::separate(std::uint32_t piece, std::uint32_t newPiece)
     }
     m_mesh.groups = lower;
     m_mesh.groups.insert(m_mesh.groups.end(), upper.begin(), upper.end());
-    return hasLower && !upper.empty();
+    return m_isAnyBelow && m_isAnyAbove;
 }
 
 void KrMeshPlaneCut::splitTriangle(const KrTriangle& triangle, std::vector<KrTriangle>& below,
@@ -149,12 +147,17 @@ void KrMeshPlaneCut::splitTriangle(const KrTriangle& triangle, std::vector<KrTri
     }
     const auto isAbove = [this](const Corner& corner) { return distance(corner) > 0.0; };
     const auto isBelow = [this](const Corner& corner) { return distance(corner) < 0.0; };
-    if (std::none_of(corners.begin(), corners.end(), isAbove)) {
+    const bool isAnyAbove = std::any_of(corners.begin(), corners.end(), isAbove);
+    const bool isAnyBelow = std::any_of(corners.begin(), corners.end(), isBelow);
+    m_isAnyAbove = m_isAnyAbove || isAnyAbove;
+    m_isAnyBelow = m_isAnyBelow || isAnyBelow;
+    const bool isInPlane = !isAnyAbove && !isAnyBelow;
+    if (isInPlane ? facesUpwards(triangle) : !isAnyAbove) {
         below.push_back(triangle);
         noteRim(corners);
         return;
     }
-    if (std::none_of(corners.begin(), corners.end(), isBelow)) {
+    if (!isAnyBelow) {
         above.push_back(triangle);
         return;
     }
@@ -177,6 +180,15 @@ void KrMeshPlaneCut::splitTriangle(const KrTriangle& triangle, std::vector<KrTri
     addFan(lower, below);
     addFan(upper, above);
     noteRim(lower);
+}
+
+/// A triangle that has shrunk to a line counts as facing upwards.
+bool KrMeshPlaneCut::facesUpwards(const KrTriangle& triangle) const
+{
+    const KrVector& a = m_points[triangle.vertex(0)];
+    const KrVector& b = m_points[triangle.vertex(1)];
+    const KrVector& c = m_points[triangle.vertex(2)];
+    return (b - a).cross(c - a).dot(m_normal) >= 0.0;
 }
 
 KrMeshPlaneCut::Corner KrMeshPlaneCut::crossing(const Corner& one, const Corner& other)
@@ -252,15 +264,16 @@ void KrMeshPlaneCut::noteRim(const Polygon& below)
         }
         const PlaceKey start = placeOf(from.vertex);
         const PlaceKey end = placeOf(to.vertex);
-        const auto opposite = m_rim.find(end);
         if (start == end) {
             continue;
         }
         // An edge between two triangles of the same side is no rim.
-        if (opposite != m_rim.end() && opposite->second.to == start) {
+        const auto [first, last] = m_rim.equal_range(end);
+        const auto opposite = std::find_if(first, last, [&](const auto& edge) { return edge.second.to == start; });
+        if (opposite != last) {
             m_rim.erase(opposite);
         } else {
-            m_isRimSimple = m_rim.try_emplace(start, RimEdge{from, end}).second && m_isRimSimple;
+            m_rim.emplace(start, RimEdge{from, end});
         }
     }
 }
@@ -315,15 +328,19 @@ bool KrMeshPlaneCut::triangulate(const std::vector<Polygon>& loops, Polygon& tri
 
 bool KrMeshPlaneCut::cap(const std::string& name)
 {
+    // Outlines that touch share a place.
+    const bool doTouch = std::adjacent_find(m_rim.begin(), m_rim.end(), [](const auto& one, const auto& next) {
+                             return one.first == next.first;
+                         }) != m_rim.end();
     std::vector<Polygon> loops;
-    while (m_isRimSimple && !m_rim.empty()) {
+    while (!doTouch && !m_rim.empty()) {
         loops.emplace_back();
         if (!takeLoop(loops.back())) {
             return false;
         }
     }
     Polygon triangles;
-    if (!m_isRimSimple || loops.empty() || !triangulate(loops, triangles)) {
+    if (loops.empty() || !triangulate(loops, triangles)) {
         return false;
     }
     addCap(triangles, name, m_piece, true);

@@ -34,8 +34,9 @@ public:
     /// @param origin, normal  the plane, in the frame of `points`; `normal` has length 1
     KrMeshPlaneCut(Mesh& mesh, const std::vector<KrVector>& points, const KrVector& origin, const KrVector& normal);
 
-    /// Gives what of `piece` is above the plane (where the normal points) to `newPiece`. False, with `mesh` then of no
-    /// further use, when there is nothing on one side.
+    /// Gives what of `piece` is above the plane (where the normal points) to `newPiece`; a triangle in the plane goes
+    /// with the side whose surface it is, which its normal points away from. False, with `mesh` then of no further use,
+    /// when one side has nothing but such triangles.
     bool separate(std::uint32_t piece, std::uint32_t newPiece);
     /// Closes both sides of the separated pieces with flat triangles, groups named `name`: sections of any shape, rings
     /// too. False, and nothing done, unless the section is made of closed outlines that neither touch nor cross.
@@ -58,6 +59,7 @@ private:
 
     double distance(const Corner& corner) const { return m_distances[corner.vertex]; }
     void splitTriangle(const KrTriangle& triangle, std::vector<KrTriangle>& below, std::vector<KrTriangle>& above);
+    bool facesUpwards(const KrTriangle& triangle) const;
     Corner crossing(const Corner& one, const Corner& other);
     std::uint32_t vertexBetween(std::uint32_t low, std::uint32_t high, double t);
     std::uint32_t normalBetween(std::uint32_t low, std::uint32_t high, std::uint32_t vertex, double t);
@@ -75,9 +77,10 @@ private:
     double m_size = 0.0; ///< the largest coordinate
     std::uint32_t m_piece = 0;
     std::uint32_t m_newPiece = 0;
+    bool m_isAnyBelow = false;
+    bool m_isAnyAbove = false;
     using Key = std::array<std::uint32_t, 3>;
     std::map<Key, std::uint32_t> m_newVertices, m_newNormals, m_newTextureCoordinates;
     /// The edges of the lower side that lie in the plane, by where they begin.
-    std::map<PlaceKey, RimEdge> m_rim;
-    bool m_isRimSimple = true;
+    std::multimap<PlaceKey, RimEdge> m_rim;
 };

@@ -2,6 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+
+namespace
+{
+
+// Strokes are drawn in single precision. Written, as below, so that NaN fails too.
+bool isDrawn(double value)
+{
+    return std::abs(value) <= std::numeric_limits<float>::max();
+}
+
+} // namespace
 
 KrSurfaceStroke::KrSurfaceStroke(const std::vector<KrPlanarVector>& points, const KrColor& color, double radius,
                                  double hardness)
@@ -15,14 +27,17 @@ KrSurfaceStroke::KrSurfaceStroke(const std::vector<KrPlanarVector>& points, cons
 std::string KrSurfaceStroke::problem() const
 {
     const bool areFinite = std::all_of(m_points.begin(), m_points.end(), [](const KrPlanarVector& point) {
-        return std::isfinite(point.u()) && std::isfinite(point.v());
+        return isDrawn(point.u()) && isDrawn(point.v());
     });
     if (m_points.empty() || !areFinite) {
-        return "a stroke has points, all of them finite";
+        return "a stroke has points, all of them finite in single precision";
     }
-    // Written so that NaN fails too.
-    if (!(m_radius > 0.0 && std::isfinite(m_radius)) || !(m_hardness >= 0.0 && m_hardness <= 1.0)) {
-        return "a stroke has a radius above 0 and a hardness from 0 to 1";
+    if (!(m_radius >= std::numeric_limits<float>::min()) || !isDrawn(m_radius) ||
+        !(m_hardness >= 0.0 && m_hardness <= 1.0)) {
+        return "a stroke has a radius above 0, in single precision, and a hardness from 0 to 1";
+    }
+    if (!isDrawn(m_color.red()) || !isDrawn(m_color.green()) || !isDrawn(m_color.blue()) || !isDrawn(m_color.alpha())) {
+        return "a stroke has a colour of finite numbers";
     }
     return std::string();
 }

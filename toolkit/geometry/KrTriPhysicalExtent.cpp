@@ -82,6 +82,12 @@ bool MeshCheck::run()
     return true;
 }
 
+/// Pictures are drawn with single precision.
+bool isTooFar(const KrVector& v)
+{
+    return std::max({std::abs(v.x()), std::abs(v.y()), std::abs(v.z())}) > std::numeric_limits<float>::max();
+}
+
 bool MeshCheck::checkNumbers()
 {
     const auto checkVectors = [this](const char* what, const KrXmlVectorVector& vectors) {
@@ -93,6 +99,11 @@ bool MeshCheck::checkNumbers()
         return bad == vectors.end();
     };
     if (!checkVectors("vertex", m_vertices) || !checkVectors("normal", m_normals)) {
+        return false;
+    }
+    const auto far = std::find_if(m_vertices.begin(), m_vertices.end(), isTooFar);
+    if (far != m_vertices.end()) {
+        m_problem = "vertex " + std::to_string(far - m_vertices.begin()) + " is too far away to be drawn";
         return false;
     }
     const auto bad = std::find_if(m_textureCoordinates.begin(), m_textureCoordinates.end(),

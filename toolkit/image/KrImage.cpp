@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdint>
@@ -328,14 +329,14 @@ std::string replaceFile(const std::string& path, const std::string& bytes)
     partial.replace_filename("." + partial.stem().string() + ".partial-" + std::to_string(::getpid()) +
                              partial.extension().string());
     std::error_code error;
-    {
-        std::ofstream stream(partial, std::ios::binary | std::ios::trunc);
-        stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        stream.close();
-        if (!stream) {
-            std::filesystem::remove(partial, error);
-            return "the file cannot be written";
-        }
+    errno = 0;
+    std::ofstream stream(partial, std::ios::binary | std::ios::trunc);
+    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    stream.close();
+    if (!stream) {
+        const std::string reason = errno != 0 ? std::strerror(errno) : "the file cannot be written";
+        std::filesystem::remove(partial, error);
+        return reason;
     }
     std::filesystem::rename(partial, path, error);
     if (error) {

@@ -15,6 +15,8 @@ namespace
 
 /// Share of the largest principal moment by which rounded values may miss the triangle inequality.
 constexpr double kTolerance = 1e-6;
+/// Of an ellipsoid, as a part of its longest semi-axis: a few pixels in a picture, a ten-thousandth of the inertia.
+constexpr double kLeastThickness = 1e-2;
 
 Eigen::Matrix3d tensor(const std::array<double, 6>& inertia)
 {
@@ -30,6 +32,11 @@ Eigen::Matrix3d tensor(const std::array<double, 6>& inertia)
 Eigen::Vector3d spreads(const Eigen::Vector3d& moments)
 {
     return Eigen::Vector3d::Constant(moments.sum()) - 2.0 * moments;
+}
+
+Eigen::Vector3d squaredSemiAxes(double mass, const Eigen::Vector3d& moments)
+{
+    return 2.5 * (spreads(moments).cwiseMax(0.0) / mass);
 }
 
 KrCoordinateSystemTransformation pose(const Eigen::Matrix3d& axes, const KrVector& origin)
@@ -111,6 +118,10 @@ std::string KrMassProperties::whyImpossible() const
                       moments[2]);
         return text;
     }
+    if (!squaredSemiAxes(mass(), moments).allFinite()) {
+        std::snprintf(text, sizeof text, "%g kg with moments up to %g kg m^2 reach to infinity", mass(), largest);
+        return text;
+    }
     return {};
 }
 
@@ -137,8 +148,9 @@ bool KrMassProperties::fillEllipsoid(const std::string& linkName, KrEllipsoid& e
     if (axes.determinant() < 0.0) {
         axes.col(2) = -axes.col(2);
     }
-    const Eigen::Vector3d squares = 2.5 / mass() * spreads(solver.eigenvalues()).cwiseMax(0.0);
-    const Eigen::Vector3d semiAxes = squares.cwiseSqrt();
+    // Of a plate and of a rod, too, there is something to see.
+    const Eigen::Vector3d exact = squaredSemiAxes(mass(), solver.eigenvalues()).cwiseSqrt();
+    const Eigen::Vector3d semiAxes = exact.cwiseMax(kLeastThickness * exact.maxCoeff());
 
     principalAxes = pose(axes, centerOfMass());
     ellipsoid = KrEllipsoid(KrVector(semiAxes[0], semiAxes[1], semiAxes[2]), principalAxes);

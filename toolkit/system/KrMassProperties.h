@@ -33,11 +33,12 @@ public:
     bool isGiven() const { return m_mass.value() != 0.0; }
 
     /// Says why no body can have these values (negative or not finite, principal moments that break the triangle
-    /// inequality, with a tolerance of 1e-6 of the largest); empty when one can.
+    /// inequality, with a tolerance of 1e-6 of the largest, an ellipsoid without end); empty when one can.
     std::string whyImpossible() const;
 
     /// The uniform solid ellipsoid of the same mass and principal moments, at the centre of mass, turned to the
-    /// principal axes: semi-axis a = sqrt(5 (I2 + I3 - I1) / (2 m)) and cyclic.
+    /// principal axes: semi-axis a = sqrt(5 (I2 + I3 - I1) / (2 m)) and cyclic; at least 1 % of the longest, so that a
+    /// rod and a plate are seen. An inertia of zero, a mass in a point, gives an ellipsoid without size or surface.
     ///
     /// @param linkName      for the message
     /// @param ellipsoid     empty when there is none

@@ -32,7 +32,7 @@ private:
         double position = 0.0;
         unsigned int pose = 0; ///< kNeutral for the neutral mesh
     };
-    /// The keys of one extent along one joint, by position; at least two, no two at one place.
+    /// The keys of one extent along one joint, by position, no two at one place; a single one, at 0, always holds.
     struct Track
     {
         boost::shared_ptr<KrDeformationPhysicalExtent> extent;

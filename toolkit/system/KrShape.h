@@ -35,10 +35,10 @@ public:
     /// Fills `list` with the enclosing shapes from `level` on, coarsest first.
     ///
     /// Level 1 is the box along the axes of the owner's frame, 2 a sphere, 3 a capsule or oriented box, whichever is
-    /// smaller, and 4 the first of the shapes that were added, or the convex hull when there is none. A shape without
-    /// a surface has those that were added only. What is computed encloses the triangle form (KrEnclosingShapes), is
-    /// made on first use and kept: the list's shapes are borrowed from this object and from its copies, until the
-    /// extent is changed and asked about again. Not for several threads at once.
+    /// smaller, and 4 the first of the shapes that were added, or the convex hull, where the surface has one. A shape
+    /// without a surface has those that were added only. What is computed encloses the triangle form
+    /// (KrEnclosingShapes), is made on first use and kept: the list's shapes are borrowed from this object and from its
+    /// copies, until the extent is changed and asked about again. Not for several threads at once.
     void boundingVolumes(std::vector<const KrShape*>& list, unsigned int level) const;
 
     static KrShape* newFromToken(const KrXmlToken& token);

@@ -1,5 +1,6 @@
 #include <toolkit/visualization/KrGUIObjectParameters.h>
 
+#include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <cmath>
@@ -13,7 +14,33 @@ bool isLength(double length)
     return length >= 0.0 && std::isfinite(length);
 }
 
+void setLength(KrXmlBasicType<double>& length, double value, const char* method)
+{
+    if (!isLength(value)) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrGUIObjectParameters::%s - no marker has a size of %g m; it stays %g m.\n",
+                                     method, value, length.value());
+        return;
+    }
+    length = value;
+}
+
 } // namespace
+
+void KrGUIObjectParameters::setAxisScale(double scale)
+{
+    setLength(m_axisScale, scale, "setAxisScale");
+}
+
+void KrGUIObjectParameters::setGlobalAxisScale(double scale)
+{
+    setLength(m_globalAxisScale, scale, "setGlobalAxisScale");
+}
+
+void KrGUIObjectParameters::setCenterOfInterestScale(double scale)
+{
+    setLength(m_centerOfInterestScale, scale, "setCenterOfInterestScale");
+}
 
 KrXmlToken KrGUIObjectParameters::token() const
 {

@@ -4,15 +4,17 @@
 #include <toolkit/xml/KrXmlCompoundType.h>
 
 /// Sizes of the markers that a window draws, in metres.
+///
+/// A size that is negative or not finite is refused with one message; the old one stays.
 class KrGUIObjectParameters : public KrXmlObjectOf<KrGUIObjectParameters, KrXmlCompoundType>
 {
 public:
     double axisScale() const { return m_axisScale; } ///< length of a link's axes
-    void setAxisScale(double scale) { m_axisScale = scale; }
+    void setAxisScale(double scale);
     double globalAxisScale() const { return m_globalAxisScale; } ///< length of the world's axes
-    void setGlobalAxisScale(double scale) { m_globalAxisScale = scale; }
+    void setGlobalAxisScale(double scale);
     double centerOfInterestScale() const { return m_centerOfInterestScale; } ///< radius of the marker's ball
-    void setCenterOfInterestScale(double scale) { m_centerOfInterestScale = scale; }
+    void setCenterOfInterestScale(double scale);
 
     KrXmlToken token() const override;
     void registerComponents() override;

@@ -74,6 +74,8 @@ struct XFreeDeleter
 template <typename T>
 using UniqueXMemory = std::unique_ptr<T, XFreeDeleter>;
 
+constexpr unsigned int kMostSamples = 64;
+
 int configValue(Display* display, GLXFBConfig config, int attribute)
 {
     int value = 0;
@@ -81,25 +83,31 @@ int configValue(Display* display, GLXFBConfig config, int attribute)
     return value;
 }
 
+/// How many samples a pixel has more or less than wanted.
+int samplesOff(Display* display, GLXFBConfig config, unsigned int samples)
+{
+    return std::abs(configValue(display, config, GLX_SAMPLES) - static_cast<int>(std::min(samples, kMostSamples)));
+}
+
 bool isExact(Display* display, GLXFBConfig config)
 {
     const int depth = configValue(display, config, GLX_DEPTH_SIZE);
     return configValue(display, config, GLX_RED_SIZE) == 8 && configValue(display, config, GLX_GREEN_SIZE) == 8 &&
            configValue(display, config, GLX_BLUE_SIZE) == 8 && (depth == 32 || depth == 24) &&
-           configValue(display, config, GLX_SAMPLES) == 0 && configValue(display, config, GLX_VISUAL_ID) != 0;
+           configValue(display, config, GLX_VISUAL_ID) != 0;
 }
 
 /// Smaller is better; see the EGL window, which ranks alike. A visual with alpha may shine through on the desktop.
-auto rank(Display* display, GLXFBConfig config)
+auto rank(Display* display, GLXFBConfig config, unsigned int samples)
 {
     return std::make_tuple(configValue(display, config, GLX_CONFIG_CAVEAT) == GLX_NON_CONFORMANT_CONFIG,
-                           -configValue(display, config, GLX_DEPTH_SIZE), configValue(display, config, GLX_ALPHA_SIZE),
-                           configValue(display, config, GLX_STENCIL_SIZE),
+                           samplesOff(display, config, samples), -configValue(display, config, GLX_DEPTH_SIZE),
+                           configValue(display, config, GLX_ALPHA_SIZE), configValue(display, config, GLX_STENCIL_SIZE),
                            configValue(display, config, GLX_CONFIG_CAVEAT) == GLX_SLOW_CONFIG);
 }
 
 /// Good for a window and for a pbuffer, so that both hold the same pixels. Null when there is no exact one.
-GLXFBConfig chooseConfig(Display* display, bool stereo)
+GLXFBConfig chooseConfig(Display* display, bool stereo, unsigned int samples)
 {
     const int wanted[] = {GLX_DRAWABLE_TYPE,
                           GLX_WINDOW_BIT | GLX_PBUFFER_BIT,
@@ -127,7 +135,7 @@ GLXFBConfig chooseConfig(Display* display, bool stereo)
         if (isExact(display, found.get()[i]))
             configs.push_back(found.get()[i]);
     const auto best = std::min_element(configs.begin(), configs.end(), [=](GLXFBConfig a, GLXFBConfig b) {
-        return rank(display, a) < rank(display, b);
+        return rank(display, a, samples) < rank(display, b, samples);
     });
     return best == configs.end() ? nullptr : *best;
 }
@@ -487,9 +495,10 @@ using UniqueOpenWindow = std::unique_ptr<OpenWindow>;
 class Opening
 {
 public:
-    Opening(const KrWindowImpl::Settings& settings, const OpenWindow* share)
+    Opening(const KrWindowImpl::Settings& settings, const OpenWindow* share, unsigned int samples)
         : m_settings(settings)
         , m_share(share)
+        , m_samples(samples)
         , m_size(settings.sizeText())
         , m_open(std::make_unique<OpenWindow>())
     {
@@ -551,9 +560,9 @@ private:
         if (m_share)
             m_open->config = m_share->config;
         else if (m_settings.wantsStereo)
-            m_open->config = chooseConfig(display, true);
+            m_open->config = chooseConfig(display, true, m_samples);
         if (!m_open->config)
-            m_open->config = chooseConfig(display, false);
+            m_open->config = chooseConfig(display, false, m_samples);
         if (!m_open->config)
             return fail("no configuration with 8/8/8 bits of colour and 32 or 24 of depth", DisplayString(display),
                         "start the X server with 24 bits of colour (Xvfb -screen 0 1280x1024x24)");
@@ -607,6 +616,7 @@ private:
 
     const KrWindowImpl::Settings& m_settings;
     const OpenWindow* m_share;
+    unsigned int m_samples;
     std::string m_size;
     KrWindowReport::Attempt m_attempt;
     UniqueOpenWindow m_open;
@@ -616,12 +626,14 @@ private:
 
 struct KrGlxWindowImpl::Private
 {
+    unsigned int samples = 0;
     UniqueOpenWindow open;
 };
 
-KrGlxWindowImpl::KrGlxWindowImpl()
+KrGlxWindowImpl::KrGlxWindowImpl(unsigned int samples)
     : m_private(std::make_unique<Private>())
 {
+    m_private->samples = samples;
 }
 
 KrGlxWindowImpl::~KrGlxWindowImpl()
@@ -639,7 +651,8 @@ bool KrGlxWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWind
     close();
     const KrCurrentContext before;
     const auto* sharing = dynamic_cast<const KrGlxWindowImpl*>(share);
-    m_private->open = Opening(settings, sharing ? sharing->m_private->open.get() : nullptr).run(report);
+    m_private->open =
+        Opening(settings, sharing ? sharing->m_private->open.get() : nullptr, m_private->samples).run(report);
     if (!m_private->open) {
         before.restore();
         return false;

@@ -15,7 +15,11 @@
 class KrGlxWindowImpl : public KrWindowImpl
 {
 public:
-    KrGlxWindowImpl();
+    /// @param samples  to draw for each pixel, which smooths edges: the server's nearest number, where it has any; 0
+    ///                 draws pixels as an off-screen window does. A window that shares another's objects has that
+    ///                 one's. With samples no metric depth is captured, and captured colours are smooth or not as
+    ///                 the driver likes.
+    explicit KrGlxWindowImpl(unsigned int samples = 0);
     ~KrGlxWindowImpl() override;
 
     const char* kind() const override;

@@ -49,6 +49,8 @@ std::string contextText(const KrWindowReport& report)
             " bits alpha\n";
     text += "  depth    " + std::to_string(report.depthBits) + " bits, stencil " + std::to_string(report.stencilBits) +
             " bits\n";
+    if (report.samples > 0)
+        text += "  samples  " + std::to_string(report.samples) + " for each pixel\n";
     return text;
 }
 
@@ -99,6 +101,7 @@ void KrWindowReport::readCurrentContext()
     alphaBits = glInteger(GL_ALPHA_BITS);
     depthBits = glInteger(GL_DEPTH_BITS);
     stencilBits = glInteger(GL_STENCIL_BITS);
+    samples = glInteger(GL_SAMPLES);
 }
 
 std::string KrWindowReport::text() const

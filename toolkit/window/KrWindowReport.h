@@ -28,6 +28,7 @@ struct KrWindowReport
     int alphaBits = 0;
     int depthBits = 0;
     int stencilBits = 0;
+    int samples = 0; ///< drawn for each pixel to smooth edges; 0 when edges are not smoothed
 
     bool hasContext() const { return !renderer.empty(); }
     /// Takes the properties from the context that is current in this thread.

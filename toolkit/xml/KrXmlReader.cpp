@@ -425,8 +425,10 @@ bool KrXmlReader::openBuffer(const char* data, std::size_t size, const std::stri
     return m_private->open(
         [data, size, done = std::size_t(0)](char* out, std::size_t room) mutable {
             const std::size_t count = std::min(room, size - done);
-            std::memcpy(out, data + done, count);
-            done += count;
+            if (count > 0) {
+                std::memcpy(out, data + done, count);
+                done += count;
+            }
             return static_cast<long>(count);
         },
         name);

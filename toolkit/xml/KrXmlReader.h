@@ -13,8 +13,10 @@ class KrXmlObject;
 
 /// Walks an XML document for the objects that read themselves from it.
 ///
-/// Nothing outside the document is ever loaded: no network, no external
-/// entities, no document types. Depth is limited to 1024 elements. Not copyable.
+/// Nothing outside the document is loaded: no network, no external entities,
+/// no document types. The one exception is a document read from a file, whose
+/// grid values may stand in another file that an attribute `file` names;
+/// streams, buffers and sockets never open one. Depth is limited to 1024 elements. Not copyable.
 ///
 /// The pattern of a reader of children:
 /// @code

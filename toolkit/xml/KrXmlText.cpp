@@ -3,6 +3,9 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <locale>
+#include <sstream>
+#include <type_traits>
 
 namespace
 {
@@ -48,14 +51,32 @@ void appendReal(std::string& out, T value)
     appendNumber(out, std::isnan(value) ? std::numeric_limits<T>::quiet_NaN() : value);
 }
 
+/// Whether a number that is out of range is one that stands for zero; from_chars does not tell.
+template <typename T>
+bool isTooSmall(std::string_view word)
+{
+    if constexpr (std::is_floating_point_v<T>) {
+        std::istringstream stream{std::string(word)};
+        stream.imbue(std::locale::classic());
+        T number{};
+        return (stream >> number) && std::abs(number) < T(1);
+    }
+    return false;
+}
+
 template <typename T>
 bool takeNumber(std::string_view& text, T& value)
 {
-    const std::string_view word = takeWord(text);
+    std::string_view word = takeWord(text);
+    // XML schema allows a plus sign, which from_chars does not know.
+    if (word.size() > 1 && word[0] == '+' && word[1] != '-') {
+        word.remove_prefix(1);
+    }
     T number{};
     const char* const end = word.data() + word.size();
     const std::from_chars_result result = std::from_chars(word.data(), end, number);
-    if (word.empty() || result.ec != std::errc() || result.ptr != end) {
+    const bool isOutside = result.ec == std::errc::result_out_of_range && !isTooSmall<T>(word);
+    if (word.empty() || result.ec == std::errc::invalid_argument || isOutside || result.ptr != end) {
         return false;
     }
     value = number;
@@ -67,7 +88,7 @@ bool takeReal(std::string_view& text, T& value)
 {
     dropSpace(text);
     // from_chars would take "nan(...)" too.
-    const std::size_t sign = !text.empty() && text.front() == '-' ? 1 : 0;
+    const std::size_t sign = !text.empty() && (text.front() == '-' || text.front() == '+') ? 1 : 0;
     const bool mayHaveBrackets = text.size() > sign && (text[sign] == 'n' || text[sign] == 'N');
     std::string_view rest = text;
     if (mayHaveBrackets && takeWord(rest).find('(') != std::string_view::npos) {

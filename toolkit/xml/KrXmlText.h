@@ -19,7 +19,8 @@ void append(std::string& out, bool value);          ///< "true", "false"
 void append(std::string& out, const std::string& value);
 
 /// Takes one white-space separated word off the front of `text`; false when it is not a value of the type.
-/// A word that is out of the type's range is refused. For a string the whole rest is taken.
+/// A plus sign may stand before a number. A word that is out of the type's range is refused, but for one that is too
+/// close to zero, which is zero. For a string the whole rest is taken.
 bool take(std::string_view& text, double& value);
 bool take(std::string_view& text, float& value);
 bool take(std::string_view& text, int& value);

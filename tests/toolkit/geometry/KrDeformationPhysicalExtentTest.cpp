@@ -110,6 +110,9 @@ TEST(KrDeformationPhysicalExtent, BlendsPosesAndTellsEveryOnlookerWhatChanged)
     extent = other;
     EXPECT_EQ(extent.changesSince(cut), unsigned(Extent::VerticesMoved | Extent::CutChanged | Extent::StrokesChanged))
         << "assigned to";
+    EXPECT_EQ(Extent(extent).changesSince(extent.revision()),
+              unsigned(Extent::VerticesMoved | Extent::CutChanged | Extent::StrokesChanged))
+        << "another extent, though its counts may be the same";
 }
 
 TEST(KrDeformationPhysicalExtent, APlaneCutsAsSeenAndThePiecesGoOnDeforming)
@@ -145,6 +148,57 @@ TEST(KrDeformationPhysicalExtent, APlaneCutsAsSeenAndThePiecesGoOnDeforming)
     ASSERT_TRUE(extent.cutByPlane(1, KrVector(5.375, 0.0, 10.75), KrVector(1.0, 0.0, 0.0), "inside"));
     EXPECT_NEAR(volume(extent, 1), 1.0, 1e-9);
     EXPECT_NEAR(volume(extent, 2), 1.0, 1e-9);
+}
+
+// A stem below z = 0, 0.2 m wide and 1 m high, under a head, 1 m wide and 1 m high.
+TEST(KrDeformationPhysicalExtent, ASurfaceInThePlaneStaysWithItsBody)
+{
+    KrXmlVectorVector vertices;
+    KrXmlVectorType<KrTriangle> triangles;
+    const auto addQuad = [&triangles](std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
+        triangles.push_back(KrTriangle(a, b, c));
+        triangles.push_back(KrTriangle(a, c, d));
+    };
+    for (const auto& [half, z] :
+         {std::pair(0.1, -1.0), std::pair(0.1, 0.0), std::pair(0.5, 0.0), std::pair(0.5, 1.0)}) {
+        for (const auto& [x, y] : {std::pair(-1, -1), std::pair(1, -1), std::pair(1, 1), std::pair(-1, 1)}) {
+            vertices.push_back(KrVector(half * x, half * y, z));
+        }
+    }
+    addQuad(3, 2, 1, 0);
+    addQuad(12, 13, 14, 15);
+    for (std::uint32_t i = 0; i < 12; ++i) {
+        const std::uint32_t next = i - i % 4 + (i + 1) % 4;
+        addQuad(i, next, next + 4, i + 4);
+    }
+    KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
+    groups.push_back(KrTriPhysicalExtent::Group(KrXmlBasicType<std::string>("body"), triangles));
+    KrTriPhysicalExtent mesh;
+    ASSERT_TRUE(mesh.setMesh(vertices, KrXmlVectorVector(), KrXmlVectorType<KrPlanarVector>(), groups));
+    Extent whole;
+    whole.setMesh(mesh);
+    for (const double up : {1.0, -1.0}) {
+        Extent extent = whole;
+        ASSERT_TRUE(extent.cutByPlane(0, KrVector(), KrVector(0.0, 0.0, up), "cap"));
+        const unsigned int head = up > 0.0 ? 1 : 0;
+        EXPECT_NEAR(volume(extent, head), 1.0, 1e-12);
+        EXPECT_NEAR(volume(extent, 1 - head), 0.04, 1e-12);
+        // The underside of the head and two sections of the stem, none of it twice.
+        EXPECT_NEAR(area(*extent.triExtent()), area(mesh) + 2.0 * 0.04, 1e-12);
+        for (const KrDeformationGroup& group : extent.groups()) {
+            for (const KrTriangle& triangle : group.triangles()) {
+                EXPECT_TRUE(group.piece() == head || std::abs(extent.points()[triangle.vertex(0)].x()) < 0.11);
+            }
+        }
+    }
+    const MessageRecorder messages;
+    for (const double z : {1.0, -1.0}) {
+        for (const double up : {1.0, -1.0}) {
+            EXPECT_FALSE(whole.cutByPlane(0, KrVector(0.0, 0.0, z), KrVector(0.0, 0.0, up))) << z << " " << up;
+        }
+    }
+    EXPECT_EQ(messages.count(), 4u);
+    EXPECT_EQ(whole.numPieces(), 1u);
 }
 
 TEST(KrDeformationPhysicalExtent, ACutInterpolatesWhatItSplitsAndOpenSectionsStayOpen)
@@ -294,7 +348,18 @@ TEST(KrDeformationPhysicalExtent, RefusesWhatDoesNotFit)
     EXPECT_FALSE(extent.cutByPlane(0, KrVector(), KrVector()));
     EXPECT_FALSE(extent.cutByPlane(0, KrVector(0.0, 0.0, 1.0), KrVector(0.0, 0.0, 1.0))) << "it touches a face";
     EXPECT_FALSE(extent.setPieceOffset(0, translation(nan, 0.0, 0.0)));
-    EXPECT_EQ(messages.count(), 7u);
+    KrCoordinateSystemTransformation turned;
+    turned.setRotation({nan, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0});
+    EXPECT_FALSE(extent.setPieceOffset(0, turned));
+    EXPECT_EQ(messages.count(), 8u);
+    // What single precision makes nothing or infinite of.
+    const KrPlanarVector place(0.5, 0.5);
+    const KrColor red(1.0, 0.0, 0.0);
+    EXPECT_FALSE(extent.addStroke(KrSurfaceStroke({place}, red, 1e-300)));
+    EXPECT_FALSE(extent.addStroke(KrSurfaceStroke({place}, red, 1e300)));
+    EXPECT_FALSE(extent.addStroke(KrSurfaceStroke({place, KrPlanarVector(0.5, 1e300)}, red, 0.1)));
+    EXPECT_FALSE(extent.addStroke(KrSurfaceStroke({place}, KrColor(1.0, nan, 0.0), 0.1)));
+    EXPECT_EQ(messages.count(), 12u);
     EXPECT_EQ(extent.changesSince(seen), Extent::NothingChanged);
     EXPECT_TRUE(extent == before);
 }
@@ -329,4 +394,29 @@ TEST(KrDeformationPhysicalExtent, ComesBackFromAFileCutPosedAndParted)
         EXPECT_EQ(messages.count(), 1u) << messages.all();
         EXPECT_TRUE(copy == extent);
     }
+}
+
+TEST(KrDeformationPhysicalExtent, AMeshOfItsOwnPiecesKeepsThemWhenCutsAreUndone)
+{
+    std::string text;
+    ASSERT_TRUE(box().writeBuffer(text));
+    const std::size_t piece = text.find("piece>0<");
+    ASSERT_NE(piece, std::string::npos);
+    text.replace(piece, 8, "piece>1<");
+    Extent extent;
+    {
+        const MessageRecorder messages;
+        EXPECT_FALSE(extent.readBuffer(text.data(), text.size())) << "there is no offset for it";
+        EXPECT_EQ(messages.count(), 1u) << messages.all();
+    }
+    const std::size_t start = text.find('>', text.find("pieceOffsets")) + 1;
+    const std::size_t end = text.rfind("</", text.find("pieceOffsets", start));
+    text.insert(start, text.substr(start, end - start));
+    ASSERT_TRUE(extent.readBuffer(text.data(), text.size()));
+    ASSERT_TRUE(extent.cutByPlane(1, KrVector(), KrVector(0.0, 0.0, 1.0)));
+    EXPECT_EQ(extent.numPieces(), 3u);
+    extent.clearCuts();
+    EXPECT_EQ(extent.numPieces(), 2u);
+    ASSERT_NE(extent.triExtent(), nullptr);
+    EXPECT_NEAR(area(*extent.triExtent()), 24.0, 1e-12);
 }

@@ -51,10 +51,38 @@ double outside(const KrBasePhysicalExtent& extent, const KrVector& world)
         const KrVector nearest(0.0, 0.0, std::max(-half, std::min(half, p.z())));
         return (p - nearest).length() - capsule->radius();
     }
-    const auto& hull = dynamic_cast<const KrTriPhysicalExtent&>(extent);
+    const auto& mesh = dynamic_cast<const KrTriPhysicalExtent&>(extent);
     double most = -std::numeric_limits<double>::infinity();
-    for (const KrTriangle& t : hull.groups()[0].second()) {
-        most = std::max(most, hull.normals()[t.normal(0)].dot(p - hull.vertices()[t.vertex(0)]));
+    for (const KrTriangle& t : mesh.groups()[0].second()) {
+        const KrVector corner = mesh.vertices()[t.vertex(0)];
+        KrVector normal = (mesh.vertices()[t.vertex(1)] - corner).cross(mesh.vertices()[t.vertex(2)] - corner);
+        normal.normalize();
+        most = std::max(most, normal.dot(p - corner));
+    }
+    return most;
+}
+
+/// How far the points reach beyond the vertices of a mesh, m, seen from the middle in the direction of each of them.
+///
+/// A point beyond the sharp rim of a thin hull is far outside, and yet hardly above the plane of any of its faces.
+double beyond(const KrTriPhysicalExtent& mesh, const std::vector<KrVector>& points)
+{
+    const auto farthest = [](const std::vector<KrVector>& vertices, const KrVector& direction) {
+        double most = -std::numeric_limits<double>::infinity();
+        for (const KrVector& vertex : vertices) {
+            most = std::max(most, vertex.dot(direction));
+        }
+        return most;
+    };
+    KrVector middle;
+    for (const KrVector& point : points) {
+        middle += point * (1.0 / static_cast<double>(points.size()));
+    }
+    double most = 0.0;
+    for (const KrVector& point : points) {
+        KrVector direction = point - middle;
+        direction.normalize();
+        most = std::max(most, point.dot(direction) - farthest(mesh.vertices().values(), direction));
     }
     return most;
 }
@@ -73,7 +101,14 @@ void expectEnclosed(const std::vector<KrVector>& points, const char* what)
         }
         EXPECT_LE(most, tolerance) << what << " " << shape->token().name;
         EXPECT_EQ(shape->groupName(0), "boundingVolume");
+        const boost::shared_ptr<const KrTriPhysicalExtent> triangles = shape->triExtent();
+        ASSERT_TRUE(triangles) << what << " " << shape->token().name;
+        for (const KrVector& point : points) {
+            most = std::max(most, outside(*triangles, point));
+        }
+        EXPECT_LE(most, tolerance) << "drawn " << what << " " << shape->token().name;
     }
+    EXPECT_LE(beyond(*shapes[3]->triExtent(), points), tolerance) << what;
 }
 
 std::vector<KrVector> transformed(std::vector<KrVector> points)
@@ -92,6 +127,17 @@ std::vector<KrVector> grid(unsigned int nx, unsigned int ny, unsigned int nz)
     std::vector<KrVector> points;
     for (unsigned int i = 0; i < nx * ny * nz; ++i) {
         points.emplace_back(i % nx, i / nx % ny, i / (nx * ny));
+    }
+    return points;
+}
+
+/// On the unit circle.
+std::vector<KrVector> disc(unsigned int count)
+{
+    std::vector<KrVector> points;
+    for (unsigned int i = 0; i < count; ++i) {
+        const double angle = 2.0 * 3.14159265358979 * i / count;
+        points.emplace_back(std::cos(angle), std::sin(angle), 0.0);
     }
     return points;
 }
@@ -127,6 +173,18 @@ TEST(KrEnclosingShapes, EveryCornerIsInsideEachOfThem)
         point = point * 1e-5 + KrVector(0.5, 0.5, 0.5);
     }
     expectEnclosed(tiny, "tiny and far away");
+    std::vector<KrVector> wire;
+    for (const KrVector& point : ball(200)) {
+        wire.push_back(point * 3e-5);
+        wire.push_back(point * 3e-5 + KrVector(1.0, 0.0, 0.0));
+    }
+    expectEnclosed(wire, "wire with round ends");
+    expectEnclosed(disc(1000), "disc");
+    std::vector<KrVector> huge = grid(5, 2, 3);
+    for (KrVector& point : huge) {
+        point *= 1e37;
+    }
+    expectEnclosed(huge, "huge");
 }
 
 TEST(KrEnclosingShapes, AreTight)
@@ -151,6 +209,14 @@ TEST(KrEnclosingShapes, AreTight)
     ASSERT_NE(capsule, nullptr);
     EXPECT_NEAR(capsule->radius(), 0.1, 1e-3);
     EXPECT_NEAR(capsule->length(), 3.0, 1e-2);
+
+    // Of more corners than a hull has: 250 on a circle lack 1 - cos(pi / 250), less than a thousandth, between them.
+    const auto ofDisc = KrConvexHull::make(disc(1000), "disc");
+    ASSERT_TRUE(ofDisc);
+    for (const KrVector& vertex : ofDisc->vertices().values()) {
+        EXPECT_LT(std::hypot(vertex.x(), vertex.y()), 1.001);
+        EXPECT_LT(std::abs(vertex.z()), 1e-6);
+    }
 }
 
 TEST(KrEnclosingShapes, NothingEnclosesNothing)

@@ -82,6 +82,43 @@ TEST_F(KrGridFileTest, ReadsEveryEncodingOfNrrd)
     EXPECT_EQ(grid.values(), kValues);
 }
 
+TEST_F(KrGridFileTest, TakesTheEndsOfAnAxisAsItsCentersSay)
+{
+    const std::string data = "encoding: text\n\n1 -2 3 256 5 6\n"; // 2 x 1 x 3
+    const std::string cells = "centerings: cell cell cell\n";
+    ASSERT_TRUE(read(kNrrd + "axis mins: -1 0 2\nspacings: 0.5 1 2\n" + cells + data));
+    expectBox(KrVector(-1.0, 0.0, 2.0), KrVector(0.0, 1.0, 8.0), KrVector(2.0, 1.0, 3.0));
+    ASSERT_TRUE(read(kNrrd + "axis mins: -1 0 2\nspacings: 0.5 1 2\n" + data));
+    expectBox(KrVector(-1.25, -0.5, 1.0), KrVector(-0.25, 0.5, 7.0), KrVector(2.0, 1.0, 3.0));
+    ASSERT_TRUE(read(kNrrd + "space origin: (-1,0,2)\nspacings: 0.5 1 2\n" + cells + data));
+    expectBox(KrVector(-1.25, -0.5, 1.0), KrVector(-0.25, 0.5, 7.0), KrVector(2.0, 1.0, 3.0));
+
+    ASSERT_TRUE(read(kNrrd + "axis mins: 0 0 0\naxis maxs: 4 3 6\ncenters: cell cell node\n" + data));
+    expectBox(KrVector(0.0, 0.0, -1.5), KrVector(4.0, 3.0, 7.5), KrVector(2.0, 1.0, 3.0));
+    ASSERT_TRUE(read(kNrrd + "axis mins: 0 0 0\naxis maxs: 4 3 6\nspacings: 2 3 2\n" + cells + data));
+    expectBox(KrVector(0.0, 0.0, 0.0), KrVector(4.0, 3.0, 6.0), KrVector(2.0, 1.0, 3.0));
+}
+
+TEST_F(KrGridFileTest, UnpacksAllMembersAndSkipsBytesOfWhatIsUnpacked)
+{
+    // The deflate stream of one stored block is its length, the complement of that and the bytes.
+    const std::string head("\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\xff\x01", 11);
+    const auto member = [&head](const std::string& bytes, const std::string& trailer) {
+        const char size = static_cast<char>(bytes.size());
+        const char lengths[4] = {size, 0, static_cast<char>(~size), '\xff'};
+        return head + std::string(lengths, 4) + bytes + trailer;
+    };
+    // Check sum and length of the first four bytes.
+    const std::string trailer("\x42\x97\xa7\xe9\x04\x00\x00\x00", 8);
+    const std::string packed = member(kBigWords.substr(0, 4), trailer) + member(kBigWords.substr(4), "");
+    ASSERT_TRUE(read(kNrrd + "encoding: gzip\nendian: big\n\n" + packed));
+    EXPECT_EQ(grid.values(), kValues);
+
+    const std::string skips = "line skip: 1\nbyte skip: 7\nencoding: gzip\nendian: big\n\na line\n";
+    ASSERT_TRUE(read(kNrrd + skips + member("skipped" + kBigWords, "")));
+    EXPECT_EQ(grid.values(), kValues);
+}
+
 TEST_F(KrGridFileTest, ReadsStructuredPointsAndCells)
 {
     const std::string header = "DATASET STRUCTURED_POINTS\nDIMENSIONS 2 1 3\nORIGIN 1 2 3\nSPACING 0.5 1 2\n";
@@ -116,6 +153,10 @@ TEST_F(KrGridFileTest, SaysOnceWhatIsWrongWithAFileAndKeepsTheField)
         {kNrrd + "encoding: ascii\n\n1 2 3 4 inf 6", "finite"},
         {kNrrd + "spacings: 1 -1 1\nencoding: ascii\n\n1 2 3 4 5 6", "spacings"},
         {kNrrd + "space directions: (0,1,0) (1,0,0) (0,0,1)\nencoding: ascii\n\n1 2 3 4 5 6", "along the axes"},
+        {kNrrd + "axis maxs: 1 1 1\nencoding: ascii\n\n1 2 3 4 5 6", "without axis mins"},
+        {kNrrd + "axis mins: 0 0 0\naxis maxs: 4 4 4\nspacings: 1 1 1\nencoding: ascii\n\n1 2 3 4 5 6", "contradict"},
+        {kNrrd + "byte skip: -1\nencoding: gzip\nendian: big\n\n" + kBigWords, "byte skip"},
+        {kNrrd + "encoding: hex\n\n00", "encoding \"hex\""},
         {kNrrd + "data file: missing.raw\nencoding: raw\nendian: big\n", "missing"},
         {vtk + "DATASET POLYDATA\n", "STRUCTURED_POINTS"},
         {vtk + "DATASET STRUCTURED_POINTS\nDIMENSIONS 2 1 3\nPOINT_DATA 6\nVECTORS v float\n", "VECTORS"},
@@ -151,6 +192,14 @@ TEST_F(KrGridFileTest, ADocumentHoldsItsValuesAsBytesOrNamesAFileOfThem)
     KrGridPhysicalExtent other;
     EXPECT_TRUE(other.readFile(write("b.xml", document("<values file='values.raw' type='float64'/>"))));
     EXPECT_EQ(other.values(), values);
+
+    // What comes without a folder names no file of this machine.
+    for (const std::string& name : {std::string("values.raw"), write("own.raw", std::string(16, '\0'))}) {
+        const MessageRecorder messages;
+        const std::string text = document(("<values file='" + name + "' type='float64'/>").c_str());
+        EXPECT_FALSE(other.readBuffer(text.data(), text.size())) << name;
+        EXPECT_EQ(messages.count(), 1u) << name;
+    }
 
     // A file that knows its own type.
     write("values.nrrd", "NRRD0001\ntype: uint8\ndimension: 3\nsizes: 2 1 1\nencoding: text\n\n7 9\n");

@@ -208,8 +208,10 @@ TEST(KrPrimitiveExtents, WithoutSizeHaveNoSurface)
     EXPECT_NEAR(area(*plate), 4.0, 1e-12);
     // Sizes at the ends of what numbers can tell.
     EXPECT_EQ(worstNormal(*KrBoxPhysicalExtent(KrVector(1e-100, 1e-100, 1e-100)).triExtent()), 1.0);
-    EXPECT_TRUE(KrSpherePhysicalExtent(1e150).triExtent());
-    EXPECT_TRUE(KrEllipsoidPhysicalExtent(KrVector(1e-150, 1.0, 1e150)).triExtent());
+    EXPECT_TRUE(KrSpherePhysicalExtent(1e30).triExtent());
+    EXPECT_FALSE(KrSpherePhysicalExtent(1e150).triExtent());
+    EXPECT_EQ(messages.texts().size(), 1u) << "too far away to be drawn";
+    EXPECT_TRUE(KrEllipsoidPhysicalExtent(KrVector(1e-150, 1.0, 1e30)).triExtent());
 }
 
 TEST(KrPrimitiveExtents, PlacementMovesTheSurfaceAndMarksTheChange)

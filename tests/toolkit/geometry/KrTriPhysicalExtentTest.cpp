@@ -172,8 +172,8 @@ TEST(KrTriPhysicalExtent, XmlIsCheckedLikeEverythingElse)
     const Mesh before = mesh;
     for (const auto& [vertices, triangles] :
          {std::pair("0 0 0 1 0 0 1 1 0", "0 0 0 1 0 0 3 0 0"), std::pair("0 0 0 1 0 nan 1 1 0", "0 0 0 1 0 0 2 0 0"),
-          std::pair("0 0 0 1 0 0 1 1", "0 0 0 1 0 0 2 0 0"), std::pair("0 0 0 1 0 0 1 1 0", "0 0 0 1 0 0 2 0"),
-          std::pair("0 0 0 1 0 0 1 1 0", "0 0 0 1 0 0 -1 0 0")}) {
+          std::pair("0 0 0 1 0 1e39 1 1 0", "0 0 0 1 0 0 2 0 0"), std::pair("0 0 0 1 0 0 1 1", "0 0 0 1 0 0 2 0 0"),
+          std::pair("0 0 0 1 0 0 1 1 0", "0 0 0 1 0 0 2 0"), std::pair("0 0 0 1 0 0 1 1 0", "0 0 0 1 0 0 -1 0 0")}) {
         const KrCaughtMessages messages;
         EXPECT_FALSE(readText(vertices, triangles)) << vertices << " / " << triangles;
         EXPECT_EQ(messages.only().find("KrXmlReader - test.xml, line "), 0u) << messages.only();

@@ -55,14 +55,16 @@ struct Solid
 {
     const char* name;
     KrVector moments; ///< for 3 kg
+    double tolerance = 1e-9;
 };
 
 const Solid kSolids[] = {
-    {"box 1 x 2 x 3 m", KrVector(0.25 * 13.0, 0.25 * 10.0, 0.25 * 5.0)},  // m (b b + c c) / 12
-    {"cylinder r 0.5 m, h 4 m", KrVector(4.1875, 4.1875, 0.375)},         // m (3 r r + h h) / 12, m r r / 2
-    {"sphere r 0.5 m", KrVector(0.3, 0.3, 0.3)},                          // 2 m r r / 5
-    {"thin plate 1 x 2 m", KrVector(0.25 * 4.0, 0.25 * 1.0, 0.25 * 5.0)}, // flat: I3 = I1 + I2
-    {"thin rod 2 m", KrVector(0.0, 1.0, 1.0)},                            // m l l / 12
+    {"box 1 x 2 x 3 m", KrVector(0.25 * 13.0, 0.25 * 10.0, 0.25 * 5.0)}, // m (b b + c c) / 12
+    {"cylinder r 0.5 m, h 4 m", KrVector(4.1875, 4.1875, 0.375)},        // m (3 r r + h h) / 12, m r r / 2
+    {"sphere r 0.5 m", KrVector(0.3, 0.3, 0.3)},                         // 2 m r r / 5
+    // Drawn a hundredth as thick as long: m / 5 (a / 100)^2 more, with semi-axes of up to 1.3 m.
+    {"thin plate 1 x 2 m", KrVector(0.25 * 4.0, 0.25 * 1.0, 0.25 * 5.0), 1.01e-4}, // I3 = I1 + I2
+    {"thin rod 2 m", KrVector(0.0, 1.0, 1.0), 2.01e-4},                            // m l l / 12; two of them
 };
 
 } // namespace
@@ -88,7 +90,7 @@ TEST(KrMassProperties, EllipsoidHasTheMassAndTheInertiaOfTheBody)
             const Tensor back = turned(momentsOf(3.0, semiAxesOf(ellipsoid)), principal);
             for (unsigned int i = 0; i < 3; ++i) {
                 for (unsigned int j = 0; j < 3; ++j) {
-                    EXPECT_NEAR(back[i][j], inertia[i][j], 1e-9) << i << j;
+                    EXPECT_NEAR(back[i][j], inertia[i][j], solid.tolerance) << i << j;
                 }
             }
             expectNear(principal.translation(), center);
@@ -96,6 +98,7 @@ TEST(KrMassProperties, EllipsoidHasTheMassAndTheInertiaOfTheBody)
             const KrVector y = principal.transformDirection(KrVector(0.0, 1.0, 0.0));
             expectNear(x.cross(y), principal.transformDirection(KrVector(0.0, 0.0, 1.0)));
             EXPECT_TRUE(ellipsoid.physicalExtent()->placement() == principal);
+            EXPECT_TRUE(ellipsoid.physicalExtent()->triExtent()) << "even a flat one is seen";
         }
     }
     EXPECT_EQ(messages.take(), 0u);
@@ -134,6 +137,9 @@ TEST(KrMassProperties, ImpossibleBodiesAreToldWithTheirLink)
         body(nan, turned(KrVector(1.0, 1.0, 1.0), upright), KrVector()),
         body(1.0, turned(KrVector(1.0, nan, 1.0), upright), KrVector()),
         body(1.0, turned(KrVector(1.0, 1.0, 1.0), upright), KrVector(0.0, nan, 0.0)),
+        // Semi-axes that are no numbers.
+        body(1e-310, turned(KrVector(1.0, 1.0, 1.0), upright), KrVector()),
+        body(1e-200, turned(KrVector(1e200, 1e200, 1e200), upright), KrVector()),
         // Products alone: principal moments of 0.5, 0 and -0.5.
         body(1.0, {{{0.0, 0.5, 0.0}, {0.5, 0.0, 0.0}, {0.0, 0.0, 0.0}}}, KrVector()),
     };
@@ -152,6 +158,9 @@ TEST(KrMassProperties, ImpossibleBodiesAreToldWithTheirLink)
     // Rounded to six digits, a plate misses the inequality by a little: still a plate.
     EXPECT_TRUE(body(3.0, turned(KrVector(1.0, 0.25, 1.2500008), upright), KrVector())
                     .fillEllipsoid("plate", ellipsoid, principal));
+    EXPECT_TRUE(ellipsoid.physicalExtent()->triExtent());
+    EXPECT_TRUE(body(3.0, Tensor(), KrVector()).fillEllipsoid("point", ellipsoid, principal));
+    EXPECT_FALSE(ellipsoid.physicalExtent()->triExtent());
     EXPECT_FALSE(KrMassProperties().fillEllipsoid("nothing", ellipsoid, principal));
     EXPECT_TRUE(ellipsoid.isEmpty());
     EXPECT_EQ(messages.take(), 0u);

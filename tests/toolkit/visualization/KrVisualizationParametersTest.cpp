@@ -1,8 +1,10 @@
+#include <tests/support/MessageRecorder.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 
 namespace
@@ -75,6 +77,17 @@ TEST(KrVisualizationParameters, ViewsThatShowNothingAreRefused)
                           "<linearAttenuation>inf</linearAttenuation>", "<on>perhaps</on>"});
     KrGUIObjectParameters gui;
     gui.setAxisScale(3.0);
+    const KrGUIObjectParameters before = gui;
+    {
+        const MessageRecorder messages;
+        for (const double scale : {-1.0, std::nan(""), HUGE_VAL}) {
+            gui.setAxisScale(scale);
+            gui.setGlobalAxisScale(scale);
+            gui.setCenterOfInterestScale(scale);
+        }
+        EXPECT_EQ(messages.count(), 9u);
+    }
+    EXPECT_TRUE(gui == before);
     expectRefused(gui, {"<axisScale>-1</axisScale>", "<centerOfInterestScale>nan</centerOfInterestScale>"});
 }
 

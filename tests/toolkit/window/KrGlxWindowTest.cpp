@@ -135,6 +135,44 @@ TEST_F(KrGlxWindow, DrawsTheSameWhileHidden)
     EXPECT_EQ(texelOf(texture), kGreen);
 }
 
+TEST_F(KrGlxWindow, SmoothsEdgesOnTheScreenOnDemand)
+{
+    // How many pixels along a slanted edge between black and red are neither.
+    const auto numBlended = [this](KrWindow& window, const std::string& title) {
+        window.setName(title);
+        window.setWindowSize(64, 48);
+        EXPECT_TRUE(window.init());
+        fill({0, 0, 0});
+        glColor3f(1.0f, 0.0f, 0.0f);
+        glBegin(GL_TRIANGLES);
+        glVertex2f(-1.0f, -0.7f);
+        glVertex2f(1.0f, 0.6f);
+        glVertex2f(-1.0f, 1.0f);
+        glEnd();
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+        EXPECT_TRUE(window.swapBuffers());
+        glFinish();
+        XImage* const seen = XGetImage(m_display.get(), find(title), 0, 0, 64, 48, AllPlanes, ZPixmap);
+        int number = 0;
+        for (int i = 0; seen && i < 64 * 48; ++i)
+            number += (XGetPixel(seen, i % 64, i / 64) >> 16 & 0xff) % 0xff != 0;
+        if (seen)
+            XDestroyImage(seen);
+        return number;
+    };
+    KrWindow plain, smooth, sharing;
+    EXPECT_EQ(numBlended(plain, "plain"), 0);
+    EXPECT_EQ(plain.report().samples, 0);
+    smooth.setImpl(std::make_unique<KrGlxWindowImpl>(1000));
+    const int number = numBlended(smooth, "smooth");
+    if (smooth.report().samples == 0)
+        GTEST_SKIP() << "the display has no visual with several samples a pixel";
+    EXPECT_GT(number, 20);
+    sharing.share(&smooth);
+    EXPECT_EQ(numBlended(sharing, "sharing"), number);
+    EXPECT_EQ(sharing.report().samples, smooth.report().samples);
+}
+
 TEST_F(KrGlxWindow, ClosingOneLeavesTheOthersSharedOrNot)
 {
     KrWindow alone, sharing;

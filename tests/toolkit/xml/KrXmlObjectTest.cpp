@@ -236,6 +236,14 @@ TEST(KrXmlObject, DirectReadIsAllOrNothingToo)
     EXPECT_EQ(messages.texts().size(), 1u);
 }
 
+TEST(KrXmlObject, NoBufferIsAnEmptyDocument)
+{
+    const KrCaughtMessages messages;
+    Sample sample;
+    EXPECT_FALSE(sample.readBuffer(nullptr, 0));
+    EXPECT_EQ(messages.texts().size(), 1u);
+}
+
 TEST(KrXmlObject, LineNumbersGoBeyondSixteenBits)
 {
     const KrCaughtMessages messages;

@@ -74,4 +74,17 @@ TEST(KrXmlText, WhatIsNoNumberIsRefused)
         EXPECT_FALSE(isTaken<bool>(text)) << text;
     }
     EXPECT_TRUE(isTaken<double>("\t\r\n 1.5 \n"));
+    // As in an XML schema: one plus sign, and zero for what is smaller than a number can be.
+    for (const char* text : {"+1", "+.5e+2", "1e-400", "-0.000001e-500"}) {
+        EXPECT_TRUE(isTaken<double>(text)) << text;
+    }
+    EXPECT_TRUE(isTaken<int>("+1") && isTaken<unsigned int>("+1"));
+    for (const char* text : {"+", "++1", "+-1", "-+1", "+nan(1)", "+1e400"}) {
+        EXPECT_FALSE(isTaken<double>(text)) << text;
+    }
+    EXPECT_FALSE(isTaken<int>("+-1") || isTaken<int>("+99999999999"));
+    double tiny = 1.0;
+    std::string_view text = "1e-400";
+    EXPECT_TRUE(KrXmlText::take(text, tiny));
+    EXPECT_EQ(tiny, 0.0);
 }
