@@ -1,13 +1,13 @@
 #include <rendCore/KrDepthCapture.h>
 
 #include <rendCore/KrDrawnProjection.h>
+#include <rendCore/KrRenderStages.h>
 #include <rendCore/KrSGWindow.h>
 
 #include <toolkit/foundation/KrPrint.h>
 
 #include <osg/GLExtensions>
 #include <osgUtil/RenderStage>
-#include <osgViewer/Renderer>
 
 #include <algorithm>
 #include <cmath>
@@ -18,14 +18,6 @@ namespace
 
 constexpr double kSinglePrecision = 1.0 / 16777216.0; // 2^-24: half a step of a float just above 1
 constexpr double kDriverSteps = 12.0;                 // of it, lost in transforming and interpolating a depth
-
-osgUtil::RenderStage* mainRenderStage(osgViewer::Viewer* viewer)
-{
-    osg::Camera* const camera = viewer ? viewer->getCamera() : nullptr;
-    auto* renderer = camera ? dynamic_cast<osgViewer::Renderer*>(camera->getRenderer()) : nullptr;
-    osgUtil::SceneView* const sceneView = renderer ? renderer->getSceneView(0) : nullptr;
-    return sceneView ? sceneView->getRenderStage() : nullptr;
-}
 
 /// Depth to clip coordinates, z' = a z + b and w' = c z + d, as precise as the driver is given them.
 struct DepthTerms
@@ -127,7 +119,7 @@ public:
 
     bool preRender(osgViewer::Viewer* viewer) override
     {
-        const osg::ref_ptr<osgUtil::RenderStage> stage = mainRenderStage(viewer);
+        const osg::ref_ptr<osgUtil::RenderStage> stage = KrRenderStages::ofMain(viewer);
         if (!stage) {
             return false;
         }
@@ -137,7 +129,7 @@ public:
     }
     bool postRender(osgViewer::Viewer* viewer) override
     {
-        if (osgUtil::RenderStage* const stage = mainRenderStage(viewer)) {
+        if (osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer)) {
             stage->setDrawCallback(m_previous);
         }
         m_previous = nullptr;

@@ -1,9 +1,10 @@
 #include <rendCore/KrDrawnProjection.h>
 
+#include <rendCore/KrRenderStages.h>
+
 #include <osgUtil/RenderLeaf>
 #include <osgUtil/RenderStage>
 #include <osgUtil/StateGraph>
-#include <osgViewer/Renderer>
 #include <osgViewer/Viewer>
 
 namespace
@@ -59,8 +60,6 @@ osg::Matrixd KrDrawnProjection::of(osgUtil::RenderBin& bin, const osg::Matrixd& 
 osg::Matrixd KrDrawnProjection::of(osgViewer::Viewer& viewer)
 {
     const osg::Matrixd camera = viewer.getCamera()->getProjectionMatrix();
-    auto* const renderer = dynamic_cast<osgViewer::Renderer*>(viewer.getCamera()->getRenderer());
-    osgUtil::SceneView* const sceneView = renderer ? renderer->getSceneView(0) : nullptr;
-    osgUtil::RenderStage* const stage = sceneView ? sceneView->getRenderStage() : nullptr;
+    osgUtil::RenderStage* const stage = KrRenderStages::ofMain(&viewer);
     return stage ? of(*stage, camera) : camera;
 }

@@ -285,11 +285,18 @@ const char* readIntrinsics(const Tree& tree, KrFrameDescription& out)
 
 const char* readCamera(const Tree& tree, KrFrameDescription& out)
 {
+    const bool hasOptical = tree.get_child_optional("camera.worldToOptical").has_value();
+    const bool hasOpenGL = tree.get_child_optional("camera.worldToOpenGL").has_value();
     osg::Matrixd optical;
-    if (readPose(tree, "camera.worldToOptical", optical)) {
-        out.view = KrOpticalFrame::otherConvention(optical);
-    } else if (!readPose(tree, "camera.worldToOpenGL", out.view)) {
+    if ((hasOptical && !readPose(tree, "camera.worldToOptical", optical)) ||
+        (hasOpenGL && !readPose(tree, "camera.worldToOpenGL", out.view))) {
+        return "its camera pose is no rotation with a translation";
+    }
+    if (!hasOptical && !hasOpenGL) {
         return "it tells no camera pose";
+    }
+    if (hasOptical) {
+        out.view = KrOpticalFrame::otherConvention(optical);
     }
     readMatrix(tree, "camera.projection", out.projection);
     readNumber(tree, "camera.near", out.near);
@@ -345,6 +352,10 @@ const char* readText(const std::string& json, KrFrameDescription& out)
         boost::property_tree::read_json(stream, tree);
     } catch (const boost::property_tree::json_parser_error&) {
         return "it is no JSON";
+    }
+    // Other programs may leave these two out.
+    if (tree.get("format", std::string(kFormat)) != kFormat || tree.get("version", std::string("1")) != "1") {
+        return "it is a description of another kind or version";
     }
     if (const char* const failure = readPicture(tree, out)) {
         return failure;

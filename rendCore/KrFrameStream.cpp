@@ -1,6 +1,7 @@
 #include <rendCore/KrFrameStream.h>
 
 #include <rendCore/KrContextRestorer.h>
+#include <rendCore/KrRenderStages.h>
 
 #include <toolkit/foundation/KrPrint.h>
 
@@ -8,7 +9,7 @@
 #include <osg/GLExtensions>
 #include <osg/observer_ptr>
 #include <osgUtil/RenderStage>
-#include <osgViewer/Renderer>
+#include <osgViewer/Viewer>
 
 #include <array>
 #include <new>
@@ -126,11 +127,9 @@ private:
 };
 
 /// The framebuffer object in which the camera's picture stands; null for the window's own.
-const osg::FrameBufferObject* targetOf(const osg::Camera& camera)
+const osg::FrameBufferObject* targetOf(osg::Camera& camera)
 {
-    const auto* const renderer = dynamic_cast<const osgViewer::Renderer*>(camera.getRenderer());
-    const osgUtil::SceneView* const view = renderer ? renderer->getSceneView(0) : nullptr;
-    const osgUtil::RenderStage* const stage = view ? view->getRenderStage() : nullptr;
+    const osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
     if (!stage || camera.getRenderTargetImplementation() != osg::Camera::FRAME_BUFFER_OBJECT) {
         return nullptr;
     }
@@ -281,7 +280,7 @@ bool KrFrameStream::Ring::reserve(const osg::GLExtensions& gl, Slot& slot, std::
 void KrFrameStream::Ring::read(osg::RenderInfo& info)
 {
     osg::State& state = *info.getState();
-    const osg::Camera* const camera = info.getCurrentCamera();
+    osg::Camera* const camera = info.getCurrentCamera();
     const osg::Viewport* const viewport = camera ? camera->getViewport() : nullptr;
     if (!m_isArmed || !viewport || m_inFlight == kSlots) {
         return;

@@ -15,7 +15,6 @@
 namespace
 {
 
-constexpr int kNumGLLights = 8; // what every OpenGL has; a higher number is an error in every frame
 constexpr osg::Node::NodeMask kShown = 0xffffffff;
 constexpr osg::Node::NodeMask kMaskedOut = 0;
 
@@ -142,7 +141,7 @@ void KrLightProperties::applyTo(osg::Light& target) const
 
 bool KrLightProperties::hasGLNumber() const
 {
-    return m_lightNumber >= 0 && m_lightNumber < kNumGLLights;
+    return m_lightNumber >= 0 && m_lightNumber < static_cast<int>(kNumGLLights);
 }
 
 bool KrLightProperties::selfTest() const

@@ -14,6 +14,9 @@ class KrLight;
 class KrLightProperties
 {
 public:
+    /// What every OpenGL has, and most no more; a higher number is an error in every frame.
+    static constexpr unsigned int kNumGLLights = 8;
+
     KrLightProperties() = default;
     KrLightProperties(const KrLightProperties&) = default;
     // The order of the virtual operations is part of the interface.
@@ -21,7 +24,7 @@ public:
     /// Sends a spot light through the life of a light and back; true when all is as it should be.
     virtual bool selfTest() const;
     KrLightProperties& operator=(const KrLightProperties&) = default;
-    /// Every value but the unused ones equal, the dirty flags equal, the same scene objects. NaN equals nothing.
+    /// Every value equal, the dirty flags equal, the same scene objects. NaN equals nothing.
     bool operator==(const KrLightProperties& other) const;
     bool operator!=(const KrLightProperties& other) const { return !(*this == other); }
 

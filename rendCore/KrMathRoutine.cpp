@@ -217,7 +217,7 @@ float KrMathRoutine::parabolicSearch(float a, float x, float c, float fa, float 
         }
         double vertex = 0.0;
         // Written so that NaN fails too.
-        if (!bracket.vertex(vertex) || !(vertex >= lower && vertex <= upper)) {
+        if (!bracket.vertex(vertex) || !(vertex >= lower && vertex <= upper) || !function) {
             return kSearchFailed;
         }
         const float u = static_cast<float>(vertex);

@@ -58,7 +58,7 @@ public:
     /// @param lower,upper  what the abscissa may be, both included
     /// @param best     receives the abscissa of the value returned; left as it was on failure; may be null
     /// @return the lowest value found, or -1 when the three points have no parabola (its denominator is within 1e-10
-    ///         of 0) or its vertex lies out of bounds
+    ///         of 0), its vertex lies out of bounds or `function` is empty
     virtual float parabolicSearch(float a, float x, float c, float fa, float fx, float fc,
                                   const std::function<float(float)>& function, float tolerance, float lower,
                                   float upper, int maxIterations, float* best) const;

@@ -1,9 +1,11 @@
 #include <rendCore/KrMultiRenderWindow.h>
 
+#include <rendCore/KrRenderStages.h>
+
 #include <toolkit/foundation/KrPrint.h>
 
+#include <osgUtil/CullVisitor>
 #include <osgUtil/RenderStage>
-#include <osgViewer/Renderer>
 
 #include <algorithm>
 #include <cmath>
@@ -34,22 +36,9 @@ void warnOfHeight()
                                  KrMultiRenderWindow::kLargestSize);
 }
 
-int atLeastOne(unsigned int size)
-{
-    return static_cast<int>(std::max(1u, size));
-}
-
-/// Null before the camera is the viewer's.
-osgUtil::RenderStage* renderStage(osg::Camera& camera)
-{
-    auto* renderer = dynamic_cast<osgViewer::Renderer*>(camera.getRenderer());
-    osgUtil::SceneView* const sceneView = renderer ? renderer->getSceneView(0) : nullptr;
-    return sceneView ? sceneView->getRenderStage() : nullptr;
-}
-
 void setFrameBufferObject(osg::Camera& camera, osg::FrameBufferObject* target)
 {
-    osgUtil::RenderStage* const stage = renderStage(camera);
+    osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
     if (stage && stage->getFrameBufferObject() != target) {
         stage->setFrameBufferObject(target);
         camera.dirtyAttachmentMap();
@@ -110,12 +99,12 @@ bool lookAt(const KrVector& from, const KrVector& to, const KrVector& upward, os
 class WindowCapture : public KrSGWindow::ImageCaptureDrawCallback
 {
 public:
-    WindowCapture(KrImage& target, unsigned int flags, unsigned int width, unsigned int height)
+    WindowCapture(KrImage& target, unsigned int flags, int width, int height)
         : ImageCaptureDrawCallback(&target, flags)
         , m_isDepth((flags & KrSGWindow::CaptureDepth) != 0)
     {
-        m_width = static_cast<std::uint32_t>(atLeastOne(width));
-        m_height = static_cast<std::uint32_t>(atLeastOne(height));
+        m_width = static_cast<std::uint32_t>(width);
+        m_height = static_cast<std::uint32_t>(height);
     }
 
     bool preRender(osgViewer::Viewer* viewer) override
@@ -129,13 +118,15 @@ public:
 
     bool postRender(osgViewer::Viewer* viewer) override
     {
+        for (const Tile& tile : m_tiles) {
+            tile.stage->attach(buffer(), nullptr);
+        }
         allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height));
         if (!m_sceneImage->data()) {
             return false;
         }
         fill(viewer->getCamera()->getClearColor());
         for (const Tile& tile : m_tiles) {
-            tile.stage->attach(buffer(), nullptr);
             paste(tile);
         }
         m_isDone = ImageCaptureDrawCallback::postRender(viewer) && m_target->sizeInBytes() > 0;
@@ -173,19 +164,12 @@ private:
 
     void attach(osg::Camera& camera, osgViewer::Viewer& viewer)
     {
-        osgUtil::RenderStage* const stage = renderStage(camera);
+        osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
         const osg::Viewport* const viewport = camera.getViewport();
-        osg::State* const state = camera.getGraphicsContext() ? camera.getGraphicsContext()->getState() : nullptr;
-        if (!stage || !viewport || !state) {
+        if (!stage || !viewport) {
             return;
         }
-        // The set-up that is due drops what is attached, so it comes first.
-        state->initializeExtensionProcs();
-        stage->setViewport(camera.getViewport());
-        stage->setCamera(&camera);
-        osg::RenderInfo renderInfo(state, &viewer);
-        stage->runCameraSetUp(renderInfo);
-
+        KrRenderStages::setUp(*stage, camera, viewer);
         Tile tile;
         tile.stage = stage;
         tile.image = new osg::Image;
@@ -292,9 +276,25 @@ public:
     std::vector<Area> areas;
 };
 
+/// Overlay text lies over the whole window, and every view has it in its scene: the one drawn last shows it.
+class KrMultiRenderWindow::OverlayOnce : public osg::NodeCallback
+{
+public:
+    void operator()(osg::Node* node, osg::NodeVisitor* visitor) override
+    {
+        osgUtil::CullVisitor* const cull = visitor->asCullVisitor();
+        const osg::Camera* const camera =
+            cull && cull->getRenderStage() ? cull->getRenderStage()->getCamera() : nullptr;
+        const osg::View* const view = camera ? camera->getView() : nullptr;
+        const unsigned int numSlaves = view ? view->getNumSlaves() : 0;
+        if (numSlaves == 0 || view->getSlave(numSlaves - 1)._camera == camera) {
+            traverse(node, visitor);
+        }
+    }
+};
+
 KrMultiRenderWindow::KrMultiRenderWindow()
     : m_placer(new SlavePlacer(this))
-    , m_emptyTiles(new EmptyTiles)
 {
 }
 
@@ -323,12 +323,20 @@ bool KrMultiRenderWindow::closeWindow()
 
 bool KrMultiRenderWindow::setWindowSize(unsigned int width, unsigned int height)
 {
-    if (!KrWindow::setWindowSize(width, height)) {
-        return false;
-    }
+    const unsigned int widthBefore = windowWidth();
+    const unsigned int heightBefore = windowHeight();
+    const bool isSized = KrWindow::setWindowSize(width, height);
     const bool isFlat = width == 0 || height == 0;
     setAspectRatio(isFlat ? 1.0 : static_cast<double>(width) / static_cast<double>(height));
+    if (!isSized) {
+        return false;
+    }
     setWindowParams(width, height, 0);
+    const bool isLaidOut =
+        m_grid.columns == m_numColumns && m_grid.rows == m_numRows && m_grid.width == width && m_grid.height == height;
+    if (!isLaidOut) {
+        KrSGWindow::setWindowSize(widthBefore, heightBefore); // refused: the views stand where they stood
+    }
     return true;
 }
 
@@ -344,6 +352,22 @@ void KrMultiRenderWindow::setNumColumnsHint(unsigned int numColumns)
         m_numColumnsHint = numColumns;
         setWindowParams(m_singleWidth, m_singleHeight, 0);
     }
+}
+
+bool KrMultiRenderWindow::shareOut(unsigned int width, unsigned int height)
+{
+    const unsigned int columns = std::max(1u, m_grid.columns);
+    const unsigned int rows = (std::max(1u, getNumWindows()) - 1) / columns + 1;
+    const unsigned int single[] = {std::max(1u, std::min(width, kLargestSize) / columns),
+                                   std::max(1u, std::min(height, kLargestSize) / rows)};
+    if (single[0] == m_singleWidth && single[1] == m_singleHeight) {
+        return false;
+    }
+    const unsigned int hint = m_numColumnsHint;
+    m_numColumnsHint = columns;
+    setWindowParams(single[0], single[1], 0);
+    m_numColumnsHint = hint;
+    return true;
 }
 
 void KrMultiRenderWindow::getSingleWindowSize(unsigned int& width, unsigned int& height) const
@@ -368,7 +392,9 @@ void KrMultiRenderWindow::setWindowParams(unsigned int singleWidth, unsigned int
     if (!chooseGrid()) {
         return;
     }
-    KrSGWindow::setWindowSize(m_numColumns * singleWidth, m_numRows * singleHeight);
+    if (KrSGWindow::setWindowSize(m_numColumns * singleWidth, m_numRows * singleHeight)) {
+        m_grid = {m_numColumns, m_numRows, singleWidth, singleHeight};
+    }
     if (!isInitialized()) {
         return;
     }
@@ -394,6 +420,7 @@ void KrMultiRenderWindow::setNumViews(unsigned int count)
     m_views.resize(count);
     m_eyePoints.resize(count);
     m_coords.resize(count);
+    layoutEmptyTiles();
 }
 
 /// Columns and rows for the views; false, after a warning, when the window would become too large.
@@ -423,46 +450,54 @@ bool KrMultiRenderWindow::init()
         return false;
     }
     layoutViews();
+    if (!m_overlayCamera->getCullCallback()) {
+        m_overlayCamera->setCullCallback(new OverlayOnce);
+    }
     m_viewer->setSceneData(m_sceneRoot);
     return true;
 }
 
+/// Entry 0 tells whose views they are: without a grid, too, it is the present viewer's.
 void KrMultiRenderWindow::forgetViewsOfAnotherViewer()
 {
-    if (!m_views.empty() && m_views.front() != m_viewer->getCamera()) {
-        std::fill(m_views.begin(), m_views.end(), nullptr);
-        m_viewer->getCamera()->addInitialDrawCallback(m_emptyTiles);
+    osg::Camera* const main = m_viewer->getCamera();
+    if (m_views.empty() || m_views.front() == main) {
+        return;
     }
+    std::fill(m_views.begin(), m_views.end(), nullptr);
+    m_views.front() = main;
+    // A new one: the last viewer's may have nested in it what its client added, and would bring that along.
+    m_emptyTiles = new EmptyTiles;
+    main->addInitialDrawCallback(m_emptyTiles);
 }
 
 void KrMultiRenderWindow::layoutViews()
 {
     forgetViewsOfAnotherViewer();
-    const int width = atLeastOne(m_singleWidth);
-    const int height = atLeastOne(m_singleHeight);
-    std::size_t k = 0;
-    for (unsigned int row = 0; row < m_numRows; ++row) {
-        for (unsigned int column = 0; column < m_numColumns && k < m_views.size(); ++column, ++k) {
+    unsigned int k = 0;
+    for (unsigned int row = 0; row < m_grid.rows; ++row) {
+        for (unsigned int column = 0; column < m_grid.columns && k < m_views.size(); ++column, ++k) {
             osg::ref_ptr<osg::Camera>& view = m_views[k];
-            if (k == 0) {
-                view = m_viewer->getCamera();
-            } else if (!view) {
-                view = createView();
+            if (!view) {
+                view = createView(k);
             }
             // Row 0 is the top one; a viewport counts from the bottom.
-            view->getViewport()->setViewport(m_singleWidth * column, m_singleHeight * (m_numRows - 1 - row), width,
-                                             height);
+            view->setViewport(
+                static_cast<int>(m_grid.width * column), static_cast<int>(m_grid.height * (m_grid.rows - 1 - row)),
+                static_cast<int>(std::max(1u, m_grid.width)), static_cast<int>(std::max(1u, m_grid.height)));
         }
     }
     layoutEmptyTiles();
 }
 
-osg::ref_ptr<osg::Camera> KrMultiRenderWindow::createView()
+/// Placed by its number among those that are drawn, too: the sorting by it leaves nothing to chance.
+osg::ref_ptr<osg::Camera> KrMultiRenderWindow::createView(unsigned int number)
 {
     const osg::Camera& main = *m_viewer->getCamera();
     const osg::ref_ptr<osg::Camera> view = new osg::Camera;
     view->setGraphicsContext(m_graphicsWindow);
     view->setViewport(new osg::Viewport);
+    view->setRenderOrder(main.getRenderOrder(), main.getRenderOrderNum() + static_cast<int>(number));
     view->setProjectionResizePolicy(osg::Camera::FIXED);
     view->setClearColor(main.getClearColor());
     view->setClearMask(main.getClearMask());
@@ -474,14 +509,25 @@ osg::ref_ptr<osg::Camera> KrMultiRenderWindow::createView()
 
 void KrMultiRenderWindow::layoutEmptyTiles()
 {
+    if (!m_emptyTiles) {
+        return;
+    }
     std::vector<EmptyTiles::Area>& areas = m_emptyTiles->areas;
     areas.clear();
-    const unsigned int last = m_numRows * m_numColumns;
-    for (unsigned int k = getNumWindows(); k < last; ++k) {
-        const unsigned int row = k / m_numColumns;
-        areas.push_back({static_cast<int>(m_singleWidth * (k % m_numColumns)),
-                         static_cast<int>(m_singleHeight * (m_numRows - 1 - row)), static_cast<int>(m_singleWidth),
-                         static_cast<int>(m_singleHeight)});
+    if (m_grid.width == 0 || m_grid.height == 0) {
+        return;
+    }
+    // Each has a pixel of a window that is not too large.
+    const std::size_t last = std::size_t(m_grid.rows) * m_grid.columns;
+    for (std::size_t k = 0; k < last; ++k) {
+        if (k < m_views.size() && m_views[k].valid()) {
+            continue;
+        }
+        const auto row = static_cast<unsigned int>(k / m_grid.columns);
+        const auto column = static_cast<unsigned int>(k % m_grid.columns);
+        areas.push_back({static_cast<int>(m_grid.width * column),
+                         static_cast<int>(m_grid.height * (m_grid.rows - 1 - row)), static_cast<int>(m_grid.width),
+                         static_cast<int>(m_grid.height)});
     }
 }
 
@@ -551,11 +597,11 @@ void KrMultiRenderWindow::fitProjectionToTile()
 {
     osg::Camera* const camera = m_viewer->getCamera();
     double left, right, bottom, top, near, far;
-    if (m_singleWidth == 0 || m_singleHeight == 0 || cameraIntrinsics() ||
+    if (m_grid.width == 0 || m_grid.height == 0 || cameraIntrinsics() ||
         !camera->getProjectionMatrixAsFrustum(left, right, bottom, top, near, far)) {
         return;
     }
-    right = top * m_singleWidth / m_singleHeight;
+    right = top * m_grid.width / m_grid.height;
     camera->setProjectionMatrixAsFrustum(-right, right, bottom, top, near, far);
 }
 
@@ -574,21 +620,19 @@ void KrMultiRenderWindow::shareCameraSettings()
 void KrMultiRenderWindow::shareRenderTarget()
 {
     osg::Camera& main = *m_viewer->getCamera();
-    if (!m_views.empty() && m_views.front() == &main && m_numRows > 0) {
+    if (!m_views.empty() && m_views.front() == &main && m_grid.rows > 0) {
         // Going off-screen, or back, gave it the whole window.
-        main.getViewport()->setViewport(0, m_singleHeight * (m_numRows - 1), atLeastOne(m_singleWidth),
-                                        atLeastOne(m_singleHeight));
+        main.getViewport()->setViewport(0, m_grid.height * (m_grid.rows - 1), std::max(1u, m_grid.width),
+                                        std::max(1u, m_grid.height));
     }
     const bool isOffScreen = getOffScreenRendering();
     if (!isOffScreen && !m_target) {
         return;
     }
-    const int width = atLeastOne(windowWidth());
-    const int height = atLeastOne(windowHeight());
     if (!isOffScreen) {
         m_target = nullptr;
-    } else if (!m_target || !hasSize(*m_target, width, height)) {
-        m_target = makeTarget(width, height);
+    } else if (!m_target || !hasSize(*m_target, surfaceWidth(), surfaceHeight())) {
+        m_target = makeTarget(surfaceWidth(), surfaceHeight());
     }
     setFrameBufferObject(main, m_target);
     for (std::size_t k = 1; k < m_views.size(); ++k) {
@@ -686,10 +730,11 @@ osg::Matrixd KrMultiRenderWindow::projectionOffset(unsigned int view) const
 /// As the base class makes the main camera's.
 osg::Matrixd KrMultiRenderWindow::projection(double fieldOfView, double distance) const
 {
-    const double near = std::max(0.001, 0.125 * distance);
-    const double far = std::max(2.0 * distance, m_visualizationParameters.renderParameters().farClipping());
+    double near = 0.0;
+    double far = 0.0;
+    clippingPlanes(distance, near, far);
     const double top = std::tan(0.5 * fieldOfView) * near;
-    const double right = top * m_singleWidth / std::max(1u, m_singleHeight);
+    const double right = top * std::max(1u, m_grid.width) / std::max(1u, m_grid.height);
     return osg::Matrixd::frustum(-right, right, -top, top, near, far);
 }
 
@@ -699,7 +744,7 @@ bool KrMultiRenderWindow::captureWindow(KrImage& image, unsigned int flags)
         return false;
     }
     const osg::ref_ptr<DrawCallback> previous = getDrawCallback();
-    const osg::ref_ptr<WindowCapture> capture = new WindowCapture(image, flags, windowWidth(), windowHeight());
+    const osg::ref_ptr<WindowCapture> capture = new WindowCapture(image, flags, surfaceWidth(), surfaceHeight());
     setDrawCallback(capture);
     const bool isDrawn = renderScene(true);
     setDrawCallback(previous);

@@ -65,9 +65,10 @@ public:
     // The order of the virtual operations is part of the interface.
     /// Lays the grid out: columns by the hint, or as many as fit; as many rows as that takes.
     ///
-    /// Too wide or too high is told in a warning, and the window keeps its size; its other views are gone by then when
-    /// their number was to change. A number of views that differs makes all but view 0 anew and resizes the lists of
-    /// eye points and frames, but not that of points of view.
+    /// Too wide or too high is told in a warning, and the window keeps its size and its grid, in which the views go on
+    /// standing; when their number was to change, all but view 0 are made anew by the next `init` or `captureWindow`,
+    /// as many as the grid has tiles for. A number of views that differs makes all but view 0 anew and resizes the
+    /// lists of eye points and frames, but not that of points of view.
     /// @param singleWidth   of one view, pixels
     /// @param singleHeight  of one view, pixels
     /// @param numWindows    number of views; 0 keeps it, and makes it 1 where there are none
@@ -76,6 +77,13 @@ public:
     /// Columns that the grid shall have, more than there are views included; 0 for as many as fit. A hint that does
     /// not fit is not followed.
     void setNumColumnsHint(unsigned int numColumns);
+    /// Gives every view its share of a window of that size, as the user's drag of a window's edge asks: the grid keeps
+    /// its columns and rows, and the window becomes as large as it.
+    /// @param width   of the whole window, pixels; what is over kLargestSize is left out
+    /// @param height  likewise
+    /// @return false, and nothing done, when the views have that share already
+    bool shareOut(unsigned int width, unsigned int height);
+    /// What was asked for last, also when it was refused. Pixels.
     void getSingleWindowSize(unsigned int& width, unsigned int& height) const;
     unsigned int getNumWindows() const { return static_cast<unsigned int>(m_views.size()); }
 
@@ -115,11 +123,21 @@ protected:
 private:
     class SlavePlacer;
     class EmptyTiles;
+    class OverlayOnce;
+
+    /// What the views stand in: the latest layout that was not refused. Without one view 0 fills the window.
+    struct Grid
+    {
+        unsigned int columns = 0;
+        unsigned int rows = 0;
+        unsigned int width = 0;  ///< of one tile, pixels
+        unsigned int height = 0; ///< likewise
+    };
 
     void setNumViews(unsigned int count);
     bool chooseGrid();
     void layoutViews();
-    osg::ref_ptr<osg::Camera> createView();
+    osg::ref_ptr<osg::Camera> createView(unsigned int number);
     void forgetViewsOfAnotherViewer();
     void layoutEmptyTiles();
     void fitProjectionToTile();
@@ -133,7 +151,8 @@ private:
     osg::Matrixd projection(double fieldOfView, double distance) const;
 
     osg::ref_ptr<SlavePlacer> m_placer;
-    osg::ref_ptr<EmptyTiles> m_emptyTiles;
+    osg::ref_ptr<EmptyTiles> m_emptyTiles; ///< the present viewer's; null before it has views
+    Grid m_grid;
     osg::ref_ptr<osg::FrameBufferObject> m_target; ///< of all views when off-screen; else null
     osg::Matrixd m_reference;                      ///< world to camera of view 0, by which the others are placed
     KrPovParameters m_referencePov;                ///< the same as a point of view

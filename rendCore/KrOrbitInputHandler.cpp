@@ -178,9 +178,38 @@ void KrOrbitInputHandler::setParallel(bool parallel)
     }
 }
 
+/// The camera's part of a window of several views; null where it has the whole window.
+const osg::Viewport* KrOrbitInputHandler::tile() const
+{
+    const osgViewer::Viewer* const viewer = window() ? window()->getViewer() : nullptr;
+    const osg::Viewport* const viewport = viewer ? viewer->getCamera()->getViewport() : nullptr;
+    const bool isPart = viewport && viewport->width() > 0.0 && viewport->height() > 0.0 &&
+                        (viewport->width() < window()->windowWidth() || viewport->height() < window()->windowHeight());
+    return isPart ? viewport : nullptr;
+}
+
 double KrOrbitInputHandler::aspectRatio() const
 {
+    if (const osg::Viewport* const part = tile()) {
+        return part->width() / part->height();
+    }
     return window() && window()->aspectRatio() > 0.0 ? window()->aspectRatio() : 1.0;
+}
+
+/// Where the event is in the camera's picture.
+osg::Vec2d KrOrbitInputHandler::position(const Event& event) const
+{
+    const osg::Viewport* const part = tile();
+    if (!part) {
+        return osg::Vec2d(event.getXnormalized(), event.getYnormalized());
+    }
+    // The viewer has put it into the picture of whichever view is under the cursor, and kept where it is in the window.
+    const auto* const inWindow = event.getPointerData(window()->getViewer()->getCamera()->getGraphicsContext());
+    const double right = inWindow ? inWindow->getXnormalized() : event.getXnormalized();
+    const double up = inWindow ? inWindow->getYnormalized() : event.getYnormalized();
+    const double x = 0.5 * (right + 1.0) * window()->windowWidth() - part->x();
+    const double y = 0.5 * (up + 1.0) * window()->windowHeight() - part->y();
+    return osg::Vec2d(2.0 * x / part->width() - 1.0, 2.0 * y / part->height() - 1.0);
 }
 
 /// Of the picture, at a distance of 1.
@@ -313,8 +342,16 @@ void KrOrbitInputHandler::zoomAt(double factor, double x, double y)
     publish();
 }
 
+void KrOrbitInputHandler::home(const osgGA::GUIEventAdapter&, osgGA::GUIActionAdapter&)
+{
+    if (window()) {
+        home();
+    }
+}
+
 void KrOrbitInputHandler::home()
 {
+    takeWindowPov(); // for the lens, which stays
     m_pov.setEyepoint(KrRenderTypes::osg2ec(_homeEye));
     m_pov.setCenterOfInterest(KrRenderTypes::osg2ec(_homeCenter));
     m_pov.setUp(KrRenderTypes::osg2ec(_homeUp));
@@ -410,10 +447,15 @@ bool KrOrbitInputHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUI
 
 bool KrOrbitInputHandler::handlePointer(const osgGA::GUIEventAdapter& event)
 {
-    const double x = event.getXnormalized();
-    const double y = event.getYnormalized();
+    const osg::Vec2d at = position(event);
+    const double x = at.x();
+    const double y = at.y();
     if (!std::isfinite(x) || !std::isfinite(y)) {
         return false; // a window without a size
+    }
+    const bool isInTile = std::abs(x) <= 1.0 && std::abs(y) <= 1.0;
+    if (!isInTile && tile() && m_drag == Drag::None) {
+        return false; // over another view
     }
     switch (event.getEventType()) {
     case Event::PUSH:
@@ -456,8 +498,9 @@ void KrOrbitInputHandler::beginDrag(const osgGA::GUIEventAdapter& event)
         m_drag = Drag::None;
         break;
     }
-    m_firstX = m_lastX = event.getXnormalized();
-    m_firstY = m_lastY = event.getYnormalized();
+    const osg::Vec2d at = position(event);
+    m_firstX = m_lastX = at.x();
+    m_firstY = m_lastY = at.y();
 }
 
 void KrOrbitInputHandler::drag(double x, double y)

@@ -3,7 +3,9 @@
 #include <rendCore/KrSGBaseInputHandler.h>
 
 #include <osg/Matrixd>
+#include <osg/Vec2d>
 #include <osg/Vec3d>
+#include <osg/Viewport>
 
 /// Lets a user walk around a scene: orbit, pan, zoom to the cursor, home, fit.
 ///
@@ -15,7 +17,8 @@
 /// handler are what is seen. Install it with `KrSGWindow::setInputHandler`. It works with perspective, symmetric or
 /// not, and, with the window's Orthographic attribute, as a parallel projection of its own in place of the fixed box:
 /// as high as the perspective picture is at the centre of interest, as wide as the window's aspect ratio asks, as deep
-/// as the scene.
+/// as the scene. In a window of several views its picture is view 0: proportions and positions are those of its tile,
+/// and what begins over another view means nothing here.
 ///
 /// Two ways in: events of the viewer (`handle`), and the same motions as calls, for widgets, scripts and tests.
 /// Positions in the picture, and the calls' `x` and `y`, run from -1 (left, bottom) to 1 (right, top), as
@@ -47,6 +50,8 @@ public:
 
     using KrSGBaseInputHandler::handle;
     using KrSGBaseInputHandler::home;
+    /// As `home()`; nothing without a window.
+    void home(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action) override;
 
     const char* className() const override { return "KrOrbitInputHandler"; }
 
@@ -68,7 +73,7 @@ public:
     /// in the picture.
     /// @param factor  > 1 is nearer: what the eye's distance is divided by. Refused when it is not positive.
     void zoomAt(double factor, double x, double y);
-    /// The home position: that of the window's visualization parameters.
+    /// The home position: that of the window's visualization parameters. The lens stays.
     void home();
     /// Looks at the bounding sphere of what the window shows (display mask), from the present direction, so that it
     /// fills the picture and an orbit keeps it there. False, and nothing done, when nothing is shown.
@@ -110,6 +115,8 @@ private:
     void drag(double x, double y);
     void takeWindowPov();
     void publish();
+    const osg::Viewport* tile() const;
+    osg::Vec2d position(const osgGA::GUIEventAdapter& event) const;
     double aspectRatio() const;
     double halfHeight() const;
     osg::Matrixd projection() const;

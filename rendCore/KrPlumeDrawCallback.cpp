@@ -1,10 +1,14 @@
 #include <rendCore/KrPlumeDrawCallback.h>
 
+#include <toolkit/foundation/KrPrint.h>
+
 #include <osg/GLExtensions>
+#include <osg/Image>
 #include <osg/Material>
 #include <osg/Program>
 #include <osg/RenderInfo>
 #include <osg/State>
+#include <osg/Texture3D>
 
 #include <algorithm>
 
@@ -62,6 +66,7 @@ KrPlumeDrawCallback::KrPlumeDrawCallback(const osg::Matrixd& placement)
     , m_isPlaced(!placement.isIdentity())
     , m_blending(new osg::BlendFunc(osg::BlendFunc::ONE, osg::BlendFunc::ONE_MINUS_SRC_ALPHA))
     , m_culling(new osg::CullFace(osg::CullFace::BACK))
+    , m_depthWriting(new osg::Depth(osg::Depth::LESS, 0.0, 1.0, false))
     , m_depthUnit(new osg::Uniform("sceneDepth", static_cast<int>(kDepthUnit)))
     , m_depthArea(new osg::Uniform("sceneDepthArea", osg::Vec4()))
     , m_alpha(new osg::Uniform("plumeAlpha", 1.0f))
@@ -71,6 +76,7 @@ KrPlumeDrawCallback::KrPlumeDrawCallback(const osg::Matrixd& placement)
 void KrPlumeDrawCallback::drawImplementation(osg::RenderInfo& renderInfo, const osg::Drawable* drawable) const
 {
     osg::State& state = *renderInfo.getState();
+    std::call_once(m_sizeCheck, [this, &state] { checkSize(state); });
     // Asked for and not taken from the state: whoever draws may have set another one.
     GLint viewport[4] = {};
     glGetIntegerv(GL_VIEWPORT, viewport);
@@ -82,10 +88,27 @@ void KrPlumeDrawCallback::drawImplementation(osg::RenderInfo& renderInfo, const 
     state.applyAttribute(m_blending);
     state.applyMode(GL_CULL_FACE, true);
     state.applyAttribute(m_culling);
+    state.applyAttribute(m_depthWriting);
     if (hasDepth) {
         state.applyMode(GL_DEPTH_TEST, false);
     }
     drawBox(renderInfo, *drawable);
+}
+
+/// Only a context knows how large a texture may be; of a larger one a part is drawn.
+void KrPlumeDrawCallback::checkSize(const osg::State& state) const
+{
+    const auto* field =
+        dynamic_cast<const osg::Texture3D*>(state.getLastAppliedTextureAttribute(0, osg::StateAttribute::TEXTURE));
+    const osg::Image* cells = field != nullptr ? field->getImage() : nullptr;
+    const int limit = state.get<osg::GLExtensions>()->maxTexture3DSize;
+    if (cells != nullptr && std::max({cells->s(), cells->t(), cells->r()}) > limit) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrPlumeDrawCallback::drawImplementation - a plume of %d x %d x %d cells is not drawn "
+            "whole: the graphics driver allows %d along an axis.\n",
+            cells->s(), cells->t(), cells->r(), limit);
+    }
 }
 
 /// The shaders find rays along the box's edges: the box is moved by the matrix and not by its vertices.

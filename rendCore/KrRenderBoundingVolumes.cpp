@@ -17,8 +17,6 @@
 namespace
 {
 
-constexpr int kSortedBin = 11;
-
 /// A hidden child for one bounding volume.
 osg::ref_ptr<KrRenderShape> makeVolume(const KrBasePhysicalExtent& extent, const KrMaterialMap& dataMap,
                                        unsigned int linkIndex)
@@ -26,11 +24,7 @@ osg::ref_ptr<KrRenderShape> makeVolume(const KrBasePhysicalExtent& extent, const
     const osg::ref_ptr<KrRenderShape> volume = new KrRenderShape(&extent, dataMap);
     // Kept: always the number 1, so that all volumes bear one name.
     volume->setName(" - BV " + KrINT2STRING(1, 10));
-    // Kept: only the base's volumes are sorted by depth.
-    if (linkIndex == KrRenderLink::kBaseJointIndex) {
-        volume->getOrCreateStateSet()->setRenderBinDetails(kSortedBin, "DepthSortedBin",
-                                                           osg::StateSet::USE_RENDERBIN_DETAILS);
-    }
+    KrRenderLink::sortIfUnderBase(*volume, linkIndex);
     return volume;
 }
 
@@ -63,8 +57,9 @@ private:
         }
         const osg::ref_ptr<osg::Switch> volumes =
             KrRenderBoundingVolumes::makeBV(shape, m_dataMap, renderLink.getJointIndex(), shape->number());
-        if (volumes) {
-            renderLink.getDhFrame()->addChild(volumes);
+        const osg::ref_ptr<osg::MatrixTransform> dhFrame = renderLink.getDhFrame();
+        if (volumes && dhFrame) {
+            dhFrame->addChild(volumes);
             volumes->setName(link->name() + " - BV " + KrINT2STRING(shape->number(), 10));
         }
     }

@@ -2,6 +2,7 @@
 
 #include <rendCore/KrTextureMarker.h>
 
+#include <toolkit/foundation/KrPrint.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 #include <osg/GL>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <unordered_map>
 
 namespace
@@ -56,6 +58,34 @@ void drawStroke(KrTextureMarker& marker, const KrSurfaceStroke& stroke)
     marker.stroke(points, brush);
 }
 
+/// Farther away the sphere around a shape would not be one in single precision: its radius is squared.
+constexpr double kFarthest = 1e18;
+
+/// Whether all of `extent` can be drawn. Written so that NaN fails too.
+bool isInRange(const KrDeformationPhysicalExtent& extent)
+{
+    for (const KrVector& point : extent.points()) {
+        if (!(point.dot(point) <= kFarthest * kFarthest)) {
+            return false;
+        }
+    }
+    for (unsigned int piece = 0; piece < extent.numPieces(); ++piece) {
+        double entries[16];
+        extent.pieceToOwner(piece).assign16(entries);
+        if (!std::all_of(std::begin(entries), std::end(entries), [](double e) { return std::abs(e) <= kFarthest; })) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Strokes that have a place on the surface.
+const std::vector<KrSurfaceStroke>& strokesOf(const KrDeformationPhysicalExtent& extent)
+{
+    static const std::vector<KrSurfaceStroke> none;
+    return extent.textureCoordinates().empty() ? none : extent.strokes();
+}
+
 /// The box of a drawable as it was filled last: cheaper than looking through all its triangles.
 class FilledBox : public osg::Drawable::ComputeBoundingBoxCallback
 {
@@ -95,15 +125,54 @@ private:
 
 } // namespace
 
+/// Has the strokes of an extent marked, as many in a frame as there is room for.
+class KrRenderDeformationShape::Painter : public KrMarkingCallback
+{
+public:
+    const std::vector<KrSurfaceStroke>& strokes() const { return m_strokes; }
+    bool isDone() const { return m_numPainted == m_strokes.size(); }
+    /// Strokes that were added are painted over what is there; when others are gone, all of it is painted anew.
+    void setStrokes(const std::vector<KrSurfaceStroke>& strokes, KrTextureMarker& marker)
+    {
+        const bool areMore =
+            m_strokes.size() <= strokes.size() && std::equal(m_strokes.begin(), m_strokes.end(), strokes.begin());
+        if (!areMore) {
+            marker.clear();
+            m_numPainted = 0;
+        }
+        m_strokes = strokes;
+    }
+    void mark(KrTextureMarker& marker) override
+    {
+        for (; !isDone() && marker.hasRoom(); ++m_numPainted) {
+            drawStroke(marker, m_strokes[m_numPainted]);
+        }
+        if (isDone()) {
+            marker.removeCallback(this);
+        }
+    }
+
+protected:
+    ~Painter() override = default;
+
+private:
+    std::vector<KrSurfaceStroke> m_strokes;
+    std::size_t m_numPainted = 0;
+};
+
 KrRenderDeformationShape::KrRenderDeformationShape(const KrBasePhysicalExtent* extent, const KrMaterialMap& materialMap)
     : KrRenderShape(extent, materialMap)
     , m_materialMap(materialMap)
 {
     KrRenderShape::setAttribute(KrRenderTypes::NoDisplayList);
     if (const auto* const deformation = dynamic_cast<const KrDeformationPhysicalExtent*>(extent)) {
+        if (!checkRange(*deformation)) {
+            removeDrawables(0, getNumDrawables());
+            return;
+        }
         indexGroups(*deformation);
         prepareDrawables();
-        paint(*deformation);
+        paint(strokesOf(*deformation));
         remember(*deformation);
         return;
     }
@@ -126,7 +195,8 @@ void KrRenderDeformationShape::prepareDrawables()
         // The inside of a body has no part in the picture of its surface.
         if (i < m_sources.size() && m_sources[i].isCap &&
             states.getTextureAttribute(0, osg::StateAttribute::TEXTURE) == nullptr) {
-            states.setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF);
+            // Protected, as in every shape: a selection switches textures on with an override.
+            states.setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF | osg::StateAttribute::PROTECTED);
         }
     }
 }
@@ -152,30 +222,34 @@ void KrRenderDeformationShape::rebuild(const KrTriPhysicalExtent& mesh)
     addGroups(mesh, m_materialMap);
 }
 
-unsigned int KrRenderDeformationShape::changesOf(const KrDeformationPhysicalExtent& extent) const
-{
-    // The counts tell another extent from the one that lay at the same address before.
-    if (m_extent != &extent || m_sources.size() != extent.groups().size() || m_numPoints != extent.points().size() ||
-        m_numNormals != extent.normals().size() || m_numPieces != extent.numPieces()) {
-        return KrDeformationPhysicalExtent::CutChanged;
-    }
-    const bool isPlacedAnew = m_placement != extent.placement();
-    return extent.changesSince(m_revision) | (isPlacedAnew ? KrDeformationPhysicalExtent::VerticesMoved : 0u);
-}
-
 void KrRenderDeformationShape::remember(const KrDeformationPhysicalExtent& extent)
 {
-    m_extent = &extent;
     m_revision = extent.revision();
     m_placement = extent.placement();
-    m_numPoints = extent.points().size();
-    m_numNormals = extent.normals().size();
-    m_numPieces = extent.numPieces();
+}
+
+/// False, after one message, as long as `extent` cannot be drawn.
+bool KrRenderDeformationShape::checkRange(const KrDeformationPhysicalExtent& extent)
+{
+    const bool wasOutOfRange = m_isOutOfRange;
+    m_isOutOfRange = !isInRange(extent);
+    if (m_isOutOfRange && !wasOutOfRange) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRenderDeformationShape::update - \"%s\" does not follow its extent: a vertex "
+                                     "is not within %g m.\n",
+                                     getName().c_str(), kFarthest);
+    }
+    return !m_isOutOfRange;
 }
 
 void KrRenderDeformationShape::follow(const KrDeformationPhysicalExtent& extent)
 {
-    const unsigned int changes = changesOf(extent);
+    const bool isPlacedAnew = m_placement != extent.placement();
+    const unsigned int changes =
+        extent.changesSince(m_revision) | (isPlacedAnew ? KrDeformationPhysicalExtent::VerticesMoved : 0u);
+    if ((changes & KrDeformationPhysicalExtent::VerticesMoved) != 0 && !checkRange(extent)) {
+        return;
+    }
     if ((changes & KrDeformationPhysicalExtent::CutChanged) != 0) {
         rebuild(*extent.triExtent());
         indexGroups(extent);
@@ -184,39 +258,35 @@ void KrRenderDeformationShape::follow(const KrDeformationPhysicalExtent& extent)
     } else if ((changes & KrDeformationPhysicalExtent::VerticesMoved) != 0) {
         fillGroups(extent);
     }
-    if (m_extent != &extent || m_revision.strokes != extent.revision().strokes) {
-        paint(extent);
+    if ((changes & KrDeformationPhysicalExtent::StrokesChanged) != 0) {
+        paint(strokesOf(extent));
     }
     remember(extent);
 }
 
-/// Strokes that were added are painted over what is there; when others are gone, all of it is painted anew.
-void KrRenderDeformationShape::paint(const KrDeformationPhysicalExtent& extent)
+void KrRenderDeformationShape::paint(const std::vector<KrSurfaceStroke>& strokes)
 {
-    const std::vector<KrSurfaceStroke>& strokes = extent.strokes();
-    if ((strokes.empty() && m_strokes.empty()) || extent.textureCoordinates().empty()) {
+    if (strokes.empty() && (!m_painter || m_painter->strokes().empty())) {
         return;
     }
     KrTextureMarker* const marker = KrTextureMarker::of(*this);
     if (marker == nullptr) {
         return;
     }
-    const bool areMore =
-        m_strokes.size() <= strokes.size() && std::equal(m_strokes.begin(), m_strokes.end(), strokes.begin());
-    if (!areMore) {
-        marker->clear();
-        m_strokes.clear();
+    if (!m_painter) {
+        m_painter = new Painter;
     }
-    for (std::size_t i = m_strokes.size(); i < strokes.size(); ++i) {
-        drawStroke(*marker, strokes[i]);
+    m_painter->setStrokes(strokes, *marker);
+    m_painter->mark(*marker);
+    if (!m_painter->isDone()) {
+        marker->addCallback(m_painter);
     }
-    m_strokes = strokes;
 }
 
 /// Gives the drawables, one for each group, arrays without repetitions and indexed triangles.
 void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& extent)
 {
-    // Weights so large that places overflow leave no mesh form, hence no drawables.
+    // A mesh form that was refused has no drawables.
     m_sources.assign(std::min<std::size_t>(extent.groups().size(), getNumDrawables()), GroupSource());
     for (std::size_t i = 0; i < m_sources.size(); ++i) {
         const KrDeformationGroup& group = extent.groups()[i];
@@ -286,8 +356,11 @@ void KrRenderDeformationShape::update(KrBasePhysicalExtent* extent)
     if (!mesh) {
         return;
     }
-    const bool wasIndexed = m_extent != nullptr;
-    m_extent = nullptr;
+    const bool wasIndexed = !m_sources.empty();
+    m_sources.clear();
+    m_revision = KrDeformationPhysicalExtent::Revision();
+    m_isOutOfRange = false;
+    paint({});
     if (wasIndexed || !hasGroupsOf(*mesh)) {
         rebuild(*mesh);
         prepareDrawables();

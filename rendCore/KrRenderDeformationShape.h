@@ -4,7 +4,6 @@
 
 #include <toolkit/geometry/KrDeformationPhysicalExtent.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -12,9 +11,9 @@
 ///
 /// A KrDeformationPhysicalExtent is drawn with indexed triangles from its flat lists: a frame in which only vertices
 /// moved changes the arrays in place and allocates nothing. Any other extent is followed through its mesh form. Only
-/// drawables and their state sets are made anew when a cut changes; the geode's own state set is left alone, and groups
-/// have their texture coordinates on unit 0. The extent's strokes are painted with the shape's KrTextureMarker; a cap
-/// shows no texture but its material's own.
+/// drawables and their state sets are made anew when a cut changes, and groups have their texture coordinates on unit
+/// 0. The extent's strokes are painted with the shape's KrTextureMarker, which takes unit 0 of the geode's own state
+/// set; but for that the latter is left alone. A cap shows no texture but its material's own.
 class KrRenderDeformationShape : public KrRenderShape
 {
 public:
@@ -22,7 +21,8 @@ public:
 
     /// Takes over vertices and normals of the extent: in place while the groups keep their triangles (of an extent that
     /// is known by its mesh form only: their triangle counts), else with new drawables. A null extent and one without a
-    /// mesh form change nothing.
+    /// mesh form change nothing; nor, after one message, does a KrDeformationPhysicalExtent while one of its vertices
+    /// is farther away than 1e18 m.
     void update(KrBasePhysicalExtent* extent) override;
     /// Gives every colour and material that alpha (clamped to [0, 1], 1 being opaque; NaN is ignored) and draws below
     /// 1 blended. Kept through later updates.
@@ -32,6 +32,8 @@ protected:
     ~KrRenderDeformationShape() override;
 
 private:
+    class Painter;
+
     /// What one drawable takes from the extent: vertex k of its arrays is point `points[k]` with normal `normals[k]`.
     struct GroupSource
     {
@@ -44,23 +46,19 @@ private:
     void prepareDrawables();
     void rebuild(const KrTriPhysicalExtent& mesh);
     void follow(const KrDeformationPhysicalExtent& extent);
-    unsigned int changesOf(const KrDeformationPhysicalExtent& extent) const;
+    bool checkRange(const KrDeformationPhysicalExtent& extent);
     void remember(const KrDeformationPhysicalExtent& extent);
     void indexGroups(const KrDeformationPhysicalExtent& extent);
     void fillGroups(const KrDeformationPhysicalExtent& extent);
-    void paint(const KrDeformationPhysicalExtent& extent);
+    void paint(const std::vector<KrSurfaceStroke>& strokes);
     bool hasGroupsOf(const KrTriPhysicalExtent& mesh) const;
     void applyAlpha();
 
     KrMaterialMap m_materialMap;
     std::vector<GroupSource> m_sources;
-    std::vector<KrSurfaceStroke> m_strokes; ///< painted so far
-    /// The extent drawn last, only compared; null when it was not of that class.
-    const KrDeformationPhysicalExtent* m_extent = nullptr;
-    KrDeformationPhysicalExtent::Revision m_revision;
+    osg::ref_ptr<Painter> m_painter;                  ///< null before the first stroke
+    KrDeformationPhysicalExtent::Revision m_revision; ///< drawn last; of no extent when it was not of that class
     KrCoordinateSystemTransformation m_placement;
-    std::size_t m_numPoints = 0;
-    std::size_t m_numNormals = 0;
-    unsigned int m_numPieces = 0;
+    bool m_isOutOfRange = false;
     float m_alpha = -1.0f; ///< below 0 before the first updateAlpha: the materials' own
 };

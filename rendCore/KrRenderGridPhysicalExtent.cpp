@@ -17,6 +17,7 @@
 #include <osg/Uniform>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <string>
@@ -27,10 +28,13 @@ namespace
 
 constexpr unsigned int kGridUnit = 0;
 constexpr unsigned int kLookupUnit = 1;
+constexpr unsigned int kBlockUnit = 3; // 2 is the draw callback's
 constexpr float kLookupFactor = 100.0f;
 constexpr unsigned int kEmptyLookupSize = 256;
 constexpr const char* kShaderFolder = "/software/render/src/rendCore";
 constexpr GLenum kGridFormat = 0x881B; // GL_RGB16F_ARB, which not every GL header has
+constexpr float kMaxHalf = 65504.0f;   // the greatest finite value of that format
+constexpr int kBlockEdge = 4;          // cells
 
 /// The corners of the faces as texture coordinates. Every face winds so that its front looks into the box.
 constexpr float kBox[24][3] = {
@@ -72,6 +76,57 @@ KrRenderShader::Texture3 makeVolume(const Layout& layout, const std::vector<doub
         volume.data()[i] = static_cast<float>(static_cast<double>(rounded) * layout.dataScale);
     }
     return volume;
+}
+
+void warnOfLostValues(const KrRenderShader::Texture3& volume)
+{
+    const float* const end = volume.data() + volume.numFloats();
+    const auto tooLarge = [](float value) { return !(std::abs(value) <= kMaxHalf); };
+    const float* const found = std::find_if(volume.data(), end, tooLarge);
+    if (found != end) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRenderGridPhysicalExtent::init - value %zu is %g when scaled: values beyond %g "
+                                     "are drawn as infinite ones.\n",
+                                     static_cast<std::size_t>(found - volume.data()), static_cast<double>(*found),
+                                     static_cast<double>(kMaxHalf));
+    }
+}
+
+int numBlocks(int cells)
+{
+    return cells / kBlockEdge + (cells % kBlockEdge != 0 ? 1 : 0);
+}
+
+/// Of `outer` x `count` x `inner` values, the greatest ones of each block along the middle index. The values beside a
+/// block count, too: interpolation reaches half a cell further.
+std::vector<float> maximaAlong(const float* values, std::size_t outer, int count, std::size_t inner)
+{
+    const int blocks = numBlocks(count);
+    std::vector<float> maxima(outer * static_cast<std::size_t>(blocks) * inner,
+                              -std::numeric_limits<float>::infinity());
+    for (std::size_t o = 0; o < outer; ++o) {
+        for (int i = 0; i < count; ++i, values += inner) {
+            for (int block = std::max(i - 1, 0) / kBlockEdge; block <= std::min((i + 1) / kBlockEdge, blocks - 1);
+                 ++block) {
+                float* const row =
+                    maxima.data() + (o * static_cast<std::size_t>(blocks) + static_cast<std::size_t>(block)) * inner;
+                std::transform(values, values + inner, row, row, [](float a, float b) { return std::max(a, b); });
+            }
+        }
+    }
+    return maxima;
+}
+
+/// What the shader passes over empty blocks by.
+KrRenderShader::Texture3 makeBlockMaxima(const KrRenderShader::Texture3& volume)
+{
+    const KrRenderShader::vecT3<int> size = volume.dimensions();
+    const KrRenderShader::vecT3<int> blocks(numBlocks(size.x), numBlocks(size.y), numBlocks(size.z));
+    const auto count = [](int number) { return static_cast<std::size_t>(number); };
+    std::vector<float> maxima = maximaAlong(volume.data(), count(size.z) * count(size.y), size.x, 1);
+    maxima = maximaAlong(maxima.data(), count(size.z), size.y, count(blocks.x));
+    maxima = maximaAlong(maxima.data(), 1, size.z, count(blocks.y) * count(blocks.x));
+    return KrRenderShader::Texture3(blocks, 1, maxima.data());
 }
 
 osg::Matrixd matrixOf(const KrCoordinateSystemTransformation& placement)
@@ -148,6 +203,18 @@ osg::ref_ptr<osg::Texture3D> makeGridTexture(KrRenderShader::Texture3& volume)
     return texture;
 }
 
+/// On the box and not on the node, whose state set holds the field and its look only.
+void addBlocks(osg::Drawable& box, KrRenderShader::Texture3 maxima)
+{
+    const osg::ref_ptr<osg::Texture3D> texture = makeGridTexture(maxima);
+    texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::NEAREST);
+    texture->setFilter(osg::Texture::MAG_FILTER, osg::Texture::NEAREST);
+    osg::StateSet* const state = box.getOrCreateStateSet();
+    state->setTextureAttribute(kBlockUnit, texture);
+    state->addUniform(new osg::Uniform("blockMaxima", static_cast<int>(kBlockUnit)));
+    state->addUniform(new osg::Uniform("blockEdge", static_cast<float>(kBlockEdge)));
+}
+
 void addUniforms(osg::StateSet& state, const KrRenderShader::vecT3<int>& size, const Layout& layout)
 {
     state.addUniform(new osg::Uniform("texture0", static_cast<int>(kGridUnit)));
@@ -210,8 +277,12 @@ osg::Geode* KrRenderGridPhysicalExtent::init(const KrGridPhysicalExtent* grid)
     grid->layout(layout.dataScale, layout.minimum, layout.maximum, layout.dimensions, layout.inflection);
     KrRenderShader::Texture3 volume = makeVolume(layout, grid->values());
     const KrRenderShader::vecT3<int> size = volume.dimensions();
+    warnOfLostValues(volume);
 
     osg::ref_ptr<osg::Geode> geode = makeBox(layout.minimum, layout.maximum, matrixOf(grid->placement()));
+    if (volume.numFloats() != 0) {
+        addBlocks(*geode->getDrawable(0), makeBlockMaxima(volume));
+    }
     osg::StateSet* state = geode->getOrCreateStateSet();
     const osg::ref_ptr<osg::Texture3D> gridTexture = makeGridTexture(volume);
     state->setTextureAttributeAndModes(kGridUnit, gridTexture, osg::StateAttribute::ON);

@@ -18,7 +18,7 @@ class KrRenderGridPhysicalExtent
 public:
     /// A box that covers the grid, with its textures, uniforms and program. Its vertices are in the grid's own frame;
     /// it is drawn, and bounded, at the grid's placement. A shader file that cannot be read costs one message and that
-    /// shader.
+    /// shader, scaled values beyond 65504, which the texture holds as infinite ones, one message.
     /// @param grid  read during the call only; may be null
     /// @return a new node without references, which the caller takes; null for a null grid and, after one message, when
     ///         KR_TOOLKITS is not set

@@ -11,7 +11,7 @@
 /// The base link node of a manipulator with intra-links: it places those, too.
 ///
 /// Each intra-link is a transform under the manipulator node, beside this one; its matrix is the intra-link frame in
-/// the manipulator frame.
+/// the manipulator frame. One without anything to draw costs one message, and has no node.
 class KrRenderIntraLink : public KrRenderLink
 {
 public:

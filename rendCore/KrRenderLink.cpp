@@ -9,6 +9,7 @@
 
 #include <osg/CopyOp>
 #include <osg/NodeVisitor>
+#include <osg/StateSet>
 
 #include <boost/shared_ptr.hpp>
 
@@ -88,6 +89,16 @@ const KrManipulatorLink* KrRenderLink::getLink() const
 osg::ref_ptr<osg::MatrixTransform> KrRenderLink::getDhFrame() const
 {
     return m_dhFrame;
+}
+
+void KrRenderLink::sortIfUnderBase(osg::Node& aid, unsigned int jointIndex)
+{
+    constexpr int kSortedBin = 11;
+    // Kept: the aids of no other link are sorted.
+    if (jointIndex == kBaseJointIndex) {
+        aid.getOrCreateStateSet()->setRenderBinDetails(kSortedBin, "DepthSortedBin",
+                                                       osg::StateSet::USE_RENDERBIN_DETAILS);
+    }
 }
 
 void KrRenderLink::updateState(const KrManipulatorSystemState* state)

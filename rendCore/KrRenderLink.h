@@ -80,6 +80,9 @@ public:
     /// False for null and for a visitor that carries something else already.
     static bool updateState(osg::NodeVisitor* visitor, const KrManipulatorSystemState* state);
 
+    /// Draws what else hangs under a link (a volume, an ellipsoid) sorted by depth if that link is the base.
+    static void sortIfUnderBase(osg::Node& aid, unsigned int jointIndex);
+
 protected:
     ~KrRenderLink() override;
 

@@ -10,12 +10,9 @@
 #include <toolkit/system/KrManipulatorLink.h>
 
 #include <osg/NodeVisitor>
-#include <osg/StateSet>
 
 namespace
 {
-
-constexpr int kSortedBin = 11;
 
 /// Adds the ellipsoid of every link that it meets.
 class MassPropertiesVisitor : public osg::NodeVisitor
@@ -43,18 +40,15 @@ private:
         KrCoordinateSystemTransformation principalAxes;
         link->massProperties().fillEllipsoid(link->name(), ellipsoid, principalAxes);
         const osg::ref_ptr<osg::Geode> geode = KrRenderShape::createGeometry(ellipsoid.physicalExtent());
-        if (!geode) {
+        const osg::ref_ptr<osg::MatrixTransform> dhFrame = renderLink.getDhFrame();
+        if (!geode || !dhFrame) {
             return;
         }
         const unsigned int jointIndex = renderLink.getJointIndex();
         geode->setNodeMask(KrRenderTypes::MassProperties);
         geode->setName(link->name() + " - Mass Prop " + KrINT2STRING(jointIndex, 10));
-        // Kept: only the base's ellipsoid is sorted by depth.
-        if (jointIndex == KrRenderLink::kBaseJointIndex) {
-            geode->getOrCreateStateSet()->setRenderBinDetails(kSortedBin, "DepthSortedBin",
-                                                              osg::StateSet::USE_RENDERBIN_DETAILS);
-        }
-        renderLink.getDhFrame()->addChild(geode);
+        KrRenderLink::sortIfUnderBase(*geode, jointIndex);
+        dhFrame->addChild(geode);
     }
 };
 

@@ -8,6 +8,7 @@
 class KrRenderMassProperties
 {
 public:
-    /// Adds an ellipsoid to every link below `root` that has mass properties; once more on every call.
+    /// Adds an ellipsoid to every link below `root` that has mass properties; once more on every call. Properties that
+    /// no body can have cost the ellipsoid and one message (KrMassProperties::fillEllipsoid).
     static void init(osg::Node* root);
 };

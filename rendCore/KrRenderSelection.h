@@ -18,8 +18,7 @@ public:
 
     /// Fades the shapes that are not selected, or takes all wrappers out.
     /// @param alpha    opacity of faded shapes, in [0, 1]; 1 shows them as they are
-    /// @param restore  true takes out the wrappers. One whose shape is still marked as selected only loses its mark;
-    /// the
-    ///                 next restoring pass takes it out.
+    /// @param restore  true takes out the wrappers. One whose shape is still marked as selected only loses its mark,
+    ///                 and the next restoring pass takes it out
     static void setNonselected(KrRenderManipulator* manipulator, float alpha, bool restore);
 };

@@ -52,9 +52,10 @@ void applyMaterial(const KrDataMap& data, bool hasTextureCoordinates, osg::Geome
 
     const osg::ref_ptr<osg::StateSet> stateSet = new osg::StateSet;
     material.setState(stateSet);
-    // Without coordinates of its own the group would be drawn with those that the last textured drawable left behind.
+    // Without coordinates of its own the group would be drawn with those that the last textured drawable left behind,
+    // selected or not: a selection switches textures on with OVERRIDE.
     if (!hasTextureCoordinates && material.getTexture().getState() != nullptr) {
-        stateSet->setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF);
+        stateSet->setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF | osg::StateAttribute::PROTECTED);
     }
     geometry.setStateSet(stateSet);
 }

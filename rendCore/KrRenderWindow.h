@@ -26,9 +26,13 @@ public:
 
     using KrSGWindow::loadScene;
 
+    /// Forgets system, state and lights, too: a window that is opened again is empty until the next `setStatedSystem`.
     bool closeWindow() override;
     bool init() override;
+    /// Forgets system and state, too.
     void deleteContents() override;
+    /// Builds the scene of a new system, poses it, forwards its changes; then as the base class.
+    /// @return false when there is no context, or, after one message, no scene
     bool updateScene() override;
     bool selfTest() const override;
 

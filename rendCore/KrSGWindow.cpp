@@ -4,6 +4,7 @@
 #include <rendCore/KrGuestFrame.h>
 #include <rendCore/KrMaterialProperties.h>
 #include <rendCore/KrRenderAxis.h>
+#include <rendCore/KrRenderStages.h>
 #include <rendCore/KrSGTexture.h>
 
 #include <toolkit/foundation/KrPrint.h>
@@ -20,7 +21,6 @@
 #include <osg/ShapeDrawable>
 #include <osg/Timer>
 #include <osgUtil/RenderStage>
-#include <osgViewer/Renderer>
 
 #include <algorithm>
 #include <cfloat>
@@ -100,11 +100,6 @@ osg::GraphicsContext* sharedContext(const KrWindow& window)
     return nullptr;
 }
 
-int atLeastOne(unsigned int size)
-{
-    return static_cast<int>(std::max(1u, size));
-}
-
 } // namespace
 
 KrSGWindow::KrSGWindow()
@@ -144,6 +139,7 @@ bool KrSGWindow::init()
     if (!m_tempGroup) {
         createFixedNodes();
     }
+    fitOverlay(); // made for an earlier size, maybe
     m_viewer->setSceneData(m_sceneRoot);
 
     const KrPovParameters pov = m_visualizationParameters.povParameters();
@@ -161,27 +157,36 @@ bool KrSGWindow::init()
     return loadScene();
 }
 
-bool KrSGWindow::createGraphicsWindow()
+int KrSGWindow::surfaceWidth() const
+{
+    return static_cast<int>(std::max(1u, windowWidth()));
+}
+
+int KrSGWindow::surfaceHeight() const
+{
+    return static_cast<int>(std::max(1u, windowHeight()));
+}
+
+void KrSGWindow::createGraphicsWindow()
 {
     // A stored context without a state was closed with an earlier viewer.
     if (m_graphicsWindow.valid() && m_graphicsWindow->getState()) {
-        return m_graphicsWindow->valid();
+        return;
     }
     const osg::ref_ptr<osg::GraphicsContext::Traits> traits = new osg::GraphicsContext::Traits;
     traits->x = windowX();
     traits->y = windowY();
-    traits->width = atLeastOne(windowWidth());
-    traits->height = atLeastOne(windowHeight());
+    traits->width = surfaceWidth();
+    traits->height = surfaceHeight();
     traits->sharedContext = sharedContext(*this);
     m_graphicsWindow = new ContextWindow(traits, *this);
-    return m_graphicsWindow->valid();
 }
 
 void KrSGWindow::setUpCamera()
 {
     osg::Camera* const camera = m_viewer->getCamera();
     camera->setClearColor(osg::Vec4f(KrRenderTypes::ec2osg(getBackgroundColor())));
-    camera->setViewport(new osg::Viewport(0.0, 0.0, atLeastOne(windowWidth()), atLeastOne(windowHeight())));
+    camera->setViewport(new osg::Viewport(0.0, 0.0, surfaceWidth(), surfaceHeight()));
     // A resize of the context would otherwise rescale the projection that updateScene writes.
     camera->setProjectionResizePolicy(osg::Camera::FIXED);
     // A picture loses nothing: parts smaller than a pixel are drawn, too.
@@ -242,10 +247,16 @@ void KrSGWindow::createOverlayCamera()
     m_overlayCamera = new osg::Camera;
     m_overlayCamera->setName("Overlay Camera");
     m_overlayCamera->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
-    m_overlayCamera->setProjectionMatrixAsOrtho2D(0.0, windowWidth(), 0.0, windowHeight());
     m_overlayCamera->setViewMatrix(osg::Matrixd::identity());
     m_overlayCamera->setClearMask(GL_DEPTH_BUFFER_BIT);
     m_tempGroup->addChild(m_overlayCamera);
+}
+
+/// Its units are the window's pixels, whatever part of the window the camera above it draws into.
+void KrSGWindow::fitOverlay()
+{
+    m_overlayCamera->setViewport(0, 0, surfaceWidth(), surfaceHeight());
+    m_overlayCamera->setProjectionMatrixAsOrtho2D(0.0, windowWidth(), 0.0, windowHeight());
 }
 
 void KrSGWindow::attachToRoot(osg::Node* node)
@@ -278,6 +289,8 @@ bool KrSGWindow::setNode(osg::ref_ptr<osg::Group> node)
         attachToRoot(node);
         return true;
     }
+    // The old root is out of reach once the window closes.
+    releaseGLObjects();
     // Two windows never hold the same root.
     m_sceneRoot = getShare().empty() ? root : new osg::LightSource(*root, osg::CopyOp());
     // New scene data send the camera home; the point of view stays what the client made it.
@@ -307,6 +320,7 @@ bool KrSGWindow::closeWindow()
     const KrContextRestorer restorer(this);
     {
         const KrGuestFrame guest(*this);
+        const std::shared_ptr<KrClientState> client = clientState(m_graphicsWindow);
         if (m_graphicsWindow.valid() && m_graphicsWindow->getState() && makeCurrent()) {
             releaseGLObjects();
             KrSGTexture::releaseGLObjects(this, m_graphicsWindow->getState());
@@ -319,6 +333,10 @@ bool KrSGWindow::closeWindow()
         releaseViewer();
         m_sceneRoot = nullptr;
         KrSGTexture::removeTexturesFromContext(this);
+        // Within a frame: whoever draws it does not get at the context any more.
+        if (client && isInitialized() && getImpl()->isCurrent()) {
+            client->leave();
+        }
     }
     return KrWindow::closeWindow();
 }
@@ -351,6 +369,8 @@ void KrSGWindow::releaseViewer()
         m_graphicsWindow->close();
     }
     if (m_viewer.valid()) {
+        // A frame that closes its window ends here; one without a context would open windows of its own.
+        m_viewer->setDone(true);
         // A closed context has no state, and releasing "for no state" means for every window's.
         m_viewer->getCamera()->setGraphicsContext(nullptr);
         for (unsigned int i = 0; i < m_viewer->getNumSlaves(); ++i) {
@@ -360,6 +380,19 @@ void KrSGWindow::releaseViewer()
     m_viewer = nullptr;
     m_graphicsWindow = nullptr;
 }
+
+namespace
+{
+
+/// The scene graph does not dispatch an array again that lies at the address of the last one. Between two frames that
+/// one may go, and another take its place: it would be drawn from a buffer that is no more.
+void forgetVertexArrays(osg::State& state)
+{
+    state.lazyDisablingOfVertexAttributes();
+    state.applyDisablingOfVertexAttributes();
+}
+
+} // namespace
 
 bool KrSGWindow::renderScene(bool swapBuffers)
 {
@@ -371,15 +404,21 @@ bool KrSGWindow::renderScene(bool swapBuffers)
     if (!makeCurrent()) {
         return false;
     }
+    // Whoever is called in a frame may close the window: what the frame uses stays until its end.
+    const osg::ref_ptr<osgViewer::Viewer> viewer = m_viewer;
+    const osg::ref_ptr<osgViewer::GraphicsWindow> context = m_graphicsWindow;
     {
-        const KrClientState::Visit visit(clientState(m_graphicsWindow), *this);
-        m_graphicsWindow->setDefaultFboId(getImpl()->defaultFramebuffer());
+        const KrClientState::Visit visit(clientState(context), *this);
+        context->setDefaultFboId(getImpl()->defaultFramebuffer());
         updateScene();
-        if (m_drawCallback.valid()) {
-            const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
-            callback->render(m_viewer);
-        } else {
-            m_viewer->frame(DBL_MAX);
+        const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
+        if (m_viewer == viewer && callback.valid()) {
+            callback->render(viewer);
+        } else if (m_viewer == viewer) {
+            viewer->frame(DBL_MAX);
+        }
+        if (m_viewer == viewer) {
+            forgetVertexArrays(*context->getState());
         }
     }
     if (swapBuffers) {
@@ -423,9 +462,9 @@ void KrSGWindow::updateProjection()
         return;
     }
     const KrPovParameters& pov = m_visualizationParameters.povParameters();
-    const double distance = pov.viewingDistance();
-    const double near = std::max(0.001, 0.125 * distance);
-    const double far = std::max(2.0 * distance, m_visualizationParameters.renderParameters().farClipping());
+    double near = 0.0;
+    double far = 0.0;
+    clippingPlanes(pov.viewingDistance(), near, far);
     if (m_intrinsics) {
         camera->setProjectionMatrix(m_intrinsics->projection(near, far));
         return;
@@ -433,6 +472,12 @@ void KrSGWindow::updateProjection()
     const double top = std::tan(pov.fieldOfView() * 0.5) * near;
     const double right = top * m_aspectRatio;
     camera->getProjectionMatrix().makeFrustum(-right, right, -top, top, near, far);
+}
+
+void KrSGWindow::clippingPlanes(double distance, double& near, double& far) const
+{
+    near = std::max(0.001, 0.125 * distance);
+    far = std::max(2.0 * distance, m_visualizationParameters.renderParameters().farClipping());
 }
 
 bool KrSGWindow::setCameraIntrinsics(const KrCameraIntrinsics& intrinsics)
@@ -503,12 +548,12 @@ bool KrSGWindow::setWindowSize(unsigned int width, unsigned int height)
 
 void KrSGWindow::resizeGraphicsWindow()
 {
-    const int width = atLeastOne(windowWidth());
-    const int height = atLeastOne(windowHeight());
+    const int width = surfaceWidth();
+    const int height = surfaceHeight();
     m_graphicsWindow->getEventQueue()->windowResize(windowX(), windowY(), width, height,
                                                     osg::Timer::instance()->time_s());
     m_graphicsWindow->resized(windowX(), windowY(), width, height);
-    m_overlayCamera->setProjectionMatrixAsOrtho2D(0.0, windowWidth(), 0.0, windowHeight());
+    fitOverlay();
     if (m_viewerAttributes & OffScreen) {
         refreshRenderTarget();
     }
@@ -530,11 +575,9 @@ bool KrSGWindow::setOffScreenRendering(bool on)
 void KrSGWindow::refreshRenderTarget()
 {
     osg::Camera* const camera = m_viewer->getCamera();
-    camera->setViewport(0, 0, atLeastOne(windowWidth()), atLeastOne(windowHeight()));
-    auto* renderer = dynamic_cast<osgViewer::Renderer*>(camera->getRenderer());
-    osgUtil::SceneView* const sceneView = renderer ? renderer->getSceneView(0) : nullptr;
-    if (sceneView && sceneView->getRenderStage()) {
-        sceneView->getRenderStage()->setFrameBufferObject(nullptr);
+    camera->setViewport(0, 0, surfaceWidth(), surfaceHeight());
+    if (osgUtil::RenderStage* const stage = KrRenderStages::of(*camera)) {
+        stage->setFrameBufferObject(nullptr);
     }
     camera->dirtyAttachmentMap();
 }

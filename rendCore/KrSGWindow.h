@@ -67,20 +67,30 @@ public:
     /// Deletes the contents, releases the viewer and the root, forgets this context's textures, closes the window.
     /// A later `renderScene` opens it again. Harmless when it is closed.
     bool closeWindow() override;
+    /// Opens the window: context, viewer, camera, root and fixed nodes, input handler. True at once when it is open.
+    /// @return false, after one message of KrWindow's, when there is no context
     bool init() override;
-    /// One frame: makes the context current, updates, draws, swaps.
+    /// One frame: makes the context current, updates, draws, swaps. What it calls (draw callbacks, handlers of input)
+    /// may close the window: the rest of the frame is left out.
+    /// @return false when there is no context, or it cannot be made current
     virtual bool renderScene(bool swapBuffers);
-    /// Shows `image` as a quad that fills the window, and draws one frame.
+    /// Shows `image` as a quad that fills the window, and draws one frame. False for an image without pixels, or when
+    /// the frame cannot be drawn.
     virtual bool setImageBuffer(const KrImage& image, bool swapBuffers);
     /// One frame, of which the pixels of `block` (row 0 at the bottom) go into `image`; false for a null block.
     virtual bool renderSceneAndCaptureImage(KrImage& image, unsigned int flags, const KrImageBlock* block);
+    /// Takes these lights, numbered as they stand there, in place of those before; the next `updateScene` shows them.
+    /// The first eight light.
     virtual void loadLight(const KrLightParameters& lights);
+    /// Empties the root (fixed nodes too, until the next `loadScene`) and forgets the lights.
     virtual void deleteContents();
     /// POV, render and light parameters at once; also the home position. Give them after the system: a new system
     /// drops the lights.
     virtual bool setVisualizationParameters(const KrVisualizationParameters& parameters);
     virtual const KrVisualizationParameters& visualizationParameters() const;
+    /// Where the camera stands from the next `updateScene` on. World frame, metres. Always true.
     virtual bool setPovParameters(const KrPovParameters& pov);
+    /// As it was set, or as the input handler moved it; borrowed.
     virtual const KrPovParameters& getPovParameters() const;
     /// Draws into a framebuffer object instead of the window, which is hidden meanwhile. Always true.
     virtual bool setOffScreenRendering(bool on);
@@ -95,8 +105,14 @@ public:
     virtual bool displayMask(unsigned int bits) const;
     virtual void setDisplayMask(unsigned int mask, bool on, bool secondary);
     virtual bool stereoOn() const;
+    /// Width / height of the picture that the field of view is for. `setWindowSize` sets it to the window's.
     virtual void setAspectRatio(double aspectRatio);
     virtual double aspectRatio() const;
+    /// The root; null before the window is opened.
+    ///
+    /// Closing the window releases the GL objects of what hangs under it then. A node that was taken out before and is
+    /// kept must release them itself (`node->releaseGLObjects(state)`, the state of the viewer's graphics context)
+    /// while the window is open: the next window would take their names for its own.
     virtual osg::ref_ptr<osg::Group> getNode() const;
     /// Null draws through the viewer directly.
     virtual void setDrawCallback(osg::ref_ptr<DrawCallback> callback);
@@ -106,19 +122,29 @@ public:
     /// captured images.
     virtual void setOverlayText(const std::string& text, unsigned int x, unsigned int y, const KrColor& color);
     virtual void clearAllOverlayText();
+    /// Takes a reference. In an open window installing a handler sends the camera to the handler's home, also when it
+    /// is the one that is installed: set the point of view afterwards.
     virtual void setInputHandler(KrSGBaseInputHandler* handler);
     virtual KrSGBaseInputHandler* getInputHandler() const;
     /// Null when the window is closed; borrowed.
     virtual osgViewer::Viewer* getViewer() const;
+    /// Applies what was set since the last call: point of view, projection, attributes, lights, mask. Part of every
+    /// frame; nothing in a window that is not open.
     virtual bool updateScene();
+    /// Checks a window of its own that is never opened; true when all is as it should be.
     virtual bool selfTest() const;
     /// Attaches the fixed nodes and resets the primary display mask. False when the window was never opened.
     virtual bool loadScene();
     /// One frame, which goes into `image` (CaptureFlag bits). Replaces and drops an installed draw callback.
     virtual bool renderSceneAndCaptureImage(KrImage& image, unsigned int flags);
-    /// A light source becomes the root; any other group is added to the root.
+    /// A light source becomes the root (a copy of it where the window shares its context); any other group is added to
+    /// the root. Opens the window when it is not open. A new root comes as it is: fixed nodes (with markers and overlay
+    /// text), system and lights stay with the one before, the attributes until `setViewerAttribute` is called. The one
+    /// before has released its GL objects; for a group that is taken out by hand see `getNode`.
+    /// @return false for null, or when the window cannot be opened
     virtual bool setNode(osg::ref_ptr<osg::Group> node);
 
+    /// Clipping planes and background. Automatic planes become 0.01 m and twice the viewing distance. Always true.
     bool loadRenderParameters(const KrRenderParameters& parameters);
     /// Hides KrWindow's: this one also reaches a window that is open.
     void setBackgroundColor(const KrColor& color);
@@ -169,12 +195,18 @@ protected:
     osg::ref_ptr<DrawCallback> m_drawCallback;
     osg::ref_ptr<osg::Camera> m_overlayCamera;
 
+    int surfaceWidth() const;  ///< pixels that are drawn into: 1 where the window has 0
+    int surfaceHeight() const; ///< likewise
+    /// The planes of a camera that far from what it looks at, before those of what is drawn take their place. m
+    void clippingPlanes(double distance, double& near, double& far) const;
+
 private:
-    bool createGraphicsWindow();
+    void createGraphicsWindow();
     void createSceneRoot();
     void createFixedNodes();
     void createCenterOfInterestMarker();
     void createOverlayCamera();
+    void fitOverlay();
     void setUpCamera();
     void updateProjection();
     void applyViewerAttributes();

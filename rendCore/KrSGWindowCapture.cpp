@@ -2,11 +2,11 @@
 
 #include <rendCore/KrSGWindow.h>
 
+#include <rendCore/KrRenderStages.h>
+
 #include <toolkit/foundation/KrPrint.h>
 
-#include <osg/GLExtensions>
 #include <osgUtil/RenderStage>
-#include <osgViewer/Renderer>
 
 #include <algorithm>
 #include <cfloat>
@@ -15,39 +15,9 @@
 namespace
 {
 
-/// The render stage that draws the viewer's main camera; null when any link of the chain is missing.
-osgUtil::RenderStage* mainRenderStage(osgViewer::Viewer* viewer)
-{
-    osg::Camera* const camera = viewer ? viewer->getCamera() : nullptr;
-    auto* renderer = camera ? dynamic_cast<osgViewer::Renderer*>(camera->getRenderer()) : nullptr;
-    osgUtil::SceneView* const sceneView = renderer ? renderer->getSceneView(0) : nullptr;
-    return sceneView ? sceneView->getRenderStage() : nullptr;
-}
-
 osg::Camera::BufferComponent bufferFor(std::uint32_t flags)
 {
     return (flags & KrSGWindow::CaptureDepth) ? osg::Camera::DEPTH_BUFFER : osg::Camera::COLOR_BUFFER;
-}
-
-/// Setting up a stage for its camera, which its first frame does, clears what is attached to it: so it is done before.
-void setUpStage(osgUtil::RenderStage& stage, osgViewer::Viewer& viewer)
-{
-    osg::Camera* const camera = viewer.getCamera();
-    osg::GraphicsContext* const context = camera->getGraphicsContext();
-    osg::State* const state = context ? context->getState() : nullptr;
-    if (!state) {
-        return;
-    }
-    const bool isSetUp = !stage.getCameraRequiresSetUp() && stage.getCamera() == camera &&
-                         stage.getCameraAttachmentMapCount() == camera->getAttachmentMapModifiedCount();
-    if (isSetUp) {
-        return;
-    }
-    state->initializeExtensionProcs();
-    stage.setViewport(camera->getViewport());
-    stage.setCamera(camera);
-    osg::RenderInfo renderInfo(state, &viewer);
-    stage.runCameraSetUp(renderInfo);
 }
 
 /// The depth value that means "nothing was drawn here" in the current context.
@@ -112,14 +82,14 @@ void KrSGWindow::ImageCaptureDrawCallback::setCapture(KrImage* target, unsigned 
 
 bool KrSGWindow::ImageCaptureDrawCallback::preRender(osgViewer::Viewer* viewer)
 {
-    osgUtil::RenderStage* const stage = mainRenderStage(viewer);
+    osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer);
     if (!stage || !viewer->getCamera()->getViewport()) {
         // Kept: the name in this message is not the class's.
         Kr::Print::instance()->write(Kr::Print::Error, "ImageCaptureCallback::Invalid viewer pointer.\n");
         return false;
     }
     const osg::Camera::BufferComponent buffer = bufferFor(m_captureFlags);
-    setUpStage(*stage, *viewer);
+    KrRenderStages::setUp(*stage, *viewer->getCamera(), *viewer);
     stage->attach(buffer, m_sceneImage);
     const osg::Viewport* const viewport = viewer->getCamera()->getViewport();
     m_width = static_cast<std::uint32_t>(viewport->width());
@@ -160,7 +130,7 @@ unsigned char* KrSGWindow::ImageCaptureDrawCallback::fittedTarget(unsigned int c
 
 void KrSGWindow::ImageCaptureDrawCallback::detach(osgViewer::Viewer* viewer) const
 {
-    if (osgUtil::RenderStage* const stage = mainRenderStage(viewer)) {
+    if (osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer)) {
         stage->attach(bufferFor(m_captureFlags), nullptr);
     }
 }
@@ -195,8 +165,10 @@ void KrSGWindow::ImageCaptureDrawCallback::remapDepthBuffer()
         return;
     }
     unsigned char* const out = fittedTarget(1);
+    // The target need not have become as large as it should.
     const std::size_t count =
-        std::min(std::size_t(m_width) * m_height, m_sceneImage->getTotalSizeInBytes() / sizeof(std::uint32_t));
+        std::min({std::size_t(m_width) * m_height, m_sceneImage->getTotalSizeInBytes() / sizeof(std::uint32_t),
+                  m_target->sizeInBytes()});
     const auto* const depths = reinterpret_cast<const std::uint32_t*>(m_sceneImage->data());
 
     const std::uint32_t far = clearedDepth();

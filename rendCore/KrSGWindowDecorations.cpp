@@ -16,7 +16,6 @@
 namespace
 {
 
-constexpr unsigned int kNumGLLights = 8; // every OpenGL 1 and 2 has these, and most no more
 constexpr float kOverlayTextSize = 30.0f;
 
 } // namespace
@@ -49,7 +48,7 @@ void KrSGWindow::setLights()
     // A light source's own state set reaches only what hangs under it, which is nothing: the root switches the lights.
     // Light 0 is on anyway; it is also the root's own.
     osg::StateSet* const states = m_sceneRoot->getOrCreateStateSet();
-    for (unsigned int n = 1; n < kNumGLLights; ++n) {
+    for (unsigned int n = 1; n < KrLightProperties::kNumGLLights; ++n) {
         const bool on = n < m_lights.size() && m_lights[n].isEnabled();
         states->setMode(GL_LIGHT0 + n, on ? osg::StateAttribute::ON : osg::StateAttribute::OFF);
     }
@@ -118,8 +117,7 @@ void KrSGWindow::setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& mark
 bool KrSGWindow::setImageBuffer(const KrImage& image, bool swapBuffers)
 {
     if (!image.data()) {
-        Kr::Print::instance()->write(Kr::Print::Warning, "KrSGWindow::setImageBuffer - the image has no pixels.\n");
-        return false;
+        return false; // kept: without a word
     }
     if (image.width() != windowWidth() || image.height() != windowHeight()) {
         setWindowSize(image.width(), image.height());

@@ -24,6 +24,7 @@
 #include <cmath>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -158,25 +159,68 @@ bool hasTextureCoordinates(const KrRenderShape& shape)
     return false;
 }
 
+/// The texture with a picture that `states` sets; null when there is none.
 const osg::Texture2D* textureOf(const osg::StateSet* states)
 {
     const osg::StateAttribute* const attribute =
         states ? states->getTextureAttribute(kTextureUnit, osg::StateAttribute::TEXTURE) : nullptr;
-    return dynamic_cast<const osg::Texture2D*>(attribute);
+    const auto* const texture = dynamic_cast<const osg::Texture2D*>(attribute);
+    return texture && hasPixels(texture->getImage()) ? texture : nullptr;
 }
 
 /// The first texture with a picture that `shape` shows; null when there is none.
 const osg::Texture2D* firstTexture(const KrRenderShape& shape)
 {
-    for (unsigned int i = 0; i < shape.getNumDrawables(); ++i) {
+    const osg::Texture2D* const own = textureOf(shape.getStateSet());
+    const bool isForAll =
+        own && (shape.getStateSet()->getTextureAttributePair(kTextureUnit, osg::StateAttribute::TEXTURE)->second &
+                osg::StateAttribute::OVERRIDE) != 0;
+    for (unsigned int i = 0; i < shape.getNumDrawables() && !isForAll; ++i) {
         const osg::Drawable* const drawable = shape.getDrawable(i);
-        const osg::Texture2D* const texture = drawable ? textureOf(drawable->getStateSet()) : nullptr;
-        if (texture && hasPixels(texture->getImage())) {
+        if (const osg::Texture2D* const texture = drawable ? textureOf(drawable->getStateSet()) : nullptr) {
             return texture;
         }
     }
-    return nullptr;
+    return own;
 }
+
+osg::StateSet::RefAttributePair attributeOf(const osg::StateSet& states, osg::StateAttribute::Type type)
+{
+    const osg::StateSet::RefAttributePair* const pair = states.getTextureAttributePair(kTextureUnit, type);
+    return pair ? *pair : osg::StateSet::RefAttributePair();
+}
+
+void putBack(osg::StateSet& states, osg::StateAttribute::Type type, const osg::StateSet::RefAttributePair& pair)
+{
+    if (pair.first.valid()) {
+        states.setTextureAttribute(kTextureUnit, pair.first, pair.second);
+    } else {
+        states.removeTextureAttribute(kTextureUnit, type);
+    }
+}
+
+/// One frame among those of all viewers.
+class Frame
+{
+public:
+    Frame() = default;
+    explicit Frame(const osg::NodeVisitor& visitor)
+        : m_stamp(visitor.getFrameStamp())
+        , m_number(m_stamp ? m_stamp->getFrameNumber() : visitor.getTraversalNumber())
+        , m_isAny(true)
+    {
+    }
+    bool operator==(const Frame& other) const
+    {
+        return m_isAny == other.m_isAny && m_stamp == other.m_stamp && m_number == other.m_number;
+    }
+    bool operator!=(const Frame& other) const { return !(*this == other); }
+
+private:
+    osg::ref_ptr<const osg::FrameStamp> m_stamp; ///< held, lest a later viewer's has the same address
+    unsigned int m_number = 0;
+    bool m_isAny = false;
+};
 
 osg::ref_ptr<osg::Image> newPicture(unsigned int width, unsigned int height)
 {
@@ -460,10 +504,11 @@ public:
 
     /// Puts `marks` before the frame that `visitor` culls; the list is empty afterwards.
     void draw(std::vector<osg::ref_ptr<osg::Node>>& marks, osgUtil::CullVisitor& visitor);
-    /// Drops what an earlier frame has drawn.
-    void tidy()
+    /// Drops what a frame before that of `visitor` has drawn.
+    void tidy(const osg::NodeVisitor& visitor)
     {
-        if (m_batch->getNumChildren() != 0) {
+        // A shape with two parents is met twice. The scene graph holds no reference to cameras that it has yet to draw.
+        if (m_batch->getNumChildren() != 0 && m_drawnFrame != Frame(visitor)) {
             m_batch->removeChildren(0, m_batch->getNumChildren());
         }
     }
@@ -480,6 +525,7 @@ private:
 
     osg::ref_ptr<osg::Camera> m_camera;
     osg::ref_ptr<osg::Group> m_batch;
+    Frame m_drawnFrame;
     osg::ref_ptr<osg::Program> m_strokeProgram;
     osg::ref_ptr<osg::Program> m_stampProgram;
     osg::ref_ptr<osg::Program> m_projectionProgram;
@@ -581,7 +627,8 @@ void KrTextureMarker::Studio::draw(std::vector<osg::ref_ptr<osg::Node>>& marks, 
     // The path may hold any number of cameras; the view of the present one leads from world to eye.
     const osg::Matrixd localToWorld =
         *visitor.getModelViewMatrix() * visitor.getCurrentCamera()->getInverseViewMatrix();
-    tidy();
+    m_batch->removeChildren(0, m_batch->getNumChildren());
+    m_drawnFrame = Frame(visitor);
     for (const osg::ref_ptr<osg::Node>& mark : marks) {
         if (auto* const projection = dynamic_cast<Projection*>(mark.get())) {
             projection->setLocalToWorld(localToWorld);
@@ -613,7 +660,7 @@ public:
     void operator()(osg::Node* node, osg::NodeVisitor* visitor) override
     {
         if (m_marker->m_pending.empty()) {
-            m_marker->m_studio->tidy();
+            m_marker->m_studio->tidy(*visitor);
         } else if (auto* const cullVisitor = visitor->asCullVisitor()) {
             m_marker->m_studio->draw(m_marker->m_pending, *cullVisitor);
         }
@@ -635,33 +682,47 @@ public:
 
     void operator()(osg::Node* node, osg::NodeVisitor* visitor) override
     {
+        // Detached by a callback, the shape lets go of this, and of what is nested in it.
+        const osg::ref_ptr<UpdateHook> self(this);
+        const osg::ref_ptr<osg::Callback> nested(getNestedCallback());
         // A shape with two parents is met twice.
-        const osg::FrameStamp* const stamp = visitor->getFrameStamp();
-        const unsigned int frame = stamp ? stamp->getFrameNumber() : visitor->getTraversalNumber();
-        if (!m_wasCalled || stamp != m_stamp || frame != m_frame) {
-            m_wasCalled = true;
-            m_stamp = stamp;
+        const Frame frame(*visitor);
+        if (m_frame != frame) {
             m_frame = frame;
             callAll();
         }
-        traverse(node, visitor);
-    }
-
-private:
-    void callAll() const
-    {
-        const osg::ref_ptr<KrTextureMarker> marker = m_marker;
-        // By index: a callback may add and remove callbacks.
-        for (std::size_t i = 0; i < marker->m_callbacks.size(); ++i) {
-            const osg::ref_ptr<KrMarkingCallback> callback = marker->m_callbacks[i];
-            callback->mark(*marker);
+        if (nested.valid()) {
+            nested->run(node, visitor);
+        } else {
+            visitor->traverse(*node);
         }
     }
 
-    KrTextureMarker* m_marker;                   ///< the cull hook owns it
-    osg::ref_ptr<const osg::FrameStamp> m_stamp; ///< held, lest a later window's has the same address
-    unsigned int m_frame = 0;
-    bool m_wasCalled = false;
+private:
+    /// By index, and with removed ones left as null: a callback may add and remove callbacks, detach the shape and draw
+    /// a frame of another window.
+    void callAll() const
+    {
+        osg::ref_ptr<KrTextureMarker> marker;
+        if (!m_marker.lock(marker)) {
+            return;
+        }
+        auto& callbacks = marker->m_callbacks;
+        const bool isInner = std::exchange(marker->m_isCalling, true);
+        const std::size_t numCallbacks = callbacks.size();
+        for (std::size_t i = 0; i < numCallbacks && marker->m_updateHook == this; ++i) {
+            if (const osg::ref_ptr<KrMarkingCallback> callback = callbacks[i]; callback.valid()) {
+                callback->mark(*marker);
+            }
+        }
+        if (!isInner) {
+            marker->m_isCalling = false;
+            callbacks.erase(std::remove(callbacks.begin(), callbacks.end(), nullptr), callbacks.end());
+        }
+    }
+
+    osg::observer_ptr<KrTextureMarker> m_marker; ///< the cull hook owns it
+    Frame m_frame;
 };
 
 KrTextureMarker* KrTextureMarker::of(KrRenderShape& shape, unsigned int width, unsigned int height)
@@ -729,6 +790,8 @@ KrTextureMarker::~KrTextureMarker()
 void KrTextureMarker::attach(KrRenderShape& shape)
 {
     osg::StateSet& states = *shape.getOrCreateStateSet();
+    m_ownLook = {attributeOf(states, osg::StateAttribute::TEXTURE), attributeOf(states, osg::StateAttribute::TEXENV),
+                 states.getTextureMode(kTextureUnit, GL_TEXTURE_2D)};
     states.setTextureAttribute(kTextureUnit, m_texture, osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE);
     // Without override: a group may have switched textures off, or apply its own in another way.
     states.setTextureMode(kTextureUnit, GL_TEXTURE_2D, osg::StateAttribute::ON);
@@ -752,15 +815,21 @@ void KrTextureMarker::detach(KrRenderShape& shape)
     }
     shape.removeCullCallback(hook);
     osg::StateSet& states = *shape.getOrCreateStateSet();
-    states.removeTextureAttribute(kTextureUnit, osg::StateAttribute::TEXTURE);
-    states.removeTextureAttribute(kTextureUnit, osg::StateAttribute::TEXENV);
-    states.removeTextureMode(kTextureUnit, GL_TEXTURE_2D);
+    putBack(states, osg::StateAttribute::TEXTURE, marker->m_ownLook.texture);
+    putBack(states, osg::StateAttribute::TEXENV, marker->m_ownLook.texEnv);
+    // Last: a texture that is removed takes its mode with it.
+    states.setTextureMode(kTextureUnit, GL_TEXTURE_2D, marker->m_ownLook.mode);
     marker->m_shape = nullptr;
 }
 
-bool KrTextureMarker::hasRoom(const char* operation) const
+bool KrTextureMarker::hasRoom() const
 {
-    if (m_pending.size() < kMaxPending) {
+    return m_pending.size() < kMaxPending;
+}
+
+bool KrTextureMarker::checkRoom(const char* operation) const
+{
+    if (hasRoom()) {
         return true;
     }
     refuse(operation, "too many marks wait for a frame that shows the shape");
@@ -776,7 +845,7 @@ bool KrTextureMarker::stroke(const std::vector<osg::Vec2>& points, const Brush& 
         refuse("stroke", "there are no points, a number is not finite or the radius is not positive");
         return false;
     }
-    if (!hasRoom("stroke")) {
+    if (!checkRoom("stroke")) {
         return false;
     }
     const osg::Vec2* const end = points.data() + points.size();
@@ -803,7 +872,7 @@ bool KrTextureMarker::stamp(osg::Image* picture, const Placement& placement)
         refuse("stamp", "the picture is empty, a number is not finite or a size is not positive");
         return false;
     }
-    if (!hasRoom("stamp")) {
+    if (!checkRoom("stamp")) {
         return false;
     }
     m_pending.push_back(stampNode(picture, placement, m_studio->stampProgram()));
@@ -840,7 +909,7 @@ bool KrTextureMarker::addProjection(osg::Image* picture, const Brush& brush, con
         refuse("project", "a number is not finite");
         return false;
     }
-    if (!hasRoom("project")) {
+    if (!checkRoom("project")) {
         return false;
     }
     m_pending.push_back(new Projection(*shape, picture, brush, view, projection, m_studio->projectionProgram()));
@@ -877,8 +946,9 @@ void KrTextureMarker::addCallback(KrMarkingCallback* callback)
         return;
     }
     m_callbacks.push_back(callback);
-    osg::ref_ptr<KrRenderShape> shape;
-    if (!m_updateHook && m_shape.lock(shape)) {
+    // Not locked: a shape under construction has no reference yet.
+    KrRenderShape* const shape = m_shape.get();
+    if (!m_updateHook && shape) {
         m_updateHook = new UpdateHook(*this);
         shape->addUpdateCallback(m_updateHook);
     }
@@ -886,7 +956,15 @@ void KrTextureMarker::addCallback(KrMarkingCallback* callback)
 
 void KrTextureMarker::removeCallback(KrMarkingCallback* callback)
 {
-    m_callbacks.erase(std::remove(m_callbacks.begin(), m_callbacks.end(), callback), m_callbacks.end());
+    const auto found = std::find(m_callbacks.begin(), m_callbacks.end(), callback);
+    if (!callback || found == m_callbacks.end()) {
+        return;
+    }
+    if (m_isCalling) {
+        *found = nullptr;
+    } else {
+        m_callbacks.erase(found);
+    }
 }
 
 const osg::Texture2D& KrTextureMarker::texture() const

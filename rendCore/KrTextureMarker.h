@@ -5,6 +5,7 @@
 #include <osg/Matrixd>
 #include <osg/Node>
 #include <osg/Referenced>
+#include <osg/StateSet>
 #include <osg/Texture2D>
 #include <osg/Vec2>
 #include <osg/Vec4>
@@ -21,7 +22,8 @@ class KrMarkingCallback : public osg::Referenced
 {
 public:
     /// Called once before each frame of a window that shows the shape, whether the shape is in view or not. May call
-    /// every operation of `marker`; its marks are in that frame.
+    /// every operation of `marker`, `detach` too; its marks are in that frame. A callback that is added meanwhile is
+    /// first called before the next frame.
     virtual void mark(KrTextureMarker& marker) = 0;
 
 protected:
@@ -66,13 +68,14 @@ public:
     /// @return null, after one message, for a shape without texture coordinates on unit 0 or a size that is not
     ///         within 1 to 8192
     static KrTextureMarker* of(KrRenderShape& shape, unsigned int width = 1024, unsigned int height = 1024);
-    /// Gives `shape` its own look back and ends the marking of it; nothing when it has no marker.
+    /// Gives `shape` the look back that it had before, textures of its own state set included, and ends the marking of
+    /// it; nothing when it has no marker.
     static void detach(KrRenderShape& shape);
 
     /// One stroke of a round brush along a polyline, or a dot for one point. A stroke does not darken where it crosses
     /// itself, but where pieces of 1024 points meet.
     /// @return false, after one message, and nothing is drawn: without points, with numbers that are not finite, a
-    ///         radius that is not positive, or too many marks (4096) waiting for a frame
+    ///         radius that is not positive, or too many marks (hasRoom) waiting for a frame
     bool stroke(const std::vector<osg::Vec2>& points, const Brush& brush);
     /// A picture of 1 to 4 channels (grey, grey and opacity, RGB, RGBA); copied. False as for `stroke`, or without
     /// pixels.
@@ -81,7 +84,8 @@ public:
     bool stamp(osg::Image* picture, const Placement& placement);
     /// Throws `picture` onto the surface as a slide projector does, upright and filling the view, onto what the
     /// projector sees of the shape in the next frame: parts that the shape itself hides stay as they are. A texel
-    /// takes the mark when its centre lies on the surface.
+    /// takes the mark when its centre lies on the surface. A shape with several parents is where the frame meets it
+    /// first.
     /// @param view        world to projector, as of a camera
     /// @param projection  projector to clip space, as of a camera
     /// @return false as above
@@ -100,6 +104,8 @@ public:
     bool snapshot(KrImage& out) const;
     /// Marks that wait for a frame.
     std::size_t numPendingMarks() const { return m_pending.size(); }
+    /// Whether fewer marks wait than may: 4096.
+    bool hasRoom() const;
     /// What the shape shows.
     const osg::Texture2D& texture() const;
 
@@ -114,8 +120,16 @@ private:
 
     KrTextureMarker(KrRenderShape& shape, unsigned int width, unsigned int height);
 
+    /// What a state set had on unit 0 before it was marked; null where there was nothing.
+    struct OwnLook
+    {
+        osg::StateSet::RefAttributePair texture;
+        osg::StateSet::RefAttributePair texEnv;
+        osg::StateAttribute::GLModeValue mode = osg::StateAttribute::INHERIT;
+    };
+
     void attach(KrRenderShape& shape);
-    bool hasRoom(const char* operation) const;
+    bool checkRoom(const char* operation) const;
     bool addProjection(osg::Image* picture, const Brush& brush, const osg::Matrixd& view,
                        const osg::Matrixd& projection);
 
@@ -125,6 +139,8 @@ private:
     osg::ref_ptr<Target> m_texture;
     osg::ref_ptr<Studio> m_studio;
     std::vector<osg::ref_ptr<osg::Node>> m_pending;
-    std::vector<osg::ref_ptr<KrMarkingCallback>> m_callbacks;
+    std::vector<osg::ref_ptr<KrMarkingCallback>> m_callbacks; ///< null where one was removed while they are called
+    bool m_isCalling = false;
     osg::ref_ptr<UpdateHook> m_updateHook;
+    OwnLook m_ownLook;
 };

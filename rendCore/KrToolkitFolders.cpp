@@ -25,14 +25,19 @@ std::filesystem::path libraryFolder()
     return error ? std::filesystem::path() : file.parent_path();
 }
 
+bool hasFile(const std::filesystem::path& toolkits)
+{
+    std::error_code error;
+    return std::filesystem::is_regular_file(toolkits / kShaderFile, error);
+}
+
 /// The first folder with shader files at one of the places where a build or an installation puts them; empty for none.
 std::filesystem::path findToolkits(std::filesystem::path folder)
 {
     // Libraries lie one or two folders below the prefix: lib, lib64, lib/x86_64-linux-gnu.
     for (int level = 0; level < 3 && folder.has_relative_path(); ++level, folder = folder.parent_path()) {
         for (const char* place : {"toolkits", "share/krRendCore"}) {
-            std::error_code error;
-            if (std::filesystem::is_regular_file(folder / place / kShaderFile, error)) {
+            if (hasFile(folder / place)) {
                 return folder / place;
             }
         }
@@ -50,6 +55,16 @@ bool KrToolkitFolders::setDefault()
     try {
         const std::filesystem::path toolkits = findToolkits(libraryFolder());
         return !toolkits.empty() && setenv(kVariable, toolkits.c_str(), 0) == 0;
+    } catch (...) {
+        // Out of memory: as good as not found.
+        return false;
+    }
+}
+
+bool KrToolkitFolders::hasShaders(const std::string& toolkits)
+{
+    try {
+        return hasFile(toolkits);
     } catch (...) {
         // Out of memory: as good as not found.
         return false;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 /// Where the files lie that this library reads at run time.
 class KrToolkitFolders
 {
@@ -9,4 +11,7 @@ public:
     /// call at their start, before they have threads.
     /// @return whether KR_TOOLKITS is set now; false, without a message, when there is no such folder
     static bool setDefault();
+
+    /// Whether `toolkits`, a folder that KR_TOOLKITS may name, has the shader files.
+    static bool hasShaders(const std::string& toolkits);
 };

@@ -1,6 +1,6 @@
 #include <rendCore/KrWindowInput.h>
 
-#include <rendCore/KrSGWindow.h>
+#include <rendCore/KrMultiRenderWindow.h>
 
 #include <toolkit/window/KrGlxWindowImpl.h>
 
@@ -70,6 +70,16 @@ void enqueue(const KrWindowEvent& event, osgGA::EventQueue& queue, double time)
     }
 }
 
+/// Whether that changed anything. The size of a window of several views is that of one of them.
+bool fit(KrSGWindow& window, unsigned int width, unsigned int height)
+{
+    if (auto* const views = dynamic_cast<KrMultiRenderWindow*>(&window)) {
+        return views->shareOut(width, height);
+    }
+    window.setWindowSize(width, height);
+    return true;
+}
+
 } // namespace
 
 KrWindowInput::KrWindowInput(KrSGWindow& window)
@@ -108,8 +118,7 @@ bool KrWindowInput::take()
     unsigned int height = 0;
     glx->size(width, height);
     if (width != std::max(1u, m_window.windowWidth()) || height != std::max(1u, m_window.windowHeight())) {
-        m_window.setWindowSize(width, height);
-        isDue = true;
+        isDue = fit(m_window, width, height) || isDue;
     }
     return isDue;
 }

@@ -4,7 +4,8 @@ class KrGlxWindowImpl;
 class KrSGWindow;
 
 /// What the user does with a scene window on the screen: hands mouse and keys to the window's viewer, and follows the
-/// size that the user gives it.
+/// size that the user gives it. Of a window of several views each gets its share; a rest of less than a pixel for each
+/// is taken off.
 ///
 ///     KrWindowInput input(window);
 ///     while (!input.isCloseRequested()) {

@@ -21,6 +21,8 @@ uniform vec3 inflection;
 uniform sampler2D sceneDepth; // window depth of the solids
 uniform vec4 sceneDepthArea;  // the lower left pixel of its picture, and 1 / its size; 0 where it has none
 uniform float plumeAlpha;     // multiplies every opacity
+uniform sampler3D blockMaxima; // the greatest value that the field reaches anywhere in a block of cells
+uniform float blockEdge;       // cells along each edge of a block; 0 where there are no maxima
 
 varying vec3 rayEnd;
 varying vec3 rayDirection;
@@ -32,15 +34,21 @@ const float maxSteps = 2048.0;       // a ray through more cells than half of th
 const float opaqueRemainder = 0.01;  // less light than this from behind is none
 const float smallestEdge = 1.0e-6;   // m; a flat box has no zero to divide by
 
-// Where inside the transfer function a value lies: 0 (empty) to 1.
-float levelOf(float value)
+// Where the level is 0, 1/2 and 1.
+vec3 levelBends()
 {
     vec3 bends = inflection.z > inflection.x ? inflection : vec3(0.0, 0.5, 1.0);
     if (bends.y <= bends.x || bends.y >= bends.z) {
         bends.y = 0.5 * (bends.x + bends.z);
     }
+    return bends;
+}
+
+// Where inside the transfer function a value above its beginning lies: above 0 (empty) to 1.
+float levelOf(float value, vec3 bends)
+{
     if (value < bends.y) {
-        return max(0.5 * (value - bends.x) / (bends.y - bends.x), 0.0);
+        return 0.5 * (value - bends.x) / (bends.y - bends.x);
     }
     return min(0.5 + 0.5 * (value - bends.y) / (bends.z - bends.y), 1.0);
 }
@@ -85,33 +93,50 @@ vec3 visibleRay(out vec3 start)
     return direction * max(part - max(partBehindSolid(), 0.0), 0.0);
 }
 
+// How many steps the block around a place goes on along a ray; negative when all of it is empty.
+float stepsInBlock(vec3 place, vec3 stride, float emptyValue)
+{
+    vec3 blocks = texSize / blockEdge; // the last one of an edge may be cut
+    vec3 block = floor(place * blocks);
+    vec3 ends = (block + vec3(greaterThan(stride, vec3(0.0)))) / blocks;
+    vec3 parts = (ends - place) / stride;
+    float part = max(min(parts.x, min(parts.y, parts.z)), 1.0e-3);
+    return texture3D(blockMaxima, (block + 0.5) / ceil(blocks)).r > emptyValue ? part : -part;
+}
+
 // Colour, multiplied by opacity, and opacity of what lies along a ray.
 vec4 march(vec3 start, vec3 ray)
 {
     float longestEdge = max(max(abs(scaleFactor.x), abs(scaleFactor.y)), max(abs(scaleFactor.z), smallestEdge));
     float steps = clamp(ceil(stepsPerCell * length(ray * texSize)), 1.0, maxSteps);
     float depthPerStep = lutFactor * length(ray * scaleFactor) / (longestEdge * steps);
+    vec3 stride = ray / steps;
+    vec3 bends = levelBends();
 
     vec3 color = vec3(0.0);
     float remainder = 1.0;
-    bool afterGap = false;
-    // Rays start at different parts of a step: what would be rings is fine grain.
+    // Rays start at different parts of a step: what would be rings is fine grain. So is what is thinner than a step,
+    // which only some of the rays meet.
     float at = noise(gl_FragCoord.yx + 47.0);
+    float blockEnd = blockEdge > 0.0 ? 0.0 : steps;
     while (at < steps && remainder > opaqueRemainder) {
-        float level = levelOf(texture3D(texture0, start + ray * (at / steps)).r);
-        if (level <= 0.0) {
-            // Between two steps nothing that fills a cell is missed; its first half is fetched below.
-            at += 2.0;
-            afterGap = true;
-        } else if (afterGap) {
-            at -= 1.0;
-            afterGap = false;
-        } else {
+        vec3 place = start + stride * at;
+        if (at >= blockEnd) {
+            float ahead = stepsInBlock(place, stride, bends.x);
+            blockEnd = at + abs(ahead);
+            if (ahead < 0.0) {
+                at += ceil(-ahead);
+                continue;
+            }
+        }
+        float value = texture3D(texture0, place).r;
+        if (value > bends.x) {
+            float level = levelOf(value, bends);
             float kept = exp(-depthPerStep * level * level * (3.0 - 2.0 * level));
             color += remainder * (1.0 - kept) * texture1D(texture1, level).rgb;
             remainder *= kept;
-            at += 1.0;
         }
+        at += 1.0;
     }
     // The rest of a ray that ended early would add about the same colour: nothing of it stays out.
     float opacity = 1.0 - remainder;

@@ -151,6 +151,24 @@ TEST_F(KrClientStateTest, EveryOperationLeavesTheClientsState)
     check("another size and system");
     guest->closeWindow();
     check("closeWindow");
+
+    class Closer : public KrSGWindow::DrawCallback
+    {
+    public:
+        explicit Closer(KrSGWindow& window)
+            : m_window(window)
+        {
+        }
+        bool preRender(osgViewer::Viewer*) override { return m_window.closeWindow(); }
+
+    private:
+        KrSGWindow& m_window;
+    };
+    guest->setStatedSystem(system);
+    guest->setDrawCallback(new Closer(*guest));
+    EXPECT_TRUE(guest->renderScene(false));
+    EXPECT_FALSE(guest->isInitialized());
+    check("closed within a frame");
 }
 
 /// One triangle with texture coordinates.

@@ -191,6 +191,7 @@ TEST(KrMathRoutine, ParabolicSearchFailsOutOfBoundsAndOnStraightLines)
     EXPECT_EQ(search(-1.0f, 0.0f, 2.0f, -1.0f, 0.2f, 50, &best), -1.0f) << "above the bounds";
     EXPECT_EQ(KrMathRoutine().parabolicSearch(0, 1, 2, 3, 3, 3, parabola, 0.1f, -9, 9, 9, &best), -1.0f);
     EXPECT_EQ(KrMathRoutine().parabolicSearch(0, 1, 2, 3, float(kNaN), 3, parabola, 0.1f, -9, 9, 9, &best), -1.0f);
+    EXPECT_EQ(KrMathRoutine().parabolicSearch(0, 1, 2, 5, 3, 6, nullptr, 0.1f, -9, 9, 9, &best), -1.0f);
     EXPECT_EQ(best, -9.0f);
     // The bounds themselves are allowed.
     EXPECT_NEAR(search(-1.0f, 0.0f, 2.0f, 0.25f, 0.25f, 1, &best), 2.0f, 1e-6f);

@@ -8,10 +8,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 namespace
 {
@@ -238,6 +240,54 @@ TEST(KrMultiRenderWindowLayout, RefusesWhatIsTooLargeWithoutTouchingTheSize)
     EXPECT_EQ(unset.getNumWindows(), 1u);
 }
 
+/// Counts the frames in which it is called.
+class Counter : public osg::Camera::DrawCallback
+{
+public:
+    using osg::Camera::DrawCallback::operator();
+    void operator()(osg::RenderInfo&) const override { ++calls; }
+    mutable int calls = 0;
+};
+
+TEST(KrMultiRenderWindowLayout, WindowsWhoseFirstLayoutWasRefusedCanBeOpenedAndDrawn)
+{
+    MessageRecorder messages;
+    OpenMulti refused(3000, 400, 2);
+    if (!refused.init()) {
+        GTEST_SKIP() << refused.report().text();
+    }
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(refused.capture()); // opens it, asks it to open again
+    }
+    EXPECT_EQ(refused.m_views[0]->getViewport()->width(), refused.windowWidth()) << "view 0 has the whole window";
+    const auto* const cleared = refused.getViewer()->getCamera()->getInitialDrawCallback();
+    ASSERT_NE(cleared, nullptr);
+    EXPECT_EQ(cleared->getNestedCallback(), nullptr) << "one of it, called once a frame";
+    refused.setWindowParams(kWidth, kHeight, 2);
+    EXPECT_TRUE(refused.capture());
+    EXPECT_EQ(refused.m_views[1]->getViewport()->x(), double(kWidth));
+
+    OpenMulti flat;
+    flat.setNumColumnsHint(4000000000u); // fits: the views are 0 pixels wide
+    EXPECT_TRUE(flat.renderScene(true));
+}
+
+TEST(KrMultiRenderWindowLayout, AClientsCallbackStaysWithTheViewerThatItWasAddedTo)
+{
+    OpenMulti window(kWidth, kHeight, 3);
+    const osg::ref_ptr<Counter> counter = new Counter;
+    for (int i = 0; i < 3; ++i) {
+        if (!window.init()) {
+            GTEST_SKIP() << window.report().text();
+        }
+        window.getViewer()->getCamera()->addInitialDrawCallback(counter);
+        window.init();
+        window.renderScene(true);
+        EXPECT_EQ(counter->calls, i + 1);
+        window.closeWindow();
+    }
+}
+
 TEST(KrMultiRenderWindowLists, FollowTheSizeRuleAsStated)
 {
     OpenMulti window(100, 100, 3);
@@ -456,6 +506,90 @@ TEST_F(KrMultiRenderWindowTest, AHintLaysTheTilesOutAnew)
     window.setWindowParams(kWidth, kHeight, 5);
     EXPECT_EQ(window.getViewer()->getNumSlaves(), 4u);
     EXPECT_TRUE(window.capture());
+}
+
+TEST_F(KrMultiRenderWindowTest, ARefusedLayoutLeavesThePictureAsItWas)
+{
+    window.setEyePoints(fourEyes());
+    ASSERT_TRUE(window.capture());
+    const KrImage before = window.picture;
+    const auto expectAsBefore = [this, &before](const char* what) {
+        ASSERT_TRUE(window.capture()) << what;
+        ASSERT_EQ(window.picture.sizeInBytes(), before.sizeInBytes()) << what;
+        EXPECT_EQ(std::memcmp(window.picture.data(), before.data(), before.sizeInBytes()), 0) << what;
+    };
+    for (const bool offScreen : {false, true}) {
+        window.setOffScreenRendering(offScreen);
+        window.setWindowParams(3000, 400, 4);
+        expectAsBefore("too wide");
+        window.setWindowParams(4000000000u, kHeight, 4);
+        expectAsBefore("wide beyond measure");
+        window.setWindowParams(kWidth, 3000000000u, 4);
+        expectAsBefore("too high");
+        EXPECT_TRUE(window.setWindowSize(1100, 1100));
+        EXPECT_EQ(window.windowWidth(), 2 * kWidth);
+        EXPECT_EQ(window.aspectRatio(), 1.5);
+        expectAsBefore("too large as a size of one view");
+    }
+    window.setOffScreenRendering(false);
+    // A size that no surface has.
+    EXPECT_FALSE(window.setWindowSize(4000000000u, 2000000000u));
+    EXPECT_EQ(window.aspectRatio(), 2.0) << "kept: the ratio is set all the same";
+    expectAsBefore("no size of a window");
+
+    // The views that stay keep their tiles; those that went leave none of their pixels.
+    window.setWindowParams(3000, 400, 2);
+    ASSERT_TRUE(window.renderScene(false));
+    KrImage first;
+    ASSERT_TRUE(window.renderSceneAndCaptureImage(first, KrSGWindow::CaptureColor));
+    EXPECT_EQ(first.width(), kWidth);
+    ASSERT_TRUE(window.capture());
+    const std::size_t half = before.sizeInBytes() / 2;
+    EXPECT_EQ(std::memcmp(window.picture.data() + half, before.data() + half, half), 0) << "the upper row";
+    EXPECT_NEAR(meanColour(window.picture, kWidth, kHeight / 2, 30)[0], 255.0, 0.01);
+}
+
+TEST_F(KrMultiRenderWindowTest, OverlayTextLiesOverTheWindowOnce)
+{
+    constexpr int kWhole[] = {2 * kWidth, 2 * kHeight};
+    const auto draw = [&kWhole](KrSGWindow& shown) {
+        shown.setOverlayText("HHHHHHHHHH", 5, 95, KrColor(1.0, 0.0, 0.0, 0.5)); // over all four tiles
+        EXPECT_TRUE(shown.renderScene(false));
+        std::vector<unsigned char> pixels(3u * kWhole[0] * kWhole[1]);
+        glPixelStorei(GL_PACK_ALIGNMENT, 1);
+        glReadPixels(0, 0, kWhole[0], kWhole[1], GL_RGB, GL_UNSIGNED_BYTE, pixels.data());
+        return pixels;
+    };
+    KrSGWindow plain;
+    plain.setWindowSize(kWhole[0], kWhole[1]);
+    ASSERT_TRUE(plain.init());
+    const std::vector<unsigned char> expected = draw(plain);
+    EXPECT_LT(*std::min_element(expected.begin(), expected.end()), 150);
+    window.getNode()->removeChildren(window.getNode()->getNumChildren() - 1, 1); // the balls
+    EXPECT_EQ(draw(window), expected);
+}
+
+TEST_F(KrMultiRenderWindowTest, MayBeClosedByInputWithinAFrame)
+{
+    class Quitter : public KrSGBaseInputHandler
+    {
+    public:
+        using KrSGBaseInputHandler::KrSGBaseInputHandler;
+        bool handle(const osgGA::GUIEventAdapter&, osgGA::GUIActionAdapter&) override
+        {
+            return window()->getViewer() && window()->closeWindow();
+        }
+    };
+    window.setEyePoints(fourEyes());
+    ASSERT_TRUE(window.capture());
+    const KrImage before = window.picture;
+    window.setInputHandler(new Quitter(&window));
+    EXPECT_TRUE(window.renderScene(true));
+    EXPECT_FALSE(window.isInitialized());
+    window.setInputHandler(new KrSGBaseInputHandler(&window));
+    window.setNode(axes());
+    ASSERT_TRUE(window.capture());
+    EXPECT_EQ(std::memcmp(window.picture.data(), before.data(), before.sizeInBytes()), 0);
 }
 
 // What is on the screen, not what a capture puts together.

@@ -1,7 +1,7 @@
 #include <rendCore/KrOrbitInputHandler.h>
 
+#include <rendCore/KrMultiRenderWindow.h>
 #include <rendCore/KrRenderTypes.h>
-#include <rendCore/KrSGWindow.h>
 
 #include <tests/support/Allocations.h>
 #include <tests/support/MessageRecorder.h>
@@ -319,6 +319,62 @@ TEST_F(KrOrbitInputHandlerTest, FollowsMouseAndKeysWithinTheFrameThatTheyComeIn)
     handler->orbit(kPi / 2.0, 0.0);
     handler->zoomAt(2.0, 0.3, 0.3);
     EXPECT_FALSE(handler->fit());
+}
+
+TEST_F(KrOrbitInputHandlerTest, GoesHomeWithTheLensThatTheWindowHas)
+{
+    KrPovParameters zoomed = pov(KrVector(0.0, 4.0, 0.0), KrVector(0.0, 1.0, 0.0));
+    zoomed.setFieldOfView(1.25);
+    window.setPovParameters(zoomed);
+    handler->home();
+    EXPECT_EQ(window.getPovParameters().fieldOfView(), 1.25);
+    expectNear(eyeOf(*handler), osg::Vec3d(6.0, 0.0, 0.0), kRound);
+    window.setPovParameters(zoomed);
+    window.setInputHandler(handler); // sends it home, too
+    EXPECT_EQ(window.getPovParameters().fieldOfView(), 1.25);
+}
+
+TEST(KrOrbitInputHandlerInSeveralViews, TakesViewZeroForItsPicture)
+{
+    KrMultiRenderWindow window(200, 150, 2);
+    window.setPovParameters(pov(KrVector(6.0, 0.0, 0.0), KrVector(0.0, 0.0, 0.0)));
+    if (!window.init()) {
+        GTEST_SKIP() << window.report().text();
+    }
+    window.setBackgroundColor(KrColor(0.0, 0.0, 1.0));
+    const osg::ref_ptr<KrOrbitInputHandler> handler = new KrOrbitInputHandler(&window);
+    window.setInputHandler(handler);
+    window.setNode(ball(osg::Vec3(), 1.0f));
+    window.setEyePoints({KrVector(), KrVector(0.0, -6.0, 0.0)});
+    KrImage image;
+    for (const bool parallel : {false, true}) {
+        handler->setParallel(parallel);
+        ASSERT_TRUE(window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
+        const Spot spot(image);
+        EXPECT_NEAR((spot.right - spot.left) * 200.0, (spot.top - spot.bottom) * 150.0, 4.0) << "a ball is round";
+        EXPECT_TRUE(spot.isInside());
+    }
+    handler->setParallel(false);
+
+    auto* const context = window.getViewer()->getCamera()->getGraphicsContext();
+    osgGA::EventQueue& queue = *static_cast<osgViewer::GraphicsWindow*>(context)->getEventQueue();
+    const auto eye = [&window] { return window.getPovParameters().eyepoint(); };
+    queue.mouseButtonPress(100.0f, 75.0f, 1);
+    queue.mouseMotion(125.0f, 75.0f); // a sixth of the height of the view
+    queue.mouseButtonRelease(125.0f, 75.0f, 1);
+    window.renderScene(false);
+    EXPECT_NEAR(eye().y(), -6.0 * std::sin(kPi / 6.0), kPixel);
+
+    const KrVector before = eye();
+    queue.mouseButtonPress(300.0f, 75.0f, 1); // begins over the other view, ends over this one
+    queue.mouseMotion(100.0f, 50.0f);
+    queue.mouseButtonRelease(100.0f, 50.0f, 1);
+    queue.mouseDoubleButtonPress(300.0f, 75.0f, 1);
+    window.renderScene(false);
+    EXPECT_EQ(eye(), before);
+    queue.mouseDoubleButtonPress(100.0f, 75.0f, 1);
+    window.renderScene(false);
+    EXPECT_NEAR(window.getPovParameters().centerOfInterest().length(), 1.0, 0.02) << "the middle of view 0";
 }
 
 TEST_F(KrOrbitInputHandlerTest, MovesWithoutAllocating)

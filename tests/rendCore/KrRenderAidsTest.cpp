@@ -3,6 +3,7 @@
 #include <rendCore/KrRenderTypes.h>
 #include <rendCore/KrRenderWindow.h>
 
+#include <tests/rendCore/ShapeTestMesh.h>
 #include <tests/support/Pictures.h>
 #include <tests/support/Systems.h>
 
@@ -13,7 +14,11 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdio>
+#include <string>
 #include <vector>
 
 namespace
@@ -123,6 +128,46 @@ TEST_F(KrRenderAidsTest, RestoringASelectionGivesTheSamePicture)
     EXPECT_NE(picture(), before) << "the base is faded";
     system.clearSelection();
     EXPECT_EQ(picture(), before);
+}
+
+TEST_F(KrRenderAidsTest, ASelectedLinkWithoutTextureCoordinatesIsNotTextured)
+{
+    // A mesh that glows red, with a blue picture that it has no coordinates for, faces the eye.
+    const std::string path = testing::TempDir() + std::to_string(getpid()) + "blue.png";
+    KrImage blue;
+    blue.allocate(3, 0, 2, 2);
+    for (std::size_t i = 2; i < blue.sizeInBytes(); i += 3) {
+        blue.data()[i] = 255;
+    }
+    ASSERT_TRUE(blue.writeFile(path, KrImage::TopRowFirst));
+    KrDataMap material;
+    material.setReal("krEmissionRed", 1.0);
+    material.setString("krTextureFilename", path);
+    const auto mesh = boost::make_shared<KrTriPhysicalExtent>();
+    ASSERT_TRUE(ShapeTestMesh::setTriangles(*mesh, {"a"}));
+    mesh->setMaterial("a", material);
+    KrIndividualManipulator robot("robot");
+    robot.addShape(mesh);
+    KrManipulatorSystem robots;
+    robots.manipulators().push_back(robot);
+    KrStatedSystem textured(robots);
+    window.setStatedSystem(textured);
+    KrPovParameters pov;
+    pov.setEyepoint(KrVector(0.3, 0.3, 1.0));
+    pov.setCenterOfInterest(KrVector(0.3, 0.3, 0.0));
+    pov.setUp(KrVector(0.0, 1.0, 0.0));
+    window.setPovParameters(pov);
+    const auto middle = [this] {
+        const std::vector<unsigned char> pixels = picture();
+        const std::size_t first = 3 * (50 * 100 + 50);
+        return std::vector<unsigned char>(pixels.begin() + first, pixels.begin() + first + 3);
+    };
+    const std::vector<unsigned char> before = middle();
+    EXPECT_GT(before[0], 200);
+    EXPECT_LT(before[2], 100);
+    ASSERT_TRUE(textured.selectShape(KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 0)));
+    EXPECT_EQ(middle(), before);
+    std::remove(path.c_str());
 }
 
 TEST_F(KrRenderAidsTest, ASystemLoadedAnewWhileSomethingIsSelectedCanBeRestored)

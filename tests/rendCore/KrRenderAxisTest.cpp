@@ -3,6 +3,7 @@
 #include <rendCore/KrRenderLink.h>
 #include <rendCore/KrRenderManipulator.h>
 #include <rendCore/KrRenderTypes.h>
+#include <tests/rendCore/SceneSamples.h>
 
 #include <toolkit/system/KrIndividualManipulator.h>
 
@@ -42,14 +43,6 @@ unsigned int numTriads(const osg::Group& parent)
     }
     return count;
 }
-
-/// A link without a DH frame.
-class BareLink : public KrRenderLink
-{
-public:
-    using KrRenderLink::KrRenderLink;
-    osg::ref_ptr<osg::MatrixTransform> getDhFrame() const override { return nullptr; }
-};
 
 } // namespace
 
@@ -120,7 +113,7 @@ TEST(KrRenderAxis, LinksGetOneTriadAndManipulatorsOneMoreAtEveryPass)
 TEST(KrRenderAxis, ALinkWithoutDhFrameGetsTheTriadOnItselfOnly)
 {
     const KrManipulatorLink description("link");
-    const osg::ref_ptr<KrRenderLink> link = new BareLink(description, 0, 0, KrMaterialMap());
+    const osg::ref_ptr<KrRenderLink> link = new SceneSamples::BareLink(description, 0, 0, KrMaterialMap());
     KrRenderAxis::init(link);
     EXPECT_EQ(numOccurrences(*link, KrRenderAxis::linkAxis(false)), 1u);
 }
@@ -132,5 +125,5 @@ TEST(KrRenderAxis, ScalesEveryTriadAtOnce)
     const float before = root->getBound().radius();
     KrRenderAxis::scaleAxis(1.0);
     EXPECT_NEAR(root->getBound().radius(), 5.0f * before, 1e-4f);
-    KrRenderAxis::scaleAxis(0.2);
+    KrRenderAxis::scaleAxis(0.2f); // as it was, in single precision: tests run in any order
 }

@@ -130,4 +130,9 @@ TEST(KrRenderBoundingVolumes, EveryLinkWithAShapeGetsASwitchUnderItsDhFrame)
     KrRenderBoundingVolumes::init(node, robot.dataMaps());
     EXPECT_EQ(armNode.getDhFrame()->getNumChildren(), 3u);
     KrRenderBoundingVolumes::init(nullptr, robot.dataMaps());
+
+    const osg::ref_ptr<KrRenderLink> bareLink = new BareLink(arm, 0, 0, KrMaterialMap());
+    KrRenderBoundingVolumes::init(bareLink, KrMaterialMap());
+    ASSERT_EQ(bareLink->getNumChildren(), 1u);
+    EXPECT_EQ(bareLink->getChild(0)->asGroup()->getNumChildren(), 1u) << "the arm's shape only";
 }

@@ -1,8 +1,10 @@
 #include <rendCore/KrRenderDeformationShape.h>
 
 #include <tests/rendCore/ShapeTestMesh.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/geometry/KrColor.h>
+#include <toolkit/geometry/KrPrimitiveMesh.h>
 
 #include <osg/Material>
 #include <osg/StateSet>
@@ -10,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <optional>
 
 namespace
 {
@@ -83,6 +86,69 @@ TEST_F(KrRenderDeformationShapeTest, RebuildsItsGroupsWhenTheMeshIsCut)
     ASSERT_TRUE(ShapeTestMesh::setTriangles(m_mesh, {"a"}, 2.0));
     m_shape->update(&m_mesh);
     EXPECT_EQ(m_shape->getNumDrawables(), 1u);
+}
+
+TEST_F(KrRenderDeformationShapeTest, TakesOverAnotherExtentWhereverItLies)
+{
+    std::optional<KrDeformationPhysicalExtent> extent(std::in_place);
+    extent->setMesh(m_mesh);
+    m_shape->update(&*extent);
+    ASSERT_TRUE(ShapeTestMesh::setTriangles(m_mesh, {"a", "b"}, 5.0));
+    extent.emplace(); // at the same address, with the same counts
+    extent->setMesh(m_mesh);
+    m_shape->update(&*extent);
+    EXPECT_EQ(vertex(1, 0).z(), 5.0f);
+
+    // From one with caps to one of another class, whose groups have those numbers.
+    KrDeformationPhysicalExtent box;
+    box.setMesh(*KrPrimitiveMesh::box(KrVector(1.0, 1.0, 1.0), "skin"));
+    ASSERT_TRUE(box.cutByPlane(0, KrVector(), KrVector(0.0, 0.0, 1.0), "cap"));
+    m_shape->update(&box);
+    ASSERT_EQ(m_shape->getNumDrawables(), 4u);
+    EXPECT_EQ(geometry(3).getStateSet()->getTextureMode(0, GL_TEXTURE_2D),
+              unsigned(osg::StateAttribute::OFF | osg::StateAttribute::PROTECTED));
+    ASSERT_TRUE(ShapeTestMesh::setTriangles(m_mesh, {"a", "b", "c", "a", "b"}));
+    m_shape->update(&m_mesh);
+    ASSERT_EQ(m_shape->getNumDrawables(), 5u);
+    EXPECT_EQ(geometry(3).getStateSet()->getTextureMode(0, GL_TEXTURE_2D), unsigned(osg::StateAttribute::INHERIT));
+}
+
+TEST_F(KrRenderDeformationShapeTest, StaysAsItWasWhileAnExtentIsOutOfRange)
+{
+    KrDeformationPhysicalExtent extent;
+    extent.setMesh(m_mesh);
+    std::vector<KrVector> far = extent.vertices();
+    far[4] += KrVector(1.0, 0.0, 0.0);
+    ASSERT_TRUE(extent.setPose("far", far));
+    m_shape->update(&extent);
+    const osg::Vec3 before = vertex(1, 1);
+    MessageRecorder messages;
+    for (const double weight : {1e20, 1e40, 1e308}) {
+        ASSERT_TRUE(extent.setWeight(0, weight));
+        m_shape->update(&extent);
+        EXPECT_TRUE(vertex(1, 1) == before) << weight;
+    }
+    ASSERT_TRUE(extent.setWeight(0, 0.0));
+    ASSERT_TRUE(extent.cutByPlane(0, KrVector(0.5, 0.0, 0.0), KrVector(1.0, 0.0, 0.0)));
+    ASSERT_TRUE(extent.setWeight(0, 1e30));
+    m_shape->update(&extent);
+    EXPECT_EQ(m_shape->getNumDrawables(), 2u);
+    EXPECT_EQ(messages.count(), 1u) << messages.all();
+    const osg::ref_ptr<KrRenderShape> late = new KrRenderDeformationShape(&extent, m_materials);
+    EXPECT_EQ(late->getNumDrawables(), 0u);
+
+    ASSERT_TRUE(extent.setWeight(0, 2.0));
+    for (const osg::ref_ptr<KrRenderShape>& shape : {m_shape, late}) {
+        shape->update(&extent);
+        ASSERT_EQ(shape->getNumDrawables(), extent.groups().size());
+        EXPECT_EQ(shape->getBoundingBox().xMax(), 4.0f);
+    }
+    KrCoordinateSystemTransformation nowhere;
+    nowhere.setTranslation(KrVector(0.0, std::numeric_limits<double>::infinity(), 0.0));
+    extent.setPlacement(nowhere);
+    m_shape->update(&extent);
+    EXPECT_EQ(m_shape->getBoundingBox().yMax(), 1.0f);
+    EXPECT_EQ(messages.count(), 3u) << messages.all();
 }
 
 TEST_F(KrRenderDeformationShapeTest, KeepsItsGeometryWithoutAMesh)

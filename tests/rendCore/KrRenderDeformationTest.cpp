@@ -16,7 +16,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -137,15 +136,10 @@ TEST(KrRenderDeformation, AFrameOfMovedVerticesIsTakenOverInPlaceAndAllocatesNot
     };
     frame(0.1);
     const std::size_t before = Allocations::now().withNew;
-    const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < 10; ++i) {
         frame(0.1 * i);
     }
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     EXPECT_EQ(Allocations::now().withNew, before);
-    // Some 3 ms a frame on one slow core; twenty times that is no longer interactive.
-    EXPECT_LT(took.count(), 0.6);
-    RecordProperty("millisecondsPerFrame", std::to_string(100.0 * took.count()));
     frame(1.0);
     EXPECT_EQ(shape->getDrawable(0), drawable);
     EXPECT_NE(verticesOf(*shape, 0).getModifiedCount(), modified) << "else the graphics card keeps the old ones";

@@ -144,6 +144,20 @@ TEST_F(KrRenderGridPhysicalExtentTest, ANeverSetGridHarmsNothing)
     EXPECT_EQ(vec3Uniform(*geode->getStateSet(), "texSize"), osg::Vec3());
 }
 
+TEST_F(KrRenderGridPhysicalExtentTest, ScaledValuesThatTheTextureCannotHoldAreToldOnce)
+{
+    for (const double scale : {65504.0, 65504.1, -65504.1}) {
+        KrGridPhysicalExtent grid;
+        ASSERT_TRUE(grid.setGrid(KrVector(), KrVector(1.0, 1.0, 1.0), 2, 2, 1, {0.0, 1.0, 0.5, 1.0}));
+        grid.setDataScale(scale);
+        const MessageRecorder messages;
+        const osg::ref_ptr<osg::Geode> geode = KrRenderGridPhysicalExtent::init(&grid);
+        // Two are about the shaders.
+        EXPECT_EQ(messages.count(), scale == 65504.0 ? 2u : 3u) << messages.all();
+        EXPECT_EQ(messages.all().find("value 1 ") != std::string::npos, scale != 65504.0) << messages.all();
+    }
+}
+
 TEST_F(KrRenderGridPhysicalExtentTest, LookupColoursAreTruncatedAndWrap)
 {
     const double nan = std::numeric_limits<double>::quiet_NaN();

@@ -75,6 +75,10 @@ TEST(KrRenderMassProperties, EveryLinkWithAMassGetsItsEllipsoidUnderItsDhFrame)
     EXPECT_EQ(frameOf(base)->getNumChildren(), 2u);
     EXPECT_EQ(messages.count(), 1u) << "told once";
     KrRenderMassProperties::init(nullptr);
+
+    const osg::ref_ptr<KrRenderLink> bareLink = new BareLink(arm, 0, 0, KrMaterialMap());
+    KrRenderMassProperties::init(bareLink);
+    EXPECT_EQ(bareLink->getChild(0)->asGroup()->getNumChildren(), 0u) << "no DH frame is told";
 }
 
 TEST(KrRenderMassProperties, TheEllipsoidOfATurnedBoxIsTurnedInTheWorld)

@@ -1,9 +1,17 @@
 // Draws plumes with their shaders and looks at the pictures.
 
+// Before all others: theirs come without the functions.
+#define GL_GLEXT_PROTOTYPES
+#include <GL/gl.h>
+#include <GL/glext.h>
+
 #include <rendCore/KrRenderGridPhysicalExtent.h>
 #include <rendCore/KrRenderWindow.h>
 #include <rendCore/KrToolkitFolders.h>
 
+#include <toolkit/window/KrExternalWindowImpl.h>
+
+#include <tests/support/MessageRecorder.h>
 #include <tests/support/Pictures.h>
 #include <tests/support/Systems.h>
 
@@ -11,8 +19,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <memory>
 #include <vector>
 
 namespace
@@ -41,6 +51,24 @@ boost::shared_ptr<KrGridPhysicalExtent> plume(unsigned int n, const std::vector<
 boost::shared_ptr<KrGridPhysicalExtent> evenPlume(unsigned int n, double value)
 {
     return plume(n, std::vector<double>(std::size_t{n} * n * n, value));
+}
+
+/// A framebuffer object with colour and depth in the current context, bound to be drawn to.
+GLuint makeFramebuffer(GLsizei samples)
+{
+    GLuint name = 0;
+    glGenFramebuffers(1, &name);
+    glBindFramebuffer(GL_FRAMEBUFFER, name);
+    for (const bool isDepth : {false, true}) {
+        GLuint buffer = 0;
+        glGenRenderbuffers(1, &buffer);
+        glBindRenderbuffer(GL_RENDERBUFFER, buffer);
+        glRenderbufferStorageMultisample(GL_RENDERBUFFER, samples, isDepth ? GL_DEPTH_COMPONENT24 : GL_RGBA8, kSize,
+                                         kSize);
+        glFramebufferRenderbuffer(GL_FRAMEBUFFER, isDepth ? GL_DEPTH_ATTACHMENT : GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER,
+                                  buffer);
+    }
+    return name;
 }
 
 /// A window on a blue background that shows a plume and, it may be, a green box.
@@ -137,6 +165,110 @@ TEST_F(KrRenderPlumeTest, ParallelRaysCrossTheWholeBox)
     look(KrVector(-0.5, -0.5, 3.0), KrVector(-0.5, -0.5, 0.0), KrVector(0.0, 1.0, 0.0));
     window.setViewerAttribute(KrSGWindow::Orthographic, true);
     EXPECT_NEAR(middle()[2], kept(0.05, 2.0), 0.03);
+}
+
+TEST_F(KrRenderPlumeTest, WhatIsThinnerThanAStepIsMetByItsShareOfTheRays)
+{
+    // One layer of 16; a value above x is found within (1 - x) cells of its middle, on both sides.
+    std::vector<double> values(16 * 16 * 16, 0.0);
+    std::fill_n(values.begin() + 7 * 16 * 16, 16 * 16, 1.0);
+    window.setViewerAttribute(KrSGWindow::Orthographic, true);
+    // A step is half a cell: of the rays, (1 - x) / 0.25 meet what lies above x, at most all.
+    for (const double x : {0.7, 0.85, 0.9}) {
+        const auto grid = plume(16, values);
+        grid->setInflection(KrVector(x, 0.5 * (x + 1.0), 1.0));
+        show(grid);
+        lookFromAbove();
+        // Every second ray that meets it does so in its denser half, from level 1/2 on.
+        const double share = std::min((1.0 - x) / 0.25, 1.0);
+        EXPECT_GT(middle()[0], 0.5 * share * (1.0 - kept(0.5, 1.0 / 16.0))) << x;
+        EXPECT_LT(middle()[0], share) << x;
+    }
+}
+
+TEST_F(KrRenderPlumeTest, PassingOverEmptyBlocksChangesNoPicture)
+{
+    // A few cells of many, at the edges of blocks and elsewhere. The box's counts are no multiples of a block.
+    constexpr unsigned int n = 22;
+    std::vector<double> sparse(n * n * n, 0.0);
+    for (std::size_t i = 5; i < sparse.size(); i += 211) {
+        sparse[i] = 0.4;
+    }
+    sparse.back() = sparse.front() = 0.4;
+    // The same with so little everywhere that no block is empty and nothing more is seen.
+    std::vector<double> nowhereEmpty = sparse;
+    for (double& value : nowhereEmpty) {
+        value = std::max(value, 1.0e-5);
+    }
+    for (const KrVector& eye : {KrVector(3.1, 2.3, 3.9), KrVector(-0.3, -0.4, 0.2), KrVector(0.0, 0.0, -4.8)}) {
+        KrImage pictures[2];
+        for (const bool isFull : {false, true}) {
+            show(plume(n, isFull ? nowhereEmpty : sparse));
+            look(eye, KrVector(0.1, 0.0, 0.3), KrVector(0.0, 1.0, 0.0));
+            ASSERT_TRUE(window.renderSceneAndCaptureImage(pictures[isFull ? 1 : 0], KrSGWindow::CaptureColor));
+        }
+        int difference = 0;
+        for (std::size_t i = 0; i < pictures[0].sizeInBytes(); ++i) {
+            difference = std::max(difference, std::abs(pictures[0].data()[i] - pictures[1].data()[i]));
+        }
+        EXPECT_LE(difference, 2);
+        EXPECT_GT(countLit(pictures[0], {0, 0, 255}), std::size_t(500));
+    }
+}
+
+TEST_F(KrRenderPlumeTest, AFieldThatNoTextureHoldsIsToldAtItsFirstDraw)
+{
+    GLint limit = 0;
+    window.makeCurrent();
+    glGetIntegerv(GL_MAX_3D_TEXTURE_SIZE, &limit);
+    for (const bool isTooLong : {false, true}) {
+        const auto length = static_cast<unsigned int>(limit) + (isTooLong ? 1u : 0u);
+        const auto grid = boost::make_shared<KrGridPhysicalExtent>();
+        ASSERT_TRUE(grid->setGrid(KrVector(-1.0, -1.0, -1.0), KrVector(1.0, 1.0, 1.0), 1, length, 2,
+                                  std::vector<double>(std::size_t{2} * length, 0.5)));
+        show(grid);
+        lookFromAbove();
+        const MessageRecorder messages;
+        middle();
+        middle();
+        EXPECT_EQ(messages.count(), isTooLong ? 1u : 0u) << messages.all();
+    }
+}
+
+TEST_F(KrRenderPlumeTest, WhereDepthCannotBeCopiedAPlumeBehindAnotherStillHidesNothing)
+{
+    window.makeCurrent();
+    const GLuint manySamples = makeFramebuffer(4);
+    const GLuint resolved = makeFramebuffer(0);
+    KrExternalWindowImpl::Callbacks callbacks;
+    callbacks.makeCurrent = [this] { return window.makeCurrent(); };
+    callbacks.defaultFramebuffer = [manySamples] { return manySamples; };
+    KrRenderWindow guest;
+    guest.setImpl(std::make_unique<KrExternalWindowImpl>(callbacks));
+    guest.setWindowSize(kSize, kSize);
+    guest.setBackgroundColor(KrColor(0.0, 0.0, 1.0));
+    ASSERT_TRUE(guest.init());
+
+    // The one at the back is drawn first; its walls are nearer than the far wall of the other.
+    const auto thin = boost::make_shared<KrGridPhysicalExtent>();
+    ASSERT_TRUE(thin->setGrid(KrVector(-0.4, -0.4, -0.9), KrVector(0.4, 0.4, -0.5), 1, 1, 1, {0.01}));
+    show(evenPlume(4, 0.05), thin);
+    lookFromAbove();
+    guest.setStatedSystem(system);
+    guest.setPovParameters(window.getPovParameters());
+    guest.renderScene(true);
+
+    window.makeCurrent();
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, manySamples);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, resolved);
+    glBlitFramebuffer(0, 0, kSize, kSize, 0, 0, kSize, kSize, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBindFramebuffer(GL_FRAMEBUFFER, resolved);
+    std::array<unsigned char, 3> pixel = {};
+    glPixelStorei(GL_PACK_ALIGNMENT, 1);
+    glReadPixels(kSize / 2, kSize / 2, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, pixel.data());
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    EXPECT_NEAR(pixel[2] / 255.0, kept(0.05, 2.0), 0.05);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
 }
 
 TEST_F(KrRenderPlumeTest, CellsStandWhereTheirNumbersSay)

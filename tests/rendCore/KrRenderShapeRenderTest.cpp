@@ -10,6 +10,7 @@
 #include <toolkit/image/KrImage.h>
 
 #include <osg/GL>
+#include <osg/Geometry>
 #include <osg/MatrixTransform>
 #include <osgViewer/Viewer>
 
@@ -21,6 +22,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -168,6 +170,38 @@ TEST_F(ShapePicture, ADeformingShapeIsSeenWhereItsExtentIsNow)
     draw();
     EXPECT_NEAR(colorAt(osg::Vec3d(0.25, 0.25, 0.0))[0], 255.0, 1.0);
     EXPECT_NEAR(double(countLit(m_picture, kBackground)), 1600.0, 100.0);
+}
+
+TEST_F(ShapePicture, AnArrayWhereAnEarlierOneLayIsDrawnAllTheSame)
+{
+    const osg::ref_ptr<osg::Geometry> triangle = new osg::Geometry;
+    const osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array;
+    vertices->push_back(osg::Vec3(0.0f, 0.0f, 0.0f));
+    vertices->push_back(osg::Vec3(1.0f, 0.0f, 0.0f));
+    vertices->push_back(osg::Vec3(0.0f, 1.0f, 0.0f));
+    triangle->setVertexArray(vertices);
+    triangle->addPrimitiveSet(new osg::DrawArrays(GL_TRIANGLES, 0, 3));
+    triangle->setUseDisplayList(false);
+    triangle->setUseVertexBufferObjects(true);
+    triangle->getOrCreateStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF);
+    triangle->setColorArray(new osg::Vec4Array(3), osg::Array::BIND_PER_VERTEX);
+    m_group->addChild(triangle);
+    draw();
+    EXPECT_EQ(countLit(m_picture, kBackground), 0u) << "black";
+
+    const void* const place = triangle->getColorArray();
+    triangle->setColorArray(nullptr);
+    std::vector<osg::ref_ptr<osg::Vec4Array>> others;
+    do {
+        others.push_back(new osg::Vec4Array);
+    } while (others.back().get() != place && others.size() < 1000);
+    if (others.back().get() != place) {
+        GTEST_SKIP() << "memory is not used again";
+    }
+    others.back()->assign(3, osg::Vec4(1.0f, 0.0f, 0.0f, 1.0f));
+    triangle->setColorArray(others.back(), osg::Array::BIND_PER_VERTEX);
+    draw();
+    EXPECT_NEAR(colorAt(osg::Vec3d(0.25, 0.25, 0.0))[0], 255.0, 1.0);
 }
 
 TEST_F(ShapePicture, AxesHaveTheirPureColoursHoweverTheLinkIsTurned)

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 
 namespace
@@ -64,6 +66,28 @@ TEST(KrSGBaseInputHandler, ReadsBackWhatItWasGiven)
     EXPECT_LT((out.centerOfInterest() - KrVector(0.5, 0.25, 1)).length(), 1e-5);
 }
 
+TEST(KrSGBaseInputHandler, RoundsSideUpAndEyeToSinglePrecision)
+{
+    const osg::ref_ptr<KrSGBaseInputHandler> handler = new KrSGBaseInputHandler(nullptr);
+    handler->setPovParameters(pov({3.1, -2.2, 1.5}, {0.1, 0.25, 1.3}, {0, 0.1, 1}));
+    KrPovParameters out;
+    handler->getPovParameters(out);
+    EXPECT_EQ(out.centerOfInterest(), KrVector(0.1, 0.25, 1.3)) << "the centre is not rounded";
+    for (const double coordinate : {out.eyepoint().x(), out.eyepoint().y(), out.eyepoint().z()}) {
+        EXPECT_EQ(coordinate, static_cast<double>(static_cast<float>(coordinate)));
+    }
+    // Against the same in double precision: off by some 2^-24, not less.
+    const osg::Matrixd precise =
+        osg::Matrixd::lookAt(osg::Vec3d(3.1, -2.2, 1.5), osg::Vec3d(0.1, 0.25, 1.3), osg::Vec3d(0.0, 0.1, 1.0));
+    const osg::Matrixd rounded = handler->getInverseMatrix();
+    double difference = 0.0;
+    for (int i = 0; i < 12; ++i) {
+        difference = std::max(difference, std::abs(rounded.ptr()[i] - precise.ptr()[i]));
+    }
+    EXPECT_GT(difference, 2e-9);
+    EXPECT_LT(difference, 2e-7);
+}
+
 TEST(KrSGBaseInputHandler, HasNoNumbersForImpossibleViewsButNoNaNEither)
 {
     const osg::ref_ptr<KrSGBaseInputHandler> handler = new KrSGBaseInputHandler(nullptr);
@@ -95,11 +119,11 @@ TEST(KrSGBaseInputHandler, MeasuresItsNode)
     const osg::ref_ptr<KrSGBaseInputHandler> handler = new KrSGBaseInputHandler(nullptr);
     EXPECT_EQ(handler->modelSize(), 0.009999999776482582);
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
-    geode->addDrawable(new osg::ShapeDrawable(new osg::Sphere(osg::Vec3(), 2.0f)));
+    geode->addDrawable(new osg::ShapeDrawable(new osg::Box(osg::Vec3(5.0f, 0.0f, 0.0f), 2.0f, 4.0f, 4.0f)));
     handler->setNode(geode);
-    EXPECT_NEAR(handler->modelSize(), geode->getBound().radius(), 1e-9);
+    EXPECT_NEAR(handler->modelSize(), 3.0, 1e-6); // half the diagonal: 1, 2, 2
     handler->setNode(nullptr);
-    EXPECT_NEAR(handler->modelSize(), geode->getBound().radius(), 1e-9);
+    EXPECT_NEAR(handler->modelSize(), 3.0, 1e-6);
 }
 
 } // namespace

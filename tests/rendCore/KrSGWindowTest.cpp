@@ -4,6 +4,7 @@
 #include <tests/support/Pictures.h>
 
 #include <osg/CullFace>
+#include <osg/GLExtensions>
 #include <osg/Geode>
 #include <osg/PolygonMode>
 #include <osg/ShadeModel>
@@ -11,8 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 namespace
 {
@@ -228,33 +231,109 @@ TEST_F(KrSGWindowTest, DepthIsDarkerNearerAndZeroWhereNothingIs)
     EXPECT_GT(at(64 + 8, 48), at(64, 48));
 }
 
+/// A capture of depths that were never drawn.
+class Injected : public KrSGWindow::ImageCaptureDrawCallback
+{
+public:
+    Injected(KrImage* image, const std::vector<std::uint32_t>& depths)
+        : ImageCaptureDrawCallback(image, KrSGWindow::CaptureDepth)
+    {
+        m_width = static_cast<std::uint32_t>(depths.size());
+        m_height = 1;
+        m_sceneImage->allocateImage(static_cast<int>(m_width), 1, 1, GL_DEPTH_COMPONENT, GL_UNSIGNED_INT);
+        std::copy(depths.begin(), depths.end(), reinterpret_cast<std::uint32_t*>(m_sceneImage->data()));
+    }
+};
+
+/// A bound framebuffer object with a depth of that format.
+class DepthTarget
+{
+public:
+    DepthTarget(osg::State& state, GLenum format)
+    {
+        state.initializeExtensionProcs();
+        m_gl = state.get<osg::GLExtensions>();
+        m_gl->glGenFramebuffers(1, &m_framebuffer);
+        m_gl->glGenRenderbuffers(2, m_buffers);
+        m_gl->glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);
+        attach(0, GL_RGBA8, GL_COLOR_ATTACHMENT0);
+        attach(1, format, GL_DEPTH_ATTACHMENT);
+    }
+    ~DepthTarget()
+    {
+        m_gl->glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        m_gl->glDeleteFramebuffers(1, &m_framebuffer);
+        m_gl->glDeleteRenderbuffers(2, m_buffers);
+    }
+    static GLint depthBits()
+    {
+        GLint bits = 0;
+        glGetIntegerv(GL_DEPTH_BITS, &bits);
+        return bits;
+    }
+
+private:
+    void attach(int buffer, GLenum format, GLenum place)
+    {
+        m_gl->glBindRenderbuffer(GL_RENDERBUFFER, m_buffers[buffer]);
+        m_gl->glRenderbufferStorage(GL_RENDERBUFFER, format, 8, 8);
+        m_gl->glFramebufferRenderbuffer(GL_FRAMEBUFFER, place, GL_RENDERBUFFER, m_buffers[buffer]);
+    }
+
+    const osg::GLExtensions* m_gl = nullptr;
+    GLuint m_framebuffer = 0;
+    GLuint m_buffers[2] = {};
+};
+
 TEST_F(KrSGWindowTest, RemapsInjectedDepthsAsStated)
 {
-    class Injected : public KrSGWindow::ImageCaptureDrawCallback
+    struct Case
+    {
+        GLenum format;
+        GLint bits;
+        std::vector<std::uint32_t> depths;
+        std::vector<unsigned char> bytes; ///< the farthest wraps like the background
+    };
+    const Case cases[] = {
+        {GL_DEPTH_COMPONENT16, 16, {0xFFFF0000, 0xFFFC0000, 0xFFFD0000, 0xFFFE0000}, {0, 0, 128, 0}},
+        // Background is 0xFFFFF700 and no other; as the first minimum it is also the least that counts.
+        {GL_DEPTH_COMPONENT24, 24, {0xFFFFF700, 0xFFFFFE00, 0xFFFFFE80, 0xFFFFFF00}, {0, 224, 240, 0}},
+        {GL_DEPTH_COMPONENT24, 24, {0xFFFFF700, 1000, 1128, 1256}, {0, 0, 128, 0}},
+        {GL_DEPTH_COMPONENT32, 32, {0xFFFFFFFF, 1000, 1128, 1255, 1256}, {0, 0, 128, 255, 0}},
+        {GL_DEPTH_COMPONENT32, 32, {77, 77, 0xFFFFFFFF}, {0, 0, 0}}, // one depth only: 0/0
+    };
+    osg::State& state = *window.getViewer()->getCamera()->getGraphicsContext()->getState();
+    int numTried = 0;
+    for (const Case& test : cases) {
+        const DepthTarget target(state, test.format);
+        if (DepthTarget::depthBits() != test.bits) {
+            continue;
+        }
+        ++numTried;
+        KrImage image;
+        const osg::ref_ptr<Injected> callback = new Injected(&image, test.depths);
+        callback->remapDepthBuffer();
+        ASSERT_EQ(image.sizeInBytes(), test.bytes.size());
+        EXPECT_EQ(std::vector<unsigned char>(image.data(), image.data() + image.sizeInBytes()), test.bytes)
+            << test.bits << " bits";
+    }
+    EXPECT_GT(numTried, 0) << "the driver has none of these depths";
+}
+
+TEST_F(KrSGWindowTest, CapturesNoMoreThanTheTargetTakes)
+{
+    class Small : public KrImage
     {
     public:
-        Injected(KrImage* image, std::initializer_list<std::uint32_t> depths)
-            : ImageCaptureDrawCallback(image, KrSGWindow::CaptureDepth)
-        {
-            m_width = static_cast<std::uint32_t>(depths.size());
-            m_height = 1;
-            m_sceneImage->allocateImage(static_cast<int>(m_width), 1, 1, GL_DEPTH_COMPONENT, GL_UNSIGNED_INT);
-            std::copy(depths.begin(), depths.end(), reinterpret_cast<std::uint32_t*>(m_sceneImage->data()));
-        }
+        Small() { KrImage::allocate(1, 7, 2, 1); }
+        void allocate(unsigned int, unsigned int, unsigned int, unsigned int) override {}
     };
-    GLint depthBits = 0;
-    glGetIntegerv(GL_DEPTH_BITS, &depthBits);
-    if (depthBits != 32) {
-        GTEST_SKIP() << "the cleared depth of " << depthBits << " bits differs";
-    }
-    KrImage image;
-    osg::ref_ptr<Injected> callback = new Injected(&image, {0xFFFFFFFF, 1000, 1128, 1255, 1256});
-    callback->remapDepthBuffer();
-    const unsigned char expected[] = {0, 0, 128, 255, 0}; // the farthest wraps like the background
-    EXPECT_EQ(std::memcmp(image.data(), expected, sizeof expected), 0);
-    callback = new Injected(&image, {77, 77, 0xFFFFFFFF}); // one depth only: 0/0
-    callback->remapDepthBuffer();
-    EXPECT_EQ(image.data()[0], 0);
+    Small small;
+    ASSERT_TRUE(window.capture(small, KrSGWindow::CaptureDepth));
+    EXPECT_EQ(small.data()[1], 0);
+    ASSERT_TRUE(window.capture(small));
+    EXPECT_EQ(small.data()[1], 0);
+    EXPECT_EQ(small.sizeInBytes(), 2u);
 }
 
 TEST_F(KrSGWindowTest, CallbacksFailAsStated)
@@ -378,8 +457,67 @@ TEST_F(KrSGWindowTest, OverlayTextAndMarkersAreKeptAsStated)
     EXPECT_EQ(messages.count(Kr::Print::Warning, "Invalid GUI marker\n"), 1u);
 }
 
+/// What was drawn in another colour than white: columns and rows, row 0 at the bottom.
+struct Extent
+{
+    explicit Extent(const KrSGWindow& window)
+    {
+        const std::size_t width = window.windowWidth();
+        const std::size_t height = window.windowHeight();
+        std::vector<unsigned char> pixels(3 * width * height);
+        glPixelStorei(GL_PACK_ALIGNMENT, 1);
+        glReadPixels(0, 0, static_cast<int>(width), static_cast<int>(height), GL_RGB, GL_UNSIGNED_BYTE, pixels.data());
+        for (std::size_t i = 0; i < width * height; ++i) {
+            const unsigned char* const pixel = pixels.data() + 3 * i;
+            if (pixel[1] < 128) {
+                left = std::min(left, int(i % width));
+                right = std::max(right, int(i % width));
+                bottom = std::min(bottom, int(i / width));
+                top = std::max(top, int(i / width));
+                isRed = isRed && pixel[0] > 250 && pixel[2] == pixel[1];
+            }
+        }
+    }
+    int left = 10000, right = -1, bottom = 10000, top = -1;
+    bool isRed = true;
+};
+
+TEST_F(KrSGWindowTest, OverlayTextStandsWhereItIsPutWhateverTheWindowWasBefore)
+{
+    // Twice as large, opened again at another size, resized.
+    for (int i = 0; i < 4; ++i) {
+        if (i == 2) {
+            window.closeWindow();
+        }
+        window.setWindowSize(128 + 60 * i, 96 + 70 * i);
+        ASSERT_TRUE(window.init());
+        window.setBackgroundColor(KrColor(1.0, 1.0, 1.0));
+        window.clearAllOverlayText();
+        window.setOverlayText("HH", 20, 40, KrColor(1.0, 0.0, 0.0));
+        ASSERT_TRUE(window.renderScene(false));
+        const Extent text(window);
+        const int baseline = static_cast<int>(window.windowHeight()) - 40;
+        EXPECT_NEAR(text.bottom, baseline, 1.0) << "size " << i;
+        EXPECT_NEAR(text.left, 22.0, 3.0) << "the side bearing of the letter";
+        EXPECT_NEAR(text.top - text.bottom, 0.72 * 30.0, 3.0) << "the height of a capital";
+        EXPECT_GT(text.right - text.left, 30);
+        EXPECT_TRUE(text.isRed);
+    }
+    // From the upper left corner: this one stands just above the picture.
+    window.clearAllOverlayText();
+    window.setOverlayText("HH", 0, 0, KrColor(1.0, 0.0, 0.0));
+    window.renderScene(false);
+    EXPECT_EQ(Extent(window).right, -1);
+    window.setOverlayText("HH", 0, window.windowHeight(), KrColor(1.0, 0.0, 0.0));
+    window.renderScene(false);
+    EXPECT_NEAR(Extent(window).bottom, 0, 1.0);
+}
+
 TEST_F(KrSGWindowTest, AnImageFillsTheWindowPixelByPixel)
 {
+    MessageRecorder messages;
+    EXPECT_FALSE(window.setImageBuffer(KrImage(), true));
+    EXPECT_EQ(messages.count(), 0u);
     KrImage image, out;
     for (const unsigned int width : {64u, 50u}) {
         image.allocate(3, 0, width, 48);
@@ -442,6 +580,62 @@ TEST_F(KrSGWindowTest, ClosingOneWindowLeavesTheOthersPictureAlone)
     EXPECT_EQ(std::memcmp(before.data(), after.data(), before.sizeInBytes()), 0);
 }
 
+// By a draw callback, by a handler of input, and by a subclass's update; in the first frame and in a later one.
+TEST_F(KrSGWindowTest, MayBeClosedByWhatAFrameCalls)
+{
+    class Closer : public KrSGWindow::DrawCallback
+    {
+    public:
+        explicit Closer(KrSGWindow& target)
+            : m_window(target)
+        {
+        }
+        bool preRender(osgViewer::Viewer*) override { return m_window.closeWindow(); }
+
+    private:
+        KrSGWindow& m_window;
+    };
+    class Quitter : public KrSGBaseInputHandler
+    {
+    public:
+        using KrSGBaseInputHandler::KrSGBaseInputHandler;
+        bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter&) override
+        {
+            return event.getEventType() == osgGA::GUIEventAdapter::KEYDOWN && window()->closeWindow();
+        }
+    };
+    class Fickle : public OpenWindow
+    {
+    public:
+        bool updateScene() override { return closes ? closeWindow() : KrSGWindow::updateScene(); }
+        bool closes = false;
+    };
+    Fickle fickle;
+    fickle.setWindowSize(64, 64);
+    fickle.setInputHandler(new Quitter(&fickle));
+    for (int way = 0; way < 6; ++way) {
+        SCOPED_TRACE(way);
+        ASSERT_TRUE(fickle.init());
+        fickle.setNode(ball(osg::Vec3(), osg::Vec4(1, 0, 0, 1)));
+        fickle.setPovParameters(pov(KrVector(0.0, 0.0, 6.0)));
+        if (way < 3) {
+            KrImage image;
+            ASSERT_TRUE(fickle.capture(image));
+            EXPECT_LT(meanColour(image, 32, 32, 3)[1], 100.0);
+        }
+        fickle.setDrawCallback(way % 3 == 0 ? new Closer(fickle) : nullptr);
+        if (way % 3 == 1) {
+            auto* const context = fickle.getViewer()->getCamera()->getGraphicsContext();
+            dynamic_cast<osgViewer::GraphicsWindow&>(*context).getEventQueue()->keyPress('q');
+        }
+        fickle.closes = way % 3 == 2;
+        EXPECT_TRUE(fickle.renderScene(true));
+        fickle.closes = false;
+        EXPECT_FALSE(fickle.isInitialized());
+        EXPECT_EQ(fickle.getViewer(), nullptr);
+    }
+}
+
 // A node hidden in the last frame keeps its GL names; the next window gets the same context number.
 TEST_F(KrSGWindowTest, NodesThatOutliveAWindowDrawRightInTheNextOne)
 {
@@ -460,6 +654,33 @@ TEST_F(KrSGWindowTest, NodesThatOutliveAWindowDrawRightInTheNextOne)
     ASSERT_TRUE(next.setNode(kept));
     ASSERT_TRUE(next.capture(after));
     EXPECT_EQ(std::memcmp(before.data(), after.data(), before.sizeInBytes()), 0);
+}
+
+// Replaced as root, it is out of the window's reach when that closes; the next one gives its GL names to others.
+TEST_F(KrSGWindowTest, ARootThatWasReplacedDrawsRightInTheNextWindow)
+{
+    const osg::ref_ptr<osg::LightSource> root = new osg::LightSource;
+    const osg::ref_ptr<osg::Group> kept = ball(osg::Vec3(), osg::Vec4(1, 0, 0, 1));
+    root->addChild(kept);
+    window.setNode(root);
+    KrImage image;
+    ASSERT_TRUE(window.capture(image));
+    window.setNode(new osg::LightSource);
+    window.renderScene(true);
+    window.closeWindow();
+    ASSERT_TRUE(window.init());
+    window.setPovParameters(pov(KrVector(0.0, 0.0, 6.0)));
+    const osg::ref_ptr<osg::ShapeDrawable> box = new osg::ShapeDrawable(new osg::Box(osg::Vec3(), 0.4f));
+    const osg::ref_ptr<osg::Geode> other = new osg::Geode;
+    other->addDrawable(box);
+    window.getNode()->addChild(other);
+    window.renderScene(true);
+    window.getNode()->removeChild(other);
+    window.setNode(kept);
+    ASSERT_TRUE(window.capture(image));
+    const auto colour = meanColour(image, 64, 48, 8);
+    EXPECT_GT(colour[0], 100.0);
+    EXPECT_LT(colour[1], 0.3 * colour[0]) << "with the box's colours it is grey";
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Pictures.h>
 
+#include <toolkit/geometry/KrDeformationPhysicalExtent.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 #include <toolkit/window/KrExternalWindowImpl.h>
 
@@ -14,12 +15,15 @@
 #include <osg/GLExtensions>
 #include <osg/Image>
 #include <osg/MatrixTransform>
+#include <osg/NodeCallback>
+#include <osg/TexEnv>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <string>
@@ -295,6 +299,22 @@ TEST_F(KrTextureMarkerTest, AProjectionMarksOnlyWhatTheProjectorSees)
     EXPECT_TRUE(isColor(spot, 0.2, 0.85, kWhite)) << "the corner of the spot's square";
 }
 
+TEST_F(KrTextureMarkerTest, AShapeWithTwoParentsIsProjectedOntoWhereItIsMetFirst)
+{
+    const osg::ref_ptr<osg::MatrixTransform> second = new osg::MatrixTransform(osg::Matrixd::translate(0.3, 0.0, -1.0));
+    second->addChild(shape);
+    group->addChild(second);
+    const osg::Matrixd projector =
+        osg::Matrixd::lookAt(osg::Vec3d(0.5, 0.5, 10.0), osg::Vec3d(0.5, 0.5, 0.0), osg::Vec3d(0.0, 1.0, 0.0));
+    const osg::Matrixd lens = osg::Matrixd::ortho(-0.1, 0.1, -0.1, 0.1, 1.0, 20.0);
+    for (const osg::Vec4& color : {kRed, kGreen}) {
+        ASSERT_TRUE(marker->project(brush(color), projector, lens));
+        const KrImage picture = capture(window);
+        EXPECT_TRUE(isColor(picture, 0.5, 0.5, color));
+        EXPECT_TRUE(isColor(picture, 0.2, 0.5, kWhite));
+    }
+}
+
 TEST_F(KrTextureMarkerTest, MarksSurviveTheWindowAndAreTheSameInAnother)
 {
     ASSERT_TRUE(marker->stroke({{0.2f, 0.3f}}, brush(kRed)));
@@ -364,6 +384,130 @@ TEST_F(KrTextureMarkerTest, ACallbackMarksItsOwnFrameOnceWhateverSurroundsTheSha
     window.setOffScreenRendering(true);
     EXPECT_TRUE(areEqual(first, capture(window)));
     EXPECT_EQ(painter->calls, 2);
+}
+
+TEST_F(KrTextureMarkerTest, ACallbackMayAddAndRemoveCallbacksAndDetachTheShape)
+{
+    struct Caller : public KrMarkingCallback
+    {
+        void mark(KrTextureMarker& m) override
+        {
+            ++calls;
+            if (action) {
+                action(m);
+            }
+        }
+        std::function<void(KrTextureMarker&)> action;
+        int calls = 0;
+    };
+    struct Counter : public osg::NodeCallback
+    {
+        void operator()(osg::Node* node, osg::NodeVisitor* visitor) override
+        {
+            ++calls;
+            traverse(node, visitor);
+        }
+        int calls = 0;
+    };
+    const osg::ref_ptr<Caller> once = new Caller, always = new Caller, added = new Caller;
+    const osg::ref_ptr<Counter> own = new Counter;
+    once->action = [&](KrTextureMarker& m) {
+        m.removeCallback(once);
+        m.addCallback(added);
+    };
+    marker->addCallback(once);
+    marker->addCallback(always);
+    shape->addUpdateCallback(own); // nested in the marker's
+    capture(window);
+    EXPECT_EQ(once->calls, 1);
+    EXPECT_EQ(always->calls, 1) << "the one that follows";
+    EXPECT_EQ(added->calls, 0) << "from the next frame on";
+    capture(window);
+    EXPECT_EQ(once->calls, 1);
+    EXPECT_EQ(always->calls, 2);
+    EXPECT_EQ(added->calls, 1);
+
+    ASSERT_TRUE(marker->stroke({{0.5f, 0.5f}}, brush(kRed)));
+    marker = nullptr; // else the shape's reference would not be the last
+    always->action = [&](KrTextureMarker& m) {
+        KrTextureMarker::detach(*shape);
+        m.stroke({{0.5f, 0.5f}}, KrTextureMarker::Brush());
+    };
+    const KrImage bare = capture(window);
+    EXPECT_TRUE(isColor(bare, 0.5, 0.5, kWhite));
+    EXPECT_EQ(always->calls, 3);
+    EXPECT_EQ(added->calls, 1) << "the marking has ended";
+    EXPECT_EQ(own->calls, 3) << "the application's own one has not";
+    EXPECT_TRUE(areEqual(bare, capture(window)));
+    EXPECT_EQ(own->calls, 4);
+    EXPECT_EQ(always->calls, 3);
+
+    // An application may drop what holds the marker.
+    marker = KrTextureMarker::of(*shape, 64, 64);
+    marker->addCallback(added);
+    marker = nullptr;
+    shape->setCullCallback(nullptr);
+    capture(window);
+    EXPECT_EQ(added->calls, 1);
+}
+
+TEST_F(KrTextureMarkerTest, GivesBackTheTextureOfTheShapesOwnStateSet)
+{
+    const osg::ref_ptr<osg::Texture2D> own = new osg::Texture2D(fourColors());
+    own->setFilter(osg::Texture::MIN_FILTER, osg::Texture::NEAREST);
+    own->setFilter(osg::Texture::MAG_FILTER, osg::Texture::NEAREST);
+    const osg::ref_ptr<osg::Image> black = new osg::Image;
+    black->allocateImage(2, 2, 1, GL_RGB, GL_UNSIGNED_BYTE, 1);
+    std::memset(black->data(), 0, black->getTotalSizeInBytes());
+    const osg::ref_ptr<osg::Texture2D> ofGroup = new osg::Texture2D(black);
+    const osg::ref_ptr<osg::TexEnv> replacing = new osg::TexEnv(osg::TexEnv::REPLACE);
+    for (const unsigned int override : {unsigned(osg::StateAttribute::ON), unsigned(osg::StateAttribute::OVERRIDE)}) {
+        group->removeChildren(0, group->getNumChildren());
+        shape = new KrRenderShape(&mesh, KrMaterialMap());
+        group->addChild(shape);
+        osg::StateSet& states = *shape->getOrCreateStateSet();
+        states.setTextureAttributeAndModes(0, own, osg::StateAttribute::ON | override);
+        states.setTextureAttribute(0, replacing);
+        if (override == osg::StateAttribute::OVERRIDE) {
+            shape->getDrawable(0)->getOrCreateStateSet()->setTextureAttributeAndModes(0, ofGroup);
+        }
+        const KrImage plain = capture(window);
+        ASSERT_TRUE(isColor(plain, 0.75, 0.25, kGreen));
+
+        marker = KrTextureMarker::of(*shape, 16, 16);
+        ASSERT_TRUE(marker.valid());
+        EXPECT_TRUE(areEqual(plain, capture(window)));
+        ASSERT_TRUE(marker->stroke({{0.75f, 0.25f}}, brush(kRed)));
+        EXPECT_TRUE(isColor(capture(window), 0.75, 0.25, kRed));
+        KrTextureMarker::detach(*shape);
+        EXPECT_TRUE(areEqual(plain, capture(window)));
+        EXPECT_EQ(states.getTextureAttribute(0, osg::StateAttribute::TEXENV), replacing);
+        EXPECT_EQ(states.getTextureMode(0, GL_TEXTURE_2D), osg::StateAttribute::ON | override);
+    }
+}
+
+TEST_F(KrTextureMarkerTest, MoreStrokesOfAnExtentThanAFrameTakesArePaintedInTheNext)
+{
+    KrDeformationPhysicalExtent extent;
+    extent.setMesh(mesh);
+    for (int i = 0; i < 4096; ++i) {
+        ASSERT_TRUE(extent.addStroke(KrSurfaceStroke({KrPlanarVector(0.2, 0.2)}, KrColor(1.0, 0.0, 0.0), 0.1)));
+    }
+    ASSERT_TRUE(extent.addStroke(KrSurfaceStroke({KrPlanarVector(0.7, 0.7)}, KrColor(0.0, 1.0, 0.0), 0.1)));
+    const MessageRecorder messages;
+    shape = new KrRenderDeformationShape(&extent, KrMaterialMap());
+    group->removeChildren(0, group->getNumChildren());
+    group->addChild(shape);
+    EXPECT_TRUE(isColor(capture(window), 0.2, 0.2, kRed));
+    const KrImage all = capture(window);
+    EXPECT_TRUE(isColor(all, 0.2, 0.2, kRed));
+    EXPECT_TRUE(isColor(all, 0.7, 0.7, kGreen)) << "without an update";
+    shape->update(&extent);
+    EXPECT_TRUE(areEqual(all, capture(window)));
+    EXPECT_EQ(messages.count(), 0u) << messages.all();
+
+    shape->update(&mesh);
+    EXPECT_TRUE(isColor(capture(window), 0.2, 0.2, kWhite)) << "an extent without paint";
 }
 
 TEST_F(KrTextureMarkerTest, StartsFromTheTextureThatTheShapeShowsAndSteadyFramesAllocateNothing)

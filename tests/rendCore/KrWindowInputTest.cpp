@@ -1,5 +1,5 @@
+#include <rendCore/KrMultiRenderWindow.h>
 #include <rendCore/KrOrbitInputHandler.h>
-#include <rendCore/KrSGWindow.h>
 #include <rendCore/KrWindowInput.h>
 #include <toolkit/window/KrGlxWindowImpl.h>
 
@@ -232,6 +232,41 @@ TEST_F(KrWindowInputTest, DrawsRightResizedHiddenAndMinimised)
     }
     EXPECT_FALSE(impl->isMinimised());
     expectBall(300, 200);
+}
+
+TEST_F(KrWindowInputTest, GivesEachOfSeveralViewsItsShareOfTheUsersSize)
+{
+    KrMultiRenderWindow views(80, 60, 5);
+    views.setNumColumnsHint(3);
+    views.setName("views");
+    ASSERT_TRUE(views.init());
+    views.setNumColumnsHint(0); // one row of five
+    KrWindowInput input(views);
+    input.take();
+    const auto resize = [&](unsigned int width, unsigned int height, unsigned int awaited) {
+        XResizeWindow(m_display.get(), idOf("views"), width, height);
+        XSync(m_display.get(), False);
+        for (int i = 0; i < 50 && views.windowWidth() != awaited; ++i) {
+            input.wait(0.1);
+            input.take();
+        }
+        EXPECT_EQ(views.windowWidth(), awaited);
+    };
+    resize(202, 71, 200);
+    EXPECT_EQ(views.windowHeight(), 71u);
+    resize(1900, 300, 1900);
+    EXPECT_EQ(views.windowHeight(), 300u) << "the grid stays what it was";
+    resize(200, 100, 200);
+    EXPECT_TRUE(views.renderScene(true));
+    while (input.wait(0.2)) {
+        input.take();
+    }
+    EXPECT_FALSE(input.take()) << "it comes to rest";
+    unsigned int width = 0, height = 0;
+    views.getSingleWindowSize(width, height);
+    EXPECT_EQ(width, 40u);
+    EXPECT_EQ(height, 100u);
+    EXPECT_EQ(views.getNumWindows(), 5u);
 }
 
 /// Lists and buffers in the current context.

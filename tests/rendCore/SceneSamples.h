@@ -1,5 +1,6 @@
 #pragma once
 
+#include <rendCore/KrRenderLink.h>
 #include <toolkit/geometry/KrBoxPhysicalExtent.h>
 #include <toolkit/system/KrIndividualManipulator.h>
 #include <toolkit/system/KrManipulatorSystemState.h>
@@ -68,6 +69,14 @@ inline KrManipulatorSystemState stateOf(const KrCoordinateSystemTransformation& 
     state.positionStates().push_back(position);
     return state;
 }
+
+/// A link node without a DH frame.
+class BareLink : public KrRenderLink
+{
+public:
+    using KrRenderLink::KrRenderLink;
+    osg::ref_ptr<osg::MatrixTransform> getDhFrame() const override { return nullptr; }
+};
 
 inline double distance(const osg::Vec3d& a, const osg::Vec3d& b)
 {
