@@ -38,19 +38,21 @@ bool load(const std::string& path, std::uintmax_t maxBytes, std::string& content
         why = "there is no such file";
         return false;
     }
-    if (!std::filesystem::is_regular_file(status)) {
-        why = std::filesystem::is_directory(status) ? "it is a folder" : "it is no regular file";
-        return false;
-    }
-    const std::uintmax_t size = std::filesystem::file_size(path, error);
-    if (error || size > maxBytes) {
-        why = "it is larger than " + std::to_string(maxBytes >> 20) + " MiB";
+    if (!std::filesystem::is_regular_file(status) && !std::filesystem::is_fifo(status)) {
+        why = std::filesystem::is_directory(status) ? "it is a folder" : "it is neither a file nor a pipe";
         return false;
     }
     std::ifstream stream(path, std::ios::binary);
-    content.resize(static_cast<std::size_t>(size));
-    stream.read(&content[0], static_cast<std::streamsize>(size));
-    if (!stream) {
+    std::vector<char> block(65536);
+    // In blocks: a pipe has no size.
+    while (stream.read(block.data(), static_cast<std::streamsize>(block.size())) || stream.gcount() > 0) {
+        content.append(block.data(), static_cast<std::size_t>(stream.gcount()));
+        if (content.size() > maxBytes) {
+            why = "it is larger than " + std::to_string(maxBytes >> 20) + " MiB";
+            return false;
+        }
+    }
+    if (!stream.eof() || stream.bad()) {
         why = "it cannot be read";
         return false;
     }

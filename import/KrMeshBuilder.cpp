@@ -4,6 +4,8 @@
 #include <import/KrVectorIndex.h>
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <utility>
 
 namespace
@@ -19,6 +21,12 @@ struct Group
 KrVector scaled(const KrVector& v, const KrVector& scale)
 {
     return {v.x() * scale.x(), v.y() * scale.y(), v.z() * scale.z()};
+}
+
+/// Pictures are drawn with single precision.
+bool isTooFar(const KrVector& v)
+{
+    return std::max({std::abs(v.x()), std::abs(v.y()), std::abs(v.z())}) > std::numeric_limits<float>::max();
 }
 
 class Builder
@@ -69,6 +77,10 @@ KrMeshBuilder::Result Builder::run()
         m_result.triangles += group.triangles.size();
     }
     if (m_result.triangles == 0) {
+        return m_result;
+    }
+    if (std::any_of(m_vertices.begin(), m_vertices.end(), isTooFar)) {
+        m_result.why = "its vertices are too far away to be drawn";
         return m_result;
     }
     KrMeshNormals::fill(m_vertices, lists, KrMeshData::noNormal, m_normals);

@@ -1,5 +1,6 @@
 #include <import/KrMeshFile.h>
 
+#include <import/KrColladaText.h>
 #include <import/KrImportPath.h>
 #include <import/KrMeshLook.h>
 #include <import/KrMeshPlausibility.h>
@@ -7,6 +8,7 @@
 
 #include <assimp/DefaultIOSystem.h>
 #include <assimp/Importer.hpp>
+#include <assimp/MemoryIOWrapper.h>
 #include <assimp/commonMetaData.h>
 #include <assimp/config.h>
 #include <assimp/postprocess.h>
@@ -29,15 +31,25 @@ namespace
 constexpr std::uintmax_t kMaxBytes = std::uintmax_t(1) << 30;
 // A small file can place one mesh very often; nothing drawable is as large as this.
 constexpr std::size_t kMaxTriangles = 20u << 20;
+constexpr std::size_t kMaxVertices = 3 * kMaxTriangles;
 // Normals written with few digits are not exactly of unit length.
 constexpr double kNormalTolerance = 0.01;
 
-/// Remembers which files a mesh file names that are not there: material libraries, mostly.
+/// A mesh file, with the text that the mesh library is to see in place of the file's; empty for the file's own.
+struct Content
+{
+    std::string path;
+    std::string text;
+};
+
+/// Remembers which files a mesh file names that are not there: material libraries, mostly. Gives `content` for its
+/// path.
 class WatchingIo : public Assimp::DefaultIOSystem
 {
 public:
-    explicit WatchingIo(std::set<std::string>& missing)
-        : m_missing(missing)
+    WatchingIo(const Content& content, std::set<std::string>& missing)
+        : m_content(content)
+        , m_missing(missing)
     {
     }
     bool Exists(const char* file) const override
@@ -50,6 +62,10 @@ public:
     }
     Assimp::IOStream* Open(const char* file, const char* mode) override
     {
+        if (!m_content.text.empty() && file == m_content.path) {
+            const auto* const data = reinterpret_cast<const std::uint8_t*>(m_content.text.data());
+            return new Assimp::MemoryIOStream(data, m_content.text.size());
+        }
         Assimp::IOStream* const stream = DefaultIOSystem::Open(file, mode);
         if (!stream) {
             m_missing.insert(file);
@@ -58,6 +74,7 @@ public:
     }
 
 private:
+    const Content& m_content;
     std::set<std::string>& m_missing;
 };
 
@@ -117,6 +134,19 @@ void tidyFaces(aiMesh& mesh)
     mesh.mPrimitiveTypes = types ? types : static_cast<unsigned int>(aiPrimitiveType_POINT);
 }
 
+/// The vertices that a triangle uses.
+std::vector<bool> usedVertices(const aiMesh& mesh)
+{
+    std::vector<bool> isUsed(mesh.mNumVertices);
+    for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
+        const aiFace& face = mesh.mFaces[i];
+        for (unsigned int corner = 0; face.mNumIndices == 3 && corner < 3; ++corner) {
+            isUsed[face.mIndices[corner]] = true;
+        }
+    }
+    return isUsed;
+}
+
 class Collector
 {
 public:
@@ -131,6 +161,8 @@ public:
         }
         const std::string name = format.C_Str();
         m_isStl = name.find("STL") != std::string::npos;
+        m_isGltf = name.find("glTF2") != std::string::npos;
+        m_isNameless = name.find("OFF") != std::string::npos || name.find("PLY") != std::string::npos;
         m_isCollada = name.find("Collada") != std::string::npos;
     }
 
@@ -140,9 +172,12 @@ public:
 private:
     bool addNodes(std::string& why);
     void addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile);
-    std::vector<std::uint32_t> addNormals(const aiMesh& mesh, const Eigen::Matrix3d& rotation);
-    std::uint32_t addTextureCoordinates(const aiMesh& mesh, unsigned int channel);
+    std::vector<std::uint32_t> addNormals(const aiMesh& mesh, const std::vector<bool>& isUsed,
+                                          const Eigen::Matrix3d& linear);
+    const std::vector<std::uint32_t>& addTextureCoordinates(const aiMesh& mesh, const std::vector<bool>& isUsed);
+    bool isFilledIn(unsigned int material) const;
     KrMeshData::Group& groupOf(const aiMesh& mesh);
+    KrMeshData::Group* colorGroup(const aiMesh& mesh, bool hasLook);
     void fillLook(const KrMeshLook::Look& look, bool hasCoordinates, KrMeshData::Group& group);
     void placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, KrDataMap& data);
     void readLooks(bool trustMaterials);
@@ -154,11 +189,17 @@ private:
     KrMeshData& m_data;
     bool m_isStl = false;
     bool m_isCollada = false;
+    bool m_isGltf = false;
+    bool m_isNameless = false; ///< materials never have names
+    bool m_isColorTold = false;
     std::size_t m_triangles = 0;
+    std::size_t m_numVertices = 0; ///< of all instances
     KrVectorIndex m_vertices;
     KrVectorIndex m_normals;
     std::vector<KrMeshLook::Look> m_looks;
     std::map<std::pair<unsigned int, bool>, std::size_t> m_groups; ///< by material and whether its texture can be used
+    std::map<std::string, std::size_t> m_colorGroups;              ///< by the colour of all vertices
+    std::map<const aiMesh*, std::vector<std::uint32_t>> m_coordinates; ///< of texture, by vertex
     std::set<std::string> m_names;
 };
 
@@ -188,7 +229,7 @@ void Collector::readLooks(bool trustMaterials)
     bool isAllClear = true;
     for (unsigned int i = 0; i < m_scene.mNumMaterials; ++i) {
         m_looks.push_back(KrMeshLook::read(*m_scene.mMaterials[i]));
-        m_looks.back().isOwn = m_looks.back().isOwn && trustMaterials && !m_isStl;
+        m_looks.back().isOwn = trustMaterials && !isFilledIn(i);
         isAllClear = isAllClear && (!used.count(i) || m_looks.back().opacity == 0.0);
     }
     // Exporters disagree whether 0 or 1 is opaque; a mesh that could not be seen at all was meant to be.
@@ -201,6 +242,22 @@ void Collector::readLooks(bool trustMaterials)
     if (isAllClear && !used.empty()) {
         warn("every material has opacity 0; they are read as opaque");
     }
+}
+
+/// Whether the reader made the material up because the file gives none.
+bool Collector::isFilledIn(unsigned int material) const
+{
+    const aiMaterial& filled = *m_scene.mMaterials[material];
+    const KrMeshLook::Look& look = m_looks[material];
+    if (m_isGltf) {
+        return material + 1 == m_scene.mNumMaterials; // it stands behind the file's own
+    }
+    if (m_isNameless) {
+        // A material of the file's own tells its opacity.
+        float opacity = 1.0f;
+        return look.texture.empty() && filled.Get(AI_MATKEY_OPACITY, opacity) != aiReturn_SUCCESS;
+    }
+    return m_isStl || filled.mNumProperties == 0 || look.name == AI_DEFAULT_MATERIAL_NAME;
 }
 
 bool Collector::addNodes(std::string& why)
@@ -216,8 +273,10 @@ bool Collector::addNodes(std::string& why)
         for (unsigned int i = 0; i < node->mNumMeshes; ++i) {
             const aiMesh& mesh = *m_scene.mMeshes[node->mMeshes[i]];
             m_triangles += mesh.mNumFaces;
-            if (m_triangles > kMaxTriangles) {
-                why = "it has more than " + std::to_string(kMaxTriangles) + " triangles";
+            m_numVertices += mesh.mNumVertices;
+            if (m_triangles > kMaxTriangles || m_numVertices > kMaxVertices) {
+                why = "it has more than " + std::to_string(kMaxTriangles) + " triangles or " +
+                      std::to_string(kMaxVertices) + " vertices";
                 return false;
             }
             if (isTriangles(mesh)) {
@@ -236,14 +295,15 @@ void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
     const Eigen::Matrix3d linear = nodeToFile.block<3, 3>(0, 0);
     const Eigen::Vector3d offset = nodeToFile.block<3, 1>(0, 3);
     const bool isMirrored = linear.determinant() < 0.0;
+    const std::vector<bool> isUsed = usedVertices(mesh);
     std::vector<std::uint32_t> vertices(mesh.mNumVertices);
     for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
-        vertices[i] = m_vertices.add(vectorOf(linear * vectorOf(mesh.mVertices[i]) + offset));
+        if (isUsed[i]) {
+            vertices[i] = m_vertices.add(vectorOf(linear * vectorOf(mesh.mVertices[i]) + offset));
+        }
     }
-    const std::vector<std::uint32_t> normals = addNormals(mesh, linear);
-    const unsigned int channel = mesh.mMaterialIndex < m_looks.size() ? m_looks[mesh.mMaterialIndex].textureChannel : 0;
-    const std::uint32_t firstCoordinate = addTextureCoordinates(mesh, channel);
-    const bool hasCoordinates = firstCoordinate != KrMeshData::noNormal;
+    const std::vector<std::uint32_t> normals = addNormals(mesh, isUsed, linear);
+    const std::vector<std::uint32_t>& coordinates = addTextureCoordinates(mesh, isUsed);
 
     std::vector<KrTriangle>& triangles = groupOf(mesh).triangles;
     triangles.reserve(triangles.size() + mesh.mNumFaces);
@@ -255,13 +315,14 @@ void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
         KrTriangle triangle;
         for (unsigned int corner = 0; corner < 3; ++corner) {
             const unsigned int index = face.mIndices[isMirrored ? 2 - corner : corner];
-            triangle.setCorner(corner, vertices[index], normals[index], hasCoordinates ? firstCoordinate + index : 0);
+            triangle.setCorner(corner, vertices[index], normals[index], coordinates[index]);
         }
         triangles.push_back(triangle);
     }
 }
 
-std::vector<std::uint32_t> Collector::addNormals(const aiMesh& mesh, const Eigen::Matrix3d& linear)
+std::vector<std::uint32_t> Collector::addNormals(const aiMesh& mesh, const std::vector<bool>& isUsed,
+                                                 const Eigen::Matrix3d& linear)
 {
     std::vector<std::uint32_t> indices(mesh.mNumVertices, KrMeshData::noNormal);
     // The facet normals of an STL file tell nothing that its triangles do not, and are often wrong.
@@ -273,29 +334,59 @@ std::vector<std::uint32_t> Collector::addNormals(const aiMesh& mesh, const Eigen
         const Eigen::Vector3d given = vectorOf(mesh.mNormals[i]);
         const Eigen::Vector3d turned = normalMatrix * given;
         const double length = turned.norm();
-        if (std::abs(given.norm() - 1.0) <= kNormalTolerance && length > 0.0 && std::isfinite(length)) {
+        if (isUsed[i] && std::abs(given.norm() - 1.0) <= kNormalTolerance && length > 0.0 && std::isfinite(length)) {
             indices[i] = m_normals.add(vectorOf(turned / length));
         }
     }
     return indices;
 }
 
-/// The index of the mesh's first coordinate; noNormal when it has none.
-std::uint32_t Collector::addTextureCoordinates(const aiMesh& mesh, unsigned int channel)
+/// Their indices by vertex, the same ones for every instance of the mesh; 0 when it has none.
+const std::vector<std::uint32_t>& Collector::addTextureCoordinates(const aiMesh& mesh, const std::vector<bool>& isUsed)
 {
-    const aiVector3D* const list = channel < AI_MAX_NUMBER_OF_TEXTURECOORDS && mesh.HasTextureCoords(channel)
-                                       ? mesh.mTextureCoords[channel]
-                                   : mesh.HasTextureCoords(0) ? mesh.mTextureCoords[0]
-                                                              : nullptr;
-    if (!list) {
-        return KrMeshData::noNormal;
+    const auto [place, isNew] = m_coordinates.emplace(&mesh, std::vector<std::uint32_t>());
+    std::vector<std::uint32_t>& indices = place->second;
+    if (!isNew) {
+        return indices;
     }
-    const std::uint32_t first = static_cast<std::uint32_t>(m_data.textureCoordinates.size());
-    for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
-        const bool isUsable = std::isfinite(list[i].x) && std::isfinite(list[i].y);
-        m_data.textureCoordinates.emplace_back(isUsable ? list[i].x : 0.0, isUsable ? list[i].y : 0.0);
+    indices.resize(mesh.mNumVertices);
+    const unsigned int channel = mesh.mMaterialIndex < m_looks.size() ? m_looks[mesh.mMaterialIndex].textureChannel : 0;
+    const aiVector3D* const list =
+        mesh.HasTextureCoords(channel) ? mesh.mTextureCoords[channel] : mesh.mTextureCoords[0];
+    for (unsigned int i = 0; list && i < mesh.mNumVertices; ++i) {
+        if (isUsed[i]) {
+            const bool isUsable = std::isfinite(list[i].x) && std::isfinite(list[i].y);
+            indices[i] = static_cast<std::uint32_t>(m_data.textureCoordinates.size());
+            m_data.textureCoordinates.emplace_back(isUsable ? list[i].x : 0.0, isUsable ? list[i].y : 0.0);
+        }
     }
-    return first;
+    return indices;
+}
+
+/// The group of the colour that all vertices have; null when there is none to use.
+KrMeshData::Group* Collector::colorGroup(const aiMesh& mesh, bool hasLook)
+{
+    const aiColor4D* const colors = mesh.mColors[0];
+    if (!colors || mesh.mNumVertices == 0) {
+        return nullptr;
+    }
+    const bool isOne =
+        std::all_of(colors, colors + mesh.mNumVertices, [colors](const aiColor4D& c) { return c == colors[0]; });
+    if (!isOne || hasLook || m_isStl) {
+        const bool isWhite = isOne && colors[0] == aiColor4D(1.0f, 1.0f, 1.0f, 1.0f);
+        if (!m_isColorTold && !isWhite) {
+            warn("the colours of its vertices are not used");
+            m_isColorTold = true;
+        }
+        return nullptr;
+    }
+    const KrMeshLook::Look look = KrMeshLook::ofColor(colors[0]);
+    const auto [place, isNew] = m_colorGroups.emplace(look.name, m_data.groups.size());
+    if (isNew) {
+        m_data.groups.emplace_back();
+        fillLook(look, false, m_data.groups.back());
+    }
+    return &m_data.groups[place->second];
 }
 
 KrMeshData::Group& Collector::groupOf(const aiMesh& mesh)
@@ -305,6 +396,9 @@ KrMeshData::Group& Collector::groupOf(const aiMesh& mesh)
     const KrMeshLook::Look& look = isKnown ? m_looks[mesh.mMaterialIndex] : none;
     const bool hasCoordinates = mesh.HasTextureCoords(0) || mesh.HasTextureCoords(look.textureChannel);
     const bool isTextured = !look.texture.empty() && hasCoordinates;
+    if (KrMeshData::Group* const colored = colorGroup(mesh, isKnown && look.isOwn)) {
+        return *colored;
+    }
     const auto [place, isNew] = m_groups.emplace(std::make_pair(mesh.mMaterialIndex, isTextured), m_data.groups.size());
     if (isNew) {
         m_data.groups.emplace_back();
@@ -372,27 +466,45 @@ bool isMissingLibrary(const std::string& file)
     return KrImportPath::extensionOf(file) == "mtl";
 }
 
-bool isPlausible(const std::string& path, std::size_t size, std::string& why)
+/// The extension of the format that the mesh library will read a file as; empty when it goes by the content.
+std::string formatOf(const std::string& path)
 {
     const std::string extension = KrImportPath::extensionOf(path);
-    if (!KrMeshPlausibility::concerns(extension)) {
-        return true;
+    if (extension == "xml" || extension == "collada") {
+        return "dae";
     }
-    std::string content(size, '\0');
-    std::ifstream stream(path, std::ios::binary);
-    stream.read(&content[0], static_cast<std::streamsize>(size));
-    content.resize(static_cast<std::size_t>(stream.gcount()));
-    return KrMeshPlausibility::check(content, extension, why);
+    return Assimp::Importer().IsExtensionSupported("." + extension) ? extension : "";
 }
 
-bool readScene(const std::string& path, KrMeshData& data, std::string& why)
+/// False for a file that the mesh library had better not see.
+bool readContent(std::size_t size, Content& content, std::string& why)
+{
+    const std::string format = formatOf(content.path);
+    if (!KrMeshPlausibility::concerns(format)) {
+        return true;
+    }
+    std::string text(size, '\0');
+    std::ifstream stream(content.path, std::ios::binary);
+    stream.read(&text[0], static_cast<std::streamsize>(size));
+    text.resize(static_cast<std::size_t>(stream.gcount()));
+    const bool isChanged = (format.empty() || format == "dae") && KrColladaText::dropMotion(text);
+    if (!KrMeshPlausibility::check(text, format, why)) {
+        return false;
+    }
+    if (isChanged) {
+        content.text = std::move(text);
+    }
+    return true;
+}
+
+bool readScene(const Content& content, KrMeshData& data, std::string& why)
 {
     std::set<std::string> missing;
     Assimp::Importer importer;
-    importer.SetIOHandler(new WatchingIo(missing));
+    importer.SetIOHandler(new WatchingIo(content, missing));
     importer.SetPropertyBool(AI_CONFIG_IMPORT_COLLADA_IGNORE_UP_DIRECTION, true);
     // Checked between the two steps: the second one follows indices without looking.
-    const aiScene* scene = importer.ReadFile(path, 0);
+    const aiScene* scene = importer.ReadFile(content.path, 0);
     if (scene && !hasValidIndices(*scene)) {
         why = "a face uses a vertex that is not there";
         return false;
@@ -413,7 +525,7 @@ bool readScene(const std::string& path, KrMeshData& data, std::string& why)
             trustMaterials = false;
         }
     }
-    if (!Collector(*scene, path, read).run(trustMaterials, why)) {
+    if (!Collector(*scene, content.path, read).run(trustMaterials, why)) {
         return false;
     }
     data = std::move(read);
@@ -431,7 +543,8 @@ bool KrMeshFile::read(const std::string& path, KrMeshData& data, std::string& wh
         return false;
     }
     try {
-        return isPlausible(path, static_cast<std::size_t>(size), why) && readScene(path, data, why);
+        Content content{path, ""};
+        return readContent(static_cast<std::size_t>(size), content, why) && readScene(content, data, why);
     } catch (const std::exception& exception) {
         why = exception.what();
     } catch (...) {

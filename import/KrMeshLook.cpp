@@ -88,7 +88,6 @@ KrMeshLook::Look KrMeshLook::read(const aiMaterial& material)
     aiString name;
     material.Get(AI_MATKEY_NAME, name);
     look.name = name.C_Str();
-    look.isOwn = look.name != AI_DEFAULT_MATERIAL_NAME;
     const bool isTextured = diffuseTexture(material, look.texture, look.textureChannel);
     look.isEmbedded = isTextured && look.texture[0] == '*';
 
@@ -113,6 +112,23 @@ KrMeshLook::Look KrMeshLook::read(const aiMaterial& material)
     material.Get(AI_MATKEY_OPACITY, opacity);
     look.opacity = std::min(channel(opacity), channel(diffuse.a));
     setOpacity(look.data, look.opacity);
+    return look;
+}
+
+KrMeshLook::Look KrMeshLook::ofColor(const aiColor4D& color)
+{
+    Look look;
+    const double rgb[3] = {channel(color.r), channel(color.g), channel(color.b)};
+    look.name = "colour";
+    for (const double value : rgb) {
+        look.name += " " + std::to_string(static_cast<int>(255.0 * value + 0.5));
+    }
+    look.data = KrDataMap::material(KrColor(rgb[0], rgb[1], rgb[2]));
+    if (channel(color.a) > 0.0) {
+        look.opacity = channel(color.a);
+        look.name += look.opacity < 1.0 ? " " + std::to_string(static_cast<int>(255.0 * look.opacity + 0.5)) : "";
+        setOpacity(look.data, look.opacity);
+    }
     return look;
 }
 

@@ -2,6 +2,8 @@
 
 #include <toolkit/geometry/KrDataMap.h>
 
+#include <assimp/color4.h>
+
 #include <string>
 #include <vector>
 
@@ -14,7 +16,7 @@ public:
     struct Look
     {
         std::string name;  ///< as in the file; may be empty
-        bool isOwn = true; ///< false for what a reader fills in where the file says nothing
+        bool isOwn = true; ///< false for what a reader fills in where the file says nothing; `read` cannot tell
         KrDataMap data;    ///< ambient, diffuse, specular, emission, shininess
         double opacity = 1.0;
         std::string texture;     ///< of the diffuse colour, as in the file; empty without one
@@ -23,6 +25,8 @@ public:
     };
 
     static Look read(const aiMaterial& material);
+    /// That of a surface in one colour; alpha 0 is read as opaque.
+    static Look ofColor(const aiColor4D& color);
     static void setOpacity(KrDataMap& data, double opacity);
 
     /// Where an image that a mesh names lies: beside the mesh, or where descriptions keep such images.

@@ -1,160 +1,285 @@
 #include <import/KrMeshPlausibility.h>
 
+#include <import/KrColladaText.h>
+#include <import/KrMeshWords.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 namespace
 {
 
-// No real file comes near: a vertex has a handful of attributes.
-constexpr std::uint64_t kMaxPlaces = 256;
+using KrMeshWords::isCount;
+using KrMeshWords::takeLine;
+using KrMeshWords::takeWord;
+using KrMeshWords::trimmed;
+
 // Of one attribute; a glTF file can ask for zeros that it does not hold.
 constexpr std::uint64_t kMaxElements = 60u << 20;
+// Longer lines of an OFF file are cut in two by the mesh library.
+constexpr std::size_t kMaxOffLine = 4000;
 
-bool isSpace(char c)
+/// The next line that holds a word.
+bool takeFilledLine(std::string_view& text, std::string_view& line)
 {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    return text;
-}
-
-/// The whole number at the start of `text`; the largest one for a negative or an overlong one, 0 for none.
-std::uint64_t numberAt(std::string_view text)
-{
-    text = trimmed(text);
-    if (!text.empty() && text.front() == '-') {
-        return UINT64_MAX;
-    }
-    std::uint64_t number = 0;
-    const std::from_chars_result result = std::from_chars(text.data(), text.data() + text.size(), number);
-    return result.ec == std::errc::result_out_of_range ? UINT64_MAX : number;
-}
-
-/// The highest number that follows `word` and `separator`, perhaps with a quote and white space between.
-std::uint64_t highestAfter(std::string_view content, std::string_view word, char separator)
-{
-    std::uint64_t highest = 0;
-    for (std::size_t at = content.find(word); at != std::string_view::npos; at = content.find(word, at + 1)) {
-        std::string_view rest = trimmed(content.substr(at + word.size()));
-        if (rest.empty() || rest.front() != separator) {
-            continue;
-        }
-        rest = trimmed(rest.substr(1));
-        if (!rest.empty() && (rest.front() == '"' || rest.front() == '\'')) {
-            rest.remove_prefix(1);
-        }
-        highest = std::max(highest, numberAt(rest));
-    }
-    return highest;
-}
-
-bool isIndexText(char c)
-{
-    return (c >= '0' && c <= '9') || c == '-' || isSpace(c);
-}
-
-/// Whether all elements `tag` ("<p") hold whole numbers only.
-bool holdsIndices(std::string_view content, std::string_view tag)
-{
-    for (std::size_t at = content.find(tag); at != std::string_view::npos; at = content.find(tag, at + 1)) {
-        const std::string_view rest = content.substr(at + tag.size());
-        if (rest.empty() || (rest.front() != '>' && !isSpace(rest.front()))) {
-            continue;
-        }
-        const std::size_t begin = std::min(rest.find('>'), rest.size() - 1) + 1;
-        const std::string_view text = rest.substr(begin, std::min(rest.find('<', begin), rest.size()) - begin);
-        if (!std::all_of(text.begin(), text.end(), isIndexText)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-/// Whether no input of a list of primitives claims a place that no list has.
-bool areInputsSmall(std::string_view content)
-{
-    for (std::size_t at = content.find("<input"); at != std::string_view::npos; at = content.find("<input", at + 1)) {
-        const std::string_view rest = content.substr(at);
-        const std::string_view element = rest.substr(0, rest.find('>'));
-        if (highestAfter(element, "offset", '=') > kMaxPlaces || highestAfter(element, "set", '=') > kMaxPlaces) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool checkCollada(std::string_view content, std::string& why)
-{
-    if (highestAfter(content, "stride", '=') > kMaxPlaces || !areInputsSmall(content)) {
-        why = "a stride or an offset in it is far too high";
-        return false;
-    }
-    // Text of at least two characters stands for each value.
-    if (highestAfter(content, "count", '=') > content.size() || highestAfter(content, "offset", '=') > content.size()) {
-        why = "it declares more values than a file of its size can hold";
-        return false;
-    }
-    for (const char* const tag : {"<p", "<h", "<v", "<vcount"}) {
-        if (!holdsIndices(content, tag)) {
-            why = std::string("there is something else than indices in an element ") + tag + ">";
-            return false;
-        }
-    }
-    return true;
-}
-
-/// Whether a word of `text` is a whole number above `limit`.
-bool holdsNumberAbove(std::string_view text, std::uint64_t limit)
-{
-    while (!(text = trimmed(text)).empty()) {
-        const std::size_t end = std::min(text.find_first_of(" \t\r\n"), text.size());
-        const std::string_view word = text.substr(0, end);
-        const bool isWhole = word.find_first_not_of("0123456789") == std::string_view::npos;
-        if (isWhole && word.size() > 8 && numberAt(word) > limit) {
+    while (takeLine(text, line)) {
+        if (!trimmed(line).empty()) {
             return true;
         }
-        text.remove_prefix(end);
     }
     return false;
 }
 
-bool checkPly(std::string_view content, std::string& why)
+bool takeCount(std::string_view& text, std::uint64_t limit, std::uint64_t& number)
 {
-    const std::string_view header = content.substr(0, std::min(content.find("end_header"), content.size()));
-    for (std::size_t at = header.find("element "); at != std::string_view::npos; at = header.find("element ", at + 1)) {
-        const std::string_view rest = trimmed(header.substr(at + 8));
-        if (numberAt(rest.substr(std::min(rest.find(' '), rest.size()))) > content.size()) {
-            why = "it declares more elements than a file of its size can hold";
-            return false;
+    return isCount(takeWord(text), limit, number);
+}
+
+bool refuse(std::string& why, const std::string& text)
+{
+    why = text;
+    return false;
+}
+
+/// Whether `sign`, in lower case, stands near the beginning, where the mesh library looks for it.
+bool beginsWith(std::string_view content, std::string_view sign)
+{
+    std::string begin(content.substr(0, 500));
+    begin.erase(std::remove(begin.begin(), begin.end(), '\0'), begin.end());
+    std::transform(begin.begin(), begin.end(), begin.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return begin.find(sign) != std::string::npos;
+}
+
+/// The highest number that follows `word` and a colon; the largest one for a negative or an overlong one.
+std::uint64_t highestAfter(std::string_view content, std::string_view word)
+{
+    std::uint64_t highest = 0;
+    for (std::size_t at = content.find(word); at != std::string_view::npos; at = content.find(word, at + 1)) {
+        std::string_view rest = content.substr(at + word.size(), 80);
+        if (rest = trimmed(rest); rest.empty() || rest.front() != ':') {
+            continue;
         }
+        rest = trimmed(rest.substr(1));
+        std::uint64_t number = 0;
+        const std::from_chars_result result = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+        const bool isBad = result.ec == std::errc::result_out_of_range || (!rest.empty() && rest.front() == '-');
+        highest = std::max(highest, isBad ? UINT64_MAX : number);
     }
-    // In a text file the length of a list may be any number, and coordinates stand beside it.
-    const std::uint64_t limit = std::max<std::uint64_t>(content.size(), kMaxElements);
-    if (header.find("format ascii") != std::string_view::npos &&
-        holdsNumberAbove(content.substr(header.size()), limit)) {
-        why = "it holds a list longer than can be read";
+    return highest;
+}
+
+/// Walks a PLY file by its own header.
+class PlyCheck
+{
+public:
+    explicit PlyCheck(std::string_view content)
+        : m_rest(content)
+        , m_size(content.size())
+    {
+    }
+
+    bool run(std::string& why);
+
+private:
+    struct Property
+    {
+        std::size_t countBytes = 0; ///< of a list's length; 0 when it is no list
+        std::size_t bytes = 0;
+    };
+    struct Element
+    {
+        std::uint64_t count = 0;
+        std::vector<Property> properties;
+    };
+
+    bool readHeader(std::string& why);
+    bool readProperty(std::string_view line);
+    bool takeTextElement(const Element& element);
+    bool takeBinaryElement(const Element& element);
+
+    std::string_view m_rest;
+    std::uint64_t m_size;
+    bool m_isText = false;
+    bool m_isBigEndian = false;
+    std::vector<Element> m_elements;
+};
+
+/// The bytes of a number of a PLY type; 0 for an unknown one.
+std::size_t plyBytes(std::string_view type)
+{
+    static const std::pair<std::string_view, std::size_t> kTypes[] = {
+        {"char", 1},   {"int8", 1},    {"uchar", 1},  {"uint8", 1},   {"short", 2}, {"int16", 2},
+        {"ushort", 2}, {"uint16", 2},  {"int", 4},    {"int32", 4},   {"uint", 4},  {"uint32", 4},
+        {"float", 4},  {"float32", 4}, {"double", 8}, {"float64", 8},
+    };
+    const auto isIt = [type](const auto& entry) { return entry.first == type; };
+    const auto place = std::find_if(std::begin(kTypes), std::end(kTypes), isIt);
+    return place == std::end(kTypes) ? 0 : place->second;
+}
+
+bool PlyCheck::run(std::string& why)
+{
+    if (!readHeader(why)) {
         return false;
+    }
+    for (const Element& element : m_elements) {
+        if (!(m_isText ? takeTextElement(element) : takeBinaryElement(element))) {
+            return refuse(why, "it holds fewer values than its header declares, or something else than numbers");
+        }
     }
     return true;
 }
 
-bool checkOff(std::string_view content, std::string& why)
+bool PlyCheck::readHeader(std::string& why)
 {
-    std::string_view rest = content.substr(std::min(content.find_first_of(" \t\r\n"), content.size()));
-    for (unsigned int i = 0; i < 2; ++i) {
-        rest = trimmed(rest);
-        if (numberAt(rest) > content.size()) {
-            why = "it declares more elements than a file of its size can hold";
+    std::string_view line;
+    takeLine(m_rest, line);
+    while (takeFilledLine(m_rest, line)) {
+        const std::string whole(line.substr(0, 60));
+        const std::string_view word = takeWord(line);
+        bool isGood = true;
+        if (word == "end_header") {
+            return true;
+        }
+        if (word == "format") {
+            const std::string_view format = takeWord(line);
+            m_isText = format == "ascii";
+            m_isBigEndian = format == "binary_big_endian";
+            isGood = m_isText || m_isBigEndian || format == "binary_little_endian";
+        } else if (word == "element") {
+            m_elements.emplace_back();
+            isGood = !takeWord(line).empty() && takeCount(line, m_size, m_elements.back().count);
+        } else if (word == "property") {
+            isGood = readProperty(line);
+        } else {
+            isGood = word == "comment" || word == "obj_info";
+        }
+        if (!isGood) {
+            return refuse(why, "its header has the line \"" + whole + "\"");
+        }
+    }
+    return refuse(why, "its header does not end");
+}
+
+bool PlyCheck::readProperty(std::string_view line)
+{
+    if (m_elements.empty()) {
+        return false;
+    }
+    Property property;
+    std::string_view type = takeWord(line);
+    if (type == "list") {
+        const std::string_view countType = takeWord(line);
+        property.countBytes = plyBytes(countType);
+        if (property.countBytes == 0 || countType.front() == 'f' || countType.front() == 'd') {
             return false;
         }
-        rest.remove_prefix(std::min(rest.find_first_of(" \t\r\n"), rest.size()));
+        type = takeWord(line);
+    }
+    property.bytes = plyBytes(type);
+    m_elements.back().properties.push_back(property);
+    return property.bytes > 0 && !takeWord(line).empty();
+}
+
+bool PlyCheck::takeTextElement(const Element& element)
+{
+    for (std::uint64_t i = 0; i < element.count; ++i) {
+        std::string_view line;
+        if (!takeFilledLine(m_rest, line)) {
+            return false;
+        }
+        for (const Property& property : element.properties) {
+            std::uint64_t numbers = 1;
+            if (property.countBytes > 0 && !takeCount(line, line.size(), numbers)) {
+                return false;
+            }
+            for (; numbers > 0; --numbers) {
+                if (takeWord(line).empty()) {
+                    return false;
+                }
+            }
+        }
+    }
+    return true;
+}
+
+bool PlyCheck::takeBinaryElement(const Element& element)
+{
+    const auto isList = [](const Property& property) { return property.countBytes > 0; };
+    std::uint64_t bytes = 0;
+    for (const Property& property : element.properties) {
+        bytes += property.bytes;
+    }
+    if (std::none_of(element.properties.begin(), element.properties.end(), isList)) {
+        bytes *= element.count;
+        const bool isThere = bytes <= m_rest.size();
+        m_rest.remove_prefix(isThere ? static_cast<std::size_t>(bytes) : 0);
+        return isThere;
+    }
+    for (std::uint64_t i = 0; i < element.count; ++i) {
+        for (const Property& property : element.properties) {
+            std::uint64_t numbers = property.countBytes > 0 ? 0 : 1;
+            if (m_rest.size() < property.countBytes) {
+                return false;
+            }
+            for (std::size_t k = 0; k < property.countBytes; ++k) {
+                const std::size_t place = m_isBigEndian ? k : property.countBytes - 1 - k;
+                numbers = numbers << 8 | static_cast<unsigned char>(m_rest[place]);
+            }
+            m_rest.remove_prefix(property.countBytes);
+            if (numbers * property.bytes > m_rest.size()) {
+                return false;
+            }
+            m_rest.remove_prefix(static_cast<std::size_t>(numbers) * property.bytes);
+        }
+    }
+    return true;
+}
+
+/// The next line of an OFF file that is no comment.
+bool takeOffLine(std::string_view& text, std::string_view& line)
+{
+    while (takeFilledLine(text, line)) {
+        if (trimmed(line).front() != '#') {
+            return line.size() <= kMaxOffLine;
+        }
+    }
+    return false;
+}
+
+bool checkOff(std::string_view content, std::string& why)
+{
+    std::string_view rest = content;
+    std::string_view line;
+    takeOffLine(rest, line);
+    takeWord(line);
+    // The counts may stand beside the first word or below it.
+    if (trimmed(line).empty() && !takeOffLine(rest, line)) {
+        return refuse(why, "it ends before its counts");
+    }
+    std::uint64_t vertices = 0;
+    std::uint64_t faces = 0;
+    if (!takeCount(line, content.size(), vertices) || !takeCount(line, content.size(), faces)) {
+        return refuse(why, "its counts are no numbers, or more than a file of its size can hold");
+    }
+    for (std::uint64_t i = 0; i < vertices; ++i) {
+        if (!takeOffLine(rest, line)) {
+            return refuse(why, "it holds fewer vertices than it declares");
+        }
+    }
+    for (std::uint64_t i = 0; i < faces; ++i) {
+        std::uint64_t corners = 0;
+        bool isGood = takeOffLine(rest, line) && takeCount(line, line.size(), corners) && corners > 0;
+        for (std::uint64_t index = 0; isGood && corners > 0; --corners) {
+            isGood = vertices > 0 && takeCount(line, vertices - 1, index);
+        }
+        if (!isGood) {
+            return refuse(why, "face " + std::to_string(i) + " is no list of vertices");
+        }
     }
     return true;
 }
@@ -163,23 +288,24 @@ bool checkOff(std::string_view content, std::string& why)
 
 bool KrMeshPlausibility::check(std::string_view content, const std::string& extension, std::string& why)
 {
-    if (extension == "dae") {
-        return checkCollada(content, why);
-    }
-    if (extension == "ply") {
-        return checkPly(content, why);
-    }
-    if (extension == "off") {
-        return checkOff(content, why);
-    }
-    if (concerns(extension) && highestAfter(content, "\"count\"", ':') > kMaxElements) {
-        why = "it declares more values than can be read";
+    const auto is = [&](const char* format, const char* sign) {
+        return extension.empty() ? beginsWith(content, sign) : extension == format;
+    };
+    if (is("dae", "<collada") && !KrColladaText::check(content, why)) {
         return false;
     }
-    return true;
+    if (is("ply", "ply") && !PlyCheck(content).run(why)) {
+        return false;
+    }
+    if (is("off", "off") && !checkOff(content, why)) {
+        return false;
+    }
+    return highestAfter(content, "\"count\"") <= kMaxElements ||
+           refuse(why, "it declares more values than can be read");
 }
 
 bool KrMeshPlausibility::concerns(const std::string& extension)
 {
-    return extension == "dae" || extension == "ply" || extension == "off" || extension == "gltf" || extension == "glb";
+    return extension.empty() || extension == "dae" || extension == "ply" || extension == "off" || extension == "gltf" ||
+           extension == "glb";
 }

@@ -60,7 +60,8 @@ struct KrPathResolver::Request
 KrPathResolver::KrPathResolver(const std::string& description, const KrImportOptions& options)
 {
     std::error_code error;
-    const std::string given = KrImportPath::absolute(description);
+    // What comes through a pipe counts as a file in the current folder.
+    const std::string given = KrImportPath::absolute(fs::is_fifo(description, error) ? "description" : description);
     const std::string real = fs::weakly_canonical(given, error).string();
     for (const std::string& start : {given, error ? given : real}) {
         std::string folder = KrImportPath::directoryOf(start);

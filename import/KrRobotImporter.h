@@ -25,7 +25,8 @@ public:
     /// Reads a URDF into `system`: one manipulator in its default state.
     ///
     /// A mesh that is missing or bad costs that mesh only: a small marked stand-in takes its place.
-    /// @param path    the file; meshes are found from its place (docs/import.md lists the rules)
+    /// @param path    the file; meshes are found from its place (docs/import.md lists the rules). A pipe is read to its
+    ///                end, and its place is the current folder
     /// @param system  becomes the robot; left as it was on failure
     /// @param report  becomes what was found, on failure too
     /// @return false, after one message, when there is no robot in the file

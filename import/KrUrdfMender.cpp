@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <set>
 
 namespace
@@ -94,6 +95,12 @@ std::string attributeText(const char* name, double value)
     return std::string(" ") + name + "=\"" + KrImportXml::text(value) + "\"";
 }
 
+/// Pictures are drawn with single precision.
+bool isTooFar(double value)
+{
+    return std::abs(value) > std::numeric_limits<float>::max();
+}
+
 class Mender
 {
 public:
@@ -126,7 +133,7 @@ private:
     std::string meshText(const xmlNode& mesh, const std::string& element);
     bool size(const xmlNode& shape, const char* name, const std::string& element, double& result);
 
-    void readJoints();
+    bool readJoints();
     bool readJoint(const xmlNode& node, Joint& joint);
     std::string axisText(const xmlNode& node, const std::string& element);
     std::string limitText(const xmlNode& node, const std::string& element, std::string& type);
@@ -136,6 +143,7 @@ private:
     void addMissingLinks();
     bool cutToTree();
     void joinRoots();
+    std::set<const Joint*> selfFollowers() const;
     void dropBadMimics();
     bool isTooDeep() const;
     std::string jointText(const Joint& joint) const;
@@ -160,12 +168,19 @@ bool Mender::run(KrUrdfMender::Mended& mended, std::string& why)
     }
     m_materials.define(m_robot);
     readLinks();
-    if (m_links.empty() || m_links.size() > kMaxLinks) {
-        why = m_links.empty() ? "it has no links" + (xacro.any() ? "; " + xacro.text() : "") : "it has too many links";
+    if (m_links.empty()) {
+        why = "it has no links" + (xacro.any() ? "; " + xacro.text() : "");
         return false;
     }
-    readJoints();
+    if (!readJoints()) {
+        why = "it has too many joints";
+        return false;
+    }
     addMissingLinks();
+    if (m_links.size() > kMaxLinks) {
+        why = "it has too many links";
+        return false;
+    }
     if (!cutToTree() || isTooDeep()) {
         why = "its links form a chain of more than " + std::to_string(kMaxDepth);
         return false;
@@ -257,7 +272,12 @@ std::string Mender::originText(const xmlNode& owner, const std::string& element)
     std::string text;
     for (const char* const name : {"xyz", "rpy"}) {
         std::vector<double> read;
-        if (origin && values(*origin, name, 3, element + " / origin", read)) {
+        if (!origin || !values(*origin, name, 3, element + " / origin", read)) {
+            continue;
+        }
+        if (std::any_of(read.begin(), read.end(), isTooFar)) {
+            warn(element + " / origin", std::string(name) + " is too large to be drawn; it is left out");
+        } else {
             text += std::string(" ") + name + "=\"" + joined(read) + "\"";
         }
     }
@@ -365,23 +385,31 @@ bool Mender::size(const xmlNode& shape, const char* name, const std::string& ele
     return ok;
 }
 
-void Mender::readJoints()
+/// False for more than a robot has.
+bool Mender::readJoints()
 {
+    const std::vector<xmlNode*> nodes = KrImportXml::children(m_robot, "joint");
+    if (nodes.size() > kMaxLinks) {
+        return false;
+    }
     std::set<std::string> names;
-    for (const xmlNode* node : KrImportXml::children(m_robot, "joint")) {
+    std::map<std::string, unsigned int> numbers; // the next one to try, by name
+    for (const xmlNode* node : nodes) {
         Joint joint;
-        if (m_joints.size() >= kMaxLinks || !readJoint(*node, joint)) {
+        if (!readJoint(*node, joint)) {
             continue;
         }
         const std::string given = joint.name;
-        for (unsigned int i = 2; !names.insert(joint.name).second; ++i) {
-            joint.name = given + " " + std::to_string(i);
+        while (!names.insert(joint.name).second) {
+            unsigned int& number = numbers.emplace(given, 2).first->second;
+            joint.name = given + " " + std::to_string(number++);
         }
         if (joint.name != given) {
             warn("joint " + given, "the name is there twice; the second one becomes \"" + joint.name + "\"");
         }
         m_joints.push_back(joint);
     }
+    return true;
 }
 
 bool Mender::readJoint(const xmlNode& node, Joint& joint)
@@ -543,6 +571,10 @@ void Mender::joinRoots()
             roots.push_back(root);
         }
     }
+    std::set<std::string> taken;
+    for (const Joint& joint : m_joints) {
+        taken.insert(joint.name);
+    }
     // The tree with the most links is the robot; of equals the first one.
     const auto smaller = [&sizes](const std::string& a, const std::string& b) { return sizes[a] < sizes[b]; };
     const std::string base = *std::max_element(roots.begin(), roots.end(), smaller);
@@ -556,8 +588,7 @@ void Mender::joinRoots()
         joint.type = "fixed";
         joint.parent = base;
         joint.child = root;
-        const auto isTaken = [&joint](const Joint& other) { return other.name == joint.name; };
-        while (std::any_of(m_joints.begin(), m_joints.end(), isTaken)) {
+        while (!taken.insert(joint.name).second) {
             joint.name += "_";
         }
         m_parents[root] = base;
@@ -565,32 +596,54 @@ void Mender::joinRoots()
     }
 }
 
+/// The first joint of each circle of joints that follow one another.
+std::set<const Joint*> Mender::selfFollowers() const
+{
+    std::map<std::string, std::size_t> places;
+    for (const Joint& joint : m_joints) {
+        places.emplace(joint.name, places.size());
+    }
+    const std::size_t none = m_joints.size();
+    const auto masterOf = [&](std::size_t place) {
+        const auto master = places.find(m_joints[place].mimicMaster);
+        return master == places.end() ? none : master->second;
+    };
+    std::set<const Joint*> result;
+    std::vector<std::size_t> walks(m_joints.size(), none); // by joint: where the walk began that came along
+    for (std::size_t start = 0; start < m_joints.size(); ++start) {
+        std::size_t at = start;
+        for (; at != none && walks[at] == none; at = masterOf(at)) {
+            walks[at] = start;
+        }
+        if (at == none || walks[at] != start) {
+            continue;
+        }
+        std::size_t first = at;
+        for (std::size_t other = masterOf(at); other != at; other = masterOf(other)) {
+            first = std::min(first, other);
+        }
+        result.insert(&m_joints[first]);
+    }
+    return result;
+}
+
 void Mender::dropBadMimics()
 {
-    std::map<std::string, std::string> masters;
+    const std::set<const Joint*> followers = selfFollowers();
     std::set<std::string> names;
     for (const Joint& joint : m_joints) {
         names.insert(joint.name);
-        masters[joint.name] = joint.mimicMaster;
     }
     for (Joint& joint : m_joints) {
-        std::string why;
-        std::string master = joint.mimicMaster;
-        if (!master.empty() && !names.count(master)) {
-            why = "joint \"" + master + "\" does not exist; it moves by itself";
+        const std::string element = "joint " + joint.name + " / mimic";
+        const bool isLost = !joint.mimicMaster.empty() && !names.count(joint.mimicMaster);
+        if (isLost) {
+            warn(element, "joint \"" + joint.mimicMaster + "\" does not exist; it moves by itself");
+        } else if (followers.count(&joint)) {
+            warn(element, "it follows itself; it moves by itself");
         }
-        for (std::size_t steps = 0; !master.empty() && master != joint.name && steps < m_joints.size(); ++steps) {
-            master = masters[master];
-        }
-        if (!joint.mimicMaster.empty() && master == joint.name) {
-            why = "it follows itself; it moves by itself";
-        }
-        if (!why.empty()) {
-            warn("joint " + joint.name + " / mimic", why);
-        }
-        if (!why.empty() || joint.mimicMaster.empty()) {
+        if (isLost || followers.count(&joint) || joint.mimicMaster.empty()) {
             joint.mimic.clear();
-            masters[joint.name].clear();
         }
     }
 }

@@ -452,6 +452,9 @@ ExtentPointer Reader::builtMesh(const MeshEntry& entry, const Element& element, 
         m_report.addWarning(line.path, element.name(), "the mesh holds no triangle; nothing is drawn");
     }
     line.missing = !result.extent && result.triangles > 0;
+    if (line.missing) {
+        m_report.addWarning(line.path, element.name(), "the mesh cannot be used: " + result.why);
+    }
     return result.extent;
 }
 

@@ -1,5 +1,7 @@
 #include "Collada.h"
 
+#include <import/KrMeshFile.h>
+
 #include <algorithm>
 #include <cmath>
 #include <set>
@@ -38,6 +40,20 @@ protected:
     static double red(const KrTriPhysicalExtent& mesh, const std::string& group)
     {
         return real(look(mesh, group), "krDiffuseRed");
+    }
+
+    /// One triangle; `primitive` and `rest` go where a material is named and defined.
+    static std::string gltf(const std::string& primitive, const std::string& rest)
+    {
+        return "{\"asset\":{\"version\":\"2.0\"},\"scene\":0,\"scenes\":[{\"nodes\":[0]}],\"nodes\":[{\"mesh\":0}],"
+               "\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0},\"indices\":1" +
+               primitive +
+               "}]}],\"accessors\":[{\"bufferView\":0,\"componentType\":5126,\"count\":3,\"type\":\"VEC3\"},"
+               "{\"bufferView\":1,\"componentType\":5123,\"count\":3,\"type\":\"SCALAR\"}],"
+               "\"bufferViews\":[{\"buffer\":0,\"byteLength\":36},{\"buffer\":0,\"byteOffset\":36,\"byteLength\":6}],"
+               "\"buffers\":[{\"byteLength\":42,\"uri\":\"data:application/octet-stream;base64,"
+               "AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAAAAABAAIA\"}]" +
+               rest + "}";
     }
 
     Bundle bundle;
@@ -215,8 +231,12 @@ TEST_F(KrMeshImportTest, TheMeshsMaterialWinsThenTheRobotsThenTheDefault)
     };
     bundle.write("red.mtl", "newmtl red\nKd 1 0 0\n");
     // The last one names a library that is not there: its material says nothing.
-    for (const Case& c :
-         {Case{"a.stl", stl(box(1, 1, 1))}, Case{"a.dae", plain.text()}, Case{"a.obj", "mtllib gone.mtl\n" + obj}}) {
+    const std::string ply = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty "
+                            "float z\nelement face 1\nproperty list uchar int vertex_index\nend_header\n"
+                            "0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n";
+    for (const Case& c : {Case{"a.stl", stl(box(1, 1, 1))}, Case{"a.dae", plain.text()},
+                          Case{"a.obj", "mtllib gone.mtl\n" + obj}, Case{"a.ply", ply},
+                          Case{"a.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"}, Case{"a.gltf", gltf("", "")}}) {
         Imported in = importMesh(c.name, c.content, "", green);
         ASSERT_EQ(groupNames(in.mesh("base")), std::vector<std::string>{"green"}) << c.name;
         EXPECT_EQ(in.mesh("base").materialMap().size(), 0u) << c.name;
@@ -226,9 +246,14 @@ TEST_F(KrMeshImportTest, TheMeshsMaterialWinsThenTheRobotsThenTheDefault)
         EXPECT_EQ(groupNames(in.mesh("base")), std::vector<std::string>{""}) << c.name;
         EXPECT_EQ(in.robot().materialMap().size(), 0u);
     }
-    const Imported in = importMesh("b.obj", "mtllib red.mtl\n" + obj, "", green);
-    ASSERT_EQ(groupNames(in.mesh("base")), std::vector<std::string>{"red"});
-    EXPECT_EQ(red(in.mesh("base"), "red"), 1.0);
+    // A glTF material needs no name.
+    const std::string redGltf =
+        gltf(",\"material\":0", ",\"materials\":[{\"pbrMetallicRoughness\":{\"baseColorFactor\":[1,0,0,1]}}]");
+    for (const Case& c : {Case{"b.obj", "mtllib red.mtl\n" + obj}, Case{"b.gltf", redGltf}}) {
+        const Imported in = importMesh(c.name, c.content, "", green);
+        ASSERT_EQ(in.mesh("base").numGroupNames(), 1u);
+        EXPECT_EQ(red(in.mesh("base"), in.mesh("base").groupName(0)), 1.0) << c.name;
+    }
 }
 
 TEST_F(KrMeshImportTest, OpacityZeroEverywhereIsReadAsOpaque)
@@ -355,6 +380,7 @@ TEST_F(KrMeshImportTest, DamagedCountsAndIndicesCostNeitherMemoryNorTheProcess)
     const std::string ply =
         "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float "
         "z\nelement face 1\nproperty list uchar int vertex_index\nend_header\n0 0 0\n1 0 0\n0 1 0\n";
+    const std::string corners = "0 0 0\n1 0 0\n0 1 0\n";
     const std::pair<std::string, std::string> files[] = {
         {"a.dae", replaced(dae, "<p>0 1", "<p>0 0.5 1")},
         {"b.dae", replaced(dae, "stride=\"3\"", "stride=\"99999999999\"")},
@@ -364,7 +390,28 @@ TEST_F(KrMeshImportTest, DamagedCountsAndIndicesCostNeitherMemoryNorTheProcess)
         {"b.ply", ply + "4000000000 0 1 2\n"},
         {"c.ply", ply + "3 0 1 4000\n"},
         {"d.ply", ply + "4 0 1 2 3\n"},
+        {"g.dae", replaced(dae, "count=\"108\"", "count=\"nan\"")},
+        {"h.dae", replaced(dae, "count=\"108\"", "count=\"999\"")},
+        {"i.dae", replaced(dae, "count=\"36\"", "count=\"37\"")},
+        {"j.dae", replaced(dae, "<triangles count=\"12\"", "<triangles count=\"\"")},
+        {"k.dae", replaced(replaced(dae, "<triangles count=\"12\"", "<polygons"), "</triangles>", "</polygons>")},
+        {"m.dae", replaced(replaced(dae, "<triangles ", "<polylist "), "</triangles>", "</polylist>")},
+        {"l.dae", replaced(dae, "</p>", "</p><p>0 1 2</p>")},
+        {"a.xml", replaced(dae, "count=\"108\"", "count=\"nan\"")},
+        {"a.mesh2", replaced(dae, "count=\"108\"", "count=\"nan\"")},
+        {"b.mesh2", ply.substr(0, 54)},
+        {"c.mesh2", "OFF\n3 1 0\n" + corners + "0\n0\n"},
+        {"g.ply", ply.substr(0, 54)},
+        {"h.ply", replaced(ply, "float z", "flo z") + "3 0 1 2\n"},
+        {"i.ply", replaced(ply, " vertex_index\nend_header", "")},
+        {"j.ply", replaced(ply, "list uchar int vertex_index", "list uchaex_")},
+        {"k.ply", replaced(replaced(ply, "ascii", "binary_little_endian"), "face 1", "face 0")},
         {"a.off", "OFF\n4000000000 1 0\n0 0 0\n"},
+        {"b.off", "OFF\n3 1 0\n" + corners + "0\n0\n"},
+        {"c.off", "OFF\n3 1 0\n" + corners + "3 0 1 3\n"},
+        {"d.off", "OFF\n3 1 0\n" + corners + "3 0 1\n"},
+        {"e.off", "OFF\n3 2 0\n" + corners + "3 0 1 2\n"},
+        {"f.off", "OFF\n"},
         {"a.gltf", "{\"asset\":{\"version\":\"2.0\"},\"accessors\":[{\"componentType\":5126,\"count\" : 99999999999,"
                    "\"type\":\"VEC3\"}]}"},
     };
@@ -376,6 +423,95 @@ TEST_F(KrMeshImportTest, DamagedCountsAndIndicesCostNeitherMemoryNorTheProcess)
     EXPECT_EQ(in.mesh("base").numTriangles(), 1u);
     EXPECT_EQ(importMesh("f.ply", ply + "3 0 1 2\n").mesh("base").numTriangles(), 1u);
     EXPECT_EQ(importMesh("e.dae", dae).mesh("base").numTriangles(), 12u);
+    EXPECT_EQ(importMesh("g.off", "OFF\n# made by hand\n3 1 0\n\n" + corners + "3 0 1 2 255 0 0\n")
+                  .mesh("base")
+                  .numTriangles(),
+              1u);
+}
+
+TEST_F(KrMeshImportTest, SkinsAndAnimationsAreLeftOutAndTheirMeshesKept)
+{
+    Collada file;
+    // Its weights, and those of the animation, would be read from where nothing is.
+    file.libraries = "<library_animations><animation><source id=\"as\"><float_array id=\"as-a\" "
+                     "count=\"9\">1</float_array></source></animation></library_animations>"
+                     "<library_controllers><controller id=\"c\"><skin source=\"#g\"><vertex_weights "
+                     "count=\"nan\"><vcount>1</vcount><v>9 9</v></vertex_weights></skin></controller>"
+                     "</library_controllers>";
+    file.extraNodes = "<node><translate>0 0 10</translate><instance_controller "
+                      "url=\"#c\"><skeleton>#b</skeleton></instance_controller></node>"
+                      "<node><translate>0 0 20</translate><instance_controller url=\"#c\"/></node>";
+    const Imported in = importMesh("a.dae", file.text());
+    EXPECT_EQ(in.mesh("base").numTriangles(), 36u);
+    EXPECT_NEAR(volume(in.mesh("base")), 18.0, 1e-6);
+}
+
+TEST_F(KrMeshImportTest, OneColourOfAllVerticesIsALookAndOthersAreTold)
+{
+    const auto ply = [](const std::string& last, const std::string& comment = "") {
+        return "ply\nformat ascii 1.0\n" + comment +
+               "element vertex 3\nproperty float x\nproperty float y\nproperty float z\nproperty uchar red\nproperty "
+               "uchar green\nproperty uchar blue\nelement face 1\nproperty list uchar int vertex_index\nend_header\n"
+               "0 0 0 255 0 0\n1 0 0 255 0 0\n0 1 0 " +
+               last + "\n3 0 1 2\n";
+    };
+    const std::string green = "<material name=\"green\"><color rgba=\"0 1 0 1\"/></material>";
+    Imported in = importMesh("a.ply", ply("255 0 0"), "", green);
+    ASSERT_EQ(in.mesh("base").numGroupNames(), 1u);
+    EXPECT_EQ(red(in.mesh("base"), in.mesh("base").groupName(0)), 1.0);
+    EXPECT_EQ(in.warnings("link base / visual 1", "colours"), 0u);
+    in = importMesh("b.ply", ply("0 0 255"), "", green);
+    EXPECT_EQ(groupNames(in.mesh("base")), std::vector<std::string>{"green"});
+    EXPECT_EQ(in.warnings("link base / visual 1", "colours of its vertices"), 1u);
+    // The file has a look of its own: that of its texture.
+    in = importMesh("c.ply", ply("255 0 0", "comment TextureFile gone.png\n"), "", green);
+    EXPECT_EQ(red(in.mesh("base"), in.mesh("base").groupName(0)), 1.0);
+    EXPECT_EQ(in.warnings("link base / visual 1", "colours of its vertices"), 1u);
+}
+
+TEST_F(KrMeshImportTest, WhatNoTriangleUsesCostsNothingAndInstancesAreBounded)
+{
+    // 3 of 30000 vertices are used.
+    const auto file = [](int instances) {
+        std::string nodes, list;
+        for (int i = 0; i < instances; ++i) {
+            nodes += (i ? ",{\"mesh\":0}" : "{\"mesh\":0}");
+            list += (i ? "," : "") + std::to_string(i);
+        }
+        std::string bytes(30000 * 20, '\0');
+        const float one = 1.0f;
+        std::memcpy(&bytes[12], &one, 4);
+        std::memcpy(&bytes[28], &one, 4);
+        const std::uint16_t indices[3] = {0, 1, 2};
+        bytes.append(reinterpret_cast<const char*>(indices), 6);
+        return std::pair(
+            "{\"asset\":{\"version\":\"2.0\"},\"scene\":0,\"scenes\":[{\"nodes\":[" + list + "]}],\"nodes\":[" + nodes +
+                "],\"meshes\":[{\"primitives\":[{\"attributes\":{\"POSITION\":0,\"TEXCOORD_0\":1},\"indices\":2}]}],"
+                "\"accessors\":[{\"bufferView\":0,\"componentType\":5126,\"count\":30000,\"type\":\"VEC3\"},"
+                "{\"bufferView\":1,\"componentType\":5126,\"count\":30000,\"type\":\"VEC2\"},"
+                "{\"bufferView\":2,\"componentType\":5123,\"count\":3,\"type\":\"SCALAR\"}],\"bufferViews\":["
+                "{\"buffer\":0,\"byteLength\":360000},{\"buffer\":0,\"byteOffset\":360000,\"byteLength\":240000},"
+                "{\"buffer\":0,\"byteOffset\":600000,\"byteLength\":6}],"
+                "\"buffers\":[{\"byteLength\":600006,\"uri\":\"a.bin\"}]}",
+            bytes);
+    };
+    bundle.write("a.bin", file(1).second);
+    KrMeshData data;
+    std::string why;
+    ASSERT_TRUE(KrMeshFile::read(bundle.write("a.gltf", file(500).first), data, why)) << why;
+    EXPECT_EQ(data.vertices.size(), 3u);
+    EXPECT_EQ(data.textureCoordinates.size(), 3u);
+    EXPECT_EQ(data.groups.at(0).triangles.size(), 500u);
+    EXPECT_FALSE(KrMeshFile::read(bundle.write("b.gltf", file(3000).first), data, why));
+    EXPECT_NE(why.find("vertices"), std::string::npos) << why;
+}
+
+TEST_F(KrMeshImportTest, WhatIsTooFarToBeDrawnIsAStandInAndSaysWhy)
+{
+    const Imported in = importMesh("a.obj", "v 0 0 0\nv 1e37 0 0\nv 0 1e37 0\nf 1 2 3\n", "1e5");
+    EXPECT_EQ(in.report.counts().missingMeshes, 1u);
+    EXPECT_EQ(in.warnings("link base / visual 1", "too far away"), 1u);
+    EXPECT_LT(volume(in.mesh("base")), 0.001);
 }
 
 TEST_F(KrMeshImportTest, LinksShareOneExtentOnlyWhenEverythingIsTheSame)

@@ -252,6 +252,42 @@ TEST_F(KrRobotImporterTest, MimicsFollowAndUnknownMastersAreIgnored)
     ASSERT_TRUE(in.system.setJointPosition(0, "ja", 1.0));
     const auto& positions = in.system.systemState().positionStates()[0].jointPositions();
     EXPECT_NEAR(positions[1], -1.5, 1e-12);
+    // The circle opens at its first joint, though another one leads into it.
+    in = importRobot(link("base", kBox) + joint("ja", "continuous", "base", "a", mimic("jc")) +
+                     joint("jb", "continuous", "base", "b", mimic("jc")) +
+                     joint("jc", "continuous", "base", "c", mimic("jb")) +
+                     joint("jd", "continuous", "base", "d", mimic("jd")));
+    EXPECT_TRUE(kinematics(in, "a").isMimic() && kinematics(in, "c").isMimic());
+    EXPECT_FALSE(kinematics(in, "b").isMimic() || kinematics(in, "d").isMimic());
+}
+
+TEST_F(KrRobotImporterTest, ThousandsOfJointsAreReadAtOnceAndTooManyRefused)
+{
+    std::string many;
+    for (int i = 0; i < 9990; ++i) {
+        many += joint(i % 2 ? "same" : "j" + std::to_string(i), "continuous", "base", "l" + std::to_string(i),
+                      "<mimic joint=\"j" + std::to_string(i + 2 - i % 2) + "\"/>");
+    }
+    const auto started = std::chrono::steady_clock::now();
+    const Imported in = importRobot(link("base", kBox) + many);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(20));
+    EXPECT_EQ(in.report.counts().joints, 9990u);
+    EXPECT_EQ(kinematics(in, "l9989").name(), "same 4995");
+
+    for (int i = 0; i < 11; ++i) {
+        many += joint("x" + std::to_string(i), "fixed", "base", "m" + std::to_string(i % 9));
+    }
+    const Imported refused = importText(robot(link("base", kBox) + many));
+    EXPECT_FALSE(refused.ok);
+    EXPECT_NE(refused.printed.find("too many joints"), std::string::npos) << refused.printed;
+}
+
+TEST_F(KrRobotImporterTest, OriginsTooFarToBeDrawnAreLeftOut)
+{
+    const Imported in = importRobot(link("base", kBox) + link("a") +
+                                    joint("ja", "fixed", "base", "a", "<origin xyz=\"0 1e39 0\" rpy=\"0 0 1\"/>"));
+    EXPECT_EQ(kinematics(in, "a").origin().translation(), KrVector());
+    EXPECT_EQ(in.warnings("joint ja / origin", "too large"), 1u);
 }
 
 TEST_F(KrRobotImporterTest, SaysWhenMacrosRemainOrNothingIsThereToDraw)

@@ -1,0 +1,59 @@
+#include <import/KrMeshWords.h>
+
+#include <algorithm>
+#include <charconv>
+
+namespace
+{
+
+bool isSpace(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+} // namespace
+
+std::string_view KrMeshWords::trimmed(std::string_view text)
+{
+    while (!text.empty() && isSpace(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isSpace(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+std::string_view KrMeshWords::takeWord(std::string_view& text)
+{
+    std::size_t begin = 0;
+    while (begin < text.size() && isSpace(text[begin])) {
+        ++begin;
+    }
+    std::size_t end = begin;
+    while (end < text.size() && !isSpace(text[end])) {
+        ++end;
+    }
+    const std::string_view word = text.substr(begin, end - begin);
+    text.remove_prefix(end);
+    return word;
+}
+
+bool KrMeshWords::takeLine(std::string_view& text, std::string_view& line)
+{
+    if (text.empty()) {
+        return false;
+    }
+    const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
+    line = text.substr(0, end);
+    const bool isPair = text.substr(end, 2) == "\r\n";
+    text.remove_prefix(std::min(end + (isPair ? 2 : 1), text.size()));
+    return true;
+}
+
+bool KrMeshWords::isCount(std::string_view word, std::uint64_t limit, std::uint64_t& number)
+{
+    const char* const end = word.data() + word.size();
+    const bool isDigits = !word.empty() && word.find_first_not_of("0123456789") == std::string_view::npos;
+    return isDigits && std::from_chars(word.data(), end, number).ec == std::errc() && number <= limit;
+}
