@@ -6,9 +6,13 @@
 #include "KrAppValue.h"
 
 #include <rendCore/KrRenderAxis.h>
+#include <rendCore/KrRenderLink.h>
+#include <rendCore/KrRenderManipulator.h>
+#include <rendCore/KrRenderShape.h>
 #include <rendCore/KrRenderTypes.h>
 #include <rendCore/KrRenderWindow.h>
-#include <toolkit/geometry/KrColor.h>
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/geometry/KrEllipsoid.h>
 #include <toolkit/geometry/KrEnclosingShapes.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
@@ -20,37 +24,57 @@
 #include <osg/StateSet>
 #include <osg/Switch>
 
+#include <boost/make_shared.hpp>
+
 #include <algorithm>
+#include <utility>
 
 namespace
 {
 
 constexpr double kAxisPart = 0.065; // of the robot's diagonal: shorter than most links, and still seen
-const KrColor kVolumeColor(0.95, 0.55, 0.1, 0.3);
 
-/// Finds links by name; their keys are those of the render core.
+/// A copy that the scene draws by itself: what shapes share is drawn once, and would be selected as one.
+boost::shared_ptr<KrShape> unshared(const KrShape& shape)
+{
+    const auto own = boost::make_shared<KrShape>(shape);
+    const KrBasePhysicalExtent* const extent = shape.physicalExtent();
+    if (extent != nullptr && extent->triExtent()) { // fields are not shared
+        own->setPhysicalExtent(
+            boost::shared_ptr<KrBasePhysicalExtent>(static_cast<KrBasePhysicalExtent*>(extent->clone())));
+    }
+    return own;
+}
+
+/// Gives a link shapes of its own.
+void unshareShapes(KrManipulatorLink& link)
+{
+    KrManipulatorLink own(link.name());
+    for (unsigned int i = 0; i < link.numShapes(); ++i) {
+        const KrShape* const shape = link.shape(i);
+        own.addShape(shape != nullptr ? unshared(*shape) : boost::shared_ptr<KrShape>());
+    }
+    bool isDeformable = false;
+    link.deformable(isDeformable);
+    own.setDeformable(isDeformable);
+    own.jointKinematics() = link.jointKinematics();
+    own.massProperties() = link.massProperties();
+    own.childLinks() = std::move(link.childLinks());
+    link = std::move(own); // of a manipulator its base link only
+}
+
+/// Finds links by name and unshares their shapes. Keys are those of the render core.
 class LinkFinder
 {
 public:
-    LinkFinder(const KrStatedSystem& system, const std::string& name)
+    LinkFinder(KrManipulatorSystem& system, const std::string& name)
+        : m_name(name)
     {
-        const auto& manipulators = system.manipulatorSystem().manipulators();
-        for (unsigned int i = 0; i < manipulators.size(); ++i) {
-            const KrIndividualManipulator& manipulator = manipulators[i];
-            const auto look = [&](const KrManipulatorLink& link, std::uint32_t index) {
-                m_names.push_back(link.name());
-                if (link.name() == name || manipulator.name() + "/" + link.name() == name) {
-                    ++m_numFound;
-                    for (std::uint32_t shape = 0; shape < link.numShapes(); ++shape) {
-                        m_keys.emplace_back(i, index, shape);
-                    }
-                }
-            };
+        for (m_manipulator = 0; m_manipulator < system.manipulators().size(); ++m_manipulator) {
+            KrIndividualManipulator& manipulator = system.manipulators()[m_manipulator];
+            m_prefix = manipulator.name() + "/";
+            m_nextIndex = 0;
             look(manipulator, KrShapeStateCacheKey::kBaseLink);
-            const std::vector<const KrManipulatorLink*> links = manipulator.links();
-            for (std::uint32_t j = 0; j < links.size(); ++j) {
-                look(*links[j], j);
-            }
         }
     }
     bool isFound() const { return m_numFound > 0; }
@@ -58,6 +82,25 @@ public:
     const std::vector<std::string>& names() const { return m_names; }
 
 private:
+    void look(KrManipulatorLink& link, std::uint32_t index)
+    {
+        m_names.push_back(link.name());
+        for (KrManipulatorLink& child : link.childLinks()) {
+            look(child, m_nextIndex++);
+        }
+        if (link.name() == m_name || m_prefix + link.name() == m_name) {
+            ++m_numFound;
+            unshareShapes(link);
+            for (std::uint32_t shape = 0; shape < link.numShapes(); ++shape) {
+                m_keys.emplace_back(m_manipulator, index, shape);
+            }
+        }
+    }
+
+    std::string m_name;
+    std::string m_prefix;
+    unsigned int m_manipulator = 0;
+    std::uint32_t m_nextIndex = 0;
     std::size_t m_numFound = 0;
     std::vector<KrShapeStateCacheKey> m_keys;
     std::vector<std::string> m_names;
@@ -79,15 +122,20 @@ private:
 
 void select(KrStatedSystem& system, const std::string& name)
 {
-    const LinkFinder finder(system, name);
+    const LinkFinder finder(system.manipulatorSystem(), name);
     if (!finder.isFound()) {
         unknownLink(name, finder.names());
     }
+    bool hasShape = false;
     for (const KrShapeStateCacheKey& key : finder.keys()) {
         const KrShape* const shape = system.shapeByKey(key);
         if (shape != nullptr && shape->physicalExtent() != nullptr) {
-            system.selectShape(key);
+            hasShape = system.selectShape(key) || hasShape;
         }
+    }
+    if (!hasShape) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrAppAids::prepare - link \"%s\" has no shape to select.\n",
+                                     name.c_str());
     }
 }
 
@@ -96,7 +144,7 @@ void lookThrough(KrIndividualManipulator& manipulator)
 {
     const auto complete = [&manipulator](const std::string& name) {
         if (manipulator.dataMaps().find(name) == nullptr) {
-            manipulator.dataMaps().set(name, KrDataMap::material(kVolumeColor));
+            manipulator.dataMaps().set(name, KrEnclosingShapes::look());
         }
     };
     std::vector<const KrManipulatorLink*> links = manipulator.links();
@@ -138,6 +186,14 @@ osg::ref_ptr<osg::Material> ellipsoidLook()
     return look;
 }
 
+/// One translucent surface does not hide another, in whatever order they are drawn.
+void veil(osg::StateSet* look)
+{
+    if (look != nullptr && look->getRenderingHint() == osg::StateSet::TRANSPARENT_BIN) {
+        look->setAttributeAndModes(new osg::Depth(osg::Depth::LESS, 0.0, 1.0, false));
+    }
+}
+
 /// Gives the mass ellipsoids and the translucent volumes of a scene their look.
 class LookVisitor : public osg::NodeVisitor
 {
@@ -152,6 +208,9 @@ public:
     using osg::NodeVisitor::apply;
     void apply(osg::Geode& node) override
     {
+        for (unsigned int i = 0; m_isVolume && i < node.getNumDrawables(); ++i) {
+            veil(node.getDrawable(i)->getStateSet());
+        }
         if (node.getNodeMask() == KrRenderTypes::MassProperties) {
             osg::StateSet* const state = node.getOrCreateStateSet();
             drawLast(*state, kEllipsoidBin);
@@ -161,26 +220,87 @@ public:
     }
     void apply(osg::Switch& node) override
     {
-        for (unsigned int i = 0; node.getNodeMask() == KrRenderTypes::BoundingVolumes && i < node.getNumChildren();
-             ++i) {
-            osg::Geode* const volume = node.getChild(i)->asGeode();
-            for (unsigned int j = 0; volume != nullptr && j < volume->getNumDrawables(); ++j) {
-                veil(volume->getDrawable(j)->getStateSet());
-            }
-        }
+        // Not always the switch's own children: where something is selected, volumes are wrapped.
+        m_isVolume = node.getNodeMask() == KrRenderTypes::BoundingVolumes;
         traverse(node);
+        m_isVolume = false;
     }
 
 private:
-    /// One translucent surface does not hide another, in whatever order they are drawn.
-    static void veil(osg::StateSet* look)
+    osg::ref_ptr<osg::Material> m_ellipsoidLook;
+    bool m_isVolume = false; ///< below a switch of volumes
+};
+
+/// The volume that is seen of a link; null when it has none.
+osg::Geode* drawnVolume(const KrRenderLink& link)
+{
+    const osg::ref_ptr<osg::MatrixTransform> frame = link.getDhFrame();
+    for (unsigned int i = 0; frame && i < frame->getNumChildren(); ++i) {
+        osg::Switch* const volumes = frame->getChild(i)->asSwitch();
+        if (volumes == nullptr || volumes->getNodeMask() != KrRenderTypes::BoundingVolumes) {
+            continue;
+        }
+        for (unsigned int k = 0; k < volumes->getNumChildren(); ++k) {
+            osg::Node* node = volumes->getValue(k) ? volumes->getChild(k) : nullptr;
+            while (node != nullptr && node->asGeode() == nullptr) { // wrapped, where something is selected
+                osg::Group* const group = node->asGroup();
+                node = group != nullptr && group->getNumChildren() > 0 ? group->getChild(0) : nullptr;
+            }
+            if (node != nullptr) {
+                return node->asGeode();
+            }
+        }
+    }
+    return nullptr;
+}
+
+/// Puts anew what encloses the links that bend.
+class VolumeVisitor : public osg::NodeVisitor
+{
+public:
+    VolumeVisitor()
+        : osg::NodeVisitor(osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
     {
-        if (look != nullptr && look->getRenderingHint() == osg::StateSet::TRANSPARENT_BIN) {
-            look->setAttributeAndModes(new osg::Depth(osg::Depth::LESS, 0.0, 1.0, false));
+    }
+
+    using osg::NodeVisitor::apply;
+    void apply(osg::MatrixTransform& node) override
+    {
+        if (const auto* const manipulator = dynamic_cast<const KrRenderManipulator*>(&node)) {
+            m_manipulator = manipulator->getManipulator();
+        } else if (const auto* const link = dynamic_cast<const KrRenderLink*>(&node)) {
+            renew(*link);
+        }
+        traverse(node);
+    }
+    void apply(osg::Geode&) override {}
+
+private:
+    void renew(const KrRenderLink& link)
+    {
+        bool bends = false;
+        link.getLink()->deformable(bends);
+        const KrShape* const shape = bends ? link.getLink()->shape() : nullptr;
+        osg::Geode* const drawn = shape != nullptr ? drawnVolume(link) : nullptr;
+        if (drawn == nullptr) {
+            return;
+        }
+        shape->boundingVolumes(m_volumes, 1);
+        const KrBasePhysicalExtent* const extent = m_volumes.empty() ? nullptr : m_volumes.back()->physicalExtent();
+        if (extent == nullptr) {
+            return;
+        }
+        const osg::ref_ptr<KrRenderShape> now = new KrRenderShape(extent, m_manipulator->dataMaps());
+        drawn->removeDrawables(0, drawn->getNumDrawables());
+        for (unsigned int i = 0; i < now->getNumDrawables(); ++i) {
+            veil(now->getDrawable(i)->getStateSet());
+            now->getDrawable(i)->setSupportsDisplayList(false); // for one frame
+            drawn->addDrawable(now->getDrawable(i));
         }
     }
 
-    osg::ref_ptr<osg::Material> m_ellipsoidLook;
+    const KrIndividualManipulator* m_manipulator = nullptr; ///< whose links are visited
+    std::vector<const KrShape*> m_volumes;
 };
 
 /// Lines that are as thick in a large picture as in a small one, in front of the links.
@@ -209,6 +329,61 @@ std::string KrAppAids::addShown(const std::string& list)
     return std::string();
 }
 
+double KrAppAids::axisLength(const KrStatedSystem& system) const
+{
+    if (axisScale) {
+        return *axisScale;
+    }
+    KrAppFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0);
+    framing.add(system.manipulatorSystem(), system.systemState());
+    return kAxisPart * (framing.isEmpty() ? 1.0 : framing.size().length());
+}
+
+void KrAppAids::frame(const KrStatedSystem& system, KrAppFraming& framing) const
+{
+    framing.setAids(axes ? axisLength(system) : 0.0, volumes);
+}
+
+void KrAppAids::foldMasses(const KrAppRobot& robot, std::vector<std::string>& warnings) const
+{
+    std::vector<std::pair<std::string, const KrMassProperties*>> given;
+    for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
+        std::vector<const KrManipulatorLink*> links = manipulator.links();
+        links.insert(links.begin(), &manipulator);
+        for (const KrManipulatorLink* const link : links) {
+            if (link->massProperties().isGiven()) {
+                given.emplace_back(link->name(), &link->massProperties());
+            }
+        }
+    }
+    if (mass) {
+        if (given.empty()) {
+            warnings.push_back("--show mass shows nothing: no link has a mass");
+        }
+        return;
+    }
+    given.erase(std::remove_if(given.begin(), given.end(),
+                               [](const auto& link) { return link.second->whyImpossible().empty(); }),
+                given.end());
+    if (given.empty()) {
+        return;
+    }
+    // Each tells of itself once: now, to nobody.
+    const Kr::Print::Sink sink = Kr::Print::instance()->setSink([](Kr::Print::Type, const std::string&) {});
+    for (const auto& [name, properties] : given) {
+        KrEllipsoid ellipsoid;
+        KrCoordinateSystemTransformation principalAxes;
+        properties->fillEllipsoid(name, ellipsoid, principalAxes);
+    }
+    Kr::Print::instance()->setSink(sink);
+    if (robot.report.warnings().empty()) { // an import has told
+        warnings.push_back(
+            "no body has the mass properties of link \"" + given.front().first + "\"" +
+            (given.size() > 1 ? ", nor those of " + std::to_string(given.size() - 1) + " more links" : std::string()) +
+            "; --show mass tells why");
+    }
+}
+
 void KrAppAids::prepare(KrAppRobot& robot, KrVisualizationParameters& parameters) const
 {
     KrStatedSystem& system = robot.statedSystem();
@@ -217,6 +392,9 @@ void KrAppAids::prepare(KrAppRobot& robot, KrVisualizationParameters& parameters
     }
     if (!selected.empty()) {
         system.setTransparency(fade);
+        // The selection takes it over by itself. The change would make every shape that bends transparent, the selected
+        // ones too.
+        system.setTransparencyChanged(false);
     }
     if (volumes) {
         for (KrIndividualManipulator& manipulator : system.manipulatorSystem().manipulators()) {
@@ -224,11 +402,8 @@ void KrAppAids::prepare(KrAppRobot& robot, KrVisualizationParameters& parameters
         }
     }
     if (axes) {
-        KrAppFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0);
-        framing.add(system.manipulatorSystem(), system.systemState());
         KrGUIObjectParameters markers = parameters.GUIObjectParameters();
-        const double size = framing.isEmpty() ? 1.0 : framing.size().length();
-        markers.setAxisScale(axisScale.value_or(kAxisPart * size));
+        markers.setAxisScale(axisLength(system));
         parameters.setGUIObjectParameters(markers);
     }
 }
@@ -247,4 +422,12 @@ void KrAppAids::show(KrRenderWindow& window) const
     }
     LookVisitor visitor;
     window.getNode()->accept(visitor);
+}
+
+void KrAppAids::follow(KrRenderWindow& window)
+{
+    if (window.displayMask(KrRenderTypes::BoundingVolumes)) {
+        VolumeVisitor visitor;
+        window.getNode()->accept(visitor);
+    }
 }

@@ -4,7 +4,9 @@
 #include <string>
 #include <vector>
 
+class KrAppFraming;
 class KrRenderWindow;
+class KrStatedSystem;
 class KrVisualizationParameters;
 struct KrAppRobot;
 
@@ -21,9 +23,21 @@ struct KrAppAids
     /// Adds what a list as "axes,mass" names; the word that names nothing, or the empty string.
     std::string addShown(const std::string& list);
 
+    /// Of a link's axes, m: `axisScale`, or a part of the size of the system in its state.
+    double axisLength(const KrStatedSystem& system) const;
+
+    /// Lets the axes and volumes that are shown be in the picture.
+    void frame(const KrStatedSystem& system, KrAppFraming& framing) const;
+
+    /// Before the robot is loaded: tells of masses that will show nothing. Where they are not shown, a single line
+    /// tells of impossible ones, unless the import has.
+    void foldMasses(const KrAppRobot& robot, std::vector<std::string>& warnings) const;
     /// Before the robot is loaded: selects links, gives volumes a look that lets the robot be seen, and chooses the
-    /// axes' length. Throws KrAppFailure (CouldNot) for a link that is not there.
+    /// axes' length. Links that are selected get shapes of their own. Throws KrAppFailure (CouldNot) for a link that is
+    /// not there.
     void prepare(KrAppRobot& robot, KrVisualizationParameters& parameters) const;
     /// When the window has its system: shows the aids.
     void show(KrRenderWindow& window) const;
+    /// When shapes have bent: lets the volumes, where they are shown, enclose them as they are now.
+    static void follow(KrRenderWindow& window);
 };

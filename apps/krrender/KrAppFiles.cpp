@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 namespace
 {
@@ -43,11 +44,25 @@ Number findNumber(const std::string& pattern, std::size_t from)
     }
     if (end >= pattern.size() || pattern[end] != 'd' || found.width > 20) {
         throw KrAppFailure(KrAppFailure::WrongUsage,
-                           "-o " + pattern + ": the frame number is written %d or %04d, nothing else follows a %");
+                           pattern + ": the frame number is written %d or %04d, nothing else follows a %");
     }
     found.start = start;
     found.length = end + 1 - start;
     return found;
+}
+
+/// The same for every spelling of one file.
+std::string identity(const std::string& path)
+{
+    std::error_code error;
+    const fs::path whole = fs::absolute(KrAppFiles::target(path), error);
+    const fs::path found = fs::weakly_canonical(whole, error);
+    return (error ? whole : found).string();
+}
+
+[[noreturn]] void cannotWrite(const std::string& path, const std::string& reason)
+{
+    throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": " + reason);
 }
 
 } // namespace
@@ -77,16 +92,40 @@ void KrAppFiles::checkPictureFormat(const std::string& path)
 void KrAppFiles::checkWritable(const std::string& path)
 {
     std::error_code error;
-    if (fs::is_directory(path, error)) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": it is a folder");
+    const fs::file_status status = fs::status(path, error);
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        cannotWrite(path, fs::is_directory(status) ? "it is a folder" : "it is no regular file");
     }
-    fs::path folder = fs::path(path).parent_path();
+    fs::path folder = fs::path(target(path)).parent_path();
     folder = folder.empty() ? fs::path(".") : folder;
     if (!fs::is_directory(folder, error)) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": there is no folder " + folder.string());
+        cannotWrite(path, "there is no folder " + folder.string());
     }
     if (access(folder.c_str(), W_OK | X_OK) != 0) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": " + std::strerror(errno));
+        cannotWrite(path, std::strerror(errno));
+    }
+}
+
+void KrAppFiles::checkDistinct(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs)
+{
+    std::set<std::string> read;
+    for (const std::string& path : inputs) {
+        if (!path.empty()) {
+            read.insert(identity(path));
+        }
+    }
+    std::set<std::string> written;
+    for (const std::string& path : outputs) {
+        if (path.empty()) {
+            continue;
+        }
+        const std::string file = identity(path);
+        if (read.count(file) > 0) {
+            throw KrAppFailure(KrAppFailure::WrongUsage, path + ": this file is read, and would be overwritten");
+        }
+        if (!written.insert(file).second) {
+            throw KrAppFailure(KrAppFailure::WrongUsage, path + ": two outputs cannot have one name");
+        }
     }
 }
 
@@ -108,39 +147,63 @@ std::string KrAppFiles::frameFile(const std::string& pattern, std::size_t number
         return (path.parent_path() / (path.stem().string() + "_" + padded(4) + path.extension().string())).string();
     }
     if (pattern.find('%', place.start + place.length) != std::string::npos) {
-        throw KrAppFailure(KrAppFailure::WrongUsage, "-o " + pattern + ": one frame number is enough");
+        throw KrAppFailure(KrAppFailure::WrongUsage, pattern + ": one frame number is enough");
     }
     return pattern.substr(0, place.start) + padded(place.width) + pattern.substr(place.start + place.length);
 }
 
 void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages)
 {
-    if (!picture.writeFile(path, KrImage::BottomRowFirst)) {
-        throw KrAppFailure(KrAppFailure::CouldNot,
-                           "cannot write " + path + ": " + messages.lastReason("the disk refuses it"));
+    // The format is that of the name that was given, wherever a link leads.
+    const std::string temporary = temporaryName(path);
+    if (!picture.writeFile(temporary, KrImage::BottomRowFirst)) {
+        const std::string reason = messages.lastReason("the disk refuses it");
+        const std::string prefix = temporary + ": ";
+        cannotWrite(path, reason.compare(0, prefix.size(), prefix) == 0 ? reason.substr(prefix.size()) : reason);
     }
+    moveInto(path, temporary);
 }
 
 void KrAppFiles::writeBytes(const std::string& bytes, const std::string& path)
 {
     const std::string temporary = temporaryName(path);
     errno = 0;
-    {
-        std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-        file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        file.close();
-        if (file && std::rename(temporary.c_str(), path.c_str()) == 0) {
-            return;
-        }
+    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file) {
+        const std::string reason = errno != 0 ? std::strerror(errno) : "the disk refuses it";
+        std::remove(temporary.c_str());
+        cannotWrite(path, reason);
     }
-    const std::string reason = errno != 0 ? std::strerror(errno) : "the disk refuses it";
-    std::remove(temporary.c_str());
-    throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": " + reason);
+    moveInto(path, temporary);
+}
+
+void KrAppFiles::moveInto(const std::string& path, const std::string& temporary)
+{
+    std::error_code error;
+    fs::rename(temporary, target(path), error);
+    if (error) {
+        std::remove(temporary.c_str());
+        cannotWrite(path, error.message());
+    }
+}
+
+std::string KrAppFiles::target(const std::string& path)
+{
+    constexpr int kMostLinks = 40; // one behind the other, as the system follows them
+    std::error_code error;
+    fs::path file(path);
+    // Link by link: what the last one names need not be there yet.
+    for (int i = 0; i < kMostLinks && fs::is_symlink(fs::symlink_status(file, error)); ++i) {
+        file = file.parent_path() / fs::read_symlink(file, error);
+    }
+    return file.string();
 }
 
 std::string KrAppFiles::temporaryName(const std::string& path)
 {
     const fs::path whole(path);
     const std::string name = whole.stem().string() + ".tmp" + std::to_string(getpid()) + whole.extension().string();
-    return (whole.parent_path() / name).string();
+    return (fs::path(target(path)).parent_path() / name).string();
 }

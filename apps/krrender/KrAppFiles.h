@@ -3,6 +3,7 @@
 #include <toolkit/image/KrImage.h>
 
 #include <string>
+#include <vector>
 
 class KrAppMessages;
 
@@ -12,8 +13,12 @@ namespace KrAppFiles
 
 /// WrongUsage unless the extension names a picture format that is written here.
 void checkPictureFormat(const std::string& path);
-/// CouldNot unless a file can be made at `path`.
+/// CouldNot unless a file can be made at `path`, or where the link leads that is there. What is there and no file (a
+/// pipe, a device) is refused, too.
 void checkWritable(const std::string& path);
+/// WrongUsage when two of `outputs` are one file, or one is among `inputs`, however they are spelled. Empty names count
+/// for nothing.
+void checkDistinct(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs);
 /// Whether the extension is that of a video.
 bool isVideo(const std::string& path);
 
@@ -30,7 +35,11 @@ void writeBytes(const std::string& bytes, const std::string& path);
 /// In small letters, with its point; empty for none.
 std::string extensionOf(const std::string& path);
 
-/// "picture.png" -> "picture.tmp1234.png": what is written first, in the same folder, with the same extension.
+/// The file that `path` means: where it leads when it is a link, which then stays one; else `path`.
+std::string target(const std::string& path);
+/// "picture.png" -> "picture.tmp1234.png": what is written first, in the folder of its target, with the same extension.
 std::string temporaryName(const std::string& path);
+/// Puts what was written first into the place of `path`; CouldNot, and it is gone, when that fails.
+void moveInto(const std::string& path, const std::string& temporary);
 
 } // namespace KrAppFiles

@@ -15,6 +15,7 @@ namespace
 constexpr double kFilledPart = 0.94;       // of the picture's width or height
 constexpr double kNearestToEye = 0.15;     // of the distance to the middle: nothing comes closer to the eye
 constexpr double kSmallestDistance = 0.05; // m
+constexpr double kBaseAxis = 2.0;          // of a link's, at a manipulator's place
 
 /// `up` made perpendicular to `towards`; another direction when the two are parallel.
 KrVector uprightTo(const KrVector& towards, const KrVector& up)
@@ -50,6 +51,26 @@ void addExtent(KrAppFraming& framing, const KrBasePhysicalExtent& extent,
     }
     for (const KrVector& vertex : mesh->vertices()) {
         framing.add(toWorld.transformPoint(vertex));
+    }
+}
+
+void addAxes(KrAppFraming& framing, const KrCoordinateSystemTransformation& toWorld, double length)
+{
+    if (!(length > 0.0)) {
+        return;
+    }
+    for (const KrVector& tip : {KrVector(length, 0.0, 0.0), KrVector(0.0, length, 0.0), KrVector(0.0, 0.0, length)}) {
+        framing.add(toWorld.transformPoint(tip));
+    }
+}
+
+/// What is shown of a shape's volumes: the finest.
+void addVolume(KrAppFraming& framing, const KrShape& shape, const KrCoordinateSystemTransformation& dhToWorld)
+{
+    std::vector<const KrShape*> volumes;
+    shape.boundingVolumes(volumes, 1);
+    if (!volumes.empty() && volumes.back()->physicalExtent() != nullptr) {
+        addExtent(framing, *volumes.back()->physicalExtent(), dhToWorld);
     }
 }
 
@@ -121,13 +142,30 @@ void KrAppFraming::add(const KrManipulatorSystem& system, const KrManipulatorSys
         if (!manipulator.linkPoses(position, poses)) {
             continue;
         }
-        addLink(*this, manipulator,
-                manipulator.placement() * position.baseTransformation() * manipulator.baseDhFrame());
+        addAxes(*this, manipulator.placement(), kBaseAxis * m_axisLength);
+        addLinkAndAids(manipulator, manipulator.placement() * position.baseTransformation(), manipulator.baseDhFrame());
         const std::vector<const KrManipulatorLink*> links = manipulator.links();
         for (std::size_t j = 0; j < links.size() && j < poses.size(); ++j) {
-            addLink(*this, *links[j], manipulator.placement() * poses[j] * links[j]->jointKinematics().dhFrame());
+            addLinkAndAids(*links[j], manipulator.placement() * poses[j], links[j]->jointKinematics().dhFrame());
         }
     }
+}
+
+void KrAppFraming::addLinkAndAids(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& toWorld,
+                                  const KrCoordinateSystemTransformation& dhFrame)
+{
+    addLink(*this, link, toWorld * dhFrame);
+    addAxes(*this, toWorld, m_axisLength);
+    addAxes(*this, toWorld * dhFrame, m_axisLength);
+    if (m_hasVolumes && link.shape() != nullptr) {
+        addVolume(*this, *link.shape(), toWorld * dhFrame);
+    }
+}
+
+void KrAppFraming::setAids(double axisLength, bool hasVolumes)
+{
+    m_axisLength = axisLength;
+    m_hasVolumes = hasVolumes;
 }
 
 void KrAppFraming::addMotion(const KrManipulatorSystem& system, KrAppMotion& motion)
@@ -139,6 +177,9 @@ void KrAppFraming::addMotion(const KrManipulatorSystem& system, KrAppMotion& mot
         const KrManipulatorSystemState& state = motion.state(i);
         poses.drive(state);
         add(system, state);
+    }
+    if (motion.size() > 0) {
+        poses.drive(motion.state(0));
     }
 }
 

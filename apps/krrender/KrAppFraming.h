@@ -18,11 +18,17 @@ public:
     /// @param aspectRatio  picture width / height, > 0
     KrAppFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio);
 
+    /// What stands beside the shapes of systems that are added from now on.
+    /// @param axisLength  of the axes of every link, m; 0 for none
+    /// @param hasVolumes  what encloses each link's first shape
+    void setAids(double axisLength, bool hasVolumes);
+
     void add(const KrVector& point);
-    /// Every corner of every visible shape of `system`, posed by `state`, which fits the system.
+    /// Every corner of every visible shape of `system`, posed by `state`, which fits the system; and the aids.
     void add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state);
 
-    /// Every pose of a motion; a long one is sampled: its outline does not change from one frame to the next.
+    /// Every pose of a motion; a long one is sampled: its outline does not change from one frame to the next. Shapes
+    /// that bend are left as the first state bends them.
     void addMotion(const KrManipulatorSystem& system, KrAppMotion& motion);
 
     bool isEmpty() const { return m_numPoints == 0; }
@@ -43,6 +49,9 @@ public:
 private:
     static constexpr unsigned int kNumSlopes = 12;
 
+    void addLinkAndAids(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& toWorld,
+                        const KrCoordinateSystemTransformation& dhFrame);
+
     /// Two opposite sides of the view, for slopes from a twelfth of the picture's to the whole.
     struct Sides
     {
@@ -62,6 +71,8 @@ private:
     KrVector m_up;      ///< camera y
     KrVector m_towards; ///< camera z, to the eye
     double m_fieldOfView;
+    double m_axisLength = 0.0; ///< m
+    bool m_hasVolumes = false;
     Sides m_horizontal;
     Sides m_vertical;
     double m_nearest = 0.0; ///< largest z

@@ -78,8 +78,13 @@ std::string KrAppMessages::sentence(const std::string& text)
 {
     const std::string line = oneLine(text);
     const std::size_t dash = line.find(" - ");
-    const bool hasOrigin = dash != std::string::npos && line.find("::") < dash && line.find(' ') == dash;
-    return hasOrigin ? line.substr(dash + 3) : line;
+    if (dash == std::string::npos || line.find(' ') != dash) {
+        return line;
+    }
+    const bool isClass = dash > 2 && line.compare(0, 2, "Kr") == 0 &&
+                         std::all_of(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(dash),
+                                     [](unsigned char c) { return std::isalnum(c) != 0; });
+    return isClass || line.find("::") < dash ? line.substr(dash + 3) : line;
 }
 
 std::string KrAppMessages::lastReason(const std::string& fallback) const

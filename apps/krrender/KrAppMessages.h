@@ -26,7 +26,7 @@ public:
     /// Everything that was said, as `sentence`s, each once. While no other thread works.
     const std::vector<std::string>& texts() const { return m_texts; }
 
-    /// One line without "Class::method - " at its beginning, which tells a user nothing.
+    /// One line without "Class::method - " or "KrClass - " at its beginning, which tells a user nothing.
     static std::string sentence(const std::string& text);
 
     /// One line of `text`: line ends and runs of white space become one space, the full stop at its end goes.

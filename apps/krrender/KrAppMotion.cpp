@@ -1,5 +1,6 @@
 #include "KrAppMotion.h"
 
+#include <cmath>
 #include <utility>
 
 KrAppMotion::KrAppMotion(const KrStatedSystem& system)
@@ -18,6 +19,36 @@ void KrAppMotion::add(double time, const std::vector<double>& positions)
 {
     m_values.push_back(time);
     m_values.insert(m_values.end(), positions.begin(), positions.end());
+}
+
+double KrAppMotion::framesPerSecond() const
+{
+    constexpr double kDefault = 30.0;
+    return hasTimes() ? static_cast<double>(size() - 1) / (time(size() - 1) - time(0)) : kDefault;
+}
+
+bool KrAppMotion::isEven() const
+{
+    const double rate = framesPerSecond();
+    for (std::size_t i = 0; hasTimes() && i < size(); ++i) {
+        if (std::abs((time(i) - time(0)) * rate - static_cast<double>(i)) > 0.5) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::vector<double> KrAppMotion::schedule(std::optional<double> rate) const
+{
+    const bool isTimed = hasTimes() && !rate;
+    const double step = 1.0 / rate.value_or(framesPerSecond());
+    std::vector<double> due;
+    due.reserve(size() + 1);
+    for (std::size_t i = 0; i < size(); ++i) {
+        due.push_back(isTimed ? time(i) - time(0) : step * static_cast<double>(i));
+    }
+    due.push_back((due.empty() ? 0.0 : due.back()) + step);
+    return due;
 }
 
 const KrManipulatorSystemState& KrAppMotion::state(std::size_t i)

@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -140,7 +141,10 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
     app.add_option("--trajectory", options.trajectory, "CSV: a header that names joints, then a row for each frame")
         ->type_name("FILE")
         ->group("Pose");
-    app.add_option("--fps", words.framesPerSecond, "Frames per second of a video [30]")->type_name("N")->group("Pose");
+    app.add_option("--fps", words.framesPerSecond,
+                   "Frames per second of a video and of --view [by the column time, else 30]")
+        ->type_name("N")
+        ->group("Pose");
 
     app.add_option("--show", words.show, "Draw with the robot: axes of the links, bounding volumes, mass ellipsoids")
         ->allow_extra_args(false)
@@ -208,6 +212,12 @@ std::optional<KrVector> readVector(const char* option, const std::string& text)
     if (!KrAppValue::vector(text, value)) {
         wrongUsage(std::string(option) + " " + text + ": three numbers X,Y,Z are expected");
     }
+    constexpr double kFarthest = 1e9; // m: far beyond what can be drawn, and safe to reckon with
+    for (const double coordinate : {value.x(), value.y(), value.z()}) {
+        if (std::abs(coordinate) > kFarthest) {
+            wrongUsage(std::string(option) + " " + text + ": numbers must be from -1e9 to 1e9");
+        }
+    }
     return value;
 }
 
@@ -221,6 +231,14 @@ void readCamera(const Words& words, KrAppOptions& options)
     }
     if (options.eye && options.lookAt && (*options.eye - *options.lookAt).length() == 0.0) {
         wrongUsage("--eye and --look-at are the same point");
+    }
+    const bool isTurned = !words.azimuth.empty() || !words.elevation.empty();
+    if (options.eye && isTurned) {
+        wrongUsage("--eye says where the camera stands: --azimuth and --elevation cannot be combined with it");
+    }
+    if (options.useFileView && !options.eye && !options.lookAt && (isTurned || options.up)) {
+        wrongUsage("--file-view says where the camera stands: --azimuth, --elevation and --up cannot be combined with "
+                   "it");
     }
     if (!words.fieldOfView.empty()) {
         options.fieldOfView = kDegree * readNumber("--fov", words.fieldOfView, 1.0, 170.0);
@@ -367,6 +385,12 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
     } catch (const CLI::ParseError& error) {
         wrongUsage(KrAppMessages::oneLine(error.what()) + " (krrender --help lists the options)");
     }
+    for (const CLI::Option* option : app.get_options()) {
+        const std::vector<std::string>& given = option->results();
+        if (std::find(given.begin(), given.end(), std::string()) != given.end()) {
+            wrongUsage(option->get_name() + ": its value is empty");
+        }
+    }
 
     if (!words.size.empty()) {
         readSize(words.size, *this);
@@ -386,7 +410,10 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
     readJoints(words, *this);
     readAids(words, aids);
     if (!words.framesPerSecond.empty()) {
-        framesPerSecond = readNumber("--fps", words.framesPerSecond, 0.1, 1000.0);
+        if (trajectory.empty()) {
+            wrongUsage("--fps needs --trajectory FILE");
+        }
+        framesPerSecond = readNumber("--fps", words.framesPerSecond, kLeastFramesPerSecond, kMostFramesPerSecond);
     }
     if (!words.depthKind.empty() && (depth.empty() || !KrAppDepth::readKind(words.depthKind, depthKind))) {
         wrongUsage("--depth-kind " + words.depthKind +

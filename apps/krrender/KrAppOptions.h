@@ -19,6 +19,8 @@ struct KrAppOptions
 {
     /// The largest width and height that are looked at; a driver may draw less.
     static constexpr unsigned long kLargestSize = 32768;
+    static constexpr double kLeastFramesPerSecond = 0.1;
+    static constexpr double kMostFramesPerSecond = 1000.0;
 
     std::string robot; ///< URDF or native system file
 
@@ -61,7 +63,7 @@ struct KrAppOptions
     std::vector<std::pair<std::string, std::string>> joints; ///< name and value as they were typed, in that order
     std::string state;
     std::string trajectory;
-    double framesPerSecond = 30.0;
+    std::optional<double> framesPerSecond; ///< at which the states of a motion follow each other
 
     std::vector<std::string> packagePaths;
     bool strict = false;

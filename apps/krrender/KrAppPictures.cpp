@@ -13,6 +13,12 @@
 #include "KrAppSidecar.h"
 #include "KrAppVideo.h"
 
+#include <toolkit/foundation/KrPrint.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <new>
 #include <utility>
@@ -45,12 +51,25 @@ void KrAppPictures::check(const KrAppOptions& options)
     if (!options.depthPreview.empty()) {
         KrAppFiles::checkPictureFormat(options.depthPreview);
     }
+    for (const std::string& path : files(options, 1)) {
+        KrAppFiles::checkWritable(path);
+    }
+}
+
+std::vector<std::string> KrAppPictures::files(const KrAppOptions& options, std::size_t number)
+{
+    std::vector<std::string> names;
     for (const std::string& path : {options.output, options.depth, options.depthPreview}) {
-        if (!path.empty()) {
-            const bool isPattern = isSeries && !(isVideo && path == options.output);
-            KrAppFiles::checkWritable(isPattern ? KrAppFiles::frameFile(path, 1) : path);
+        if (path.empty()) {
+            continue;
+        }
+        const bool isPattern = !options.trajectory.empty() && !(path == options.output && KrAppFiles::isVideo(path));
+        names.push_back(isPattern ? KrAppFiles::frameFile(path, number) : path);
+        if (options.sidecar) {
+            names.push_back(names.back() + ".json");
         }
     }
+    return names;
 }
 
 KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters,
@@ -64,6 +83,11 @@ KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrV
     }
     m_scene.emplace(m_tiles ? m_tiles->tileWidth() : options.width, m_tiles ? m_tiles->tileHeight() : options.height,
                     options.samples, messages);
+    const KrColor& background = parameters.renderParameters().backgroundColor();
+    const double channels[] = {background.red(), background.green(), background.blue()};
+    for (unsigned int i = 0; i < 3; ++i) {
+        m_background[i] = static_cast<int>(std::lround(255.0 * std::clamp(channels[i], 0.0, 1.0)));
+    }
     options.aids.prepare(robot, parameters);
     m_scene->show(robot.statedSystem(), parameters, isOwnLighting);
     options.aids.show(m_scene->window());
@@ -76,13 +100,38 @@ void KrAppPictures::write()
 {
     if (!m_options.output.empty()) {
         m_options.trajectory.empty() ? writeColor() : writeColors();
+        tellBlank(m_options.output);
     }
     if (!m_options.depthPreview.empty()) {
         writeEach("depth previews", [this](std::size_t i) { writeDepthPreview(i); });
     }
     if (!m_options.depth.empty()) {
         writeEach("depths", [this](std::size_t i) { writeDepth(i); });
+        tellBlank(m_options.depth);
     }
+}
+
+bool KrAppPictures::isBlank(const KrImage& picture) const
+{
+    const unsigned char* const channels = picture.data();
+    for (std::size_t i = 0; i < picture.sizeInBytes(); ++i) {
+        if (std::abs(channels[i] - m_background[i % 3]) > 1) { // drivers round by themselves
+            return false;
+        }
+    }
+    return true;
+}
+
+void KrAppPictures::tellBlank(const std::string& path)
+{
+    if (m_numBlank > 0) {
+        const std::string count = std::to_string(m_numBlank) + " of " + std::to_string(m_motion.size()) + " frames";
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrAppPictures::write - %s: nothing is seen%s; what is drawn is too far away, too small or elsewhere.\n",
+            path.c_str(), m_options.trajectory.empty() ? "" : (" in " + count).c_str());
+    }
+    m_numBlank = 0;
 }
 
 std::string KrAppPictures::file(const std::string& pattern, std::size_t i) const
@@ -103,8 +152,32 @@ void KrAppPictures::writeColor()
     } else {
         m_scene->draw(m_motion.state(0), m_picture);
     }
+    m_numBlank += isBlank(m_picture) ? 1 : 0;
     KrAppFiles::writePicture(m_picture, m_options.output, m_messages);
-    writeSidecar(0, m_options.output);
+    if (m_options.sidecar) {
+        writeDescription(KrAppSidecar::describe(*m_scene, m_options), 0, m_options.output);
+    }
+}
+
+double KrAppPictures::videoRate() const
+{
+    if (m_options.framesPerSecond) {
+        return *m_options.framesPerSecond;
+    }
+    const double rate = m_motion.framesPerSecond();
+    if (!(rate >= KrAppOptions::kLeastFramesPerSecond && rate <= KrAppOptions::kMostFramesPerSecond)) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%.3g", rate);
+        throw KrAppFailure(KrAppFailure::CouldNot, m_options.trajectory + ": by its times the video would have " +
+                                                       text + " frames per second; give --fps");
+    }
+    if (!m_motion.isEven()) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrAppPictures::write - %s: the steps of its times differ; the video shows every "
+                                     "row for the mean of them, %.3g s.\n",
+                                     m_options.trajectory.c_str(), 1.0 / rate);
+    }
+    return rate;
 }
 
 /// Draws on this thread; frames come back a little later and are written by another one.
@@ -113,14 +186,14 @@ void KrAppPictures::writeColors()
     const KrAppInterrupt interrupt;
     std::unique_ptr<KrAppVideo> video;
     if (KrAppFiles::isVideo(m_options.output)) {
-        video = std::make_unique<KrAppVideo>(m_options.output, m_options.width, m_options.height,
-                                             m_options.framesPerSecond);
+        video = std::make_unique<KrAppVideo>(m_options.output, m_options.width, m_options.height, videoRate());
     }
     KrAppFrameWriter writer(m_scene->factor(), [&](const KrImage& picture, std::size_t i) {
+        m_numBlank += isBlank(picture) ? 1 : 0;
         if (video) {
             video->add(picture);
         } else {
-            KrAppFiles::writePicture(picture, file(m_options.output, i), m_messages);
+            writeFrame(picture, i);
         }
     });
     const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
@@ -136,8 +209,12 @@ void KrAppPictures::writeColors()
             }
         } else {
             m_scene->draw(m_motion.state(i), *stream);
-            // What is in force now is what was drawn; the picture itself comes later.
-            writeSidecar(i, m_options.output);
+            if (m_options.sidecar) {
+                // What is in force now is what was drawn; the picture itself comes with one of the next frames.
+                KrFrameDescription description = KrAppSidecar::describe(*m_scene, m_options);
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                m_descriptions.push_back(std::move(description));
+            }
         }
         progress.setDone(writer.numWritten());
     }
@@ -150,6 +227,20 @@ void KrAppPictures::writeColors()
     }
     if (video) {
         video->finish();
+    }
+}
+
+void KrAppPictures::writeFrame(const KrImage& picture, std::size_t i)
+{
+    KrAppFiles::writePicture(picture, file(m_options.output, i), m_messages);
+    if (m_options.sidecar) {
+        KrFrameDescription description;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            description = std::move(m_descriptions.front());
+            m_descriptions.pop_front();
+        }
+        writeDescription(std::move(description), i, m_options.output);
     }
 }
 
@@ -176,6 +267,8 @@ void KrAppPictures::writeDepth(std::size_t i)
     wanted.kind = m_options.depthKind;
     wanted.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
     m_scene->drawDepth(m_motion.state(i), wanted, m_depths);
+    const bool isSeen = std::any_of(m_depths.begin(), m_depths.end(), [](float depth) { return std::isfinite(depth); });
+    m_numBlank += isSeen ? 0 : 1;
     KrAppDepth::write(m_depths, m_options.width, m_options.height, file(m_options.depth, i));
     const bool isPlanar = m_options.depthKind == KrDepthCapture::Kind::Planar;
     const bool isPicture = KrAppFiles::extensionOf(m_options.depth) == ".png";
@@ -187,13 +280,6 @@ void KrAppPictures::writeDepthPreview(std::size_t i)
     m_scene->drawDepth(m_motion.state(i), m_picture);
     KrAppFiles::writePicture(m_picture, file(m_options.depthPreview, i), m_messages);
     writeDepthSidecar(i, m_options.depthPreview, "relative depth", "1");
-}
-
-void KrAppPictures::writeSidecar(std::size_t i, const std::string& path)
-{
-    if (m_options.sidecar) {
-        writeDescription(KrAppSidecar::describe(*m_scene, m_options), i, path);
-    }
 }
 
 void KrAppPictures::writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit)

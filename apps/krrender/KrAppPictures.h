@@ -6,7 +6,9 @@
 #include <rendCore/KrFrameDescription.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
+#include <deque>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +25,8 @@ class KrAppPictures
 public:
     /// Refuses names and formats that cannot be written, before any work is done. Throws KrAppFailure.
     static void check(const KrAppOptions& options);
+    /// What is written of frame `number` (from 1; of the only one, when there is no motion). Throws KrAppFailure.
+    static std::vector<std::string> files(const KrAppOptions& options, std::size_t number);
 
     /// Opens the window and shows the robot. Throws KrAppFailure.
     /// @param options        borrowed, as are robot, motion and messages
@@ -39,13 +43,20 @@ private:
     std::string file(const std::string& pattern, std::size_t i) const;
     void writeColor();
     void writeColors();
+    /// Of a video, 1/s. Throws KrAppFailure (CouldNot) where the motion's times make none.
+    double videoRate() const;
+    /// A frame of writeColors, on the writing thread.
+    void writeFrame(const KrImage& picture, std::size_t i);
     void writeEach(const std::string& what, const std::function<void(std::size_t)>& writeOne);
     void writeDepth(std::size_t i);
     void writeDepthPreview(std::size_t i);
     /// Of the frame that was drawn last, where descriptions are asked for.
-    void writeSidecar(std::size_t i, const std::string& path);
     void writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit);
     void writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path) const;
+    /// Whether there is nothing but the background.
+    bool isBlank(const KrImage& picture) const;
+    /// Tells of frames in which nothing is seen, and counts anew.
+    void tellBlank(const std::string& path);
 
     const KrAppOptions& m_options;
     KrAppMotion& m_motion;
@@ -54,4 +65,9 @@ private:
     std::optional<KrAppScene> m_scene;
     KrImage m_picture;
     std::vector<float> m_depths; ///< m
+    int m_background[3] = {};    ///< of pictures, as a pixel
+    std::size_t m_numBlank = 0;  ///< frames of the output that is written in which nothing is seen
+    /// Of frames that are drawn and not yet written, in their order.
+    std::deque<KrFrameDescription> m_descriptions;
+    std::mutex m_mutex; ///< of the descriptions: they are made on one thread and written on another
 };

@@ -4,6 +4,7 @@
 #include "KrAppMessages.h"
 #include "KrAppValue.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -74,8 +75,8 @@ std::vector<std::string> movableJoints(const KrStatedSystem& system)
     couldNot(sentence + "?");
 }
 
-/// Refuses joints that are not there, not unique, or not free to move.
-Joint jointByName(const KrStatedSystem& system, const std::string& name)
+/// Refuses joints that are not there, or not unique.
+Joint findUnique(const KrStatedSystem& system, const std::string& name)
 {
     const KrXmlVectorType<KrIndividualManipulator>& manipulators = system.manipulatorSystem().manipulators();
     std::vector<Joint> found;
@@ -98,7 +99,13 @@ Joint jointByName(const KrStatedSystem& system, const std::string& name)
         couldNot("joint \"" + name + "\" is in " + std::to_string(found.size()) + " manipulators; write " +
                  manipulators[found[0].manipulator].name() + "/" + name + " for the first one");
     }
-    const Joint& joint = found.front();
+    return found.front();
+}
+
+/// Refuses also those that are not free to move.
+Joint jointByName(const KrStatedSystem& system, const std::string& name)
+{
+    const Joint joint = findUnique(system, name);
     if (!joint.kinematics->isMovable()) {
         couldNot("joint \"" + name + "\" is fixed");
     }
@@ -139,16 +146,35 @@ void checkLimits(const Joint& joint, double position, const std::string& where, 
     }
 }
 
-/// A column of a trajectory: a joint, or the time.
+/// A column of a trajectory.
 struct Column
 {
-    bool isTime = false;
+    enum Kind
+    {
+        Time,
+        Position, ///< of `joint`
+        Ignored
+    };
+    Kind kind = Ignored;
     Joint joint;
 };
 
-std::vector<Column> columns(const KrStatedSystem& system, const std::vector<std::string>& header,
-                            const std::string& where)
+/// The cells of a line; a cell may stand in quotation marks.
+std::vector<std::string> cellsOf(const std::string& line)
 {
+    std::vector<std::string> cells = KrAppValue::split(line, ',');
+    for (std::string& cell : cells) {
+        if (cell.size() > 1 && cell.front() == '"' && cell.back() == '"') {
+            cell = cell.substr(1, cell.size() - 2);
+        }
+    }
+    return cells;
+}
+
+std::vector<Column> columns(const KrStatedSystem& system, const std::vector<std::string>& header,
+                            const std::string& where, std::vector<std::string>& warnings)
+{
+    std::string followers;
     std::vector<Column> result;
     std::set<std::pair<unsigned int, const KrJointKinematics*>> seen;
     for (const std::string& name : header) {
@@ -164,20 +190,33 @@ std::vector<Column> columns(const KrStatedSystem& system, const std::vector<std:
             return false;
         }();
         if (!isJoint && (name == "time" || name == "t")) {
-            result.push_back({true, {}});
+            if (std::any_of(result.begin(), result.end(), [](const Column& c) { return c.kind == Column::Time; })) {
+                couldNot(where + ": there are two columns of times");
+            }
+            result.push_back({Column::Time, {}});
             continue;
         }
         const Joint joint = [&] {
             try {
-                return jointByName(system, name);
+                const Joint found = findUnique(system, name);
+                return found.kinematics->isMimic() ? found : jointByName(system, name);
             } catch (const KrAppFailure& failure) {
                 couldNot(where + ": " + failure.what());
             }
         }();
+        if (joint.kinematics->isMimic()) {
+            // Logs of joint states have them. What they follow says where they are.
+            followers += (followers.empty() ? "" : ", ") + name;
+            result.push_back({Column::Ignored, joint});
+            continue;
+        }
         if (!seen.insert({joint.manipulator, joint.kinematics}).second) {
             couldNot(where + ": joint \"" + name + "\" has two columns");
         }
-        result.push_back({false, joint});
+        result.push_back({Column::Position, joint});
+    }
+    if (!followers.empty()) {
+        warnings.push_back(where + ": columns of joints that follow another are not read: " + followers);
     }
     return result;
 }
@@ -248,34 +287,38 @@ KrAppMotion KrAppPose::readTrajectory(const KrStatedSystem& system, const std::s
         couldNot(path + " is empty: a header that names joints is expected");
     }
     const std::vector<Column> header =
-        columns(system, KrAppValue::split(lines[0].second, ','), path + ", line " + std::to_string(lines[0].first));
+        columns(system, cellsOf(lines[0].second), path + ", line " + std::to_string(lines[0].first), warnings);
     if (lines.size() == 1) {
         couldNot(path + " has a header but no row");
     }
 
     std::vector<KrAppMotion::Joint> joints;
     for (const Column& column : header) {
-        if (!column.isTime) {
+        if (column.kind == Column::Position) {
             joints.push_back({column.joint.manipulator, column.joint.name});
         }
     }
     KrAppMotion motion(system, std::move(joints));
     std::vector<double> positions;
+    double time = 0.0;
     for (std::size_t i = 1; i < lines.size(); ++i) {
         const std::string where = path + ", line " + std::to_string(lines[i].first);
-        const std::vector<std::string> words = KrAppValue::split(lines[i].second, ',');
+        const std::vector<std::string> words = cellsOf(lines[i].second);
         if (words.size() != header.size()) {
             couldNot(where + ": " + std::to_string(words.size()) + " values for " + std::to_string(header.size()) +
                      " columns");
         }
-        double time = 0.0;
+        const double timeBefore = time;
         positions.clear();
         for (std::size_t k = 0; k < words.size(); ++k) {
             const Joint& joint = header[k].joint;
-            if (header[k].isTime) {
-                if (!KrAppValue::number(words[k], time)) {
-                    couldNot(where + ": \"" + words[k] + "\" is no number");
-                }
+            if (header[k].kind == Column::Time && !KrAppValue::number(words[k], time)) {
+                couldNot(where + ": \"" + words[k] + "\" is no number");
+            }
+            if (header[k].kind == Column::Time && i > 1 && !(time > timeBefore)) {
+                couldNot(where + ": the time " + words[k] + " is not later than that of the row before");
+            }
+            if (header[k].kind != Column::Position) {
                 continue;
             }
             const double position = jointPosition(joint, words[k], where, KrAppFailure::CouldNot);

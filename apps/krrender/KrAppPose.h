@@ -23,8 +23,8 @@ void setJoints(KrStatedSystem& system, const std::vector<std::pair<std::string, 
 void readState(KrStatedSystem& system, const std::string& path, KrAppMessages& messages);
 
 /// One state for each row of a CSV file whose header names joints. Joints that are not named keep
-/// the position they have in `system`. A column "time" is read into the states' time, s; blank lines and lines that
-/// begin with # are skipped.
+/// the position they have in `system`. A column "time" is read into the states' time, s, and has to grow; blank lines
+/// and lines that begin with # are skipped, and columns of joints that follow another, those with a warning.
 KrAppMotion readTrajectory(const KrStatedSystem& system, const std::string& path, std::vector<std::string>& warnings);
 
 } // namespace KrAppPose

@@ -2,6 +2,7 @@
 
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
+#include "KrAppMessages.h"
 #include "KrAppNumpy.h"
 #include "KrAppOptions.h"
 #include "KrAppValue.h"
@@ -100,11 +101,12 @@ void KrAppRangeMap::parse(const std::vector<std::string>& words)
     height = static_cast<unsigned int>(rows);
 }
 
-void KrAppRangeMap::write(const KrStatedSystem& system, const KrPovParameters& pov) const
+void KrAppRangeMap::write(const KrStatedSystem& system, const KrPovParameters& pov, const KrAppMessages& messages) const
 {
     Map map;
     if (!KrRender2DSampleTool::get2DMap(system, viewOf(pov), width, height, xSize, ySize, distance, map)) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": the range map cannot be drawn");
+        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": the range map cannot be drawn: " +
+                                                       messages.lastReason("the driver gives no reason"));
     }
     KrAppFiles::writeBytes(KrAppFiles::extensionOf(path) == ".csv" ? csv(map) : numpy(map, width), path);
 }

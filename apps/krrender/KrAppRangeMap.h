@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+class KrAppMessages;
+
 /// A range map that is asked for: distances on a regular grid, seen by an orthographic camera.
 struct KrAppRangeMap
 {
@@ -22,5 +24,5 @@ struct KrAppRangeMap
     /// commas between them. Metres from the eye's plane; where nothing is hit the value is `distance`.
     /// @param pov  where the camera stands; the map's middle is its centre of interest
     /// Throws KrAppFailure (CouldNot).
-    void write(const KrStatedSystem& system, const KrPovParameters& pov) const;
+    void write(const KrStatedSystem& system, const KrPovParameters& pov, const KrAppMessages& messages) const;
 };

@@ -44,6 +44,9 @@ std::string beginningOf(const std::string& path)
     if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
         couldNot(path + " is empty");
     }
+    if (text.find('\0') != std::string::npos) {
+        couldNot(path + " is binary, neither a URDF nor a native system file");
+    }
     return text;
 }
 
@@ -105,11 +108,10 @@ std::string KrAppRobot::rootElement(const std::string& text)
 void KrAppRobot::read(const KrAppOptions& options, KrAppMessages& messages)
 {
     const std::string& path = options.robot;
-    const std::string text = beginningOf(path);
-    if (text.find('\0') != std::string::npos) {
-        couldNot(path + " is binary, neither a URDF nor a native system file");
-    }
-    const std::string root = rootElement(text);
+    // A pipe can be read but once: it is the importer's.
+    std::error_code error;
+    const bool isPipe = fs::is_fifo(path, error);
+    const std::string root = isPipe ? "robot" : rootElement(beginningOf(path));
 
     if (root == "robot") {
         KrImportOptions import;

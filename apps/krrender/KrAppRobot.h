@@ -18,7 +18,7 @@ struct KrAppRobot
     /// Reads a URDF or a native system file (visualizableStatedSystem, statedSystem or manipulatorSystem).
     ///
     /// What a native file names relative to itself (textures) is named in full afterwards.
-    /// Throws KrAppFailure (CouldNot): no such file, a folder, empty, binary, no system in it.
+    /// A pipe holds a URDF. Throws KrAppFailure (CouldNot): no such file, a folder, empty, binary, no system in it.
     void read(const KrAppOptions& options, KrAppMessages& messages);
 
     KrStatedSystem& statedSystem() { return system.statedSystem(); }

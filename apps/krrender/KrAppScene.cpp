@@ -1,5 +1,6 @@
 #include "KrAppScene.h"
 
+#include "KrAppAids.h"
 #include "KrAppFailure.h"
 #include "KrAppLighting.h"
 #include "KrAppMessages.h"
@@ -102,8 +103,9 @@ void KrAppScene::lightFromEverywhere(KrRenderWindow& window)
 
 void KrAppScene::pose(const KrManipulatorSystemState& state)
 {
-    if (m_poses) {
+    if (m_poses && !m_poses->shapes().empty()) {
         m_poses->drive(state);
+        KrAppAids::follow(m_window);
     }
     m_window.setState(state);
 }

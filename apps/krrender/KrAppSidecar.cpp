@@ -1,6 +1,7 @@
 #include "KrAppSidecar.h"
 
 #include "KrAppFailure.h"
+#include "KrAppFiles.h"
 #include "KrAppMessages.h"
 #include "KrAppOptions.h"
 #include "KrAppScene.h"
@@ -62,17 +63,16 @@ void KrAppSidecar::readCamera(KrAppOptions& options, const KrAppMessages& messag
     }
 }
 
-void KrAppSidecar::evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio)
+bool KrAppSidecar::evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio)
 {
     const double across = std::min(camera.cx, camera.width - camera.cx) / camera.fx;
     const double down = std::min(camera.cy, camera.height - camera.cy) / camera.fy;
     if (!(across > 0.0) || !(down > 0.0)) {
-        throw KrAppFailure(KrAppFailure::WrongUsage,
-                           "the principal point is not in the picture, so that the robot cannot "
-                           "be placed by itself: give --camera FILE");
+        return false;
     }
     fieldOfView = 2.0 * std::atan(down);
     aspectRatio = across / down;
+    return true;
 }
 
 KrFrameDescription KrAppSidecar::describe(KrAppScene& scene, const KrAppOptions& options)
@@ -91,7 +91,7 @@ KrFrameDescription KrAppSidecar::describe(KrAppScene& scene, const KrAppOptions&
 
 void KrAppSidecar::write(const KrFrameDescription& frame, const std::string& path, const KrAppMessages& messages)
 {
-    if (!frame.writeFile(path + ".json")) {
+    if (!frame.writeFile(KrAppFiles::target(path + ".json"))) {
         throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + path + ".json"));
     }
 }

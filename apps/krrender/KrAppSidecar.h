@@ -20,8 +20,8 @@ bool readIntrinsics(const std::string& text, KrCameraIntrinsics& camera);
 void readCamera(KrAppOptions& options, const KrAppMessages& messages);
 
 /// The angle of view, rad, and aspect ratio of the largest part of the picture that lies evenly around the direction of
-/// view. Throws KrAppFailure (WrongUsage) where there is none: the principal point is not in the picture.
-void evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio);
+/// view; false, and no change, where there is none: the principal point is not in the picture.
+bool evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio);
 
 /// The frame that `scene` drew last, as a picture file of the size that was asked for.
 KrFrameDescription describe(KrAppScene& scene, const KrAppOptions& options);

@@ -108,6 +108,7 @@ KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrA
         const Side side = sideOf(name, options);
         KrAppFraming framing(side.towardsEye, side.up, options.verticalFieldOfView(),
                              static_cast<double>(tileWidth()) / tileHeight());
+        options.aids.frame(robot.statedSystem(), framing);
         framing.addMotion(robot.statedSystem().manipulatorSystem(), motion);
         m_povs.push_back(framing.pov());
     }

@@ -90,6 +90,9 @@ std::size_t distance(const std::string& a, const std::string& b)
 bool KrAppValue::number(const std::string& text, double& value)
 {
     std::string_view rest = text;
+    if (rest.size() > 1 && rest[0] == '+' && (std::isdigit(static_cast<unsigned char>(rest[1])) || rest[1] == '.')) {
+        rest.remove_prefix(1);
+    }
     double result = 0.0;
     if (!KrXmlText::take(rest, result) || !KrXmlText::atEnd(rest) || !std::isfinite(result)) {
         return false;

@@ -19,6 +19,7 @@ enum class Unit
     Length ///< was "m" or "mm"
 };
 
+/// A sign may stand before it.
 bool number(const std::string& text, double& value);
 /// "0.5", "30deg", "0.5rad", "20mm", "0.02m"; the value is in radians or metres.
 bool position(const std::string& text, double& value, Unit& unit);

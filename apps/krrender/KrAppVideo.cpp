@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,7 +17,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <vector>
 
 extern char** environ;
@@ -37,18 +37,17 @@ std::vector<std::string> arguments(const std::string& path, unsigned int width, 
     char rate[32];
     std::snprintf(rate, sizeof rate, "%.6g", framesPerSecond);
     const bool isGif = fs::path(path).extension() == ".gif";
-    std::vector<std::string> list = {
-        "ffmpeg",   "-hide_banner", "-loglevel", "error",
-        "-nostdin", "-y",           "-f",        "rawvideo",
-        "-pix_fmt", "rgb24",        "-s",        std::to_string(width) + "x" + std::to_string(height),
-        "-r",       rate,           "-i",        "pipe:0"};
+    // -xerror: a disk that is full at the end is a failure, too.
+    std::vector<std::string> list =
+        KrAppValue::split("ffmpeg -hide_banner -loglevel error -xerror -nostdin -y -f rawvideo -pix_fmt rgb24", ' ');
+    list.insert(list.end(), {"-s", std::to_string(width) + "x" + std::to_string(height), "-r", rate, "-i", "pipe:0"});
     // The first row is the lowest one. Most players want an even size and halved colour resolution.
     if (isGif) {
         list.insert(list.end(), {"-vf", "vflip,split[a][b];[a]palettegen[p];[b][p]paletteuse"});
     } else {
         list.insert(list.end(), {"-vf", "vflip,pad=ceil(iw/2)*2:ceil(ih/2)*2", "-pix_fmt", "yuv420p"});
     }
-    list.push_back(path);
+    list.push_back("file:" + path); // no option and no protocol, however it is spelled
     return list;
 }
 
@@ -70,7 +69,6 @@ std::string KrAppVideo::program()
 KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int height, double framesPerSecond)
     : m_path(path)
     , m_temporary(KrAppFiles::temporaryName(path))
-    , m_log(m_temporary + ".log")
 {
     const std::string executable = program();
     if (executable.empty()) {
@@ -79,8 +77,11 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
                  "writes single pictures");
     }
     int ends[2] = {-1, -1};
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        couldNot("cannot write " + path + ": " + std::strerror(errno));
+    m_log = memfd_create("ffmpeg", MFD_CLOEXEC);
+    if (m_log < 0 || pipe2(ends, O_CLOEXEC) != 0) {
+        const std::string reason = std::strerror(errno);
+        closeFiles();
+        couldNot("cannot write " + path + ": " + reason);
     }
     m_pipe = ends[1];
     // A program that ends early is noticed by the failing write.
@@ -96,7 +97,7 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[0], STDIN_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, m_log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_adddup2(&actions, m_log, STDERR_FILENO);
     // In a process group of its own: Ctrl-C reaches this program alone, which then ends the video in order.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
@@ -108,7 +109,7 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
     close(ends[0]);
     if (error != 0) {
         m_process = -1;
-        closePipe();
+        closeFiles();
         couldNot("cannot write " + path + ": " + executable + " does not start: " + std::strerror(error));
     }
 }
@@ -117,9 +118,9 @@ KrAppVideo::~KrAppVideo()
 {
     closePipe();
     waitForEnd();
+    closeFiles();
     std::error_code error;
     fs::remove(m_temporary, error);
-    fs::remove(m_log, error);
 }
 
 void KrAppVideo::closePipe()
@@ -127,6 +128,15 @@ void KrAppVideo::closePipe()
     if (m_pipe >= 0) {
         close(m_pipe);
         m_pipe = -1;
+    }
+}
+
+void KrAppVideo::closeFiles()
+{
+    closePipe();
+    if (m_log >= 0) {
+        close(m_log);
+        m_log = -1;
     }
 }
 
@@ -143,10 +153,11 @@ int KrAppVideo::waitForEnd()
 
 std::string KrAppVideo::complaint() const
 {
-    std::ifstream log(m_log);
-    std::string line;
-    std::getline(log, line);
-    return line.empty() ? "it ended too early" : KrAppMessages::oneLine(line);
+    char text[1024];
+    const ssize_t size = pread(m_log, text, sizeof text, 0);
+    const std::string log(text, size > 0 ? static_cast<std::size_t>(size) : 0);
+    const std::string line = KrAppMessages::oneLine(log.substr(0, log.find('\n')));
+    return line.empty() ? "it ended too early" : line;
 }
 
 void KrAppVideo::giveUp()
@@ -179,9 +190,5 @@ void KrAppVideo::finish()
     if (waitForEnd() != 0) {
         giveUp();
     }
-    std::error_code error;
-    fs::rename(m_temporary, m_path, error);
-    if (error) {
-        couldNot("cannot write " + m_path + ": " + error.message());
-    }
+    KrAppFiles::moveInto(m_path, m_temporary);
 }

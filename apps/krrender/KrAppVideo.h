@@ -31,10 +31,11 @@ private:
     int waitForEnd();
     [[noreturn]] void giveUp();
     std::string complaint() const;
+    void closeFiles();
 
     std::string m_path;
     std::string m_temporary;
-    std::string m_log; ///< where the program writes what goes wrong
+    int m_log = -1; ///< a file in memory into which the program writes what goes wrong
     pid_t m_process = -1;
     int m_pipe = -1;
 };

@@ -20,6 +20,8 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace
 {
@@ -30,15 +32,14 @@ constexpr double kIdleSeconds = 1.0; // a signal that comes just before the wait
 class Player
 {
 public:
-    Player(std::size_t numStates, double framesPerSecond)
-        : m_numStates(numStates)
-        , m_framesPerSecond(framesPerSecond)
-        , m_isRunning(numStates > 1)
+    /// @param schedule  when each state is due, s; last, when it begins anew
+    explicit Player(std::vector<double> schedule)
+        : m_schedule(std::move(schedule))
+        , m_isRunning(hasMotion())
     {
     }
 
-    bool isRunning() const { return m_isRunning; }
-    bool hasMotion() const { return m_numStates > 1; }
+    bool hasMotion() const { return m_schedule.size() > 2; }
     void toggle()
     {
         m_played = played();
@@ -47,25 +48,28 @@ public:
     }
     std::size_t state() const
     {
-        return static_cast<std::size_t>(std::fmod(played() * m_framesPerSecond, static_cast<double>(m_numStates)));
+        const auto next = std::upper_bound(m_schedule.begin(), m_schedule.end() - 1, time());
+        return static_cast<std::size_t>(next - m_schedule.begin()) - 1;
     }
-    /// Until the next state is due.
+    /// Until the next state is due; not long.
     double secondsToNext() const
     {
-        const double frames = played() * m_framesPerSecond;
-        return m_isRunning ? (std::floor(frames) + 1.0 - frames) / m_framesPerSecond : kIdleSeconds;
+        const double now = time();
+        const double next = *std::upper_bound(m_schedule.begin(), m_schedule.end() - 1, now);
+        return m_isRunning ? std::min(next - now, kIdleSeconds) : kIdleSeconds;
     }
 
 private:
     using Clock = std::chrono::steady_clock;
 
+    /// Within one round.
+    double time() const { return std::fmod(played(), m_schedule.back()); }
     double played() const
     {
         return m_played + (m_isRunning ? std::chrono::duration<double>(Clock::now() - m_start).count() : 0.0);
     }
 
-    std::size_t m_numStates;
-    double m_framesPerSecond;
+    std::vector<double> m_schedule;
     bool m_isRunning;
     double m_played = 0.0; ///< s, before m_start
     Clock::time_point m_start = Clock::now();
@@ -120,6 +124,7 @@ private:
     bool toggle(unsigned int mask)
     {
         m_window.setDisplayMask(mask, !m_window.displayMask(mask), false);
+        KrAppAids::follow(m_window); // volumes do while they are shown only
         return true;
     }
 
@@ -134,7 +139,7 @@ KrAppView::KrAppView(const KrAppOptions& options, KrAppMessages& messages)
 {
     m_window.setName("krrender - " + options.robot);
     m_window.setWindowSize(options.width, options.height);
-    m_window.setImpl(std::make_unique<KrGlxWindowImpl>());
+    m_window.setImpl(std::make_unique<KrGlxWindowImpl>(options.samples > 1 ? options.samples : 0));
     if (!m_window.init()) {
         std::string reason = m_messages.lastReason("it cannot be opened");
         if (!m_window.report().attempts.empty()) {
@@ -177,7 +182,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     m_window.setDisplayMask(KrRenderTypes::MassProperties, m_options.aids.mass, false);
 
     const KrAppInterrupt interrupt;
-    Player player(motion.size(), m_options.framesPerSecond);
+    Player player(motion.schedule(m_options.framesPerSecond));
     const osg::ref_ptr<Keys> keys = new Keys(m_window, player);
     m_window.getViewer()->addEventHandler(keys);
     m_window.setInputHandler(new KrOrbitInputHandler(&m_window));
@@ -187,6 +192,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
         bool isDue = input.take();
         if (const std::size_t state = player.state(); state != shown) {
             poses.drive(motion.state(state));
+            KrAppAids::follow(m_window);
             m_window.setState(motion.state(state));
             shown = state;
             isDue = true;

@@ -18,8 +18,8 @@ public:
     /// Opens the window. Throws KrAppFailure (CouldNot) without a display.
     KrAppView(const KrAppOptions& options, KrAppMessages& messages);
 
-    /// Shows `motion`, at the options' frames per second and over and over, until the user closes the window.
-    /// Throws KrAppFailure (CouldNot) when the window cannot be drawn any more.
+    /// Shows `motion`, by its times or at the options' frames per second, over and over, until the user closes the
+    /// window. Throws KrAppFailure (CouldNot) when the window cannot be drawn any more.
     ///
     /// @param parameters     as for the picture; the aids' look is added
     /// @param isOwnLighting  the parameters' lights are this program's

@@ -16,16 +16,28 @@
 #include "KrAppView.h"
 
 #include <rendCore/KrToolkitFolders.h>
+#include <toolkit/system/KrPoseDriver.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <exception>
+#include <filesystem>
 #include <new>
-#include <set>
 
 namespace
 {
 
 const KrColor kDefaultBackground(0xEE / 255.0, 0xF0 / 255.0, 0xF4 / 255.0);
+
+/// Refuses names by which something would be overwritten: in the frame `number` of a motion, from 1.
+void checkNames(const KrAppOptions& options, std::size_t number)
+{
+    std::vector<std::string> outputs = KrAppPictures::files(options, number);
+    outputs.insert(outputs.end(), {options.rangeMap.path, options.report, options.convert});
+    KrAppFiles::checkDistinct(outputs, {options.robot, options.state, options.trajectory, options.camera});
+}
 
 /// Refuses what cannot be written before any work is done.
 void checkOutputs(const KrAppOptions& options)
@@ -36,24 +48,21 @@ void checkOutputs(const KrAppOptions& options)
             KrAppFiles::checkWritable(path);
         }
     }
-    std::set<std::string> paths;
-    for (const std::string& path : {options.output, options.depth, options.depthPreview, options.rangeMap.path,
-                                    options.report, options.convert}) {
-        if (!path.empty() && !paths.insert(path).second) {
-            throw KrAppFailure(KrAppFailure::WrongUsage, path + ": two outputs cannot have one name");
-        }
-    }
+    checkNames(options, 1);
 }
 
 KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion)
 {
     double fieldOfView = options.verticalFieldOfView();
     double aspectRatio = static_cast<double>(options.width) / options.height;
-    if (options.intrinsics) {
-        KrAppSidecar::evenPart(*options.intrinsics, fieldOfView, aspectRatio);
+    if (options.intrinsics && !KrAppSidecar::evenPart(*options.intrinsics, fieldOfView, aspectRatio) && !options.eye) {
+        throw KrAppFailure(KrAppFailure::WrongUsage,
+                           "the principal point is not in the picture, so that the robot cannot be placed by itself: "
+                           "give --camera FILE or --eye");
     }
     const KrVector up = options.up.value_or(KrVector(0.0, 0.0, 1.0));
     KrAppFraming framing(options.towardsEye(), up, fieldOfView, aspectRatio);
+    options.aids.frame(robot.statedSystem(), framing);
     framing.addMotion(robot.statedSystem().manipulatorSystem(), motion);
 
     KrPovParameters pov = framing.pov();
@@ -78,14 +87,25 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
                                         bool& isOwnLighting)
 {
     KrVisualizationParameters parameters = robot.system.visualizationParameters();
-    const bool isFileView = options.useFileView && robot.hasView;
-    isOwnLighting = !isFileView || parameters.lightParameters().lights().empty();
+    if (options.useFileView && !robot.hasView) {
+        throw KrAppFailure(KrAppFailure::WrongUsage,
+                           options.robot + " holds no point of view: --file-view is for native files that have one");
+    }
+    const bool isFileView = options.useFileView;
+    const bool hasLights = isFileView && !parameters.lightParameters().lights().empty();
+    // A file that was converted has this program's lamps. The light from everywhere, which goes with them, is in no
+    // file.
+    isOwnLighting = !hasLights || parameters.lightParameters() == KrAppLighting::threeLamps(parameters.povParameters());
     if (options.pov) {
         parameters.setPovParameters(*options.pov);
     } else if (!isFileView || options.eye || options.lookAt) {
         parameters.setPovParameters(automaticView(options, robot, motion));
+    } else if (options.fieldOfView) {
+        KrPovParameters pov = parameters.povParameters();
+        pov.setFieldOfView(*options.fieldOfView);
+        parameters.setPovParameters(pov);
     }
-    if (isOwnLighting) {
+    if (!hasLights) {
         parameters.setLightParameters(KrAppLighting::threeLamps(parameters.povParameters()));
     }
     KrRenderParameters render = parameters.renderParameters();
@@ -105,6 +125,24 @@ void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, Kr
         std::fflush(stdout);
     }
     window.run(robot, robot.system.visualizationParameters(), isOwnLighting, motion);
+}
+
+/// Where KR_TOOLKITS leads to no shader files, fields would be black: the program's own are taken.
+void mendToolkits(std::vector<std::string>& warnings)
+{
+    constexpr const char* kVariable = "KR_TOOLKITS";
+    const char* const value = std::getenv(kVariable);
+    if (value == nullptr || KrToolkitFolders::hasShaders(value)) {
+        return;
+    }
+    const std::string given = value;
+    unsetenv(kVariable);
+    if (KrToolkitFolders::setDefault()) {
+        warnings.push_back("KR_TOOLKITS: there are no shader files for fields in \"" + given +
+                           "\"; the program's own are used");
+    } else {
+        setenv(kVariable, given.c_str(), 1);
+    }
 }
 
 void refuseMissingMeshes(const KrAppRobot& robot)
@@ -163,7 +201,7 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
     KrAppRobot robot;
     robot.read(options, messages);
     // Before anything can fail: the report tells why.
-    if (!options.report.empty() && !robot.report.writeJson(options.report)) {
+    if (!options.report.empty() && !robot.report.writeJson(KrAppFiles::target(options.report))) {
         throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.report));
     }
     if (options.strict) {
@@ -174,6 +212,12 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
     }
 
     std::vector<std::string> warnings;
+    for (const std::string& folder : options.packagePaths) {
+        std::error_code error;
+        if (!std::filesystem::is_directory(folder, error)) {
+            warnings.push_back("--package-path " + folder + ": there is no such folder");
+        }
+    }
     if (!options.state.empty()) {
         KrAppPose::readState(robot.statedSystem(), options.state, messages);
     }
@@ -181,21 +225,29 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
     KrAppMotion motion(robot.statedSystem());
     if (!options.trajectory.empty()) {
         motion = KrAppPose::readTrajectory(robot.statedSystem(), options.trajectory, warnings);
+        checkNames(options, motion.size()); // %d and %04d differ up to 999
     }
 
     const bool hasRangeMap = !options.rangeMap.path.empty();
     if (options.drawsPictures() || options.view || hasRangeMap || !options.convert.empty()) {
+        options.aids.foldMasses(robot, warnings);
+        mendToolkits(warnings);
+        KrPoseDriver poses(robot.statedSystem().manipulatorSystem());
+        poses.drive(motion.state(0));
         bool isOwnLighting = true;
         robot.system.visualizationParameters() = parametersFor(options, robot, motion, isOwnLighting);
-        if (!options.convert.empty() && !robot.system.writeFile(options.convert)) {
+        poses.drive(robot.statedSystem().systemState());
+        if (!options.convert.empty() && !robot.system.writeFile(KrAppFiles::target(options.convert))) {
             throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.convert));
         }
+        poses.drive(motion.state(0));
         if (options.drawsPictures()) {
             KrAppPictures(options, robot, robot.system.visualizationParameters(), isOwnLighting, motion, messages)
                 .write();
         }
         if (hasRangeMap) {
-            options.rangeMap.write(robot.statedSystem(), robot.system.visualizationParameters().povParameters());
+            options.rangeMap.write(robot.statedSystem(), robot.system.visualizationParameters().povParameters(),
+                                   messages);
         }
         if (options.view) {
             view(options, robot, isOwnLighting, motion, messages);
@@ -208,6 +260,21 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
     }
 }
 
+/// @return the exit status
+int work(int argc, char** argv, KrAppMessages& messages)
+{
+    KrAppOptions options;
+    if (!options.parse(argc, argv)) {
+        return 0;
+    }
+    if (options.doctor) {
+        return krAppDoctor() ? 0 : KrAppFailure::CouldNot;
+    }
+    KrAppSidecar::readCamera(options, messages);
+    run(options, messages);
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -215,16 +282,14 @@ int main(int argc, char** argv)
     KrToolkitFolders::setDefault();
     KrAppMessages messages;
     try {
-        KrAppOptions options;
-        if (!options.parse(argc, argv)) {
-            return 0;
+        const int status = work(argc, argv, messages);
+        // A full disk, for one: what was told would be lost without a word.
+        errno = 0;
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+            throw KrAppFailure(KrAppFailure::CouldNot, std::string("standard output cannot be written: ") +
+                                                           (errno != 0 ? std::strerror(errno) : "some of it is lost"));
         }
-        if (options.doctor) {
-            return krAppDoctor() ? 0 : KrAppFailure::CouldNot;
-        }
-        KrAppSidecar::readCamera(options, messages);
-        run(options, messages);
-        return 0;
+        return status;
     } catch (const KrAppFailure& failure) {
         std::fprintf(stderr, "krrender: %s\n", failure.what());
         return failure.status();

@@ -137,7 +137,7 @@ int main(int argc, char** argv)
                     {sampleTexturedRover("textures").manipulator(), sampleDesertPatch("textures").manipulator()},
                     kRoverPose, view({3.4, -3.3, 2.0}, {0.0, 0.0, 0.40})) &&
         writeSystem(folder + "/hose.xml", {sampleHose(), floor}, {{"bend", 1.75}},
-                    view({1.25, -1.65, 0.95}, {0.24, 0.0, 0.36}), sampleHoseEdits()) &&
+                    view({1.55, -2.15, 1.2}, {0.14, 0.0, 0.36}), sampleHoseEdits()) &&
         writeSystem(folder + "/plume.xml", {arm.manipulator(), floor, samplePlume()}, kArmPose,
                     view({2.3, -2.4, 1.1}, {0.36, 0.0, 0.60}), samplePlumeEdits()) &&
         writeSamplePlumeField(folder + "/plume.nrrd");

@@ -3,6 +3,7 @@
 #include "Program.h"
 
 #include <tests/support/Pictures.h>
+#include <tests/support/Systems.h>
 
 #include <toolkit/image/KrImage.h>
 
@@ -14,8 +15,8 @@
 namespace
 {
 
-/// A red box from z = 0 to 0.5 and a green one above it that swings out along +y; the base's mass is that of a solid
-/// box of 0.2 x 0.2 x 0.8 m that leans to -y by 0.6 rad.
+/// A red box from z = 0 to 0.5 and a green one above it, with a wide volume about it, that swings out along +y; the
+/// base's mass is that of a solid box of 0.2 x 0.2 x 0.8 m that leans to -y by 0.6 rad.
 const char* const kUrdf = R"(<robot name="swing">
   <material name="red"><color rgba="0.9 0.05 0.05 1"/></material>
   <material name="green"><color rgba="0.05 0.8 0.05 1"/></material>
@@ -24,7 +25,8 @@ const char* const kUrdf = R"(<robot name="swing">
     <inertial><mass value="12"/><origin xyz="0 0 0.25" rpy="0.6 0 0"/>
       <inertia ixx="0.68" iyy="0.68" izz="0.08" ixy="0" ixz="0" iyz="0"/></inertial></link>
   <link name="arm"><visual><origin xyz="0 0 0.5"/><geometry><box size="0.2 0.2 1"/></geometry>
-    <material name="green"/></visual></link>
+    <material name="green"/></visual>
+    <collision><origin xyz="0 0 0.5"/><geometry><box size="0.6 0.6 0.8"/></geometry></collision></link>
   <joint name="swing" type="revolute"><parent link="base"/><child link="arm"/><origin xyz="0 0 0.5"/>
     <axis xyz="-1 0 0"/><limit lower="-2" upper="2" effort="1" velocity="1"/></joint>
 </robot>
@@ -34,18 +36,28 @@ const char* const kUrdf = R"(<robot name="swing">
 class KrAidsProgram : public testing::Test
 {
 protected:
-    KrImage draw(const std::string& arguments) const
+    KrImage draw(const std::string& arguments, const std::string& eye = "6,0,0.5") const
     {
         m_folder.write("swing.urdf", kUrdf);
-        const Answer answer = runCommand("cd '" + m_folder.path("") + "' && '" + std::string(KR_RENDER) +
-                                         "' swing.urdf -o a.png --samples 1 --size 320x240 --eye 6,0,0.5 "
-                                         "--look-at 0,0,0.5 --fov 30 --background white " +
-                                         arguments);
+        return drawFile("swing.urdf", arguments, eye);
+    }
+    KrImage drawFile(const std::string& file, const std::string& arguments, const std::string& eye = "6,0,0.5") const
+    {
+        const Answer answer = krrender(file + " -o a.png --eye " + eye + " --look-at 0,0,0.5 --fov 30 " + arguments);
         EXPECT_EQ(answer.status, 0) << answer.err;
         KrImage image;
         EXPECT_TRUE(image.readFile(m_folder.path("a.png"), KrImage::TopRowFirst));
         EXPECT_EQ(image.width(), 320u);
         return image;
+    }
+    bool isSame(const std::string& a, const std::string& b) const
+    {
+        return contentOf(m_folder.path(a)) == contentOf(m_folder.path(b));
+    }
+    Answer krrender(const std::string& arguments) const
+    {
+        return runCommand("cd '" + m_folder.path("") + "' && '" + std::string(KR_RENDER) +
+                          "' --samples 1 --size 320x240 --background white " + arguments);
     }
 
     Folder m_folder;
@@ -100,6 +112,14 @@ TEST_F(KrAidsProgram, VolumesVeilTheLinksWithoutHidingThemOrFlickering)
         }
     }
     EXPECT_GT(meanColour(veiled, 160, 90, 2)[1], meanColour(veiled, 160, 90, 2)[2] + 60.0) << "the arm is green yet";
+
+    // Beside the arm both sides of its volume are seen through each other, from wherever, faded or not.
+    for (const std::string link : {"arm", "base"}) {
+        const double inFront = meanColour(draw("--show volumes --select " + link), 145, 80, 2)[0];
+        const double behind = meanColour(draw("--show volumes --select " + link, "-6,0,0.5"), 145, 80, 2)[0];
+        EXPECT_NEAR(inFront, behind, 2.0) << link;
+        EXPECT_LT(inFront, 240.0) << link;
+    }
 }
 
 TEST_F(KrAidsProgram, AnEllipsoidLeansAsItsInertiaSays)
@@ -140,4 +160,82 @@ TEST_F(KrAidsProgram, SelectedLinksKeepTheirColourAndTheOthersTurnGrey)
     // The more opaque, the darker.
     EXPECT_LT(meanColour(draw("--select arm --fade 0.6"), 150, 145, 2)[0], base[0] - 15.0);
     EXPECT_GT(meanColour(plain, 150, 145, 2)[0], 3.0 * meanColour(plain, 150, 145, 2)[1]);
+}
+
+TEST_F(KrAidsProgram, ASelectedLinkIsAloneAmongThoseThatShareItsShape)
+{
+    const boost::shared_ptr<KrBasePhysicalExtent> extent = Systems::box({0.4, 0.4, 0.4}, {0.0, 0.0, 0.0}, "green");
+    KrIndividualManipulator robot("robot");
+    robot.materialMap().set(std::string("green"), KrDataMap::material(KrColor(0.05, 0.8, 0.05)));
+    KrManipulatorLink left = Systems::turningLink("left", {0.0, -1.0, 0.5});
+    left.addShape(extent);
+    KrManipulatorLink middle = Systems::turningLink("middle", {0.0, 0.0, 0.5});
+    middle.addShape(extent);
+    KrManipulatorLink right = Systems::turningLink("right", {0.0, 1.0, 0.5});
+    right.addShape(middle.shapePointer(0)); // the very shape
+    for (const KrManipulatorLink& link : {left, middle, right, KrManipulatorLink("bare")}) {
+        robot.addChildLink(link);
+    }
+    KrManipulatorSystem system;
+    system.manipulators().push_back(robot);
+    ASSERT_TRUE(KrStatedSystem(system).writeFile(m_folder.path("row.xml")));
+
+    const char* const names[] = {"left", "middle", "right"};
+    for (unsigned int selected = 0; selected < 3; ++selected) {
+        const KrImage image = drawFile("row.xml", std::string("--select ") + names[selected]);
+        for (unsigned int i = 0; i < 3; ++i) {
+            const std::array<double, 3> c = meanColour(image, 85 + 75 * i, 120, 2);
+            EXPECT_EQ(c[1] > 3.0 * c[0], i == selected) << names[i] << " with --select " << names[selected];
+        }
+    }
+    const Answer bare = krrender("row.xml -o a.png --select bare");
+    EXPECT_EQ(bare.status, 0);
+    EXPECT_EQ(bare.err, "warning: link \"bare\" has no shape to select\n");
+}
+
+TEST_F(KrAidsProgram, ABentLinkIsPosedSelectedAndEnclosedInEveryWayToDrawIt)
+{
+    const std::string hose = "'" KR_SAMPLES "/hose.xml'";
+    m_folder.write("m.csv", "bend\n0\n150deg\n");
+    // The camera is not the automatic one, which looks at the poses before.
+    const std::string seen = " --show volumes --eye 3,-3,2 --look-at 0,0,0.4";
+    ASSERT_EQ(krrender(hose + " -o one.png -j bend=150deg" + seen).status, 0);
+    ASSERT_EQ(krrender(hose + " -o row.png --trajectory m.csv" + seen).status, 0);
+    EXPECT_TRUE(isSame("row_0002.png", "one.png"));
+    ASSERT_EQ(krrender(hose + " -o one.png -j bend=0" + seen).status, 0);
+    EXPECT_TRUE(isSame("row_0001.png", "one.png"));
+    const std::string automatic = " --show volumes,axes ";
+    ASSERT_EQ(krrender(hose + " -o one.png -j bend=150deg --sidecar" + automatic).status, 0);
+    ASSERT_EQ(krrender(hose + " -o two.png -j bend=150deg --camera one.png.json" + automatic).status, 0);
+    EXPECT_TRUE(isSame("one.png", "two.png"));
+
+    for (const char* bend : {"0", "150deg"}) {
+        ASSERT_EQ(krrender(hose + " --file-view --range-map " + bend + ".csv 20x20 1x1 9 -j bend=" + bend).status, 0);
+    }
+    EXPECT_NE(contentOf(m_folder.path("0.csv")), contentOf(m_folder.path("150deg.csv")));
+
+    // Nothing but the hose is left.
+    const KrImage alone = drawFile(hose, "--select hose --fade 0");
+    const std::size_t lit = countLit(alone, {255, 255, 255});
+    EXPECT_GT(lit, 300u);
+    EXPECT_LT(lit, countLit(drawFile(hose, ""), {255, 255, 255}) / 2);
+}
+
+TEST_F(KrAidsProgram, ImpossibleMassesAreToldOneByOneWhereTheyAreShown)
+{
+    std::string urdf = "<robot name='r'><link name='base'>";
+    const std::string body = "<inertial><mass value='1'/><inertia ixx='1' iyy='1' izz='5' ixy='0' ixz='0' iyz='0'/>"
+                             "</inertial><visual><geometry><box size='1 1 1'/></geometry></visual></link>";
+    urdf += body + "<link name='top'>" + body +
+            "<joint name='j' type='fixed'><parent link='base'/><child link='top'/></joint></robot>";
+    m_folder.write("r.urdf", urdf);
+    EXPECT_EQ(krrender("r.urdf -o a.png --convert r.xml").numErrorLines(), 1u);
+    EXPECT_EQ(krrender("r.urdf -o a.png --show mass").numErrorLines(), 3u);
+    const Answer native = krrender("r.xml -o a.png");
+    EXPECT_EQ(native.numErrorLines(), 1u);
+    EXPECT_NE(native.err.find("\"base\", nor those of 1 more link"), std::string::npos) << native.err;
+    m_folder.write("none.urdf", "<robot name='r'><link name='a'><visual><geometry><box size='1 1 1'/></geometry>"
+                                "</visual></link></robot>");
+    EXPECT_NE(krrender("none.urdf -o a.png --show mass").err.find("no link has a mass"), std::string::npos);
+    EXPECT_EQ(krrender("none.urdf -o a.png").err, "");
 }

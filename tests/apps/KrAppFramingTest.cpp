@@ -115,6 +115,13 @@ TEST(KrAppFraming, FollowsThePoseOfASystem)
     EXPECT_NEAR((center() - KrVector(11.0, 0.0, 1.0)).length(), 0.0, 1e-9);
     ASSERT_TRUE(system.setJointPosition(0, "arm_joint", 0.5 * kPi));
     EXPECT_NEAR((center() - KrVector(10.0, 1.0, 1.0)).length(), 0.0, 1e-9);
+
+    // The axes at the manipulator's place are twice as long, and the arm's x runs along y now: its box ends at y = 2.
+    KrAppFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
+    framing.setAids(1.5, false);
+    framing.add(system.manipulatorSystem(), system.systemState());
+    EXPECT_NEAR((framing.center() + 0.5 * framing.size() - KrVector(13.0, 3.0, 3.0)).length(), 0.0, 1e-9);
+    EXPECT_NEAR(framing.center().x() - 0.5 * framing.size().x(), 8.5, 1e-9); // the arm's y
 }
 
 TEST(KrAppLighting, TheStrongLampIsAboveTheViewersLeft)

@@ -114,6 +114,23 @@ TEST(KrAppPose, ReadsATrajectoryRowByRow)
     EXPECT_EQ(jointAt(system.systemState(), 0, 1), 0.0); // the system itself does not move
 }
 
+// As programs that log joint states write it.
+TEST(KrAppPose, ReadsQuotedCellsAndLeavesFollowersToWhatTheyFollow)
+{
+    const Folder folder;
+    KrStatedSystem system = twoRobots();
+    std::vector<std::string> warnings;
+    const std::string path = folder.write("log.csv", "\"time\",\"shadow_joint\",\"a/turn_joint\"\n\"0\",9,\"+0.2\"\n"
+                                                     "1,,0.3\n");
+    KrAppMotion motion = KrAppPose::readTrajectory(system, path, warnings);
+    ASSERT_EQ(motion.size(), 2u);
+    EXPECT_EQ(jointAt(motion.state(0), 0, 0), 0.2);
+    EXPECT_NEAR(jointAt(motion.state(0), 0, 3), 0.5, 1e-15); // 2 * 0.2 + 0.1
+    EXPECT_EQ(motion.state(1).time(), 1.0);
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_NE(warnings[0].find("shadow_joint"), std::string::npos);
+}
+
 TEST(KrAppPose, NamesFileAndLineOfABadTrajectory)
 {
     const Folder folder;
@@ -127,6 +144,9 @@ TEST(KrAppPose, NamesFileAndLineOfABadTrajectory)
     EXPECT_NE(failure("slide_joint\n").find("no row"), std::string::npos);
     EXPECT_NE(failure("slide_joint,,\n1,2,3\n").find("no name"), std::string::npos);
     EXPECT_NE(failure("slide_joint,slide_joint\n1,2\n").find("two columns"), std::string::npos);
+    EXPECT_NE(failure("time,slide_joint,t\n1,0,2\n").find("line 1: there are two columns of times"), std::string::npos);
+    EXPECT_NE(failure("slide_joint,time\n0,1\n0,2\n0,2\n").find("line 4: the time 2"), std::string::npos);
+    EXPECT_NE(failure("slide_joint,time\n0,1\n0,0.5\n").find("line 3: the time 0.5"), std::string::npos);
     EXPECT_NE(failure("slide_joint\n1\n\n1,2\n").find("line 4: 2 values for 1 columns"), std::string::npos);
     EXPECT_NE(failure("slide_joint\n1\nx\n").find("line 3: \"x\" is no number"), std::string::npos);
     EXPECT_NE(failure("slde_joint\n1\n").find("line 1"), std::string::npos);
@@ -134,4 +154,28 @@ TEST(KrAppPose, NamesFileAndLineOfABadTrajectory)
     std::vector<std::string> warnings;
     EXPECT_NE(failureOf([&] { KrAppPose::readTrajectory(system, folder.path("none.csv"), warnings); }), "");
     EXPECT_NE(failureOf([&] { KrAppPose::readTrajectory(system, folder.path("."), warnings); }), "");
+}
+
+TEST(KrAppMotion, IsPlayedByItsTimesUnlessARateIsGiven)
+{
+    const KrStatedSystem system = twoRobots();
+    const auto motion = [&system](const std::vector<double>& times) {
+        KrAppMotion result(system, {});
+        for (const double time : times) {
+            result.add(time, {});
+        }
+        return result;
+    };
+    using Times = std::vector<double>;
+    const KrAppMotion timed = motion({10.0, 10.5, 14.0});
+    EXPECT_EQ(timed.schedule(std::nullopt), (Times{0.0, 0.5, 4.0, 6.0})); // the last for the mean step
+    EXPECT_EQ(timed.schedule(4.0), (Times{0.0, 0.25, 0.5, 0.75}));
+    EXPECT_EQ(timed.framesPerSecond(), 0.5);
+    EXPECT_FALSE(timed.isEven());
+    EXPECT_TRUE(motion({0.0, 0.9, 2.1, 3.0}).isEven());
+    for (const Times& none : {Times{3.0}, Times{0.0, 0.0}}) {
+        EXPECT_EQ(motion(none).framesPerSecond(), 30.0);
+        EXPECT_TRUE(motion(none).isEven());
+        EXPECT_EQ(motion(none).schedule(2.0).back(), 0.5 * static_cast<double>(none.size()));
+    }
 }

@@ -1,3 +1,5 @@
+#include "Program.h"
+
 #include <KrAppFailure.h>
 #include <KrAppFiles.h>
 #include <KrAppMessages.h>
@@ -24,13 +26,16 @@ TEST(KrAppValue, ReadsPositionsWithTheirUnits)
     EXPECT_EQ(unit, Unit::Length);
     ASSERT_TRUE(position("1e-2m", value, unit));
     EXPECT_EQ(value, 0.01);
+    ASSERT_TRUE(position("+.5", value, unit));
+    EXPECT_EQ(value, 0.5);
 }
 
 TEST(KrAppValue, RefusesWhatIsNoNumberAndKeepsTheOldValue)
 {
     double value = 7.0;
     Unit unit = Unit::Length;
-    for (const char* text : {"", "deg", "1.0.0", "0x", "one", "1 2", "nan", "inf", "1e999", "5feet", "1,5"}) {
+    for (const char* text :
+         {"", "deg", "1.0.0", "0x", "one", "1 2", "nan", "inf", "1e999", "5feet", "1,5", "+-1", "++1", "+", "+ 1"}) {
         EXPECT_FALSE(position(text, value, unit)) << text;
         EXPECT_FALSE(number(text, value)) << text;
     }
@@ -87,6 +92,33 @@ TEST(KrAppFiles, NumbersFramesAndRefusesOtherPercentSigns)
     }
 }
 
+TEST(KrAppFiles, KnowsOneFileUnderEverySpelling)
+{
+    const Folder folder;
+    const std::string file = folder.write("a.png", "x");
+    std::filesystem::create_symlink("a.png", folder.path("link.png"));
+    std::filesystem::create_symlink("later.png", folder.path("dangling.png"));
+    const auto isRefused = [&](const char* one, const char* other) {
+        const std::string a = folder.path(one), b = folder.path(other);
+        const auto refuses = [](const std::vector<std::string>& outputs, const std::vector<std::string>& inputs) {
+            try {
+                KrAppFiles::checkDistinct(outputs, inputs);
+                return false;
+            } catch (const KrAppFailure&) {
+                return true;
+            }
+        };
+        EXPECT_EQ(refuses({a, "", "", b}, {""}), refuses({a}, {"", b})) << one << " " << other;
+        return refuses({a}, {b});
+    };
+    EXPECT_TRUE(isRefused("a.png", "./a.png"));
+    EXPECT_TRUE(isRefused("link.png", "a.png"));
+    EXPECT_TRUE(isRefused("dangling.png", "later.png"));
+    EXPECT_TRUE(isRefused("new/../new.png", "new.png"));
+    EXPECT_FALSE(isRefused("a.png", "b.png"));
+    EXPECT_FALSE(isRefused("dangling.png", "a.png"));
+}
+
 TEST(KrAppMessages, MakesOneLineOfWhatTheToolkitSays)
 {
     KrAppMessages messages;
@@ -94,7 +126,9 @@ TEST(KrAppMessages, MakesOneLineOfWhatTheToolkitSays)
     Kr::Print::instance()->write(Kr::Print::Info, "not a problem\n");
     Kr::Print::instance()->write(Kr::Print::Warning, "KrThing::read - a.xml:\n  line 3: too deep - really.\n");
     EXPECT_EQ(messages.lastReason("none"), "a.xml: line 3: too deep - really");
+    EXPECT_EQ(KrAppMessages::sentence("KrReader - a.xml: empty"), "a.xml: empty");
     EXPECT_EQ(KrAppMessages::sentence("one thing - another"), "one thing - another");
+    EXPECT_EQ(KrAppMessages::sentence("arm - another"), "arm - another");
 }
 
 TEST(KrAppRobot, FindsTheFirstElementBehindAnyProlog)

@@ -195,6 +195,20 @@ TEST_F(KrAppViewTest, PlaysATrajectoryUntilItIsPaused)
     EXPECT_EQ(end(), 0);
 }
 
+TEST_F(KrAppViewTest, PlaysByTheTimesOfATrajectory)
+{
+    const std::string file = m_folder.write("motion.csv", "time,j\n0,0\n0.2,1\n0.4,2\n600,0.5\n");
+    ASSERT_NO_FATAL_FAILURE(start({"--trajectory", file, "-q"}));
+    sleep(2); // the third row stays for minutes
+    const std::vector<unsigned long> third = pixels();
+    const double before = processorTime();
+    sleep(1);
+    EXPECT_EQ(pixels(), third);
+    EXPECT_LT(processorTime() - before, 0.1);
+    press(XK_q);
+    EXPECT_EQ(end(), 0);
+}
+
 TEST_F(KrAppViewTest, SaysWhatItNeedsWithoutADisplay)
 {
     const Answer answer = runCommand(std::string(KR_RENDER) + " --view '" + m_folder.path("r.urdf") + "'", "DISPLAY=");

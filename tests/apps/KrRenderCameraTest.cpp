@@ -126,14 +126,45 @@ TEST_F(KrRenderCamera, TrajectoriesAndDepthsHaveTheirsToo)
     EXPECT_NE(depth.quantity, "color");
 }
 
-TEST_F(KrRenderCamera, WrongCamerasAreTold)
+TEST_F(KrRenderCamera, AFrameThatIsNotWrittenHasNoDescription)
 {
     m_folder.write("target.urdf", kUrdf);
+    m_folder.write("motion.csv", "lift\n0\n0.1\n0.2\n0.3\n0.4\n0.5\n");
+    std::filesystem::create_directory(m_folder.path("f3.png")); // the third picture cannot be put into its place
+    const Answer answer = krrender("target.urdf --size 64x48 --samples 1 --sidecar --trajectory motion.csv -o f%d.png");
+    EXPECT_EQ(answer.status, 1);
+    EXPECT_EQ(m_folder.names(), (std::set<std::string>{"f1.png", "f1.png.json", "f2.png", "f2.png.json", "f3.png",
+                                                       "motion.csv", "target.urdf"}));
+}
+
+TEST_F(KrRenderCamera, APrincipalPointOutsideThePictureNeedsAnEyePoint)
+{
+    const std::string camera = "--size 64x48 --intrinsics 90,90,-20,24 ";
+    const KrFrameDescription frame = described(camera + "--eye 3,0,1 --look-at 0,0,0.5", "a.png");
+    ASSERT_TRUE(frame.intrinsics);
+    EXPECT_EQ(frame.intrinsics->cx, -20.0);
+    EXPECT_EQ(krrender("target.urdf -o b.png " + camera + "--look-at 0,0,0.5").status, 2);
+}
+
+TEST_F(KrRenderCamera, WrongCamerasAreTold)
+{
+    described("--size 64x48", "good.png");
     m_folder.write("bad.json", "{}");
+    const std::string good = content("good.png.json");
+    const auto writeChanged = [&](const char* name, const std::string& from, const std::string& to) {
+        ASSERT_NE(good.find(from), std::string::npos);
+        m_folder.write(name, std::string(good).replace(good.find(from), from.size(), to));
+    };
+    writeChanged("version.json", "\"version\": 1", "\"version\": 2");
+    writeChanged("format.json", "krFrameDescription", "otherDescription");
+    writeChanged("pose.json", "\"worldToOptical\": [[", "\"worldToOptical\": [[5");
+    writeChanged("foreign.json", "\"format\": \"krFrameDescription\",\n\"version\": 1,", "");
+    EXPECT_EQ(krrender("target.urdf -o a.png --camera foreign.json").status, 0);
     const std::pair<const char*, int> wrong[] = {
         {"--intrinsics 1,2,3", 2},     {"--intrinsics 0,100,32,24", 2},     {"--intrinsics 100,100,nan,24", 2},
         {"--intrinsics 9,9,-5,24", 2}, {"--intrinsics 9,9,3,2 --fov 3", 2}, {"--camera bad.json --eye 1,2,3", 2},
-        {"--camera bad.json", 1},      {"--camera missing.json", 1},
+        {"--camera bad.json", 1},      {"--camera missing.json", 1},        {"--camera version.json", 1},
+        {"--camera format.json", 1},   {"--camera pose.json", 1},
     };
     for (const auto& [arguments, status] : wrong) {
         const Answer answer = krrender(std::string("target.urdf --size 64x48 -o a.png ") + arguments);

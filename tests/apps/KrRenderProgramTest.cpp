@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cmath>
 
 namespace
@@ -220,9 +222,16 @@ TEST_F(KrRenderProgram, DrawsSamplesWithTheirTextures)
     ASSERT_EQ(krrender(std::string(KR_SAMPLES) + "/textured_rover.xml -o s.png").status, 0);
     const auto sand = meanColour(picture("s.png"), 80, 110, 3);
     EXPECT_GT(sand[0], 1.3 * sand[2]);
-    // The file's own view is another one.
-    ASSERT_EQ(krrender(std::string(KR_SAMPLES) + "/textured_rover.xml -o f.png --file-view").status, 0);
+    // The file's own view is another one, and its angle can be changed.
+    const std::string fileView = std::string(KR_SAMPLES) + "/textured_rover.xml --file-view --sidecar -o ";
+    ASSERT_EQ(krrender(fileView + "f.png").status, 0);
     EXPECT_NE(contentOf(m_folder.path("s.png")), contentOf(m_folder.path("f.png")));
+    ASSERT_EQ(krrender(fileView + "w.png --fov 60").status, 0);
+    const std::string told = contentOf(m_folder.path("f.png.json"));
+    const std::string wide = contentOf(m_folder.path("w.png.json"));
+    EXPECT_NE(wide.find("\"fieldOfView\": 1.047197"), std::string::npos) << wide;
+    const auto eye = [](const std::string& text) { return text.substr(text.find("\"eyepoint\""), 60); };
+    EXPECT_EQ(eye(wide), eye(told));
 }
 
 TEST_F(KrRenderProgram, WritesNumberedFramesOfATrajectory)
@@ -272,6 +281,8 @@ TEST_F(KrRenderProgram, WritesAVideoThroughTheHelperProgramOrSaysThatItIsMissing
     if (KrAppVideo::program().empty()) {
         GTEST_SKIP() << "no ffmpeg program";
     }
+    ASSERT_EQ(krrender(urdf() + " --trajectory motion.csv --output=-at:noon.mkv").status, 0);
+    ASSERT_TRUE(std::filesystem::remove(m_folder.path("-at:noon.mkv")));
     const Answer answer = krrender(command);
     ASSERT_EQ(answer.status, 0) << answer.err;
     EXPECT_GT(std::filesystem::file_size(m_folder.path("motion.mp4")), 500u);
@@ -283,6 +294,47 @@ TEST_F(KrRenderProgram, WritesAVideoThroughTheHelperProgramOrSaysThatItIsMissing
     EXPECT_EQ(m_folder.names().count("p_5.png"), 0u);
     // Upright: the red base is at the bottom.
     EXPECT_TRUE(isRed(meanColour(picture("p_1.png"), 80, 95, 1)));
+
+    // By its times, when no rate is given.
+    m_folder.write("timed.csv", "time,swing\n3,0\n3.2,0.2\n3.4,0.4\n");
+    const Answer timed = krrender(urdf() + " --trajectory timed.csv -o timed.mp4");
+    EXPECT_EQ(timed.err, "");
+    const Answer told = runCommand("ffmpeg -hide_banner -i '" + m_folder.path("timed.mp4") + "'");
+    EXPECT_NE(told.err.find(" 5 fps"), std::string::npos) << told.err;
+    m_folder.write("timed.csv", "time,swing\n0,0\n1,0.2\n9,0.4\n");
+    const Answer uneven = krrender(urdf() + " --trajectory timed.csv -o timed.mp4");
+    EXPECT_NE(uneven.err.find("mean of them, 4.5 s"), std::string::npos) << uneven.err;
+    m_folder.write("timed.csv", "time,swing\n0,0\n1e9,0.2\n");
+    const Answer slow = krrender(urdf() + " --trajectory timed.csv -o slow.mp4");
+    EXPECT_EQ(slow.status, 1);
+    EXPECT_NE(slow.err.find("give --fps"), std::string::npos) << slow.err;
+}
+
+TEST_F(KrRenderProgram, TellsWhereNothingIsSeen)
+{
+    m_folder.write("motion.csv", "swing\n0\n0.2\n");
+    for (const std::string& arguments :
+         {urdf() + " -o a.png --eye 5,0,0 --look-at 6,0,0", urdf() + " --depth a.npy --look-at 1e8,0,0",
+          urdf() + " --trajectory motion.csv -o b.png --look-at 0,1e8,0"}) {
+        const Answer answer = krrender(arguments);
+        EXPECT_EQ(answer.status, 0) << arguments;
+        EXPECT_EQ(answer.numErrorLines(), 1u) << arguments << answer.err;
+        EXPECT_NE(answer.err.find("nothing is seen"), std::string::npos) << arguments << answer.err;
+    }
+    EXPECT_EQ(krrender(urdf() + " -o a.png --depth a.npy").err, "");
+    EXPECT_EQ(krrender(urdf() + " --trajectory motion.csv -o b.png --views front,top").err, "");
+}
+
+TEST_F(KrRenderProgram, AWrongShaderFolderIsToldAndNotTaken)
+{
+    const std::string plume = " --samples 1 --size 160x120 '" KR_SAMPLES "/plume.xml' -o ";
+    ASSERT_EQ(plain(plume + m_folder.path("a.png")).status, 0);
+    const Answer answer =
+        runCommand("'" + std::string(KR_RENDER) + "'" + plume + m_folder.path("b.png"), "KR_TOOLKITS=/nowhere");
+    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.numErrorLines(), 1u) << answer.err;
+    EXPECT_NE(answer.err.find("\"/nowhere\""), std::string::npos) << answer.err;
+    EXPECT_EQ(contentOf(m_folder.path("a.png")), contentOf(m_folder.path("b.png")));
 }
 
 TEST_F(KrRenderProgram, StoppedInTheMiddleOfAVideoItCleansUp)
@@ -332,8 +384,10 @@ TEST_F(KrRenderProgram, ConvertsToNativeXmlThatIsTheSameRobotAndPicture)
     const auto tree = [](const std::string& text) { return text.substr(text.find('\n')); }; // behind name and file
     EXPECT_EQ(tree(krrender(urdf() + " --info").out), tree(krrender("native.xml --info").out));
     // The pose is in the file; so are point of view, light and background.
-    ASSERT_EQ(krrender("native.xml -o b.png").status, 0);
-    EXPECT_EQ(contentOf(m_folder.path("a.png")), contentOf(m_folder.path("b.png")));
+    for (const char* view : {"", " --file-view"}) {
+        ASSERT_EQ(krrender(std::string("native.xml -o b.png") + view).status, 0);
+        EXPECT_EQ(contentOf(m_folder.path("a.png")), contentOf(m_folder.path("b.png"))) << view;
+    }
     // A state file puts it back.
     KrManipulatorSystemState state = system.statedSystem().systemState();
     state.positionStates()[0].jointPositions()[0].setValue(0.0);
@@ -372,7 +426,9 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
     m_folder.write("other.xml", "<sdf version='1.6'/>");
     m_folder.write("bad.csv", "swing\n0\nx\n");
     m_folder.write("long.urdf", "<robot name='" + std::string(300000, 'x') + "'");
+    m_folder.write("ten.csv", "swing\n0\n0\n0\n0\n0\n0\n0\n0\n0\n0\n");
     std::filesystem::create_directory(m_folder.path("folder"));
+    ASSERT_EQ(mkfifo(m_folder.path("pipe.png").c_str(), 0600), 0);
     const std::string robot = urdf();
     const std::set<std::string> before = m_folder.names();
 
@@ -407,6 +463,7 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
         {robot + " -o a.png --background blu", 2, "did you mean blue?"},
         {robot + " -o a.png --fov 180", 2, "from 1 to 170"},
         {robot + " -o a.png --eye 1,2", 2, "X,Y,Z"},
+        {robot + " -o a.png --eye 1e308,0,0", 2, "from -1e9 to 1e9"},
         {robot + " -o a.png --eye 1,2,3 --look-at 1,2,3", 2, "same point"},
         {robot + " -o a.png --up 0,0,0", 2, "no direction"},
         {robot + " -o none/a.png", 1, "there is no folder none"},
@@ -431,6 +488,18 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
         {robot + " -o a.png --fade 0.5", 2, "needs --select"},
         {robot + " -o a.png --select arm --fade 2", 2, "from 0 to 1"},
         {robot + " -o a.png --depth a.png", 2, "one name"},
+        {robot + " -o a.png --depth ./a.png", 2, "one name"},
+        {robot + " -o a.png --sidecar --report a.png.json", 2, "one name"},
+        {robot + " -o a.png --depth-preview a_%04d.png --trajectory bad.csv", 2, "one name"},
+        {robot + " -o %d.png --depth-preview %02d.png --trajectory ten.csv", 2, "one name"},
+        {robot + " --convert ./" + robot, 2, "is read"},
+        {robot + " --report ten.csv --trajectory ten.csv -o a.png", 2, "is read"},
+        {robot + " -o pipe.png", 1, "no regular file"},
+        {robot + " -o a.png --file-view", 2, "holds no point of view"},
+        {robot + " -o a.png --file-view --elevation 9", 2, "--elevation"},
+        {robot + " -o a.png --eye 1,2,3 --azimuth 9", 2, "--azimuth"},
+        {robot + " -o a.png --fps 9", 2, "needs --trajectory"},
+        {robot + " -o a.png --background ''", 2, "--background: its value is empty"},
         {robot + " -o a.png --views front,tpo", 2, "there is no view \"tpo\""},
         {robot + " -o a.png --views front --eye 1,2,3", 2, "--views places"},
         {robot + " --depth a.npy --views front", 2, "--views is for the picture"},
@@ -458,6 +527,68 @@ TEST_F(KrRenderProgram, AFailedWriteKeepsTheOldPicture)
     EXPECT_EQ(contentOf(m_folder.path("old.png")), "the old content");
     ASSERT_EQ(krrender(urdf() + " -o old.png").status, 0);
     EXPECT_EQ(picture("old.png").width(), 160u);
+}
+
+TEST_F(KrRenderProgram, ALinkIsWrittenThroughInTheFormatOfItsOwnName)
+{
+    std::filesystem::create_directory(m_folder.path("store"));
+    for (const char* name : {"a.png", "d.npy", "r.json", "n.xml"}) {
+        std::filesystem::create_symlink("store/" + std::string(name) + ".data", m_folder.path(name));
+    }
+    ASSERT_EQ(krrender(urdf() + " -o a.png --depth d.npy --report r.json --convert n.xml").status, 0);
+    for (const auto& [name, begin] :
+         {std::pair("a.png", "\x89PNG"), {"d.npy", "\x93NUMPY"}, {"r.json", "{"}, {"n.xml", "<?xml"}}) {
+        EXPECT_TRUE(std::filesystem::is_symlink(m_folder.path(name))) << name;
+        EXPECT_EQ(contentOf(m_folder.path("store/" + std::string(name) + ".data")).rfind(begin, 0), 0u) << name;
+    }
+}
+
+// A limit on the size of files stands in for a full disk.
+TEST_F(KrRenderProgram, TheReasonOfAWriteThatFailsIsTold)
+{
+    m_folder.write("motion.csv", "swing\n0\n0.2\n0.4\n0.6\n");
+    urdf();
+    const std::set<std::string> before = m_folder.names();
+    for (const char* output : {"-o a.png", "--depth a.npy", "-o a.mp4 --trajectory motion.csv"}) {
+        const Answer answer = runCommand("(cd '" + m_folder.path("") + "' && trap '' XFSZ && ulimit -f 1 && '" +
+                                         KR_RENDER + "' swing.urdf -q " + output + ")");
+        if (KrAppVideo::program().empty() && answer.err.find("(Debian package ffmpeg)") != std::string::npos) {
+            continue;
+        }
+        EXPECT_EQ(answer.status, 1) << output;
+        EXPECT_EQ(answer.numErrorLines(), 1u) << answer.err;
+        EXPECT_NE(answer.err.find("File too large"), std::string::npos) << answer.err;
+        EXPECT_EQ(answer.err.find("a.png: a."), std::string::npos) << answer.err;
+        EXPECT_EQ(m_folder.names(), before) << output;
+    }
+}
+
+TEST_F(KrRenderProgram, StandardOutputThatCannotBeWrittenIsAFailure)
+{
+    if (!std::filesystem::exists("/dev/full")) {
+        GTEST_SKIP() << "no /dev/full";
+    }
+    const std::string robot = m_folder.path(urdf());
+    for (const std::string& arguments : {"'" + robot + "' --info", std::string("--help"), std::string("--doctor")}) {
+        const Answer answer = runCommand("('" + std::string(KR_RENDER) + "' " + arguments + " >/dev/full)");
+        EXPECT_EQ(answer.status, 1) << arguments;
+        EXPECT_NE(answer.err.find("standard output"), std::string::npos) << answer.err;
+    }
+}
+
+TEST_F(KrRenderProgram, ADescriptionThroughAPipeIsOneInTheCurrentFolder)
+{
+    m_folder.write("box.stl",
+                   "solid box\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\nendloop\n"
+                   "endfacet\nendsolid box\n");
+    m_folder.write("mesh.urdf", "<robot name='m'><link name='a'><visual><geometry><mesh filename='box.stl'/></geometry>"
+                                "</visual></link></robot>");
+    const std::string rest = " --strict --samples 1 --size 64x48 -o ";
+    ASSERT_EQ(plain("mesh.urdf" + rest + "a.png").status, 0);
+    const Answer answer = runCommand("(cd '" + m_folder.path("") + "' && cat mesh.urdf | '" + KR_RENDER +
+                                     "' /dev/stdin" + rest + "b.png)");
+    ASSERT_EQ(answer.status, 0) << answer.err;
+    EXPECT_EQ(contentOf(m_folder.path("a.png")), contentOf(m_folder.path("b.png")));
 }
 
 TEST_F(KrRenderProgram, HelpVersionAndDoctorAnswerOnStandardOutput)
