@@ -60,8 +60,9 @@ public:
     }
     /// False when rounding defeats it.
     bool run(unsigned int mostVertices);
-    /// Scales the hull about its middle until it holds what is still outside, but for kAllowed.
-    void enlarge();
+    /// Scales the hull about its middle until it holds what is still outside, but for kAllowed. False when rounding
+    /// defeats it.
+    bool enlarge();
 
     const std::vector<Face>& faces() const { return m_faces; }
     const std::vector<KrVector>& points() const { return m_points; }
@@ -354,8 +355,9 @@ bool QuickHull::closeOver(std::uint32_t point)
     return face == first && m_horizon.size() >= 3;
 }
 
-void QuickHull::enlarge()
+bool QuickHull::enlarge()
 {
+    constexpr unsigned int kMostRounds = 100; // a few do
     KrVector middle;
     double weight = 0.0;
     std::vector<std::uint32_t> left;
@@ -373,11 +375,14 @@ void QuickHull::enlarge()
     double scale = 1.0;
     for (const std::uint32_t i : left) {
         // The point is moved in instead of the hull out: distances are less by the few percent that the hull grows.
-        while (true) {
+        for (unsigned int round = 0;; ++round) {
             const KrVector moved = m_middle + (m_points[i] - m_middle) * (1.0 / scale);
             const Nearest found = nearest(moved, 0);
             if (found.face == kNone || found.distance <= kAllowed) {
                 break;
+            }
+            if (round == kMostRounds) { // the middle itself is outside
+                return false;
             }
             scale *= 1.0 + growth(moved, found);
         }
@@ -387,6 +392,7 @@ void QuickHull::enlarge()
             point = m_middle + (point - m_middle) * scale;
         }
     }
+    return true;
 }
 
 } // namespace
@@ -419,10 +425,9 @@ boost::shared_ptr<KrTriPhysicalExtent> KrConvexHull::make(const std::vector<KrVe
     }
 
     QuickHull hull(std::move(unit));
-    if (!hull.run(kMostVertices)) {
+    if (!hull.run(kMostVertices) || !hull.enlarge()) {
         return nullptr;
     }
-    hull.enlarge();
 
     KrXmlVectorVector vertices;
     std::vector<std::uint32_t> numbers(points.size(), kNone);
