@@ -551,7 +551,7 @@ TEST_F(KrMultiRenderWindowTest, ARefusedLayoutLeavesThePictureAsItWas)
 
 TEST_F(KrMultiRenderWindowTest, OverlayTextLiesOverTheWindowOnce)
 {
-    constexpr int kWhole[] = {2 * kWidth, 2 * kHeight};
+    static constexpr int kWhole[] = {2 * kWidth, 2 * kHeight};
     const auto draw = [](KrSGWindow& shown) {
         shown.setOverlayText("HHHHHHHHHH", 5, 95, KrColor(1.0, 0.0, 0.0, 0.5)); // over all four tiles
         EXPECT_TRUE(shown.renderScene(false));
