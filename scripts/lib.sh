@@ -19,7 +19,7 @@ test_packages=(
     qt6-base-dev libqt6opengl6-dev
 )
 # What the slower checks need besides:
-check_packages=(clang clang-format)
+check_packages=(clang clang-format libclang-rt-14-dev)
 
 say() { printf '== %s\n' "$*"; }
 

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// What a file, a name or a request may ask for at most.
+///
+/// A file is hostile until it is read: each of these bounds is held before memory is asked for. What is over a bound
+/// is refused with one message that tells the bound. The bounds lie far above what robots need and far below what a
+/// machine has; docs/limits.md says why each has its value.
+namespace Kr::Limits
+{
+
+constexpr std::uint64_t kPictureBytes = std::uint64_t{1} << 28;  ///< of a picture file
+constexpr std::uint64_t kPicturePixels = std::uint64_t{1} << 28; ///< of a picture file, width times height
+constexpr unsigned int kPictureSide = 65535;                     ///< of a picture file, either way, pixels
+
+constexpr std::uint64_t kMeshBytes = std::uint64_t{1} << 30;      ///< of a mesh file and of each side file
+constexpr std::uint64_t kMeshTriangles = std::uint64_t{20} << 20; ///< of a mesh file
+
+constexpr std::uint64_t kRobotBytes = std::uint64_t{64} << 20; ///< of a robot description
+constexpr std::size_t kLinks = 10000;                          ///< of a robot description
+
+constexpr std::uint64_t kTextBytes = std::uint64_t{256} << 20; ///< of a trajectory, a camera or another text
+constexpr std::size_t kMessageName = 120;                      ///< of a name from a file in a message, bytes
+
+} // namespace Kr::Limits
