@@ -1,45 +1,17 @@
 #include <toolkit/foundation/KrJson.h>
 
+#include <toolkit/foundation/KrText.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 
-namespace
-{
-
-/// The length of the UTF-8 character at the start of `text`; 0 when there is none (RFC 3629, section 4).
-std::size_t utf8Length(std::string_view text)
-{
-    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = byte(0);
-    const std::size_t length = lead < 0x80   ? 1
-                               : lead < 0xC2 ? 0
-                               : lead < 0xE0 ? 2
-                               : lead < 0xF0 ? 3
-                               : lead < 0xF5 ? 4
-                                             : 0;
-    if (length == 0 || length > text.size()) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) {
-            return 0;
-        }
-    }
-    const bool isOverlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
-    const bool isSurrogate = lead == 0xED && byte(1) > 0x9F;
-    const bool isTooHigh = lead == 0xF4 && byte(1) > 0x8F;
-    return isOverlong || isSurrogate || isTooHigh ? 0 : length;
-}
-
-} // namespace
-
 std::string KrJson::quoted(std::string_view text)
 {
     std::string result = "\"";
     while (!text.empty()) {
-        const std::size_t length = utf8Length(text);
+        const std::size_t length = KrText::utf8Length(text);
         const unsigned char c = static_cast<unsigned char>(text[0]);
         if (length == 0) {
             result += "\xEF\xBF\xBD";

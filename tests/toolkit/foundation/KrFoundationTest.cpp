@@ -4,6 +4,7 @@
 #include <toolkit/foundation/KrGL.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/KrString.h>
+#include <toolkit/foundation/KrText.h>
 
 #include <gtest/gtest.h>
 
@@ -103,4 +104,23 @@ TEST(KrINT2STRING, WritesExtremesInAnyBase)
     EXPECT_EQ(KrINT2STRING(LLONG_MIN, 2), "-1" + std::string(63, '0'));
     EXPECT_EQ(KrINT2STRING(255u, 16), "ff");
     EXPECT_EQ(KrINT2STRING(-10, 10), "-10");
+}
+
+TEST(KrText, WhatComesFromOutsideBecomesOneShortLineOfUtf8)
+{
+    EXPECT_EQ(KrText::oneLine("arm \xC3\xA4"), "arm \xC3\xA4");
+    EXPECT_EQ(KrText::oneLine("gr\xFCn\n\x1B[2J"), "gr\xC3\xBCn  [2J"); // Latin-1; no escape sequence gets through
+    EXPECT_EQ(KrText::oneLine("\xEF\xBF\xBF"), "\xEF\xBF\xBD");
+    EXPECT_EQ(KrText::oneLine(std::string(10, 'a') + std::string(10, 'b'), 11), "aaaa...bbbb");
+    // Every cut lies between characters.
+    std::string umlauts;
+    for (int i = 0; i < 100; ++i) {
+        umlauts += "\xC3\xA4";
+    }
+    for (std::size_t longest = 8; longest < 40; ++longest) {
+        const std::string line = KrText::oneLine(umlauts, longest);
+        EXPECT_TRUE(KrText::isUtf8(line)) << longest;
+        EXPECT_LE(line.size(), longest);
+        EXPECT_GE(line.size() + 2, longest);
+    }
 }
