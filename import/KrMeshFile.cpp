@@ -1,15 +1,15 @@
 #include <import/KrMeshFile.h>
 
-#include <import/KrColladaText.h>
-#include <import/KrImportPath.h>
 #include <import/KrMeshLook.h>
-#include <import/KrMeshPlausibility.h>
+#include <import/KrMeshSource.h>
 #include <import/KrVectorIndex.h>
 
-#include <assimp/DefaultIOSystem.h>
+#include <toolkit/foundation/KrText.h>
+
+#include <assimp/BaseImporter.h>
+#include <assimp/IOSystem.hpp>
 #include <assimp/Importer.hpp>
 #include <assimp/MemoryIOWrapper.h>
-#include <assimp/commonMetaData.h>
 #include <assimp/config.h>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -19,8 +19,6 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
 #include <utility>
@@ -28,55 +26,72 @@
 namespace
 {
 
-constexpr std::uintmax_t kMaxBytes = std::uintmax_t(1) << 30;
-// A small file can place one mesh very often; nothing drawable is as large as this.
-constexpr std::size_t kMaxTriangles = 20u << 20;
-constexpr std::size_t kMaxVertices = 3 * kMaxTriangles;
 // Normals written with few digits are not exactly of unit length.
 constexpr double kNormalTolerance = 0.01;
 
-/// A mesh file, with the text that the mesh library is to see in place of the file's; empty for the file's own.
-struct Content
-{
-    std::string path;
-    std::string text;
-};
-
-/// Remembers which files a mesh file names that are not there: material libraries, mostly. Gives `content` for its
-/// path.
-class WatchingIo : public Assimp::DefaultIOSystem
+/// Knows the files of a mesh source and no other: nothing on the disk is within the mesh library's reach.
+class SourceIo : public Assimp::IOSystem
 {
 public:
-    WatchingIo(const Content& content, std::set<std::string>& missing)
-        : m_content(content)
-        , m_missing(missing)
+    explicit SourceIo(const KrMeshSource& source)
+        : m_source(source)
     {
     }
-    bool Exists(const char* file) const override
+    bool Exists(const char* file) const override { return find(file) != nullptr; }
+    char getOsSeparator() const override { return '/'; }
+    Assimp::IOStream* Open(const char* file, const char*) override
     {
-        const bool exists = DefaultIOSystem::Exists(file);
-        if (!exists) {
-            m_missing.insert(file);
-        }
-        return exists;
+        const std::string* const content = find(file);
+        return content
+                   ? new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(content->data()), content->size())
+                   : nullptr;
     }
-    Assimp::IOStream* Open(const char* file, const char* mode) override
-    {
-        if (!m_content.text.empty() && file == m_content.path) {
-            const auto* const data = reinterpret_cast<const std::uint8_t*>(m_content.text.data());
-            return new Assimp::MemoryIOStream(data, m_content.text.size());
-        }
-        Assimp::IOStream* const stream = DefaultIOSystem::Open(file, mode);
-        if (!stream) {
-            m_missing.insert(file);
-        }
-        return stream;
-    }
+    void Close(Assimp::IOStream* stream) override { delete stream; }
 
 private:
-    const Content& m_content;
-    std::set<std::string>& m_missing;
+    const std::string* find(const std::string& file) const
+    {
+        const auto place = m_source.files.find(file);
+        return place == m_source.files.end() ? nullptr : &place->second;
+    }
+
+    const KrMeshSource& m_source;
 };
+
+/// What the mesh library calls the reader of a format.
+const char* readerOf(KrMeshSource::Format format)
+{
+    using Format = KrMeshSource::Format;
+    switch (format) {
+    case Format::Stl:
+        return "Stereolithography (STL) Importer";
+    case Format::Obj:
+        return "Wavefront Object Importer";
+    case Format::Dae:
+        return "Collada Importer";
+    case Format::Ply:
+        return "Stanford Polygon Library (PLY) Importer";
+    case Format::Off:
+        return "OFF Importer";
+    case Format::Gltf:
+    case Format::Glb:
+        break;
+    }
+    return "glTF2 Importer";
+}
+
+/// Takes every reader out of `importer` but the one called `name`, so that no content can bring another one in.
+bool keepReader(Assimp::Importer& importer, const std::string& name)
+{
+    for (std::size_t i = importer.GetImporterCount(); i-- > 0;) {
+        Assimp::BaseImporter* const reader = importer.GetImporter(i);
+        if (reader->GetInfo()->mName != name) {
+            importer.UnregisterLoader(reader);
+            delete reader; // a reader that is taken out is its taker's
+        }
+    }
+    return importer.GetImporterCount() == 1;
+}
 
 Eigen::Matrix4d matrixOf(const aiMatrix4x4& m)
 {
@@ -150,20 +165,18 @@ std::vector<bool> usedVertices(const aiMesh& mesh)
 class Collector
 {
 public:
-    Collector(const aiScene& scene, const std::string& path, KrMeshData& data)
+    Collector(const aiScene& scene, KrMeshSource::Format format, const std::string& path,
+              const KrImportOptions& options, KrMeshData& data)
         : m_scene(scene)
         , m_path(path)
+        , m_maxTriangles(options.maxTriangles)
         , m_data(data)
     {
-        aiString format;
-        if (scene.mMetaData) {
-            scene.mMetaData->Get(AI_METADATA_SOURCE_FORMAT, format);
-        }
-        const std::string name = format.C_Str();
-        m_isStl = name.find("STL") != std::string::npos;
-        m_isGltf = name.find("glTF2") != std::string::npos;
-        m_isNameless = name.find("OFF") != std::string::npos || name.find("PLY") != std::string::npos;
-        m_isCollada = name.find("Collada") != std::string::npos;
+        using Format = KrMeshSource::Format;
+        m_isStl = format == Format::Stl;
+        m_isGltf = format == Format::Gltf || format == Format::Glb;
+        m_isNameless = format == Format::Off || format == Format::Ply;
+        m_isCollada = format == Format::Dae;
     }
 
     /// @param trustMaterials  false when the file that defines them is not there
@@ -186,14 +199,15 @@ private:
 
     const aiScene& m_scene;
     std::string m_path;
+    std::uint64_t m_maxTriangles;
     KrMeshData& m_data;
     bool m_isStl = false;
     bool m_isCollada = false;
     bool m_isGltf = false;
     bool m_isNameless = false; ///< materials never have names
     bool m_isColorTold = false;
-    std::size_t m_triangles = 0;
-    std::size_t m_numVertices = 0; ///< of all instances
+    std::uint64_t m_triangles = 0;
+    std::uint64_t m_numVertices = 0; ///< of all instances
     KrVectorIndex m_vertices;
     KrVectorIndex m_normals;
     std::vector<KrMeshLook::Look> m_looks;
@@ -274,9 +288,9 @@ bool Collector::addNodes(std::string& why)
             const aiMesh& mesh = *m_scene.mMeshes[node->mMeshes[i]];
             m_triangles += mesh.mNumFaces;
             m_numVertices += mesh.mNumVertices;
-            if (m_triangles > kMaxTriangles || m_numVertices > kMaxVertices) {
-                why = "it has more than " + std::to_string(kMaxTriangles) + " triangles or " +
-                      std::to_string(kMaxVertices) + " vertices";
+            if (m_triangles > m_maxTriangles || m_numVertices / 3 > m_maxTriangles) {
+                why = "it has more than " + std::to_string(m_maxTriangles) +
+                      " triangles, or three times as many vertices";
                 return false;
             }
             if (isTriangles(mesh)) {
@@ -461,52 +475,38 @@ void Collector::warn(const std::string& text)
     m_data.warnings.push_back(text);
 }
 
-bool isMissingLibrary(const std::string& file)
+/// Triangulation takes the square of the number of corners.
+bool isTooManyCornered(const aiScene& scene)
 {
-    return KrImportPath::extensionOf(file) == "mtl";
+    std::uint64_t work = 0;
+    for (unsigned int i = 0; i < scene.mNumMeshes; ++i) {
+        const aiMesh& mesh = *scene.mMeshes[i];
+        for (unsigned int k = 0; k < mesh.mNumFaces && work <= Kr::Limits::kPolygonWork; ++k) {
+            const std::uint64_t corners = mesh.mFaces[k].mNumIndices;
+            work += corners > 4 ? corners * corners : 0;
+        }
+    }
+    return work > Kr::Limits::kPolygonWork;
 }
 
-/// The extension of the format that the mesh library will read a file as; empty when it goes by the content.
-std::string formatOf(const std::string& path)
+bool readScene(const KrMeshSource& source, const std::string& path, const KrImportOptions& options, KrMeshData& data,
+               std::string& why)
 {
-    const std::string extension = KrImportPath::extensionOf(path);
-    if (extension == "xml" || extension == "collada") {
-        return "dae";
-    }
-    return Assimp::Importer().IsExtensionSupported("." + extension) ? extension : "";
-}
-
-/// False for a file that the mesh library had better not see.
-bool readContent(std::size_t size, Content& content, std::string& why)
-{
-    const std::string format = formatOf(content.path);
-    if (!KrMeshPlausibility::concerns(format)) {
-        return true;
-    }
-    std::string text(size, '\0');
-    std::ifstream stream(content.path, std::ios::binary);
-    stream.read(&text[0], static_cast<std::streamsize>(size));
-    text.resize(static_cast<std::size_t>(stream.gcount()));
-    const bool isChanged = (format.empty() || format == "dae") && KrColladaText::dropMotion(text);
-    if (!KrMeshPlausibility::check(text, format, why)) {
+    Assimp::Importer importer;
+    if (!keepReader(importer, readerOf(source.format))) {
+        why = "the mesh library has no reader for it";
         return false;
     }
-    if (isChanged) {
-        content.text = std::move(text);
-    }
-    return true;
-}
-
-bool readScene(const Content& content, KrMeshData& data, std::string& why)
-{
-    std::set<std::string> missing;
-    Assimp::Importer importer;
-    importer.SetIOHandler(new WatchingIo(content, missing));
+    importer.SetIOHandler(new SourceIo(source));
     importer.SetPropertyBool(AI_CONFIG_IMPORT_COLLADA_IGNORE_UP_DIRECTION, true);
     // Checked between the two steps: the second one follows indices without looking.
-    const aiScene* scene = importer.ReadFile(content.path, 0);
+    const aiScene* scene = importer.ReadFile(source.main, 0);
     if (scene && !hasValidIndices(*scene)) {
         why = "a face uses a vertex that is not there";
+        return false;
+    }
+    if (scene && isTooManyCornered(*scene)) {
+        why = "its polygons have too many corners";
         return false;
     }
     for (unsigned int i = 0; scene && i < scene->mNumMeshes; ++i) {
@@ -514,18 +514,12 @@ bool readScene(const Content& content, KrMeshData& data, std::string& why)
     }
     scene = scene ? importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_SortByPType) : nullptr;
     if (!scene) {
-        why = importer.GetErrorString();
+        why = KrText::oneLine(importer.GetErrorString());
         return false;
     }
-    bool trustMaterials = true;
     KrMeshData read;
-    for (const std::string& file : missing) {
-        if (isMissingLibrary(file)) {
-            read.warnings.push_back("material library \"" + file + "\" is missing");
-            trustMaterials = false;
-        }
-    }
-    if (!Collector(*scene, content.path, read).run(trustMaterials, why)) {
+    read.warnings = source.warnings;
+    if (!Collector(*scene, source.format, path, options, read).run(source.trustMaterials, why)) {
         return false;
     }
     data = std::move(read);
@@ -534,19 +528,13 @@ bool readScene(const Content& content, KrMeshData& data, std::string& why)
 
 } // namespace
 
-bool KrMeshFile::read(const std::string& path, KrMeshData& data, std::string& why)
+bool KrMeshFile::read(const std::string& path, const KrImportOptions& options, KrMeshData& data, std::string& why)
 {
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(path, error);
-    if (error || size == 0 || size > kMaxBytes) {
-        why = error ? error.message() : size == 0 ? "it is empty" : "it is larger than 1 GiB";
-        return false;
-    }
     try {
-        Content content{path, ""};
-        return readContent(static_cast<std::size_t>(size), content, why) && readScene(content, data, why);
+        KrMeshSource source;
+        return KrMeshSource::read(path, options, source, why) && readScene(source, path, options, data, why);
     } catch (const std::exception& exception) {
-        why = exception.what();
+        why = KrText::oneLine(exception.what());
     } catch (...) {
         why = "the mesh library gave up";
     }

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <import/KrImportOptions.h>
 #include <import/KrMeshData.h>
 
 #include <string>
 
-/// Reads mesh files: STL, DAE, OBJ and whatever else the mesh library knows.
+/// Reads mesh files: STL, OBJ, DAE, PLY, OFF, glTF and GLB.
 ///
 /// Lengths become metres where the format tells its unit; the up axis a DAE declares is ignored, as robot descriptions
 /// expect; the transformations of nodes are applied, mirroring ones turn the winding; cameras, lights, points and lines
@@ -15,5 +16,5 @@ class KrMeshFile
 public:
     /// @param data  written on success only; may hold no triangle at all
     /// @param why   on failure one clause that says what is wrong with the file
-    static bool read(const std::string& path, KrMeshData& data, std::string& why);
+    static bool read(const std::string& path, const KrImportOptions& options, KrMeshData& data, std::string& why);
 };

@@ -17,8 +17,6 @@ using KrMeshWords::takeLine;
 using KrMeshWords::takeWord;
 using KrMeshWords::trimmed;
 
-// Of one attribute; a glTF file can ask for zeros that it does not hold.
-constexpr std::uint64_t kMaxElements = 60u << 20;
 // Longer lines of an OFF file are cut in two by the mesh library.
 constexpr std::size_t kMaxOffLine = 4000;
 
@@ -42,34 +40,6 @@ bool refuse(std::string& why, const std::string& text)
 {
     why = text;
     return false;
-}
-
-/// Whether `sign`, in lower case, stands near the beginning, where the mesh library looks for it.
-bool beginsWith(std::string_view content, std::string_view sign)
-{
-    std::string begin(content.substr(0, 500));
-    begin.erase(std::remove(begin.begin(), begin.end(), '\0'), begin.end());
-    std::transform(begin.begin(), begin.end(), begin.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return begin.find(sign) != std::string::npos;
-}
-
-/// The highest number that follows `word` and a colon; the largest one for a negative or an overlong one.
-std::uint64_t highestAfter(std::string_view content, std::string_view word)
-{
-    std::uint64_t highest = 0;
-    for (std::size_t at = content.find(word); at != std::string_view::npos; at = content.find(word, at + 1)) {
-        std::string_view rest = content.substr(at + word.size(), 80);
-        if (rest = trimmed(rest); rest.empty() || rest.front() != ':') {
-            continue;
-        }
-        rest = trimmed(rest.substr(1));
-        std::uint64_t number = 0;
-        const std::from_chars_result result = std::from_chars(rest.data(), rest.data() + rest.size(), number);
-        const bool isBad = result.ec == std::errc::result_out_of_range || (!rest.empty() && rest.front() == '-');
-        highest = std::max(highest, isBad ? UINT64_MAX : number);
-    }
-    return highest;
 }
 
 /// Walks a PLY file by its own header.
@@ -286,26 +256,17 @@ bool checkOff(std::string_view content, std::string& why)
 
 } // namespace
 
-bool KrMeshPlausibility::check(std::string_view content, const std::string& extension, std::string& why)
+bool KrMeshPlausibility::check(std::string_view content, KrMeshSource::Format format, std::string& why)
 {
-    const auto is = [&](const char* format, const char* sign) {
-        return extension.empty() ? beginsWith(content, sign) : extension == format;
-    };
-    if (is("dae", "<collada") && !KrColladaText::check(content, why)) {
-        return false;
+    using Format = KrMeshSource::Format;
+    switch (format) {
+    case Format::Dae:
+        return KrColladaText::check(content, why);
+    case Format::Ply:
+        return PlyCheck(content).run(why);
+    case Format::Off:
+        return checkOff(content, why);
+    default:
+        return true;
     }
-    if (is("ply", "ply") && !PlyCheck(content).run(why)) {
-        return false;
-    }
-    if (is("off", "off") && !checkOff(content, why)) {
-        return false;
-    }
-    return highestAfter(content, "\"count\"") <= kMaxElements ||
-           refuse(why, "it declares more values than can be read");
-}
-
-bool KrMeshPlausibility::concerns(const std::string& extension)
-{
-    return extension.empty() || extension == "dae" || extension == "ply" || extension == "off" || extension == "gltf" ||
-           extension == "glb";
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <import/KrMeshSource.h>
+
 #include <string>
 #include <string_view>
 
@@ -9,10 +11,7 @@
 class KrMeshPlausibility
 {
 public:
-    /// @param content    the whole file
-    /// @param extension  in lower case: dae, ply, off, gltf, glb; empty where the content alone tells the format
-    /// @param why        on refusal one clause
-    static bool check(std::string_view content, const std::string& extension, std::string& why);
-    /// Whether `check` has something to say about such files.
-    static bool concerns(const std::string& extension);
+    /// @param content  the whole file
+    /// @param why      on refusal one clause
+    static bool check(std::string_view content, KrMeshSource::Format format, std::string& why);
 };

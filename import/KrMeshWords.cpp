@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <limits>
 
 namespace
 {
@@ -56,4 +58,32 @@ bool KrMeshWords::isCount(std::string_view word, std::uint64_t limit, std::uint6
     const char* const end = word.data() + word.size();
     const bool isDigits = !word.empty() && word.find_first_not_of("0123456789") == std::string_view::npos;
     return isDigits && std::from_chars(word.data(), end, number).ec == std::errc() && number <= limit;
+}
+
+bool KrMeshWords::takeNumber(std::string_view& text, double& number)
+{
+    std::string_view rest = text;
+    std::string_view word = takeWord(rest);
+    if (!word.empty() && word.front() == '+') {
+        word.remove_prefix(1);
+    }
+    double value = 0.0;
+    const std::from_chars_result end = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (word.empty() || end.ptr != word.data() + word.size() || end.ec == std::errc::invalid_argument) {
+        return false;
+    }
+    number = value; // 0 for what is out of range: hardly anything but far too small is written
+    text = rest;
+    return true;
+}
+
+void KrMeshWords::appendNumber(std::string& text, double number)
+{
+    if (!(std::abs(number) <= std::numeric_limits<float>::max())) {
+        text += "nan";
+        return;
+    }
+    char digits[32];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, static_cast<float>(number));
+    text.append(digits, end.ptr);
 }

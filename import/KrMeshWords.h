@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 /// Words and lines of a mesh file's text.
@@ -14,5 +15,9 @@ std::string_view takeWord(std::string_view& text);
 bool takeLine(std::string_view& text, std::string_view& line);
 /// Whether `word` is nothing but digits, of a number up to `limit`.
 bool isCount(std::string_view word, std::uint64_t limit, std::uint64_t& number);
+/// Takes one word off the front of `text` when it is a number, a NaN among them; else false, and no change.
+bool takeNumber(std::string_view& text, double& number);
+/// Appends what reads back as the same single precision number: digits, or "nan" for what has no such number.
+void appendNumber(std::string& text, double number);
 
 } // namespace KrMeshWords

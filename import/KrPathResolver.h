@@ -1,6 +1,6 @@
 #pragma once
 
-#include <import/KrRobotImporter.h>
+#include <import/KrImportOptions.h>
 
 #include <map>
 #include <string>

@@ -1,18 +1,11 @@
 #pragma once
 
+#include <import/KrImportOptions.h>
 #include <import/KrImportReport.h>
 
 #include <string>
-#include <vector>
 
 class KrStatedSystem;
-
-/// Where the importer looks for what a robot description names.
-struct KrImportOptions
-{
-    std::vector<std::string> packagePaths; ///< folders searched for packages, after the description's own bundle
-    bool useRosPackagePath = true;         ///< then those of the environment variable ROS_PACKAGE_PATH
-};
 
 /// Reads robot descriptions (URDF) with their meshes, textures and materials.
 ///

@@ -157,6 +157,7 @@ public:
         : m_model(model)
         , m_mended(mended)
         , m_path(path)
+        , m_options(options)
         , m_resolver(path, options)
         , m_manipulator(manipulator)
         , m_report(report)
@@ -202,6 +203,7 @@ private:
     const urdf::ModelInterface& m_model;
     const KrUrdfMender::Mended& m_mended;
     std::string m_path;
+    const KrImportOptions& m_options;
     KrPathResolver m_resolver;
     KrIndividualManipulator& m_manipulator;
     KrImportReport& m_report;
@@ -465,7 +467,7 @@ const Reader::MeshEntry& Reader::meshEntry(const std::string& path, const Elemen
     if (!isNew) {
         return entry;
     }
-    entry.isRead = KrMeshFile::read(path, entry.data, entry.why);
+    entry.isRead = KrMeshFile::read(path, m_options, entry.data, entry.why);
     for (const std::string& warning : entry.data.warnings) {
         m_report.addWarning(path, element.name(), warning);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <import/KrRobotImporter.h>
+#include <import/KrImportOptions.h>
+#include <import/KrImportReport.h>
 #include <import/KrUrdfMender.h>
 
 #include <string>

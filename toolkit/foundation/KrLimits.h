@@ -17,9 +17,15 @@ constexpr unsigned int kPictureSide = 65535;                     ///< of a pictu
 
 constexpr std::uint64_t kMeshBytes = std::uint64_t{1} << 30;      ///< of a mesh file and of each side file
 constexpr std::uint64_t kMeshTriangles = std::uint64_t{20} << 20; ///< of a mesh file
+constexpr std::size_t kMeshMaterials = 4096;                      ///< of a mesh file
+constexpr std::size_t kMeshNesting = 200;                         ///< of the elements and the nodes of a mesh file
+constexpr std::uint64_t kPolygonWork = std::uint64_t{1} << 30;    ///< sum of the squares of a mesh's polygons' corners
 
 constexpr std::uint64_t kRobotBytes = std::uint64_t{64} << 20; ///< of a robot description
 constexpr std::size_t kLinks = 10000;                          ///< of a robot description
+constexpr std::size_t kLinkChain = 500;                        ///< links in a row, from the base outwards
+constexpr std::size_t kPathBytes = 4096;                       ///< of the name of a file
+constexpr std::size_t kWarnings = 1000;                        ///< in the report of an import
 
 constexpr std::uint64_t kTextBytes = std::uint64_t{256} << 20; ///< of a trajectory, a camera or another text
 constexpr std::size_t kMessageName = 120;                      ///< of a name from a file in a message, bytes

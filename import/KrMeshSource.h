@@ -1,0 +1,36 @@
+#pragma once
+
+#include <import/KrImportOptions.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// What a mesh file holds, read by us and checked: all that the mesh library gets to see.
+struct KrMeshSource
+{
+    enum class Format
+    {
+        Stl,
+        Obj,
+        Dae,
+        Ply,
+        Off,
+        Gltf,
+        Glb
+    };
+
+    Format format = Format::Stl;
+    std::string main;                         ///< the name in `files` to begin with
+    std::map<std::string, std::string> files; ///< content by name: the mesh and its side files
+    bool trustMaterials = true;               ///< false when the file that defines them is not there
+    std::vector<std::string> warnings;        ///< one sentence each
+
+    /// Reads a mesh file, and the side files that it names.
+    ///
+    /// The format follows from the content where that begins with a sign of its own, otherwise from the extension.
+    /// @param source  written on success only
+    /// @param why     on failure one clause that says what is wrong
+    /// @return false for a file in another format, over a limit, or that the mesh library had better not see
+    static bool read(const std::string& path, const KrImportOptions& options, KrMeshSource& source, std::string& why);
+};
