@@ -12,6 +12,11 @@ namespace osg
 class Node;
 }
 class KrRenderManipulator;
+class KrSelfTestRun;
+namespace KrSelfTestScenes
+{
+void morph(KrSelfTestRun& run);
+}
 
 /// The link matrices of one manipulator, for vertex shaders.
 ///
@@ -57,5 +62,7 @@ public:
     static const char* vertexShaderSource();
 
 private:
+    friend void KrSelfTestScenes::morph(KrSelfTestRun& run); // sets the table aside meanwhile
+
     static std::map<unsigned int, osg::ref_ptr<MorphTexture>> m_MorphTextureMap; ///< by manipulator index
 };

@@ -7,25 +7,24 @@
 #include <toolkit/window/KrGlxWindowImpl.h>
 #include <toolkit/window/KrWindow.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 
 namespace
 {
 
-void tryBackEnd(const char* name, std::unique_ptr<KrWindowImpl> impl)
+void tryBackEnd(std::string& text, const char* name, std::unique_ptr<KrWindowImpl> impl)
 {
     KrWindow window;
     window.setHideWindow(true);
     window.setWindowSize(64, 64);
     window.setImpl(std::move(impl));
     const bool ok = window.init();
-    std::printf("== %s: %s\n%s\n", name, ok ? "works" : "does not work", window.report().text().c_str());
+    text += "== " + std::string(name) + (ok ? ": works\n" : ": does not work\n") + window.report().text() + "\n";
     window.closeWindow();
 }
 
-const char* environmentText(const char* name)
+std::string environmentText(const char* name)
 {
     const char* const value = std::getenv(name);
     return value && *value ? value : "(not set)";
@@ -33,19 +32,19 @@ const char* environmentText(const char* name)
 
 } // namespace
 
-bool krAppDoctor()
+bool krAppDoctor(std::string& text)
 {
-    std::printf("krrender %s, OpenSceneGraph %s\n", KR_VERSION, osgGetVersion());
-    std::printf("DISPLAY %s, KR_WINDOW %s\n\n", environmentText("DISPLAY"), environmentText("KR_WINDOW"));
-    tryBackEnd("EGL (no display needed)", std::make_unique<KrEglWindowImpl>());
-    tryBackEnd("GLX (X11 display)", std::make_unique<KrGlxWindowImpl>());
+    text += std::string("krrender ") + KR_VERSION + ", OpenSceneGraph " + osgGetVersion() + "\n";
+    text += "DISPLAY " + environmentText("DISPLAY") + ", KR_WINDOW " + environmentText("KR_WINDOW") + "\n\n";
+    tryBackEnd(text, "EGL (no display needed)", std::make_unique<KrEglWindowImpl>());
+    tryBackEnd(text, "GLX (X11 display)", std::make_unique<KrGlxWindowImpl>());
 
     KrWindow window;
     window.setHideWindow(true);
     const bool ok = window.init();
-    std::printf("== What a picture is drawn with\n%s\n", window.report().text().c_str());
+    text += "== What a picture is drawn with\n" + window.report().text() + "\n";
     const std::string ffmpeg = KrAppVideo::program();
-    std::printf("videos: %s\n", ffmpeg.empty() ? "no ffmpeg program (Debian package ffmpeg)" : ffmpeg.c_str());
-    std::printf("pictures: %s\n", ok ? "can be drawn" : "cannot be drawn");
+    text += "videos: " + (ffmpeg.empty() ? "no ffmpeg program (Debian package ffmpeg)" : ffmpeg) + "\n";
+    text += ok ? "pictures: can be drawn\n" : "pictures: cannot be drawn\n";
     return ok;
 }

@@ -1,6 +1,9 @@
 #pragma once
 
-/// Tries every way to an OpenGL context and prints, on standard output, what each said, what would mend it, and which
-/// one a window takes by default.
+#include <string>
+
+/// Tries every way to an OpenGL context and says what each said, what would mend it, and which one a window takes by
+/// default.
+/// @param text  gets the lines
 /// @return whether pictures can be drawn
-bool krAppDoctor();
+bool krAppDoctor(std::string& text);

@@ -46,6 +46,7 @@ struct Words
     std::string axisScale;
     std::string fade;
     std::vector<std::string> joints;
+    std::vector<std::string> selfTest;
 };
 
 void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
@@ -89,6 +90,12 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
                  "Open a window on the screen and walk around the robot; the mouse and the keys are printed")
         ->group("Output");
     app.add_flag("--doctor", options.doctor, "Try every way to an OpenGL context and say what it needs")
+        ->group("Output");
+    app.add_option("--self-test", words.selfTest,
+                   "Draw and judge sample scenes; their pictures, a table and what --doctor says go into a folder "
+                   "[krrender-self-test]")
+        ->type_name("[DIR]")
+        ->expected(0, 1)
         ->group("Output");
 
     app.add_option("--size", words.size, "Width and height in pixels [1280x960]")->type_name("WxH")->group("Picture");
@@ -317,7 +324,7 @@ void readAids(const Words& words, KrAppAids& aids)
 
 void checkCombination(const KrAppOptions& options)
 {
-    if (options.doctor) {
+    if (options.doctor || options.selfTest) {
         return;
     }
     if (options.robot.empty()) {
@@ -385,8 +392,15 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
     } catch (const CLI::ParseError& error) {
         wrongUsage(KrAppMessages::oneLine(error.what()) + " (krrender --help lists the options)");
     }
+    selfTest = app.count("--self-test") > 0;
+    if (selfTest && !words.selfTest.empty()) {
+        selfTestFolder = words.selfTest.front();
+    }
     for (const CLI::Option* option : app.get_options()) {
         const std::vector<std::string>& given = option->results();
+        if (option->get_expected_min() == 0) {
+            continue; // may stand without a value, which reads as an empty one
+        }
         if (std::find(given.begin(), given.end(), std::string()) != given.end()) {
             wrongUsage(option->get_name() + ": its value is empty");
         }

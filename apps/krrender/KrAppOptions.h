@@ -35,7 +35,9 @@ struct KrAppOptions
     bool sidecar = false; ///< a description beside each picture
     bool info = false;
     bool doctor = false;
-    bool view = false; ///< in a window on the screen
+    bool selfTest = false;
+    std::string selfTestFolder; ///< empty for that of krAppSelfTest
+    bool view = false;          ///< in a window on the screen
 
     // The picture.
     unsigned int width = 1280; ///< pixels

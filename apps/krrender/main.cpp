@@ -12,6 +12,7 @@
 #include "KrAppPictures.h"
 #include "KrAppPose.h"
 #include "KrAppRobot.h"
+#include "KrAppSelfTest.h"
 #include "KrAppSidecar.h"
 #include "KrAppView.h"
 
@@ -268,7 +269,13 @@ int work(int argc, char** argv, KrAppMessages& messages)
         return 0;
     }
     if (options.doctor) {
-        return krAppDoctor() ? 0 : KrAppFailure::CouldNot;
+        std::string text;
+        const bool canDraw = krAppDoctor(text);
+        std::fputs(text.c_str(), stdout);
+        return canDraw ? 0 : KrAppFailure::CouldNot;
+    }
+    if (options.selfTest) {
+        return krAppSelfTest(options.selfTestFolder) ? 0 : KrAppFailure::CouldNot;
     }
     KrAppSidecar::readCamera(options, messages);
     run(options, messages);
