@@ -1,21 +1,11 @@
 #include <import/KrImportReport.h>
 
+#include <toolkit/foundation/KrFileReplacement.h>
 #include <toolkit/foundation/KrJson.h>
 #include <toolkit/foundation/KrPrint.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
-
 namespace
 {
-
-struct FileCloser
-{
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 
 std::string jsonOf(const KrImportReport::Warning& warning)
 {
@@ -80,13 +70,6 @@ std::string missingText(const KrImportReport::Mesh& mesh)
     return text;
 }
 
-bool writeFile(const std::string& path, const std::string& content)
-{
-    const UniqueFile file(std::fopen(path.c_str(), "wb"));
-    return file && std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
-           std::fflush(file.get()) == 0;
-}
-
 } // namespace
 
 void KrImportReport::addWarning(const std::string& file, const std::string& element, const std::string& text)
@@ -131,15 +114,11 @@ std::string KrImportReport::json() const
 
 bool KrImportReport::writeJson(const std::string& path) const
 {
-    // Written beside the target and moved there whole.
-    const std::string part = path + ".part";
-    errno = 0;
-    if (writeFile(part, json()) && std::rename(part.c_str(), path.c_str()) == 0) {
+    const std::string failure = KrFileReplacement::write(path, json());
+    if (failure.empty()) {
         return true;
     }
-    const int error = errno;
-    std::remove(part.c_str());
     Kr::Print::instance()->write(Kr::Print::Warning, "KrImportReport::writeJson - cannot write %s: %s.\n", path.c_str(),
-                                 std::strerror(error));
+                                 failure.c_str());
     return false;
 }

@@ -4,6 +4,7 @@
 #include <rendCore/KrOpticalFrame.h>
 #include <rendCore/KrRenderWindow.h>
 
+#include <toolkit/foundation/KrFileReplacement.h>
 #include <toolkit/foundation/KrJson.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlText.h>
@@ -12,13 +13,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <sstream>
 
 namespace
@@ -31,12 +29,6 @@ constexpr const char* kTopRowFirst = "top row first";
 constexpr const char* kBottomRowFirst = "bottom row first";
 constexpr unsigned int kDeepestNesting = 32;
 constexpr double kSameView = 1e-9;
-
-struct FileCloser
-{
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 
 // Filling.
 
@@ -130,23 +122,6 @@ std::string jsonOf(const KrFrameDescription::Manipulator& manipulator)
     };
     return "\n  {\"name\": " + KrJson::quoted(manipulator.name) +
            ", \"joints\": " + KrJson::array(manipulator.joints, "", joint) + "}";
-}
-
-const char* writeWhole(const std::string& path, const std::string& content)
-{
-    // Written beside the target and moved there whole.
-    const std::string part = path + ".part";
-    errno = 0;
-    UniqueFile file(std::fopen(part.c_str(), "wb"));
-    const bool isWritten = file && std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
-                           std::fflush(file.get()) == 0;
-    file.reset();
-    if (isWritten && std::rename(part.c_str(), path.c_str()) == 0) {
-        return nullptr;
-    }
-    const int error = errno;
-    std::remove(part.c_str());
-    return std::strerror(error);
 }
 
 // Reading: each of these gives false, and no change, for what is not there or not of its kind.
@@ -459,9 +434,10 @@ std::string KrFrameDescription::json() const
 
 bool KrFrameDescription::writeFile(const std::string& path) const
 {
-    if (const char* const failure = writeWhole(path, json())) {
+    const std::string failure = KrFileReplacement::write(path, json());
+    if (!failure.empty()) {
         Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameDescription::writeFile - cannot write %s: %s.\n",
-                                     path.c_str(), failure);
+                                     path.c_str(), failure.c_str());
         return false;
     }
     return true;

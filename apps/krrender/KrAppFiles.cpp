@@ -3,15 +3,15 @@
 #include "KrAppFailure.h"
 #include "KrAppMessages.h"
 
+#include <toolkit/foundation/KrFileReplacement.h>
+
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <set>
 
 namespace
@@ -55,7 +55,7 @@ Number findNumber(const std::string& pattern, std::size_t from)
 std::string identity(const std::string& path)
 {
     std::error_code error;
-    const fs::path whole = fs::absolute(KrAppFiles::target(path), error);
+    const fs::path whole = fs::absolute(KrFileReplacement::target(path), error);
     const fs::path found = fs::weakly_canonical(whole, error);
     return (error ? whole : found).string();
 }
@@ -96,7 +96,10 @@ void KrAppFiles::checkWritable(const std::string& path)
     if (fs::exists(status) && !fs::is_regular_file(status)) {
         cannotWrite(path, fs::is_directory(status) ? "it is a folder" : "it is no regular file");
     }
-    fs::path folder = fs::path(target(path)).parent_path();
+    if (fs::exists(status) && access(path.c_str(), W_OK) != 0) {
+        cannotWrite(path, std::strerror(errno));
+    }
+    fs::path folder = fs::path(KrFileReplacement::target(path)).parent_path();
     folder = folder.empty() ? fs::path(".") : folder;
     if (!fs::is_directory(folder, error)) {
         cannotWrite(path, "there is no folder " + folder.string());
@@ -154,56 +157,17 @@ std::string KrAppFiles::frameFile(const std::string& pattern, std::size_t number
 
 void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages)
 {
-    // The format is that of the name that was given, wherever a link leads.
-    const std::string temporary = temporaryName(path);
-    if (!picture.writeFile(temporary, KrImage::BottomRowFirst)) {
+    if (!picture.writeFile(path, KrImage::BottomRowFirst)) {
         const std::string reason = messages.lastReason("the disk refuses it");
-        const std::string prefix = temporary + ": ";
+        const std::string prefix = path + ": ";
         cannotWrite(path, reason.compare(0, prefix.size(), prefix) == 0 ? reason.substr(prefix.size()) : reason);
     }
-    moveInto(path, temporary);
 }
 
 void KrAppFiles::writeBytes(const std::string& bytes, const std::string& path)
 {
-    const std::string temporary = temporaryName(path);
-    errno = 0;
-    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (!file) {
-        const std::string reason = errno != 0 ? std::strerror(errno) : "the disk refuses it";
-        std::remove(temporary.c_str());
+    const std::string reason = KrFileReplacement::write(path, bytes);
+    if (!reason.empty()) {
         cannotWrite(path, reason);
     }
-    moveInto(path, temporary);
-}
-
-void KrAppFiles::moveInto(const std::string& path, const std::string& temporary)
-{
-    std::error_code error;
-    fs::rename(temporary, target(path), error);
-    if (error) {
-        std::remove(temporary.c_str());
-        cannotWrite(path, error.message());
-    }
-}
-
-std::string KrAppFiles::target(const std::string& path)
-{
-    constexpr int kMostLinks = 40; // one behind the other, as the system follows them
-    std::error_code error;
-    fs::path file(path);
-    // Link by link: what the last one names need not be there yet.
-    for (int i = 0; i < kMostLinks && fs::is_symlink(fs::symlink_status(file, error)); ++i) {
-        file = file.parent_path() / fs::read_symlink(file, error);
-    }
-    return file.string();
-}
-
-std::string KrAppFiles::temporaryName(const std::string& path)
-{
-    const fs::path whole(path);
-    const std::string name = whole.stem().string() + ".tmp" + std::to_string(getpid()) + whole.extension().string();
-    return (fs::path(target(path)).parent_path() / name).string();
 }

@@ -35,11 +35,4 @@ void writeBytes(const std::string& bytes, const std::string& path);
 /// In small letters, with its point; empty for none.
 std::string extensionOf(const std::string& path);
 
-/// The file that `path` means: where it leads when it is a link, which then stays one; else `path`.
-std::string target(const std::string& path);
-/// "picture.png" -> "picture.tmp1234.png": what is written first, in the folder of its target, with the same extension.
-std::string temporaryName(const std::string& path);
-/// Puts what was written first into the place of `path`; CouldNot, and it is gone, when that fails.
-void moveInto(const std::string& path, const std::string& temporary);
-
 } // namespace KrAppFiles

@@ -91,7 +91,7 @@ KrFrameDescription KrAppSidecar::describe(KrAppScene& scene, const KrAppOptions&
 
 void KrAppSidecar::write(const KrFrameDescription& frame, const std::string& path, const KrAppMessages& messages)
 {
-    if (!frame.writeFile(KrAppFiles::target(path + ".json"))) {
+    if (!frame.writeFile(path + ".json")) {
         throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + path + ".json"));
     }
 }

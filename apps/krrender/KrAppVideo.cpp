@@ -1,7 +1,6 @@
 #include "KrAppVideo.h"
 
 #include "KrAppFailure.h"
-#include "KrAppFiles.h"
 #include "KrAppMessages.h"
 #include "KrAppValue.h"
 
@@ -68,8 +67,11 @@ std::string KrAppVideo::program()
 
 KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int height, double framesPerSecond)
     : m_path(path)
-    , m_temporary(KrAppFiles::temporaryName(path))
+    , m_file(path)
 {
+    if (!m_file.isOpen()) {
+        couldNot("cannot write " + path + ": " + m_file.reason());
+    }
     const std::string executable = program();
     if (executable.empty()) {
         couldNot("cannot write " + path +
@@ -87,7 +89,7 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
     // A program that ends early is noticed by the failing write.
     signal(SIGPIPE, SIG_IGN);
 
-    std::vector<std::string> words = arguments(m_temporary, width, height, framesPerSecond);
+    std::vector<std::string> words = arguments(m_file.temporaryPath(), width, height, framesPerSecond);
     std::vector<char*> argv;
     for (std::string& word : words) {
         argv.push_back(&word[0]);
@@ -119,8 +121,6 @@ KrAppVideo::~KrAppVideo()
     closePipe();
     waitForEnd();
     closeFiles();
-    std::error_code error;
-    fs::remove(m_temporary, error);
 }
 
 void KrAppVideo::closePipe()
@@ -190,5 +190,7 @@ void KrAppVideo::finish()
     if (waitForEnd() != 0) {
         giveUp();
     }
-    KrAppFiles::moveInto(m_path, m_temporary);
+    if (!m_file.replace()) {
+        couldNot("cannot write " + m_path + ": " + m_file.reason());
+    }
 }

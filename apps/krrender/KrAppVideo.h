@@ -1,5 +1,6 @@
 #pragma once
 
+#include <toolkit/foundation/KrFileReplacement.h>
 #include <toolkit/image/KrImage.h>
 
 #include <sys/types.h>
@@ -34,7 +35,7 @@ private:
     void closeFiles();
 
     std::string m_path;
-    std::string m_temporary;
+    KrFileReplacement m_file;
     int m_log = -1; ///< a file in memory into which the program writes what goes wrong
     pid_t m_process = -1;
     int m_pipe = -1;

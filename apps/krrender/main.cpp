@@ -202,7 +202,7 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
     KrAppRobot robot;
     robot.read(options, messages);
     // Before anything can fail: the report tells why.
-    if (!options.report.empty() && !robot.report.writeJson(KrAppFiles::target(options.report))) {
+    if (!options.report.empty() && !robot.report.writeJson(options.report)) {
         throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.report));
     }
     if (options.strict) {
@@ -238,7 +238,7 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
         bool isOwnLighting = true;
         robot.system.visualizationParameters() = parametersFor(options, robot, motion, isOwnLighting);
         poses.drive(robot.statedSystem().systemState());
-        if (!options.convert.empty() && !robot.system.writeFile(KrAppFiles::target(options.convert))) {
+        if (!options.convert.empty() && !robot.system.writeFile(options.convert)) {
             throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.convert));
         }
         poses.drive(motion.state(0));

@@ -1,5 +1,6 @@
 #include <toolkit/image/KrImage.h>
 
+#include <toolkit/foundation/KrFileReplacement.h>
 #include <toolkit/foundation/KrGL.h>
 #include <toolkit/foundation/KrPrint.h>
 
@@ -8,8 +9,6 @@
 #include <osgDB/FileNameUtils>
 #include <osgDB/ReadFile>
 #include <osgDB/Registry>
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -322,31 +321,6 @@ std::string encode(Bytes pixels, unsigned int width, unsigned int height, unsign
     return stream.str();
 }
 
-/// Writes beside `path` first, so that `path` is complete or as it was. The reason of a failure; empty for none.
-std::string replaceFile(const std::string& path, const std::string& bytes)
-{
-    std::filesystem::path partial(path);
-    partial.replace_filename("." + partial.stem().string() + ".partial-" + std::to_string(::getpid()) +
-                             partial.extension().string());
-    std::error_code error;
-    errno = 0;
-    std::ofstream stream(partial, std::ios::binary | std::ios::trunc);
-    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    stream.close();
-    if (!stream) {
-        const std::string reason = errno != 0 ? std::strerror(errno) : "the file cannot be written";
-        std::filesystem::remove(partial, error);
-        return reason;
-    }
-    std::filesystem::rename(partial, path, error);
-    if (error) {
-        const std::string reason = error.message();
-        std::filesystem::remove(partial, error);
-        return reason;
-    }
-    return {};
-}
-
 } // namespace
 
 void KrImage::allocate(unsigned int channels, unsigned int value, unsigned int width, unsigned int height)
@@ -451,7 +425,7 @@ bool KrImage::writeFile(const std::string& path, Orientation orientation) const
         const std::string bytes =
             encode(std::move(pixels), m_width, m_height, m_channels, osgDB::getLowerCaseFileExtension(path), reason);
         if (reason.empty()) {
-            reason = replaceFile(path, bytes);
+            reason = KrFileReplacement::write(path, bytes);
         }
         return reason.empty() || refuse("writeFile", path, reason);
     } catch (const std::bad_alloc&) {

@@ -1,5 +1,6 @@
 #include <toolkit/xml/KrXmlObject.h>
 
+#include <toolkit/foundation/KrFileReplacement.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
 #include <toolkit/xml/KrXmlSchema.h>
@@ -8,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
@@ -117,58 +117,6 @@ private:
     std::array<char, 64 * 1024> m_data;
 };
 
-/// A file that takes the place of another one when it is complete, and disappears when it is not.
-class ReplacementFile
-{
-public:
-    explicit ReplacementFile(const std::string& path)
-        : m_target(path)
-    {
-        // A link stays a link: what it points to is replaced.
-        const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
-        if (resolved) {
-            m_target = resolved.get();
-        }
-        for (int attempt = 0; attempt < 100 && m_descriptor < 0; ++attempt) {
-            m_temporary = m_target + ".tmp" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
-            m_descriptor = ::open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-            if (m_descriptor < 0 && errno != EEXIST) {
-                break;
-            }
-        }
-    }
-    ~ReplacementFile()
-    {
-        if (m_descriptor >= 0) {
-            ::close(m_descriptor);
-            ::unlink(m_temporary.c_str());
-        }
-    }
-    ReplacementFile(const ReplacementFile&) = delete;
-    ReplacementFile& operator=(const ReplacementFile&) = delete;
-
-    int descriptor() const { return m_descriptor; }
-
-    /// False with errno set; the target is then as it was.
-    bool replace()
-    {
-        struct stat info = {};
-        const bool isNew = ::stat(m_target.c_str(), &info) != 0;
-        if ((!isNew && ::fchmod(m_descriptor, info.st_mode & 07777) != 0) || ::fsync(m_descriptor) != 0 ||
-            ::rename(m_temporary.c_str(), m_target.c_str()) != 0) {
-            return false;
-        }
-        ::close(m_descriptor);
-        m_descriptor = -1;
-        return true;
-    }
-
-private:
-    std::string m_target;
-    std::string m_temporary;
-    int m_descriptor = -1;
-};
-
 /// Reads the document that `open` opens into a new object first, so that `object` is as it was when even the end of the
 /// document is bad.
 template <typename Open>
@@ -226,9 +174,9 @@ bool writeToDescriptor(const KrXmlObject& object, int descriptor, const char* me
     return outcome == Outcome::Written;
 }
 
-bool cannotWrite(const std::string& path)
+bool cannotWrite(const std::string& path, const std::string& reason)
 {
-    warn("writeFile", path, std::string("cannot be written: ") + std::strerror(errno));
+    warn("writeFile", path, "cannot be written: " + reason);
     return false;
 }
 
@@ -243,7 +191,7 @@ bool writeSpecialFile(const KrXmlObject& object, const std::string& path)
 {
     const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
     if (descriptor < 0) {
-        return cannotWrite(path);
+        return cannotWrite(path, std::strerror(errno));
     }
     const bool ok = writeToDescriptor(object, descriptor, "writeFile", path);
     ::close(descriptor);
@@ -276,14 +224,14 @@ bool KrXmlObject::writeFile(const std::string& path) const
     if (isSpecialFile(path)) {
         return writeSpecialFile(*this, path);
     }
-    ReplacementFile file(path);
-    if (file.descriptor() < 0) {
-        return cannotWrite(path);
+    KrFileReplacement file(path);
+    if (!file.isOpen()) {
+        return cannotWrite(path, file.reason());
     }
     if (!writeToDescriptor(*this, file.descriptor(), "writeFile", path)) {
         return false;
     }
-    return file.replace() || cannotWrite(path);
+    return file.replace() || cannotWrite(path, file.reason());
 }
 
 bool KrXmlObject::readStream(std::istream& stream, const std::string& name)

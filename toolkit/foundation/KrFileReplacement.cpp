@@ -1,0 +1,200 @@
+#include <toolkit/foundation/KrFileReplacement.h>
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr int kMostLinks = 40; ///< one behind the other, as the system follows them
+constexpr int kMostAttempts = 16;
+// Together far below the 255 bytes that a name may have.
+constexpr std::size_t kLongestStem = 60;
+constexpr std::size_t kLongestExtension = 16;
+
+bool isLink(const fs::path& path)
+{
+    std::error_code error;
+    return fs::is_symlink(fs::symlink_status(path, error));
+}
+
+/// The first bytes of a name, never half a character of UTF-8.
+std::string beginning(const std::string& name, std::size_t size)
+{
+    while (size < name.size() && size > 0 && (static_cast<unsigned char>(name[size]) & 0xC0u) == 0x80u) {
+        --size;
+    }
+    return name.substr(0, size);
+}
+
+/// Nobody can make the name of a file first that nobody can guess. False with errno set.
+bool randomNumber(std::uint64_t& number)
+{
+    ssize_t size = 0;
+    do {
+        size = ::getrandom(&number, sizeof number, 0);
+    } while (size < 0 && errno == EINTR);
+    return size == static_cast<ssize_t>(sizeof number);
+}
+
+/// "picture.png" -> ".picture.0123456789abcdef.partial.png"
+std::string temporaryName(const fs::path& target, std::uint64_t number)
+{
+    char digits[32];
+    std::snprintf(digits, sizeof digits, ".%016llx.partial", static_cast<unsigned long long>(number));
+    const std::string extension = target.extension().string();
+    return "." + beginning(target.stem().string(), kLongestStem) + digits +
+           (extension.size() <= kLongestExtension ? extension : std::string());
+}
+
+} // namespace
+
+KrFileReplacement::KrFileReplacement(const std::string& path)
+    : m_target(target(path))
+{
+    const fs::path whole(m_target);
+    struct stat info = {};
+    if (isLink(whole)) {
+        fail(ELOOP);
+        return;
+    }
+    if (::stat(path.c_str(), &info) == 0) {
+        if (!S_ISREG(info.st_mode)) {
+            S_ISDIR(info.st_mode) ? fail(EISDIR) : fail("it is no regular file");
+            return;
+        }
+        if (::faccessat(AT_FDCWD, m_target.c_str(), W_OK, AT_EACCESS) != 0) {
+            fail(errno);
+            return;
+        }
+        m_isNew = false;
+        m_permissions = info.st_mode & 0777u;
+    }
+    if (whole.filename().empty()) {
+        fail(m_target.empty() ? ENOENT : EISDIR);
+        return;
+    }
+    // What only the owner may read is not shown to others while it is written.
+    const mode_t mode = m_isNew ? 0666 : 0600;
+    int error = EEXIST;
+    for (int attempt = 0; attempt < kMostAttempts && error == EEXIST; ++attempt) {
+        std::uint64_t number = 0;
+        if (!randomNumber(number)) {
+            error = errno;
+            break;
+        }
+        m_temporary = (whole.parent_path() / temporaryName(whole, number)).string();
+        m_descriptor = ::open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+        error = m_descriptor < 0 ? errno : 0;
+    }
+    if (m_descriptor < 0) {
+        m_temporary.clear();
+        fail(error);
+    }
+}
+
+KrFileReplacement::~KrFileReplacement()
+{
+    discard();
+}
+
+bool KrFileReplacement::fail(int error)
+{
+    return fail(std::string(std::strerror(error)));
+}
+
+bool KrFileReplacement::fail(const std::string& reason)
+{
+    // The first failure is the cause of those that follow.
+    m_reason = m_reason.empty() ? reason : m_reason;
+    return false;
+}
+
+void KrFileReplacement::discard()
+{
+    if (m_descriptor >= 0) {
+        ::close(m_descriptor);
+        m_descriptor = -1;
+    }
+    if (!m_temporary.empty()) {
+        ::unlink(m_temporary.c_str());
+        m_temporary.clear();
+    }
+}
+
+bool KrFileReplacement::write(const void* data, std::size_t size)
+{
+    if (m_descriptor < 0 || !m_reason.empty()) {
+        return fail(EBADF);
+    }
+    const char* rest = static_cast<const char*>(data);
+    while (size > 0) {
+        const ssize_t count = ::write(m_descriptor, rest, size);
+        if (count < 0 && errno != EINTR) {
+            return fail(errno);
+        }
+        const std::size_t written = count > 0 ? static_cast<std::size_t>(count) : 0;
+        rest += written;
+        size -= written;
+    }
+    return true;
+}
+
+bool KrFileReplacement::replace()
+{
+    if (m_descriptor < 0) {
+        return fail(EBADF);
+    }
+    if (m_reason.empty() && !m_isNew && ::fchmod(m_descriptor, m_permissions) != 0) {
+        fail(errno);
+    }
+    // Some disks are found to be full only here, or when the file is closed.
+    if (m_reason.empty() && ::fsync(m_descriptor) != 0) {
+        fail(errno);
+    }
+    const int descriptor = m_descriptor;
+    m_descriptor = -1;
+    // An interrupted close has closed the file.
+    if (::close(descriptor) != 0 && errno != EINTR) {
+        fail(errno);
+    }
+    if (m_reason.empty() && ::rename(m_temporary.c_str(), m_target.c_str()) != 0) {
+        fail(errno);
+    }
+    if (!m_reason.empty()) {
+        discard();
+        return false;
+    }
+    m_temporary.clear();
+    return true;
+}
+
+std::string KrFileReplacement::write(const std::string& path, const std::string& content)
+{
+    KrFileReplacement file(path);
+    if (file.isOpen() && file.write(content.data(), content.size())) {
+        file.replace();
+    }
+    return file.reason();
+}
+
+std::string KrFileReplacement::target(const std::string& path)
+{
+    std::error_code error;
+    fs::path file(path);
+    // Link by link: what the last one names need not be there yet.
+    for (int i = 0; i < kMostLinks && isLink(file); ++i) {
+        file = file.parent_path() / fs::read_symlink(file, error);
+    }
+    return file.string();
+}
