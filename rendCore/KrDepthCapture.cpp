@@ -1,6 +1,7 @@
 #include <rendCore/KrDepthCapture.h>
 
 #include <rendCore/KrDrawnProjection.h>
+#include <rendCore/KrPixelTransferGuard.h>
 #include <rendCore/KrRenderStages.h>
 #include <rendCore/KrSGWindow.h>
 
@@ -77,27 +78,12 @@ struct RaySlopes
     double yStep;
 };
 
-/// Reads with tight rows into the client's memory, and leaves the pixel store as it was.
-void readDepths(osg::RenderInfo& renderInfo, const GLint* viewport, std::uint32_t* values)
+/// What a client's callback did wrong in this frame is not this capture's.
+void forgetErrors()
 {
-    const osg::GLExtensions* const extensions = renderInfo.getState()->get<osg::GLExtensions>();
-    GLint packBuffer = 0;
-    if (extensions->isPBOSupported) {
-        glGetIntegerv(GL_PIXEL_PACK_BUFFER_BINDING_ARB, &packBuffer);
-    }
-    if (packBuffer != 0) {
-        extensions->glBindBuffer(GL_PIXEL_PACK_BUFFER_ARB, 0);
-    }
-    glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
-    glPixelStorei(GL_PACK_SWAP_BYTES, GL_FALSE);
-    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
-    glPixelStorei(GL_PACK_SKIP_ROWS, 0);
-    glPixelStorei(GL_PACK_SKIP_PIXELS, 0);
-    glPixelStorei(GL_PACK_ALIGNMENT, 4);
-    glReadPixels(viewport[0], viewport[1], viewport[2], viewport[3], GL_DEPTH_COMPONENT, GL_UNSIGNED_INT, values);
-    glPopClientAttrib();
-    if (packBuffer != 0) {
-        extensions->glBindBuffer(GL_PIXEL_PACK_BUFFER_ARB, static_cast<GLuint>(packBuffer));
+    // A context that is lost has errors without end.
+    constexpr int kMostErrors = 64;
+    for (int i = 0; i < kMostErrors && glGetError() != GL_NO_ERROR; ++i) {
     }
 }
 
@@ -187,7 +173,12 @@ private:
         const GLint area[4] = {static_cast<GLint>(viewport->x()), static_cast<GLint>(viewport->y()),
                                static_cast<GLint>(viewport->width()), static_cast<GLint>(viewport->height())};
         m_capture.m_values.resize(std::size_t(area[2]) * std::size_t(area[3]));
-        readDepths(renderInfo, area, m_capture.m_values.data());
+        forgetErrors();
+        {
+            const KrPixelTransferGuard guard(*renderInfo.getState()->get<osg::GLExtensions>(), 4);
+            glReadPixels(area[0], area[1], area[2], area[3], GL_DEPTH_COMPONENT, GL_UNSIGNED_INT,
+                         m_capture.m_values.data());
+        }
         if (glGetError() != GL_NO_ERROR) {
             return "OpenGL reports an error in this frame";
         }

@@ -1,6 +1,7 @@
 #include <rendCore/KrFrameStream.h>
 
 #include <rendCore/KrContextRestorer.h>
+#include <rendCore/KrPixelTransferGuard.h>
 #include <rendCore/KrRenderStages.h>
 
 #include <toolkit/foundation/KrPrint.h>
@@ -52,51 +53,6 @@ GLint queried(GLenum name)
     glGetIntegerv(name, &value);
     return value;
 }
-
-/// Binds a pixel-pack buffer and puts the one before back.
-class PackBufferBinding
-{
-public:
-    PackBufferBinding(const osg::GLExtensions& gl, GLuint buffer)
-        : m_gl(gl)
-        , m_before(static_cast<GLuint>(queried(GL_PIXEL_PACK_BUFFER_BINDING)))
-    {
-        m_gl.glBindBuffer(GL_PIXEL_PACK_BUFFER, buffer);
-    }
-    ~PackBufferBinding() { m_gl.glBindBuffer(GL_PIXEL_PACK_BUFFER, m_before); }
-    PackBufferBinding(const PackBufferBinding&) = delete;
-    PackBufferBinding& operator=(const PackBufferBinding&) = delete;
-
-private:
-    const osg::GLExtensions& m_gl;
-    GLuint m_before;
-};
-
-/// Packs rows without padding, and puts the pixel store back as it was.
-class TightPacking
-{
-public:
-    TightPacking()
-    {
-        for (std::size_t i = 0; i < kNames.size(); ++i) {
-            m_before[i] = queried(kNames[i]);
-            glPixelStorei(kNames[i], kNames[i] == GL_PACK_ALIGNMENT ? 1 : 0);
-        }
-    }
-    ~TightPacking()
-    {
-        for (std::size_t i = 0; i < kNames.size(); ++i) {
-            glPixelStorei(kNames[i], m_before[i]);
-        }
-    }
-    TightPacking(const TightPacking&) = delete;
-    TightPacking& operator=(const TightPacking&) = delete;
-
-private:
-    static constexpr std::array<GLenum, 6> kNames = {GL_PACK_ALIGNMENT,   GL_PACK_ROW_LENGTH, GL_PACK_SKIP_ROWS,
-                                                     GL_PACK_SKIP_PIXELS, GL_PACK_SWAP_BYTES, GL_PACK_LSB_FIRST};
-    std::array<GLint, kNames.size()> m_before{};
-};
 
 /// Reads from a framebuffer object, and puts the one before back; null reads from where the context reads.
 class ReadTarget
@@ -303,11 +259,10 @@ void KrFrameStream::Ring::read(osg::RenderInfo& info)
     frame.worldToEye = camera->getViewMatrix();
     frame.projection = camera->getProjectionMatrix();
 
-    const PackBufferBinding binding(gl, slot.buffer);
+    const KrPixelTransferGuard guard(gl, 1, slot.buffer);
     if (!reserve(gl, slot, frame.sizeInBytes)) {
         return;
     }
-    const TightPacking packing;
     const ReadTarget target(gl, state, targetOf(*camera));
     glReadPixels(static_cast<GLint>(viewport->x()), static_cast<GLint>(viewport->y()),
                  static_cast<GLsizei>(frame.width), static_cast<GLsizei>(frame.height), formatOf(m_content),
@@ -337,7 +292,7 @@ void KrFrameStream::Ring::takeOldest(unsigned char* memory)
     const Slot& slot = m_slots[m_first];
     if (memory && gl) {
         // Waits for the frame where it has not arrived.
-        const PackBufferBinding binding(*gl, slot.buffer);
+        const KrPixelTransferGuard::PackBuffer binding(*gl, slot.buffer);
         gl->glGetBufferSubData(GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(slot.frame.sizeInBytes), memory);
     }
     forgetOldest(gl);

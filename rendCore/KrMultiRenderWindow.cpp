@@ -1,5 +1,6 @@
 #include <rendCore/KrMultiRenderWindow.h>
 
+#include <rendCore/KrCapturedImage.h>
 #include <rendCore/KrRenderStages.h>
 
 #include <toolkit/foundation/KrPrint.h>
@@ -121,8 +122,8 @@ public:
         for (const Tile& tile : m_tiles) {
             tile.stage->attach(buffer(), nullptr);
         }
-        allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height));
-        if (!m_sceneImage->data()) {
+        if (!KrCapturedImage::allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height),
+                                       m_isDepth)) {
             return false;
         }
         fill(viewer->getCamera()->getClearColor());
@@ -153,15 +154,6 @@ private:
     }
     std::size_t bytesPerPixel() const { return m_isDepth ? sizeof(std::uint32_t) : 3; }
 
-    void allocate(osg::Image& image, int width, int height) const
-    {
-        if (m_isDepth) {
-            image.allocateImage(width, height, 1, GL_DEPTH_COMPONENT, GL_UNSIGNED_INT, 1);
-        } else {
-            image.allocateImage(width, height, 1, GL_RGB, GL_UNSIGNED_BYTE, 1);
-        }
-    }
-
     void attach(osg::Camera& camera, osgViewer::Viewer& viewer)
     {
         osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
@@ -172,12 +164,16 @@ private:
         KrRenderStages::setUp(*stage, camera, viewer);
         Tile tile;
         tile.stage = stage;
-        tile.image = new osg::Image;
+        const osg::ref_ptr<KrCapturedImage> image = new KrCapturedImage;
+        image->setContext(camera.getGraphicsContext() ? camera.getGraphicsContext()->getState() : nullptr);
+        tile.image = image;
         tile.x = static_cast<unsigned int>(viewport->x());
         tile.y = static_cast<unsigned int>(viewport->y());
-        allocate(*tile.image, static_cast<int>(viewport->width()), static_cast<int>(viewport->height()));
-        stage->attach(buffer(), tile.image);
-        m_tiles.push_back(tile);
+        if (KrCapturedImage::allocate(*tile.image, static_cast<int>(viewport->width()),
+                                      static_cast<int>(viewport->height()), m_isDepth)) {
+            stage->attach(buffer(), tile.image);
+            m_tiles.push_back(tile);
+        }
     }
 
     /// As a buffer is when it has just been cleared.

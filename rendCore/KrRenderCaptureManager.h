@@ -44,8 +44,8 @@ protected:
     ~KrRenderCaptureManager() override = default;
 
 private:
-    void prepareScaledImage();
-    void scaleImage();
+    bool prepareScaledImage();
+    void scaleImage(osgViewer::Viewer* viewer);
 
     boost::posix_time::ptime m_nextCaptureTime;
     osg::ref_ptr<osg::Image> m_capturedImage;

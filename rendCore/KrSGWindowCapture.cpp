@@ -2,6 +2,7 @@
 
 #include <rendCore/KrSGWindow.h>
 
+#include <rendCore/KrCapturedImage.h>
 #include <rendCore/KrRenderStages.h>
 
 #include <toolkit/foundation/KrPrint.h>
@@ -70,7 +71,7 @@ bool KrSGWindow::DrawCallback::render(osgViewer::Viewer* viewer)
 KrSGWindow::ImageCaptureDrawCallback::ImageCaptureDrawCallback(KrImage* target, unsigned int flags)
     : m_target(target)
     , m_captureFlags(flags)
-    , m_sceneImage(new osg::Image)
+    , m_sceneImage(new KrCapturedImage)
 {
 }
 
@@ -90,18 +91,22 @@ bool KrSGWindow::ImageCaptureDrawCallback::preRender(osgViewer::Viewer* viewer)
     }
     const osg::Camera::BufferComponent buffer = bufferFor(m_captureFlags);
     KrRenderStages::setUp(*stage, *viewer->getCamera(), *viewer);
+    if (auto* const image = dynamic_cast<KrCapturedImage*>(m_sceneImage.get())) {
+        const osg::GraphicsContext* const context = viewer->getCamera()->getGraphicsContext();
+        image->setContext(context ? context->getState() : nullptr);
+    }
     stage->attach(buffer, m_sceneImage);
     const osg::Viewport* const viewport = viewer->getCamera()->getViewport();
     m_width = static_cast<std::uint32_t>(viewport->width());
     m_height = static_cast<std::uint32_t>(viewport->height());
-    const int width = static_cast<int>(m_width);
-    const int height = static_cast<int>(m_height);
     switch (buffer) {
     case osg::Camera::DEPTH_BUFFER:
-        m_sceneImage->allocateImage(width, height, 1, GL_DEPTH_COMPONENT, GL_UNSIGNED_INT, 1);
-        break;
     case osg::Camera::COLOR_BUFFER:
-        m_sceneImage->allocateImage(width, height, 1, GL_RGB, GL_UNSIGNED_BYTE, 1);
+        if (!KrCapturedImage::allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height),
+                                       buffer == osg::Camera::DEPTH_BUFFER)) {
+            stage->attach(buffer, nullptr);
+            return false;
+        }
         break;
     default:
         Kr::Print::instance()->write(Kr::Print::Warning, "Invalid buffer set for image capture.\n");
@@ -142,6 +147,9 @@ bool KrSGWindow::ImageCaptureDrawCallback::postRender(osgViewer::Viewer* viewer)
         Kr::Print::instance()->write(Kr::Print::Warning, "Capturing image without KrImage allocated for storage.\n");
         return false;
     }
+    // The frame itself may have resized the window: what was read tells.
+    m_width = static_cast<std::uint32_t>(m_sceneImage->s());
+    m_height = static_cast<std::uint32_t>(m_sceneImage->t());
     if (m_captureFlags & CaptureDepth) {
         fittedTarget(1);
         remapDepthBuffer();
