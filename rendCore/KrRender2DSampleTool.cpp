@@ -3,7 +3,10 @@
 #include <rendCore/KrContextRestorer.h>
 #include <rendCore/KrRenderWindow.h>
 
+#include <toolkit/foundation/KrPrint.h>
+
 #include <cstdint>
+#include <exception>
 
 namespace
 {
@@ -11,6 +14,7 @@ namespace
 constexpr double kNearLimit = 1.0;             // m
 constexpr double kLargestDepth = 4294967295.0; // of 32 bits
 constexpr unsigned int kCaptureType = 9;       // kept; what is read is settled by setCapture
+constexpr unsigned int kDrawnByAll = 4096;     // pixels either way: every context draws so many
 
 bool isUsable(const osg::Image* image, unsigned int width, unsigned int height)
 {
@@ -29,15 +33,24 @@ void toDistances(const osg::Image& depth, double distance, std::vector<std::vect
     }
 }
 
-} // namespace
-
-bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordinateSystemTransformation& view,
-                                    unsigned int width, unsigned int height, double xSize, double ySize,
-                                    double distance, std::vector<std::vector<double>>& map)
+/// Opens `window` with that size; false when no context draws so many pixels.
+///
+/// A large window opens with one pixel, and its context is asked: where there can be none it would otherwise be found
+/// out only after gigabytes of it have been made.
+bool open(KrRenderWindow& window, unsigned int width, unsigned int height)
 {
-    if (width == 0 || height == 0 || xSize == 0.0 || ySize == 0.0 || !(distance > kNearLimit)) {
-        return false;
+    const bool isLarge = width > kDrawnByAll || height > kDrawnByAll;
+    if (isLarge) {
+        window.setWindowSize(1, 1);
     }
+    window.setHideWindow(true);
+    const bool isOpen = window.init();
+    return !isLarge || (isOpen && window.setWindowSize(width, height));
+}
+
+bool sample(const KrStatedSystem& system, const KrCoordinateSystemTransformation& view, unsigned int width,
+            unsigned int height, double xSize, double ySize, double distance, std::vector<std::vector<double>>& map)
+{
     const KrContextRestorer restorer(nullptr);
     KrRenderWindow window;
     window.setStatedSystem(system);
@@ -45,8 +58,9 @@ bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordi
     KrPovParameters pov;
     pov.setFromViewTransformationAndDistance(view, distance);
     window.setPovParameters(pov);
-    window.setHideWindow(true);
-    window.init();
+    if (!open(window, width, height)) {
+        return false;
+    }
     window.updateScene();
     if (osgViewer::Viewer* const viewer = window.getViewer()) {
         osg::Camera* const camera = viewer->getCamera();
@@ -60,6 +74,7 @@ bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordi
     window.setDrawCallback(callback);
     const bool rendered = window.renderScene(true);
 
+    // Kept: also after a frame that failed.
     map.resize(height);
     for (std::vector<double>& row : map) {
         row.resize(width);
@@ -69,4 +84,23 @@ bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordi
         toDistances(*depth, distance, map);
     }
     return rendered;
+}
+
+} // namespace
+
+bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordinateSystemTransformation& view,
+                                    unsigned int width, unsigned int height, double xSize, double ySize,
+                                    double distance, std::vector<std::vector<double>>& map)
+{
+    if (width == 0 || height == 0 || xSize == 0.0 || ySize == 0.0 || !(distance > kNearLimit)) {
+        return false;
+    }
+    try {
+        return sample(system, view, width, height, xSize, ySize, distance, map);
+    } catch (const std::exception&) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRender2DSampleTool::get2DMap - no memory for a map of %u x %u samples.\n",
+                                     width, height);
+        return false;
+    }
 }

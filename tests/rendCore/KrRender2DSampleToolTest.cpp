@@ -1,6 +1,7 @@
 #include <rendCore/KrRender2DSampleTool.h>
 #include <rendCore/KrRenderWindow.h>
 
+#include <tests/support/MessageRecorder.h>
 #include <tests/support/Systems.h>
 
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
@@ -11,6 +12,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <sys/resource.h>
+#include <utility>
 #include <vector>
 
 namespace
@@ -137,6 +141,36 @@ TEST(KrRender2DSampleTool, AnEmptySceneIsAsFarAsItGets)
     Map map;
     ASSERT_TRUE(KrRender2DSampleTool::get2DMap(KrStatedSystem(), fromPlusX(), 8, 4, 1.0, 1.0, 1.000001, map));
     EXPECT_EQ(map, Map(4, std::vector<double>(8, 1.000001)));
+}
+
+/// Physical memory of this process at its highest so far, bytes.
+std::uint64_t peakMemory()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return std::uint64_t(usage.ru_maxrss) * 1024;
+}
+
+TEST(KrRender2DSampleTool, AMapThatNoContextDrawsIsRefusedBeforeItsMemory)
+{
+    if (!canDraw()) {
+        GTEST_SKIP() << "no OpenGL context";
+    }
+    Map map = {{7.0}};
+    const std::uint64_t before = peakMemory();
+    const std::pair<unsigned int, unsigned int> sizes[] = {
+        {100000, 100000}, {40000, 3}, {3, 40000}, {4000000000u, 1}, {4294967295u, 4294967295u}};
+    for (const auto& [width, height] : sizes) {
+        MessageRecorder messages;
+        EXPECT_FALSE(KrRender2DSampleTool::get2DMap(KrStatedSystem(), fromPlusX(), width, height, 1, 1, 2, map))
+            << width;
+        EXPECT_EQ(messages.count(), 1u) << messages.all();
+    }
+    EXPECT_EQ(map, Map{{7.0}});
+    EXPECT_LT(peakMemory() - before, std::uint64_t{256} << 20);
+    // Larger than what is opened at once, and possible: the right size, everywhere.
+    ASSERT_TRUE(KrRender2DSampleTool::get2DMap(KrStatedSystem(), fromPlusX(), 5000, 2, 1, 1, 2, map));
+    EXPECT_EQ(map, Map(2, std::vector<double>(5000, 2.0)));
 }
 
 } // namespace

@@ -286,11 +286,27 @@ private:
 
     bool createSurface()
     {
+        if (!isDrawable())
+            return fail("the renderer cannot draw " + m_size + " pixels", "ask for a smaller window");
         if (isRepresentable(m_settings.width, m_settings.height))
             m_open->drawable = createDrawable(m_open->platform, m_open->config, m_settings.width, m_settings.height);
         if (!m_open->drawable.surface)
             return fail("there can be no surface of " + m_size + " pixels", "ask for a smaller window");
         return true;
+    }
+
+    /// Asked of the context on a surface of one pixel: Mesa makes any surface, gigabytes of it, that is then of no use.
+    bool isDrawable()
+    {
+        constexpr unsigned int kDrawnByAll = 4096;
+        if (m_settings.width <= kDrawnByAll && m_settings.height <= kDrawnByAll)
+            return true;
+        const Drawable pixel = createDrawable(m_open->platform, m_open->config, 1, 1);
+        const bool isCurrent = pixel.surface && m_open->makeCurrent(pixel);
+        const bool isRefused = isCurrent && !KrCurrentContext::canDraw(m_settings.width, m_settings.height);
+        if (isCurrent)
+            KrCurrentContext::leaveEgl();
+        return !isRefused;
     }
 
     bool start()
