@@ -25,6 +25,30 @@ osg::Vec3 vec3(const KrVector& v)
     return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
 }
 
+/// False, after one message, when a corner names what `mesh` does not have.
+bool areInRange(const KrTriPhysicalExtent& mesh, const TriangleList& triangles)
+{
+    const std::size_t numVertices = mesh.vertices().size();
+    const std::size_t numNormals = mesh.normals().size();
+    const std::size_t numCoordinates = mesh.textureCoordinates().size();
+    for (const KrTriangle& triangle : triangles) {
+        for (unsigned int corner = 0; corner < 3; ++corner) {
+            if (triangle.vertex(corner) < numVertices && triangle.normal(corner) < numNormals &&
+                (numCoordinates == 0 || triangle.textureCoordinate(corner) < numCoordinates)) {
+                continue;
+            }
+            Kr::Print::instance()->write(
+                Kr::Print::Warning,
+                "KrRenderShape::addGroup - a corner uses vertex %u of %zu, normal %u of %zu, texture coordinate %u of "
+                "%zu; the group stays empty.\n",
+                triangle.vertex(corner), numVertices, triangle.normal(corner), numNormals,
+                triangle.textureCoordinate(corner), numCoordinates);
+            return false;
+        }
+    }
+    return true;
+}
+
 osg::ref_ptr<osg::Vec2Array> textureCoordinatesOf(const KrTriPhysicalExtent& mesh, const TriangleList& triangles)
 {
     const osg::ref_ptr<osg::Vec2Array> coordinates = new osg::Vec2Array(3 * triangles.size());
@@ -136,7 +160,6 @@ void KrRenderShape::fillCorners(const KrTriPhysicalExtent& mesh, const TriangleL
 {
     const std::vector<KrVector>& meshVertices = mesh.vertices().values();
     const std::vector<KrVector>& meshNormals = mesh.normals().values();
-    // A mesh was checked where it was made; its indices are good.
     for (const KrTriangle& triangle : triangles) {
         for (unsigned int corner = 0; corner < 3; ++corner) {
             *vertices++ = vec3(meshVertices[triangle.vertex(corner)]);
@@ -145,12 +168,14 @@ void KrRenderShape::fillCorners(const KrTriPhysicalExtent& mesh, const TriangleL
     }
 }
 
-osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* mesh, const TriangleList& triangles,
+osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* mesh, const TriangleList& given,
                                                     const KrDataMap& material)
 {
     if (mesh == nullptr) {
         return nullptr;
     }
+    static const TriangleList none;
+    const TriangleList& triangles = areInRange(*mesh, given) ? given : none;
     const unsigned int numCorners = 3 * triangles.size();
     const osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array(numCorners);
     const osg::ref_ptr<osg::Vec3Array> normals = new osg::Vec3Array(numCorners);

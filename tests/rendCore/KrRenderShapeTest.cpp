@@ -146,6 +146,28 @@ TEST(KrRenderShape, AGroupMayHaveNoTriangles)
     EXPECT_FALSE(KrRenderShape::addGroup(nullptr, KrXmlVectorType<KrTriangle>(), KrDataMap()));
 }
 
+TEST(KrRenderShape, AGroupWithACornerThatTheMeshDoesNotHaveIsEmpty)
+{
+    KrTriPhysicalExtent mesh;
+    ASSERT_TRUE(ShapeTestMesh::setTriangles(mesh, {"a"}, 0.0, true));
+    const KrTriangle good = mesh.groups()[0].second()[0];
+    for (const unsigned int wrong : {0u, 1u, 2u}) {
+        for (const std::uint32_t index : {3u, 0x7fffffffu, 0xffffffffu}) {
+            KrTriangle bad = good;
+            bad.setCorner(2, wrong == 0 ? index : 2, wrong == 1 ? index : 0, wrong == 2 ? index : 2);
+            KrXmlVectorType<KrTriangle> triangles;
+            triangles.push_back(good);
+            triangles.push_back(bad);
+            MessageRecorder messages;
+            const osg::ref_ptr<osg::Geometry> group = KrRenderShape::addGroup(&mesh, triangles, KrDataMap::blueColor());
+            ASSERT_TRUE(group.valid());
+            EXPECT_EQ(group->getVertexArray()->getNumElements(), 0u);
+            EXPECT_EQ(group->getPrimitiveSet(0)->getNumIndices(), 0u);
+            EXPECT_EQ(messages.count(), 1u);
+        }
+    }
+}
+
 TEST(KrRenderShape, ATextureWithoutCoordinatesIsLeftOff)
 {
     const std::string path = testing::TempDir() + std::to_string(getpid()) + "shape.png";
