@@ -6,6 +6,7 @@
 
 #include <toolkit/foundation/KrPrint.h>
 
+#include <osg/BlendColor>
 #include <osg/BlendFunc>
 #include <osg/Group>
 #include <osg/Material>
@@ -13,6 +14,7 @@
 #include <osg/PolygonMode>
 #include <osg/StateSet>
 #include <osg/Switch>
+#include <osgUtil/CullVisitor>
 
 #include <algorithm>
 #include <set>
@@ -30,6 +32,37 @@ constexpr unsigned int kSelectedMaterial = 0x15;
 constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
 const osg::Vec4 kBlack(0.0f, 0.0f, 0.0f, 1.0f);
 
+/// Whether what is culled now is drawn without lighting, whatever a shape below says of itself.
+bool isUnlit(osgUtil::CullVisitor& visitor)
+{
+    osg::StateAttribute::GLModeValue lighting = osg::StateAttribute::ON;
+    // From the leaf to the root: the last one that overrides counts, else the first one.
+    bool isFound = false;
+    for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
+        const osg::StateSet* const states = graph->getStateSet();
+        if (states == nullptr) {
+            continue;
+        }
+        const osg::StateAttribute::GLModeValue value = states->getMode(GL_LIGHTING);
+        if ((value & osg::StateAttribute::INHERIT) == 0 && (!isFound || (value & osg::StateAttribute::OVERRIDE) != 0)) {
+            lighting = value;
+            isFound = true;
+        }
+    }
+    return (lighting & osg::StateAttribute::ON) == 0;
+}
+
+/// Beats what the wrapper says for shapes that are lit.
+osg::ref_ptr<osg::StateSet> unlitFade(float alpha)
+{
+    constexpr unsigned int kOnHere = kOnOverride | osg::StateAttribute::PROTECTED;
+    osg::ref_ptr<osg::StateSet> states = new osg::StateSet;
+    states->setAttributeAndModes(
+        new osg::BlendFunc(osg::BlendFunc::CONSTANT_ALPHA, osg::BlendFunc::ONE_MINUS_CONSTANT_ALPHA), kOnHere);
+    states->setAttributeAndModes(new osg::BlendColor(osg::Vec4(0.0f, 0.0f, 0.0f, alpha)), kOnHere);
+    return states;
+}
+
 /// Stands between a shape and its parents, with a state set that overrides the shape's own.
 class SelectionGroup : public osg::Group
 {
@@ -45,12 +78,15 @@ public:
     bool isSelected() const { return m_selected; }
     void clearSelected() { m_selected = false; }
 
+    void traverse(osg::NodeVisitor& visitor) override;
+
 private:
     void takePlaceOf(KrRenderShape& shape);
     void blend();
 
     osg::ref_ptr<osg::Material> m_material;
     bool m_selected;
+    osg::ref_ptr<osg::StateSet> m_unlitFade; ///< null unless the shape is faded
 };
 
 SelectionGroup::SelectionGroup(KrRenderShape* shape, bool splice)
@@ -87,9 +123,24 @@ void SelectionGroup::blend()
         new osg::BlendFunc(osg::BlendFunc::SRC_ALPHA, osg::BlendFunc::ONE_MINUS_SRC_ALPHA), kOnOverride);
 }
 
+// Without lighting there is no material, and a shape's own colour is opaque: the blending itself does the fading.
+void SelectionGroup::traverse(osg::NodeVisitor& visitor)
+{
+    osgUtil::CullVisitor* const cull = m_unlitFade.valid() ? visitor.asCullVisitor() : nullptr;
+    if (cull == nullptr || !isUnlit(*cull)) {
+        osg::Group::traverse(visitor);
+        return;
+    }
+    const osg::ref_ptr<osg::StateSet> states = m_unlitFade;
+    cull->pushStateSet(states);
+    osg::Group::traverse(visitor);
+    cull->popStateSet();
+}
+
 void SelectionGroup::showSelected()
 {
     m_selected = true;
+    m_unlitFade = nullptr;
     osg::StateSet* overrides = getOrCreateStateSet();
     overrides->setAttributeAndModes(new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::FILL),
                                     kOnOverride);
@@ -97,6 +148,8 @@ void SelectionGroup::showSelected()
     m_material->setEmission(kBothFaces, kBlack);
     m_material->setSpecular(kBothFaces, osg::Vec4(0.6f, 0.6f, 0.6f, 0.6f));
     m_material->setShininess(kBothFaces, 5.0f);
+    // A shape without a material has a colour all the same.
+    m_material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
     overrides->setAttribute(m_material, kSelectedMaterial);
     blend();
     overrides->setMode(GL_LIGHTING, kOnOverride);
@@ -110,15 +163,18 @@ void SelectionGroup::showFaded(float alpha)
     osg::StateSet* overrides = getOrCreateStateSet();
     m_material->setAlpha(kBothFaces, alpha);
     blend();
+    m_unlitFade = alpha < 1.0f ? unlitFade(alpha) : nullptr;
     if (alpha < 1.0f) {
         overrides->setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
         overrides->setAttribute(m_material, kOnOverride);
+        m_material->setColorMode(osg::Material::OFF); // Kept: the wrapper's own colours
     } else {
         // A shape that an earlier pass faded is not transparent any more.
         if (overrides->getRenderingHint() == osg::StateSet::TRANSPARENT_BIN) {
             overrides->setRenderingHint(osg::StateSet::DEFAULT_BIN);
         }
         overrides->setAttribute(m_material, kOn);
+        m_material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
     }
     overrides->removeAttribute(osg::StateAttribute::POLYGONMODE);
     overrides->removeAttribute(osg::StateAttribute::POLYGONOFFSET);
@@ -178,6 +234,8 @@ NonSelectionVisitor::NonSelectionVisitor(float alpha, bool restore)
     , m_alpha(alpha)
     , m_restore(restore)
 {
+    // A link that is hidden now may be shown later.
+    setNodeMaskOverride(0xffffffffu);
 }
 
 NonSelectionVisitor::~NonSelectionVisitor()

@@ -8,6 +8,8 @@
 
 #include <toolkit/foundation/KrPrint.h>
 
+#include <utility>
+
 KrRenderWindow::KrRenderWindow()
 {
     KrWindow::setName("KrRenderWindow");
@@ -129,6 +131,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
         m_sceneRoot->addChild(m_renderManipulators[i]);
         KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
     }
+    m_isSceneNew = true;
     m_dirtyFlags &= ~std::uint32_t(DirtySystem);
     if (m_inputHandler.valid()) {
         m_inputHandler->setNode(m_sceneRoot);
@@ -165,7 +168,9 @@ bool KrRenderWindow::updateScene()
         return false;
     }
     updateDeformations();
-    if (m_statedSystem->isSelectionChanged()) {
+    // The nodes of a scene just built know nothing of a selection that stands.
+    const bool isStanding = std::exchange(m_isSceneNew, false) && !m_statedSystem->selectedShapes().empty();
+    if (isStanding || m_statedSystem->isSelectionChanged()) {
         updateSelection();
     }
     if (m_statedSystem->isTransparencyChanged()) {

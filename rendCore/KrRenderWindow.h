@@ -73,4 +73,7 @@ private:
     void updateSelection();
     void updateTransparency();
     KrRenderManipulator* renderManipulator(std::uint32_t index) const;
+
+
+    bool m_isSceneNew = false; ///< built since the last update
 };

@@ -41,6 +41,21 @@ void lookFromAbove(KrRenderWindow& window)
     window.setPovParameters(pov);
 }
 
+KrDataMap diffuseOnly(double red, double green, double blue)
+{
+    KrDataMap map;
+    map.setReal("krDiffuseRed", red);
+    map.setReal("krDiffuseGreen", green);
+    map.setReal("krDiffuseBlue", blue);
+    return map;
+}
+
+bool areEqual(const KrImage& a, const KrImage& b)
+{
+    return a.sizeInBytes() > 0 && a.sizeInBytes() == b.sizeInBytes() &&
+           std::memcmp(a.data(), b.data(), a.sizeInBytes()) == 0;
+}
+
 class KrRenderWindowTest : public testing::Test
 {
 protected:
@@ -140,6 +155,91 @@ TEST_F(KrRenderWindowTest, ReloadsANewSystemAndCanStillSelectInIt)
     EXPECT_EQ(messages.all(), "");
     EXPECT_TRUE(isGreen(image, 65, 50)) << "the selected arm keeps its colour";
     EXPECT_GT(meanColour(image, 50, 54, 0)[2], 100.0) << "the base is faded over the background";
+}
+
+TEST_F(KrRenderWindowTest, AShapeOfNothingButADiffuseColourKeepsItInASelection)
+{
+    KrManipulatorSystem plain = Systems::twoBoxes();
+    plain.manipulators()[0].materialMap().set(std::string("red"), diffuseOnly(1.0, 0.1, 0.0));
+    plain.manipulators()[0].materialMap().set(std::string("green"), diffuseOnly(0.0, 0.8, 0.1));
+    system = KrStatedSystem(plain);
+    window.setStatedSystem(system);
+    KrImage before, image;
+    ASSERT_TRUE(window.capture(before));
+    ASSERT_TRUE(isGreen(before, 65, 50));
+    const auto base = meanColour(before, 50, 54, 0);
+    ASSERT_GT(base[0], base[1] + 60.0);
+
+    ASSERT_TRUE(system.selectShape(KrShapeStateCacheKey(0, 0, 0)));
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_TRUE(isGreen(image, 65, 50));
+    const auto faded = meanColour(image, 50, 54, 0);
+    EXPECT_LT(faded[0], 0.6 * base[0]);
+    EXPECT_GT(faded[2], 100.0) << "over the blue background";
+    ASSERT_TRUE(system.setTransparency(1.0));
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_EQ(meanColour(image, 50, 54, 0), base);
+    system.clearSelection();
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_EQ(meanColour(image, 50, 54, 0), base);
+    EXPECT_TRUE(isGreen(image, 65, 50));
+}
+
+TEST_F(KrRenderWindowTest, FadingNeedsNoLight)
+{
+    window.setStatedSystem(system);
+    window.setViewerAttribute(KrSGWindow::Lighting, false);
+    KrImage before, image;
+    ASSERT_TRUE(window.capture(before));
+    EXPECT_GT(meanColour(before, 50, 54, 0)[0], 250.0);
+    ASSERT_TRUE(system.setTransparency(0.25));
+    ASSERT_TRUE(system.selectShape(KrShapeStateCacheKey(0, 0, 0)));
+    ASSERT_TRUE(window.capture(image));
+    const auto faded = meanColour(image, 50, 54, 0);
+    EXPECT_NEAR(faded[0] + faded[2], 255.0, 2.0);
+    EXPECT_GT(faded[0], 60.0);
+    EXPECT_LT(faded[0], 130.0) << "its upper side, and it may be its lower one";
+    EXPECT_EQ(meanColour(image, 65, 50, 1), meanColour(before, 65, 50, 1)) << "what is selected";
+    system.clearSelection();
+    ASSERT_TRUE(window.capture(image));
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_TRUE(areEqual(image, before));
+}
+
+TEST_F(KrRenderWindowTest, ASelectionStandsInEveryNewSceneOfItsSystem)
+{
+    window.setStatedSystem(system);
+    KrImage before, image;
+    ASSERT_TRUE(system.selectShape(KrShapeStateCacheKey(0, 0, 0)));
+    ASSERT_TRUE(window.capture(before));
+    EXPECT_LT(meanColour(before, 50, 54, 0)[0], 150.0);
+    window.setStatedSystem(system);
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_TRUE(areEqual(image, before));
+    window.closeWindow();
+    window.setStatedSystem(system);
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_TRUE(areEqual(image, before));
+}
+
+TEST_F(KrRenderWindowTest, ALinkThatIsHiddenWhileTheSelectionEndsIsWholeWhenItIsShown)
+{
+    window.setStatedSystem(system);
+    KrImage before, image;
+    ASSERT_TRUE(window.capture(before));
+    const osg::ref_ptr<KrRenderShape> arm = window.m_renderManipulators[0]->getMap().at({0, 0});
+    osg::Node* const link = arm->getParent(0)->getParent(0);
+    ASSERT_TRUE(system.selectShape(KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 0)));
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_FALSE(isGreen(image, 65, 50));
+    const osg::Node::NodeMask mask = link->getNodeMask();
+    link->setNodeMask(0);
+    system.clearSelection();
+    ASSERT_TRUE(window.capture(image));
+    ASSERT_TRUE(window.capture(image));
+    link->setNodeMask(mask);
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_TRUE(isGreen(image, 65, 50));
 }
 
 TEST_F(KrRenderWindowTest, ParametersReachTheSceneAndAStateForAnotherSystemIsHarmless)
