@@ -203,6 +203,13 @@ osg::ref_ptr<osg::Texture3D> makeGridTexture(KrRenderShader::Texture3& volume)
     return texture;
 }
 
+osg::ref_ptr<osg::Uniform> sampler(osg::Uniform::Type type, const char* name, unsigned int unit)
+{
+    const osg::ref_ptr<osg::Uniform> uniform = new osg::Uniform(type, name);
+    uniform->set(static_cast<int>(unit));
+    return uniform;
+}
+
 /// On the box and not on the node, whose state set holds the field and its look only.
 void addBlocks(osg::Drawable& box, KrRenderShader::Texture3 maxima)
 {
@@ -211,14 +218,14 @@ void addBlocks(osg::Drawable& box, KrRenderShader::Texture3 maxima)
     texture->setFilter(osg::Texture::MAG_FILTER, osg::Texture::NEAREST);
     osg::StateSet* const state = box.getOrCreateStateSet();
     state->setTextureAttribute(kBlockUnit, texture);
-    state->addUniform(new osg::Uniform("blockMaxima", static_cast<int>(kBlockUnit)));
+    state->addUniform(sampler(osg::Uniform::SAMPLER_3D, "blockMaxima", kBlockUnit));
     state->addUniform(new osg::Uniform("blockEdge", static_cast<float>(kBlockEdge)));
 }
 
 void addUniforms(osg::StateSet& state, const KrRenderShader::vecT3<int>& size, const Layout& layout)
 {
-    state.addUniform(new osg::Uniform("texture0", static_cast<int>(kGridUnit)));
-    state.addUniform(new osg::Uniform("texture1", static_cast<int>(kLookupUnit)));
+    state.addUniform(sampler(osg::Uniform::SAMPLER_3D, "texture0", kGridUnit));
+    state.addUniform(sampler(osg::Uniform::SAMPLER_1D, "texture1", kLookupUnit));
     state.addUniform(new osg::Uniform(
         "texSize", osg::Vec3(static_cast<float>(size.x), static_cast<float>(size.y), static_cast<float>(size.z))));
     state.addUniform(

@@ -32,6 +32,7 @@ varying float hasEyePoint;
 const float stepsPerCell = 2.0;
 const float maxSteps = 2048.0;       // a ray through more cells than half of this takes longer steps
 const float opaqueRemainder = 0.01;  // less light than this from behind is none
+const float maxHalf = 65504.0;       // the greatest finite value of the field's texture
 const float smallestEdge = 1.0e-6;   // m; a flat box has no zero to divide by
 
 // Where the level is 0, 1/2 and 1.
@@ -93,15 +94,15 @@ vec3 visibleRay(out vec3 start)
     return direction * max(part - max(partBehindSolid(), 0.0), 0.0);
 }
 
-// How many steps the block around a place goes on along a ray; negative when all of it is empty.
-float stepsInBlock(vec3 place, vec3 stride, float emptyValue)
+// How many steps the block around a place goes on along a ray, and the greatest value in it.
+float stepsInBlock(vec3 place, vec3 stride, out float greatest)
 {
     vec3 blocks = texSize / blockEdge; // the last one of an edge may be cut
     vec3 block = floor(place * blocks);
     vec3 ends = (block + vec3(greaterThan(stride, vec3(0.0)))) / blocks;
     vec3 parts = (ends - place) / stride;
-    float part = max(min(parts.x, min(parts.y, parts.z)), 1.0e-3);
-    return texture3D(blockMaxima, (block + 0.5) / ceil(blocks)).r > emptyValue ? part : -part;
+    greatest = texture3D(blockMaxima, (block + 0.5) / ceil(blocks)).r;
+    return max(min(parts.x, min(parts.y, parts.z)), 1.0e-3);
 }
 
 // Colour, multiplied by opacity, and opacity of what lies along a ray.
@@ -119,17 +120,22 @@ vec4 march(vec3 start, vec3 ray)
     // which only some of the rays meet.
     float at = noise(gl_FragCoord.yx + 47.0);
     float blockEnd = blockEdge > 0.0 ? 0.0 : steps;
+    float greatest = 2.0 * maxHalf;
     while (at < steps && remainder > opaqueRemainder) {
         vec3 place = start + stride * at;
         if (at >= blockEnd) {
-            float ahead = stepsInBlock(place, stride, bends.x);
-            blockEnd = at + abs(ahead);
-            if (ahead < 0.0) {
-                at += ceil(-ahead);
+            float ahead = stepsInBlock(place, stride, greatest);
+            blockEnd = at + ahead;
+            if (!(greatest > bends.x)) {
+                at += ceil(ahead);
                 continue;
             }
         }
         float value = texture3D(texture0, place).r;
+        // Between infinite values interpolation may give one that is no number: the block tells which they are.
+        if (!(abs(value) <= maxHalf)) {
+            value = greatest > maxHalf ? max(bends.z, maxHalf) : bends.x;
+        }
         if (value > bends.x) {
             float level = levelOf(value, bends);
             float kept = exp(-depthPerStep * level * level * (3.0 - 2.0 * level));

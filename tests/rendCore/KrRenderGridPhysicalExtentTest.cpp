@@ -92,6 +92,8 @@ TEST_F(KrRenderGridPhysicalExtentTest, HandsTheFieldToTheShadersUnresampled)
     int unit = -1;
     EXPECT_TRUE(state.getUniform("texture1")->get(unit));
     EXPECT_EQ(unit, 1);
+    EXPECT_EQ(state.getUniform("texture0")->getType(), osg::Uniform::SAMPLER_3D);
+    EXPECT_EQ(state.getUniform("texture1")->getType(), osg::Uniform::SAMPLER_1D);
     float factor = 0.0f;
     EXPECT_TRUE(state.getUniform("lutFactor")->get(factor));
     EXPECT_EQ(factor, 100.0f);

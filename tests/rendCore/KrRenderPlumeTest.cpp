@@ -317,6 +317,34 @@ TEST_F(KrRenderPlumeTest, LevelsChooseTheirOwnColourOfATableOfAnySize)
     }
 }
 
+TEST_F(KrRenderPlumeTest, ValuesBeyondTheTexturesAreDrawnAsInfiniteOnes)
+{
+    const MessageRecorder messages; // says so, too
+    show(evenPlume(8, 70000.0));
+    lookFromAbove();
+    EXPECT_GT(middle()[0], 0.99);
+    // Even where the transfer function ends beyond them.
+    const auto steep = evenPlume(8, 1e6);
+    steep->setInflection(KrVector(0.0, 1e5, 2e5));
+    show(steep);
+    EXPECT_GT(middle()[0], 0.99);
+    // Below nothing on the left, beyond everything on the right; looked at a block away from where they meet.
+    std::vector<double> halves(16 * 16 * 16);
+    for (std::size_t i = 0; i < halves.size(); ++i) {
+        halves[i] = i % 16 < 8 ? -70000.0 : 70000.0;
+    }
+    show(plume(16, halves));
+    EXPECT_LT(colourAt(kSize / 2 - 32, kSize / 2, 3)[0], 0.01);
+    EXPECT_GT(colourAt(kSize / 2 + 32, kSize / 2, 3)[0], 0.99);
+    // Values like any others beside ones that are infinitely small.
+    for (std::size_t i = 0; i < halves.size(); ++i) {
+        halves[i] = i % 16 < 8 ? -70000.0 : 0.05;
+    }
+    show(plume(16, halves));
+    EXPECT_LT(colourAt(kSize / 2 - 20, kSize / 2, 5)[0], 0.01);
+    EXPECT_NEAR(colourAt(kSize / 2 + 20, kSize / 2, 5)[0], 1.0 - kept(0.05, 2.0), 0.03);
+}
+
 TEST_F(KrRenderPlumeTest, InflectionSetsWhereTheFieldBeginsAndHowDenseItIs)
 {
     const auto grid = evenPlume(8, 0.5);
