@@ -6,6 +6,11 @@
 
 #include <optional>
 
+namespace osgViewer
+{
+class Viewer;
+}
+
 /// A frame that a window draws in its client's context: when it goes, what was current before it is current again.
 ///
 /// Nothing for a window with a context of the library's own. For use inside the library.
@@ -28,6 +33,12 @@ public:
             impl->releaseCurrent(); // the client keeps a record of its own
         }
     }
+
+    /// What `viewer` has drawn into the client's framebuffer on an opaque background is opaque everywhere afterwards.
+    ///
+    /// Blending lowers the alpha of what it is blended over. On a screen nobody sees that; a client that puts the frame
+    /// together with pictures of its own would see through it. The context is current.
+    static void makeOpaque(osgViewer::Viewer& viewer);
 
 private:
     KrWindow& m_window;

@@ -420,6 +420,9 @@ bool KrSGWindow::renderScene(bool swapBuffers)
         if (m_viewer == viewer) {
             forgetVertexArrays(*context->getState());
         }
+        if (m_viewer == viewer && clientState(context)) {
+            KrGuestFrame::makeOpaque(*viewer);
+        }
     }
     if (swapBuffers) {
         this->swapBuffers();

@@ -311,6 +311,31 @@ TEST_F(KrClientStateTest, DrawsIntoTheClientsFramebufferWithCamerasOfTheirOwn)
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
 }
 
+TEST_F(KrClientStateTest, WhatIsFadedLeavesNoHoleInTheClientsPicture)
+{
+    ASSERT_TRUE(system.selectShape(KrShapeStateCacheKey(0, 0, 0)));
+    const auto leastAlpha = [this] {
+        EXPECT_TRUE(guest->renderScene(false));
+        std::vector<unsigned char> pixels(std::size_t{4} * kWidth * kHeight);
+        glBindFramebuffer(GL_FRAMEBUFFER, canvas->name);
+        glReadPixels(0, 0, kWidth, kHeight, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+        int least = 255;
+        for (std::size_t i = 3; i < pixels.size(); i += 4) {
+            least = std::min<int>(least, pixels[i]);
+        }
+        return least;
+    };
+    for (int frame = 0; frame < 2; ++frame) {
+        const GlStateDump before;
+        EXPECT_EQ(leastAlpha(), 255);
+        EXPECT_EQ(before.differences(GlStateDump()), "");
+    }
+    guest->setBackgroundColor(KrColor(0.0, 0.0, 0.0, 0.0));
+    EXPECT_EQ(leastAlpha(), 0) << "a client that wants to see through does";
+}
+
 TEST_F(KrClientStateTest, DepthsOfSeveralSamplesAPixelAreRefused)
 {
     canvas = std::make_unique<Framebuffer>(4);
