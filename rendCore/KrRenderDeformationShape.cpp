@@ -283,6 +283,21 @@ void KrRenderDeformationShape::paint(const std::vector<KrSurfaceStroke>& strokes
     }
 }
 
+KrMarkingCallback* KrRenderDeformationShape::painter() const
+{
+    return m_painter;
+}
+
+void KrRenderDeformationShape::takeMarks(KrTextureMarker& marker, KrMarkingCallback* painter)
+{
+    const std::vector<KrSurfaceStroke> strokes = m_painter ? m_painter->strokes() : std::vector<KrSurfaceStroke>();
+    if (marker.moveTo(*this)) {
+        // It knows which strokes are painted: only what has changed since is painted now.
+        m_painter = dynamic_cast<Painter*>(painter);
+        paint(strokes);
+    }
+}
+
 /// Gives the drawables, one for each group, arrays without repetitions and indexed triangles.
 void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& extent)
 {

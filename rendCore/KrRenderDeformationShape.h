@@ -7,6 +7,9 @@
 #include <cstdint>
 #include <vector>
 
+class KrMarkingCallback;
+class KrTextureMarker;
+
 /// A render shape whose vertices follow a changing extent. Its geometry is drawn without display lists.
 ///
 /// A KrDeformationPhysicalExtent is drawn with indexed triangles from its flat lists: a frame in which only vertices
@@ -27,6 +30,12 @@ public:
     /// Gives every colour and material that alpha (clamped to [0, 1], 1 being opaque; NaN is ignored) and draws below
     /// 1 blended. Kept through later updates.
     void updateAlpha(float alpha) override;
+
+    /// What paints the extent's strokes; null before the first one. Borrowed.
+    KrMarkingCallback* painter() const;
+    /// Goes on with the marks of a shape that drew the same extent and is gone.
+    /// @param painter  that shape's; may be null
+    void takeMarks(KrTextureMarker& marker, KrMarkingCallback* painter);
 
 protected:
     ~KrRenderDeformationShape() override;

@@ -102,14 +102,24 @@ void KrRenderWindow::deleteContents()
         KrRenderLink::updateState(viewer->getUpdateVisitor(), nullptr);
     }
     m_statedSystem = nullptr;
+    collectMarks();
     m_renderManipulators.clear();
     KrSGWindow::deleteContents();
 }
 
 bool KrRenderWindow::closeWindow()
 {
+    collectMarks();
     m_renderManipulators.clear();
     return KrSGWindow::closeWindow();
+}
+
+/// Marks outlive the shapes that they are on, as far as their extents are shown again.
+void KrRenderWindow::collectMarks()
+{
+    for (const osg::ref_ptr<KrRenderManipulator>& manipulator : m_renderManipulators) {
+        m_keptMarks.collect(manipulator);
+    }
 }
 
 bool KrRenderWindow::loadScene(const KrStatedSystem* system)
@@ -123,6 +133,8 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     KrSGWindow::loadScene();
     const KrXmlVectorType<KrIndividualManipulator>& manipulators = system->manipulatorSystem().manipulators();
     detachManipulators();
+    collectMarks();
+    m_keptMarks.match(system->manipulatorSystem());
     // The old nodes go before the new ones are built: shapes that are still alive would be taken for shared ones, and
     // stand in no map of the new nodes.
     m_renderManipulators.assign(manipulators.size(), nullptr);
@@ -131,6 +143,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
         m_sceneRoot->addChild(m_renderManipulators[i]);
         KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
     }
+    m_keptMarks.giveBack();
     m_isSceneNew = true;
     m_dirtyFlags &= ~std::uint32_t(DirtySystem);
     if (m_inputHandler.valid()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <rendCore/KrKeptMarks.h>
 #include <rendCore/KrRenderManipulator.h>
 #include <rendCore/KrSGWindow.h>
 
@@ -74,6 +75,8 @@ private:
     void updateTransparency();
     KrRenderManipulator* renderManipulator(std::uint32_t index) const;
 
+    void collectMarks();
 
     bool m_isSceneNew = false; ///< built since the last update
+    KrKeptMarks m_keptMarks;
 };

@@ -1,5 +1,6 @@
 #include <rendCore/KrTextureMarker.h>
 
+#include <rendCore/KrPixelTransferGuard.h>
 #include <rendCore/KrRenderShape.h>
 
 #include <toolkit/foundation/KrGL.h>
@@ -11,6 +12,7 @@
 #include <osg/CullFace>
 #include <osg/Depth>
 #include <osg/FrameStamp>
+#include <osg/GLExtensions>
 #include <osg/Geometry>
 #include <osg/Image>
 #include <osg/NodeCallback>
@@ -363,6 +365,7 @@ public:
     {
         setCullingActive(false);
     }
+    void setShape(KrRenderShape& shape) { m_shape = &shape; }
 
     void traverse(osg::NodeVisitor& visitor) override
     {
@@ -405,6 +408,8 @@ public:
     Projection(KrRenderShape& shape, osg::Image* picture, const KrTextureMarker::Brush& brush, const osg::Matrixd& view,
                const osg::Matrixd& projection, osg::Program* program)
         : m_depthCamera(newTextureCamera("Mark Depths", kDepthSize, kDepthSize))
+        , m_seen(new Surface(shape))
+        , m_marked(new Surface(shape))
         , m_localToClip(new osg::Uniform(osg::Uniform::FLOAT_MAT4, "localToClip"))
         , m_view(view)
     {
@@ -413,11 +418,10 @@ public:
         m_depthCamera->setClearMask(GL_DEPTH_BUFFER_BIT);
         m_depthCamera->setProjectionMatrix(projection);
         setDepthStates(*m_depthCamera->getOrCreateStateSet());
-        m_depthCamera->addChild(new Surface(shape));
+        m_depthCamera->addChild(m_seen);
         addChild(m_depthCamera);
 
-        const osg::ref_ptr<Surface> surface = new Surface(shape);
-        osg::StateSet& states = *surface->getOrCreateStateSet();
+        osg::StateSet& states = *m_marked->getOrCreateStateSet();
         states.setAttributeAndModes(program, kOnHere);
         states.setTextureAttribute(kTextureUnit, depths, kOnHere);
         states.addUniform(new osg::Uniform("depths", static_cast<int>(kTextureUnit)));
@@ -429,7 +433,13 @@ public:
         }
         states.addUniform(m_localToClip);
         addUniforms(states, brush);
-        addChild(surface);
+        addChild(m_marked);
+    }
+
+    void setShape(KrRenderShape& shape)
+    {
+        m_seen->setShape(shape);
+        m_marked->setShape(shape);
     }
 
     void setLocalToWorld(const osg::Matrixd& localToWorld)
@@ -462,6 +472,8 @@ private:
     }
 
     osg::ref_ptr<osg::Camera> m_depthCamera;
+    osg::ref_ptr<Surface> m_seen;   ///< for the depths
+    osg::ref_ptr<Surface> m_marked; ///< unrolled
     osg::ref_ptr<osg::Uniform> m_localToClip;
     osg::Matrixd m_view;
 };
@@ -566,9 +578,10 @@ public:
         state.setActiveTextureUnit(kTextureUnit);
         m_texture->apply(state);
         state.haveAppliedTextureAttribute(kTextureUnit, m_texture);
-        glPixelStorei(GL_PACK_ALIGNMENT, 1);
-        glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_UNSIGNED_BYTE, image.data());
-        glPixelStorei(GL_PACK_ALIGNMENT, 4);
+        {
+            const KrPixelTransferGuard guard(*state.get<osg::GLExtensions>());
+            glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_UNSIGNED_BYTE, image.data());
+        }
         image.dirty();
         // This context has it already.
         m_texture->getModifiedCount(state.getContextID()) = image.getModifiedCount();
@@ -725,12 +738,20 @@ private:
     Frame m_frame;
 };
 
-KrTextureMarker* KrTextureMarker::of(KrRenderShape& shape, unsigned int width, unsigned int height)
+KrTextureMarker* KrTextureMarker::find(const KrRenderShape& shape)
 {
-    for (osg::Callback* callback = shape.getCullCallback(); callback; callback = callback->getNestedCallback()) {
-        if (auto* const hook = dynamic_cast<CullHook*>(callback)) {
+    for (const osg::Callback* callback = shape.getCullCallback(); callback; callback = callback->getNestedCallback()) {
+        if (const auto* const hook = dynamic_cast<const CullHook*>(callback)) {
             return hook->marker();
         }
+    }
+    return nullptr;
+}
+
+KrTextureMarker* KrTextureMarker::of(KrRenderShape& shape, unsigned int width, unsigned int height)
+{
+    if (KrTextureMarker* const present = find(shape)) {
+        return present;
     }
     if (width == 0 || height == 0 || width > kMaxSize || height > kMaxSize) {
         Kr::Print::instance()->write(Kr::Print::Warning,
@@ -820,6 +841,35 @@ void KrTextureMarker::detach(KrRenderShape& shape)
     // Last: a texture that is removed takes its mode with it.
     states.setTextureMode(kTextureUnit, GL_TEXTURE_2D, marker->m_ownLook.mode);
     marker->m_shape = nullptr;
+}
+
+bool KrTextureMarker::moveTo(KrRenderShape& shape)
+{
+    if (find(shape) == this) {
+        return true;
+    }
+    if (!hasTextureCoordinates(shape)) {
+        return false;
+    }
+    const osg::ref_ptr<KrTextureMarker> self(this);
+    osg::ref_ptr<KrRenderShape> before;
+    if (m_shape.lock(before)) {
+        detach(*before);
+    }
+    detach(shape);
+    m_shape = &shape;
+    for (const osg::ref_ptr<osg::Node>& mark : m_pending) {
+        if (auto* const projection = dynamic_cast<Projection*>(mark.get())) {
+            projection->setShape(shape);
+        }
+    }
+    attach(shape);
+    m_updateHook = nullptr;
+    if (!m_callbacks.empty()) {
+        m_updateHook = new UpdateHook(*this);
+        shape.addUpdateCallback(m_updateHook);
+    }
+    return true;
 }
 
 bool KrTextureMarker::hasRoom() const

@@ -34,7 +34,8 @@ protected:
 ///
 /// The shape gets a texture of its own on unit 0, which starts as a copy of the picture that it shows (white where it
 /// has none) and is modulated by the materials as before. Marks lie in texture space: they stay where they are on the
-/// surface when the shape deforms, in every window that draws it, and in a window that opens later.
+/// surface when the shape deforms, in every window that draws it, and in a window that opens later. A KrRenderWindow
+/// that builds its scene anew moves them to the shape that draws the same extent then.
 ///
 /// Marks wait until a window next draws the shape; then they are drawn, in the order in which they were issued,
 /// through a framebuffer object just before the shape itself, so that the same frame (and its capture) shows them. A
@@ -63,11 +64,16 @@ public:
     };
 
     /// The marker of `shape`, made with its texture of `width` x `height` pixels when there is none yet (else the
-    /// sizes are not looked at). It belongs to the shape and lives until `detach` or as long as the shape; hold it by
-    /// an osg::ref_ptr to keep it longer, which does no harm.
+    /// sizes are not looked at). It belongs to the shape and lives until `detach`, or as long as the shape and the one
+    /// that it moves to; hold it by an osg::ref_ptr to keep it longer, which does no harm.
     /// @return null, after one message, for a shape without texture coordinates on unit 0 or a size that is not
     ///         within 1 to 8192
     static KrTextureMarker* of(KrRenderShape& shape, unsigned int width = 1024, unsigned int height = 1024);
+    /// The marker that `shape` has; null when it has none.
+    static KrTextureMarker* find(const KrRenderShape& shape);
+    /// Goes over to `shape`, which takes the place of the present one, with texture, waiting marks and callbacks; a
+    /// marker that `shape` has ends. False, and nothing changes, for a shape without texture coordinates on unit 0.
+    bool moveTo(KrRenderShape& shape);
     /// Gives `shape` the look back that it had before, textures of its own state set included, and ends the marking of
     /// it; nothing when it has no marker.
     static void detach(KrRenderShape& shape);

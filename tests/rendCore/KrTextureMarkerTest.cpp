@@ -1,6 +1,7 @@
 #include <rendCore/KrTextureMarker.h>
 
 #include <rendCore/KrRenderDeformationShape.h>
+#include <rendCore/KrRenderWindow.h>
 #include <rendCore/KrSGWindow.h>
 
 #include <tests/support/Allocations.h>
@@ -17,6 +18,8 @@
 #include <osg/MatrixTransform>
 #include <osg/NodeCallback>
 #include <osg/TexEnv>
+
+#include <boost/make_shared.hpp>
 
 #include <gtest/gtest.h>
 
@@ -345,6 +348,89 @@ TEST_F(KrTextureMarkerTest, MarksSurviveTheWindowAndAreTheSameInAnother)
     KrTextureMarker::detach(*shape);
     EXPECT_TRUE(isColor(capture(other), 0.2, 0.3, kWhite));
     EXPECT_EQ(shape->getCullCallback(), nullptr);
+}
+
+class OpenRenderWindow : public KrRenderWindow
+{
+public:
+    KrRenderShape& shape() const { return *m_renderManipulators.at(0)->getMap().begin()->second; }
+};
+
+KrStatedSystem systemOf(const boost::shared_ptr<KrBasePhysicalExtent>& extent, bool isDeformable)
+{
+    KrIndividualManipulator robot("robot");
+    robot.addShape(extent);
+    robot.setDeformable(isDeformable);
+    KrManipulatorSystem system;
+    system.manipulators().push_back(robot);
+    return KrStatedSystem(system);
+}
+
+TEST_F(KrTextureMarkerTest, MarksOfASystemSurviveEverySceneThatIsBuiltOfItsExtents)
+{
+    const auto extent = boost::make_shared<KrTriPhysicalExtent>();
+    setSquares(*extent, {0.0});
+    KrStatedSystem system = systemOf(extent, false);
+    OpenRenderWindow robot;
+    prepare(robot);
+    robot.setStatedSystem(system);
+    ASSERT_TRUE(robot.renderScene(true));
+    const osg::ref_ptr<KrTextureMarker> own = KrTextureMarker::of(robot.shape(), 256, 256);
+    ASSERT_TRUE(own->stroke({{0.2f, 0.3f}}, brush(kRed)));
+    const KrImage before = capture(robot);
+    ASSERT_TRUE(isColor(before, 0.2, 0.3, kRed));
+    for (int cycle = 0; cycle < 3; ++cycle) {
+        robot.closeWindow();
+        prepare(robot);
+        robot.setStatedSystem(system);
+        EXPECT_TRUE(areEqual(capture(robot, "reopened"), before)) << cycle;
+    }
+    EXPECT_EQ(KrTextureMarker::of(robot.shape()), own.get());
+    system.systemChanged();
+    EXPECT_TRUE(areEqual(capture(robot), before));
+    // What waits for a frame waits on.
+    ASSERT_TRUE(own->stroke({{0.7f, 0.7f}}, brush(kGreen)));
+    robot.closeWindow();
+    prepare(robot);
+    robot.setStatedSystem(system);
+    EXPECT_TRUE(isColor(capture(robot), 0.7, 0.7, kGreen));
+    EXPECT_TRUE(isColor(capture(robot), 0.2, 0.3, kRed));
+
+    const auto other = boost::make_shared<KrTriPhysicalExtent>();
+    setSquares(*other, {0.0});
+    const KrStatedSystem otherSystem = systemOf(other, false);
+    robot.setStatedSystem(otherSystem);
+    EXPECT_TRUE(isColor(capture(robot), 0.2, 0.3, kWhite)) << "another body's surface";
+}
+
+TEST_F(KrTextureMarkerTest, StrokesOfAnExtentArePaintedOnceThoughItsSceneIsBuiltAnew)
+{
+    const auto extent = boost::make_shared<KrDeformationPhysicalExtent>();
+    extent->setMesh(mesh);
+    ASSERT_TRUE(extent->addStroke(KrSurfaceStroke({KrPlanarVector(0.2, 0.3)}, KrColor(1.0, 0.0, 0.0, 0.5), 0.1)));
+    const KrStatedSystem system = systemOf(extent, true);
+    OpenRenderWindow robot;
+    prepare(robot);
+    robot.setStatedSystem(system);
+    ASSERT_TRUE(robot.renderScene(true));
+    KrTextureMarker::of(robot.shape())->stroke({{0.7f, 0.7f}}, brush(kGreen));
+    const KrImage before = capture(robot);
+    EXPECT_TRUE(isColor(before, 0.2, 0.3, osg::Vec4(1.0f, 0.5f, 0.5f, 1.0f)));
+    EXPECT_TRUE(isColor(before, 0.7, 0.7, kGreen));
+    for (int cycle = 0; cycle < 2; ++cycle) {
+        robot.closeWindow();
+        prepare(robot);
+        robot.setStatedSystem(system);
+        EXPECT_TRUE(areEqual(capture(robot), before)) << cycle;
+    }
+    ASSERT_TRUE(extent->addStroke(KrSurfaceStroke({KrPlanarVector(0.2, 0.7)}, KrColor(0.0, 0.0, 1.0), 0.1)));
+    robot.closeWindow();
+    prepare(robot);
+    robot.setStatedSystem(system);
+    const KrImage after = capture(robot);
+    EXPECT_TRUE(isColor(after, 0.2, 0.3, osg::Vec4(1.0f, 0.5f, 0.5f, 1.0f)));
+    EXPECT_TRUE(isColor(after, 0.2, 0.7, osg::Vec4(0.0f, 0.0f, 1.0f, 1.0f)));
+    EXPECT_TRUE(isColor(after, 0.7, 0.7, kGreen));
 }
 
 TEST_F(KrTextureMarkerTest, ACallbackMarksItsOwnFrameOnceWhateverSurroundsTheShape)
