@@ -1,5 +1,6 @@
 #include <toolkit/geometry/KrGridFile.h>
 
+#include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
 #include <toolkit/xml/KrXmlText.h>
@@ -86,20 +87,34 @@ std::string trimmed(const std::string& text)
     return begin == std::string::npos ? std::string() : text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
 }
 
+/// Words out of a file, for a message: cut, and without what a terminal would act on.
+std::string cleaned(std::string text, std::size_t longest = Kr::Limits::kMessageName)
+{
+    text.resize(std::min(text.size(), longest));
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return text;
+}
+
+std::string inQuotes(const std::string& text)
+{
+    return "\"" + cleaned(text) + "\"";
+}
+
 std::string loadFile(const std::string& path)
 {
     std::error_code error;
     const auto size = std::filesystem::is_regular_file(path, error) ? std::filesystem::file_size(path, error) : 0;
     if (error || size == 0) {
-        throw Trouble("\"" + path + "\" is missing or empty");
+        throw Trouble("\"" + cleaned(path, path.size()) + "\" is missing or empty");
     }
     if (size > kMaxFileSize) {
-        throw Trouble("\"" + path + "\" is larger than 1 GiB");
+        throw Trouble("\"" + cleaned(path, path.size()) + "\" is larger than 1 GiB");
     }
     std::string content(static_cast<std::size_t>(size), '\0');
     std::ifstream file(path, std::ios::binary);
     if (!file.read(&content[0], static_cast<std::streamsize>(content.size()))) {
-        throw Trouble("\"" + path + "\" cannot be read");
+        throw Trouble("\"" + cleaned(path, path.size()) + "\" cannot be read");
     }
     return content;
 }
@@ -121,12 +136,11 @@ std::vector<double> numbers(const std::string& text, std::size_t count, const ch
     std::string_view rest = text;
     for (double& number : out) {
         if (!KrXmlText::take(rest, number)) {
-            throw Trouble(std::string(what) + " \"" + text.substr(0, 60) + "\" are not " + std::to_string(count) +
-                          " numbers");
+            throw Trouble(std::string(what) + " " + inQuotes(text) + " are not " + std::to_string(count) + " numbers");
         }
     }
     if (!KrXmlText::atEnd(rest)) {
-        throw Trouble(std::string(what) + " \"" + text.substr(0, 60) + "\" are more than " + std::to_string(count));
+        throw Trouble(std::string(what) + " " + inQuotes(text) + " are more than " + std::to_string(count));
     }
     return out;
 }
@@ -300,7 +314,7 @@ Scalar nrrdType(const std::string& name)
         {"float", Scalar::Float},         {"double", Scalar::Double}};
     const auto found = types.find(lower(name));
     if (found == types.end()) {
-        throw Trouble("type \"" + name + "\" is none that can be read");
+        throw Trouble("type " + inQuotes(name) + " is none that can be read");
     }
     return found->second;
 }
@@ -319,7 +333,7 @@ Encoding nrrdEncoding(const std::string& name)
                                                               {"gzip", Encoding::Gzip}, {"gz", Encoding::Gzip}};
     const auto found = encodings.find(lower(name));
     if (found == encodings.end()) {
-        throw Trouble("encoding \"" + name + "\" is none that can be read");
+        throw Trouble("encoding " + inQuotes(name) + " is none that can be read");
     }
     return found->second;
 }
@@ -415,9 +429,19 @@ std::size_t nrrdByteSkip(const Header& header, bool isRaw, std::size_t size, std
         return size - std::min(size, needed);
     }
     if (!(bytes >= 0.0 && bytes <= static_cast<double>(kMaxFileSize))) {
-        throw Trouble("byte skip \"" + found->second + "\" is no number of bytes to skip");
+        throw Trouble("byte skip " + inQuotes(found->second) + " is no number of bytes to skip");
     }
     return static_cast<std::size_t>(bytes);
+}
+
+/// A header names the data that came with it, and nothing else on this machine.
+std::string besidePath(const std::string& headerPath, const std::string& name)
+{
+    const std::filesystem::path relative(name);
+    if (relative.is_absolute() || std::find(relative.begin(), relative.end(), "..") != relative.end()) {
+        throw Trouble("its data file " + inQuotes(name) + " is not below its own folder");
+    }
+    return (std::filesystem::path(headerPath).parent_path() / relative).string();
 }
 
 Field readNrrd(const std::string& path, std::string_view content)
@@ -425,7 +449,7 @@ Field readNrrd(const std::string& path, std::string_view content)
     const Header header = nrrdHeader(content);
     Field field;
     if (need(header, "dimension") != "3") {
-        throw Trouble("it has " + header.at("dimension") + " dimensions, not 3");
+        throw Trouble("it has " + cleaned(header.at("dimension")) + " dimensions, not 3");
     }
     setCounts(field, numbers(need(header, "sizes"), 3, "sizes"), 0.0);
     nrrdPlace(header, field);
@@ -435,7 +459,7 @@ Field readNrrd(const std::string& path, std::string_view content)
     std::string detached;
     auto file = header.find("datafile");
     if (file != header.end()) {
-        detached = loadFile((std::filesystem::path(path).parent_path() / file->second).string());
+        detached = loadFile(besidePath(path, file->second));
         content = detached;
     }
     nrrdSkipLines(header, content);
@@ -473,7 +497,7 @@ Scalar vtkType(const std::string& name)
         {"float", Scalar::Float},        {"double", Scalar::Double}};
     const auto found = types.find(lower(name));
     if (found == types.end()) {
-        throw Trouble("type \"" + name + "\" is none that can be read");
+        throw Trouble("type " + inQuotes(name) + " is none that can be read");
     }
     return found->second;
 }
@@ -501,7 +525,7 @@ Field readVtk(std::string_view content)
         const std::string key = lower(line.substr(0, space));
         const std::string value = trimmed(line.substr(space));
         if (key == "dataset" && lower(value) != "structured_points") {
-            throw Trouble("its data set is \"" + value + "\", not STRUCTURED_POINTS");
+            throw Trouble("its data set is " + inQuotes(value) + ", not STRUCTURED_POINTS");
         } else if (key == "dimensions") {
             dimensions = numbers(value, 3, "dimensions");
         } else if (key == "origin") {
@@ -516,7 +540,7 @@ Field readVtk(std::string_view content)
             std::string name, type, components = "1";
             words >> name >> type >> components;
             if (components != "1") {
-                throw Trouble("scalars \"" + name + "\" have " + components + " components, not 1");
+                throw Trouble("scalars " + inQuotes(name) + " have " + cleaned(components) + " components, not 1");
             }
             setCounts(field, dimensions, field.isCorner[0] ? 1.0 : 0.0);
             // A table of colours may be named in the next line.
@@ -527,7 +551,7 @@ Field readVtk(std::string_view content)
             format == "ascii" ? readText(content, field) : readBinary(content, vtkType(type), true, field);
             return field;
         } else if (!key.empty() && key != "dataset") {
-            throw Trouble("\"" + line.substr(0, 40) + "\" stands where structured points with scalars are expected");
+            throw Trouble(inQuotes(line.substr(0, 40)) + " stands where structured points with scalars are expected");
         }
     }
     throw Trouble("it has no scalars");

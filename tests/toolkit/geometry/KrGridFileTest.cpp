@@ -158,6 +158,8 @@ TEST_F(KrGridFileTest, SaysOnceWhatIsWrongWithAFileAndKeepsTheField)
         {kNrrd + "byte skip: -1\nencoding: gzip\nendian: big\n\n" + kBigWords, "byte skip"},
         {kNrrd + "encoding: hex\n\n00", "encoding \"hex\""},
         {kNrrd + "data file: missing.raw\nencoding: raw\nendian: big\n", "missing"},
+        {kNrrd + "data file: /etc/hostname\nencoding: raw\nendian: big\n", "not below its own folder"},
+        {kNrrd + "data file: x/../../y.raw\nencoding: raw\nendian: big\n", "not below its own folder"},
         {vtk + "DATASET POLYDATA\n", "STRUCTURED_POINTS"},
         {vtk + "DATASET STRUCTURED_POINTS\nDIMENSIONS 2 1 3\nPOINT_DATA 6\nVECTORS v float\n", "VECTORS"},
         {vtk + "DATASET STRUCTURED_POINTS\nDIMENSIONS 2 1 3\nPOINT_DATA 6\n", "no scalars"},
