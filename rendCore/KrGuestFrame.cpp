@@ -40,6 +40,11 @@ void KrGuestFrame::makeOpaque(osgViewer::Viewer& viewer)
     if (gl->isFrameBufferObjectSupported) {
         gl->glBindFramebuffer(GL_FRAMEBUFFER_EXT, context->getDefaultFboId());
     }
+    GLint alphaBits = 0;
+    glGetIntegerv(GL_ALPHA_BITS, &alphaBits);
+    if (alphaBits == 0) {
+        return;
+    }
     fillAlpha(*viewer.getCamera(), *state);
     for (unsigned int i = 0; i < viewer.getNumSlaves(); ++i) {
         fillAlpha(*viewer.getSlave(i)._camera, *state);

@@ -1,7 +1,7 @@
 #include <toolkit/geometry/KrGridFile.h>
 
-#include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/KrText.h>
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
 #include <toolkit/xml/KrXmlText.h>
 
@@ -25,6 +25,7 @@ namespace
 {
 
 constexpr std::size_t kMaxFileSize = std::size_t{1} << 30;
+constexpr std::size_t kLongestPath = 4096;  ///< in a message
 constexpr std::size_t kMaxGzipRatio = 1100; ///< deflate's own bound is about 1032
 
 /// Thrown and caught in this file only; the text is the reason.
@@ -87,18 +88,9 @@ std::string trimmed(const std::string& text)
     return begin == std::string::npos ? std::string() : text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
 }
 
-/// Words out of a file, for a message: cut, and without what a terminal would act on.
-std::string cleaned(std::string text, std::size_t longest = Kr::Limits::kMessageName)
+std::string inQuotes(const std::string& text, std::size_t longest = Kr::Limits::kMessageName)
 {
-    text.resize(std::min(text.size(), longest));
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return text;
-}
-
-std::string inQuotes(const std::string& text)
-{
-    return "\"" + cleaned(text) + "\"";
+    return "\"" + KrText::oneLine(text, longest) + "\"";
 }
 
 std::string loadFile(const std::string& path)
@@ -106,15 +98,15 @@ std::string loadFile(const std::string& path)
     std::error_code error;
     const auto size = std::filesystem::is_regular_file(path, error) ? std::filesystem::file_size(path, error) : 0;
     if (error || size == 0) {
-        throw Trouble("\"" + cleaned(path, path.size()) + "\" is missing or empty");
+        throw Trouble(inQuotes(path, kLongestPath) + " is missing or empty");
     }
     if (size > kMaxFileSize) {
-        throw Trouble("\"" + cleaned(path, path.size()) + "\" is larger than 1 GiB");
+        throw Trouble(inQuotes(path, kLongestPath) + " is larger than 1 GiB");
     }
     std::string content(static_cast<std::size_t>(size), '\0');
     std::ifstream file(path, std::ios::binary);
     if (!file.read(&content[0], static_cast<std::streamsize>(content.size()))) {
-        throw Trouble("\"" + cleaned(path, path.size()) + "\" cannot be read");
+        throw Trouble(inQuotes(path, kLongestPath) + " cannot be read");
     }
     return content;
 }
@@ -449,7 +441,7 @@ Field readNrrd(const std::string& path, std::string_view content)
     const Header header = nrrdHeader(content);
     Field field;
     if (need(header, "dimension") != "3") {
-        throw Trouble("it has " + cleaned(header.at("dimension")) + " dimensions, not 3");
+        throw Trouble("it has " + KrText::oneLine(header.at("dimension")) + " dimensions, not 3");
     }
     setCounts(field, numbers(need(header, "sizes"), 3, "sizes"), 0.0);
     nrrdPlace(header, field);
@@ -540,7 +532,8 @@ Field readVtk(std::string_view content)
             std::string name, type, components = "1";
             words >> name >> type >> components;
             if (components != "1") {
-                throw Trouble("scalars " + inQuotes(name) + " have " + cleaned(components) + " components, not 1");
+                throw Trouble("scalars " + inQuotes(name) + " have " + KrText::oneLine(components) +
+                              " components, not 1");
             }
             setCounts(field, dimensions, field.isCorner[0] ? 1.0 : 0.0);
             // A table of colours may be named in the next line.
