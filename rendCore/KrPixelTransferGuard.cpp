@@ -105,3 +105,14 @@ KrPixelTransferGuard::~KrPixelTransferGuard()
         m_gl.glBindBuffer(kPixelUnpackBuffer, m_unpackBuffer);
     }
 }
+
+void KrPixelTransferGuard::resetUnpacking(const osg::GLExtensions& gl)
+{
+    if (gl.isPBOSupported) {
+        gl.glBindBuffer(kPixelUnpackBuffer, 0);
+    }
+    for (const GLenum store : {GLenum{GL_UNPACK_SKIP_ROWS}, GLenum{GL_UNPACK_SKIP_PIXELS}, kUnpackSkipImages,
+                               kUnpackImageHeight, GLenum{GL_UNPACK_SWAP_BYTES}, GLenum{GL_UNPACK_LSB_FIRST}}) {
+        glPixelStorei(store, 0);
+    }
+}

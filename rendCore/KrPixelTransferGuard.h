@@ -37,6 +37,9 @@ public:
     /// @param packBuffer  what is read goes into it; 0: into memory
     explicit KrPixelTransferGuard(const osg::GLExtensions& gl, int alignment = 1, unsigned int packBuffer = 0);
     ~KrPixelTransferGuard();
+    /// Has textures read from the memory that they are given, as in a new context. The scene graph sees to alignment
+    /// and row length alone; it is for the beginning of a frame, and puts nothing back.
+    static void resetUnpacking(const osg::GLExtensions& gl);
     KrPixelTransferGuard(const KrPixelTransferGuard&) = delete;
     KrPixelTransferGuard& operator=(const KrPixelTransferGuard&) = delete;
 

@@ -3,6 +3,7 @@
 #include <rendCore/KrContextRestorer.h>
 #include <rendCore/KrGuestFrame.h>
 #include <rendCore/KrMaterialProperties.h>
+#include <rendCore/KrPixelTransferGuard.h>
 #include <rendCore/KrRenderAxis.h>
 #include <rendCore/KrRenderStages.h>
 #include <rendCore/KrSGTexture.h>
@@ -13,6 +14,7 @@
 #include <toolkit/window/KrWindowImpl.h>
 
 #include <osg/CullFace>
+#include <osg/GLExtensions>
 #include <osg/Geode>
 #include <osg/LightModel>
 #include <osg/PolygonMode>
@@ -392,6 +394,14 @@ void forgetVertexArrays(osg::State& state)
     state.applyDisablingOfVertexAttributes();
 }
 
+/// What a callback of the frame before has left set would have textures read beyond their images.
+void resetUnpacking(const osg::State& state)
+{
+    if (const osg::GLExtensions* const gl = state.get<osg::GLExtensions>()) {
+        KrPixelTransferGuard::resetUnpacking(*gl);
+    }
+}
+
 } // namespace
 
 bool KrSGWindow::renderScene(bool swapBuffers)
@@ -411,6 +421,7 @@ bool KrSGWindow::renderScene(bool swapBuffers)
         const KrClientState::Visit visit(clientState(context), *this);
         context->setDefaultFboId(getImpl()->defaultFramebuffer());
         updateScene();
+        resetUnpacking(*context->getState());
         const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
         if (m_viewer == viewer && callback.valid()) {
             callback->render(viewer);

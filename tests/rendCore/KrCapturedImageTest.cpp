@@ -185,6 +185,37 @@ TEST_F(KrCapturedImageTest, EveryViewOfAWindowComesBackWhole)
     EXPECT_TRUE(std::equal(after.data(), after.data() + after.sizeInBytes(), before.data()));
 }
 
+/// Skips what a client's own textures skip.
+class OddUnpacking : public osg::Camera::DrawCallback
+{
+public:
+    void operator()(osg::RenderInfo&) const override
+    {
+        glPixelStorei(GL_UNPACK_SKIP_PIXELS, 17);
+        glPixelStorei(GL_UNPACK_SKIP_ROWS, 5);
+    }
+};
+
+TEST_F(KrCapturedImageTest, TexturesAreReadFromTheirOwnMemory)
+{
+    KrImage picture;
+    picture.allocate(3, 0, 64, 64);
+    for (std::size_t i = 0; i < picture.sizeInBytes(); ++i) {
+        picture.data()[i] = static_cast<unsigned char>(i % 192 / 2 + i / 192);
+    }
+    const auto shown = [&] {
+        EXPECT_TRUE(window.setImageBuffer(picture, false));
+        glPixelStorei(GL_PACK_ALIGNMENT, 1);
+        std::vector<unsigned char> pixels(std::size_t{63} * 47 * 3);
+        glReadPixels(0, 0, 63, 47, GL_RGB, GL_UNSIGNED_BYTE, pixels.data());
+        return pixels;
+    };
+    const std::vector<unsigned char> before = shown();
+    camera().addPostDrawCallback(new OddUnpacking);
+    ASSERT_TRUE(window.renderScene(false));
+    EXPECT_EQ(shown(), before);
+}
+
 /// Calls a function in the update of each frame.
 class InUpdate : public osg::NodeCallback
 {
