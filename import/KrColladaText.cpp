@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -310,6 +311,42 @@ bool Check::checkReaches()
     return true;
 }
 
+/// Which geometry of the file a tag is in, from 1; 0 outside.
+class GeometryCount
+{
+public:
+    std::size_t next(const Tags& tags)
+    {
+        const bool isEnd = tags.name() == "/geometry";
+        if (tags.name() == "geometry") {
+            m_current = ++m_last;
+        }
+        const std::size_t current = m_current;
+        m_current = isEnd || (tags.name() == "geometry" && tags.isEmptyElement()) ? 0 : m_current;
+        return tags.name() == "geometry" ? 0 : current; // its own name is known outside
+    }
+
+private:
+    std::size_t m_last = 0;
+    std::size_t m_current = 0;
+};
+
+/// The ids that stand in several geometries.
+std::set<std::string_view> sharedIds(std::string_view content)
+{
+    std::map<std::string_view, std::size_t> owners;
+    std::set<std::string_view> shared;
+    GeometryCount count;
+    for (Tags tags(content); tags.next();) {
+        const std::size_t geometry = count.next(tags);
+        const std::string_view id = tags.attribute("id");
+        if (geometry > 0 && !id.empty() && owners.emplace(id, geometry).first->second != geometry) {
+            shared.insert(id);
+        }
+    }
+    return shared;
+}
+
 bool isMotionLibrary(std::string_view name)
 {
     return name == "library_controllers" || name == "library_animations" || name == "library_animation_clips";
@@ -374,4 +411,43 @@ bool KrColladaText::dropMotion(std::string& content)
     result.append(content, copied, isSkipping ? 0 : std::string::npos);
     content = std::move(result);
     return true;
+}
+
+bool KrColladaText::separateIds(std::string& content)
+{
+    const std::set<std::string_view> shared = sharedIds(content);
+    if (shared.empty()) {
+        return false;
+    }
+    std::string result;
+    std::size_t copied = 0;
+    GeometryCount count;
+    for (Tags tags(content); tags.next();) {
+        const std::size_t geometry = count.next(tags);
+        std::vector<std::size_t> ends; // of the values that get longer, in either order
+        for (const char* const name : {"id", "source"}) {
+            const std::string_view value = tags.attribute(name);
+            if (geometry > 0 && !value.empty() && shared.count(referred(value)) > 0) {
+                ends.push_back(static_cast<std::size_t>(value.data() - content.data()) + value.size());
+            }
+        }
+        std::sort(ends.begin(), ends.end());
+        for (const std::size_t end : ends) {
+            result.append(content, copied, end - copied) += "-of-geometry-" + std::to_string(geometry);
+            copied = end;
+        }
+    }
+    result.append(content, copied, std::string::npos);
+    content = std::move(result);
+    return true;
+}
+
+std::string KrColladaText::upAxis(std::string_view content)
+{
+    for (Tags tags(content); tags.next();) {
+        if (tags.name() == "up_axis") {
+            return std::string(trimmed(tags.text()).substr(0, 10));
+        }
+    }
+    return "";
 }

@@ -16,4 +16,9 @@ public:
     /// Takes out what would move a mesh: animations, and skins, whose instances become instances of the mesh that they
     /// would bend. False, and no change, when there is nothing like that.
     static bool dropMotion(std::string& content);
+    /// Gives what several geometries call by one name names of its own: some exporters number from 0 in each of them.
+    /// @return whether anything was changed
+    static bool separateIds(std::string& content);
+    /// "Z_UP" and the like; empty where the file tells none.
+    static std::string upAxis(std::string_view content);
 };

@@ -2,10 +2,15 @@
 
 #include <toolkit/foundation/KrFileReplacement.h>
 #include <toolkit/foundation/KrJson.h>
+#include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/KrText.h>
 
 namespace
 {
+
+// A sentence with a few names and paths.
+constexpr std::size_t kMaxText = 1000;
 
 std::string jsonOf(const KrImportReport::Warning& warning)
 {
@@ -60,12 +65,13 @@ std::string counted(std::size_t count, const std::string& one, const std::string
 
 std::string missingText(const KrImportReport::Mesh& mesh)
 {
-    std::string text = "  link " + mesh.link + " / " + mesh.element + ": " + mesh.uri + "\n";
+    std::string text =
+        "  link " + KrText::oneLine(mesh.link) + " / " + mesh.element + ": " + KrText::oneLine(mesh.uri) + "\n";
     if (!mesh.path.empty()) {
-        return text + "    found, but not readable: " + mesh.path + "\n";
+        return text + "    found, but not readable: " + KrText::oneLine(mesh.path, kMaxText) + "\n";
     }
     for (const std::string& path : mesh.tried) {
-        text += "    tried " + path + "\n";
+        text += "    tried " + KrText::oneLine(path, kMaxText) + "\n";
     }
     return text;
 }
@@ -74,15 +80,23 @@ std::string missingText(const KrImportReport::Mesh& mesh)
 
 void KrImportReport::addWarning(const std::string& file, const std::string& element, const std::string& text)
 {
-    if (m_seen.insert(file + '\n' + element + '\n' + text).second) {
-        m_warnings.push_back({file, element, text});
+    if (m_warnings.size() > Kr::Limits::kWarnings) {
+        return;
+    }
+    const Warning warning{KrText::oneLine(file, Kr::Limits::kPathBytes), KrText::oneLine(element),
+                          KrText::oneLine(text, kMaxText)};
+    if (m_warnings.size() == Kr::Limits::kWarnings) {
+        m_warnings.push_back({warning.file, "", "there is more to warn of; no further warning is kept"});
+    } else if (m_seen.insert(warning.file + '\n' + warning.element + '\n' + warning.text).second) {
+        m_warnings.push_back(warning);
     }
 }
 
 std::string KrImportReport::text() const
 {
-    std::string text = "robot \"" + m_robot + "\" from " + m_file + "\n  " + counted(m_counts.links, "link") + ", " +
-                       counted(m_counts.joints, "joint") + " (" + std::to_string(m_counts.movableJoints) + " movable" +
+    std::string text = "robot \"" + KrText::oneLine(m_robot) + "\" from " + KrText::oneLine(m_file, kMaxText) + "\n  " +
+                       counted(m_counts.links, "link") + ", " + counted(m_counts.joints, "joint") + " (" +
+                       std::to_string(m_counts.movableJoints) + " movable" +
                        (m_counts.mimicJoints ? ", " + std::to_string(m_counts.mimicJoints) + " of them mimic" : "") +
                        ")\n  " + counted(m_counts.visuals, "visual") + ", " +
                        counted(m_counts.collisions, "collision") + ", " + counted(m_counts.triangles, "triangle") +

@@ -28,7 +28,7 @@ public:
         std::string uri;                ///< as the robot description gives it
         std::string path;               ///< the file it came from; empty when none was found
         std::string rule;               ///< how the path was found: "package folder", "relative to the file", ...
-        std::vector<std::string> tried; ///< every path that was tried, in that order, the one found last
+        std::vector<std::string> tried; ///< the paths that were tried, in that order, the one found last
         double unit = 1.0;              ///< metres per unit of length in the file
         KrVector scale = KrVector(1.0, 1.0, 1.0);
         std::size_t triangles = 0; ///< after degenerate ones were skipped
@@ -62,7 +62,8 @@ public:
     Counts& counts() { return m_counts; }
 
     const std::vector<Warning>& warnings() const { return m_warnings; }
-    /// A warning with the same file, element and text as an earlier one is not kept twice.
+    /// A warning with the same file, element and text as an earlier one is not kept twice. Each becomes short lines of
+    /// UTF-8, and Kr::Limits::kWarnings are kept.
     void addWarning(const std::string& file, const std::string& element, const std::string& text);
 
     const std::vector<Mesh>& meshes() const { return m_meshes; }

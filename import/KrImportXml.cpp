@@ -2,14 +2,14 @@
 
 #include <import/KrImportPath.h>
 
+#include <toolkit/foundation/KrText.h>
 #include <toolkit/xml/KrXmlText.h>
 
 #include <libxml/parser.h>
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
+#include <limits>
 
 namespace
 {
@@ -30,30 +30,28 @@ const char* plain(const xmlChar* text)
     return text ? reinterpret_cast<const char*>(text) : "";
 }
 
-bool load(const std::string& path, std::uintmax_t maxBytes, std::string& content, std::string& why)
+/// Whether the XML declaration names an encoding other than UTF-8.
+bool declaresEncoding(const std::string& content)
 {
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status)) {
-        why = "there is no such file";
-        return false;
-    }
-    if (!std::filesystem::is_regular_file(status) && !std::filesystem::is_fifo(status)) {
-        why = std::filesystem::is_directory(status) ? "it is a folder" : "it is neither a file nor a pipe";
-        return false;
-    }
-    std::ifstream stream(path, std::ios::binary);
-    std::vector<char> block(65536);
-    // In blocks: a pipe has no size.
-    while (stream.read(block.data(), static_cast<std::streamsize>(block.size())) || stream.gcount() > 0) {
-        content.append(block.data(), static_cast<std::size_t>(stream.gcount()));
-        if (content.size() > maxBytes) {
-            why = "it is larger than " + std::to_string(maxBytes >> 20) + " MiB";
-            return false;
-        }
-    }
-    if (!stream.eof() || stream.bad()) {
-        why = "it cannot be read";
+    const std::string declaration =
+        KrImportPath::toLower(content.substr(0, std::min<std::size_t>(content.find("?>"), 200)));
+    const std::size_t at = declaration.find("encoding");
+    return content.compare(0, 5, "<?xml") == 0 && at != std::string::npos &&
+           declaration.find("utf-8", at) == std::string::npos && declaration.find("utf8", at) == std::string::npos;
+}
+
+/// Starts with the byte order mark of UTF-16, either way.
+bool isWide(const std::string& content)
+{
+    return content.compare(0, 2, "\xFF\xFE") == 0 || content.compare(0, 2, "\xFE\xFF") == 0;
+}
+
+bool load(const std::string& path, KrImportFile::Kind kind, std::uint64_t maxBytes, std::string& content,
+          std::string& why)
+{
+    // The parser counts in int.
+    const std::uint64_t limit = std::min<std::uint64_t>(maxBytes, std::numeric_limits<int>::max() / 2);
+    if (!KrImportFile::read(path, kind, limit, content, why)) {
         return false;
     }
     // A blank line before the XML declaration is a common slip that parsers refuse.
@@ -68,7 +66,7 @@ std::string parserMessage(const xmlParserCtxt& parser)
     while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) {
         message.pop_back();
     }
-    return "it is no XML: line " + std::to_string(parser.lastError.line) + ": " + message;
+    return "it is no XML: line " + std::to_string(parser.lastError.line) + ": " + KrText::oneLine(message);
 }
 
 bool declaresEntities(const xmlDoc& document)
@@ -78,11 +76,18 @@ bool declaresEntities(const xmlDoc& document)
 
 } // namespace
 
-KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, std::uintmax_t maxBytes, std::string& why)
+KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, KrImportFile::Kind kind, std::uint64_t maxBytes,
+                                              std::string& why, bool* isForeign)
 {
     std::string content;
-    if (!load(path, maxBytes, content, why)) {
+    if (!load(path, kind, maxBytes, content, why)) {
         return nullptr;
+    }
+    if (!isWide(content) && !declaresEncoding(content) && !KrText::isUtf8(content)) {
+        content = KrText::utf8(content);
+        if (isForeign) {
+            *isForeign = true;
+        }
     }
     const UniqueParser parser(xmlNewParserCtxt());
     UniqueDocument document;

@@ -29,7 +29,8 @@ struct KrMeshData
     std::vector<KrVector> normals; ///< unit length
     std::vector<KrPlanarVector> textureCoordinates;
     std::vector<Group> groups;
-    double unit = 1.0; ///< metres per unit of length in the file; applied already
+    double unit = 1.0;  ///< metres per unit of length in the file; applied already
+    std::string upAxis; ///< "Z_UP" and the like, as the file declares it; not applied. Empty where it tells none
     std::vector<std::string> textures;
     std::vector<std::string> warnings; ///< one sentence each
 };

@@ -27,6 +27,7 @@ namespace
 {
 
 // Normals written with few digits are not exactly of unit length.
+constexpr std::size_t kMaxPath = 400; // in a message, bytes
 constexpr double kNormalTolerance = 0.01;
 
 /// Knows the files of a mesh source and no other: nothing on the disk is within the mesh library's reach.
@@ -215,6 +216,7 @@ private:
     std::map<std::string, std::size_t> m_colorGroups;              ///< by the colour of all vertices
     std::map<const aiMesh*, std::vector<std::uint32_t>> m_coordinates; ///< of texture, by vertex
     std::set<std::string> m_names;
+    std::map<std::string, unsigned int> m_numbers; ///< the next one to try, by name
 };
 
 bool Collector::run(bool trustMaterials, std::string& why)
@@ -241,10 +243,15 @@ void Collector::readLooks(bool trustMaterials)
         }
     }
     bool isAllClear = true;
+    bool hasForeignNames = false;
     for (unsigned int i = 0; i < m_scene.mNumMaterials; ++i) {
         m_looks.push_back(KrMeshLook::read(*m_scene.mMaterials[i]));
+        hasForeignNames = hasForeignNames || m_looks.back().hasForeignName;
         m_looks.back().isOwn = trustMaterials && !isFilledIn(i);
         isAllClear = isAllClear && (!used.count(i) || m_looks.back().opacity == 0.0);
+    }
+    if (hasForeignNames) {
+        warn("names of materials are no UTF-8; they are read as Latin-1");
     }
     // Exporters disagree whether 0 or 1 is opaque; a mesh that could not be seen at all was meant to be.
     for (KrMeshLook::Look& look : m_looks) {
@@ -436,26 +443,28 @@ void Collector::fillLook(const KrMeshLook::Look& look, bool hasCoordinates, KrMe
 void Collector::placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, KrDataMap& data)
 {
     std::vector<std::string> tried;
-    const std::string name = "texture \"" + look.texture.substr(0, 120) + "\"";
+    const std::string name = "texture \"" + KrText::oneLine(look.texture) + "\"";
     if (look.isEmbedded || m_scene.GetEmbeddedTexture(look.texture.c_str())) {
         warn(name + " lies inside the mesh file; only its material's colour is used");
-        return;
-    }
-    if (!hasCoordinates) {
-        warn(name + " is given for triangles without texture coordinates; only the colour is used");
         return;
     }
     const std::string image = KrMeshLook::findTexture(m_path, look.texture, tried);
     if (image.empty()) {
         std::string list;
         for (const std::string& path : tried) {
-            list += (list.empty() ? "" : ", ") + path;
+            list += (list.empty() ? "" : ", ") + KrText::oneLine(path, kMaxPath);
         }
         warn(name + " is missing; only the colour is used (tried " + list + ")");
         return;
     }
+    if (!hasCoordinates) {
+        const bool isMean = KrMeshLook::setMeanColor(data, image);
+        warn(name + " is given for triangles without texture coordinates; " +
+             (isMean ? "its mean colour is used" : "it cannot be read, and only the colour is used"));
+        return;
+    }
     if (image != tried.front()) {
-        warn(name + " is taken from " + image);
+        warn(name + " is taken from " + KrText::oneLine(image, kMaxPath));
     }
     KrMeshLook::setTexture(data, image);
     m_data.textures.push_back(image);
@@ -464,8 +473,9 @@ void Collector::placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, 
 std::string Collector::uniqueName(const std::string& name)
 {
     std::string unique = name;
-    for (unsigned int i = 2; !m_names.insert(unique).second; ++i) {
-        unique = name + " " + std::to_string(i);
+    while (!m_names.insert(unique).second) {
+        unsigned int& number = m_numbers.emplace(name, 2).first->second;
+        unique = name + " " + std::to_string(number++);
     }
     return unique;
 }
@@ -505,6 +515,10 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrImpo
         why = "a face uses a vertex that is not there";
         return false;
     }
+    if (scene && scene->mNumMaterials > Kr::Limits::kMeshMaterials + 2) { // the library adds some of its own
+        why = "it has more than " + std::to_string(Kr::Limits::kMeshMaterials) + " materials";
+        return false;
+    }
     if (scene && isTooManyCornered(*scene)) {
         why = "its polygons have too many corners";
         return false;
@@ -519,6 +533,7 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrImpo
     }
     KrMeshData read;
     read.warnings = source.warnings;
+    read.upAxis = source.upAxis;
     if (!Collector(*scene, source.format, path, options, read).run(source.trustMaterials, why)) {
         return false;
     }

@@ -2,7 +2,9 @@
 
 #include <import/KrImportPath.h>
 
+#include <toolkit/foundation/KrText.h>
 #include <toolkit/geometry/KrColor.h>
+#include <toolkit/image/KrImage.h>
 
 #include <assimp/GltfMaterial.h>
 #include <assimp/material.h>
@@ -10,12 +12,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace
 {
 
 // Files made for path tracers give highlights that burn a surface out under two lights.
 constexpr double kMaxSpecular = 0.5;
+constexpr std::size_t kMaxName = 200;
 constexpr double kMaxShininess = 128.0;
 
 double channel(float value)
@@ -80,6 +84,25 @@ bool diffuseTexture(const aiMaterial& material, std::string& file, unsigned int&
     return false;
 }
 
+/// Of red, green and blue, 0 to 1; white for an image that cannot be seen anywhere.
+KrColor meanOf(const KrImage& image)
+{
+    const unsigned int channels = image.channels();
+    const bool isGrey = channels < 3;
+    const bool hasOpacity = channels == 2 || channels == 4;
+    double sums[3] = {0.0, 0.0, 0.0};
+    double weights = 0.0;
+    const unsigned char* pixel = image.data();
+    for (std::size_t i = 0; i < image.sizeInBytes(); i += channels, pixel += channels) {
+        const double weight = hasOpacity ? pixel[channels - 1] : 255.0;
+        weights += 255.0 * weight;
+        for (unsigned int k = 0; k < 3; ++k) {
+            sums[k] += weight * pixel[isGrey ? 0 : k];
+        }
+    }
+    return weights > 0.0 ? KrColor(sums[0] / weights, sums[1] / weights, sums[2] / weights) : KrColor(1.0, 1.0, 1.0);
+}
+
 } // namespace
 
 KrMeshLook::Look KrMeshLook::read(const aiMaterial& material)
@@ -87,7 +110,8 @@ KrMeshLook::Look KrMeshLook::read(const aiMaterial& material)
     Look look;
     aiString name;
     material.Get(AI_MATKEY_NAME, name);
-    look.name = name.C_Str();
+    look.hasForeignName = !KrText::isUtf8(name.C_Str());
+    look.name = KrText::oneLine(name.C_Str(), kMaxName);
     const bool isTextured = diffuseTexture(material, look.texture, look.textureChannel);
     look.isEmbedded = isTextured && look.texture[0] == '*';
 
@@ -149,7 +173,7 @@ std::string KrMeshLook::findTexture(const std::string& meshPath, const std::stri
     const std::string folder = KrImportPath::directoryOf(KrImportPath::absolute(meshPath));
     const std::string last = KrImportPath::nameOf(file);
     std::vector<std::string> candidates;
-    if (file.empty() || last.empty()) {
+    if (file.empty() || last.empty() || file.size() > Kr::Limits::kPathBytes) {
         return "";
     }
     if (file[0] != '/') {
@@ -170,6 +194,26 @@ std::string KrMeshLook::findTexture(const std::string& meshPath, const std::stri
         }
     }
     return "";
+}
+
+bool KrMeshLook::setMeanColor(KrDataMap& data, const std::string& image)
+{
+    KrImage pixels;
+    if (!pixels.readFile(image, KrImage::TopRowFirst)) {
+        return false;
+    }
+    const KrColor mean = meanOf(pixels);
+    const std::pair<const char*, double> channels[] = {
+        {"Red", mean.red()}, {"Green", mean.green()}, {"Blue", mean.blue()}};
+    for (const char* const part : {"krAmbient", "krDiffuse"}) {
+        for (const auto& [channel, factor] : channels) {
+            double value = 0.0;
+            if (data.real(std::string(part) + channel, value)) {
+                data.setReal(std::string(part) + channel, value * factor);
+            }
+        }
+    }
+    return true;
 }
 
 void KrMeshLook::setTexture(KrDataMap& data, const std::string& image)

@@ -15,7 +15,8 @@ class KrMeshLook
 public:
     struct Look
     {
-        std::string name;  ///< as in the file; may be empty
+        std::string name;            ///< as in the file; may be empty
+        bool hasForeignName = false; ///< it was no UTF-8; it is read as Latin-1
         bool isOwn = true; ///< false for what a reader fills in where the file says nothing; `read` cannot tell
         KrDataMap data;    ///< ambient, diffuse, specular, emission, shininess
         double opacity = 1.0;
@@ -35,6 +36,10 @@ public:
     /// @return empty when there is none
     static std::string findTexture(const std::string& meshPath, const std::string& name,
                                    std::vector<std::string>& tried);
+    /// Multiplies the look's ambient and diffuse colour by the mean colour of an image, for surfaces that cannot bear
+    /// it: each pixel counts by its opacity.
+    /// @return false, after one message, and no change for an image that cannot be read
+    static bool setMeanColor(KrDataMap& data, const std::string& image);
     /// Makes `image` the texture of a look; its colours are multiplied by the look's.
     static void setTexture(KrDataMap& data, const std::string& image);
 };

@@ -246,6 +246,8 @@ bool Source::readOther(std::string&& content, std::string& why)
     const bool isDae = m_result.format == Format::Dae;
     if (isDae) {
         KrColladaText::dropMotion(content);
+        KrColladaText::separateIds(content);
+        m_result.upAxis = KrColladaText::upAxis(content);
     }
     if (!KrMeshPlausibility::check(content, m_result.format, why)) {
         return false;

@@ -23,6 +23,7 @@ struct KrMeshSource
     Format format = Format::Stl;
     std::string main;                         ///< the name in `files` to begin with
     std::map<std::string, std::string> files; ///< content by name: the mesh and its side files
+    std::string upAxis;                       ///< "Z_UP" and the like; empty where the file tells none
     bool trustMaterials = true;               ///< false when the file that defines them is not there
     std::vector<std::string> warnings;        ///< one sentence each
 

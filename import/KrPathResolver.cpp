@@ -17,10 +17,15 @@ constexpr std::size_t kGuessLevels = 6;
 constexpr std::size_t kMaxLevels = 64;
 constexpr std::size_t kMaxWalkDepth = 8;
 constexpr std::size_t kMaxWalkEntries = 20000;
+constexpr std::size_t kMaxListings = 200;
+// The last parts of a path that are tried; longer ones cost more and tell no more.
+constexpr std::size_t kMaxTails = 16;
+// Of the paths that are kept for the report, over all names of a description.
+constexpr std::size_t kMaxTriedBytes = std::size_t{16} << 20;
 constexpr std::uintmax_t kMaxManifestBytes = 1u << 20;
 
 // Best first: formats with materials before those without.
-const char* const kMeshFormats[] = {"dae", "obj", "glb", "gltf", "stl", "ply", "fbx", "3ds", "off", "x3d"};
+const char* const kMeshFormats[] = {"dae", "obj", "glb", "gltf", "stl", "ply", "off"};
 // Folders of these names hold one kind of file of a description that begins above them.
 const char* const kInnerFolders[] = {"urdf", "urdfs", "robot", "robots", "xacro", "sdf", "description"};
 const char* const kMeshFolders[] = {"meshes", "mesh", "visual", "collision"};
@@ -106,6 +111,11 @@ const KrPathResolver::Found& KrPathResolver::findImage(const std::string& uri)
 
 const KrPathResolver::Found& KrPathResolver::find(const std::string& uri, Kind kind)
 {
+    static const Found none;
+    // No file has such a name, and a search would take ever longer.
+    if (uri.size() > Kr::Limits::kPathBytes || uri.find('\0') != std::string::npos) {
+        return none;
+    }
     const auto [place, isNew] = m_found.emplace(std::make_pair(kind, uri), Found());
     Found& found = place->second;
     const Request request = parse(uri);
@@ -120,6 +130,7 @@ const KrPathResolver::Found& KrPathResolver::find(const std::string& uri, Kind k
     if (!direct && !findInBundle(request, kind, found)) {
         findElsewhere(request, found);
     }
+    m_tried.clear();
     return found;
 }
 
@@ -151,13 +162,16 @@ KrPathResolver::Request KrPathResolver::parse(const std::string& uri)
     return request;
 }
 
-bool KrPathResolver::attempt(const std::string& path, const std::string& rule, Found& found) const
+bool KrPathResolver::attempt(const std::string& path, const std::string& rule, Found& found)
 {
     for (const std::string& candidate : {path, KrImportPath::percentDecoded(path)}) {
-        if (std::find(found.tried.begin(), found.tried.end(), candidate) != found.tried.end()) {
+        if (!m_tried.insert(candidate).second) {
             continue;
         }
-        found.tried.push_back(candidate);
+        m_triedBytes += candidate.size();
+        if (m_triedBytes <= kMaxTriedBytes) {
+            found.tried.push_back(candidate);
+        }
         if (KrImportPath::isFile(candidate)) {
             found.path = candidate;
             found.rule = rule;
@@ -167,7 +181,7 @@ bool KrPathResolver::attempt(const std::string& path, const std::string& rule, F
     return false;
 }
 
-bool KrPathResolver::findPlain(const Request& request, Found& found) const
+bool KrPathResolver::findPlain(const Request& request, Found& found)
 {
     if (request.isElsewhere) {
         return false;
@@ -179,7 +193,7 @@ bool KrPathResolver::findPlain(const Request& request, Found& found) const
            attempt(KrImportPath::join(m_above[0].path, request.path), "relative to the description", found);
 }
 
-bool KrPathResolver::findPackage(const std::string& package, const std::string& rest, Found& found) const
+bool KrPathResolver::findPackage(const std::string& package, const std::string& rest, Found& found)
 {
     for (const Folder& folder : m_above) {
         if (folder.name == package &&
@@ -220,11 +234,14 @@ bool KrPathResolver::findInBundle(const Request& request, Kind kind, Found& foun
     return false;
 }
 
-bool KrPathResolver::findTail(const Request& request, Found& found) const
+bool KrPathResolver::findTail(const Request& request, Found& found)
 {
     std::vector<std::string> parts = KrImportPath::components(request.path);
     const bool isRest = !request.package.empty() || (!request.isElsewhere && request.path[0] != '/');
     for (std::size_t first = 0; first < parts.size(); ++first) {
+        if (first > 0 && parts.size() - first > kMaxTails) {
+            continue;
+        }
         // The whole rest of a path may be a bare file name; a shorter tail is folder and file at least.
         const bool whole = first == 0 && isRest;
         if (!whole && parts.size() - first < 2) {
@@ -248,13 +265,17 @@ bool KrPathResolver::findOtherFormat(Found& found)
 {
     const std::vector<std::string> tried = found.tried;
     for (const std::string& path : tried) {
-        const std::string stem = KrImportPath::toLower(KrImportPath::stemOf(path));
+        const Listing& listing = listingOf(KrImportPath::directoryOf(path));
+        const auto names = listing.find(KrImportPath::toLower(KrImportPath::stemOf(path)));
+        if (names == listing.end()) {
+            continue;
+        }
         const std::string wanted = KrImportPath::extensionOf(path);
         std::string best;
         std::size_t bestPlace = std::size(kMeshFormats) + 1;
-        for (const std::string& name : KrImportPath::entries(KrImportPath::directoryOf(path), kMaxWalkEntries)) {
+        for (const std::string& name : names->second) {
             const std::size_t place = formatPlace(KrImportPath::extensionOf(name), wanted);
-            if (place < bestPlace && KrImportPath::toLower(KrImportPath::stemOf(name)) == stem) {
+            if (place < bestPlace) {
                 best = name;
                 bestPlace = place;
             }
@@ -265,6 +286,20 @@ bool KrPathResolver::findOtherFormat(Found& found)
         }
     }
     return false;
+}
+
+const KrPathResolver::Listing& KrPathResolver::listingOf(const std::string& folder)
+{
+    if (m_listings.size() > kMaxListings) {
+        m_listings.clear();
+    }
+    const auto [place, isNew] = m_listings.emplace(folder, Listing());
+    if (isNew) {
+        for (const std::string& name : KrImportPath::entries(folder, kMaxWalkEntries)) {
+            place->second[KrImportPath::toLower(KrImportPath::stemOf(name))].push_back(name);
+        }
+    }
+    return place->second;
 }
 
 bool KrPathResolver::findElsewhere(const Request& request, Found& found)
@@ -356,7 +391,8 @@ std::string KrPathResolver::packageNameIn(const std::string& folder)
 {
     const std::string manifest = KrImportPath::join(folder, "package.xml");
     std::string why;
-    const KrImportXml::UniqueDocument document = KrImportXml::read(manifest, kMaxManifestBytes, why);
+    const KrImportXml::UniqueDocument document =
+        KrImportXml::read(manifest, KrImportFile::Kind::Regular, kMaxManifestBytes, why);
     xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
     xmlNode* const name = root ? KrImportXml::child(*root, "name") : nullptr;
     return name ? KrImportXml::textOf(*name) : "";

@@ -3,6 +3,7 @@
 #include <import/KrImportOptions.h>
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,13 +29,14 @@ public:
         std::string path; ///< absolute; empty when nothing was found
         std::string rule; ///< for a person: "folder above of the package's name"
         bool isGuess = false;
-        std::vector<std::string> tried; ///< every path tried, in that order, each once
+        std::vector<std::string> tried; ///< paths tried, in that order, each once; the last one is what was found
     };
 
     /// @param description  the robot description's own path; need not exist
     KrPathResolver(const std::string& description, const KrImportOptions& options);
 
-    /// @param uri  package://, model://, file://, absolute or relative; a "%20" may stand for a space
+    /// @param uri  package://, model://, file://, absolute or relative; a "%20" may stand for a space. One longer than
+    ///             Kr::Limits::kPathBytes is not searched for: nothing is found, and nothing tried
     /// @return borrowed until the resolver goes
     const Found& findMesh(const std::string& uri);
     /// The same search without the step to other mesh formats.
@@ -56,12 +58,14 @@ private:
 
     const Found& find(const std::string& uri, Kind kind);
     static Request parse(const std::string& uri);
-    bool attempt(const std::string& path, const std::string& rule, Found& found) const;
-    bool findPlain(const Request& request, Found& found) const;
-    bool findPackage(const std::string& package, const std::string& rest, Found& found) const;
+    bool attempt(const std::string& path, const std::string& rule, Found& found);
+    bool findPlain(const Request& request, Found& found);
+    bool findPackage(const std::string& package, const std::string& rest, Found& found);
     bool findInBundle(const Request& request, Kind kind, Found& found);
-    bool findTail(const Request& request, Found& found) const;
+    bool findTail(const Request& request, Found& found);
     bool findOtherFormat(Found& found);
+    using Listing = std::map<std::string, std::vector<std::string>>; ///< names of files by stem in lower case
+    const Listing& listingOf(const std::string& folder);
     bool findElsewhere(const Request& request, Found& found);
 
     bool isOutside(const std::string& folder) const;
@@ -74,4 +78,7 @@ private:
     std::string m_home;
     std::map<std::string, std::vector<Folder>> m_walked;
     std::map<std::pair<Kind, std::string>, Found> m_found;
+    std::map<std::string, Listing> m_listings; ///< by folder
+    std::set<std::string> m_tried;             ///< for the name in hand
+    std::size_t m_triedBytes = 0;              ///< for all names
 };

@@ -4,6 +4,7 @@
 #include <import/KrUrdfReader.h>
 
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/KrText.h>
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <exception>
@@ -11,12 +12,14 @@
 namespace
 {
 
+constexpr std::size_t kMaxPath = 1000; // in a message, bytes
+
 bool readRobot(const std::string& path, const KrImportOptions& options, KrStatedSystem& system, KrImportReport& report,
                std::string& why)
 {
     KrUrdfMender::Mended mended;
     KrIndividualManipulator manipulator;
-    if (!KrUrdfMender::mend(path, mended, report, why) ||
+    if (!KrUrdfMender::mend(path, options, mended, report, why) ||
         !KrUrdfReader::read(mended, path, options, manipulator, report, why)) {
         return false;
     }
@@ -42,7 +45,7 @@ bool KrRobotImporter::readFile(const std::string& path, const KrImportOptions& o
     }
     if (!ok) {
         Kr::Print::instance()->write(Kr::Print::Warning, "KrRobotImporter::readFile - no robot in %s: %s.\n",
-                                     path.c_str(), why.c_str());
+                                     KrText::oneLine(path, kMaxPath).c_str(), KrText::oneLine(why, kMaxPath).c_str());
     }
     return ok;
 }

@@ -2,6 +2,8 @@
 
 #include <import/KrImportXml.h>
 
+#include <toolkit/foundation/KrText.h>
+
 #include <algorithm>
 
 KrUrdfMaterials::KrUrdfMaterials(Warn warn, std::set<std::string> reserved)
@@ -56,7 +58,7 @@ std::string KrUrdfMaterials::use(const xmlNode& material, const std::string& ele
     }
     const bool isBad = KrImportXml::child(material, "color") || KrImportXml::child(material, "texture");
     if (!name.empty() && !isBad) {
-        m_warn(element, "material \"" + name + "\" is not defined");
+        m_warn(element, "material \"" + KrText::oneLine(name) + "\" is not defined");
     }
     return "";
 }
@@ -91,7 +93,7 @@ std::string KrUrdfMaterials::colorOf(const xmlNode& color, const std::string& el
     KrImportXml::attribute(color, "rgba", text);
     if (!KrImportXml::numbers(text, rgba) || (rgba.size() != 3 && rgba.size() != 4)) {
         if (!element.empty()) {
-            m_warn(element, "the colour \"" + text + "\" is not four numbers; it is left out");
+            m_warn(element, "the colour \"" + KrText::oneLine(text, 60) + "\" is not four numbers; it is left out");
         }
         return "";
     }
@@ -100,7 +102,8 @@ std::string KrUrdfMaterials::colorOf(const xmlNode& color, const std::string& el
     const bool isByte = *std::max_element(rgba.begin(), rgba.begin() + 3) > 1.01;
     const bool isOutside = highest > 1.0 || *std::min_element(rgba.begin(), rgba.end()) < 0.0;
     if (isOutside && !element.empty()) {
-        m_warn(element, "the colour \"" + text + "\" is outside [0, 1]; " + (isByte ? "read as bytes" : "cut off"));
+        m_warn(element, "the colour \"" + KrText::oneLine(text, 60) + "\" is outside [0, 1]; " +
+                            (isByte ? "read as bytes" : "cut off"));
     }
     std::string written;
     for (std::size_t i = 0; i < 4; ++i) {
@@ -116,8 +119,9 @@ std::string KrUrdfMaterials::key(const std::string& name, const std::string& loo
     if (isNew) {
         const std::string base = name.empty() ? "unnamed" : name;
         std::string key = base;
-        for (unsigned int i = 2; !m_taken.insert(key).second; ++i) {
-            key = base + " " + std::to_string(i);
+        while (!m_taken.insert(key).second) {
+            unsigned int& number = m_numbers.emplace(base, 2).first->second;
+            key = base + " " + std::to_string(number++);
         }
         place->second = key;
         m_written.emplace_back(key, look);

@@ -38,6 +38,7 @@ private:
 
     Warn m_warn;
     std::set<std::string> m_taken;
+    std::map<std::string, unsigned int> m_numbers;                     ///< the next one to try, by name
     std::map<std::string, std::string> m_defined;                      ///< look by the description's name
     std::map<std::pair<std::string, std::string>, std::string> m_keys; ///< our name by theirs and look
     std::vector<std::pair<std::string, std::string>> m_written;        ///< our name and look, as given out

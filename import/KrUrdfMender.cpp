@@ -5,6 +5,8 @@
 #include <import/KrUrdfMaterials.h>
 #include <import/KrUrdfReader.h>
 
+#include <toolkit/foundation/KrText.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -13,10 +15,8 @@
 namespace
 {
 
-constexpr std::uintmax_t kMaxBytes = 64u << 20;
-// Far above any robot; what follows walks the tree by recursion.
-constexpr std::size_t kMaxLinks = 10000;
-constexpr std::size_t kMaxDepth = 500;
+constexpr double kLongAxis = 1e6;
+constexpr std::size_t kMaxNames = 20; // of macros in one message
 
 /// One joint on its way to the mended text.
 struct Joint
@@ -61,12 +61,13 @@ bool isXacro(const xmlNode& node)
            (node.ns && node.ns->prefix && space.find("xacro") != std::string::npos);
 }
 
-// The parser bounds how deep elements nest.
-void countXacro(const xmlNode& node, XacroRest& rest)
+void countXacroHere(const xmlNode& node, XacroRest& rest)
 {
     if (isXacro(node)) {
         ++rest.elements;
-        rest.names.insert(KrImportXml::nameOf(node));
+        if (rest.names.size() < kMaxNames) {
+            rest.names.insert(KrText::oneLine(KrImportXml::nameOf(node)));
+        }
     }
     for (const xmlAttr* attribute = node.properties; attribute; attribute = attribute->next) {
         const xmlNode* const value = attribute->children;
@@ -74,9 +75,20 @@ void countXacro(const xmlNode& node, XacroRest& rest)
             ++rest.expressions;
         }
     }
-    for (const xmlNode* child = node.children; child; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE) {
-            countXacro(*child, rest);
+}
+
+/// Of `root` and all elements inside it.
+void countXacro(const xmlNode& root, XacroRest& rest)
+{
+    std::vector<const xmlNode*> stack{&root};
+    while (!stack.empty()) {
+        const xmlNode& node = *stack.back();
+        stack.pop_back();
+        countXacroHere(node, rest);
+        for (const xmlNode* child = node.children; child; child = child->next) {
+            if (child->type == XML_ELEMENT_NODE) {
+                stack.push_back(child);
+            }
         }
     }
 }
@@ -104,9 +116,10 @@ bool isTooFar(double value)
 class Mender
 {
 public:
-    Mender(const xmlNode& robot, const std::string& file, KrImportReport& report)
+    Mender(const xmlNode& robot, const std::string& file, const KrImportOptions& options, KrImportReport& report)
         : m_robot(robot)
         , m_file(file)
+        , m_options(options)
         , m_report(report)
         , m_materials([this](const std::string& element, const std::string& text) { warn(element, text); },
                       {KrUrdfReader::standInMaterial()})
@@ -137,6 +150,7 @@ private:
     bool readJoint(const xmlNode& node, Joint& joint);
     std::string axisText(const xmlNode& node, const std::string& element);
     std::string limitText(const xmlNode& node, const std::string& element, std::string& type);
+    void end(const xmlNode& limit, const char* name, const std::string& element, double& result);
     void readMimic(const xmlNode& node, const std::string& element, Joint& joint);
     std::string endOf(const xmlNode& node, const char* name);
 
@@ -150,6 +164,7 @@ private:
 
     const xmlNode& m_robot;
     std::string m_file;
+    const KrImportOptions& m_options;
     KrImportReport& m_report;
     KrUrdfMaterials m_materials;
     std::vector<std::string> m_linkNames;       ///< in the order of the description
@@ -173,16 +188,16 @@ bool Mender::run(KrUrdfMender::Mended& mended, std::string& why)
         return false;
     }
     if (!readJoints()) {
-        why = "it has too many joints";
+        why = "it has too many joints; " + std::to_string(m_options.maxLinks) + " are read";
         return false;
     }
     addMissingLinks();
-    if (m_links.size() > kMaxLinks) {
-        why = "it has too many links";
+    if (m_links.size() > m_options.maxLinks) {
+        why = "it has too many links; " + std::to_string(m_options.maxLinks) + " are read";
         return false;
     }
     if (!cutToTree() || isTooDeep()) {
-        why = "its links form a chain of more than " + std::to_string(kMaxDepth);
+        why = "its links form a chain of more than " + std::to_string(m_options.maxChain);
         return false;
     }
     joinRoots();
@@ -210,11 +225,15 @@ bool Mender::values(const xmlNode& node, const char* name, std::size_t count, co
     }
     std::vector<double> read;
     if (KrImportXml::numbers(text, read) && read.size() == count) {
-        result = read;
-        return true;
+        if (std::none_of(read.begin(), read.end(), isTooFar)) {
+            result = read;
+            return true;
+        }
+        warn(element, std::string(name) + " \"" + KrText::oneLine(text, 60) + "\" is too large; it is left out");
+        return false;
     }
     if (!isExpression(text)) {
-        warn(element, std::string(name) + " \"" + text.substr(0, 60) + "\" is not " +
+        warn(element, std::string(name) + " \"" + KrText::oneLine(text, 60) + "\" is not " +
                           (count == 1 ? "a number" : std::to_string(count) + " numbers") + "; it is left out");
     }
     return false;
@@ -232,7 +251,7 @@ std::string Mender::robotName()
 {
     std::string name;
     if (!KrImportXml::attribute(m_robot, "name", name) || name.empty()) {
-        name = KrImportPath::stemOf(m_file);
+        name = KrText::utf8(KrImportPath::stemOf(m_file));
         warn("robot", "it has no name; \"" + name + "\" is taken from the file");
     }
     m_report.setRobot(name);
@@ -275,11 +294,7 @@ std::string Mender::originText(const xmlNode& owner, const std::string& element)
         if (!origin || !values(*origin, name, 3, element + " / origin", read)) {
             continue;
         }
-        if (std::any_of(read.begin(), read.end(), isTooFar)) {
-            warn(element + " / origin", std::string(name) + " is too large to be drawn; it is left out");
-        } else {
-            text += std::string(" ") + name + "=\"" + joined(read) + "\"";
-        }
+        text += std::string(" ") + name + "=\"" + joined(read) + "\"";
     }
     return text.empty() ? "" : "<origin" + text + "/>\n";
 }
@@ -337,6 +352,9 @@ std::string Mender::geometryText(const xmlNode& shape, const std::string& link, 
     if (const xmlNode* box = form("box")) {
         std::vector<double> edges;
         if (values(*box, "size", 3, element, edges)) {
+            if (std::any_of(edges.begin(), edges.end(), [](double edge) { return edge < 0.0; })) {
+                warn(element, "its size is negative; it is taken without the sign");
+            }
             std::for_each(edges.begin(), edges.end(), [](double& edge) { edge = std::abs(edge); });
             return "<box size=\"" + joined(edges) + "\"/>";
         }
@@ -368,7 +386,7 @@ std::string Mender::meshText(const xmlNode& mesh, const std::string& element)
     std::vector<double> scale;
     if (KrImportXml::attribute(mesh, "scale", text) &&
         (!KrImportXml::numbers(text, scale) || (scale.size() != 1 && scale.size() != 3))) {
-        warn(element, "the scale \"" + text.substr(0, 60) + "\" is neither one nor three numbers; 1 is taken");
+        warn(element, "the scale \"" + KrText::oneLine(text, 60) + "\" is neither one nor three numbers; 1 is taken");
         scale.clear();
     }
     if (scale.size() == 1) {
@@ -381,6 +399,9 @@ std::string Mender::meshText(const xmlNode& mesh, const std::string& element)
 bool Mender::size(const xmlNode& shape, const char* name, const std::string& element, double& result)
 {
     const bool ok = value(shape, name, element, result);
+    if (ok && result < 0.0) {
+        warn(element, std::string("its ") + name + " is negative; it is taken without the sign");
+    }
     result = std::abs(result);
     return ok;
 }
@@ -389,7 +410,7 @@ bool Mender::size(const xmlNode& shape, const char* name, const std::string& ele
 bool Mender::readJoints()
 {
     const std::vector<xmlNode*> nodes = KrImportXml::children(m_robot, "joint");
-    if (nodes.size() > kMaxLinks) {
+    if (nodes.size() > m_options.maxLinks) {
         return false;
     }
     std::set<std::string> names;
@@ -459,9 +480,14 @@ std::string Mender::axisText(const xmlNode& node, const std::string& element)
     if (!axis || !values(*axis, "xyz", 3, element + " / axis", xyz)) {
         return "";
     }
-    if (!(std::hypot(xyz[0], xyz[1], xyz[2]) > 0.0)) {
+    const double length = std::hypot(xyz[0], xyz[1], xyz[2]);
+    if (!(length > 0.0)) {
         warn(element + " / axis", "it has no direction; the x axis is taken");
         return "";
+    }
+    // Very long and very short ones have squares that are no numbers.
+    if (length > kLongAxis || length < 1.0 / kLongAxis) {
+        std::for_each(xyz.begin(), xyz.end(), [length](double& part) { part /= length; });
     }
     return "<axis xyz=\"" + joined(xyz) + "\"/>\n";
 }
@@ -483,8 +509,8 @@ std::string Mender::limitText(const xmlNode& node, const std::string& element, s
             return "";
         }
     } else {
-        value(*limit, "lower", element + " / limit", lower);
-        value(*limit, "upper", element + " / limit", upper);
+        end(*limit, "lower", element + " / limit", lower);
+        end(*limit, "upper", element + " / limit", upper);
         const bool hasEffort = value(*limit, "effort", element + " / limit", effort);
         const bool hasVelocity = value(*limit, "velocity", element + " / limit", velocity);
         if (!hasEffort || !hasVelocity) {
@@ -495,12 +521,33 @@ std::string Mender::limitText(const xmlNode& node, const std::string& element, s
                                            "; 0 is taken");
         }
     }
+    if (effort < 0.0 || velocity < 0.0) {
+        warn(element + " / limit", "its effort or velocity is negative; it is taken without the sign");
+        effort = std::abs(effort);
+        velocity = std::abs(velocity);
+    }
     if (lower > upper) {
         warn(element + " / limit", "the lower limit is above the upper one; they are exchanged");
         std::swap(lower, upper);
     }
     return "<limit" + attributeText("lower", lower) + attributeText("upper", upper) + attributeText("effort", effort) +
            attributeText("velocity", velocity) + "/>\n";
+}
+
+/// Of a joint's range. Far ones are common where no limit is meant: they stay as far as numbers go.
+void Mender::end(const xmlNode& limit, const char* name, const std::string& element, double& result)
+{
+    constexpr double kFarthest = std::numeric_limits<float>::max();
+    std::string text;
+    std::vector<double> read;
+    if (KrImportXml::attribute(limit, name, text) && KrImportXml::numbers(text, read) && read.size() == 1 &&
+        isTooFar(read[0])) {
+        result = std::clamp(read[0], -kFarthest, kFarthest);
+        warn(element, std::string(name) + " \"" + KrText::oneLine(text, 60) + "\" is out of reach; " +
+                          KrImportXml::text(result) + " is taken");
+        return;
+    }
+    value(limit, name, element, result);
 }
 
 void Mender::readMimic(const xmlNode& node, const std::string& element, Joint& joint)
@@ -540,7 +587,7 @@ bool Mender::cutToTree()
     for (const Joint& joint : m_joints) {
         std::string above = joint.parent;
         for (std::size_t depth = 0; above != joint.child && m_parents.count(above); ++depth) {
-            if (depth > kMaxDepth) {
+            if (depth > m_options.maxChain) {
                 return false;
             }
             above = m_parents[above];
@@ -653,7 +700,7 @@ bool Mender::isTooDeep() const
     for (const std::string& name : m_linkNames) {
         std::size_t depth = 0;
         for (auto above = m_parents.find(name); above != m_parents.end(); above = m_parents.find(above->second)) {
-            if (++depth > kMaxDepth) {
+            if (++depth > m_options.maxChain) {
                 return true;
             }
         }
@@ -670,16 +717,22 @@ std::string Mender::jointText(const Joint& joint) const
 
 } // namespace
 
-bool KrUrdfMender::mend(const std::string& path, Mended& mended, KrImportReport& report, std::string& why)
+bool KrUrdfMender::mend(const std::string& path, const KrImportOptions& options, Mended& mended, KrImportReport& report,
+                        std::string& why)
 {
-    const KrImportXml::UniqueDocument document = KrImportXml::read(path, kMaxBytes, why);
+    bool isForeign = false;
+    const KrImportXml::UniqueDocument document =
+        KrImportXml::read(path, KrImportFile::Kind::RegularOrPipe, options.maxRobotBytes, why, &isForeign);
     const xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
     if (!root) {
         return false;
     }
     if (KrImportXml::nameOf(*root) != "robot") {
-        why = "its first element is <" + KrImportXml::nameOf(*root).substr(0, 60) + ">, not <robot>";
+        why = "its first element is <" + KrText::oneLine(KrImportXml::nameOf(*root), 60) + ">, not <robot>";
         return false;
     }
-    return Mender(*root, path, report).run(mended, why);
+    if (isForeign) {
+        report.addWarning(path, "robot", "it is no UTF-8; it is read as Latin-1");
+    }
+    return Mender(*root, path, options, report).run(mended, why);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <import/KrImportOptions.h>
 #include <import/KrImportReport.h>
 
 #include <map>
@@ -26,5 +27,6 @@ public:
     /// @param mended  written on success only
     /// @param why     on failure one clause that says what is wrong, with the line where there is one
     /// @return false when there is no robot in the file
-    static bool mend(const std::string& path, Mended& mended, KrImportReport& report, std::string& why);
+    static bool mend(const std::string& path, const KrImportOptions& options, Mended& mended, KrImportReport& report,
+                     std::string& why);
 };

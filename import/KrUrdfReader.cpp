@@ -1,11 +1,13 @@
 #include <import/KrUrdfReader.h>
 
+#include <import/KrImportPath.h>
 #include <import/KrImportXml.h>
 #include <import/KrMeshBuilder.h>
 #include <import/KrMeshFile.h>
 #include <import/KrMeshLook.h>
 #include <import/KrPathResolver.h>
 
+#include <toolkit/foundation/KrText.h>
 #include <toolkit/geometry/KrBoxPhysicalExtent.h>
 #include <toolkit/geometry/KrCapsulePhysicalExtent.h>
 #include <toolkit/geometry/KrColor.h>
@@ -28,6 +30,7 @@ namespace
 using ExtentPointer = boost::shared_ptr<KrBasePhysicalExtent>;
 
 constexpr double kStandInSize = 0.05; // m
+constexpr std::size_t kMaxPath = 400; // in a message, bytes
 
 /// Keeps what the parser says from the terminal while it lives.
 class ParserMessages : public console_bridge::OutputHandler
@@ -187,7 +190,10 @@ private:
     void readMaterials();
     void setTexture(const std::string& element, const std::string& uri, KrDataMap& look);
     void countMovables();
+    using Pair = std::pair<const urdf::Link*, KrManipulatorLink*>;
+    void readLinks();
     void readLink(const urdf::Link& source, KrManipulatorLink& link);
+    std::vector<Pair> addChildren(const urdf::Link& source, KrManipulatorLink& link);
     void readVisuals(const urdf::Link& source, KrManipulatorLink& link);
     void readCollisions(const urdf::Link& source, KrManipulatorLink& link);
     ExtentPointer extentOf(const urdf::Geometry& geometry, const Element& element);
@@ -212,14 +218,15 @@ private:
     std::map<std::string, KrMeshBuilder::Result> m_shared;
     std::set<std::string> m_textures;
     std::size_t m_hiddenCollisions = 0;
-    std::vector<std::string> m_impossible; ///< links whose mass properties no body has
+    std::vector<std::string> m_lyingMeshes; ///< files that declare another up axis than z
+    std::vector<std::string> m_impossible;  ///< links whose mass properties no body has
 };
 
 void Reader::run()
 {
     readMaterials();
     countMovables();
-    readLink(*m_model.getRoot(), m_manipulator);
+    readLinks();
     if (m_hiddenCollisions > 0) {
         warn("robot", "the collision geometry of " + std::to_string(m_hiddenCollisions) +
                           " links without a visible shape is left out");
@@ -229,6 +236,12 @@ void Reader::run()
              "no body has these mass properties" +
                  (m_impossible.size() > 1 ? ", nor those of " + std::to_string(m_impossible.size() - 1) + " more links"
                                           : std::string()));
+    }
+    if (!m_lyingMeshes.empty()) {
+        const std::size_t others = m_lyingMeshes.size() - 1;
+        warn("robot", KrText::oneLine(m_lyingMeshes[0]) +
+                          (others == 0 ? " declares" : " and " + std::to_string(others) + " more mesh files declare") +
+                          " another up axis than z; coordinates are taken as they stand, as robot descriptions expect");
     }
     if (m_report.counts().triangles == 0) {
         warn("robot", "nothing to draw: no visible shape has a surface");
@@ -256,11 +269,12 @@ void Reader::setTexture(const std::string& element, const std::string& uri, KrDa
 {
     const KrPathResolver::Found& found = m_resolver.findImage(uri);
     if (found.path.empty()) {
-        warn(element, "texture \"" + uri + "\" is missing; only the colour is used");
+        warn(element, "texture \"" + KrText::oneLine(uri) + "\" is missing; only the colour is used");
         return;
     }
     if (found.isGuess) {
-        warn(element, "texture \"" + uri + "\" is taken from " + found.path + " (" + found.rule + ")");
+        warn(element, "texture \"" + KrText::oneLine(uri) + "\" is taken from " +
+                          KrText::oneLine(found.path, kMaxPath) + " (" + found.rule + ")");
     }
     KrMeshLook::setTexture(look, found.path);
     m_textures.insert(found.path);
@@ -277,6 +291,19 @@ void Reader::countMovables()
     }
 }
 
+/// From the base outwards, depth first, without recursion: a chain may be longer than a small stack bears.
+void Reader::readLinks()
+{
+    std::vector<Pair> stack{{m_model.getRoot().get(), &m_manipulator}};
+    while (!stack.empty()) {
+        const auto [source, link] = stack.back();
+        stack.pop_back();
+        readLink(*source, *link);
+        const std::vector<Pair> children = addChildren(*source, *link);
+        stack.insert(stack.end(), children.rbegin(), children.rend());
+    }
+}
+
 void Reader::readLink(const urdf::Link& source, KrManipulatorLink& link)
 {
     link.setName(source.name);
@@ -288,18 +315,24 @@ void Reader::readLink(const urdf::Link& source, KrManipulatorLink& link)
     }
     readVisuals(source, link);
     readCollisions(source, link);
+}
 
+/// With their joints; each stays where it is while its own children are added.
+std::vector<Reader::Pair> Reader::addChildren(const urdf::Link& source, KrManipulatorLink& link)
+{
     // The parser sorts joints by name; the description's own order is what people expect.
     std::vector<urdf::JointSharedPtr> joints = source.child_joints;
     std::sort(joints.begin(), joints.end(), [this](const urdf::JointSharedPtr& a, const urdf::JointSharedPtr& b) {
         return m_mended.jointOrder.at(a->name) < m_mended.jointOrder.at(b->name);
     });
     link.childLinks().reserve(static_cast<unsigned int>(joints.size()));
+    std::vector<Pair> children;
     for (const urdf::JointSharedPtr& joint : joints) {
         KrManipulatorLink& child = link.addChildLink(KrManipulatorLink(joint->child_link_name));
         fillJoint(*joint, child.jointKinematics());
-        readLink(*m_model.getLink(joint->child_link_name), child);
+        children.emplace_back(m_model.getLink(joint->child_link_name).get(), &child);
     }
+    return children;
 }
 
 void Reader::readVisuals(const urdf::Link& source, KrManipulatorLink& link)
@@ -400,10 +433,14 @@ ExtentPointer Reader::meshOf(const urdf::Mesh& mesh, const Element& element)
     ExtentPointer extent;
     if (found.path.empty()) {
         line.missing = true;
-        warn(element.name(), "mesh \"" + mesh.filename + "\" was not found");
+        const bool isName = mesh.filename.size() <= Kr::Limits::kPathBytes;
+        warn(element.name(),
+             "mesh \"" + KrText::oneLine(mesh.filename) + "\" was not found" +
+                 (isName ? "" : ": no file has a name of " + std::to_string(mesh.filename.size()) + " bytes"));
     } else {
         if (found.isGuess) {
-            warn(element.name(), "mesh \"" + mesh.filename + "\" is taken from " + found.path + ": " + found.rule);
+            warn(element.name(), "mesh \"" + KrText::oneLine(mesh.filename) + "\" is taken from " +
+                                     KrText::oneLine(found.path, kMaxPath) + ": " + found.rule);
         }
         extent = builtMesh(meshEntry(found.path, element), element, line);
     }
@@ -468,6 +505,9 @@ const Reader::MeshEntry& Reader::meshEntry(const std::string& path, const Elemen
         return entry;
     }
     entry.isRead = KrMeshFile::read(path, m_options, entry.data, entry.why);
+    if (entry.data.upAxis == "X_UP" || entry.data.upAxis == "Y_UP") {
+        m_lyingMeshes.push_back(KrImportPath::nameOf(path));
+    }
     for (const std::string& warning : entry.data.warnings) {
         m_report.addWarning(path, element.name(), warning);
     }
@@ -494,12 +534,21 @@ std::string Reader::usableMaterial(const std::string& material, bool hasCoordina
     if (hasCoordinates || !hasTexture(material)) {
         return material;
     }
-    warn(element.name(), "material \"" + material + "\" has a texture, but the shape has no texture coordinates");
     const std::string plain = material + " without texture";
-    KrDataMap look = *m_manipulator.materialMap().find(material);
-    look.erase("krTextureFilename");
-    look.erase("krTextureEnvironmentMode");
-    m_manipulator.materialMap().set(plain, look);
+    if (!m_manipulator.materialMap().find(plain)) {
+        KrDataMap look = *m_manipulator.materialMap().find(material);
+        std::string image;
+        look.string("krTextureFilename", image);
+        look.erase("krTextureFilename");
+        look.erase("krTextureEnvironmentMode");
+        if (!KrMeshLook::setMeanColor(look, image)) {
+            warn(element.name(),
+                 "texture \"" + KrText::oneLine(image, kMaxPath) + "\" cannot be read; only the colour is used");
+        }
+        m_manipulator.materialMap().set(plain, look);
+    }
+    warn(element.name(), "material \"" + KrText::oneLine(material) +
+                             "\" has a texture, but the shape has no texture coordinates; its mean colour is used");
     return plain;
 }
 
@@ -530,5 +579,10 @@ bool KrUrdfReader::read(const KrUrdfMender::Mended& mended, const std::string& p
         report.addWarning(path, "robot", text);
     }
     Reader(*model, mended, path, options, manipulator, report).run();
+    // Else links that hold one another go by recursion.
+    for (const auto& [name, link] : model->links_) {
+        link->child_links.clear();
+        link->child_joints.clear();
+    }
     return true;
 }

@@ -1,6 +1,7 @@
 #include "Collada.h"
 
 #include <import/KrMeshFile.h>
+#include <toolkit/image/KrImage.h>
 
 #include <algorithm>
 #include <cmath>
@@ -42,6 +43,15 @@ protected:
         return real(look(mesh, group), "krDiffuseRed");
     }
 
+    /// Two pixels, black and orange.
+    static void writeHalves(const std::string& path)
+    {
+        KrImage image;
+        image.allocate(3, 0, 2, 1);
+        image.data()[3] = 255;
+        image.data()[4] = 102;
+        ASSERT_TRUE(image.writeFile(path, KrImage::TopRowFirst));
+    }
     /// One triangle; `primitive` and `rest` go where a material is named and defined.
     static std::string gltf(const std::string& primitive, const std::string& rest)
     {
@@ -178,7 +188,37 @@ TEST_F(KrMeshImportTest, DaeUnitIsAppliedAndUpAxisIsNot)
         EXPECT_NEAR(highest.z(), 0.06, 1e-7) << axis;
         EXPECT_NEAR(in.report.meshes().at(0).unit, 0.01, 1e-7);
         EXPECT_EQ(in.report.meshes().at(0).scale, KrVector(2, 2, 2));
+        EXPECT_EQ(in.warnings("robot", "a.Dae declares another up axis"), axis[0] == 'Z' ? 0u : 1u);
     }
+}
+
+TEST_F(KrMeshImportTest, GeometriesMayNumberTheirArraysAlike)
+{
+    // The second geometry has more vertices, the third fewer; all call their arrays by the same names.
+    Collada file;
+    std::string text = file.text();
+    const std::size_t begin = text.find("<geometry");
+    const std::size_t end = text.find("</library_geometries>");
+    std::string more;
+    for (const std::size_t corners : {24u, 4u}) {
+        Collada other;
+        other.box.resize(corners % box(1, 2, 3).size(), other.box[0]);
+        if (corners == 24u) {
+            other.box = box(1, 1, 1);
+            other.box.insert(other.box.end(), file.box.begin(), file.box.end());
+        }
+        std::string geometry = other.text();
+        geometry = geometry.substr(geometry.find("<geometry"));
+        geometry = geometry.substr(0, geometry.find("</library_geometries>"));
+        more += geometry.replace(geometry.find("\"g\""), 3, "\"g" + std::to_string(corners) + "\"");
+    }
+    text.insert(end, more);
+    const std::string nodes =
+        "<node><instance_geometry url=\"#g24\"/></node><node><instance_geometry url=\"#g4\"/></node>";
+    text.insert(text.find("</visual_scene>"), nodes);
+    ASSERT_LT(begin, end);
+    const Imported in = importMesh("a.dae", text);
+    EXPECT_EQ(in.mesh("base").numTriangles(), 12u + 24u + 4u) << in.report.text();
 }
 
 TEST_F(KrMeshImportTest, CamerasLightsAndLinesAreDropped)
@@ -301,25 +341,30 @@ TEST_F(KrMeshImportTest, TexturesAreFoundFromTheMeshAndMissingOnesLeaveTheColour
     EXPECT_FALSE(look(in.mesh("base"), "skin").string("krTextureFilename", image));
     EXPECT_EQ(in.warnings("link base / visual 1", "gone.png\" is missing"), 1u);
 
-    file.libraries = textureLibrary("skin%20image.png");
+    // Half black, half orange.
+    file.libraries = textureLibrary("../halves.png");
+    writeHalves(bundle.path("halves.png"));
     file.hasCoordinates = false;
     in = importMesh("meshes/d.dae", file.text());
     EXPECT_FALSE(look(in.mesh("base"), "skin").string("krTextureFilename", image));
+    EXPECT_NEAR(red(in.mesh("base"), "skin"), 0.5, 1e-6);
+    EXPECT_NEAR(real(look(in.mesh("base"), "skin"), "krDiffuseGreen"), 0.2, 1e-6);
+    EXPECT_NEAR(real(look(in.mesh("base"), "skin"), "krAmbientBlue"), 0.0, 1e-6);
     EXPECT_EQ(in.warnings("link base / visual 1", "without texture coordinates"), 1u);
     EXPECT_EQ(in.mesh("base").numTriangles(), 12u);
 }
 
 TEST_F(KrMeshImportTest, TheRobotsTextureNeedsCoordinatesToo)
 {
-    bundle.write("wood.png", "image");
+    writeHalves(bundle.path("wood.png"));
     const std::string wood = "<material name=\"wood\"><texture filename=\"wood.png\"/></material>";
     Collada file;
     std::string image;
     Imported in = importMesh("a.dae", file.text(), "", wood);
     EXPECT_EQ(groupNames(in.mesh("base")), std::vector<std::string>{"wood without texture"});
     EXPECT_FALSE(in.look("wood without texture").string("krTextureFilename", image));
-    EXPECT_EQ(real(in.look("wood without texture"), "krDiffuseRed"), 1.0);
-    EXPECT_EQ(in.warnings("link base / visual 1", "no texture coordinates"), 1u);
+    EXPECT_NEAR(real(in.look("wood without texture"), "krDiffuseRed"), 0.5, 1e-6);
+    EXPECT_EQ(in.warnings("link base / visual 1", "no texture coordinates; its mean colour is used"), 1u);
 
     file.hasCoordinates = true;
     in = importMesh("b.dae", file.text(), "", wood);

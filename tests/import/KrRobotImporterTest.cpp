@@ -290,6 +290,78 @@ TEST_F(KrRobotImporterTest, OriginsTooFarToBeDrawnAreLeftOut)
     EXPECT_EQ(in.warnings("joint ja / origin", "too large"), 1u);
 }
 
+TEST_F(KrRobotImporterTest, ImpossibleValuesAreMendedWithAMessage)
+{
+    const auto visual = [](const std::string& shape) { return "<visual><geometry>" + shape + "</geometry></visual>"; };
+    const Imported in = importRobot(
+        link("base", visual("<box size=\"1 -2 3\"/>") + visual("<sphere radius=\"1e300\"/>") +
+                         visual("<cylinder radius=\"-1\" length=\"nan\"/>") + visual("<box size=\"1 inf 1\"/>") +
+                         "<inertial><mass value=\"1e200\"/></inertial>") +
+        joint("ja", "revolute", "base", "a",
+              "<limit lower=\"-1e308\" upper=\"1e308\" effort=\"-3\" velocity=\"1e300\"/><axis xyz=\"0 0 1e30\"/>") +
+        joint("jb", "continuous", "a", "b", "<mimic joint=\"ja\" multiplier=\"1e300\" offset=\"inf\"/>"));
+    ASSERT_TRUE(in.ok);
+    EXPECT_EQ(in.printed, ""); // no setter had anything to refuse
+    EXPECT_EQ(in.warnings("link base / visual 1", "negative"), 1u);
+    EXPECT_EQ(in.warnings("link base / visual 2", "too large"), 1u);
+    EXPECT_EQ(in.warnings("link base / visual 3", "negative"), 1u);
+    EXPECT_EQ(in.warnings("link base / visual 3", "not a number"), 1u);
+    EXPECT_EQ(in.warnings("link base / visual 4", "not 3 numbers"), 1u);
+    EXPECT_EQ(in.warnings("link base / inertial", "too large"), 1u);
+    EXPECT_EQ(in.robot().numShapes(), 1u);
+    EXPECT_FALSE(in.robot().massProperties().isGiven());
+    const KrJointKinematics& ja = kinematics(in, "a");
+    EXPECT_EQ(ja.axis(), KrVector(0, 0, 1));
+    EXPECT_GT(ja.upperLimit(), 1e30);
+    EXPECT_EQ(ja.maximumEffort(), 3.0);
+    EXPECT_EQ(in.warnings("joint ja / limit", "out of reach"), 2u);
+    EXPECT_EQ(kinematics(in, "b").mimicMultiplier(), 1.0);
+    EXPECT_EQ(kinematics(in, "b").mimicOffset(), 0.0);
+}
+
+TEST_F(KrRobotImporterTest, LongNamesNeitherTakeTimeNorFillTheScreen)
+{
+    std::string path;
+    for (int i = 0; i < 100000; ++i) {
+        path += "a/";
+    }
+    const auto started = std::chrono::steady_clock::now();
+    const Imported in = importText(meshRobot("package://" + path + "b.stl"));
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    EXPECT_EQ(in.warnings("link base / visual 1", "no file has a name of 200015 bytes"), 1u);
+    // As long as a name may be, and every folder of it is tried.
+    EXPECT_EQ(importText(meshRobot(path.substr(0, 4000) + "b.stl")).report.counts().missingMeshes, 1u);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+
+    const std::string name(20000, 'x');
+    for (const std::string& text :
+         {meshRobot(name), robot(link(name, kBox) + joint(name, name, name, name)), "<" + name + "/>",
+          "<robot " + name + ">",
+          robot(link("b", "<visual><geometry><box size=\"" + name + "\"/></geometry><material name=\"" + name +
+                              "\"/></visual>"))}) {
+        const Imported long_ = importText(text);
+        for (std::size_t at = 0; at < long_.report.text().size();) {
+            const std::size_t end = long_.report.text().find('\n', at);
+            EXPECT_LT(end - at, 1500u) << long_.report.text().substr(at, 80);
+            at = end + 1;
+        }
+        EXPECT_LT(long_.printed.size(), 3000u) << long_.printed.substr(0, 200);
+    }
+}
+
+TEST_F(KrRobotImporterTest, BytesThatAreNoUtf8AreReadAsLatin1)
+{
+    const std::string text = robot(link("gr\xFCn", kBox));
+    Imported in = importText(text);
+    ASSERT_TRUE(in.ok) << in.printed;
+    EXPECT_EQ(in.robot().name(), "gr\xC3\xBCn");
+    EXPECT_EQ(in.warnings("robot", "Latin-1"), 1u);
+    in = importText("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + text.substr(text.find("<robot")));
+    EXPECT_EQ(in.robot().name(), "gr\xC3\xBCn");
+    EXPECT_EQ(in.warnings("robot", "Latin-1"), 0u); // it says so itself
+    EXPECT_TRUE(in.system.writeFile(bundle.path("system.xml")));
+}
+
 TEST_F(KrRobotImporterTest, SaysWhenMacrosRemainOrNothingIsThereToDraw)
 {
     Imported in =
