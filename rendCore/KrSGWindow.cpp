@@ -420,8 +420,8 @@ bool KrSGWindow::renderScene(bool swapBuffers)
     {
         const KrClientState::Visit visit(clientState(context), *this);
         context->setDefaultFboId(getImpl()->defaultFramebuffer());
-        updateScene();
         resetUnpacking(*context->getState());
+        updateScene();
         const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
         if (m_viewer == viewer && callback.valid()) {
             callback->render(viewer);
