@@ -4,13 +4,11 @@
 #include "KrAppFiles.h"
 #include "KrAppNumpy.h"
 
-#include <osg/Image>
-#include <osgDB/Registry>
+#include <toolkit/image/KrPictureFile.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <sstream>
 
 namespace
 {
@@ -28,20 +26,14 @@ std::uint16_t millimetres(float depth)
 
 std::string png(const std::vector<float>& depths, unsigned int width, unsigned int height, const std::string& path)
 {
-    const osg::ref_ptr<osg::Image> image = new osg::Image;
-    image->allocateImage(static_cast<int>(width), static_cast<int>(height), 1, GL_LUMINANCE, GL_UNSIGNED_SHORT, 1);
-    auto* const out = reinterpret_cast<std::uint16_t*>(image->data());
-    for (std::size_t row = 0; row < height; ++row) {
-        // Pictures of the library begin with the lowest row.
-        const float* const in = depths.data() + (height - 1 - row) * width;
-        std::transform(in, in + width, out + row * width, millimetres);
+    std::vector<std::uint16_t> samples(depths.size());
+    std::transform(depths.begin(), depths.end(), samples.begin(), millimetres);
+    std::string bytes;
+    const std::string reason = KrPictureFile::encodeGrey16(samples.data(), width, height, bytes);
+    if (!reason.empty()) {
+        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": " + reason);
     }
-    std::ostringstream stream;
-    osgDB::ReaderWriter* const writer = osgDB::Registry::instance()->getReaderWriterForExtension("png");
-    if (!writer || !writer->writeImage(*image, stream, nullptr).success()) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": there is no writer for PNG files");
-    }
-    return stream.str();
+    return bytes;
 }
 
 std::string pfm(const std::vector<float>& depths, unsigned int width, unsigned int height)

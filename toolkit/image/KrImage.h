@@ -12,8 +12,7 @@
 /// `flippedData()`, holds the same picture with its rows in reverse order: its first row is the last row of `data()`.
 /// Neither follows the other by itself; `flippedToOrdinary` copies.
 ///
-/// Files may be read and written on any thread; one after the other, as the library behind it keeps process-wide
-/// settings.
+/// Files may be read and written on any thread.
 class KrImage
 {
 public:
@@ -53,11 +52,13 @@ public:
     /// reaches outside the image, or there are no pixels. `out` may be this image.
     bool getSubimage(const KrImageBlock& block, KrImage& out) const;
 
-    /// Reads a picture file (PNG, JPEG, TIFF, TGA, BMP, ...) into the ordinary storage.
+    /// Reads a picture file into the ordinary storage: PNG, JPEG, TIFF, BMP, TGA or PNM, by its content, whatever its
+    /// name. 16-bit samples become the nearest bytes, floats of 0 to 1 as well. Only regular files within
+    /// Kr::Limits::kPictureBytes and kPicturePixels are read (KrPictureFile.h).
     /// @return false, after one message; the image is then as it was
     bool readFile(const std::string& path, Orientation orientation);
     /// Writes the ordinary storage in the format that the file's extension names (png, jpg, jpeg, tif, tiff, tga, bmp,
-    /// rgb, rgba, sgi, ppm, pnm). `orientation` says how it is stored. What a format cannot hold is written as the
+    /// ppm, pnm). `orientation` says how it is stored. What a format cannot hold is written as the
     /// nearest it can: grey as equal colours, opacity left out. The file is complete or as it was before.
     /// @return false, after one message
     bool writeFile(const std::string& path, Orientation orientation) const;

@@ -176,8 +176,8 @@ TEST_F(KrImageTest, SixteenBitSamplesBecomeTheNearestBytes)
 
 TEST_F(KrImageTest, LosslessFormatsBringEveryChannelBack)
 {
-    for (const std::string extension : {"png", "TIFF", "rgb", "tga", "bmp", "ppm"}) {
-        const bool all = extension == "png" || extension == "TIFF" || extension == "rgb";
+    for (const std::string extension : {"png", "TIFF", "tga", "bmp", "ppm"}) {
+        const bool all = extension == "png" || extension == "TIFF";
         for (const unsigned int channels : {1u, 2u, 3u, 4u}) {
             if (!all && channels != 3 && !(extension == "tga" && channels == 4)) {
                 continue;
@@ -198,7 +198,7 @@ TEST_F(KrImageTest, LosslessFormatsBringEveryChannelBack)
             }
         }
     }
-    EXPECT_EQ(filesInFolder(), 6u); // nothing temporary is left
+    EXPECT_EQ(filesInFolder(), 5u); // nothing temporary is left
     EXPECT_EQ(m_messages, 0);
 }
 
@@ -289,7 +289,7 @@ TEST_F(KrImageTest, FilesThatCannotBeWrittenAreToldOnceAndKeepTheirContent)
     std::filesystem::create_directory(path("folder.png"));
     const std::string kept = file("kept.png", "old");
     const std::string refused[] = {path("nofolder/picture.png"), path("folder.png"), path("picture.xyzzy"),
-                                   path("picture"), ""};
+                                   path("picture.lua"),          path("picture"),    ""};
     const std::size_t files = filesInFolder();
     int expected = 0;
     for (const std::string& name : refused) {
