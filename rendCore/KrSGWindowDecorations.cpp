@@ -3,6 +3,7 @@
 #include <rendCore/KrSGWindow.h>
 
 #include <rendCore/KrSGTexture.h>
+#include <rendCore/KrScenePlugins.h>
 
 #include <toolkit/foundation/KrPrint.h>
 
@@ -67,6 +68,8 @@ void KrSGWindow::setOverlayText(const std::string& text, unsigned int x, unsigne
     if (!isInitialized() || !m_overlayCamera) {
         return;
     }
+    // Fonts, and the shaders that draw them, are read through plugins.
+    KrScenePlugins::useAbsoluteFoldersOnly();
     const osg::ref_ptr<osgText::Text> label = new osgText::Text;
     // Without that font the text is drawn in the library's own.
     label->setFont(osgText::readRefFontFile("arialbd.ttf"));
