@@ -5,7 +5,9 @@
 #include <rendCore/KrRenderWindow.h>
 
 #include <toolkit/foundation/KrFileReplacement.h>
+#include <toolkit/foundation/KrInputFile.h>
 #include <toolkit/foundation/KrJson.h>
+#include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlText.h>
 
@@ -15,7 +17,6 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 
@@ -316,7 +317,7 @@ void readFrame(const Tree& tree, KrFrameDescription& out)
 }
 
 /// @return null, or what is wrong
-const char* readText(const std::string& json, KrFrameDescription& out)
+const char* parse(const std::string& json, KrFrameDescription& out)
 {
     if (!isShallow(json)) {
         return "it is nested too deeply";
@@ -344,6 +345,12 @@ bool isSame(const osg::Matrixd& a, const osg::Matrixd& b)
     const double size = 1.0 + osg::Vec3d(a(3, 0), a(3, 1), a(3, 2)).length();
     return std::equal(a.ptr(), a.ptr() + 16, b.ptr(),
                       [size](double x, double y) { return std::abs(x - y) <= kSameView * size; });
+}
+
+void refuse(const std::string& name, const std::string& reason)
+{
+    Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameDescription::readFile - %s: %s.\n", name.c_str(),
+                                 reason.c_str());
 }
 
 } // namespace
@@ -445,13 +452,21 @@ bool KrFrameDescription::writeFile(const std::string& path) const
 
 bool KrFrameDescription::readFile(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
+    KrInputFile file(Kr::Limits::kCameraBytes);
+    std::string text;
+    if (!file.open(path) || !file.readAll(text)) {
+        refuse(path, file.reason());
+        return false;
+    }
+    return readText(text, path);
+}
+
+bool KrFrameDescription::readText(const std::string& text, const std::string& name)
+{
     KrFrameDescription found;
-    const char* failure = file && content << file.rdbuf() ? readText(content.str(), found) : "it cannot be read";
+    const char* const failure = text.size() > Kr::Limits::kCameraBytes ? "it is too large" : parse(text, found);
     if (failure) {
-        Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameDescription::readFile - %s: %s.\n", path.c_str(),
-                                     failure);
+        refuse(name, failure);
         return false;
     }
     *this = found;

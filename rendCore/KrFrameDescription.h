@@ -76,8 +76,11 @@ struct KrFrameDescription
     std::string json() const;
     /// Writes json() to a file that is complete or as it was before. False, after one message, when that cannot be.
     bool writeFile(const std::string& path) const;
-    /// Reads what `writeFile` wrote. What other programs leave out (all but the picture's size and the camera's view)
-    /// has the value it has in a new description.
-    /// @return false, after one message, and no change, for a file that is not there, is no JSON or no description
+    /// Reads what `writeFile` wrote, from a file or a pipe. What other programs leave out (all but the picture's size
+    /// and the camera's view) has the value it has in a new description.
+    /// @return false, after one message, and no change, for a file that is not there, is too large, is no JSON or no
+    ///         description
     bool readFile(const std::string& path);
+    /// The same from the text itself. @param name  where it came from, for the message
+    bool readText(const std::string& text, const std::string& name);
 };
