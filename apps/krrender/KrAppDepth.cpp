@@ -61,7 +61,7 @@ bool KrAppDepth::readKind(const std::string& text, KrDepthCapture::Kind& kind)
 void KrAppDepth::checkFormat(const std::string& path)
 {
     const std::string extension = KrAppFiles::extensionOf(path);
-    if (extension != ".png" && extension != ".npy" && extension != ".pfm") {
+    if (!KrAppFiles::isStandard(path) && extension != ".png" && extension != ".npy" && extension != ".pfm") {
         throw KrAppFailure(KrAppFailure::WrongUsage,
                            path + ": depths are written as .png (16-bit millimetres), .npy or .pfm (metres); "
                                   "--depth-preview draws a grey picture");

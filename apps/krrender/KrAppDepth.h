@@ -14,7 +14,7 @@ bool readKind(const std::string& text, KrDepthCapture::Kind& kind);
 /// Throws KrAppFailure (WrongUsage) unless the extension is one that `write` knows.
 void checkFormat(const std::string& path);
 
-/// Writes the format that the extension names, complete or not at all:
+/// Writes the format that the extension names, complete or not at all; .png to standard output:
 ///   .png  16-bit grey, whole millimetres, 0 where there is nothing; 0.5 mm to 65.5345 m become 1 to 65535, what is
 ///         nearer 1, what is farther 65535
 ///   .npy  32-bit floats, height x width, metres, infinity where there is nothing

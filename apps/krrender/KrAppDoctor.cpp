@@ -1,14 +1,22 @@
 #include "KrAppDoctor.h"
 
+#include "KrAppFailure.h"
+#include "KrAppLighting.h"
+#include "KrAppMessages.h"
+#include "KrAppScene.h"
 #include "KrAppVideo.h"
 
 #include <osg/Version>
+#include <toolkit/geometry/KrBoxPhysicalExtent.h>
+#include <toolkit/system/KrStatedSystem.h>
+#include <toolkit/visualization/KrVisualizationParameters.h>
 #include <toolkit/window/KrEglWindowImpl.h>
 #include <toolkit/window/KrGlxWindowImpl.h>
 #include <toolkit/window/KrWindow.h>
 
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 namespace
 {
@@ -30,6 +38,42 @@ std::string environmentText(const char* name)
     return value && *value ? value : "(not set)";
 }
 
+/// Draws a grey box before blue. @return what is wrong; empty when it looks as it should
+std::string drawBox()
+{
+    KrAppMessages messages;
+    constexpr unsigned int kSize = 64; // pixels
+    KrIndividualManipulator box("box");
+    box.addShape(boost::shared_ptr<KrBasePhysicalExtent>(new KrBoxPhysicalExtent(KrVector(1.0, 1.0, 1.0))));
+    KrManipulatorSystem manipulators;
+    manipulators.manipulators().push_back(box);
+    KrStatedSystem system(manipulators);
+
+    KrVisualizationParameters parameters;
+    KrPovParameters pov;
+    pov.setEyepoint({3.0, -2.0, 2.0});
+    pov.setCenterOfInterest({0.0, 0.0, 0.0});
+    parameters.setPovParameters(pov);
+    parameters.setLightParameters(KrAppLighting::threeLamps(pov));
+    KrRenderParameters render;
+    render.setBackgroundColor(KrColor(0.0, 0.0, 1.0));
+    parameters.setRenderParameters(render);
+
+    KrImage picture;
+    try {
+        KrAppScene scene(kSize, kSize, 1, messages);
+        scene.show(system, parameters, true);
+        scene.draw(system.systemState(), picture);
+    } catch (const KrAppFailure& failure) {
+        return failure.what();
+    }
+    const unsigned char* const corner = picture.data();
+    const unsigned char* const middle = picture.data() + 3 * std::size_t(kSize / 2 * kSize + kSize / 2);
+    const bool isBlue = corner[0] < 5 && corner[1] < 5 && corner[2] > 250;
+    const bool isGrey = middle[0] > 30 && middle[1] > 30 && middle[0] + 30 > middle[2];
+    return isBlue && isGrey ? "" : "the driver draws a box before blue as something else";
+}
+
 } // namespace
 
 bool krAppDoctor(std::string& text)
@@ -41,10 +85,12 @@ bool krAppDoctor(std::string& text)
 
     KrWindow window;
     window.setHideWindow(true);
-    const bool ok = window.init();
+    window.init();
     text += "== What a picture is drawn with\n" + window.report().text() + "\n";
+    window.closeWindow();
     const std::string ffmpeg = KrAppVideo::program();
     text += "videos: " + (ffmpeg.empty() ? "no ffmpeg program (Debian package ffmpeg)" : ffmpeg) + "\n";
-    text += ok ? "pictures: can be drawn\n" : "pictures: cannot be drawn\n";
-    return ok;
+    const std::string wrong = drawBox();
+    text += "pictures: " + (wrong.empty() ? "can be drawn" : "cannot be drawn: " + wrong) + "\n";
+    return wrong.empty();
 }

@@ -3,7 +3,7 @@
 #include <string>
 
 /// Tries every way to an OpenGL context and says what each said, what would mend it, and which one a window takes by
-/// default.
+/// default. Then draws a frame with that one.
 /// @param text  gets the lines
-/// @return whether pictures can be drawn
+/// @return whether that frame is right: pictures can be drawn
 bool krAppDoctor(std::string& text);

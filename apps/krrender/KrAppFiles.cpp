@@ -4,14 +4,20 @@
 #include "KrAppMessages.h"
 
 #include <toolkit/foundation/KrFileReplacement.h>
+#include <toolkit/foundation/KrInputFile.h>
+#include <toolkit/image/KrPictureFile.h>
 
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <set>
 
 namespace
@@ -54,6 +60,9 @@ Number findNumber(const std::string& pattern, std::size_t from)
 /// The same for every spelling of one file.
 std::string identity(const std::string& path)
 {
+    if (KrAppFiles::isStandard(path)) {
+        return path;
+    }
     std::error_code error;
     const fs::path whole = fs::absolute(KrFileReplacement::target(path), error);
     const fs::path found = fs::weakly_canonical(whole, error);
@@ -62,10 +71,96 @@ std::string identity(const std::string& path)
 
 [[noreturn]] void cannotWrite(const std::string& path, const std::string& reason)
 {
-    throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": " + reason);
+    throw KrAppFailure(KrAppFailure::CouldNot,
+                       "cannot write " + KrAppFiles::spoken(path, KrAppFiles::Standard::Output) + ": " + reason);
+}
+
+fs::path folderOf(const std::string& path)
+{
+    const fs::path folder = fs::path(path).parent_path();
+    return folder.empty() ? fs::path(".") : folder;
+}
+
+/// The folders of the path that are not there, the outermost first, and the one that is there above them.
+struct Missing
+{
+    fs::path there = ".";
+    std::vector<fs::path> folders;
+};
+
+Missing missingFolders(const fs::path& folder)
+{
+    Missing found;
+    fs::path whole;
+    for (const fs::path& part : folder) {
+        whole /= part;
+        std::error_code error;
+        if (found.folders.empty() && fs::exists(fs::symlink_status(whole, error))) {
+            found.there = whole;
+        } else if (!part.empty()) {
+            found.folders.push_back(whole);
+        }
+    }
+    return found;
+}
+
+/// Whether all of them can be made without leaving the path: ".." leads elsewhere once they are there.
+bool canBeMade(const Missing& missing)
+{
+    return std::none_of(missing.folders.begin(), missing.folders.end(),
+                        [](const fs::path& folder) { return folder.filename() == ".."; });
+}
+
+void writeStandardOutput(const std::string& bytes)
+{
+    std::fflush(stdout);
+    for (std::size_t done = 0; done < bytes.size();) {
+        const ssize_t count = write(STDOUT_FILENO, bytes.data() + done, bytes.size() - done);
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            pollfd wait = {STDOUT_FILENO, POLLOUT, 0};
+            poll(&wait, 1, -1);
+        } else if (count == 0 || errno != EINTR) {
+            cannotWrite("-", std::strerror(errno));
+        }
+    }
 }
 
 } // namespace
+
+void KrAppFiles::nameStandard(std::string& path, Standard stream)
+{
+    const std::string number = stream == Standard::Input ? "0" : "1";
+    const std::string names[] = {stream == Standard::Input ? "/dev/stdin" : "/dev/stdout", "/dev/fd/" + number,
+                                 "/proc/self/fd/" + number};
+    if (std::find(std::begin(names), std::end(names), path) != std::end(names)) {
+        path = "-";
+    }
+}
+
+std::string KrAppFiles::spoken(const std::string& path, Standard stream)
+{
+    return !isStandard(path) ? path : stream == Standard::Input ? "standard input" : "standard output";
+}
+
+void KrAppFiles::open(KrInputFile& file, const std::string& path)
+{
+    if (!(isStandard(path) ? file.openDescriptor(STDIN_FILENO) : file.open(path))) {
+        throw KrAppFailure(KrAppFailure::CouldNot, spoken(path, Standard::Input) + ": " + file.reason());
+    }
+}
+
+std::string KrAppFiles::readText(const std::string& path, std::uint64_t mostBytes)
+{
+    KrInputFile file(mostBytes);
+    std::string text;
+    open(file, path);
+    if (!file.readAll(text)) {
+        throw KrAppFailure(KrAppFailure::CouldNot, spoken(path, Standard::Input) + ": " + file.reason());
+    }
+    return text;
+}
 
 std::string KrAppFiles::extensionOf(const std::string& path)
 {
@@ -78,6 +173,9 @@ std::string KrAppFiles::extensionOf(const std::string& path)
 void KrAppFiles::checkPictureFormat(const std::string& path)
 {
     const std::string extension = extensionOf(path);
+    if (isStandard(path)) {
+        return;
+    }
     if (std::find(std::begin(kPictureFormats), std::end(kPictureFormats), extension) != std::end(kPictureFormats)) {
         return;
     }
@@ -89,8 +187,11 @@ void KrAppFiles::checkPictureFormat(const std::string& path)
                            " .png, .jpg, .tif, .bmp or .tga");
 }
 
-void KrAppFiles::checkWritable(const std::string& path)
+void KrAppFiles::checkWritable(const std::string& path, bool isFolderMade)
 {
+    if (isStandard(path)) {
+        return;
+    }
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (fs::exists(status) && !fs::is_regular_file(status)) {
@@ -99,8 +200,12 @@ void KrAppFiles::checkWritable(const std::string& path)
     if (fs::exists(status) && access(path.c_str(), W_OK) != 0) {
         cannotWrite(path, std::strerror(errno));
     }
-    fs::path folder = fs::path(KrFileReplacement::target(path)).parent_path();
-    folder = folder.empty() ? fs::path(".") : folder;
+    // Where a link leads, no folder is made.
+    const Missing missing = missingFolders(folderOf(path));
+    const bool isLink = fs::is_symlink(fs::symlink_status(path, error));
+    const fs::path folder = isLink                               ? folderOf(KrFileReplacement::target(path))
+                            : isFolderMade && canBeMade(missing) ? missing.there
+                                                                 : folderOf(path);
     if (!fs::is_directory(folder, error)) {
         cannotWrite(path, "there is no folder " + folder.string());
     }
@@ -109,14 +214,38 @@ void KrAppFiles::checkWritable(const std::string& path)
     }
 }
 
+std::vector<std::string> KrAppFiles::makeFolder(const std::string& path)
+{
+    std::vector<std::string> made;
+    const Missing missing = missingFolders(folderOf(path));
+    for (const fs::path& folder : missing.folders) {
+        if (mkdir(folder.c_str(), 0777) == 0) {
+            made.push_back(folder.string());
+        } else if (errno != EEXIST) { // another program may have made it
+            const std::string reason = std::strerror(errno);
+            removeEmpty(made);
+            cannotWrite(path, reason);
+        }
+    }
+    return made;
+}
+
+void KrAppFiles::removeEmpty(const std::vector<std::string>& folders)
+{
+    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+        rmdir(folder->c_str());
+    }
+}
+
 void KrAppFiles::checkDistinct(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs)
 {
     std::set<std::string> read;
     for (const std::string& path : inputs) {
-        if (!path.empty()) {
-            read.insert(identity(path));
+        if (!path.empty() && !read.insert(identity(path)).second && isStandard(path)) {
+            throw KrAppFailure(KrAppFailure::WrongUsage, "standard input can be read but once: two files are -");
         }
     }
+    read.erase("-"); // as an output that is something else
     std::set<std::string> written;
     for (const std::string& path : outputs) {
         if (path.empty()) {
@@ -127,7 +256,9 @@ void KrAppFiles::checkDistinct(const std::vector<std::string>& outputs, const st
             throw KrAppFailure(KrAppFailure::WrongUsage, path + ": this file is read, and would be overwritten");
         }
         if (!written.insert(file).second) {
-            throw KrAppFailure(KrAppFailure::WrongUsage, path + ": two outputs cannot have one name");
+            throw KrAppFailure(KrAppFailure::WrongUsage, isStandard(path)
+                                                             ? "standard output takes one output: two are -"
+                                                             : path + ": two outputs cannot have one name");
         }
     }
 }
@@ -136,6 +267,17 @@ bool KrAppFiles::isVideo(const std::string& path)
 {
     const std::string extension = extensionOf(path);
     return std::find(std::begin(kVideoFormats), std::end(kVideoFormats), extension) != std::end(kVideoFormats);
+}
+
+bool KrAppFiles::isPattern(const std::string& path)
+{
+    for (std::size_t at = path.find('%'); at != std::string::npos; at = path.find('%', at + 1)) {
+        const std::size_t end = path.find_first_not_of("0123456789", at + 1);
+        if (end != std::string::npos && path[end] == 'd') {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::string KrAppFiles::frameFile(const std::string& pattern, std::size_t number)
@@ -157,6 +299,20 @@ std::string KrAppFiles::frameFile(const std::string& pattern, std::size_t number
 
 void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages)
 {
+    if (isStandard(path)) {
+        const std::size_t row = std::size_t(picture.width()) * picture.channels();
+        KrPicture file = {picture.width(), picture.height(), picture.channels(), {}};
+        for (std::size_t i = picture.height(); i-- > 0;) {
+            file.pixels.insert(file.pixels.end(), picture.data() + i * row, picture.data() + (i + 1) * row);
+        }
+        std::string bytes;
+        const std::string reason = KrPictureFile::encode(file, "png", bytes);
+        if (!reason.empty()) {
+            cannotWrite(path, reason);
+        }
+        writeStandardOutput(bytes);
+        return;
+    }
     if (!picture.writeFile(path, KrImage::BottomRowFirst)) {
         const std::string reason = messages.lastReason("the disk refuses it");
         const std::string prefix = path + ": ";
@@ -166,6 +322,10 @@ void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, c
 
 void KrAppFiles::writeBytes(const std::string& bytes, const std::string& path)
 {
+    if (isStandard(path)) {
+        writeStandardOutput(bytes);
+        return;
+    }
     const std::string reason = KrFileReplacement::write(path, bytes);
     if (!reason.empty()) {
         cannotWrite(path, reason);

@@ -1,5 +1,6 @@
 #include "KrAppInfo.h"
 
+#include "KrAppMessages.h"
 #include "KrAppRobot.h"
 
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
@@ -55,7 +56,7 @@ std::string jointText(const KrJointKinematics& joint)
         break;
     }
     if (joint.isMimic()) {
-        text += ", follows " + joint.mimicMaster() + " x " + number(joint.mimicMultiplier());
+        text += ", follows " + KrAppMessages::printable(joint.mimicMaster()) + " x " + number(joint.mimicMultiplier());
         if (joint.mimicOffset() != 0.0) {
             text += (joint.mimicOffset() < 0.0 ? " - " : " + ") + number(std::abs(joint.mimicOffset()));
         }
@@ -104,9 +105,9 @@ void addRows(const KrManipulatorLink& link, const std::string& indent, const std
              std::vector<Row>& rows)
 {
     Row row;
-    row.tree = indent + branch + link.name();
+    row.tree = indent + branch + KrAppMessages::printable(link.name());
     row.width = columnsOf(row.tree);
-    row.joint = isBase ? "" : link.jointKinematics().name();
+    row.joint = isBase ? "" : KrAppMessages::printable(link.jointKinematics().name());
     row.kind = isBase ? "" : jointText(link.jointKinematics());
     row.shapes = shapeText(link);
     rows.push_back(row);
@@ -127,7 +128,7 @@ std::string padded(const std::string& text, std::size_t columns, std::size_t wid
 std::string krAppInfo(const KrAppRobot& robot)
 {
     const KrImportReport::Counts& counts = robot.report.counts();
-    std::string text = robot.report.robot() + " (" + robot.report.file() + ")\n\n";
+    std::string text = KrAppMessages::printable(robot.report.robot() + " (" + robot.report.file() + ")") + "\n\n";
     for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
         std::vector<Row> rows;
         addRows(manipulator, "", "", true, rows);
@@ -143,7 +144,7 @@ std::string krAppInfo(const KrAppRobot& robot)
         for (const KrManipulatorLink* link : manipulator.links()) {
             mass += link->massProperties().mass();
         }
-        text += manipulator.name() + ": " + counted(rows.size(), "link") +
+        text += KrAppMessages::printable(manipulator.name()) + ": " + counted(rows.size(), "link") +
                 (mass > 0.0 ? ", " + number(mass) + " kg" : "") + "\n";
         for (const Row& row : rows) {
             std::string line = "  " + padded(row.tree, row.width, treeWidth) + "  " +

@@ -1,33 +1,119 @@
 #include "KrAppInterrupt.h"
 
-#include <csignal>
+#include <toolkit/foundation/KrFileReplacement.h>
+
+#include <signal.h>
+#include <time.h>
+
+#include <atomic>
+#include <cerrno>
 
 namespace
 {
 
-volatile std::sig_atomic_t s_requested = 0;
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+// Service managers, terminals that close and the program timeout send one request as two signals.
+constexpr unsigned int kOneBlowMs = 200;
 
-void note(int)
+// A signal handler looks at these.
+std::atomic<bool> s_isNoting{false};
+std::atomic<bool> s_isRequested{false};
+std::atomic<unsigned int> s_requestMs{0};
+std::atomic<pid_t> s_processGroup{0};
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free,
+              "a signal handler must not wait");
+
+sigset_t allSignals()
 {
-    s_requested = 1;
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : kSignals) {
+        sigaddset(&set, number);
+    }
+    return set;
+}
+
+/// Since an arbitrary moment; wraps around.
+unsigned int nowMs()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<unsigned int>(now.tv_sec) * 1000u + static_cast<unsigned int>(now.tv_nsec / 1000000);
+}
+
+/// Whether the signal leaves the program running.
+bool isNoted(int number)
+{
+    if (number == SIGPIPE || !s_isNoting.load()) {
+        return false;
+    }
+    if (!s_isRequested.load()) {
+        s_requestMs = nowMs();
+        s_isRequested = true;
+        return true;
+    }
+    return nowMs() - s_requestMs.load() < kOneBlowMs;
+}
+
+void onSignal(int number)
+{
+    const int error = errno;
+    if (!isNoted(number)) {
+        // Processes first: they would make their file anew.
+        if (s_processGroup.load() > 0) {
+            kill(-s_processGroup.load(), SIGKILL);
+        }
+        KrFileReplacement::removeUnfinished();
+        signal(number, SIG_DFL);
+        raise(number); // comes when this function returns
+    }
+    errno = error;
 }
 
 } // namespace
 
 KrAppInterrupt::KrAppInterrupt()
 {
-    s_requested = 0;
-    std::signal(SIGINT, note);
-    std::signal(SIGTERM, note);
+    s_isNoting = true;
 }
 
 KrAppInterrupt::~KrAppInterrupt()
 {
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    s_isNoting = false;
 }
 
-bool KrAppInterrupt::isRequested() const
+void KrAppInterrupt::install()
 {
-    return s_requested != 0;
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    action.sa_mask = allSignals();
+    action.sa_flags = SA_RESTART; // libraries do not expect to be interrupted
+    for (const int number : kSignals) {
+        struct sigaction before = {};
+        if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
+            sigaction(number, &action, nullptr);
+        }
+    }
+}
+
+bool KrAppInterrupt::isRequested()
+{
+    return s_isRequested.load();
+}
+
+void KrAppInterrupt::setProcessGroup(pid_t group)
+{
+    s_processGroup = group;
+}
+
+KrAppInterrupt::Pause::Pause()
+{
+    const sigset_t set = allSignals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+KrAppInterrupt::Pause::~Pause()
+{
+    const sigset_t set = allSignals();
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }

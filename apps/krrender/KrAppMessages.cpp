@@ -74,6 +74,20 @@ std::string KrAppMessages::oneLine(const std::string& text)
     return line;
 }
 
+std::string KrAppMessages::printable(const std::string& text)
+{
+    std::string shown;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : '\0');
+        // U+0080 to U+009F are two bytes of UTF-8.
+        const bool isControl2 = c == 0xC2 && next >= 0x80 && next < 0xA0;
+        shown += c < 0x20 || c == 0x7F || isControl2 ? '?' : text[i];
+        i += isControl2 ? 1 : 0;
+    }
+    return shown;
+}
+
 std::string KrAppMessages::sentence(const std::string& text)
 {
     const std::string line = oneLine(text);

@@ -31,6 +31,8 @@ public:
 
     /// One line of `text`: line ends and runs of white space become one space, the full stop at its end goes.
     static std::string oneLine(const std::string& text);
+    /// With "?" for what would steer a terminal instead of being shown: names come from files.
+    static std::string printable(const std::string& text);
 
 private:
     class SceneGraphMessages;

@@ -2,6 +2,7 @@
 
 #include "KrAppDepth.h"
 #include "KrAppFailure.h"
+#include "KrAppFiles.h"
 #include "KrAppMessages.h"
 #include "KrAppSidecar.h"
 #include "KrAppTiles.h"
@@ -12,6 +13,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
+#include <memory>
 
 namespace
 {
@@ -30,6 +33,8 @@ constexpr double kDefaultElevation = 22.0;   // degrees
 struct Words
 {
     std::string size;
+    std::string samples;
+    std::string sidecar;
     std::string background;
     std::string eye;
     std::string lookAt;
@@ -76,8 +81,10 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->expected(4)
         ->type_name("FILE WxH XxY METRES")
         ->group("Output");
-    app.add_flag("--sidecar", options.sidecar,
-                 "Write PICTURE.json beside each picture: its camera in numbers, the time, the joints")
+    // A flag that may have a value behind "=": the next word is not its own.
+    app.add_flag("--sidecar", words.sidecar,
+                 "Write PICTURE.json beside each picture: its camera in numbers, the time, the joints; --sidecar=FILE "
+                 "names the file of a single picture")
         ->group("Output");
     app.add_flag("--info", options.info, "Print links, joints, limits and triangle counts")->group("Output");
     app.add_option("--convert", options.convert, "Write the system, as it would be drawn, as native XML")
@@ -99,7 +106,7 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->group("Output");
 
     app.add_option("--size", words.size, "Width and height in pixels [1280x960]")->type_name("WxH")->group("Picture");
-    app.add_option("--samples", options.samples, "Drawn pixels per pixel: 1, 4, 9 or 16 [4]")
+    app.add_option("--samples", words.samples, "Drawn pixels per pixel: 1, 4, 9 or 16 [4]")
         ->type_name("N")
         ->group("Picture");
     app.add_option("--background", words.background, "Colour: a name, #rrggbb, or r,g,b from 0 to 1 [#eef0f4]")
@@ -176,7 +183,78 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
 
     app.add_flag("-q,--quiet", options.quiet, "Print errors only")->group("Other");
     app.set_help_flag("-h,--help", "Print this help")->group("Other");
-    app.set_version_flag("--version", "krrender " KR_VERSION)->group("Other");
+    app.set_version_flag("--version", "krrender " KR_VERSION, "Print the version")->group("Other");
+    for (CLI::Option* option : app.get_options()) {
+        option->disable_flag_override(option->get_name() != "--sidecar");
+    }
+}
+
+/// Descriptions in lines that a terminal shows whole.
+class Help : public CLI::Formatter
+{
+public:
+    std::string make_option_desc(const CLI::Option* option) const override
+    {
+        constexpr std::size_t kLongest = 68; // behind the names
+        std::string text;
+        std::size_t length = 0;
+        for (const std::string& word : KrAppValue::split(CLI::Formatter::make_option_desc(option), ' ')) {
+            const bool isTooLong = length + 1 + word.size() > kLongest;
+            text += (text.empty() ? "" : isTooLong ? "\n" : " ") + word;
+            length = isTooLong ? word.size() : length + 1 + word.size();
+        }
+        return text;
+    }
+};
+
+[[noreturn]] void unknownOption(const CLI::App& app, const std::string& word)
+{
+    const auto bare = [](const std::string& name) {
+        return name.substr(std::min(name.find_first_not_of('-'), name.size()));
+    };
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options()) {
+        names.insert(names.end(), option->get_lnames().begin(), option->get_lnames().end());
+    }
+    const std::string given = word.substr(0, word.find('=', 2));
+    if (app.get_option_no_throw(given) != nullptr) {
+        wrongUsage(given + ": behind -- there are no options");
+    }
+    const std::vector<std::string> near = KrAppValue::nearest(bare(given), names);
+    wrongUsage(given + ": there is no such option" +
+               (near.empty() ? " (krrender --help lists them)" : "; did you mean --" + near.front() + "?"));
+}
+
+/// What is wrong with a command line that the parser refuses.
+[[noreturn]] void cannotParse(const CLI::App& app, const KrAppOptions& options, const CLI::ParseError& error)
+{
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+        const std::vector<std::string> extras = app.remaining();
+        for (auto word = extras.rbegin(); word != extras.rend(); ++word) { // the parser has them the other way round
+            if (word->size() > 1 && word->front() == '-' && *word != "--") {
+                unknownOption(app, *word);
+            }
+        }
+        wrongUsage("one robot is drawn at a time: \"" + options.robot + "\" and \"" + extras.back() + "\" were named");
+    }
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        const std::string text = error.what();
+        const std::string name = text.substr(0, text.find(':'));
+        const std::string flag = text.substr(0, text.find(" was given"));
+        const CLI::Option* const option = app.get_option_no_throw(name);
+        if (flag.size() < text.size()) {
+            wrongUsage("--" + flag + " takes no value");
+        }
+        const std::size_t count = option ? option->count() : 0;
+        const std::size_t most = option ? static_cast<std::size_t>(option->get_expected_max()) : 1;
+        if (count > most && count % most == 0) {
+            wrongUsage(name + " is given more than once");
+        }
+        if (option) {
+            wrongUsage(name + " needs " + option->get_type_name());
+        }
+    }
+    wrongUsage(KrAppMessages::oneLine(error.what()) + " (krrender --help lists the options)");
 }
 
 void readSize(const std::string& text, KrAppOptions& options)
@@ -322,6 +400,63 @@ void readAids(const Words& words, KrAppAids& aids)
     }
 }
 
+unsigned int readSamples(const std::string& text)
+{
+    for (const unsigned int n : {1u, 4u, 9u, 16u}) {
+        if (text == std::to_string(n)) {
+            return n;
+        }
+    }
+    wrongUsage("--samples " + text + ": must be 1, 4, 9 or 16");
+}
+
+/// Files that the command line names in several ways.
+void readFiles(const Words& words, KrAppOptions& options)
+{
+    for (std::string* const path : {&options.robot, &options.state, &options.trajectory, &options.camera}) {
+        KrAppFiles::nameStandard(*path, KrAppFiles::Standard::Input);
+    }
+    options.sidecar = !words.sidecar.empty();
+    options.sidecarPath = words.sidecar == "true" ? std::string() : words.sidecar;
+    for (std::string* const path : {&options.output, &options.depth, &options.depthPreview, &options.sidecarPath,
+                                    &options.report, &options.convert}) {
+        KrAppFiles::nameStandard(*path, KrAppFiles::Standard::Output);
+    }
+}
+
+void checkSidecar(const KrAppOptions& options)
+{
+    if (!options.sidecar) {
+        return;
+    }
+    const std::string pictures[] = {options.output, options.depth, options.depthPreview};
+    const auto numPictures =
+        std::count_if(std::begin(pictures), std::end(pictures), [](const std::string& path) { return !path.empty(); });
+    if (numPictures == 0) {
+        wrongUsage("--sidecar needs a picture: give -o PICTURE, --depth or --depth-preview");
+    }
+    if (!options.sidecarPath.empty() && (numPictures > 1 || !options.trajectory.empty())) {
+        wrongUsage("--sidecar=" + options.sidecarPath + " is for a single picture; --sidecar writes one beside each");
+    }
+    const bool isPiped = std::any_of(std::begin(pictures), std::end(pictures), KrAppFiles::isStandard);
+    if (options.sidecarPath.empty() && isPiped) {
+        wrongUsage("--sidecar: there is no place beside standard output; give --sidecar=FILE");
+    }
+}
+
+/// Refuses the pattern of a series where there is one picture.
+void checkPatterns(const KrAppOptions& options)
+{
+    for (const std::string& path : {options.output, options.depth, options.depthPreview}) {
+        if (options.trajectory.empty() && KrAppFiles::isPattern(path)) {
+            wrongUsage(path + " is a pattern for the frames of a motion: it needs --trajectory");
+        }
+        if (!options.trajectory.empty() && KrAppFiles::isStandard(path)) {
+            wrongUsage("standard output takes one picture: with --trajectory give a pattern such as frames/%04d.png");
+        }
+    }
+}
+
 void checkCombination(const KrAppOptions& options)
 {
     if (options.doctor || options.selfTest) {
@@ -343,19 +478,14 @@ void checkCombination(const KrAppOptions& options)
     if (!options.trajectory.empty() && !options.rangeMap.path.empty()) {
         wrongUsage("--range-map is for one pose and cannot be combined with --trajectory");
     }
-    if (options.sidecar && !options.drawsPictures()) {
-        wrongUsage("--sidecar needs a picture: give -o PICTURE, --depth or --depth-preview");
-    }
+    checkSidecar(options);
+    checkPatterns(options);
     if (!options.views.empty() && (options.output.empty() || hasDepth || options.sidecar || options.view)) {
         wrongUsage("--views is for the picture of -o: --depth, --depth-preview, --range-map, --sidecar and --view have "
                    "one camera");
     }
     if (options.view && (options.intrinsics || !options.camera.empty())) {
         wrongUsage("--view has a camera of its own: --camera and --intrinsics are for pictures");
-    }
-    const unsigned int n = options.samples;
-    if (n != 1 && n != 4 && n != 9 && n != 16) {
-        wrongUsage("--samples " + std::to_string(n) + ": must be 1, 4, 9 or 16");
     }
 }
 
@@ -371,6 +501,12 @@ KrVector KrAppOptions::towardsEye() const
     return {std::cos(elevation) * std::cos(azimuth), std::cos(elevation) * std::sin(azimuth), std::sin(elevation)};
 }
 
+bool KrAppOptions::isStandardOutputTaken() const
+{
+    const std::string paths[] = {output, depth, depthPreview, sidecarPath, report, convert, rangeMap.path};
+    return std::any_of(std::begin(paths), std::end(paths), KrAppFiles::isStandard);
+}
+
 bool KrAppOptions::parse(int argc, const char* const* argv)
 {
     CLI::App app("Draws a robot: a URDF or a native system file becomes a picture, without a display.", "krrender");
@@ -381,7 +517,10 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
                "  krrender arm.urdf -o sides.png --views front,side,top,perspective\n"
                "  krrender --view arm.urdf\n"
                "  krrender arm.urdf --info\n"
+               "  xacro arm.xacro | krrender - -o - > arm.png\n"
+               "The name - is standard input or output. A name that begins with - is written ./-name.\n"
                "Exit status: 0 done, 1 could not be done, 2 wrong usage.");
+    app.formatter(std::make_shared<Help>());
     Words words;
     addOptions(app, *this, words);
     try {
@@ -390,7 +529,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         app.exit(done);
         return false;
     } catch (const CLI::ParseError& error) {
-        wrongUsage(KrAppMessages::oneLine(error.what()) + " (krrender --help lists the options)");
+        cannotParse(app, *this, error);
     }
     selfTest = app.count("--self-test") > 0;
     if (selfTest && !words.selfTest.empty()) {
@@ -410,6 +549,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         readSize(words.size, *this);
         isSizeGiven = true;
     }
+    samples = words.samples.empty() ? samples : readSamples(words.samples);
     if (!words.background.empty()) {
         KrColor color;
         if (!KrAppValue::color(words.background, color)) {
@@ -430,12 +570,16 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         framesPerSecond = readNumber("--fps", words.framesPerSecond, kLeastFramesPerSecond, kMostFramesPerSecond);
     }
     if (!words.depthKind.empty() && (depth.empty() || !KrAppDepth::readKind(words.depthKind, depthKind))) {
+        const std::vector<std::string> near = KrAppValue::nearest(words.depthKind, {"planar", "euclidean"});
+        const std::string kinds = ": depths are planar or euclidean";
         wrongUsage("--depth-kind " + words.depthKind +
-                   (depth.empty() ? ": this needs --depth FILE" : ": depths are planar or euclidean"));
+                   (depth.empty() ? ": this needs --depth FILE"
+                                  : kinds + (near.empty() ? "" : "; did you mean " + near.front() + "?")));
     }
     if (!words.rangeMap.empty()) {
         rangeMap.parse(words.rangeMap);
     }
+    readFiles(words, *this);
     checkCombination(*this);
     return true;
 }

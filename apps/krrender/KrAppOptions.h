@@ -24,7 +24,7 @@ struct KrAppOptions
 
     std::string robot; ///< URDF or native system file
 
-    // What comes out; an empty path is not asked for.
+    // What comes out; an empty path is not asked for, "-" is standard output.
     std::string output;
     std::string depth; ///< metres or millimetres
     KrDepthCapture::Kind depthKind = KrDepthCapture::Kind::Planar;
@@ -32,7 +32,8 @@ struct KrAppOptions
     KrAppRangeMap rangeMap;
     std::string report;
     std::string convert;
-    bool sidecar = false; ///< a description beside each picture
+    bool sidecar = false;    ///< a description beside each picture
+    std::string sidecarPath; ///< of the only picture's, where it is not to be beside it
     bool info = false;
     bool doctor = false;
     bool selfTest = false;
@@ -71,6 +72,8 @@ struct KrAppOptions
     bool strict = false;
     bool quiet = false;
 
+    /// Whether standard output is one of the files, so that nothing else may be told there.
+    bool isStandardOutputTaken() const;
     bool drawsPictures() const { return !output.empty() || !depth.empty() || !depthPreview.empty(); }
 
     double verticalFieldOfView() const; ///< rad

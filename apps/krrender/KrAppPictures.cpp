@@ -15,6 +15,8 @@
 
 #include <toolkit/foundation/KrPrint.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -51,8 +53,14 @@ void KrAppPictures::check(const KrAppOptions& options)
     if (!options.depthPreview.empty()) {
         KrAppFiles::checkPictureFormat(options.depthPreview);
     }
+    for (const std::string& path : {options.output, options.depth, options.depthPreview}) {
+        if (KrAppFiles::isStandard(path) && isatty(STDOUT_FILENO) == 1) {
+            throw KrAppFailure(KrAppFailure::WrongUsage,
+                               "standard output is a terminal, which shows no pictures: redirect it, or name a file");
+        }
+    }
     for (const std::string& path : files(options, 1)) {
-        KrAppFiles::checkWritable(path);
+        KrAppFiles::checkWritable(path, isSeries && !(isVideo && path == options.output));
     }
 }
 
@@ -66,7 +74,7 @@ std::vector<std::string> KrAppPictures::files(const KrAppOptions& options, std::
         const bool isPattern = !options.trajectory.empty() && !(path == options.output && KrAppFiles::isVideo(path));
         names.push_back(isPattern ? KrAppFiles::frameFile(path, number) : path);
         if (options.sidecar) {
-            names.push_back(names.back() + ".json");
+            names.push_back(KrAppSidecar::fileOf(names.back(), options));
         }
     }
     return names;
@@ -96,8 +104,27 @@ KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrV
     }
 }
 
+KrAppPictures::~KrAppPictures()
+{
+    KrAppFiles::removeEmpty(m_folders); // those for frames of which none was drawn
+}
+
+void KrAppPictures::makeFolder(const std::string& path)
+{
+    const std::vector<std::string> made = KrAppFiles::makeFolder(path);
+    if (!made.empty() && m_folders.empty() && !m_options.quiet && !m_options.isStandardOutputTaken()) {
+        std::printf("%s: this folder is made\n", made.back().c_str());
+    }
+    m_folders.insert(m_folders.end(), made.begin(), made.end());
+}
+
 void KrAppPictures::write()
 {
+    for (const std::string& path : {m_options.output, m_options.depth, m_options.depthPreview}) {
+        if (!path.empty()) {
+            file(path, 0); // before the progress is shown
+        }
+    }
     if (!m_options.output.empty()) {
         m_options.trajectory.empty() ? writeColor() : writeColors();
         tellBlank(m_options.output);
@@ -134,9 +161,15 @@ void KrAppPictures::tellBlank(const std::string& path)
     m_numBlank = 0;
 }
 
-std::string KrAppPictures::file(const std::string& pattern, std::size_t i) const
+std::string KrAppPictures::file(const std::string& pattern, std::size_t i)
 {
-    return m_options.trajectory.empty() ? pattern : KrAppFiles::frameFile(pattern, i + 1);
+    const bool isVideo = pattern == m_options.output && KrAppFiles::isVideo(pattern);
+    if (m_options.trajectory.empty() || isVideo) {
+        return pattern;
+    }
+    const std::string path = KrAppFiles::frameFile(pattern, i + 1);
+    makeFolder(path);
+    return path;
 }
 
 void KrAppPictures::writeColor()
@@ -200,8 +233,8 @@ void KrAppPictures::writeColors()
     stream->setLender([&](const KrFrameStream::Frame& frame) { return writer.lend(frame.width, frame.height); });
     stream->setReceiver([&](const KrFrameStream::Frame&) { writer.submit(); });
     const unsigned int factor = m_scene->factor();
-    KrAppProgress progress("frames", m_motion.size(), m_options.quiet);
-    for (std::size_t i = 0; i < m_motion.size() && !interrupt.isRequested() && !writer.hasFailed(); ++i) {
+    KrAppProgress progress("frames", m_motion.size(), m_options.quiet || m_options.isStandardOutputTaken());
+    for (std::size_t i = 0; i < m_motion.size() && !KrAppInterrupt::isRequested() && !writer.hasFailed(); ++i) {
         if (m_tiles) {
             if (unsigned char* const whole = writer.lend(m_options.width * factor, m_options.height * factor)) {
                 m_tiles->draw(*m_scene, m_motion.state(i), whole);
@@ -220,6 +253,9 @@ void KrAppPictures::writeColors()
     }
     const bool isWhole = stream->flush();
     m_scene->window().setDrawCallback(nullptr);
+    if (video && KrAppInterrupt::isRequested()) {
+        stopped(writer.numWritten(), m_motion.size()); // what still waits would go with the video
+    }
     writer.finish();
     progress.setDone(writer.numWritten());
     if (!isWhole || writer.numWritten() < m_motion.size()) {
@@ -251,9 +287,9 @@ void KrAppPictures::writeEach(const std::string& what, const std::function<void(
         return;
     }
     const KrAppInterrupt interrupt;
-    KrAppProgress progress(what, m_motion.size(), m_options.quiet);
+    KrAppProgress progress(what, m_motion.size(), m_options.quiet || m_options.isStandardOutputTaken());
     for (std::size_t i = 0; i < m_motion.size(); ++i) {
-        if (interrupt.isRequested()) {
+        if (KrAppInterrupt::isRequested()) {
             stopped(i, m_motion.size());
         }
         writeOne(i);
@@ -296,10 +332,10 @@ void KrAppPictures::writeDepthSidecar(std::size_t i, const std::string& path, co
     }
 }
 
-void KrAppPictures::writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path) const
+void KrAppPictures::writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path)
 {
     if (!m_options.trajectory.empty()) {
         frame.frameNumber = static_cast<unsigned int>(i + 1);
     }
-    KrAppSidecar::write(frame, file(path, i), m_messages);
+    KrAppSidecar::write(frame, KrAppSidecar::fileOf(file(path, i), m_options));
 }

@@ -35,12 +35,18 @@ public:
     KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters,
                   bool isOwnLighting, KrAppMotion& motion, KrAppMessages& messages);
 
-    /// Throws KrAppFailure; files that are complete stay.
+    ~KrAppPictures();
+    KrAppPictures(const KrAppPictures&) = delete;
+    KrAppPictures& operator=(const KrAppPictures&) = delete;
+
+    /// Throws KrAppFailure; files that are complete stay, and folders that were made for them.
     void write();
 
 private:
-    /// The file of state `i` of the motion; `pattern` itself when there is one pose only.
-    std::string file(const std::string& pattern, std::size_t i) const;
+    /// The file of state `i` of the motion, whose folder is made if need be; `pattern` itself when there is one file
+    /// only. Throws KrAppFailure (CouldNot).
+    std::string file(const std::string& pattern, std::size_t i);
+    void makeFolder(const std::string& path);
     void writeColor();
     void writeColors();
     /// Of a video, 1/s. Throws KrAppFailure (CouldNot) where the motion's times make none.
@@ -52,7 +58,7 @@ private:
     void writeDepthPreview(std::size_t i);
     /// Of the frame that was drawn last, where descriptions are asked for.
     void writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit);
-    void writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path) const;
+    void writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path);
     /// Whether there is nothing but the background.
     bool isBlank(const KrImage& picture) const;
     /// Tells of frames in which nothing is seen, and counts anew.
@@ -69,5 +75,6 @@ private:
     std::size_t m_numBlank = 0;  ///< frames of the output that is written in which nothing is seen
     /// Of frames that are drawn and not yet written, in their order.
     std::deque<KrFrameDescription> m_descriptions;
-    std::mutex m_mutex; ///< of the descriptions: they are made on one thread and written on another
+    std::vector<std::string> m_folders; ///< made for frames
+    std::mutex m_mutex;                 ///< of the descriptions: they are made on one thread and written on another
 };

@@ -1,15 +1,16 @@
 #include "KrAppPose.h"
 
 #include "KrAppFailure.h"
+#include "KrAppFiles.h"
 #include "KrAppMessages.h"
 #include "KrAppValue.h"
 
+#include <toolkit/foundation/KrInputFile.h>
+#include <toolkit/foundation/KrLimits.h>
+#include <toolkit/foundation/KrText.h>
+
 #include <algorithm>
-#include <cerrno>
-#include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <cstdio>
 #include <set>
 
 namespace
@@ -61,7 +62,7 @@ std::vector<std::string> movableJoints(const KrStatedSystem& system)
 {
     const std::vector<std::string> joints = movableJoints(system);
     const std::vector<std::string> near = KrAppValue::nearest(name, joints);
-    std::string sentence = "there is no joint \"" + name + "\"";
+    std::string sentence = "there is no joint \"" + KrText::oneLine(name) + "\"";
     if (joints.empty()) {
         couldNot(sentence + ": nothing in this system moves");
     }
@@ -126,24 +127,29 @@ double jointPosition(const Joint& joint, const std::string& word, const std::str
     double position = 0.0;
     KrAppValue::Unit unit = KrAppValue::Unit::Plain;
     if (!KrAppValue::position(word, position, unit)) {
-        throw KrAppFailure(status, where + ": \"" + word + "\" is no number");
+        throw KrAppFailure(status, where + ": \"" + KrText::oneLine(word) + "\" is no number");
     }
     if (!fits(unit, joint.kinematics->type())) {
         const char* const needs =
             joint.kinematics->type() == Type::Prismatic ? "a length (m, mm)" : "an angle (rad, deg)";
-        throw KrAppFailure(status, where + ": \"" + word + "\" has the wrong unit, this joint takes " + needs);
+        throw KrAppFailure(status,
+                           where + ": \"" + KrText::oneLine(word) + "\" has the wrong unit, this joint takes " + needs);
     }
     return position;
 }
 
-void checkLimits(const Joint& joint, double position, const std::string& where, std::vector<std::string>& warnings)
+bool isBeyond(const Joint& joint, double position)
 {
     constexpr double kRounding = 1e-9; // a limit typed in degrees is not beyond itself
     const KrJointKinematics& k = *joint.kinematics;
-    if (k.hasLimits() && (position < k.lowerLimit() - kRounding || position > k.upperLimit() + kRounding)) {
-        warnings.push_back(where + ": " + text(position) + " is outside the limits " + text(k.lowerLimit()) + " to " +
-                           text(k.upperLimit()) + " of joint \"" + joint.name + "\"");
-    }
+    return k.hasLimits() && (position < k.lowerLimit() - kRounding || position > k.upperLimit() + kRounding);
+}
+
+std::string beyondText(const Joint& joint, double position, const std::string& where)
+{
+    const KrJointKinematics& k = *joint.kinematics;
+    return where + ": " + text(position) + " is outside the limits " + text(k.lowerLimit()) + " to " +
+           text(k.upperLimit()) + " of joint \"" + joint.name + "\"";
 }
 
 /// A column of a trajectory.
@@ -157,6 +163,9 @@ struct Column
     };
     Kind kind = Ignored;
     Joint joint;
+    // Positions outside the joint's limits: of many, one is told.
+    std::size_t numBeyond = 0;
+    std::string firstBeyond;
 };
 
 /// The cells of a line; a cell may stand in quotation marks.
@@ -193,7 +202,7 @@ std::vector<Column> columns(const KrStatedSystem& system, const std::vector<std:
             if (std::any_of(result.begin(), result.end(), [](const Column& c) { return c.kind == Column::Time; })) {
                 couldNot(where + ": there are two columns of times");
             }
-            result.push_back({Column::Time, {}});
+            result.push_back({Column::Time, {}, 0, {}});
             continue;
         }
         const Joint joint = [&] {
@@ -207,47 +216,88 @@ std::vector<Column> columns(const KrStatedSystem& system, const std::vector<std:
         if (joint.kinematics->isMimic()) {
             // Logs of joint states have them. What they follow says where they are.
             followers += (followers.empty() ? "" : ", ") + name;
-            result.push_back({Column::Ignored, joint});
+            result.push_back({Column::Ignored, joint, 0, {}});
             continue;
         }
         if (!seen.insert({joint.manipulator, joint.kinematics}).second) {
             couldNot(where + ": joint \"" + name + "\" has two columns");
         }
-        result.push_back({Column::Position, joint});
+        result.push_back({Column::Position, joint, 0, {}});
     }
     if (!followers.empty()) {
-        warnings.push_back(where + ": columns of joints that follow another are not read: " + followers);
+        warnings.push_back(where +
+                           ": columns of joints that follow another are not read: " + KrText::oneLine(followers));
     }
     return result;
 }
 
-/// The lines of a text file that hold something, with their numbers.
-std::vector<std::pair<std::size_t, std::string>> linesOf(const std::string& path)
+/// The lines of a text that hold something: not blank, no comment.
+class Lines
 {
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error)) {
-        couldNot(path + " is a folder, not a file");
+public:
+    explicit Lines(const std::string& path)
+        : m_name(KrAppFiles::spoken(path, KrAppFiles::Standard::Input))
+        , m_file(Kr::Limits::kTextBytes)
+    {
+        KrAppFiles::open(m_file, path);
     }
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        couldNot(path + ": " + std::strerror(errno ? errno : ENOENT));
+
+    /// False at the end.
+    bool next(std::string& line)
+    {
+        while (m_file.readLine(line, Kr::Limits::kTextLine)) {
+            if (++m_number == 1 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+                line.erase(0, 3); // a byte order mark
+            }
+            if (line.find('\0') != std::string::npos) {
+                couldNot(m_name + " is binary, not a CSV file");
+            }
+            const std::size_t first = line.find_first_not_of(" \t\r");
+            if (first != std::string::npos && line[first] != '#') {
+                return true;
+            }
+        }
+        if (!m_file.reason().empty()) {
+            couldNot(m_name + ": " + m_file.reason());
+        }
+        return false;
     }
-    std::vector<std::pair<std::size_t, std::string>> lines;
-    std::string line;
-    for (std::size_t number = 1; std::getline(file, line); ++number) {
-        if (number == 1 && line.compare(0, 3, "\xEF\xBB\xBF") == 0) {
-            line.erase(0, 3); // a byte order mark
+    const std::string& name() const { return m_name; }
+    /// Where the last line stands, to begin a sentence.
+    std::string where() const { return m_name + ", line " + std::to_string(m_number); }
+
+private:
+    std::string m_name;
+    KrInputFile m_file;
+    std::size_t m_number = 0;
+};
+
+/// Reads a row into the positions of the joints that move, and the time. @param isFirst  no time is before this one
+void readRow(const std::string& line, const std::string& where, bool isFirst, std::vector<Column>& header, double& time,
+             std::vector<double>& positions)
+{
+    const double timeBefore = time;
+    const std::vector<std::string> words = cellsOf(line);
+    if (words.size() != header.size()) {
+        couldNot(where + ": " + std::to_string(words.size()) + " values for " + std::to_string(header.size()) +
+                 " columns");
+    }
+    positions.clear();
+    for (std::size_t k = 0; k < words.size(); ++k) {
+        Column& column = header[k];
+        if (column.kind == Column::Time && !KrAppValue::number(words[k], time)) {
+            couldNot(where + ": \"" + KrText::oneLine(words[k]) + "\" is no number");
         }
-        if (line.find('\0') != std::string::npos) {
-            couldNot(path + " is binary, not a CSV file");
+        if (column.kind == Column::Time && !isFirst && !(time > timeBefore)) {
+            couldNot(where + ": the time " + KrText::oneLine(words[k]) + " is not later than that of the row before");
         }
-        const std::size_t first = line.find_first_not_of(" \t\r");
-        if (first != std::string::npos && line[first] != '#') {
-            lines.emplace_back(number, line);
+        if (column.kind == Column::Position) {
+            positions.push_back(jointPosition(column.joint, words[k], where, KrAppFailure::CouldNot));
+            if (isBeyond(column.joint, positions.back()) && column.numBeyond++ == 0) {
+                column.firstBeyond = beyondText(column.joint, positions.back(), where);
+            }
         }
     }
-    return lines;
 }
 
 } // namespace
@@ -259,73 +309,59 @@ void KrAppPose::setJoints(KrStatedSystem& system, const std::vector<std::pair<st
         const Joint joint = jointByName(system, name);
         const std::string where = "--joint " + name;
         const double position = jointPosition(joint, word, where, KrAppFailure::WrongUsage);
-        checkLimits(joint, position, where, warnings);
+        if (isBeyond(joint, position)) {
+            warnings.push_back(beyondText(joint, position, where));
+        }
         system.setJointPosition(joint.manipulator, joint.name, position);
     }
 }
 
 void KrAppPose::readState(KrStatedSystem& system, const std::string& path, KrAppMessages& messages)
 {
+    const std::string text = KrAppFiles::readText(path, Kr::Limits::kStateBytes);
+    const std::string name = KrAppFiles::spoken(path, KrAppFiles::Standard::Input);
     KrManipulatorSystemState state;
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error)) {
-        couldNot(path + " is a folder, not a file");
-    }
-    if (!std::filesystem::exists(path, error)) {
-        couldNot(path + ": no such file");
-    }
-    if (!state.readFile(path) || !system.setSystemState(state)) {
-        couldNot(messages.lastReason(path + " cannot be read"));
+    if (!state.readBuffer(text.data(), text.size(), name) || !system.setSystemState(state)) {
+        couldNot(messages.lastReason(name + " cannot be read"));
     }
 }
 
 KrAppMotion KrAppPose::readTrajectory(const KrStatedSystem& system, const std::string& path,
                                       std::vector<std::string>& warnings)
 {
-    const std::vector<std::pair<std::size_t, std::string>> lines = linesOf(path);
-    if (lines.empty()) {
-        couldNot(path + " is empty: a header that names joints is expected");
+    Lines lines(path);
+    std::string line;
+    if (!lines.next(line)) {
+        couldNot(lines.name() + " is empty: a header that names joints is expected");
     }
-    const std::vector<Column> header =
-        columns(system, cellsOf(lines[0].second), path + ", line " + std::to_string(lines[0].first), warnings);
-    if (lines.size() == 1) {
-        couldNot(path + " has a header but no row");
-    }
-
+    std::vector<Column> header = columns(system, cellsOf(line), lines.where(), warnings);
     std::vector<KrAppMotion::Joint> joints;
     for (const Column& column : header) {
         if (column.kind == Column::Position) {
             joints.push_back({column.joint.manipulator, column.joint.name});
         }
     }
+    const std::size_t mostRows =
+        std::min(Kr::Limits::kTrajectoryRows, Kr::Limits::kTrajectoryNumbers / (1 + joints.size()));
     KrAppMotion motion(system, std::move(joints));
     std::vector<double> positions;
     double time = 0.0;
-    for (std::size_t i = 1; i < lines.size(); ++i) {
-        const std::string where = path + ", line " + std::to_string(lines[i].first);
-        const std::vector<std::string> words = cellsOf(lines[i].second);
-        if (words.size() != header.size()) {
-            couldNot(where + ": " + std::to_string(words.size()) + " values for " + std::to_string(header.size()) +
-                     " columns");
+    while (lines.next(line)) {
+        if (motion.size() == mostRows) {
+            couldNot(lines.name() + ": it has more than " + std::to_string(mostRows) + " rows");
         }
-        const double timeBefore = time;
-        positions.clear();
-        for (std::size_t k = 0; k < words.size(); ++k) {
-            const Joint& joint = header[k].joint;
-            if (header[k].kind == Column::Time && !KrAppValue::number(words[k], time)) {
-                couldNot(where + ": \"" + words[k] + "\" is no number");
-            }
-            if (header[k].kind == Column::Time && i > 1 && !(time > timeBefore)) {
-                couldNot(where + ": the time " + words[k] + " is not later than that of the row before");
-            }
-            if (header[k].kind != Column::Position) {
-                continue;
-            }
-            const double position = jointPosition(joint, words[k], where, KrAppFailure::CouldNot);
-            checkLimits(joint, position, where, warnings);
-            positions.push_back(position);
-        }
+        readRow(line, lines.where(), motion.size() == 0, header, time, positions);
         motion.add(time, positions);
+    }
+    if (motion.size() == 0) {
+        couldNot(lines.name() + " has a header but no row");
+    }
+    for (const Column& column : header) {
+        if (column.numBeyond > 0) {
+            const std::string more =
+                column.numBeyond > 1 ? ", and " + std::to_string(column.numBeyond - 1) + " more" : "";
+            warnings.push_back(column.firstBeyond + more);
+        }
     }
     return motion;
 }

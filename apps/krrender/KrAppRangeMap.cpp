@@ -83,7 +83,9 @@ void KrAppRangeMap::parse(const std::vector<std::string>& words)
         wrongUsage("", "FILE WIDTHxHEIGHT XSIZExYSIZE DISTANCE are expected");
     }
     const std::string extension = KrAppFiles::extensionOf(words[0]);
-    if (extension != ".npy" && extension != ".csv") {
+    path = words[0];
+    KrAppFiles::nameStandard(path, KrAppFiles::Standard::Output);
+    if (!KrAppFiles::isStandard(path) && extension != ".npy" && extension != ".csv") {
         wrongUsage(words[0], "range maps are written as .npy or .csv");
     }
     unsigned long columns = 0;
@@ -96,7 +98,6 @@ void KrAppRangeMap::parse(const std::vector<std::string>& words)
     if (!KrAppValue::number(words[3], distance) || !(distance > kNearLimit) || !std::isfinite(distance)) {
         wrongUsage(words[3], "the fourth word is the farthest distance in metres, above 1");
     }
-    path = words[0];
     width = static_cast<unsigned int>(columns);
     height = static_cast<unsigned int>(rows);
 }
@@ -105,8 +106,8 @@ void KrAppRangeMap::write(const KrStatedSystem& system, const KrPovParameters& p
 {
     Map map;
     if (!KrRender2DSampleTool::get2DMap(system, viewOf(pov), width, height, xSize, ySize, distance, map)) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": the range map cannot be drawn: " +
-                                                       messages.lastReason("the driver gives no reason"));
+        throw KrAppFailure(KrAppFailure::CouldNot,
+                           "the range map cannot be drawn: " + messages.lastReason("the driver gives no reason"));
     }
-    KrAppFiles::writeBytes(KrAppFiles::extensionOf(path) == ".csv" ? csv(map) : numpy(map, width), path);
+    KrAppFiles::writeBytes(KrAppFiles::extensionOf(path) == ".npy" ? numpy(map, width) : csv(map), path);
 }

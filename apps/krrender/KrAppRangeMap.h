@@ -11,7 +11,7 @@ class KrAppMessages;
 /// A range map that is asked for: distances on a regular grid, seen by an orthographic camera.
 struct KrAppRangeMap
 {
-    std::string path; ///< .npy or .csv; empty when none is asked for
+    std::string path; ///< .npy or .csv, "-" for .csv; empty when none is asked for
     unsigned int width = 0;
     unsigned int height = 0;
     double xSize = 0.0; ///< m, to the right

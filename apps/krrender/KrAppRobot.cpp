@@ -1,16 +1,18 @@
 #include "KrAppRobot.h"
 
 #include "KrAppFailure.h"
+#include "KrAppFiles.h"
 #include "KrAppMessages.h"
 #include "KrAppOptions.h"
 
 #include <import/KrRobotImporter.h>
+#include <toolkit/foundation/KrInputFile.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
-#include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <limits>
 
 namespace
 {
@@ -26,21 +28,17 @@ namespace fs = std::filesystem;
 std::string beginningOf(const std::string& path)
 {
     constexpr std::size_t kLongestProlog = 65536;
-    std::error_code error;
-    if (!fs::exists(path, error)) {
-        couldNot(path + ": no such file");
-    }
-    if (fs::is_directory(path, error)) {
-        couldNot(path + " is a folder, not a file");
-    }
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        couldNot(path + " cannot be read: " + std::strerror(errno));
-    }
+    KrInputFile file(std::numeric_limits<std::uint64_t>::max()); // whoever reads all of it has a limit
     std::string text(kLongestProlog, '\0');
-    file.read(&text[0], static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(file.gcount()));
+    std::size_t size = 0;
+    bool isRead = file.open(path);
+    for (std::size_t count = 1; isRead && count > 0 && size < text.size(); size += count) {
+        isRead = file.read(&text[size], text.size() - size, count);
+    }
+    if (!isRead) {
+        couldNot(path + ": " + file.reason());
+    }
+    text.resize(size);
     if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
         couldNot(path + " is empty");
     }
@@ -107,7 +105,7 @@ std::string KrAppRobot::rootElement(const std::string& text)
 
 void KrAppRobot::read(const KrAppOptions& options, KrAppMessages& messages)
 {
-    const std::string& path = options.robot;
+    const std::string path = KrAppFiles::isStandard(options.robot) ? "/dev/stdin" : options.robot;
     // A pipe can be read but once: it is the importer's.
     std::error_code error;
     const bool isPipe = fs::is_fifo(path, error);

@@ -7,6 +7,8 @@
 #include "KrAppScene.h"
 #include "KrAppValue.h"
 
+#include <toolkit/foundation/KrLimits.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -40,13 +42,15 @@ void KrAppSidecar::readCamera(KrAppOptions& options, const KrAppMessages& messag
         return;
     }
     KrFrameDescription frame;
-    if (!frame.readFile(options.camera)) {
-        throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot read " + options.camera));
+    const std::string text = KrAppFiles::readText(options.camera, Kr::Limits::kCameraBytes);
+    const std::string name = KrAppFiles::spoken(options.camera, KrAppFiles::Standard::Input);
+    if (!frame.readText(text, name)) {
+        throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot read " + name));
     }
     const bool isDrawable = frame.width <= KrAppOptions::kLargestSize && frame.height <= KrAppOptions::kLargestSize;
     if (!frame.intrinsics || !isDrawable) {
         throw KrAppFailure(KrAppFailure::CouldNot,
-                           options.camera + (isDrawable ? " tells no intrinsics" : " tells too large a picture"));
+                           name + (isDrawable ? " tells no intrinsics" : " tells too large a picture"));
     }
     options.pov = frame.actualPov();
     if (!options.isSizeGiven) {
@@ -89,9 +93,12 @@ KrFrameDescription KrAppSidecar::describe(KrAppScene& scene, const KrAppOptions&
     return frame;
 }
 
-void KrAppSidecar::write(const KrFrameDescription& frame, const std::string& path, const KrAppMessages& messages)
+std::string KrAppSidecar::fileOf(const std::string& picture, const KrAppOptions& options)
 {
-    if (!frame.writeFile(path + ".json")) {
-        throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + path + ".json"));
-    }
+    return options.sidecarPath.empty() ? picture + ".json" : options.sidecarPath;
+}
+
+void KrAppSidecar::write(const KrFrameDescription& frame, const std::string& path)
+{
+    KrAppFiles::writeBytes(frame.json(), path);
 }

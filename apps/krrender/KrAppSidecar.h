@@ -25,7 +25,9 @@ bool evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& asp
 
 /// The frame that `scene` drew last, as a picture file of the size that was asked for.
 KrFrameDescription describe(KrAppScene& scene, const KrAppOptions& options);
-/// Writes `frame` beside the picture `path`, as `path`.json. Throws KrAppFailure (CouldNot).
-void write(const KrFrameDescription& frame, const std::string& path, const KrAppMessages& messages);
+/// Where the description of `picture` is written: beside it as `picture`.json, or as the options name it.
+std::string fileOf(const std::string& picture, const KrAppOptions& options);
+/// Throws KrAppFailure (CouldNot).
+void write(const KrFrameDescription& frame, const std::string& path);
 
 } // namespace KrAppSidecar

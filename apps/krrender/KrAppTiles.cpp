@@ -73,8 +73,10 @@ std::vector<std::string> KrAppTiles::parse(const std::string& list)
             for (const std::string& name : names()) {
                 known += (known.empty() ? "" : ", ") + name;
             }
+            const std::vector<std::string> near = KrAppValue::nearest(view, names());
             throw KrAppFailure(KrAppFailure::WrongUsage,
-                               "--views " + list + ": there is no view \"" + view + "\", but " + known);
+                               "--views " + list + ": there is no view \"" + view + "\", but " + known +
+                                   (near.empty() ? "" : "; did you mean " + near.front() + "?"));
         }
     }
     return views;

@@ -1,10 +1,13 @@
 #include "KrAppVideo.h"
 
 #include "KrAppFailure.h"
+#include "KrAppFiles.h"
+#include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
 #include "KrAppValue.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -12,10 +15,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 #include <vector>
 
 extern char** environ;
@@ -24,6 +29,8 @@ namespace
 {
 
 namespace fs = std::filesystem;
+
+constexpr int kPatienceMs = 50; // until a signal is noticed while the program works, or does nothing
 
 [[noreturn]] void couldNot(const std::string& sentence)
 {
@@ -35,7 +42,7 @@ std::vector<std::string> arguments(const std::string& path, unsigned int width, 
 {
     char rate[32];
     std::snprintf(rate, sizeof rate, "%.6g", framesPerSecond);
-    const bool isGif = fs::path(path).extension() == ".gif";
+    const bool isGif = KrAppFiles::extensionOf(path) == ".gif";
     // -xerror: a disk that is full at the end is a failure, too.
     std::vector<std::string> list =
         KrAppValue::split("ffmpeg -hide_banner -loglevel error -xerror -nostdin -y -f rawvideo -pix_fmt rgb24", ' ');
@@ -86,6 +93,8 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
         couldNot("cannot write " + path + ": " + reason);
     }
     m_pipe = ends[1];
+    // A program that hangs must not hang this one.
+    fcntl(m_pipe, F_SETFL, O_NONBLOCK);
     // A program that ends early is noticed by the failing write.
     signal(SIGPIPE, SIG_IGN);
 
@@ -103,14 +112,25 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
     // In a process group of its own: Ctrl-C reaches this program alone, which then ends the video in order.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     posix_spawnattr_setpgroup(&attributes, 0);
-    const int error = posix_spawn(&m_process, executable.c_str(), &actions, &attributes, argv.data(), environ);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    sigaddset(&signals, SIGPIPE);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    int error = 0;
+    {
+        // No signal comes between the start of the program and the note of what is to be killed.
+        const KrAppInterrupt::Pause pause;
+        error = posix_spawn(&m_process, executable.c_str(), &actions, &attributes, argv.data(), environ);
+        m_process = error == 0 ? m_process : -1;
+        KrAppInterrupt::setProcessGroup(error == 0 ? m_process : 0);
+    }
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[0]);
     if (error != 0) {
-        m_process = -1;
         closeFiles();
         couldNot("cannot write " + path + ": " + executable + " does not start: " + std::strerror(error));
     }
@@ -118,8 +138,7 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
 
 KrAppVideo::~KrAppVideo()
 {
-    closePipe();
-    waitForEnd();
+    kill();
     closeFiles();
 }
 
@@ -140,15 +159,52 @@ void KrAppVideo::closeFiles()
     }
 }
 
-int KrAppVideo::waitForEnd()
+bool KrAppVideo::hasEnded(bool isAwaited)
+{
+    siginfo_t info = {};
+    // Not reaped yet: until then the number is no other program's, whom a signal could kill.
+    const int options = WEXITED | WNOWAIT | (isAwaited ? 0 : WNOHANG);
+    int error = 0;
+    do {
+        error = waitid(P_PID, static_cast<id_t>(m_process), &info, options) == 0 ? 0 : errno;
+    } while (error == EINTR);
+    return error != 0 || info.si_pid != 0;
+}
+
+int KrAppVideo::reap()
 {
     int status = -1;
-    if (m_process > 0) {
-        while (waitpid(m_process, &status, 0) < 0 && errno == EINTR) {
-        }
-        m_process = -1;
+    KrAppInterrupt::setProcessGroup(0);
+    while (waitpid(m_process, &status, 0) < 0 && errno == EINTR) {
     }
+    m_process = -1;
     return status;
+}
+
+void KrAppVideo::kill()
+{
+    if (m_process > 0) {
+        ::kill(-m_process, SIGKILL);
+        hasEnded(true);
+        reap();
+    }
+}
+
+int KrAppVideo::waitForEnd()
+{
+    while (m_process > 0 && !hasEnded(false)) {
+        stopIfInterrupted();
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPatienceMs / 10));
+    }
+    return m_process > 0 ? reap() : -1;
+}
+
+void KrAppVideo::stopIfInterrupted()
+{
+    if (KrAppInterrupt::isRequested()) {
+        kill(); // its file would go anyway
+        couldNot("stopped: " + m_path + " is not finished");
+    }
 }
 
 std::string KrAppVideo::complaint() const
@@ -173,14 +229,16 @@ void KrAppVideo::add(const KrImage& picture)
     std::size_t left = picture.sizeInBytes();
     while (left > 0) {
         const ssize_t written = write(m_pipe, data, left);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
+        if (written > 0) {
+            data += written;
+            left -= static_cast<std::size_t>(written);
+        } else if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            stopIfInterrupted();
+            pollfd wait = {m_pipe, POLLOUT, 0};
+            poll(&wait, 1, kPatienceMs);
+        } else if (written == 0 || errno != EINTR) {
             giveUp();
         }
-        data += written;
-        left -= static_cast<std::size_t>(written);
     }
 }
 

@@ -19,9 +19,10 @@ public:
     KrAppVideo(const KrAppVideo&) = delete;
     KrAppVideo& operator=(const KrAppVideo&) = delete;
 
-    /// Appends a frame: width x height, RGB, row 0 at the bottom. Throws KrAppFailure.
+    /// Appends a frame: width x height, RGB, row 0 at the bottom. Throws KrAppFailure, also when the program does not
+    /// take it and a signal asks for an end (KrAppInterrupt).
     void add(const KrImage& picture);
-    /// Ends the video and puts it in its place. Throws KrAppFailure.
+    /// Ends the video and puts it in its place. Throws KrAppFailure, as `add` does.
     void finish();
 
     /// The full path of the program; empty when it is not in the folders of PATH.
@@ -29,7 +30,11 @@ public:
 
 private:
     void closePipe();
+    bool hasEnded(bool isAwaited);
+    int reap();
+    void kill();
     int waitForEnd();
+    void stopIfInterrupted();
     [[noreturn]] void giveUp();
     std::string complaint() const;
     void closeFiles();

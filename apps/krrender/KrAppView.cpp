@@ -188,7 +188,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     m_window.setInputHandler(new KrOrbitInputHandler(&m_window));
     KrWindowInput input(m_window);
     std::size_t shown = motion.size();
-    while (!keys->isDone() && !input.isCloseRequested() && !interrupt.isRequested()) {
+    while (!keys->isDone() && !input.isCloseRequested() && !KrAppInterrupt::isRequested()) {
         bool isDue = input.take();
         if (const std::size_t state = player.state(); state != shown) {
             poses.drive(motion.state(state));

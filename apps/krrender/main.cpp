@@ -5,6 +5,7 @@
 #include "KrAppFiles.h"
 #include "KrAppFraming.h"
 #include "KrAppInfo.h"
+#include "KrAppInterrupt.h"
 #include "KrAppLighting.h"
 #include "KrAppMessages.h"
 #include "KrAppMotion.h"
@@ -18,6 +19,9 @@
 
 #include <rendCore/KrToolkitFolders.h>
 #include <toolkit/system/KrPoseDriver.h>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -36,7 +40,7 @@ const KrColor kDefaultBackground(0xEE / 255.0, 0xF0 / 255.0, 0xF4 / 255.0);
 void checkNames(const KrAppOptions& options, std::size_t number)
 {
     std::vector<std::string> outputs = KrAppPictures::files(options, number);
-    outputs.insert(outputs.end(), {options.rangeMap.path, options.report, options.convert});
+    outputs.insert(outputs.end(), {options.rangeMap.path, options.report, options.convert, options.info ? "-" : ""});
     KrAppFiles::checkDistinct(outputs, {options.robot, options.state, options.trajectory, options.camera});
 }
 
@@ -90,7 +94,8 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
     KrVisualizationParameters parameters = robot.system.visualizationParameters();
     if (options.useFileView && !robot.hasView) {
         throw KrAppFailure(KrAppFailure::WrongUsage,
-                           options.robot + " holds no point of view: --file-view is for native files that have one");
+                           KrAppFiles::spoken(options.robot, KrAppFiles::Standard::Input) +
+                               " holds no point of view: --file-view is for native files that have one");
     }
     const bool isFileView = options.useFileView;
     const bool hasLights = isFileView && !parameters.lightParameters().lights().empty();
@@ -121,7 +126,7 @@ void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, Kr
           KrAppMessages& messages)
 {
     KrAppView window(options, messages);
-    if (!options.quiet) {
+    if (!options.quiet && !options.isStandardOutputTaken()) {
         std::fputs(KrAppView::bindings().c_str(), stdout);
         std::fflush(stdout);
     }
@@ -159,6 +164,21 @@ void refuseMissingMeshes(const KrAppRobot& robot)
     }
 }
 
+void convert(const KrAppRobot& robot, const std::string& path, const KrAppMessages& messages)
+{
+    bool isWritten = false;
+    if (KrAppFiles::isStandard(path)) {
+        std::string text;
+        isWritten = robot.system.writeBuffer(text);
+        KrAppFiles::writeBytes(text, path);
+    } else {
+        isWritten = robot.system.writeFile(path);
+    }
+    if (!isWritten) {
+        throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + path));
+    }
+}
+
 /// A few of them. @param own  those that are not in the import's report
 void printWarnings(const KrAppOptions& options, const KrAppRobot& robot, const std::vector<std::string>& own)
 {
@@ -169,7 +189,7 @@ void printWarnings(const KrAppOptions& options, const KrAppRobot& robot, const s
         all.push_back(warning.element.empty() ? warning.text : warning.element + ": " + warning.text);
     }
     for (std::size_t i = 0; i < all.size() && i < kMostShown; ++i) {
-        std::fprintf(stderr, "warning: %s\n", KrAppMessages::oneLine(all[i]).c_str());
+        std::fprintf(stderr, "warning: %s\n", KrAppMessages::printable(KrAppMessages::oneLine(all[i])).c_str());
     }
     if (all.size() > kMostShown) {
         const bool isToldElsewhere = options.report.empty() && !imported.empty();
@@ -202,8 +222,8 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
     KrAppRobot robot;
     robot.read(options, messages);
     // Before anything can fail: the report tells why.
-    if (!options.report.empty() && !robot.report.writeJson(options.report)) {
-        throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.report));
+    if (!options.report.empty()) {
+        KrAppFiles::writeBytes(robot.report.json(), options.report);
     }
     if (options.strict) {
         refuseMissingMeshes(robot);
@@ -238,8 +258,8 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
         bool isOwnLighting = true;
         robot.system.visualizationParameters() = parametersFor(options, robot, motion, isOwnLighting);
         poses.drive(robot.statedSystem().systemState());
-        if (!options.convert.empty() && !robot.system.writeFile(options.convert)) {
-            throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot write " + options.convert));
+        if (!options.convert.empty()) {
+            convert(robot, options.convert, messages);
         }
         poses.drive(motion.state(0));
         if (options.drawsPictures()) {
@@ -257,7 +277,20 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
     if (!options.quiet) {
         warnings.insert(warnings.end(), messages.texts().begin(), messages.texts().end());
         printWarnings(options, robot, warnings);
-        printSummary(options, robot, motion.size());
+        if (!options.isStandardOutputTaken()) {
+            printSummary(options, robot, motion.size());
+        }
+    }
+}
+
+/// A stream that is closed would become the next file that is opened, and what is told would be written into it.
+void openStandardStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // The other way round, so that its use fails as it would have.
+        if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) < 0) {
+            return;
+        }
     }
 }
 
@@ -286,6 +319,8 @@ int work(int argc, char** argv, KrAppMessages& messages)
 
 int main(int argc, char** argv)
 {
+    openStandardStreams();
+    KrAppInterrupt::install();
     KrToolkitFolders::setDefault();
     KrAppMessages messages;
     try {
@@ -298,12 +333,12 @@ int main(int argc, char** argv)
         }
         return status;
     } catch (const KrAppFailure& failure) {
-        std::fprintf(stderr, "krrender: %s\n", failure.what());
+        std::fprintf(stderr, "krrender: %s\n", KrAppMessages::printable(failure.what()).c_str());
         return failure.status();
     } catch (const std::bad_alloc&) {
         std::fprintf(stderr, "krrender: there is not enough memory for this\n");
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "krrender: %s\n", KrAppMessages::oneLine(error.what()).c_str());
+        std::fprintf(stderr, "krrender: %s\n", KrAppMessages::printable(KrAppMessages::oneLine(error.what())).c_str());
     }
     return KrAppFailure::CouldNot;
 }

@@ -156,6 +156,30 @@ TEST(KrAppPose, NamesFileAndLineOfABadTrajectory)
     EXPECT_NE(failureOf([&] { KrAppPose::readTrajectory(system, folder.path("."), warnings); }), "");
 }
 
+TEST(KrAppPose, TellsManyBadPositionsOnceAndLongNamesShort)
+{
+    const Folder folder;
+    const KrStatedSystem system = twoRobots();
+    std::string rows = "slide_joint,a/turn_joint\n";
+    for (int i = 0; i < 1000; ++i) {
+        rows += "0,9\n";
+    }
+    std::vector<std::string> warnings;
+    KrAppPose::readTrajectory(system, folder.write("m.csv", rows), warnings);
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_NE(warnings[0].find("line 2: 9 is outside"), std::string::npos) << warnings[0];
+    EXPECT_NE(warnings[0].find("and 999 more"), std::string::npos) << warnings[0];
+
+    const std::string name(100000, 'x');
+    for (const std::string& content : {name + "\n1\n", "slide_joint\n" + name + "\n", "time\n1\n" + name + "\n",
+                                       "a/turn_joint\n" + std::string(90000, '0') + "mm\n"}) {
+        const std::string path = folder.write("m.csv", content);
+        const std::string sentence = failureOf([&] { KrAppPose::readTrajectory(system, path, warnings); });
+        EXPECT_NE(sentence, "");
+        EXPECT_LT(sentence.size(), 400u) << sentence;
+    }
+}
+
 TEST(KrAppMotion, IsPlayedByItsTimesUnlessARateIsGiven)
 {
     const KrStatedSystem system = twoRobots();

@@ -481,7 +481,18 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
         {robot + " -o a.png --state none.xml", 1, "no such file"},
         {robot + " -o a.png --state broken.xml", 1, "broken.xml"},
         {robot + " --trajectory bad.csv", 2, "needs -o"},
-        {robot + " --paint -o a.png", 2, "--paint"},
+        {robot + " --paint -o a.png", 2, "--paint: there is no such option"},
+        {robot + " --trajectry x.csv -o a.png", 2, "--trajectry: there is no such option; did you mean --trajectory?"},
+        {robot + " -o a.png -Depth=a.npy", 2, "did you mean --depth?"},
+        {robot + " other.urdf -o a.png", 2, "\"swing.urdf\" and \"other.urdf\""},
+        {"-- " + robot + " -o a.png", 2, "-o: behind --"},
+        {robot + " -o a.png -o b.png", 2, "--output is given more than once"},
+        {robot + " -o a.png --strict=5", 2, "--strict takes no value"},
+        {robot + " -o a.png -q=5", 2, "-=5: there is no such option"},
+        {robot + " --range-map a.npy 4x4 2x2", 2, "--range-map needs FILE WxH XxY METRES"},
+        {robot + " -o a.png --samples -4", 2, "1, 4, 9 or 16"},
+        {robot + " --depth a.npy --depth-kind plannar", 2, "did you mean planar?"},
+        {robot + " -o 'a\033[31m\302\233/a.png'", 1, "there is no folder"},
         {robot + " -o a.png --select arn", 1, "did you mean arm?"},
         {robot + " -o a.png --show axis", 2, "did you mean axes?"},
         {robot + " -o a.png --axis-scale 1", 2, "needs --show axes"},
@@ -500,7 +511,7 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
         {robot + " -o a.png --eye 1,2,3 --azimuth 9", 2, "--azimuth"},
         {robot + " -o a.png --fps 9", 2, "needs --trajectory"},
         {robot + " -o a.png --background ''", 2, "--background: its value is empty"},
-        {robot + " -o a.png --views front,tpo", 2, "there is no view \"tpo\""},
+        {robot + " -o a.png --views front,tpo", 2, "did you mean top?"},
         {robot + " -o a.png --views front --eye 1,2,3", 2, "--views places"},
         {robot + " --depth a.npy --views front", 2, "--views is for the picture"},
         {robot + " -o a.png --views front,top --size 1x1", 2, "too few for 2 views"},
@@ -515,6 +526,8 @@ TEST_F(KrRenderProgram, EveryFailureIsOneSentenceAndLeavesNothingBehind)
         EXPECT_EQ(answer.numErrorLines(), 1u) << c.arguments << "\n" << answer.err;
         EXPECT_EQ(answer.err.compare(0, 10, "krrender: "), 0) << c.arguments << "\n" << answer.err;
         EXPECT_NE(answer.err.find(c.part), std::string::npos) << c.arguments << "\n" << answer.err;
+        EXPECT_EQ(answer.err.find('\033'), std::string::npos) << c.arguments;
+        EXPECT_EQ(answer.err.find('\302'), std::string::npos) << c.arguments;
         EXPECT_LT(answer.err.size(), 600u) << c.arguments << "\n" << answer.err;
         EXPECT_EQ(m_folder.names(), before) << c.arguments;
     }

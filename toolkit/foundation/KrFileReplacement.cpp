@@ -5,7 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +24,31 @@ constexpr int kMostAttempts = 16;
 // Together far below the 255 bytes that a name may have.
 constexpr std::size_t kLongestStem = 60;
 constexpr std::size_t kLongestExtension = 16;
+
+/// A temporary file as a signal handler finds it: in memory that is always there, without a lock.
+struct Unfinished
+{
+    std::atomic<bool> isTaken{false};
+    std::atomic<bool> isThere{false};
+    char path[PATH_MAX] = {};
+};
+
+std::array<Unfinished, 16> s_unfinished;
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler must not wait");
+
+/// @return the place in the list; -1 when there is none
+int keepInMind(const std::string& path)
+{
+    for (std::size_t i = 0; path.size() < PATH_MAX && i < s_unfinished.size(); ++i) {
+        Unfinished& place = s_unfinished[i];
+        if (!place.isTaken.exchange(true)) {
+            place.path[path.copy(place.path, path.size())] = '\0';
+            place.isThere = true;
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
+}
 
 bool isLink(const fs::path& path)
 {
@@ -94,8 +122,13 @@ KrFileReplacement::KrFileReplacement(const std::string& path)
             break;
         }
         m_temporary = (whole.parent_path() / temporaryName(whole, number)).string();
+        // Before the file is there: a signal may come right behind it.
+        m_slot = keepInMind(m_temporary);
         m_descriptor = ::open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         error = m_descriptor < 0 ? errno : 0;
+        if (m_descriptor < 0) {
+            forget();
+        }
     }
     if (m_descriptor < 0) {
         m_temporary.clear();
@@ -129,6 +162,26 @@ void KrFileReplacement::discard()
     if (!m_temporary.empty()) {
         ::unlink(m_temporary.c_str());
         m_temporary.clear();
+    }
+    forget();
+}
+
+void KrFileReplacement::forget()
+{
+    if (m_slot >= 0) {
+        Unfinished& place = s_unfinished[static_cast<std::size_t>(m_slot)];
+        place.isThere = false;
+        place.isTaken = false;
+        m_slot = -1;
+    }
+}
+
+void KrFileReplacement::removeUnfinished()
+{
+    for (const Unfinished& place : s_unfinished) {
+        if (place.isThere.load()) {
+            ::unlink(place.path);
+        }
     }
 }
 
@@ -176,6 +229,7 @@ bool KrFileReplacement::replace()
         return false;
     }
     m_temporary.clear();
+    forget();
     return true;
 }
 

@@ -44,10 +44,16 @@ public:
     /// The file that `path` means: where it leads when it is a link, there already or not; else `path`.
     static std::string target(const std::string& path);
 
+    /// Removes the temporary files of all objects of the process, of 16 at once at least. For a signal handler that
+    /// ends the process: it calls nothing that such a handler may not. An object that goes on writing fails in
+    /// `replace`.
+    static void removeUnfinished();
+
 private:
     bool fail(int error);
     bool fail(const std::string& reason);
     void discard();
+    void forget();
 
     std::string m_target;
     std::string m_temporary;
@@ -55,4 +61,5 @@ private:
     unsigned int m_permissions = 0; ///< of the file that is replaced
     bool m_isNew = true;            ///< there is no such file yet
     int m_descriptor = -1;
+    int m_slot = -1; ///< in the list of unfinished files; -1 for none
 };

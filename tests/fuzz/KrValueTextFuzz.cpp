@@ -1,0 +1,60 @@
+// Words of the command line and of trajectory files.
+#include <KrAppFailure.h>
+#include <KrAppFiles.h>
+#include <KrAppMessages.h>
+#include <KrAppRobot.h>
+#include <KrAppSidecar.h>
+#include <KrAppTiles.h>
+#include <KrAppValue.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+namespace
+{
+
+void check(bool holds)
+{
+    if (!holds) {
+        std::abort();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    double number = 0.0;
+    KrAppValue::Unit unit = KrAppValue::Unit::Plain;
+    KrVector vector;
+    KrColor color;
+    unsigned long width = 0;
+    unsigned long height = 0;
+    KrCameraIntrinsics camera;
+    camera.width = camera.height = 100;
+    check(!KrAppValue::number(text, number) || std::isfinite(number));
+    check(!KrAppValue::position(text, number, unit) || std::isfinite(number));
+    check(!KrAppValue::vector(text, vector) || std::isfinite(vector.x() + 0.0 * vector.y()));
+    check(!KrAppValue::color(text, color) || (color.red() >= 0.0 && color.blue() <= 1.0));
+    check(!KrAppSidecar::readIntrinsics(text, camera) || camera.isValid());
+    KrAppValue::size(text, width, height);
+    KrAppValue::nearest(text, {"axes", "volumes", "trajectory", text});
+    KrAppRobot::rootElement(text);
+
+    const std::string shown = KrAppMessages::printable(KrAppMessages::sentence(text));
+    check(shown.find_first_of("\x1b\x7f\n\r\t") == std::string::npos && shown.size() <= text.size());
+    try {
+        KrAppTiles::parse(text);
+    } catch (const KrAppFailure&) {
+    }
+    try {
+        const std::string first = KrAppFiles::frameFile(text, 1);
+        check(!KrAppFiles::isPattern(text) || first != KrAppFiles::frameFile(text, 2));
+    } catch (const KrAppFailure&) {
+    }
+    return 0;
+}
