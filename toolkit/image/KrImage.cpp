@@ -2,6 +2,7 @@
 
 #include <toolkit/foundation/KrFileReplacement.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/KrText.h>
 #include <toolkit/image/KrPictureFile.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <filesystem>
 #include <limits>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace
@@ -20,7 +22,10 @@ using Bytes = std::vector<unsigned char>;
 
 bool refuse(const char* method, const std::string& path, const std::string& reason)
 {
-    Kr::Print::instance()->write(Kr::Print::Warning, "KrImage::%s - %s: %s.\n", method, path.c_str(), reason.c_str());
+    // The name may come from a file. A path is longer than a name.
+    Kr::Print::instance()->write(Kr::Print::Warning, "KrImage::%s - %s: %s.\n", method,
+                                 KrText::oneLine(path, 4 * Kr::Limits::kMessageName).c_str(),
+                                 KrText::oneLine(reason, 4 * Kr::Limits::kMessageName).c_str());
     return false;
 }
 
@@ -71,6 +76,8 @@ std::string withoutExceptions(Work work)
         return work();
     } catch (const std::bad_alloc&) {
         return "the picture is too large";
+    } catch (const std::length_error&) {
+        return "the picture is too large"; // more than any storage holds, where pointers have 32 bits
     } catch (const std::exception& failure) {
         return failure.what();
     }
