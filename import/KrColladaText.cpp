@@ -2,6 +2,8 @@
 
 #include <import/KrMeshWords.h>
 
+#include <toolkit/foundation/KrLimits.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -18,6 +20,7 @@ using KrMeshWords::trimmed;
 
 // No real file comes near: a vertex has a handful of attributes.
 constexpr std::uint64_t kMaxPlaces = 256;
+constexpr std::uint64_t kMaxNodes = 100000;
 
 /// Goes from one tag to the next, past comments and the like.
 class Tags
@@ -124,6 +127,135 @@ std::string_view referred(std::string_view reference)
     return reference.substr(std::min(reference.find_first_not_of('#'), reference.size()));
 }
 
+/// Whether the mesh library may read `value` as something else: it expands what XML writes in another way.
+bool isWrittenOddly(std::string_view value)
+{
+    return value.find_first_of("&\t\r\n") != std::string_view::npos;
+}
+
+/// Nodes place one another, by name; the mesh library follows them by recursion.
+class NodeCheck
+{
+public:
+    bool addTag(const Tags& tags, std::string& why);
+    /// False for a tree that is too deep or too large, or has no end.
+    bool run(std::string& why);
+
+private:
+    struct Node
+    {
+        std::vector<std::size_t> children;
+        std::vector<std::string_view> instances; ///< what they are called
+        std::uint64_t size = 0;                  ///< with all that is in it; 0 until it is known
+    };
+
+    bool measure(std::size_t node, std::size_t depth, std::string& why);
+
+    std::vector<Node> m_nodes;
+    std::vector<std::size_t> m_open; ///< elements: their node, or kNone
+    std::multimap<std::string_view, std::size_t> m_names;
+    bool m_hasInstances = false;
+    bool m_hasOddNames = false;
+    static constexpr std::size_t kNone = SIZE_MAX;
+};
+
+bool NodeCheck::addTag(const Tags& tags, std::string& why)
+{
+    const std::string_view name = tags.name();
+    if (name.empty() || name.front() == '/') {
+        if (!m_open.empty()) {
+            m_open.pop_back();
+        }
+        return true;
+    }
+    std::size_t node = kNone;
+    if (name == "node" || name == "visual_scene") {
+        node = m_nodes.size();
+        m_nodes.emplace_back();
+        for (const char* const key : {"id", "name", "sid"}) {
+            const std::string_view value = tags.attribute(key);
+            m_hasOddNames = m_hasOddNames || isWrittenOddly(value);
+            if (!value.empty()) {
+                m_names.emplace(value, node);
+            }
+        }
+    }
+    const auto isNode = [](std::size_t open) { return open != kNone; };
+    const auto parent = std::find_if(m_open.rbegin(), m_open.rend(), isNode);
+    if (parent != m_open.rend() && node != kNone) {
+        m_nodes[*parent].children.push_back(node);
+    }
+    if (parent != m_open.rend() && name == "instance_node") {
+        const std::string_view url = tags.attribute("url");
+        m_hasInstances = true;
+        m_hasOddNames = m_hasOddNames || isWrittenOddly(url);
+        m_nodes[*parent].instances.push_back(url.substr(std::min<std::size_t>(1, url.size())));
+    }
+    if (!tags.isEmptyElement()) {
+        m_open.push_back(node);
+    }
+    if (m_open.size() > Kr::Limits::kMeshNesting) {
+        why = "its elements are nested deeper than " + std::to_string(Kr::Limits::kMeshNesting);
+        return false;
+    }
+    return true;
+}
+
+bool NodeCheck::run(std::string& why)
+{
+    if (!m_hasInstances) {
+        return true;
+    }
+    if (m_hasOddNames) {
+        why = "nodes are named with what XML writes as entities or in several lines";
+        return false;
+    }
+    for (std::size_t node = 0; node < m_nodes.size(); ++node) {
+        if (!measure(node, 0, why)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The depth is bounded, that of a circle, too.
+bool NodeCheck::measure(std::size_t node, std::size_t depth, std::string& why)
+{
+    Node& current = m_nodes[node];
+    if (current.size > 0) {
+        return true;
+    }
+    if (depth > Kr::Limits::kMeshNesting) {
+        why = "its nodes place one another deeper than " + std::to_string(Kr::Limits::kMeshNesting);
+        return false;
+    }
+    std::uint64_t size = 1;
+    const auto add = [&](std::size_t other) {
+        const bool isGood = measure(other, depth + 1, why);
+        size += m_nodes[other].size;
+        if (isGood && size > kMaxNodes) {
+            why = "its nodes place one another more than " + std::to_string(kMaxNodes) + " times";
+            return false;
+        }
+        return isGood;
+    };
+    for (const std::size_t child : current.children) {
+        if (!add(child)) {
+            return false;
+        }
+    }
+    for (const std::string_view instance : current.instances) {
+        const auto [begin, end] = m_names.equal_range(instance);
+        for (auto place = begin; place != end; ++place) {
+            if (!add(place->second)) {
+                return false;
+            }
+        }
+    }
+    current.size = size;
+    return true;
+}
+
 class Check
 {
 public:
@@ -169,6 +301,8 @@ private:
     std::uint64_t m_lists = 0;    ///< its elements <p>
     std::uint64_t m_lengths = 0;  ///< of those that are known
     bool m_isInHole = false;
+    NodeCheck m_nodes;
+    std::set<std::string_view> m_wordArrays;
     std::map<std::string_view, std::uint64_t> m_arrays; ///< numbers by id; the fewest of those of one id
     std::vector<Reach> m_reaches;
 };
@@ -177,9 +311,9 @@ bool Check::run(std::string& why)
 {
     bool isGood = true;
     while (isGood && m_tags.next()) {
-        isGood = checkTag();
+        isGood = m_nodes.addTag(m_tags, m_why) && checkTag();
     }
-    isGood = isGood && checkReaches();
+    isGood = isGood && checkReaches() && m_nodes.run(m_why);
     why = isGood ? why : m_why;
     return isGood;
 }
@@ -192,6 +326,10 @@ bool Check::checkTag()
     }
     if (name == "float_array") {
         return checkArray();
+    }
+    if (name.size() > 6 && name.substr(name.size() - 6) == "_array" && name.front() != '/') {
+        m_wordArrays.insert(m_tags.attribute("id"));
+        return !isWrittenOddly(m_tags.attribute("id")) || fail("an array is named with what XML writes as entities");
     }
     if (name == "accessor" || name == "/accessor") {
         m_isInAccessor = name == "accessor" && !m_tags.isEmptyElement();
@@ -210,6 +348,9 @@ bool Check::checkArray()
     std::uint64_t declared = 0;
     if (!m_tags.number("count", m_size, declared)) {
         return fail("the count of a float_array is no number or far too high");
+    }
+    if (isWrittenOddly(m_tags.attribute("id"))) {
+        return fail("an array is named with what XML writes as entities");
     }
     std::uint64_t words = 0;
     for (std::string_view rest = m_tags.text(); !takeWord(rest).empty();) {
@@ -302,7 +443,8 @@ bool Check::checkReaches()
         if (array == m_arrays.end() && !reach.isInMesh) {
             continue; // of words
         }
-        const std::uint64_t numbers = array == m_arrays.end() ? 0 : array->second;
+        const bool isNumbers = array != m_arrays.end() && m_wordArrays.count(reach.array) == 0;
+        const std::uint64_t numbers = isNumbers ? array->second : 0;
         const std::uint64_t last = std::max<std::uint64_t>(reach.params, 1);
         if (reach.count > 0 && reach.offset + (reach.count - 1) * reach.stride + last > numbers) {
             return fail("an accessor reaches beyond its array");

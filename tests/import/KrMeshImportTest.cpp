@@ -43,6 +43,24 @@ protected:
         return real(look(mesh, group), "krDiffuseRed");
     }
 
+    static std::string repeated(const std::string& text, int times)
+    {
+        std::string result;
+        for (int i = 0; i < times; ++i) {
+            result += text;
+        }
+        return result;
+    }
+    /// Nodes of which each places the next one twice.
+    static std::string doublings()
+    {
+        std::string result;
+        for (int i = 0; i < 40; ++i) {
+            const std::string next = "<instance_node url=\"#d" + std::to_string(i + 1) + "\"/>";
+            result += "<node id=\"d" + std::to_string(i) + "\">" + next + next + "</node>";
+        }
+        return result + "<node id=\"d40\"/>";
+    }
     /// Two pixels, black and orange.
     static void writeHalves(const std::string& path)
     {
@@ -457,6 +475,13 @@ TEST_F(KrMeshImportTest, DamagedCountsAndIndicesCostNeitherMemoryNorTheProcess)
         {"d.off", "OFF\n3 1 0\n" + corners + "3 0 1\n"},
         {"e.off", "OFF\n3 2 0\n" + corners + "3 0 1 2\n"},
         {"f.off", "OFF\n"},
+        {"n.dae", replaced(dae, "</visual_scene>", "<node id=\"x\"><instance_node url=\"#x\"/></node></visual_scene>")},
+        {"o.dae",
+         replaced(dae, "</visual_scene>", "<node id=\"x\"><instance_node url=\"#&#120;\"/></node></visual_scene>")},
+        {"p.dae", replaced(dae, "</visual_scene>", doublings() + "</visual_scene>")},
+        {"q.dae", replaced(dae, "<asset>", "<asset>" + repeated("<extra>", 100000))},
+        {"r.dae", replaced(dae, "<technique_common><accessor",
+                           "<Name_array id=\"p-a\" count=\"1\">x</Name_array><technique_common><accessor")},
         {"a.gltf", replaced(gltf("", ""), "\"count\":3", "\"count\" : 99999999999")},
         {"b.gltf", replaced(gltf("", ""), "\"count\":3", "\"count\":4")},
         {"c.gltf", replaced(gltf("", ""), "\"POSITION\":0", "\"POSITION\":1")},

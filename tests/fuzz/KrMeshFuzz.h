@@ -1,0 +1,91 @@
+#pragma once
+
+#include <import/KrMeshBuilder.h>
+#include <import/KrMeshFile.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+/// A folder of one's own for what an importer reads; messages go nowhere while it is there.
+class KrMeshFuzzFolder
+{
+public:
+    KrMeshFuzzFolder()
+        : m_path((std::filesystem::temp_directory_path() / "mesh-fuzz-XXXXXX").string())
+    {
+        Kr::Print::instance()->setSink([](Kr::Print::Type, const std::string&) {});
+        if (mkdtemp(m_path.data()) == nullptr) {
+            std::abort();
+        }
+    }
+    ~KrMeshFuzzFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    KrMeshFuzzFolder(const KrMeshFuzzFolder&) = delete;
+    KrMeshFuzzFolder& operator=(const KrMeshFuzzFolder&) = delete;
+
+    /// Writes a file; returns its path.
+    std::string write(const std::string& name, std::string_view content) const
+    {
+        const std::string path = m_path + "/" + name;
+        std::ofstream(path, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
+        return path;
+    }
+
+private:
+    std::string m_path;
+};
+
+inline std::string_view fuzzText(const std::uint8_t* data, std::size_t size)
+{
+    return {reinterpret_cast<const char*>(data), size};
+}
+
+inline KrImportOptions fuzzOptions()
+{
+    KrImportOptions options;
+    options.useRosPackagePath = false;
+    options.maxLinks = 200;
+    options.maxMeshBytes = 1u << 20;
+    options.maxTriangles = 20000;
+    return options;
+}
+
+/// Reads a mesh and builds an extent of it; what was read must hold together.
+inline void fuzzMesh(const std::string& path)
+{
+    KrMeshData data;
+    std::string why;
+    if (!KrMeshFile::read(path, fuzzOptions(), data, why)) {
+        if (why.empty() || why.find('\n') != std::string::npos) {
+            std::abort();
+        }
+        return;
+    }
+    for (const KrMeshData::Group& group : data.groups) {
+        for (const KrTriangle& triangle : group.triangles) {
+            for (unsigned int corner = 0; corner < 3; ++corner) {
+                const std::uint32_t normal = triangle.normal(corner);
+                if (triangle.vertex(corner) >= data.vertices.size() ||
+                    (normal != KrMeshData::noNormal && normal >= data.normals.size())) {
+                    std::abort();
+                }
+            }
+        }
+    }
+    const KrMeshBuilder::Result built = KrMeshBuilder::build(data, {});
+    if (!built.extent && built.triangles > 0 && built.why.empty()) {
+        std::abort();
+    }
+}
