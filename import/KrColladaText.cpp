@@ -21,6 +21,9 @@ using KrMeshWords::trimmed;
 // No real file comes near: a vertex has a handful of attributes.
 constexpr std::uint64_t kMaxPlaces = 256;
 constexpr std::uint64_t kMaxNodes = 100000;
+constexpr std::size_t kMaxControllers = 16; // one on the other
+// The mesh library looks through all nodes for each that is placed.
+constexpr std::uint64_t kMaxComparisons = 200000000;
 
 /// Goes from one tag to the next, past comments and the like.
 class Tags
@@ -154,7 +157,7 @@ private:
     std::vector<Node> m_nodes;
     std::vector<std::size_t> m_open; ///< elements: their node, or kNone
     std::multimap<std::string_view, std::size_t> m_names;
-    bool m_hasInstances = false;
+    std::uint64_t m_instances = 0;
     bool m_hasOddNames = false;
     static constexpr std::size_t kNone = SIZE_MAX;
 };
@@ -187,7 +190,7 @@ bool NodeCheck::addTag(const Tags& tags, std::string& why)
     }
     if (parent != m_open.rend() && name == "instance_node") {
         const std::string_view url = tags.attribute("url");
-        m_hasInstances = true;
+        ++m_instances;
         m_hasOddNames = m_hasOddNames || isWrittenOddly(url);
         m_nodes[*parent].instances.push_back(url.substr(std::min<std::size_t>(1, url.size())));
     }
@@ -203,8 +206,12 @@ bool NodeCheck::addTag(const Tags& tags, std::string& why)
 
 bool NodeCheck::run(std::string& why)
 {
-    if (!m_hasInstances) {
+    if (m_instances == 0) {
         return true;
+    }
+    if (m_instances * m_nodes.size() > kMaxComparisons) {
+        why = "it places too many nodes";
+        return false;
     }
     if (m_hasOddNames) {
         why = "nodes are named with what XML writes as entities or in several lines";
@@ -544,7 +551,7 @@ bool KrColladaText::dropMotion(std::string& content)
         } else if (name == "instance_controller") {
             std::string mesh(referred(tags.attribute("url")));
             // A skin may bend what another controller makes of a mesh.
-            for (std::size_t i = 0; i < meshes.size() && meshes.count(mesh); ++i) {
+            for (std::size_t i = 0; i < kMaxControllers && meshes.count(mesh); ++i) {
                 mesh = meshes.at(mesh);
             }
             replace(tags, "<instance_geometry url=\"#" + mesh + (tags.isEmptyElement() ? "\"/>" : "\">"));

@@ -2,6 +2,8 @@
 
 #include <toolkit/geometry/KrCapsulePhysicalExtent.h>
 
+#include <pthread.h>
+
 #include <chrono>
 #include <cmath>
 
@@ -360,6 +362,35 @@ TEST_F(KrRobotImporterTest, BytesThatAreNoUtf8AreReadAsLatin1)
     EXPECT_EQ(in.robot().name(), "gr\xC3\xBCn");
     EXPECT_EQ(in.warnings("robot", "Latin-1"), 0u); // it says so itself
     EXPECT_TRUE(in.system.writeFile(bundle.path("system.xml")));
+}
+
+TEST_F(KrRobotImporterTest, TheLongestChainNeedsNoLargeStack)
+{
+    std::string chain = link("l0", kBox);
+    for (int i = 0; i < 500; ++i) {
+        chain += link("l" + std::to_string(i + 1), kBox) +
+                 joint("j" + std::to_string(i), "continuous", "l" + std::to_string(i), "l" + std::to_string(i + 1));
+    }
+    struct Import
+    {
+        std::string path;
+        bool ok = false;
+    } job{bundle.write("arm.urdf", robot(chain))};
+    const auto run = [](void* argument) -> void* {
+        Import& import = *static_cast<Import*>(argument);
+        KrStatedSystem system;
+        KrImportReport report;
+        import.ok = KrRobotImporter::readFile(import.path, {}, system, report);
+        return nullptr;
+    };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, std::size_t{512} << 10);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &job), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    EXPECT_TRUE(job.ok);
 }
 
 TEST_F(KrRobotImporterTest, SaysWhenMacrosRemainOrNothingIsThereToDraw)
