@@ -70,6 +70,10 @@ public:
     /// its steps, often 1/256 of a pixel.
     double errorBound(double depth) const;
 
+    /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
 private:
     class Reader;
 

@@ -76,6 +76,10 @@ public:
     /// Frames that were read but can never be handed out.
     std::uint64_t numLost() const;
 
+    /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
 protected:
     ~KrFrameStream() override;
 

@@ -143,19 +143,3 @@ bool KrLightProperties::hasGLNumber() const
 {
     return m_lightNumber >= 0 && m_lightNumber < static_cast<int>(kNumGLLights);
 }
-
-bool KrLightProperties::selfTest() const
-{
-    KrLight spot;
-    spot.setDiffuse(KrColor(0.25, 0.5, 0.75));
-    spot.setSpotCutoff(0.25 * 3.141592653589793);
-    KrLightProperties lamp;
-    lamp.setLightPara(spot, 1);
-    const osg::ref_ptr<osg::LightSource> source = lamp.setGL();
-    if (!source || lamp.setGL() != nullptr || source->getLight() != lamp.light()) {
-        return false;
-    }
-    const KrLightProperties copy(lamp);
-    return copy == lamp && lamp.spotCutoff() == 45.0f &&
-           lamp.light()->getDiffuse() == osg::Vec4(0.25f, 0.5f, 0.75f, 1.0f);
-}

@@ -21,7 +21,7 @@ public:
     KrLightProperties(const KrLightProperties&) = default;
     // The order of the virtual operations is part of the interface.
     virtual ~KrLightProperties() = default;
-    /// Sends a spot light through the life of a light and back; true when all is as it should be.
+    /// Sends a spot light through the life of a light and back. False, after one message, when something is wrong.
     virtual bool selfTest() const;
     KrLightProperties& operator=(const KrLightProperties&) = default;
     /// Every value equal, the dirty flags equal, the same scene objects. NaN equals nothing.

@@ -69,4 +69,7 @@ public:
     /// The nearest whole number, halves away from zero; the nearest limit of `long` beyond it, 0 for NaN.
     virtual long rndToLong(double value) const;
     virtual bool ifOdd(unsigned int value) const;
+
+    /// Checks the operations, replaced ones too. False, after one message, when one is wrong.
+    bool selfTest() const;
 };

@@ -746,11 +746,3 @@ bool KrMultiRenderWindow::captureWindow(KrImage& image, unsigned int flags)
     setDrawCallback(previous);
     return isDrawn && capture->isDone();
 }
-
-bool KrMultiRenderWindow::selfTest() const
-{
-    KrMultiRenderWindow window(600, 400, 5);
-    const bool isLaidOut = window.getNumWindows() == 5 && window.windowWidth() == 1800 && window.windowHeight() == 800;
-    window.setNumColumnsHint(2);
-    return isLaidOut && window.windowWidth() == 1200 && window.windowHeight() == 1200;
-}

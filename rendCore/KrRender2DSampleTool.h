@@ -27,4 +27,7 @@ public:
     static bool get2DMap(const KrStatedSystem& system, const KrCoordinateSystemTransformation& view, unsigned int width,
                          unsigned int height, double xSize, double ySize, double distance,
                          std::vector<std::vector<double>>& map);
+
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
+    static bool selfTest();
 };

@@ -22,6 +22,9 @@ public:
     /// this is called; manipulators get another one at each call. Nothing for null.
     static void init(osg::Node* root);
 
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
+    static bool selfTest();
+
 private:
     static osg::ref_ptr<osg::MatrixTransform> m_theLinkAxis;
 };

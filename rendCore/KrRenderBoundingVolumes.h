@@ -25,4 +25,7 @@ public:
     /// @return null when there is none to show
     static osg::ref_ptr<osg::Switch> makeBV(const KrShape* shape, const KrMaterialMap& dataMap, unsigned int linkIndex,
                                             unsigned int shapeIndex);
+
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
+    static bool selfTest();
 };

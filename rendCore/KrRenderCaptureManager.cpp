@@ -152,11 +152,3 @@ void KrRenderCaptureManager::scaleImage(osgViewer::Viewer* viewer)
         warnOfScaling();
     }
 }
-
-bool KrRenderCaptureManager::selfTest() const
-{
-    const osg::ref_ptr<KrRenderCaptureManager> manager = new KrRenderCaptureManager;
-    manager->setFrameRate(25.0f);
-    manager->setCaptureSize(640, 0);
-    return manager->m_framePeriodMs == 40.0f && manager->m_captureWidth == 0 && manager->m_captureHeight == 0;
-}

@@ -31,6 +31,10 @@ public:
     /// 1 blended. Kept through later updates.
     void updateAlpha(float alpha) override;
 
+    /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
     /// What paints the extent's strokes; null before the first one. Borrowed.
     KrMarkingCallback* painter() const;
     /// Goes on with the marks of a shape that drew the same extent and is gone.

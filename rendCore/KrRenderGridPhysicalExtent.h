@@ -32,4 +32,7 @@ public:
     /// multiplied by 255 and truncated; its low byte is kept.
     /// @return a new texture without references, which the caller takes
     static osg::Texture1D* createLUTTexture(const KrXmlVectorVector& lut);
+
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
+    static bool selfTest();
 };

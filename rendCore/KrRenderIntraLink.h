@@ -22,6 +22,10 @@ public:
     using KrRenderLink::updateState;
     void updateState(const KrManipulatorSystemState* state) override;
 
+    /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
 protected:
     ~KrRenderIntraLink() override;
 

@@ -83,6 +83,10 @@ public:
     /// Draws what else hangs under a link (a volume, an ellipsoid) sorted by depth if that link is the base.
     static void sortIfUnderBase(osg::Node& aid, unsigned int jointIndex);
 
+    /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
 protected:
     ~KrRenderLink() override;
 

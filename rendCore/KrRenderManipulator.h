@@ -36,6 +36,10 @@ public:
     /// Link nodes without the base.
     unsigned int getNumTotalLinks() const { return m_numTotalLinks; }
 
+    /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
 protected:
     ~KrRenderManipulator() override;
 

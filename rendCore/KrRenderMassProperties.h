@@ -11,4 +11,7 @@ public:
     /// Adds an ellipsoid to every link below `root` that has mass properties; once more on every call. Properties that
     /// no body can have cost the ellipsoid and one message (KrMassProperties::fillEllipsoid).
     static void init(osg::Node* root);
+
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
+    static bool selfTest();
 };

@@ -61,6 +61,9 @@ public:
     /// The source of the vertex shader.
     static const char* vertexShaderSource();
 
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
+    static bool selfTest();
+
 private:
     friend void KrSelfTestScenes::morph(KrSelfTestRun& run); // sets the table aside meanwhile
 

@@ -21,4 +21,7 @@ public:
     /// @param restore  true takes out the wrappers. One whose shape is still marked as selected only loses its mark,
     ///                 and the next restoring pass takes it out
     static void setNonselected(KrRenderManipulator* manipulator, float alpha, bool restore);
+
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
+    static bool selfTest();
 };

@@ -54,6 +54,10 @@ public:
     /// A pointer that owns nothing: keep it as a boost::weak_ptr only, which then expires with the shape.
     boost::shared_ptr<KrRenderShape> getSharedPtr() const;
 
+    /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
 protected:
     ~KrRenderShape() override;
 

@@ -49,6 +49,9 @@ public:
     static void osg2ec(const osg::Quat& quat, KrOrientation& out);
     static osg::Matrixd ec2osg(const KrTransformation& transformation);
     static void osg2ec(const osg::Matrixd& matrix, KrTransformation& out);
+
+    /// Round trips. False, after one message, when something is wrong.
+    static bool selfTest();
 };
 
 // Text forms for diagnostics. Not to be included together with <osg/io_utils>, which declares the same operators.

@@ -237,12 +237,3 @@ void KrRenderWindow::updateTransparency()
     }
     m_statedSystem->setTransparencyChanged(false);
 }
-
-bool KrRenderWindow::selfTest() const
-{
-    KrRenderWindow window;
-    const bool fresh =
-        !window.statedSystem() && !window.state() && !window.systemReady() && !window.getGuideTrans(0, 0);
-    const KrStatedSystem system;
-    return fresh && window.setStatedSystem(system) && window.systemReady() && window.statedSystem() == &system;
-}

@@ -52,6 +52,9 @@ public:
     /// Radius of the bounding sphere of the node, m, as of the last setNode.
     double modelSize() const { return m_modelSize; }
 
+    /// Checks a handler of its own. False, after one message, when something is wrong.
+    bool selfTest() const;
+
 protected:
     ~KrSGBaseInputHandler() override = default;
 

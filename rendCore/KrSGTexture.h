@@ -50,6 +50,10 @@ public:
     virtual osg::StateSet* getState() const;
     virtual osg::Texture* getTexture() const;
 
+    /// Checks a texture, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
     /// Forgets what was loaded in `window`, unless it shares its context with another window.
     static void removeTexturesFromContext(const KrWindow* window);
     /// The GL objects of the textures loaded in `window`; its context is current. The textures stay.

@@ -723,12 +723,3 @@ osgViewer::Viewer* KrSGWindow::getViewer() const
 {
     return m_viewer;
 }
-
-bool KrSGWindow::selfTest() const
-{
-    KrSGWindow window;
-    window.setWindowSize(640, 0);
-    window.setDisplayMask(KrRenderTypes::CenterOfInterestMarker, true, true);
-    return window.aspectRatio() == 1.0 && window.displayMask() == KrRenderTypes::SceneContent &&
-           !window.displayMask(KrRenderTypes::CenterOfInterestMarker) && !window.getViewer();
-}

@@ -131,7 +131,8 @@ public:
     /// Applies what was set since the last call: point of view, projection, attributes, lights, mask. Part of every
     /// frame; nothing in a window that is not open.
     virtual bool updateScene();
-    /// Checks a window of its own that is never opened; true when all is as it should be.
+    /// Draws and judges in windows of its own, see KrSelfTest; this one stays as it is. False, after one message, when
+    /// something is wrong.
     virtual bool selfTest() const;
     /// Attaches the fixed nodes and resets the primary display mask. False when the window was never opened.
     virtual bool loadScene();

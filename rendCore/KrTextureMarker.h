@@ -115,6 +115,10 @@ public:
     /// What the shape shows.
     const osg::Texture2D& texture() const;
 
+    /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
+    /// something is wrong.
+    bool selfTest() const;
+
 protected:
     ~KrTextureMarker() override;
 

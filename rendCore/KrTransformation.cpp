@@ -217,17 +217,3 @@ void KrTransformation::inverse(KrTransformation& out) const
     }
     out = result;
 }
-
-bool KrTransformation::selfTest() const
-{
-    const double turned[9] = {0, -1, 0, 1, 0, 0, 0, 0, 1}; // a quarter turn about z
-    KrTransformation a;
-    a.setRotation(turned);
-    a.setTranslate(KrVector(1.0, 2.0, 3.0));
-    KrTransformation back;
-    a.inverse(back);
-    KrTransformation twice;
-    back.inverse(twice);
-    twice.setTranslate(KrVector(1.0, 2.0, 3.0));
-    return twice == a && a * KrVector(1.0, 0.0, 0.0) == KrVector(1.0, 3.0, 3.0);
-}

@@ -63,7 +63,7 @@ public:
     /// or `setTranslate` is ignored. `out` may be this object. A singular rotation block gives non-finite entries.
     void inverse(KrTransformation& out) const;
 
-    /// Round trips of a turned and moved transformation.
+    /// Round trips of a turned and moved transformation. False, after one message, when something is wrong.
     bool selfTest() const;
 
 private:

@@ -1,11 +1,29 @@
 // The self tests pass on a renderer that draws right, and find one that does not.
 
+#include <rendCore/KrDepthCapture.h>
+#include <rendCore/KrFrameStream.h>
+#include <rendCore/KrMaterialProperties.h>
+#include <rendCore/KrMathRoutine.h>
+#include <rendCore/KrMultiRenderWindow.h>
+#include <rendCore/KrRender2DSampleTool.h>
 #include <rendCore/KrRenderAxis.h>
+#include <rendCore/KrRenderBoundingVolumes.h>
+#include <rendCore/KrRenderCaptureManager.h>
+#include <rendCore/KrRenderDeformationShape.h>
+#include <rendCore/KrRenderGridPhysicalExtent.h>
+#include <rendCore/KrRenderIntraLink.h>
+#include <rendCore/KrRenderMassProperties.h>
 #include <rendCore/KrRenderMorphLink.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/KrRenderSelection.h>
+#include <rendCore/KrRenderWindowParameters.h>
+#include <rendCore/KrSGTexture.h>
 #include <rendCore/KrSelfTest.h>
+#include <rendCore/KrTextureMarker.h>
+#include <rendCore/KrTransformation.h>
 
+#include <tests/rendCore/ShapeTestMesh.h>
 #include <tests/support/MessageRecorder.h>
+#include <tests/support/Systems.h>
 
 #include <osg/Depth>
 #include <osg/MatrixTransform>
@@ -183,4 +201,121 @@ TEST_F(KrSelfTestTest, WhatCannotBeDoneIsToldInTheResult)
     EXPECT_NE(noShaders.message.find("KR_TOOLKITS"), std::string::npos) << noShaders.message;
     setenv("KR_TOOLKITS", KR_TEST_TOOLKITS, 1);
     EXPECT_EQ(messages.count(), 0u) << messages.all();
+}
+
+namespace
+{
+
+/// Right-handed and left-handed at once.
+class WrongRoutine : public KrMathRoutine
+{
+public:
+    void vectorCross(const double* a, const double* b, double* out) const override
+    {
+        KrMathRoutine::vectorCross(a, b, out);
+        out[2] = -out[2];
+    }
+};
+
+struct NamedTest
+{
+    const char* name;
+    std::function<bool()> run;
+};
+
+/// What needs a context, and is told so in one message without one.
+std::vector<NamedTest> drawingClasses(const KrIndividualManipulator& robot, KrTextureMarker& marker)
+{
+    const osg::ref_ptr<KrRenderManipulator> manipulator = new KrRenderManipulator(robot, 0);
+    const osg::ref_ptr<KrRenderIntraLink> intraLink = new KrRenderIntraLink(robot, 0, nullptr);
+    const osg::ref_ptr<KrRenderLink> link = new KrRenderLink(robot, 0);
+    const KrBasePhysicalExtent* const extent = robot.shape()->physicalExtent();
+    const osg::ref_ptr<KrRenderShape> shape = new KrRenderShape(extent, KrMaterialMap());
+    const osg::ref_ptr<KrRenderDeformationShape> bending = new KrRenderDeformationShape(extent, KrMaterialMap());
+    const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
+    const osg::ref_ptr<KrRenderCaptureManager> manager = new KrRenderCaptureManager;
+    const osg::ref_ptr<KrTextureMarker> held = &marker;
+    return {{"KrSGWindow", [] { return KrSGWindow().selfTest(); }},
+            {"KrRenderWindow", [] { return KrRenderWindow().selfTest(); }},
+            {"KrMultiRenderWindow", [] { return KrMultiRenderWindow().selfTest(); }},
+            {"KrRenderCaptureManager", [manager] { return manager->selfTest(); }},
+            {"KrRenderManipulator", [manipulator] { return manipulator->selfTest(); }},
+            {"KrRenderLink", [link] { return link->selfTest(); }},
+            {"KrRenderIntraLink", [intraLink] { return intraLink->selfTest(); }},
+            {"KrRenderShape", [shape] { return shape->selfTest(); }},
+            {"KrRenderDeformationShape", [bending] { return bending->selfTest(); }},
+            {"KrRenderSelection", &KrRenderSelection::selfTest},
+            {"KrSGTexture", [] { return KrSGTexture().selfTest(); }},
+            {"KrRenderAxis", &KrRenderAxis::selfTest},
+            {"KrRenderBoundingVolumes", &KrRenderBoundingVolumes::selfTest},
+            {"KrRenderMassProperties", &KrRenderMassProperties::selfTest},
+            {"KrRenderMorphLink", &KrRenderMorphLink::selfTest},
+            {"KrRenderGridPhysicalExtent", &KrRenderGridPhysicalExtent::selfTest},
+            {"KrRender2DSampleTool", &KrRender2DSampleTool::selfTest},
+            {"KrTextureMarker", [held] { return held->selfTest(); }},
+            {"KrFrameStream", [stream] { return stream->selfTest(); }},
+            {"KrDepthCapture", [] { return KrDepthCapture().selfTest(); }}};
+}
+
+} // namespace
+
+TEST_F(KrSelfTestTest, EveryClassTestsItselfAndSaysWhatIsWrong)
+{
+    KrStatedSystem system(Systems::twoBoxes());
+    KrIndividualManipulator& robot = system.manipulatorSystem().manipulators()[0];
+    KrTriPhysicalExtent mesh;
+    ASSERT_TRUE(ShapeTestMesh::setTriangles(mesh, {"a"}, 0.0, true));
+    const osg::ref_ptr<KrRenderShape> textured = new KrRenderShape(&mesh, KrMaterialMap());
+    KrTextureMarker* const marker = KrTextureMarker::of(*textured, 16, 16);
+    ASSERT_NE(marker, nullptr);
+    const std::vector<NamedTest> classes = drawingClasses(robot, *marker);
+    {
+        const MessageRecorder messages;
+        for (const NamedTest& test : classes) {
+            EXPECT_TRUE(test.run()) << test.name;
+        }
+        EXPECT_TRUE(KrMathRoutine().selfTest());
+        EXPECT_TRUE(KrRenderTypes::selfTest());
+        EXPECT_TRUE(KrLightProperties().selfTest());
+        EXPECT_TRUE(KrTransformation().selfTest());
+        EXPECT_TRUE(KrMaterialProperties().selfTest());
+        EXPECT_TRUE(KrRenderWindowParameters().selfTest());
+        const osg::ref_ptr<KrSGBaseInputHandler> handler = new KrSGBaseInputHandler(nullptr);
+        EXPECT_TRUE(handler->selfTest());
+        EXPECT_EQ(messages.count(), 0u) << messages.all();
+        EXPECT_FALSE(WrongRoutine().selfTest());
+        EXPECT_EQ(messages.count(), 1u) << messages.all();
+        EXPECT_NE(messages.all().find("KrMathRoutine::selfTest - a cross product"), std::string::npos);
+    }
+    // Where no window can be opened.
+    const char* const display = std::getenv("DISPLAY");
+    const std::string kept = display ? display : "";
+    setenv("KR_WINDOW", "glx", 1);
+    unsetenv("DISPLAY");
+    for (const NamedTest& test : classes) {
+        const MessageRecorder messages;
+        EXPECT_FALSE(test.run()) << test.name;
+        EXPECT_EQ(messages.count(), 1u) << test.name << ": " << messages.all();
+        EXPECT_EQ(messages.all().find(std::string(test.name) + "::selfTest - "), 0u) << messages.all();
+    }
+    setenv("KR_WINDOW", "egl", 1);
+    if (display) {
+        setenv("DISPLAY", kept.c_str(), 1);
+    }
+}
+
+TEST_F(KrSelfTestTest, AWindowThatTestsItselfGoesOnAsBefore)
+{
+    KrStatedSystem system(Systems::twoBoxes());
+    KrRenderWindow window;
+    window.setWindowSize(80, 60);
+    ASSERT_TRUE(window.init());
+    window.setStatedSystem(system);
+    window.setDisplayMask(KrRenderTypes::LinkAxes, true, false);
+    KrImage before, after;
+    ASSERT_TRUE(window.renderSceneAndCaptureImage(before, KrSGWindow::CaptureColor));
+    EXPECT_TRUE(window.selfTest());
+    EXPECT_EQ(KrWindow::getWindow(), &window);
+    ASSERT_TRUE(window.renderSceneAndCaptureImage(after, KrSGWindow::CaptureColor));
+    EXPECT_EQ(std::memcmp(before.data(), after.data(), before.sizeInBytes()), 0);
 }
