@@ -20,6 +20,8 @@ using Json = nlohmann::json;
 // A value in memory takes many times the bytes of its text.
 constexpr std::size_t kMaxValues = std::size_t{4} << 20;
 constexpr std::size_t kMaxBuffers = 256;
+// Of nodes, and of primitives: the mesh library takes the square of their number.
+constexpr std::size_t kMaxParts = 100000;
 constexpr std::uint64_t kMaxStride = 252; // glTF 2.0, section 5.11
 constexpr unsigned int kMaxChannel = 7;
 constexpr std::size_t kMaxName = 200;
@@ -200,6 +202,7 @@ private:
     std::vector<View> m_views;
     std::vector<Accessor> m_accessors;
     std::uint64_t m_corners = 0;
+    std::size_t m_primitives = 0;
     std::size_t m_leftOut = 0; ///< primitives
 };
 
@@ -444,6 +447,9 @@ bool Cleaner::readPrimitive(const Json& primitive, Json& primitives, std::string
         return true;
     }
     // Primitives can share their accessors: a small file stands for any number of triangles.
+    if (++m_primitives > kMaxParts) {
+        return refuse(why, "it has more than " + std::to_string(kMaxParts) + " primitives");
+    }
     m_corners += vertices + corners;
     if (m_corners / 6 > m_limits.maxTriangles) {
         return refuse(why, "it has more than " + std::to_string(m_limits.maxTriangles) +
@@ -503,6 +509,11 @@ bool Cleaner::readNodes(std::string& why)
 {
     const Json& nodes = list(m_file, "nodes");
     const Json& scenes = list(m_file, "scenes");
+    if (nodes.size() > kMaxParts || list(m_file, "meshes").size() > kMaxParts ||
+        list(m_file, "materials").size() > Kr::Limits::kMeshMaterials) {
+        return refuse(why, "it has more than " + std::to_string(kMaxParts) + " nodes or meshes, or more than " +
+                               std::to_string(Kr::Limits::kMeshMaterials) + " materials");
+    }
     std::size_t scene = 0;
     index(m_file, "scene", scenes.size(), scene);
     Json written = Json::array();

@@ -217,6 +217,9 @@ bool Source::readLibrary(const std::string& name)
     const KrObjText::Materials materials = KrObjText::cleanMaterials(withoutMark(content));
     m_materials += materials.count;
     m_hasForeignNames = m_hasForeignNames || materials.hasForeignNames;
+    if (materials.strays > 0) {
+        warn("material library \"" + KrText::oneLine(name) + "\": what stands before its first material is left out");
+    }
     if (materials.hasLongTextureNames) {
         warn("a texture of material library \"" + KrText::oneLine(name) + "\" has too long a name; it is left out");
     }

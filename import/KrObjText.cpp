@@ -319,6 +319,7 @@ KrObjText::Materials KrObjText::cleanMaterials(std::string_view content)
             continue;
         }
         if (materials.count == 0) {
+            ++materials.strays;
             continue;
         }
         if (word == "map_kd") {

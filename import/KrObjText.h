@@ -22,6 +22,7 @@ public:
     {
         std::string text;
         std::size_t count = 0;
+        std::size_t strays = 0; ///< statements before the first `newmtl`, which are left out
         bool hasForeignNames = false;
         bool hasLongTextureNames = false; ///< those textures are left out
     };

@@ -71,6 +71,7 @@ TEST_F(KrMeshSourceTest, StatementsBeforeTheFirstMaterialBelongToNone)
         bundle.write("a.mtl", library);
         ASSERT_TRUE(read("a.obj", std::string("mtllib a.mtl\n") + kTriangle + "f 1 2 3\n")) << library << why;
         EXPECT_EQ(numTriangles(), 1u);
+        EXPECT_EQ(warnings("before its first material"), *library ? 1u : 0u);
     }
     bundle.write("a.mtl", "Kd 0 1 0\nnewmtl red\nKd 1 0 0\nmap_Kd -s 1 1 -clamp on skin a.png\n");
     bundle.write("skin a.png", "image");
@@ -195,6 +196,11 @@ TEST_F(KrMeshSourceTest, BinaryGltfIsReadAndOddTreesEnd)
     EXPECT_FALSE(read("b.gltf", gltf(chain + "{\"mesh\":0}]", meshes, "a.bin")));
     EXPECT_NE(why.find("nested deeper"), std::string::npos) << why;
     EXPECT_FALSE(read("c.gltf", "{\"asset\":" + std::string(100000, '[')));
+    std::string crowd = kOneNode;
+    for (int i = 0; i < 100000; ++i) {
+        crowd.insert(1, "{},");
+    }
+    EXPECT_FALSE(read("d.gltf", gltf(crowd, meshes, "a.bin"))); // minutes, otherwise
 }
 
 TEST_F(KrMeshSourceTest, LimitsAreTheClientsAndTold)
