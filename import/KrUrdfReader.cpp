@@ -196,6 +196,7 @@ private:
     std::vector<Pair> addChildren(const urdf::Link& source, KrManipulatorLink& link);
     void readVisuals(const urdf::Link& source, KrManipulatorLink& link);
     void readCollisions(const urdf::Link& source, KrManipulatorLink& link);
+    ExtentPointer volumeOf(const std::vector<ExtentPointer>& extents);
     ExtentPointer extentOf(const urdf::Geometry& geometry, const Element& element);
     ExtentPointer primitiveOf(const urdf::Geometry& geometry, const Element& element) const;
     ExtentPointer meshOf(const urdf::Mesh& mesh, const Element& element);
@@ -217,7 +218,10 @@ private:
     /// Meshes that links share, by everything that makes them what they are.
     std::map<std::string, KrMeshBuilder::Result> m_shared;
     std::set<std::string> m_textures;
-    std::size_t m_hiddenCollisions = 0;
+    std::map<std::string, std::string> m_visibleMeshes;             ///< keys of m_shared by file, scale and placement
+    std::set<const KrBasePhysicalExtent*> m_visibleExtents;         ///< meshes that are seen, and may collide as well
+    std::map<const KrBasePhysicalExtent*, ExtentPointer> m_volumes; ///< of visible extents, in the volumes' look
+    bool m_hasCollisionShapes = false;
     std::vector<std::string> m_lyingMeshes; ///< files that declare another up axis than z
     std::vector<std::string> m_impossible;  ///< links whose mass properties no body has
 };
@@ -227,10 +231,6 @@ void Reader::run()
     readMaterials();
     countMovables();
     readLinks();
-    if (m_hiddenCollisions > 0) {
-        warn("robot", "the collision geometry of " + std::to_string(m_hiddenCollisions) +
-                          " links without a visible shape is left out");
-    }
     if (!m_impossible.empty()) {
         warn("link " + m_impossible[0] + " / inertial",
              "no body has these mass properties" +
@@ -244,7 +244,8 @@ void Reader::run()
                           " another up axis than z; coordinates are taken as they stand, as robot descriptions expect");
     }
     if (m_report.counts().triangles == 0) {
-        warn("robot", "nothing to draw: no visible shape has a surface");
+        warn("robot", m_hasCollisionShapes ? "no visible shape has a surface: there is collision geometry only"
+                                           : "nothing to draw: no visible shape has a surface");
     }
     m_report.counts().textures = m_textures.size();
 }
@@ -352,7 +353,6 @@ void Reader::readVisuals(const urdf::Link& source, KrManipulatorLink& link)
     }
 }
 
-/// The viewer shows one enclosing shape of a link at a time: several collision elements together are that one.
 void Reader::readCollisions(const urdf::Link& source, KrManipulatorLink& link)
 {
     std::vector<ExtentPointer> extents;
@@ -367,22 +367,35 @@ void Reader::readCollisions(const urdf::Link& source, KrManipulatorLink& link)
         const ExtentPointer extent = extentOf(*collision->geometry, element);
         if (extent) {
             extents.push_back(extent);
+            link.addCollisionShape(extent);
         }
     }
-    if (extents.empty()) {
-        return;
+    m_hasCollisionShapes = m_hasCollisionShapes || !extents.empty();
+    if (link.shape() == nullptr) {
+        return; // a volume encloses a shape
     }
-    if (!link.shape()) {
-        ++m_hiddenCollisions;
-        return;
-    }
-    const ExtentPointer whole =
-        extents.size() == 1 ? extents[0] : KrMeshBuilder::merge(extents, KrUrdfReader::collisionMaterial());
-    if (whole) {
-        link.shapePointer(0)->addBoundingVolume(boost::shared_ptr<KrShape>(new KrShape(whole)));
+    if (const ExtentPointer volume = volumeOf(extents)) {
+        link.shapePointer(0)->addBoundingVolume(boost::shared_ptr<KrShape>(new KrShape(volume)));
         KrDataMap look = KrDataMap::material(KrColor(0.95, 0.55, 0.1, 0.4));
         m_manipulator.dataMaps().set(std::string(KrUrdfReader::collisionMaterial()), look);
     }
+}
+
+/// The viewer shows one enclosing shape of a link at a time: several collision shapes together are that one, and a mesh
+/// that is seen as well is copied, because a volume has a look of its own.
+ExtentPointer Reader::volumeOf(const std::vector<ExtentPointer>& extents)
+{
+    if (extents.size() != 1) {
+        return extents.empty() ? nullptr : KrMeshBuilder::merge(extents, KrUrdfReader::collisionMaterial());
+    }
+    if (m_visibleExtents.count(extents[0].get()) == 0) {
+        return extents[0];
+    }
+    ExtentPointer& volume = m_volumes[extents[0].get()];
+    if (!volume) {
+        volume = KrMeshBuilder::merge(extents, KrUrdfReader::collisionMaterial());
+    }
+    return volume;
 }
 
 ExtentPointer Reader::extentOf(const urdf::Geometry& geometry, const Element& element)
@@ -462,6 +475,17 @@ ExtentPointer Reader::builtMesh(const MeshEntry& entry, const Element& element, 
         warn(element.name(), "the scale " + textOf(line.scale) + " leaves nothing of the mesh");
         return nullptr;
     }
+    const std::string place = line.path + '\n' +
+                              std::string(reinterpret_cast<const char*>(line.scale.data()), 3 * sizeof(double)) +
+                              keyOf(element.placement);
+    const auto seen = m_visibleMeshes.find(place);
+    if (element.isCollision && seen != m_visibleMeshes.end()) {
+        const KrMeshBuilder::Result& visible = m_shared[seen->second];
+        line.triangles = visible.triangles;
+        line.degenerate = visible.degenerate;
+        line.groups = visible.extent->groups().size();
+        return visible.extent;
+    }
     KrMeshBuilder::Options options;
     options.scale = line.scale;
     options.useLooks = !element.isCollision;
@@ -473,9 +497,7 @@ ExtentPointer Reader::builtMesh(const MeshEntry& entry, const Element& element, 
         options.materialHasTexture = hasTexture(options.material);
     }
 
-    const std::string key = line.path + '\n' + options.material + '\n' + (element.isCollision ? "c" : "v") +
-                            std::string(reinterpret_cast<const char*>(line.scale.data()), 3 * sizeof(double)) +
-                            keyOf(element.placement);
+    const std::string key = (element.isCollision ? "c" : "v") + options.material + '\n' + place;
     const auto [shared, isNew] = m_shared.emplace(key, KrMeshBuilder::Result());
     KrMeshBuilder::Result& result = shared->second;
     if (isNew) {
@@ -483,6 +505,10 @@ ExtentPointer Reader::builtMesh(const MeshEntry& entry, const Element& element, 
         if (result.extent) {
             result.extent->setPlacement(element.placement);
         }
+    }
+    if (result.extent && !element.isCollision) {
+        m_visibleMeshes.emplace(place, key);
+        m_visibleExtents.insert(result.extent.get());
     }
     line.triangles = result.triangles;
     line.degenerate = result.degenerate;

@@ -237,6 +237,9 @@ KrIndividualManipulator KrSampleRobot::manipulator() const
         if (shapes[i]) {
             out.addShape(shapes[i]);
         }
+        for (const KrSampleVolume& volume : links[i].volumes) {
+            out.addCollisionShape(volumeShape(volume));
+        }
         const KrSampleMass body = mass(links[i]);
         if (body.mass > 0.0) {
             out.massProperties().setMass(body.mass);

@@ -1,6 +1,9 @@
 #include "Bundle.h"
 
+#include <toolkit/geometry/KrBoxPhysicalExtent.h>
 #include <toolkit/geometry/KrCapsulePhysicalExtent.h>
+#include <toolkit/geometry/KrCylinderPhysicalExtent.h>
+#include <toolkit/geometry/KrSpherePhysicalExtent.h>
 
 #include <pthread.h>
 
@@ -118,10 +121,66 @@ TEST_F(KrRobotImporterTest, SeveralVisualsAndCollisionsPerLink)
     EXPECT_NEAR(volume(whole), 2.0, 1e-12);
     EXPECT_NEAR(worstNormal(whole), 1.0, 1e-12);
     EXPECT_NE(in.robot().dataMaps().find(whole.groupName(0)), nullptr);
-    EXPECT_EQ(in.link("bare").numShapes(), 0u);
-    EXPECT_EQ(in.warnings("robot", "collision geometry of 1 links"), 1u);
+    for (const std::string name : {"base", "bare"}) {
+        const KrManipulatorLink& link = in.link(name);
+        EXPECT_EQ(link.numShapes(), name == "base" ? 3u : 0u);
+        ASSERT_EQ(link.numCollisionShapes(), 2u) << name;
+        EXPECT_NE(dynamic_cast<const KrBoxPhysicalExtent*>(link.collisionShape(1)->physicalExtent()), nullptr);
+        EXPECT_EQ(link.collisionShape(1)->physicalExtent()->placement().translation(), KrVector(5, 0, 0));
+    }
+    EXPECT_EQ(in.link("nothing").numCollisionShapes(), 0u);
+    EXPECT_TRUE(in.report.warnings().empty()) << in.report.text();
     EXPECT_EQ(in.report.counts().visuals, 3u);
     EXPECT_EQ(in.report.counts().collisions, 4u);
+}
+
+TEST_F(KrRobotImporterTest, AMeshThatIsSeenAndCollidesIsOne)
+{
+    bundle.write("a.stl", stl(box(1, 2, 3)));
+    bundle.write("b.stl", stl(box(3, 2, 1)));
+    const auto element = [](const std::string& kind, const std::string& mesh, const std::string& rest = "") {
+        return "<" + kind + ">" + rest + "<geometry><mesh filename=\"" + mesh + "\"/></geometry></" + kind + ">";
+    };
+    const std::string moved = "<origin xyz=\"0 0 1\"/>";
+    const std::string red = "<material name=\"red\"><color rgba=\"1 0 0 1\"/></material>";
+    const Imported in = importRobot(
+        link("base", element("visual", "a.stl", red) + element("collision", "a.stl") +
+                         element("collision", "a.stl", moved) + element("collision", "b.stl")) +
+        link("single", element("visual", "a.stl", red) + element("collision", "a.stl")) +
+        link("sphere", "<collision><geometry><sphere radius=\"1\"/></geometry></collision>"
+                       "<collision><geometry><cylinder radius=\"1\" length=\"2\"/></geometry></collision>") +
+        joint("a", "fixed", "base", "single") + joint("b", "fixed", "base", "sphere"));
+    ASSERT_TRUE(in.ok);
+    const auto collision = [&in](const std::string& name, unsigned int i) {
+        return in.link(name).collisionShape(i)->physicalExtent();
+    };
+    const KrBasePhysicalExtent* const seen = in.robot().shape()->physicalExtent();
+    ASSERT_EQ(in.robot().numCollisionShapes(), 3u);
+    EXPECT_EQ(collision("base", 0), seen);
+    EXPECT_NE(collision("base", 1), seen) << "it stands elsewhere";
+    EXPECT_EQ(collision("single", 0), seen);
+    EXPECT_NE(dynamic_cast<const KrSpherePhysicalExtent*>(collision("sphere", 0)), nullptr);
+    EXPECT_NE(dynamic_cast<const KrCylinderPhysicalExtent*>(collision("sphere", 1)), nullptr);
+
+    // The volume of a mesh that is seen has a look of its own.
+    std::vector<const KrShape*> list;
+    in.link("single").shape()->boundingVolumes(list, 4);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_NE(list[0]->physicalExtent(), seen);
+    EXPECT_EQ(list[0]->physicalExtent()->groupName(0), "collision");
+    EXPECT_NEAR(volume(*list[0]->physicalExtent()->triExtent()), 6.0, 1e-9);
+    for (const KrImportReport::Mesh& mesh : in.report.meshes()) {
+        EXPECT_EQ(mesh.triangles, 12u) << mesh.link << " " << mesh.element;
+    }
+}
+
+TEST_F(KrRobotImporterTest, ARobotOfCollisionGeometryOnlySaysSo)
+{
+    const Imported in = importRobot(link("base", "<collision><geometry><box size=\"1 1 1\"/></geometry></collision>"));
+    EXPECT_EQ(in.robot().numCollisionShapes(), 1u);
+    EXPECT_EQ(in.report.counts().triangles, 0u);
+    EXPECT_EQ(in.warnings("robot", "there is collision geometry only"), 1u);
+    EXPECT_EQ(in.warnings("robot", "nothing to draw"), 0u);
 }
 
 TEST_F(KrRobotImporterTest, SizeZeroDrawsNothingAndHarmsNothing)

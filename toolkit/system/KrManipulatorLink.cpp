@@ -45,6 +45,24 @@ void KrManipulatorLink::addShape(const boost::shared_ptr<KrBasePhysicalExtent>& 
     addShape(boost::make_shared<KrShape>(extent));
 }
 
+const KrShape* KrManipulatorLink::collisionShape(unsigned int i) const
+{
+    return i < m_collisionShapes.size() ? m_collisionShapes[i].get() : nullptr;
+}
+
+void KrManipulatorLink::addCollisionShape(const boost::shared_ptr<KrShape>& shape)
+{
+    if (shape) {
+        shape->setNumber(m_collisionShapes.size());
+        m_collisionShapes.push_back(KrXmlPointerType<KrShape>(shape));
+    }
+}
+
+void KrManipulatorLink::addCollisionShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent)
+{
+    addCollisionShape(boost::make_shared<KrShape>(extent));
+}
+
 KrManipulatorLink& KrManipulatorLink::addChildLink(const KrManipulatorLink& link)
 {
     m_childLinks.push_back(link);
@@ -64,5 +82,6 @@ void KrManipulatorLink::registerComponents()
     registerComponent({uri, "massProperties"}, m_massProperties, Presence::Optional);
     registerComponent({uri, "deformable"}, m_deformable, Presence::Optional);
     registerComponent({uri, "shapes"}, m_shapes, Presence::Optional);
+    registerComponent({uri, "collisionShapes"}, m_collisionShapes, Presence::Optional);
     registerComponent({uri, "childLinks"}, m_childLinks, Presence::Optional);
 }

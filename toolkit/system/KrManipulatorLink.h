@@ -8,6 +8,9 @@
 #include <string>
 
 /// A rigid body of a manipulator: shapes, mass, the joint that moves it against its parent, and child links.
+///
+/// Its shapes are what is seen of it. Its collision shapes are what stands for it where contacts are reckoned: a link
+/// may have any number of them, with or without a visible shape. An extent may be in both lists.
 class KrManipulatorLink : public KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>
 {
 public:
@@ -33,6 +36,16 @@ public:
     /// Appends a new shape of that extent.
     void addShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent);
 
+    unsigned int numCollisionShapes() const { return m_collisionShapes.size(); }
+    /// Null for a missing shape and for an index that is too high.
+    const KrShape* collisionShape(unsigned int i) const;
+    /// Appends a shape and numbers it; null is not appended.
+    void addCollisionShape(const boost::shared_ptr<KrShape>& shape);
+    /// Appends a new shape of that extent.
+    void addCollisionShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent);
+    /// Becomes the owner of the same shapes as `other` has.
+    void shareCollisionShapes(const KrManipulatorLink& other) { m_collisionShapes = other.m_collisionShapes; }
+
     const KrXmlVectorType<KrManipulatorLink>& childLinks() const { return m_childLinks; }
     KrXmlVectorType<KrManipulatorLink>& childLinks() { return m_childLinks; }
     /// Appends a copy; the reference holds until the next one is appended.
@@ -53,6 +66,7 @@ public:
 private:
     KrXmlBasicType<std::string> m_name;
     KrXmlVectorType<KrXmlPointerType<KrShape>> m_shapes;
+    KrXmlVectorType<KrXmlPointerType<KrShape>> m_collisionShapes;
     KrJointKinematics m_jointKinematics;
     KrMassProperties m_massProperties;
     KrXmlBasicType<bool> m_deformable = false;

@@ -50,6 +50,8 @@ KrIndividualManipulator rover()
     for (const std::string name : {"left wheel", "right <wheel> & \"tyre\""}) {
         KrManipulatorLink link(name);
         link.addShape(wheel);
+        link.addCollisionShape(boost::make_shared<KrBoxPhysicalExtent>(KrVector(0.6, 0.1, 0.6)));
+        link.addCollisionShape(wheel); // seen, too
         link.jointKinematics().setName(name);
         link.jointKinematics().setType(KrJointKinematics::Type::Continuous);
         link.jointKinematics().setAxis(KrVector(1.0, 2.0, -0.5));
@@ -149,6 +151,11 @@ TEST(KrSystemXml, AWholeSystemComesBackAsItWas)
     const std::vector<const KrManipulatorLink*> links = robot.links();
     ASSERT_EQ(links.size(), 4u);
     EXPECT_EQ(links[0]->shape()->physicalExtent(), links[1]->shape()->physicalExtent()); // shared still
+    ASSERT_EQ(links[1]->numCollisionShapes(), 2u);
+    EXPECT_NE(dynamic_cast<const KrBoxPhysicalExtent*>(links[1]->collisionShape(0)->physicalExtent()), nullptr);
+    EXPECT_EQ(links[1]->collisionShape(1)->physicalExtent(), links[1]->shape()->physicalExtent());
+    EXPECT_EQ(links[1]->collisionShape(1)->number(), 1u);
+    EXPECT_EQ(links[1]->collisionShape(2), nullptr);
     EXPECT_EQ(links[1]->name(), "right <wheel> & \"tyre\"");
     bool deformable = false;
     links[2]->deformable(deformable);
@@ -168,7 +175,7 @@ TEST(KrSystemXml, AWholeSystemComesBackAsItWas)
 TEST(KrSystemXml, EqualityNoticesEveryPart)
 {
     const KrVisualizableStatedSystem original = everything();
-    std::vector<KrVisualizableStatedSystem> others(7, original);
+    std::vector<KrVisualizableStatedSystem> others(8, original);
     const auto robot = [&others](int i) -> KrIndividualManipulator& {
         return others[i].statedSystem().manipulatorSystem().manipulators()[0];
     };
@@ -178,6 +185,7 @@ TEST(KrSystemXml, EqualityNoticesEveryPart)
     robot(3).setPlacement(KrCoordinateSystemTransformation());
     robot(4).materialMap().erase(std::string("red"));
     EXPECT_TRUE(others[5].statedSystem().setJointPosition(0, "shoulder", 0.2));
+    robot(7).childLinks()[0].addCollisionShape(boost::make_shared<KrSpherePhysicalExtent>(0.1));
     others[6].visualizationParameters().setPovParameters(KrPovParameters());
     for (const KrVisualizableStatedSystem& other : others) {
         EXPECT_FALSE(other == original);
