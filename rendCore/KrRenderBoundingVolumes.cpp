@@ -105,6 +105,9 @@ osg::ref_ptr<osg::Switch> KrRenderBoundingVolumes::makeBV(const KrShape* shape, 
     }
     volumes->setValue(volumes->getNumChildren() - 1, true);
     // A volume lies in the very planes of a shape that is flat on a side: drawn a little nearer, it does not flicker.
-    volumes->getOrCreateStateSet()->setAttributeAndModes(new osg::PolygonOffset(-1.0f, -1.0f));
+    // The units count where it faces the eye: depths of triangles that differ are some 16 units apart in one plane.
+    volumes->getOrCreateStateSet()->setAttributeAndModes(new osg::PolygonOffset(-1.0f, -32.0f));
+    // Textures are on in the whole scene: without links beside it a volume would take the one that was made last.
+    volumes->getStateSet()->setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF);
     return volumes;
 }

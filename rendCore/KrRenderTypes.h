@@ -32,6 +32,7 @@ public:
         BoundingVolumes = 0x2,
         LinkAxes = 0x4,
         MassProperties = 0x8,
+        CollisionShapes = 0x10,
         GlobalAxisMarker = 0x1000,
         CenterOfInterestMarker = 0x2000
     };

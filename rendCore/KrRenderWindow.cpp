@@ -2,6 +2,7 @@
 
 #include <rendCore/KrRenderAxis.h>
 #include <rendCore/KrRenderBoundingVolumes.h>
+#include <rendCore/KrRenderCollisionShapes.h>
 #include <rendCore/KrRenderLink.h>
 #include <rendCore/KrRenderMassProperties.h>
 #include <rendCore/KrRenderSelection.h>
@@ -104,6 +105,7 @@ void KrRenderWindow::deleteContents()
     m_statedSystem = nullptr;
     collectMarks();
     m_renderManipulators.clear();
+    m_lacksCollisionShapes = false;
     KrSGWindow::deleteContents();
 }
 
@@ -111,6 +113,7 @@ bool KrRenderWindow::closeWindow()
 {
     collectMarks();
     m_renderManipulators.clear();
+    m_lacksCollisionShapes = false;
     return KrSGWindow::closeWindow();
 }
 
@@ -130,6 +133,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
                                      "KrRenderWindow::loadScene - not initialized or bad KrSystemState\n");
         return false;
     }
+    m_lacksCollisionShapes = false; // the mask is set anew while the old scene is there yet
     KrSGWindow::loadScene();
     const KrXmlVectorType<KrIndividualManipulator>& manipulators = system->manipulatorSystem().manipulators();
     detachManipulators();
@@ -152,7 +156,24 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     system->acknowledgeNewSystem();
     KrRenderAxis::init(m_sceneRoot);
     KrRenderMassProperties::init(m_sceneRoot);
+    m_lacksCollisionShapes = true;
+    buildShownCollisionShapes();
     return true;
+}
+
+void KrRenderWindow::setDisplayMask(unsigned int mask, bool on, bool secondary)
+{
+    KrSGWindow::setDisplayMask(mask, on, secondary);
+    buildShownCollisionShapes();
+}
+
+/// What nobody looks at costs nothing: most programs never show them.
+void KrRenderWindow::buildShownCollisionShapes()
+{
+    if (m_lacksCollisionShapes && ((m_displayMask | m_secondaryDisplayMask) & KrRenderTypes::CollisionShapes) != 0) {
+        m_lacksCollisionShapes = false;
+        KrRenderCollisionShapes::init(m_sceneRoot);
+    }
 }
 
 void KrRenderWindow::detachManipulators()

@@ -36,6 +36,8 @@ public:
     /// @return false when there is no context, or, after one message, no scene
     bool updateScene() override;
     bool selfTest() const override;
+    /// As the base class; collision shapes are built when they are shown for the first time.
+    void setDisplayMask(unsigned int mask, bool on, bool secondary) override;
 
     // The order of the virtual operations is part of the interface.
     /// The stated system and then its visualization parameters.
@@ -70,6 +72,7 @@ protected:
 
 private:
     void detachManipulators();
+    void buildShownCollisionShapes();
     void updateDeformations();
     void updateSelection();
     void updateTransparency();
@@ -79,4 +82,6 @@ private:
 
     bool m_isSceneNew = false; ///< built since the last update
     KrKeptMarks m_keptMarks;
+    /// The scene has all but its collision shapes: nobody has looked at them yet.
+    bool m_lacksCollisionShapes = false;
 };
