@@ -122,7 +122,7 @@ const char* KrOrbitInputHandler::bindings()
            "arrows, Shift+arrows         orbit, pan\n"
            "f                            fit everything into the picture\n"
            "h, Home, space               home\n"
-           "1 3 7, with Ctrl             front, right, top; back, left, bottom\n"
+           "1 3 7, with Ctrl             front, right, top; back, left, bottom, and fit\n"
            "5                            perspective or parallel projection\n";
 }
 
@@ -533,12 +533,15 @@ bool KrOrbitInputHandler::handleKey(const osgGA::GUIEventAdapter& event)
     switch (key) {
     case '1':
         lookFrom(side, 0.0);
+        fit();
         return true;
     case '3':
         lookFrom(side - osg::PI_2, 0.0);
+        fit();
         return true;
     case '7':
         lookFrom(-osg::PI_2, isControl ? -osg::PI_2 : osg::PI_2);
+        fit();
         return true;
     default:
         break;

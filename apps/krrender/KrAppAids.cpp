@@ -20,6 +20,7 @@
 #include <osg/Geode>
 #include <osg/LineWidth>
 #include <osg/Material>
+#include <osg/MatrixTransform>
 #include <osg/NodeVisitor>
 #include <osg/StateSet>
 #include <osg/Switch>
@@ -57,6 +58,7 @@ void unshareShapes(KrManipulatorLink& link)
     bool isDeformable = false;
     link.deformable(isDeformable);
     own.setDeformable(isDeformable);
+    own.shareCollisionShapes(link);
     own.jointKinematics() = link.jointKinematics();
     own.massProperties() = link.massProperties();
     own.childLinks() = std::move(link.childLinks());
@@ -186,6 +188,23 @@ osg::ref_ptr<osg::Material> ellipsoidLook()
     return look;
 }
 
+/// Collision shapes as the body of a robot: they hide what is behind them, and have a depth.
+void makeSolid(osg::StateSet& state)
+{
+    constexpr unsigned int kOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
+    constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
+    const osg::ref_ptr<osg::Material> look = new osg::Material;
+    look->setAmbient(kBothFaces, osg::Vec4(0.50f, 0.66f, 0.60f, 1.0f));
+    look->setDiffuse(kBothFaces, osg::Vec4(0.50f, 0.66f, 0.60f, 1.0f));
+    look->setSpecular(kBothFaces, osg::Vec4(0.1f, 0.1f, 0.1f, 1.0f));
+    look->setShininess(kBothFaces, 20.0f);
+    state.setAttribute(look, kOverride);
+    state.setMode(GL_BLEND, osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
+    state.setMode(GL_POLYGON_OFFSET_FILL, osg::StateAttribute::OFF); // steep faces would show through at edges
+    state.setAttributeAndModes(new osg::Depth(osg::Depth::LESS, 0.0, 1.0, true));
+    state.setRenderBinDetails(0, "RenderBin", osg::StateSet::OVERRIDE_RENDERBIN_DETAILS);
+}
+
 /// One translucent surface does not hide another, in whatever order they are drawn.
 void veil(osg::StateSet* look)
 {
@@ -198,9 +217,10 @@ void veil(osg::StateSet* look)
 class LookVisitor : public osg::NodeVisitor
 {
 public:
-    LookVisitor()
+    explicit LookVisitor(bool areCollisionsSolid)
         : osg::NodeVisitor(osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
         , m_ellipsoidLook(ellipsoidLook())
+        , m_areCollisionsSolid(areCollisionsSolid)
     {
         setNodeMaskOverride(~0u);
     }
@@ -214,9 +234,25 @@ public:
         if (node.getNodeMask() == KrRenderTypes::MassProperties) {
             osg::StateSet* const state = node.getOrCreateStateSet();
             drawLast(*state, kEllipsoidBin);
-            state->setMode(GL_CULL_FACE, osg::StateAttribute::ON); // the far side would show through
+            state->setMode(GL_CULL_FACE, osg::StateAttribute::ON);             // the far side would show through
+            state->setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF); // no link's, where links are hidden
             state->setAttribute(m_ellipsoidLook, osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE);
         }
+    }
+    void apply(osg::Group& node) override
+    {
+        if (m_areCollisionsSolid && node.getNodeMask() == KrRenderTypes::CollisionShapes) {
+            makeSolid(*node.getOrCreateStateSet());
+        }
+        traverse(node);
+    }
+    void apply(osg::MatrixTransform& node) override
+    {
+        // Bodies between links are shown and hidden with those of the links.
+        if (node.getName().rfind("IntraLink ", 0) == 0) {
+            node.setNodeMask(KrRenderTypes::SceneContent);
+        }
+        traverse(node);
     }
     void apply(osg::Switch& node) override
     {
@@ -228,6 +264,7 @@ public:
 
 private:
     osg::ref_ptr<osg::Material> m_ellipsoidLook;
+    bool m_areCollisionsSolid;
     bool m_isVolume = false; ///< below a switch of volumes
 };
 
@@ -320,7 +357,11 @@ void showAxes(const KrRenderWindow& window)
 std::string KrAppAids::addShown(const std::string& list)
 {
     for (const std::string& word : KrAppValue::split(list, ',')) {
-        bool* const flag = word == "axes" ? &axes : word == "volumes" ? &volumes : word == "mass" ? &mass : nullptr;
+        bool* const flag = word == "axes"        ? &axes
+                           : word == "volumes"   ? &volumes
+                           : word == "mass"      ? &mass
+                           : word == "collision" ? &collisions
+                                                 : nullptr;
         if (flag == nullptr) {
             return word.empty() ? "," : word;
         }
@@ -329,23 +370,52 @@ std::string KrAppAids::addShown(const std::string& list)
     return std::string();
 }
 
+const std::vector<std::string>& KrAppAids::words()
+{
+    static const std::vector<std::string> s_words = {"axes", "volumes", "mass", "collision"};
+    return s_words;
+}
+
+void KrAppAids::complete(const KrAppRobot& robot, std::vector<std::string>& warnings)
+{
+    if (robot.hasVisibleShape() || robot.numCollisionShapes() == 0 || !shapes) {
+        return;
+    }
+    if (!collisions) {
+        collisions = areCollisionsSolid = true;
+        warnings.push_back("no link has a visible shape: the collision shapes are drawn");
+    }
+}
+
 double KrAppAids::axisLength(const KrStatedSystem& system) const
 {
     if (axisScale) {
         return *axisScale;
     }
     KrAppFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0);
+    KrAppFraming::Shown shown;
+    shown.collisions = collisions;
+    framing.setShown(shown);
     framing.add(system.manipulatorSystem(), system.systemState());
     return kAxisPart * (framing.isEmpty() ? 1.0 : framing.size().length());
 }
 
 void KrAppAids::frame(const KrStatedSystem& system, KrAppFraming& framing) const
 {
-    framing.setAids(axes ? axisLength(system) : 0.0, volumes);
+    KrAppFraming::Shown shown;
+    shown.shapes = shapes;
+    shown.axisLength = axes ? axisLength(system) : 0.0;
+    shown.volumes = volumes;
+    shown.masses = mass;
+    shown.collisions = collisions;
+    framing.setShown(shown);
 }
 
 void KrAppAids::foldMasses(const KrAppRobot& robot, std::vector<std::string>& warnings) const
 {
+    if (collisions && robot.numCollisionShapes() == 0) {
+        warnings.push_back("--show collision shows nothing: no link has a collision shape");
+    }
     std::vector<std::pair<std::string, const KrMassProperties*>> given;
     for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
         std::vector<const KrManipulatorLink*> links = manipulator.links();
@@ -410,17 +480,19 @@ void KrAppAids::prepare(KrAppRobot& robot, KrVisualizationParameters& parameters
 
 void KrAppAids::show(KrRenderWindow& window) const
 {
-    if (!axes && !volumes && !mass) {
+    if (!areShown() && shapes) {
         return;
     }
     window.updateScene(); // loads the system, which sets the mask anew
     const unsigned int mask = (axes ? KrRenderTypes::LinkAxes : 0u) | (volumes ? KrRenderTypes::BoundingVolumes : 0u) |
-                              (mass ? KrRenderTypes::MassProperties : 0u);
+                              (mass ? KrRenderTypes::MassProperties : 0u) |
+                              (collisions ? KrRenderTypes::CollisionShapes : 0u);
     window.setDisplayMask(mask, true, false);
+    window.setDisplayMask(KrRenderTypes::SceneContent, shapes, false);
     if (axes) {
         showAxes(window);
     }
-    LookVisitor visitor;
+    LookVisitor visitor(areCollisionsSolid);
     window.getNode()->accept(visitor);
 }
 

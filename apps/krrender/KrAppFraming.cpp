@@ -4,6 +4,7 @@
 
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/system/KrManipulatorActiveState.h>
 #include <toolkit/system/KrPoseDriver.h>
 
 #include <algorithm>
@@ -59,7 +60,8 @@ void addAxes(KrAppFraming& framing, const KrCoordinateSystemTransformation& toWo
     if (!(length > 0.0)) {
         return;
     }
-    for (const KrVector& tip : {KrVector(length, 0.0, 0.0), KrVector(0.0, length, 0.0), KrVector(0.0, 0.0, length)}) {
+    for (const KrVector& tip :
+         {KrVector(), KrVector(length, 0.0, 0.0), KrVector(0.0, length, 0.0), KrVector(0.0, 0.0, length)}) {
         framing.add(toWorld.transformPoint(tip));
     }
 }
@@ -74,13 +76,10 @@ void addVolume(KrAppFraming& framing, const KrShape& shape, const KrCoordinateSy
     }
 }
 
-void addLink(KrAppFraming& framing, const KrManipulatorLink& link, const KrCoordinateSystemTransformation& dhToWorld)
+void addShape(KrAppFraming& framing, const KrShape* shape, const KrCoordinateSystemTransformation& toWorld)
 {
-    for (unsigned int i = 0; i < link.numShapes(); ++i) {
-        const KrShape* const shape = link.shape(i);
-        if (shape && shape->physicalExtent()) {
-            addExtent(framing, *shape->physicalExtent(), dhToWorld);
-        }
+    if (shape != nullptr && shape->physicalExtent() != nullptr) {
+        addExtent(framing, *shape->physicalExtent(), toWorld);
     }
 }
 
@@ -142,7 +141,10 @@ void KrAppFraming::add(const KrManipulatorSystem& system, const KrManipulatorSys
         if (!manipulator.linkPoses(position, poses)) {
             continue;
         }
-        addAxes(*this, manipulator.placement(), kBaseAxis * m_axisLength);
+        addAxes(*this, manipulator.placement(), kBaseAxis * m_shown.axisLength);
+        if (m_shown.shapes) {
+            addIntraLinks(manipulator, position);
+        }
         addLinkAndAids(manipulator, manipulator.placement() * position.baseTransformation(), manipulator.baseDhFrame());
         const std::vector<const KrManipulatorLink*> links = manipulator.links();
         for (std::size_t j = 0; j < links.size() && j < poses.size(); ++j) {
@@ -154,18 +156,48 @@ void KrAppFraming::add(const KrManipulatorSystem& system, const KrManipulatorSys
 void KrAppFraming::addLinkAndAids(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& toWorld,
                                   const KrCoordinateSystemTransformation& dhFrame)
 {
-    addLink(*this, link, toWorld * dhFrame);
-    addAxes(*this, toWorld, m_axisLength);
-    addAxes(*this, toWorld * dhFrame, m_axisLength);
-    if (m_hasVolumes && link.shape() != nullptr) {
-        addVolume(*this, *link.shape(), toWorld * dhFrame);
+    const KrCoordinateSystemTransformation dhToWorld = toWorld * dhFrame;
+    for (unsigned int i = 0; m_shown.shapes && i < link.numShapes(); ++i) {
+        addShape(*this, link.shape(i), dhToWorld);
+    }
+    for (unsigned int i = 0; m_shown.collisions && i < link.numCollisionShapes(); ++i) {
+        addShape(*this, link.collisionShape(i), dhToWorld);
+    }
+    addAxes(*this, toWorld, m_shown.axisLength);
+    addAxes(*this, dhToWorld, m_shown.axisLength);
+    if (m_shown.volumes && link.shape() != nullptr) {
+        addVolume(*this, *link.shape(), dhToWorld);
+    }
+    if (m_shown.masses) {
+        addEllipsoid(link, dhToWorld);
     }
 }
 
-void KrAppFraming::setAids(double axisLength, bool hasVolumes)
+void KrAppFraming::addIntraLinks(const KrIndividualManipulator& manipulator, const KrPositionState& position)
 {
-    m_axisLength = axisLength;
-    m_hasVolumes = hasVolumes;
+    const KrIntraLinkDescription& description = manipulator.intraLinks();
+    if (description.count() == 0) {
+        return;
+    }
+    KrManipulatorActiveState state;
+    state.setPositionState(position);
+    for (unsigned int i = 0; i < description.count(); ++i) {
+        const KrIntraLink& intraLink = description.intraLink(i);
+        addShape(*this, intraLink.shape(), manipulator.placement() * intraLink.placement(state, manipulator));
+    }
+}
+
+void KrAppFraming::addEllipsoid(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& dhToWorld)
+{
+    const auto [place, isNew] = m_ellipsoids.emplace(&link, KrEllipsoid());
+    KrEllipsoid& ellipsoid = place->second;
+    if (isNew) {
+        KrCoordinateSystemTransformation principalAxes;
+        link.massProperties().fillEllipsoid(link.name(), ellipsoid, principalAxes);
+    }
+    if (ellipsoid.physicalExtent() != nullptr) {
+        addExtent(*this, *ellipsoid.physicalExtent(), dhToWorld);
+    }
 }
 
 void KrAppFraming::addMotion(const KrManipulatorSystem& system, KrAppMotion& motion)
@@ -181,6 +213,11 @@ void KrAppFraming::addMotion(const KrManipulatorSystem& system, KrAppMotion& mot
     if (motion.size() > 0) {
         poses.drive(motion.state(0));
     }
+}
+
+KrVector KrAppFraming::corner(unsigned int i) const
+{
+    return {(i & 1u) ? m_high.x() : m_low.x(), (i & 2u) ? m_high.y() : m_low.y(), (i & 4u) ? m_high.z() : m_low.z()};
 }
 
 KrVector KrAppFraming::center() const

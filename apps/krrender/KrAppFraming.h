@@ -1,8 +1,11 @@
 #pragma once
 
+#include <toolkit/geometry/KrEllipsoid.h>
 #include <toolkit/geometry/KrVector.h>
 #include <toolkit/system/KrStatedSystem.h>
 #include <toolkit/visualization/KrPovParameters.h>
+
+#include <map>
 
 class KrAppMotion;
 
@@ -18,13 +21,21 @@ public:
     /// @param aspectRatio  picture width / height, > 0
     KrAppFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio);
 
-    /// What stands beside the shapes of systems that are added from now on.
-    /// @param axisLength  of the axes of every link, m; 0 for none
-    /// @param hasVolumes  what encloses each link's first shape
-    void setAids(double axisLength, bool hasVolumes);
+    /// What is shown of a system.
+    struct Shown
+    {
+        bool shapes = true;      ///< what is visible of the links
+        double axisLength = 0.0; ///< of the axes of every link, m; 0 for none
+        bool volumes = false;    ///< what encloses each link's first shape
+        bool masses = false;     ///< ellipsoids
+        bool collisions = false; ///< collision shapes
+    };
+    /// Of systems that are added from now on.
+    void setShown(const Shown& shown) { m_shown = shown; }
 
     void add(const KrVector& point);
-    /// Every corner of every visible shape of `system`, posed by `state`, which fits the system; and the aids.
+    /// Every corner of what is shown of `system`, posed by `state`, which fits the system. The system stays where it is
+    /// while this object lives.
     void add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state);
 
     /// Every pose of a motion; a long one is sampled: its outline does not change from one frame to the next. Shapes
@@ -34,6 +45,8 @@ public:
     bool isEmpty() const { return m_numPoints == 0; }
     /// The middle of the bounding box; the origin when there is no point.
     KrVector center() const;
+    /// A corner of the bounding box: bits 0, 1 and 2 of `i` choose its high x, y and z.
+    KrVector corner(unsigned int i) const;
     /// Of the bounding box.
     KrVector size() const { return m_high - m_low; }
 
@@ -51,6 +64,8 @@ private:
 
     void addLinkAndAids(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& toWorld,
                         const KrCoordinateSystemTransformation& dhFrame);
+    void addIntraLinks(const KrIndividualManipulator& manipulator, const KrPositionState& position);
+    void addEllipsoid(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& dhToWorld);
 
     /// Two opposite sides of the view, for slopes from a twelfth of the picture's to the whole.
     struct Sides
@@ -71,8 +86,9 @@ private:
     KrVector m_up;      ///< camera y
     KrVector m_towards; ///< camera z, to the eye
     double m_fieldOfView;
-    double m_axisLength = 0.0; ///< m
-    bool m_hasVolumes = false;
+    Shown m_shown;
+    /// Of the links that were added: a motion asks for each again and again.
+    std::map<const KrManipulatorLink*, KrEllipsoid> m_ellipsoids;
     Sides m_horizontal;
     Sides m_vertical;
     double m_nearest = 0.0; ///< largest z

@@ -75,13 +75,15 @@ std::string shapeText(const KrManipulatorLink& link)
         const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent ? extent->triExtent() : nullptr;
         triangles += mesh ? mesh->numTriangles() : 0;
     }
+    const std::string collisions =
+        link.numCollisionShapes() > 0 ? ", " + counted(link.numCollisionShapes(), "collision shape") : "";
     if (link.numShapes() == 0) {
-        return "no shape";
+        return "no shape" + collisions;
     }
     std::string text = link.numShapes() > 1 ? counted(link.numShapes(), "shape") + ", " : "";
     text += fields < link.numShapes() ? counted(triangles, "triangle") : "";
     text += fields > 0 ? (fields < link.numShapes() ? ", " : "") + counted(fields, "field") : "";
-    return text;
+    return text + collisions;
 }
 
 /// A line of the tree: what stands on the left and what is told about it.
@@ -157,6 +159,7 @@ std::string krAppInfo(const KrAppRobot& robot)
     text += "In all: " + counted(counts.links, "link") + ", " + counted(counts.joints, "joint") + " (" +
             grouped(counts.movableJoints) + " move, " + grouped(counts.mimicJoints) + " of them follow another), " +
             counted(counts.visuals, "shape") + ", " + counted(robot.numTriangles(), "triangle");
+    text += robot.numCollisionShapes() > 0 ? ", " + counted(robot.numCollisionShapes(), "collision shape") : "";
     text += counts.missingMeshes > 0 ? ", " + counted(counts.missingMeshes, "missing mesh") + "\n" : "\n";
     return text;
 }

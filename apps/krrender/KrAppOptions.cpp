@@ -48,6 +48,7 @@ struct Words
     std::string depthKind;
     std::vector<std::string> rangeMap;
     std::vector<std::string> show;
+    std::string hide;
     std::string axisScale;
     std::string fade;
     std::vector<std::string> joints;
@@ -160,9 +161,13 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->type_name("N")
         ->group("Pose");
 
-    app.add_option("--show", words.show, "Draw with the robot: axes of the links, bounding volumes, mass ellipsoids")
+    app.add_option("--show", words.show,
+                   "Draw with the robot: axes of the links, bounding volumes, mass ellipsoids, collision shapes")
         ->allow_extra_args(false)
-        ->type_name("axes,volumes,mass")
+        ->type_name("axes,volumes,mass,collision")
+        ->group("Aids");
+    app.add_option("--hide", words.hide, "Leave out what is visible of the links: what --show names is seen alone")
+        ->type_name("visuals")
         ->group("Aids");
     app.add_option("--axis-scale", words.axisScale, "Length of a link's axes in metres [by the robot's size]")
         ->type_name("METRES")
@@ -381,9 +386,15 @@ void readAids(const Words& words, KrAppAids& aids)
     for (const std::string& list : words.show) {
         const std::string wrong = aids.addShown(list);
         if (!wrong.empty()) {
-            const std::vector<std::string> near = KrAppValue::nearest(wrong, {"axes", "volumes", "mass"});
-            wrongUsage("--show " + list + ": axes, volumes and mass can be shown" +
+            const std::vector<std::string> near = KrAppValue::nearest(wrong, KrAppAids::words());
+            wrongUsage("--show " + list + ": axes, volumes, mass and collision can be shown" +
                        (near.empty() ? "" : "; did you mean " + near.front() + "?"));
+        }
+    }
+    if (!words.hide.empty()) {
+        aids.shapes = words.hide != "visuals";
+        if (aids.shapes) {
+            wrongUsage("--hide " + words.hide + ": visuals can be hidden");
         }
     }
     if (!words.axisScale.empty()) {
@@ -473,6 +484,9 @@ void checkCombination(const KrAppOptions& options)
         options.report.empty() && options.rangeMap.path.empty()) {
         wrongUsage("nothing to do: give -o PICTURE, --view, --depth, --depth-preview, --range-map, --info, --convert "
                    "or --report");
+    }
+    if (!options.aids.shapes && !options.aids.areShown() && !options.view) {
+        wrongUsage("--hide visuals leaves nothing to draw: give --show collision, for one");
     }
     const bool hasDepth = !options.depth.empty() || !options.depthPreview.empty() || !options.rangeMap.path.empty();
     if (!options.trajectory.empty() && !options.rangeMap.path.empty()) {

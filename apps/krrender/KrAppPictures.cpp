@@ -4,6 +4,7 @@
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
 #include "KrAppFrameWriter.h"
+#include "KrAppFraming.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
 #include "KrAppMotion.h"
@@ -11,6 +12,7 @@
 #include "KrAppProgress.h"
 #include "KrAppRobot.h"
 #include "KrAppSidecar.h"
+#include "KrAppSight.h"
 #include "KrAppVideo.h"
 
 #include <toolkit/foundation/KrPrint.h>
@@ -83,6 +85,7 @@ std::vector<std::string> KrAppPictures::files(const KrAppOptions& options, std::
 KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters,
                              bool isOwnLighting, KrAppMotion& motion, KrAppMessages& messages)
     : m_options(options)
+    , m_robot(robot)
     , m_motion(motion)
     , m_messages(messages)
 {
@@ -152,13 +155,23 @@ bool KrAppPictures::isBlank(const KrImage& picture) const
 void KrAppPictures::tellBlank(const std::string& path)
 {
     if (m_numBlank > 0) {
-        const std::string count = std::to_string(m_numBlank) + " of " + std::to_string(m_motion.size()) + " frames";
-        Kr::Print::instance()->write(
-            Kr::Print::Warning,
-            "KrAppPictures::write - %s: nothing is seen%s; what is drawn is too far away, too small or elsewhere.\n",
-            path.c_str(), m_options.trajectory.empty() ? "" : (" in " + count).c_str());
+        const std::string what = m_options.trajectory.empty() ? std::string("the picture is")
+                                                              : std::to_string(m_numBlank) + " of " +
+                                                                    std::to_string(m_motion.size()) + " pictures are";
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrAppPictures::write - %s: %s empty because %s.\n",
+                                     path.c_str(), what.c_str(), whyBlank().c_str());
     }
     m_numBlank = 0;
+}
+
+std::string KrAppPictures::whyBlank()
+{
+    KrAppFraming shown({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
+    m_options.aids.frame(m_robot.statedSystem(), shown);
+    shown.addMotion(m_robot.statedSystem().manipulatorSystem(), m_motion);
+    const osg::Camera& camera = *m_scene->window().getViewer()->getCamera();
+    return KrAppSight::whyEmpty(shown, camera.getViewMatrix() * camera.getProjectionMatrix(), m_options.width,
+                                m_options.height);
 }
 
 std::string KrAppPictures::file(const std::string& pattern, std::size_t i)

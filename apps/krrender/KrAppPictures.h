@@ -61,10 +61,12 @@ private:
     void writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path);
     /// Whether there is nothing but the background.
     bool isBlank(const KrImage& picture) const;
-    /// Tells of frames in which nothing is seen, and counts anew.
+    /// Tells of pictures in which nothing is seen, and why, and counts anew.
     void tellBlank(const std::string& path);
+    std::string whyBlank();
 
     const KrAppOptions& m_options;
+    const KrAppRobot& m_robot;
     KrAppMotion& m_motion;
     KrAppMessages& m_messages;
     std::optional<KrAppTiles> m_tiles;

@@ -7,8 +7,10 @@
 
 #include <import/KrRobotImporter.h>
 #include <toolkit/foundation/KrInputFile.h>
+#include <toolkit/geometry/KrGridPhysicalExtent.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -48,6 +50,26 @@ std::string beginningOf(const std::string& path)
     return text;
 }
 
+bool isVisible(const KrShape* shape)
+{
+    const KrBasePhysicalExtent* const extent = shape ? shape->physicalExtent() : nullptr;
+    if (extent == nullptr) {
+        return false;
+    }
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent();
+    return mesh ? mesh->numTriangles() > 0 : dynamic_cast<const KrGridPhysicalExtent*>(extent) != nullptr;
+}
+
+bool isVisible(const KrManipulatorLink& link)
+{
+    for (unsigned int i = 0; i < link.numShapes(); ++i) {
+        if (isVisible(link.shape(i))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::size_t trianglesOf(const KrManipulatorLink& link)
 {
     std::size_t sum = 0;
@@ -67,6 +89,7 @@ void countNative(const KrAppRobot& robot, KrImportReport::Counts& counts)
         const auto countLink = [&counts](const KrManipulatorLink& link) {
             ++counts.links;
             counts.visuals += link.numShapes();
+            counts.collisions += link.numCollisionShapes();
             counts.triangles += trianglesOf(link);
         };
         countLink(manipulator);
@@ -141,6 +164,35 @@ void KrAppRobot::read(const KrAppOptions& options, KrAppMessages& messages)
     report.setFile(path);
     report.setRobot(fs::path(path).stem().string());
     countNative(*this, report.counts());
+}
+
+bool KrAppRobot::hasVisibleShape() const
+{
+    for (const KrIndividualManipulator& manipulator : manipulators()) {
+        const std::vector<const KrManipulatorLink*> links = manipulator.links();
+        if (isVisible(manipulator) ||
+            std::any_of(links.begin(), links.end(), [](const auto* link) { return isVisible(*link); })) {
+            return true;
+        }
+        for (unsigned int i = 0; i < manipulator.intraLinks().count(); ++i) {
+            if (isVisible(manipulator.intraLinks().intraLink(i).shape())) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+std::size_t KrAppRobot::numCollisionShapes() const
+{
+    std::size_t count = 0;
+    for (const KrIndividualManipulator& manipulator : manipulators()) {
+        count += manipulator.numCollisionShapes();
+        for (const KrManipulatorLink* const link : manipulator.links()) {
+            count += link->numCollisionShapes();
+        }
+    }
+    return count;
 }
 
 std::size_t KrAppRobot::numTriangles() const

@@ -27,6 +27,9 @@ struct KrAppRobot
     {
         return statedSystem().manipulatorSystem().manipulators();
     }
+    /// Whether there is anything to see without an aid: a surface or a field.
+    bool hasVisibleShape() const;
+    std::size_t numCollisionShapes() const;
     /// Of all visible shapes; a field has none.
     std::size_t numTriangles() const;
 

@@ -106,6 +106,10 @@ public:
             return toggle(KrRenderTypes::BoundingVolumes);
         case 'm':
             return toggle(KrRenderTypes::MassProperties);
+        case 'c':
+            return toggle(KrRenderTypes::CollisionShapes);
+        case 's':
+            return toggle(KrRenderTypes::SceneContent);
         case 'w':
             m_window.setViewerAttribute(KrSGWindow::Wireframe,
                                         (m_window.viewerAttribute() & KrSGWindow::Wireframe) == 0);
@@ -154,7 +158,8 @@ KrAppView::KrAppView(const KrAppOptions& options, KrAppMessages& messages)
 std::string KrAppView::bindings()
 {
     return std::string(KrOrbitInputHandler::bindings()) +
-           "a  v  m  w                   axes, bounding volumes, mass ellipsoids, wire frame\n"
+           "a  v  m  c                   axes, bounding volumes, mass ellipsoids, collision shapes\n"
+           "s  w                         visible shapes, wire frame\n"
            "p, space with --trajectory   pause, go on\n"
            "Escape, q                    close\n";
 }

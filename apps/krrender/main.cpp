@@ -15,6 +15,7 @@
 #include "KrAppRobot.h"
 #include "KrAppSelfTest.h"
 #include "KrAppSidecar.h"
+#include "KrAppSight.h"
 #include "KrAppView.h"
 
 #include <rendCore/KrToolkitFolders.h>
@@ -122,6 +123,21 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
     return parameters;
 }
 
+/// Tells of a size that no robot has.
+void checkSize(const KrAppOptions& options, const KrStatedSystem& system, std::vector<std::string>& warnings)
+{
+    KrAppFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
+    KrAppFraming::Shown shown;
+    shown.shapes = options.aids.shapes;
+    shown.collisions = options.aids.collisions;
+    framing.setShown(shown);
+    framing.add(system.manipulatorSystem(), system.systemState());
+    const std::string hint = KrAppSight::sizeHint(framing.size().length());
+    if (!hint.empty()) {
+        warnings.push_back(hint);
+    }
+}
+
 void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, KrAppMotion& motion,
           KrAppMessages& messages)
 {
@@ -216,7 +232,7 @@ void printSummary(const KrAppOptions& options, const KrAppRobot& robot, std::siz
     }
 }
 
-void run(const KrAppOptions& options, KrAppMessages& messages)
+void run(KrAppOptions& options, KrAppMessages& messages)
 {
     checkOutputs(options);
     KrAppRobot robot;
@@ -251,7 +267,9 @@ void run(const KrAppOptions& options, KrAppMessages& messages)
 
     const bool hasRangeMap = !options.rangeMap.path.empty();
     if (options.drawsPictures() || options.view || hasRangeMap || !options.convert.empty()) {
+        options.aids.complete(robot, warnings);
         options.aids.foldMasses(robot, warnings);
+        checkSize(options, robot.statedSystem(), warnings);
         mendToolkits(warnings);
         KrPoseDriver poses(robot.statedSystem().manipulatorSystem());
         poses.drive(motion.state(0));

@@ -239,3 +239,78 @@ TEST_F(KrAidsProgram, ImpossibleMassesAreToldOneByOneWhereTheyAreShown)
     EXPECT_NE(krrender("none.urdf -o a.png --show mass").err.find("no link has a mass"), std::string::npos);
     EXPECT_EQ(krrender("none.urdf -o a.png").err, "");
 }
+
+TEST_F(KrAidsProgram, CollisionShapesStandBesideOrInsteadOfWhatIsSeen)
+{
+    // Beside the arm its collision box is seen through; over the arm the arm is.
+    const KrImage plain = draw("");
+    const KrImage beside = draw("--show collision");
+    const std::array<double, 3> veil = meanColour(beside, 145, 80, 2);
+    EXPECT_GT(veil[1], veil[0] + 30.0) << "green over white";
+    EXPECT_GT(veil[0], 60.0) << "white shines through";
+    EXPECT_GT(meanColour(beside, 160, 90, 2)[2], meanColour(plain, 160, 90, 2)[2] + 5.0);
+    EXPECT_GT(meanColour(beside, 150, 145, 2)[0], 100.0) << "the base collides with nothing";
+
+    const KrImage instead = draw("--show collision --hide visuals");
+    EXPECT_EQ(meanColour(instead, 150, 145, 2)[1], 255.0) << "the base";
+    EXPECT_NEAR(meanColour(instead, 145, 80, 2)[0], meanColour(instead, 160, 90, 2)[0], 12.0) << "an even box";
+    EXPECT_LT(meanColour(draw("--show collision -j swing=90deg"), 200, 120, 2)[0],
+              meanColour(draw("-j swing=90deg --hide visuals --show axes"), 200, 120, 2)[0]);
+
+    const Answer info = krrender("swing.urdf --info");
+    EXPECT_NE(info.out.find("12 triangles, 1 collision shape\n"), std::string::npos) << info.out;
+    ASSERT_EQ(krrender("swing.urdf --convert swing.xml").status, 0);
+    ASSERT_EQ(krrender("swing.urdf -o a.png --show collision").status, 0);
+    ASSERT_EQ(krrender("swing.xml -o b.png --show collision").status, 0);
+    EXPECT_TRUE(isSame("a.png", "b.png"));
+    EXPECT_EQ(krrender("swing.urdf -o a.png --hide visuals").status, 2);
+    EXPECT_EQ(krrender("swing.urdf -o a.png --hide shapes --show axes").status, 2);
+}
+
+TEST_F(KrAidsProgram, ARobotOfCollisionGeometryOnlyIsDrawnSolidAndTold)
+{
+    m_folder.write("bare.urdf", "<robot name='r'><link name='a'><collision><geometry><box size='1 1 1'/></geometry>"
+                                "</collision></link></robot>");
+    ASSERT_EQ(krrender("bare.urdf --convert bare.xml").status, 0);
+    for (const std::string file : {"bare.urdf", "bare.xml"}) {
+        const Answer answer = krrender(file + " -o a.png --depth a.npy --eye 6,0,0");
+        EXPECT_EQ(answer.status, 0);
+        EXPECT_NE(answer.err.find("no link has a visible shape: the collision shapes are drawn"), std::string::npos)
+            << answer.err;
+        EXPECT_EQ(answer.err.find("empty"), std::string::npos) << answer.err;
+        KrImage image;
+        ASSERT_TRUE(image.readFile(m_folder.path("a.png"), KrImage::TopRowFirst));
+        EXPECT_LT(meanColour(image, 160, 120, 4)[0], 200.0);
+        // A metre at 5.5 m in 320 x 240 pixels of 30 degrees.
+        EXPECT_NEAR(static_cast<double>(countLit(image, {255, 255, 255})), 81.4 * 81.4, 300.0);
+    }
+    const Answer none = krrender("bare.urdf -o a.png --show collision -q");
+    EXPECT_EQ(none.err, "");
+    m_folder.write("none.urdf", "<robot name='r'><link name='a'><visual><geometry><box size='1 1 1'/></geometry>"
+                                "</visual></link></robot>");
+    EXPECT_NE(krrender("none.urdf -o a.png --show collision").err.find("no link has a collision shape"),
+              std::string::npos);
+}
+
+TEST_F(KrAidsProgram, EverythingThatIsShownIsInThePicture)
+{
+    // A thimble whose mass is that of a ball of 2 m, and which collides as a long rod aslant.
+    m_folder.write("wide.urdf", "<robot name='r'><link name='a'><visual><geometry><box size='0.1 0.1 0.1'/></geometry>"
+                                "</visual><collision><origin rpy='0.4 0.5 0.6'/><geometry><cylinder radius='0.1' "
+                                "length='8'/></geometry></collision><inertial><mass value='1'/><inertia ixx='1.6' "
+                                "iyy='1.6' izz='1.6' ixy='0' ixz='0' iyz='0'/></inertial></link></robot>");
+    for (const std::string shown : {"mass", "collision", "volumes", "axes,mass", "mass,collision"}) {
+        for (const std::string view : {"", "--azimuth 0 --elevation 0", "--views front,top"}) {
+            ASSERT_EQ(krrender("wide.urdf -o a.png --show " + shown + " " + view).status, 0);
+            KrImage image;
+            ASSERT_TRUE(image.readFile(m_folder.path("a.png"), KrImage::TopRowFirst));
+            EXPECT_GT(countLit(image, {255, 255, 255}), 500u) << shown;
+            for (unsigned int x = 0; x < image.width(); ++x) {
+                ASSERT_EQ(meanColour(image, x, 0, 0)[0] + meanColour(image, x, image.height() - 1, 0)[0], 510.0);
+            }
+            for (unsigned int y = 0; y < image.height(); ++y) {
+                ASSERT_EQ(meanColour(image, 0, y, 0)[0] + meanColour(image, image.width() - 1, y, 0)[0], 510.0);
+            }
+        }
+    }
+}

@@ -118,10 +118,46 @@ TEST(KrAppFraming, FollowsThePoseOfASystem)
 
     // The axes at the manipulator's place are twice as long, and the arm's x runs along y now: its box ends at y = 2.
     KrAppFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
-    framing.setAids(1.5, false);
+    KrAppFraming::Shown shown;
+    shown.axisLength = 1.5;
+    framing.setShown(shown);
     framing.add(system.manipulatorSystem(), system.systemState());
     EXPECT_NEAR((framing.center() + 0.5 * framing.size() - KrVector(13.0, 3.0, 3.0)).length(), 0.0, 1e-9);
     EXPECT_NEAR(framing.center().x() - 0.5 * framing.size().x(), 8.5, 1e-9); // the arm's y
+}
+
+TEST(KrAppFraming, HoldsEverythingThatIsShownAndNothingElse)
+{
+    KrManipulatorLink arm = Systems::turningLink("arm", {0.0, 0.0, 1.0});
+    arm.addShape(Systems::box({2.0, 0.1, 0.1}, {1.0, 0.0, 0.0}));
+    arm.addCollisionShape(Systems::box({0.2, 6.0, 0.2}, {0.0, 0.0, 0.0}));
+    // A ball of 5 m: I = 2/5 m r^2.
+    arm.massProperties().setMass(1.0);
+    arm.massProperties().setInertia({10.0, 10.0, 10.0, 0.0, 0.0, 0.0});
+    KrIndividualManipulator manipulator("robot");
+    manipulator.addChildLink(arm);
+    KrIntraLink piston("", KrVector(0.0, 0.0, 0.0), "arm", KrVector(0.0, 0.0, 0.0)); // along z
+    piston.setShape(boost::make_shared<KrShape>(Systems::box({20.0, 0.1, 0.1}, {10.0, 0.0, 0.0})));
+    manipulator.intraLinks().addIntraLink(piston);
+    KrManipulatorSystem system;
+    system.manipulators().push_back(manipulator);
+    const KrStatedSystem stated(system);
+
+    const auto sizeOf = [&stated](const KrAppFraming::Shown& shown) {
+        KrAppFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
+        framing.setShown(shown);
+        framing.add(stated.manipulatorSystem(), stated.systemState());
+        return framing.size();
+    };
+    KrAppFraming::Shown shown;
+    EXPECT_NEAR(sizeOf(shown).x(), 2.05, 1e-9); // and half of the piston
+    EXPECT_NEAR(sizeOf(shown).z(), 20.0, 1e-9);
+    shown.shapes = false;
+    EXPECT_EQ(sizeOf(shown).length(), 0.0);
+    shown.collisions = true;
+    EXPECT_NEAR((sizeOf(shown) - KrVector(0.2, 6.0, 0.2)).length(), 0.0, 1e-9);
+    shown.masses = true;
+    EXPECT_NEAR((sizeOf(shown) - KrVector(10.0, 10.0, 10.0)).length(), 0.0, 0.2); // the ball's triangles
 }
 
 TEST(KrAppLighting, TheStrongLampIsAboveTheViewersLeft)

@@ -28,7 +28,8 @@ const char* const kUrdf = R"(<robot name="r"><link name="base">
   <inertial><mass value="1"/><inertia ixx="0.1" iyy="0.1" izz="0.1" ixy="0" ixz="0" iyz="0"/></inertial>
   <visual><geometry><box size="1 1 1"/></geometry><material name="m"><color rgba="0.8 0.1 0.1 1"/></material></visual>
   </link>
-  <link name="arm"><visual><origin xyz="0 0 1"/><geometry><box size="0.2 0.2 1"/></geometry></visual></link>
+  <link name="arm"><visual><origin xyz="0 0 1"/><geometry><box size="0.2 0.2 1"/></geometry></visual>
+  <collision><geometry><box size="6 0.3 0.3"/></geometry></collision></link>
   <joint name="j" type="continuous"><origin xyz="0.8 0 0"/><parent link="base"/><child link="arm"/><axis xyz="1 0 0"/></joint></robot>)";
 
 struct DisplayCloser
@@ -158,7 +159,7 @@ TEST_F(KrAppViewTest, TogglesWhatItsKeysSayRestsMeanwhileAndClosesWithEscape)
     EXPECT_NE(told.find("left drag"), std::string::npos) << told;
     EXPECT_NE(told.find("Escape"), std::string::npos) << told;
     usleep(500000);
-    for (const KeySym key : {XK_a, XK_v, XK_m, XK_w}) {
+    for (const KeySym key : {XK_a, XK_v, XK_m, XK_c, XK_s, XK_w}) {
         const std::vector<unsigned long> before = pixels();
         EXPECT_TRUE(changes(key)) << static_cast<char>(key);
         EXPECT_TRUE(changes(key)) << static_cast<char>(key);
@@ -170,6 +171,23 @@ TEST_F(KrAppViewTest, TogglesWhatItsKeysSayRestsMeanwhileAndClosesWithEscape)
     const double before = processorTime();
     sleep(2);
     EXPECT_LT(processorTime() - before, 0.1) << "it works while nothing happens";
+    press(XK_Escape);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(KrAppViewTest, PresetsHoldEverythingThatIsShown)
+{
+    // A rod towards the eye: seen from its side at the same distance it would stick out.
+    ASSERT_NO_FATAL_FAILURE(start({"--azimuth", "0", "--elevation", "0", "--show", "collision,mass", "-q"}));
+    for (const KeySym key : {XK_3, XK_7}) {
+        EXPECT_TRUE(changes(key));
+        const std::vector<unsigned long> picture = pixels();
+        ASSERT_EQ(picture.size(), 320u * 240u);
+        for (std::size_t y = 0; y < 240; ++y) {
+            ASSERT_EQ(picture[320 * y], picture[0]) << y;
+            ASSERT_EQ(picture[320 * y + 319], picture[0]) << y;
+        }
+    }
     press(XK_Escape);
     EXPECT_EQ(end(), 0);
 }

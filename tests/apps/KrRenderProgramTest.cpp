@@ -313,16 +313,36 @@ TEST_F(KrRenderProgram, WritesAVideoThroughTheHelperProgramOrSaysThatItIsMissing
 TEST_F(KrRenderProgram, TellsWhereNothingIsSeen)
 {
     m_folder.write("motion.csv", "swing\n0\n0.2\n");
-    for (const std::string& arguments :
-         {urdf() + " -o a.png --eye 5,0,0 --look-at 6,0,0", urdf() + " --depth a.npy --look-at 1e8,0,0",
-          urdf() + " --trajectory motion.csv -o b.png --look-at 0,1e8,0"}) {
+    m_folder.write("empty.urdf", "<robot name='e'><link name='a'/></robot>");
+    const std::pair<std::string, std::string> cases[] = {
+        {urdf() + " -o a.png --eye 5,0,0 --look-at 6,0,0", "a.png: the picture is empty because the camera looks away"},
+        {urdf() + " --depth a.npy --eye 50,0,0 --look-at 50,9,0", "is left of the picture"},
+        {urdf() + " --depth a.npy --eye 5e5,0,0", "too small or too far away"},
+        {urdf() + " --trajectory motion.csv -o b.png --look-at 0,1e8,0", "2 of 2 pictures are empty because"},
+        {urdf() + " -o a.png --eye 5,0,0 --look-at 6,0,0 --show axes", "behind the camera"}};
+    for (const auto& [arguments, reason] : cases) {
         const Answer answer = krrender(arguments);
         EXPECT_EQ(answer.status, 0) << arguments;
         EXPECT_EQ(answer.numErrorLines(), 1u) << arguments << answer.err;
-        EXPECT_NE(answer.err.find("nothing is seen"), std::string::npos) << arguments << answer.err;
+        EXPECT_NE(answer.err.find(reason), std::string::npos) << arguments << answer.err;
     }
+    const Answer empty = krrender("empty.urdf -o a.png");
+    EXPECT_NE(empty.err.find("the picture is empty because there is nothing to draw"), std::string::npos) << empty.err;
     EXPECT_EQ(krrender(urdf() + " -o a.png --depth a.npy").err, "");
     EXPECT_EQ(krrender(urdf() + " --trajectory motion.csv -o b.png --views front,top").err, "");
+}
+
+TEST_F(KrRenderProgram, ASizeThatNoRobotHasIsToldOnce)
+{
+    for (const auto& [edge, words] : {std::pair("0.0005", "0.866 mm in size"), std::pair("1500", "2.6 km in size"),
+                                      std::pair("0.004", ""), std::pair("500", "")}) {
+        m_folder.write("box.urdf", std::string("<robot name='b'><link name='a'><visual><geometry><box size='") + edge +
+                                       " " + edge + " " + edge + "'/></geometry></visual></link></robot>");
+        const Answer answer = krrender("box.urdf -o a.png");
+        EXPECT_EQ(answer.status, 0);
+        EXPECT_EQ(answer.numErrorLines(), *words != 0 ? 1u : 0u) << answer.err;
+        EXPECT_NE(answer.err.find(words), std::string::npos) << answer.err;
+    }
 }
 
 TEST_F(KrRenderProgram, AWrongShaderFolderIsToldAndNotTaken)

@@ -308,7 +308,9 @@ TEST_F(KrOrbitInputHandlerTest, FollowsMouseAndKeysWithinTheFrameThatTheyComeIn)
     EXPECT_NEAR(window.getPovParameters().centerOfInterest().x(), 1.0, 0.02); // the front of the ball
     queue().keyPress('7');
     window.renderScene(false);
-    expectNear(eyeOf(*handler), osg::Vec3d(1.0, 0.0, 6.0), 0.02);
+    // The sphere about the ball's box, which has the radius sqrt(3), is in the picture.
+    const double fitted = std::sqrt(3.0) / std::sin(0.5 * window.getPovParameters().fieldOfView());
+    expectNear(eyeOf(*handler), osg::Vec3d(0.0, 0.0, fitted), 0.01);
     expectNear(rightOf(*handler), osg::Vec3d(1.0, 0.0, 0.0), kRound);
 
     // The client's word counts, whenever it comes.
