@@ -89,7 +89,7 @@ TEST_F(KrInputFileTest, FoldersDevicesAndWhatIsTooLargeAreNotRead)
 
     // A size that would take all memory is refused before any of it is read.
     const std::string path = write("");
-    std::filesystem::resize_file(path, std::uintmax_t(1) << 40);
+    std::filesystem::resize_file(path, std::uintmax_t(1) << 30);
     KrInputFile large(std::uint64_t(4) << 20);
     EXPECT_FALSE(large.open(path));
     EXPECT_EQ(large.reason(), "it is larger than 4 MiB");
