@@ -17,9 +17,6 @@ using KrMeshWords::takeLine;
 using KrMeshWords::takeWord;
 using KrMeshWords::trimmed;
 
-// Longer lines of an OFF file are cut in two by the mesh library.
-constexpr std::size_t kMaxOffLine = 4000;
-
 /// The next line that holds a word.
 bool takeFilledLine(std::string_view& text, std::string_view& line)
 {
@@ -210,50 +207,6 @@ bool PlyCheck::takeBinaryElement(const Element& element)
     return true;
 }
 
-/// The next line of an OFF file that is no comment.
-bool takeOffLine(std::string_view& text, std::string_view& line)
-{
-    while (takeFilledLine(text, line)) {
-        if (trimmed(line).front() != '#') {
-            return line.size() <= kMaxOffLine;
-        }
-    }
-    return false;
-}
-
-bool checkOff(std::string_view content, std::string& why)
-{
-    std::string_view rest = content;
-    std::string_view line;
-    takeOffLine(rest, line);
-    takeWord(line);
-    // The counts may stand beside the first word or below it.
-    if (trimmed(line).empty() && !takeOffLine(rest, line)) {
-        return refuse(why, "it ends before its counts");
-    }
-    std::uint64_t vertices = 0;
-    std::uint64_t faces = 0;
-    if (!takeCount(line, content.size(), vertices) || !takeCount(line, content.size(), faces)) {
-        return refuse(why, "its counts are no numbers, or more than a file of its size can hold");
-    }
-    for (std::uint64_t i = 0; i < vertices; ++i) {
-        if (!takeOffLine(rest, line)) {
-            return refuse(why, "it holds fewer vertices than it declares");
-        }
-    }
-    for (std::uint64_t i = 0; i < faces; ++i) {
-        std::uint64_t corners = 0;
-        bool isGood = takeOffLine(rest, line) && takeCount(line, line.size(), corners) && corners > 0;
-        for (std::uint64_t index = 0; isGood && corners > 0; --corners) {
-            isGood = vertices > 0 && takeCount(line, vertices - 1, index);
-        }
-        if (!isGood) {
-            return refuse(why, "face " + std::to_string(i) + " is no list of vertices");
-        }
-    }
-    return true;
-}
-
 } // namespace
 
 bool KrMeshPlausibility::check(std::string_view content, KrMeshSource::Format format, std::string& why)
@@ -264,8 +217,6 @@ bool KrMeshPlausibility::check(std::string_view content, KrMeshSource::Format fo
         return KrColladaText::check(content, why);
     case Format::Ply:
         return PlyCheck(content).run(why);
-    case Format::Off:
-        return checkOff(content, why);
     default:
         return true;
     }

@@ -7,6 +7,7 @@
 #include <import/KrMeshPlausibility.h>
 #include <import/KrMeshWords.h>
 #include <import/KrObjText.h>
+#include <import/KrOffText.h>
 #include <import/KrStlText.h>
 
 #include <toolkit/foundation/KrText.h>
@@ -149,6 +150,8 @@ bool Source::run(std::string& why)
         return readStl(content, why);
     case Format::Obj:
         return readObj(content, why);
+    case Format::Off:
+        return KrOffText::clean(withoutMark(content), m_options.maxTriangles, m_result.files[m_result.main], why);
     case Format::Gltf:
     case Format::Glb:
         return readGltf(content, why);

@@ -172,6 +172,27 @@ TEST_F(KrMeshSourceTest, StlFilesOfAllKindsAreRead)
     EXPECT_FALSE(read("f.stl", "solid\nendsolid\n"));
 }
 
+TEST_F(KrMeshSourceTest, OffFilesMayHaveLargeFacesAndMoreBehindThem)
+{
+    const std::string vertices = "0 0 0\n2 0 0\n2 1 0\n2 2 0\n1 2 0\n0 2 0\n0 1.5 0\n0 1 0\n0 .5 0\n0 .2 0\n";
+    const std::string face = "10 0 1 2 3 4 5 6 7 8 9 255 0 0\n";
+    std::string behind;
+    for (int i = 0; i < 100; ++i) {
+        behind += "0\n99 1\n";
+    }
+    for (const char* const head : {"OFF\n10 1 0\n", "10 1 0\n", "# a\nOFF 10 1\n"}) {
+        ASSERT_TRUE(read("a.off", head + vertices + face + behind)) << why;
+        EXPECT_EQ(numTriangles(), 8u);
+        EXPECT_EQ(data.vertices.size(), 10u);
+    }
+    ASSERT_TRUE(
+        read("b.off", "CN4OFF\n3 1 0\n0 0 0 2 0 0 1 1 0 0\n2 0 0 2 0 0 1 1 0 0\n0 2 0 2 0 0 1 1 0 0\n3 0 1 2\n"))
+        << why;
+    EXPECT_EQ(data.vertices.at(1), KrVector(1, 0, 0));
+    EXPECT_EQ(real(data.groups.at(0).look, "krDiffuseRed"), 1.0);
+    EXPECT_EQ(real(data.groups.at(0).look, "krDiffuseGreen"), 0.0);
+}
+
 TEST_F(KrMeshSourceTest, BinaryGltfIsReadAndOddTreesEnd)
 {
     const std::string meshes = "[{\"primitives\":[" + kPrimitive + "]}]";
