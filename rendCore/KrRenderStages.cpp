@@ -4,6 +4,18 @@
 #include <osgViewer/Renderer>
 #include <osgViewer/Viewer>
 
+namespace
+{
+
+void compileInFrame(osg::Camera& camera)
+{
+    if (auto* const renderer = dynamic_cast<osgViewer::Renderer*>(camera.getRenderer())) {
+        renderer->setCompileOnNextDraw(false);
+    }
+}
+
+} // namespace
+
 osgUtil::RenderStage* KrRenderStages::of(osg::Camera& camera)
 {
     auto* const renderer = dynamic_cast<osgViewer::Renderer*>(camera.getRenderer());
@@ -30,4 +42,12 @@ void KrRenderStages::setUp(osgUtil::RenderStage& stage, osg::Camera& camera, osg
     stage.setCamera(&camera);
     osg::RenderInfo renderInfo(state, &viewer);
     stage.runCameraSetUp(renderInfo);
+}
+
+void KrRenderStages::compileInFrame(osgViewer::Viewer& viewer)
+{
+    ::compileInFrame(*viewer.getCamera());
+    for (unsigned int i = 0; i < viewer.getNumSlaves(); ++i) {
+        ::compileInFrame(*viewer.getSlave(i)._camera);
+    }
 }

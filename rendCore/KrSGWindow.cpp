@@ -422,6 +422,7 @@ bool KrSGWindow::renderScene(bool swapBuffers)
         context->setDefaultFboId(getImpl()->defaultFramebuffer());
         resetUnpacking(*context->getState());
         updateScene();
+        KrRenderStages::compileInFrame(*viewer);
         const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
         if (m_viewer == viewer && callback.valid()) {
             callback->render(viewer);
