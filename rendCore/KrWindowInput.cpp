@@ -10,12 +10,16 @@
 #include <osgViewer/Viewer>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace
 {
 
 using Kind = KrWindowEvent::Kind;
 using Adapter = osgGA::GUIEventAdapter;
+
+constexpr double kLongestWait = 1e6; // s
 
 osgGA::EventQueue* queueOf(const KrSGWindow& window)
 {
@@ -125,12 +129,21 @@ bool KrWindowInput::take()
 
 bool KrWindowInput::wait(double seconds)
 {
+    const double limited = seconds > 0.0 ? std::min(seconds, kLongestWait) : 0.0; // no number is no time
     KrGlxWindowImpl* const glx = impl();
-    return glx && glx->waitForEvent(seconds);
+    if (glx && !glx->isLost()) {
+        return glx->waitForEvent(limited);
+    }
+    // Nothing can happen, but whoever loops about this must not run at full load.
+    std::this_thread::sleep_for(std::chrono::duration<double>(limited));
+    return false;
 }
 
 bool KrWindowInput::isCloseRequested() const
 {
+    if (!m_window.isInitialized()) {
+        return true;
+    }
     const KrGlxWindowImpl* const glx = impl();
     return glx && (glx->isCloseRequested() || glx->isLost());
 }

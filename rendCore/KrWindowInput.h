@@ -7,6 +7,7 @@ class KrSGWindow;
 /// size that the user gives it. Of a window of several views each gets its share; a rest of less than a pixel for each
 /// is taken off.
 ///
+///     window.renderScene(true);
 ///     KrWindowInput input(window);
 ///     while (!input.isCloseRequested()) {
 ///         if (input.take())
@@ -16,7 +17,7 @@ class KrSGWindow;
 ///
 /// Mouse and keys are handled by the viewer's event handlers and by the window's input handler (KrOrbitInputHandler,
 /// for one) in the next frame. Pictures are drawn only when something happened. A window that is no GLX window has no
-/// user: nothing ever happens to it here.
+/// user: nothing ever happens to it here. One that is not open counts as closed.
 class KrWindowInput
 {
 public:
@@ -27,11 +28,12 @@ public:
     /// is not drawn is not seen; motions of the mouse with no button held are noted and ask for none.
     /// @return true when a frame is due
     bool take();
-    /// Sleeps until something happens.
-    /// @param seconds  at most this long
+    /// Sleeps until something happens; all the time where nothing can, for the window is not open or no GLX window.
+    /// @param seconds  at most this long; a million at most
     /// @return false when nothing did: the time is over, a signal came, or the display is gone
     bool wait(double seconds);
-    /// True once the user has asked for the window to be closed, or the display is gone.
+    /// True once the user has asked for the window to be closed, or the display is gone, and while the window is not
+    /// open.
     bool isCloseRequested() const;
 
 private:

@@ -1,6 +1,7 @@
 #include <toolkit/window/KrGlxWindowImpl.h>
 
 #include <toolkit/window/KrCurrentContext.h>
+#include <toolkit/window/KrForkGuard.h>
 #include <toolkit/window/KrXConnection.h>
 #include <toolkit/window/KrXErrorTrap.h>
 
@@ -165,6 +166,7 @@ struct OpenWindow
     bool isCloseRequested = false;
     bool isMinimised = false;
     bool isListening = false; ///< somebody takes events
+    bool isResized = false;   ///< since `glxWindow` was made or swapped
     std::vector<KrWindowEvent> events;
     std::size_t nextEvent = 0;
     KrWindowEvent lastPress;
@@ -191,15 +193,29 @@ struct OpenWindow
         colormap = OwnedColormap();
     }
 
-    bool makeCurrent() const
+    bool makeCurrent()
     {
         if (connection->isLost())
             return false;
+        if (isResized && !pbuffer)
+            renewGlxWindow();
         if (isCurrent() && glXGetCurrentDrawable() == drawable() && glXGetCurrentReadDrawable() == drawable())
             return true;
         KrCurrentContext::leaveEgl();
         KrXErrorTrap trap(display());
         return glXMakeContextCurrent(display(), drawable(), drawable(), context.get()) && trap.isClean();
+    }
+
+    /// Drivers ask for the size of what they draw into when it is new and when it is swapped, and at no other time for
+    /// sure: frames that are not swapped would go on having the old size.
+    void renewGlxWindow()
+    {
+        if (isCurrent())
+            KrCurrentContext::leaveGlx();
+        isResized = false;
+        const KrXErrorTrap trap(display());
+        glxWindow = OwnedGlxWindow(); // an X window has one at a time
+        glxWindow = OwnedGlxWindow(display(), glXCreateWindow(display(), config, window.get(), nullptr));
     }
 
     OwnedPbuffer createPbuffer(unsigned int pixelWidth, unsigned int pixelHeight) const
@@ -422,6 +438,7 @@ void OpenWindow::tellResize(const XConfigureEvent& event)
         return; // moved only
     width = newWidth;
     height = newHeight;
+    isResized = true;
     KrWindowEvent told;
     told.kind = KrWindowEvent::Kind::Resized;
     told.width = width;
@@ -580,6 +597,7 @@ private:
         if (!m_open->context || !trap.isClean())
             return fail(m_share ? "glXCreateNewContext fails for a shared context" : "glXCreateNewContext fails",
                         trap.error(), "install the driver of the display's graphics hardware, libgl1-mesa-dri");
+        KrForkGuard::noteContext();
         return true;
     }
 
@@ -663,11 +681,13 @@ bool KrGlxWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWind
 
 bool KrGlxWindowImpl::isOpen() const
 {
-    return m_private->open != nullptr;
+    return m_private->open && !KrForkGuard::isForked();
 }
 
 void KrGlxWindowImpl::close()
 {
+    if (KrForkGuard::isForked())
+        static_cast<void>(m_private->open.release()); // the parent's, as is its place on the connection
     if (!isOpen())
         return;
     const KrCurrentContext before;
@@ -700,6 +720,8 @@ void KrGlxWindowImpl::swapBuffers()
         return;
     m_private->open->readEvents();
     glXSwapBuffers(m_private->open->display(), m_private->open->drawable());
+    if (!m_private->open->pbuffer)
+        m_private->open->isResized = false;
 }
 
 bool KrGlxWindowImpl::setSize(unsigned int width, unsigned int height)
@@ -722,7 +744,8 @@ bool KrGlxWindowImpl::setSize(unsigned int width, unsigned int height)
         return false;
     open.width = width;
     open.height = height;
-    return true;
+    open.isResized = true;
+    return makeCurrent();
 }
 
 bool KrGlxWindowImpl::setPosition(int x, int y)
