@@ -1,6 +1,7 @@
 #pragma once
 
 #include <toolkit/window/KrCurrentContext.h>
+#include <toolkit/window/KrForkGuard.h>
 #include <toolkit/window/KrWindow.h>
 #include <toolkit/window/KrWindowImpl.h>
 
@@ -20,6 +21,9 @@ public:
     KrContextRestorer& operator=(const KrContextRestorer&) = delete;
     ~KrContextRestorer()
     {
+        if (KrForkGuard::isForked()) {
+            return; // it was current in the parent
+        }
         if (m_wasWindow) {
             m_window->makeCurrent();
         } else if (!m_wasOwn) {

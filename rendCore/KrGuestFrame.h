@@ -29,7 +29,7 @@ public:
     ~KrGuestFrame()
     {
         KrWindowImpl* const impl = m_window.getImpl();
-        if (m_restorer && impl && !m_before.isStillCurrent()) {
+        if (m_restorer && impl && !KrForkGuard::isForked() && !m_before.isStillCurrent()) {
             impl->releaseCurrent(); // the client keeps a record of its own
         }
     }

@@ -736,7 +736,7 @@ osg::Matrixd KrMultiRenderWindow::projection(double fieldOfView, double distance
 
 bool KrMultiRenderWindow::captureWindow(KrImage& image, unsigned int flags)
 {
-    if (!init()) {
+    if (!demandUsable("KrMultiRenderWindow::captureWindow") || !init()) {
         return false;
     }
     const osg::ref_ptr<DrawCallback> previous = getDrawCallback();

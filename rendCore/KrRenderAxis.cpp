@@ -11,8 +11,14 @@
 #include <osg/NodeVisitor>
 #include <osg/StateSet>
 
+#include <mutex>
+
 namespace
 {
+
+/// Windows of several threads share the triad. Within a frame it is only read, so it is complete, its bound included,
+/// before it is given out.
+std::mutex s_axisMutex;
 
 constexpr float kDefaultScale = 0.2f;
 constexpr double kManipulatorScale = 2.0;
@@ -107,8 +113,10 @@ osg::ref_ptr<osg::MatrixTransform> KrRenderAxis::m_theLinkAxis;
 
 osg::ref_ptr<osg::Node> KrRenderAxis::linkAxis(bool geodeOnly)
 {
+    const std::lock_guard<std::mutex> lock(s_axisMutex);
     if (!m_theLinkAxis) {
         m_theLinkAxis = makeAxis();
+        m_theLinkAxis->getBound();
     }
     if (geodeOnly) {
         return m_theLinkAxis->getChild(0);
@@ -119,8 +127,13 @@ osg::ref_ptr<osg::Node> KrRenderAxis::linkAxis(bool geodeOnly)
 void KrRenderAxis::scaleAxis(double scale)
 {
     linkAxis(false);
-    m_theLinkAxis->setMatrix(osg::Matrixd::scale(scale, scale, scale));
-    m_theLinkAxis->dirtyBound();
+    const osg::Matrixd matrix = osg::Matrixd::scale(scale, scale, scale);
+    const std::lock_guard<std::mutex> lock(s_axisMutex);
+    if (m_theLinkAxis->getMatrix() != matrix) {
+        m_theLinkAxis->setMatrix(matrix);
+        m_theLinkAxis->dirtyBound();
+        m_theLinkAxis->getBound();
+    }
 }
 
 void KrRenderAxis::init(osg::Node* root)

@@ -7,7 +7,7 @@
 /// Coordinate triads: red x, green y, blue z at every link frame, twice as large at every manipulator base.
 ///
 /// Drawn unlit. All triads are one shared node with many parents, made on first use and kept for the life of the
-/// process.
+/// process. It has one scale: windows that are drawn in several threads at once must want the same.
 class KrRenderAxis
 {
 public:

@@ -15,7 +15,7 @@
 class KrRenderCaptureManager : public KrSGWindow::ImageCaptureDrawCallback
 {
 public:
-    enum CurrentMode
+    enum CurrentMode : int
     {
         Capture = 0,
         Suspended = 1 ///< as is any other value than Capture

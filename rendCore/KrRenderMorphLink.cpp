@@ -13,9 +13,13 @@
 
 #include <cstddef>
 #include <memory>
+#include <mutex>
 
 namespace
 {
+
+/// Manipulators of the same index share a texture, also those of different threads.
+std::mutex s_textureMutex;
 
 constexpr std::size_t kFloatsPerTexel = 4;
 constexpr std::size_t kFloatsPerMatrix = 16;
@@ -160,6 +164,7 @@ osg::ref_ptr<MorphTexture> KrRenderMorphLink::updateVertexTexture(KrRenderManipu
     if (!manipulator) {
         return nullptr;
     }
+    const std::lock_guard<std::mutex> lock(s_textureMutex);
     osg::ref_ptr<MorphTexture>& texture = m_MorphTextureMap[manipulator->getManipulatorIndex()];
     if (!texture) {
         texture = makeTexture(manipulator->getNumTotalLinks());

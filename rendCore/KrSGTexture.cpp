@@ -15,12 +15,16 @@
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <new>
 
 namespace
 {
 
 constexpr unsigned int kTextureUnit = 0;
+
+/// Windows of several threads look into the table of loaded textures, each for its own.
+std::mutex s_tableMutex;
 
 void setTextureWidth(osg::Texture& texture, unsigned int width)
 {
@@ -78,9 +82,8 @@ bool KrSGTexture::loadFromFile(const std::string& name, const KrTextureParameter
                                KrImage::Orientation orientation)
 {
     const auto key = std::make_pair(static_cast<const KrWindow*>(KrWindow::getWindow()), name);
-    const auto found = s_LoadedTextures.find(key);
-    if (found != s_LoadedTextures.end()) {
-        m_texture = found->second;
+    if (const osg::ref_ptr<osg::Texture> loaded = loadedTexture(key)) {
+        m_texture = loaded;
         // The base class, which would settle parameters and size, is not asked here.
         setTextureParameters(parameters);
         setSize(static_cast<unsigned int>(m_texture->getTextureWidth()),
@@ -94,8 +97,16 @@ bool KrSGTexture::loadFromFile(const std::string& name, const KrTextureParameter
         m_texture = before;
         return false;
     }
+    const std::lock_guard<std::mutex> lock(s_tableMutex);
     s_LoadedTextures.emplace(key, m_texture);
     return true;
+}
+
+osg::ref_ptr<osg::Texture> KrSGTexture::loadedTexture(const std::pair<const KrWindow*, std::string>& key)
+{
+    const std::lock_guard<std::mutex> lock(s_tableMutex);
+    const auto found = s_LoadedTextures.find(key);
+    return found == s_LoadedTextures.end() ? nullptr : found->second;
 }
 
 bool KrSGTexture::calculatePOT(unsigned int width, unsigned int height)
@@ -231,6 +242,7 @@ void KrSGTexture::removeTexturesFromContext(const KrWindow* window)
     if (window != nullptr && !window->getShare().empty()) {
         return;
     }
+    const std::lock_guard<std::mutex> lock(s_tableMutex);
     for (auto entry = s_LoadedTextures.begin(); entry != s_LoadedTextures.end();) {
         entry = entry->first.first == window ? s_LoadedTextures.erase(entry) : std::next(entry);
     }
@@ -241,6 +253,7 @@ void KrSGTexture::releaseGLObjects(const KrWindow* window, osg::State* state)
     if (window != nullptr && !window->getShare().empty()) {
         return;
     }
+    const std::lock_guard<std::mutex> lock(s_tableMutex);
     for (const auto& [key, texture] : s_LoadedTextures) {
         if (key.first == window) {
             texture->releaseGLObjects(state);

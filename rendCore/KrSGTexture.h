@@ -56,7 +56,8 @@ public:
 
     /// Forgets what was loaded in `window`, unless it shares its context with another window.
     static void removeTexturesFromContext(const KrWindow* window);
-    /// The GL objects of the textures loaded in `window`; its context is current. The textures stay.
+    /// The GL objects of the textures loaded in `window`, or the memory of them where its context is not current. The
+    /// textures stay.
     static void releaseGLObjects(const KrWindow* window, osg::State* state);
 
 private:
@@ -64,6 +65,7 @@ private:
     void setPixels(const unsigned char* data, unsigned int size);
     void applyParameters();
     osg::ref_ptr<osg::StateSet> makeStateSet() const;
+    static osg::ref_ptr<osg::Texture> loadedTexture(const std::pair<const KrWindow*, std::string>& key);
 
     osg::ref_ptr<osg::StateSet> m_stateSet;
     osg::ref_ptr<osg::Texture> m_texture;

@@ -25,8 +25,12 @@
 #include <osgUtil/RenderStage>
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <cmath>
+#include <functional>
+#include <mutex>
+#include <utility>
 
 namespace
 {
@@ -42,9 +46,13 @@ constexpr osg::StateAttribute::GLModeValue kOffOverride = osg::StateAttribute::O
 class ContextWindow : public osgViewer::GraphicsWindowEmbedded
 {
 public:
-    ContextWindow(Traits* traits, KrWindow& window)
+    using Release = std::function<void(osg::State&)>;
+
+    /// @param release  called when it is closed, with the state that is about to go
+    ContextWindow(Traits* traits, KrWindow& window, Release release)
         : osgViewer::GraphicsWindowEmbedded(traits)
         , m_window(&window)
+        , m_release(std::move(release))
     {
         if (dynamic_cast<KrExternalWindowImpl*>(window.getImpl())) {
             m_clientState = std::make_shared<KrClientState>();
@@ -56,7 +64,10 @@ public:
 
     bool valid() const override { return m_window != nullptr; }
     bool isRealizedImplementation() const override { return m_window != nullptr; }
-    bool makeCurrentImplementation() override { return m_window != nullptr && m_window->makeCurrent(); }
+    bool makeCurrentImplementation() override
+    {
+        return m_window != nullptr && m_window->isUsableHere() && m_window->makeCurrent();
+    }
     bool releaseContextImplementation() override
     {
         KrWindowImpl* const impl = m_window ? m_window->getImpl() : nullptr;
@@ -66,7 +77,13 @@ public:
         }
         return impl != nullptr;
     }
-    void closeImplementation() override { m_window = nullptr; }
+    void closeImplementation() override
+    {
+        if (m_window && getState()) {
+            m_release(*getState());
+        }
+        m_window = nullptr;
+    }
 
 protected:
     // The base destructor cannot reach the overrides any more.
@@ -79,6 +96,7 @@ protected:
 
 private:
     KrWindow* m_window;
+    Release m_release;
     std::shared_ptr<KrClientState> m_clientState;
 };
 
@@ -86,6 +104,23 @@ std::shared_ptr<KrClientState> clientState(osg::GraphicsContext* context)
 {
     const auto* const window = dynamic_cast<const ContextWindow*>(context);
     return window ? window->clientState() : nullptr;
+}
+
+/// The scene graph keeps tables with an entry for each context, which grow when one with a new number begins, and which
+/// frames of other threads read without a lock meanwhile. This makes them large enough before there is a second thread.
+void reserveContexts()
+{
+    constexpr unsigned int kMostContexts = 16;
+    static std::once_flag s_isReserved;
+    std::call_once(s_isReserved, [] {
+        std::array<unsigned int, kMostContexts> numbers = {};
+        for (unsigned int& number : numbers) {
+            number = osg::GraphicsContext::createNewContextID();
+        }
+        for (const unsigned int number : numbers) {
+            osg::GraphicsContext::decrementContextIDUsageCount(number);
+        }
+    });
 }
 
 /// The context whose GL objects `window` shares, for the viewer's book-keeping; null when it shares none.
@@ -175,13 +210,14 @@ void KrSGWindow::createGraphicsWindow()
     if (m_graphicsWindow.valid() && m_graphicsWindow->getState()) {
         return;
     }
+    reserveContexts();
     const osg::ref_ptr<osg::GraphicsContext::Traits> traits = new osg::GraphicsContext::Traits;
     traits->x = windowX();
     traits->y = windowY();
     traits->width = surfaceWidth();
     traits->height = surfaceHeight();
     traits->sharedContext = sharedContext(*this);
-    m_graphicsWindow = new ContextWindow(traits, *this);
+    m_graphicsWindow = new ContextWindow(traits, *this, [this](osg::State& state) { releaseNames(state); });
 }
 
 void KrSGWindow::setUpCamera()
@@ -257,6 +293,7 @@ void KrSGWindow::createOverlayCamera()
 /// Its units are the window's pixels, whatever part of the window the camera above it draws into.
 void KrSGWindow::fitOverlay()
 {
+    placeOverlayTexts();
     m_overlayCamera->setViewport(0, 0, surfaceWidth(), surfaceHeight());
     m_overlayCamera->setProjectionMatrixAsOrtho2D(0.0, windowWidth(), 0.0, windowHeight());
 }
@@ -283,7 +320,7 @@ bool KrSGWindow::loadScene()
 
 bool KrSGWindow::setNode(osg::ref_ptr<osg::Group> node)
 {
-    if (!node || ((!isInitialized() || !m_viewer) && !init())) {
+    if (!node || !demandUsable("KrSGWindow::setNode") || ((!isInitialized() || !m_viewer) && !init())) {
         return false;
     }
     osg::LightSource* const root = dynamic_cast<osg::LightSource*>(node.get());
@@ -323,10 +360,7 @@ bool KrSGWindow::closeWindow()
     {
         const KrGuestFrame guest(*this);
         const std::shared_ptr<KrClientState> client = clientState(m_graphicsWindow);
-        if (m_graphicsWindow.valid() && m_graphicsWindow->getState() && makeCurrent()) {
-            releaseGLObjects();
-            KrSGTexture::releaseGLObjects(this, m_graphicsWindow->getState());
-        }
+        releaseGLObjects();
         deleteContents();
         m_viewerAttributes &= ~std::uint32_t(OffScreen);
         if (m_inputHandler.valid()) {
@@ -353,16 +387,37 @@ void KrSGWindow::releaseGLObjects()
     }
     const KrContextRestorer restorer(this);
     const KrGuestFrame guest(*this);
-    if (!makeCurrent()) {
-        return;
+    if (isUsableHere()) {
+        makeCurrent(); // where it cannot be, the names are forgotten all the same
     }
+    releaseNames(*state);
+}
+
+void KrSGWindow::releaseNames(osg::State& state) const
+{
     if (m_sceneRoot.valid()) {
-        m_sceneRoot->releaseGLObjects(state);
+        m_sceneRoot->releaseGLObjects(&state);
     }
     if (m_tempGroup.valid()) {
-        m_tempGroup->releaseGLObjects(state);
+        m_tempGroup->releaseGLObjects(&state);
     }
-    KrRenderAxis::linkAxis(false)->releaseGLObjects(state);
+    KrRenderAxis::linkAxis(false)->releaseGLObjects(&state);
+    KrSGTexture::releaseGLObjects(this, &state);
+}
+
+// By the queue of its events, by a handler that closes it: the viewer's side of the window is all that they know.
+bool KrSGWindow::closeWithContext()
+{
+    if (!m_viewer || (m_graphicsWindow.valid() && m_graphicsWindow->getState())) {
+        return false;
+    }
+    Kr::Print::instance()->write(
+        Kr::Print::Warning,
+        "KrSGWindow::renderScene - the graphics context of \"%s\" was closed, and the window is "
+        "closed with it.\n",
+        getName().c_str());
+    closeWindow();
+    return true;
 }
 
 void KrSGWindow::releaseViewer()
@@ -406,8 +461,11 @@ void resetUnpacking(const osg::State& state)
 
 bool KrSGWindow::renderScene(bool swapBuffers)
 {
+    if (!demandUsable("KrSGWindow::renderScene")) {
+        return false;
+    }
     const KrGuestFrame guest(*this);
-    if (!m_viewer && !init()) {
+    if (closeWithContext() || (!m_viewer && !init())) {
         return false;
     }
     // Nothing may be drawn into somebody else's context.
@@ -429,12 +487,15 @@ bool KrSGWindow::renderScene(bool swapBuffers)
         } else if (m_viewer == viewer) {
             viewer->frame(DBL_MAX);
         }
-        if (m_viewer == viewer) {
+        if (m_viewer == viewer && context->getState()) {
             forgetVertexArrays(*context->getState());
+            if (clientState(context)) {
+                KrGuestFrame::makeOpaque(*viewer);
+            }
         }
-        if (m_viewer == viewer && clientState(context)) {
-            KrGuestFrame::makeOpaque(*viewer);
-        }
+    }
+    if (m_viewer == viewer && closeWithContext()) {
+        return false;
     }
     if (swapBuffers) {
         this->swapBuffers();

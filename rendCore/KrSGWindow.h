@@ -30,7 +30,8 @@ class KrSGTexture;
 ///
 /// Constructed cheaply; all graphics objects are made in `init`, called by the client or by the first `renderScene` or
 /// `setNode`. Setters record values and set dirty bits; the next `updateScene` applies them. Everything runs on the
-/// thread that owns the window's context.
+/// thread that opened the window: frames, captures and whatever else needs the context are refused in another one, with
+/// a message.
 class KrSGWindow : public KrWindow
 {
 public:
@@ -62,7 +63,7 @@ public:
     ~KrSGWindow() override;
 
     // The order of the virtual operations is part of the interface: first those of KrWindow, then these.
-    /// Pixels; also sets the aspect ratio, 1 when a size is 0.
+    /// Pixels; also sets the aspect ratio, 1 when a size is 0. A size that is refused sets the aspect ratio as well.
     bool setWindowSize(unsigned int width, unsigned int height) override;
     /// Deletes the contents, releases the viewer and the root, forgets this context's textures, closes the window.
     /// A later `renderScene` opens it again. Harmless when it is closed.
@@ -71,16 +72,19 @@ public:
     /// @return false, after one message of KrWindow's, when there is no context
     bool init() override;
     /// One frame: makes the context current, updates, draws, swaps. What it calls (draw callbacks, handlers of input)
-    /// may close the window: the rest of the frame is left out.
-    /// @return false when there is no context, or it cannot be made current
+    /// may close the window: the rest of the frame is left out. One whose graphics context was closed (by an event that
+    /// closes it, for one) is closed by the next frame, or by the one that is being drawn, with a message.
+    /// @return false when there is no context, it was closed or it cannot be made current
     virtual bool renderScene(bool swapBuffers);
     /// Shows `image` as a quad that fills the window, and draws one frame. False for an image without pixels, or when
-    /// the frame cannot be drawn.
+    /// the frame cannot be drawn. The first image makes the window orthographic; in one that the client has made
+    /// orthographic before there is no quad. All windows of a thread that show an image show the latest one.
     virtual bool setImageBuffer(const KrImage& image, bool swapBuffers);
     /// One frame, of which the pixels of `block` (row 0 at the bottom) go into `image`; false for a null block.
     virtual bool renderSceneAndCaptureImage(KrImage& image, unsigned int flags, const KrImageBlock* block);
     /// Takes these lights, numbered as they stand there, in place of those before; the next `updateScene` shows them.
-    /// The first eight light.
+    /// The first eight light. What a light of a list that was longer left in the scene stays there, as a light source
+    /// that the root has switched off.
     virtual void loadLight(const KrLightParameters& lights);
     /// Empties the root (fixed nodes too, until the next `loadScene`) and forgets the lights.
     virtual void deleteContents();
@@ -118,8 +122,8 @@ public:
     virtual void setDrawCallback(osg::ref_ptr<DrawCallback> callback);
     virtual osg::ref_ptr<DrawCallback> getDrawCallback() const;
     virtual void setLights();
-    /// Adds a text at (x, y), pixels from the window's upper left corner. Nothing before `init`. Overlay text is not in
-    /// captured images.
+    /// Adds a text at (x, y), pixels from the window's upper left corner, from which it keeps its distance when the
+    /// window is resized. Nothing before `init`. Overlay text is not in captured images.
     virtual void setOverlayText(const std::string& text, unsigned int x, unsigned int y, const KrColor& color);
     virtual void clearAllOverlayText();
     /// Takes a reference. In an open window installing a handler sends the camera to the handler's home, also when it
@@ -213,13 +217,17 @@ private:
     void applyViewerAttributes();
     void resizeGraphicsWindow();
     void refreshRenderTarget();
+    void placeOverlayTexts();
     void releaseGLObjects();
+    void releaseNames(osg::State& state) const;
+    bool closeWithContext();
     void releaseViewer();
     void attachToRoot(osg::Node* node);
     void createImageQuad(const KrSGTexture& texture);
 
     friend class KrSGBaseInputHandler; // keeps m_link
     std::shared_ptr<KrSGWindow*> m_link = std::make_shared<KrSGWindow*>(this);
+    osg::ref_ptr<osg::Group> m_imageQuad; ///< null before the first image
     bool m_appliedOrthographic = false;
     std::optional<KrCameraIntrinsics> m_intrinsics;
 };

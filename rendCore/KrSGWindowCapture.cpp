@@ -197,7 +197,7 @@ void KrSGWindow::ImageCaptureDrawCallback::remapDepthBuffer()
 
 bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags)
 {
-    if (!init()) {
+    if (!demandUsable("KrSGWindow::renderSceneAndCaptureImage") || !init()) {
         return false;
     }
     osg::ref_ptr<DrawCallback> previous = getDrawCallback();
@@ -217,7 +217,7 @@ bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags, 
     if (!block) {
         return false;
     }
-    static KrImage frame;
+    static thread_local KrImage frame; // one for all windows of a thread
     if (!renderSceneAndCaptureImage(frame, flags)) {
         return false;
     }

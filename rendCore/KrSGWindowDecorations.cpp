@@ -19,6 +19,27 @@ namespace
 
 constexpr float kOverlayTextSize = 30.0f;
 
+/// Keeps its distance from the window's upper edge.
+class OverlayText : public osgText::Text
+{
+public:
+    /// @param x, y  pixels from the upper left corner
+    OverlayText(unsigned int x, unsigned int y)
+        : m_x(static_cast<float>(x))
+        , m_y(static_cast<float>(y))
+    {
+    }
+    /// @param windowHeight  pixels
+    void place(unsigned int windowHeight) { setPosition(osg::Vec3(m_x, static_cast<float>(windowHeight) - m_y, 0.0f)); }
+
+protected:
+    ~OverlayText() override = default;
+
+private:
+    float m_x;
+    float m_y;
+};
+
 } // namespace
 
 void KrSGWindow::loadLight(const KrLightParameters& lightParameters)
@@ -70,19 +91,30 @@ void KrSGWindow::setOverlayText(const std::string& text, unsigned int x, unsigne
     }
     // Fonts, and the shaders that draw them, are read through plugins.
     KrScenePlugins::useAbsoluteFoldersOnly();
-    const osg::ref_ptr<osgText::Text> label = new osgText::Text;
+    const osg::ref_ptr<OverlayText> label = new OverlayText(x, y);
     // Without that font the text is drawn in the library's own.
     label->setFont(osgText::readRefFontFile("arialbd.ttf"));
     label->setText(text);
     label->setCharacterSize(kOverlayTextSize, 1.0f);
-    label->setPosition(
-        osg::Vec3(static_cast<float>(x), static_cast<float>(windowHeight()) - static_cast<float>(y), 0.0f));
+    label->place(windowHeight());
     label->setColor(osg::Vec4(KrRenderTypes::ec2osg(color)));
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
     geode->addDrawable(label);
     m_overlayCamera->addChild(geode);
     m_overlayCamera->getOrCreateStateSet()->setMode(GL_LIGHTING,
                                                     osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
+}
+
+void KrSGWindow::placeOverlayTexts()
+{
+    for (unsigned int i = 0; i < m_overlayCamera->getNumChildren(); ++i) {
+        osg::Group* const child = m_overlayCamera->getChild(i)->asGroup();
+        for (unsigned int k = 0; child && k < child->getNumChildren(); ++k) {
+            if (auto* const text = dynamic_cast<OverlayText*>(child->getChild(k))) {
+                text->place(windowHeight());
+            }
+        }
+    }
 }
 
 void KrSGWindow::clearAllOverlayText()
@@ -122,17 +154,23 @@ bool KrSGWindow::setImageBuffer(const KrImage& image, bool swapBuffers)
     if (!image.data()) {
         return false; // kept: without a word
     }
+    if (!demandUsable("KrSGWindow::setImageBuffer")) {
+        return false;
+    }
     if (image.width() != windowWidth() || image.height() != windowHeight()) {
         setWindowSize(image.width(), image.height());
     }
     if (!m_viewer && !init()) {
         return false;
     }
-    // Shared by all windows. Its texture object is never replaced: a quad made for an earlier image draws it, too.
-    static KrSGTexture texture;
+    // Shared by all windows of a thread. Its texture object is never replaced: a quad made for an earlier image draws
+    // it, too.
+    static thread_local KrSGTexture texture;
     texture.loadFromImage(image, KrTextureParameters());
     if (!(m_viewerAttributes & Orthographic)) {
         createImageQuad(texture);
+    } else if (m_imageQuad.valid()) {
+        setNode(m_imageQuad); // gone with the contents, maybe
     }
     return renderScene(swapBuffers);
 }
@@ -171,5 +209,6 @@ void KrSGWindow::createImageQuad(const KrSGTexture& texture)
     group->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
     group->getOrCreateStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF);
     group->addChild(geode);
+    m_imageQuad = group;
     setNode(group);
 }

@@ -1,3 +1,4 @@
+#include <rendCore/KrRenderAxis.h>
 #include <rendCore/KrSGWindow.h>
 
 #include <tests/support/MessageRecorder.h>
@@ -503,6 +504,10 @@ TEST_F(KrSGWindowTest, OverlayTextStandsWhereItIsPutWhateverTheWindowWasBefore)
         EXPECT_GT(text.right - text.left, 30);
         EXPECT_TRUE(text.isRed);
     }
+    // What is there already keeps its distance from the upper edge, too.
+    window.setWindowSize(200, 150);
+    ASSERT_TRUE(window.renderScene(false));
+    EXPECT_NEAR(Extent(window).bottom, 150 - 40, 1.0);
     // From the upper left corner: this one stands just above the picture.
     window.clearAllOverlayText();
     window.setOverlayText("HH", 0, 0, KrColor(1.0, 0.0, 0.0));
@@ -528,6 +533,16 @@ TEST_F(KrSGWindowTest, AnImageFillsTheWindowPixelByPixel)
         ASSERT_TRUE(window.capture(out));
         ASSERT_EQ(out.sizeInBytes(), image.sizeInBytes());
         EXPECT_EQ(std::memcmp(out.data(), image.data(), image.sizeInBytes()), 0) << "width " << width;
+    }
+    for (const bool closes : {false, true}) {
+        if (closes) {
+            window.closeWindow();
+        } else {
+            window.deleteContents();
+        }
+        ASSERT_TRUE(window.setImageBuffer(image, true));
+        ASSERT_TRUE(window.capture(out));
+        EXPECT_EQ(std::memcmp(out.data(), image.data(), image.sizeInBytes()), 0) << "closed " << closes;
     }
 }
 
@@ -633,6 +648,41 @@ TEST_F(KrSGWindowTest, MayBeClosedByWhatAFrameCalls)
         fickle.closes = false;
         EXPECT_FALSE(fickle.isInitialized());
         EXPECT_EQ(fickle.getViewer(), nullptr);
+    }
+}
+
+// The viewer closes the context when the queue says so: in the frame that handles the event, or before one.
+TEST_F(KrSGWindowTest, AClosedContextIsAClosedWindow)
+{
+    const auto context = [this] {
+        return dynamic_cast<osgViewer::GraphicsWindow*>(window.getViewer()->getCamera()->getGraphicsContext());
+    };
+    const osg::ref_ptr<osg::Group> red = ball(osg::Vec3(), osg::Vec4(1, 0, 0, 1));
+    window.setNode(red);
+    window.setDisplayMask(KrRenderTypes::LinkAxes, true, false);
+    window.getNode()->addChild(KrRenderAxis::linkAxis(false));
+    KrImage before, after;
+    ASSERT_TRUE(window.capture(before));
+    for (int way = 0; way < 3; ++way) {
+        SCOPED_TRACE(way);
+        MessageRecorder messages;
+        if (way == 0) {
+            context()->close();
+        } else {
+            context()->getEventQueue()->closeWindow();
+        }
+        EXPECT_FALSE(way == 2 ? window.renderSceneAndCaptureImage(after, 0) : window.renderScene(true));
+        EXPECT_EQ(messages.count(), 1u) << messages.all();
+        EXPECT_FALSE(window.isInitialized());
+        EXPECT_EQ(window.getViewer(), nullptr);
+
+        // It may be opened again, and what it showed then draws as it did.
+        ASSERT_TRUE(window.init());
+        window.setNode(red);
+        window.setDisplayMask(KrRenderTypes::LinkAxes, true, false);
+        window.getNode()->addChild(KrRenderAxis::linkAxis(false));
+        ASSERT_TRUE(window.capture(after));
+        EXPECT_EQ(std::memcmp(before.data(), after.data(), before.sizeInBytes()), 0);
     }
 }
 

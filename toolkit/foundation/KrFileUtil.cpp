@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <mutex>
 #include <vector>
 
 namespace
 {
+
+std::mutex s_mutex; // guards searchPath()
 
 std::vector<std::string>& searchPath()
 {
@@ -23,6 +26,7 @@ bool isRegularFile(const std::filesystem::path& path)
 
 void KrFileUtil::addDirectory(const std::string& directory)
 {
+    const std::lock_guard<std::mutex> lock(s_mutex);
     std::vector<std::string>& directories = searchPath();
     if (!directory.empty() && std::find(directories.begin(), directories.end(), directory) == directories.end()) {
         directories.push_back(directory);
@@ -35,6 +39,7 @@ std::string KrFileUtil::findFile(const std::string& name)
     if (wanted.is_absolute()) {
         return isRegularFile(wanted) ? name : std::string();
     }
+    const std::lock_guard<std::mutex> lock(s_mutex);
     for (const std::string& directory : searchPath()) {
         const std::filesystem::path candidate = std::filesystem::path(directory) / wanted;
         if (isRegularFile(candidate)) {

@@ -1,5 +1,6 @@
 #include <toolkit/window/KrCurrentContext.h>
 
+#include <toolkit/window/KrForkGuard.h>
 #include <toolkit/window/KrXErrorTrap.h>
 
 #include <GL/glx.h>
@@ -23,6 +24,8 @@ KrCurrentContext::KrCurrentContext()
 
 void KrCurrentContext::restore() const
 {
+    if (KrForkGuard::isForked())
+        return;
     if (m_glxContext) {
         leaveEgl();
         if (glXGetCurrentContext() == m_glxContext && glXGetCurrentDrawable() == m_glxDraw &&
@@ -50,13 +53,13 @@ bool KrCurrentContext::isStillCurrent() const
 
 void KrCurrentContext::leaveEgl()
 {
-    if (eglGetCurrentContext() != EGL_NO_CONTEXT)
+    if (!KrForkGuard::isForked() && eglGetCurrentContext() != EGL_NO_CONTEXT)
         eglMakeCurrent(eglGetCurrentDisplay(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
 }
 
 void KrCurrentContext::leaveGlx()
 {
-    if (glXGetCurrentContext())
+    if (!KrForkGuard::isForked() && glXGetCurrentContext())
         glXMakeContextCurrent(glXGetCurrentDisplay(), None, None, nullptr);
 }
 

@@ -4,12 +4,28 @@
 
 #include <array>
 #include <cstdio>
+#include <mutex>
 
 namespace
 {
 
 // The callback carries no user pointer; it runs in the thread whose call it speaks of.
 thread_local KrEglDriverWords* t_listener = nullptr;
+
+/// EGL has one callback in a process: the first listener of all threads puts ours in, the last one takes it out.
+struct Installation
+{
+    std::mutex mutex;
+    unsigned int numListeners = 0;
+    EGLAttrib clientWarnings = 0; ///< whether the client hears warnings
+    EGLDEBUGPROCKHR clientCallback = nullptr;
+};
+
+Installation& installation()
+{
+    static auto& s_installation = *new Installation; // windows may be opened until the very end of the process
+    return s_installation;
+}
 
 struct ErrorName
 {
@@ -45,21 +61,31 @@ PFNEGLQUERYDEBUGKHRPROC queryDebug()
     return reinterpret_cast<PFNEGLQUERYDEBUGKHRPROC>(eglGetProcAddress("eglQueryDebugKHR"));
 }
 
+bool install(Installation& ours, EGLDEBUGPROCKHR callback)
+{
+    EGLAttrib clientCallback = 0;
+    if (!debugMessageControl() || !queryDebug() || !queryDebug()(EGL_DEBUG_CALLBACK_KHR, &clientCallback) ||
+        !queryDebug()(EGL_DEBUG_MSG_WARN_KHR, &ours.clientWarnings))
+        return false;
+    ours.clientCallback = reinterpret_cast<EGLDEBUGPROCKHR>(clientCallback);
+    // Warnings are on: that is where drivers tell which file or server they missed.
+    const EGLAttrib levels[] = {EGL_DEBUG_MSG_WARN_KHR, EGL_TRUE, EGL_NONE};
+    return debugMessageControl()(callback, levels) == EGL_SUCCESS;
+}
+
 } // namespace
 
 KrEglDriverWords::KrEglDriverWords()
 {
-    EGLAttrib clientCallback = 0;
-    if (t_listener || !debugMessageControl() || !queryDebug() ||
-        !queryDebug()(EGL_DEBUG_CALLBACK_KHR, &clientCallback) ||
-        !queryDebug()(EGL_DEBUG_MSG_WARN_KHR, &m_clientWarnings))
+    if (t_listener)
         return;
-    m_clientCallback = reinterpret_cast<EGLDEBUGPROCKHR>(clientCallback);
-    // Warnings are on: that is where drivers tell which file or server they missed.
-    const EGLAttrib levels[] = {EGL_DEBUG_MSG_WARN_KHR, EGL_TRUE, EGL_NONE};
-    m_isInstalled = debugMessageControl()(heard, levels) == EGL_SUCCESS;
-    if (m_isInstalled)
+    Installation& ours = installation();
+    const std::lock_guard<std::mutex> lock(ours.mutex);
+    m_isInstalled = ours.numListeners > 0 || install(ours, heard);
+    if (m_isInstalled) {
+        ++ours.numListeners;
         t_listener = this;
+    }
 }
 
 KrEglDriverWords::~KrEglDriverWords()
@@ -67,8 +93,12 @@ KrEglDriverWords::~KrEglDriverWords()
     if (!m_isInstalled)
         return;
     t_listener = nullptr;
-    const EGLAttrib levels[] = {EGL_DEBUG_MSG_WARN_KHR, m_clientWarnings, EGL_NONE};
-    debugMessageControl()(m_clientCallback, levels);
+    Installation& ours = installation();
+    const std::lock_guard<std::mutex> lock(ours.mutex);
+    if (--ours.numListeners > 0)
+        return;
+    const EGLAttrib levels[] = {EGL_DEBUG_MSG_WARN_KHR, ours.clientWarnings, EGL_NONE};
+    debugMessageControl()(ours.clientCallback, levels);
 }
 
 void EGLAPIENTRY KrEglDriverWords::heard(EGLenum, const char*, EGLint, void*, void*, const char* message)

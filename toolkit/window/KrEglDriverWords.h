@@ -27,6 +27,4 @@ private:
 
     std::string m_words;
     bool m_isInstalled = false;
-    EGLAttrib m_clientWarnings = 0; ///< whether the client hears warnings
-    void (*m_clientCallback)(EGLenum, const char*, EGLint, void*, void*, const char*) = nullptr;
 };

@@ -3,6 +3,7 @@
 #include <toolkit/window/KrCurrentContext.h>
 #include <toolkit/window/KrEglDriverWords.h>
 #include <toolkit/window/KrEglPlatform.h>
+#include <toolkit/window/KrForkGuard.h>
 
 #include <EGL/eglext.h>
 #include <GL/gl.h>
@@ -281,6 +282,7 @@ private:
         if (!m_open->context)
             return fail(m_share ? "eglCreateContext fails for a shared context" : "eglCreateContext fails",
                         "close other contexts, or free memory of the graphics hardware");
+        KrForkGuard::noteContext();
         return true;
     }
 
@@ -405,11 +407,13 @@ bool KrEglWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWind
 
 bool KrEglWindowImpl::isOpen() const
 {
-    return m_private->open != nullptr;
+    return m_private->open && !KrForkGuard::isForked();
 }
 
 void KrEglWindowImpl::close()
 {
+    if (KrForkGuard::isForked())
+        static_cast<void>(m_private->open.release()); // the parent's
     if (!isOpen())
         return;
     const KrCurrentContext before;

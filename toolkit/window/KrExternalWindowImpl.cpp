@@ -1,6 +1,7 @@
 #include <toolkit/window/KrExternalWindowImpl.h>
 
 #include <toolkit/window/KrCurrentContext.h>
+#include <toolkit/window/KrForkGuard.h>
 
 #include <GL/gl.h>
 #include <GL/glext.h>
@@ -99,6 +100,7 @@ bool KrExternalWindowImpl::open(const Settings& settings, KrWindowImpl* share, K
         attempt.remedy = "create the client's second context with the first one as its share context";
     } else {
         attempt.succeeded = true;
+        KrForkGuard::noteContext();
         report.readCurrentContext();
         attempt.outcome = "wraps the client's context on " + report.renderer;
         GLboolean stereo = GL_FALSE;

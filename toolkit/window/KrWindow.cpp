@@ -2,6 +2,7 @@
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/window/KrEglWindowImpl.h>
+#include <toolkit/window/KrForkGuard.h>
 #include <toolkit/window/KrGlxWindowImpl.h>
 
 #include <strings.h>
@@ -19,9 +20,6 @@ enum class BackEnd
     Glx,
     Egl
 };
-
-// Contexts are current in a thread.
-thread_local KrWindow* t_currentWindow = nullptr;
 
 void warn(const char* operation, const std::string& name, const std::string& what)
 {
@@ -85,16 +83,49 @@ KrWindow::~KrWindow()
         sharer->m_shareWindow = nullptr;
 }
 
+// Contexts are current in a thread. One that closes a window of another thread cannot reach what that one remembers.
+KrWindow::Link& KrWindow::currentLink()
+{
+    static thread_local Link t_current;
+    return t_current;
+}
+
+bool KrWindow::isUsableHere() const
+{
+    return !KrForkGuard::isForked() && (!m_initialized || m_thread == std::this_thread::get_id());
+}
+
+bool KrWindow::demandUsable(const char* operation) const
+{
+    if (isUsableHere())
+        return true;
+    if (KrForkGuard::isForked())
+        Kr::Print::instance()->write(
+            Kr::Print::Error,
+            "%s - \"%s\" cannot draw in this process: it was forked after its parent had opened "
+            "a window, which graphics drivers do not survive; start it with spawn or exec.\n",
+            operation, m_name.c_str());
+    else
+        Kr::Print::instance()->write(
+            Kr::Print::Error,
+            "%s - \"%s\" belongs to the thread that opened it, which is another one; once that "
+            "has closed it, any thread may open it.\n",
+            operation, m_name.c_str());
+    return false;
+}
+
 bool KrWindow::setWindowSize(unsigned int width, unsigned int height)
 {
     if (m_initialized) {
+        if (!demandUsable("KrWindow::setWindowSize"))
+            return false;
         if (!m_impl->setSize(std::max(1u, width), std::max(1u, height))) {
             warn("setWindowSize", m_name,
                  "cannot be " + std::to_string(width) + " x " + std::to_string(height) + " pixels; it keeps " +
                      std::to_string(m_width) + " x " + std::to_string(m_height));
             return false;
         }
-        t_currentWindow = this;
+        currentLink() = m_link;
     }
     m_width = width;
     m_height = height;
@@ -147,6 +178,8 @@ bool KrWindow::getTopMost() const
 
 bool KrWindow::setHideWindow(bool hide)
 {
+    if (m_initialized && !demandUsable("KrWindow::setHideWindow"))
+        return false;
     if (m_initialized && !m_impl->setHidden(hide)) {
         warn("setHideWindow", m_name, hide ? "cannot be hidden" : "cannot be shown");
         return false;
@@ -208,13 +241,13 @@ bool KrWindow::swapBuffers()
 
 bool KrWindow::makeCurrent()
 {
-    if (!m_initialized)
+    if (!m_initialized || !demandUsable("KrWindow::makeCurrent"))
         return false;
     if (!m_impl->makeCurrent()) {
         warn("makeCurrent", m_name, std::string("cannot make its ") + m_impl->kind() + " context current");
         return false;
     }
-    t_currentWindow = this;
+    currentLink() = m_link;
     return true;
 }
 
@@ -222,12 +255,15 @@ bool KrWindow::closeWindow()
 {
     if (!m_initialized)
         return true;
+    if (!isUsableHere() && !KrForkGuard::isForked())
+        warn("closeWindow", m_name, "is closed by another thread than the one that opened it; its context is given up");
     m_initialized = false;
+    m_thread = std::thread::id();
     m_impl->close();
     m_shareGroup->erase(std::find(m_shareGroup->begin(), m_shareGroup->end(), this));
     m_shareGroup.reset();
-    if (t_currentWindow == this)
-        t_currentWindow = nullptr;
+    m_link->store(nullptr);
+    m_link.reset();
     return true;
 }
 
@@ -245,6 +281,8 @@ KrWindowImpl* KrWindow::getImpl() const
 
 bool KrWindow::init()
 {
+    if (!demandUsable("KrWindow::init"))
+        return false;
     if (m_initialized)
         return true;
     m_report = KrWindowReport();
@@ -256,7 +294,9 @@ bool KrWindow::init()
     }
     m_shareGroup->push_back(this);
     m_initialized = true;
-    t_currentWindow = this;
+    m_thread = std::this_thread::get_id();
+    m_link = std::make_shared<std::atomic<KrWindow*>>(this);
+    currentLink() = m_link;
     return true;
 }
 
@@ -320,6 +360,10 @@ KrWindowImpl* KrWindow::implToShareWith(const KrWindowImpl& impl, std::string& r
         reason = "that one is not open";
         return nullptr;
     }
+    if (!m_shareWindow->isUsableHere()) {
+        reason = "that one belongs to another thread";
+        return nullptr;
+    }
     KrWindowImpl* other = m_shareWindow->getImpl();
     if (std::string(other->kind()) != impl.kind()) {
         reason = std::string("one context is ") + impl.kind() + ", the other " + other->kind();
@@ -330,5 +374,6 @@ KrWindowImpl* KrWindow::implToShareWith(const KrWindowImpl& impl, std::string& r
 
 KrWindow* KrWindow::getWindow()
 {
-    return t_currentWindow;
+    const Link& current = currentLink();
+    return current ? current->load() : nullptr;
 }

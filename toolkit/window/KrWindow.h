@@ -3,8 +3,10 @@
 #include <toolkit/geometry/KrColor.h>
 #include <toolkit/window/KrWindowReport.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 class KrWindowImpl;
@@ -14,7 +16,12 @@ class KrWindowImpl;
 ///
 /// Constructed cheaply; `init` opens it. Which kind it is decides `setImpl`, or else the environment variable
 /// KR_WINDOW ("egl", "glx"), or else: GLX where an X display answers, EGL otherwise. What is asked for by name has no
-/// stand-in. A window, its context and everything drawn with it belong to one thread; so do windows that share.
+/// stand-in.
+///
+/// An open window, its context and everything drawn with it belong to the thread that opened it, and so do windows that
+/// share: what is asked for in another one is refused. Once it is closed, any thread may open it. Threads with a window
+/// each need no lock. A process that is forked off one that has had a window can have none, and must be started with
+/// spawn or exec instead; the windows that it inherits are only good for being destroyed.
 class KrWindow
 {
 public:
@@ -47,10 +54,12 @@ public:
     /// The window given to `share`; null when none was, or when it is gone.
     virtual KrWindow* getShareWindow() const;
     virtual bool swapBuffers();
-    /// Makes this window's context current and this window `getWindow()`. False when it is not open.
+    /// Makes this window's context current and this window `getWindow()`. False when it is not open; false, after one
+    /// message, in a thread or a process that the window does not belong to.
     virtual bool makeCurrent();
     /// Releases surface and context, its own being current while that happens. Harmless when not open; can be opened
-    /// again with `init`. Always true.
+    /// again with `init`. Where it belongs to another thread, which must not be using it, there is one message and the
+    /// context is given up as it is. Always true.
     virtual bool closeWindow();
     /// Takes the implementation to use from the next `init` on; the window is closed first when it is open.
     virtual void setImpl(std::unique_ptr<KrWindowImpl> impl);
@@ -64,6 +73,9 @@ public:
     const KrColor& getBackgroundColor() const { return m_backgroundColor; }
 
     bool isInitialized() const { return m_initialized; }
+    /// False for a window that is open in another thread, and in a process that was forked off one that has had a
+    /// window.
+    bool isUsableHere() const;
     unsigned int windowWidth() const { return m_width; }   ///< pixels
     unsigned int windowHeight() const { return m_height; } ///< pixels
     int windowX() const { return m_x; }                    ///< pixels, upper left corner on the screen
@@ -75,9 +87,15 @@ public:
     /// The window whose context was made current last in this thread; null when it is closed or there is none.
     static KrWindow* getWindow();
 
+protected:
+    /// `isUsableHere`, with one message, which begins with `operation` ("KrWindow::init"), when it is not.
+    bool demandUsable(const char* operation) const;
+
 private:
     using ShareGroup = std::vector<KrWindow*>;
+    using Link = std::shared_ptr<std::atomic<KrWindow*>>;
 
+    static Link& currentLink();
     bool openImpl();
     bool openWith(KrWindowImpl& impl);
     KrWindowImpl* implToShareWith(const KrWindowImpl& impl, std::string& reason) const;
@@ -93,6 +111,8 @@ private:
     bool m_hidden = false;
     bool m_stereo = false; ///< asked for
     bool m_initialized = false;
+    std::thread::id m_thread; ///< that opened it
+    Link m_link;              ///< what threads remember of it, null inside once it is closed; null when closed
     KrWindow* m_shareWindow = nullptr;
     std::vector<KrWindow*> m_sharers;         ///< those whose m_shareWindow is this one
     std::shared_ptr<ShareGroup> m_shareGroup; ///< the open windows whose contexts share, this one too; null when closed
