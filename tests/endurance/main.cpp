@@ -322,6 +322,8 @@ void Endurance::use(KrEnduranceScene& scene)
         break;
     case 2: {
         note("range map");
+        // Shapes and their fading are shared with the map's window: a selection is shown here first.
+        check(scene.window().renderScene(true), "a frame");
         std::vector<std::vector<double>> map;
         KrCoordinateSystemTransformation view;
         view.setTranslation(scene.middle() + KrVector(0.0, 0.0, 2.0 + scene.radius()));
