@@ -55,7 +55,7 @@ constexpr std::size_t kHistory = 400;      ///< operations that are kept for the
 
 struct Options
 {
-    double seconds = 10.0;
+    double seconds = 0.0;         ///< 0: 10, or no limit where there is one of operations
     unsigned long operations = 0; ///< 0 for no limit
     unsigned long seed = 0;
     std::string keep;
@@ -500,7 +500,8 @@ bool Endurance::run()
     const auto start = std::chrono::steady_clock::now();
     const auto isOver = [&] {
         const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
-        return m_options.operations != 0 ? m_operations >= m_options.operations : passed.count() >= m_options.seconds;
+        return passed.count() >= m_options.seconds ||
+               (m_options.operations != 0 && m_operations >= m_options.operations);
     };
     // A machine that is busy with other things draws little in its time: one comparison at least.
     while (!isOver() || (m_compared == 0 && m_operations < 10ul * kUsePerRound)) {
@@ -555,6 +556,9 @@ int main(int argc, char** argv)
     }
     if (options.robots.empty()) {
         return usage(argv[0]);
+    }
+    if (options.seconds <= 0.0) {
+        options.seconds = options.operations != 0 ? HUGE_VAL : 10.0;
     }
     std::printf("seed %lu\n", options.seed);
     KrWindow window;
