@@ -27,6 +27,15 @@ constexpr std::size_t kLinkChain = 500;                        ///< links in a r
 constexpr std::size_t kPathBytes = 4096;                       ///< of the name of a file
 constexpr std::size_t kWarnings = 1000;                        ///< in the report of an import
 
+constexpr std::size_t kElementDepth = std::size_t{1} << 18; ///< of a native document, elements inside each other
+constexpr unsigned int kNestedObjects = 128;                ///< of a native document, objects but links in each other
+constexpr std::uint64_t kMarkupBytes = std::uint64_t{4} << 20; ///< of a native document, a tag or a comment
+
+constexpr std::size_t kStackPerLink = 512;                   ///< of a scene, for each link under another, bytes
+constexpr std::size_t kStackReserve = std::size_t{64} << 10; ///< of a scene, besides its links, bytes
+
+constexpr double kLargestBody = 1e9; ///< m, of mass properties: semi-axes, and how far the centre of mass is away
+
 constexpr std::uint64_t kTextBytes = std::uint64_t{256} << 20;   ///< of a trajectory, a camera or another text
 constexpr std::size_t kTextLine = std::size_t{1} << 20;          ///< of a trajectory, bytes
 constexpr std::size_t kTrajectoryRows = 1000000;                 ///< of a trajectory: nine hours at 30 frames a second

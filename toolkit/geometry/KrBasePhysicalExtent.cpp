@@ -1,5 +1,6 @@
 #include <toolkit/geometry/KrBasePhysicalExtent.h>
 
+#include <toolkit/foundation/KrNumberCheck.h>
 #include <toolkit/geometry/KrBoxPhysicalExtent.h>
 #include <toolkit/geometry/KrCapsulePhysicalExtent.h>
 #include <toolkit/geometry/KrConePhysicalExtent.h>
@@ -44,10 +45,14 @@ KrBasePhysicalExtent& KrBasePhysicalExtent::operator=(const KrBasePhysicalExtent
     return *this;
 }
 
-void KrBasePhysicalExtent::setPlacement(const KrCoordinateSystemTransformation& placement)
+bool KrBasePhysicalExtent::setPlacement(const KrCoordinateSystemTransformation& placement)
 {
+    if (!placement.checkPose("KrBasePhysicalExtent::setPlacement")) {
+        return false;
+    }
     m_placement = placement;
     touch();
+    return true;
 }
 
 boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::triExtent() const
@@ -124,8 +129,13 @@ bool KrBasePhysicalExtent::completeRead(KrXmlReader&)
     return true;
 }
 
-bool KrBasePhysicalExtent::checkLength(KrXmlReader& reader, const char* what, double length)
+KrVector KrBasePhysicalExtent::checkedSizes(const char* method, const KrVector& sizes)
+{
+    return Kr::NumberCheck::areSizes(method, {sizes.x(), sizes.y(), sizes.z()}) ? sizes : KrVector();
+}
+
+bool KrBasePhysicalExtent::checkLength(KrXmlRefusal& refusal, const char* what, double length)
 {
     // Written so that NaN fails too.
-    return (length >= 0.0 && std::isfinite(length)) || reader.fail("%s %g m is no length", what, length);
+    return (length >= 0.0 && std::isfinite(length)) || refusal.fail("%s %g m is no length", what, length);
 }

@@ -26,8 +26,8 @@ public:
 
     /// Extent frame to owner's frame.
     const KrCoordinateSystemTransformation& placement() const { return m_placement; }
-    /// Marks the extent changed.
-    void setPlacement(const KrCoordinateSystemTransformation& placement);
+    /// Marks the extent changed. False, after one message, and no change for what is no pose.
+    bool setPlacement(const KrCoordinateSystemTransformation& placement);
 
     /// The surface as triangles in the owner's frame (placement applied); null for an extent without a surface.
     /// What it points to lives at least as long as this extent is neither changed nor destroyed.
@@ -66,8 +66,10 @@ protected:
     virtual boost::shared_ptr<const KrTriPhysicalExtent> makePlacedTriangles() const;
     /// Drops the mesh form and marks the extent changed.
     void touch();
+    /// For constructors: the sizes, or zeros (no surface) after one message when one is negative or not finite.
+    static KrVector checkedSizes(const char* method, const KrVector& sizes);
     /// For validate: refuses a length that is negative or not finite.
-    static bool checkLength(KrXmlReader& reader, const char* what, double length);
+    static bool checkLength(KrXmlRefusal& refusal, const char* what, double length);
     bool completeRead(KrXmlReader& reader) override;
 
     KrCoordinateSystemTransformation m_placement;

@@ -4,7 +4,7 @@
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 KrBoxPhysicalExtent::KrBoxPhysicalExtent(const KrVector& size)
-    : m_size(size)
+    : m_size(checkedSizes("KrBoxPhysicalExtent::KrBoxPhysicalExtent", size))
 {
 }
 
@@ -19,10 +19,10 @@ void KrBoxPhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "size"}, m_size);
 }
 
-bool KrBoxPhysicalExtent::validate(KrXmlReader& reader) const
+bool KrBoxPhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
-    return checkLength(reader, "edge", size().x()) && checkLength(reader, "edge", size().y()) &&
-           checkLength(reader, "edge", size().z());
+    return checkLength(refusal, "edge", size().x()) && checkLength(refusal, "edge", size().y()) &&
+           checkLength(refusal, "edge", size().z());
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrBoxPhysicalExtent::makeTriangles() const

@@ -4,9 +4,10 @@
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 KrCapsulePhysicalExtent::KrCapsulePhysicalExtent(double radius, double length)
-    : m_radius(radius)
-    , m_length(length)
 {
+    const KrVector sizes = checkedSizes("KrCapsulePhysicalExtent::KrCapsulePhysicalExtent", {radius, length, 0.0});
+    m_radius = sizes.x();
+    m_length = sizes.y();
 }
 
 KrXmlToken KrCapsulePhysicalExtent::token() const
@@ -21,9 +22,9 @@ void KrCapsulePhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "length"}, m_length);
 }
 
-bool KrCapsulePhysicalExtent::validate(KrXmlReader& reader) const
+bool KrCapsulePhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
-    return checkLength(reader, "radius", m_radius) && checkLength(reader, "length", m_length);
+    return checkLength(refusal, "radius", m_radius) && checkLength(refusal, "length", m_length);
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrCapsulePhysicalExtent::makeTriangles() const

@@ -46,6 +46,10 @@ bool KrColor::write(KrXmlWriter& writer) const
 {
     std::string text;
     for (const double channel : m_channels) {
+        // Written so that NaN fails too.
+        if (!(channel >= 0.0 && channel <= 1.0)) {
+            return writer.fail("%g: a colour has numbers from 0 to 1", channel);
+        }
         text += text.empty() ? "" : " ";
         KrXmlText::append(text, channel);
     }

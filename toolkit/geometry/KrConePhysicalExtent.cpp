@@ -4,10 +4,12 @@
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 KrConePhysicalExtent::KrConePhysicalExtent(double bottomRadius, double topRadius, double length)
-    : m_bottomRadius(bottomRadius)
-    , m_topRadius(topRadius)
-    , m_length(length)
 {
+    const KrVector sizes =
+        checkedSizes("KrConePhysicalExtent::KrConePhysicalExtent", {bottomRadius, topRadius, length});
+    m_bottomRadius = sizes.x();
+    m_topRadius = sizes.y();
+    m_length = sizes.z();
 }
 
 KrXmlToken KrConePhysicalExtent::token() const
@@ -23,10 +25,10 @@ void KrConePhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "length"}, m_length);
 }
 
-bool KrConePhysicalExtent::validate(KrXmlReader& reader) const
+bool KrConePhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
-    return checkLength(reader, "bottom radius", m_bottomRadius) && checkLength(reader, "top radius", m_topRadius) &&
-           checkLength(reader, "length", m_length);
+    return checkLength(refusal, "bottom radius", m_bottomRadius) && checkLength(refusal, "top radius", m_topRadius) &&
+           checkLength(refusal, "length", m_length);
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrConePhysicalExtent::makeTriangles() const

@@ -1,5 +1,6 @@
 #include <toolkit/geometry/KrCoordinateSystemTransformation.h>
 
+#include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
 #include <toolkit/xml/KrXmlSchema.h>
 #include <toolkit/xml/KrXmlText.h>
@@ -120,6 +121,23 @@ void KrCoordinateSystemTransformation::setToIdentity()
 bool KrCoordinateSystemTransformation::isIdentity() const
 {
     return *this == KrCoordinateSystemTransformation();
+}
+
+bool KrCoordinateSystemTransformation::isPose() const
+{
+    return isRotation(m_rotation) && m_translation.isFinite();
+}
+
+bool KrCoordinateSystemTransformation::checkPose(const char* method) const
+{
+    const bool isGood = isPose();
+    if (!isGood) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "%s - a pose at (%g, %g, %g) that is not finite or whose rotation is none; nothing is changed.\n", method,
+            m_translation.x(), m_translation.y(), m_translation.z());
+    }
+    return isGood;
 }
 
 void KrCoordinateSystemTransformation::setRotation(const double (&rowByRow)[9])
@@ -281,6 +299,9 @@ bool KrCoordinateSystemTransformation::read(KrXmlReader& reader)
 
 bool KrCoordinateSystemTransformation::write(KrXmlWriter& writer) const
 {
+    if (!isPose()) {
+        return writer.fail("a pose that is not finite or whose rotation is none");
+    }
     const KrCoordinateSystemTransformation identity;
     const bool isTurned = !std::equal(&m_rotation[0][0], &m_rotation[0][0] + 9, &identity.m_rotation[0][0]);
     return (m_translation == KrVector() || writeNumbers(writer, translationToken(), m_translation.data(), 3)) &&

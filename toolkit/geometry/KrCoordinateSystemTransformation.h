@@ -14,6 +14,10 @@ public:
 
     void setToIdentity();
     bool isIdentity() const;
+    /// False when a number is not finite or R is no rotation (within 1e-6): what arithmetic and setRotation may leave.
+    bool isPose() const;
+    /// The same, with one message when it is none: for setters. @param method  "Class::method"
+    bool checkPose(const char* method) const;
 
     const KrVector& translation() const { return m_translation; }
     void setTranslation(const KrVector& t) { m_translation = t; }

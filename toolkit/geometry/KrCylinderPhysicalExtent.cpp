@@ -4,9 +4,10 @@
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 KrCylinderPhysicalExtent::KrCylinderPhysicalExtent(double radius, double length)
-    : m_radius(radius)
-    , m_length(length)
 {
+    const KrVector sizes = checkedSizes("KrCylinderPhysicalExtent::KrCylinderPhysicalExtent", {radius, length, 0.0});
+    m_radius = sizes.x();
+    m_length = sizes.y();
 }
 
 KrXmlToken KrCylinderPhysicalExtent::token() const
@@ -21,9 +22,9 @@ void KrCylinderPhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "length"}, m_length);
 }
 
-bool KrCylinderPhysicalExtent::validate(KrXmlReader& reader) const
+bool KrCylinderPhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
-    return checkLength(reader, "radius", m_radius) && checkLength(reader, "length", m_length);
+    return checkLength(refusal, "radius", m_radius) && checkLength(refusal, "length", m_length);
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrCylinderPhysicalExtent::makeTriangles() const

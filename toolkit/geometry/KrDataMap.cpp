@@ -6,6 +6,8 @@
 #include <toolkit/xml/KrXmlSchema.h>
 #include <toolkit/xml/KrXmlWriter.h>
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -94,6 +96,17 @@ KrDataMap::KrDataMap(KrDataMap&& other) noexcept = default;
 KrDataMap& KrDataMap::operator=(const KrDataMap& other) = default;
 KrDataMap& KrDataMap::operator=(KrDataMap&& other) noexcept = default;
 KrDataMap::~KrDataMap() = default;
+
+bool operator==(const KrDataMap& a, const KrDataMap& b)
+{
+    return std::equal(a.m_values.begin(), a.m_values.end(), b.m_values.begin(), b.m_values.end(),
+                      [](const auto& one, const auto& other) {
+                          const auto* const x = std::get_if<double>(&one.second);
+                          const auto* const y = std::get_if<double>(&other.second);
+                          const bool areNoNumbers = x != nullptr && y != nullptr && std::isnan(*x) && std::isnan(*y);
+                          return one.first == other.first && (areNoNumbers || one.second == other.second);
+                      });
+}
 
 bool KrDataMap::real(const std::string& key, double& out) const
 {

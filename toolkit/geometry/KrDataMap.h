@@ -50,7 +50,8 @@ public:
     KrXmlToken token() const override;
     void writeSchemaContent(KrXmlSchema& schema) const override;
 
-    friend bool operator==(const KrDataMap& a, const KrDataMap& b) { return a.m_values == b.m_values; }
+    /// NaN equals itself here: a map that was written and read back is the same.
+    friend bool operator==(const KrDataMap& a, const KrDataMap& b);
     friend bool operator!=(const KrDataMap& a, const KrDataMap& b) { return !(a == b); }
 
 private:

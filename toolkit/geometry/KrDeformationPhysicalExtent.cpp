@@ -413,13 +413,9 @@ void KrDeformationPhysicalExtent::clearStrokes()
 
 bool KrDeformationPhysicalExtent::setPieceOffset(unsigned int piece, const KrCoordinateSystemTransformation& offset)
 {
-    double entries[16];
-    offset.assign16(entries);
-    const bool isFinite =
-        std::all_of(std::begin(entries), std::end(entries), [](double e) { return std::isfinite(e); });
-    if (piece >= m_pieces.size() || !isFinite) {
+    if (piece >= m_pieces.size() || !offset.isPose()) {
         warn("setPieceOffset", "piece " + std::to_string(piece) + " of " + std::to_string(m_pieces.size()) +
-                                   ", or an offset that is not finite");
+                                   ", or an offset that is not finite or whose rotation is none");
         return false;
     }
     m_pieces[piece] = offset;

@@ -4,7 +4,7 @@
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 KrEllipsoidPhysicalExtent::KrEllipsoidPhysicalExtent(const KrVector& semiAxes)
-    : m_semiAxes(semiAxes)
+    : m_semiAxes(checkedSizes("KrEllipsoidPhysicalExtent::KrEllipsoidPhysicalExtent", semiAxes))
 {
 }
 
@@ -19,10 +19,10 @@ void KrEllipsoidPhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "semiAxes"}, m_semiAxes);
 }
 
-bool KrEllipsoidPhysicalExtent::validate(KrXmlReader& reader) const
+bool KrEllipsoidPhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
-    return checkLength(reader, "semi-axis", semiAxes().x()) && checkLength(reader, "semi-axis", semiAxes().y()) &&
-           checkLength(reader, "semi-axis", semiAxes().z());
+    return checkLength(refusal, "semi-axis", semiAxes().x()) && checkLength(refusal, "semi-axis", semiAxes().y()) &&
+           checkLength(refusal, "semi-axis", semiAxes().z());
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrEllipsoidPhysicalExtent::makeTriangles() const

@@ -272,20 +272,20 @@ void KrGridPhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "lookupTable"}, m_lookupTable, Presence::Optional);
 }
 
-bool KrGridPhysicalExtent::validate(KrXmlReader& reader) const
+bool KrGridPhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
     if (!std::isfinite(m_dataScale.value()) || !m_inflection.value().isFinite() || !areColors(m_lookupTable)) {
-        return reader.fail("scale and inflection are finite, colours between 0 and 1");
+        return refusal.fail("scale and inflection are finite, colours between 0 and 1");
     }
     // A field that was never set has no cells.
     if (m_cells.empty() && m_values.empty()) {
         return true;
     }
     if (m_cells.size() != 3) {
-        return reader.fail("\"cells\" are three counts, not %u", m_cells.size());
+        return refusal.fail("\"cells\" are three counts, not %u", m_cells.size());
     }
     const std::string problem = gridProblem(m_minimum, m_maximum, m_cells[0], m_cells[1], m_cells[2], values());
-    return problem.empty() || reader.fail("%s", problem.c_str());
+    return problem.empty() || refusal.fail("%s", problem.c_str());
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrGridPhysicalExtent::makeTriangles() const

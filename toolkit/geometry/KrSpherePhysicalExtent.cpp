@@ -4,7 +4,7 @@
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 KrSpherePhysicalExtent::KrSpherePhysicalExtent(double radius)
-    : m_radius(radius)
+    : m_radius(checkedSizes("KrSpherePhysicalExtent::KrSpherePhysicalExtent", {radius, 0.0, 0.0}).x())
 {
 }
 
@@ -19,9 +19,9 @@ void KrSpherePhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "radius"}, m_radius);
 }
 
-bool KrSpherePhysicalExtent::validate(KrXmlReader& reader) const
+bool KrSpherePhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
-    return checkLength(reader, "radius", m_radius);
+    return checkLength(refusal, "radius", m_radius);
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrSpherePhysicalExtent::makeTriangles() const

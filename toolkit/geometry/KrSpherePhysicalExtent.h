@@ -14,7 +14,7 @@ public:
     void registerComponents() override;
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
     boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override;
 
 private:

@@ -13,6 +13,11 @@ bool isDrawn(double value)
     return std::abs(value) <= std::numeric_limits<float>::max();
 }
 
+bool isShare(double value)
+{
+    return value >= 0.0 && value <= 1.0;
+}
+
 } // namespace
 
 KrSurfaceStroke::KrSurfaceStroke(const std::vector<KrPlanarVector>& points, const KrColor& color, double radius,
@@ -36,8 +41,8 @@ std::string KrSurfaceStroke::problem() const
         !(m_hardness >= 0.0 && m_hardness <= 1.0)) {
         return "a stroke has a radius above 0, in single precision, and a hardness from 0 to 1";
     }
-    if (!isDrawn(m_color.red()) || !isDrawn(m_color.green()) || !isDrawn(m_color.blue()) || !isDrawn(m_color.alpha())) {
-        return "a stroke has a colour of finite numbers";
+    if (!isShare(m_color.red()) || !isShare(m_color.green()) || !isShare(m_color.blue()) || !isShare(m_color.alpha())) {
+        return "a stroke has a colour of numbers from 0 to 1";
     }
     return std::string();
 }

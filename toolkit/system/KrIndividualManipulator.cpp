@@ -1,6 +1,7 @@
 #include <toolkit/system/KrIndividualManipulator.h>
 
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/system/KrLinkWalk.h>
 
 #include <algorithm>
 #include <map>
@@ -9,71 +10,7 @@
 namespace
 {
 
-using Links = KrXmlVectorType<KrManipulatorLink>;
 using Positions = KrPositionState::JointPositions;
-
-constexpr int kBase = -1;
-
-unsigned int countLinks(const Links& links)
-{
-    unsigned int count = links.size();
-    for (const KrManipulatorLink& link : links) {
-        count += countLinks(link.childLinks());
-    }
-    return count;
-}
-
-void collectLinks(const Links& links, std::vector<const KrManipulatorLink*>& out)
-{
-    for (const KrManipulatorLink& link : links) {
-        out.push_back(&link);
-        collectLinks(link.childLinks(), out);
-    }
-}
-
-void collectParents(const Links& links, int parent, std::vector<int>& out)
-{
-    for (const KrManipulatorLink& link : links) {
-        const int index = static_cast<int>(out.size());
-        out.push_back(parent);
-        collectParents(link.childLinks(), index, out);
-    }
-}
-
-void collectPoses(const Links& links, const KrCoordinateSystemTransformation& parentPose, const Positions& positions,
-                  std::vector<KrCoordinateSystemTransformation>& out)
-{
-    for (const KrManipulatorLink& link : links) {
-        KrCoordinateSystemTransformation linkToParent;
-        link.jointKinematics().linkTransformation(positions[static_cast<unsigned int>(out.size())], linkToParent);
-        const KrCoordinateSystemTransformation pose = parentPose * linkToParent;
-        out.push_back(pose);
-        collectPoses(link.childLinks(), pose, positions, out);
-    }
-}
-
-/// Looks for a link in depth-first pre-order; poses are computed on the way back, for the links above it only.
-///
-/// @param nextIndex  joint index of the first of `links`; moved past all that was looked at
-/// @param pose       when found: link frame to the frame of the parent of `links`
-bool findPose(const Links& links, const std::string& name, const Positions& positions, unsigned int& nextIndex,
-              KrCoordinateSystemTransformation& pose)
-{
-    for (const KrManipulatorLink& link : links) {
-        const unsigned int index = nextIndex++;
-        KrCoordinateSystemTransformation below;
-        if (link.name() != name && !findPose(link.childLinks(), name, positions, nextIndex, below)) {
-            continue;
-        }
-        if (index >= positions.size()) {
-            return false;
-        }
-        link.jointKinematics().linkTransformation(positions[index], pose);
-        pose = pose * below;
-        return true;
-    }
-    return false;
-}
 
 /// Follows the mimic joints of one manipulator.
 class MimicSolver
@@ -190,22 +127,53 @@ KrIndividualManipulator::KrIndividualManipulator(const std::string& name)
     setName(name);
 }
 
+bool KrIndividualManipulator::setPlacement(const KrCoordinateSystemTransformation& placement)
+{
+    return placement.checkPose("KrIndividualManipulator::setPlacement") && (m_placement = placement, true);
+}
+
+bool KrIndividualManipulator::setBaseDhFrame(const KrCoordinateSystemTransformation& frame)
+{
+    return frame.checkPose("KrIndividualManipulator::setBaseDhFrame") && (m_baseDhFrame = frame, true);
+}
+
 unsigned int KrIndividualManipulator::numJoints() const
 {
-    return countLinks(childLinks());
+    unsigned int count = 0;
+    KrLinkWalk walk(*this);
+    while (walk.next() != nullptr) {
+        ++count;
+    }
+    return count;
+}
+
+unsigned int KrIndividualManipulator::depth() const
+{
+    std::size_t deepest = 0;
+    KrLinkWalk walk(*this);
+    while (walk.next() != nullptr) {
+        deepest = std::max(deepest, walk.path().size());
+    }
+    return static_cast<unsigned int>(deepest);
 }
 
 std::vector<const KrManipulatorLink*> KrIndividualManipulator::links() const
 {
     std::vector<const KrManipulatorLink*> result;
-    collectLinks(childLinks(), result);
+    KrLinkWalk walk(*this);
+    while (const KrManipulatorLink* const link = walk.next()) {
+        result.push_back(link);
+    }
     return result;
 }
 
 std::vector<int> KrIndividualManipulator::parents() const
 {
     std::vector<int> result;
-    collectParents(childLinks(), kBase, result);
+    KrLinkWalk walk(*this);
+    while (walk.next() != nullptr) {
+        result.push_back(walk.parent());
+    }
     return result;
 }
 
@@ -254,7 +222,15 @@ bool KrIndividualManipulator::linkPoses(const KrPositionState& state,
     }
     poses.clear();
     poses.reserve(joints);
-    collectPoses(childLinks(), state.baseTransformation(), state.jointPositions(), poses);
+    KrLinkWalk walk(*this);
+    while (const KrManipulatorLink* const link = walk.next()) {
+        KrCoordinateSystemTransformation linkToParent;
+        link->jointKinematics().linkTransformation(state.jointPositions()[static_cast<unsigned int>(walk.index())],
+                                                   linkToParent);
+        const bool isUnderBase = walk.parent() == KrLinkWalk::kRoot;
+        poses.push_back((isUnderBase ? state.baseTransformation() : poses[static_cast<std::size_t>(walk.parent())]) *
+                        linkToParent);
+    }
     return true;
 }
 
@@ -265,10 +241,24 @@ bool KrIndividualManipulator::linkPose(const std::string& link, const KrPosition
         pose = state.baseTransformation();
         return true;
     }
-    unsigned int nextIndex = 0;
-    KrCoordinateSystemTransformation linkToBase;
-    if (!findPose(childLinks(), link, state.jointPositions(), nextIndex, linkToBase)) {
+    KrLinkWalk walk(*this);
+    const KrManipulatorLink* found = walk.next();
+    while (found != nullptr && found->name() != link) {
+        found = walk.next();
+    }
+    // The link's own index is the highest on the way to it.
+    const Positions& positions = state.jointPositions();
+    if (found == nullptr || static_cast<unsigned int>(walk.index()) >= positions.size()) {
         return false;
+    }
+    // Poses are computed on the way back, for the links above it only.
+    KrCoordinateSystemTransformation linkToBase;
+    for (std::size_t i = walk.path().size(); i-- > 0;) {
+        const KrLinkWalk::Step& step = walk.path()[i];
+        KrCoordinateSystemTransformation stepToParent;
+        step.link().jointKinematics().linkTransformation(positions[static_cast<unsigned int>(step.index)],
+                                                         stepToParent);
+        linkToBase = stepToParent * linkToBase;
     }
     pose = state.baseTransformation() * linkToBase;
     return true;

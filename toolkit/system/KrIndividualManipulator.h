@@ -22,12 +22,13 @@ public:
     ~KrIndividualManipulator() override;
     explicit KrIndividualManipulator(const std::string& name);
 
-    /// Manipulator frame to world frame.
+    /// Manipulator frame to world frame. Setters of poses are false, after one message and without a change, for what
+    /// is none.
     const KrCoordinateSystemTransformation& placement() const { return m_placement; }
-    void setPlacement(const KrCoordinateSystemTransformation& placement) { m_placement = placement; }
+    bool setPlacement(const KrCoordinateSystemTransformation& placement);
     /// DH frame of the base to base link frame: carries the base's shapes.
     const KrCoordinateSystemTransformation& baseDhFrame() const { return m_baseDhFrame; }
-    void setBaseDhFrame(const KrCoordinateSystemTransformation& frame) { m_baseDhFrame = frame; }
+    bool setBaseDhFrame(const KrCoordinateSystemTransformation& frame);
 
     /// Looks of shape groups, by material name.
     const KrMaterialMap& materialMap() const { return m_materialMap; }
@@ -41,6 +42,8 @@ public:
 
     /// Links other than the base; one more than the highest joint index. Walks the tree.
     unsigned int numJoints() const;
+    /// Links from the base to the one with the most others above it, without the base. Walks the tree.
+    unsigned int depth() const;
     /// The links in the order of their joint indices; borrowed until the tree changes.
     std::vector<const KrManipulatorLink*> links() const;
     /// For each joint index the joint index of the parent link, -1 for the base.

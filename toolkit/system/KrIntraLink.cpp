@@ -1,5 +1,6 @@
 #include <toolkit/system/KrIntraLink.h>
 
+#include <toolkit/foundation/KrNumberCheck.h>
 #include <toolkit/system/KrIndividualManipulator.h>
 #include <toolkit/system/KrManipulatorActiveState.h>
 #include <toolkit/xml/KrXmlReader.h>
@@ -9,6 +10,13 @@ namespace
 
 /// Sine of the angle below which two directions count as parallel.
 constexpr double kParallel = 1e-6;
+
+/// A point that is not finite becomes the origin of its link, after one message.
+KrVector checkedPoint(const KrVector& point)
+{
+    const bool isGood = Kr::NumberCheck::areFinite("KrIntraLink::KrIntraLink", {point.x(), point.y(), point.z()});
+    return isGood ? point : KrVector();
+}
 
 /// What is left of `direction` without its share along the unit vector `axis`.
 KrVector across(const KrVector& direction, const KrVector& axis)
@@ -51,9 +59,9 @@ KrIntraLink::~KrIntraLink() = default;
 KrIntraLink::KrIntraLink(const std::string& startLink, const KrVector& startPoint, const std::string& endLink,
                          const KrVector& endPoint)
     : m_startLink(startLink)
-    , m_startPoint(startPoint)
+    , m_startPoint(checkedPoint(startPoint))
     , m_endLink(endLink)
-    , m_endPoint(endPoint)
+    , m_endPoint(checkedPoint(endPoint))
 {
 }
 
@@ -92,10 +100,10 @@ void KrIntraLink::registerComponents()
     registerComponent({uri, "shape"}, m_shape, Presence::Optional);
 }
 
-bool KrIntraLink::validate(KrXmlReader& reader) const
+bool KrIntraLink::validate(KrXmlRefusal& refusal) const
 {
     if (!startPoint().isFinite() || !endPoint().isFinite()) {
-        return reader.fail("the points of an intra-link are finite");
+        return refusal.fail("the points of an intra-link are finite");
     }
     return true;
 }

@@ -46,7 +46,7 @@ public:
     void registerComponents() override;
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     KrXmlBasicType<std::string> m_startLink;

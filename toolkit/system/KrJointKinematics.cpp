@@ -1,5 +1,6 @@
 #include <toolkit/system/KrJointKinematics.h>
 
+#include <toolkit/foundation/KrNumberCheck.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
 
@@ -90,8 +91,26 @@ bool KrJointKinematics::setAxis(const KrVector& axis)
     return true;
 }
 
-void KrJointKinematics::setDenavitHartenberg(Type type, double theta, double d, double a, double alpha)
+bool KrJointKinematics::setOrigin(const KrCoordinateSystemTransformation& origin)
 {
+    return origin.checkPose("KrJointKinematics::setOrigin") && (m_origin = origin, true);
+}
+
+bool KrJointKinematics::setOffset(const KrCoordinateSystemTransformation& offset)
+{
+    return offset.checkPose("KrJointKinematics::setOffset") && (m_offset = offset, true);
+}
+
+bool KrJointKinematics::setDhFrame(const KrCoordinateSystemTransformation& frame)
+{
+    return frame.checkPose("KrJointKinematics::setDhFrame") && (m_dhFrame = frame, true);
+}
+
+bool KrJointKinematics::setDenavitHartenberg(Type type, double theta, double d, double a, double alpha)
+{
+    if (!Kr::NumberCheck::areFinite("KrJointKinematics::setDenavitHartenberg", {theta, d, a, alpha})) {
+        return false;
+    }
     // Turning about and sliding along z commute, so that one place of the joint serves every type:
     // Rz(theta) * [Rz(q) or Tz(q)] * Tz(d) Tx(a) Rx(alpha).
     KrCoordinateSystemTransformation origin;
@@ -104,6 +123,19 @@ void KrJointKinematics::setDenavitHartenberg(Type type, double theta, double d, 
     m_origin = origin;
     m_axis = KrVector(0.0, 0.0, 1.0);
     m_offset = offset;
+    return true;
+}
+
+bool KrJointKinematics::setMaximumVelocity(double velocity)
+{
+    return Kr::NumberCheck::areNumbers("KrJointKinematics::setMaximumVelocity", {velocity}) &&
+           (m_maximumVelocity = velocity, true);
+}
+
+bool KrJointKinematics::setMaximumEffort(double effort)
+{
+    return Kr::NumberCheck::areNumbers("KrJointKinematics::setMaximumEffort", {effort}) &&
+           (m_maximumEffort = effort, true);
 }
 
 bool KrJointKinematics::setLimits(double lower, double upper)
@@ -120,11 +152,15 @@ bool KrJointKinematics::setLimits(double lower, double upper)
     return true;
 }
 
-void KrJointKinematics::setMimic(const std::string& master, double multiplier, double offset)
+bool KrJointKinematics::setMimic(const std::string& master, double multiplier, double offset)
 {
+    if (!Kr::NumberCheck::areFinite("KrJointKinematics::setMimic", {multiplier, offset})) {
+        return false;
+    }
     m_mimicMaster = master;
     m_mimicMultiplier = multiplier;
     m_mimicOffset = offset;
+    return true;
 }
 
 void KrJointKinematics::linkTransformation(double position, KrCoordinateSystemTransformation& linkToParent) const
@@ -182,26 +218,26 @@ void KrJointKinematics::registerComponents()
     registerComponent({uri, "mimicOffset"}, m_mimicOffset, Presence::Optional);
 }
 
-bool KrJointKinematics::validate(KrXmlReader& reader) const
+bool KrJointKinematics::validate(KrXmlRefusal& refusal) const
 {
     const std::string& type = m_type.value();
     if (!typeOf(type)) {
-        return reader.fail("\"%.40s\" is no joint type: fixed, revolute, continuous, prismatic", type.c_str());
+        return refusal.fail("\"%.40s\" is no joint type: fixed, revolute, continuous, prismatic", type.c_str());
     }
     if (!hasDirection(m_axis)) {
-        return reader.fail("the axis (%g, %g, %g) of joint \"%.80s\" has no direction", axis().x(), axis().y(),
-                           axis().z(), name().c_str());
+        return refusal.fail("the axis (%g, %g, %g) of joint \"%.80s\" has no direction", axis().x(), axis().y(),
+                            axis().z(), name().c_str());
     }
     // Written so that NaN fails too.
     if (!(lowerLimit() <= upperLimit())) {
-        return reader.fail("joint \"%.80s\": no position lies between its limits %g and %g", name().c_str(),
-                           lowerLimit(), upperLimit());
+        return refusal.fail("joint \"%.80s\": no position lies between its limits %g and %g", name().c_str(),
+                            lowerLimit(), upperLimit());
     }
     if (!std::isfinite(mimicMultiplier()) || !std::isfinite(mimicOffset())) {
-        return reader.fail("joint \"%.80s\": the factor and the offset of a mimic are finite", name().c_str());
+        return refusal.fail("joint \"%.80s\": the factor and the offset of a mimic are finite", name().c_str());
     }
     if (std::isnan(maximumVelocity()) || std::isnan(maximumEffort())) {
-        return reader.fail("joint \"%.80s\": a maximum is no number", name().c_str());
+        return refusal.fail("joint \"%.80s\": a maximum is no number", name().c_str());
     }
     return true;
 }

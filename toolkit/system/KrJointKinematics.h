@@ -40,20 +40,22 @@ public:
 
     /// Joint frame to parent link frame, at position 0.
     const KrCoordinateSystemTransformation& origin() const { return m_origin; }
-    void setOrigin(const KrCoordinateSystemTransformation& origin) { m_origin = origin; }
+    /// Setters of poses and numbers are false, after one message and without a change, for what is no pose and not
+    /// finite.
+    bool setOrigin(const KrCoordinateSystemTransformation& origin);
     /// In the joint frame; unit length. False, after one message, and no change for a vector without direction.
     bool setAxis(const KrVector& axis);
     const KrVector& axis() const { return m_axis; }
     /// Link frame to moved joint frame. The identity, but for DH parameters.
     const KrCoordinateSystemTransformation& offset() const { return m_offset; }
-    void setOffset(const KrCoordinateSystemTransformation& offset) { m_offset = offset; }
+    bool setOffset(const KrCoordinateSystemTransformation& offset);
     /// DH frame to link frame, whatever the joint does. The identity by default.
     const KrCoordinateSystemTransformation& dhFrame() const { return m_dhFrame; }
-    void setDhFrame(const KrCoordinateSystemTransformation& frame) { m_dhFrame = frame; }
+    bool setDhFrame(const KrCoordinateSystemTransformation& frame);
 
     /// Standard Denavit-Hartenberg parameters: link to parent = Rz(theta) Tz(d) Tx(a) Rx(alpha), where a revolute or
     /// continuous joint adds its position to theta and a prismatic one to d. Sets origin, axis and offset.
-    void setDenavitHartenberg(Type type, double theta, double d, double a, double alpha);
+    bool setDenavitHartenberg(Type type, double theta, double d, double a, double alpha);
 
     bool hasLimits() const { return type() == Type::Revolute || type() == Type::Prismatic; }
     double lowerLimit() const { return m_lowerLimit; }
@@ -61,16 +63,16 @@ public:
     /// rad or m; false, after one message, and no change when lower is above upper or either is no number.
     bool setLimits(double lower, double upper);
     double maximumVelocity() const { return m_maximumVelocity; } ///< rad/s or m/s; 0 when not given
-    void setMaximumVelocity(double velocity) { m_maximumVelocity = velocity; }
-    double maximumEffort() const { return m_maximumEffort; } ///< N m or N; 0 when not given
-    void setMaximumEffort(double effort) { m_maximumEffort = effort; }
+    bool setMaximumVelocity(double velocity);                    ///< may be infinite
+    double maximumEffort() const { return m_maximumEffort; }     ///< N m or N; 0 when not given
+    bool setMaximumEffort(double effort);                        ///< may be infinite
 
     /// A joint that follows another one: position = multiplier * master's position + offset.
     bool isMimic() const { return !m_mimicMaster.value().empty(); }
     const std::string& mimicMaster() const { return m_mimicMaster.value(); } ///< the master joint's name
     double mimicMultiplier() const { return m_mimicMultiplier; }
     double mimicOffset() const { return m_mimicOffset; }
-    void setMimic(const std::string& master, double multiplier, double offset);
+    bool setMimic(const std::string& master, double multiplier, double offset);
 
     /// Link frame to parent link frame for a joint position (rad or m). Limits are not applied.
     void linkTransformation(double position, KrCoordinateSystemTransformation& linkToParent) const;
@@ -80,7 +82,7 @@ public:
     void registerComponents() override;
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     /// Makes what was read as the setters would have left it.

@@ -2,6 +2,8 @@
 
 #include <boost/make_shared.hpp>
 
+#include <utility>
+
 template class KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>;
 template class KrXmlObjectOf<KrXmlVectorType<KrManipulatorLink>, KrXmlObject>;
 template class KrXmlVectorType<KrManipulatorLink>;
@@ -11,11 +13,74 @@ template class KrXmlObjectOf<KrXmlPointerType<KrShape>, KrXmlObject>;
 template class KrXmlPointerType<KrShape>;
 
 KrManipulatorLink::KrManipulatorLink() = default;
-KrManipulatorLink::KrManipulatorLink(const KrManipulatorLink& other) = default;
 KrManipulatorLink::KrManipulatorLink(KrManipulatorLink&& other) noexcept = default;
-KrManipulatorLink& KrManipulatorLink::operator=(const KrManipulatorLink& other) = default;
-KrManipulatorLink& KrManipulatorLink::operator=(KrManipulatorLink&& other) noexcept = default;
-KrManipulatorLink::~KrManipulatorLink() = default;
+
+/// Copies level by level: the links under a link are made without any, and filled when their turn comes.
+KrManipulatorLink::KrManipulatorLink(const KrManipulatorLink& other)
+    : KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>(other)
+{
+    std::vector<std::pair<KrManipulatorLink*, const KrManipulatorLink*>> open = {{this, &other}};
+    while (!open.empty()) {
+        const auto [copy, original] = open.back();
+        open.pop_back();
+        copy->copyBody(*original);
+        copy->m_childLinks.resize(original->m_childLinks.size());
+        for (unsigned int i = 0; i < original->m_childLinks.size(); ++i) {
+            open.emplace_back(&copy->m_childLinks[i], &original->m_childLinks[i]);
+        }
+    }
+}
+
+KrManipulatorLink& KrManipulatorLink::operator=(const KrManipulatorLink& other)
+{
+    // By way of a copy: `other` may hang under this link, and goes with the old value.
+    return *this = KrManipulatorLink(other);
+}
+
+KrManipulatorLink& KrManipulatorLink::operator=(KrManipulatorLink&& other) noexcept
+{
+    if (this == &other) {
+        return *this;
+    }
+    m_name = std::move(other.m_name);
+    m_shapes = std::move(other.m_shapes);
+    m_collisionShapes = std::move(other.m_collisionShapes);
+    m_jointKinematics = std::move(other.m_jointKinematics);
+    m_massProperties = std::move(other.m_massProperties);
+    m_deformable = std::move(other.m_deformable);
+    // Last, and the old ones are kept until then: `other` may be one of them.
+    std::vector<KrManipulatorLink> old = std::exchange(m_childLinks.values(), std::move(other.m_childLinks.values()));
+    return *this;
+}
+
+/// Takes the links from under each other first: a vector's own way goes down to the deepest of them.
+KrManipulatorLink::~KrManipulatorLink()
+{
+    std::vector<std::vector<KrManipulatorLink>> open;
+    const auto take = [&open](KrManipulatorLink& link) {
+        if (!link.m_childLinks.empty()) {
+            open.push_back(std::move(link.m_childLinks.values()));
+        }
+    };
+    take(*this);
+    while (!open.empty()) {
+        std::vector<KrManipulatorLink> links = std::move(open.back());
+        open.pop_back();
+        for (KrManipulatorLink& link : links) {
+            take(link);
+        }
+    }
+}
+
+void KrManipulatorLink::copyBody(const KrManipulatorLink& other)
+{
+    m_name = other.m_name;
+    m_shapes = other.m_shapes;
+    m_collisionShapes = other.m_collisionShapes;
+    m_jointKinematics = other.m_jointKinematics;
+    m_massProperties = other.m_massProperties;
+    m_deformable = other.m_deformable;
+}
 
 KrManipulatorLink::KrManipulatorLink(const std::string& name)
     : m_name(name)
@@ -69,6 +134,17 @@ KrManipulatorLink& KrManipulatorLink::addChildLink(const KrManipulatorLink& link
     return m_childLinks.back();
 }
 
+const KrXmlCompoundType* KrManipulatorLink::child(unsigned int i) const
+{
+    return i < m_childLinks.size() ? &m_childLinks[i] : nullptr;
+}
+
+KrXmlCompoundType* KrManipulatorLink::appendChild()
+{
+    m_childLinks.values().emplace_back();
+    return &m_childLinks.back();
+}
+
 KrXmlToken KrManipulatorLink::token() const
 {
     return {KrXmlNamespace::system(), "manipulatorLink"};
@@ -83,5 +159,5 @@ void KrManipulatorLink::registerComponents()
     registerComponent({uri, "deformable"}, m_deformable, Presence::Optional);
     registerComponent({uri, "shapes"}, m_shapes, Presence::Optional);
     registerComponent({uri, "collisionShapes"}, m_collisionShapes, Presence::Optional);
-    registerComponent({uri, "childLinks"}, m_childLinks, Presence::Optional);
+    registerChildren({uri, "childLinks"}, m_childLinks);
 }

@@ -6,11 +6,14 @@
 #include <toolkit/xml/KrXmlVectorType.h>
 
 #include <string>
+#include <vector>
 
 /// A rigid body of a manipulator: shapes, mass, the joint that moves it against its parent, and child links.
 ///
 /// Its shapes are what is seen of it. Its collision shapes are what stands for it where contacts are reckoned: a link
 /// may have any number of them, with or without a visible shape. An extent may be in both lists.
+///
+/// Links may hang under each other as deep as memory allows: nothing here recurses over them.
 class KrManipulatorLink : public KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>
 {
 public:
@@ -63,7 +66,14 @@ public:
     KrXmlToken token() const override;
     void registerComponents() override;
 
+protected:
+    const KrXmlCompoundType* child(unsigned int i) const override;
+    KrXmlCompoundType* appendChild() override;
+
 private:
+    /// What a link is apart from those under it.
+    void copyBody(const KrManipulatorLink& other);
+
     KrXmlBasicType<std::string> m_name;
     KrXmlVectorType<KrXmlPointerType<KrShape>> m_shapes;
     KrXmlVectorType<KrXmlPointerType<KrShape>> m_collisionShapes;

@@ -1,5 +1,10 @@
 #include <toolkit/system/KrManipulatorSystemState.h>
 
+#include <toolkit/foundation/KrNumberCheck.h>
+#include <toolkit/xml/KrXmlRefusal.h>
+
+#include <cmath>
+
 template class KrXmlObjectOf<KrManipulatorSystemState, KrXmlCompoundType>;
 
 KrManipulatorSystemState::KrManipulatorSystemState() = default;
@@ -8,6 +13,16 @@ KrManipulatorSystemState::KrManipulatorSystemState(KrManipulatorSystemState&& ot
 KrManipulatorSystemState& KrManipulatorSystemState::operator=(const KrManipulatorSystemState& other) = default;
 KrManipulatorSystemState& KrManipulatorSystemState::operator=(KrManipulatorSystemState&& other) noexcept = default;
 KrManipulatorSystemState::~KrManipulatorSystemState() = default;
+
+bool KrManipulatorSystemState::setTime(double time)
+{
+    return Kr::NumberCheck::areFinite("KrManipulatorSystemState::setTime", {time}) && (m_time = time, true);
+}
+
+bool KrManipulatorSystemState::validate(KrXmlRefusal& refusal) const
+{
+    return std::isfinite(time()) || refusal.fail("the time is not finite");
+}
 
 KrXmlToken KrManipulatorSystemState::token() const
 {

@@ -14,13 +14,17 @@ public:
     ~KrManipulatorSystemState() override;
 
     double time() const { return m_time; } ///< s
-    void setTime(double time) { m_time = time; }
+    /// False, after one message, and no change for what is not finite.
+    bool setTime(double time);
     /// One for each manipulator, in their order.
     const KrXmlVectorType<KrPositionState>& positionStates() const { return m_positionStates; }
     KrXmlVectorType<KrPositionState>& positionStates() { return m_positionStates; }
 
     KrXmlToken token() const override;
     void registerComponents() override;
+
+protected:
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     KrXmlBasicType<double> m_time = 0.0;

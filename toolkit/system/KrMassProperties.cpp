@@ -1,5 +1,7 @@
 #include <toolkit/system/KrMassProperties.h>
 
+#include <toolkit/foundation/KrLimits.h>
+#include <toolkit/foundation/KrNumberCheck.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/geometry/KrEllipsoid.h>
 #include <toolkit/xml/KrXmlReader.h>
@@ -65,16 +67,24 @@ KrMassProperties& KrMassProperties::operator=(const KrMassProperties& other) = d
 KrMassProperties& KrMassProperties::operator=(KrMassProperties&& other) noexcept = default;
 KrMassProperties::~KrMassProperties() = default;
 
-void KrMassProperties::setMass(double mass)
+bool KrMassProperties::setMass(double mass)
 {
+    if (!Kr::NumberCheck::areFinite("KrMassProperties::setMass", {mass})) {
+        return false;
+    }
     m_mass = mass;
     m_isReported = false;
+    return true;
 }
 
-void KrMassProperties::setCenterOfMass(const KrVector& center)
+bool KrMassProperties::setCenterOfMass(const KrVector& center)
 {
+    if (!Kr::NumberCheck::areFinite("KrMassProperties::setCenterOfMass", {center.x(), center.y(), center.z()})) {
+        return false;
+    }
     m_centerOfMass = center;
     m_isReported = false;
+    return true;
 }
 
 std::array<double, 6> KrMassProperties::inertia() const
@@ -85,10 +95,15 @@ std::array<double, 6> KrMassProperties::inertia() const
     return result;
 }
 
-void KrMassProperties::setInertia(const std::array<double, 6>& inertia)
+bool KrMassProperties::setInertia(const std::array<double, 6>& inertia)
 {
+    const auto [xx, yy, zz, xy, xz, yz] = inertia;
+    if (!Kr::NumberCheck::areFinite("KrMassProperties::setInertia", {xx, yy, zz, xy, xz, yz})) {
+        return false;
+    }
     m_inertia.values().assign(inertia.begin(), inertia.end());
     m_isReported = false;
+    return true;
 }
 
 std::string KrMassProperties::whyImpossible() const
@@ -118,11 +133,29 @@ std::string KrMassProperties::whyImpossible() const
                       moments[2]);
         return text;
     }
-    if (!squaredSemiAxes(mass(), moments).allFinite()) {
-        std::snprintf(text, sizeof text, "%g kg with moments up to %g kg m^2 reach to infinity", mass(), largest);
+    const double reach = std::sqrt(squaredSemiAxes(mass(), moments).maxCoeff());
+    // Written so that NaN fails too.
+    if (!(reach <= Kr::Limits::kLargestBody)) {
+        std::snprintf(text, sizeof text, "%g kg with moments up to %g kg m^2 reach %g m far", mass(), largest, reach);
+        return text;
+    }
+    if (!(centerOfMass().length() <= Kr::Limits::kLargestBody)) {
+        std::snprintf(text, sizeof text, "the centre of mass is %g m away", centerOfMass().length());
         return text;
     }
     return {};
+}
+
+bool KrMassProperties::tellWhyImpossible(const std::string& linkName) const
+{
+    const std::string reason = whyImpossible();
+    if (!reason.empty() && !m_isReported) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrMassProperties::fillEllipsoid - link \"%s\": no body is like that, %s.\n",
+                                     linkName.c_str(), reason.c_str());
+        m_isReported = true;
+    }
+    return reason.empty();
 }
 
 bool KrMassProperties::fillEllipsoid(const std::string& linkName, KrEllipsoid& ellipsoid,
@@ -132,14 +165,7 @@ bool KrMassProperties::fillEllipsoid(const std::string& linkName, KrEllipsoid& e
     if (!isGiven()) {
         return false;
     }
-    const std::string reason = whyImpossible();
-    if (!reason.empty()) {
-        if (!m_isReported) {
-            Kr::Print::instance()->write(Kr::Print::Warning,
-                                         "KrMassProperties::fillEllipsoid - link \"%s\": no body is like that, %s.\n",
-                                         linkName.c_str(), reason.c_str());
-        }
-        m_isReported = true;
+    if (!tellWhyImpossible(linkName)) {
         return false;
     }
 
@@ -170,15 +196,15 @@ void KrMassProperties::registerComponents()
     registerComponent({uri, "inertia"}, m_inertia, Presence::Optional);
 }
 
-bool KrMassProperties::validate(KrXmlReader& reader) const
+bool KrMassProperties::validate(KrXmlRefusal& refusal) const
 {
     m_isReported = false;
     // Values that no body has are kept: they cost the ellipsoid, not the file.
     if (m_inertia.size() != 6) {
-        return reader.fail("an inertia is six numbers (Ixx Iyy Izz Ixy Ixz Iyz), not %u", m_inertia.size());
+        return refusal.fail("an inertia is six numbers (Ixx Iyy Izz Ixy Ixz Iyz), not %u", m_inertia.size());
     }
     if (!std::isfinite(mass()) || !centerOfMass().isFinite() || !areFinite(inertia())) {
-        return reader.fail("mass properties are finite");
+        return refusal.fail("mass properties are finite");
     }
     return true;
 }

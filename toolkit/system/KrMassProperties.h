@@ -23,18 +23,22 @@ public:
     ~KrMassProperties() override;
 
     double mass() const { return m_mass; } ///< kg
-    void setMass(double mass);
+    /// Setters are false, after one message and without a change, for what is not finite.
+    bool setMass(double mass);
     const KrVector& centerOfMass() const { return m_centerOfMass; } ///< m
-    void setCenterOfMass(const KrVector& center);
+    bool setCenterOfMass(const KrVector& center);
     /// Ixx, Iyy, Izz, Ixy, Ixz, Iyz about the centre of mass, along the axes of the DH frame, kg m^2. The products
     /// are the tensor's elements as they stand in it (Ixy = -integral of x y dm).
     std::array<double, 6> inertia() const;
-    void setInertia(const std::array<double, 6>& inertia);
+    bool setInertia(const std::array<double, 6>& inertia);
     bool isGiven() const { return m_mass.value() != 0.0; }
 
     /// Says why no body can have these values (negative or not finite, principal moments that break the triangle
-    /// inequality, with a tolerance of 1e-6 of the largest, an ellipsoid without end); empty when one can.
+    /// inequality, with a tolerance of 1e-6 of the largest, an ellipsoid larger or farther away than
+    /// Kr::Limits::kLargestBody); empty when one can.
     std::string whyImpossible() const;
+    /// Prints that, with the name of the link, unless it was printed since the values were set; true when one can.
+    bool tellWhyImpossible(const std::string& linkName) const;
 
     /// The uniform solid ellipsoid of the same mass and principal moments, at the centre of mass, turned to the
     /// principal axes: semi-axis a = sqrt(5 (I2 + I3 - I1) / (2 m)) and cyclic; at least 1 % of the longest, so that a
@@ -52,7 +56,7 @@ public:
     void registerComponents() override;
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     KrXmlBasicType<double> m_mass = 0.0;

@@ -1,5 +1,9 @@
 #include <toolkit/system/KrPositionState.h>
 
+#include <toolkit/xml/KrXmlRefusal.h>
+
+#include <cmath>
+
 template class KrXmlObjectOf<KrPositionState, KrXmlCompoundType>;
 template class KrXmlObjectOf<KrXmlVectorType<KrPositionState>, KrXmlObject>;
 template class KrXmlVectorType<KrPositionState>;
@@ -12,6 +16,21 @@ KrPositionState::KrPositionState(KrPositionState&& other) noexcept = default;
 KrPositionState& KrPositionState::operator=(const KrPositionState& other) = default;
 KrPositionState& KrPositionState::operator=(KrPositionState&& other) noexcept = default;
 KrPositionState::~KrPositionState() = default;
+
+bool KrPositionState::setBaseTransformation(const KrCoordinateSystemTransformation& base)
+{
+    return base.checkPose("KrPositionState::setBaseTransformation") && (m_base = base, true);
+}
+
+bool KrPositionState::validate(KrXmlRefusal& refusal) const
+{
+    for (unsigned int i = 0; i < m_jointPositions.size(); ++i) {
+        if (!std::isfinite(m_jointPositions[i].value())) {
+            return refusal.fail("the position of joint %u is not finite", i);
+        }
+    }
+    return true;
+}
 
 KrXmlToken KrPositionState::token() const
 {

@@ -20,13 +20,17 @@ public:
 
     /// Base link frame to manipulator frame (the manipulator's placement stands above it).
     const KrCoordinateSystemTransformation& baseTransformation() const { return m_base; }
-    void setBaseTransformation(const KrCoordinateSystemTransformation& base) { m_base = base; }
+    /// False, after one message, and no change for what is no pose.
+    bool setBaseTransformation(const KrCoordinateSystemTransformation& base);
     /// One for every link but the base, in depth-first pre-order (fixed joints have one, too); rad or m.
     const JointPositions& jointPositions() const { return m_jointPositions; }
     JointPositions& jointPositions() { return m_jointPositions; }
 
     KrXmlToken token() const override;
     void registerComponents() override;
+
+protected:
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     KrCoordinateSystemTransformation m_base;

@@ -1,5 +1,6 @@
 #include <toolkit/system/KrShape.h>
 
+#include <toolkit/foundation/KrPrint.h>
 #include <toolkit/geometry/KrEnclosingShapes.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
 
@@ -8,6 +9,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <set>
+#include <utility>
 
 /// The enclosing shapes that were computed, and from what.
 struct KrShape::Computed
@@ -29,11 +32,69 @@ void KrShape::setPhysicalExtent(const boost::shared_ptr<KrBasePhysicalExtent>& e
     m_computed.reset();
 }
 
-void KrShape::addBoundingVolume(const boost::shared_ptr<KrShape>& volume)
+KrShape::~KrShape()
 {
-    if (volume) {
-        m_boundingVolumes.push_back(KrXmlPointerType<KrShape>(volume));
+    std::vector<boost::shared_ptr<KrShape>> open;
+    const auto take = [&open](KrShape& shape) {
+        for (KrXmlPointerType<KrShape>& volume : shape.m_boundingVolumes) {
+            open.push_back(volume.pointer());
+            volume.set(nullptr);
+        }
+    };
+    take(*this);
+    while (!open.empty()) {
+        const boost::shared_ptr<KrShape> shape = std::move(open.back());
+        open.pop_back();
+        if (shape && shape.use_count() == 1) {
+            take(*shape);
+        }
     }
+}
+
+bool KrShape::addBoundingVolume(const boost::shared_ptr<KrShape>& volume)
+{
+    if (!volume) {
+        return false;
+    }
+    if (volume.get() != this && !volume->m_boundingVolumes.empty()) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrShape::addBoundingVolume - shape %u: the volume has %u of its own; nothing is changed.\n", number(),
+            volume->m_boundingVolumes.size());
+        return false;
+    }
+    m_boundingVolumes.push_back(KrXmlPointerType<KrShape>(volume));
+    return true;
+}
+
+bool KrShape::operator==(const KrShape& other) const
+{
+    using Pair = std::pair<const KrShape*, const KrShape*>;
+    std::vector<Pair> open = {{this, &other}};
+    std::set<Pair> seen; // a shape may be its own volume
+    while (!open.empty()) {
+        const auto [a, b] = open.back();
+        open.pop_back();
+        if (!seen.emplace(a, b).second) {
+            continue;
+        }
+        if (a == nullptr || b == nullptr) {
+            if (a != b) {
+                return false;
+            }
+            continue;
+        }
+        if (a->m_extent != b->m_extent || a->m_number != b->m_number ||
+            a->m_boundingVolumes.size() != b->m_boundingVolumes.size()) {
+            return false;
+        }
+        for (unsigned int i = 0; i < a->m_boundingVolumes.size(); ++i) {
+            if (a->m_boundingVolumes[i].pointer() != b->m_boundingVolumes[i].pointer()) {
+                open.emplace_back(a->m_boundingVolumes[i].get(), b->m_boundingVolumes[i].get());
+            }
+        }
+    }
+    return true;
 }
 
 void KrShape::boundingVolumes(std::vector<const KrShape*>& list, unsigned int level) const

@@ -16,6 +16,12 @@ class KrShape : public KrXmlObjectOf<KrShape, KrXmlCompoundType>
 {
 public:
     KrShape() = default;
+    KrShape(const KrShape& other) = default;
+    KrShape(KrShape&& other) noexcept = default;
+    KrShape& operator=(const KrShape& other) = default;
+    KrShape& operator=(KrShape&& other) noexcept = default;
+    /// However long a chain of enclosing shapes was made: without recursion, as comparing.
+    ~KrShape() override;
     explicit KrShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent);
 
     /// Null when the shape has none.
@@ -30,8 +36,10 @@ public:
     void setNumber(unsigned int number) { m_number = number; }
 
     /// Appends a shape that encloses this one (the description's collision geometry, say), finer than those before it
-    /// and than the three simple solids that every shape with a surface has. It stands in for the convex hull.
-    void addBoundingVolume(const boost::shared_ptr<KrShape>& volume);
+    /// and than the three simple solids that every shape with a surface has. It stands in for the convex hull. This
+    /// shape itself ends the list for those who draw it. Nothing for null; false, after one message, and no change for
+    /// another shape that has such volumes of its own.
+    bool addBoundingVolume(const boost::shared_ptr<KrShape>& volume);
     /// Fills `list` with the enclosing shapes from `level` on, coarsest first.
     ///
     /// Level 1 is the box along the axes of the owner's frame, 2 a sphere, 3 a capsule or oriented box, whichever is
@@ -44,6 +52,7 @@ public:
     static KrShape* newFromToken(const KrXmlToken& token);
     KrXmlToken token() const override;
     void registerComponents() override;
+    bool operator==(const KrShape& other) const;
 
 private:
     struct Computed;

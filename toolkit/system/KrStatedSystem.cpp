@@ -1,6 +1,7 @@
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/system/KrLinkWalk.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <algorithm>
@@ -9,6 +10,12 @@
 
 namespace
 {
+
+// Written so that NaN fails too.
+bool isShare(double value)
+{
+    return value >= 0.0 && value <= 1.0;
+}
 
 bool isFinite(const KrCoordinateSystemTransformation& pose)
 {
@@ -66,20 +73,15 @@ void fitState(const KrManipulatorSystem& system, KrManipulatorSystemState& state
     }
 }
 
-/// The link of a joint index that counts from the first of `links`; null, and the index less what was passed, when it
-/// lies beyond them.
-const KrManipulatorLink* findLink(const KrXmlVectorType<KrManipulatorLink>& links, std::uint32_t& index)
+/// Null when no link has that joint index.
+const KrManipulatorLink* findLink(const KrIndividualManipulator& manipulator, std::uint32_t index)
 {
-    for (const KrManipulatorLink& link : links) {
-        if (index == 0) {
-            return &link;
-        }
-        --index;
-        if (const KrManipulatorLink* below = findLink(link.childLinks(), index)) {
-            return below;
-        }
+    KrLinkWalk walk(manipulator);
+    const KrManipulatorLink* link = walk.next();
+    while (link != nullptr && static_cast<std::uint32_t>(walk.index()) != index) {
+        link = walk.next();
     }
-    return nullptr;
+    return link;
 }
 
 bool refuseKey(const char* method, const KrShapeStateCacheKey& key)
@@ -166,8 +168,7 @@ bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::strin
     if (index < 0) {
         return refuseJoint(manipulator, joint, "there is no such joint");
     }
-    std::uint32_t linkIndex = static_cast<std::uint32_t>(index);
-    const KrJointKinematics& kinematics = findLink(moved.childLinks(), linkIndex)->jointKinematics();
+    const KrJointKinematics& kinematics = findLink(moved, static_cast<std::uint32_t>(index))->jointKinematics();
     if (!kinematics.isMovable()) {
         return refuseJoint(manipulator, joint, "a fixed joint does not move");
     }
@@ -196,8 +197,7 @@ const KrShape* KrStatedSystem::shapeByKey(const KrShapeStateCacheKey& key) const
     if (key.linkID() == KrShapeStateCacheKey::kBaseLink) {
         return manipulator.shape(key.shapeID());
     }
-    std::uint32_t index = key.linkID();
-    const KrManipulatorLink* link = findLink(manipulator.childLinks(), index);
+    const KrManipulatorLink* link = findLink(manipulator, key.linkID());
     return link == nullptr ? nullptr : link->shape(key.shapeID());
 }
 
@@ -228,8 +228,7 @@ void KrStatedSystem::clearSelection()
 
 bool KrStatedSystem::setTransparency(double transparency)
 {
-    // Written so that NaN fails too.
-    if (!(transparency >= 0.0 && transparency <= 1.0)) {
+    if (!isShare(transparency)) {
         Kr::Print::instance()->write(Kr::Print::Warning,
                                      "KrStatedSystem::setTransparency - %g is not between 0 and 1.\n", transparency);
         return false;
@@ -260,14 +259,18 @@ void KrStatedSystem::registerComponents()
     const std::string& uri = KrXmlNamespace::system();
     registerComponent({uri, "manipulatorSystem"}, m_system);
     registerComponent({uri, "systemState"}, m_state, Presence::Optional);
+    registerComponent({uri, "transparency"}, m_transparency, Presence::Optional);
 }
 
-bool KrStatedSystem::validate(KrXmlReader& reader) const
+bool KrStatedSystem::validate(KrXmlRefusal& refusal) const
 {
+    if (!isShare(transparency())) {
+        return refusal.fail("an opacity lies between 0 and 1, not at %g", transparency());
+    }
     // Without position states every manipulator takes its default state.
     if (m_state.positionStates().empty() && std::isfinite(m_state.time())) {
         return true;
     }
     const std::string reason = whyNoState(m_system, m_state);
-    return reason.empty() || reader.fail("%s", reason.c_str());
+    return reason.empty() || refusal.fail("%s", reason.c_str());
 }

@@ -46,7 +46,7 @@ public:
     bool isTransparencyChanged() const { return m_transparencyChanged; }
     void setTransparencyChanged(bool changed) const { m_transparencyChanged = changed; }
     /// Opacity of shapes that are not selected, in [0, 1].
-    double transparency() const { return m_transparency; }
+    double transparency() const { return m_transparency.value(); }
 
     // What an application says. Keys are checked here: false, after one message, for one that names no shape.
     bool addChangedShape(const KrShapeStateCacheKey& key);
@@ -63,11 +63,11 @@ public:
     void registerComponents() override;
     bool operator==(const KrStatedSystem& other) const
     {
-        return m_system == other.m_system && m_state == other.m_state;
+        return m_system == other.m_system && m_state == other.m_state && m_transparency == other.m_transparency;
     }
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     void becomeNew();
@@ -76,7 +76,7 @@ private:
     KrManipulatorSystemState m_state;
     std::vector<KrShapeStateCacheKey> m_changedShapes;
     std::vector<KrShapeStateCacheKey> m_selectedShapes;
-    double m_transparency = 0.3;
+    KrXmlBasicType<double> m_transparency = 0.3;
     mutable bool m_newSystem = true;
     mutable bool m_selectionChanged = false;
     mutable bool m_transparencyChanged = false;

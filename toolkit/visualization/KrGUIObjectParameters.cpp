@@ -54,11 +54,11 @@ void KrGUIObjectParameters::registerComponents()
     registerComponent({KrXmlNamespace::render(), "centerOfInterestScale"}, m_centerOfInterestScale, Presence::Optional);
 }
 
-bool KrGUIObjectParameters::validate(KrXmlReader& reader) const
+bool KrGUIObjectParameters::validate(KrXmlRefusal& refusal) const
 {
     if (!isLength(m_axisScale) || !isLength(m_globalAxisScale) || !isLength(m_centerOfInterestScale)) {
-        return reader.fail("marker sizes are finite and not below 0, not %g, %g and %g m", axisScale(),
-                           globalAxisScale(), centerOfInterestScale());
+        return refusal.fail("marker sizes are finite and not below 0, not %g, %g and %g m", axisScale(),
+                            globalAxisScale(), centerOfInterestScale());
     }
     return true;
 }

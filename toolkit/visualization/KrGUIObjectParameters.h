@@ -20,7 +20,7 @@ public:
     void registerComponents() override;
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     KrXmlBasicType<double> m_axisScale = 0.2;

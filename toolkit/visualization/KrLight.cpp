@@ -1,8 +1,19 @@
 #include <toolkit/visualization/KrLight.h>
 
+#include <toolkit/foundation/KrNumberCheck.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <cmath>
+
+namespace
+{
+
+bool isColor(const char* method, const KrColor& color)
+{
+    return Kr::NumberCheck::areShares(method, {color.red(), color.green(), color.blue(), color.alpha()});
+}
+
+} // namespace
 
 template class KrXmlObjectOf<KrLight, KrXmlCompoundType>;
 
@@ -12,6 +23,60 @@ KrLight::KrLight(KrLight&& other) noexcept = default;
 KrLight& KrLight::operator=(const KrLight& other) = default;
 KrLight& KrLight::operator=(KrLight&& other) noexcept = default;
 KrLight::~KrLight() = default;
+
+bool KrLight::setAmbient(const KrColor& color)
+{
+    return isColor("KrLight::setAmbient", color) && (m_ambient = color, true);
+}
+
+bool KrLight::setDiffuse(const KrColor& color)
+{
+    return isColor("KrLight::setDiffuse", color) && (m_diffuse = color, true);
+}
+
+bool KrLight::setSpecular(const KrColor& color)
+{
+    return isColor("KrLight::setSpecular", color) && (m_specular = color, true);
+}
+
+bool KrLight::setPosition(const KrVector& position)
+{
+    return Kr::NumberCheck::areFinite("KrLight::setPosition", {position.x(), position.y(), position.z()}) &&
+           (m_position = position, true);
+}
+
+bool KrLight::setDirection(const KrVector& direction)
+{
+    return Kr::NumberCheck::areFinite("KrLight::setDirection", {direction.x(), direction.y(), direction.z()}) &&
+           (m_direction = direction, true);
+}
+
+bool KrLight::setSpotExponent(double exponent)
+{
+    return Kr::NumberCheck::areSizes("KrLight::setSpotExponent", {exponent}) && (m_spotExponent = exponent, true);
+}
+
+bool KrLight::setSpotCutoff(double angle)
+{
+    return Kr::NumberCheck::areSizes("KrLight::setSpotCutoff", {angle}) && (m_spotCutoff = angle, true);
+}
+
+bool KrLight::setConstantAttenuation(double factor)
+{
+    return Kr::NumberCheck::areSizes("KrLight::setConstantAttenuation", {factor}) &&
+           (m_constantAttenuation = factor, true);
+}
+
+bool KrLight::setLinearAttenuation(double factor)
+{
+    return Kr::NumberCheck::areSizes("KrLight::setLinearAttenuation", {factor}) && (m_linearAttenuation = factor, true);
+}
+
+bool KrLight::setQuadraticAttenuation(double factor)
+{
+    return Kr::NumberCheck::areSizes("KrLight::setQuadraticAttenuation", {factor}) &&
+           (m_quadraticAttenuation = factor, true);
+}
 
 KrXmlToken KrLight::token() const
 {
@@ -36,17 +101,17 @@ void KrLight::registerComponents()
     registerComponent({uri, "quadraticAttenuation"}, m_quadraticAttenuation, Presence::Optional);
 }
 
-bool KrLight::validate(KrXmlReader& reader) const
+bool KrLight::validate(KrXmlRefusal& refusal) const
 {
     if (!position().isFinite() || !direction().isFinite()) {
-        return reader.fail("a light's position and direction are finite");
+        return refusal.fail("a light's position and direction are finite");
     }
     for (const double value :
          {spotExponent(), spotCutoff(), constantAttenuation(), linearAttenuation(), quadraticAttenuation()}) {
         // Written so that NaN fails too.
         if (!(value >= 0.0 && std::isfinite(value))) {
-            return reader.fail("a light's exponent, cut-off angle and attenuations are finite and not below 0, not %g",
-                               value);
+            return refusal.fail("a light's exponent, cut-off angle and attenuations are finite and not below 0, not %g",
+                                value);
         }
     }
     return true;

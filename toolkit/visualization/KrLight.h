@@ -6,6 +6,9 @@
 #include <toolkit/xml/KrXmlCompoundType.h>
 
 /// One light, as OpenGL's fixed pipeline understands it.
+///
+/// A setter that tells so is false, after one message and without a change, for a number that a light cannot have:
+/// colours lie between 0 and 1, everything else is finite, and sizes, angles and factors are not below 0.
 class KrLight : public KrXmlObjectOf<KrLight, KrXmlCompoundType>
 {
 public:
@@ -21,34 +24,34 @@ public:
     bool isOn() const { return m_on.value(); }
     void setOn(bool on) { m_on = on; }
     const KrColor& ambient() const { return m_ambient; }
-    void setAmbient(const KrColor& color) { m_ambient = color; }
+    bool setAmbient(const KrColor& color);
     const KrColor& diffuse() const { return m_diffuse; }
-    void setDiffuse(const KrColor& color) { m_diffuse = color; }
+    bool setDiffuse(const KrColor& color);
     const KrColor& specular() const { return m_specular; }
-    void setSpecular(const KrColor& color) { m_specular = color; }
+    bool setSpecular(const KrColor& color);
     /// World frame, m; for a directional light the direction towards the light.
     const KrVector& position() const { return m_position; }
-    void setPosition(const KrVector& position) { m_position = position; }
+    bool setPosition(const KrVector& position);
     bool isPositional() const { return m_positional.value(); }
     void setPositional(bool on) { m_positional = on; }
     const KrVector& direction() const { return m_direction; } ///< of a spot light, world frame
-    void setDirection(const KrVector& direction) { m_direction = direction; }
+    bool setDirection(const KrVector& direction);
     double spotExponent() const { return m_spotExponent; }
-    void setSpotExponent(double exponent) { m_spotExponent = exponent; }
+    bool setSpotExponent(double exponent);
     double spotCutoff() const { return m_spotCutoff; } ///< rad, half the cone's angle; pi for no cone
-    void setSpotCutoff(double angle) { m_spotCutoff = angle; }
+    bool setSpotCutoff(double angle);
     double constantAttenuation() const { return m_constantAttenuation; }
-    void setConstantAttenuation(double factor) { m_constantAttenuation = factor; }
+    bool setConstantAttenuation(double factor);
     double linearAttenuation() const { return m_linearAttenuation; } ///< 1/m
-    void setLinearAttenuation(double factor) { m_linearAttenuation = factor; }
+    bool setLinearAttenuation(double factor);
     double quadraticAttenuation() const { return m_quadraticAttenuation; } ///< 1/m^2
-    void setQuadraticAttenuation(double factor) { m_quadraticAttenuation = factor; }
+    bool setQuadraticAttenuation(double factor);
 
     KrXmlToken token() const override;
     void registerComponents() override;
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     KrXmlBasicType<bool> m_atEye = false;

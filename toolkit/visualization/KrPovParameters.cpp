@@ -1,11 +1,27 @@
 #include <toolkit/visualization/KrPovParameters.h>
 
+#include <toolkit/foundation/KrNumberCheck.h>
+#include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
+
+#include <string>
 
 namespace
 {
 
 constexpr double kPi = 3.14159265358979324;
+
+bool isFinite(const char* method, const KrVector& vector)
+{
+    const std::string name = std::string("KrPovParameters::") + method;
+    return Kr::NumberCheck::areFinite(name.c_str(), {vector.x(), vector.y(), vector.z()});
+}
+
+// Written so that NaN fails too.
+bool isFieldOfView(double angle)
+{
+    return angle > 0.0 && angle < kPi;
+}
 
 } // namespace
 
@@ -23,13 +39,57 @@ double KrPovParameters::viewingDistance() const
     return (centerOfInterest() - eyepoint()).length();
 }
 
-void KrPovParameters::setFromViewTransformationAndDistance(const KrCoordinateSystemTransformation& view,
+bool KrPovParameters::setEyepoint(const KrVector& eye)
+{
+    return isFinite("setEyepoint", eye) && (m_eyepoint = eye, true);
+}
+
+bool KrPovParameters::setCenterOfInterest(const KrVector& center)
+{
+    return isFinite("setCenterOfInterest", center) && (m_centerOfInterest = center, true);
+}
+
+bool KrPovParameters::setUp(const KrVector& up)
+{
+    if (!isFinite("setUp", up)) {
+        return false;
+    }
+    if (!(up.length() > 0.0)) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrPovParameters::setUp - a vector without length has no direction; nothing is changed.\n");
+        return false;
+    }
+    m_up = up;
+    return true;
+}
+
+bool KrPovParameters::setFieldOfView(double angle)
+{
+    if (!isFieldOfView(angle)) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrPovParameters::setFieldOfView - %g rad is not between 0 and pi; nothing is changed.\n", angle);
+        return false;
+    }
+    m_fieldOfView = angle;
+    return true;
+}
+
+bool KrPovParameters::setFromViewTransformationAndDistance(const KrCoordinateSystemTransformation& view,
                                                            double distance)
 {
     const KrVector eye = view.translation();
+    const KrVector center = eye + view.transformDirection(KrVector(0.0, 0.0, -distance));
+    const KrVector up = view.transformDirection(KrVector(0.0, 1.0, 0.0));
+    const char* const method = "setFromViewTransformationAndDistance";
+    if (!isFinite(method, eye) || !isFinite(method, center) || !isFinite(method, up)) {
+        return false;
+    }
     m_eyepoint = eye;
-    m_centerOfInterest = eye + view.transformDirection(KrVector(0.0, 0.0, -distance));
-    m_up = view.transformDirection(KrVector(0.0, 1.0, 0.0));
+    m_centerOfInterest = center;
+    m_up = up;
+    return true;
 }
 
 KrXmlToken KrPovParameters::token() const
@@ -46,20 +106,19 @@ void KrPovParameters::registerComponents()
     registerComponent({uri, "fieldOfView"}, m_fieldOfView, Presence::Optional);
 }
 
-bool KrPovParameters::validate(KrXmlReader& reader) const
+bool KrPovParameters::validate(KrXmlRefusal& refusal) const
 {
     if (!eyepoint().isFinite() || !centerOfInterest().isFinite() || !up().isFinite()) {
-        return reader.fail("a point of view is made of finite numbers");
+        return refusal.fail("a point of view is made of finite numbers");
     }
     if (!(viewingDistance() > 0.0)) {
-        return reader.fail("the eye point is its own centre of interest: it looks nowhere");
+        return refusal.fail("the eye point is its own centre of interest: it looks nowhere");
     }
     if (!(up().length() > 0.0)) {
-        return reader.fail("the up vector has no direction");
+        return refusal.fail("the up vector has no direction");
     }
-    // Written so that NaN fails too.
-    if (!(fieldOfView() > 0.0 && fieldOfView() < kPi)) {
-        return reader.fail("the field of view is between 0 and pi rad, not %g", fieldOfView());
+    if (!isFieldOfView(fieldOfView())) {
+        return refusal.fail("the field of view is between 0 and pi rad, not %g", fieldOfView());
     }
     return true;
 }

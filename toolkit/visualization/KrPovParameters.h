@@ -6,6 +6,8 @@
 #include <toolkit/xml/KrXmlCompoundType.h>
 
 /// A point of view: where the eye is, what it looks at, which way is up. World frame, metres.
+///
+/// Each setter is false, after one message and without a change, for what is not finite and for what it says.
 class KrPovParameters : public KrXmlObjectOf<KrPovParameters, KrXmlCompoundType>
 {
 public:
@@ -17,25 +19,26 @@ public:
     ~KrPovParameters() override;
 
     const KrVector& eyepoint() const { return m_eyepoint; }
-    void setEyepoint(const KrVector& eye) { m_eyepoint = eye; }
+    bool setEyepoint(const KrVector& eye);
     const KrVector& centerOfInterest() const { return m_centerOfInterest; }
-    void setCenterOfInterest(const KrVector& center) { m_centerOfInterest = center; }
+    bool setCenterOfInterest(const KrVector& center);
     const KrVector& up() const { return m_up; }
-    void setUp(const KrVector& up) { m_up = up; }
+    /// Of any length but zero.
+    bool setUp(const KrVector& up);
     /// Full vertical angle, rad, in (0, pi).
     double fieldOfView() const { return m_fieldOfView; }
-    void setFieldOfView(double angle) { m_fieldOfView = angle; }
+    bool setFieldOfView(double angle);
     /// From the eye to the centre of interest.
     double viewingDistance() const;
 
     /// Looks along the -z axis of `view` (camera to world, y up) from its origin at what is `distance` m away.
-    void setFromViewTransformationAndDistance(const KrCoordinateSystemTransformation& view, double distance);
+    bool setFromViewTransformationAndDistance(const KrCoordinateSystemTransformation& view, double distance);
 
     KrXmlToken token() const override;
     void registerComponents() override;
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     KrXmlVector m_eyepoint = KrVector(3.0, -3.0, 2.0);

@@ -1,8 +1,27 @@
 #include <toolkit/visualization/KrRenderParameters.h>
 
+#include <toolkit/foundation/KrNumberCheck.h>
+#include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <cmath>
+
+namespace
+{
+
+bool isDistance(const char* method, double distance)
+{
+    // Written so that NaN fails too.
+    const bool isGood = distance > 0.0 && std::isfinite(distance);
+    if (!isGood) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRenderParameters::%s - no plane lies at %g m; nothing is changed.\n", method,
+                                     distance);
+    }
+    return isGood;
+}
+
+} // namespace
 
 template class KrXmlObjectOf<KrRenderParameters, KrXmlCompoundType>;
 
@@ -12,6 +31,23 @@ KrRenderParameters::KrRenderParameters(KrRenderParameters&& other) noexcept = de
 KrRenderParameters& KrRenderParameters::operator=(const KrRenderParameters& other) = default;
 KrRenderParameters& KrRenderParameters::operator=(KrRenderParameters&& other) noexcept = default;
 KrRenderParameters::~KrRenderParameters() = default;
+
+bool KrRenderParameters::setNearClipping(double distance)
+{
+    return isDistance("setNearClipping", distance) && (m_nearClipping = distance, true);
+}
+
+bool KrRenderParameters::setFarClipping(double distance)
+{
+    return isDistance("setFarClipping", distance) && (m_farClipping = distance, true);
+}
+
+bool KrRenderParameters::setBackgroundColor(const KrColor& color)
+{
+    return Kr::NumberCheck::areShares("KrRenderParameters::setBackgroundColor",
+                                      {color.red(), color.green(), color.blue(), color.alpha()}) &&
+           (m_backgroundColor = color, true);
+}
 
 KrXmlToken KrRenderParameters::token() const
 {
@@ -27,12 +63,12 @@ void KrRenderParameters::registerComponents()
     registerComponent({uri, "backgroundColor"}, m_backgroundColor, Presence::Optional);
 }
 
-bool KrRenderParameters::validate(KrXmlReader& reader) const
+bool KrRenderParameters::validate(KrXmlRefusal& refusal) const
 {
     // Written so that NaN fails too.
     if (!(nearClipping() > 0.0 && farClipping() > nearClipping() && std::isfinite(farClipping()))) {
-        return reader.fail("the clipping planes lie at 0 < near < far, finite, not at %g and %g m", nearClipping(),
-                           farClipping());
+        return refusal.fail("the clipping planes lie at 0 < near < far, finite, not at %g and %g m", nearClipping(),
+                            farClipping());
     }
     return true;
 }

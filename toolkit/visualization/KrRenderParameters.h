@@ -5,6 +5,9 @@
 #include <toolkit/xml/KrXmlCompoundType.h>
 
 /// Clipping planes and background of a scene window.
+///
+/// A setter that tells so is false, after one message and without a change, for a distance that is not above 0 and
+/// finite and for a colour that does not lie between 0 and 1.
 class KrRenderParameters : public KrXmlObjectOf<KrRenderParameters, KrXmlCompoundType>
 {
 public:
@@ -19,17 +22,17 @@ public:
     bool isAutoClipping() const { return m_autoClipping.value(); }
     void setAutoClipping(bool on) { m_autoClipping = on; }
     double nearClipping() const { return m_nearClipping; } ///< m from the eye
-    void setNearClipping(double distance) { m_nearClipping = distance; }
+    bool setNearClipping(double distance);
     double farClipping() const { return m_farClipping; } ///< m from the eye
-    void setFarClipping(double distance) { m_farClipping = distance; }
+    bool setFarClipping(double distance);
     const KrColor& backgroundColor() const { return m_backgroundColor; }
-    void setBackgroundColor(const KrColor& color) { m_backgroundColor = color; }
+    bool setBackgroundColor(const KrColor& color);
 
     KrXmlToken token() const override;
     void registerComponents() override;
 
 protected:
-    bool validate(KrXmlReader& reader) const override;
+    bool validate(KrXmlRefusal& refusal) const override;
 
 private:
     KrXmlBasicType<bool> m_autoClipping = true;

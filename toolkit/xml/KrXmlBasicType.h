@@ -34,9 +34,13 @@ public:
     bool read(KrXmlReader& reader) override;
     bool write(KrXmlWriter& writer) const override
     {
-        std::string text;
-        KrXmlText::append(text, m_value);
-        return writer.text(text);
+        if constexpr (std::is_same_v<T, std::string>) {
+            return writer.string(m_value);
+        } else {
+            std::string text;
+            KrXmlText::append(text, m_value);
+            return writer.text(text);
+        }
     }
     KrXmlToken token() const override { return {KrXmlNamespace::core(), tokenName()}; }
     void writeSchemaContent(KrXmlSchema& schema) const override { schema.text(KrXmlSchema::typeFor<T>()); }
@@ -66,15 +70,22 @@ template <typename T>
 bool KrXmlBasicType<T>::read(KrXmlReader& reader)
 {
     std::string content;
-    if (!reader.text(content)) {
-        return false;
+    if constexpr (std::is_same_v<T, std::string>) {
+        if (!reader.string(content)) {
+            return false;
+        }
+        m_value = std::move(content);
+    } else {
+        if (!reader.text(content)) {
+            return false;
+        }
+        std::string_view rest = content;
+        T value = T();
+        if (!KrXmlText::take(rest, value) || !KrXmlText::atEnd(rest)) {
+            return reader.fail("\"%.40s\" is no %s", content.c_str(), tokenName());
+        }
+        m_value = value;
     }
-    std::string_view rest = content;
-    T value = T();
-    if (!KrXmlText::take(rest, value) || !KrXmlText::atEnd(rest)) {
-        return reader.fail("\"%.40s\" is no %s", content.c_str(), tokenName());
-    }
-    m_value = std::move(value);
     return true;
 }
 

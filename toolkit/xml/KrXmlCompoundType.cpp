@@ -6,30 +6,85 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
-KrXmlCompoundType::KrXmlCompoundType(const KrXmlCompoundType& other) noexcept
-    : KrXmlObject(other)
+/// An object that is being read, and how far.
+struct KrXmlCompoundType::Reading
 {
-}
-
-KrXmlCompoundType& KrXmlCompoundType::operator=(const KrXmlCompoundType& other)
-{
-    KrXmlObject::operator=(other);
-    return *this;
-}
-
-const std::vector<KrXmlCompoundType::Component>& KrXmlCompoundType::components() const
-{
-    if (m_components.empty()) {
-        // Only pointers to members are noted: the value stays as it is.
-        const_cast<KrXmlCompoundType*>(this)->registerComponents();
+    explicit Reading(KrXmlCompoundType& read)
+        : object(&read)
+        , components(read.components())
+        , seen(components.size(), false)
+    {
     }
-    return m_components;
+    KrXmlCompoundType* object;
+    Components components;
+    std::vector<bool> seen;
+    bool isAtChildren = false; ///< the reader is inside the list of the object's children
+};
+
+/// An object that is being written, and how far.
+struct KrXmlCompoundType::Writing
+{
+    explicit Writing(const KrXmlCompoundType& written)
+        : object(&written)
+        , components(written.components())
+    {
+    }
+    const KrXmlCompoundType* object;
+    Components components;
+    std::size_t next = 0;
+    unsigned int nextChild = 0;
+    bool isAtChildren = false;
+};
+
+namespace
+{
+
+/// Where `registerComponent` puts what it is given, in this thread.
+thread_local void* t_components = nullptr;
+
+} // namespace
+
+KrXmlCompoundType::KrXmlCompoundType(const KrXmlCompoundType&) noexcept = default;
+KrXmlCompoundType& KrXmlCompoundType::operator=(const KrXmlCompoundType&) = default;
+
+/// Asked for anew each time: kept in every object, the tokens would be most of what a link weighs.
+KrXmlCompoundType::Components KrXmlCompoundType::components() const
+{
+    Components result;
+    void* const outer = std::exchange(t_components, &result);
+    // Only pointers to members are noted: the value stays as it is.
+    const_cast<KrXmlCompoundType*>(this)->registerComponents();
+    t_components = outer;
+    return result;
+}
+
+void KrXmlCompoundType::add(const Component& component)
+{
+    if (t_components != nullptr) {
+        static_cast<Components*>(t_components)->push_back(component);
+    }
 }
 
 void KrXmlCompoundType::registerComponent(const KrXmlToken& token, KrXmlObject& member, Presence presence)
 {
-    m_components.push_back({token, &member, presence});
+    add({token, &member, presence, false});
+}
+
+void KrXmlCompoundType::registerChildren(const KrXmlToken& token, KrXmlObject& list)
+{
+    add({token, &list, Presence::Optional, true});
+}
+
+const KrXmlCompoundType* KrXmlCompoundType::child(unsigned int) const
+{
+    return nullptr;
+}
+
+KrXmlCompoundType* KrXmlCompoundType::appendChild()
+{
+    return nullptr;
 }
 
 bool KrXmlCompoundType::xmlInit()
@@ -40,6 +95,10 @@ bool KrXmlCompoundType::xmlInit()
 
 bool KrXmlCompoundType::read(KrXmlReader& reader)
 {
+    const KrXmlReader::Nesting nesting(reader);
+    if (reader.failed()) {
+        return false;
+    }
     if (reader.isScratch()) {
         return readInPlace(reader);
     }
@@ -48,29 +107,55 @@ bool KrXmlCompoundType::read(KrXmlReader& reader)
     return fresh->read(reader) && assign(*fresh);
 }
 
+/// With a stack of its own for children, since a file may hang as many of them under each other as it likes.
 bool KrXmlCompoundType::readInPlace(KrXmlReader& reader)
 {
-    std::vector<bool> seen(components().size(), false);
-    return readComponents(reader, seen) && settleAbsent(reader, seen) && completeRead(reader) && validate(reader);
-}
-
-bool KrXmlCompoundType::readComponents(KrXmlReader& reader, std::vector<bool>& seen)
-{
+    std::vector<Reading> stack;
+    stack.emplace_back(*this);
     reader.enter();
-    while (reader.nextChild()) {
+    while (!stack.empty()) {
+        Reading& top = stack.back();
+        if (!reader.nextChild()) {
+            if (reader.failed()) {
+                return false;
+            }
+            if (top.isAtChildren) {
+                top.isAtChildren = false;
+                continue;
+            }
+            if (!top.object->settleAbsent(reader, top) || !top.object->completeRead(reader) ||
+                !top.object->validate(reader)) {
+                return false;
+            }
+            stack.pop_back();
+            continue;
+        }
+        if (top.isAtChildren) {
+            KrXmlCompoundType& child = *top.object->appendChild();
+            if (reader.element() != child.token()) {
+                return reader.fail("expected element \"%s\"", child.token().name.c_str());
+            }
+            stack.emplace_back(child);
+            reader.enter();
+            continue;
+        }
         const auto found =
-            std::find_if(m_components.begin(), m_components.end(),
+            std::find_if(top.components.begin(), top.components.end(),
                          [&reader](const Component& component) { return component.token == reader.element(); });
-        if (found == m_components.end()) {
-            return reader.fail("\"%s\" (namespace \"%s\") has no such element", token().name.c_str(),
+        if (found == top.components.end()) {
+            return reader.fail("\"%s\" (namespace \"%s\") has no such element", top.object->token().name.c_str(),
                                reader.element().uri.c_str());
         }
-        const auto index = static_cast<std::size_t>(found - m_components.begin());
-        if (seen[index]) {
+        const auto index = static_cast<std::size_t>(found - top.components.begin());
+        if (top.seen[index]) {
             return reader.fail("the element stands twice");
         }
-        seen[index] = true;
-        if (!found->member->read(reader)) {
+        top.seen[index] = true;
+        if (found->areChildren) {
+            found->member->xmlInit();
+            reader.enter();
+            top.isAtChildren = true;
+        } else if (!found->member->read(reader)) {
             return false;
         }
     }
@@ -78,22 +163,24 @@ bool KrXmlCompoundType::readComponents(KrXmlReader& reader, std::vector<bool>& s
 }
 
 /// Components that were not in the document get the values of a new object; none of them may be required.
-bool KrXmlCompoundType::settleAbsent(KrXmlReader& reader, const std::vector<bool>& seen)
+bool KrXmlCompoundType::settleAbsent(KrXmlReader& reader, const Reading& reading)
 {
-    if (std::find(seen.begin(), seen.end(), false) == seen.end()) {
+    if (std::find(reading.seen.begin(), reading.seen.end(), false) == reading.seen.end()) {
         return true;
     }
     const std::unique_ptr<KrXmlObject> fresh(newObject());
     const auto* const defaults = dynamic_cast<const KrXmlCompoundType*>(fresh.get());
-    for (std::size_t i = 0; i < seen.size(); ++i) {
-        if (seen[i]) {
+    const Components defaultComponents = defaults == nullptr ? Components() : defaults->components();
+    for (std::size_t i = 0; i < reading.seen.size(); ++i) {
+        if (reading.seen[i]) {
             continue;
         }
-        if (m_components[i].presence == Presence::Required) {
-            return reader.fail("element \"%s\" is missing", m_components[i].token.name.c_str());
+        const Component& component = reading.components[i];
+        if (component.presence == Presence::Required) {
+            return reader.fail("element \"%s\" is missing", component.token.name.c_str());
         }
-        if (defaults != nullptr && !m_components[i].member->assign(*defaults->components()[i].member)) {
-            return reader.fail("element \"%s\" has no default", m_components[i].token.name.c_str());
+        if (defaults != nullptr && !component.member->assign(*defaultComponents[i].member)) {
+            return reader.fail("element \"%s\" has no default", component.token.name.c_str());
         }
     }
     return true;
@@ -104,35 +191,116 @@ bool KrXmlCompoundType::completeRead(KrXmlReader&)
     return true;
 }
 
-bool KrXmlCompoundType::validate(KrXmlReader&) const
+bool KrXmlCompoundType::validate(KrXmlRefusal&) const
 {
     return true;
 }
 
 bool KrXmlCompoundType::write(KrXmlWriter& writer) const
 {
-    for (const Component& component : components()) {
-        if (!writer.beginElement(component.token) || !component.member->write(writer) || !writer.endElement()) {
+    const KrXmlWriter::Nesting nesting(writer);
+    if (writer.failed() || !validate(writer)) {
+        return false;
+    }
+    std::vector<Writing> stack;
+    stack.emplace_back(*this);
+    while (!stack.empty()) {
+        Writing& top = stack.back();
+        if (top.isAtChildren) {
+            const KrXmlCompoundType* const child = top.object->child(top.nextChild++);
+            if (child == nullptr) {
+                top.isAtChildren = false;
+                if (!writer.endElement()) {
+                    return false;
+                }
+                continue;
+            }
+            if (!writer.beginElement(child->token()) || !child->validate(writer)) {
+                return false;
+            }
+            stack.emplace_back(*child);
+            continue;
+        }
+        if (top.next == top.components.size()) {
+            stack.pop_back();
+            // The tags of this object itself are the caller's.
+            if (!stack.empty() && !writer.endElement()) {
+                return false;
+            }
+            continue;
+        }
+        const Component& component = top.components[top.next++];
+        if (!writer.beginElement(component.token)) {
+            return false;
+        }
+        if (component.areChildren) {
+            top.isAtChildren = true;
+        } else if (!component.member->write(writer) || !writer.endElement()) {
             return false;
         }
     }
     return true;
 }
 
+void KrXmlCompoundType::countShared(KrXmlWriter& writer) const
+{
+    const KrXmlWriter::Nesting nesting(writer);
+    std::vector<const KrXmlCompoundType*> open = {this};
+    while (!open.empty() && !writer.failed()) {
+        const KrXmlCompoundType* const object = open.back();
+        open.pop_back();
+        for (const Component& component : object->components()) {
+            if (!component.areChildren) {
+                component.member->countShared(writer);
+            }
+        }
+        for (unsigned int i = 0; object->child(i) != nullptr; ++i) {
+            open.push_back(object->child(i));
+        }
+    }
+}
+
 void KrXmlCompoundType::writeSchemaContent(KrXmlSchema& schema) const
 {
+    const Components all = components();
     std::vector<KrXmlSchema::Child> children;
-    for (const Component& component : components()) {
+    for (const Component& component : all) {
         children.push_back({component.token, component.member, component.presence == Presence::Required});
     }
     schema.childrenInAnyOrder(children);
 }
 
+bool KrXmlCompoundType::isEqualButForChildren(const KrXmlCompoundType& a, const KrXmlCompoundType& b)
+{
+    const Components ours = a.components();
+    const Components theirs = b.components();
+    return std::equal(ours.begin(), ours.end(), theirs.begin(), theirs.end(),
+                      [](const Component& one, const Component& other) {
+                          return one.token == other.token && one.areChildren == other.areChildren &&
+                                 (one.areChildren || one.member->equality(other.member));
+                      });
+}
+
 bool KrXmlCompoundType::operator==(const KrXmlCompoundType& other) const
 {
-    const std::vector<Component>& ours = components();
-    const std::vector<Component>& theirs = other.components();
-    return std::equal(
-        ours.begin(), ours.end(), theirs.begin(), theirs.end(),
-        [](const Component& a, const Component& b) { return a.token == b.token && a.member->equality(b.member); });
+    std::vector<std::pair<const KrXmlCompoundType*, const KrXmlCompoundType*>> open = {{this, &other}};
+    while (!open.empty()) {
+        const auto [a, b] = open.back();
+        open.pop_back();
+        if (!isEqualButForChildren(*a, *b)) {
+            return false;
+        }
+        for (unsigned int i = 0;; ++i) {
+            const KrXmlCompoundType* const ours = a->child(i);
+            const KrXmlCompoundType* const theirs = b->child(i);
+            if ((ours == nullptr) != (theirs == nullptr)) {
+                return false;
+            }
+            if (ours == nullptr) {
+                break;
+            }
+            open.emplace_back(ours, theirs);
+        }
+    }
+    return true;
 }

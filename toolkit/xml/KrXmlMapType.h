@@ -44,6 +44,13 @@ public:
         const Entry entry;
         schema.repeated(entry.token(), entry);
     }
+    void countShared(KrXmlWriter& writer) const override
+    {
+        for (const auto& [key, value] : m_values) {
+            key.countShared(writer);
+            value.countShared(writer);
+        }
+    }
 
     friend bool operator==(const KrXmlMapType& a, const KrXmlMapType& b) { return a.m_values == b.m_values; }
     friend bool operator!=(const KrXmlMapType& a, const KrXmlMapType& b) { return !(a == b); }

@@ -151,6 +151,7 @@ Outcome writeDocument(const KrXmlObject& object, std::ostream& stream)
 {
     try {
         KrXmlWriter writer(stream);
+        object.countShared(writer);
         const bool isWritten = writer.beginElement(object.token()) && object.write(writer) && writer.endElement();
         if (writer.finish() && isWritten) {
             return Outcome::Written;
@@ -278,6 +279,8 @@ bool KrXmlObject::writeSchema(std::ostream& stream) const
     KrXmlSchema(token(), *this).write(stream);
     return bool(stream.flush());
 }
+
+void KrXmlObject::countShared(KrXmlWriter&) const {}
 
 void KrXmlObject::writeSchemaContent(KrXmlSchema& schema) const
 {

@@ -55,6 +55,9 @@ public:
     bool writeSchema(std::ostream& stream) const;
     /// Describes the inside of the element for writeSchema.
     virtual void writeSchemaContent(KrXmlSchema& schema) const;
+    /// Counts in `writer` what pointers inside of this object refer to: KrXmlWriter::countShared. A class that holds
+    /// other objects passes it on to them.
+    virtual void countShared(KrXmlWriter& writer) const;
 
 protected:
     KrXmlObject() = default;

@@ -10,7 +10,7 @@
 /// A shared object of a class derived from `Base`, or none.
 ///
 /// The child element names the class: `static Base* Base::newFromToken(const KrXmlToken&)` makes a new
-/// object for a token, or gives null. An object that several pointers share is written once, with an
+/// object for a token, or gives null. An object that several pointers of a document share is written once, with an
 /// "id" attribute, and as an element with a "ref" attribute afterwards; reading shares it again.
 /// Copies share the object; comparing compares what is pointed to. None is written as an empty element.
 template <typename Base>
@@ -36,6 +36,12 @@ public:
     bool write(KrXmlWriter& writer) const override;
     KrXmlToken token() const override { return {KrXmlNamespace::core(), "item"}; }
     void writeSchemaContent(KrXmlSchema& schema) const override { schema.oneOfAnyClass(); }
+    void countShared(KrXmlWriter& writer) const override
+    {
+        if (m_object && writer.countShared(m_object.get())) {
+            m_object->countShared(writer);
+        }
+    }
 
     friend bool operator==(const KrXmlPointerType& a, const KrXmlPointerType& b)
     {
@@ -96,11 +102,14 @@ bool KrXmlPointerType<Base>::write(KrXmlWriter& writer) const
     if (!m_object) {
         return true;
     }
+    if (writer.isOpen(m_object.get())) {
+        return writer.fail("an object holds itself");
+    }
     if (!writer.beginElement(m_object->token())) {
         return false;
     }
-    // Objects that only this pointer holds need no id.
-    if (m_object.use_count() > 1) {
+    // What the document refers to once needs no id, whoever else holds it.
+    if (writer.isShared(m_object.get())) {
         const std::string before = writer.sharedId(m_object.get());
         if (!before.empty()) {
             return writer.attribute("ref", before) && writer.endElement();
@@ -109,5 +118,9 @@ bool KrXmlPointerType<Base>::write(KrXmlWriter& writer) const
             return false;
         }
     }
-    return m_object->write(writer) && writer.endElement();
+    const void* const object = m_object.get();
+    writer.setOpen(object, true);
+    const bool isWritten = m_object->write(writer) && writer.endElement();
+    writer.setOpen(object, false);
+    return isWritten;
 }

@@ -1,7 +1,9 @@
 #include <toolkit/xml/KrXmlReader.h>
 
+#include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlObject.h>
+#include <toolkit/xml/KrXmlText.h>
 
 #include <libxml/SAX2.h>
 #include <libxml/parser.h>
@@ -9,8 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
@@ -24,10 +24,7 @@
 namespace
 {
 
-constexpr std::size_t kDepthLimit = 1024;
 constexpr std::size_t kChunkSize = 64 * 1024;
-/// The longest single tag or comment, in bytes.
-constexpr std::size_t kMarkupLimit = 4 * 1024 * 1024;
 
 #if LIBXML_VERSION >= 21200
 using XmlErrorPointer = const xmlError*;
@@ -202,8 +199,8 @@ void KrXmlReader::Private::onStart(void* self, const xmlChar* name, const xmlCha
 {
     Private& reader = *static_cast<Private*>(self);
     reader.guarded([&] {
-        if (++reader.parseDepth > kDepthLimit) {
-            reader.trouble("elements are nested deeper than " + std::to_string(kDepthLimit));
+        if (++reader.parseDepth > Kr::Limits::kElementDepth) {
+            reader.trouble("elements are nested deeper than " + std::to_string(Kr::Limits::kElementDepth));
             return;
         }
         Event event;
@@ -331,7 +328,7 @@ bool KrXmlReader::Private::fill()
     }
     isInputAtEnd = count == 0;
     bytesSinceEvent += static_cast<std::size_t>(count);
-    if (bytesSinceEvent > kMarkupLimit) {
+    if (bytesSinceEvent > Kr::Limits::kMarkupBytes) {
         return report(line(), "a tag or comment is longer than 4 MiB");
     }
     xmlParseChunk(parser.get(), chunk.data(), static_cast<int>(count), isInputAtEnd ? 1 : 0);
@@ -504,6 +501,17 @@ bool KrXmlReader::text(std::string& out)
     return !m_private->hasFailed && m_private->leaveElement(&out);
 }
 
+bool KrXmlReader::string(std::string& out)
+{
+    std::string encoding;
+    const bool isEncoded = attribute("encoding", encoding);
+    if (isEncoded && encoding != KrXmlText::kPercent) {
+        return fail("a text in the encoding \"%.40s\" is not known here", encoding.c_str());
+    }
+    return text(out) && (!isEncoded || KrXmlText::decodePercent(out) ||
+                         fail("\"%.40s\" is no text with bytes as %%XX", out.c_str()));
+}
+
 bool KrXmlReader::skip()
 {
     return !m_private->hasFailed && m_private->leaveElement(nullptr);
@@ -518,14 +526,9 @@ bool KrXmlReader::finish()
     return !reader.hasFailed;
 }
 
-bool KrXmlReader::fail(const char* format, ...)
+void KrXmlReader::refuse(const char* reason)
 {
-    char reason[512];
-    std::va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(reason, sizeof reason, format, arguments);
-    va_end(arguments);
-    return m_private->report(m_private->current.line, reason);
+    m_private->report(m_private->current.line, reason);
 }
 
 bool KrXmlReader::failed() const

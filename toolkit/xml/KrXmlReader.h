@@ -1,5 +1,6 @@
 #pragma once
 
+#include <toolkit/xml/KrXmlRefusal.h>
 #include <toolkit/xml/KrXmlToken.h>
 
 #include <boost/shared_ptr.hpp>
@@ -16,7 +17,7 @@ class KrXmlObject;
 /// Nothing outside the document is loaded: no network, no external entities,
 /// no document types. The one exception is a document read from a file, whose
 /// grid values may stand in another file that an attribute `file` names;
-/// streams, buffers and sockets never open one. Depth is limited to 1024 elements. Not copyable.
+/// streams, buffers and sockets never open one. Depth is limited to Kr::Limits::kElementDepth elements. Not copyable.
 ///
 /// The pattern of a reader of children:
 /// @code
@@ -24,7 +25,7 @@ class KrXmlObject;
 ///     while (reader.nextChild()) { ... something that consumes the child ... }
 ///     return !reader.failed();
 /// @endcode
-class KrXmlReader
+class KrXmlReader : public KrXmlRefusal
 {
 public:
     KrXmlReader();
@@ -54,14 +55,14 @@ public:
     bool nextChild();
     /// The text of the current element, which must have no children; consumes the element.
     bool text(std::string& out);
+    /// The same, of an element that KrXmlWriter::string has written.
+    bool string(std::string& out);
     /// Consumes the current element whatever it holds.
     bool skip();
     /// Reads to the end of the document: false when something other than comments follows the root.
     bool finish();
 
-    /// Prints the message with document, line and element, once a document; false always.
-    bool fail(const char* format, ...) __attribute__((format(printf, 2, 3)));
-    bool failed() const;
+    bool failed() const override;
 
     /// While one of these lives, what is read is thrown away should reading fail: objects may then be
     /// changed in place instead of through a copy.
@@ -81,6 +82,9 @@ public:
     /// Objects that are written once and referred to afterwards, by the text of their id.
     void keepShared(const std::string& id, const boost::shared_ptr<KrXmlObject>& object);
     boost::shared_ptr<KrXmlObject> shared(const std::string& id) const;
+
+protected:
+    void refuse(const char* reason) override;
 
 private:
     struct Private;

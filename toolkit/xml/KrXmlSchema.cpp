@@ -18,6 +18,12 @@ const char* const kRealType = "<xs:simpleType name=\"real\"><xs:union memberType
 
 const char* const kRealName = "real";
 
+// Of texts that hold what XML cannot.
+const char* const kEncodingAttribute =
+    "<xs:attribute name=\"encoding\"><xs:simpleType><xs:restriction base=\"xs:string\">"
+    "<xs:enumeration value=\"percent\"/></xs:restriction></xs:simpleType>"
+    "</xs:attribute>";
+
 const char* standardType(KrXmlSchema::TextType type)
 {
     switch (type) {
@@ -99,6 +105,11 @@ void KrXmlSchema::complexType(const std::string& content)
 
 void KrXmlSchema::text(TextType type)
 {
+    if (type == TextType::String) {
+        complexType("<xs:simpleContent><xs:extension base=\"xs:string\">" + std::string(kEncodingAttribute) +
+                    "</xs:extension></xs:simpleContent>");
+        return;
+    }
     m_definitions += "<xs:simpleType name=\"" + m_currentName + "\"><xs:restriction base=\"" + typeText(type) +
                      "\"/></xs:simpleType>\n";
 }
@@ -180,7 +191,9 @@ void KrXmlSchema::keyedValues()
                                      std::pair("boolean", TextType::Boolean)}) {
         choices += std::string("<xs:element name=\"") + name +
                    "\"><xs:complexType><xs:simpleContent><xs:extension base=\"" + typeText(type) +
-                   "\"><xs:attribute name=\"key\" type=\"xs:string\" use=\"required\"/></xs:extension>"
+                   "\"><xs:attribute name=\"key\" type=\"xs:string\" use=\"required\"/>" +
+                   (type == TextType::String ? kEncodingAttribute : "") +
+                   "</xs:extension>"
                    "</xs:simpleContent></xs:complexType></xs:element>";
     }
     complexType("<xs:choice minOccurs=\"0\" maxOccurs=\"unbounded\">" + choices + "</xs:choice>");

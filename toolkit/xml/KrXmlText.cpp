@@ -6,6 +6,7 @@
 #include <locale>
 #include <sstream>
 #include <type_traits>
+#include <utility>
 
 namespace
 {
@@ -179,6 +180,42 @@ bool KrXmlText::take(std::string_view& text, std::string& value)
 {
     value.assign(text);
     text = std::string_view();
+    return true;
+}
+
+std::string KrXmlText::encodePercent(std::string_view text)
+{
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        // Which of the bytes beyond ASCII are at fault is not looked for: the whole text is no UTF-8.
+        if (byte < 0x20 || byte > 0x7e || c == '%') {
+            result += {'%', kDigits[byte / 16], kDigits[byte % 16]};
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
+bool KrXmlText::decodePercent(std::string& text)
+{
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            result += text[i];
+            continue;
+        }
+        unsigned int byte = 0;
+        const char* const digits = text.data() + i + 1;
+        if (text.size() - i < 3 || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2) {
+            return false;
+        }
+        result += static_cast<char>(byte);
+        i += 2;
+    }
+    text = std::move(result);
     return true;
 }
 

@@ -29,6 +29,12 @@ bool take(std::string_view& text, unsigned char& value);
 bool take(std::string_view& text, bool& value); ///< "true", "false", "1", "0"
 bool take(std::string_view& text, std::string& value);
 
+/// How KrXmlWriter::string writes what XML cannot hold: every byte of it, and every '%', as %XX.
+constexpr const char* kPercent = "percent";
+std::string encodePercent(std::string_view text);
+/// The inverse, in place; false, and no change, when a '%' is not followed by two hexadecimal digits.
+bool decodePercent(std::string& text);
+
 /// Drops leading white space; true when nothing else is left.
 bool atEnd(std::string_view& text);
 

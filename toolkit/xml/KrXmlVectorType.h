@@ -56,6 +56,14 @@ public:
     bool write(KrXmlWriter& writer) const override;
     KrXmlToken token() const override { return {KrXmlNamespace::core(), "list"}; }
     void writeSchemaContent(KrXmlSchema& schema) const override;
+    void countShared(KrXmlWriter& writer) const override
+    {
+        if constexpr (!KrXmlPlain<T>::isPlain) {
+            for (const T& value : m_values) {
+                value.countShared(writer);
+            }
+        }
+    }
 
     friend bool operator==(const KrXmlVectorType& a, const KrXmlVectorType& b) { return a.m_values == b.m_values; }
     friend bool operator!=(const KrXmlVectorType& a, const KrXmlVectorType& b) { return !(a == b); }

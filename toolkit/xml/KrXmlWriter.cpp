@@ -1,19 +1,23 @@
 #include <toolkit/xml/KrXmlWriter.h>
 
+#include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/xml/KrXmlText.h>
 
 #include <libxml/xmlwriter.h>
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
 
 namespace
 {
 
-constexpr std::size_t kDepthLimit = 1024; // the reader's
 constexpr std::size_t kPieceSize = 1 << 20;
+/// Of deeper elements every line would begin with a longer blank: a file that grows with the square of its depth.
+constexpr std::size_t kIndentedLevels = 64;
 
 struct TextWriterDeleter
 {
@@ -51,11 +55,21 @@ bool isXmlText(const std::string& text)
 
 struct KrXmlWriter::Private
 {
+    struct Level
+    {
+        std::string defaultNamespace;
+        std::string name;
+        bool hasElements = false;
+    };
+
     std::ostream* stream = nullptr;
     std::unique_ptr<xmlTextWriter, TextWriterDeleter> writer;
     std::vector<std::pair<std::string, std::string>> prefixes; ///< namespace and prefix, declared at the root
-    std::vector<std::string> defaultNamespaces;                ///< of the open elements
+    std::vector<Level> levels;                                 ///< the open elements
     std::map<const void*, std::string> ids;
+    std::map<const void*, std::size_t> references; ///< how often each object is referred to
+    std::set<const void*> open;
+    bool isIndented = true;
     bool hasFailed = false;
     bool isRefused = false;
 
@@ -65,6 +79,8 @@ struct KrXmlWriter::Private
         return !hasFailed;
     }
     bool refuse(const std::string& reason);
+    std::string place() const;
+    void indentFor(std::size_t depth);
     bool declareNamespaces(const std::string& rootUri);
     std::string qualifiedName(const KrXmlToken& token, bool& isNewDefault) const;
 };
@@ -74,10 +90,36 @@ bool KrXmlWriter::Private::refuse(const std::string& reason)
     if (!hasFailed) {
         hasFailed = true;
         isRefused = true;
-        Kr::Print::instance()->write(Kr::Print::Warning, "KrXmlWriter - the document cannot be written: %s.\n",
-                                     reason.c_str());
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrXmlWriter - the document cannot be written: %s%s.\n",
+                                     place().c_str(), reason.c_str());
     }
     return false;
+}
+
+/// The element that is being written, and the two that it stands in.
+std::string KrXmlWriter::Private::place() const
+{
+    if (levels.empty()) {
+        return {};
+    }
+    std::string path;
+    for (std::size_t i = levels.size() - std::min<std::size_t>(levels.size(), 3); i < levels.size(); ++i) {
+        path += (path.empty() ? "" : "/") + levels[i].name;
+    }
+    return "element \"" + path + "\": ";
+}
+
+/// Sets up for an element that `depth` others enclose; on a line of its own, where it stands too deep to be indented.
+void KrXmlWriter::Private::indentFor(std::size_t depth)
+{
+    const bool wasIndented = std::exchange(isIndented, depth < kIndentedLevels);
+    if (!wasIndented || !isIndented) {
+        check(xmlTextWriterWriteRaw(writer.get(), xml("\n")));
+    }
+    // Only where it changes: the library takes it for the beginning of a line.
+    if (wasIndented != isIndented) {
+        xmlTextWriterSetIndent(writer.get(), isIndented ? 1 : 0);
+    }
 }
 
 /// Elements of the root's namespace go without a prefix; the toolkit's other namespaces get one.
@@ -99,7 +141,7 @@ bool KrXmlWriter::Private::declareNamespaces(const std::string& rootUri)
 
 std::string KrXmlWriter::Private::qualifiedName(const KrXmlToken& token, bool& isNewDefault) const
 {
-    const std::string outerDefault = defaultNamespaces.empty() ? std::string() : defaultNamespaces.back();
+    const std::string outerDefault = levels.empty() ? std::string() : levels.back().defaultNamespace;
     isNewDefault = false;
     if (token.uri == outerDefault) {
         return token.name;
@@ -135,11 +177,15 @@ bool KrXmlWriter::beginElement(const KrXmlToken& token)
     if (m_private->hasFailed) {
         return false;
     }
-    std::vector<std::string>& defaults = m_private->defaultNamespaces;
-    if (defaults.size() == kDepthLimit) {
-        return m_private->refuse("element \"" + token.name + "\" is nested deeper than " + std::to_string(kDepthLimit));
+    std::vector<Private::Level>& levels = m_private->levels;
+    if (levels.size() == Kr::Limits::kElementDepth) {
+        return m_private->refuse("elements are nested deeper than " + std::to_string(Kr::Limits::kElementDepth));
     }
-    const bool isRoot = defaults.empty();
+    const bool isRoot = levels.empty();
+    if (!isRoot) {
+        levels.back().hasElements = true;
+        m_private->indentFor(levels.size());
+    }
     bool isNewDefault = false;
     const std::string name = m_private->qualifiedName(token, isNewDefault);
     xmlTextWriter* const writer = m_private->writer.get();
@@ -150,7 +196,7 @@ bool KrXmlWriter::beginElement(const KrXmlToken& token)
     if (isRoot) {
         ok = ok && m_private->declareNamespaces(token.uri);
     }
-    defaults.push_back(isNewDefault || isRoot ? token.uri : defaults.back());
+    levels.push_back({isNewDefault || isRoot ? token.uri : levels.back().defaultNamespace, token.name, false});
     return ok;
 }
 
@@ -184,12 +230,24 @@ bool KrXmlWriter::text(std::string_view value)
     return !m_private->hasFailed;
 }
 
+bool KrXmlWriter::string(std::string_view value)
+{
+    if (isXmlText(std::string(value)) && value.find('\0') == std::string_view::npos) {
+        return text(value);
+    }
+    return attribute("encoding", KrXmlText::kPercent) && text(KrXmlText::encodePercent(value));
+}
+
 bool KrXmlWriter::endElement()
 {
-    if (m_private->hasFailed || m_private->defaultNamespaces.empty()) {
+    if (m_private->hasFailed || m_private->levels.empty()) {
         return false;
     }
-    m_private->defaultNamespaces.pop_back();
+    const bool hasElements = m_private->levels.back().hasElements;
+    m_private->levels.pop_back();
+    if (hasElements || m_private->levels.size() < kIndentedLevels) {
+        m_private->indentFor(m_private->levels.size());
+    }
     return m_private->check(xmlTextWriterEndElement(m_private->writer.get()));
 }
 
@@ -207,9 +265,44 @@ bool KrXmlWriter::finish()
     return !m_private->hasFailed && bool(*m_private->stream);
 }
 
+bool KrXmlWriter::failed() const
+{
+    return m_private->hasFailed;
+}
+
+void KrXmlWriter::refuse(const char* reason)
+{
+    m_private->refuse(reason);
+}
+
+bool KrXmlWriter::countShared(const void* object)
+{
+    return ++m_private->references[object] == 1;
+}
+
+bool KrXmlWriter::isShared(const void* object) const
+{
+    const auto found = m_private->references.find(object);
+    return found == m_private->references.end() || found->second != 1;
+}
+
 bool KrXmlWriter::isRefused() const
 {
     return m_private->isRefused;
+}
+
+bool KrXmlWriter::isOpen(const void* object) const
+{
+    return m_private->open.count(object) != 0;
+}
+
+void KrXmlWriter::setOpen(const void* object, bool isOpen)
+{
+    if (isOpen) {
+        m_private->open.insert(object);
+    } else {
+        m_private->open.erase(object);
+    }
 }
 
 std::string KrXmlWriter::sharedId(const void* object)

@@ -188,9 +188,9 @@ TEST(KrPrimitiveExtents, NormalsAreThoseOfTheTrueSurface)
 
 TEST(KrPrimitiveExtents, WithoutSizeHaveNoSurface)
 {
-    const KrCaughtMessages messages;
     const double infinity = std::numeric_limits<double>::infinity();
     for (const double bad : {0.0, -1.0, kNaN, infinity}) {
+        const KrCaughtMessages told;
         EXPECT_FALSE(KrSpherePhysicalExtent(bad).triExtent()) << bad;
         EXPECT_FALSE(KrCylinderPhysicalExtent(bad, 1.0).triExtent()) << bad;
         EXPECT_FALSE(KrCylinderPhysicalExtent(1.0, bad).triExtent()) << bad;
@@ -198,8 +198,10 @@ TEST(KrPrimitiveExtents, WithoutSizeHaveNoSurface)
         EXPECT_FALSE(KrConePhysicalExtent(bad, bad, 1.0).triExtent()) << bad;
         EXPECT_FALSE(KrEllipsoidPhysicalExtent(KrVector(1.0, bad, 1.0)).triExtent()) << bad;
         EXPECT_FALSE(KrBoxPhysicalExtent(KrVector(bad, bad, 1.0)).triExtent()) << bad;
+        EXPECT_EQ(told.texts().size(), bad == 0.0 ? 0u : 7u) << "one for each that has no such size";
+        EXPECT_EQ(KrBoxPhysicalExtent(KrVector(bad, 1.0, 1.0)).size().x(), 0.0);
     }
-    EXPECT_EQ(messages.texts().size(), 0u);
+    const KrCaughtMessages messages;
 
     // A plate without thickness is two faces.
     const boost::shared_ptr<const KrTriPhysicalExtent> plate = KrBoxPhysicalExtent(KrVector(2.0, 0.0, 1.0)).triExtent();

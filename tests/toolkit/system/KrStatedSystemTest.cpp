@@ -102,15 +102,12 @@ TEST(KrStatedSystem, StatesMustFitTheSystem)
     good.setTime(4.0);
     good.positionStates()[1].jointPositions()[1] = 7.0;
 
-    std::vector<KrManipulatorSystemState> bad(6, good);
+    std::vector<KrManipulatorSystemState> bad(5, good);
     bad[0].positionStates().resize(1);
     bad[1].positionStates().push_back(KrPositionState());
     bad[2].positionStates()[1].jointPositions().resize(3);
     bad[3].positionStates()[0].jointPositions().push_back(0.0);
     bad[4].positionStates()[1].jointPositions()[3] = kNan;
-    KrCoordinateSystemTransformation nowhere;
-    nowhere.setTranslation(KrVector(0.0, std::numeric_limits<double>::infinity(), 0.0));
-    bad[5].positionStates()[0].setBaseTransformation(nowhere);
     for (const KrManipulatorSystemState& state : bad) {
         EXPECT_FALSE(system.setSystemState(state));
         EXPECT_EQ(messages.take(), 1u);

@@ -195,7 +195,7 @@ TEST(KrXmlObject, BadDocumentsGiveOneMessageWithPlaceAndKeepTheOldValue)
          document(std::string(kRequired) + "<map><entry><key>a</key><value>1</value></entry>"
                                            "<entry><key>a</key><value>1</value></entry></map>"),
          {"twice"}},
-        {"too deep", document(deep), {"1024"}},
+        {"too deep", document(deep), {"128"}},
         {"document type", "<!DOCTYPE sample>" + good, {"document types"}},
         {"external entity",
          "<!DOCTYPE sample [<!ENTITY f SYSTEM \"file:///etc/passwd\">]>" + document("<name>&f;</name><count>1</count>"),
@@ -276,16 +276,69 @@ TEST(KrXmlObject, EndlessMarkupIsCutOff)
     EXPECT_NE(messages.only().find("4 MiB"), std::string::npos) << messages.only();
 }
 
-TEST(KrXmlObject, WhatXmlCannotHoldIsNotWritten)
+TEST(KrXmlObject, TextsOfAnyBytesAreReadBack)
 {
-    for (const std::string& bad : {std::string("a\x01"), std::string("a\0b", 3), std::string("\xFF")}) {
+    for (const std::string& text : {std::string("a\x01"), std::string("a\0b", 3), std::string("\xFF 100 %41"),
+                                    std::string("\xEF\xBF\xBE"), std::string("50 %41 \xC3\xA4")}) {
+        Sample sample = Sample::full();
+        sample.name = text;
+        sample.map.set(text, 1.0);
+        Sample copy;
+        EXPECT_TRUE(readText(copy, written(sample)));
+        EXPECT_EQ(copy.name.value(), text);
+        EXPECT_TRUE(copy == sample);
+    }
+    for (const char* const bad : {"<name encoding=\"percent\">%4</name>", "<name encoding=\"percent\">%4g</name>",
+                                  "<name encoding=\"rot13\">a</name>"}) {
         const KrCaughtMessages messages;
         Sample sample;
-        sample.name = bad;
+        EXPECT_FALSE(readText(sample, document(std::string(bad) + "<count>1</count>")));
+        EXPECT_EQ(messages.texts().size(), 1u);
+    }
+}
+
+TEST(KrXmlObject, SharingIsWrittenAsTheDocumentHasIt)
+{
+    const boost::shared_ptr<Ball> ball(new Ball);
+    Sample once;
+    once.bodies.push_back(KrXmlPointerType<Body>(ball));
+    const std::string alone = written(once);
+    {
+        const boost::shared_ptr<Ball> elsewhere = ball;
+        EXPECT_EQ(written(once), alone) << "who else holds an object makes no difference";
+    }
+    Sample twice = once;
+    twice.bodies.push_back(KrXmlPointerType<Body>(ball));
+    EXPECT_NE(written(twice).find("ref="), std::string::npos);
+    Sample copy;
+    ASSERT_TRUE(readText(copy, written(twice)));
+    EXPECT_EQ(copy.bodies[0].pointer(), copy.bodies[1].pointer());
+    EXPECT_EQ(written(copy), written(twice));
+}
+
+TEST(KrXmlObject, WhatNoReaderWouldTakeIsNotWritten)
+{
+    {
+        const KrCaughtMessages messages;
+        const boost::shared_ptr<Ball> bad(new Ball);
+        bad->radius = -1.0;
+        Sample sample;
+        sample.bodies.push_back(KrXmlPointerType<Body>(bad));
         std::string out = "as it was";
         EXPECT_FALSE(sample.writeBuffer(out));
         EXPECT_EQ(out, "as it was");
-        EXPECT_NE(messages.only().find("characters"), std::string::npos) << messages.only();
+        EXPECT_NE(messages.only().find("ball\": radius -1"), std::string::npos) << messages.only();
+    }
+    {
+        const KrCaughtMessages messages;
+        const boost::shared_ptr<Ball> self(new Ball);
+        self->child.set(self);
+        Sample sample;
+        sample.bodies.push_back(KrXmlPointerType<Body>(self));
+        std::string out;
+        EXPECT_FALSE(sample.writeBuffer(out));
+        EXPECT_NE(messages.only().find("holds itself"), std::string::npos) << messages.only();
+        self->child.set(boost::shared_ptr<Body>());
     }
     const KrCaughtMessages messages;
     Sample root;
@@ -296,7 +349,7 @@ TEST(KrXmlObject, WhatXmlCannotHoldIsNotWritten)
     }
     std::string out;
     EXPECT_FALSE(root.writeBuffer(out));
-    EXPECT_NE(messages.only().find("1024"), std::string::npos) << messages.only();
+    EXPECT_NE(messages.only().find("128"), std::string::npos) << messages.only();
 }
 
 TEST(KrXmlObject, LongTextIsWrittenWholeWhateverItsCharacters)
@@ -334,8 +387,10 @@ TEST_F(KrXmlFile, IsReplacedAsAWholeOrNotAtAll)
     ASSERT_TRUE(sample.writeFile(path("a.xml")));
     ASSERT_EQ(::chmod(path("a.xml").c_str(), 0640), 0);
     const std::string before = content(path("a.xml"));
+    const boost::shared_ptr<Ball> ball(new Ball);
+    ball->radius = -1.0;
     Sample bad = sample;
-    bad.name = std::string("\x01");
+    bad.bodies.push_back(KrXmlPointerType<Body>(ball));
     EXPECT_FALSE(bad.writeFile(path("a.xml")));
     EXPECT_EQ(content(path("a.xml")), before);
     EXPECT_EQ(messages.texts().size(), 1u);

@@ -29,9 +29,9 @@ public:
     }
 
 protected:
-    bool validate(KrXmlReader& reader) const override
+    bool validate(KrXmlRefusal& refusal) const override
     {
-        return radius.value() >= 0.0 || reader.fail("radius %g is negative", radius.value());
+        return radius.value() >= 0.0 || refusal.fail("radius %g is negative", radius.value());
     }
 };
 
