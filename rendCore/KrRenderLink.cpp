@@ -14,6 +14,9 @@
 #include <boost/shared_ptr.hpp>
 
 #include <cstring>
+#include <iterator>
+#include <utility>
+#include <vector>
 
 namespace
 {
@@ -39,6 +42,75 @@ osg::ref_ptr<KrRenderShape> makeGridShape(const KrGridPhysicalExtent& grid)
 
 } // namespace
 
+/// What was put into a shape map, in order: shapes, and other maps as they were.
+///
+/// What another one refers to never changes any more: its owner goes on with a copy.
+class KrRenderLink::Shapes : public osg::Referenced
+{
+public:
+    Shapes() = default;
+    Shapes(const Shapes& other)
+        : osg::Referenced()
+        , m_entries(other.m_entries)
+    {
+    }
+
+    void add(const ShapeMap::key_type& key, KrRenderShape* shape) { m_entries.push_back({key, shape, nullptr}); }
+    void add(const Shapes& others) { m_entries.push_back({{}, nullptr, &others}); }
+    /// Entries that `map` has already stay.
+    void putInto(ShapeMap& map) const;
+
+protected:
+    ~Shapes() override;
+
+private:
+    struct Entry
+    {
+        ShapeMap::key_type key;
+        osg::ref_ptr<KrRenderShape> shape;
+        osg::ref_ptr<const Shapes> others;
+    };
+    std::vector<Entry> m_entries;
+};
+
+void KrRenderLink::Shapes::putInto(ShapeMap& map) const
+{
+    struct Place
+    {
+        const Shapes* shapes;
+        std::size_t next;
+    };
+    std::vector<Place> open = {{this, 0}};
+    while (!open.empty()) {
+        Place& top = open.back();
+        if (top.next == top.shapes->m_entries.size()) {
+            open.pop_back();
+            continue;
+        }
+        const Entry& entry = top.shapes->m_entries[top.next++];
+        if (entry.others) {
+            open.push_back({entry.others.get(), 0});
+        } else {
+            map.insert({entry.key, entry.shape});
+        }
+    }
+}
+
+/// Those that only this one refers to go one after the other, not one inside the other.
+KrRenderLink::Shapes::~Shapes()
+{
+    std::vector<Entry> open = std::move(m_entries);
+    while (!open.empty()) {
+        const Entry entry = std::move(open.back());
+        open.pop_back();
+        if (entry.others && entry.others->referenceCount() == 1) {
+            std::vector<Entry>& below = const_cast<Shapes&>(*entry.others).m_entries;
+            std::move(below.begin(), below.end(), std::back_inserter(open));
+            below.clear();
+        }
+    }
+}
+
 void MatrixUpdateCallback::operator()(osg::Node* node, osg::NodeVisitor* visitor)
 {
     auto* link = dynamic_cast<KrRenderLink*>(node);
@@ -55,6 +127,7 @@ KrRenderLink::KrRenderLink(const KrManipulatorLink& link, unsigned int manIndex,
     , m_kind(Kind::Ordinary)
     , m_manIndex(manIndex)
     , m_jointIndex(jointIndex)
+    , m_shapes(new Shapes)
 {
     const std::string manipulator = "Man " + KrINT2STRING(manIndex, 10);
     const std::string joint = KrINT2STRING(jointIndex, 10);
@@ -68,16 +141,40 @@ KrRenderLink::KrRenderLink(const KrIndividualManipulator& manipulator, unsigned 
     , m_kind(Kind::Base)
     , m_manIndex(manIndex)
     , m_jointIndex(kBaseJointIndex)
+    , m_shapes(new Shapes)
 {
     setName("Man Base " + KrINT2STRING(manIndex, 10));
     createDhFrame("Man DH " + KrINT2STRING(manIndex, 10), manipulator.baseDhFrame());
     KrRenderLink::addLinkGeometry(manipulator, manipulator.materialMap());
 }
 
-KrRenderLink::~KrRenderLink() = default;
+/// Takes the links from under each other first: a group's own way goes down to the deepest of them.
+KrRenderLink::~KrRenderLink()
+{
+    std::vector<osg::ref_ptr<osg::Node>> open;
+    const auto take = [&open](osg::Group& group) {
+        for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
+            open.emplace_back(group.getChild(i));
+        }
+        group.removeChildren(0, group.getNumChildren());
+    };
+    take(*this);
+    while (!open.empty()) {
+        const osg::ref_ptr<osg::Node> node = std::move(open.back());
+        open.pop_back();
+        auto* const link = node->referenceCount() == 1 ? dynamic_cast<KrRenderLink*>(node.get()) : nullptr;
+        if (link != nullptr) {
+            take(*link);
+        }
+    }
+}
 
 const KrRenderLink::ShapeMap& KrRenderLink::getMap() const
 {
+    if (!m_isMapMade) {
+        m_shapes->putInto(m_map);
+        m_isMapMade = true;
+    }
     return m_map;
 }
 
@@ -124,8 +221,10 @@ bool KrRenderLink::addChildLink(KrRenderLink* child)
     if (child == nullptr) {
         return false;
     }
-    const ShapeMap& shapes = child->getMap();
-    m_map.insert(shapes.begin(), shapes.end());
+    ownShapes().add(*child->m_shapes);
+    if (m_isMapMade) {
+        child->m_shapes->putInto(m_map);
+    }
     return addChild(child);
 }
 
@@ -214,5 +313,16 @@ void KrRenderLink::addShape(KrRenderShape* shape, const std::string& linkName, u
     shape->setNodeMask(KrRenderTypes::SceneContent);
     shape->setName(linkName + " - " + KrINT2STRING(shapeIndex, 10));
     m_dhFrame->addChild(shape);
-    m_map.insert({{m_jointIndex, shapeIndex}, shape});
+    ownShapes().add({m_jointIndex, shapeIndex}, shape);
+    if (m_isMapMade) {
+        m_map.insert({{m_jointIndex, shapeIndex}, shape});
+    }
+}
+
+KrRenderLink::Shapes& KrRenderLink::ownShapes()
+{
+    if (m_shapes->referenceCount() > 1) {
+        m_shapes = new Shapes(*m_shapes);
+    }
+    return *m_shapes;
 }

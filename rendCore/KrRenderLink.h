@@ -102,6 +102,10 @@ private:
         Ordinary = 1
     };
 
+    class Shapes;
+
+    /// Those of this link, to be added to.
+    Shapes& ownShapes();
     void createDhFrame(const std::string& name, const KrCoordinateSystemTransformation& pose);
     void addShape(KrRenderShape* shape, const std::string& linkName, unsigned int shapeIndex);
 
@@ -110,5 +114,9 @@ private:
     unsigned int m_manIndex;
     unsigned int m_jointIndex;
     osg::ref_ptr<osg::MatrixTransform> m_dhFrame;
-    ShapeMap m_map;
+    /// The shapes that the map holds. They refer to those of the links below instead of repeating them: a chain's maps
+    /// would grow with the square of its length.
+    osg::ref_ptr<Shapes> m_shapes;
+    mutable ShapeMap m_map; ///< made when it is asked for first
+    mutable bool m_isMapMade = false;
 };

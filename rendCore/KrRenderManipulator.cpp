@@ -4,6 +4,9 @@
 
 #include <toolkit/foundation/KrString.h>
 
+#include <typeinfo>
+#include <vector>
+
 KrRenderManipulator::KrRenderManipulator(const KrIndividualManipulator& manipulator, unsigned int manIndex)
     : m_manIndex(manIndex)
     , m_manipulator(&manipulator)
@@ -64,14 +67,42 @@ void KrRenderManipulator::processChildren(KrRenderLink* parent)
     if (parent == nullptr) {
         return;
     }
-    for (const KrManipulatorLink& link : parent->getLink()->childLinks()) {
-        const osg::ref_ptr<KrRenderLink> child =
-            new KrRenderLink(link, m_manIndex, m_numTotalLinks, m_manipulator->materialMap());
-        ++m_numTotalLinks;
-        // The child's subtree comes first: its map is complete when the parent takes it over.
-        processChildren(child);
-        parent->addChildLink(child);
+    if (typeid(*this) != typeid(KrRenderManipulator)) {
+        // Kept: an override of a subclass is asked for every link.
+        for (const KrManipulatorLink& link : parent->getLink()->childLinks()) {
+            const osg::ref_ptr<KrRenderLink> child = makeLink(link);
+            processChildren(child);
+            parent->addChildLink(child);
+        }
+        return;
     }
+    struct Place
+    {
+        KrRenderLink* node;
+        unsigned int next;
+        osg::ref_ptr<KrRenderLink> made; ///< null for `parent`, which is not ours
+    };
+    std::vector<Place> open = {{parent, 0, nullptr}};
+    while (!open.empty()) {
+        Place& top = open.back();
+        const KrXmlVectorType<KrManipulatorLink>& links = top.node->getLink()->childLinks();
+        if (top.next < links.size()) {
+            const osg::ref_ptr<KrRenderLink> child = makeLink(links[top.next++]);
+            open.push_back({child, 0, child});
+            continue;
+        }
+        // The subtree comes first: the child's map is complete when the parent takes it over.
+        const osg::ref_ptr<KrRenderLink> child = top.made;
+        open.pop_back();
+        if (child) {
+            open.back().node->addChildLink(child);
+        }
+    }
+}
+
+osg::ref_ptr<KrRenderLink> KrRenderManipulator::makeLink(const KrManipulatorLink& link)
+{
+    return new KrRenderLink(link, m_manIndex, m_numTotalLinks++, m_manipulator->materialMap());
 }
 
 KrRenderShape* KrRenderManipulator::renderShape(unsigned int jointIndex, unsigned int shapeIndex) const

@@ -44,6 +44,8 @@ protected:
     ~KrRenderManipulator() override;
 
 private:
+    /// The node of the next joint index.
+    osg::ref_ptr<KrRenderLink> makeLink(const KrManipulatorLink& link);
     /// Null when there is none.
     KrRenderShape* renderShape(unsigned int jointIndex, unsigned int shapeIndex) const;
 

@@ -38,7 +38,10 @@ private:
         const KrManipulatorLink* link = renderLink.getLink();
         KrEllipsoid ellipsoid; // stays empty where there is none, which the next step takes for "nothing to draw"
         KrCoordinateSystemTransformation principalAxes;
-        link->massProperties().fillEllipsoid(link->name(), ellipsoid, principalAxes);
+        // Silent: the aid is hidden as yet. KrRenderWindow tells of those that are missing when it is shown.
+        if (link->massProperties().whyImpossible().empty()) {
+            link->massProperties().fillEllipsoid(link->name(), ellipsoid, principalAxes);
+        }
         const osg::ref_ptr<osg::Geode> geode = KrRenderShape::createGeometry(ellipsoid.physicalExtent());
         const osg::ref_ptr<osg::MatrixTransform> dhFrame = renderLink.getDhFrame();
         if (!geode || !dhFrame) {

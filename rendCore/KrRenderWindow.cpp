@@ -6,9 +6,12 @@
 #include <rendCore/KrRenderLink.h>
 #include <rendCore/KrRenderMassProperties.h>
 #include <rendCore/KrRenderSelection.h>
+#include <rendCore/KrTraversalStack.h>
 
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/system/KrLinkWalk.h>
 
+#include <algorithm>
 #include <utility>
 
 KrRenderWindow::KrRenderWindow()
@@ -104,6 +107,7 @@ void KrRenderWindow::deleteContents()
     }
     m_statedSystem = nullptr;
     collectMarks();
+    m_isDepthTold = false;
     m_renderManipulators.clear();
     m_lacksCollisionShapes = false;
     KrSGWindow::deleteContents();
@@ -133,9 +137,12 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
                                      "KrRenderWindow::loadScene - not initialized or bad KrSystemState\n");
         return false;
     }
+    const KrXmlVectorType<KrIndividualManipulator>& manipulators = system->manipulatorSystem().manipulators();
+    if (!fitsStack(manipulators)) {
+        return false;
+    }
     m_lacksCollisionShapes = false; // the mask is set anew while the old scene is there yet
     KrSGWindow::loadScene();
-    const KrXmlVectorType<KrIndividualManipulator>& manipulators = system->manipulatorSystem().manipulators();
     detachManipulators();
     collectMarks();
     m_keptMarks.match(system->manipulatorSystem());
@@ -154,6 +161,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
         m_inputHandler->setNode(m_sceneRoot);
     }
     system->acknowledgeNewSystem();
+    m_areBodiesTold = false;
     KrRenderAxis::init(m_sceneRoot);
     KrRenderMassProperties::init(m_sceneRoot);
     m_lacksCollisionShapes = true;
@@ -174,6 +182,17 @@ void KrRenderWindow::buildShownCollisionShapes()
         m_lacksCollisionShapes = false;
         KrRenderCollisionShapes::init(m_sceneRoot);
     }
+}
+
+/// Asked again every frame while the system is not loaded, and tells of it once.
+bool KrRenderWindow::fitsStack(const KrXmlVectorType<KrIndividualManipulator>& manipulators)
+{
+    const bool fits =
+        std::all_of(manipulators.begin(), manipulators.end(), [this](const KrIndividualManipulator& manipulator) {
+            return KrTraversalStack::holds(manipulator, m_isDepthTold);
+        });
+    m_isDepthTold = !fits;
+    return fits;
 }
 
 void KrRenderWindow::detachManipulators()
@@ -210,7 +229,26 @@ bool KrRenderWindow::updateScene()
     if (m_statedSystem->isTransparencyChanged()) {
         updateTransparency();
     }
+    if (((m_displayMask | m_secondaryDisplayMask) & KrRenderTypes::MassProperties) != 0) {
+        tellOfImpossibleBodies();
+    }
     return KrSGWindow::updateScene();
+}
+
+/// Links whose ellipsoids one would look for in vain, once for each system.
+void KrRenderWindow::tellOfImpossibleBodies()
+{
+    if (m_areBodiesTold) {
+        return;
+    }
+    m_areBodiesTold = true;
+    for (const KrIndividualManipulator& manipulator : m_statedSystem->manipulatorSystem().manipulators()) {
+        manipulator.massProperties().tellWhyImpossible(manipulator.name());
+        KrLinkWalk walk(manipulator);
+        while (const KrManipulatorLink* const link = walk.next()) {
+            link->massProperties().tellWhyImpossible(link->name());
+        }
+    }
 }
 
 /// Null for a key that names a manipulator the scene does not have.

@@ -56,7 +56,8 @@ public:
     virtual std::vector<std::vector<KrCoordinateSystemTransformation>>& vvTrans();
     virtual void setSystemReady(bool ready);
     virtual bool systemReady() const;
-    /// Builds the scene of `system`. False, after one message, for null or when the window is not open.
+    /// Builds the scene of `system`. False, after one message, for null, when the window is not open, and for links
+    /// that lie deeper under each other than this thread's stack lets the scene graph walk.
     virtual bool loadScene(const KrStatedSystem* system);
 
     /// Element [i][j] of vvTrans; null outside it.
@@ -71,8 +72,10 @@ protected:
     KrShapeStateCacheKey m_workKey;
 
 private:
+    bool fitsStack(const KrXmlVectorType<KrIndividualManipulator>& manipulators);
     void detachManipulators();
     void buildShownCollisionShapes();
+    void tellOfImpossibleBodies();
     void updateDeformations();
     void updateSelection();
     void updateTransparency();
@@ -84,4 +87,6 @@ private:
     KrKeptMarks m_keptMarks;
     /// The scene has all but its collision shapes: nobody has looked at them yet.
     bool m_lacksCollisionShapes = false;
+    bool m_isDepthTold = false;
+    bool m_areBodiesTold = false;
 };
