@@ -12,7 +12,6 @@
 #include <rendCore/KrRenderTypes.h>
 #include <rendCore/KrRenderWindow.h>
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/geometry/KrEllipsoid.h>
 #include <toolkit/geometry/KrEnclosingShapes.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
@@ -75,8 +74,7 @@ public:
         for (m_manipulator = 0; m_manipulator < system.manipulators().size(); ++m_manipulator) {
             KrIndividualManipulator& manipulator = system.manipulators()[m_manipulator];
             m_prefix = manipulator.name() + "/";
-            m_nextIndex = 0;
-            look(manipulator, KrShapeStateCacheKey::kBaseLink);
+            look(manipulator);
         }
     }
     bool isFound() const { return m_numFound > 0; }
@@ -84,25 +82,35 @@ public:
     const std::vector<std::string>& names() const { return m_names; }
 
 private:
-    void look(KrManipulatorLink& link, std::uint32_t index)
+    /// Children before the links that they hang under.
+    void look(KrIndividualManipulator& manipulator)
     {
-        m_names.push_back(link.name());
-        for (KrManipulatorLink& child : link.childLinks()) {
-            look(child, m_nextIndex++);
+        const std::vector<const KrManipulatorLink*> links = manipulator.links();
+        m_names.push_back(manipulator.name());
+        for (const KrManipulatorLink* const link : links) {
+            m_names.push_back(link->name());
         }
-        if (link.name() == m_name || m_prefix + link.name() == m_name) {
-            ++m_numFound;
-            unshareShapes(link);
-            for (std::uint32_t shape = 0; shape < link.numShapes(); ++shape) {
-                m_keys.emplace_back(m_manipulator, index, shape);
-            }
+        for (std::size_t i = links.size(); i-- > 0;) {
+            // The manipulator is ours to change; a link's place does not depend on what it holds.
+            unshareIfNamed(const_cast<KrManipulatorLink&>(*links[i]), static_cast<std::uint32_t>(i));
+        }
+        unshareIfNamed(manipulator, KrShapeStateCacheKey::kBaseLink);
+    }
+    void unshareIfNamed(KrManipulatorLink& link, std::uint32_t index)
+    {
+        if (link.name() != m_name && m_prefix + link.name() != m_name) {
+            return;
+        }
+        ++m_numFound;
+        unshareShapes(link);
+        for (std::uint32_t shape = 0; shape < link.numShapes(); ++shape) {
+            m_keys.emplace_back(m_manipulator, index, shape);
         }
     }
 
     std::string m_name;
     std::string m_prefix;
     unsigned int m_manipulator = 0;
-    std::uint32_t m_nextIndex = 0;
     std::size_t m_numFound = 0;
     std::vector<KrShapeStateCacheKey> m_keys;
     std::vector<std::string> m_names;
@@ -438,14 +446,6 @@ void KrAppAids::foldMasses(const KrAppRobot& robot, std::vector<std::string>& wa
     if (given.empty()) {
         return;
     }
-    // Each tells of itself once: now, to nobody.
-    const Kr::Print::Sink sink = Kr::Print::instance()->setSink([](Kr::Print::Type, const std::string&) {});
-    for (const auto& [name, properties] : given) {
-        KrEllipsoid ellipsoid;
-        KrCoordinateSystemTransformation principalAxes;
-        properties->fillEllipsoid(name, ellipsoid, principalAxes);
-    }
-    Kr::Print::instance()->setSink(sink);
     if (robot.report.warnings().empty()) { // an import has told
         warnings.push_back(
             "no body has the mass properties of link \"" + given.front().first + "\"" +

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 namespace
@@ -103,21 +104,36 @@ std::size_t columnsOf(const std::string& text)
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0u) != 0x80u; }));
 }
 
-void addRows(const KrManipulatorLink& link, const std::string& indent, const std::string& branch, bool isBase,
-             std::vector<Row>& rows)
+/// The links of a manipulator in depth-first pre-order, one under the other.
+std::vector<Row> rowsOf(const KrManipulatorLink& base)
 {
-    Row row;
-    row.tree = indent + branch + KrAppMessages::printable(link.name());
-    row.width = columnsOf(row.tree);
-    row.joint = isBase ? "" : KrAppMessages::printable(link.jointKinematics().name());
-    row.kind = isBase ? "" : jointText(link.jointKinematics());
-    row.shapes = shapeText(link);
-    rows.push_back(row);
-    const KrXmlVectorType<KrManipulatorLink>& children = link.childLinks();
-    const std::string below = isBase ? "" : indent + (branch == "└─ " ? "   " : "│  ");
-    for (unsigned int i = 0; i < children.size(); ++i) {
-        addRows(children[i], below, i + 1 == children.size() ? "└─ " : "├─ ", false, rows);
+    struct Open
+    {
+        const KrManipulatorLink* link;
+        std::string indent;
+        std::string branch;
+    };
+    std::vector<Row> rows;
+    std::vector<Open> stack = {{&base, "", ""}};
+    while (!stack.empty()) {
+        const Open open = std::move(stack.back());
+        stack.pop_back();
+        const KrManipulatorLink& link = *open.link;
+        const bool isBase = open.link == &base;
+        Row row;
+        row.tree = open.indent + open.branch + KrAppMessages::printable(link.name());
+        row.width = columnsOf(row.tree);
+        row.joint = isBase ? "" : KrAppMessages::printable(link.jointKinematics().name());
+        row.kind = isBase ? "" : jointText(link.jointKinematics());
+        row.shapes = shapeText(link);
+        rows.push_back(row);
+        const KrXmlVectorType<KrManipulatorLink>& children = link.childLinks();
+        const std::string below = isBase ? "" : open.indent + (open.branch == "└─ " ? "   " : "│  ");
+        for (unsigned int i = children.size(); i-- > 0;) {
+            stack.push_back({&children[i], below, i + 1 == children.size() ? "└─ " : "├─ "});
+        }
     }
+    return rows;
 }
 
 std::string padded(const std::string& text, std::size_t columns, std::size_t width)
@@ -132,8 +148,7 @@ std::string krAppInfo(const KrAppRobot& robot)
     const KrImportReport::Counts& counts = robot.report.counts();
     std::string text = KrAppMessages::printable(robot.report.robot() + " (" + robot.report.file() + ")") + "\n\n";
     for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
-        std::vector<Row> rows;
-        addRows(manipulator, "", "", true, rows);
+        const std::vector<Row> rows = rowsOf(manipulator);
         std::size_t treeWidth = 0;
         std::size_t jointWidth = 0;
         std::size_t kindWidth = 0;

@@ -86,6 +86,10 @@ void KrAppScene::show(KrStatedSystem& system, const KrVisualizationParameters& p
         system.addChangedShape(shape);
     }
     m_window.setStatedSystem(system, parameters);
+    // The window is open, so that the scene has been built, or refused with a message (links too deep for the stack).
+    if (system.isNewSystem()) {
+        throw KrAppFailure(KrAppFailure::CouldNot, m_messages.lastReason("the scene cannot be built"));
+    }
     if (isOwnLighting) {
         lightFromEverywhere(m_window);
     }
