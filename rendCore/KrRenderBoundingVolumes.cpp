@@ -1,17 +1,22 @@
 #include <rendCore/KrRenderBoundingVolumes.h>
 
+#include <rendCore/KrArrayPool.h>
 #include <rendCore/KrRenderLink.h>
 #include <rendCore/KrRenderShape.h>
 #include <rendCore/KrRenderTypes.h>
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/KrString.h>
+#include <toolkit/geometry/KrDeformationPhysicalExtent.h>
+#include <toolkit/geometry/KrTriPhysicalExtent.h>
 #include <toolkit/system/KrManipulatorLink.h>
 
 #include <osg/NodeVisitor>
 #include <osg/PolygonOffset>
 #include <osg/StateSet>
 
+#include <memory>
+#include <typeinfo>
 #include <vector>
 
 namespace
@@ -21,7 +26,16 @@ namespace
 osg::ref_ptr<KrRenderShape> makeVolume(const KrBasePhysicalExtent& extent, const KrMaterialMap& dataMap,
                                        unsigned int linkIndex)
 {
-    const osg::ref_ptr<KrRenderShape> volume = new KrRenderShape(&extent, dataMap);
+    // Of a solid, from a copy: the mesh form that an extent makes stays with it, and nobody asks for this one again.
+    std::unique_ptr<KrXmlObject> copy;
+    const KrBasePhysicalExtent* drawn = &extent;
+    if (dynamic_cast<const KrTriPhysicalExtent*>(&extent) == nullptr &&
+        dynamic_cast<const KrDeformationPhysicalExtent*>(&extent) == nullptr) {
+        copy.reset(extent.clone());
+        // A class that is copied as its base is drawn itself.
+        drawn = typeid(*copy) == typeid(extent) ? static_cast<const KrBasePhysicalExtent*>(copy.get()) : drawn;
+    }
+    const osg::ref_ptr<KrRenderShape> volume = new KrRenderShape(drawn, dataMap);
     // Kept: always the number 1, so that all volumes bear one name.
     volume->setName(" - BV " + KrINT2STRING(1, 10));
     KrRenderLink::sortIfUnderBase(*volume, linkIndex);
@@ -59,12 +73,16 @@ private:
             KrRenderBoundingVolumes::makeBV(shape, m_dataMap, renderLink.getJointIndex(), shape->number());
         const osg::ref_ptr<osg::MatrixTransform> dhFrame = renderLink.getDhFrame();
         if (volumes && dhFrame) {
+            for (unsigned int i = 0; i < volumes->getNumChildren(); ++i) {
+                m_arrays.share(*volumes->getChild(i)->asGeode());
+            }
             dhFrame->addChild(volumes);
             volumes->setName(link->name() + " - BV " + KrINT2STRING(shape->number(), 10));
         }
     }
 
     const KrMaterialMap& m_dataMap;
+    KrArrayPool m_arrays;
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 #include <rendCore/KrRenderMassProperties.h>
 
+#include <rendCore/KrArrayPool.h>
 #include <rendCore/KrRenderLink.h>
 #include <rendCore/KrRenderShape.h>
 #include <rendCore/KrRenderTypes.h>
@@ -33,7 +34,7 @@ public:
     }
 
 private:
-    static void addEllipsoid(const KrRenderLink& renderLink)
+    void addEllipsoid(const KrRenderLink& renderLink)
     {
         const KrManipulatorLink* link = renderLink.getLink();
         KrEllipsoid ellipsoid; // stays empty where there is none, which the next step takes for "nothing to draw"
@@ -51,8 +52,11 @@ private:
         geode->setNodeMask(KrRenderTypes::MassProperties);
         geode->setName(link->name() + " - Mass Prop " + KrINT2STRING(jointIndex, 10));
         KrRenderLink::sortIfUnderBase(*geode, jointIndex);
+        m_arrays.share(*geode);
         dhFrame->addChild(geode);
     }
+
+    KrArrayPool m_arrays;
 };
 
 } // namespace

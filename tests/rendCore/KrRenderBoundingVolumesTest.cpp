@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 namespace
 {
 
@@ -47,6 +49,37 @@ TEST(KrRenderBoundingVolumes, ShowsTheLastOfAShapesVolumesOnly)
         const osg::StateSet* state = volumes->getChild(i)->getStateSet();
         EXPECT_TRUE(state == nullptr || state->getRenderBinMode() == osg::StateSet::INHERIT_RENDERBIN_DETAILS);
     }
+}
+
+TEST(KrRenderBoundingVolumes, AlikeOnesShareTheirArraysAndKeepNoMesh)
+{
+    KrIndividualManipulator robot("robot");
+    for (const double edge : {1.0, 1.0, 2.0}) {
+        KrManipulatorLink link = hinge("link");
+        link.addShape(box(edge));
+        robot.addChildLink(link);
+    }
+    const osg::ref_ptr<KrRenderManipulator> node = new KrRenderManipulator(robot, 0);
+    KrRenderBoundingVolumes::init(node, KrMaterialMap());
+    const auto sphereOf = [&](unsigned int link) {
+        const auto& child = dynamic_cast<const KrRenderLink&>(*node->getChild(0)->asGroup()->getChild(link + 1));
+        const osg::Node* const volumes = child.getDhFrame()->getChild(1);
+        return volumes->asGroup()->getChild(1)->asGeode()->getDrawable(0)->asGeometry();
+    };
+    ASSERT_EQ(sphereOf(0)->getVertexArray()->getNumElements(), sphereOf(2)->getVertexArray()->getNumElements());
+    EXPECT_EQ(sphereOf(0)->getVertexArray(), sphereOf(1)->getVertexArray());
+    EXPECT_NE(sphereOf(0)->getVertexArray(), sphereOf(2)->getVertexArray());
+    EXPECT_EQ(sphereOf(0)->getNormalArray(), sphereOf(2)->getNormalArray());
+    EXPECT_EQ(sphereOf(2)->getNormalArray()->getBinding(), osg::Array::BIND_PER_VERTEX);
+    EXPECT_NE(sphereOf(0)->getColorArray(), sphereOf(1)->getColorArray());
+
+    // A clone shares the mesh form that its original has.
+    std::vector<const KrShape*> volumes;
+    robot.childLinks()[0].shape()->boundingVolumes(volumes, 2);
+    const std::unique_ptr<KrXmlObject> clone(volumes[0]->physicalExtent()->clone());
+    EXPECT_NE(dynamic_cast<const KrBasePhysicalExtent&>(*clone).triExtent(), volumes[0]->physicalExtent()->triExtent())
+        << "it had none";
+    EXPECT_NEAR(sphereOf(0)->getBoundingBox().radius(), sphereOf(2)->getBoundingBox().radius() / 2.0, 1e-3);
 }
 
 TEST(KrRenderBoundingVolumes, OnlyTheBasesVolumesAreSortedByDepth)

@@ -52,6 +52,7 @@ class Enclosing : public Solid
 {
 public:
     using Solid::Solid;
+    KrXmlObject* clone() const override { return new Enclosing(*this); }
 
 protected:
     boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override
