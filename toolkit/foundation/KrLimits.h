@@ -34,6 +34,12 @@ constexpr std::uint64_t kMarkupBytes = std::uint64_t{4} << 20; ///< of a native 
 constexpr std::size_t kStackPerLink = 512;                   ///< of a scene, for each link under another, bytes
 constexpr std::size_t kStackReserve = std::size_t{64} << 10; ///< of a scene, besides its links, bytes
 
+constexpr std::uint64_t kGridBytes = std::uint64_t{1} << 30; ///< of a file of grid values, unpacked too
+constexpr unsigned int kGridValues = 1u << 27;               ///< of a grid, 1 GiB
+
+constexpr unsigned int kWindowSide = 32767; ///< of a window on a screen, pixels
+constexpr unsigned int kWindowSamples = 64; ///< asked for each pixel
+
 constexpr double kLargestBody = 1e9; ///< m, of mass properties: semi-axes, and how far the centre of mass is away
 
 constexpr std::uint64_t kTextBytes = std::uint64_t{256} << 20;   ///< of a trajectory, a camera or another text

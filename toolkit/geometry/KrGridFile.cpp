@@ -24,7 +24,6 @@
 namespace
 {
 
-constexpr std::size_t kMaxFileSize = std::size_t{1} << 30;
 constexpr std::size_t kLongestPath = 4096;  ///< in a message
 constexpr std::size_t kMaxGzipRatio = 1100; ///< deflate's own bound is about 1032
 
@@ -100,7 +99,7 @@ std::string loadFile(const std::string& path)
     if (error || size == 0) {
         throw Trouble(inQuotes(path, kLongestPath) + " is missing or empty");
     }
-    if (size > kMaxFileSize) {
+    if (size > Kr::Limits::kGridBytes) {
         throw Trouble(inQuotes(path, kLongestPath) + " is larger than 1 GiB");
     }
     std::string content(static_cast<std::size_t>(size), '\0');
@@ -420,7 +419,7 @@ std::size_t nrrdByteSkip(const Header& header, bool isRaw, std::size_t size, std
     if (bytes == -1.0 && isRaw) {
         return size - std::min(size, needed);
     }
-    if (!(bytes >= 0.0 && bytes <= static_cast<double>(kMaxFileSize))) {
+    if (!(bytes >= 0.0 && bytes <= static_cast<double>(Kr::Limits::kGridBytes))) {
         throw Trouble("byte skip " + inQuotes(found->second) + " is no number of bytes to skip");
     }
     return static_cast<std::size_t>(bytes);

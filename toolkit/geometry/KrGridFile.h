@@ -1,5 +1,7 @@
 #pragma once
 
+#include <toolkit/foundation/KrLimits.h>
+
 #include <string>
 
 class KrGridPhysicalExtent;
@@ -26,5 +28,5 @@ public:
     static std::string tryRead(const std::string& path, KrGridPhysicalExtent& grid);
 
     /// More values than this are refused: 2^27, which are 1 GiB.
-    static constexpr unsigned int kMaxValues = 1u << 27;
+    static constexpr unsigned int kMaxValues = Kr::Limits::kGridValues;
 };

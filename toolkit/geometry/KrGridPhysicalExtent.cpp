@@ -1,5 +1,6 @@
 #include <toolkit/geometry/KrGridPhysicalExtent.h>
 
+#include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/geometry/KrGridFile.h>
 #include <toolkit/geometry/KrTriPhysicalExtent.h>
@@ -55,8 +56,6 @@ bool areColors(const KrXmlVectorVector& colors)
     return std::all_of(colors.begin(), colors.end(), isColor);
 }
 
-constexpr std::uintmax_t kMaxDataSize = std::uintmax_t{1} << 30;
-
 /// The bytes that base64 text stands for (RFC 4648, section 4); white space is passed over. False for other text.
 bool decodeBase64(const std::string& text, std::string& bytes)
 {
@@ -97,9 +96,9 @@ bool decodeBase64(const std::string& text, std::string& bytes)
 bool loadBytes(const std::filesystem::path& path, std::string& bytes)
 {
     std::error_code error;
-    const std::uintmax_t size =
-        std::filesystem::is_regular_file(path, error) ? std::filesystem::file_size(path, error) : kMaxDataSize + 1;
-    if (error || size > kMaxDataSize) {
+    const std::uintmax_t size = std::filesystem::is_regular_file(path, error) ? std::filesystem::file_size(path, error)
+                                                                              : Kr::Limits::kGridBytes + 1;
+    if (error || size > Kr::Limits::kGridBytes) {
         return false;
     }
     bytes.resize(static_cast<std::size_t>(size));

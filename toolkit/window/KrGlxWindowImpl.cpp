@@ -1,5 +1,6 @@
 #include <toolkit/window/KrGlxWindowImpl.h>
 
+#include <toolkit/foundation/KrLimits.h>
 #include <toolkit/window/KrCurrentContext.h>
 #include <toolkit/window/KrForkGuard.h>
 #include <toolkit/window/KrXConnection.h>
@@ -75,8 +76,6 @@ struct XFreeDeleter
 template <typename T>
 using UniqueXMemory = std::unique_ptr<T, XFreeDeleter>;
 
-constexpr unsigned int kMostSamples = 64;
-
 int configValue(Display* display, GLXFBConfig config, int attribute)
 {
     int value = 0;
@@ -87,7 +86,8 @@ int configValue(Display* display, GLXFBConfig config, int attribute)
 /// How many samples a pixel has more or less than wanted.
 int samplesOff(Display* display, GLXFBConfig config, unsigned int samples)
 {
-    return std::abs(configValue(display, config, GLX_SAMPLES) - static_cast<int>(std::min(samples, kMostSamples)));
+    return std::abs(configValue(display, config, GLX_SAMPLES) -
+                    static_cast<int>(std::min(samples, Kr::Limits::kWindowSamples)));
 }
 
 bool isExact(Display* display, GLXFBConfig config)
@@ -140,9 +140,6 @@ GLXFBConfig chooseConfig(Display* display, bool stereo, unsigned int samples)
     });
     return best == configs.end() ? nullptr : *best;
 }
-
-// The protocol counts sizes in 16 bits, positions with a sign.
-constexpr unsigned int kLargestWindow = 32767;
 
 // Keyboard mappings are told to everybody; somebody must take them out of the queue.
 Bool isForWindow(Display*, XEvent* event, XPointer window)
@@ -603,7 +600,7 @@ private:
 
     bool createSurface(KrXErrorTrap& trap)
     {
-        if (m_settings.width > kLargestWindow || m_settings.height > kLargestWindow)
+        if (m_settings.width > Kr::Limits::kWindowSide || m_settings.height > Kr::Limits::kWindowSide)
             return fail("X windows have no " + m_size + " pixels", std::string(), "ask for a smaller window");
         m_open->width = m_settings.width;
         m_open->height = m_settings.height;
@@ -726,7 +723,7 @@ void KrGlxWindowImpl::swapBuffers()
 
 bool KrGlxWindowImpl::setSize(unsigned int width, unsigned int height)
 {
-    if (!makeCurrent() || width > kLargestWindow || height > kLargestWindow ||
+    if (!makeCurrent() || width > Kr::Limits::kWindowSide || height > Kr::Limits::kWindowSide ||
         !KrCurrentContext::canDraw(width, height))
         return false;
     OpenWindow& open = *m_private->open;
