@@ -4,6 +4,7 @@
 #include <toolkit/system/KrLinkWalk.h>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <string_view>
 
@@ -86,7 +87,10 @@ private:
     {
         const KrJointKinematics& kinematics = m_links[joint]->jointKinematics();
         const double master = m_positions[m_masters[joint]];
-        m_positions[joint] = kinematics.mimicMultiplier() * master + kinematics.mimicOffset();
+        const double position = kinematics.mimicMultiplier() * master + kinematics.mimicOffset();
+        if (std::isfinite(position)) { // else it is beyond all numbers, and the joint stays
+            m_positions[joint] = position;
+        }
         m_marks[joint] = Mark::Settled;
     }
 

@@ -54,7 +54,8 @@ public:
     /// A state of this manipulator: base at the identity, every joint at 0 or at the limit nearest to 0, mimics
     /// followed.
     KrPositionState defaultState() const;
-    /// Makes mimic joints follow their masters, chains of them too; a circle or an unknown master leaves the joint.
+    /// Makes mimic joints follow their masters, chains of them too; a circle, an unknown master
+    /// or a position that is not finite leaves the joint.
     /// False, after one message, and no change, when `state` has another number of joints.
     bool applyMimics(KrPositionState& state) const;
 

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cmath>
+#include <limits>
 #include <optional>
 
 namespace
@@ -30,6 +31,13 @@ std::optional<KrJointKinematics::Type> typeOf(const std::string& name)
         }
     }
     return std::nullopt;
+}
+
+/// Whether a finite position lies between them. Written so that NaN fails too.
+bool areLimits(double lower, double upper)
+{
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    return lower <= upper && lower < infinity && upper > -infinity;
 }
 
 bool hasDirection(const KrVector& axis)
@@ -140,8 +148,7 @@ bool KrJointKinematics::setMaximumEffort(double effort)
 
 bool KrJointKinematics::setLimits(double lower, double upper)
 {
-    // Written so that NaN fails too.
-    if (!(lower <= upper)) {
+    if (!areLimits(lower, upper)) {
         Kr::Print::instance()->write(
             Kr::Print::Warning, "KrJointKinematics::setLimits - joint \"%s\": no position lies between %g and %g.\n",
             name().c_str(), lower, upper);
@@ -228,8 +235,7 @@ bool KrJointKinematics::validate(KrXmlRefusal& refusal) const
         return refusal.fail("the axis (%g, %g, %g) of joint \"%.80s\" has no direction", axis().x(), axis().y(),
                             axis().z(), name().c_str());
     }
-    // Written so that NaN fails too.
-    if (!(lowerLimit() <= upperLimit())) {
+    if (!areLimits(lowerLimit(), upperLimit())) {
         return refusal.fail("joint \"%.80s\": no position lies between its limits %g and %g", name().c_str(),
                             lowerLimit(), upperLimit());
     }

@@ -60,7 +60,7 @@ public:
     bool hasLimits() const { return type() == Type::Revolute || type() == Type::Prismatic; }
     double lowerLimit() const { return m_lowerLimit; }
     double upperLimit() const { return m_upperLimit; }
-    /// rad or m; false, after one message, and no change when lower is above upper or either is no number.
+    /// rad or m; false, after one message, and no change when no finite position lies between them.
     bool setLimits(double lower, double upper);
     double maximumVelocity() const { return m_maximumVelocity; } ///< rad/s or m/s; 0 when not given
     bool setMaximumVelocity(double velocity);                    ///< may be infinite
