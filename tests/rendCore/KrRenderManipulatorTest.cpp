@@ -1,8 +1,23 @@
 #include <rendCore/KrRenderManipulator.h>
 
+#include <rendCore/KrRenderAxis.h>
+#include <rendCore/KrRenderBoundingVolumes.h>
+#include <rendCore/KrRenderMassProperties.h>
+#include <rendCore/KrTraversalStack.h>
+
 #include <tests/rendCore/SceneSamples.h>
+#include <tests/support/MessageRecorder.h>
+#include <tests/support/SmallStack.h>
+
+#include <toolkit/foundation/KrLimits.h>
 
 #include <gtest/gtest.h>
+
+#include <osg/ComputeBoundsVisitor>
+#include <osg/observer_ptr>
+#include <osgUtil/UpdateVisitor>
+
+#include <boost/make_shared.hpp>
 
 namespace
 {
@@ -19,6 +34,24 @@ public:
     }
     mutable int recomputed = 0;
 };
+
+KrManipulatorLink shaped(const std::string& name)
+{
+    KrManipulatorLink link(name);
+    link.addShape(boost::shared_ptr<KrBasePhysicalExtent>(boost::make_shared<KrBoxPhysicalExtent>()));
+    return link;
+}
+
+/// One link under the other; the last one has a shape.
+KrIndividualManipulator chain(unsigned int numLinks)
+{
+    KrIndividualManipulator robot("chain");
+    KrManipulatorLink* link = &robot;
+    for (unsigned int i = 0; i < numLinks; ++i) {
+        link = &link->addChildLink(i + 1 == numLinks ? shaped("last") : KrManipulatorLink("link"));
+    }
+    return robot;
+}
 
 /// The link node that hangs as child `i` below the DH frame of `parent`.
 const KrRenderLink* childLink(const osg::Group* parent, unsigned int i)
@@ -55,6 +88,97 @@ TEST(KrRenderManipulator, NumbersLinksInPreOrderAndMirrorsTheTree)
     EXPECT_EQ(node->getMap().at({1, 0}), a1->getDhFrame()->getChild(0));
     EXPECT_EQ(node->getMap().count({0xFFFFFFFEu, 0}), 1u);
     EXPECT_EQ(a->getMap().size(), 2u);
+}
+
+TEST(KrRenderManipulator, ChainsOfAnyLengthAreBuiltAndDestroyedOnASmallStack)
+{
+    onStackOf(kSmallStack, [] {
+        constexpr unsigned int numLinks = 50000;
+        const KrIndividualManipulator robot = chain(numLinks);
+        const osg::ref_ptr<KrRenderManipulator> node = new KrRenderManipulator(robot, 0);
+        EXPECT_EQ(node->getNumTotalLinks(), numLinks);
+        ASSERT_EQ(node->getMap().size(), 1u);
+        // Held from elsewhere, a link survives the scene with what hangs under it.
+        osg::ref_ptr<osg::Group> link = node->getChild(0)->asGroup();
+        while (link->getName() != "Man 0:Link 25000") {
+            link = link->getChild(link->getNumChildren() - 1)->asGroup();
+        }
+        EXPECT_EQ(static_cast<KrRenderLink*>(link.get())->getMap().count({numLinks - 1, 0}), 1u);
+        osg::observer_ptr<osg::Node> above = link->getParent(0);
+        node->removeChildren(0, node->getNumChildren());
+        EXPECT_FALSE(above.valid());
+        EXPECT_EQ(link->getNumParents(), 0u);
+        EXPECT_EQ(link->getNumChildren(), 2u);
+    });
+}
+
+TEST(KrRenderManipulator, AMapKeepsWhatItHadWhenItWasTakenOver)
+{
+    const KrIndividualManipulator robot = branching();
+    const KrRenderLink::ShapeMap::key_type late{7, 0};
+    const osg::ref_ptr<KrRenderLink> parent = new KrRenderLink(robot, 0);
+    const KrIndividualManipulator another = branching();
+    const osg::ref_ptr<KrRenderLink> asked = new KrRenderLink(another, 0);
+    EXPECT_EQ(asked->getMap().size(), 1u);
+    const KrManipulatorLink leaf = shaped("leaf");
+    const osg::ref_ptr<KrRenderLink> child = new KrRenderLink(leaf, 0, 5, robot.materialMap());
+    EXPECT_TRUE(parent->addChildLink(child));
+    EXPECT_TRUE(asked->addChildLink(child));
+    const KrManipulatorLink other = shaped("other");
+    const osg::ref_ptr<KrRenderLink> grandchild = new KrRenderLink(other, 0, 7, robot.materialMap());
+    EXPECT_TRUE(child->addChildLink(grandchild));
+    EXPECT_EQ(child->getMap().count(late), 1u);
+    EXPECT_EQ(parent->getMap().size(), 2u);
+    EXPECT_EQ(parent->getMap().count(late), 0u) << "it came later";
+    EXPECT_EQ(asked->getMap().size(), 2u);
+}
+
+TEST(KrTraversalStack, RefusesWhatThisThreadCannotWalk)
+{
+    onStackOf(kSmallStack, [] {
+        MessageRecorder messages;
+        EXPECT_LE(KrTraversalStack::bytesLeft(), kSmallStack);
+        EXPECT_TRUE(KrTraversalStack::holds(chain(20), false));
+        EXPECT_EQ(messages.count(), 0u);
+        const auto deep = chain(static_cast<unsigned int>(kSmallStack / Kr::Limits::kStackPerLink));
+        EXPECT_FALSE(KrTraversalStack::holds(deep, false));
+        EXPECT_EQ(messages.count(), 1u);
+        EXPECT_NE(messages.all().find("KiB of stack"), std::string::npos) << messages.all();
+        EXPECT_FALSE(KrTraversalStack::holds(deep, true));
+        EXPECT_EQ(messages.count(), 1u);
+    });
+}
+
+TEST(KrTraversalStack, LetsThroughOnlyWhatTheSceneGraphWalks)
+{
+    // As deep as is let through, to the last link: the traversals of a frame must get by with it.
+    onStackOf(512 * 1024, [] {
+        const unsigned int numLinks = [] {
+            unsigned int most = 100;
+            MessageRecorder messages;
+            while (KrTraversalStack::holds(chain(most + 50), true)) {
+                most += 50;
+            }
+            return most;
+        }();
+        EXPECT_GT(numLinks, 499u);
+        const KrIndividualManipulator robot = chain(numLinks);
+        const osg::ref_ptr<KrRenderManipulator> node = new KrRenderManipulator(robot, 0);
+        KrRenderBoundingVolumes::init(node, robot.dataMaps());
+        KrRenderMassProperties::init(node);
+        osg::ref_ptr<osg::Group> root = new osg::Group;
+        root->addChild(node);
+        KrRenderAxis::init(root);
+        KrManipulatorSystemState state;
+        state.positionStates().push_back(robot.defaultState());
+        osgUtil::UpdateVisitor update;
+        KrRenderLink::updateState(&update, &state);
+        root->accept(update);
+        EXPECT_TRUE(root->getBound().valid());
+        osg::ComputeBoundsVisitor bounds;
+        root->accept(bounds);
+        EXPECT_TRUE(bounds.getBoundingBox().valid());
+    });
 }
 
 TEST(KrRenderManipulator, ALoneBaseHasNoJoint)

@@ -45,9 +45,7 @@ TEST(KrRenderMassProperties, EveryLinkWithAMassGetsItsEllipsoidUnderItsDhFrame)
 
     const MessageRecorder messages;
     KrRenderMassProperties::init(node);
-    // One message, for the inertia that no body can have; none for the link without mass.
-    ASSERT_EQ(messages.count(), 1u);
-    EXPECT_NE(messages.all().find("impossible"), std::string::npos);
+    EXPECT_EQ(messages.count(), 0u) << "the window tells when the aid is shown";
     EXPECT_EQ(frameOf(base->getChild(1))->getNumChildren(), 0u);
     EXPECT_EQ(frameOf(base->getChild(3))->getNumChildren(), 0u);
 
@@ -73,7 +71,7 @@ TEST(KrRenderMassProperties, EveryLinkWithAMassGetsItsEllipsoidUnderItsDhFrame)
 
     KrRenderMassProperties::init(node);
     EXPECT_EQ(frameOf(base)->getNumChildren(), 2u);
-    EXPECT_EQ(messages.count(), 1u) << "told once";
+    EXPECT_EQ(messages.count(), 0u) << "told once";
     KrRenderMassProperties::init(nullptr);
 
     const osg::ref_ptr<KrRenderLink> bareLink = new BareLink(arm, 0, 0, KrMaterialMap());

@@ -56,6 +56,17 @@ bool areEqual(const KrImage& a, const KrImage& b)
            std::memcmp(a.data(), b.data(), a.sizeInBytes()) == 0;
 }
 
+/// Links under each other, too many for the stack of any thread.
+KrIndividualManipulator endlessChain()
+{
+    KrIndividualManipulator robot("chain");
+    KrManipulatorLink* link = &robot;
+    for (int i = 0; i < 120000; ++i) {
+        link = &link->addChildLink(KrManipulatorLink("link"));
+    }
+    return robot;
+}
+
 class KrRenderWindowTest : public testing::Test
 {
 protected:
@@ -113,6 +124,45 @@ TEST_F(KrRenderWindowTest, PosesTheSceneFromEachState)
     ASSERT_TRUE(window.capture(image));
     EXPECT_FALSE(isGreen(image, 50 + 15, 50));
     EXPECT_TRUE(isGreen(image, 50, 50 + 15)) << "turned to +y, upwards in the picture";
+}
+
+TEST_F(KrRenderWindowTest, RefusesOnceWhatItsStackCannotHold)
+{
+    MessageRecorder messages;
+    KrManipulatorSystem chain;
+    chain.manipulators().push_back(endlessChain());
+    KrStatedSystem deep(chain);
+    window.setStatedSystem(deep);
+    EXPECT_FALSE(window.updateScene());
+    EXPECT_FALSE(window.updateScene());
+    EXPECT_EQ(messages.count(), 1u) << messages.all();
+    EXPECT_NE(messages.all().find("\"chain\" has links 120000 deep"), std::string::npos) << messages.all();
+
+    deep.manipulatorSystem() = Systems::twoBoxes();
+    deep.systemChanged();
+    window.setState(deep.systemState());
+    KrImage image;
+    ASSERT_TRUE(window.capture(image));
+    EXPECT_TRUE(isGreen(image, 50 + 15, 50));
+    EXPECT_EQ(messages.count(), 1u);
+}
+
+TEST_F(KrRenderWindowTest, TellsOfImpossibleBodiesWhenTheyAreFirstShown)
+{
+    MessageRecorder messages;
+    KrMassProperties& mass = system.manipulatorSystem().manipulators()[0].childLinks()[0].massProperties();
+    ASSERT_TRUE(mass.setMass(1.0));
+    ASSERT_TRUE(mass.setInertia({1.0, 1.0, 9.0, 0.0, 0.0, 0.0}));
+    window.setStatedSystem(system);
+    EXPECT_TRUE(window.renderScene(true));
+    EXPECT_EQ(messages.count(), 0u) << messages.all();
+    window.setDisplayMask(KrRenderTypes::MassProperties, true, true);
+    EXPECT_TRUE(window.renderScene(true));
+    EXPECT_EQ(messages.count(), 1u);
+    EXPECT_NE(messages.all().find("link \"arm\""), std::string::npos) << messages.all();
+    system.systemChanged();
+    EXPECT_TRUE(window.renderScene(true));
+    EXPECT_EQ(messages.count(), 1u) << "the same body, loaded anew";
 }
 
 TEST_F(KrRenderWindowTest, KeepsStatesAndSystemsAsStated)
