@@ -103,6 +103,13 @@ double notches(const Event& event)
     }
 }
 
+// Asked several times a frame: comparing them as XML objects would list their components each time.
+bool isSamePov(const KrPovParameters& a, const KrPovParameters& b)
+{
+    return a.eyepoint() == b.eyepoint() && a.centerOfInterest() == b.centerOfInterest() && a.up() == b.up() &&
+           a.fieldOfView() == b.fieldOfView();
+}
+
 } // namespace
 
 KrOrbitInputHandler::KrOrbitInputHandler(KrSGWindow* window)
@@ -134,7 +141,7 @@ void KrOrbitInputHandler::setPovParameters(const KrPovParameters& pov)
 
 void KrOrbitInputHandler::takeWindowPov()
 {
-    if (window() && !(window()->getPovParameters() == m_windowPov)) {
+    if (window() && !isSamePov(window()->getPovParameters(), m_windowPov)) {
         const KrPovParameters pov = window()->getPovParameters();
         setPovParameters(pov);
     }

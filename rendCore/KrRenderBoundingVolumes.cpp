@@ -32,8 +32,9 @@ osg::ref_ptr<KrRenderShape> makeVolume(const KrBasePhysicalExtent& extent, const
     if (dynamic_cast<const KrTriPhysicalExtent*>(&extent) == nullptr &&
         dynamic_cast<const KrDeformationPhysicalExtent*>(&extent) == nullptr) {
         copy.reset(extent.clone());
+        const KrXmlObject& object = *copy;
         // A class that is copied as its base is drawn itself.
-        drawn = typeid(*copy) == typeid(extent) ? static_cast<const KrBasePhysicalExtent*>(copy.get()) : drawn;
+        drawn = typeid(object) == typeid(extent) ? static_cast<const KrBasePhysicalExtent*>(&object) : drawn;
     }
     const osg::ref_ptr<KrRenderShape> volume = new KrRenderShape(drawn, dataMap);
     // Kept: always the number 1, so that all volumes bear one name.

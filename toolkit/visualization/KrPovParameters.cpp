@@ -4,8 +4,6 @@
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
 
-#include <string>
-
 namespace
 {
 
@@ -13,8 +11,7 @@ constexpr double kPi = 3.14159265358979324;
 
 bool isFinite(const char* method, const KrVector& vector)
 {
-    const std::string name = std::string("KrPovParameters::") + method;
-    return Kr::NumberCheck::areFinite(name.c_str(), {vector.x(), vector.y(), vector.z()});
+    return Kr::NumberCheck::areFinite(method, {vector.x(), vector.y(), vector.z()});
 }
 
 // Written so that NaN fails too.
@@ -41,17 +38,17 @@ double KrPovParameters::viewingDistance() const
 
 bool KrPovParameters::setEyepoint(const KrVector& eye)
 {
-    return isFinite("setEyepoint", eye) && (m_eyepoint = eye, true);
+    return isFinite("KrPovParameters::setEyepoint", eye) && (m_eyepoint = eye, true);
 }
 
 bool KrPovParameters::setCenterOfInterest(const KrVector& center)
 {
-    return isFinite("setCenterOfInterest", center) && (m_centerOfInterest = center, true);
+    return isFinite("KrPovParameters::setCenterOfInterest", center) && (m_centerOfInterest = center, true);
 }
 
 bool KrPovParameters::setUp(const KrVector& up)
 {
-    if (!isFinite("setUp", up)) {
+    if (!isFinite("KrPovParameters::setUp", up)) {
         return false;
     }
     if (!(up.length() > 0.0)) {

@@ -86,8 +86,17 @@ KrWindow::~KrWindow()
 // Contexts are current in a thread. One that closes a window of another thread cannot reach what that one remembers.
 KrWindow::Link& KrWindow::currentLink()
 {
-    static thread_local Link t_current;
-    return t_current;
+    // Plain memory, which outlives every object of the thread.
+    static thread_local bool t_isOver = false;
+    struct Current
+    {
+        ~Current() { t_isOver = true; }
+        Link link;
+    };
+    static thread_local Current t_current;
+    // Objects of the main thread end before static windows do, which are closed only then.
+    static Link* const s_atExit = new Link;
+    return t_isOver ? *s_atExit : t_current.link;
 }
 
 bool KrWindow::isUsableHere() const
