@@ -46,12 +46,13 @@ bool isWide(const std::string& content)
     return content.compare(0, 2, "\xFF\xFE") == 0 || content.compare(0, 2, "\xFE\xFF") == 0;
 }
 
-bool load(const std::string& path, KrImportFile::Kind kind, std::uint64_t maxBytes, std::string& content,
+bool load(const std::string& path, KrInputFile::Accept accept, std::uint64_t maxBytes, std::string& content,
           std::string& why)
 {
     // The parser counts in int.
     const std::uint64_t limit = std::min<std::uint64_t>(maxBytes, std::numeric_limits<int>::max() / 2);
-    if (!KrImportFile::read(path, kind, limit, content, why)) {
+    why = KrInputFile::readWhole(path, accept, limit, content);
+    if (!why.empty()) {
         return false;
     }
     // A blank line before the XML declaration is a common slip that parsers refuse.
@@ -76,11 +77,11 @@ bool declaresEntities(const xmlDoc& document)
 
 } // namespace
 
-KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, KrImportFile::Kind kind, std::uint64_t maxBytes,
-                                              std::string& why, bool* isForeign)
+KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, KrInputFile::Accept accept,
+                                              std::uint64_t maxBytes, std::string& why, bool* isForeign)
 {
     std::string content;
-    if (!load(path, kind, maxBytes, content, why)) {
+    if (!load(path, accept, maxBytes, content, why)) {
         return nullptr;
     }
     if (!isWide(content) && !declaresEncoding(content) && !KrText::isUtf8(content)) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <import/KrImportFile.h>
+#include <toolkit/foundation/KrInputFile.h>
 
 #include <libxml/tree.h>
 
@@ -22,7 +22,7 @@ using UniqueDocument = std::unique_ptr<xmlDoc, DocumentDeleter>;
 /// Null, with `why` (one clause, with the line where there is one), for a file that cannot be read, is larger than
 /// `maxBytes`, is no XML or declares entities.
 /// @param isForeign  becomes true for a file that says it is UTF-8, or nothing, and is not: it is read as Latin-1
-UniqueDocument read(const std::string& path, KrImportFile::Kind kind, std::uint64_t maxBytes, std::string& why,
+UniqueDocument read(const std::string& path, KrInputFile::Accept accept, std::uint64_t maxBytes, std::string& why,
                     bool* isForeign = nullptr);
 
 /// The name as it stands in the file, with the prefix.

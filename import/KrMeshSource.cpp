@@ -2,7 +2,6 @@
 
 #include <import/KrColladaText.h>
 #include <import/KrGltfText.h>
-#include <import/KrImportFile.h>
 #include <import/KrImportPath.h>
 #include <import/KrMeshPlausibility.h>
 #include <import/KrMeshWords.h>
@@ -10,6 +9,7 @@
 #include <import/KrOffText.h>
 #include <import/KrStlText.h>
 
+#include <toolkit/foundation/KrInputFile.h>
 #include <toolkit/foundation/KrText.h>
 
 #include <algorithm>
@@ -130,7 +130,8 @@ private:
 bool Source::run(std::string& why)
 {
     std::string content;
-    if (!KrImportFile::read(m_path, KrImportFile::Kind::Regular, m_options.maxMeshBytes, content, why)) {
+    why = KrInputFile::readWhole(m_path, KrInputFile::Accept::Files, m_options.maxMeshBytes, content);
+    if (!why.empty()) {
         return false;
     }
     if (content.empty()) {
@@ -269,7 +270,8 @@ bool Source::readSide(const std::string& name, std::string& content, std::string
         return refuse(why, wanted.empty() ? "it has no name" : "its name is no file's");
     }
     const std::string path = KrImportPath::join(KrImportPath::directoryOf(KrImportPath::absolute(m_path)), wanted);
-    if (!KrImportFile::read(path, KrImportFile::Kind::Regular, m_bytesLeft, content, why)) {
+    why = KrInputFile::readWhole(path, KrInputFile::Accept::Files, m_bytesLeft, content);
+    if (!why.empty()) {
         return false;
     }
     m_bytesLeft -= content.size();

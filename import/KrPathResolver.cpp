@@ -392,7 +392,7 @@ std::string KrPathResolver::packageNameIn(const std::string& folder)
     const std::string manifest = KrImportPath::join(folder, "package.xml");
     std::string why;
     const KrImportXml::UniqueDocument document =
-        KrImportXml::read(manifest, KrImportFile::Kind::Regular, kMaxManifestBytes, why);
+        KrImportXml::read(manifest, KrInputFile::Accept::Files, kMaxManifestBytes, why);
     xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
     xmlNode* const name = root ? KrImportXml::child(*root, "name") : nullptr;
     return name ? KrImportXml::textOf(*name) : "";

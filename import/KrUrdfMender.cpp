@@ -722,7 +722,7 @@ bool KrUrdfMender::mend(const std::string& path, const KrImportOptions& options,
 {
     bool isForeign = false;
     const KrImportXml::UniqueDocument document =
-        KrImportXml::read(path, KrImportFile::Kind::RegularOrPipe, options.maxRobotBytes, why, &isForeign);
+        KrImportXml::read(path, KrInputFile::Accept::FilesAndPipes, options.maxRobotBytes, why, &isForeign);
     const xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
     if (!root) {
         return false;

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstring>
 #include <utility>
-#include <vector>
 
 namespace
 {
@@ -17,25 +16,34 @@ namespace
 constexpr std::size_t kBlockSize = 64 * 1024;
 
 /// Why something of this kind is not read; null when it is.
-const char* refusal(mode_t mode)
+const char* refusal(mode_t mode, KrInputFile::Accept accept)
 {
-    if (S_ISDIR(mode)) {
-        return "it is a folder, not a file";
+    if (S_ISREG(mode)) {
+        return nullptr;
     }
-    const bool isReadable = S_ISREG(mode) || S_ISFIFO(mode) || S_ISSOCK(mode);
-    return isReadable ? nullptr : "it is a device, neither a file nor a pipe";
+    if (S_ISDIR(mode)) {
+        return "it is a folder";
+    }
+    if (accept == KrInputFile::Accept::Files) {
+        return "it is no regular file";
+    }
+    return S_ISFIFO(mode) || S_ISSOCK(mode) ? nullptr : "it is a device, neither a file nor a pipe";
 }
 
 std::string sizeText(std::uint64_t bytes)
 {
     constexpr std::uint64_t kMiB = 1u << 20;
-    return bytes < kMiB ? std::to_string(bytes) + " bytes" : std::to_string(bytes / kMiB) + " MiB";
+    constexpr std::uint64_t kGiB = 1u << 30;
+    return bytes >= kGiB && bytes % kGiB == 0   ? std::to_string(bytes / kGiB) + " GiB"
+           : bytes >= kMiB && bytes % kMiB == 0 ? std::to_string(bytes / kMiB) + " MiB"
+                                                : std::to_string(bytes) + " bytes";
 }
 
 } // namespace
 
-KrInputFile::KrInputFile(std::uint64_t mostBytes)
+KrInputFile::KrInputFile(std::uint64_t mostBytes, Accept accept)
     : m_mostBytes(mostBytes)
+    , m_accept(accept)
 {
 }
 
@@ -58,26 +66,28 @@ bool KrInputFile::open(const std::string& path)
     if (::stat(path.c_str(), &info) != 0) {
         return fail(errno == ENOENT ? "there is no such file" : std::strerror(errno));
     }
-    if (const char* const reason = refusal(info.st_mode)) {
+    if (const char* const reason = refusal(info.st_mode, m_accept)) {
         return fail(reason);
     }
+    // Never waits where no pipe is wanted, though one may have taken the name in between.
+    const int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | (m_accept == Accept::Files ? O_NONBLOCK : 0);
     int descriptor = -1;
     do {
-        descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+        descriptor = ::open(path.c_str(), flags);
     } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) {
         return fail(std::strerror(errno));
     }
     m_isOwner = true;
-    return accept(descriptor);
+    return take(descriptor);
 }
 
 bool KrInputFile::openDescriptor(int descriptor)
 {
-    return accept(descriptor);
+    return take(descriptor);
 }
 
-bool KrInputFile::accept(int descriptor)
+bool KrInputFile::take(int descriptor)
 {
     m_descriptor = descriptor;
     // Again: another file may have taken the name in between.
@@ -85,10 +95,11 @@ bool KrInputFile::accept(int descriptor)
     if (::fstat(descriptor, &info) != 0) {
         return fail(std::strerror(errno));
     }
-    if (const char* const reason = refusal(info.st_mode)) {
+    if (const char* const reason = refusal(info.st_mode, m_accept)) {
         return fail(reason);
     }
-    if (S_ISREG(info.st_mode) && static_cast<std::uint64_t>(info.st_size) > m_mostBytes) {
+    m_size = S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0;
+    if (m_size > m_mostBytes) {
         return fail("it is larger than " + sizeText(m_mostBytes));
     }
     return true;
@@ -117,18 +128,28 @@ bool KrInputFile::read(char* data, std::size_t size, std::size_t& count)
 bool KrInputFile::readAll(std::string& content)
 {
     std::string whole = m_buffer.substr(m_start);
-    std::vector<char> block(kBlockSize);
-    std::size_t count = 1;
-    while (count > 0) {
-        if (!read(block.data(), block.size(), count)) {
+    // One block more, to see the end; files of some systems have size 0 and yet something inside.
+    whole.reserve(whole.size() + static_cast<std::size_t>(m_size - std::min(m_size, m_numBytes)) + kBlockSize);
+    for (std::size_t count = 1; count > 0;) {
+        const std::size_t held = whole.size();
+        whole.resize(std::max(whole.capacity(), held + kBlockSize));
+        const bool isRead = read(&whole[held], whole.size() - held, count);
+        whole.resize(held + (isRead ? count : 0));
+        if (!isRead) {
             return false;
         }
-        whole.append(block.data(), count);
     }
     m_buffer.clear();
     m_start = 0;
     content = std::move(whole);
     return true;
+}
+
+std::string KrInputFile::readWhole(const std::string& path, Accept accept, std::uint64_t mostBytes,
+                                   std::string& content)
+{
+    KrInputFile file(mostBytes, accept);
+    return file.open(path) && file.readAll(content) ? std::string() : file.reason();
 }
 
 bool KrInputFile::readLine(std::string& line, std::size_t longest)

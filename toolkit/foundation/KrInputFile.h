@@ -4,18 +4,23 @@
 #include <cstdint>
 #include <string>
 
-/// A text that comes from outside, read piece by piece and never beyond a limit.
+/// The one door for files that come from outside: read whole or piece by piece, and never beyond a limit.
 ///
-/// Regular files and pipes are read, and sockets that are open already. A folder or a device is not even opened: some
-/// devices never end, others do something when they are opened.
+/// A folder or a device is not even opened: some devices never end, others do something when they are opened.
 ///
 /// Every function that fails gives false, and `reason` says why. Not copyable; an object belongs to one thread at a
 /// time.
 class KrInputFile
 {
 public:
+    enum class Accept
+    {
+        Files,        ///< regular ones only, for what a file names: a pipe without a writer would be waited for
+        FilesAndPipes ///< for what a person names, and sockets that are open already
+    };
+
     /// @param mostBytes  what holds more is refused, a regular file before it is read
-    explicit KrInputFile(std::uint64_t mostBytes);
+    explicit KrInputFile(std::uint64_t mostBytes, Accept accept = Accept::FilesAndPipes);
     ~KrInputFile();
     KrInputFile(const KrInputFile&) = delete;
     KrInputFile& operator=(const KrInputFile&) = delete;
@@ -34,14 +39,19 @@ public:
     /// @param longest  a longer line, in bytes, is refused
     bool readLine(std::string& line, std::size_t longest);
 
+    /// Opens and reads all of a file. @return the reason of a failure, empty for none; `content` is then as it was
+    static std::string readWhole(const std::string& path, Accept accept, std::uint64_t mostBytes, std::string& content);
+
     /// Why it failed: "there is no such file", "it is larger than 4 MiB"; empty while nothing has.
     const std::string& reason() const { return m_reason; }
 
 private:
     bool fail(const std::string& reason);
-    bool accept(int descriptor);
+    bool take(int descriptor);
 
     std::uint64_t m_mostBytes;
+    Accept m_accept;
+    std::uint64_t m_size = 0;     ///< that a regular file has when it is opened, bytes
     std::uint64_t m_numBytes = 0; ///< read so far
     int m_descriptor = -1;
     bool m_isOwner = false;

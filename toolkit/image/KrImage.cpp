@@ -1,6 +1,7 @@
 #include <toolkit/image/KrImage.h>
 
 #include <toolkit/foundation/KrFileReplacement.h>
+#include <toolkit/foundation/KrInputFile.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/KrText.h>
 #include <toolkit/image/KrPictureFile.h>
@@ -145,11 +146,12 @@ bool KrImage::readFile(const std::string& path, Orientation orientation)
 {
     const std::string reason = withoutExceptions([&] {
         const KrPictureLimits limits;
-        Bytes file;
+        std::string file;
         KrPicture picture;
-        std::string failure = KrPictureFile::readBytes(path, limits.bytes, file);
+        std::string failure = KrInputFile::readWhole(path, KrInputFile::Accept::Files, limits.bytes, file);
         if (failure.empty()) {
-            failure = KrPictureFile::decode(file.data(), file.size(), limits, picture);
+            failure = KrPictureFile::decode(reinterpret_cast<const unsigned char*>(file.data()), file.size(), limits,
+                                            picture);
         }
         if (!failure.empty()) {
             return failure;

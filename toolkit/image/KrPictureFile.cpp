@@ -6,14 +6,8 @@
 #include <toolkit/image/KrSimplePictures.h>
 #include <toolkit/image/KrTiffCoder.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
 namespace
@@ -90,67 +84,14 @@ KrPicture withChannels(const KrPicture& picture, unsigned int channels)
     return result;
 }
 
-class UniqueDescriptor
-{
-public:
-    explicit UniqueDescriptor(int descriptor)
-        : m_descriptor(descriptor)
-    {
-    }
-    ~UniqueDescriptor()
-    {
-        if (m_descriptor >= 0) {
-            ::close(m_descriptor);
-        }
-    }
-    UniqueDescriptor(const UniqueDescriptor&) = delete;
-    UniqueDescriptor& operator=(const UniqueDescriptor&) = delete;
-    int get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
-
 } // namespace
-
-std::string KrPictureFile::readBytes(const std::string& path, std::uint64_t mostBytes,
-                                     std::vector<unsigned char>& bytes)
-{
-    // A pipe that nobody writes to would be waited for otherwise.
-    const UniqueDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    struct stat info = {};
-    if (file.get() < 0 || ::fstat(file.get(), &info) != 0) {
-        return errno == ENOENT ? "there is no such file" : std::strerror(errno);
-    }
-    if (!S_ISREG(info.st_mode)) {
-        return S_ISDIR(info.st_mode) ? "it is a folder" : "it is no regular file";
-    }
-    const std::uint64_t size = static_cast<std::uint64_t>(info.st_size);
-    if (size > mostBytes) {
-        return "the file has " + std::to_string(size) + " bytes; pictures of up to " + std::to_string(mostBytes) +
-               " are read";
-    }
-    std::vector<unsigned char> content(static_cast<std::size_t>(size));
-    for (std::size_t at = 0; at < content.size();) {
-        const ssize_t count = ::read(file.get(), content.data() + at, content.size() - at);
-        if (count < 0 && errno != EINTR) {
-            return std::strerror(errno);
-        }
-        if (count == 0) {
-            content.resize(at); // somebody has cut it meanwhile
-        }
-        at += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    if (content.empty()) {
-        return "the file is empty";
-    }
-    bytes.swap(content);
-    return {};
-}
 
 std::string KrPictureFile::decode(const unsigned char* data, std::size_t size, const KrPictureLimits& limits,
                                   KrPicture& picture)
 {
+    if (size == 0) {
+        return "the file is empty";
+    }
     const KrPictureBytes file = {data, size};
     for (const Readable& format : kReadable) {
         if (format.isFormat(file)) {

@@ -18,9 +18,6 @@
 namespace KrPictureFile
 {
 
-/// Reads the whole of the regular file at `path`; pipes, devices and folders are refused without waiting for them.
-std::string readBytes(const std::string& path, std::uint64_t mostBytes, std::vector<unsigned char>& bytes);
-
 /// Makes the picture of a file's content. 16-bit samples become the nearest bytes, floats between 0 and 1 as well;
 /// the orientation that a JPEG or a TIFF tells is applied.
 std::string decode(const unsigned char* data, std::size_t size, const KrPictureLimits& limits, KrPicture& picture);

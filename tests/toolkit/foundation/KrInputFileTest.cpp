@@ -83,7 +83,7 @@ TEST_F(KrInputFileTest, FoldersDevicesAndWhatIsTooLargeAreNotRead)
 {
     EXPECT_EQ(reasonOf(write(std::string(100, 'x'))), "");
     EXPECT_EQ(reasonOf(m_folder + "/none"), "there is no such file");
-    EXPECT_EQ(reasonOf(m_folder), "it is a folder, not a file");
+    EXPECT_EQ(reasonOf(m_folder), "it is a folder");
     EXPECT_EQ(reasonOf("/dev/zero"), "it is a device, neither a file nor a pipe");
     EXPECT_EQ(reasonOf(write(std::string(101, 'x'))), "it is larger than 100 bytes");
 

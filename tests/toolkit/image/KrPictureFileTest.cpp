@@ -1,5 +1,7 @@
 #include <toolkit/image/KrImage.h>
 #include <toolkit/image/KrPictureFile.h>
+
+#include <toolkit/foundation/KrInputFile.h>
 #include <toolkit/image/KrPictureSamples.h>
 
 #include <toolkit/foundation/KrPrint.h>
@@ -208,13 +210,17 @@ TEST_F(KrPictureFileTest, OnlyRegularFilesWithinTheLimitAreOpened)
     fs::create_symlink("/dev/zero", "zeros.png");
     fs::create_directory("folder.png");
     write("file.png", "123456789");
-    std::vector<unsigned char> content;
-    EXPECT_EQ(KrPictureFile::readBytes("pipe.png", 100, content), "it is no regular file");
-    EXPECT_EQ(KrPictureFile::readBytes("zeros.png", 100, content), "it is no regular file");
-    EXPECT_EQ(KrPictureFile::readBytes("folder.png", 100, content), "it is a folder");
-    EXPECT_NE(KrPictureFile::readBytes("file.png", 8, content), "");
+    std::string content;
+    const auto read = [&content](const char* name, std::uint64_t mostBytes) {
+        return KrInputFile::readWhole(name, KrInputFile::Accept::Files, mostBytes, content);
+    };
+    EXPECT_EQ(read("pipe.png", 100), "it is no regular file");
+    EXPECT_EQ(read("zeros.png", 100), "it is no regular file");
+    EXPECT_EQ(read("folder.png", 100), "it is a folder");
+    EXPECT_EQ(read("file.png", 8), "it is larger than 8 bytes");
     EXPECT_TRUE(content.empty());
-    EXPECT_EQ(KrPictureFile::readBytes("file.png", 9, content), "");
+    EXPECT_EQ(read("file.png", 9), "");
+    EXPECT_FALSE(reads("pipe.png") || reads("zeros.png"));
     EXPECT_EQ(content.size(), 9u);
 }
 
@@ -239,8 +245,8 @@ TEST_F(KrPictureFileTest, FewBytesDoNotAskForMuchMemory)
         .set(TIFFTAG_ROWSPERSTRIP, 20000)
         .set(TIFFTAG_COMPRESSION, COMPRESSION_LZW)
         .row(0, Bytes(20000));
-    std::vector<unsigned char> tiff;
-    ASSERT_EQ(KrPictureFile::readBytes("huge.tif", 1 << 20, tiff), "");
+    std::string tiff;
+    ASSERT_EQ(KrInputFile::readWhole("huge.tif", KrInputFile::Accept::Files, 1 << 20, tiff), "");
     std::string jpeg = encoded(uneven(3), "jpg");
     const std::size_t frame = jpeg.find("\xff\xc0");
     ASSERT_NE(frame, std::string::npos);
@@ -348,9 +354,9 @@ TEST_F(KrPictureFileTest, TargasOfEveryKind)
 TEST_F(KrPictureFileTest, TiffsOfEveryKind)
 {
     const auto decoded = [](const char* name) {
-        std::vector<unsigned char> content;
-        EXPECT_EQ(KrPictureFile::readBytes(name, 1 << 20, content), "");
-        return Decoded(std::string(content.begin(), content.end()));
+        std::string content;
+        EXPECT_EQ(KrInputFile::readWhole(name, KrInputFile::Accept::Files, 1 << 20, content), "");
+        return Decoded(content);
     };
     TiffWriter("a.tif", "wb", 2, 1, 3, 16, PHOTOMETRIC_RGB)
         .row(0, std::vector<std::uint16_t>{0, 257, 514, 65535, 128, 129});
