@@ -33,6 +33,10 @@ function(kr_configure_target name)
             target_compile_options(${name} PRIVATE -msse2 -mfpmath=sse)
         endif()
     endif()
+    # Calls take more stack there, freed memory is kept back, and allocations are not ours to count.
+    if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=[a-z,]*(address|thread)")
+        target_compile_definitions(${name} PRIVATE KR_SANITIZED)
+    endif()
     # GCC's sanitizers hide from it what boost::optional has set: a warning about every empty one.
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS MATCHES "-fsanitize")
         target_compile_options(${name} PRIVATE -Wno-maybe-uninitialized)

@@ -20,7 +20,7 @@
 namespace
 {
 
-#ifdef __SANITIZE_ADDRESS__
+#if defined(KR_SANITIZED)
 constexpr int kManyCalls = 100; // each opens a context, which takes long there
 #else
 constexpr int kManyCalls = 1000;

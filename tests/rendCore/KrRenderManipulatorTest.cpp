@@ -152,7 +152,7 @@ TEST(KrTraversalStack, RefusesWhatThisThreadCannotWalk)
 TEST(KrTraversalStack, LetsThroughOnlyWhatTheSceneGraphWalks)
 {
     // As deep as is let through, to the last link: the traversals of a frame must get by with it.
-    onStackOf(512 * 1024, [] {
+    onStackOf(1024 * Kr::Limits::kStackPerLink, [] {
         const unsigned int numLinks = [] {
             unsigned int most = 100;
             MessageRecorder messages;

@@ -18,12 +18,7 @@ Allocations Allocations::now()
 }
 
 // A sanitizer brings allocation functions of its own, and only glibc gives its own a second name.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KR_SANITIZED
-#endif
-#endif
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(KR_SANITIZED)
+#if defined(__GLIBC__) && !defined(KR_SANITIZED)
 
 extern "C" {
 

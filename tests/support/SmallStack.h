@@ -7,7 +7,7 @@
 #include <pthread.h>
 
 /// A stack that holds some thousand calls at most: recursion over a long chain does not go by unseen.
-#if defined(__SANITIZE_ADDRESS__) || !defined(__OPTIMIZE__)
+#if defined(KR_SANITIZED) || !defined(__OPTIMIZE__)
 constexpr std::size_t kSmallStack = 1024 * 1024;
 #else
 constexpr std::size_t kSmallStack = 160 * 1024;

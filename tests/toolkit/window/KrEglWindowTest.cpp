@@ -400,7 +400,7 @@ TEST_F(KrExternalWindow, BelievesInSharingOnlyWhenTheContextsDoShare)
     EXPECT_EQ(window.getShare(), std::vector<KrWindow*>{&sharing});
 }
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KR_SANITIZED)
 constexpr long kAllowedGrowthKiB = 256 * 1024; // freed memory stays in quarantine
 #else
 constexpr long kAllowedGrowthKiB = 2 * 1024;
