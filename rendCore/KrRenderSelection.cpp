@@ -161,6 +161,9 @@ void SelectionGroup::showFaded(float alpha)
 {
     m_selected = false;
     osg::StateSet* overrides = getOrCreateStateSet();
+    // A shape that was selected before looks like the others: without the highlights of its selection.
+    m_material->setSpecular(kBothFaces, kBlack);
+    m_material->setShininess(kBothFaces, 0.0f);
     m_material->setAlpha(kBothFaces, alpha);
     blend();
     m_unlitFade = alpha < 1.0f ? unlitFade(alpha) : nullptr;
@@ -169,10 +172,8 @@ void SelectionGroup::showFaded(float alpha)
         overrides->setAttribute(m_material, kOnOverride);
         m_material->setColorMode(osg::Material::OFF); // Kept: the wrapper's own colours
     } else {
-        // A shape that an earlier pass faded is not transparent any more.
-        if (overrides->getRenderingHint() == osg::StateSet::TRANSPARENT_BIN) {
-            overrides->setRenderingHint(osg::StateSet::DEFAULT_BIN);
-        }
+        // The shape decides again, whether it was faded or selected before.
+        overrides->setRenderingHint(osg::StateSet::DEFAULT_BIN);
         overrides->setAttribute(m_material, kOn);
         m_material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
     }

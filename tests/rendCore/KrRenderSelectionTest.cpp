@@ -146,6 +146,21 @@ TEST_F(KrRenderSelectionTest, FadingDrawsTheOthersInTheWrapperAndSparesTheSelect
     EXPECT_FALSE(overridesMaterial(left));
 }
 
+TEST_F(KrRenderSelectionTest, FadedShapesLookTheSameWhateverTheyWereBefore)
+{
+    for (const float alpha : {0.25f, 1.0f}) {
+        KrRenderSelection::setSelected(node, kOther);
+        fade(0.5f);
+        fade(alpha);
+        const osg::StateSet& before = overrides(shape(kOther));
+        const osg::StateSet& never = overrides(shape(kLeft));
+        EXPECT_EQ(before.compare(never, true), 0) << "alpha " << alpha;
+        EXPECT_EQ(before.getRenderingHint(), never.getRenderingHint()) << "alpha " << alpha;
+        EXPECT_EQ(before.getRenderBinMode(), never.getRenderBinMode()) << "alpha " << alpha;
+        restore();
+    }
+}
+
 TEST_F(KrRenderSelectionTest, AShapeWithTwoParentsGetsOneWrapperUnderBoth)
 {
     fade();
