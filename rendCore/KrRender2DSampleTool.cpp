@@ -4,6 +4,7 @@
 #include <rendCore/KrRenderWindow.h>
 
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/system/KrStatedSystem.h>
 
 #include <cstdint>
 #include <exception>
@@ -48,10 +49,41 @@ bool open(KrRenderWindow& window, unsigned int width, unsigned int height)
     return !isLarge || (isOpen && window.setWindowSize(width, height));
 }
 
+/// Declares anew, in the end, what the map's window took of the changes of a system that others show, too.
+class PendingChanges
+{
+public:
+    explicit PendingChanges(const KrStatedSystem& system)
+        : m_system(system)
+        , m_isNew(system.isNewSystem())
+        , m_isSelectionChanged(system.isSelectionChanged())
+        , m_isTransparencyChanged(system.isTransparencyChanged())
+    {
+    }
+    ~PendingChanges()
+    {
+        if (m_isNew) {
+            m_system.askForNewScene();
+        }
+        // Windows share shapes and their fading: in the map's window the selected ones were faded like the others.
+        m_system.setSelectionChanged(m_isSelectionChanged || !m_system.selectedShapes().empty());
+        m_system.setTransparencyChanged(m_isTransparencyChanged);
+    }
+    PendingChanges(const PendingChanges&) = delete;
+    PendingChanges& operator=(const PendingChanges&) = delete;
+
+private:
+    const KrStatedSystem& m_system;
+    const bool m_isNew;
+    const bool m_isSelectionChanged;
+    const bool m_isTransparencyChanged;
+};
+
 bool sample(const KrStatedSystem& system, const KrCoordinateSystemTransformation& view, unsigned int width,
             unsigned int height, double xSize, double ySize, double distance, std::vector<std::vector<double>>& map)
 {
     const KrContextRestorer restorer(nullptr);
+    const PendingChanges changes(system);
     KrRenderWindow window;
     window.setStatedSystem(system);
     window.setWindowSize(width, height);

@@ -11,8 +11,9 @@ class KrRender2DSampleTool
 public:
     /// A range map: what an orthographic camera sees, as distances along its viewing direction.
     ///
-    /// Draws off screen in a window of its own. The window looks at the system as any other does: pending new-system,
-    /// selection and transparency changes are consumed by it.
+    /// Draws off screen in a window of its own, and leaves pending new-system, selection and transparency changes to
+    /// other windows of the system. Where shapes are selected the selection is declared changed: windows share shapes,
+    /// and show it again with their next frame.
     ///
     /// @param view      camera to world: looks along its -z axis, y up
     /// @param width     samples a row

@@ -322,15 +322,11 @@ void Endurance::use(KrEnduranceScene& scene)
         break;
     case 2: {
         note("range map");
-        // Shapes and their fading are shared with the map's window: a selection is shown here first.
-        check(scene.window().renderScene(true), "a frame");
         std::vector<std::vector<double>> map;
         KrCoordinateSystemTransformation view;
         view.setTranslation(scene.middle() + KrVector(0.0, 0.0, 2.0 + scene.radius()));
         const double size = 2.0 * scene.radius();
         check(KrRender2DSampleTool::get2DMap(scene.system(), view, 32, 24, size, size, 4.0 + size, map), "a range map");
-        // The map's window took the system's changes for its own.
-        scene.applySelection();
         break;
     }
     case 3: {

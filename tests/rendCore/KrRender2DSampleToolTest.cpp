@@ -143,6 +143,58 @@ TEST(KrRender2DSampleTool, AnEmptySceneIsAsFarAsItGets)
     EXPECT_EQ(map, Map(4, std::vector<double>(8, 1.000001)));
 }
 
+std::vector<unsigned char> picture(KrRenderWindow& window)
+{
+    KrImage image;
+    EXPECT_TRUE(window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
+    return std::vector<unsigned char>(image.data(), image.data() + image.sizeInBytes());
+}
+
+TEST(KrRender2DSampleTool, AWindowOfTheSameSystemShowsWhatItShowed)
+{
+    if (!canDraw()) {
+        GTEST_SKIP() << "no OpenGL context";
+    }
+    KrStatedSystem system(Systems::twoBoxes());
+    KrRenderWindow window;
+    window.setHideWindow(true);
+    window.setWindowSize(64, 48);
+    ASSERT_TRUE(window.init());
+    window.setStatedSystem(system);
+    const std::vector<unsigned char> plain = picture(window);
+    const auto drawMap = [&system] {
+        MessageRecorder messages; // of the map's own window, which shares the shapes
+        Map map;
+        EXPECT_TRUE(KrRender2DSampleTool::get2DMap(system, fromPlusX(), 20, 16, 5.0, 4.0, 10.0, map));
+    };
+    drawMap();
+    EXPECT_EQ(picture(window), plain);
+
+    const KrShapeStateCacheKey arm(0, 0, 0);
+    ASSERT_TRUE(system.selectShape(arm));
+    const std::vector<unsigned char> selected = picture(window);
+    ASSERT_NE(selected, plain);
+    drawMap();
+    EXPECT_EQ(picture(window), selected) << "a selection that is shown";
+
+    system.clearSelection();
+    drawMap();
+    EXPECT_EQ(picture(window), plain) << "a selection that is still shown, but gone";
+
+    ASSERT_TRUE(system.selectShape(arm));
+    drawMap();
+    EXPECT_EQ(picture(window), selected) << "a selection that has yet to be shown";
+
+    ASSERT_TRUE(system.setTransparency(0.6));
+    drawMap();
+    EXPECT_TRUE(system.isTransparencyChanged());
+
+    system.systemChanged();
+    drawMap();
+    EXPECT_TRUE(system.isNewSystem()) << "its window has yet to let go of the old links";
+    EXPECT_EQ(picture(window), plain);
+}
+
 /// Physical memory of this process at its highest so far, bytes.
 std::uint64_t peakMemory()
 {
