@@ -13,6 +13,7 @@
 #include <osgText/Text>
 
 #include <cstdint>
+#include <mutex>
 
 namespace
 {
@@ -91,6 +92,9 @@ void KrSGWindow::setOverlayText(const std::string& text, unsigned int x, unsigne
     }
     // Fonts, and the shaders that draw them, are read through plugins.
     KrScenePlugins::useAbsoluteFoldersOnly();
+    // All texts of a font share its table of state sets, which windows of other threads write to, too.
+    static std::mutex s_fontMutex;
+    const std::lock_guard<std::mutex> lock(s_fontMutex);
     const osg::ref_ptr<OverlayText> label = new OverlayText(x, y);
     // Without that font the text is drawn in the library's own.
     label->setFont(osgText::readRefFontFile("arialbd.ttf"));
