@@ -1,8 +1,10 @@
 #include <toolkit/foundation/KrFileReplacement.h>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
@@ -21,6 +23,7 @@ namespace fs = std::filesystem;
 
 constexpr int kMostLinks = 40; ///< one behind the other, as the system follows them
 constexpr int kMostAttempts = 16;
+constexpr int kMostWaits = 1000; ///< of a millisecond, for a file that another thread is opening
 // Together far below the 255 bytes that a name may have.
 constexpr std::size_t kLongestStem = 60;
 constexpr std::size_t kLongestExtension = 16;
@@ -29,11 +32,14 @@ constexpr std::size_t kLongestExtension = 16;
 struct Unfinished
 {
     std::atomic<bool> isTaken{false};
+    std::atomic<bool> isBeingMade{false}; ///< a thread is inside `open`: the file may appear at any moment
     std::atomic<bool> isThere{false};
     char path[PATH_MAX] = {};
 };
 
 std::array<Unfinished, 16> s_unfinished;
+/// The process ends and its temporary files have been removed: none is made any more.
+std::atomic<bool> s_isEnding{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler must not wait");
 
 /// @return the place in the list; -1 when there is none
@@ -48,6 +54,27 @@ int keepInMind(const std::string& path)
         }
     }
     return -1;
+}
+
+/// Opens the temporary file of a place in the list so that `removeUnfinished` finds it, or refuses to. No signal comes
+/// in between: its handler would wait for the thread that it interrupts. -1 with errno set.
+int openUnfinished(Unfinished& place, const char* path, mode_t mode)
+{
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    place.isBeingMade = true;
+    int descriptor = -1;
+    int error = ECANCELED;
+    if (!s_isEnding.load()) {
+        descriptor = ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+        error = errno;
+    }
+    place.isBeingMade = false;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return descriptor;
 }
 
 bool isLink(const fs::path& path)
@@ -124,7 +151,9 @@ KrFileReplacement::KrFileReplacement(const std::string& path)
         m_temporary = (whole.parent_path() / temporaryName(whole, number)).string();
         // Before the file is there: a signal may come right behind it.
         m_slot = keepInMind(m_temporary);
-        m_descriptor = ::open(m_temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+        Unfinished unlisted;
+        m_descriptor = openUnfinished(m_slot < 0 ? unlisted : s_unfinished[static_cast<std::size_t>(m_slot)],
+                                      m_temporary.c_str(), mode);
         error = m_descriptor < 0 ? errno : 0;
         if (m_descriptor < 0) {
             forget();
@@ -178,7 +207,13 @@ void KrFileReplacement::forget()
 
 void KrFileReplacement::removeUnfinished()
 {
+    s_isEnding = true;
     for (const Unfinished& place : s_unfinished) {
+        // Another thread may be inside `open`; on a disk that does not answer the process ends all the same.
+        for (int wait = 0; wait < kMostWaits && place.isBeingMade.load(); ++wait) {
+            const timespec aMillisecond = {0, 1000000};
+            ::nanosleep(&aMillisecond, nullptr);
+        }
         if (place.isThere.load()) {
             ::unlink(place.path);
         }

@@ -44,9 +44,9 @@ public:
     /// The file that `path` means: where it leads when it is a link, there already or not; else `path`.
     static std::string target(const std::string& path);
 
-    /// Removes the temporary files of all objects of the process, of 16 at once at least. For a signal handler that
-    /// ends the process: it calls nothing that such a handler may not. An object that goes on writing fails in
-    /// `replace`.
+    /// Removes the temporary files of all objects of the process, of 16 at once at least, and lets no thread make
+    /// another one. For a signal handler that ends the process: it calls nothing that such a handler may not. An object
+    /// that goes on writing fails in `replace`.
     static void removeUnfinished();
 
 private:

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 
 namespace
 {
@@ -149,4 +150,27 @@ TEST_F(KrFileReplacementTest, ADiskThatTakesNoMoreKeepsTheOldContent)
     EXPECT_EQ(status, 0);
     EXPECT_EQ(content("a"), "old");
     EXPECT_EQ(numFiles(), 1u);
+}
+
+TEST_F(KrFileReplacementTest, NothingIsLeftWhenAProcessEndsWhileItsThreadsWrite)
+{
+    for (int i = 0; i < 40; ++i) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            for (int thread = 0; thread < 4; ++thread) {
+                std::thread([this, thread] {
+                    for (;;) {
+                        KrFileReplacement::write(path(std::to_string(thread)), "content");
+                    }
+                }).detach();
+            }
+            usleep(3000);
+            KrFileReplacement::removeUnfinished();
+            usleep(1000); // a process does not end at once
+            _exit(0);
+        }
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        ASSERT_LE(numFiles(), 4u) << "a temporary file was left";
+    }
 }
