@@ -10,16 +10,13 @@ set(kr_data_dir ${CMAKE_INSTALL_DATADIR}/krRendCore)
 
 install(TARGETS krToolkit krRendCore krImport
     EXPORT KrRendCoreTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krRendCore)
 install(EXPORT KrRendCoreTargets NAMESPACE Kr:: DESTINATION ${kr_package_dir})
 install(TARGETS krrender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-install(DIRECTORY toolkit rendCore import
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krRendCore
-    FILES_MATCHING PATTERN "*.h")
-install(DIRECTORY rendCore/
-    DESTINATION ${kr_data_dir}/software/render/src/rendCore
-    FILES_MATCHING PATTERN "*.vert" PATTERN "*.frag")
+install(FILES rendCore/plume/krPlumeShader.vert rendCore/plume/krPlumeShader.frag
+    DESTINATION ${kr_data_dir}/software/render/src/rendCore)
 install(DIRECTORY samples DESTINATION ${kr_data_dir} PATTERN generate EXCLUDE PATTERN CMakeLists.txt EXCLUDE)
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})

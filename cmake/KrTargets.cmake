@@ -43,7 +43,8 @@ function(kr_configure_target name)
     endif()
 endfunction()
 
-# kr_add_library(NAME ALIAS Kr::Alias): a shared library whose sources its folders add with target_sources.
+# kr_add_library(NAME ALIAS Kr::Alias): a shared library whose sources its folders add with target_sources: what is
+# installed to the file set HEADERS, the rest privately.
 function(kr_add_library name)
     cmake_parse_arguments(ARG "" "ALIAS" "" ${ARGN})
     add_library(${name} SHARED)
@@ -56,6 +57,7 @@ function(kr_add_library name)
     target_include_directories(${name} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/krRendCore>)
+    target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR})
 endfunction()
 
 # kr_add_program(NAME SOURCES a.cpp ... LIBRARIES Kr::X ...)

@@ -1,6 +1,6 @@
 // Draws a robot description, seen from in front of it:  draw_robot URDF PICTURE
 #include <import/KrRobotImporter.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/system/KrRenderWindow.h>
 
 #include <toolkit/system/KrStatedSystem.h>
 

@@ -1,5 +1,5 @@
 // Draws a system file from four sides, in one picture:  multi_view SYSTEM.xml PICTURE
-#include <rendCore/KrMultiRenderWindow.h>
+#include <rendCore/system/KrMultiRenderWindow.h>
 
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 

@@ -1,7 +1,7 @@
 // Builds an arm of two links in code and draws ten poses of it, without a display:  two_link_arm [FOLDER]
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/system/KrRenderWindow.h>
 
-#include <toolkit/geometry/KrCapsulePhysicalExtent.h>
+#include <toolkit/extent/KrCapsulePhysicalExtent.h>
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <boost/make_shared.hpp>

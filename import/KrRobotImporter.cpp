@@ -1,10 +1,10 @@
 #include <import/KrRobotImporter.h>
 
-#include <import/KrUrdfMender.h>
-#include <import/KrUrdfReader.h>
+#include <import/urdf/KrUrdfMender.h>
+#include <import/urdf/KrUrdfReader.h>
 
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/foundation/KrText.h>
+#include <toolkit/foundation/private/KrText.h>
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <exception>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <import/KrImportOptions.h>
-#include <import/KrImportReport.h>
+#include <import/report/KrImportReport.h>
 
 #include <string>
 

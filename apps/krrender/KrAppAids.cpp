@@ -5,14 +5,14 @@
 #include "KrAppRobot.h"
 #include "KrAppValue.h"
 
-#include <rendCore/KrRenderAxis.h>
-#include <rendCore/KrRenderLink.h>
-#include <rendCore/KrRenderManipulator.h>
-#include <rendCore/KrRenderShape.h>
-#include <rendCore/KrRenderTypes.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/aids/KrRenderAxis.h>
+#include <rendCore/base/KrRenderTypes.h>
+#include <rendCore/model/KrRenderLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
+#include <rendCore/model/KrRenderShape.h>
+#include <rendCore/system/KrRenderWindow.h>
+#include <toolkit/extent/KrEnclosingShapes.h>
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/geometry/KrEnclosingShapes.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
 #include <osg/Depth>

@@ -4,7 +4,7 @@
 #include "KrAppFiles.h"
 #include "KrAppNumpy.h"
 
-#include <toolkit/image/KrPictureFile.h>
+#include <toolkit/image/private/KrPictureFile.h>
 
 #include <algorithm>
 #include <cmath>

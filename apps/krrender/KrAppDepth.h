@@ -1,6 +1,6 @@
 #pragma once
 
-#include <rendCore/KrDepthCapture.h>
+#include <rendCore/capture/KrDepthCapture.h>
 
 #include <string>
 #include <vector>

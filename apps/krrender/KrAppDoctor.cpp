@@ -7,11 +7,11 @@
 #include "KrAppVideo.h"
 
 #include <osg/Version>
-#include <toolkit/geometry/KrBoxPhysicalExtent.h>
+#include <toolkit/context/KrEglWindowImpl.h>
+#include <toolkit/context/KrGlxWindowImpl.h>
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
 #include <toolkit/system/KrStatedSystem.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
-#include <toolkit/window/KrEglWindowImpl.h>
-#include <toolkit/window/KrGlxWindowImpl.h>
 #include <toolkit/window/KrWindow.h>
 
 #include <cstdlib>

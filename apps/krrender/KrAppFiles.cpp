@@ -3,9 +3,9 @@
 #include "KrAppFailure.h"
 #include "KrAppMessages.h"
 
-#include <toolkit/foundation/KrFileReplacement.h>
-#include <toolkit/foundation/KrInputFile.h>
-#include <toolkit/image/KrPictureFile.h>
+#include <toolkit/foundation/private/KrFileReplacement.h>
+#include <toolkit/foundation/private/KrInputFile.h>
+#include <toolkit/image/private/KrPictureFile.h>
 
 #include <poll.h>
 #include <sys/stat.h>

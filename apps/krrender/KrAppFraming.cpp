@@ -2,8 +2,8 @@
 
 #include "KrAppMotion.h"
 
-#include <toolkit/geometry/KrGridPhysicalExtent.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/grid/KrGridPhysicalExtent.h>
 #include <toolkit/system/KrManipulatorActiveState.h>
 #include <toolkit/system/KrPoseDriver.h>
 

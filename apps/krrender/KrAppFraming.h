@@ -1,7 +1,7 @@
 #pragma once
 
-#include <toolkit/geometry/KrEllipsoid.h>
-#include <toolkit/geometry/KrVector.h>
+#include <toolkit/extent/KrEllipsoid.h>
+#include <toolkit/math/KrVector.h>
 #include <toolkit/system/KrStatedSystem.h>
 #include <toolkit/visualization/KrPovParameters.h>
 

@@ -3,8 +3,8 @@
 #include "KrAppMessages.h"
 #include "KrAppRobot.h"
 
-#include <toolkit/geometry/KrGridPhysicalExtent.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/grid/KrGridPhysicalExtent.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "KrAppInterrupt.h"
 
-#include <toolkit/foundation/KrFileReplacement.h>
+#include <toolkit/foundation/private/KrFileReplacement.h>
 
 #include <signal.h>
 #include <time.h>

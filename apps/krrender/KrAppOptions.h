@@ -3,10 +3,10 @@
 #include "KrAppAids.h"
 #include "KrAppRangeMap.h"
 
-#include <rendCore/KrCameraIntrinsics.h>
-#include <rendCore/KrDepthCapture.h>
-#include <toolkit/geometry/KrColor.h>
-#include <toolkit/geometry/KrVector.h>
+#include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/window/KrCameraIntrinsics.h>
+#include <toolkit/math/KrColor.h>
+#include <toolkit/math/KrVector.h>
 #include <toolkit/visualization/KrPovParameters.h>
 
 #include <optional>

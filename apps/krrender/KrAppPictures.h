@@ -3,7 +3,7 @@
 #include "KrAppScene.h"
 #include "KrAppTiles.h"
 
-#include <rendCore/KrFrameDescription.h>
+#include <rendCore/capture/KrFrameDescription.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
 #include <deque>

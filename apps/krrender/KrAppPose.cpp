@@ -5,9 +5,9 @@
 #include "KrAppMessages.h"
 #include "KrAppValue.h"
 
-#include <toolkit/foundation/KrInputFile.h>
 #include <toolkit/foundation/KrLimits.h>
-#include <toolkit/foundation/KrText.h>
+#include <toolkit/foundation/private/KrInputFile.h>
+#include <toolkit/foundation/private/KrText.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -7,7 +7,7 @@
 #include "KrAppOptions.h"
 #include "KrAppValue.h"
 
-#include <rendCore/KrRender2DSampleTool.h>
+#include <rendCore/capture/KrRender2DSampleTool.h>
 
 #include <cmath>
 #include <cstdio>

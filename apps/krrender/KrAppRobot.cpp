@@ -6,9 +6,9 @@
 #include "KrAppOptions.h"
 
 #include <import/KrRobotImporter.h>
-#include <toolkit/foundation/KrInputFile.h>
-#include <toolkit/geometry/KrGridPhysicalExtent.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/foundation/private/KrInputFile.h>
+#include <toolkit/grid/KrGridPhysicalExtent.h>
 
 #include <algorithm>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <import/KrImportReport.h>
+#include <import/report/KrImportReport.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <string>

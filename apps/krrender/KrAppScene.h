@@ -1,8 +1,8 @@
 #pragma once
 
-#include <rendCore/KrDepthCapture.h>
-#include <rendCore/KrFrameStream.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/capture/KrFrameStream.h>
+#include <rendCore/system/KrRenderWindow.h>
 #include <toolkit/image/KrImage.h>
 #include <toolkit/system/KrPoseDriver.h>
 

@@ -5,7 +5,7 @@
 #include "KrAppFiles.h"
 #include "KrAppMessages.h"
 
-#include <rendCore/KrSelfTest.h>
+#include <rendCore/selftest/KrSelfTest.h>
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <rendCore/KrFrameDescription.h>
+#include <rendCore/capture/KrFrameDescription.h>
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <toolkit/geometry/KrColor.h>
 #include <toolkit/image/KrImage.h>
+#include <toolkit/math/KrColor.h>
 #include <toolkit/system/KrManipulatorSystemState.h>
 #include <toolkit/visualization/KrPovParameters.h>
 

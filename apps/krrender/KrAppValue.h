@@ -1,7 +1,7 @@
 #pragma once
 
-#include <toolkit/geometry/KrColor.h>
-#include <toolkit/geometry/KrVector.h>
+#include <toolkit/math/KrColor.h>
+#include <toolkit/math/KrVector.h>
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/foundation/KrFileReplacement.h>
+#include <toolkit/foundation/private/KrFileReplacement.h>
 #include <toolkit/image/KrImage.h>
 
 #include <sys/types.h>

@@ -8,10 +8,10 @@
 #include "KrAppRobot.h"
 #include "KrAppScene.h"
 
-#include <rendCore/KrOrbitInputHandler.h>
-#include <rendCore/KrWindowInput.h>
+#include <rendCore/input/KrOrbitInputHandler.h>
+#include <rendCore/input/KrWindowInput.h>
+#include <toolkit/context/KrGlxWindowImpl.h>
 #include <toolkit/system/KrPoseDriver.h>
-#include <toolkit/window/KrGlxWindowImpl.h>
 
 #include <osgGA/GUIEventHandler>
 

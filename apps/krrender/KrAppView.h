@@ -2,7 +2,7 @@
 
 #include "KrAppAids.h"
 
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/system/KrRenderWindow.h>
 
 #include <string>
 

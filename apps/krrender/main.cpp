@@ -18,7 +18,7 @@
 #include "KrAppSight.h"
 #include "KrAppView.h"
 
-#include <rendCore/KrToolkitFolders.h>
+#include <rendCore/plume/KrToolkitFolders.h>
 #include <toolkit/system/KrPoseDriver.h>
 
 #include <fcntl.h>

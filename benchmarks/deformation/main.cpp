@@ -2,12 +2,12 @@
 //   krDeformationBenchmark [VERTICES [FRAMES]]        20,000 vertices and 200 frames by default
 // A pose is blended in, normals are made anew and the shape's arrays are filled. Ends with an error when that
 // allocates.
-#include <rendCore/KrRenderDeformationShape.h>
+#include <rendCore/model/KrRenderDeformationShape.h>
 
 #include <tests/support/Allocations.h>
 
-#include <toolkit/geometry/KrDeformationPhysicalExtent.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 
 #include <algorithm>
 #include <chrono>

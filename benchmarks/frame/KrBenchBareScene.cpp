@@ -2,7 +2,7 @@
 #include "KrBenchBareScene.h"
 
 #include <KrAppLighting.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 
 #include <GL/gl.h>
 #include <GL/glext.h>

@@ -1,7 +1,7 @@
 #include "KrBenchSystem.h"
 
 #include <KrAppFraming.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 
 #include <boost/make_shared.hpp>
 

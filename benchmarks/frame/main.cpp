@@ -15,7 +15,7 @@
 #include <KrAppOptions.h>
 #include <KrAppRobot.h>
 #include <KrAppValue.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/system/KrRenderWindow.h>
 
 #include <CLI/CLI.hpp>
 #include <GL/gl.h>

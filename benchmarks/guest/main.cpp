@@ -6,8 +6,8 @@
 #include <KrAppMessages.h>
 #include <KrAppOptions.h>
 #include <KrAppRobot.h>
-#include <rendCore/KrRenderWindow.h>
-#include <toolkit/window/KrExternalWindowImpl.h>
+#include <rendCore/system/KrRenderWindow.h>
+#include <toolkit/context/KrExternalWindowImpl.h>
 
 #include <GL/gl.h>
 

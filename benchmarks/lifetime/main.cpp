@@ -2,7 +2,7 @@
 //   krLifetimeBenchmark ROBOT [CYCLES]        ROBOT is a URDF or a native system file; 500 cycles by default
 // Ends with an error when memory grew by 2 MiB since cycle 100, a descriptor stayed open or a picture differed.
 #include <import/KrRobotImporter.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/system/KrRenderWindow.h>
 #include <tests/support/Process.h>
 
 #include <toolkit/system/KrVisualizableStatedSystem.h>

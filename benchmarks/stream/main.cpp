@@ -12,8 +12,8 @@
 #include <KrAppMessages.h>
 #include <KrAppOptions.h>
 #include <KrAppRobot.h>
-#include <rendCore/KrFrameStream.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/capture/KrFrameStream.h>
+#include <rendCore/system/KrRenderWindow.h>
 
 #include <GL/gl.h>
 

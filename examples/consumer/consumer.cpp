@@ -1,6 +1,6 @@
 // Draws a robot with an installed krRendCore, without a display:  consumer ROBOT PICTURE
 #include <import/KrRobotImporter.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/system/KrRenderWindow.h>
 
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 

@@ -1,6 +1,6 @@
 #include "KrQtRenderWidget.h"
 
-#include <toolkit/window/KrExternalWindowImpl.h>
+#include <toolkit/context/KrExternalWindowImpl.h>
 
 #include <QMouseEvent>
 #include <QOpenGLContext>

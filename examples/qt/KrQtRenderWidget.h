@@ -1,8 +1,8 @@
 #pragma once
 
 // OpenSceneGraph's headers before Qt's.
-#include <rendCore/KrOrbitInputHandler.h>
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/input/KrOrbitInputHandler.h>
+#include <rendCore/system/KrRenderWindow.h>
 
 #include <QOpenGLWidget>
 

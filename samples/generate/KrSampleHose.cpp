@@ -1,7 +1,7 @@
 #include "KrSampleSystems.h"
 
-#include <toolkit/geometry/KrDeformationPhysicalExtent.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 
 #include <boost/make_shared.hpp>
 

@@ -1,6 +1,6 @@
 #include "KrSampleSystems.h"
 
-#include <toolkit/geometry/KrGridPhysicalExtent.h>
+#include <toolkit/grid/KrGridPhysicalExtent.h>
 
 #include <boost/make_shared.hpp>
 

@@ -1,8 +1,8 @@
 #include "KrSampleRobot.h"
 
-#include <toolkit/geometry/KrBoxPhysicalExtent.h>
-#include <toolkit/geometry/KrCylinderPhysicalExtent.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+#include <toolkit/extent/KrCylinderPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 
 #include <boost/make_shared.hpp>
 

@@ -2,7 +2,7 @@
 
 #include "KrSampleSolid.h"
 
-#include <toolkit/geometry/KrColor.h>
+#include <toolkit/math/KrColor.h>
 #include <toolkit/system/KrJointKinematics.h>
 #include <toolkit/system/KrManipulatorSystem.h>
 

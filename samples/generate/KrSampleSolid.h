@@ -1,8 +1,8 @@
 #pragma once
 
-#include <toolkit/geometry/KrCoordinateSystemTransformation.h>
-#include <toolkit/geometry/KrPlanarVector.h>
-#include <toolkit/geometry/KrVector.h>
+#include <toolkit/math/KrCoordinateSystemTransformation.h>
+#include <toolkit/math/KrPlanarVector.h>
+#include <toolkit/math/KrVector.h>
 
 #include <array>
 #include <vector>

@@ -2,7 +2,7 @@
 
 #include "KrEnduranceState.h"
 
-#include <rendCore/KrRenderWindow.h>
+#include <rendCore/system/KrRenderWindow.h>
 #include <toolkit/system/KrPoseDriver.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/geometry/KrVector.h>
+#include <toolkit/math/KrVector.h>
 #include <toolkit/system/KrShapeStateCacheKey.h>
 
 #include <array>

@@ -9,12 +9,12 @@
 // and both pictures go into DIR.
 #include "KrEnduranceScene.h"
 
-#include <rendCore/KrDepthCapture.h>
-#include <rendCore/KrFrameStream.h>
-#include <rendCore/KrMultiRenderWindow.h>
-#include <rendCore/KrRender2DSampleTool.h>
-#include <rendCore/KrSelfTest.h>
-#include <rendCore/KrToolkitFolders.h>
+#include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/capture/KrFrameStream.h>
+#include <rendCore/capture/KrRender2DSampleTool.h>
+#include <rendCore/plume/KrToolkitFolders.h>
+#include <rendCore/selftest/KrSelfTest.h>
+#include <rendCore/system/KrMultiRenderWindow.h>
 #include <tests/support/Process.h>
 
 #include <toolkit/foundation/KrPrint.h>

@@ -1,5 +1,5 @@
 // Descriptions of frames, whose cameras pictures are drawn with.
-#include <rendCore/KrFrameDescription.h>
+#include <rendCore/capture/KrFrameDescription.h>
 #include <toolkit/foundation/KrPrint.h>
 
 #include <cstddef>

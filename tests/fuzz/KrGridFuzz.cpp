@@ -1,8 +1,8 @@
 // Fields of other programs: NRRD and legacy VTK.
 
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/geometry/KrGridFile.h>
-#include <toolkit/geometry/KrGridPhysicalExtent.h>
+#include <toolkit/grid/KrGridFile.h>
+#include <toolkit/grid/KrGridPhysicalExtent.h>
 
 #include <unistd.h>
 

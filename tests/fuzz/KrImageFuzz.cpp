@@ -1,6 +1,6 @@
 // Any content of a picture file: the content alone says which format reads it. What is read is written again.
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/image/KrPictureFile.h>
+#include <toolkit/image/private/KrPictureFile.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <import/KrMeshBuilder.h>
-#include <import/KrMeshFile.h>
+#include <import/mesh/KrMeshBuilder.h>
+#include <import/mesh/KrMeshFile.h>
 
 #include <toolkit/foundation/KrPrint.h>
 

@@ -1,6 +1,6 @@
 // Window parameters.
 
-#include <rendCore/KrRenderWindowParameters.h>
+#include <rendCore/system/KrRenderWindowParameters.h>
 
 #include <tests/fuzz/NativeDocument.h>
 

@@ -3,7 +3,7 @@
 #include <tests/support/MessageRecorder.h>
 
 #include <import/KrRobotImporter.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <gtest/gtest.h>

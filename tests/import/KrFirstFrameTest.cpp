@@ -1,8 +1,8 @@
 // The first frame after every opening is the frame that follows it, whatever is shown.
 
 #include <import/KrRobotImporter.h>
-#include <rendCore/KrMultiRenderWindow.h>
-#include <rendCore/KrToolkitFolders.h>
+#include <rendCore/plume/KrToolkitFolders.h>
+#include <rendCore/system/KrMultiRenderWindow.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <gtest/gtest.h>

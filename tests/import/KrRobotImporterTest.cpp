@@ -1,9 +1,9 @@
 #include "Bundle.h"
 
-#include <toolkit/geometry/KrBoxPhysicalExtent.h>
-#include <toolkit/geometry/KrCapsulePhysicalExtent.h>
-#include <toolkit/geometry/KrCylinderPhysicalExtent.h>
-#include <toolkit/geometry/KrSpherePhysicalExtent.h>
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+#include <toolkit/extent/KrCapsulePhysicalExtent.h>
+#include <toolkit/extent/KrCylinderPhysicalExtent.h>
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
 
 #include <pthread.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <toolkit/geometry/KrBoxPhysicalExtent.h>
-#include <toolkit/geometry/KrColor.h>
-#include <toolkit/geometry/KrSpherePhysicalExtent.h>
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
+#include <toolkit/math/KrColor.h>
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <boost/make_shared.hpp>

@@ -1,10 +1,10 @@
 #include <toolkit/image/KrImage.h>
 
-#include <toolkit/foundation/KrFileReplacement.h>
-#include <toolkit/foundation/KrInputFile.h>
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/foundation/KrText.h>
-#include <toolkit/image/KrPictureFile.h>
+#include <toolkit/foundation/private/KrFileReplacement.h>
+#include <toolkit/foundation/private/KrInputFile.h>
+#include <toolkit/foundation/private/KrText.h>
+#include <toolkit/image/private/KrPictureFile.h>
 
 #include <algorithm>
 #include <climits>

@@ -1,7 +1,7 @@
 #include <toolkit/system/KrIndividualManipulator.h>
 
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/system/KrLinkWalk.h>
+#include <toolkit/system/private/KrLinkWalk.h>
 
 #include <algorithm>
 #include <cmath>

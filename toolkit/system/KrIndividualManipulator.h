@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/geometry/KrMaterialMap.h>
+#include <toolkit/material/KrMaterialMap.h>
 #include <toolkit/system/KrIntraLink.h>
 #include <toolkit/system/KrManipulatorLink.h>
 #include <toolkit/system/KrPositionState.h>

@@ -1,6 +1,6 @@
 #include <toolkit/system/KrIntraLink.h>
 
-#include <toolkit/foundation/KrNumberCheck.h>
+#include <toolkit/foundation/private/KrNumberCheck.h>
 #include <toolkit/system/KrIndividualManipulator.h>
 #include <toolkit/system/KrManipulatorActiveState.h>
 #include <toolkit/xml/KrXmlReader.h>

@@ -1,6 +1,6 @@
 #include <toolkit/system/KrManipulatorSystemState.h>
 
-#include <toolkit/foundation/KrNumberCheck.h>
+#include <toolkit/foundation/private/KrNumberCheck.h>
 #include <toolkit/xml/KrXmlRefusal.h>
 
 #include <cmath>

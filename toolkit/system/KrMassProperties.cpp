@@ -1,9 +1,9 @@
 #include <toolkit/system/KrMassProperties.h>
 
+#include <toolkit/extent/KrEllipsoid.h>
 #include <toolkit/foundation/KrLimits.h>
-#include <toolkit/foundation/KrNumberCheck.h>
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/geometry/KrEllipsoid.h>
+#include <toolkit/foundation/private/KrNumberCheck.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <Eigen/Eigenvalues>

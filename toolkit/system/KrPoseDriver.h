@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/geometry/KrDeformationPhysicalExtent.h>
+#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
 #include <toolkit/system/KrManipulatorSystem.h>
 #include <toolkit/system/KrManipulatorSystemState.h>
 #include <toolkit/system/KrShapeStateCacheKey.h>

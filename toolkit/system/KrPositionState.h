@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/geometry/KrCoordinateSystemTransformation.h>
+#include <toolkit/math/KrCoordinateSystemTransformation.h>
 #include <toolkit/xml/KrXmlBasicType.h>
 #include <toolkit/xml/KrXmlCompoundType.h>
 #include <toolkit/xml/KrXmlVectorType.h>

@@ -1,8 +1,8 @@
 #include <toolkit/system/KrShape.h>
 
+#include <toolkit/extent/KrEnclosingShapes.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/geometry/KrEnclosingShapes.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
 
 #include <boost/make_shared.hpp>
 #include <boost/weak_ptr.hpp>

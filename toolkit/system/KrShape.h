@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/geometry/KrBasePhysicalExtent.h>
+#include <toolkit/extent/KrBasePhysicalExtent.h>
 #include <toolkit/xml/KrXmlBasicType.h>
 #include <toolkit/xml/KrXmlPointerType.h>
 #include <toolkit/xml/KrXmlVectorType.h>

@@ -1,7 +1,7 @@
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/system/KrLinkWalk.h>
+#include <toolkit/system/private/KrLinkWalk.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <algorithm>

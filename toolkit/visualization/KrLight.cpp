@@ -1,6 +1,6 @@
 #include <toolkit/visualization/KrLight.h>
 
-#include <toolkit/foundation/KrNumberCheck.h>
+#include <toolkit/foundation/private/KrNumberCheck.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <cmath>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <toolkit/geometry/KrCoordinateSystemTransformation.h>
-#include <toolkit/geometry/KrXmlVector.h>
+#include <toolkit/math/KrCoordinateSystemTransformation.h>
+#include <toolkit/math/KrXmlVector.h>
 #include <toolkit/xml/KrXmlBasicType.h>
 #include <toolkit/xml/KrXmlCompoundType.h>
 

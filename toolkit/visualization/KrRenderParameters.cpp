@@ -1,7 +1,7 @@
 #include <toolkit/visualization/KrRenderParameters.h>
 
-#include <toolkit/foundation/KrNumberCheck.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/private/KrNumberCheck.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <cmath>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/geometry/KrColor.h>
+#include <toolkit/math/KrColor.h>
 #include <toolkit/xml/KrXmlBasicType.h>
 #include <toolkit/xml/KrXmlCompoundType.h>
 

@@ -1,9 +1,9 @@
 #include <toolkit/window/KrWindow.h>
 
+#include <toolkit/context/KrEglWindowImpl.h>
+#include <toolkit/context/KrGlxWindowImpl.h>
+#include <toolkit/context/private/KrForkGuard.h>
 #include <toolkit/foundation/KrPrint.h>
-#include <toolkit/window/KrEglWindowImpl.h>
-#include <toolkit/window/KrForkGuard.h>
-#include <toolkit/window/KrGlxWindowImpl.h>
 
 #include <strings.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <toolkit/geometry/KrColor.h>
-#include <toolkit/window/KrWindowReport.h>
+#include <toolkit/context/KrWindowReport.h>
+#include <toolkit/math/KrColor.h>
 
 #include <atomic>
 #include <memory>

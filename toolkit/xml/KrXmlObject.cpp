@@ -1,7 +1,7 @@
 #include <toolkit/xml/KrXmlObject.h>
 
-#include <toolkit/foundation/KrFileReplacement.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/private/KrFileReplacement.h>
 #include <toolkit/xml/KrXmlReader.h>
 #include <toolkit/xml/KrXmlSchema.h>
 #include <toolkit/xml/KrXmlWriter.h>

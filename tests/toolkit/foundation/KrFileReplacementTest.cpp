@@ -1,4 +1,4 @@
-#include <toolkit/foundation/KrFileReplacement.h>
+#include <toolkit/foundation/private/KrFileReplacement.h>
 
 #include <gtest/gtest.h>
 

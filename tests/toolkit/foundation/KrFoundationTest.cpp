@@ -4,7 +4,7 @@
 #include <toolkit/foundation/KrGL.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/KrString.h>
-#include <toolkit/foundation/KrText.h>
+#include <toolkit/foundation/private/KrText.h>
 
 #include <gtest/gtest.h>
 

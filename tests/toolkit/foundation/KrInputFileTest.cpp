@@ -1,4 +1,4 @@
-#include <toolkit/foundation/KrInputFile.h>
+#include <toolkit/foundation/private/KrInputFile.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include <toolkit/image/KrImage.h>
-#include <toolkit/image/KrPictureFile.h>
+#include <toolkit/image/private/KrPictureFile.h>
 
-#include <toolkit/foundation/KrInputFile.h>
-#include <toolkit/image/KrPictureSamples.h>
+#include <toolkit/foundation/private/KrInputFile.h>
+#include <toolkit/image/private/KrPictureSamples.h>
 
 #include <toolkit/foundation/KrPrint.h>
 

@@ -1,6 +1,6 @@
 #include <toolkit/foundation/KrLimits.h>
-#include <toolkit/system/KrLinkWalk.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
+#include <toolkit/system/private/KrLinkWalk.h>
 
 #include <tests/support/SmallStack.h>
 

@@ -1,8 +1,8 @@
 #include "KrMessages.h"
 #include "KrPoseCompare.h"
 
-#include <toolkit/geometry/KrEllipsoid.h>
-#include <toolkit/geometry/KrEllipsoidPhysicalExtent.h>
+#include <toolkit/extent/KrEllipsoid.h>
+#include <toolkit/extent/KrEllipsoidPhysicalExtent.h>
 #include <toolkit/system/KrMassProperties.h>
 
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/geometry/KrCoordinateSystemTransformation.h>
+#include <toolkit/math/KrCoordinateSystemTransformation.h>
 
 #include <gtest/gtest.h>
 

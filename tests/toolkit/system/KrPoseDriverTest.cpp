@@ -3,7 +3,7 @@
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Systems.h>
 
-#include <toolkit/geometry/KrPrimitiveMesh.h>
+#include <toolkit/extent/private/KrPrimitiveMesh.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "KrMessages.h"
 
-#include <toolkit/geometry/KrSpherePhysicalExtent.h>
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <boost/make_shared.hpp>

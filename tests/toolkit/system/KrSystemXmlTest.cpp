@@ -1,9 +1,9 @@
 #include "KrMessages.h"
 #include "KrPoseCompare.h"
 
-#include <toolkit/geometry/KrBoxPhysicalExtent.h>
-#include <toolkit/geometry/KrSpherePhysicalExtent.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <boost/make_shared.hpp>

@@ -1,14 +1,14 @@
 #include "KrMessages.h"
 
-#include <toolkit/geometry/KrBoxPhysicalExtent.h>
-#include <toolkit/geometry/KrCapsulePhysicalExtent.h>
-#include <toolkit/geometry/KrConePhysicalExtent.h>
-#include <toolkit/geometry/KrCylinderPhysicalExtent.h>
-#include <toolkit/geometry/KrDeformationPhysicalExtent.h>
-#include <toolkit/geometry/KrEllipsoidPhysicalExtent.h>
-#include <toolkit/geometry/KrGridPhysicalExtent.h>
-#include <toolkit/geometry/KrSpherePhysicalExtent.h>
-#include <toolkit/geometry/KrTriPhysicalExtent.h>
+#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+#include <toolkit/extent/KrCapsulePhysicalExtent.h>
+#include <toolkit/extent/KrConePhysicalExtent.h>
+#include <toolkit/extent/KrCylinderPhysicalExtent.h>
+#include <toolkit/extent/KrEllipsoidPhysicalExtent.h>
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/grid/KrGridPhysicalExtent.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <gtest/gtest.h>

@@ -1,0 +1,134 @@
+#include <import/files/KrImportPath.h>
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+char lowerCase(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool isSpace(char c)
+{
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+} // namespace
+
+bool KrImportPath::isFile(const std::string& path)
+{
+    std::error_code error;
+    return !path.empty() && fs::is_regular_file(path, error);
+}
+
+bool KrImportPath::isDirectory(const std::string& path)
+{
+    std::error_code error;
+    return !path.empty() && fs::is_directory(path, error);
+}
+
+std::vector<std::string> KrImportPath::entries(const std::string& directory, std::size_t limit)
+{
+    std::vector<std::string> names;
+    std::error_code error;
+    fs::directory_iterator entry(directory, fs::directory_options::skip_permission_denied, error);
+    for (; !error && entry != fs::directory_iterator() && names.size() < limit; entry.increment(error)) {
+        names.push_back(entry->path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string KrImportPath::directoryOf(const std::string& path)
+{
+    return fs::path(path).parent_path().string();
+}
+
+std::string KrImportPath::nameOf(const std::string& path)
+{
+    return fs::path(path).filename().string();
+}
+
+std::string KrImportPath::stemOf(const std::string& path)
+{
+    return fs::path(path).stem().string();
+}
+
+std::string KrImportPath::extensionOf(const std::string& path)
+{
+    const std::string extension = fs::path(path).extension().string();
+    return extension.empty() ? extension : toLower(extension.substr(1));
+}
+
+std::string KrImportPath::join(const std::string& directory, const std::string& rest)
+{
+    std::size_t first = 0;
+    while (first < rest.size() && rest[first] == '/') {
+        ++first;
+    }
+    return (fs::path(directory) / rest.substr(first)).lexically_normal().string();
+}
+
+std::string KrImportPath::absolute(const std::string& path)
+{
+    std::error_code error;
+    const fs::path result = fs::absolute(path, error);
+    return error ? path : result.lexically_normal().string();
+}
+
+std::string KrImportPath::toLower(std::string_view text)
+{
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), lowerCase);
+    return lower;
+}
+
+std::string KrImportPath::withSlashes(std::string_view text)
+{
+    while (!text.empty() && isSpace(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isSpace(text.back())) {
+        text.remove_suffix(1);
+    }
+    std::string slashed(text);
+    std::replace(slashed.begin(), slashed.end(), '\\', '/');
+    return slashed;
+}
+
+std::string KrImportPath::percentDecoded(std::string_view text)
+{
+    std::string decoded;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned int byte = 0;
+        const char* digits = text.data() + i + 1;
+        if (text[i] == '%' && i + 2 < text.size() && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2 &&
+            byte != 0) {
+            decoded += static_cast<char>(byte);
+            i += 2;
+        } else {
+            decoded += text[i];
+        }
+    }
+    return decoded;
+}
+
+std::vector<std::string> KrImportPath::components(std::string_view path)
+{
+    std::vector<std::string> parts;
+    while (!path.empty()) {
+        const std::size_t end = std::min(path.find('/'), path.size());
+        const std::string_view part = path.substr(0, end);
+        if (!part.empty() && part != ".") {
+            parts.emplace_back(part);
+        }
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return parts;
+}

@@ -1,0 +1,201 @@
+#include <import/files/KrImportXml.h>
+
+#include <import/files/KrImportPath.h>
+
+#include <toolkit/foundation/private/KrText.h>
+#include <toolkit/xml/KrXmlText.h>
+
+#include <libxml/parser.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace
+{
+
+struct ParserDeleter
+{
+    void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
+};
+using UniqueParser = std::unique_ptr<xmlParserCtxt, ParserDeleter>;
+
+const xmlChar* xml(const char* text)
+{
+    return reinterpret_cast<const xmlChar*>(text);
+}
+
+const char* plain(const xmlChar* text)
+{
+    return text ? reinterpret_cast<const char*>(text) : "";
+}
+
+/// Whether the XML declaration names an encoding other than UTF-8.
+bool declaresEncoding(const std::string& content)
+{
+    const std::string declaration =
+        KrImportPath::toLower(content.substr(0, std::min<std::size_t>(content.find("?>"), 200)));
+    const std::size_t at = declaration.find("encoding");
+    return content.compare(0, 5, "<?xml") == 0 && at != std::string::npos &&
+           declaration.find("utf-8", at) == std::string::npos && declaration.find("utf8", at) == std::string::npos;
+}
+
+/// Starts with the byte order mark of UTF-16, either way.
+bool isWide(const std::string& content)
+{
+    return content.compare(0, 2, "\xFF\xFE") == 0 || content.compare(0, 2, "\xFE\xFF") == 0;
+}
+
+bool load(const std::string& path, KrInputFile::Accept accept, std::uint64_t maxBytes, std::string& content,
+          std::string& why)
+{
+    // The parser counts in int.
+    const std::uint64_t limit = std::min<std::uint64_t>(maxBytes, std::numeric_limits<int>::max() / 2);
+    why = KrInputFile::readWhole(path, accept, limit, content);
+    if (!why.empty()) {
+        return false;
+    }
+    // A blank line before the XML declaration is a common slip that parsers refuse.
+    content.erase(0, std::min(content.find_first_not_of(" \t\r\n"), content.size()));
+    why = content.empty() ? "it is empty" : "";
+    return !content.empty();
+}
+
+std::string parserMessage(const xmlParserCtxt& parser)
+{
+    std::string message = parser.lastError.message ? parser.lastError.message : "not well-formed";
+    while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) {
+        message.pop_back();
+    }
+    return "it is no XML: line " + std::to_string(parser.lastError.line) + ": " + KrText::oneLine(message);
+}
+
+bool declaresEntities(const xmlDoc& document)
+{
+    return document.intSubset && (document.intSubset->entities || document.intSubset->pentities);
+}
+
+} // namespace
+
+KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, KrInputFile::Accept accept,
+                                              std::uint64_t maxBytes, std::string& why, bool* isForeign)
+{
+    std::string content;
+    if (!load(path, accept, maxBytes, content, why)) {
+        return nullptr;
+    }
+    if (!isWide(content) && !declaresEncoding(content) && !KrText::isUtf8(content)) {
+        content = KrText::utf8(content);
+        if (isForeign) {
+            *isForeign = true;
+        }
+    }
+    const UniqueParser parser(xmlNewParserCtxt());
+    UniqueDocument document;
+    if (parser) {
+        document.reset(xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), path.c_str(),
+                                         nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+    }
+    if (!document) {
+        why = parser ? parserMessage(*parser) : "out of memory";
+    } else if (declaresEntities(*document)) {
+        why = "it declares entities, which are not read";
+        document.reset();
+    }
+    return document;
+}
+
+std::string KrImportXml::nameOf(const xmlNode& node)
+{
+    const std::string prefix = node.ns ? plain(node.ns->prefix) : "";
+    return prefix.empty() ? plain(node.name) : prefix + ":" + plain(node.name);
+}
+
+std::vector<xmlNode*> KrImportXml::children(const xmlNode& node, const char* name)
+{
+    std::vector<xmlNode*> found;
+    for (xmlNode* child = node.children; child; child = child->next) {
+        const bool isPlain = child->type == XML_ELEMENT_NODE && (!child->ns || !child->ns->prefix);
+        if (isPlain && (!name || xmlStrEqual(child->name, xml(name)))) {
+            found.push_back(child);
+        }
+    }
+    return found;
+}
+
+xmlNode* KrImportXml::child(const xmlNode& node, const char* name)
+{
+    const std::vector<xmlNode*> found = children(node, name);
+    return found.empty() ? nullptr : found.front();
+}
+
+bool KrImportXml::attribute(const xmlNode& node, const char* name, std::string& value)
+{
+    xmlChar* const text = xmlGetNoNsProp(&node, xml(name));
+    if (!text) {
+        return false;
+    }
+    value = plain(text);
+    xmlFree(text);
+    return true;
+}
+
+std::string KrImportXml::textOf(const xmlNode& node)
+{
+    xmlChar* const content = xmlNodeGetContent(&node);
+    const std::string text = plain(content);
+    xmlFree(content);
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+bool KrImportXml::numbers(const std::string& text, std::vector<double>& values)
+{
+    std::string spaced = text;
+    std::replace(spaced.begin(), spaced.end(), ',', ' ');
+    std::vector<double> read;
+    std::string_view rest = spaced;
+    while (!KrXmlText::atEnd(rest)) {
+        if (rest.front() == '+') {
+            rest.remove_prefix(1);
+        }
+        double value = 0.0;
+        if (!KrXmlText::take(rest, value) || !std::isfinite(value)) {
+            return false;
+        }
+        read.push_back(value);
+    }
+    values = read;
+    return true;
+}
+
+std::string KrImportXml::text(double value)
+{
+    std::string text;
+    KrXmlText::append(text, value);
+    return text;
+}
+
+std::string KrImportXml::quoted(const std::string& value)
+{
+    std::string text = "\"";
+    for (const char c : value) {
+        switch (c) {
+        case '&':
+            text += "&amp;";
+            break;
+        case '<':
+            text += "&lt;";
+            break;
+        case '>':
+            text += "&gt;";
+            break;
+        case '"':
+            text += "&quot;";
+            break;
+        default:
+            text += c;
+        }
+    }
+    return text + "\"";
+}

@@ -1,0 +1,399 @@
+#include <import/files/KrPathResolver.h>
+
+#include <import/files/KrImportPath.h>
+#include <import/files/KrImportXml.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+// A description's meshes lie a few folders away from it; further up everything belongs to somebody else.
+constexpr std::size_t kGuessLevels = 6;
+constexpr std::size_t kMaxLevels = 64;
+constexpr std::size_t kMaxWalkDepth = 8;
+constexpr std::size_t kMaxWalkEntries = 20000;
+constexpr std::size_t kMaxListings = 200;
+// The last parts of a path that are tried; longer ones cost more and tell no more.
+constexpr std::size_t kMaxTails = 16;
+// Of the paths that are kept for the report, over all names of a description.
+constexpr std::size_t kMaxTriedBytes = std::size_t{16} << 20;
+constexpr std::uintmax_t kMaxManifestBytes = 1u << 20;
+
+// Best first: formats with materials before those without.
+const char* const kMeshFormats[] = {"dae", "obj", "glb", "gltf", "stl", "ply", "off"};
+// Folders of these names hold one kind of file of a description that begins above them.
+const char* const kInnerFolders[] = {"urdf", "urdfs", "robot", "robots", "xacro", "sdf", "description"};
+const char* const kMeshFolders[] = {"meshes", "mesh", "visual", "collision"};
+
+template <std::size_t N>
+std::size_t placeIn(const char* const (&list)[N], const std::string& word)
+{
+    return static_cast<std::size_t>(std::find(list, list + N, word) - list);
+}
+
+/// 0 for the wanted format in another spelling, then the formats in their order; above them for what is no mesh.
+std::size_t formatPlace(const std::string& extension, const std::string& wanted)
+{
+    return extension == wanted ? 0 : 1 + placeIn(kMeshFormats, extension);
+}
+
+/// `parts` from `first` on, with slashes between.
+std::string joined(const std::vector<std::string>& parts, std::size_t first)
+{
+    std::string path;
+    for (std::size_t i = first; i < parts.size(); ++i) {
+        path += (path.empty() ? "" : "/") + parts[i];
+    }
+    return path;
+}
+
+} // namespace
+
+struct KrPathResolver::Request
+{
+    std::string package; ///< empty for a plain path
+    std::string path;    ///< below the package, or the plain path
+    bool isShifted = false;
+    bool isElsewhere = false; ///< http and the like: only its tail can be of use
+};
+
+KrPathResolver::KrPathResolver(const std::string& description, const KrImportOptions& options)
+{
+    std::error_code error;
+    // What comes through a pipe counts as a file in the current folder.
+    const std::string given = KrImportPath::absolute(fs::is_fifo(description, error) ? "description" : description);
+    const std::string real = fs::weakly_canonical(given, error).string();
+    for (const std::string& start : {given, error ? given : real}) {
+        std::string folder = KrImportPath::directoryOf(start);
+        for (std::size_t level = 0; level < kMaxLevels && !folder.empty(); ++level) {
+            const auto same = [&folder](const Folder& known) { return known.path == folder; };
+            if (std::none_of(m_above.begin(), m_above.end(), same)) {
+                m_above.push_back({folder, KrImportPath::nameOf(folder), packageNameIn(folder)});
+            }
+            const std::string parent = KrImportPath::directoryOf(folder);
+            folder = parent == folder ? "" : parent;
+        }
+    }
+
+    std::vector<std::string> paths = options.packagePaths;
+    const char* const ros = options.useRosPackagePath ? std::getenv("ROS_PACKAGE_PATH") : nullptr;
+    for (std::string rest = ros ? ros : ""; !rest.empty();) {
+        const std::size_t end = std::min(rest.find(':'), rest.size());
+        paths.push_back(rest.substr(0, end));
+        rest.erase(0, end + 1);
+    }
+    for (const std::string& path : paths) {
+        if (!path.empty()) {
+            const std::string folder = KrImportPath::join(KrImportPath::absolute(path), "");
+            const std::string plain =
+                folder.size() > 1 && folder.back() == '/' ? folder.substr(0, folder.size() - 1) : folder;
+            m_elsewhere.push_back({plain, KrImportPath::nameOf(plain), packageNameIn(plain)});
+        }
+    }
+    const char* const home = std::getenv("HOME");
+    m_home = home ? home : "";
+}
+
+const KrPathResolver::Found& KrPathResolver::findMesh(const std::string& uri)
+{
+    return find(uri, Kind::Mesh);
+}
+
+const KrPathResolver::Found& KrPathResolver::findImage(const std::string& uri)
+{
+    return find(uri, Kind::Image);
+}
+
+const KrPathResolver::Found& KrPathResolver::find(const std::string& uri, Kind kind)
+{
+    static const Found none;
+    // No file has such a name, and a search would take ever longer.
+    if (uri.size() > Kr::Limits::kPathBytes || uri.find('\0') != std::string::npos) {
+        return none;
+    }
+    const auto [place, isNew] = m_found.emplace(std::make_pair(kind, uri), Found());
+    Found& found = place->second;
+    const Request request = parse(uri);
+    if (!isNew || (request.package.empty() && request.path.empty())) {
+        return found;
+    }
+    const bool direct =
+        request.package.empty() ? findPlain(request, found) : findPackage(request.package, request.path, found);
+    if (direct && request.isShifted) {
+        found.rule += ", the third slash of package:/// left out";
+    }
+    if (!direct && !findInBundle(request, kind, found)) {
+        findElsewhere(request, found);
+    }
+    m_tried.clear();
+    return found;
+}
+
+KrPathResolver::Request KrPathResolver::parse(const std::string& uri)
+{
+    Request request;
+    const std::string text = KrImportPath::withSlashes(uri);
+    const std::size_t colon = text.find("://");
+    if (colon == std::string::npos) {
+        request.path = text;
+        if (KrImportPath::toLower(text.substr(0, 5)) == "file:") {
+            request.path = text.substr(5);
+        }
+        return request;
+    }
+    const std::string scheme = KrImportPath::toLower(text.substr(0, colon));
+    const std::string body = text.substr(colon + 3);
+    if (scheme != "package" && scheme != "model") {
+        request.path = body;
+        request.isElsewhere = scheme != "file";
+        return request;
+    }
+    request.isShifted = !body.empty() && body[0] == '/';
+    const std::vector<std::string> parts = KrImportPath::components(body);
+    if (!parts.empty()) {
+        request.package = parts[0];
+        request.path = joined(parts, 1);
+    }
+    return request;
+}
+
+bool KrPathResolver::attempt(const std::string& path, const std::string& rule, Found& found)
+{
+    for (const std::string& candidate : {path, KrImportPath::percentDecoded(path)}) {
+        if (!m_tried.insert(candidate).second) {
+            continue;
+        }
+        m_triedBytes += candidate.size();
+        if (m_triedBytes <= kMaxTriedBytes) {
+            found.tried.push_back(candidate);
+        }
+        if (KrImportPath::isFile(candidate)) {
+            found.path = candidate;
+            found.rule = rule;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool KrPathResolver::findPlain(const Request& request, Found& found)
+{
+    if (request.isElsewhere) {
+        return false;
+    }
+    if (request.path[0] == '/') {
+        return attempt(KrImportPath::join("/", request.path), "the absolute path", found);
+    }
+    return !m_above.empty() &&
+           attempt(KrImportPath::join(m_above[0].path, request.path), "relative to the description", found);
+}
+
+bool KrPathResolver::findPackage(const std::string& package, const std::string& rest, Found& found)
+{
+    for (const Folder& folder : m_above) {
+        if (folder.name == package &&
+            attempt(KrImportPath::join(folder.path, rest), "a folder above that bears the package's name", found)) {
+            return true;
+        }
+    }
+    for (const Folder& folder : m_above) {
+        if (folder.package == package &&
+            attempt(KrImportPath::join(folder.path, rest), "a folder above whose package.xml gives the name", found)) {
+            return true;
+        }
+    }
+    for (const Folder& folder : m_above) {
+        if (attempt(KrImportPath::join(folder.path, package + "/" + rest), "a folder beside one above", found)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool KrPathResolver::findInBundle(const Request& request, Kind kind, Found& found)
+{
+    found.isGuess = true;
+    if (!request.package.empty() && !m_above.empty()) {
+        for (const Folder& folder : foldersBelow(m_above[bundleTop(request.package)].path)) {
+            if ((folder.name == request.package || folder.package == request.package) &&
+                attempt(KrImportPath::join(folder.path, request.path),
+                        "a folder of the package's name inside the description's own folders", found)) {
+                return true;
+            }
+        }
+    }
+    if (findTail(request, found) || (kind == Kind::Mesh && findOtherFormat(found))) {
+        return true;
+    }
+    found.isGuess = false;
+    return false;
+}
+
+bool KrPathResolver::findTail(const Request& request, Found& found)
+{
+    std::vector<std::string> parts = KrImportPath::components(request.path);
+    const bool isRest = !request.package.empty() || (!request.isElsewhere && request.path[0] != '/');
+    for (std::size_t first = 0; first < parts.size(); ++first) {
+        if (first > 0 && parts.size() - first > kMaxTails) {
+            continue;
+        }
+        // The whole rest of a path may be a bare file name; a shorter tail is folder and file at least.
+        const bool whole = first == 0 && isRest;
+        if (!whole && parts.size() - first < 2) {
+            break;
+        }
+        const char* const rule =
+            whole ? "the rest of the path below a folder above" : "the last parts of the path below a folder above";
+        for (std::size_t level = 0; level < std::min(m_above.size(), kGuessLevels); ++level) {
+            if (isOutside(m_above[level].path)) {
+                break;
+            }
+            if (attempt(KrImportPath::join(m_above[level].path, joined(parts, first)), rule, found)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool KrPathResolver::findOtherFormat(Found& found)
+{
+    const std::vector<std::string> tried = found.tried;
+    for (const std::string& path : tried) {
+        const Listing& listing = listingOf(KrImportPath::directoryOf(path));
+        const auto names = listing.find(KrImportPath::toLower(KrImportPath::stemOf(path)));
+        if (names == listing.end()) {
+            continue;
+        }
+        const std::string wanted = KrImportPath::extensionOf(path);
+        std::string best;
+        std::size_t bestPlace = std::size(kMeshFormats) + 1;
+        for (const std::string& name : names->second) {
+            const std::size_t place = formatPlace(KrImportPath::extensionOf(name), wanted);
+            if (place < bestPlace) {
+                best = name;
+                bestPlace = place;
+            }
+        }
+        if (!best.empty() && attempt(KrImportPath::join(KrImportPath::directoryOf(path), best),
+                                     "the same name in another mesh format or spelling", found)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+const KrPathResolver::Listing& KrPathResolver::listingOf(const std::string& folder)
+{
+    if (m_listings.size() > kMaxListings) {
+        m_listings.clear();
+    }
+    const auto [place, isNew] = m_listings.emplace(folder, Listing());
+    if (isNew) {
+        for (const std::string& name : KrImportPath::entries(folder, kMaxWalkEntries)) {
+            place->second[KrImportPath::toLower(KrImportPath::stemOf(name))].push_back(name);
+        }
+    }
+    return place->second;
+}
+
+bool KrPathResolver::findElsewhere(const Request& request, Found& found)
+{
+    const std::string rule = "a package folder";
+    for (const Folder& root : m_elsewhere) {
+        if (request.package.empty()) {
+            if (!request.isElsewhere && request.path[0] != '/' &&
+                attempt(KrImportPath::join(root.path, request.path), rule, found)) {
+                return true;
+            }
+            continue;
+        }
+        if (attempt(KrImportPath::join(root.path, request.package + "/" + request.path), rule, found)) {
+            return true;
+        }
+        if ((root.name == request.package || root.package == request.package) &&
+            attempt(KrImportPath::join(root.path, request.path), rule, found)) {
+            return true;
+        }
+        for (const Folder& folder : foldersBelow(root.path)) {
+            if ((folder.name == request.package || folder.package == request.package) &&
+                attempt(KrImportPath::join(folder.path, request.path), rule, found)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool KrPathResolver::isOutside(const std::string& folder) const
+{
+    std::error_code error;
+    const fs::path path(folder);
+    const std::string home = m_home.empty() ? "" : fs::path(m_home).lexically_normal().string();
+    return path == path.root_path() || path == fs::temp_directory_path(error) ||
+           (!home.empty() && (home + "/").compare(0, folder.size() + 1, folder + "/") == 0);
+}
+
+std::size_t KrPathResolver::bundleTop(const std::string& package) const
+{
+    std::size_t top = 0;
+    for (std::size_t level = 1; level < std::min(m_above.size(), kGuessLevels); ++level) {
+        const Folder& folder = m_above[level];
+        if (isOutside(folder.path)) {
+            break;
+        }
+        const auto holds = [&folder](const char* name) {
+            return KrImportPath::isDirectory(KrImportPath::join(folder.path, name));
+        };
+        const bool belongs =
+            !folder.package.empty() || folder.name == package ||
+            placeIn(kInnerFolders, KrImportPath::toLower(m_above[level - 1].name)) < std::size(kInnerFolders) ||
+            std::any_of(std::begin(kMeshFolders), std::end(kMeshFolders), holds);
+        top = belongs ? level : top;
+    }
+    return top;
+}
+
+const std::vector<KrPathResolver::Folder>& KrPathResolver::foldersBelow(const std::string& root)
+{
+    const auto [place, isNew] = m_walked.emplace(root, std::vector<Folder>());
+    std::vector<Folder>& folders = place->second;
+    if (!isNew) {
+        return folders;
+    }
+    // Breadth first, so that the folder nearest to the root wins; links are not followed, so that the walk ends.
+    std::vector<std::pair<std::string, std::size_t>> queue{{root, 0}};
+    std::size_t seen = 0;
+    for (std::size_t next = 0; next < queue.size() && seen < kMaxWalkEntries; ++next) {
+        const auto [parent, depth] = queue[next];
+        for (const std::string& name : KrImportPath::entries(parent, kMaxWalkEntries - seen)) {
+            ++seen;
+            const std::string path = KrImportPath::join(parent, name);
+            std::error_code error;
+            if (name[0] == '.' || fs::is_symlink(path, error) || !KrImportPath::isDirectory(path)) {
+                continue;
+            }
+            folders.push_back({path, name, packageNameIn(path)});
+            if (depth + 1 < kMaxWalkDepth) {
+                queue.emplace_back(path, depth + 1);
+            }
+        }
+    }
+    return folders;
+}
+
+std::string KrPathResolver::packageNameIn(const std::string& folder)
+{
+    const std::string manifest = KrImportPath::join(folder, "package.xml");
+    std::string why;
+    const KrImportXml::UniqueDocument document =
+        KrImportXml::read(manifest, KrInputFile::Accept::Files, kMaxManifestBytes, why);
+    xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
+    xmlNode* const name = root ? KrImportXml::child(*root, "name") : nullptr;
+    return name ? KrImportXml::textOf(*name) : "";
+}

@@ -1,0 +1,226 @@
+#include <import/mesh/KrMeshBuilder.h>
+
+#include <import/mesh/KrMeshNormals.h>
+#include <import/mesh/KrVectorIndex.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace
+{
+
+struct Group
+{
+    std::string name;
+    const KrDataMap* look = nullptr;
+    std::vector<KrTriangle> triangles;
+};
+
+KrVector scaled(const KrVector& v, const KrVector& scale)
+{
+    return {v.x() * scale.x(), v.y() * scale.y(), v.z() * scale.z()};
+}
+
+/// Pictures are drawn with single precision.
+bool isTooFar(const KrVector& v)
+{
+    return std::max({std::abs(v.x()), std::abs(v.y()), std::abs(v.z())}) > std::numeric_limits<float>::max();
+}
+
+class Builder
+{
+public:
+    Builder(const KrMeshData& data, const KrMeshBuilder::Options& options)
+        : m_data(data)
+        , m_options(options)
+        , m_isMirrored(options.scale.x() * options.scale.y() * options.scale.z() < 0.0)
+        , m_vertexMap(data.vertices.size(), KrMeshData::noNormal)
+        , m_normalMap(data.normals.size(), KrMeshData::noNormal)
+    {
+    }
+
+    KrMeshBuilder::Result run();
+
+private:
+    Group& groupFor(const KrMeshData::Group& source);
+    std::string ownName(const std::string& name) const;
+    void addTriangle(const KrTriangle& source, Group& group);
+    std::uint32_t vertexIndex(std::uint32_t source);
+    std::uint32_t normalIndex(std::uint32_t source);
+    bool usesTexture() const;
+
+    const KrMeshData& m_data;
+    const KrMeshBuilder::Options& m_options;
+    bool m_isMirrored;
+    std::vector<std::uint32_t> m_vertexMap; ///< ours by the file's
+    std::vector<std::uint32_t> m_normalMap;
+    std::vector<KrVector> m_vertices;
+    KrVectorIndex m_normals;
+    std::vector<Group> m_groups;
+    KrMeshBuilder::Result m_result;
+};
+
+KrMeshBuilder::Result Builder::run()
+{
+    for (const KrMeshData::Group& source : m_data.groups) {
+        Group& group = groupFor(source);
+        group.triangles.reserve(group.triangles.size() + source.triangles.size());
+        for (const KrTriangle& triangle : source.triangles) {
+            addTriangle(triangle, group);
+        }
+    }
+    std::vector<std::vector<KrTriangle>*> lists;
+    for (Group& group : m_groups) {
+        lists.push_back(&group.triangles);
+        m_result.triangles += group.triangles.size();
+    }
+    if (m_result.triangles == 0) {
+        return m_result;
+    }
+    if (std::any_of(m_vertices.begin(), m_vertices.end(), isTooFar)) {
+        m_result.why = "its vertices are too far away to be drawn";
+        return m_result;
+    }
+    KrMeshNormals::fill(m_vertices, lists, KrMeshData::noNormal, m_normals);
+
+    boost::shared_ptr<KrTriPhysicalExtent> extent(new KrTriPhysicalExtent);
+    KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
+    for (Group& group : m_groups) {
+        if (group.triangles.empty()) {
+            continue;
+        }
+        if (group.look) {
+            extent->setMaterial(group.name, *group.look);
+        }
+        groups.push_back({group.name, KrXmlVectorType<KrTriangle>(std::move(group.triangles))});
+    }
+    std::vector<KrPlanarVector> coordinates;
+    if (usesTexture()) {
+        // The corners of triangles without coordinates have index 0: it names the first one, whatever it is.
+        coordinates = m_data.textureCoordinates;
+    }
+    if (extent->setMesh(KrXmlVectorVector(std::move(m_vertices)), KrXmlVectorVector(m_normals.take()),
+                        KrXmlVectorType<KrPlanarVector>(std::move(coordinates)), std::move(groups), m_options.name)) {
+        m_result.extent = extent;
+    }
+    return m_result;
+}
+
+Group& Builder::groupFor(const KrMeshData::Group& source)
+{
+    const bool hasLook = source.hasLook && m_options.useLooks;
+    const std::string name = hasLook ? ownName(source.name) : m_options.material;
+    const auto isSame = [&name](const Group& group) { return group.name == name; };
+    auto place = std::find_if(m_groups.begin(), m_groups.end(), isSame);
+    if (place == m_groups.end()) {
+        m_groups.push_back({name, hasLook ? &source.look : nullptr, {}});
+        place = m_groups.end() - 1;
+    }
+    return *place;
+}
+
+/// The name of a look of the mesh's own, never that of the robot description's material.
+std::string Builder::ownName(const std::string& name) const
+{
+    std::string own = name;
+    const auto isTaken = [&own](const KrMeshData::Group& group) { return group.hasLook && group.name == own; };
+    while (own == m_options.material ||
+           (own != name && std::any_of(m_data.groups.begin(), m_data.groups.end(), isTaken))) {
+        own += " of the mesh";
+    }
+    return own;
+}
+
+void Builder::addTriangle(const KrTriangle& source, Group& group)
+{
+    const KrVector* const list = m_data.vertices.data();
+    const KrVector a = scaled(list[source.vertex(0)], m_options.scale);
+    const KrVector b = scaled(list[source.vertex(1)], m_options.scale);
+    const KrVector c = scaled(list[source.vertex(2)], m_options.scale);
+    if (KrMeshNormals::faceNormal(a, b, c) == KrVector()) {
+        ++m_result.degenerate;
+        return;
+    }
+    KrTriangle triangle;
+    for (unsigned int corner = 0; corner < 3; ++corner) {
+        const unsigned int from = m_isMirrored ? 2 - corner : corner;
+        triangle.setCorner(corner, vertexIndex(source.vertex(from)), normalIndex(source.normal(from)),
+                           source.textureCoordinate(from));
+    }
+    group.triangles.push_back(triangle);
+}
+
+std::uint32_t Builder::vertexIndex(std::uint32_t source)
+{
+    std::uint32_t& index = m_vertexMap[source];
+    if (index == KrMeshData::noNormal) {
+        index = static_cast<std::uint32_t>(m_vertices.size());
+        m_vertices.push_back(scaled(m_data.vertices[source], m_options.scale));
+    }
+    return index;
+}
+
+std::uint32_t Builder::normalIndex(std::uint32_t source)
+{
+    if (source == KrMeshData::noNormal) {
+        return source;
+    }
+    std::uint32_t& index = m_normalMap[source];
+    if (index == KrMeshData::noNormal) {
+        // Normals turn with the inverse transposed scale, mirrored ones too: what points outwards still does.
+        const KrVector& scale = m_options.scale;
+        KrVector normal = scaled(m_data.normals[source], {1.0 / scale.x(), 1.0 / scale.y(), 1.0 / scale.z()});
+        if (normal.isFinite() && normal.normalize() > 0.0) {
+            index = m_normals.add(normal);
+        }
+    }
+    return index;
+}
+
+bool Builder::usesTexture() const
+{
+    std::string image;
+    return m_options.materialHasTexture || std::any_of(m_groups.begin(), m_groups.end(), [&image](const Group& group) {
+               return group.look && group.look->string("krTextureFilename", image);
+           });
+}
+
+} // namespace
+
+KrMeshBuilder::Result KrMeshBuilder::build(const KrMeshData& data, const Options& options)
+{
+    return Builder(data, options).run();
+}
+
+boost::shared_ptr<KrTriPhysicalExtent>
+KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>& parts, const std::string& material)
+{
+    KrXmlVectorVector vertices;
+    KrXmlVectorVector normals;
+    std::vector<KrTriangle> triangles;
+    for (const boost::shared_ptr<KrBasePhysicalExtent>& part : parts) {
+        const boost::shared_ptr<const KrTriPhysicalExtent> mesh = part->triExtent();
+        if (!mesh) {
+            continue;
+        }
+        const std::uint32_t firstVertex = vertices.size();
+        const std::uint32_t firstNormal = normals.size();
+        vertices.values().insert(vertices.end(), mesh->vertices().begin(), mesh->vertices().end());
+        normals.values().insert(normals.end(), mesh->normals().begin(), mesh->normals().end());
+        for (const KrTriPhysicalExtent::Group& group : mesh->groups()) {
+            for (KrTriangle triangle : group.second()) {
+                for (unsigned int k = 0; k < 3; ++k) {
+                    triangle.setCorner(k, firstVertex + triangle.vertex(k), firstNormal + triangle.normal(k), 0);
+                }
+                triangles.push_back(triangle);
+            }
+        }
+    }
+    KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
+    groups.push_back({material, KrXmlVectorType<KrTriangle>(std::move(triangles))});
+    boost::shared_ptr<KrTriPhysicalExtent> merged(new KrTriPhysicalExtent);
+    const bool ok = merged->setMesh(std::move(vertices), std::move(normals), {}, std::move(groups), material);
+    return ok ? merged : nullptr;
+}

@@ -1,0 +1,557 @@
+#include <import/mesh/KrMeshFile.h>
+
+#include <import/mesh/KrMeshLook.h>
+#include <import/mesh/KrMeshSource.h>
+#include <import/mesh/KrVectorIndex.h>
+
+#include <toolkit/foundation/private/KrText.h>
+
+#include <assimp/BaseImporter.h>
+#include <assimp/IOSystem.hpp>
+#include <assimp/Importer.hpp>
+#include <assimp/MemoryIOWrapper.h>
+#include <assimp/config.h>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <Eigen/Dense>
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <map>
+#include <set>
+#include <utility>
+
+namespace
+{
+
+// Normals written with few digits are not exactly of unit length.
+constexpr std::size_t kMaxPath = 400; // in a message, bytes
+constexpr double kNormalTolerance = 0.01;
+
+/// Knows the files of a mesh source and no other: nothing on the disk is within the mesh library's reach.
+class SourceIo : public Assimp::IOSystem
+{
+public:
+    explicit SourceIo(const KrMeshSource& source)
+        : m_source(source)
+    {
+    }
+    bool Exists(const char* file) const override { return find(file) != nullptr; }
+    char getOsSeparator() const override { return '/'; }
+    Assimp::IOStream* Open(const char* file, const char*) override
+    {
+        const std::string* const content = find(file);
+        return content
+                   ? new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(content->data()), content->size())
+                   : nullptr;
+    }
+    void Close(Assimp::IOStream* stream) override { delete stream; }
+
+private:
+    const std::string* find(const std::string& file) const
+    {
+        const auto place = m_source.files.find(file);
+        return place == m_source.files.end() ? nullptr : &place->second;
+    }
+
+    const KrMeshSource& m_source;
+};
+
+/// What the mesh library calls the reader of a format.
+const char* readerOf(KrMeshSource::Format format)
+{
+    using Format = KrMeshSource::Format;
+    switch (format) {
+    case Format::Stl:
+        return "Stereolithography (STL) Importer";
+    case Format::Obj:
+        return "Wavefront Object Importer";
+    case Format::Dae:
+        return "Collada Importer";
+    case Format::Ply:
+        return "Stanford Polygon Library (PLY) Importer";
+    case Format::Off:
+        return "OFF Importer";
+    case Format::Gltf:
+    case Format::Glb:
+        break;
+    }
+    return "glTF2 Importer";
+}
+
+/// Takes every reader out of `importer` but the one called `name`, so that no content can bring another one in.
+bool keepReader(Assimp::Importer& importer, const std::string& name)
+{
+    for (std::size_t i = importer.GetImporterCount(); i-- > 0;) {
+        Assimp::BaseImporter* const reader = importer.GetImporter(i);
+        if (reader->GetInfo()->mName != name) {
+            importer.UnregisterLoader(reader);
+            delete reader; // a reader that is taken out is its taker's
+        }
+    }
+    return importer.GetImporterCount() == 1;
+}
+
+Eigen::Matrix4d matrixOf(const aiMatrix4x4& m)
+{
+    Eigen::Matrix4d matrix;
+    matrix << m.a1, m.a2, m.a3, m.a4, m.b1, m.b2, m.b3, m.b4, m.c1, m.c2, m.c3, m.c4, m.d1, m.d2, m.d3, m.d4;
+    return matrix;
+}
+
+KrVector vectorOf(const Eigen::Vector3d& v)
+{
+    return {v.x(), v.y(), v.z()};
+}
+
+Eigen::Vector3d vectorOf(const aiVector3D& v)
+{
+    return {v.x, v.y, v.z};
+}
+
+bool isTriangles(const aiMesh& mesh)
+{
+    return (mesh.mPrimitiveTypes & aiPrimitiveType_TRIANGLE) != 0 && mesh.mVertices && mesh.mFaces;
+}
+
+bool hasValidIndices(const aiScene& scene)
+{
+    for (unsigned int i = 0; i < scene.mNumMeshes; ++i) {
+        const aiMesh& mesh = *scene.mMeshes[i];
+        const auto isValid = [&mesh](unsigned int index) { return index < mesh.mNumVertices; };
+        const auto isWhole = [&isValid](const aiFace& face) {
+            return face.mNumIndices == 0 ||
+                   (face.mIndices && std::all_of(face.mIndices, face.mIndices + face.mNumIndices, isValid));
+        };
+        if (!std::all_of(mesh.mFaces, mesh.mFaces + mesh.mNumFaces, isWhole)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Takes faces without corners out and says what kinds are left: where the two do not fit, the triangulation ends the
+/// process.
+void tidyFaces(aiMesh& mesh)
+{
+    unsigned int kept = 0;
+    unsigned int types = 0;
+    for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
+        aiFace& face = mesh.mFaces[i];
+        if (face.mNumIndices > 0 && face.mIndices) {
+            types |= AI_PRIMITIVE_TYPE_FOR_N_INDICES(face.mNumIndices);
+            std::swap(mesh.mFaces[kept].mNumIndices, face.mNumIndices);
+            std::swap(mesh.mFaces[kept++].mIndices, face.mIndices);
+        }
+    }
+    mesh.mNumFaces = kept;
+    mesh.mPrimitiveTypes = types ? types : static_cast<unsigned int>(aiPrimitiveType_POINT);
+}
+
+/// The vertices that a triangle uses.
+std::vector<bool> usedVertices(const aiMesh& mesh)
+{
+    std::vector<bool> isUsed(mesh.mNumVertices);
+    for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
+        const aiFace& face = mesh.mFaces[i];
+        for (unsigned int corner = 0; face.mNumIndices == 3 && corner < 3; ++corner) {
+            isUsed[face.mIndices[corner]] = true;
+        }
+    }
+    return isUsed;
+}
+
+class Collector
+{
+public:
+    Collector(const aiScene& scene, KrMeshSource::Format format, const std::string& path,
+              const KrImportOptions& options, KrMeshData& data)
+        : m_scene(scene)
+        , m_path(path)
+        , m_maxTriangles(options.maxTriangles)
+        , m_data(data)
+    {
+        using Format = KrMeshSource::Format;
+        m_isStl = format == Format::Stl;
+        m_isGltf = format == Format::Gltf || format == Format::Glb;
+        m_isNameless = format == Format::Off || format == Format::Ply;
+        m_isCollada = format == Format::Dae;
+    }
+
+    /// @param trustMaterials  false when the file that defines them is not there
+    bool run(bool trustMaterials, std::string& why);
+
+private:
+    bool addNodes(std::string& why);
+    void addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile);
+    std::vector<std::uint32_t> addNormals(const aiMesh& mesh, const std::vector<bool>& isUsed,
+                                          const Eigen::Matrix3d& linear);
+    const std::vector<std::uint32_t>& addTextureCoordinates(const aiMesh& mesh, const std::vector<bool>& isUsed);
+    bool isFilledIn(unsigned int material) const;
+    KrMeshData::Group& groupOf(const aiMesh& mesh);
+    KrMeshData::Group* colorGroup(const aiMesh& mesh, bool hasLook);
+    void fillLook(const KrMeshLook::Look& look, bool hasCoordinates, KrMeshData::Group& group);
+    void placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, KrDataMap& data);
+    void readLooks(bool trustMaterials);
+    std::string uniqueName(const std::string& name);
+    void warn(const std::string& text);
+
+    const aiScene& m_scene;
+    std::string m_path;
+    std::uint64_t m_maxTriangles;
+    KrMeshData& m_data;
+    bool m_isStl = false;
+    bool m_isCollada = false;
+    bool m_isGltf = false;
+    bool m_isNameless = false; ///< materials never have names
+    bool m_isColorTold = false;
+    std::uint64_t m_triangles = 0;
+    std::uint64_t m_numVertices = 0; ///< of all instances
+    KrVectorIndex m_vertices;
+    KrVectorIndex m_normals;
+    std::vector<KrMeshLook::Look> m_looks;
+    std::map<std::pair<unsigned int, bool>, std::size_t> m_groups; ///< by material and whether its texture can be used
+    std::map<std::string, std::size_t> m_colorGroups;              ///< by the colour of all vertices
+    std::map<const aiMesh*, std::vector<std::uint32_t>> m_coordinates; ///< of texture, by vertex
+    std::set<std::string> m_names;
+    std::map<std::string, unsigned int> m_numbers; ///< the next one to try, by name
+};
+
+bool Collector::run(bool trustMaterials, std::string& why)
+{
+    readLooks(trustMaterials);
+    if (!addNodes(why)) {
+        return false;
+    }
+    m_data.vertices = m_vertices.take();
+    m_data.normals = m_normals.take();
+    if (m_isCollada && m_scene.mRootNode) {
+        // The reader scales the root node, which has no transformation of its own, by the file's unit.
+        m_data.unit = matrixOf(m_scene.mRootNode->mTransformation).block<3, 1>(0, 0).norm();
+    }
+    return true;
+}
+
+void Collector::readLooks(bool trustMaterials)
+{
+    std::set<unsigned int> used;
+    for (unsigned int i = 0; i < m_scene.mNumMeshes; ++i) {
+        if (isTriangles(*m_scene.mMeshes[i])) {
+            used.insert(m_scene.mMeshes[i]->mMaterialIndex);
+        }
+    }
+    bool isAllClear = true;
+    bool hasForeignNames = false;
+    for (unsigned int i = 0; i < m_scene.mNumMaterials; ++i) {
+        m_looks.push_back(KrMeshLook::read(*m_scene.mMaterials[i]));
+        hasForeignNames = hasForeignNames || m_looks.back().hasForeignName;
+        m_looks.back().isOwn = trustMaterials && !isFilledIn(i);
+        isAllClear = isAllClear && (!used.count(i) || m_looks.back().opacity == 0.0);
+    }
+    if (hasForeignNames) {
+        warn("names of materials are no UTF-8; they are read as Latin-1");
+    }
+    // Exporters disagree whether 0 or 1 is opaque; a mesh that could not be seen at all was meant to be.
+    for (KrMeshLook::Look& look : m_looks) {
+        if (isAllClear && look.opacity == 0.0) {
+            look.opacity = 1.0;
+            KrMeshLook::setOpacity(look.data, 1.0);
+        }
+    }
+    if (isAllClear && !used.empty()) {
+        warn("every material has opacity 0; they are read as opaque");
+    }
+}
+
+/// Whether the reader made the material up because the file gives none.
+bool Collector::isFilledIn(unsigned int material) const
+{
+    const aiMaterial& filled = *m_scene.mMaterials[material];
+    const KrMeshLook::Look& look = m_looks[material];
+    if (m_isGltf) {
+        return material + 1 == m_scene.mNumMaterials; // it stands behind the file's own
+    }
+    if (m_isNameless) {
+        // A material of the file's own tells its opacity.
+        float opacity = 1.0f;
+        return look.texture.empty() && filled.Get(AI_MATKEY_OPACITY, opacity) != aiReturn_SUCCESS;
+    }
+    return m_isStl || filled.mNumProperties == 0 || look.name == AI_DEFAULT_MATERIAL_NAME;
+}
+
+bool Collector::addNodes(std::string& why)
+{
+    std::vector<std::pair<const aiNode*, Eigen::Matrix4d>> stack;
+    if (m_scene.mRootNode) {
+        stack.emplace_back(m_scene.mRootNode, Eigen::Matrix4d::Identity());
+    }
+    while (!stack.empty()) {
+        const auto [node, parentToFile] = stack.back();
+        stack.pop_back();
+        const Eigen::Matrix4d nodeToFile = parentToFile * matrixOf(node->mTransformation);
+        for (unsigned int i = 0; i < node->mNumMeshes; ++i) {
+            const aiMesh& mesh = *m_scene.mMeshes[node->mMeshes[i]];
+            m_triangles += mesh.mNumFaces;
+            m_numVertices += mesh.mNumVertices;
+            if (m_triangles > m_maxTriangles || m_numVertices / 3 > m_maxTriangles) {
+                why = "it has more than " + std::to_string(m_maxTriangles) +
+                      " triangles, or three times as many vertices";
+                return false;
+            }
+            if (isTriangles(mesh)) {
+                addMesh(mesh, nodeToFile);
+            }
+        }
+        for (unsigned int i = node->mNumChildren; i-- > 0;) {
+            stack.emplace_back(node->mChildren[i], nodeToFile);
+        }
+    }
+    return true;
+}
+
+void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
+{
+    const Eigen::Matrix3d linear = nodeToFile.block<3, 3>(0, 0);
+    const Eigen::Vector3d offset = nodeToFile.block<3, 1>(0, 3);
+    const bool isMirrored = linear.determinant() < 0.0;
+    const std::vector<bool> isUsed = usedVertices(mesh);
+    std::vector<std::uint32_t> vertices(mesh.mNumVertices);
+    for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
+        if (isUsed[i]) {
+            vertices[i] = m_vertices.add(vectorOf(linear * vectorOf(mesh.mVertices[i]) + offset));
+        }
+    }
+    const std::vector<std::uint32_t> normals = addNormals(mesh, isUsed, linear);
+    const std::vector<std::uint32_t>& coordinates = addTextureCoordinates(mesh, isUsed);
+
+    std::vector<KrTriangle>& triangles = groupOf(mesh).triangles;
+    triangles.reserve(triangles.size() + mesh.mNumFaces);
+    for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
+        const aiFace& face = mesh.mFaces[i];
+        if (face.mNumIndices != 3) {
+            continue;
+        }
+        KrTriangle triangle;
+        for (unsigned int corner = 0; corner < 3; ++corner) {
+            const unsigned int index = face.mIndices[isMirrored ? 2 - corner : corner];
+            triangle.setCorner(corner, vertices[index], normals[index], coordinates[index]);
+        }
+        triangles.push_back(triangle);
+    }
+}
+
+std::vector<std::uint32_t> Collector::addNormals(const aiMesh& mesh, const std::vector<bool>& isUsed,
+                                                 const Eigen::Matrix3d& linear)
+{
+    std::vector<std::uint32_t> indices(mesh.mNumVertices, KrMeshData::noNormal);
+    // The facet normals of an STL file tell nothing that its triangles do not, and are often wrong.
+    if (m_isStl || !mesh.mNormals || linear.determinant() == 0.0) {
+        return indices;
+    }
+    const Eigen::Matrix3d normalMatrix = linear.inverse().transpose();
+    for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
+        const Eigen::Vector3d given = vectorOf(mesh.mNormals[i]);
+        const Eigen::Vector3d turned = normalMatrix * given;
+        const double length = turned.norm();
+        if (isUsed[i] && std::abs(given.norm() - 1.0) <= kNormalTolerance && length > 0.0 && std::isfinite(length)) {
+            indices[i] = m_normals.add(vectorOf(turned / length));
+        }
+    }
+    return indices;
+}
+
+/// Their indices by vertex, the same ones for every instance of the mesh; 0 when it has none.
+const std::vector<std::uint32_t>& Collector::addTextureCoordinates(const aiMesh& mesh, const std::vector<bool>& isUsed)
+{
+    const auto [place, isNew] = m_coordinates.emplace(&mesh, std::vector<std::uint32_t>());
+    std::vector<std::uint32_t>& indices = place->second;
+    if (!isNew) {
+        return indices;
+    }
+    indices.resize(mesh.mNumVertices);
+    const unsigned int channel = mesh.mMaterialIndex < m_looks.size() ? m_looks[mesh.mMaterialIndex].textureChannel : 0;
+    const aiVector3D* const list =
+        mesh.HasTextureCoords(channel) ? mesh.mTextureCoords[channel] : mesh.mTextureCoords[0];
+    for (unsigned int i = 0; list && i < mesh.mNumVertices; ++i) {
+        if (isUsed[i]) {
+            const bool isUsable = std::isfinite(list[i].x) && std::isfinite(list[i].y);
+            indices[i] = static_cast<std::uint32_t>(m_data.textureCoordinates.size());
+            m_data.textureCoordinates.emplace_back(isUsable ? list[i].x : 0.0, isUsable ? list[i].y : 0.0);
+        }
+    }
+    return indices;
+}
+
+/// The group of the colour that all vertices have; null when there is none to use.
+KrMeshData::Group* Collector::colorGroup(const aiMesh& mesh, bool hasLook)
+{
+    const aiColor4D* const colors = mesh.mColors[0];
+    if (!colors || mesh.mNumVertices == 0) {
+        return nullptr;
+    }
+    const bool isOne =
+        std::all_of(colors, colors + mesh.mNumVertices, [colors](const aiColor4D& c) { return c == colors[0]; });
+    if (!isOne || hasLook || m_isStl) {
+        const bool isWhite = isOne && colors[0] == aiColor4D(1.0f, 1.0f, 1.0f, 1.0f);
+        if (!m_isColorTold && !isWhite) {
+            warn("the colours of its vertices are not used");
+            m_isColorTold = true;
+        }
+        return nullptr;
+    }
+    const KrMeshLook::Look look = KrMeshLook::ofColor(colors[0]);
+    const auto [place, isNew] = m_colorGroups.emplace(look.name, m_data.groups.size());
+    if (isNew) {
+        m_data.groups.emplace_back();
+        fillLook(look, false, m_data.groups.back());
+    }
+    return &m_data.groups[place->second];
+}
+
+KrMeshData::Group& Collector::groupOf(const aiMesh& mesh)
+{
+    const KrMeshLook::Look none;
+    const bool isKnown = mesh.mMaterialIndex < m_looks.size();
+    const KrMeshLook::Look& look = isKnown ? m_looks[mesh.mMaterialIndex] : none;
+    const bool hasCoordinates = mesh.HasTextureCoords(0) || mesh.HasTextureCoords(look.textureChannel);
+    const bool isTextured = !look.texture.empty() && hasCoordinates;
+    if (KrMeshData::Group* const colored = colorGroup(mesh, isKnown && look.isOwn)) {
+        return *colored;
+    }
+    const auto [place, isNew] = m_groups.emplace(std::make_pair(mesh.mMaterialIndex, isTextured), m_data.groups.size());
+    if (isNew) {
+        m_data.groups.emplace_back();
+        if (isKnown && look.isOwn) {
+            fillLook(look, hasCoordinates, m_data.groups.back());
+        }
+    }
+    return m_data.groups[place->second];
+}
+
+void Collector::fillLook(const KrMeshLook::Look& look, bool hasCoordinates, KrMeshData::Group& group)
+{
+    group.hasLook = true;
+    group.name = uniqueName(look.name.empty() ? "material" : look.name);
+    group.look = look.data;
+    if (!look.texture.empty()) {
+        placeTexture(look, hasCoordinates, group.look);
+    }
+}
+
+void Collector::placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, KrDataMap& data)
+{
+    std::vector<std::string> tried;
+    const std::string name = "texture \"" + KrText::oneLine(look.texture) + "\"";
+    if (look.isEmbedded || m_scene.GetEmbeddedTexture(look.texture.c_str())) {
+        warn(name + " lies inside the mesh file; only its material's colour is used");
+        return;
+    }
+    const std::string image = KrMeshLook::findTexture(m_path, look.texture, tried);
+    if (image.empty()) {
+        std::string list;
+        for (const std::string& path : tried) {
+            list += (list.empty() ? "" : ", ") + KrText::oneLine(path, kMaxPath);
+        }
+        warn(name + " is missing; only the colour is used (tried " + list + ")");
+        return;
+    }
+    if (!hasCoordinates) {
+        const bool isMean = KrMeshLook::setMeanColor(data, image);
+        warn(name + " is given for triangles without texture coordinates; " +
+             (isMean ? "its mean colour is used" : "it cannot be read, and only the colour is used"));
+        return;
+    }
+    if (image != tried.front()) {
+        warn(name + " is taken from " + KrText::oneLine(image, kMaxPath));
+    }
+    KrMeshLook::setTexture(data, image);
+    m_data.textures.push_back(image);
+}
+
+std::string Collector::uniqueName(const std::string& name)
+{
+    std::string unique = name;
+    while (!m_names.insert(unique).second) {
+        unsigned int& number = m_numbers.emplace(name, 2).first->second;
+        unique = name + " " + std::to_string(number++);
+    }
+    return unique;
+}
+
+void Collector::warn(const std::string& text)
+{
+    m_data.warnings.push_back(text);
+}
+
+/// Triangulation takes the square of the number of corners.
+bool isTooManyCornered(const aiScene& scene)
+{
+    std::uint64_t work = 0;
+    for (unsigned int i = 0; i < scene.mNumMeshes; ++i) {
+        const aiMesh& mesh = *scene.mMeshes[i];
+        for (unsigned int k = 0; k < mesh.mNumFaces && work <= Kr::Limits::kPolygonWork; ++k) {
+            const std::uint64_t corners = mesh.mFaces[k].mNumIndices;
+            work += corners > 4 ? corners * corners : 0;
+        }
+    }
+    return work > Kr::Limits::kPolygonWork;
+}
+
+bool readScene(const KrMeshSource& source, const std::string& path, const KrImportOptions& options, KrMeshData& data,
+               std::string& why)
+{
+    Assimp::Importer importer;
+    if (!keepReader(importer, readerOf(source.format))) {
+        why = "the mesh library has no reader for it";
+        return false;
+    }
+    importer.SetIOHandler(new SourceIo(source));
+    importer.SetPropertyBool(AI_CONFIG_IMPORT_COLLADA_IGNORE_UP_DIRECTION, true);
+    // Checked between the two steps: the second one follows indices without looking.
+    const aiScene* scene = importer.ReadFile(source.main, 0);
+    if (scene && !hasValidIndices(*scene)) {
+        why = "a face uses a vertex that is not there";
+        return false;
+    }
+    if (scene && scene->mNumMaterials > Kr::Limits::kMeshMaterials + 2) { // the library adds some of its own
+        why = "it has more than " + std::to_string(Kr::Limits::kMeshMaterials) + " materials";
+        return false;
+    }
+    if (scene && isTooManyCornered(*scene)) {
+        why = "its polygons have too many corners";
+        return false;
+    }
+    for (unsigned int i = 0; scene && i < scene->mNumMeshes; ++i) {
+        tidyFaces(*scene->mMeshes[i]);
+    }
+    scene = scene ? importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_SortByPType) : nullptr;
+    if (!scene) {
+        why = KrText::oneLine(importer.GetErrorString());
+        return false;
+    }
+    KrMeshData read;
+    read.warnings = source.warnings;
+    read.upAxis = source.upAxis;
+    if (!Collector(*scene, source.format, path, options, read).run(source.trustMaterials, why)) {
+        return false;
+    }
+    data = std::move(read);
+    return true;
+}
+
+} // namespace
+
+bool KrMeshFile::read(const std::string& path, const KrImportOptions& options, KrMeshData& data, std::string& why)
+{
+    try {
+        KrMeshSource source;
+        return KrMeshSource::read(path, options, source, why) && readScene(source, path, options, data, why);
+    } catch (const std::exception& exception) {
+        why = KrText::oneLine(exception.what());
+    } catch (...) {
+        why = "the mesh library gave up";
+    }
+    return false;
+}

@@ -1,0 +1,291 @@
+#include <import/mesh/KrMeshSource.h>
+
+#include <import/files/KrImportPath.h>
+#include <import/mesh/KrColladaText.h>
+#include <import/mesh/KrGltfText.h>
+#include <import/mesh/KrMeshPlausibility.h>
+#include <import/mesh/KrMeshWords.h>
+#include <import/mesh/KrObjText.h>
+#include <import/mesh/KrOffText.h>
+#include <import/mesh/KrStlText.h>
+
+#include <toolkit/foundation/private/KrInputFile.h>
+#include <toolkit/foundation/private/KrText.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace
+{
+
+using Format = KrMeshSource::Format;
+
+constexpr std::size_t kSignBytes = 4096;
+
+bool refuse(std::string& why, const std::string& text)
+{
+    why = text;
+    return false;
+}
+
+std::string_view withoutMark(std::string_view content)
+{
+    static constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (content.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+        content.remove_prefix(kByteOrderMark.size());
+    }
+    return content;
+}
+
+/// The format that `content` has whatever its name says; false when there is no sign of one.
+bool formatBySign(std::string_view content, Format& format)
+{
+    std::string_view begin = withoutMark(content.substr(0, kSignBytes));
+    const std::string lower = KrImportPath::toLower(begin);
+    std::string_view word = KrMeshWords::takeWord(begin);
+    if (word.substr(0, 4) == "glTF") {
+        format = Format::Glb;
+    } else if (word == "ply") {
+        format = Format::Ply;
+    } else if (word.substr(0, 1) == "<" && lower.find("<collada") != std::string::npos) {
+        format = Format::Dae;
+    } else if (word.substr(0, 1) == "{" && lower.find("\"asset\"") != std::string::npos) {
+        format = Format::Gltf;
+    } else if (word == "OFF" || word == "COFF" || word == "NOFF" || word == "CNOFF" || word == "STOFF") {
+        format = Format::Off;
+    } else if (KrStlText::isStl(content)) {
+        format = Format::Stl;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool formatByExtension(const std::string& path, Format& format)
+{
+    static const std::pair<const char*, Format> kExtensions[] = {
+        {"stl", Format::Stl}, {"obj", Format::Obj},     {"dae", Format::Dae},
+        {"xml", Format::Dae}, {"collada", Format::Dae}, {"ply", Format::Ply},
+        {"off", Format::Off}, {"gltf", Format::Gltf},   {"glb", Format::Glb}};
+    const std::string extension = KrImportPath::extensionOf(path);
+    const auto isIt = [&extension](const auto& entry) { return entry.first == extension; };
+    const auto place = std::find_if(std::begin(kExtensions), std::end(kExtensions), isIt);
+    if (place == std::end(kExtensions)) {
+        return false;
+    }
+    format = place->second;
+    return true;
+}
+
+const char* mainName(Format format)
+{
+    switch (format) {
+    case Format::Stl:
+        return "mesh.stl";
+    case Format::Obj:
+        return "mesh.obj";
+    case Format::Dae:
+        return "mesh.dae";
+    case Format::Ply:
+        return "mesh.ply";
+    case Format::Off:
+        return "mesh.off";
+    case Format::Gltf:
+    case Format::Glb:
+        break;
+    }
+    return "mesh.gltf";
+}
+
+class Source
+{
+public:
+    Source(const std::string& path, const KrImportOptions& options)
+        : m_path(path)
+        , m_options(options)
+        , m_bytesLeft(options.maxMeshBytes)
+    {
+    }
+
+    bool run(std::string& why);
+    KrMeshSource& result() { return m_result; }
+
+private:
+    bool readObj(std::string_view content, std::string& why);
+    bool readLibrary(const std::string& name);
+    bool readStl(std::string_view content, std::string& why);
+    bool readGltf(std::string_view content, std::string& why);
+    bool readOther(std::string&& content, std::string& why);
+    bool readSide(const std::string& name, std::string& content, std::string& why);
+    void warn(const std::string& text) { m_result.warnings.push_back(text); }
+
+    std::string m_path;
+    const KrImportOptions& m_options;
+    std::uint64_t m_bytesLeft; ///< for side files
+    KrMeshSource m_result;
+    std::size_t m_materials = 0;
+    bool m_hasForeignNames = false;
+};
+
+bool Source::run(std::string& why)
+{
+    std::string content;
+    why = KrInputFile::readWhole(m_path, KrInputFile::Accept::Files, m_options.maxMeshBytes, content);
+    if (!why.empty()) {
+        return false;
+    }
+    if (content.empty()) {
+        return refuse(why, "it is empty");
+    }
+    Format byName = Format::Stl;
+    const bool isKnown = formatByExtension(m_path, byName);
+    if (!formatBySign(content, m_result.format)) {
+        if (!isKnown) {
+            return refuse(why, "it is in none of the formats that are read: STL, OBJ, DAE, PLY, OFF, glTF, GLB");
+        }
+        m_result.format = byName;
+    }
+    m_result.main = mainName(m_result.format);
+    switch (m_result.format) {
+    case Format::Stl:
+        return readStl(content, why);
+    case Format::Obj:
+        return readObj(content, why);
+    case Format::Off:
+        return KrOffText::clean(withoutMark(content), m_options.maxTriangles, m_result.files[m_result.main], why);
+    case Format::Gltf:
+    case Format::Glb:
+        return readGltf(content, why);
+    default:
+        return readOther(std::move(content), why);
+    }
+}
+
+bool Source::readStl(std::string_view content, std::string& why)
+{
+    KrStlText::Mesh mesh;
+    if (!KrStlText::clean(content, m_options.maxTriangles, mesh, why)) {
+        return false;
+    }
+    if (mesh.isCut) {
+        warn("it ends inside a facet; what is before that is read");
+    }
+    m_result.files[m_result.main] = std::move(mesh.bytes);
+    return true;
+}
+
+bool Source::readObj(std::string_view content, std::string& why)
+{
+    KrObjText::Mesh mesh;
+    if (!KrObjText::cleanMesh(withoutMark(content), m_options.maxTriangles, mesh, why)) {
+        return false;
+    }
+    m_hasForeignNames = mesh.hasForeignNames;
+    for (const std::string& name : mesh.libraries) {
+        readLibrary(name);
+    }
+    if (m_materials > Kr::Limits::kMeshMaterials) {
+        return refuse(why, "it has more than " + std::to_string(Kr::Limits::kMeshMaterials) + " materials");
+    }
+    if (m_hasForeignNames) {
+        warn("names of materials are no UTF-8; they are read as Latin-1");
+    }
+    m_result.files[m_result.main] = (m_materials > 0 ? "mtllib mesh.mtl\n" : "") + std::move(mesh.text);
+    return true;
+}
+
+bool Source::readLibrary(const std::string& name)
+{
+    std::string content;
+    std::string why;
+    // The rest of the line is one name, or several; many exporters give the library the mesh's own name.
+    std::vector<std::string> names{name};
+    for (std::string_view rest = name; !rest.empty();) {
+        names.emplace_back(KrMeshWords::takeWord(rest));
+    }
+    bool isRead = readSide(names[0], content, why);
+    for (std::size_t i = 1; !isRead && i < names.size(); ++i) {
+        std::string part;
+        std::string ignored;
+        if (readSide(names[i], part, ignored)) {
+            content += "\n" + part;
+        }
+    }
+    std::string ignored;
+    isRead = isRead || !content.empty() || readSide(KrImportPath::stemOf(m_path) + ".mtl", content, ignored);
+    if (!isRead) {
+        warn("material library \"" + KrText::oneLine(name) + "\" cannot be read: " + why);
+        m_result.trustMaterials = false;
+        return false;
+    }
+    const KrObjText::Materials materials = KrObjText::cleanMaterials(withoutMark(content));
+    m_materials += materials.count;
+    m_hasForeignNames = m_hasForeignNames || materials.hasForeignNames;
+    if (materials.strays > 0) {
+        warn("material library \"" + KrText::oneLine(name) + "\": what stands before its first material is left out");
+    }
+    if (materials.hasLongTextureNames) {
+        warn("a texture of material library \"" + KrText::oneLine(name) + "\" has too long a name; it is left out");
+    }
+    m_result.files["mesh.mtl"] += materials.text;
+    return true;
+}
+
+bool Source::readGltf(std::string_view content, std::string& why)
+{
+    const auto side = [this](const std::string& name, std::string& bytes, std::string& problem) {
+        return readSide(name, bytes, problem);
+    };
+    KrGltfText::Mesh mesh;
+    const bool isBinary = m_result.format == Format::Glb;
+    if (!KrGltfText::clean(isBinary ? content : withoutMark(content), isBinary,
+                           {m_options.maxMeshBytes, m_options.maxTriangles}, side, mesh, why)) {
+        return false;
+    }
+    m_result.warnings = std::move(mesh.warnings);
+    m_result.files = std::move(mesh.files);
+    m_result.files[m_result.main] = std::move(mesh.text);
+    return true;
+}
+
+bool Source::readOther(std::string&& content, std::string& why)
+{
+    const bool isDae = m_result.format == Format::Dae;
+    if (isDae) {
+        KrColladaText::dropMotion(content);
+        KrColladaText::separateIds(content);
+        m_result.upAxis = KrColladaText::upAxis(content);
+    }
+    if (!KrMeshPlausibility::check(content, m_result.format, why)) {
+        return false;
+    }
+    m_result.files[m_result.main] = std::move(content);
+    return true;
+}
+
+bool Source::readSide(const std::string& name, std::string& content, std::string& why)
+{
+    const std::string wanted = KrImportPath::withSlashes(name);
+    if (wanted.empty() || wanted.size() > Kr::Limits::kPathBytes || wanted.find('\0') != std::string::npos) {
+        return refuse(why, wanted.empty() ? "it has no name" : "its name is no file's");
+    }
+    const std::string path = KrImportPath::join(KrImportPath::directoryOf(KrImportPath::absolute(m_path)), wanted);
+    why = KrInputFile::readWhole(path, KrInputFile::Accept::Files, m_bytesLeft, content);
+    if (!why.empty()) {
+        return false;
+    }
+    m_bytesLeft -= content.size();
+    return true;
+}
+
+} // namespace
+
+bool KrMeshSource::read(const std::string& path, const KrImportOptions& options, KrMeshSource& source, std::string& why)
+{
+    Source read(path, options);
+    if (!read.run(why)) {
+        return false;
+    }
+    source = std::move(read.result());
+    return true;
+}

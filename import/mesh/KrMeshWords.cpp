@@ -1,0 +1,89 @@
+#include <import/mesh/KrMeshWords.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace
+{
+
+bool isSpace(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+} // namespace
+
+std::string_view KrMeshWords::trimmed(std::string_view text)
+{
+    while (!text.empty() && isSpace(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isSpace(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+std::string_view KrMeshWords::takeWord(std::string_view& text)
+{
+    std::size_t begin = 0;
+    while (begin < text.size() && isSpace(text[begin])) {
+        ++begin;
+    }
+    std::size_t end = begin;
+    while (end < text.size() && !isSpace(text[end])) {
+        ++end;
+    }
+    const std::string_view word = text.substr(begin, end - begin);
+    text.remove_prefix(end);
+    return word;
+}
+
+bool KrMeshWords::takeLine(std::string_view& text, std::string_view& line)
+{
+    if (text.empty()) {
+        return false;
+    }
+    const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
+    line = text.substr(0, end);
+    const bool isPair = text.substr(end, 2) == "\r\n";
+    text.remove_prefix(std::min(end + (isPair ? 2 : 1), text.size()));
+    return true;
+}
+
+bool KrMeshWords::isCount(std::string_view word, std::uint64_t limit, std::uint64_t& number)
+{
+    const char* const end = word.data() + word.size();
+    const bool isDigits = !word.empty() && word.find_first_not_of("0123456789") == std::string_view::npos;
+    return isDigits && std::from_chars(word.data(), end, number).ec == std::errc() && number <= limit;
+}
+
+bool KrMeshWords::takeNumber(std::string_view& text, double& number)
+{
+    std::string_view rest = text;
+    std::string_view word = takeWord(rest);
+    if (!word.empty() && word.front() == '+') {
+        word.remove_prefix(1);
+    }
+    double value = 0.0;
+    const std::from_chars_result end = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (word.empty() || end.ptr != word.data() + word.size() || end.ec == std::errc::invalid_argument) {
+        return false;
+    }
+    number = value; // 0 for what is out of range: hardly anything but far too small is written
+    text = rest;
+    return true;
+}
+
+void KrMeshWords::appendNumber(std::string& text, double number)
+{
+    if (!(std::abs(number) <= std::numeric_limits<float>::max())) {
+        text += "nan";
+        return;
+    }
+    char digits[32];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, static_cast<float>(number));
+    text.append(digits, end.ptr);
+}

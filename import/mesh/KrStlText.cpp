@@ -1,0 +1,170 @@
+#include <import/mesh/KrStlText.h>
+
+#include <import/files/KrImportPath.h>
+#include <import/mesh/KrMeshWords.h>
+
+#include <toolkit/foundation/private/KrText.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace
+{
+
+using KrMeshWords::takeNumber;
+using KrMeshWords::takeWord;
+
+constexpr std::size_t kHeaderBytes = 80;
+constexpr std::size_t kCountEnd = kHeaderBytes + 4;
+constexpr std::size_t kFacetBytes = 50;
+constexpr std::size_t kNormalBytes = 12;
+constexpr std::size_t kCornersBytes = 36;
+
+using Point = std::array<float, 3>;
+
+bool refuse(std::string& why, const std::string& text)
+{
+    why = text;
+    return false;
+}
+
+std::string tooMany(std::uint64_t maxTriangles)
+{
+    return "it has more than " + std::to_string(maxTriangles) + " triangles";
+}
+
+/// Little-endian, as in the file.
+std::uint32_t countIn(std::string_view content)
+{
+    std::uint32_t count = 0;
+    for (std::size_t i = kCountEnd; i-- > kHeaderBytes;) {
+        count = count << 8 | static_cast<unsigned char>(content[i]);
+    }
+    return count;
+}
+
+std::uint64_t binaryBytes(std::string_view content)
+{
+    return content.size() < kCountEnd ? UINT64_MAX : kCountEnd + std::uint64_t{kFacetBytes} * countIn(content);
+}
+
+bool isText(std::string_view content)
+{
+    // Exporters begin binary files with "solid", too.
+    const std::string begin = KrImportPath::toLower(content.substr(0, 1000));
+    std::string_view rest = begin;
+    return takeWord(rest).substr(0, 5) == "solid" && begin.find('\0') == std::string::npos &&
+           (begin.find("facet") != std::string::npos || begin.find("endsolid") != std::string::npos);
+}
+
+void appendCount(std::string& bytes, std::uint32_t count)
+{
+    for (unsigned int shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>(count >> shift & 0xFF);
+    }
+}
+
+void appendPoint(std::string& bytes, const Point& point)
+{
+    for (const float number : point) {
+        std::uint32_t bits = 0;
+        std::memcpy(&bits, &number, sizeof bits);
+        appendCount(bytes, bits);
+    }
+}
+
+bool cleanBinary(std::string_view content, std::uint64_t maxTriangles, KrStlText::Mesh& mesh, std::string& why)
+{
+    const std::uint32_t count = countIn(content);
+    if (count > maxTriangles) {
+        return refuse(why, tooMany(maxTriangles));
+    }
+    mesh.bytes.reserve(static_cast<std::size_t>(binaryBytes(content)));
+    mesh.bytes.assign(kHeaderBytes, '\0');
+    mesh.bytes.append(content.substr(kHeaderBytes, kCountEnd - kHeaderBytes));
+    std::string_view rest = content.substr(kCountEnd);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        mesh.bytes.append(kNormalBytes, '\0').append(rest.substr(kNormalBytes, kCornersBytes)).append(2, '\0');
+        rest.remove_prefix(kFacetBytes);
+    }
+    return true;
+}
+
+/// A solid may be called "vertex"; what follows the name usually stands on the next line.
+void skipName(std::string_view& rest)
+{
+    std::string_view behind = rest;
+    std::string_view line;
+    if (KrMeshWords::takeLine(behind, line) && line.find("facet") == std::string_view::npos) {
+        rest = behind;
+    }
+}
+
+bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::Mesh& mesh, std::string& why)
+{
+    mesh.bytes.assign(kCountEnd, '\0');
+    std::uint32_t count = 0;
+    std::array<Point, 3> corners{};
+    std::size_t numCorners = 0;
+    for (std::string_view rest = content; !rest.empty();) {
+        const std::string word = KrImportPath::toLower(takeWord(rest).substr(0, 16));
+        if (word == "solid" || word == "endsolid") {
+            skipName(rest);
+        }
+        if (word == "facet" || word == "outer") {
+            numCorners = 0;
+        }
+        if (word != "vertex") {
+            continue;
+        }
+        Point& corner = corners[std::min<std::size_t>(numCorners++, 2)];
+        for (float& number : corner) {
+            double value = 0.0;
+            if (!takeNumber(rest, value)) {
+                return refuse(why, "a vertex is not three numbers");
+            }
+            number = static_cast<float>(std::clamp(value, -3.4e38, 3.4e38));
+        }
+        if (numCorners < 3) {
+            continue;
+        }
+        if (count == maxTriangles) {
+            return refuse(why, tooMany(maxTriangles));
+        }
+        mesh.bytes.append(kNormalBytes, '\0');
+        std::for_each(corners.begin(), corners.end(), [&mesh](const Point& p) { appendPoint(mesh.bytes, p); });
+        mesh.bytes.append(2, '\0');
+        ++count;
+        // A facet of more corners goes on as a fan.
+        corners[1] = corners[2];
+    }
+    mesh.isCut = numCorners == 1 || numCorners == 2;
+    std::string counted;
+    appendCount(counted, count);
+    mesh.bytes.replace(kHeaderBytes, counted.size(), counted);
+    return count > 0 || refuse(why, "it holds no triangle");
+}
+
+} // namespace
+
+bool KrStlText::isStl(std::string_view content)
+{
+    return isText(content) || (content.size() > kCountEnd && binaryBytes(content) == content.size());
+}
+
+bool KrStlText::clean(std::string_view content, std::uint64_t maxTriangles, Mesh& mesh, std::string& why)
+{
+    const std::uint64_t bytes = binaryBytes(content);
+    if (bytes != content.size() && isText(content)) {
+        return cleanText(content, maxTriangles, mesh, why);
+    }
+    if (content.size() < kCountEnd) {
+        return refuse(why, "it is no STL: neither a text of facets nor long enough for a binary file");
+    }
+    if (bytes > content.size()) {
+        return refuse(why, "it declares " + std::to_string(countIn(content)) + " triangles and holds " +
+                               std::to_string((content.size() - kCountEnd) / kFacetBytes));
+    }
+    return countIn(content) > 0 ? cleanBinary(content, maxTriangles, mesh, why) : refuse(why, "it holds no triangle");
+}

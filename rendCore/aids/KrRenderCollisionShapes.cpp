@@ -1,0 +1,102 @@
+#include <rendCore/aids/KrRenderCollisionShapes.h>
+
+#include <rendCore/base/KrRenderTypes.h>
+#include <rendCore/model/KrRenderLink.h>
+#include <rendCore/model/KrRenderShape.h>
+
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/foundation/KrString.h>
+#include <toolkit/material/KrDataMap.h>
+#include <toolkit/math/KrColor.h>
+#include <toolkit/system/KrManipulatorLink.h>
+
+#include <osg/Depth>
+#include <osg/NodeVisitor>
+#include <osg/PolygonOffset>
+#include <osg/StateSet>
+
+namespace
+{
+
+/// One geode in one look, whatever materials the groups of the extent have; null where there is no surface.
+osg::ref_ptr<osg::Geode> makeShape(const KrBasePhysicalExtent& extent)
+{
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent.triExtent();
+    if (!mesh) {
+        return nullptr;
+    }
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    for (const KrTriPhysicalExtent::Group& group : mesh->groups()) {
+        geode->addDrawable(KrRenderShape::addGroup(mesh.get(), group.second(), KrRenderCollisionShapes::look()));
+    }
+    return geode;
+}
+
+/// Adds the collision shapes of every link that it meets.
+class CollisionShapesVisitor : public osg::NodeVisitor
+{
+public:
+    CollisionShapesVisitor()
+        : osg::NodeVisitor(osg::NodeVisitor::UPDATE_VISITOR, osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
+    {
+        setNodeMaskOverride(~0u); // what is hidden now may be shown later
+    }
+
+    using osg::NodeVisitor::apply;
+    void apply(osg::MatrixTransform& node) override
+    {
+        if (const auto* const link = dynamic_cast<const KrRenderLink*>(&node)) {
+            const osg::ref_ptr<osg::MatrixTransform> dhFrame = link->getDhFrame();
+            const osg::ref_ptr<osg::Group> shapes = KrRenderCollisionShapes::makeGroup(*link->getLink());
+            if (shapes && dhFrame) {
+                dhFrame->addChild(shapes);
+            }
+        }
+        traverse(node);
+    }
+};
+
+} // namespace
+
+void KrRenderCollisionShapes::init(osg::Node* root)
+{
+    if (root != nullptr) {
+        CollisionShapesVisitor visitor;
+        root->accept(visitor);
+    }
+}
+
+osg::ref_ptr<osg::Group> KrRenderCollisionShapes::makeGroup(const KrManipulatorLink& link)
+{
+    const osg::ref_ptr<osg::Group> group = new osg::Group;
+    for (unsigned int i = 0; i < link.numCollisionShapes(); ++i) {
+        const KrShape* const shape = link.collisionShape(i);
+        const KrBasePhysicalExtent* const extent = shape != nullptr ? shape->physicalExtent() : nullptr;
+        const osg::ref_ptr<osg::Geode> geode = extent != nullptr ? makeShape(*extent) : nullptr;
+        if (geode) {
+            geode->setName(link.name() + " - Collision " + KrINT2STRING(i, 10));
+            group->addChild(geode);
+        }
+    }
+    if (group->getNumChildren() == 0) {
+        return nullptr;
+    }
+    group->setName(link.name() + " - Collision");
+    group->setNodeMask(KrRenderTypes::CollisionShapes);
+    osg::StateSet* const state = group->getOrCreateStateSet();
+    // A mesh is often both what is seen and what collides: drawn a little nearer, it does not flicker, nor does it over
+    // a bounding volume in the same place. The units count where it faces the eye: depths of triangles that differ are
+    // some 16 units apart in one plane.
+    state->setAttributeAndModes(new osg::PolygonOffset(-2.0f, -64.0f));
+    // Textures are on in the whole scene: without links beside them the shapes would take the one that was made last.
+    state->setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF);
+    // Shapes of a link overlap: none hides another, in whatever order they are drawn.
+    state->setAttributeAndModes(new osg::Depth(osg::Depth::LESS, 0.0, 1.0, false));
+    return group;
+}
+
+const KrDataMap& KrRenderCollisionShapes::look()
+{
+    static const KrDataMap s_look = KrDataMap::material(KrColor(0.1, 0.75, 0.45, 0.35));
+    return s_look;
+}

@@ -1,0 +1,265 @@
+#include <rendCore/capture/KrDepthCapture.h>
+
+#include <rendCore/base/private/KrPixelTransferGuard.h>
+#include <rendCore/window/KrSGWindow.h>
+#include <rendCore/window/private/KrDrawnProjection.h>
+#include <rendCore/window/private/KrRenderStages.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/GLExtensions>
+#include <osgUtil/RenderStage>
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+
+namespace
+{
+
+constexpr double kSinglePrecision = 1.0 / 16777216.0; // 2^-24: half a step of a float just above 1
+constexpr double kDriverSteps = 12.0;                 // of it, lost in transforming and interpolating a depth
+
+/// Depth to clip coordinates, z' = a z + b and w' = c z + d, as precise as the driver is given them.
+struct DepthTerms
+{
+    explicit DepthTerms(const osg::Matrixd& projection)
+        : a(static_cast<float>(projection(2, 2)))
+        , b(static_cast<float>(projection(3, 2)))
+        , c(static_cast<float>(projection(2, 3)))
+        , d(static_cast<float>(projection(3, 3)))
+    {
+    }
+    double planar(double bufferValue) const
+    {
+        const double e = 2.0 * bufferValue - 1.0;
+        return (b - d * e) / (a - c * e);
+    }
+
+    double a;
+    double b;
+    double c;
+    double d;
+};
+
+/// Whether depth goes its own way: x and y have no part in z' and w', and rays leave one point or are parallel.
+bool isSupported(const osg::Matrixd& p)
+{
+    const bool isSeparate = p(0, 2) == 0.0 && p(1, 2) == 0.0 && p(0, 3) == 0.0 && p(1, 3) == 0.0;
+    const bool isCentral = p(3, 0) == 0.0 && p(3, 1) == 0.0 && p(3, 3) == 0.0;
+    return isSeparate && (isCentral || p(2, 3) == 0.0) && p(2, 2) * p(3, 3) != p(3, 2) * p(2, 3) &&
+           p(0, 0) * p(1, 1) != p(0, 1) * p(1, 0);
+}
+
+/// The slopes of the rays through a perspective picture's pixels, to the right and up for each metre of depth.
+struct RaySlopes
+{
+    RaySlopes(const osg::Matrixd& projection, unsigned int width, unsigned int height)
+        : p(projection)
+        , determinant(p(0, 0) * p(1, 1) - p(0, 1) * p(1, 0))
+        , xStep(2.0 / width)
+        , yStep(2.0 / height)
+    {
+    }
+    /// Ray length for each metre of depth.
+    double length(unsigned int column, unsigned int row) const
+    {
+        // x' = x p00 + y p10 + z p20 and w' = z p23, for z = -1.
+        const double x = -((column + 0.5) * xStep - 1.0) * p(2, 3) + p(2, 0);
+        const double y = -((row + 0.5) * yStep - 1.0) * p(2, 3) + p(2, 1);
+        const double right = (x * p(1, 1) - y * p(1, 0)) / determinant;
+        const double up = (y * p(0, 0) - x * p(0, 1)) / determinant;
+        return std::sqrt(1.0 + right * right + up * up);
+    }
+
+    const osg::Matrixd& p;
+    double determinant;
+    double xStep;
+    double yStep;
+};
+
+/// What a client's callback did wrong in this frame is not this capture's.
+void forgetErrors()
+{
+    // A context that is lost has errors without end.
+    constexpr int kMostErrors = 64;
+    for (int i = 0; i < kMostErrors && glGetError() != GL_NO_ERROR; ++i) {
+    }
+}
+
+} // namespace
+
+/// Stands around the drawing of the main camera's stage, where its target is still bound.
+class KrDepthCapture::Reader : public KrSGWindow::DrawCallback
+{
+public:
+    explicit Reader(KrDepthCapture& capture)
+        : m_capture(capture)
+        , m_stageCallback(new StageCallback(*this))
+    {
+    }
+
+    void begin() { m_failure = "no frame was drawn"; }
+    /// Null when the frame was read.
+    const char* failure() const { return m_failure; }
+
+    bool preRender(osgViewer::Viewer* viewer) override
+    {
+        const osg::ref_ptr<osgUtil::RenderStage> stage = KrRenderStages::ofMain(viewer);
+        if (!stage) {
+            return false;
+        }
+        m_previous = stage->getDrawCallback();
+        stage->setDrawCallback(m_stageCallback);
+        return true;
+    }
+    bool postRender(osgViewer::Viewer* viewer) override
+    {
+        if (osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer)) {
+            stage->setDrawCallback(m_previous);
+        }
+        m_previous = nullptr;
+        return true;
+    }
+
+private:
+    using StageDrawCallback = osgUtil::RenderBin::DrawCallback;
+
+    class StageCallback : public StageDrawCallback
+    {
+    public:
+        explicit StageCallback(Reader& reader)
+            : m_reader(reader)
+        {
+        }
+        void drawImplementation(osgUtil::RenderBin* bin, osg::RenderInfo& renderInfo,
+                                osgUtil::RenderLeaf*& previous) override
+        {
+            if (m_reader.m_previous.valid()) {
+                m_reader.m_previous->drawImplementation(bin, renderInfo, previous);
+            } else {
+                bin->drawImplementation(renderInfo, previous);
+            }
+            try {
+                m_reader.m_failure = m_reader.read(*bin, renderInfo);
+            } catch (const std::exception&) {
+                m_reader.m_failure = "there is not enough memory";
+            }
+        }
+
+    private:
+        Reader& m_reader;
+    };
+
+    const char* read(osgUtil::RenderBin& bin, osg::RenderInfo& renderInfo)
+    {
+        const osgUtil::RenderStage* const stage = bin.getStage();
+        const osg::Camera* const camera = stage ? stage->getCamera() : nullptr;
+        const osg::Viewport* const viewport = camera ? camera->getViewport() : nullptr;
+        if (!viewport) {
+            return "the camera has no viewport";
+        }
+        const osg::Matrixd projection = KrDrawnProjection::of(bin, camera->getProjectionMatrix());
+        if (!isSupported(projection)) {
+            return "its projection mixes depth with x or y";
+        }
+        GLint depthBits = 0;
+        GLint sampleBuffers = 0;
+        glGetIntegerv(GL_DEPTH_BITS, &depthBits);
+        glGetIntegerv(GL_SAMPLE_BUFFERS, &sampleBuffers);
+        if (depthBits <= 0 || depthBits > 32 || sampleBuffers != 0) {
+            return depthBits <= 0 ? "its target has no depth" : "its target has several samples a pixel";
+        }
+        const GLint area[4] = {static_cast<GLint>(viewport->x()), static_cast<GLint>(viewport->y()),
+                               static_cast<GLint>(viewport->width()), static_cast<GLint>(viewport->height())};
+        m_capture.m_values.resize(std::size_t(area[2]) * std::size_t(area[3]));
+        forgetErrors();
+        {
+            const KrPixelTransferGuard guard(*renderInfo.getState()->get<osg::GLExtensions>(), 4);
+            glReadPixels(area[0], area[1], area[2], area[3], GL_DEPTH_COMPONENT, GL_UNSIGNED_INT,
+                         m_capture.m_values.data());
+        }
+        if (glGetError() != GL_NO_ERROR) {
+            return "OpenGL reports an error in this frame";
+        }
+        m_capture.m_width = static_cast<unsigned int>(area[2]);
+        m_capture.m_height = static_cast<unsigned int>(area[3]);
+        m_capture.m_depthBits = static_cast<unsigned int>(depthBits);
+        m_capture.m_projection = projection;
+        return nullptr;
+    }
+
+    KrDepthCapture& m_capture;
+    osg::ref_ptr<StageCallback> m_stageCallback;
+    osg::ref_ptr<StageDrawCallback> m_previous;
+    const char* m_failure = nullptr;
+};
+
+KrDepthCapture::KrDepthCapture()
+    : m_reader(new Reader(*this))
+{
+}
+
+KrDepthCapture::~KrDepthCapture() = default;
+
+bool KrDepthCapture::render(KrSGWindow& window, const Options& options, std::vector<float>& depths)
+{
+    const osg::ref_ptr<KrSGWindow::DrawCallback> previous = window.getDrawCallback();
+    m_reader->begin();
+    window.setDrawCallback(m_reader);
+    const bool isDrawn = window.renderScene(true);
+    window.setDrawCallback(previous);
+    const char* failure = isDrawn ? m_reader->failure() : "no frame was drawn";
+    try {
+        if (!failure) {
+            depths.resize(m_values.size());
+            convert(options, depths);
+        }
+    } catch (const std::exception&) {
+        failure = "there is not enough memory";
+    }
+    if (failure) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrDepthCapture::render - cannot read the depths of window \"%s\": %s.\n",
+                                     window.getName().c_str(), failure);
+    }
+    return !failure;
+}
+
+void KrDepthCapture::convert(const Options& options, std::vector<float>& depths) const
+{
+    // The driver fills 32 bits from fewer as it likes (with zeros, or by repeating them): the leading bits are the
+    // value.
+    const unsigned int unused = 32 - m_depthBits;
+    const std::uint32_t farthest = 0xFFFFFFFFu >> unused;
+    const DepthTerms terms(m_projection);
+    const RaySlopes rays(m_projection, m_width, m_height);
+    const bool isSlanted = options.kind == Kind::Euclidean && m_projection(2, 3) != 0.0;
+    const std::uint32_t* value = m_values.data();
+    for (unsigned int row = 0; row < m_height; ++row) {
+        const unsigned int place = options.rowOrder == RowOrder::TopRowFirst ? m_height - 1 - row : row;
+        float* out = depths.data() + std::size_t(place) * m_width;
+        for (unsigned int column = 0; column < m_width; ++column) {
+            const std::uint32_t step = *value++ >> unused;
+            if (step == farthest) {
+                *out++ = options.background;
+                continue;
+            }
+            const double planar = terms.planar(static_cast<double>(step) / farthest);
+            *out++ = static_cast<float>(isSlanted ? planar * rays.length(column, row) : planar);
+        }
+    }
+}
+
+double KrDepthCapture::errorBound(double depth) const
+{
+    if (m_depthBits == 0) {
+        return std::numeric_limits<double>::infinity();
+    }
+    const DepthTerms terms(m_projection);
+    const double w = terms.d - terms.c * depth;
+    // How far the depth moves for the whole range of the depth buffer, at this depth's rate.
+    const double rate = 2.0 * w * w / std::abs(terms.a * terms.d - terms.b * terms.c);
+    return rate * (0.5 * std::ldexp(1.0, -static_cast<int>(m_depthBits)) + kDriverSteps * kSinglePrecision) +
+           std::abs(depth) * kSinglePrecision;
+}

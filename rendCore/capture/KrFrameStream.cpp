@@ -1,0 +1,450 @@
+#include <rendCore/capture/KrFrameStream.h>
+
+#include <rendCore/base/private/KrPixelTransferGuard.h>
+#include <rendCore/window/private/KrContextRestorer.h>
+#include <rendCore/window/private/KrRenderStages.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/FrameBufferObject>
+#include <osg/GLExtensions>
+#include <osg/observer_ptr>
+#include <osgUtil/RenderStage>
+#include <osgViewer/Viewer>
+
+#include <array>
+#include <new>
+#include <utility>
+
+namespace
+{
+
+constexpr unsigned int kMostFramesLate = 2;
+constexpr std::size_t kSlots = kMostFramesLate + 1; // one more: the frame that is being drawn
+
+using Content = KrFrameStream::Content;
+
+GLenum formatOf(Content content)
+{
+    return content == Content::Color ? GL_RGB : GL_DEPTH_COMPONENT;
+}
+
+GLenum typeOf(Content content)
+{
+    switch (content) {
+    case Content::Color:
+        return GL_UNSIGNED_BYTE;
+    case Content::DepthRaw:
+        return GL_UNSIGNED_INT;
+    case Content::DepthFloat:
+        break;
+    }
+    return GL_FLOAT;
+}
+
+std::size_t pixelBytes(Content content)
+{
+    return content == Content::Color ? 3 : 4;
+}
+
+GLint queried(GLenum name)
+{
+    GLint value = 0;
+    glGetIntegerv(name, &value);
+    return value;
+}
+
+/// Reads from a framebuffer object, and puts the one before back; null reads from where the context reads.
+class ReadTarget
+{
+public:
+    ReadTarget(const osg::GLExtensions& gl, osg::State& state, const osg::FrameBufferObject* target)
+        : m_gl(gl)
+        , m_isBound(target != nullptr)
+    {
+        if (m_isBound) {
+            m_before = static_cast<GLuint>(queried(GL_READ_FRAMEBUFFER_BINDING));
+            target->apply(state, osg::FrameBufferObject::READ_FRAMEBUFFER);
+        }
+    }
+    ~ReadTarget()
+    {
+        if (m_isBound) {
+            m_gl.glBindFramebuffer(GL_READ_FRAMEBUFFER, m_before);
+        }
+    }
+    ReadTarget(const ReadTarget&) = delete;
+    ReadTarget& operator=(const ReadTarget&) = delete;
+
+private:
+    const osg::GLExtensions& m_gl;
+    bool m_isBound;
+    GLuint m_before = 0;
+};
+
+/// The framebuffer object in which the camera's picture stands; null for the window's own.
+const osg::FrameBufferObject* targetOf(osg::Camera& camera)
+{
+    const osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
+    if (!stage || camera.getRenderTargetImplementation() != osg::Camera::FRAME_BUFFER_OBJECT) {
+        return nullptr;
+    }
+    const osg::FrameBufferObject* const resolved = stage->getMultisampleResolveFramebufferObject();
+    return resolved ? resolved : stage->getFrameBufferObject();
+}
+
+/// Whether `observer` watches `object`. By itself an observer of what is gone equals whatever lies there now.
+template <typename T>
+bool isSame(const osg::observer_ptr<T>& observer, const T* object)
+{
+    return observer.valid() && observer.get() == object;
+}
+
+} // namespace
+
+/// The driver's buffers and the frames in them, oldest first.
+class KrFrameStream::Ring
+{
+public:
+    explicit Ring(Content content)
+        : m_content(content)
+    {
+    }
+    ~Ring() { release(); }
+
+    unsigned int numInFlight() const { return m_inFlight; }
+    std::uint64_t numLost() const { return m_lost; }
+    /// The next frame that is drawn is to be read.
+    void arm() { m_isArmed = true; }
+    /// Ends that; whether the frame was read.
+    bool disarm()
+    {
+        const bool wasRead = !m_isArmed;
+        m_isArmed = false;
+        return wasRead;
+    }
+
+    void read(osg::RenderInfo& info);
+    /// Whether the oldest frame has arrived; false, too, where the driver cannot tell.
+    bool isOldestReady() const;
+    const Frame& oldest() const { return m_slots[m_first].frame; }
+    /// Copies the oldest frame into `memory` (null: it is let go) and forgets it.
+    void takeOldest(unsigned char* memory);
+    void loseOldest();
+    bool isIn(const osg::State& state) const { return isSame(m_context, state.getGraphicsContext()); }
+    /// Makes the buffers' context current; false when it is gone.
+    bool makeCurrent() const;
+    /// Frees the GL objects in their own context. Frames that are still in them are lost.
+    void release();
+
+private:
+    struct Slot
+    {
+        GLuint buffer = 0;
+        std::size_t capacity = 0;
+        GLsync fence = nullptr;
+        Frame frame;
+    };
+
+    const osg::GLExtensions* extensions() const;
+    bool reserve(const osg::GLExtensions& gl, Slot& slot, std::size_t size) const;
+    void forgetOldest(const osg::GLExtensions* gl);
+
+    Content m_content;
+    std::array<Slot, kSlots> m_slots;
+    std::size_t m_first = 0;
+    unsigned int m_inFlight = 0;
+    std::uint64_t m_numRead = 0;
+    std::uint64_t m_lost = 0;
+    bool m_isArmed = false;
+    osg::observer_ptr<osg::GraphicsContext> m_context;
+};
+
+/// The ring's place in the drawing of a frame: behind the scene, before what is drawn over it, as captures are.
+class KrFrameStream::Reader : public osg::Camera::DrawCallback
+{
+public:
+    explicit Reader(std::shared_ptr<Ring> ring)
+        : m_ring(std::move(ring))
+    {
+    }
+    void operator()(osg::RenderInfo& info) const override { m_ring->read(info); }
+    void releaseGLObjects(osg::State* state) const override
+    {
+        osg::Camera::DrawCallback::releaseGLObjects(state);
+        if (!state || m_ring->isIn(*state)) {
+            m_ring->release();
+        }
+    }
+
+    osg::observer_ptr<osg::Camera> camera; ///< the one that this is a callback of
+
+private:
+    std::shared_ptr<Ring> m_ring;
+};
+
+const osg::GLExtensions* KrFrameStream::Ring::extensions() const
+{
+    const osg::State* const state = m_context.valid() ? m_context->getState() : nullptr;
+    return state ? state->get<osg::GLExtensions>() : nullptr;
+}
+
+bool KrFrameStream::Ring::makeCurrent() const
+{
+    return m_context.valid() && m_context->getState() && m_context->valid() && m_context->makeCurrent();
+}
+
+void KrFrameStream::Ring::release()
+{
+    m_lost += m_inFlight;
+    m_inFlight = 0;
+    const osg::GLExtensions* const gl = extensions();
+    if (gl) {
+        const KrContextRestorer restorer(nullptr);
+        if (makeCurrent()) {
+            for (const Slot& slot : m_slots) {
+                if (slot.fence) {
+                    gl->glDeleteSync(slot.fence);
+                }
+                if (slot.buffer != 0) {
+                    gl->glDeleteBuffers(1, &slot.buffer);
+                }
+            }
+        }
+    }
+    m_slots = {};
+    m_context = nullptr;
+}
+
+/// Storage grows and is kept: a window that shrinks and grows again allocates nothing.
+bool KrFrameStream::Ring::reserve(const osg::GLExtensions& gl, Slot& slot, std::size_t size) const
+{
+    if (slot.capacity >= size) {
+        return true;
+    }
+    gl.glBufferData(GL_PIXEL_PACK_BUFFER, static_cast<GLsizeiptr>(size), nullptr, GL_STREAM_READ);
+    GLint stored = 0;
+    gl.glGetBufferParameteriv(GL_PIXEL_PACK_BUFFER, GL_BUFFER_SIZE, &stored);
+    slot.capacity = static_cast<std::size_t>(stored);
+    if (slot.capacity >= size) {
+        return true;
+    }
+    Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameStream - the driver has no buffer for %zu bytes.\n", size);
+    return false;
+}
+
+void KrFrameStream::Ring::read(osg::RenderInfo& info)
+{
+    osg::State& state = *info.getState();
+    osg::Camera* const camera = info.getCurrentCamera();
+    const osg::Viewport* const viewport = camera ? camera->getViewport() : nullptr;
+    if (!m_isArmed || !viewport || m_inFlight == kSlots) {
+        return;
+    }
+    if (!isIn(state)) {
+        release();
+        m_context = state.getGraphicsContext();
+    }
+    const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
+    Slot& slot = m_slots[(m_first + m_inFlight) % kSlots];
+    if (slot.buffer == 0) {
+        gl.glGenBuffers(1, &slot.buffer);
+    }
+    Frame& frame = slot.frame;
+    frame.width = static_cast<std::uint32_t>(viewport->width());
+    frame.height = static_cast<std::uint32_t>(viewport->height());
+    frame.content = m_content;
+    frame.sizeInBytes = std::size_t(frame.width) * frame.height * pixelBytes(m_content);
+    frame.number = m_numRead;
+    frame.worldToEye = camera->getViewMatrix();
+    frame.projection = camera->getProjectionMatrix();
+
+    const KrPixelTransferGuard guard(gl, 1, slot.buffer);
+    if (!reserve(gl, slot, frame.sizeInBytes)) {
+        return;
+    }
+    const ReadTarget target(gl, state, targetOf(*camera));
+    glReadPixels(static_cast<GLint>(viewport->x()), static_cast<GLint>(viewport->y()),
+                 static_cast<GLsizei>(frame.width), static_cast<GLsizei>(frame.height), formatOf(m_content),
+                 typeOf(m_content), nullptr);
+    if (gl.glFenceSync && gl.glClientWaitSync && gl.glDeleteSync) {
+        slot.fence = gl.glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+    }
+    ++m_numRead;
+    ++m_inFlight;
+    m_isArmed = false;
+}
+
+bool KrFrameStream::Ring::isOldestReady() const
+{
+    const osg::GLExtensions* const gl = extensions();
+    const GLsync fence = m_slots[m_first].fence;
+    if (!gl || !fence) {
+        return false;
+    }
+    const GLenum answer = gl->glClientWaitSync(fence, GL_SYNC_FLUSH_COMMANDS_BIT, 0);
+    return answer == GL_ALREADY_SIGNALED || answer == GL_CONDITION_SATISFIED;
+}
+
+void KrFrameStream::Ring::takeOldest(unsigned char* memory)
+{
+    const osg::GLExtensions* const gl = extensions();
+    const Slot& slot = m_slots[m_first];
+    if (memory && gl) {
+        // Waits for the frame where it has not arrived.
+        const KrPixelTransferGuard::PackBuffer binding(*gl, slot.buffer);
+        gl->glGetBufferSubData(GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(slot.frame.sizeInBytes), memory);
+    }
+    forgetOldest(gl);
+}
+
+void KrFrameStream::Ring::loseOldest()
+{
+    forgetOldest(extensions());
+    ++m_lost;
+}
+
+void KrFrameStream::Ring::forgetOldest(const osg::GLExtensions* gl)
+{
+    Slot& slot = m_slots[m_first];
+    if (slot.fence && gl) {
+        gl->glDeleteSync(slot.fence);
+    }
+    slot.fence = nullptr;
+    m_first = (m_first + 1) % kSlots;
+    --m_inFlight;
+}
+
+KrFrameStream::KrFrameStream(Content content)
+    : m_ring(std::make_shared<Ring>(content))
+    , m_reader(new Reader(m_ring))
+{
+}
+
+KrFrameStream::~KrFrameStream()
+{
+    detach();
+    // Somebody may hold the reader, a copy of the camera for one.
+    m_ring->release();
+}
+
+void KrFrameStream::setReceiver(Receiver receiver)
+{
+    m_receiver = std::move(receiver);
+}
+
+void KrFrameStream::setLender(Lender lender)
+{
+    m_lender = std::move(lender);
+}
+
+unsigned int KrFrameStream::numInFlight() const
+{
+    return m_ring->numInFlight();
+}
+
+std::uint64_t KrFrameStream::numLost() const
+{
+    return m_ring->numLost();
+}
+
+void KrFrameStream::attach(osg::Camera& camera)
+{
+    if (isSame(m_reader->camera, &camera)) {
+        return;
+    }
+    if (m_reader->camera.valid()) {
+        flush();
+        detach();
+    }
+    camera.addPostDrawCallback(m_reader);
+    m_reader->camera = &camera;
+}
+
+void KrFrameStream::detach()
+{
+    if (m_reader->camera.valid()) {
+        m_reader->camera->removePostDrawCallback(m_reader);
+        m_reader->camera = nullptr;
+    }
+}
+
+bool KrFrameStream::preRender(osgViewer::Viewer* viewer)
+{
+    osg::Camera* const camera = viewer ? viewer->getCamera() : nullptr;
+    osg::GraphicsContext* const context = camera ? camera->getGraphicsContext() : nullptr;
+    osg::State* const state = context ? context->getState() : nullptr;
+    if (!state) {
+        Kr::Print::instance()->write(Kr::Print::Error, "KrFrameStream::preRender - there is no open viewer.\n");
+        return false;
+    }
+    if (!state->get<osg::GLExtensions>()) {
+        state->initializeExtensionProcs();
+    }
+    if (!state->get<osg::GLExtensions>()->isPBOSupported) {
+        Kr::Print::instance()->write(Kr::Print::Error,
+                                     "KrFrameStream::preRender - the driver has no pixel buffer objects.\n");
+        return false;
+    }
+    attach(*camera);
+    m_ring->arm();
+    return true;
+}
+
+bool KrFrameStream::postRender(osgViewer::Viewer*)
+{
+    const bool wasRead = m_ring->disarm();
+    // Never the frame that was read last: it would be waited for.
+    handOut(kMostFramesLate);
+    while (m_ring->numInFlight() > 1 && m_ring->isOldestReady()) {
+        handOut(m_ring->numInFlight() - 1);
+    }
+    return wasRead;
+}
+
+bool KrFrameStream::flush()
+{
+    if (m_ring->numInFlight() > 0) {
+        const KrContextRestorer restorer(nullptr);
+        if (m_ring->makeCurrent()) {
+            handOut(0);
+        } else {
+            m_ring->release();
+        }
+    }
+    const bool isWhole = m_ring->numLost() == m_lostAtFlush;
+    m_lostAtFlush = m_ring->numLost();
+    return isWhole;
+}
+
+unsigned char* KrFrameStream::memoryFor(const Frame& frame)
+{
+    if (m_lender) {
+        return m_lender(frame);
+    }
+    if (m_memory.size() < frame.sizeInBytes) {
+        m_memory.resize(frame.sizeInBytes);
+    }
+    return m_memory.data();
+}
+
+void KrFrameStream::handOut(unsigned int mostLeft)
+{
+    while (m_ring->numInFlight() > mostLeft) {
+        Frame frame = m_ring->oldest();
+        unsigned char* memory = nullptr;
+        try {
+            memory = memoryFor(frame);
+        } catch (const std::bad_alloc&) {
+            Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameStream - no memory for a frame of %zu bytes.\n",
+                                         frame.sizeInBytes);
+            m_ring->loseOldest();
+            continue;
+        }
+        m_ring->takeOldest(memory);
+        if (memory && m_receiver) {
+            frame.data = memory;
+            m_receiver(frame);
+        }
+    }
+}

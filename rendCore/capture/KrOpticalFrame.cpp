@@ -1,0 +1,47 @@
+#include <rendCore/capture/KrOpticalFrame.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <cmath>
+
+namespace
+{
+
+bool isFinite(const KrCoordinateSystemTransformation& pose)
+{
+    bool finite = pose.translation().isFinite();
+    for (unsigned int i = 0; i < 9; ++i) {
+        finite = finite && std::isfinite(pose.rotation(i / 3, i % 3));
+    }
+    return finite;
+}
+
+} // namespace
+
+osg::Matrixd KrOpticalFrame::otherConvention(const osg::Matrixd& view)
+{
+    osg::Matrixd other = view;
+    for (int row = 0; row < 4; ++row) {
+        other(row, 1) = -view(row, 1);
+        other(row, 2) = -view(row, 2);
+    }
+    return other;
+}
+
+bool KrOpticalFrame::toPov(const KrCoordinateSystemTransformation& opticalToWorld, double distance,
+                           KrPovParameters& pov)
+{
+    if (!isFinite(opticalToWorld) || !std::isfinite(distance) || !(distance > 0.0)) {
+        const KrVector& eye = opticalToWorld.translation();
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrOpticalFrame::toPov - no point of view: camera at (%g, %g, %g), centre of interest %g m away.\n",
+            eye.x(), eye.y(), eye.z(), distance);
+        return false;
+    }
+    const KrVector& eye = opticalToWorld.translation();
+    pov.setEyepoint(eye);
+    pov.setCenterOfInterest(eye + opticalToWorld.transformDirection(KrVector(0.0, 0.0, distance)));
+    pov.setUp(opticalToWorld.transformDirection(KrVector(0.0, -1.0, 0.0)));
+    return true;
+}

@@ -1,0 +1,589 @@
+#include <rendCore/input/KrOrbitInputHandler.h>
+
+#include <rendCore/base/KrRenderTypes.h>
+#include <rendCore/window/KrSGWindow.h>
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/Camera>
+#include <osg/ComputeBoundsVisitor>
+#include <osg/Math>
+#include <osgGA/GUIActionAdapter>
+#include <osgGA/GUIEventAdapter>
+#include <osgUtil/IntersectionVisitor>
+#include <osgUtil/LineSegmentIntersector>
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+using Event = osgGA::GUIEventAdapter;
+
+const double kTurnPerPicture = 0.5 * osg::PI; // rad for a unit of y: the picture's height is half a turn
+constexpr double kZoomPerNotch = 1.15;
+constexpr double kZoomPerPicture = 2.0; // of the natural logarithm, for a unit of y
+constexpr double kMostNotches = 20.0;
+const double kTurnPerKey = osg::PI / 36.0; // 5 degrees
+constexpr double kPanPerKey = 0.05;
+// Nearer to the pole than this (sine of the angle) the camera's right, not its place, tells which way it looks.
+constexpr double kNearPole = 0.01;
+
+bool isFinite(const char* method, double a, double b)
+{
+    if (std::isfinite(a) && std::isfinite(b)) {
+        return true;
+    }
+    Kr::Print::instance()->write(Kr::Print::Warning,
+                                 "KrOrbitInputHandler::%s - %g, %g: the numbers must be finite; nothing is moved.\n",
+                                 method, a, b);
+    return false;
+}
+
+/// What the user sees of the scene: neither overlays, which have axes of their own, nor markers.
+template <typename Visitor>
+class SceneVisitor : public Visitor
+{
+public:
+    using Visitor::apply;
+    explicit SceneVisitor(unsigned int mask) { this->setTraversalMask(mask); }
+
+    void apply(osg::Camera& camera) override
+    {
+        if (camera.getReferenceFrame() == osg::Transform::RELATIVE_RF) {
+            Visitor::apply(camera);
+        }
+    }
+};
+
+unsigned int shownMask(const KrSGWindow* window)
+{
+    constexpr unsigned int kMarkers = KrRenderTypes::GlobalAxisMarker | KrRenderTypes::CenterOfInterestMarker;
+    const osgViewer::Viewer* const viewer = window ? window->getViewer() : nullptr;
+    return (viewer ? viewer->getCamera()->getCullMask() : window ? window->displayMask() : ~0u) & ~kMarkers;
+}
+
+int withoutKeypad(int key)
+{
+    switch (key) {
+    case Event::KEY_KP_1:
+        return '1';
+    case Event::KEY_KP_3:
+        return '3';
+    case Event::KEY_KP_5:
+        return '5';
+    case Event::KEY_KP_7:
+        return '7';
+    case Event::KEY_KP_Add:
+    case '=': // the same key, without Shift
+        return '+';
+    case Event::KEY_KP_Subtract:
+        return '-';
+    default:
+        return key >= 'A' && key <= 'Z' ? key - 'A' + 'a' : key;
+    }
+}
+
+bool isArrow(int key)
+{
+    return key == Event::KEY_Left || key == Event::KEY_Right || key == Event::KEY_Up || key == Event::KEY_Down;
+}
+
+double notches(const Event& event)
+{
+    switch (event.getScrollingMotion()) {
+    case Event::SCROLL_UP:
+        return 1.0;
+    case Event::SCROLL_DOWN:
+        return -1.0;
+    case Event::SCROLL_2D:
+        return osg::clampBetween(static_cast<double>(event.getScrollingDeltaY()), -kMostNotches, kMostNotches);
+    default:
+        return 0.0;
+    }
+}
+
+// Asked several times a frame: comparing them as XML objects would list their components each time.
+bool isSamePov(const KrPovParameters& a, const KrPovParameters& b)
+{
+    return a.eyepoint() == b.eyepoint() && a.centerOfInterest() == b.centerOfInterest() && a.up() == b.up() &&
+           a.fieldOfView() == b.fieldOfView();
+}
+
+} // namespace
+
+KrOrbitInputHandler::KrOrbitInputHandler(KrSGWindow* window)
+    : KrSGBaseInputHandler(window)
+{
+    KrOrbitInputHandler::setPovParameters(m_pov);
+}
+
+const char* KrOrbitInputHandler::bindings()
+{
+    return "left drag                    orbit\n"
+           "middle drag, Shift+left drag pan\n"
+           "wheel                        zoom to the cursor\n"
+           "+ and -                      zoom to the middle\n"
+           "right drag                   zoom, upwards is nearer\n"
+           "left double click            look at what was clicked, and orbit about it\n"
+           "arrows, Shift+arrows         orbit, pan\n"
+           "f                            fit everything into the picture\n"
+           "h, Home, space               home\n"
+           "1 3 7, with Ctrl             front, right, top; back, left, bottom, and fit\n"
+           "5                            perspective or parallel projection\n";
+}
+
+void KrOrbitInputHandler::setPovParameters(const KrPovParameters& pov)
+{
+    m_windowPov = pov;
+    KrSGBaseInputHandler::setPovParameters(pov);
+}
+
+void KrOrbitInputHandler::takeWindowPov()
+{
+    if (window() && !isSamePov(window()->getPovParameters(), m_windowPov)) {
+        const KrPovParameters pov = window()->getPovParameters();
+        setPovParameters(pov);
+    }
+    m_distance = osg::clampBetween(m_distance, kSmallestDistance, kLargestDistance);
+}
+
+void KrOrbitInputHandler::publish()
+{
+    // Double precision throughout: a scene may lie a kilometre from its origin.
+    m_pov.setEyepoint(KrRenderTypes::osg2ec(m_center + m_rotation * osg::Vec3d(0.0, 0.0, m_distance)));
+    m_pov.setCenterOfInterest(KrRenderTypes::osg2ec(m_center));
+    m_pov.setUp(KrRenderTypes::osg2ec(m_rotation * osg::Vec3d(0.0, 1.0, 0.0)));
+    m_windowPov = m_pov;
+    if (window()) {
+        window()->setPovParameters(m_pov);
+    }
+}
+
+void KrOrbitInputHandler::setAxis(const osg::Vec3d& axis)
+{
+    osg::Vec3d unit = axis;
+    if (!(unit.normalize() > 0.0) || !unit.valid()) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrOrbitInputHandler::setAxis - (%g, %g, %g) has no direction; the axis stays as it is.\n", axis.x(),
+            axis.y(), axis.z());
+        return;
+    }
+    m_axis = unit;
+}
+
+bool KrOrbitInputHandler::isParallel() const
+{
+    return window() && (window()->viewerAttribute() & KrSGWindow::Orthographic) != 0;
+}
+
+void KrOrbitInputHandler::setParallel(bool parallel)
+{
+    if (window()) {
+        window()->setViewerAttribute(KrSGWindow::Orthographic, parallel);
+    }
+}
+
+/// The camera's part of a window of several views; null where it has the whole window.
+const osg::Viewport* KrOrbitInputHandler::tile() const
+{
+    const osgViewer::Viewer* const viewer = window() ? window()->getViewer() : nullptr;
+    const osg::Viewport* const viewport = viewer ? viewer->getCamera()->getViewport() : nullptr;
+    const bool isPart = viewport && viewport->width() > 0.0 && viewport->height() > 0.0 &&
+                        (viewport->width() < window()->windowWidth() || viewport->height() < window()->windowHeight());
+    return isPart ? viewport : nullptr;
+}
+
+double KrOrbitInputHandler::aspectRatio() const
+{
+    if (const osg::Viewport* const part = tile()) {
+        return part->width() / part->height();
+    }
+    return window() && window()->aspectRatio() > 0.0 ? window()->aspectRatio() : 1.0;
+}
+
+/// Where the event is in the camera's picture.
+osg::Vec2d KrOrbitInputHandler::position(const Event& event) const
+{
+    const osg::Viewport* const part = tile();
+    if (!part) {
+        return osg::Vec2d(event.getXnormalized(), event.getYnormalized());
+    }
+    // The viewer has put it into the picture of whichever view is under the cursor, and kept where it is in the window.
+    const auto* const inWindow = event.getPointerData(window()->getViewer()->getCamera()->getGraphicsContext());
+    const double right = inWindow ? inWindow->getXnormalized() : event.getXnormalized();
+    const double up = inWindow ? inWindow->getYnormalized() : event.getYnormalized();
+    const double x = 0.5 * (right + 1.0) * window()->windowWidth() - part->x();
+    const double y = 0.5 * (up + 1.0) * window()->windowHeight() - part->y();
+    return osg::Vec2d(2.0 * x / part->width() - 1.0, 2.0 * y / part->height() - 1.0);
+}
+
+/// Of the picture, at a distance of 1.
+double KrOrbitInputHandler::halfHeight() const
+{
+    const double fieldOfView = (window() ? window()->getPovParameters() : m_pov).fieldOfView();
+    return std::tan(0.5 * fieldOfView);
+}
+
+osg::Matrixd KrOrbitInputHandler::parallelProjection() const
+{
+    const double top = m_distance * halfHeight();
+    const double right = top * aspectRatio();
+    double depth = m_distance;
+    double radius = 100.0 * m_distance;
+    if (getNode() && getNode()->getBound().valid()) {
+        const osg::BoundingSphere& bound = getNode()->getBound();
+        depth = -(osg::Vec3d(bound.center()) * getInverseMatrix()).z();
+        radius = 1.01 * bound.radius() + 0.01 * m_distance;
+    }
+    return osg::Matrixd::ortho(-right, right, -top, top, depth - radius, depth + radius);
+}
+
+osg::Matrixd KrOrbitInputHandler::projection() const
+{
+    if (isParallel()) {
+        return parallelProjection();
+    }
+    // What is seen, which need not be symmetric; before the first frame the camera has not been given it yet.
+    const osgViewer::Viewer* const viewer = window() ? window()->getViewer() : nullptr;
+    if (viewer && viewer->getFrameStamp()->getFrameNumber() > 0) {
+        return viewer->getCamera()->getProjectionMatrix();
+    }
+    const double top = halfHeight();
+    const double right = top * aspectRatio();
+    return osg::Matrixd::frustum(-right, right, -top, top, 1.0, 2.0);
+}
+
+/// The point at (x, y) of the picture, `depth` in front of the eye.
+osg::Vec3d KrOrbitInputHandler::worldAt(double x, double y, double depth) const
+{
+    const osg::Matrixd p = projection();
+    const double w = p(3, 3) - depth * p(2, 3);
+    const osg::Vec3d inCamera((x * w - p(3, 0) + depth * p(2, 0)) / p(0, 0),
+                              (y * w - p(3, 1) + depth * p(2, 1)) / p(1, 1), -depth);
+    return inCamera * getMatrix();
+}
+
+/// The camera's right, level: at a right angle to the axis.
+osg::Vec3d KrOrbitInputHandler::rightOfTurntable() const
+{
+    osg::Vec3d right = m_axis ^ (m_rotation * osg::Vec3d(0.0, 0.0, 1.0));
+    if (right.length() > kNearPole) {
+        right.normalize();
+        return right;
+    }
+    right = m_rotation * osg::Vec3d(1.0, 0.0, 0.0);
+    right -= m_axis * (right * m_axis);
+    right.normalize();
+    return right;
+}
+
+/// @param right  unit vector at a right angle to the axis
+void KrOrbitInputHandler::aim(const osg::Vec3d& right, double elevation)
+{
+    const double limited = osg::clampBetween(elevation, -osg::PI_2, osg::PI_2);
+    const osg::Vec3d back = (right ^ m_axis) * std::cos(limited) + m_axis * std::sin(limited);
+    const osg::Vec3d up = back ^ right;
+    m_rotation = osg::Matrixd(right.x(), right.y(), right.z(), 0.0, //
+                              up.x(), up.y(), up.z(), 0.0,          //
+                              back.x(), back.y(), back.z(), 0.0,    //
+                              0.0, 0.0, 0.0, 1.0)
+                     .getRotate();
+}
+
+void KrOrbitInputHandler::orbit(double azimuth, double elevation)
+{
+    if (!isFinite("orbit", azimuth, elevation)) {
+        return;
+    }
+    takeWindowPov();
+    const osg::Vec3d back = m_rotation * osg::Vec3d(0.0, 0.0, 1.0);
+    const double before = std::asin(osg::clampBetween(back * m_axis, -1.0, 1.0));
+    aim(osg::Quat(azimuth, m_axis) * rightOfTurntable(), before + elevation);
+    publish();
+}
+
+void KrOrbitInputHandler::lookFrom(double azimuth, double elevation)
+{
+    if (!isFinite("lookFrom", azimuth, elevation)) {
+        return;
+    }
+    takeWindowPov();
+    osg::Vec3d right = m_axis ^ osg::Vec3d(1.0, 0.0, 0.0);
+    if (right.length() < kNearPole) {
+        right = m_axis ^ osg::Vec3d(0.0, 1.0, 0.0);
+    }
+    right.normalize();
+    aim(osg::Quat(azimuth, m_axis) * right, elevation);
+    publish();
+}
+
+void KrOrbitInputHandler::pan(double x, double y)
+{
+    if (!isFinite("pan", x, y)) {
+        return;
+    }
+    takeWindowPov();
+    m_center -= worldAt(x, y, m_distance) - worldAt(0.0, 0.0, m_distance);
+    publish();
+}
+
+void KrOrbitInputHandler::zoomAt(double factor, double x, double y)
+{
+    if (!isFinite("zoomAt", x, y) || !isFinite("zoomAt", factor, 1.0 / factor)) {
+        return;
+    }
+    if (factor < 0.0) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrOrbitInputHandler::zoomAt - a factor is positive, not %g; nothing is moved.\n",
+                                     factor);
+        return;
+    }
+    takeWindowPov();
+    // Scaled about a point, the camera keeps everything that it sees in that direction where it is.
+    const double distance = osg::clampBetween(m_distance / factor, kSmallestDistance, kLargestDistance);
+    const osg::Vec3d fixed = worldAt(x, y, m_distance);
+    m_center = fixed + (m_center - fixed) * (distance / m_distance);
+    m_distance = distance;
+    publish();
+}
+
+void KrOrbitInputHandler::home(const osgGA::GUIEventAdapter&, osgGA::GUIActionAdapter&)
+{
+    if (window()) {
+        home();
+    }
+}
+
+void KrOrbitInputHandler::home()
+{
+    takeWindowPov(); // for the lens, which stays
+    m_pov.setEyepoint(KrRenderTypes::osg2ec(_homeEye));
+    m_pov.setCenterOfInterest(KrRenderTypes::osg2ec(_homeCenter));
+    m_pov.setUp(KrRenderTypes::osg2ec(_homeUp));
+    const KrPovParameters pov = m_pov;
+    setPovParameters(pov);
+    if (window()) {
+        window()->setPovParameters(pov);
+    }
+}
+
+bool KrOrbitInputHandler::fit()
+{
+    if (window() && window()->getViewer()) {
+        window()->updateScene(); // a system that was just set is not in the scene before
+    }
+    takeWindowPov();
+    osg::Node* const scene = window() ? window()->getNode().get() : getNode();
+    SceneVisitor<osg::ComputeBoundsVisitor> visitor(shownMask(window()));
+    if (scene) {
+        scene->accept(visitor);
+    }
+    const osg::BoundingBox& box = visitor.getBoundingBox();
+    if (!box.valid() || !std::isfinite(box.radius())) {
+        return false;
+    }
+    // The cone of the narrower direction touches the sphere: d = r / sin(a / 2); parallel sides: d tan(a / 2) = r.
+    const osg::Matrixd p = projection();
+    const double narrow = isParallel() ? halfHeight() * std::min(1.0, aspectRatio())
+                                       : std::sin(std::atan(1.0 / std::max(p(0, 0), p(1, 1))));
+    m_center = osg::Vec3d(box.center());
+    m_distance = osg::clampBetween(static_cast<double>(box.radius()) / narrow, kSmallestDistance, kLargestDistance);
+    publish();
+    return true;
+}
+
+bool KrOrbitInputHandler::centerOnSurface(double x, double y)
+{
+    if (!isFinite("centerOnSurface", x, y)) {
+        return false;
+    }
+    takeWindowPov();
+    const bool parallel = isParallel();
+    const osg::Vec3d onRay = worldAt(x, y, m_distance);
+    const osg::Vec3d direction =
+        parallel ? m_rotation * osg::Vec3d(0.0, 0.0, -1.0) : onRay - osg::Vec3d(0.0, 0.0, 0.0) * getMatrix();
+    osg::Node* const scene = window() ? window()->getNode().get() : getNode();
+    if (!scene || !scene->getBound().valid()) {
+        return false;
+    }
+    const osg::BoundingSphere& bound = scene->getBound();
+    osg::Vec3d unit = direction;
+    const double length = unit.normalize();
+    const double reach = (osg::Vec3d(bound.center()) - onRay).length() + bound.radius();
+    const double before = parallel ? reach : std::min(reach, length);
+    const osg::ref_ptr<osgUtil::LineSegmentIntersector> ray =
+        new osgUtil::LineSegmentIntersector(onRay - unit * before, onRay + unit * reach);
+    ray->setIntersectionLimit(osgUtil::Intersector::LIMIT_NEAREST);
+    SceneVisitor<osgUtil::IntersectionVisitor> visitor(shownMask(window()));
+    visitor.setIntersector(ray);
+    scene->accept(visitor);
+    if (!ray->containsIntersections()) {
+        return false;
+    }
+    m_center = ray->getFirstIntersection().getWorldIntersectPoint();
+    publish();
+    return true;
+}
+
+void KrOrbitInputHandler::updateCamera(osg::Camera& camera)
+{
+    KrSGBaseInputHandler::updateCamera(camera);
+    if (isParallel()) {
+        camera.setProjectionMatrix(parallelProjection());
+    }
+}
+
+bool KrOrbitInputHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
+{
+    if (event.getHandled()) {
+        return false;
+    }
+    const bool isUsed = event.getEventType() == Event::KEYDOWN ? handleKey(event) : handlePointer(event);
+    if (!isUsed) {
+        return false;
+    }
+    // Within a frame: its near and far planes were those of the point of view before.
+    if (window() && window()->getViewer() == &action) {
+        window()->updateScene();
+    }
+    action.requestRedraw();
+    return true;
+}
+
+bool KrOrbitInputHandler::handlePointer(const osgGA::GUIEventAdapter& event)
+{
+    const osg::Vec2d at = position(event);
+    const double x = at.x();
+    const double y = at.y();
+    if (!std::isfinite(x) || !std::isfinite(y)) {
+        return false; // a window without a size
+    }
+    const bool isInTile = std::abs(x) <= 1.0 && std::abs(y) <= 1.0;
+    if (!isInTile && tile() && m_drag == Drag::None) {
+        return false; // over another view
+    }
+    switch (event.getEventType()) {
+    case Event::PUSH:
+        beginDrag(event);
+        return m_drag != Drag::None;
+    case Event::DRAG:
+        drag(x, y);
+        return m_drag != Drag::None;
+    case Event::RELEASE:
+        m_drag = Drag::None;
+        return false;
+    case Event::DOUBLECLICK:
+        m_drag = Drag::None;
+        return event.getButton() == Event::LEFT_MOUSE_BUTTON && centerOnSurface(x, y);
+    case Event::SCROLL:
+        if (notches(event) == 0.0) {
+            return false;
+        }
+        zoomAt(std::pow(kZoomPerNotch, notches(event)), x, y);
+        return true;
+    default:
+        return false;
+    }
+}
+
+void KrOrbitInputHandler::beginDrag(const osgGA::GUIEventAdapter& event)
+{
+    const bool isShifted = (event.getModKeyMask() & Event::MODKEY_SHIFT) != 0;
+    switch (event.getButton()) {
+    case Event::LEFT_MOUSE_BUTTON:
+        m_drag = isShifted ? Drag::Pan : Drag::Orbit;
+        break;
+    case Event::MIDDLE_MOUSE_BUTTON:
+        m_drag = Drag::Pan;
+        break;
+    case Event::RIGHT_MOUSE_BUTTON:
+        m_drag = Drag::Zoom;
+        break;
+    default:
+        m_drag = Drag::None;
+        break;
+    }
+    const osg::Vec2d at = position(event);
+    m_firstX = m_lastX = at.x();
+    m_firstY = m_lastY = at.y();
+}
+
+void KrOrbitInputHandler::drag(double x, double y)
+{
+    const double dx = x - m_lastX;
+    const double dy = y - m_lastY;
+    m_lastX = x;
+    m_lastY = y;
+    switch (m_drag) {
+    case Drag::Orbit:
+        // The near side of the scene goes along with the cursor, so the eye goes the other way.
+        orbit(-dx * aspectRatio() * kTurnPerPicture, -dy * kTurnPerPicture);
+        break;
+    case Drag::Pan:
+        pan(dx, dy);
+        break;
+    case Drag::Zoom:
+        zoomAt(std::exp(kZoomPerPicture * dy), m_firstX, m_firstY);
+        break;
+    case Drag::None:
+        break;
+    }
+}
+
+bool KrOrbitInputHandler::handleKey(const osgGA::GUIEventAdapter& event)
+{
+    const int key = withoutKeypad(event.getKey());
+    const bool isControl = (event.getModKeyMask() & Event::MODKEY_CTRL) != 0;
+    const double side = isControl ? osg::PI : 0.0;
+    switch (key) {
+    case '1':
+        lookFrom(side, 0.0);
+        fit();
+        return true;
+    case '3':
+        lookFrom(side - osg::PI_2, 0.0);
+        fit();
+        return true;
+    case '7':
+        lookFrom(-osg::PI_2, isControl ? -osg::PI_2 : osg::PI_2);
+        fit();
+        return true;
+    default:
+        break;
+    }
+    if (isControl) {
+        return false;
+    }
+    switch (key) {
+    case '5':
+        setParallel(!isParallel());
+        return window() != nullptr;
+    case 'f':
+        return fit();
+    case 'h':
+    case ' ':
+    case Event::KEY_Home:
+        home();
+        return true;
+    case '+':
+    case '-':
+        zoomAt(key == '+' ? kZoomPerNotch : 1.0 / kZoomPerNotch, 0.0, 0.0);
+        return true;
+    default:
+        return isArrow(key) && handleArrow(key, (event.getModKeyMask() & Event::MODKEY_SHIFT) != 0);
+    }
+}
+
+bool KrOrbitInputHandler::handleArrow(int key, bool isPan)
+{
+    const double x = key == Event::KEY_Left ? -1.0 : key == Event::KEY_Right ? 1.0 : 0.0;
+    const double y = key == Event::KEY_Down ? -1.0 : key == Event::KEY_Up ? 1.0 : 0.0;
+    if (isPan) {
+        pan(x * kPanPerKey, y * kPanPerKey);
+    } else {
+        orbit(-x * kTurnPerKey, -y * kTurnPerKey);
+    }
+    return true;
+}

@@ -1,0 +1,88 @@
+#include <rendCore/model/KrKeptMarks.h>
+
+#include <rendCore/model/KrRenderDeformationShape.h>
+#include <rendCore/model/KrRenderManipulator.h>
+#include <rendCore/model/KrRenderShape.h>
+
+#include <toolkit/extent/KrBasePhysicalExtent.h>
+#include <toolkit/system/KrManipulatorSystem.h>
+
+#include <algorithm>
+
+namespace
+{
+
+bool areOfOneShape(const boost::weak_ptr<KrRenderShape>& a, const boost::weak_ptr<KrRenderShape>& b)
+{
+    return !a.owner_before(b) && !b.owner_before(a);
+}
+
+} // namespace
+
+void KrKeptMarks::collect(const KrRenderManipulator* manipulator)
+{
+    if (!manipulator) {
+        return;
+    }
+    for (const auto& [key, shape] : manipulator->getMap()) {
+        KrTextureMarker* const marker = shape ? KrTextureMarker::find(*shape) : nullptr;
+        if (!marker) {
+            continue;
+        }
+        const auto* const deforming = dynamic_cast<const KrRenderDeformationShape*>(shape.get());
+        Marks marks;
+        marks.shape = shape->getSharedPtr();
+        marks.marker = marker;
+        marks.painter = deforming ? deforming->painter() : nullptr;
+        m_marks.push_back(marks);
+    }
+}
+
+void KrKeptMarks::match(const KrManipulatorSystem& system)
+{
+    if (m_marks.empty()) {
+        return;
+    }
+    std::vector<const KrManipulatorLink*> links;
+    for (const KrIndividualManipulator& manipulator : system.manipulators()) {
+        links.push_back(&manipulator);
+    }
+    while (!links.empty()) {
+        const KrManipulatorLink& link = *links.back();
+        links.pop_back();
+        for (const KrManipulatorLink& child : link.childLinks()) {
+            links.push_back(&child);
+        }
+        for (unsigned int i = 0; i < link.numShapes(); ++i) {
+            const KrBasePhysicalExtent* const extent = link.shape(i) ? link.shape(i)->physicalExtent() : nullptr;
+            if (!extent) {
+                continue;
+            }
+            for (Marks& marks : m_marks) {
+                if (areOfOneShape(marks.shape, extent->renderShape())) {
+                    marks.extent = extent;
+                }
+            }
+        }
+    }
+    m_marks.erase(
+        std::remove_if(m_marks.begin(), m_marks.end(), [](const Marks& marks) { return marks.extent == nullptr; }),
+        m_marks.end());
+}
+
+void KrKeptMarks::giveBack()
+{
+    for (const Marks& marks : m_marks) {
+        // A shape that somebody holds has them still.
+        const osg::ref_ptr<KrRenderShape> shape(marks.extent->renderShape().lock().get());
+        if (!shape || KrTextureMarker::find(*shape) == marks.marker) {
+            continue;
+        }
+        if (auto* const deforming = dynamic_cast<KrRenderDeformationShape*>(shape.get())) {
+            deforming->takeMarks(*marks.marker, marks.painter);
+        } else {
+            marks.marker->moveTo(*shape);
+        }
+    }
+    m_marks.clear();
+}

@@ -1,0 +1,424 @@
+#include <rendCore/model/KrRenderDeformationShape.h>
+
+#include <rendCore/model/KrTextureMarker.h>
+
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/GL>
+#include <osg/Material>
+#include <osg/StateSet>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <iterator>
+#include <unordered_map>
+
+namespace
+{
+
+void setMaterialAlpha(osg::StateSet& stateSet, float alpha)
+{
+    if (auto* const material = dynamic_cast<osg::Material*>(stateSet.getAttribute(osg::StateAttribute::MATERIAL))) {
+        material->setAlpha(osg::Material::FRONT_AND_BACK, alpha);
+    }
+    if (alpha < 1.0f) {
+        stateSet.setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
+        stateSet.setMode(GL_BLEND, osg::StateAttribute::ON);
+    } else {
+        stateSet.setRenderingHint(osg::StateSet::DEFAULT_BIN);
+        stateSet.removeMode(GL_BLEND);
+    }
+}
+
+osg::Vec3 vec3(const KrVector& v)
+{
+    return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
+}
+
+osg::Vec2 vec2(const KrPlanarVector& v)
+{
+    return {static_cast<float>(v.u()), static_cast<float>(v.v())};
+}
+
+void drawStroke(KrTextureMarker& marker, const KrSurfaceStroke& stroke)
+{
+    std::vector<osg::Vec2> points;
+    points.reserve(stroke.points().size());
+    for (const KrPlanarVector& point : stroke.points()) {
+        points.push_back(vec2(point));
+    }
+    const KrColor& color = stroke.color();
+    KrTextureMarker::Brush brush;
+    brush.radius = static_cast<float>(stroke.radius());
+    brush.color.set(static_cast<float>(color.red()), static_cast<float>(color.green()),
+                    static_cast<float>(color.blue()), static_cast<float>(color.alpha()));
+    brush.hardness = static_cast<float>(stroke.hardness());
+    marker.stroke(points, brush);
+}
+
+/// Farther away the sphere around a shape would not be one in single precision: its radius is squared.
+constexpr double kFarthest = 1e18;
+
+/// Whether all of `extent` can be drawn. Written so that NaN fails too.
+bool isInRange(const KrDeformationPhysicalExtent& extent)
+{
+    for (const KrVector& point : extent.points()) {
+        if (!(point.dot(point) <= kFarthest * kFarthest)) {
+            return false;
+        }
+    }
+    for (unsigned int piece = 0; piece < extent.numPieces(); ++piece) {
+        double entries[16];
+        extent.pieceToOwner(piece).assign16(entries);
+        if (!std::all_of(std::begin(entries), std::end(entries), [](double e) { return std::abs(e) <= kFarthest; })) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Strokes that have a place on the surface.
+const std::vector<KrSurfaceStroke>& strokesOf(const KrDeformationPhysicalExtent& extent)
+{
+    static const std::vector<KrSurfaceStroke> none;
+    return extent.textureCoordinates().empty() ? none : extent.strokes();
+}
+
+/// The box of a drawable as it was filled last: cheaper than looking through all its triangles.
+class FilledBox : public osg::Drawable::ComputeBoundingBoxCallback
+{
+public:
+    osg::BoundingBox computeBound(const osg::Drawable&) const override { return box; }
+
+    osg::BoundingBox box;
+};
+
+/// Numbers the different corners of a group in order of appearance.
+class CornerNumbers
+{
+public:
+    /// Of a corner that is new, the result is one more than any before.
+    std::uint32_t numberOf(const KrTriangle& triangle, unsigned int corner)
+    {
+        const Key key = {triangle.vertex(corner), triangle.normal(corner), triangle.textureCoordinate(corner)};
+        return m_numbers.try_emplace(key, static_cast<std::uint32_t>(m_numbers.size())).first->second;
+    }
+
+private:
+    using Key = std::array<std::uint32_t, 3>;
+    struct Hash
+    {
+        std::size_t operator()(const Key& key) const
+        {
+            std::uint64_t hash = 0;
+            for (const std::uint32_t part : key) {
+                hash = (hash ^ part) * 0x9e3779b97f4a7c15u;
+                hash ^= hash >> 32;
+            }
+            return static_cast<std::size_t>(hash);
+        }
+    };
+    std::unordered_map<Key, std::uint32_t, Hash> m_numbers; // only looked up: its order does not matter
+};
+
+} // namespace
+
+/// Has the strokes of an extent marked, as many in a frame as there is room for.
+class KrRenderDeformationShape::Painter : public KrMarkingCallback
+{
+public:
+    const std::vector<KrSurfaceStroke>& strokes() const { return m_strokes; }
+    bool isDone() const { return m_numPainted == m_strokes.size(); }
+    /// Strokes that were added are painted over what is there; when others are gone, all of it is painted anew.
+    void setStrokes(const std::vector<KrSurfaceStroke>& strokes, KrTextureMarker& marker)
+    {
+        const bool areMore =
+            m_strokes.size() <= strokes.size() && std::equal(m_strokes.begin(), m_strokes.end(), strokes.begin());
+        if (!areMore) {
+            marker.clear();
+            m_numPainted = 0;
+        }
+        m_strokes = strokes;
+    }
+    void mark(KrTextureMarker& marker) override
+    {
+        for (; !isDone() && marker.hasRoom(); ++m_numPainted) {
+            drawStroke(marker, m_strokes[m_numPainted]);
+        }
+        if (isDone()) {
+            marker.removeCallback(this);
+        }
+    }
+
+protected:
+    ~Painter() override = default;
+
+private:
+    std::vector<KrSurfaceStroke> m_strokes;
+    std::size_t m_numPainted = 0;
+};
+
+KrRenderDeformationShape::KrRenderDeformationShape(const KrBasePhysicalExtent* extent, const KrMaterialMap& materialMap)
+    : KrRenderShape(extent, materialMap)
+    , m_materialMap(materialMap)
+{
+    KrRenderShape::setAttribute(KrRenderTypes::NoDisplayList);
+    if (const auto* const deformation = dynamic_cast<const KrDeformationPhysicalExtent*>(extent)) {
+        if (!checkRange(*deformation)) {
+            removeDrawables(0, getNumDrawables());
+            return;
+        }
+        indexGroups(*deformation);
+        prepareDrawables();
+        paint(strokesOf(*deformation));
+        remember(*deformation);
+        return;
+    }
+    prepareDrawables();
+}
+
+KrRenderDeformationShape::~KrRenderDeformationShape() = default;
+
+void KrRenderDeformationShape::prepareDrawables()
+{
+    for (unsigned int i = 0; i < getNumDrawables(); ++i) {
+        osg::Geometry& geometry = *getDrawable(i)->asGeometry();
+        geometry.setDataVariance(osg::Object::DYNAMIC);
+        geometry.setSupportsDisplayList(false);
+        geometry.setUseVertexBufferObjects(true);
+        // Written in every frame: the driver shall keep it where that is cheap.
+        geometry.getOrCreateVertexBufferObject()->setUsage(GL_DYNAMIC_DRAW);
+        osg::StateSet& states = *geometry.getStateSet();
+        states.setDataVariance(osg::Object::DYNAMIC);
+        // The inside of a body has no part in the picture of its surface.
+        if (i < m_sources.size() && m_sources[i].isCap &&
+            states.getTextureAttribute(0, osg::StateAttribute::TEXTURE) == nullptr) {
+            // Protected, as in every shape: a selection switches textures on with an override.
+            states.setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF | osg::StateAttribute::PROTECTED);
+        }
+    }
+}
+
+bool KrRenderDeformationShape::hasGroupsOf(const KrTriPhysicalExtent& mesh) const
+{
+    const unsigned int numGroups = numDrawnGroups(mesh);
+    if (numGroups != getNumDrawables()) {
+        return false;
+    }
+    for (unsigned int i = 0; i < numGroups; ++i) {
+        const osg::Array& vertices = *getDrawable(i)->asGeometry()->getVertexArray();
+        if (vertices.getNumElements() != 3 * mesh.groups()[i].second().size()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void KrRenderDeformationShape::rebuild(const KrTriPhysicalExtent& mesh)
+{
+    removeDrawables(0, getNumDrawables());
+    addGroups(mesh, m_materialMap);
+}
+
+void KrRenderDeformationShape::remember(const KrDeformationPhysicalExtent& extent)
+{
+    m_revision = extent.revision();
+    m_placement = extent.placement();
+}
+
+/// False, after one message, as long as `extent` cannot be drawn.
+bool KrRenderDeformationShape::checkRange(const KrDeformationPhysicalExtent& extent)
+{
+    const bool wasOutOfRange = m_isOutOfRange;
+    m_isOutOfRange = !isInRange(extent);
+    if (m_isOutOfRange && !wasOutOfRange) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRenderDeformationShape::update - \"%s\" does not follow its extent: a vertex "
+                                     "is not within %g m.\n",
+                                     getName().c_str(), kFarthest);
+    }
+    return !m_isOutOfRange;
+}
+
+void KrRenderDeformationShape::follow(const KrDeformationPhysicalExtent& extent)
+{
+    const bool isPlacedAnew = m_placement != extent.placement();
+    const unsigned int changes =
+        extent.changesSince(m_revision) | (isPlacedAnew ? KrDeformationPhysicalExtent::VerticesMoved : 0u);
+    if ((changes & KrDeformationPhysicalExtent::VerticesMoved) != 0 && !checkRange(extent)) {
+        return;
+    }
+    if ((changes & KrDeformationPhysicalExtent::CutChanged) != 0) {
+        rebuild(*extent.triExtent());
+        indexGroups(extent);
+        prepareDrawables();
+        applyAlpha();
+    } else if ((changes & KrDeformationPhysicalExtent::VerticesMoved) != 0) {
+        fillGroups(extent);
+    }
+    if ((changes & KrDeformationPhysicalExtent::StrokesChanged) != 0) {
+        paint(strokesOf(extent));
+    }
+    remember(extent);
+}
+
+void KrRenderDeformationShape::paint(const std::vector<KrSurfaceStroke>& strokes)
+{
+    if (strokes.empty() && (!m_painter || m_painter->strokes().empty())) {
+        return;
+    }
+    KrTextureMarker* const marker = KrTextureMarker::of(*this);
+    if (marker == nullptr) {
+        return;
+    }
+    if (!m_painter) {
+        m_painter = new Painter;
+    }
+    m_painter->setStrokes(strokes, *marker);
+    m_painter->mark(*marker);
+    if (!m_painter->isDone()) {
+        marker->addCallback(m_painter);
+    }
+}
+
+KrMarkingCallback* KrRenderDeformationShape::painter() const
+{
+    return m_painter;
+}
+
+void KrRenderDeformationShape::takeMarks(KrTextureMarker& marker, KrMarkingCallback* painter)
+{
+    const std::vector<KrSurfaceStroke> strokes = m_painter ? m_painter->strokes() : std::vector<KrSurfaceStroke>();
+    if (marker.moveTo(*this)) {
+        // It knows which strokes are painted: only what has changed since is painted now.
+        m_painter = dynamic_cast<Painter*>(painter);
+        paint(strokes);
+    }
+}
+
+/// Gives the drawables, one for each group, arrays without repetitions and indexed triangles.
+void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& extent)
+{
+    // A mesh form that was refused has no drawables.
+    m_sources.assign(std::min<std::size_t>(extent.groups().size(), getNumDrawables()), GroupSource());
+    for (std::size_t i = 0; i < m_sources.size(); ++i) {
+        const KrDeformationGroup& group = extent.groups()[i];
+        GroupSource& source = m_sources[i];
+        source.piece = group.piece();
+        source.isCap = group.isCap();
+        const osg::ref_ptr<osg::Vec2Array> coordinates = new osg::Vec2Array;
+        const osg::ref_ptr<osg::DrawElementsUInt> indices = new osg::DrawElementsUInt(GL_TRIANGLES);
+        CornerNumbers numbers;
+        for (const KrTriangle& triangle : group.triangles()) {
+            for (unsigned int corner = 0; corner < 3; ++corner) {
+                indices->push_back(numbers.numberOf(triangle, corner));
+                if (indices->back() < source.points.size()) {
+                    continue;
+                }
+                source.points.push_back(triangle.vertex(corner));
+                source.normals.push_back(triangle.normal(corner));
+                if (!extent.textureCoordinates().empty()) {
+                    coordinates->push_back(vec2(extent.textureCoordinates()[triangle.textureCoordinate(corner)]));
+                }
+            }
+        }
+        osg::Geometry& geometry = *getDrawable(static_cast<unsigned int>(i))->asGeometry();
+        geometry.setVertexArray(new osg::Vec3Array(static_cast<unsigned int>(source.points.size())));
+        geometry.setNormalArray(new osg::Vec3Array(static_cast<unsigned int>(source.points.size())));
+        geometry.setNormalBinding(osg::Geometry::BIND_PER_VERTEX);
+        if (!extent.textureCoordinates().empty()) {
+            geometry.setTexCoordArray(0, coordinates);
+        }
+        geometry.setPrimitiveSet(0, indices);
+        geometry.setComputeBoundingBoxCallback(new FilledBox);
+    }
+    fillGroups(extent);
+}
+
+void KrRenderDeformationShape::fillGroups(const KrDeformationPhysicalExtent& extent)
+{
+    const std::vector<KrVector>& points = extent.points();
+    const std::vector<KrVector>& normals = extent.normals();
+    for (std::size_t i = 0; i < m_sources.size(); ++i) {
+        const GroupSource& source = m_sources[i];
+        const KrCoordinateSystemTransformation toOwner = extent.pieceToOwner(source.piece);
+        osg::Geometry& geometry = *getDrawable(static_cast<unsigned int>(i))->asGeometry();
+        auto& drawnVertices = static_cast<osg::Vec3Array&>(*geometry.getVertexArray());
+        auto& drawnNormals = static_cast<osg::Vec3Array&>(*geometry.getNormalArray());
+        osg::BoundingBox box;
+        for (std::size_t k = 0; k < source.points.size(); ++k) {
+            drawnVertices[k] = vec3(toOwner.transformPoint(points[source.points[k]]));
+            drawnNormals[k] = vec3(toOwner.transformDirection(normals[source.normals[k]]));
+            box.expandBy(drawnVertices[k]);
+        }
+        static_cast<FilledBox&>(*geometry.getComputeBoundingBoxCallback()).box = box;
+        drawnVertices.dirty();
+        drawnNormals.dirty();
+        geometry.dirtyBound();
+    }
+}
+
+void KrRenderDeformationShape::update(KrBasePhysicalExtent* extent)
+{
+    if (const auto* const deformation = dynamic_cast<const KrDeformationPhysicalExtent*>(extent)) {
+        follow(*deformation);
+        return;
+    }
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh =
+        extent != nullptr ? extent->triExtent() : boost::shared_ptr<const KrTriPhysicalExtent>();
+    if (!mesh) {
+        return;
+    }
+    const bool wasIndexed = !m_sources.empty();
+    m_sources.clear();
+    m_revision = KrDeformationPhysicalExtent::Revision();
+    m_isOutOfRange = false;
+    paint({});
+    if (wasIndexed || !hasGroupsOf(*mesh)) {
+        rebuild(*mesh);
+        prepareDrawables();
+        applyAlpha();
+        return;
+    }
+    for (unsigned int i = 0; i < getNumDrawables(); ++i) {
+        osg::Geometry& geometry = *getDrawable(i)->asGeometry();
+        auto& vertices = static_cast<osg::Vec3Array&>(*geometry.getVertexArray());
+        auto& normals = static_cast<osg::Vec3Array&>(*geometry.getNormalArray());
+        if (!vertices.empty()) {
+            fillCorners(*mesh, mesh->groups()[i].second(), &vertices.front(), &normals.front());
+        }
+        vertices.dirty();
+        normals.dirty();
+        geometry.dirtyBound();
+    }
+}
+
+void KrRenderDeformationShape::updateAlpha(float alpha)
+{
+    if (std::isnan(alpha)) {
+        return;
+    }
+    const float clamped = std::clamp(alpha, 0.0f, 1.0f);
+    if (clamped != m_alpha) {
+        m_alpha = clamped;
+        applyAlpha();
+    }
+}
+
+void KrRenderDeformationShape::applyAlpha()
+{
+    if (m_alpha < 0.0f) {
+        return;
+    }
+    for (unsigned int i = 0; i < getNumDrawables(); ++i) {
+        osg::Geometry& geometry = *getDrawable(i)->asGeometry();
+        auto& colors = static_cast<osg::Vec4Array&>(*geometry.getColorArray());
+        for (osg::Vec4& color : colors) {
+            color.a() = m_alpha;
+        }
+        colors.dirty();
+        setMaterialAlpha(*geometry.getStateSet(), m_alpha);
+    }
+}

@@ -1,0 +1,112 @@
+#include <rendCore/model/KrRenderManipulator.h>
+
+#include <rendCore/model/KrRenderIntraLink.h>
+
+#include <toolkit/foundation/KrString.h>
+
+#include <typeinfo>
+#include <vector>
+
+KrRenderManipulator::KrRenderManipulator(const KrIndividualManipulator& manipulator, unsigned int manIndex)
+    : m_manIndex(manIndex)
+    , m_manipulator(&manipulator)
+{
+    osg::Matrixd manipulatorToWorld;
+    manipulator.placement().assign16(manipulatorToWorld.ptr());
+    setMatrix(manipulatorToWorld);
+    setName("Base " + KrINT2STRING(manIndex, 10));
+
+    osg::ref_ptr<KrRenderLink> base;
+    if (manipulator.intraLinks().count() == 0) {
+        base = new KrRenderLink(manipulator, manIndex);
+    } else {
+        base = new KrRenderIntraLink(manipulator, manIndex, this);
+    }
+    addChild(base);
+    KrRenderManipulator::processChildren(base);
+    m_map = base->getMap();
+}
+
+KrRenderManipulator::~KrRenderManipulator() = default;
+
+void KrRenderManipulator::updateDeformation(unsigned int jointIndex, unsigned int shapeIndex, const KrShape* shape)
+{
+    KrRenderShape* drawn = renderShape(jointIndex, shapeIndex);
+    KrBasePhysicalExtent* extent = shape == nullptr ? nullptr : shape->mutablePhysicalExtent();
+    if (drawn == nullptr || extent == nullptr) {
+        return;
+    }
+    drawn->update(extent);
+    if (extent->isChanged()) {
+        extent->recompute();
+        extent->setChanged(false);
+    }
+}
+
+void KrRenderManipulator::updateTransparency(unsigned int jointIndex, unsigned int shapeIndex, const KrShape* shape,
+                                             float alpha)
+{
+    KrRenderShape* drawn = renderShape(jointIndex, shapeIndex);
+    if (drawn != nullptr && shape != nullptr && shape->physicalExtent() != nullptr) {
+        drawn->updateAlpha(alpha);
+    }
+}
+
+const KrRenderManipulator::ShapeMap& KrRenderManipulator::getMap() const
+{
+    return m_map;
+}
+
+const KrIndividualManipulator* KrRenderManipulator::getManipulator() const
+{
+    return m_manipulator;
+}
+
+void KrRenderManipulator::processChildren(KrRenderLink* parent)
+{
+    if (parent == nullptr) {
+        return;
+    }
+    if (typeid(*this) != typeid(KrRenderManipulator)) {
+        // Kept: an override of a subclass is asked for every link.
+        for (const KrManipulatorLink& link : parent->getLink()->childLinks()) {
+            const osg::ref_ptr<KrRenderLink> child = makeLink(link);
+            processChildren(child);
+            parent->addChildLink(child);
+        }
+        return;
+    }
+    struct Place
+    {
+        KrRenderLink* node;
+        unsigned int next;
+        osg::ref_ptr<KrRenderLink> made; ///< null for `parent`, which is not ours
+    };
+    std::vector<Place> open = {{parent, 0, nullptr}};
+    while (!open.empty()) {
+        Place& top = open.back();
+        const KrXmlVectorType<KrManipulatorLink>& links = top.node->getLink()->childLinks();
+        if (top.next < links.size()) {
+            const osg::ref_ptr<KrRenderLink> child = makeLink(links[top.next++]);
+            open.push_back({child, 0, child});
+            continue;
+        }
+        // The subtree comes first: the child's map is complete when the parent takes it over.
+        const osg::ref_ptr<KrRenderLink> child = top.made;
+        open.pop_back();
+        if (child) {
+            open.back().node->addChildLink(child);
+        }
+    }
+}
+
+osg::ref_ptr<KrRenderLink> KrRenderManipulator::makeLink(const KrManipulatorLink& link)
+{
+    return new KrRenderLink(link, m_manIndex, m_numTotalLinks++, m_manipulator->materialMap());
+}
+
+KrRenderShape* KrRenderManipulator::renderShape(unsigned int jointIndex, unsigned int shapeIndex) const
+{
+    const auto found = m_map.find({jointIndex, shapeIndex});
+    return found == m_map.end() ? nullptr : found->second.get();
+}

@@ -1,0 +1,358 @@
+#include <rendCore/model/KrRenderSelection.h>
+
+#include <rendCore/base/KrRenderTypes.h>
+#include <rendCore/model/KrRenderManipulator.h>
+#include <rendCore/model/KrRenderShape.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/BlendColor>
+#include <osg/BlendFunc>
+#include <osg/Group>
+#include <osg/Material>
+#include <osg/NodeVisitor>
+#include <osg/PolygonMode>
+#include <osg/StateSet>
+#include <osg/Switch>
+#include <osgUtil/CullVisitor>
+
+#include <algorithm>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+constexpr unsigned int kOn = osg::StateAttribute::ON;
+constexpr unsigned int kOnOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
+/// Kept: ON and PROTECTED with a bit (0x10) that means nothing to a state attribute. Without OVERRIDE, so that the
+/// shape's own material decides the colour.
+constexpr unsigned int kSelectedMaterial = 0x15;
+constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
+const osg::Vec4 kBlack(0.0f, 0.0f, 0.0f, 1.0f);
+
+/// Whether what is culled now is drawn without lighting, whatever a shape below says of itself.
+bool isUnlit(osgUtil::CullVisitor& visitor)
+{
+    osg::StateAttribute::GLModeValue lighting = osg::StateAttribute::ON;
+    // From the leaf to the root: the last one that overrides counts, else the first one.
+    bool isFound = false;
+    for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
+        const osg::StateSet* const states = graph->getStateSet();
+        if (states == nullptr) {
+            continue;
+        }
+        const osg::StateAttribute::GLModeValue value = states->getMode(GL_LIGHTING);
+        if ((value & osg::StateAttribute::INHERIT) == 0 && (!isFound || (value & osg::StateAttribute::OVERRIDE) != 0)) {
+            lighting = value;
+            isFound = true;
+        }
+    }
+    return (lighting & osg::StateAttribute::ON) == 0;
+}
+
+/// Beats what the wrapper says for shapes that are lit.
+osg::ref_ptr<osg::StateSet> unlitFade(float alpha)
+{
+    constexpr unsigned int kOnHere = kOnOverride | osg::StateAttribute::PROTECTED;
+    osg::ref_ptr<osg::StateSet> states = new osg::StateSet;
+    states->setAttributeAndModes(
+        new osg::BlendFunc(osg::BlendFunc::CONSTANT_ALPHA, osg::BlendFunc::ONE_MINUS_CONSTANT_ALPHA), kOnHere);
+    states->setAttributeAndModes(new osg::BlendColor(osg::Vec4(0.0f, 0.0f, 0.0f, alpha)), kOnHere);
+    return states;
+}
+
+/// Stands between a shape and its parents, with a state set that overrides the shape's own.
+class SelectionGroup : public osg::Group
+{
+public:
+    /// @param shape   what is to be wrapped; null costs a message
+    /// @param splice  puts the group in the shape's place at once and shows the shape as selected; otherwise the caller
+    ///                links the group
+    SelectionGroup(KrRenderShape* shape, bool splice);
+
+    void showSelected();
+    void showFaded(float alpha);
+
+    bool isSelected() const { return m_selected; }
+    void clearSelected() { m_selected = false; }
+
+    void traverse(osg::NodeVisitor& visitor) override;
+
+private:
+    void takePlaceOf(KrRenderShape& shape);
+    void blend();
+
+    osg::ref_ptr<osg::Material> m_material;
+    bool m_selected;
+    osg::ref_ptr<osg::StateSet> m_unlitFade; ///< null unless the shape is faded
+};
+
+SelectionGroup::SelectionGroup(KrRenderShape* shape, bool splice)
+    : m_material(new osg::Material)
+    , m_selected(splice)
+{
+    const osg::ref_ptr<osg::StateSet> overrides = new osg::StateSet;
+    overrides->setAttribute(m_material, kOnOverride);
+    setStateSet(overrides);
+    if (shape == nullptr) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrRenderSelection - invalid node.\n");
+        return;
+    }
+    if (splice) {
+        takePlaceOf(*shape);
+        showSelected();
+    }
+}
+
+// Plain pointers to this group only: it has no reference of its own before the first parent takes one.
+void SelectionGroup::takePlaceOf(KrRenderShape& shape)
+{
+    const osg::Node::ParentList parents = shape.getParents();
+    addChild(&shape);
+    for (osg::Group* parent : parents) {
+        parent->addChild(this);
+        parent->removeChild(&shape);
+    }
+}
+
+void SelectionGroup::blend()
+{
+    getOrCreateStateSet()->setAttributeAndModes(
+        new osg::BlendFunc(osg::BlendFunc::SRC_ALPHA, osg::BlendFunc::ONE_MINUS_SRC_ALPHA), kOnOverride);
+}
+
+// Without lighting there is no material, and a shape's own colour is opaque: the blending itself does the fading.
+void SelectionGroup::traverse(osg::NodeVisitor& visitor)
+{
+    osgUtil::CullVisitor* const cull = m_unlitFade.valid() ? visitor.asCullVisitor() : nullptr;
+    if (cull == nullptr || !isUnlit(*cull)) {
+        osg::Group::traverse(visitor);
+        return;
+    }
+    const osg::ref_ptr<osg::StateSet> states = m_unlitFade;
+    cull->pushStateSet(states);
+    osg::Group::traverse(visitor);
+    cull->popStateSet();
+}
+
+void SelectionGroup::showSelected()
+{
+    m_selected = true;
+    m_unlitFade = nullptr;
+    osg::StateSet* overrides = getOrCreateStateSet();
+    overrides->setAttributeAndModes(new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::FILL),
+                                    kOnOverride);
+    m_material->setAlpha(kBothFaces, 1.0f);
+    m_material->setEmission(kBothFaces, kBlack);
+    m_material->setSpecular(kBothFaces, osg::Vec4(0.6f, 0.6f, 0.6f, 0.6f));
+    m_material->setShininess(kBothFaces, 5.0f);
+    // A shape without a material has a colour all the same.
+    m_material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
+    overrides->setAttribute(m_material, kSelectedMaterial);
+    blend();
+    overrides->setMode(GL_LIGHTING, kOnOverride);
+    overrides->setTextureMode(0, GL_TEXTURE_2D, kOnOverride);
+    overrides->setRenderingHint(osg::StateSet::OPAQUE_BIN);
+}
+
+void SelectionGroup::showFaded(float alpha)
+{
+    m_selected = false;
+    osg::StateSet* overrides = getOrCreateStateSet();
+    // A shape that was selected before looks like the others: without the highlights of its selection.
+    m_material->setSpecular(kBothFaces, kBlack);
+    m_material->setShininess(kBothFaces, 0.0f);
+    m_material->setAlpha(kBothFaces, alpha);
+    blend();
+    m_unlitFade = alpha < 1.0f ? unlitFade(alpha) : nullptr;
+    if (alpha < 1.0f) {
+        overrides->setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
+        overrides->setAttribute(m_material, kOnOverride);
+        m_material->setColorMode(osg::Material::OFF); // Kept: the wrapper's own colours
+    } else {
+        // The shape decides again, whether it was faded or selected before.
+        overrides->setRenderingHint(osg::StateSet::DEFAULT_BIN);
+        overrides->setAttribute(m_material, kOn);
+        m_material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
+    }
+    overrides->removeAttribute(osg::StateAttribute::POLYGONMODE);
+    overrides->removeAttribute(osg::StateAttribute::POLYGONOFFSET);
+    overrides->setMode(GL_LIGHTING, osg::StateAttribute::INHERIT);
+    overrides->setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::INHERIT);
+    m_material->setEmission(kBothFaces, kBlack);
+}
+
+/// The first parent that is a wrapper; null when there is none.
+SelectionGroup* wrapperOf(const KrRenderShape& shape)
+{
+    for (osg::Group* parent : shape.getParents()) {
+        if (auto* wrapper = dynamic_cast<SelectionGroup*>(parent)) {
+            return wrapper;
+        }
+    }
+    return nullptr;
+}
+
+/// Fades or restores the shapes below a node, but for those that are selected.
+///
+/// The graph is not changed while it is walked: the destructor makes all new links and then cuts the old ones.
+class NonSelectionVisitor : public osg::NodeVisitor
+{
+public:
+    NonSelectionVisitor(float alpha, bool restore);
+    ~NonSelectionVisitor() override;
+
+    using osg::NodeVisitor::apply;
+    void apply(osg::Group& group) override;
+    void apply(osg::Geode& geode) override;
+
+private:
+    // Counted: a wrapper that is taken out loses its last parent before its own children are unhooked, and a new one
+    // has no parent before the end.
+    using Link = std::pair<osg::ref_ptr<osg::Group>, osg::ref_ptr<osg::Node>>;
+    struct Addition
+    {
+        Link link;
+        bool visible; ///< for a parent that is a switch
+    };
+
+    void fade(KrRenderShape& shape);
+    void dissolve(SelectionGroup& wrapper);
+    void replace(osg::Group& parent, osg::Node& oldChild, osg::Node& newChild);
+
+    float m_alpha;
+    bool m_restore;
+    std::vector<Addition> m_additions;
+    std::vector<Link> m_removals;
+    /// Shapes with two parents are met twice in one pass, and so are their wrappers: those that are done.
+    std::set<const osg::Node*> m_done;
+};
+
+NonSelectionVisitor::NonSelectionVisitor(float alpha, bool restore)
+    : osg::NodeVisitor(osg::NodeVisitor::UPDATE_VISITOR, osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
+    , m_alpha(alpha)
+    , m_restore(restore)
+{
+    // A link that is hidden now may be shown later.
+    setNodeMaskOverride(0xffffffffu);
+}
+
+NonSelectionVisitor::~NonSelectionVisitor()
+{
+    for (const Addition& addition : m_additions) {
+        if (auto* parent = dynamic_cast<osg::Switch*>(addition.link.first.get())) {
+            parent->addChild(addition.link.second, addition.visible);
+        } else {
+            addition.link.first->addChild(addition.link.second);
+        }
+    }
+    for (const auto& [parent, child] : m_removals) {
+        const unsigned int index = parent->getChildIndex(child);
+        if (index < parent->getNumChildren()) {
+            parent->removeChildren(index, 1);
+        }
+    }
+}
+
+void NonSelectionVisitor::apply(osg::Group& group)
+{
+    auto* wrapper = dynamic_cast<SelectionGroup*>(&group);
+    if (wrapper == nullptr) {
+        traverse(group);
+        return;
+    }
+    if (wrapper->isSelected()) {
+        wrapper->clearSelected();
+        m_done.insert(wrapper);
+        return;
+    }
+    if (m_done.count(wrapper) == 0) {
+        traverse(group);
+    }
+}
+
+void NonSelectionVisitor::apply(osg::Geode& geode)
+{
+    auto* shape = dynamic_cast<KrRenderShape*>(&geode);
+    if (shape == nullptr || !m_done.insert(shape).second) {
+        return;
+    }
+    if (!m_restore) {
+        fade(*shape);
+    } else if (SelectionGroup* wrapper = wrapperOf(*shape)) {
+        dissolve(*wrapper);
+    }
+}
+
+void NonSelectionVisitor::fade(KrRenderShape& shape)
+{
+    osg::ref_ptr<SelectionGroup> wrapper = wrapperOf(shape);
+    if (!wrapper) {
+        wrapper = new SelectionGroup(&shape, false);
+        m_additions.push_back({{wrapper, &shape}, true});
+        for (osg::Group* parent : shape.getParents()) {
+            replace(*parent, shape, *wrapper);
+        }
+    }
+    shape.clearAttribute(KrRenderTypes::Unfaded);
+    wrapper->showFaded(m_alpha);
+}
+
+void NonSelectionVisitor::dissolve(SelectionGroup& wrapper)
+{
+    for (unsigned int i = 0; i < wrapper.getNumChildren(); ++i) {
+        osg::Node* child = wrapper.getChild(i);
+        for (osg::Group* parent : wrapper.getParents()) {
+            replace(*parent, wrapper, *child);
+            m_removals.emplace_back(&wrapper, child);
+        }
+    }
+}
+
+/// Plans to put `newChild` under `parent` in place of `oldChild`; in a switch it is as visible as the old one.
+void NonSelectionVisitor::replace(osg::Group& parent, osg::Node& oldChild, osg::Node& newChild)
+{
+    const auto* asSwitch = dynamic_cast<const osg::Switch*>(&parent);
+    const bool visible = asSwitch == nullptr || asSwitch->getChildValue(&oldChild);
+    m_additions.push_back({{&parent, &newChild}, visible});
+    m_removals.emplace_back(&parent, &oldChild);
+}
+
+} // namespace
+
+void KrRenderSelection::setSelected(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key)
+{
+    if (manipulator == nullptr) {
+        return;
+    }
+    const auto found = manipulator->getMap().find({key.linkID(), key.shapeID()});
+    if (found == manipulator->getMap().end()) {
+        // Kept: the message calls the operation setSelection.
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRenderSelection::setSelection - cannot find shape (%d, %d)\n",
+                                     static_cast<int>(key.linkID()), static_cast<int>(key.shapeID()));
+        return;
+    }
+    KrRenderShape* shape = found->second.get();
+    if (shape == nullptr) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "Invalid map entry.\n");
+        return;
+    }
+    osg::ref_ptr<SelectionGroup> wrapper = wrapperOf(*shape);
+    if (!wrapper) {
+        // Shows the shape as selected on its own.
+        wrapper = new SelectionGroup(shape, true);
+    } else {
+        wrapper->showSelected();
+    }
+}
+
+void KrRenderSelection::setNonselected(KrRenderManipulator* manipulator, float alpha, bool restore)
+{
+    if (manipulator != nullptr) {
+        NonSelectionVisitor visitor(alpha, restore);
+        manipulator->accept(visitor);
+    }
+}

@@ -1,0 +1,247 @@
+#include <rendCore/model/KrRenderShape.h>
+
+#include <rendCore/appearance/KrMaterialProperties.h>
+#include <rendCore/model/KrRenderDeformationShape.h>
+
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/foundation/KrNullDeleter.h>
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/system/KrManipulatorLink.h>
+
+#include <osg/StateSet>
+#include <osg/Vec2>
+#include <osg/Vec4f>
+
+#include <algorithm>
+#include <string>
+
+namespace
+{
+
+using TriangleList = KrXmlVectorType<KrTriangle>;
+
+osg::Vec3 vec3(const KrVector& v)
+{
+    return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
+}
+
+/// False, after one message, when a corner names what `mesh` does not have.
+bool areInRange(const KrTriPhysicalExtent& mesh, const TriangleList& triangles)
+{
+    const std::size_t numVertices = mesh.vertices().size();
+    const std::size_t numNormals = mesh.normals().size();
+    const std::size_t numCoordinates = mesh.textureCoordinates().size();
+    for (const KrTriangle& triangle : triangles) {
+        for (unsigned int corner = 0; corner < 3; ++corner) {
+            if (triangle.vertex(corner) < numVertices && triangle.normal(corner) < numNormals &&
+                (numCoordinates == 0 || triangle.textureCoordinate(corner) < numCoordinates)) {
+                continue;
+            }
+            Kr::Print::instance()->write(
+                Kr::Print::Warning,
+                "KrRenderShape::addGroup - a corner uses vertex %u of %zu, normal %u of %zu, texture coordinate %u of "
+                "%zu; the group stays empty.\n",
+                triangle.vertex(corner), numVertices, triangle.normal(corner), numNormals,
+                triangle.textureCoordinate(corner), numCoordinates);
+            return false;
+        }
+    }
+    return true;
+}
+
+osg::ref_ptr<osg::Vec2Array> textureCoordinatesOf(const KrTriPhysicalExtent& mesh, const TriangleList& triangles)
+{
+    const osg::ref_ptr<osg::Vec2Array> coordinates = new osg::Vec2Array(3 * triangles.size());
+    const std::vector<KrPlanarVector>& source = mesh.textureCoordinates().values();
+    osg::Vec2* out = coordinates->empty() ? nullptr : &coordinates->front();
+    for (const KrTriangle& triangle : triangles) {
+        for (unsigned int corner = 0; corner < 3; ++corner) {
+            const KrPlanarVector& uv = source[triangle.textureCoordinate(corner)];
+            (out++)->set(static_cast<float>(uv.u()), static_cast<float>(uv.v()));
+        }
+    }
+    return coordinates;
+}
+
+void applyMaterial(const KrDataMap& data, bool hasTextureCoordinates, osg::Geometry& geometry)
+{
+    KrMaterialProperties material;
+    material.load(data);
+
+    osg::Vec4f diffuse(0.0f, 0.0f, 0.0f, 0.0f);
+    material.getDiffuseColor(diffuse);
+    const osg::ref_ptr<osg::Vec4Array> colors = new osg::Vec4Array(1, &diffuse);
+    geometry.setColorArray(colors);
+    geometry.setColorBinding(osg::Geometry::BIND_OVERALL);
+
+    const osg::ref_ptr<osg::StateSet> stateSet = new osg::StateSet;
+    material.setState(stateSet);
+    // Without coordinates of its own the group would be drawn with those that the last textured drawable left behind,
+    // selected or not: a selection switches textures on with OVERRIDE.
+    if (!hasTextureCoordinates && material.getTexture().getState() != nullptr) {
+        stateSet->setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF | osg::StateAttribute::PROTECTED);
+    }
+    geometry.setStateSet(stateSet);
+}
+
+const KrDataMap& materialOf(const std::string& groupName, const KrTriPhysicalExtent& mesh,
+                            const KrMaterialMap& materialMap)
+{
+    if (const KrDataMap* const own = mesh.materialMap().find(groupName)) {
+        return *own;
+    }
+    const KrDataMap* const given = materialMap.find(groupName);
+    return given != nullptr ? *given : KrDataMap::defaultManipColor();
+}
+
+} // namespace
+
+KrRenderShape::KrRenderShape(const KrBasePhysicalExtent* extent, const KrMaterialMap& materialMap)
+    : m_self(this, KrNullDeleter())
+{
+    if (extent == nullptr) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRenderShape::KrRenderShape - passing NULL for PhysicalExtent.\n");
+        return;
+    }
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent();
+    if (mesh) {
+        addGroups(*mesh, materialMap);
+    }
+}
+
+KrRenderShape::KrRenderShape(const osg::Geode& other, const osg::CopyOp& copyOp)
+    : osg::Geode(other, copyOp)
+    , m_self(this, KrNullDeleter())
+{
+}
+
+KrRenderShape::KrRenderShape(const KrRenderShape& other)
+    : KrRenderShape(other, osg::CopyOp(osg::CopyOp::SHALLOW_COPY))
+{
+}
+
+KrRenderShape::~KrRenderShape() = default;
+
+KrRenderShape* KrRenderShape::newKrRenderShape(const KrManipulatorLink& link, const KrBasePhysicalExtent* extent,
+                                               const KrMaterialMap& materialMap)
+{
+    bool deformable = false;
+    link.deformable(deformable);
+    if (deformable) {
+        return new KrRenderDeformationShape(extent, materialMap);
+    }
+    return new KrRenderShape(extent, materialMap);
+}
+
+unsigned int KrRenderShape::numDrawnGroups(const KrTriPhysicalExtent& mesh)
+{
+    return std::min(mesh.groups().size(), mesh.numGroupNames());
+}
+
+void KrRenderShape::addGroups(const KrTriPhysicalExtent& mesh, const KrMaterialMap& materialMap)
+{
+    for (unsigned int i = 0; i < numDrawnGroups(mesh); ++i) {
+        const KrDataMap& material = materialOf(mesh.groupName(i), mesh, materialMap);
+        const osg::ref_ptr<osg::Geometry> group = addGroup(&mesh, mesh.groups()[i].second(), material);
+        if (!group) {
+            continue;
+        }
+        addDrawable(group);
+        // Kept: never the case while an ordinary shape is under construction.
+        if (isAttributeSet(KrRenderTypes::NoDisplayList)) {
+            group->setSupportsDisplayList(false);
+        }
+    }
+}
+
+void KrRenderShape::fillCorners(const KrTriPhysicalExtent& mesh, const TriangleList& triangles, osg::Vec3* vertices,
+                                osg::Vec3* normals)
+{
+    const std::vector<KrVector>& meshVertices = mesh.vertices().values();
+    const std::vector<KrVector>& meshNormals = mesh.normals().values();
+    for (const KrTriangle& triangle : triangles) {
+        for (unsigned int corner = 0; corner < 3; ++corner) {
+            *vertices++ = vec3(meshVertices[triangle.vertex(corner)]);
+            *normals++ = vec3(meshNormals[triangle.normal(corner)]);
+        }
+    }
+}
+
+osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* mesh, const TriangleList& given,
+                                                    const KrDataMap& material)
+{
+    if (mesh == nullptr) {
+        return nullptr;
+    }
+    static const TriangleList none;
+    const TriangleList& triangles = areInRange(*mesh, given) ? given : none;
+    const unsigned int numCorners = 3 * triangles.size();
+    const osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array(numCorners);
+    const osg::ref_ptr<osg::Vec3Array> normals = new osg::Vec3Array(numCorners);
+    if (numCorners != 0) {
+        fillCorners(*mesh, triangles, &vertices->front(), &normals->front());
+    }
+    const bool hasTextureCoordinates = !mesh->textureCoordinates().empty();
+
+    const osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+    geometry->setVertexArray(vertices);
+    // A binding is lost that is set before its array.
+    geometry->setNormalArray(normals);
+    geometry->setNormalBinding(osg::Geometry::BIND_PER_VERTEX);
+    if (hasTextureCoordinates) {
+        geometry->setTexCoordArray(0, textureCoordinatesOf(*mesh, triangles));
+    }
+    applyMaterial(material, hasTextureCoordinates, *geometry);
+    geometry->addPrimitiveSet(new osg::DrawArrays(GL_TRIANGLES, 0, static_cast<GLsizei>(numCorners)));
+    return geometry;
+}
+
+osg::ref_ptr<osg::Geode> KrRenderShape::createGeometry(const KrBasePhysicalExtent* extent)
+{
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh =
+        extent != nullptr ? extent->triExtent() : boost::shared_ptr<const KrTriPhysicalExtent>();
+    if (!mesh) {
+        return nullptr;
+    }
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    // Kept: the names are counted by the extent itself, not by its mesh form.
+    const unsigned int numGroups = std::min(mesh->groups().size(), extent->numGroupNames());
+    for (unsigned int i = 0; i < numGroups; ++i) {
+        const osg::ref_ptr<osg::Geometry> group =
+            addGroup(mesh.get(), mesh->groups()[i].second(), KrDataMap::blueColor());
+        if (group) {
+            geode->addDrawable(group);
+        }
+    }
+    return geode;
+}
+
+unsigned int KrRenderShape::getAttributes() const
+{
+    return m_attributes;
+}
+
+void KrRenderShape::setAttribute(KrRenderTypes::Attributes attribute)
+{
+    m_attributes |= attribute;
+}
+
+void KrRenderShape::clearAttribute(KrRenderTypes::Attributes attribute)
+{
+    m_attributes &= ~static_cast<unsigned int>(attribute);
+}
+
+bool KrRenderShape::isAttributeSet(KrRenderTypes::Attributes attribute) const
+{
+    return (m_attributes & attribute) != 0;
+}
+
+void KrRenderShape::update(KrBasePhysicalExtent*) {}
+
+void KrRenderShape::updateAlpha(float) {}
+
+boost::shared_ptr<KrRenderShape> KrRenderShape::getSharedPtr() const
+{
+    return m_self;
+}

@@ -1,0 +1,298 @@
+#include <rendCore/system/KrRenderWindow.h>
+
+#include <rendCore/aids/KrRenderAxis.h>
+#include <rendCore/aids/KrRenderBoundingVolumes.h>
+#include <rendCore/aids/KrRenderCollisionShapes.h>
+#include <rendCore/aids/KrRenderMassProperties.h>
+#include <rendCore/base/private/KrTraversalStack.h>
+#include <rendCore/model/KrRenderLink.h>
+#include <rendCore/model/KrRenderSelection.h>
+
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/system/private/KrLinkWalk.h>
+
+#include <algorithm>
+#include <utility>
+
+KrRenderWindow::KrRenderWindow()
+{
+    KrWindow::setName("KrRenderWindow");
+}
+
+KrRenderWindow::~KrRenderWindow()
+{
+    m_state.reset();
+    KrRenderWindow::closeWindow();
+}
+
+bool KrRenderWindow::init()
+{
+    return (isInitialized() && getViewer()) || KrSGWindow::init();
+}
+
+bool KrRenderWindow::setVisualizableStatedSystem(const KrVisualizableStatedSystem& system)
+{
+    return setStatedSystem(system.statedSystem(), system.visualizationParameters());
+}
+
+bool KrRenderWindow::setStatedSystem(const KrStatedSystem& system, const KrVisualizationParameters& parameters)
+{
+    setStatedSystem(system);
+    return setVisualizationParameters(parameters);
+}
+
+bool KrRenderWindow::setStatedSystem(const KrStatedSystem& system)
+{
+    deleteContents();
+    m_statedSystem = &system;
+    setState(system.systemState());
+    if (isInitialized()) {
+        updateScene();
+    }
+    setSystemReady(true);
+    return true;
+}
+
+const KrStatedSystem* KrRenderWindow::statedSystem() const
+{
+    return m_statedSystem;
+}
+
+void KrRenderWindow::setState(const KrManipulatorSystemState& state)
+{
+    if (m_state) {
+        *m_state = state;
+    } else {
+        m_state = std::make_unique<KrManipulatorSystemState>(state);
+    }
+}
+
+const KrManipulatorSystemState* KrRenderWindow::state() const
+{
+    return m_state.get();
+}
+
+const std::vector<std::vector<KrCoordinateSystemTransformation>>& KrRenderWindow::vvTrans() const
+{
+    return m_vvTrans;
+}
+
+std::vector<std::vector<KrCoordinateSystemTransformation>>& KrRenderWindow::vvTrans()
+{
+    return m_vvTrans;
+}
+
+KrCoordinateSystemTransformation* KrRenderWindow::getGuideTrans(unsigned int i, unsigned int j)
+{
+    return i < m_vvTrans.size() && j < m_vvTrans[i].size() ? &m_vvTrans[i][j] : nullptr;
+}
+
+void KrRenderWindow::setSystemReady(bool ready)
+{
+    m_systemReady = ready;
+}
+
+bool KrRenderWindow::systemReady() const
+{
+    return m_systemReady;
+}
+
+void KrRenderWindow::deleteContents()
+{
+    setSystemReady(false);
+    m_state.reset();
+    if (osgViewer::Viewer* const viewer = getViewer()) {
+        // The visitor would go on carrying the state that has just been deleted.
+        KrRenderLink::updateState(viewer->getUpdateVisitor(), nullptr);
+    }
+    m_statedSystem = nullptr;
+    collectMarks();
+    m_isDepthTold = false;
+    m_renderManipulators.clear();
+    m_lacksCollisionShapes = false;
+    KrSGWindow::deleteContents();
+}
+
+bool KrRenderWindow::closeWindow()
+{
+    collectMarks();
+    m_renderManipulators.clear();
+    m_lacksCollisionShapes = false;
+    return KrSGWindow::closeWindow();
+}
+
+/// Marks outlive the shapes that they are on, as far as their extents are shown again.
+void KrRenderWindow::collectMarks()
+{
+    for (const osg::ref_ptr<KrRenderManipulator>& manipulator : m_renderManipulators) {
+        m_keptMarks.collect(manipulator);
+    }
+}
+
+bool KrRenderWindow::loadScene(const KrStatedSystem* system)
+{
+    if (!system || !isInitialized() || !m_sceneRoot) {
+        // Kept: the message says KrSystemState.
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrRenderWindow::loadScene - not initialized or bad KrSystemState\n");
+        return false;
+    }
+    const KrXmlVectorType<KrIndividualManipulator>& manipulators = system->manipulatorSystem().manipulators();
+    if (!fitsStack(manipulators)) {
+        return false;
+    }
+    m_lacksCollisionShapes = false; // the mask is set anew while the old scene is there yet
+    KrSGWindow::loadScene();
+    detachManipulators();
+    collectMarks();
+    m_keptMarks.match(system->manipulatorSystem());
+    // The old nodes go before the new ones are built: shapes that are still alive would be taken for shared ones, and
+    // stand in no map of the new nodes.
+    m_renderManipulators.assign(manipulators.size(), nullptr);
+    for (unsigned int i = 0; i < manipulators.size(); ++i) {
+        m_renderManipulators[i] = new KrRenderManipulator(manipulators[i], i);
+        m_sceneRoot->addChild(m_renderManipulators[i]);
+        KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
+    }
+    m_keptMarks.giveBack();
+    m_isSceneNew = true;
+    m_dirtyFlags &= ~std::uint32_t(DirtySystem);
+    if (m_inputHandler.valid()) {
+        m_inputHandler->setNode(m_sceneRoot);
+    }
+    system->acknowledgeNewSystem();
+    m_areBodiesTold = false;
+    KrRenderAxis::init(m_sceneRoot);
+    KrRenderMassProperties::init(m_sceneRoot);
+    m_lacksCollisionShapes = true;
+    buildShownCollisionShapes();
+    return true;
+}
+
+void KrRenderWindow::setDisplayMask(unsigned int mask, bool on, bool secondary)
+{
+    KrSGWindow::setDisplayMask(mask, on, secondary);
+    buildShownCollisionShapes();
+}
+
+/// What nobody looks at costs nothing: most programs never show them.
+void KrRenderWindow::buildShownCollisionShapes()
+{
+    if (m_lacksCollisionShapes && ((m_displayMask | m_secondaryDisplayMask) & KrRenderTypes::CollisionShapes) != 0) {
+        m_lacksCollisionShapes = false;
+        KrRenderCollisionShapes::init(m_sceneRoot);
+    }
+}
+
+/// Asked again every frame while the system is not loaded, and tells of it once.
+bool KrRenderWindow::fitsStack(const KrXmlVectorType<KrIndividualManipulator>& manipulators)
+{
+    const bool fits =
+        std::all_of(manipulators.begin(), manipulators.end(), [this](const KrIndividualManipulator& manipulator) {
+            return KrTraversalStack::holds(manipulator, m_isDepthTold);
+        });
+    m_isDepthTold = !fits;
+    return fits;
+}
+
+void KrRenderWindow::detachManipulators()
+{
+    for (std::size_t i = m_renderManipulators.size(); i-- > 0;) {
+        const unsigned int place = m_sceneRoot->getChildIndex(m_renderManipulators[i]);
+        if (place < m_sceneRoot->getNumChildren()) {
+            m_sceneRoot->removeChildren(place, 1);
+        }
+    }
+}
+
+bool KrRenderWindow::updateScene()
+{
+    if ((!isInitialized() || !getViewer()) && !init()) {
+        return false;
+    }
+    if (!m_statedSystem) {
+        return KrSGWindow::updateScene();
+    }
+    if (((m_dirtyFlags & DirtySystem) || m_statedSystem->isNewSystem()) && !loadScene(m_statedSystem)) {
+        return false;
+    }
+    if (!KrRenderLink::updateState(m_viewer->getUpdateVisitor(), m_state.get())) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrRenderWindow::updateScene - Scene not initialized.\n");
+        return false;
+    }
+    updateDeformations();
+    // The nodes of a scene just built know nothing of a selection that stands.
+    const bool isStanding = std::exchange(m_isSceneNew, false) && !m_statedSystem->selectedShapes().empty();
+    if (isStanding || m_statedSystem->isSelectionChanged()) {
+        updateSelection();
+    }
+    if (m_statedSystem->isTransparencyChanged()) {
+        updateTransparency();
+    }
+    if (((m_displayMask | m_secondaryDisplayMask) & KrRenderTypes::MassProperties) != 0) {
+        tellOfImpossibleBodies();
+    }
+    return KrSGWindow::updateScene();
+}
+
+/// Links whose ellipsoids one would look for in vain, once for each system.
+void KrRenderWindow::tellOfImpossibleBodies()
+{
+    if (m_areBodiesTold) {
+        return;
+    }
+    m_areBodiesTold = true;
+    for (const KrIndividualManipulator& manipulator : m_statedSystem->manipulatorSystem().manipulators()) {
+        manipulator.massProperties().tellWhyImpossible(manipulator.name());
+        KrLinkWalk walk(manipulator);
+        while (const KrManipulatorLink* const link = walk.next()) {
+            link->massProperties().tellWhyImpossible(link->name());
+        }
+    }
+}
+
+/// Null for a key that names a manipulator the scene does not have.
+KrRenderManipulator* KrRenderWindow::renderManipulator(std::uint32_t index) const
+{
+    return index < m_renderManipulators.size() ? m_renderManipulators[index].get() : nullptr;
+}
+
+void KrRenderWindow::updateDeformations()
+{
+    for (const KrShapeStateCacheKey& key : m_statedSystem->changedShapes()) {
+        m_workKey = key;
+        const KrShape* const shape = m_statedSystem->shapeByKey(m_workKey);
+        if (KrRenderManipulator* const node = renderManipulator(m_workKey.manipID())) {
+            node->updateDeformation(m_workKey.linkID(), m_workKey.shapeID(), shape);
+        }
+    }
+}
+
+void KrRenderWindow::updateSelection()
+{
+    const std::vector<KrShapeStateCacheKey>& selected = m_statedSystem->selectedShapes();
+    for (const KrShapeStateCacheKey& key : selected) {
+        KrRenderSelection::setSelected(renderManipulator(key.manipID()), key);
+    }
+    const bool restore = selected.empty();
+    const unsigned int count = m_statedSystem->manipulatorSystem().manipulators().size();
+    for (unsigned int i = 0; i < count; ++i) {
+        KrRenderSelection::setNonselected(renderManipulator(i), static_cast<float>(m_statedSystem->transparency()),
+                                          restore);
+    }
+    m_statedSystem->setSelectionChanged(false);
+}
+
+void KrRenderWindow::updateTransparency()
+{
+    const float alpha = static_cast<float>(m_statedSystem->transparency());
+    // Kept: what is walked is the list of changed shapes.
+    for (const KrShapeStateCacheKey& key : m_statedSystem->changedShapes()) {
+        m_workKey = key;
+        const KrShape* const shape = m_statedSystem->shapeByKey(m_workKey);
+        if (KrRenderManipulator* const node = renderManipulator(m_workKey.manipID())) {
+            node->updateTransparency(m_workKey.linkID(), m_workKey.shapeID(), shape, alpha);
+        }
+    }
+    m_statedSystem->setTransparencyChanged(false);
+}

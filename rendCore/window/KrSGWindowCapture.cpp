@@ -1,0 +1,228 @@
+// Draw callbacks of a scene window, and the capture of frames through them.
+
+#include <rendCore/window/KrSGWindow.h>
+
+#include <rendCore/window/private/KrCapturedImage.h>
+#include <rendCore/window/private/KrRenderStages.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osgUtil/RenderStage>
+
+#include <algorithm>
+#include <cfloat>
+#include <cstring>
+
+namespace
+{
+
+osg::Camera::BufferComponent bufferFor(std::uint32_t flags)
+{
+    return (flags & KrSGWindow::CaptureDepth) ? osg::Camera::DEPTH_BUFFER : osg::Camera::COLOR_BUFFER;
+}
+
+/// The depth value that means "nothing was drawn here" in the current context.
+std::uint32_t clearedDepth()
+{
+    GLint greenBits = 0;
+    GLint depthBits = 0;
+    glGetIntegerv(GL_GREEN_BITS, &greenBits);
+    glGetIntegerv(GL_DEPTH_BITS, &depthBits);
+    if (greenBits > 15) {
+        return 0xFFFFFFFFu;
+    }
+    switch (depthBits) {
+    case 16:
+        return 0xFFFF0000u;
+    case 24:
+        return 0xFFFFF700u; // Kept: this value and no other.
+    default:
+        return 0xFFFFFFFFu;
+    }
+}
+
+// The low byte of the truncated value: 256 wraps to 0. No number becomes 0.
+unsigned char lowByte(double value)
+{
+    return value == value ? static_cast<unsigned char>(static_cast<unsigned int>(value)) : 0;
+}
+
+} // namespace
+
+bool KrSGWindow::DrawCallback::preRender(osgViewer::Viewer*)
+{
+    return true;
+}
+
+bool KrSGWindow::DrawCallback::postRender(osgViewer::Viewer*)
+{
+    return true;
+}
+
+bool KrSGWindow::DrawCallback::render(osgViewer::Viewer* viewer)
+{
+    const bool ok = preRender(viewer);
+    if (viewer) {
+        viewer->frame(DBL_MAX);
+    }
+    return ok && postRender(viewer);
+}
+
+KrSGWindow::ImageCaptureDrawCallback::ImageCaptureDrawCallback(KrImage* target, unsigned int flags)
+    : m_target(target)
+    , m_captureFlags(flags)
+    , m_sceneImage(new KrCapturedImage)
+{
+}
+
+void KrSGWindow::ImageCaptureDrawCallback::setCapture(KrImage* target, unsigned int flags)
+{
+    m_target = target;
+    m_captureFlags = flags;
+}
+
+bool KrSGWindow::ImageCaptureDrawCallback::preRender(osgViewer::Viewer* viewer)
+{
+    osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer);
+    if (!stage || !viewer->getCamera()->getViewport()) {
+        // Kept: the name in this message is not the class's.
+        Kr::Print::instance()->write(Kr::Print::Error, "ImageCaptureCallback::Invalid viewer pointer.\n");
+        return false;
+    }
+    const osg::Camera::BufferComponent buffer = bufferFor(m_captureFlags);
+    KrRenderStages::setUp(*stage, *viewer->getCamera(), *viewer);
+    if (auto* const image = dynamic_cast<KrCapturedImage*>(m_sceneImage.get())) {
+        const osg::GraphicsContext* const context = viewer->getCamera()->getGraphicsContext();
+        image->setContext(context ? context->getState() : nullptr);
+    }
+    stage->attach(buffer, m_sceneImage);
+    const osg::Viewport* const viewport = viewer->getCamera()->getViewport();
+    m_width = static_cast<std::uint32_t>(viewport->width());
+    m_height = static_cast<std::uint32_t>(viewport->height());
+    switch (buffer) {
+    case osg::Camera::DEPTH_BUFFER:
+    case osg::Camera::COLOR_BUFFER:
+        if (!KrCapturedImage::allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height),
+                                       buffer == osg::Camera::DEPTH_BUFFER)) {
+            stage->attach(buffer, nullptr);
+            return false;
+        }
+        break;
+    default:
+        Kr::Print::instance()->write(Kr::Print::Warning, "Invalid buffer set for image capture.\n");
+        break;
+    }
+    return true;
+}
+
+/// The target's storage, sized for the capture.
+unsigned char* KrSGWindow::ImageCaptureDrawCallback::fittedTarget(unsigned int channels)
+{
+    const bool flipped = (m_captureFlags & CaptureFlipped) != 0;
+    unsigned char* const present = flipped ? m_target->flippedData() : m_target->data();
+    const bool fits =
+        present && m_target->width() == m_width && m_target->height() == m_height && m_target->channels() == channels;
+    if (fits) {
+        return present;
+    }
+    if (flipped) {
+        m_target->zeroFlippedImage(channels, 0, m_width, m_height);
+        return m_target->flippedData();
+    }
+    m_target->allocate(channels, 0, m_width, m_height);
+    return m_target->data();
+}
+
+void KrSGWindow::ImageCaptureDrawCallback::detach(osgViewer::Viewer* viewer) const
+{
+    if (osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer)) {
+        stage->attach(bufferFor(m_captureFlags), nullptr);
+    }
+}
+
+bool KrSGWindow::ImageCaptureDrawCallback::postRender(osgViewer::Viewer* viewer)
+{
+    detach(viewer);
+    if (!m_target) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "Capturing image without KrImage allocated for storage.\n");
+        return false;
+    }
+    // The frame itself may have resized the window: what was read tells.
+    m_width = static_cast<std::uint32_t>(m_sceneImage->s());
+    m_height = static_cast<std::uint32_t>(m_sceneImage->t());
+    if (m_captureFlags & CaptureDepth) {
+        fittedTarget(1);
+        remapDepthBuffer();
+        return true;
+    }
+    unsigned char* const out = fittedTarget(3);
+    const std::size_t rowBytes =
+        osg::Image::computeRowWidthInBytes(m_sceneImage->s(), m_sceneImage->getPixelFormat(),
+                                           m_sceneImage->getDataType(), static_cast<int>(m_sceneImage->getPacking()));
+    const std::size_t bytes =
+        rowBytes * static_cast<std::size_t>(m_sceneImage->t()) * static_cast<std::size_t>(m_sceneImage->r());
+    if (out && m_sceneImage->data()) {
+        std::memcpy(out, m_sceneImage->data(), std::min(bytes, m_target->sizeInBytes()));
+    }
+    return true;
+}
+
+void KrSGWindow::ImageCaptureDrawCallback::remapDepthBuffer()
+{
+    if (!m_sceneImage->data() || !m_target) {
+        return;
+    }
+    unsigned char* const out = fittedTarget(1);
+    // The target need not have become as large as it should.
+    const std::size_t count =
+        std::min({std::size_t(m_width) * m_height, m_sceneImage->getTotalSizeInBytes() / sizeof(std::uint32_t),
+                  m_target->sizeInBytes()});
+    const auto* const depths = reinterpret_cast<const std::uint32_t*>(m_sceneImage->data());
+
+    const std::uint32_t far = clearedDepth();
+    std::uint32_t maximum = 0;
+    std::uint32_t minimum = far;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (depths[i] != far) {
+            maximum = std::max(maximum, depths[i]);
+            minimum = std::min(minimum, depths[i]);
+        }
+    }
+    // Kept: unsigned differences, a scale of 256, and 0/0 where every drawn depth is the same.
+    const double range = static_cast<double>(maximum - minimum);
+    for (std::size_t i = 0; out && i < count; ++i) {
+        out[i] = depths[i] == far ? 0 : lowByte(static_cast<double>(depths[i] - minimum) / range * 256.0);
+    }
+}
+
+bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags)
+{
+    if (!demandUsable("KrSGWindow::renderSceneAndCaptureImage") || !init()) {
+        return false;
+    }
+    osg::ref_ptr<DrawCallback> previous = getDrawCallback();
+    if (previous.valid()) {
+        Kr::Print::instance()->write(Kr::Print::Error, "Capturing image with a callback already in place.\n");
+    }
+    setDrawCallback(new ImageCaptureDrawCallback(&image, flags));
+    const bool rendered = renderScene(true);
+    // Kept: the callback that was there is not put back.
+    setDrawCallback(nullptr);
+    previous = nullptr;
+    return rendered;
+}
+
+bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags, const KrImageBlock* block)
+{
+    if (!block) {
+        return false;
+    }
+    static thread_local KrImage frame; // one for all windows of a thread
+    if (!renderSceneAndCaptureImage(frame, flags)) {
+        return false;
+    }
+    if (flags & CaptureFlipped) {
+        frame.flippedToOrdinary();
+    }
+    return frame.getSubimage(*block, image);
+}

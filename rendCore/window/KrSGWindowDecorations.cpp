@@ -1,0 +1,218 @@
+// What a scene window draws besides its scene: lights, overlay text, markers, a picture that fills it.
+
+#include <rendCore/window/KrSGWindow.h>
+
+#include <rendCore/appearance/KrSGTexture.h>
+#include <rendCore/window/private/KrScenePlugins.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/Geode>
+#include <osg/Geometry>
+#include <osgText/Font>
+#include <osgText/Text>
+
+#include <cstdint>
+#include <mutex>
+
+namespace
+{
+
+constexpr float kOverlayTextSize = 30.0f;
+
+/// Keeps its distance from the window's upper edge.
+class OverlayText : public osgText::Text
+{
+public:
+    /// @param x, y  pixels from the upper left corner
+    OverlayText(unsigned int x, unsigned int y)
+        : m_x(static_cast<float>(x))
+        , m_y(static_cast<float>(y))
+    {
+    }
+    /// @param windowHeight  pixels
+    void place(unsigned int windowHeight) { setPosition(osg::Vec3(m_x, static_cast<float>(windowHeight) - m_y, 0.0f)); }
+
+protected:
+    ~OverlayText() override = default;
+
+private:
+    float m_x;
+    float m_y;
+};
+
+} // namespace
+
+void KrSGWindow::loadLight(const KrLightParameters& lightParameters)
+{
+    const KrXmlVectorType<KrLight>& list = lightParameters.lights();
+    const std::uint16_t count = static_cast<std::uint16_t>(list.size());
+    // Surplus lights' scene objects stay where they are.
+    m_lights.resize(count);
+    for (std::uint16_t i = 0; i < count; ++i) {
+        m_lights[i].setLightPara(list[i], i);
+    }
+    m_dirtyFlags |= DirtyLights;
+}
+
+void KrSGWindow::setLights()
+{
+    const KrVector eye = m_visualizationParameters.povParameters().eyepoint();
+    for (KrLightProperties& light : m_lights) {
+        light.setAtEye(eye.data());
+        const osg::ref_ptr<osg::LightSource> source = light.setGL();
+        if (source.valid() && m_sceneRoot.valid()) {
+            m_sceneRoot->addChild(source);
+        }
+    }
+    if (!m_sceneRoot) {
+        return;
+    }
+    // A light source's own state set reaches only what hangs under it, which is nothing: the root switches the lights.
+    // Light 0 is on anyway; it is also the root's own.
+    osg::StateSet* const states = m_sceneRoot->getOrCreateStateSet();
+    for (unsigned int n = 1; n < KrLightProperties::kNumGLLights; ++n) {
+        const bool on = n < m_lights.size() && m_lights[n].isEnabled();
+        states->setMode(GL_LIGHT0 + n, on ? osg::StateAttribute::ON : osg::StateAttribute::OFF);
+    }
+}
+
+void KrSGWindow::setBackgroundColor(const KrColor& color)
+{
+    KrWindow::setBackgroundColor(color);
+    if (isInitialized() && m_viewer.valid()) {
+        m_viewer->getCamera()->setClearColor(osg::Vec4f(KrRenderTypes::ec2osg(color)));
+    }
+}
+
+void KrSGWindow::setOverlayText(const std::string& text, unsigned int x, unsigned int y, const KrColor& color)
+{
+    if (!isInitialized() || !m_overlayCamera) {
+        return;
+    }
+    // Fonts, and the shaders that draw them, are read through plugins.
+    KrScenePlugins::useAbsoluteFoldersOnly();
+    // All texts of a font share its table of state sets, which windows of other threads write to, too.
+    static std::mutex s_fontMutex;
+    const std::lock_guard<std::mutex> lock(s_fontMutex);
+    const osg::ref_ptr<OverlayText> label = new OverlayText(x, y);
+    // Without that font the text is drawn in the library's own.
+    label->setFont(osgText::readRefFontFile("arialbd.ttf"));
+    label->setText(text);
+    label->setCharacterSize(kOverlayTextSize, 1.0f);
+    label->place(windowHeight());
+    label->setColor(osg::Vec4(KrRenderTypes::ec2osg(color)));
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->addDrawable(label);
+    m_overlayCamera->addChild(geode);
+    m_overlayCamera->getOrCreateStateSet()->setMode(GL_LIGHTING,
+                                                    osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
+}
+
+void KrSGWindow::placeOverlayTexts()
+{
+    for (unsigned int i = 0; i < m_overlayCamera->getNumChildren(); ++i) {
+        osg::Group* const child = m_overlayCamera->getChild(i)->asGroup();
+        for (unsigned int k = 0; child && k < child->getNumChildren(); ++k) {
+            if (auto* const text = dynamic_cast<OverlayText*>(child->getChild(k))) {
+                text->place(windowHeight());
+            }
+        }
+    }
+}
+
+void KrSGWindow::clearAllOverlayText()
+{
+    if (isInitialized() && m_overlayCamera.valid() && m_overlayCamera->getNumChildren() > 0) {
+        m_overlayCamera->removeChildren(0, m_overlayCamera->getNumChildren());
+    }
+}
+
+void KrSGWindow::setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& marker, const osg::Matrixd& matrix)
+{
+    if (!isInitialized() || !m_coiTransform) {
+        return;
+    }
+    const KrGUIObjectParameters& gui = m_visualizationParameters.GUIObjectParameters();
+    osg::MatrixTransform* transform = nullptr;
+    if (marker == KrRenderTypes::GlobalAxisMarker) {
+        const double s = gui.globalAxisScale();
+        transform = m_globalAxisTransform;
+        transform->setMatrix(osg::Matrixd::scale(s, s, s) * matrix);
+    } else if (marker == KrRenderTypes::CenterOfInterestMarker) {
+        const double s = gui.centerOfInterestScale();
+        osg::Matrixd scaled = osg::Matrixd::scale(s, s, s);
+        scaled.setTrans(matrix.getTrans());
+        transform = m_coiTransform;
+        transform->setMatrix(scaled);
+    } else {
+        Kr::Print::instance()->write(Kr::Print::Warning, "Invalid GUI marker\n");
+        return;
+    }
+    transform->dirtyBound();
+    setDisplayMask(marker, true, true);
+}
+
+bool KrSGWindow::setImageBuffer(const KrImage& image, bool swapBuffers)
+{
+    if (!image.data()) {
+        return false; // kept: without a word
+    }
+    if (!demandUsable("KrSGWindow::setImageBuffer")) {
+        return false;
+    }
+    if (image.width() != windowWidth() || image.height() != windowHeight()) {
+        setWindowSize(image.width(), image.height());
+    }
+    if (!m_viewer && !init()) {
+        return false;
+    }
+    // Shared by all windows of a thread. Its texture object is never replaced: a quad made for an earlier image draws
+    // it, too.
+    static thread_local KrSGTexture texture;
+    texture.loadFromImage(image, KrTextureParameters());
+    if (!(m_viewerAttributes & Orthographic)) {
+        createImageQuad(texture);
+    } else if (m_imageQuad.valid()) {
+        setNode(m_imageQuad); // gone with the contents, maybe
+    }
+    return renderScene(swapBuffers);
+}
+
+void KrSGWindow::createImageQuad(const KrSGTexture& texture)
+{
+    // Kept: written directly, so that the attributes are not marked for the next update.
+    m_viewerAttributes |= Orthographic;
+    m_viewerAttributes &= ~std::uint32_t(Lighting);
+    KrPovParameters pov;
+    pov.setCenterOfInterest(KrVector(0.0, 0.0, 0.0));
+    pov.setEyepoint(KrVector(-1.0, 0.0, 0.0));
+    pov.setUp(KrVector(0.0, 1.0, 0.0));
+    setPovParameters(pov);
+
+    const osg::ref_ptr<osg::Vec3Array> corners = new osg::Vec3Array;
+    corners->push_back(osg::Vec3(0.0f, 0.0f, 0.0f));
+    corners->push_back(osg::Vec3(1.0f, 0.0f, 0.0f));
+    corners->push_back(osg::Vec3(1.0f, 1.0f, 0.0f));
+    corners->push_back(osg::Vec3(0.0f, 1.0f, 0.0f));
+    const osg::ref_ptr<osg::Geometry> quad = new osg::Geometry;
+    quad->setVertexArray(corners);
+    quad->setTexCoordArray(0, corners);
+    // Without a colour of its own the picture would be multiplied by a material left from before.
+    const osg::ref_ptr<osg::Vec4Array> white = new osg::Vec4Array(1);
+    white->front().set(1.0f, 1.0f, 1.0f, 1.0f);
+    quad->setColorArray(white, osg::Array::BIND_OVERALL);
+    quad->addPrimitiveSet(new osg::DrawArrays(GL_QUADS, 0, 4));
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    geode->setName("Image Texture Quad");
+    geode->addDrawable(quad);
+    geode->setStateSet(texture.getState());
+
+    // Seen from (-1, 0, 0) the quad lies edge-on: it takes no part in the point of view.
+    const osg::ref_ptr<osg::MatrixTransform> group = new osg::MatrixTransform;
+    group->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
+    group->getOrCreateStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF);
+    group->addChild(geode);
+    m_imageQuad = group;
+    setNode(group);
+}

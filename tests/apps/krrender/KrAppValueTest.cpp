@@ -1,0 +1,162 @@
+#include <tests/support/Program.h>
+
+#include <KrAppFailure.h>
+#include <KrAppFiles.h>
+#include <KrAppMessages.h>
+#include <KrAppRobot.h>
+#include <KrAppScene.h>
+#include <KrAppValue.h>
+
+#include <gtest/gtest.h>
+
+using namespace KrAppValue;
+
+TEST(KrAppValue, ReadsPositionsWithTheirUnits)
+{
+    double value = 0.0;
+    Unit unit = Unit::Plain;
+    ASSERT_TRUE(position("-0.25", value, unit));
+    EXPECT_EQ(value, -0.25);
+    EXPECT_EQ(unit, Unit::Plain);
+    ASSERT_TRUE(position("90deg", value, unit));
+    EXPECT_NEAR(value, 1.57079632679489662, 1e-15);
+    EXPECT_EQ(unit, Unit::Angle);
+    ASSERT_TRUE(position(" 20 mm", value, unit));
+    EXPECT_NEAR(value, 0.02, 1e-15);
+    EXPECT_EQ(unit, Unit::Length);
+    ASSERT_TRUE(position("1e-2m", value, unit));
+    EXPECT_EQ(value, 0.01);
+    ASSERT_TRUE(position("+.5", value, unit));
+    EXPECT_EQ(value, 0.5);
+}
+
+TEST(KrAppValue, RefusesWhatIsNoNumberAndKeepsTheOldValue)
+{
+    double value = 7.0;
+    Unit unit = Unit::Length;
+    for (const char* text :
+         {"", "deg", "1.0.0", "0x", "one", "1 2", "nan", "inf", "1e999", "5feet", "1,5", "+-1", "++1", "+", "+ 1"}) {
+        EXPECT_FALSE(position(text, value, unit)) << text;
+        EXPECT_FALSE(number(text, value)) << text;
+    }
+    KrVector vectorValue(1, 2, 3);
+    for (const char* text : {"", "1,2", "1,2,3,4", "1,,3", "1;2;3"}) {
+        EXPECT_FALSE(vector(text, vectorValue)) << text;
+    }
+    unsigned long width = 5;
+    unsigned long height = 6;
+    for (const char* text : {"", "640", "640x", "x480", "640x480x3", "-640x480", "6.4x4.8", "99999999999999999999x1"}) {
+        EXPECT_FALSE(size(text, width, height)) << text;
+    }
+    KrColor colorValue;
+    for (const char* text : {"", "#12", "#12345g", "#1234567", "1,2,3", "chartreuse!", "-0.1,0,0"}) {
+        EXPECT_FALSE(color(text, colorValue)) << text;
+    }
+    EXPECT_EQ(value, 7.0);
+    EXPECT_EQ(vectorValue.z(), 3.0);
+    EXPECT_EQ(width + height, 11u);
+    EXPECT_EQ(colorValue, KrColor());
+}
+
+TEST(KrAppValue, ReadsColoursInEveryForm)
+{
+    KrColor a, b, c;
+    ASSERT_TRUE(color("#f80", a));
+    ASSERT_TRUE(color("#FF8800", b));
+    EXPECT_EQ(a, b);
+    EXPECT_NEAR(a.green(), 0x88 / 255.0, 1e-12);
+    ASSERT_TRUE(color("0, 0.5, 1", c));
+    EXPECT_EQ(c, KrColor(0.0, 0.5, 1.0));
+    ASSERT_TRUE(color("Orange", c));
+    EXPECT_NEAR(c.green(), 165.0 / 255.0, 1e-12);
+}
+
+TEST(KrAppValue, SuggestsNamesThatResembleTheOneTyped)
+{
+    const std::vector<std::string> joints = {"shoulder_pan", "shoulder_lift", "elbow", "wrist_1"};
+    EXPECT_EQ(nearest("sholder_pan", joints).front(), "shoulder_pan");
+    EXPECT_EQ(nearest("Elbow", joints), std::vector<std::string>{"elbow"});
+    EXPECT_EQ(nearest("ebow", joints), std::vector<std::string>{"elbow"});
+    EXPECT_EQ(nearest("shoulder", joints).size(), 2u);
+    EXPECT_TRUE(nearest("gripper_left", {"elbow", "x"}).empty());
+}
+
+TEST(KrAppFiles, NumbersFramesAndRefusesOtherPercentSigns)
+{
+    EXPECT_EQ(KrAppFiles::frameFile("a/%04d.png", 7), "a/0007.png");
+    EXPECT_EQ(KrAppFiles::frameFile("a_%d_b.png", 12345), "a_12345_b.png");
+    EXPECT_EQ(KrAppFiles::frameFile("out/robot.png", 3), "out/robot_0003.png");
+    EXPECT_EQ(KrAppFiles::frameFile("robot", 12), "robot_0012");
+    for (const char* pattern : {"%s.png", "%n.png", "%04d_%04d.png", "%99d.png", "100%.png", "%.png"}) {
+        EXPECT_THROW(KrAppFiles::frameFile(pattern, 1), KrAppFailure) << pattern;
+    }
+}
+
+TEST(KrAppFiles, KnowsOneFileUnderEverySpelling)
+{
+    const Folder folder;
+    const std::string file = folder.write("a.png", "x");
+    std::filesystem::create_symlink("a.png", folder.path("link.png"));
+    std::filesystem::create_symlink("later.png", folder.path("dangling.png"));
+    const auto isRefused = [&](const char* one, const char* other) {
+        const std::string a = folder.path(one), b = folder.path(other);
+        const auto refuses = [](const std::vector<std::string>& outputs, const std::vector<std::string>& inputs) {
+            try {
+                KrAppFiles::checkDistinct(outputs, inputs);
+                return false;
+            } catch (const KrAppFailure&) {
+                return true;
+            }
+        };
+        EXPECT_EQ(refuses({a, "", "", b}, {""}), refuses({a}, {"", b})) << one << " " << other;
+        return refuses({a}, {b});
+    };
+    EXPECT_TRUE(isRefused("a.png", "./a.png"));
+    EXPECT_TRUE(isRefused("link.png", "a.png"));
+    EXPECT_TRUE(isRefused("dangling.png", "later.png"));
+    EXPECT_TRUE(isRefused("new/../new.png", "new.png"));
+    EXPECT_FALSE(isRefused("a.png", "b.png"));
+    EXPECT_FALSE(isRefused("dangling.png", "a.png"));
+}
+
+TEST(KrAppMessages, MakesOneLineOfWhatTheToolkitSays)
+{
+    KrAppMessages messages;
+    EXPECT_EQ(messages.lastReason("none"), "none");
+    Kr::Print::instance()->write(Kr::Print::Info, "not a problem\n");
+    Kr::Print::instance()->write(Kr::Print::Warning, "KrThing::read - a.xml:\n  line 3: too deep - really.\n");
+    EXPECT_EQ(messages.lastReason("none"), "a.xml: line 3: too deep - really");
+    EXPECT_EQ(KrAppMessages::sentence("KrReader - a.xml: empty"), "a.xml: empty");
+    EXPECT_EQ(KrAppMessages::sentence("one thing - another"), "one thing - another");
+    EXPECT_EQ(KrAppMessages::sentence("arm - another"), "arm - another");
+}
+
+TEST(KrAppRobot, FindsTheFirstElementBehindAnyProlog)
+{
+    EXPECT_EQ(KrAppRobot::rootElement("<robot name=\"a\">"), "robot");
+    EXPECT_EQ(KrAppRobot::rootElement("\xEF\xBB\xBF<?xml version='1.0'?>\n<!-- <sdf> -->\n<ns:robot/>"), "robot");
+    EXPECT_EQ(KrAppRobot::rootElement("<!DOCTYPE x>\n<x>"), "x");
+    for (const char* text : {"", "no xml", "<!-- <robot>", "<?xml"}) {
+        EXPECT_EQ(KrAppRobot::rootElement(text), "") << text;
+    }
+}
+
+// 4 x 2 pixels of two channels become 2 x 1: each mean is worked out by hand.
+TEST(KrAppScene, AveragesSquaresOfPixelsAndPicksTheLowerLeftOfThem)
+{
+    KrImage large;
+    large.allocate(2, 0, 4, 2);
+    const unsigned char bytes[16] = {10, 0, 20, 0, 200, 255, 200, 255, 30, 1, 40, 1, 200, 255, 201, 255};
+    std::copy(std::begin(bytes), std::end(bytes), large.data());
+    KrImage small;
+    KrAppScene::average(large, 2, small);
+    ASSERT_EQ(small.width(), 2u);
+    ASSERT_EQ(small.height(), 1u);
+    EXPECT_EQ(small.data()[0], 25); // (10 + 20 + 30 + 40) / 4
+    EXPECT_EQ(small.data()[1], 1);  // 0.5 is rounded up
+    EXPECT_EQ(small.data()[2], 200);
+    EXPECT_EQ(small.data()[3], 255);
+    KrAppScene::pick(large, 2, small);
+    EXPECT_EQ(small.data()[0], 10);
+    EXPECT_EQ(small.data()[2], 200);
+}

@@ -1,0 +1,323 @@
+// What the aids cost while they are off, and what they leave behind.
+
+#include <rendCore/base/KrRenderTypes.h>
+#include <rendCore/system/KrRenderWindow.h>
+
+#include <tests/support/Pictures.h>
+#include <tests/support/ShapeTestMesh.h>
+#include <tests/support/Systems.h>
+
+#include <osg/NodeVisitor>
+#include <osgUtil/Statistics>
+#include <osgViewer/Renderer>
+#include <osgViewer/Viewer>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+const KrShapeStateCacheKey kArm(0, 0, 0);
+
+class KrRenderAidsTest : public testing::Test
+{
+protected:
+    KrRenderAidsTest()
+    {
+        KrIndividualManipulator& robot = system.manipulatorSystem().manipulators()[0];
+        robot.massProperties().setMass(3.0);
+        robot.massProperties().setInertia({0.5, 0.5, 0.5, 0.0, 0.0, 0.0});
+    }
+    void SetUp() override
+    {
+        window.setWindowSize(100, 100);
+        KrPovParameters pov;
+        pov.setEyepoint(KrVector(4.0, -6.0, 5.0));
+        window.setPovParameters(pov);
+        if (!window.init()) {
+            GTEST_SKIP() << window.report().text();
+        }
+        window.setStatedSystem(system);
+    }
+
+    std::vector<unsigned char> picture()
+    {
+        KrImage image;
+        EXPECT_TRUE(window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
+        window.makeCurrent();
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+        return {image.data(), image.data() + image.sizeInBytes()};
+    }
+    /// Of the frame that was drawn last: draw calls, changes of state (leaves of the state tree), render bins.
+    std::vector<unsigned int> work()
+    {
+        picture();
+        auto* const renderer = dynamic_cast<osgViewer::Renderer*>(window.getViewer()->getCamera()->getRenderer());
+        osgUtil::Statistics frame;
+        for (unsigned int i = 0; renderer != nullptr && i < 2; ++i) { // it draws with two scene views in turn
+            osgUtil::Statistics one;
+            if (renderer->getSceneView(i)->getStats(one) && one.numDrawables > frame.numDrawables) {
+                frame = one;
+            }
+        }
+        return {static_cast<unsigned int>(frame.numDrawables), static_cast<unsigned int>(frame.numStateGraphs),
+                static_cast<unsigned int>(frame.nbins)};
+    }
+
+    /// Of a frame that is drawn now: 9 pixels about a point of the world.
+    std::array<double, 3> colourAt(const osg::Vec3d& point)
+    {
+        KrImage image;
+        EXPECT_TRUE(window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
+        const osg::Camera* const camera = window.getViewer()->getCamera();
+        const osg::Vec3d pixel = point * camera->getViewMatrix() * camera->getProjectionMatrix() *
+                                 camera->getViewport()->computeWindowMatrix();
+        return meanColour(image, static_cast<unsigned int>(pixel.x()), static_cast<unsigned int>(pixel.y()), 1);
+    }
+    /// Nodes that are shown and hidden as collision shapes are.
+    unsigned int numCollisionNodes()
+    {
+        NodeCounter counter;
+        window.getNode()->accept(counter);
+        return counter.numFound;
+    }
+
+    struct NodeCounter : osg::NodeVisitor
+    {
+        NodeCounter()
+            : osg::NodeVisitor(osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
+        {
+            setNodeMaskOverride(~0u);
+        }
+        using osg::NodeVisitor::apply;
+        void apply(osg::Node& node) override
+        {
+            numFound += node.getNodeMask() == KrRenderTypes::CollisionShapes ? 1 : 0;
+            traverse(node);
+        }
+        unsigned int numFound = 0;
+    };
+
+    KrStatedSystem system{Systems::twoBoxes()};
+    KrRenderWindow window;
+};
+
+/// Takes every aid out of a scene.
+class AidRemover : public osg::NodeVisitor
+{
+public:
+    AidRemover()
+        : osg::NodeVisitor(osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
+    {
+        setNodeMaskOverride(~0u);
+    }
+    using osg::NodeVisitor::apply;
+    void apply(osg::Group& node) override
+    {
+        const unsigned int aids =
+            KrRenderTypes::LinkAxes | KrRenderTypes::BoundingVolumes | KrRenderTypes::MassProperties;
+        for (unsigned int i = node.getNumChildren(); i-- > 0;) {
+            const unsigned int mask = node.getChild(i)->getNodeMask();
+            if ((mask & aids) != 0 && (mask & ~aids) == 0) {
+                node.removeChildren(i, 1);
+                ++numRemoved;
+            }
+        }
+        traverse(node);
+    }
+    unsigned int numRemoved = 0;
+};
+
+} // namespace
+
+TEST_F(KrRenderAidsTest, AidsThatAreOffCostAFrameNothing)
+{
+    const std::vector<unsigned int> off = work();
+    EXPECT_GE(off[0], 2u);
+    window.setDisplayMask(KrRenderTypes::LinkAxes | KrRenderTypes::BoundingVolumes | KrRenderTypes::MassProperties,
+                          true, false);
+    EXPECT_GT(work()[0], off[0] + 4) << "two volumes, an ellipsoid, axes";
+    window.setDisplayMask(KrRenderTypes::LinkAxes | KrRenderTypes::BoundingVolumes | KrRenderTypes::MassProperties,
+                          false, false);
+    EXPECT_EQ(work(), off);
+
+    AidRemover remover;
+    window.getNode()->accept(remover);
+    EXPECT_GE(remover.numRemoved, 5u);
+    EXPECT_EQ(work(), off) << "the same scene without them";
+}
+
+TEST_F(KrRenderAidsTest, CollisionShapesVeilWhatIsSeenAndMoveWithTheirLink)
+{
+    // The arm collides as a box in the planes of its first half and as a ball beyond its end, the base not at all; a
+    // post that cannot be seen stands beside them.
+    KrIndividualManipulator& robot = system.manipulatorSystem().manipulators()[0];
+    robot.childLinks()[0].addCollisionShape(Systems::box(KrVector(1.0, 0.5, 0.5), KrVector(0.5, 0.0, 0.0)));
+    KrCoordinateSystemTransformation beyond;
+    beyond.setTranslation(KrVector(3.0, 0.0, 0.0));
+    const auto ball = boost::make_shared<KrSpherePhysicalExtent>(0.5);
+    ball->setPlacement(beyond);
+    robot.childLinks()[0].addCollisionShape(ball);
+    KrManipulatorLink post("post");
+    post.addCollisionShape(Systems::box(KrVector(0.5, 0.5, 1.0), KrVector(-2.0, -2.0, 0.5)));
+    robot.addChildLink(post);
+    system.systemChanged();
+    window.setStatedSystem(system);
+    KrPovParameters pov;
+    pov.setEyepoint(KrVector(0.0, 0.0, 18.0));
+    pov.setUp(KrVector(0.0, 1.0, 0.0));
+    window.setPovParameters(pov);
+
+    const std::vector<unsigned int> off = work();
+    const std::vector<unsigned char> before = picture();
+    const osg::Vec3d start(0.8, 0.0, 1.25), end(1.7, 0.0, 1.25), ballTop(3.0, 0.0, 1.5), postTop(-2.0, -2.0, 1.0);
+    const std::array<double, 3> background = colourAt(ballTop);
+    const std::array<double, 3> bare = colourAt(start);
+    const std::array<double, 3> bareEnd = colourAt(end);
+    EXPECT_EQ(colourAt(postTop), background);
+    EXPECT_EQ(numCollisionNodes(), 0u) << "nobody has looked yet";
+
+    // The hull of a box lies in its planes, which face the eye.
+    window.setDisplayMask(KrRenderTypes::BoundingVolumes, true, false);
+    EXPECT_GT(colourAt(end)[0], bareEnd[0] + 15.0) << "orange over green";
+    window.setDisplayMask(KrRenderTypes::BoundingVolumes, false, false);
+
+    window.setDisplayMask(KrRenderTypes::CollisionShapes, true, false);
+    EXPECT_EQ(numCollisionNodes(), 2u) << "a group for each of two links";
+    EXPECT_EQ(work()[0], off[0] + 3);
+    const std::array<double, 3> veiled = colourAt(start);
+    EXPECT_GT(veiled[2], bare[2] + 10.0) << "bluish green over green, nowhere hidden by the plane below";
+    EXPECT_GT(veiled[1], 1.5 * veiled[2]) << "the arm is green yet";
+    EXPECT_EQ(colourAt(end), bareEnd);
+    EXPECT_LT(colourAt(ballTop)[0], background[0] - 15.0);
+    EXPECT_LT(colourAt(postTop)[0], background[0] - 15.0);
+    EXPECT_GT(colourAt(postTop)[0], 60.0) << "the background shines through";
+
+    ASSERT_TRUE(system.setJointPosition(0, "arm_joint", 0.5 * osg::PI));
+    window.setState(system.systemState());
+    EXPECT_EQ(colourAt(ballTop), background) << "the ball has gone with the arm";
+    EXPECT_LT(colourAt(osg::Vec3d(0.0, 3.0, 1.5))[0], background[0] - 15.0);
+
+    ASSERT_TRUE(system.setJointPosition(0, "arm_joint", 0.0));
+    window.setState(system.systemState());
+    window.setDisplayMask(KrRenderTypes::CollisionShapes, false, false);
+    EXPECT_EQ(work(), off);
+    EXPECT_EQ(picture(), before);
+    window.setDisplayMask(KrRenderTypes::CollisionShapes, true, false);
+    EXPECT_EQ(numCollisionNodes(), 2u) << "built once";
+
+    // A scene that is loaded anew hides them, unless the secondary mask, which stays, shows them.
+    window.setStatedSystem(system);
+    picture();
+    EXPECT_EQ(numCollisionNodes(), 0u);
+    window.setDisplayMask(KrRenderTypes::CollisionShapes, true, true);
+    window.setStatedSystem(system);
+    picture();
+    EXPECT_EQ(numCollisionNodes(), 2u);
+}
+
+TEST_F(KrRenderAidsTest, RestoringASelectionGivesTheSamePicture)
+{
+    system.setTransparency(0.2);
+    const std::vector<unsigned char> before = picture();
+    ASSERT_TRUE(system.selectShape(kArm));
+    EXPECT_NE(picture(), before) << "the base is faded";
+    system.clearSelection();
+    EXPECT_EQ(picture(), before);
+}
+
+TEST_F(KrRenderAidsTest, ASelectedLinkWithoutTextureCoordinatesIsNotTextured)
+{
+    // A mesh that glows red, with a blue picture that it has no coordinates for, faces the eye.
+    const std::string path = testing::TempDir() + std::to_string(getpid()) + "blue.png";
+    KrImage blue;
+    blue.allocate(3, 0, 2, 2);
+    for (std::size_t i = 2; i < blue.sizeInBytes(); i += 3) {
+        blue.data()[i] = 255;
+    }
+    ASSERT_TRUE(blue.writeFile(path, KrImage::TopRowFirst));
+    KrDataMap material;
+    material.setReal("krEmissionRed", 1.0);
+    material.setString("krTextureFilename", path);
+    const auto mesh = boost::make_shared<KrTriPhysicalExtent>();
+    ASSERT_TRUE(ShapeTestMesh::setTriangles(*mesh, {"a"}));
+    mesh->setMaterial("a", material);
+    KrIndividualManipulator robot("robot");
+    robot.addShape(mesh);
+    KrManipulatorSystem robots;
+    robots.manipulators().push_back(robot);
+    KrStatedSystem textured(robots);
+    window.setStatedSystem(textured);
+    KrPovParameters pov;
+    pov.setEyepoint(KrVector(0.3, 0.3, 1.0));
+    pov.setCenterOfInterest(KrVector(0.3, 0.3, 0.0));
+    pov.setUp(KrVector(0.0, 1.0, 0.0));
+    window.setPovParameters(pov);
+    const auto middle = [this] {
+        const std::vector<unsigned char> pixels = picture();
+        const std::size_t first = 3 * (50 * 100 + 50);
+        return std::vector<unsigned char>(pixels.begin() + first, pixels.begin() + first + 3);
+    };
+    const std::vector<unsigned char> before = middle();
+    EXPECT_GT(before[0], 200);
+    EXPECT_LT(before[2], 100);
+    ASSERT_TRUE(textured.selectShape(KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 0)));
+    EXPECT_EQ(middle(), before);
+    std::remove(path.c_str());
+}
+
+TEST_F(KrRenderAidsTest, AidsOfHiddenLinksDoNotTakeTheirTexture)
+{
+    const std::string path = testing::TempDir() + std::to_string(getpid()) + "dark.png";
+    KrImage dark;
+    dark.allocate(3, 0, 2, 2);
+    std::fill(dark.data(), dark.data() + dark.sizeInBytes(), std::uint8_t(0));
+    ASSERT_TRUE(dark.writeFile(path, KrImage::TopRowFirst));
+    const auto pictureWith = [&](const std::string& texture) {
+        KrDataMap material = KrDataMap::material(KrColor(1.0, 1.0, 1.0));
+        if (!texture.empty()) {
+            material.setString("krTextureFilename", texture);
+        }
+        const auto mesh = boost::make_shared<KrTriPhysicalExtent>();
+        EXPECT_TRUE(ShapeTestMesh::setTriangles(*mesh, {"a"}, 0.0, true));
+        mesh->setMaterial("a", material);
+        KrIndividualManipulator robot("robot");
+        robot.addShape(mesh);
+        robot.addCollisionShape(Systems::box(KrVector(2.0, 1.0, 1.0), KrVector(0.0, 0.0, 0.0)));
+        KrManipulatorSystem robots;
+        robots.manipulators().push_back(robot);
+        system = KrStatedSystem(robots);
+        window.setStatedSystem(system);
+        window.setDisplayMask(KrRenderTypes::SceneContent, false, false);
+        window.setDisplayMask(KrRenderTypes::CollisionShapes | KrRenderTypes::BoundingVolumes, true, false);
+        return picture();
+    };
+    const std::vector<unsigned char> textured = pictureWith(path); // first: the first frame makes all textures
+    EXPECT_LT(*std::min_element(textured.begin(), textured.end()), 250);
+    EXPECT_EQ(textured, pictureWith(""));
+    std::remove(path.c_str());
+}
+
+TEST_F(KrRenderAidsTest, ASystemLoadedAnewWhileSomethingIsSelectedCanBeRestored)
+{
+    system.setTransparency(0.2);
+    const std::vector<unsigned char> before = picture();
+    ASSERT_TRUE(system.selectShape(kArm));
+    const std::vector<unsigned char> faded = picture();
+    window.setStatedSystem(system);
+    system.setSelectionChanged(true);
+    EXPECT_EQ(picture(), faded);
+    window.loadScene(&system); // wrappers go with the old scene
+    system.clearSelection();
+    EXPECT_EQ(picture(), before);
+    ASSERT_TRUE(system.selectShape(kArm));
+    EXPECT_EQ(picture(), faded);
+}

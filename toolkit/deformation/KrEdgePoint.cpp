@@ -1,0 +1,22 @@
+#include <toolkit/deformation/KrEdgePoint.h>
+
+void KrXmlPlain<KrEdgePoint>::append(std::string& out, const KrEdgePoint& value)
+{
+    KrXmlText::append(out, value.a());
+    out += ' ';
+    KrXmlText::append(out, value.b());
+    out += ' ';
+    KrXmlText::append(out, value.t());
+}
+
+bool KrXmlPlain<KrEdgePoint>::take(std::string_view& text, KrEdgePoint& value)
+{
+    std::uint32_t a = 0;
+    std::uint32_t b = 0;
+    double t = 0.0;
+    if (!KrXmlText::take(text, a) || !KrXmlText::take(text, b) || !KrXmlText::take(text, t)) {
+        return false;
+    }
+    value = KrEdgePoint(a, b, t);
+    return true;
+}

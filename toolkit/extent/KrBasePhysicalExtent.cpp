@@ -1,0 +1,141 @@
+#include <toolkit/extent/KrBasePhysicalExtent.h>
+
+#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+#include <toolkit/extent/KrCapsulePhysicalExtent.h>
+#include <toolkit/extent/KrConePhysicalExtent.h>
+#include <toolkit/extent/KrCylinderPhysicalExtent.h>
+#include <toolkit/extent/KrEllipsoidPhysicalExtent.h>
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/foundation/private/KrNumberCheck.h>
+#include <toolkit/grid/KrGridPhysicalExtent.h>
+
+#include <cmath>
+#include <memory>
+
+namespace
+{
+
+template <typename Extent>
+KrBasePhysicalExtent* newIfNamed(const KrXmlToken& token)
+{
+    std::unique_ptr<Extent> extent(new Extent);
+    return extent->token() == token ? extent.release() : nullptr;
+}
+
+} // namespace
+
+KrBasePhysicalExtent::KrBasePhysicalExtent(const KrBasePhysicalExtent& other)
+    : KrXmlCompoundType(other)
+    , m_placement(other.m_placement)
+    , m_materialName(other.m_materialName)
+    , m_triExtent(other.m_triExtent)
+{
+}
+
+KrBasePhysicalExtent& KrBasePhysicalExtent::operator=(const KrBasePhysicalExtent& other)
+{
+    KrXmlCompoundType::operator=(other);
+    m_placement = other.m_placement;
+    m_materialName = other.m_materialName;
+    m_triExtent = other.m_triExtent;
+    m_changed = true;
+    ++m_revision;
+    return *this;
+}
+
+bool KrBasePhysicalExtent::setPlacement(const KrCoordinateSystemTransformation& placement)
+{
+    if (!placement.checkPose("KrBasePhysicalExtent::setPlacement")) {
+        return false;
+    }
+    m_placement = placement;
+    touch();
+    return true;
+}
+
+boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::triExtent() const
+{
+    if (!m_triExtent) {
+        m_triExtent = makePlacedTriangles();
+    }
+    return m_triExtent;
+}
+
+boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::makePlacedTriangles() const
+{
+    const boost::shared_ptr<KrTriPhysicalExtent> triangles = makeTriangles();
+    if (!triangles || m_placement.isIdentity()) {
+        return triangles;
+    }
+    return triangles->transformed(m_placement);
+}
+
+unsigned int KrBasePhysicalExtent::numGroupNames() const
+{
+    return 1;
+}
+
+std::string KrBasePhysicalExtent::groupName(unsigned int i) const
+{
+    return i == 0 ? m_materialName.value() : std::string();
+}
+
+void KrBasePhysicalExtent::setMaterialName(const std::string& name)
+{
+    m_materialName = name;
+    touch();
+}
+
+void KrBasePhysicalExtent::recompute() const
+{
+    triExtent();
+}
+
+KrBasePhysicalExtent* KrBasePhysicalExtent::newFromToken(const KrXmlToken& token)
+{
+    using Maker = KrBasePhysicalExtent* (*)(const KrXmlToken&);
+    constexpr Maker makers[] = {newIfNamed<KrTriPhysicalExtent>,        newIfNamed<KrSpherePhysicalExtent>,
+                                newIfNamed<KrBoxPhysicalExtent>,        newIfNamed<KrCylinderPhysicalExtent>,
+                                newIfNamed<KrCapsulePhysicalExtent>,    newIfNamed<KrConePhysicalExtent>,
+                                newIfNamed<KrEllipsoidPhysicalExtent>,  newIfNamed<KrGridPhysicalExtent>,
+                                newIfNamed<KrDeformationPhysicalExtent>};
+    for (const Maker make : makers) {
+        KrBasePhysicalExtent* const extent = make(token);
+        if (extent != nullptr) {
+            return extent;
+        }
+    }
+    return nullptr;
+}
+
+void KrBasePhysicalExtent::registerComponents()
+{
+    registerComponent({KrXmlNamespace::core(), "placement"}, m_placement, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "materialName"}, m_materialName, Presence::Optional);
+}
+
+void KrBasePhysicalExtent::touch()
+{
+    m_triExtent.reset();
+    m_changed = true;
+    ++m_revision;
+}
+
+bool KrBasePhysicalExtent::completeRead(KrXmlReader&)
+{
+    touch();
+    return true;
+}
+
+KrVector KrBasePhysicalExtent::checkedSizes(const char* method, const KrVector& sizes)
+{
+    return Kr::NumberCheck::areSizes(method, {sizes.x(), sizes.y(), sizes.z()}) ? sizes : KrVector();
+}
+
+bool KrBasePhysicalExtent::checkLength(KrXmlRefusal& refusal, const char* what, double length)
+{
+    // Written so that NaN fails too.
+    return (length >= 0.0 && std::isfinite(length)) || refusal.fail("%s %g m is no length", what, length);
+}

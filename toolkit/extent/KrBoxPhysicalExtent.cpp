@@ -1,0 +1,31 @@
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/extent/private/KrPrimitiveMesh.h>
+
+KrBoxPhysicalExtent::KrBoxPhysicalExtent(const KrVector& size)
+    : m_size(checkedSizes("KrBoxPhysicalExtent::KrBoxPhysicalExtent", size))
+{
+}
+
+KrXmlToken KrBoxPhysicalExtent::token() const
+{
+    return {KrXmlNamespace::core(), "box"};
+}
+
+void KrBoxPhysicalExtent::registerComponents()
+{
+    KrBasePhysicalExtent::registerComponents();
+    registerComponent({KrXmlNamespace::core(), "size"}, m_size);
+}
+
+bool KrBoxPhysicalExtent::validate(KrXmlRefusal& refusal) const
+{
+    return checkLength(refusal, "edge", size().x()) && checkLength(refusal, "edge", size().y()) &&
+           checkLength(refusal, "edge", size().z());
+}
+
+boost::shared_ptr<KrTriPhysicalExtent> KrBoxPhysicalExtent::makeTriangles() const
+{
+    return KrPrimitiveMesh::box(m_size, m_materialName.value());
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <toolkit/extent/KrBasePhysicalExtent.h>
+
+/// A cylinder about the z axis with a half ball at each end; `length` is that of the cylinder alone.
+class KrCapsulePhysicalExtent : public KrXmlObjectOf<KrCapsulePhysicalExtent, KrBasePhysicalExtent>
+{
+public:
+    KrCapsulePhysicalExtent() = default;
+    KrCapsulePhysicalExtent(double radius, double length);
+
+    double radius() const { return m_radius; }
+    double length() const { return m_length; }
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool validate(KrXmlRefusal& refusal) const override;
+    boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override;
+
+private:
+    KrXmlBasicType<double> m_radius = 0.5;
+    KrXmlBasicType<double> m_length = 1.0;
+};

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <toolkit/extent/KrBasePhysicalExtent.h>
+
+/// A closed cylinder about the z axis of the extent frame, its middle at the origin.
+class KrCylinderPhysicalExtent : public KrXmlObjectOf<KrCylinderPhysicalExtent, KrBasePhysicalExtent>
+{
+public:
+    KrCylinderPhysicalExtent() = default;
+    KrCylinderPhysicalExtent(double radius, double length);
+
+    double radius() const { return m_radius; }
+    double length() const { return m_length; }
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool validate(KrXmlRefusal& refusal) const override;
+    boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override;
+
+private:
+    KrXmlBasicType<double> m_radius = 0.5;
+    KrXmlBasicType<double> m_length = 1.0;
+};

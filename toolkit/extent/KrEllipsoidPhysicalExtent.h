@@ -1,0 +1,23 @@
+#pragma once
+
+#include <toolkit/extent/KrBasePhysicalExtent.h>
+#include <toolkit/math/KrXmlVector.h>
+
+/// An ellipsoid about the origin of the extent frame, its axes along the frame's.
+class KrEllipsoidPhysicalExtent : public KrXmlObjectOf<KrEllipsoidPhysicalExtent, KrBasePhysicalExtent>
+{
+public:
+    KrEllipsoidPhysicalExtent() = default;
+    explicit KrEllipsoidPhysicalExtent(const KrVector& semiAxes);
+
+    const KrVector& semiAxes() const { return m_semiAxes; }
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool validate(KrXmlRefusal& refusal) const override;
+    boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override;
+
+private:
+    KrXmlVector m_semiAxes = KrVector(0.5, 0.5, 0.5);
+};

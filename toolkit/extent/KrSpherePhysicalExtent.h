@@ -1,0 +1,22 @@
+#pragma once
+
+#include <toolkit/extent/KrBasePhysicalExtent.h>
+
+/// A ball about the origin of the extent frame. A radius of zero has no surface.
+class KrSpherePhysicalExtent : public KrXmlObjectOf<KrSpherePhysicalExtent, KrBasePhysicalExtent>
+{
+public:
+    KrSpherePhysicalExtent() = default;
+    explicit KrSpherePhysicalExtent(double radius);
+
+    double radius() const { return m_radius; }
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool validate(KrXmlRefusal& refusal) const override;
+    boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override;
+
+private:
+    KrXmlBasicType<double> m_radius = 0.5;
+};

@@ -1,0 +1,303 @@
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+
+#include <toolkit/foundation/KrNullDeleter.h>
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/xml/KrXmlReader.h>
+
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+using Group = KrTriPhysicalExtent::Group;
+
+/// Normals further from length 1 than this are scaled; those of single precision are left as they are.
+constexpr double kLengthTolerance = 1e-6;
+/// A triangle is flat below this sine of its angle.
+constexpr double kSineTolerance = 1e-12;
+
+/// Checks the lists of a mesh and completes its normals, in one pass over each list.
+class MeshCheck
+{
+public:
+    MeshCheck(const KrXmlVectorVector& vertices, KrXmlVectorVector& normals,
+              const KrXmlVectorType<KrPlanarVector>& textureCoordinates, KrXmlVectorType<Group>& groups)
+        : m_vertices(vertices)
+        , m_normals(normals)
+        , m_textureCoordinates(textureCoordinates)
+        , m_groups(groups)
+        , m_areNormalsGiven(!normals.empty())
+    {
+    }
+
+    /// False when the mesh is no mesh: `problem` says why, and the lists are then of no further use.
+    bool run();
+    const std::string& problem() const { return m_problem; }
+
+private:
+    bool checkNumbers();
+    bool checkTriangle(const KrTriangle& triangle);
+    bool checkIndex(const char* what, std::uint32_t index, std::size_t count);
+    bool completeTriangle(KrTriangle& triangle);
+    bool needsNormal(const KrTriangle& triangle, unsigned int corner) const;
+    bool flatNormal(const KrTriangle& triangle, KrVector& normal) const;
+    void scaleNormals();
+
+    const KrXmlVectorVector& m_vertices;
+    KrXmlVectorVector& m_normals;
+    const KrXmlVectorType<KrPlanarVector>& m_textureCoordinates;
+    KrXmlVectorType<Group>& m_groups;
+    bool m_areNormalsGiven;
+    std::size_t m_triangle = 0; ///< number in the mesh of the triangle in hand
+    std::string m_problem;
+};
+
+bool MeshCheck::run()
+{
+    if (!checkNumbers()) {
+        return false;
+    }
+    scaleNormals();
+    for (Group& group : m_groups) {
+        std::vector<KrTriangle>& triangles = group.second().values();
+        std::size_t kept = 0;
+        for (KrTriangle& triangle : triangles) {
+            if (!checkTriangle(triangle)) {
+                return false;
+            }
+            if (completeTriangle(triangle)) {
+                triangles[kept++] = triangle;
+            }
+            ++m_triangle;
+        }
+        triangles.resize(kept);
+    }
+    return true;
+}
+
+/// Pictures are drawn with single precision.
+bool isTooFar(const KrVector& v)
+{
+    return std::max({std::abs(v.x()), std::abs(v.y()), std::abs(v.z())}) > std::numeric_limits<float>::max();
+}
+
+bool MeshCheck::checkNumbers()
+{
+    const auto checkVectors = [this](const char* what, const KrXmlVectorVector& vectors) {
+        const auto bad =
+            std::find_if(vectors.begin(), vectors.end(), [](const KrVector& vector) { return !vector.isFinite(); });
+        if (bad != vectors.end()) {
+            m_problem = what + (" " + std::to_string(bad - vectors.begin())) + " is not finite";
+        }
+        return bad == vectors.end();
+    };
+    if (!checkVectors("vertex", m_vertices) || !checkVectors("normal", m_normals)) {
+        return false;
+    }
+    const auto far = std::find_if(m_vertices.begin(), m_vertices.end(), isTooFar);
+    if (far != m_vertices.end()) {
+        m_problem = "vertex " + std::to_string(far - m_vertices.begin()) + " is too far away to be drawn";
+        return false;
+    }
+    const auto bad = std::find_if(m_textureCoordinates.begin(), m_textureCoordinates.end(),
+                                  [](const auto& uv) { return !std::isfinite(uv.u()) || !std::isfinite(uv.v()); });
+    if (bad != m_textureCoordinates.end()) {
+        m_problem = "texture coordinate " + std::to_string(bad - m_textureCoordinates.begin()) + " is not finite";
+        return false;
+    }
+    return true;
+}
+
+void MeshCheck::scaleNormals()
+{
+    for (KrVector& normal : m_normals) {
+        if (std::abs(normal.length() - 1.0) > kLengthTolerance) {
+            normal.normalize();
+        }
+    }
+}
+
+bool MeshCheck::checkIndex(const char* what, std::uint32_t index, std::size_t count)
+{
+    if (index >= count) {
+        m_problem = "triangle " + std::to_string(m_triangle) + " uses " + what + " " + std::to_string(index) + " of " +
+                    std::to_string(count);
+    }
+    return index < count;
+}
+
+bool MeshCheck::checkTriangle(const KrTriangle& triangle)
+{
+    for (unsigned int corner = 0; corner < 3; ++corner) {
+        if (!checkIndex("vertex", triangle.vertex(corner), m_vertices.size()) ||
+            (m_areNormalsGiven && !checkIndex("normal", triangle.normal(corner), m_normals.size())) ||
+            (!m_textureCoordinates.empty() &&
+             !checkIndex("texture coordinate", triangle.textureCoordinate(corner), m_textureCoordinates.size()))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool MeshCheck::needsNormal(const KrTriangle& triangle, unsigned int corner) const
+{
+    return !m_areNormalsGiven || m_normals[triangle.normal(corner)] == KrVector();
+}
+
+/// False for a triangle whose corners lie on a line.
+bool MeshCheck::flatNormal(const KrTriangle& triangle, KrVector& normal) const
+{
+    KrVector first = m_vertices[triangle.vertex(1)] - m_vertices[triangle.vertex(0)];
+    KrVector second = m_vertices[triangle.vertex(2)] - m_vertices[triangle.vertex(0)];
+    first.normalize();
+    second.normalize();
+    normal = first.cross(second);
+    // Written so that NaN fails too.
+    return normal.normalize() > kSineTolerance;
+}
+
+/// Gives every corner what it lacks; false when the triangle is to be left out.
+bool MeshCheck::completeTriangle(KrTriangle& triangle)
+{
+    const bool isLacking = needsNormal(triangle, 0) || needsNormal(triangle, 1) || needsNormal(triangle, 2);
+    const std::uint32_t computed = m_normals.size();
+    if (isLacking) {
+        KrVector normal;
+        if (!flatNormal(triangle, normal)) {
+            return false;
+        }
+        m_normals.push_back(normal);
+    }
+    for (unsigned int corner = 0; corner < 3; ++corner) {
+        const bool isComputed = isLacking && needsNormal(triangle, corner);
+        triangle.setCorner(corner, triangle.vertex(corner), isComputed ? computed : triangle.normal(corner),
+                           m_textureCoordinates.empty() ? 0 : triangle.textureCoordinate(corner));
+    }
+    return true;
+}
+
+} // namespace
+
+std::size_t KrTriPhysicalExtent::numTriangles() const
+{
+    std::size_t count = 0;
+    for (const Group& group : m_groups) {
+        count += group.second().size();
+    }
+    return count;
+}
+
+unsigned int KrTriPhysicalExtent::numGroupNames() const
+{
+    return m_groups.size();
+}
+
+std::string KrTriPhysicalExtent::groupName(unsigned int i) const
+{
+    return i < m_groups.size() ? m_groups[i].first().value() : std::string();
+}
+
+void KrTriPhysicalExtent::setMaterial(const std::string& groupName, const KrDataMap& material)
+{
+    m_materialMap.set(groupName, material);
+    touch();
+}
+
+void KrTriPhysicalExtent::setMaterialMap(const KrMaterialMap& materials)
+{
+    m_materialMap = materials;
+    touch();
+}
+
+bool KrTriPhysicalExtent::setMesh(const KrXmlVectorVector& vertices, const KrXmlVectorVector& normals,
+                                  const KrXmlVectorType<KrPlanarVector>& textureCoordinates,
+                                  const KrXmlVectorType<Group>& groups, const std::string& name)
+{
+    return setMesh(KrXmlVectorVector(vertices), KrXmlVectorVector(normals),
+                   KrXmlVectorType<KrPlanarVector>(textureCoordinates), KrXmlVectorType<Group>(groups), name);
+}
+
+bool KrTriPhysicalExtent::setMesh(KrXmlVectorVector&& vertices, KrXmlVectorVector&& normals,
+                                  KrXmlVectorType<KrPlanarVector>&& textureCoordinates, KrXmlVectorType<Group>&& groups,
+                                  const std::string& name)
+{
+    MeshCheck check(vertices, normals, textureCoordinates, groups);
+    if (!check.run()) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrTriPhysicalExtent::setMesh - %s: %s; the mesh is left out.\n", name.c_str(),
+                                     check.problem().c_str());
+        return false;
+    }
+    m_vertices = std::move(vertices);
+    m_normals = std::move(normals);
+    m_textureCoordinates = std::move(textureCoordinates);
+    m_groups = std::move(groups);
+    touch();
+    return true;
+}
+
+boost::shared_ptr<const KrTriPhysicalExtent> KrTriPhysicalExtent::triExtent() const
+{
+    // Its own mesh form, where nothing has to be moved. Not owned: the extent may live on the stack.
+    if (placement().isIdentity()) {
+        return boost::shared_ptr<const KrTriPhysicalExtent>(this, KrNullDeleter());
+    }
+    return KrBasePhysicalExtent::triExtent();
+}
+
+boost::shared_ptr<KrTriPhysicalExtent>
+KrTriPhysicalExtent::transformed(const KrCoordinateSystemTransformation& pose) const
+{
+    const auto result = boost::make_shared<KrTriPhysicalExtent>();
+    result->m_materialName = m_materialName;
+    result->m_vertices = m_vertices;
+    result->m_normals = m_normals;
+    result->m_textureCoordinates = m_textureCoordinates;
+    result->m_groups = m_groups;
+    result->m_materialMap = m_materialMap;
+    for (KrVector& vertex : result->m_vertices) {
+        vertex = pose.transformPoint(vertex);
+    }
+    for (KrVector& normal : result->m_normals) {
+        normal = pose.transformDirection(normal);
+    }
+    return result;
+}
+
+KrXmlToken KrTriPhysicalExtent::token() const
+{
+    return {KrXmlNamespace::core(), "mesh"};
+}
+
+void KrTriPhysicalExtent::registerComponents()
+{
+    KrBasePhysicalExtent::registerComponents();
+    registerComponent({KrXmlNamespace::core(), "vertices"}, m_vertices);
+    registerComponent({KrXmlNamespace::core(), "normals"}, m_normals, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "textureCoordinates"}, m_textureCoordinates, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "groups"}, m_groups);
+    registerComponent({KrXmlNamespace::core(), "materialMap"}, m_materialMap, Presence::Optional);
+}
+
+bool KrTriPhysicalExtent::completeRead(KrXmlReader& reader)
+{
+    MeshCheck check(m_vertices, m_normals, m_textureCoordinates, m_groups);
+    return KrBasePhysicalExtent::completeRead(reader) && (check.run() || reader.fail("%s", check.problem().c_str()));
+}
+
+boost::shared_ptr<KrTriPhysicalExtent> KrTriPhysicalExtent::makeTriangles() const
+{
+    return transformed(KrCoordinateSystemTransformation());
+}
+
+boost::shared_ptr<const KrTriPhysicalExtent> KrTriPhysicalExtent::makePlacedTriangles() const
+{
+    return transformed(placement());
+}

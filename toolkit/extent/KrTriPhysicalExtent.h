@@ -1,0 +1,68 @@
+#pragma once
+
+#include <toolkit/extent/KrBasePhysicalExtent.h>
+#include <toolkit/extent/KrTriangle.h>
+#include <toolkit/material/KrMaterialMap.h>
+#include <toolkit/math/KrPlanarVector.h>
+#include <toolkit/math/KrXmlVectorVector.h>
+#include <toolkit/xml/KrXmlPairType.h>
+
+#include <string>
+
+/// A triangle mesh in named groups, each group with one material.
+///
+/// Validated where it is made: every index is in range, every number finite, every corner has a normal.
+class KrTriPhysicalExtent : public KrXmlObjectOf<KrTriPhysicalExtent, KrBasePhysicalExtent>
+{
+public:
+    using Group = KrXmlPairType<KrXmlBasicType<std::string>, KrXmlVectorType<KrTriangle>>;
+
+    KrTriPhysicalExtent() = default;
+
+    const KrXmlVectorVector& vertices() const { return m_vertices; }
+    const KrXmlVectorVector& normals() const { return m_normals; }
+    /// Empty for a mesh without texture coordinates.
+    const KrXmlVectorType<KrPlanarVector>& textureCoordinates() const { return m_textureCoordinates; }
+    const KrXmlVectorType<Group>& groups() const { return m_groups; }
+    std::size_t numTriangles() const;
+
+    unsigned int numGroupNames() const override;
+    std::string groupName(unsigned int i) const override;
+
+    /// Looks of the groups, by group name; asked before the manipulator's material map.
+    const KrMaterialMap& materialMap() const { return m_materialMap; }
+    void setMaterial(const std::string& groupName, const KrDataMap& material);
+    void setMaterialMap(const KrMaterialMap& materials);
+
+    /// Sets the whole mesh. Empty `normals` are computed: one per triangle (flat), and the triangles'
+    /// normal indices are set; so are single normals of length zero. Triangles whose corners lie on a line are left out
+    /// where their normal would have to be computed. Other normals are scaled to length 1. Without texture coordinates
+    /// the triangles' indices into them become 0.
+    /// @return false, after one message that names `name` and what is wrong; the mesh is then as it was
+    bool setMesh(const KrXmlVectorVector& vertices, const KrXmlVectorVector& normals,
+                 const KrXmlVectorType<KrPlanarVector>& textureCoordinates, const KrXmlVectorType<Group>& groups,
+                 const std::string& name = "mesh");
+    /// The same, moving the lists in: for large meshes.
+    bool setMesh(KrXmlVectorVector&& vertices, KrXmlVectorVector&& normals,
+                 KrXmlVectorType<KrPlanarVector>&& textureCoordinates, KrXmlVectorType<Group>&& groups,
+                 const std::string& name = "mesh");
+
+    boost::shared_ptr<const KrTriPhysicalExtent> triExtent() const override;
+    /// A copy with the vertices and normals moved by `pose`, its placement the identity.
+    boost::shared_ptr<KrTriPhysicalExtent> transformed(const KrCoordinateSystemTransformation& pose) const;
+
+    KrXmlToken token() const override;
+    void registerComponents() override;
+
+protected:
+    bool completeRead(KrXmlReader& reader) override;
+    boost::shared_ptr<KrTriPhysicalExtent> makeTriangles() const override;
+    boost::shared_ptr<const KrTriPhysicalExtent> makePlacedTriangles() const override;
+
+private:
+    KrXmlVectorVector m_vertices;
+    KrXmlVectorVector m_normals;
+    KrXmlVectorType<KrPlanarVector> m_textureCoordinates;
+    KrXmlVectorType<Group> m_groups;
+    KrMaterialMap m_materialMap;
+};

@@ -1,0 +1,189 @@
+#include <toolkit/foundation/private/KrInputFile.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace
+{
+
+constexpr std::size_t kBlockSize = 64 * 1024;
+
+/// Why something of this kind is not read; null when it is.
+const char* refusal(mode_t mode, KrInputFile::Accept accept)
+{
+    if (S_ISREG(mode)) {
+        return nullptr;
+    }
+    if (S_ISDIR(mode)) {
+        return "it is a folder";
+    }
+    if (accept == KrInputFile::Accept::Files) {
+        return "it is no regular file";
+    }
+    return S_ISFIFO(mode) || S_ISSOCK(mode) ? nullptr : "it is a device, neither a file nor a pipe";
+}
+
+std::string sizeText(std::uint64_t bytes)
+{
+    constexpr std::uint64_t kMiB = 1u << 20;
+    constexpr std::uint64_t kGiB = 1u << 30;
+    return bytes >= kGiB && bytes % kGiB == 0   ? std::to_string(bytes / kGiB) + " GiB"
+           : bytes >= kMiB && bytes % kMiB == 0 ? std::to_string(bytes / kMiB) + " MiB"
+                                                : std::to_string(bytes) + " bytes";
+}
+
+} // namespace
+
+KrInputFile::KrInputFile(std::uint64_t mostBytes, Accept accept)
+    : m_mostBytes(mostBytes)
+    , m_accept(accept)
+{
+}
+
+KrInputFile::~KrInputFile()
+{
+    if (m_isOwner) {
+        ::close(m_descriptor);
+    }
+}
+
+bool KrInputFile::fail(const std::string& reason)
+{
+    m_reason = m_reason.empty() ? reason : m_reason;
+    return false;
+}
+
+bool KrInputFile::open(const std::string& path)
+{
+    struct stat info = {};
+    if (::stat(path.c_str(), &info) != 0) {
+        return fail(errno == ENOENT ? "there is no such file" : std::strerror(errno));
+    }
+    if (const char* const reason = refusal(info.st_mode, m_accept)) {
+        return fail(reason);
+    }
+    // Never waits where no pipe is wanted, though one may have taken the name in between.
+    const int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | (m_accept == Accept::Files ? O_NONBLOCK : 0);
+    int descriptor = -1;
+    do {
+        descriptor = ::open(path.c_str(), flags);
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0) {
+        return fail(std::strerror(errno));
+    }
+    m_isOwner = true;
+    return take(descriptor);
+}
+
+bool KrInputFile::openDescriptor(int descriptor)
+{
+    return take(descriptor);
+}
+
+bool KrInputFile::take(int descriptor)
+{
+    m_descriptor = descriptor;
+    // Again: another file may have taken the name in between.
+    struct stat info = {};
+    if (::fstat(descriptor, &info) != 0) {
+        return fail(std::strerror(errno));
+    }
+    if (const char* const reason = refusal(info.st_mode, m_accept)) {
+        return fail(reason);
+    }
+    m_size = S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0;
+    if (m_size > m_mostBytes) {
+        return fail("it is larger than " + sizeText(m_mostBytes));
+    }
+    return true;
+}
+
+bool KrInputFile::read(char* data, std::size_t size, std::size_t& count)
+{
+    if (!m_reason.empty() || m_descriptor < 0) {
+        return fail("it is not open");
+    }
+    ssize_t got = ::read(m_descriptor, data, size);
+    while (got < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
+        // A pipe may have come from a program that does not wait for it.
+        pollfd wait = {m_descriptor, POLLIN, 0};
+        ::poll(&wait, 1, -1);
+        got = ::read(m_descriptor, data, size);
+    }
+    if (got < 0) {
+        return fail(std::strerror(errno));
+    }
+    count = static_cast<std::size_t>(got);
+    m_numBytes += count;
+    return m_numBytes <= m_mostBytes || fail("it is larger than " + sizeText(m_mostBytes));
+}
+
+bool KrInputFile::readAll(std::string& content)
+{
+    std::string whole = m_buffer.substr(m_start);
+    // One block more, to see the end; files of some systems have size 0 and yet something inside.
+    whole.reserve(whole.size() + static_cast<std::size_t>(m_size - std::min(m_size, m_numBytes)) + kBlockSize);
+    for (std::size_t count = 1; count > 0;) {
+        const std::size_t held = whole.size();
+        whole.resize(std::max(whole.capacity(), held + kBlockSize));
+        const bool isRead = read(&whole[held], whole.size() - held, count);
+        whole.resize(held + (isRead ? count : 0));
+        if (!isRead) {
+            return false;
+        }
+    }
+    m_buffer.clear();
+    m_start = 0;
+    content = std::move(whole);
+    return true;
+}
+
+std::string KrInputFile::readWhole(const std::string& path, Accept accept, std::uint64_t mostBytes,
+                                   std::string& content)
+{
+    KrInputFile file(mostBytes, accept);
+    return file.open(path) && file.readAll(content) ? std::string() : file.reason();
+}
+
+bool KrInputFile::readLine(std::string& line, std::size_t longest)
+{
+    std::size_t searched = m_start;
+    std::size_t end = m_buffer.find('\n', searched);
+    while (end == std::string::npos && m_buffer.size() - m_start <= longest) {
+        m_buffer.erase(0, m_start);
+        m_start = 0;
+        searched = m_buffer.size();
+        std::size_t count = 0;
+        m_buffer.resize(searched + kBlockSize);
+        const bool isRead = read(&m_buffer[searched], kBlockSize, count);
+        m_buffer.resize(searched + (isRead ? count : 0));
+        if (!isRead) {
+            return false;
+        }
+        if (count == 0) {
+            break;
+        }
+        end = m_buffer.find('\n', searched);
+    }
+    const bool isLast = end == std::string::npos;
+    if (isLast && m_buffer.empty()) {
+        return false;
+    }
+    end = isLast ? m_buffer.size() : end;
+    if (end - m_start > longest) {
+        return fail("it has a line of more than " + sizeText(longest));
+    }
+    line.assign(m_buffer, m_start, end - m_start);
+    m_start = isLast ? end : end + 1;
+    if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+    }
+    return true;
+}

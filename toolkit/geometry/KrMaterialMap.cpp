@@ -1,4 +1,0 @@
-#include <toolkit/geometry/KrMaterialMap.h>
-
-template class KrXmlObjectOf<KrMaterialMap, KrXmlObject>;
-template class KrXmlMapType<KrXmlBasicType<std::string>, KrDataMap>;

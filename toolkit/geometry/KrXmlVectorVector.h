@@ -1,7 +1,0 @@
-#pragma once
-
-#include <toolkit/geometry/KrVector.h>
-#include <toolkit/xml/KrXmlVectorType.h>
-
-/// A list of vectors, three contiguous doubles each.
-using KrXmlVectorVector = KrXmlVectorType<KrVector>;

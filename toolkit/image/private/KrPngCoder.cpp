@@ -1,0 +1,252 @@
+#include <toolkit/image/private/KrPngCoder.h>
+
+#include <toolkit/image/private/KrPictureSamples.h>
+
+#include <png.h>
+
+#include <csetjmp>
+#include <cstring>
+#include <new>
+#include <vector>
+
+namespace
+{
+
+using KrPictureSamples::kEndsEarly;
+using KrPictureSamples::kTooLarge;
+
+/// Deflate makes at most this many bytes of one (zlib's technical notes, "maximum compression factor").
+constexpr std::uint64_t kMostPerByte = 1032;
+constexpr double kScreenGamma = 2.2;
+
+/// Texts, colour profiles and the like: not asked for, so not unpacked.
+constexpr unsigned char kUnread[] = "eXIf\0hIST\0iCCP\0iTXt\0oFFs\0pCAL\0pHYs\0sCAL\0sPLT\0tEXt\0tIME\0zTXt";
+constexpr int kNumUnread = sizeof kUnread / 5;
+
+/// The library jumps back to where `setjmp` was called: functions that call it make no objects with destructors.
+class Reader
+{
+public:
+    explicit Reader(const KrPictureBytes& file)
+        : m_file(file)
+    {
+        m_png = png_create_read_struct(PNG_LIBPNG_VER_STRING, this, fail, ignore);
+        m_info = m_png ? png_create_info_struct(m_png) : nullptr;
+        if (!m_info) {
+            png_destroy_read_struct(&m_png, nullptr, nullptr);
+            throw std::bad_alloc();
+        }
+        png_set_read_fn(m_png, this, give);
+    }
+    ~Reader() { png_destroy_read_struct(&m_png, &m_info, nullptr); }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    /// Settles how pixels come out: bytes or big-endian pairs, 1 to 4 channels.
+    bool readHeader()
+    {
+        if (setjmp(png_jmpbuf(m_png))) {
+            return false;
+        }
+        png_set_keep_unknown_chunks(m_png, PNG_HANDLE_CHUNK_NEVER, kUnread, kNumUnread);
+        png_read_info(m_png, m_info);
+        m_storedRowBytes = png_get_rowbytes(m_png, m_info);
+        const int type = png_get_color_type(m_png, m_info);
+        if (type == PNG_COLOR_TYPE_PALETTE) {
+            png_set_palette_to_rgb(m_png);
+        }
+        if (type == PNG_COLOR_TYPE_GRAY) {
+            png_set_expand_gray_1_2_4_to_8(m_png);
+        }
+        if (png_get_valid(m_png, m_info, PNG_INFO_tRNS)) {
+            png_set_tRNS_to_alpha(m_png);
+        }
+        double fileGamma = 0.0;
+        if (png_get_gAMA(m_png, m_info, &fileGamma)) {
+            png_set_gamma(m_png, kScreenGamma, fileGamma);
+        }
+        png_set_interlace_handling(m_png);
+        png_read_update_info(m_png, m_info);
+        return true;
+    }
+    bool readPixels(png_bytepp rows)
+    {
+        if (setjmp(png_jmpbuf(m_png))) {
+            return false;
+        }
+        png_read_image(m_png, rows);
+        png_read_end(m_png, nullptr);
+        return true;
+    }
+
+    std::size_t storedRowBytes() const { return m_storedRowBytes; } ///< before anything is converted
+    std::size_t rowBytes() const { return png_get_rowbytes(m_png, m_info); }
+    unsigned int width() const { return png_get_image_width(m_png, m_info); }
+    unsigned int height() const { return png_get_image_height(m_png, m_info); }
+    unsigned int channels() const { return png_get_channels(m_png, m_info); }
+    bool isDeep() const { return png_get_bit_depth(m_png, m_info) == 16; }
+    std::string reason() const
+    {
+        return m_hasEnded ? std::string(kEndsEarly) : KrPictureSamples::damaged("PNG", m_remark);
+    }
+
+private:
+    static void give(png_structp png, png_bytep out, std::size_t count)
+    {
+        Reader& self = *static_cast<Reader*>(png_get_io_ptr(png));
+        if (count > self.m_file.size - self.m_at) {
+            self.m_hasEnded = true;
+            png_error(png, "end of file");
+        }
+        std::memcpy(out, self.m_file.data + self.m_at, count);
+        self.m_at += count;
+    }
+    [[noreturn]] static void fail(png_structp png, png_const_charp text)
+    {
+        Reader& self = *static_cast<Reader*>(png_get_error_ptr(png));
+        std::strncpy(self.m_remark, text, sizeof self.m_remark - 1);
+        png_longjmp(png, 1);
+    }
+    static void ignore(png_structp, png_const_charp) {}
+
+    KrPictureBytes m_file;
+    std::size_t m_at = 0;
+    std::size_t m_storedRowBytes = 0;
+    bool m_hasEnded = false;
+    char m_remark[80] = {};
+    png_structp m_png = nullptr;
+    png_infop m_info = nullptr;
+};
+
+class Writer
+{
+public:
+    Writer()
+    {
+        m_png = png_create_write_struct(PNG_LIBPNG_VER_STRING, this, fail, ignore);
+        m_info = m_png ? png_create_info_struct(m_png) : nullptr;
+        if (!m_info) {
+            png_destroy_write_struct(&m_png, nullptr);
+            throw std::bad_alloc();
+        }
+        png_set_write_fn(m_png, this, take, flush);
+    }
+    ~Writer() { png_destroy_write_struct(&m_png, &m_info); }
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+
+    bool write(unsigned int width, unsigned int height, int type, int bits, png_bytepp rows)
+    {
+        if (setjmp(png_jmpbuf(m_png))) {
+            return false;
+        }
+        png_set_IHDR(m_png, m_info, width, height, bits, type, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                     PNG_FILTER_TYPE_DEFAULT);
+        png_write_info(m_png, m_info);
+        png_write_image(m_png, rows);
+        png_write_end(m_png, nullptr);
+        return true;
+    }
+    std::string& bytes() { return m_bytes; }
+    bool isOutOfMemory() const { return m_isOutOfMemory; }
+    const char* remark() const { return m_remark; }
+
+private:
+    static void take(png_structp png, png_bytep data, std::size_t count)
+    {
+        Writer& self = *static_cast<Writer*>(png_get_io_ptr(png));
+        // No exception may pass through the library.
+        try {
+            self.m_bytes.append(reinterpret_cast<const char*>(data), count);
+        } catch (const std::bad_alloc&) {
+            self.m_isOutOfMemory = true;
+        }
+        if (self.m_isOutOfMemory) {
+            png_error(png, "no memory");
+        }
+    }
+    static void flush(png_structp) {}
+    [[noreturn]] static void fail(png_structp png, png_const_charp text)
+    {
+        Writer& self = *static_cast<Writer*>(png_get_error_ptr(png));
+        std::strncpy(self.m_remark, text, sizeof self.m_remark - 1);
+        png_longjmp(png, 1);
+    }
+    static void ignore(png_structp, png_const_charp) {}
+
+    std::string m_bytes;
+    bool m_isOutOfMemory = false;
+    char m_remark[80] = {};
+    png_structp m_png = nullptr;
+    png_infop m_info = nullptr;
+};
+
+} // namespace
+
+bool KrPngCoder::isFormat(const KrPictureBytes& file)
+{
+    // PNG specification, 5.2.
+    return file.big(0, 4) == 0x89504E47u && file.big(4, 4) == 0x0D0A1A0Au;
+}
+
+std::string KrPngCoder::decode(const KrPictureBytes& file, const KrPictureLimits& limits, KrPicture& picture)
+{
+    // PNG specification, 11.2.2: the first chunk tells the size. Asked before the library is.
+    if (!limits.allow(file.big(16, 4), file.big(20, 4))) {
+        return kTooLarge;
+    }
+    Reader reader(file);
+    if (!reader.readHeader()) {
+        return reader.reason();
+    }
+    const std::size_t height = reader.height();
+    if (std::uint64_t{reader.storedRowBytes()} * height / kMostPerByte > file.size) {
+        return kTooLarge;
+    }
+    const std::size_t rowBytes = reader.rowBytes();
+    KrPicture read;
+    read.width = reader.width();
+    read.height = reader.height();
+    read.channels = reader.channels();
+    read.pixels.resize(rowBytes * height);
+    std::vector<png_bytep> rows(height);
+    for (std::size_t row = 0; row < height; ++row) {
+        rows[row] = read.pixels.data() + row * rowBytes;
+    }
+    if (!reader.readPixels(rows.data())) {
+        return reader.reason();
+    }
+    if (reader.isDeep()) {
+        const std::size_t samples = read.pixels.size() / 2;
+        for (std::size_t i = 0; i < samples; ++i) {
+            const unsigned int value = read.pixels[2 * i] * 256u + read.pixels[2 * i + 1];
+            read.pixels[i] = KrPictureSamples::toByte(static_cast<std::uint16_t>(value));
+        }
+        read.pixels.resize(samples);
+        read.pixels.shrink_to_fit();
+    }
+    picture = std::move(read);
+    return {};
+}
+
+std::string KrPngCoder::encode(const unsigned char* samples, unsigned int width, unsigned int height,
+                               unsigned int channels, unsigned int bits, std::string& bytes)
+{
+    constexpr int kTypes[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
+                              PNG_COLOR_TYPE_RGB_ALPHA};
+    const std::size_t rowBytes = std::size_t{width} * channels * (bits / 8);
+    std::vector<png_bytep> rows(height);
+    for (std::size_t row = 0; row < height; ++row) {
+        // The library takes pointers to what it does not change.
+        rows[row] = const_cast<png_bytep>(samples + row * rowBytes);
+    }
+    Writer writer;
+    if (!writer.write(width, height, kTypes[channels - 1], static_cast<int>(bits), rows.data())) {
+        if (writer.isOutOfMemory()) {
+            throw std::bad_alloc();
+        }
+        return std::string("no PNG can hold it (") + writer.remark() + ")";
+    }
+    bytes = std::move(writer.bytes());
+    return {};
+}

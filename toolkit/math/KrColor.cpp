@@ -1,0 +1,67 @@
+#include <toolkit/math/KrColor.h>
+
+#include <toolkit/xml/KrXmlReader.h>
+#include <toolkit/xml/KrXmlSchema.h>
+#include <toolkit/xml/KrXmlText.h>
+#include <toolkit/xml/KrXmlWriter.h>
+
+#include <algorithm>
+#include <iterator>
+
+bool operator==(const KrColor& a, const KrColor& b)
+{
+    return std::equal(std::begin(a.m_channels), std::end(a.m_channels), std::begin(b.m_channels));
+}
+
+bool KrColor::xmlInit()
+{
+    *this = KrColor();
+    return true;
+}
+
+bool KrColor::read(KrXmlReader& reader)
+{
+    std::string content;
+    if (!reader.text(content)) {
+        return false;
+    }
+    std::string_view rest = content;
+    double channels[4] = {0.0, 0.0, 0.0, 1.0};
+    std::size_t count = 0;
+    while (!KrXmlText::atEnd(rest) && count < 4) {
+        // Written so that NaN fails too.
+        if (!KrXmlText::take(rest, channels[count]) || !(channels[count] >= 0.0 && channels[count] <= 1.0)) {
+            return reader.fail("\"%.80s\": a colour has numbers from 0 to 1", content.c_str());
+        }
+        ++count;
+    }
+    if (count < 3 || !KrXmlText::atEnd(rest)) {
+        return reader.fail("\"%.80s\": a colour has three or four numbers", content.c_str());
+    }
+    std::copy(std::begin(channels), std::end(channels), std::begin(m_channels));
+    return true;
+}
+
+bool KrColor::write(KrXmlWriter& writer) const
+{
+    std::string text;
+    for (const double channel : m_channels) {
+        // Written so that NaN fails too.
+        if (!(channel >= 0.0 && channel <= 1.0)) {
+            return writer.fail("%g: a colour has numbers from 0 to 1", channel);
+        }
+        text += text.empty() ? "" : " ";
+        KrXmlText::append(text, channel);
+    }
+    return writer.text(text);
+}
+
+KrXmlToken KrColor::token() const
+{
+    return {KrXmlNamespace::core(), "color"};
+}
+
+void KrColor::writeSchemaContent(KrXmlSchema& schema) const
+{
+    schema.list(KrXmlSchema::TextType::Real);
+}

@@ -1,0 +1,15 @@
+#include <toolkit/math/KrOrientation.h>
+
+#include <cmath>
+
+void KrOrientation::normalize()
+{
+    const double length = std::hypot(std::hypot(m_data[0], m_data[1]), std::hypot(m_data[2], m_data[3]));
+    if (!(length > 0.0)) {
+        *this = KrOrientation();
+        return;
+    }
+    for (double& component : m_data) {
+        component /= length;
+    }
+}

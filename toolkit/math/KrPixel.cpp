@@ -1,0 +1,48 @@
+#include <toolkit/math/KrPixel.h>
+
+#include <toolkit/xml/KrXmlReader.h>
+#include <toolkit/xml/KrXmlSchema.h>
+#include <toolkit/xml/KrXmlText.h>
+#include <toolkit/xml/KrXmlWriter.h>
+
+bool KrPixel::xmlInit()
+{
+    *this = KrPixel();
+    return true;
+}
+
+bool KrPixel::read(KrXmlReader& reader)
+{
+    std::string content;
+    if (!reader.text(content)) {
+        return false;
+    }
+    std::string_view rest = content;
+    unsigned int x = 0;
+    unsigned int y = 0;
+    if (!KrXmlText::take(rest, x) || !KrXmlText::take(rest, y) || !KrXmlText::atEnd(rest)) {
+        return reader.fail("\"%.80s\" are not two whole numbers of pixels", content.c_str());
+    }
+    m_x = x;
+    m_y = y;
+    return true;
+}
+
+bool KrPixel::write(KrXmlWriter& writer) const
+{
+    std::string text;
+    KrXmlText::append(text, m_x);
+    text += ' ';
+    KrXmlText::append(text, m_y);
+    return writer.text(text);
+}
+
+KrXmlToken KrPixel::token() const
+{
+    return {KrXmlNamespace::core(), "pixel"};
+}
+
+void KrPixel::writeSchemaContent(KrXmlSchema& schema) const
+{
+    schema.list(KrXmlSchema::TextType::UnsignedInt);
+}

@@ -1,0 +1,17 @@
+#include <toolkit/math/KrPlanarVector.h>
+
+void KrXmlPlain<KrPlanarVector>::append(std::string& out, const KrPlanarVector& value)
+{
+    KrXmlText::append(out, value.u());
+    out += ' ';
+    KrXmlText::append(out, value.v());
+}
+
+bool KrXmlPlain<KrPlanarVector>::take(std::string_view& text, KrPlanarVector& value)
+{
+    double u = 0.0;
+    double v = 0.0;
+    const bool ok = KrXmlText::take(text, u) && KrXmlText::take(text, v);
+    value = KrPlanarVector(u, v);
+    return ok;
+}
