@@ -1,0 +1,311 @@
+#include <rendCore/capture/private/KrFrameDescriptionJson.h>
+
+#include <rendCore/capture/KrFrameDescription.h>
+#include <rendCore/capture/KrOpticalFrame.h>
+
+#include <toolkit/foundation/private/KrJson.h>
+#include <toolkit/xml/KrXmlText.h>
+
+#include <boost/property_tree/json_parser.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <iterator>
+#include <sstream>
+
+namespace
+{
+
+using Tree = boost::property_tree::ptree;
+
+constexpr const char* kFormat = "krFrameDescription";
+constexpr const char* kTopRowFirst = "top row first";
+constexpr const char* kBottomRowFirst = "bottom row first";
+constexpr unsigned int kDeepestNesting = 32; // of arrays and objects; a description itself has four
+
+// Writing.
+
+/// The rows of the matrix that multiplies column vectors; the scene graph's multiplies row vectors.
+std::string jsonOf(const osg::Matrixd& matrix)
+{
+    const std::array<int, 4> indices = {0, 1, 2, 3};
+    return KrJson::array(indices, " ", [&](int row) {
+        return KrJson::array(indices, " ", [&](int column) { return KrJson::number(matrix(column, row)); });
+    });
+}
+
+std::string jsonOf(const KrVector& v)
+{
+    return KrJson::array(std::array<double, 3>{v.x(), v.y(), v.z()}, " ", KrJson::number);
+}
+
+std::string jsonOf(const KrCameraIntrinsics& camera)
+{
+    return KrJson::Object()
+        .real("fx", camera.fx)
+        .real("fy", camera.fy)
+        .real("cx", camera.cx)
+        .real("cy", camera.cy)
+        .real("pixelCenter", 0.5)
+        .text();
+}
+
+std::string jsonOf(const KrPovParameters& pov)
+{
+    return KrJson::Object()
+        .raw("eyepoint", jsonOf(pov.eyepoint()))
+        .raw("centerOfInterest", jsonOf(pov.centerOfInterest()))
+        .raw("up", jsonOf(pov.up()))
+        .real("fieldOfView", pov.fieldOfView())
+        .text();
+}
+
+std::string jsonOf(const KrFrameDescription::Manipulator& manipulator)
+{
+    const auto joint = [](const KrFrameDescription::Joint& j) {
+        return "\n    " +
+               KrJson::Object().string("name", j.name).string("type", j.type).real("position", j.position).text();
+    };
+    return "\n  {\"name\": " + KrJson::quoted(manipulator.name) +
+           ", \"joints\": " + KrJson::array(manipulator.joints, "", joint) + "}";
+}
+
+// Reading: each of these gives false, and no change, for what is not there or not of its kind.
+
+/// The parser calls itself for everything that is nested.
+bool isShallow(const std::string& json)
+{
+    unsigned int depth = 0;
+    bool isInString = false;
+    for (std::size_t i = 0; i < json.size() && depth <= kDeepestNesting; ++i) {
+        const char c = json[i];
+        if (isInString) {
+            i += c == '\\' ? 1 : 0;
+            isInString = c != '"';
+        } else if (c == '"') {
+            isInString = true;
+        } else if (c == '[' || c == '{') {
+            ++depth;
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return depth <= kDeepestNesting;
+}
+
+template <typename Number>
+bool toNumber(const Tree& tree, Number& out)
+{
+    std::string_view text = tree.data();
+    Number value{};
+    if (!tree.empty() || !KrXmlText::take(text, value) || !KrXmlText::atEnd(text) || !std::isfinite(double(value))) {
+        return false;
+    }
+    out = value;
+    return true;
+}
+
+template <typename Number>
+bool readNumber(const Tree& tree, const char* path, Number& out)
+{
+    const auto child = tree.get_child_optional(path);
+    return child && toNumber(*child, out);
+}
+
+template <std::size_t count>
+bool readNumbers(const Tree& tree, double (&out)[count])
+{
+    double values[count] = {};
+    std::size_t i = 0;
+    for (const auto& item : tree) {
+        if (i == count || !toNumber(item.second, values[i++])) {
+            return false;
+        }
+    }
+    std::copy(std::begin(values), std::end(values), std::begin(out));
+    return i == count;
+}
+
+bool readVector(const Tree& tree, const char* path, KrVector& out)
+{
+    const auto child = tree.get_child_optional(path);
+    double v[3];
+    if (!child || !readNumbers(*child, v)) {
+        return false;
+    }
+    out.set(v[0], v[1], v[2]);
+    return true;
+}
+
+bool readMatrix(const Tree& tree, const char* path, osg::Matrixd& out)
+{
+    const auto child = tree.get_child_optional(path);
+    if (!child || child->size() != 4) {
+        return false;
+    }
+    osg::Matrixd matrix;
+    int column = 0;
+    for (const auto& item : *child) {
+        double row[4];
+        if (!readNumbers(item.second, row)) {
+            return false;
+        }
+        for (int i = 0; i < 4; ++i) {
+            matrix(i, column) = row[i];
+        }
+        ++column;
+    }
+    out = matrix;
+    return true;
+}
+
+/// A rotation and a translation.
+bool readPose(const Tree& tree, const char* path, osg::Matrixd& out)
+{
+    osg::Matrixd matrix;
+    KrCoordinateSystemTransformation pose;
+    const bool isPose = readMatrix(tree, path, matrix) && matrix(0, 3) == 0.0 && matrix(1, 3) == 0.0 &&
+                        matrix(2, 3) == 0.0 && matrix(3, 3) == 1.0 && pose.setFrom16(matrix.ptr());
+    if (isPose) {
+        out = matrix;
+    }
+    return isPose;
+}
+
+const char* readPicture(const Tree& tree, KrFrameDescription& out)
+{
+    if (!readNumber(tree, "picture.width", out.width) || !readNumber(tree, "picture.height", out.height) ||
+        out.width == 0 || out.height == 0) {
+        return "it tells no picture size";
+    }
+    readNumber(tree, "picture.channels", out.channels);
+    if (tree.get("picture.rowOrder", std::string()) == kTopRowFirst) {
+        out.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
+    }
+    out.quantity = tree.get("picture.quantity", out.quantity);
+    out.unit = tree.get("picture.unit", out.unit);
+    return nullptr;
+}
+
+const char* readIntrinsics(const Tree& tree, KrFrameDescription& out)
+{
+    const auto child = tree.get_child_optional("camera.intrinsics");
+    if (!child || (child->empty() && child->data() == "null")) {
+        return nullptr;
+    }
+    KrCameraIntrinsics camera;
+    camera.width = out.width;
+    camera.height = out.height;
+    if (!readNumber(*child, "fx", camera.fx) || !readNumber(*child, "fy", camera.fy) ||
+        !readNumber(*child, "cx", camera.cx) || !readNumber(*child, "cy", camera.cy) || !camera.isValid()) {
+        return "its intrinsics are no camera's";
+    }
+    out.intrinsics = camera;
+    return nullptr;
+}
+
+const char* readCamera(const Tree& tree, KrFrameDescription& out)
+{
+    const bool hasOptical = tree.get_child_optional("camera.worldToOptical").has_value();
+    const bool hasOpenGL = tree.get_child_optional("camera.worldToOpenGL").has_value();
+    osg::Matrixd optical;
+    if ((hasOptical && !readPose(tree, "camera.worldToOptical", optical)) ||
+        (hasOpenGL && !readPose(tree, "camera.worldToOpenGL", out.view))) {
+        return "its camera pose is no rotation with a translation";
+    }
+    if (!hasOptical && !hasOpenGL) {
+        return "it tells no camera pose";
+    }
+    if (hasOptical) {
+        out.view = KrOpticalFrame::otherConvention(optical);
+    }
+    readMatrix(tree, "camera.projection", out.projection);
+    readNumber(tree, "camera.near", out.near);
+    readNumber(tree, "camera.far", out.far);
+    KrVector eye, center, up;
+    double fieldOfView = 0.0;
+    if (readVector(tree, "camera.pointOfView.eyepoint", eye) &&
+        readVector(tree, "camera.pointOfView.centerOfInterest", center) &&
+        readVector(tree, "camera.pointOfView.up", up) &&
+        readNumber(tree, "camera.pointOfView.fieldOfView", fieldOfView)) {
+        out.pov.setEyepoint(eye);
+        out.pov.setCenterOfInterest(center);
+        out.pov.setUp(up);
+        out.pov.setFieldOfView(fieldOfView);
+    }
+    return readIntrinsics(tree, out);
+}
+
+const Tree& childrenOf(const Tree& tree, const char* path)
+{
+    static const Tree none;
+    const auto child = tree.get_child_optional(path);
+    return child ? *child : none;
+}
+
+void readFrame(const Tree& tree, KrFrameDescription& out)
+{
+    readNumber(tree, "frame.number", out.frameNumber);
+    readNumber(tree, "frame.time", out.time);
+    for (const auto& item : childrenOf(tree, "manipulators")) {
+        KrFrameDescription::Manipulator manipulator;
+        manipulator.name = item.second.get("name", std::string());
+        for (const auto& entry : childrenOf(item.second, "joints")) {
+            KrFrameDescription::Joint joint;
+            joint.name = entry.second.get("name", std::string());
+            joint.type = entry.second.get("type", std::string());
+            readNumber(entry.second, "position", joint.position);
+            manipulator.joints.push_back(joint);
+        }
+        out.manipulators.push_back(manipulator);
+    }
+}
+
+} // namespace
+
+std::string KrFrameDescriptionJson::text(const KrFrameDescription& frame)
+{
+    const char* const order =
+        frame.rowOrder == KrFrameDescription::RowOrder::TopRowFirst ? kTopRowFirst : kBottomRowFirst;
+    const std::string picture = KrJson::Object()
+                                    .count("width", frame.width)
+                                    .count("height", frame.height)
+                                    .count("channels", frame.channels)
+                                    .string("rowOrder", order)
+                                    .string("quantity", frame.quantity)
+                                    .string("unit", frame.unit)
+                                    .text();
+    const std::string when = KrJson::Object().count("number", frame.frameNumber).real("time", frame.time).text();
+    return "{\"format\": " + KrJson::quoted(kFormat) + ",\n\"version\": 1,\n\"picture\": " + picture +
+           ",\n\"camera\": {\n  \"intrinsics\": " + (frame.intrinsics ? jsonOf(*frame.intrinsics) : "null") +
+           ",\n  \"near\": " + KrJson::number(frame.near) + ", \"far\": " + KrJson::number(frame.far) +
+           ",\n  \"worldToOptical\": " + jsonOf(frame.opticalView()) + ",\n  \"worldToOpenGL\": " + jsonOf(frame.view) +
+           ",\n  \"projection\": " + jsonOf(frame.projection) + ",\n  \"pointOfView\": " + jsonOf(frame.pov) +
+           "},\n\"frame\": " + when + ",\n\"manipulators\": " +
+           KrJson::array(frame.manipulators, "", [](const KrFrameDescription::Manipulator& m) { return jsonOf(m); }) +
+           "}\n";
+}
+
+const char* KrFrameDescriptionJson::parse(const std::string& json, KrFrameDescription& out)
+{
+    if (!isShallow(json)) {
+        return "it is nested too deeply";
+    }
+    Tree tree;
+    std::istringstream stream(json);
+    try {
+        boost::property_tree::read_json(stream, tree);
+    } catch (const boost::property_tree::json_parser_error&) {
+        return "it is no JSON";
+    }
+    // Other programs may leave these two out.
+    if (tree.get("format", std::string(kFormat)) != kFormat || tree.get("version", std::string("1")) != "1") {
+        return "it is a description of another kind or version";
+    }
+    if (const char* const failure = readPicture(tree, out)) {
+        return failure;
+    }
+    readFrame(tree, out);
+    return readCamera(tree, out);
+}
