@@ -1,30 +1,9 @@
 #include <toolkit/extent/KrBasePhysicalExtent.h>
 
-#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
-#include <toolkit/extent/KrBoxPhysicalExtent.h>
-#include <toolkit/extent/KrCapsulePhysicalExtent.h>
-#include <toolkit/extent/KrConePhysicalExtent.h>
-#include <toolkit/extent/KrCylinderPhysicalExtent.h>
-#include <toolkit/extent/KrEllipsoidPhysicalExtent.h>
-#include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/foundation/private/KrNumberCheck.h>
-#include <toolkit/grid/KrGridPhysicalExtent.h>
 
 #include <cmath>
-#include <memory>
-
-namespace
-{
-
-template <typename Extent>
-KrBasePhysicalExtent* newIfNamed(const KrXmlToken& token)
-{
-    std::unique_ptr<Extent> extent(new Extent);
-    return extent->token() == token ? extent.release() : nullptr;
-}
-
-} // namespace
 
 KrBasePhysicalExtent::KrBasePhysicalExtent(const KrBasePhysicalExtent& other)
     : KrXmlCompoundType(other)
@@ -91,23 +70,6 @@ void KrBasePhysicalExtent::setMaterialName(const std::string& name)
 void KrBasePhysicalExtent::recompute() const
 {
     triExtent();
-}
-
-KrBasePhysicalExtent* KrBasePhysicalExtent::newFromToken(const KrXmlToken& token)
-{
-    using Maker = KrBasePhysicalExtent* (*)(const KrXmlToken&);
-    constexpr Maker makers[] = {newIfNamed<KrTriPhysicalExtent>,        newIfNamed<KrSpherePhysicalExtent>,
-                                newIfNamed<KrBoxPhysicalExtent>,        newIfNamed<KrCylinderPhysicalExtent>,
-                                newIfNamed<KrCapsulePhysicalExtent>,    newIfNamed<KrConePhysicalExtent>,
-                                newIfNamed<KrEllipsoidPhysicalExtent>,  newIfNamed<KrGridPhysicalExtent>,
-                                newIfNamed<KrDeformationPhysicalExtent>};
-    for (const Maker make : makers) {
-        KrBasePhysicalExtent* const extent = make(token);
-        if (extent != nullptr) {
-            return extent;
-        }
-    }
-    return nullptr;
 }
 
 void KrBasePhysicalExtent::registerComponents()

@@ -54,6 +54,7 @@ public:
     void setRenderShape(const boost::weak_ptr<KrRenderShape>& shape) const { m_renderShape = shape; }
 
     /// A new extent for its XML token (sphere, box, ...); null when there is none of that name. The caller owns it.
+    /// Knows the kinds of all rooms, hence defined above them (system/private/KrExtentTable.cpp).
     static KrBasePhysicalExtent* newFromToken(const KrXmlToken& token);
 
     void registerComponents() override;
