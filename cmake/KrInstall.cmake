@@ -8,7 +8,7 @@ include(CMakePackageConfigHelpers)
 set(kr_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/KrRendCore)
 set(kr_data_dir ${CMAKE_INSTALL_DATADIR}/krRendCore)
 
-install(TARGETS krToolkit krRendCore krImport
+install(TARGETS krToolkit krRendCore krPicture krImport
     EXPORT KrRendCoreTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krRendCore)

@@ -1,10 +1,10 @@
 #include "KrAppAids.h"
 
 #include "KrAppFailure.h"
-#include "KrAppFraming.h"
 #include "KrAppRobot.h"
-#include "KrAppValue.h"
 
+#include <picture/KrFraming.h>
+#include <picture/KrValueText.h>
 #include <rendCore/aids/KrRenderAxis.h>
 #include <rendCore/base/KrRenderTypes.h>
 #include <rendCore/model/KrRenderLink.h>
@@ -15,6 +15,7 @@
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
+#include <boost/make_shared.hpp>
 #include <osg/Depth>
 #include <osg/Geode>
 #include <osg/LineWidth>
@@ -23,8 +24,6 @@
 #include <osg/NodeVisitor>
 #include <osg/StateSet>
 #include <osg/Switch>
-
-#include <boost/make_shared.hpp>
 
 #include <algorithm>
 #include <utility>
@@ -118,7 +117,7 @@ private:
 
 [[noreturn]] void unknownLink(const std::string& name, const std::vector<std::string>& links)
 {
-    const std::vector<std::string> near = KrAppValue::nearest(name, links);
+    const std::vector<std::string> near = KrValueText::nearest(name, links);
     std::string sentence = "there is no link \"" + name + "\"";
     if (near.empty()) {
         throw KrAppFailure(KrAppFailure::CouldNot, sentence + " (--info lists the links)");
@@ -364,7 +363,7 @@ void showAxes(const KrRenderWindow& window)
 
 std::string KrAppAids::addShown(const std::string& list)
 {
-    for (const std::string& word : KrAppValue::split(list, ',')) {
+    for (const std::string& word : KrValueText::split(list, ',')) {
         bool* const flag = word == "axes"        ? &axes
                            : word == "volumes"   ? &volumes
                            : word == "mass"      ? &mass
@@ -400,17 +399,17 @@ double KrAppAids::axisLength(const KrStatedSystem& system) const
     if (axisScale) {
         return *axisScale;
     }
-    KrAppFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0);
-    KrAppFraming::Shown shown;
+    KrFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0);
+    KrFraming::Shown shown;
     shown.collisions = collisions;
     framing.setShown(shown);
     framing.add(system.manipulatorSystem(), system.systemState());
     return kAxisPart * (framing.isEmpty() ? 1.0 : framing.size().length());
 }
 
-void KrAppAids::frame(const KrStatedSystem& system, KrAppFraming& framing) const
+void KrAppAids::frame(const KrStatedSystem& system, KrFraming& framing) const
 {
-    KrAppFraming::Shown shown;
+    KrFraming::Shown shown;
     shown.shapes = shapes;
     shown.axisLength = axes ? axisLength(system) : 0.0;
     shown.volumes = volumes;

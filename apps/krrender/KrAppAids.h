@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-class KrAppFraming;
+class KrFraming;
 class KrRenderWindow;
 class KrStatedSystem;
 class KrVisualizationParameters;
@@ -36,7 +36,7 @@ struct KrAppAids
     double axisLength(const KrStatedSystem& system) const;
 
     /// Lets everything that is shown be in the picture.
-    void frame(const KrStatedSystem& system, KrAppFraming& framing) const;
+    void frame(const KrStatedSystem& system, KrFraming& framing) const;
 
     /// Before the robot is loaded: tells of aids that will show nothing. Where they are not shown, a single line
     /// tells of impossible ones, unless the import has.

@@ -1,18 +1,19 @@
 #include "KrAppDoctor.h"
 
 #include "KrAppFailure.h"
-#include "KrAppLighting.h"
 #include "KrAppMessages.h"
 #include "KrAppScene.h"
 #include "KrAppVideo.h"
 
-#include <osg/Version>
+#include <picture/KrLighting.h>
 #include <toolkit/context/KrEglWindowImpl.h>
 #include <toolkit/context/KrGlxWindowImpl.h>
 #include <toolkit/extent/KrBoxPhysicalExtent.h>
 #include <toolkit/system/KrStatedSystem.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 #include <toolkit/window/KrWindow.h>
+
+#include <osg/Version>
 
 #include <cstdlib>
 #include <memory>
@@ -54,7 +55,7 @@ std::string drawBox()
     pov.setEyepoint({3.0, -2.0, 2.0});
     pov.setCenterOfInterest({0.0, 0.0, 0.0});
     parameters.setPovParameters(pov);
-    parameters.setLightParameters(KrAppLighting::threeLamps(pov));
+    parameters.setLightParameters(KrLighting::threeLamps(pov));
     KrRenderParameters render;
     render.setBackgroundColor(KrColor(0.0, 0.0, 1.0));
     parameters.setRenderParameters(render);

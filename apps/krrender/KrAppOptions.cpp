@@ -6,7 +6,8 @@
 #include "KrAppMessages.h"
 #include "KrAppSidecar.h"
 #include "KrAppTiles.h"
-#include "KrAppValue.h"
+
+#include <picture/KrValueText.h>
 
 #include <CLI/CLI.hpp>
 
@@ -203,7 +204,7 @@ public:
         constexpr std::size_t kLongest = 68; // behind the names
         std::string text;
         std::size_t length = 0;
-        for (const std::string& word : KrAppValue::split(CLI::Formatter::make_option_desc(option), ' ')) {
+        for (const std::string& word : KrValueText::split(CLI::Formatter::make_option_desc(option), ' ')) {
             const bool isTooLong = length + 1 + word.size() > kLongest;
             text += (text.empty() ? "" : isTooLong ? "\n" : " ") + word;
             length = isTooLong ? word.size() : length + 1 + word.size();
@@ -225,7 +226,7 @@ public:
     if (app.get_option_no_throw(given) != nullptr) {
         wrongUsage(given + ": behind -- there are no options");
     }
-    const std::vector<std::string> near = KrAppValue::nearest(bare(given), names);
+    const std::vector<std::string> near = KrValueText::nearest(bare(given), names);
     wrongUsage(given + ": there is no such option" +
                (near.empty() ? " (krrender --help lists them)" : "; did you mean --" + near.front() + "?"));
 }
@@ -266,7 +267,7 @@ void readSize(const std::string& text, KrAppOptions& options)
 {
     unsigned long width = 0;
     unsigned long height = 0;
-    if (!KrAppValue::size(text, width, height)) {
+    if (!KrValueText::size(text, width, height)) {
         wrongUsage("--size " + text + ": a size is WIDTHxHEIGHT in whole pixels, 1280x960 for one");
     }
     const auto isDrawable = [](unsigned long n) { return n > 0 && n <= KrAppOptions::kLargestSize; };
@@ -282,7 +283,7 @@ void readSize(const std::string& text, KrAppOptions& options)
 double readNumber(const char* option, const std::string& text, double low, double high)
 {
     double value = 0.0;
-    if (!KrAppValue::number(text, value)) {
+    if (!KrValueText::number(text, value)) {
         wrongUsage(std::string(option) + " " + text + ": this is no number");
     }
     if (value < low || value > high) {
@@ -299,7 +300,7 @@ std::optional<KrVector> readVector(const char* option, const std::string& text)
     if (text.empty()) {
         return std::nullopt;
     }
-    if (!KrAppValue::vector(text, value)) {
+    if (!KrValueText::vector(text, value)) {
         wrongUsage(std::string(option) + " " + text + ": three numbers X,Y,Z are expected");
     }
     constexpr double kFarthest = 1e9; // m: far beyond what can be drawn, and safe to reckon with
@@ -386,7 +387,7 @@ void readAids(const Words& words, KrAppAids& aids)
     for (const std::string& list : words.show) {
         const std::string wrong = aids.addShown(list);
         if (!wrong.empty()) {
-            const std::vector<std::string> near = KrAppValue::nearest(wrong, KrAppAids::words());
+            const std::vector<std::string> near = KrValueText::nearest(wrong, KrAppAids::words());
             wrongUsage("--show " + list + ": axes, volumes, mass and collision can be shown" +
                        (near.empty() ? "" : "; did you mean " + near.front() + "?"));
         }
@@ -566,8 +567,8 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
     samples = words.samples.empty() ? samples : readSamples(words.samples);
     if (!words.background.empty()) {
         KrColor color;
-        if (!KrAppValue::color(words.background, color)) {
-            const std::vector<std::string> near = KrAppValue::nearest(words.background, KrAppValue::colorNames());
+        if (!KrValueText::color(words.background, color)) {
+            const std::vector<std::string> near = KrValueText::nearest(words.background, KrValueText::colorNames());
             wrongUsage("--background " + words.background + ": a colour is a name, #rrggbb, or r,g,b from 0 to 1" +
                        (near.empty() ? "" : "; did you mean " + near.front() + "?"));
         }
@@ -584,7 +585,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         framesPerSecond = readNumber("--fps", words.framesPerSecond, kLeastFramesPerSecond, kMostFramesPerSecond);
     }
     if (!words.depthKind.empty() && (depth.empty() || !KrAppDepth::readKind(words.depthKind, depthKind))) {
-        const std::vector<std::string> near = KrAppValue::nearest(words.depthKind, {"planar", "euclidean"});
+        const std::vector<std::string> near = KrValueText::nearest(words.depthKind, {"planar", "euclidean"});
         const std::string kinds = ": depths are planar or euclidean";
         wrongUsage("--depth-kind " + words.depthKind +
                    (depth.empty() ? ": this needs --depth FILE"

@@ -4,10 +4,8 @@
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
 #include "KrAppFrameWriter.h"
-#include "KrAppFraming.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
-#include "KrAppMotion.h"
 #include "KrAppOptions.h"
 #include "KrAppProgress.h"
 #include "KrAppRobot.h"
@@ -15,6 +13,8 @@
 #include "KrAppSight.h"
 #include "KrAppVideo.h"
 
+#include <picture/KrFraming.h>
+#include <picture/KrMotion.h>
 #include <toolkit/foundation/KrPrint.h>
 
 #include <unistd.h>
@@ -83,7 +83,7 @@ std::vector<std::string> KrAppPictures::files(const KrAppOptions& options, std::
 }
 
 KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters,
-                             bool isOwnLighting, KrAppMotion& motion, KrAppMessages& messages)
+                             bool isOwnLighting, KrMotion& motion, KrAppMessages& messages)
     : m_options(options)
     , m_robot(robot)
     , m_motion(motion)
@@ -166,7 +166,7 @@ void KrAppPictures::tellBlank(const std::string& path)
 
 std::string KrAppPictures::whyBlank()
 {
-    KrAppFraming shown({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
+    KrFraming shown({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
     m_options.aids.frame(m_robot.statedSystem(), shown);
     shown.addMotion(m_robot.statedSystem().manipulatorSystem(), m_motion);
     const osg::Camera& camera = *m_scene->window().getViewer()->getCamera();

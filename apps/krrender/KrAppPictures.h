@@ -14,7 +14,7 @@
 #include <vector>
 
 class KrAppMessages;
-class KrAppMotion;
+class KrMotion;
 struct KrAppOptions;
 struct KrAppRobot;
 
@@ -33,7 +33,7 @@ public:
     /// @param parameters     as for the picture; the aids' look is added
     /// @param isOwnLighting  the parameters' lights are this program's
     KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrVisualizationParameters& parameters,
-                  bool isOwnLighting, KrAppMotion& motion, KrAppMessages& messages);
+                  bool isOwnLighting, KrMotion& motion, KrAppMessages& messages);
 
     ~KrAppPictures();
     KrAppPictures(const KrAppPictures&) = delete;
@@ -67,7 +67,7 @@ private:
 
     const KrAppOptions& m_options;
     const KrAppRobot& m_robot;
-    KrAppMotion& m_motion;
+    KrMotion& m_motion;
     KrAppMessages& m_messages;
     std::optional<KrAppTiles> m_tiles;
     std::optional<KrAppScene> m_scene;

@@ -3,8 +3,8 @@
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
 #include "KrAppMessages.h"
-#include "KrAppValue.h"
 
+#include <picture/KrValueText.h>
 #include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/private/KrInputFile.h>
 #include <toolkit/foundation/private/KrText.h>
@@ -61,7 +61,7 @@ std::vector<std::string> movableJoints(const KrStatedSystem& system)
 [[noreturn]] void unknownJoint(const KrStatedSystem& system, const std::string& name)
 {
     const std::vector<std::string> joints = movableJoints(system);
-    const std::vector<std::string> near = KrAppValue::nearest(name, joints);
+    const std::vector<std::string> near = KrValueText::nearest(name, joints);
     std::string sentence = "there is no joint \"" + KrText::oneLine(name) + "\"";
     if (joints.empty()) {
         couldNot(sentence + ": nothing in this system moves");
@@ -116,17 +116,17 @@ Joint jointByName(const KrStatedSystem& system, const std::string& name)
     return joint;
 }
 
-bool fits(KrAppValue::Unit unit, Type type)
+bool fits(KrValueText::Unit unit, Type type)
 {
-    return unit == KrAppValue::Unit::Plain || (unit == KrAppValue::Unit::Length) == (type == Type::Prismatic);
+    return unit == KrValueText::Unit::Plain || (unit == KrValueText::Unit::Length) == (type == Type::Prismatic);
 }
 
 /// A position typed for `joint`; `where` begins the sentence of a failure.
 double jointPosition(const Joint& joint, const std::string& word, const std::string& where, KrAppFailure::Status status)
 {
     double position = 0.0;
-    KrAppValue::Unit unit = KrAppValue::Unit::Plain;
-    if (!KrAppValue::position(word, position, unit)) {
+    KrValueText::Unit unit = KrValueText::Unit::Plain;
+    if (!KrValueText::position(word, position, unit)) {
         throw KrAppFailure(status, where + ": \"" + KrText::oneLine(word) + "\" is no number");
     }
     if (!fits(unit, joint.kinematics->type())) {
@@ -171,7 +171,7 @@ struct Column
 /// The cells of a line; a cell may stand in quotation marks.
 std::vector<std::string> cellsOf(const std::string& line)
 {
-    std::vector<std::string> cells = KrAppValue::split(line, ',');
+    std::vector<std::string> cells = KrValueText::split(line, ',');
     for (std::string& cell : cells) {
         if (cell.size() > 1 && cell.front() == '"' && cell.back() == '"') {
             cell = cell.substr(1, cell.size() - 2);
@@ -285,7 +285,7 @@ void readRow(const std::string& line, const std::string& where, bool isFirst, st
     positions.clear();
     for (std::size_t k = 0; k < words.size(); ++k) {
         Column& column = header[k];
-        if (column.kind == Column::Time && !KrAppValue::number(words[k], time)) {
+        if (column.kind == Column::Time && !KrValueText::number(words[k], time)) {
             couldNot(where + ": \"" + KrText::oneLine(words[k]) + "\" is no number");
         }
         if (column.kind == Column::Time && !isFirst && !(time > timeBefore)) {
@@ -326,8 +326,8 @@ void KrAppPose::readState(KrStatedSystem& system, const std::string& path, KrApp
     }
 }
 
-KrAppMotion KrAppPose::readTrajectory(const KrStatedSystem& system, const std::string& path,
-                                      std::vector<std::string>& warnings)
+KrMotion KrAppPose::readTrajectory(const KrStatedSystem& system, const std::string& path,
+                                   std::vector<std::string>& warnings)
 {
     Lines lines(path);
     std::string line;
@@ -335,7 +335,7 @@ KrAppMotion KrAppPose::readTrajectory(const KrStatedSystem& system, const std::s
         couldNot(lines.name() + " is empty: a header that names joints is expected");
     }
     std::vector<Column> header = columns(system, cellsOf(line), lines.where(), warnings);
-    std::vector<KrAppMotion::Joint> joints;
+    std::vector<KrMotion::Joint> joints;
     for (const Column& column : header) {
         if (column.kind == Column::Position) {
             joints.push_back({column.joint.manipulator, column.joint.name});
@@ -343,7 +343,7 @@ KrAppMotion KrAppPose::readTrajectory(const KrStatedSystem& system, const std::s
     }
     const std::size_t mostRows =
         std::min(Kr::Limits::kTrajectoryRows, Kr::Limits::kTrajectoryNumbers / (1 + joints.size()));
-    KrAppMotion motion(system, std::move(joints));
+    KrMotion motion(system, std::move(joints));
     std::vector<double> positions;
     double time = 0.0;
     while (lines.next(line)) {

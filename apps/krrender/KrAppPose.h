@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KrAppMotion.h"
+#include <picture/KrMotion.h>
 
 #include <string>
 #include <utility>
@@ -11,7 +11,7 @@ class KrAppMessages;
 /// Joint positions by name, from the command line and from files.
 ///
 /// A joint is named as it is called, or MANIPULATOR/JOINT where several manipulators have one of that name. Values are
-/// in radians or metres, or carry a unit (KrAppValue::position). Each throws KrAppFailure.
+/// in radians or metres, or carry a unit (KrValueText::position). Each throws KrAppFailure.
 namespace KrAppPose
 {
 
@@ -25,6 +25,6 @@ void readState(KrStatedSystem& system, const std::string& path, KrAppMessages& m
 /// One state for each row of a CSV file whose header names joints. Joints that are not named keep
 /// the position they have in `system`. A column "time" is read into the states' time, s, and has to grow; blank lines
 /// and lines that begin with # are skipped, and columns of joints that follow another, those with a warning.
-KrAppMotion readTrajectory(const KrStatedSystem& system, const std::string& path, std::vector<std::string>& warnings);
+KrMotion readTrajectory(const KrStatedSystem& system, const std::string& path, std::vector<std::string>& warnings);
 
 } // namespace KrAppPose

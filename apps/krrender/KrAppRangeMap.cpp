@@ -5,8 +5,8 @@
 #include "KrAppMessages.h"
 #include "KrAppNumpy.h"
 #include "KrAppOptions.h"
-#include "KrAppValue.h"
 
+#include <picture/KrValueText.h>
 #include <rendCore/capture/KrRender2DSampleTool.h>
 
 #include <cmath>
@@ -25,8 +25,8 @@ constexpr double kNearLimit = 1.0; // m, as the maps have it
 void readExtents(const std::string& text, double& x, double& y)
 {
     const std::size_t sign = text.find_first_of("xX");
-    const bool isRead = sign != std::string::npos && KrAppValue::number(text.substr(0, sign), x) &&
-                        KrAppValue::number(text.substr(sign + 1), y);
+    const bool isRead = sign != std::string::npos && KrValueText::number(text.substr(0, sign), x) &&
+                        KrValueText::number(text.substr(sign + 1), y);
     if (!isRead || !(x > 0.0) || !(y > 0.0) || !std::isfinite(x) || !std::isfinite(y)) {
         wrongUsage(text, "the third word is XSIZExYSIZE in metres, 2x1.5 for one");
     }
@@ -91,11 +91,11 @@ void KrAppRangeMap::parse(const std::vector<std::string>& words)
     unsigned long columns = 0;
     unsigned long rows = 0;
     constexpr unsigned long most = KrAppOptions::kLargestSize;
-    if (!KrAppValue::size(words[1], columns, rows) || columns == 0 || rows == 0 || columns > most || rows > most) {
+    if (!KrValueText::size(words[1], columns, rows) || columns == 0 || rows == 0 || columns > most || rows > most) {
         wrongUsage(words[1], "the second word is WIDTHxHEIGHT in whole samples from 1 to " + std::to_string(most));
     }
     readExtents(words[2], xSize, ySize);
-    if (!KrAppValue::number(words[3], distance) || !(distance > kNearLimit) || !std::isfinite(distance)) {
+    if (!KrValueText::number(words[3], distance) || !(distance > kNearLimit) || !std::isfinite(distance)) {
         wrongUsage(words[3], "the fourth word is the farthest distance in metres, above 1");
     }
     width = static_cast<unsigned int>(columns);

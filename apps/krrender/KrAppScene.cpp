@@ -2,8 +2,9 @@
 
 #include "KrAppAids.h"
 #include "KrAppFailure.h"
-#include "KrAppLighting.h"
 #include "KrAppMessages.h"
+
+#include <picture/KrLighting.h>
 
 #include <GL/gl.h>
 #include <osg/LightModel>
@@ -100,7 +101,7 @@ void KrAppScene::lightFromEverywhere(KrRenderWindow& window)
     auto* const model = dynamic_cast<osg::LightModel*>(
         window.getNode()->getOrCreateStateSet()->getAttribute(osg::StateAttribute::LIGHTMODEL));
     if (model) {
-        const auto ambient = static_cast<float>(KrAppLighting::kAmbient);
+        const auto ambient = static_cast<float>(KrLighting::kAmbient);
         model->setAmbientIntensity(osg::Vec4(ambient, ambient, ambient, 1.0f));
     }
 }

@@ -5,8 +5,8 @@
 #include "KrAppMessages.h"
 #include "KrAppOptions.h"
 #include "KrAppScene.h"
-#include "KrAppValue.h"
 
+#include <picture/KrValueText.h>
 #include <toolkit/foundation/KrLimits.h>
 
 #include <algorithm>
@@ -14,13 +14,13 @@
 
 bool KrAppSidecar::readIntrinsics(const std::string& text, KrCameraIntrinsics& camera)
 {
-    const std::vector<std::string> words = KrAppValue::split(text, ',');
+    const std::vector<std::string> words = KrValueText::split(text, ',');
     double values[4];
     if (words.size() != 4) {
         return false;
     }
     for (unsigned int i = 0; i < 4; ++i) {
-        if (!KrAppValue::number(words[i], values[i])) {
+        if (!KrValueText::number(words[i], values[i])) {
             return false;
         }
     }

@@ -1,6 +1,6 @@
 #include "KrAppSight.h"
 
-#include "KrAppFraming.h"
+#include <picture/KrFraming.h>
 
 #include <osg/Vec4d>
 
@@ -77,7 +77,7 @@ std::string KrAppSight::sizeHint(double size)
     return std::string();
 }
 
-std::string KrAppSight::whyEmpty(const KrAppFraming& shown, const osg::Matrixd& worldToClip, unsigned int width,
+std::string KrAppSight::whyEmpty(const KrFraming& shown, const osg::Matrixd& worldToClip, unsigned int width,
                                  unsigned int height)
 {
     if (shown.isEmpty()) {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-class KrAppFraming;
+class KrFraming;
 
 /// Judges what there is to see, in words for the user.
 class KrAppSight
@@ -17,6 +17,6 @@ public:
     /// @param shown         everything that is drawn
     /// @param worldToClip   of the picture's camera
     /// @param width, height  of the picture, pixels
-    static std::string whyEmpty(const KrAppFraming& shown, const osg::Matrixd& worldToClip, unsigned int width,
+    static std::string whyEmpty(const KrFraming& shown, const osg::Matrixd& worldToClip, unsigned int width,
                                 unsigned int height);
 };

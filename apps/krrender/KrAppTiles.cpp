@@ -1,13 +1,14 @@
 #include "KrAppTiles.h"
 
 #include "KrAppFailure.h"
-#include "KrAppFraming.h"
-#include "KrAppLighting.h"
-#include "KrAppMotion.h"
 #include "KrAppOptions.h"
 #include "KrAppRobot.h"
 #include "KrAppScene.h"
-#include "KrAppValue.h"
+
+#include <picture/KrFraming.h>
+#include <picture/KrLighting.h>
+#include <picture/KrMotion.h>
+#include <picture/KrValueText.h>
 
 #include <algorithm>
 #include <cmath>
@@ -66,14 +67,14 @@ const std::vector<std::string>& KrAppTiles::names()
 
 std::vector<std::string> KrAppTiles::parse(const std::string& list)
 {
-    std::vector<std::string> views = KrAppValue::split(list, ',');
+    std::vector<std::string> views = KrValueText::split(list, ',');
     for (const std::string& view : views) {
         if (std::find(names().begin(), names().end(), view) == names().end()) {
             std::string known;
             for (const std::string& name : names()) {
                 known += (known.empty() ? "" : ", ") + name;
             }
-            const std::vector<std::string> near = KrAppValue::nearest(view, names());
+            const std::vector<std::string> near = KrValueText::nearest(view, names());
             throw KrAppFailure(KrAppFailure::WrongUsage,
                                "--views " + list + ": there is no view \"" + view + "\", but " + known +
                                    (near.empty() ? "" : "; did you mean " + near.front() + "?"));
@@ -82,7 +83,7 @@ std::vector<std::string> KrAppTiles::parse(const std::string& list)
     return views;
 }
 
-KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion,
+KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrMotion& motion,
                        const KrColor& background)
     : m_width(options.width)
     , m_height(options.height)
@@ -108,8 +109,8 @@ KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrA
     }
     for (const std::string& name : options.views) {
         const Side side = sideOf(name, options);
-        KrAppFraming framing(side.towardsEye, side.up, options.verticalFieldOfView(),
-                             static_cast<double>(tileWidth()) / tileHeight());
+        KrFraming framing(side.towardsEye, side.up, options.verticalFieldOfView(),
+                          static_cast<double>(tileWidth()) / tileHeight());
         options.aids.frame(robot.statedSystem(), framing);
         framing.addMotion(robot.statedSystem().manipulatorSystem(), motion);
         m_povs.push_back(framing.pov());
@@ -131,7 +132,7 @@ void KrAppTiles::draw(KrAppScene& scene, const KrManipulatorSystemState& state, 
     }
     for (std::size_t i = 0; i < m_povs.size(); ++i) {
         scene.window().setPovParameters(m_povs[i]);
-        scene.window().loadLight(KrAppLighting::threeLamps(m_povs[i]));
+        scene.window().loadLight(KrLighting::threeLamps(m_povs[i]));
         scene.drawLarge(state, m_tile);
         const std::size_t left = i % m_columns * width;
         const std::size_t bottom = wholeHeight - (i / m_columns + 1) * height;

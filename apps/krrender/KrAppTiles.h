@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-class KrAppMotion;
+class KrMotion;
 class KrAppScene;
 struct KrAppOptions;
 struct KrAppRobot;
@@ -29,7 +29,7 @@ public:
     /// @param options     `views` is not empty; `width` and `height` are the whole picture's
     /// @param motion      fits the robot's system
     /// @param background  for pixels without a view
-    KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion, const KrColor& background);
+    KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrMotion& motion, const KrColor& background);
 
     /// Of one tile, pixels.
     unsigned int tileWidth() const { return m_width / m_columns; }

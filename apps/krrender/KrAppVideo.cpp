@@ -4,7 +4,8 @@
 #include "KrAppFiles.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
-#include "KrAppValue.h"
+
+#include <picture/KrValueText.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -45,7 +46,7 @@ std::vector<std::string> arguments(const std::string& path, unsigned int width, 
     const bool isGif = KrAppFiles::extensionOf(path) == ".gif";
     // -xerror: a disk that is full at the end is a failure, too.
     std::vector<std::string> list =
-        KrAppValue::split("ffmpeg -hide_banner -loglevel error -xerror -nostdin -y -f rawvideo -pix_fmt rgb24", ' ');
+        KrValueText::split("ffmpeg -hide_banner -loglevel error -xerror -nostdin -y -f rawvideo -pix_fmt rgb24", ' ');
     list.insert(list.end(), {"-s", std::to_string(width) + "x" + std::to_string(height), "-r", rate, "-i", "pipe:0"});
     // The first row is the lowest one. Most players want an even size and halved colour resolution.
     if (isGif) {
@@ -62,7 +63,7 @@ std::vector<std::string> arguments(const std::string& path, unsigned int width, 
 std::string KrAppVideo::program()
 {
     const char* const path = std::getenv("PATH");
-    for (const std::string& folder : KrAppValue::split(path ? path : "/usr/bin:/bin", ':')) {
+    for (const std::string& folder : KrValueText::split(path ? path : "/usr/bin:/bin", ':')) {
         const std::string candidate = (folder.empty() ? "." : folder) + "/ffmpeg";
         std::error_code error;
         if (fs::is_regular_file(candidate, error) && access(candidate.c_str(), X_OK) == 0) {

@@ -3,11 +3,11 @@
 #include "KrAppFailure.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
-#include "KrAppMotion.h"
 #include "KrAppOptions.h"
 #include "KrAppRobot.h"
 #include "KrAppScene.h"
 
+#include <picture/KrMotion.h>
 #include <rendCore/input/KrOrbitInputHandler.h>
 #include <rendCore/input/KrWindowInput.h>
 #include <toolkit/context/KrGlxWindowImpl.h>
@@ -164,7 +164,7 @@ std::string KrAppView::bindings()
            "Escape, q                    close\n";
 }
 
-void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrAppMotion& motion)
+void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrMotion& motion)
 {
     // Every aid is made ready; which are seen is a matter of the mask.
     KrAppAids all = m_options.aids;

@@ -7,7 +7,7 @@
 #include <string>
 
 class KrAppMessages;
-class KrAppMotion;
+class KrMotion;
 struct KrAppOptions;
 struct KrAppRobot;
 
@@ -23,7 +23,7 @@ public:
     ///
     /// @param parameters     as for the picture; the aids' look is added
     /// @param isOwnLighting  the parameters' lights are this program's
-    void run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrAppMotion& motion);
+    void run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrMotion& motion);
 
     /// What mouse and keys do, one a line.
     static std::string bindings();

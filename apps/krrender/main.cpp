@@ -3,12 +3,9 @@
 #include "KrAppDoctor.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
-#include "KrAppFraming.h"
 #include "KrAppInfo.h"
 #include "KrAppInterrupt.h"
-#include "KrAppLighting.h"
 #include "KrAppMessages.h"
-#include "KrAppMotion.h"
 #include "KrAppOptions.h"
 #include "KrAppPictures.h"
 #include "KrAppPose.h"
@@ -18,6 +15,9 @@
 #include "KrAppSight.h"
 #include "KrAppView.h"
 
+#include <picture/KrFraming.h>
+#include <picture/KrLighting.h>
+#include <picture/KrMotion.h>
 #include <rendCore/plume/KrToolkitFolders.h>
 #include <toolkit/system/KrPoseDriver.h>
 
@@ -57,7 +57,7 @@ void checkOutputs(const KrAppOptions& options)
     checkNames(options, 1);
 }
 
-KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion)
+KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, KrMotion& motion)
 {
     double fieldOfView = options.verticalFieldOfView();
     double aspectRatio = static_cast<double>(options.width) / options.height;
@@ -67,7 +67,7 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
                            "give --camera FILE or --eye");
     }
     const KrVector up = options.up.value_or(KrVector(0.0, 0.0, 1.0));
-    KrAppFraming framing(options.towardsEye(), up, fieldOfView, aspectRatio);
+    KrFraming framing(options.towardsEye(), up, fieldOfView, aspectRatio);
     options.aids.frame(robot.statedSystem(), framing);
     framing.addMotion(robot.statedSystem().manipulatorSystem(), motion);
 
@@ -80,7 +80,7 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
         }
         pov.setEyepoint(*options.eye);
         pov.setCenterOfInterest(center);
-        pov.setUp(KrAppFraming(*options.eye - center, up, fieldOfView, aspectRatio).pov().up());
+        pov.setUp(KrFraming(*options.eye - center, up, fieldOfView, aspectRatio).pov().up());
     } else if (options.lookAt) {
         pov.setEyepoint(*options.lookAt + (pov.eyepoint() - pov.centerOfInterest()));
         pov.setCenterOfInterest(*options.lookAt);
@@ -89,7 +89,7 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
 }
 
 /// Point of view, light and background. `isOwnLighting`: the lights are this program's, not the file's.
-KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrAppRobot& robot, KrAppMotion& motion,
+KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrAppRobot& robot, KrMotion& motion,
                                         bool& isOwnLighting)
 {
     KrVisualizationParameters parameters = robot.system.visualizationParameters();
@@ -102,7 +102,7 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
     const bool hasLights = isFileView && !parameters.lightParameters().lights().empty();
     // A file that was converted has this program's lamps. The light from everywhere, which goes with them, is in no
     // file.
-    isOwnLighting = !hasLights || parameters.lightParameters() == KrAppLighting::threeLamps(parameters.povParameters());
+    isOwnLighting = !hasLights || parameters.lightParameters() == KrLighting::threeLamps(parameters.povParameters());
     if (options.pov) {
         parameters.setPovParameters(*options.pov);
     } else if (!isFileView || options.eye || options.lookAt) {
@@ -113,7 +113,7 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
         parameters.setPovParameters(pov);
     }
     if (!hasLights) {
-        parameters.setLightParameters(KrAppLighting::threeLamps(parameters.povParameters()));
+        parameters.setLightParameters(KrLighting::threeLamps(parameters.povParameters()));
     }
     KrRenderParameters render = parameters.renderParameters();
     if (!isFileView || options.background) {
@@ -126,8 +126,8 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
 /// Tells of a size that no robot has.
 void checkSize(const KrAppOptions& options, const KrStatedSystem& system, std::vector<std::string>& warnings)
 {
-    KrAppFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
-    KrAppFraming::Shown shown;
+    KrFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
+    KrFraming::Shown shown;
     shown.shapes = options.aids.shapes;
     shown.collisions = options.aids.collisions;
     framing.setShown(shown);
@@ -138,8 +138,7 @@ void checkSize(const KrAppOptions& options, const KrStatedSystem& system, std::v
     }
 }
 
-void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, KrAppMotion& motion,
-          KrAppMessages& messages)
+void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, KrMotion& motion, KrAppMessages& messages)
 {
     KrAppView window(options, messages);
     if (!options.quiet && !options.isStandardOutputTaken()) {
@@ -259,7 +258,7 @@ void run(KrAppOptions& options, KrAppMessages& messages)
         KrAppPose::readState(robot.statedSystem(), options.state, messages);
     }
     KrAppPose::setJoints(robot.statedSystem(), options.joints, warnings);
-    KrAppMotion motion(robot.statedSystem());
+    KrMotion motion(robot.statedSystem());
     if (!options.trajectory.empty()) {
         motion = KrAppPose::readTrajectory(robot.statedSystem(), options.trajectory, warnings);
         checkNames(options, motion.size()); // %d and %04d differ up to 999

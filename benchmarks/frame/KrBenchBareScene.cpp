@@ -1,7 +1,7 @@
 #define GL_GLEXT_PROTOTYPES
 #include "KrBenchBareScene.h"
 
-#include <KrAppLighting.h>
+#include <picture/KrLighting.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 
 #include <GL/gl.h>
@@ -171,7 +171,7 @@ void KrBenchBareScene::addBody(unsigned int manipulator, int joint, const KrMani
 
 void KrBenchBareScene::setLights(const KrVisualizationParameters& parameters) const
 {
-    const auto ambient = static_cast<float>(KrAppLighting::kAmbient);
+    const auto ambient = static_cast<float>(KrLighting::kAmbient);
     const float everywhere[4] = {ambient, ambient, ambient, 1.0f};
     glLightModelfv(GL_LIGHT_MODEL_AMBIENT, everywhere);
     glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, 1);

@@ -1,6 +1,6 @@
 #include "KrBenchSystem.h"
 
-#include <KrAppFraming.h>
+#include <picture/KrFraming.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 
 #include <boost/make_shared.hpp>
@@ -56,7 +56,7 @@ boost::shared_ptr<KrBasePhysicalExtent> firstTriangles(const KrTriPhysicalExtent
 
 KrStatedSystem KrBenchSystem::copied(const KrStatedSystem& system, unsigned int copies)
 {
-    KrAppFraming bounds({1.0, 0.0, 0.0}, {0.0, 0.0, 1.0}, 0.5, 1.0);
+    KrFraming bounds({1.0, 0.0, 0.0}, {0.0, 0.0, 1.0}, 0.5, 1.0);
     bounds.add(system.manipulatorSystem(), system.systemState());
     const KrVector size = bounds.size();
     const auto columns = static_cast<unsigned int>(std::ceil(std::sqrt(static_cast<double>(copies))));

@@ -8,17 +8,17 @@
 #include "KrBenchReport.h"
 #include "KrBenchSystem.h"
 
-#include <KrAppFailure.h>
-#include <KrAppFraming.h>
-#include <KrAppLighting.h>
-#include <KrAppMessages.h>
-#include <KrAppOptions.h>
-#include <KrAppRobot.h>
-#include <KrAppValue.h>
+#include <picture/KrFraming.h>
+#include <picture/KrLighting.h>
+#include <picture/KrValueText.h>
 #include <rendCore/system/KrRenderWindow.h>
 
 #include <CLI/CLI.hpp>
 #include <GL/gl.h>
+#include <KrAppFailure.h>
+#include <KrAppMessages.h>
+#include <KrAppOptions.h>
+#include <KrAppRobot.h>
 #include <osg/LightModel>
 
 #include <cmath>
@@ -76,11 +76,11 @@ void addOptions(CLI::App& app, Options& options)
 
 KrVisualizationParameters parametersFor(const KrStatedSystem& system, double aspectRatio)
 {
-    KrAppFraming framing({0.6, -0.7, 0.4}, {0.0, 0.0, 1.0}, 0.52, aspectRatio);
+    KrFraming framing({0.6, -0.7, 0.4}, {0.0, 0.0, 1.0}, 0.52, aspectRatio);
     framing.add(system.manipulatorSystem(), system.systemState());
     KrVisualizationParameters parameters;
     parameters.setPovParameters(framing.pov());
-    parameters.setLightParameters(KrAppLighting::threeLamps(framing.pov()));
+    parameters.setLightParameters(KrLighting::threeLamps(framing.pov()));
     return parameters;
 }
 
@@ -105,7 +105,7 @@ public:
         m_window.setStatedSystem(m_system, parameters);
         auto* const model = dynamic_cast<osg::LightModel*>(
             m_window.getNode()->getOrCreateStateSet()->getAttribute(osg::StateAttribute::LIGHTMODEL));
-        const auto ambient = static_cast<float>(KrAppLighting::kAmbient);
+        const auto ambient = static_cast<float>(KrLighting::kAmbient);
         if (model) {
             model->setAmbientIntensity(osg::Vec4(ambient, ambient, ambient, 1.0f));
         }
@@ -241,7 +241,7 @@ void readSize(Options& options)
 {
     unsigned long width = 0;
     unsigned long height = 0;
-    if (!KrAppValue::size(options.size, width, height) || width == 0 || height == 0 ||
+    if (!KrValueText::size(options.size, width, height) || width == 0 || height == 0 ||
         width > KrAppOptions::kLargestSize || height > KrAppOptions::kLargestSize) {
         throw KrAppFailure(KrAppFailure::WrongUsage, "--size " + options.size + ": WIDTHxHEIGHT is expected");
     }

@@ -1,15 +1,15 @@
 // What it costs to keep a client's OpenGL state apart: the same frame in a context of the library's own and in a
 // client's, taking turns in one run.
 //   krGuestBenchmark SYSTEM [ROUNDS]
-#include <KrAppFailure.h>
-#include <KrAppFraming.h>
-#include <KrAppMessages.h>
-#include <KrAppOptions.h>
-#include <KrAppRobot.h>
+#include <picture/KrFraming.h>
 #include <rendCore/system/KrRenderWindow.h>
 #include <toolkit/context/KrExternalWindowImpl.h>
 
 #include <GL/gl.h>
+#include <KrAppFailure.h>
+#include <KrAppMessages.h>
+#include <KrAppOptions.h>
+#include <KrAppRobot.h>
 
 #include <algorithm>
 #include <chrono>
@@ -31,7 +31,7 @@ constexpr int kFrames = 30; // a round
 
 void open(KrRenderWindow& window, const KrAppRobot& robot, const KrAppMessages& messages)
 {
-    KrAppFraming framing({1.0, -1.2, 0.5}, {0.0, 0.0, 1.0}, 0.5, double(kWidth) / kHeight);
+    KrFraming framing({1.0, -1.2, 0.5}, {0.0, 0.0, 1.0}, 0.5, double(kWidth) / kHeight);
     framing.add(robot.statedSystem().manipulatorSystem(), robot.statedSystem().systemState());
     window.setHideWindow(true);
     window.setWindowSize(kWidth, kHeight);

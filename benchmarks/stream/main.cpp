@@ -3,19 +3,19 @@
 //   krStreamBenchmark long SYSTEM [FRAMES]                     a tiny picture, streamed to a writing thread as krrender
 //                                                              does, and the memory held on the way
 #include "KrBenchMeasure.h"
+
+#include <picture/KrFraming.h>
+#include <rendCore/capture/KrFrameStream.h>
+#include <rendCore/system/KrRenderWindow.h>
 #include <tests/support/Allocations.h>
 #include <tests/support/Process.h>
 
+#include <GL/gl.h>
 #include <KrAppFailure.h>
 #include <KrAppFrameWriter.h>
-#include <KrAppFraming.h>
 #include <KrAppMessages.h>
 #include <KrAppOptions.h>
 #include <KrAppRobot.h>
-#include <rendCore/capture/KrFrameStream.h>
-#include <rendCore/system/KrRenderWindow.h>
-
-#include <GL/gl.h>
 
 #include <algorithm>
 #include <array>
@@ -57,7 +57,7 @@ bool parse(int argc, char** argv, Options& options)
 
 void open(const Options& options, const KrStatedSystem& system, KrRenderWindow& window)
 {
-    KrAppFraming framing({0.6, -0.7, 0.4}, {0.0, 0.0, 1.0}, 0.52, double(options.width) / options.height);
+    KrFraming framing({0.6, -0.7, 0.4}, {0.0, 0.0, 1.0}, 0.52, double(options.width) / options.height);
     framing.add(system.manipulatorSystem(), system.systemState());
     KrVisualizationParameters parameters;
     parameters.setPovParameters(framing.pov());

@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::vector<std::string> warnings;
     try {
-        KrAppMotion motion = KrAppPose::readTrajectory(system, path, warnings);
+        KrMotion motion = KrAppPose::readTrajectory(system, path, warnings);
         // What is read can be played.
         if (motion.size() == 0 || motion.schedule(std::nullopt).size() != motion.size() + 1) {
             std::abort();

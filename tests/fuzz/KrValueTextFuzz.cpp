@@ -5,7 +5,7 @@
 #include <KrAppRobot.h>
 #include <KrAppSidecar.h>
 #include <KrAppTiles.h>
-#include <KrAppValue.h>
+#include <picture/KrValueText.h>
 
 #include <cmath>
 #include <cstddef>
@@ -29,20 +29,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     const std::string text(reinterpret_cast<const char*>(data), size);
     double number = 0.0;
-    KrAppValue::Unit unit = KrAppValue::Unit::Plain;
+    KrValueText::Unit unit = KrValueText::Unit::Plain;
     KrVector vector;
     KrColor color;
     unsigned long width = 0;
     unsigned long height = 0;
     KrCameraIntrinsics camera;
     camera.width = camera.height = 100;
-    check(!KrAppValue::number(text, number) || std::isfinite(number));
-    check(!KrAppValue::position(text, number, unit) || std::isfinite(number));
-    check(!KrAppValue::vector(text, vector) || std::isfinite(vector.x() + 0.0 * vector.y()));
-    check(!KrAppValue::color(text, color) || (color.red() >= 0.0 && color.blue() <= 1.0));
+    check(!KrValueText::number(text, number) || std::isfinite(number));
+    check(!KrValueText::position(text, number, unit) || std::isfinite(number));
+    check(!KrValueText::vector(text, vector) || std::isfinite(vector.x() + 0.0 * vector.y()));
+    check(!KrValueText::color(text, color) || (color.red() >= 0.0 && color.blue() <= 1.0));
     check(!KrAppSidecar::readIntrinsics(text, camera) || camera.isValid());
-    KrAppValue::size(text, width, height);
-    KrAppValue::nearest(text, {"axes", "volumes", "trajectory", text});
+    KrValueText::size(text, width, height);
+    KrValueText::nearest(text, {"axes", "volumes", "trajectory", text});
     KrAppRobot::rootElement(text);
 
     const std::string shown = KrAppMessages::printable(KrAppMessages::sentence(text));

@@ -103,7 +103,7 @@ TEST(KrAppPose, ReadsATrajectoryRowByRow)
     const std::string path =
         folder.write("motion.csv", "\xEF\xBB\xBF# made by hand\r\n time , slide_joint, a/turn_joint\r\n"
                                    "0, 0.1, 0\r\n\r\n# middle\r\n0.5, 20mm, -30deg\r\n");
-    KrAppMotion motion = KrAppPose::readTrajectory(system, path, warnings);
+    KrMotion motion = KrAppPose::readTrajectory(system, path, warnings);
     ASSERT_EQ(motion.size(), 2u);
     const KrManipulatorSystemState states[] = {motion.state(0), motion.state(1)};
     EXPECT_EQ(jointAt(states[0], 0, 1), 0.1);
@@ -122,7 +122,7 @@ TEST(KrAppPose, ReadsQuotedCellsAndLeavesFollowersToWhatTheyFollow)
     std::vector<std::string> warnings;
     const std::string path = folder.write("log.csv", "\"time\",\"shadow_joint\",\"a/turn_joint\"\n\"0\",9,\"+0.2\"\n"
                                                      "1,,0.3\n");
-    KrAppMotion motion = KrAppPose::readTrajectory(system, path, warnings);
+    KrMotion motion = KrAppPose::readTrajectory(system, path, warnings);
     ASSERT_EQ(motion.size(), 2u);
     EXPECT_EQ(jointAt(motion.state(0), 0, 0), 0.2);
     EXPECT_NEAR(jointAt(motion.state(0), 0, 3), 0.5, 1e-15); // 2 * 0.2 + 0.1
@@ -180,18 +180,18 @@ TEST(KrAppPose, TellsManyBadPositionsOnceAndLongNamesShort)
     }
 }
 
-TEST(KrAppMotion, IsPlayedByItsTimesUnlessARateIsGiven)
+TEST(KrMotion, IsPlayedByItsTimesUnlessARateIsGiven)
 {
     const KrStatedSystem system = twoRobots();
     const auto motion = [&system](const std::vector<double>& times) {
-        KrAppMotion result(system, {});
+        KrMotion result(system, {});
         for (const double time : times) {
             result.add(time, {});
         }
         return result;
     };
     using Times = std::vector<double>;
-    const KrAppMotion timed = motion({10.0, 10.5, 14.0});
+    const KrMotion timed = motion({10.0, 10.5, 14.0});
     EXPECT_EQ(timed.schedule(std::nullopt), (Times{0.0, 0.5, 4.0, 6.0})); // the last for the mean step
     EXPECT_EQ(timed.schedule(4.0), (Times{0.0, 0.25, 0.5, 0.75}));
     EXPECT_EQ(timed.framesPerSecond(), 0.5);

@@ -1,6 +1,6 @@
-#include "KrAppFraming.h"
+#include <picture/KrFraming.h>
 
-#include "KrAppMotion.h"
+#include <picture/KrMotion.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/grid/KrGridPhysicalExtent.h>
@@ -32,8 +32,7 @@ KrVector uprightTo(const KrVector& towards, const KrVector& up)
     return {0.0, 1.0, 0.0};
 }
 
-void addExtent(KrAppFraming& framing, const KrBasePhysicalExtent& extent,
-               const KrCoordinateSystemTransformation& toWorld)
+void addExtent(KrFraming& framing, const KrBasePhysicalExtent& extent, const KrCoordinateSystemTransformation& toWorld)
 {
     if (const auto* const grid = dynamic_cast<const KrGridPhysicalExtent*>(&extent)) {
         double scale = 0.0;
@@ -55,7 +54,7 @@ void addExtent(KrAppFraming& framing, const KrBasePhysicalExtent& extent,
     }
 }
 
-void addAxes(KrAppFraming& framing, const KrCoordinateSystemTransformation& toWorld, double length)
+void addAxes(KrFraming& framing, const KrCoordinateSystemTransformation& toWorld, double length)
 {
     if (!(length > 0.0)) {
         return;
@@ -67,7 +66,7 @@ void addAxes(KrAppFraming& framing, const KrCoordinateSystemTransformation& toWo
 }
 
 /// What is shown of a shape's volumes: the finest.
-void addVolume(KrAppFraming& framing, const KrShape& shape, const KrCoordinateSystemTransformation& dhToWorld)
+void addVolume(KrFraming& framing, const KrShape& shape, const KrCoordinateSystemTransformation& dhToWorld)
 {
     std::vector<const KrShape*> volumes;
     shape.boundingVolumes(volumes, 1);
@@ -76,7 +75,7 @@ void addVolume(KrAppFraming& framing, const KrShape& shape, const KrCoordinateSy
     }
 }
 
-void addShape(KrAppFraming& framing, const KrShape* shape, const KrCoordinateSystemTransformation& toWorld)
+void addShape(KrFraming& framing, const KrShape* shape, const KrCoordinateSystemTransformation& toWorld)
 {
     if (shape != nullptr && shape->physicalExtent() != nullptr) {
         addExtent(framing, *shape->physicalExtent(), toWorld);
@@ -85,7 +84,7 @@ void addShape(KrAppFraming& framing, const KrShape* shape, const KrCoordinateSys
 
 } // namespace
 
-KrAppFraming::KrAppFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio)
+KrFraming::KrFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio)
     : m_towards(towardsEye)
     , m_fieldOfView(fieldOfView)
 {
@@ -96,7 +95,7 @@ KrAppFraming::KrAppFraming(const KrVector& towardsEye, const KrVector& up, doubl
     m_horizontal.slope = m_vertical.slope * aspectRatio;
 }
 
-void KrAppFraming::Sides::add(double x, double z, bool isFirst)
+void KrFraming::Sides::add(double x, double z, bool isFirst)
 {
     for (unsigned int i = 0; i < kNumSlopes; ++i) {
         const double tz = slopeAt(i) * z;
@@ -105,7 +104,7 @@ void KrAppFraming::Sides::add(double x, double z, bool isFirst)
     }
 }
 
-double KrAppFraming::Sides::middle(double z) const
+double KrFraming::Sides::middle(double z) const
 {
     unsigned int i = 0;
     while (i + 1 < kNumSlopes && distance(i) > z) {
@@ -114,7 +113,7 @@ double KrAppFraming::Sides::middle(double z) const
     return 0.5 * (positive[i] - negative[i]);
 }
 
-void KrAppFraming::add(const KrVector& point)
+void KrFraming::add(const KrVector& point)
 {
     const double z = m_towards.dot(point);
     const bool isFirst = m_numPoints++ == 0;
@@ -132,7 +131,7 @@ void KrAppFraming::add(const KrVector& point)
     }
 }
 
-void KrAppFraming::add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state)
+void KrFraming::add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state)
 {
     std::vector<KrCoordinateSystemTransformation> poses;
     for (unsigned int m = 0; m < system.manipulators().size() && m < state.positionStates().size(); ++m) {
@@ -153,8 +152,8 @@ void KrAppFraming::add(const KrManipulatorSystem& system, const KrManipulatorSys
     }
 }
 
-void KrAppFraming::addLinkAndAids(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& toWorld,
-                                  const KrCoordinateSystemTransformation& dhFrame)
+void KrFraming::addLinkAndAids(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& toWorld,
+                               const KrCoordinateSystemTransformation& dhFrame)
 {
     const KrCoordinateSystemTransformation dhToWorld = toWorld * dhFrame;
     for (unsigned int i = 0; m_shown.shapes && i < link.numShapes(); ++i) {
@@ -173,7 +172,7 @@ void KrAppFraming::addLinkAndAids(const KrManipulatorLink& link, const KrCoordin
     }
 }
 
-void KrAppFraming::addIntraLinks(const KrIndividualManipulator& manipulator, const KrPositionState& position)
+void KrFraming::addIntraLinks(const KrIndividualManipulator& manipulator, const KrPositionState& position)
 {
     const KrIntraLinkDescription& description = manipulator.intraLinks();
     if (description.count() == 0) {
@@ -187,7 +186,7 @@ void KrAppFraming::addIntraLinks(const KrIndividualManipulator& manipulator, con
     }
 }
 
-void KrAppFraming::addEllipsoid(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& dhToWorld)
+void KrFraming::addEllipsoid(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& dhToWorld)
 {
     const auto [place, isNew] = m_ellipsoids.emplace(&link, KrEllipsoid());
     KrEllipsoid& ellipsoid = place->second;
@@ -200,7 +199,7 @@ void KrAppFraming::addEllipsoid(const KrManipulatorLink& link, const KrCoordinat
     }
 }
 
-void KrAppFraming::addMotion(const KrManipulatorSystem& system, KrAppMotion& motion)
+void KrFraming::addMotion(const KrManipulatorSystem& system, KrMotion& motion)
 {
     constexpr std::size_t kMostPoses = 100;
     const std::size_t step = motion.size() / kMostPoses + 1;
@@ -215,17 +214,17 @@ void KrAppFraming::addMotion(const KrManipulatorSystem& system, KrAppMotion& mot
     }
 }
 
-KrVector KrAppFraming::corner(unsigned int i) const
+KrVector KrFraming::corner(unsigned int i) const
 {
     return {(i & 1u) ? m_high.x() : m_low.x(), (i & 2u) ? m_high.y() : m_low.y(), (i & 4u) ? m_high.z() : m_low.z()};
 }
 
-KrVector KrAppFraming::center() const
+KrVector KrFraming::center() const
 {
     return 0.5 * (m_low + m_high);
 }
 
-KrPovParameters KrAppFraming::pov() const
+KrPovParameters KrFraming::pov() const
 {
     KrPovParameters pov;
     pov.setFieldOfView(m_fieldOfView);

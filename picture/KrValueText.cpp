@@ -1,4 +1,4 @@
-#include "KrAppValue.h"
+#include <picture/KrValueText.h>
 
 #include <toolkit/xml/KrXmlText.h>
 
@@ -87,7 +87,7 @@ std::size_t distance(const std::string& a, const std::string& b)
 
 } // namespace
 
-bool KrAppValue::number(const std::string& text, double& value)
+bool KrValueText::number(const std::string& text, double& value)
 {
     std::string_view rest = text;
     if (rest.size() > 1 && rest[0] == '+' && (std::isdigit(static_cast<unsigned char>(rest[1])) || rest[1] == '.')) {
@@ -101,7 +101,7 @@ bool KrAppValue::number(const std::string& text, double& value)
     return true;
 }
 
-bool KrAppValue::position(const std::string& text, double& value, Unit& unit)
+bool KrValueText::position(const std::string& text, double& value, Unit& unit)
 {
     struct Suffix
     {
@@ -132,7 +132,7 @@ bool KrAppValue::position(const std::string& text, double& value, Unit& unit)
     return false;
 }
 
-bool KrAppValue::vector(const std::string& text, KrVector& value)
+bool KrValueText::vector(const std::string& text, KrVector& value)
 {
     const std::vector<std::string> parts = split(text, ',');
     KrVector result;
@@ -145,7 +145,7 @@ bool KrAppValue::vector(const std::string& text, KrVector& value)
     return true;
 }
 
-bool KrAppValue::size(const std::string& text, unsigned long& width, unsigned long& height)
+bool KrValueText::size(const std::string& text, unsigned long& width, unsigned long& height)
 {
     const std::vector<std::string> parts = split(lowered(text), 'x');
     if (parts.size() != 2) {
@@ -164,7 +164,7 @@ bool KrAppValue::size(const std::string& text, unsigned long& width, unsigned lo
     return true;
 }
 
-bool KrAppValue::color(const std::string& text, KrColor& value)
+bool KrValueText::color(const std::string& text, KrColor& value)
 {
     const std::string word = lowered(trimmed(text));
     if (!word.empty() && word[0] == '#') {
@@ -185,7 +185,7 @@ bool KrAppValue::color(const std::string& text, KrColor& value)
     return true;
 }
 
-std::vector<std::string> KrAppValue::colorNames()
+std::vector<std::string> KrValueText::colorNames()
 {
     std::vector<std::string> names;
     for (const NamedColor& named : kColors) {
@@ -194,7 +194,7 @@ std::vector<std::string> KrAppValue::colorNames()
     return names;
 }
 
-std::vector<std::string> KrAppValue::split(const std::string& text, char separator)
+std::vector<std::string> KrValueText::split(const std::string& text, char separator)
 {
     std::vector<std::string> parts;
     std::size_t start = 0;
@@ -208,7 +208,7 @@ std::vector<std::string> KrAppValue::split(const std::string& text, char separat
     }
 }
 
-std::vector<std::string> KrAppValue::nearest(const std::string& name, const std::vector<std::string>& candidates)
+std::vector<std::string> KrValueText::nearest(const std::string& name, const std::vector<std::string>& candidates)
 {
     constexpr std::size_t kMostShown = 3;
     constexpr std::size_t kLongestName = 200; // the table of distances grows with the product of the lengths

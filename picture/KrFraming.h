@@ -7,19 +7,19 @@
 
 #include <map>
 
-class KrAppMotion;
+class KrMotion;
 
 /// Chooses a point of view from which everything fits the picture tightly.
 ///
 /// Points come one after the other; nothing is kept of them but what the four sides of the view need. World frame, m.
-class KrAppFraming
+class KrFraming
 {
 public:
     /// @param towardsEye   from the scene to the eye; any non-zero length
     /// @param up           up in the picture; replaced by a sideways direction where it is parallel to `towardsEye`
     /// @param fieldOfView  full vertical angle, rad, in (0, pi)
     /// @param aspectRatio  picture width / height, > 0
-    KrAppFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio);
+    KrFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio);
 
     /// What is shown of a system.
     struct Shown
@@ -40,7 +40,7 @@ public:
 
     /// Every pose of a motion; a long one is sampled: its outline does not change from one frame to the next. Shapes
     /// that bend are left as the first state bends them.
-    void addMotion(const KrManipulatorSystem& system, KrAppMotion& motion);
+    void addMotion(const KrManipulatorSystem& system, KrMotion& motion);
 
     bool isEmpty() const { return m_numPoints == 0; }
     /// The middle of the bounding box; the origin when there is no point.

@@ -9,7 +9,7 @@
 
 /// The states of a motion, made as they are asked for: of each only the time and the joints that move are kept, 8 bytes
 /// a number.
-class KrAppMotion
+class KrMotion
 {
 public:
     /// A joint that moves.
@@ -20,11 +20,11 @@ public:
     };
 
     /// A motion of one state, which is the one of `system`.
-    explicit KrAppMotion(const KrStatedSystem& system);
+    explicit KrMotion(const KrStatedSystem& system);
     /// A motion without states, to be added.
     /// @param system  its state is that of the joints that do not move
     /// @param joints  each is there, is free to move and follows no other
-    KrAppMotion(const KrStatedSystem& system, std::vector<Joint> joints);
+    KrMotion(const KrStatedSystem& system, std::vector<Joint> joints);
 
     /// Adds a state. @param time  s, later than the one before; the same for all when they have none  @param positions
     /// of the joints that move, in their order, rad or m

@@ -1,4 +1,4 @@
-#include "KrAppLighting.h"
+#include <picture/KrLighting.h>
 
 namespace
 {
@@ -18,7 +18,7 @@ KrLight lamp(const KrVector& towards, const KrVector& right, const KrVector& up,
 
 } // namespace
 
-KrLightParameters KrAppLighting::threeLamps(const KrPovParameters& pov)
+KrLightParameters KrLighting::threeLamps(const KrPovParameters& pov)
 {
     KrVector back = pov.eyepoint() - pov.centerOfInterest();
     back.normalize();

@@ -8,7 +8,7 @@
 
 /// Reading of what stands on the command line and in trajectory files. Each gives false, and no change, for a text
 /// that is not wholly of its kind; numbers are finite and do not depend on the locale.
-namespace KrAppValue
+namespace KrValueText
 {
 
 /// What a joint position is counted in. A bare number is in radians or metres, whichever the joint needs.
@@ -36,4 +36,4 @@ std::vector<std::string> split(const std::string& text, char separator);
 /// Up to three of `candidates` that resemble `name`, the nearest first.
 std::vector<std::string> nearest(const std::string& name, const std::vector<std::string>& candidates);
 
-} // namespace KrAppValue
+} // namespace KrValueText

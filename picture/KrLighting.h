@@ -4,7 +4,7 @@
 #include <toolkit/visualization/KrPovParameters.h>
 
 /// The light in which a robot is drawn when nothing else is asked for.
-namespace KrAppLighting
+namespace KrLighting
 {
 
 /// Brightness of the light from everywhere, for the window's light model. With the lamps below a white surface that
@@ -15,4 +15,4 @@ constexpr double kAmbient = 0.36;
 /// opens the shadows, and one from behind above that draws the edges.
 KrLightParameters threeLamps(const KrPovParameters& pov);
 
-} // namespace KrAppLighting
+} // namespace KrLighting

@@ -1,33 +1,33 @@
-#include "KrAppMotion.h"
+#include <picture/KrMotion.h>
 
 #include <cmath>
 #include <utility>
 
-KrAppMotion::KrAppMotion(const KrStatedSystem& system)
-    : KrAppMotion(system, {})
+KrMotion::KrMotion(const KrStatedSystem& system)
+    : KrMotion(system, {})
 {
     add(system.systemState().time(), {});
 }
 
-KrAppMotion::KrAppMotion(const KrStatedSystem& system, std::vector<Joint> joints)
+KrMotion::KrMotion(const KrStatedSystem& system, std::vector<Joint> joints)
     : m_system(system)
     , m_joints(std::move(joints))
 {
 }
 
-void KrAppMotion::add(double time, const std::vector<double>& positions)
+void KrMotion::add(double time, const std::vector<double>& positions)
 {
     m_values.push_back(time);
     m_values.insert(m_values.end(), positions.begin(), positions.end());
 }
 
-double KrAppMotion::framesPerSecond() const
+double KrMotion::framesPerSecond() const
 {
     constexpr double kDefault = 30.0;
     return hasTimes() ? static_cast<double>(size() - 1) / (time(size() - 1) - time(0)) : kDefault;
 }
 
-bool KrAppMotion::isEven() const
+bool KrMotion::isEven() const
 {
     const double rate = framesPerSecond();
     for (std::size_t i = 0; hasTimes() && i < size(); ++i) {
@@ -38,7 +38,7 @@ bool KrAppMotion::isEven() const
     return true;
 }
 
-std::vector<double> KrAppMotion::schedule(std::optional<double> rate) const
+std::vector<double> KrMotion::schedule(std::optional<double> rate) const
 {
     const bool isTimed = hasTimes() && !rate;
     const double step = 1.0 / rate.value_or(framesPerSecond());
@@ -51,7 +51,7 @@ std::vector<double> KrAppMotion::schedule(std::optional<double> rate) const
     return due;
 }
 
-const KrManipulatorSystemState& KrAppMotion::state(std::size_t i)
+const KrManipulatorSystemState& KrMotion::state(std::size_t i)
 {
     const double* const row = m_values.data() + i * (1 + m_joints.size());
     for (std::size_t k = 0; k < m_joints.size(); ++k) {

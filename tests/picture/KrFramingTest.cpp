@@ -1,5 +1,5 @@
-#include <KrAppFraming.h>
-#include <KrAppLighting.h>
+#include <picture/KrFraming.h>
+#include <picture/KrLighting.h>
 
 #include <tests/support/Systems.h>
 
@@ -39,12 +39,12 @@ const std::vector<KrVector> kCloud = {
 } // namespace
 
 // A second way to the answer: every point is projected, and in one direction both sides are touched.
-TEST(KrAppFraming, EveryPointIsInsideAndOneDirectionIsFilled)
+TEST(KrFraming, EveryPointIsInsideAndOneDirectionIsFilled)
 {
     for (const double aspectRatio : {0.4, 1.0, 2.5}) {
         for (const KrVector& towards :
              {KrVector(0.6, -0.7, 0.4), KrVector(-1, 0, 0), KrVector(0, 0, 1), KrVector(0, 0, -3)}) {
-            KrAppFraming framing(towards, {0, 0, 1}, kPi / 6, aspectRatio);
+            KrFraming framing(towards, {0, 0, 1}, kPi / 6, aspectRatio);
             for (const KrVector& point : kCloud) {
                 framing.add(point);
             }
@@ -76,25 +76,25 @@ TEST(KrAppFraming, EveryPointIsInsideAndOneDirectionIsFilled)
     }
 }
 
-TEST(KrAppFraming, HasAnAnswerForNothingAPointAndAWideAngle)
+TEST(KrFraming, HasAnAnswerForNothingAPointAndAWideAngle)
 {
-    const KrPovParameters empty = KrAppFraming({1, 1, 1}, {0, 0, 1}, 0.5, 1.0).pov();
+    const KrPovParameters empty = KrFraming({1, 1, 1}, {0, 0, 1}, 0.5, 1.0).pov();
     EXPECT_NEAR(empty.viewingDistance(), 3.0, 1e-12);
 
-    KrAppFraming onePoint({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
+    KrFraming onePoint({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
     onePoint.add({5.0, 6.0, 7.0});
     EXPECT_GT(onePoint.pov().viewingDistance(), 0.01);
     EXPECT_NEAR((onePoint.pov().centerOfInterest() - KrVector(5, 6, 7)).length(), 0.0, 1e-9);
 
     // A rod towards the eye: the sides alone would put the eye into its end.
-    KrAppFraming rod({1, 0, 0}, {0, 0, 1}, 2.9, 1.0);
+    KrFraming rod({1, 0, 0}, {0, 0, 1}, 2.9, 1.0);
     rod.add({-1.0, 0.0, 0.001});
     rod.add({1.0, 0.0, -0.001});
     EXPECT_GT(rod.pov().eyepoint().x(), 1.1);
 }
 
 // The arm box reaches from x = 0 to 2 at position 0 and from y = 0 to 2 after a quarter turn.
-TEST(KrAppFraming, FollowsThePoseOfASystem)
+TEST(KrFraming, FollowsThePoseOfASystem)
 {
     KrStatedSystem system;
     KrManipulatorLink arm = Systems::turningLink("arm", {0.0, 0.0, 1.0});
@@ -108,7 +108,7 @@ TEST(KrAppFraming, FollowsThePoseOfASystem)
     system.systemChanged();
 
     const auto center = [&system] {
-        KrAppFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
+        KrFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
         framing.add(system.manipulatorSystem(), system.systemState());
         return framing.center();
     };
@@ -117,8 +117,8 @@ TEST(KrAppFraming, FollowsThePoseOfASystem)
     EXPECT_NEAR((center() - KrVector(10.0, 1.0, 1.0)).length(), 0.0, 1e-9);
 
     // The axes at the manipulator's place are twice as long, and the arm's x runs along y now: its box ends at y = 2.
-    KrAppFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
-    KrAppFraming::Shown shown;
+    KrFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
+    KrFraming::Shown shown;
     shown.axisLength = 1.5;
     framing.setShown(shown);
     framing.add(system.manipulatorSystem(), system.systemState());
@@ -126,7 +126,7 @@ TEST(KrAppFraming, FollowsThePoseOfASystem)
     EXPECT_NEAR(framing.center().x() - 0.5 * framing.size().x(), 8.5, 1e-9); // the arm's y
 }
 
-TEST(KrAppFraming, HoldsEverythingThatIsShownAndNothingElse)
+TEST(KrFraming, HoldsEverythingThatIsShownAndNothingElse)
 {
     KrManipulatorLink arm = Systems::turningLink("arm", {0.0, 0.0, 1.0});
     arm.addShape(Systems::box({2.0, 0.1, 0.1}, {1.0, 0.0, 0.0}));
@@ -143,13 +143,13 @@ TEST(KrAppFraming, HoldsEverythingThatIsShownAndNothingElse)
     system.manipulators().push_back(manipulator);
     const KrStatedSystem stated(system);
 
-    const auto sizeOf = [&stated](const KrAppFraming::Shown& shown) {
-        KrAppFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
+    const auto sizeOf = [&stated](const KrFraming::Shown& shown) {
+        KrFraming framing({1, 0, 0}, {0, 0, 1}, 0.5, 1.0);
         framing.setShown(shown);
         framing.add(stated.manipulatorSystem(), stated.systemState());
         return framing.size();
     };
-    KrAppFraming::Shown shown;
+    KrFraming::Shown shown;
     EXPECT_NEAR(sizeOf(shown).x(), 2.05, 1e-9); // and half of the piston
     EXPECT_NEAR(sizeOf(shown).z(), 20.0, 1e-9);
     shown.shapes = false;
@@ -160,17 +160,17 @@ TEST(KrAppFraming, HoldsEverythingThatIsShownAndNothingElse)
     EXPECT_NEAR((sizeOf(shown) - KrVector(10.0, 10.0, 10.0)).length(), 0.0, 0.2); // the ball's triangles
 }
 
-TEST(KrAppLighting, TheStrongLampIsAboveTheViewersLeft)
+TEST(KrLighting, TheStrongLampIsAboveTheViewersLeft)
 {
     KrPovParameters pov;
     pov.setEyepoint({0, -5, 0}); // right is +x, up is +z
     pov.setCenterOfInterest({0, 0, 0});
-    const KrLightParameters lights = KrAppLighting::threeLamps(pov);
+    const KrLightParameters lights = KrLighting::threeLamps(pov);
     ASSERT_EQ(lights.lights().size(), 3u);
     const KrVector key = lights.lights()[0].position();
     EXPECT_LT(key.x(), 0.0);
     EXPECT_GT(key.z(), 0.0);
     EXPECT_LT(key.y(), 0.0);
     // White that faces the lamp squarely is not burnt out by more than its highlight.
-    EXPECT_LE(lights.lights()[0].diffuse().red() + KrAppLighting::kAmbient, 1.05);
+    EXPECT_LE(lights.lights()[0].diffuse().red() + KrLighting::kAmbient, 1.05);
 }
