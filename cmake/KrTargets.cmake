@@ -86,6 +86,8 @@ function(kr_add_test name)
     endif()
     kr_add_program(${name} SOURCES ${ARG_SOURCES} LIBRARIES ${ARG_LIBRARIES} GTest::gtest GTest::gtest_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+    # It runs once for each time it is compiled; optimising it takes longer than it saves.
+    target_compile_options(${name} PRIVATE -O0)
     set(before)
     if(ARG_VIRTUAL_SCREEN)
         set(before ${kr_on_virtual_screen})
