@@ -2,6 +2,7 @@
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/system/private/KrLinkWalk.h>
+#include <toolkit/system/private/KrOwnShapes.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <algorithm>
@@ -74,8 +75,11 @@ void fitState(const KrManipulatorSystem& system, KrManipulatorSystemState& state
 }
 
 /// Null when no link has that joint index.
-const KrManipulatorLink* findLink(const KrIndividualManipulator& manipulator, std::uint32_t index)
+const KrManipulatorLink* linkAt(const KrIndividualManipulator& manipulator, std::uint32_t index)
 {
+    if (index == KrShapeStateCacheKey::kBaseLink) {
+        return &manipulator;
+    }
     KrLinkWalk walk(manipulator);
     const KrManipulatorLink* link = walk.next();
     while (link != nullptr && static_cast<std::uint32_t>(walk.index()) != index) {
@@ -90,6 +94,21 @@ bool refuseKey(const char* method, const KrShapeStateCacheKey& key)
                                  "KrStatedSystem::%s - no shape is manipulator %u, link %u, shape %u.\n", method,
                                  key.manipID(), key.linkID(), key.shapeID());
     return false;
+}
+
+void refuseLink(const char* method, unsigned int manipulator, const std::string& reason)
+{
+    Kr::Print::instance()->write(Kr::Print::Warning, "KrStatedSystem::%s - manipulator %u: %s.\n", method, manipulator,
+                                 reason.c_str());
+}
+
+KrStatedSystem::LinkAnswer refuseLinkId(const char* method, const KrManipulatorSystem& system, unsigned int manipulator,
+                                        std::uint32_t link)
+{
+    const bool isThere = manipulator < system.manipulators().size();
+    refuseLink(method, manipulator,
+               isThere ? "there is no link " + std::to_string(link) : "there is no such manipulator");
+    return isThere ? KrStatedSystem::LinkAnswer::NoLink : KrStatedSystem::LinkAnswer::NoManipulator;
 }
 
 bool refuseJoint(unsigned int manipulator, const std::string& joint, const char* reason)
@@ -168,7 +187,7 @@ bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::strin
     if (index < 0) {
         return refuseJoint(manipulator, joint, "there is no such joint");
     }
-    const KrJointKinematics& kinematics = findLink(moved, static_cast<std::uint32_t>(index))->jointKinematics();
+    const KrJointKinematics& kinematics = linkAt(moved, static_cast<std::uint32_t>(index))->jointKinematics();
     if (!kinematics.isMovable()) {
         return refuseJoint(manipulator, joint, "a fixed joint does not move");
     }
@@ -189,16 +208,34 @@ bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::strin
 
 const KrShape* KrStatedSystem::shapeByKey(const KrShapeStateCacheKey& key) const
 {
-    // Nothing is kept from call to call: a client may change the system in between.
-    if (key.manipID() >= m_system.manipulators().size()) {
-        return nullptr;
-    }
-    const KrIndividualManipulator& manipulator = m_system.manipulators()[key.manipID()];
-    if (key.linkID() == KrShapeStateCacheKey::kBaseLink) {
-        return manipulator.shape(key.shapeID());
-    }
-    const KrManipulatorLink* link = findLink(manipulator, key.linkID());
+    const KrManipulatorLink* const link = linkByKey(key);
     return link == nullptr ? nullptr : link->shape(key.shapeID());
+}
+
+const KrManipulatorLink* KrStatedSystem::linkByKey(const KrShapeStateCacheKey& key) const
+{
+    // Nothing is kept from call to call: a client may change the system in between.
+    const bool isThere = key.manipID() < m_system.manipulators().size();
+    return isThere ? linkAt(m_system.manipulators()[key.manipID()], key.linkID()) : nullptr;
+}
+
+std::vector<std::uint32_t> KrStatedSystem::linksByName(unsigned int manipulator, const std::string& name) const
+{
+    std::vector<std::uint32_t> found;
+    if (manipulator >= m_system.manipulators().size()) {
+        return found;
+    }
+    const KrIndividualManipulator& searched = m_system.manipulators()[manipulator];
+    if (searched.name() == name) {
+        found.push_back(KrShapeStateCacheKey::kBaseLink);
+    }
+    KrLinkWalk walk(searched);
+    while (const KrManipulatorLink* const link = walk.next()) {
+        if (link->name() == name) {
+            found.push_back(static_cast<std::uint32_t>(walk.index()));
+        }
+    }
+    return found;
 }
 
 bool KrStatedSystem::addChangedShape(const KrShapeStateCacheKey& key)
@@ -224,6 +261,73 @@ void KrStatedSystem::clearSelection()
 {
     m_selectedShapes.clear();
     m_selectionChanged = true;
+}
+
+KrStatedSystem::LinkAnswer KrStatedSystem::findLink(const char* method, unsigned int manipulator,
+                                                    const std::string& name, std::uint32_t& link) const
+{
+    if (manipulator >= m_system.manipulators().size()) {
+        refuseLink(method, manipulator, "there is no such manipulator");
+        return LinkAnswer::NoManipulator;
+    }
+    const std::vector<std::uint32_t> found = linksByName(manipulator, name);
+    if (found.size() != 1) {
+        refuseLink(method, manipulator,
+                   (found.empty() ? "there is no link \"" : "several links are called \"") + name + "\"");
+        return found.empty() ? LinkAnswer::NoLink : LinkAnswer::SeveralLinks;
+    }
+    link = found.front();
+    return LinkAnswer::Done;
+}
+
+KrStatedSystem::LinkAnswer KrStatedSystem::selectLink(unsigned int manipulator, const std::string& name)
+{
+    std::uint32_t link = 0;
+    const LinkAnswer answer = findLink("selectLink", manipulator, name, link);
+    return answer == LinkAnswer::Done ? selectLink(manipulator, link) : answer;
+}
+
+KrStatedSystem::LinkAnswer KrStatedSystem::selectLink(unsigned int manipulator, std::uint32_t link)
+{
+    const KrManipulatorLink* const selected = linkByKey({manipulator, link, 0});
+    if (selected == nullptr) {
+        return refuseLinkId("selectLink", m_system, manipulator, link);
+    }
+    const auto isSeen = [selected](std::uint32_t i) {
+        return selected->shape(i) != nullptr && selected->shape(i)->physicalExtent() != nullptr;
+    };
+    LinkAnswer answer = LinkAnswer::NoShape;
+    // The system is ours to change; the link stays where it is.
+    if (KrOwnShapes::give(m_system, const_cast<KrManipulatorLink&>(*selected))) {
+        askForNewScene();
+    }
+    for (std::uint32_t i = 0; i < selected->numShapes(); ++i) {
+        if (isSeen(i)) {
+            selectShape({manipulator, link, i});
+            answer = LinkAnswer::Done;
+        }
+    }
+    return answer;
+}
+
+KrStatedSystem::LinkAnswer KrStatedSystem::deselectLink(unsigned int manipulator, const std::string& name)
+{
+    std::uint32_t link = 0;
+    const LinkAnswer answer = findLink("deselectLink", manipulator, name, link);
+    return answer == LinkAnswer::Done ? deselectLink(manipulator, link) : answer;
+}
+
+KrStatedSystem::LinkAnswer KrStatedSystem::deselectLink(unsigned int manipulator, std::uint32_t link)
+{
+    if (linkByKey({manipulator, link, 0}) == nullptr) {
+        return refuseLinkId("deselectLink", m_system, manipulator, link);
+    }
+    const auto end = std::remove_if(m_selectedShapes.begin(), m_selectedShapes.end(), [&](const auto& key) {
+        return key.manipID() == manipulator && key.linkID() == link;
+    });
+    m_selectionChanged = m_selectionChanged || end != m_selectedShapes.end();
+    m_selectedShapes.erase(end, m_selectedShapes.end());
+    return LinkAnswer::Done;
 }
 
 bool KrStatedSystem::setTransparency(double transparency)

@@ -42,6 +42,11 @@ public:
     const std::vector<KrShapeStateCacheKey>& changedShapes() const { return m_changedShapes; }
     /// Null for a key that names no shape.
     const KrShape* shapeByKey(const KrShapeStateCacheKey& key) const;
+    /// The link whose shape a key names, whether it has that shape or not; null for a key that names no link.
+    const KrManipulatorLink* linkByKey(const KrShapeStateCacheKey& key) const;
+    /// The link ids (KrShapeStateCacheKey::linkID) of a manipulator's links of that name, its base among them; empty
+    /// when there is none, or no such manipulator.
+    std::vector<std::uint32_t> linksByName(unsigned int manipulator, const std::string& name) const;
     bool isSelectionChanged() const { return m_selectionChanged; }
     void setSelectionChanged(bool changed) const { m_selectionChanged = changed; }
     const std::vector<KrShapeStateCacheKey>& selectedShapes() const { return m_selectedShapes; }
@@ -55,6 +60,26 @@ public:
     void clearChangedShapes() { m_changedShapes.clear(); }
     bool selectShape(const KrShapeStateCacheKey& key);
     void clearSelection();
+
+    /// What became of a link that was to be selected, or no longer.
+    enum class LinkAnswer
+    {
+        Done,
+        NoManipulator, ///< there are fewer
+        NoLink,        ///< the manipulator has none of that name or id
+        SeveralLinks,  ///< the name is ambiguous: ask `linksByName`, and select by id
+        NoShape        ///< the link is there, and nothing of it can be seen
+    };
+    /// Selects everything that is seen of a link, and of no other: where it shares an extent with another link, which
+    /// would be drawn, and selected, as one, it gets a copy, and windows are asked for a new scene.
+    /// What is refused changes nothing; all answers but Done and NoShape come after one message.
+    LinkAnswer selectLink(unsigned int manipulator, const std::string& name);
+    /// @param link  as in KrShapeStateCacheKey::linkID: joint index or kBaseLink
+    LinkAnswer selectLink(unsigned int manipulator, std::uint32_t link);
+    /// Takes the link's shapes out of the selection; Done, too, when none is in it.
+    LinkAnswer deselectLink(unsigned int manipulator, const std::string& name);
+    LinkAnswer deselectLink(unsigned int manipulator, std::uint32_t link);
+
     /// Declares the selection changed, too, when there is one: it is faded anew.
     /// False, after one message, and no change outside [0, 1].
     bool setTransparency(double transparency);
@@ -73,6 +98,8 @@ protected:
 
 private:
     void becomeNew();
+    LinkAnswer findLink(const char* method, unsigned int manipulator, const std::string& name,
+                        std::uint32_t& link) const;
 
     KrManipulatorSystem m_system;
     KrManipulatorSystemState m_state;

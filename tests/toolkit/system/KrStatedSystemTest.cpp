@@ -1,6 +1,7 @@
 #include "KrMessages.h"
 
 #include <toolkit/extent/KrSpherePhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <boost/make_shared.hpp>
@@ -179,6 +180,80 @@ TEST(KrStatedSystem, ListsTakeOnlyKeysOfShapesAndSayThatTheyChanged)
     system.clearSelection();
     EXPECT_TRUE(window.isSelectionChanged());
     EXPECT_TRUE(window.selectedShapes().empty());
+}
+
+TEST(KrStatedSystem, LinksAreSelectedByNameAndWhatIsNotThereOrAmbiguousIsTold)
+{
+    using Answer = KrStatedSystem::LinkAnswer;
+    KrMessages messages;
+    KrManipulatorSystem manipulators = twoManipulators();
+    manipulators.manipulators()[1].addChildLink(link("twin", Type::Fixed, 1));
+    manipulators.manipulators()[1].addChildLink(link("twin", Type::Fixed, 1));
+    KrStatedSystem system(manipulators);
+
+    EXPECT_EQ(system.selectLink(1, "shoulder"), Answer::Done);
+    EXPECT_EQ(system.selectLink(1, "finger"), Answer::Done); // its second shape is missing
+    EXPECT_EQ(system.selectLink(0, "table"), Answer::Done);
+    EXPECT_EQ(system.selectLink(1, "elbow"), Answer::NoShape);
+    EXPECT_EQ(system.selectLink(1, "arm"), Answer::NoShape);
+    EXPECT_EQ(messages.take(), 0u);
+    const std::vector<Key> selected = {{1, 0, 0}, {1, 0, 1}, {1, 2, 0}, {0, kBase, 0}};
+    EXPECT_EQ(system.selectedShapes(), selected);
+    EXPECT_EQ(system.linkByKey(selected[2])->name(), "finger");
+    EXPECT_EQ(system.linkByKey(selected[3])->name(), "table");
+    EXPECT_EQ(system.linkByKey({1, 9, 0}), nullptr);
+    EXPECT_EQ(system.linkByKey({2, kBase, 0}), nullptr);
+
+    system.setSelectionChanged(false);
+    EXPECT_EQ(system.selectLink(1, "table"), Answer::NoLink);
+    EXPECT_EQ(system.selectLink(1, "twin"), Answer::SeveralLinks);
+    EXPECT_EQ(system.selectLink(2, "arm"), Answer::NoManipulator);
+    EXPECT_EQ(system.selectLink(1, 77u), Answer::NoLink);
+    EXPECT_EQ(system.deselectLink(1, "twin"), Answer::SeveralLinks);
+    EXPECT_EQ(messages.take(), 5u);
+    EXPECT_EQ(system.deselectLink(1, "elbow"), Answer::Done);
+    EXPECT_EQ(system.selectedShapes(), selected);
+    EXPECT_FALSE(system.isSelectionChanged());
+
+    EXPECT_EQ(system.linksByName(1, "twin"), (std::vector<std::uint32_t>{4, 5}));
+    EXPECT_EQ(system.selectLink(1, 5), Answer::Done);
+    EXPECT_EQ(system.deselectLink(1, "shoulder"), Answer::Done);
+    EXPECT_TRUE(system.isSelectionChanged());
+    EXPECT_EQ(system.selectedShapes(), (std::vector<Key>{{1, 2, 0}, {0, kBase, 0}, {1, 5, 0}}));
+}
+
+TEST(KrStatedSystem, ALinkThatIsSelectedSharesItsExtentsWithNoOther)
+{
+    const auto ball = boost::make_shared<KrSpherePhysicalExtent>(0.1);
+    KrIndividualManipulator chain("chain");
+    KrManipulatorLink inner = link("inner", Type::Revolute, 1);
+    inner.addShape(ball);
+    inner.addChildLink(link("leaf", Type::Fixed, 1));
+    chain.addChildLink(inner);
+    KrManipulatorLink& outer = chain.addChildLink(link("outer", Type::Revolute, 0));
+    outer.addShape(ball);
+    KrManipulatorSystem manipulators;
+    manipulators.manipulators().push_back(chain);
+    KrStatedSystem system(manipulators);
+    const auto shape = [&](std::uint32_t index, std::uint32_t i) { return system.shapeByKey({0, index, i}); };
+    const KrBasePhysicalExtent* const alone = shape(0, 0)->physicalExtent();
+    ASSERT_EQ(shape(0, 1)->physicalExtent(), shape(2, 0)->physicalExtent());
+    system.acknowledgeNewSystem();
+
+    EXPECT_EQ(system.selectLink(0, "leaf"), KrStatedSystem::LinkAnswer::Done);
+    EXPECT_FALSE(system.isNewSystem()) << "nothing is shared";
+    EXPECT_EQ(system.selectLink(0, "inner"), KrStatedSystem::LinkAnswer::Done);
+    EXPECT_TRUE(system.isNewSystem()) << "the scene is to be built anew";
+    EXPECT_EQ(system.selectedShapes(), (std::vector<Key>{{0, 1, 0}, {0, 0, 0}, {0, 0, 1}}));
+    EXPECT_NE(shape(0, 1)->physicalExtent(), shape(2, 0)->physicalExtent());
+    EXPECT_EQ(shape(0, 1)->physicalExtent()->triExtent()->vertices(), ball->triExtent()->vertices());
+    EXPECT_EQ(shape(0, 1)->number(), 1u);
+    EXPECT_EQ(shape(0, 0)->physicalExtent(), alone) << "what is not shared stays";
+    EXPECT_EQ(system.linkByKey({0, 0, 0})->childLinks().size(), 1u);
+    EXPECT_EQ(system.linkByKey({0, 0, 0})->jointKinematics().type(), Type::Revolute);
+    system.acknowledgeNewSystem();
+    EXPECT_EQ(system.selectLink(0, "outer"), KrStatedSystem::LinkAnswer::Done);
+    EXPECT_FALSE(system.isNewSystem()) << "nothing is shared any more";
 }
 
 TEST(KrStatedSystem, NewValuesAreNewSystemsWithEmptyLists)
