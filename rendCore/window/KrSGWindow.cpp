@@ -241,7 +241,7 @@ void KrSGWindow::createSceneRoot()
     // Kept in this order although it clears the defaults just set: the viewer's own supply them.
     m_sceneRoot->setLocalStateSetModes(kOn);
     const osg::ref_ptr<osg::LightModel> model = new osg::LightModel;
-    model->setAmbientIntensity(osg::Vec4(0.5f, 0.5f, 0.5f, 0.5f));
+    model->setAmbientIntensity(osg::Vec4(KrRenderTypes::ec2osg(m_ambientLight)));
     model->setLocalViewer(true);
     model->setTwoSided(true);
     states->setAttribute(model);

@@ -167,6 +167,11 @@ public:
     /// What was set, exactly; null when nothing is. Borrowed until the next change.
     const KrCameraIntrinsics* cameraIntrinsics() const { return m_intrinsics ? &*m_intrinsics : nullptr; }
 
+    /// The light from everywhere, which reaches what no lamp does; each channel in [0, 1], 0.5 at first. It is in the
+    /// next frame, and stays when lights, scene or context go. Windows that share a scene share it.
+    void setAmbientLight(const KrColor& light);
+    const KrColor& ambientLight() const { return m_ambientLight; }
+
 protected:
     /// Pending changes, one bit a kind.
     enum DirtyFlag : std::uint32_t
@@ -199,6 +204,7 @@ protected:
     osg::ref_ptr<osgViewer::GraphicsWindow> m_graphicsWindow;
     osg::ref_ptr<DrawCallback> m_drawCallback;
     osg::ref_ptr<osg::Camera> m_overlayCamera;
+    KrColor m_ambientLight = KrColor(0.5, 0.5, 0.5, 0.5);
 
     int surfaceWidth() const;  ///< pixels that are drawn into: 1 where the window has 0
     int surfaceHeight() const; ///< likewise

@@ -9,6 +9,8 @@
 
 #include <osg/Geode>
 #include <osg/Geometry>
+#include <osg/LightModel>
+#include <osg/LightSource>
 #include <osgText/Font>
 #include <osgText/Text>
 
@@ -53,6 +55,18 @@ void KrSGWindow::loadLight(const KrLightParameters& lightParameters)
         m_lights[i].setLightPara(list[i], i);
     }
     m_dirtyFlags |= DirtyLights;
+}
+
+void KrSGWindow::setAmbientLight(const KrColor& light)
+{
+    m_ambientLight = light;
+    // A root that a client has put in may have no light model, and keeps what is the driver's then.
+    auto* const model = m_sceneRoot ? dynamic_cast<osg::LightModel*>(m_sceneRoot->getOrCreateStateSet()->getAttribute(
+                                          osg::StateAttribute::LIGHTMODEL))
+                                    : nullptr;
+    if (model) {
+        model->setAmbientIntensity(osg::Vec4(KrRenderTypes::ec2osg(light)));
+    }
 }
 
 void KrSGWindow::setLights()

@@ -428,6 +428,33 @@ TEST_F(KrSGWindowTest, LightsLightAndCanBeSwitchedOff)
     EXPECT_EQ(window.getNode()->getNumChildren(), children) << "a surplus light source stays in the scene";
 }
 
+TEST_F(KrSGWindowTest, LightFromEverywhereReachesWhatNoLampDoesAndOutlivesTheContext)
+{
+    KrLightParameters lights; // all off: the root's own is light 0
+    lights.lights().resize(1);
+    lights.lights()[0].setDiffuse(KrColor(0.0, 0.0, 0.0));
+    lights.lights()[0].setSpecular(KrColor(0.0, 0.0, 0.0));
+    lights.lights()[0].setAmbient(KrColor(0.0, 0.0, 0.0));
+    KrImage image;
+    const auto seen = [&] {
+        window.setNode(ball(osg::Vec3(), osg::Vec4(1, 1, 1, 1)));
+        window.loadLight(lights);
+        EXPECT_TRUE(window.capture(image));
+        return meanColour(image, 64, 48, 3);
+    };
+    const auto before = seen();
+    window.setAmbientLight(KrColor(0.1, 0.8, 0.5));
+    const auto after = seen();
+    EXPECT_LT(after[0], before[0] - 20.0);
+    EXPECT_GT(after[1], before[1] + 20.0);
+    EXPECT_NEAR(after[2], before[2], 2.0) << "0.5 is what a window begins with";
+    ASSERT_TRUE(window.closeWindow());
+    ASSERT_TRUE(window.init());
+    const auto again = seen();
+    EXPECT_NEAR(again[0], after[0], 2.0);
+    EXPECT_NEAR(again[1], after[1], 2.0);
+}
+
 TEST_F(KrSGWindowTest, ManyLightsGiveNoGLError)
 {
     KrLightParameters lights;
