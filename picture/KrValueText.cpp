@@ -1,5 +1,7 @@
 #include <picture/KrValueText.h>
 
+#include <toolkit/foundation/private/KrText.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/xml/KrXmlText.h>
 
 #include <algorithm>
@@ -10,8 +12,6 @@
 
 namespace
 {
-
-constexpr double kDegree = 3.14159265358979323846 / 180.0;
 
 struct NamedColor
 {
@@ -27,23 +27,6 @@ constexpr NamedColor kColors[] = {
     {"cyan", 0x00FFFF},      {"teal", 0x008080},      {"yellow", 0xFFFF00},   {"orange", 0xFFA500},
     {"magenta", 0xFF00FF},   {"purple", 0x800080},    {"brown", 0xA52A2A},    {"beige", 0xF5F5DC},
 };
-
-std::string trimmed(std::string_view text)
-{
-    const char* const spaces = " \t\r\n";
-    const std::size_t first = text.find_first_not_of(spaces);
-    if (first == std::string_view::npos) {
-        return std::string();
-    }
-    return std::string(text.substr(first, text.find_last_not_of(spaces) - first + 1));
-}
-
-std::string lowered(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
 
 KrColor fromRgb(unsigned int rgb)
 {
@@ -110,19 +93,20 @@ bool KrValueText::position(const std::string& text, double& value, Unit& unit)
         Unit unit;
     };
     // Longer suffixes first: "m" ends "mm".
-    static constexpr Suffix kSuffixes[] = {{"deg", kDegree, Unit::Angle},
+    static constexpr Suffix kSuffixes[] = {{"deg", Kr::Angle::radians(1.0), Unit::Angle},
                                            {"rad", 1.0, Unit::Angle},
                                            {"mm", 1e-3, Unit::Length},
                                            {"m", 1.0, Unit::Length},
                                            {"", 1.0, Unit::Plain}};
-    const std::string whole = trimmed(text);
+    const std::string whole(KrText::trimmed(text));
     for (const Suffix& suffix : kSuffixes) {
         const std::string_view ending = suffix.text;
         if (whole.size() < ending.size() || whole.substr(whole.size() - ending.size()) != ending) {
             continue;
         }
         double plain = 0.0;
-        if (!number(trimmed(whole.substr(0, whole.size() - ending.size())), plain)) {
+        if (!number(std::string(KrText::trimmed(std::string_view(whole).substr(0, whole.size() - ending.size()))),
+                    plain)) {
             return false;
         }
         value = plain * suffix.factor;
@@ -147,7 +131,7 @@ bool KrValueText::vector(const std::string& text, KrVector& value)
 
 bool KrValueText::size(const std::string& text, unsigned long& width, unsigned long& height)
 {
-    const std::vector<std::string> parts = split(lowered(text), 'x');
+    const std::vector<std::string> parts = split(KrText::lowered(text), 'x');
     if (parts.size() != 2) {
         return false;
     }
@@ -166,7 +150,7 @@ bool KrValueText::size(const std::string& text, unsigned long& width, unsigned l
 
 bool KrValueText::color(const std::string& text, KrColor& value)
 {
-    const std::string word = lowered(trimmed(text));
+    const std::string word = KrText::lowered(KrText::trimmed(text));
     if (!word.empty() && word[0] == '#') {
         return hexColor(word.substr(1), value);
     }
@@ -200,7 +184,7 @@ std::vector<std::string> KrValueText::split(const std::string& text, char separa
     std::size_t start = 0;
     while (true) {
         const std::size_t end = text.find(separator, start);
-        parts.push_back(trimmed(std::string_view(text).substr(start, end - start)));
+        parts.emplace_back(KrText::trimmed(std::string_view(text).substr(start, end - start)));
         if (end == std::string::npos) {
             return parts;
         }
@@ -212,13 +196,13 @@ std::vector<std::string> KrValueText::nearest(const std::string& name, const std
 {
     constexpr std::size_t kMostShown = 3;
     constexpr std::size_t kLongestName = 200; // the table of distances grows with the product of the lengths
-    const std::string wanted = lowered(name);
+    const std::string wanted = KrText::lowered(name);
     std::vector<std::pair<std::size_t, std::string>> found;
     for (const std::string& candidate : candidates) {
         if (candidate.empty() || candidate.size() > kLongestName || wanted.size() > kLongestName) {
             continue;
         }
-        const std::string other = lowered(candidate);
+        const std::string other = KrText::lowered(candidate);
         const bool contains = wanted.size() > 2 && other.find(wanted) != std::string::npos;
         const std::size_t far = distance(wanted, other);
         if (contains || 2 * far <= std::max(wanted.size(), other.size())) {

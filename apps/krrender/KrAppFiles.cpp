@@ -5,6 +5,7 @@
 
 #include <toolkit/foundation/private/KrFileReplacement.h>
 #include <toolkit/foundation/private/KrInputFile.h>
+#include <toolkit/foundation/private/KrText.h>
 #include <toolkit/image/private/KrPictureFile.h>
 
 #include <poll.h>
@@ -164,10 +165,7 @@ std::string KrAppFiles::readText(const std::string& path, std::uint64_t mostByte
 
 std::string KrAppFiles::extensionOf(const std::string& path)
 {
-    std::string extension = fs::path(path).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
+    return KrText::lowered(fs::path(path).extension().string());
 }
 
 void KrAppFiles::checkPictureFormat(const std::string& path)

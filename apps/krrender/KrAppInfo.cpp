@@ -5,6 +5,7 @@
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/grid/KrGridPhysicalExtent.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -13,8 +14,6 @@
 
 namespace
 {
-
-constexpr double kDegreesPerRadian = 180.0 / 3.14159265358979323846;
 
 std::string number(double value)
 {
@@ -49,8 +48,8 @@ std::string jointText(const KrJointKinematics& joint)
         text = "continuous";
         break;
     case Type::Revolute:
-        text = "revolute " + number(joint.lowerLimit() * kDegreesPerRadian) + " to " +
-               number(joint.upperLimit() * kDegreesPerRadian) + " deg";
+        text = "revolute " + number(Kr::Angle::degrees(joint.lowerLimit())) + " to " +
+               number(Kr::Angle::degrees(joint.upperLimit())) + " deg";
         break;
     case Type::Prismatic:
         text = "prismatic " + number(joint.lowerLimit()) + " to " + number(joint.upperLimit()) + " m";

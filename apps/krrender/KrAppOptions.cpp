@@ -9,6 +9,8 @@
 
 #include <picture/KrValueText.h>
 
+#include <toolkit/math/KrAngle.h>
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -20,7 +22,6 @@
 namespace
 {
 
-constexpr double kDegree = 3.14159265358979323846 / 180.0;
 constexpr double kDefaultFieldOfView = 30.0; // degrees
 constexpr double kDefaultAzimuth = -50.0;    // degrees: the robot looks along +x, past the viewer's right shoulder
 constexpr double kDefaultElevation = 22.0;   // degrees
@@ -332,10 +333,10 @@ void readCamera(const Words& words, KrAppOptions& options)
                    "it");
     }
     if (!words.fieldOfView.empty()) {
-        options.fieldOfView = kDegree * readNumber("--fov", words.fieldOfView, 1.0, 170.0);
+        options.fieldOfView = Kr::Angle::radians(readNumber("--fov", words.fieldOfView, 1.0, 170.0));
     }
     const auto angle = [](const char* option, const std::string& text, double fallback, double limit) {
-        return kDegree * (text.empty() ? fallback : readNumber(option, text, -limit, limit));
+        return Kr::Angle::radians(text.empty() ? fallback : readNumber(option, text, -limit, limit));
     };
     options.azimuth = angle("--azimuth", words.azimuth, kDefaultAzimuth, 360.0);
     options.elevation = angle("--elevation", words.elevation, kDefaultElevation, 90.0);
@@ -508,7 +509,7 @@ void checkCombination(const KrAppOptions& options)
 
 double KrAppOptions::verticalFieldOfView() const
 {
-    return fieldOfView.value_or(kDegree * kDefaultFieldOfView);
+    return fieldOfView.value_or(Kr::Angle::radians(kDefaultFieldOfView));
 }
 
 KrVector KrAppOptions::towardsEye() const

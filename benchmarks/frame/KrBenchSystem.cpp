@@ -2,6 +2,7 @@
 
 #include <picture/KrFraming.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <boost/make_shared.hpp>
 
@@ -106,7 +107,7 @@ void KrBenchSystem::keepOneTriangle(KrStatedSystem& system)
 
 std::vector<KrManipulatorSystemState> KrBenchSystem::swinging(const KrStatedSystem& system, unsigned int count)
 {
-    constexpr double kTwoPi = 6.28318530717958648;
+    constexpr double kTwoPi = 2.0 * Kr::Angle::kPi;
     std::vector<KrManipulatorSystemState> states;
     for (unsigned int i = 0; i < count; ++i) {
         KrManipulatorSystemState state = system.systemState();

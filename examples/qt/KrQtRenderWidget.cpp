@@ -1,6 +1,7 @@
 #include "KrQtRenderWidget.h"
 
 #include <toolkit/context/KrExternalWindowImpl.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <QMouseEvent>
 #include <QOpenGLContext>
@@ -13,7 +14,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 
 /// From the robot towards the eye, rad: it faces +x, and z is up.
 constexpr double kAzimuth = -0.6;

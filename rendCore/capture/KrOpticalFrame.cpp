@@ -4,20 +4,6 @@
 
 #include <cmath>
 
-namespace
-{
-
-bool isFinite(const KrCoordinateSystemTransformation& pose)
-{
-    bool finite = pose.translation().isFinite();
-    for (unsigned int i = 0; i < 9; ++i) {
-        finite = finite && std::isfinite(pose.rotation(i / 3, i % 3));
-    }
-    return finite;
-}
-
-} // namespace
-
 osg::Matrixd KrOpticalFrame::otherConvention(const osg::Matrixd& view)
 {
     osg::Matrixd other = view;
@@ -31,7 +17,7 @@ osg::Matrixd KrOpticalFrame::otherConvention(const osg::Matrixd& view)
 bool KrOpticalFrame::toPov(const KrCoordinateSystemTransformation& opticalToWorld, double distance,
                            KrPovParameters& pov)
 {
-    if (!isFinite(opticalToWorld) || !std::isfinite(distance) || !(distance > 0.0)) {
+    if (!opticalToWorld.isFinite() || !std::isfinite(distance) || !(distance > 0.0)) {
         const KrVector& eye = opticalToWorld.translation();
         Kr::Print::instance()->write(
             Kr::Print::Warning,

@@ -1,5 +1,6 @@
 #include <rendCore/model/KrRenderDeformationShape.h>
 
+#include <rendCore/base/private/KrVec3.h>
 #include <rendCore/model/KrTextureMarker.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
@@ -30,11 +31,6 @@ void setMaterialAlpha(osg::StateSet& stateSet, float alpha)
         stateSet.setRenderingHint(osg::StateSet::DEFAULT_BIN);
         stateSet.removeMode(GL_BLEND);
     }
-}
-
-osg::Vec3 vec3(const KrVector& v)
-{
-    return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
 }
 
 osg::Vec2 vec2(const KrPlanarVector& v)

@@ -1,6 +1,7 @@
 #include <rendCore/model/KrRenderShape.h>
 
 #include <rendCore/appearance/KrMaterialProperties.h>
+#include <rendCore/base/private/KrVec3.h>
 #include <rendCore/model/KrRenderDeformationShape.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
@@ -19,11 +20,6 @@ namespace
 {
 
 using TriangleList = KrXmlVectorType<KrTriangle>;
-
-osg::Vec3 vec3(const KrVector& v)
-{
-    return {static_cast<float>(v.x()), static_cast<float>(v.y()), static_cast<float>(v.z())};
-}
 
 /// False, after one message, when a corner names what `mesh` does not have.
 bool areInRange(const KrTriPhysicalExtent& mesh, const TriangleList& triangles)

@@ -21,6 +21,7 @@
 #include <rendCore/system/KrRenderWindow.h>
 
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrColor.h>
 #include <toolkit/math/KrOrientation.h>
 
@@ -216,7 +217,7 @@ bool KrLightProperties::selfTest() const
 {
     KrLight spot;
     spot.setDiffuse(KrColor(0.25, 0.5, 0.75));
-    spot.setSpotCutoff(0.25 * 3.141592653589793);
+    spot.setSpotCutoff(0.25 * Kr::Angle::kPi);
     KrLightProperties lamp;
     lamp.setLightPara(spot, 1);
     const osg::ref_ptr<osg::LightSource> source = lamp.setGL();

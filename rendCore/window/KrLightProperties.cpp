@@ -1,5 +1,6 @@
 #include <rendCore/window/KrLightProperties.h>
 
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrColor.h>
 #include <toolkit/math/KrVector.h>
 #include <toolkit/visualization/KrLight.h>
@@ -61,7 +62,7 @@ void KrLightProperties::setLightPara(const KrLight& light, unsigned int lightNum
     m_position[3] = light.isPositional() ? 1.0f : 0.0f;
     narrow(light.direction(), m_direction);
     m_spotExponent = static_cast<float>(light.spotExponent());
-    m_spotCutoff = static_cast<float>(180.0f * light.spotCutoff() / 3.141592653589793);
+    m_spotCutoff = static_cast<float>(180.0f * light.spotCutoff() / Kr::Angle::kPi);
     m_constantAttenuation = static_cast<float>(light.constantAttenuation());
     m_linearAttenuation = static_cast<float>(light.linearAttenuation());
     m_quadraticAttenuation = static_cast<float>(light.quadraticAttenuation());

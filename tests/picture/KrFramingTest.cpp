@@ -1,3 +1,5 @@
+#include <toolkit/math/KrAngle.h>
+
 #include <picture/KrFraming.h>
 #include <picture/KrLighting.h>
 
@@ -12,7 +14,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 
 /// Where a point lies in the picture, -1 to 1 from side to side, by looking at it from the eye.
 struct Place

@@ -1,10 +1,11 @@
 #include <toolkit/context/KrWindowReport.h>
 
+#include <toolkit/foundation/private/KrText.h>
+
 #include <GL/gl.h>
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <sstream>
 
 namespace
@@ -24,13 +25,12 @@ int glInteger(GLenum name)
 }
 
 // The names by which Mesa's processor renderers are known, and the word that the others use of themselves.
-bool isSoftwareRenderer(std::string renderer)
+bool isSoftwareRenderer(const std::string& renderer)
 {
     static constexpr std::array<const char*, 5> kNames = {"llvmpipe", "softpipe", "swrast", "lavapipe", "software"};
-    std::transform(renderer.begin(), renderer.end(), renderer.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    const std::string small = KrText::lowered(renderer);
     return std::any_of(kNames.begin(), kNames.end(),
-                       [&](const char* name) { return renderer.find(name) != std::string::npos; });
+                       [&](const char* name) { return small.find(name) != std::string::npos; });
 }
 
 std::string padded(const std::string& text, std::size_t width)

@@ -6,6 +6,7 @@
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/extent/private/KrConvexHull.h>
 #include <toolkit/extent/private/KrPrimitiveMesh.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrColor.h>
 
 #include <Eigen/Eigenvalues>
@@ -23,7 +24,7 @@ namespace
 using ExtentPointer = boost::shared_ptr<KrBasePhysicalExtent>;
 using Axes = std::array<KrVector, 3>;
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 /// Added to every size, as a part of the diagonal, so that rounding puts no point outside; a flat mesh gets a body.
 constexpr double kSlack = 0.5 * KrEnclosingShapes::kTolerance;
 

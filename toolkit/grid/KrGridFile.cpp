@@ -74,19 +74,6 @@ struct Field
     std::size_t numValues() const { return std::size_t{counts[0]} * counts[1] * counts[2]; }
 };
 
-std::string lower(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
-std::string trimmed(const std::string& text)
-{
-    const std::size_t begin = text.find_first_not_of(" \t\r");
-    return begin == std::string::npos ? std::string() : text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
-}
-
 std::string inQuotes(const std::string& text, std::size_t longest = Kr::Limits::kMessageName)
 {
     return "\"" + KrText::oneLine(text, longest) + "\"";
@@ -276,9 +263,9 @@ Header nrrdHeader(std::string_view& rest)
         if (line[0] == '#' || colon == std::string::npos || line.find(":=") < colon) {
             continue;
         }
-        std::string key = lower(line.substr(0, colon));
+        std::string key = KrText::lowered(line.substr(0, colon));
         key.erase(std::remove(key.begin(), key.end(), ' '), key.end());
-        header[key] = trimmed(line.substr(colon + 2));
+        header[key] = KrText::trimmed(std::string_view(line).substr(colon + 2));
     }
     return header;
 }
@@ -303,7 +290,7 @@ Scalar nrrdType(const std::string& name)
         {"ulonglong", Scalar::UInt64},    {"unsigned long long", Scalar::UInt64},
         {"uint64", Scalar::UInt64},       {"uint64_t", Scalar::UInt64},
         {"float", Scalar::Float},         {"double", Scalar::Double}};
-    const auto found = types.find(lower(name));
+    const auto found = types.find(KrText::lowered(name));
     if (found == types.end()) {
         throw Trouble("type " + inQuotes(name) + " is none that can be read");
     }
@@ -322,7 +309,7 @@ Encoding nrrdEncoding(const std::string& name)
     static const std::map<std::string, Encoding> encodings = {{"raw", Encoding::Raw},   {"text", Encoding::Text},
                                                               {"txt", Encoding::Text},  {"ascii", Encoding::Text},
                                                               {"gzip", Encoding::Gzip}, {"gz", Encoding::Gzip}};
-    const auto found = encodings.find(lower(name));
+    const auto found = encodings.find(KrText::lowered(name));
     if (found == encodings.end()) {
         throw Trouble("encoding " + inQuotes(name) + " is none that can be read");
     }
@@ -347,7 +334,7 @@ std::array<bool, 3> nrrdCenters(const Header& header)
         std::istringstream words(found == header.end() ? std::string() : found->second);
         std::string word;
         for (std::size_t axis = 0; axis < 3 && words >> word; ++axis) {
-            isCell[axis] = lower(word) == "cell";
+            isCell[axis] = KrText::lowered(word) == "cell";
         }
     }
     return isCell;
@@ -471,7 +458,7 @@ Field readNrrd(const std::string& path, std::string_view content)
     if (sizeOf(type) > 1 && endian == header.end()) {
         throw Trouble("its header has no \"endian\"");
     }
-    const bool isBig = endian != header.end() && lower(endian->second) == "big";
+    const bool isBig = endian != header.end() && KrText::lowered(endian->second) == "big";
     readBinary(content, type, isBig, field);
     return field;
 }
@@ -486,7 +473,7 @@ Scalar vtkType(const std::string& name)
         {"int", Scalar::Int32},          {"unsigned_int", Scalar::UInt32},
         {"vtktypeint64", Scalar::Int64}, {"vtktypeuint64", Scalar::UInt64},
         {"float", Scalar::Float},        {"double", Scalar::Double}};
-    const auto found = types.find(lower(name));
+    const auto found = types.find(KrText::lowered(name));
     if (found == types.end()) {
         throw Trouble("type " + inQuotes(name) + " is none that can be read");
     }
@@ -503,7 +490,7 @@ Field readVtk(std::string_view content)
 {
     takeLine(content);
     takeLine(content);
-    const std::string format = lower(trimmed(std::string(takeLine(content))));
+    const std::string format = KrText::lowered(KrText::trimmed(takeLine(content)));
     if (format != "ascii" && format != "binary") {
         throw Trouble("it is neither ASCII nor BINARY");
     }
@@ -511,11 +498,11 @@ Field readVtk(std::string_view content)
     std::vector<double> dimensions;
     bool isData = false;
     while (!content.empty()) {
-        const std::string line = trimmed(std::string(takeLine(content)));
+        const std::string line(KrText::trimmed(takeLine(content)));
         const std::size_t space = std::min(line.find_first_of(" \t"), line.size());
-        const std::string key = lower(line.substr(0, space));
-        const std::string value = trimmed(line.substr(space));
-        if (key == "dataset" && lower(value) != "structured_points") {
+        const std::string key = KrText::lowered(line.substr(0, space));
+        const std::string value(KrText::trimmed(std::string_view(line).substr(space)));
+        if (key == "dataset" && KrText::lowered(value) != "structured_points") {
             throw Trouble("its data set is " + inQuotes(value) + ", not STRUCTURED_POINTS");
         } else if (key == "dimensions") {
             dimensions = numbers(value, 3, "dimensions");
@@ -537,7 +524,7 @@ Field readVtk(std::string_view content)
             setCounts(field, dimensions, field.isCorner[0] ? 1.0 : 0.0);
             // A table of colours may be named in the next line.
             std::string_view next = content;
-            if (lower(std::string(takeLine(next))).rfind("lookup_table", 0) == 0) {
+            if (KrText::lowered(takeLine(next)).rfind("lookup_table", 0) == 0) {
                 content = next;
             }
             format == "ascii" ? readText(content, field) : readBinary(content, vtkType(type), true, field);

@@ -123,6 +123,12 @@ bool KrCoordinateSystemTransformation::isIdentity() const
     return *this == KrCoordinateSystemTransformation();
 }
 
+bool KrCoordinateSystemTransformation::isFinite() const
+{
+    return m_translation.isFinite() &&
+           std::all_of(&m_rotation[0][0], &m_rotation[0][0] + 9, [](double element) { return std::isfinite(element); });
+}
+
 bool KrCoordinateSystemTransformation::isPose() const
 {
     return isRotation(m_rotation) && m_translation.isFinite();

@@ -14,6 +14,7 @@ public:
 
     void setToIdentity();
     bool isIdentity() const;
+    bool isFinite() const;
     /// False when a number is not finite or R is no rotation (within 1e-6): what arithmetic and setRotation may leave.
     bool isPose() const;
     /// The same, with one message when it is none: for setters. @param method  "Class::method"

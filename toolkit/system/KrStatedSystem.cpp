@@ -18,17 +18,10 @@ bool isShare(double value)
     return value >= 0.0 && value <= 1.0;
 }
 
-bool isFinite(const KrCoordinateSystemTransformation& pose)
-{
-    double entries[16];
-    pose.assign16(entries);
-    return std::all_of(entries, entries + 16, [](double entry) { return std::isfinite(entry); });
-}
-
 bool isFinite(const KrPositionState& state)
 {
     const KrPositionState::JointPositions& positions = state.jointPositions();
-    return isFinite(state.baseTransformation()) &&
+    return state.baseTransformation().isFinite() &&
            std::all_of(positions.begin(), positions.end(), [](double position) { return std::isfinite(position); });
 }
 

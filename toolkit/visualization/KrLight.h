@@ -1,5 +1,6 @@
 #pragma once
 
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrColor.h>
 #include <toolkit/math/KrXmlVector.h>
 #include <toolkit/xml/KrXmlBasicType.h>
@@ -63,7 +64,7 @@ private:
     KrXmlBasicType<bool> m_positional = false;
     KrXmlVector m_direction = KrVector(0.0, 0.0, -1.0);
     KrXmlBasicType<double> m_spotExponent = 0.0;
-    KrXmlBasicType<double> m_spotCutoff = 3.14159265358979324;
+    KrXmlBasicType<double> m_spotCutoff = Kr::Angle::kPi;
     KrXmlBasicType<double> m_constantAttenuation = 1.0;
     KrXmlBasicType<double> m_linearAttenuation = 0.0;
     KrXmlBasicType<double> m_quadraticAttenuation = 0.0;

@@ -2,12 +2,13 @@
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/private/KrNumberCheck.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 namespace
 {
 
-constexpr double kPi = 3.14159265358979324;
+using Kr::Angle::kPi;
 
 bool isFinite(const char* method, const KrVector& vector)
 {

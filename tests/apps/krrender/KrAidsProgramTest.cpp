@@ -6,6 +6,7 @@
 #include <tests/support/Systems.h>
 
 #include <toolkit/image/KrImage.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <gtest/gtest.h>
 
@@ -141,7 +142,7 @@ TEST_F(KrAidsProgram, AnEllipsoidLeansAsItsInertiaSays)
         }
     }
     // Semi-axes of a box's ellipsoid: its edges times sqrt(5 / 12).
-    const double area = 3.14159 * (0.2 * 0.8 * 5.0 / 12.0) * 74.6 * 74.6;
+    const double area = Kr::Angle::kPi * (0.2 * 0.8 * 5.0 / 12.0) * 74.6 * 74.6;
     EXPECT_NEAR(n, area, 0.1 * area);
     const double cxx = sxx - sx * sx / n, cxy = sxy - sx * sy / n, cyy = syy - sy * sy / n;
     // The long axis from the upright: -y is on the left.

@@ -1,3 +1,5 @@
+#include <toolkit/math/KrAngle.h>
+
 #include <tests/support/Program.h>
 
 #include <KrAppFailure.h>
@@ -74,7 +76,7 @@ TEST(KrAppPose, SetsJointsAndWhatFollowsThem)
     EXPECT_EQ(jointAt(system.systemState(), 0, 0), 0.2);
     EXPECT_NEAR(jointAt(system.systemState(), 0, 1), 0.05, 1e-15);
     EXPECT_NEAR(jointAt(system.systemState(), 0, 3), 0.5, 1e-15); // 2 * 0.2 + 0.1
-    EXPECT_NEAR(jointAt(system.systemState(), 1, 1), 3.14159265358979, 1e-12);
+    EXPECT_NEAR(jointAt(system.systemState(), 1, 1), Kr::Angle::kPi, 1e-12);
     EXPECT_TRUE(warnings.empty());
     KrAppPose::setJoints(system, {{"b/turn_joint", "1.5"}}, warnings);
     ASSERT_EQ(warnings.size(), 1u);

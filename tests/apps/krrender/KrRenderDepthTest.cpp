@@ -6,6 +6,7 @@
 #include <KrAppFailure.h>
 #include <KrAppFiles.h>
 #include <rendCore/capture/KrFrameDescription.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <osg/Image>
 #include <osgDB/ReadFile>
@@ -165,7 +166,7 @@ TEST_F(KrRenderDepth, EveryFormatHasTheSameMetresTheRightWayUp)
     ASSERT_EQ(krrender("--depth e.npy --depth-kind euclidean").status, 0);
     const Table euclidean = numpy<float>(content("e.npy"), "<f4");
     // 60 pixels span twice the tangent of half the angle of view at 1 m.
-    const double pixel = 2.0 * std::tan(0.5 * 17.2 * 3.14159265358979323846 / 180.0) / 60.0;
+    const double pixel = 2.0 * std::tan(0.5 * Kr::Angle::radians(17.2)) / 60.0;
     const double slope = std::hypot((20.5 - 40.0) * pixel, (15.5 - 30.0) * pixel);
     EXPECT_NEAR(euclidean.at(20, 15), 5.0 * std::sqrt(1.0 + slope * slope), 1e-4);
 }

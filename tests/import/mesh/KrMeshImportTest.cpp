@@ -2,6 +2,7 @@
 
 #include <import/mesh/KrMeshFile.h>
 #include <toolkit/image/KrImage.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +11,7 @@
 namespace
 {
 
-const double kPi = std::acos(-1.0);
+using Kr::Angle::kPi;
 
 class KrMeshImportTest : public ::testing::Test
 {

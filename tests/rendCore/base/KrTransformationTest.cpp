@@ -1,5 +1,6 @@
 #include <rendCore/base/KrTransformation.h>
 
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrVector.h>
 
 #include <gtest/gtest.h>
@@ -11,7 +12,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 const double angle = 0.3;
 const double c = std::cos(angle);
 const double s = std::sin(angle);

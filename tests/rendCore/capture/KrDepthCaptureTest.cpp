@@ -1,5 +1,6 @@
 #include <rendCore/capture/KrDepthCapture.h>
 #include <rendCore/window/KrSGWindow.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <tests/support/MessageRecorder.h>
 
@@ -19,7 +20,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 constexpr float kNoDepth = std::numeric_limits<float>::infinity();
 constexpr double kNowhere = -1.0;
 constexpr unsigned int kWidth = 120;

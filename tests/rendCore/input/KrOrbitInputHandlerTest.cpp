@@ -2,6 +2,7 @@
 
 #include <rendCore/base/KrRenderTypes.h>
 #include <rendCore/system/KrMultiRenderWindow.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <tests/support/Allocations.h>
 #include <tests/support/MessageRecorder.h>
@@ -20,7 +21,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 constexpr double kPixel = 0.05; // m that the eye goes, 6 m away, for a third of a pixel of a drag
 constexpr double kRound = 1e-6; // the look-at computation rounds to single precision
 

@@ -3,6 +3,7 @@
 #include <rendCore/system/KrMultiRenderWindow.h>
 #include <toolkit/context/KrEglWindowImpl.h>
 #include <toolkit/context/KrGlxWindowImpl.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <tests/support/Pictures.h>
 
@@ -127,7 +128,7 @@ protected:
         ASSERT_EQ(image.height(), height);
         // A unit ball 6 m away under 45 degrees, seen round: the height of its disc is the window's, 2 x 0.4082.
         const double radius = 0.5 * height * 0.16903 / 0.41421; // tan asin 1/6, tan 22.5 degrees
-        const double area = 3.14159265 * radius * radius;
+        const double area = Kr::Angle::kPi * radius * radius;
         EXPECT_NEAR(static_cast<double>(countLit(image, {0, 0, 255})), area, 0.05 * area + 10.0);
         EXPECT_LT(meanColour(image, width / 2, height / 2, 2)[2], 250.0);
     }
@@ -211,7 +212,7 @@ TEST_F(KrWindowInputTest, HandsMouseAndKeysToTheCamera)
     sendButton(ButtonRelease, 1, 100, 60);
     take(input);
     const KrVector turned = window.getPovParameters().eyepoint();
-    EXPECT_NEAR(turned.y(), -6.0 * std::sin(3.14159265 / 6.0), 0.05); // a sixth of the height, of half a turn
+    EXPECT_NEAR(turned.y(), -6.0 * std::sin(Kr::Angle::kPi / 6.0), 0.05); // a sixth of the height, of half a turn
     sendButton(ButtonPress, 4, 80, 60);
     sendButton(ButtonRelease, 4, 80, 60);
     take(input);

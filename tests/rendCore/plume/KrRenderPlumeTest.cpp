@@ -10,6 +10,7 @@
 #include <rendCore/system/KrRenderWindow.h>
 
 #include <toolkit/context/KrExternalWindowImpl.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Pictures.h>
@@ -29,7 +30,7 @@ namespace
 {
 
 constexpr unsigned int kSize = 160;
-constexpr double kPi = 3.14159265358979324;
+using Kr::Angle::kPi;
 
 /// The part of the light from behind that a ray keeps after `length` m of one level in a box of 2 m.
 double kept(double level, double length)

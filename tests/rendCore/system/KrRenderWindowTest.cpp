@@ -2,6 +2,7 @@
 
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderShape.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Pictures.h>
@@ -16,7 +17,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979324;
+using Kr::Angle::kPi;
 
 class OpenRenderWindow : public KrRenderWindow
 {

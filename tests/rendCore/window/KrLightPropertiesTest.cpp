@@ -1,5 +1,6 @@
 #include <rendCore/window/KrLightProperties.h>
 
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/visualization/KrLight.h>
 
 #include <gtest/gtest.h>
@@ -14,7 +15,7 @@ KrLight spotLight()
     light.setPositional(true);
     light.setPosition(KrVector(0.1, 2.0, 3.0));
     light.setDiffuse(KrColor(0.2, 0.4, 0.6, 0.8));
-    light.setSpotCutoff(0.5 * 3.14159265358979324);
+    light.setSpotCutoff(0.5 * Kr::Angle::kPi);
     light.setSpotExponent(2.0);
     light.setQuadraticAttenuation(0.25);
     return light;

@@ -6,6 +6,7 @@
 #include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/extent/private/KrConvexHull.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/system/KrShape.h>
 
 #include <boost/make_shared.hpp>
@@ -136,7 +137,7 @@ std::vector<KrVector> disc(unsigned int count)
 {
     std::vector<KrVector> points;
     for (unsigned int i = 0; i < count; ++i) {
-        const double angle = 2.0 * 3.14159265358979 * i / count;
+        const double angle = 2.0 * Kr::Angle::kPi * i / count;
         points.emplace_back(std::cos(angle), std::sin(angle), 0.0);
     }
     return points;

@@ -8,6 +8,7 @@
 #include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/grid/KrGridPhysicalExtent.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <gtest/gtest.h>
 
@@ -19,7 +20,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 template <typename Work>

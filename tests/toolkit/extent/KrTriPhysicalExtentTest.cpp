@@ -1,6 +1,7 @@
 #include <tests/toolkit/foundation/KrCaughtMessages.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrColor.h>
 
 #include <gtest/gtest.h>
@@ -140,7 +141,7 @@ TEST(KrTriPhysicalExtent, IsItsOwnMeshFormUntilItIsPlaced)
     EXPECT_EQ(copy.triExtent().get(), &copy);
 
     KrCoordinateSystemTransformation pose;
-    pose.setAxisAngle({1, 0, 0}, 3.14159265358979323846 / 2.0);
+    pose.setAxisAngle({1, 0, 0}, Kr::Angle::kPi / 2.0);
     pose.setTranslation({0, 0, 5});
     mesh.setPlacement(pose);
     const boost::shared_ptr<const Mesh> placed = mesh.triExtent();

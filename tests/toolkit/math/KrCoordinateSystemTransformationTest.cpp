@@ -1,6 +1,7 @@
 #include <tests/toolkit/foundation/KrCaughtMessages.h>
 
 #include <toolkit/material/KrDataMap.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrColor.h>
 #include <toolkit/math/KrCoordinateSystemTransformation.h>
 #include <toolkit/math/KrPixel.h>
@@ -14,7 +15,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 using Pose = KrCoordinateSystemTransformation;

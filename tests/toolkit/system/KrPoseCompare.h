@@ -1,10 +1,11 @@
 #pragma once
 
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrCoordinateSystemTransformation.h>
 
 #include <gtest/gtest.h>
 
-constexpr double kHalfTurn = 3.14159265358979324;
+constexpr double kHalfTurn = Kr::Angle::kPi;
 constexpr double kQuarterTurn = kHalfTurn / 2.0;
 
 inline void expectNear(const KrVector& actual, const KrVector& expected, double tolerance = 1e-12)

@@ -1,5 +1,6 @@
 #include <tests/support/MessageRecorder.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
 #include <gtest/gtest.h>
@@ -47,7 +48,7 @@ TEST(KrPovParameters, AViewLooksAlongItsNegativeZAxisWithYUp)
 {
     // A camera at (1 2 3) that looks along the world's y axis with z up.
     KrCoordinateSystemTransformation view;
-    view.setAxisAngle(KrVector(1.0, 0.0, 0.0), 3.14159265358979324 / 2.0);
+    view.setAxisAngle(KrVector(1.0, 0.0, 0.0), Kr::Angle::kPi / 2.0);
     view.setTranslation(KrVector(1.0, 2.0, 3.0));
     KrPovParameters pov;
     pov.setFieldOfView(1.0);

@@ -1,6 +1,7 @@
 #include <toolkit/extent/private/KrPrimitiveMesh.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/math/KrAngle.h>
 
 #include <boost/make_shared.hpp>
 
@@ -12,7 +13,7 @@
 namespace
 {
 
-constexpr double kPi = 3.14159265358979323846;
+using Kr::Angle::kPi;
 constexpr std::uint32_t kSegments = 32; ///< around the axis
 constexpr std::uint32_t kStacks = 16;   ///< from pole to pole
 

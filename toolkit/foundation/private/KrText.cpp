@@ -92,3 +92,19 @@ std::string KrText::oneLine(std::string_view text, std::size_t longest)
     }
     return line;
 }
+
+std::string_view KrText::trimmed(std::string_view text)
+{
+    static constexpr std::string_view kSpaces = " \t\r\n";
+    text.remove_prefix(std::min(text.find_first_not_of(kSpaces), text.size()));
+    return text.substr(0, text.find_last_not_of(kSpaces) + 1); // npos + 1 is 0
+}
+
+std::string KrText::lowered(std::string_view text)
+{
+    std::string small(text);
+    for (char& c : small) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return small;
+}

@@ -24,4 +24,10 @@ std::string utf8(std::string_view text);
 /// @param longest  at least 8
 std::string oneLine(std::string_view text, std::size_t longest = Kr::Limits::kMessageName);
 
+/// `text` without the white space (blanks, tabs, line ends) around it: a part of it.
+std::string_view trimmed(std::string_view text);
+
+/// `text` with the letters A to Z as small ones, whatever the locale.
+std::string lowered(std::string_view text);
+
 } // namespace KrText

@@ -1,5 +1,6 @@
 #include <toolkit/image/private/KrPictureFile.h>
 
+#include <toolkit/foundation/private/KrText.h>
 #include <toolkit/image/private/KrJpegCoder.h>
 #include <toolkit/image/private/KrPictureSamples.h>
 #include <toolkit/image/private/KrPngCoder.h>
@@ -7,7 +8,6 @@
 #include <toolkit/image/private/KrTiffCoder.h>
 
 #include <algorithm>
-#include <cctype>
 #include <utility>
 
 namespace
@@ -103,9 +103,7 @@ std::string KrPictureFile::decode(const unsigned char* data, std::size_t size, c
 
 std::string KrPictureFile::encode(const KrPicture& picture, const std::string& extension, std::string& bytes)
 {
-    std::string small = extension;
-    std::transform(small.begin(), small.end(), small.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string small = KrText::lowered(extension);
     for (const Writable& format : kWritable) {
         if (small == format.extension) {
             const unsigned int channels = nearestChannels(format.channelCounts, picture.channels);

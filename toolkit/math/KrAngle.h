@@ -1,0 +1,20 @@
+#pragma once
+
+/// Angles are radians everywhere; degrees stand only in what people read and write.
+namespace Kr::Angle
+{
+
+/// Half a turn, rad.
+constexpr double kPi = 3.14159265358979323846;
+
+constexpr double radians(double degrees)
+{
+    return kPi / 180.0 * degrees;
+}
+
+constexpr double degrees(double radians)
+{
+    return 180.0 / kPi * radians;
+}
+
+} // namespace Kr::Angle
