@@ -432,7 +432,7 @@ bool KrMultiRenderWindow::chooseGrid()
         warnOfWidth();
         return false;
     }
-    m_numRows = static_cast<unsigned int>(std::ceil(static_cast<double>(count) / static_cast<double>(m_numColumns)));
+    m_numRows = KrTileGrid::rowsFor(count, m_numColumns);
     if (std::uint64_t(m_singleHeight) * m_numRows > kLargest) {
         warnOfHeight();
         return false;
@@ -470,18 +470,13 @@ void KrMultiRenderWindow::forgetViewsOfAnotherViewer()
 void KrMultiRenderWindow::layoutViews()
 {
     forgetViewsOfAnotherViewer();
-    unsigned int k = 0;
-    for (unsigned int row = 0; row < m_grid.rows; ++row) {
-        for (unsigned int column = 0; column < m_grid.columns && k < m_views.size(); ++column, ++k) {
-            osg::ref_ptr<osg::Camera>& view = m_views[k];
-            if (!view) {
-                view = createView(k);
-            }
-            // Row 0 is the top one; a viewport counts from the bottom.
-            view->setViewport(
-                static_cast<int>(m_grid.width * column), static_cast<int>(m_grid.height * (m_grid.rows - 1 - row)),
-                static_cast<int>(std::max(1u, m_grid.width)), static_cast<int>(std::max(1u, m_grid.height)));
+    for (unsigned int k = 0; k < m_views.size() && k < m_grid.numPlaces(); ++k) {
+        osg::ref_ptr<osg::Camera>& view = m_views[k];
+        if (!view) {
+            view = createView(k);
         }
+        view->setViewport(static_cast<int>(m_grid.left(k)), static_cast<int>(m_grid.bottom(k)),
+                          static_cast<int>(std::max(1u, m_grid.width)), static_cast<int>(std::max(1u, m_grid.height)));
     }
     layoutEmptyTiles();
 }
@@ -514,16 +509,12 @@ void KrMultiRenderWindow::layoutEmptyTiles()
         return;
     }
     // Each has a pixel of a window that is not too large.
-    const std::size_t last = std::size_t(m_grid.rows) * m_grid.columns;
-    for (std::size_t k = 0; k < last; ++k) {
+    for (std::size_t k = 0; k < m_grid.numPlaces(); ++k) {
         if (k < m_views.size() && m_views[k].valid()) {
             continue;
         }
-        const auto row = static_cast<unsigned int>(k / m_grid.columns);
-        const auto column = static_cast<unsigned int>(k % m_grid.columns);
-        areas.push_back({static_cast<int>(m_grid.width * column),
-                         static_cast<int>(m_grid.height * (m_grid.rows - 1 - row)), static_cast<int>(m_grid.width),
-                         static_cast<int>(m_grid.height)});
+        areas.push_back({static_cast<int>(m_grid.left(k)), static_cast<int>(m_grid.bottom(k)),
+                         static_cast<int>(m_grid.width), static_cast<int>(m_grid.height)});
     }
 }
 

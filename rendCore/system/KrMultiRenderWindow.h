@@ -1,6 +1,7 @@
 #pragma once
 
 #include <rendCore/system/KrRenderWindow.h>
+#include <rendCore/system/KrTileGrid.h>
 
 #include <toolkit/math/KrCoordinateSystemTransformation.h>
 #include <toolkit/math/KrVector.h>
@@ -125,15 +126,6 @@ private:
     class EmptyTiles;
     class OverlayOnce;
 
-    /// What the views stand in: the latest layout that was not refused. Without one view 0 fills the window.
-    struct Grid
-    {
-        unsigned int columns = 0;
-        unsigned int rows = 0;
-        unsigned int width = 0;  ///< of one tile, pixels
-        unsigned int height = 0; ///< likewise
-    };
-
     void setNumViews(unsigned int count);
     bool chooseGrid();
     void layoutViews();
@@ -152,7 +144,7 @@ private:
 
     osg::ref_ptr<SlavePlacer> m_placer;
     osg::ref_ptr<EmptyTiles> m_emptyTiles; ///< the present viewer's; null before it has views
-    Grid m_grid;
+    KrTileGrid m_grid; ///< the latest layout that was not refused; without one view 0 fills the window
     osg::ref_ptr<osg::FrameBufferObject> m_target; ///< of all views when off-screen; else null
     osg::Matrixd m_reference;                      ///< world to camera of view 0, by which the others are placed
     KrPovParameters m_referencePov;                ///< the same as a point of view

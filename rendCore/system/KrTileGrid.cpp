@@ -1,0 +1,21 @@
+#include <rendCore/system/KrTileGrid.h>
+
+#include <algorithm>
+
+unsigned int KrTileGrid::rowsFor(unsigned int count, unsigned int columns)
+{
+    return count / columns + (count % columns > 0 ? 1 : 0);
+}
+
+KrTileGrid KrTileGrid::largest(unsigned int count, unsigned int pictureWidth, unsigned int pictureHeight)
+{
+    KrTileGrid best;
+    for (unsigned int columns = 1; columns <= count; ++columns) {
+        const unsigned int rows = rowsFor(count, columns);
+        const KrTileGrid grid = {columns, rows, pictureWidth / columns, pictureHeight / rows};
+        if (std::min(grid.width, grid.height) > std::min(best.width, best.height)) {
+            best = grid;
+        }
+    }
+    return best;
+}
