@@ -1,6 +1,6 @@
 #include <import/mesh/KrColladaText.h>
 
-#include <import/mesh/KrMeshWords.h>
+#include <import/mesh/KrMeshTokens.h>
 
 #include <toolkit/foundation/KrLimits.h>
 
@@ -14,9 +14,9 @@
 namespace
 {
 
-using KrMeshWords::isCount;
-using KrMeshWords::takeWord;
-using KrMeshWords::trimmed;
+using KrMeshTokens::isCount;
+using KrMeshTokens::takeWord;
+using KrMeshTokens::trimmed;
 
 // No real file comes near: a vertex has a handful of attributes.
 constexpr std::uint64_t kMaxPlaces = 256;

@@ -1,6 +1,6 @@
 #include <import/mesh/KrMeshFile.h>
 
-#include <import/mesh/KrMeshLook.h>
+#include <import/mesh/KrMeshMaterials.h>
 #include <import/mesh/KrMeshSource.h>
 #include <import/mesh/KrVectorIndex.h>
 
@@ -192,8 +192,8 @@ private:
     bool isFilledIn(unsigned int material) const;
     KrMeshData::Group& groupOf(const aiMesh& mesh);
     KrMeshData::Group* colorGroup(const aiMesh& mesh, bool hasLook);
-    void fillLook(const KrMeshLook::Look& look, bool hasCoordinates, KrMeshData::Group& group);
-    void placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, KrDataMap& data);
+    void fillLook(const KrMeshMaterials::Look& look, bool hasCoordinates, KrMeshData::Group& group);
+    void placeTexture(const KrMeshMaterials::Look& look, bool hasCoordinates, KrDataMap& data);
     void readLooks(bool trustMaterials);
     std::string uniqueName(const std::string& name);
     void warn(const std::string& text);
@@ -211,7 +211,7 @@ private:
     std::uint64_t m_numVertices = 0; ///< of all instances
     KrVectorIndex m_vertices;
     KrVectorIndex m_normals;
-    std::vector<KrMeshLook::Look> m_looks;
+    std::vector<KrMeshMaterials::Look> m_looks;
     std::map<std::pair<unsigned int, bool>, std::size_t> m_groups; ///< by material and whether its texture can be used
     std::map<std::string, std::size_t> m_colorGroups;              ///< by the colour of all vertices
     std::map<const aiMesh*, std::vector<std::uint32_t>> m_coordinates; ///< of texture, by vertex
@@ -245,7 +245,7 @@ void Collector::readLooks(bool trustMaterials)
     bool isAllClear = true;
     bool hasForeignNames = false;
     for (unsigned int i = 0; i < m_scene.mNumMaterials; ++i) {
-        m_looks.push_back(KrMeshLook::read(*m_scene.mMaterials[i]));
+        m_looks.push_back(KrMeshMaterials::read(*m_scene.mMaterials[i]));
         hasForeignNames = hasForeignNames || m_looks.back().hasForeignName;
         m_looks.back().isOwn = trustMaterials && !isFilledIn(i);
         isAllClear = isAllClear && (!used.count(i) || m_looks.back().opacity == 0.0);
@@ -254,10 +254,10 @@ void Collector::readLooks(bool trustMaterials)
         warn("names of materials are no UTF-8; they are read as Latin-1");
     }
     // Exporters disagree whether 0 or 1 is opaque; a mesh that could not be seen at all was meant to be.
-    for (KrMeshLook::Look& look : m_looks) {
+    for (KrMeshMaterials::Look& look : m_looks) {
         if (isAllClear && look.opacity == 0.0) {
             look.opacity = 1.0;
-            KrMeshLook::setOpacity(look.data, 1.0);
+            KrMeshMaterials::setOpacity(look.data, 1.0);
         }
     }
     if (isAllClear && !used.empty()) {
@@ -269,7 +269,7 @@ void Collector::readLooks(bool trustMaterials)
 bool Collector::isFilledIn(unsigned int material) const
 {
     const aiMaterial& filled = *m_scene.mMaterials[material];
-    const KrMeshLook::Look& look = m_looks[material];
+    const KrMeshMaterials::Look& look = m_looks[material];
     if (m_isGltf) {
         return material + 1 == m_scene.mNumMaterials; // it stands behind the file's own
     }
@@ -401,7 +401,7 @@ KrMeshData::Group* Collector::colorGroup(const aiMesh& mesh, bool hasLook)
         }
         return nullptr;
     }
-    const KrMeshLook::Look look = KrMeshLook::ofColor(colors[0]);
+    const KrMeshMaterials::Look look = KrMeshMaterials::ofColor(colors[0]);
     const auto [place, isNew] = m_colorGroups.emplace(look.name, m_data.groups.size());
     if (isNew) {
         m_data.groups.emplace_back();
@@ -412,9 +412,9 @@ KrMeshData::Group* Collector::colorGroup(const aiMesh& mesh, bool hasLook)
 
 KrMeshData::Group& Collector::groupOf(const aiMesh& mesh)
 {
-    const KrMeshLook::Look none;
+    const KrMeshMaterials::Look none;
     const bool isKnown = mesh.mMaterialIndex < m_looks.size();
-    const KrMeshLook::Look& look = isKnown ? m_looks[mesh.mMaterialIndex] : none;
+    const KrMeshMaterials::Look& look = isKnown ? m_looks[mesh.mMaterialIndex] : none;
     const bool hasCoordinates = mesh.HasTextureCoords(0) || mesh.HasTextureCoords(look.textureChannel);
     const bool isTextured = !look.texture.empty() && hasCoordinates;
     if (KrMeshData::Group* const colored = colorGroup(mesh, isKnown && look.isOwn)) {
@@ -430,7 +430,7 @@ KrMeshData::Group& Collector::groupOf(const aiMesh& mesh)
     return m_data.groups[place->second];
 }
 
-void Collector::fillLook(const KrMeshLook::Look& look, bool hasCoordinates, KrMeshData::Group& group)
+void Collector::fillLook(const KrMeshMaterials::Look& look, bool hasCoordinates, KrMeshData::Group& group)
 {
     group.hasLook = true;
     group.name = uniqueName(look.name.empty() ? "material" : look.name);
@@ -440,7 +440,7 @@ void Collector::fillLook(const KrMeshLook::Look& look, bool hasCoordinates, KrMe
     }
 }
 
-void Collector::placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, KrDataMap& data)
+void Collector::placeTexture(const KrMeshMaterials::Look& look, bool hasCoordinates, KrDataMap& data)
 {
     std::vector<std::string> tried;
     const std::string name = "texture \"" + KrText::oneLine(look.texture) + "\"";
@@ -448,7 +448,7 @@ void Collector::placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, 
         warn(name + " lies inside the mesh file; only its material's colour is used");
         return;
     }
-    const std::string image = KrMeshLook::findTexture(m_path, look.texture, tried);
+    const std::string image = KrMeshMaterials::findTexture(m_path, look.texture, tried);
     if (image.empty()) {
         std::string list;
         for (const std::string& path : tried) {
@@ -458,7 +458,7 @@ void Collector::placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, 
         return;
     }
     if (!hasCoordinates) {
-        const bool isMean = KrMeshLook::setMeanColor(data, image);
+        const bool isMean = KrMeshMaterials::setMeanColor(data, image);
         warn(name + " is given for triangles without texture coordinates; " +
              (isMean ? "its mean colour is used" : "it cannot be read, and only the colour is used"));
         return;
@@ -466,7 +466,7 @@ void Collector::placeTexture(const KrMeshLook::Look& look, bool hasCoordinates, 
     if (image != tried.front()) {
         warn(name + " is taken from " + KrText::oneLine(image, kMaxPath));
     }
-    KrMeshLook::setTexture(data, image);
+    KrMeshMaterials::setTexture(data, image);
     m_data.textures.push_back(image);
 }
 

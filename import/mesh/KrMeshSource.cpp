@@ -3,10 +3,10 @@
 #include <import/files/KrImportPath.h>
 #include <import/mesh/KrColladaText.h>
 #include <import/mesh/KrGltfText.h>
-#include <import/mesh/KrMeshPlausibility.h>
-#include <import/mesh/KrMeshWords.h>
+#include <import/mesh/KrMeshTokens.h>
 #include <import/mesh/KrObjText.h>
 #include <import/mesh/KrOffText.h>
+#include <import/mesh/KrPlyText.h>
 #include <import/mesh/KrStlText.h>
 
 #include <toolkit/foundation/private/KrInputFile.h>
@@ -42,7 +42,7 @@ bool formatBySign(std::string_view content, Format& format)
 {
     std::string_view begin = withoutMark(content.substr(0, kSignBytes));
     const std::string lower = KrImportPath::toLower(begin);
-    std::string_view word = KrMeshWords::takeWord(begin);
+    std::string_view word = KrMeshTokens::takeWord(begin);
     if (word.substr(0, 4) == "glTF") {
         format = Format::Glb;
     } else if (word == "ply") {
@@ -201,7 +201,7 @@ bool Source::readLibrary(const std::string& name)
     // The rest of the line is one name, or several; many exporters give the library the mesh's own name.
     std::vector<std::string> names{name};
     for (std::string_view rest = name; !rest.empty();) {
-        names.emplace_back(KrMeshWords::takeWord(rest));
+        names.emplace_back(KrMeshTokens::takeWord(rest));
     }
     bool isRead = readSide(names[0], content, why);
     for (std::size_t i = 1; !isRead && i < names.size(); ++i) {
@@ -256,7 +256,7 @@ bool Source::readOther(std::string&& content, std::string& why)
         KrColladaText::separateIds(content);
         m_result.upAxis = KrColladaText::upAxis(content);
     }
-    if (!KrMeshPlausibility::check(content, m_result.format, why)) {
+    if (!KrPlyText::check(content, m_result.format, why)) {
         return false;
     }
     m_result.files[m_result.main] = std::move(content);

@@ -1,7 +1,7 @@
 #include <import/mesh/KrObjText.h>
 
 #include <import/files/KrImportPath.h>
-#include <import/mesh/KrMeshWords.h>
+#include <import/mesh/KrMeshTokens.h>
 
 #include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/private/KrText.h>
@@ -14,11 +14,11 @@
 namespace
 {
 
-using KrMeshWords::appendNumber;
-using KrMeshWords::takeLine;
-using KrMeshWords::takeNumber;
-using KrMeshWords::takeWord;
-using KrMeshWords::trimmed;
+using KrMeshTokens::appendNumber;
+using KrMeshTokens::takeLine;
+using KrMeshTokens::takeNumber;
+using KrMeshTokens::takeWord;
+using KrMeshTokens::trimmed;
 
 constexpr std::size_t kMaxName = 200;
 constexpr std::size_t kMaxLibraries = 64;

@@ -1,6 +1,6 @@
 #include <import/mesh/KrOffText.h>
 
-#include <import/mesh/KrMeshWords.h>
+#include <import/mesh/KrMeshTokens.h>
 
 #include <algorithm>
 #include <vector>
@@ -8,12 +8,12 @@
 namespace
 {
 
-using KrMeshWords::appendNumber;
-using KrMeshWords::isCount;
-using KrMeshWords::takeLine;
-using KrMeshWords::takeNumber;
-using KrMeshWords::takeWord;
-using KrMeshWords::trimmed;
+using KrMeshTokens::appendNumber;
+using KrMeshTokens::isCount;
+using KrMeshTokens::takeLine;
+using KrMeshTokens::takeNumber;
+using KrMeshTokens::takeWord;
+using KrMeshTokens::trimmed;
 
 constexpr std::size_t kMaxCorners = 9;
 

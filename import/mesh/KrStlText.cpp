@@ -1,7 +1,7 @@
 #include <import/mesh/KrStlText.h>
 
 #include <import/files/KrImportPath.h>
-#include <import/mesh/KrMeshWords.h>
+#include <import/mesh/KrMeshTokens.h>
 
 #include <toolkit/foundation/private/KrText.h>
 
@@ -12,8 +12,8 @@
 namespace
 {
 
-using KrMeshWords::takeNumber;
-using KrMeshWords::takeWord;
+using KrMeshTokens::takeNumber;
+using KrMeshTokens::takeWord;
 
 constexpr std::size_t kHeaderBytes = 80;
 constexpr std::size_t kCountEnd = kHeaderBytes + 4;
@@ -96,7 +96,7 @@ void skipName(std::string_view& rest)
 {
     std::string_view behind = rest;
     std::string_view line;
-    if (KrMeshWords::takeLine(behind, line) && line.find("facet") == std::string_view::npos) {
+    if (KrMeshTokens::takeLine(behind, line) && line.find("facet") == std::string_view::npos) {
         rest = behind;
     }
 }

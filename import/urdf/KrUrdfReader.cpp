@@ -5,7 +5,7 @@
 #include <import/files/KrPathResolver.h>
 #include <import/mesh/KrMeshBuilder.h>
 #include <import/mesh/KrMeshFile.h>
-#include <import/mesh/KrMeshLook.h>
+#include <import/mesh/KrMeshMaterials.h>
 
 #include <toolkit/extent/KrBoxPhysicalExtent.h>
 #include <toolkit/extent/KrCapsulePhysicalExtent.h>
@@ -277,7 +277,7 @@ void Reader::setTexture(const std::string& element, const std::string& uri, KrDa
         warn(element, "texture \"" + KrText::oneLine(uri) + "\" is taken from " +
                           KrText::oneLine(found.path, kMaxPath) + " (" + found.rule + ")");
     }
-    KrMeshLook::setTexture(look, found.path);
+    KrMeshMaterials::setTexture(look, found.path);
     m_textures.insert(found.path);
 }
 
@@ -567,7 +567,7 @@ std::string Reader::usableMaterial(const std::string& material, bool hasCoordina
         look.string("krTextureFilename", image);
         look.erase("krTextureFilename");
         look.erase("krTextureEnvironmentMode");
-        if (!KrMeshLook::setMeanColor(look, image)) {
+        if (!KrMeshMaterials::setMeanColor(look, image)) {
             warn(element.name(),
                  "texture \"" + KrText::oneLine(image, kMaxPath) + "\" cannot be read; only the colour is used");
         }

@@ -5,7 +5,7 @@
 #include <string_view>
 
 /// Words and lines of a mesh file's text.
-namespace KrMeshWords
+namespace KrMeshTokens
 {
 
 std::string_view trimmed(std::string_view text);
@@ -20,4 +20,4 @@ bool takeNumber(std::string_view& text, double& number);
 /// Appends what reads back as the same single precision number: digits, or "nan" for what has no such number.
 void appendNumber(std::string& text, double number);
 
-} // namespace KrMeshWords
+} // namespace KrMeshTokens

@@ -1,7 +1,7 @@
-#include <import/mesh/KrMeshPlausibility.h>
+#include <import/mesh/KrPlyText.h>
 
 #include <import/mesh/KrColladaText.h>
-#include <import/mesh/KrMeshWords.h>
+#include <import/mesh/KrMeshTokens.h>
 
 #include <algorithm>
 #include <charconv>
@@ -12,10 +12,10 @@
 namespace
 {
 
-using KrMeshWords::isCount;
-using KrMeshWords::takeLine;
-using KrMeshWords::takeWord;
-using KrMeshWords::trimmed;
+using KrMeshTokens::isCount;
+using KrMeshTokens::takeLine;
+using KrMeshTokens::takeWord;
+using KrMeshTokens::trimmed;
 
 /// The next line that holds a word.
 bool takeFilledLine(std::string_view& text, std::string_view& line)
@@ -209,7 +209,7 @@ bool PlyCheck::takeBinaryElement(const Element& element)
 
 } // namespace
 
-bool KrMeshPlausibility::check(std::string_view content, KrMeshSource::Format format, std::string& why)
+bool KrPlyText::check(std::string_view content, KrMeshSource::Format format, std::string& why)
 {
     using Format = KrMeshSource::Format;
     switch (format) {

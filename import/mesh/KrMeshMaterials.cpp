@@ -1,4 +1,4 @@
-#include <import/mesh/KrMeshLook.h>
+#include <import/mesh/KrMeshMaterials.h>
 
 #include <import/files/KrImportPath.h>
 
@@ -105,7 +105,7 @@ KrColor meanOf(const KrImage& image)
 
 } // namespace
 
-KrMeshLook::Look KrMeshLook::read(const aiMaterial& material)
+KrMeshMaterials::Look KrMeshMaterials::read(const aiMaterial& material)
 {
     Look look;
     aiString name;
@@ -139,7 +139,7 @@ KrMeshLook::Look KrMeshLook::read(const aiMaterial& material)
     return look;
 }
 
-KrMeshLook::Look KrMeshLook::ofColor(const aiColor4D& color)
+KrMeshMaterials::Look KrMeshMaterials::ofColor(const aiColor4D& color)
 {
     Look look;
     const double rgb[3] = {channel(color.r), channel(color.g), channel(color.b)};
@@ -156,15 +156,15 @@ KrMeshLook::Look KrMeshLook::ofColor(const aiColor4D& color)
     return look;
 }
 
-void KrMeshLook::setOpacity(KrDataMap& data, double opacity)
+void KrMeshMaterials::setOpacity(KrDataMap& data, double opacity)
 {
     for (const char* const key : {"krAmbientAlpha", "krDiffuseAlpha", "krSpecularAlpha", "krEmissionAlpha"}) {
         data.setReal(key, opacity);
     }
 }
 
-std::string KrMeshLook::findTexture(const std::string& meshPath, const std::string& name,
-                                    std::vector<std::string>& tried)
+std::string KrMeshMaterials::findTexture(const std::string& meshPath, const std::string& name,
+                                         std::vector<std::string>& tried)
 {
     std::string file = KrImportPath::withSlashes(name);
     if (KrImportPath::toLower(file.substr(0, 7)) == "file://") {
@@ -196,7 +196,7 @@ std::string KrMeshLook::findTexture(const std::string& meshPath, const std::stri
     return "";
 }
 
-bool KrMeshLook::setMeanColor(KrDataMap& data, const std::string& image)
+bool KrMeshMaterials::setMeanColor(KrDataMap& data, const std::string& image)
 {
     KrImage pixels;
     if (!pixels.readFile(image, KrImage::TopRowFirst)) {
@@ -216,7 +216,7 @@ bool KrMeshLook::setMeanColor(KrDataMap& data, const std::string& image)
     return true;
 }
 
-void KrMeshLook::setTexture(KrDataMap& data, const std::string& image)
+void KrMeshMaterials::setTexture(KrDataMap& data, const std::string& image)
 {
     data.setString("krTextureFilename", image);
     data.setString("krTextureEnvironmentMode", "GL_MODULATE");

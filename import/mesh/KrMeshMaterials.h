@@ -10,7 +10,7 @@
 struct aiMaterial;
 
 /// What a material inside a mesh file looks like.
-class KrMeshLook
+class KrMeshMaterials
 {
 public:
     struct Look

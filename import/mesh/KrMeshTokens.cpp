@@ -1,4 +1,4 @@
-#include <import/mesh/KrMeshWords.h>
+#include <import/mesh/KrMeshTokens.h>
 
 #include <algorithm>
 #include <charconv>
@@ -15,7 +15,7 @@ bool isSpace(char c)
 
 } // namespace
 
-std::string_view KrMeshWords::trimmed(std::string_view text)
+std::string_view KrMeshTokens::trimmed(std::string_view text)
 {
     while (!text.empty() && isSpace(text.front())) {
         text.remove_prefix(1);
@@ -26,7 +26,7 @@ std::string_view KrMeshWords::trimmed(std::string_view text)
     return text;
 }
 
-std::string_view KrMeshWords::takeWord(std::string_view& text)
+std::string_view KrMeshTokens::takeWord(std::string_view& text)
 {
     std::size_t begin = 0;
     while (begin < text.size() && isSpace(text[begin])) {
@@ -41,7 +41,7 @@ std::string_view KrMeshWords::takeWord(std::string_view& text)
     return word;
 }
 
-bool KrMeshWords::takeLine(std::string_view& text, std::string_view& line)
+bool KrMeshTokens::takeLine(std::string_view& text, std::string_view& line)
 {
     if (text.empty()) {
         return false;
@@ -53,14 +53,14 @@ bool KrMeshWords::takeLine(std::string_view& text, std::string_view& line)
     return true;
 }
 
-bool KrMeshWords::isCount(std::string_view word, std::uint64_t limit, std::uint64_t& number)
+bool KrMeshTokens::isCount(std::string_view word, std::uint64_t limit, std::uint64_t& number)
 {
     const char* const end = word.data() + word.size();
     const bool isDigits = !word.empty() && word.find_first_not_of("0123456789") == std::string_view::npos;
     return isDigits && std::from_chars(word.data(), end, number).ec == std::errc() && number <= limit;
 }
 
-bool KrMeshWords::takeNumber(std::string_view& text, double& number)
+bool KrMeshTokens::takeNumber(std::string_view& text, double& number)
 {
     std::string_view rest = text;
     std::string_view word = takeWord(rest);
@@ -77,7 +77,7 @@ bool KrMeshWords::takeNumber(std::string_view& text, double& number)
     return true;
 }
 
-void KrMeshWords::appendNumber(std::string& text, double number)
+void KrMeshTokens::appendNumber(std::string& text, double number)
 {
     if (!(std::abs(number) <= std::numeric_limits<float>::max())) {
         text += "nan";

@@ -8,7 +8,7 @@
 /// Looks at a mesh file before the mesh library does, for damage that would cost it all memory or the process: counts
 /// that are none or do not fit what the file holds, headers that do not end, and index lists with something else in
 /// them.
-class KrMeshPlausibility
+class KrPlyText
 {
 public:
     /// @param content  the whole file
