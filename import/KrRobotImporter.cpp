@@ -1,6 +1,8 @@
 #include <import/KrRobotImporter.h>
 
-#include <import/urdf/KrUrdfMender.h>
+#include <import/description/KrRobotBuilder.h>
+#include <import/description/KrRobotRepair.h>
+#include <import/files/KrPathResolver.h>
 #include <import/urdf/KrUrdfReader.h>
 
 #include <toolkit/foundation/KrPrint.h>
@@ -17,12 +19,14 @@ constexpr std::size_t kMaxPath = 1000; // in a message, bytes
 bool readRobot(const std::string& path, const KrImportOptions& options, KrStatedSystem& system, KrImportReport& report,
                std::string& why)
 {
-    KrUrdfMender::Mended mended;
-    KrIndividualManipulator manipulator;
-    if (!KrUrdfMender::mend(path, options, mended, report, why) ||
-        !KrUrdfReader::read(mended, path, options, manipulator, report, why)) {
+    KrRobotDescription description;
+    if (!KrUrdfReader::read(path, {options.maxRobotBytes, options.maxLinks}, description, report, why) ||
+        !KrRobotRepair::run(description, {options.maxLinks, options.maxChain}, report, why)) {
         return false;
     }
+    KrPathResolver resolver(path, options.packagePaths, options.useRosPackagePath);
+    KrIndividualManipulator manipulator;
+    KrRobotBuilder::build(description, resolver, {options.maxMeshBytes, options.maxTriangles}, manipulator, report);
     KrManipulatorSystem manipulators;
     manipulators.manipulators().push_back(manipulator);
     system = KrStatedSystem(manipulators);

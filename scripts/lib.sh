@@ -8,7 +8,7 @@ logs="$root/build/logs"
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
     libopenscenegraph-dev libegl-dev libgl-dev libglx-dev libgbm-dev libglu1-mesa-dev libx11-dev
-    libboost-dev libboost-date-time-dev libxml2-dev liburdfdom-dev libassimp-dev zlib1g-dev
+    libboost-dev libboost-date-time-dev libxml2-dev libassimp-dev zlib1g-dev
     libpng-dev libjpeg62-turbo-dev libtiff-dev
     libeigen3-dev libcli11-dev libspdlog-dev nlohmann-json3-dev
     libgl1-mesa-dri libegl-mesa0 libglx-mesa0 fonts-liberation2
@@ -16,7 +16,7 @@ build_packages=(
 # What the tests need besides:
 # (the last line for the example of a Qt widget)
 test_packages=(
-    libgtest-dev ffmpeg xvfb xauth
+    libgtest-dev liburdfdom-dev ffmpeg xvfb xauth
     qt6-base-dev libqt6opengl6-dev
 )
 # What the slower checks need besides:

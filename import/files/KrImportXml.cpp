@@ -93,8 +93,9 @@ KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, KrInputFi
     const UniqueParser parser(xmlNewParserCtxt());
     UniqueDocument document;
     if (parser) {
-        document.reset(xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), path.c_str(),
-                                         nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+        document.reset(
+            xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), path.c_str(), nullptr,
+                              XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES));
     }
     if (!document) {
         why = parser ? parserMessage(*parser) : "out of memory";
@@ -140,6 +141,11 @@ bool KrImportXml::attribute(const xmlNode& node, const char* name, std::string& 
     return true;
 }
 
+unsigned int KrImportXml::lineOf(const xmlNode& node)
+{
+    return static_cast<unsigned int>(std::max(0l, xmlGetLineNo(&node)));
+}
+
 std::string KrImportXml::textOf(const xmlNode& node)
 {
     xmlChar* const content = xmlNodeGetContent(&node);
@@ -174,28 +180,4 @@ std::string KrImportXml::text(double value)
     std::string text;
     KrXmlText::append(text, value);
     return text;
-}
-
-std::string KrImportXml::quoted(const std::string& value)
-{
-    std::string text = "\"";
-    for (const char c : value) {
-        switch (c) {
-        case '&':
-            text += "&amp;";
-            break;
-        case '<':
-            text += "&lt;";
-            break;
-        case '>':
-            text += "&gt;";
-            break;
-        case '"':
-            text += "&quot;";
-            break;
-        default:
-            text += c;
-        }
-    }
-    return text + "\"";
 }

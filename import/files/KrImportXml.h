@@ -33,6 +33,8 @@ std::vector<xmlNode*> children(const xmlNode& node, const char* name = nullptr);
 xmlNode* child(const xmlNode& node, const char* name);
 /// False, and no change, when the element has no such attribute.
 bool attribute(const xmlNode& node, const char* name, std::string& value);
+/// The line of the file that the element begins in, from 1.
+unsigned int lineOf(const xmlNode& node);
 /// The text inside, without white space around it.
 std::string textOf(const xmlNode& node);
 
@@ -40,7 +42,5 @@ std::string textOf(const xmlNode& node);
 bool numbers(const std::string& text, std::vector<double>& values);
 /// Shortest text that reads back the same.
 std::string text(double value);
-/// `value` as an attribute's text, with the quotes.
-std::string quoted(const std::string& value);
 
 } // namespace KrImportXml

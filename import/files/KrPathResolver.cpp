@@ -3,6 +3,8 @@
 #include <import/files/KrImportPath.h>
 #include <import/files/KrImportXml.h>
 
+#include <toolkit/foundation/KrLimits.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -62,7 +64,8 @@ struct KrPathResolver::Request
     bool isElsewhere = false; ///< http and the like: only its tail can be of use
 };
 
-KrPathResolver::KrPathResolver(const std::string& description, const KrImportOptions& options)
+KrPathResolver::KrPathResolver(const std::string& description, const std::vector<std::string>& packagePaths,
+                               bool useRosPath)
 {
     std::error_code error;
     // What comes through a pipe counts as a file in the current folder.
@@ -80,8 +83,8 @@ KrPathResolver::KrPathResolver(const std::string& description, const KrImportOpt
         }
     }
 
-    std::vector<std::string> paths = options.packagePaths;
-    const char* const ros = options.useRosPackagePath ? std::getenv("ROS_PACKAGE_PATH") : nullptr;
+    std::vector<std::string> paths = packagePaths;
+    const char* const ros = useRosPath ? std::getenv("ROS_PACKAGE_PATH") : nullptr;
     for (std::string rest = ros ? ros : ""; !rest.empty();) {
         const std::size_t end = std::min(rest.find(':'), rest.size());
         paths.push_back(rest.substr(0, end));

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <import/KrImportOptions.h>
-
 #include <map>
 #include <set>
 #include <string>
@@ -18,7 +16,7 @@
 /// -# guesses inside the description's own bundle: a folder of that name deeper inside it, the rest of the path below
 ///    a folder above, the longest tail of at least folder and file below a folder above, the same name in another mesh
 ///    format;
-/// -# the package folders of the options, then those of ROS_PACKAGE_PATH.
+/// -# the package folders given, then those of ROS_PACKAGE_PATH.
 ///
 /// The bundle comes before folders elsewhere: those can hold another robot's mesh under the same name.
 class KrPathResolver
@@ -33,7 +31,9 @@ public:
     };
 
     /// @param description  the robot description's own path; need not exist
-    KrPathResolver(const std::string& description, const KrImportOptions& options);
+    /// @param packagePaths  folders searched for packages, after the description's own bundle
+    /// @param useRosPath    then those of the environment variable ROS_PACKAGE_PATH
+    KrPathResolver(const std::string& description, const std::vector<std::string>& packagePaths, bool useRosPath);
 
     /// @param uri  package://, model://, file://, absolute or relative; a "%20" may stand for a space. One longer than
     ///             Kr::Limits::kPathBytes is not searched for: nothing is found, and nothing tried

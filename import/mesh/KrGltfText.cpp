@@ -150,8 +150,8 @@ bool decodeBase64(std::string_view text, std::string& bytes)
 class Cleaner
 {
 public:
-    Cleaner(const Json& file, std::string_view body, const KrGltfText::Limits& limits,
-            const KrGltfText::SideReader& side, KrGltfText::Mesh& mesh)
+    Cleaner(const Json& file, std::string_view body, const KrMeshLimits& limits, const KrGltfText::SideReader& side,
+            KrGltfText::Mesh& mesh)
         : m_file(file)
         , m_body(body)
         , m_limits(limits)
@@ -194,7 +194,7 @@ private:
 
     const Json& m_file;
     std::string_view m_body;
-    KrGltfText::Limits m_limits;
+    KrMeshLimits m_limits;
     const KrGltfText::SideReader& m_side;
     KrGltfText::Mesh& m_mesh;
     Json m_result = Json::object();
@@ -613,7 +613,7 @@ bool unpack(std::string_view content, std::string_view& text, std::string_view& 
 
 } // namespace
 
-bool KrGltfText::clean(std::string_view content, bool isBinary, const Limits& limits, const SideReader& side,
+bool KrGltfText::clean(std::string_view content, bool isBinary, const KrMeshLimits& limits, const SideReader& side,
                        Mesh& mesh, std::string& why)
 {
     std::string_view text = isBinary ? std::string_view() : content;

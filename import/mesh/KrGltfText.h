@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstdint>
+#include <import/mesh/KrMeshLimits.h>
+
 #include <functional>
 #include <map>
 #include <string>
@@ -15,11 +16,6 @@
 class KrGltfText
 {
 public:
-    struct Limits
-    {
-        std::uint64_t maxBytes = 0; ///< of all buffers
-        std::uint64_t maxTriangles = 0;
-    };
     /// Reads the side file called so; false, with one clause, when that cannot be.
     using SideReader = std::function<bool(const std::string& name, std::string& content, std::string& why)>;
     struct Mesh
@@ -31,6 +27,6 @@ public:
 
     /// @param isBinary  `content` is a GLB
     /// @param why       on failure one clause
-    static bool clean(std::string_view content, bool isBinary, const Limits& limits, const SideReader& side, Mesh& mesh,
-                      std::string& why);
+    static bool clean(std::string_view content, bool isBinary, const KrMeshLimits& limits, const SideReader& side,
+                      Mesh& mesh, std::string& why);
 };

@@ -166,11 +166,11 @@ std::vector<bool> usedVertices(const aiMesh& mesh)
 class Collector
 {
 public:
-    Collector(const aiScene& scene, KrMeshSource::Format format, const std::string& path,
-              const KrImportOptions& options, KrMeshData& data)
+    Collector(const aiScene& scene, KrMeshSource::Format format, const std::string& path, const KrMeshLimits& limits,
+              KrMeshData& data)
         : m_scene(scene)
         , m_path(path)
-        , m_maxTriangles(options.maxTriangles)
+        , m_maxTriangles(limits.maxTriangles)
         , m_data(data)
     {
         using Format = KrMeshSource::Format;
@@ -499,7 +499,7 @@ bool isTooManyCornered(const aiScene& scene)
     return work > Kr::Limits::kPolygonWork;
 }
 
-bool readScene(const KrMeshSource& source, const std::string& path, const KrImportOptions& options, KrMeshData& data,
+bool readScene(const KrMeshSource& source, const std::string& path, const KrMeshLimits& limits, KrMeshData& data,
                std::string& why)
 {
     Assimp::Importer importer;
@@ -534,7 +534,7 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrImpo
     KrMeshData read;
     read.warnings = source.warnings;
     read.upAxis = source.upAxis;
-    if (!Collector(*scene, source.format, path, options, read).run(source.trustMaterials, why)) {
+    if (!Collector(*scene, source.format, path, limits, read).run(source.trustMaterials, why)) {
         return false;
     }
     data = std::move(read);
@@ -543,11 +543,11 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrImpo
 
 } // namespace
 
-bool KrMeshFile::read(const std::string& path, const KrImportOptions& options, KrMeshData& data, std::string& why)
+bool KrMeshFile::read(const std::string& path, const KrMeshLimits& limits, KrMeshData& data, std::string& why)
 {
     try {
         KrMeshSource source;
-        return KrMeshSource::read(path, options, source, why) && readScene(source, path, options, data, why);
+        return KrMeshSource::read(path, limits, source, why) && readScene(source, path, limits, data, why);
     } catch (const std::exception& exception) {
         why = KrText::oneLine(exception.what());
     } catch (...) {

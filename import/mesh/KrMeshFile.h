@@ -1,7 +1,7 @@
 #pragma once
 
-#include <import/KrImportOptions.h>
 #include <import/mesh/KrMeshData.h>
+#include <import/mesh/KrMeshLimits.h>
 
 #include <string>
 
@@ -16,5 +16,5 @@ class KrMeshFile
 public:
     /// @param data  written on success only; may hold no triangle at all
     /// @param why   on failure one clause that says what is wrong with the file
-    static bool read(const std::string& path, const KrImportOptions& options, KrMeshData& data, std::string& why);
+    static bool read(const std::string& path, const KrMeshLimits& limits, KrMeshData& data, std::string& why);
 };

@@ -100,10 +100,10 @@ const char* mainName(Format format)
 class Source
 {
 public:
-    Source(const std::string& path, const KrImportOptions& options)
+    Source(const std::string& path, const KrMeshLimits& limits)
         : m_path(path)
-        , m_options(options)
-        , m_bytesLeft(options.maxMeshBytes)
+        , m_limits(limits)
+        , m_bytesLeft(limits.maxBytes)
     {
     }
 
@@ -115,12 +115,13 @@ private:
     bool readLibrary(const std::string& name);
     bool readStl(std::string_view content, std::string& why);
     bool readGltf(std::string_view content, std::string& why);
-    bool readOther(std::string&& content, std::string& why);
+    bool readCollada(std::string&& content, std::string& why);
+    bool readPly(std::string&& content, std::string& why);
     bool readSide(const std::string& name, std::string& content, std::string& why);
     void warn(const std::string& text) { m_result.warnings.push_back(text); }
 
     std::string m_path;
-    const KrImportOptions& m_options;
+    KrMeshLimits m_limits;
     std::uint64_t m_bytesLeft; ///< for side files
     KrMeshSource m_result;
     std::size_t m_materials = 0;
@@ -130,7 +131,7 @@ private:
 bool Source::run(std::string& why)
 {
     std::string content;
-    why = KrInputFile::readWhole(m_path, KrInputFile::Accept::Files, m_options.maxMeshBytes, content);
+    why = KrInputFile::readWhole(m_path, KrInputFile::Accept::Files, m_limits.maxBytes, content);
     if (!why.empty()) {
         return false;
     }
@@ -152,19 +153,22 @@ bool Source::run(std::string& why)
     case Format::Obj:
         return readObj(content, why);
     case Format::Off:
-        return KrOffText::clean(withoutMark(content), m_options.maxTriangles, m_result.files[m_result.main], why);
+        return KrOffText::clean(withoutMark(content), m_limits.maxTriangles, m_result.files[m_result.main], why);
     case Format::Gltf:
     case Format::Glb:
         return readGltf(content, why);
-    default:
-        return readOther(std::move(content), why);
+    case Format::Dae:
+        return readCollada(std::move(content), why);
+    case Format::Ply:
+        return readPly(std::move(content), why);
     }
+    return false;
 }
 
 bool Source::readStl(std::string_view content, std::string& why)
 {
     KrStlText::Mesh mesh;
-    if (!KrStlText::clean(content, m_options.maxTriangles, mesh, why)) {
+    if (!KrStlText::clean(content, m_limits.maxTriangles, mesh, why)) {
         return false;
     }
     if (mesh.isCut) {
@@ -177,7 +181,7 @@ bool Source::readStl(std::string_view content, std::string& why)
 bool Source::readObj(std::string_view content, std::string& why)
 {
     KrObjText::Mesh mesh;
-    if (!KrObjText::cleanMesh(withoutMark(content), m_options.maxTriangles, mesh, why)) {
+    if (!KrObjText::cleanMesh(withoutMark(content), m_limits.maxTriangles, mesh, why)) {
         return false;
     }
     m_hasForeignNames = mesh.hasForeignNames;
@@ -238,8 +242,7 @@ bool Source::readGltf(std::string_view content, std::string& why)
     };
     KrGltfText::Mesh mesh;
     const bool isBinary = m_result.format == Format::Glb;
-    if (!KrGltfText::clean(isBinary ? content : withoutMark(content), isBinary,
-                           {m_options.maxMeshBytes, m_options.maxTriangles}, side, mesh, why)) {
+    if (!KrGltfText::clean(isBinary ? content : withoutMark(content), isBinary, m_limits, side, mesh, why)) {
         return false;
     }
     m_result.warnings = std::move(mesh.warnings);
@@ -248,15 +251,21 @@ bool Source::readGltf(std::string_view content, std::string& why)
     return true;
 }
 
-bool Source::readOther(std::string&& content, std::string& why)
+bool Source::readCollada(std::string&& content, std::string& why)
 {
-    const bool isDae = m_result.format == Format::Dae;
-    if (isDae) {
-        KrColladaText::dropMotion(content);
-        KrColladaText::separateIds(content);
-        m_result.upAxis = KrColladaText::upAxis(content);
+    KrColladaText::dropMotion(content);
+    KrColladaText::separateIds(content);
+    m_result.upAxis = KrColladaText::upAxis(content);
+    if (!KrColladaText::check(content, why)) {
+        return false;
     }
-    if (!KrPlyText::check(content, m_result.format, why)) {
+    m_result.files[m_result.main] = std::move(content);
+    return true;
+}
+
+bool Source::readPly(std::string&& content, std::string& why)
+{
+    if (!KrPlyText::check(content, why)) {
         return false;
     }
     m_result.files[m_result.main] = std::move(content);
@@ -280,9 +289,9 @@ bool Source::readSide(const std::string& name, std::string& content, std::string
 
 } // namespace
 
-bool KrMeshSource::read(const std::string& path, const KrImportOptions& options, KrMeshSource& source, std::string& why)
+bool KrMeshSource::read(const std::string& path, const KrMeshLimits& limits, KrMeshSource& source, std::string& why)
 {
-    Source read(path, options);
+    Source read(path, limits);
     if (!read.run(why)) {
         return false;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <import/KrImportOptions.h>
+#include <import/mesh/KrMeshLimits.h>
 
 #include <map>
 #include <string>
@@ -33,5 +33,5 @@ struct KrMeshSource
     /// @param source  written on success only
     /// @param why     on failure one clause that says what is wrong
     /// @return false for a file in another format, over a limit, or that the mesh library had better not see
-    static bool read(const std::string& path, const KrImportOptions& options, KrMeshSource& source, std::string& why);
+    static bool read(const std::string& path, const KrMeshLimits& limits, KrMeshSource& source, std::string& why);
 };

@@ -1,6 +1,5 @@
 #include <import/mesh/KrPlyText.h>
 
-#include <import/mesh/KrColladaText.h>
 #include <import/mesh/KrMeshTokens.h>
 
 #include <algorithm>
@@ -209,15 +208,7 @@ bool PlyCheck::takeBinaryElement(const Element& element)
 
 } // namespace
 
-bool KrPlyText::check(std::string_view content, KrMeshSource::Format format, std::string& why)
+bool KrPlyText::check(std::string_view content, std::string& why)
 {
-    using Format = KrMeshSource::Format;
-    switch (format) {
-    case Format::Dae:
-        return KrColladaText::check(content, why);
-    case Format::Ply:
-        return PlyCheck(content).run(why);
-    default:
-        return true;
-    }
+    return PlyCheck(content).run(why);
 }

@@ -1,17 +1,16 @@
 #pragma once
 
-#include <import/mesh/KrMeshSource.h>
-
 #include <string>
 #include <string_view>
 
-/// Looks at a mesh file before the mesh library does, for damage that would cost it all memory or the process: counts
-/// that are none or do not fit what the file holds, headers that do not end, and index lists with something else in
-/// them.
+/// Looks at a PLY file before the mesh library does, which trusts its header.
 class KrPlyText
 {
 public:
-    /// @param content  the whole file
+    /// Walks the file by its own header, looking for damage that would cost all memory or the process: counts that are
+    /// none, types that are unknown, headers that do not end, and fewer values than declared.
+    ///
+    /// @param content  the whole file, text or binary
     /// @param why      on refusal one clause
-    static bool check(std::string_view content, KrMeshSource::Format format, std::string& why);
+    static bool check(std::string_view content, std::string& why);
 };

@@ -78,15 +78,16 @@ std::string missingText(const KrImportReport::Mesh& mesh)
 
 } // namespace
 
-void KrImportReport::addWarning(const std::string& file, const std::string& element, const std::string& text)
+void KrImportReport::addWarning(const std::string& file, const std::string& element, const std::string& text,
+                                unsigned int line)
 {
     if (m_warnings.size() > Kr::Limits::kWarnings) {
         return;
     }
     const Warning warning{KrText::oneLine(file, Kr::Limits::kPathBytes), KrText::oneLine(element),
-                          KrText::oneLine(text, kMaxText)};
+                          KrText::oneLine(text, kMaxText), line};
     if (m_warnings.size() == Kr::Limits::kWarnings) {
-        m_warnings.push_back({warning.file, "", "there is more to warn of; no further warning is kept"});
+        m_warnings.push_back({warning.file, "", "there is more to warn of; no further warning is kept", 0});
     } else if (m_seen.insert(warning.file + '\n' + warning.element + '\n' + warning.text).second) {
         m_warnings.push_back(warning);
     }

@@ -15,9 +15,10 @@ public:
     /// One thing that was mended, guessed or left out.
     struct Warning
     {
-        std::string file;    ///< the file that holds the element
-        std::string element; ///< "link arm_2 / visual 1", "joint wrist"; empty for the file as a whole
-        std::string text;    ///< one sentence
+        std::string file;      ///< the file that holds the element
+        std::string element;   ///< "link arm_2 / visual 1", "joint wrist"; empty for the file as a whole
+        std::string text;      ///< one sentence
+        unsigned int line = 0; ///< of the element in the file, from 1; 0 where that is not known. Not printed
     };
 
     /// One mesh of one visual or collision element.
@@ -64,7 +65,8 @@ public:
     const std::vector<Warning>& warnings() const { return m_warnings; }
     /// A warning with the same file, element and text as an earlier one is not kept twice. Each becomes short lines of
     /// UTF-8, and Kr::Limits::kWarnings are kept.
-    void addWarning(const std::string& file, const std::string& element, const std::string& text);
+    void addWarning(const std::string& file, const std::string& element, const std::string& text,
+                    unsigned int line = 0);
 
     const std::vector<Mesh>& meshes() const { return m_meshes; }
     void addMesh(const Mesh& mesh) { m_meshes.push_back(mesh); }

@@ -2,613 +2,526 @@
 
 #include <import/files/KrImportPath.h>
 #include <import/files/KrImportXml.h>
-#include <import/files/KrPathResolver.h>
-#include <import/mesh/KrMeshBuilder.h>
-#include <import/mesh/KrMeshFile.h>
-#include <import/mesh/KrMeshMaterials.h>
+#include <import/urdf/KrXacroRemains.h>
 
-#include <toolkit/extent/KrBoxPhysicalExtent.h>
-#include <toolkit/extent/KrCapsulePhysicalExtent.h>
-#include <toolkit/extent/KrCylinderPhysicalExtent.h>
-#include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/foundation/private/KrText.h>
-#include <toolkit/math/KrColor.h>
-#include <toolkit/system/KrIndividualManipulator.h>
-
-#include <Eigen/Dense>
-#include <console_bridge/console.h>
-#include <urdf_parser/urdf_parser.h>
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
+#include <limits>
 #include <set>
+#include <utility>
 
 namespace
 {
 
-using ExtentPointer = boost::shared_ptr<KrBasePhysicalExtent>;
+using Geometry = KrRobotDescription::Geometry;
+using Inertial = KrRobotDescription::Inertial;
+using Joint = KrRobotDescription::Joint;
+using Link = KrRobotDescription::Link;
+using Look = KrRobotDescription::Look;
+using Place = KrRobotDescription::Place;
+using Shape = KrRobotDescription::Shape;
+using Type = KrJointKinematics::Type;
 
-constexpr double kStandInSize = 0.05; // m
-constexpr std::size_t kMaxPath = 400; // in a message, bytes
+constexpr std::size_t kMaxValue = 60; // of an attribute in a message, bytes
 
-/// Keeps what the parser says from the terminal while it lives.
-class ParserMessages : public console_bridge::OutputHandler
+std::string told(const std::string& text)
 {
-public:
-    ParserMessages()
-        : m_previous(console_bridge::getOutputHandler())
-    {
-        console_bridge::useOutputHandler(this);
-    }
-    ~ParserMessages() override { console_bridge::useOutputHandler(m_previous); }
-    ParserMessages(const ParserMessages&) = delete;
-    ParserMessages& operator=(const ParserMessages&) = delete;
-
-    void log(const std::string& text, console_bridge::LogLevel level, const char*, int) override
-    {
-        if (level >= console_bridge::CONSOLE_BRIDGE_LOG_WARN) {
-            m_texts.push_back(text);
-        }
-    }
-    const std::vector<std::string>& texts() const { return m_texts; }
-
-private:
-    console_bridge::OutputHandler* m_previous;
-    std::vector<std::string> m_texts;
-};
-
-KrVector vectorOf(const urdf::Vector3& v)
-{
-    return {v.x, v.y, v.z};
+    return "\"" + KrText::oneLine(text, kMaxValue) + "\"";
 }
 
-KrCoordinateSystemTransformation poseOf(const urdf::Pose& pose)
+/// Pictures are drawn with single precision.
+bool isTooFar(double value)
 {
-    KrCoordinateSystemTransformation result;
-    result.setOrientation({pose.rotation.x, pose.rotation.y, pose.rotation.z, pose.rotation.w});
-    result.setTranslation(vectorOf(pose.position));
-    return result;
+    return std::abs(value) > std::numeric_limits<float>::max();
 }
 
-Eigen::Matrix3d rotationOf(const KrCoordinateSystemTransformation& pose)
+std::string attributeOf(const xmlNode& node, const char* name)
 {
-    Eigen::Matrix3d matrix;
-    for (unsigned int row = 0; row < 3; ++row) {
-        for (unsigned int column = 0; column < 3; ++column) {
-            matrix(row, column) = pose.rotation(row, column);
-        }
-    }
-    return matrix;
+    std::string value;
+    KrImportXml::attribute(node, name, value);
+    return value;
 }
 
-/// The inertia stands in a frame of its own; the link's frame has the tensor R I R^T.
-void fillMass(const urdf::Inertial& inertial, KrMassProperties& mass)
+KrVector vectorOf(const std::vector<double>& xyz)
 {
-    const KrCoordinateSystemTransformation pose = poseOf(inertial.origin);
-    Eigen::Matrix3d tensor;
-    tensor << inertial.ixx, inertial.ixy, inertial.ixz, //
-        inertial.ixy, inertial.iyy, inertial.iyz,       //
-        inertial.ixz, inertial.iyz, inertial.izz;
-    const Eigen::Matrix3d turned = rotationOf(pose) * tensor * rotationOf(pose).transpose();
-    mass.setMass(inertial.mass);
-    mass.setCenterOfMass(pose.translation());
-    mass.setInertia({turned(0, 0), turned(1, 1), turned(2, 2), turned(0, 1), turned(0, 2), turned(1, 2)});
+    return {xyz[0], xyz[1], xyz[2]};
 }
 
-KrJointKinematics::Type typeOf(const urdf::Joint& joint)
+/// Turns about the fixed axes x, y and z, in this order: the product of the three half-angle quaternions.
+///
+/// Kept: by way of a unit quaternion. A matrix made from the angles at once differs in the last digits, and pictures
+/// and written systems with it.
+KrOrientation orientationOf(const std::vector<double>& rpy)
 {
-    switch (joint.type) {
-    case urdf::Joint::REVOLUTE:
-        return KrJointKinematics::Type::Revolute;
-    case urdf::Joint::CONTINUOUS:
-        return KrJointKinematics::Type::Continuous;
-    case urdf::Joint::PRISMATIC:
-        return KrJointKinematics::Type::Prismatic;
-    default:
-        return KrJointKinematics::Type::Fixed;
-    }
-}
-
-void fillJoint(const urdf::Joint& joint, KrJointKinematics& kinematics)
-{
-    kinematics.setName(joint.name);
-    kinematics.setType(typeOf(joint));
-    kinematics.setOrigin(poseOf(joint.parent_to_joint_origin_transform));
-    if (!kinematics.isMovable()) {
-        return;
-    }
-    kinematics.setAxis(vectorOf(joint.axis));
-    if (joint.limits) {
-        kinematics.setLimits(joint.limits->lower, joint.limits->upper);
-        kinematics.setMaximumVelocity(joint.limits->velocity);
-        kinematics.setMaximumEffort(joint.limits->effort);
-    }
-    if (joint.mimic) {
-        kinematics.setMimic(joint.mimic->joint_name, joint.mimic->multiplier, joint.mimic->offset);
-    }
-}
-
-std::size_t numTriangles(const KrBasePhysicalExtent& extent)
-{
-    // A mesh is asked itself: its placed copy is not needed before it is drawn.
-    if (const auto* own = dynamic_cast<const KrTriPhysicalExtent*>(&extent)) {
-        return own->numTriangles();
-    }
-    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent.triExtent();
-    return mesh ? mesh->numTriangles() : 0;
-}
-
-std::string textOf(const KrVector& v)
-{
-    return KrImportXml::text(v.x()) + " " + KrImportXml::text(v.y()) + " " + KrImportXml::text(v.z());
-}
-
-/// Bytes that are the same for two poses only when they are equal.
-std::string keyOf(const KrCoordinateSystemTransformation& pose)
-{
-    double entries[16];
-    pose.assign16(entries);
-    return std::string(reinterpret_cast<const char*>(entries), sizeof entries);
+    const double sr = std::sin(rpy[0] / 2.0), cr = std::cos(rpy[0] / 2.0);
+    const double sp = std::sin(rpy[1] / 2.0), cp = std::cos(rpy[1] / 2.0);
+    const double sy = std::sin(rpy[2] / 2.0), cy = std::cos(rpy[2] / 2.0);
+    const double x = sr * cp * cy - cr * sp * sy;
+    const double y = cr * sp * cy + sr * cp * sy;
+    const double z = cr * cp * sy - sr * sp * cy;
+    const double w = cr * cp * cy + sr * sp * sy;
+    const double length = std::sqrt(x * x + y * y + z * z + w * w);
+    return {x / length, y / length, z / length, w / length};
 }
 
 class Reader
 {
 public:
-    Reader(const urdf::ModelInterface& model, const KrUrdfMender::Mended& mended, const std::string& path,
-           const KrImportOptions& options, KrIndividualManipulator& manipulator, KrImportReport& report)
-        : m_model(model)
-        , m_mended(mended)
-        , m_path(path)
-        , m_options(options)
-        , m_resolver(path, options)
-        , m_manipulator(manipulator)
+    Reader(const xmlNode& robot, const KrUrdfReader::Limits& limits, KrRobotDescription& result, KrImportReport& report)
+        : m_robot(robot)
+        , m_limits(limits)
+        , m_result(result)
         , m_report(report)
     {
     }
 
-    void run();
+    bool run(std::string& why);
 
 private:
-    /// One visual or collision element on its way to an extent.
-    struct Element
+    void warn(const xmlNode& node, const std::string& element, const std::string& text)
     {
-        std::string link;
-        std::string label;
-        std::string material;
-        bool isCollision = false;
-        KrCoordinateSystemTransformation placement;
-        std::string name() const { return "link " + link + " / " + label; }
-    };
-    struct MeshEntry
-    {
-        bool isRead = false;
-        KrMeshData data;
-        std::string why;
-    };
+        m_report.addWarning(m_result.files[0], element, text, KrImportXml::lineOf(node));
+    }
+    static Place placeOf(const xmlNode& node) { return {0, KrImportXml::lineOf(node)}; }
+
+    // Attributes; what is there and is no number gets a warning, unless it waits for its macro.
+    bool values(const xmlNode& node, const char* name, std::size_t count, const std::string& element,
+                std::vector<double>& result);
+    bool value(const xmlNode& node, const char* name, const std::string& element, double& result);
 
     void readMaterials();
-    void setTexture(const std::string& element, const std::string& uri, KrDataMap& look);
-    void countMovables();
-    using Pair = std::pair<const urdf::Link*, KrManipulatorLink*>;
-    void readLinks();
-    void readLink(const urdf::Link& source, KrManipulatorLink& link);
-    std::vector<Pair> addChildren(const urdf::Link& source, KrManipulatorLink& link);
-    void readVisuals(const urdf::Link& source, KrManipulatorLink& link);
-    void readCollisions(const urdf::Link& source, KrManipulatorLink& link);
-    ExtentPointer volumeOf(const std::vector<ExtentPointer>& extents);
-    ExtentPointer extentOf(const urdf::Geometry& geometry, const Element& element);
-    ExtentPointer primitiveOf(const urdf::Geometry& geometry, const Element& element) const;
-    ExtentPointer meshOf(const urdf::Mesh& mesh, const Element& element);
-    ExtentPointer builtMesh(const MeshEntry& entry, const Element& element, KrImportReport::Mesh& line);
-    const MeshEntry& meshEntry(const std::string& path, const Element& element);
-    ExtentPointer standIn(const Element& element) const;
-    std::string usableMaterial(const std::string& material, bool hasCoordinates, const Element& element);
-    bool hasTexture(const std::string& material) const;
-    void warn(const std::string& element, const std::string& text) { m_report.addWarning(m_path, element, text); }
+    void readMaterial(const xmlNode& node, bool isGlobal);
+    Look lookOf(const xmlNode& material, const std::string& element);
+    bool readColor(const xmlNode& node, const std::string& element, std::array<double, 4>& color);
 
-    const urdf::ModelInterface& m_model;
-    const KrUrdfMender::Mended& m_mended;
-    std::string m_path;
-    const KrImportOptions& m_options;
-    KrPathResolver m_resolver;
-    KrIndividualManipulator& m_manipulator;
+    bool readLinks();
+    void readLink(const xmlNode& node, Link& link);
+    void readInertial(const xmlNode& link, const std::string& element, std::optional<Inertial>& inertial);
+    bool readShape(const xmlNode& node, const std::string& element, Shape& shape);
+    bool readGeometry(const xmlNode& shape, const std::string& element, Geometry& geometry);
+    bool readSize(const xmlNode& form, const char* name, const std::string& element, double& result);
+    void readMesh(const xmlNode& mesh, const std::string& element, Geometry& geometry);
+    KrCoordinateSystemTransformation originOf(const xmlNode& owner, const std::string& element);
+
+    bool readJoint(const xmlNode& node, Joint& joint);
+    static std::string endOf(const xmlNode& node, const char* name);
+    void readLimits(const xmlNode& limit, const std::string& element, Joint& joint);
+    void readLimit(const xmlNode& limit, const char* name, const std::string& element, double& result);
+    void readMimic(const xmlNode& mimic, const std::string& element, Joint& joint);
+
+    const xmlNode& m_robot;
+    KrUrdfReader::Limits m_limits;
+    KrRobotDescription& m_result;
     KrImportReport& m_report;
-    std::map<std::string, MeshEntry> m_meshes; ///< by path
-    /// Meshes that links share, by everything that makes them what they are.
-    std::map<std::string, KrMeshBuilder::Result> m_shared;
-    std::set<std::string> m_textures;
-    std::map<std::string, std::string> m_visibleMeshes;             ///< keys of m_shared by file, scale and placement
-    std::set<const KrBasePhysicalExtent*> m_visibleExtents;         ///< meshes that are seen, and may collide as well
-    std::map<const KrBasePhysicalExtent*, ExtentPointer> m_volumes; ///< of visible extents, in the volumes' look
-    bool m_hasCollisionShapes = false;
-    std::vector<std::string> m_lyingMeshes; ///< files that declare another up axis than z
-    std::vector<std::string> m_impossible;  ///< links whose mass properties no body has
 };
 
-void Reader::run()
+bool Reader::run(std::string& why)
 {
+    const KrXacroRemains macros(m_robot);
+    if (macros.any()) {
+        warn(m_robot, "robot", macros.text());
+    }
+    m_result.name = attributeOf(m_robot, "name");
+    m_result.place = placeOf(m_robot);
     readMaterials();
-    countMovables();
-    readLinks();
-    if (!m_impossible.empty()) {
-        warn("link " + m_impossible[0] + " / inertial",
-             "no body has these mass properties" +
-                 (m_impossible.size() > 1 ? ", nor those of " + std::to_string(m_impossible.size() - 1) + " more links"
-                                          : std::string()));
+    if (!readLinks()) {
+        why = "it has too many links; " + std::to_string(m_limits.maxLinks) + " are read";
+        return false;
     }
-    if (!m_lyingMeshes.empty()) {
-        const std::size_t others = m_lyingMeshes.size() - 1;
-        warn("robot", KrText::oneLine(m_lyingMeshes[0]) +
-                          (others == 0 ? " declares" : " and " + std::to_string(others) + " more mesh files declare") +
-                          " another up axis than z; coordinates are taken as they stand, as robot descriptions expect");
+    if (m_result.links.empty()) {
+        why = "it has no links" + (macros.any() ? "; " + macros.text() : "");
+        return false;
     }
-    if (m_report.counts().triangles == 0) {
-        warn("robot", m_hasCollisionShapes ? "no visible shape has a surface: there is collision geometry only"
-                                           : "nothing to draw: no visible shape has a surface");
+    const std::vector<xmlNode*> joints = KrImportXml::children(m_robot, "joint");
+    if (joints.size() > m_limits.maxLinks) {
+        why = "it has too many joints; " + std::to_string(m_limits.maxLinks) + " are read";
+        return false;
     }
-    m_report.counts().textures = m_textures.size();
+    for (const xmlNode* const node : joints) {
+        Joint joint;
+        if (readJoint(*node, joint)) {
+            m_result.joints.push_back(std::move(joint));
+        }
+    }
+    return true;
 }
 
+bool Reader::values(const xmlNode& node, const char* name, std::size_t count, const std::string& element,
+                    std::vector<double>& result)
+{
+    std::string text;
+    if (!KrImportXml::attribute(node, name, text)) {
+        return false;
+    }
+    std::vector<double> read;
+    if (KrImportXml::numbers(text, read) && read.size() == count) {
+        if (std::none_of(read.begin(), read.end(), isTooFar)) {
+            result = read;
+            return true;
+        }
+        warn(node, element, std::string(name) + " " + told(text) + " is too large; it is left out");
+        return false;
+    }
+    if (!KrXacroRemains::isExpression(text)) {
+        warn(node, element,
+             std::string(name) + " " + told(text) + " is not " +
+                 (count == 1 ? "a number" : std::to_string(count) + " numbers") + "; it is left out");
+    }
+    return false;
+}
+
+bool Reader::value(const xmlNode& node, const char* name, const std::string& element, double& result)
+{
+    std::vector<double> read;
+    const bool ok = values(node, name, 1, element, read);
+    result = ok ? read[0] : result;
+    return ok;
+}
+
+/// The robot's own first, then those inside visuals: a name alone may mean one that is defined later in the file.
 void Reader::readMaterials()
 {
-    for (const auto& [name, material] : m_model.materials_) {
-        const urdf::Color& color = material->color;
-        const bool isTextured = !material->texture_filename.empty();
-        const bool isUntold = isTextured && color.r == 0.0f && color.g == 0.0f && color.b == 0.0f;
-        KrDataMap look = KrDataMap::material(isUntold ? KrColor(1.0, 1.0, 1.0, color.a)
-                                                      : KrColor(color.r, color.g, color.b, color.a));
-        if (isTextured) {
-            setTexture("material " + name, material->texture_filename, look);
-        }
-        m_manipulator.materialMap().set(name, look);
+    for (const xmlNode* const material : KrImportXml::children(m_robot, "material")) {
+        readMaterial(*material, true);
     }
-    m_report.counts().materials = m_model.materials_.size();
+    for (const xmlNode* const link : KrImportXml::children(m_robot, "link")) {
+        for (const xmlNode* const visual : KrImportXml::children(*link, "visual")) {
+            for (const xmlNode* const material : KrImportXml::children(*visual, "material")) {
+                readMaterial(*material, false);
+            }
+        }
+    }
 }
 
-void Reader::setTexture(const std::string& element, const std::string& uri, KrDataMap& look)
+void Reader::readMaterial(const xmlNode& node, bool isGlobal)
 {
-    const KrPathResolver::Found& found = m_resolver.findImage(uri);
-    if (found.path.empty()) {
-        warn(element, "texture \"" + KrText::oneLine(uri) + "\" is missing; only the colour is used");
+    const std::string name = attributeOf(node, "name");
+    if (name.empty()) {
         return;
     }
-    if (found.isGuess) {
-        warn(element, "texture \"" + KrText::oneLine(uri) + "\" is taken from " +
-                          KrText::oneLine(found.path, kMaxPath) + " (" + found.rule + ")");
-    }
-    KrMeshMaterials::setTexture(look, found.path);
-    m_textures.insert(found.path);
-}
-
-void Reader::countMovables()
-{
-    KrImportReport::Counts& counts = m_report.counts();
-    counts.links = m_model.links_.size();
-    counts.joints = m_model.joints_.size();
-    for (const auto& [name, joint] : m_model.joints_) {
-        counts.movableJoints += typeOf(*joint) != KrJointKinematics::Type::Fixed;
-        counts.mimicJoints += joint->mimic ? 1 : 0;
+    // What is wrong with a visual's material is told when the visual is read.
+    const Look look = lookOf(node, isGlobal ? "material " + name : "");
+    if (!look.isEmpty()) {
+        m_result.materials.push_back({placeOf(node), name, look, isGlobal});
     }
 }
 
-/// From the base outwards, depth first, without recursion: a chain may be longer than a small stack bears.
-void Reader::readLinks()
+/// @param element  empty for no warnings
+Look Reader::lookOf(const xmlNode& material, const std::string& element)
 {
-    std::vector<Pair> stack{{m_model.getRoot().get(), &m_manipulator}};
-    while (!stack.empty()) {
-        const auto [source, link] = stack.back();
-        stack.pop_back();
-        readLink(*source, *link);
-        const std::vector<Pair> children = addChildren(*source, *link);
-        stack.insert(stack.end(), children.rbegin(), children.rend());
+    Look look;
+    if (const xmlNode* const color = KrImportXml::child(material, "color")) {
+        look.hasColor = readColor(*color, element, look.color);
     }
+    if (const xmlNode* const texture = KrImportXml::child(material, "texture")) {
+        look.texture = attributeOf(*texture, "filename");
+    }
+    return look;
 }
 
-void Reader::readLink(const urdf::Link& source, KrManipulatorLink& link)
+bool Reader::readColor(const xmlNode& node, const std::string& element, std::array<double, 4>& color)
 {
-    link.setName(source.name);
-    if (source.inertial) {
-        fillMass(*source.inertial, link.massProperties());
-        if (!link.massProperties().whyImpossible().empty()) {
-            m_impossible.push_back(source.name);
+    const std::string text = attributeOf(node, "rgba");
+    std::vector<double> rgba;
+    if (!KrImportXml::numbers(text, rgba) || (rgba.size() != 3 && rgba.size() != 4)) {
+        if (!element.empty()) {
+            warn(node, element, "the colour " + told(text) + " is not four numbers; it is left out");
+        }
+        return false;
+    }
+    rgba.resize(4, 1.0);
+    // Some exporters round 1 up, others write 0 to 255; nobody means a colour 200 times as bright as white.
+    const double highest = *std::max_element(rgba.begin(), rgba.end());
+    const bool isByte = *std::max_element(rgba.begin(), rgba.begin() + 3) > 1.01;
+    const bool isOutside = highest > 1.0 || *std::min_element(rgba.begin(), rgba.end()) < 0.0;
+    if (isOutside && !element.empty()) {
+        warn(node, element,
+             "the colour " + told(text) + " is outside [0, 1]; " + (isByte ? "read as bytes" : "cut off"));
+    }
+    for (std::size_t i = 0; i < 4; ++i) {
+        // The opacity often stays at 1 where the colour is written in bytes.
+        const double part = isByte && (i < 3 || rgba[i] > 1.0) ? rgba[i] / 255.0 : rgba[i];
+        color[i] = std::clamp(part, 0.0, 1.0);
+    }
+    return true;
+}
+
+/// False for more than a robot has.
+bool Reader::readLinks()
+{
+    std::set<std::string> names;
+    for (const xmlNode* const node : KrImportXml::children(m_robot, "link")) {
+        const std::string name = attributeOf(*node, "name");
+        if (name.empty()) {
+            warn(*node, "link", "a link without a name is left out");
+            continue;
+        }
+        if (!names.insert(name).second) {
+            warn(*node, "link " + name, "it is there twice; the first one counts");
+            continue;
+        }
+        if (names.size() > m_limits.maxLinks) {
+            return false;
+        }
+        m_result.links.emplace_back();
+        m_result.links.back().name = name;
+        readLink(*node, m_result.links.back());
+    }
+    return true;
+}
+
+void Reader::readLink(const xmlNode& node, Link& link)
+{
+    link.place = placeOf(node);
+    readInertial(node, "link " + link.name + " / inertial", link.inertial);
+    for (const auto& [kind, shapes] : {std::make_pair("visual", &link.visuals), {"collision", &link.collisions}}) {
+        std::size_t number = 0;
+        for (const xmlNode* const element : KrImportXml::children(node, kind)) {
+            Shape shape;
+            shape.place = placeOf(*element);
+            shape.label = kind + (" " + std::to_string(++number));
+            if (readShape(*element, "link " + link.name + " / " + shape.label, shape)) {
+                shapes->push_back(std::move(shape));
+            }
         }
     }
-    readVisuals(source, link);
-    readCollisions(source, link);
 }
 
-/// With their joints; each stays where it is while its own children are added.
-std::vector<Reader::Pair> Reader::addChildren(const urdf::Link& source, KrManipulatorLink& link)
+void Reader::readInertial(const xmlNode& link, const std::string& element, std::optional<Inertial>& inertial)
 {
-    // The parser sorts joints by name; the description's own order is what people expect.
-    std::vector<urdf::JointSharedPtr> joints = source.child_joints;
-    std::sort(joints.begin(), joints.end(), [this](const urdf::JointSharedPtr& a, const urdf::JointSharedPtr& b) {
-        return m_mended.jointOrder.at(a->name) < m_mended.jointOrder.at(b->name);
-    });
-    link.childLinks().reserve(static_cast<unsigned int>(joints.size()));
-    std::vector<Pair> children;
-    for (const urdf::JointSharedPtr& joint : joints) {
-        KrManipulatorLink& child = link.addChildLink(KrManipulatorLink(joint->child_link_name));
-        fillJoint(*joint, child.jointKinematics());
-        children.emplace_back(m_model.getLink(joint->child_link_name).get(), &child);
+    static constexpr const char* kMoments[] = {"ixx", "ixy", "ixz", "iyy", "iyz", "izz"};
+    const xmlNode* const node = KrImportXml::child(link, "inertial");
+    if (!node) {
+        return;
     }
-    return children;
-}
-
-void Reader::readVisuals(const urdf::Link& source, KrManipulatorLink& link)
-{
-    for (const urdf::VisualSharedPtr& visual : source.visual_array) {
-        ++m_report.counts().visuals;
-        Element element;
-        element.link = source.name;
-        element.label = visual->name;
-        element.material = visual->material ? visual->material_name : "";
-        element.placement = poseOf(visual->origin);
-        const ExtentPointer extent = extentOf(*visual->geometry, element);
-        if (extent) {
-            m_report.counts().triangles += numTriangles(*extent);
-            link.addShape(extent);
+    Inertial read;
+    const xmlNode* const mass = KrImportXml::child(*node, "mass");
+    if (!mass || !value(*mass, "value", element, read.mass) || read.mass < 0.0) {
+        warn(*node, element, "it has no mass of zero or more; it is left out");
+        return;
+    }
+    if (const xmlNode* const inertia = KrImportXml::child(*node, "inertia")) {
+        for (std::size_t i = 0; i < read.inertia.size(); ++i) {
+            value(*inertia, kMoments[i], element, read.inertia[i]);
         }
     }
+    read.place = placeOf(*node);
+    read.frame = originOf(*node, element);
+    inertial = read;
 }
 
-void Reader::readCollisions(const urdf::Link& source, KrManipulatorLink& link)
+bool Reader::readShape(const xmlNode& node, const std::string& element, Shape& shape)
 {
-    std::vector<ExtentPointer> extents;
-    for (const urdf::CollisionSharedPtr& collision : source.collision_array) {
-        ++m_report.counts().collisions;
-        Element element;
-        element.link = source.name;
-        element.label = collision->name;
-        element.material = KrUrdfReader::collisionMaterial();
-        element.isCollision = true;
-        element.placement = poseOf(collision->origin);
-        const ExtentPointer extent = extentOf(*collision->geometry, element);
-        if (extent) {
-            extents.push_back(extent);
-            link.addCollisionShape(extent);
+    if (!readGeometry(node, element, shape.geometry)) {
+        warn(node, element, "it has no geometry that can be read; it is left out");
+        return false;
+    }
+    const xmlNode* const material = shape.label[0] == 'v' ? KrImportXml::child(node, "material") : nullptr;
+    if (material) {
+        shape.material.name = attributeOf(*material, "name");
+        shape.material.look = lookOf(*material, element);
+        shape.material.isBroken =
+            KrImportXml::child(*material, "color") != nullptr || KrImportXml::child(*material, "texture") != nullptr;
+    }
+    shape.placement = originOf(node, element);
+    return true;
+}
+
+/// Of several forms in one element the first that can be read counts, in this order.
+bool Reader::readGeometry(const xmlNode& shape, const std::string& element, Geometry& geometry)
+{
+    using Form = Geometry::Form;
+    const xmlNode* const node = KrImportXml::child(shape, "geometry");
+    const auto form = [node](const char* name) { return node ? KrImportXml::child(*node, name) : nullptr; };
+    if (const xmlNode* const mesh = form("mesh")) {
+        readMesh(*mesh, element, geometry);
+        return true;
+    }
+    std::vector<double> edges;
+    const xmlNode* const box = form("box");
+    if (box && values(*box, "size", 3, element, edges)) {
+        if (std::any_of(edges.begin(), edges.end(), [](double edge) { return edge < 0.0; })) {
+            warn(*box, element, "its size is negative; it is taken without the sign");
+        }
+        geometry.form = Form::Box;
+        geometry.size = KrVector(std::abs(edges[0]), std::abs(edges[1]), std::abs(edges[2]));
+        return true;
+    }
+    const xmlNode* const ball = form("sphere");
+    if (ball && readSize(*ball, "radius", element, geometry.radius)) {
+        geometry.form = Form::Sphere;
+        return true;
+    }
+    for (const auto& [name, kind] : {std::make_pair("cylinder", Form::Cylinder), {"capsule", Form::Capsule}}) {
+        const xmlNode* const round = form(name);
+        if (round && readSize(*round, "radius", element, geometry.radius) &&
+            readSize(*round, "length", element, geometry.length)) {
+            geometry.form = kind;
+            return true;
         }
     }
-    m_hasCollisionShapes = m_hasCollisionShapes || !extents.empty();
-    if (link.shape() == nullptr) {
-        return; // a volume encloses a shape
-    }
-    if (const ExtentPointer volume = volumeOf(extents)) {
-        link.shapePointer(0)->addBoundingVolume(boost::shared_ptr<KrShape>(new KrShape(volume)));
-        KrDataMap look = KrDataMap::material(KrColor(0.95, 0.55, 0.1, 0.4));
-        m_manipulator.dataMaps().set(std::string(KrUrdfReader::collisionMaterial()), look);
-    }
+    return false;
 }
 
-/// The viewer shows one enclosing shape of a link at a time: several collision shapes together are that one, and a mesh
-/// that is seen as well is copied, because a volume has a look of its own.
-ExtentPointer Reader::volumeOf(const std::vector<ExtentPointer>& extents)
+/// A mirrored export turns sizes negative, and these forms are symmetric.
+bool Reader::readSize(const xmlNode& form, const char* name, const std::string& element, double& result)
 {
-    if (extents.size() != 1) {
-        return extents.empty() ? nullptr : KrMeshBuilder::merge(extents, KrUrdfReader::collisionMaterial());
+    const bool ok = value(form, name, element, result);
+    if (ok && result < 0.0) {
+        warn(form, element, std::string("its ") + name + " is negative; it is taken without the sign");
     }
-    if (m_visibleExtents.count(extents[0].get()) == 0) {
-        return extents[0];
-    }
-    ExtentPointer& volume = m_volumes[extents[0].get()];
-    if (!volume) {
-        volume = KrMeshBuilder::merge(extents, KrUrdfReader::collisionMaterial());
-    }
-    return volume;
+    result = std::abs(result);
+    return ok;
 }
 
-ExtentPointer Reader::extentOf(const urdf::Geometry& geometry, const Element& element)
+void Reader::readMesh(const xmlNode& mesh, const std::string& element, Geometry& geometry)
 {
-    if (geometry.type == urdf::Geometry::MESH) {
-        return meshOf(static_cast<const urdf::Mesh&>(geometry), element);
+    geometry.form = Geometry::Form::Mesh;
+    geometry.uri = attributeOf(mesh, "filename");
+    std::string text;
+    std::vector<double> scale;
+    if (!KrImportXml::attribute(mesh, "scale", text)) {
+        return;
     }
-    const ExtentPointer extent = primitiveOf(geometry, element);
-    extent->setPlacement(element.placement);
-    if (numTriangles(*extent) == 0) {
-        warn(element.name(), "its size is zero; nothing is drawn");
-        return nullptr;
+    const bool areNumbers = KrImportXml::numbers(text, scale);
+    if (!areNumbers || (scale.size() != 1 && scale.size() != 3)) {
+        warn(mesh, element, "the scale " + told(text) + " is neither one nor three numbers; 1 is taken");
+        return;
     }
-    const bool hasCoordinates = extent->triExtent() && !extent->triExtent()->textureCoordinates().empty();
-    extent->setMaterialName(usableMaterial(element.material, hasCoordinates, element));
-    return extent;
+    scale.resize(3, scale[0]);
+    geometry.scale = vectorOf(scale);
 }
 
-ExtentPointer Reader::primitiveOf(const urdf::Geometry& geometry, const Element& element) const
+KrCoordinateSystemTransformation Reader::originOf(const xmlNode& owner, const std::string& element)
 {
-    if (geometry.type == urdf::Geometry::SPHERE) {
-        return ExtentPointer(new KrSpherePhysicalExtent(static_cast<const urdf::Sphere&>(geometry).radius));
+    KrCoordinateSystemTransformation pose;
+    const xmlNode* const origin = KrImportXml::child(owner, "origin");
+    std::vector<double> read;
+    if (origin && values(*origin, "xyz", 3, element + " / origin", read)) {
+        pose.setTranslation(vectorOf(read));
     }
-    if (geometry.type == urdf::Geometry::BOX) {
-        return ExtentPointer(new KrBoxPhysicalExtent(vectorOf(static_cast<const urdf::Box&>(geometry).dim)));
+    if (origin && values(*origin, "rpy", 3, element + " / origin", read)) {
+        pose.setOrientation(orientationOf(read));
     }
-    const auto& round = static_cast<const urdf::Cylinder&>(geometry);
-    const std::vector<std::pair<std::string, std::string>>& capsules = m_mended.capsules;
-    if (std::find(capsules.begin(), capsules.end(), std::make_pair(element.link, element.label)) != capsules.end()) {
-        return ExtentPointer(new KrCapsulePhysicalExtent(round.radius, round.length));
-    }
-    return ExtentPointer(new KrCylinderPhysicalExtent(round.radius, round.length));
+    return pose;
 }
 
-ExtentPointer Reader::meshOf(const urdf::Mesh& mesh, const Element& element)
+/// False for one that connects nothing.
+bool Reader::readJoint(const xmlNode& node, Joint& joint)
 {
-    const KrPathResolver::Found& found = m_resolver.findMesh(mesh.filename);
-    KrImportReport::Mesh line;
-    line.link = element.link;
-    line.element = element.label;
-    line.uri = mesh.filename;
-    line.path = found.path;
-    line.rule = found.rule;
-    line.tried = found.tried;
-    line.scale = vectorOf(mesh.scale);
-    line.isCollision = element.isCollision;
-
-    ExtentPointer extent;
-    if (found.path.empty()) {
-        line.missing = true;
-        const bool isName = mesh.filename.size() <= Kr::Limits::kPathBytes;
-        warn(element.name(),
-             "mesh \"" + KrText::oneLine(mesh.filename) + "\" was not found" +
-                 (isName ? "" : ": no file has a name of " + std::to_string(mesh.filename.size()) + " bytes"));
+    static const std::pair<const char*, Type> kTypes[] = {{"fixed", Type::Fixed},
+                                                          {"revolute", Type::Revolute},
+                                                          {"continuous", Type::Continuous},
+                                                          {"prismatic", Type::Prismatic}};
+    joint.place = placeOf(node);
+    joint.name = attributeOf(node, "name");
+    joint.parent = endOf(node, "parent");
+    joint.child = endOf(node, "child");
+    const std::string element = "joint " + joint.name;
+    if (joint.parent.empty() || joint.child.empty()) {
+        warn(node, element, "it does not name a parent and a child link; it is left out");
+        return false;
+    }
+    const std::string type = KrImportPath::toLower(attributeOf(node, "type"));
+    const auto isIt = [&type](const auto& entry) { return type == entry.first; };
+    const auto known = std::find_if(std::begin(kTypes), std::end(kTypes), isIt);
+    if (known == std::end(kTypes)) {
+        warn(node, element, "a joint of type \"" + type + "\" is not supported; it is fixed");
     } else {
-        if (found.isGuess) {
-            warn(element.name(), "mesh \"" + KrText::oneLine(mesh.filename) + "\" is taken from " +
-                                     KrText::oneLine(found.path, kMaxPath) + ": " + found.rule);
-        }
-        extent = builtMesh(meshEntry(found.path, element), element, line);
+        joint.type = known->second;
     }
-    m_report.counts().missingMeshes += line.missing;
-    m_report.addMesh(line);
-    // A stand-in among the collision geometry would pretend a volume that nobody described.
-    return line.missing && !element.isCollision ? standIn(element) : extent;
+    joint.origin = originOf(node, element);
+    if (joint.type == Type::Fixed) {
+        return true;
+    }
+    std::vector<double> xyz;
+    const xmlNode* const axis = KrImportXml::child(node, "axis");
+    if (axis && values(*axis, "xyz", 3, element + " / axis", xyz)) {
+        joint.axis = vectorOf(xyz);
+    }
+    if (const xmlNode* const limit = KrImportXml::child(node, "limit")) {
+        readLimits(*limit, element + " / limit", joint);
+    }
+    if (const xmlNode* const mimic = KrImportXml::child(node, "mimic")) {
+        readMimic(*mimic, element + " / mimic", joint);
+    }
+    return true;
 }
 
-ExtentPointer Reader::builtMesh(const MeshEntry& entry, const Element& element, KrImportReport::Mesh& line)
+std::string Reader::endOf(const xmlNode& node, const char* name)
 {
-    if (!entry.isRead) {
-        line.missing = true;
-        m_report.addWarning(line.path, element.name(), "the mesh cannot be read: " + entry.why);
-        return nullptr;
-    }
-    line.unit = entry.data.unit;
-    if (line.scale.x() * line.scale.y() * line.scale.z() == 0.0) {
-        warn(element.name(), "the scale " + textOf(line.scale) + " leaves nothing of the mesh");
-        return nullptr;
-    }
-    const std::string place = line.path + '\n' +
-                              std::string(reinterpret_cast<const char*>(line.scale.data()), 3 * sizeof(double)) +
-                              keyOf(element.placement);
-    const auto seen = m_visibleMeshes.find(place);
-    if (element.isCollision && seen != m_visibleMeshes.end()) {
-        const KrMeshBuilder::Result& visible = m_shared[seen->second];
-        line.triangles = visible.triangles;
-        line.degenerate = visible.degenerate;
-        line.groups = visible.extent->groups().size();
-        return visible.extent;
-    }
-    KrMeshBuilder::Options options;
-    options.scale = line.scale;
-    options.useLooks = !element.isCollision;
-    options.material = element.material;
-    options.name = line.path;
-    const auto isPlain = [](const KrMeshData::Group& group) { return !group.hasLook; };
-    if (std::any_of(entry.data.groups.begin(), entry.data.groups.end(), isPlain)) {
-        options.material = usableMaterial(element.material, !entry.data.textureCoordinates.empty(), element);
-        options.materialHasTexture = hasTexture(options.material);
-    }
-
-    const std::string key = (element.isCollision ? "c" : "v") + options.material + '\n' + place;
-    const auto [shared, isNew] = m_shared.emplace(key, KrMeshBuilder::Result());
-    KrMeshBuilder::Result& result = shared->second;
-    if (isNew) {
-        result = KrMeshBuilder::build(entry.data, options);
-        if (result.extent) {
-            result.extent->setPlacement(element.placement);
-        }
-    }
-    if (result.extent && !element.isCollision) {
-        m_visibleMeshes.emplace(place, key);
-        m_visibleExtents.insert(result.extent.get());
-    }
-    line.triangles = result.triangles;
-    line.degenerate = result.degenerate;
-    line.groups = result.extent ? result.extent->groups().size() : 0;
-    if (!result.extent && result.triangles == 0) {
-        m_report.addWarning(line.path, element.name(), "the mesh holds no triangle; nothing is drawn");
-    }
-    line.missing = !result.extent && result.triangles > 0;
-    if (line.missing) {
-        m_report.addWarning(line.path, element.name(), "the mesh cannot be used: " + result.why);
-    }
-    return result.extent;
+    const xmlNode* const end = KrImportXml::child(node, name);
+    return end ? attributeOf(*end, "link") : "";
 }
 
-const Reader::MeshEntry& Reader::meshEntry(const std::string& path, const Element& element)
+void Reader::readLimits(const xmlNode& limit, const std::string& element, Joint& joint)
 {
-    const auto [place, isNew] = m_meshes.emplace(path, MeshEntry());
-    MeshEntry& entry = place->second;
-    if (!isNew) {
-        return entry;
+    joint.hasLimits = true;
+    readLimit(limit, "lower", element, joint.lower);
+    readLimit(limit, "upper", element, joint.upper);
+    const bool hasEffort = value(limit, "effort", element, joint.maximumEffort);
+    const bool hasVelocity = value(limit, "velocity", element, joint.maximumVelocity);
+    if (!hasEffort || !hasVelocity) {
+        warn(limit, element,
+             std::string("it gives no ") +
+                 (hasEffort     ? "velocity"
+                  : hasVelocity ? "effort"
+                                : "effort and no velocity") +
+                 "; 0 is taken");
     }
-    entry.isRead = KrMeshFile::read(path, m_options, entry.data, entry.why);
-    if (entry.data.upAxis == "X_UP" || entry.data.upAxis == "Y_UP") {
-        m_lyingMeshes.push_back(KrImportPath::nameOf(path));
-    }
-    for (const std::string& warning : entry.data.warnings) {
-        m_report.addWarning(path, element.name(), warning);
-    }
-    m_textures.insert(entry.data.textures.begin(), entry.data.textures.end());
-    for (const KrMeshData::Group& group : entry.data.groups) {
-        m_report.counts().materials += group.hasLook;
-    }
-    return entry;
 }
 
-ExtentPointer Reader::standIn(const Element& element) const
+/// One end of a joint's range. Far ones are common where no limit is meant: they stay as far as numbers go.
+void Reader::readLimit(const xmlNode& limit, const char* name, const std::string& element, double& result)
 {
-    const ExtentPointer box(new KrBoxPhysicalExtent(KrVector(kStandInSize, kStandInSize, kStandInSize)));
-    box->setPlacement(element.placement);
-    box->setMaterialName(KrUrdfReader::standInMaterial());
-    m_manipulator.materialMap().set(std::string(KrUrdfReader::standInMaterial()),
-                                    KrDataMap::material(KrColor(1.0, 0.0, 1.0)));
-    return box;
+    constexpr double kFarthest = std::numeric_limits<float>::max();
+    const std::string text = attributeOf(limit, name);
+    std::vector<double> read;
+    if (KrImportXml::numbers(text, read) && read.size() == 1 && isTooFar(read[0])) {
+        result = std::clamp(read[0], -kFarthest, kFarthest);
+        warn(limit, element,
+             std::string(name) + " " + told(text) + " is out of reach; " + KrImportXml::text(result) + " is taken");
+        return;
+    }
+    value(limit, name, element, result);
 }
 
-/// The name of a material without its texture where there are no coordinates for it.
-std::string Reader::usableMaterial(const std::string& material, bool hasCoordinates, const Element& element)
+void Reader::readMimic(const xmlNode& mimic, const std::string& element, Joint& joint)
 {
-    if (hasCoordinates || !hasTexture(material)) {
-        return material;
+    value(mimic, "multiplier", element, joint.mimicMultiplier);
+    value(mimic, "offset", element, joint.mimicOffset);
+    joint.mimicMaster = attributeOf(mimic, "joint");
+    if (joint.mimicMaster.empty()) {
+        warn(mimic, element, "it names no joint; it is left out");
     }
-    const std::string plain = material + " without texture";
-    if (!m_manipulator.materialMap().find(plain)) {
-        KrDataMap look = *m_manipulator.materialMap().find(material);
-        std::string image;
-        look.string("krTextureFilename", image);
-        look.erase("krTextureFilename");
-        look.erase("krTextureEnvironmentMode");
-        if (!KrMeshMaterials::setMeanColor(look, image)) {
-            warn(element.name(),
-                 "texture \"" + KrText::oneLine(image, kMaxPath) + "\" cannot be read; only the colour is used");
-        }
-        m_manipulator.materialMap().set(plain, look);
-    }
-    warn(element.name(), "material \"" + KrText::oneLine(material) +
-                             "\" has a texture, but the shape has no texture coordinates; its mean colour is used");
-    return plain;
-}
-
-bool Reader::hasTexture(const std::string& material) const
-{
-    const KrDataMap* const look = m_manipulator.materialMap().find(material);
-    std::string image;
-    return look && look->string("krTextureFilename", image);
 }
 
 } // namespace
 
-bool KrUrdfReader::read(const KrUrdfMender::Mended& mended, const std::string& path, const KrImportOptions& options,
-                        KrIndividualManipulator& manipulator, KrImportReport& report, std::string& why)
+bool KrUrdfReader::read(const std::string& path, const Limits& limits, KrRobotDescription& description,
+                        KrImportReport& report, std::string& why)
 {
-    const ParserMessages messages;
-    urdf::ModelInterfaceSharedPtr model;
-    try {
-        model = urdf::parseURDF(mended.text);
-    } catch (const std::exception& exception) {
-        why = exception.what();
-    }
-    if (!model || !model->getRoot()) {
-        why = messages.texts().empty() ? "the parser refuses it " + why : messages.texts().front();
+    bool isForeign = false;
+    const KrImportXml::UniqueDocument document =
+        KrImportXml::read(path, KrInputFile::Accept::FilesAndPipes, limits.maxBytes, why, &isForeign);
+    const xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
+    if (!root) {
         return false;
     }
-    for (const std::string& text : messages.texts()) {
-        report.addWarning(path, "robot", text);
+    if (KrImportXml::nameOf(*root) != "robot") {
+        why = "its first element is <" + KrText::oneLine(KrImportXml::nameOf(*root), kMaxValue) + ">, not <robot>";
+        return false;
     }
-    Reader(*model, mended, path, options, manipulator, report).run();
-    // Else links that hold one another go by recursion.
-    for (const auto& [name, link] : model->links_) {
-        link->child_links.clear();
-        link->child_joints.clear();
+    if (isForeign) {
+        report.addWarning(path, "robot", "it is no UTF-8; it is read as Latin-1");
     }
+    KrRobotDescription read;
+    read.files = {path};
+    if (!Reader(*root, limits, read, report).run(why)) {
+        return false;
+    }
+    description = std::move(read);
     return true;
 }

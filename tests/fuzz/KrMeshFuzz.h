@@ -1,5 +1,6 @@
 #pragma once
 
+#include <import/KrImportOptions.h>
 #include <import/mesh/KrMeshBuilder.h>
 #include <import/mesh/KrMeshFile.h>
 
@@ -52,13 +53,15 @@ inline std::string_view fuzzText(const std::uint8_t* data, std::size_t size)
     return {reinterpret_cast<const char*>(data), size};
 }
 
+inline constexpr KrMeshLimits fuzzLimits{1u << 20, 20000};
+
 inline KrImportOptions fuzzOptions()
 {
     KrImportOptions options;
     options.useRosPackagePath = false;
     options.maxLinks = 200;
-    options.maxMeshBytes = 1u << 20;
-    options.maxTriangles = 20000;
+    options.maxMeshBytes = fuzzLimits.maxBytes;
+    options.maxTriangles = fuzzLimits.maxTriangles;
     return options;
 }
 
@@ -67,7 +70,7 @@ inline void fuzzMesh(const std::string& path)
 {
     KrMeshData data;
     std::string why;
-    if (!KrMeshFile::read(path, fuzzOptions(), data, why)) {
+    if (!KrMeshFile::read(path, fuzzLimits, data, why)) {
         if (why.empty() || why.find('\n') != std::string::npos) {
             std::abort();
         }

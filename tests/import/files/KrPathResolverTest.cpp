@@ -1,5 +1,6 @@
 #include <tests/import/Bundle.h>
 
+#include <import/KrImportOptions.h>
 #include <import/files/KrPathResolver.h>
 
 #include <cstdlib>
@@ -11,7 +12,7 @@ const char* const kFile = "x";
 
 KrPathResolver::Found find(const std::string& description, const std::string& uri, const KrImportOptions& options = {})
 {
-    return KrPathResolver(description, options).findMesh(uri);
+    return KrPathResolver(description, options.packagePaths, options.useRosPackagePath).findMesh(uri);
 }
 
 /// Everything but the rule that is looked at leads nowhere or to the wrong file.

@@ -18,7 +18,7 @@ protected:
     {
         data = KrMeshData();
         why.clear();
-        return KrMeshFile::read(bundle.write(name, content), options, data, why);
+        return KrMeshFile::read(bundle.write(name, content), limits, data, why);
     }
     std::size_t numTriangles() const
     {
@@ -57,7 +57,7 @@ protected:
     }
 
     Bundle bundle;
-    KrImportOptions options;
+    KrMeshLimits limits;
     KrMeshData data;
     std::string why;
 };
@@ -107,7 +107,7 @@ TEST_F(KrMeshSourceTest, PipesAndDevicesAreNoMeshesAndNotWaitedFor)
     EXPECT_FALSE(read("a.gltf", gltf(kOneNode, "[{\"primitives\":[" + kPrimitive + "]}]", "pipe")));
     EXPECT_EQ(why, "its buffer \"pipe\" cannot be read: it is no regular file");
     for (const std::string& path : {bundle.path("pipe"), std::string("/dev/zero"), std::string("/dev/tty")}) {
-        EXPECT_FALSE(KrMeshFile::read(path, options, data, why)) << path;
+        EXPECT_FALSE(KrMeshFile::read(path, limits, data, why)) << path;
     }
     EXPECT_EQ(import(bundle.write("a.urdf", meshRobot("/dev/zero"))).report.counts().missingMeshes, 1u);
     EXPECT_EQ(import(bundle.write("a.urdf", meshRobot("pipe"))).report.counts().missingMeshes, 1u);
@@ -226,7 +226,7 @@ TEST_F(KrMeshSourceTest, BinaryGltfIsReadAndOddTreesEnd)
 
 TEST_F(KrMeshSourceTest, LimitsAreTheClientsAndTold)
 {
-    options.maxTriangles = 11;
+    limits.maxTriangles = 11;
     bundle.write("a.bin", corners());
     std::string many;
     for (int i = 0; i < 40; ++i) {
@@ -241,11 +241,11 @@ TEST_F(KrMeshSourceTest, LimitsAreTheClientsAndTold)
         EXPECT_FALSE(read(name, content)) << name;
         EXPECT_NE(why.find("more than 11 triangles"), std::string::npos) << why;
     }
-    options.maxTriangles = 1000;
+    limits.maxTriangles = 1000;
     for (const auto& [name, content] : files) {
         EXPECT_TRUE(read(name, content)) << name << ": " << why;
     }
-    options.maxMeshBytes = 100;
+    limits.maxBytes = 100;
     EXPECT_FALSE(read("a.stl", stl(box(1, 1, 1))));
     EXPECT_EQ(why, "it is larger than 100 bytes");
     // Side files count, too.

@@ -1,0 +1,330 @@
+#include <import/description/KrRobotRepair.h>
+
+#include <import/description/KrMaterialNames.h>
+#include <import/files/KrImportPath.h>
+
+#include <toolkit/foundation/private/KrText.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <set>
+#include <utility>
+
+namespace
+{
+
+using Link = KrRobotDescription::Link;
+using Joint = KrRobotDescription::Joint;
+using Place = KrRobotDescription::Place;
+using Shape = KrRobotDescription::Shape;
+using Type = KrJointKinematics::Type;
+
+constexpr double kLongAxis = 1e6;
+
+class Repair
+{
+public:
+    Repair(KrRobotDescription& robot, const KrRobotRepair::Limits& limits, KrImportReport& report)
+        : m_robot(robot)
+        , m_limits(limits)
+        , m_report(report)
+        , m_materials([this](const Place& place, const std::string& element, const std::string& text) {
+            warn(place, element, text);
+        })
+    {
+    }
+
+    bool run(std::string& why);
+
+private:
+    void warn(const Place& place, const std::string& element, const std::string& text)
+    {
+        m_report.addWarning(m_robot.files[place.file], element, text, place.line);
+    }
+
+    void nameMaterials();
+    void repairJoint(Joint& joint);
+    void repairAxis(const std::string& element, Joint& joint);
+    void repairLimits(const std::string& element, Joint& joint);
+    void separateJointNames();
+
+    void addMissingLinks();
+    bool cutToTree();
+    void joinRoots();
+    std::set<const Joint*> selfFollowers() const;
+    void dropBadMimics();
+    bool isTooDeep() const;
+    void repairName();
+
+    KrRobotDescription& m_robot;
+    KrRobotRepair::Limits m_limits;
+    KrImportReport& m_report;
+    KrMaterialNames m_materials;
+    std::map<std::string, std::string> m_parents; ///< parent link by child link
+};
+
+bool Repair::run(std::string& why)
+{
+    nameMaterials();
+    std::for_each(m_robot.joints.begin(), m_robot.joints.end(), [this](Joint& joint) { repairJoint(joint); });
+    separateJointNames();
+    addMissingLinks();
+    if (m_robot.links.size() > m_limits.maxLinks) {
+        why = "it has too many links; " + std::to_string(m_limits.maxLinks) + " are read";
+        return false;
+    }
+    if (!cutToTree() || isTooDeep()) {
+        why = "its links form a chain of more than " + std::to_string(m_limits.maxChain);
+        return false;
+    }
+    joinRoots();
+    dropBadMimics();
+    repairName();
+    return true;
+}
+
+void Repair::nameMaterials()
+{
+    m_materials.define(m_robot.materials);
+    for (Link& link : m_robot.links) {
+        for (Shape& visual : link.visuals) {
+            m_materials.resolve(visual.material, visual.place, "link " + link.name + " / " + visual.label);
+        }
+    }
+    m_robot.materials = m_materials.materials();
+}
+
+void Repair::repairJoint(Joint& joint)
+{
+    const std::string element = "joint " + joint.name;
+    if (joint.name.empty()) {
+        joint.name = joint.parent + "_to_" + joint.child;
+        warn(joint.place, element, "it has no name; it becomes \"" + joint.name + "\"");
+    }
+    if (joint.type != Type::Fixed) {
+        repairAxis(element + " / axis", joint);
+        repairLimits(element, joint);
+    }
+}
+
+void Repair::repairAxis(const std::string& element, Joint& joint)
+{
+    const double length = std::hypot(joint.axis.x(), joint.axis.y(), joint.axis.z());
+    if (!(length > 0.0)) {
+        warn(joint.place, element, "it has no direction; the x axis is taken");
+        joint.axis = KrVector(1.0, 0.0, 0.0);
+    } else if (length > kLongAxis || length < 1.0 / kLongAxis) {
+        // Very long and very short ones have squares that are no numbers. The others stay for the joint to normalise:
+        // dividing twice would round twice.
+        joint.axis = KrVector(joint.axis.x() / length, joint.axis.y() / length, joint.axis.z() / length);
+    }
+}
+
+void Repair::repairLimits(const std::string& element, Joint& joint)
+{
+    if (!joint.hasLimits && joint.type == Type::Revolute) {
+        // As an unlimited joint it can at least be moved; limits of zero would freeze it.
+        warn(joint.place, element, "a revolute joint without limits; it turns without limits");
+        joint.type = Type::Continuous;
+    } else if (!joint.hasLimits && joint.type == Type::Prismatic) {
+        warn(joint.place, element, "a prismatic joint without limits; -1 m to 1 m are taken");
+        joint.hasLimits = true;
+        joint.lower = -1.0;
+        joint.upper = 1.0;
+    }
+    if (joint.maximumEffort < 0.0 || joint.maximumVelocity < 0.0) {
+        warn(joint.place, element + " / limit", "its effort or velocity is negative; it is taken without the sign");
+        joint.maximumEffort = std::abs(joint.maximumEffort);
+        joint.maximumVelocity = std::abs(joint.maximumVelocity);
+    }
+    if (joint.lower > joint.upper) {
+        warn(joint.place, element + " / limit", "the lower limit is above the upper one; they are exchanged");
+        std::swap(joint.lower, joint.upper);
+    }
+}
+
+void Repair::separateJointNames()
+{
+    std::set<std::string> names;
+    std::map<std::string, unsigned int> numbers; // the next one to try, by name
+    for (Joint& joint : m_robot.joints) {
+        const std::string given = joint.name;
+        while (!names.insert(joint.name).second) {
+            unsigned int& number = numbers.emplace(given, 2).first->second;
+            joint.name = given + " " + std::to_string(number++);
+        }
+        if (joint.name != given) {
+            warn(joint.place, "joint " + given,
+                 "the name is there twice; the second one becomes \"" + joint.name + "\"");
+        }
+    }
+}
+
+void Repair::addMissingLinks()
+{
+    std::set<std::string> names;
+    for (const Link& link : m_robot.links) {
+        names.insert(link.name);
+    }
+    for (const Joint& joint : m_robot.joints) {
+        for (const std::string& name : {joint.parent, joint.child}) {
+            if (names.insert(name).second) {
+                warn(joint.place, "joint " + joint.name, "link \"" + name + "\" is not defined; an empty one is added");
+                m_robot.links.emplace_back();
+                m_robot.links.back().place = joint.place;
+                m_robot.links.back().name = name;
+            }
+        }
+    }
+}
+
+/// False for chains so long that they are no robot: the walk upwards ends there, else it would take the square of the
+/// number of links.
+bool Repair::cutToTree()
+{
+    std::vector<Joint> kept;
+    for (Joint& joint : m_robot.joints) {
+        std::string above = joint.parent;
+        for (std::size_t depth = 0; above != joint.child && m_parents.count(above); ++depth) {
+            if (depth > m_limits.maxChain) {
+                return false;
+            }
+            above = m_parents[above];
+        }
+        if (above == joint.child) {
+            warn(joint.place, "joint " + joint.name, "it closes a circle of links; it is left out");
+        } else if (!m_parents.emplace(joint.child, joint.parent).second) {
+            warn(joint.place, "joint " + joint.name,
+                 "link \"" + joint.child + "\" has a parent already; the joint is left out");
+        } else {
+            kept.push_back(std::move(joint));
+        }
+    }
+    m_robot.joints = std::move(kept);
+    return true;
+}
+
+void Repair::joinRoots()
+{
+    std::map<std::string, std::size_t> sizes;
+    std::vector<const Link*> roots;
+    for (const Link& link : m_robot.links) {
+        std::string root = link.name;
+        while (m_parents.count(root)) {
+            root = m_parents[root];
+        }
+        ++sizes[root];
+        if (root == link.name) {
+            roots.push_back(&link);
+        }
+    }
+    std::set<std::string> taken;
+    for (const Joint& joint : m_robot.joints) {
+        taken.insert(joint.name);
+    }
+    // The tree with the most links is the robot; of equals the first one.
+    const auto smaller = [&sizes](const Link* a, const Link* b) { return sizes[a->name] < sizes[b->name]; };
+    const std::string base = (*std::max_element(roots.begin(), roots.end(), smaller))->name;
+    for (const Link* const root : roots) {
+        if (root->name == base) {
+            continue;
+        }
+        warn(root->place, "link " + root->name,
+             "it has no parent, like \"" + base + "\"; it is fixed to that one's origin");
+        Joint joint;
+        joint.place = root->place;
+        joint.name = base + "_to_" + root->name;
+        joint.parent = base;
+        joint.child = root->name;
+        while (!taken.insert(joint.name).second) {
+            joint.name += "_";
+        }
+        m_parents[root->name] = base;
+        m_robot.joints.push_back(joint);
+    }
+}
+
+/// The first joint of each circle of joints that follow one another.
+std::set<const Joint*> Repair::selfFollowers() const
+{
+    const std::vector<Joint>& joints = m_robot.joints;
+    std::map<std::string, std::size_t> places;
+    for (const Joint& joint : joints) {
+        places.emplace(joint.name, places.size());
+    }
+    const std::size_t none = joints.size();
+    const auto masterOf = [&](std::size_t place) {
+        const auto master = places.find(joints[place].mimicMaster);
+        return master == places.end() ? none : master->second;
+    };
+    std::set<const Joint*> result;
+    // By joint: where the walk began that came along. Each joint is walked over once, however they follow one another.
+    std::vector<std::size_t> walks(joints.size(), none);
+    for (std::size_t start = 0; start < joints.size(); ++start) {
+        std::size_t at = start;
+        for (; at != none && walks[at] == none; at = masterOf(at)) {
+            walks[at] = start;
+        }
+        if (at == none || walks[at] != start) {
+            continue;
+        }
+        std::size_t first = at;
+        for (std::size_t other = masterOf(at); other != at; other = masterOf(other)) {
+            first = std::min(first, other);
+        }
+        result.insert(&joints[first]);
+    }
+    return result;
+}
+
+void Repair::dropBadMimics()
+{
+    const std::set<const Joint*> followers = selfFollowers();
+    std::set<std::string> names;
+    for (const Joint& joint : m_robot.joints) {
+        names.insert(joint.name);
+    }
+    for (Joint& joint : m_robot.joints) {
+        const std::string element = "joint " + joint.name + " / mimic";
+        const bool isLost = !joint.mimicMaster.empty() && !names.count(joint.mimicMaster);
+        const bool isCircle = followers.count(&joint) > 0;
+        if (isLost) {
+            warn(joint.place, element, "joint \"" + joint.mimicMaster + "\" does not exist; it moves by itself");
+        } else if (isCircle) {
+            warn(joint.place, element, "it follows itself; it moves by itself");
+        }
+        if (isLost || isCircle) {
+            joint.mimicMaster.clear();
+        }
+    }
+}
+
+bool Repair::isTooDeep() const
+{
+    for (const Link& link : m_robot.links) {
+        std::size_t depth = 0;
+        for (auto above = m_parents.find(link.name); above != m_parents.end(); above = m_parents.find(above->second)) {
+            if (++depth > m_limits.maxChain) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+void Repair::repairName()
+{
+    if (m_robot.name.empty()) {
+        m_robot.name = KrText::utf8(KrImportPath::stemOf(m_robot.files[0]));
+        warn(m_robot.place, "robot", "it has no name; \"" + m_robot.name + "\" is taken from the file");
+    }
+    m_report.setRobot(m_robot.name);
+}
+
+} // namespace
+
+bool KrRobotRepair::run(KrRobotDescription& description, const Limits& limits, KrImportReport& report, std::string& why)
+{
+    return Repair(description, limits, report).run(why);
+}

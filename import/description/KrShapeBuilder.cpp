@@ -1,0 +1,297 @@
+#include <import/description/KrShapeBuilder.h>
+
+#include <import/description/KrMaterialNames.h>
+#include <import/files/KrImportPath.h>
+#include <import/files/KrImportXml.h>
+#include <import/files/KrPathResolver.h>
+#include <import/mesh/KrMeshFile.h>
+#include <import/mesh/KrMeshMaterials.h>
+
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+#include <toolkit/extent/KrCapsulePhysicalExtent.h>
+#include <toolkit/extent/KrCylinderPhysicalExtent.h>
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
+#include <toolkit/foundation/private/KrText.h>
+#include <toolkit/math/KrColor.h>
+#include <toolkit/system/KrIndividualManipulator.h>
+
+#include <algorithm>
+
+namespace
+{
+
+using ExtentPointer = KrShapeBuilder::ExtentPointer;
+using Geometry = KrRobotDescription::Geometry;
+
+constexpr double kStandInSize = 0.05; // m
+
+std::size_t numTriangles(const KrBasePhysicalExtent& extent)
+{
+    // A mesh is asked itself: its placed copy is not needed before it is drawn.
+    if (const auto* own = dynamic_cast<const KrTriPhysicalExtent*>(&extent)) {
+        return own->numTriangles();
+    }
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent.triExtent();
+    return mesh ? mesh->numTriangles() : 0;
+}
+
+std::string textOf(const KrVector& v)
+{
+    return KrImportXml::text(v.x()) + " " + KrImportXml::text(v.y()) + " " + KrImportXml::text(v.z());
+}
+
+/// Bytes that are the same for two meshes only when file, scale and pose are equal.
+std::string keyOf(const std::string& path, const KrVector& scale, const KrCoordinateSystemTransformation& pose)
+{
+    double entries[16];
+    pose.assign16(entries);
+    return path + '\n' + std::string(reinterpret_cast<const char*>(scale.data()), 3 * sizeof(double)) +
+           std::string(reinterpret_cast<const char*>(entries), sizeof entries);
+}
+
+ExtentPointer primitiveOf(const Geometry& geometry)
+{
+    switch (geometry.form) {
+    case Geometry::Form::Box:
+        return ExtentPointer(new KrBoxPhysicalExtent(geometry.size));
+    case Geometry::Form::Sphere:
+        return ExtentPointer(new KrSpherePhysicalExtent(geometry.radius));
+    case Geometry::Form::Capsule:
+        return ExtentPointer(new KrCapsulePhysicalExtent(geometry.radius, geometry.length));
+    default:
+        return ExtentPointer(new KrCylinderPhysicalExtent(geometry.radius, geometry.length));
+    }
+}
+
+} // namespace
+
+KrShapeBuilder::KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& resolver, const KrMeshLimits& limits,
+                               KrIndividualManipulator& manipulator, KrImportReport& report)
+    : m_robot(robot)
+    , m_resolver(resolver)
+    , m_limits(limits)
+    , m_manipulator(manipulator)
+    , m_report(report)
+{
+}
+
+ExtentPointer KrShapeBuilder::visual(const KrRobotDescription::Link& link, const KrRobotDescription::Shape& shape)
+{
+    const ExtentPointer extent = extentOf({link, shape, shape.material.name, false});
+    m_report.counts().triangles += extent ? numTriangles(*extent) : 0;
+    return extent;
+}
+
+ExtentPointer KrShapeBuilder::collision(const KrRobotDescription::Link& link, const KrRobotDescription::Shape& shape)
+{
+    return extentOf({link, shape, KrMaterialNames::kCollision, true});
+}
+
+/// The viewer shows one enclosing shape of a link at a time: several collision shapes together are that one, and a mesh
+/// that is seen as well is copied, because a volume has a look of its own.
+ExtentPointer KrShapeBuilder::volumeOf(const std::vector<ExtentPointer>& collisions)
+{
+    if (collisions.size() != 1) {
+        return collisions.empty() ? nullptr : KrMeshBuilder::merge(collisions, KrMaterialNames::kCollision);
+    }
+    if (m_visibleExtents.count(collisions[0].get()) == 0) {
+        return collisions[0];
+    }
+    ExtentPointer& volume = m_volumes[collisions[0].get()];
+    if (!volume) {
+        volume = KrMeshBuilder::merge(collisions, KrMaterialNames::kCollision);
+    }
+    return volume;
+}
+
+// One sentence for all of them: a whole robot comes from one exporter.
+void KrShapeBuilder::warnOfUpAxes()
+{
+    if (m_lyingMeshes.empty()) {
+        return;
+    }
+    const std::size_t others = m_lyingMeshes.size() - 1;
+    m_report.addWarning(
+        m_robot.files[0], "robot",
+        KrText::oneLine(m_lyingMeshes[0]) +
+            (others == 0 ? " declares" : " and " + std::to_string(others) + " more mesh files declare") +
+            " another up axis than z; coordinates are taken as they stand, as robot descriptions expect");
+}
+
+ExtentPointer KrShapeBuilder::extentOf(const Element& element)
+{
+    if (element.shape.geometry.form == Geometry::Form::Mesh) {
+        return meshOf(element);
+    }
+    const ExtentPointer extent = primitiveOf(element.shape.geometry);
+    extent->setPlacement(element.shape.placement);
+    if (numTriangles(*extent) == 0) {
+        warn(element, "its size is zero; nothing is drawn");
+        return nullptr;
+    }
+    const bool hasCoordinates = extent->triExtent() && !extent->triExtent()->textureCoordinates().empty();
+    extent->setMaterialName(usableMaterial(hasCoordinates, element));
+    return extent;
+}
+
+ExtentPointer KrShapeBuilder::meshOf(const Element& element)
+{
+    const std::string& uri = element.shape.geometry.uri;
+    const KrPathResolver::Found& found = m_resolver.findMesh(uri);
+    KrImportReport::Mesh line;
+    line.link = element.link.name;
+    line.element = element.shape.label;
+    line.uri = uri;
+    line.path = found.path;
+    line.rule = found.rule;
+    line.tried = found.tried;
+    line.scale = element.shape.geometry.scale;
+    line.isCollision = element.isCollision;
+
+    ExtentPointer extent;
+    if (found.path.empty()) {
+        line.missing = true;
+        const bool isName = uri.size() <= Kr::Limits::kPathBytes;
+        warn(element, "mesh \"" + KrText::oneLine(uri) + "\" was not found" +
+                          (isName ? "" : ": no file has a name of " + std::to_string(uri.size()) + " bytes"));
+    } else {
+        if (found.isGuess) {
+            warn(element, "mesh \"" + KrText::oneLine(uri) + "\" is taken from " +
+                              KrText::oneLine(found.path, kMaxPath) + ": " + found.rule);
+        }
+        extent = builtMesh(meshEntry(found.path, element), element, line);
+    }
+    m_report.counts().missingMeshes += line.missing;
+    m_report.addMesh(line);
+    // A stand-in among the collision geometry would pretend a volume that nobody described.
+    return line.missing && !element.isCollision ? standIn(element) : extent;
+}
+
+ExtentPointer KrShapeBuilder::builtMesh(const MeshEntry& entry, const Element& element, KrImportReport::Mesh& line)
+{
+    if (!entry.isRead) {
+        line.missing = true;
+        m_report.addWarning(line.path, element.name(), "the mesh cannot be read: " + entry.why);
+        return nullptr;
+    }
+    line.unit = entry.data.unit;
+    if (line.scale.x() * line.scale.y() * line.scale.z() == 0.0) {
+        warn(element, "the scale " + textOf(line.scale) + " leaves nothing of the mesh");
+        return nullptr;
+    }
+    // A mesh that is seen where it collides is kept once: most descriptions name it twice.
+    const std::string place = keyOf(line.path, line.scale, element.shape.placement);
+    const auto seen = element.isCollision ? m_visibleMeshes.find(place) : m_visibleMeshes.end();
+    const bool isSeen = seen != m_visibleMeshes.end();
+    const KrMeshBuilder::Result& result = isSeen ? m_shared[seen->second] : sharedMesh(entry, element, line, place);
+    line.triangles = result.triangles;
+    line.degenerate = result.degenerate;
+    line.groups = result.extent ? result.extent->groups().size() : 0;
+    if (!result.extent && result.triangles == 0) {
+        m_report.addWarning(line.path, element.name(), "the mesh holds no triangle; nothing is drawn");
+    }
+    line.missing = !result.extent && result.triangles > 0;
+    if (line.missing) {
+        m_report.addWarning(line.path, element.name(), "the mesh cannot be used: " + result.why);
+    }
+    return result.extent;
+}
+
+const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const MeshEntry& entry, const Element& element,
+                                                        const KrImportReport::Mesh& line, const std::string& place)
+{
+    KrMeshBuilder::Options options;
+    options.scale = line.scale;
+    options.useLooks = !element.isCollision;
+    options.material = element.material;
+    options.name = line.path;
+    const auto isPlain = [](const KrMeshData::Group& group) { return !group.hasLook; };
+    if (std::any_of(entry.data.groups.begin(), entry.data.groups.end(), isPlain)) {
+        options.material = usableMaterial(!entry.data.textureCoordinates.empty(), element);
+        options.materialHasTexture = hasTexture(options.material);
+    }
+
+    const std::string key = (element.isCollision ? "c" : "v") + options.material + '\n' + place;
+    const auto [shared, isNew] = m_shared.emplace(key, KrMeshBuilder::Result());
+    KrMeshBuilder::Result& result = shared->second;
+    if (isNew) {
+        result = KrMeshBuilder::build(entry.data, options);
+        if (result.extent) {
+            result.extent->setPlacement(element.shape.placement);
+        }
+    }
+    if (result.extent && !element.isCollision) {
+        m_visibleMeshes.emplace(place, key);
+        m_visibleExtents.insert(result.extent.get());
+    }
+    return result;
+}
+
+const KrShapeBuilder::MeshEntry& KrShapeBuilder::meshEntry(const std::string& path, const Element& element)
+{
+    const auto [place, isNew] = m_meshes.emplace(path, MeshEntry());
+    MeshEntry& entry = place->second;
+    if (!isNew) {
+        return entry;
+    }
+    entry.isRead = KrMeshFile::read(path, m_limits, entry.data, entry.why);
+    if (entry.data.upAxis == "X_UP" || entry.data.upAxis == "Y_UP") {
+        m_lyingMeshes.push_back(KrImportPath::nameOf(path));
+    }
+    for (const std::string& warning : entry.data.warnings) {
+        m_report.addWarning(path, element.name(), warning);
+    }
+    m_textures.insert(entry.data.textures.begin(), entry.data.textures.end());
+    for (const KrMeshData::Group& group : entry.data.groups) {
+        m_report.counts().materials += group.hasLook;
+    }
+    return entry;
+}
+
+ExtentPointer KrShapeBuilder::standIn(const Element& element) const
+{
+    const ExtentPointer box(new KrBoxPhysicalExtent(KrVector(kStandInSize, kStandInSize, kStandInSize)));
+    box->setPlacement(element.shape.placement);
+    box->setMaterialName(KrMaterialNames::kStandIn);
+    m_manipulator.materialMap().set(std::string(KrMaterialNames::kStandIn),
+                                    KrDataMap::material(KrColor(1.0, 0.0, 1.0)));
+    return box;
+}
+
+/// The name of the element's material, of one without its texture where there are no coordinates for it.
+std::string KrShapeBuilder::usableMaterial(bool hasCoordinates, const Element& element)
+{
+    const std::string& material = element.material;
+    if (hasCoordinates || !hasTexture(material)) {
+        return material;
+    }
+    const std::string plain = material + " without texture";
+    if (!m_manipulator.materialMap().find(plain)) {
+        KrDataMap look = *m_manipulator.materialMap().find(material);
+        std::string image;
+        look.string("krTextureFilename", image);
+        look.erase("krTextureFilename");
+        look.erase("krTextureEnvironmentMode");
+        if (!KrMeshMaterials::setMeanColor(look, image)) {
+            warn(element,
+                 "texture \"" + KrText::oneLine(image, kMaxPath) + "\" cannot be read; only the colour is used");
+        }
+        m_manipulator.materialMap().set(plain, look);
+    }
+    warn(element, "material \"" + KrText::oneLine(material) +
+                      "\" has a texture, but the shape has no texture coordinates; its mean colour is used");
+    return plain;
+}
+
+bool KrShapeBuilder::hasTexture(const std::string& material) const
+{
+    const KrDataMap* const look = m_manipulator.materialMap().find(material);
+    std::string image;
+    return look && look->string("krTextureFilename", image);
+}
+
+void KrShapeBuilder::warn(const Element& element, const std::string& text)
+{
+    const KrRobotDescription::Place& place = element.shape.place;
+    m_report.addWarning(m_robot.files[place.file], element.name(), text, place.line);
+}

@@ -1,0 +1,69 @@
+#include <import/urdf/KrXacroRemains.h>
+
+#include <import/files/KrImportXml.h>
+
+#include <toolkit/foundation/private/KrText.h>
+
+#include <vector>
+
+namespace
+{
+
+constexpr std::size_t kMaxNames = 20; // of macros in one message
+
+/// By the prefix too: it is often left undeclared, and then belongs to the name.
+bool isXacro(const xmlNode& node)
+{
+    const std::string space = node.ns && node.ns->href ? reinterpret_cast<const char*>(node.ns->href) : "";
+    return KrImportXml::nameOf(node).compare(0, 6, "xacro:") == 0 ||
+           (node.ns && node.ns->prefix && space.find("xacro") != std::string::npos);
+}
+
+} // namespace
+
+// Without recursion: a document may be nested deeper than a small stack bears.
+KrXacroRemains::KrXacroRemains(const xmlNode& root)
+{
+    std::vector<const xmlNode*> stack{&root};
+    while (!stack.empty()) {
+        const xmlNode& node = *stack.back();
+        stack.pop_back();
+        count(node);
+        for (const xmlNode* child = node.children; child; child = child->next) {
+            if (child->type == XML_ELEMENT_NODE) {
+                stack.push_back(child);
+            }
+        }
+    }
+}
+
+std::string KrXacroRemains::text() const
+{
+    std::string list;
+    for (const std::string& name : m_names) {
+        list += (list.empty() ? " (" : ", ") + name;
+    }
+    return "xacro not expanded: " + std::to_string(m_elements) + " elements" + list + (list.empty() ? "" : ")") +
+           " and " + std::to_string(m_expressions) + " expressions remain";
+}
+
+bool KrXacroRemains::isExpression(const std::string& value)
+{
+    return value.find("${") != std::string::npos || value.find("$(") != std::string::npos;
+}
+
+void KrXacroRemains::count(const xmlNode& node)
+{
+    if (isXacro(node)) {
+        ++m_elements;
+        if (m_names.size() < kMaxNames) {
+            m_names.insert(KrText::oneLine(KrImportXml::nameOf(node)));
+        }
+    }
+    for (const xmlAttr* attribute = node.properties; attribute; attribute = attribute->next) {
+        const xmlNode* const value = attribute->children;
+        if (value && value->content && isExpression(reinterpret_cast<const char*>(value->content))) {
+            ++m_expressions;
+        }
+    }
+}
