@@ -31,12 +31,6 @@ constexpr std::size_t kElementDepth = std::size_t{1} << 18; ///< of a native doc
 constexpr unsigned int kNestedObjects = 128;                ///< of a native document, objects but links in each other
 constexpr std::uint64_t kMarkupBytes = std::uint64_t{4} << 20; ///< of a native document, a tag or a comment
 
-#if defined(KR_SANITIZED) || !defined(__OPTIMIZE__)
-// Unoptimised calls take more, those under a sanitizer several times as much.
-constexpr std::size_t kStackPerLink = 2048; ///< of a scene, for each link under another, bytes
-#else
-constexpr std::size_t kStackPerLink = 512; ///< of a scene, for each link under another, bytes
-#endif
 constexpr std::size_t kStackReserve = std::size_t{64} << 10; ///< of a scene, besides its links, bytes
 
 constexpr std::uint64_t kGridBytes = std::uint64_t{1} << 30; ///< of a file of grid values, unpacked too

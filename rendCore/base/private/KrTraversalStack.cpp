@@ -8,6 +8,17 @@
 #include <limits>
 #include <pthread.h>
 
+std::size_t KrTraversalStack::bytesPerLink()
+{
+    // Unoptimised calls take more, those under a sanitizer several times as much. A client's own flags say nothing
+    // about the library's: this cannot stand in a header.
+#if defined(KR_SANITIZED) || !defined(__OPTIMIZE__)
+    return 2048;
+#else
+    return 512;
+#endif
+}
+
 std::size_t KrTraversalStack::bytesLeft()
 {
     constexpr std::size_t unknown = std::numeric_limits<std::size_t>::max();
@@ -28,7 +39,7 @@ std::size_t KrTraversalStack::bytesLeft()
 bool KrTraversalStack::holds(const KrIndividualManipulator& manipulator, bool isTold)
 {
     const std::uint64_t depth = manipulator.depth();
-    const std::uint64_t needed = depth * Kr::Limits::kStackPerLink + Kr::Limits::kStackReserve;
+    const std::uint64_t needed = depth * bytesPerLink() + Kr::Limits::kStackReserve;
     const std::size_t left = bytesLeft();
     if (needed <= left) {
         return true;

@@ -8,6 +8,9 @@ class KrIndividualManipulator;
 namespace KrTraversalStack
 {
 
+/// What a link under another one takes of the stack, bytes, as this library and the scene graph are compiled.
+std::size_t bytesPerLink();
+
 /// What is left of this thread's stack, bytes; the greatest number when that is not known.
 std::size_t bytesLeft();
 

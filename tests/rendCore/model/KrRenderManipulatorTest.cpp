@@ -9,8 +9,6 @@
 #include <tests/support/SceneSamples.h>
 #include <tests/support/SmallStack.h>
 
-#include <toolkit/foundation/KrLimits.h>
-
 #include <gtest/gtest.h>
 
 #include <osg/ComputeBoundsVisitor>
@@ -140,7 +138,7 @@ TEST(KrTraversalStack, RefusesWhatThisThreadCannotWalk)
         EXPECT_LE(KrTraversalStack::bytesLeft(), kSmallStack);
         EXPECT_TRUE(KrTraversalStack::holds(chain(20), false));
         EXPECT_EQ(messages.count(), 0u);
-        const auto deep = chain(static_cast<unsigned int>(kSmallStack / Kr::Limits::kStackPerLink));
+        const auto deep = chain(static_cast<unsigned int>(kSmallStack / KrTraversalStack::bytesPerLink()));
         EXPECT_FALSE(KrTraversalStack::holds(deep, false));
         EXPECT_EQ(messages.count(), 1u);
         EXPECT_NE(messages.all().find("KiB of stack"), std::string::npos) << messages.all();
@@ -152,7 +150,7 @@ TEST(KrTraversalStack, RefusesWhatThisThreadCannotWalk)
 TEST(KrTraversalStack, LetsThroughOnlyWhatTheSceneGraphWalks)
 {
     // As deep as is let through, to the last link: the traversals of a frame must get by with it.
-    onStackOf(1024 * Kr::Limits::kStackPerLink, [] {
+    onStackOf(1024 * KrTraversalStack::bytesPerLink(), [] {
         const unsigned int numLinks = [] {
             unsigned int most = 100;
             MessageRecorder messages;
