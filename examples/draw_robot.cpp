@@ -5,6 +5,7 @@
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <osg/ComputeBoundsVisitor>
+#include <osg/Group>
 
 #include <cmath>
 #include <cstdio>

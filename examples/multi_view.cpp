@@ -4,6 +4,7 @@
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <osg/ComputeBoundsVisitor>
+#include <osg/Group>
 
 #include <cmath>
 #include <cstdio>

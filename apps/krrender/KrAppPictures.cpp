@@ -19,6 +19,9 @@
 
 #include <unistd.h>
 
+#include <osg/Camera>
+#include <osgViewer/Viewer>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>

@@ -7,6 +7,7 @@
 #include <picture/KrLighting.h>
 
 #include <GL/gl.h>
+#include <osg/Group>
 #include <osg/LightModel>
 
 #include <algorithm>

@@ -14,6 +14,7 @@
 #include <toolkit/system/KrPoseDriver.h>
 
 #include <osgGA/GUIEventHandler>
+#include <osgViewer/Viewer>
 
 #include <algorithm>
 #include <chrono>

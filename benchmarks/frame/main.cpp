@@ -19,7 +19,9 @@
 #include <KrAppMessages.h>
 #include <KrAppOptions.h>
 #include <KrAppRobot.h>
+#include <osg/Group>
 #include <osg/LightModel>
+#include <osgViewer/Viewer>
 
 #include <cmath>
 #include <cstdio>

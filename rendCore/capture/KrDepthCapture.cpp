@@ -1,6 +1,7 @@
 #include <rendCore/capture/KrDepthCapture.h>
 
 #include <rendCore/base/private/KrPixelTransferGuard.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/KrSGWindow.h>
 #include <rendCore/window/private/KrDrawnProjection.h>
 #include <rendCore/window/private/KrRenderStages.h>

@@ -3,12 +3,16 @@
 #include <rendCore/capture/KrOpticalFrame.h>
 #include <rendCore/capture/private/KrFrameDescriptionJson.h>
 #include <rendCore/system/KrRenderWindow.h>
+#include <rendCore/window/KrSGBaseInputHandler.h>
 #include <rendCore/window/private/KrDrawnProjection.h>
 
 #include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/private/KrFileReplacement.h>
 #include <toolkit/foundation/private/KrInputFile.h>
+
+#include <osg/FrameStamp>
+#include <osgViewer/Viewer>
 
 #include <algorithm>
 #include <cmath>

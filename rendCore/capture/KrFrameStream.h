@@ -1,6 +1,6 @@
 #pragma once
 
-#include <rendCore/window/KrSGWindow.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 
 #include <osg/Matrixd>
 #include <osg/ref_ptr>

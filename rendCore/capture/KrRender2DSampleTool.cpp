@@ -1,10 +1,15 @@
 #include <rendCore/capture/KrRender2DSampleTool.h>
 
 #include <rendCore/system/KrRenderWindow.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/private/KrContextRestorer.h>
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/system/KrStatedSystem.h>
+
+#include <osg/Camera>
+#include <osg/Image>
+#include <osgViewer/Viewer>
 
 #include <cstdint>
 #include <exception>

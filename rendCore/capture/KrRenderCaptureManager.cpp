@@ -6,6 +6,9 @@
 #include <toolkit/foundation/KrPrint.h>
 
 #include <osg/GLExtensions>
+#include <osg/GraphicsContext>
+#include <osg/State>
+#include <osgViewer/Viewer>
 
 #include <boost/date_time/posix_time/posix_time.hpp>
 

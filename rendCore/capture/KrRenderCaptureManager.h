@@ -1,6 +1,6 @@
 #pragma once
 
-#include <rendCore/window/KrSGWindow.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 
 #include <osg/Image>
 #include <osg/ref_ptr>

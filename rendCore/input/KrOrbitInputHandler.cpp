@@ -11,6 +11,7 @@
 #include <osgGA/GUIEventAdapter>
 #include <osgUtil/IntersectionVisitor>
 #include <osgUtil/LineSegmentIntersector>
+#include <osgViewer/Viewer>
 
 #include <algorithm>
 #include <cmath>

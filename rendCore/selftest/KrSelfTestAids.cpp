@@ -1,6 +1,8 @@
 // The self tests of aids and special geometry: axes, volumes, masses, morph links, plumes, bending shapes, marks.
 
 #include <rendCore/aids/KrRenderMorphLink.h>
+#include <rendCore/model/KrRenderLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrTextureMarker.h>
 #include <rendCore/selftest/private/KrSelfTestRun.h>
 #include <rendCore/selftest/private/KrSelfTestScenes.h>

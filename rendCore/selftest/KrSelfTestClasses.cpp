@@ -13,12 +13,14 @@
 #include <rendCore/capture/KrRenderCaptureManager.h>
 #include <rendCore/model/KrRenderDeformationShape.h>
 #include <rendCore/model/KrRenderIntraLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrRenderSelection.h>
 #include <rendCore/model/KrTextureMarker.h>
 #include <rendCore/plume/KrRenderGridPhysicalExtent.h>
 #include <rendCore/selftest/KrSelfTest.h>
 #include <rendCore/system/KrMultiRenderWindow.h>
 #include <rendCore/system/KrRenderWindow.h>
+#include <rendCore/window/KrSGBaseInputHandler.h>
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/math/KrAngle.h>
@@ -26,6 +28,7 @@
 #include <toolkit/math/KrOrientation.h>
 
 #include <osg/Geometry>
+#include <osg/LightSource>
 #include <osg/Texture1D>
 
 #include <algorithm>

@@ -1,5 +1,7 @@
 #include <rendCore/system/KrMultiRenderWindow.h>
 
+#include <rendCore/window/KrSGBaseInputHandler.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/private/KrCapturedImage.h>
 #include <rendCore/window/private/KrRenderStages.h>
 
@@ -7,6 +9,8 @@
 
 #include <osgUtil/CullVisitor>
 #include <osgUtil/RenderStage>
+#include <osgViewer/GraphicsWindow>
+#include <osgViewer/Viewer>
 
 #include <algorithm>
 #include <cmath>

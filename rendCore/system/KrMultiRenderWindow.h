@@ -8,13 +8,16 @@
 #include <toolkit/visualization/KrPovParameters.h>
 #include <toolkit/xml/KrXmlVectorType.h>
 
-#include <osg/Camera>
-#include <osg/FrameBufferObject>
 #include <osg/Matrixd>
 #include <osg/ref_ptr>
 
-#include <cstdint>
+#include <cstddef>
 #include <vector>
+
+namespace osg
+{
+class FrameBufferObject;
+} // namespace osg
 
 /// A render window that shows its scene in several views at once: equal tiles in a grid, filled row by row from the
 /// upper left, each with a camera of its own.

@@ -6,15 +6,22 @@
 #include <rendCore/aids/KrRenderMassProperties.h>
 #include <rendCore/base/private/KrTraversalStack.h>
 #include <rendCore/model/KrRenderLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrRenderSelection.h>
+#include <rendCore/model/private/KrMarkTransfer.h>
+#include <rendCore/window/KrSGBaseInputHandler.h>
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/system/private/KrLinkWalk.h>
+
+#include <osg/LightSource>
+#include <osgViewer/Viewer>
 
 #include <algorithm>
 #include <utility>
 
 KrRenderWindow::KrRenderWindow()
+    : m_markTransfer(std::make_unique<KrMarkTransfer>())
 {
     KrWindow::setName("KrRenderWindow");
 }
@@ -125,7 +132,7 @@ bool KrRenderWindow::closeWindow()
 void KrRenderWindow::collectMarks()
 {
     for (const osg::ref_ptr<KrRenderManipulator>& manipulator : m_renderManipulators) {
-        m_keptMarks.collect(manipulator);
+        m_markTransfer->collect(manipulator);
     }
 }
 
@@ -145,7 +152,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     KrSGWindow::loadScene();
     detachManipulators();
     collectMarks();
-    m_keptMarks.match(system->manipulatorSystem());
+    m_markTransfer->match(system->manipulatorSystem());
     // The old nodes go before the new ones are built: shapes that are still alive would be taken for shared ones, and
     // stand in no map of the new nodes.
     m_renderManipulators.assign(manipulators.size(), nullptr);
@@ -154,7 +161,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
         m_sceneRoot->addChild(m_renderManipulators[i]);
         KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
     }
-    m_keptMarks.giveBack();
+    m_markTransfer->giveBack();
     m_isSceneNew = true;
     m_dirtyFlags &= ~std::uint32_t(DirtySystem);
     if (m_inputHandler.valid()) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <rendCore/model/KrKeptMarks.h>
-#include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/window/KrSGWindow.h>
 
 #include <toolkit/math/KrCoordinateSystemTransformation.h>
@@ -12,8 +10,12 @@
 
 #include <osg/ref_ptr>
 
+#include <cstdint>
 #include <memory>
 #include <vector>
+
+class KrMarkTransfer;
+class KrRenderManipulator;
 
 /// The window that shows a stated system.
 ///
@@ -80,11 +82,10 @@ private:
     void updateSelection();
     void updateTransparency();
     KrRenderManipulator* renderManipulator(std::uint32_t index) const;
-
     void collectMarks();
 
     bool m_isSceneNew = false; ///< built since the last update
-    KrKeptMarks m_keptMarks;
+    std::unique_ptr<KrMarkTransfer> m_markTransfer;
     /// The scene has all but its collision shapes: nobody has looked at them yet.
     bool m_lacksCollisionShapes = false;
     bool m_isDepthTold = false;

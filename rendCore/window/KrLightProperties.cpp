@@ -5,6 +5,7 @@
 #include <toolkit/math/KrVector.h>
 #include <toolkit/visualization/KrLight.h>
 
+#include <osg/LightSource>
 #include <osg/StateAttribute>
 #include <osg/Vec3>
 #include <osg/Vec4>

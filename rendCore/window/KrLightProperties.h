@@ -1,11 +1,15 @@
 #pragma once
 
-#include <osg/Light>
-#include <osg/LightSource>
 #include <osg/observer_ptr>
 
 class KrColor;
 class KrLight;
+
+namespace osg
+{
+class Light;
+class LightSource;
+} // namespace osg
 
 /// One OpenGL light: values in single precision, a dirty flag, and the scene objects that show it.
 ///

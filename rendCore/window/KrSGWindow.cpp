@@ -4,6 +4,8 @@
 #include <rendCore/appearance/KrMaterialProperties.h>
 #include <rendCore/appearance/KrSGTexture.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
+#include <rendCore/window/KrSGBaseInputHandler.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/private/KrContextRestorer.h>
 #include <rendCore/window/private/KrGuestFrame.h>
 #include <rendCore/window/private/KrRenderStages.h>
@@ -17,12 +19,15 @@
 #include <osg/GLExtensions>
 #include <osg/Geode>
 #include <osg/LightModel>
+#include <osg/LightSource>
 #include <osg/PolygonMode>
 #include <osg/ShadeModel>
 #include <osg/Shape>
 #include <osg/ShapeDrawable>
 #include <osg/Timer>
 #include <osgUtil/RenderStage>
+#include <osgViewer/GraphicsWindow>
+#include <osgViewer/Viewer>
 
 #include <algorithm>
 #include <array>

@@ -3,20 +3,13 @@
 #include <rendCore/base/KrRenderTypes.h>
 #include <rendCore/window/KrCameraIntrinsics.h>
 #include <rendCore/window/KrLightProperties.h>
-#include <rendCore/window/KrSGBaseInputHandler.h>
 
 #include <toolkit/image/KrImage.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 #include <toolkit/window/KrWindow.h>
 
-#include <osg/Camera>
-#include <osg/Image>
-#include <osg/LightSource>
-#include <osg/MatrixTransform>
-#include <osg/Referenced>
+#include <osg/Matrixd>
 #include <osg/ref_ptr>
-#include <osgViewer/GraphicsWindow>
-#include <osgViewer/Viewer>
 
 #include <cstdint>
 #include <memory>
@@ -24,7 +17,23 @@
 #include <string>
 #include <vector>
 
+class KrSGBaseInputHandler;
 class KrSGTexture;
+
+namespace osg
+{
+class Camera;
+class Group;
+class LightSource;
+class MatrixTransform;
+class Node;
+class State;
+} // namespace osg
+namespace osgViewer
+{
+class GraphicsWindow;
+class Viewer;
+} // namespace osgViewer
 
 /// A window that owns a viewer, the root of a scene and a few fixed marker nodes, and draws one frame on request.
 ///
@@ -32,11 +41,14 @@ class KrSGTexture;
 /// `setNode`. Setters record values and set dirty bits; the next `updateScene` applies them. Everything runs on the
 /// thread that opened the window: frames, captures and whatever else needs the context are refused in another one, with
 /// a message.
+///
+/// The viewer, the scene's nodes and the camera's handler are only named here: include <osgViewer/Viewer>, <osg/Group>
+/// and <rendCore/window/KrSGBaseInputHandler.h> to use what `getViewer`, `getNode` and `getInputHandler` return.
 class KrSGWindow : public KrWindow
 {
 public:
-    class DrawCallback;
-    class ImageCaptureDrawCallback;
+    class DrawCallback;             ///< see KrSGDrawCallbacks.h
+    class ImageCaptureDrawCallback; ///< see KrSGDrawCallbacks.h
 
     /// Rendering switches; see `setViewerAttribute`.
     enum ViewerAttribute : std::uint32_t
@@ -236,51 +248,4 @@ private:
     osg::ref_ptr<osg::Group> m_imageQuad; ///< null before the first image
     bool m_appliedOrthographic = false;
     std::optional<KrCameraIntrinsics> m_intrinsics;
-};
-
-/// Drives a frame: brackets the viewer's frame with hooks.
-class KrSGWindow::DrawCallback : public osg::Referenced
-{
-public:
-    virtual bool preRender(osgViewer::Viewer* viewer);
-    /// preRender, the viewer's frame whatever that returned, then, if it returned true, postRender.
-    virtual bool render(osgViewer::Viewer* viewer);
-    virtual bool postRender(osgViewer::Viewer* viewer);
-
-protected:
-    ~DrawCallback() override = default;
-};
-
-/// Reads the colour or depth buffer of each frame into an image.
-class KrSGWindow::ImageCaptureDrawCallback : public KrSGWindow::DrawCallback
-{
-public:
-    /// @param target  where frames go; borrowed, may be null until the first frame
-    /// @param flags   CaptureFlag bits; others are ignored
-    ImageCaptureDrawCallback(KrImage* target, unsigned int flags);
-
-    bool preRender(osgViewer::Viewer* viewer) override;
-    bool postRender(osgViewer::Viewer* viewer) override;
-    virtual void setCapture(KrImage* target, unsigned int flags);
-    /// Turns 32-bit depths into bytes in the target: 0 at the nearest drawn depth, growing with the depth to 255 just
-    /// before the farthest one, which wraps to 0 like the background.
-    virtual void remapDepthBuffer();
-
-    /// The frame as it was read: width x height, row 0 at the bottom; RGB bytes, or depths as 32-bit unsigned integers.
-    osg::ref_ptr<osg::Image> getCapturedImage() const { return m_sceneImage; }
-
-protected:
-    ~ImageCaptureDrawCallback() override = default;
-
-    /// Ends the reading of this capture's buffer: left attached, it would be read back in every later frame.
-    void detach(osgViewer::Viewer* viewer) const;
-
-    KrImage* m_target = nullptr;
-    std::uint32_t m_captureFlags = 0;
-    osg::ref_ptr<osg::Image> m_sceneImage;
-    std::uint32_t m_width = 0;
-    std::uint32_t m_height = 0;
-
-private:
-    unsigned char* fittedTarget(unsigned int channels);
 };

@@ -11,8 +11,10 @@
 #include <osg/Geometry>
 #include <osg/LightModel>
 #include <osg/LightSource>
+#include <osg/MatrixTransform>
 #include <osgText/Font>
 #include <osgText/Text>
+#include <osgViewer/Viewer>
 
 #include <cstdint>
 #include <mutex>

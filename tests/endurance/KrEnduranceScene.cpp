@@ -2,7 +2,9 @@
 
 #include <import/KrRobotImporter.h>
 
+#include <osg/BoundingSphere>
 #include <osg/GL>
+#include <osg/Group>
 
 #include <algorithm>
 #include <filesystem>

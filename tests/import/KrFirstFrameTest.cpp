@@ -7,6 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <osg/BoundingSphere>
+#include <osg/GL>
+#include <osg/Group>
+
 #include <algorithm>
 #include <filesystem>
 #include <memory>

@@ -1,4 +1,5 @@
 #include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/KrSGWindow.h>
 #include <toolkit/math/KrAngle.h>
 
@@ -8,6 +9,7 @@
 #include <osg/Geometry>
 #include <osg/Group>
 #include <osg/Matrixd>
+#include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,7 @@
 #include <rendCore/capture/KrFrameDescription.h>
 #include <rendCore/capture/KrOpticalFrame.h>
 #include <rendCore/system/KrRenderWindow.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Systems.h>
@@ -8,6 +9,7 @@
 #include <boost/property_tree/json_parser.hpp>
 #include <osg/Geode>
 #include <osg/Geometry>
+#include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
 

@@ -6,6 +6,8 @@
 #include <tests/support/Systems.h>
 
 #include <osg/GLExtensions>
+#include <osg/State>
+#include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
 

@@ -10,7 +10,9 @@
 
 #include <osg/Geode>
 #include <osg/ShapeDrawable>
+#include <osgGA/EventQueue>
 #include <osgGA/GUIEventAdapter>
+#include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
 

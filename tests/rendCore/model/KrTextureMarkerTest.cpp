@@ -1,3 +1,4 @@
+#include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrTextureMarker.h>
 
 #include <rendCore/model/KrRenderDeformationShape.h>

@@ -17,6 +17,7 @@
 #include <tests/support/Systems.h>
 
 #include <osg/Program>
+#include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
 

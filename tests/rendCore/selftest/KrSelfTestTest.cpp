@@ -14,12 +14,14 @@
 #include <rendCore/capture/KrRenderCaptureManager.h>
 #include <rendCore/model/KrRenderDeformationShape.h>
 #include <rendCore/model/KrRenderIntraLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrRenderSelection.h>
 #include <rendCore/model/KrTextureMarker.h>
 #include <rendCore/plume/KrRenderGridPhysicalExtent.h>
 #include <rendCore/selftest/KrSelfTest.h>
 #include <rendCore/system/KrMultiRenderWindow.h>
 #include <rendCore/system/KrRenderWindowParameters.h>
+#include <rendCore/window/KrSGBaseInputHandler.h>
 
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/ShapeTestMesh.h>

@@ -1,10 +1,14 @@
 #include <rendCore/system/KrMultiRenderWindow.h>
+#include <rendCore/window/KrSGBaseInputHandler.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Pictures.h>
 
 #include <osg/Geode>
+#include <osg/LightSource>
 #include <osg/ShapeDrawable>
+#include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
 

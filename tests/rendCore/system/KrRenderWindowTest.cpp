@@ -1,3 +1,4 @@
+#include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/system/KrRenderWindow.h>
 
 #include <rendCore/model/KrRenderLink.h>
@@ -9,6 +10,8 @@
 #include <tests/support/Systems.h>
 
 #include <gtest/gtest.h>
+
+#include <osgViewer/Viewer>
 
 #include <cmath>
 #include <cstring>

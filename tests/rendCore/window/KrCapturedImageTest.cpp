@@ -11,6 +11,7 @@
 #include <osg/Camera>
 #include <osg/GLExtensions>
 #include <osg/Notify>
+#include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
 

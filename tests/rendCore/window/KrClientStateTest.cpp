@@ -7,6 +7,7 @@
 #include <rendCore/model/KrRenderShape.h>
 #include <rendCore/model/KrTextureMarker.h>
 #include <rendCore/system/KrRenderWindow.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Pictures.h>

@@ -10,6 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <osg/GL>
+
 #include <functional>
 #include <memory>
 #include <string>

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <osg/LightSource>
+#include <osg/StateAttribute>
+
 namespace
 {
 

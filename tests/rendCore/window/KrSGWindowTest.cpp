@@ -1,4 +1,6 @@
 #include <rendCore/aids/KrRenderAxis.h>
+#include <rendCore/window/KrSGBaseInputHandler.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/KrSGWindow.h>
 
 #include <tests/support/MessageRecorder.h>
@@ -7,9 +9,12 @@
 #include <osg/CullFace>
 #include <osg/GLExtensions>
 #include <osg/Geode>
+#include <osg/LightSource>
 #include <osg/PolygonMode>
 #include <osg/ShadeModel>
 #include <osg/ShapeDrawable>
+#include <osgGA/EventQueue>
+#include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,7 @@
 // Threads with a window each, and a window that is used by a thread that it does not belong to.
 
 #include <rendCore/aids/KrRenderMorphLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/system/KrMultiRenderWindow.h>
 #include <toolkit/context/KrWindowImpl.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
@@ -8,6 +9,8 @@
 #include <tests/support/MessageRecorder.h>
 
 #include <gtest/gtest.h>
+
+#include <osg/Group>
 
 #include <cstring>
 #include <functional>

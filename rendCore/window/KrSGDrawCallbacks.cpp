@@ -1,6 +1,6 @@
 // Draw callbacks of a scene window, and the capture of frames through them.
 
-#include <rendCore/window/KrSGWindow.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
 
 #include <rendCore/window/private/KrCapturedImage.h>
 #include <rendCore/window/private/KrRenderStages.h>
@@ -8,6 +8,7 @@
 #include <toolkit/foundation/KrPrint.h>
 
 #include <osgUtil/RenderStage>
+#include <osgViewer/Viewer>
 
 #include <algorithm>
 #include <cfloat>

@@ -1,4 +1,4 @@
-#include <rendCore/model/KrKeptMarks.h>
+#include <rendCore/model/private/KrMarkTransfer.h>
 
 #include <rendCore/model/KrRenderDeformationShape.h>
 #include <rendCore/model/KrRenderManipulator.h>
@@ -19,7 +19,7 @@ bool areOfOneShape(const boost::weak_ptr<KrRenderShape>& a, const boost::weak_pt
 
 } // namespace
 
-void KrKeptMarks::collect(const KrRenderManipulator* manipulator)
+void KrMarkTransfer::collect(const KrRenderManipulator* manipulator)
 {
     if (!manipulator) {
         return;
@@ -38,7 +38,7 @@ void KrKeptMarks::collect(const KrRenderManipulator* manipulator)
     }
 }
 
-void KrKeptMarks::match(const KrManipulatorSystem& system)
+void KrMarkTransfer::match(const KrManipulatorSystem& system)
 {
     if (m_marks.empty()) {
         return;
@@ -70,7 +70,7 @@ void KrKeptMarks::match(const KrManipulatorSystem& system)
         m_marks.end());
 }
 
-void KrKeptMarks::giveBack()
+void KrMarkTransfer::giveBack()
 {
     for (const Marks& marks : m_marks) {
         // A shape that somebody holds has them still.

@@ -13,7 +13,7 @@ class KrRenderShape;
 
 /// The marks of a scene between the end of its shapes and the next ones that draw the same extents. For use inside the
 /// library.
-class KrKeptMarks
+class KrMarkTransfer
 {
 public:
     /// Takes down the marks of every shape below `manipulator`, null being none.
