@@ -14,6 +14,8 @@ pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libjpeg)
 # 4.5 is the first whose limits and messages are those of a file, not of the process.
 pkg_check_modules(TIFF REQUIRED IMPORTED_TARGET libtiff-4>=4.5)
 pkg_check_modules(LIBXML2 REQUIRED IMPORTED_TARGET libxml-2.0)
+# The classes and the reentrant library that they call: each hull has a state of its own.
+pkg_check_modules(QHULL REQUIRED IMPORTED_TARGET qhullcpp qhull_r)
 set(KR_BOOST_VERSION 1.74)
 find_package(Boost ${KR_BOOST_VERSION} REQUIRED COMPONENTS date_time)
 find_package(spdlog REQUIRED)

@@ -188,6 +188,32 @@ TEST(KrEnclosingShapes, EveryCornerIsInsideEachOfThem)
     expectEnclosed(huge, "huge");
 }
 
+// What a library of hulls calls an error, and would print.
+TEST(KrEnclosingShapes, SetsWithoutABodyHaveAHullAndNothingIsPrinted)
+{
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    expectEnclosed({{0, 0, 0}, {1, 2, 3}, {0, 0, 0}}, "two points");
+    expectEnclosed({{0, 0, 0}, {1, 2, 3}, {1, 0, 0}}, "three points");
+    expectEnclosed(transformed({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}), "four points in a plane");
+    expectEnclosed(transformed({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 1e-7}}), "almost flat");
+    expectEnclosed(transformed({{0, 0, 0}, {1, 0, 0}, {1, 1e-7, 0}, {0.5, 0, 1e-6}}), "almost straight");
+    std::vector<KrVector> points = transformed(grid(40, 40, 1));
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        points[i] += KrVector(0.0, 0.0, 1e-13 * static_cast<double>(i % 7)); // as rounding makes it
+    }
+    expectEnclosed(points, "plane with noise");
+    points = ball(400);
+    points.resize(200);
+    for (const double scale : {1e-9, 1.0, 1e-9, 1e-3}) { // one within the other
+        for (std::size_t i = 0; i < 200; ++i) {
+            points.push_back(points[i] * scale + KrVector(scale, 0.0, 0.0));
+        }
+    }
+    expectEnclosed(points, "several sizes");
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "");
+}
+
 TEST(KrEnclosingShapes, AreTight)
 {
     const auto ofBall = KrEnclosingShapes::all(meshOf(ball(2000)));

@@ -1,398 +1,300 @@
 #include <toolkit/extent/private/KrConvexHull.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/math/KrAngle.h>
+
+#include <libqhullcpp/Qhull.h>
+#include <libqhullcpp/QhullError.h>
+#include <libqhullcpp/QhullFacetList.h>
+#include <libqhullcpp/QhullVertexSet.h>
+
+#include <Eigen/Eigenvalues>
 
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <limits>
-#include <queue>
 #include <utility>
 
 namespace
 {
 
-constexpr double kJitter = 1e-7;
-/// Of a point over a plane, for edges of length one: an order above the rounding of the determinant.
-constexpr double kRounding = 4e-15;
-/// So far off the hull points may stay, in coordinates of size one: half of what is promised, for kJitter's sake.
-constexpr double kAllowed = 5e-7;
-constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+using Points = std::vector<Eigen::Vector3d>;
 
-/// In [-1, 1], the same for the same number: points that coincide stay together.
-double scattered(double value, std::uint64_t salt)
-{
-    std::uint64_t bits = 0;
-    value += 0.0; // -0 and 0 are one place
-    std::memcpy(&bits, &value, sizeof bits);
-    bits = (bits + salt) * 0x9E3779B97F4A7C15ull;
-    bits = (bits ^ (bits >> 31)) * 0xBF58476D1CE4E5B9ull;
-    bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EBull;
-    return static_cast<double>((bits ^ (bits >> 31)) >> 11) / 4503599627370496.0 - 1.0;
-}
+/// Half of what a flat set gets for a body, as a part of the diagonal: far above rounding, and far below what is
+/// promised.
+constexpr double kHalfBody = 1e-7;
+/// Of a hull from which kMostVertices are chosen. It bounds what the hull of a finely divided ball takes.
+constexpr unsigned int kMostCandidates = 2000;
 
 struct Face
 {
-    std::uint32_t vertex[3];    ///< counter-clockwise seen from outside
-    std::uint32_t neighbour[3]; ///< across the edge from vertex i to vertex i + 1
-    KrVector normal;            ///< outwards, twice the area long
-    double length = 0.0;        ///< of the normal
-    double rounding = 0.0;      ///< of the heights that `over` gives
-    double mostGrowth = 0.0;
-    std::uint32_t farthest = kNone; ///< the one of the points outside that asks for the most growth
-    std::uint32_t outside = kNone;  ///< head of the list of points that are over this face, and told to no other
-    std::uint32_t visit = 0;
-    bool isAlive = true;
-};
+    std::array<std::uint32_t, 3> corners; ///< counter-clockwise seen from outside
+    Eigen::Vector3d normal;               ///< outwards, of length one
+    double offset;                        ///< normal * p + offset is how far p is outside
 
-class QuickHull
+    double over(const Eigen::Vector3d& p) const { return normal.dot(p) + offset; }
+};
+using Faces = std::vector<Face>;
+
+/// Coordinates in which the points reach equally far along three axes.
+///
+/// Hulls do not change with them, but are exact in them, be the set as thin as it may.
+class RoundFrame
 {
 public:
-    /// @param points  in coordinates of size one, no four in a plane
-    explicit QuickHull(std::vector<KrVector> points)
-        : m_points(std::move(points))
-        , m_next(m_points.size(), kNone)
-        , m_faceFrom(m_points.size(), kNone)
+    /// @param points  different ones, all numbers finite
+    RoundFrame(const std::vector<KrVector>& points, const KrVector& center, double diagonal)
+        : m_center(vector(center))
+        , m_diagonal(diagonal)
     {
+        Eigen::Vector3d mean = Eigen::Vector3d::Zero();
+        Eigen::Matrix3d spread = Eigen::Matrix3d::Zero();
+        const double share = 1.0 / static_cast<double>(points.size());
+        for (const KrVector& point : points) {
+            const Eigen::Vector3d p = scaled(point);
+            mean += p * share;
+            spread += p * p.transpose() * share;
+        }
+        spread -= mean * mean.transpose();
+        m_axes = Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(spread).eigenvectors();
+        m_axes.col(0) *= m_axes.determinant() > 0.0 ? 1.0 : -1.0; // a mirror would turn the faces inside out
+        constexpr double infinity = std::numeric_limits<double>::infinity();
+        Eigen::Vector3d low = Eigen::Vector3d::Constant(infinity);
+        Eigen::Vector3d high = -low;
+        for (const KrVector& point : points) {
+            const Eigen::Vector3d p = m_axes.transpose() * scaled(point);
+            low = low.cwiseMin(p);
+            high = high.cwiseMax(p);
+        }
+        m_middle = 0.5 * (low + high);
+        m_halfSizes = 0.5 * (high - low);
+        for (int axis = 0; axis < 3; ++axis) {
+            m_isThin[axis] = m_halfSizes[axis] < kHalfBody;
+            m_halfSizes[axis] += m_isThin[axis] ? kHalfBody : 0.0;
+        }
     }
-    /// False when rounding defeats it.
-    bool run(unsigned int mostVertices);
-    /// Scales the hull about its middle until it holds what is still outside, but for kAllowed. False when rounding
-    /// defeats it.
-    bool enlarge();
 
-    const std::vector<Face>& faces() const { return m_faces; }
-    const std::vector<KrVector>& points() const { return m_points; }
+    bool isThin(int axis) const { return m_isThin[axis]; }
+    bool isLine() const { return m_isThin[0] + m_isThin[1] + m_isThin[2] > 1; }
+    Eigen::Vector3d inside(const KrVector& point) const
+    {
+        return (m_axes.transpose() * scaled(point) - m_middle).cwiseQuotient(m_halfSizes);
+    }
+    KrVector outside(const Eigen::Vector3d& p) const
+    {
+        const Eigen::Vector3d place = m_center + m_axes * (p.cwiseProduct(m_halfSizes) + m_middle) * m_diagonal;
+        return {place.x(), place.y(), place.z()};
+    }
 
 private:
-    struct Edge
-    {
-        std::uint32_t from;
-        std::uint32_t to;
-        std::uint32_t face; ///< the one that stays
-        unsigned int side;  ///< of that face
-    };
+    static Eigen::Vector3d vector(const KrVector& v) { return {v.x(), v.y(), v.z()}; }
+    Eigen::Vector3d scaled(const KrVector& point) const { return (vector(point) - m_center) / m_diagonal; }
 
-    /// The place of the surface that is nearest to a point outside.
-    struct Nearest
-    {
-        std::uint32_t face = kNone;
-        double distance = std::numeric_limits<double>::infinity();
-        KrVector place;
-    };
-
-    double over(const Face& face, const KrVector& point) const
-    {
-        return face.normal.dot(point - m_points[face.vertex[0]]);
-    }
-    KrVector nearestOn(const Face& face, const KrVector& point) const;
-    Nearest nearest(const KrVector& point, std::uint32_t firstFace) const;
-    double growth(const KrVector& point, const Nearest& nearest) const;
-    bool makeFirst();
-    std::uint32_t addFace(std::uint32_t a, std::uint32_t b, std::uint32_t c);
-    void place(std::uint32_t point, std::uint32_t firstFace);
-    void queue(std::uint32_t face);
-    bool addPoint(std::uint32_t point, std::uint32_t from);
-    void findHorizon(std::uint32_t point, std::uint32_t from);
-    bool closeOver(std::uint32_t point);
-
-    std::vector<KrVector> m_points;
-    std::vector<std::uint32_t> m_next;     ///< of each point: the next one in its face's list
-    std::vector<std::uint32_t> m_faceFrom; ///< of each point: the new face whose horizon edge begins there
-    std::vector<Face> m_faces;
-    std::priority_queue<std::pair<double, std::uint32_t>> m_queue; ///< faces with points outside, by growth
-    std::vector<std::uint32_t> m_visible;
-    std::vector<Edge> m_horizon;
-    KrVector m_middle; ///< inside: first that of the first tetrahedron, at last that of the surface
-    std::uint32_t m_visit = 0;
+    Eigen::Vector3d m_center;
+    double m_diagonal;
+    Eigen::Matrix3d m_axes; ///< principal ones, as columns
+    Eigen::Vector3d m_middle;
+    Eigen::Vector3d m_halfSizes;
+    bool m_isThin[3];
 };
 
-bool QuickHull::run(unsigned int mostVertices)
+/// The points in the frame's coordinates, from -1 to 1; of a flat set each twice, below and above it.
+Points insidePoints(const std::vector<KrVector>& points, const RoundFrame& frame)
 {
-    if (!makeFirst()) {
-        return false;
+    Points result;
+    for (const KrVector& point : points) {
+        result.push_back(frame.inside(point));
     }
-    unsigned int numVertices = 4;
-    while (!m_queue.empty() && numVertices < mostVertices) {
-        const std::uint32_t face = m_queue.top().second;
-        m_queue.pop();
-        if (!m_faces[face].isAlive) {
+    for (int axis = 0; axis < 3; ++axis) {
+        if (!frame.isThin(axis)) {
             continue;
         }
-        if (!addPoint(m_faces[face].farthest, face)) {
-            return false;
-        }
-        ++numVertices;
-    }
-    return true;
-}
-
-/// A tetrahedron of points far from each other.
-bool QuickHull::makeFirst()
-{
-    const auto farthest = [this](const auto& distance) {
-        std::uint32_t best = 0;
-        double most = -1.0;
-        for (std::uint32_t i = 0; i < m_points.size(); ++i) {
-            const double d = distance(m_points[i]);
-            if (d > most) {
-                most = d;
-                best = i;
-            }
-        }
-        return std::pair<std::uint32_t, double>(best, most);
-    };
-    if (m_points.empty()) {
-        return false;
-    }
-    const KrVector start = m_points[0];
-    const std::uint32_t a = farthest([&](const KrVector& p) { return (p - start).length(); }).first;
-    const KrVector origin = m_points[a];
-    const auto [b, length] = farthest([&](const KrVector& p) { return (p - origin).length(); });
-    const KrVector along = m_points[b] - origin;
-    const auto [c, area] = farthest([&](const KrVector& p) { return along.cross(p - origin).length(); });
-    const KrVector normal = along.cross(m_points[c] - origin);
-    const auto [d, volume] = farthest([&](const KrVector& p) { return std::abs(normal.dot(p - origin)); });
-    if (!(length > 0.0 && area > 0.0 && volume > kRounding)) {
-        return false;
-    }
-    const bool isUnder = normal.dot(m_points[d] - origin) < 0.0;
-    const std::uint32_t second = isUnder ? b : c;
-    const std::uint32_t third = isUnder ? c : b;
-    m_middle = (m_points[a] + m_points[b] + m_points[c] + m_points[d]) * 0.25;
-    addFace(a, second, third);
-    addFace(a, d, second);
-    addFace(second, d, third);
-    addFace(third, d, a);
-    const std::uint32_t neighbours[4][3] = {{1, 2, 3}, {3, 2, 0}, {1, 3, 0}, {2, 1, 0}};
-    for (unsigned int i = 0; i < 4; ++i) {
-        std::copy(neighbours[i], neighbours[i] + 3, m_faces[i].neighbour);
-    }
-    for (std::uint32_t i = 0; i < m_points.size(); ++i) {
-        if (i != a && i != b && i != c && i != d) {
-            place(i, 0);
-        }
-    }
-    for (std::uint32_t i = 0; i < 4; ++i) {
-        queue(i);
-    }
-    return true;
-}
-
-std::uint32_t QuickHull::addFace(std::uint32_t a, std::uint32_t b, std::uint32_t c)
-{
-    Face face;
-    face.vertex[0] = a;
-    face.vertex[1] = b;
-    face.vertex[2] = c;
-    std::fill(face.neighbour, face.neighbour + 3, kNone);
-    const KrVector ab = m_points[b] - m_points[a];
-    const KrVector ac = m_points[c] - m_points[a];
-    face.normal = ab.cross(ac);
-    face.length = face.normal.length();
-    face.rounding = kRounding * ab.length() * ac.length();
-    m_faces.push_back(face);
-    return static_cast<std::uint32_t>(m_faces.size() - 1);
-}
-
-/// The place on a face that is nearest to a point over it.
-KrVector QuickHull::nearestOn(const Face& face, const KrVector& point) const
-{
-    KrVector best;
-    double least = std::numeric_limits<double>::infinity();
-    for (unsigned int side = 0; side < 3; ++side) {
-        const KrVector& corner = m_points[face.vertex[side]];
-        const KrVector edge = m_points[face.vertex[(side + 1) % 3]] - corner;
-        const KrVector offset = point - corner;
-        if (offset.dot(edge.cross(face.normal)) <= 0.0) {
-            continue; // the face's own side of that edge
-        }
-        const double part = std::clamp(offset.dot(edge) / edge.dot(edge), 0.0, 1.0);
-        const double distance = (offset - edge * part).length();
-        if (distance < least) {
-            least = distance;
-            best = corner + edge * part;
-        }
-    }
-    if (std::isfinite(least)) {
-        return best;
-    }
-    return point - face.normal * (over(face, point) / (face.length * face.length));
-}
-
-/// On the faces from `firstFace` on that the point is outside of.
-QuickHull::Nearest QuickHull::nearest(const KrVector& point, std::uint32_t firstFace) const
-{
-    Nearest result;
-    for (std::uint32_t i = firstFace; i < m_faces.size(); ++i) {
-        const Face& face = m_faces[i];
-        const double height = over(face, point);
-        if (!face.isAlive || height <= face.rounding || height >= result.distance * face.length) {
-            continue;
-        }
-        const KrVector place = nearestOn(face, point);
-        const double distance = (point - place).length();
-        if (distance < result.distance) {
-            result = {i, distance, place};
+        const std::size_t count = result.size();
+        result.reserve(2 * count);
+        for (std::size_t i = 0; i < count; ++i) {
+            result[i][axis] = -1.0;
+            result.push_back(result[i]);
+            result.back()[axis] = 1.0;
         }
     }
     return result;
 }
 
-/// How much larger, as a part of its size, the hull would have to be to reach a point from the place nearest to it.
-/// This, which `enlarge` pays, and not the distance, says which point comes first; those that may stay come last.
-double QuickHull::growth(const KrVector& point, const Nearest& nearest) const
+/// The faces of the hull of `points`, all triangles. None where rounding defeats it.
+///
+/// A hull that has kMostCandidates vertices is left at that: points may be outside of it.
+Faces hullOf(const Points& points)
 {
-    constexpr double kLeastDepth = 1e-12; // the middle of a flat hull may lie in its surface
-    if (nearest.distance <= kAllowed) {
-        return nearest.distance;
+    /// The library prints, when it goes, what nobody has taken.
+    struct Quiet
+    {
+        orgQhull::Qhull qhull;
+        ~Quiet() { qhull.clearQhullMessage(); }
+    };
+    if (points.size() > INT_MAX) {
+        return {};
     }
-    const KrVector outwards = (point - nearest.place) * (1.0 / nearest.distance);
-    return nearest.distance / std::max(kLeastDepth, outwards.dot(nearest.place - m_middle));
-}
-
-/// Gives a point to the nearest of the faces, from `firstFace` on, that it is outside of; drops one that is outside of
-/// none.
-void QuickHull::place(std::uint32_t point, std::uint32_t firstFace)
-{
-    const Nearest found = nearest(m_points[point], firstFace);
-    if (found.face == kNone) {
-        return;
-    }
-    Face& face = m_faces[found.face];
-    m_next[point] = face.outside;
-    face.outside = point;
-    const double needed = growth(m_points[point], found);
-    if (needed > face.mostGrowth) {
-        face.mostGrowth = needed;
-        face.farthest = point;
-    }
-}
-
-void QuickHull::queue(std::uint32_t face)
-{
-    if (m_faces[face].outside != kNone) {
-        m_queue.emplace(m_faces[face].mostGrowth, face);
-    }
-}
-
-bool QuickHull::addPoint(std::uint32_t point, std::uint32_t from)
-{
-    findHorizon(point, from);
-    const auto firstNew = static_cast<std::uint32_t>(m_faces.size());
-    if (!closeOver(point)) {
-        return false;
-    }
-    for (const std::uint32_t old : m_visible) {
-        for (std::uint32_t i = m_faces[old].outside; i != kNone;) {
-            const std::uint32_t next = m_next[i];
-            if (i != point) {
-                place(i, firstNew);
+    Faces faces;
+    try {
+        Quiet quiet;
+        // Merged faces cut into triangles, no warnings, and where to stop.
+        const std::string command = "Qt Pp TA" + std::to_string(kMostCandidates);
+        quiet.qhull.runQhull("", 3, static_cast<int>(points.size()), points[0].data(), command.c_str());
+        for (const orgQhull::QhullFacet& facet : quiet.qhull.facetList()) {
+            const orgQhull::QhullHyperplane plane = facet.hyperplane();
+            Face face = {{}, {plane[0], plane[1], plane[2]}, plane.offset()};
+            const std::vector<orgQhull::QhullVertex> corners = facet.vertices().toStdVector();
+            if (corners.size() != 3) {
+                return {};
             }
-            i = next;
+            for (unsigned int i = 0; i < 3; ++i) {
+                face.corners[i] = static_cast<std::uint32_t>(corners[i].point().id());
+            }
+            if (facet.isTopOrient()) {
+                std::swap(face.corners[1], face.corners[2]);
+            }
+            faces.push_back(face);
         }
-        m_faces[old].outside = kNone;
+    } catch (const orgQhull::QhullError&) {
+        return {};
     }
-    for (std::uint32_t i = firstNew; i < m_faces.size(); ++i) {
-        queue(i);
-    }
-    return true;
+    return faces;
 }
 
-/// The faces that the point is over, and the edges around them.
-void QuickHull::findHorizon(std::uint32_t point, std::uint32_t from)
+/// The corners of `faces`, each once.
+Points cornersOf(const Faces& faces, const Points& points)
 {
-    ++m_visit;
-    m_visible.assign(1, from);
-    m_horizon.clear();
-    m_faces[from].visit = m_visit;
-    m_faces[from].isAlive = false;
-    for (std::size_t i = 0; i < m_visible.size(); ++i) {
-        const Face& face = m_faces[m_visible[i]];
-        for (unsigned int side = 0; side < 3; ++side) {
-            Face& other = m_faces[face.neighbour[side]];
-            if (other.visit == m_visit && !other.isAlive) {
-                continue;
+    std::vector<std::uint32_t> numbers;
+    for (const Face& face : faces) {
+        numbers.insert(numbers.end(), face.corners.begin(), face.corners.end());
+    }
+    std::sort(numbers.begin(), numbers.end());
+    numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+    Points corners;
+    for (const std::uint32_t number : numbers) {
+        corners.push_back(points[number]);
+    }
+    return corners;
+}
+
+/// The middle of the surface.
+Eigen::Vector3d middleOf(const Faces& faces, const Points& points)
+{
+    Eigen::Vector3d middle = Eigen::Vector3d::Zero();
+    double area = 0.0;
+    for (const Face& face : faces) {
+        const Eigen::Vector3d a = points[face.corners[0]];
+        const Eigen::Vector3d b = points[face.corners[1]];
+        const Eigen::Vector3d c = points[face.corners[2]];
+        const double weight = (b - a).cross(c - a).norm();
+        middle += weight / 3.0 * (a + b + c);
+        area += weight;
+    }
+    return middle / area;
+}
+
+/// How much larger, as a part of its size about `middle`, a hull must be for one of its faces to reach each point: what
+/// chooses the points is what `enlarge` pays. In one matrix product, because there are millions of them.
+Eigen::VectorXd growths(const Face& face, const Points& points, const Eigen::Vector3d& middle)
+{
+    constexpr double kLeastDepth = 1e-6; // a hull of few points may not hold the middle yet
+    const double depth = std::max(kLeastDepth, -face.over(middle));
+    const Eigen::Map<const Eigen::Matrix3Xd> matrix(points[0].data(), 3, static_cast<Eigen::Index>(points.size()));
+    const Eigen::Vector3d normal = face.normal / depth;
+    return (matrix.transpose() * normal).array() + face.offset / depth;
+}
+
+/// Those of `candidates` that reach farthest, in directions spread evenly over a ball: along a spiral of golden angles.
+std::vector<bool> farthest(const Points& candidates, unsigned int numDirections)
+{
+    const double goldenAngle = Kr::Angle::kPi * (3.0 - std::sqrt(5.0));
+    std::vector<bool> isChosen(candidates.size(), false);
+    for (unsigned int i = 0; i < numDirections; ++i) {
+        const double z = 1.0 - (2.0 * i + 1.0) / numDirections;
+        const double r = std::sqrt(1.0 - z * z);
+        const Eigen::Vector3d direction(r * std::cos(goldenAngle * i), r * std::sin(goldenAngle * i), z);
+        const auto most = std::max_element(
+            candidates.begin(), candidates.end(),
+            [&](const Eigen::Vector3d& a, const Eigen::Vector3d& b) { return a.dot(direction) < b.dot(direction); });
+        isChosen[static_cast<std::size_t>(most - candidates.begin())] = true;
+    }
+    return isChosen;
+}
+
+/// At most kMostVertices of the candidates: first those that reach farthest, then, some at a time, those that the hull
+/// of the chosen ones lacks most.
+Points chosenOf(const Points& candidates, const Eigen::Vector3d& middle)
+{
+    std::vector<bool> isChosen = farthest(candidates, 64);
+    for (;;) {
+        Points chosen;
+        for (std::size_t i = 0; i < candidates.size(); ++i) {
+            if (isChosen[i]) {
+                chosen.push_back(candidates[i]);
             }
-            if (over(other, m_points[point]) > 0.0) {
-                other.visit = m_visit;
-                other.isAlive = false;
-                m_visible.push_back(face.neighbour[side]);
-                continue;
+        }
+        std::vector<std::pair<double, Eigen::Index>> lacking; // of each face the farthest
+        for (const Face& face : hullOf(chosen)) {
+            Eigen::Index number = 0;
+            const double most = growths(face, candidates, middle).maxCoeff(&number);
+            if (!isChosen[static_cast<std::size_t>(number)] && most > 0.0) {
+                lacking.emplace_back(most, number);
             }
-            unsigned int back = 0;
-            while (back < 2 && other.vertex[back] != face.vertex[(side + 1) % 3]) {
-                ++back;
-            }
-            m_horizon.push_back({face.vertex[side], face.vertex[(side + 1) % 3], face.neighbour[side], back});
+        }
+        const std::size_t room = KrConvexHull::kMostVertices - chosen.size();
+        if (lacking.empty() || room == 0) {
+            return chosen;
+        }
+        std::sort(lacking.rbegin(), lacking.rend());
+        lacking.resize(std::min({lacking.size(), room, std::max<std::size_t>(room / 2, 16)}));
+        for (const auto& [needed, number] : lacking) {
+            isChosen[static_cast<std::size_t>(number)] = true;
         }
     }
 }
 
-/// A face from every horizon edge to the point; false when the edges are no single ring.
-bool QuickHull::closeOver(std::uint32_t point)
+/// Scales a hull about `middle` until it holds `points`; false when the middle is not in it.
+bool enlarge(Points& hull, const Faces& faces, const Points& points, const Eigen::Vector3d& middle)
 {
-    const auto first = static_cast<std::uint32_t>(m_faces.size());
-    for (const Edge& edge : m_horizon) {
-        const std::uint32_t face = addFace(edge.from, edge.to, point);
-        m_faces[face].neighbour[0] = edge.face;
-        m_faces[edge.face].neighbour[edge.side] = face;
-        m_faceFrom[edge.from] = face;
-    }
-    std::uint32_t face = first;
-    for (std::size_t i = 0; i < m_horizon.size(); ++i) {
-        const std::uint32_t next = m_faceFrom[m_faces[face].vertex[1]];
-        if (next == kNone || next < first || m_faces[next].neighbour[2] != kNone) {
+    double most = 0.0;
+    for (const Face& face : faces) {
+        if (!(face.over(middle) < 0.0)) {
             return false;
         }
-        m_faces[face].neighbour[1] = next;
-        m_faces[next].neighbour[2] = face;
-        face = next;
+        most = std::max(most, growths(face, points, middle).maxCoeff());
     }
-    return face == first && m_horizon.size() >= 3;
-}
-
-bool QuickHull::enlarge()
-{
-    constexpr unsigned int kMostRounds = 100; // a few do
-    KrVector middle;
-    double weight = 0.0;
-    std::vector<std::uint32_t> left;
-    for (const Face& face : m_faces) {
-        if (face.isAlive) {
-            const KrVector sum = m_points[face.vertex[0]] + m_points[face.vertex[1]] + m_points[face.vertex[2]];
-            middle += sum * (face.length / 3.0);
-            weight += face.length;
-            for (std::uint32_t i = face.outside; i != kNone; i = m_next[i]) {
-                left.push_back(i);
-            }
-        }
-    }
-    m_middle = middle * (1.0 / weight);
-    double scale = 1.0;
-    for (const std::uint32_t i : left) {
-        // The point is moved in instead of the hull out: distances are less by the few percent that the hull grows.
-        for (unsigned int round = 0;; ++round) {
-            const KrVector moved = m_middle + (m_points[i] - m_middle) * (1.0 / scale);
-            const Nearest found = nearest(moved, 0);
-            if (found.face == kNone || found.distance <= kAllowed) {
-                break;
-            }
-            if (round == kMostRounds) { // the middle itself is outside
-                return false;
-            }
-            scale *= 1.0 + growth(moved, found);
-        }
-    }
-    if (scale > 1.0) {
-        for (KrVector& point : m_points) {
-            point = m_middle + (point - m_middle) * scale;
-        }
+    for (Eigen::Vector3d& point : hull) {
+        point = middle + (1.0 + most) * (point - middle);
     }
     return true;
+}
+
+/// A hull of at most kMostVertices vertices: `hull` and the corners of the faces, in numbers of it.
+bool makeHull(const Points& points, Points& hull, Faces& faces)
+{
+    const Faces whole = hullOf(points);
+    const Points candidates = cornersOf(whole, points);
+    const Eigen::Vector3d middle = middleOf(whole, points);
+    const bool isSmall = candidates.size() <= KrConvexHull::kMostVertices;
+    hull = isSmall ? candidates : chosenOf(candidates, middle);
+    faces = hull.size() < 4 ? Faces() : hullOf(hull);
+    const bool hasAll = candidates.size() < kMostCandidates;
+    return !faces.empty() && (isSmall || enlarge(hull, faces, hasAll ? candidates : points, middle));
+}
+
+/// What encloses everything: the ends of the frame's axes.
+void makeBox(Points& hull, Faces& faces)
+{
+    hull.clear();
+    for (unsigned int i = 0; i < 8; ++i) {
+        hull.emplace_back((i & 1) != 0 ? 1.0 : -1.0, (i & 2) != 0 ? 1.0 : -1.0, (i & 4) != 0 ? 1.0 : -1.0);
+    }
+    faces = hullOf(hull);
 }
 
 } // namespace
@@ -404,6 +306,9 @@ boost::shared_ptr<KrTriPhysicalExtent> KrConvexHull::make(const std::vector<KrVe
     KrVector low(infinity, infinity, infinity);
     KrVector high = -low;
     for (const KrVector& point : points) {
+        if (!point.isFinite()) {
+            return nullptr;
+        }
         for (unsigned int i = 0; i < 3; ++i) {
             low[i] = std::min(low[i], point[i]);
             high[i] = std::max(high[i], point[i]);
@@ -413,39 +318,22 @@ boost::shared_ptr<KrTriPhysicalExtent> KrConvexHull::make(const std::vector<KrVe
     if (points.empty() || !(diagonal > 0.0) || !std::isfinite(diagonal)) {
         return nullptr;
     }
-    const KrVector center = (low + high) * 0.5;
-    std::vector<KrVector> unit;
-    unit.reserve(points.size());
-    for (const KrVector& point : points) {
-        const std::uint64_t salt = static_cast<std::uint64_t>(scattered(point.y(), 1) * 1e9 + 2e9) * 31u +
-                                   static_cast<std::uint64_t>(scattered(point.z(), 2) * 1e9 + 2e9);
-        const KrVector jitter(scattered(point.x(), salt), scattered(point.x(), salt + 77u),
-                              scattered(point.x(), salt + 154u));
-        unit.push_back((point - center) * (1.0 / diagonal) + jitter * kJitter);
-    }
 
-    QuickHull hull(std::move(unit));
-    if (!hull.run(kMostVertices) || !hull.enlarge()) {
-        return nullptr;
+    const RoundFrame frame(points, (low + high) * 0.5, diagonal);
+    Points hull;
+    Faces faces;
+    // The hull of a line is a thin box, whatever its points are.
+    if (frame.isLine() || !makeHull(insidePoints(points, frame), hull, faces)) {
+        makeBox(hull, faces);
     }
 
     KrXmlVectorVector vertices;
-    std::vector<std::uint32_t> numbers(points.size(), kNone);
+    for (const Eigen::Vector3d& p : hull) {
+        vertices.push_back(frame.outside(p));
+    }
     KrXmlVectorType<KrTriangle> triangles;
-    for (const Face& face : hull.faces()) {
-        if (!face.isAlive) {
-            continue;
-        }
-        std::uint32_t corner[3];
-        for (unsigned int i = 0; i < 3; ++i) {
-            std::uint32_t& number = numbers[face.vertex[i]];
-            if (number == kNone) {
-                number = vertices.size();
-                vertices.push_back(center + hull.points()[face.vertex[i]] * diagonal);
-            }
-            corner[i] = number;
-        }
-        triangles.push_back(KrTriangle(corner[0], corner[1], corner[2]));
+    for (const Face& face : faces) {
+        triangles.push_back(KrTriangle(face.corners[0], face.corners[1], face.corners[2]));
     }
     KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
     groups.push_back({groupName, triangles});

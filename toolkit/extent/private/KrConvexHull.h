@@ -18,13 +18,13 @@ constexpr unsigned int kMostVertices = 250;
 
 /// A closed, flat-shaded convex mesh that encloses `points` within 1e-6 of the diagonal of their bounding box.
 ///
-/// Quickhull (Barber, Dobkin and Huhdanpaa, 1996); the point comes first that the hull so far would have to grow most
-/// to reach. Points are moved by up to 1e-7 of the diagonal along each axis, each place always the same way, so that no
-/// four lie in a plane; hence flat and straight sets have a (very thin) hull, too. Where the exact hull has more than
-/// kMostVertices vertices, the hull of so many is enlarged about its middle until it holds all points.
+/// Computed by qhull (Barber, Dobkin and Huhdanpaa, "The Quickhull algorithm for convex hulls", 1996) in coordinates
+/// in which the points reach equally far along their principal axes. Flat and straight sets get a body 2e-7 of the
+/// diagonal thick. Where the exact hull has more than kMostVertices vertices, the hull of so many of them is enlarged
+/// about its middle until it holds all points. Where rounding defeats qhull, the box along the principal axes takes
+/// the hull's place.
 ///
-/// @return null for fewer than four different points, for one that is not finite, and where rounding defeats the
-///         computation
+/// @return null where all points are the same one or there are none, and for one that is not finite
 boost::shared_ptr<KrTriPhysicalExtent> make(const std::vector<KrVector>& points, const std::string& groupName);
 
 } // namespace KrConvexHull
