@@ -16,7 +16,7 @@ build_packages=(
 # What the tests need besides:
 # (the last line for the example of a Qt widget)
 test_packages=(
-    libgtest-dev liburdfdom-dev ffmpeg xvfb xauth
+    libgtest-dev liburdfdom-dev ffmpeg xvfb xauth python3
     qt6-base-dev libqt6opengl6-dev
 )
 # What the slower checks need besides:
