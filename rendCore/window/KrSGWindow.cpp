@@ -8,6 +8,7 @@
 #include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/private/KrContextRestorer.h>
 #include <rendCore/window/private/KrGuestFrame.h>
+#include <rendCore/window/private/KrGuestVisit.h>
 #include <rendCore/window/private/KrRenderStages.h>
 
 #include <toolkit/context/KrExternalWindowImpl.h>
@@ -481,7 +482,7 @@ bool KrSGWindow::renderScene(bool swapBuffers)
     const osg::ref_ptr<osgViewer::Viewer> viewer = m_viewer;
     const osg::ref_ptr<osgViewer::GraphicsWindow> context = m_graphicsWindow;
     {
-        const KrClientState::Visit visit(clientState(context), *this);
+        const KrGuestVisit visit(clientState(context), *this);
         context->setDefaultFboId(getImpl()->defaultFramebuffer());
         resetUnpacking(*context->getState());
         updateScene();

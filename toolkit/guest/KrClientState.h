@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-class KrWindow;
+struct KrGLLimits;
 
 /// The OpenGL state of a context that a client and the library use in turn: each finds its own as it left it.
 ///
@@ -20,6 +20,11 @@ class KrWindow;
 class KrClientState
 {
 public:
+    KrClientState();
+    ~KrClientState();
+    KrClientState(const KrClientState&) = delete;
+    KrClientState& operator=(const KrClientState&) = delete;
+
     /// Puts the client's state aside and the library's in place, with `framebuffer` bound for drawing and reading.
     ///
     /// The context is current. Reading is directed to where the drawing goes, as far as there is one such place.
@@ -28,62 +33,25 @@ public:
     void leave();
     bool isEntered() const { return m_isEntered; }
 
-    class Visit;
-
 private:
-    struct Limits
-    {
-        int version = 0; ///< 10 * major + minor
-        int lights = 0;
-        int clipPlanes = 0;
-        int textureUnits = 0; ///< of the fixed pipeline
-        int textureCoords = 0;
-        int imageUnits = 0;
-        int attributes = 0;
-        int drawBuffers = 0;
-        int viewports = 0;
-        bool hasFramebuffers = false;
-        bool hasVertexArrays = false;
-        bool hasAssemblyPrograms = false;
-        bool hasTwoSidedStencil = false;
-    };
     /// Which framebuffers a side has bound, and what is chosen in the one that is drawn into.
     struct Framebuffers
     {
         int draw = 0;
         int read = 0;
     };
-    class Walk;
 
-    void readLimits();
     Framebuffers boundFramebuffers() const;
     void bindFramebuffers(const Framebuffers& framebuffers) const;
     void readTargetBuffers();
     void restoreTargetBuffers() const;
 
-    Limits m_limits;
-    std::vector<std::uint32_t> m_client;  ///< values one after another, in the order of Walk
-    std::vector<std::uint32_t> m_library; ///< likewise
+    std::unique_ptr<const KrGLLimits> m_limits; ///< null before the first `enter`
+    std::vector<std::uint32_t> m_client;        ///< values one after another, in the order of KrGLStateTraversal
+    std::vector<std::uint32_t> m_library;       ///< the same for the library
     Framebuffers m_clientFramebuffers;
     unsigned int m_target = 0;
     std::vector<unsigned int> m_targetDrawBuffers;
     unsigned int m_targetReadBuffer = 0;
     bool m_isEntered = false;
-};
-
-/// The library's stay in a client's context.
-class KrClientState::Visit
-{
-public:
-    /// @param state   null for a context that is the library's own: nothing is done
-    /// @param window  open and current; asked for the framebuffer to draw into
-    /// A visit inside another one of the same state does nothing.
-    Visit(std::shared_ptr<KrClientState> state, KrWindow& window);
-    Visit(const Visit&) = delete;
-    Visit& operator=(const Visit&) = delete;
-    ~Visit();
-
-private:
-    std::shared_ptr<KrClientState> m_state; ///< null when there is nothing to put back
-    KrWindow& m_window;
 };

@@ -1,0 +1,26 @@
+#include <rendCore/window/private/KrGuestVisit.h>
+
+#include <toolkit/context/KrWindowImpl.h>
+#include <toolkit/guest/KrClientState.h>
+#include <toolkit/window/KrWindow.h>
+
+#include <utility>
+
+KrGuestVisit::KrGuestVisit(std::shared_ptr<KrClientState> state, KrWindow& window)
+    : m_window(window)
+{
+    if (state && !state->isEntered()) {
+        m_state = std::move(state);
+        m_state->enter(window.getImpl()->defaultFramebuffer());
+    }
+}
+
+// A callback in the frame may have left another context current, or closed the window.
+KrGuestVisit::~KrGuestVisit()
+{
+    const bool isThere =
+        m_state && m_window.isInitialized() && (m_window.getImpl()->isCurrent() || m_window.makeCurrent());
+    if (isThere) {
+        m_state->leave();
+    }
+}

@@ -1,0 +1,79 @@
+#define GL_GLEXT_PROTOTYPES
+
+#include <toolkit/guest/private/KrGLArrayState.h>
+
+#include <toolkit/guest/private/KrGLCalls.h>
+
+using KrGLCalls::bindBuffer;
+using KrGLCalls::integer;
+
+KrGLArrayState::ArrayLayout KrGLArrayState::readLayout(const ArrayNames& names)
+{
+    ArrayLayout layout;
+    layout.size = names.size ? integer(names.size) : 0;
+    layout.type = integer(names.type);
+    layout.stride = integer(names.stride);
+    layout.buffer = integer(names.buffer);
+    void* pointer = nullptr;
+    glGetPointerv(names.pointer, &pointer);
+    layout.pointer = reinterpret_cast<std::uintptr_t>(pointer);
+    return layout;
+}
+
+void KrGLArrayState::applyLayout(GLenum array, const ArrayLayout& layout)
+{
+    if (!bindBuffer(GL_ARRAY_BUFFER, layout.buffer)) {
+        return;
+    }
+    const auto type = static_cast<GLenum>(layout.type);
+    switch (array) {
+    case GL_VERTEX_ARRAY:
+        glVertexPointer(layout.size, type, layout.stride, layout.address());
+        break;
+    case GL_NORMAL_ARRAY:
+        glNormalPointer(type, layout.stride, layout.address());
+        break;
+    case GL_COLOR_ARRAY:
+        glColorPointer(layout.size, type, layout.stride, layout.address());
+        break;
+    case GL_SECONDARY_COLOR_ARRAY:
+        glSecondaryColorPointer(layout.size, type, layout.stride, layout.address());
+        break;
+    case GL_FOG_COORD_ARRAY:
+        glFogCoordPointer(type, layout.stride, layout.address());
+        break;
+    default:
+        glTexCoordPointer(layout.size, type, layout.stride, layout.address());
+        break;
+    }
+}
+
+KrGLArrayState::ArrayLayout KrGLArrayState::readAttributeLayout(GLuint attribute, bool canBeInteger)
+{
+    ArrayLayout layout;
+    glGetVertexAttribiv(attribute, GL_VERTEX_ATTRIB_ARRAY_SIZE, &layout.size);
+    glGetVertexAttribiv(attribute, GL_VERTEX_ATTRIB_ARRAY_TYPE, &layout.type);
+    glGetVertexAttribiv(attribute, GL_VERTEX_ATTRIB_ARRAY_STRIDE, &layout.stride);
+    glGetVertexAttribiv(attribute, GL_VERTEX_ATTRIB_ARRAY_NORMALIZED, &layout.isNormalized);
+    if (canBeInteger) {
+        glGetVertexAttribiv(attribute, GL_VERTEX_ATTRIB_ARRAY_INTEGER, &layout.isInteger);
+    }
+    glGetVertexAttribiv(attribute, GL_VERTEX_ATTRIB_ARRAY_BUFFER_BINDING, &layout.buffer);
+    void* pointer = nullptr;
+    glGetVertexAttribPointerv(attribute, GL_VERTEX_ATTRIB_ARRAY_POINTER, &pointer);
+    layout.pointer = reinterpret_cast<std::uintptr_t>(pointer);
+    return layout;
+}
+
+void KrGLArrayState::applyAttributeLayout(GLuint attribute, const ArrayLayout& layout)
+{
+    if (!bindBuffer(GL_ARRAY_BUFFER, layout.buffer)) {
+        return;
+    }
+    const auto type = static_cast<GLenum>(layout.type);
+    if (layout.isInteger) {
+        glVertexAttribIPointer(attribute, layout.size, type, layout.stride, layout.address());
+    } else {
+        glVertexAttribPointer(attribute, layout.size, type, layout.isNormalized != 0, layout.stride, layout.address());
+    }
+}

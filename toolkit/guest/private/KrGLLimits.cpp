@@ -1,0 +1,46 @@
+#define GL_GLEXT_PROTOTYPES
+
+#include <toolkit/guest/private/KrGLLimits.h>
+
+#include <toolkit/guest/private/KrGLCalls.h>
+
+#include <cstdio>
+#include <string>
+
+using KrGLCalls::integer;
+
+namespace
+{
+
+bool hasExtension(const std::string& name)
+{
+    const auto* list = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
+    return list && (" " + std::string(list) + " ").find(" " + name + " ") != std::string::npos;
+}
+
+} // namespace
+
+KrGLLimits KrGLLimits::ofContext()
+{
+    KrGLLimits limits;
+    int major = 1;
+    int minor = 1;
+    const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+    if (version) {
+        std::sscanf(version, "%d.%d", &major, &minor);
+    }
+    limits.version = 10 * major + minor;
+    limits.lights = integer(GL_MAX_LIGHTS);
+    limits.clipPlanes = integer(GL_MAX_CLIP_PLANES);
+    limits.textureUnits = integer(GL_MAX_TEXTURE_UNITS);
+    limits.textureCoords = integer(GL_MAX_TEXTURE_COORDS);
+    limits.imageUnits = integer(GL_MAX_TEXTURE_IMAGE_UNITS);
+    limits.attributes = integer(GL_MAX_VERTEX_ATTRIBS);
+    limits.drawBuffers = integer(GL_MAX_DRAW_BUFFERS);
+    limits.viewports = limits.version >= 41 ? integer(GL_MAX_VIEWPORTS) : 1;
+    limits.hasFramebuffers = limits.version >= 30 || hasExtension("GL_ARB_framebuffer_object");
+    limits.hasVertexArrays = limits.version >= 30 || hasExtension("GL_ARB_vertex_array_object");
+    limits.hasAssemblyPrograms = hasExtension("GL_ARB_vertex_program") && hasExtension("GL_ARB_fragment_program");
+    limits.hasTwoSidedStencil = hasExtension("GL_EXT_stencil_two_side");
+    return limits;
+}
