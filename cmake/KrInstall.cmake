@@ -17,7 +17,7 @@ install(TARGETS krrender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 install(FILES rendCore/plume/krPlumeShader.vert rendCore/plume/krPlumeShader.frag
     DESTINATION ${kr_data_dir}/software/render/src/rendCore)
-install(DIRECTORY samples DESTINATION ${kr_data_dir} PATTERN generate EXCLUDE PATTERN CMakeLists.txt EXCLUDE)
+install(DIRECTORY samples DESTINATION ${kr_data_dir})
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
