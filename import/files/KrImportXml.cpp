@@ -6,6 +6,7 @@
 #include <toolkit/xml/KrXmlText.h>
 
 #include <libxml/parser.h>
+#include <libxml/xmlsave.h>
 
 #include <algorithm>
 #include <cmath>
@@ -55,10 +56,22 @@ bool load(const std::string& path, KrInputFile::Accept accept, std::uint64_t max
     if (!why.empty()) {
         return false;
     }
-    // A blank line before the XML declaration is a common slip that parsers refuse.
-    content.erase(0, std::min(content.find_first_not_of(" \t\r\n"), content.size()));
-    why = content.empty() ? "it is empty" : "";
-    return !content.empty();
+    return true;
+}
+
+/// Entities can grow without bound and name files; no robot needs them. Long texts are read without the parser's own
+/// guard against growth, so the first declaration ends the reading.
+void stopAtEntity(void* context, const xmlChar*, int, const xmlChar*, const xmlChar*, xmlChar*)
+{
+    xmlParserCtxt* const parser = static_cast<xmlParserCtxt*>(context);
+    *static_cast<bool*>(parser->_private) = true;
+    xmlStopParser(parser);
+}
+
+int appendTo(void* text, const char* bytes, int count)
+{
+    static_cast<std::string*>(text)->append(bytes, static_cast<std::size_t>(count));
+    return count;
 }
 
 std::string parserMessage(const xmlParserCtxt& parser)
@@ -70,18 +83,21 @@ std::string parserMessage(const xmlParserCtxt& parser)
     return "it is no XML: line " + std::to_string(parser.lastError.line) + ": " + KrText::oneLine(message);
 }
 
-bool declaresEntities(const xmlDoc& document)
-{
-    return document.intSubset && (document.intSubset->entities || document.intSubset->pentities);
-}
-
 } // namespace
 
 KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, KrInputFile::Accept accept,
                                               std::uint64_t maxBytes, std::string& why, bool* isForeign)
 {
     std::string content;
-    if (!load(path, accept, maxBytes, content, why)) {
+    return load(path, accept, maxBytes, content, why) ? parse(content, Text::Short, why, isForeign) : nullptr;
+}
+
+KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, std::string& why, bool* isForeign)
+{
+    // A blank line before the XML declaration is a common slip that parsers refuse.
+    content.erase(0, std::min(content.find_first_not_of(" \t\r\n"), content.size()));
+    if (content.empty()) {
+        why = "it is empty";
         return nullptr;
     }
     if (!isWide(content) && !declaresEncoding(content) && !KrText::isUtf8(content)) {
@@ -91,19 +107,42 @@ KrImportXml::UniqueDocument KrImportXml::read(const std::string& path, KrInputFi
         }
     }
     const UniqueParser parser(xmlNewParserCtxt());
-    UniqueDocument document;
-    if (parser) {
-        document.reset(
-            xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), path.c_str(), nullptr,
-                              XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES));
+    if (!parser || content.size() > std::numeric_limits<int>::max()) {
+        why = parser ? "it is too large" : "out of memory";
+        return nullptr;
     }
-    if (!document) {
-        why = parser ? parserMessage(*parser) : "out of memory";
-    } else if (declaresEntities(*document)) {
+    bool hasEntities = false;
+    parser->_private = &hasEntities;
+    parser->sax->entityDecl = stopAtEntity;
+    parser->sax->comment = nullptr;
+    parser->sax->processingInstruction = nullptr;
+    const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES |
+                        (text == Text::Long ? XML_PARSE_HUGE | XML_PARSE_NOCDATA : 0);
+    UniqueDocument document(
+        xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), nullptr, nullptr, options));
+    if (hasEntities) {
         why = "it declares entities, which are not read";
         document.reset();
+    } else if (!document) {
+        why = parserMessage(*parser);
     }
     return document;
+}
+
+std::string KrImportXml::textOf(const xmlDoc& document)
+{
+    std::string text;
+    xmlSaveCtxt* const writer = xmlSaveToIO(appendTo, nullptr, &text, "UTF-8", 0);
+    if (writer) {
+        xmlSaveTree(writer, xmlDocGetRootElement(&document));
+        xmlSaveClose(writer);
+    }
+    return text;
+}
+
+bool KrImportXml::isNamed(const xmlNode& node, const char* name)
+{
+    return (!node.ns || !node.ns->prefix) && xmlStrEqual(node.name, xml(name));
 }
 
 std::string KrImportXml::nameOf(const xmlNode& node)
@@ -117,7 +156,7 @@ std::vector<xmlNode*> KrImportXml::children(const xmlNode& node, const char* nam
     std::vector<xmlNode*> found;
     for (xmlNode* child = node.children; child; child = child->next) {
         const bool isPlain = child->type == XML_ELEMENT_NODE && (!child->ns || !child->ns->prefix);
-        if (isPlain && (!name || xmlStrEqual(child->name, xml(name)))) {
+        if (isPlain && (!name || isNamed(*child, name))) {
             found.push_back(child);
         }
     }
@@ -139,6 +178,13 @@ bool KrImportXml::attribute(const xmlNode& node, const char* name, std::string& 
     value = plain(text);
     xmlFree(text);
     return true;
+}
+
+std::string KrImportXml::attributeOf(const xmlNode& node, const char* name)
+{
+    std::string value;
+    attribute(node, name, value);
+    return value;
 }
 
 unsigned int KrImportXml::lineOf(const xmlNode& node)

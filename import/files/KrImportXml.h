@@ -9,7 +9,8 @@
 #include <string>
 #include <vector>
 
-/// XML documents as trees, read from files without network, entities or unbounded growth.
+/// XML documents as trees, read from files without network, entities or unbounded growth; comments and instructions are
+/// not kept.
 namespace KrImportXml
 {
 
@@ -25,6 +26,22 @@ using UniqueDocument = std::unique_ptr<xmlDoc, DocumentDeleter>;
 UniqueDocument read(const std::string& path, KrInputFile::Accept accept, std::uint64_t maxBytes, std::string& why,
                     bool* isForeign = nullptr);
 
+/// How long the text between two tags may be.
+enum class Text
+{
+    Short, ///< ten million bytes, and elements 256 deep
+    Long   ///< as long as the file, and elements 2048 deep
+};
+
+/// As read(), of what has been read already.
+/// @param content  may be converted
+UniqueDocument parse(std::string& content, Text text, std::string& why, bool* isForeign = nullptr);
+
+/// The document as UTF-8.
+std::string textOf(const xmlDoc& document);
+
+/// Whether the element has this name, without a prefix.
+bool isNamed(const xmlNode& node, const char* name);
 /// The name as it stands in the file, with the prefix.
 std::string nameOf(const xmlNode& node);
 /// The element children without a namespace prefix, in their order; only those called `name` when one is given.
@@ -33,6 +50,8 @@ std::vector<xmlNode*> children(const xmlNode& node, const char* name = nullptr);
 xmlNode* child(const xmlNode& node, const char* name);
 /// False, and no change, when the element has no such attribute.
 bool attribute(const xmlNode& node, const char* name, std::string& value);
+/// Empty when the element has no such attribute.
+std::string attributeOf(const xmlNode& node, const char* name);
 /// The line of the file that the element begins in, from 1.
 unsigned int lineOf(const xmlNode& node);
 /// The text inside, without white space around it.

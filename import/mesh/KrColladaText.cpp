@@ -1,11 +1,12 @@
 #include <import/mesh/KrColladaText.h>
 
+#include <import/files/KrImportXml.h>
 #include <import/mesh/KrMeshTokens.h>
 
 #include <toolkit/foundation/KrLimits.h>
+#include <toolkit/foundation/private/KrText.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <map>
 #include <set>
 #include <utility>
@@ -14,9 +15,10 @@
 namespace
 {
 
+using KrImportXml::attributeOf;
+using KrImportXml::isNamed;
 using KrMeshTokens::isCount;
 using KrMeshTokens::takeWord;
-using KrMeshTokens::trimmed;
 
 // No real file comes near: a vertex has a handful of attributes.
 constexpr std::uint64_t kMaxPlaces = 256;
@@ -24,123 +26,80 @@ constexpr std::uint64_t kMaxNodes = 100000;
 constexpr std::size_t kMaxControllers = 16; // one on the other
 // The mesh library looks through all nodes for each that is placed.
 constexpr std::uint64_t kMaxComparisons = 200000000;
+// A tree takes a hundred times the bytes of an empty element. Real files have some thousands, or one for each polygon.
+constexpr std::ptrdiff_t kMaxElements = 4000000;
 
-/// Goes from one tag to the next, past comments and the like.
-class Tags
+/// Calls `enter` for `root` and every element inside it, in the order of the file, and `leave` behind what is inside
+/// each. Without recursion, and over at once when one of them returns false.
+template <typename Visitor>
+bool traverse(xmlNode& root, Visitor& visitor)
 {
-public:
-    explicit Tags(std::string_view content)
-        : m_content(content)
+    for (xmlNode* node = &root;;) {
+        if (!visitor.enter(*node)) {
+            return false;
+        }
+        xmlNode* next = xmlFirstElementChild(node);
+        while (!next) {
+            if (!visitor.leave(*node)) {
+                return false;
+            }
+            if (node == &root) {
+                return true;
+            }
+            next = xmlNextElementSibling(node);
+            node = next ? node : node->parent;
+        }
+        node = next;
+    }
+}
+
+/// `root` and the elements inside it, in the order of the file.
+std::vector<xmlNode*> elements(xmlNode& root)
+{
+    struct Collector
     {
-    }
-
-    /// False at the end of the file, which may be in the middle of a tag.
-    bool next();
-    /// Of the tag in hand: "p", or "/p" for the one that closes.
-    std::string_view name() const { return m_name; }
-    std::size_t begin() const { return m_begin; }
-    std::size_t end() const { return m_at; }
-    bool isEmptyElement() const { return m_content[m_at - 2] == '/'; }
-    /// Empty for an absent one.
-    std::string_view attribute(std::string_view name) const;
-    /// False for something else than a whole number up to `limit`; an absent attribute leaves `value`.
-    bool number(std::string_view name, std::uint64_t limit, std::uint64_t& value) const;
-    /// From the tag in hand to the next one.
-    std::string_view text() const { return m_content.substr(m_at, m_content.find('<', m_at) - m_at); }
-
-private:
-    using Attribute = std::pair<std::string_view, std::string_view>;
-    bool skipped(std::string_view begin, std::string_view end);
-    bool readAttributes();
-
-    std::string_view m_content;
-    std::size_t m_begin = 0;
-    std::size_t m_at = 0; ///< behind the tag in hand
-    std::string_view m_name;
-    std::vector<Attribute> m_attributes;
-};
-
-bool Tags::next()
-{
-    do {
-        m_begin = m_content.find('<', m_at);
-        if (m_begin == std::string_view::npos) {
-            return false;
-        }
-        m_at = m_begin + 1;
-    } while (skipped("!--", "-->") || skipped("![CDATA[", "]]>") || skipped("?", "?>"));
-    m_name = m_content.substr(m_at, m_content.find_first_of(" \t\r\n/>", m_at + 1) - m_at);
-    m_at += m_name.size();
-    return readAttributes();
-}
-
-bool Tags::skipped(std::string_view begin, std::string_view end)
-{
-    if (m_content.substr(m_at, begin.size()) != begin) {
-        return false;
-    }
-    m_at = std::min(m_content.find(end, m_at), m_content.size());
-    return true;
-}
-
-bool Tags::readAttributes()
-{
-    m_attributes.clear();
-    for (;;) {
-        const std::size_t begin = m_content.find_first_not_of(" \t\r\n/", m_at);
-        const std::size_t end = m_content.find_first_of("=>", begin);
-        if (begin == std::string_view::npos || end == std::string_view::npos) {
-            return false;
-        }
-        m_at = end + 1;
-        if (m_content[end] == '>') {
+        std::vector<xmlNode*> list;
+        bool enter(xmlNode& node)
+        {
+            list.push_back(&node);
             return true;
         }
-        const std::size_t quote = m_content.find_first_not_of(" \t\r\n", m_at);
-        if (quote == std::string_view::npos || (m_content[quote] != '"' && m_content[quote] != '\'')) {
-            continue;
+        static bool leave(const xmlNode&) { return true; }
+    } collector;
+    traverse(root, collector);
+    return std::move(collector.list);
+}
+
+/// What the mesh library takes for the text of an element: the first piece between tags that is not blank.
+std::string_view textOf(const xmlNode& node)
+{
+    for (const xmlNode* child = node.children; child; child = child->next) {
+        if (child->type == XML_TEXT_NODE && child->content && !xmlIsBlankNode(child)) {
+            return reinterpret_cast<const char*>(child->content);
         }
-        const std::size_t close = m_content.find(m_content[quote], quote + 1);
-        if (close == std::string_view::npos) {
-            return false;
-        }
-        m_attributes.emplace_back(trimmed(m_content.substr(begin, end - begin)),
-                                  m_content.substr(quote + 1, close - quote - 1));
-        m_at = close + 1;
     }
+    return {};
 }
 
-std::string_view Tags::attribute(std::string_view name) const
+/// False for something else than a whole number up to `limit`; an absent attribute leaves `value`.
+bool takeCount(const xmlNode& node, const char* name, std::uint64_t limit, std::uint64_t& value)
 {
-    const auto isIt = [name](const Attribute& entry) { return entry.first == name; };
-    const auto place = std::find_if(m_attributes.begin(), m_attributes.end(), isIt);
-    return place == m_attributes.end() ? std::string_view() : place->second;
-}
-
-bool Tags::number(std::string_view name, std::uint64_t limit, std::uint64_t& value) const
-{
-    const auto isIt = [name](const Attribute& entry) { return entry.first == name; };
-    const auto place = std::find_if(m_attributes.begin(), m_attributes.end(), isIt);
-    return place == m_attributes.end() || isCount(trimmed(place->second), limit, value);
+    std::string text;
+    return !KrImportXml::attribute(node, name, text) || isCount(KrText::trimmed(text), limit, value);
 }
 
 /// What "#id" refers to.
-std::string_view referred(std::string_view reference)
+std::string referred(const std::string& reference)
 {
     return reference.substr(std::min(reference.find_first_not_of('#'), reference.size()));
-}
-
-/// Whether the mesh library may read `value` as something else: it expands what XML writes in another way.
-bool isWrittenOddly(std::string_view value)
-{
-    return value.find_first_of("&\t\r\n") != std::string_view::npos;
 }
 
 /// Nodes place one another, by name; the mesh library follows them by recursion.
 class NodeCheck
 {
 public:
-    bool addTag(const Tags& tags, std::string& why);
+    bool enter(const xmlNode& element, std::string& why);
+    void leave() { m_open.pop_back(); }
     /// False for a tree that is too deep or too large, or has no end.
     bool run(std::string& why);
 
@@ -148,36 +107,27 @@ private:
     struct Node
     {
         std::vector<std::size_t> children;
-        std::vector<std::string_view> instances; ///< what they are called
-        std::uint64_t size = 0;                  ///< with all that is in it; 0 until it is known
+        std::vector<std::string> instances; ///< what they are called
+        std::uint64_t size = 0;             ///< with all that is in it; 0 until it is known
     };
 
     bool measure(std::size_t node, std::size_t depth, std::string& why);
 
     std::vector<Node> m_nodes;
     std::vector<std::size_t> m_open; ///< elements: their node, or kNone
-    std::multimap<std::string_view, std::size_t> m_names;
+    std::multimap<std::string, std::size_t> m_names;
     std::uint64_t m_instances = 0;
-    bool m_hasOddNames = false;
     static constexpr std::size_t kNone = SIZE_MAX;
 };
 
-bool NodeCheck::addTag(const Tags& tags, std::string& why)
+bool NodeCheck::enter(const xmlNode& element, std::string& why)
 {
-    const std::string_view name = tags.name();
-    if (name.empty() || name.front() == '/') {
-        if (!m_open.empty()) {
-            m_open.pop_back();
-        }
-        return true;
-    }
     std::size_t node = kNone;
-    if (name == "node" || name == "visual_scene") {
+    if (isNamed(element, "node") || isNamed(element, "visual_scene")) {
         node = m_nodes.size();
         m_nodes.emplace_back();
         for (const char* const key : {"id", "name", "sid"}) {
-            const std::string_view value = tags.attribute(key);
-            m_hasOddNames = m_hasOddNames || isWrittenOddly(value);
+            const std::string value = attributeOf(element, key);
             if (!value.empty()) {
                 m_names.emplace(value, node);
             }
@@ -188,15 +138,12 @@ bool NodeCheck::addTag(const Tags& tags, std::string& why)
     if (parent != m_open.rend() && node != kNone) {
         m_nodes[*parent].children.push_back(node);
     }
-    if (parent != m_open.rend() && name == "instance_node") {
-        const std::string_view url = tags.attribute("url");
+    if (parent != m_open.rend() && isNamed(element, "instance_node")) {
+        const std::string url = attributeOf(element, "url");
         ++m_instances;
-        m_hasOddNames = m_hasOddNames || isWrittenOddly(url);
         m_nodes[*parent].instances.push_back(url.substr(std::min<std::size_t>(1, url.size())));
     }
-    if (!tags.isEmptyElement()) {
-        m_open.push_back(node);
-    }
+    m_open.push_back(node);
     if (m_open.size() > Kr::Limits::kMeshNesting) {
         why = "its elements are nested deeper than " + std::to_string(Kr::Limits::kMeshNesting);
         return false;
@@ -211,10 +158,6 @@ bool NodeCheck::run(std::string& why)
     }
     if (m_instances * m_nodes.size() > kMaxComparisons) {
         why = "it places too many nodes";
-        return false;
-    }
-    if (m_hasOddNames) {
-        why = "nodes are named with what XML writes as entities or in several lines";
         return false;
     }
     for (std::size_t node = 0; node < m_nodes.size(); ++node) {
@@ -251,7 +194,7 @@ bool NodeCheck::measure(std::size_t node, std::size_t depth, std::string& why)
             return false;
         }
     }
-    for (const std::string_view instance : current.instances) {
+    for (const std::string& instance : current.instances) {
         const auto [begin, end] = m_names.equal_range(instance);
         for (auto place = begin; place != end; ++place) {
             if (!add(place->second)) {
@@ -263,22 +206,25 @@ bool NodeCheck::measure(std::size_t node, std::size_t depth, std::string& why)
     return true;
 }
 
+/// Follows counts, strides and offsets to where they lead.
 class Check
 {
 public:
-    explicit Check(std::string_view content)
-        : m_tags(content)
-        , m_size(content.size())
+    /// @param size  of the file, bytes: nothing that it holds is more
+    explicit Check(std::uint64_t size)
+        : m_size(size)
     {
     }
 
-    bool run(std::string& why);
+    bool run(xmlNode& root, std::string& why);
+    bool enter(const xmlNode& element);
+    bool leave(const xmlNode& element);
 
 private:
     /// An accessor's reach into its array.
     struct Reach
     {
-        std::string_view array;
+        std::string array;
         bool isInMesh = false;
         std::uint64_t count = 0;
         std::uint64_t stride = 1;
@@ -286,12 +232,10 @@ private:
         std::uint64_t params = 0;
     };
 
-    bool checkTag();
-    bool checkArray();
-    bool checkAccessor();
-    bool checkInput();
-    bool checkPrimitives();
-    bool checkIndices();
+    bool checkArray(const xmlNode& element);
+    bool checkAccessor(const xmlNode& element);
+    bool checkMesh(const xmlNode& element);
+    bool checkIndices(const xmlNode& element);
     bool checkReaches();
     bool fail(const std::string& why)
     {
@@ -299,139 +243,137 @@ private:
         return false;
     }
 
-    Tags m_tags;
     std::uint64_t m_size;
     std::string m_why;
     bool m_isInMesh = false;
     bool m_isInAccessor = false;
+    bool m_isInHole = false;
     std::uint64_t m_declared = 0; ///< primitives of the element in hand
     std::uint64_t m_lists = 0;    ///< its elements <p>
     std::uint64_t m_lengths = 0;  ///< of those that are known
-    bool m_isInHole = false;
     NodeCheck m_nodes;
-    std::set<std::string_view> m_wordArrays;
-    std::map<std::string_view, std::uint64_t> m_arrays; ///< numbers by id; the fewest of those of one id
+    std::set<std::string> m_wordArrays;
+    std::map<std::string, std::uint64_t> m_arrays; ///< numbers by id; the fewest of those of one id
     std::vector<Reach> m_reaches;
 };
 
-bool Check::run(std::string& why)
+bool isPrimitives(const xmlNode& element)
 {
-    bool isGood = true;
-    while (isGood && m_tags.next()) {
-        isGood = m_nodes.addTag(m_tags, m_why) && checkTag();
-    }
-    isGood = isGood && checkReaches() && m_nodes.run(m_why);
+    return isNamed(element, "triangles") || isNamed(element, "polylist") || isNamed(element, "polygons");
+}
+
+bool Check::run(xmlNode& root, std::string& why)
+{
+    const bool isGood = traverse(root, *this) && checkReaches() && m_nodes.run(m_why);
     why = isGood ? why : m_why;
     return isGood;
 }
 
-bool Check::checkTag()
+bool Check::enter(const xmlNode& element)
 {
-    const std::string_view name = m_tags.name();
-    if (name == "mesh" || name == "/mesh") {
-        m_isInMesh = name == "mesh";
+    if (!m_nodes.enter(element, m_why)) {
+        return false;
     }
-    if (name == "float_array") {
-        return checkArray();
+    if (isNamed(element, "float_array")) {
+        return checkArray(element);
     }
-    if (name.size() > 6 && name.substr(name.size() - 6) == "_array" && name.front() != '/') {
-        m_wordArrays.insert(m_tags.attribute("id"));
-        return !isWrittenOddly(m_tags.attribute("id")) || fail("an array is named with what XML writes as entities");
+    const std::string_view name = reinterpret_cast<const char*>(element.name);
+    if (name.size() > 6 && name.substr(name.size() - 6) == "_array") {
+        m_wordArrays.insert(attributeOf(element, "id"));
+        return true;
     }
-    if (name == "accessor" || name == "/accessor") {
-        m_isInAccessor = name == "accessor" && !m_tags.isEmptyElement();
+    if (isNamed(element, "accessor")) {
+        m_isInAccessor = true;
+        return checkAccessor(element);
     }
-    if (name == "accessor") {
-        return checkAccessor();
-    }
-    if (name == "param" && m_isInAccessor) {
+    if (isNamed(element, "param") && m_isInAccessor) {
         ++m_reaches.back().params;
     }
-    return !m_isInMesh || (checkInput() && checkPrimitives() && checkIndices());
+    m_isInMesh = m_isInMesh || isNamed(element, "mesh");
+    m_isInHole = m_isInHole || isNamed(element, "ph");
+    return !m_isInMesh || (checkMesh(element) && checkIndices(element));
 }
 
-bool Check::checkArray()
+bool Check::leave(const xmlNode& element)
+{
+    m_nodes.leave();
+    m_isInAccessor = m_isInAccessor && !isNamed(element, "accessor");
+    m_isInHole = m_isInHole && !isNamed(element, "ph");
+    if (m_isInMesh && isPrimitives(element)) {
+        // Polygons have a list each, the others all in one.
+        const std::uint64_t one = m_declared > 0 ? 1 : m_lists;
+        if (m_lists != (isNamed(element, "polygons") ? m_declared : one)) {
+            return fail("an element <" + KrImportXml::nameOf(element) + "> does not hold as many lists as it declares");
+        }
+    }
+    m_isInMesh = m_isInMesh && !isNamed(element, "mesh");
+    return true;
+}
+
+bool Check::checkArray(const xmlNode& element)
 {
     std::uint64_t declared = 0;
-    if (!m_tags.number("count", m_size, declared)) {
+    if (!takeCount(element, "count", m_size, declared)) {
         return fail("the count of a float_array is no number or far too high");
     }
-    if (isWrittenOddly(m_tags.attribute("id"))) {
-        return fail("an array is named with what XML writes as entities");
-    }
     std::uint64_t words = 0;
-    for (std::string_view rest = m_tags.text(); !takeWord(rest).empty();) {
+    for (std::string_view rest = textOf(element); !takeWord(rest).empty();) {
         ++words;
     }
     if (words < declared) {
         return fail("a float_array holds fewer numbers than it declares");
     }
-    const auto [place, isNew] = m_arrays.emplace(m_tags.attribute("id"), declared);
+    // The mesh library finds one of those that share an id, and nobody knows which.
+    const auto [place, isNew] = m_arrays.emplace(attributeOf(element, "id"), declared);
     place->second = std::min(place->second, declared);
     return true;
 }
 
-bool Check::checkAccessor()
+bool Check::checkAccessor(const xmlNode& element)
 {
     Reach reach;
-    reach.array = referred(m_tags.attribute("source"));
+    reach.array = referred(attributeOf(element, "source"));
     reach.isInMesh = m_isInMesh;
+    const bool isGood = takeCount(element, "count", m_size, reach.count) &&
+                        takeCount(element, "stride", kMaxPlaces, reach.stride) &&
+                        takeCount(element, "offset", m_size, reach.offset);
     m_reaches.push_back(reach);
-    Reach& back = m_reaches.back();
-    return (m_tags.number("count", m_size, back.count) && m_tags.number("stride", kMaxPlaces, back.stride) &&
-            m_tags.number("offset", m_size, back.offset)) ||
-           fail("the count, stride or offset of an accessor is no number or far too high");
+    return isGood || fail("the count, stride or offset of an accessor is no number or far too high");
 }
 
-bool Check::checkInput()
+bool Check::checkMesh(const xmlNode& element)
 {
     std::uint64_t value = 0;
-    return m_tags.name() != "input" ||
-           (m_tags.number("offset", kMaxPlaces, value) && m_tags.number("set", kMaxPlaces, value)) ||
-           fail("the offset or set of an input is no number or far too high");
-}
-
-bool Check::checkPrimitives()
-{
-    const std::string_view name = m_tags.name();
-    const bool isEnd = name.front() == '/';
-    const std::string_view kind = name.substr(isEnd ? 1 : 0);
+    if (isNamed(element, "input") &&
+        !(takeCount(element, "offset", kMaxPlaces, value) && takeCount(element, "set", kMaxPlaces, value))) {
+        return fail("the offset or set of an input is no number or far too high");
+    }
     std::uint64_t count = 0;
-    if (!m_tags.number("count", m_size, count)) {
-        return fail("the count of an element <" + std::string(name) + "> is no number or far too high");
+    if (!takeCount(element, "count", m_size, count)) {
+        return fail("the count of an element <" + KrImportXml::nameOf(element) + "> is no number or far too high");
     }
-    if (kind != "triangles" && kind != "polylist" && kind != "polygons") {
-        return true;
-    }
-    if (!isEnd) {
+    if (isPrimitives(element)) {
         m_declared = count;
         m_lists = 0;
-        m_lengths = kind == "polylist" ? 0 : m_declared;
+        m_lengths = isNamed(element, "polylist") ? 0 : m_declared;
     }
-    // The others have all in one list.
-    const std::uint64_t lists = kind == "polygons" ? m_declared : m_declared > 0 ? 1 : m_lists;
-    const bool isWhole = isEnd || m_tags.isEmptyElement();
-    return !isWhole || m_lists == lists ||
-           fail("an element <" + std::string(kind) + "> does not hold as many lists as it declares");
+    return true;
 }
 
-bool Check::checkIndices()
+bool Check::checkIndices(const xmlNode& element)
 {
-    const std::string_view name = m_tags.name();
-    const bool isLengths = name == "vcount";
-    if (name == "ph" || name == "/ph") {
-        m_isInHole = name == "ph";
-    }
-    if (name != "p" && name != "h" && !isLengths) {
+    const bool isList = isNamed(element, "p");
+    const bool isLengths = isNamed(element, "vcount");
+    if (!isList && !isLengths && !isNamed(element, "h")) {
         return true;
     }
-    if (name == "p" && m_lengths < m_declared) {
+    if (isList && m_lengths < m_declared) {
         return fail("an element <p> comes before the lengths of its polygons");
     }
-    m_lists += name == "p" && !m_isInHole ? 1 : 0;
-    std::string_view rest = m_tags.text();
+    m_lists += isList && !m_isInHole ? 1 : 0;
+    std::string_view rest = textOf(element);
     if (rest.find_first_not_of("0123456789- \t\r\n") != std::string_view::npos) {
-        return fail("there is something else than indices in an element <" + std::string(name) + ">");
+        return fail("there is something else than indices in an element <" + KrImportXml::nameOf(element) + ">");
     }
     std::uint64_t words = 0;
     for (std::uint64_t length = 0; isLengths && words < m_declared; ++words) {
@@ -460,143 +402,131 @@ bool Check::checkReaches()
     return true;
 }
 
-/// Which geometry of the file a tag is in, from 1; 0 outside.
-class GeometryCount
+void removeElement(xmlNode* element)
 {
-public:
-    std::size_t next(const Tags& tags)
-    {
-        const bool isEnd = tags.name() == "/geometry";
-        if (tags.name() == "geometry") {
-            m_current = ++m_last;
-        }
-        const std::size_t current = m_current;
-        m_current = isEnd || (tags.name() == "geometry" && tags.isEmptyElement()) ? 0 : m_current;
-        return tags.name() == "geometry" ? 0 : current; // its own name is known outside
-    }
-
-private:
-    std::size_t m_last = 0;
-    std::size_t m_current = 0;
-};
-
-/// The ids that stand in several geometries.
-std::set<std::string_view> sharedIds(std::string_view content)
-{
-    std::map<std::string_view, std::size_t> owners;
-    std::set<std::string_view> shared;
-    GeometryCount count;
-    for (Tags tags(content); tags.next();) {
-        const std::size_t geometry = count.next(tags);
-        const std::string_view id = tags.attribute("id");
-        if (geometry > 0 && !id.empty() && owners.emplace(id, geometry).first->second != geometry) {
-            shared.insert(id);
-        }
-    }
-    return shared;
+    xmlUnlinkNode(element);
+    xmlFreeNode(element);
 }
 
-bool isMotionLibrary(std::string_view name)
+void setAttribute(xmlNode& node, const char* name, const std::string& value)
 {
-    return name == "library_controllers" || name == "library_animations" || name == "library_animation_clips";
+    xmlSetProp(&node, reinterpret_cast<const xmlChar*>(name), reinterpret_cast<const xmlChar*>(value.c_str()));
 }
 
 /// The meshes of controllers, by the controllers' ids.
-std::map<std::string, std::string> skinnedMeshes(std::string_view content)
+std::map<std::string, std::string> skinnedMeshes(const std::vector<xmlNode*>& all)
 {
     std::map<std::string, std::string> meshes;
     std::string controller;
-    for (Tags tags(content); tags.next();) {
-        if (tags.name() == "controller") {
-            controller = tags.attribute("id");
-        } else if (tags.name() == "skin" || tags.name() == "morph") {
-            meshes.emplace(controller, referred(tags.attribute("source")));
+    for (const xmlNode* const element : all) {
+        if (isNamed(*element, "controller")) {
+            controller = attributeOf(*element, "id");
+        } else if (isNamed(*element, "skin") || isNamed(*element, "morph")) {
+            meshes.emplace(controller, referred(attributeOf(*element, "source")));
         }
     }
     return meshes;
 }
 
-} // namespace
-
-bool KrColladaText::check(std::string_view content, std::string& why)
+/// Takes out what would move a mesh: animations, and skins, whose instances become instances of the mesh that they
+/// would bend. The mesh library trusts the weights of skins.
+void dropMotion(xmlNode& root)
 {
-    return Check(content).run(why);
-}
-
-bool KrColladaText::dropMotion(std::string& content)
-{
-    if (content.find("<library_controllers") == std::string::npos &&
-        content.find("<library_animation") == std::string::npos) {
-        return false;
-    }
-    const std::map<std::string, std::string> meshes = skinnedMeshes(content);
-    std::string result;
-    std::size_t copied = 0;
-    bool isSkipping = false;
-    const auto replace = [&](const Tags& tags, const std::string& text) {
-        result.append(content, copied, isSkipping ? 0 : tags.begin() - copied);
-        result += text;
-        copied = tags.end();
-    };
-    for (Tags tags(content); tags.next();) {
-        const std::string_view name = tags.name();
-        const bool isEnd = name.front() == '/';
-        if (isMotionLibrary(name.substr(isEnd ? 1 : 0))) {
-            replace(tags, "");
-            isSkipping = !isEnd && !tags.isEmptyElement();
-        } else if (isSkipping) {
-            continue;
-        } else if (name == "/instance_controller") {
-            replace(tags, "</instance_geometry>");
-        } else if (name == "instance_controller") {
-            std::string mesh(referred(tags.attribute("url")));
+    const std::vector<xmlNode*> all = elements(root);
+    const std::map<std::string, std::string> meshes = skinnedMeshes(all);
+    std::vector<xmlNode*> libraries;
+    for (xmlNode* const element : all) {
+        if (isNamed(*element, "instance_controller")) {
+            std::string mesh = referred(attributeOf(*element, "url"));
             // A skin may bend what another controller makes of a mesh.
             for (std::size_t i = 0; i < kMaxControllers && meshes.count(mesh); ++i) {
                 mesh = meshes.at(mesh);
             }
-            replace(tags, "<instance_geometry url=\"#" + mesh + (tags.isEmptyElement() ? "\"/>" : "\">"));
+            xmlNodeSetName(element, reinterpret_cast<const xmlChar*>("instance_geometry"));
+            setAttribute(*element, "url", "#" + mesh);
         }
-    }
-    result.append(content, copied, isSkipping ? 0 : std::string::npos);
-    content = std::move(result);
-    return true;
-}
-
-bool KrColladaText::separateIds(std::string& content)
-{
-    const std::set<std::string_view> shared = sharedIds(content);
-    if (shared.empty()) {
-        return false;
-    }
-    std::string result;
-    std::size_t copied = 0;
-    GeometryCount count;
-    for (Tags tags(content); tags.next();) {
-        const std::size_t geometry = count.next(tags);
-        std::vector<std::size_t> ends; // of the values that get longer, in either order
-        for (const char* const name : {"id", "source"}) {
-            const std::string_view value = tags.attribute(name);
-            if (geometry > 0 && !value.empty() && shared.count(referred(value)) > 0) {
-                ends.push_back(static_cast<std::size_t>(value.data() - content.data()) + value.size());
+        for (const char* const name : {"library_controllers", "library_animations", "library_animation_clips"}) {
+            // One inside another goes with it.
+            if (isNamed(*element, name) && element->parent == &root) {
+                libraries.push_back(element);
             }
         }
-        std::sort(ends.begin(), ends.end());
-        for (const std::size_t end : ends) {
-            result.append(content, copied, end - copied) += "-of-geometry-" + std::to_string(geometry);
-            copied = end;
-        }
     }
-    result.append(content, copied, std::string::npos);
-    content = std::move(result);
-    return true;
+    std::for_each(libraries.begin(), libraries.end(), removeElement);
 }
 
-std::string KrColladaText::upAxis(std::string_view content)
+/// Gives what several geometries call by one name names of its own: some exporters number from 0 in each of them, and
+/// the mesh library keeps one array for each name.
+void separateIds(xmlNode& root)
 {
-    for (Tags tags(content); tags.next();) {
-        if (tags.name() == "up_axis") {
-            return std::string(trimmed(tags.text()).substr(0, 10));
+    std::vector<std::vector<xmlNode*>> geometries;
+    for (xmlNode* const element : elements(root)) {
+        if (isNamed(*element, "geometry")) {
+            geometries.push_back(elements(*element));
+            geometries.back().erase(geometries.back().begin()); // its own name is known outside
+        }
+    }
+    std::map<std::string, std::size_t> owners;
+    std::set<std::string> shared;
+    for (std::size_t i = 0; i < geometries.size(); ++i) {
+        for (const xmlNode* const element : geometries[i]) {
+            const std::string id = attributeOf(*element, "id");
+            if (!id.empty() && owners.emplace(id, i).first->second != i) {
+                shared.insert(id);
+            }
+        }
+    }
+    for (std::size_t i = 0; i < geometries.size() && !shared.empty(); ++i) {
+        for (xmlNode* const element : geometries[i]) {
+            for (const char* const name : {"id", "source"}) {
+                const std::string value = attributeOf(*element, name);
+                if (shared.count(referred(value)) > 0) {
+                    setAttribute(*element, name, value + "-of-geometry-" + std::to_string(i + 1));
+                }
+            }
+        }
+    }
+}
+
+std::string upAxisOf(xmlNode& root)
+{
+    for (const xmlNode* const element : elements(root)) {
+        if (isNamed(*element, "up_axis")) {
+            return std::string(KrText::trimmed(textOf(*element)).substr(0, 10));
         }
     }
     return "";
+}
+
+bool isTooLarge(const std::string& content)
+{
+    return std::count(content.begin(), content.end(), '<') > 2 * kMaxElements; // most have an end of their own
+}
+
+} // namespace
+
+bool KrColladaText::clean(std::string&& content, Mesh& mesh, std::string& why)
+{
+    if (isTooLarge(content)) {
+        why = "it has more than " + std::to_string(kMaxElements) + " elements";
+        return false;
+    }
+    const std::uint64_t size = content.size();
+    const KrImportXml::UniqueDocument document =
+        KrImportXml::parse(content, KrImportXml::Text::Long, why, &mesh.isForeign);
+    xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
+    if (!root) {
+        return false;
+    }
+    content.clear();
+    content.shrink_to_fit();
+    // Motion goes first: what is wrong in it harms nobody then.
+    dropMotion(*root);
+    separateIds(*root);
+    if (!Check(size).run(*root, why)) {
+        return false;
+    }
+    mesh.upAxis = upAxisOf(*root);
+    mesh.text = KrImportXml::textOf(*document);
+    return true;
 }

@@ -1,24 +1,28 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
-/// Looks at the text of a COLLADA file before the mesh library does, which trusts what it reads.
+/// COLLADA (DAE) files, written anew as the mesh library can read them without harm: it trusts what it reads.
+///
+/// The file is read as XML without entities and written again, so that the library sees what has been looked at:
+/// comments, instructions and another encoding are gone.
 class KrColladaText
 {
 public:
-    /// Looks for damage that would cost all memory or the process: counts, strides and offsets that are no numbers or
-    /// reach beyond their arrays, and lists with something else than indices in them.
-    ///
-    /// @param why  on refusal one clause
-    static bool check(std::string_view content, std::string& why);
+    struct Mesh
+    {
+        std::string text;       ///< UTF-8
+        std::string upAxis;     ///< "Z_UP" and the like; empty where the file tells none
+        bool isForeign = false; ///< it was no UTF-8, though it says so or nothing; it is read as Latin-1
+    };
 
-    /// Takes out what would move a mesh: animations, and skins, whose instances become instances of the mesh that they
-    /// would bend. False, and no change, when there is nothing like that.
-    static bool dropMotion(std::string& content);
-    /// Gives what several geometries call by one name names of its own: some exporters number from 0 in each of them.
-    /// @return whether anything was changed
-    static bool separateIds(std::string& content);
-    /// "Z_UP" and the like; empty where the file tells none.
-    static std::string upAxis(std::string_view content);
+    /// Animations are left out, and skins, whose instances become instances of the mesh that they would bend. What
+    /// several geometries call by one name gets names of its own.
+    ///
+    /// @param content  the whole file; used up
+    /// @param why      on refusal one clause
+    /// @return false for what is no XML, and for damage that would cost all memory or the process: counts, strides and
+    ///         offsets that are no numbers or reach beyond their arrays, lists with something else than indices in
+    ///         them, elements nested too deep, nodes that place themselves
+    static bool clean(std::string&& content, Mesh& mesh, std::string& why);
 };

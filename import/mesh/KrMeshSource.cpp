@@ -253,13 +253,15 @@ bool Source::readGltf(std::string_view content, std::string& why)
 
 bool Source::readCollada(std::string&& content, std::string& why)
 {
-    KrColladaText::dropMotion(content);
-    KrColladaText::separateIds(content);
-    m_result.upAxis = KrColladaText::upAxis(content);
-    if (!KrColladaText::check(content, why)) {
+    KrColladaText::Mesh mesh;
+    if (!KrColladaText::clean(std::move(content), mesh, why)) {
         return false;
     }
-    m_result.files[m_result.main] = std::move(content);
+    if (mesh.isForeign) {
+        warn("it is no UTF-8; it is read as Latin-1");
+    }
+    m_result.upAxis = std::move(mesh.upAxis);
+    m_result.files[m_result.main] = std::move(mesh.text);
     return true;
 }
 

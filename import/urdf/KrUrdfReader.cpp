@@ -23,6 +23,7 @@ using Look = KrRobotDescription::Look;
 using Place = KrRobotDescription::Place;
 using Shape = KrRobotDescription::Shape;
 using Type = KrJointKinematics::Type;
+using KrImportXml::attributeOf;
 
 constexpr std::size_t kMaxValue = 60; // of an attribute in a message, bytes
 
@@ -35,13 +36,6 @@ std::string told(const std::string& text)
 bool isTooFar(double value)
 {
     return std::abs(value) > std::numeric_limits<float>::max();
-}
-
-std::string attributeOf(const xmlNode& node, const char* name)
-{
-    std::string value;
-    KrImportXml::attribute(node, name, value);
-    return value;
 }
 
 KrVector vectorOf(const std::vector<double>& xyz)
