@@ -44,10 +44,10 @@ public:
     const char* name() const { return m_name; }     ///< one word
     const char* checks() const { return m_checks; } ///< a clause for a table
 
-    /// @param folder   where pictures go, `name`-what.png; empty for none. It must exist
-    /// @param spoiler  for tests of the self test
+    /// @param folder  where pictures go, `name`-what.png; empty for none. It must exist
     /// Whatever is wrong, a picture that cannot be written too, is in the result; nothing is printed.
     Result operator()(const std::string& folder) const { return (*this)(folder, Spoiler()); }
+    /// The same, spoiled, for tests of the self test.
     Result operator()(const std::string& folder, const Spoiler& spoiler) const;
 
     /// All of them; the order is that of a table.
