@@ -6,23 +6,23 @@
 #include <toolkit/foundation/private/KrJson.h>
 #include <toolkit/xml/KrXmlText.h>
 
-#include <boost/property_tree/json_parser.hpp>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <iterator>
-#include <sstream>
 
 namespace
 {
 
-using Tree = boost::property_tree::ptree;
+using Tree = nlohmann::json;
 
 constexpr const char* kFormat = "krFrameDescription";
 constexpr const char* kTopRowFirst = "top row first";
 constexpr const char* kBottomRowFirst = "bottom row first";
-constexpr unsigned int kDeepestNesting = 32; // of arrays and objects; a description itself has four
+constexpr int kDeepestNesting = 32; // of arrays and objects; a description itself has four
 
 // Writing.
 
@@ -73,33 +73,52 @@ std::string jsonOf(const KrFrameDescription::Manipulator& manipulator)
 
 // Reading: each of these gives false, and no change, for what is not there or not of its kind.
 
-/// The parser calls itself for everything that is nested.
-bool isShallow(const std::string& json)
+/// The library reads -0 as a whole number, which has no such zero, but -0.0 as it is. What is in strings stays.
+std::string withSignedZeros(const std::string& json)
 {
-    unsigned int depth = 0;
+    std::string result;
     bool isInString = false;
-    for (std::size_t i = 0; i < json.size() && depth <= kDeepestNesting; ++i) {
-        const char c = json[i];
-        if (isInString) {
-            i += c == '\\' ? 1 : 0;
-            isInString = c != '"';
-        } else if (c == '"') {
-            isInString = true;
-        } else if (c == '[' || c == '{') {
-            ++depth;
-        } else if ((c == ']' || c == '}') && depth > 0) {
-            --depth;
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        result += json[i];
+        if (isInString && json[i] == '\\' && i + 1 < json.size()) {
+            result += json[++i];
+        } else if (json[i] == '"') {
+            isInString = !isInString;
+        } else if (!isInString && json.compare(i, 2, "-0") == 0) {
+            const bool isExponent = i > 0 && std::strchr("eE", json[i - 1]) != nullptr;
+            const bool isWhole = i + 2 == json.size() || std::strchr(".eE0123456789", json[i + 2]) == nullptr;
+            result += isWhole && !isExponent ? "0.0" : "0";
+            ++i;
         }
     }
-    return depth <= kDeepestNesting;
+    return result;
+}
+
+/// Null when there is nothing at that place ("/camera/near").
+const Tree* find(const Tree& tree, const char* path)
+{
+    const Tree::json_pointer pointer(path);
+    return tree.contains(pointer) ? &tree.at(pointer) : nullptr;
+}
+
+/// The text of a plain value; `otherwise` when it is not there, and nothing for what is no plain value.
+std::string textAt(const Tree& tree, const char* path, const std::string& otherwise = "")
+{
+    const Tree* const item = find(tree, path);
+    if (item == nullptr || item->is_structured()) {
+        return item == nullptr ? otherwise : "";
+    }
+    return item->is_string() ? item->get<std::string>() : item->dump();
 }
 
 template <typename Number>
-bool toNumber(const Tree& tree, Number& out)
+bool toNumber(const Tree& item, Number& out)
 {
-    std::string_view text = tree.data();
+    // Programs that keep all values as texts write numbers in quotes.
+    const std::string all = textAt(item, "");
+    std::string_view text = all;
     Number value{};
-    if (!tree.empty() || !KrXmlText::take(text, value) || !KrXmlText::atEnd(text) || !std::isfinite(double(value))) {
+    if (!KrXmlText::take(text, value) || !KrXmlText::atEnd(text) || !std::isfinite(double(value))) {
         return false;
     }
     out = value;
@@ -109,8 +128,16 @@ bool toNumber(const Tree& tree, Number& out)
 template <typename Number>
 bool readNumber(const Tree& tree, const char* path, Number& out)
 {
-    const auto child = tree.get_child_optional(path);
-    return child && toNumber(*child, out);
+    const Tree* const item = find(tree, path);
+    return item != nullptr && toNumber(*item, out);
+}
+
+/// The items of an array or object; none of anything else.
+const Tree& childrenOf(const Tree& tree, const char* path)
+{
+    static const Tree none = Tree::array();
+    const Tree* const item = find(tree, path);
+    return item != nullptr && item->is_structured() ? *item : none;
 }
 
 template <std::size_t count>
@@ -118,8 +145,8 @@ bool readNumbers(const Tree& tree, double (&out)[count])
 {
     double values[count] = {};
     std::size_t i = 0;
-    for (const auto& item : tree) {
-        if (i == count || !toNumber(item.second, values[i++])) {
+    for (const Tree& item : childrenOf(tree, "")) {
+        if (i == count || !toNumber(item, values[i++])) {
             return false;
         }
     }
@@ -129,9 +156,8 @@ bool readNumbers(const Tree& tree, double (&out)[count])
 
 bool readVector(const Tree& tree, const char* path, KrVector& out)
 {
-    const auto child = tree.get_child_optional(path);
     double v[3];
-    if (!child || !readNumbers(*child, v)) {
+    if (!readNumbers(childrenOf(tree, path), v)) {
         return false;
     }
     out.set(v[0], v[1], v[2]);
@@ -140,15 +166,15 @@ bool readVector(const Tree& tree, const char* path, KrVector& out)
 
 bool readMatrix(const Tree& tree, const char* path, osg::Matrixd& out)
 {
-    const auto child = tree.get_child_optional(path);
-    if (!child || child->size() != 4) {
+    const Tree& rows = childrenOf(tree, path);
+    if (rows.size() != 4) {
         return false;
     }
     osg::Matrixd matrix;
     int column = 0;
-    for (const auto& item : *child) {
+    for (const Tree& item : rows) {
         double row[4];
-        if (!readNumbers(item.second, row)) {
+        if (!readNumbers(item, row)) {
             return false;
         }
         for (int i = 0; i < 4; ++i) {
@@ -175,30 +201,30 @@ bool readPose(const Tree& tree, const char* path, osg::Matrixd& out)
 
 const char* readPicture(const Tree& tree, KrFrameDescription& out)
 {
-    if (!readNumber(tree, "picture.width", out.width) || !readNumber(tree, "picture.height", out.height) ||
+    if (!readNumber(tree, "/picture/width", out.width) || !readNumber(tree, "/picture/height", out.height) ||
         out.width == 0 || out.height == 0) {
         return "it tells no picture size";
     }
-    readNumber(tree, "picture.channels", out.channels);
-    if (tree.get("picture.rowOrder", std::string()) == kTopRowFirst) {
+    readNumber(tree, "/picture/channels", out.channels);
+    if (textAt(tree, "/picture/rowOrder") == kTopRowFirst) {
         out.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
     }
-    out.quantity = tree.get("picture.quantity", out.quantity);
-    out.unit = tree.get("picture.unit", out.unit);
+    out.quantity = textAt(tree, "/picture/quantity", out.quantity);
+    out.unit = textAt(tree, "/picture/unit", out.unit);
     return nullptr;
 }
 
 const char* readIntrinsics(const Tree& tree, KrFrameDescription& out)
 {
-    const auto child = tree.get_child_optional("camera.intrinsics");
-    if (!child || (child->empty() && child->data() == "null")) {
+    const Tree* const child = find(tree, "/camera/intrinsics");
+    if (child == nullptr || child->is_null()) {
         return nullptr;
     }
     KrCameraIntrinsics camera;
     camera.width = out.width;
     camera.height = out.height;
-    if (!readNumber(*child, "fx", camera.fx) || !readNumber(*child, "fy", camera.fy) ||
-        !readNumber(*child, "cx", camera.cx) || !readNumber(*child, "cy", camera.cy) || !camera.isValid()) {
+    if (!readNumber(*child, "/fx", camera.fx) || !readNumber(*child, "/fy", camera.fy) ||
+        !readNumber(*child, "/cx", camera.cx) || !readNumber(*child, "/cy", camera.cy) || !camera.isValid()) {
         return "its intrinsics are no camera's";
     }
     out.intrinsics = camera;
@@ -207,11 +233,11 @@ const char* readIntrinsics(const Tree& tree, KrFrameDescription& out)
 
 const char* readCamera(const Tree& tree, KrFrameDescription& out)
 {
-    const bool hasOptical = tree.get_child_optional("camera.worldToOptical").has_value();
-    const bool hasOpenGL = tree.get_child_optional("camera.worldToOpenGL").has_value();
+    const bool hasOptical = find(tree, "/camera/worldToOptical") != nullptr;
+    const bool hasOpenGL = find(tree, "/camera/worldToOpenGL") != nullptr;
     osg::Matrixd optical;
-    if ((hasOptical && !readPose(tree, "camera.worldToOptical", optical)) ||
-        (hasOpenGL && !readPose(tree, "camera.worldToOpenGL", out.view))) {
+    if ((hasOptical && !readPose(tree, "/camera/worldToOptical", optical)) ||
+        (hasOpenGL && !readPose(tree, "/camera/worldToOpenGL", out.view))) {
         return "its camera pose is no rotation with a translation";
     }
     if (!hasOptical && !hasOpenGL) {
@@ -220,15 +246,15 @@ const char* readCamera(const Tree& tree, KrFrameDescription& out)
     if (hasOptical) {
         out.view = KrOpticalFrame::otherConvention(optical);
     }
-    readMatrix(tree, "camera.projection", out.projection);
-    readNumber(tree, "camera.near", out.near);
-    readNumber(tree, "camera.far", out.far);
+    readMatrix(tree, "/camera/projection", out.projection);
+    readNumber(tree, "/camera/near", out.near);
+    readNumber(tree, "/camera/far", out.far);
     KrVector eye, center, up;
     double fieldOfView = 0.0;
-    if (readVector(tree, "camera.pointOfView.eyepoint", eye) &&
-        readVector(tree, "camera.pointOfView.centerOfInterest", center) &&
-        readVector(tree, "camera.pointOfView.up", up) &&
-        readNumber(tree, "camera.pointOfView.fieldOfView", fieldOfView)) {
+    if (readVector(tree, "/camera/pointOfView/eyepoint", eye) &&
+        readVector(tree, "/camera/pointOfView/centerOfInterest", center) &&
+        readVector(tree, "/camera/pointOfView/up", up) &&
+        readNumber(tree, "/camera/pointOfView/fieldOfView", fieldOfView)) {
         out.pov.setEyepoint(eye);
         out.pov.setCenterOfInterest(center);
         out.pov.setUp(up);
@@ -237,25 +263,18 @@ const char* readCamera(const Tree& tree, KrFrameDescription& out)
     return readIntrinsics(tree, out);
 }
 
-const Tree& childrenOf(const Tree& tree, const char* path)
-{
-    static const Tree none;
-    const auto child = tree.get_child_optional(path);
-    return child ? *child : none;
-}
-
 void readFrame(const Tree& tree, KrFrameDescription& out)
 {
-    readNumber(tree, "frame.number", out.frameNumber);
-    readNumber(tree, "frame.time", out.time);
-    for (const auto& item : childrenOf(tree, "manipulators")) {
+    readNumber(tree, "/frame/number", out.frameNumber);
+    readNumber(tree, "/frame/time", out.time);
+    for (const Tree& item : childrenOf(tree, "/manipulators")) {
         KrFrameDescription::Manipulator manipulator;
-        manipulator.name = item.second.get("name", std::string());
-        for (const auto& entry : childrenOf(item.second, "joints")) {
+        manipulator.name = textAt(item, "/name");
+        for (const Tree& entry : childrenOf(item, "/joints")) {
             KrFrameDescription::Joint joint;
-            joint.name = entry.second.get("name", std::string());
-            joint.type = entry.second.get("type", std::string());
-            readNumber(entry.second, "position", joint.position);
+            joint.name = textAt(entry, "/name");
+            joint.type = textAt(entry, "/type");
+            readNumber(entry, "/position", joint.position);
             manipulator.joints.push_back(joint);
         }
         out.manipulators.push_back(manipulator);
@@ -289,18 +308,21 @@ std::string KrFrameDescriptionJson::text(const KrFrameDescription& frame)
 
 const char* KrFrameDescriptionJson::parse(const std::string& json, KrFrameDescription& out)
 {
-    if (!isShallow(json)) {
+    bool isDeep = false;
+    const auto isShallow = [&isDeep](int depth, Tree::parse_event_t event, const Tree&) {
+        const bool isStart = event == Tree::parse_event_t::array_start || event == Tree::parse_event_t::object_start;
+        isDeep = isDeep || (isStart && depth >= kDeepestNesting);
+        return !isDeep;
+    };
+    const Tree tree = Tree::parse(withSignedZeros(json), isShallow, false);
+    if (isDeep) {
         return "it is nested too deeply";
     }
-    Tree tree;
-    std::istringstream stream(json);
-    try {
-        boost::property_tree::read_json(stream, tree);
-    } catch (const boost::property_tree::json_parser_error&) {
+    if (tree.is_discarded()) {
         return "it is no JSON";
     }
     // Other programs may leave these two out.
-    if (tree.get("format", std::string(kFormat)) != kFormat || tree.get("version", std::string("1")) != "1") {
+    if (textAt(tree, "/format", kFormat) != kFormat || textAt(tree, "/version", "1") != "1") {
         return "it is a description of another kind or version";
     }
     if (const char* const failure = readPicture(tree, out)) {

@@ -6,9 +6,10 @@
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Systems.h>
 
-#include <boost/property_tree/json_parser.hpp>
 #include <osg/Geode>
 #include <osg/Geometry>
+
+#include <nlohmann/json.hpp>
 #include <osgViewer/Viewer>
 
 #include <gtest/gtest.h>
@@ -135,14 +136,6 @@ protected:
     KrCoordinateSystemTransformation opticalToWorld;
 };
 
-boost::property_tree::ptree parsed(const std::string& json)
-{
-    std::istringstream stream(json);
-    boost::property_tree::ptree tree;
-    boost::property_tree::read_json(stream, tree);
-    return tree;
-}
-
 /// A file name of this test's own, removed at its end.
 class TemporaryFile
 {
@@ -255,26 +248,26 @@ TEST_F(KrFrameDescriptionTest, TellsStatePlanesAndPoseAsJson)
     ASSERT_TRUE(frame.fill(window));
     frame.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
 
-    const boost::property_tree::ptree tree = parsed(frame.json());
-    EXPECT_EQ(tree.get<unsigned int>("picture.width"), kWidth);
-    EXPECT_EQ(tree.get<std::string>("picture.rowOrder"), "top row first");
-    EXPECT_EQ(tree.get<unsigned int>("frame.number"), 2u);
-    EXPECT_EQ(tree.get<double>("frame.time"), 2.5);
-    EXPECT_EQ(tree.get<double>("camera.intrinsics.cx"), 320.0);
-    const boost::property_tree::ptree& robot = tree.get_child("manipulators").front().second;
-    EXPECT_EQ(robot.get<std::string>("name"), "robot");
-    const boost::property_tree::ptree& joint = robot.get_child("joints").front().second;
-    EXPECT_EQ(joint.get<std::string>("name"), "arm_joint");
-    EXPECT_EQ(joint.get<std::string>("type"), "continuous");
-    EXPECT_EQ(joint.get<double>("position"), 0.25);
+    const nlohmann::json tree = nlohmann::json::parse(frame.json());
+    EXPECT_EQ(tree["picture"]["width"], kWidth);
+    EXPECT_EQ(tree["picture"]["rowOrder"], "top row first");
+    EXPECT_EQ(tree["frame"]["number"], 2u);
+    EXPECT_EQ(tree["frame"]["time"], 2.5);
+    EXPECT_EQ(tree["camera"]["intrinsics"]["cx"], 320.0);
+    const nlohmann::json& robot = tree["manipulators"][0];
+    EXPECT_EQ(robot["name"], "robot");
+    const nlohmann::json& joint = robot["joints"][0];
+    EXPECT_EQ(joint["name"], "arm_joint");
+    EXPECT_EQ(joint["type"], "continuous");
+    EXPECT_EQ(joint["position"], 0.25);
     // Optical z of the world's origin is its distance; the fourth number of the third row.
-    const boost::property_tree::ptree& z = std::next(tree.get_child("camera.worldToOptical").begin(), 2)->second;
-    EXPECT_NEAR(std::next(z.begin(), 3)->second.get_value<double>(), 6.5, 1e-6);
-    EXPECT_NEAR(z.front().second.get_value<double>(), -1.0, 1e-6);
+    const nlohmann::json& z = tree["camera"]["worldToOptical"][2];
+    EXPECT_NEAR(z[3].get<double>(), 6.5, 1e-6);
+    EXPECT_NEAR(z[0].get<double>(), -1.0, 1e-6);
 
     // The planes are those that the depth buffer was filled with: the red box's face is 6 m away.
-    const double n = tree.get<double>("camera.near");
-    const double f = tree.get<double>("camera.far");
+    const double n = tree["camera"]["near"].get<double>();
+    const double f = tree["camera"]["far"].get<double>();
     std::uint32_t stored = 0;
     std::memcpy(&stored, capture->getCapturedImage()->data(320, 240), sizeof stored);
     EXPECT_NEAR(n * f / (f - stored / 4294967295.0 * (f - n)), 6.0, 1e-4);
@@ -289,7 +282,9 @@ TEST_F(KrFrameDescriptionTest, IsReadBackAsItWasWritten)
     ASSERT_TRUE(window.renderScene(true));
     ASSERT_TRUE(frame.fill(window));
     EXPECT_EQ(*frame.intrinsics, *window.cameraIntrinsics());
-    frame.manipulators = {{"a \"quoted\" name", {{"j", "revolute", 0.1}, {"k", "prismatic", -0.0}}}, {"empty", {}}};
+    frame.time = 1e-05;
+    frame.manipulators = {{"a \"quoted\", [-0] name\n\xFF", {{"j", "revolute", 0.1}, {"k", "prismatic", -0.0}}},
+                          {"empty", {}}};
     frame.unit = "mm";
     const TemporaryFile file;
     ASSERT_TRUE(frame.writeFile(file.path()));

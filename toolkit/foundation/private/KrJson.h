@@ -4,7 +4,8 @@
 #include <string>
 #include <string_view>
 
-/// Text of JSON values (RFC 8259). UTF-8; numbers do not depend on the locale.
+/// Text of JSON values (RFC 8259), in the order and layout in which they are put together: a reader of files finds an
+/// item in a line. UTF-8; numbers do not depend on the locale.
 namespace KrJson
 {
 
@@ -25,7 +26,7 @@ std::string array(const List& list, const std::string& between, Text text)
     return "[" + result + "]";
 }
 
-/// Collects the members of an object, in order.
+/// Collects the members of an object, in order: each call adds one, with the text of its value.
 class Object
 {
 public:
