@@ -14,8 +14,14 @@
 
 #include <vector>
 
-class KrRenderShape;
+class KrMarkPainter;
+class KrMarkTexture;
 class KrTextureMarker;
+
+namespace osg
+{
+class Geode;
+} // namespace osg
 
 /// An application's own marks, issued anew or not at all in each frame.
 class KrMarkingCallback : public osg::Referenced
@@ -68,15 +74,15 @@ public:
     /// that it moves to; hold it by an osg::ref_ptr to keep it longer, which does no harm.
     /// @return null, after one message, for a shape without texture coordinates on unit 0 or a size that is not
     ///         within 1 to 8192
-    static KrTextureMarker* of(KrRenderShape& shape, unsigned int width = 1024, unsigned int height = 1024);
+    static KrTextureMarker* of(osg::Geode& shape, unsigned int width = 1024, unsigned int height = 1024);
     /// The marker that `shape` has; null when it has none.
-    static KrTextureMarker* find(const KrRenderShape& shape);
+    static KrTextureMarker* find(const osg::Geode& shape);
     /// Goes over to `shape`, which takes the place of the present one, with texture, waiting marks and callbacks; a
     /// marker that `shape` has ends. False, and nothing changes, for a shape without texture coordinates on unit 0.
-    bool moveTo(KrRenderShape& shape);
+    bool moveTo(osg::Geode& shape);
     /// Gives `shape` the look back that it had before, textures of its own state set included, and ends the marking of
     /// it; nothing when it has no marker.
-    static void detach(KrRenderShape& shape);
+    static void detach(osg::Geode& shape);
 
     /// One stroke of a round brush along a polyline, or a dot for one point. A stroke does not darken where it crosses
     /// itself, but where pieces of 1024 points meet.
@@ -125,10 +131,8 @@ protected:
 private:
     class CullHook;
     class UpdateHook;
-    class Target;
-    class Studio;
 
-    KrTextureMarker(KrRenderShape& shape, unsigned int width, unsigned int height);
+    KrTextureMarker(osg::Geode& shape, unsigned int width, unsigned int height);
 
     /// What a state set had on unit 0 before it was marked; null where there was nothing.
     struct OwnLook
@@ -138,16 +142,16 @@ private:
         osg::StateAttribute::GLModeValue mode = osg::StateAttribute::INHERIT;
     };
 
-    void attach(KrRenderShape& shape);
+    void attach(osg::Geode& shape);
     bool checkRoom(const char* operation) const;
     bool addProjection(osg::Image* picture, const Brush& brush, const osg::Matrixd& view,
                        const osg::Matrixd& projection);
 
-    osg::observer_ptr<KrRenderShape> m_shape;
+    osg::observer_ptr<osg::Geode> m_shape;
     osg::ref_ptr<osg::Image> m_original; ///< what `clear` goes back to
     osg::ref_ptr<osg::Image> m_image;    ///< the texture as of the last frame; new contexts start with it
-    osg::ref_ptr<Target> m_texture;
-    osg::ref_ptr<Studio> m_studio;
+    osg::ref_ptr<KrMarkTexture> m_texture;
+    osg::ref_ptr<KrMarkPainter> m_painter;
     std::vector<osg::ref_ptr<osg::Node>> m_pending;
     std::vector<osg::ref_ptr<KrMarkingCallback>> m_callbacks; ///< null where one was removed while they are called
     bool m_isCalling = false;
