@@ -104,11 +104,13 @@ EGLConfig chooseConfig(EGLDisplay display, EGLint surfaceType)
                              24,
                              EGL_NONE};
     EGLint number = 0;
-    if (!eglChooseConfig(display, wanted, nullptr, 0, &number) || number <= 0)
+    if (!eglChooseConfig(display, wanted, nullptr, 0, &number) || number <= 0) {
         return nullptr;
+    }
     std::vector<EGLConfig> configs(static_cast<std::size_t>(number));
-    if (!eglChooseConfig(display, wanted, configs.data(), number, &number))
+    if (!eglChooseConfig(display, wanted, configs.data(), number, &number)) {
         return nullptr;
+    }
     configs.resize(static_cast<std::size_t>(number));
     configs.erase(
         std::remove_if(configs.begin(), configs.end(), [=](EGLConfig config) { return !isExact(display, config); }),
@@ -142,10 +144,11 @@ Drawable createGbmSurface(const KrEglPlatform& platform, EGLConfig config, unsig
     const auto format = static_cast<std::uint32_t>(configValue(platform.display, config, EGL_NATIVE_VISUAL_ID));
     Drawable drawable;
     drawable.gbmSurface.reset(gbm_surface_create(platform.gbm, width, height, format, GBM_BO_USE_RENDERING));
-    if (drawable.gbmSurface)
+    if (drawable.gbmSurface) {
         drawable.surface =
             UniqueSurface(eglCreatePlatformWindowSurface(platform.display, config, drawable.gbmSurface.get(), nullptr),
                           {platform.display});
+    }
     return drawable;
 }
 
@@ -190,8 +193,9 @@ struct OpenContext
 
     ~OpenContext()
     {
-        if (context && eglGetCurrentContext() == context.get())
+        if (context && eglGetCurrentContext() == context.get()) {
             KrCurrentContext::leaveEgl();
+        }
     }
 
     bool isCurrent() const { return eglGetCurrentContext() == context.get(); }
@@ -199,8 +203,9 @@ struct OpenContext
     bool makeCurrent(const Drawable& target) const
     {
         const EGLSurface surface = target.surface.get();
-        if (isCurrent() && eglGetCurrentSurface(EGL_DRAW) == surface && eglGetCurrentSurface(EGL_READ) == surface)
+        if (isCurrent() && eglGetCurrentSurface(EGL_DRAW) == surface && eglGetCurrentSurface(EGL_READ) == surface) {
             return true;
+        }
         KrCurrentContext::leaveGlx();
         return eglMakeCurrent(platform.display, surface, surface, context.get()) == EGL_TRUE;
     }
@@ -241,18 +246,21 @@ private:
 
     bool initialize()
     {
-        if (m_open->platform.display == EGL_NO_DISPLAY)
+        if (m_open->platform.display == EGL_NO_DISPLAY) {
             return fail("eglGetPlatformDisplay gives no display", m_open->platform.remedy);
-        if (!eglInitialize(m_open->platform.display, nullptr, nullptr))
+        }
+        if (!eglInitialize(m_open->platform.display, nullptr, nullptr)) {
             return fail("eglInitialize fails", m_open->platform.remedy);
+        }
         m_words.takeError(); // Mesa speaks of drivers it passed over even where it succeeds
         return true;
     }
 
     bool bind(const DesktopOpenGl& api)
     {
-        if (!api.isBound() || !hasDesktopOpenGl())
+        if (!api.isBound() || !hasDesktopOpenGl()) {
             return fail("the driver has no desktop OpenGL", "install a driver that has it (libgl1-mesa-dri)");
+        }
         return true;
     }
 
@@ -267,9 +275,10 @@ private:
         m_open->config =
             m_share ? m_share->config
                     : chooseConfig(m_open->platform.display, m_open->platform.gbm ? EGL_WINDOW_BIT : EGL_PBUFFER_BIT);
-        if (!m_open->config)
+        if (!m_open->config) {
             return fail("no configuration with 8/8/8 bits of colour and 32 or 24 of depth",
                         "the software renderer has one (LIBGL_ALWAYS_SOFTWARE=1)");
+        }
         return true;
     }
 
@@ -279,21 +288,25 @@ private:
         const EGLDisplay display = m_open->platform.display;
         const EGLContext share = m_share ? m_share->context.get() : EGL_NO_CONTEXT;
         m_open->context = UniqueContext(eglCreateContext(display, m_open->config, share, nullptr), {display});
-        if (!m_open->context)
+        if (!m_open->context) {
             return fail(m_share ? "eglCreateContext fails for a shared context" : "eglCreateContext fails",
                         "close other contexts, or free memory of the graphics hardware");
+        }
         KrForkGuard::noteContext();
         return true;
     }
 
     bool createSurface()
     {
-        if (!isDrawable())
+        if (!isDrawable()) {
             return fail("the renderer cannot draw " + m_size + " pixels", "ask for a smaller window");
-        if (isRepresentable(m_settings.width, m_settings.height))
+        }
+        if (isRepresentable(m_settings.width, m_settings.height)) {
             m_open->drawable = createDrawable(m_open->platform, m_open->config, m_settings.width, m_settings.height);
-        if (!m_open->drawable.surface)
+        }
+        if (!m_open->drawable.surface) {
             return fail("there can be no surface of " + m_size + " pixels", "ask for a smaller window");
+        }
         return true;
     }
 
@@ -301,24 +314,29 @@ private:
     bool isDrawable()
     {
         constexpr unsigned int kDrawnByAll = 4096;
-        if (m_settings.width <= kDrawnByAll && m_settings.height <= kDrawnByAll)
+        if (m_settings.width <= kDrawnByAll && m_settings.height <= kDrawnByAll) {
             return true;
+        }
         const Drawable pixel = createDrawable(m_open->platform, m_open->config, 1, 1);
         const bool isCurrent = pixel.surface && m_open->makeCurrent(pixel);
         const bool isRefused = isCurrent && !KrCurrentContext::canDraw(m_settings.width, m_settings.height);
-        if (isCurrent)
+        if (isCurrent) {
             KrCurrentContext::leaveEgl();
+        }
         return !isRefused;
     }
 
     bool start()
     {
-        if (!m_open->makeCurrent(m_open->drawable))
+        if (!m_open->makeCurrent(m_open->drawable)) {
             return fail("eglMakeCurrent fails", m_open->platform.remedy);
-        if (!KrCurrentContext::canDraw(m_settings.width, m_settings.height))
+        }
+        if (!KrCurrentContext::canDraw(m_settings.width, m_settings.height)) {
             return fail("the renderer cannot draw " + m_size + " pixels", "ask for a smaller window");
-        if (!doesDraw(m_settings.width, m_settings.height))
+        }
+        if (!doesDraw(m_settings.width, m_settings.height)) {
             return fail("the context opens, but nothing can be drawn with it", m_open->platform.remedy);
+        }
         m_open->isSoftware = describe();
         return true;
     }
@@ -329,8 +347,9 @@ private:
         KrWindowReport found;
         found.readCurrentContext();
         m_attempt.outcome = "opened " + m_size + " pixels on " + found.renderer;
-        if (found.isSoftware)
+        if (found.isSoftware) {
             m_attempt.remedy = KrEglPlatforms::softwareHint();
+        }
         return found.isSoftware;
     }
 
@@ -346,8 +365,9 @@ private:
 /// Mesa offers its own beside another maker's hardware driver.
 UniqueOpenContext search(const KrWindowImpl::Settings& settings, KrWindowReport& report)
 {
-    if (!KrEglPlatforms::haveDriver(report))
+    if (!KrEglPlatforms::haveDriver(report)) {
         return nullptr;
+    }
 
     UniqueOpenContext software;
     KrWindowReport skipped;
@@ -355,13 +375,16 @@ UniqueOpenContext search(const KrWindowImpl::Settings& settings, KrWindowReport&
                                  KrEglPlatforms::defaultDisplay}) {
         // What is not there matters no more once there is a context.
         for (const KrEglPlatform& platform : platforms(software ? skipped : report)) {
-            if (software && (!platform.maybeHardware || KrEglPlatforms::isSoftwareWanted()))
+            if (software && (!platform.maybeHardware || KrEglPlatforms::isSoftwareWanted())) {
                 continue;
+            }
             UniqueOpenContext open = Opening(settings, platform, nullptr).run(report);
-            if (open && !open->isSoftware)
+            if (open && !open->isSoftware) {
                 return open;
-            if (open && !software)
+            }
+            if (open && !software) {
                 software = std::move(open);
+            }
         }
     }
     return software;
@@ -412,16 +435,19 @@ bool KrEglWindowImpl::isOpen() const
 
 void KrEglWindowImpl::close()
 {
-    if (KrForkGuard::isForked())
+    if (KrForkGuard::isForked()) {
         static_cast<void>(m_private->open.release()); // the parent's
-    if (!isOpen())
+    }
+    if (!isOpen()) {
         return;
+    }
     const KrCurrentContext before;
     const bool wasOwn = before.isEgl(m_private->open->context.get());
     makeCurrent();
     m_private->open.reset();
-    if (!wasOwn)
+    if (!wasOwn) {
         before.restore();
+    }
 }
 
 bool KrEglWindowImpl::makeCurrent()
@@ -431,8 +457,9 @@ bool KrEglWindowImpl::makeCurrent()
 
 void KrEglWindowImpl::releaseCurrent()
 {
-    if (isCurrent())
+    if (isCurrent()) {
         KrCurrentContext::leaveEgl();
+    }
 }
 
 bool KrEglWindowImpl::isCurrent() const
@@ -443,17 +470,20 @@ bool KrEglWindowImpl::isCurrent() const
 // There is nobody to show a picture to; the frame is only handed to the driver.
 void KrEglWindowImpl::swapBuffers()
 {
-    if (makeCurrent())
+    if (makeCurrent()) {
         glFlush();
+    }
 }
 
 bool KrEglWindowImpl::setSize(unsigned int width, unsigned int height)
 {
-    if (!makeCurrent() || !isRepresentable(width, height) || !KrCurrentContext::canDraw(width, height))
+    if (!makeCurrent() || !isRepresentable(width, height) || !KrCurrentContext::canDraw(width, height)) {
         return false;
+    }
     OpenContext& open = *m_private->open;
-    if (width == open.drawable.width && height == open.drawable.height)
+    if (width == open.drawable.width && height == open.drawable.height) {
         return true;
+    }
 
     // A pbuffer keeps its size for life, so the context moves to a new one; GL objects belong to the context and stay.
     Drawable drawable = createDrawable(open.platform, open.config, width, height);

@@ -28,8 +28,9 @@ Result call(const std::function<Result()>& callback, Result withoutOne, Result o
 void call(const std::function<void()>& callback)
 {
     try {
-        if (callback)
+        if (callback) {
             callback();
+        }
     } catch (...) {
         // The client's own; there is nobody here to tell.
     }
@@ -38,17 +39,21 @@ void call(const std::function<void()>& callback)
 /// Empty when the current context will do, else why not.
 std::string unfitness()
 {
-    if (!KrCurrentContext::exists())
+    if (!KrCurrentContext::exists()) {
         return "no OpenGL context is current";
+    }
     const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
-    if (!version)
+    if (!version) {
         return "the current context is not one of OpenGL";
-    if (std::strncmp(version, "OpenGL ES", 9) == 0)
+    }
+    if (std::strncmp(version, "OpenGL ES", 9) == 0) {
         return "the current context is one of OpenGL ES";
+    }
     int major = 0;
     int minor = 0;
-    if (std::sscanf(version, "%d.%d", &major, &minor) != 2 || major < 3 || (major == 3 && minor < 2))
+    if (std::sscanf(version, "%d.%d", &major, &minor) != 2 || major < 3 || (major == 3 && minor < 2)) {
         return std::string(); // profiles came with 3.2
+    }
     GLint profile = 0;
     glGetIntegerv(GL_CONTEXT_PROFILE_MASK, &profile);
     return profile & GL_CONTEXT_CORE_PROFILE_BIT ? "the current context has the core profile" : std::string();
@@ -145,8 +150,9 @@ bool KrExternalWindowImpl::makeCurrent()
 
 void KrExternalWindowImpl::releaseCurrent()
 {
-    if (isCurrent())
+    if (isCurrent()) {
         call(m_callbacks.doneCurrent);
+    }
 }
 
 bool KrExternalWindowImpl::isCurrent() const
@@ -156,14 +162,16 @@ bool KrExternalWindowImpl::isCurrent() const
 
 void KrExternalWindowImpl::swapBuffers()
 {
-    if (m_open)
+    if (m_open) {
         call(m_callbacks.swapBuffers);
+    }
 }
 
 bool KrExternalWindowImpl::setSize(unsigned int width, unsigned int height)
 {
-    if (!makeCurrent())
+    if (!makeCurrent()) {
         return false;
+    }
     m_width = width;
     m_height = height;
     return true;
@@ -196,13 +204,16 @@ bool KrExternalWindowImpl::isStereoSupported() const
 
 unsigned int KrExternalWindowImpl::defaultFramebuffer() const
 {
-    if (!m_open)
+    if (!m_open) {
         return 0;
-    if (m_callbacks.defaultFramebuffer)
+    }
+    if (m_callbacks.defaultFramebuffer) {
         return call(m_callbacks.defaultFramebuffer, 0u, 0u);
+    }
     GLint bound = 0;
-    if (m_hasFramebuffers)
+    if (m_hasFramebuffers) {
         glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &bound);
+    }
     return static_cast<unsigned int>(bound);
 }
 

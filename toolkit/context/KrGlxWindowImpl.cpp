@@ -46,8 +46,9 @@ public:
     }
     ~XOwner()
     {
-        if (m_handle)
+        if (m_handle) {
             destroy(m_display, m_handle);
+        }
     }
     Handle get() const { return m_handle; }
     explicit operator bool() const { return m_handle != Handle(); }
@@ -132,9 +133,11 @@ GLXFBConfig chooseConfig(Display* display, bool stereo, unsigned int samples)
     int number = 0;
     const UniqueXMemory<GLXFBConfig> found(glXChooseFBConfig(display, DefaultScreen(display), wanted, &number));
     std::vector<GLXFBConfig> configs;
-    for (int i = 0; found && i < number; ++i)
-        if (isExact(display, found.get()[i]))
+    for (int i = 0; found && i < number; ++i) {
+        if (isExact(display, found.get()[i])) {
             configs.push_back(found.get()[i]);
+        }
+    }
     const auto best = std::min_element(configs.begin(), configs.end(), [=](GLXFBConfig a, GLXFBConfig b) {
         return rank(display, a, samples) < rank(display, b, samples);
     });
@@ -178,10 +181,12 @@ struct OpenWindow
 
     void destroy()
     {
-        if (isCurrent())
+        if (isCurrent()) {
             KrCurrentContext::leaveGlx();
-        if (!connection)
+        }
+        if (!connection) {
             return;
+        }
         const KrXErrorTrap trap(display());
         pbuffer = OwnedPbuffer();
         glxWindow = OwnedGlxWindow();
@@ -192,12 +197,15 @@ struct OpenWindow
 
     bool makeCurrent()
     {
-        if (connection->isLost())
+        if (connection->isLost()) {
             return false;
-        if (isResized && !pbuffer)
+        }
+        if (isResized && !pbuffer) {
             renewGlxWindow();
-        if (isCurrent() && glXGetCurrentDrawable() == drawable() && glXGetCurrentReadDrawable() == drawable())
+        }
+        if (isCurrent() && glXGetCurrentDrawable() == drawable() && glXGetCurrentReadDrawable() == drawable()) {
             return true;
+        }
         KrCurrentContext::leaveEgl();
         KrXErrorTrap trap(display());
         return glXMakeContextCurrent(display(), drawable(), drawable(), context.get()) && trap.isClean();
@@ -207,8 +215,9 @@ struct OpenWindow
     /// sure: frames that are not swapped would go on having the old size.
     void renewGlxWindow()
     {
-        if (isCurrent())
+        if (isCurrent()) {
             KrCurrentContext::leaveGlx();
+        }
         isResized = false;
         const KrXErrorTrap trap(display());
         glxWindow = OwnedGlxWindow(); // an X window has one at a time
@@ -233,8 +242,9 @@ struct OpenWindow
     bool moveTo(OwnedPbuffer target)
     {
         std::swap(pbuffer, target);
-        if (makeCurrent())
+        if (makeCurrent()) {
             return true;
+        }
         std::swap(pbuffer, target);
         makeCurrent();
         return false;
@@ -258,8 +268,9 @@ struct OpenWindow
 bool OpenWindow::createWindow(const KrWindowImpl::Settings& settings)
 {
     const UniqueXMemory<XVisualInfo> visual(glXGetVisualFromFBConfig(display(), config));
-    if (!visual)
+    if (!visual) {
         return false;
+    }
     const Window root = RootWindow(display(), visual->screen);
     colormap = OwnedColormap(display(), XCreateColormap(display(), root, visual->visual, AllocNone));
 
@@ -323,10 +334,12 @@ bool OpenWindow::show() const
     XWindowAttributes now = {};
     for (int i = 0; i < kPolls; ++i) {
         XSync(display(), False);
-        if (!XGetWindowAttributes(display(), window.get(), &now))
+        if (!XGetWindowAttributes(display(), window.get(), &now)) {
             return false;
-        if (now.map_state == IsViewable)
+        }
+        if (now.map_state == IsViewable) {
             break;
+        }
         usleep(kPollMicroseconds);
     }
     return trap.isClean(); // a minimised window is as good as a visible one
@@ -339,10 +352,13 @@ bool OpenWindow::resizeWindow(unsigned int pixelWidth, unsigned int pixelHeight)
     XResizeWindow(display(), window.get(), pixelWidth, pixelHeight);
     XWindowAttributes now = {};
     for (int i = 0; i < kPolls && trap.isClean(); ++i) {
-        if (!XGetWindowAttributes(display(), window.get(), &now))
+        if (!XGetWindowAttributes(display(), window.get(), &now)) {
             return false;
-        if (static_cast<unsigned int>(now.width) == pixelWidth && static_cast<unsigned int>(now.height) == pixelHeight)
+        }
+        if (static_cast<unsigned int>(now.width) == pixelWidth &&
+            static_cast<unsigned int>(now.height) == pixelHeight) {
             return true;
+        }
         usleep(kPollMicroseconds);
     }
     XResizeWindow(display(), window.get(), width, height);
@@ -351,8 +367,9 @@ bool OpenWindow::resizeWindow(unsigned int pixelWidth, unsigned int pixelHeight)
 
 void OpenWindow::listen()
 {
-    if (isListening)
+    if (isListening) {
         return;
+    }
     isListening = true;
     const KrXErrorTrap trap(display()); // another client may have the buttons; the rest is told all the same
     XSelectInput(display(), window.get(),
@@ -364,12 +381,14 @@ void OpenWindow::listen()
 
 void OpenWindow::readEvents()
 {
-    if (connection->isLost())
+    if (connection->isLost()) {
         return;
+    }
     Window own = window.get();
     XEvent event;
-    while (XCheckIfEvent(display(), &event, isForWindow, reinterpret_cast<XPointer>(&own)))
+    while (XCheckIfEvent(display(), &event, isForWindow, reinterpret_cast<XPointer>(&own))) {
         readEvent(event);
+    }
 }
 
 void OpenWindow::readEvent(XEvent& event)
@@ -379,8 +398,9 @@ void OpenWindow::readEvent(XEvent& event)
         XRefreshKeyboardMapping(&event.xmapping);
         break;
     case ConfigureNotify:
-        if (!pbuffer)
+        if (!pbuffer) {
             tellResize(event.xconfigure);
+        }
         break;
     case MapNotify:
     case UnmapNotify:
@@ -395,8 +415,9 @@ void OpenWindow::readEvent(XEvent& event)
         }
         break;
     case Expose:
-        if (event.xexpose.count == 0)
+        if (event.xexpose.count == 0) {
             tell(KrWindowEvent());
+        }
         break;
     case KeyPress:
     case KeyRelease:
@@ -418,21 +439,24 @@ void OpenWindow::readEvent(XEvent& event)
 void OpenWindow::tell(const KrWindowEvent& event)
 {
     using Kind = KrWindowEvent::Kind;
-    if (!isListening)
+    if (!isListening) {
         return;
+    }
     const bool isState = event.kind == Kind::Motion || event.kind == Kind::Resized || event.kind == Kind::Exposed;
-    if (isState && nextEvent < events.size() && events.back().kind == event.kind)
+    if (isState && nextEvent < events.size() && events.back().kind == event.kind) {
         events.back() = event;
-    else
+    } else {
         events.push_back(event);
+    }
 }
 
 void OpenWindow::tellResize(const XConfigureEvent& event)
 {
     const auto newWidth = static_cast<unsigned int>(event.width);
     const auto newHeight = static_cast<unsigned int>(event.height);
-    if (newWidth == width && newHeight == height)
+    if (newWidth == width && newHeight == height) {
         return; // moved only
+    }
     width = newWidth;
     height = newHeight;
     isResized = true;
@@ -475,12 +499,14 @@ void OpenWindow::tellButton(const XButtonEvent& event)
     if (event.button == Button4 || event.button == Button5) { // X's wheel is a pair of buttons
         told.kind = KrWindowEvent::Kind::Wheel;
         told.wheel = event.button == Button4 ? 1 : -1;
-        if (event.type == ButtonPress)
+        if (event.type == ButtonPress) {
             tell(told);
+        }
         return;
     }
-    if (event.button > Button3)
+    if (event.button > Button3) {
         return;
+    }
     told.button = event.button;
     if (event.type == ButtonPress) {
         told.isDoubleClick = lastPress.button == told.button && !lastPress.isDoubleClick &&
@@ -541,8 +567,9 @@ private:
     bool connect()
     {
         m_open->connection = m_share ? m_share->connection : KrXConnection::acquire();
-        if (m_open->connection)
+        if (m_open->connection) {
             return true;
+        }
         const char* name = std::getenv("DISPLAY");
         return fail("no X display answers", name ? "DISPLAY is \"" + std::string(name) + "\"" : "DISPLAY is not set",
                     std::string("set DISPLAY to a running X server, start one (xvfb-run), or ") + kHeadless);
@@ -559,27 +586,32 @@ private:
         int major = 0;
         int minor = 0;
         Display* display = m_open->display();
-        if (!glXQueryExtension(display, nullptr, nullptr) || !glXQueryVersion(display, &major, &minor))
+        if (!glXQueryExtension(display, nullptr, nullptr) || !glXQueryVersion(display, &major, &minor)) {
             return fail("the X server has no GLX", DisplayString(display),
                         "start the server with it (+extension GLX), install libglx-mesa0 and libgl1-mesa-dri");
-        if (major == 1 && minor < 3)
+        }
+        if (major == 1 && minor < 3) {
             return fail("the X server's GLX is older than 1.3", std::to_string(major) + "." + std::to_string(minor),
                         std::string("use another server, or ") + kHeadless);
+        }
         return true;
     }
 
     bool choose()
     {
         Display* display = m_open->display();
-        if (m_share)
+        if (m_share) {
             m_open->config = m_share->config;
-        else if (m_settings.wantsStereo)
+        } else if (m_settings.wantsStereo) {
             m_open->config = chooseConfig(display, true, m_samples);
-        if (!m_open->config)
+        }
+        if (!m_open->config) {
             m_open->config = chooseConfig(display, false, m_samples);
-        if (!m_open->config)
+        }
+        if (!m_open->config) {
             return fail("no configuration with 8/8/8 bits of colour and 32 or 24 of depth", DisplayString(display),
                         "start the X server with 24 bits of colour (Xvfb -screen 0 1280x1024x24)");
+        }
         m_open->isStereo = configValue(display, m_open->config, GLX_STEREO) != 0;
         return true;
     }
@@ -591,41 +623,51 @@ private:
         const GLXContext share = m_share ? m_share->context.get() : nullptr;
         m_open->context =
             OwnedContext(display, glXCreateNewContext(display, m_open->config, GLX_RGBA_TYPE, share, True));
-        if (!m_open->context || !trap.isClean())
+        if (!m_open->context || !trap.isClean()) {
             return fail(m_share ? "glXCreateNewContext fails for a shared context" : "glXCreateNewContext fails",
                         trap.error(), "install the driver of the display's graphics hardware, libgl1-mesa-dri");
+        }
         KrForkGuard::noteContext();
         return true;
     }
 
     bool createSurface(KrXErrorTrap& trap)
     {
-        if (m_settings.width > Kr::Limits::kWindowSide || m_settings.height > Kr::Limits::kWindowSide)
+        if (m_settings.width > Kr::Limits::kWindowSide || m_settings.height > Kr::Limits::kWindowSide) {
             return fail("X windows have no " + m_size + " pixels", std::string(), "ask for a smaller window");
+        }
         m_open->width = m_settings.width;
         m_open->height = m_settings.height;
-        if (!m_open->createWindow(m_settings) || !trap.isClean())
+        if (!m_open->createWindow(m_settings) || !trap.isClean()) {
             return fail("there can be no window of " + m_size + " pixels", trap.error(), "ask for a smaller window");
-        if (m_settings.hidden)
+        }
+        if (m_settings.hidden) {
             m_open->pbuffer = m_open->createPbuffer(m_settings.width, m_settings.height);
-        if (m_settings.hidden && !m_open->pbuffer)
+        }
+        if (m_settings.hidden && !m_open->pbuffer) {
             return fail("there can be no pbuffer of " + m_size + " pixels", trap.error(), "ask for a smaller window");
+        }
         return true;
     }
 
     bool start(KrXErrorTrap& trap)
     {
-        if (!m_open->makeCurrent())
+        if (!m_open->makeCurrent()) {
             return fail("glXMakeContextCurrent fails", trap.error(), "install libgl1-mesa-dri");
-        if (!KrCurrentContext::canDraw(m_settings.width, m_settings.height))
+        }
+        if (!KrCurrentContext::canDraw(m_settings.width, m_settings.height)) {
             return fail("the renderer cannot draw " + m_size + " pixels", std::string(), "ask for a smaller window");
-        if (!m_settings.hidden && !m_open->show())
+        }
+        if (!m_settings.hidden && !m_open->show()) {
             return fail("the window cannot be shown", trap.error(), kHeadless);
+        }
         m_attempt.outcome = "opened " + m_size + " pixels on display " + DisplayString(m_open->display());
-        if (m_settings.hidden)
+        if (m_settings.hidden) {
             m_attempt.outcome += ", hidden";
-        if (m_settings.wantsStereo && !m_open->isStereo)
+        }
+        if (m_settings.wantsStereo && !m_open->isStereo) {
             m_attempt.remedy = "the display has no stereo visual; the window draws one eye's view";
+        }
         return true;
     }
 
@@ -683,16 +725,19 @@ bool KrGlxWindowImpl::isOpen() const
 
 void KrGlxWindowImpl::close()
 {
-    if (KrForkGuard::isForked())
+    if (KrForkGuard::isForked()) {
         static_cast<void>(m_private->open.release()); // the parent's, as is its place on the connection
-    if (!isOpen())
+    }
+    if (!isOpen()) {
         return;
+    }
     const KrCurrentContext before;
     const bool wasOwn = before.isGlx(m_private->open->context.get());
     makeCurrent();
     m_private->open.reset();
-    if (!wasOwn)
+    if (!wasOwn) {
         before.restore();
+    }
 }
 
 bool KrGlxWindowImpl::makeCurrent()
@@ -702,8 +747,9 @@ bool KrGlxWindowImpl::makeCurrent()
 
 void KrGlxWindowImpl::releaseCurrent()
 {
-    if (isCurrent())
+    if (isCurrent()) {
         KrCurrentContext::leaveGlx();
+    }
 }
 
 bool KrGlxWindowImpl::isCurrent() const
@@ -713,32 +759,38 @@ bool KrGlxWindowImpl::isCurrent() const
 
 void KrGlxWindowImpl::swapBuffers()
 {
-    if (!makeCurrent())
+    if (!makeCurrent()) {
         return;
+    }
     m_private->open->readEvents();
     glXSwapBuffers(m_private->open->display(), m_private->open->drawable());
-    if (!m_private->open->pbuffer)
+    if (!m_private->open->pbuffer) {
         m_private->open->isResized = false;
+    }
 }
 
 bool KrGlxWindowImpl::setSize(unsigned int width, unsigned int height)
 {
     if (!makeCurrent() || width > Kr::Limits::kWindowSide || height > Kr::Limits::kWindowSide ||
-        !KrCurrentContext::canDraw(width, height))
+        !KrCurrentContext::canDraw(width, height)) {
         return false;
+    }
     OpenWindow& open = *m_private->open;
     // First as the client knows it: a size that the user chose a moment ago must not be fought.
-    if (width == open.width && height == open.height)
+    if (width == open.width && height == open.height) {
         return true;
+    }
     open.readEvents();
     if (open.pbuffer) {
         OwnedPbuffer pbuffer = open.createPbuffer(width, height);
-        if (!pbuffer || !open.moveTo(std::move(pbuffer)))
+        if (!pbuffer || !open.moveTo(std::move(pbuffer))) {
             return false;
+        }
     }
     // The hidden window takes the size too, for when it is shown; its word counts only when it is what is drawn.
-    if (!open.resizeWindow(width, height) && !open.pbuffer)
+    if (!open.resizeWindow(width, height) && !open.pbuffer) {
         return false;
+    }
     open.width = width;
     open.height = height;
     open.isResized = true;
@@ -747,8 +799,9 @@ bool KrGlxWindowImpl::setSize(unsigned int width, unsigned int height)
 
 bool KrGlxWindowImpl::setPosition(int x, int y)
 {
-    if (!isOpen())
+    if (!isOpen()) {
         return false;
+    }
     KrXErrorTrap trap(m_private->open->display());
     XMoveWindow(m_private->open->display(), m_private->open->window.get(), x, y);
     return trap.isClean();
@@ -756,16 +809,19 @@ bool KrGlxWindowImpl::setPosition(int x, int y)
 
 bool KrGlxWindowImpl::setHidden(bool hidden)
 {
-    if (!makeCurrent())
+    if (!makeCurrent()) {
         return false;
+    }
     OpenWindow& open = *m_private->open;
     open.readEvents();
-    if (hidden == static_cast<bool>(open.pbuffer))
+    if (hidden == static_cast<bool>(open.pbuffer)) {
         return true;
+    }
     if (hidden) {
         OwnedPbuffer pbuffer = open.createPbuffer(open.width, open.height);
-        if (!pbuffer || !open.moveTo(std::move(pbuffer)))
+        if (!pbuffer || !open.moveTo(std::move(pbuffer))) {
             return false;
+        }
         KrXErrorTrap trap(open.display());
         XWithdrawWindow(open.display(), open.window.get(), DefaultScreen(open.display()));
         return trap.isClean();
@@ -780,8 +836,9 @@ bool KrGlxWindowImpl::setTopMost(bool topMost)
 
 bool KrGlxWindowImpl::setTitle(const std::string& name)
 {
-    if (!isOpen())
+    if (!isOpen()) {
         return false;
+    }
     KrXErrorTrap trap(m_private->open->display());
     m_private->open->setTitle(name);
     return trap.isClean();
@@ -820,8 +877,9 @@ bool KrGlxWindowImpl::isLost() const
 
 bool KrGlxWindowImpl::minimise()
 {
-    if (!isOpen() || isLost() || m_private->open->pbuffer)
+    if (!isOpen() || isLost() || m_private->open->pbuffer) {
         return false;
+    }
     Display* display = m_private->open->display();
     KrXErrorTrap trap(display);
     return XIconifyWindow(display, m_private->open->window.get(), DefaultScreen(display)) != 0 && trap.isClean();
@@ -829,8 +887,9 @@ bool KrGlxWindowImpl::minimise()
 
 bool KrGlxWindowImpl::nextEvent(KrWindowEvent& event)
 {
-    if (!isOpen())
+    if (!isOpen()) {
         return false;
+    }
     OpenWindow& open = *m_private->open;
     open.listen();
     if (open.nextEvent == open.events.size()) {
@@ -838,8 +897,9 @@ bool KrGlxWindowImpl::nextEvent(KrWindowEvent& event)
         open.nextEvent = 0;
         open.readEvents();
     }
-    if (open.nextEvent == open.events.size())
+    if (open.nextEvent == open.events.size()) {
         return false;
+    }
     event = open.events[open.nextEvent++];
     return true;
 }
@@ -847,20 +907,23 @@ bool KrGlxWindowImpl::nextEvent(KrWindowEvent& event)
 bool KrGlxWindowImpl::waitForEvent(double seconds)
 {
     using Clock = std::chrono::steady_clock;
-    if (!isOpen())
+    if (!isOpen()) {
         return false;
+    }
     OpenWindow& open = *m_private->open;
     open.listen();
     const Clock::time_point end = Clock::now() + std::chrono::microseconds(std::llround(1e6 * seconds));
     while (!isLost()) {
         // Events of other windows on the connection stay in Xlib's queue: only what is new on the wire wakes.
         open.readEvents();
-        if (open.nextEvent < open.events.size())
+        if (open.nextEvent < open.events.size()) {
             return true;
+        }
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd wire = {ConnectionNumber(open.display()), POLLIN, 0};
-        if (left < 0 || poll(&wire, 1, static_cast<int>(left)) <= 0)
+        if (left < 0 || poll(&wire, 1, static_cast<int>(left)) <= 0) {
             return false;
+        }
     }
     return false;
 }

@@ -49,8 +49,9 @@ std::string contextText(const KrWindowReport& report)
             " bits alpha\n";
     text += "  depth    " + std::to_string(report.depthBits) + " bits, stencil " + std::to_string(report.stencilBits) +
             " bits\n";
-    if (report.samples > 0)
+    if (report.samples > 0) {
         text += "  samples  " + std::to_string(report.samples) + " for each pixel\n";
+    }
     return text;
 }
 
@@ -79,8 +80,9 @@ std::string attemptText(const KrWindowReport::Attempt& attempt, std::size_t name
     std::string text = "  " + padded(attempt.backEnd, nameWidth) + (attempt.succeeded ? "  ok      " : "  failed  ");
     text += wrapped(attempt.outcome, indent, indent);
     const auto addDetail = [&](const std::string& title, const std::string& detail) {
-        if (!detail.empty())
+        if (!detail.empty()) {
             text += std::string(indent, ' ') + title + wrapped(detail, indent + title.size(), indent + 2);
+        }
     };
     addDetail("reason: ", attempt.driverError);
     addDetail(attempt.succeeded ? "hint: " : "to mend it: ", attempt.remedy);
@@ -106,15 +108,18 @@ void KrWindowReport::readCurrentContext()
 
 std::string KrWindowReport::text() const
 {
-    if (attempts.empty())
+    if (attempts.empty()) {
         return hasContext() ? contextText(*this) : "OpenGL context: none was looked for yet\n";
+    }
 
     std::string text = hasContext() ? contextText(*this) : "OpenGL context: none could be had\n";
     text += "Tried, in this order:\n";
     std::size_t nameWidth = 0;
-    for (const Attempt& attempt : attempts)
+    for (const Attempt& attempt : attempts) {
         nameWidth = std::max(nameWidth, attempt.backEnd.size());
-    for (const Attempt& attempt : attempts)
+    }
+    for (const Attempt& attempt : attempts) {
         text += attemptText(attempt, nameWidth);
+    }
     return text;
 }

@@ -35,8 +35,9 @@ std::string environment(const char* name)
 
 std::unique_ptr<KrWindowImpl> createImpl(BackEnd backEnd)
 {
-    if (backEnd == BackEnd::Glx)
+    if (backEnd == BackEnd::Glx) {
         return std::make_unique<KrGlxWindowImpl>();
+    }
     return std::make_unique<KrEglWindowImpl>();
 }
 
@@ -44,16 +45,20 @@ std::unique_ptr<KrWindowImpl> createImpl(BackEnd backEnd)
 std::vector<BackEnd> backEnds(const KrWindow* shareWindow)
 {
     const std::string wanted = environment("KR_WINDOW");
-    if (strcasecmp(wanted.c_str(), "glx") == 0)
+    if (strcasecmp(wanted.c_str(), "glx") == 0) {
         return {BackEnd::Glx};
-    if (strcasecmp(wanted.c_str(), "egl") == 0)
+    }
+    if (strcasecmp(wanted.c_str(), "egl") == 0) {
         return {BackEnd::Egl};
-    if (!wanted.empty())
+    }
+    if (!wanted.empty()) {
         Kr::Print::instance()->write(Kr::Print::Warning,
                                      "KrWindow::init - KR_WINDOW is \"%s\", not \"glx\" or \"egl\"; it is ignored.\n",
                                      wanted.c_str());
-    if (shareWindow && shareWindow->isInitialized() && shareWindow->getImpl()->kind() == std::string("EGL"))
+    }
+    if (shareWindow && shareWindow->isInitialized() && shareWindow->getImpl()->kind() == std::string("EGL")) {
         return {BackEnd::Egl};
+    }
     return {BackEnd::Glx, BackEnd::Egl};
 }
 
@@ -62,11 +67,13 @@ std::string failures(const KrWindowReport& report)
 {
     std::string text;
     for (const KrWindowReport::Attempt& attempt : report.attempts) {
-        if (attempt.succeeded)
+        if (attempt.succeeded) {
             continue;
+        }
         text += (text.empty() ? "" : "; ") + attempt.backEnd + ": " + attempt.outcome;
-        if (!attempt.driverError.empty())
+        if (!attempt.driverError.empty()) {
             text += " (" + attempt.driverError + ")";
+        }
     }
     return text;
 }
@@ -79,8 +86,9 @@ KrWindow::~KrWindow()
 {
     KrWindow::closeWindow();
     KrWindow::share(nullptr);
-    for (KrWindow* sharer : m_sharers)
+    for (KrWindow* sharer : m_sharers) {
         sharer->m_shareWindow = nullptr;
+    }
 }
 
 // Contexts are current in a thread. One that closes a window of another thread cannot reach what that one remembers.
@@ -106,28 +114,31 @@ bool KrWindow::isUsableHere() const
 
 bool KrWindow::demandUsable(const char* operation) const
 {
-    if (isUsableHere())
+    if (isUsableHere()) {
         return true;
-    if (KrForkGuard::isForked())
+    }
+    if (KrForkGuard::isForked()) {
         Kr::Print::instance()->write(
             Kr::Print::Error,
             "%s - \"%s\" cannot draw in this process: it was forked after its parent had opened "
             "a window, which graphics drivers do not survive; start it with spawn or exec.\n",
             operation, m_name.c_str());
-    else
+    } else {
         Kr::Print::instance()->write(
             Kr::Print::Error,
             "%s - \"%s\" belongs to the thread that opened it, which is another one; once that "
             "has closed it, any thread may open it.\n",
             operation, m_name.c_str());
+    }
     return false;
 }
 
 bool KrWindow::setWindowSize(unsigned int width, unsigned int height)
 {
     if (m_initialized) {
-        if (!demandUsable("KrWindow::setWindowSize"))
+        if (!demandUsable("KrWindow::setWindowSize")) {
             return false;
+        }
         if (!m_impl->setSize(std::max(1u, width), std::max(1u, height))) {
             warn("setWindowSize", m_name,
                  "cannot be " + std::to_string(width) + " x " + std::to_string(height) + " pixels; it keeps " +
@@ -161,8 +172,9 @@ bool KrWindow::setWindowSizeAndPos(unsigned int width, unsigned int height, int 
 void KrWindow::setName(const std::string& name)
 {
     m_name = name;
-    if (m_initialized)
+    if (m_initialized) {
         m_impl->setTitle(name);
+    }
 }
 
 const std::string& KrWindow::getName() const
@@ -187,8 +199,9 @@ bool KrWindow::getTopMost() const
 
 bool KrWindow::setHideWindow(bool hide)
 {
-    if (m_initialized && !demandUsable("KrWindow::setHideWindow"))
+    if (m_initialized && !demandUsable("KrWindow::setHideWindow")) {
         return false;
+    }
     if (m_initialized && !m_impl->setHidden(hide)) {
         warn("setHideWindow", m_name, hide ? "cannot be hidden" : "cannot be shown");
         return false;
@@ -214,24 +227,27 @@ bool KrWindow::getStereoSupported() const
 
 bool KrWindow::share(KrWindow* window)
 {
-    if (m_initialized || window == this)
+    if (m_initialized || window == this) {
         return false;
+    }
     if (m_shareWindow) {
         std::vector<KrWindow*>& sharers = m_shareWindow->m_sharers;
         sharers.erase(std::remove(sharers.begin(), sharers.end(), this), sharers.end());
     }
     m_shareWindow = window;
-    if (window)
+    if (window) {
         window->m_sharers.push_back(this);
+    }
     return true;
 }
 
 std::vector<KrWindow*> KrWindow::getShare() const
 {
     std::vector<KrWindow*> others;
-    if (m_shareGroup)
+    if (m_shareGroup) {
         std::copy_if(m_shareGroup->begin(), m_shareGroup->end(), std::back_inserter(others),
                      [this](const KrWindow* window) { return window != this; });
+    }
     return others;
 }
 
@@ -242,16 +258,18 @@ KrWindow* KrWindow::getShareWindow() const
 
 bool KrWindow::swapBuffers()
 {
-    if (!KrWindow::makeCurrent())
+    if (!KrWindow::makeCurrent()) {
         return false;
+    }
     m_impl->swapBuffers();
     return true;
 }
 
 bool KrWindow::makeCurrent()
 {
-    if (!m_initialized || !demandUsable("KrWindow::makeCurrent"))
+    if (!m_initialized || !demandUsable("KrWindow::makeCurrent")) {
         return false;
+    }
     if (!m_impl->makeCurrent()) {
         warn("makeCurrent", m_name, std::string("cannot make its ") + m_impl->kind() + " context current");
         return false;
@@ -262,10 +280,12 @@ bool KrWindow::makeCurrent()
 
 bool KrWindow::closeWindow()
 {
-    if (!m_initialized)
+    if (!m_initialized) {
         return true;
-    if (!isUsableHere() && !KrForkGuard::isForked())
+    }
+    if (!isUsableHere() && !KrForkGuard::isForked()) {
         warn("closeWindow", m_name, "is closed by another thread than the one that opened it; its context is given up");
+    }
     m_initialized = false;
     m_thread = std::thread::id();
     m_impl->close();
@@ -290,10 +310,12 @@ KrWindowImpl* KrWindow::getImpl() const
 
 bool KrWindow::init()
 {
-    if (!demandUsable("KrWindow::init"))
+    if (!demandUsable("KrWindow::init")) {
         return false;
-    if (m_initialized)
+    }
+    if (m_initialized) {
         return true;
+    }
     m_report = KrWindowReport();
     if (!openImpl()) {
         Kr::Print::instance()->write(Kr::Print::Error,
@@ -311,19 +333,22 @@ bool KrWindow::init()
 
 bool KrWindow::openImpl()
 {
-    if (m_implIsGiven)
+    if (m_implIsGiven) {
         return openWith(*m_impl);
+    }
 
     m_impl.reset();
     for (const BackEnd backEnd : backEnds(m_shareWindow)) {
         std::unique_ptr<KrWindowImpl> impl = createImpl(backEnd);
-        if (!openWith(*impl))
+        if (!openWith(*impl)) {
             continue;
+        }
         // Without a display that is what everybody expects; with one, the user is looking for a window.
         if (!m_report.attempts.front().succeeded && backEnd == BackEnd::Egl && !m_hidden &&
-            !environment("DISPLAY").empty())
+            !environment("DISPLAY").empty()) {
             Kr::Print::instance()->write(Kr::Print::Notice, "KrWindow::init - \"%s\" is not shown on the screen: %s.\n",
                                          m_name.c_str(), failures(m_report).c_str());
+        }
         m_impl = std::move(impl);
         return true;
     }
@@ -348,23 +373,27 @@ bool KrWindow::openWith(KrWindowImpl& impl)
         m_shareGroup = m_shareWindow->m_shareGroup;
         return true;
     }
-    if (share)
+    if (share) {
         reason = m_report.attempts.back().outcome;
-    if (!impl.open(settings, nullptr, m_report))
+    }
+    if (!impl.open(settings, nullptr, m_report)) {
         return false;
+    }
     m_shareGroup = std::make_shared<ShareGroup>();
-    if (m_shareWindow)
+    if (m_shareWindow) {
         Kr::Print::instance()->write(
             Kr::Print::Notice, "KrWindow::init - \"%s\" shares nothing with \"%s\", it has a context of its own: %s.\n",
             m_name.c_str(), m_shareWindow->getName().c_str(), reason.c_str());
+    }
     return true;
 }
 
 /// Null, with the reason, when there is nothing to share with; the reason is empty when nobody asked for sharing.
 KrWindowImpl* KrWindow::implToShareWith(const KrWindowImpl& impl, std::string& reason) const
 {
-    if (!m_shareWindow)
+    if (!m_shareWindow) {
         return nullptr;
+    }
     if (!m_shareWindow->isInitialized()) {
         reason = "that one is not open";
         return nullptr;

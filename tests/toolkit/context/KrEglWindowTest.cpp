@@ -226,10 +226,12 @@ protected:
         window.setName("doomed");
         Messages messages;
         const bool isOpen = window.init();
-        if (isOpen != opens || messages.number() > 1 || (!isOpen && messages.number() != 1))
+        if (isOpen != opens || messages.number() > 1 || (!isOpen && messages.number() != 1)) {
             status = 1;
-        for (std::size_t i = 0; i < messages.number(); ++i)
+        }
+        for (std::size_t i = 0; i < messages.number(); ++i) {
             std::fprintf(stderr, "%s", messages.text(i).c_str());
+        }
         std::fprintf(stderr, "%s", window.report().text().c_str());
     }
     std::exit(status);
@@ -315,8 +317,9 @@ protected:
     void SetUp() override
     {
         setenv("KR_WINDOW", "egl", 1);
-        if (!m_host.init())
+        if (!m_host.init()) {
             GTEST_SKIP() << m_host.report().text();
+        }
     }
 
     /// What a widget would hand over for `host`.
@@ -411,8 +414,9 @@ TEST_F(KrEglWindow, LeavesNothingBehindHoweverOftenItIsOpened)
     const auto cycle = [] {
         KrWindow window;
         window.setWindowSize(320, 240);
-        if (!window.init())
+        if (!window.init()) {
             return false;
+        }
         createTexture(kRed);
         fill(kRed);
         return pixelAt(1, 1) == kRed && window.setWindowSize(200, 100);
@@ -421,12 +425,14 @@ TEST_F(KrEglWindow, LeavesNothingBehindHoweverOftenItIsOpened)
         KrWindow window;
         OPEN_OR_SKIP(window);
     }
-    for (int i = 0; i < 50; ++i)
+    for (int i = 0; i < 50; ++i) {
         ASSERT_TRUE(cycle());
+    }
     const long descriptors = Process::numOpenDescriptors();
     const long resident = Process::residentKiB();
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         ASSERT_TRUE(cycle()) << "cycle " << i;
+    }
     EXPECT_EQ(Process::numOpenDescriptors(), descriptors);
     EXPECT_LT(Process::residentKiB() - resident, kAllowedGrowthKiB);
 }

@@ -37,11 +37,13 @@ protected:
     void SetUp() override
     {
         const char* display = std::getenv("DISPLAY");
-        if (!display || !*display)
+        if (!display || !*display) {
             GTEST_SKIP() << "DISPLAY is not set; run under xvfb-run";
+        }
         m_display.reset(XOpenDisplay(nullptr));
-        if (!m_display)
+        if (!m_display) {
             GTEST_SKIP() << "no X display answers at " << display;
+        }
         setenv("KR_WINDOW", "glx", 1);
     }
     void TearDown() override { EXPECT_EQ(glXGetCurrentContext(), nullptr) << "a window left its context behind"; }
@@ -154,10 +156,12 @@ TEST_F(KrGlxWindow, SmoothsEdgesOnTheScreenOnDemand)
         glFinish();
         XImage* const seen = XGetImage(m_display.get(), find(title), 0, 0, 64, 48, AllPlanes, ZPixmap);
         int number = 0;
-        for (int i = 0; seen && i < 64 * 48; ++i)
+        for (int i = 0; seen && i < 64 * 48; ++i) {
             number += (XGetPixel(seen, i % 64, i / 64) >> 16 & 0xff) % 0xff != 0;
-        if (seen)
+        }
+        if (seen) {
             XDestroyImage(seen);
+        }
         return number;
     };
     KrWindow plain, smooth, sharing;
@@ -165,8 +169,9 @@ TEST_F(KrGlxWindow, SmoothsEdgesOnTheScreenOnDemand)
     EXPECT_EQ(plain.report().samples, 0);
     smooth.setImpl(std::make_unique<KrGlxWindowImpl>(1000));
     const int number = numBlended(smooth, "smooth");
-    if (smooth.report().samples == 0)
+    if (smooth.report().samples == 0) {
         GTEST_SKIP() << "the display has no visual with several samples a pixel";
+    }
     EXPECT_GT(number, 20);
     sharing.share(&smooth);
     EXPECT_EQ(numBlended(sharing, "sharing"), number);
@@ -292,8 +297,9 @@ TEST_F(KrGlxWindow, OpensAgainAndAgainAndLeavesNoDescriptorBehind)
         expectDraws(kRed, 640, 480);
         window.closeWindow();
         sharing.closeWindow();
-        if (i == 5)
+        if (i == 5) {
             before = Process::numOpenDescriptors();
+        }
     }
     EXPECT_EQ(Process::numOpenDescriptors(), before);
 }
@@ -307,8 +313,9 @@ struct XServer
     XServer()
     {
         int channel[2] = {-1, -1};
-        if (pipe(channel) != 0)
+        if (pipe(channel) != 0) {
             return;
+        }
         pid = fork();
         if (pid == 0) {
             const std::string number = std::to_string(channel[1]);
@@ -319,16 +326,18 @@ struct XServer
         char name[16] = "";
         const ssize_t length = read(channel[0], name, sizeof name - 1); // once it is ready; nothing when it never will
         close(channel[0]);
-        if (length > 0)
+        if (length > 0) {
             display = ":" + std::to_string(std::atoi(name));
-        else
+        } else {
             kill();
+        }
     }
     ~XServer() { kill(); }
     void kill()
     {
-        if (pid > 0 && ::kill(pid, SIGKILL) == 0)
+        if (pid > 0 && ::kill(pid, SIGKILL) == 0) {
             waitpid(pid, nullptr, 0);
+        }
         pid = 0;
     }
 };
@@ -339,8 +348,9 @@ TEST_F(KrGlxWindow, OutlivesTheServer)
     KrWindow survivor, window, hidden;
     ASSERT_TRUE(survivor.init());
     XServer server;
-    if (server.display.empty())
+    if (server.display.empty()) {
         GTEST_SKIP() << "Xvfb does not start";
+    }
     setenv("DISPLAY", server.display.c_str(), 1);
     hidden.setHideWindow(true);
     const bool areOpen = window.init() && hidden.init();

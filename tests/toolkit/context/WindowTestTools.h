@@ -64,8 +64,9 @@ inline GLuint createTexture(const Pixel& colour)
 inline Pixel texelOf(GLuint texture)
 {
     Pixel texel = {0, 0, 0};
-    if (!glIsTexture(texture))
+    if (!glIsTexture(texture)) {
         return texel;
+    }
     glBindTexture(GL_TEXTURE_2D, texture);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     glGetTexImage(GL_TEXTURE_2D, 0, GL_RGB, GL_UNSIGNED_BYTE, texel.data());

@@ -24,24 +24,27 @@ KrCurrentContext::KrCurrentContext()
 
 void KrCurrentContext::restore() const
 {
-    if (KrForkGuard::isForked())
+    if (KrForkGuard::isForked()) {
         return;
+    }
     if (m_glxContext) {
         leaveEgl();
         if (glXGetCurrentContext() == m_glxContext && glXGetCurrentDrawable() == m_glxDraw &&
-            glXGetCurrentReadDrawable() == m_glxRead)
+            glXGetCurrentReadDrawable() == m_glxRead) {
             return;
+        }
         const KrXErrorTrap trap(m_glxDisplay);
         glXMakeContextCurrent(static_cast<Display*>(m_glxDisplay), m_glxDraw, m_glxRead,
                               static_cast<GLXContext>(m_glxContext));
         return;
     }
     leaveGlx();
-    if (m_eglContext == EGL_NO_CONTEXT)
+    if (m_eglContext == EGL_NO_CONTEXT) {
         leaveEgl();
-    else if (eglGetCurrentContext() != m_eglContext || eglGetCurrentSurface(EGL_DRAW) != m_eglDraw ||
-             eglGetCurrentSurface(EGL_READ) != m_eglRead)
+    } else if (eglGetCurrentContext() != m_eglContext || eglGetCurrentSurface(EGL_DRAW) != m_eglDraw ||
+               eglGetCurrentSurface(EGL_READ) != m_eglRead) {
         eglMakeCurrent(m_eglDisplay, m_eglDraw, m_eglRead, m_eglContext);
+    }
 }
 
 bool KrCurrentContext::isStillCurrent() const
@@ -53,14 +56,16 @@ bool KrCurrentContext::isStillCurrent() const
 
 void KrCurrentContext::leaveEgl()
 {
-    if (!KrForkGuard::isForked() && eglGetCurrentContext() != EGL_NO_CONTEXT)
+    if (!KrForkGuard::isForked() && eglGetCurrentContext() != EGL_NO_CONTEXT) {
         eglMakeCurrent(eglGetCurrentDisplay(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    }
 }
 
 void KrCurrentContext::leaveGlx()
 {
-    if (!KrForkGuard::isForked() && glXGetCurrentContext())
+    if (!KrForkGuard::isForked() && glXGetCurrentContext()) {
         glXMakeContextCurrent(glXGetCurrentDisplay(), None, None, nullptr);
+    }
 }
 
 bool KrCurrentContext::exists()

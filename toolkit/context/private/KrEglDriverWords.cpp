@@ -65,8 +65,9 @@ bool install(Installation& ours, EGLDEBUGPROCKHR callback)
 {
     EGLAttrib clientCallback = 0;
     if (!debugMessageControl() || !queryDebug() || !queryDebug()(EGL_DEBUG_CALLBACK_KHR, &clientCallback) ||
-        !queryDebug()(EGL_DEBUG_MSG_WARN_KHR, &ours.clientWarnings))
+        !queryDebug()(EGL_DEBUG_MSG_WARN_KHR, &ours.clientWarnings)) {
         return false;
+    }
     ours.clientCallback = reinterpret_cast<EGLDEBUGPROCKHR>(clientCallback);
     // Warnings are on: that is where drivers tell which file or server they missed.
     const EGLAttrib levels[] = {EGL_DEBUG_MSG_WARN_KHR, EGL_TRUE, EGL_NONE};
@@ -77,8 +78,9 @@ bool install(Installation& ours, EGLDEBUGPROCKHR callback)
 
 KrEglDriverWords::KrEglDriverWords()
 {
-    if (t_listener)
+    if (t_listener) {
         return;
+    }
     Installation& ours = installation();
     const std::lock_guard<std::mutex> lock(ours.mutex);
     m_isInstalled = ours.numListeners > 0 || install(ours, heard);
@@ -90,31 +92,36 @@ KrEglDriverWords::KrEglDriverWords()
 
 KrEglDriverWords::~KrEglDriverWords()
 {
-    if (!m_isInstalled)
+    if (!m_isInstalled) {
         return;
+    }
     t_listener = nullptr;
     Installation& ours = installation();
     const std::lock_guard<std::mutex> lock(ours.mutex);
-    if (--ours.numListeners > 0)
+    if (--ours.numListeners > 0) {
         return;
+    }
     const EGLAttrib levels[] = {EGL_DEBUG_MSG_WARN_KHR, ours.clientWarnings, EGL_NONE};
     debugMessageControl()(ours.clientCallback, levels);
 }
 
 void EGLAPIENTRY KrEglDriverWords::heard(EGLenum, const char*, EGLint, void*, void*, const char* message)
 {
-    if (t_listener && message)
+    if (t_listener && message) {
         t_listener->hear(message);
+    }
 }
 
 void KrEglDriverWords::hear(const char* message)
 {
     std::string words = message;
-    while (!words.empty() && (words.back() == '\n' || words.back() == '.'))
+    while (!words.empty() && (words.back() == '\n' || words.back() == '.')) {
         words.pop_back();
+    }
     // Mesa closes with the bare name of the function, and repeats itself for every driver file it tries.
-    if (words.empty() || words.compare(0, 3, "egl") == 0 || m_words.find(words) != std::string::npos)
+    if (words.empty() || words.compare(0, 3, "egl") == 0 || m_words.find(words) != std::string::npos) {
         return;
+    }
     m_words += (m_words.empty() ? "" : ", ") + words;
 }
 
@@ -122,17 +129,20 @@ std::string KrEglDriverWords::takeError()
 {
     const EGLint error = eglGetError();
     std::string text = error == EGL_SUCCESS ? std::string() : errorName(error);
-    if (!m_words.empty())
+    if (!m_words.empty()) {
         text += (text.empty() ? "" : ": ") + m_words;
+    }
     m_words.clear();
     return text;
 }
 
 std::string KrEglDriverWords::errorName(EGLint error)
 {
-    for (const ErrorName& known : kErrorNames)
-        if (known.error == error)
+    for (const ErrorName& known : kErrorNames) {
+        if (known.error == error) {
             return known.name;
+        }
+    }
     char number[32];
     std::snprintf(number, sizeof number, "EGL error 0x%x", static_cast<unsigned int>(error));
     return number;

@@ -59,8 +59,9 @@ std::vector<std::string> renderNodePaths()
 {
     std::vector<std::string> paths;
     glob_t found = {};
-    if (glob("/dev/dri/renderD*", 0, nullptr, &found) == 0)
+    if (glob("/dev/dri/renderD*", 0, nullptr, &found) == 0) {
         paths.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    }
     globfree(&found);
     return paths;
 }
@@ -84,17 +85,20 @@ gbm_device* gbmDevice(const std::string& node)
     static auto& s_devices = *new std::map<std::string, gbm_device*>;
     const std::lock_guard<std::mutex> lock(s_mutex);
     const auto known = s_devices.find(node);
-    if (known != s_devices.end())
+    if (known != s_devices.end()) {
         return known->second;
+    }
 
     const int file = open(node.c_str(), O_RDWR | O_CLOEXEC);
-    if (file < 0)
+    if (file < 0) {
         return nullptr;
+    }
     gbm_device* device = gbm_create_device(file);
-    if (device)
+    if (device) {
         s_devices.emplace(node, device);
-    else
+    } else {
         close(file);
+    }
     return device;
 }
 
@@ -102,9 +106,11 @@ gbm_device* gbmDevice(const std::string& node)
 const char* nodeOf(EGLDeviceEXT device, const char* extensions)
 {
     const auto queryString = eglFunction<PFNEGLQUERYDEVICESTRINGEXTPROC>("eglQueryDeviceStringEXT");
-    if (hasWord(extensions, "EGL_EXT_device_drm_render_node"))
-        if (const char* node = queryString(device, EGL_DRM_RENDER_NODE_FILE_EXT))
+    if (hasWord(extensions, "EGL_EXT_device_drm_render_node")) {
+        if (const char* node = queryString(device, EGL_DRM_RENDER_NODE_FILE_EXT)) {
             return node;
+        }
+    }
     return hasWord(extensions, "EGL_EXT_device_drm") ? queryString(device, EGL_DRM_DEVICE_FILE_EXT) : nullptr;
 }
 
@@ -118,8 +124,9 @@ KrEglPlatform devicePlatform(EGLDeviceEXT device, int index)
     platform.maybeHardware = !hasWord(extensions, "EGL_MESA_device_software");
     platform.remedy = platform.maybeHardware ? "install or repair the EGL driver of this device" : mesaRemedy();
     const char* node = extensions ? nodeOf(device, extensions) : nullptr;
-    if (node && !isOpenable(node) && errno == EACCES)
+    if (node && !isOpenable(node) && errno == EACCES) {
         platform.remedy = permissionRemedy(node);
+    }
     return platform;
 }
 
@@ -128,15 +135,17 @@ KrEglPlatform devicePlatform(EGLDeviceEXT device, int index)
 bool KrEglPlatforms::haveDriver(KrWindowReport& report)
 {
     const char* extensions = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
-    if (extensions && *extensions)
+    if (extensions && *extensions) {
         return true;
+    }
 
     KrWindowReport::Attempt attempt;
     attempt.backEnd = "EGL";
     attempt.outcome = "the EGL library finds no driver";
     KrEglDriverWords words;
-    if (eglGetDisplay(EGL_DEFAULT_DISPLAY) != EGL_NO_DISPLAY)
+    if (eglGetDisplay(EGL_DEFAULT_DISPLAY) != EGL_NO_DISPLAY) {
         return true; // EGL before 1.5 has no client extensions, yet a display
+    }
     attempt.driverError = words.takeError();
     attempt.remedy = mesaRemedy() + ", or the EGL library of the graphics hardware's maker" +
                      unsetRemedy("__EGL_VENDOR_LIBRARY_FILENAMES") + unsetRemedy("__EGL_VENDOR_LIBRARY_DIRS");
@@ -174,8 +183,9 @@ std::vector<KrEglPlatform> KrEglPlatforms::devices(KrWindowReport& report)
         return {};
     }
     std::vector<KrEglPlatform> platforms;
-    for (int i = 0; i < number; ++i)
+    for (int i = 0; i < number; ++i) {
         platforms.push_back(devicePlatform(found[static_cast<std::size_t>(i)], i));
+    }
     return platforms;
 }
 
@@ -183,9 +193,10 @@ std::vector<KrEglPlatform> KrEglPlatforms::renderNodes(KrWindowReport& report)
 {
     constexpr const char* kName = "EGL GBM";
     const std::vector<std::string> nodes = renderNodePaths();
-    if (nodes.empty())
+    if (nodes.empty()) {
         addFailure(report, kName, "there is no device node /dev/dri/renderD*",
                    "load the kernel driver of the graphics hardware; give a container the node (--device /dev/dri)");
+    }
 
     std::vector<KrEglPlatform> platforms;
     for (const std::string& node : nodes) {
@@ -218,18 +229,23 @@ std::vector<KrEglPlatform> KrEglPlatforms::defaultDisplay(KrWindowReport&)
 
 std::string KrEglPlatforms::softwareHint()
 {
-    if (isSoftwareWanted())
+    if (isSoftwareWanted()) {
         return "LIBGL_ALWAYS_SOFTWARE asks for the software renderer";
-    if (access("/dev/nvidiactl", F_OK) == 0)
+    }
+    if (access("/dev/nvidiactl", F_OK) == 0) {
         return "an NVIDIA device is there but its EGL driver is not: install libnvidia-gl, in a container set "
                "NVIDIA_DRIVER_CAPABILITIES to graphics or all";
+    }
     const std::vector<std::string> nodes = renderNodePaths();
-    if (nodes.empty())
+    if (nodes.empty()) {
         return "no device node /dev/dri/renderD*, so the software renderer is used; in a container, --device /dev/dri "
                "passes a graphics card on";
-    for (const std::string& node : nodes)
-        if (!isOpenable(node))
+    }
+    for (const std::string& node : nodes) {
+        if (!isOpenable(node)) {
             return permissionRemedy(node);
+        }
+    }
     return "no EGL driver for " + nodes.front() + " was found";
 }
 

@@ -88,14 +88,18 @@ std::shared_ptr<KrXConnection> KrXConnection::acquire()
     const std::string name = displayName();
     if (connection) {
         XSync(connection->m_display, True); // the last user's events go, and a loss is noticed
-        if (connection->m_isLost || connection->m_name != name)
+        if (connection->m_isLost || connection->m_name != name) {
             connection.reset();
+        }
     }
-    if (!connection)
-        if (Display* display = XOpenDisplay(nullptr))
+    if (!connection) {
+        if (Display* display = XOpenDisplay(nullptr)) {
             connection.reset(new KrXConnection(display, name));
-    if (!connection)
+        }
+    }
+    if (!connection) {
         return nullptr;
+    }
     return {connection.release(), release};
 }
 
@@ -103,8 +107,9 @@ void KrXConnection::release(KrXConnection* connection)
 {
     std::unique_ptr<KrXConnection> unneeded(connection);
     const std::lock_guard<std::mutex> lock(idle().mutex);
-    if (!connection->m_isLost)
+    if (!connection->m_isLost) {
         std::swap(idle().connection, unneeded); // the one that waited before is closed
+    }
 }
 
 KrXConnection::KrXConnection(Display* display, const std::string& name)

@@ -20,8 +20,9 @@ std::recursive_mutex& trapMutex()
 int handle(Display* display, XErrorEvent* event)
 {
     const std::lock_guard<std::recursive_mutex> lock(trapMutex());
-    if (KrXErrorTrap::keep(display, event->error_code, event->request_code, event->minor_code))
+    if (KrXErrorTrap::keep(display, event->error_code, event->request_code, event->minor_code)) {
         return 0;
+    }
     return s_handlerBefore ? s_handlerBefore(display, event) : 0;
 }
 
@@ -33,8 +34,9 @@ KrXErrorTrap::KrXErrorTrap(void* display)
     trapMutex().lock();
     XSync(static_cast<Display*>(display), False); // earlier errors are somebody else's
     m_outer = s_innermost;
-    if (!m_outer)
+    if (!m_outer) {
         s_handlerBefore = XSetErrorHandler(handle);
+    }
     s_innermost = this;
 }
 
@@ -42,18 +44,21 @@ KrXErrorTrap::~KrXErrorTrap()
 {
     XSync(static_cast<Display*>(m_display), False);
     s_innermost = m_outer;
-    if (m_code != 0)
+    if (m_code != 0) {
         keep(m_display, m_code, m_request, m_minorRequest);
-    if (!m_outer)
+    }
+    if (!m_outer) {
         XSetErrorHandler(s_handlerBefore);
+    }
     trapMutex().unlock();
 }
 
 bool KrXErrorTrap::keep(void* display, unsigned char code, unsigned char request, unsigned char minorRequest)
 {
     for (KrXErrorTrap* trap = s_innermost; trap; trap = trap->m_outer) {
-        if (trap->m_display != display)
+        if (trap->m_display != display) {
             continue;
+        }
         if (trap->m_code == 0) {
             trap->m_code = code;
             trap->m_request = request;
@@ -68,8 +73,9 @@ std::string KrXErrorTrap::error()
 {
     auto* display = static_cast<Display*>(m_display);
     XSync(display, False);
-    if (m_code == 0)
+    if (m_code == 0) {
         return std::string();
+    }
     char text[128] = "";
     XGetErrorText(display, m_code, text, sizeof text);
     return std::string(text) + ", request " + std::to_string(m_request) + "." + std::to_string(m_minorRequest);
