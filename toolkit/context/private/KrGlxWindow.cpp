@@ -1,0 +1,180 @@
+#include <toolkit/context/private/KrGlxWindow.h>
+
+#include <toolkit/context/private/KrCurrentContext.h>
+#include <toolkit/context/private/KrXErrorTrap.h>
+
+#include <X11/Xatom.h>
+#include <X11/Xutil.h>
+
+#include <unistd.h>
+
+namespace
+{
+
+constexpr useconds_t kPollMicroseconds = 5000;
+constexpr int kPolls = 200; // one second, for a window manager to answer in
+
+} // namespace
+
+void KrGlxWindow::destroy()
+{
+    if (isCurrent()) {
+        KrCurrentContext::leaveGlx();
+    }
+    if (!connection) {
+        return;
+    }
+    const KrXErrorTrap trap(display());
+    pbuffer = OwnedPbuffer();
+    glxWindow = OwnedGlxWindow();
+    context = OwnedContext();
+    window = OwnedWindow();
+    colormap = OwnedColormap();
+}
+
+bool KrGlxWindow::makeCurrent()
+{
+    if (connection->isLost()) {
+        return false;
+    }
+    if (isResized && !pbuffer) {
+        renewGlxWindow();
+    }
+    if (isCurrent() && glXGetCurrentDrawable() == drawable() && glXGetCurrentReadDrawable() == drawable()) {
+        return true;
+    }
+    KrCurrentContext::leaveEgl();
+    KrXErrorTrap trap(display());
+    return glXMakeContextCurrent(display(), drawable(), drawable(), context.get()) && trap.isClean();
+}
+
+void KrGlxWindow::renewGlxWindow()
+{
+    if (isCurrent()) {
+        KrCurrentContext::leaveGlx();
+    }
+    isResized = false;
+    const KrXErrorTrap trap(display());
+    glxWindow = OwnedGlxWindow(); // an X window has one at a time
+    glxWindow = OwnedGlxWindow(display(), glXCreateWindow(display(), config, window.get(), nullptr));
+}
+
+OwnedPbuffer KrGlxWindow::createPbuffer(unsigned int pixelWidth, unsigned int pixelHeight) const
+{
+    const int size[] = {GLX_PBUFFER_WIDTH,
+                        static_cast<int>(pixelWidth),
+                        GLX_PBUFFER_HEIGHT,
+                        static_cast<int>(pixelHeight),
+                        GLX_PRESERVED_CONTENTS,
+                        True,
+                        None};
+    KrXErrorTrap trap(display());
+    OwnedPbuffer created(display(), glXCreatePbuffer(display(), config, size));
+    return trap.isClean() ? std::move(created) : OwnedPbuffer();
+}
+
+bool KrGlxWindow::moveTo(OwnedPbuffer target)
+{
+    std::swap(pbuffer, target);
+    if (makeCurrent()) {
+        return true;
+    }
+    std::swap(pbuffer, target);
+    makeCurrent();
+    return false;
+}
+
+bool KrGlxWindow::createWindow(const KrWindowImpl::Settings& settings)
+{
+    const std::unique_ptr<XVisualInfo, int (*)(void*)> visual(glXGetVisualFromFBConfig(display(), config), &XFree);
+    if (!visual) {
+        return false;
+    }
+    const Window root = RootWindow(display(), visual->screen);
+    colormap = OwnedColormap(display(), XCreateColormap(display(), root, visual->visual, AllocNone));
+
+    XSetWindowAttributes attributes = {};
+    attributes.colormap = colormap.get();
+    attributes.event_mask = StructureNotifyMask;
+    window = OwnedWindow(display(), XCreateWindow(display(), root, settings.x, settings.y, settings.width,
+                                                  settings.height, 0, visual->depth, InputOutput, visual->visual,
+                                                  CWBorderPixel | CWColormap | CWEventMask, &attributes));
+    glxWindow = OwnedGlxWindow(display(), glXCreateWindow(display(), config, window.get(), nullptr));
+
+    XSizeHints hints = {};
+    hints.flags = USPosition | USSize;
+    XSetWMNormalHints(display(), window.get(), &hints);
+    // Without this the window manager would cut the connection, and Xlib end the process, when the user closes it.
+    Atom deleteWindow = atom("WM_DELETE_WINDOW");
+    XSetWMProtocols(display(), window.get(), &deleteWindow, 1);
+    setTitle(settings.name);
+    setTopMost(settings.topMost, false);
+    return true;
+}
+
+void KrGlxWindow::setTitle(const std::string& title) const
+{
+    XStoreName(display(), window.get(), title.c_str());
+    XChangeProperty(display(), window.get(), atom("_NET_WM_NAME"), atom("UTF8_STRING"), 8, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(title.data()), static_cast<int>(title.size()));
+}
+
+bool KrGlxWindow::setTopMost(bool topMost, bool isMapped) const
+{
+    const Atom state = atom("_NET_WM_STATE");
+    const Atom above = atom("_NET_WM_STATE_ABOVE");
+    KrXErrorTrap trap(display());
+    if (!isMapped) {
+        XChangeProperty(display(), window.get(), state, XA_ATOM, 32, PropModeReplace,
+                        reinterpret_cast<const unsigned char*>(&above), topMost ? 1 : 0);
+        return trap.isClean();
+    }
+    XEvent event = {};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = window.get();
+    event.xclient.message_type = state;
+    event.xclient.format = 32;
+    event.xclient.data.l[0] = topMost ? 1 : 0; // _NET_WM_STATE_ADD, _NET_WM_STATE_REMOVE
+    event.xclient.data.l[1] = static_cast<long>(above);
+    event.xclient.data.l[3] = 1; // from an ordinary application
+    XSendEvent(display(), DefaultRootWindow(display()), False, SubstructureRedirectMask | SubstructureNotifyMask,
+               &event);
+    return trap.isClean();
+}
+
+bool KrGlxWindow::show() const
+{
+    KrXErrorTrap trap(display());
+    XMapWindow(display(), window.get());
+    XWindowAttributes now = {};
+    for (int i = 0; i < kPolls; ++i) {
+        XSync(display(), False);
+        if (!XGetWindowAttributes(display(), window.get(), &now)) {
+            return false;
+        }
+        if (now.map_state == IsViewable) {
+            break;
+        }
+        usleep(kPollMicroseconds);
+    }
+    return trap.isClean(); // a minimised window is as good as a visible one
+}
+
+bool KrGlxWindow::resizeWindow(unsigned int pixelWidth, unsigned int pixelHeight) const
+{
+    KrXErrorTrap trap(display());
+    XResizeWindow(display(), window.get(), pixelWidth, pixelHeight);
+    XWindowAttributes now = {};
+    for (int i = 0; i < kPolls && trap.isClean(); ++i) {
+        if (!XGetWindowAttributes(display(), window.get(), &now)) {
+            return false;
+        }
+        if (static_cast<unsigned int>(now.width) == pixelWidth &&
+            static_cast<unsigned int>(now.height) == pixelHeight) {
+            return true;
+        }
+        usleep(kPollMicroseconds);
+    }
+    XResizeWindow(display(), window.get(), width, height);
+    return false;
+}

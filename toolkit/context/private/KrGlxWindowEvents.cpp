@@ -1,0 +1,185 @@
+// What the user and the window manager do to a window, of KrGlxWindow.
+
+#include <toolkit/context/private/KrGlxWindow.h>
+
+#include <toolkit/context/private/KrXErrorTrap.h>
+
+#include <X11/Xutil.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+namespace
+{
+
+constexpr Time kDoubleClickMs = 400;
+constexpr int kDoubleClickPixels = 4;
+
+// Keyboard mappings are told to everybody; somebody must take them out of the queue.
+Bool isForWindow(Display*, XEvent* event, XPointer window)
+{
+    return event->type == MappingNotify || event->xany.window == *reinterpret_cast<const Window*>(window);
+}
+
+std::uint32_t modifiersOf(unsigned int state)
+{
+    return (state & ShiftMask ? KrWindowEvent::Shift : 0u) | (state & ControlMask ? KrWindowEvent::Control : 0u) |
+           (state & Mod1Mask ? KrWindowEvent::Alt : 0u);
+}
+
+} // namespace
+
+void KrGlxWindow::listen()
+{
+    if (isListening) {
+        return;
+    }
+    isListening = true;
+    const KrXErrorTrap trap(display()); // another client may have the buttons; the rest is told all the same
+    XSelectInput(display(), window.get(),
+                 StructureNotifyMask | ExposureMask | KeyPressMask | KeyReleaseMask | PointerMotionMask);
+    XSelectInput(display(), window.get(),
+                 StructureNotifyMask | ExposureMask | KeyPressMask | KeyReleaseMask | PointerMotionMask |
+                     ButtonPressMask | ButtonReleaseMask);
+}
+
+void KrGlxWindow::readEvents()
+{
+    if (connection->isLost()) {
+        return;
+    }
+    Window own = window.get();
+    XEvent event;
+    while (XCheckIfEvent(display(), &event, isForWindow, reinterpret_cast<XPointer>(&own))) {
+        readEvent(event);
+    }
+}
+
+void KrGlxWindow::readEvent(XEvent& event)
+{
+    switch (event.type) {
+    case MappingNotify:
+        XRefreshKeyboardMapping(&event.xmapping);
+        break;
+    case ConfigureNotify:
+        if (!pbuffer) {
+            tellResize(event.xconfigure);
+        }
+        break;
+    case MapNotify:
+    case UnmapNotify:
+        isMinimised = event.type == UnmapNotify && !pbuffer;
+        break;
+    case ClientMessage:
+        if (static_cast<Atom>(event.xclient.data.l[0]) == atom("WM_DELETE_WINDOW")) {
+            isCloseRequested = true;
+            KrWindowEvent told;
+            told.kind = KrWindowEvent::Kind::CloseAsked;
+            tell(told);
+        }
+        break;
+    case Expose:
+        if (event.xexpose.count == 0) {
+            tell(KrWindowEvent());
+        }
+        break;
+    case KeyPress:
+    case KeyRelease:
+        tellKey(event.xkey);
+        break;
+    case ButtonPress:
+    case ButtonRelease:
+        tellButton(event.xbutton);
+        break;
+    case MotionNotify:
+        tellMotion(event.xmotion);
+        break;
+    default:
+        break;
+    }
+}
+
+/// Motions and sizes are told once for all that came together.
+void KrGlxWindow::tell(const KrWindowEvent& event)
+{
+    using Kind = KrWindowEvent::Kind;
+    if (!isListening) {
+        return;
+    }
+    const bool isState = event.kind == Kind::Motion || event.kind == Kind::Resized || event.kind == Kind::Exposed;
+    if (isState && nextEvent < events.size() && events.back().kind == event.kind) {
+        events.back() = event;
+    } else {
+        events.push_back(event);
+    }
+}
+
+void KrGlxWindow::tellResize(const XConfigureEvent& event)
+{
+    const auto newWidth = static_cast<unsigned int>(event.width);
+    const auto newHeight = static_cast<unsigned int>(event.height);
+    if (newWidth == width && newHeight == height) {
+        return; // moved only
+    }
+    width = newWidth;
+    height = newHeight;
+    isResized = true;
+    KrWindowEvent told;
+    told.kind = KrWindowEvent::Kind::Resized;
+    told.width = width;
+    told.height = height;
+    tell(told);
+}
+
+void KrGlxWindow::tellKey(XKeyEvent& event)
+{
+    KeySym symbol = NoSymbol;
+    XLookupString(&event, nullptr, 0, &symbol, nullptr); // heeds Shift, Lock and NumLock
+    KrWindowEvent told;
+    told.kind = event.type == KeyPress ? KrWindowEvent::Kind::KeyDown : KrWindowEvent::Kind::KeyUp;
+    told.x = event.x;
+    told.y = event.y;
+    told.modifiers = modifiersOf(event.state);
+    told.key = static_cast<std::uint32_t>(symbol);
+    tell(told);
+}
+
+void KrGlxWindow::tellButton(const XButtonEvent& event)
+{
+    KrWindowEvent told;
+    told.kind = event.type == ButtonPress ? KrWindowEvent::Kind::ButtonDown : KrWindowEvent::Kind::ButtonUp;
+    told.x = event.x;
+    told.y = event.y;
+    told.modifiers = modifiersOf(event.state);
+    if (event.button == Button4 || event.button == Button5) { // X's wheel is a pair of buttons
+        told.kind = KrWindowEvent::Kind::Wheel;
+        told.wheel = event.button == Button4 ? 1 : -1;
+        if (event.type == ButtonPress) {
+            tell(told);
+        }
+        return;
+    }
+    if (event.button > Button3) {
+        return;
+    }
+    told.button = event.button;
+    if (event.type == ButtonPress) {
+        told.isDoubleClick = lastPress.button == told.button && !lastPress.isDoubleClick &&
+                             event.time - lastPressTime <= kDoubleClickMs &&
+                             std::abs(told.x - lastPress.x) <= kDoubleClickPixels &&
+                             std::abs(told.y - lastPress.y) <= kDoubleClickPixels;
+        lastPress = told;
+        lastPressTime = event.time;
+    }
+    tell(told);
+}
+
+void KrGlxWindow::tellMotion(const XMotionEvent& event)
+{
+    KrWindowEvent told;
+    told.kind = KrWindowEvent::Kind::Motion;
+    told.x = event.x;
+    told.y = event.y;
+    told.modifiers = modifiersOf(event.state);
+    tell(told);
+}
