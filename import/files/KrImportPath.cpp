@@ -1,25 +1,12 @@
 #include <import/files/KrImportPath.h>
 
+#include <toolkit/foundation/private/KrText.h>
+
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
 
 namespace fs = std::filesystem;
-
-namespace
-{
-
-char lowerCase(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool isSpace(char c)
-{
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-
-} // namespace
 
 bool KrImportPath::isFile(const std::string& path)
 {
@@ -63,7 +50,7 @@ std::string KrImportPath::stemOf(const std::string& path)
 std::string KrImportPath::extensionOf(const std::string& path)
 {
     const std::string extension = fs::path(path).extension().string();
-    return extension.empty() ? extension : toLower(extension.substr(1));
+    return extension.empty() ? extension : KrText::lowered(extension.substr(1));
 }
 
 std::string KrImportPath::join(const std::string& directory, const std::string& rest)
@@ -82,22 +69,9 @@ std::string KrImportPath::absolute(const std::string& path)
     return error ? path : result.lexically_normal().string();
 }
 
-std::string KrImportPath::toLower(std::string_view text)
-{
-    std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(), lowerCase);
-    return lower;
-}
-
 std::string KrImportPath::withSlashes(std::string_view text)
 {
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
-    std::string slashed(text);
+    std::string slashed(KrText::trimmed(text));
     std::replace(slashed.begin(), slashed.end(), '\\', '/');
     return slashed;
 }

@@ -8,12 +8,16 @@
 namespace KrImportPath
 {
 
+/// Whether there is a regular file, or a link to one: no pipe and no device.
 bool isFile(const std::string& path);
+/// Whether there is a folder, or a link to one.
 bool isDirectory(const std::string& path);
 /// Names (not paths) in a folder, sorted; at most `limit` are looked at. Empty for what is no folder.
 std::vector<std::string> entries(const std::string& directory, std::size_t limit);
 
+/// What stands before the last slash; "/" for what lies in the root folder, empty without a slash.
 std::string directoryOf(const std::string& path);
+/// What follows the last slash; the whole path without one.
 std::string nameOf(const std::string& path);
 /// Without the last dot and what follows it.
 std::string stemOf(const std::string& path);
@@ -24,7 +28,6 @@ std::string join(const std::string& directory, const std::string& rest);
 /// As join with the working folder; the path itself when it is absolute already.
 std::string absolute(const std::string& path);
 
-std::string toLower(std::string_view text);
 /// Backslashes become slashes, leading and trailing white space goes.
 std::string withSlashes(std::string_view text);
 /// Each %XX of two hexadecimal digits becomes its byte.

@@ -34,8 +34,7 @@ const char* plain(const xmlChar* text)
 /// Whether the XML declaration names an encoding other than UTF-8.
 bool declaresEncoding(const std::string& content)
 {
-    const std::string declaration =
-        KrImportPath::toLower(content.substr(0, std::min<std::size_t>(content.find("?>"), 200)));
+    const std::string declaration = KrText::lowered(content.substr(0, std::min<std::size_t>(content.find("?>"), 200)));
     const std::size_t at = declaration.find("encoding");
     return content.compare(0, 5, "<?xml") == 0 && at != std::string::npos &&
            declaration.find("utf-8", at) == std::string::npos && declaration.find("utf8", at) == std::string::npos;

@@ -4,6 +4,7 @@
 #include <import/files/KrImportXml.h>
 
 #include <toolkit/foundation/KrLimits.h>
+#include <toolkit/foundation/private/KrText.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -144,12 +145,12 @@ KrPathResolver::Request KrPathResolver::parse(const std::string& uri)
     const std::size_t colon = text.find("://");
     if (colon == std::string::npos) {
         request.path = text;
-        if (KrImportPath::toLower(text.substr(0, 5)) == "file:") {
+        if (KrText::lowered(text.substr(0, 5)) == "file:") {
             request.path = text.substr(5);
         }
         return request;
     }
-    const std::string scheme = KrImportPath::toLower(text.substr(0, colon));
+    const std::string scheme = KrText::lowered(text.substr(0, colon));
     const std::string body = text.substr(colon + 3);
     if (scheme != "package" && scheme != "model") {
         request.path = body;
@@ -269,7 +270,7 @@ bool KrPathResolver::findOtherFormat(Found& found)
     const std::vector<std::string> tried = found.tried;
     for (const std::string& path : tried) {
         const Listing& listing = listingOf(KrImportPath::directoryOf(path));
-        const auto names = listing.find(KrImportPath::toLower(KrImportPath::stemOf(path)));
+        const auto names = listing.find(KrText::lowered(KrImportPath::stemOf(path)));
         if (names == listing.end()) {
             continue;
         }
@@ -299,7 +300,7 @@ const KrPathResolver::Listing& KrPathResolver::listingOf(const std::string& fold
     const auto [place, isNew] = m_listings.emplace(folder, Listing());
     if (isNew) {
         for (const std::string& name : KrImportPath::entries(folder, kMaxWalkEntries)) {
-            place->second[KrImportPath::toLower(KrImportPath::stemOf(name))].push_back(name);
+            place->second[KrText::lowered(KrImportPath::stemOf(name))].push_back(name);
         }
     }
     return place->second;
@@ -355,7 +356,7 @@ std::size_t KrPathResolver::bundleTop(const std::string& package) const
         };
         const bool belongs =
             !folder.package.empty() || folder.name == package ||
-            placeIn(kInnerFolders, KrImportPath::toLower(m_above[level - 1].name)) < std::size(kInnerFolders) ||
+            placeIn(kInnerFolders, KrText::lowered(m_above[level - 1].name)) < std::size(kInnerFolders) ||
             std::any_of(std::begin(kMeshFolders), std::end(kMeshFolders), holds);
         top = belongs ? level : top;
     }

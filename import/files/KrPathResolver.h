@@ -24,9 +24,9 @@ class KrPathResolver
 public:
     struct Found
     {
-        std::string path; ///< absolute; empty when nothing was found
-        std::string rule; ///< for a person: "folder above of the package's name"
-        bool isGuess = false;
+        std::string path;               ///< absolute; empty when nothing was found
+        std::string rule;               ///< for a person, one of those that KrImportReport::Mesh lists
+        bool isGuess = false;           ///< found by a step that may meet another file of the same name
         std::vector<std::string> tried; ///< paths tried, in that order, each once; the last one is what was found
     };
 

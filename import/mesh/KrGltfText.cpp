@@ -1,6 +1,7 @@
 #include <import/mesh/KrGltfText.h>
 
 #include <import/files/KrImportPath.h>
+#include <import/mesh/KrMeshTokens.h>
 
 #include <toolkit/foundation/KrLimits.h>
 #include <toolkit/foundation/private/KrText.h>
@@ -14,6 +15,8 @@
 
 namespace
 {
+
+using KrMeshTokens::refuse;
 
 using Json = nlohmann::json;
 
@@ -34,12 +37,6 @@ enum Component : unsigned int
     Integer = 5125,
     Float = 5126
 };
-
-bool refuse(std::string& why, const std::string& text)
-{
-    why = text;
-    return false;
-}
 
 /// Whether the brackets and commas of a JSON text promise a tree of bearable size.
 bool isBearable(std::string_view text)

@@ -167,7 +167,7 @@ std::string KrMeshMaterials::findTexture(const std::string& meshPath, const std:
                                          std::vector<std::string>& tried)
 {
     std::string file = KrImportPath::withSlashes(name);
-    if (KrImportPath::toLower(file.substr(0, 7)) == "file://") {
+    if (KrText::lowered(file.substr(0, 7)) == "file://") {
         file.erase(0, 7);
     }
     const std::string folder = KrImportPath::directoryOf(KrImportPath::absolute(meshPath));

@@ -18,15 +18,11 @@
 namespace
 {
 
+using KrMeshTokens::refuse;
+
 using Format = KrMeshSource::Format;
 
 constexpr std::size_t kSignBytes = 4096;
-
-bool refuse(std::string& why, const std::string& text)
-{
-    why = text;
-    return false;
-}
 
 std::string_view withoutMark(std::string_view content)
 {
@@ -41,7 +37,7 @@ std::string_view withoutMark(std::string_view content)
 bool formatBySign(std::string_view content, Format& format)
 {
     std::string_view begin = withoutMark(content.substr(0, kSignBytes));
-    const std::string lower = KrImportPath::toLower(begin);
+    const std::string lower = KrText::lowered(begin);
     std::string_view word = KrMeshTokens::takeWord(begin);
     if (word.substr(0, 4) == "glTF") {
         format = Format::Glb;

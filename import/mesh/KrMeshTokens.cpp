@@ -15,17 +15,6 @@ bool isSpace(char c)
 
 } // namespace
 
-std::string_view KrMeshTokens::trimmed(std::string_view text)
-{
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 std::string_view KrMeshTokens::takeWord(std::string_view& text)
 {
     std::size_t begin = 0;
@@ -86,4 +75,10 @@ void KrMeshTokens::appendNumber(std::string& text, double number)
     char digits[32];
     const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, static_cast<float>(number));
     text.append(digits, end.ptr);
+}
+
+bool KrMeshTokens::refuse(std::string& why, const std::string& reason)
+{
+    why = reason;
+    return false;
 }

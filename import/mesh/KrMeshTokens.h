@@ -4,12 +4,11 @@
 #include <string>
 #include <string_view>
 
-/// Words and lines of a mesh file's text.
+/// Words, lines and numbers of a mesh file's text. Blanks, tabs and line ends stand between words; text is borrowed.
 namespace KrMeshTokens
 {
 
-std::string_view trimmed(std::string_view text);
-/// Takes one word off the front of `text`; empty at the end.
+/// Takes one word off the front of `text`, and the white space before it; empty at the end.
 std::string_view takeWord(std::string_view& text);
 /// Takes the rest of the line off the front of `text`, its end included; false when nothing is left.
 bool takeLine(std::string_view& text, std::string_view& line);
@@ -19,5 +18,8 @@ bool isCount(std::string_view word, std::uint64_t limit, std::uint64_t& number);
 bool takeNumber(std::string_view& text, double& number);
 /// Appends what reads back as the same single precision number: digits, or "nan" for what has no such number.
 void appendNumber(std::string& text, double number);
+
+/// Sets the reason; false, so that a check ends with `return refuse(why, ...)`.
+bool refuse(std::string& why, const std::string& reason);
 
 } // namespace KrMeshTokens

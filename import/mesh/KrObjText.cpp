@@ -1,6 +1,5 @@
 #include <import/mesh/KrObjText.h>
 
-#include <import/files/KrImportPath.h>
 #include <import/mesh/KrMeshTokens.h>
 
 #include <toolkit/foundation/KrLimits.h>
@@ -18,7 +17,7 @@ using KrMeshTokens::appendNumber;
 using KrMeshTokens::takeLine;
 using KrMeshTokens::takeNumber;
 using KrMeshTokens::takeWord;
-using KrMeshTokens::trimmed;
+using KrText::trimmed;
 
 constexpr std::size_t kMaxName = 200;
 constexpr std::size_t kMaxLibraries = 64;
@@ -276,7 +275,7 @@ std::string_view imageOf(std::string_view line)
         {"-texres", 1}, {"-type", 1},   {"-mm", 2},    {"-o", 3},  {"-s", 3},  {"-t", 3}};
     for (line = trimmed(line); !line.empty() && line.front() == '-'; line = trimmed(line)) {
         std::string_view behind = line;
-        const std::string option = KrImportPath::toLower(takeWord(behind));
+        const std::string option = KrText::lowered(takeWord(behind));
         const auto isIt = [&option](const auto& entry) { return entry.first == option; };
         const auto place = std::find_if(std::begin(kOptions), std::end(kOptions), isIt);
         if (place == std::end(kOptions)) {
@@ -311,7 +310,7 @@ KrObjText::Materials KrObjText::cleanMaterials(std::string_view content)
     static const char* const kNames[] = {"Kd", "Ks", "Ke", "Ns", "d", "Tr", "illum"};
     Materials materials;
     for (Statements statements(content); statements.next();) {
-        const std::string word = KrImportPath::toLower(statements.word());
+        const std::string word = KrText::lowered(statements.word());
         if (word == "newmtl") {
             const std::string name = materialName(statements.rest(), materials.hasForeignNames);
             materials.text += "newmtl " + (name.empty() ? "unnamed" : name) + "\n";

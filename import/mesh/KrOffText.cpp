@@ -2,6 +2,8 @@
 
 #include <import/mesh/KrMeshTokens.h>
 
+#include <toolkit/foundation/private/KrText.h>
+
 #include <algorithm>
 #include <vector>
 
@@ -10,18 +12,13 @@ namespace
 
 using KrMeshTokens::appendNumber;
 using KrMeshTokens::isCount;
+using KrMeshTokens::refuse;
 using KrMeshTokens::takeLine;
 using KrMeshTokens::takeNumber;
 using KrMeshTokens::takeWord;
-using KrMeshTokens::trimmed;
+using KrText::trimmed;
 
 constexpr std::size_t kMaxCorners = 9;
-
-bool refuse(std::string& why, const std::string& text)
-{
-    why = text;
-    return false;
-}
 
 bool takeCount(std::string_view& text, std::uint64_t limit, std::uint64_t& number)
 {

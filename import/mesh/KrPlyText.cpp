@@ -2,6 +2,8 @@
 
 #include <import/mesh/KrMeshTokens.h>
 
+#include <toolkit/foundation/private/KrText.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -12,9 +14,10 @@ namespace
 {
 
 using KrMeshTokens::isCount;
+using KrMeshTokens::refuse;
 using KrMeshTokens::takeLine;
 using KrMeshTokens::takeWord;
-using KrMeshTokens::trimmed;
+using KrText::trimmed;
 
 /// The next line that holds a word.
 bool takeFilledLine(std::string_view& text, std::string_view& line)
@@ -30,12 +33,6 @@ bool takeFilledLine(std::string_view& text, std::string_view& line)
 bool takeCount(std::string_view& text, std::uint64_t limit, std::uint64_t& number)
 {
     return isCount(takeWord(text), limit, number);
-}
-
-bool refuse(std::string& why, const std::string& text)
-{
-    why = text;
-    return false;
 }
 
 /// Walks a PLY file by its own header.

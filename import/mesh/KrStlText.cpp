@@ -1,6 +1,5 @@
 #include <import/mesh/KrStlText.h>
 
-#include <import/files/KrImportPath.h>
 #include <import/mesh/KrMeshTokens.h>
 
 #include <toolkit/foundation/private/KrText.h>
@@ -12,6 +11,7 @@
 namespace
 {
 
+using KrMeshTokens::refuse;
 using KrMeshTokens::takeNumber;
 using KrMeshTokens::takeWord;
 
@@ -22,12 +22,6 @@ constexpr std::size_t kNormalBytes = 12;
 constexpr std::size_t kCornersBytes = 36;
 
 using Point = std::array<float, 3>;
-
-bool refuse(std::string& why, const std::string& text)
-{
-    why = text;
-    return false;
-}
 
 std::string tooMany(std::uint64_t maxTriangles)
 {
@@ -52,7 +46,7 @@ std::uint64_t binaryBytes(std::string_view content)
 bool isText(std::string_view content)
 {
     // Exporters begin binary files with "solid", too.
-    const std::string begin = KrImportPath::toLower(content.substr(0, 1000));
+    const std::string begin = KrText::lowered(content.substr(0, 1000));
     std::string_view rest = begin;
     return takeWord(rest).substr(0, 5) == "solid" && begin.find('\0') == std::string::npos &&
            (begin.find("facet") != std::string::npos || begin.find("endsolid") != std::string::npos);
@@ -108,7 +102,7 @@ bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::
     std::array<Point, 3> corners{};
     std::size_t numCorners = 0;
     for (std::string_view rest = content; !rest.empty();) {
-        const std::string word = KrImportPath::toLower(takeWord(rest).substr(0, 16));
+        const std::string word = KrText::lowered(takeWord(rest).substr(0, 16));
         if (word == "solid" || word == "endsolid") {
             skipName(rest);
         }

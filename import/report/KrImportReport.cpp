@@ -67,6 +67,7 @@ std::string missingText(const KrImportReport::Mesh& mesh)
 {
     std::string text =
         "  link " + KrText::oneLine(mesh.link) + " / " + mesh.element + ": " + KrText::oneLine(mesh.uri) + "\n";
+    // A file that is there says more than a list of places where it is not.
     if (!mesh.path.empty()) {
         return text + "    found, but not readable: " + KrText::oneLine(mesh.path, kMaxText) + "\n";
     }
@@ -81,6 +82,7 @@ std::string missingText(const KrImportReport::Mesh& mesh)
 void KrImportReport::addWarning(const std::string& file, const std::string& element, const std::string& text,
                                 unsigned int line)
 {
+    // A hostile file has as many faults as it likes: nothing is kept, and nothing compared, beyond the bound.
     if (m_warnings.size() > Kr::Limits::kWarnings) {
         return;
     }
@@ -113,6 +115,7 @@ std::string KrImportReport::text() const
         text += "warnings:\n";
     }
     for (const Warning& warning : m_warnings) {
+        // The description's own path stands in the first line.
         text += "  " + (warning.file == m_file ? "" : warning.file + ": ") + warning.element +
                 (warning.element.empty() ? "" : ": ") + warning.text + "\n";
     }

@@ -1,6 +1,5 @@
 #include <import/urdf/KrUrdfReader.h>
 
-#include <import/files/KrImportPath.h>
 #include <import/files/KrImportXml.h>
 #include <import/urdf/KrXacroRemains.h>
 
@@ -418,7 +417,7 @@ bool Reader::readJoint(const xmlNode& node, Joint& joint)
         warn(node, element, "it does not name a parent and a child link; it is left out");
         return false;
     }
-    const std::string type = KrImportPath::toLower(attributeOf(node, "type"));
+    const std::string type = KrText::lowered(attributeOf(node, "type"));
     const auto isIt = [&type](const auto& entry) { return type == entry.first; };
     const auto known = std::find_if(std::begin(kTypes), std::end(kTypes), isIt);
     if (known == std::end(kTypes)) {
