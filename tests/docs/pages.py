@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds the pages (README.md, docs/*.md) to what they say: their code compiles, their commands run, their links lead somewhere.
+"""Holds README.md, CONTRIBUTING.md and docs/*.md to what they say: code compiles, commands run, links lead somewhere.
 
     pages.py check [--update]            links, languages of blocks, blocks that show a file (written anew with --update)
     pages.py list                        the pages that have commands to run
@@ -35,7 +35,7 @@ SCREEN_SECONDS = "4"
 
 def page_names():
     docs = [name for name in os.listdir(os.path.join(ROOT, "docs")) if name.endswith(".md")]
-    return ["README.md"] + sorted("docs/" + name for name in docs)
+    return ["README.md", "CONTRIBUTING.md"] + sorted("docs/" + name for name in docs)
 
 
 def text_of(name):
@@ -93,7 +93,7 @@ def without_code(text):
 
 
 def check_links(page):
-    """Links lead to files that are installed with the page: other pages, their pictures, and what stands beside the README."""
+    """Links lead to what is installed with the page: other pages, their pictures, and what stands beside the README."""
     failures = []
     for number, line in enumerate(without_code(text_of(page)).split("\n"), 1):
         for target in re.findall(r"\]\(([^)]+)\)", line):
@@ -111,11 +111,18 @@ def check_links(page):
     return failures
 
 
+def update_block(block, text):
+    lines = text_of(block.page).split("\n")
+    first = block.line - 1
+    lines[first:first + block.text.count("\n")] = text.split("\n")[:-1]
+    write_if_new(os.path.join(ROOT, block.page), "\n".join(lines))
+
+
 def check(update):
     failures = []
     for page in page_names():
         failures += check_links(page)
-        for block in blocks_of(page):
+        for block in reversed(blocks_of(page)): # an update moves those after it
             if block.language not in LANGUAGES:
                 failures.append("%s: a block in \"%s\": one of %s is wanted"
                                 % (block.place(), block.language, ", ".join(sorted(LANGUAGES))))
@@ -123,11 +130,7 @@ def check(update):
             if source is None or block.text == text_of(source):
                 continue
             if update:
-                with open(os.path.join(ROOT, page), "r+", encoding="utf-8") as file:
-                    whole = file.read().replace("\n" + block.text + "```", "\n" + text_of(source) + "```", 1)
-                    file.seek(0)
-                    file.truncate()
-                    file.write(whole)
+                update_block(block, text_of(source))
             else:
                 failures.append("%s: this is not %s as it is now (tests/docs/pages.py check --update)"
                                 % (block.place(), source))
@@ -248,7 +251,9 @@ def run_block(block, folder, environment):
         return run_on_screen(block, folder, environment)
     result = shell(block.text, folder, environment)
     print(result.stdout, end="")
-    return ["%s: this command fails (%d):\n%s" % (block.place(), result.returncode, result.stdout)] if result.returncode else []
+    if result.returncode == 0:
+        return []
+    return ["%s: this command fails (%d):\n%s" % (block.place(), result.returncode, result.stdout)]
 
 
 def pictures_of(page):
