@@ -1,5 +1,7 @@
 #include <toolkit/foundation/KrPrint.h>
 
+#include <toolkit/foundation/private/KrLastMessage.h>
+
 #include <spdlog/logger.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 
@@ -89,6 +91,12 @@ void Print::write(Type type, const char* format, ...)
     va_start(arguments, format);
     try {
         std::string text = formatted(format, arguments);
+        if (type >= Warning) {
+            // Not under the lock: each thread has its own.
+            KrLastMessage& last = KrLastMessage::ofThread();
+            ++last.number;
+            last.text[text.copy(last.text, sizeof last.text - 1)] = '\0';
+        }
         const std::lock_guard<std::recursive_mutex> lock(m_private->mutex);
         // Kept alive for the call: the sink may put another one in its place.
         const std::shared_ptr<Sink> sink = m_private->sink;

@@ -3,6 +3,7 @@
 #include <toolkit/foundation/KrFileUtil.h>
 #include <toolkit/foundation/KrGL.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/KrReason.h>
 #include <toolkit/foundation/KrString.h>
 #include <toolkit/foundation/private/KrText.h>
 
@@ -19,6 +20,26 @@ TEST(KrPrint, FormatsTextOfAnyLengthAndKeepsItsLineEnd)
     const std::string longName(5000, 'x');
     Kr::Print::instance()->write(Kr::Print::Warning, "%s is %d%%\n", longName.c_str(), 7);
     EXPECT_EQ(messages.only(), longName + " is 7%\n");
+}
+
+TEST(KrReason, IsTheLastWarningOfThisThreadSinceThen)
+{
+    const KrCaughtMessages messages;
+    Kr::Print* const print = Kr::Print::instance();
+    print->write(Kr::Print::Warning, "KrThing::read - earlier.\n");
+    const KrReason reason;
+    print->write(Kr::Print::Info, "KrThing::read - all is well.\n");
+    std::thread([print] { print->write(Kr::Print::Error, "elsewhere\n"); }).join();
+    EXPECT_EQ(reason.text("none"), "none");
+    print->write(Kr::Print::Warning, "KrThing::read - a.xml:\n  line 3: too deep - really.\n");
+    EXPECT_EQ(reason.text("none"), "a.xml: line 3: too deep - really");
+    EXPECT_EQ(KrReason().text("none"), "none");
+    print->write(Kr::Print::Error, "%s\n", std::string(5000, 'x').c_str());
+    EXPECT_LT(reason.text("none").size(), 5000u);
+
+    EXPECT_EQ(KrReason::sentence("KrReader - a.xml: empty"), "a.xml: empty");
+    EXPECT_EQ(KrReason::sentence("one thing - another"), "one thing - another");
+    EXPECT_EQ(KrReason::sentence("arm - another"), "arm - another");
 }
 
 TEST(KrPrint, DefaultSinkWritesToStandardErrorButNotDebug)

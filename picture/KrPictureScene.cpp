@@ -1,0 +1,196 @@
+#include <picture/KrPictureScene.h>
+
+#include <picture/KrAids.h>
+#include <picture/KrDownscale.h>
+#include <picture/KrFraming.h>
+#include <picture/KrLighting.h>
+#include <rendCore/capture/KrFrameStream.h>
+#include <toolkit/foundation/KrReason.h>
+
+#include <GL/gl.h>
+
+#include <algorithm>
+
+namespace
+{
+
+/// The largest width and height that the current context draws.
+void largestSize(unsigned int& width, unsigned int& height)
+{
+    GLint viewport[2] = {0, 0};
+    GLint texture = 0;
+    glGetIntegerv(GL_MAX_VIEWPORT_DIMS, viewport);
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &texture); // drivers lay a window's pixels out like a texture
+    width = static_cast<unsigned int>(std::min(viewport[0], texture));
+    height = static_cast<unsigned int>(std::min(viewport[1], texture));
+}
+
+unsigned int factorOf(unsigned int samples)
+{
+    unsigned int factor = 1;
+    while ((factor + 1) * (factor + 1) <= samples) {
+        ++factor;
+    }
+    return factor;
+}
+
+std::string sizeText(unsigned int width, unsigned int height)
+{
+    return std::to_string(width) + " x " + std::to_string(height);
+}
+
+bool failToDraw(const KrReason& said, std::string& reason)
+{
+    reason = "the picture cannot be drawn: " + said.text("the driver gives no reason");
+    return false;
+}
+
+} // namespace
+
+const KrVector KrPictureScene::kTowardsEye(1.0, -1.2, 0.65);
+
+KrPictureScene::KrPictureScene()
+{
+    m_window.setHideWindow(true);
+    // Small first: the context says what it can draw.
+    m_window.setWindowSize(16, 16);
+}
+
+bool KrPictureScene::open(unsigned int width, unsigned int height, unsigned int samples, std::string& reason)
+{
+    const KrReason said;
+    if (!m_window.init()) {
+        reason = "no OpenGL context to draw with: " + said.text("no way to one worked");
+        return false;
+    }
+    unsigned int largestWidth = 0;
+    unsigned int largestHeight = 0;
+    largestSize(largestWidth, largestHeight);
+    if (width > largestWidth || height > largestHeight) {
+        reason = sizeText(width, height) + " pixels are too many: this driver draws at most " +
+                 sizeText(largestWidth, largestHeight);
+        return false;
+    }
+    m_width = width;
+    m_height = height;
+    m_factor = factorOf(samples);
+    while (m_factor > 1 && (width * m_factor > largestWidth || height * m_factor > largestHeight)) {
+        --m_factor;
+    }
+    return resize(m_factor, reason);
+}
+
+bool KrPictureScene::resize(unsigned int factor, std::string& reason)
+{
+    if (factor == m_drawnFactor) {
+        return true;
+    }
+    const KrReason said;
+    if (!m_window.setWindowSize(m_width * factor, m_height * factor)) {
+        reason = "cannot draw " + sizeText(m_width, m_height) +
+                 " pixels: " + said.text("the driver refuses that size");
+        return false;
+    }
+    m_drawnFactor = factor;
+    return true;
+}
+
+bool KrPictureScene::show(KrStatedSystem& system, const KrVisualizationParameters& parameters, std::string& reason)
+{
+    const KrReason said;
+    m_system = &system;
+    m_poses.emplace(system.manipulatorSystem());
+    for (const KrShapeStateCacheKey& shape : m_poses->shapes()) {
+        system.addChangedShape(shape);
+    }
+    m_window.setStatedSystem(system, parameters);
+    // The window is open, so that the scene has been built, or refused with a message (links too deep for the stack).
+    if (system.isNewSystem()) {
+        reason = said.text("the scene cannot be built");
+        return false;
+    }
+    return true;
+}
+
+bool KrPictureScene::show(KrStatedSystem& system, std::string& reason, const KrVector& towardsEye)
+{
+    const double aspectRatio = static_cast<double>(m_width) / std::max(1u, m_height);
+    KrFraming framing(towardsEye, KrVector(0.0, 0.0, 1.0), kFieldOfView, aspectRatio);
+    framing.add(system.manipulatorSystem(), system.systemState());
+    KrVisualizationParameters parameters;
+    parameters.setPovParameters(framing.pov());
+    if (!show(system, parameters, reason)) {
+        return false;
+    }
+    KrLighting::light(m_window);
+    return true;
+}
+
+void KrPictureScene::pose(const KrManipulatorSystemState& state)
+{
+    if (m_poses && m_system->isNewSystem()) {
+        m_poses.emplace(m_system->manipulatorSystem()); // a link that was selected may have got shapes of its own
+    }
+    if (m_poses && !m_poses->shapes().empty()) {
+        m_poses->drive(state);
+        KrAids::follow(m_window);
+    }
+    m_window.setState(state);
+}
+
+bool KrPictureScene::capture(const KrManipulatorSystemState& state, unsigned int flags, KrImage& picture,
+                             std::string& reason)
+{
+    const KrReason said;
+    pose(state);
+    if (!resize(m_factor, reason)) {
+        return false;
+    }
+    if (!m_window.renderSceneAndCaptureImage(picture, flags) || picture.empty()) {
+        return failToDraw(said, reason);
+    }
+    return true;
+}
+
+bool KrPictureScene::draw(const KrManipulatorSystemState& state, KrFrameStream& stream, std::string& reason)
+{
+    const KrReason said;
+    pose(state);
+    if (!resize(m_factor, reason)) {
+        return false;
+    }
+    // Each time: a capture in between would have dropped it.
+    m_window.setDrawCallback(&stream);
+    return (m_window.renderScene(true) && stream.numLost() == 0) || failToDraw(said, reason);
+}
+
+bool KrPictureScene::draw(const KrManipulatorSystemState& state, KrImage& picture, std::string& reason)
+{
+    if (!drawLarge(state, m_large, reason)) {
+        return false;
+    }
+    KrDownscale::average(m_large, m_factor, picture);
+    return true;
+}
+
+bool KrPictureScene::drawLarge(const KrManipulatorSystemState& state, KrImage& picture, std::string& reason)
+{
+    return capture(state, KrSGWindow::CaptureColor, picture, reason);
+}
+
+bool KrPictureScene::drawDepth(const KrManipulatorSystemState& state, KrImage& picture, std::string& reason)
+{
+    if (!capture(state, KrSGWindow::CaptureDepth, m_large, reason)) {
+        return false;
+    }
+    KrDownscale::pick(m_large, m_factor, picture);
+    return true;
+}
+
+bool KrPictureScene::drawDepth(const KrManipulatorSystemState& state, const KrDepthCapture::Options& options,
+                               std::vector<float>& depths, std::string& reason)
+{
+    const KrReason said;
+    pose(state);
+    return resize(1, reason) && (m_depthCapture.render(m_window, options, depths) || failToDraw(said, reason));
+}
