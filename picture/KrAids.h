@@ -1,17 +1,20 @@
 #pragma once
 
+#include <picture/KrFraming.h>
+
 #include <optional>
 #include <string>
 #include <vector>
 
-class KrFraming;
 class KrRenderWindow;
 class KrStatedSystem;
 class KrVisualizationParameters;
-struct KrAppRobot;
 
-/// What is drawn beside the robot, or to set a part of it off.
-struct KrAppAids
+/// What is drawn beside a robot, or to set a part of it off: axes of the links, bounding volumes, mass ellipsoids,
+/// collision shapes, links that are selected.
+///
+/// Before the window gets its system: `prepare`. When it has it: `show`. When shapes have bent: `follow`.
+struct KrAids
 {
     bool axes = false;
     bool volumes = false;
@@ -23,29 +26,25 @@ struct KrAppAids
     std::vector<std::string> selected; ///< links, LINK or MANIPULATOR/LINK
     double fade = 0.15;                ///< opacity of the other links, in [0, 1]
 
-    /// Adds what a list as "axes,mass" names; the word that names nothing, or the empty string.
-    std::string addShown(const std::string& list);
-    /// What can be shown, as words of such a list.
-    static const std::vector<std::string>& words();
+    /// The names of the aids that `add` takes: "axes", "volumes", "mass", "collision".
+    static const std::vector<std::string>& names();
+    /// Adds the aid of that name; false when there is none.
+    bool add(const std::string& name);
     bool areShown() const { return axes || volumes || mass || collisions; }
-
-    /// A robot that has collision shapes only is drawn with them, and that is told.
-    void complete(const KrAppRobot& robot, std::vector<std::string>& warnings);
 
     /// Of a link's axes, m: `axisScale`, or a part of the size of the system in its state.
     double axisLength(const KrStatedSystem& system) const;
+    /// Everything that is shown of `system`, to be in the picture.
+    KrFraming::Shown shown(const KrStatedSystem& system) const;
 
-    /// Lets everything that is shown be in the picture.
-    void frame(const KrStatedSystem& system, KrFraming& framing) const;
-
-    /// Before the robot is loaded: tells of aids that will show nothing. Where they are not shown, a single line
-    /// tells of impossible ones, unless the import has.
-    void foldMasses(const KrAppRobot& robot, std::vector<std::string>& warnings) const;
-    /// Before the robot is loaded: selects links, gives volumes a look that lets the robot be seen, and chooses the
-    /// axes' length. Links that are selected get shapes of their own. Throws KrAppFailure (CouldNot) for a link that is
-    /// not there.
-    void prepare(KrAppRobot& robot, KrVisualizationParameters& parameters) const;
-    /// When the window has its system: shows the aids.
+    /// Selects links, gives volumes a look that lets the robot be seen, and chooses the axes' length.
+    /// @param system    to be shown afterwards: a selection lets links have shapes of their own
+    /// @param reason    why not: there is no link of a name, and which ones resemble it. Without a full stop
+    /// @param warnings  gets a sentence for each link that has nothing to be seen
+    /// @return false when a link is not there; the links before it are selected
+    bool prepare(KrStatedSystem& system, KrVisualizationParameters& parameters, std::string& reason,
+                 std::vector<std::string>& warnings) const;
+    /// When the window has its system: shows the aids. Once more for each new scene.
     void show(KrRenderWindow& window) const;
     /// When shapes have bent: lets the volumes, where they are shown, enclose them as they are now.
     static void follow(KrRenderWindow& window);

@@ -1,17 +1,18 @@
-#include "KrAppFrameWriter.h"
+#include <picture/KrFrameWriter.h>
 
-#include "KrAppScene.h"
+#include <picture/KrDownscale.h>
 
+#include <exception>
 #include <utility>
 
-KrAppFrameWriter::KrAppFrameWriter(unsigned int factor, Write write)
+KrFrameWriter::KrFrameWriter(unsigned int factor, Write write)
     : m_factor(factor)
     , m_write(std::move(write))
     , m_thread([this] { run(); })
 {
 }
 
-KrAppFrameWriter::~KrAppFrameWriter()
+KrFrameWriter::~KrFrameWriter()
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -21,11 +22,11 @@ KrAppFrameWriter::~KrAppFrameWriter()
     m_thread.join();
 }
 
-unsigned char* KrAppFrameWriter::lend(unsigned int width, unsigned int height)
+unsigned char* KrFrameWriter::lend(unsigned int width, unsigned int height)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_failure || m_numSubmitted - m_numWritten < kMostWaiting; });
-    if (m_failure) {
+    m_changed.wait(lock, [this] { return m_hasFailed || m_numSubmitted - m_numWritten < kMostWaiting; });
+    if (m_hasFailed) {
         return nullptr;
     }
     // Free: the writing thread looks at it only after it is submitted.
@@ -39,7 +40,7 @@ unsigned char* KrAppFrameWriter::lend(unsigned int width, unsigned int height)
     return fits ? drawn.data() : nullptr;
 }
 
-void KrAppFrameWriter::submit()
+void KrFrameWriter::submit()
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -48,28 +49,45 @@ void KrAppFrameWriter::submit()
     m_changed.notify_all();
 }
 
-std::size_t KrAppFrameWriter::numWritten() const
+std::size_t KrFrameWriter::numWritten() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_numWritten;
 }
 
-bool KrAppFrameWriter::hasFailed() const
+bool KrFrameWriter::hasFailed() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_failure != nullptr;
+    return m_hasFailed;
 }
 
-void KrAppFrameWriter::finish()
+bool KrFrameWriter::finish(std::string& reason)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_failure || m_numWritten == m_numSubmitted; });
-    if (m_failure) {
-        std::rethrow_exception(m_failure);
+    m_changed.wait(lock, [this] { return m_hasFailed || m_numWritten == m_numSubmitted; });
+    if (m_hasFailed) {
+        reason = m_reason;
     }
+    return !m_hasFailed;
 }
 
-void KrAppFrameWriter::run()
+bool KrFrameWriter::write(std::size_t number, KrImage& small, std::string& reason)
+{
+    const KrImage& drawn = m_drawn[number % kMostWaiting];
+    try {
+        if (m_factor > 1) {
+            KrDownscale::average(drawn, m_factor, small);
+        }
+        return m_write(m_factor > 1 ? small : drawn, number, reason);
+    } catch (const std::exception& error) {
+        reason = error.what();
+    } catch (...) {
+        reason = "the writing failed";
+    }
+    return false;
+}
+
+void KrFrameWriter::run()
 {
     KrImage picture;
     std::unique_lock<std::mutex> lock(m_mutex);
@@ -80,21 +98,14 @@ void KrAppFrameWriter::run()
         }
         const std::size_t number = m_numWritten;
         lock.unlock();
-        std::exception_ptr failure;
-        try {
-            const KrImage& drawn = m_drawn[number % kMostWaiting];
-            if (m_factor > 1) {
-                KrAppScene::average(drawn, m_factor, picture);
-            }
-            m_write(m_factor > 1 ? picture : drawn, number);
-        } catch (...) {
-            failure = std::current_exception();
-        }
+        std::string reason;
+        const bool isWritten = write(number, picture, reason);
         lock.lock();
-        m_failure = failure;
-        m_numWritten += failure ? 0 : 1;
+        m_hasFailed = !isWritten;
+        m_reason = reason;
+        m_numWritten += isWritten ? 1 : 0;
         m_changed.notify_all();
-        if (failure) {
+        if (!isWritten) {
             return;
         }
     }

@@ -5,26 +5,27 @@
 #include <array>
 #include <condition_variable>
 #include <cstddef>
-#include <exception>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 
 /// Averages drawn frames down and writes them on a thread of its own, beside the drawing of the next ones.
 ///
 /// Frames wait in a few pictures that are used again and again: drawing that is faster than writing waits.
-class KrAppFrameWriter
+class KrFrameWriter
 {
 public:
-    /// Writes frame `number`, counted from 0; called in order on the writing thread. What it throws ends the writing.
-    using Write = std::function<void(const KrImage& picture, std::size_t number)>;
+    /// Writes frame `number`, counted from 0; called in order on the writing thread. False ends the writing, and
+    /// `reason` says why; an exception counts as that, its text as the reason.
+    using Write = std::function<bool(const KrImage& picture, std::size_t number, std::string& reason)>;
 
     /// @param factor  drawn pixels for each pixel of a written picture, across and down
-    KrAppFrameWriter(unsigned int factor, Write write);
+    KrFrameWriter(unsigned int factor, Write write);
     /// Waits for the frame that is being written; those behind it are dropped.
-    ~KrAppFrameWriter();
-    KrAppFrameWriter(const KrAppFrameWriter&) = delete;
-    KrAppFrameWriter& operator=(const KrAppFrameWriter&) = delete;
+    ~KrFrameWriter();
+    KrFrameWriter(const KrFrameWriter&) = delete;
+    KrFrameWriter& operator=(const KrFrameWriter&) = delete;
 
     /// Memory for the next frame as it is drawn: RGB, row 0 at the bottom, no padding. Waits until there is some; null
     /// when writing has failed.
@@ -34,13 +35,14 @@ public:
 
     std::size_t numWritten() const;
     bool hasFailed() const;
-    /// Waits until all frames are written. Throws what the writing threw.
-    void finish();
+    /// Waits until all frames are written, or the writing has failed: false, and the reason is that of `Write`.
+    bool finish(std::string& reason);
 
 private:
     static constexpr std::size_t kMostWaiting = 4;
 
     void run();
+    bool write(std::size_t number, KrImage& small, std::string& reason);
 
     const unsigned int m_factor;
     const Write m_write;
@@ -50,6 +52,7 @@ private:
     std::size_t m_numSubmitted = 0;
     std::size_t m_numWritten = 0;
     bool m_isEnding = false;
-    std::exception_ptr m_failure;
+    bool m_hasFailed = false;
+    std::string m_reason;
     std::thread m_thread; ///< last: it begins when all of the above is there
 };

@@ -1,7 +1,6 @@
 #include <picture/KrFraming.h>
 
 #include <picture/KrMotion.h>
-
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/grid/KrGridPhysicalExtent.h>
 #include <toolkit/system/KrManipulatorActiveState.h>
@@ -83,6 +82,11 @@ void addShape(KrFraming& framing, const KrShape* shape, const KrCoordinateSystem
 }
 
 } // namespace
+
+KrVector KrFraming::towardsEye(double azimuth, double elevation)
+{
+    return {std::cos(elevation) * std::cos(azimuth), std::cos(elevation) * std::sin(azimuth), std::sin(elevation)};
+}
 
 KrFraming::KrFraming(const KrVector& towardsEye, const KrVector& up, double fieldOfView, double aspectRatio)
     : m_towards(towardsEye)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <toolkit/extent/KrEllipsoid.h>
+#include <toolkit/math/KrAngle.h>
 #include <toolkit/math/KrVector.h>
 #include <toolkit/system/KrStatedSystem.h>
 #include <toolkit/visualization/KrPovParameters.h>
@@ -15,6 +16,13 @@ class KrMotion;
 class KrFraming
 {
 public:
+    // Where one looks at a robot from when nothing else is asked for: it faces +x, past the viewer's right shoulder.
+    static constexpr double kAzimuth = Kr::Angle::radians(-50.0);    ///< of the eye about z from +x, rad
+    static constexpr double kElevation = Kr::Angle::radians(22.0);   ///< of the eye above the horizon, rad
+    static constexpr double kFieldOfView = Kr::Angle::radians(30.0); ///< full vertical angle, rad
+    /// The direction of that length 1, from the scene to the eye.
+    static KrVector towardsEye(double azimuth = kAzimuth, double elevation = kElevation);
+
     /// @param towardsEye   from the scene to the eye; any non-zero length
     /// @param up           up in the picture; replaced by a sideways direction where it is parallel to `towardsEye`
     /// @param fieldOfView  full vertical angle, rad, in (0, pi)

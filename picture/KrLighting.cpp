@@ -1,5 +1,7 @@
 #include <picture/KrLighting.h>
 
+#include <rendCore/window/KrSGWindow.h>
+
 namespace
 {
 
@@ -32,4 +34,10 @@ KrLightParameters KrLighting::threeLamps(const KrPovParameters& pov)
     lights.lights().push_back(lamp({0.95, 0.15, 0.60}, right, up, back, {0.26, 0.27, 0.29}, 0.10));
     lights.lights().push_back(lamp({0.30, 0.70, -0.90}, right, up, back, {0.30, 0.30, 0.31}, 0.35));
     return lights;
+}
+
+void KrLighting::light(KrSGWindow& window)
+{
+    window.loadLight(threeLamps(window.getPovParameters()));
+    window.setAmbientLight(ambientLight());
 }

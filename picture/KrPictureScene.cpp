@@ -2,7 +2,6 @@
 
 #include <picture/KrAids.h>
 #include <picture/KrDownscale.h>
-#include <picture/KrFraming.h>
 #include <picture/KrLighting.h>
 #include <rendCore/capture/KrFrameStream.h>
 #include <toolkit/foundation/KrReason.h>
@@ -47,8 +46,6 @@ bool failToDraw(const KrReason& said, std::string& reason)
 
 } // namespace
 
-const KrVector KrPictureScene::kTowardsEye(1.0, -1.2, 0.65);
-
 KrPictureScene::KrPictureScene()
 {
     m_window.setHideWindow(true);
@@ -87,8 +84,7 @@ bool KrPictureScene::resize(unsigned int factor, std::string& reason)
     }
     const KrReason said;
     if (!m_window.setWindowSize(m_width * factor, m_height * factor)) {
-        reason = "cannot draw " + sizeText(m_width, m_height) +
-                 " pixels: " + said.text("the driver refuses that size");
+        reason = "cannot draw " + sizeText(m_width, m_height) + " pixels: " + said.text("the driver refuses that size");
         return false;
     }
     m_drawnFactor = factor;
@@ -115,10 +111,13 @@ bool KrPictureScene::show(KrStatedSystem& system, const KrVisualizationParameter
 bool KrPictureScene::show(KrStatedSystem& system, std::string& reason, const KrVector& towardsEye)
 {
     const double aspectRatio = static_cast<double>(m_width) / std::max(1u, m_height);
-    KrFraming framing(towardsEye, KrVector(0.0, 0.0, 1.0), kFieldOfView, aspectRatio);
+    KrFraming framing(towardsEye, KrVector(0.0, 0.0, 1.0), KrFraming::kFieldOfView, aspectRatio);
     framing.add(system.manipulatorSystem(), system.systemState());
+    KrRenderParameters render;
+    render.setBackgroundColor(KrLighting::background());
     KrVisualizationParameters parameters;
     parameters.setPovParameters(framing.pov());
+    parameters.setRenderParameters(render);
     if (!show(system, parameters, reason)) {
         return false;
     }

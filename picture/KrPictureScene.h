@@ -1,5 +1,6 @@
 #pragma once
 
+#include <picture/KrFraming.h>
 #include <rendCore/capture/KrDepthCapture.h>
 #include <rendCore/system/KrRenderWindow.h>
 #include <toolkit/image/KrImage.h>
@@ -33,10 +34,10 @@ public:
     /// `window().setAmbientLight` has it.
     /// @param system  borrowed, outlives the scene; its list of changed shapes gets those that bend
     bool show(KrStatedSystem& system, const KrVisualizationParameters& parameters, std::string& reason);
-    /// Shows the system as one wants to see it first: in its present state it fills the picture, in the lamps and the
-    /// light of KrLighting.
+    /// Shows the system as one wants to see it first: in its present state it fills the picture, in the light and
+    /// before the background of KrLighting.
     /// @param towardsEye  from the system to the eye, of any length but 0; z is up
-    bool show(KrStatedSystem& system, std::string& reason, const KrVector& towardsEye = kTowardsEye);
+    bool show(KrStatedSystem& system, std::string& reason, const KrVector& towardsEye = KrFraming::towardsEye());
 
     /// Draws `state`: width x height, RGB, row 0 at the bottom.
     bool draw(const KrManipulatorSystemState& state, KrImage& picture, std::string& reason);
@@ -54,10 +55,6 @@ public:
     KrRenderWindow& window() { return m_window; }
     /// Drawn pixels for each pixel of a picture, across and down.
     unsigned int factor() const { return m_factor; }
-
-    /// A robot faces +x: from its right front, a little from above.
-    static const KrVector kTowardsEye;
-    static constexpr double kFieldOfView = 0.5235987755982988; ///< full vertical angle, rad: 30 degrees
 
 private:
     void pose(const KrManipulatorSystemState& state);

@@ -1,14 +1,9 @@
-#include "KrAppTiles.h"
+#include <picture/KrTiles.h>
 
-#include "KrAppFailure.h"
-#include "KrAppOptions.h"
-#include "KrAppRobot.h"
-#include "KrAppScene.h"
-
-#include <picture/KrFraming.h>
+#include <picture/KrDownscale.h>
 #include <picture/KrLighting.h>
 #include <picture/KrMotion.h>
-#include <picture/KrValueText.h>
+#include <picture/KrPictureScene.h>
 
 #include <algorithm>
 #include <cmath>
@@ -17,128 +12,129 @@
 namespace
 {
 
-/// A robot faces +x and has its left at +y.
-struct Side
+constexpr unsigned int kChannels = 3;
+
+struct NamedSide
 {
     const char* name;
-    KrVector towardsEye;
-    KrVector up;
+    KrViewSide side;
 };
 
-const KrVector kUp(0.0, 0.0, 1.0);
-
-const std::vector<Side>& sides()
+const std::vector<NamedSide>& sides()
 {
-    static const std::vector<Side> all = {
-        {"front", {1.0, 0.0, 0.0}, kUp},
-        {"back", {-1.0, 0.0, 0.0}, kUp},
-        {"left", {0.0, 1.0, 0.0}, kUp},
-        {"right", {0.0, -1.0, 0.0}, kUp},
-        {"side", {0.0, -1.0, 0.0}, kUp},
-        {"top", {0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}}, // as on a map: x to the right, y up
-        {"bottom", {0.0, 0.0, -1.0}, {0.0, 1.0, 0.0}},
+    static const KrVector s_up(0.0, 0.0, 1.0);
+    static const std::vector<NamedSide> s_sides = {
+        {"front", {{1.0, 0.0, 0.0}, s_up}},
+        {"back", {{-1.0, 0.0, 0.0}, s_up}},
+        {"left", {{0.0, 1.0, 0.0}, s_up}},
+        {"right", {{0.0, -1.0, 0.0}, s_up}},
+        {"side", {{0.0, -1.0, 0.0}, s_up}},
+        {"top", {{0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}}}, // as on a map: x to the right, y up
+        {"bottom", {{0.0, 0.0, -1.0}, {0.0, 1.0, 0.0}}},
+        {"perspective", {KrFraming::towardsEye(), s_up}},
     };
-    return all;
-}
-
-const char* const kPerspective = "perspective";
-
-Side sideOf(const std::string& name, const KrAppOptions& options)
-{
-    const auto found =
-        std::find_if(sides().begin(), sides().end(), [&](const Side& side) { return name == side.name; });
-    return found != sides().end() ? *found : Side{kPerspective, options.towardsEye(), kUp};
+    return s_sides;
 }
 
 } // namespace
 
-const std::vector<std::string>& KrAppTiles::names()
+const std::vector<std::string>& KrViewSide::names()
 {
-    static const std::vector<std::string> all = [] {
-        std::vector<std::string> list;
-        for (const Side& side : sides()) {
-            list.emplace_back(side.name);
+    static const std::vector<std::string> s_names = [] {
+        std::vector<std::string> names;
+        for (const NamedSide& named : sides()) {
+            names.emplace_back(named.name);
         }
-        list.emplace_back(kPerspective);
-        return list;
+        return names;
     }();
-    return all;
+    return s_names;
 }
 
-std::vector<std::string> KrAppTiles::parse(const std::string& list)
+bool KrViewSide::find(const std::string& name, KrViewSide& side)
 {
-    std::vector<std::string> views = KrValueText::split(list, ',');
-    for (const std::string& view : views) {
-        if (std::find(names().begin(), names().end(), view) == names().end()) {
-            std::string known;
-            for (const std::string& name : names()) {
-                known += (known.empty() ? "" : ", ") + name;
-            }
-            const std::vector<std::string> near = KrValueText::nearest(view, names());
-            throw KrAppFailure(KrAppFailure::WrongUsage,
-                               "--views " + list + ": there is no view \"" + view + "\", but " + known +
-                                   (near.empty() ? "" : "; did you mean " + near.front() + "?"));
+    for (const NamedSide& named : sides()) {
+        if (name == named.name) {
+            side = named.side;
+            return true;
         }
     }
-    return views;
+    return false;
 }
 
-KrAppTiles::KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrMotion& motion,
-                       const KrColor& background)
-    : m_width(options.width)
-    , m_height(options.height)
+KrTiles::KrTiles(unsigned int width, unsigned int height, const KrColor& background)
+    : m_width(width)
+    , m_height(height)
 {
-    const auto count = static_cast<unsigned int>(options.views.size());
-    unsigned int largest = 0;
-    for (unsigned int columns = 1; columns <= count; ++columns) {
-        const unsigned int rows = (count + columns - 1) / columns;
-        const unsigned int shorter = std::min(m_width / columns, m_height / rows);
-        if (shorter > largest) {
-            largest = shorter;
-            m_columns = columns;
-            m_rows = rows;
-        }
-    }
-    if (largest == 0) {
-        throw KrAppFailure(KrAppFailure::WrongUsage, std::to_string(m_width) + " x " + std::to_string(m_height) +
-                                                         " pixels are too few for " + std::to_string(count) + " views");
-    }
     const double channels[] = {background.red(), background.green(), background.blue()};
-    for (unsigned int i = 0; i < 3; ++i) {
+    for (unsigned int i = 0; i < kChannels; ++i) {
         m_background[i] = static_cast<unsigned char>(std::lround(255.0 * std::clamp(channels[i], 0.0, 1.0)));
     }
-    for (const std::string& name : options.views) {
-        const Side side = sideOf(name, options);
-        KrFraming framing(side.towardsEye, side.up, options.verticalFieldOfView(),
-                          static_cast<double>(tileWidth()) / tileHeight());
-        options.aids.frame(robot.statedSystem(), framing);
-        framing.addMotion(robot.statedSystem().manipulatorSystem(), motion);
-        m_povs.push_back(framing.pov());
-    }
 }
 
-void KrAppTiles::draw(KrAppScene& scene, const KrManipulatorSystemState& state, unsigned char* out)
+bool KrTiles::frame(const std::vector<KrViewSide>& sides, double fieldOfView, const KrFraming::Shown& shown,
+                    const KrManipulatorSystem& system, KrMotion& motion, std::string& reason)
 {
-    constexpr unsigned int kChannels = 3;
-    const unsigned int factor = scene.factor();
-    const std::size_t width = std::size_t(factor) * tileWidth();
-    const std::size_t height = std::size_t(factor) * tileHeight();
-    const std::size_t wholeWidth = std::size_t(factor) * m_width;
-    const std::size_t wholeHeight = std::size_t(factor) * m_height;
+    const KrTileGrid grid = KrTileGrid::largest(static_cast<unsigned int>(sides.size()), m_width, m_height);
+    if (grid.numPlaces() == 0) {
+        reason = std::to_string(m_width) + " x " + std::to_string(m_height) + " pixels are too few for " +
+                 std::to_string(sides.size()) + " views";
+        return false;
+    }
+    m_grid = grid;
+    m_povs.clear();
+    for (const KrViewSide& side : sides) {
+        KrFraming framing(side.towardsEye, side.up, fieldOfView, static_cast<double>(grid.width) / grid.height);
+        framing.setShown(shown);
+        framing.addMotion(system, motion);
+        m_povs.push_back(framing.pov());
+    }
+    return true;
+}
+
+bool KrTiles::draw(KrPictureScene& scene, const KrManipulatorSystemState& state, unsigned char* out,
+                   std::string& reason)
+{
+    const std::size_t factor = scene.factor();
+    const std::size_t wholeWidth = factor * m_width;
+    const std::size_t wholeHeight = factor * m_height;
+    const std::size_t width = factor * m_grid.width;
+    const std::size_t height = factor * m_grid.height;
     if (m_povs.size() * width * height < wholeWidth * wholeHeight) {
         for (std::size_t i = 0; i < wholeWidth * wholeHeight; ++i) {
             std::memcpy(out + i * kChannels, m_background, kChannels);
         }
     }
+    const std::size_t below = wholeHeight - m_grid.rows * height; // pixels that no tile has
     for (std::size_t i = 0; i < m_povs.size(); ++i) {
         scene.window().setPovParameters(m_povs[i]);
         scene.window().loadLight(KrLighting::threeLamps(m_povs[i]));
-        scene.drawLarge(state, m_tile);
-        const std::size_t left = i % m_columns * width;
-        const std::size_t bottom = wholeHeight - (i / m_columns + 1) * height;
+        if (!scene.drawLarge(state, m_tile, reason)) {
+            return false;
+        }
+        if (m_tile.width() != width || m_tile.height() != height) {
+            reason = "the scene is not of a tile's size";
+            return false;
+        }
+        const std::size_t left = factor * m_grid.left(i);
+        const std::size_t bottom = below + factor * m_grid.bottom(i);
         for (std::size_t row = 0; row < height; ++row) {
             std::memcpy(out + ((bottom + row) * wholeWidth + left) * kChannels, m_tile.data() + row * width * kChannels,
                         width * kChannels);
         }
     }
+    return true;
+}
+
+bool KrTiles::draw(KrPictureScene& scene, const KrManipulatorSystemState& state, KrImage& picture, std::string& reason)
+{
+    m_large.allocate(kChannels, 0, m_width * scene.factor(), m_height * scene.factor());
+    if (m_large.empty()) {
+        reason = "there is not enough memory for this";
+        return false;
+    }
+    if (!draw(scene, state, m_large.data(), reason)) {
+        return false;
+    }
+    KrDownscale::average(m_large, scene.factor(), picture);
+    return true;
 }

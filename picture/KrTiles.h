@@ -1,7 +1,10 @@
 #pragma once
 
+#include <picture/KrFraming.h>
+#include <rendCore/system/KrTileGrid.h>
 #include <toolkit/image/KrImage.h>
 #include <toolkit/math/KrColor.h>
+#include <toolkit/math/KrVector.h>
 #include <toolkit/system/KrManipulatorSystemState.h>
 #include <toolkit/visualization/KrPovParameters.h>
 
@@ -9,45 +12,56 @@
 #include <vector>
 
 class KrMotion;
-class KrAppScene;
-struct KrAppOptions;
-struct KrAppRobot;
+class KrPictureScene;
 
-/// One picture made of several views of the same system, in equal tiles: row by row from the upper left, in as many
-/// columns as leave the tiles largest, by their shorter side. Each view is framed by itself. Pixels that do not make up
-/// a whole tile, at the right and below, and tiles without a view show the background.
-class KrAppTiles
+/// From where a view looks at a system: a robot faces +x and has its left at +y.
+struct KrViewSide
+{
+    KrVector towardsEye; ///< of any length but 0
+    KrVector up;
+
+    /// "front", "back", "left", "right", "side" (as right), "top", "bottom", "perspective" (KrFraming::towardsEye).
+    static const std::vector<std::string>& names();
+    /// False, and no change, when there is none of that name.
+    static bool find(const std::string& name, KrViewSide& side);
+};
+
+/// One picture made of several views of the same system, in equal tiles (KrTileGrid::largest). Each view is framed by
+/// itself. Pixels that do not make up a whole tile, at the right and below, and tiles without a view show the
+/// background.
+class KrTiles
 {
 public:
-    /// The names of views that a list may hold.
-    static const std::vector<std::string>& names();
-    /// Splits "front,top". Throws KrAppFailure (WrongUsage) for a name that is none of them.
-    static std::vector<std::string> parse(const std::string& list);
+    /// @param width, height  of the whole picture, pixels
+    /// @param background     for pixels without a view
+    KrTiles(unsigned int width, unsigned int height, const KrColor& background);
 
-    /// Frames every view about the whole motion. Throws KrAppFailure (WrongUsage) when a tile would have no pixel.
-    ///
-    /// @param options     `views` is not empty; `width` and `height` are the whole picture's
-    /// @param motion      fits the robot's system
-    /// @param background  for pixels without a view
-    KrAppTiles(const KrAppOptions& options, const KrAppRobot& robot, KrMotion& motion, const KrColor& background);
+    /// Frames every view about the whole motion.
+    /// @param fieldOfView  full vertical angle, rad
+    /// @param shown        of the system
+    /// @param motion       fits the system
+    /// @return false, with a reason and no change, when a tile would have no pixel
+    bool frame(const std::vector<KrViewSide>& sides, double fieldOfView, const KrFraming::Shown& shown,
+               const KrManipulatorSystem& system, KrMotion& motion, std::string& reason);
 
-    /// Of one tile, pixels.
-    unsigned int tileWidth() const { return m_width / m_columns; }
-    unsigned int tileHeight() const { return m_height / m_rows; }
+    /// Of one tile, pixels: the size of the scene that draws it.
+    unsigned int tileWidth() const { return m_grid.width; }
+    unsigned int tileHeight() const { return m_grid.height; }
 
     /// Draws `state`, with the lamps about each view's eye, into the whole picture as `scene` draws it, `factor()`
-    /// times as wide and high, before it is averaged down. Throws KrAppFailure (CouldNot).
-    ///
+    /// times as wide and high, before it is averaged down.
     /// @param scene  of a tile's size
     /// @param out    RGB, row 0 at the bottom, no padding
-    void draw(KrAppScene& scene, const KrManipulatorSystemState& state, unsigned char* out);
+    bool draw(KrPictureScene& scene, const KrManipulatorSystemState& state, unsigned char* out, std::string& reason);
+    /// The same, averaged down.
+    bool draw(KrPictureScene& scene, const KrManipulatorSystemState& state, KrImage& picture, std::string& reason);
 
 private:
     std::vector<KrPovParameters> m_povs;
     unsigned int m_width;
     unsigned int m_height;
-    unsigned int m_columns = 1;
-    unsigned int m_rows = 1;
+    KrTileGrid m_grid;
     unsigned char m_background[3];
     KrImage m_tile;
+    KrImage m_large;
 };

@@ -216,3 +216,13 @@ std::vector<std::string> KrValueText::nearest(const std::string& name, const std
     }
     return names;
 }
+
+std::string KrValueText::suggestion(const std::string& name, const std::vector<std::string>& candidates)
+{
+    const std::vector<std::string> near = nearest(name, candidates);
+    std::string words;
+    for (std::size_t i = 0; i < near.size(); ++i) {
+        words += (i == 0 ? "; did you mean " : i + 1 == near.size() ? " or " : ", ") + near[i];
+    }
+    return words + (near.empty() ? "" : "?");
+}

@@ -35,5 +35,7 @@ std::vector<std::string> colorNames();
 std::vector<std::string> split(const std::string& text, char separator);
 /// Up to three of `candidates` that resemble `name`, the nearest first.
 std::vector<std::string> nearest(const std::string& name, const std::vector<std::string>& candidates);
+/// The end of a sentence about a name that is not there: "; did you mean a, b or c?"; empty when nothing resembles it.
+std::string suggestion(const std::string& name, const std::vector<std::string>& candidates);
 
 } // namespace KrValueText

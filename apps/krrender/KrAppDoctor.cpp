@@ -1,11 +1,10 @@
 #include "KrAppDoctor.h"
 
-#include "KrAppFailure.h"
 #include "KrAppMessages.h"
-#include "KrAppScene.h"
 #include "KrAppVideo.h"
 
 #include <picture/KrLighting.h>
+#include <picture/KrPictureScene.h>
 #include <toolkit/context/KrEglWindowImpl.h>
 #include <toolkit/context/KrGlxWindowImpl.h>
 #include <toolkit/extent/KrBoxPhysicalExtent.h>
@@ -60,13 +59,15 @@ std::string drawBox()
     render.setBackgroundColor(KrColor(0.0, 0.0, 1.0));
     parameters.setRenderParameters(render);
 
+    KrPictureScene scene;
     KrImage picture;
-    try {
-        KrAppScene scene(kSize, kSize, 1, messages);
-        scene.show(system, parameters, true);
-        scene.draw(system.systemState(), picture);
-    } catch (const KrAppFailure& failure) {
-        return failure.what();
+    std::string reason;
+    if (!scene.open(kSize, kSize, 1, reason) || !scene.show(system, parameters, reason)) {
+        return reason;
+    }
+    scene.window().setAmbientLight(KrLighting::ambientLight());
+    if (!scene.draw(system.systemState(), picture, reason)) {
+        return reason;
     }
     const unsigned char* const corner = picture.data();
     const unsigned char* const middle = picture.data() + 3 * std::size_t(kSize / 2 * kSize + kSize / 2);

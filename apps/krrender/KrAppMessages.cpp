@@ -1,7 +1,8 @@
 #include "KrAppMessages.h"
 
+#include <toolkit/foundation/KrReason.h>
+
 #include <algorithm>
-#include <cctype>
 
 /// Takes what would go to the standard error stream.
 class KrAppMessages::SceneGraphMessages : public osg::NotifyHandler
@@ -13,7 +14,7 @@ public:
     }
     void notify(osg::NotifySeverity severity, const char* message) override
     {
-        const std::string text = oneLine(message);
+        const std::string text = KrReason::oneLine(message);
         if (severity <= osg::WARN && !text.empty()) {
             const std::lock_guard<std::mutex> lock(m_messages.m_mutex);
             m_messages.addText(text);
@@ -30,7 +31,7 @@ KrAppMessages::KrAppMessages()
     m_before = Kr::Print::instance()->setSink([this](Kr::Print::Type type, const std::string& text) {
         if (type >= Kr::Print::Warning) {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            m_last = sentence(text);
+            m_last = KrReason::sentence(text);
             addText(m_last);
         }
     });
@@ -57,23 +58,6 @@ void KrAppMessages::clear()
     m_last.clear();
 }
 
-std::string KrAppMessages::oneLine(const std::string& text)
-{
-    std::string line;
-    for (const char c : text) {
-        const bool isSpace = std::isspace(static_cast<unsigned char>(c)) != 0;
-        if (!isSpace) {
-            line += c;
-        } else if (!line.empty() && line.back() != ' ') {
-            line += ' ';
-        }
-    }
-    while (!line.empty() && (line.back() == ' ' || line.back() == '.')) {
-        line.pop_back();
-    }
-    return line;
-}
-
 std::string KrAppMessages::printable(const std::string& text)
 {
     std::string shown;
@@ -86,19 +70,6 @@ std::string KrAppMessages::printable(const std::string& text)
         i += isControl2 ? 1 : 0;
     }
     return shown;
-}
-
-std::string KrAppMessages::sentence(const std::string& text)
-{
-    const std::string line = oneLine(text);
-    const std::size_t dash = line.find(" - ");
-    if (dash == std::string::npos || line.find(' ') != dash) {
-        return line;
-    }
-    const bool isClass = dash > 2 && line.compare(0, 2, "Kr") == 0 &&
-                         std::all_of(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(dash),
-                                     [](unsigned char c) { return std::isalnum(c) != 0; });
-    return isClass || line.find("::") < dash ? line.substr(dash + 3) : line;
 }
 
 std::string KrAppMessages::lastReason(const std::string& fallback) const

@@ -19,18 +19,13 @@ public:
     KrAppMessages(const KrAppMessages&) = delete;
     KrAppMessages& operator=(const KrAppMessages&) = delete;
 
-    /// The toolkit's last message as `sentence`; `fallback` when there is none.
+    /// The toolkit's last message as KrReason::sentence; `fallback` when there is none.
     std::string lastReason(const std::string& fallback) const;
     /// Forgets what was said so far: it has been told in another way.
     void clear();
-    /// Everything that was said, as `sentence`s, each once. While no other thread works.
+    /// Everything that was said, as such sentences, each once. While no other thread works.
     const std::vector<std::string>& texts() const { return m_texts; }
 
-    /// One line without "Class::method - " or "KrClass - " at its beginning, which tells a user nothing.
-    static std::string sentence(const std::string& text);
-
-    /// One line of `text`: line ends and runs of white space become one space, the full stop at its end goes.
-    static std::string oneLine(const std::string& text);
     /// With "?" for what would steer a terminal instead of being shown: names come from files.
     static std::string printable(const std::string& text);
 

@@ -1,14 +1,15 @@
 #include "KrAppOptions.h"
 
+#include "KrAppAids.h"
 #include "KrAppDepth.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
 #include "KrAppMessages.h"
 #include "KrAppSidecar.h"
-#include "KrAppTiles.h"
 
+#include <picture/KrTiles.h>
 #include <picture/KrValueText.h>
-
+#include <toolkit/foundation/KrReason.h>
 #include <toolkit/math/KrAngle.h>
 
 #include <CLI/CLI.hpp>
@@ -21,10 +22,6 @@
 
 namespace
 {
-
-constexpr double kDefaultFieldOfView = 30.0; // degrees
-constexpr double kDefaultAzimuth = -50.0;    // degrees: the robot looks along +x, past the viewer's right shoulder
-constexpr double kDefaultElevation = 22.0;   // degrees
 
 [[noreturn]] void wrongUsage(const std::string& sentence)
 {
@@ -261,7 +258,7 @@ public:
             wrongUsage(name + " needs " + option->get_type_name());
         }
     }
-    wrongUsage(KrAppMessages::oneLine(error.what()) + " (krrender --help lists the options)");
+    wrongUsage(KrReason::oneLine(error.what()) + " (krrender --help lists the options)");
 }
 
 void readSize(const std::string& text, KrAppOptions& options)
@@ -313,6 +310,25 @@ std::optional<KrVector> readVector(const char* option, const std::string& text)
     return value;
 }
 
+/// Splits "front,top".
+std::vector<std::string> readViews(const std::string& list)
+{
+    std::vector<std::string> views = KrValueText::split(list, ',');
+    const std::vector<std::string>& names = KrViewSide::names();
+    for (const std::string& view : views) {
+        if (std::find(names.begin(), names.end(), view) == names.end()) {
+            std::string known;
+            for (const std::string& name : names) {
+                known += (known.empty() ? "" : ", ") + name;
+            }
+            const std::vector<std::string> near = KrValueText::nearest(view, names);
+            wrongUsage("--views " + list + ": there is no view \"" + view + "\", but " + known +
+                       (near.empty() ? "" : "; did you mean " + near.front() + "?"));
+        }
+    }
+    return views;
+}
+
 void readCamera(const Words& words, KrAppOptions& options)
 {
     options.eye = readVector("--eye", words.eye);
@@ -336,10 +352,10 @@ void readCamera(const Words& words, KrAppOptions& options)
         options.fieldOfView = Kr::Angle::radians(readNumber("--fov", words.fieldOfView, 1.0, 170.0));
     }
     const auto angle = [](const char* option, const std::string& text, double fallback, double limit) {
-        return Kr::Angle::radians(text.empty() ? fallback : readNumber(option, text, -limit, limit));
+        return text.empty() ? fallback : Kr::Angle::radians(readNumber(option, text, -limit, limit));
     };
-    options.azimuth = angle("--azimuth", words.azimuth, kDefaultAzimuth, 360.0);
-    options.elevation = angle("--elevation", words.elevation, kDefaultElevation, 90.0);
+    options.azimuth = angle("--azimuth", words.azimuth, KrFraming::kAzimuth, 360.0);
+    options.elevation = angle("--elevation", words.elevation, KrFraming::kElevation, 90.0);
 }
 
 void readIntrinsics(const Words& words, KrAppOptions& options)
@@ -355,7 +371,7 @@ void readIntrinsics(const Words& words, KrAppOptions& options)
             wrongUsage("--views places its cameras by itself: of the other camera options only --fov, --azimuth and "
                        "--elevation go with it");
         }
-        options.views = KrAppTiles::parse(words.views);
+        options.views = readViews(words.views);
     }
     if (!words.intrinsics.empty()) {
         KrCameraIntrinsics camera;
@@ -383,12 +399,12 @@ void readJoints(const Words& words, KrAppOptions& options)
     }
 }
 
-void readAids(const Words& words, KrAppAids& aids)
+void readAids(const Words& words, KrAids& aids)
 {
     for (const std::string& list : words.show) {
-        const std::string wrong = aids.addShown(list);
+        const std::string wrong = KrAppAids::add(aids, list);
         if (!wrong.empty()) {
-            const std::vector<std::string> near = KrValueText::nearest(wrong, KrAppAids::words());
+            const std::vector<std::string> near = KrValueText::nearest(wrong, KrAids::names());
             wrongUsage("--show " + list + ": axes, volumes, mass and collision can be shown" +
                        (near.empty() ? "" : "; did you mean " + near.front() + "?"));
         }
@@ -509,12 +525,12 @@ void checkCombination(const KrAppOptions& options)
 
 double KrAppOptions::verticalFieldOfView() const
 {
-    return fieldOfView.value_or(Kr::Angle::radians(kDefaultFieldOfView));
+    return fieldOfView.value_or(KrFraming::kFieldOfView);
 }
 
 KrVector KrAppOptions::towardsEye() const
 {
-    return {std::cos(elevation) * std::cos(azimuth), std::cos(elevation) * std::sin(azimuth), std::sin(elevation)};
+    return KrFraming::towardsEye(azimuth, elevation);
 }
 
 bool KrAppOptions::isStandardOutputTaken() const

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "KrAppAids.h"
 #include "KrAppRangeMap.h"
 
+#include <picture/KrAids.h>
 #include <rendCore/capture/KrDepthCapture.h>
 #include <rendCore/window/KrCameraIntrinsics.h>
 #include <toolkit/math/KrColor.h>
@@ -54,13 +54,13 @@ struct KrAppOptions
     double azimuth = 0.0;              ///< of the eye about z from +x, rad, for the automatic point of view
     double elevation = 0.0;            ///< of the eye above the horizon, rad
     bool useFileView = false;          ///< point of view, lights and background of the native file
-    std::vector<std::string> views;    ///< names of KrAppTiles, each a tile of the picture; empty for one view
+    std::vector<std::string> views;    ///< names of KrViewSide, each a tile of the picture; empty for one view
     std::string camera;                ///< description of a picture: where its camera stood and what it was
     std::optional<KrCameraIntrinsics> intrinsics;
     std::optional<KrPovParameters> pov; ///< of `camera`
     bool isSizeGiven = false;
 
-    KrAppAids aids;
+    KrAids aids;
 
     // The pose.
     std::vector<std::pair<std::string, std::string>> joints; ///< name and value as they were typed, in that order

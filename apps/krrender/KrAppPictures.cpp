@@ -1,9 +1,9 @@
 #include "KrAppPictures.h"
 
+#include "KrAppAids.h"
 #include "KrAppDepth.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
-#include "KrAppFrameWriter.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
 #include "KrAppOptions.h"
@@ -13,8 +13,11 @@
 #include "KrAppSight.h"
 #include "KrAppVideo.h"
 
+#include <picture/KrFrameWriter.h>
 #include <picture/KrFraming.h>
+#include <picture/KrLighting.h>
 #include <picture/KrMotion.h>
+#include <rendCore/capture/KrFrameStream.h>
 #include <toolkit/foundation/KrPrint.h>
 
 #include <unistd.h>
@@ -26,12 +29,20 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <memory>
-#include <new>
 #include <utility>
 
 namespace
 {
+
+/// Throws what the picture library gives as a reason, where it says that something failed.
+void demand(bool isDone, const std::string& reason)
+{
+    if (!isDone) {
+        throw KrAppFailure(KrAppFailure::CouldNot, reason);
+    }
+}
 
 [[noreturn]] void stopped(std::size_t done, std::size_t total)
 {
@@ -92,22 +103,58 @@ KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrV
     , m_motion(motion)
     , m_messages(messages)
 {
-    if (!options.views.empty()) {
-        m_tiles.emplace(options, robot, motion, parameters.renderParameters().backgroundColor());
-    }
-    m_scene.emplace(m_tiles ? m_tiles->tileWidth() : options.width, m_tiles ? m_tiles->tileHeight() : options.height,
-                    options.samples, messages);
     const KrColor& background = parameters.renderParameters().backgroundColor();
+    if (!options.views.empty()) {
+        makeTiles(background);
+    }
+    openScene();
     const double channels[] = {background.red(), background.green(), background.blue()};
     for (unsigned int i = 0; i < 3; ++i) {
         m_background[i] = static_cast<int>(std::lround(255.0 * std::clamp(channels[i], 0.0, 1.0)));
     }
-    options.aids.prepare(robot, parameters);
-    m_scene->show(robot.statedSystem(), parameters, isOwnLighting);
-    options.aids.show(m_scene->window());
-    if (options.intrinsics && !m_scene->window().setCameraIntrinsics(*options.intrinsics)) {
+    KrAppAids::prepare(options.aids, robot, parameters);
+    std::string reason;
+    demand(m_scene.show(robot.statedSystem(), parameters, reason), reason);
+    if (isOwnLighting) {
+        m_scene.window().setAmbientLight(KrLighting::ambientLight());
+    }
+    options.aids.show(m_scene.window());
+    if (options.intrinsics && !m_scene.window().setCameraIntrinsics(*options.intrinsics)) {
         throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("this camera cannot be"));
     }
+}
+
+void KrAppPictures::makeTiles(const KrColor& background)
+{
+    std::vector<KrViewSide> sides(m_options.views.size());
+    for (std::size_t i = 0; i < sides.size(); ++i) {
+        KrViewSide::find(m_options.views[i], sides[i]);
+        if (m_options.views[i] == "perspective") {
+            sides[i].towardsEye = m_options.towardsEye();
+        }
+    }
+    m_tiles.emplace(m_options.width, m_options.height, background);
+    const KrStatedSystem& system = m_robot.statedSystem();
+    std::string reason;
+    if (!m_tiles->frame(sides, m_options.verticalFieldOfView(), m_options.aids.shown(system),
+                        system.manipulatorSystem(), m_motion, reason)) {
+        throw KrAppFailure(KrAppFailure::WrongUsage, reason);
+    }
+}
+
+void KrAppPictures::openScene()
+{
+    m_scene.window().setName("krrender");
+    const unsigned int width = m_tiles ? m_tiles->tileWidth() : m_options.width;
+    const unsigned int height = m_tiles ? m_tiles->tileHeight() : m_options.height;
+    std::string reason;
+    if (m_scene.open(width, height, m_options.samples, reason)) {
+        return;
+    }
+    if (!m_scene.window().isInitialized()) {
+        reason.insert(reason.find(':'), " (krrender --doctor tells what is missing)");
+    }
+    throw KrAppFailure(KrAppFailure::CouldNot, reason);
 }
 
 KrAppPictures::~KrAppPictures()
@@ -170,9 +217,9 @@ void KrAppPictures::tellBlank(const std::string& path)
 std::string KrAppPictures::whyBlank()
 {
     KrFraming shown({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
-    m_options.aids.frame(m_robot.statedSystem(), shown);
+    shown.setShown(m_options.aids.shown(m_robot.statedSystem()));
     shown.addMotion(m_robot.statedSystem().manipulatorSystem(), m_motion);
-    const osg::Camera& camera = *m_scene->window().getViewer()->getCamera();
+    const osg::Camera& camera = *m_scene.window().getViewer()->getCamera();
     return KrAppSight::whyEmpty(shown, camera.getViewMatrix() * camera.getProjectionMatrix(), m_options.width,
                                 m_options.height);
 }
@@ -190,21 +237,13 @@ std::string KrAppPictures::file(const std::string& pattern, std::size_t i)
 
 void KrAppPictures::writeColor()
 {
-    if (m_tiles) {
-        KrImage large;
-        large.allocate(3, 0, m_options.width * m_scene->factor(), m_options.height * m_scene->factor());
-        if (large.empty()) {
-            throw std::bad_alloc();
-        }
-        m_tiles->draw(*m_scene, m_motion.state(0), large.data());
-        KrAppScene::average(large, m_scene->factor(), m_picture);
-    } else {
-        m_scene->draw(m_motion.state(0), m_picture);
-    }
+    std::string reason;
+    const KrManipulatorSystemState& state = m_motion.state(0);
+    demand(m_tiles ? m_tiles->draw(m_scene, state, m_picture, reason) : m_scene.draw(state, m_picture, reason), reason);
     m_numBlank += isBlank(m_picture) ? 1 : 0;
     KrAppFiles::writePicture(m_picture, m_options.output, m_messages);
     if (m_options.sidecar) {
-        writeDescription(KrAppSidecar::describe(*m_scene, m_options), 0, m_options.output);
+        writeDescription(KrAppSidecar::describe(m_scene, m_options), 0, m_options.output);
     }
 }
 
@@ -237,30 +276,34 @@ void KrAppPictures::writeColors()
     if (KrAppFiles::isVideo(m_options.output)) {
         video = std::make_unique<KrAppVideo>(m_options.output, m_options.width, m_options.height, videoRate());
     }
-    KrAppFrameWriter writer(m_scene->factor(), [&](const KrImage& picture, std::size_t i) {
-        m_numBlank += isBlank(picture) ? 1 : 0;
-        if (video) {
-            video->add(picture);
-        } else {
-            writeFrame(picture, i);
+    std::exception_ptr failure; // of the writing thread, with its exit status
+    KrFrameWriter writer(m_scene.factor(), [&](const KrImage& picture, std::size_t i, std::string&) {
+        try {
+            m_numBlank += isBlank(picture) ? 1 : 0;
+            video ? video->add(picture) : writeFrame(picture, i);
+            return true;
+        } catch (...) {
+            failure = std::current_exception();
+            return false;
         }
     });
     const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
     stream->setLender([&](const KrFrameStream::Frame& frame) { return writer.lend(frame.width, frame.height); });
     stream->setReceiver([&](const KrFrameStream::Frame&) { writer.submit(); });
-    const unsigned int factor = m_scene->factor();
+    const unsigned int factor = m_scene.factor();
     KrAppProgress progress("frames", m_motion.size(), m_options.quiet || m_options.isStandardOutputTaken());
+    std::string reason;
     for (std::size_t i = 0; i < m_motion.size() && !KrAppInterrupt::isRequested() && !writer.hasFailed(); ++i) {
         if (m_tiles) {
             if (unsigned char* const whole = writer.lend(m_options.width * factor, m_options.height * factor)) {
-                m_tiles->draw(*m_scene, m_motion.state(i), whole);
+                demand(m_tiles->draw(m_scene, m_motion.state(i), whole, reason), reason);
                 writer.submit();
             }
         } else {
-            m_scene->draw(m_motion.state(i), *stream);
+            demand(m_scene.draw(m_motion.state(i), *stream, reason), reason);
             if (m_options.sidecar) {
                 // What is in force now is what was drawn; the picture itself comes with one of the next frames.
-                KrFrameDescription description = KrAppSidecar::describe(*m_scene, m_options);
+                KrFrameDescription description = KrAppSidecar::describe(m_scene, m_options);
                 const std::lock_guard<std::mutex> lock(m_mutex);
                 m_descriptions.push_back(std::move(description));
             }
@@ -268,11 +311,13 @@ void KrAppPictures::writeColors()
         progress.setDone(writer.numWritten());
     }
     const bool isWhole = stream->flush();
-    m_scene->window().setDrawCallback(nullptr);
+    m_scene.window().setDrawCallback(nullptr);
     if (video && KrAppInterrupt::isRequested()) {
         stopped(writer.numWritten(), m_motion.size()); // what still waits would go with the video
     }
-    writer.finish();
+    if (!writer.finish(reason)) {
+        std::rethrow_exception(failure);
+    }
     progress.setDone(writer.numWritten());
     if (!isWhole || writer.numWritten() < m_motion.size()) {
         stopped(writer.numWritten(), m_motion.size());
@@ -318,7 +363,8 @@ void KrAppPictures::writeDepth(std::size_t i)
     KrDepthCapture::Options wanted;
     wanted.kind = m_options.depthKind;
     wanted.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
-    m_scene->drawDepth(m_motion.state(i), wanted, m_depths);
+    std::string reason;
+    demand(m_scene.drawDepth(m_motion.state(i), wanted, m_depths, reason), reason);
     const bool isSeen = std::any_of(m_depths.begin(), m_depths.end(), [](float depth) { return std::isfinite(depth); });
     m_numBlank += isSeen ? 0 : 1;
     KrAppDepth::write(m_depths, m_options.width, m_options.height, file(m_options.depth, i));
@@ -329,7 +375,8 @@ void KrAppPictures::writeDepth(std::size_t i)
 
 void KrAppPictures::writeDepthPreview(std::size_t i)
 {
-    m_scene->drawDepth(m_motion.state(i), m_picture);
+    std::string reason;
+    demand(m_scene.drawDepth(m_motion.state(i), m_picture, reason), reason);
     KrAppFiles::writePicture(m_picture, file(m_options.depthPreview, i), m_messages);
     writeDepthSidecar(i, m_options.depthPreview, "relative depth", "1");
 }
@@ -337,7 +384,7 @@ void KrAppPictures::writeDepthPreview(std::size_t i)
 void KrAppPictures::writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit)
 {
     if (m_options.sidecar) {
-        KrFrameDescription frame = KrAppSidecar::describe(*m_scene, m_options);
+        KrFrameDescription frame = KrAppSidecar::describe(m_scene, m_options);
         frame.channels = 1;
         frame.quantity = quantity;
         frame.unit = unit;

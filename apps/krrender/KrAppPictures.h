@@ -1,8 +1,7 @@
 #pragma once
 
-#include "KrAppScene.h"
-#include "KrAppTiles.h"
-
+#include <picture/KrPictureScene.h>
+#include <picture/KrTiles.h>
 #include <rendCore/capture/KrFrameDescription.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
@@ -43,6 +42,9 @@ public:
     void write();
 
 private:
+    /// The views in tiles, where the options ask for some. Throws KrAppFailure.
+    void makeTiles(const KrColor& background);
+    void openScene();
     /// The file of state `i` of the motion, whose folder is made if need be; `pattern` itself when there is one file
     /// only. Throws KrAppFailure (CouldNot).
     std::string file(const std::string& pattern, std::size_t i);
@@ -69,8 +71,8 @@ private:
     const KrAppRobot& m_robot;
     KrMotion& m_motion;
     KrAppMessages& m_messages;
-    std::optional<KrAppTiles> m_tiles;
-    std::optional<KrAppScene> m_scene;
+    std::optional<KrTiles> m_tiles;
+    KrPictureScene m_scene;
     KrImage m_picture;
     std::vector<float> m_depths; ///< m
     int m_background[3] = {};    ///< of pictures, as a pixel

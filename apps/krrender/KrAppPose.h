@@ -10,8 +10,8 @@ class KrAppMessages;
 
 /// Joint positions by name, from the command line and from files.
 ///
-/// A joint is named as it is called, or MANIPULATOR/JOINT where several manipulators have one of that name. Values are
-/// in radians or metres, or carry a unit (KrValueText::position). Each throws KrAppFailure.
+/// What a joint is called is told by KrNamedJoint, what its position is by KrValueText::position. Each throws
+/// KrAppFailure.
 namespace KrAppPose
 {
 
@@ -22,9 +22,7 @@ void setJoints(KrStatedSystem& system, const std::vector<std::pair<std::string, 
 /// Reads a manipulatorSystemState.
 void readState(KrStatedSystem& system, const std::string& path, KrAppMessages& messages);
 
-/// One state for each row of a CSV file whose header names joints. Joints that are not named keep
-/// the position they have in `system`. A column "time" is read into the states' time, s, and has to grow; blank lines
-/// and lines that begin with # are skipped, and columns of joints that follow another, those with a warning.
+/// Reads a KrTrajectoryFile; "-" is standard input.
 KrMotion readTrajectory(const KrStatedSystem& system, const std::string& path, std::vector<std::string>& warnings);
 
 } // namespace KrAppPose

@@ -6,6 +6,7 @@
 #include "KrAppMessages.h"
 
 #include <rendCore/selftest/KrSelfTest.h>
+#include <toolkit/foundation/KrReason.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -75,7 +76,7 @@ bool krAppSelfTest(const std::string& folder)
                       result.milliseconds, test.checks());
         tell(table, line);
         if (!result.passed) {
-            tell(table, "    " + KrAppMessages::oneLine(result.message));
+            tell(table, "    " + KrReason::oneLine(result.message));
         }
         numPassed += result.passed ? 1 : 0;
         numPictures += result.pictures.size();

@@ -4,8 +4,8 @@
 #include "KrAppFiles.h"
 #include "KrAppMessages.h"
 #include "KrAppOptions.h"
-#include "KrAppScene.h"
 
+#include <picture/KrPictureScene.h>
 #include <picture/KrValueText.h>
 #include <toolkit/foundation/KrLimits.h>
 
@@ -79,7 +79,7 @@ bool KrAppSidecar::evenPart(const KrCameraIntrinsics& camera, double& fieldOfVie
     return true;
 }
 
-KrFrameDescription KrAppSidecar::describe(KrAppScene& scene, const KrAppOptions& options)
+KrFrameDescription KrAppSidecar::describe(KrPictureScene& scene, const KrAppOptions& options)
 {
     KrFrameDescription frame;
     frame.fill(scene.window());

@@ -5,7 +5,7 @@
 #include <string>
 
 class KrAppMessages;
-class KrAppScene;
+class KrPictureScene;
 struct KrAppOptions;
 
 /// The camera as numbers: read from the command line and from files, written beside pictures.
@@ -24,7 +24,7 @@ void readCamera(KrAppOptions& options, const KrAppMessages& messages);
 bool evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio);
 
 /// The frame that `scene` drew last, as a picture file of the size that was asked for.
-KrFrameDescription describe(KrAppScene& scene, const KrAppOptions& options);
+KrFrameDescription describe(KrPictureScene& scene, const KrAppOptions& options);
 /// Where the description of `picture` is written: beside it as `picture`.json, or as the options name it.
 std::string fileOf(const std::string& picture, const KrAppOptions& options);
 /// Throws KrAppFailure (CouldNot).

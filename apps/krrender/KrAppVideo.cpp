@@ -6,6 +6,7 @@
 #include "KrAppMessages.h"
 
 #include <picture/KrValueText.h>
+#include <toolkit/foundation/KrReason.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -213,7 +214,7 @@ std::string KrAppVideo::complaint() const
     char text[1024];
     const ssize_t size = pread(m_log, text, sizeof text, 0);
     const std::string log(text, size > 0 ? static_cast<std::size_t>(size) : 0);
-    const std::string line = KrAppMessages::oneLine(log.substr(0, log.find('\n')));
+    const std::string line = KrReason::oneLine(log.substr(0, log.find('\n')));
     return line.empty() ? "it ended too early" : line;
 }
 

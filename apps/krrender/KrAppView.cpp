@@ -1,12 +1,13 @@
 #include "KrAppView.h"
 
+#include "KrAppAids.h"
 #include "KrAppFailure.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
 #include "KrAppOptions.h"
 #include "KrAppRobot.h"
-#include "KrAppScene.h"
 
+#include <picture/KrLighting.h>
 #include <picture/KrMotion.h>
 #include <rendCore/input/KrOrbitInputHandler.h>
 #include <rendCore/input/KrWindowInput.h>
@@ -129,7 +130,7 @@ private:
     bool toggle(unsigned int mask)
     {
         m_window.setDisplayMask(mask, !m_window.displayMask(mask), false);
-        KrAppAids::follow(m_window); // volumes do while they are shown only
+        KrAids::follow(m_window); // volumes do while they are shown only
         return true;
     }
 
@@ -168,9 +169,9 @@ std::string KrAppView::bindings()
 void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrMotion& motion)
 {
     // Every aid is made ready; which are seen is a matter of the mask.
-    KrAppAids all = m_options.aids;
+    KrAids all = m_options.aids;
     all.axes = all.volumes = all.mass = true;
-    all.prepare(robot, parameters);
+    KrAppAids::prepare(all, robot, parameters);
     KrStatedSystem& system = robot.statedSystem();
     KrPoseDriver poses(system.manipulatorSystem());
     for (const KrShapeStateCacheKey& shape : poses.shapes()) {
@@ -178,7 +179,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     }
     m_window.setStatedSystem(system, parameters);
     if (isOwnLighting) {
-        KrAppScene::lightFromEverywhere(m_window);
+        m_window.setAmbientLight(KrLighting::ambientLight());
     }
     poses.drive(motion.state(0));
     m_window.setState(motion.state(0));
@@ -198,7 +199,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
         bool isDue = input.take();
         if (const std::size_t state = player.state(); state != shown) {
             poses.drive(motion.state(state));
-            KrAppAids::follow(m_window);
+            KrAids::follow(m_window);
             m_window.setState(motion.state(state));
             shown = state;
             isDue = true;

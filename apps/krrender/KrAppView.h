@@ -1,7 +1,5 @@
 #pragma once
 
-#include "KrAppAids.h"
-
 #include <rendCore/system/KrRenderWindow.h>
 
 #include <string>

@@ -1,5 +1,6 @@
 // krrender: draws a robot description or a native system file without a display.
 
+#include "KrAppAids.h"
 #include "KrAppDoctor.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
@@ -19,6 +20,7 @@
 #include <picture/KrLighting.h>
 #include <picture/KrMotion.h>
 #include <rendCore/plume/KrToolkitFolders.h>
+#include <toolkit/foundation/KrReason.h>
 #include <toolkit/system/KrPoseDriver.h>
 
 #include <fcntl.h>
@@ -34,8 +36,6 @@
 
 namespace
 {
-
-const KrColor kDefaultBackground(0xEE / 255.0, 0xF0 / 255.0, 0xF4 / 255.0);
 
 /// Refuses names by which something would be overwritten: in the frame `number` of a motion, from 1.
 void checkNames(const KrAppOptions& options, std::size_t number)
@@ -68,7 +68,7 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
     }
     const KrVector up = options.up.value_or(KrVector(0.0, 0.0, 1.0));
     KrFraming framing(options.towardsEye(), up, fieldOfView, aspectRatio);
-    options.aids.frame(robot.statedSystem(), framing);
+    framing.setShown(options.aids.shown(robot.statedSystem()));
     framing.addMotion(robot.statedSystem().manipulatorSystem(), motion);
 
     KrPovParameters pov = framing.pov();
@@ -117,7 +117,7 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
     }
     KrRenderParameters render = parameters.renderParameters();
     if (!isFileView || options.background) {
-        render.setBackgroundColor(options.background.value_or(kDefaultBackground));
+        render.setBackgroundColor(options.background.value_or(KrLighting::background()));
     }
     parameters.setRenderParameters(render);
     return parameters;
@@ -204,7 +204,7 @@ void printWarnings(const KrAppOptions& options, const KrAppRobot& robot, const s
         all.push_back(warning.element.empty() ? warning.text : warning.element + ": " + warning.text);
     }
     for (std::size_t i = 0; i < all.size() && i < kMostShown; ++i) {
-        std::fprintf(stderr, "warning: %s\n", KrAppMessages::printable(KrAppMessages::oneLine(all[i])).c_str());
+        std::fprintf(stderr, "warning: %s\n", KrAppMessages::printable(KrReason::oneLine(all[i])).c_str());
     }
     if (all.size() > kMostShown) {
         const bool isToldElsewhere = options.report.empty() && !imported.empty();
@@ -266,8 +266,8 @@ void run(KrAppOptions& options, KrAppMessages& messages)
 
     const bool hasRangeMap = !options.rangeMap.path.empty();
     if (options.drawsPictures() || options.view || hasRangeMap || !options.convert.empty()) {
-        options.aids.complete(robot, warnings);
-        options.aids.foldMasses(robot, warnings);
+        KrAppAids::complete(options.aids, robot, warnings);
+        KrAppAids::tellOfNothing(options.aids, robot, warnings);
         checkSize(options, robot.statedSystem(), warnings);
         mendToolkits(warnings);
         KrPoseDriver poses(robot.statedSystem().manipulatorSystem());
@@ -355,7 +355,7 @@ int main(int argc, char** argv)
     } catch (const std::bad_alloc&) {
         std::fprintf(stderr, "krrender: there is not enough memory for this\n");
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "krrender: %s\n", KrAppMessages::printable(KrAppMessages::oneLine(error.what())).c_str());
+        std::fprintf(stderr, "krrender: %s\n", KrAppMessages::printable(KrReason::oneLine(error.what())).c_str());
     }
     return KrAppFailure::CouldNot;
 }

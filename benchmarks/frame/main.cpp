@@ -6,6 +6,7 @@
 #include "KrBenchBareScene.h"
 #include "KrBenchMeasure.h"
 #include "KrBenchReport.h"
+#include "KrBenchRobot.h"
 #include "KrBenchSystem.h"
 
 #include <picture/KrFraming.h>
@@ -15,12 +16,6 @@
 
 #include <CLI/CLI.hpp>
 #include <GL/gl.h>
-#include <KrAppFailure.h>
-#include <KrAppMessages.h>
-#include <KrAppOptions.h>
-#include <KrAppRobot.h>
-#include <osg/Group>
-#include <osg/LightModel>
 #include <osgViewer/Viewer>
 
 #include <cmath>
@@ -36,10 +31,12 @@ using States = std::vector<KrManipulatorSystemState>;
 
 constexpr unsigned int kWarmUpFrames = 10;
 constexpr unsigned int kSmallSize = 16;
+constexpr unsigned long kLargestSize = 32768;
 
 struct Options
 {
-    KrAppOptions load; ///< names the system
+    std::string system; ///< file
+    std::vector<std::string> packagePaths;
     std::string size = "640x480";
     unsigned int width = 0;
     unsigned int height = 0;
@@ -53,7 +50,7 @@ struct Options
 
 [[noreturn]] void couldNot(const std::string& sentence)
 {
-    throw KrAppFailure(KrAppFailure::CouldNot, sentence);
+    throw KrBenchFailure(sentence);
 }
 
 Mode modeOf(const std::string& name)
@@ -63,7 +60,7 @@ Mode modeOf(const std::string& name)
 
 void addOptions(CLI::App& app, Options& options)
 {
-    app.add_option("SYSTEM", options.load.robot, "URDF or native system file")->required();
+    app.add_option("SYSTEM", options.system, "URDF or native system file")->required();
     app.add_option("--size", options.size, "WIDTHxHEIGHT in pixels [640x480]");
     app.add_option("--copies", options.copies, "Copies of the system, side by side [1]")->check(CLI::Range(1, 10000));
     app.add_option("--frames", options.frames, "Frames measured [100]")->check(CLI::Range(1, 1000000));
@@ -72,7 +69,7 @@ void addOptions(CLI::App& app, Options& options)
     app.add_flag("--one-triangle", options.oneTriangle, "Keep one triangle of every group: the scene's own cost");
     app.add_flag("--still", options.still, "No new pose for each frame");
     app.add_option("--json", options.json, "File for the figures; - is standard output, without the table");
-    app.add_option("--package-path", options.load.packagePaths, "Folder in which packages are looked for")
+    app.add_option("--package-path", options.packagePaths, "Folder in which packages are looked for")
         ->allow_extra_args(false);
 }
 
@@ -105,12 +102,7 @@ public:
             couldNot("no OpenGL context to draw with");
         }
         m_window.setStatedSystem(m_system, parameters);
-        auto* const model = dynamic_cast<osg::LightModel*>(
-            m_window.getNode()->getOrCreateStateSet()->getAttribute(osg::StateAttribute::LIGHTMODEL));
-        const auto ambient = static_cast<float>(KrLighting::kAmbient);
-        if (model) {
-            model->setAmbientIntensity(osg::Vec4(ambient, ambient, ambient, 1.0f));
-        }
+        m_window.setAmbientLight(KrLighting::ambientLight());
     }
 
     void draw(unsigned int frame, Mode mode)
@@ -203,15 +195,14 @@ void measureBare(const Options& options, const KrStatedSystem& system, const Sta
     report.bare.small = KrBenchMeasure::measure(kWarmUpFrames, options.frames, frame);
 }
 
-KrBenchReport run(const Options& options, KrAppMessages& messages)
+KrBenchReport run(const Options& options)
 {
     KrBenchReport report;
     const double start = KrBenchMeasure::wallSeconds();
-    KrAppRobot robot;
-    robot.read(options.load, messages);
+    const KrBenchRobot robot(options.system, options.packagePaths);
     report.loadSeconds = KrBenchMeasure::wallSeconds() - start;
 
-    KrStatedSystem system = KrBenchSystem::copied(robot.statedSystem(), options.copies);
+    KrStatedSystem system = KrBenchSystem::copied(robot.system, options.copies);
     const KrVisualizationParameters parameters =
         parametersFor(system, static_cast<double>(options.width) / options.height);
     if (options.oneTriangle) {
@@ -219,7 +210,7 @@ KrBenchReport run(const Options& options, KrAppMessages& messages)
     }
     const States states = KrBenchSystem::swinging(system, 64);
 
-    report.system = robot.report.robot();
+    report.system = robot.name;
     report.mode = options.mode;
     report.isOneTriangle = options.oneTriangle;
     report.isStill = options.still;
@@ -243,9 +234,9 @@ void readSize(Options& options)
 {
     unsigned long width = 0;
     unsigned long height = 0;
-    if (!KrValueText::size(options.size, width, height) || width == 0 || height == 0 ||
-        width > KrAppOptions::kLargestSize || height > KrAppOptions::kLargestSize) {
-        throw KrAppFailure(KrAppFailure::WrongUsage, "--size " + options.size + ": WIDTHxHEIGHT is expected");
+    if (!KrValueText::size(options.size, width, height) || width == 0 || height == 0 || width > kLargestSize ||
+        height > kLargestSize) {
+        throw KrBenchFailure("--size " + options.size + ": WIDTHxHEIGHT is expected");
     }
     options.width = static_cast<unsigned int>(width);
     options.height = static_cast<unsigned int>(height);
@@ -261,8 +252,7 @@ int main(int argc, char** argv)
     CLI11_PARSE(app, argc, argv);
     try {
         readSize(options);
-        KrAppMessages messages;
-        const KrBenchReport report = run(options, messages);
+        const KrBenchReport report = run(options);
         if (options.json != "-") {
             std::fputs(report.table().c_str(), stdout);
         } else {
@@ -276,8 +266,8 @@ int main(int argc, char** argv)
             }
         }
         return 0;
-    } catch (const KrAppFailure& failure) {
+    } catch (const KrBenchFailure& failure) {
         std::fprintf(stderr, "krFrameBenchmark: %s\n", failure.what());
-        return failure.status();
+        return 1;
     }
 }

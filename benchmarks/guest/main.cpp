@@ -1,15 +1,14 @@
 // What it costs to keep a client's OpenGL state apart: the same frame in a context of the library's own and in a
 // client's, taking turns in one run.
 //   krGuestBenchmark SYSTEM [ROUNDS]
+#include "KrBenchRobot.h"
+
 #include <picture/KrFraming.h>
 #include <rendCore/system/KrRenderWindow.h>
 #include <toolkit/context/KrExternalWindowImpl.h>
+#include <toolkit/foundation/KrReason.h>
 
 #include <GL/gl.h>
-#include <KrAppFailure.h>
-#include <KrAppMessages.h>
-#include <KrAppOptions.h>
-#include <KrAppRobot.h>
 
 #include <algorithm>
 #include <chrono>
@@ -24,21 +23,22 @@ constexpr unsigned int kWidth = 160; // pixels; small, so that what does not dep
 constexpr unsigned int kHeight = 120;
 constexpr int kFrames = 30; // a round
 
-[[noreturn]] void noWindow(const KrAppMessages& messages)
+void open(KrWindow& window)
 {
-    throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("no OpenGL context"));
-}
-
-void open(KrRenderWindow& window, const KrAppRobot& robot, const KrAppMessages& messages)
-{
-    KrFraming framing({1.0, -1.2, 0.5}, {0.0, 0.0, 1.0}, 0.5, double(kWidth) / kHeight);
-    framing.add(robot.statedSystem().manipulatorSystem(), robot.statedSystem().systemState());
+    const KrReason reason;
     window.setHideWindow(true);
     window.setWindowSize(kWidth, kHeight);
     if (!window.init()) {
-        noWindow(messages);
+        throw KrBenchFailure(reason.text("no OpenGL context"));
     }
-    window.setStatedSystem(robot.statedSystem());
+}
+
+void open(KrRenderWindow& window, const KrBenchRobot& robot)
+{
+    KrFraming framing({1.0, -1.2, 0.5}, {0.0, 0.0, 1.0}, 0.5, double(kWidth) / kHeight);
+    framing.add(robot.system.manipulatorSystem(), robot.system.systemState());
+    open(static_cast<KrWindow&>(window));
+    window.setStatedSystem(robot.system);
     window.setPovParameters(framing.pov());
     window.renderScene(false);
 }
@@ -57,30 +57,22 @@ double median(KrRenderWindow& window)
     return taken[kFrames / 2];
 }
 
-void measure(const std::string& path, int rounds, KrAppMessages& messages)
+void measure(const std::string& path, int rounds)
 {
-    KrAppOptions options;
-    options.robot = path;
     // A robot for each window: one window at a time observes a system.
-    KrAppRobot ownRobot, guestRobot;
-    ownRobot.read(options, messages);
-    guestRobot.read(options, messages);
+    const KrBenchRobot ownRobot(path), guestRobot(path);
 
     KrRenderWindow own;
-    open(own, ownRobot, messages);
+    open(own, ownRobot);
     KrWindow host;
-    host.setHideWindow(true);
-    host.setWindowSize(kWidth, kHeight);
-    if (!host.init()) {
-        noWindow(messages);
-    }
+    open(host);
     KrExternalWindowImpl::Callbacks callbacks;
     callbacks.makeCurrent = [&host] { return host.makeCurrent(); };
     callbacks.isCurrent = [&host] { return host.getImpl()->isCurrent(); };
     callbacks.doneCurrent = [&host] { host.getImpl()->releaseCurrent(); };
     KrRenderWindow guest;
     guest.setImpl(std::make_unique<KrExternalWindowImpl>(callbacks));
-    open(guest, guestRobot, messages);
+    open(guest, guestRobot);
 
     std::vector<double> alone, embedded;
     for (int i = 0; i < rounds; ++i) {
@@ -105,12 +97,11 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: %s SYSTEM [ROUNDS]\n", argv[0]);
         return 2;
     }
-    KrAppMessages messages;
     try {
-        measure(argv[1], rounds, messages);
+        measure(argv[1], rounds);
         return 0;
-    } catch (const KrAppFailure& failure) {
+    } catch (const KrBenchFailure& failure) {
         std::fprintf(stderr, "%s: %s\n", argv[0], failure.what());
-        return failure.status();
+        return 1;
     }
 }

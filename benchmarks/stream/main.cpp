@@ -3,7 +3,9 @@
 //   krStreamBenchmark long SYSTEM [FRAMES]                     a tiny picture, streamed to a writing thread as krrender
 //                                                              does, and the memory held on the way
 #include "KrBenchMeasure.h"
+#include "KrBenchRobot.h"
 
+#include <picture/KrFrameWriter.h>
 #include <picture/KrFraming.h>
 #include <rendCore/capture/KrFrameStream.h>
 #include <rendCore/system/KrRenderWindow.h>
@@ -11,11 +13,6 @@
 #include <tests/support/Process.h>
 
 #include <GL/gl.h>
-#include <KrAppFailure.h>
-#include <KrAppFrameWriter.h>
-#include <KrAppMessages.h>
-#include <KrAppOptions.h>
-#include <KrAppRobot.h>
 
 #include <algorithm>
 #include <array>
@@ -64,7 +61,7 @@ void open(const Options& options, const KrStatedSystem& system, KrRenderWindow& 
     window.setHideWindow(true);
     window.setWindowSize(options.width, options.height);
     if (!window.init()) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "no OpenGL context to draw with");
+        throw KrBenchFailure("no OpenGL context to draw with");
     }
     window.setStatedSystem(system, parameters);
 }
@@ -131,7 +128,7 @@ void compare(const Options& options, KrRenderWindow& window)
             options.frames, [&] { window.renderScene(true); }, [&] { stream->flush(); });
         window.setDrawCallback(nullptr);
         if (received != options.frames + 5) {
-            throw KrAppFailure(KrAppFailure::CouldNot, "the stream lost frames");
+            throw KrBenchFailure("the stream lost frames");
         }
     }
     print("drawn", middle(drawn));
@@ -143,8 +140,9 @@ void compare(const Options& options, KrRenderWindow& window)
 void drawLong(const Options& options, KrRenderWindow& window)
 {
     std::ofstream sink("/dev/null", std::ios::binary);
-    KrAppFrameWriter writer(1, [&sink](const KrImage& picture, std::size_t) {
+    KrFrameWriter writer(1, [&sink](const KrImage& picture, std::size_t, std::string&) {
         sink.write(reinterpret_cast<const char*>(picture.data()), static_cast<std::streamsize>(picture.sizeInBytes()));
+        return true;
     });
     const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
     stream->setLender([&](const KrFrameStream::Frame& frame) { return writer.lend(frame.width, frame.height); });
@@ -160,12 +158,13 @@ void drawLong(const Options& options, KrRenderWindow& window)
         }
     }
     stream->flush();
-    writer.finish();
+    std::string reason;
+    writer.finish(reason);
     window.setDrawCallback(nullptr);
     std::printf("%zu frames written, %+ld KiB since frame %zu\n", writer.numWritten(), Process::residentKiB() - settled,
                 kSettledAfter);
     if (writer.numWritten() != options.frames) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "the stream lost frames");
+        throw KrBenchFailure("the stream lost frames");
     }
 }
 
@@ -178,21 +177,17 @@ int main(int argc, char** argv)
         std::fprintf(stderr,
                      "usage: %s compare SYSTEM [FRAMES [WIDTH HEIGHT]]\n       %s long SYSTEM [FRAMES above %zu]\n",
                      argv[0], argv[0], kSettledAfter);
-        return KrAppFailure::WrongUsage;
+        return 2;
     }
     try {
-        KrAppMessages messages;
-        KrAppOptions load;
-        load.robot = options.system;
-        KrAppRobot robot;
-        robot.read(load, messages);
+        const KrBenchRobot robot(options.system);
         KrRenderWindow window;
-        open(options, robot.statedSystem(), window);
+        open(options, robot.system, window);
         std::printf("%u x %u pixels, %s\n", options.width, options.height, window.report().renderer.c_str());
         options.mode == "long" ? drawLong(options, window) : compare(options, window);
         return 0;
-    } catch (const KrAppFailure& failure) {
+    } catch (const KrBenchFailure& failure) {
         std::fprintf(stderr, "krStreamBenchmark: %s\n", failure.what());
-        return failure.status();
+        return 1;
     }
 }

@@ -1,9 +1,5 @@
 // Trajectories as CSV, for a system of two manipulators with joints of every kind.
-#include <KrAppFailure.h>
-#include <KrAppPose.h>
-
-#include <sys/mman.h>
-#include <unistd.h>
+#include <picture/KrTrajectoryFile.h>
 
 #include <cmath>
 #include <cstddef>
@@ -49,30 +45,27 @@ KrStatedSystem twoRobots()
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static const KrStatedSystem system = twoRobots();
-    static const int file = memfd_create("trajectory", MFD_CLOEXEC);
-    static const std::string path = "/proc/self/fd/" + std::to_string(file);
-    if (ftruncate(file, 0) != 0 || pwrite(file, data, size, 0) != static_cast<ssize_t>(size)) {
+    KrMotion motion(system);
+    std::vector<std::string> warnings;
+    std::string reason;
+    if (!KrTrajectoryFile::readText(system, std::string(reinterpret_cast<const char*>(data), size), "text", motion,
+                                    warnings, reason)) {
+        if (reason.empty() || reason.size() > 1000) {
+            std::abort();
+        }
+        return 0;
+    }
+    // What is read can be played.
+    if (motion.size() == 0 || motion.schedule(std::nullopt).size() != motion.size() + 1) {
         std::abort();
     }
-    std::vector<std::string> warnings;
-    try {
-        KrMotion motion = KrAppPose::readTrajectory(system, path, warnings);
-        // What is read can be played.
-        if (motion.size() == 0 || motion.schedule(std::nullopt).size() != motion.size() + 1) {
-            std::abort();
-        }
-        motion.isEven();
-        const KrManipulatorSystemState& last = motion.state(motion.size() - 1);
-        for (const auto& state : last.positionStates()) {
-            for (unsigned int i = 0; i < state.jointPositions().size(); ++i) {
-                if (!std::isfinite(state.jointPositions()[i].value())) {
-                    std::abort();
-                }
+    motion.isEven();
+    const KrManipulatorSystemState& last = motion.state(motion.size() - 1);
+    for (const auto& state : last.positionStates()) {
+        for (unsigned int i = 0; i < state.jointPositions().size(); ++i) {
+            if (!std::isfinite(state.jointPositions()[i].value())) {
+                std::abort();
             }
-        }
-    } catch (const KrAppFailure& failure) {
-        if (std::string(failure.what()).size() > 1000) {
-            std::abort();
         }
     }
     return 0;

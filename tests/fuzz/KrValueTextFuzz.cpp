@@ -1,11 +1,13 @@
 // Words of the command line and of trajectory files.
+#include <picture/KrTiles.h>
+#include <picture/KrValueText.h>
+#include <toolkit/foundation/KrReason.h>
+
 #include <KrAppFailure.h>
 #include <KrAppFiles.h>
 #include <KrAppMessages.h>
 #include <KrAppRobot.h>
 #include <KrAppSidecar.h>
-#include <KrAppTiles.h>
-#include <picture/KrValueText.h>
 
 #include <cmath>
 #include <cstddef>
@@ -45,12 +47,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KrValueText::nearest(text, {"axes", "volumes", "trajectory", text});
     KrAppRobot::rootElement(text);
 
-    const std::string shown = KrAppMessages::printable(KrAppMessages::sentence(text));
+    const std::string shown = KrAppMessages::printable(KrReason::sentence(text));
     check(shown.find_first_of("\x1b\x7f\n\r\t") == std::string::npos && shown.size() <= text.size());
-    try {
-        KrAppTiles::parse(text);
-    } catch (const KrAppFailure&) {
-    }
+    KrViewSide side;
+    check(!KrViewSide::find(text, side) || side.towardsEye.length() > 0.0);
     try {
         const std::string first = KrAppFiles::frameFile(text, 1);
         check(!KrAppFiles::isPattern(text) || first != KrAppFiles::frameFile(text, 2));

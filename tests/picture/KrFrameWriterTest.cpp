@@ -1,4 +1,4 @@
-#include <KrAppFrameWriter.h>
+#include <picture/KrFrameWriter.h>
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ namespace
 {
 
 /// Lends and submits a frame of 4 x 2 pixels whose bytes are all `value`; where it was stored.
-unsigned char* add(KrAppFrameWriter& writer, unsigned char value)
+unsigned char* add(KrFrameWriter& writer, unsigned char value)
 {
     unsigned char* const memory = writer.lend(4, 2);
     if (memory) {
@@ -26,22 +26,24 @@ unsigned char* add(KrAppFrameWriter& writer, unsigned char value)
 
 } // namespace
 
-TEST(KrAppFrameWriter, WritesEveryFrameInOrderBesideTheCallerFromAFewPictures)
+TEST(KrFrameWriter, WritesEveryFrameInOrderBesideTheCallerFromAFewPictures)
 {
     std::vector<unsigned int> written;
     std::thread::id thread;
-    KrAppFrameWriter writer(2, [&](const KrImage& picture, std::size_t number) {
+    KrFrameWriter writer(2, [&](const KrImage& picture, std::size_t number, std::string&) {
         EXPECT_EQ(number, written.size());
         EXPECT_EQ(picture.width(), 2u);
         EXPECT_EQ(picture.height(), 1u);
         written.push_back(picture.data()[5]);
         thread = std::this_thread::get_id();
+        return true;
     });
     std::set<unsigned char*> places;
     for (unsigned int i = 0; i < 100; ++i) {
         places.insert(add(writer, static_cast<unsigned char>(i)));
     }
-    writer.finish();
+    std::string reason;
+    EXPECT_TRUE(writer.finish(reason)) << reason;
     ASSERT_EQ(written.size(), 100u);
     for (unsigned int i = 0; i < 100; ++i) {
         EXPECT_EQ(written[i], i);
@@ -51,12 +53,15 @@ TEST(KrAppFrameWriter, WritesEveryFrameInOrderBesideTheCallerFromAFewPictures)
     EXPECT_NE(thread, std::this_thread::get_id());
 }
 
-TEST(KrAppFrameWriter, AFastCallerWaitsForTheWriting)
+TEST(KrFrameWriter, AFastCallerWaitsForTheWriting)
 {
     std::promise<void> gate;
     const std::shared_future<void> opened = gate.get_future().share();
     std::atomic<int> numAdded{0};
-    KrAppFrameWriter writer(1, [&](const KrImage&, std::size_t) { opened.wait(); });
+    KrFrameWriter writer(1, [&](const KrImage&, std::size_t, std::string&) {
+        opened.wait();
+        return true;
+    });
     std::thread caller([&] {
         for (int i = 0; i < 10; ++i) {
             add(writer, 1);
@@ -70,26 +75,33 @@ TEST(KrAppFrameWriter, AFastCallerWaitsForTheWriting)
     EXPECT_EQ(numAdded, 4) << "no fifth frame has a place";
     gate.set_value();
     caller.join();
-    writer.finish();
+    std::string reason;
+    EXPECT_TRUE(writer.finish(reason)) << reason;
     EXPECT_EQ(writer.numWritten(), 10u);
 }
 
-TEST(KrAppFrameWriter, AFailureReachesTheCallerAndEndsTheWriting)
+TEST(KrFrameWriter, AFailureReachesTheCallerAndEndsTheWriting)
 {
-    std::size_t calls = 0;
-    KrAppFrameWriter writer(1, [&calls](const KrImage&, std::size_t number) {
-        ++calls;
-        if (number == 2) {
-            throw std::runtime_error("the disk is full");
+    for (const bool isThrown : {false, true}) {
+        std::size_t calls = 0;
+        KrFrameWriter writer(1, [&](const KrImage&, std::size_t number, std::string& reason) {
+            ++calls;
+            if (number == 2 && isThrown) {
+                throw std::runtime_error("the disk is full");
+            }
+            reason = number == 2 ? "the disk is full" : "";
+            return number != 2;
+        });
+        int added = 0;
+        while (add(writer, 0) && added < 100) {
+            ++added;
         }
-    });
-    int added = 0;
-    while (add(writer, 0) && added < 100) {
-        ++added;
+        EXPECT_LT(added, 10) << "nothing is lent any more";
+        EXPECT_TRUE(writer.hasFailed());
+        std::string reason;
+        EXPECT_FALSE(writer.finish(reason));
+        EXPECT_EQ(reason, "the disk is full");
+        EXPECT_EQ(calls, 3u);
+        EXPECT_EQ(writer.numWritten(), 2u);
     }
-    EXPECT_LT(added, 10) << "nothing is lent any more";
-    EXPECT_TRUE(writer.hasFailed());
-    EXPECT_THROW(writer.finish(), std::runtime_error);
-    EXPECT_EQ(calls, 3u);
-    EXPECT_EQ(writer.numWritten(), 2u);
 }

@@ -5,8 +5,6 @@
 #include <KrAppFiles.h>
 #include <KrAppMessages.h>
 #include <KrAppRobot.h>
-#include <KrAppScene.h>
-
 #include <gtest/gtest.h>
 
 TEST(KrAppFiles, NumbersFramesAndRefusesOtherPercentSigns)
@@ -54,9 +52,6 @@ TEST(KrAppMessages, MakesOneLineOfWhatTheToolkitSays)
     Kr::Print::instance()->write(Kr::Print::Info, "not a problem\n");
     Kr::Print::instance()->write(Kr::Print::Warning, "KrThing::read - a.xml:\n  line 3: too deep - really.\n");
     EXPECT_EQ(messages.lastReason("none"), "a.xml: line 3: too deep - really");
-    EXPECT_EQ(KrAppMessages::sentence("KrReader - a.xml: empty"), "a.xml: empty");
-    EXPECT_EQ(KrAppMessages::sentence("one thing - another"), "one thing - another");
-    EXPECT_EQ(KrAppMessages::sentence("arm - another"), "arm - another");
 }
 
 TEST(KrAppRobot, FindsTheFirstElementBehindAnyProlog)
@@ -67,24 +62,4 @@ TEST(KrAppRobot, FindsTheFirstElementBehindAnyProlog)
     for (const char* text : {"", "no xml", "<!-- <robot>", "<?xml"}) {
         EXPECT_EQ(KrAppRobot::rootElement(text), "") << text;
     }
-}
-
-// 4 x 2 pixels of two channels become 2 x 1: each mean is worked out by hand.
-TEST(KrAppScene, AveragesSquaresOfPixelsAndPicksTheLowerLeftOfThem)
-{
-    KrImage large;
-    large.allocate(2, 0, 4, 2);
-    const unsigned char bytes[16] = {10, 0, 20, 0, 200, 255, 200, 255, 30, 1, 40, 1, 200, 255, 201, 255};
-    std::copy(std::begin(bytes), std::end(bytes), large.data());
-    KrImage small;
-    KrAppScene::average(large, 2, small);
-    ASSERT_EQ(small.width(), 2u);
-    ASSERT_EQ(small.height(), 1u);
-    EXPECT_EQ(small.data()[0], 25); // (10 + 20 + 30 + 40) / 4
-    EXPECT_EQ(small.data()[1], 1);  // 0.5 is rounded up
-    EXPECT_EQ(small.data()[2], 200);
-    EXPECT_EQ(small.data()[3], 255);
-    KrAppScene::pick(large, 2, small);
-    EXPECT_EQ(small.data()[0], 10);
-    EXPECT_EQ(small.data()[2], 200);
 }

@@ -1,0 +1,50 @@
+#include "KrBenchRobot.h"
+
+#include <import/KrRobotImporter.h>
+#include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/KrReason.h>
+#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <filesystem>
+
+namespace
+{
+
+/// Reads whichever of the native systems the file holds.
+bool readNative(const std::string& path, KrStatedSystem& system)
+{
+    KrVisualizableStatedSystem visualizable;
+    KrManipulatorSystem bare;
+    if (visualizable.readFile(path)) {
+        system = visualizable.statedSystem();
+    } else if (bare.readFile(path)) {
+        system = KrStatedSystem(bare);
+    } else {
+        return system.readFile(path);
+    }
+    return true;
+}
+
+} // namespace
+
+KrBenchRobot::KrBenchRobot(const std::string& path, const std::vector<std::string>& packagePaths)
+    : name(std::filesystem::path(path).stem().string())
+{
+    // One reason is told, that of the last attempt.
+    const Kr::Print::Sink before = Kr::Print::instance()->setSink([](Kr::Print::Type, const std::string&) {});
+    const KrReason reason;
+    bool isRead = false;
+    if (std::filesystem::path(path).extension() == ".xml") {
+        isRead = readNative(path, system);
+    } else {
+        KrImportOptions options;
+        options.packagePaths = packagePaths;
+        KrImportReport report;
+        isRead = KrRobotImporter::readFile(path, options, system, report);
+        name = isRead ? report.robot() : name;
+    }
+    Kr::Print::instance()->setSink(before);
+    if (!isRead) {
+        throw KrBenchFailure(reason.text(path + " cannot be read"));
+    }
+}
