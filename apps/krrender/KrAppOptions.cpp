@@ -56,6 +56,18 @@ struct Words
 
 void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
 {
+    app.name("krrender");
+    app.description("Draws a robot: a URDF or a native system file becomes a picture, without a display.");
+    app.footer("Examples:\n"
+               "  krrender arm.urdf -o arm.png\n"
+               "  krrender arm.urdf -o bent.png --joint joint_2=35deg --joint gripper_left=20mm --size 1920x1080\n"
+               "  krrender arm.urdf -o motion.mp4 --trajectory motion.csv --fps 25\n"
+               "  krrender arm.urdf -o sides.png --views front,side,top,perspective\n"
+               "  krrender --view arm.urdf\n"
+               "  krrender arm.urdf --info\n"
+               "  xacro arm.xacro | krrender - -o - > arm.png\n"
+               "The name - is standard input or output. A name that begins with - is written ./-name.\n"
+               "Exit status: 0 done, 1 could not be done, 2 wrong usage.");
     app.add_option("ROBOT", options.robot, "Robot description (URDF) or native system (XML)")->type_name("FILE");
 
     app.add_option("-o,--output", options.output,
@@ -539,22 +551,21 @@ bool KrAppOptions::isStandardOutputTaken() const
     return std::any_of(std::begin(paths), std::end(paths), KrAppFiles::isStandard);
 }
 
+void KrAppOptions::describe(const std::function<void(const CLI::App&)>& reader)
+{
+    KrAppOptions options;
+    Words words;
+    CLI::App app;
+    addOptions(app, options, words);
+    reader(app);
+}
+
 bool KrAppOptions::parse(int argc, const char* const* argv)
 {
-    CLI::App app("Draws a robot: a URDF or a native system file becomes a picture, without a display.", "krrender");
-    app.footer("Examples:\n"
-               "  krrender arm.urdf -o arm.png\n"
-               "  krrender arm.urdf -o bent.png --joint joint_2=35deg --joint gripper_left=20mm --size 1920x1080\n"
-               "  krrender arm.urdf -o motion.mp4 --trajectory motion.csv --fps 25\n"
-               "  krrender arm.urdf -o sides.png --views front,side,top,perspective\n"
-               "  krrender --view arm.urdf\n"
-               "  krrender arm.urdf --info\n"
-               "  xacro arm.xacro | krrender - -o - > arm.png\n"
-               "The name - is standard input or output. A name that begins with - is written ./-name.\n"
-               "Exit status: 0 done, 1 could not be done, 2 wrong usage.");
-    app.formatter(std::make_shared<Help>());
     Words words;
+    CLI::App app;
     addOptions(app, *this, words);
+    app.formatter(std::make_shared<Help>());
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& done) {

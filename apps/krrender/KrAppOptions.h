@@ -9,10 +9,16 @@
 #include <toolkit/math/KrVector.h>
 #include <toolkit/visualization/KrPovParameters.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+namespace CLI
+{
+class App;
+}
 
 /// What the command line asks for.
 struct KrAppOptions
@@ -84,4 +90,6 @@ struct KrAppOptions
     /// @return false when the program is done (help, version); their text has been printed then
     /// Throws KrAppFailure (WrongUsage).
     bool parse(int argc, const char* const* argv);
+    /// Shows `reader` every option with its names, group and words, for the length of the call.
+    static void describe(const std::function<void(const CLI::App&)>& reader);
 };

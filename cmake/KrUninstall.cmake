@@ -1,0 +1,27 @@
+# Removes what the last installation of a build has put in place: the files that KR_MANIFEST names, then the folders that
+# hold nothing any more. Run as a script, with the DESTDIR of that installation in the environment if it had one.
+if(NOT EXISTS ${KR_MANIFEST})
+    message(FATAL_ERROR "Nothing was installed from this build: there is no ${KR_MANIFEST}")
+endif()
+file(STRINGS ${KR_MANIFEST} files)
+set(folders)
+foreach(file IN LISTS files)
+    file(REMOVE "$ENV{DESTDIR}${file}")
+    cmake_path(GET file PARENT_PATH folder)
+    list(APPEND folders ${folder})
+endforeach()
+# The longest first: what is in a folder goes before it.
+list(REMOVE_DUPLICATES folders)
+while(folders)
+    list(POP_BACK folders folder)
+    set(path "$ENV{DESTDIR}${folder}")
+    file(GLOB rest LIST_DIRECTORIES true "${path}/*" "${path}/.*")
+    list(FILTER rest EXCLUDE REGEX "/\\.\\.?$")
+    # A folder of ours has our name in it; those of the system stay, empty or not.
+    if(IS_DIRECTORY "${path}" AND NOT rest AND path MATCHES "[Kk]r[Rr]end")
+        file(REMOVE_RECURSE "${path}")
+        cmake_path(GET folder PARENT_PATH parent)
+        list(APPEND folders ${parent})
+    endif()
+endwhile()
+file(REMOVE ${KR_MANIFEST})
