@@ -24,6 +24,7 @@ std::vector<std::string> KrImportPath::entries(const std::string& directory, std
 {
     std::vector<std::string> names;
     std::error_code error;
+    // Sorted, because the order of a folder is the file system's own: a guess must be the same everywhere.
     fs::directory_iterator entry(directory, fs::directory_options::skip_permission_denied, error);
     for (; !error && entry != fs::directory_iterator() && names.size() < limit; entry.increment(error)) {
         names.push_back(entry->path().filename().string());
@@ -82,6 +83,7 @@ std::string KrImportPath::percentDecoded(std::string_view text)
     for (std::size_t i = 0; i < text.size(); ++i) {
         unsigned int byte = 0;
         const char* digits = text.data() + i + 1;
+        // A zero byte would end the name early.
         if (text[i] == '%' && i + 2 < text.size() && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2 &&
             byte != 0) {
             decoded += static_cast<char>(byte);

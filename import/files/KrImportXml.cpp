@@ -32,6 +32,7 @@ const char* plain(const xmlChar* text)
 }
 
 /// Whether the XML declaration names an encoding other than UTF-8.
+/// Such a declaration is believed; files that say nothing, or wrongly UTF-8, are looked at.
 bool declaresEncoding(const std::string& content)
 {
     const std::string declaration = KrText::lowered(content.substr(0, std::min<std::size_t>(content.find("?>"), 200)));
@@ -99,6 +100,7 @@ KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, 
         why = "it is empty";
         return nullptr;
     }
+    // Exporters write Latin-1 without saying so, and the parser would refuse the whole robot for one letter.
     if (!isWide(content) && !declaresEncoding(content) && !KrText::isUtf8(content)) {
         content = KrText::utf8(content);
         if (isForeign) {
@@ -113,6 +115,7 @@ KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, 
     bool hasEntities = false;
     parser->_private = &hasEntities;
     parser->sax->entityDecl = stopAtEntity;
+    // Text on both sides of a comment becomes one piece, as every reader means it.
     parser->sax->comment = nullptr;
     parser->sax->processingInstruction = nullptr;
     const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES |
@@ -203,6 +206,7 @@ std::string KrImportXml::textOf(const xmlNode& node)
 bool KrImportXml::numbers(const std::string& text, std::vector<double>& values)
 {
     std::string spaced = text;
+    // Commas between numbers are a common slip; as a decimal point nobody writes them in these files.
     std::replace(spaced.begin(), spaced.end(), ',', ' ');
     std::vector<double> read;
     std::string_view rest = spaced;

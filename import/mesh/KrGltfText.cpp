@@ -38,7 +38,8 @@ enum Component : unsigned int
     Float = 5126
 };
 
-/// Whether the brackets and commas of a JSON text promise a tree of bearable size.
+/// Whether the brackets and commas of a JSON text promise a tree of bearable size. Looked at before the parser runs:
+/// afterwards the memory has been taken.
 bool isBearable(std::string_view text)
 {
     std::size_t values = 0;
@@ -120,6 +121,8 @@ void copyNumbers(const Json& from, const char* name, std::size_t count, Json& to
     }
 }
 
+/// RFC 4648, section 4. Padding ends it, and may be left out, as exporters do; line breaks are refused, since a URI
+/// has none.
 bool decodeBase64(std::string_view text, std::string& bytes)
 {
     std::uint32_t bits = 0;
@@ -174,6 +177,7 @@ private:
         std::string type;
     };
 
+    // In this order: each step refers to what the steps before have found to be there.
     bool readBuffers(std::string& why);
     bool bufferContent(const Json& buffer, std::size_t number, std::string& content, std::string& why);
     void readViews();
@@ -216,6 +220,7 @@ bool Cleaner::run(std::string& why)
     if (!readMeshes(why) || !readNodes(why)) {
         return false;
     }
+    // A file of nothing but compressed primitives would come in as an empty mesh, and nobody would know why.
     if (m_leftOut > 0 && m_corners == 0) {
         return refuse(why, "its primitives are no triangles, or compressed, or refer to what is not there");
     }
@@ -245,6 +250,7 @@ bool Cleaner::readBuffers(std::string& why)
         }
         m_limits.maxBytes -= content.size();
         m_bufferBytes.push_back(content.size());
+        // Names of our own: those of the file reach nothing but the side reader.
         const std::string name = std::to_string(i) + ".bin";
         m_result["buffers"].push_back({{"byteLength", content.size()}, {"uri", name}});
         m_mesh.files[name] = std::move(content);
@@ -268,6 +274,7 @@ bool Cleaner::bufferContent(const Json& buffer, std::size_t number, std::string&
                                        : refuse(why, "a buffer inside it is not written as base64");
     }
     std::string problem;
+    // As it stands first: files whose names hold a percent sign exist.
     if (m_side(name, content, problem) || m_side(KrImportPath::percentDecoded(name), content, problem)) {
         return true;
     }
@@ -288,6 +295,7 @@ void Cleaner::readViews()
                         whole(view, "byteStride", kMaxStride, known.stride) && bytes > 0;
         known.bytes = bytes;
         m_views.push_back(known);
+        // The writer of the file counts on the places of the others, and so do we: accessors refer to them.
         // What is not there keeps its place.
         Json written = {{"buffer", buffer}, {"byteOffset", offset}, {"byteLength", known.isThere ? bytes : 0}};
         if (known.isThere && known.stride > 0) {
@@ -311,6 +319,7 @@ void Cleaner::readAccessors()
         std::uint64_t component = 0;
         const Json& type = member(accessor, "type");
         known.type = type.is_string() ? type.get<std::string>().substr(0, 10) : "";
+        // Sparse accessors are zeros with exceptions, used for morph targets, which are left out.
         bool isGood = index(accessor, "bufferView", m_views.size(), view) && m_views[view].isThere &&
                       member(accessor, "sparse").is_null() &&
                       whole(accessor, "byteOffset", m_views[view].bytes, offset) &&
@@ -324,6 +333,7 @@ void Cleaner::readAccessors()
         if (isGood) {
             const std::uint64_t size = width->second * bytes->second;
             const std::uint64_t stride = m_views[view].stride > 0 ? m_views[view].stride : size;
+            // No overflow: each factor is bounded by the bytes of a view, and these by the limits of a file.
             isGood = stride >= size && offset + (known.count - 1) * stride + size <= m_views[view].bytes;
         }
         known.isThere = isGood;
@@ -437,6 +447,7 @@ bool Cleaner::readPrimitive(const Json& primitive, Json& primitives, std::string
     const bool isGood = whole(primitive, "mode", 6, mode) && mode >= 4 &&
                         isUsable(member(primitive, "attributes"), "POSITION", {"VEC3"}, {Float}, positions) &&
                         (!hasIndices || isUsable(primitive, "indices", {"SCALAR"}, {Byte, Short, Integer}, indices));
+    // Positions come first: all other attributes must be as many, or the library reads past their ends.
     const std::uint64_t vertices = isGood ? m_accessors[positions].count : 0;
     const std::uint64_t corners = hasIndices && isGood ? m_accessors[indices].count : vertices;
     if (!isGood || corners < 3) {
@@ -447,6 +458,7 @@ bool Cleaner::readPrimitive(const Json& primitive, Json& primitives, std::string
     if (++m_primitives > kMaxParts) {
         return refuse(why, "it has more than " + std::to_string(kMaxParts) + " primitives");
     }
+    // Vertices count beside corners: those that no triangle uses cost as much memory. Three of each make a triangle.
     m_corners += vertices + corners;
     if (m_corners / 6 > m_limits.maxTriangles) {
         return refuse(why, "it has more than " + std::to_string(m_limits.maxTriangles) +
@@ -511,6 +523,7 @@ bool Cleaner::readNodes(std::string& why)
         return refuse(why, "it has more than " + std::to_string(kMaxParts) + " nodes or meshes, or more than " +
                                std::to_string(Kr::Limits::kMeshMaterials) + " materials");
     }
+    // Without a scene that is there the first one is shown, as the format asks for a default.
     std::size_t scene = 0;
     index(m_file, "scene", scenes.size(), scene);
     Json written = Json::array();
@@ -527,6 +540,7 @@ bool Cleaner::readNodes(std::string& why)
         siblings.push_back(child);
         stack.emplace_back(child.get<std::size_t>(), depth);
     };
+    // Nodes that no scene places stay, without children: indices count them.
     for (const Json& node : nodes) {
         written.push_back(nodeOf(node));
     }
@@ -559,6 +573,7 @@ bool Cleaner::readNodes(std::string& why)
 Json Cleaner::nodeOf(const Json& node) const
 {
     Json written = Json::object();
+    // One or the other, and the matrix wins: a node with both is against the format, and readers differ.
     if (areNumbers(member(node, "matrix"), 16)) {
         copyNumbers(node, "matrix", 16, written);
     } else {
@@ -600,6 +615,7 @@ bool unpack(std::string_view content, std::string_view& text, std::string_view& 
             return refuse(why, "it ends inside a chunk");
         }
         std::string_view& target = kind == kText ? text : body;
+        // The first of each kind counts; chunks of other kinds are passed over, as the format asks.
         if ((kind == kText || kind == kBody) && target.empty()) {
             target = rest.substr(0, bytes);
         }
@@ -622,6 +638,7 @@ bool KrGltfText::clean(std::string_view content, bool isBinary, const KrMeshLimi
         return refuse(why, "its JSON holds more values, or is nested deeper, than can be read");
     }
     std::string read;
+    // JSON is UTF-8, and the parser stops at anything else; names in other alphabets are no reason to lose a mesh.
     if (!KrText::isUtf8(text)) {
         read = KrText::utf8(text);
         text = read;

@@ -84,6 +84,7 @@ const char* readerOf(KrMeshSource::Format format)
 /// Takes every reader out of `importer` but the one called `name`, so that no content can bring another one in.
 bool keepReader(Assimp::Importer& importer, const std::string& name)
 {
+    // From the back, because the list closes up behind each that goes.
     for (std::size_t i = importer.GetImporterCount(); i-- > 0;) {
         Assimp::BaseImporter* const reader = importer.GetImporter(i);
         if (reader->GetInfo()->mName != name) {
@@ -221,6 +222,7 @@ private:
 
 bool Collector::run(bool trustMaterials, std::string& why)
 {
+    // Looks first: a group takes its look when its first triangle comes.
     readLooks(trustMaterials);
     if (!addNodes(why)) {
         return false;
@@ -293,6 +295,7 @@ bool Collector::addNodes(std::string& why)
         const Eigen::Matrix4d nodeToFile = parentToFile * matrixOf(node->mTransformation);
         for (unsigned int i = 0; i < node->mNumMeshes; ++i) {
             const aiMesh& mesh = *m_scene.mMeshes[node->mMeshes[i]];
+            // Counted by instance: nodes may place one mesh any number of times, and each placing costs its vertices.
             m_triangles += mesh.mNumFaces;
             m_numVertices += mesh.mNumVertices;
             if (m_triangles > m_maxTriangles || m_numVertices / 3 > m_maxTriangles) {
@@ -319,6 +322,7 @@ void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
     const std::vector<bool> isUsed = usedVertices(mesh);
     std::vector<std::uint32_t> vertices(mesh.mNumVertices);
     for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
+        // Exporters leave vertices behind that no triangle uses, by the thousand.
         if (isUsed[i]) {
             vertices[i] = m_vertices.add(vectorOf(linear * vectorOf(mesh.mVertices[i]) + offset));
         }
@@ -350,6 +354,7 @@ std::vector<std::uint32_t> Collector::addNormals(const aiMesh& mesh, const std::
     if (m_isStl || !mesh.mNormals || linear.determinant() == 0.0) {
         return indices;
     }
+    // A normal stays upright on its surface under the inverse transpose.
     const Eigen::Matrix3d normalMatrix = linear.inverse().transpose();
     for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
         const Eigen::Vector3d given = vectorOf(mesh.mNormals[i]);
@@ -402,6 +407,7 @@ KrMeshData::Group* Collector::colorGroup(const aiMesh& mesh, bool hasLook)
         return nullptr;
     }
     const KrMeshMaterials::Look look = KrMeshMaterials::ofColor(colors[0]);
+    // The colour is the name: vertices of one colour in several meshes are one group.
     const auto [place, isNew] = m_colorGroups.emplace(look.name, m_data.groups.size());
     if (isNew) {
         m_data.groups.emplace_back();
@@ -458,6 +464,7 @@ void Collector::placeTexture(const KrMeshMaterials::Look& look, bool hasCoordina
         return;
     }
     if (!hasCoordinates) {
+        // Closer to what is meant than the white that stands under most textures.
         const bool isMean = KrMeshMaterials::setMeanColor(data, image);
         warn(name + " is given for triangles without texture coordinates; " +
              (isMean ? "its mean colour is used" : "it cannot be read, and only the colour is used"));
@@ -507,7 +514,9 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrMesh
         why = "the mesh library has no reader for it";
         return false;
     }
+    // The importer owns it from here on.
     importer.SetIOHandler(new SourceIo(source));
+    // Robot descriptions take coordinates as they stand, whatever axis the file calls up.
     importer.SetPropertyBool(AI_CONFIG_IMPORT_COLLADA_IGNORE_UP_DIRECTION, true);
     // Checked between the two steps: the second one follows indices without looking.
     const aiScene* scene = importer.ReadFile(source.main, 0);
@@ -550,6 +559,7 @@ bool KrMeshFile::read(const std::string& path, const KrMeshLimits& limits, KrMes
         return KrMeshSource::read(path, limits, source, why) && readScene(source, path, limits, data, why);
     } catch (const std::exception& exception) {
         why = KrText::oneLine(exception.what());
+        // What the library throws is its own affair: some of it derives from nothing.
     } catch (...) {
         why = "the mesh library gave up";
     }

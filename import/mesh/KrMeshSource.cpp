@@ -24,6 +24,7 @@ using Format = KrMeshSource::Format;
 
 constexpr std::size_t kSignBytes = 4096;
 
+/// Editors begin UTF-8 with a byte order mark, which would be part of the first word.
 std::string_view withoutMark(std::string_view content)
 {
     static constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
@@ -136,6 +137,8 @@ bool Source::run(std::string& why)
     }
     Format byName = Format::Stl;
     const bool isKnown = formatByExtension(m_path, byName);
+    // Content before name: meshes are renamed more often than converted, and a reader of another format must not get
+    // them.
     if (!formatBySign(content, m_result.format)) {
         if (!isKnown) {
             return refuse(why, "it is in none of the formats that are read: STL, OBJ, DAE, PLY, OFF, glTF, GLB");
@@ -181,6 +184,7 @@ bool Source::readObj(std::string_view content, std::string& why)
         return false;
     }
     m_hasForeignNames = mesh.hasForeignNames;
+    // A mesh without its materials is still a mesh: what is wrong with a library is a warning.
     for (const std::string& name : mesh.libraries) {
         readLibrary(name);
     }
@@ -198,6 +202,7 @@ bool Source::readLibrary(const std::string& name)
 {
     std::string content;
     std::string why;
+    // File names with blanks are as common as several names; the whole line is tried first.
     // The rest of the line is one name, or several; many exporters give the library the mesh's own name.
     std::vector<std::string> names{name};
     for (std::string_view rest = name; !rest.empty();) {
@@ -215,6 +220,7 @@ bool Source::readLibrary(const std::string& name)
     isRead = isRead || !content.empty() || readSide(KrImportPath::stemOf(m_path) + ".mtl", content, ignored);
     if (!isRead) {
         warn("material library \"" + KrText::oneLine(name) + "\" cannot be read: " + why);
+        // The names of materials without their looks would be taken for grey ones, and hide what the description says.
         m_result.trustMaterials = false;
         return false;
     }
@@ -281,6 +287,7 @@ bool Source::readSide(const std::string& name, std::string& content, std::string
     if (!why.empty()) {
         return false;
     }
+    // All side files together are bounded: a library can be named 64 times.
     m_bytesLeft -= content.size();
     return true;
 }

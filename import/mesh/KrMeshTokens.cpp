@@ -35,6 +35,7 @@ bool KrMeshTokens::takeLine(std::string_view& text, std::string_view& line)
     if (text.empty()) {
         return false;
     }
+    // All three kinds of line ends, in one file too.
     const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
     line = text.substr(0, end);
     const bool isPair = text.substr(end, 2) == "\r\n";
@@ -45,6 +46,7 @@ bool KrMeshTokens::takeLine(std::string_view& text, std::string_view& line)
 bool KrMeshTokens::isCount(std::string_view word, std::uint64_t limit, std::uint64_t& number)
 {
     const char* const end = word.data() + word.size();
+    // from_chars takes "-0" and stops at "12x"; neither is a count.
     const bool isDigits = !word.empty() && word.find_first_not_of("0123456789") == std::string_view::npos;
     return isDigits && std::from_chars(word.data(), end, number).ec == std::errc() && number <= limit;
 }
@@ -53,6 +55,7 @@ bool KrMeshTokens::takeNumber(std::string_view& text, double& number)
 {
     std::string_view rest = text;
     std::string_view word = takeWord(rest);
+    // from_chars knows no plus sign.
     if (!word.empty() && word.front() == '+') {
         word.remove_prefix(1);
     }
@@ -68,6 +71,7 @@ bool KrMeshTokens::takeNumber(std::string_view& text, double& number)
 
 void KrMeshTokens::appendNumber(std::string& text, double number)
 {
+    // Written so that NaN fails too. The mesh library reads single precision, and a number beyond it in its own way.
     if (!(std::abs(number) <= std::numeric_limits<float>::max())) {
         text += "nan";
         return;

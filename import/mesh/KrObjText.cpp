@@ -60,6 +60,7 @@ bool Statements::next()
             return false;
         }
         m_joined.clear();
+        // The backslash that joins lines may be the last byte of the file.
         while (!m_line.empty() && m_line.back() == '\\') {
             m_joined.append(m_line.substr(0, m_line.size() - 1)) += ' ';
             if (!takeLine(m_rest, m_line)) {
@@ -130,6 +131,8 @@ private:
     std::uint64_t m_triangles = 0;
     std::vector<Corner> m_corners; ///< of the face in hand
     std::map<std::string, std::size_t> m_places;
+    // Exporters switch materials for every few faces, and the mesh library makes a mesh for each `usemtl`: a thousand
+    // switches among three materials were a thousand meshes.
     std::vector<std::string> m_faces{std::string()}; ///< by material; the first ones have none
     std::vector<std::string> m_names{std::string()};
     std::size_t m_place = 0;
@@ -137,6 +140,8 @@ private:
 
 bool MeshCleaner::run(std::string& why)
 {
+    // Two passes, since a face may name what stands behind it, and whether all vertices have colours is known at the
+    // end.
     count();
     for (Statements statements(m_content); statements.next();) {
         if (!takeStatement(statements)) {
@@ -165,6 +170,7 @@ void MeshCleaner::count()
         const std::string_view word = statements.word();
         if (word == "v") {
             double numbers[7] = {};
+            // Six numbers are a place and a colour; colours count only where every vertex has one.
             m_areAllColoured = m_areAllColoured && takeNumbers(statements.rest(), numbers, 7) == 6;
             ++m_counts[0];
         }
@@ -178,6 +184,7 @@ bool MeshCleaner::takeStatement(const Statements& statements)
     const std::string_view word = statements.word();
     const std::size_t kind = word == "v" ? 0 : word == "vt" ? 1 : word == "vn" ? 2 : 3;
     if (kind < 3) {
+        // Numbers that are missing are zeros: the statement keeps its place, because faces count them.
         double numbers[6] = {};
         takeNumbers(statements.rest(), numbers, 6);
         ++m_seen[kind];
@@ -215,6 +222,7 @@ bool MeshCleaner::addFace(std::string_view line)
         hasNormals = hasNormals && corner[2] > 0;
         m_corners.push_back(corner);
     }
+    // Points and lines written as faces draw nothing.
     if (m_corners.size() < 3) {
         return true;
     }
@@ -222,6 +230,7 @@ bool MeshCleaner::addFace(std::string_view line)
     if (m_triangles > m_maxTriangles) {
         return fail("it has more than " + std::to_string(m_maxTriangles) + " triangles");
     }
+    // All corners of a face have coordinates, or none: the lists of a face are of one length. Normals likewise.
     std::string& text = m_faces[m_place];
     text += 'f';
     for (const Corner& corner : m_corners) {
@@ -257,6 +266,7 @@ bool MeshCleaner::useMaterial(std::string_view name)
     if (clean.empty()) {
         return true;
     }
+    // Names are compared as they are written, after cleaning: two foreign names may become one, and one look.
     const auto [place, isNew] = m_places.emplace(clean, m_faces.size());
     if (isNew) {
         m_faces.emplace_back();
@@ -313,6 +323,7 @@ KrObjText::Materials KrObjText::cleanMaterials(std::string_view content)
         const std::string word = KrText::lowered(statements.word());
         if (word == "newmtl") {
             const std::string name = materialName(statements.rest(), materials.hasForeignNames);
+            // Cleaned in the same way as by `usemtl`, so that the two still meet.
             materials.text += "newmtl " + (name.empty() ? "unnamed" : name) + "\n";
             ++materials.count;
             continue;
@@ -325,6 +336,7 @@ KrObjText::Materials KrObjText::cleanMaterials(std::string_view content)
             const std::string_view image = imageOf(statements.rest());
             materials.hasLongTextureNames = materials.hasLongTextureNames || image.size() > kMaxTextureName;
             if (!image.empty() && image.size() <= kMaxTextureName) {
+                // A name that begins with a dash would be read as an option.
                 materials.text += "map_Kd " + std::string(image.front() == '-' ? "./" : "") + std::string(image) + "\n";
             }
             continue;

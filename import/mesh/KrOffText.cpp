@@ -54,6 +54,7 @@ bool takePrefix(std::string_view& word, std::string_view prefix)
 
 bool kindOf(std::string_view word, Kind& kind)
 {
+    // Coordinates of texture are passed over; they stand behind everything that is read of a vertex.
     takePrefix(word, "ST");
     kind.hasColours = takePrefix(word, "C");
     kind.hasNormals = takePrefix(word, "N");
@@ -69,6 +70,7 @@ void appendVertex(std::string_view line, const Kind& kind, std::string& text)
         ++taken;
     }
     const std::size_t behind = kind.isHomogeneous ? 4 : 3;
+    // A weight of zero gives what is no finite number: such corners are left out with their triangles.
     const double scale = kind.isHomogeneous ? 1.0 / numbers[3] : 1.0;
     for (std::size_t i = 0; i < 3; ++i) {
         appendNumber(text, scale * numbers[i]);
@@ -104,6 +106,7 @@ bool KrOffText::clean(std::string_view content, std::uint64_t maxTriangles, std:
     Kind kind;
     takeOffLine(rest, line);
     std::string_view counts = line;
+    // The count of a file of this size bounds what is asked for, before a vertex is read.
     // The first word may be left out; the counts may stand beside it or below it.
     if (kindOf(takeWord(line), kind)) {
         counts = line;
@@ -145,6 +148,7 @@ bool KrOffText::clean(std::string_view content, std::uint64_t maxTriangles, std:
             appendFace(corners, 0, corners.size(), body);
             ++written;
         }
+        // A fan from the first corner keeps convex faces as they are.
         for (std::size_t first = 1; corners.size() > kMaxCorners && first + 1 < corners.size(); ++first) {
             appendFace(corners, first, 2, body);
             ++written;

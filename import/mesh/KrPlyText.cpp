@@ -115,6 +115,7 @@ bool PlyCheck::readHeader(std::string& why)
             isGood = m_isText || m_isBigEndian || format == "binary_little_endian";
         } else if (word == "element") {
             m_elements.emplace_back();
+            // An element takes a byte at least, but for one without properties, which the library counts all the same.
             isGood = !takeWord(line).empty() && takeCount(line, m_size, m_elements.back().count);
         } else if (word == "property") {
             isGood = readProperty(line);
@@ -157,6 +158,7 @@ bool PlyCheck::takeTextElement(const Element& element)
         }
         for (const Property& property : element.properties) {
             std::uint64_t numbers = 1;
+            // A list cannot be longer than its line.
             if (property.countBytes > 0 && !takeCount(line, line.size(), numbers)) {
                 return false;
             }
@@ -177,6 +179,7 @@ bool PlyCheck::takeBinaryElement(const Element& element)
     for (const Property& property : element.properties) {
         bytes += property.bytes;
     }
+    // Without lists the size is known at once: millions of vertices are not walked.
     if (std::none_of(element.properties.begin(), element.properties.end(), isList)) {
         bytes *= element.count;
         const bool isThere = bytes <= m_rest.size();
@@ -194,6 +197,7 @@ bool PlyCheck::takeBinaryElement(const Element& element)
                 numbers = numbers << 8 | static_cast<unsigned char>(m_rest[place]);
             }
             m_rest.remove_prefix(property.countBytes);
+            // Fewer than 2^32 numbers of eight bytes: no overflow. A negative count is a large one here.
             if (numbers * property.bytes > m_rest.size()) {
                 return false;
             }

@@ -38,6 +38,7 @@ std::uint32_t countIn(std::string_view content)
     return count;
 }
 
+/// The size that the count of a binary file promises: the one sure sign of that kind.
 std::uint64_t binaryBytes(std::string_view content)
 {
     return content.size() < kCountEnd ? UINT64_MAX : kCountEnd + std::uint64_t{kFacetBytes} * countIn(content);
@@ -79,6 +80,8 @@ bool cleanBinary(std::string_view content, std::uint64_t maxTriangles, KrStlText
     mesh.bytes.append(content.substr(kHeaderBytes, kCountEnd - kHeaderBytes));
     std::string_view rest = content.substr(kCountEnd);
     for (std::uint32_t i = 0; i < count; ++i) {
+        // Facet normals are often wrong, and the two bytes behind a facet hold colours in several dialects: neither is
+        // read.
         mesh.bytes.append(kNormalBytes, '\0').append(rest.substr(kNormalBytes, kCornersBytes)).append(2, '\0');
         rest.remove_prefix(kFacetBytes);
     }
@@ -101,6 +104,7 @@ bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::
     std::uint32_t count = 0;
     std::array<Point, 3> corners{};
     std::size_t numCorners = 0;
+    // By words, not by lines: files without any line end exist. Words that are unknown are passed over.
     for (std::string_view rest = content; !rest.empty();) {
         const std::string word = KrText::lowered(takeWord(rest).substr(0, 16));
         if (word == "solid" || word == "endsolid") {
@@ -118,6 +122,7 @@ bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::
             if (!takeNumber(rest, value)) {
                 return refuse(why, "a vertex is not three numbers");
             }
+            // What single precision does not hold has no conversion.
             number = static_cast<float>(std::clamp(value, -3.4e38, 3.4e38));
         }
         if (numCorners < 3) {
@@ -149,6 +154,7 @@ bool KrStlText::isStl(std::string_view content)
 
 bool KrStlText::clean(std::string_view content, std::uint64_t maxTriangles, Mesh& mesh, std::string& why)
 {
+    // A file of exactly the size that its count promises is binary, even where it begins like a text.
     const std::uint64_t bytes = binaryBytes(content);
     if (bytes != content.size() && isText(content)) {
         return cleanText(content, maxTriangles, mesh, why);
@@ -156,6 +162,7 @@ bool KrStlText::clean(std::string_view content, std::uint64_t maxTriangles, Mesh
     if (content.size() < kCountEnd) {
         return refuse(why, "it is no STL: neither a text of facets nor long enough for a binary file");
     }
+    // Bytes behind the last facet are common and harmless; facets that are not there are not.
     if (bytes > content.size()) {
         return refuse(why, "it declares " + std::to_string(countIn(content)) + " triangles and holds " +
                                std::to_string((content.size() - kCountEnd) / kFacetBytes));
