@@ -13,6 +13,9 @@ KrMaterialNames::KrMaterialNames(Warn warn)
 void KrMaterialNames::define(const std::vector<KrRobotDescription::Material>& materials)
 {
     for (const KrRobotDescription::Material& material : materials) {
+        if (material.name.empty() || material.look.isEmpty()) {
+            continue; // it says nothing about any other shape
+        }
         const auto [place, isNew] = m_defined.emplace(material.name, material);
         // Inside shapes a name is often reused for another colour: there the look counts for that shape alone.
         if (!isNew && material.isGlobal && !(place->second.look == material.look)) {

@@ -58,6 +58,7 @@ void fillJoint(const Joint& joint, KrJointKinematics& kinematics)
     if (!kinematics.isMovable()) {
         return;
     }
+    // Setters refuse what is no good, with a message; after the repair there is nothing to refuse.
     kinematics.setAxis(joint.axis);
     if (joint.hasLimits) {
         kinematics.setLimits(joint.lower, joint.upper);

@@ -97,6 +97,7 @@ void Repair::nameMaterials()
 
 void Repair::repairJoint(Joint& joint)
 {
+    // Messages call it as the file does, before it gets a name.
     const std::string element = "joint " + joint.name;
     if (joint.name.empty()) {
         joint.name = joint.parent + "_to_" + joint.child;
@@ -192,6 +193,7 @@ bool Repair::cutToTree()
             }
             above = m_parents[above];
         }
+        // The first joint in the file wins, so that the result does not depend on names.
         if (above == joint.child) {
             warn(joint.place, "joint " + joint.name, "it closes a circle of links; it is left out");
         } else if (!m_parents.emplace(joint.child, joint.parent).second) {

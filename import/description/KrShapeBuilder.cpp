@@ -190,6 +190,7 @@ ExtentPointer KrShapeBuilder::builtMesh(const MeshEntry& entry, const Element& e
     if (!result.extent && result.triangles == 0) {
         m_report.addWarning(line.path, element.name(), "the mesh holds no triangle; nothing is drawn");
     }
+    // No triangle is what the file says; triangles and no extent is what we could not do.
     line.missing = !result.extent && result.triangles > 0;
     if (line.missing) {
         m_report.addWarning(line.path, element.name(), "the mesh cannot be used: " + result.why);
@@ -200,6 +201,7 @@ ExtentPointer KrShapeBuilder::builtMesh(const MeshEntry& entry, const Element& e
 const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const MeshEntry& entry, const Element& element,
                                                         const KrImportReport::Mesh& line, const std::string& place)
 {
+    // A mesh that brings all its looks is one extent whatever material the description gives.
     KrMeshBuilder::Options options;
     options.scale = line.scale;
     options.useLooks = !element.isCollision;
@@ -253,6 +255,7 @@ ExtentPointer KrShapeBuilder::standIn(const Element& element) const
     const ExtentPointer box(new KrBoxPhysicalExtent(KrVector(kStandInSize, kStandInSize, kStandInSize)));
     box->setPlacement(element.shape.placement);
     box->setMaterialName(KrMaterialNames::kStandIn);
+    // Magenta, which no robot is: nobody takes it for a part.
     m_manipulator.materialMap().set(std::string(KrMaterialNames::kStandIn),
                                     KrDataMap::material(KrColor(1.0, 0.0, 1.0)));
     return box;

@@ -72,6 +72,7 @@ KrPathResolver::KrPathResolver(const std::string& description, const std::vector
     // What comes through a pipe counts as a file in the current folder.
     const std::string given = KrImportPath::absolute(fs::is_fifo(description, error) ? "description" : description);
     const std::string real = fs::weakly_canonical(given, error).string();
+    // A description may be a link into another bundle: folders above the link come first, then those above its target.
     for (const std::string& start : {given, error ? given : real}) {
         std::string folder = KrImportPath::directoryOf(start);
         for (std::size_t level = 0; level < kMaxLevels && !folder.empty(); ++level) {
@@ -168,6 +169,7 @@ KrPathResolver::Request KrPathResolver::parse(const std::string& uri)
 
 bool KrPathResolver::attempt(const std::string& path, const std::string& rule, Found& found)
 {
+    // As it stands first: files whose names hold a percent sign exist.
     for (const std::string& candidate : {path, KrImportPath::percentDecoded(path)}) {
         if (!m_tried.insert(candidate).second) {
             continue;
@@ -199,6 +201,7 @@ bool KrPathResolver::findPlain(const Request& request, Found& found)
 
 bool KrPathResolver::findPackage(const std::string& package, const std::string& rest, Found& found)
 {
+    // Name before manifest: the folder's name is what most checkouts keep, and needs no file to be read.
     for (const Folder& folder : m_above) {
         if (folder.name == package &&
             attempt(KrImportPath::join(folder.path, rest), "a folder above that bears the package's name", found)) {
@@ -275,6 +278,7 @@ bool KrPathResolver::findOtherFormat(Found& found)
             continue;
         }
         const std::string wanted = KrImportPath::extensionOf(path);
+        // Exporters change formats, and file systems that ignore letters' sizes hide wrong ones: the nearest name wins.
         std::string best;
         std::size_t bestPlace = std::size(kMeshFormats) + 1;
         for (const std::string& name : names->second) {
@@ -297,6 +301,7 @@ const KrPathResolver::Listing& KrPathResolver::listingOf(const std::string& fold
     if (m_listings.size() > kMaxListings) {
         m_listings.clear();
     }
+    // A robot names hundreds of meshes in a few folders: each is listed once.
     const auto [place, isNew] = m_listings.emplace(folder, Listing());
     if (isNew) {
         for (const std::string& name : KrImportPath::entries(folder, kMaxWalkEntries)) {
@@ -339,6 +344,7 @@ bool KrPathResolver::isOutside(const std::string& folder) const
     std::error_code error;
     const fs::path path(folder);
     const std::string home = m_home.empty() ? "" : fs::path(m_home).lexically_normal().string();
+    // Above these live other people's files: a guess there could find another robot's mesh.
     return path == path.root_path() || path == fs::temp_directory_path(error) ||
            (!home.empty() && (home + "/").compare(0, folder.size() + 1, folder + "/") == 0);
 }

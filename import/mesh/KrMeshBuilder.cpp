@@ -83,6 +83,7 @@ KrMeshBuilder::Result Builder::run()
         m_result.why = "its vertices are too far away to be drawn";
         return m_result;
     }
+    // After the scale: angles between triangles change with one that differs by axis.
     KrMeshNormals::fill(m_vertices, lists, KrMeshData::noNormal, m_normals);
 
     boost::shared_ptr<KrTriPhysicalExtent> extent(new KrTriPhysicalExtent);
@@ -126,6 +127,7 @@ std::string Builder::ownName(const std::string& name) const
 {
     std::string own = name;
     const auto isTaken = [&own](const KrMeshData::Group& group) { return group.hasLook && group.name == own; };
+    // Groups are kept apart by their names alone.
     while (own == m_options.material ||
            (own != name && std::any_of(m_data.groups.begin(), m_data.groups.end(), isTaken))) {
         own += " of the mesh";
@@ -145,6 +147,7 @@ void Builder::addTriangle(const KrTriangle& source, Group& group)
     }
     KrTriangle triangle;
     for (unsigned int corner = 0; corner < 3; ++corner) {
+        // A mirrored triangle is seen from behind unless its corners are taken backwards.
         const unsigned int from = m_isMirrored ? 2 - corner : corner;
         triangle.setCorner(corner, vertexIndex(source.vertex(from)), normalIndex(source.normal(from)),
                            source.textureCoordinate(from));
@@ -212,6 +215,7 @@ KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>&
         for (const KrTriPhysicalExtent::Group& group : mesh->groups()) {
             for (KrTriangle triangle : group.second()) {
                 for (unsigned int k = 0; k < 3; ++k) {
+                    // Without texture coordinates: a volume has one plain look.
                     triangle.setCorner(k, firstVertex + triangle.vertex(k), firstNormal + triangle.normal(k), 0);
                 }
                 triangles.push_back(triangle);

@@ -29,6 +29,7 @@ public:
         std::string why;            ///< there is no extent in spite of triangles; one clause
     };
 
+    /// Scales the mesh, skips degenerate triangles and computes the normals that are absent.
     static Result build(const KrMeshData& data, const Options& options);
 
     /// One mesh of one group out of the surfaces of several extents, their placements applied.

@@ -143,11 +143,13 @@ KrMeshMaterials::Look KrMeshMaterials::ofColor(const aiColor4D& color)
 {
     Look look;
     const double rgb[3] = {channel(color.r), channel(color.g), channel(color.b)};
+    // Named by its value, so that equal colours of several meshes are one material.
     look.name = "colour";
     for (const double value : rgb) {
         look.name += " " + std::to_string(static_cast<int>(255.0 * value + 0.5));
     }
     look.data = KrDataMap::material(KrColor(rgb[0], rgb[1], rgb[2]));
+    // Exporters that know no opacity write 0; a mesh that nobody can see was meant to be seen.
     if (channel(color.a) > 0.0) {
         look.opacity = channel(color.a);
         look.name += look.opacity < 1.0 ? " " + std::to_string(static_cast<int>(255.0 * look.opacity + 0.5)) : "";
@@ -176,6 +178,8 @@ std::string KrMeshMaterials::findTexture(const std::string& meshPath, const std:
     if (file.empty() || last.empty() || file.size() > Kr::Limits::kPathBytes) {
         return "";
     }
+    // Absolute paths are those of the exporter's machine, tried all the same; then the places where descriptions keep
+    // images, by the file's own name.
     if (file[0] != '/') {
         candidates.push_back(KrImportPath::join(folder, file));
     } else {

@@ -25,9 +25,11 @@ public:
         unsigned int textureChannel = 0;
     };
 
+    /// Reads what the mesh library made of a material; numbers outside [0, 1] are cut off, highlights kept faint.
     static Look read(const aiMaterial& material);
     /// That of a surface in one colour; alpha 0 is read as opaque.
     static Look ofColor(const aiColor4D& color);
+    /// Of all four colours of a look; 0 is clear, 1 opaque.
     static void setOpacity(KrDataMap& data, double opacity);
 
     /// Where an image that a mesh names lies: beside the mesh, or where descriptions keep such images.

@@ -11,7 +11,9 @@ class KrVectorIndex
 public:
     /// The index of `value` in values(); minus zero counts as zero.
     std::uint32_t add(const KrVector& value);
+    /// All different vectors so far.
     const std::vector<KrVector>& values() const { return m_values; }
+    /// Gives values() away; the list is empty afterwards.
     std::vector<KrVector> take();
 
 private:

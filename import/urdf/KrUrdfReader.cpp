@@ -191,14 +191,9 @@ void Reader::readMaterials()
 void Reader::readMaterial(const xmlNode& node, bool isGlobal)
 {
     const std::string name = attributeOf(node, "name");
-    if (name.empty()) {
-        return;
-    }
     // What is wrong with a visual's material is told when the visual is read.
-    const Look look = lookOf(node, isGlobal ? "material " + name : "");
-    if (!look.isEmpty()) {
-        m_result.materials.push_back({placeOf(node), name, look, isGlobal});
-    }
+    const std::string element = isGlobal && !name.empty() ? "material " + name : "";
+    m_result.materials.push_back({placeOf(node), name, lookOf(node, element), isGlobal});
 }
 
 /// @param element  empty for no warnings
