@@ -1,4 +1,5 @@
 // Builds an arm of two links in code and draws ten poses of it, without a display:  two_link_arm [FOLDER]
+#include <picture/KrLighting.h>
 #include <rendCore/system/KrRenderWindow.h>
 
 #include <toolkit/extent/KrCapsulePhysicalExtent.h>
@@ -40,15 +41,12 @@ int main(int argc, char** argv)
     KrPovParameters pov; // metres, z up
     pov.setEyepoint({0.4, -2.2, 1.0});
     pov.setCenterOfInterest({0.3, 0.0, 0.45});
-    KrLightParameters lights;
-    lights.lights().resize(1);
-    lights.lights()[0].setPosition({-1.0, -2.0, 2.0}); // towards the light
 
     KrRenderWindow window;
     window.setWindowSize(640, 480);
     window.setStatedSystem(system);
-    window.setPovParameters(pov); // this and the lights after the system
-    window.loadLight(lights);
+    window.setPovParameters(pov); // this and the light after the system
+    KrLighting::light(window);    // as seen from there
 
     for (int i = 0; i < 10; ++i) {
         system.setJointPosition(0, "shoulder", 0.05 * i); // radians

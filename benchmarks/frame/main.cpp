@@ -230,16 +230,18 @@ KrBenchReport run(const Options& options)
     return report;
 }
 
-void readSize(Options& options)
+/// False for what is no size.
+bool readSize(Options& options)
 {
     unsigned long width = 0;
     unsigned long height = 0;
     if (!KrValueText::size(options.size, width, height) || width == 0 || height == 0 || width > kLargestSize ||
         height > kLargestSize) {
-        throw KrBenchFailure("--size " + options.size + ": WIDTHxHEIGHT is expected");
+        return false;
     }
     options.width = static_cast<unsigned int>(width);
     options.height = static_cast<unsigned int>(height);
+    return true;
 }
 
 } // namespace
@@ -250,8 +252,11 @@ int main(int argc, char** argv)
     CLI::App app("Measures what a frame costs, and what the same triangles cost in plain OpenGL.", "krFrameBenchmark");
     addOptions(app, options);
     CLI11_PARSE(app, argc, argv);
+    if (!readSize(options)) {
+        std::fprintf(stderr, "krFrameBenchmark: --size %s: WIDTHxHEIGHT is expected\n", options.size.c_str());
+        return 2;
+    }
     try {
-        readSize(options);
         const KrBenchReport report = run(options);
         if (options.json != "-") {
             std::fputs(report.table().c_str(), stdout);

@@ -1,13 +1,13 @@
-// Draws a robot with an installed krRendCore, without a display:  consumer ROBOT PICTURE
+// Draws a robot with an installed krRendCore, without a display:  consumer ROBOT PICTURE [LINK]
 #include <import/KrRobotImporter.h>
-#include <rendCore/system/KrRenderWindow.h>
+#include <picture/KrPictureScene.h>
 
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <cstdio>
 #include <string>
 
-/// Reads a native system file (.xml), which says how it wants to be shown, or a URDF.
+/// Reads a native system file (.xml) or a URDF.
 static bool readRobot(const std::string& path, KrVisualizableStatedSystem& robot)
 {
     if (path.size() > 4 && path.compare(path.size() - 4, 4, ".xml") == 0) {
@@ -19,20 +19,25 @@ static bool readRobot(const std::string& path, KrVisualizableStatedSystem& robot
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: %s ROBOT PICTURE\n", argv[0]);
+    if (argc != 3 && argc != 4) {
+        std::fprintf(stderr, "usage: %s ROBOT PICTURE [LINK]\n", argv[0]);
         return 2;
     }
     KrVisualizableStatedSystem robot;
-    KrRenderWindow window;
-    window.setWindowSize(640, 480);
-    if (!readRobot(argv[1], robot) || !window.setVisualizableStatedSystem(robot)) {
+    if (!readRobot(argv[1], robot)) {
         return 1;
     }
-    window.setState(robot.statedSystem().systemState());
-
-    KrImage image;
-    const bool drawn = window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor) &&
-                       image.writeFile(argv[2], KrImage::BottomRowFirst);
-    return drawn ? 0 : 1;
+    KrStatedSystem& system = robot.statedSystem();
+    if (argc == 4 && system.selectLink(0, argv[3]) != KrStatedSystem::LinkAnswer::Done) {
+        return 1;
+    }
+    KrPictureScene scene;
+    KrImage picture;
+    std::string reason;
+    if (!scene.open(640, 480, 4, reason) || !scene.show(system, reason) ||
+        !scene.draw(system.systemState(), picture, reason)) {
+        std::fprintf(stderr, "%s: %s\n", argv[0], reason.c_str());
+        return 1;
+    }
+    return picture.writeFile(argv[2], KrImage::BottomRowFirst) ? 0 : 1;
 }

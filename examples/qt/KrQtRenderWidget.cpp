@@ -1,5 +1,7 @@
 #include "KrQtRenderWidget.h"
 
+#include <picture/KrFraming.h>
+#include <picture/KrLighting.h>
 #include <toolkit/context/KrExternalWindowImpl.h>
 #include <toolkit/math/KrAngle.h>
 
@@ -11,16 +13,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace
-{
-
 using Kr::Angle::kPi;
-
-/// From the robot towards the eye, rad: it faces +x, and z is up.
-constexpr double kAzimuth = -0.6;
-constexpr double kElevation = 0.4;
-
-} // namespace
 
 void KrQtRenderWidget::setFormat()
 {
@@ -48,6 +41,7 @@ KrQtRenderWidget::KrQtRenderWidget(QWidget* parent)
     // The widget swaps by itself.
     m_window.setImpl(std::make_unique<KrExternalWindowImpl>(callbacks));
     m_window.setInputHandler(m_camera);
+    m_window.setAmbientLight(KrLighting::ambientLight());
 }
 
 // Here, while the widget still has its context; the base class gives that up when nothing of this one is left.
@@ -75,11 +69,7 @@ void KrQtRenderWidget::loadSystem()
         return;
     }
     m_window.setStatedSystem(*m_system);
-    KrLightParameters lights;
-    lights.lights().resize(1);
-    lights.lights()[0].setPosition(KrVector(1.0, -1.3, 1.1));
-    lights.lights()[0].setDiffuse(KrColor(0.7, 0.7, 0.7));
-    m_window.loadLight(lights);
+    m_window.loadLight(m_lamps);
 }
 
 void KrQtRenderWidget::initializeGL()
@@ -105,8 +95,10 @@ void KrQtRenderWidget::paintGL()
     m_window.renderScene(false);
     if (!m_isFramed && m_system) {
         // The scene has an extent from its first frame on.
-        m_camera->lookFrom(kAzimuth, kElevation);
+        m_camera->lookFrom(KrFraming::kAzimuth, KrFraming::kElevation);
         m_camera->fit();
+        m_lamps = KrLighting::threeLamps(m_window.getPovParameters()); // and stay there when the camera moves on
+        m_window.loadLight(m_lamps);
         m_isFramed = true;
         m_window.renderScene(false);
     }

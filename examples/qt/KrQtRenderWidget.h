@@ -49,6 +49,7 @@ private:
     KrRenderWindow m_window;
     osg::ref_ptr<KrOrbitInputHandler> m_camera;
     const KrStatedSystem* m_system = nullptr;
+    KrLightParameters m_lamps;
     QPointF m_last; ///< of a drag, logical pixels
     bool m_isFramed = false;
     int m_numContexts = 0;
