@@ -1,51 +1,27 @@
 #pragma once
 
+#include <tests/support/Folder.h>
+
 #include <import/KrImportOptions.h>
 #include <import/mesh/KrMeshBuilder.h>
 #include <import/mesh/KrMeshFile.h>
 
 #include <toolkit/foundation/KrPrint.h>
 
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 
 /// A folder of one's own for what an importer reads; messages go nowhere while it is there.
-class KrMeshFuzzFolder
+class KrMeshFuzzFolder : public Folder
 {
 public:
     KrMeshFuzzFolder()
-        : m_path((std::filesystem::temp_directory_path() / "mesh-fuzz-XXXXXX").string())
     {
         Kr::Print::instance()->setSink([](Kr::Print::Type, const std::string&) {});
-        if (mkdtemp(m_path.data()) == nullptr) {
-            std::abort();
-        }
     }
-    ~KrMeshFuzzFolder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    KrMeshFuzzFolder(const KrMeshFuzzFolder&) = delete;
-    KrMeshFuzzFolder& operator=(const KrMeshFuzzFolder&) = delete;
-
-    /// Writes a file; returns its path.
-    std::string write(const std::string& name, std::string_view content) const
-    {
-        const std::string path = m_path + "/" + name;
-        std::ofstream(path, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
-        return path;
-    }
-
-private:
-    std::string m_path;
 };
 
 inline std::string_view fuzzText(const std::uint8_t* data, std::size_t size)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <tests/support/Folder.h>
 #include <tests/support/MessageRecorder.h>
 
 #include <import/KrRobotImporter.h>
@@ -17,35 +18,8 @@
 
 using Corners = std::array<KrVector, 3>;
 
-/// A folder that goes with everything in it.
-class Bundle
-{
-public:
-    Bundle()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "krImportXXXXXX").string();
-        m_root = mkdtemp(pattern.data());
-    }
-    ~Bundle()
-    {
-        std::error_code error;
-        std::filesystem::remove_all(m_root, error);
-    }
-    Bundle(const Bundle&) = delete;
-    Bundle& operator=(const Bundle&) = delete;
-
-    std::string path(const std::string& name) const { return (std::filesystem::path(m_root) / name).string(); }
-    /// Writes a file, with the folders above it; returns its path.
-    std::string write(const std::string& name, const std::string& content) const
-    {
-        std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
-        std::ofstream(path(name), std::ios::binary) << content;
-        return path(name);
-    }
-
-private:
-    std::string m_root;
-};
+/// A robot's files.
+using Bundle = Folder;
 
 /// A box with one corner at the origin; counter-clockwise seen from outside.
 inline std::vector<Corners> box(double x, double y, double z)
@@ -181,7 +155,7 @@ struct Imported
 inline Imported import(const std::string& path, const KrImportOptions& options = {})
 {
     Imported result;
-    const MessageRecorder messages;
+    MessageRecorder messages;
     result.ok = KrRobotImporter::readFile(path, options, result.system, result.report);
     result.printed = messages.all();
     return result;

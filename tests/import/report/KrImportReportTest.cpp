@@ -72,7 +72,7 @@ TEST(KrImportReport, WritesAWholeFileOrLeavesTheOldOne)
     EXPECT_EQ(tree.get<std::string>("counts.links"), "3");
 
     std::filesystem::create_directories(bundle.path("folder/inside"));
-    const MessageRecorder messages;
+    MessageRecorder messages;
     EXPECT_FALSE(sample().writeJson(bundle.path("gone/report.json")));
     EXPECT_FALSE(sample().writeJson(bundle.path("folder")));
     EXPECT_EQ(messages.count(), 2u);

@@ -98,7 +98,7 @@ TEST(KrRenderBoundingVolumes, OnlyTheBasesVolumesAreSortedByDepth)
 TEST(KrRenderBoundingVolumes, AVolumeWithoutAnExtentIsReportedAndTheOthersAreBuilt)
 {
     const boost::shared_ptr<KrShape> broken = shapeWithVolumes({boxShape(3.0), boost::make_shared<KrShape>()});
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<osg::Switch> volumes = KrRenderBoundingVolumes::makeBV(broken.get(), KrMaterialMap(), 4, 6);
     EXPECT_EQ(
         messages.count(Kr::Print::Warning, "KrRenderLink - unable to add bounding volume for link (4), shape 6.\n"),

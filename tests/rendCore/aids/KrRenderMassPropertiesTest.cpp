@@ -43,7 +43,7 @@ TEST(KrRenderMassProperties, EveryLinkWithAMassGetsItsEllipsoidUnderItsDhFrame)
     const osg::Group* base = node->getChild(0)->asGroup();
     const auto frameOf = [](const osg::Node* link) { return dynamic_cast<const KrRenderLink&>(*link).getDhFrame(); };
 
-    const MessageRecorder messages;
+    MessageRecorder messages;
     KrRenderMassProperties::init(node);
     EXPECT_EQ(messages.count(), 0u) << "the window tells when the aid is shown";
     EXPECT_EQ(frameOf(base->getChild(1))->getNumChildren(), 0u);

@@ -206,7 +206,7 @@ TEST_F(TexturedMaterial, AMissingPictureCostsOnlyTheTexture)
     m_map = diffuseMap(0.1, 0.2, 0.3, 1.0);
     m_map.setString("krTextureFilename", m_path + ".missing");
     m_map.setReal("krAmbientRed", 0.5);
-    const MessageRecorder messages;
+    MessageRecorder messages;
     KrMaterialProperties material;
     material.load(m_map);
     const osg::ref_ptr<osg::StateSet> state = stateOf(material);

@@ -3,6 +3,7 @@
 #include <rendCore/system/KrRenderWindow.h>
 #include <rendCore/window/KrSGDrawCallbacks.h>
 
+#include <tests/support/Folder.h>
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Systems.h>
 
@@ -134,18 +135,6 @@ protected:
 
     KrRenderWindow window;
     KrCoordinateSystemTransformation opticalToWorld;
-};
-
-/// A file name of this test's own, removed at its end.
-class TemporaryFile
-{
-public:
-    ~TemporaryFile() { std::remove(m_path.c_str()); }
-    const std::string& path() const { return m_path; }
-    void write(const std::string& content) const { std::ofstream(m_path, std::ios::binary) << content; }
-
-private:
-    std::string m_path = testing::TempDir() + "krFrameDescription.json";
 };
 
 } // namespace
@@ -286,10 +275,11 @@ TEST_F(KrFrameDescriptionTest, IsReadBackAsItWasWritten)
     frame.manipulators = {{"a \"quoted\", [-0] name\n\xFF", {{"j", "revolute", 0.1}, {"k", "prismatic", -0.0}}},
                           {"empty", {}}};
     frame.unit = "mm";
-    const TemporaryFile file;
-    ASSERT_TRUE(frame.writeFile(file.path()));
+    const Folder folder;
+    const std::string file = folder.path("camera.json");
+    ASSERT_TRUE(frame.writeFile(file));
     KrFrameDescription read;
-    ASSERT_TRUE(read.readFile(file.path()));
+    ASSERT_TRUE(read.readFile(file));
     EXPECT_EQ(read.json(), frame.json());
     EXPECT_TRUE(read.actualPov() == window.getPovParameters());
 
@@ -323,24 +313,25 @@ TEST(KrFrameDescription, RefusesWhatIsNoDescriptionAndKeepsTheOldOne)
         size + R"({"intrinsics": {"fx": 0, "fy": 1, "cx": 2, "cy": 1}, )" + pose + "}}",
         size + R"({"intrinsics": {"fx": 1, "fy": 1, "cx": "x", "cy": 1}, )" + pose + "}}",
     };
-    const TemporaryFile file;
+    const Folder folder;
+    const std::string file = folder.path("camera.json");
     KrFrameDescription frame;
     frame.width = 7;
     for (const std::string& text : bad) {
-        file.write(text);
+        folder.write("camera.json", text);
         MessageRecorder messages;
-        EXPECT_FALSE(frame.readFile(file.path())) << text.substr(0, 80);
+        EXPECT_FALSE(frame.readFile(file)) << text.substr(0, 80);
         EXPECT_EQ(messages.count(), 1u) << text.substr(0, 80);
         EXPECT_EQ(frame.width, 7u);
     }
     MessageRecorder messages;
-    EXPECT_FALSE(frame.readFile(file.path() + ".missing"));
+    EXPECT_FALSE(frame.readFile(file + ".missing"));
     EXPECT_FALSE(frame.readFile(testing::TempDir()));
-    EXPECT_FALSE(frame.writeFile(file.path() + "/below/a/file.json"));
+    EXPECT_FALSE(frame.writeFile(file + "/below/a/file.json"));
     EXPECT_EQ(messages.count(), 3u);
     // The least that another program can write.
-    file.write(size + "{" + pose + "}}");
-    EXPECT_TRUE(frame.readFile(file.path()));
+    folder.write("camera.json", size + "{" + pose + "}}");
+    EXPECT_TRUE(frame.readFile(file));
     EXPECT_EQ(frame.view(3, 2), -2.0);
     EXPECT_FALSE(frame.intrinsics);
 }

@@ -70,7 +70,7 @@ TEST(KrRenderIntraLink, OneWithNothingToDrawIsReportedAndSkipped)
 {
     const KrIndividualManipulator robot =
         robotWithRods({nullptr, boost::make_shared<KrShape>(), boost::make_shared<KrShape>(box())});
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<KrRenderManipulator> node = new KrRenderManipulator(robot, 0);
     EXPECT_EQ(messages.count(), 2u);
     EXPECT_EQ(messages.count(Kr::Print::Warning, "Problem creating intralink node 0\n"), 1u);

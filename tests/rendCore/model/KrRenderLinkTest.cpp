@@ -130,7 +130,7 @@ TEST(KrRenderLink, StopsAtAMissingShape)
     arm.addShape(box());
     arm.addShape(boost::shared_ptr<KrShape>());
     arm.addShape(box());
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<KrRenderLink> link = renderLink(arm);
     EXPECT_EQ(link->getDhFrame()->getNumChildren(), 2u);
     EXPECT_EQ(messages.count(Print::Error, "KrRenderLink::render() Shape 2 missing from joint (arm).\n"), 1u);
@@ -143,7 +143,7 @@ TEST(KrRenderLink, ShowsTheLastShapeAgainWhereAnExtentIsAbsent)
     robot.addShape(boost::make_shared<KrShape>()); // nothing before it: reported
     robot.addShape(box());
     robot.addShape(boost::make_shared<KrShape>());
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<KrRenderLink> link = new KrRenderLink(robot, 0);
     EXPECT_EQ(messages.count(Print::Warning, "KrRenderLink - unable to add geometry for link robot (-2), shape 0.\n"),
               1u);

@@ -234,7 +234,7 @@ TEST_F(KrRenderSelectionTest, AThousandRandomPassesLeaveNothingBehind)
 TEST_F(KrRenderSelectionTest, AKeyWithoutAShapeIsReportedAndChangesNothing)
 {
     const Snapshot before(*node);
-    const MessageRecorder messages;
+    MessageRecorder messages;
     KrRenderSelection::setSelected(node, KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 7));
     EXPECT_EQ(messages.count(Kr::Print::Warning, "KrRenderSelection::setSelection - cannot find shape (-2, 7)\n"), 1u);
     EXPECT_EQ(messages.count(), 1u);

@@ -120,7 +120,7 @@ TEST(KrRenderShape, DrawsAsManyGroupsAsHaveNames)
 
 TEST(KrRenderShape, NoExtentAndNoSurfaceGiveAnEmptyShape)
 {
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<KrRenderShape> none = new KrRenderShape(nullptr, KrMaterialMap());
     EXPECT_EQ(none->getNumDrawables(), 0u);
     EXPECT_EQ(messages.count(Kr::Print::Warning, "KrRenderShape::KrRenderShape - passing NULL for PhysicalExtent.\n"),
@@ -206,7 +206,7 @@ TEST(KrRenderShape, CreateGeometryPaintsEverythingInTheToolkitsBlue)
 
 TEST(KrRenderShape, AttributesAreMasksNotNumbers)
 {
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<KrRenderShape> shape = new KrRenderShape(nullptr, KrMaterialMap());
     const auto both = static_cast<KrRenderTypes::Attributes>(KrRenderTypes::NoDisplayList | KrRenderTypes::Unfaded);
     shape->setAttribute(KrRenderTypes::Unfaded);

@@ -581,7 +581,7 @@ TEST_F(KrTextureMarkerTest, MoreStrokesOfAnExtentThanAFrameTakesArePaintedInTheN
         ASSERT_TRUE(extent.addStroke(KrSurfaceStroke({KrPlanarVector(0.2, 0.2)}, KrColor(1.0, 0.0, 0.0), 0.1)));
     }
     ASSERT_TRUE(extent.addStroke(KrSurfaceStroke({KrPlanarVector(0.7, 0.7)}, KrColor(0.0, 1.0, 0.0), 0.1)));
-    const MessageRecorder messages;
+    MessageRecorder messages;
     shape = new KrRenderDeformationShape(&extent, KrMaterialMap());
     group->removeChildren(0, group->getNumChildren());
     group->addChild(shape);

@@ -54,7 +54,7 @@ protected:
 TEST_F(KrRenderGridPhysicalExtentTest, ShadersThatCannotBeReadAreReportedAndTheNodeIsBuilt)
 {
     const KrGridPhysicalExtent grid = flatGrid();
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<osg::Geode> geode = KrRenderGridPhysicalExtent::init(&grid);
     ASSERT_TRUE(geode);
     EXPECT_EQ(messages.all(), "KrRenderGridPhysicalExtent - unable to load vertex shader.\n"
@@ -70,7 +70,7 @@ TEST_F(KrRenderGridPhysicalExtentTest, ShadersThatCannotBeReadAreReportedAndTheN
 TEST_F(KrRenderGridPhysicalExtentTest, HandsTheFieldToTheShadersUnresampled)
 {
     const KrGridPhysicalExtent grid = flatGrid();
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<osg::Geode> geode = KrRenderGridPhysicalExtent::init(&grid);
     ASSERT_TRUE(geode);
     const osg::StateSet& state = *geode->getStateSet();
@@ -104,7 +104,7 @@ TEST_F(KrRenderGridPhysicalExtentTest, HandsTheFieldToTheShadersUnresampled)
 TEST_F(KrRenderGridPhysicalExtentTest, TheBoxIsClosedAndItsFacesLookInwards)
 {
     const KrGridPhysicalExtent grid = flatGrid();
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<osg::Geode> geode = KrRenderGridPhysicalExtent::init(&grid);
     ASSERT_TRUE(geode);
     const osg::Geometry* box = geode->getDrawable(0)->asGeometry();
@@ -131,7 +131,7 @@ TEST_F(KrRenderGridPhysicalExtentTest, WithoutAFolderOfShadersThereIsNoNode)
     EXPECT_EQ(KrRenderGridPhysicalExtent::init(nullptr), nullptr);
     unsetenv("KR_TOOLKITS");
     const KrGridPhysicalExtent grid = flatGrid();
-    const MessageRecorder messages;
+    MessageRecorder messages;
     EXPECT_EQ(KrRenderGridPhysicalExtent::init(&grid), nullptr);
     EXPECT_EQ(messages.count(Kr::Print::Warning, "No KR_TOOLKITS defined\n"), 1u);
     EXPECT_EQ(messages.count(), 1u);
@@ -140,7 +140,7 @@ TEST_F(KrRenderGridPhysicalExtentTest, WithoutAFolderOfShadersThereIsNoNode)
 TEST_F(KrRenderGridPhysicalExtentTest, ANeverSetGridHarmsNothing)
 {
     const KrGridPhysicalExtent grid;
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const osg::ref_ptr<osg::Geode> geode = KrRenderGridPhysicalExtent::init(&grid);
     ASSERT_TRUE(geode);
     EXPECT_EQ(vec3Uniform(*geode->getStateSet(), "texSize"), osg::Vec3());
@@ -152,7 +152,7 @@ TEST_F(KrRenderGridPhysicalExtentTest, ScaledValuesThatTheTextureCannotHoldAreTo
         KrGridPhysicalExtent grid;
         ASSERT_TRUE(grid.setGrid(KrVector(), KrVector(1.0, 1.0, 1.0), 2, 2, 1, {0.0, 1.0, 0.5, 1.0}));
         grid.setDataScale(scale);
-        const MessageRecorder messages;
+        MessageRecorder messages;
         const osg::ref_ptr<osg::Geode> geode = KrRenderGridPhysicalExtent::init(&grid);
         // Two are about the shaders.
         EXPECT_EQ(messages.count(), scale == 65504.0 ? 2u : 3u) << messages.all();

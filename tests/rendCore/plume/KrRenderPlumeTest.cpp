@@ -230,7 +230,7 @@ TEST_F(KrRenderPlumeTest, AFieldThatNoTextureHoldsIsToldAtItsFirstDraw)
                                   std::vector<double>(std::size_t{2} * length, 0.5)));
         show(grid);
         lookFromAbove();
-        const MessageRecorder messages;
+        MessageRecorder messages;
         middle();
         middle();
         EXPECT_EQ(messages.count(), isTooLong ? 1u : 0u) << messages.all();
@@ -321,7 +321,7 @@ TEST_F(KrRenderPlumeTest, LevelsChooseTheirOwnColourOfATableOfAnySize)
 
 TEST_F(KrRenderPlumeTest, ValuesBeyondTheTexturesAreDrawnAsInfiniteOnes)
 {
-    const MessageRecorder messages; // says so, too
+    MessageRecorder messages; // says so, too
     show(evenPlume(8, 70000.0));
     lookFromAbove();
     EXPECT_GT(middle()[0], 0.99);

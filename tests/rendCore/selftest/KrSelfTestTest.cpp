@@ -111,7 +111,7 @@ TEST_F(KrSelfTestTest, EveryTestPassesAndWritesItsPictures)
     KrIndividualManipulator robot("robot");
     const osg::ref_ptr<KrRenderManipulator> manipulator = new KrRenderManipulator(robot, 0);
     const osg::ref_ptr<MorphTexture> texture = KrRenderMorphLink::updateVertexTexture(manipulator);
-    const MessageRecorder messages;
+    MessageRecorder messages;
     for (const KrSelfTest& test : KrSelfTest::all()) {
         const KrSelfTest::Result result = test(folder);
         EXPECT_TRUE(result.passed) << test.name() << ": " << result.message;
@@ -193,7 +193,7 @@ TEST_F(KrSelfTestTest, ARendererThatLeavesSomethingOutIsFound)
 
 TEST_F(KrSelfTestTest, WhatCannotBeDoneIsToldInTheResult)
 {
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const KrSelfTest::Result unwritten = (*KrSelfTest::find("textures"))("/nowhere/at/all");
     EXPECT_FALSE(unwritten.passed);
     EXPECT_NE(unwritten.message.find("cannot be written"), std::string::npos) << unwritten.message;
@@ -272,7 +272,7 @@ TEST_F(KrSelfTestTest, EveryClassTestsItselfAndSaysWhatIsWrong)
     ASSERT_NE(marker, nullptr);
     const std::vector<NamedTest> classes = drawingClasses(robot, *marker);
     {
-        const MessageRecorder messages;
+        MessageRecorder messages;
         for (const NamedTest& test : classes) {
             EXPECT_TRUE(test.run()) << test.name;
         }
@@ -295,7 +295,7 @@ TEST_F(KrSelfTestTest, EveryClassTestsItselfAndSaysWhatIsWrong)
     setenv("KR_WINDOW", "glx", 1);
     unsetenv("DISPLAY");
     for (const NamedTest& test : classes) {
-        const MessageRecorder messages;
+        MessageRecorder messages;
         EXPECT_FALSE(test.run()) << test.name;
         EXPECT_EQ(messages.count(), 1u) << test.name << ": " << messages.all();
         EXPECT_EQ(messages.all().find(std::string(test.name) + "::selfTest - "), 0u) << messages.all();

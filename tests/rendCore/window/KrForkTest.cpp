@@ -60,7 +60,7 @@ bool draws(KrRenderWindow& window)
 /// True when `work` fails with one message that names the way out.
 bool isRefused(const std::function<bool()>& work)
 {
-    const MessageRecorder messages;
+    MessageRecorder messages;
     return !work() && messages.count() == 1 && messages.all().find("spawn or exec") != std::string::npos;
 }
 
@@ -92,7 +92,7 @@ TEST(KrFork, ChildrenDrawUntilTheParentDoesAndAreRefusedThen)
     EXPECT_EQ(inChild([&] { return isRefused([&] { return closed->init(); }); }), "") << "closed in the parent";
     EXPECT_EQ(inChild([&] { return isRefused([&] { return KrRenderWindow().init(); }); }), "") << "the child's own";
     EXPECT_EQ(inChild([&] {
-                  const MessageRecorder messages;
+                  MessageRecorder messages;
                   window.reset();
                   closed.reset();
                   return messages.count() == 0;

@@ -1,5 +1,7 @@
 #include <rendCore/window/KrSGWindow.h>
 
+#include <tests/support/Folder.h>
+
 #include <gtest/gtest.h>
 #include <osgDB/Registry>
 
@@ -17,10 +19,9 @@ TEST(KrScenePlugins, OverlayTextLoadsNoneFromTheCurrentFolder)
     if (!window.init()) {
         GTEST_SKIP() << window.report().text();
     }
-    std::string folder = testing::TempDir() + "krPluginsXXXXXX";
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const Folder folder;
     const fs::path before = fs::current_path();
-    fs::current_path(folder);
+    fs::current_path(folder.path(""));
     // Where the library looks first by itself: once for the font, once for the shaders that draw it.
     const std::string name = osgDB::Registry::instance()->createLibraryNameForExtension("ttf");
     fs::create_directories(fs::path(name).parent_path());
@@ -28,12 +29,12 @@ TEST(KrScenePlugins, OverlayTextLoadsNoneFromTheCurrentFolder)
         fs::copy_file(KR_CANARY_PLUGIN, osgDB::Registry::instance()->createLibraryNameForExtension(extension),
                       fs::copy_options::overwrite_existing);
     }
-    ASSERT_EQ(setenv("KR_CANARY", (folder + "/canary").c_str(), 1), 0);
+    ASSERT_EQ(setenv("KR_CANARY", folder.path("canary").c_str(), 1), 0);
 
     window.setOverlayText("HHHHH", 0, 40, KrColor(1.0, 0.0, 0.0));
     window.setBackgroundColor(KrColor(0.0, 0.0, 0.0));
     ASSERT_TRUE(window.renderScene(false));
-    EXPECT_FALSE(fs::exists(folder + "/canary"));
+    EXPECT_FALSE(fs::exists(folder.path("canary")));
     unsigned char pixels[64 * 48 * 4] = {};
     glReadPixels(0, 0, 64, 48, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
@@ -44,7 +45,6 @@ TEST(KrScenePlugins, OverlayTextLoadsNoneFromTheCurrentFolder)
     EXPECT_GT(red, 100u); // the text is drawn all the same
     // The system's own plugins are still found.
     EXPECT_NE(osgDB::Registry::instance()->getReaderWriterForExtension("ttf"), nullptr);
-    EXPECT_FALSE(fs::exists(folder + "/canary"));
+    EXPECT_FALSE(fs::exists(folder.path("canary")));
     fs::current_path(before);
-    fs::remove_all(folder);
 }

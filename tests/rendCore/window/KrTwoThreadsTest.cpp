@@ -130,7 +130,7 @@ TEST(KrTwoThreads, AWindowBelongsToTheThreadThatOpenedIt)
         }
         for (std::size_t i = 0; i < std::size(entries); ++i) {
             SCOPED_TRACE(i);
-            const MessageRecorder messages;
+            MessageRecorder messages;
             elsewhere([&] {
                 EXPECT_FALSE(entries[i]());
                 EXPECT_EQ(KrWindow::getWindow(), nullptr);
@@ -146,7 +146,7 @@ TEST(KrTwoThreads, AWindowBelongsToTheThreadThatOpenedIt)
 
     window.closeWindow();
     elsewhere([&] {
-        const MessageRecorder messages;
+        MessageRecorder messages;
         EXPECT_TRUE(window.init());
         window.setVisualizableStatedSystem(document);
         EXPECT_TRUE(window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
@@ -154,7 +154,7 @@ TEST(KrTwoThreads, AWindowBelongsToTheThreadThatOpenedIt)
         EXPECT_EQ(messages.count(), 0u) << messages.all();
     });
     // That thread has ended without closing it.
-    const MessageRecorder messages;
+    MessageRecorder messages;
     EXPECT_TRUE(window.closeWindow());
     EXPECT_EQ(messages.count(), 1u) << messages.all();
     ASSERT_TRUE(window.init());
@@ -171,7 +171,7 @@ TEST(KrTwoThreads, AWindowMayBeDestroyedElsewhere)
         GTEST_SKIP() << window->report().text();
     }
     ASSERT_TRUE(window->renderScene(true));
-    const MessageRecorder messages;
+    MessageRecorder messages;
     std::thread([&window] { window.reset(); }).join();
     EXPECT_EQ(messages.count(), 1u) << messages.all();
     EXPECT_EQ(KrWindow::getWindow(), nullptr);

@@ -80,10 +80,10 @@ TEST_F(KrEglWindow, ResizesOnTheSameContextAndRefusesWhatCannotBeDrawn)
     EXPECT_EQ(texelOf(texture), kGreen);
     expectDraws(kRed, 300, 200);
 
-    Messages messages;
+    MessageRecorder messages;
     EXPECT_FALSE(window.setWindowSize(100000, 100000));
     EXPECT_FALSE(window.setWindowSize(4000000000u, 10));
-    EXPECT_EQ(messages.number(), 2u);
+    EXPECT_EQ(messages.count(), 2u);
     EXPECT_EQ(window.windowWidth(), 300u);
     EXPECT_EQ(window.windowHeight(), 200u);
     expectDraws(kGreen, 300, 200);
@@ -92,7 +92,7 @@ TEST_F(KrEglWindow, ResizesOnTheSameContextAndRefusesWhatCannotBeDrawn)
     EXPECT_TRUE(window.setWindowSize(640, 0));
     EXPECT_EQ(window.windowHeight(), 0u);
     expectDraws(kRed, 640, 1);
-    EXPECT_EQ(messages.number(), 2u);
+    EXPECT_EQ(messages.count(), 2u);
 }
 
 TEST_F(KrEglWindow, ClosingOneLeavesTheOtherAsItWas)
@@ -158,10 +158,10 @@ TEST_F(KrEglWindow, SharedObjectsOutliveTheWindowThatMadeThem)
     const GLuint texture = createTexture(kRed);
     ASSERT_TRUE(second.share(first.get()));
     ASSERT_TRUE(third.share(&second));
-    Messages messages;
+    MessageRecorder messages;
     ASSERT_TRUE(second.init());
     ASSERT_TRUE(third.init());
-    EXPECT_EQ(messages.number(), 0u);
+    EXPECT_EQ(messages.count(), 0u);
     EXPECT_FALSE(second.share(nullptr)) << "open already";
     EXPECT_EQ(texelOf(texture), kRed);
     EXPECT_EQ(first->getShare(), (std::vector<KrWindow*>{&second, &third}));
@@ -185,9 +185,9 @@ TEST_F(KrEglWindow, OpensAloneAndSaysSoWhenThereIsNothingToShareWith)
     closed.setName("closed");
     ASSERT_TRUE(window.share(&closed));
     EXPECT_FALSE(window.share(&window));
-    Messages messages;
+    MessageRecorder messages;
     OPEN_OR_SKIP(window);
-    ASSERT_EQ(messages.number(), 1u);
+    ASSERT_EQ(messages.count(), 1u);
     EXPECT_EQ(messages.type(0), Kr::Print::Notice);
     EXPECT_NE(messages.text(0).find("closed"), std::string::npos) << messages.text(0);
     EXPECT_TRUE(window.getShare().empty());
@@ -200,9 +200,9 @@ TEST_F(KrEglWindow, FailsWithOneMessageAndAReportWhenTheSizeIsTooLarge)
     OPEN_OR_SKIP(other);
     const EGLContext context = eglGetCurrentContext();
     window.setWindowSize(100000, 100000);
-    Messages messages;
+    MessageRecorder messages;
     EXPECT_FALSE(window.init());
-    ASSERT_EQ(messages.number(), 1u);
+    ASSERT_EQ(messages.count(), 1u);
     EXPECT_NE(messages.text(0).find("EGL surfaceless"), std::string::npos) << messages.text(0);
     EXPECT_FALSE(window.report().hasContext());
     EXPECT_EQ(eglGetCurrentContext(), context) << "the failure took the other window's context away";
@@ -224,12 +224,12 @@ protected:
     {
         KrWindow window;
         window.setName("doomed");
-        Messages messages;
+        MessageRecorder messages;
         const bool isOpen = window.init();
-        if (isOpen != opens || messages.number() > 1 || (!isOpen && messages.number() != 1)) {
+        if (isOpen != opens || messages.count() > 1 || (!isOpen && messages.count() != 1)) {
             status = 1;
         }
-        for (std::size_t i = 0; i < messages.number(); ++i) {
+        for (std::size_t i = 0; i < messages.count(); ++i) {
             std::fprintf(stderr, "%s", messages.text(i).c_str());
         }
         std::fprintf(stderr, "%s", window.report().text().c_str());
@@ -370,16 +370,16 @@ TEST_F(KrExternalWindow, FailsWithoutAContextOrWithABrokenCallback)
     KrWindow window;
     window.setImpl(std::make_unique<KrExternalWindowImpl>(KrExternalWindowImpl::Callbacks()));
     m_host.getImpl()->releaseCurrent();
-    Messages messages;
+    MessageRecorder messages;
     EXPECT_FALSE(window.init());
-    ASSERT_EQ(messages.number(), 1u);
+    ASSERT_EQ(messages.count(), 1u);
     EXPECT_NE(messages.text(0).find("no OpenGL context is current"), std::string::npos) << messages.text(0);
 
     KrExternalWindowImpl::Callbacks broken;
     broken.makeCurrent = []() -> bool { throw std::runtime_error("the widget is gone"); };
     window.setImpl(std::make_unique<KrExternalWindowImpl>(broken));
     EXPECT_FALSE(window.init());
-    EXPECT_EQ(messages.number(), 2u);
+    EXPECT_EQ(messages.count(), 2u);
 }
 
 TEST_F(KrExternalWindow, BelievesInSharingOnlyWhenTheContextsDoShare)
@@ -395,11 +395,11 @@ TEST_F(KrExternalWindow, BelievesInSharingOnlyWhenTheContextsDoShare)
     sharing.share(&window);
     strange.share(&window);
     ASSERT_TRUE(window.init());
-    Messages messages;
+    MessageRecorder messages;
     ASSERT_TRUE(sharing.init());
-    EXPECT_EQ(messages.number(), 0u);
+    EXPECT_EQ(messages.count(), 0u);
     ASSERT_TRUE(strange.init());
-    EXPECT_EQ(messages.number(), 1u);
+    EXPECT_EQ(messages.count(), 1u);
     EXPECT_EQ(window.getShare(), std::vector<KrWindow*>{&sharing});
 }
 

@@ -105,9 +105,9 @@ TEST_F(KrGlxWindow, ShowsWhatIsDrawnAndFollowsItsSettings)
     EXPECT_EQ(now.x, 40);
     EXPECT_EQ(now.y, 50);
 
-    Messages messages;
+    MessageRecorder messages;
     EXPECT_FALSE(window.setWindowSize(100000, 100000));
-    EXPECT_EQ(messages.number(), 1u);
+    EXPECT_EQ(messages.count(), 1u);
     EXPECT_EQ(window.windowWidth(), 300u);
     expectDraws(kRed, 300, 200);
 }
@@ -187,9 +187,9 @@ TEST_F(KrGlxWindow, ClosingOneLeavesTheOthersSharedOrNot)
     ASSERT_TRUE(first->init());
     const GLuint texture = createTexture(kRed);
     sharing.share(first.get());
-    Messages messages;
+    MessageRecorder messages;
     ASSERT_TRUE(sharing.init());
-    EXPECT_EQ(messages.number(), 0u);
+    EXPECT_EQ(messages.count(), 0u);
     EXPECT_EQ(texelOf(texture), kRed);
     EXPECT_EQ(first->getShare(), std::vector<KrWindow*>{&sharing});
 
@@ -274,7 +274,7 @@ TEST_F(KrGlxWindow, OutlivesAWindowThatSomebodyElseDestroyed)
     ASSERT_TRUE(window.init());
     XDestroyWindow(m_display.get(), find("destroyed"));
     XSync(m_display.get(), False);
-    Messages messages;
+    MessageRecorder messages;
     EXPECT_FALSE(window.setWindowSize(100, 100));
     EXPECT_FALSE(window.setHideWindow(true) && window.setHideWindow(false));
     fill(kRed);
@@ -358,7 +358,7 @@ TEST_F(KrGlxWindow, OutlivesTheServer)
     ASSERT_TRUE(areOpen);
 
     server.kill();
-    Messages messages;
+    MessageRecorder messages;
     for (KrWindow* lost : {&window, &hidden}) {
         lost->makeCurrent(); // notices at the latest when it swaps
         fill(kRed);

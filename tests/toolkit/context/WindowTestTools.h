@@ -1,35 +1,10 @@
 #pragma once
 
-#include <toolkit/foundation/KrPrint.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <GL/gl.h>
 
 #include <array>
-#include <string>
-#include <utility>
-#include <vector>
-
-/// Keeps what is printed while it is alive.
-class Messages
-{
-public:
-    Messages()
-        : m_before(Kr::Print::instance()->setSink(
-              [this](Kr::Print::Type type, const std::string& text) { m_messages.emplace_back(type, text); }))
-    {
-    }
-    ~Messages() { Kr::Print::instance()->setSink(m_before); }
-    Messages(const Messages&) = delete;
-    Messages& operator=(const Messages&) = delete;
-
-    std::size_t number() const { return m_messages.size(); }
-    const std::string& text(std::size_t i) const { return m_messages.at(i).second; }
-    Kr::Print::Type type(std::size_t i) const { return m_messages.at(i).first; }
-
-private:
-    std::vector<std::pair<Kr::Print::Type, std::string>> m_messages;
-    Kr::Print::Sink m_before;
-};
 
 using Pixel = std::array<unsigned char, 3>;
 

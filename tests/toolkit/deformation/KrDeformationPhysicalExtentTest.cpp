@@ -191,7 +191,7 @@ TEST(KrDeformationPhysicalExtent, ASurfaceInThePlaneStaysWithItsBody)
             }
         }
     }
-    const MessageRecorder messages;
+    MessageRecorder messages;
     for (const double z : {1.0, -1.0}) {
         for (const double up : {1.0, -1.0}) {
             EXPECT_FALSE(whole.cutByPlane(0, KrVector(0.0, 0.0, z), KrVector(0.0, 0.0, up))) << z << " " << up;
@@ -238,7 +238,7 @@ TEST(KrDeformationPhysicalExtent, TrianglesAreCutOutAlongTheirEdges)
     ASSERT_EQ(extent.groups().size(), 2u);
     EXPECT_EQ(extent.groups()[0].triangles().size(), 10u);
     EXPECT_EQ(extent.groups()[1].piece(), 1u);
-    const MessageRecorder messages;
+    MessageRecorder messages;
     EXPECT_FALSE(extent.cutAlongTriangles({0, 11})) << "of two pieces";
     EXPECT_FALSE(extent.cutAlongTriangles({10, 11})) << "all of one";
     EXPECT_FALSE(extent.cutAlongTriangles({0, 12})) << "one that is not there";
@@ -324,7 +324,7 @@ TEST(KrDeformationPhysicalExtent, ADocumentAsksForCutsByPlanes)
     EXPECT_TRUE(read == wanted) << "the same as when cut by a program; nothing waits any more";
     EXPECT_TRUE(read.selfTest());
 
-    const MessageRecorder messages;
+    MessageRecorder messages;
     const std::string bad = withCuts("7");
     EXPECT_FALSE(read.readBuffer(bad.data(), bad.size()));
     EXPECT_EQ(messages.count(), 1u) << messages.all();
@@ -339,7 +339,7 @@ TEST(KrDeformationPhysicalExtent, RefusesWhatDoesNotFit)
     const Extent::Revision seen = extent.revision();
     std::vector<KrVector> vertices = extent.vertices();
     vertices[1].setY(nan);
-    const MessageRecorder messages;
+    MessageRecorder messages;
     EXPECT_FALSE(extent.setVertices(vertices));
     vertices.resize(3);
     EXPECT_FALSE(extent.setPose("short", vertices));
@@ -389,7 +389,7 @@ TEST(KrDeformationPhysicalExtent, ComesBackFromAFileCutPosedAndParted)
         const std::size_t start = bad.find('>', bad.find(std::string(element) + ">")) + 1;
         const std::size_t end = bad.find(std::string("</"), bad.find(element, start) - 8);
         bad.replace(start, end - start, "");
-        const MessageRecorder messages;
+        MessageRecorder messages;
         EXPECT_FALSE(copy.readBuffer(bad.data(), bad.size())) << element;
         EXPECT_EQ(messages.count(), 1u) << messages.all();
         EXPECT_TRUE(copy == extent);
@@ -405,7 +405,7 @@ TEST(KrDeformationPhysicalExtent, AMeshOfItsOwnPiecesKeepsThemWhenCutsAreUndone)
     text.replace(piece, 8, "piece>1<");
     Extent extent;
     {
-        const MessageRecorder messages;
+        MessageRecorder messages;
         EXPECT_FALSE(extent.readBuffer(text.data(), text.size())) << "there is no offset for it";
         EXPECT_EQ(messages.count(), 1u) << messages.all();
     }

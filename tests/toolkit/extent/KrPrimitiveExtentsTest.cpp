@@ -1,4 +1,4 @@
-#include <tests/toolkit/foundation/KrCaughtMessages.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/extent/KrBoxPhysicalExtent.h>
 #include <toolkit/extent/KrCapsulePhysicalExtent.h>
@@ -191,7 +191,7 @@ TEST(KrPrimitiveExtents, WithoutSizeHaveNoSurface)
 {
     const double infinity = std::numeric_limits<double>::infinity();
     for (const double bad : {0.0, -1.0, kNaN, infinity}) {
-        const KrCaughtMessages told;
+        MessageRecorder told;
         EXPECT_FALSE(KrSpherePhysicalExtent(bad).triExtent()) << bad;
         EXPECT_FALSE(KrCylinderPhysicalExtent(bad, 1.0).triExtent()) << bad;
         EXPECT_FALSE(KrCylinderPhysicalExtent(1.0, bad).triExtent()) << bad;
@@ -199,10 +199,10 @@ TEST(KrPrimitiveExtents, WithoutSizeHaveNoSurface)
         EXPECT_FALSE(KrConePhysicalExtent(bad, bad, 1.0).triExtent()) << bad;
         EXPECT_FALSE(KrEllipsoidPhysicalExtent(KrVector(1.0, bad, 1.0)).triExtent()) << bad;
         EXPECT_FALSE(KrBoxPhysicalExtent(KrVector(bad, bad, 1.0)).triExtent()) << bad;
-        EXPECT_EQ(told.texts().size(), bad == 0.0 ? 0u : 7u) << "one for each that has no such size";
+        EXPECT_EQ(told.count(), bad == 0.0 ? 0u : 7u) << "one for each that has no such size";
         EXPECT_EQ(KrBoxPhysicalExtent(KrVector(bad, 1.0, 1.0)).size().x(), 0.0);
     }
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
 
     // A plate without thickness is two faces.
     const boost::shared_ptr<const KrTriPhysicalExtent> plate = KrBoxPhysicalExtent(KrVector(2.0, 0.0, 1.0)).triExtent();
@@ -213,7 +213,7 @@ TEST(KrPrimitiveExtents, WithoutSizeHaveNoSurface)
     EXPECT_EQ(worstNormal(*KrBoxPhysicalExtent(KrVector(1e-100, 1e-100, 1e-100)).triExtent()), 1.0);
     EXPECT_TRUE(KrSpherePhysicalExtent(1e30).triExtent());
     EXPECT_FALSE(KrSpherePhysicalExtent(1e150).triExtent());
-    EXPECT_EQ(messages.texts().size(), 1u) << "too far away to be drawn";
+    EXPECT_EQ(messages.count(), 1u) << "too far away to be drawn";
     EXPECT_TRUE(KrEllipsoidPhysicalExtent(KrVector(1e-150, 1.0, 1e30)).triExtent());
 }
 
@@ -280,16 +280,16 @@ TEST(KrPrimitiveExtents, ImpossibleSizesAreRefusedWhenRead)
     KrSpherePhysicalExtent sphere(3.0);
     KrBoxPhysicalExtent box;
     for (const char* const bad : {"-1", "nan", "inf"}) {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         EXPECT_FALSE(readText(sphere, std::string("<radius>") + bad + "</radius>"));
         EXPECT_NE(messages.only().find("element \"sphere\": radius"), std::string::npos) << messages.only();
     }
     EXPECT_EQ(sphere.radius(), 3.0);
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     EXPECT_FALSE(readText(box, "<size>1 1 -1</size>"));
     EXPECT_TRUE(readText(sphere, "<radius>0</radius>"));
     EXPECT_FALSE(sphere.triExtent());
-    EXPECT_EQ(messages.texts().size(), 1u);
+    EXPECT_EQ(messages.count(), 1u);
 }
 
 TEST(KrEllipsoid, IsEmptyOrAnExtent)
@@ -319,8 +319,8 @@ TEST(KrGridPhysicalExtent, HoldsWhatFitsAndRefusesTheRest)
 
     const auto fails = [&grid](const KrVector& maximum, unsigned int nx, unsigned int ny, unsigned int nz,
                                const std::vector<double>& data) {
-        const KrCaughtMessages messages;
-        return !grid.setGrid({-1, -1, -1}, maximum, nx, ny, nz, data) && messages.texts().size() == 1;
+        MessageRecorder messages;
+        return !grid.setGrid({-1, -1, -1}, maximum, nx, ny, nz, data) && messages.count() == 1;
     };
     EXPECT_TRUE(fails({1, 2, 3}, 2, 2, 2, values));
     EXPECT_TRUE(fails({1, 2, 3}, 0, 2, 3, {}));
@@ -330,10 +330,10 @@ TEST(KrGridPhysicalExtent, HoldsWhatFitsAndRefusesTheRest)
     EXPECT_TRUE(fails({1, -2, 3}, 1, 2, 3, values));
     EXPECT_TRUE(fails({1, kNaN, 3}, 1, 2, 3, values));
     EXPECT_TRUE(fails({1, 2, 3}, 1, 2, 3, {1, 2, kNaN, 4, 5, 6}));
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     grid.setDataScale(kNaN);
     grid.setLookupTable(KrXmlVectorVector({{0, 2, 0}}));
-    EXPECT_EQ(messages.texts().size(), 2u);
+    EXPECT_EQ(messages.count(), 2u);
 
     double scale = 0.0;
     KrVector minimum, maximum, dimensions, inflection;
@@ -355,9 +355,9 @@ TEST(KrGridPhysicalExtent, ReadsTheSameRules)
          {"<cells>2 1</cells><values>1 2</values>", "<cells>4294967295 4294967295 4294967295</cells><values>1</values>",
           "<cells>99999999999 1 1</cells><values>1</values>", "<cells>2 1 1</cells><values>1 inf</values>",
           "<cells>2 1 1</cells><values>1 2</values><lookupTable>0 0 7</lookupTable>"}) {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         EXPECT_FALSE(readText(grid, corners + bad)) << bad;
-        EXPECT_EQ(messages.texts().size(), 1u);
+        EXPECT_EQ(messages.count(), 1u);
     }
     EXPECT_EQ(grid.values().size(), 2u);
 }

@@ -1,4 +1,4 @@
-#include <tests/toolkit/foundation/KrCaughtMessages.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/math/KrAngle.h>
@@ -123,7 +123,7 @@ TEST(KrTriPhysicalExtent, BadMeshesGiveOneMessageAndNoChange)
         {square(), up, Coordinates({{kNaN, 0}}), group({good}), "texture coordinate 0 is not finite"},
     };
     for (const Case& test : cases) {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         EXPECT_FALSE(mesh.setMesh(test.vertices, test.normals, test.coordinates, test.groups, "arm.stl")) << test.told;
         EXPECT_EQ(messages.only().find("KrTriPhysicalExtent::setMesh - arm.stl: "), 0u) << messages.only();
         EXPECT_NE(messages.only().find(test.told), std::string::npos) << messages.only();
@@ -175,7 +175,7 @@ TEST(KrTriPhysicalExtent, XmlIsCheckedLikeEverythingElse)
          {std::pair("0 0 0 1 0 0 1 1 0", "0 0 0 1 0 0 3 0 0"), std::pair("0 0 0 1 0 nan 1 1 0", "0 0 0 1 0 0 2 0 0"),
           std::pair("0 0 0 1 0 1e39 1 1 0", "0 0 0 1 0 0 2 0 0"), std::pair("0 0 0 1 0 0 1 1", "0 0 0 1 0 0 2 0 0"),
           std::pair("0 0 0 1 0 0 1 1 0", "0 0 0 1 0 0 2 0"), std::pair("0 0 0 1 0 0 1 1 0", "0 0 0 1 0 0 -1 0 0")}) {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         EXPECT_FALSE(readText(vertices, triangles)) << vertices << " / " << triangles;
         EXPECT_EQ(messages.only().find("KrXmlReader - test.xml, line "), 0u) << messages.only();
         EXPECT_TRUE(mesh == before);

@@ -1,5 +1,7 @@
 #include <toolkit/foundation/private/KrFileReplacement.h>
 
+#include <tests/support/Folder.h>
+
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
@@ -24,36 +26,20 @@ namespace fs = std::filesystem;
 class KrFileReplacementTest : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = testing::TempDir() + "krFileXXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_folder = pattern;
-    }
-    void TearDown() override { fs::remove_all(m_folder); }
-
-    std::string path(const std::string& name) const { return (m_folder / name).string(); }
+    std::string path(const std::string& name) const { return m_folder.path(name); }
     std::string file(const std::string& name, const std::string& content) const
     {
-        std::ofstream(path(name), std::ios::binary) << content;
-        return path(name);
+        return m_folder.write(name, content);
     }
-    std::string content(const std::string& name) const
-    {
-        std::ifstream stream(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
+    std::string content(const std::string& name) const { return contentOf(path(name)); }
     unsigned int permissions(const std::string& name) const
     {
         struct stat info = {};
         return ::stat(path(name).c_str(), &info) == 0 ? info.st_mode & 07777u : 0;
     }
-    std::size_t numFiles() const
-    {
-        return static_cast<std::size_t>(std::distance(fs::directory_iterator(m_folder), {}));
-    }
+    std::size_t numFiles() const { return m_folder.names().size(); }
 
-    fs::path m_folder;
+    Folder m_folder;
 };
 
 } // namespace
@@ -65,7 +51,7 @@ TEST_F(KrFileReplacementTest, TheTargetChangesAtOnceAndOnlyWhenAsked)
         KrFileReplacement given(target);
         ASSERT_TRUE(given.write("half", 4));
         EXPECT_EQ(content("a.txt"), "old");
-        EXPECT_EQ(fs::path(given.temporaryPath()).parent_path(), m_folder);
+        EXPECT_EQ(fs::path(given.temporaryPath()).parent_path(), fs::path(path("x")).parent_path());
         EXPECT_EQ(fs::path(given.temporaryPath()).extension(), ".txt");
         EXPECT_NE(KrFileReplacement(target).temporaryPath(), given.temporaryPath());
     }

@@ -1,4 +1,4 @@
-#include <tests/toolkit/foundation/KrCaughtMessages.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/foundation/KrFileUtil.h>
 #include <toolkit/foundation/KrGL.h>
@@ -16,7 +16,7 @@
 
 TEST(KrPrint, FormatsTextOfAnyLengthAndKeepsItsLineEnd)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     const std::string longName(5000, 'x');
     Kr::Print::instance()->write(Kr::Print::Warning, "%s is %d%%\n", longName.c_str(), 7);
     EXPECT_EQ(messages.only(), longName + " is 7%\n");
@@ -73,7 +73,7 @@ TEST(KrPrint, SinkMayPrintReplaceItselfAndThrow)
 
 TEST(KrPrint, ThreadsDoNotMixUp)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
@@ -85,7 +85,8 @@ TEST(KrPrint, ThreadsDoNotMixUp)
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(messages.texts(), std::vector<std::string>(2000, "0123456789\n"));
+    EXPECT_EQ(messages.count(), 2000u);
+    EXPECT_EQ(messages.count(Kr::Print::Info, "0123456789\n"), 2000u);
 }
 
 TEST(KrFileUtil, FindsRegularFilesInTheOrderOfTheSearchPath)

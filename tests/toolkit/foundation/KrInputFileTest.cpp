@@ -1,5 +1,7 @@
 #include <toolkit/foundation/private/KrInputFile.h>
 
+#include <tests/support/Folder.h>
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -22,19 +24,7 @@ namespace
 class KrInputFileTest : public testing::Test
 {
 protected:
-    KrInputFileTest()
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "krInputFileXXXXXX").string();
-        m_folder = mkdtemp(&name[0]);
-    }
-    ~KrInputFileTest() override { std::filesystem::remove_all(m_folder); }
-
-    std::string write(const std::string& content) const
-    {
-        const std::string path = m_folder + "/text";
-        std::ofstream(path, std::ios::binary) << content;
-        return path;
-    }
+    std::string write(const std::string& content) const { return m_folder.write("text", content); }
     static std::string reasonOf(const std::string& path)
     {
         KrInputFile file(100);
@@ -44,7 +34,7 @@ protected:
         return file.reason();
     }
 
-    std::string m_folder;
+    Folder m_folder;
 };
 
 /// The end of a pipe (or socket) into which another thread writes `block` until nobody reads.
@@ -82,8 +72,8 @@ private:
 TEST_F(KrInputFileTest, FoldersDevicesAndWhatIsTooLargeAreNotRead)
 {
     EXPECT_EQ(reasonOf(write(std::string(100, 'x'))), "");
-    EXPECT_EQ(reasonOf(m_folder + "/none"), "there is no such file");
-    EXPECT_EQ(reasonOf(m_folder), "it is a folder");
+    EXPECT_EQ(reasonOf(m_folder.path("none")), "there is no such file");
+    EXPECT_EQ(reasonOf(m_folder.path("")), "it is a folder");
     EXPECT_EQ(reasonOf("/dev/zero"), "it is a device, neither a file nor a pipe");
     EXPECT_EQ(reasonOf(write(std::string(101, 'x'))), "it is larger than 100 bytes");
 

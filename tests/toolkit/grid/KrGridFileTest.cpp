@@ -1,6 +1,7 @@
 #include <toolkit/grid/KrGridFile.h>
 #include <toolkit/grid/KrGridPhysicalExtent.h>
 
+#include <tests/support/Folder.h>
 #include <tests/support/MessageRecorder.h>
 
 #include <gtest/gtest.h>
@@ -17,14 +18,7 @@ namespace
 class KrGridFileTest : public testing::Test
 {
 protected:
-    void SetUp() override { std::filesystem::create_directories(folder); }
-    void TearDown() override { std::filesystem::remove_all(folder); }
-
-    std::string write(const std::string& name, const std::string& content) const
-    {
-        std::ofstream(folder / name, std::ios::binary) << content;
-        return (folder / name).string();
-    }
+    std::string write(const std::string& name, const std::string& content) const { return folder.write(name, content); }
     bool read(const std::string& content) { return KrGridFile::read(write("field", content), grid); }
     /// Corners and counts.
     void expectBox(const KrVector& minimum, const KrVector& maximum, const KrVector& counts) const
@@ -39,9 +33,7 @@ protected:
         }
     }
 
-    const std::filesystem::path folder =
-        std::filesystem::temp_directory_path() /
-        ("kr-grid-file-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
+    const Folder folder;
     KrGridPhysicalExtent grid;
 };
 
@@ -165,15 +157,15 @@ TEST_F(KrGridFileTest, SaysOnceWhatIsWrongWithAFileAndKeepsTheField)
         {vtk + "DATASET STRUCTURED_POINTS\nDIMENSIONS 2 1 3\nPOINT_DATA 6\n", "no scalars"},
     };
     for (const auto& [content, reason] : cases) {
-        const MessageRecorder messages;
+        MessageRecorder messages;
         EXPECT_FALSE(read(content)) << content;
         EXPECT_EQ(messages.count(), 1u) << content;
         EXPECT_NE(messages.all().find(reason), std::string::npos) << content << "\n" << messages.all();
-        EXPECT_NE(messages.all().find((folder / "field").string()), std::string::npos) << messages.all();
+        EXPECT_NE(messages.all().find(folder.path("field")), std::string::npos) << messages.all();
         EXPECT_EQ(grid.values(), kValues);
     }
-    const MessageRecorder messages;
-    EXPECT_FALSE(KrGridFile::read((folder / "nowhere").string(), grid));
+    MessageRecorder messages;
+    EXPECT_FALSE(KrGridFile::read(folder.path("nowhere"), grid));
     EXPECT_EQ(messages.count(), 1u);
 }
 
@@ -197,7 +189,7 @@ TEST_F(KrGridFileTest, ADocumentHoldsItsValuesAsBytesOrNamesAFileOfThem)
 
     // What comes without a folder names no file of this machine.
     for (const std::string& name : {std::string("values.raw"), write("own.raw", std::string(16, '\0'))}) {
-        const MessageRecorder messages;
+        MessageRecorder messages;
         const std::string text = document(("<values file='" + name + "' type='float64'/>").c_str());
         EXPECT_FALSE(other.readBuffer(text.data(), text.size())) << name;
         EXPECT_EQ(messages.count(), 1u) << name;
@@ -214,7 +206,7 @@ TEST_F(KrGridFileTest, ADocumentHoldsItsValuesAsBytesOrNamesAFileOfThem)
           "<values encoding='base64' type='float32'>AACA?wAAIMA=</values>", "<values file='values.raw'/>",
           "<values encoding='base64' type='float64'>AACAPwAAIMA=</values>", "<values file='none' type='float32'/>",
           "<values file='values.raw' type='float32'/>", "<values file='' type='float32'/>"}) {
-        const MessageRecorder messages;
+        MessageRecorder messages;
         EXPECT_FALSE(other.readFile(write("c.xml", document(wrong)))) << wrong;
         EXPECT_EQ(messages.count(), 1u) << wrong;
         EXPECT_EQ(other.values(), values);

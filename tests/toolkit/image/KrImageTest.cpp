@@ -1,6 +1,7 @@
 #include <toolkit/image/KrImage.h>
 
-#include <toolkit/foundation/KrPrint.h>
+#include <tests/support/Folder.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <gtest/gtest.h>
 
@@ -43,42 +44,19 @@ Bytes rowsReversed(const KrImage& image)
     return result;
 }
 
-/// A folder of its own for each test; counts the messages.
+/// A folder of its own for each test, and its messages.
 class KrImageTest : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = testing::TempDir() + "krImageXXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_folder = pattern;
-        m_before = Kr::Print::instance()->setSink([this](Kr::Print::Type, const std::string& text) {
-            ++m_messages;
-            m_lastMessage = text;
-        });
-    }
-    void TearDown() override
-    {
-        Kr::Print::instance()->setSink(m_before);
-        std::filesystem::remove_all(m_folder);
-    }
-
-    std::string path(const std::string& name) const { return (m_folder / name).string(); }
+    std::string path(const std::string& name) const { return m_folder.path(name); }
     std::string file(const std::string& name, const std::string& content) const
     {
-        std::ofstream(path(name), std::ios::binary) << content;
-        return path(name);
+        return m_folder.write(name, content);
     }
-    std::size_t filesInFolder() const
-    {
-        const std::filesystem::directory_iterator files(m_folder);
-        return static_cast<std::size_t>(std::distance(begin(files), end(files)));
-    }
+    std::size_t filesInFolder() const { return m_folder.names().size(); }
 
-    std::filesystem::path m_folder;
-    Kr::Print::Sink m_before;
-    int m_messages = 0;
-    std::string m_lastMessage;
+    Folder m_folder;
+    MessageRecorder m_messages;
 };
 
 } // namespace
@@ -112,7 +90,7 @@ TEST_F(KrImageTest, StorageThatCannotBeHadLeavesThePictureAsItWas)
     image.zeroFlippedImage(4, 0, huge, huge);
     image.allocate(0, 0, 4, 4);
     image.allocate(5, 0, 4, 4);
-    EXPECT_EQ(m_messages, 4);
+    EXPECT_EQ(m_messages.count(), 4u);
     EXPECT_EQ(image.width(), 5u);
     EXPECT_EQ(bytesOf(image), before);
 }
@@ -199,7 +177,7 @@ TEST_F(KrImageTest, LosslessFormatsBringEveryChannelBack)
         }
     }
     EXPECT_EQ(filesInFolder(), 5u); // nothing temporary is left
-    EXPECT_EQ(m_messages, 0);
+    EXPECT_EQ(m_messages.count(), 0u);
 }
 
 TEST_F(KrImageTest, JpegKeepsPlaceAndColour)
@@ -258,7 +236,7 @@ TEST_F(KrImageTest, UnreadableFilesAreToldOnceAndLeaveThePicture)
     const std::string hugePng("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\x03\xe8\0\0\x03\xe8\0\x08\x06\0\0\0", 29);
     const std::string hugeJpeg("\xff\xd8\xff\xe0\0\x04xx\xff\xc0\0\x11\x08\xff\xff\xff\xff\x03", 18);
     const std::string unreadable[] = {path("missing.png"),
-                                      m_folder.string(),
+                                      m_folder.path(""),
                                       file("empty.png", ""),
                                       file("words.png", "these are words, not pixels"),
                                       file("words.jpg", "these are words, not pixels"),
@@ -270,13 +248,13 @@ TEST_F(KrImageTest, UnreadableFilesAreToldOnceAndLeaveThePicture)
                                       file("huge.jpg", hugeJpeg)};
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
-    int expected = 0;
+    std::size_t expected = 0;
     for (const std::string& name : unreadable) {
         EXPECT_FALSE(image.readFile(name, KrImage::TopRowFirst)) << name;
-        EXPECT_EQ(m_messages, ++expected) << name;
-        EXPECT_NE(m_lastMessage.find(name), std::string::npos) << m_lastMessage;
+        EXPECT_EQ(m_messages.count(), ++expected) << name;
+        EXPECT_NE(m_messages.last().find(name), std::string::npos) << m_messages.last();
         const bool isHuge = name.find("huge") != std::string::npos;
-        EXPECT_EQ(m_lastMessage.find("as large as") != std::string::npos, isHuge) << m_lastMessage;
+        EXPECT_EQ(m_messages.last().find("as large as") != std::string::npos, isHuge) << m_messages.last();
     }
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -291,10 +269,10 @@ TEST_F(KrImageTest, FilesThatCannotBeWrittenAreToldOnceAndKeepTheirContent)
     const std::string refused[] = {path("nofolder/picture.png"), path("folder.png"), path("picture.xyzzy"),
                                    path("picture.lua"),          path("picture"),    ""};
     const std::size_t files = filesInFolder();
-    int expected = 0;
+    std::size_t expected = 0;
     for (const std::string& name : refused) {
         EXPECT_FALSE(image.writeFile(name, KrImage::TopRowFirst)) << name;
-        EXPECT_EQ(m_messages, ++expected) << name;
+        EXPECT_EQ(m_messages.count(), ++expected) << name;
     }
     EXPECT_FALSE(KrImage().writeFile(kept, KrImage::TopRowFirst));
     EXPECT_EQ(std::filesystem::file_size(kept), 3u);

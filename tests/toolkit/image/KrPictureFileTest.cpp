@@ -4,7 +4,8 @@
 #include <toolkit/foundation/private/KrInputFile.h>
 #include <toolkit/image/private/KrPictureSamples.h>
 
-#include <toolkit/foundation/KrPrint.h>
+#include <tests/support/Folder.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <gtest/gtest.h>
 #include <tiffio.h>
@@ -117,31 +118,17 @@ std::string encoded(const KrPicture& picture, const std::string& extension)
 class KrPictureFileTest : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        std::string pattern = testing::TempDir() + "krPictureXXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_folder = pattern;
-        m_current = fs::current_path();
-        fs::current_path(m_folder);
-        m_before = Kr::Print::instance()->setSink([this](Kr::Print::Type, const std::string& text) { m_last = text; });
-    }
-    void TearDown() override
-    {
-        Kr::Print::instance()->setSink(m_before);
-        fs::current_path(m_current);
-        fs::remove_all(m_folder);
-    }
+    KrPictureFileTest() { fs::current_path(m_folder.path("")); }
+    ~KrPictureFileTest() override { fs::current_path(m_current); }
     static void write(const std::string& name, const std::string& content)
     {
         std::ofstream(name, std::ios::binary) << content;
     }
     static bool reads(const std::string& name) { return KrImage().readFile(name, KrImage::TopRowFirst); }
 
-    fs::path m_folder;
-    fs::path m_current;
-    Kr::Print::Sink m_before;
-    std::string m_last;
+    const fs::path m_current = fs::current_path();
+    Folder m_folder;
+    MessageRecorder m_messages;
 };
 
 /// Writes one TIFF; what is not said otherwise is 8 bits, in rows, whole, uncompressed.
@@ -191,9 +178,10 @@ TEST_F(KrPictureFileTest, ANameNeitherRunsAScriptNorLoadsAPlugin)
     for (const char* const name : {"evilfmt", "png", "lua"}) {
         fs::copy_file(KR_CANARY_PLUGIN, std::string("osgPlugins-3.6.5/osgdb_") + name + ".so");
     }
-    ASSERT_EQ(setenv("KR_CANARY", (m_folder / "canary").c_str(), 1), 0);
+    ASSERT_EQ(setenv("KR_CANARY", m_folder.path("canary").c_str(), 1), 0);
     EXPECT_FALSE(reads("evil.lua"));
-    EXPECT_NE(m_last.find("evil.lua: it is no picture that can be read"), std::string::npos) << m_last;
+    EXPECT_NE(m_messages.last().find("evil.lua: it is no picture that can be read"), std::string::npos)
+        << m_messages.last();
     EXPECT_FALSE(reads("t.evilfmt"));
     EXPECT_FALSE(reads("http://localhost/picture.png"));
     EXPECT_TRUE(reads("picture.png.evilfmt"));

@@ -1,6 +1,6 @@
 #include <toolkit/image/KrTexture.h>
 
-#include <toolkit/foundation/KrPrint.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <gtest/gtest.h>
 
@@ -40,20 +40,6 @@ KrImage picture(unsigned int channels, unsigned int width, unsigned int height)
     return image;
 }
 
-class Silence
-{
-public:
-    Silence()
-        : m_before(Kr::Print::instance()->setSink([this](Kr::Print::Type, const std::string&) { ++messages; }))
-    {
-    }
-    ~Silence() { Kr::Print::instance()->setSink(m_before); }
-    int messages = 0;
-
-private:
-    Kr::Print::Sink m_before;
-};
-
 } // namespace
 
 TEST(KrTexture, ChannelsDecideTheFormatAndTheRestIsTheCallers)
@@ -90,7 +76,7 @@ TEST(KrTexture, FilesAreLoadedInTheWantedRowOrder)
 
 TEST(KrTexture, RefusalsLeaveTheTextureAsItWas)
 {
-    Silence silence;
+    MessageRecorder silence;
     RecordingTexture texture;
     ASSERT_TRUE(texture.loadFromImage(picture(4, 8, 4), {}));
     RecordingTexture before = texture;
@@ -100,7 +86,7 @@ TEST(KrTexture, RefusalsLeaveTheTextureAsItWas)
     EXPECT_FALSE(texture.loadFromFile("no such picture.png", other, KrImage::TopRowFirst));
     EXPECT_FALSE(texture.loadFromImage(KrImage(), other));
     EXPECT_FALSE(texture.loadShell(0, 4, other));
-    EXPECT_EQ(silence.messages, 3);
+    EXPECT_EQ(silence.count(), 3u);
     texture.succeeds = false;
     EXPECT_FALSE(texture.loadFromImage(picture(1, 2, 2), other));
     EXPECT_TRUE(texture == before);

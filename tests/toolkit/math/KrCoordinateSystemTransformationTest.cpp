@@ -1,4 +1,4 @@
-#include <tests/toolkit/foundation/KrCaughtMessages.h>
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/material/KrDataMap.h>
 #include <toolkit/math/KrAngle.h>
@@ -155,7 +155,7 @@ TEST(KrCoordinateSystemTransformation, BadXmlGivesOneMessageAndNoChange)
                                "<scale>1</scale>",
                                "1 2 3"};
     for (const char* const inside : bad) {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         Pose pose = somePose();
         EXPECT_FALSE(readText(pose, inside)) << inside;
         EXPECT_EQ(pose, somePose()) << inside;
@@ -165,7 +165,7 @@ TEST(KrCoordinateSystemTransformation, BadXmlGivesOneMessageAndNoChange)
 
 TEST(KrGeometryValues, KeepToTheirRangesInXml)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     KrColor color(0.1, 0.2, 0.3, 0.4);
     EXPECT_TRUE(color.selfTest());
     for (const char* const bad : {"1 1", "1 1 1 1 1", "1 1 1.5", "nan 0 0", "-0.1 0 0", "red"}) {
@@ -186,7 +186,7 @@ TEST(KrGeometryValues, KeepToTheirRangesInXml)
     EXPECT_TRUE(vector.selfTest());
     EXPECT_FALSE(readText(vector, "1 2"));
     EXPECT_EQ(vector.value().x(), 0.1);
-    EXPECT_EQ(messages.texts().size(), 11u);
+    EXPECT_EQ(messages.count(), 11u);
 }
 
 TEST(KrDataMap, LooksUpByKeyAndType)
@@ -208,12 +208,12 @@ TEST(KrDataMap, LooksUpByKeyAndType)
     EXPECT_TRUE(truth);
     EXPECT_TRUE(map.selfTest());
 
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     const KrDataMap before = map;
     for (const char* const bad : {"<real>1</real>", "<real key=\"a\">x</real>", "<color key=\"a\">1 1 1</color>",
                                   "<real key=\"a\">1</real><string key=\"a\">1</string>"}) {
         EXPECT_FALSE(readText(map, bad)) << bad;
     }
     EXPECT_TRUE(map == before);
-    EXPECT_EQ(messages.texts().size(), 4u);
+    EXPECT_EQ(messages.count(), 4u);
 }

@@ -1,5 +1,5 @@
-#include "KrMessages.h"
 #include "KrPoseCompare.h"
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/system/KrIndividualManipulator.h>
 #include <toolkit/system/KrManipulatorActiveState.h>
@@ -137,7 +137,7 @@ TEST(KrIndividualManipulator, LinkPosesRunFromTheBaseOutwards)
 
 TEST(KrIndividualManipulator, StatesOfAnotherSizeAreRefused)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     const KrIndividualManipulator robot = branchedManipulator();
     KrPositionState state = stateOf({1.0, 2.0, 3.0, 4.0});
     std::vector<KrCoordinateSystemTransformation> poses(1, shift(1.0, 2.0, 3.0));

@@ -1,5 +1,5 @@
-#include "KrMessages.h"
 #include "KrPoseCompare.h"
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/system/KrJointKinematics.h>
 
@@ -80,7 +80,7 @@ TEST(KrJointKinematics, DenavitHartenbergParametersGiveTheStandardMatrix)
 
 TEST(KrJointKinematics, SettersRefuseWhatNoJointHas)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     KrJointKinematics joint;
     ASSERT_TRUE(joint.setAxis(kY));
     ASSERT_TRUE(joint.setLimits(-1.0, 1.0));
@@ -133,7 +133,7 @@ TEST(KrJointKinematics, AxesComeBackFromAFileAsTheyWere)
 
 TEST(KrJointKinematics, BadDocumentsAreRefusedWhole)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     KrJointKinematics joint;
     joint.setName("elbow");
     joint.setType(KrJointKinematics::Type::Continuous);

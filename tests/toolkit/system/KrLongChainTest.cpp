@@ -4,7 +4,7 @@
 
 #include <tests/support/SmallStack.h>
 
-#include "KrMessages.h"
+#include <tests/support/MessageRecorder.h>
 
 #include <gtest/gtest.h>
 
@@ -103,7 +103,7 @@ TEST(KrLongChain, IsWrittenAndReadBackOnASmallStack)
 
 TEST(KrLongChain, BeyondTheLimitIsToldWhenItIsWritten)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     const KrIndividualManipulator original = chain(static_cast<unsigned int>(Kr::Limits::kElementDepth / 2));
     std::string text = "as it was";
     EXPECT_FALSE(original.writeBuffer(text));
@@ -127,7 +127,7 @@ TEST(KrLongChain, OfEnclosingShapesIsComparedAndDestroyedOnASmallStack)
         };
         EXPECT_TRUE(*make() == *make());
     });
-    KrMessages messages;
+    MessageRecorder messages;
     const auto outer = boost::make_shared<KrShape>();
     const auto inner = boost::make_shared<KrShape>();
     EXPECT_TRUE(inner->addBoundingVolume(boost::make_shared<KrShape>()));

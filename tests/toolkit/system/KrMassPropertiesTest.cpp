@@ -1,5 +1,5 @@
-#include "KrMessages.h"
 #include "KrPoseCompare.h"
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/extent/KrEllipsoid.h>
 #include <toolkit/extent/KrEllipsoidPhysicalExtent.h>
@@ -71,7 +71,7 @@ const Solid kSolids[] = {
 
 TEST(KrMassProperties, EllipsoidHasTheMassAndTheInertiaOfTheBody)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     std::vector<KrCoordinateSystemTransformation> turns = {{},
                                                            turn(KrVector(1.0, 2.0, 3.0), 0.7),
                                                            turn(KrVector(-1.0, 0.3, 0.2), 2.5),
@@ -126,7 +126,7 @@ TEST(KrMassProperties, LongestSemiAxisLiesAlongTheBody)
 
 TEST(KrMassProperties, ImpossibleBodiesAreToldWithTheirLink)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     const KrCoordinateSystemTransformation upright;
     const KrMassProperties impossible[] = {
         body(1.0, turned(KrVector(1.0, 1.0, 2.1), upright), KrVector()),                            // 1 + 1 < 2.1
@@ -167,7 +167,7 @@ TEST(KrMassProperties, ImpossibleBodiesAreToldWithTheirLink)
 
 TEST(KrMassProperties, AnInertiaInAFileIsSixFiniteNumbers)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     KrMassProperties properties =
         body(2.0, turned(KrVector(1.0, 2.0, 2.5), turn(KrVector(1.0, 1.0, 0.0), 0.3)), KrVector(1.0, 2.0, 3.0));
     EXPECT_TRUE(properties.selfTest());

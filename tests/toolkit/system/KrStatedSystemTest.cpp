@@ -1,4 +1,4 @@
-#include "KrMessages.h"
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
@@ -72,7 +72,7 @@ std::string documentOf(const KrStatedSystem& system)
 
 TEST(KrStatedSystem, JointsMoveByNameAndMimicsFollow)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     KrStatedSystem system(twoManipulators());
     EXPECT_EQ(positionsOf(system, 1), (std::vector<double>{0.0, 0.0, 0.25, 0.0}));
     ASSERT_TRUE(system.setJointPosition(1, "elbow", 0.5));
@@ -97,7 +97,7 @@ TEST(KrStatedSystem, JointsMoveByNameAndMimicsFollow)
 
 TEST(KrStatedSystem, StatesMustFitTheSystem)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     KrStatedSystem system(twoManipulators());
     KrManipulatorSystemState good = system.systemState();
     good.setTime(4.0);
@@ -146,7 +146,7 @@ TEST(KrStatedSystem, KeysNameShapesInDepthFirstOrder)
 
 TEST(KrStatedSystem, ListsTakeOnlyKeysOfShapesAndSayThatTheyChanged)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     KrStatedSystem system(twoManipulators());
     const KrStatedSystem& window = system;
     EXPECT_FALSE(system.selectShape({1, 1, 0}));
@@ -185,7 +185,7 @@ TEST(KrStatedSystem, ListsTakeOnlyKeysOfShapesAndSayThatTheyChanged)
 TEST(KrStatedSystem, LinksAreSelectedByNameAndWhatIsNotThereOrAmbiguousIsTold)
 {
     using Answer = KrStatedSystem::LinkAnswer;
-    KrMessages messages;
+    MessageRecorder messages;
     KrManipulatorSystem manipulators = twoManipulators();
     manipulators.manipulators()[1].addChildLink(link("twin", Type::Fixed, 1));
     manipulators.manipulators()[1].addChildLink(link("twin", Type::Fixed, 1));
@@ -305,7 +305,7 @@ TEST(KrStatedSystem, SystemChangedKeepsTheStatesThatStillFit)
 
 TEST(KrStatedSystem, DocumentsWithoutAStateTakeTheDefaultOneAndWrongOnesAreRefused)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     const KrStatedSystem system(twoManipulators());
     const std::string document = documentOf(system);
     const std::size_t begin = document.find("<systemState");

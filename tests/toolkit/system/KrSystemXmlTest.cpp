@@ -1,5 +1,5 @@
-#include "KrMessages.h"
 #include "KrPoseCompare.h"
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/extent/KrBoxPhysicalExtent.h>
 #include <toolkit/extent/KrSpherePhysicalExtent.h>
@@ -138,7 +138,7 @@ std::string changed(std::string text, const std::string& from, const std::string
 
 TEST(KrSystemXml, AWholeSystemComesBackAsItWas)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     const KrVisualizableStatedSystem written = everything();
     const std::string document = documentOf(written);
     KrVisualizableStatedSystem read;
@@ -204,7 +204,7 @@ TEST(KrSystemXml, AHandWrittenFileNeedsLittle)
                                  "<lowerLimit>0.25</lowerLimit><upperLimit>2</upperLimit></jointKinematics>"
                                  "</manipulatorLink></childLinks></individualManipulator>"
                                  "</manipulators></manipulatorSystem></statedSystem></visualizableStatedSystem>";
-    KrMessages messages;
+    MessageRecorder messages;
     KrVisualizableStatedSystem read = everything();
     ASSERT_TRUE(read.readBuffer(document.data(), document.size()));
     EXPECT_EQ(messages.take(), 0u);
@@ -216,7 +216,7 @@ TEST(KrSystemXml, AHandWrittenFileNeedsLittle)
 
 TEST(KrSystemXml, BadSystemsAreToldOnceAndChangeNothing)
 {
-    KrMessages messages;
+    MessageRecorder messages;
     const KrVisualizableStatedSystem original = everything();
     const std::string document = documentOf(original);
     const std::string bad[] = {

@@ -1,4 +1,4 @@
-#include "KrMessages.h"
+#include <tests/support/MessageRecorder.h>
 
 #include <toolkit/deformation/KrDeformationPhysicalExtent.h>
 #include <toolkit/extent/KrBoxPhysicalExtent.h>
@@ -294,7 +294,7 @@ TEST(KrWrittenIsRead, WhatASetterTakesAndNothingElse)
     for (const Setter& setter : setters()) {
         for (const double number : kNumbers) {
             SCOPED_TRACE(std::string(setter.name) + " " + std::to_string(number));
-            KrMessages messages;
+            MessageRecorder messages;
             System system = sample();
             std::string before;
             ASSERT_TRUE(isReadBack(system, before));
@@ -327,7 +327,7 @@ TEST(KrWrittenIsRead, WhateverConstructorsAndReferencesAreGiven)
     for (const Setter& setter : silentOnes()) {
         for (const double number : kNumbers) {
             SCOPED_TRACE(std::string(setter.name) + " " + std::to_string(number));
-            KrMessages messages;
+            MessageRecorder messages;
             System system = sample();
             setter.set(system, number);
             std::string text;
@@ -339,7 +339,7 @@ TEST(KrWrittenIsRead, WhateverConstructorsAndReferencesAreGiven)
 TEST(KrWrittenIsRead, OrIsRefusedByTheNameOfItsElement)
 {
     const auto expectRefused = [](const char* element, const std::function<void(System&)>& spoil) {
-        KrMessages messages;
+        MessageRecorder messages;
         System system = sample();
         spoil(system);
         std::string text = "as it was";
@@ -350,7 +350,7 @@ TEST(KrWrittenIsRead, OrIsRefusedByTheNameOfItsElement)
     };
     const double nan = Limits::quiet_NaN();
     expectRefused("statedSystem", [](System& s) { robot(s).addChildLink(KrManipulatorLink("more")); });
-    KrMessages messages;
+    MessageRecorder messages;
     KrManipulatorSystemState state = sample().statedSystem().systemState();
     state.positionStates()[0].jointPositions()[0] = nan;
     std::string text;
@@ -372,7 +372,7 @@ TEST(KrWrittenIsRead, WhateverComesTogether)
     }();
     unsigned int numWritten = 0;
     for (int i = 0; i < 300; ++i) {
-        KrMessages messages;
+        MessageRecorder messages;
         System system = sample();
         for (int k = 0; k < 12; ++k) {
             all[random() % all.size()].set(system, kNumbers[random() % kNumbers.size()]);

@@ -1,5 +1,4 @@
 #include <tests/support/MessageRecorder.h>
-#include <toolkit/foundation/KrPrint.h>
 #include <toolkit/math/KrAngle.h>
 #include <toolkit/visualization/KrVisualizationParameters.h>
 
@@ -30,16 +29,12 @@ template <typename T, std::size_t N>
 void expectRefused(T object, const char* const (&contents)[N])
 {
     const T before = object;
-    int messages = 0;
-    const Kr::Print::Sink sink =
-        Kr::Print::instance()->setSink([&messages](Kr::Print::Type, const std::string&) { ++messages; });
+    MessageRecorder messages;
     for (const char* const content : contents) {
-        messages = 0;
         EXPECT_FALSE(readFrom(object, content)) << content;
-        EXPECT_EQ(messages, 1) << content;
+        EXPECT_EQ(messages.take(), 1u) << content;
         EXPECT_TRUE(object == before) << content;
     }
-    Kr::Print::instance()->setSink(sink);
 }
 
 } // namespace
@@ -80,7 +75,7 @@ TEST(KrVisualizationParameters, ViewsThatShowNothingAreRefused)
     gui.setAxisScale(3.0);
     const KrGUIObjectParameters before = gui;
     {
-        const MessageRecorder messages;
+        MessageRecorder messages;
         for (const double scale : {-1.0, std::nan(""), HUGE_VAL}) {
             gui.setAxisScale(scale);
             gui.setGlobalAxisScale(scale);

@@ -1,4 +1,5 @@
-#include <tests/toolkit/foundation/KrCaughtMessages.h>
+#include <tests/support/Folder.h>
+#include <tests/support/MessageRecorder.h>
 #include <tests/toolkit/xml/KrXmlTestTypes.h>
 
 #include <gtest/gtest.h>
@@ -43,21 +44,12 @@ const char* const kRequired = "<name>x</name><count>1</count>";
 class FolderTest : public testing::Test
 {
 protected:
-    FolderTest() { fs::create_directories(m_folder); }
-    ~FolderTest() override { fs::remove_all(m_folder); }
-    std::string path(const char* name) const { return (m_folder / name).string(); }
-    std::size_t numFiles() const
-    {
-        return static_cast<std::size_t>(std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()));
-    }
-    static std::string content(const std::string& path)
-    {
-        std::ifstream file(path);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
+    std::string path(const char* name) const { return m_folder.path(name); }
+    std::size_t numFiles() const { return m_folder.names().size(); }
+    static std::string content(const std::string& path) { return contentOf(path); }
 
 private:
-    fs::path m_folder = fs::path(testing::TempDir()) / ("kr_xml_test_" + std::to_string(::getpid()));
+    Folder m_folder;
 };
 
 using KrXmlFile = FolderTest;
@@ -66,7 +58,7 @@ using KrXmlFile = FolderTest;
 
 TEST(KrXmlObject, EverythingComesBackThroughTextAndPrintsNothing)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     const Sample sample = Sample::full();
     EXPECT_TRUE(sample.selfTest());
     EXPECT_TRUE(Sample().selfTest());
@@ -76,7 +68,7 @@ TEST(KrXmlObject, EverythingComesBackThroughTextAndPrintsNothing)
     ASSERT_TRUE(readText(copy, written(sample)));
     EXPECT_TRUE(copy.equality(&sample));
     EXPECT_EQ(copy.name.value(), sample.name.value());
-    EXPECT_EQ(messages.texts().size(), 0u);
+    EXPECT_EQ(messages.count(), 0u);
 
     Mixed mixed;
     mixed.inner = sample;
@@ -210,7 +202,7 @@ TEST(KrXmlObject, BadDocumentsGiveOneMessageWithPlaceAndKeepTheOldValue)
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(test.what);
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         Sample sample = Sample::full();
         EXPECT_FALSE(readText(sample, test.text));
         const std::string message = messages.only();
@@ -225,7 +217,7 @@ TEST(KrXmlObject, BadDocumentsGiveOneMessageWithPlaceAndKeepTheOldValue)
 
 TEST(KrXmlObject, DirectReadIsAllOrNothingToo)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     const std::string text = document("<name>new</name><count>2</count><numbers>1 2 x</numbers>");
     KrXmlReader reader;
     ASSERT_TRUE(reader.openBuffer(text.data(), text.size(), "direct"));
@@ -233,20 +225,20 @@ TEST(KrXmlObject, DirectReadIsAllOrNothingToo)
     EXPECT_FALSE(sample.read(reader));
     EXPECT_TRUE(sample == Sample::full());
     EXPECT_FALSE(reader.fail("and again"));
-    EXPECT_EQ(messages.texts().size(), 1u);
+    EXPECT_EQ(messages.count(), 1u);
 }
 
 TEST(KrXmlObject, NoBufferIsAnEmptyDocument)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     Sample sample;
     EXPECT_FALSE(sample.readBuffer(nullptr, 0));
-    EXPECT_EQ(messages.texts().size(), 1u);
+    EXPECT_EQ(messages.count(), 1u);
 }
 
 TEST(KrXmlObject, LineNumbersGoBeyondSixteenBits)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     Sample sample;
     EXPECT_FALSE(readText(sample, document(std::string(100000, '\n') + "<bad/>")));
     EXPECT_NE(messages.only().find("line 100002,"), std::string::npos) << messages.only();
@@ -270,7 +262,7 @@ TEST(KrXmlObject, LongListsAreReadInLinearTime)
 
 TEST(KrXmlObject, EndlessMarkupIsCutOff)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     Sample sample;
     EXPECT_FALSE(readText(sample, "<sample " + std::string(40u << 20, 'a')));
     EXPECT_NE(messages.only().find("4 MiB"), std::string::npos) << messages.only();
@@ -290,10 +282,10 @@ TEST(KrXmlObject, TextsOfAnyBytesAreReadBack)
     }
     for (const char* const bad : {"<name encoding=\"percent\">%4</name>", "<name encoding=\"percent\">%4g</name>",
                                   "<name encoding=\"rot13\">a</name>"}) {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         Sample sample;
         EXPECT_FALSE(readText(sample, document(std::string(bad) + "<count>1</count>")));
-        EXPECT_EQ(messages.texts().size(), 1u);
+        EXPECT_EQ(messages.count(), 1u);
     }
 }
 
@@ -319,7 +311,7 @@ TEST(KrXmlObject, SharingIsWrittenAsTheDocumentHasIt)
 TEST(KrXmlObject, WhatNoReaderWouldTakeIsNotWritten)
 {
     {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         const boost::shared_ptr<Ball> bad(new Ball);
         bad->radius = -1.0;
         Sample sample;
@@ -330,7 +322,7 @@ TEST(KrXmlObject, WhatNoReaderWouldTakeIsNotWritten)
         EXPECT_NE(messages.only().find("ball\": radius -1"), std::string::npos) << messages.only();
     }
     {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         const boost::shared_ptr<Ball> self(new Ball);
         self->child.set(self);
         Sample sample;
@@ -340,7 +332,7 @@ TEST(KrXmlObject, WhatNoReaderWouldTakeIsNotWritten)
         EXPECT_NE(messages.only().find("holds itself"), std::string::npos) << messages.only();
         self->child.set(boost::shared_ptr<Body>());
     }
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     Sample root;
     Sample* last = &root;
     for (int i = 0; i < 600; ++i) {
@@ -368,7 +360,7 @@ TEST(KrXmlObject, LongTextIsWrittenWholeWhateverItsCharacters)
 
 TEST(KrXmlObject, StreamsThatFailAreTold)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     std::ofstream closed;
     EXPECT_FALSE(Sample().writeStream(closed));
     EXPECT_EQ(messages.only().find("KrXmlObject::writeStream - "), 0u) << messages.only();
@@ -377,12 +369,12 @@ TEST(KrXmlObject, StreamsThatFailAreTold)
     stream.exceptions(std::ios::failbit | std::ios::badbit);
     Sample sample;
     EXPECT_TRUE(sample.readStream(stream));
-    EXPECT_EQ(messages.texts().size(), 1u);
+    EXPECT_EQ(messages.count(), 1u);
 }
 
 TEST_F(KrXmlFile, IsReplacedAsAWholeOrNotAtAll)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     const Sample sample = Sample::full();
     ASSERT_TRUE(sample.writeFile(path("a.xml")));
     ASSERT_EQ(::chmod(path("a.xml").c_str(), 0640), 0);
@@ -393,7 +385,7 @@ TEST_F(KrXmlFile, IsReplacedAsAWholeOrNotAtAll)
     bad.bodies.push_back(KrXmlPointerType<Body>(ball));
     EXPECT_FALSE(bad.writeFile(path("a.xml")));
     EXPECT_EQ(content(path("a.xml")), before);
-    EXPECT_EQ(messages.texts().size(), 1u);
+    EXPECT_EQ(messages.count(), 1u);
 
     // Through a link, which stays one; the mode stays, too.
     fs::create_symlink("a.xml", path("link.xml"));
@@ -410,16 +402,16 @@ TEST_F(KrXmlFile, ThatCannotBeOpenedIsToldWithItsNameAndReason)
 {
     Sample sample;
     for (const std::string& bad : {path("none.xml"), path(""), std::string()}) {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         EXPECT_FALSE(sample.readFile(bad));
         EXPECT_NE(messages.only().find(bad + ": cannot be "), std::string::npos) << messages.only();
     }
     for (const std::string& bad : {path("none/a.xml"), path("")}) {
-        const KrCaughtMessages messages;
+        MessageRecorder messages;
         EXPECT_FALSE(sample.writeFile(bad));
         EXPECT_NE(messages.only().find(bad + ": cannot be written: "), std::string::npos) << messages.only();
     }
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     EXPECT_FALSE(sample.writeFile("/dev/full"));
     EXPECT_NE(messages.only().find("No space"), std::string::npos) << messages.only();
     EXPECT_EQ(numFiles(), 0u);
@@ -454,7 +446,7 @@ TEST(KrXmlSocket, CarriesADocumentLargerThanItsBuffer)
     EXPECT_TRUE(copy == sample);
 
     // A peer that has gone must not end the process.
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     ::close(ends[1]);
     EXPECT_FALSE(sample.writeSocket(ends[0]));
     EXPECT_EQ(messages.only().find("KrXmlObject::writeSocket - "), 0u) << messages.only();
