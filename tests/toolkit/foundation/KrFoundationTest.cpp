@@ -24,7 +24,7 @@ TEST(KrPrint, FormatsTextOfAnyLengthAndKeepsItsLineEnd)
 
 TEST(KrReason, IsTheLastWarningOfThisThreadSinceThen)
 {
-    const KrCaughtMessages messages;
+    MessageRecorder messages;
     Kr::Print* const print = Kr::Print::instance();
     print->write(Kr::Print::Warning, "KrThing::read - earlier.\n");
     const KrReason reason;
