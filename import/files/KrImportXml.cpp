@@ -107,6 +107,12 @@ KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, 
             *isForeign = true;
         }
     }
+    // The declaration of a UTF-8 file says nothing that is not known by now, and some exporters write it wrongly:
+    // meshes are read in spite of that.
+    if (text == Text::Long && content.compare(0, 5, "<?xml") == 0 && KrText::isUtf8(content)) {
+        const std::size_t end = content.find("?>");
+        content.erase(0, end == std::string::npos ? 0 : end + 2);
+    }
     const UniqueParser parser(xmlNewParserCtxt());
     if (!parser || content.size() > std::numeric_limits<int>::max()) {
         why = parser ? "it is too large" : "out of memory";

@@ -125,6 +125,12 @@ TEST(KrColladaText, OtherEncodingsAndLongArraysAreRead)
     EXPECT_EQ(declared.groups.at(0).name, "gr\xC3\xBCn");
     EXPECT_TRUE(declared.warnings.empty());
 
+    for (const char* const declaration : {"version='1.0' standalone='no' encoding='utf-8'", "encoding=\"UTF-8\"", ""}) {
+        const std::string text = file.text();
+        const std::string odd = std::string("<?xml ") + declaration + text.substr(text.find("?>"));
+        EXPECT_EQ(read(odd).groups.at(0).name, "gr\xC3\xBCn") << declaration;
+    }
+
     // More than an XML reader takes by itself: a mesh of some 500000 vertices.
     std::string zeros;
     for (int i = 0; i < 6000000; ++i) {
