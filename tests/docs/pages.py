@@ -21,6 +21,7 @@ A block begins with ``` and its language. What a test must know about it stands 
 A fragment is compiled in a function of its own; headers of the classes it names are included by their names. In a console
 block lines with "$ " are commands, the others what they print; "..." stands for anything. Every other sh block must succeed.
 """
+import contextlib
 import json
 import os
 import re
@@ -211,18 +212,33 @@ def run_console(block, folder, environment):
     return failures
 
 
+@contextlib.contextmanager
+def virtual_screen():
+    """A screen of its own, which finds a free number by itself; its name."""
+    reader, writer = os.pipe()
+    with subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
+                          pass_fds=[writer], stderr=subprocess.DEVNULL) as server:
+        os.close(writer)
+        with os.fdopen(reader) as file:
+            number = file.readline().strip()
+        try:
+            yield ":" + number
+        finally:
+            server.terminate()
+
+
 def run_on_screen(block, folder, environment):
     """A window that is still there after some seconds has come up; `timeout` ends with 124 then."""
-    if not shutil.which("xvfb-run"):
-        print("%s: left out, xvfb-run is missing" % block.place())
+    if not shutil.which("Xvfb"):
+        print("%s: left out, Xvfb is missing" % block.place())
         return []
     environment = {name: value for name, value in environment.items() if name != "KR_WINDOW"}
     failures = []
-    for line in filter(None, block.text.split("\n")):
-        result = shell("xvfb-run -a -s '-screen 0 1280x1024x24' timeout -s INT %s %s" % (SCREEN_SECONDS, line),
-                       folder, environment)
-        if result.returncode != 124:
-            failures.append("%s: %s\nended with %d:\n%s" % (block.place(), line, result.returncode, result.stdout))
+    with virtual_screen() as environment["DISPLAY"]:
+        for line in filter(None, block.text.split("\n")):
+            result = shell("timeout -s INT %s %s" % (SCREEN_SECONDS, line), folder, environment)
+            if result.returncode != 124:
+                failures.append("%s: %s\nended with %d:\n%s" % (block.place(), line, result.returncode, result.stdout))
     return failures
 
 
