@@ -14,6 +14,9 @@
 #include <cstddef>
 #include <vector>
 
+class KrEmptyTiles;
+class KrViewFollower;
+
 namespace osg
 {
 class FrameBufferObject;
@@ -125,10 +128,6 @@ protected:
     unsigned int m_singleHeight = 0; ///< pixels
 
 private:
-    class SlavePlacer;
-    class EmptyTiles;
-    class OverlayOnce;
-
     void setNumViews(unsigned int count);
     bool chooseGrid();
     void layoutViews();
@@ -145,8 +144,8 @@ private:
     osg::Matrixd projectionOffset(unsigned int view) const;
     osg::Matrixd projection(double fieldOfView, double distance) const;
 
-    osg::ref_ptr<SlavePlacer> m_placer;
-    osg::ref_ptr<EmptyTiles> m_emptyTiles; ///< the present viewer's; null before it has views
+    osg::ref_ptr<KrViewFollower> m_placer;
+    osg::ref_ptr<KrEmptyTiles> m_emptyTiles; ///< the present viewer's; null before it has views
     KrTileGrid m_grid; ///< the latest layout that was not refused; without one view 0 fills the window
     osg::ref_ptr<osg::FrameBufferObject> m_target; ///< of all views when off-screen; else null
     osg::Matrixd m_reference;                      ///< world to camera of view 0, by which the others are placed

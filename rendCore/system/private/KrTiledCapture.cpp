@@ -1,0 +1,98 @@
+#include <rendCore/system/private/KrTiledCapture.h>
+
+#include <rendCore/window/private/KrCapturedImage.h>
+#include <rendCore/window/private/KrRenderStages.h>
+
+#include <osgViewer/Viewer>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+KrTiledCapture::KrTiledCapture(KrImage& target, unsigned int flags, int width, int height)
+    : ImageCaptureDrawCallback(&target, flags)
+    , m_isDepth((flags & KrSGWindow::CaptureDepth) != 0)
+{
+    m_width = static_cast<std::uint32_t>(width);
+    m_height = static_cast<std::uint32_t>(height);
+}
+
+bool KrTiledCapture::preRender(osgViewer::Viewer* viewer)
+{
+    attach(*viewer->getCamera(), *viewer);
+    for (unsigned int i = 0; i < viewer->getNumSlaves(); ++i) {
+        attach(*viewer->getSlave(i)._camera, *viewer);
+    }
+    return true;
+}
+
+bool KrTiledCapture::postRender(osgViewer::Viewer* viewer)
+{
+    for (const Tile& tile : m_tiles) {
+        tile.stage->attach(buffer(), nullptr);
+    }
+    if (!KrCapturedImage::allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height), m_isDepth)) {
+        return false;
+    }
+    fill(viewer->getCamera()->getClearColor());
+    for (const Tile& tile : m_tiles) {
+        paste(tile);
+    }
+    m_isDone = ImageCaptureDrawCallback::postRender(viewer) && m_target->sizeInBytes() > 0;
+    return m_isDone;
+}
+
+void KrTiledCapture::attach(osg::Camera& camera, osgViewer::Viewer& viewer)
+{
+    osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
+    const osg::Viewport* const viewport = camera.getViewport();
+    if (!stage || !viewport) {
+        return;
+    }
+    KrRenderStages::setUp(*stage, camera, viewer);
+    Tile tile;
+    tile.stage = stage;
+    const osg::ref_ptr<KrCapturedImage> image = new KrCapturedImage;
+    image->setContext(camera.getGraphicsContext() ? camera.getGraphicsContext()->getState() : nullptr);
+    tile.image = image;
+    tile.x = static_cast<unsigned int>(viewport->x());
+    tile.y = static_cast<unsigned int>(viewport->y());
+    if (KrCapturedImage::allocate(*tile.image, static_cast<int>(viewport->width()),
+                                  static_cast<int>(viewport->height()), m_isDepth)) {
+        stage->attach(buffer(), tile.image);
+        m_tiles.push_back(tile);
+    }
+}
+
+/// As a buffer is when it has just been cleared.
+void KrTiledCapture::fill(const osg::Vec4& color)
+{
+    unsigned char* out = m_sceneImage->data();
+    if (m_isDepth) {
+        std::memset(out, 0xFF, m_sceneImage->getTotalSizeInBytes());
+        return;
+    }
+    unsigned char channels[3];
+    for (unsigned int c = 0; c < 3; ++c) {
+        channels[c] = static_cast<unsigned char>(std::lround(std::clamp(color[c], 0.0f, 1.0f) * 255.0f));
+    }
+    for (std::size_t i = 0; i < std::size_t(m_width) * m_height; ++i, out += 3) {
+        std::memcpy(out, channels, 3);
+    }
+}
+
+/// What reaches beyond the window is left out.
+void KrTiledCapture::paste(const Tile& tile)
+{
+    const auto width = static_cast<unsigned int>(tile.image->s());
+    const auto height = static_cast<unsigned int>(tile.image->t());
+    if (!tile.image->data() || tile.x >= m_width || tile.y >= m_height) {
+        return;
+    }
+    const unsigned int rows = std::min(height, m_height - tile.y);
+    const std::size_t bytes = std::min(width, m_width - tile.x) * bytesPerPixel();
+    for (unsigned int row = 0; row < rows; ++row) {
+        std::memcpy(m_sceneImage->data(static_cast<int>(tile.x), static_cast<int>(tile.y + row)),
+                    tile.image->data(0, static_cast<int>(row)), bytes);
+    }
+}
