@@ -1,5 +1,3 @@
-// Draw callbacks of a scene window, and the capture of frames through them.
-
 #include <rendCore/window/KrSGDrawCallbacks.h>
 
 #include <rendCore/window/private/KrCapturedImage.h>
@@ -194,36 +192,4 @@ void KrSGWindow::ImageCaptureDrawCallback::remapDepthBuffer()
     for (std::size_t i = 0; out && i < count; ++i) {
         out[i] = depths[i] == far ? 0 : lowByte(static_cast<double>(depths[i] - minimum) / range * 256.0);
     }
-}
-
-bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags)
-{
-    if (!demandUsable("KrSGWindow::renderSceneAndCaptureImage") || !init()) {
-        return false;
-    }
-    osg::ref_ptr<DrawCallback> previous = getDrawCallback();
-    if (previous.valid()) {
-        Kr::Print::instance()->write(Kr::Print::Error, "Capturing image with a callback already in place.\n");
-    }
-    setDrawCallback(new ImageCaptureDrawCallback(&image, flags));
-    const bool rendered = renderScene(true);
-    // Kept: the callback that was there is not put back.
-    setDrawCallback(nullptr);
-    previous = nullptr;
-    return rendered;
-}
-
-bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags, const KrImageBlock* block)
-{
-    if (!block) {
-        return false;
-    }
-    static thread_local KrImage frame; // one for all windows of a thread
-    if (!renderSceneAndCaptureImage(frame, flags)) {
-        return false;
-    }
-    if (flags & CaptureFlipped) {
-        frame.flippedToOrdinary();
-    }
-    return frame.getSubimage(*block, image);
 }

@@ -3,114 +3,30 @@
 #include <rendCore/aids/KrRenderAxis.h>
 #include <rendCore/appearance/KrMaterialProperties.h>
 #include <rendCore/appearance/KrSGTexture.h>
-#include <rendCore/base/private/KrPixelTransferGuard.h>
 #include <rendCore/window/KrSGBaseInputHandler.h>
 #include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/private/KrContextRestorer.h>
+#include <rendCore/window/private/KrContextWindow.h>
 #include <rendCore/window/private/KrGuestFrame.h>
-#include <rendCore/window/private/KrGuestVisit.h>
-#include <rendCore/window/private/KrRenderStages.h>
 
-#include <toolkit/context/KrExternalWindowImpl.h>
 #include <toolkit/context/KrWindowImpl.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/guest/KrClientState.h>
 
-#include <osg/CullFace>
-#include <osg/GLExtensions>
 #include <osg/Geode>
 #include <osg/LightModel>
 #include <osg/LightSource>
-#include <osg/PolygonMode>
-#include <osg/ShadeModel>
 #include <osg/Shape>
 #include <osg/ShapeDrawable>
-#include <osg/Timer>
-#include <osgUtil/RenderStage>
 #include <osgViewer/GraphicsWindow>
 #include <osgViewer/Viewer>
 
 #include <algorithm>
 #include <array>
-#include <cfloat>
-#include <cmath>
-#include <functional>
 #include <mutex>
-#include <utility>
 
 namespace
 {
-
-constexpr osg::StateAttribute::GLModeValue kOn = osg::StateAttribute::ON;
-constexpr osg::StateAttribute::GLModeValue kOnOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
-constexpr osg::StateAttribute::GLModeValue kOffOverride = osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE;
-
-/// The viewer's side of a window's context: what the viewer asks of it goes to the window.
-///
-/// The stock embedded window answers every request with yes and lets a viewer delete GL objects in whatever context
-/// happens to be current. This one makes its own context current, and is closed once the window is.
-class ContextWindow : public osgViewer::GraphicsWindowEmbedded
-{
-public:
-    using Release = std::function<void(osg::State&)>;
-
-    /// @param release  called when it is closed, with the state that is about to go
-    ContextWindow(Traits* traits, KrWindow& window, Release release)
-        : osgViewer::GraphicsWindowEmbedded(traits)
-        , m_window(&window)
-        , m_release(std::move(release))
-    {
-        if (dynamic_cast<KrExternalWindowImpl*>(window.getImpl())) {
-            m_clientState = std::make_shared<KrClientState>();
-        }
-    }
-
-    /// Null in a context of the library's own.
-    const std::shared_ptr<KrClientState>& clientState() const { return m_clientState; }
-
-    bool valid() const override { return m_window != nullptr; }
-    bool isRealizedImplementation() const override { return m_window != nullptr; }
-    bool makeCurrentImplementation() override
-    {
-        return m_window != nullptr && m_window->isUsableHere() && m_window->makeCurrent();
-    }
-    bool releaseContextImplementation() override
-    {
-        KrWindowImpl* const impl = m_window ? m_window->getImpl() : nullptr;
-        // A client's context stays current where it was; whoever makes it current otherwise puts back what was.
-        if (impl && !m_clientState) {
-            impl->releaseCurrent();
-        }
-        return impl != nullptr;
-    }
-    void closeImplementation() override
-    {
-        if (m_window && getState()) {
-            m_release(*getState());
-        }
-        m_window = nullptr;
-    }
-
-protected:
-    // The base destructor cannot reach the overrides any more.
-    ~ContextWindow() override
-    {
-        if (m_window) {
-            close(true);
-        }
-    }
-
-private:
-    KrWindow* m_window;
-    Release m_release;
-    std::shared_ptr<KrClientState> m_clientState;
-};
-
-std::shared_ptr<KrClientState> clientState(osg::GraphicsContext* context)
-{
-    const auto* const window = dynamic_cast<const ContextWindow*>(context);
-    return window ? window->clientState() : nullptr;
-}
 
 /// The scene graph keeps tables with an entry for each context, which grow when one with a new number begins, and which
 /// frames of other threads read without a lock meanwhile. This makes them large enough before there is a second thread.
@@ -223,7 +139,7 @@ void KrSGWindow::createGraphicsWindow()
     traits->width = surfaceWidth();
     traits->height = surfaceHeight();
     traits->sharedContext = sharedContext(*this);
-    m_graphicsWindow = new ContextWindow(traits, *this, [this](osg::State& state) { releaseNames(state); });
+    m_graphicsWindow = new KrContextWindow(traits, *this, [this](osg::State& state) { releaseNames(state); });
 }
 
 void KrSGWindow::setUpCamera()
@@ -245,7 +161,7 @@ void KrSGWindow::createSceneRoot()
     osg::StateSet* const states = m_sceneRoot->getOrCreateStateSet();
     states->setGlobalDefaults();
     // Kept in this order although it clears the defaults just set: the viewer's own supply them.
-    m_sceneRoot->setLocalStateSetModes(kOn);
+    m_sceneRoot->setLocalStateSetModes(osg::StateAttribute::ON);
     const osg::ref_ptr<osg::LightModel> model = new osg::LightModel;
     model->setAmbientIntensity(osg::Vec4(KrRenderTypes::ec2osg(m_ambientLight)));
     model->setLocalViewer(true);
@@ -365,7 +281,7 @@ bool KrSGWindow::closeWindow()
     const KrContextRestorer restorer(this);
     {
         const KrGuestFrame guest(*this);
-        const std::shared_ptr<KrClientState> client = clientState(m_graphicsWindow);
+        const std::shared_ptr<KrClientState> client = KrContextWindow::clientStateOf(m_graphicsWindow);
         releaseGLObjects();
         deleteContents();
         m_viewerAttributes &= ~std::uint32_t(OffScreen);
@@ -442,352 +358,4 @@ void KrSGWindow::releaseViewer()
     }
     m_viewer = nullptr;
     m_graphicsWindow = nullptr;
-}
-
-namespace
-{
-
-/// The scene graph does not dispatch an array again that lies at the address of the last one. Between two frames that
-/// one may go, and another take its place: it would be drawn from a buffer that is no more.
-void forgetVertexArrays(osg::State& state)
-{
-    state.lazyDisablingOfVertexAttributes();
-    state.applyDisablingOfVertexAttributes();
-}
-
-/// What a callback of the frame before has left set would have textures read beyond their images.
-void resetUnpacking(const osg::State& state)
-{
-    if (const osg::GLExtensions* const gl = state.get<osg::GLExtensions>()) {
-        KrPixelTransferGuard::resetUnpacking(*gl);
-    }
-}
-
-} // namespace
-
-bool KrSGWindow::renderScene(bool swapBuffers)
-{
-    if (!demandUsable("KrSGWindow::renderScene")) {
-        return false;
-    }
-    const KrGuestFrame guest(*this);
-    if (closeWithContext() || (!m_viewer && !init())) {
-        return false;
-    }
-    // Nothing may be drawn into somebody else's context.
-    if (!makeCurrent()) {
-        return false;
-    }
-    // Whoever is called in a frame may close the window: what the frame uses stays until its end.
-    const osg::ref_ptr<osgViewer::Viewer> viewer = m_viewer;
-    const osg::ref_ptr<osgViewer::GraphicsWindow> context = m_graphicsWindow;
-    {
-        const KrGuestVisit visit(clientState(context), *this);
-        context->setDefaultFboId(getImpl()->defaultFramebuffer());
-        resetUnpacking(*context->getState());
-        updateScene();
-        KrRenderStages::compileInFrame(*viewer);
-        const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
-        if (m_viewer == viewer && callback.valid()) {
-            callback->render(viewer);
-        } else if (m_viewer == viewer) {
-            viewer->frame(DBL_MAX);
-        }
-        if (m_viewer == viewer && context->getState()) {
-            forgetVertexArrays(*context->getState());
-            if (clientState(context)) {
-                KrGuestFrame::makeOpaque(*viewer);
-            }
-        }
-    }
-    if (m_viewer == viewer && closeWithContext()) {
-        return false;
-    }
-    if (swapBuffers) {
-        this->swapBuffers();
-    }
-    return true;
-}
-
-bool KrSGWindow::updateScene()
-{
-    if (!isInitialized() || !m_viewer || m_dirtyFlags == 0) {
-        return true;
-    }
-    if ((m_dirtyFlags & DirtyPov) && m_inputHandler.valid()) {
-        m_inputHandler->setPovParameters(m_visualizationParameters.povParameters());
-    }
-    if (m_dirtyFlags & DirtyAxisScale) {
-        KrRenderAxis::scaleAxis(m_visualizationParameters.GUIObjectParameters().axisScale());
-    }
-    const bool orthographicChanged =
-        (m_dirtyFlags & DirtyAttributes) && ((m_viewerAttributes & Orthographic) != 0) != m_appliedOrthographic;
-    if ((m_dirtyFlags & DirtyProjection) || orthographicChanged) {
-        updateProjection();
-    }
-    if (m_dirtyFlags & DirtyAttributes) {
-        applyViewerAttributes();
-    }
-    setLights();
-    m_viewer->getCamera()->setCullMask(m_displayMask | m_secondaryDisplayMask);
-    m_dirtyFlags = 0;
-    return true;
-}
-
-void KrSGWindow::updateProjection()
-{
-    osg::Camera* const camera = m_viewer->getCamera();
-    m_appliedOrthographic = (m_viewerAttributes & Orthographic) != 0;
-    if (m_appliedOrthographic) {
-        // Kept: a unit box whatever the window's size.
-        camera->setProjectionMatrixAsOrtho(0.0, 1.0, 0.0, 1.0, -1.0, 1.0);
-        return;
-    }
-    const KrPovParameters& pov = m_visualizationParameters.povParameters();
-    double near = 0.0;
-    double far = 0.0;
-    clippingPlanes(pov.viewingDistance(), near, far);
-    if (m_intrinsics) {
-        camera->setProjectionMatrix(m_intrinsics->projection(near, far));
-        return;
-    }
-    const double top = std::tan(pov.fieldOfView() * 0.5) * near;
-    const double right = top * m_aspectRatio;
-    camera->getProjectionMatrix().makeFrustum(-right, right, -top, top, near, far);
-}
-
-void KrSGWindow::clippingPlanes(double distance, double& near, double& far) const
-{
-    near = std::max(0.001, 0.125 * distance);
-    far = std::max(2.0 * distance, m_visualizationParameters.renderParameters().farClipping());
-}
-
-bool KrSGWindow::setCameraIntrinsics(const KrCameraIntrinsics& intrinsics)
-{
-    if (!intrinsics.isValid()) {
-        Kr::Print::instance()->write(
-            Kr::Print::Warning,
-            "KrSGWindow::setCameraIntrinsics - no camera: %u x %u pixels, focal lengths %g and %g, principal point "
-            "(%g, %g).\n",
-            intrinsics.width, intrinsics.height, intrinsics.fx, intrinsics.fy, intrinsics.cx, intrinsics.cy);
-        return false;
-    }
-    m_intrinsics = intrinsics;
-    m_dirtyFlags |= DirtyProjection;
-    return true;
-}
-
-void KrSGWindow::clearCameraIntrinsics()
-{
-    m_intrinsics.reset();
-    m_dirtyFlags |= DirtyProjection;
-}
-
-void KrSGWindow::applyViewerAttributes()
-{
-    if (!m_sceneRoot) {
-        return;
-    }
-    osg::StateSet* const states = m_sceneRoot->getOrCreateStateSet();
-    const auto isOn = [this](ViewerAttribute attribute) { return (m_viewerAttributes & attribute) != 0; };
-    using osg::StateAttribute;
-
-    states->setMode(GL_LIGHTING, isOn(Lighting) ? kOn : kOffOverride);
-    states->setTextureMode(0, GL_TEXTURE_2D, isOn(Texturing) ? kOn : kOffOverride);
-
-    auto* polygonMode = static_cast<osg::PolygonMode*>(states->getAttribute(StateAttribute::POLYGONMODE));
-    if (isOn(Wireframe)) {
-        polygonMode = new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::LINE);
-        states->setAttributeAndModes(polygonMode, kOnOverride);
-    } else if (polygonMode) {
-        polygonMode->setMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::FILL);
-    }
-
-    auto* shadeModel = static_cast<osg::ShadeModel*>(states->getAttribute(StateAttribute::SHADEMODEL));
-    if (isOn(SmoothShading)) {
-        states->setAttributeAndModes(new osg::ShadeModel(osg::ShadeModel::SMOOTH), kOnOverride);
-    } else if (shadeModel) {
-        shadeModel->setMode(osg::ShadeModel::FLAT);
-    }
-
-    if (isOn(CullBackFaces)) {
-        states->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK), kOnOverride);
-    } else {
-        states->setMode(GL_CULL_FACE, StateAttribute::OFF);
-    }
-}
-
-bool KrSGWindow::setWindowSize(unsigned int width, unsigned int height)
-{
-    const bool resized = KrWindow::setWindowSize(width, height);
-    const bool isFlat = width == 0 || height == 0;
-    setAspectRatio(isFlat ? 1.0 : static_cast<double>(width) / static_cast<double>(height));
-    if (isInitialized() && resized && m_graphicsWindow.valid()) {
-        resizeGraphicsWindow();
-    }
-    return resized;
-}
-
-void KrSGWindow::resizeGraphicsWindow()
-{
-    const int width = surfaceWidth();
-    const int height = surfaceHeight();
-    m_graphicsWindow->getEventQueue()->windowResize(windowX(), windowY(), width, height,
-                                                    osg::Timer::instance()->time_s());
-    m_graphicsWindow->resized(windowX(), windowY(), width, height);
-    fitOverlay();
-    if (m_viewerAttributes & OffScreen) {
-        refreshRenderTarget();
-    }
-}
-
-bool KrSGWindow::setOffScreenRendering(bool on)
-{
-    m_viewerAttributes = on ? m_viewerAttributes | OffScreen : m_viewerAttributes & ~std::uint32_t(OffScreen);
-    if (isInitialized() && m_viewer.valid()) {
-        m_viewer->getCamera()->setRenderTargetImplementation(on ? osg::Camera::FRAME_BUFFER_OBJECT
-                                                                : osg::Camera::FRAME_BUFFER);
-        refreshRenderTarget();
-    }
-    setHideWindow(on);
-    return true;
-}
-
-// The render stage keeps its framebuffer object until it is told that the camera's target is another one.
-void KrSGWindow::refreshRenderTarget()
-{
-    osg::Camera* const camera = m_viewer->getCamera();
-    camera->setViewport(0, 0, surfaceWidth(), surfaceHeight());
-    if (osgUtil::RenderStage* const stage = KrRenderStages::of(*camera)) {
-        stage->setFrameBufferObject(nullptr);
-    }
-    camera->dirtyAttachmentMap();
-}
-
-bool KrSGWindow::getOffScreenRendering() const
-{
-    return (m_viewerAttributes & OffScreen) != 0;
-}
-
-void KrSGWindow::setDisplayMask(unsigned int mask, bool on, bool secondary)
-{
-    std::uint32_t& chosen = secondary ? m_secondaryDisplayMask : m_displayMask;
-    chosen = on ? chosen | mask : chosen & ~mask;
-    if (m_viewer.valid()) {
-        m_viewer->getCamera()->setCullMask(m_displayMask | m_secondaryDisplayMask);
-    }
-}
-
-unsigned int KrSGWindow::displayMask() const
-{
-    return m_displayMask;
-}
-
-bool KrSGWindow::displayMask(unsigned int bits) const
-{
-    return (m_displayMask & bits) != 0;
-}
-
-void KrSGWindow::setViewerAttribute(unsigned int bits, bool on)
-{
-    m_viewerAttributes = on ? m_viewerAttributes | bits : m_viewerAttributes & ~bits;
-    m_dirtyFlags |= DirtyAttributes;
-}
-
-unsigned int KrSGWindow::viewerAttribute() const
-{
-    return m_viewerAttributes;
-}
-
-bool KrSGWindow::stereoOn() const
-{
-    return getStereoSupported() && (m_viewerAttributes & Stereo) != 0;
-}
-
-void KrSGWindow::setAspectRatio(double aspectRatio)
-{
-    m_aspectRatio = aspectRatio;
-    m_dirtyFlags |= DirtyProjection;
-}
-
-double KrSGWindow::aspectRatio() const
-{
-    return m_aspectRatio;
-}
-
-bool KrSGWindow::setVisualizationParameters(const KrVisualizationParameters& parameters)
-{
-    m_visualizationParameters = parameters;
-    if (m_inputHandler.valid()) {
-        const KrPovParameters& pov = parameters.povParameters();
-        m_inputHandler->setHomePosition(KrRenderTypes::ec2osg(pov.eyepoint()),
-                                        KrRenderTypes::ec2osg(pov.centerOfInterest()), KrRenderTypes::ec2osg(pov.up()),
-                                        false);
-    }
-    m_dirtyFlags |= DirtyPov;
-    loadRenderParameters(parameters.renderParameters());
-    loadLight(parameters.lightParameters());
-    return true;
-}
-
-const KrVisualizationParameters& KrSGWindow::visualizationParameters() const
-{
-    return m_visualizationParameters;
-}
-
-bool KrSGWindow::setPovParameters(const KrPovParameters& pov)
-{
-    m_visualizationParameters.setPovParameters(pov);
-    m_dirtyFlags |= DirtyPov | DirtyProjection;
-    return true;
-}
-
-const KrPovParameters& KrSGWindow::getPovParameters() const
-{
-    return m_visualizationParameters.povParameters();
-}
-
-bool KrSGWindow::loadRenderParameters(const KrRenderParameters& parameters)
-{
-    if (parameters.isAutoClipping()) {
-        KrRenderParameters automatic(parameters);
-        automatic.setNearClipping(0.01);
-        automatic.setFarClipping(2.0 * m_visualizationParameters.povParameters().viewingDistance());
-        m_visualizationParameters.setRenderParameters(automatic);
-    } else if (!(parameters == m_visualizationParameters.renderParameters())) {
-        m_visualizationParameters.setRenderParameters(parameters);
-    }
-    setBackgroundColor(parameters.backgroundColor());
-    m_dirtyFlags |= DirtyProjection;
-    return true;
-}
-
-void KrSGWindow::setInputHandler(KrSGBaseInputHandler* handler)
-{
-    if (m_inputHandler != handler) {
-        m_inputHandler = handler;
-    }
-    if (isInitialized() && m_viewer.valid()) {
-        m_viewer->setCameraManipulator(m_inputHandler);
-    }
-}
-
-KrSGBaseInputHandler* KrSGWindow::getInputHandler() const
-{
-    return m_inputHandler;
-}
-
-void KrSGWindow::setDrawCallback(osg::ref_ptr<DrawCallback> callback)
-{
-    m_drawCallback = callback;
-}
-
-osg::ref_ptr<KrSGWindow::DrawCallback> KrSGWindow::getDrawCallback() const
-{
-    return m_drawCallback;
-}
-
-osgViewer::Viewer* KrSGWindow::getViewer() const
-{
-    return m_viewer;
 }

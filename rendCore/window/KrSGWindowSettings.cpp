@@ -1,0 +1,210 @@
+// What a client sets in a scene window and asks of it: recorded here, applied by the next frame.
+
+#include <rendCore/window/KrSGWindow.h>
+
+#include <rendCore/window/KrSGBaseInputHandler.h>
+#include <rendCore/window/KrSGDrawCallbacks.h>
+#include <rendCore/window/private/KrRenderStages.h>
+
+#include <toolkit/foundation/KrPrint.h>
+
+#include <osg/Timer>
+#include <osgUtil/RenderStage>
+#include <osgViewer/GraphicsWindow>
+#include <osgViewer/Viewer>
+
+bool KrSGWindow::setCameraIntrinsics(const KrCameraIntrinsics& intrinsics)
+{
+    if (!intrinsics.isValid()) {
+        Kr::Print::instance()->write(
+            Kr::Print::Warning,
+            "KrSGWindow::setCameraIntrinsics - no camera: %u x %u pixels, focal lengths %g and %g, principal point "
+            "(%g, %g).\n",
+            intrinsics.width, intrinsics.height, intrinsics.fx, intrinsics.fy, intrinsics.cx, intrinsics.cy);
+        return false;
+    }
+    m_intrinsics = intrinsics;
+    m_dirtyFlags |= DirtyProjection;
+    return true;
+}
+
+void KrSGWindow::clearCameraIntrinsics()
+{
+    m_intrinsics.reset();
+    m_dirtyFlags |= DirtyProjection;
+}
+
+bool KrSGWindow::setWindowSize(unsigned int width, unsigned int height)
+{
+    const bool resized = KrWindow::setWindowSize(width, height);
+    const bool isFlat = width == 0 || height == 0;
+    setAspectRatio(isFlat ? 1.0 : static_cast<double>(width) / static_cast<double>(height));
+    if (isInitialized() && resized && m_graphicsWindow.valid()) {
+        resizeGraphicsWindow();
+    }
+    return resized;
+}
+
+void KrSGWindow::resizeGraphicsWindow()
+{
+    const int width = surfaceWidth();
+    const int height = surfaceHeight();
+    m_graphicsWindow->getEventQueue()->windowResize(windowX(), windowY(), width, height,
+                                                    osg::Timer::instance()->time_s());
+    m_graphicsWindow->resized(windowX(), windowY(), width, height);
+    fitOverlay();
+    if (m_viewerAttributes & OffScreen) {
+        refreshRenderTarget();
+    }
+}
+
+bool KrSGWindow::setOffScreenRendering(bool on)
+{
+    m_viewerAttributes = on ? m_viewerAttributes | OffScreen : m_viewerAttributes & ~std::uint32_t(OffScreen);
+    if (isInitialized() && m_viewer.valid()) {
+        m_viewer->getCamera()->setRenderTargetImplementation(on ? osg::Camera::FRAME_BUFFER_OBJECT
+                                                                : osg::Camera::FRAME_BUFFER);
+        refreshRenderTarget();
+    }
+    setHideWindow(on);
+    return true;
+}
+
+// The render stage keeps its framebuffer object until it is told that the camera's target is another one.
+void KrSGWindow::refreshRenderTarget()
+{
+    osg::Camera* const camera = m_viewer->getCamera();
+    camera->setViewport(0, 0, surfaceWidth(), surfaceHeight());
+    if (osgUtil::RenderStage* const stage = KrRenderStages::of(*camera)) {
+        stage->setFrameBufferObject(nullptr);
+    }
+    camera->dirtyAttachmentMap();
+}
+
+bool KrSGWindow::getOffScreenRendering() const
+{
+    return (m_viewerAttributes & OffScreen) != 0;
+}
+
+void KrSGWindow::setDisplayMask(unsigned int mask, bool on, bool secondary)
+{
+    std::uint32_t& chosen = secondary ? m_secondaryDisplayMask : m_displayMask;
+    chosen = on ? chosen | mask : chosen & ~mask;
+    if (m_viewer.valid()) {
+        m_viewer->getCamera()->setCullMask(m_displayMask | m_secondaryDisplayMask);
+    }
+}
+
+unsigned int KrSGWindow::displayMask() const
+{
+    return m_displayMask;
+}
+
+bool KrSGWindow::displayMask(unsigned int bits) const
+{
+    return (m_displayMask & bits) != 0;
+}
+
+void KrSGWindow::setViewerAttribute(unsigned int bits, bool on)
+{
+    m_viewerAttributes = on ? m_viewerAttributes | bits : m_viewerAttributes & ~bits;
+    m_dirtyFlags |= DirtyAttributes;
+}
+
+unsigned int KrSGWindow::viewerAttribute() const
+{
+    return m_viewerAttributes;
+}
+
+bool KrSGWindow::stereoOn() const
+{
+    return getStereoSupported() && (m_viewerAttributes & Stereo) != 0;
+}
+
+void KrSGWindow::setAspectRatio(double aspectRatio)
+{
+    m_aspectRatio = aspectRatio;
+    m_dirtyFlags |= DirtyProjection;
+}
+
+double KrSGWindow::aspectRatio() const
+{
+    return m_aspectRatio;
+}
+
+bool KrSGWindow::setVisualizationParameters(const KrVisualizationParameters& parameters)
+{
+    m_visualizationParameters = parameters;
+    if (m_inputHandler.valid()) {
+        const KrPovParameters& pov = parameters.povParameters();
+        m_inputHandler->setHomePosition(KrRenderTypes::ec2osg(pov.eyepoint()),
+                                        KrRenderTypes::ec2osg(pov.centerOfInterest()), KrRenderTypes::ec2osg(pov.up()),
+                                        false);
+    }
+    m_dirtyFlags |= DirtyPov;
+    loadRenderParameters(parameters.renderParameters());
+    loadLight(parameters.lightParameters());
+    return true;
+}
+
+const KrVisualizationParameters& KrSGWindow::visualizationParameters() const
+{
+    return m_visualizationParameters;
+}
+
+bool KrSGWindow::setPovParameters(const KrPovParameters& pov)
+{
+    m_visualizationParameters.setPovParameters(pov);
+    m_dirtyFlags |= DirtyPov | DirtyProjection;
+    return true;
+}
+
+const KrPovParameters& KrSGWindow::getPovParameters() const
+{
+    return m_visualizationParameters.povParameters();
+}
+
+bool KrSGWindow::loadRenderParameters(const KrRenderParameters& parameters)
+{
+    if (parameters.isAutoClipping()) {
+        KrRenderParameters automatic(parameters);
+        automatic.setNearClipping(0.01);
+        automatic.setFarClipping(2.0 * m_visualizationParameters.povParameters().viewingDistance());
+        m_visualizationParameters.setRenderParameters(automatic);
+    } else if (!(parameters == m_visualizationParameters.renderParameters())) {
+        m_visualizationParameters.setRenderParameters(parameters);
+    }
+    setBackgroundColor(parameters.backgroundColor());
+    m_dirtyFlags |= DirtyProjection;
+    return true;
+}
+
+void KrSGWindow::setInputHandler(KrSGBaseInputHandler* handler)
+{
+    if (m_inputHandler != handler) {
+        m_inputHandler = handler;
+    }
+    if (isInitialized() && m_viewer.valid()) {
+        m_viewer->setCameraManipulator(m_inputHandler);
+    }
+}
+
+KrSGBaseInputHandler* KrSGWindow::getInputHandler() const
+{
+    return m_inputHandler;
+}
+
+void KrSGWindow::setDrawCallback(osg::ref_ptr<DrawCallback> callback)
+{
+    m_drawCallback = callback;
+}
+
+osg::ref_ptr<KrSGWindow::DrawCallback> KrSGWindow::getDrawCallback() const
+{
+    return m_drawCallback;
+}
+
+osgViewer::Viewer* KrSGWindow::getViewer() const
+{
+    return m_viewer;
+}
