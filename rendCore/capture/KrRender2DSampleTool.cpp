@@ -68,7 +68,7 @@ public:
     ~PendingChanges()
     {
         if (m_isNew) {
-            m_system.askForNewScene();
+            m_system.setNewSystem(true);
         }
         // Windows share shapes and their fading: in the map's window the selected ones were faded like the others.
         m_system.setSelectionChanged(m_isSelectionChanged || !m_system.selectedShapes().empty());

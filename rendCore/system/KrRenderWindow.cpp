@@ -167,7 +167,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     if (m_inputHandler.valid()) {
         m_inputHandler->setNode(m_sceneRoot);
     }
-    system->acknowledgeNewSystem();
+    system->setNewSystem(false);
     m_areBodiesTold = false;
     KrRenderAxis::init(m_sceneRoot);
     KrRenderMassProperties::init(m_sceneRoot);

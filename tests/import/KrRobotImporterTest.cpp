@@ -523,7 +523,7 @@ TEST_F(KrRobotImporterTest, AFailureLeavesTheSystemAsItWas)
 {
     Imported in = importRobot(link("base", kBox));
     ASSERT_TRUE(in.ok);
-    in.system.acknowledgeNewSystem();
+    in.system.setNewSystem(false);
     MessageRecorder messages;
     EXPECT_FALSE(KrRobotImporter::readFile(bundle.write("bad.urdf", "<robot"), {}, in.system, in.report));
     EXPECT_EQ(messages.count(), 1u);

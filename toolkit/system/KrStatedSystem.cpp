@@ -292,7 +292,7 @@ KrStatedSystem::LinkAnswer KrStatedSystem::selectLink(unsigned int manipulator, 
     LinkAnswer answer = LinkAnswer::NoShape;
     // The system is ours to change; the link stays where it is.
     if (KrOwnShapes::give(m_system, const_cast<KrManipulatorLink&>(*selected))) {
-        askForNewScene();
+        setNewSystem(true);
     }
     for (std::uint32_t i = 0; i < selected->numShapes(); ++i) {
         if (isSeen(i)) {

@@ -36,9 +36,8 @@ public:
 
     // What a window asks.
     bool isNewSystem() const { return m_newSystem; }
-    void acknowledgeNewSystem() const { m_newSystem = false; }
-    /// Has windows load the system again, as it is: unlike `systemChanged` nothing of it is emptied.
-    void askForNewScene() const { m_newSystem = true; }
+    /// True has windows load the system again, as it is: unlike `systemChanged` nothing of it is emptied.
+    void setNewSystem(bool isNew) const { m_newSystem = isNew; }
     const std::vector<KrShapeStateCacheKey>& changedShapes() const { return m_changedShapes; }
     /// Null for a key that names no shape.
     const KrShape* shapeByKey(const KrShapeStateCacheKey& key) const;

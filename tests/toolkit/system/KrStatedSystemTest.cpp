@@ -238,7 +238,7 @@ TEST(KrStatedSystem, ALinkThatIsSelectedSharesItsExtentsWithNoOther)
     const auto shape = [&](std::uint32_t index, std::uint32_t i) { return system.shapeByKey({0, index, i}); };
     const KrBasePhysicalExtent* const alone = shape(0, 0)->physicalExtent();
     ASSERT_EQ(shape(0, 1)->physicalExtent(), shape(2, 0)->physicalExtent());
-    system.acknowledgeNewSystem();
+    system.setNewSystem(false);
 
     EXPECT_EQ(system.selectLink(0, "leaf"), KrStatedSystem::LinkAnswer::Done);
     EXPECT_FALSE(system.isNewSystem()) << "nothing is shared";
@@ -251,7 +251,7 @@ TEST(KrStatedSystem, ALinkThatIsSelectedSharesItsExtentsWithNoOther)
     EXPECT_EQ(shape(0, 0)->physicalExtent(), alone) << "what is not shared stays";
     EXPECT_EQ(system.linkByKey({0, 0, 0})->childLinks().size(), 1u);
     EXPECT_EQ(system.linkByKey({0, 0, 0})->jointKinematics().type(), Type::Revolute);
-    system.acknowledgeNewSystem();
+    system.setNewSystem(false);
     EXPECT_EQ(system.selectLink(0, "outer"), KrStatedSystem::LinkAnswer::Done);
     EXPECT_FALSE(system.isNewSystem()) << "nothing is shared any more";
 }
@@ -264,7 +264,7 @@ TEST(KrStatedSystem, NewValuesAreNewSystemsWithEmptyLists)
     for (const std::string way : {"assign", "read", "systemChanged", "xmlInit"}) {
         SCOPED_TRACE(way);
         system = source;
-        system.acknowledgeNewSystem();
+        system.setNewSystem(false);
         ASSERT_FALSE(system.isNewSystem());
         ASSERT_TRUE(system.selectShape({1, 0, 0}) && system.addChangedShape({1, 0, 0}) && system.setTransparency(0.5));
         if (way == "assign") {
@@ -320,7 +320,7 @@ TEST(KrStatedSystem, DocumentsWithoutAStateTakeTheDefaultOneAndWrongOnesAreRefus
     EXPECT_EQ(positionsOf(read, 1), (std::vector<double>{0.0, 0.0, 0.25, 0.0}));
 
     ASSERT_TRUE(read.setJointPosition(1, "elbow", 0.5));
-    read.acknowledgeNewSystem();
+    read.setNewSystem(false);
     const std::string positions = "<jointPositions>0 0 0.25 0</jointPositions>";
     const std::size_t at = document.find(positions);
     ASSERT_NE(at, std::string::npos);

@@ -235,7 +235,7 @@ TEST(KrSystemXml, BadSystemsAreToldOnceAndChangeNothing)
         "",
     };
     KrVisualizableStatedSystem system = original;
-    system.statedSystem().acknowledgeNewSystem();
+    system.statedSystem().setNewSystem(false);
     for (const std::string& text : bad) {
         EXPECT_FALSE(system.readBuffer(text.data(), text.size(), "bad")) << text.substr(0, 200);
         EXPECT_EQ(messages.take(), 1u) << messages.last();
