@@ -145,19 +145,12 @@ std::string KrAppFiles::spoken(const std::string& path, Standard stream)
     return !isStandard(path) ? path : stream == Standard::Input ? "standard input" : "standard output";
 }
 
-void KrAppFiles::open(KrInputFile& file, const std::string& path)
-{
-    if (!(isStandard(path) ? file.openDescriptor(STDIN_FILENO) : file.open(path))) {
-        throw KrAppFailure(KrAppFailure::CouldNot, spoken(path, Standard::Input) + ": " + file.reason());
-    }
-}
-
 std::string KrAppFiles::readText(const std::string& path, std::uint64_t mostBytes)
 {
     KrInputFile file(mostBytes);
     std::string text;
-    open(file, path);
-    if (!file.readAll(text)) {
+    const bool isOpen = isStandard(path) ? file.openDescriptor(STDIN_FILENO) : file.open(path);
+    if (!isOpen || !file.readAll(text)) {
         throw KrAppFailure(KrAppFailure::CouldNot, spoken(path, Standard::Input) + ": " + file.reason());
     }
     return text;

@@ -7,7 +7,6 @@
 #include <vector>
 
 class KrAppMessages;
-class KrInputFile;
 
 /// Names of what the program reads and writes, and checks of them. Checks come before the work: each throws
 /// KrAppFailure.
@@ -32,8 +31,6 @@ std::string spoken(const std::string& path, Standard stream);
 
 /// What is in a file or comes through a pipe, of at most `mostBytes`; CouldNot when that cannot be read.
 std::string readText(const std::string& path, std::uint64_t mostBytes);
-/// Opens `path` to be read in parts; CouldNot when that cannot be.
-void open(KrInputFile& file, const std::string& path);
 
 /// WrongUsage unless the extension names a picture format that is written here.
 void checkPictureFormat(const std::string& path);

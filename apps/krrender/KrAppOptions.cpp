@@ -540,6 +540,34 @@ double KrAppOptions::verticalFieldOfView() const
     return fieldOfView.value_or(KrFraming::kFieldOfView);
 }
 
+std::string KrAppOptions::sidecarOf(const std::string& picture) const
+{
+    return sidecarPath.empty() ? picture + ".json" : sidecarPath;
+}
+
+void KrAppOptions::standAs(const KrFrameDescription& frame)
+{
+    const bool isDrawable = frame.width <= kLargestSize && frame.height <= kLargestSize;
+    if (!frame.intrinsics || !isDrawable) {
+        throw KrAppFailure(KrAppFailure::CouldNot,
+                           KrAppFiles::spoken(camera, KrAppFiles::Standard::Input) +
+                               (isDrawable ? " tells no intrinsics" : " tells too large a picture"));
+    }
+    pov = frame.actualPov();
+    if (!isSizeGiven) {
+        width = frame.width;
+        height = frame.height;
+    }
+    if (intrinsics) {
+        intrinsics->width = width;
+        intrinsics->height = height;
+    } else if (frame.width != width || frame.height != height) {
+        intrinsics = frame.intrinsics->scaledTo(width, height);
+    } else {
+        intrinsics = frame.intrinsics;
+    }
+}
+
 KrVector KrAppOptions::towardsEye() const
 {
     return KrFraming::towardsEye(azimuth, elevation);

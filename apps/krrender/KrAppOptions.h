@@ -4,6 +4,7 @@
 
 #include <picture/KrAids.h>
 #include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/capture/KrFrameDescription.h>
 #include <rendCore/window/KrCameraIntrinsics.h>
 #include <toolkit/math/KrColor.h>
 #include <toolkit/math/KrVector.h>
@@ -85,6 +86,12 @@ struct KrAppOptions
     double verticalFieldOfView() const; ///< rad
     /// Of the automatic point of view.
     KrVector towardsEye() const;
+
+    /// Where the description of `picture` is written: beside it as `picture`.json, or as --sidecar has it.
+    std::string sidecarOf(const std::string& picture) const;
+    /// Stands where the camera of another picture, that of --camera, stood, with its size and intrinsics where the
+    /// command line has none. Throws KrAppFailure (CouldNot) when it tells no intrinsics, or too large a picture.
+    void standAs(const KrFrameDescription& frame);
 
     /// Reads the command line.
     /// @return false when the program is done (help, version); their text has been printed then

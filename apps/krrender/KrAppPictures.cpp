@@ -90,7 +90,7 @@ std::vector<std::string> KrAppPictures::files(const KrAppOptions& options, std::
         const bool isPattern = !options.trajectory.empty() && !(path == options.output && KrAppFiles::isVideo(path));
         names.push_back(isPattern ? KrAppFiles::frameFile(path, number) : path);
         if (options.sidecar) {
-            names.push_back(KrAppSidecar::fileOf(names.back(), options));
+            names.push_back(options.sidecarOf(names.back()));
         }
     }
     return names;
@@ -191,6 +191,11 @@ void KrAppPictures::write()
     }
 }
 
+KrFrameDescription KrAppPictures::describe()
+{
+    return KrAppSidecar::describe(m_scene, m_options.width, m_options.height, m_options.intrinsics);
+}
+
 bool KrAppPictures::isBlank(const KrImage& picture) const
 {
     const unsigned char* const channels = picture.data();
@@ -243,7 +248,7 @@ void KrAppPictures::writeColor()
     m_numBlank += isBlank(m_picture) ? 1 : 0;
     KrAppFiles::writePicture(m_picture, m_options.output, m_messages);
     if (m_options.sidecar) {
-        writeDescription(KrAppSidecar::describe(m_scene, m_options), 0, m_options.output);
+        writeDescription(describe(), 0, m_options.output);
     }
 }
 
@@ -303,7 +308,7 @@ void KrAppPictures::writeColors()
             demand(m_scene.draw(m_motion.state(i), *stream, reason), reason);
             if (m_options.sidecar) {
                 // What is in force now is what was drawn; the picture itself comes with one of the next frames.
-                KrFrameDescription description = KrAppSidecar::describe(m_scene, m_options);
+                KrFrameDescription description = describe();
                 const std::lock_guard<std::mutex> lock(m_mutex);
                 m_descriptions.push_back(std::move(description));
             }
@@ -384,7 +389,7 @@ void KrAppPictures::writeDepthPreview(std::size_t i)
 void KrAppPictures::writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit)
 {
     if (m_options.sidecar) {
-        KrFrameDescription frame = KrAppSidecar::describe(m_scene, m_options);
+        KrFrameDescription frame = describe();
         frame.channels = 1;
         frame.quantity = quantity;
         frame.unit = unit;
@@ -400,5 +405,5 @@ void KrAppPictures::writeDescription(KrFrameDescription frame, std::size_t i, co
     if (!m_options.trajectory.empty()) {
         frame.frameNumber = static_cast<unsigned int>(i + 1);
     }
-    KrAppSidecar::write(frame, KrAppSidecar::fileOf(file(path, i), m_options));
+    KrAppSidecar::write(frame, m_options.sidecarOf(file(path, i)));
 }

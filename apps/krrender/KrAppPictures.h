@@ -58,6 +58,8 @@ private:
     void writeEach(const std::string& what, const std::function<void(std::size_t)>& writeOne);
     void writeDepth(std::size_t i);
     void writeDepthPreview(std::size_t i);
+    /// The frame that was drawn last, in numbers.
+    KrFrameDescription describe();
     /// Of the frame that was drawn last, where descriptions are asked for.
     void writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit);
     void writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path);

@@ -3,7 +3,6 @@
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
 #include "KrAppMessages.h"
-#include "KrAppOptions.h"
 
 #include <import/KrRobotImporter.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
@@ -126,9 +125,9 @@ std::string KrAppRobot::rootElement(const std::string& text)
     return std::string();
 }
 
-void KrAppRobot::read(const KrAppOptions& options, KrAppMessages& messages)
+void KrAppRobot::read(const std::string& file, const std::vector<std::string>& packagePaths, KrAppMessages& messages)
 {
-    const std::string path = KrAppFiles::isStandard(options.robot) ? "/dev/stdin" : options.robot;
+    const std::string path = KrAppFiles::isStandard(file) ? "/dev/stdin" : file;
     // A pipe can be read but once: it is the importer's.
     std::error_code error;
     const bool isPipe = fs::is_fifo(path, error);
@@ -136,7 +135,7 @@ void KrAppRobot::read(const KrAppOptions& options, KrAppMessages& messages)
 
     if (root == "robot") {
         KrImportOptions import;
-        import.packagePaths = options.packagePaths;
+        import.packagePaths = packagePaths;
         if (!KrRobotImporter::readFile(path, import, statedSystem(), report)) {
             couldNot(messages.lastReason(path + " holds no robot that can be read"));
         }

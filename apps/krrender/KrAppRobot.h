@@ -4,9 +4,9 @@
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <string>
+#include <vector>
 
 class KrAppMessages;
-struct KrAppOptions;
 
 /// The system that the command line names, read and ready to be posed.
 struct KrAppRobot
@@ -19,7 +19,8 @@ struct KrAppRobot
     ///
     /// What a native file names relative to itself (textures) is named in full afterwards.
     /// A pipe holds a URDF. Throws KrAppFailure (CouldNot): no such file, a folder, empty, binary, no system in it.
-    void read(const KrAppOptions& options, KrAppMessages& messages);
+    /// @param packagePaths  folders in which packages are looked for, before all others
+    void read(const std::string& file, const std::vector<std::string>& packagePaths, KrAppMessages& messages);
 
     KrStatedSystem& statedSystem() { return system.statedSystem(); }
     const KrStatedSystem& statedSystem() const { return system.statedSystem(); }

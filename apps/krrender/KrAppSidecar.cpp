@@ -3,7 +3,6 @@
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
 #include "KrAppMessages.h"
-#include "KrAppOptions.h"
 
 #include <picture/KrPictureScene.h>
 #include <picture/KrValueText.h>
@@ -36,35 +35,15 @@ bool KrAppSidecar::readIntrinsics(const std::string& text, KrCameraIntrinsics& c
     return true;
 }
 
-void KrAppSidecar::readCamera(KrAppOptions& options, const KrAppMessages& messages)
+KrFrameDescription KrAppSidecar::read(const std::string& path, const KrAppMessages& messages)
 {
-    if (options.camera.empty()) {
-        return;
-    }
     KrFrameDescription frame;
-    const std::string text = KrAppFiles::readText(options.camera, Kr::Limits::kCameraBytes);
-    const std::string name = KrAppFiles::spoken(options.camera, KrAppFiles::Standard::Input);
+    const std::string text = KrAppFiles::readText(path, Kr::Limits::kCameraBytes);
+    const std::string name = KrAppFiles::spoken(path, KrAppFiles::Standard::Input);
     if (!frame.readText(text, name)) {
         throw KrAppFailure(KrAppFailure::CouldNot, messages.lastReason("cannot read " + name));
     }
-    const bool isDrawable = frame.width <= KrAppOptions::kLargestSize && frame.height <= KrAppOptions::kLargestSize;
-    if (!frame.intrinsics || !isDrawable) {
-        throw KrAppFailure(KrAppFailure::CouldNot,
-                           name + (isDrawable ? " tells no intrinsics" : " tells too large a picture"));
-    }
-    options.pov = frame.actualPov();
-    if (!options.isSizeGiven) {
-        options.width = frame.width;
-        options.height = frame.height;
-    }
-    if (options.intrinsics) {
-        options.intrinsics->width = options.width;
-        options.intrinsics->height = options.height;
-    } else if (frame.width != options.width || frame.height != options.height) {
-        options.intrinsics = frame.intrinsics->scaledTo(options.width, options.height);
-    } else {
-        options.intrinsics = frame.intrinsics;
-    }
+    return frame;
 }
 
 bool KrAppSidecar::evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio)
@@ -79,23 +58,19 @@ bool KrAppSidecar::evenPart(const KrCameraIntrinsics& camera, double& fieldOfVie
     return true;
 }
 
-KrFrameDescription KrAppSidecar::describe(KrPictureScene& scene, const KrAppOptions& options)
+KrFrameDescription KrAppSidecar::describe(KrPictureScene& scene, unsigned int width, unsigned int height,
+                                          const std::optional<KrCameraIntrinsics>& intrinsics)
 {
     KrFrameDescription frame;
     frame.fill(scene.window());
-    if (options.width != frame.width || options.height != frame.height) {
-        frame.setPictureSize(options.width, options.height);
+    if (width != frame.width || height != frame.height) {
+        frame.setPictureSize(width, height);
     }
-    if (options.intrinsics) {
-        frame.intrinsics = options.intrinsics; // as they were given, not scaled there and back
+    if (intrinsics) {
+        frame.intrinsics = intrinsics; // as they were given, not scaled there and back
     }
     frame.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
     return frame;
-}
-
-std::string KrAppSidecar::fileOf(const std::string& picture, const KrAppOptions& options)
-{
-    return options.sidecarPath.empty() ? picture + ".json" : options.sidecarPath;
 }
 
 void KrAppSidecar::write(const KrFrameDescription& frame, const std::string& path)

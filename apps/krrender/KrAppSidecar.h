@@ -2,11 +2,11 @@
 
 #include <rendCore/capture/KrFrameDescription.h>
 
+#include <optional>
 #include <string>
 
 class KrAppMessages;
 class KrPictureScene;
-struct KrAppOptions;
 
 /// The camera as numbers: read from the command line and from files, written beside pictures.
 namespace KrAppSidecar
@@ -15,18 +15,17 @@ namespace KrAppSidecar
 /// "FX,FY,CX,CY" in pixels; false, and `camera` as it was, for anything else. The size is left alone.
 bool readIntrinsics(const std::string& text, KrCameraIntrinsics& camera);
 
-/// Fills in what the file of --camera says: the point of view, and size and intrinsics where the command line has none.
-/// Throws KrAppFailure (CouldNot: no such file, no description in it).
-void readCamera(KrAppOptions& options, const KrAppMessages& messages);
+/// Reads the description of a picture. Throws KrAppFailure (CouldNot: no such file, no description in it).
+KrFrameDescription read(const std::string& path, const KrAppMessages& messages);
 
 /// The angle of view, rad, and aspect ratio of the largest part of the picture that lies evenly around the direction of
 /// view; false, and no change, where there is none: the principal point is not in the picture.
 bool evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio);
 
-/// The frame that `scene` drew last, as a picture file of the size that was asked for.
-KrFrameDescription describe(KrPictureScene& scene, const KrAppOptions& options);
-/// Where the description of `picture` is written: beside it as `picture`.json, or as the options name it.
-std::string fileOf(const std::string& picture, const KrAppOptions& options);
+/// The frame that `scene` drew last, as a picture file of that size, in pixels.
+/// @param intrinsics  as they were asked for
+KrFrameDescription describe(KrPictureScene& scene, unsigned int width, unsigned int height,
+                            const std::optional<KrCameraIntrinsics>& intrinsics);
 /// Throws KrAppFailure (CouldNot).
 void write(const KrFrameDescription& frame, const std::string& path);
 

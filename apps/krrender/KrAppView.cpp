@@ -4,7 +4,6 @@
 #include "KrAppFailure.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
-#include "KrAppOptions.h"
 #include "KrAppRobot.h"
 
 #include <picture/KrLighting.h>
@@ -139,13 +138,13 @@ private:
     bool m_isDone = false;
 };
 
-KrAppView::KrAppView(const KrAppOptions& options, KrAppMessages& messages)
-    : m_options(options)
-    , m_messages(messages)
+KrAppView::KrAppView(const std::string& title, unsigned int width, unsigned int height, unsigned int samples,
+                     KrAppMessages& messages)
+    : m_messages(messages)
 {
-    m_window.setName("krrender - " + options.robot);
-    m_window.setWindowSize(options.width, options.height);
-    m_window.setImpl(std::make_unique<KrGlxWindowImpl>(options.samples > 1 ? options.samples : 0));
+    m_window.setName(title);
+    m_window.setWindowSize(width, height);
+    m_window.setImpl(std::make_unique<KrGlxWindowImpl>(samples > 1 ? samples : 0));
     if (!m_window.init()) {
         std::string reason = m_messages.lastReason("it cannot be opened");
         if (!m_window.report().attempts.empty()) {
@@ -166,10 +165,11 @@ std::string KrAppView::bindings()
            "Escape, q                    close\n";
 }
 
-void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrMotion& motion)
+void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, const KrAids& aids,
+                    KrMotion& motion, std::vector<double> schedule)
 {
     // Every aid is made ready; which are seen is a matter of the mask.
-    KrAids all = m_options.aids;
+    KrAids all = aids;
     all.axes = all.volumes = all.mass = true;
     KrAppAids::prepare(all, robot, parameters);
     KrStatedSystem& system = robot.statedSystem();
@@ -184,12 +184,12 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     poses.drive(motion.state(0));
     m_window.setState(motion.state(0));
     all.show(m_window);
-    m_window.setDisplayMask(KrRenderTypes::LinkAxes, m_options.aids.axes, false);
-    m_window.setDisplayMask(KrRenderTypes::BoundingVolumes, m_options.aids.volumes, false);
-    m_window.setDisplayMask(KrRenderTypes::MassProperties, m_options.aids.mass, false);
+    m_window.setDisplayMask(KrRenderTypes::LinkAxes, aids.axes, false);
+    m_window.setDisplayMask(KrRenderTypes::BoundingVolumes, aids.volumes, false);
+    m_window.setDisplayMask(KrRenderTypes::MassProperties, aids.mass, false);
 
     const KrAppInterrupt interrupt;
-    Player player(motion.schedule(m_options.framesPerSecond));
+    Player player(std::move(schedule));
     const osg::ref_ptr<Keys> keys = new Keys(m_window, player);
     m_window.getViewer()->addEventHandler(keys);
     m_window.setInputHandler(new KrOrbitInputHandler(&m_window));

@@ -3,10 +3,11 @@
 #include <rendCore/system/KrRenderWindow.h>
 
 #include <string>
+#include <vector>
 
 class KrAppMessages;
 class KrMotion;
-struct KrAppOptions;
+struct KrAids;
 struct KrAppRobot;
 
 /// A window on the screen in which the user walks around the robot. Nothing is drawn while nothing changes.
@@ -14,14 +15,20 @@ class KrAppView
 {
 public:
     /// Opens the window. Throws KrAppFailure (CouldNot) without a display.
-    KrAppView(const KrAppOptions& options, KrAppMessages& messages);
+    /// @param width, height  pixels
+    /// @param samples        drawn for each pixel
+    KrAppView(const std::string& title, unsigned int width, unsigned int height, unsigned int samples,
+              KrAppMessages& messages);
 
-    /// Shows `motion`, by its times or at the options' frames per second, over and over, until the user closes the
-    /// window. Throws KrAppFailure (CouldNot) when the window cannot be drawn any more.
+    /// Shows `motion` over and over, until the user closes the window. Throws KrAppFailure (CouldNot) when the window
+    /// cannot be drawn any more.
     ///
     /// @param parameters     as for the picture; the aids' look is added
     /// @param isOwnLighting  the parameters' lights are this program's
-    void run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, KrMotion& motion);
+    /// @param aids           that are seen at first
+    /// @param schedule       KrMotion::schedule
+    void run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, const KrAids& aids,
+             KrMotion& motion, std::vector<double> schedule);
 
     /// What mouse and keys do, one a line.
     static std::string bindings();
@@ -29,7 +36,6 @@ public:
 private:
     class Keys;
 
-    const KrAppOptions& m_options;
     KrAppMessages& m_messages;
     KrRenderWindow m_window;
 };

@@ -140,12 +140,13 @@ void checkSize(const KrAppOptions& options, const KrStatedSystem& system, std::v
 
 void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, KrMotion& motion, KrAppMessages& messages)
 {
-    KrAppView window(options, messages);
+    KrAppView window("krrender - " + options.robot, options.width, options.height, options.samples, messages);
     if (!options.quiet && !options.isStandardOutputTaken()) {
         std::fputs(KrAppView::bindings().c_str(), stdout);
         std::fflush(stdout);
     }
-    window.run(robot, robot.system.visualizationParameters(), isOwnLighting, motion);
+    window.run(robot, robot.system.visualizationParameters(), isOwnLighting, options.aids, motion,
+               motion.schedule(options.framesPerSecond));
 }
 
 /// Where KR_TOOLKITS leads to no shader files, fields would be black: the program's own are taken.
@@ -235,7 +236,7 @@ void run(KrAppOptions& options, KrAppMessages& messages)
 {
     checkOutputs(options);
     KrAppRobot robot;
-    robot.read(options, messages);
+    robot.read(options.robot, options.packagePaths, messages);
     // Before anything can fail: the report tells why.
     if (!options.report.empty()) {
         KrAppFiles::writeBytes(robot.report.json(), options.report);
@@ -327,7 +328,9 @@ int work(int argc, char** argv, KrAppMessages& messages)
     if (options.selfTest) {
         return krAppSelfTest(options.selfTestFolder) ? 0 : KrAppFailure::CouldNot;
     }
-    KrAppSidecar::readCamera(options, messages);
+    if (!options.camera.empty()) {
+        options.standAs(KrAppSidecar::read(options.camera, messages));
+    }
     run(options, messages);
     return 0;
 }
