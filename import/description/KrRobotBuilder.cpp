@@ -118,6 +118,7 @@ void Builder::run()
     addMaterials();
     countJoints();
     addLinks();
+    // One warning for all: exporters that invent inertias invent them for every link.
     if (!m_impossible.empty()) {
         warn(m_impossible[0]->inertial->place, "link " + m_impossible[0]->name + " / inertial",
              "no body has these mass properties" +
@@ -210,6 +211,7 @@ void Builder::fillLink(const Link& source, KrManipulatorLink& link)
     link.setName(source.name);
     if (source.inertial) {
         fillMass(*source.inertial, link.massProperties());
+        // Kept as described, for clients that want the numbers.
         if (!link.massProperties().whyImpossible().empty()) {
             m_impossible.push_back(&source);
         }
@@ -222,6 +224,7 @@ void Builder::fillLink(const Link& source, KrManipulatorLink& link)
 std::vector<Builder::Pair> Builder::addChildren(const Link& source, KrManipulatorLink& link)
 {
     const std::vector<const Joint*>& joints = m_joints[source.name];
+    // Pointers to the links are on the stack of the walk: the list must not move while it grows.
     link.childLinks().reserve(static_cast<unsigned int>(joints.size()));
     std::vector<Pair> children;
     for (const Joint* const joint : joints) {

@@ -66,6 +66,8 @@ private:
 
 bool Repair::run(std::string& why)
 {
+    // In this order: names before what refers to them, missing links before the tree, the tree before its roots, and
+    // mimic rules last, when the joints that are left are known.
     nameMaterials();
     std::for_each(m_robot.joints.begin(), m_robot.joints.end(), [this](Joint& joint) { repairJoint(joint); });
     separateJointNames();
@@ -124,6 +126,7 @@ void Repair::repairAxis(const std::string& element, Joint& joint)
 
 void Repair::repairLimits(const std::string& element, Joint& joint)
 {
+    // From here on types and limits fit each other: what builds on them does not ask again.
     if (!joint.hasLimits && joint.type == Type::Revolute) {
         // As an unlimited joint it can at least be moved; limits of zero would freeze it.
         warn(joint.place, element, "a revolute joint without limits; it turns without limits");
@@ -139,6 +142,7 @@ void Repair::repairLimits(const std::string& element, Joint& joint)
         joint.maximumEffort = std::abs(joint.maximumEffort);
         joint.maximumVelocity = std::abs(joint.maximumVelocity);
     }
+    // Exchanged rather than left out: axes that were turned round leave their limits behind.
     if (joint.lower > joint.upper) {
         warn(joint.place, element + " / limit", "the lower limit is above the upper one; they are exchanged");
         std::swap(joint.lower, joint.upper);
@@ -151,6 +155,7 @@ void Repair::separateJointNames()
     std::map<std::string, unsigned int> numbers; // the next one to try, by name
     for (Joint& joint : m_robot.joints) {
         const std::string given = joint.name;
+        // The number goes on for each name: thousands of equal ones take no longer than others.
         while (!names.insert(joint.name).second) {
             unsigned int& number = numbers.emplace(given, 2).first->second;
             joint.name = given + " " + std::to_string(number++);
@@ -209,6 +214,7 @@ bool Repair::cutToTree()
 
 void Repair::joinRoots()
 {
+    // Several trees are several robots, or one whose joints were lost; fixed to one another all of it is seen.
     std::map<std::string, std::size_t> sizes;
     std::vector<const Link*> roots;
     for (const Link& link : m_robot.links) {
@@ -282,6 +288,7 @@ std::set<const Joint*> Repair::selfFollowers() const
 
 void Repair::dropBadMimics()
 {
+    // Only one joint of each circle is freed: the others still follow, in their ratio.
     const std::set<const Joint*> followers = selfFollowers();
     std::set<std::string> names;
     for (const Joint& joint : m_robot.joints) {
@@ -304,6 +311,7 @@ void Repair::dropBadMimics()
 
 bool Repair::isTooDeep() const
 {
+    // Every walk ends at the limit, so that a chain of n links costs n times the limit at most.
     for (const Link& link : m_robot.links) {
         std::size_t depth = 0;
         for (auto above = m_parents.find(link.name); above != m_parents.end(); above = m_parents.find(above->second)) {
@@ -317,6 +325,7 @@ bool Repair::isTooDeep() const
 
 void Repair::repairName()
 {
+    // Last, so that a description that is refused has given its reasons before.
     if (m_robot.name.empty()) {
         m_robot.name = KrText::utf8(KrImportPath::stemOf(m_robot.files[0]));
         warn(m_robot.place, "robot", "it has no name; \"" + m_robot.name + "\" is taken from the file");

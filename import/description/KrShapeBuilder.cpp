@@ -129,6 +129,7 @@ ExtentPointer KrShapeBuilder::extentOf(const Element& element)
         warn(element, "its size is zero; nothing is drawn");
         return nullptr;
     }
+    // Not every primitive has them.
     const bool hasCoordinates = extent->triExtent() && !extent->triExtent()->textureCoordinates().empty();
     extent->setMaterialName(usableMaterial(hasCoordinates, element));
     return extent;
@@ -137,6 +138,7 @@ ExtentPointer KrShapeBuilder::extentOf(const Element& element)
 ExtentPointer KrShapeBuilder::meshOf(const Element& element)
 {
     const std::string& uri = element.shape.geometry.uri;
+    // The line of the report is written whatever comes of the mesh.
     const KrPathResolver::Found& found = m_resolver.findMesh(uri);
     KrImportReport::Mesh line;
     line.link = element.link.name;
@@ -243,6 +245,7 @@ const KrShapeBuilder::MeshEntry& KrShapeBuilder::meshEntry(const std::string& pa
     for (const std::string& warning : entry.data.warnings) {
         m_report.addWarning(path, element.name(), warning);
     }
+    // Looks and images count once for each file, not for each element that shows it.
     m_textures.insert(entry.data.textures.begin(), entry.data.textures.end());
     for (const KrMeshData::Group& group : entry.data.groups) {
         m_report.counts().materials += group.hasLook;
@@ -268,6 +271,7 @@ std::string KrShapeBuilder::usableMaterial(bool hasCoordinates, const Element& e
     if (hasCoordinates || !hasTexture(material)) {
         return material;
     }
+    // A look of its own, shared by all shapes that need it: the mean is taken once.
     const std::string plain = material + " without texture";
     if (!m_manipulator.materialMap().find(plain)) {
         KrDataMap look = *m_manipulator.materialMap().find(material);

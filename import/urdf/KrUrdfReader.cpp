@@ -127,6 +127,7 @@ bool Reader::run(std::string& why)
         why = "it has no links" + (macros.any() ? "; " + macros.text() : "");
         return false;
     }
+    // Those that the file names, good or not: each costs memory before it is found to be bad.
     const std::vector<xmlNode*> joints = KrImportXml::children(m_robot, "joint");
     if (joints.size() > m_limits.maxLinks) {
         why = "it has too many joints; " + std::to_string(m_limits.maxLinks) + " are read";
@@ -157,6 +158,7 @@ bool Reader::values(const xmlNode& node, const char* name, std::size_t count, co
         warn(node, element, std::string(name) + " " + told(text) + " is too large; it is left out");
         return false;
     }
+    // One warning tells of all macros; one more for each value would hide the rest.
     if (!KrXacroRemains::isExpression(text)) {
         warn(node, element,
              std::string(name) + " " + told(text) + " is not " +
@@ -250,6 +252,7 @@ bool Reader::readLinks()
             warn(*node, "link " + name, "it is there twice; the first one counts");
             continue;
         }
+        // Before any of its shapes are read. The repair looks again, when links that joints name have been added.
         if (names.size() > m_limits.maxLinks) {
             return false;
         }
@@ -264,6 +267,7 @@ void Reader::readLink(const xmlNode& node, Link& link)
 {
     link.place = placeOf(node);
     readInertial(node, "link " + link.name + " / inertial", link.inertial);
+    // Numbered by their place in the file, those left out among them: people count elements, not shapes.
     for (const auto& [kind, shapes] : {std::make_pair("visual", &link.visuals), {"collision", &link.collisions}}) {
         std::size_t number = 0;
         for (const xmlNode* const element : KrImportXml::children(node, kind)) {
@@ -286,6 +290,7 @@ void Reader::readInertial(const xmlNode& link, const std::string& element, std::
     }
     Inertial read;
     const xmlNode* const mass = KrImportXml::child(*node, "mass");
+    // A mass alone is of use, an inertia without one is not.
     if (!mass || !value(*mass, "value", element, read.mass) || read.mass < 0.0) {
         warn(*node, element, "it has no mass of zero or more; it is left out");
         return;
@@ -306,6 +311,7 @@ bool Reader::readShape(const xmlNode& node, const std::string& element, Shape& s
         warn(node, element, "it has no geometry that can be read; it is left out");
         return false;
     }
+    // Collision geometry has a look of its own, whatever a file gives it.
     const xmlNode* const material = shape.label[0] == 'v' ? KrImportXml::child(node, "material") : nullptr;
     if (material) {
         shape.material.name = attributeOf(*material, "name");
@@ -373,6 +379,7 @@ void Reader::readMesh(const xmlNode& mesh, const std::string& element, Geometry&
     if (!KrImportXml::attribute(mesh, "scale", text)) {
         return;
     }
+    // One number for all three is against the format, and common.
     const bool areNumbers = KrImportXml::numbers(text, scale);
     if (!areNumbers || (scale.size() != 1 && scale.size() != 3)) {
         warn(mesh, element, "the scale " + told(text) + " is neither one nor three numbers; 1 is taken");
@@ -415,12 +422,14 @@ bool Reader::readJoint(const xmlNode& node, Joint& joint)
     const std::string type = KrText::lowered(attributeOf(node, "type"));
     const auto isIt = [&type](const auto& entry) { return type == entry.first; };
     const auto known = std::find_if(std::begin(kTypes), std::end(kTypes), isIt);
+    // Floating and planar joints have several degrees of freedom: fixed, they stand where the file puts them.
     if (known == std::end(kTypes)) {
         warn(node, element, "a joint of type \"" + type + "\" is not supported; it is fixed");
     } else {
         joint.type = known->second;
     }
     joint.origin = originOf(node, element);
+    // What a fixed joint says about moving is often left over from another type, and harms nobody.
     if (joint.type == Type::Fixed) {
         return true;
     }
@@ -451,6 +460,7 @@ void Reader::readLimits(const xmlNode& limit, const std::string& element, Joint&
     readLimit(limit, "upper", element, joint.upper);
     const bool hasEffort = value(limit, "effort", element, joint.maximumEffort);
     const bool hasVelocity = value(limit, "velocity", element, joint.maximumVelocity);
+    // The format demands both, and simulators are the only ones to use them.
     if (!hasEffort || !hasVelocity) {
         warn(limit, element,
              std::string("it gives no ") +
@@ -505,6 +515,7 @@ bool KrUrdfReader::read(const std::string& path, const Limits& limits, KrRobotDe
     if (isForeign) {
         report.addWarning(path, "robot", "it is no UTF-8; it is read as Latin-1");
     }
+    // The description stays as it was until all has gone well.
     KrRobotDescription read;
     read.files = {path};
     if (!Reader(*root, limits, read, report).run(why)) {
