@@ -153,7 +153,7 @@ struct KrXmlReader::Private
     template <typename Work>
     void guarded(Work work);
     void trouble(const std::string& reason);
-    bool report(int line, const std::string& reason);
+    bool report(int where, const std::string& reason);
 
     int line() const { return parser ? xmlSAX2GetLineNumber(parser.get()) : 0; }
 

@@ -111,19 +111,36 @@ protected:
         XSendEvent(m_display, m_window, False, NoEventMask, &event);
         XSync(m_display, False);
     }
+    /// Waits until the picture is as `condition` wants it; false when it does not come to that.
+    template <typename Condition>
+    bool comesTo(const Condition& condition) const
+    {
+        for (int i = 0; i < 500; ++i) {
+            if (condition(pixels())) {
+                return true;
+            }
+            usleep(10000);
+        }
+        return false;
+    }
+    /// The picture that stays as it is for that time; empty when none does.
+    std::vector<unsigned long> settled(int milliseconds) const
+    {
+        std::vector<unsigned long> picture;
+        int quiet = 0;
+        const bool isQuiet = comesTo([&](const std::vector<unsigned long>& now) {
+            quiet = now == picture ? quiet + 10 : 0;
+            picture = now;
+            return quiet >= milliseconds;
+        });
+        return isQuiet ? picture : std::vector<unsigned long>();
+    }
     /// Presses and waits for another picture; false when it stays as it was.
     bool changes(KeySym symbol) const
     {
         const std::vector<unsigned long> before = pixels();
         press(symbol);
-        for (int i = 0; i < 60; ++i) {
-            usleep(50000);
-            if (pixels() != before) {
-                usleep(300000); // the whole of it
-                return true;
-            }
-        }
-        return false;
+        return comesTo([&](const std::vector<unsigned long>& now) { return now != before; });
     }
     /// s, of the program
     double processorTime() const
@@ -158,19 +175,22 @@ TEST_F(KrAppViewTest, TogglesWhatItsKeysSayRestsMeanwhileAndClosesWithEscape)
     const std::string told = contentOf(m_folder.path("out"));
     EXPECT_NE(told.find("left drag"), std::string::npos) << told;
     EXPECT_NE(told.find("Escape"), std::string::npos) << told;
-    usleep(500000);
+    const std::vector<unsigned long> first = settled(200);
+    const auto isFirst = [&](const std::vector<unsigned long>& now) { return now == first; };
     for (const KeySym key : {XK_a, XK_v, XK_m, XK_c, XK_s, XK_w}) {
-        const std::vector<unsigned long> before = pixels();
         EXPECT_TRUE(changes(key)) << static_cast<char>(key);
-        EXPECT_TRUE(changes(key)) << static_cast<char>(key);
-        EXPECT_EQ(pixels(), before) << static_cast<char>(key) << " twice";
+        settled(50);
+        press(key);
+        EXPECT_TRUE(comesTo(isFirst)) << static_cast<char>(key) << " twice";
     }
     EXPECT_TRUE(changes(XK_3));
+    settled(50);
     EXPECT_TRUE(changes(XK_h));
 
+    settled(200);
     const double before = processorTime();
-    sleep(2);
-    EXPECT_LT(processorTime() - before, 0.1) << "it works while nothing happens";
+    usleep(600000);
+    EXPECT_LT(processorTime() - before, 0.05) << "it works while nothing happens";
     press(XK_Escape);
     EXPECT_EQ(end(), 0);
 }
@@ -181,7 +201,7 @@ TEST_F(KrAppViewTest, PresetsHoldEverythingThatIsShown)
     ASSERT_NO_FATAL_FAILURE(start({"--azimuth", "0", "--elevation", "0", "--show", "collision,mass", "-q"}));
     for (const KeySym key : {XK_3, XK_7}) {
         EXPECT_TRUE(changes(key));
-        const std::vector<unsigned long> picture = pixels();
+        const std::vector<unsigned long> picture = settled(100);
         ASSERT_EQ(picture.size(), 320u * 240u);
         for (std::size_t y = 0; y < 240; ++y) {
             ASSERT_EQ(picture[320 * y], picture[0]) << y;
@@ -201,12 +221,9 @@ TEST_F(KrAppViewTest, PlaysATrajectoryUntilItIsPaused)
     const std::string file = m_folder.write("motion.csv", rows);
     ASSERT_NO_FATAL_FAILURE(start({"--trajectory", file, "--fps", "10", "-q"}));
     const std::vector<unsigned long> first = pixels();
-    sleep(1);
-    EXPECT_NE(pixels(), first);
+    EXPECT_TRUE(comesTo([&](const std::vector<unsigned long>& now) { return now != first; }));
     press(XK_space);
-    usleep(600000);
-    const std::vector<unsigned long> paused = pixels();
-    sleep(1);
+    const std::vector<unsigned long> paused = settled(500); // five rows
     EXPECT_EQ(pixels(), paused);
     EXPECT_TRUE(changes(XK_space));
     kill(m_pid, SIGTERM);
@@ -217,12 +234,11 @@ TEST_F(KrAppViewTest, PlaysByTheTimesOfATrajectory)
 {
     const std::string file = m_folder.write("motion.csv", "time,j\n0,0\n0.2,1\n0.4,2\n600,0.5\n");
     ASSERT_NO_FATAL_FAILURE(start({"--trajectory", file, "-q"}));
-    sleep(2); // the third row stays for minutes
-    const std::vector<unsigned long> third = pixels();
+    const std::vector<unsigned long> third = settled(600); // it stays for minutes
     const double before = processorTime();
-    sleep(1);
+    usleep(600000);
     EXPECT_EQ(pixels(), third);
-    EXPECT_LT(processorTime() - before, 0.1);
+    EXPECT_LT(processorTime() - before, 0.05);
     press(XK_q);
     EXPECT_EQ(end(), 0);
 }
