@@ -20,7 +20,7 @@ test_packages=(
     qt6-base-dev libqt6opengl6-dev
 )
 # What the slower checks need besides:
-check_packages=(clang clang-format libclang-rt-14-dev doxygen)
+check_packages=(clang clang-format clang-tidy lld libclang-rt-14-dev doxygen)
 
 say() { printf '== %s\n' "$*"; }
 
