@@ -26,14 +26,17 @@ spdlog::level::level_enum logLevel(Print::Type type)
         return spdlog::level::info;
     case Print::Warning:
         return spdlog::level::warn;
+    // Not in `default`: the compiler then says when a type is forgotten.
     case Print::Error:
         break;
     }
     return spdlog::level::err;
 }
 
+// Empty when the format cannot be applied (a wide character that the locale lacks, for example).
 std::string formatted(const char* format, std::va_list arguments)
 {
+    // The arguments are walked twice, once for the length; a list can be walked only once.
     std::va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, arguments);
@@ -47,18 +50,22 @@ std::string formatted(const char* format, std::va_list arguments)
 
 } // namespace
 
+// Behind a pointer, so that clients of the header need not have spdlog.
 struct Print::Private
 {
     Private()
         : logger("kr", std::make_shared<spdlog::sinks::stderr_color_sink_mt>())
     {
+        // Debug messages go to a sink alone: on a terminal they would bury the others.
         logger.set_level(spdlog::level::info);
         logger.set_pattern("%^%l%$: %v");
+        // A program that crashes has still told what it knew.
         logger.flush_on(spdlog::level::info);
     }
 
     void writeToStandardError(Type type, std::string text)
     {
+        // Messages end with a line feed of their own, and the logger adds one.
         while (!text.empty() && text.back() == '\n') {
             text.pop_back();
         }
@@ -91,6 +98,7 @@ void Print::write(Type type, const char* format, ...)
     va_start(arguments, format);
     try {
         std::string text = formatted(format, arguments);
+        // Only warnings and errors are reasons of a failure.
         if (type >= Warning) {
             // Not under the lock: each thread has its own.
             KrLastMessage& last = KrLastMessage::ofThread();
@@ -113,6 +121,7 @@ void Print::write(Type type, const char* format, ...)
 
 Print::Sink Print::setSink(Sink sink)
 {
+    // Made outside the lock, which is held for the exchange alone.
     const auto next = std::make_shared<Sink>(std::move(sink));
     const std::lock_guard<std::recursive_mutex> lock(m_private->mutex);
     const std::shared_ptr<Sink> before = m_private->sink;

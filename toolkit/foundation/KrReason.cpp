@@ -7,6 +7,7 @@
 
 KrLastMessage& KrLastMessage::ofThread()
 {
+    // Of each thread its own: an error in one thread is no reason of a failure in another.
     thread_local KrLastMessage t_message;
     return t_message;
 }
@@ -19,11 +20,13 @@ KrReason::KrReason()
 std::string KrReason::text(const std::string& otherwise) const
 {
     const KrLastMessage& last = KrLastMessage::ofThread();
+    // No message since this object was made means that nobody knew a reason.
     return last.number == m_numBefore ? otherwise : sentence(last.text);
 }
 
 std::string KrReason::oneLine(const std::string& text)
 {
+    // One line for a dialog or a list: line feeds and runs of blanks become one blank.
     std::string line;
     for (const char c : text) {
         const bool isSpace = std::isspace(static_cast<unsigned char>(c)) != 0;
@@ -33,6 +36,7 @@ std::string KrReason::oneLine(const std::string& text)
             line += ' ';
         }
     }
+    // The caller puts the reason into a sentence of its own.
     while (!line.empty() && (line.back() == ' ' || line.back() == '.')) {
         line.pop_back();
     }
@@ -43,6 +47,7 @@ std::string KrReason::sentence(const std::string& text)
 {
     const std::string line = oneLine(text);
     const std::size_t dash = line.find(" - ");
+    // Messages begin "Class::method - " or "KrClass - "; any other dash belongs to the sentence.
     if (dash == std::string::npos || line.find(' ') != dash) {
         return line;
     }

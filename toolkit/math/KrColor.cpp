@@ -26,6 +26,7 @@ bool KrColor::read(KrXmlReader& reader)
         return false;
     }
     std::string_view rest = content;
+    // Three numbers are a colour without transparency.
     double channels[4] = {0.0, 0.0, 0.0, 1.0};
     std::size_t count = 0;
     while (!KrXmlText::atEnd(rest) && count < 4) {
@@ -38,6 +39,7 @@ bool KrColor::read(KrXmlReader& reader)
     if (count < 3 || !KrXmlText::atEnd(rest)) {
         return reader.fail("\"%.80s\": a colour has three or four numbers", content.c_str());
     }
+    // Assigned last, so that a refused text leaves the colour as it was.
     std::copy(std::begin(channels), std::end(channels), std::begin(m_channels));
     return true;
 }
@@ -45,6 +47,7 @@ bool KrColor::read(KrXmlReader& reader)
 bool KrColor::write(KrXmlWriter& writer) const
 {
     std::string text;
+    // Refused here as well: a file that could not be read back would lose the object.
     for (const double channel : m_channels) {
         // Written so that NaN fails too.
         if (!(channel >= 0.0 && channel <= 1.0)) {
@@ -63,5 +66,6 @@ KrXmlToken KrColor::token() const
 
 void KrColor::writeSchemaContent(KrXmlSchema& schema) const
 {
+    // The schema has the type of the numbers; their count and range are checked by `read` alone.
     schema.list(KrXmlSchema::TextType::Real);
 }

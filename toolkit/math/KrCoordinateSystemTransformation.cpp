@@ -16,10 +16,13 @@
 namespace
 {
 
+// How a pose keeps its rotation; Eigen's own default is column by column.
 using RowMajorMatrix = Eigen::Matrix<double, 3, 3, Eigen::RowMajor>;
 
+// Of dot products. Numbers of single precision pass; a matrix that is scaled or has a wrong element does not.
 constexpr double kRotationTolerance = 1e-6;
 
+// The names of the parts, made once: poses are read by the thousand.
 const KrXmlToken& translationToken()
 {
     static const KrXmlToken s_token{KrXmlNamespace::core(), "translation"};
@@ -49,6 +52,7 @@ bool isRotation(const double (&r)[3][3])
             }
         }
     }
+    // Rows at right angles of length 1 make it +1 or -1; -1 is a mirror image.
     const double determinant = r[0][0] * (r[1][1] * r[2][2] - r[1][2] * r[2][1]) -
                                r[0][1] * (r[1][0] * r[2][2] - r[1][2] * r[2][0]) +
                                r[0][2] * (r[1][0] * r[2][1] - r[1][1] * r[2][0]);
@@ -72,6 +76,7 @@ bool readNumbers(KrXmlReader& reader, std::vector<double>& numbers)
            reader.fail("\"%.80s\" are more than %zu numbers", content.c_str(), numbers.size());
 }
 
+// Writes an element of numbers, each with as few digits as are read back as the same value.
 bool writeNumbers(KrXmlWriter& writer, const KrXmlToken& token, const double* numbers, std::size_t count)
 {
     std::string text;
@@ -92,6 +97,7 @@ bool readTranslation(KrXmlReader& reader, KrCoordinateSystemTransformation& pose
     return true;
 }
 
+// Either three angles in rad (roll, pitch, yaw about fixed axes) or nine numbers row by row.
 bool readRotation(KrXmlReader& reader, bool isAngles, KrCoordinateSystemTransformation& pose)
 {
     std::vector<double> n(isAngles ? 3 : 9);
@@ -126,6 +132,7 @@ bool KrCoordinateSystemTransformation::isIdentity() const
 bool KrCoordinateSystemTransformation::isFinite() const
 {
     return m_translation.isFinite() &&
+           // All nine elements follow one another in memory.
            std::all_of(&m_rotation[0][0], &m_rotation[0][0] + 9, [](double element) { return std::isfinite(element); });
 }
 
@@ -134,6 +141,7 @@ bool KrCoordinateSystemTransformation::isPose() const
     return isRotation(m_rotation) && m_translation.isFinite();
 }
 
+// Once for the setters of all classes that take a pose, so that they refuse alike; `method` is the caller's name.
 bool KrCoordinateSystemTransformation::checkPose(const char* method) const
 {
     const bool isGood = isPose();
@@ -156,15 +164,18 @@ KrOrientation KrCoordinateSystemTransformation::orientation() const
     const Eigen::Matrix3d matrix = Eigen::Map<const RowMajorMatrix>(&m_rotation[0][0]);
     const Eigen::Quaterniond q(matrix);
     KrOrientation orientation(q.x(), q.y(), q.z(), q.w());
+    // A matrix is a rotation within a tolerance only, and so is the quaternion's length 1.
     orientation.normalize();
     return orientation;
 }
 
 void KrCoordinateSystemTransformation::setOrientation(const KrOrientation& q)
 {
+    // A quaternion of length 0 becomes the identity, so that the result is always a rotation.
     KrOrientation unit = q;
     unit.normalize();
     Eigen::Map<RowMajorMatrix> matrix(&m_rotation[0][0]);
+    // Eigen's constructor takes the real part first; ours is the last one.
     matrix = Eigen::Quaterniond(unit[3], unit[0], unit[1], unit[2]).toRotationMatrix();
 }
 
@@ -176,6 +187,7 @@ void KrCoordinateSystemTransformation::setRollPitchYaw(double roll, double pitch
     const double sp = std::sin(pitch);
     const double cy = std::cos(yaw);
     const double sy = std::sin(yaw);
+    // Rz(yaw) * Ry(pitch) * Rx(roll): turns about the fixed axes x, y and z, in this order.
     setRotation({cy * cp, cy * sp * sr - sy * cr, cy * sp * cr + sy * sr, //
                  sy * cp, sy * sp * sr + cy * cr, sy * sp * cr - cy * sr, //
                  -sp, cp * sr, cp * cr});
@@ -184,6 +196,7 @@ void KrCoordinateSystemTransformation::setRollPitchYaw(double roll, double pitch
 void KrCoordinateSystemTransformation::setAxisAngle(const KrVector& axis, double angle)
 {
     KrVector unit = axis;
+    // An axis without direction turns nothing. Written so that NaN fails too.
     if (!(unit.normalize() > 0.0)) {
         setRotation({1.0, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0});
         return;
@@ -194,6 +207,7 @@ void KrCoordinateSystemTransformation::setAxisAngle(const KrVector& axis, double
 
 void KrCoordinateSystemTransformation::assign16(double* entries) const
 {
+    // Column by column, as OpenGL and OSG expect it; the translation is the last column.
     for (int column = 0; column < 3; ++column) {
         for (int row = 0; row < 3; ++row) {
             entries[4 * column + row] = m_rotation[row][column];
@@ -206,6 +220,7 @@ void KrCoordinateSystemTransformation::assign16(double* entries) const
 
 bool KrCoordinateSystemTransformation::setFrom16(const double* entries)
 {
+    // Taken out first and assigned last: refused numbers leave the pose as it was. The bottom row is not looked at.
     double rotation[3][3];
     for (int row = 0; row < 3; ++row) {
         for (int column = 0; column < 3; ++column) {
@@ -238,6 +253,7 @@ KrVector KrCoordinateSystemTransformation::transformDirection(const KrVector& d)
 KrCoordinateSystemTransformation KrCoordinateSystemTransformation::inverse() const
 {
     KrCoordinateSystemTransformation result;
+    // The inverse of a rotation is its transpose; no division, so no loss.
     for (int row = 0; row < 3; ++row) {
         for (int column = 0; column < 3; ++column) {
             result.m_rotation[row][column] = m_rotation[column][row];
@@ -259,6 +275,7 @@ KrCoordinateSystemTransformation operator*(const KrCoordinateSystemTransformatio
                 parentFromMiddle.m_rotation[row][2] * middleFromChild.m_rotation[2][column];
         }
     }
+    // p' = R1 (R2 p + t2) + t1.
     result.m_translation = parentFromMiddle.transformPoint(middleFromChild.m_translation);
     return result;
 }
@@ -277,6 +294,7 @@ bool KrCoordinateSystemTransformation::xmlInit()
 
 bool KrCoordinateSystemTransformation::read(KrXmlReader& reader)
 {
+    // A pose of its own: one that is read by half must not remain.
     KrCoordinateSystemTransformation pose;
     bool hasTranslation = false;
     bool hasRotation = false;
@@ -287,6 +305,7 @@ bool KrCoordinateSystemTransformation::read(KrXmlReader& reader)
         if (!isTranslation && !isAngles && reader.element() != rotationToken()) {
             return reader.fail("a pose has \"translation\" and \"rotation\" or \"rollPitchYaw\"");
         }
+        // "rotation" and "rollPitchYaw" say the same thing, so they count as one.
         bool& isSeen = isTranslation ? hasTranslation : hasRotation;
         if (isSeen) {
             return reader.fail("the %s is given twice", isTranslation ? "translation" : "rotation");
@@ -305,10 +324,12 @@ bool KrCoordinateSystemTransformation::read(KrXmlReader& reader)
 
 bool KrCoordinateSystemTransformation::write(KrXmlWriter& writer) const
 {
+    // What `read` would refuse is not written.
     if (!isPose()) {
         return writer.fail("a pose that is not finite or whose rotation is none");
     }
     const KrCoordinateSystemTransformation identity;
+    // Bit for bit, so that what is left out is read back as exactly the same pose.
     const bool isTurned = !std::equal(&m_rotation[0][0], &m_rotation[0][0] + 9, &identity.m_rotation[0][0]);
     return (m_translation == KrVector() || writeNumbers(writer, translationToken(), m_translation.data(), 3)) &&
            (!isTurned || writeNumbers(writer, rotationToken(), &m_rotation[0][0], 9));
@@ -321,6 +342,7 @@ KrXmlToken KrCoordinateSystemTransformation::token() const
 
 void KrCoordinateSystemTransformation::writeSchemaContent(KrXmlSchema& schema) const
 {
+    // Both ways of telling a rotation are allowed by the schema; that only one of them is used is checked by `read`.
     const KrXmlVectorType<double> numbers;
     schema.childrenInAnyOrder({{translationToken(), &numbers, false},
                                {rotationToken(), &numbers, false},

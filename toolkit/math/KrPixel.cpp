@@ -17,6 +17,7 @@ bool KrPixel::read(KrXmlReader& reader)
     if (!reader.text(content)) {
         return false;
     }
+    // Both numbers are read before one is assigned: a refused text leaves the pixel as it was.
     std::string_view rest = content;
     unsigned int x = 0;
     unsigned int y = 0;
@@ -29,6 +30,7 @@ bool KrPixel::read(KrXmlReader& reader)
 }
 
 bool KrPixel::write(KrXmlWriter& writer) const
+// Two numbers with a blank between them, as a list of the schema.
 {
     std::string text;
     KrXmlText::append(text, m_x);

@@ -11,6 +11,7 @@ bool KrXmlPlain<KrPlanarVector>::take(std::string_view& text, KrPlanarVector& va
 {
     double u = 0.0;
     double v = 0.0;
+    // Taken off the front of `text`, so that vectors can follow one another in a list.
     const bool ok = KrXmlText::take(text, u) && KrXmlText::take(text, v);
     value = KrPlanarVector(u, v);
     return ok;

@@ -4,12 +4,14 @@
 
 double KrVector::length() const
 {
+    // Neither overflows nor loses small components, as the root of a sum of squares would.
     return std::hypot(x(), y(), z());
 }
 
 double KrVector::normalize()
 {
     const double before = length();
+    // A vector without length, or with NaN in it, has no direction and stays as it is; the length returned says so.
     if (before > 0.0) {
         set(x() / before, y() / before, z() / before);
     }
@@ -30,6 +32,7 @@ void KrXmlPlain<KrVector>::append(std::string& out, const KrVector& value)
     KrXmlText::append(out, value.z());
 }
 
+// Taken off the front of `text`, so that vectors can follow one another in a list; a failure may leave some set.
 bool KrXmlPlain<KrVector>::take(std::string_view& text, KrVector& value)
 {
     return KrXmlText::take(text, value[0]) && KrXmlText::take(text, value[1]) && KrXmlText::take(text, value[2]);

@@ -17,6 +17,7 @@ bool KrXmlVector::read(KrXmlReader& reader)
         return false;
     }
     std::string_view rest = content;
+    // Assigned only when all three are there: a refused text leaves the value as it was.
     KrVector value;
     if (!KrXmlPlain<KrVector>::take(rest, value) || !KrXmlText::atEnd(rest)) {
         return reader.fail("\"%.80s\" are not three numbers", content.c_str());

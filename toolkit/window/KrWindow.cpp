@@ -15,24 +15,28 @@
 namespace
 {
 
+// What KrWindow opens by itself; other ones are given by setImpl.
 enum class BackEnd
 {
     Glx,
     Egl
 };
 
+// One form for all that an open window could not do; the window keeps what it had.
 void warn(const char* operation, const std::string& name, const std::string& what)
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "KrWindow::%s - \"%s\" %s.\n", operation, name.c_str(),
                                  what.c_str());
 }
 
+// A variable that is not set counts as empty.
 std::string environment(const char* name)
 {
     const char* value = std::getenv(name);
     return value ? value : "";
 }
 
+// Without a window yet: `open` makes it.
 std::unique_ptr<KrWindowImpl> createImpl(BackEnd backEnd)
 {
     if (backEnd == BackEnd::Glx) {
@@ -56,6 +60,7 @@ std::vector<BackEnd> backEnds(const KrWindow* shareWindow)
                                      "KrWindow::init - KR_WINDOW is \"%s\", not \"glx\" or \"egl\"; it is ignored.\n",
                                      wanted.c_str());
     }
+    // GLX and EGL contexts share nothing, so the back end of the other window comes first.
     if (shareWindow && shareWindow->isInitialized() && shareWindow->getImpl()->kind() == std::string("EGL")) {
         return {BackEnd::Egl};
     }
@@ -85,6 +90,7 @@ KrWindow::KrWindow() = default;
 KrWindow::~KrWindow()
 {
     KrWindow::closeWindow();
+    // The other window keeps pointers both ways; whichever goes first takes itself out.
     KrWindow::share(nullptr);
     for (KrWindow* sharer : m_sharers) {
         sharer->m_shareWindow = nullptr;
@@ -109,6 +115,8 @@ KrWindow::Link& KrWindow::currentLink()
 
 bool KrWindow::isUsableHere() const
 {
+    // Before it is open a window belongs to no thread. After a fork not even opening is safe: the driver's locks and
+    // connections are the parent's.
     return !KrForkGuard::isForked() && (!m_initialized || m_thread == std::this_thread::get_id());
 }
 
@@ -139,12 +147,14 @@ bool KrWindow::setWindowSize(unsigned int width, unsigned int height)
         if (!demandUsable("KrWindow::setWindowSize")) {
             return false;
         }
+        // OpenGL has no surface of size 0, while a window may be told to have it.
         if (!m_impl->setSize(std::max(1u, width), std::max(1u, height))) {
             warn("setWindowSize", m_name,
                  "cannot be " + std::to_string(width) + " x " + std::to_string(height) + " pixels; it keeps " +
                      std::to_string(m_width) + " x " + std::to_string(m_height));
             return false;
         }
+        // An off-screen window may get a new surface, which makes its context current.
         currentLink() = m_link;
     }
     m_width = width;
@@ -154,6 +164,7 @@ bool KrWindow::setWindowSize(unsigned int width, unsigned int height)
 
 bool KrWindow::setWindowPos(int x, int y, bool move)
 {
+    // With `move` false the position is only noted: the user has moved the window, and it is there already.
     if (m_initialized && move && !m_impl->setPosition(x, y)) {
         warn("setWindowPos", m_name, "cannot be moved to " + std::to_string(x) + ", " + std::to_string(y));
         return false;
@@ -165,6 +176,7 @@ bool KrWindow::setWindowPos(int x, int y, bool move)
 
 bool KrWindow::setWindowSizeAndPos(unsigned int width, unsigned int height, int x, int y)
 {
+    // Both are tried: a window that cannot be as large can still be moved.
     const bool isSized = setWindowSize(width, height);
     return setWindowPos(x, y, true) && isSized;
 }
@@ -184,6 +196,7 @@ const std::string& KrWindow::getName() const
 
 bool KrWindow::setTopMost(bool topMost)
 {
+    // An attribute that could not be given to the open window is not noted either, so the getter tells the truth.
     if (m_initialized && !m_impl->setTopMost(topMost)) {
         warn("setTopMost", m_name, topMost ? "cannot be kept on top" : "cannot be put back among the others");
         return false;
@@ -227,6 +240,7 @@ bool KrWindow::getStereoSupported() const
 
 bool KrWindow::share(KrWindow* window)
 {
+    // The context is made once and shares from the beginning or never; a window has nothing to share with itself.
     if (m_initialized || window == this) {
         return false;
     }
@@ -243,6 +257,7 @@ bool KrWindow::share(KrWindow* window)
 
 std::vector<KrWindow*> KrWindow::getShare() const
 {
+    // Only an open window is in a group; the group lists its open members.
     std::vector<KrWindow*> others;
     if (m_shareGroup) {
         std::copy_if(m_shareGroup->begin(), m_shareGroup->end(), std::back_inserter(others),
@@ -258,6 +273,7 @@ KrWindow* KrWindow::getShareWindow() const
 
 bool KrWindow::swapBuffers()
 {
+    // Not by the virtual function: a derived class may do more in its own than to switch contexts.
     if (!KrWindow::makeCurrent()) {
         return false;
     }
@@ -283,14 +299,17 @@ bool KrWindow::closeWindow()
     if (!m_initialized) {
         return true;
     }
+    // A context can be current in one thread only, so this one cannot be destroyed properly from here.
     if (!isUsableHere() && !KrForkGuard::isForked()) {
         warn("closeWindow", m_name, "is closed by another thread than the one that opened it; its context is given up");
     }
+    // Before the implementation closes: whoever asks in the meantime finds a window that is not open.
     m_initialized = false;
     m_thread = std::thread::id();
     m_impl->close();
     m_shareGroup->erase(std::find(m_shareGroup->begin(), m_shareGroup->end(), this));
     m_shareGroup.reset();
+    // Every thread that remembers this window as its current one reads null from here on.
     m_link->store(nullptr);
     m_link.reset();
     return true;
@@ -298,6 +317,7 @@ bool KrWindow::closeWindow()
 
 void KrWindow::setImpl(std::unique_ptr<KrWindowImpl> impl)
 {
+    // The old implementation's context must go before the object that knows how to destroy it.
     closeWindow();
     m_impl = std::move(impl);
     m_implIsGiven = m_impl != nullptr;
@@ -316,6 +336,7 @@ bool KrWindow::init()
     if (m_initialized) {
         return true;
     }
+    // The report is about the last attempt to open, whether it succeeds or not.
     m_report = KrWindowReport();
     if (!openImpl()) {
         Kr::Print::instance()->write(Kr::Print::Error,
@@ -333,12 +354,15 @@ bool KrWindow::init()
 
 bool KrWindow::openImpl()
 {
+    // An implementation that was given is the caller's choice: nothing else is tried in its place.
     if (m_implIsGiven) {
         return openWith(*m_impl);
     }
 
+    // What was opened before is not used again: another display may answer by now.
     m_impl.reset();
     for (const BackEnd backEnd : backEnds(m_shareWindow)) {
+        // Kept in a local until it is open, so that a failed opening leaves none behind.
         std::unique_ptr<KrWindowImpl> impl = createImpl(backEnd);
         if (!openWith(*impl)) {
             continue;
@@ -368,17 +392,20 @@ bool KrWindow::openWith(KrWindowImpl& impl)
     settings.wantsStereo = m_stereo;
 
     std::string reason;
+    // Sharing is a wish: where it cannot be, the window opens with a context of its own and says why.
     KrWindowImpl* share = implToShareWith(impl, reason);
     if (share && impl.open(settings, share, m_report)) {
         m_shareGroup = m_shareWindow->m_shareGroup;
         return true;
     }
     if (share) {
+        // The last attempt is the one with sharing; its outcome is the reason that the user reads.
         reason = m_report.attempts.back().outcome;
     }
     if (!impl.open(settings, nullptr, m_report)) {
         return false;
     }
+    // A group of its own, which later windows may join.
     m_shareGroup = std::make_shared<ShareGroup>();
     if (m_shareWindow) {
         Kr::Print::instance()->write(
@@ -403,6 +430,7 @@ KrWindowImpl* KrWindow::implToShareWith(const KrWindowImpl& impl, std::string& r
         return nullptr;
     }
     KrWindowImpl* other = m_shareWindow->getImpl();
+    // Names of kinds are compared by content: two libraries may have the same literal twice.
     if (std::string(other->kind()) != impl.kind()) {
         reason = std::string("one context is ") + impl.kind() + ", the other " + other->kind();
         return nullptr;

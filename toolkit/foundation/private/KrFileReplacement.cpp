@@ -22,6 +22,7 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr int kMostLinks = 40; ///< one behind the other, as the system follows them
+// Of names that are taken already. Two in a row do not happen by chance, since each has 64 random bits.
 constexpr int kMostAttempts = 16;
 constexpr int kMostWaits = 1000; ///< of a millisecond, for a file that another thread is opening
 // Together far below the 255 bytes that a name may have.
@@ -37,6 +38,7 @@ struct Unfinished
     char path[PATH_MAX] = {};
 };
 
+// More files than that are not written at once; one that finds no place is only not removed by a signal.
 std::array<Unfinished, 16> s_unfinished;
 /// The process ends and its temporary files have been removed: none is made any more.
 std::atomic<bool> s_isEnding{false};
@@ -77,6 +79,7 @@ int openUnfinished(Unfinished& place, const char* path, mode_t mode)
     return descriptor;
 }
 
+// The link itself, not what it points to; what cannot be looked at counts as none.
 bool isLink(const fs::path& path)
 {
     std::error_code error;
@@ -119,6 +122,8 @@ KrFileReplacement::KrFileReplacement(const std::string& path)
 {
     const fs::path whole(m_target);
     struct stat info = {};
+    // target() has followed all links that there may be, so one that is left belongs to a ring, or to a chain that the
+    // system would not follow either.
     if (isLink(whole)) {
         fail(ELOOP);
         return;
@@ -128,6 +133,8 @@ KrFileReplacement::KrFileReplacement(const std::string& path)
             S_ISDIR(info.st_mode) ? fail(EISDIR) : fail("it is no regular file");
             return;
         }
+        // A rename asks nobody about the old file: one that the user has protected against writing must not be
+        // replaced. With the effective user, as `open` would judge.
         if (::faccessat(AT_FDCWD, m_target.c_str(), W_OK, AT_EACCESS) != 0) {
             fail(errno);
             return;
@@ -142,6 +149,7 @@ KrFileReplacement::KrFileReplacement(const std::string& path)
     // What only the owner may read is not shown to others while it is written.
     const mode_t mode = m_isNew ? 0666 : 0600;
     int error = EEXIST;
+    // EEXIST alone is worth another name; any other error would come again.
     for (int attempt = 0; attempt < kMostAttempts && error == EEXIST; ++attempt) {
         std::uint64_t number = 0;
         if (!randomNumber(number)) {
@@ -151,6 +159,7 @@ KrFileReplacement::KrFileReplacement(const std::string& path)
         m_temporary = (whole.parent_path() / temporaryName(whole, number)).string();
         // Before the file is there: a signal may come right behind it.
         m_slot = keepInMind(m_temporary);
+        // Without a place in the list the file is made all the same.
         Unfinished unlisted;
         m_descriptor = openUnfinished(m_slot < 0 ? unlisted : s_unfinished[static_cast<std::size_t>(m_slot)],
                                       m_temporary.c_str(), mode);
@@ -177,6 +186,7 @@ bool KrFileReplacement::fail(int error)
 
 bool KrFileReplacement::fail(const std::string& reason)
 {
+    // Otherwise the message would name a consequence, a bad descriptor for example.
     // The first failure is the cause of those that follow.
     m_reason = m_reason.empty() ? reason : m_reason;
     return false;
@@ -188,6 +198,7 @@ void KrFileReplacement::discard()
         ::close(m_descriptor);
         m_descriptor = -1;
     }
+    // Whatever has gone wrong, the file under the target's name has not been touched.
     if (!m_temporary.empty()) {
         ::unlink(m_temporary.c_str());
         m_temporary.clear();
@@ -199,6 +210,7 @@ void KrFileReplacement::forget()
 {
     if (m_slot >= 0) {
         Unfinished& place = s_unfinished[static_cast<std::size_t>(m_slot)];
+        // In this order: a place that is free must not name a file, or a signal handler would remove another one's.
         place.isThere = false;
         place.isTaken = false;
         m_slot = -1;
@@ -226,6 +238,7 @@ bool KrFileReplacement::write(const void* data, std::size_t size)
         return fail(EBADF);
     }
     const char* rest = static_cast<const char*>(data);
+    // A write may take a part only (a signal, a pipe, a disk that becomes full).
     while (size > 0) {
         const ssize_t count = ::write(m_descriptor, rest, size);
         if (count < 0 && errno != EINTR) {
@@ -243,6 +256,7 @@ bool KrFileReplacement::replace()
     if (m_descriptor < 0) {
         return fail(EBADF);
     }
+    // Before the rename, so that the file never stands there with other permissions than it had.
     if (m_reason.empty() && !m_isNew && ::fchmod(m_descriptor, m_permissions) != 0) {
         fail(errno);
     }
@@ -256,6 +270,7 @@ bool KrFileReplacement::replace()
     if (::close(descriptor) != 0 && errno != EINTR) {
         fail(errno);
     }
+    // On one file system, since both are in one folder: readers see the old file or the new one, never a half.
     if (m_reason.empty() && ::rename(m_temporary.c_str(), m_target.c_str()) != 0) {
         fail(errno);
     }

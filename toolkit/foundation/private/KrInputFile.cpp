@@ -13,6 +13,7 @@
 namespace
 {
 
+// Large enough for calls not to matter, small enough for many files at a time.
 constexpr std::size_t kBlockSize = 64 * 1024;
 
 /// Why something of this kind is not read; null when it is.
@@ -27,9 +28,11 @@ const char* refusal(mode_t mode, KrInputFile::Accept accept)
     if (accept == KrInputFile::Accept::Files) {
         return "it is no regular file";
     }
+    // A device may never end, and reading some of them has effects.
     return S_ISFIFO(mode) || S_ISSOCK(mode) ? nullptr : "it is a device, neither a file nor a pipe";
 }
 
+// In the unit that the limits are written in, where that comes out even.
 std::string sizeText(std::uint64_t bytes)
 {
     constexpr std::uint64_t kMiB = 1u << 20;
@@ -56,12 +59,14 @@ KrInputFile::~KrInputFile()
 
 bool KrInputFile::fail(const std::string& reason)
 {
+    // The first failure is the cause of those that follow.
     m_reason = m_reason.empty() ? reason : m_reason;
     return false;
 }
 
 bool KrInputFile::open(const std::string& path)
 {
+    // Looked at before it is opened: opening a pipe waits for a writer, and opening some devices has effects.
     struct stat info = {};
     if (::stat(path.c_str(), &info) != 0) {
         return fail(errno == ENOENT ? "there is no such file" : std::strerror(errno));
@@ -70,6 +75,7 @@ bool KrInputFile::open(const std::string& path)
         return fail(reason);
     }
     // Never waits where no pipe is wanted, though one may have taken the name in between.
+    // A terminal that is opened does not become the controlling one, and a child process inherits no descriptor.
     const int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | (m_accept == Accept::Files ? O_NONBLOCK : 0);
     int descriptor = -1;
     do {
@@ -98,6 +104,7 @@ bool KrInputFile::take(int descriptor)
     if (const char* const reason = refusal(info.st_mode, m_accept)) {
         return fail(reason);
     }
+    // Only regular files have a size in advance; pipes are counted as they are read.
     m_size = S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0;
     if (m_size > m_mostBytes) {
         return fail("it is larger than " + sizeText(m_mostBytes));
@@ -122,11 +129,13 @@ bool KrInputFile::read(char* data, std::size_t size, std::size_t& count)
     }
     count = static_cast<std::size_t>(got);
     m_numBytes += count;
+    // Counted as well, since a file may grow while it is read.
     return m_numBytes <= m_mostBytes || fail("it is larger than " + sizeText(m_mostBytes));
 }
 
 bool KrInputFile::readAll(std::string& content)
 {
+    // What readLine has read ahead belongs to the rest.
     std::string whole = m_buffer.substr(m_start);
     // One block more, to see the end; files of some systems have size 0 and yet something inside.
     whole.reserve(whole.size() + static_cast<std::size_t>(m_size - std::min(m_size, m_numBytes)) + kBlockSize);
@@ -139,6 +148,7 @@ bool KrInputFile::readAll(std::string& content)
             return false;
         }
     }
+    // Moved at the end: on failure `content` is as it was.
     m_buffer.clear();
     m_start = 0;
     content = std::move(whole);
@@ -156,6 +166,8 @@ bool KrInputFile::readLine(std::string& line, std::size_t longest)
 {
     std::size_t searched = m_start;
     std::size_t end = m_buffer.find('\n', searched);
+    // Reads on until a line end is there or the line is too long; the buffer never holds more than one line and a
+    // block.
     while (end == std::string::npos && m_buffer.size() - m_start <= longest) {
         m_buffer.erase(0, m_start);
         m_start = 0;
@@ -173,6 +185,7 @@ bool KrInputFile::readLine(std::string& line, std::size_t longest)
         end = m_buffer.find('\n', searched);
     }
     const bool isLast = end == std::string::npos;
+    // A last line without a line end counts; nothing behind the last line end does not.
     if (isLast && m_buffer.empty()) {
         return false;
     }
@@ -182,6 +195,7 @@ bool KrInputFile::readLine(std::string& line, std::size_t longest)
     }
     line.assign(m_buffer, m_start, end - m_start);
     m_start = isLast ? end : end + 1;
+    // Files of other systems end their lines with CR LF.
     if (!line.empty() && line.back() == '\r') {
         line.pop_back();
     }

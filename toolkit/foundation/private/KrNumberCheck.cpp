@@ -10,6 +10,7 @@
 namespace
 {
 
+// Prints once for all values of a call: which of them is wrong is seen from the list.
 template <typename IsGood>
 bool judge(const char* method, std::initializer_list<double> values, const char* wanted, IsGood isGood)
 {
@@ -49,5 +50,6 @@ bool Kr::NumberCheck::areShares(const char* method, std::initializer_list<double
 
 bool Kr::NumberCheck::areNumbers(const char* method, std::initializer_list<double> values)
 {
+    // Infinity passes: what has no limit has it.
     return judge(method, values, "only numbers will do", [](double value) { return !std::isnan(value); });
 }

@@ -5,6 +5,7 @@
 namespace
 {
 
+// A byte of UTF-8 that is not the first one of its character.
 bool continues(char c)
 {
     return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
@@ -19,6 +20,7 @@ std::size_t KrText::utf8Length(std::string_view text)
     }
     const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byte(0);
+    // By RFC 3629: C0 and C1 begin only overlong forms, F5 and above lie beyond U+10FFFF.
     const std::size_t length = lead < 0x80   ? 1
                                : lead < 0xC2 ? 0
                                : lead < 0xE0 ? 2
@@ -31,6 +33,7 @@ std::size_t KrText::utf8Length(std::string_view text)
     if (!std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(length), continues)) {
         return 0;
     }
+    // Overlong forms let a character past whoever looks for its usual one; surrogates are halves of UTF-16.
     const bool isOverlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
     const bool isSurrogate = lead == 0xED && byte(1) > 0x9F;
     const bool isTooHigh = lead == 0xF4 && byte(1) > 0x8F;
@@ -54,6 +57,7 @@ std::string KrText::utf8(std::string_view text)
     if (isUtf8(text)) {
         return std::string(text);
     }
+    // What is no UTF-8 is taken for Latin-1, where every byte is a character: nothing is lost, and nothing fails.
     std::string result;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
@@ -72,6 +76,7 @@ std::string KrText::oneLine(std::string_view text, std::size_t longest)
     static constexpr std::string_view kLeftOut = "...";
     std::string line = utf8(text);
     if (line.size() > longest) {
+        // Something of both ends is kept: paths differ at their ends, messages at their beginnings.
         const std::size_t kept = longest - kLeftOut.size();
         std::size_t front = (kept + 1) / 2;
         std::size_t back = line.size() - (kept - front);
@@ -84,6 +89,7 @@ std::string KrText::oneLine(std::string_view text, std::size_t longest)
         }
         line = line.substr(0, front).append(kLeftOut).append(line, back);
     }
+    // Control characters would break a terminal's line or a log's, and XML forbids most of them.
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
     std::replace_if(line.begin(), line.end(), isControl, ' ');
     // U+FFFE and U+FFFF are UTF-8, but no characters of XML.
@@ -102,6 +108,7 @@ std::string_view KrText::trimmed(std::string_view text)
 
 std::string KrText::lowered(std::string_view text)
 {
+    // ASCII alone, whatever the locale: file extensions and keywords must not depend on the user's language.
     std::string small(text);
     for (char& c : small) {
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;

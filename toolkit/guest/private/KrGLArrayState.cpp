@@ -7,6 +7,8 @@
 using KrGLCalls::bindBuffer;
 using KrGLCalls::integer;
 
+// The current layout of one fixed-function array. Normals and fog coordinates have a fixed size, for which there is no
+// name.
 KrGLArrayState::ArrayLayout KrGLArrayState::readLayout(const ArrayNames& names)
 {
     ArrayLayout layout;
@@ -16,12 +18,15 @@ KrGLArrayState::ArrayLayout KrGLArrayState::readLayout(const ArrayNames& names)
     layout.buffer = integer(names.buffer);
     void* pointer = nullptr;
     glGetPointerv(names.pointer, &pointer);
+    // Kept as a number: with a buffer bound it is an offset, not an address.
     layout.pointer = reinterpret_cast<std::uintptr_t>(pointer);
     return layout;
 }
 
 void KrGLArrayState::applyLayout(GLenum array, const ArrayLayout& layout)
 {
+    // A pointer call takes the buffer that is bound at that moment. Where the buffer has been deleted, the old pointer
+    // would be taken for an address in memory, so the array is left alone.
     if (!bindBuffer(GL_ARRAY_BUFFER, layout.buffer)) {
         return;
     }
@@ -48,6 +53,8 @@ void KrGLArrayState::applyLayout(GLenum array, const ArrayLayout& layout)
     }
 }
 
+// `canBeInteger`: whether the context knows integer attributes, which OpenGL 3.0 introduced; older ones refuse the
+// question.
 KrGLArrayState::ArrayLayout KrGLArrayState::readAttributeLayout(GLuint attribute, bool canBeInteger)
 {
     ArrayLayout layout;
@@ -71,6 +78,7 @@ void KrGLArrayState::applyAttributeLayout(GLuint attribute, const ArrayLayout& l
         return;
     }
     const auto type = static_cast<GLenum>(layout.type);
+    // Integer attributes reach the shader unconverted; the other call would turn them into floating point.
     if (layout.isInteger) {
         glVertexAttribIPointer(attribute, layout.size, type, layout.stride, layout.address());
     } else {

@@ -21,6 +21,8 @@ void KrGLStateTraversal::fragments()
     enumerator(GL_LOGIC_OP_MODE, GL_COPY, [](GLenum mode) { glLogicOp(mode); });
     enumerator(GL_DEPTH_FUNC, GL_LESS, [](GLenum function) { glDepthFunc(function); });
     integers(GL_DEPTH_WRITEMASK, Name{1}, [](const GLint* on) { glDepthMask(*on != 0); });
+    // Function and reference are set by one call, so they are one item; the function's number is below 2^24 and
+    // survives as a float.
     item(
         std::array<GLfloat, 2>{static_cast<GLfloat>(GL_ALWAYS), 0.0f},
         [](GLfloat* test) {
@@ -32,6 +34,7 @@ void KrGLStateTraversal::fragments()
     stencil(GL_FRONT, GL_STENCIL_FUNC, GL_STENCIL_FAIL, GL_STENCIL_WRITEMASK);
     stencil(GL_BACK, GL_STENCIL_BACK_FUNC, GL_STENCIL_BACK_FAIL, GL_STENCIL_BACK_WRITEMASK);
     samples();
+    // Clamping of colours can be chosen from OpenGL 3.0 on.
     if (has(30)) {
         for (const GLenum name : {GL_CLAMP_VERTEX_COLOR, GL_CLAMP_FRAGMENT_COLOR, GL_CLAMP_READ_COLOR}) {
             enumerator(name, name == GL_CLAMP_VERTEX_COLOR ? GL_TRUE : GL_FIXED_ONLY,
@@ -42,6 +45,7 @@ void KrGLStateTraversal::fragments()
 
 void KrGLStateTraversal::samples()
 {
+    // Value and inversion are set by one call, so both are asked for as floats.
     item(
         std::array<GLfloat, 2>{1.0f, 0.0f},
         [](GLfloat* coverage) {
@@ -49,6 +53,7 @@ void KrGLStateTraversal::samples()
             glGetFloatv(GL_SAMPLE_COVERAGE_INVERT, coverage + 1);
         },
         [](const GLfloat* coverage) { glSampleCoverage(coverage[0], coverage[1] != 0.0f); });
+    // The first word of the mask: 32 samples, more than any driver offers. -1 is all of them.
     if (has(32)) {
         item(
             Name{-1}, [](GLint* mask) { glGetIntegeri_v(GL_SAMPLE_MASK_VALUE, 0, mask); },
@@ -68,6 +73,7 @@ void KrGLStateTraversal::stencil(GLenum face, GLenum function, GLenum fail, GLen
     const GLenum valueMask = isFront ? GL_STENCIL_VALUE_MASK : GL_STENCIL_BACK_VALUE_MASK;
     const GLenum depthFail = isFront ? GL_STENCIL_PASS_DEPTH_FAIL : GL_STENCIL_BACK_PASS_DEPTH_FAIL;
     const GLenum depthPass = isFront ? GL_STENCIL_PASS_DEPTH_PASS : GL_STENCIL_BACK_PASS_DEPTH_PASS;
+    // Function, reference and mask are set by one call for each face; -1 is a mask of all bits.
     item(
         std::array<GLint, 3>{GL_ALWAYS, 0, -1},
         [=](GLint* v) {
@@ -93,6 +99,7 @@ void KrGLStateTraversal::stencil(GLenum face, GLenum function, GLenum fail, GLen
 
 void KrGLStateTraversal::blending()
 {
+    // Before 3.0 all draw buffers have one switch and one mask in common.
     if (!has(30)) {
         flag(GL_BLEND, false);
         integers(GL_COLOR_WRITEMASK, std::array<GLint, 4>{1, 1, 1, 1},
@@ -114,6 +121,7 @@ void KrGLStateTraversal::blending()
 
 void KrGLStateTraversal::blendFunctions(GLuint buffer, bool isIndexed)
 {
+    // One source for both cases below: indexed state has questions of its own.
     const auto get = [=](GLenum name, GLint* value) {
         if (isIndexed) {
             glGetIntegeri_v(name, buffer, value);
@@ -153,6 +161,7 @@ void KrGLStateTraversal::blendFunctions(GLuint buffer, bool isIndexed)
         });
 }
 
+// Rasterisation: how points, lines and polygons become fragments.
 void KrGLStateTraversal::rasterisation()
 {
     viewports();
@@ -175,6 +184,7 @@ void KrGLStateTraversal::rasterisation()
     enumerator(GL_CULL_FACE_MODE, GL_BACK, [](GLenum v) { glCullFace(v); });
     enumerator(GL_FRONT_FACE, GL_CCW, [](GLenum v) { glFrontFace(v); });
     enumerator(GL_SHADE_MODEL, GL_SMOOTH, [](GLenum v) { glShadeModel(v); });
+    // The faces are told together, but the compatibility profile takes them one by one, too, and they may differ.
     integers(GL_POLYGON_MODE, std::array<GLint, 2>{GL_FILL, GL_FILL}, [](const GLint* v) {
         glPolygonMode(GL_FRONT, static_cast<GLenum>(v[0]));
         glPolygonMode(GL_BACK, static_cast<GLenum>(v[1]));
@@ -195,6 +205,7 @@ void KrGLStateTraversal::rasterisation()
     if (has(40)) {
         integers(GL_PATCH_VERTICES, Name{3}, [](const GLint* v) { glPatchParameteri(GL_PATCH_VERTICES, *v); });
     }
+    // From 4.5 on a client can turn the y axis and the depth range round, which would turn a whole scene upside down.
     if (has(45)) {
         item(
             std::array<GLint, 2>{GL_LOWER_LEFT, GL_NEGATIVE_ONE_TO_ONE},
@@ -206,6 +217,7 @@ void KrGLStateTraversal::rasterisation()
     }
 }
 
+// The initial limit of point sizes is what the driver can do, not a number that OpenGL names.
 GLfloat KrGLStateTraversal::largestPoint()
 {
     std::array<GLfloat, 2> sharp = {}, smooth = {};
@@ -222,6 +234,7 @@ void KrGLStateTraversal::pointParameter(GLenum name, GLfloat initial)
 // Extents count for nothing until the scene's own are set; the rest does.
 void KrGLStateTraversal::viewports()
 {
+    // From 4.1 on there are several viewports, and the call without an index would set all of them alike.
     if (!has(41)) {
         integers(GL_VIEWPORT, std::array<GLint, 4>{0, 0, 1, 1},
                  [](const GLint* v) { glViewport(v[0], v[1], v[2], v[3]); });

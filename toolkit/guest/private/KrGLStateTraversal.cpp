@@ -36,6 +36,8 @@ void KrGLStateTraversal::write(Values& values, const Values& present)
 
 void KrGLStateTraversal::run()
 {
+    // The order of the steps is the order of the values in the list, so that every purpose takes the same ones. Lights,
+    // clip planes and texture planes come before the matrices, and what the walk itself alters comes last.
     m_position = 0;
     m_unit = -1;
     begin();
@@ -46,6 +48,7 @@ void KrGLStateTraversal::run()
     fragments();
     rasterisation();
     lighting();
+    // Shaders may have more units than the fixed pipeline, or fewer.
     for (int unit = 0; unit < std::max(m_limits.imageUnits, m_limits.textureUnits); ++unit) {
         m_unit = unit;
         textureUnit(unit);
@@ -58,6 +61,7 @@ void KrGLStateTraversal::run()
 
 void KrGLStateTraversal::begin()
 {
+    // The values of a new context come from the tables; the current one is left as it is.
     if (m_purpose == Purpose::Initialize) {
         return;
     }
@@ -67,6 +71,7 @@ void KrGLStateTraversal::begin()
     m_arrayBuffer = integer(GL_ARRAY_BUFFER_BINDING);
     m_vertexArray = m_limits.hasVertexArrays ? integer(GL_VERTEX_ARRAY_BINDING) : 0;
     m_selectedUnit = m_activeTexture - GL_TEXTURE0;
+    // The client's arrays are told from object 0; with another one bound its arrays would be told instead.
     if (m_vertexArray) {
         glBindVertexArray(0);
     }
@@ -79,6 +84,8 @@ void KrGLStateTraversal::begin()
     }
 }
 
+// One array: its switch and its layout. Those of texture coordinates belong to a unit, which is selected before each
+// question; `unit` is -1 for the others.
 void KrGLStateTraversal::array(const ArrayNames& names, int unit)
 {
     const auto select = [unit] {
@@ -125,13 +132,16 @@ void KrGLStateTraversal::arrays()
             Name{0}, [name](GLint* on) { *on = glIsEnabled(static_cast<GLenum>(name)); },
             [name](const GLint* on) { *on ? glEnableClientState(name) : glDisableClientState(name); });
     }
+    // Generic attributes: those of shader programs, numbered through.
     for (int i = 0; i < m_limits.attributes; ++i) {
         attribute(static_cast<GLuint>(i));
     }
+    // This binding belongs to the vertex array object 0 like the arrays, so it is told while that one is bound.
     integers(GL_ELEMENT_ARRAY_BUFFER_BINDING, Name{0},
              [](const GLint* name) { bindBuffer(GL_ELEMENT_ARRAY_BUFFER, *name); });
 }
 
+// One generic attribute. Its divisor, for instanced drawing, is known from 3.3 on.
 void KrGLStateTraversal::attribute(GLuint index)
 {
     item(
@@ -151,6 +161,8 @@ void KrGLStateTraversal::attribute(GLuint index)
 
 void KrGLStateTraversal::bindings()
 {
+    // A name that has been deleted meanwhile must not be bound: that would make a new object of it, or fail. Such a
+    // binding is left as it is.
     for (const Target& target : kBufferTargets) {
         if (has(target.version)) {
             integers(target.binding, Name{0}, [&target](const GLint* name) { bindBuffer(target.target, *name); });
@@ -183,6 +195,8 @@ void KrGLStateTraversal::bindings()
     }
 }
 
+// Programs in the assembly languages of ARB_vertex_program and ARB_fragment_program, which are bound and switched on
+// apart from shaders.
 void KrGLStateTraversal::assemblyProgram(GLenum target)
 {
     flag(target, false);
@@ -198,6 +212,7 @@ void KrGLStateTraversal::assemblyProgram(GLenum target)
 void KrGLStateTraversal::pixels()
 {
     for (const GLenum name : kPixelStores) {
+        // Rows are aligned to 4 bytes at first, everything else is 0 or off.
         const bool isAlignment = name == GL_PACK_ALIGNMENT || name == GL_UNPACK_ALIGNMENT;
         integers(name, Name{isAlignment ? 4 : 0}, [name](const GLint* value) { glPixelStorei(name, *value); });
     }
@@ -222,6 +237,7 @@ void KrGLStateTraversal::switches()
         }
     }
     for (int i = 0; i < m_limits.clipPlanes; ++i) {
+        // Planes are told in eye coordinates and transformed when they are set, as lights are.
         const GLenum plane = nth(GL_CLIP_PLANE0, i);
         flag(plane, false);
         item(
@@ -231,6 +247,7 @@ void KrGLStateTraversal::switches()
     if (m_limits.hasTwoSidedStencil) {
         flag(GL_STENCIL_TEST_TWO_SIDE_EXT, false);
     }
+    // OpenGL leaves it to the driver at first, whatever the hint is about.
     for (const GLenum name : kHints) {
         enumerator(name, GL_DONT_CARE, [name](GLenum mode) { glHint(name, mode); });
     }
@@ -261,6 +278,7 @@ void KrGLStateTraversal::matrices()
         glMatrixMode(GL_PROJECTION);
         glLoadMatrixf(matrix);
     });
+    // Always written: begin() has loaded the identity, whatever the two sides had.
     item(
         kIdentity, [](GLfloat* matrix) { glGetFloatv(GL_MODELVIEW_MATRIX, matrix); },
         [](const GLfloat* matrix) {
@@ -272,6 +290,7 @@ void KrGLStateTraversal::matrices()
 
 void KrGLStateTraversal::selectors()
 {
+    // Before the switch of the colour material: what is to follow the colour is chosen while nothing follows it.
     item(
         std::array<GLint, 2>{GL_FRONT_AND_BACK, GL_AMBIENT_AND_DIFFUSE},
         [](GLint* v) {
@@ -279,6 +298,7 @@ void KrGLStateTraversal::selectors()
             glGetIntegerv(GL_COLOR_MATERIAL_PARAMETER, v + 1);
         },
         [](const GLint* v) { glColorMaterial(static_cast<GLenum>(v[0]), static_cast<GLenum>(v[1])); });
+    // Always written: begin() has switched it off.
     item(
         Name{0}, [](GLint* on) { *on = glIsEnabled(GL_COLOR_MATERIAL); },
         [](const GLint* on) { set(GL_COLOR_MATERIAL, *on != 0); }, Writing::Always);

@@ -12,6 +12,8 @@ using namespace KrGLStateTables;
 using KrGLCalls::bindTexture;
 using KrGLCalls::nth;
 
+// One value of one light. Positions and spot directions are told in eye coordinates, but transformed by the model-view
+// matrix when they are set; in a writing walk that is the identity (see begin()).
 template <std::size_t N>
 void KrGLStateTraversal::light(GLenum number, GLenum name, const std::array<GLfloat, N>& initial)
 {
@@ -26,6 +28,7 @@ void KrGLStateTraversal::lighting()
     constexpr Color black = {0.0f, 0.0f, 0.0f, 1.0f};
     for (int i = 0; i < m_limits.lights; ++i) {
         const GLenum number = nth(GL_LIGHT0, i);
+        // In a new context light 0 alone is white, so that a scene which only enables it is lit.
         const Color first = i == 0 ? Color{1.0f, 1.0f, 1.0f, 1.0f} : black;
         flag(number, false);
         light(number, GL_AMBIENT, black);
@@ -45,6 +48,7 @@ void KrGLStateTraversal::lighting()
         integers(name, Name{name == GL_LIGHT_MODEL_COLOR_CONTROL ? GL_SINGLE_COLOR : 0},
                  [name](const GLint* v) { glLightModeli(name, *v); });
     }
+    // Face by face: glGetMaterial does not take GL_FRONT_AND_BACK.
     for (const GLenum face : {GL_FRONT, GL_BACK}) {
         material(face, GL_AMBIENT, Color{0.2f, 0.2f, 0.2f, 1.0f});
         material(face, GL_DIFFUSE, Color{0.8f, 0.8f, 0.8f, 1.0f});
@@ -55,6 +59,8 @@ void KrGLStateTraversal::lighting()
     fog();
 }
 
+// One value of one face. It follows the current colour while GL_COLOR_MATERIAL is on, which begin() therefore switches
+// off.
 template <std::size_t N>
 void KrGLStateTraversal::material(GLenum face, GLenum name, const std::array<GLfloat, N>& initial)
 {
@@ -65,6 +71,7 @@ void KrGLStateTraversal::material(GLenum face, GLenum name, const std::array<GLf
 
 void KrGLStateTraversal::fog()
 {
+    // The two enumerators of fog; the call takes them as integers.
     for (const auto& [name, initial] : {std::pair<GLenum, GLenum>(GL_FOG_MODE, GL_EXP),
                                         std::pair<GLenum, GLenum>(GL_FOG_COORD_SRC, GL_FRAGMENT_DEPTH)}) {
         const GLenum parameter = name;
@@ -77,6 +84,7 @@ void KrGLStateTraversal::fog()
     floats(GL_FOG_COLOR, std::array<GLfloat, 4>{}, [](const GLfloat* v) { glFogfv(GL_FOG_COLOR, v); });
 }
 
+// What belongs to one unit, which selectUnit() makes the active one before the first question or change.
 void KrGLStateTraversal::textureUnit(int unit)
 {
     for (const Target& target : kTextureTargets) {
@@ -84,6 +92,7 @@ void KrGLStateTraversal::textureUnit(int unit)
             integers(target.binding, Name{0}, [&target](const GLint* name) { bindTexture(target.target, *name); });
         }
     }
+    // A sampler that has been deleted cannot be bound again; the unit keeps what it has.
     if (has(33)) {
         enumerator(GL_SAMPLER_BINDING, 0, [unit](GLuint name) {
             if (name == 0 || glIsSampler(name)) {
@@ -91,6 +100,7 @@ void KrGLStateTraversal::textureUnit(int unit)
             }
         });
     }
+    // Units above these are read by shaders alone and have no fixed-function environment; asking for one is an error.
     if (unit < m_limits.textureUnits) {
         textureEnvironment();
     }
@@ -101,6 +111,7 @@ void KrGLStateTraversal::textureUnit(int unit)
 
 void KrGLStateTraversal::textureEnvironment()
 {
+    // Which target a fixed-function unit reads; shaders do without these switches.
     for (const GLenum target : {GL_TEXTURE_1D, GL_TEXTURE_2D, GL_TEXTURE_3D, GL_TEXTURE_CUBE_MAP}) {
         flag(target, false);
     }
@@ -115,6 +126,7 @@ void KrGLStateTraversal::textureEnvironment()
     item(
         std::array<GLfloat, 4>{}, [](GLfloat* v) { glGetTexEnvfv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_COLOR, v); },
         [](const GLfloat* v) { glTexEnvfv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_COLOR, v); });
+    // The bias stands with the unit here; textures have one of their own, which is part of the texture object.
     item(
         std::array<GLfloat, 1>{0.0f},
         [](GLfloat* v) { glGetTexEnvfv(GL_TEXTURE_FILTER_CONTROL, GL_TEXTURE_LOD_BIAS, v); },
@@ -123,6 +135,7 @@ void KrGLStateTraversal::textureEnvironment()
 
 void KrGLStateTraversal::textureCoordinates(int unit)
 {
+    // Point sprites replace coordinates unit by unit.
     item(
         Name{0}, [](GLint* v) { glGetTexEnviv(GL_POINT_SPRITE, GL_COORD_REPLACE, v); },
         [](const GLint* v) { glTexEnviv(GL_POINT_SPRITE, GL_COORD_REPLACE, v); });
@@ -130,6 +143,7 @@ void KrGLStateTraversal::textureCoordinates(int unit)
     for (int i = 0; i < 4; ++i) {
         const GLenum coordinate = coordinates[i];
         std::array<GLfloat, 4> plane = {};
+        // S and T take x and y at first, R and Q nothing.
         if (i < 2) {
             plane[static_cast<std::size_t>(i)] = 1.0f;
         }
@@ -137,6 +151,8 @@ void KrGLStateTraversal::textureCoordinates(int unit)
         item(
             Name{GL_EYE_LINEAR}, [=](GLint* v) { glGetTexGeniv(coordinate, GL_TEXTURE_GEN_MODE, v); },
             [=](const GLint* v) { glTexGeniv(coordinate, GL_TEXTURE_GEN_MODE, v); });
+        // Eye planes are transformed by the inverse of the model-view matrix when they are set: the identity in a
+        // writing walk.
         for (const GLenum name : {GL_OBJECT_PLANE, GL_EYE_PLANE}) {
             item(
                 plane, [=](GLfloat* v) { glGetTexGenfv(coordinate, name, v); },
@@ -145,6 +161,7 @@ void KrGLStateTraversal::textureCoordinates(int unit)
     }
     floats(GL_CURRENT_TEXTURE_COORDS, std::array<GLfloat, 4>{0.0f, 0.0f, 0.0f, 1.0f},
            [unit](const GLfloat* v) { glMultiTexCoord4fv(nth(GL_TEXTURE0, unit), v); });
+    // The mode is the model-view matrix's everywhere else in the walk.
     floats(GL_TEXTURE_MATRIX, kIdentity, [](const GLfloat* matrix) {
         glMatrixMode(GL_TEXTURE);
         glLoadMatrixf(matrix);
