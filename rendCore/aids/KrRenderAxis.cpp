@@ -20,6 +20,7 @@ namespace
 /// before it is given out.
 std::mutex s_axisMutex;
 
+// Kept: in single precision, so that the matrix holds 0.20000000298.
 constexpr float kDefaultScale = 0.2f;
 constexpr double kManipulatorScale = 2.0;
 constexpr float kLineWidthPixels = 3.0f;
@@ -27,6 +28,7 @@ constexpr float kLineWidthPixels = 3.0f;
 osg::ref_ptr<osg::Geometry> makeAxisLines()
 {
     const osg::Vec3 origin(0.0f, 0.0f, 0.0f);
+    // Of length 1: the matrix above the geode is the length in metres.
     const osg::Vec3 tips[3] = {{1.0f, 0.0f, 0.0f}, {0.0f, 1.0f, 0.0f}, {0.0f, 0.0f, 1.0f}};
     const osg::Vec4 lineColors[3] = {{1.0f, 0.0f, 0.0f, 1.0f}, {0.0f, 1.0f, 0.0f, 1.0f}, {0.0f, 0.0f, 1.0f, 1.0f}};
 
@@ -47,6 +49,7 @@ osg::ref_ptr<osg::Geometry> makeAxisLines()
     return lines;
 }
 
+// The one node of all triads, with the mask that shows and hides them together.
 osg::ref_ptr<osg::MatrixTransform> makeAxis()
 {
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
@@ -59,12 +62,14 @@ osg::ref_ptr<osg::MatrixTransform> makeAxis()
 
     const osg::ref_ptr<osg::MatrixTransform> transform = new osg::MatrixTransform;
     transform->setName("Axis");
+    // Hidden by the mask alone: the axes hang in every scene, and the display mask decides.
     transform->setNodeMask(KrRenderTypes::LinkAxes);
     transform->setMatrix(osg::Matrixd::scale(kDefaultScale, kDefaultScale, kDefaultScale));
     transform->addChild(geode);
     return transform;
 }
 
+/// By identity: the triad is one node, and a second pass over a scene adds nothing.
 void addOnce(osg::Group& parent, osg::Node* child)
 {
     if (!parent.containsNode(child)) {
@@ -72,6 +77,7 @@ void addOnce(osg::Group& parent, osg::Node* child)
     }
 }
 
+/// Hangs the triad under every link and, twice as long, under every manipulator that it meets.
 class LinkAxisVisitor : public osg::NodeVisitor
 {
 public:
@@ -92,6 +98,7 @@ public:
             larger->addChild(KrRenderAxis::linkAxis(false));
             node.addChild(larger);
         }
+        // Links hang below links and manipulators: the walk goes on whatever was added.
         traverse(node);
     }
 
@@ -99,6 +106,8 @@ private:
     static void addTo(KrRenderLink& link)
     {
         const osg::ref_ptr<osg::Node> axis = KrRenderAxis::linkAxis(false);
+        // Two frames of a link are shown: the joint's, which its node is, and the DH frame,
+        // which its shapes hang under.
         addOnce(link, axis);
         const osg::ref_ptr<osg::MatrixTransform> dhFrame = link.getDhFrame();
         if (dhFrame) {
@@ -126,9 +135,11 @@ osg::ref_ptr<osg::Node> KrRenderAxis::linkAxis(bool geodeOnly)
 
 void KrRenderAxis::scaleAxis(double scale)
 {
+    // Makes the triad where it is not there yet; it locks for itself, and so it comes before the lock below.
     linkAxis(false);
     const osg::Matrixd matrix = osg::Matrixd::scale(scale, scale, scale);
     const std::lock_guard<std::mutex> lock(s_axisMutex);
+    // Every window sets its scale: the same one again must not disturb what other threads are drawing.
     if (m_theLinkAxis->getMatrix() != matrix) {
         m_theLinkAxis->setMatrix(matrix);
         m_theLinkAxis->dirtyBound();

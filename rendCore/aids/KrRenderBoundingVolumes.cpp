@@ -65,6 +65,7 @@ public:
 private:
     void addVolumes(const KrRenderLink& renderLink)
     {
+        // Never null: a link node is made from a link.
         const KrManipulatorLink* link = renderLink.getLink();
         const KrShape* shape = link->shape();
         if (shape == nullptr) {
@@ -73,8 +74,10 @@ private:
         const osg::ref_ptr<osg::Switch> volumes =
             KrRenderBoundingVolumes::makeBV(shape, m_dataMap, renderLink.getJointIndex(), shape->number());
         const osg::ref_ptr<osg::MatrixTransform> dhFrame = renderLink.getDhFrame();
+        // Kept: without a look for volumes of an earlier pass; a second `init` adds a second switch.
         if (volumes && dhFrame) {
             for (unsigned int i = 0; i < volumes->getNumChildren(); ++i) {
+                // Robots have many links and few kinds of volume: arrays that are equal to the byte are kept once.
                 m_arrays.share(*volumes->getChild(i)->asGeode());
             }
             dhFrame->addChild(volumes);
@@ -101,11 +104,14 @@ osg::ref_ptr<osg::Switch> KrRenderBoundingVolumes::makeBV(const KrShape* shape, 
 {
     const osg::ref_ptr<osg::Switch> volumes = new osg::Switch;
     volumes->setNodeMask(KrRenderTypes::BoundingVolumes);
+    // Volumes of a shape enclose one another: all hidden but one, which is switched on below.
     volumes->setNewChildDefaultValue(false);
 
     std::vector<const KrShape*> list;
+    // From level 1 on, the coarsest first: the last one encloses most tightly, and only it is shown.
     shape->boundingVolumes(list, 1);
     for (const KrShape* entry : list) {
+        // Kept: the shape itself ends the list, whatever comes after it.
         if (entry == shape) {
             break;
         }
@@ -119,6 +125,7 @@ osg::ref_ptr<osg::Switch> KrRenderBoundingVolumes::makeBV(const KrShape* shape, 
         }
         volumes->addChild(makeVolume(*extent, dataMap, linkIndex));
     }
+    // Nothing to show, no node: every node costs time in every frame.
     if (volumes->getNumChildren() == 0) {
         return nullptr;
     }

@@ -27,6 +27,7 @@ osg::ref_ptr<osg::Geode> makeShape(const KrBasePhysicalExtent& extent)
     }
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
     for (const KrTriPhysicalExtent::Group& group : mesh->groups()) {
+        // A group out of range is drawn empty, so that there is always a drawable to add.
         geode->addDrawable(KrRenderShape::addGroup(mesh.get(), group.second(), KrRenderCollisionShapes::look()));
     }
     return geode;
@@ -46,6 +47,7 @@ public:
     void apply(osg::MatrixTransform& node) override
     {
         if (const auto* const link = dynamic_cast<const KrRenderLink*>(&node)) {
+            // Where a link's other shapes hang: placements of collision shapes are in the same frame.
             const osg::ref_ptr<osg::MatrixTransform> dhFrame = link->getDhFrame();
             const osg::ref_ptr<osg::Group> shapes = KrRenderCollisionShapes::makeGroup(*link->getLink());
             if (shapes && dhFrame) {
@@ -72,6 +74,7 @@ osg::ref_ptr<osg::Group> KrRenderCollisionShapes::makeGroup(const KrManipulatorL
     for (unsigned int i = 0; i < link.numCollisionShapes(); ++i) {
         const KrShape* const shape = link.collisionShape(i);
         const KrBasePhysicalExtent* const extent = shape != nullptr ? shape->physicalExtent() : nullptr;
+        // Counted by the link's own numbers: a shape without a surface leaves a gap in the names and nothing else.
         const osg::ref_ptr<osg::Geode> geode = extent != nullptr ? makeShape(*extent) : nullptr;
         if (geode) {
             geode->setName(link.name() + " - Collision " + KrINT2STRING(i, 10));
@@ -97,6 +100,7 @@ osg::ref_ptr<osg::Group> KrRenderCollisionShapes::makeGroup(const KrManipulatorL
 
 const KrDataMap& KrRenderCollisionShapes::look()
 {
+    // Translucent, so that what is behind remains visible through it.
     static const KrDataMap s_look = KrDataMap::material(KrColor(0.1, 0.75, 0.45, 0.35));
     return s_look;
 }

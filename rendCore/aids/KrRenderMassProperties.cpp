@@ -38,11 +38,13 @@ private:
     {
         const KrManipulatorLink* link = renderLink.getLink();
         KrEllipsoid ellipsoid; // stays empty where there is none, which the next step takes for "nothing to draw"
+        // Not used: the ellipsoid's extent has it as its placement.
         KrCoordinateSystemTransformation principalAxes;
         // Silent: the aid is hidden as yet. KrRenderWindow tells of those that are missing when it is shown.
         if (link->massProperties().whyImpossible().empty()) {
             link->massProperties().fillEllipsoid(link->name(), ellipsoid, principalAxes);
         }
+        // Kept: each pass adds another ellipsoid; there is no look for one that is there.
         const osg::ref_ptr<osg::Geode> geode = KrRenderShape::createGeometry(ellipsoid.physicalExtent());
         const osg::ref_ptr<osg::MatrixTransform> dhFrame = renderLink.getDhFrame();
         if (!geode || !dhFrame) {
@@ -52,6 +54,7 @@ private:
         geode->setNodeMask(KrRenderTypes::MassProperties);
         geode->setName(link->name() + " - Mass Prop " + KrINT2STRING(jointIndex, 10));
         KrRenderLink::sortIfUnderBase(*geode, jointIndex);
+        // Links that are alike have equal ellipsoids, which share their arrays.
         m_arrays.share(*geode);
         dhFrame->addChild(geode);
     }

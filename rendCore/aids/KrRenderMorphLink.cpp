@@ -21,6 +21,8 @@ namespace
 /// Manipulators of the same index share a texture, also those of different threads.
 std::mutex s_textureMutex;
 
+// Red, green, blue and alpha hold one row of a matrix as the scene graph stores it, which
+// the shader reads as a column.
 constexpr std::size_t kFloatsPerTexel = 4;
 constexpr std::size_t kFloatsPerMatrix = 16;
 
@@ -93,8 +95,10 @@ public:
     }
 };
 
+/// A texture for as many texels as there are links, zeros before the first update.
 osg::ref_ptr<MorphTexture> makeTexture(unsigned int numLinks)
 {
+    // Kept: a texel for each link, though a matrix takes four.
     const unsigned int width = KrGL::powerOf2(numLinks);
     // Room for one matrix more than the texels: the test of the writer admits it.
     const std::size_t bytes = (kFloatsPerTexel * width + kFloatsPerMatrix) * sizeof(float);
@@ -123,11 +127,13 @@ void MorphUpdateVisitor::apply(osg::MatrixTransform& node)
     // The manipulator's own matrix is left out, and so is that of any transform that is no link.
     if (!dynamic_cast<KrRenderManipulator*>(&node)) {
         if (const auto* link = dynamic_cast<KrRenderLink*>(&node)) {
+            // Child before parent: row vectors, as the scene graph has them.
             m_matrix.preMult(node.getMatrix());
             write(link->getJointIndex());
         }
     }
     traverse(node);
+    // Siblings begin at their parent's matrix.
     m_matrix = saved;
 }
 
@@ -143,6 +149,7 @@ void MorphUpdateVisitor::write(unsigned int jointIndex)
     for (std::size_t i = 0; i < kFloatsPerMatrix; ++i) {
         out[i] = static_cast<float>(m_matrix.ptr()[i]);
     }
+    // The texture is made anew with the next frame: writing into an image alone tells the driver nothing.
     m_texture->dirtyTextureObject();
 }
 
@@ -164,9 +171,11 @@ osg::ref_ptr<MorphTexture> KrRenderMorphLink::updateVertexTexture(KrRenderManipu
     if (!manipulator) {
         return nullptr;
     }
+    // Held until the matrices are in: two threads must not write into one texture by turns.
     const std::lock_guard<std::mutex> lock(s_textureMutex);
     osg::ref_ptr<MorphTexture>& texture = m_MorphTextureMap[manipulator->getManipulatorIndex()];
     if (!texture) {
+        // Kept: the size of the first manipulator of this index stays, also when a later one has more links.
         texture = makeTexture(manipulator->getNumTotalLinks());
     }
     MorphUpdateVisitor visitor(texture);
@@ -180,12 +189,14 @@ void KrRenderMorphLink::createGeometry(KrRenderManipulator* manipulator)
     if (!texture) {
         return;
     }
+    // Kept: reserved for the attributes of vertices, and empty.
     const osg::ref_ptr<osg::Vec4Array> indices = new osg::Vec4Array;
     const osg::ref_ptr<osg::Vec4Array> weights = new osg::Vec4Array;
     const osg::ref_ptr<osg::Program> program = new osg::Program;
     program->setName("Vertex Morphing");
     const osg::ref_ptr<osg::StateSet> states = new osg::StateSet;
     const osg::ref_ptr<osg::Uniform> sampler = new osg::Uniform(osg::Uniform::SAMPLER_1D, "matrixTexture");
+    // The unit that the texture is put on below.
     sampler->set(0);
     states->addUniform(sampler);
     const osg::ref_ptr<osg::Uniform> size = new osg::Uniform(osg::Uniform::FLOAT, "textureSize");

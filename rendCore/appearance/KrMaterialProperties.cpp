@@ -15,6 +15,7 @@ namespace
 /// Reads the four channels of one colour; true when any of them is there.
 bool loadColor(const KrDataMap& map, const std::string& name, double (&rgba)[4])
 {
+    // All four are read before the results are put together: one missing key must not keep the next from being read.
     const bool red = map.real(name + "Red", rgba[0]);
     const bool green = map.real(name + "Green", rgba[1]);
     const bool blue = map.real(name + "Blue", rgba[2]);
@@ -22,6 +23,7 @@ bool loadColor(const KrDataMap& map, const std::string& name, double (&rgba)[4])
     return red || green || blue || alpha;
 }
 
+/// How a texture is mixed with the lit colour, from the word of a data map; spelt exactly so, in capitals.
 unsigned int applyType(const std::string& name)
 {
     static constexpr struct
@@ -42,6 +44,7 @@ unsigned int applyType(const std::string& name)
     return GL_DECAL;
 }
 
+// Kept: every other word, those of mipmap filters too, means GL_LINEAR.
 unsigned int filter(const std::string& name)
 {
     return name == "GL_NEAREST" ? GL_NEAREST : GL_LINEAR;
@@ -52,11 +55,13 @@ void setAll(double (&rgba)[4], const double (&value)[4])
     std::copy_n(value, 4, rgba);
 }
 
+// Exact, so that a colour with NaN equals nothing, itself included.
 bool same(const double (&a)[4], const double (&b)[4])
 {
     return std::equal(a, a + 4, b);
 }
 
+// The scene graph's materials are in single precision.
 osg::Vec4 vec4(const double (&rgba)[4])
 {
     return {static_cast<float>(rgba[0]), static_cast<float>(rgba[1]), static_cast<float>(rgba[2]),
@@ -119,6 +124,8 @@ void KrMaterialProperties::setTexture(const KrSGTexture& texture)
 
 void KrMaterialProperties::load(const KrDataMap& map)
 {
+    // Kept: overwritten, not added to. A map without any of these keys takes back the
+    // material that `set` has defined.
     m_materialDefined = loadColors(map);
     loadTexture(map);
     map.boolean("krRenderBothSides", m_renderBothSides);
@@ -149,6 +156,7 @@ void KrMaterialProperties::loadTexture(const KrDataMap& map)
         parameters.setMagFilter(filter(value));
     }
     map.string("krTextureFilename", m_textureFilename);
+    // Texture coordinates of meshes count whole pictures; those of a rectangle texture would count pixels.
     parameters.setTextureType(GL_TEXTURE_2D);
     if (!m_textureFilename.empty()) {
         // A picture that cannot be read costs the texture only: the colours stand.
@@ -159,15 +167,19 @@ void KrMaterialProperties::loadTexture(const KrDataMap& map)
 void KrMaterialProperties::setState(osg::StateSet* stateSet) const
 {
     if (m_texture.getState() != nullptr) {
+        // First, so that what follows wins over a mode that the texture's state has.
         stateSet->merge(*m_texture.getState());
     }
+    // Only the exception is stated here: whether back faces are culled at all is the window's to say.
     if (m_renderBothSides) {
         stateSet->setMode(GL_CULL_FACE, osg::StateAttribute::OFF);
     }
+    // Drawn after what is opaque and from back to front: blending needs what lies behind to be there. NaN is opaque.
     if (m_diffuse[3] < 1.0) {
         stateSet->setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
         stateSet->setMode(GL_BLEND, osg::StateAttribute::ON);
     }
+    // Kept: such a shape is drawn in the material of what is above it in the scene.
     if (!m_materialDefined) {
         return;
     }
@@ -179,6 +191,7 @@ void KrMaterialProperties::setState(osg::StateSet* stateSet) const
     material->setSpecular(kBothFaces, vec4(m_specular));
     material->setEmission(kBothFaces, vec4(m_emission));
     material->setShininess(kBothFaces, static_cast<float>(m_shininess));
+    // Otherwise the geometry's colour array would take the place of these colours.
     material->setColorMode(osg::Material::OFF);
     stateSet->setAttribute(material, osg::StateAttribute::ON);
     stateSet->setMode(GL_LIGHTING, osg::StateAttribute::ON);
@@ -186,6 +199,7 @@ void KrMaterialProperties::setState(osg::StateSet* stateSet) const
 
 bool KrMaterialProperties::selfTest() const
 {
+    // Kept: this much and nothing is drawn, unlike in the other classes.
     const KrMaterialProperties one;
     const KrMaterialProperties two(one);
     return one == two;

@@ -13,6 +13,7 @@
 namespace
 {
 
+// Kept: both numbers are part of the interface of `parabolicSearch`; -1 may also be a function's true minimum.
 constexpr double kFlatParabola = 1e-10;
 constexpr float kSearchFailed = -1.0f;
 
@@ -20,6 +21,7 @@ constexpr float kSearchFailed = -1.0f;
 template <typename T>
 T* allocate(std::int64_t count)
 {
+    // In 64 bits, where all ints times eight bytes have room: cut to 32, malloc would be asked for less.
     const std::uint64_t bytes = static_cast<std::uint64_t>(std::max<std::int64_t>(count, 1)) * sizeof(T);
     if (bytes > std::numeric_limits<std::size_t>::max()) {
         return nullptr;
@@ -27,6 +29,7 @@ T* allocate(std::int64_t count)
     return static_cast<T*>(std::malloc(static_cast<std::size_t>(bytes)));
 }
 
+// In 64 bits: from the lowest int to the highest there are more than an int can count. Below 1 where high < low.
 std::int64_t indexCount(int low, int high)
 {
     return std::int64_t(high) - low + 1;
@@ -41,12 +44,15 @@ struct Bracket
     /// The abscissa of the vertex of the parabola through the points; false when it has none.
     bool vertex(double& u) const
     {
+        // In double precision: differences of near floats are what the denominator is made of.
         const double xa = double(x) - a;
         const double xc = double(x) - c;
         const double fxc = double(fx) - fc;
         const double fxa = double(fx) - fa;
         const double denominator = xa * fxc - xc * fxa;
+        // May divide by zero; what comes of it is not used, because the next line refuses.
         u = x - 0.5 * (xa * xa * fxc - xc * xc * fxa) / denominator;
+        // Kept: NaN passes here and fails at the bounds.
         return !(std::fabs(denominator) <= kFlatParabola);
     }
 
@@ -121,9 +127,11 @@ void KrMathRoutine::vectorNormalization(const double* in, double* out) const
 {
     const double norm = vectorNorm(in);
     if (norm == 0.0) {
+        // Kept: only an exact zero; anything else is scaled, however short it is.
         std::fill_n(out, 3, 0.0);
         return;
     }
+    // Kept: times the reciprocal. A division of each component rounds otherwise.
     vectorMultiply(in, 1.0 / norm, out);
 }
 
@@ -131,6 +139,7 @@ void KrMathRoutine::matrixTranspose(const double* in, int rows, int cols, double
 {
     for (int r = 0; r < rows; ++r) {
         for (int c = 0; c < cols; ++c) {
+            // Products of two ints may exceed an int.
             out[std::ptrdiff_t(c) * rows + r] = in[std::ptrdiff_t(r) * cols + c];
         }
     }
@@ -159,10 +168,12 @@ bool KrMathRoutine::matrixMultiply(const double* A, int rowsA, int colsA, const 
 bool KrMathRoutine::matrixInv3(const double* in, double* out) const
 {
     const double* m = in;
+    // All nine are made before the first is stored: `out` may be `in`.
     const double adjugate[9] = {m[4] * m[8] - m[5] * m[7], m[2] * m[7] - m[1] * m[8], m[1] * m[5] - m[2] * m[4],
                                 m[5] * m[6] - m[3] * m[8], m[0] * m[8] - m[2] * m[6], m[2] * m[3] - m[0] * m[5],
                                 m[3] * m[7] - m[4] * m[6], m[1] * m[6] - m[0] * m[7], m[0] * m[4] - m[1] * m[3]};
     const double determinant = m[0] * adjugate[0] + m[1] * adjugate[3] + m[2] * adjugate[6];
+    // Kept: exactly zero. A nearly singular matrix has a large inverse.
     if (determinant == 0.0) {
         return false;
     }
@@ -174,6 +185,8 @@ bool KrMathRoutine::matrixInv3(const double* in, double* out) const
 
 double** KrMathRoutine::mallocMatrix(int rl, int rh, int cl, int ch) const
 {
+    // The arithmetic on the offset pointers is the interface: rows and elements are asked
+    // for by their own first index.
     double** const rows = allocate<double*>(indexCount(rl, rh));
     if (rows == nullptr) {
         nrerror("allocation failure 1 in matrix()");
@@ -182,6 +195,7 @@ double** KrMathRoutine::mallocMatrix(int rl, int rh, int cl, int ch) const
     for (std::int64_t r = 0; r < indexCount(rl, rh); ++r) {
         double* const row = allocate<double>(indexCount(cl, ch));
         if (row == nullptr) {
+            // Kept: it returns, and the rows after this one are still asked for.
             nrerror("allocation failure 2 in matrix()");
         }
         rows[r] = row == nullptr ? nullptr : row - cl;
@@ -209,9 +223,11 @@ float KrMathRoutine::parabolicSearch(float a, float x, float c, float fa, float 
                                      const std::function<float(float)>& function, float tolerance, float lower,
                                      float upper, int maxIterations, float* best) const
 {
+    // The ends may come in either order; from here on a is the lower one.
     Bracket bracket = a <= c ? Bracket{a, x, c, fa, fx, fc} : Bracket{c, x, a, fc, fx, fa};
     for (int iteration = 1; iteration <= maxIterations; ++iteration) {
         const float width = bracket.c - bracket.a;
+        // Written so that a width of NaN ends the search, too.
         if (bracket.x == bracket.a || bracket.x == bracket.c || !(width > tolerance)) {
             break;
         }
@@ -220,9 +236,11 @@ float KrMathRoutine::parabolicSearch(float a, float x, float c, float fa, float 
         if (!bracket.vertex(vertex) || !(vertex >= lower && vertex <= upper) || !function) {
             return kSearchFailed;
         }
+        // The bounds were asked of the double: rounding to float may reach just beyond them.
         const float u = static_cast<float>(vertex);
         bracket.take(u, function(u));
     }
+    // Only after a search that did not fail.
     if (best != nullptr) {
         *best = bracket.x;
     }
@@ -233,6 +251,7 @@ void KrMathRoutine::reArray2Trans(const KrReArray& m, double (&out)[16]) const
 {
     for (unsigned int r = 0; r < 4; ++r) {
         for (unsigned int c = 0; c < 4; ++c) {
+            // Column by column, the order of KrTransformation and of OpenGL.
             out[4 * c + r] = m[r][c];
         }
     }
@@ -244,6 +263,7 @@ long KrMathRoutine::rndToLong(double value) const
     const double rounded = std::round(value);
     // 2 to the number of value bits: the first whole number above the largest long, exact as a double.
     const double bound = std::ldexp(1.0, Limits::digits);
+    // A conversion that does not fit is undefined: all three cases are settled before it.
     if (std::isnan(rounded)) {
         return 0;
     }

@@ -19,6 +19,7 @@ osg::Vec4d KrRenderTypes::ec2osg(const KrColor& color)
     return {red, green, blue, alpha};
 }
 
+// Kept, in all of these: plain copies. What is not a number stays what it is.
 osg::Vec3d KrRenderTypes::ec2osg(const KrVector& vector)
 {
     return {vector.x(), vector.y(), vector.z()};
@@ -41,6 +42,7 @@ void KrRenderTypes::osg2ec(const osg::Vec3d& vector, KrVector& out)
 
 osg::Quat KrRenderTypes::ec2osg(const KrOrientation& orientation)
 {
+    // The same order on both sides, the scalar last.
     return {orientation[0], orientation[1], orientation[2], orientation[3]};
 }
 
@@ -56,11 +58,14 @@ void KrRenderTypes::osg2ec(const osg::Quat& quat, KrOrientation& out)
 osg::Matrixd KrRenderTypes::ec2osg(const KrTransformation& transformation)
 {
     KrTransformation copy(transformation); // getEntry is not const
+    // The 16 numbers as they lie: one side reads them by columns for column vectors, the
+    // other by rows for row vectors.
     return osg::Matrixd(copy.getEntry());
 }
 
 void KrRenderTypes::osg2ec(const osg::Matrixd& matrix, KrTransformation& out)
 {
+    // `assign` is virtual and takes what it may change: it gets a copy.
     double entries[16];
     std::copy_n(matrix.ptr(), 16, entries);
     out.assign(entries);
@@ -76,6 +81,7 @@ std::ostream& operator<<(std::ostream& stream, const osg::Vec3f& vector)
     return stream << vector.x() << ", " << vector.y() << ", " << vector.z();
 }
 
+// For messages and logs: no scale, no shear, so nothing can be read back from it.
 std::ostream& operator<<(std::ostream& stream, const osg::Matrixd& matrix)
 {
     // Kept: the translation passes through single precision.

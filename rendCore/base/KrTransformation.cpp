@@ -21,6 +21,7 @@ void multiplyInPlace(double* entry, const double* factor)
 
 } // namespace
 
+// Kept: one turn only, -400 becomes -40; and in single precision.
 float Clamp(double angle)
 {
     if (angle < 0.0) {
@@ -29,6 +30,7 @@ float Clamp(double angle)
     return static_cast<float>(angle >= 360.0 ? angle - 360.0 : angle);
 }
 
+// Exact: 0 and -0 are equal, NaN equals nothing.
 bool KrTransformation::operator==(const KrTransformation& other) const
 {
     return std::equal(m_entry, m_entry + 16, other.m_entry);
@@ -47,6 +49,7 @@ void KrTransformation::assign(double* d)
 
 void KrTransformation::getTranslate(double* t) const
 {
+    // 12 to 14 are the translation in the storage of KrTransformation and of osg::Matrixd alike.
     std::copy_n(m_entry + 12, 3, t);
 }
 
@@ -69,6 +72,7 @@ void KrTransformation::getRotation(double* R) const
 {
     for (int r = 0; r < 3; ++r) {
         for (int c = 0; c < 3; ++c) {
+            // The storage is read by columns, what is handed out by rows.
             R[3 * r + c] = m_entry[4 * c + r];
         }
     }
@@ -85,6 +89,7 @@ void KrTransformation::setRotation(const double* R)
 
 void KrTransformation::setRotation(const KrVector& xAxis, const KrVector& yAxis, const KrVector& zAxis)
 {
+    // A column of the rotation is where an axis goes, and columns lie together.
     std::copy_n(xAxis.data(), 3, m_entry);
     std::copy_n(yAxis.data(), 3, m_entry + 4);
     std::copy_n(zAxis.data(), 3, m_entry + 8);
@@ -94,6 +99,8 @@ void KrTransformation::getRotation(float& roll, float& pitch, float& yaw) const
 {
     double R[9];
     getRotation(R);
+    // R = Rz Ry Rx gives R[0] = cos yaw cos pitch, R[3] = sin yaw cos pitch, R[6] = -sin
+    // pitch, R[7] and R[8] the roll.
     const double cosPitch = std::hypot(R[0], R[3]);
     pitch = static_cast<float>(std::atan2(-R[6], cosPitch));
     // Within rounding of a quarter turn the elements that tell roll from yaw are noise.
@@ -101,6 +108,7 @@ void KrTransformation::getRotation(float& roll, float& pitch, float& yaw) const
         roll = static_cast<float>(std::atan2(R[7], R[8]));
         yaw = static_cast<float>(std::atan2(R[3], R[0]));
     } else {
+        // With yaw taken as 0 these two are the sine and cosine of the roll alone, whichever way the pitch points.
         roll = static_cast<float>(std::atan2(-R[5], R[4]));
         yaw = 0.0f;
     }
@@ -112,12 +120,14 @@ bool KrTransformation::orthoNormal()
     KrVector y(m_entry[4], m_entry[5], m_entry[6]);
     const double xLength = x.normalize();
     const double yLength = y.normalize();
+    // The third column is not asked: it follows from the others, and a mirrored frame becomes a right-handed one.
     KrVector z = x.cross(y);
     const double sine = z.normalize();
     // Written so that NaN fails too.
     if (!(xLength > 0.0 && yLength > 0.0 && sine > 0.0) || !x.isFinite() || !y.isFinite()) {
         return false;
     }
+    // z and x are unit vectors at right angles, and so is what comes out.
     setRotation(x, z.cross(x), z);
     return true;
 }
@@ -133,6 +143,7 @@ void KrTransformation::translate(double x, double y, double z)
     KrMathRoutine().matrixMultiply(translation, 4, 4, m_entry, 4, 4, m_entry);
 }
 
+// The three matrices are stored as the entries are: by columns, for column vectors.
 void KrTransformation::rotateX(double angle)
 {
     const double c = std::cos(angle);
@@ -189,6 +200,7 @@ KrTransformation KrTransformation::multiply3x3(const KrTransformation& b) const
             for (int k = 0; k < 3; ++k) {
                 sum += m_entry[4 * k + i] * b.m_entry[4 * j + k];
             }
+            // Kept: as in the product above, and the translations of both are left out.
             product.m_entry[4 * i + j] = sum;
         }
     }
@@ -203,7 +215,9 @@ void KrTransformation::inverse(KrTransformation& out) const
     const double cofactor[9] = {e[5] * e[10] - e[6] * e[9], e[2] * e[9] - e[1] * e[10], e[1] * e[6] - e[2] * e[5],
                                 e[6] * e[8] - e[4] * e[10], e[0] * e[10] - e[2] * e[8], e[2] * e[4] - e[0] * e[6],
                                 e[4] * e[9] - e[5] * e[8],  e[1] * e[8] - e[0] * e[9],  e[0] * e[5] - e[1] * e[4]};
+    // Infinite, or no number, for a singular block; the entries then are, too, and nothing is said.
     const double scale = 1.0 / (e[0] * cofactor[0] + e[1] * cofactor[3] + e[2] * cofactor[6]);
+    // Zero in what `setTranslate` and `translate` have made: those keep theirs in 12 to 14.
     const double t[3] = {e[3], e[7], e[11]};
     KrTransformation result;
     for (int i = 0; i < 3; ++i) {
@@ -215,5 +229,6 @@ void KrTransformation::inverse(KrTransformation& out) const
         }
         result.m_entry[4 * i + 3] = -moved;
     }
+    // Last of all: `out` may be this object.
     out = result;
 }

@@ -31,9 +31,11 @@ private:
     const osg::Matrixd m_matrix;
 };
 
+/// Draws one scene with everything that is shared put back afterwards; what the scene throws is a finding of it.
 KrSelfTest::Result run(const char* name, void (*scene)(KrSelfTestRun&), const std::string& folder,
                        const KrSelfTest::Spoiler& spoiler)
 {
+    // Made before the run, and so put back after its scene's windows have gone.
     const AxisScaleRestorer axes;
     const KrContextRestorer context(nullptr);
     KrSelfTestRun self(name, folder, spoiler);
@@ -54,6 +56,7 @@ KrSelfTest::Result KrSelfTest::operator()(const std::string& folder, const Spoil
     try {
         result = run(m_name, m_scene, folder, spoiler);
     } catch (...) {
+        // Outside the run even the message of an exception takes memory: what comes here is taken for its lack.
         result.message = "there is not enough memory";
     }
     result.milliseconds = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
@@ -62,6 +65,7 @@ KrSelfTest::Result KrSelfTest::operator()(const std::string& folder, const Spoil
 
 const std::vector<KrSelfTest>& KrSelfTest::all()
 {
+    // The names are an interface: the pictures' files begin with them, and reports are read by them.
     namespace Scenes = KrSelfTestScenes;
     static const std::vector<KrSelfTest> s_all = {
         {"primitives", "six solids: outlines, areas, light and shade", Scenes::primitives},

@@ -59,6 +59,8 @@ void KrSelfTestScenes::axes(KrSelfTestRun& run)
     base.setTranslation(KrVector(-1.2, 0.0, -0.6));
     KrIndividualManipulator robot = Run::robot();
     robot.setPlacement(base);
+    // `base * origin` is the base's frame, turned as it is and moved by (1.2, 0, 0.5) in the
+    // world: the two do not overlap.
     const KrCoordinateSystemTransformation origin = base.inverse() * translation(1.2, 0.0, 0.5) * base;
     KrManipulatorLink link("link");
     link.jointKinematics().setOrigin(origin);
@@ -70,6 +72,7 @@ void KrSelfTestScenes::axes(KrSelfTestRun& run)
     parameters.setPovParameters(view.pov());
     KrRenderParameters render;
     render.setBackgroundColor(KrColor(0.0, 0.0, 0.0));
+    // The axes' length is a visualization parameter, and these bring point of view and background with them.
     parameters.setRenderParameters(render);
     KrGUIObjectParameters sizes;
     sizes.setAxisScale(kLength);
@@ -89,11 +92,13 @@ void KrSelfTestScenes::axes(KrSelfTestRun& run)
     // Lines are three pixels wide: their colour stands out in the mean of three by three.
     const auto isLine = [&](const KrCoordinateSystemTransformation& frame, unsigned int axis, double distance) {
         const Colour seen = Run::colourAt(picture, view.at(frame.transformPoint(directions[axis] * distance)), 1);
+        // Red, green, blue for x, y, z.
         return seen[axis] > 0.5 && seen[(axis + 1) % 3] < 0.3 && seen[(axis + 2) % 3] < 0.3;
     };
     const KrCoordinateSystemTransformation linkFrame = base * origin;
     for (unsigned int axis = 0; axis < 3 && picture.data(); ++axis) {
         run.expect(isLine(linkFrame, axis, 0.7 * kLength) && !isLine(linkFrame, axis, 1.3 * kLength), names[axis]);
+        // Kept: the axes of a base are twice as long as those of a link.
         run.expect(isLine(base, axis, 1.7 * kLength) && !isLine(base, axis, 2.3 * kLength), baseNames[axis]);
     }
 }
@@ -107,6 +112,7 @@ void KrSelfTestScenes::volumes(KrSelfTestRun& run)
     shape->addBoundingVolume(
         boost::make_shared<KrShape>(Run::box(KrVector(2.4, 0.2, 1.6), KrVector(0.3, 0.0, 0.2), "volume")));
     robot.addShape(shape);
+    // Volumes look as the data map of their material says, not as the ball's does.
     robot.dataMaps().set(std::string("volume"), Run::glow({0.0, 1.0, 0.0}));
     const KrStatedSystem system = Run::systemOf(robot);
     const KrSelfTestView view;
@@ -115,11 +121,13 @@ void KrSelfTestScenes::volumes(KrSelfTestRun& run)
         return;
     }
     const KrImage before = run.capture(window, "off");
+    // A volume is drawn only when the mask asks for it.
     run.expectCoverage(before, view.coverage(osg::PI * 0.25), 0.06, "the ball alone");
     window.setDisplayMask(KrRenderTypes::BoundingVolumes, true, false);
     const KrImage picture = run.capture(window, "on");
     run.expectCoverage(picture, view.coverage(2.4 * 1.6, -0.1), 0.04, "the volume");
     run.expectColour(picture, view.at(1.2, 0.8, -0.1), {0.0, 1.0, 0.0}, kColourTolerance, "the volume's right side");
+    // The ball reaches 0.5 m towards the eye, its volume 0.1 m: what is nearer is seen.
     run.expectColour(picture, view.at(0.0, 0.0), {1.0, 1.0, 1.0}, kColourTolerance, "the ball before its volume");
     window.setDisplayMask(KrRenderTypes::BoundingVolumes, false, false);
     run.expectSame(run.capture(window, "off"), before, "volumes switched off again");
@@ -131,6 +139,7 @@ void KrSelfTestScenes::mass(KrSelfTestRun& run)
     constexpr double kMass = 5.0;
     const double c = std::cos(osg::PI / 6.0);
     const double s = std::sin(osg::PI / 6.0);
+    // The mass of 5 kg and the fifth of the formula cancel.
     const double i1 = 0.16 + 0.09;
     const double i2 = 0.81 + 0.09;
     const double i3 = 0.81 + 0.16;
@@ -138,6 +147,7 @@ void KrSelfTestScenes::mass(KrSelfTestRun& run)
     robot.massProperties().setMass(kMass);
     robot.massProperties().setCenterOfMass(KrVector(0.5, 0.0, 0.3));
     robot.massProperties().setInertia(
+        // R diag(i1, i2, i3) R' for the turn of 30 degrees about y: Ixx, Iyy, Izz, Ixy, Ixz, Iyz.
         {i1 * c * c + i3 * s * s, i2, i1 * s * s + i3 * c * c, 0.0, (i1 - i3) * c * s, 0.0});
     const KrStatedSystem system = Run::systemOf(robot);
     const KrSelfTestView view;
@@ -153,6 +163,8 @@ void KrSelfTestScenes::mass(KrSelfTestRun& run)
     if (!picture.data()) {
         return;
     }
+    // In metres along the ellipsoid's own long and short axis; shading changes how bright it
+    // is, not that blue prevails.
     const auto isBlue = [&](double along, double across) {
         const Colour seen = Run::colourAt(picture, view.at(0.5 + along * c - across * s, 0.3 + along * s + across * c));
         return seen[2] > 0.1 && seen[2] > 1.5 * seen[0] && seen[2] > 1.5 * seen[1];
@@ -186,15 +198,18 @@ void KrSelfTestScenes::morph(KrSelfTestRun& run)
     system.setJointPosition(0, "lower", angles[1]);
     const osg::ref_ptr<KrRenderManipulator> manipulator =
         new KrRenderManipulator(system.manipulatorSystem().manipulators()[0], 0);
+    // No window loads this manipulator: its links take their poses from this traversal.
     osgUtil::UpdateVisitor update;
     KrRenderLink::updateState(&update, &system.systemState());
     manipulator->accept(update);
+    // The matrices are relative to the manipulator, in joint order: the upper link's first.
     const osg::ref_ptr<MorphTexture> texture = KrRenderMorphLink::updateVertexTexture(manipulator);
     if (!run.expect(texture && texture->getImage(), "there is a texture of link matrices")) {
         return;
     }
     // Kept: the texture's own numbers are what the image's format says, from 0 to 1; applications choose another one.
     texture->setInternalFormat(GL_RGBA32F_ARB);
+    // Texels are numbers: a mean of two neighbours is none of them.
     texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::NEAREST);
     texture->setFilter(osg::Texture::MAG_FILTER, osg::Texture::NEAREST);
 
@@ -207,6 +222,7 @@ void KrSelfTestScenes::morph(KrSelfTestRun& run)
         const float share = bar == 0 ? 0.0f : bar == 1 ? 1.0f : 0.5f;
         const float corners[4][2] = {{0.2f, -0.15f}, {1.0f, -0.15f}, {1.0f, 0.15f}, {0.2f, 0.15f}};
         for (const auto& corner : corners) {
+            // In the frame of whichever link moves them.
             vertices->push_back(osg::Vec3(corner[0], 0.0f, corner[1]));
             colours->push_back(osg::Vec4(bar == 0 ? 1.0f : 0.0f, bar == 1 ? 1.0f : 0.0f, bar == 2 ? 1.0f : 0.0f, 1.0f));
             weights->push_back(osg::Vec3(0.0f, 1.0f, share));
@@ -264,6 +280,7 @@ void main()
                           1.2 * std::sin(angles[0]) + 0.6 * std::sin(turn));
     run.expectColour(picture, view.at(first), {1.0, 0.0, 0.0}, kColourTolerance, "the upper link's bar");
     run.expectColour(picture, view.at(second), {0.0, 1.0, 0.0}, kColourTolerance, "the lower link's bar");
+    // Half of each place: blending is linear in the vertices, so a middle goes to the middle of its two places.
     run.expectColour(picture, view.at((first + second) * 0.5), {0.0, 0.0, 1.0}, kColourTolerance,
                      "the bar halfway between");
 }
@@ -272,9 +289,11 @@ void KrSelfTestScenes::plume(KrSelfTestRun& run)
 {
     // An even red field of 2 m on blue, with a green box in it.
     constexpr double kLevel = 0.05;
+    // Even, so that only the length of a ray counts and the steps of the ray casting do not.
     const auto grid = boost::make_shared<KrGridPhysicalExtent>();
     grid->setGrid(KrVector(-1.0, -1.0, -1.0), KrVector(1.0, 1.0, 1.0), 8, 8, 8, std::vector<double>(512, kLevel));
     KrXmlVectorVector red;
+    // One entry: every level has this colour.
     red.push_back(KrVector(1.0, 0.0, 0.0));
     grid->setLookupTable(red);
     KrIndividualManipulator robot = Run::robot();
@@ -290,9 +309,12 @@ void KrSelfTestScenes::plume(KrSelfTestRun& run)
     const KrImage picture = run.capture(window, "even field");
     // What a ray keeps of the light from behind, docs/plumes.md: the level's density over a box of 2 m.
     const auto kept = [](double length) {
+        // Beer's law: the density times the length that the light passes through.
         return std::exp(-100.0 * kLevel * kLevel * (3.0 - 2.0 * kLevel) * length / 2.0);
     };
+    // 0.03: the rays are not quite parallel to the box's sides, and go in steps.
     run.expectColour(picture, view.at(-0.4, -0.3), {1.0 - kept(2.0), 0.0, kept(2.0)}, 0.03, "light through the plume");
+    // The box's front is 0.8 m behind the front of the plume.
     run.expectColour(picture, view.at(0.6, 0.5, -0.2), {1.0 - kept(0.8), kept(0.8), 0.0}, 0.03,
                      "a box inside the plume");
     run.expectColour(picture, view.at(-1.4, 0.0), {0.0, 0.0, 1.0}, 0.01, "light beside the plume");
@@ -304,6 +326,7 @@ void KrSelfTestScenes::deformation(KrSelfTestRun& run)
     extent->setMesh(*Run::sheet(-2.0, 2.0, -0.2, 0.2, 0.0, Run::glow({1.0, 1.0, 0.0}), 24));
     std::vector<KrVector> raised = extent->vertices();
     for (KrVector& vertex : raised) {
+        // Nothing at the left end, one metre at the right end.
         vertex.setZ(vertex.z() + 0.25 * (vertex.x() + 2.0));
     }
     KrIndividualManipulator robot("robot");
@@ -321,6 +344,7 @@ void KrSelfTestScenes::deformation(KrSelfTestRun& run)
     run.expectColour(before, view.at(1.5, 0.0), yellow, kColourTolerance, "the straight strip");
     run.expectCoverage(before, view.coverage(4.0 * 0.4), 0.05, "the straight strip");
 
+    // Bending is no change of the system: the window updates the shapes that it is told of.
     system.addChangedShape(KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 0));
     extent->setWeight(0, 1.0);
     const KrImage bent = run.capture(window, "raised");
@@ -329,12 +353,14 @@ void KrSelfTestScenes::deformation(KrSelfTestRun& run)
     run.expectColour(bent, view.at(-1.9, 0.025), yellow, kColourTolerance, "the fixed end of the strip");
 
     extent->cutByPlane(0, KrVector(0.0, 0.0, 0.0), KrVector(1.0, 0.0, 0.0));
+    // Piece 1 is the one on the side that the normal points to.
     extent->setPieceOffset(1, translation(0.4, 0.0, -0.5));
     const KrImage cut = run.capture(window, "cut");
     run.expectColour(cut, view.at(0.2, 0.55), black, kColourTolerance, "the gap of a cut");
     run.expectColour(cut, view.at(1.9, 0.375), yellow, kColourTolerance, "the piece that was moved");
     run.expectColour(cut, view.at(-0.2, 0.45), yellow, kColourTolerance, "the piece that stayed");
 
+    // To the byte below: neither cut nor pose may leave anything behind.
     extent->clearCuts();
     extent->setWeight(0, 0.0);
     run.expectSame(run.capture(window, "straight"), before, "a strip that is whole and straight again");
@@ -353,14 +379,17 @@ void KrSelfTestScenes::marks(KrSelfTestRun& run)
         return;
     }
     const KrImage before = run.capture(window, "unmarked");
+    // An extent knows what draws it once the first frame has loaded the scene.
     const boost::shared_ptr<KrRenderShape> shape = mesh->renderShape().lock();
     const osg::ref_ptr<KrTextureMarker> marker = shape ? KrTextureMarker::of(*shape, 256, 256) : nullptr;
     if (!run.expect(marker.valid(), "a shape can be marked")) {
         return;
     }
+    // The sheet is 3 m wide, its lower left corner is u = v = 0.
     const auto at = [&view](double u, double v) { return view.at(-1.5 + 3.0 * u, -1.5 + 3.0 * v); };
     KrTextureMarker::Brush brush;
     brush.radius = 0.06f;
+    // Hard to the rim: the middle of the stroke is of the full colour.
     brush.hardness = 1.0f;
     brush.color = osg::Vec4(1.0f, 0.0f, 0.0f, 1.0f);
     run.expect(marker->stroke({osg::Vec2(0.2f, 0.2f), osg::Vec2(0.2f, 0.6f)}, brush), "a stroke is taken");

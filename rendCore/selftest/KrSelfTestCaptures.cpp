@@ -40,6 +40,7 @@ const Quarter kQuarters[4] = {{"the upper left quarter", -0.6, 0.45, -1.0, {1.0,
                               {"the lower left quarter", -0.6, -0.45, 0.0, {0.0, 0.0, 1.0}, "blue"},
                               {"the lower right quarter", 0.6, -0.45, 0.0, {0.0, 0.0, 0.0}, nullptr}};
 
+/// The boxes are 0.2 m deep, so that their middle lies 0.1 m behind the front face that a quarter names.
 KrStatedSystem lopsided()
 {
     KrIndividualManipulator robot = Run::robot();
@@ -52,6 +53,7 @@ KrStatedSystem lopsided()
     return Run::systemOf(robot);
 }
 
+/// Near and small: the perspective is strong enough to tell the quarters' distances apart, and frames are quick.
 KrSelfTestView closeView()
 {
     KrSelfTestView view;
@@ -62,6 +64,7 @@ KrSelfTestView closeView()
     return view;
 }
 
+/// For pictures of closeView() at any size of its aspect ratio: places are scaled with the width.
 void expectQuarters(KrSelfTestRun& run, const KrImage& picture, const char* what)
 {
     KrSelfTestView view = closeView();
@@ -74,6 +77,7 @@ void expectQuarters(KrSelfTestRun& run, const KrImage& picture, const char* what
     }
 }
 
+/// A copy of `width` x `height` RGB pixels without gaps: what a callback is handed goes when the callback returns.
 KrImage toImage(const unsigned char* pixels, unsigned int width, unsigned int height)
 {
     KrImage image;
@@ -84,6 +88,7 @@ KrImage toImage(const unsigned char* pixels, unsigned int width, unsigned int he
     return image;
 }
 
+/// The same rows in the other order.
 KrImage upsideDown(const KrImage& picture)
 {
     KrImage turned = picture;
@@ -115,6 +120,7 @@ KrImage surfaceOf(KrSelfTestRun& run, KrSGWindow& window, const char* what)
         return picture;
     }
     picture.allocate(3, 0, window.windowWidth(), window.windowHeight());
+    // OpenGL pads rows to four bytes unless it is told otherwise; the setting is the client's and is put back.
     glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     glReadPixels(0, 0, static_cast<GLsizei>(picture.width()), static_cast<GLsizei>(picture.height()), GL_RGB,
@@ -135,6 +141,7 @@ void KrSelfTestScenes::orientation(KrSelfTestRun& run)
     if (!run.open(window, system, view)) {
         return;
     }
+    // Off screen a frame goes through a framebuffer object, a way to the pixels of its own.
     for (const bool isOffScreen : {false, true}) {
         window.setOffScreenRendering(isOffScreen);
         const KrImage picture = run.capture(window, isOffScreen ? "off screen" : "window");
@@ -144,12 +151,15 @@ void KrSelfTestScenes::orientation(KrSelfTestRun& run)
         }
         KrImage flipped;
         window.renderSceneAndCaptureImage(flipped, KrSGWindow::CaptureColor | KrSGWindow::CaptureFlipped);
+        // A flipped capture keeps its rows in a storage of its own, which has to be made the
+        // ordinary one before it is read.
         if (run.expect(flipped.flippedToOrdinary(), "a flipped capture has its storage")) {
             run.keep(flipped, "flipped");
             run.expectSame(flipped, upsideDown(picture), "a flipped capture");
         }
         const osg::ref_ptr<KrRenderCaptureManager> manager = new KrRenderCaptureManager;
         KrImage scaled;
+        // Half of each side: the middles of the quarters stay far from any edge that scaling blurs.
         manager->setCaptureSize(80, 60);
         manager->callbackFunction = [&scaled](const osg::Image* image) {
             scaled =
@@ -162,6 +172,7 @@ void KrSelfTestScenes::orientation(KrSelfTestRun& run)
         run.keep(scaled, "scaled");
         expectQuarters(run, scaled, "a scaled capture");
     }
+    // PNG loses nothing: the picture has to come back to the byte.
     const std::string file = run.scratchFile("picture.png");
     const KrImage picture = run.capture(window, "off screen");
     KrImage read;
@@ -200,15 +211,18 @@ void KrSelfTestScenes::depth(KrSelfTestRun& run)
             const auto row = static_cast<std::size_t>(pixel.row);
             const double seen = depths[row * view.width + column];
             if (!quarter.material) {
+                // Infinity is the default background, so that no distance can be taken for it.
                 run.expect(std::isinf(seen), "depth where there is nothing");
                 continue;
             }
             double wanted = view.distance + quarter.y;
             if (!isPlanar) {
+                // The ray of a pixel's middle: it is longer than its part along the view by the secant of its angle.
                 const double focal = view.scale() * view.distance; // pixels
                 wanted *= std::sqrt(1.0 + std::pow((double(column) + 0.5 - 0.5 * view.width) / focal, 2.0) +
                                     std::pow((double(row) + 0.5 - 0.5 * view.height) / focal, 2.0));
             }
+            // The bound is half a step of the depth buffer there; the rest is for single precision on the way.
             run.expectNear(seen, wanted, 1.1 * capture.errorBound(wanted) + 1e-6,
                            (std::string(isPlanar ? "planar" : "Euclidean") + " depth, m, of " + quarter.name).c_str());
         }
@@ -223,6 +237,7 @@ void KrSelfTestScenes::rangeMap(KrSelfTestRun& run)
     robot.addShape(Run::box(KrVector(0.8, 0.6, 0.2), KrVector(0.8, -0.6, 0.1), "green"));
     const KrStatedSystem system = Run::systemOf(robot);
     KrCoordinateSystemTransformation view;
+    // The tool looks along -z of the frame that it is given: straight down.
     view.setTranslation(KrVector(0.0, 0.0, 5.0));
     constexpr unsigned int kWidth = 64;
     constexpr unsigned int kHeight = 48;
@@ -235,6 +250,7 @@ void KrSelfTestScenes::rangeMap(KrSelfTestRun& run)
     }
     std::vector<float> depths;
     for (const std::vector<double>& row : map) {
+        // Single precision, as the spoiler takes depths: of 9 m that is a micrometre.
         depths.insert(depths.end(), row.begin(), row.end());
     }
     run.spoilDepths(depths);
@@ -242,11 +258,13 @@ void KrSelfTestScenes::rangeMap(KrSelfTestRun& run)
     run.keep(grey, "from above");
     const auto sample = [&depths](double x, double y) {
         const auto column = static_cast<std::size_t>((x + 1.6) / 3.2 * kWidth);
+        // Row 0 is the lowest, at y = -1.2 m.
         const auto row = static_cast<std::size_t>((y + 1.2) / 2.4 * kHeight);
         return double(depths[row * kWidth + column]);
     };
     run.expectNear(sample(-0.8, 0.6), 4.0, 1e-5, "the tall box's distance, m");
     run.expectNear(sample(0.8, -0.6), 4.8, 1e-5, "the flat box's distance, m");
+    // Kept: what meets nothing has the greatest distance of the map.
     run.expectNear(sample(0.8, 0.6), kFarthest, 1e-5, "the distance of nothing, m");
     run.expectNear(sample(-0.8, -0.6), kFarthest, 1e-5, "the distance of nothing, m");
 }
@@ -267,6 +285,8 @@ void KrSelfTestScenes::stream(KrSelfTestRun& run)
         return;
     }
     constexpr unsigned int kFrames = 5;
+    // The steps are large against the arm's width: a frame that is handed out twice, or
+    // late, shows the arm elsewhere.
     const auto angle = [](unsigned int frame) { return 0.3 + 1.1 * frame; };
     const auto pose = [&](unsigned int frame) {
         system.setJointPosition(0, "arm", angle(frame));
@@ -275,6 +295,7 @@ void KrSelfTestScenes::stream(KrSelfTestRun& run)
     const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
     std::vector<KrImage> frames;
     stream->setReceiver([&](const KrFrameStream::Frame& frame) {
+        // The pixels are the stream's and are good for this call only.
         run.expect(frame.number == frames.size(), "frames come in order");
         frames.push_back(toImage(frame.data, frame.width, frame.height));
     });
@@ -285,6 +306,7 @@ void KrSelfTestScenes::stream(KrSelfTestRun& run)
         run.expect(window.renderScene(true), "a frame can be drawn");
     }
     window.setDrawCallback(nullptr);
+    // Frames are read while later ones are drawn: the last of them wait until they are asked for.
     run.expect(stream->flush() && frames.size() == kFrames, "every frame comes");
     run.checkGL("stream");
     for (unsigned int i = 0; i < frames.size(); ++i) {
@@ -295,6 +317,7 @@ void KrSelfTestScenes::stream(KrSelfTestRun& run)
     }
     pose(kFrames - 1);
     if (!frames.empty()) {
+        // Both ways read the same frame: the one waits for the driver, the other does not.
         run.expectSame(run.capture(window, "last pose"), frames.back(), "a streamed frame and a captured one");
     }
 }
@@ -314,11 +337,13 @@ void KrSelfTestScenes::tiles(KrSelfTestRun& run)
     window.setNumColumnsHint(2);
     window.setHideWindow(true);
     KrXmlVectorType<KrPovParameters> povs;
+    // In the order of the tiles: front, right, back, top.
     const KrVector eyes[4] = {KrVector(0.0, -6.0, 0.0), KrVector(6.0, 0.0, 0.0), KrVector(0.0, 6.0, 0.0),
                               KrVector(0.0, 0.0, 6.0)};
     for (const KrVector& eye : eyes) {
         KrPovParameters pov = view.pov();
         pov.setEyepoint(eye);
+        // From above z is the direction of view, and cannot be up as well.
         pov.setUp(eye.z() > 0.0 ? KrVector(0.0, 1.0, 0.0) : KrVector(0.0, 0.0, 1.0));
         povs.push_back(pov);
     }
@@ -339,6 +364,7 @@ void KrSelfTestScenes::tiles(KrSelfTestRun& run)
     run.checkGL("tiles");
     run.keep(picture, "four views");
     run.expect(picture.width() == 2 * view.width && picture.height() == 2 * view.height, "two by two tiles");
+    // Views fill rows from the left and from the top, while rows of pixels count from the bottom.
     const auto inTile = [&view](unsigned int column, unsigned int row, double x, double z, double y) {
         const Pixel pixel = view.at(x, z, y);
         return Pixel{pixel.column + column * view.width, pixel.row + row * view.height};
@@ -363,6 +389,7 @@ void KrSelfTestScenes::overlay(KrSelfTestRun& run)
     if (!run.open(window, view)) {
         return;
     }
+    // Captures leave the overlay out: the text is looked for in the window's surface.
     const KrImage empty = surfaceOf(run, window, "without text");
     run.expectNear(Run::coverage(empty), 0.0, 0.0, "what an empty window shows");
     window.setOverlayText("HHHH", 40, 80, KrColor(1.0, 1.0, 0.0));
@@ -370,6 +397,7 @@ void KrSelfTestScenes::overlay(KrSelfTestRun& run)
     // Thirty pixels high, its lower left corner 40 from the left and 80 from the top.
     KrImageBlock block;
     block.x = 36;
+    // Four pixels to spare on each side, for edges that are smoothed.
     block.y = view.height - 80 - 4;
     block.width = 160;
     block.height = 40;
@@ -377,10 +405,12 @@ void KrSelfTestScenes::overlay(KrSelfTestRun& run)
     if (picture.data() && picture.getSubimage(block, around)) {
         const double share = double(block.width) * block.height / (double(view.width) * view.height);
         const double inside = Run::coverage(around) * share;
+        // Fonts differ between machines: letters cover neither nearly nothing nor a whole rectangle in any of them.
         run.expect(inside > 0.05 * share && inside < 0.8 * share, "the text is there");
         run.expectNear(Run::coverage(picture), inside, 0.0, "the text is nowhere else");
         double brightest = 0.0;
         for (std::size_t i = 0; i + 2 < around.sizeInBytes(); i += 3) {
+            // Edges of letters are blended with black: one full pixel is enough.
             if (around.data()[i + 2] < 10) {
                 brightest = std::max(brightest, double(std::min(around.data()[i], around.data()[i + 1])) / 255.0);
             }
@@ -400,6 +430,7 @@ void KrSelfTestScenes::windows(KrSelfTestRun& run)
                                            return Run::systemOf(robot);
                                        }()};
     const KrSelfTestView view = closeView();
+    // What each scene looks like with no other window beside it is the measure of all that follows.
     KrImage alone[2];
     for (unsigned int i = 0; i < 2; ++i) {
         KrRenderWindow window;
@@ -416,10 +447,12 @@ void KrSelfTestScenes::windows(KrSelfTestRun& run)
     if (!run.open(*first, systems[0], view) || !run.open(second, systems[1], view)) {
         return;
     }
+    // By turns: a window that draws into its neighbour's context, or with its state, shows in the second round.
     for (unsigned int round = 0; round < 2; ++round) {
         run.expectSame(run.capture(*first, "first"), alone[0], "the first of two windows");
         run.expectSame(run.capture(second, "second"), alone[1], "the second of two windows");
     }
+    // Closing releases what the context holds: names of the neighbour's that are equal must not go with it.
     first->closeWindow();
     run.expectSame(run.capture(second, "second"), alone[1], "a window after another was closed");
     if (run.open(*first, systems[0], view)) {

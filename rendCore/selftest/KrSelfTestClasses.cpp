@@ -83,6 +83,7 @@ private:
     bool m_passed = true;
 };
 
+/// For numbers of about 1 that went through single precision at most once.
 bool isNear(double a, double b)
 {
     return std::fabs(a - b) <= 1e-6;
@@ -93,6 +94,7 @@ bool isNear(const osg::Vec3d& a, const osg::Vec3d& b)
     return (a - b).length() <= 1e-5; // cameras are turned in single precision
 }
 
+// The tolerance is the one of vectors, for the same reason.
 bool isNear(const osg::Matrixd& a, const osg::Matrixd& b)
 {
     for (int i = 0; i < 16; ++i) {
@@ -103,6 +105,7 @@ bool isNear(const osg::Matrixd& a, const osg::Matrixd& b)
     return true;
 }
 
+/// `size` x `size` doubles; the diagonal's places are size + 1 apart, whichever way the matrix is read.
 bool isIdentity(const double* matrix, int size)
 {
     for (int i = 0; i < size * size; ++i) {
@@ -119,6 +122,7 @@ bool countLinks(const osg::Group& group, unsigned int& next)
     bool isInOrder = true;
     for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
         const auto* const link = dynamic_cast<const KrRenderLink*>(group.getChild(i));
+        // The base link has a reserved index and is not counted.
         if (link && link->getJointIndex() != KrRenderLink::kBaseJointIndex) {
             isInOrder = isInOrder && link->getJointIndex() == next;
             ++next;
@@ -144,6 +148,7 @@ bool KrMathRoutine::selfTest() const
     vectorSub(sum, b, back);
     double unit[3] = {};
     vectorNormalization(a, unit);
+    // Its determinant is 7: it has an inverse, and none of its elements lie symmetrically, so that a transpose shows.
     const double matrix[9] = {2.0, 1.0, 0.0, 0.0, 3.0, 1.0, 1.0, 0.0, 1.0};
     double inverse[9] = {};
     double product[9] = {};
@@ -153,10 +158,12 @@ bool KrMathRoutine::selfTest() const
     matrixTranspose(matrix, 3, 3, transpose);
     matrixTranspose(transpose, 3, 3, twice);
     float best = 0.0f;
+    // Three points of a parabola give its vertex at once: the search ends where the formula says, not by luck.
     const auto parabola = [](float x) { return (x - 1.5f) * (x - 1.5f) + 2.0f; };
     const float lowest = parabolicSearch(0.0f, 1.0f, 4.0f, parabola(0.0f), parabola(1.0f), parabola(4.0f), parabola,
                                          1e-3f, 0.0f, 4.0f, 50, &best);
     return Check("KrMathRoutine")
+        // The first component is 2 * 4 - 3 * 0.5: right angles alone would let a wrong sign through.
         .that(isNear(vectorDot(cross, a), 0.0) && isNear(vectorDot(cross, b), 0.0) && isNear(cross[0], 6.5),
               "a cross product is at right angles to its operands")
         .that(std::equal(a, a + 3, back), "a sum less one operand is the other")
@@ -165,12 +172,14 @@ bool KrMathRoutine::selfTest() const
         .that(isNear(transpose[1], 0.0) && isNear(transpose[3], 1.0) && std::equal(matrix, matrix + 9, twice),
               "a transpose transposed is the matrix")
         .that(std::fabs(lowest - 2.0f) < 1e-3f && std::fabs(best - 1.5f) < 1e-2f, "a parabola's minimum is found")
+        // Halves go away from zero.
         .that(rndToLong(-2.5) == -3 && ifOdd(7) && !ifOdd(8), "numbers are rounded and told apart")
         .passed();
 }
 
 bool KrTransformation::selfTest() const
 {
+    // Kept: the translation is no part of an inverse (`KrTransformation::inverse`), so that it is set again below.
     const double turned[9] = {0, -1, 0, 1, 0, 0, 0, 0, 1}; // a quarter turn about z
     KrTransformation a;
     a.setRotation(turned);
@@ -183,6 +192,7 @@ bool KrTransformation::selfTest() const
     float roll = 0.0f, pitch = 0.0f, yaw = 0.0f;
     a.getRotation(roll, pitch, yaw);
     KrTransformation skewed;
+    // x along x, y in the x-y plane: the frame that Gram-Schmidt makes of these is the identity.
     skewed.setRotation(KrVector(2.0, 0.0, 0.0), KrVector(1.0, 3.0, 0.0), KrVector(0.0, 0.0, 5.0));
     double rotation[9] = {};
     const bool isMended = skewed.orthoNormal();
@@ -197,7 +207,10 @@ bool KrTransformation::selfTest() const
 
 bool KrRenderTypes::selfTest()
 {
+    // The numbers come back exactly where nothing is normalised: what is compared with ==
+    // passes through no arithmetic.
     const KrVector vector(1.5, -2.25, 1e-9);
+    // A unit axis, (1, 2, -2) being 3 long: the quaternion is of length 1, and normalising it changes rounding only.
     const osg::Quat turn(0.3, osg::Vec3d(1.0, 2.0, -2.0) / 3.0);
     KrOrientation orientation;
     osg2ec(turn, orientation);
@@ -220,10 +233,12 @@ bool KrLightProperties::selfTest() const
 {
     KrLight spot;
     spot.setDiffuse(KrColor(0.25, 0.5, 0.75));
+    // The toolkit's angles are radians, those of OpenGL degrees.
     spot.setSpotCutoff(0.25 * Kr::Angle::kPi);
     KrLightProperties lamp;
     lamp.setLightPara(spot, 1);
     const osg::ref_ptr<osg::LightSource> source = lamp.setGL();
+    // Kept: `setGL` gives the light source the first time alone; the window adds what it gives to its scene.
     const bool isMadeOnce = source.valid() && lamp.setGL() == nullptr && source->getLight() == lamp.light();
     const KrLightProperties copy(lamp);
     return Check("KrLightProperties")
@@ -238,6 +253,7 @@ bool KrLightProperties::selfTest() const
 bool KrSGTexture::selfTest() const
 {
     KrImage picture;
+    // Every byte is 7. Rows of nine bytes lie without gaps: a picture that is padded to four would have others there.
     picture.allocate(3, 7, 3, 5);
     KrSGTexture texture;
     const bool isLoaded = texture.loadFromImage(picture, KrTextureParameters());
@@ -264,7 +280,9 @@ bool KrSGBaseInputHandler::selfTest() const
     const osg::Matrixd matrix = handler->getMatrix();
     KrPovParameters back;
     handler->getPovParameters(back);
+    // A matrix says nothing of the distance to the centre of interest: the handler keeps the one that it has.
     handler->setByInverseMatrix(handler->getInverseMatrix());
+    // A camera of OpenGL looks along its own -z.
     const osg::Vec3d ahead = osg::Vec3d(0.0, 0.0, -pov.viewingDistance()) * matrix;
     return Check("KrSGBaseInputHandler")
         .that(isNear(matrix.getTrans(), osg::Vec3d(4.0, -3.0, 2.0)), "the camera stands at the eye point")
@@ -279,8 +297,10 @@ bool KrSGBaseInputHandler::selfTest() const
 
 bool KrSGWindow::selfTest() const
 {
+    // Never opened: nothing of this needs a context. The scenes below open windows of their own.
     KrSGWindow window;
     window.setWindowSize(640, 0);
+    // The last argument means the secondary mask, which the first one's accessor leaves out.
     window.setDisplayMask(KrRenderTypes::CenterOfInterestMarker, true, true);
     return Check("KrSGWindow")
         .that(window.aspectRatio() == 1.0, "a window without height has the aspect ratio 1")
@@ -308,6 +328,7 @@ bool KrRenderWindow::selfTest() const
 
 bool KrMultiRenderWindow::selfTest() const
 {
+    // Without a hint as many views stand side by side as the largest window holds, KrMultiRenderWindow::kLargestSize.
     KrMultiRenderWindow window(600, 400, 5);
     const bool isLaidOut = window.getNumWindows() == 5 && window.windowWidth() == 1800 && window.windowHeight() == 800;
     window.setNumColumnsHint(2);
@@ -322,6 +343,7 @@ bool KrRenderCaptureManager::selfTest() const
 {
     const osg::ref_ptr<KrRenderCaptureManager> manager = new KrRenderCaptureManager;
     manager->setFrameRate(25.0f);
+    // Kept: a size with a zero means no scaling, and both become zero.
     manager->setCaptureSize(640, 0);
     return Check("KrRenderCaptureManager")
         .that(manager->m_framePeriodMs == 40.0f, "a rate has its period")
@@ -332,6 +354,8 @@ bool KrRenderCaptureManager::selfTest() const
 
 bool KrRenderManipulator::selfTest() const
 {
+    // Joint positions of a state lie in this order: a link that is numbered otherwise would
+    // take another one's position.
     unsigned int numLinks = 0;
     const bool isInOrder = countLinks(*this, numLinks);
     bool hasShapes = true;
@@ -348,6 +372,7 @@ bool KrRenderManipulator::selfTest() const
 bool KrRenderLink::selfTest() const
 {
     const osg::ref_ptr<osg::MatrixTransform> frame = getDhFrame();
+    // A shape of the map that hangs nowhere would be changed and never seen.
     bool hasShapes = true;
     for (const auto& entry : m_map) {
         hasShapes = hasShapes && entry.second.valid() && entry.second->getNumParents() > 0;
@@ -364,6 +389,7 @@ bool KrRenderIntraLink::selfTest() const
 {
     bool arePlaced = true;
     for (const osg::ref_ptr<osg::MatrixTransform>& node : m_intraLinks) {
+        // A place is null where an intra-link has no shape to draw.
         arePlaced = arePlaced && (!node || !node->getMatrix().isNaN());
     }
     return Check("KrRenderIntraLink")
@@ -379,11 +405,13 @@ bool KrRenderShape::selfTest() const
     bool isBounded = true;
     for (unsigned int i = 0; i < getNumDrawables(); ++i) {
         const osg::Geometry* const geometry = getDrawable(i)->asGeometry();
+        // Only where both arrays are there can they disagree.
         if (geometry && geometry->getVertexArray() && geometry->getNormalArray()) {
             hasNormals = hasNormals &&
                          geometry->getNormalArray()->getNumElements() == geometry->getVertexArray()->getNumElements();
         }
         const osg::BoundingBox& box = getDrawable(i)->getBoundingBox();
+        // The near and far planes follow from the bounds of what is drawn: an endless one would take them with it.
         isBounded = isBounded && (!box.valid() || std::isfinite(box.radius()));
     }
     return Check("KrRenderShape")
@@ -397,6 +425,7 @@ bool KrRenderDeformationShape::selfTest() const
 {
     bool isDirect = true;
     for (unsigned int i = 0; i < getNumDrawables(); ++i) {
+        // A list keeps the vertices of the frame that it was made in, so that the shape would never bend.
         isDirect = isDirect && !getDrawable(i)->getUseDisplayList();
     }
     return Check("KrRenderDeformationShape")
@@ -407,6 +436,7 @@ bool KrRenderDeformationShape::selfTest() const
 
 bool KrRenderSelection::selfTest()
 {
+    // A key may name a shape that is not drawn, and then there is no node.
     setSelected(nullptr, KrShapeStateCacheKey()); // harmless
     setNonselected(nullptr, 0.5f, false);
     return Check("KrRenderSelection").draws({"selection", "transparency"}).passed();
@@ -416,6 +446,7 @@ bool KrRenderAxis::selfTest()
 {
     const osg::ref_ptr<osg::Node> axis = linkAxis(false);
     return Check("KrRenderAxis")
+        // Kept: one node for all links and windows; its scale is theirs together.
         .that(axis.valid() && axis == linkAxis(false) && axis->getNodeMask() == KrRenderTypes::LinkAxes,
               "there is one axis node, with its mask")
         .draws({"axes"})
@@ -424,6 +455,7 @@ bool KrRenderAxis::selfTest()
 
 bool KrRenderBoundingVolumes::selfTest()
 {
+    // A window without a system has no manipulator node.
     init(nullptr, KrMaterialMap()); // harmless
     return Check("KrRenderBoundingVolumes").draws({"volumes"}).passed();
 }
@@ -449,6 +481,7 @@ bool KrRenderGridPhysicalExtent::selfTest()
     const osg::ref_ptr<osg::Texture1D> table = createLUTTexture(colours);
     const osg::Image* const texels = table ? table->getImage() : nullptr;
     return Check("KrRenderGridPhysicalExtent")
+        // 0.5 * 255 is cut off, not rounded.
         .that(texels && texels->data()[0] == 255 && texels->data()[1] == 127 && texels->data()[2] == 0,
               "a table of colours becomes texels")
         .draws({"plume"})
@@ -476,12 +509,14 @@ bool KrTextureMarker::selfTest() const
 
 bool KrFrameStream::selfTest() const
 {
+    // Two are read by turns: a third would wait for the first.
     return Check("KrFrameStream").that(numInFlight() <= 2, "two frames wait at most").draws({"stream"}).passed();
 }
 
 bool KrDepthCapture::selfTest() const
 {
     return Check("KrDepthCapture")
+        // 0 until a first capture has asked the driver.
         .that(m_depthBits == 0 || errorBound(1.0) > 0.0, "a depth has an error")
         .draws({"depth"})
         .passed();

@@ -36,6 +36,7 @@ KrDataMap shaded(const Colour& colour, double glowing)
 }
 
 /// The part of the picture inside a rectangle of the plane y = 0 that is not black.
+// In pixels, so that it can be compared with an area; -1, which is no area, for a rectangle outside the picture.
 double litInside(const KrImage& picture, const KrSelfTestView& view, double x, double z, double halfWidth,
                  double halfHeight)
 {
@@ -62,6 +63,7 @@ void KrSelfTestScenes::primitives(KrSelfTestRun& run)
         double area; ///< of its outline, square metres
         Colour colour;
     };
+    // The outline of a box is its front face; what curves shows its silhouette at about its middle.
     const double front = 20.0 / 19.5; // the box's front face is that much nearer
     const Solid solids[] = {
         {"the sphere", boost::make_shared<KrSpherePhysicalExtent>(0.6), -2.0, 1.0, osg::PI * 0.36, {1.0, 0.2, 0.2}},
@@ -87,6 +89,7 @@ void KrSelfTestScenes::primitives(KrSelfTestRun& run)
          osg::PI * 0.32,
          {1.0, 0.3, 1.0}},
     };
+    // Brighter than what counts as background on every solid, so that the unlit half counts in the areas.
     constexpr double kGlow = 0.2;
     KrIndividualManipulator robot("solids");
     for (const Solid& solid : solids) {
@@ -99,7 +102,9 @@ void KrSelfTestScenes::primitives(KrSelfTestRun& run)
     if (!run.open(window, system, view)) {
         return;
     }
+    // From the right, the eye's side and above, by equal parts: 1 / sqrt 3 each.
     run.light(window, KrVector(1.0, -1.0, 1.0));
+    // Six per cent of an area below: solids are drawn as facets inside their surface, and edges fall between pixels.
     const KrImage picture = run.capture(window, "solids");
     const double squareMetre = view.scale() * view.scale();
     for (const Solid& solid : solids) {
@@ -127,6 +132,7 @@ void KrSelfTestScenes::materials(KrSelfTestRun& run)
     const Colour ambient = {0.5, 1.0, 0.75};
     const Colour specular = {0.7, 0.7, 0.0};
     const char* const channels[3] = {"Red", "Green", "Blue"};
+    // One plate for each of the four colours, so that a channel that goes into the wrong one is seen.
     KrDataMap maps[4];
     maps[0] = Run::glow(emission);
     maps[1] = shaded(diffuse, 0.0);
@@ -138,6 +144,7 @@ void KrSelfTestScenes::materials(KrSelfTestRun& run)
     KrIndividualManipulator robot("plates");
     for (unsigned int i = 0; i < 4; ++i) {
         robot.materialMap().set("plate " + std::to_string(i), maps[i]);
+        // The front of a plate lies 0.05 m before the plane y = 0, where `plate` below looks.
         robot.addShape(Run::box(KrVector(1.2, 0.1, 2.0), KrVector(-2.25 + 1.5 * i, 0.0, 0.0),
                                 ("plate " + std::to_string(i)).c_str()));
     }
@@ -159,6 +166,7 @@ void KrSelfTestScenes::materials(KrSelfTestRun& run)
     run.expectColour(picture, plate(3), specular, kColourTolerance, "a shining plate that mirrors the lamp");
 
     window.setViewerAttribute(KrSGWindow::Lighting, false);
+    // What colour it has instead is not the material's to say: only that it changes is asked.
     run.expect(Run::colourAt(run.capture(window, "unlit"), plate(3)) != Run::colourAt(picture, plate(3)),
                "without lighting nothing shines");
     window.setViewerAttribute(KrSGWindow::Lighting, true);
@@ -169,6 +177,7 @@ void KrSelfTestScenes::textures(KrSelfTestRun& run)
 {
     // Red lower left, green lower right, blue upper left, white upper right.
     constexpr unsigned int kSize = 64;
+    // No two alike: a picture that is mirrored, upside down or turned has another colour somewhere.
     const Colour quarters[4] = {{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}, {1.0, 1.0, 1.0}};
     KrImage pattern;
     pattern.allocate(3, 0, kSize, kSize);
@@ -178,10 +187,12 @@ void KrSelfTestScenes::textures(KrSelfTestRun& run)
             pattern.data()[3 * i + k] = static_cast<unsigned char>(255.0 * colour[k]);
         }
     }
+    // By way of a file: the reader's order of rows is part of what can be wrong.
     const std::string file = run.scratchFile("pattern.png");
     if (!run.expect(pattern.writeFile(file, KrImage::BottomRowFirst), "a picture can be written and read")) {
         return;
     }
+    // The texture is multiplied with the lit colour, and white leaves it as it is.
     KrDataMap textured = Run::glow({1.0, 1.0, 1.0});
     textured.setString("krTextureFilename", file);
     KrIndividualManipulator robot("sheets");
@@ -203,6 +214,7 @@ void KrSelfTestScenes::textures(KrSelfTestRun& run)
         run.expectColour(picture, view.at(x, z), quarters[i], kColourTolerance, names[i]);
     }
     run.expectColour(picture, view.at(1.5, 0.0), {0.25, 0.5, 0.75}, kColourTolerance, "a sheet without a texture");
+    // Two sheets of 2 m by 2 m.
     run.expectCoverage(picture, view.coverage(8.0), 0.03, "two sheets");
 
     window.setViewerAttribute(KrSGWindow::Texturing, false);
@@ -214,8 +226,11 @@ void KrSelfTestScenes::transparency(KrSelfTestRun& run)
 {
     KrIndividualManipulator robot = Run::robot();
     KrDataMap glass = Run::glow({1.0, 0.0, 0.0});
+    // Kept: the diffuse alpha alone decides that a material is translucent; all colours are blended by it.
     glass.setReal("krDiffuseAlpha", 0.5);
     // From the eye: a white post, a red pane, a green wall on the left, another pane behind it.
+    // The panes come first on purpose: drawn in this order, the wall would be hidden by the
+    // depth of the pane before it.
     robot.addShape(boost::shared_ptr<KrBasePhysicalExtent>(Run::sheet(-1.5, 1.5, -0.8, 0.8, 0.0, glass)));
     robot.addShape(boost::shared_ptr<KrBasePhysicalExtent>(Run::sheet(-2.0, 2.0, 1.0, 1.8, 2.0, glass)));
     robot.addShape(Run::box(KrVector(2.5, 0.1, 4.0), KrVector(-1.25, 1.0, 0.0), "green"));
@@ -256,6 +271,7 @@ void KrSelfTestScenes::selection(KrSelfTestRun& run)
     run.expectColour(before, left, {1.0, 0.0, 0.0}, kColourTolerance, "the red sheet");
     run.expectColour(before, right, {0.0, 1.0, 0.0}, kColourTolerance, "the green sheet");
 
+    // Kept: the number is how much of what is not selected remains, 1 being opaque.
     system.setTransparency(kOpacity);
     system.selectShape(KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 0));
     const KrImage onBlack = run.capture(window, "selected");
@@ -263,6 +279,7 @@ void KrSelfTestScenes::selection(KrSelfTestRun& run)
                "the selected sheet stays red");
     window.setBackgroundColor(KrColor(0.0, 0.0, 1.0));
     const KrImage onBlue = run.capture(window, "selected on blue");
+    // Two backgrounds, whose difference holds the background's share alone, whatever colour the sheet itself has got.
     run.expectNear(Run::colourAt(onBlue, right)[2] - Run::colourAt(onBlack, right)[2], 1.0 - kOpacity, 0.02,
                    "what the faded sheet lets through");
     run.expectNear(Run::colourAt(onBlue, left)[2] - Run::colourAt(onBlack, left)[2], 0.0, 0.01,
@@ -270,6 +287,7 @@ void KrSelfTestScenes::selection(KrSelfTestRun& run)
 
     window.setBackgroundColor(KrColor(0.0, 0.0, 0.0));
     system.clearSelection();
+    // A selection changes state sets and scene nodes: all of it has to be undone.
     run.expectSame(run.capture(window, "restored"), before, "the selection taken back");
 }
 
@@ -287,6 +305,7 @@ void KrSelfTestScenes::links(KrSelfTestRun& run)
         return result;
     };
     KrIndividualManipulator robot = Run::robot();
+    // Below the joints, where neither pose nor rod comes.
     robot.addShape(Run::box(KrVector(0.4, 0.4, 0.4), KrVector(0.0, 0.0, -0.6), "grey"));
     KrManipulatorLink upper = link("upper", 0.0, "red");
     upper.addChildLink(link("lower", 1.2, "green"));
@@ -301,10 +320,12 @@ void KrSelfTestScenes::links(KrSelfTestRun& run)
     if (!run.open(window, system, view)) {
         return;
     }
+    // Of both signs and either side: an angle of the wrong sign, or one that is added up wrongly, misses the patches.
     const double poses[2][2] = {{0.7, -1.2}, {2.4, 0.9}}; // rad
     for (const double* const pose : {poses[0], poses[1]}) {
         system.setJointPosition(0, "upper", pose[0]);
         system.setJointPosition(0, "lower", pose[1]);
+        // The window keeps a copy of the state: a change to the system alone moves nothing.
         window.setState(system.systemState());
         const KrImage picture = run.capture(window, pose == poses[0] ? "first pose" : "second pose");
         const auto along = [](double x, double z, double angle, double distance) {

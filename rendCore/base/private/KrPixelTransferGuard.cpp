@@ -29,11 +29,13 @@ constexpr GLenum kTransfers[] = {GL_RED_SCALE,   GL_GREEN_SCALE, GL_BLUE_SCALE, 
                                  GL_ALPHA_BIAS,  GL_DEPTH_BIAS,  GL_MAP_COLOR};
 constexpr std::size_t kNumScales = 5;
 
+// A scale of one and a bias of zero leave every value as it is.
 float wantedTransfer(std::size_t i)
 {
     return i < kNumScales ? 1.0f : 0.0f;
 }
 
+// 0 where the context knows no such buffers: asking for the name would be an error there.
 unsigned int boundBuffer(const osg::GLExtensions& gl, GLenum binding)
 {
     GLint name = 0;
@@ -71,10 +73,12 @@ KrPixelTransferGuard::KrPixelTransferGuard(const osg::GLExtensions& gl, int alig
 {
     static_assert(std::size(kStores) == kNumStores && std::size(kTransfers) == kNumTransfers);
     if (m_unpackBuffer != 0) {
+        // A bound buffer would turn the pointers of pixels into offsets in it.
         m_gl.glBindBuffer(kPixelUnpackBuffer, 0);
     }
     for (std::size_t i = 0; i < kNumStores; ++i) {
         const int wanted = i < kNumAlignments ? m_alignment : 0;
+        // What a context does not know leaves the number alone, and nothing is set for it.
         m_stores[i] = wanted;
         glGetIntegerv(kStores[i], &m_stores[i]);
         if (m_stores[i] != wanted) {

@@ -21,8 +21,10 @@ std::size_t KrTraversalStack::bytesPerLink()
 
 std::size_t KrTraversalStack::bytesLeft()
 {
+    // Not known means enough: a tree is refused only for a stack that is known to be too small.
     constexpr std::size_t unknown = std::numeric_limits<std::size_t>::max();
     pthread_attr_t attributes;
+    // Of the main thread this reads a file of the system: for the loading of a scene, not for every frame.
     if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
         return unknown;
     }
@@ -30,6 +32,7 @@ std::size_t KrTraversalStack::bytesLeft()
     std::size_t size = 0;
     const bool isKnown = pthread_attr_getstack(&attributes, &lowest, &size) == 0;
     pthread_attr_destroy(&attributes);
+    // Stacks grow downwards: what is left lies between the lowest address and this frame.
     const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     const auto end = reinterpret_cast<std::uintptr_t>(lowest);
     // A coroutine runs on memory of its own.
@@ -39,6 +42,7 @@ std::size_t KrTraversalStack::bytesLeft()
 bool KrTraversalStack::holds(const KrIndividualManipulator& manipulator, bool isTold)
 {
     const std::uint64_t depth = manipulator.depth();
+    // The reserve is for what a traversal calls at its deepest link.
     const std::uint64_t needed = depth * bytesPerLink() + Kr::Limits::kStackReserve;
     const std::size_t left = bytesLeft();
     if (needed <= left) {

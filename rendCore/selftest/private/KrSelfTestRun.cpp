@@ -19,8 +19,10 @@
 namespace
 {
 
+// The background is exactly black. What is this dark besides is how a driver rounds.
 constexpr int kLeastLit = 8; // of 255: darker is taken for the black background
 
+// Keys of a data map are made of a prefix and the channel's name; alpha is left to its default, which is opaque.
 void setColour(KrDataMap& map, const std::string& prefix, const KrSelfTestRun::Colour& colour)
 {
     map.setReal(prefix + "Red", colour[0]);
@@ -28,6 +30,7 @@ void setColour(KrDataMap& map, const std::string& prefix, const KrSelfTestRun::C
     map.setReal(prefix + "Blue", colour[2]);
 }
 
+// Messages of the library end in a full stop and a line end; here one becomes a clause of another sentence.
 std::string withoutLineEnd(std::string text)
 {
     while (!text.empty() && (text.back() == '\n' || text.back() == '.')) {
@@ -44,12 +47,16 @@ KrPovParameters KrSelfTestView::pov() const
     pov.setEyepoint(KrVector(0.0, -distance, 0.0));
     pov.setCenterOfInterest(KrVector(0.0, 0.0, 0.0));
     pov.setUp(KrVector(0.0, 0.0, 1.0));
+    // The angle whose tangent makes the plane through the origin just `metresHigh` high: right
+    // triangle of eye, origin, edge.
     pov.setFieldOfView(2.0 * std::atan(0.5 * metresHigh / distance));
     return pov;
 }
 
 KrSelfTestView::Pixel KrSelfTestView::at(const KrVector& point) const
 {
+    // The eye looks along +y with z upwards, so x and z go into the picture unturned and
+    // only the distance scales them.
     const double pixels = scale(point.y());
     return {0.5 * width + pixels * point.x(), 0.5 * height + pixels * point.z()};
 }
@@ -58,6 +65,8 @@ KrSelfTestRun::KrSelfTestRun(const char* name, const std::string& folder, const 
     : m_name(name)
     , m_folder(folder)
     , m_spoiler(spoiler)
+    // A renderer that warns is not well even where its picture is right: the first warning decides the result, and
+    // the caller's sink hears nothing of a test.
     , m_previous(Kr::Print::instance()->setSink([this](Kr::Print::Type type, const std::string& text) {
         if (type >= Kr::Print::Warning && m_said.empty()) {
             m_said = withoutLineEnd(text);
@@ -68,6 +77,7 @@ KrSelfTestRun::KrSelfTestRun(const char* name, const std::string& folder, const 
 
 KrSelfTestRun::~KrSelfTestRun()
 {
+    // The sink refers to this object: it goes before anything else does.
     Kr::Print::instance()->setSink(std::move(m_previous));
     if (!m_scratchFolder.empty()) {
         std::error_code error;
@@ -77,6 +87,7 @@ KrSelfTestRun::~KrSelfTestRun()
 
 bool KrSelfTestRun::open(KrSGWindow& window, const KrSelfTestView& view)
 {
+    // Both are settings of a window that is not open yet: a hidden window renders the same pixels.
     window.setHideWindow(true);
     window.setWindowSize(view.width, view.height);
     if (!window.init()) {
@@ -90,6 +101,7 @@ bool KrSelfTestRun::open(KrSGWindow& window, const KrSelfTestView& view)
 
 bool KrSelfTestRun::open(KrRenderWindow& window, const KrStatedSystem& system, const KrSelfTestView& view)
 {
+    // The system comes last: the window loads it with its first frame, when the context is there.
     if (!open(static_cast<KrSGWindow&>(window), view)) {
         return false;
     }
@@ -102,6 +114,7 @@ void KrSelfTestRun::light(KrSGWindow& window, const KrVector& towardsLamp)
     KrLight lamp;
     lamp.setPosition(towardsLamp);
     KrLightParameters lamps;
+    // This replaces the window's own lamps, so that the shading asked for depends on one direction alone.
     lamps.lights().push_back(lamp);
     window.loadLight(lamps);
 }
@@ -114,6 +127,7 @@ KrImage KrSelfTestRun::capture(KrSGWindow& window, const char* what, unsigned in
         fail("%s: no frame can be drawn", what);
         return {};
     }
+    // glGetError asks the context that is current, and a callback of the frame may have made another one so.
     window.makeCurrent();
     checkGL(what);
     keep(picture, what);
@@ -122,6 +136,7 @@ KrImage KrSelfTestRun::capture(KrSGWindow& window, const char* what, unsigned in
 
 void KrSelfTestRun::keep(KrImage& picture, const char* what)
 {
+    // Spoiled before it is written, so that the file shows what was judged.
     if (m_spoiler.picture) {
         m_spoiler.picture(picture);
     }
@@ -161,6 +176,7 @@ bool KrSelfTestRun::checkGL(const char* what)
 
 void KrSelfTestRun::fail(const char* format, ...)
 {
+    // What follows a first fault is mostly its consequence, and would only hide it.
     if (!passed()) {
         return;
     }
@@ -170,6 +186,8 @@ void KrSelfTestRun::fail(const char* format, ...)
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     m_result.message = text;
+    // The warning that came before usually names the cause. It is told here, and so is no
+    // finding of its own any more.
     if (!m_said.empty()) {
         m_result.message += " (" + m_said + ")";
         m_said.clear();
@@ -218,6 +236,7 @@ bool KrSelfTestRun::expectCoverage(const KrImage& picture, double wanted, double
         return false;
     }
     const double seen = coverage(picture);
+    // The tolerance is relative: how much an outline's pixels add depends on how large the outline is.
     const bool isNear = std::fabs(seen - wanted) <= tolerance * wanted;
     if (!isNear) {
         fail("%s: %.2f %% of the picture are covered instead of %.2f %%", what, 100.0 * seen, 100.0 * wanted);
@@ -230,6 +249,7 @@ bool KrSelfTestRun::expectSame(const KrImage& a, const KrImage& b, const char* w
     if (!a.data() || !b.data()) {
         return false;
     }
+    // To the byte: both come from the same driver and the same scene, and what is put back must be back altogether.
     std::size_t different = a.sizeInBytes() != b.sizeInBytes() ? 1 : 0;
     for (std::size_t i = 0; different == 0 && i < a.sizeInBytes(); ++i) {
         different += a.data()[i] != b.data()[i] ? 1 : 0;
@@ -244,11 +264,13 @@ KrSelfTestRun::Colour KrSelfTestRun::colourAt(const KrImage& picture, KrSelfTest
 {
     Colour sum = {0.0, 0.0, 0.0};
     if (!picture.data() || picture.channels() < 3) {
+        // No colour is near this one, so that a picture without channels fails whatever is asked of it.
         return {-1.0, -1.0, -1.0};
     }
     const long r = static_cast<long>(radius);
     const long width = static_cast<long>(picture.width());
     const long height = static_cast<long>(picture.height());
+    // Odd pixels are taken to the edge: a wrong reckoning fails by its colour and not by reading beside the picture.
     const long column = std::clamp(static_cast<long>(pixel.column), 0L, width - 1);
     const long row = std::clamp(static_cast<long>(pixel.row), 0L, height - 1);
     double count = 0.0;
@@ -272,6 +294,7 @@ double KrSelfTestRun::coverage(const KrImage& picture)
 {
     std::size_t lit = 0;
     const std::size_t channels = picture.channels();
+    // Grey pictures have one channel: the largest one decides, however many there are.
     for (std::size_t i = 0; picture.data() && i + channels <= picture.sizeInBytes(); i += channels) {
         const unsigned char* const p = picture.data() + i;
         lit += *std::max_element(p, p + channels) > kLeastLit ? 1 : 0;
@@ -284,9 +307,11 @@ std::string KrSelfTestRun::scratchFile(const char* name)
 {
     if (m_scratchFolder.empty()) {
         std::error_code error;
+        // mkdtemp makes a folder that nobody else has and only this user can read, whatever runs beside it.
         std::string pattern = (std::filesystem::temp_directory_path(error) / "krselftestXXXXXX").string();
         if (error || !mkdtemp(pattern.data())) {
             fail("there is no folder for temporary files");
+            // The name alone serves as a path that need not exist: the test goes on to its end with the fault noted.
             return name;
         }
         m_scratchFolder = pattern;
@@ -296,6 +321,7 @@ std::string KrSelfTestRun::scratchFile(const char* name)
 
 KrSelfTest::Result KrSelfTestRun::result()
 {
+    // Only now: a warning alone is a finding when nothing else was.
     if (passed() && !m_said.empty()) {
         fail("an unexpected message");
     }
@@ -306,6 +332,7 @@ KrSelfTest::Result KrSelfTestRun::result()
 std::string KrSelfTestRun::pathOf(const std::string& what) const
 {
     std::string name = what;
+    // Names of files without spaces can be pasted into any shell.
     std::replace(name.begin(), name.end(), ' ', '-');
     return m_folder + "/" + m_name + "-" + name + ".png";
 }
@@ -313,6 +340,7 @@ std::string KrSelfTestRun::pathOf(const std::string& what) const
 KrDataMap KrSelfTestRun::glow(const Colour& colour)
 {
     KrDataMap map;
+    // Emission is added whatever the lamps do, so that a patch has just this colour.
     setColour(map, "krEmission", colour);
     return map;
 }
@@ -339,6 +367,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrSelfTestRun::sheet(double x0, double x1
     KrXmlVectorVector vertices, normals;
     KrXmlVectorType<KrPlanarVector> coordinates;
     KrXmlVectorType<KrTriangle> triangles;
+    // One normal for all corners, towards the eye of a KrSelfTestView.
     normals.push_back(KrVector(0.0, -1.0, 0.0));
     for (std::uint32_t i = 0; i <= columns; ++i) {
         const double u = double(i) / columns;
@@ -347,12 +376,14 @@ boost::shared_ptr<KrTriPhysicalExtent> KrSelfTestRun::sheet(double x0, double x1
             coordinates.push_back(KrPlanarVector(u, v));
         }
         const std::uint32_t first = 2 * i;
+        // Counter-clockwise as the eye sees them: a sheet shows its front.
         const std::uint32_t corners[2][3] = {{first, first + 2, first + 3}, {first, first + 3, first + 1}};
         for (const auto& three : corners) {
             KrTriangle triangle;
             for (unsigned int corner = 0; corner < 3; ++corner) {
                 triangle.setCorner(corner, three[corner], 0, three[corner]);
             }
+            // The last column of vertices closes the sheet and begins no square.
             if (i < columns) {
                 triangles.push_back(triangle);
             }
