@@ -33,7 +33,9 @@ public:
     /// The memory that was lent last holds its frame now.
     void submit();
 
+    /// Frames that are written by now.
     std::size_t numWritten() const;
+    /// Whether the writing has ended early: no memory is lent any more.
     bool hasFailed() const;
     /// Waits until all frames are written, or the writing has failed: false, and the reason is that of `Write`.
     bool finish(std::string& reason);

@@ -41,6 +41,7 @@ public:
     /// Of systems that are added from now on.
     void setShown(const Shown& shown) { m_shown = shown; }
 
+    /// A point that is to be in the picture.
     void add(const KrVector& point);
     /// Every corner of what is shown of `system`, posed by `state`, which fits the system. The system stays where it is
     /// while this object lives.
@@ -50,6 +51,7 @@ public:
     /// that bend are left as the first state bends them.
     void addMotion(const KrManipulatorSystem& system, KrMotion& motion);
 
+    /// Whether nothing was added that has an extent.
     bool isEmpty() const { return m_numPoints == 0; }
     /// The middle of the bounding box; the origin when there is no point.
     KrVector center() const;

@@ -30,6 +30,7 @@ public:
     /// of the joints that move, in their order, rad or m
     void add(double time, const std::vector<double>& positions);
 
+    /// Number of states.
     std::size_t size() const { return m_values.size() / (1 + m_joints.size()); }
     double time(std::size_t i) const { return m_values[i * (1 + m_joints.size())]; } ///< of state `i`, s
 

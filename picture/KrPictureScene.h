@@ -22,6 +22,7 @@ class KrFrameStream;
 class KrPictureScene
 {
 public:
+    /// Nothing is opened yet; the window can be named.
     KrPictureScene();
 
     /// Opens the window. Once.
@@ -52,6 +53,7 @@ public:
     bool drawDepth(const KrManipulatorSystemState& state, const KrDepthCapture::Options& options,
                    std::vector<float>& depths, std::string& reason);
 
+    /// What is drawn into: for lights, aids, nodes of one's own and intrinsics. Its size is the scene's to choose.
     KrRenderWindow& window() { return m_window; }
     /// Drawn pixels for each pixel of a picture, across and down.
     unsigned int factor() const { return m_factor; }
