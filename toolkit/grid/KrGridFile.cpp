@@ -62,6 +62,7 @@ std::size_t sizeOf(Scalar type)
     }
 }
 
+// What both formats are read into, before it becomes an extent.
 struct Field
 {
     std::array<unsigned int, 3> counts = {0, 0, 0};
@@ -74,11 +75,13 @@ struct Field
     std::size_t numValues() const { return std::size_t{counts[0]} * counts[1] * counts[2]; }
 };
 
+// Text of a file in a message: one line, of a limited length.
 std::string inQuotes(const std::string& text, std::size_t longest = Kr::Limits::kMessageName)
 {
     return "\"" + KrText::oneLine(text, longest) + "\"";
 }
 
+// The size is asked before memory is.
 std::string loadFile(const std::string& path)
 {
     std::error_code error;
@@ -97,6 +100,7 @@ std::string loadFile(const std::string& path)
     return content;
 }
 
+// With either kind of line end; the last line need not have one.
 std::string_view takeLine(std::string_view& rest)
 {
     const std::size_t end = std::min(rest.find('\n'), rest.size());
@@ -108,6 +112,7 @@ std::string_view takeLine(std::string_view& rest)
     return line;
 }
 
+// Exactly `count` numbers; `what` begins the message otherwise.
 std::vector<double> numbers(const std::string& text, std::size_t count, const char* what)
 {
     std::vector<double> out(count);
@@ -129,6 +134,7 @@ void setCounts(Field& field, const std::vector<double>& sizes, double lessEach)
     double product = 1.0;
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const double count = sizes[axis] - lessEach;
+        // In double precision a product cannot wrap around, whatever the file says.
         product *= count;
         if (!(count >= 1.0 && product <= KrGridFile::kMaxValues) || count != std::floor(count)) {
             throw Trouble("the sizes are not those of a grid of up to " + std::to_string(KrGridFile::kMaxValues) +
@@ -138,6 +144,7 @@ void setCounts(Field& field, const std::vector<double>& sizes, double lessEach)
     }
 }
 
+// By way of a copy: the bytes of a file are aligned to nothing.
 template <typename T>
 double one(const char* bytes, bool isSwapped)
 {
@@ -161,11 +168,13 @@ void convert(std::string_view bytes, bool isSwapped, std::vector<double>& values
 
 void readBinary(std::string_view bytes, Scalar type, bool isBigEndian, Field& field)
 {
+    // The product is below the limit on values, see setCounts.
     const std::size_t needed = field.numValues() * sizeOf(type);
     if (bytes.size() < needed) {
         throw Trouble("its data are " + std::to_string(bytes.size()) + " bytes, not " + std::to_string(needed));
     }
     field.values.resize(field.numValues());
+    // Which order the bytes of this machine have, asked of a number.
     const std::uint16_t probe = 1;
     const bool isHostLittle = *reinterpret_cast<const unsigned char*>(&probe) == 1;
     const bool isSwapped = isBigEndian == isHostLittle;
@@ -211,6 +220,7 @@ void readText(std::string_view text, Field& field)
 /// `size` bytes of one or several members in the gzip or zlib format, after each other.
 std::string inflated(std::string_view bytes, std::size_t size)
 {
+    // Before memory is asked for: compressed data cannot stand for more than this.
     if (size / kMaxGzipRatio > bytes.size()) {
         throw Trouble("its compressed data are too short");
     }
@@ -220,14 +230,17 @@ std::string inflated(std::string_view bytes, std::size_t size)
     stream.avail_in = static_cast<uInt>(bytes.size());
     stream.next_out = reinterpret_cast<Bytef*>(&out[0]);
     stream.avail_out = static_cast<uInt>(out.size());
+    // zlib's largest window, and 32 on top for telling the two formats apart by their headers.
     constexpr int gzipOrZlib = 15 + 32;
     if (inflateInit2(&stream, gzipOrZlib) != Z_OK) {
         throw Trouble("out of memory");
     }
     int result = inflate(&stream, Z_FINISH);
+    // A gzip file may have several members, which are put after each other.
     while (result == Z_STREAM_END && stream.avail_out != 0 && stream.avail_in != 0) {
         result = inflateReset(&stream) == Z_OK ? inflate(&stream, Z_FINISH) : Z_STREAM_ERROR;
     }
+    // A full output may come before the last bytes of the input are looked at; what is left of them does not count.
     const bool isWhole = stream.avail_out == 0 && (result == Z_STREAM_END || result == Z_BUF_ERROR || result == Z_OK);
     inflateEnd(&stream);
     if (!isWhole) {
@@ -252,9 +265,11 @@ const std::string& need(const Header& header, const char* key)
 Header nrrdHeader(std::string_view& rest)
 {
     Header header;
+    // The first line is the magic, which readField has seen.
     takeLine(rest);
     while (!rest.empty()) {
         const std::string line(takeLine(rest));
+        // An empty line ends the header; data follow, in this file or in another one.
         if (line.empty()) {
             break;
         }
@@ -263,6 +278,7 @@ Header nrrdHeader(std::string_view& rest)
         if (line[0] == '#' || colon == std::string::npos || line.find(":=") < colon) {
             continue;
         }
+        // Names of fields are compared without regard to case and blanks, as other readers of the format do.
         std::string key = KrText::lowered(line.substr(0, colon));
         key.erase(std::remove(key.begin(), key.end(), ' '), key.end());
         header[key] = KrText::trimmed(std::string_view(line).substr(colon + 2));
@@ -272,6 +288,7 @@ Header nrrdHeader(std::string_view& rest)
 
 Scalar nrrdType(const std::string& name)
 {
+    // The spellings that the definition of the format lists, but for "block", whose size it leaves to the file.
     static const std::map<std::string, Scalar> types = {
         {"signed char", Scalar::Int8},    {"int8", Scalar::Int8},
         {"int8_t", Scalar::Int8},         {"uchar", Scalar::UInt8},
@@ -345,7 +362,10 @@ void nrrdSpan(const std::vector<double>& ends, bool hasSpacing, Field& field)
 {
     for (unsigned int axis = 0; axis < 3; ++axis) {
         const double length = ends[axis] - field.first[axis];
+        // Between the middles of n samples there are n - 1 steps. A single sample has none: its spacing is no finite
+        // number and is refused in tryRead.
         const unsigned int numSteps = field.counts[axis] - (field.isCorner[axis] ? 0 : 1);
+        // The tolerance is relative: headers have rounded numbers. Written so that NaN fails too.
         if (hasSpacing && !(std::abs(numSteps * field.spacing[axis] - length) <= 1e-4 * std::abs(length))) {
             throw Trouble("its spacings and axis maxs contradict each other");
         }
@@ -361,6 +381,7 @@ void nrrdPlace(const Header& header, Field& field)
     }
     if (const auto found = header.find("spacedirections"); found != header.end()) {
         const std::vector<double> m = nrrdVectors(found->second, 9, "space directions");
+        // A field's axes are those of its link, so the matrix is diagonal: elements 0, 4 and 8.
         for (unsigned int i = 0; i < 9; ++i) {
             if (i % 4 != 0 && m[i] != 0.0) {
                 throw Trouble("its space directions are not along the axes");
@@ -391,6 +412,7 @@ void nrrdPlace(const Header& header, Field& field)
 
 void nrrdSkipLines(const Header& header, std::string_view& data)
 {
+    // In double precision: the number of lines is the file's word, and it ends with the data at the latest.
     const auto lines = header.find("lineskip");
     for (double n = lines == header.end() ? 0.0 : numbers(lines->second, 1, "line skip")[0]; n > 0.0 && !data.empty();
          n -= 1.0) {
@@ -403,6 +425,7 @@ std::size_t nrrdByteSkip(const Header& header, bool isRaw, std::size_t size, std
 {
     const auto found = header.find("byteskip");
     const double bytes = found == header.end() ? 0.0 : numbers(found->second, 1, "byte skip")[0];
+    // Data stand at the end of the file then, behind a foreign header of unknown size.
     if (bytes == -1.0 && isRaw) {
         return size - std::min(size, needed);
     }
@@ -429,11 +452,13 @@ Field readNrrd(const std::string& path, std::string_view content)
     if (need(header, "dimension") != "3") {
         throw Trouble("it has " + KrText::oneLine(header.at("dimension")) + " dimensions, not 3");
     }
+    // Sizes before data: what follows relies on a number of values that is within the limit.
     setCounts(field, numbers(need(header, "sizes"), 3, "sizes"), 0.0);
     nrrdPlace(header, field);
     const Scalar type = nrrdType(need(header, "type"));
     const std::size_t needed = field.numValues() * sizeOf(type);
 
+    // Keeps the bytes that `content` then looks at, as `unpacked` does below.
     std::string detached;
     auto file = header.find("datafile");
     if (file != header.end()) {
@@ -455,6 +480,7 @@ Field readNrrd(const std::string& path, std::string_view content)
         return field;
     }
     const auto endian = header.find("endian");
+    // A single byte has no order.
     if (sizeOf(type) > 1 && endian == header.end()) {
         throw Trouble("its header has no \"endian\"");
     }
@@ -488,6 +514,7 @@ std::array<double, 3> three(const std::string& text, const char* what)
 
 Field readVtk(std::string_view content)
 {
+    // Version and title, which say nothing about the data.
     takeLine(content);
     takeLine(content);
     const std::string format = KrText::lowered(KrText::trimmed(takeLine(content)));
@@ -495,6 +522,7 @@ Field readVtk(std::string_view content)
         throw Trouble("it is neither ASCII nor BINARY");
     }
     Field field;
+    // Counts of points; of cells there is one less along each axis.
     std::vector<double> dimensions;
     bool isData = false;
     while (!content.empty()) {
@@ -503,13 +531,16 @@ Field readVtk(std::string_view content)
         const std::string key = KrText::lowered(line.substr(0, space));
         const std::string value(KrText::trimmed(std::string_view(line).substr(space)));
         if (key == "dataset" && KrText::lowered(value) != "structured_points") {
+            // The other kinds of data set are not regular grids along the axes.
             throw Trouble("its data set is " + inQuotes(value) + ", not STRUCTURED_POINTS");
         } else if (key == "dimensions") {
             dimensions = numbers(value, 3, "dimensions");
         } else if (key == "origin") {
             field.first = three(value, "the origin");
+            // Older versions of the format call the spacing so.
         } else if (key == "spacing" || key == "aspect_ratio") {
             field.spacing = three(value, "spacings");
+            // Says how the scalars that follow are placed: a value at each point, or one for each cell.
         } else if (key == "point_data" || key == "cell_data") {
             isData = dimensions.size() == 3;
             field.isCorner.fill(key == "cell_data");
@@ -527,6 +558,7 @@ Field readVtk(std::string_view content)
             if (KrText::lowered(takeLine(next)).rfind("lookup_table", 0) == 0) {
                 content = next;
             }
+            // Binary data are big-endian in this format, whatever machine has written them.
             format == "ascii" ? readText(content, field) : readBinary(content, vtkType(type), true, field);
             return field;
         } else if (!key.empty() && key != "dataset") {
@@ -536,6 +568,7 @@ Field readVtk(std::string_view content)
     throw Trouble("it has no scalars");
 }
 
+// By content: a file's name says nothing.
 Field readField(const std::string& path)
 {
     const std::string content = loadFile(path);
@@ -570,12 +603,14 @@ std::string KrGridFile::tryRead(const std::string& path, KrGridPhysicalExtent& g
                   std::isfinite(field.first[axis]))) {
                 throw Trouble("its spacings are not positive or its origin is not finite");
             }
+            // The box reaches half a spacing beyond the middles of the outermost samples.
             minimum[axis] = field.first[axis] - (field.isCorner[axis] ? 0.0 : 0.5 * field.spacing[axis]);
             maximum[axis] = minimum[axis] + field.counts[axis] * field.spacing[axis];
             if (!std::isfinite(maximum[axis])) {
                 throw Trouble("its corners are not finite");
             }
         }
+        // A value that is not finite has no colour, and would spoil the range of the others.
         if (!std::all_of(field.values.begin(), field.values.end(), [](double v) { return std::isfinite(v); })) {
             throw Trouble("not all of its values are finite");
         }
@@ -583,6 +618,7 @@ std::string KrGridFile::tryRead(const std::string& path, KrGridPhysicalExtent& g
         return std::string();
     } catch (const std::exception& error) {
         return error.what();
+        // Nothing passes a public function.
     } catch (...) {
         return "it cannot be read";
     }

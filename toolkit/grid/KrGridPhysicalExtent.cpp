@@ -17,6 +17,7 @@
 namespace
 {
 
+// For messages.
 std::string format(unsigned int nx, unsigned int ny, unsigned int nz)
 {
     return std::to_string(nx) + " x " + std::to_string(ny) + " x " + std::to_string(nz);
@@ -31,6 +32,7 @@ bool isProduct(std::uint64_t nx, std::uint64_t ny, std::uint64_t nz, std::uint64
 }
 
 /// Why there can be no such field; empty when there can.
+/// Asked by setter and document alike, so that both refuse the same.
 std::string gridProblem(const KrVector& minimum, const KrVector& maximum, unsigned int nx, unsigned int ny,
                         unsigned int nz, const std::vector<double>& values)
 {
@@ -59,6 +61,7 @@ bool areColors(const KrXmlVectorVector& colors)
 /// The bytes that base64 text stands for (RFC 4648, section 4); white space is passed over. False for other text.
 bool decodeBase64(const std::string& text, std::string& bytes)
 {
+    // Any byte can be asked about without a second look.
     static const std::string s_alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::array<int, 256> digits;
     digits.fill(-1);
@@ -69,8 +72,10 @@ bool decodeBase64(const std::string& text, std::string& bytes)
     unsigned int numBits = 0;
     std::size_t numDigits = 0;
     std::size_t numPads = 0;
+    // Three bytes for four digits; the text is in memory already, so the size is no surprise.
     bytes.reserve(text.size() / 4 * 3);
     for (const char c : text) {
+        // strchr would find the closing zero of its own list.
         if (std::strchr(" \t\r\n", c) != nullptr && c != '\0') {
             continue;
         }
@@ -79,6 +84,7 @@ bool decodeBase64(const std::string& text, std::string& bytes)
             continue;
         }
         const int digit = digits[static_cast<unsigned char>(c)];
+        // Nothing follows the padding.
         if (digit < 0 || numPads != 0) {
             return false;
         }
@@ -90,9 +96,11 @@ bool decodeBase64(const std::string& text, std::string& bytes)
             bytes += static_cast<char>(static_cast<unsigned char>(bits >> numBits & 0xFFu));
         }
     }
+    // Texts are whole groups of four; bits that are left over are passed over.
     return numPads <= 2 && (numDigits + numPads) % 4 == 0;
 }
 
+// The size is asked before memory is. Only a regular file has one; a pipe or a device is refused.
 bool loadBytes(const std::filesystem::path& path, std::string& bytes)
 {
     std::error_code error;
@@ -139,10 +147,12 @@ bool KrGridPhysicalExtent::Values::read(KrXmlReader& reader)
     if (!isEncoded && !isFile) {
         return KrXmlVectorType<double>::read(reader);
     }
+    // A file without a type is one of KrGridFile's formats, which know theirs.
     const bool isKnownType = type == "float32" || type == "float64" || (isFile && !isTyped);
     if ((isEncoded && (encoding != "base64" || isFile)) || !isKnownType) {
         return reader.fail("values have encoding \"base64\" or a file, and type \"float32\" or \"float64\"");
     }
+    // The text is read in any case: the reader has to get past the element.
     std::string text, bytes;
     if (!reader.text(text)) {
         return false;
@@ -196,6 +206,7 @@ void KrGridPhysicalExtent::Values::writeSchemaContent(KrXmlSchema& schema) const
 bool KrGridPhysicalExtent::setGrid(const KrVector& minimum, const KrVector& maximum, unsigned int nx, unsigned int ny,
                                    unsigned int nz, const std::vector<double>& values)
 {
+    // Before the first member is assigned, so that a refused grid changes nothing.
     const std::string problem = gridProblem(minimum, maximum, nx, ny, nz, values);
     if (!problem.empty()) {
         warn("setGrid", problem);
@@ -205,6 +216,7 @@ bool KrGridPhysicalExtent::setGrid(const KrVector& minimum, const KrVector& maxi
     m_minimum = minimum;
     m_maximum = maximum;
     m_cells.values() = {nx, ny, nz};
+    // One new revision for all of it: who draws the field looks at the number.
     touch();
     return true;
 }
@@ -245,12 +257,14 @@ void KrGridPhysicalExtent::layout(double& dataScale, KrVector& minimum, KrVector
     dataScale = m_dataScale;
     minimum = m_minimum;
     maximum = m_maximum;
+    // A field that was never set has no cells.
     dimensions = m_cells.size() == 3 ? KrVector(m_cells[0], m_cells[1], m_cells[2]) : KrVector();
     inflection = m_inflection;
 }
 
 boost::shared_ptr<const KrTriPhysicalExtent> KrGridPhysicalExtent::triExtent() const
 {
+    // A field is drawn as a volume and has no surface.
     return boost::shared_ptr<const KrTriPhysicalExtent>();
 }
 
@@ -261,6 +275,7 @@ KrXmlToken KrGridPhysicalExtent::token() const
 
 void KrGridPhysicalExtent::registerComponents()
 {
+    // The parts that all extents have come first.
     KrBasePhysicalExtent::registerComponents();
     registerComponent({KrXmlNamespace::core(), "dataScale"}, m_dataScale, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "minimum"}, m_minimum);
@@ -283,11 +298,13 @@ bool KrGridPhysicalExtent::validate(KrXmlRefusal& refusal) const
     if (m_cells.size() != 3) {
         return refusal.fail("\"cells\" are three counts, not %u", m_cells.size());
     }
+    // The values' own type does not know how many there should be.
     const std::string problem = gridProblem(m_minimum, m_maximum, m_cells[0], m_cells[1], m_cells[2], values());
     return problem.empty() || refusal.fail("%s", problem.c_str());
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrGridPhysicalExtent::makeTriangles() const
 {
+    // See triExtent().
     return boost::shared_ptr<KrTriPhysicalExtent>();
 }

@@ -15,10 +15,12 @@
 namespace
 {
 
+// The one key whose value is the name of a file.
 const char* const kTextureKey = "krTextureFilename";
 
 using Value = std::variant<double, std::string, bool>;
 
+// False when there is no such key, or its value is of another type; `out` stays as it was.
 template <typename T>
 bool find(const std::map<std::string, Value>& values, const std::string& key, T& out)
 {
@@ -31,6 +33,7 @@ bool find(const std::map<std::string, Value>& values, const std::string& key, T&
     return true;
 }
 
+// A failure has been told by the reader; what `out` then holds is not used.
 template <typename T>
 bool readValue(KrXmlReader& reader, Value& out)
 {
@@ -55,6 +58,7 @@ bool readAnyValue(KrXmlReader& reader, Value& out)
     return reader.fail("a data map has \"real\", \"string\" and \"boolean\"");
 }
 
+// The element's name tells the type, its attribute the key.
 template <typename T>
 bool writeValue(KrXmlWriter& writer, const std::string& key, const T& plain)
 {
@@ -63,6 +67,7 @@ bool writeValue(KrXmlWriter& writer, const std::string& key, const T& plain)
            writer.endElement();
 }
 
+// Four numbers by the names that the scene builder looks for.
 void setColor(KrDataMap& map, const std::string& name, double red, double green, double blue, double alpha)
 {
     map.setReal(name + "Red", red);
@@ -76,10 +81,12 @@ void resolveTexture(std::map<std::string, Value>& values, const std::string& doc
 {
     const auto found = values.find(kTextureKey);
     auto* const name = found == values.end() ? nullptr : std::get_if<std::string>(&found->second);
+    // An empty folder: the document came by a stream or a buffer, which lie beside nothing.
     if (name == nullptr || name->empty() || documentFolder.empty() || std::filesystem::path(*name).is_absolute()) {
         return;
     }
     std::error_code error;
+    // A name that finds nothing here is left for whoever loads the picture.
     const std::filesystem::path beside = std::filesystem::absolute(documentFolder, error) / *name;
     if (!error && std::filesystem::is_regular_file(beside, error)) {
         *name = beside.lexically_normal().string();
@@ -101,6 +108,7 @@ bool operator==(const KrDataMap& a, const KrDataMap& b)
 {
     return std::equal(a.m_values.begin(), a.m_values.end(), b.m_values.begin(), b.m_values.end(),
                       [](const auto& one, const auto& other) {
+                          // A number that is none equals itself here, so that a map equals its copy.
                           const auto* const x = std::get_if<double>(&one.second);
                           const auto* const y = std::get_if<double>(&other.second);
                           const bool areNoNumbers = x != nullptr && y != nullptr && std::isnan(*x) && std::isnan(*y);
@@ -145,9 +153,11 @@ bool KrDataMap::erase(const std::string& key)
 
 KrDataMap KrDataMap::material(const KrColor& color)
 {
+    // Highlights are weak and wide: a fifth of white, and an exponent of 20 where OpenGL goes up to 128.
     constexpr double highlight = 0.2;
     constexpr double shininess = 20.0;
     KrDataMap map;
+    // Ambient and diffuse light show the same colour; alpha stands in all four, since each is a colour of its own.
     setColor(map, "krAmbient", color.red(), color.green(), color.blue(), color.alpha());
     setColor(map, "krDiffuse", color.red(), color.green(), color.blue(), color.alpha());
     setColor(map, "krSpecular", highlight, highlight, highlight, color.alpha());
@@ -158,6 +168,7 @@ KrDataMap KrDataMap::material(const KrColor& color)
 
 const KrDataMap& KrDataMap::defaultManipColor()
 {
+    // Made once: a reference to it stays valid.
     static const KrDataMap s_map = material(KrColor(0.75, 0.75, 0.75));
     return s_map;
 }
@@ -176,6 +187,7 @@ bool KrDataMap::xmlInit()
 
 bool KrDataMap::read(KrXmlReader& reader)
 {
+    // A map of its own: one that is read by half must not remain.
     std::map<std::string, Value> values;
     reader.enter();
     while (reader.nextChild()) {
@@ -202,7 +214,9 @@ bool KrDataMap::read(KrXmlReader& reader)
 bool KrDataMap::write(KrXmlWriter& writer) const
 {
     bool ok = true;
+    // The order is that of the keys, so that the same map gives the same document.
     for (const auto& [key, value] : m_values) {
+        // A structured binding cannot be captured by a lambda of C++17.
         const std::string& name = key;
         ok = ok && std::visit([&](const auto& plain) { return writeValue(writer, name, plain); }, value);
     }

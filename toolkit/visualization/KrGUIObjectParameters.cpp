@@ -14,6 +14,7 @@ bool isLength(double length)
     return length >= 0.0 && std::isfinite(length);
 }
 
+// For the setters alike; `method` names the one that is called. What is refused leaves the length as it was.
 void setLength(KrXmlBasicType<double>& length, double value, const char* method)
 {
     if (!isLength(value)) {
@@ -49,6 +50,7 @@ KrXmlToken KrGUIObjectParameters::token() const
 
 void KrGUIObjectParameters::registerComponents()
 {
+    // What a document leaves out keeps the value of a new object.
     registerComponent({KrXmlNamespace::render(), "axisScale"}, m_axisScale, Presence::Optional);
     registerComponent({KrXmlNamespace::render(), "globalAxisScale"}, m_globalAxisScale, Presence::Optional);
     registerComponent({KrXmlNamespace::render(), "centerOfInterestScale"}, m_centerOfInterestScale, Presence::Optional);
@@ -56,6 +58,7 @@ void KrGUIObjectParameters::registerComponents()
 
 bool KrGUIObjectParameters::validate(KrXmlRefusal& refusal) const
 {
+    // Asked again here, for documents: they reach the lengths without the setters.
     if (!isLength(m_axisScale) || !isLength(m_globalAxisScale) || !isLength(m_centerOfInterestScale)) {
         return refusal.fail("marker sizes are finite and not below 0, not %g, %g and %g m", axisScale(),
                             globalAxisScale(), centerOfInterestScale());

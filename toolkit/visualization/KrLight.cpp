@@ -8,6 +8,7 @@
 namespace
 {
 
+// For the setters: a channel outside 0 to 1 is refused, with one message that names the method.
 bool isColor(const char* method, const KrColor& color)
 {
     return Kr::NumberCheck::areShares(method, {color.red(), color.green(), color.blue(), color.alpha()});
@@ -26,6 +27,7 @@ KrLight::~KrLight() = default;
 
 bool KrLight::setAmbient(const KrColor& color)
 {
+    // The setters assign only behind a passed check, so that a refused value leaves the light as it was.
     return isColor("KrLight::setAmbient", color) && (m_ambient = color, true);
 }
 
@@ -47,6 +49,7 @@ bool KrLight::setPosition(const KrVector& position)
 
 bool KrLight::setDirection(const KrVector& direction)
 {
+    // Of any length: a direction need not be normalised.
     return Kr::NumberCheck::areFinite("KrLight::setDirection", {direction.x(), direction.y(), direction.z()}) &&
            (m_direction = direction, true);
 }
@@ -85,6 +88,7 @@ KrXmlToken KrLight::token() const
 
 void KrLight::registerComponents()
 {
+    // What a document leaves out keeps the value of a new light. Colours check their range themselves.
     const std::string& uri = KrXmlNamespace::render();
     registerComponent({uri, "atEye"}, m_atEye, Presence::Optional);
     registerComponent({uri, "on"}, m_on, Presence::Optional);
@@ -103,6 +107,7 @@ void KrLight::registerComponents()
 
 bool KrLight::validate(KrXmlRefusal& refusal) const
 {
+    // Asked again here, for documents: they reach the values without the setters.
     if (!position().isFinite() || !direction().isFinite()) {
         return refusal.fail("a light's position and direction are finite");
     }

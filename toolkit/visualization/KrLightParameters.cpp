@@ -1,5 +1,6 @@
 #include <toolkit/visualization/KrLightParameters.h>
 
+// The templates are made here once; the header declares them as extern.
 template class KrXmlObjectOf<KrLightParameters, KrXmlCompoundType>;
 template class KrXmlObjectOf<KrXmlVectorType<KrLight>, KrXmlObject>;
 template class KrXmlVectorType<KrLight>;

@@ -10,6 +10,7 @@ namespace
 
 using Kr::Angle::kPi;
 
+// For the setters; the message names the method.
 bool isFinite(const char* method, const KrVector& vector)
 {
     return Kr::NumberCheck::areFinite(method, {vector.x(), vector.y(), vector.z()});
@@ -34,6 +35,7 @@ KrPovParameters::~KrPovParameters() = default;
 
 double KrPovParameters::viewingDistance() const
 {
+    // Not kept by itself: eye point and centre of interest are what is stored.
     return (centerOfInterest() - eyepoint()).length();
 }
 
@@ -52,6 +54,8 @@ bool KrPovParameters::setUp(const KrVector& up)
     if (!isFinite("KrPovParameters::setUp", up)) {
         return false;
     }
+    // Unlike the document's check this one cannot ask whether the vector lies along the line of sight: the eye point
+    // may be set later.
     if (!(up.length() > 0.0)) {
         Kr::Print::instance()->write(
             Kr::Print::Warning,
@@ -77,10 +81,12 @@ bool KrPovParameters::setFieldOfView(double angle)
 bool KrPovParameters::setFromViewTransformationAndDistance(const KrCoordinateSystemTransformation& view,
                                                            double distance)
 {
+    // The columns of the pose are the camera's axes in the world; it looks along -z, with y up, as OpenGL has it.
     const KrVector eye = view.translation();
     const KrVector center = eye + view.transformDirection(KrVector(0.0, 0.0, -distance));
     const KrVector up = view.transformDirection(KrVector(0.0, 1.0, 0.0));
     const char* const method = "setFromViewTransformationAndDistance";
+    // All three before the first is assigned: a refused pose leaves the point of view as it was.
     if (!isFinite(method, eye) || !isFinite(method, center) || !isFinite(method, up)) {
         return false;
     }
@@ -97,6 +103,7 @@ KrXmlToken KrPovParameters::token() const
 
 void KrPovParameters::registerComponents()
 {
+    // What a document leaves out keeps the value of a new object.
     const std::string& uri = KrXmlNamespace::render();
     registerComponent({uri, "eyepoint"}, m_eyepoint, Presence::Optional);
     registerComponent({uri, "centerOfInterest"}, m_centerOfInterest, Presence::Optional);
@@ -109,6 +116,7 @@ bool KrPovParameters::validate(KrXmlRefusal& refusal) const
     if (!eyepoint().isFinite() || !centerOfInterest().isFinite() || !up().isFinite()) {
         return refusal.fail("a point of view is made of finite numbers");
     }
+    // A setter cannot ask this, since the two points are set one after the other. Written so that NaN fails too.
     if (!(viewingDistance() > 0.0)) {
         return refusal.fail("the eye point is its own centre of interest: it looks nowhere");
     }

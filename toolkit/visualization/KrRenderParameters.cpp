@@ -9,6 +9,7 @@
 namespace
 {
 
+// Whether near is below far is asked by `validate` alone: the setters are called one after the other.
 bool isDistance(const char* method, double distance)
 {
     // Written so that NaN fails too.
@@ -56,6 +57,7 @@ KrXmlToken KrRenderParameters::token() const
 
 void KrRenderParameters::registerComponents()
 {
+    // What a document leaves out keeps the value of a new object.
     const std::string& uri = KrXmlNamespace::render();
     registerComponent({uri, "autoClipping"}, m_autoClipping, Presence::Optional);
     registerComponent({uri, "nearClipping"}, m_nearClipping, Presence::Optional);

@@ -1,5 +1,6 @@
 #include <toolkit/xml/KrXmlBasicType.h>
 
+// Made here once, not in every file that includes the header.
 template class KrXmlObjectOf<KrXmlBasicType<bool>, KrXmlObject>;
 template class KrXmlBasicType<bool>;
 template class KrXmlObjectOf<KrXmlBasicType<double>, KrXmlObject>;

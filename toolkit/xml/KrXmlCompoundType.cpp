@@ -46,6 +46,7 @@ thread_local void* t_components = nullptr;
 
 } // namespace
 
+// Copies nothing: components are members of the derived class, which copies them.
 KrXmlCompoundType::KrXmlCompoundType(const KrXmlCompoundType&) noexcept = default;
 KrXmlCompoundType& KrXmlCompoundType::operator=(const KrXmlCompoundType&) = default;
 
@@ -53,6 +54,7 @@ KrXmlCompoundType& KrXmlCompoundType::operator=(const KrXmlCompoundType&) = defa
 KrXmlCompoundType::Components KrXmlCompoundType::components() const
 {
     Components result;
+    // The outer list comes back afterwards: registering may ask for the components of another object.
     void* const outer = std::exchange(t_components, &result);
     // Only pointers to members are noted: the value stays as it is.
     const_cast<KrXmlCompoundType*>(this)->registerComponents();
@@ -77,6 +79,7 @@ void KrXmlCompoundType::registerChildren(const KrXmlToken& token, KrXmlObject& l
     add({token, &list, Presence::Optional, true});
 }
 
+// Most classes have no children of their own kind; those that do override both functions.
 const KrXmlCompoundType* KrXmlCompoundType::child(unsigned int) const
 {
     return nullptr;
@@ -89,16 +92,19 @@ KrXmlCompoundType* KrXmlCompoundType::appendChild()
 
 bool KrXmlCompoundType::xmlInit()
 {
+    // A new object's values are the defaults; there is no second place that names them.
     const std::unique_ptr<KrXmlObject> fresh(newObject());
     return assign(*fresh);
 }
 
 bool KrXmlCompoundType::read(KrXmlReader& reader)
 {
+    // Members are read by recursion, so the depth is limited before the stack is.
     const KrXmlReader::Nesting nesting(reader);
     if (reader.failed()) {
         return false;
     }
+    // Inside an object that will be thrown away on failure no second copy is needed.
     if (reader.isScratch()) {
         return readInPlace(reader);
     }
@@ -114,15 +120,18 @@ bool KrXmlCompoundType::readInPlace(KrXmlReader& reader)
     stack.emplace_back(*this);
     reader.enter();
     while (!stack.empty()) {
+        // `stack` may move when it grows, so the reference is taken anew in every round.
         Reading& top = stack.back();
         if (!reader.nextChild()) {
             if (reader.failed()) {
                 return false;
             }
+            // That was the end of the children's list; the object itself goes on behind it.
             if (top.isAtChildren) {
                 top.isAtChildren = false;
                 continue;
             }
+            // In this order: values that are missing are there before the class completes itself and judges the whole.
             if (!top.object->settleAbsent(reader, top) || !top.object->completeRead(reader) ||
                 !top.object->validate(reader)) {
                 return false;
@@ -152,6 +161,7 @@ bool KrXmlCompoundType::readInPlace(KrXmlReader& reader)
         }
         top.seen[index] = true;
         if (found->areChildren) {
+            // The list starts empty: an object may be read into again.
             found->member->xmlInit();
             reader.enter();
             top.isAtChildren = true;
@@ -170,6 +180,7 @@ bool KrXmlCompoundType::settleAbsent(KrXmlReader& reader, const Reading& reading
     }
     const std::unique_ptr<KrXmlObject> fresh(newObject());
     const auto* const defaults = dynamic_cast<const KrXmlCompoundType*>(fresh.get());
+    // A new object is of the same class, so its components stand in the same order.
     const Components defaultComponents = defaults == nullptr ? Components() : defaults->components();
     for (std::size_t i = 0; i < reading.seen.size(); ++i) {
         if (reading.seen[i]) {
@@ -186,6 +197,7 @@ bool KrXmlCompoundType::settleAbsent(KrXmlReader& reader, const Reading& reading
     return true;
 }
 
+// For classes that have something to work out once all components are read.
 bool KrXmlCompoundType::completeRead(KrXmlReader&)
 {
     return true;
@@ -199,10 +211,12 @@ bool KrXmlCompoundType::validate(KrXmlRefusal&) const
 bool KrXmlCompoundType::write(KrXmlWriter& writer) const
 {
     const KrXmlWriter::Nesting nesting(writer);
+    // What could not be read back is refused before the first of it is written.
     if (writer.failed() || !validate(writer)) {
         return false;
     }
     std::vector<Writing> stack;
+    // A stack of its own instead of recursion: links may hang under each other in any number.
     stack.emplace_back(*this);
     while (!stack.empty()) {
         Writing& top = stack.back();
@@ -215,6 +229,7 @@ bool KrXmlCompoundType::write(KrXmlWriter& writer) const
                 }
                 continue;
             }
+            // The tags of children and their check stand here, since `write` is not called for them.
             if (!writer.beginElement(child->token()) || !child->validate(writer)) {
                 return false;
             }
@@ -242,6 +257,7 @@ bool KrXmlCompoundType::write(KrXmlWriter& writer) const
     return true;
 }
 
+// The same walk as `write`, beforehand: only objects that are referred to twice get an id.
 void KrXmlCompoundType::countShared(KrXmlWriter& writer) const
 {
     const KrXmlWriter::Nesting nesting(writer);
@@ -263,6 +279,7 @@ void KrXmlCompoundType::countShared(KrXmlWriter& writer) const
 void KrXmlCompoundType::writeSchemaContent(KrXmlSchema& schema) const
 {
     const Components all = components();
+    // Without presence a component is required; the order is free in a document.
     std::vector<KrXmlSchema::Child> children;
     for (const Component& component : all) {
         children.push_back({component.token, component.member, component.presence == Presence::Required});
@@ -270,6 +287,7 @@ void KrXmlCompoundType::writeSchemaContent(KrXmlSchema& schema) const
     schema.childrenInAnyOrder(children);
 }
 
+// Component by component, in the order of registration, which is that of the class.
 bool KrXmlCompoundType::isEqualButForChildren(const KrXmlCompoundType& a, const KrXmlCompoundType& b)
 {
     const Components ours = a.components();
@@ -283,6 +301,7 @@ bool KrXmlCompoundType::isEqualButForChildren(const KrXmlCompoundType& a, const 
 
 bool KrXmlCompoundType::operator==(const KrXmlCompoundType& other) const
 {
+    // By a stack of pairs instead of recursion, for links that hang deep.
     std::vector<std::pair<const KrXmlCompoundType*, const KrXmlCompoundType*>> open = {{this, &other}};
     while (!open.empty()) {
         const auto [a, b] = open.back();
@@ -293,6 +312,7 @@ bool KrXmlCompoundType::operator==(const KrXmlCompoundType& other) const
         for (unsigned int i = 0;; ++i) {
             const KrXmlCompoundType* const ours = a->child(i);
             const KrXmlCompoundType* const theirs = b->child(i);
+            // Different numbers of children.
             if ((ours == nullptr) != (theirs == nullptr)) {
                 return false;
             }

@@ -1,5 +1,6 @@
 #include <toolkit/xml/KrXmlToken.h>
 
+// Functions and not constants: static objects of other files may ask before this file's own would be made.
 const std::string& KrXmlNamespace::core()
 {
     static const std::string s_uri = "urn:kr:core";

@@ -23,6 +23,7 @@
 namespace
 {
 
+// One form for what is told about documents; what a reader finds wrong it tells itself.
 void warn(const char* method, const std::string& name, const std::string& reason)
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "KrXmlObject::%s - %s: %s.\n", method, name.c_str(),
@@ -35,6 +36,7 @@ class BrokenPipeIgnored
 public:
     BrokenPipeIgnored()
     {
+        // Blocked, not ignored: a signal's disposition belongs to the whole process, its mask to the thread.
         sigemptyset(&m_pipe);
         sigaddset(&m_pipe, SIGPIPE);
         sigset_t pending;
@@ -44,9 +46,11 @@ public:
     }
     ~BrokenPipeIgnored()
     {
+        // The caller looks at errno afterwards.
         const int error = errno;
         sigset_t pending;
         sigpending(&pending);
+        // The signal that the write has raised is taken away; one that was pending before stays for who waits for it.
         if (!m_wasPending && sigismember(&pending, SIGPIPE) == 1) {
             const timespec now = {};
             sigtimedwait(&m_pipe, nullptr, &now);
@@ -72,6 +76,7 @@ bool writeAll(int descriptor, const char* data, std::size_t size)
             data += count;
             size -= static_cast<std::size_t>(count);
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            // A descriptor that does not wait is waited for here: the document goes out whole.
             pollfd wait{descriptor, POLLOUT, 0};
             ::poll(&wait, 1, -1);
         } else if (errno != EINTR) {
@@ -95,6 +100,7 @@ public:
 protected:
     int_type overflow(int_type c) override
     {
+        // The buffer is full, or the stream is flushed.
         if (sync() != 0) {
             return traits_type::eof();
         }
@@ -104,9 +110,11 @@ protected:
     int sync() override
     {
         const BrokenPipeIgnored ignored;
+        // After the first error nothing more is tried: a gap in a document would not be noticed.
         if (m_error == 0 && !writeAll(m_descriptor, pbase(), static_cast<std::size_t>(pptr() - pbase()))) {
             m_error = errno;
         }
+        // Emptied in any case, so that the stream does not write the same again.
         setp(m_data.data(), m_data.data() + m_data.size());
         return m_error == 0 ? 0 : -1;
     }
@@ -128,12 +136,15 @@ bool readDocument(KrXmlObject& object, Open open)
             return false;
         }
         const KrXmlToken root = object.token();
+        // The root decides before anything is made of the document.
         if (reader.element() != root) {
             return reader.fail("the document should be a \"%s\" of namespace \"%s\"", root.name.c_str(),
                                root.uri.c_str());
         }
         const std::unique_ptr<KrXmlObject> fresh(object.newObject());
+        // The members need no copies of their own while the whole is one.
         const KrXmlReader::Scratch scratch(reader);
+        // `finish` reads to the end: what stands behind the root may be wrong as well.
         return fresh->read(reader) && reader.finish() && object.assign(*fresh);
     } catch (const std::exception& error) {
         return reader.fail("%s", error.what());
@@ -151,8 +162,10 @@ Outcome writeDocument(const KrXmlObject& object, std::ostream& stream)
 {
     try {
         KrXmlWriter writer(stream);
+        // Before the first tag: ids are given to shared objects alone.
         object.countShared(writer);
         const bool isWritten = writer.beginElement(object.token()) && object.write(writer) && writer.endElement();
+        // Finished in any case: a stream that has failed is known by then.
         if (writer.finish() && isWritten) {
             return Outcome::Written;
         }
@@ -182,6 +195,7 @@ bool cannotWrite(const std::string& path, const std::string& reason)
 }
 
 /// Pipes and devices cannot be replaced, only written to.
+/// A link to a regular file counts as regular; KrFileReplacement follows it.
 bool isSpecialFile(const std::string& path)
 {
     struct stat info = {};
@@ -190,6 +204,7 @@ bool isSpecialFile(const std::string& path)
 
 bool writeSpecialFile(const KrXmlObject& object, const std::string& path)
 {
+    // Without O_CREAT: it is there already, or it would not be special.
     const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
     if (descriptor < 0) {
         return cannotWrite(path, std::strerror(errno));
@@ -205,11 +220,13 @@ KrXmlObject::~KrXmlObject() = default;
 
 bool KrXmlObject::selfTest() const
 {
+    // Written, read back and compared, in memory.
     std::string text;
     const std::unique_ptr<KrXmlObject> copy(newObject());
     return copy && writeBuffer(text) && copy->readBuffer(text.data(), text.size(), "self test") && equality(copy.get());
 }
 
+// For classes that cannot be set back; the others override it.
 bool KrXmlObject::xmlInit()
 {
     return false;
@@ -229,6 +246,7 @@ bool KrXmlObject::writeFile(const std::string& path) const
     if (!file.isOpen()) {
         return cannotWrite(path, file.reason());
     }
+    // The temporary file goes with its object; the old one has not been touched.
     if (!writeToDescriptor(*this, file.descriptor(), "writeFile", path)) {
         return false;
     }
@@ -256,6 +274,7 @@ bool KrXmlObject::readBuffer(const char* data, std::size_t size, const std::stri
 
 bool KrXmlObject::writeBuffer(std::string& out) const
 {
+    // In a string of its own: on failure `out` stays as it was.
     std::ostringstream stream;
     if (!writeStream(stream)) {
         return false;
@@ -282,6 +301,7 @@ bool KrXmlObject::writeSchema(std::ostream& stream) const
 
 void KrXmlObject::countShared(KrXmlWriter&) const {}
 
+// The schema of a class that does not describe itself allows everything.
 void KrXmlObject::writeSchemaContent(KrXmlSchema& schema) const
 {
     schema.anything();

@@ -24,8 +24,10 @@
 namespace
 {
 
+// Of what is read at a time; memory does not grow with the size of a document but with its largest text.
 constexpr std::size_t kChunkSize = 64 * 1024;
 
+// From version 2.12 on libxml2 hands errors out as const.
 #if LIBXML_VERSION >= 21200
 using XmlErrorPointer = const xmlError*;
 #else
@@ -37,6 +39,7 @@ struct ParserDeleter
     void operator()(xmlParserCtxt* context) const { xmlFreeParserCtxt(context); }
 };
 
+// Closes what openFile has opened. Shared by the copies of a std::function, which has to be copyable.
 class Descriptor
 {
 public:
@@ -56,6 +59,7 @@ private:
 /// Reads up to `size` bytes; 0 at the end, -1 with errno set on failure.
 using Source = std::function<long(char* data, std::size_t size)>;
 
+// Waits where a socket has nothing yet, also one that does not wait by itself.
 long readDescriptor(int descriptor, char* data, std::size_t size)
 {
     for (;;) {
@@ -79,6 +83,7 @@ long readStream(std::istream& stream, char* data, std::size_t size)
     } catch (const std::ios_base::failure&) {
         // The stream's own state tells the same below.
     }
+    // A stream that fails without being bad has come to its end; what was read of it counts.
     if (stream.bad()) {
         errno = EIO;
         return -1;
@@ -106,6 +111,7 @@ struct Event
     std::string text;      ///< Text and Trouble
 };
 
+// The parser's text is UTF-8 in unsigned bytes.
 const char* chars(const xmlChar* text)
 {
     return text == nullptr ? "" : reinterpret_cast<const char*>(text);
@@ -180,6 +186,7 @@ void KrXmlReader::Private::guarded(Work work)
 
 void KrXmlReader::Private::push(Event event)
 {
+    // There is progress: only markup without an event is counted.
     bytesSinceEvent = 0;
     event.line = line();
     events.push_back(std::move(event));
@@ -209,6 +216,7 @@ void KrXmlReader::Private::onStart(void* self, const xmlChar* name, const xmlCha
         event.uri = uri;
         // Five pointers an attribute: name, prefix, namespace, begin and end of the value.
         for (const xmlChar** a = attributes; a != attributes + 5 * std::ptrdiff_t(numAttributes); a += 5) {
+            // Attributes of other namespaces are not ours and are passed over.
             if (a[2] == nullptr) {
                 event.attributes.emplace_back(chars(a[0]), std::string(chars(a[3]), chars(a[4])));
             }
@@ -232,6 +240,7 @@ void KrXmlReader::Private::onText(void* self, const xmlChar* text, int length)
 {
     Private& reader = *static_cast<Private*>(self);
     reader.guarded([&] {
+        // The parser hands out a text in pieces, which are put together again.
         if (reader.events.empty() || reader.events.back().kind != Event::Kind::Text) {
             reader.push(Event());
         }
@@ -251,11 +260,13 @@ void KrXmlReader::Private::onDocumentType(void* self, const xmlChar*, const xmlC
 void KrXmlReader::Private::onError(void* self, XmlErrorPointer error)
 {
     Private& reader = *static_cast<Private*>(self);
+    // Warnings, about a namespace that is not absolute for example, are no failures.
     if (error == nullptr || error->level < XML_ERR_ERROR) {
         return;
     }
     reader.guarded([&] {
         std::string reason = error->message == nullptr ? "this is no XML" : error->message;
+        // In our message the reason stands in the middle of a sentence.
         std::replace(reason.begin(), reason.end(), '\n', ' ');
         while (!reason.empty() && (reason.back() == ' ' || reason.back() == '.')) {
             reason.pop_back();
@@ -266,6 +277,7 @@ void KrXmlReader::Private::onError(void* self, XmlErrorPointer error)
 
 bool KrXmlReader::Private::report(int where, const std::string& reason)
 {
+    // The first failure is the cause of those that follow, so it alone is told.
     if (hasFailed) {
         return false;
     }
@@ -283,13 +295,16 @@ bool KrXmlReader::Private::report(int where, const std::string& reason)
 
 bool KrXmlReader::Private::open(Source newSource, const std::string& newName)
 {
+    // Once, and before parsers run on several threads; a local static sees to both.
     static const bool s_initialised = (xmlInitParser(), true);
     (void)s_initialised;
+    // Nothing of an earlier document is left, its failure and its shared objects included.
     *this = Private();
     source = std::move(newSource);
     name = newName;
     chunk.resize(kChunkSize);
 
+    // Callbacks that are not set do nothing: no tree is built, and no entity is looked up.
     xmlSAXHandler handler = {};
     handler.initialized = XML_SAX2_MAGIC;
     handler.startElementNs = onStart;
@@ -306,6 +321,7 @@ bool KrXmlReader::Private::open(Source newSource, const std::string& newName)
     // The parser's own limits on sizes are lifted: text may be as long as a mesh is large. Ours are above.
     xmlCtxtUseOptions(parser.get(), XML_PARSE_NONET | XML_PARSE_HUGE);
 
+    // To the root; comments and processing instructions give no events.
     Event event;
     do {
         if (!nextEvent(event)) {
@@ -326,11 +342,13 @@ bool KrXmlReader::Private::fill()
     if (count < 0) {
         return report(current.line, std::string("cannot be read: ") + std::strerror(errno));
     }
+    // An empty piece tells the parser that the document ends here.
     isInputAtEnd = count == 0;
     bytesSinceEvent += static_cast<std::size_t>(count);
     if (bytesSinceEvent > Kr::Limits::kMarkupBytes) {
         return report(line(), "a tag or comment is longer than 4 MiB");
     }
+    // Its result is not looked at: onError has been told whatever there was.
     xmlParseChunk(parser.get(), chunk.data(), static_cast<int>(count), isInputAtEnd ? 1 : 0);
     return true;
 }
@@ -360,6 +378,7 @@ void KrXmlReader::Private::stand(Event& event)
     current.token.name = chars(event.name);
     current.line = event.line;
     attributes = std::move(event.attributes);
+    // The element's content comes next in the queue.
     isConsumed = false;
 }
 
@@ -379,6 +398,7 @@ bool KrXmlReader::Private::leaveElement(std::string* text)
             ++depth;
         } else if (event.kind == Event::Kind::End && --depth == 0) {
             return true;
+            // The first piece is moved: text of a mesh may be large.
         } else if (text != nullptr && text->empty()) {
             *text = std::move(event.text);
         } else if (text != nullptr) {
@@ -395,10 +415,12 @@ KrXmlReader::KrXmlReader()
 
 KrXmlReader::~KrXmlReader() = default;
 
+// Any kind of file that can be read, a pipe as well.
 bool KrXmlReader::openFile(const std::string& path)
 {
     const int opened = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (opened < 0) {
+        // The reader may have had another document, which must not show in this message.
         m_private->hasFailed = false;
         m_private->current = Private::Level();
         m_private->name = path;
@@ -408,6 +430,7 @@ bool KrXmlReader::openFile(const std::string& path)
     const bool ok = m_private->open(
         [descriptor](char* data, std::size_t size) { return readDescriptor(descriptor->get(), data, size); }, path);
     const std::size_t slash = path.rfind('/');
+    // Never empty: an empty folder means that the document did not come from a file.
     m_private->folder = slash == std::string::npos ? "./" : path.substr(0, slash + 1);
     return ok;
 }
@@ -420,6 +443,7 @@ bool KrXmlReader::openStream(std::istream& stream, const std::string& name)
 bool KrXmlReader::openBuffer(const char* data, std::size_t size, const std::string& name)
 {
     return m_private->open(
+        // The lambda keeps its place; the caller keeps the bytes until reading is over.
         [data, size, done = std::size_t(0)](char* out, std::size_t room) mutable {
             const std::size_t count = std::min(room, size - done);
             if (count > 0) {
@@ -454,6 +478,7 @@ const KrXmlToken& KrXmlReader::element() const
 
 bool KrXmlReader::attribute(const char* name, std::string& value) const
 {
+    // An element has a handful of them, so they are searched one by one.
     for (const auto& [key, text] : m_private->attributes) {
         if (key == name) {
             value = text;
@@ -472,6 +497,7 @@ void KrXmlReader::enter()
 bool KrXmlReader::nextChild()
 {
     Private& reader = *m_private;
+    // What the caller has not read of the last child is passed over.
     if (reader.hasFailed || reader.levels.empty() || (!reader.isConsumed && !reader.leaveElement(nullptr))) {
         return false;
     }
@@ -505,6 +531,7 @@ bool KrXmlReader::string(std::string& out)
 {
     std::string encoding;
     const bool isEncoded = attribute("encoding", encoding);
+    // An encoding of a later version is refused, rather than taken for plain text.
     if (isEncoded && encoding != KrXmlText::kPercent) {
         return fail("a text in the encoding \"%.40s\" is not known here", encoding.c_str());
     }
@@ -521,6 +548,7 @@ bool KrXmlReader::finish()
 {
     Private& reader = *m_private;
     Event event;
+    // Every event is looked at, since each may tell of trouble.
     while (reader.nextEvent(event)) {
     }
     return !reader.hasFailed;
@@ -539,6 +567,7 @@ bool KrXmlReader::failed() const
 KrXmlReader::Scratch::Scratch(KrXmlReader& reader)
     : m_reader(reader)
 {
+    // A count, since objects that are being read lie inside each other.
     ++m_reader.m_private->scratchDepth;
 }
 

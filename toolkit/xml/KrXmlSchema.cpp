@@ -24,6 +24,7 @@ const char* const kEncodingAttribute =
     "<xs:enumeration value=\"percent\"/></xs:restriction></xs:simpleType>"
     "</xs:attribute>";
 
+// The type of XML Schema, part 2. Reals have a type of ours, see above.
 const char* standardType(KrXmlSchema::TextType type)
 {
     switch (type) {
@@ -43,6 +44,7 @@ const char* standardType(KrXmlSchema::TextType type)
     return "xs:string";
 }
 
+// An element of another namespace can be admitted, but not described: a schema document has one target namespace.
 std::string anyElement(const std::string& uri, std::size_t minimum, const std::string& maximum)
 {
     return "<xs:any namespace=\"" + (uri.empty() ? "##local" : uri) + "\" processContents=\"skip\" minOccurs=\"" +
@@ -54,12 +56,14 @@ std::string anyElement(const std::string& uri, std::size_t minimum, const std::s
 KrXmlSchema::KrXmlSchema(const KrXmlToken& root, const KrXmlObject& object)
     : m_targetUri(root.uri)
 {
+    // Follows the whole tree of classes; what it finds is collected in the definitions.
     m_rootElement = element(root, object, "");
 }
 
 void KrXmlSchema::write(std::ostream& stream) const
 {
     stream << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\"";
+    // Elements without a namespace need no prefix for our types.
     if (!m_targetUri.empty()) {
         stream << " targetNamespace=\"" << m_targetUri << "\" xmlns:t=\"" << m_targetUri << "\"";
     }
@@ -70,10 +74,12 @@ void KrXmlSchema::write(std::ostream& stream) const
 
 std::string KrXmlSchema::typeName(const KrXmlObject& object)
 {
+    // By class: however often a class occurs, it is described once.
     const auto [place, isNew] = m_names.try_emplace(std::type_index(typeid(object)));
     std::string& name = place->second;
     if (isNew) {
         // The name is known before the content is written: a class may contain itself.
+        // The number tells classes apart whose elements have the same name.
         name = object.token().name + "-" + std::to_string(m_names.size());
         const std::string outer = std::exchange(m_currentName, name);
         object.writeSchemaContent(*this);
@@ -103,6 +109,7 @@ void KrXmlSchema::complexType(const std::string& content)
     m_definitions += "<xs:complexType name=\"" + m_currentName + "\">" + content + "</xs:complexType>\n";
 }
 
+// Only strings can have the attribute that says how they are encoded, which takes a complex type.
 void KrXmlSchema::text(TextType type)
 {
     if (type == TextType::String) {
@@ -114,6 +121,7 @@ void KrXmlSchema::text(TextType type)
                      "\"/></xs:simpleType>\n";
 }
 
+// Numbers with blanks between them, in one text.
 void KrXmlSchema::list(TextType type)
 {
     m_definitions += "<xs:simpleType name=\"" + m_currentName + "\"><xs:list itemType=\"" + typeText(type) +
@@ -122,6 +130,7 @@ void KrXmlSchema::list(TextType type)
 
 void KrXmlSchema::numbersOrBytes()
 {
+    // The text needs a name of its own: a complex type cannot have a union inside.
     const std::string textName = m_currentName + "-text";
     m_definitions += "<xs:simpleType name=\"" + textName +
                      "\"><xs:union memberTypes=\"xs:base64Binary\"><xs:simpleType><xs:list itemType=\"" +
@@ -142,6 +151,7 @@ void KrXmlSchema::numbersOrBytes()
 
 void KrXmlSchema::childrenInAnyOrder(const std::vector<Child>& children)
 {
+    // xs:all allows any order, but only of elements that this schema can describe.
     const bool isOurs =
         std::all_of(children.begin(), children.end(), [this](const Child& child) { return isTarget(child.token); });
     if (!isOurs) {
@@ -155,6 +165,7 @@ void KrXmlSchema::childrenInAnyOrder(const std::vector<Child>& children)
     complexType("<xs:all>" + content + "</xs:all>");
 }
 
+// How many there may be is all that can be said about them.
 void KrXmlSchema::foreignChildren(const std::vector<Child>& children)
 {
     const std::string uri = children.front().token.uri;
@@ -182,6 +193,7 @@ void KrXmlSchema::oneOfAnyClass()
 
 void KrXmlSchema::keyedValues()
 {
+    // Such values have the elements of the core namespace, which another schema cannot describe.
     if (m_targetUri != KrXmlNamespace::core()) {
         complexType("<xs:sequence>" + anyElement(KrXmlNamespace::core(), 0, "unbounded") + "</xs:sequence>");
         return;

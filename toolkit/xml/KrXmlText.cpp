@@ -26,6 +26,7 @@ void dropSpace(std::string_view& text)
     text.remove_prefix(start);
 }
 
+// Up to the next white space; empty at the end.
 std::string_view takeWord(std::string_view& text)
 {
     dropSpace(text);
@@ -38,6 +39,7 @@ std::string_view takeWord(std::string_view& text)
     return word;
 }
 
+// By to_chars: no locale, and the shortest text that is read back as the same number. 64 characters hold any of them.
 template <typename T>
 void appendNumber(std::string& out, T value)
 {
@@ -57,6 +59,7 @@ template <typename T>
 bool isTooSmall(std::string_view word)
 {
     if constexpr (std::is_floating_point_v<T>) {
+        // Rare and slow, so only asked for numbers that are out of range; the stream reads them as 0 or as a denormal.
         std::istringstream stream{std::string(word)};
         stream.imbue(std::locale::classic());
         T number{};
@@ -70,16 +73,19 @@ bool takeNumber(std::string_view& text, T& value)
 {
     std::string_view word = takeWord(text);
     // XML schema allows a plus sign, which from_chars does not know.
+    // "+-1" is no number.
     if (word.size() > 1 && word[0] == '+' && word[1] != '-') {
         word.remove_prefix(1);
     }
     T number{};
     const char* const end = word.data() + word.size();
     const std::from_chars_result result = std::from_chars(word.data(), end, number);
+    // Too small for the type is as good as 0; too large is refused.
     const bool isOutside = result.ec == std::errc::result_out_of_range && !isTooSmall<T>(word);
     if (word.empty() || result.ec == std::errc::invalid_argument || isOutside || result.ptr != end) {
         return false;
     }
+    // On failure the value stays as it was.
     value = number;
     return true;
 }
@@ -89,6 +95,7 @@ bool takeReal(std::string_view& text, T& value)
 {
     dropSpace(text);
     // from_chars would take "nan(...)" too.
+    // A number that is none is written "nan"; the brackets are an addition of C.
     const std::size_t sign = !text.empty() && (text.front() == '-' || text.front() == '+') ? 1 : 0;
     const bool mayHaveBrackets = text.size() > sign && (text[sign] == 'n' || text[sign] == 'N');
     std::string_view rest = text;
@@ -122,6 +129,7 @@ void KrXmlText::append(std::string& out, unsigned int value)
 
 void KrXmlText::append(std::string& out, unsigned char value)
 {
+    // As a number: a char would be taken for a character.
     appendNumber(out, static_cast<unsigned int>(value));
 }
 
@@ -157,6 +165,7 @@ bool KrXmlText::take(std::string_view& text, unsigned int& value)
 
 bool KrXmlText::take(std::string_view& text, unsigned char& value)
 {
+    // from_chars reads a char as a character, so a larger type is read and checked.
     unsigned int number = 0;
     if (!takeNumber(text, number) || number > std::numeric_limits<unsigned char>::max()) {
         return false;
@@ -168,6 +177,7 @@ bool KrXmlText::take(std::string_view& text, unsigned char& value)
 bool KrXmlText::take(std::string_view& text, bool& value)
 {
     const std::string_view word = takeWord(text);
+    // The four spellings of xs:boolean.
     const bool isTrue = word == "true" || word == "1";
     if (!isTrue && word != "false" && word != "0") {
         return false;
@@ -178,6 +188,7 @@ bool KrXmlText::take(std::string_view& text, bool& value)
 
 bool KrXmlText::take(std::string_view& text, std::string& value)
 {
+    // A text is all that is left, blanks included.
     value.assign(text);
     text = std::string_view();
     return true;
@@ -187,6 +198,7 @@ std::string KrXmlText::encodePercent(std::string_view text)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
     std::string result;
+    // As in RFC 3986, section 2.1; '%' itself is encoded, so that the way back is clear.
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         // Which of the bytes beyond ASCII are at fault is not looked for: the whole text is no UTF-8.
@@ -209,6 +221,7 @@ bool KrXmlText::decodePercent(std::string& text)
         }
         unsigned int byte = 0;
         const char* const digits = text.data() + i + 1;
+        // Exactly two digits, of either case.
         if (text.size() - i < 3 || std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2) {
             return false;
         }

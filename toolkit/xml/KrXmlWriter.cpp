@@ -15,6 +15,7 @@
 namespace
 {
 
+// The library makes an escaped copy of what it is given; pieces keep that small.
 constexpr std::size_t kPieceSize = 1 << 20;
 /// Of deeper elements every line would begin with a longer blank: a file that grows with the square of its depth.
 constexpr std::size_t kIndentedLevels = 64;
@@ -24,6 +25,7 @@ struct TextWriterDeleter
     void operator()(xmlTextWriter* writer) const { xmlFreeTextWriter(writer); }
 };
 
+// The callback of libxml2's output, which is C: no exception may pass.
 int writeToStream(void* context, const char* data, int length)
 {
     std::ostream& stream = *static_cast<std::ostream*>(context);
@@ -41,6 +43,7 @@ const xmlChar* xml(const char* text)
     return reinterpret_cast<const xmlChar*>(text);
 }
 
+// Characters that XML 1.0 allows (section 2.2), in UTF-8. A NUL counts as one it does not.
 bool isXmlText(const std::string& text)
 {
     const bool isPlain = std::none_of(text.begin(), text.end(), [](char c) {
@@ -75,6 +78,7 @@ struct KrXmlWriter::Private
 
     bool check(int result)
     {
+        // The stream is asked too: its failures do not come back through the library.
         hasFailed = hasFailed || result < 0 || !*stream;
         return !hasFailed;
     }
@@ -87,6 +91,7 @@ struct KrXmlWriter::Private
 
 bool KrXmlWriter::Private::refuse(const std::string& reason)
 {
+    // The first refusal alone is told; what is tried after it writes nothing.
     if (!hasFailed) {
         hasFailed = true;
         isRefused = true;
@@ -103,6 +108,7 @@ std::string KrXmlWriter::Private::place() const
         return {};
     }
     std::string path;
+    // More of a deep path would say no more.
     for (std::size_t i = levels.size() - std::min<std::size_t>(levels.size(), 3); i < levels.size(); ++i) {
         path += (path.empty() ? "" : "/") + levels[i].name;
     }
@@ -141,6 +147,7 @@ bool KrXmlWriter::Private::declareNamespaces(const std::string& rootUri)
 
 std::string KrXmlWriter::Private::qualifiedName(const KrXmlToken& token, bool& isNewDefault) const
 {
+    // What is inside an element inherits its default namespace.
     const std::string outerDefault = levels.empty() ? std::string() : levels.back().defaultNamespace;
     isNewDefault = false;
     if (token.uri == outerDefault) {
@@ -151,6 +158,7 @@ std::string KrXmlWriter::Private::qualifiedName(const KrXmlToken& token, bool& i
             return prefix + ":" + token.name;
         }
     }
+    // Without prefix, and so declared right here.
     isNewDefault = true;
     return token.name;
 }
@@ -159,6 +167,7 @@ KrXmlWriter::KrXmlWriter(std::ostream& stream)
     : m_private(new Private)
 {
     m_private->stream = &stream;
+    // The buffer belongs to the text writer from its making on.
     xmlOutputBuffer* const buffer = xmlOutputBufferCreateIO(writeToStream, nullptr, &stream, nullptr);
     m_private->writer.reset(buffer == nullptr ? nullptr : xmlNewTextWriter(buffer));
     if (!m_private->writer) {
@@ -178,6 +187,7 @@ bool KrXmlWriter::beginElement(const KrXmlToken& token)
         return false;
     }
     std::vector<Private::Level>& levels = m_private->levels;
+    // The same limit as the reader's: what is written can be read back.
     if (levels.size() == Kr::Limits::kElementDepth) {
         return m_private->refuse("elements are nested deeper than " + std::to_string(Kr::Limits::kElementDepth));
     }
@@ -193,6 +203,7 @@ bool KrXmlWriter::beginElement(const KrXmlToken& token)
     if (isNewDefault) {
         ok = ok && m_private->check(xmlTextWriterWriteAttribute(writer, xml("xmlns"), xml(token.uri.c_str())));
     }
+    // At the root alone: a prefix that is declared there holds for the whole document.
     if (isRoot) {
         ok = ok && m_private->declareNamespaces(token.uri);
     }
@@ -215,6 +226,7 @@ bool KrXmlWriter::attribute(const char* name, std::string_view value)
 bool KrXmlWriter::text(std::string_view value)
 {
     std::string piece;
+    // An empty text writes nothing, so that the element keeps its short form.
     for (std::size_t done = 0; done < value.size() && !m_private->hasFailed; done += piece.size()) {
         std::size_t size = std::min(kPieceSize, value.size() - done);
         // A character is not cut in two: back to where one begins.
@@ -235,6 +247,7 @@ bool KrXmlWriter::string(std::string_view value)
     if (isXmlText(std::string(value)) && value.find('\0') == std::string_view::npos) {
         return text(value);
     }
+    // Only where needed: plain text stays readable, for people and for other programs.
     return attribute("encoding", KrXmlText::kPercent) && text(KrXmlText::encodePercent(value));
 }
 
@@ -245,6 +258,7 @@ bool KrXmlWriter::endElement()
     }
     const bool hasElements = m_private->levels.back().hasElements;
     m_private->levels.pop_back();
+    // An end tag stands on its own line where elements came before it; right behind text it adds nothing to the text.
     if (hasElements || m_private->levels.size() < kIndentedLevels) {
         m_private->indentFor(m_private->levels.size());
     }
@@ -257,6 +271,7 @@ bool KrXmlWriter::finish()
         m_private->check(xmlTextWriterEndDocument(m_private->writer.get()));
         m_private->check(xmlTextWriterFlush(m_private->writer.get()));
     }
+    // A stream may be set to throw.
     try {
         m_private->stream->flush();
     } catch (...) {
@@ -275,6 +290,7 @@ void KrXmlWriter::refuse(const char* reason)
     m_private->refuse(reason);
 }
 
+// True the first time, when what it holds has to be counted, too.
 bool KrXmlWriter::countShared(const void* object)
 {
     return ++m_private->references[object] == 1;
@@ -282,6 +298,7 @@ bool KrXmlWriter::countShared(const void* object)
 
 bool KrXmlWriter::isShared(const void* object) const
 {
+    // What was not counted counts as shared: an id that nobody refers to does no harm.
     const auto found = m_private->references.find(object);
     return found == m_private->references.end() || found->second != 1;
 }
@@ -293,6 +310,7 @@ bool KrXmlWriter::isRefused() const
 
 bool KrXmlWriter::isOpen(const void* object) const
 {
+    // Objects that are being written: one that holds itself is found here.
     return m_private->open.count(object) != 0;
 }
 
@@ -307,6 +325,7 @@ void KrXmlWriter::setOpen(const void* object, bool isOpen)
 
 std::string KrXmlWriter::sharedId(const void* object)
 {
+    // Empty for an object that is written for the first time; it has its id from then on.
     const auto [place, isNew] = m_private->ids.try_emplace(object);
     if (isNew) {
         place->second = std::to_string(m_private->ids.size());
