@@ -8,9 +8,10 @@ class KrBoxPhysicalExtent : public KrXmlObjectOf<KrBoxPhysicalExtent, KrBasePhys
 {
 public:
     KrBoxPhysicalExtent() = default;
+    /// Edge lengths, m. One that is negative or not finite gives, after one message, an extent without a surface.
     explicit KrBoxPhysicalExtent(const KrVector& size);
 
-    /// Full edge lengths.
+    /// Full edge lengths, m.
     const KrVector& size() const { return m_size; }
     KrXmlToken token() const override;
     void registerComponents() override;

@@ -7,6 +7,7 @@ class KrCapsulePhysicalExtent : public KrXmlObjectOf<KrCapsulePhysicalExtent, Kr
 {
 public:
     KrCapsulePhysicalExtent() = default;
+    /// Sizes in m. One that is negative or not finite gives, after one message, an extent without a surface.
     KrCapsulePhysicalExtent(double radius, double length);
 
     double radius() const { return m_radius; }

@@ -8,6 +8,7 @@ class KrConePhysicalExtent : public KrXmlObjectOf<KrConePhysicalExtent, KrBasePh
 {
 public:
     KrConePhysicalExtent() = default;
+    /// Sizes in m. One that is negative or not finite gives, after one message, an extent without a surface.
     KrConePhysicalExtent(double bottomRadius, double topRadius, double length);
 
     double bottomRadius() const { return m_bottomRadius; }

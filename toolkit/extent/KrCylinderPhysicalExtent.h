@@ -7,6 +7,7 @@ class KrCylinderPhysicalExtent : public KrXmlObjectOf<KrCylinderPhysicalExtent, 
 {
 public:
     KrCylinderPhysicalExtent() = default;
+    /// Sizes in m. One that is negative or not finite gives, after one message, an extent without a surface.
     KrCylinderPhysicalExtent(double radius, double length);
 
     double radius() const { return m_radius; }

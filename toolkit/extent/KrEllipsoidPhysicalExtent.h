@@ -8,6 +8,8 @@ class KrEllipsoidPhysicalExtent : public KrXmlObjectOf<KrEllipsoidPhysicalExtent
 {
 public:
     KrEllipsoidPhysicalExtent() = default;
+    /// Half the lengths along x, y and z, m. One that is negative or not finite gives, after one message, an extent
+    /// without a surface.
     explicit KrEllipsoidPhysicalExtent(const KrVector& semiAxes);
 
     const KrVector& semiAxes() const { return m_semiAxes; }

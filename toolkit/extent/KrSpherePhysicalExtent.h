@@ -7,6 +7,7 @@ class KrSpherePhysicalExtent : public KrXmlObjectOf<KrSpherePhysicalExtent, KrBa
 {
 public:
     KrSpherePhysicalExtent() = default;
+    /// In m. A radius that is negative or not finite gives, after one message, an extent without a surface.
     explicit KrSpherePhysicalExtent(double radius);
 
     double radius() const { return m_radius; }

@@ -19,6 +19,7 @@ public:
 
     KrTriPhysicalExtent() = default;
 
+    /// In the extent's own frame, m; normals have length 1. Borrowed until the mesh is set anew.
     const KrXmlVectorVector& vertices() const { return m_vertices; }
     const KrXmlVectorVector& normals() const { return m_normals; }
     /// Empty for a mesh without texture coordinates.

@@ -16,6 +16,7 @@ public:
     {
     }
 
+    /// Indices of a corner, 0 to 2; the corner is not checked here, and the indices by KrTriPhysicalExtent::setMesh.
     std::uint32_t vertex(unsigned int corner) const { return m_index[corner][0]; }
     std::uint32_t normal(unsigned int corner) const { return m_index[corner][1]; }
     std::uint32_t textureCoordinate(unsigned int corner) const { return m_index[corner][2]; }
@@ -32,6 +33,7 @@ private:
     std::uint32_t m_index[3][3] = {};
 };
 
+/// Nine indices, corner by corner.
 template <>
 struct KrXmlPlain<KrTriangle>
 {

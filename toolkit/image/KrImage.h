@@ -24,9 +24,11 @@ public:
 
     virtual ~KrImage() = default;
 
+    /// The size in pixels, and the channels of each, a byte each; 0 before there is a picture.
     unsigned int width() const { return m_width; }
     unsigned int height() const { return m_height; }
     unsigned int channels() const { return m_channels; }
+    /// True when neither storage holds anything.
     bool empty() const { return m_data.empty() && m_flipped.empty(); }
 
     /// Makes the ordinary storage of that size, every byte `value`; the flipped storage becomes empty.

@@ -59,6 +59,7 @@ public:
         }
     }
 
+    /// Voxels along x, y and z, and values of each.
     const vecT3<int>& dimensions() const { return m_dimensions; }
     int numChannels() const { return m_channels; }
     /// The product of the counts; the largest std::size_t where that is too small for it.

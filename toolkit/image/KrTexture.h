@@ -44,6 +44,7 @@ public:
 
     unsigned int width() const { return m_width; }   ///< of the texture, pixels
     unsigned int height() const { return m_height; } ///< of the texture, pixels
+    /// Whether texels are kept as floats: false by default.
     bool isFloat() const { return m_isFloat; }
     /// Bytes become floats of the same value when loaded.
     void setFloat(bool isFloat) { m_isFloat = isFloat; }

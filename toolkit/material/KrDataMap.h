@@ -33,8 +33,10 @@ public:
     void setReal(const std::string& key, double value);
     void setString(const std::string& key, const std::string& value);
     void setBoolean(const std::string& key, bool value);
+    /// False when there is no such key.
     bool erase(const std::string& key);
 
+    /// True when nothing has a name here.
     bool empty() const { return m_values.empty(); }
 
     /// A lit surface of one colour: ambient and diffuse are `color`, a faint highlight.

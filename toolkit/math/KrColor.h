@@ -12,6 +12,7 @@ public:
     {
     }
 
+    /// The channels, as they were given: nothing is cut off at 0 or 1.
     virtual double red() const { return m_channels[0]; }
     virtual double green() const { return m_channels[1]; }
     virtual double blue() const { return m_channels[2]; }

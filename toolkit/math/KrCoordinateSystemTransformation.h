@@ -12,14 +12,17 @@ class KrCoordinateSystemTransformation : public KrXmlObjectOf<KrCoordinateSystem
 public:
     KrCoordinateSystemTransformation() { setToIdentity(); }
 
+    /// R = 1, t = 0: a new one is that, too.
     void setToIdentity();
     bool isIdentity() const;
+    /// True when all twelve numbers are finite, be R a rotation or not.
     bool isFinite() const;
     /// False when a number is not finite or R is no rotation (within 1e-6): what arithmetic and setRotation may leave.
     bool isPose() const;
     /// The same, with one message when it is none: for setters. @param method  "Class::method"
     bool checkPose(const char* method) const;
 
+    /// The origin of the child frame in the parent frame, m. Setters trust their caller: see isPose.
     const KrVector& translation() const { return m_translation; }
     void setTranslation(const KrVector& t) { m_translation = t; }
     /// Element of R, both indices 0 to 2.

@@ -6,12 +6,13 @@
 class KrPixel : public KrXmlObjectOf<KrPixel, KrXmlObject>
 {
 public:
-    KrPixel() = default;
+    KrPixel() = default; ///< the upper left corner
     KrPixel(unsigned int x, unsigned int y)
         : m_x(x)
         , m_y(y)
     {
     }
+    /// Pixels from the left edge, and from the upper one.
     unsigned int x() const { return m_x; }
     unsigned int y() const { return m_y; }
 

@@ -6,11 +6,12 @@
 class KrPlanarVector
 {
 public:
-    KrPlanarVector() = default;
+    KrPlanarVector() = default; ///< (0, 0)
     KrPlanarVector(double u, double v)
         : m_data{u, v}
     {
     }
+    /// Beyond 0 to 1 lies what the texture's wrapping puts there.
     double u() const { return m_data[0]; }
     double v() const { return m_data[1]; }
 
@@ -23,6 +24,7 @@ private:
     double m_data[2] = {0.0, 0.0};
 };
 
+/// "u v".
 template <>
 struct KrXmlPlain<KrPlanarVector>
 {

@@ -12,6 +12,7 @@ public:
         : m_value(value)
     {
     }
+    /// The vector itself; borrowed from this object.
     const KrVector& value() const { return m_value; }
     void setValue(const KrVector& value) { m_value = value; }
     operator const KrVector&() const { return m_value; }

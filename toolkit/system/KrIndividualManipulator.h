@@ -37,6 +37,7 @@ public:
     const KrMaterialMap& dataMaps() const { return m_dataMaps; }
     KrMaterialMap& dataMaps() { return m_dataMaps; }
 
+    /// The bodies between two of its links.
     const KrIntraLinkDescription& intraLinks() const { return m_intraLinks; }
     KrIntraLinkDescription& intraLinks() { return m_intraLinks; }
 

@@ -25,9 +25,11 @@ public:
     KrIntraLink& operator=(const KrIntraLink& other);
     KrIntraLink& operator=(KrIntraLink&& other) noexcept;
     ~KrIntraLink() override;
+    /// Between a point of each of two links, m, in the links' frames; without a shape.
     KrIntraLink(const std::string& startLink, const KrVector& startPoint, const std::string& endLink,
                 const KrVector& endPoint);
 
+    /// The names of the links at its ends.
     const std::string& startLink() const { return m_startLink.value(); }
     const std::string& endLink() const { return m_endLink.value(); }
     const KrVector& startPoint() const { return m_startPoint; } ///< start link's frame, m
@@ -67,6 +69,7 @@ public:
     KrIntraLinkDescription& operator=(KrIntraLinkDescription&& other) noexcept;
     ~KrIntraLinkDescription() override;
 
+    /// The number of intra-links.
     unsigned int count() const { return m_intraLinks.size(); }
     /// Not checked: `i` is below count().
     const KrIntraLink& intraLink(unsigned int i) const { return m_intraLinks[i]; }

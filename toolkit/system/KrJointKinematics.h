@@ -14,6 +14,7 @@
 class KrJointKinematics : public KrXmlObjectOf<KrJointKinematics, KrXmlCompoundType>
 {
 public:
+    /// A fixed joint at the origin of the parent link, its axis z.
     KrJointKinematics();
     KrJointKinematics(const KrJointKinematics& other);
     KrJointKinematics(KrJointKinematics&& other) noexcept;
@@ -29,9 +30,11 @@ public:
         Prismatic   ///< m, within limits
     };
 
+    /// By which states, trajectories and mimics know the joint.
     const std::string& name() const { return m_name.value(); }
     void setName(const std::string& name) { m_name = name; }
 
+    /// How the joint moves.
     Type type() const;
     /// "fixed", "revolute", "continuous" or "prismatic", as files have it.
     static const char* typeName(Type type);
@@ -57,6 +60,7 @@ public:
     /// continuous joint adds its position to theta and a prismatic one to d. Sets origin, axis and offset.
     bool setDenavitHartenberg(Type type, double theta, double d, double a, double alpha);
 
+    /// Positions of the other types are not limited; the numbers then mean nothing.
     bool hasLimits() const { return type() == Type::Revolute || type() == Type::Prismatic; }
     double lowerLimit() const { return m_lowerLimit; }
     double upperLimit() const { return m_upperLimit; }

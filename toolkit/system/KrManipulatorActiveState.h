@@ -6,6 +6,7 @@
 class KrManipulatorActiveState
 {
 public:
+    /// Base pose and joint positions.
     const KrPositionState& positionState() const { return m_positionState; }
     void setPositionState(const KrPositionState& state) { m_positionState = state; }
 

@@ -23,22 +23,27 @@ public:
     KrManipulatorLink& operator=(const KrManipulatorLink& other);
     KrManipulatorLink& operator=(KrManipulatorLink&& other) noexcept;
     ~KrManipulatorLink() override;
+    /// Without shapes, mass or children, on a fixed joint.
     explicit KrManipulatorLink(const std::string& name);
 
+    /// By which joints, selections and intra-links know the link; links of a manipulator should differ in it.
     const std::string& name() const { return m_name.value(); }
     void setName(const std::string& name) { m_name = name; }
 
+    /// Missing shapes count.
     unsigned int numShapes() const { return m_shapes.size(); }
     /// Null for a missing shape and for an index that is too high.
     const KrShape* shape(unsigned int i) const;
     /// The first shape; null when there is none.
     const KrShape* shape() const { return shape(0); }
+    /// The same shape to share; null as `shape`.
     boost::shared_ptr<KrShape> shapePointer(unsigned int i) const;
     /// Appends a shape (null for a missing one) and numbers it.
     void addShape(const boost::shared_ptr<KrShape>& shape);
     /// Appends a new shape of that extent.
     void addShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent);
 
+    /// The number of collision shapes.
     unsigned int numCollisionShapes() const { return m_collisionShapes.size(); }
     /// Null for a missing shape and for an index that is too high.
     const KrShape* collisionShape(unsigned int i) const;
@@ -49,13 +54,16 @@ public:
     /// Becomes the owner of the same shapes as `other` has.
     void shareCollisionShapes(const KrManipulatorLink& other) { m_collisionShapes = other.m_collisionShapes; }
 
+    /// The links that this one carries. Changing the list moves them: what was borrowed from them is gone.
     const KrXmlVectorType<KrManipulatorLink>& childLinks() const { return m_childLinks; }
     KrXmlVectorType<KrManipulatorLink>& childLinks() { return m_childLinks; }
     /// Appends a copy; the reference holds until the next one is appended.
     KrManipulatorLink& addChildLink(const KrManipulatorLink& link);
 
+    /// The joint between the parent link and this one; a base's is fixed.
     const KrJointKinematics& jointKinematics() const { return m_jointKinematics; }
     KrJointKinematics& jointKinematics() { return m_jointKinematics; }
+    /// Mass, centre of mass and inertia, in the DH frame.
     const KrMassProperties& massProperties() const { return m_massProperties; }
     KrMassProperties& massProperties() { return m_massProperties; }
 

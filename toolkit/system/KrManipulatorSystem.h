@@ -13,6 +13,7 @@ public:
     KrManipulatorSystem& operator=(KrManipulatorSystem&& other) noexcept;
     ~KrManipulatorSystem() override;
 
+    /// The manipulators; their places in the list are the numbers by which windows and states know them.
     const KrXmlVectorType<KrIndividualManipulator>& manipulators() const { return m_manipulators; }
     KrXmlVectorType<KrIndividualManipulator>& manipulators() { return m_manipulators; }
 

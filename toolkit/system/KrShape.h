@@ -28,6 +28,7 @@ public:
     const KrBasePhysicalExtent* physicalExtent() const { return m_extent.get(); }
     /// The extent to update: it is held by pointer, so that a const shape can be told of changes to it.
     KrBasePhysicalExtent* mutablePhysicalExtent() const { return m_extent.get(); }
+    /// To share it; several shapes may.
     const boost::shared_ptr<KrBasePhysicalExtent>& extentPointer() const { return m_extent.pointer(); }
     void setPhysicalExtent(const boost::shared_ptr<KrBasePhysicalExtent>& extent);
 
@@ -49,6 +50,7 @@ public:
     /// copies, until the extent is changed and asked about again. Not for several threads at once.
     void boundingVolumes(std::vector<const KrShape*>& list, unsigned int level) const;
 
+    /// A new shape for a shape's XML token, null for any other. The caller owns it.
     static KrShape* newFromToken(const KrXmlToken& token);
     KrXmlToken token() const override;
     void registerComponents() override;

@@ -17,6 +17,7 @@ public:
     {
     }
 
+    /// The three numbers.
     std::uint32_t manipID() const { return m_manipulator; }
     std::uint32_t linkID() const { return m_link; } ///< joint index of the link, or kBaseLink
     std::uint32_t shapeID() const { return m_shape; }

@@ -19,6 +19,7 @@ public:
     /// The new value is a new system; selection and change lists are emptied.
     KrStatedSystem& operator=(const KrStatedSystem& other);
 
+    /// The manipulators, borrowed from this object.
     const KrManipulatorSystem& manipulatorSystem() const { return m_system; }
     /// For changes: call `systemChanged` when they are done.
     KrManipulatorSystem& manipulatorSystem() { return m_system; }
@@ -26,6 +27,7 @@ public:
     /// and empties selection and change lists.
     void systemChanged();
 
+    /// Where they are: base poses and joint positions, at a time.
     const KrManipulatorSystemState& systemState() const { return m_state; }
     /// False, after one message, and no change when `state` does not fit the system.
     bool setSystemState(const KrManipulatorSystemState& state);

@@ -7,6 +7,7 @@
 class KrVisualizableStatedSystem : public KrXmlObjectOf<KrVisualizableStatedSystem, KrXmlCompoundType>
 {
 public:
+    /// The two parts, borrowed from this object.
     const KrStatedSystem& statedSystem() const { return m_statedSystem; }
     KrStatedSystem& statedSystem() { return m_statedSystem; }
     const KrVisualizationParameters& visualizationParameters() const { return m_visualizationParameters; }

@@ -9,11 +9,14 @@
 class KrGUIObjectParameters : public KrXmlObjectOf<KrGUIObjectParameters, KrXmlCompoundType>
 {
 public:
-    double axisScale() const { return m_axisScale; } ///< length of a link's axes
+    /// Length of a link's axes.
+    double axisScale() const { return m_axisScale; }
     void setAxisScale(double scale);
-    double globalAxisScale() const { return m_globalAxisScale; } ///< length of the world's axes
+    /// Length of the world's axes.
+    double globalAxisScale() const { return m_globalAxisScale; }
     void setGlobalAxisScale(double scale);
-    double centerOfInterestScale() const { return m_centerOfInterestScale; } ///< radius of the marker's ball
+    /// Radius of the ball at the centre of interest.
+    double centerOfInterestScale() const { return m_centerOfInterestScale; }
     void setCenterOfInterestScale(double scale);
 
     KrXmlToken token() const override;

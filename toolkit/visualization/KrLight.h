@@ -13,6 +13,7 @@
 class KrLight : public KrXmlObjectOf<KrLight, KrXmlCompoundType>
 {
 public:
+    /// White, directional, from the world's z axis, on; no part of the light from everywhere.
     KrLight();
     KrLight(const KrLight& other);
     KrLight(KrLight&& other) noexcept;
@@ -20,10 +21,13 @@ public:
     KrLight& operator=(KrLight&& other) noexcept;
     ~KrLight() override;
 
-    bool isAtEye() const { return m_atEye.value(); } ///< follows the eye point (headlight)
+    /// Follows the eye point: a headlight.
+    bool isAtEye() const { return m_atEye.value(); }
     void setAtEye(bool on) { m_atEye = on; }
+    /// A light that is off keeps its number, and lights nothing.
     bool isOn() const { return m_on.value(); }
     void setOn(bool on) { m_on = on; }
+    /// What it adds to everything, what it casts on surfaces that face it, and the colour of its highlights.
     const KrColor& ambient() const { return m_ambient; }
     bool setAmbient(const KrColor& color);
     const KrColor& diffuse() const { return m_diffuse; }
@@ -33,19 +37,26 @@ public:
     /// World frame, m; for a directional light the direction towards the light.
     const KrVector& position() const { return m_position; }
     bool setPosition(const KrVector& position);
+    /// True for a lamp at `position`, false for parallel light.
     bool isPositional() const { return m_positional.value(); }
     void setPositional(bool on) { m_positional = on; }
-    const KrVector& direction() const { return m_direction; } ///< of a spot light, world frame
+    /// Where a spot light points, world frame; any length but zero has a meaning.
+    const KrVector& direction() const { return m_direction; }
     bool setDirection(const KrVector& direction);
+    /// How a spot light fades from the middle of its cone: intensity is the cosine of the angle to that power. OpenGL
+    /// takes 0 (not at all) to 128.
     double spotExponent() const { return m_spotExponent; }
     bool setSpotExponent(double exponent);
-    double spotCutoff() const { return m_spotCutoff; } ///< rad, half the cone's angle; pi for no cone
+    /// Half the angle of a spot light's cone, rad: up to pi / 2; pi for no cone.
+    double spotCutoff() const { return m_spotCutoff; }
     bool setSpotCutoff(double angle);
+    /// The light at a distance d m is divided by constant + linear d + quadratic d^2: a number, 1/m and 1/m^2. For
+    /// positional lights.
     double constantAttenuation() const { return m_constantAttenuation; }
     bool setConstantAttenuation(double factor);
-    double linearAttenuation() const { return m_linearAttenuation; } ///< 1/m
+    double linearAttenuation() const { return m_linearAttenuation; }
     bool setLinearAttenuation(double factor);
-    double quadraticAttenuation() const { return m_quadraticAttenuation; } ///< 1/m^2
+    double quadraticAttenuation() const { return m_quadraticAttenuation; }
     bool setQuadraticAttenuation(double factor);
 
     KrXmlToken token() const override;

@@ -7,6 +7,7 @@
 class KrLightParameters : public KrXmlObjectOf<KrLightParameters, KrXmlCompoundType>
 {
 public:
+    /// No lights.
     KrLightParameters();
     KrLightParameters(const KrLightParameters& other);
     KrLightParameters(KrLightParameters&& other) noexcept;
@@ -14,6 +15,7 @@ public:
     KrLightParameters& operator=(KrLightParameters&& other) noexcept;
     ~KrLightParameters() override;
 
+    /// The lights themselves; how many of them are drawn is OpenGL's to say, eight at least.
     const KrXmlVectorType<KrLight>& lights() const { return m_lights; }
     KrXmlVectorType<KrLight>& lights() { return m_lights; }
 

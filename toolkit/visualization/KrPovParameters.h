@@ -18,10 +18,12 @@ public:
     KrPovParameters& operator=(KrPovParameters&& other) noexcept;
     ~KrPovParameters() override;
 
+    /// Where the eye is, and the place it looks at.
     const KrVector& eyepoint() const { return m_eyepoint; }
     bool setEyepoint(const KrVector& eye);
     const KrVector& centerOfInterest() const { return m_centerOfInterest; }
     bool setCenterOfInterest(const KrVector& center);
+    /// The direction that is upwards in the picture.
     const KrVector& up() const { return m_up; }
     /// Of any length but zero.
     bool setUp(const KrVector& up);

@@ -9,6 +9,7 @@
 class KrVisualizationParameters : public KrXmlObjectOf<KrVisualizationParameters, KrXmlCompoundType>
 {
 public:
+    /// Each part as its class makes it.
     KrVisualizationParameters();
     KrVisualizationParameters(const KrVisualizationParameters& other);
     KrVisualizationParameters(KrVisualizationParameters&& other) noexcept;
@@ -16,6 +17,8 @@ public:
     KrVisualizationParameters& operator=(KrVisualizationParameters&& other) noexcept;
     ~KrVisualizationParameters() override;
 
+    /// From where it is looked at, in which manner it is drawn, by which lights, and the sizes of markers. The parts
+    /// are borrowed from this object; setters copy, and trust what the parts' own setters have checked.
     const KrPovParameters& povParameters() const { return m_pov; }
     void setPovParameters(const KrPovParameters& pov) { m_pov = pov; }
     const KrRenderParameters& renderParameters() const { return m_render; }

@@ -16,12 +16,13 @@ class KrXmlBasicType : public KrXmlObjectOf<KrXmlBasicType<T>, KrXmlObject>
 public:
     using Value = T;
 
-    KrXmlBasicType() = default;
-    KrXmlBasicType(T value) // NOLINT: a value and its XML form are one thing to a caller
+    KrXmlBasicType() = default; ///< zero, false or the empty string
+    KrXmlBasicType(T value)     // NOLINT: a value and its XML form are one thing to a caller
         : m_value(std::move(value))
     {
     }
 
+    /// The value itself; borrowed from this object.
     const T& value() const { return m_value; }
     void setValue(const T& value) { m_value = value; }
     operator const T&() const { return m_value; }

@@ -14,6 +14,7 @@ template <typename K, typename V>
 class KrXmlMapType : public KrXmlObjectOf<KrXmlMapType<K, V>, KrXmlObject>
 {
 public:
+    /// The number of entries.
     unsigned int size() const { return static_cast<unsigned int>(m_values.size()); }
     bool empty() const { return m_values.empty(); }
     void clear() { m_values.clear(); }
@@ -26,8 +27,10 @@ public:
     }
     /// Puts `value` under `key`, in place of what was there.
     void set(const K& key, const V& value) { m_values.insert_or_assign(key, value); }
+    /// False when there is no such key.
     bool erase(const K& key) { return m_values.erase(key) != 0; }
 
+    /// Pairs of key and value, in the order of the keys.
     auto begin() const { return m_values.begin(); }
     auto end() const { return m_values.end(); }
 

@@ -39,6 +39,7 @@ public:
     /// The element that stands for an object of this class on its own.
     virtual KrXmlToken token() const = 0;
 
+    /// Limits of a document and of its parts: Kr::Limits.
     bool readFile(const std::string& path);
     /// Writes to a file beside `path` first: `path` is either complete or as it was.
     bool writeFile(const std::string& path) const;

@@ -7,13 +7,14 @@ template <typename A, typename B>
 class KrXmlPairType : public KrXmlObjectOf<KrXmlPairType<A, B>, KrXmlCompoundType>
 {
 public:
-    KrXmlPairType() = default;
+    KrXmlPairType() = default; ///< of two new values
     KrXmlPairType(const A& a, const B& b)
         : m_first(a)
         , m_second(b)
     {
     }
 
+    /// The values themselves, borrowed from this object.
     const A& first() const { return m_first; }
     A& first() { return m_first; }
     const B& second() const { return m_second; }

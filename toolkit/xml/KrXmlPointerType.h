@@ -17,12 +17,13 @@ template <typename Base>
 class KrXmlPointerType : public KrXmlObjectOf<KrXmlPointerType<Base>, KrXmlObject>
 {
 public:
-    KrXmlPointerType() = default;
+    KrXmlPointerType() = default; ///< none
     explicit KrXmlPointerType(boost::shared_ptr<Base> object)
         : m_object(std::move(object))
     {
     }
 
+    /// The object; null for none. `get` lends it, `pointer` shares it.
     Base* get() const { return m_object.get(); }
     const boost::shared_ptr<Base>& pointer() const { return m_object; }
     void set(const boost::shared_ptr<Base>& object) { m_object = object; }

@@ -28,6 +28,7 @@ class KrXmlObject;
 class KrXmlReader : public KrXmlRefusal
 {
 public:
+    /// A reader of nothing, until one of the four opens a document; of one document at a time.
     KrXmlReader();
     ~KrXmlReader();
     KrXmlReader(const KrXmlReader&) = delete;

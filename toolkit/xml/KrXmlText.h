@@ -50,6 +50,7 @@ struct KrXmlPlain
     static constexpr bool isPlain = false;
 };
 
+/// Numbers and truth values.
 template <typename T>
 struct KrXmlPlain<T, std::enable_if_t<std::is_arithmetic_v<T>>>
 {

@@ -15,21 +15,25 @@
 /// A list of values of one type.
 ///
 /// Plain values (KrXmlPlain) are written as numbers in the element's text, objects as
-/// child elements under their own token. Items lie in one contiguous array.
+/// child elements under their own token. Items lie in one contiguous array, as in a std::vector, whose rules on
+/// references hold: growing makes them invalid.
 template <typename T>
 class KrXmlVectorType : public KrXmlObjectOf<KrXmlVectorType<T>, KrXmlObject>
 {
 public:
     KrXmlVectorType() = default;
+    /// Takes the values over.
     explicit KrXmlVectorType(std::vector<T> values)
         : m_values(std::move(values))
     {
     }
 
+    /// The number of items.
     unsigned int size() const { return static_cast<unsigned int>(m_values.size()); }
     bool empty() const { return m_values.empty(); }
     /// New items are default-constructed.
     void resize(unsigned int size) { m_values.resize(size); }
+    /// As of a std::vector.
     void reserve(unsigned int size) { m_values.reserve(size); }
     void clear() { m_values.clear(); }
     void push_back(T value) { m_values.push_back(std::move(value)); }
@@ -37,13 +41,16 @@ public:
     /// Not checked: `i` is below size().
     const T& operator[](unsigned int i) const { return m_values[i]; }
     T& operator[](unsigned int i) { return m_values[i]; }
+    /// The last item; there must be one.
     const T& back() const { return m_values.back(); }
     T& back() { return m_values.back(); }
 
+    /// For loops over the items, and for algorithms of the standard library.
     auto begin() const { return m_values.begin(); }
     auto end() const { return m_values.end(); }
     auto begin() { return m_values.begin(); }
     auto end() { return m_values.end(); }
+    /// The items themselves.
     const std::vector<T>& values() const { return m_values; }
     std::vector<T>& values() { return m_values; }
 

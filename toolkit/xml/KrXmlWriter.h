@@ -12,11 +12,13 @@
 class KrXmlWriter : public KrXmlRefusal
 {
 public:
+    /// @param stream  outlives the writer
     explicit KrXmlWriter(std::ostream& stream);
     ~KrXmlWriter();
     KrXmlWriter(const KrXmlWriter&) = delete;
     KrXmlWriter& operator=(const KrXmlWriter&) = delete;
 
+    /// Each is false when the document cannot be written, now or before; the reason has been told once.
     bool beginElement(const KrXmlToken& token);
     /// Only right after beginElement.
     bool attribute(const char* name, std::string_view value);
