@@ -19,6 +19,7 @@
 namespace
 {
 
+// The owners know the display: EGL takes it with every call.
 struct SurfaceDeleter
 {
     using pointer = EGLSurface;
@@ -60,6 +61,7 @@ private:
     bool m_isBound;
 };
 
+// 0 for an attribute that the driver does not know.
 EGLint configValue(EGLDisplay display, EGLConfig config, EGLint attribute)
 {
     EGLint value = 0;
@@ -67,6 +69,7 @@ EGLint configValue(EGLDisplay display, EGLConfig config, EGLint attribute)
     return value;
 }
 
+// Drivers offer 10 bits and multisampling too; pixels that are read back would differ.
 bool isExact(EGLDisplay display, EGLConfig config)
 {
     const EGLint depth = configValue(display, config, EGL_DEPTH_SIZE);
@@ -104,6 +107,7 @@ EGLConfig chooseConfig(EGLDisplay display, EGLint surfaceType)
                              24,
                              EGL_NONE};
     EGLint number = 0;
+    // Twice: for the number first, then for the configs.
     if (!eglChooseConfig(display, wanted, nullptr, 0, &number) || number <= 0) {
         return nullptr;
     }
@@ -141,6 +145,7 @@ Drawable createPbuffer(EGLDisplay display, EGLConfig config, unsigned int width,
 
 Drawable createGbmSurface(const KrEglPlatform& platform, EGLConfig config, unsigned int width, unsigned int height)
 {
+    // The format of the buffers has to be the config's, or EGL refuses the surface.
     const auto format = static_cast<std::uint32_t>(configValue(platform.display, config, EGL_NATIVE_VISUAL_ID));
     Drawable drawable;
     drawable.gbmSurface.reset(gbm_surface_create(platform.gbm, width, height, format, GBM_BO_USE_RENDERING));
@@ -152,6 +157,7 @@ Drawable createGbmSurface(const KrEglPlatform& platform, EGLConfig config, unsig
     return drawable;
 }
 
+// One form for both, so that a window can be resized whatever platform it is on.
 Drawable createDrawable(const KrEglPlatform& platform, EGLConfig config, unsigned int width, unsigned int height)
 {
     Drawable drawable = platform.gbm ? createGbmSurface(platform, config, width, height)
@@ -173,6 +179,7 @@ bool isRepresentable(unsigned int width, unsigned int height)
 bool doesDraw(unsigned int width, unsigned int height)
 {
     GLubyte pixel[3] = {0, 0, 0};
+    // A colour that cleared memory does not have; the alpha is not asked about.
     glClearColor(1.0f, 0.0f, 1.0f, 0.0f);
     glClear(GL_COLOR_BUFFER_BIT);
     glReadPixels(static_cast<GLint>(width) - 1, static_cast<GLint>(height) - 1, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, pixel);
@@ -191,6 +198,7 @@ struct OpenContext
     UniqueContext context; // goes before what it draws into
     bool isSoftware = false;
 
+    // A context that is destroyed while it is current lives on until it is not, and so would its surface.
     ~OpenContext()
     {
         if (context && eglGetCurrentContext() == context.get()) {
@@ -203,9 +211,11 @@ struct OpenContext
     bool makeCurrent(const Drawable& target) const
     {
         const EGLSurface surface = target.surface.get();
+        // Switching costs a flush, so it is left out where nothing changes.
         if (isCurrent() && eglGetCurrentSurface(EGL_DRAW) == surface && eglGetCurrentSurface(EGL_READ) == surface) {
             return true;
         }
+        // The other API's context goes first, so that a thread never has one of each.
         KrCurrentContext::leaveGlx();
         return eglMakeCurrent(platform.display, surface, surface, context.get()) == EGL_TRUE;
     }
@@ -229,6 +239,7 @@ public:
     /// The open context, current; null when a step failed. The attempt goes into the report either way.
     UniqueOpenContext run(KrWindowReport& report)
     {
+        // For all steps, the destruction of a failed attempt included.
         const DesktopOpenGl api;
         m_attempt.succeeded = initialize() && bind(api) && choose() && createContext() && createSurface() && start();
         report.attempts.push_back(m_attempt);
@@ -239,6 +250,7 @@ private:
     bool fail(const std::string& outcome, const std::string& remedy)
     {
         m_attempt.outcome = outcome;
+        // Taken in any case, so that the next attempt does not tell of this one.
         m_attempt.driverError = m_words.takeError();
         m_attempt.remedy = remedy;
         return false;
@@ -272,6 +284,7 @@ private:
 
     bool choose()
     {
+        // Contexts share objects only when their configs are compatible; the same one always is.
         m_open->config =
             m_share ? m_share->config
                     : chooseConfig(m_open->platform.display, m_open->platform.gbm ? EGL_WINDOW_BIT : EGL_PBUFFER_BIT);
@@ -285,6 +298,7 @@ private:
     // Without attributes a compatibility profile of the highest version is made.
     bool createContext()
     {
+        // An empty list of attributes: drivers give their newest version with the old functions in it.
         const EGLDisplay display = m_open->platform.display;
         const EGLContext share = m_share ? m_share->context.get() : EGL_NO_CONTEXT;
         m_open->context = UniqueContext(eglCreateContext(display, m_open->config, share, nullptr), {display});
@@ -314,6 +328,7 @@ private:
     bool isDrawable()
     {
         constexpr unsigned int kDrawnByAll = 4096;
+        // Asking costs a surface and a switch; this much every renderer draws.
         if (m_settings.width <= kDrawnByAll && m_settings.height <= kDrawnByAll) {
             return true;
         }
@@ -331,6 +346,7 @@ private:
         if (!m_open->makeCurrent(m_open->drawable)) {
             return fail("eglMakeCurrent fails", m_open->platform.remedy);
         }
+        // For windows of common size, which isDrawable() has not asked about.
         if (!KrCurrentContext::canDraw(m_settings.width, m_settings.height)) {
             return fail("the renderer cannot draw " + m_size + " pixels", "ask for a smaller window");
         }
@@ -342,6 +358,7 @@ private:
     }
 
     /// True for a software renderer.
+    /// The report of the window is read later, when it is known which attempt it keeps.
     bool describe()
     {
         KrWindowReport found;
@@ -365,16 +382,20 @@ private:
 /// Mesa offers its own beside another maker's hardware driver.
 UniqueOpenContext search(const KrWindowImpl::Settings& settings, KrWindowReport& report)
 {
+    // Without a driver every platform would fail for the same reason.
     if (!KrEglPlatforms::haveDriver(report)) {
         return nullptr;
     }
 
     UniqueOpenContext software;
     KrWindowReport skipped;
+    // Surfaceless first: it needs neither device nor display. The default display comes last, since it may be an X
+    // server's.
     for (const auto platforms : {KrEglPlatforms::surfaceless, KrEglPlatforms::devices, KrEglPlatforms::renderNodes,
                                  KrEglPlatforms::defaultDisplay}) {
         // What is not there matters no more once there is a context.
         for (const KrEglPlatform& platform : platforms(software ? skipped : report)) {
+            // With a software renderer at hand only what may be hardware is worth another attempt.
             if (software && (!platform.maybeHardware || KrEglPlatforms::isSoftwareWanted())) {
                 continue;
             }
@@ -414,10 +435,13 @@ const char* KrEglWindowImpl::kind() const
 
 bool KrEglWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWindowReport& report)
 {
+    // An object can be opened again.
     close();
+    // Restored on failure: an attempt switches contexts.
     const KrCurrentContext before;
     const auto* sharing = dynamic_cast<const KrEglWindowImpl*>(share);
     const OpenContext* shared = sharing ? sharing->m_private->open.get() : nullptr;
+    // A shared context has to be on the display of the other one; there is nothing to search for.
     m_private->open = shared ? Opening(settings, shared->platform, shared).run(report) : search(settings, report);
     if (!m_private->open || !makeCurrent()) {
         m_private->open.reset();
@@ -441,6 +465,7 @@ void KrEglWindowImpl::close()
     if (!isOpen()) {
         return;
     }
+    // Deleting the context takes making it current, so that its objects are freed; the client's comes back.
     const KrCurrentContext before;
     const bool wasOwn = before.isEgl(m_private->open->context.get());
     makeCurrent();
@@ -477,6 +502,7 @@ void KrEglWindowImpl::swapBuffers()
 
 bool KrEglWindowImpl::setSize(unsigned int width, unsigned int height)
 {
+    // The limit is asked of the own context, so it is made current first.
     if (!makeCurrent() || !isRepresentable(width, height) || !KrCurrentContext::canDraw(width, height)) {
         return false;
     }
@@ -488,14 +514,17 @@ bool KrEglWindowImpl::setSize(unsigned int width, unsigned int height)
     // A pbuffer keeps its size for life, so the context moves to a new one; GL objects belong to the context and stay.
     Drawable drawable = createDrawable(open.platform, open.config, width, height);
     if (!drawable.surface || !open.makeCurrent(drawable)) {
+        // The error is the attempt's, and would be taken for a later call's.
         eglGetError();
         open.makeCurrent(open.drawable);
         return false;
     }
+    // The old buffers go at the end of this function, when nothing draws into them any more.
     std::swap(open.drawable, drawable);
     return true;
 }
 
+// Without a screen these say yes: a program that is written for a window runs as it is.
 bool KrEglWindowImpl::setPosition(int, int)
 {
     return isOpen();

@@ -14,6 +14,7 @@
 namespace
 {
 
+// A client's exception must not pass through OSG or a destructor.
 /// What `callback` returns; `withoutOne` when it is empty, `onThrow` when it throws.
 template <typename Result>
 Result call(const std::function<Result()>& callback, Result withoutOne, Result onThrow)
@@ -37,6 +38,7 @@ void call(const std::function<void()>& callback)
 }
 
 /// Empty when the current context will do, else why not.
+/// The fixed pipeline is drawn with, which neither OpenGL ES nor the core profile has.
 std::string unfitness()
 {
     if (!KrCurrentContext::exists()) {
@@ -59,6 +61,7 @@ std::string unfitness()
     return profile & GL_CONTEXT_CORE_PROFILE_BIT ? "the current context has the core profile" : std::string();
 }
 
+// Drawing into a framebuffer of the client's takes OpenGL 3.0 or the extension of the same functions.
 bool hasFramebuffers()
 {
     const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
@@ -66,6 +69,7 @@ bool hasFramebuffers()
     return (version && std::atoi(version) >= 3) || (extensions && std::strstr(extensions, "GL_ARB_framebuffer_object"));
 }
 
+// The client's binding is put back: its code may rely on it.
 GLuint createTexture()
 {
     GLint bound = 0;
@@ -93,6 +97,7 @@ bool KrExternalWindowImpl::open(const Settings& settings, KrWindowImpl* share, K
 {
     KrWindowReport::Attempt attempt;
     attempt.backEnd = kind();
+    // It answers no before the window is open.
     m_open = true; // for makeCurrent
     if (!makeCurrent()) {
         attempt.outcome = "the client's make-current callback fails";
@@ -108,10 +113,12 @@ bool KrExternalWindowImpl::open(const Settings& settings, KrWindowImpl* share, K
         KrForkGuard::noteContext();
         report.readCurrentContext();
         attempt.outcome = "wraps the client's context on " + report.renderer;
+        // Asked of the context: the client has chosen the visual.
         GLboolean stereo = GL_FALSE;
         glGetBooleanv(GL_STEREO, &stereo);
         m_stereo = stereo == GL_TRUE;
         m_hasFramebuffers = hasFramebuffers();
+        // Only the client knows how large its surface is.
         m_width = settings.width;
         m_height = settings.height;
     }
@@ -125,9 +132,11 @@ bool KrExternalWindowImpl::open(const Settings& settings, KrWindowImpl* share, K
 bool KrExternalWindowImpl::sharesObjectsWith(KrWindowImpl& other)
 {
     const GLuint texture = createTexture();
+    // The other one stays current for the question alone.
     const bool wasSeen = other.makeCurrent() && glIsTexture(texture);
     makeCurrent();
     glDeleteTextures(1, &texture);
+    // Commands of one context are seen by the other one when they are done.
     glFinish();
     const bool isGone = other.makeCurrent() && !glIsTexture(texture);
     return makeCurrent() && wasSeen && isGone;
@@ -167,6 +176,7 @@ void KrExternalWindowImpl::swapBuffers()
     }
 }
 
+// The client has resized its surface already, or is about to; here the size is only noted.
 bool KrExternalWindowImpl::setSize(unsigned int width, unsigned int height)
 {
     if (!makeCurrent()) {
@@ -177,6 +187,7 @@ bool KrExternalWindowImpl::setSize(unsigned int width, unsigned int height)
     return true;
 }
 
+// Where the window stands and how it looks is the client's affair.
 bool KrExternalWindowImpl::setPosition(int, int)
 {
     return m_open;
@@ -207,6 +218,7 @@ unsigned int KrExternalWindowImpl::defaultFramebuffer() const
     if (!m_open) {
         return 0;
     }
+    // A toolkit that draws into a framebuffer of its own may have another one in every frame, so it is asked each time.
     if (m_callbacks.defaultFramebuffer) {
         return call(m_callbacks.defaultFramebuffer, 0u, 0u);
     }

@@ -39,8 +39,11 @@ const char* KrGlxWindowImpl::kind() const
 
 bool KrGlxWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWindowReport& report)
 {
+    // An object can be opened again.
     close();
+    // Restored on failure: an attempt switches contexts.
     const KrCurrentContext before;
+    // A window of another kind shares nothing; KrWindow has asked before.
     const auto* sharing = dynamic_cast<const KrGlxWindowImpl*>(share);
     m_private->open =
         KrGlxOpening::run(settings, sharing ? sharing->m_private->open.get() : nullptr, m_private->samples, report);
@@ -65,6 +68,7 @@ void KrGlxWindowImpl::close()
     if (!isOpen()) {
         return;
     }
+    // Deleting the context takes making it current, so that its objects are freed; the client's comes back.
     const KrCurrentContext before;
     const bool wasOwn = before.isGlx(m_private->open->context.get());
     makeCurrent();
@@ -96,8 +100,10 @@ void KrGlxWindowImpl::swapBuffers()
     if (!makeCurrent()) {
         return;
     }
+    // Read here, so that a program which never asks for events still notices a new size.
     m_private->open->readEvents();
     glXSwapBuffers(m_private->open->display(), m_private->open->drawable());
+    // A swap brings the buffers to the new size by itself.
     if (!m_private->open->pbuffer) {
         m_private->open->isResized = false;
     }
@@ -116,6 +122,7 @@ bool KrGlxWindowImpl::setSize(unsigned int width, unsigned int height)
     }
     open.readEvents();
     if (open.pbuffer) {
+        // Made and moved to before anything is noted: on failure the window keeps its old pixels.
         OwnedPbuffer pbuffer = open.createPbuffer(width, height);
         if (!pbuffer || !open.moveTo(std::move(pbuffer))) {
             return false;
@@ -136,6 +143,7 @@ bool KrGlxWindowImpl::setPosition(int x, int y)
     if (!isOpen()) {
         return false;
     }
+    // Errors of X come later and end the process by default; the trap waits for them.
     KrXErrorTrap trap(m_private->open->display());
     XMoveWindow(m_private->open->display(), m_private->open->window.get(), x, y);
     return trap.isClean();
@@ -148,9 +156,11 @@ bool KrGlxWindowImpl::setHidden(bool hidden)
     }
     KrGlxWindow& open = *m_private->open;
     open.readEvents();
+    // A hidden window draws into a pbuffer, so its presence tells which it is.
     if (hidden == static_cast<bool>(open.pbuffer)) {
         return true;
     }
+    // The pbuffer first: where there can be none, the window stays visible and goes on.
     if (hidden) {
         OwnedPbuffer pbuffer = open.createPbuffer(open.width, open.height);
         if (!pbuffer || !open.moveTo(std::move(pbuffer))) {
@@ -160,6 +170,7 @@ bool KrGlxWindowImpl::setHidden(bool hidden)
         XWithdrawWindow(open.display(), open.window.get(), DefaultScreen(open.display()));
         return trap.isClean();
     }
+    // Shown before it is drawn into: an X window that is not mapped has no pixels.
     return open.show() && open.moveTo(OwnedPbuffer());
 }
 
@@ -211,6 +222,7 @@ bool KrGlxWindowImpl::isLost() const
 
 bool KrGlxWindowImpl::minimise()
 {
+    // A hidden window is not on the screen, and a lost one nowhere.
     if (!isOpen() || isLost() || m_private->open->pbuffer) {
         return false;
     }
@@ -225,6 +237,7 @@ bool KrGlxWindowImpl::nextEvent(KrWindowEvent& event)
         return false;
     }
     KrGlxWindow& open = *m_private->open;
+    // Events are selected with the first question, so that programs which never ask cost the server nothing.
     open.listen();
     if (open.nextEvent == open.events.size()) {
         open.events.clear(); // keeps its memory
@@ -246,6 +259,7 @@ bool KrGlxWindowImpl::waitForEvent(double seconds)
     }
     KrGlxWindow& open = *m_private->open;
     open.listen();
+    // A clock that is not set back: the time left must not grow.
     const Clock::time_point end = Clock::now() + std::chrono::microseconds(std::llround(1e6 * seconds));
     while (!isLost()) {
         // Events of other windows on the connection stay in Xlib's queue: only what is new on the wire wakes.
@@ -253,6 +267,7 @@ bool KrGlxWindowImpl::waitForEvent(double seconds)
         if (open.nextEvent < open.events.size()) {
             return true;
         }
+        // Rounded down to whole milliseconds: the wait may end a little early, never late.
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd wire = {ConnectionNumber(open.display()), POLLIN, 0};
         if (left < 0 || poll(&wire, 1, static_cast<int>(left)) <= 0) {

@@ -11,12 +11,14 @@
 namespace
 {
 
+// Empty where there is no context, instead of null.
 std::string glString(GLenum name)
 {
     const GLubyte* text = glGetString(name);
     return text ? reinterpret_cast<const char*>(text) : std::string();
 }
 
+// 0 where the name is unknown to the context: asking for it leaves the value alone.
 int glInteger(GLenum name)
 {
     GLint value = 0;
@@ -33,6 +35,7 @@ bool isSoftwareRenderer(const std::string& renderer)
                        [&](const char* name) { return small.find(name) != std::string::npos; });
 }
 
+// Columns of the list of attempts.
 std::string padded(const std::string& text, std::size_t width)
 {
     return text + std::string(text.size() < width ? width - text.size() : 0, ' ');
@@ -74,6 +77,7 @@ std::string wrapped(const std::string& text, std::size_t column, std::size_t ind
     return lines + "\n";
 }
 
+// One attempt: its name, how it ended, then what the driver said and what would mend it, indented.
 std::string attemptText(const KrWindowReport::Attempt& attempt, std::size_t nameWidth)
 {
     const std::size_t indent = nameWidth + 12;
@@ -108,6 +112,7 @@ void KrWindowReport::readCurrentContext()
 
 std::string KrWindowReport::text() const
 {
+    // A window that wraps a client's context, or was never opened, has no list.
     if (attempts.empty()) {
         return hasContext() ? contextText(*this) : "OpenGL context: none was looked for yet\n";
     }

@@ -42,14 +42,17 @@ private:
     };
     static constexpr int kNoMaster = -1;
 
+    // A mimic whose master is unknown follows nobody; its position stays as it is.
     void findMasters()
     {
+        // Most manipulators have no mimic at all, and their states change with every frame.
         const auto isMimic = [](const KrManipulatorLink* link) { return link->jointKinematics().isMimic(); };
         if (std::none_of(m_links.begin(), m_links.end(), isMimic)) {
             return;
         }
         std::map<std::string_view, int> joints;
         for (std::size_t joint = 0; joint < m_links.size(); ++joint) {
+            // Of several joints with one name the first counts, as in jointIndex().
             joints.emplace(m_links[joint]->jointKinematics().name(), static_cast<int>(joint));
         }
         for (std::size_t joint = 0; joint < m_links.size(); ++joint) {
@@ -70,6 +73,7 @@ private:
             chain.push_back(joint);
             joint = m_masters[joint];
         }
+        // Where the walk stops on its own chain, masters follow each other in a circle.
         if (m_marks[joint] == Mark::OnChain) {
             // A circle: its joints stay where they are, those that hang on it follow.
             while (m_marks[joint] == Mark::OnChain) {
@@ -83,6 +87,7 @@ private:
         }
     }
 
+    // The master's position stands by now: masters are settled before those that follow them.
     void settle(int joint)
     {
         const KrJointKinematics& kinematics = m_links[joint]->jointKinematics();
@@ -100,11 +105,13 @@ private:
     std::vector<Mark> m_marks;
 };
 
+// Zero, or the limit that is next to it.
 double restPosition(const KrJointKinematics& kinematics)
 {
     return kinematics.hasLimits() ? std::clamp(0.0, kinematics.lowerLimit(), kinematics.upperLimit()) : 0.0;
 }
 
+// One message for all that need a state of the manipulator's size.
 bool refuseState(const char* method, const std::string& manipulator, unsigned int joints, unsigned int positions)
 {
     Kr::Print::instance()->write(Kr::Print::Warning,
@@ -141,6 +148,7 @@ bool KrIndividualManipulator::setBaseDhFrame(const KrCoordinateSystemTransformat
     return frame.checkPose("KrIndividualManipulator::setBaseDhFrame") && (m_baseDhFrame = frame, true);
 }
 
+// Every link but the base has one joint, so links are counted.
 unsigned int KrIndividualManipulator::numJoints() const
 {
     unsigned int count = 0;
@@ -181,11 +189,13 @@ std::vector<int> KrIndividualManipulator::parents() const
     return result;
 }
 
+// Joints before links: a name may be both, and then means the joint. Nobody is called by an empty name.
 int KrIndividualManipulator::jointIndex(const std::string& name) const
 {
     if (name.empty()) {
         return -1;
     }
+    // In the order of the walk, which is the order of the positions in a state.
     const std::vector<const KrManipulatorLink*> all = links();
     auto found = std::find_if(all.begin(), all.end(),
                               [&](const KrManipulatorLink* link) { return link->jointKinematics().name() == name; });
@@ -203,6 +213,7 @@ KrPositionState KrIndividualManipulator::defaultState() const
     for (const KrManipulatorLink* link : all) {
         state.jointPositions().push_back(restPosition(link->jointKinematics()));
     }
+    // Last: the masters' own rest positions stand by then.
     MimicSolver(all, state.jointPositions()).solve();
     return state;
 }
@@ -225,12 +236,14 @@ bool KrIndividualManipulator::linkPoses(const KrPositionState& state,
         return refuseState("linkPoses", name(), joints, state.jointPositions().size());
     }
     poses.clear();
+    // The vector keeps its memory, so that nothing is allocated from the second frame on.
     poses.reserve(joints);
     KrLinkWalk walk(*this);
     while (const KrManipulatorLink* const link = walk.next()) {
         KrCoordinateSystemTransformation linkToParent;
         link->jointKinematics().linkTransformation(state.jointPositions()[static_cast<unsigned int>(walk.index())],
                                                    linkToParent);
+        // Parents come before their children in this order, so their poses are there already.
         const bool isUnderBase = walk.parent() == KrLinkWalk::kRoot;
         poses.push_back((isUnderBase ? state.baseTransformation() : poses[static_cast<std::size_t>(walk.parent())]) *
                         linkToParent);
@@ -241,6 +254,7 @@ bool KrIndividualManipulator::linkPoses(const KrPositionState& state,
 bool KrIndividualManipulator::linkPose(const std::string& link, const KrPositionState& state,
                                        KrCoordinateSystemTransformation& pose) const
 {
+    // An empty name, or the manipulator's, means its base link.
     if (link.empty() || link == name()) {
         pose = state.baseTransformation();
         return true;

@@ -11,6 +11,7 @@ namespace
 /// Sine of the angle below which two directions count as parallel.
 constexpr double kParallel = 1e-6;
 
+// The constructor cannot refuse, so it mends.
 /// A point that is not finite becomes the origin of its link, after one message.
 KrVector checkedPoint(const KrVector& point)
 {
@@ -28,11 +29,14 @@ KrVector across(const KrVector& direction, const KrVector& axis)
 KrCoordinateSystemTransformation frameAlong(const KrVector& x, const KrVector& origin,
                                             const KrCoordinateSystemTransformation& start)
 {
+    // Where x runs along the start link's z axis, its y axis takes that one's place: the two cannot both be parallel to
+    // x.
     KrVector z = across(start.transformDirection(KrVector(0.0, 0.0, 1.0)), x);
     if (z.length() < kParallel) {
         z = across(start.transformDirection(KrVector(0.0, 1.0, 0.0)), x);
     }
     z.normalize();
+    // Right-handed: y = z x x, of length 1, since both are at right angles and normalised.
     const KrVector y = z.cross(x);
 
     KrCoordinateSystemTransformation frame;
@@ -70,6 +74,8 @@ KrCoordinateSystemTransformation KrIntraLink::placement(const KrManipulatorActiv
 {
     KrCoordinateSystemTransformation start;
     KrCoordinateSystemTransformation end;
+    // A link that is not there, or has no position: the identity, without a message, since this is asked in every
+    // frame.
     if (!manipulator.linkPose(startLink(), state.positionState(), start) ||
         !manipulator.linkPose(endLink(), state.positionState(), end)) {
         return {};

@@ -18,6 +18,7 @@ struct TypeName
     const char* name;
 };
 
+// As they stand in documents.
 constexpr std::array<TypeName, 4> kTypeNames = {{{KrJointKinematics::Type::Fixed, "fixed"},
                                                  {KrJointKinematics::Type::Revolute, "revolute"},
                                                  {KrJointKinematics::Type::Continuous, "continuous"},
@@ -36,10 +37,12 @@ std::optional<KrJointKinematics::Type> typeOf(const std::string& name)
 /// Whether a finite position lies between them. Written so that NaN fails too.
 bool areLimits(double lower, double upper)
 {
+    // An infinite limit is none; a lower limit of +infinity would leave no position.
     constexpr double infinity = std::numeric_limits<double>::infinity();
     return lower <= upper && lower < infinity && upper > -infinity;
 }
 
+// A length that overflows is refused, too: it cannot be normalised.
 bool hasDirection(const KrVector& axis)
 {
     const double length = axis.length();
@@ -81,6 +84,7 @@ KrJointKinematics::Type KrJointKinematics::type() const
     return m_typeValue;
 }
 
+// Both forms are kept: the name is what a document has, the value is what every frame asks for.
 void KrJointKinematics::setType(Type type)
 {
     m_typeValue = type;
@@ -116,6 +120,7 @@ bool KrJointKinematics::setDhFrame(const KrCoordinateSystemTransformation& frame
 
 bool KrJointKinematics::setDenavitHartenberg(Type type, double theta, double d, double a, double alpha)
 {
+    // Before anything is assigned: a refused call changes nothing.
     if (!Kr::NumberCheck::areFinite("KrJointKinematics::setDenavitHartenberg", {theta, d, a, alpha})) {
         return false;
     }
@@ -127,6 +132,7 @@ bool KrJointKinematics::setDenavitHartenberg(Type type, double theta, double d, 
     offset.setAxisAngle(KrVector(1.0, 0.0, 0.0), alpha);
     offset.setTranslation(KrVector(a, 0.0, d));
 
+    // The remaining values, limits for example, stay as they are.
     setType(type);
     m_origin = origin;
     m_axis = KrVector(0.0, 0.0, 1.0);
@@ -172,6 +178,7 @@ bool KrJointKinematics::setMimic(const std::string& master, double multiplier, d
 
 void KrJointKinematics::linkTransformation(double position, KrCoordinateSystemTransformation& linkToParent) const
 {
+    // Fixed joints stay at their origin, whatever the state says.
     KrCoordinateSystemTransformation motion;
     switch (m_typeValue) {
     case Type::Fixed:
@@ -184,6 +191,7 @@ void KrJointKinematics::linkTransformation(double position, KrCoordinateSystemTr
         motion.setTranslation(m_axis.value() * position);
         break;
     }
+    // Read from the right: the link's own offset, the motion, then the place of the joint in its parent.
     linkToParent = m_origin * motion * m_offset;
 }
 
@@ -196,6 +204,7 @@ bool KrJointKinematics::read(KrXmlReader& reader)
     return true;
 }
 
+// After reading: what documents tell in words becomes what every frame uses. `validate` has passed the type.
 void KrJointKinematics::settle()
 {
     setType(typeOf(m_type).value_or(Type::Fixed));
@@ -209,6 +218,7 @@ KrXmlToken KrJointKinematics::token() const
 
 void KrJointKinematics::registerComponents()
 {
+    // What a document leaves out keeps the value of a new joint.
     const std::string& uri = KrXmlNamespace::system();
     registerComponent({uri, "name"}, m_name, Presence::Optional);
     registerComponent({uri, "type"}, m_type, Presence::Optional);

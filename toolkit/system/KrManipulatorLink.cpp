@@ -23,6 +23,7 @@ KrManipulatorLink::KrManipulatorLink(const KrManipulatorLink& other)
     while (!open.empty()) {
         const auto [copy, original] = open.back();
         open.pop_back();
+        // What hangs under the link comes level by level, see the caller.
         copy->copyBody(*original);
         copy->m_childLinks.resize(original->m_childLinks.size());
         for (unsigned int i = 0; i < original->m_childLinks.size(); ++i) {
@@ -72,6 +73,7 @@ KrManipulatorLink::~KrManipulatorLink()
     }
 }
 
+// Everything but the child links. Shapes are shared, not copied: they are pointers.
 void KrManipulatorLink::copyBody(const KrManipulatorLink& other)
 {
     m_name = other.m_name;
@@ -89,6 +91,7 @@ KrManipulatorLink::KrManipulatorLink(const std::string& name)
 
 const KrShape* KrManipulatorLink::shape(unsigned int i) const
 {
+    // Null for a shape that is not there, as for an empty one.
     return i < m_shapes.size() ? m_shapes[i].get() : nullptr;
 }
 
@@ -100,6 +103,7 @@ boost::shared_ptr<KrShape> KrManipulatorLink::shapePointer(unsigned int i) const
 void KrManipulatorLink::addShape(const boost::shared_ptr<KrShape>& shape)
 {
     if (shape) {
+        // A shape's number is its place in its link; a key finds it by that.
         shape->setNumber(m_shapes.size());
     }
     m_shapes.push_back(KrXmlPointerType<KrShape>(shape));
@@ -117,6 +121,7 @@ const KrShape* KrManipulatorLink::collisionShape(unsigned int i) const
 
 void KrManipulatorLink::addCollisionShape(const boost::shared_ptr<KrShape>& shape)
 {
+    // Unlike an empty one that is drawn, an empty collision shape is not kept.
     if (shape) {
         shape->setNumber(m_collisionShapes.size());
         m_collisionShapes.push_back(KrXmlPointerType<KrShape>(shape));
@@ -153,6 +158,7 @@ KrXmlToken KrManipulatorLink::token() const
 void KrManipulatorLink::registerComponents()
 {
     const std::string& uri = KrXmlNamespace::system();
+    // The children come last, so that a document tells a link before what hangs under it.
     registerComponent({uri, "name"}, m_name, Presence::Optional);
     registerComponent({uri, "jointKinematics"}, m_jointKinematics, Presence::Optional);
     registerComponent({uri, "massProperties"}, m_massProperties, Presence::Optional);

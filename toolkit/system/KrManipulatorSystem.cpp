@@ -16,5 +16,6 @@ KrXmlToken KrManipulatorSystem::token() const
 
 void KrManipulatorSystem::registerComponents()
 {
+    // Required: without manipulators a document is no system.
     registerComponent({KrXmlNamespace::system(), "manipulators"}, m_manipulators);
 }

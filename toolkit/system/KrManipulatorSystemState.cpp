@@ -21,6 +21,7 @@ bool KrManipulatorSystemState::setTime(double time)
 
 bool KrManipulatorSystemState::validate(KrXmlRefusal& refusal) const
 {
+    // Position states judge themselves when they are read.
     return std::isfinite(time()) || refusal.fail("the time is not finite");
 }
 

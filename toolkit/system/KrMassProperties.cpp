@@ -20,6 +20,7 @@ constexpr double kTolerance = 1e-6;
 /// Of an ellipsoid, as a part of its longest semi-axis: a few pixels in a picture, a ten-thousandth of the inertia.
 constexpr double kLeastThickness = 1e-2;
 
+// Of the order in which descriptions of robots have the six: Ixx Iyy Izz Ixy Ixz Iyz.
 Eigen::Matrix3d tensor(const std::array<double, 6>& inertia)
 {
     const auto [xx, yy, zz, xy, xz, yz] = inertia;
@@ -36,11 +37,13 @@ Eigen::Vector3d spreads(const Eigen::Vector3d& moments)
     return Eigen::Vector3d::Constant(moments.sum()) - 2.0 * moments;
 }
 
+// Of a solid ellipsoid I1 = m / 5 (b^2 + c^2), and cyclic; solved for a^2. Rounding may leave a negative spread.
 Eigen::Vector3d squaredSemiAxes(double mass, const Eigen::Vector3d& moments)
 {
     return 2.5 * (spreads(moments).cwiseMax(0.0) / mass);
 }
 
+// The columns of `axes` are the principal axes.
 KrCoordinateSystemTransformation pose(const Eigen::Matrix3d& axes, const KrVector& origin)
 {
     KrCoordinateSystemTransformation result;
@@ -73,6 +76,7 @@ bool KrMassProperties::setMass(double mass)
         return false;
     }
     m_mass = mass;
+    // Other values are worth another message.
     m_isReported = false;
     return true;
 }
@@ -90,6 +94,7 @@ bool KrMassProperties::setCenterOfMass(const KrVector& center)
 std::array<double, 6> KrMassProperties::inertia() const
 {
     std::array<double, 6> result = {};
+    // A document may have had fewer or more before it was refused; what is missing counts as 0.
     const std::size_t count = std::min<std::size_t>(result.size(), m_inertia.size());
     std::copy_n(m_inertia.begin(), count, result.begin());
     return result;
@@ -108,6 +113,7 @@ bool KrMassProperties::setInertia(const std::array<double, 6>& inertia)
 
 std::string KrMassProperties::whyImpossible() const
 {
+    // Without any value there is nothing to judge.
     if (!isGiven()) {
         return {};
     }
@@ -125,6 +131,7 @@ std::string KrMassProperties::whyImpossible() const
 
     // Moments that meet the triangle inequality are not negative either: the sum of two such inequalities is
     // 2 I >= 0.
+    // The eigenvalues of the symmetric tensor are the principal moments (in ascending order).
     const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> solver(tensor(inertia()), Eigen::EigenvaluesOnly);
     const Eigen::Vector3d moments = solver.eigenvalues();
     const double largest = moments.cwiseAbs().maxCoeff();
@@ -133,6 +140,7 @@ std::string KrMassProperties::whyImpossible() const
                       moments[2]);
         return text;
     }
+    // A large moment of a small mass gives an ellipsoid beyond all measure.
     const double reach = std::sqrt(squaredSemiAxes(mass(), moments).maxCoeff());
     // Written so that NaN fails too.
     if (!(reach <= Kr::Limits::kLargestBody)) {
@@ -146,6 +154,7 @@ std::string KrMassProperties::whyImpossible() const
     return {};
 }
 
+// Once for each set of values, however often the ellipsoid is asked for.
 bool KrMassProperties::tellWhyImpossible(const std::string& linkName) const
 {
     const std::string reason = whyImpossible();
@@ -171,6 +180,7 @@ bool KrMassProperties::fillEllipsoid(const std::string& linkName, KrEllipsoid& e
 
     const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> solver(tensor(inertia()));
     Eigen::Matrix3d axes = solver.eigenvectors();
+    // Eigenvectors are right-handed or left-handed, as they come; a pose has to be a rotation.
     if (axes.determinant() < 0.0) {
         axes.col(2) = -axes.col(2);
     }
@@ -198,6 +208,7 @@ void KrMassProperties::registerComponents()
 
 bool KrMassProperties::validate(KrXmlRefusal& refusal) const
 {
+    // Called when values have been read, which are worth a message of their own.
     m_isReported = false;
     // Values that no body has are kept: they cost the ellipsoid, not the file.
     if (m_inertia.size() != 6) {

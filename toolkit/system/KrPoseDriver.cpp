@@ -10,6 +10,7 @@ KrPoseDriver::KrPoseDriver(const KrManipulatorSystem& system)
     for (unsigned int m = 0; m < system.manipulators().size(); ++m) {
         const KrIndividualManipulator& manipulator = system.manipulators()[m];
         addShapes(manipulator, manipulator, KrShapeStateCacheKey(m, KrShapeStateCacheKey::kBaseLink, 0));
+        // The order of links() is that of the joints, so the place in it is the link's number.
         std::uint32_t joint = 0;
         for (const KrManipulatorLink* link : manipulator.links()) {
             addShapes(*link, manipulator, KrShapeStateCacheKey(m, joint++, 0));
@@ -22,6 +23,7 @@ void KrPoseDriver::addShapes(const KrManipulatorLink& link, const KrIndividualMa
 {
     bool isDeformable = false;
     link.deformable(isDeformable);
+    // A rigid link's shapes do not deform, even when their kind could.
     for (unsigned int i = 0; i < link.numShapes() && isDeformable; ++i) {
         const KrShape* const shape = link.shape(i);
         if (shape == nullptr) {
@@ -41,6 +43,7 @@ void KrPoseDriver::addShapes(const KrManipulatorLink& link, const KrIndividualMa
 bool KrPoseDriver::addTracks(const boost::shared_ptr<KrDeformationPhysicalExtent>& extent,
                              const KrIndividualManipulator& manipulator, unsigned int manipulatorIndex)
 {
+    // In alphabetical order and each joint once; poses without a joint are the client's to weigh.
     std::set<std::string> joints;
     for (unsigned int i = 0; i < extent->numPoses(); ++i) {
         joints.insert(extent->pose(i).joint());
@@ -56,6 +59,7 @@ bool KrPoseDriver::addTracks(const boost::shared_ptr<KrDeformationPhysicalExtent
                                          manipulator.name().c_str(), name.c_str());
             continue;
         }
+        // One track for each joint: the poses that follow it, by its position.
         Track track{extent, manipulatorIndex, static_cast<unsigned int>(joint), {}};
         for (unsigned int i = 0; i < extent->numPoses(); ++i) {
             if (extent->pose(i).joint() == name) {
@@ -64,6 +68,7 @@ bool KrPoseDriver::addTracks(const boost::shared_ptr<KrDeformationPhysicalExtent
         }
         // Last, so that a pose at 0 stands before it and is the one that stays.
         track.keys.push_back({0.0, kNeutral});
+        // Stable, so that of two poses at one position the first stays when the second is dropped.
         std::stable_sort(track.keys.begin(), track.keys.end(),
                          [](const Key& a, const Key& b) { return a.position < b.position; });
         track.keys.erase(std::unique(track.keys.begin(), track.keys.end(),
@@ -77,6 +82,7 @@ bool KrPoseDriver::addTracks(const boost::shared_ptr<KrDeformationPhysicalExtent
 void KrPoseDriver::drive(const KrManipulatorSystemState& state)
 {
     for (const Track& track : m_tracks) {
+        // A state may be of another system for a moment; nothing of it is read that is not there.
         if (track.manipulator < state.positionStates().size()) {
             const KrPositionState::JointPositions& positions =
                 state.positionStates()[track.manipulator].jointPositions();
@@ -90,6 +96,8 @@ void KrPoseDriver::drive(const KrManipulatorSystemState& state)
 void KrPoseDriver::drive(const Track& track, double position)
 {
     const std::vector<Key>& keys = track.keys;
+    // Linear between neighbouring keys: only the two around the position have a weight. Beyond the ends the last one
+    // holds.
     // The first key beyond the position.
     std::size_t next = 0;
     while (next < keys.size() && keys[next].position <= position) {
@@ -98,11 +106,13 @@ void KrPoseDriver::drive(const Track& track, double position)
     for (std::size_t i = 0; i < keys.size(); ++i) {
         double weight = 0.0;
         if (i == next) {
+            // Keys are at different positions, so neither difference is 0.
             weight = i == 0 ? 1.0 : (position - keys[i - 1].position) / (keys[i].position - keys[i - 1].position);
         } else if (i + 1 == next) {
             weight =
                 next == keys.size() ? 1.0 : (keys[next].position - position) / (keys[next].position - keys[i].position);
         }
+        // The extent may have fewer poses by now.
         if (keys[i].pose != kNeutral && keys[i].pose < track.extent->numPoses()) {
             track.extent->setWeight(keys[i].pose, weight);
         }

@@ -24,6 +24,7 @@ bool KrPositionState::setBaseTransformation(const KrCoordinateSystemTransformati
 
 bool KrPositionState::validate(KrXmlRefusal& refusal) const
 {
+    // Poses judge themselves when they are read; a position is a number like any other.
     for (unsigned int i = 0; i < m_jointPositions.size(); ++i) {
         if (!std::isfinite(m_jointPositions[i].value())) {
             return refusal.fail("the position of joint %u is not finite", i);

@@ -12,9 +12,11 @@
 #include <set>
 #include <utility>
 
+// Hulls and boxes of a large mesh take long, so they are kept until the mesh changes.
 /// The enclosing shapes that were computed, and from what.
 struct KrShape::Computed
 {
+    // Weak: what was computed from it must not keep an extent alive.
     boost::weak_ptr<const KrBasePhysicalExtent> extent;
     std::uint32_t revision = 0;
     bool hasHull = false;
@@ -29,9 +31,11 @@ KrShape::KrShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent)
 void KrShape::setPhysicalExtent(const boost::shared_ptr<KrBasePhysicalExtent>& extent)
 {
     m_extent.set(extent);
+    // They belong to the old extent.
     m_computed.reset();
 }
 
+// Volumes of volumes are taken from under each other first: a document may nest them deeper than the stack.
 KrShape::~KrShape()
 {
     std::vector<boost::shared_ptr<KrShape>> open;
@@ -45,6 +49,7 @@ KrShape::~KrShape()
     while (!open.empty()) {
         const boost::shared_ptr<KrShape> shape = std::move(open.back());
         open.pop_back();
+        // A shape that somebody else holds keeps its volumes.
         if (shape && shape.use_count() == 1) {
             take(*shape);
         }
@@ -56,6 +61,7 @@ bool KrShape::addBoundingVolume(const boost::shared_ptr<KrShape>& volume)
     if (!volume) {
         return false;
     }
+    // Volumes have no volumes of their own; the shape itself is let pass.
     if (volume.get() != this && !volume->m_boundingVolumes.empty()) {
         Kr::Print::instance()->write(
             Kr::Print::Warning,
@@ -67,6 +73,7 @@ bool KrShape::addBoundingVolume(const boost::shared_ptr<KrShape>& volume)
     return true;
 }
 
+// By a stack of pairs instead of recursion.
 bool KrShape::operator==(const KrShape& other) const
 {
     using Pair = std::pair<const KrShape*, const KrShape*>;
@@ -89,6 +96,7 @@ bool KrShape::operator==(const KrShape& other) const
             return false;
         }
         for (unsigned int i = 0; i < a->m_boundingVolumes.size(); ++i) {
+            // The same object is equal to itself; it need not be walked again.
             if (a->m_boundingVolumes[i].pointer() != b->m_boundingVolumes[i].pointer()) {
                 open.emplace_back(a->m_boundingVolumes[i].get(), b->m_boundingVolumes[i].get());
             }
@@ -99,6 +107,7 @@ bool KrShape::operator==(const KrShape& other) const
 
 void KrShape::boundingVolumes(std::vector<const KrShape*>& list, unsigned int level) const
 {
+    // `level` counts through the computed volumes first, then through those that were added, from 1.
     list.clear();
     unsigned int at = 1;
     const auto append = [&](const KrShape* volume) {
@@ -121,6 +130,7 @@ void KrShape::boundingVolumes(std::vector<const KrShape*>& list, unsigned int le
 const KrShape::Computed& KrShape::computed() const
 {
     const boost::shared_ptr<KrBasePhysicalExtent>& extent = m_extent.pointer();
+    // A hull is not computed where the client has given volumes: it is the slowest, and theirs take its place.
     const bool needsHull = std::none_of(m_boundingVolumes.begin(), m_boundingVolumes.end(),
                                         [](const auto& volume) { return volume.get() != nullptr; });
     // Compared by owner: another extent may have come to lie at the old one's address.
@@ -133,6 +143,7 @@ const KrShape::Computed& KrShape::computed() const
     result->extent = extent;
     result->revision = extent->revision();
     result->hasHull = needsHull;
+    // Null for extents without triangles; they have no enclosing shapes.
     if (const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent()) {
         for (const auto& solid : needsHull ? KrEnclosingShapes::all(*mesh) : KrEnclosingShapes::simple(*mesh)) {
             result->shapes.emplace_back(solid);
@@ -142,6 +153,7 @@ const KrShape::Computed& KrShape::computed() const
     return *m_computed;
 }
 
+// For the reader of pointers, which knows a class by its element only.
 KrShape* KrShape::newFromToken(const KrXmlToken& token)
 {
     return token == KrShape().token() ? new KrShape : nullptr;

@@ -18,6 +18,7 @@ bool isShare(double value)
     return value >= 0.0 && value <= 1.0;
 }
 
+// The rotation is not asked about: setters and readers take rotations only.
 bool isFinite(const KrPositionState& state)
 {
     const KrPositionState::JointPositions& positions = state.jointPositions();
@@ -39,6 +40,7 @@ std::string whyNoState(const KrManipulatorSystem& system, const KrManipulatorSys
         return "the state's time is not finite";
     }
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
+        // A loop over the links, so it is done once for each manipulator.
         const unsigned int joints = manipulators[i].numJoints();
         const KrPositionState& position = state.positionStates()[i];
         if (position.jointPositions().size() != joints) {
@@ -57,6 +59,7 @@ std::string whyNoState(const KrManipulatorSystem& system, const KrManipulatorSys
 /// Gives a default state to every manipulator that has none of its size.
 void fitState(const KrManipulatorSystem& system, KrManipulatorSystemState& state)
 {
+    // States of manipulators that are gone go too; those of the same size stay as they are.
     state.positionStates().resize(system.manipulators().size());
     for (unsigned int i = 0; i < system.manipulators().size(); ++i) {
         const KrIndividualManipulator& manipulator = system.manipulators()[i];
@@ -70,6 +73,7 @@ void fitState(const KrManipulatorSystem& system, KrManipulatorSystemState& state
 /// Null when no link has that joint index.
 const KrManipulatorLink* linkAt(const KrIndividualManipulator& manipulator, std::uint32_t index)
 {
+    // The base link is the manipulator itself and has no joint.
     if (index == KrShapeStateCacheKey::kBaseLink) {
         return &manipulator;
     }
@@ -95,6 +99,7 @@ void refuseLink(const char* method, unsigned int manipulator, const std::string&
                                  reason.c_str());
 }
 
+// Tells apart which of the two numbers is wrong.
 KrStatedSystem::LinkAnswer refuseLinkId(const char* method, const KrManipulatorSystem& system, unsigned int manipulator,
                                         std::uint32_t link)
 {
@@ -112,6 +117,7 @@ bool refuseJoint(unsigned int manipulator, const std::string& joint, const char*
     return false;
 }
 
+// A client may name a shape in every frame before a window asks.
 void addOnce(std::vector<KrShapeStateCacheKey>& list, const KrShapeStateCacheKey& key)
 {
     if (std::find(list.begin(), list.end(), key) == list.end()) {
@@ -127,6 +133,7 @@ KrStatedSystem::KrStatedSystem(const KrManipulatorSystem& system)
     fitState(m_system, m_state);
 }
 
+// What is marked for windows (changed and selected shapes) stays behind: a copy is new to every window.
 KrStatedSystem::KrStatedSystem(const KrStatedSystem& other)
     : KrXmlObjectOf<KrStatedSystem, KrXmlCompoundType>(other)
     , m_system(other.m_system)
@@ -144,6 +151,7 @@ KrStatedSystem& KrStatedSystem::operator=(const KrStatedSystem& other)
     return *this;
 }
 
+// Marks name shapes by their place, which may be another one's now.
 void KrStatedSystem::becomeNew()
 {
     m_changedShapes.clear();
@@ -155,6 +163,7 @@ void KrStatedSystem::becomeNew()
 
 void KrStatedSystem::systemChanged()
 {
+    // In this order: whoever sees a new system finds a state that fits.
     fitState(m_system, m_state);
     becomeNew();
 }
@@ -172,6 +181,7 @@ bool KrStatedSystem::setSystemState(const KrManipulatorSystemState& state)
 
 bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::string& joint, double position)
 {
+    // Both are asked: a client may have changed the system without saying so.
     if (manipulator >= m_system.manipulators().size() || manipulator >= m_state.positionStates().size()) {
         return refuseJoint(manipulator, joint, "there is no such manipulator");
     }
@@ -180,6 +190,7 @@ bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::strin
     if (index < 0) {
         return refuseJoint(manipulator, joint, "there is no such joint");
     }
+    // Not null: the index comes from the same walk.
     const KrJointKinematics& kinematics = linkAt(moved, static_cast<std::uint32_t>(index))->jointKinematics();
     if (!kinematics.isMovable()) {
         return refuseJoint(manipulator, joint, "a fixed joint does not move");
@@ -196,6 +207,7 @@ bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::strin
         return refuseJoint(manipulator, joint, "the system was changed; systemChanged() comes first");
     }
     state.jointPositions()[static_cast<unsigned int>(index)] = position;
+    // Joints that follow this one move with it.
     return moved.applyMimics(state);
 }
 
@@ -212,6 +224,7 @@ const KrManipulatorLink* KrStatedSystem::linkByKey(const KrShapeStateCacheKey& k
     return isThere ? linkAt(m_system.manipulators()[key.manipID()], key.linkID()) : nullptr;
 }
 
+// Names need not be unique, so all are told.
 std::vector<std::uint32_t> KrStatedSystem::linksByName(unsigned int manipulator, const std::string& name) const
 {
     std::vector<std::uint32_t> found;
@@ -240,6 +253,7 @@ bool KrStatedSystem::addChangedShape(const KrShapeStateCacheKey& key)
     return true;
 }
 
+// Selecting twice is one selection, yet tells the windows again.
 bool KrStatedSystem::selectShape(const KrShapeStateCacheKey& key)
 {
     if (shapeByKey(key) == nullptr) {
@@ -263,6 +277,7 @@ KrStatedSystem::LinkAnswer KrStatedSystem::findLink(const char* method, unsigned
         refuseLink(method, manipulator, "there is no such manipulator");
         return LinkAnswer::NoManipulator;
     }
+    // A name that several links have is refused, rather than taken for the first one's.
     const std::vector<std::uint32_t> found = linksByName(manipulator, name);
     if (found.size() != 1) {
         refuseLink(method, manipulator,
@@ -286,6 +301,7 @@ KrStatedSystem::LinkAnswer KrStatedSystem::selectLink(unsigned int manipulator, 
     if (selected == nullptr) {
         return refuseLinkId("selectLink", m_system, manipulator, link);
     }
+    // A shape without extent is not drawn, so selecting it would show nothing.
     const auto isSeen = [selected](std::uint32_t i) {
         return selected->shape(i) != nullptr && selected->shape(i)->physicalExtent() != nullptr;
     };
@@ -294,6 +310,7 @@ KrStatedSystem::LinkAnswer KrStatedSystem::selectLink(unsigned int manipulator, 
     if (KrOwnShapes::give(m_system, const_cast<KrManipulatorLink&>(*selected))) {
         setNewSystem(true);
     }
+    // Asked anew: the link's shapes may have been replaced just now.
     for (std::uint32_t i = 0; i < selected->numShapes(); ++i) {
         if (isSeen(i)) {
             selectShape({manipulator, link, i});
@@ -315,6 +332,7 @@ KrStatedSystem::LinkAnswer KrStatedSystem::deselectLink(unsigned int manipulator
     if (linkByKey({manipulator, link, 0}) == nullptr) {
         return refuseLinkId("deselectLink", m_system, manipulator, link);
     }
+    // A link that was not selected is no error; the answer is the same.
     const auto end = std::remove_if(m_selectedShapes.begin(), m_selectedShapes.end(), [&](const auto& key) {
         return key.manipID() == manipulator && key.linkID() == link;
     });
@@ -342,6 +360,7 @@ bool KrStatedSystem::read(KrXmlReader& reader)
     if (!KrXmlCompoundType::read(reader)) {
         return false;
     }
+    // The state was checked against the system by `validate`; the marks are of the old one.
     systemChanged();
     return true;
 }

@@ -7,6 +7,7 @@
 
 KrCurrentContext::KrCurrentContext()
 {
+    // EGL is asked first; only one of the two is expected to be current.
     m_eglContext = eglGetCurrentContext();
     if (m_eglContext != EGL_NO_CONTEXT) {
         m_eglDisplay = eglGetCurrentDisplay();
@@ -24,21 +25,25 @@ KrCurrentContext::KrCurrentContext()
 
 void KrCurrentContext::restore() const
 {
+    // Contexts of the parent must not be touched in a forked process.
     if (KrForkGuard::isForked()) {
         return;
     }
     if (m_glxContext) {
+        // The other API's context goes first, so that there is never one of each.
         leaveEgl();
         if (glXGetCurrentContext() == m_glxContext && glXGetCurrentDrawable() == m_glxDraw &&
             glXGetCurrentReadDrawable() == m_glxRead) {
             return;
         }
+        // The client may have closed its drawable in the meantime, which is an error of X.
         const KrXErrorTrap trap(m_glxDisplay);
         glXMakeContextCurrent(static_cast<Display*>(m_glxDisplay), m_glxDraw, m_glxRead,
                               static_cast<GLXContext>(m_glxContext));
         return;
     }
     leaveGlx();
+    // Nothing was current: then nothing is.
     if (m_eglContext == EGL_NO_CONTEXT) {
         leaveEgl();
     } else if (eglGetCurrentContext() != m_eglContext || eglGetCurrentSurface(EGL_DRAW) != m_eglDraw ||
@@ -56,6 +61,7 @@ bool KrCurrentContext::isStillCurrent() const
 
 void KrCurrentContext::leaveEgl()
 {
+    // Left through the display that it is current on, which need not be ours.
     if (!KrForkGuard::isForked() && eglGetCurrentContext() != EGL_NO_CONTEXT) {
         eglMakeCurrent(eglGetCurrentDisplay(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
     }
@@ -73,6 +79,7 @@ bool KrCurrentContext::exists()
     return eglGetCurrentContext() != EGL_NO_CONTEXT || glXGetCurrentContext() != nullptr;
 }
 
+// The renderer's own limit on what it draws into, in pixels.
 bool KrCurrentContext::canDraw(unsigned int width, unsigned int height)
 {
     GLint limit[2] = {0, 0};

@@ -51,6 +51,7 @@ constexpr std::array<ErrorName, 15> kErrorNames = {{
     {EGL_CONTEXT_LOST, "EGL_CONTEXT_LOST"},
 }};
 
+// Null where EGL lacks EGL_KHR_debug; then only error numbers are told.
 PFNEGLDEBUGMESSAGECONTROLKHRPROC debugMessageControl()
 {
     return reinterpret_cast<PFNEGLDEBUGMESSAGECONTROLKHRPROC>(eglGetProcAddress("eglDebugMessageControlKHR"));
@@ -78,6 +79,7 @@ bool install(Installation& ours, EGLDEBUGPROCKHR callback)
 
 KrEglDriverWords::KrEglDriverWords()
 {
+    // An outer listener of this thread hears already, and the callback knows one for each thread.
     if (t_listener) {
         return;
     }
@@ -101,10 +103,12 @@ KrEglDriverWords::~KrEglDriverWords()
     if (--ours.numListeners > 0) {
         return;
     }
+    // The client's callback and its wish about warnings, as they were found.
     const EGLAttrib levels[] = {EGL_DEBUG_MSG_WARN_KHR, ours.clientWarnings, EGL_NONE};
     debugMessageControl()(ours.clientCallback, levels);
 }
 
+// Called by the driver, in the middle of a call to EGL: it only takes notes.
 void EGLAPIENTRY KrEglDriverWords::heard(EGLenum, const char*, EGLint, void*, void*, const char* message)
 {
     if (t_listener && message) {
@@ -127,6 +131,7 @@ void KrEglDriverWords::hear(const char* message)
 
 std::string KrEglDriverWords::takeError()
 {
+    // Reading the error clears it, so it is asked for in any case.
     const EGLint error = eglGetError();
     std::string text = error == EGL_SUCCESS ? std::string() : errorName(error);
     if (!m_words.empty()) {

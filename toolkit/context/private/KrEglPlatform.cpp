@@ -28,17 +28,20 @@ std::string unsetRemedy(const char* name)
     return value ? std::string("; or unset ") + name + ", which names " + value : std::string();
 }
 
+// The packages' names are those of Debian and its descendants.
 std::string mesaRemedy()
 {
     return "install Mesa's EGL and its drivers (libegl-mesa0, libgl1-mesa-dri)" + unsetRemedy("LIBGL_DRIVERS_PATH");
 }
 
+// Whole words only: names of extensions are beginnings of other ones.
 bool hasWord(const char* list, const std::string& word)
 {
     const std::string padded = list ? " " + std::string(list) + " " : std::string();
     return padded.find(" " + word + " ") != std::string::npos;
 }
 
+// Extensions of EGL itself, which can be asked about before there is a display.
 bool hasClientExtension(const char* name)
 {
     return hasWord(eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS), name);
@@ -66,6 +69,7 @@ std::vector<std::string> renderNodePaths()
     return paths;
 }
 
+// Read and write, as the driver opens it.
 bool isOpenable(const std::string& path)
 {
     return access(path.c_str(), R_OK | W_OK) == 0;
@@ -89,6 +93,7 @@ gbm_device* gbmDevice(const std::string& node)
         return known->second;
     }
 
+    // Drivers keep using the descriptor, so it stays open with the device.
     const int file = open(node.c_str(), O_RDWR | O_CLOEXEC);
     if (file < 0) {
         return nullptr;
@@ -120,10 +125,12 @@ KrEglPlatform devicePlatform(EGLDeviceEXT device, int index)
     const char* extensions = queryString ? queryString(device, EGL_EXTENSIONS) : nullptr;
     KrEglPlatform platform;
     platform.backEnd = "EGL device " + std::to_string(index);
+    // Null displays are told by the attempt itself, together with the others.
     platform.display = eglGetPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, device, nullptr);
     platform.maybeHardware = !hasWord(extensions, "EGL_MESA_device_software");
     platform.remedy = platform.maybeHardware ? "install or repair the EGL driver of this device" : mesaRemedy();
     const char* node = extensions ? nodeOf(device, extensions) : nullptr;
+    // A node that may not be opened is the commonest cause in containers.
     if (node && !isOpenable(node) && errno == EACCES) {
         platform.remedy = permissionRemedy(node);
     }
@@ -160,6 +167,7 @@ std::vector<KrEglPlatform> KrEglPlatforms::surfaceless(KrWindowReport& report)
         addFailure(report, kName, "the driver lacks EGL_MESA_platform_surfaceless", mesaRemedy());
         return {};
     }
+    // Mesa only; it picks a hardware driver where it finds one.
     KrEglPlatform platform;
     platform.backEnd = kName;
     platform.display = eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
@@ -176,6 +184,7 @@ std::vector<KrEglPlatform> KrEglPlatforms::devices(KrWindowReport& report)
         addFailure(report, kName, "the driver lacks EGL_EXT_platform_device", mesaRemedy());
         return {};
     }
+    // A longer list is cut off.
     std::array<EGLDeviceEXT, 32> found = {};
     EGLint number = 0;
     if (!queryDevices(static_cast<EGLint>(found.size()), found.data(), &number) || number == 0) {
@@ -227,6 +236,7 @@ std::vector<KrEglPlatform> KrEglPlatforms::defaultDisplay(KrWindowReport&)
     return {platform};
 }
 
+// Why a software renderer draws, as far as that can be seen from outside the driver.
 std::string KrEglPlatforms::softwareHint()
 {
     if (isSoftwareWanted()) {
@@ -252,6 +262,7 @@ std::string KrEglPlatforms::softwareHint()
 bool KrEglPlatforms::isSoftwareWanted()
 {
     const char* value = std::getenv("LIBGL_ALWAYS_SOFTWARE");
+    // The spellings that Mesa takes for yes.
     const std::string text = value ? value : "";
     return text == "1" || text == "true" || text == "yes" || text == "y";
 }

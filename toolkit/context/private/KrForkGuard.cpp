@@ -15,6 +15,7 @@ std::atomic<pid_t> s_process{0};
 
 void KrForkGuard::noteContext()
 {
+    // The first process to open one stays noted; those forked off it are told apart by their number.
     pid_t none = 0;
     s_process.compare_exchange_strong(none, getpid());
 }

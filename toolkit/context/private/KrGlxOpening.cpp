@@ -17,6 +17,7 @@
 namespace
 {
 
+// 0 for an attribute that the server does not know.
 int configValue(Display* display, GLXFBConfig config, int attribute)
 {
     int value = 0;
@@ -31,6 +32,7 @@ int samplesOff(Display* display, GLXFBConfig config, unsigned int samples)
                     static_cast<int>(std::min(samples, Kr::Limits::kWindowSamples)));
 }
 
+// Drivers offer 10 bits too; a config without a visual makes no window.
 bool isExact(Display* display, GLXFBConfig config)
 {
     const int depth = configValue(display, config, GLX_DEPTH_SIZE);
@@ -72,6 +74,7 @@ GLXFBConfig chooseConfig(Display* display, bool stereo, unsigned int samples)
                           None};
     int number = 0;
     const std::unique_ptr<GLXFBConfig, int (*)(void*)> found(
+        // The list is Xlib's memory, the configs in it stay valid without.
         glXChooseFBConfig(display, DefaultScreen(display), wanted, &number), &XFree);
     std::vector<GLXFBConfig> configs;
     for (int i = 0; found && i < number; ++i) {
@@ -119,6 +122,7 @@ private:
 
     bool connect()
     {
+        // Shared contexts have to be on one connection.
         m_open->connection = m_share ? m_share->connection : KrXConnection::acquire();
         if (m_open->connection) {
             return true;
@@ -130,6 +134,7 @@ private:
 
     bool finish()
     {
+        // One trap around all steps: an error of X belongs to the step that asks next.
         KrXErrorTrap trap(m_open->display());
         return haveGlx() && choose() && createContext(trap) && createSurface(trap) && start(trap);
     }
@@ -143,6 +148,7 @@ private:
             return fail("the X server has no GLX", DisplayString(display),
                         "start the server with it (+extension GLX), install libglx-mesa0 and libgl1-mesa-dri");
         }
+        // Pbuffers and configs came with 1.3.
         if (major == 1 && minor < 3) {
             return fail("the X server's GLX is older than 1.3", std::to_string(major) + "." + std::to_string(minor),
                         std::string("use another server, or ") + kHeadless);
@@ -153,11 +159,13 @@ private:
     bool choose()
     {
         Display* display = m_open->display();
+        // Contexts share objects only on compatible configs; the same one always is.
         if (m_share) {
             m_open->config = m_share->config;
         } else if (m_settings.wantsStereo) {
             m_open->config = chooseConfig(display, true, m_samples);
         }
+        // Stereo is a wish: without such a config the window opens without it.
         if (!m_open->config) {
             m_open->config = chooseConfig(display, false, m_samples);
         }
@@ -175,6 +183,7 @@ private:
         Display* display = m_open->display();
         const GLXContext share = m_share ? m_share->context.get() : nullptr;
         m_open->context =
+            // Direct rendering, where the server allows it.
             OwnedContext(display, glXCreateNewContext(display, m_open->config, GLX_RGBA_TYPE, share, True));
         if (!m_open->context || !trap.isClean()) {
             return fail(m_share ? "glXCreateNewContext fails for a shared context" : "glXCreateNewContext fails",
@@ -186,6 +195,7 @@ private:
 
     bool createSurface(KrXErrorTrap& trap)
     {
+        // The protocol counts in 16 bits.
         if (m_settings.width > Kr::Limits::kWindowSide || m_settings.height > Kr::Limits::kWindowSide) {
             return fail("X windows have no " + m_size + " pixels", std::string(), "ask for a smaller window");
         }
@@ -194,6 +204,7 @@ private:
         if (!m_open->createWindow(m_settings) || !trap.isClean()) {
             return fail("there can be no window of " + m_size + " pixels", trap.error(), "ask for a smaller window");
         }
+        // A hidden window has an X window too, for when it is shown.
         if (m_settings.hidden) {
             m_open->pbuffer = m_open->createPbuffer(m_settings.width, m_settings.height);
         }
@@ -208,12 +219,14 @@ private:
         if (!m_open->makeCurrent()) {
             return fail("glXMakeContextCurrent fails", trap.error(), "install libgl1-mesa-dri");
         }
+        // Asked when the context is current, since the limit is the renderer's.
         if (!KrCurrentContext::canDraw(m_settings.width, m_settings.height)) {
             return fail("the renderer cannot draw " + m_size + " pixels", std::string(), "ask for a smaller window");
         }
         if (!m_settings.hidden && !m_open->show()) {
             return fail("the window cannot be shown", trap.error(), kHeadless);
         }
+        // Written last: the outcome of a failed step is that step's own.
         m_attempt.outcome = "opened " + m_size + " pixels on display " + DisplayString(m_open->display());
         if (m_settings.hidden) {
             m_attempt.outcome += ", hidden";

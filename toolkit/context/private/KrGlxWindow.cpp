@@ -18,13 +18,16 @@ constexpr int kPolls = 200; // one second, for a window manager to answer in
 
 void KrGlxWindow::destroy()
 {
+    // A context that is destroyed while it is current lives on until it is not.
     if (isCurrent()) {
         KrCurrentContext::leaveGlx();
     }
     if (!connection) {
         return;
     }
+    // The server may have closed some of them already.
     const KrXErrorTrap trap(display());
+    // In the reverse order of making: what draws before what it is drawn into.
     pbuffer = OwnedPbuffer();
     glxWindow = OwnedGlxWindow();
     context = OwnedContext();
@@ -37,12 +40,14 @@ bool KrGlxWindow::makeCurrent()
     if (connection->isLost()) {
         return false;
     }
+    // Without a swap the buffers keep their size until the GLX window is made anew.
     if (isResized && !pbuffer) {
         renewGlxWindow();
     }
     if (isCurrent() && glXGetCurrentDrawable() == drawable() && glXGetCurrentReadDrawable() == drawable()) {
         return true;
     }
+    // The other API's context goes first, so that a thread never has one of each.
     KrCurrentContext::leaveEgl();
     KrXErrorTrap trap(display());
     return glXMakeContextCurrent(display(), drawable(), drawable(), context.get()) && trap.isClean();
@@ -61,13 +66,10 @@ void KrGlxWindow::renewGlxWindow()
 
 OwnedPbuffer KrGlxWindow::createPbuffer(unsigned int pixelWidth, unsigned int pixelHeight) const
 {
-    const int size[] = {GLX_PBUFFER_WIDTH,
-                        static_cast<int>(pixelWidth),
-                        GLX_PBUFFER_HEIGHT,
+    const int size[] = {GLX_PBUFFER_WIDTH, static_cast<int>(pixelWidth), GLX_PBUFFER_HEIGHT,
                         static_cast<int>(pixelHeight),
-                        GLX_PRESERVED_CONTENTS,
-                        True,
-                        None};
+                        // The contents stay when the server runs short of memory.
+                        GLX_PRESERVED_CONTENTS, True, None};
     KrXErrorTrap trap(display());
     OwnedPbuffer created(display(), glXCreatePbuffer(display(), config, size));
     return trap.isClean() ? std::move(created) : OwnedPbuffer();
@@ -75,6 +77,7 @@ OwnedPbuffer KrGlxWindow::createPbuffer(unsigned int pixelWidth, unsigned int pi
 
 bool KrGlxWindow::moveTo(OwnedPbuffer target)
 {
+    // Swapped in, and back where that fails, so that the window always has something to draw into.
     std::swap(pbuffer, target);
     if (makeCurrent()) {
         return true;
@@ -91,6 +94,8 @@ bool KrGlxWindow::createWindow(const KrWindowImpl::Settings& settings)
         return false;
     }
     const Window root = RootWindow(display(), visual->screen);
+    // A visual other than the root's needs a colour map of its own, and a border pixel, or the server refuses the
+    // window.
     colormap = OwnedColormap(display(), XCreateColormap(display(), root, visual->visual, AllocNone));
 
     XSetWindowAttributes attributes = {};
@@ -101,6 +106,7 @@ bool KrGlxWindow::createWindow(const KrWindowImpl::Settings& settings)
                                                   CWBorderPixel | CWColormap | CWEventMask, &attributes));
     glxWindow = OwnedGlxWindow(display(), glXCreateWindow(display(), config, window.get(), nullptr));
 
+    // As from the user: window managers place a window themselves otherwise.
     XSizeHints hints = {};
     hints.flags = USPosition | USSize;
     XSetWMNormalHints(display(), window.get(), &hints);
@@ -114,6 +120,7 @@ bool KrGlxWindow::createWindow(const KrWindowImpl::Settings& settings)
 
 void KrGlxWindow::setTitle(const std::string& title) const
 {
+    // Twice: in Latin-1 for old window managers, in UTF-8 for the others.
     XStoreName(display(), window.get(), title.c_str());
     XChangeProperty(display(), window.get(), atom("_NET_WM_NAME"), atom("UTF8_STRING"), 8, PropModeReplace,
                     reinterpret_cast<const unsigned char*>(title.data()), static_cast<int>(title.size()));
@@ -124,6 +131,7 @@ bool KrGlxWindow::setTopMost(bool topMost, bool isMapped) const
     const Atom state = atom("_NET_WM_STATE");
     const Atom above = atom("_NET_WM_STATE_ABOVE");
     KrXErrorTrap trap(display());
+    // Before the window is mapped its state is a property; from then on the window manager keeps it and takes requests.
     if (!isMapped) {
         XChangeProperty(display(), window.get(), state, XA_ATOM, 32, PropModeReplace,
                         reinterpret_cast<const unsigned char*>(&above), topMost ? 1 : 0);
@@ -147,6 +155,7 @@ bool KrGlxWindow::show() const
     KrXErrorTrap trap(display());
     XMapWindow(display(), window.get());
     XWindowAttributes now = {};
+    // The window manager decides when; drawing before that would be lost.
     for (int i = 0; i < kPolls; ++i) {
         XSync(display(), False);
         if (!XGetWindowAttributes(display(), window.get(), &now)) {
@@ -165,6 +174,7 @@ bool KrGlxWindow::resizeWindow(unsigned int pixelWidth, unsigned int pixelHeight
     KrXErrorTrap trap(display());
     XResizeWindow(display(), window.get(), pixelWidth, pixelHeight);
     XWindowAttributes now = {};
+    // A window manager may refuse or round the size; what counts is what the window has in the end.
     for (int i = 0; i < kPolls && trap.isClean(); ++i) {
         if (!XGetWindowAttributes(display(), window.get(), &now)) {
             return false;
@@ -175,6 +185,7 @@ bool KrGlxWindow::resizeWindow(unsigned int pixelWidth, unsigned int pixelHeight
         }
         usleep(kPollMicroseconds);
     }
+    // Back to what it was, so that a refusal leaves the window alone.
     XResizeWindow(display(), window.get(), width, height);
     return false;
 }

@@ -12,6 +12,7 @@
 namespace
 {
 
+// As desktops have it by default; X itself knows no double click.
 constexpr Time kDoubleClickMs = 400;
 constexpr int kDoubleClickPixels = 4;
 
@@ -21,6 +22,7 @@ Bool isForWindow(Display*, XEvent* event, XPointer window)
     return event->type == MappingNotify || event->xany.window == *reinterpret_cast<const Window*>(window);
 }
 
+// Mod1 is Alt on all common keyboards.
 std::uint32_t modifiersOf(unsigned int state)
 {
     return (state & ShiftMask ? KrWindowEvent::Shift : 0u) | (state & ControlMask ? KrWindowEvent::Control : 0u) |
@@ -36,6 +38,7 @@ void KrGlxWindow::listen()
     }
     isListening = true;
     const KrXErrorTrap trap(display()); // another client may have the buttons; the rest is told all the same
+    // Without the buttons first: a selection that the server refuses is refused whole.
     XSelectInput(display(), window.get(),
                  StructureNotifyMask | ExposureMask | KeyPressMask | KeyReleaseMask | PointerMotionMask);
     XSelectInput(display(), window.get(),
@@ -48,6 +51,7 @@ void KrGlxWindow::readEvents()
     if (connection->isLost()) {
         return;
     }
+    // Events of other windows on the connection stay in the queue for them.
     Window own = window.get();
     XEvent event;
     while (XCheckIfEvent(display(), &event, isForWindow, reinterpret_cast<XPointer>(&own))) {
@@ -62,12 +66,14 @@ void KrGlxWindow::readEvent(XEvent& event)
         XRefreshKeyboardMapping(&event.xmapping);
         break;
     case ConfigureNotify:
+        // A hidden window's own size is not what is drawn.
         if (!pbuffer) {
             tellResize(event.xconfigure);
         }
         break;
     case MapNotify:
     case UnmapNotify:
+        // Hiding a window unmaps it as well, which is no minimising.
         isMinimised = event.type == UnmapNotify && !pbuffer;
         break;
     case ClientMessage:
@@ -79,6 +85,7 @@ void KrGlxWindow::readEvent(XEvent& event)
         }
         break;
     case Expose:
+        // The last of several areas; the whole window is drawn in any case.
         if (event.xexpose.count == 0) {
             tell(KrWindowEvent());
         }
@@ -107,6 +114,7 @@ void KrGlxWindow::tell(const KrWindowEvent& event)
         return;
     }
     const bool isState = event.kind == Kind::Motion || event.kind == Kind::Resized || event.kind == Kind::Exposed;
+    // Only into an event that nobody has read yet.
     if (isState && nextEvent < events.size() && events.back().kind == event.kind) {
         events.back() = event;
     } else {
@@ -154,16 +162,19 @@ void KrGlxWindow::tellButton(const XButtonEvent& event)
     if (event.button == Button4 || event.button == Button5) { // X's wheel is a pair of buttons
         told.kind = KrWindowEvent::Kind::Wheel;
         told.wheel = event.button == Button4 ? 1 : -1;
+        // The release of a wheel says nothing.
         if (event.type == ButtonPress) {
             tell(told);
         }
         return;
     }
+    // Sideways wheels and further buttons are told to nobody.
     if (event.button > Button3) {
         return;
     }
     told.button = event.button;
     if (event.type == ButtonPress) {
+        // A third click in a row is a first one again.
         told.isDoubleClick = lastPress.button == told.button && !lastPress.isDoubleClick &&
                              event.time - lastPressTime <= kDoubleClickMs &&
                              std::abs(told.x - lastPress.x) <= kDoubleClickPixels &&

@@ -25,6 +25,7 @@ Registry& registry()
     return s_registry;
 }
 
+// The client may have connections of its own, whose loss it treats itself.
 bool isOurs(Display* display)
 {
     const std::lock_guard<std::mutex> lock(registry().mutex);
@@ -50,6 +51,7 @@ void add(Display* display)
     static_cast<void>(s_isInstalled);
 }
 
+// After closing: until then a loss is ours.
 void remove(Display* display)
 {
     const std::lock_guard<std::mutex> lock(registry().mutex);
@@ -57,7 +59,7 @@ void remove(Display* display)
     ours.erase(std::remove(ours.begin(), ours.end(), display), ours.end());
 }
 
-/// The connection that waits for its next user.
+/// The connection that waits for its next user: opening a display takes long.
 struct Idle
 {
     std::mutex mutex;
@@ -70,6 +72,7 @@ Idle& idle()
     return s_idle;
 }
 
+// As XOpenDisplay reads it; a changed variable asks for another connection.
 std::string displayName()
 {
     const char* name = std::getenv("DISPLAY");
@@ -85,6 +88,7 @@ std::shared_ptr<KrXConnection> KrXConnection::acquire()
         const std::lock_guard<std::mutex> lock(idle().mutex);
         connection = std::move(idle().connection);
     }
+    // Outside the lock: a server that does not answer must not hold up other threads.
     const std::string name = displayName();
     if (connection) {
         XSync(connection->m_display, True); // the last user's events go, and a loss is noticed
@@ -100,6 +104,7 @@ std::shared_ptr<KrXConnection> KrXConnection::acquire()
     if (!connection) {
         return nullptr;
     }
+    // The last user hands it back instead of closing it.
     return {connection.release(), release};
 }
 
@@ -116,6 +121,7 @@ KrXConnection::KrXConnection(Display* display, const std::string& name)
     : m_display(display)
     , m_name(name)
 {
+    // Before the exit handler is set: a loss in between must be known as ours.
     add(m_display);
     XSetIOErrorExitHandler(m_display, lost, this);
 }

@@ -11,6 +11,7 @@ namespace
 KrXErrorTrap* s_innermost = nullptr;
 XErrorHandler s_handlerBefore = nullptr;
 
+// Recursive: traps lie inside each other, and the handler runs in the thread that waits.
 std::recursive_mutex& trapMutex()
 {
     static std::recursive_mutex s_mutex;
@@ -33,6 +34,7 @@ KrXErrorTrap::KrXErrorTrap(void* display)
 {
     trapMutex().lock();
     XSync(static_cast<Display*>(display), False); // earlier errors are somebody else's
+    // Traps form a chain, so that an error reaches the innermost one of its display.
     m_outer = s_innermost;
     if (!m_outer) {
         s_handlerBefore = XSetErrorHandler(handle);
@@ -42,8 +44,10 @@ KrXErrorTrap::KrXErrorTrap(void* display)
 
 KrXErrorTrap::~KrXErrorTrap()
 {
+    // Errors come later than the requests that cause them; those of this trap's time are waited for.
     XSync(static_cast<Display*>(m_display), False);
     s_innermost = m_outer;
+    // An error is not forgotten with its trap: the next outer one of the display has it.
     if (m_code != 0) {
         keep(m_display, m_code, m_request, m_minorRequest);
     }
@@ -55,6 +59,7 @@ KrXErrorTrap::~KrXErrorTrap()
 
 bool KrXErrorTrap::keep(void* display, unsigned char code, unsigned char request, unsigned char minorRequest)
 {
+    // Another display's errors are not this trap's.
     for (KrXErrorTrap* trap = s_innermost; trap; trap = trap->m_outer) {
         if (trap->m_display != display) {
             continue;
@@ -71,6 +76,7 @@ bool KrXErrorTrap::keep(void* display, unsigned char code, unsigned char request
 
 std::string KrXErrorTrap::error()
 {
+    // Asked for, errors that are still under way are waited for.
     auto* display = static_cast<Display*>(m_display);
     XSync(display, False);
     if (m_code == 0) {

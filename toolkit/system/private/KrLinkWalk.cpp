@@ -2,8 +2,10 @@
 
 const KrManipulatorLink* KrLinkWalk::next()
 {
+    // The root itself is not visited: it has no joint.
     const KrManipulatorLink* const last = m_path.empty() ? m_root : &m_path.back().link();
     m_root = nullptr;
+    // Depth first, parents before children; this order numbers the joints.
     if (last != nullptr && !last->childLinks().empty()) {
         m_path.push_back({&last->childLinks(), 0, m_next++});
         return &m_path.back().link();

@@ -11,6 +11,7 @@
 namespace
 {
 
+// By address: equal extents that are two objects do not share anything.
 unsigned int numHolders(const KrManipulatorLink& link, const KrBasePhysicalExtent* extent)
 {
     unsigned int count = 0;
@@ -36,9 +37,11 @@ bool isShared(const KrManipulatorSystem& system, const KrShape* shape)
             count += numHolders(*link, extent);
         }
     }
+    // What has no triangles stays shared.
     return count > 1 && extent->triExtent();
 }
 
+// The shape's other values, its number for example, come along.
 boost::shared_ptr<KrShape> ownCopy(const KrShape& shape)
 {
     const auto own = boost::make_shared<KrShape>(shape);
@@ -52,6 +55,7 @@ boost::shared_ptr<KrShape> ownCopy(const KrShape& shape)
 bool KrOwnShapes::give(KrManipulatorSystem& system, KrManipulatorLink& link)
 {
     bool isAnyShared = false;
+    // Of the same name, and with shapes in the same order, so that keys stay valid.
     KrManipulatorLink own(link.name());
     for (unsigned int i = 0; i < link.numShapes(); ++i) {
         const bool isCopied = isShared(system, link.shape(i));
@@ -68,6 +72,7 @@ bool KrOwnShapes::give(KrManipulatorSystem& system, KrManipulatorLink& link)
     own.shareCollisionShapes(link);
     own.jointKinematics() = link.jointKinematics();
     own.massProperties() = link.massProperties();
+    // Moved: links that hang under this one may be many.
     own.childLinks() = std::move(link.childLinks());
     link = std::move(own); // of a manipulator its base link only
     return true;
