@@ -19,6 +19,7 @@
 namespace
 {
 
+/// The material's alpha counts where the shape is lit, the colour's (`applyAlpha`) where it is not.
 void setMaterialAlpha(osg::StateSet& stateSet, float alpha)
 {
     if (auto* const material = dynamic_cast<osg::Material*>(stateSet.getAttribute(osg::StateAttribute::MATERIAL))) {
@@ -28,6 +29,7 @@ void setMaterialAlpha(osg::StateSet& stateSet, float alpha)
         stateSet.setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
         stateSet.setMode(GL_BLEND, osg::StateAttribute::ON);
     } else {
+        // Back to what an opaque shape is built with.
         stateSet.setRenderingHint(osg::StateSet::DEFAULT_BIN);
         stateSet.removeMode(GL_BLEND);
     }
@@ -51,6 +53,7 @@ void drawStroke(KrTextureMarker& marker, const KrSurfaceStroke& stroke)
     brush.color.set(static_cast<float>(color.red()), static_cast<float>(color.green()),
                     static_cast<float>(color.blue()), static_cast<float>(color.alpha()));
     brush.hardness = static_cast<float>(stroke.hardness());
+    // Checked where the extent took the stroke: it is refused for nothing but the lack of room or memory.
     marker.stroke(points, brush);
 }
 
@@ -61,6 +64,7 @@ constexpr double kFarthest = 1e18;
 bool isInRange(const KrDeformationPhysicalExtent& extent)
 {
     for (const KrVector& point : extent.points()) {
+        // Of the points as they are now, deformed: weights may carry them anywhere.
         if (!(point.dot(point) <= kFarthest * kFarthest)) {
             return false;
         }
@@ -78,6 +82,7 @@ bool isInRange(const KrDeformationPhysicalExtent& extent)
 /// Strokes that have a place on the surface.
 const std::vector<KrSurfaceStroke>& strokesOf(const KrDeformationPhysicalExtent& extent)
 {
+    // Without texture coordinates there is nowhere to paint; the extent keeps its strokes.
     static const std::vector<KrSurfaceStroke> none;
     return extent.textureCoordinates().empty() ? none : extent.strokes();
 }
@@ -98,6 +103,7 @@ public:
     /// Of a corner that is new, the result is one more than any before.
     std::uint32_t numberOf(const KrTriangle& triangle, unsigned int corner)
     {
+        // Corners are one where all three numbers are: an edge with two normals stays sharp.
         const Key key = {triangle.vertex(corner), triangle.normal(corner), triangle.textureCoordinate(corner)};
         return m_numbers.try_emplace(key, static_cast<std::uint32_t>(m_numbers.size())).first->second;
     }
@@ -110,6 +116,8 @@ private:
         {
             std::uint64_t hash = 0;
             for (const std::uint32_t part : key) {
+                // 2^64 divided by the golden ratio spreads neighbouring numbers, of which keys consist (Knuth,
+                // multiplicative hashing).
                 hash = (hash ^ part) * 0x9e3779b97f4a7c15u;
                 hash ^= hash >> 32;
             }
@@ -136,10 +144,12 @@ public:
             marker.clear();
             m_numPainted = 0;
         }
+        // A copy: the extent's may change before the next frame has room for the rest.
         m_strokes = strokes;
     }
     void mark(KrTextureMarker& marker) override
     {
+        // As many as wait at most; the rest follows with later frames, in order.
         for (; !isDone() && marker.hasRoom(); ++m_numPainted) {
             drawStroke(marker, m_strokes[m_numPainted]);
         }
@@ -160,6 +170,7 @@ KrRenderDeformationShape::KrRenderDeformationShape(const KrBasePhysicalExtent* e
     : KrRenderShape(extent, materialMap)
     , m_materialMap(materialMap)
 {
+    // Kept: after the base has built its drawables, which therefore have to be told one by one below.
     KrRenderShape::setAttribute(KrRenderTypes::NoDisplayList);
     if (const auto* const deformation = dynamic_cast<const KrDeformationPhysicalExtent*>(extent)) {
         if (!checkRange(*deformation)) {
@@ -181,7 +192,9 @@ void KrRenderDeformationShape::prepareDrawables()
 {
     for (unsigned int i = 0; i < getNumDrawables(); ++i) {
         osg::Geometry& geometry = *getDrawable(i)->asGeometry();
+        // The scene graph's optimizers leave alone what is dynamic.
         geometry.setDataVariance(osg::Object::DYNAMIC);
+        // A list would hold the vertices of one frame.
         geometry.setSupportsDisplayList(false);
         geometry.setUseVertexBufferObjects(true);
         // Written in every frame: the driver shall keep it where that is cheap.
@@ -205,6 +218,7 @@ bool KrRenderDeformationShape::hasGroupsOf(const KrTriPhysicalExtent& mesh) cons
     }
     for (unsigned int i = 0; i < numGroups; ++i) {
         const osg::Array& vertices = *getDrawable(i)->asGeometry()->getVertexArray();
+        // The same number of triangles is enough: positions and normals are filled in anew, corner by corner.
         if (vertices.getNumElements() != 3 * mesh.groups()[i].second().size()) {
             return false;
         }
@@ -240,13 +254,16 @@ bool KrRenderDeformationShape::checkRange(const KrDeformationPhysicalExtent& ext
 
 void KrRenderDeformationShape::follow(const KrDeformationPhysicalExtent& extent)
 {
+    // A placement is no change of the extent's own, so that its revision does not tell.
     const bool isPlacedAnew = m_placement != extent.placement();
     const unsigned int changes =
         extent.changesSince(m_revision) | (isPlacedAnew ? KrDeformationPhysicalExtent::VerticesMoved : 0u);
+    // The shape stays as it was, and what has changed is not taken for done: the next call tries again.
     if ((changes & KrDeformationPhysicalExtent::VerticesMoved) != 0 && !checkRange(extent)) {
         return;
     }
     if ((changes & KrDeformationPhysicalExtent::CutChanged) != 0) {
+        // A cut makes other groups of other triangles; bending leaves both as they are.
         rebuild(*extent.triExtent());
         indexGroups(extent);
         prepareDrawables();
@@ -262,6 +279,7 @@ void KrRenderDeformationShape::follow(const KrDeformationPhysicalExtent& extent)
 
 void KrRenderDeformationShape::paint(const std::vector<KrSurfaceStroke>& strokes)
 {
+    // Nothing to paint and nothing painted: no texture is made for a shape that was never marked.
     if (strokes.empty() && (!m_painter || m_painter->strokes().empty())) {
         return;
     }
@@ -273,6 +291,7 @@ void KrRenderDeformationShape::paint(const std::vector<KrSurfaceStroke>& strokes
         m_painter = new Painter;
     }
     m_painter->setStrokes(strokes, *marker);
+    // At once, so that the frame under way has them; what has no room comes back by the callback.
     m_painter->mark(*marker);
     if (!m_painter->isDone()) {
         marker->addCallback(m_painter);
@@ -286,6 +305,7 @@ KrMarkingCallback* KrRenderDeformationShape::painter() const
 
 void KrRenderDeformationShape::takeMarks(KrTextureMarker& marker, KrMarkingCallback* painter)
 {
+    // The new shape's, from its own construction; the other painter's come from the shape of before.
     const std::vector<KrSurfaceStroke> strokes = m_painter ? m_painter->strokes() : std::vector<KrSurfaceStroke>();
     if (marker.moveTo(*this)) {
         // It knows which strokes are painted: only what has changed since is painted now.
@@ -310,6 +330,7 @@ void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& ex
         for (const KrTriangle& triangle : group.triangles()) {
             for (unsigned int corner = 0; corner < 3; ++corner) {
                 indices->push_back(numbers.numberOf(triangle, corner));
+                // A corner that was met before.
                 if (indices->back() < source.points.size()) {
                     continue;
                 }
@@ -327,6 +348,7 @@ void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& ex
         if (!extent.textureCoordinates().empty()) {
             geometry.setTexCoordArray(0, coordinates);
         }
+        // In place of the triangles of the base class, which are not indexed.
         geometry.setPrimitiveSet(0, indices);
         geometry.setComputeBoundingBoxCallback(new FilledBox);
     }
@@ -335,6 +357,7 @@ void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& ex
 
 void KrRenderDeformationShape::fillGroups(const KrDeformationPhysicalExtent& extent)
 {
+    // Asked once: an extent may have to reckon them first.
     const std::vector<KrVector>& points = extent.points();
     const std::vector<KrVector>& normals = extent.normals();
     for (std::size_t i = 0; i < m_sources.size(); ++i) {
@@ -349,7 +372,9 @@ void KrRenderDeformationShape::fillGroups(const KrDeformationPhysicalExtent& ext
             drawnNormals[k] = vec3(toOwner.transformDirection(normals[source.normals[k]]));
             box.expandBy(drawnVertices[k]);
         }
+        // Before the bound is made stale: it is asked for from there.
         static_cast<FilledBox&>(*geometry.getComputeBoundingBoxCallback()).box = box;
+        // Sent to the driver with the next frame, from the same buffer.
         drawnVertices.dirty();
         drawnNormals.dirty();
         geometry.dirtyBound();
@@ -367,6 +392,7 @@ void KrRenderDeformationShape::update(KrBasePhysicalExtent* extent)
     if (!mesh) {
         return;
     }
+    // The extent may be of another class than the one before: nothing of a deforming one may be left.
     const bool wasIndexed = !m_sources.empty();
     m_sources.clear();
     m_revision = KrDeformationPhysicalExtent::Revision();
@@ -393,6 +419,7 @@ void KrRenderDeformationShape::update(KrBasePhysicalExtent* extent)
 
 void KrRenderDeformationShape::updateAlpha(float alpha)
 {
+    // No order has a place for it; the shape stays as it is.
     if (std::isnan(alpha)) {
         return;
     }
@@ -405,6 +432,7 @@ void KrRenderDeformationShape::updateAlpha(float alpha)
 
 void KrRenderDeformationShape::applyAlpha()
 {
+    // Negative until the first call: materials keep the alpha that they have.
     if (m_alpha < 0.0f) {
         return;
     }

@@ -17,6 +17,7 @@ osg::ref_ptr<KrRenderShape> makeShape(const KrIntraLink& intraLink, const KrIndi
     if (extent == nullptr) {
         return nullptr;
     }
+    // A shape of its own for each body: it is neither shared nor named nor in a map.
     return KrRenderShape::newKrRenderShape(manipulator, extent, manipulator.materialMap());
 }
 
@@ -30,6 +31,7 @@ KrRenderIntraLink::KrRenderIntraLink(const KrIndividualManipulator& manipulator,
 {
     for (unsigned int i = 0; i < m_intraLinks.size(); ++i) {
         const osg::ref_ptr<KrRenderShape> shape = makeShape(manipulator.intraLinks().intraLink(i), manipulator);
+        // The slot stays null, so that numbers of nodes and of intra-links agree.
         if (!shape) {
             Kr::Print::instance()->write(Kr::Print::Warning, "Problem creating intralink node %d\n",
                                          static_cast<int>(i));
@@ -57,9 +59,11 @@ void KrRenderIntraLink::updateState(const KrManipulatorSystemState* state)
     if (position == nullptr) {
         return;
     }
+    // Once for all bodies: it is a copy of all joint positions.
     m_activeState.setPositionState(*position);
     const KrIntraLinkDescription& description = m_manipulator->intraLinks();
     const auto numSlots = static_cast<unsigned int>(m_intraLinks.size());
+    // The description is the client's and may have changed since the nodes were made.
     for (unsigned int i = 0; i < std::min(description.count(), numSlots); ++i) {
         if (m_intraLinks[i]) {
             setPose(*m_intraLinks[i], description.intraLink(i).placement(m_activeState, *m_manipulator));

@@ -36,7 +36,9 @@ osg::ref_ptr<KrRenderShape> makeGridShape(const KrGridPhysicalExtent& grid)
     if (!geode) {
         return nullptr;
     }
+    // Only here: a node that an application puts into a scene of its own is ordered as the application wants.
     KrRenderGridPhysicalExtent::drawAfterSolids(*geode);
+    // A shallow copy: the drawables, and with them textures and callbacks, are the field's own.
     return new KrRenderShape(*geode, osg::CopyOp());
 }
 
@@ -55,6 +57,8 @@ public:
     {
     }
 
+    // A map of a whole subtree at every link would take time and memory by depth squared: it is
+    // made when it is asked for.
     void add(const ShapeMap::key_type& key, KrRenderShape* shape) { m_entries.push_back({key, shape, nullptr}); }
     void add(const Shapes& others) { m_entries.push_back({{}, nullptr, &others}); }
     /// Entries that `map` has already stay.
@@ -75,6 +79,7 @@ private:
 
 void KrRenderLink::Shapes::putInto(ShapeMap& map) const
 {
+    // A list of its own in place of recursion: it takes no stack for maps inside one another.
     struct Place
     {
         const Shapes* shapes;
@@ -91,6 +96,7 @@ void KrRenderLink::Shapes::putInto(ShapeMap& map) const
         if (entry.others) {
             open.push_back({entry.others.get(), 0});
         } else {
+            // Kept: an entry that is there stays.
             map.insert({entry.key, entry.shape});
         }
     }
@@ -104,6 +110,7 @@ KrRenderLink::Shapes::~Shapes()
         const Entry entry = std::move(open.back());
         open.pop_back();
         if (entry.others && entry.others->referenceCount() == 1) {
+            // Nobody else refers to it, so that nobody sees it change.
             std::vector<Entry>& below = const_cast<Shapes&>(*entry.others).m_entries;
             std::move(below.begin(), below.end(), std::back_inserter(open));
             below.clear();
@@ -114,10 +121,13 @@ KrRenderLink::Shapes::~Shapes()
 void MatrixUpdateCallback::operator()(osg::Node* node, osg::NodeVisitor* visitor)
 {
     auto* link = dynamic_cast<KrRenderLink*>(node);
+    // Only a visitor that KrRenderLink::updateState has prepared carries a state; others pass by.
     auto* data = visitor == nullptr ? nullptr : dynamic_cast<StateData*>(visitor->getUserData());
     if (link != nullptr && data != nullptr) {
+        // Through the virtual table: an intra-link node places its bodies, too.
         link->updateState(data->state);
     }
+    // In every case: other callbacks and the links below want the visitor, too.
     traverse(node, visitor);
 }
 
@@ -131,8 +141,10 @@ KrRenderLink::KrRenderLink(const KrManipulatorLink& link, unsigned int manIndex,
 {
     const std::string manipulator = "Man " + KrINT2STRING(manIndex, 10);
     const std::string joint = KrINT2STRING(jointIndex, 10);
+    // Kept, as all names of nodes: clients look nodes up by them.
     setName(manipulator + ":Link " + joint);
     createDhFrame(manipulator + ":DHLink " + joint, link.jointKinematics().dhFrame());
+    // Named with its class: no override of a subclass runs in a constructor, and this says so.
     KrRenderLink::addLinkGeometry(link, materialMap);
 }
 
@@ -144,6 +156,7 @@ KrRenderLink::KrRenderLink(const KrIndividualManipulator& manipulator, unsigned 
     , m_shapes(new Shapes)
 {
     setName("Man Base " + KrINT2STRING(manIndex, 10));
+    // The frame under which the shapes hang; it never changes, while the link's own matrix follows the joint.
     createDhFrame("Man DH " + KrINT2STRING(manIndex, 10), manipulator.baseDhFrame());
     KrRenderLink::addLinkGeometry(manipulator, manipulator.materialMap());
 }
@@ -156,12 +169,14 @@ KrRenderLink::~KrRenderLink()
         for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
             open.emplace_back(group.getChild(i));
         }
+        // Held by `open` from here on.
         group.removeChildren(0, group.getNumChildren());
     };
     take(*this);
     while (!open.empty()) {
         const osg::ref_ptr<osg::Node> node = std::move(open.back());
         open.pop_back();
+        // One reference is the one here: whatever else holds a link keeps its children with it.
         auto* const link = node->referenceCount() == 1 ? dynamic_cast<KrRenderLink*>(node.get()) : nullptr;
         if (link != nullptr) {
             take(*link);
@@ -171,6 +186,7 @@ KrRenderLink::~KrRenderLink()
 
 const KrRenderLink::ShapeMap& KrRenderLink::getMap() const
 {
+    // The map is const to callers only: it is a form of what is there already.
     if (!m_isMapMade) {
         m_shapes->putInto(m_map);
         m_isMapMade = true;
@@ -204,10 +220,13 @@ void KrRenderLink::updateState(const KrManipulatorSystemState* state)
     if (position == nullptr) {
         return;
     }
+    // The base has no joint: its place is the state's.
     if (m_kind == Kind::Base) {
         setPose(*this, position->baseTransformation());
         return;
     }
+    // A state with fewer joints than the robot leaves the others where they are: it may come
+    // from a client at any time.
     if (m_jointIndex >= position->jointPositions().size()) {
         return;
     }
@@ -221,27 +240,32 @@ bool KrRenderLink::addChildLink(KrRenderLink* child)
     if (child == nullptr) {
         return false;
     }
+    // Kept: the child's shapes as they are now; the manipulator attaches a child when its subtree is complete.
     ownShapes().add(*child->m_shapes);
     if (m_isMapMade) {
         child->m_shapes->putInto(m_map);
     }
+    // Under the link and not under its DH frame: a joint's pose is given in the parent link's frame.
     return addChild(child);
 }
 
 void KrRenderLink::addLinkGeometry(const KrManipulatorLink& link, const KrMaterialMap& materialMap)
 {
+    // Kept: a new one at each call, in place of the one before.
     setUpdateCallback(new MatrixUpdateCallback);
     // Kept: not cleared from one shape to the next, so that a shape without an extent shows the one before it again.
     osg::ref_ptr<KrRenderShape> working;
     for (unsigned int i = 0; i < link.numShapes(); ++i) {
         const KrShape* shape = link.shape(i);
         if (shape == nullptr) {
+            // Kept: the message names another operation, and the link's later shapes are not looked at.
             Kr::Print::instance()->write(Kr::Print::Error, "KrRenderLink::render() Shape %d missing from joint (%s).\n",
                                          static_cast<int>(i), link.name().c_str());
             return;
         }
         const KrBasePhysicalExtent* extent = shape->physicalExtent();
         if (const auto* grid = dynamic_cast<const KrGridPhysicalExtent*>(extent)) {
+            // Kept: a field that cannot be drawn leaves the working shape as it is.
             if (const osg::ref_ptr<KrRenderShape> gridShape = makeGridShape(*grid)) {
                 working = gridShape;
             }
@@ -262,6 +286,7 @@ void KrRenderLink::addLinkGeometry(const KrManipulatorLink& link, const KrMateri
         }
         addShape(working, link.name(), i);
         if (extent != nullptr) {
+            // Another link of the same extent finds it there; the handle observes, and the scene owns.
             extent->setRenderShape(working->getSharedPtr());
         }
     }
@@ -272,6 +297,7 @@ bool KrRenderLink::updateState(osg::NodeVisitor* visitor, const KrManipulatorSys
     if (visitor == nullptr) {
         return false;
     }
+    // User data of another kind belong to somebody: they stay, and false says that no state goes with this visitor.
     if (visitor->getUserData() == nullptr) {
         visitor->setUserData(new StateData);
     }
@@ -279,6 +305,7 @@ bool KrRenderLink::updateState(osg::NodeVisitor* visitor, const KrManipulatorSys
     if (data == nullptr) {
         return false;
     }
+    // Borrowed: the state outlives the traversal that it is attached for.
     data->state = state;
     return true;
 }
@@ -296,6 +323,7 @@ void KrRenderLink::setPose(osg::MatrixTransform& node, const KrCoordinateSystemT
 
 const KrPositionState* KrRenderLink::positionState(const KrManipulatorSystemState& state) const
 {
+    // A state may have fewer manipulators than the scene: those without a position state stay where they are.
     const KrXmlVectorType<KrPositionState>& positions = state.positionStates();
     return m_manIndex < positions.size() ? &positions[m_manIndex] : nullptr;
 }
@@ -311,6 +339,7 @@ void KrRenderLink::createDhFrame(const std::string& name, const KrCoordinateSyst
 void KrRenderLink::addShape(KrRenderShape* shape, const std::string& linkName, unsigned int shapeIndex)
 {
     shape->setNodeMask(KrRenderTypes::SceneContent);
+    // Kept: the name is of the toolkit's link and not of this node.
     shape->setName(linkName + " - " + KrINT2STRING(shapeIndex, 10));
     m_dhFrame->addChild(shape);
     ownShapes().add({m_jointIndex, shapeIndex}, shape);
@@ -321,6 +350,7 @@ void KrRenderLink::addShape(KrRenderShape* shape, const std::string& linkName, u
 
 KrRenderLink::Shapes& KrRenderLink::ownShapes()
 {
+    // A parent that took these over sees them as they were: what is added now goes into a copy.
     if (m_shapes->referenceCount() > 1) {
         m_shapes = new Shapes(*m_shapes);
     }

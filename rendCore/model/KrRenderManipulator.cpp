@@ -12,6 +12,7 @@ KrRenderManipulator::KrRenderManipulator(const KrIndividualManipulator& manipula
     , m_manipulator(&manipulator)
 {
     osg::Matrixd manipulatorToWorld;
+    // Set here and never again: what moves is the base link below, by its position state.
     manipulator.placement().assign16(manipulatorToWorld.ptr());
     setMatrix(manipulatorToWorld);
     setName("Base " + KrINT2STRING(manIndex, 10));
@@ -20,10 +21,13 @@ KrRenderManipulator::KrRenderManipulator(const KrIndividualManipulator& manipula
     if (manipulator.intraLinks().count() == 0) {
         base = new KrRenderLink(manipulator, manIndex);
     } else {
+        // It hangs its bodies under this node, so that they come before the base in the list of children.
         base = new KrRenderIntraLink(manipulator, manIndex, this);
     }
     addChild(base);
+    // Named with its class: an override of a subclass cannot run before its constructor has.
     KrRenderManipulator::processChildren(base);
+    // A copy, after the whole tree stands: the base's map has the shapes of every link by then.
     m_map = base->getMap();
 }
 
@@ -36,7 +40,9 @@ void KrRenderManipulator::updateDeformation(unsigned int jointIndex, unsigned in
     if (drawn == nullptr || extent == nullptr) {
         return;
     }
+    // Kept: the shape follows before the extent is recomputed.
     drawn->update(extent);
+    // Kept: the flag is asked after the shape has followed, and is taken down here.
     if (extent->isChanged()) {
         extent->recompute();
         extent->setChanged(false);
@@ -47,6 +53,7 @@ void KrRenderManipulator::updateTransparency(unsigned int jointIndex, unsigned i
                                              float alpha)
 {
     KrRenderShape* drawn = renderShape(jointIndex, shapeIndex);
+    // Kept: silent. Keys come from the system's list, which may name shapes that are not drawn.
     if (drawn != nullptr && shape != nullptr && shape->physicalExtent() != nullptr) {
         drawn->updateAlpha(alpha);
     }
@@ -76,6 +83,7 @@ void KrRenderManipulator::processChildren(KrRenderLink* parent)
         }
         return;
     }
+    // Without recursion, in the order of depth-first recursion: joint numbers are handed out as links are made.
     struct Place
     {
         KrRenderLink* node;
@@ -102,6 +110,7 @@ void KrRenderManipulator::processChildren(KrRenderLink* parent)
 
 osg::ref_ptr<KrRenderLink> KrRenderManipulator::makeLink(const KrManipulatorLink& link)
 {
+    // The count of links so far is the joint number of the next.
     return new KrRenderLink(link, m_manIndex, m_numTotalLinks++, m_manipulator->materialMap());
 }
 

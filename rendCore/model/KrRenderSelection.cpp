@@ -30,6 +30,7 @@ constexpr unsigned int kOnOverride = osg::StateAttribute::ON | osg::StateAttribu
 /// shape's own material decides the colour.
 constexpr unsigned int kSelectedMaterial = 0x15;
 constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
+// No emission: the shape's own colours decide how light it is.
 const osg::Vec4 kBlack(0.0f, 0.0f, 0.0f, 1.0f);
 
 /// Whether what is culled now is drawn without lighting, whatever a shape below says of itself.
@@ -39,6 +40,7 @@ bool isUnlit(osgUtil::CullVisitor& visitor)
     // From the leaf to the root: the last one that overrides counts, else the first one.
     bool isFound = false;
     for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
+        // The root of a state graph has none.
         const osg::StateSet* const states = graph->getStateSet();
         if (states == nullptr) {
             continue;
@@ -55,8 +57,10 @@ bool isUnlit(osgUtil::CullVisitor& visitor)
 /// Beats what the wrapper says for shapes that are lit.
 osg::ref_ptr<osg::StateSet> unlitFade(float alpha)
 {
+    // Protected, because the wrapper above has a blend function that overrides.
     constexpr unsigned int kOnHere = kOnOverride | osg::StateAttribute::PROTECTED;
     osg::ref_ptr<osg::StateSet> states = new osg::StateSet;
+    // The constant's alpha takes the place of the colour's, which nothing sets without a material.
     states->setAttributeAndModes(
         new osg::BlendFunc(osg::BlendFunc::CONSTANT_ALPHA, osg::BlendFunc::ONE_MINUS_CONSTANT_ALPHA), kOnHere);
     states->setAttributeAndModes(new osg::BlendColor(osg::Vec4(0.0f, 0.0f, 0.0f, alpha)), kOnHere);
@@ -94,6 +98,7 @@ SelectionGroup::SelectionGroup(KrRenderShape* shape, bool splice)
     , m_selected(splice)
 {
     const osg::ref_ptr<osg::StateSet> overrides = new osg::StateSet;
+    // The one material of this wrapper: what follows changes it in place.
     overrides->setAttribute(m_material, kOnOverride);
     setStateSet(overrides);
     if (shape == nullptr) {
@@ -109,9 +114,11 @@ SelectionGroup::SelectionGroup(KrRenderShape* shape, bool splice)
 // Plain pointers to this group only: it has no reference of its own before the first parent takes one.
 void SelectionGroup::takePlaceOf(KrRenderShape& shape)
 {
+    // A copy: the list itself changes with every link that is made or cut.
     const osg::Node::ParentList parents = shape.getParents();
     addChild(&shape);
     for (osg::Group* parent : parents) {
+        // First the link, which gives this group its first reference, then the cut.
         parent->addChild(this);
         parent->removeChild(&shape);
     }
@@ -126,6 +133,7 @@ void SelectionGroup::blend()
 // Without lighting there is no material, and a shape's own colour is opaque: the blending itself does the fading.
 void SelectionGroup::traverse(osg::NodeVisitor& visitor)
 {
+    // Only culling decides what is drawn: other visitors take the plain way.
     osgUtil::CullVisitor* const cull = m_unlitFade.valid() ? visitor.asCullVisitor() : nullptr;
     if (cull == nullptr || !isUnlit(*cull)) {
         osg::Group::traverse(visitor);
@@ -142,6 +150,7 @@ void SelectionGroup::showSelected()
     m_selected = true;
     m_unlitFade = nullptr;
     osg::StateSet* overrides = getOrCreateStateSet();
+    // Kept: filled, whatever the shape says of itself.
     overrides->setAttributeAndModes(new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::FILL),
                                     kOnOverride);
     m_material->setAlpha(kBothFaces, 1.0f);
@@ -152,8 +161,11 @@ void SelectionGroup::showSelected()
     m_material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
     overrides->setAttribute(m_material, kSelectedMaterial);
     blend();
+    // Kept: lit and textured, over what the shape says of itself. What the window overrides
+    // stays as the window wants it.
     overrides->setMode(GL_LIGHTING, kOnOverride);
     overrides->setTextureMode(0, GL_TEXTURE_2D, kOnOverride);
+    // Kept: among the opaque ones, though a blend function is set.
     overrides->setRenderingHint(osg::StateSet::OPAQUE_BIN);
 }
 
@@ -177,6 +189,7 @@ void SelectionGroup::showFaded(float alpha)
         overrides->setAttribute(m_material, kOn);
         m_material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
     }
+    // What the look of a selection has added is taken back, where this shape was selected before.
     overrides->removeAttribute(osg::StateAttribute::POLYGONMODE);
     overrides->removeAttribute(osg::StateAttribute::POLYGONOFFSET);
     overrides->setMode(GL_LIGHTING, osg::StateAttribute::INHERIT);
@@ -241,6 +254,8 @@ NonSelectionVisitor::NonSelectionVisitor(float alpha, bool restore)
 
 NonSelectionVisitor::~NonSelectionVisitor()
 {
+    // Kept: all additions before the first cut, in the order in which they were planned: nothing is
+    // without a parent meanwhile.
     for (const Addition& addition : m_additions) {
         if (auto* parent = dynamic_cast<osg::Switch*>(addition.link.first.get())) {
             parent->addChild(addition.link.second, addition.visible);
@@ -249,6 +264,7 @@ NonSelectionVisitor::~NonSelectionVisitor()
         }
     }
     for (const auto& [parent, child] : m_removals) {
+        // A link may be planned twice, through two parents: what is gone already is no child any more.
         const unsigned int index = parent->getChildIndex(child);
         if (index < parent->getNumChildren()) {
             parent->removeChildren(index, 1);
@@ -264,6 +280,7 @@ void NonSelectionVisitor::apply(osg::Group& group)
         return;
     }
     if (wrapper->isSelected()) {
+        // Left as it is for this pass; the next one fades it, unless it is selected again before.
         wrapper->clearSelected();
         m_done.insert(wrapper);
         return;
@@ -276,6 +293,7 @@ void NonSelectionVisitor::apply(osg::Group& group)
 void NonSelectionVisitor::apply(osg::Geode& geode)
 {
     auto* shape = dynamic_cast<KrRenderShape*>(&geode);
+    // Geodes that are no shapes, axes and ellipsoids for instance, are never faded.
     if (shape == nullptr || !m_done.insert(shape).second) {
         return;
     }
@@ -291,11 +309,13 @@ void NonSelectionVisitor::fade(KrRenderShape& shape)
     osg::ref_ptr<SelectionGroup> wrapper = wrapperOf(shape);
     if (!wrapper) {
         wrapper = new SelectionGroup(&shape, false);
+        // Planned, not done: the list of children that the walk stands in must not change.
         m_additions.push_back({{wrapper, &shape}, true});
         for (osg::Group* parent : shape.getParents()) {
             replace(*parent, shape, *wrapper);
         }
     }
+    // Kept: the attribute is only ever cleared here; nothing in the library reads it.
     shape.clearAttribute(KrRenderTypes::Unfaded);
     wrapper->showFaded(m_alpha);
 }
@@ -306,6 +326,7 @@ void NonSelectionVisitor::dissolve(SelectionGroup& wrapper)
         osg::Node* child = wrapper.getChild(i);
         for (osg::Group* parent : wrapper.getParents()) {
             replace(*parent, wrapper, *child);
+            // Also from the wrapper: it may live on, and a shape must not have a parent that is in no scene.
             m_removals.emplace_back(&wrapper, child);
         }
     }

@@ -26,6 +26,7 @@ bool areInRange(const KrTriPhysicalExtent& mesh, const TriangleList& triangles)
 {
     const std::size_t numVertices = mesh.vertices().size();
     const std::size_t numNormals = mesh.normals().size();
+    // A mesh is checked where it is made; lists of triangles also come from applications, straight to `addGroup`.
     const std::size_t numCoordinates = mesh.textureCoordinates().size();
     for (const KrTriangle& triangle : triangles) {
         for (unsigned int corner = 0; corner < 3; ++corner) {
@@ -45,6 +46,7 @@ bool areInRange(const KrTriPhysicalExtent& mesh, const TriangleList& triangles)
     return true;
 }
 
+/// Corner by corner, as the vertices are: the triangles are not indexed here.
 osg::ref_ptr<osg::Vec2Array> textureCoordinatesOf(const KrTriPhysicalExtent& mesh, const TriangleList& triangles)
 {
     const osg::ref_ptr<osg::Vec2Array> coordinates = new osg::Vec2Array(3 * triangles.size());
@@ -59,11 +61,13 @@ osg::ref_ptr<osg::Vec2Array> textureCoordinatesOf(const KrTriPhysicalExtent& mes
     return coordinates;
 }
 
+/// Gives the geometry its one colour and the state set of its material.
 void applyMaterial(const KrDataMap& data, bool hasTextureCoordinates, osg::Geometry& geometry)
 {
     KrMaterialProperties material;
     material.load(data);
 
+    // The diffuse colour is the geometry's, too: without lighting, or without a material, it is all that is seen.
     osg::Vec4f diffuse(0.0f, 0.0f, 0.0f, 0.0f);
     material.getDiffuseColor(diffuse);
     const osg::ref_ptr<osg::Vec4Array> colors = new osg::Vec4Array(1, &diffuse);
@@ -80,6 +84,7 @@ void applyMaterial(const KrDataMap& data, bool hasTextureCoordinates, osg::Geome
     geometry.setStateSet(stateSet);
 }
 
+/// Kept: the mesh's own material wins over the manipulator's of the same name.
 const KrDataMap& materialOf(const std::string& groupName, const KrTriPhysicalExtent& mesh,
                             const KrMaterialMap& materialMap)
 {
@@ -98,8 +103,10 @@ KrRenderShape::KrRenderShape(const KrBasePhysicalExtent* extent, const KrMateria
     if (extent == nullptr) {
         Kr::Print::instance()->write(Kr::Print::Warning,
                                      "KrRenderShape::KrRenderShape - passing NULL for PhysicalExtent.\n");
+        // An empty shape, not a failure: the link shows the rest.
         return;
     }
+    // Held until the shape is built, whatever the extent does with its own.
     const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent();
     if (mesh) {
         addGroups(*mesh, materialMap);
@@ -113,6 +120,7 @@ KrRenderShape::KrRenderShape(const osg::Geode& other, const osg::CopyOp& copyOp)
 }
 
 KrRenderShape::KrRenderShape(const KrRenderShape& other)
+    // Kept: attributes and handle of a copy are its own; the drawables are shared.
     : KrRenderShape(other, osg::CopyOp(osg::CopyOp::SHALLOW_COPY))
 {
 }
@@ -122,6 +130,7 @@ KrRenderShape::~KrRenderShape() = default;
 KrRenderShape* KrRenderShape::newKrRenderShape(const KrManipulatorLink& link, const KrBasePhysicalExtent* extent,
                                                const KrMaterialMap& materialMap)
 {
+    // The link decides, not the extent: a rigid link draws a bending extent as it is now.
     bool deformable = false;
     link.deformable(deformable);
     if (deformable) {
@@ -132,6 +141,7 @@ KrRenderShape* KrRenderShape::newKrRenderShape(const KrManipulatorLink& link, co
 
 unsigned int KrRenderShape::numDrawnGroups(const KrTriPhysicalExtent& mesh)
 {
+    // Kept: a group without a name is not drawn, nor a name without a group.
     return std::min(mesh.groups().size(), mesh.numGroupNames());
 }
 
@@ -158,6 +168,7 @@ void KrRenderShape::fillCorners(const KrTriPhysicalExtent& mesh, const TriangleL
     const std::vector<KrVector>& meshNormals = mesh.normals().values();
     for (const KrTriangle& triangle : triangles) {
         for (unsigned int corner = 0; corner < 3; ++corner) {
+            // Three corners of its own for each triangle.
             *vertices++ = vec3(meshVertices[triangle.vertex(corner)]);
             *normals++ = vec3(meshNormals[triangle.normal(corner)]);
         }
@@ -170,6 +181,7 @@ osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* m
     if (mesh == nullptr) {
         return nullptr;
     }
+    // A group with a bad corner becomes an empty one: its number, and those of the groups after it, stay.
     static const TriangleList none;
     const TriangleList& triangles = areInRange(*mesh, given) ? given : none;
     const unsigned int numCorners = 3 * triangles.size();
@@ -189,6 +201,7 @@ osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* m
         geometry->setTexCoordArray(0, textureCoordinatesOf(*mesh, triangles));
     }
     applyMaterial(material, hasTextureCoordinates, *geometry);
+    // Kept: also of zero corners.
     geometry->addPrimitiveSet(new osg::DrawArrays(GL_TRIANGLES, 0, static_cast<GLsizei>(numCorners)));
     return geometry;
 }
@@ -225,6 +238,7 @@ void KrRenderShape::setAttribute(KrRenderTypes::Attributes attribute)
 
 void KrRenderShape::clearAttribute(KrRenderTypes::Attributes attribute)
 {
+    // Masks, not numbers of bits: one call may clear several.
     m_attributes &= ~static_cast<unsigned int>(attribute);
 }
 
@@ -233,11 +247,13 @@ bool KrRenderShape::isAttributeSet(KrRenderTypes::Attributes attribute) const
     return (m_attributes & attribute) != 0;
 }
 
+// Rigid shapes stay as they were built; KrRenderDeformationShape follows.
 void KrRenderShape::update(KrBasePhysicalExtent*) {}
 
 void KrRenderShape::updateAlpha(float) {}
 
 boost::shared_ptr<KrRenderShape> KrRenderShape::getSharedPtr() const
 {
+    // Observes only: its deleter does nothing, and the scene graph's count decides how long the shape lives.
     return m_self;
 }

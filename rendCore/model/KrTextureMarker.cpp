@@ -24,16 +24,20 @@ using KrMarkNodes::kTextureUnit;
 namespace
 {
 
+// Drivers of today draw into textures of that size; it takes 256 MiB of pixels.
 constexpr unsigned int kMaxSize = 8192;
+// A window that is never drawn must not gather marks without end.
 constexpr std::size_t kMaxPending = 4096;
 constexpr std::size_t kMaxPoints = 1024; // of one texture of points, which every context can hold
 
+/// One form for all refusals: they tell what was asked and why it is not done.
 void refuse(const char* operation, const char* reason)
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "KrTextureMarker::%s - nothing is marked: %s.\n", operation,
                                  reason);
 }
 
+// A number that is none would reach the shaders, and what they draw then is the driver's choice.
 bool isFinite(const osg::Vec2& v)
 {
     return std::isfinite(v.x()) && std::isfinite(v.y());
@@ -49,11 +53,13 @@ bool isFinite(const osg::Matrixd& m)
     return std::all_of(m.ptr(), m.ptr() + 16, [](double value) { return std::isfinite(value); });
 }
 
+/// An image may be there and have no memory, after a file that could not be read.
 bool hasPixels(const osg::Image* picture)
 {
     return picture && picture->data() && picture->s() > 0 && picture->t() > 0;
 }
 
+/// One drawable with coordinates is enough; the others show no marks.
 bool hasTextureCoordinates(const osg::Geode& shape)
 {
     for (unsigned int i = 0; i < shape.getNumDrawables(); ++i) {
@@ -79,6 +85,7 @@ const osg::Texture2D* textureOf(const osg::StateSet* states)
 const osg::Texture2D* firstTexture(const osg::Geode& shape)
 {
     const osg::Texture2D* const own = textureOf(shape.getStateSet());
+    // An override at the shape beats the textures of its groups.
     const bool isForAll =
         own && (shape.getStateSet()->getTextureAttributePair(kTextureUnit, osg::StateAttribute::TEXTURE)->second &
                 osg::StateAttribute::OVERRIDE) != 0;
@@ -91,6 +98,7 @@ const osg::Texture2D* firstTexture(const osg::Geode& shape)
     return own;
 }
 
+/// With its override flags, so that what is put back counts as much as it did.
 osg::StateSet::RefAttributePair attributeOf(const osg::StateSet& states, osg::StateAttribute::Type type)
 {
     const osg::StateSet::RefAttributePair* const pair = states.getTextureAttributePair(kTextureUnit, type);
@@ -120,9 +128,11 @@ public:
 
     void operator()(osg::Node* node, osg::NodeVisitor* visitor) override
     {
+        // What was drawn with an earlier frame is dropped now: until then the frame that draws it may be under way.
         if (m_marker->m_pending.empty()) {
             m_marker->m_painter->tidy(*visitor);
         } else if (auto* const cullVisitor = visitor->asCullVisitor()) {
+            // Marks wait for a visitor that culls: others draw nothing.
             m_marker->m_painter->draw(m_marker->m_pending, *cullVisitor);
         }
         traverse(node, visitor);
@@ -169,7 +179,9 @@ private:
             return;
         }
         auto& callbacks = marker->m_callbacks;
+        // A callback may draw a frame of another window with the same shape: only the outermost call tidies the list.
         const bool isInner = std::exchange(marker->m_isCalling, true);
+        // Counted before: those that are added meanwhile wait for the next frame.
         const std::size_t numCallbacks = callbacks.size();
         for (std::size_t i = 0; i < numCallbacks && marker->m_updateHook == this; ++i) {
             if (const osg::ref_ptr<KrMarkingCallback> callback = callbacks[i]; callback.valid()) {
@@ -188,6 +200,7 @@ private:
 
 KrTextureMarker* KrTextureMarker::find(const osg::Geode& shape)
 {
+    // Callbacks are nested in one another: an application's own may come before or after ours.
     for (const osg::Callback* callback = shape.getCullCallback(); callback; callback = callback->getNestedCallback()) {
         if (const auto* const hook = dynamic_cast<const CullHook*>(callback)) {
             return hook->marker();
@@ -232,11 +245,15 @@ KrTextureMarker::KrTextureMarker(osg::Geode& shape, unsigned int width, unsigned
     if (before) {
         KrMarkTexture::resample(*before->getImage(), *m_original);
     } else {
+        // White: a texture is multiplied with the material's colour, and white leaves that as it is.
         std::memset(m_original->data(), 255, m_original->getTotalSizeInBytes());
     }
+    // Two pictures: the original is what `clear` goes back to.
     m_image = new osg::Image(*m_original, osg::CopyOp::DEEP_COPY_ALL);
     m_texture = new KrMarkTexture(m_image);
     if (before) {
+        // The texture in its place repeats and filters as before, so that a shape that is not
+        // marked yet looks the same.
         for (const osg::Texture::WrapParameter axis : {osg::Texture::WRAP_S, osg::Texture::WRAP_T}) {
             m_texture->setWrap(axis, before->getWrap(axis));
         }
@@ -253,14 +270,17 @@ KrTextureMarker::KrTextureMarker(osg::Geode& shape, unsigned int width, unsigned
 
 KrTextureMarker::~KrTextureMarker()
 {
+    // The state set may hold the texture longer than this lives.
     m_texture->setPainter(nullptr);
 }
 
 void KrTextureMarker::attach(osg::Geode& shape)
 {
     osg::StateSet& states = *shape.getOrCreateStateSet();
+    // Before anything is set: it is what `detach` puts back.
     m_ownLook = {attributeOf(states, osg::StateAttribute::TEXTURE), attributeOf(states, osg::StateAttribute::TEXENV),
                  states.getTextureMode(kTextureUnit, GL_TEXTURE_2D)};
+    // With override: groups have textures of their own, whose picture the marks' texture began as.
     states.setTextureAttribute(kTextureUnit, m_texture, osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE);
     // Without override: a group may have switched textures off, or apply its own in another way.
     states.setTextureMode(kTextureUnit, GL_TEXTURE_2D, osg::StateAttribute::ON);
@@ -277,6 +297,7 @@ void KrTextureMarker::detach(osg::Geode& shape)
     if (!hook) {
         return;
     }
+    // Held: the hook is the marker's owner and goes below.
     const osg::ref_ptr<KrTextureMarker> marker = dynamic_cast<CullHook*>(hook)->marker();
     if (marker->m_updateHook.valid()) {
         shape.removeUpdateCallback(marker->m_updateHook);
@@ -299,15 +320,18 @@ bool KrTextureMarker::moveTo(osg::Geode& shape)
     if (!hasTextureCoordinates(shape)) {
         return false;
     }
+    // The shape that is left may be the only one who holds this.
     const osg::ref_ptr<KrTextureMarker> self(this);
     osg::ref_ptr<osg::Geode> before;
     if (m_shape.lock(before)) {
         detach(*before);
     }
+    // A marker that is there ends: a shape has one.
     detach(shape);
     m_shape = &shape;
     for (const osg::ref_ptr<osg::Node>& mark : m_pending) {
         if (auto* const projection = dynamic_cast<KrMarkProjection*>(mark.get())) {
+            // Strokes and stamps lie in texture space; a projection is thrown onto a surface.
             projection->setShape(shape);
         }
     }
@@ -350,6 +374,7 @@ bool KrTextureMarker::stroke(const std::vector<osg::Vec2>& points, const Brush& 
     const osg::Vec2* begin = points.data();
     try {
         while (std::size_t(end - begin) > kMaxPoints) {
+            // Long strokes come in pieces, each with a texture of its own for its points.
             m_pending.push_back(KrMarkNodes::stroke(begin, begin + kMaxPoints, brush, m_painter->strokeProgram()));
             begin += kMaxPoints - 1; // the next piece starts where this one ends
         }
@@ -380,6 +405,7 @@ bool KrTextureMarker::stamp(osg::Image* picture, const Placement& placement)
 bool KrTextureMarker::stamp(const KrImage& picture, KrImage::Orientation orientation, const Placement& placement)
 {
     const osg::ref_ptr<osg::Image> image = new osg::Image;
+    // Empty pictures and those without memory are refused in one place, below.
     if (picture.data()) {
         image->allocateImage(static_cast<int>(picture.width()), static_cast<int>(picture.height()), 1,
                              KrGL::pixelFormat(picture.channels()), GL_UNSIGNED_BYTE, 1);
@@ -387,6 +413,7 @@ bool KrTextureMarker::stamp(const KrImage& picture, KrImage::Orientation orienta
     if (image->data()) {
         std::memcpy(image->data(), picture.data(), picture.sizeInBytes());
         if (orientation == KrImage::TopRowFirst) {
+            // Marks have row 0 at the bottom, as OpenGL has.
             image->flipVertical();
         }
     }
@@ -410,6 +437,7 @@ bool KrTextureMarker::addProjection(osg::Image* picture, const Brush& brush, con
     if (!checkRoom("project")) {
         return false;
     }
+    // The shape is observed: its geometry counts as it is when the mark is drawn.
     m_pending.push_back(new KrMarkProjection(*shape, picture, brush, view, projection, m_painter->projectionProgram()));
     return true;
 }
@@ -422,6 +450,7 @@ bool KrTextureMarker::project(osg::Image* picture, const osg::Matrixd& view, con
         return false;
     }
     Brush brush;
+    // The shader takes the opacity from the brush in both cases.
     brush.color.a() = opacity;
     return addProjection(picture, brush, view, projection);
 }
@@ -435,6 +464,7 @@ void KrTextureMarker::clear()
 {
     m_pending.clear();
     std::memcpy(m_image->data(), m_original->data(), m_original->getTotalSizeInBytes());
+    // Every context that has the texture sends the picture again.
     m_image->dirty();
 }
 
@@ -459,6 +489,7 @@ void KrTextureMarker::removeCallback(KrMarkingCallback* callback)
         return;
     }
     if (m_isCalling) {
+        // The list is being walked: places are closed up when the outermost call is over.
         *found = nullptr;
     } else {
         m_callbacks.erase(found);
@@ -473,6 +504,7 @@ const osg::Texture2D& KrTextureMarker::texture() const
 bool KrTextureMarker::snapshot(KrImage& out) const
 {
     out.allocate(4, 0, static_cast<unsigned int>(m_image->s()), static_cast<unsigned int>(m_image->t()));
+    // `allocate` has told of the lack of memory.
     if (!out.data() || out.sizeInBytes() != m_image->getTotalSizeInBytes()) {
         return false;
     }

@@ -26,6 +26,7 @@ namespace
 /// The colour at a place given in pixels, their centres being at whole numbers; between them it is interpolated.
 osg::Vec4 colorAt(const osg::Image& image, double x, double y)
 {
+    // Beyond the edge the last pixel counts: half a pixel on each side has no neighbour.
     const auto clampTo = [](double value, int size) { return std::clamp(static_cast<int>(value), 0, size - 1); };
     const double left = std::floor(x);
     const double bottom = std::floor(y);
@@ -42,6 +43,7 @@ osg::Vec4 colorAt(const osg::Image& image, double x, double y)
     return row(rows[0]) * (1.0f - weight) + row(rows[1]) * weight;
 }
 
+/// Made once for each marker; the driver compiles it with the first mark of its kind.
 osg::ref_ptr<osg::Program> newProgram(const char* name, const char* vertexShader, const char* fragmentShader)
 {
     osg::ref_ptr<osg::Program> program = new osg::Program;
@@ -71,6 +73,7 @@ void KrMarkTexture::resample(const osg::Image& source, osg::Image& target)
         for (int x = 0; x < target.s(); ++x) {
             const osg::Vec4 color =
                 colorAt(source, (x + 0.5) * source.s() / target.s() - 0.5, (y + 0.5) * source.t() / target.t() - 0.5);
+            // By way of the image's colours, in [0, 1] for every format: grey, alpha and float pictures alike.
             for (unsigned int channel = 0; channel < 4; ++channel) {
                 *out++ = static_cast<unsigned char>(std::lround(255.0f * std::clamp(color[channel], 0.0f, 1.0f)));
             }
@@ -91,6 +94,7 @@ public:
         osg::State& state = *info.getState();
         state.setActiveTextureUnit(kTextureUnit);
         m_texture->apply(state);
+        // The scene graph is told, or it would take another texture for the one that is bound.
         state.haveAppliedTextureAttribute(kTextureUnit, m_texture);
     }
 
@@ -114,9 +118,11 @@ public:
         m_texture->apply(state);
         state.haveAppliedTextureAttribute(kTextureUnit, m_texture);
         {
+            // A client's settings of packing would have the driver write beside the image.
             const KrPixelTransferGuard guard(*state.get<osg::GLExtensions>());
             glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_UNSIGNED_BYTE, image.data());
         }
+        // For the other contexts, which have the texture as it was.
         image.dirty();
         // This context has it already.
         m_texture->getModifiedCount(state.getContextID()) = image.getModifiedCount();
@@ -145,8 +151,10 @@ KrMarkPainter::KrMarkPainter(KrMarkTexture& texture)
     , m_projectionProgram(
           newProgram("projection", KrMarkShaders::kProjectionVertexShader, KrMarkShaders::kProjectionFragmentShader))
 {
+    // Marks are drawn over what the texture shows.
     m_camera->setClearMask(0);
     m_camera->setProjectionMatrixAsOrtho2D(0.0, 1.0, 0.0, 1.0);
+    // The last argument: smaller versions are made after each drawing, because a filter may ask for them.
     m_camera->attach(osg::Camera::COLOR_BUFFER, &texture, 0, 0, true);
     m_camera->setInitialDrawCallback(new UploadCallback(texture));
     m_camera->setFinalDrawCallback(new ReadBackCallback(texture));
@@ -161,9 +169,11 @@ void KrMarkPainter::setStates(osg::StateSet& states) const
                               GL_SCISSOR_TEST, GL_POLYGON_OFFSET_FILL}) {
         states.setMode(mode, kOffHere);
     }
+    // Opacity is blended by another rule than colour: what is opaque stays opaque under a translucent mark.
     states.setAttributeAndModes(
         new osg::BlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA), kOnHere);
     states.setAttribute(new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::FILL), kOnHere);
+    // A node above may have masked a channel out.
     states.setAttribute(new osg::ColorMask(true, true, true, true), kOnHere);
     // In the order in which the marks were issued.
     states.setRenderBinDetails(0, "TraversalOrderBin",
@@ -184,7 +194,9 @@ void KrMarkPainter::draw(std::vector<osg::ref_ptr<osg::Node>>& marks, osgUtil::C
         }
         m_batch->addChild(mark);
     }
+    // The batch holds them until the frame is drawn.
     marks.clear();
+    // Culled inside the frame that shows the shape, as a camera that renders before it.
     m_camera->accept(visitor);
 }
 

@@ -12,6 +12,7 @@
 namespace
 {
 
+/// Compares what the handles were made for: the shapes themselves may be gone, and a new one at the same address.
 bool areOfOneShape(const boost::weak_ptr<KrRenderShape>& a, const boost::weak_ptr<KrRenderShape>& b)
 {
     return !a.owner_before(b) && !b.owner_before(a);
@@ -24,6 +25,7 @@ void KrMarkTransfer::collect(const KrRenderManipulator* manipulator)
     if (!manipulator) {
         return;
     }
+    // The map has the shapes of every link; those of intra-links are in none.
     for (const auto& [key, shape] : manipulator->getMap()) {
         KrTextureMarker* const marker = shape ? KrTextureMarker::find(*shape) : nullptr;
         if (!marker) {
@@ -33,6 +35,7 @@ void KrMarkTransfer::collect(const KrRenderManipulator* manipulator)
         Marks marks;
         marks.shape = shape->getSharedPtr();
         marks.marker = marker;
+        // It knows which strokes are painted already, so that they are not painted twice.
         marks.painter = deforming ? deforming->painter() : nullptr;
         m_marks.push_back(marks);
     }
@@ -40,6 +43,7 @@ void KrMarkTransfer::collect(const KrRenderManipulator* manipulator)
 
 void KrMarkTransfer::match(const KrManipulatorSystem& system)
 {
+    // Most scenes have no marks, and a walk through all links costs time.
     if (m_marks.empty()) {
         return;
     }
@@ -47,6 +51,7 @@ void KrMarkTransfer::match(const KrManipulatorSystem& system)
     for (const KrIndividualManipulator& manipulator : system.manipulators()) {
         links.push_back(&manipulator);
     }
+    // Without recursion, which would take stack for links under one another.
     while (!links.empty()) {
         const KrManipulatorLink& link = *links.back();
         links.pop_back();
@@ -65,6 +70,7 @@ void KrMarkTransfer::match(const KrManipulatorSystem& system)
             }
         }
     }
+    // What no extent of the new system has is over.
     m_marks.erase(
         std::remove_if(m_marks.begin(), m_marks.end(), [](const Marks& marks) { return marks.extent == nullptr; }),
         m_marks.end());
@@ -81,6 +87,7 @@ void KrMarkTransfer::giveBack()
         if (auto* const deforming = dynamic_cast<KrRenderDeformationShape*>(shape.get())) {
             deforming->takeMarks(*marks.marker, marks.painter);
         } else {
+            // A shape that has lost its texture coordinates refuses: the marks are lost with them.
             marks.marker->moveTo(*shape);
         }
     }
