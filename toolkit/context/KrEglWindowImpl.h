@@ -10,6 +10,7 @@
 class KrEglWindowImpl : public KrWindowImpl
 {
 public:
+    /// Closed; `open` finds a driver.
     KrEglWindowImpl();
     ~KrEglWindowImpl() override;
 

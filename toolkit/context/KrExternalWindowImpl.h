@@ -19,6 +19,7 @@ public:
         std::function<unsigned int()> defaultFramebuffer;
     };
 
+    /// Closed. The callbacks are called from the thread that uses the window, until this object goes.
     explicit KrExternalWindowImpl(Callbacks callbacks);
 
     const char* kind() const override;

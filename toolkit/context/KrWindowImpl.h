@@ -22,6 +22,7 @@ public:
         bool topMost = false;
         bool wantsStereo = false;
 
+        /// "640 x 480", for messages.
         std::string sizeText() const { return std::to_string(width) + " x " + std::to_string(height); }
     };
 

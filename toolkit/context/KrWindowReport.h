@@ -30,6 +30,7 @@ struct KrWindowReport
     int stencilBits = 0;
     int samples = 0; ///< drawn for each pixel to smooth edges; 0 when edges are not smoothed
 
+    /// Whether a context was had; the properties above are its own then.
     bool hasContext() const { return !renderer.empty(); }
     /// Takes the properties from the context that is current in this thread.
     void readCurrentContext();

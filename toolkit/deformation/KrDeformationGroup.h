@@ -12,6 +12,7 @@ class KrDeformationGroup : public KrXmlObjectOf<KrDeformationGroup, KrXmlCompoun
 {
 public:
     KrDeformationGroup() = default;
+    /// A group without triangles. `piece` is the piece of the mesh that it belongs to, `isCap` whether it closes a cut.
     KrDeformationGroup(const std::string& name, std::uint32_t piece, bool isCap = false);
 
     /// The material's name; groups that a cut has parted keep the same.

@@ -48,6 +48,7 @@ public:
         Smooth   ///< all corners of a vertex share one normal
     };
 
+    /// Without a mesh: one piece that has no triangles. See `setMesh`.
     KrDeformationPhysicalExtent();
 
     /// Takes over a mesh (placed as it is), its groups and materials. Poses, cuts, offsets and strokes go.
@@ -108,6 +109,7 @@ public:
     /// From the frame of points() and normals() to the owner's frame: placement and offset.
     KrCoordinateSystemTransformation pieceToOwner(unsigned int piece) const { return placement() * m_pieces[piece]; }
 
+    /// To be kept by who draws the mesh, and handed to changesSince.
     Revision revision() const { return m_revision.value; }
     /// What changed since `seen`, as bits of Change: all when that was of another extent, or of none. The placement is
     /// not counted.

@@ -11,8 +11,10 @@ class KrDeformationPose : public KrXmlObjectOf<KrDeformationPose, KrXmlCompoundT
 {
 public:
     KrDeformationPose() = default;
+    /// Where every vertex of the mesh is under this pose, in the mesh's frame, m. Its weight is 0 at first.
     KrDeformationPose(const std::string& name, const KrXmlVectorVector& vertices);
 
+    /// What the pose was made with. Vertices are in the order of the mesh's own.
     const std::string& name() const { return m_name.value(); }
     const std::vector<KrVector>& vertices() const { return m_vertices.values(); }
     /// 0 without influence (as at first), 1 whole; any finite number goes.

@@ -9,6 +9,7 @@ class KrEdgePoint
 {
 public:
     KrEdgePoint() = default;
+    /// `a` and `b` are the numbers of the ends, `t` from 0 (at a) to 1 (at b).
     KrEdgePoint(std::uint32_t a, std::uint32_t b, double t)
         : m_a(a)
         , m_b(b)
@@ -36,6 +37,7 @@ template <>
 struct KrXmlPlain<KrEdgePoint>
 {
     static constexpr bool isPlain = true;
+    /// As text "a b t"; `take` takes it off the front, and is false without a change for other text.
     static void append(std::string& out, const KrEdgePoint& value);
     static bool take(std::string_view& text, KrEdgePoint& value);
 };

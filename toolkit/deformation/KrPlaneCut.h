@@ -11,6 +11,7 @@
 class KrPlaneCut : public KrXmlObjectOf<KrPlaneCut, KrXmlCompoundType>
 {
 public:
+    /// Which piece is cut, 0 for the whole mesh.
     std::uint32_t piece() const { return m_piece; }
     /// The plane, in the owner's frame; the normal points to what becomes the new piece.
     const KrVector& point() const { return m_point; }

@@ -14,9 +14,12 @@ class KrSurfaceStroke : public KrXmlObjectOf<KrSurfaceStroke, KrXmlCompoundType>
 {
 public:
     KrSurfaceStroke() = default;
+    /// Nothing is checked here: see `problem`. Points are texture coordinates, in the order in which they were drawn;
+    /// hardness is the share of the radius that is painted in full, from 0 to 1.
     KrSurfaceStroke(const std::vector<KrPlanarVector>& points, const KrColor& color, double radius,
                     double hardness = 0.5);
 
+    /// Texture coordinates, in the order in which they were drawn.
     const std::vector<KrPlanarVector>& points() const { return m_points.values(); }
     const KrColor& color() const { return m_color; } ///< its alpha is the opacity
     double radius() const { return m_radius; }       ///< texture units, > 0: the whole texture is 1 wide

@@ -58,6 +58,7 @@ public:
     static KrBasePhysicalExtent* newFromToken(const KrXmlToken& token);
 
     void registerComponents() override;
+    /// Whether all components are equal; the revision is not compared.
     bool operator==(const KrBasePhysicalExtent& other) const { return KrXmlCompoundType::operator==(other); }
 
 protected:

@@ -10,6 +10,7 @@ public:
     /// Sizes in m. One that is negative or not finite gives, after one message, an extent without a surface.
     KrCapsulePhysicalExtent(double radius, double length);
 
+    /// Sizes in m, none below 0.
     double radius() const { return m_radius; }
     double length() const { return m_length; }
     KrXmlToken token() const override;

@@ -11,6 +11,7 @@ public:
     /// Sizes in m. One that is negative or not finite gives, after one message, an extent without a surface.
     KrConePhysicalExtent(double bottomRadius, double topRadius, double length);
 
+    /// Sizes in m, none below 0.
     double bottomRadius() const { return m_bottomRadius; }
     double topRadius() const { return m_topRadius; }
     double length() const { return m_length; }

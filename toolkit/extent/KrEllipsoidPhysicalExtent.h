@@ -12,6 +12,7 @@ public:
     /// without a surface.
     explicit KrEllipsoidPhysicalExtent(const KrVector& semiAxes);
 
+    /// Half of the sizes along x, y and z, m, none below 0.
     const KrVector& semiAxes() const { return m_semiAxes; }
     KrXmlToken token() const override;
     void registerComponents() override;

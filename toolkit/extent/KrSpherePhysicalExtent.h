@@ -10,6 +10,7 @@ public:
     /// In m. A radius that is negative or not finite gives, after one message, an extent without a surface.
     explicit KrSpherePhysicalExtent(double radius);
 
+    /// In m, not below 0.
     double radius() const { return m_radius; }
     KrXmlToken token() const override;
     void registerComponents() override;

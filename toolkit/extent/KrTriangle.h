@@ -38,6 +38,7 @@ template <>
 struct KrXmlPlain<KrTriangle>
 {
     static constexpr bool isPlain = true;
+    /// As text, number by number. `take` takes a triangle off the front, and is false for other text.
     static void append(std::string& out, const KrTriangle& value);
     static bool take(std::string_view& text, KrTriangle& value);
 };

@@ -4,6 +4,7 @@
 class KrReArray
 {
 public:
+    /// A row of numbers, as `m[row][column]`. Neither number is checked.
     const double* operator[](unsigned int row) const { return m_data[row]; }
     double* operator[](unsigned int row) { return m_data[row]; }
 

@@ -20,6 +20,7 @@ struct KrGLLimits;
 class KrClientState
 {
 public:
+    /// Asks OpenGL nothing yet: that is for the first `enter`.
     KrClientState();
     ~KrClientState();
     KrClientState(const KrClientState&) = delete;

@@ -15,6 +15,7 @@ public:
     // The order of the virtual operations is part of the interface.
     virtual ~KrTexture() = default;
     virtual KrTexture& operator=(const KrTexture& other);
+    /// Whether parameters, size and scales are equal; pixels are not looked at.
     virtual bool operator==(const KrTexture& other) const;
     /// Reads a picture file and ends in `load`. False, after one message, when the file cannot be read.
     virtual bool loadFromFile(const std::string& name, const KrTextureParameters& parameters,

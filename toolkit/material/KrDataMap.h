@@ -17,6 +17,7 @@ class KrColor;
 class KrDataMap : public KrXmlObjectOf<KrDataMap, KrXmlObject>
 {
 public:
+    /// Without any value.
     KrDataMap();
     KrDataMap(const KrDataMap& other);
     KrDataMap(KrDataMap&& other) noexcept;

@@ -7,6 +7,7 @@ class KrColor : public KrXmlObjectOf<KrColor, KrXmlObject>
 {
 public:
     KrColor() = default; ///< opaque black
+    /// Any numbers; they are checked where a colour is used or read.
     KrColor(double red, double green, double blue, double alpha = 1.0)
         : m_channels{red, green, blue, alpha}
     {

@@ -10,6 +10,7 @@
 class KrCoordinateSystemTransformation : public KrXmlObjectOf<KrCoordinateSystemTransformation, KrXmlObject>
 {
 public:
+    /// The identity.
     KrCoordinateSystemTransformation() { setToIdentity(); }
 
     /// R = 1, t = 0: a new one is that, too.

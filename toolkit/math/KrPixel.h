@@ -7,6 +7,7 @@ class KrPixel : public KrXmlObjectOf<KrPixel, KrXmlObject>
 {
 public:
     KrPixel() = default; ///< the upper left corner
+    /// Columns from the left, rows from the top.
     KrPixel(unsigned int x, unsigned int y)
         : m_x(x)
         , m_y(y)

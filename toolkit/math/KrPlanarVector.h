@@ -7,6 +7,7 @@ class KrPlanarVector
 {
 public:
     KrPlanarVector() = default; ///< (0, 0)
+    /// Any numbers; nothing is checked.
     KrPlanarVector(double u, double v)
         : m_data{u, v}
     {
@@ -29,6 +30,7 @@ template <>
 struct KrXmlPlain<KrPlanarVector>
 {
     static constexpr bool isPlain = true;
+    /// As text "u v". `take` takes it off the front, and is false for other text.
     static void append(std::string& out, const KrPlanarVector& value);
     static bool take(std::string_view& text, KrPlanarVector& value);
 };

@@ -8,6 +8,7 @@ class KrVector
 {
 public:
     KrVector() = default; ///< zeros
+    /// Any numbers; nothing is checked.
     KrVector(double x, double y, double z)
         : m_data{x, y, z}
     {
@@ -85,6 +86,7 @@ template <>
 struct KrXmlPlain<KrVector>
 {
     static constexpr bool isPlain = true;
+    /// As text "x y z". `take` takes it off the front, and is false for other text.
     static void append(std::string& out, const KrVector& value);
     static bool take(std::string_view& text, KrVector& value);
 };

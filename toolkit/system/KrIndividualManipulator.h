@@ -14,6 +14,7 @@
 class KrIndividualManipulator : public KrXmlObjectOf<KrIndividualManipulator, KrManipulatorLink>
 {
 public:
+    /// Without a name or links.
     KrIndividualManipulator();
     KrIndividualManipulator(const KrIndividualManipulator& other);
     KrIndividualManipulator(KrIndividualManipulator&& other) noexcept;

@@ -19,6 +19,7 @@ class KrManipulatorActiveState;
 class KrIntraLink : public KrXmlObjectOf<KrIntraLink, KrXmlCompoundType>
 {
 public:
+    /// Between the origins of two links without names.
     KrIntraLink();
     KrIntraLink(const KrIntraLink& other);
     KrIntraLink(KrIntraLink&& other) noexcept;
@@ -62,6 +63,7 @@ private:
 class KrIntraLinkDescription : public KrXmlObjectOf<KrIntraLinkDescription, KrXmlCompoundType>
 {
 public:
+    /// Without any intra-link.
     KrIntraLinkDescription();
     KrIntraLinkDescription(const KrIntraLinkDescription& other);
     KrIntraLinkDescription(KrIntraLinkDescription&& other) noexcept;

@@ -17,6 +17,7 @@
 class KrManipulatorLink : public KrXmlObjectOf<KrManipulatorLink, KrXmlCompoundType>
 {
 public:
+    /// Without a name, shapes or links under it.
     KrManipulatorLink();
     KrManipulatorLink(const KrManipulatorLink& other);
     KrManipulatorLink(KrManipulatorLink&& other) noexcept;

@@ -6,6 +6,7 @@
 class KrManipulatorSystem : public KrXmlObjectOf<KrManipulatorSystem, KrXmlCompoundType>
 {
 public:
+    /// Without manipulators.
     KrManipulatorSystem();
     KrManipulatorSystem(const KrManipulatorSystem& other);
     KrManipulatorSystem(KrManipulatorSystem&& other) noexcept;

@@ -6,6 +6,7 @@
 class KrManipulatorSystemState : public KrXmlObjectOf<KrManipulatorSystemState, KrXmlCompoundType>
 {
 public:
+    /// At time 0, without positions.
     KrManipulatorSystemState();
     KrManipulatorSystemState(const KrManipulatorSystemState& other);
     KrManipulatorSystemState(KrManipulatorSystemState&& other) noexcept;

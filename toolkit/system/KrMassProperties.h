@@ -15,6 +15,7 @@ class KrEllipsoid;
 class KrMassProperties : public KrXmlObjectOf<KrMassProperties, KrXmlCompoundType>
 {
 public:
+    /// Of a body whose mass is not given.
     KrMassProperties();
     KrMassProperties(const KrMassProperties& other);
     KrMassProperties(KrMassProperties&& other) noexcept;

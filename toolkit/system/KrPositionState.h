@@ -9,6 +9,7 @@
 class KrPositionState : public KrXmlObjectOf<KrPositionState, KrXmlCompoundType>
 {
 public:
+    /// The base at the origin, without joints.
     KrPositionState();
     KrPositionState(const KrPositionState& other);
     KrPositionState(KrPositionState&& other) noexcept;

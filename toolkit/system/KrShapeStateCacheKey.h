@@ -10,6 +10,7 @@ public:
     static constexpr std::uint32_t kBaseLink = 0xFFFFFFFEu;
 
     KrShapeStateCacheKey() = default;
+    /// Numbers from 0, kBaseLink for the base link; whether such a shape exists is not asked.
     KrShapeStateCacheKey(std::uint32_t manipulator, std::uint32_t link, std::uint32_t shape)
         : m_manipulator(manipulator)
         , m_link(link)

@@ -37,6 +37,7 @@ public:
     bool setJointPosition(unsigned int manipulator, const std::string& joint, double position);
 
     // What a window asks.
+    /// Whether windows have to load the system before they draw it again.
     bool isNewSystem() const { return m_newSystem; }
     /// True has windows load the system again, as it is: unlike `systemChanged` nothing of it is emptied.
     void setNewSystem(bool isNew) const { m_newSystem = isNew; }
@@ -56,7 +57,7 @@ public:
     /// Opacity of shapes that are not selected, in [0, 1].
     double transparency() const { return m_transparency.value(); }
 
-    // What an application says. Keys are checked here: false, after one message, for one that names no shape.
+    /// What an application says. Keys are checked here: false, after one message, for one that names no shape.
     bool addChangedShape(const KrShapeStateCacheKey& key);
     void clearChangedShapes() { m_changedShapes.clear(); }
     bool selectShape(const KrShapeStateCacheKey& key);

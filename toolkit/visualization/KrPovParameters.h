@@ -11,6 +11,7 @@
 class KrPovParameters : public KrXmlObjectOf<KrPovParameters, KrXmlCompoundType>
 {
 public:
+    /// A point of view as a new window has it.
     KrPovParameters();
     KrPovParameters(const KrPovParameters& other);
     KrPovParameters(KrPovParameters&& other) noexcept;

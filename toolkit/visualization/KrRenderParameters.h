@@ -11,6 +11,7 @@
 class KrRenderParameters : public KrXmlObjectOf<KrRenderParameters, KrXmlCompoundType>
 {
 public:
+    /// The values of a new window.
     KrRenderParameters();
     KrRenderParameters(const KrRenderParameters& other);
     KrRenderParameters(KrRenderParameters&& other) noexcept;

@@ -25,6 +25,7 @@ class KrWindowImpl;
 class KrWindow
 {
 public:
+    /// Closed, 640 x 480 pixels; `init` opens it.
     KrWindow();
     KrWindow(const KrWindow&) = delete;
     KrWindow& operator=(const KrWindow&) = delete;
@@ -69,9 +70,11 @@ public:
     /// @return false after one message that says what was tried; `report` tells more
     virtual bool init();
 
+    /// What the window is cleared to before a frame is drawn. A value only: the window itself draws nothing.
     void setBackgroundColor(const KrColor& color) { m_backgroundColor = color; }
     const KrColor& getBackgroundColor() const { return m_backgroundColor; }
 
+    /// From a successful `init` to `closeWindow`.
     bool isInitialized() const { return m_initialized; }
     /// False for a window that is open in another thread, and in a process that was forked off one that has had a
     /// window.

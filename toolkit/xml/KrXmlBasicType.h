@@ -94,6 +94,7 @@ template <typename T>
 struct KrXmlPlain<KrXmlBasicType<T>, std::enable_if_t<std::is_arithmetic_v<T>>>
 {
     static constexpr bool isPlain = true;
+    /// The plain value as text, and back. `take` is false for text that is no such value.
     static void append(std::string& out, const KrXmlBasicType<T>& value) { KrXmlText::append(out, value.value()); }
     static bool take(std::string_view& text, KrXmlBasicType<T>& value)
     {

@@ -8,6 +8,7 @@ class KrXmlPairType : public KrXmlObjectOf<KrXmlPairType<A, B>, KrXmlCompoundTyp
 {
 public:
     KrXmlPairType() = default; ///< of two new values
+    /// Of copies of both.
     KrXmlPairType(const A& a, const B& b)
         : m_first(a)
         , m_second(b)

@@ -18,6 +18,7 @@ class KrXmlPointerType : public KrXmlObjectOf<KrXmlPointerType<Base>, KrXmlObjec
 {
 public:
     KrXmlPointerType() = default; ///< none
+    /// Shares `object`, which may be null.
     explicit KrXmlPointerType(boost::shared_ptr<Base> object)
         : m_object(std::move(object))
     {

@@ -70,6 +70,7 @@ public:
     class Scratch
     {
     public:
+        /// From here on, until it goes. `reader` outlives it.
         explicit Scratch(KrXmlReader& reader);
         ~Scratch();
         Scratch(const Scratch&) = delete;

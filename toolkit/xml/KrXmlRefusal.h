@@ -13,6 +13,7 @@ public:
     class Nesting
     {
     public:
+        /// One level deeper, until it goes; refuses where there are too many. `refusal` outlives it.
         explicit Nesting(KrXmlRefusal& refusal);
         ~Nesting();
         Nesting(const Nesting&) = delete;

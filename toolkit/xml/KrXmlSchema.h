@@ -59,6 +59,7 @@ public:
     void write(std::ostream& stream) const;
 
     // One of these is called by each writeSchemaContent.
+    /// One value of that type.
     void text(TextType type);
     /// Values of that type, separated by white space.
     void list(TextType type);

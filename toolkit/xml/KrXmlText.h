@@ -55,6 +55,7 @@ template <typename T>
 struct KrXmlPlain<T, std::enable_if_t<std::is_arithmetic_v<T>>>
 {
     static constexpr bool isPlain = true;
+    /// Of numbers and truth values: as KrXmlText does it.
     static void append(std::string& out, T value) { KrXmlText::append(out, value); }
     static bool take(std::string_view& text, T& value) { return KrXmlText::take(text, value); }
 };
