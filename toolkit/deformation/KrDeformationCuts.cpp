@@ -29,7 +29,9 @@ std::string KrDeformationPhysicalExtent::tryCut(unsigned int piece, const KrVect
         return "piece " + std::to_string(piece) + " of " + std::to_string(m_pieces.size()) +
                ", or a plane that is none";
     }
+    // Cuts are made in the frame of the vertices, where pieces still lie in each other's place.
     const KrCoordinateSystemTransformation ownerToPiece = pieceToOwner(piece).inverse();
+    // On copies: a cut that fails leaves the mesh as it was.
     KrMeshPlaneCut::Mesh mesh{m_vertices.size(),
                               m_numMeshNormals,
                               m_cutVertices.values(),
@@ -40,6 +42,7 @@ std::string KrDeformationPhysicalExtent::tryCut(unsigned int piece, const KrVect
     if (!cut.separate(piece, m_pieces.size())) {
         return "piece " + std::to_string(piece) + " is all on one side of the plane";
     }
+    // A surface that is open has no cap; the cut is made all the same.
     if (!capName.empty()) {
         cut.cap(capName);
     }
@@ -47,6 +50,7 @@ std::string KrDeformationPhysicalExtent::tryCut(unsigned int piece, const KrVect
     m_cutNormals.values() = std::move(mesh.cutNormals);
     m_textureCoordinates.values() = std::move(mesh.textureCoordinates);
     m_cutGroups.values() = std::move(mesh.groups);
+    // The new piece starts where the old one is.
     m_pieces.push_back(KrCoordinateSystemTransformation(m_pieces[piece]));
     noteCut();
     return std::string();
@@ -54,6 +58,7 @@ std::string KrDeformationPhysicalExtent::tryCut(unsigned int piece, const KrVect
 
 bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint32_t>& triangles)
 {
+    // Sorted, so that one walk over all triangles finds them; a triangle that is named twice counts once.
     const std::vector<std::uint32_t> chosen = [&] {
         std::vector<std::uint32_t> sorted = triangles;
         std::sort(sorted.begin(), sorted.end());
@@ -69,6 +74,7 @@ bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint3
         KrDeformationGroup stays(group.name(), group.piece(), group.isCap());
         KrDeformationGroup goes(group.name(), m_pieces.size(), group.isCap());
         for (const KrTriangle& triangle : group.triangles()) {
+            // Triangles are numbered through all groups, in their order.
             const bool isTaken = numTaken < chosen.size() && chosen[numTaken] == number++;
             numTaken += isTaken ? 1 : 0;
             (isTaken ? goes : stays).triangles().push_back(triangle);
@@ -77,6 +83,7 @@ bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint3
             rest.push_back(stays);
         }
         if (!goes.triangles().empty()) {
+            // A cut parts one piece: with parts of two, neither would be clear.
             if (piece != m_pieces.size() && piece != group.piece()) {
                 warn("cutAlongTriangles", "the triangles are of several pieces");
                 return false;
@@ -85,6 +92,7 @@ bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint3
             taken.push_back(goes);
         }
     }
+    // Taking a whole piece would part nothing.
     const bool isRestLeft =
         std::any_of(rest.begin(), rest.end(), [piece](const auto& group) { return group.piece() == piece; });
     if (numTaken != chosen.size() || taken.empty() || !isRestLeft) {
@@ -92,6 +100,7 @@ bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint3
                                       " of which exist, do not part a piece");
         return false;
     }
+    // Behind the others, so that the numbers of the rest change as little as can be.
     rest.insert(rest.end(), taken.begin(), taken.end());
     m_cutGroups.values() = std::move(rest);
     m_pieces.push_back(KrCoordinateSystemTransformation(m_pieces[piece]));
@@ -117,6 +126,7 @@ void KrDeformationPhysicalExtent::clearCuts()
     m_cutVertices.clear();
     m_cutNormals.clear();
     m_cutGroups.clear();
+    // The mesh itself may have come in several pieces.
     m_pieces.resize(static_cast<unsigned int>(numPiecesOf(m_meshGroups)));
     noteCut();
 }

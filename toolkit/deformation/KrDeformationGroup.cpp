@@ -15,6 +15,7 @@ KrXmlToken KrDeformationGroup::token() const
 void KrDeformationGroup::registerComponents()
 {
     registerComponent({KrXmlNamespace::core(), "name"}, m_name);
+    // A mesh that was never cut names neither piece nor cap.
     registerComponent({KrXmlNamespace::core(), "piece"}, m_piece, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "cap"}, m_isCap, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "triangles"}, m_triangles);

@@ -21,6 +21,7 @@ std::uint64_t KrDeformationPhysicalExtent::Counter::nextSerial()
 
 KrDeformationPhysicalExtent::KrDeformationPhysicalExtent()
 {
+    // A mesh that is not cut is one piece.
     m_pieces.resize(1);
 }
 
@@ -37,11 +38,14 @@ void KrDeformationPhysicalExtent::setMesh(const KrTriPhysicalExtent& mesh, Smoot
         m_meshGroups.back().triangles() = group.second().values();
         for (KrTriangle& triangle : m_meshGroups.back().triangles()) {
             for (unsigned int i = 0; i < 3 && smoothing == Smoothing::Smooth; ++i) {
+                // Without their own normals all corners of a vertex get the same number, and so share one.
                 triangle.setCorner(i, triangle.vertex(i), 0, triangle.textureCoordinate(i));
             }
         }
     }
+    // The numbers say from now on which corners share a normal; values are computed from the triangles.
     numberNormals();
+    // Everything else belongs to the mesh that was.
     m_poses.clear();
     m_cutVertices.clear();
     m_cutNormals.clear();
@@ -76,6 +80,7 @@ void KrDeformationPhysicalExtent::setMaterial(const std::string& groupName, cons
 
 bool KrDeformationPhysicalExtent::checkVertices(const char* method, const std::vector<KrVector>& vertices) const
 {
+    // Poses and vertices are blended number by number, so there must be as many.
     if (vertices.size() != m_vertices.size()) {
         warn(method, std::to_string(vertices.size()) + " vertices for a mesh of " + std::to_string(m_vertices.size()));
         return false;
@@ -92,6 +97,7 @@ bool KrDeformationPhysicalExtent::setVertices(const std::vector<KrVector>& verti
     if (!checkVertices("setVertices", vertices)) {
         return false;
     }
+    // The numbers of cuts and poses stay valid: only places change.
     std::copy(vertices.begin(), vertices.end(), m_vertices.begin());
     m_isUpToDate = false;
     noteMoved();
@@ -106,6 +112,7 @@ bool KrDeformationPhysicalExtent::setPose(const std::string& name, const std::ve
     KrDeformationPose pose(name, KrXmlVectorVector(vertices));
     const unsigned int index = poseIndex(name);
     if (index < m_poses.size()) {
+        // A pose that is set again keeps what it follows.
         pose.setWeight(m_poses[index].weight());
         pose.setJoint(m_poses[index].joint(), m_poses[index].jointPosition());
         m_poses[index] = pose;
@@ -121,6 +128,7 @@ unsigned int KrDeformationPhysicalExtent::poseIndex(const std::string& name) con
 {
     const auto found =
         std::find_if(m_poses.begin(), m_poses.end(), [&](const auto& pose) { return pose.name() == name; });
+    // The number of poses for a name that none has.
     return static_cast<unsigned int>(found - m_poses.begin());
 }
 
@@ -131,6 +139,7 @@ bool KrDeformationPhysicalExtent::setWeight(unsigned int pose, double weight)
                               std::to_string(m_poses.size()));
         return false;
     }
+    // Poses that follow a joint are set in every frame; what stays the same costs nothing.
     if (weight != m_poses[pose].weight()) {
         m_poses[pose].setWeight(weight);
         m_isUpToDate = false;
@@ -146,6 +155,7 @@ bool KrDeformationPhysicalExtent::setPoseJoint(unsigned int pose, const std::str
                                  " of " + std::to_string(m_poses.size()));
         return false;
     }
+    // The mesh stays as it is until the joint moves.
     m_poses[pose].setJoint(joint, position);
     return true;
 }
@@ -178,6 +188,7 @@ bool KrDeformationPhysicalExtent::setPieceOffset(unsigned int piece, const KrCoo
         return false;
     }
     m_pieces[piece] = offset;
+    // Offsets do not change the points of the pieces, only where they are.
     noteMoved();
     return true;
 }
@@ -190,6 +201,7 @@ void KrDeformationPhysicalExtent::noteMoved()
 
 void KrDeformationPhysicalExtent::noteCut()
 {
+    // A cut makes new vertices as well.
     ++m_revision.value.cut;
     m_isUpToDate = false;
     noteMoved();
@@ -197,6 +209,7 @@ void KrDeformationPhysicalExtent::noteCut()
 
 unsigned int KrDeformationPhysicalExtent::changesSince(const Revision& seen) const
 {
+    // An address may be another extent's by now, a serial number is not.
     if (seen.extent != m_revision.value.extent) {
         return VerticesMoved | CutChanged | StrokesChanged;
     }

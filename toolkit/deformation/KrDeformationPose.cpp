@@ -20,6 +20,7 @@ KrXmlToken KrDeformationPose::token() const
 void KrDeformationPose::registerComponents()
 {
     registerComponent({KrXmlNamespace::core(), "name"}, m_name);
+    // A pose that follows no joint names none.
     registerComponent({KrXmlNamespace::core(), "weight"}, m_weight, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "joint"}, m_joint, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "jointPosition"}, m_jointPosition, Presence::Optional);

@@ -17,6 +17,7 @@ namespace
 {
 
 /// Every edge point comes after what it follows, or is its own (`mayNameItself`) and lies between its ends.
+/// In this order every point can be computed from those before it, without a circle.
 bool areEdgePoints(const KrXmlVectorType<KrEdgePoint>& points, std::size_t first, bool mayNameItself)
 {
     std::size_t number = first;
@@ -34,6 +35,7 @@ bool areEdgePoints(const KrXmlVectorType<KrEdgePoint>& points, std::size_t first
     return true;
 }
 
+// Texture coordinates may be missing as a whole; then their numbers mean nothing.
 bool areTriangles(const KrXmlVectorType<KrDeformationGroup>& groups, std::size_t numVertices, std::uint64_t numNormals,
                   std::size_t numTextureCoordinates)
 {
@@ -60,6 +62,7 @@ KrXmlToken KrDeformationPhysicalExtent::token() const
 
 void KrDeformationPhysicalExtent::registerComponents()
 {
+    // The parts that all extents have come first.
     KrBasePhysicalExtent::registerComponents();
     registerComponent({KrXmlNamespace::core(), "vertices"}, m_vertices);
     registerComponent({KrXmlNamespace::core(), "textureCoordinates"}, m_textureCoordinates, Presence::Optional);
@@ -70,6 +73,7 @@ void KrDeformationPhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "cutVertices"}, m_cutVertices, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "cutNormals"}, m_cutNormals, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "cutGroups"}, m_cutGroups, Presence::Optional);
+    // Cuts that a person writes: they are made once, on reading, and written as what they have made.
     registerComponent({KrXmlNamespace::core(), "cuts"}, m_cutsToMake, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "strokes"}, m_strokes, Presence::Optional);
 }
@@ -77,6 +81,7 @@ void KrDeformationPhysicalExtent::registerComponents()
 /// Why what was read is no mesh, but for its cuts; empty when it is one.
 std::string KrDeformationPhysicalExtent::problem() const
 {
+    // Everything that is drawn is finite, so that no frame has to ask.
     if (!areFinite(vertices()) || !std::all_of(m_textureCoordinates.begin(), m_textureCoordinates.end(), [](auto uv) {
             return std::isfinite(uv.u()) && std::isfinite(uv.v());
         })) {
@@ -87,6 +92,7 @@ std::string KrDeformationPhysicalExtent::problem() const
                       m_textureCoordinates.size())) {
         return "a triangle uses a vertex or texture coordinate that is not there";
     }
+    // A pose has a place for every vertex.
     for (const KrDeformationPose& pose : m_poses) {
         if (pose.vertices().size() != m_vertices.size() || !areFinite(pose.vertices()) ||
             !std::isfinite(pose.weight()) || !std::isfinite(pose.jointPosition())) {
@@ -125,6 +131,7 @@ std::string KrDeformationPhysicalExtent::makeReadCuts()
     if (m_cutsToMake.empty()) {
         return std::string();
     }
+    // Taken out first: the cuts work on the members.
     const KrXmlVectorType<KrPlaneCut> cuts = m_cutsToMake;
     const KrXmlVectorType<KrCoordinateSystemTransformation> offsets = m_pieces;
     const auto numBefore = static_cast<std::uint32_t>(numPiecesOf(groups()));
@@ -142,6 +149,7 @@ std::string KrDeformationPhysicalExtent::makeReadCuts()
     }
     for (unsigned int i = 0; i < m_pieces.size(); ++i) {
         // As when a piece is cut while the program runs: the new one is where the old one is.
+        // Offsets of new pieces may be left out.
         m_pieces[i] = i < offsets.size() ? offsets[i] : m_pieces[cuts[i - numBefore].piece()];
     }
     noteCut();
@@ -157,9 +165,11 @@ bool KrDeformationPhysicalExtent::completeRead(KrXmlReader& reader)
     if (!wrong.empty()) {
         return reader.fail("%s", wrong.c_str());
     }
+    // After the check of the groups, and before that of the cuts, whose normals continue the numbering.
     numberNormals();
     ++m_revision.value.strokes;
     noteCut();
+    // The cuts of a document come last: they need a mesh that is whole.
     std::string wrongCut = cutProblem();
     wrongCut = wrongCut.empty() ? makeReadCuts() : wrongCut;
     return wrongCut.empty() || reader.fail("%s", wrongCut.c_str());

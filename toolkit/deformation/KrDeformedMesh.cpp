@@ -48,6 +48,7 @@ void MeshCollector::add(const KrDeformationGroup& group)
     std::vector<KrTriangle> triangles = group.triangles();
     for (KrTriangle& triangle : triangles) {
         for (unsigned int i = 0; i < 3; ++i) {
+            // A vertex that two pieces share is in two places, so the pair is what counts.
             const std::uint32_t vertex = m_vertexNumbers.numberOf(group.piece(), triangle.vertex(i));
             if (vertex == vertices.size()) {
                 vertices.push_back(offset.transformPoint(m_extent.points()[triangle.vertex(i)]));
@@ -56,6 +57,7 @@ void MeshCollector::add(const KrDeformationGroup& group)
             if (normal == normals.size()) {
                 normals.push_back(offset.transformDirection(m_extent.normals()[triangle.normal(i)]));
             }
+            // Texture coordinates do not move and are shared as they are.
             triangle.setCorner(i, vertex, normal, triangle.textureCoordinate(i));
         }
     }
@@ -72,6 +74,7 @@ const std::vector<KrDeformationGroup>& KrDeformationPhysicalExtent::groups() con
 
 const std::vector<KrVector>& KrDeformationPhysicalExtent::points() const
 {
+    // Not by the virtual function: a derived class may have more to do than the lists that are asked for here.
     KrDeformationPhysicalExtent::recompute();
     return m_points;
 }
@@ -93,7 +96,9 @@ void KrDeformationPhysicalExtent::recompute() const
 
 void KrDeformationPhysicalExtent::blendPoints() const
 {
+    // The vector keeps its memory: this runs in every frame in which a pose moves.
     m_points.resize(std::size_t(m_vertices.size()) + m_cutVertices.size());
+    // Weights add up to 1 with the neutral mesh's, which may be below 0 when poses are exaggerated.
     double neutralWeight = 1.0;
     for (const KrDeformationPose& pose : m_poses) {
         neutralWeight -= pose.weight();
@@ -103,10 +108,12 @@ void KrDeformationPhysicalExtent::blendPoints() const
     }
     for (const KrDeformationPose& pose : m_poses) {
         const double weight = pose.weight();
+        // Most poses have no weight most of the time.
         for (std::size_t i = 0; i < pose.vertices().size() && weight != 0.0; ++i) {
             m_points[i] += pose.vertices()[i] * weight;
         }
     }
+    // Points of cuts follow the vertices, which stand by now; each comes after what it follows.
     std::size_t next = m_vertices.size();
     for (const KrEdgePoint& point : m_cutVertices) {
         m_points[next++] = between(m_points, point);
@@ -146,12 +153,14 @@ void KrDeformationPhysicalExtent::computeNormals() const
     for (const KrDeformationGroup& group : m_meshGroups) {
         addCornerNormals(group);
     }
+    // Parts of cut triangles take the normals of the whole ones; caps were no part of the mesh.
     for (const KrDeformationGroup& group : m_cutGroups) {
         if (group.isCap()) {
             addCornerNormals(group);
         }
     }
     const auto settle = [](KrVector& normal) {
+        // A vertex without a triangle that counts has no direction; any will do, since nothing is drawn there.
         if (!(normal.normalize() > 0.0)) {
             normal.set(0.0, 0.0, 1.0);
         }
@@ -185,6 +194,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrDeformationPhysicalExtent::makeTriangle
     for (const KrDeformationGroup& group : groups()) {
         collector.add(group);
     }
+    // Extents that do not deform are what the rest of the system asks for: one plain mesh.
     const auto mesh = boost::make_shared<KrTriPhysicalExtent>();
     mesh->setMesh(std::move(collector.vertices), std::move(collector.normals),
                   KrXmlVectorType<KrPlanarVector>(m_textureCoordinates), std::move(collector.groups), "deformed mesh");

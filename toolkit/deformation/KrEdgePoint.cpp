@@ -11,6 +11,7 @@ void KrXmlPlain<KrEdgePoint>::append(std::string& out, const KrEdgePoint& value)
 
 bool KrXmlPlain<KrEdgePoint>::take(std::string_view& text, KrEdgePoint& value)
 {
+    // All three before the value is assigned: other text leaves it as it was.
     std::uint32_t a = 0;
     std::uint32_t b = 0;
     double t = 0.0;

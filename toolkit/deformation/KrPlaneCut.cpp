@@ -7,6 +7,7 @@ KrXmlToken KrPlaneCut::token() const
 
 void KrPlaneCut::registerComponents()
 {
+    // Without a number the whole mesh is cut, without a name there is no cap.
     registerComponent({KrXmlNamespace::core(), "piece"}, m_piece, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "point"}, m_point);
     registerComponent({KrXmlNamespace::core(), "normal"}, m_normal);

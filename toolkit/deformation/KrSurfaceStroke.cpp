@@ -37,6 +37,7 @@ std::string KrSurfaceStroke::problem() const
     if (m_points.empty() || !areFinite) {
         return "a stroke has points, all of them finite in single precision";
     }
+    // Smaller radii are denormal numbers, by which a brush cannot be divided.
     if (!(m_radius >= std::numeric_limits<float>::min()) || !isDrawn(m_radius) ||
         !(m_hardness >= 0.0 && m_hardness <= 1.0)) {
         return "a stroke has a radius above 0, in single precision, and a hardness from 0 to 1";
@@ -54,6 +55,7 @@ KrXmlToken KrSurfaceStroke::token() const
 
 void KrSurfaceStroke::registerComponents()
 {
+    // What a document leaves out is a brush as a new stroke has it.
     registerComponent({KrXmlNamespace::core(), "color"}, m_color, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "radius"}, m_radius, Presence::Optional);
     registerComponent({KrXmlNamespace::core(), "hardness"}, m_hardness, Presence::Optional);

@@ -9,6 +9,7 @@ KrBasePhysicalExtent::KrBasePhysicalExtent(const KrBasePhysicalExtent& other)
     : KrXmlCompoundType(other)
     , m_placement(other.m_placement)
     , m_materialName(other.m_materialName)
+    // The triangles are shared: they are never changed, only replaced.
     , m_triExtent(other.m_triExtent)
 {
 }
@@ -19,6 +20,7 @@ KrBasePhysicalExtent& KrBasePhysicalExtent::operator=(const KrBasePhysicalExtent
     m_placement = other.m_placement;
     m_materialName = other.m_materialName;
     m_triExtent = other.m_triExtent;
+    // Being assigned to is a change, also when the values are alike.
     m_changed = true;
     ++m_revision;
     return *this;
@@ -36,6 +38,7 @@ bool KrBasePhysicalExtent::setPlacement(const KrCoordinateSystemTransformation& 
 
 boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::triExtent() const
 {
+    // Made when they are asked for first: many extents are only read and written.
     if (!m_triExtent) {
         m_triExtent = makePlacedTriangles();
     }
@@ -45,6 +48,7 @@ boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::triExtent() c
 boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::makePlacedTriangles() const
 {
     const boost::shared_ptr<KrTriPhysicalExtent> triangles = makeTriangles();
+    // Without a placement the mesh itself will do; no copy is made.
     if (!triangles || m_placement.isIdentity()) {
         return triangles;
     }
@@ -69,6 +73,7 @@ void KrBasePhysicalExtent::setMaterialName(const std::string& name)
 
 void KrBasePhysicalExtent::recompute() const
 {
+    // Whoever is asked to recompute has triangles afterwards.
     triExtent();
 }
 
@@ -80,6 +85,7 @@ void KrBasePhysicalExtent::registerComponents()
 
 void KrBasePhysicalExtent::touch()
 {
+    // Made anew when they are asked for next.
     m_triExtent.reset();
     m_changed = true;
     ++m_revision;
@@ -91,6 +97,7 @@ bool KrBasePhysicalExtent::completeRead(KrXmlReader&)
     return true;
 }
 
+// For constructors, which cannot refuse: sizes that are none become 0, after one message.
 KrVector KrBasePhysicalExtent::checkedSizes(const char* method, const KrVector& sizes)
 {
     return Kr::NumberCheck::areSizes(method, {sizes.x(), sizes.y(), sizes.z()}) ? sizes : KrVector();

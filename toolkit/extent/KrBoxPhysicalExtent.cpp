@@ -21,6 +21,7 @@ void KrBoxPhysicalExtent::registerComponents()
 
 bool KrBoxPhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
+    // An edge of length 0 is allowed: a sheet is a box, too.
     return checkLength(refusal, "edge", size().x()) && checkLength(refusal, "edge", size().y()) &&
            checkLength(refusal, "edge", size().z());
 }

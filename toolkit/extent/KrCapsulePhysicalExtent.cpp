@@ -5,6 +5,7 @@
 
 KrCapsulePhysicalExtent::KrCapsulePhysicalExtent(double radius, double length)
 {
+    // Two sizes as one vector, so that there is one message for both.
     const KrVector sizes = checkedSizes("KrCapsulePhysicalExtent::KrCapsulePhysicalExtent", {radius, length, 0.0});
     m_radius = sizes.x();
     m_length = sizes.y();

@@ -5,6 +5,7 @@
 
 KrConePhysicalExtent::KrConePhysicalExtent(double bottomRadius, double topRadius, double length)
 {
+    // All sizes at once, so that there is one message for them.
     const KrVector sizes =
         checkedSizes("KrConePhysicalExtent::KrConePhysicalExtent", {bottomRadius, topRadius, length});
     m_bottomRadius = sizes.x();

@@ -5,6 +5,7 @@
 
 KrCylinderPhysicalExtent::KrCylinderPhysicalExtent(double radius, double length)
 {
+    // Two sizes as one vector, so that there is one message for both.
     const KrVector sizes = checkedSizes("KrCylinderPhysicalExtent::KrCylinderPhysicalExtent", {radius, length, 0.0});
     m_radius = sizes.x();
     m_length = sizes.y();
@@ -29,5 +30,6 @@ bool KrCylinderPhysicalExtent::validate(KrXmlRefusal& refusal) const
 
 boost::shared_ptr<KrTriPhysicalExtent> KrCylinderPhysicalExtent::makeTriangles() const
 {
+    // A cylinder is a cone whose ends are alike.
     return KrPrimitiveMesh::cone(m_radius, m_radius, m_length, m_materialName.value());
 }

@@ -5,5 +5,6 @@ KrEllipsoid::KrEllipsoid(const KrVector& semiAxes, const KrCoordinateSystemTrans
     , m_extent(semiAxes)
 {
     m_extent.setPlacement(placement);
+    // Being placed is part of being made, not a change.
     m_extent.setChanged(false);
 }

@@ -75,6 +75,7 @@ struct Slabs
 
     void fit(const std::vector<KrVector>& points)
     {
+        // Empty at first: the first point sets both ends.
         std::fill(low, low + 3, std::numeric_limits<double>::infinity());
         std::fill(high, high + 3, -std::numeric_limits<double>::infinity());
         for (const KrVector& point : points) {
@@ -93,6 +94,7 @@ struct Slabs
         return axes[0] * (0.5 * (low[0] + high[0])) + axes[1] * (0.5 * (low[1] + high[1])) +
                axes[2] * (0.5 * (low[2] + high[2]));
     }
+    // Of equal ones the first, so that the same mesh always gives the same shape.
     unsigned int longest() const
     {
         return size(0) >= size(1) ? (size(0) >= size(2) ? 0u : 2u) : (size(1) >= size(2) ? 1u : 2u);
@@ -109,6 +111,7 @@ KrCoordinateSystemTransformation pose(const Axes& axes, const KrVector& center)
     return result;
 }
 
+// The slack is added at both ends.
 ExtentPointer boxOf(const Slabs& slabs, double slack)
 {
     const auto box = boost::make_shared<Enclosing<KrBoxPhysicalExtent>>(
@@ -144,6 +147,7 @@ Axes principalAxes(const KrTriPhysicalExtent& mesh, const KrVector& origin, doub
             area += weight;
         }
     }
+    // A mesh of lines alone has no area; then any axes will do.
     if (area > 0.0) {
         moment -= first * first.transpose() / area;
     }
@@ -151,6 +155,7 @@ Axes principalAxes(const KrTriPhysicalExtent& mesh, const KrVector& origin, doub
     const Eigen::Matrix3d& v = solver.eigenvectors();
     const KrVector x(v(0, 0), v(1, 0), v(2, 0));
     const KrVector y(v(0, 1), v(1, 1), v(2, 1));
+    // The third one from the others: eigenvectors may be left-handed.
     return {x, y, x.cross(y)};
 }
 
@@ -249,6 +254,7 @@ struct Capsule
             low = std::min(low, t + s);
             high = std::max(high, t - s);
         }
+        // The half balls meet: what is between them is no cylinder.
         if (high < low) { // one ball is enough
             low = high = 0.5 * (low + high);
         }
@@ -275,6 +281,7 @@ ExtentPointer capsuleOrBoxOf(const std::vector<KrVector>& points, const KrTriPhy
     }
     const auto result =
         boost::make_shared<Enclosing<KrCapsulePhysicalExtent>>(capsule.radius + slack, capsule.high - capsule.low);
+    // A capsule lies along its own z axis; the cyclic order keeps the axes right-handed.
     result->setPlacement(pose({best.axes[(along + 1) % 3], best.axes[(along + 2) % 3], axis},
                               best.center() + axis * (0.5 * (capsule.low + capsule.high))));
     return result;
@@ -285,6 +292,7 @@ std::vector<ExtentPointer> makeSimple(const std::vector<KrVector>& points, const
     Slabs aligned;
     aligned.fit(points);
     const double diagonal = points.empty() ? 0.0 : aligned.diagonal();
+    // A single point, or none, has nothing to enclose.
     if (!(diagonal > 0.0) || !std::isfinite(diagonal)) {
         return {};
     }
@@ -312,6 +320,7 @@ const KrDataMap& KrEnclosingShapes::look()
 
 std::vector<KrVector> KrEnclosingShapes::corners(const KrTriPhysicalExtent& mesh)
 {
+    // Vertices that no triangle uses are not seen and would only make the shapes larger.
     std::vector<bool> isUsed(mesh.vertices().size(), false);
     for (const KrTriPhysicalExtent::Group& group : mesh.groups()) {
         for (const KrTriangle& triangle : group.second()) {

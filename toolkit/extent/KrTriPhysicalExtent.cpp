@@ -61,9 +61,11 @@ private:
 
 bool MeshCheck::run()
 {
+    // Copies, since the check completes the lists that it is given.
     if (!checkNumbers()) {
         return false;
     }
+    // After the numbers are known to be finite, and before a triangle asks for a normal.
     scaleNormals();
     for (Group& group : m_groups) {
         std::vector<KrTriangle>& triangles = group.second().values();
@@ -73,6 +75,7 @@ bool MeshCheck::run()
                 return false;
             }
             if (completeTriangle(triangle)) {
+                // Kept triangles move up in place; those that are left out have no area and would not be seen.
                 triangles[kept++] = triangle;
             }
             ++m_triangle;
@@ -90,6 +93,7 @@ bool isTooFar(const KrVector& v)
 
 bool MeshCheck::checkNumbers()
 {
+    // By the number in the list, so that the message finds the place in a file.
     const auto checkVectors = [this](const char* what, const KrXmlVectorVector& vectors) {
         const auto bad =
             std::find_if(vectors.begin(), vectors.end(), [](const KrVector& vector) { return !vector.isFinite(); });
@@ -118,6 +122,7 @@ bool MeshCheck::checkNumbers()
 void MeshCheck::scaleNormals()
 {
     for (KrVector& normal : m_normals) {
+        // What is within the tolerance is written and read back unchanged.
         if (std::abs(normal.length() - 1.0) > kLengthTolerance) {
             normal.normalize();
         }
@@ -137,6 +142,7 @@ bool MeshCheck::checkTriangle(const KrTriangle& triangle)
 {
     for (unsigned int corner = 0; corner < 3; ++corner) {
         if (!checkIndex("vertex", triangle.vertex(corner), m_vertices.size()) ||
+            // Numbers of lists that are not there mean nothing.
             (m_areNormalsGiven && !checkIndex("normal", triangle.normal(corner), m_normals.size())) ||
             (!m_textureCoordinates.empty() &&
              !checkIndex("texture coordinate", triangle.textureCoordinate(corner), m_textureCoordinates.size()))) {
@@ -148,12 +154,14 @@ bool MeshCheck::checkTriangle(const KrTriangle& triangle)
 
 bool MeshCheck::needsNormal(const KrTriangle& triangle, unsigned int corner) const
 {
+    // A normal of length 0 is one that is missing.
     return !m_areNormalsGiven || m_normals[triangle.normal(corner)] == KrVector();
 }
 
 /// False for a triangle whose corners lie on a line.
 bool MeshCheck::flatNormal(const KrTriangle& triangle, KrVector& normal) const
 {
+    // Sides are made equally long first, so that the sine tells the shape of a triangle and not its size.
     KrVector first = m_vertices[triangle.vertex(1)] - m_vertices[triangle.vertex(0)];
     KrVector second = m_vertices[triangle.vertex(2)] - m_vertices[triangle.vertex(0)];
     first.normalize();
@@ -167,9 +175,11 @@ bool MeshCheck::flatNormal(const KrTriangle& triangle, KrVector& normal) const
 bool MeshCheck::completeTriangle(KrTriangle& triangle)
 {
     const bool isLacking = needsNormal(triangle, 0) || needsNormal(triangle, 1) || needsNormal(triangle, 2);
+    // The next number: a triangle gets one normal for all corners that lack one.
     const std::uint32_t computed = m_normals.size();
     if (isLacking) {
         KrVector normal;
+        // A triangle that is a line is left out only where it needs a normal; with normals of its own it does no harm.
         if (!flatNormal(triangle, normal)) {
             return false;
         }
@@ -256,6 +266,7 @@ boost::shared_ptr<KrTriPhysicalExtent>
 KrTriPhysicalExtent::transformed(const KrCoordinateSystemTransformation& pose) const
 {
     const auto result = boost::make_shared<KrTriPhysicalExtent>();
+    // A copy without a placement: the triangles are where the placement puts them.
     result->m_materialName = m_materialName;
     result->m_vertices = m_vertices;
     result->m_normals = m_normals;
@@ -289,10 +300,12 @@ void KrTriPhysicalExtent::registerComponents()
 bool KrTriPhysicalExtent::completeRead(KrXmlReader& reader)
 {
     MeshCheck check(m_vertices, m_normals, m_textureCoordinates, m_groups);
+    // The base class first: it marks the extent as changed, whatever the check finds.
     return KrBasePhysicalExtent::completeRead(reader) && (check.run() || reader.fail("%s", check.problem().c_str()));
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrTriPhysicalExtent::makeTriangles() const
+// By way of the identity, as a copy: the result has no placement of its own.
 {
     return transformed(KrCoordinateSystemTransformation());
 }

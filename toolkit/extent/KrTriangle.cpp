@@ -4,11 +4,13 @@
 
 bool operator==(const KrTriangle& a, const KrTriangle& b)
 {
+    // Nine numbers in a row: vertex, normal and texture coordinate of each corner.
     return std::equal(&a.m_index[0][0], &a.m_index[0][0] + 9, &b.m_index[0][0]);
 }
 
 void KrXmlPlain<KrTriangle>::append(std::string& out, const KrTriangle& value)
 {
+    // Corner by corner, as `take` expects it.
     for (unsigned int corner = 0; corner < 3; ++corner) {
         KrXmlText::append(out, value.vertex(corner));
         out += ' ';
@@ -22,6 +24,7 @@ void KrXmlPlain<KrTriangle>::append(std::string& out, const KrTriangle& value)
 bool KrXmlPlain<KrTriangle>::take(std::string_view& text, KrTriangle& value)
 {
     for (unsigned int corner = 0; corner < 3; ++corner) {
+        // A failure may leave corners set; whoever reads a list gives it up then.
         unsigned int vertex = 0;
         unsigned int normal = 0;
         unsigned int textureCoordinate = 0;

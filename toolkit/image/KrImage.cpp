@@ -33,6 +33,7 @@ bool refuse(const char* method, const std::string& path, const std::string& reas
 /// False when the bytes of such a picture cannot be counted or stored.
 bool fits(unsigned int channels, unsigned int width, unsigned int height)
 {
+    // What one object can have; indices are counted in it.
     const std::size_t most = std::numeric_limits<std::ptrdiff_t>::max();
     return channels >= 1 && channels <= 4 && (width == 0 || height <= most / width / channels);
 }
@@ -61,6 +62,7 @@ void copyFlipped(const unsigned char* from, unsigned char* to, std::size_t rowBy
     }
 }
 
+// In place: a picture may be most of the memory there is.
 void reverseRows(Bytes& pixels, std::size_t rowBytes, std::size_t rows)
 {
     for (std::size_t row = 0; row < rows / 2; ++row) {
@@ -88,6 +90,7 @@ std::string withoutExceptions(Work work)
 
 void KrImage::allocate(unsigned int channels, unsigned int value, unsigned int width, unsigned int height)
 {
+    // Nothing is changed before the new storage is there.
     if (fill(m_data, channels, value, width, height)) {
         m_flipped.clear();
         setSize(width, height, channels);
@@ -120,6 +123,7 @@ bool KrImage::flippedToOrdinary()
 
 bool KrImage::getSubimage(const KrImageBlock& block, KrImage& out) const
 {
+    // Written so that no sum can wrap around.
     const bool isInside = block.x <= m_width && block.width <= m_width - block.x && block.y <= m_height &&
                           block.height <= m_height - block.y;
     if (m_data.empty() || block.width == 0 || block.height == 0 || !isInside) {
@@ -128,6 +132,7 @@ bool KrImage::getSubimage(const KrImageBlock& block, KrImage& out) const
 
     const std::size_t rowBytes = std::size_t(m_width) * m_channels;
     const std::size_t blockRowBytes = std::size_t(block.width) * m_channels;
+    // In a picture of its own: `out` may be this one.
     Bytes pixels;
     if (!fill(pixels, m_channels, 0, block.width, block.height)) {
         return false;
@@ -145,6 +150,7 @@ bool KrImage::getSubimage(const KrImageBlock& block, KrImage& out) const
 bool KrImage::readFile(const std::string& path, Orientation orientation)
 {
     const std::string reason = withoutExceptions([&] {
+        // Asked for by the size in the file's header, before memory is.
         const KrPictureLimits limits;
         std::string file;
         KrPicture picture;
@@ -156,9 +162,11 @@ bool KrImage::readFile(const std::string& path, Orientation orientation)
         if (!failure.empty()) {
             return failure;
         }
+        // Files have the top row first.
         if (orientation == BottomRowFirst) {
             reverseRows(picture.pixels, std::size_t(picture.width) * picture.channels, picture.height);
         }
+        // Last, so that a picture which cannot be read leaves the old one.
         m_data.swap(picture.pixels);
         m_flipped.clear();
         setSize(picture.width, picture.height, picture.channels);
@@ -173,6 +181,7 @@ bool KrImage::writeFile(const std::string& path, Orientation orientation) const
         if (m_data.empty()) {
             return "the image has no pixels";
         }
+        // The libraries count in int.
         if (m_width > INT_MAX || m_height > INT_MAX) {
             return "the image is too large";
         }
@@ -180,6 +189,7 @@ bool KrImage::writeFile(const std::string& path, Orientation orientation) const
         if (orientation == BottomRowFirst) {
             reverseRows(picture.pixels, std::size_t(m_width) * m_channels, m_height);
         }
+        // The name chooses the format only in writing; in reading the content does.
         const std::string extension = std::filesystem::path(path).extension().string();
         std::string bytes;
         const std::string failure =

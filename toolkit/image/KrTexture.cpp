@@ -10,6 +10,7 @@
 namespace
 {
 
+// Of OpenGL 3.1, which older headers lack.
 constexpr unsigned int kRectangleTexture = 0x84F5; // GL_TEXTURE_RECTANGLE
 
 bool isPowerOf2(unsigned int value)
@@ -23,6 +24,7 @@ class ScreenAligned
 public:
     ScreenAligned()
     {
+        // The matrix mode is the client's too.
         glGetIntegerv(GL_MATRIX_MODE, &m_mode);
         for (const GLenum matrix : {GL_PROJECTION, GL_MODELVIEW}) {
             glMatrixMode(matrix);
@@ -66,6 +68,7 @@ void drawQuad(double u, double v, Coordinate coordinate)
 
 KrTexture& KrTexture::operator=(const KrTexture& other)
 {
+    // What a texture is, not what OpenGL has of it: a copy loads for itself.
     m_parameters = other.m_parameters;
     m_width = other.m_width;
     m_height = other.m_height;
@@ -99,11 +102,13 @@ bool KrTexture::loadFromImage(const KrImage& image, const KrTextureParameters& p
 
 bool KrTexture::takePicture(const KrImage& image, const KrTextureParameters& parameters)
 {
+    // `load` takes the size as unsigned int, which is part of the interface.
     if (image.sizeInBytes() > std::numeric_limits<unsigned int>::max()) {
         Kr::Print::instance()->write(Kr::Print::Warning, "KrTexture - a picture of %u x %u pixels is no texture.\n",
                                      image.width(), image.height());
         return false;
     }
+    // The picture knows its format better than the caller.
     const unsigned int format = KrGL::pixelFormat(image.channels());
     KrTextureParameters fitting = parameters;
     fitting.setPixelFormat(format);
@@ -124,18 +129,22 @@ bool KrTexture::loadShell(unsigned int width, unsigned int height, const KrTextu
 bool KrTexture::take(const unsigned char* data, unsigned int size, unsigned int width, unsigned int height,
                      const KrTextureParameters& parameters)
 {
+    // Kept for the case that a derived class cannot load.
     const KrTexture before(*this);
     m_parameters = parameters;
+    // calculatePOT sets the size where it answers true; other sizes are taken as they are.
     if (!calculatePOT(width, height)) {
         setSize(width, height, 1.0, 1.0);
     }
     if (!load(data, size)) {
+        // Not by the virtual function: what a derived class holds has not changed.
         KrTexture::operator=(before);
         return false;
     }
     return true;
 }
 
+// What needs OpenGL is the derived classes' work; here a texture is its size and its parameters.
 void KrTexture::bind() const {}
 
 void KrTexture::unbind() const {}
@@ -178,6 +187,7 @@ void KrTexture::drawMultiTextureScreenAlignedQuad() const
     });
 }
 
+// 0 is no texture's name.
 unsigned int KrTexture::id() const
 {
     return 0;

@@ -2,6 +2,7 @@
 
 #include <toolkit/foundation/KrPrint.h>
 
+// One form for all files of the class, under its name.
 void KrDeformationChecks::warn(const char* method, const std::string& reason)
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "KrDeformationPhysicalExtent::%s - %s; nothing is changed.\n",

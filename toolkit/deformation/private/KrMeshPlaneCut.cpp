@@ -14,6 +14,7 @@ constexpr double kOnPlane = 1e-9;
 /// Points of a rim that are nearer than this part of the mesh's size are one: seams have a vertex on either side.
 constexpr double kSamePlace = 1e-7;
 
+// The tolerances are parts of it, so that a mesh in millimetres is cut like one in metres.
 double largestCoordinate(const std::vector<KrVector>& points)
 {
     double largest = 0.0;
@@ -31,6 +32,7 @@ struct Tessellation
     bool isSound = true;
 };
 
+// Called by C: what has no room is noted instead of thrown.
 void onVertex(void* item, void* tessellation)
 {
     auto& result = *static_cast<Tessellation*>(tessellation);
@@ -62,12 +64,14 @@ struct TessellatorDeleter
 };
 using UniqueTessellator = std::unique_ptr<GLUtesselator, TessellatorDeleter>;
 
+// GLU declares callbacks without parameters.
 template <typename Function>
 void setCallback(GLUtesselator& tessellator, GLenum which, Function* function)
 {
     gluTessCallback(&tessellator, which, reinterpret_cast<_GLUfuncptr>(function));
 }
 
+// Outlines inside each other are holes where they run the other way round: the winding rule tells.
 UniqueTessellator makeTessellator(const KrVector& normal)
 {
     UniqueTessellator tessellator(gluNewTess());
@@ -82,6 +86,7 @@ UniqueTessellator makeTessellator(const KrVector& normal)
     return tessellator;
 }
 
+// A triangle that a plane has cut leaves a triangle and a convex quadrangle, which a fan fills.
 template <typename Corner>
 void addFan(const std::vector<Corner>& polygon, std::vector<KrTriangle>& triangles)
 {
@@ -103,6 +108,7 @@ KrMeshPlaneCut::KrMeshPlaneCut(Mesh& mesh, const std::vector<KrVector>& points, 
     , m_normal(normal)
     , m_size(largestCoordinate(points))
 {
+    // Once for each point; triangles share their corners.
     m_distances.reserve(points.size());
     for (const KrVector& point : points) {
         const double distance = normal.dot(point - origin);
@@ -112,6 +118,7 @@ KrMeshPlaneCut::KrMeshPlaneCut(Mesh& mesh, const std::vector<KrVector>& points, 
 
 bool KrMeshPlaneCut::separate(std::uint32_t piece, std::uint32_t newPiece)
 {
+    // Groups of other pieces stay as they are, so that they may lie across the plane.
     m_piece = piece;
     m_newPiece = newPiece;
     std::vector<KrDeformationGroup> lower;
@@ -133,6 +140,7 @@ bool KrMeshPlaneCut::separate(std::uint32_t piece, std::uint32_t newPiece)
             upper.push_back(above);
         }
     }
+    // Behind all others, so that the numbers of triangles that stay change little.
     m_mesh.groups = lower;
     m_mesh.groups.insert(m_mesh.groups.end(), upper.begin(), upper.end());
     return m_isAnyBelow && m_isAnyAbove;
@@ -147,10 +155,12 @@ void KrMeshPlaneCut::splitTriangle(const KrTriangle& triangle, std::vector<KrTri
     }
     const auto isAbove = [this](const Corner& corner) { return distance(corner) > 0.0; };
     const auto isBelow = [this](const Corner& corner) { return distance(corner) < 0.0; };
+    // Points on the plane belong to both sides and decide nothing.
     const bool isAnyAbove = std::any_of(corners.begin(), corners.end(), isAbove);
     const bool isAnyBelow = std::any_of(corners.begin(), corners.end(), isBelow);
     m_isAnyAbove = m_isAnyAbove || isAnyAbove;
     m_isAnyBelow = m_isAnyBelow || isAnyBelow;
+    // A triangle in the plane goes to the side whose surface it is, by where it looks.
     const bool isInPlane = !isAnyAbove && !isAnyBelow;
     if (isInPlane ? facesUpwards(triangle) : !isAnyAbove) {
         below.push_back(triangle);
@@ -172,6 +182,7 @@ void KrMeshPlaneCut::splitTriangle(const KrTriangle& triangle, std::vector<KrTri
         if (!isBelow(corner)) {
             upper.push_back(corner);
         }
+        // An edge is cut only between its ends; an end on the plane is itself the crossing.
         if ((isBelow(corner) && isAbove(next)) || (isAbove(corner) && isBelow(next))) {
             lower.push_back(crossing(corner, next));
             upper.push_back(lower.back());
@@ -207,6 +218,7 @@ KrMeshPlaneCut::Corner KrMeshPlaneCut::crossing(const Corner& one, const Corner&
 
 std::uint32_t KrMeshPlaneCut::vertexBetween(std::uint32_t low, std::uint32_t high, double t)
 {
+    // By the edge, so that its other triangle finds the same vertex.
     const auto [found, isNew] = m_newVertices.try_emplace({low, high, 0}, static_cast<std::uint32_t>(m_points.size()));
     if (isNew) {
         m_mesh.cutVertices.push_back(KrEdgePoint(low, high, t));
@@ -216,6 +228,7 @@ std::uint32_t KrMeshPlaneCut::vertexBetween(std::uint32_t low, std::uint32_t hig
     return found->second;
 }
 
+// The vertex is part of the key: two edges may have normals of the same numbers and cross at different shares.
 std::uint32_t KrMeshPlaneCut::normalBetween(std::uint32_t low, std::uint32_t high, std::uint32_t vertex, double t)
 {
     if (low == high) {
@@ -247,6 +260,7 @@ std::uint32_t KrMeshPlaneCut::textureCoordinateBetween(std::uint32_t low, std::u
 
 KrMeshPlaneCut::PlaceKey KrMeshPlaneCut::placeOf(std::uint32_t vertex) const
 {
+    // Rounded to a grid, so that places can be compared and sorted.
     PlaceKey key = {};
     for (unsigned int i = 0; i < 3; ++i) {
         key[i] = std::llround(m_points[vertex][i] / (kSamePlace * m_size));
@@ -262,12 +276,14 @@ void KrMeshPlaneCut::noteRim(const Polygon& below)
         if (distance(from) != 0.0 || distance(to) != 0.0) {
             continue;
         }
+        // By place and not by vertex: both sides of a seam have a vertex of their own there.
         const PlaceKey start = placeOf(from.vertex);
         const PlaceKey end = placeOf(to.vertex);
         if (start == end) {
             continue;
         }
         // An edge between two triangles of the same side is no rim.
+        // Two triangles of one side run along a shared edge in opposite directions.
         const auto [first, last] = m_rim.equal_range(end);
         const auto opposite = std::find_if(first, last, [&](const auto& edge) { return edge.second.to == start; });
         if (opposite != last) {
@@ -308,6 +324,7 @@ bool KrMeshPlaneCut::triangulate(const std::vector<Polygon>& loops, Polygon& tri
         numCorners += loop.size();
     }
     Tessellation result;
+    // Room for all triangles that a polygon with holes can have: n - 2 for its corners, and two more for each hole.
     result.items.reserve(3 * (numCorners + 2 * loops.size()));
     gluTessBeginPolygon(tessellator.get(), &result);
     for (const Polygon& loop : loops) {
@@ -328,6 +345,7 @@ bool KrMeshPlaneCut::triangulate(const std::vector<Polygon>& loops, Polygon& tri
 
 bool KrMeshPlaneCut::cap(const std::string& name)
 {
+    // Which way an outline goes on where two of them touch cannot be told, so there is no cap.
     // Outlines that touch share a place.
     const bool doTouch = std::adjacent_find(m_rim.begin(), m_rim.end(), [](const auto& one, const auto& next) {
                              return one.first == next.first;
@@ -351,6 +369,7 @@ bool KrMeshPlaneCut::cap(const std::string& name)
 void KrMeshPlaneCut::addCap(const Polygon& triangles, const std::string& name, std::uint32_t piece, bool isBelow)
 {
     const auto own = m_mesh.numNormals + static_cast<std::uint32_t>(m_mesh.cutNormals.size());
+    // A normal of its own, which names itself: the cap is flat, whatever the surface around is.
     m_mesh.cutNormals.push_back(KrEdgePoint(own, own, 0.0));
     KrDeformationGroup group(name, piece, true);
     for (std::size_t i = 0; i < triangles.size(); i += 3) {

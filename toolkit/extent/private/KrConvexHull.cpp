@@ -53,6 +53,7 @@ public:
         , m_diagonal(diagonal)
     {
         Eigen::Vector3d mean = Eigen::Vector3d::Zero();
+        // In the scale of the diagonal, so that tolerances are the same for every mesh.
         Eigen::Matrix3d spread = Eigen::Matrix3d::Zero();
         const double share = 1.0 / static_cast<double>(points.size());
         for (const KrVector& point : points) {
@@ -74,6 +75,7 @@ public:
         m_middle = 0.5 * (low + high);
         m_halfSizes = 0.5 * (high - low);
         for (int axis = 0; axis < 3; ++axis) {
+            // A flat set gets a body, since a hull without volume has no faces.
             m_isThin[axis] = m_halfSizes[axis] < kHalfBody;
             m_halfSizes[axis] += m_isThin[axis] ? kHalfBody : 0.0;
         }
@@ -83,6 +85,7 @@ public:
     bool isLine() const { return m_isThin[0] + m_isThin[1] + m_isThin[2] > 1; }
     Eigen::Vector3d inside(const KrVector& point) const
     {
+        // Each axis is stretched to the same length.
         return (m_axes.transpose() * scaled(point) - m_middle).cwiseQuotient(m_halfSizes);
     }
     KrVector outside(const Eigen::Vector3d& p) const
@@ -114,6 +117,7 @@ Points insidePoints(const std::vector<KrVector>& points, const RoundFrame& frame
         if (!frame.isThin(axis)) {
             continue;
         }
+        // The points that were there before: the copies need none of their own.
         const std::size_t count = result.size();
         result.reserve(2 * count);
         for (std::size_t i = 0; i < count; ++i) {
@@ -136,6 +140,7 @@ Faces hullOf(const Points& points)
         orgQhull::Qhull qhull;
         ~Quiet() { qhull.clearQhullMessage(); }
     };
+    // The library counts in int.
     if (points.size() > INT_MAX) {
         return {};
     }
@@ -149,12 +154,14 @@ Faces hullOf(const Points& points)
             const orgQhull::QhullHyperplane plane = facet.hyperplane();
             Face face = {{}, {plane[0], plane[1], plane[2]}, plane.offset()};
             const std::vector<orgQhull::QhullVertex> corners = facet.vertices().toStdVector();
+            // Merged faces that could not be cut into triangles are of no use.
             if (corners.size() != 3) {
                 return {};
             }
             for (unsigned int i = 0; i < 3; ++i) {
                 face.corners[i] = static_cast<std::uint32_t>(corners[i].point().id());
             }
+            // The library tells the corners unordered, and on which side the face is seen.
             if (facet.isTopOrient()) {
                 std::swap(face.corners[1], face.corners[2]);
             }
@@ -169,6 +176,7 @@ Faces hullOf(const Points& points)
 /// The corners of `faces`, each once.
 Points cornersOf(const Faces& faces, const Points& points)
 {
+    // Sorted, so that the hull does not depend on the order of its faces.
     std::vector<std::uint32_t> numbers;
     for (const Face& face : faces) {
         numbers.insert(numbers.end(), face.corners.begin(), face.corners.end());
@@ -187,6 +195,7 @@ Eigen::Vector3d middleOf(const Faces& faces, const Points& points)
 {
     Eigen::Vector3d middle = Eigen::Vector3d::Zero();
     double area = 0.0;
+    // Weighted with twice the area; the factor is in both sums.
     for (const Face& face : faces) {
         const Eigen::Vector3d a = points[face.corners[0]];
         const Eigen::Vector3d b = points[face.corners[1]];
@@ -230,6 +239,7 @@ std::vector<bool> farthest(const Points& candidates, unsigned int numDirections)
 /// of the chosen ones lacks most.
 Points chosenOf(const Points& candidates, const Eigen::Vector3d& middle)
 {
+    // A first choice in all directions, so that the hull has a volume from the beginning.
     std::vector<bool> isChosen = farthest(candidates, 64);
     for (;;) {
         Points chosen;
@@ -246,6 +256,7 @@ Points chosenOf(const Points& candidates, const Eigen::Vector3d& middle)
                 lacking.emplace_back(most, number);
             }
         }
+        // Half of the room at a time: points that are chosen make others unnecessary.
         const std::size_t room = KrConvexHull::kMostVertices - chosen.size();
         if (lacking.empty() || room == 0) {
             return chosen;
@@ -282,6 +293,7 @@ bool makeHull(const Points& points, Points& hull, Faces& faces)
     const Eigen::Vector3d middle = middleOf(whole, points);
     const bool isSmall = candidates.size() <= KrConvexHull::kMostVertices;
     hull = isSmall ? candidates : chosenOf(candidates, middle);
+    // Fewer than four points have no volume.
     faces = hull.size() < 4 ? Faces() : hullOf(hull);
     const bool hasAll = candidates.size() < kMostCandidates;
     return !faces.empty() && (isSmall || enlarge(hull, faces, hasAll ? candidates : points, middle));
@@ -305,6 +317,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrConvexHull::make(const std::vector<KrVe
     constexpr double infinity = std::numeric_limits<double>::infinity();
     KrVector low(infinity, infinity, infinity);
     KrVector high = -low;
+    // Not left to the library: it would take NaN for a place.
     for (const KrVector& point : points) {
         if (!point.isFinite()) {
             return nullptr;

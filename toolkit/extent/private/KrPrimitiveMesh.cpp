@@ -14,6 +14,7 @@ namespace
 {
 
 using Kr::Angle::kPi;
+// The factor by which enclosing balls are larger (KrEnclosingShapes) follows from these two.
 constexpr std::uint32_t kSegments = 32; ///< around the axis
 constexpr std::uint32_t kStacks = 16;   ///< from pole to pole
 
@@ -42,6 +43,7 @@ struct Mesh
         groups[0].first() = groupName;
         groups[0].second() = std::move(triangles);
         const auto extent = boost::make_shared<KrTriPhysicalExtent>();
+        // The lists are made here, so setMesh refuses them only where a size is beyond single precision.
         const bool ok = extent->setMesh(std::move(vertices), std::move(normals), std::move(textureCoordinates),
                                         std::move(groups), "primitive");
         return ok ? extent : boost::shared_ptr<KrTriPhysicalExtent>();
@@ -76,6 +78,7 @@ private:
     {
         std::uint32_t first = 0;
         std::uint32_t count = 0;
+        // Behind the last border the first one follows.
         std::uint32_t index(std::uint32_t border) const { return first + border % count; }
     };
     struct Side
@@ -108,6 +111,7 @@ Lathe::Lathe(std::vector<OutlinePoint> points, std::vector<OutlineLine> lines)
     , m_lines(std::move(lines))
     , m_arcLengths(m_points.size(), 0.0)
 {
+    // Pictures run along the outline at even speed; flat ends have one of their own.
     for (std::size_t i = 1; i < m_points.size(); ++i) {
         const double length =
             std::hypot(m_points[i].radius - m_points[i - 1].radius, m_points[i].z - m_points[i - 1].z);
@@ -120,6 +124,7 @@ Lathe::Lathe(std::vector<OutlinePoint> points, std::vector<OutlineLine> lines)
 
 Lathe::Ring Lathe::addVertices(std::size_t point)
 {
+    // On the axis all borders fall together.
     const Ring ring{m_mesh.vertices.size(), isOnAxis(point) ? 1 : kSegments};
     const OutlinePoint& p = m_points[point];
     for (std::uint32_t border = 0; border < ring.count; ++border) {
@@ -184,6 +189,7 @@ void Lathe::addTriangle(const std::pair<const Side*, std::uint32_t> (&corners)[3
     KrTriangle triangle;
     for (unsigned int corner = 0; corner < 3; ++corner) {
         const Side& ring = *corners[corner].first;
+        // A triangle that meets the axis takes the entry of its segment.
         const std::uint32_t border = ring.isOnAxis ? segment : corners[corner].second;
         triangle.setCorner(corner, ring.vertices.index(border), ring.normals.index(border),
                            ring.textureCoordinates.index(border));
@@ -194,6 +200,7 @@ void Lathe::addTriangle(const std::pair<const Side*, std::uint32_t> (&corners)[3
 void Lathe::addTriangles(const Side& lower, const Side& upper)
 {
     for (std::uint32_t segment = 0; segment < kSegments; ++segment) {
+        // On the axis one of the two triangles has no area.
         if (!lower.isOnAxis) {
             addTriangle({{&lower, segment}, {&lower, segment + 1}, {&upper, segment + 1}}, segment);
         }
@@ -221,6 +228,7 @@ void addArc(std::vector<OutlinePoint>& points, std::vector<OutlinePoint>& normal
 {
     for (std::uint32_t stack = firstStack; stack <= lastStack; ++stack) {
         const double a = kPi * stack / kStacks;
+        // Exactly 0 at the poles, which sin(pi) is not: those points lie on the axis.
         const bool isPole = stack == 0 || stack == kStacks;
         const OutlinePoint normal{isPole ? 0.0 : std::sin(a), -std::cos(a)};
         normals.push_back(normal);
@@ -254,6 +262,7 @@ const Face kFaces[] = {
     {{0, 0, -1}, {{1, -1, -1}, {-1, -1, -1}, {-1, 1, -1}, {1, 1, -1}}},
 };
 
+// A sheet has its two sides; the four that have shrunk to lines are left out.
 bool hasArea(const Face& face, const KrVector& size)
 {
     for (unsigned int axis = 0; axis < 3; ++axis) {
@@ -277,6 +286,7 @@ void addFace(Mesh& mesh, const Face& face)
     KrTriangle halves[2];
     for (std::uint32_t corner = 0; corner < 4; ++corner) {
         const std::uint32_t vertex = cornerIndex(face.corners[corner]);
+        // Corners 0, 1, 2 and 0, 2, 3.
         if (corner < 3) {
             halves[0].setCorner(corner, vertex, normal, corner);
         }
@@ -301,6 +311,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrPrimitiveMesh::ellipsoid(const KrVector
     addArc(points, normals, 1.0, 0.0, 0, kStacks);
     Mesh mesh = Lathe(points, smoothLines(normals)).turn();
 
+    // Divided by the longest first: products of very small or large axes would leave the range.
     const double longest = std::max({semiAxes.x(), semiAxes.y(), semiAxes.z()});
     const KrVector ratio = semiAxes * (1.0 / longest);
     for (KrVector& vertex : mesh.vertices) {
@@ -342,6 +353,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrPrimitiveMesh::cone(double bottomRadius
         (bottomRadius == 0.0 && topRadius == 0.0)) {
         return boost::shared_ptr<KrTriPhysicalExtent>();
     }
+    // The normal of the mantle leans towards the narrower end.
     const double half = 0.5 * length;
     const double slant = std::hypot(length, bottomRadius - topRadius);
     const OutlinePoint normal{length / slant, (bottomRadius - topRadius) / slant};
@@ -367,6 +379,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrPrimitiveMesh::capsule(double radius, d
     std::vector<OutlinePoint> points;
     std::vector<OutlinePoint> normals;
     addArc(points, normals, radius, -0.5 * length, 0, kStacks / 2);
+    // Without a cylinder between them the two halves share their equator.
     addArc(points, normals, radius, 0.5 * length, length > 0.0 ? kStacks / 2 : kStacks / 2 + 1, kStacks);
     return Lathe(std::move(points), smoothLines(normals)).turn().finish(groupName);
 }

@@ -32,6 +32,7 @@ constexpr int kBestQuality = 100;
 /// What the library calls back, for reading and for writing.
 struct Callbacks
 {
+    // The library's own handlers print, and end the process.
     Callbacks()
     {
         jpeg_std_error(&errors);
@@ -82,8 +83,10 @@ public:
         if (setjmp(m_callbacks.back)) {
             return false;
         }
+        // Inside setjmp: it may fail for want of memory.
         jpeg_create_decompress(&m_jpeg);
         jpeg_mem_src(&m_jpeg, m_file.data, static_cast<unsigned long>(m_file.size));
+        // The orientation of the camera stands in there.
         jpeg_save_markers(&m_jpeg, kExif, 0xFFFF);
         jpeg_read_header(&m_jpeg, TRUE);
         return true;
@@ -98,7 +101,9 @@ public:
         }
         const bool isInk = m_jpeg.jpeg_color_space == JCS_CMYK || m_jpeg.jpeg_color_space == JCS_YCCK;
         const bool isGrey = m_jpeg.jpeg_color_space == JCS_GRAYSCALE;
+        // Grey stays grey; ink is turned into light here, since the library does not.
         m_jpeg.out_color_space = isGrey ? JCS_GRAYSCALE : isInk ? JCS_CMYK : JCS_RGB;
+        // Called while scans are read: a small file may have thousands over the same picture.
         m_progress.progress_monitor = [](j_common_ptr codec) {
             const int scans = reinterpret_cast<j_decompress_ptr>(codec)->input_scan_number;
             const jpeg_decompress_struct& jpeg = *reinterpret_cast<j_decompress_ptr>(codec);
@@ -148,6 +153,7 @@ public:
     ~Writer()
     {
         jpeg_destroy_compress(&m_jpeg);
+        // The library has allocated it with malloc.
         std::free(m_bytes);
     }
     Writer(const Writer&) = delete;
@@ -165,6 +171,7 @@ public:
         m_jpeg.input_components = static_cast<int>(picture.channels);
         m_jpeg.in_color_space = picture.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
         jpeg_set_defaults(&m_jpeg);
+        // Flat colours and thin lines are the first to suffer from stronger compression.
         jpeg_set_quality(&m_jpeg, kBestQuality, TRUE);
         jpeg_start_compress(&m_jpeg, TRUE);
         const std::size_t rowBytes = std::size_t{picture.width} * picture.channels;
@@ -194,9 +201,11 @@ bool isAllowed(const KrPictureBytes& file, const KrPictureLimits& limits)
     for (std::size_t at = 2; at + 9 <= file.size && file.data[at] == 0xFF;) {
         const unsigned int marker = file.data[at + 1];
         const bool isTable = marker == 0xC4 || marker == 0xC8 || marker == 0xCC;
+        // Height before width.
         if (marker >= 0xC0 && marker <= 0xCF && !isTable) {
             return limits.allow(file.big(at + 7, 2), file.big(at + 5, 2));
         }
+        // Fill bytes may stand before a marker.
         at += marker == 0xFF ? 1 : 2 + file.big(at + 2, 2);
     }
     return true;
@@ -228,6 +237,7 @@ unsigned int orientation(const jpeg_decompress_struct& jpeg)
 /// Cyan, magenta, yellow and black become red, green and blue. Files of one maker store them inverted and say so.
 void inkToLight(std::vector<unsigned char>& pixels, bool isInverted)
 {
+    // In place: three bytes for four.
     const std::size_t count = pixels.size() / 4;
     for (std::size_t i = 0; i < count; ++i) {
         const unsigned char* const ink = pixels.data() + 4 * i;
@@ -257,6 +267,7 @@ std::string KrJpegCoder::decode(const KrPictureBytes& file, const KrPictureLimit
         return reader.reason();
     }
     const jpeg_decompress_struct& jpeg = reader.jpeg();
+    // Again: there are files with a second frame header.
     if (!limits.allow(jpeg.image_width, jpeg.image_height) ||
         std::uint64_t{jpeg.image_width} * jpeg.image_height / kMostPixelsPerByte > file.size) {
         return kTooLarge;

@@ -13,6 +13,7 @@
 namespace
 {
 
+// Bits of Writable::channelCounts.
 constexpr unsigned int kGrey = 1u;
 constexpr unsigned int kGreyAlpha = 2u;
 constexpr unsigned int kRgb = 4u;
@@ -57,6 +58,7 @@ constexpr Writable kWritable[] = {{"png", kAll, encodePng},
 /// The channel count of `counts` that loses least of a picture of `channels` channels.
 unsigned int nearestChannels(unsigned int counts, unsigned int channels)
 {
+    // Without losing colour first, then without losing opacity.
     static constexpr unsigned int kPreferred[4][4] = {{1, 3, 2, 4}, {2, 4, 1, 3}, {3, 4, 1, 2}, {4, 3, 2, 1}};
     for (const unsigned int candidate : kPreferred[channels - 1]) {
         if ((counts & (1u << (candidate - 1))) != 0) {
@@ -70,6 +72,7 @@ unsigned int nearestChannels(unsigned int counts, unsigned int channels)
 KrPicture withChannels(const KrPicture& picture, unsigned int channels)
 {
     KrPicture result = {picture.width, picture.height, channels, {}};
+    // Sizes are those of a picture that exists, so the product fits.
     const unsigned int from = picture.channels;
     result.pixels.reserve(picture.pixels.size() / from * channels);
     for (std::size_t i = 0; i + from <= picture.pixels.size(); i += from) {
@@ -103,6 +106,7 @@ std::string KrPictureFile::decode(const unsigned char* data, std::size_t size, c
 
 std::string KrPictureFile::encode(const KrPicture& picture, const std::string& extension, std::string& bytes)
 {
+    // In small letters or large ones: ".PNG" is the same format.
     const std::string small = KrText::lowered(extension);
     for (const Writable& format : kWritable) {
         if (small == format.extension) {
@@ -117,6 +121,7 @@ std::string KrPictureFile::encode(const KrPicture& picture, const std::string& e
 std::string KrPictureFile::encodeGrey16(const std::uint16_t* samples, unsigned int width, unsigned int height,
                                         std::string& bytes)
 {
+    // PNG has the high byte first (specification, 7.1).
     std::vector<unsigned char> bigEndian;
     const std::size_t count = std::size_t{width} * height;
     bigEndian.reserve(2 * count);

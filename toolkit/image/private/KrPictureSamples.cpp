@@ -5,6 +5,7 @@
 
 void KrPictureSamples::turnUpright(KrPicture& picture, unsigned int orientation)
 {
+    // 1 is upright, others are none of TIFF's and Exif's eight.
     if (orientation < 2 || orientation > 8) {
         return;
     }
@@ -12,6 +13,7 @@ void KrPictureSamples::turnUpright(KrPicture& picture, unsigned int orientation)
     const bool isTurned = orientation >= 5;
     const bool fromRight = orientation == 2 || orientation == 3 || orientation == 6 || orientation == 7;
     const bool fromBelow = orientation == 3 || orientation == 4 || orientation == 7 || orientation == 8;
+    // Into a picture of its own: rows and columns may trade places.
     KrPicture upright;
     upright.width = isTurned ? picture.height : picture.width;
     upright.height = isTurned ? picture.width : picture.height;

@@ -17,6 +17,7 @@ using KrPictureSamples::kTooLarge;
 
 /// Deflate makes at most this many bytes of one (zlib's technical notes, "maximum compression factor").
 constexpr std::uint64_t kMostPerByte = 1032;
+// What pictures are made for when they do not say (sRGB is about that).
 constexpr double kScreenGamma = 2.2;
 
 /// Texts, colour profiles and the like: not asked for, so not unpacked.
@@ -48,8 +49,10 @@ public:
         if (setjmp(png_jmpbuf(m_png))) {
             return false;
         }
+        // Chunks that are only kept would be unpacked, and a small file may hold much in them.
         png_set_keep_unknown_chunks(m_png, PNG_HANDLE_CHUNK_NEVER, kUnread, kNumUnread);
         png_read_info(m_png, m_info);
+        // Before conversions are asked for: what the file must contain is counted in its own bytes.
         m_storedRowBytes = png_get_rowbytes(m_png, m_info);
         const int type = png_get_color_type(m_png, m_info);
         if (type == PNG_COLOR_TYPE_PALETTE) {
@@ -75,6 +78,7 @@ public:
             return false;
         }
         png_read_image(m_png, rows);
+        // Reads the rest, so that a damaged end is noticed.
         png_read_end(m_png, nullptr);
         return true;
     }
@@ -94,6 +98,7 @@ private:
     static void give(png_structp png, png_bytep out, std::size_t count)
     {
         Reader& self = *static_cast<Reader*>(png_get_io_ptr(png));
+        // The library waits for as many bytes as it asked for, so a short file ends here.
         if (count > self.m_file.size - self.m_at) {
             self.m_hasEnded = true;
             png_error(png, "end of file");
@@ -104,6 +109,7 @@ private:
     [[noreturn]] static void fail(png_structp png, png_const_charp text)
     {
         Reader& self = *static_cast<Reader*>(png_get_error_ptr(png));
+        // Kept in a fixed buffer: the jump that follows would skip a string's destructor.
         std::strncpy(self.m_remark, text, sizeof self.m_remark - 1);
         png_longjmp(png, 1);
     }
@@ -200,6 +206,7 @@ std::string KrPngCoder::decode(const KrPictureBytes& file, const KrPictureLimits
         return reader.reason();
     }
     const std::size_t height = reader.height();
+    // More than deflate can make of the file cannot be in it.
     if (std::uint64_t{reader.storedRowBytes()} * height / kMostPerByte > file.size) {
         return kTooLarge;
     }
@@ -216,6 +223,7 @@ std::string KrPngCoder::decode(const KrPictureBytes& file, const KrPictureLimits
     if (!reader.readPixels(rows.data())) {
         return reader.reason();
     }
+    // The high bytes and the low ones become one; in place, since the result is shorter.
     if (reader.isDeep()) {
         const std::size_t samples = read.pixels.size() / 2;
         for (std::size_t i = 0; i < samples; ++i) {

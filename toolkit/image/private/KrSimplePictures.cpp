@@ -15,6 +15,7 @@ using KrPictureSamples::kEndsEarly;
 using KrPictureSamples::kTooLarge;
 using KrPictureSamples::toByte;
 
+// Little endian, as BMP and TGA have it.
 void put(std::string& bytes, std::uint32_t value, unsigned int count)
 {
     for (unsigned int i = 0; i < count; ++i) {
@@ -41,6 +42,7 @@ struct BitField
 
     explicit BitField(std::uint32_t mask)
     {
+        // Masks come from the file: any bits, or none.
         while (mask != 0 && (mask & 1u) == 0) {
             mask >>= 1;
             ++shift;
@@ -87,6 +89,7 @@ struct Bitmap
     std::size_t rowBytes() const { return (std::size_t{width} * bits + 31) / 32 * 4; }
 };
 
+// The combinations that the format knows; run lengths always go from the bottom row up.
 bool isPossible(const Bitmap& bitmap)
 {
     switch (bitmap.compression) {
@@ -132,11 +135,13 @@ std::string readHeader(const KrPictureBytes& file, const KrPictureLimits& limits
     std::uint32_t colours = 0;
     bitmap.pixelsAt = file.little(10, 4);
     bitmap.width = file.little(18, isCore ? 2 : 4);
+    // The core header has sizes of 16 bits and nothing behind them.
     if (isCore) {
         bitmap.height = file.little(20, 2);
         bitmap.bits = file.little(24, 2);
     } else {
         bitmap.height = file.little(22, 4);
+        // A negative height means that the top row comes first.
         bitmap.topRowFirst = (bitmap.height & 0x80000000u) != 0;
         bitmap.height = bitmap.topRowFirst ? 0u - bitmap.height : bitmap.height;
         bitmap.bits = file.little(28, 2);
@@ -144,6 +149,7 @@ std::string readHeader(const KrPictureBytes& file, const KrPictureLimits& limits
         colours = file.little(46, 4);
     }
     readMasks(file, headerSize, bitmap);
+    // Before sizes are multiplied and before a palette is read.
     if (bitmap.width == 0 || bitmap.height == 0 || !isPossible(bitmap)) {
         return KrPictureSamples::damaged("BMP", std::to_string(bitmap.bits) + " bits a pixel, compression " +
                                                     std::to_string(bitmap.compression));
@@ -151,12 +157,14 @@ std::string readHeader(const KrPictureBytes& file, const KrPictureLimits& limits
     if (!limits.allow(bitmap.width, bitmap.height)) {
         return kTooLarge;
     }
+    // The core header's palette has three bytes a colour, the others four.
     const std::size_t entrySize = isCore ? 3 : 4;
     // Pixels that are opaque by nature have kept the channel that they came with.
     bitmap.channels = bitmap.bits == 32 || (bitmap.bits <= 8 && !isCore) || bitmap.masks[3] != 0 ? 4 : 3;
     if (bitmap.bits <= 8) {
         const std::uint32_t all = 1u << bitmap.bits;
         const std::size_t at = kFileHeader + headerSize;
+        // A file may name fewer colours than its pixels can, and claim more.
         for (std::uint32_t i = 0; i < (colours == 0 ? all : std::min(colours, all)); ++i) {
             const std::size_t entry = at + i * entrySize;
             bitmap.palette[i] = {static_cast<unsigned char>(file.little(entry + 2, 1)),
@@ -200,6 +208,7 @@ bool readRuns(const KrPictureBytes& file, const Bitmap& bitmap, KrPicture& pictu
 {
     std::size_t x = 0;
     std::size_t row = 0;
+    // Runs may lead out of the picture; what is drawn there is lost.
     const auto draw = [&](unsigned int index) {
         if (x < bitmap.width && row < bitmap.height) {
             const std::size_t y = bitmap.height - 1 - row;
@@ -210,6 +219,7 @@ bool readRuns(const KrPictureBytes& file, const Bitmap& bitmap, KrPicture& pictu
     };
     const bool isHalf = bitmap.bits == 4; // two indices a byte, the upper half first
     for (std::size_t at = bitmap.pixelsAt; row < bitmap.height;) {
+        // `at` never passes the end, so the difference is no wrap.
         if (file.size - at < 2) {
             return false;
         }
@@ -241,6 +251,7 @@ bool readRuns(const KrPictureBytes& file, const Bitmap& bitmap, KrPicture& pictu
                 const unsigned int pair = file.data[at + (isHalf ? i / 2 : i)];
                 draw(!isHalf ? pair : i % 2 == 0 ? pair >> 4 : pair & 15u);
             }
+            // Stretches end on even bytes.
             at += std::min((bytes + 1) / 2 * 2, file.size - at);
         }
     }
@@ -301,6 +312,7 @@ bool isColourSize(std::uint32_t bits)
 
 bool isPossible(const Targa& targa, const KrPictureBytes& file)
 {
+    // The format has no first bytes of its own, so every field has to be possible.
     const bool isKnown = (targa.type & ~std::uint32_t{Targa::RunLength}) == targa.kind() && file.little(1, 1) <= 1 &&
                          targa.width > 0 && targa.height > 0 && (targa.descriptor & 0xC0u) == 0 &&
                          (targa.opacityBits() <= 1 || targa.opacityBits() == 8);
@@ -327,12 +339,14 @@ bool isOpacityDenied(const KrPictureBytes& file)
         return false;
     }
     const std::size_t extension = file.little(file.size - kTgaFooter, 4);
+    // The field at 494 tells what the fourth channel is; below 3 it is no opacity.
     return extension != 0 && extension < file.size && file.size - extension > 494 &&
            file.little(extension + 494, 1) < 3;
 }
 
 Colour colourOf(const unsigned char* from, std::uint32_t bits, bool hasOpacity)
 {
+    // Five bits a colour and one for opacity.
     if (bits <= 16) {
         const std::uint32_t value = from[0] + 256u * from[1];
         return {toByte(value >> 10 & 31u, 31u), toByte(value >> 5 & 31u, 31u), toByte(value & 31u, 31u),
@@ -350,6 +364,7 @@ public:
         , m_picture(picture)
     {
         const std::uint32_t bits = targa.kind() == Targa::Palette ? targa.colourBits : targa.bits;
+        // 32 bits have opacity unless it is denied; the others only where they say so.
         m_hasOpacity = !isOpacityDenied(file) && (bits == 32 || (bits == 16 && targa.opacityBits() == 1) ||
                                                   (bits == 16 && targa.kind() == Targa::Grey));
         picture.width = targa.width;
@@ -365,6 +380,7 @@ public:
     {
         std::size_t x = pixel % m_targa.width;
         std::size_t y = pixel / m_targa.width;
+        // The descriptor says from which side rows and columns run.
         x = (m_targa.descriptor & 0x10u) != 0 ? m_targa.width - 1 - x : x;
         y = (m_targa.descriptor & 0x20u) != 0 ? y : m_targa.height - 1 - y;
         unsigned char* const to = m_picture.pixels.data() + (y * m_targa.width + x) * m_picture.channels;
@@ -376,6 +392,7 @@ public:
             put(colourOf(from, m_targa.bits, m_hasOpacity), m_picture.channels, to);
             return true;
         }
+        // An index of 16 bits is little endian.
         const std::size_t index = std::size_t{from[0]} + (m_targa.bits == 16 ? 256u * from[1] : 0u);
         if (index < m_targa.firstIndex || index - m_targa.firstIndex >= m_palette.size()) {
             return false;
@@ -437,6 +454,7 @@ bool takeNumber(const KrPictureBytes& file, std::size_t& at, std::uint32_t& valu
     }
     const std::size_t start = at;
     value = 0;
+    // Eight digits hold every size that is allowed, and no product of them wraps around.
     for (; at < file.size && file.data[at] >= '0' && file.data[at] <= '9' && at - start < 8; ++at) {
         value = value * 10 + (file.data[at] - unsigned{'0'});
     }
@@ -491,6 +509,7 @@ std::string KrBmpCoder::decode(const KrPictureBytes& file, const KrPictureLimits
 
 std::string KrBmpCoder::encode(const KrPicture& picture, std::string& bytes)
 {
+    // About 25 dots per inch. Nothing here depends on it.
     constexpr std::uint32_t kDotsPerMetre = 1000;
     const std::size_t rowBytes = std::size_t{picture.width} * 3;
     const std::size_t padded = (rowBytes + 3) / 4 * 4;
@@ -543,6 +562,7 @@ std::string KrTgaCoder::decode(const KrPictureBytes& file, const KrPictureLimits
     }
     const std::uint64_t pixels = std::uint64_t{targa.width} * targa.height;
     // A packet of a byte and a pixel makes 128 pixels at most.
+    // Asked before memory is: a short file cannot stand for a large picture.
     const std::uint64_t needed =
         targa.isRunLength() ? (pixels + 127) / 128 * (1 + targa.pixelBytes()) : pixels * targa.pixelBytes();
     if (targa.pixelsAt() > file.size || file.size - targa.pixelsAt() < needed) {
@@ -631,6 +651,7 @@ std::string KrPnmCoder::decode(const KrPictureBytes& file, const KrPictureLimits
     }
     read.pixels.resize(static_cast<std::size_t>(samples));
     for (std::size_t i = 0; i < read.pixels.size(); ++i) {
+        // Samples above the largest value are not allowed by the format, and cut off here.
         read.pixels[i] = toByte(std::min(file.big(at + i * bytes, bytes), largest), largest);
     }
     picture = std::move(read);

@@ -34,9 +34,11 @@ struct Memory
     std::uint64_t size() const { return written ? written->size() : file.size; }
 };
 
+// The library reads through these where it does not map the file.
 tmsize_t readBytes(thandle_t handle, void* out, tmsize_t count)
 {
     Memory& memory = Memory::of(handle);
+    // It may have sought beyond the end.
     const std::uint64_t left = memory.size() - std::min(memory.at, memory.size());
     const std::size_t size = static_cast<std::size_t>(std::min<std::uint64_t>(left, static_cast<std::size_t>(count)));
     const void* const from = memory.written ? static_cast<const void*>(memory.written->data()) : memory.file.data;
@@ -55,6 +57,7 @@ tmsize_t writeBytes(thandle_t handle, void* data, tmsize_t count)
     }
     // No exception may pass through the library.
     try {
+        // The library seeks back to fill in what it did not know before.
         const auto end = static_cast<std::size_t>(memory.at) + static_cast<std::size_t>(count);
         memory.written->resize(std::max(memory.written->size(), end));
         std::memcpy(&(*memory.written)[static_cast<std::size_t>(memory.at)], data, static_cast<std::size_t>(count));
@@ -78,11 +81,14 @@ int closeNothing(thandle_t)
     return 0;
 }
 
+// Asked for by the library in its own checks of what a file claims.
 toff_t sizeOf(thandle_t handle)
 {
     return Memory::of(handle).size();
 }
 
+// Mapping costs nothing here: the file is in memory already. What is being written moves when it grows, so it is not
+// mapped.
 int giveWhole(thandle_t handle, void** base, toff_t* size)
 {
     const Memory& memory = Memory::of(handle);
@@ -120,12 +126,14 @@ struct OptionsDeleter
     void operator()(TIFFOpenOptions* options) const { TIFFOpenOptionsFree(options); }
 };
 
+// The handlers belong to the one file: those of the process would print.
 UniqueTiff open(Memory& memory, const char* mode)
 {
     const std::unique_ptr<TIFFOpenOptions, OptionsDeleter> options(TIFFOpenOptionsAlloc());
     if (!options) {
         throw std::bad_alloc();
     }
+    // A file may claim pieces of any size; the library asks for memory before it reads them.
     TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), kMostLibraryBytes);
     TIFFOpenOptionsSetErrorHandlerExtR(options.get(), keepRemark, &memory);
     TIFFOpenOptionsSetWarningHandlerExtR(options.get(), ignore, nullptr);
@@ -161,6 +169,7 @@ struct Layout
 
 bool readLayout(TIFF* tiff, Layout& layout)
 {
+    // The tags that have defaults, then those that a picture cannot be without.
     std::uint16_t numExtra = 0;
     std::uint16_t* extra = nullptr;
     TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &layout.samples);
@@ -202,6 +211,7 @@ std::uint64_t mostPerByte(std::uint16_t compression)
 
 bool isBelievable(const Layout& layout, std::uint64_t fileSize, TIFF* tiff)
 {
+    // A file cannot hold more than its compression can make of its bytes.
     const std::uint64_t most = fileSize * mostPerByte(layout.compression);
     const std::uint64_t rowBits = std::uint64_t{layout.width} * layout.samples * layout.bits;
     // JPEG may keep colours at a quarter of the resolution.
@@ -226,6 +236,7 @@ void convert(const unsigned char* from, std::size_t count, std::size_t step, uns
 void takeSamples(const Layout& layout, const unsigned char* from, std::size_t count, std::size_t step,
                  unsigned char* to)
 {
+    // `isPlain` has let nothing else pass: 8, 16 and 32 bits, the latter also as floating point.
     if (layout.bits == 16) {
         convert<std::uint16_t>(from, count, step, to);
     } else if (layout.bits == 32 && layout.sampleFormat == SAMPLEFORMAT_UINT) {
@@ -267,6 +278,7 @@ private:
     bool readRows(std::uint16_t plane)
     {
         std::vector<unsigned char> row(static_cast<std::size_t>(TIFFScanlineSize64(m_tiff)));
+        // The library writes as many bytes as it says; fewer than the layout needs would be read beyond their end.
         if (row.size() < std::size_t{m_layout.width} * perPixel() * (m_layout.bits / 8)) {
             return false;
         }
@@ -295,6 +307,7 @@ private:
                                  0, plane) < 0) {
                     return false;
                 }
+                // The last tiles reach over the edges; what is outside is left out.
                 const std::size_t rows =
                     static_cast<std::size_t>(std::min<std::uint64_t>(height, m_layout.height - top));
                 const std::size_t pixels =
@@ -322,6 +335,7 @@ bool readPlain(TIFF* tiff, const Layout& layout, KrPicture& picture)
             return false;
         }
     }
+    // Grey of this kind counts ink: 0 is white.
     if (layout.photometric == PHOTOMETRIC_MINISWHITE) {
         for (std::size_t i = 0; i < picture.pixels.size(); i += layout.samples) {
             picture.pixels[i] = static_cast<unsigned char>(255 - picture.pixels[i]);
@@ -407,8 +421,10 @@ std::string KrTiffCoder::encode(const KrPicture& picture, std::string& bytes)
         TIFFSetField(tiff.get(), TIFFTAG_SAMPLESPERPIXEL, channels);
         TIFFSetField(tiff.get(), TIFFTAG_PHOTOMETRIC, channels < 3 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
         TIFFSetField(tiff.get(), TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+        // Lossless, and read by everything that reads TIFF.
         TIFFSetField(tiff.get(), TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS);
         if (channels % 2 == 0) {
+            // Opacity that is not multiplied into the colours, as in all pictures here.
             const std::uint16_t opacity = EXTRASAMPLE_UNASSALPHA;
             TIFFSetField(tiff.get(), TIFFTAG_EXTRASAMPLES, 1, &opacity);
         }
@@ -421,6 +437,7 @@ std::string KrTiffCoder::encode(const KrPicture& picture, std::string& bytes)
         isWritten = TIFFWriteScanline(tiff.get(), from, row, 0) == 1;
     }
     isWritten = isWritten && TIFFFlush(tiff.get()) == 1;
+    // Closing writes the directory, so failures are asked about afterwards.
     tiff.reset();
     if (memory.isOutOfMemory) {
         throw std::bad_alloc();
