@@ -13,6 +13,7 @@ class KrRenderWindowParameters : public KrXmlCompoundType
 public:
     using BackgroundColor = KrXmlVectorType<KrXmlBasicType<unsigned char>>;
 
+    /// 128 x 128 pixels at (10, 10), three channels, no background colour.
     KrRenderWindowParameters();
     KrRenderWindowParameters(const KrRenderWindowParameters& other);
     KrRenderWindowParameters& operator=(const KrRenderWindowParameters& other);
@@ -27,12 +28,14 @@ public:
     bool equality(const KrXmlObject* other) const override;
     KrXmlObject* newObject() const override;
     void registerComponents() override;
-    virtual unsigned int width() const; ///< pixels
+    /// Size and place on the screen, pixels. Setters take any value: these are what is asked for, not what is had.
+    virtual unsigned int width() const;
     virtual void setWidth(unsigned int width);
-    virtual unsigned int height() const; ///< pixels
+    virtual unsigned int height() const;
     virtual void setHeight(unsigned int height);
-    virtual const KrPixel& upperLeftCorner() const; ///< on the screen
+    virtual const KrPixel& upperLeftCorner() const;
     virtual void setUpperLeftCorner(const KrPixel& corner);
+    /// Of a pixel; 3 for red, green and blue.
     virtual unsigned int numChannels() const;
     virtual void setNumChannels(unsigned int channels);
     /// One value a channel, 0 to 255.
@@ -41,6 +44,7 @@ public:
 
     bool assign(const KrXmlObject& other) override;
     KrXmlToken token() const override;
+    /// Whether all that is registered is equal.
     bool operator==(const KrRenderWindowParameters& other) const;
     bool operator!=(const KrRenderWindowParameters& other) const { return !(*this == other); }
 

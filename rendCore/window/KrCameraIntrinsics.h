@@ -63,6 +63,7 @@ struct KrCameraIntrinsics
     double fieldOfView() const;
 };
 
+/// Whether every number is the same.
 bool operator==(const KrCameraIntrinsics& a, const KrCameraIntrinsics& b);
 inline bool operator!=(const KrCameraIntrinsics& a, const KrCameraIntrinsics& b)
 {
