@@ -14,6 +14,7 @@ class KrMaterialProperties
 {
 public:
     KrMaterialProperties() = default;
+    /// Copies share the texture's scene objects.
     KrMaterialProperties(const KrMaterialProperties& other);
     virtual ~KrMaterialProperties() = default;
     KrMaterialProperties& operator=(const KrMaterialProperties& other);
@@ -25,8 +26,10 @@ public:
     void set(double r, double g, double b);
     void getDiffuseColor(osg::Vec4f& color) const;
 
+    /// A copy that shares the scene objects of `texture`; it is shown over the colours.
     void setTexture(const KrSGTexture& texture);
     const KrSGTexture& getTexture() const { return m_texture; }
+    /// Whether surfaces are seen from behind, too.
     bool renderBothSides() const { return m_renderBothSides; }
     void setRenderBothSides(bool on) { m_renderBothSides = on; }
 
@@ -37,6 +40,7 @@ public:
     /// Adds this look to `stateSet`; clears nothing that it holds.
     void setState(osg::StateSet* stateSet) const;
 
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
     bool selfTest() const;
 
 private:

@@ -13,6 +13,7 @@ class KrMathRoutine
 public:
     virtual ~KrMathRoutine() = default;
 
+    /// Copies three numbers.
     virtual void assignVector3(double* to, const double* from) const;
     virtual void assignVector3F(float* to, const float* from) const;
     /// out = a + b; `out` may be one of the operands, here and in the next two.

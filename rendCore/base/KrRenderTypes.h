@@ -40,6 +40,7 @@ public:
     KrRenderTypes() = delete;
 
     static osg::Vec4d ec2osg(const KrColor& color); ///< red, green, blue, alpha
+    // x, y, z.
     static osg::Vec3d ec2osg(const KrVector& vector);
     static void ec2osg(const KrVector& vector, osg::Vec3d& out);
     static KrVector osg2ec(const osg::Vec3d& vector);

@@ -13,6 +13,7 @@ float Clamp(double angle);
 class KrTransformation
 {
 public:
+    /// The identity.
     KrTransformation() { identity(); }
     KrTransformation(const KrTransformation&) = default;
     virtual ~KrTransformation() = default;
@@ -21,12 +22,14 @@ public:
     bool operator==(const KrTransformation& other) const;
     bool operator!=(const KrTransformation& other) const { return !(*this == other); }
 
+    /// Makes this the identity, and returns it.
     KrTransformation& identity();
     /// Copies 16 doubles in storage order.
     virtual void assign(double* d);
     /// The 16 entries; borrowed from this object.
     double* getEntry() { return m_entry; }
 
+    /// The three entries e[12], e[13], e[14].
     void getTranslate(double* t) const;
     void getTranslate(KrVector& t) const;
     /// Sets e[12], e[13], e[14] and nothing else.

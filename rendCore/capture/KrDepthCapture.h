@@ -37,6 +37,7 @@ public:
         float background = std::numeric_limits<float>::infinity();
     };
 
+    /// Reads nothing yet, and needs no context.
     KrDepthCapture();
     ~KrDepthCapture();
     KrDepthCapture(const KrDepthCapture&) = delete;

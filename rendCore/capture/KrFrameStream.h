@@ -48,7 +48,7 @@ public:
         Content content = Content::Color;
         std::uint64_t number = 0; ///< counts the frames that were read, from 0
         osg::Matrixd worldToEye;  ///< the camera's when this frame was drawn (row vectors, OpenGL eye axes)
-        osg::Matrixd projection;  ///< likewise
+        osg::Matrixd projection;  ///< the camera's, eye axes to clip coordinates
     };
 
     /// Takes a frame. What it throws reaches the caller of `renderScene` or `flush`; the frame counts as handed out.
@@ -57,6 +57,7 @@ public:
     /// not handed out.
     using Lender = std::function<unsigned char*(const Frame& frame)>;
 
+    /// Reads `content` of every frame from the first one on that is drawn with the stream installed.
     explicit KrFrameStream(Content content);
 
     // Neither function may be replaced from within one of the two, nor draw, nor close the window.

@@ -21,6 +21,7 @@ public:
         Suspended = 1 ///< as is any other value than Capture
     };
 
+    /// Hands out every frame in the window's size until something else is set.
     KrRenderCaptureManager();
 
     /// Frames a second; zero, negative and NaN mean a period of 0. Kept: it throttles nothing, every frame is handed
@@ -35,6 +36,7 @@ public:
 
     bool preRender(osgViewer::Viewer* viewer) override;
     bool postRender(osgViewer::Viewer* viewer) override;
+    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
     virtual bool selfTest() const;
 
     /// Receives each frame's image, which is borrowed for the call and overwritten by the next frame.

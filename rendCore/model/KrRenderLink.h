@@ -73,6 +73,7 @@ public:
     /// Builds the shapes of `link` under the DH frame node, sharing those that another link already draws.
     virtual void addLinkGeometry(const KrManipulatorLink& link, const KrMaterialMap& materialMap);
 
+    /// Where the link's joint stands in a position state, and which manipulator of the system it belongs to.
     unsigned int getJointIndex() const { return m_jointIndex; }
     unsigned int getManIndex() const { return m_manIndex; }
 

@@ -32,6 +32,7 @@ public:
     /// Builds the link nodes below `parent`, numbering them in depth-first pre-order. Nothing for null.
     virtual void processChildren(KrRenderLink* parent);
 
+    /// Which manipulator of the system this is.
     unsigned int getManipulatorIndex() const { return m_manIndex; }
     /// Link nodes without the base.
     unsigned int getNumTotalLinks() const { return m_numTotalLinks; }

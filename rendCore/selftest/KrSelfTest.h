@@ -31,9 +31,10 @@ public:
     {
         std::function<void(KrSGWindow& window)> window;  ///< called before each frame that is captured
         std::function<void(KrImage& picture)> picture;   ///< called with each picture before it is judged
-        std::function<void(std::vector<float>&)> depths; ///< likewise with depths
+        std::function<void(std::vector<float>&)> depths; ///< called with depths before they are judged
     };
 
+    /// All three are literals or functions of the library, and outlive the test.
     KrSelfTest(const char* name, const char* checks, void (*scene)(KrSelfTestRun&))
         : m_name(name)
         , m_checks(checks)

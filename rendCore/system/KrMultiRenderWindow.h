@@ -54,6 +54,7 @@ public:
     /// Pixels, of the whole window, in both directions.
     static constexpr unsigned int kLargestSize = 2048;
 
+    /// No views, and no grid, before `setWindowParams` or `setWindowSize`.
     KrMultiRenderWindow();
     /// As `setWindowParams`.
     KrMultiRenderWindow(unsigned int singleWidth, unsigned int singleHeight, unsigned int numWindows);
@@ -87,7 +88,7 @@ public:
     /// Gives every view its share of a window of that size, as the user's drag of a window's edge asks: the grid keeps
     /// its columns and rows, and the window becomes as large as it.
     /// @param width   of the whole window, pixels; what is over kLargestSize is left out
-    /// @param height  likewise
+    /// @param height  of the whole window, pixels; what is over kLargestSize is left out
     /// @return false, and nothing done, when the views have that share already
     bool shareOut(unsigned int width, unsigned int height);
     /// What was asked for last, also when it was refused. Pixels.

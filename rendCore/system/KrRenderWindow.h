@@ -24,6 +24,7 @@ class KrRenderManipulator;
 class KrRenderWindow : public KrSGWindow
 {
 public:
+    /// Shows nothing before `setStatedSystem`.
     KrRenderWindow();
     ~KrRenderWindow() override;
 

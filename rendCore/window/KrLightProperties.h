@@ -44,17 +44,26 @@ public:
     /// @return the light source when this call made it: the caller puts it under the scene's root; else null
     osg::LightSource* setGL();
 
+    // The values as setLightPara loaded them; the arrays are borrowed. Colours are red, green, blue, alpha, 0 to 1.
+
+    /// Whether the light is switched on.
     bool isEnabled() const { return m_enabled; }
     int lightNumber() const { return m_lightNumber; } ///< -1 before `setLightPara`
+    /// Whether the light follows the eye, see setAtEye.
     bool isAtEye() const { return m_atEye; }
     bool isDirty() const { return m_dirty; } ///< changed since the last `setGL` that applied the values
+    /// The light that the lamp adds everywhere.
     const float* ambient() const { return m_ambient; }
+    /// The light that a dull surface scatters.
     const float* diffuse() const { return m_diffuse; }
+    /// The light that a shining surface mirrors.
     const float* specular() const { return m_specular; }
     const float* position() const { return m_position; }   ///< x, y, z, w; w is 0 for a directional light
     const float* direction() const { return m_direction; } ///< three floats, of a spot light
+    /// How much the light gathers in the middle of its cone, 0 to 128; 0 is even.
     float spotExponent() const { return m_spotExponent; }
     float spotCutoff() const { return m_spotCutoff; } ///< degrees; never given to the scene's light
+    /// Light fades by 1 / (constant + linear d + quadratic d^2), d being the distance in metres.
     float constantAttenuation() const { return m_constantAttenuation; }
     float linearAttenuation() const { return m_linearAttenuation; }
     float quadraticAttenuation() const { return m_quadraticAttenuation; }

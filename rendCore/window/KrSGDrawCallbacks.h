@@ -12,9 +12,11 @@
 class KrSGWindow::DrawCallback : public osg::Referenced
 {
 public:
+    /// Called before the frame. False leaves `postRender` out, but not the frame.
     virtual bool preRender(osgViewer::Viewer* viewer);
     /// preRender, the viewer's frame whatever that returned, then, if it returned true, postRender.
     virtual bool render(osgViewer::Viewer* viewer);
+    /// Called after the frame, its context current. The result is that of `render`.
     virtual bool postRender(osgViewer::Viewer* viewer);
 
 protected:
@@ -31,6 +33,7 @@ public:
 
     bool preRender(osgViewer::Viewer* viewer) override;
     bool postRender(osgViewer::Viewer* viewer) override;
+    /// Where the next frames go and what is read, as in the constructor.
     virtual void setCapture(KrImage* target, unsigned int flags);
     /// Turns 32-bit depths into bytes in the target: 0 at the nearest drawn depth, growing with the depth to 255 just
     /// before the farthest one, which wraps to 0 like the background.

@@ -71,6 +71,7 @@ public:
         CaptureFlipped = 0x8, ///< stores through the image's flipped storage
     };
 
+    /// Needs no context: `init` makes everything that does.
     KrSGWindow();
     ~KrSGWindow() override;
 
@@ -219,7 +220,7 @@ protected:
     KrColor m_ambientLight = KrColor(0.5, 0.5, 0.5, 0.5);
 
     int surfaceWidth() const;  ///< pixels that are drawn into: 1 where the window has 0
-    int surfaceHeight() const; ///< likewise
+    int surfaceHeight() const; ///< pixels that are drawn into: 1 where the window has 0
     /// The planes of a camera that far from what it looks at, before those of what is drawn take their place. m
     void clippingPlanes(double distance, double& near, double& far) const;
 

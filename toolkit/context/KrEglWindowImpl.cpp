@@ -1,7 +1,7 @@
 #include <toolkit/context/KrEglWindowImpl.h>
 
 #include <toolkit/context/private/KrCurrentContext.h>
-#include <toolkit/context/private/KrEglDriverWords.h>
+#include <toolkit/context/private/KrEglDriverLog.h>
 #include <toolkit/context/private/KrEglPlatform.h>
 #include <toolkit/context/private/KrForkGuard.h>
 
@@ -251,7 +251,7 @@ private:
     {
         m_attempt.outcome = outcome;
         // Taken in any case, so that the next attempt does not tell of this one.
-        m_attempt.driverError = m_words.takeError();
+        m_attempt.driverError = m_messages.takeError();
         m_attempt.remedy = remedy;
         return false;
     }
@@ -264,7 +264,7 @@ private:
         if (!eglInitialize(m_open->platform.display, nullptr, nullptr)) {
             return fail("eglInitialize fails", m_open->platform.remedy);
         }
-        m_words.takeError(); // Mesa speaks of drivers it passed over even where it succeeds
+        m_messages.takeError(); // Mesa speaks of drivers it passed over even where it succeeds
         return true;
     }
 
@@ -370,7 +370,7 @@ private:
         return found.isSoftware;
     }
 
-    KrEglDriverWords m_words;
+    KrEglDriverLog m_messages;
     const KrWindowImpl::Settings& m_settings;
     const OpenContext* m_share;
     std::string m_size;

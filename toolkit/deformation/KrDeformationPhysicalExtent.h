@@ -120,7 +120,8 @@ public:
     /// All vertices as they are now, those of cuts included, before the offset of their piece. Borrowed until the next
     /// change.
     const std::vector<KrVector>& points() const;
-    /// Unit normals, likewise.
+    /// Unit normals as they are now, those of cuts included, before the offset of their piece. Borrowed until the next
+    /// change.
     const std::vector<KrVector>& normals() const;
     /// Empty for a mesh without texture coordinates.
     const std::vector<KrPlanarVector>& textureCoordinates() const { return m_textureCoordinates.values(); }

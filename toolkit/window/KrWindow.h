@@ -37,11 +37,15 @@ public:
     virtual bool setWindowSize(unsigned int width, unsigned int height);
     /// Upper left corner on the screen, pixels; `move` false only stores it.
     virtual bool setWindowPos(int x, int y, bool move);
+    /// `setWindowSize`, then `setWindowPos`; false when either is.
     virtual bool setWindowSizeAndPos(unsigned int width, unsigned int height, int x, int y);
+    /// The title on the screen, and the name in messages. UTF-8.
     virtual void setName(const std::string& name);
     virtual const std::string& getName() const;
+    /// Whether the window stays above others on the screen. False, after one message, and no change, when it cannot.
     virtual bool setTopMost(bool topMost);
     virtual bool getTopMost() const;
+    /// A hidden window draws the same pixels off the screen. False, after one message, and no change, when it cannot.
     virtual bool setHideWindow(bool hide);
     virtual bool getHideWindow() const;
     /// Before `init`: asks for a stereo visual. After: what was got.
@@ -54,6 +58,7 @@ public:
     virtual std::vector<KrWindow*> getShare() const;
     /// The window given to `share`; null when none was, or when it is gone.
     virtual KrWindow* getShareWindow() const;
+    /// Makes the context current and shows what was drawn. False as for `makeCurrent`.
     virtual bool swapBuffers();
     /// Makes this window's context current and this window `getWindow()`. False when it is not open; false, after one
     /// message, in a thread or a process that the window does not belong to.

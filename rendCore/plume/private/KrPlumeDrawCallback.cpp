@@ -18,7 +18,7 @@ namespace
 /// 0 and 1 hold the field and its colours.
 constexpr unsigned int kDepthUnit = 2;
 constexpr GLenum kFramebufferBinding = 0x8CA6; // GL_FRAMEBUFFER_BINDING, which not every GL header has
-constexpr GLenum kSampleBuffers = 0x80A8;      // GL_SAMPLE_BUFFERS, likewise
+constexpr GLenum kSampleBuffers = 0x80A8;      // GL_SAMPLE_BUFFERS, which not every GL header has
 
 int query(GLenum name)
 {

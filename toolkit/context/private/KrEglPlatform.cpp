@@ -1,6 +1,6 @@
 #include <toolkit/context/private/KrEglPlatform.h>
 
-#include <toolkit/context/private/KrEglDriverWords.h>
+#include <toolkit/context/private/KrEglDriverLog.h>
 
 #include <EGL/eglext.h>
 
@@ -149,11 +149,11 @@ bool KrEglPlatforms::haveDriver(KrWindowReport& report)
     KrWindowReport::Attempt attempt;
     attempt.backEnd = "EGL";
     attempt.outcome = "the EGL library finds no driver";
-    KrEglDriverWords words;
+    KrEglDriverLog log;
     if (eglGetDisplay(EGL_DEFAULT_DISPLAY) != EGL_NO_DISPLAY) {
         return true; // EGL before 1.5 has no client extensions, yet a display
     }
-    attempt.driverError = words.takeError();
+    attempt.driverError = log.takeError();
     attempt.remedy = mesaRemedy() + ", or the EGL library of the graphics hardware's maker" +
                      unsetRemedy("__EGL_VENDOR_LIBRARY_FILENAMES") + unsetRemedy("__EGL_VENDOR_LIBRARY_DIRS");
     report.attempts.push_back(attempt);

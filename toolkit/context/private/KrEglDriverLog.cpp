@@ -1,4 +1,4 @@
-#include <toolkit/context/private/KrEglDriverWords.h>
+#include <toolkit/context/private/KrEglDriverLog.h>
 
 #include <EGL/eglext.h>
 
@@ -10,7 +10,7 @@ namespace
 {
 
 // The callback carries no user pointer; it runs in the thread whose call it speaks of.
-thread_local KrEglDriverWords* t_listener = nullptr;
+thread_local KrEglDriverLog* t_listener = nullptr;
 
 /// EGL has one callback in a process: the first listener of all threads puts ours in, the last one takes it out.
 struct Installation
@@ -77,7 +77,7 @@ bool install(Installation& ours, EGLDEBUGPROCKHR callback)
 
 } // namespace
 
-KrEglDriverWords::KrEglDriverWords()
+KrEglDriverLog::KrEglDriverLog()
 {
     // An outer listener of this thread hears already, and the callback knows one for each thread.
     if (t_listener) {
@@ -92,7 +92,7 @@ KrEglDriverWords::KrEglDriverWords()
     }
 }
 
-KrEglDriverWords::~KrEglDriverWords()
+KrEglDriverLog::~KrEglDriverLog()
 {
     if (!m_isInstalled) {
         return;
@@ -109,39 +109,39 @@ KrEglDriverWords::~KrEglDriverWords()
 }
 
 // Called by the driver, in the middle of a call to EGL: it only takes notes.
-void EGLAPIENTRY KrEglDriverWords::heard(EGLenum, const char*, EGLint, void*, void*, const char* message)
+void EGLAPIENTRY KrEglDriverLog::heard(EGLenum, const char*, EGLint, void*, void*, const char* message)
 {
     if (t_listener && message) {
         t_listener->hear(message);
     }
 }
 
-void KrEglDriverWords::hear(const char* message)
+void KrEglDriverLog::hear(const char* message)
 {
     std::string words = message;
     while (!words.empty() && (words.back() == '\n' || words.back() == '.')) {
         words.pop_back();
     }
     // Mesa closes with the bare name of the function, and repeats itself for every driver file it tries.
-    if (words.empty() || words.compare(0, 3, "egl") == 0 || m_words.find(words) != std::string::npos) {
+    if (words.empty() || words.compare(0, 3, "egl") == 0 || m_messages.find(words) != std::string::npos) {
         return;
     }
-    m_words += (m_words.empty() ? "" : ", ") + words;
+    m_messages += (m_messages.empty() ? "" : ", ") + words;
 }
 
-std::string KrEglDriverWords::takeError()
+std::string KrEglDriverLog::takeError()
 {
     // Reading the error clears it, so it is asked for in any case.
     const EGLint error = eglGetError();
     std::string text = error == EGL_SUCCESS ? std::string() : errorName(error);
-    if (!m_words.empty()) {
-        text += (text.empty() ? "" : ": ") + m_words;
+    if (!m_messages.empty()) {
+        text += (text.empty() ? "" : ": ") + m_messages;
     }
-    m_words.clear();
+    m_messages.clear();
     return text;
 }
 
-std::string KrEglDriverWords::errorName(EGLint error)
+std::string KrEglDriverLog::errorName(EGLint error)
 {
     for (const ErrorName& known : kErrorNames) {
         if (known.error == error) {

@@ -6,15 +6,15 @@
 
 /// Collects what the EGL library and its driver say while one of these is alive in this thread, where they can speak
 /// (EGL_KHR_debug); the client's own debug callback is back in place afterwards.
-class KrEglDriverWords
+class KrEglDriverLog
 {
 public:
-    KrEglDriverWords();
-    ~KrEglDriverWords();
-    KrEglDriverWords(const KrEglDriverWords&) = delete;
-    KrEglDriverWords& operator=(const KrEglDriverWords&) = delete;
+    KrEglDriverLog();
+    ~KrEglDriverLog();
+    KrEglDriverLog(const KrEglDriverLog&) = delete;
+    KrEglDriverLog& operator=(const KrEglDriverLog&) = delete;
 
-    /// The name of the last EGL error in this thread, which is cleared, and the words heard since the last call.
+    /// The name of the last EGL error in this thread, which is cleared, and the messages since the last call.
     std::string takeError();
 
     /// "EGL_BAD_MATCH"; the number in hexadecimal when it is none of EGL's.
@@ -25,6 +25,6 @@ private:
     static void EGLAPIENTRY heard(EGLenum error, const char* command, EGLint type, void* threadLabel, void* objectLabel,
                                   const char* message);
 
-    std::string m_words;
+    std::string m_messages;
     bool m_isInstalled = false;
 };
