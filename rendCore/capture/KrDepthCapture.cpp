@@ -31,6 +31,7 @@ struct DepthTerms
         , d(static_cast<float>(projection(3, 3)))
     {
     }
+    // OpenGL 2.1, sections 2.11.1 and 2.11.2, solved for z; the header gives the formula.
     double planar(double bufferValue) const
     {
         const double e = 2.0 * bufferValue - 1.0;
@@ -46,8 +47,11 @@ struct DepthTerms
 /// Whether depth goes its own way: x and y have no part in z' and w', and rays leave one point or are parallel.
 bool isSupported(const osg::Matrixd& p)
 {
+    // Exact comparisons: these are zeros that nothing was added to, in every projection that
+    // is built and not composed.
     const bool isSeparate = p(0, 2) == 0.0 && p(1, 2) == 0.0 && p(0, 3) == 0.0 && p(1, 3) == 0.0;
     const bool isCentral = p(3, 0) == 0.0 && p(3, 1) == 0.0 && p(3, 3) == 0.0;
+    // The last two: depth can be told from z' / w', and x and y from x' and y'.
     return isSeparate && (isCentral || p(2, 3) == 0.0) && p(2, 2) * p(3, 3) != p(3, 2) * p(2, 3) &&
            p(0, 0) * p(1, 1) != p(0, 1) * p(1, 0);
 }
@@ -66,6 +70,7 @@ struct RaySlopes
     double length(unsigned int column, unsigned int row) const
     {
         // x' = x p00 + y p10 + z p20 and w' = z p23, for z = -1.
+        // The middle of a pixel, in [-1, 1] over the picture.
         const double x = -((column + 0.5) * xStep - 1.0) * p(2, 3) + p(2, 0);
         const double y = -((row + 0.5) * yStep - 1.0) * p(2, 3) + p(2, 1);
         const double right = (x * p(1, 1) - y * p(1, 0)) / determinant;
@@ -100,6 +105,7 @@ public:
     {
     }
 
+    // Until a stage has been read: a frame may end before it, or somebody's callback may take this one's place.
     void begin() { m_failure = "no frame was drawn"; }
     /// Null when the frame was read.
     const char* failure() const { return m_failure; }
@@ -110,12 +116,14 @@ public:
         if (!stage) {
             return false;
         }
+        // An application's own drawing goes on, inside of this.
         m_previous = stage->getDrawCallback();
         stage->setDrawCallback(m_stageCallback);
         return true;
     }
     bool postRender(osgViewer::Viewer* viewer) override
     {
+        // Somebody who is called in the frame may have closed the window, and the stage has gone with it.
         if (osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer)) {
             stage->setDrawCallback(m_previous);
         }
@@ -141,6 +149,7 @@ private:
             } else {
                 bin->drawImplementation(renderInfo, previous);
             }
+            // The scene graph's drawing knows no exceptions: none may pass through it.
             try {
                 m_reader.m_failure = m_reader.read(*bin, renderInfo);
             } catch (const std::exception&) {
@@ -160,6 +169,7 @@ private:
         if (!viewport) {
             return "the camera has no viewport";
         }
+        // With the near and far plane that were fitted to the scene; the camera's own matrix does not have them.
         const osg::Matrixd projection = KrDrawnProjection::of(bin, camera->getProjectionMatrix());
         if (!isSupported(projection)) {
             return "its projection mixes depth with x or y";
@@ -167,15 +177,18 @@ private:
         GLint depthBits = 0;
         GLint sampleBuffers = 0;
         glGetIntegerv(GL_DEPTH_BITS, &depthBits);
+        // Depths of several samples cannot be read as one.
         glGetIntegerv(GL_SAMPLE_BUFFERS, &sampleBuffers);
         if (depthBits <= 0 || depthBits > 32 || sampleBuffers != 0) {
             return depthBits <= 0 ? "its target has no depth" : "its target has several samples a pixel";
         }
         const GLint area[4] = {static_cast<GLint>(viewport->x()), static_cast<GLint>(viewport->y()),
                                static_cast<GLint>(viewport->width()), static_cast<GLint>(viewport->height())};
+        // Kept from frame to frame: a picture of the same size allocates nothing.
         m_capture.m_values.resize(std::size_t(area[2]) * std::size_t(area[3]));
         forgetErrors();
         {
+            // Rows begin at multiples of four bytes, as 32-bit values do.
             const KrPixelTransferGuard guard(*renderInfo.getState()->get<osg::GLExtensions>(), 4);
             glReadPixels(area[0], area[1], area[2], area[3], GL_DEPTH_COMPONENT, GL_UNSIGNED_INT,
                          m_capture.m_values.data());
@@ -205,6 +218,7 @@ KrDepthCapture::~KrDepthCapture() = default;
 
 bool KrDepthCapture::render(KrSGWindow& window, const Options& options, std::vector<float>& depths)
 {
+    // The window's own callback is put back, and does not see this frame.
     const osg::ref_ptr<KrSGWindow::DrawCallback> previous = window.getDrawCallback();
     m_reader->begin();
     window.setDrawCallback(m_reader);
@@ -213,6 +227,7 @@ bool KrDepthCapture::render(KrSGWindow& window, const Options& options, std::vec
     const char* failure = isDrawn ? m_reader->failure() : "no frame was drawn";
     try {
         if (!failure) {
+            // Only now: on failure the caller's depths are as they were.
             depths.resize(m_values.size());
             convert(options, depths);
         }
@@ -235,12 +250,14 @@ void KrDepthCapture::convert(const Options& options, std::vector<float>& depths)
     const std::uint32_t farthest = 0xFFFFFFFFu >> unused;
     const DepthTerms terms(m_projection);
     const RaySlopes rays(m_projection, m_width, m_height);
+    // Parallel rays have p(2, 3) = 0 and are as long as they are deep.
     const bool isSlanted = options.kind == Kind::Euclidean && m_projection(2, 3) != 0.0;
     const std::uint32_t* value = m_values.data();
     for (unsigned int row = 0; row < m_height; ++row) {
         const unsigned int place = options.rowOrder == RowOrder::TopRowFirst ? m_height - 1 - row : row;
         float* out = depths.data() + std::size_t(place) * m_width;
         for (unsigned int column = 0; column < m_width; ++column) {
+            // All 32 bits where the depth buffer has as many; the shift is 0 then.
             const std::uint32_t step = *value++ >> unused;
             if (step == farthest) {
                 *out++ = options.background;

@@ -26,6 +26,7 @@ void describeJoints(const KrIndividualManipulator& manipulator, const KrPosition
                     KrFrameDescription::Manipulator& out)
 {
     const std::vector<const KrManipulatorLink*> links = manipulator.links();
+    // A state and a system may disagree: what both have is described.
     const std::size_t count = std::min<std::size_t>(links.size(), state.jointPositions().size());
     out.name = manipulator.name();
     out.joints.resize(count);
@@ -37,9 +38,11 @@ void describeJoints(const KrIndividualManipulator& manipulator, const KrPosition
 
 void describeState(const KrRenderWindow* window, KrFrameDescription& out)
 {
+    // A plain scene window has neither system nor state.
     const KrStatedSystem* const system = window ? window->statedSystem() : nullptr;
     const KrManipulatorSystemState* const state = window ? window->state() : nullptr;
     out.time = state ? state->time() : 0.0;
+    // A description may be filled again for the next frame.
     out.manipulators.clear();
     if (!system || !state) {
         return;
@@ -54,6 +57,7 @@ void describeState(const KrRenderWindow* window, KrFrameDescription& out)
 void describeClipping(KrFrameDescription& out)
 {
     double left, right, bottom, top;
+    // Each of the two knows its own kind of projection only.
     if (!out.projection.getFrustum(left, right, bottom, top, out.near, out.far)) {
         out.projection.getOrtho(left, right, bottom, top, out.near, out.far);
     }
@@ -62,6 +66,7 @@ void describeClipping(KrFrameDescription& out)
 /// A projection knows its camera but for rounding: one that was set is told as it was set.
 bool isProjectionOf(const KrCameraIntrinsics& camera, const osg::Matrixd& projection)
 {
+    // The planes are any: their entries are not compared.
     const osg::Matrixd p = camera.projection(1.0, 2.0);
     return p(0, 0) == projection(0, 0) && p(1, 1) == projection(1, 1) && p(2, 0) == projection(2, 0) &&
            p(2, 1) == projection(2, 1);
@@ -69,6 +74,7 @@ bool isProjectionOf(const KrCameraIntrinsics& camera, const osg::Matrixd& projec
 
 bool isSame(const osg::Matrixd& a, const osg::Matrixd& b)
 {
+    // The tolerance grows with the distance of the camera, whose digits it shares.
     const double size = 1.0 + osg::Vec3d(a(3, 0), a(3, 1), a(3, 2)).length();
     return std::equal(a.ptr(), a.ptr() + 16, b.ptr(),
                       [size](double x, double y) { return std::abs(x - y) <= kSameView * size; });
@@ -86,6 +92,7 @@ bool KrFrameDescription::fill(const KrSGWindow& window)
 {
     osgViewer::Viewer* const viewer = window.getViewer();
     const osg::FrameStamp* const stamp = viewer ? viewer->getFrameStamp() : nullptr;
+    // Near and far plane are fitted when a frame is drawn: without one there is no projection to tell.
     if (!stamp || stamp->getFrameNumber() == 0) {
         Kr::Print::instance()->write(Kr::Print::Warning,
                                      "KrFrameDescription::fill - window \"%s\" has drawn no frame yet.\n",
@@ -103,9 +110,11 @@ bool KrFrameDescription::fill(const KrSGWindow& window)
     describeClipping(*this);
     KrCameraIntrinsics camera;
     const bool isPinhole = KrCameraIntrinsics::fromProjection(projection, width, height, camera);
+    // An orthographic picture has no focal length.
     intrinsics = isPinhole ? std::optional<KrCameraIntrinsics>(camera) : std::nullopt;
     const KrCameraIntrinsics* const given = window.cameraIntrinsics();
     if (isPinhole && given && isProjectionOf(*given, projection)) {
+        // What was set is told to its last digit, for the size of this picture.
         intrinsics = given->width == width && given->height == height ? *given : given->scaledTo(width, height);
     }
     pov = window.getPovParameters();
@@ -133,11 +142,13 @@ KrPovParameters KrFrameDescription::actualPov() const
     const osg::ref_ptr<KrSGBaseInputHandler> camera = new KrSGBaseInputHandler(nullptr);
     camera->setPovParameters(pov);
     KrPovParameters actual = pov;
+    // Told as it was given where the window has followed it: eye point and centre have digits that a matrix has lost.
     if (isSame(camera->getInverseMatrix(), view)) {
         return actual;
     }
     KrCoordinateSystemTransformation cameraToWorld;
     if (cameraToWorld.setFrom16(osg::Matrixd::inverse(opticalView()).ptr())) {
+        // A view says nothing of the distance to the centre of interest: the one that was given is kept.
         const double distance = pov.viewingDistance();
         KrOpticalFrame::toPov(cameraToWorld, distance > 0.0 ? distance : 1.0, actual);
     }
@@ -162,6 +173,7 @@ bool KrFrameDescription::writeFile(const std::string& path) const
 
 bool KrFrameDescription::readFile(const std::string& path)
 {
+    // Within a limit before anything is parsed: the file is anybody's.
     KrInputFile file(Kr::Limits::kCameraBytes);
     std::string text;
     if (!file.open(path) || !file.readAll(text)) {
@@ -180,6 +192,7 @@ bool KrFrameDescription::readText(const std::string& text, const std::string& na
         refuse(name, failure);
         return false;
     }
+    // Only now: a refusal changes nothing.
     *this = found;
     return true;
 }

@@ -19,11 +19,13 @@
 namespace
 {
 
+// The frame that is drawn now is the newest; those before it have had one or two frames' time to arrive.
 constexpr unsigned int kMostFramesLate = 2;
 constexpr std::size_t kSlots = kMostFramesLate + 1; // one more: the frame that is being drawn
 
 using Content = KrFrameStream::Content;
 
+// Three channels and no alpha, as pictures are handed out elsewhere.
 GLenum formatOf(Content content)
 {
     return content == Content::Color ? GL_RGB : GL_DEPTH_COMPONENT;
@@ -42,6 +44,7 @@ GLenum typeOf(Content content)
     return GL_FLOAT;
 }
 
+// Depths are four bytes in both forms.
 std::size_t pixelBytes(Content content)
 {
     return content == Content::Color ? 3 : 4;
@@ -64,6 +67,7 @@ public:
     {
         if (m_isBound) {
             m_before = static_cast<GLuint>(queried(GL_READ_FRAMEBUFFER_BINDING));
+            // For reading only: what the frame draws into stays bound for drawing.
             target->apply(state, osg::FrameBufferObject::READ_FRAMEBUFFER);
         }
     }
@@ -89,6 +93,7 @@ const osg::FrameBufferObject* targetOf(osg::Camera& camera)
     if (!stage || camera.getRenderTargetImplementation() != osg::Camera::FRAME_BUFFER_OBJECT) {
         return nullptr;
     }
+    // A target with several samples is resolved into a second one, and only that can be read.
     const osg::FrameBufferObject* const resolved = stage->getMultisampleResolveFramebufferObject();
     return resolved ? resolved : stage->getFrameBufferObject();
 }
@@ -172,6 +177,7 @@ public:
     void releaseGLObjects(osg::State* state) const override
     {
         osg::Camera::DrawCallback::releaseGLObjects(state);
+        // No state means every context's objects.
         if (!state || m_ring->isIn(*state)) {
             m_ring->release();
         }
@@ -191,6 +197,7 @@ const osg::GLExtensions* KrFrameStream::Ring::extensions() const
 
 bool KrFrameStream::Ring::makeCurrent() const
 {
+    // A context that was closed is an object still, without state.
     return m_context.valid() && m_context->getState() && m_context->valid() && m_context->makeCurrent();
 }
 
@@ -212,6 +219,7 @@ void KrFrameStream::Ring::release()
             }
         }
     }
+    // Where the context has gone, it has taken the buffers with it: only the names are forgotten.
     m_slots = {};
     m_context = nullptr;
 }
@@ -224,6 +232,7 @@ bool KrFrameStream::Ring::reserve(const osg::GLExtensions& gl, Slot& slot, std::
     }
     gl.glBufferData(GL_PIXEL_PACK_BUFFER, static_cast<GLsizeiptr>(size), nullptr, GL_STREAM_READ);
     GLint stored = 0;
+    // Asked and not taken for granted: a driver without memory leaves the buffer as it was.
     gl.glGetBufferParameteriv(GL_PIXEL_PACK_BUFFER, GL_BUFFER_SIZE, &stored);
     slot.capacity = static_cast<std::size_t>(stored);
     if (slot.capacity >= size) {
@@ -238,9 +247,11 @@ void KrFrameStream::Ring::read(osg::RenderInfo& info)
     osg::State& state = *info.getState();
     osg::Camera* const camera = info.getCurrentCamera();
     const osg::Viewport* const viewport = camera ? camera->getViewport() : nullptr;
+    // Not armed: somebody else draws the camera, not the window's frame.
     if (!m_isArmed || !viewport || m_inFlight == kSlots) {
         return;
     }
+    // Buffers are of one context: a window that was closed and opened again has another.
     if (!isIn(state)) {
         release();
         m_context = state.getGraphicsContext();
@@ -256,9 +267,12 @@ void KrFrameStream::Ring::read(osg::RenderInfo& info)
     frame.content = m_content;
     frame.sizeInBytes = std::size_t(frame.width) * frame.height * pixelBytes(m_content);
     frame.number = m_numRead;
+    // Now: when the frame is handed out the camera stands elsewhere.
     frame.worldToEye = camera->getViewMatrix();
     frame.projection = camera->getProjectionMatrix();
 
+    // With the buffer bound, the pointer of glReadPixels is an offset into it, and the call
+    // returns before the pixels come.
     const KrPixelTransferGuard guard(gl, 1, slot.buffer);
     if (!reserve(gl, slot, frame.sizeInBytes)) {
         return;
@@ -268,6 +282,7 @@ void KrFrameStream::Ring::read(osg::RenderInfo& info)
                  static_cast<GLsizei>(frame.width), static_cast<GLsizei>(frame.height), formatOf(m_content),
                  typeOf(m_content), nullptr);
     if (gl.glFenceSync && gl.glClientWaitSync && gl.glDeleteSync) {
+        // The fence says when the pixels are there. Without fences frames are handed out by their number alone.
         slot.fence = gl.glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
     }
     ++m_numRead;
@@ -282,6 +297,7 @@ bool KrFrameStream::Ring::isOldestReady() const
     if (!gl || !fence) {
         return false;
     }
+    // A question and no wait: its time is 0. It flushes, because a fence that the driver holds back is never passed.
     const GLenum answer = gl->glClientWaitSync(fence, GL_SYNC_FLUSH_COMMANDS_BIT, 0);
     return answer == GL_ALREADY_SIGNALED || answer == GL_CONDITION_SATISFIED;
 }
@@ -292,6 +308,7 @@ void KrFrameStream::Ring::takeOldest(unsigned char* memory)
     const Slot& slot = m_slots[m_first];
     if (memory && gl) {
         // Waits for the frame where it has not arrived.
+        // The client's own binding is put back.
         const KrPixelTransferGuard::PackBuffer binding(*gl, slot.buffer);
         gl->glGetBufferSubData(GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(slot.frame.sizeInBytes), memory);
     }
@@ -310,6 +327,7 @@ void KrFrameStream::Ring::forgetOldest(const osg::GLExtensions* gl)
     if (slot.fence && gl) {
         gl->glDeleteSync(slot.fence);
     }
+    // The buffer stays with its slot, for a later frame.
     slot.fence = nullptr;
     m_first = (m_first + 1) % kSlots;
     --m_inFlight;
@@ -350,6 +368,7 @@ std::uint64_t KrFrameStream::numLost() const
 
 void KrFrameStream::attach(osg::Camera& camera)
 {
+    // The same camera from frame to frame: nothing is added.
     if (isSame(m_reader->camera, &camera)) {
         return;
     }
@@ -357,6 +376,7 @@ void KrFrameStream::attach(osg::Camera& camera)
         flush();
         detach();
     }
+    // Behind the scene and before the overlay, which is a camera of its own: streams show what captures show.
     camera.addPostDrawCallback(m_reader);
     m_reader->camera = &camera;
 }
@@ -378,6 +398,7 @@ bool KrFrameStream::preRender(osgViewer::Viewer* viewer)
         Kr::Print::instance()->write(Kr::Print::Error, "KrFrameStream::preRender - there is no open viewer.\n");
         return false;
     }
+    // Before the first frame nobody has asked the driver yet.
     if (!state->get<osg::GLExtensions>()) {
         state->initializeExtensionProcs();
     }
@@ -406,6 +427,7 @@ bool KrFrameStream::flush()
 {
     if (m_ring->numInFlight() > 0) {
         const KrContextRestorer restorer(nullptr);
+        // Outside of a frame another context may be current.
         if (m_ring->makeCurrent()) {
             handOut(0);
         } else {
@@ -413,6 +435,7 @@ bool KrFrameStream::flush()
         }
     }
     const bool isWhole = m_ring->numLost() == m_lostAtFlush;
+    // Losses are told once, to the first who asks.
     m_lostAtFlush = m_ring->numLost();
     return isWhole;
 }
@@ -422,6 +445,7 @@ unsigned char* KrFrameStream::memoryFor(const Frame& frame)
     if (m_lender) {
         return m_lender(frame);
     }
+    // Grows and is kept, as the driver's buffers are.
     if (m_memory.size() < frame.sizeInBytes) {
         m_memory.resize(frame.sizeInBytes);
     }
@@ -441,6 +465,7 @@ void KrFrameStream::handOut(unsigned int mostLeft)
             m_ring->loseOldest();
             continue;
         }
+        // Taken before the receiver is called: what it throws leaves the ring in order.
         m_ring->takeOldest(memory);
         if (memory && m_receiver) {
             frame.data = memory;

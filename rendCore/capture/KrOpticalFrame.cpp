@@ -6,8 +6,10 @@
 
 osg::Matrixd KrOpticalFrame::otherConvention(const osg::Matrixd& view)
 {
+    // A half turn about x: y and z of the eye's axes change their signs. It is its own inverse.
     osg::Matrixd other = view;
     for (int row = 0; row < 4; ++row) {
+        // Row vectors: the columns are the axes of the eye.
         other(row, 1) = -view(row, 1);
         other(row, 2) = -view(row, 2);
     }
@@ -26,6 +28,7 @@ bool KrOpticalFrame::toPov(const KrCoordinateSystemTransformation& opticalToWorl
         return false;
     }
     const KrVector& eye = opticalToWorld.translation();
+    // The field of view is no part of a pose and stays.
     pov.setEyepoint(eye);
     pov.setCenterOfInterest(eye + opticalToWorld.transformDirection(KrVector(0.0, 0.0, distance)));
     pov.setUp(opticalToWorld.transformDirection(KrVector(0.0, -1.0, 0.0)));

@@ -22,6 +22,7 @@ constexpr double kLargestDepth = 4294967295.0; // of 32 bits
 constexpr unsigned int kCaptureType = 9;       // kept; what is read is settled by setCapture
 constexpr unsigned int kDrawnByAll = 4096;     // pixels either way: every context draws so many
 
+// What a capture that failed has left behind may be of any size, or none.
 bool isUsable(const osg::Image* image, unsigned int width, unsigned int height)
 {
     return image && image->data() && image->s() == static_cast<int>(width) && image->t() == static_cast<int>(height) &&
@@ -30,7 +31,9 @@ bool isUsable(const osg::Image* image, unsigned int width, unsigned int height)
 
 void toDistances(const osg::Image& depth, double distance, std::vector<std::vector<double>>& map)
 {
+    // Linear: an orthographic projection spreads depths evenly between its planes.
     const double scale = (distance - kNearLimit) / kLargestDepth;
+    // In the order of the capture: the lowest row first.
     const auto* value = reinterpret_cast<const std::uint32_t*>(depth.data());
     for (std::vector<double>& row : map) {
         for (double& sample : row) {
@@ -89,6 +92,7 @@ bool sample(const KrStatedSystem& system, const KrCoordinateSystemTransformation
 {
     const KrContextRestorer restorer(nullptr);
     const PendingChanges changes(system);
+    // A window of its own for each map, which is closed at the end.
     KrRenderWindow window;
     window.setStatedSystem(system);
     window.setWindowSize(width, height);
@@ -98,9 +102,11 @@ bool sample(const KrStatedSystem& system, const KrCoordinateSystemTransformation
     if (!open(window, width, height)) {
         return false;
     }
+    // Kept: before the projection is set, so that what the point of view asks for has been applied.
     window.updateScene();
     if (osgViewer::Viewer* const viewer = window.getViewer()) {
         osg::Camera* const camera = viewer->getCamera();
+        // Distances are told by the planes, which must not be fitted to the scene.
         camera->setComputeNearFarMode(osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
         camera->setProjectionMatrixAsOrtho(-0.5 * xSize, 0.5 * xSize, -0.5 * ySize, 0.5 * ySize, kNearLimit, distance);
     }
@@ -117,6 +123,7 @@ bool sample(const KrStatedSystem& system, const KrCoordinateSystemTransformation
         row.resize(width);
     }
     const osg::ref_ptr<osg::Image> depth = callback->getCapturedImage();
+    // Otherwise the map has its size and what it held before, zeros where it grew.
     if (isUsable(depth, width, height)) {
         toDistances(*depth, distance, map);
     }
@@ -129,6 +136,7 @@ bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordi
                                     unsigned int width, unsigned int height, double xSize, double ySize,
                                     double distance, std::vector<std::vector<double>>& map)
 {
+    // Kept: no message, and nothing is changed. NaN for the distance is refused, too.
     if (width == 0 || height == 0 || xSize == 0.0 || ySize == 0.0 || !(distance > kNearLimit)) {
         return false;
     }

@@ -27,17 +27,21 @@ constexpr float kLongestPeriodMs = 1e14f; // beyond it the clock's arithmetic ov
 
 boost::posix_time::ptime now()
 {
+    // Kept: local time, with microseconds.
     return boost::posix_time::microsec_clock::local_time();
 }
 
 boost::posix_time::time_duration duration(float periodMs)
 {
+    // NaN, too.
     if (!(periodMs <= kLongestPeriodMs)) {
         return boost::posix_time::pos_infin;
     }
+    // Kept: whole milliseconds.
     return boost::posix_time::microseconds(static_cast<std::int64_t>(periodMs) * 1000);
 }
 
+// Kept: without the names of class and method.
 void warnOfScaling()
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "Unable to scale image.\n");
@@ -54,11 +58,13 @@ KrRenderCaptureManager::KrRenderCaptureManager()
 
 void KrRenderCaptureManager::setFrameRate(float framesPerSecond)
 {
+    // Kept: nothing waits for it, every frame is captured; 0 for NaN as well.
     m_framePeriodMs = framesPerSecond > 0.0f ? 1000.0f / framesPerSecond : 0.0f;
 }
 
 void KrRenderCaptureManager::setCaptureSize(unsigned int width, unsigned int height)
 {
+    // Kept: half a size is none, and the next frame's own is taken.
     const bool isGiven = width != 0 && height != 0;
     m_captureWidth = isGiven ? width : 0;
     m_captureHeight = isGiven ? height : 0;
@@ -66,6 +72,7 @@ void KrRenderCaptureManager::setCaptureSize(unsigned int width, unsigned int hei
 
 bool KrRenderCaptureManager::preRender(osgViewer::Viewer* viewer)
 {
+    // Kept: before anything is asked or changed.
     if (m_mode != Capture) {
         return false;
     }
@@ -74,6 +81,7 @@ bool KrRenderCaptureManager::preRender(osgViewer::Viewer* viewer)
         return false;
     }
     m_nextCaptureTime = now() + duration(m_framePeriodMs);
+    // Kept: the size of this frame stays the wanted one from now on, also when the window grows.
     if (m_captureWidth == 0 && m_captureHeight == 0) {
         m_captureWidth = m_width;
         m_captureHeight = m_height;
@@ -84,6 +92,7 @@ bool KrRenderCaptureManager::preRender(osgViewer::Viewer* viewer)
         m_scaling = false;
     }
     if (!m_scaling) {
+        // The same object, so that nothing is copied; a scaled picture of before is let go.
         m_capturedImage = m_sceneImage;
     }
     return true;
@@ -99,6 +108,7 @@ bool KrRenderCaptureManager::prepareScaledImage()
     const int width = static_cast<int>(m_captureWidth);
     const int height = static_cast<int>(m_captureHeight);
     try {
+        // Made once: it is kept while sizes differ.
         if (m_capturedImage == m_sceneImage) {
             m_capturedImage = new osg::Image(*m_sceneImage, osg::CopyOp());
         }
@@ -122,10 +132,12 @@ bool KrRenderCaptureManager::prepareScaledImage()
 
 bool KrRenderCaptureManager::postRender(osgViewer::Viewer* viewer)
 {
+    // Kept: the base is not asked to post-render; there is no target to fill.
     detach(viewer);
     if (m_scaling) {
         scaleImage(viewer);
     }
+    // On this thread, before the frame's call returns.
     if (callbackFunction) {
         callbackFunction(m_capturedImage);
     }
@@ -137,6 +149,7 @@ bool KrRenderCaptureManager::postRender(osgViewer::Viewer* viewer)
 void KrRenderCaptureManager::scaleImage(osgViewer::Viewer* viewer)
 {
     const GLint packing = static_cast<GLint>(m_sceneImage->getPacking());
+    // Kept: both are set and left so, whoever scales.
     glPixelStorei(GL_PACK_ALIGNMENT, packing);
     glPixelStorei(GL_UNPACK_ALIGNMENT, packing);
     const osg::GraphicsContext* const context = viewer ? viewer->getCamera()->getGraphicsContext() : nullptr;

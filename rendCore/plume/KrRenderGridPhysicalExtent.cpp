@@ -29,6 +29,7 @@ namespace
 constexpr unsigned int kGridUnit = 0;
 constexpr unsigned int kLookupUnit = 1;
 constexpr unsigned int kBlockUnit = 3; // 2 is the draw callback's
+// Kept: shaders of clients rely on this number.
 constexpr float kLookupFactor = 100.0f;
 constexpr unsigned int kEmptyLookupSize = 256;
 constexpr const char* kShaderFolder = "/software/render/src/rendCore";
@@ -46,6 +47,7 @@ constexpr float kBox[24][3] = {
     {0, 1, 0}, {1, 1, 0}, {1, 1, 1}, {0, 1, 1}, // y = maximum
 };
 
+// What a grid tells of itself: value scale, corners (m), cells along each axis, and the shader's inflection.
 struct Layout
 {
     double dataScale = 1.0;
@@ -69,6 +71,7 @@ KrRenderShader::Texture3 makeVolume(const Layout& layout, const std::vector<doub
 {
     KrRenderShader::Texture3 volume(
         {cellCount(layout.dimensions.x()), cellCount(layout.dimensions.y()), cellCount(layout.dimensions.z())}, 1);
+    // A grid may tell of more cells than it has: what is missing is empty.
     const std::size_t count = std::min(volume.numFloats(), values.size());
     for (std::size_t i = 0; i < count; ++i) {
         // Kept: rounded to single precision before the scaling and after it.
@@ -82,6 +85,7 @@ void warnOfLostValues(const KrRenderShader::Texture3& volume)
 {
     const float* const end = volume.data() + volume.numFloats();
     const auto tooLarge = [](float value) { return !(std::abs(value) <= kMaxHalf); };
+    // The first one is enough: one message for a grid, not one for a cell.
     const float* const found = std::find_if(volume.data(), end, tooLarge);
     if (found != end) {
         Kr::Print::instance()->write(Kr::Print::Warning,
@@ -94,6 +98,7 @@ void warnOfLostValues(const KrRenderShader::Texture3& volume)
 
 int numBlocks(int cells)
 {
+    // The last block may be smaller.
     return cells / kBlockEdge + (cells % kBlockEdge != 0 ? 1 : 0);
 }
 
@@ -121,6 +126,7 @@ std::vector<float> maximaAlong(const float* values, std::size_t outer, int count
 KrRenderShader::Texture3 makeBlockMaxima(const KrRenderShader::Texture3& volume)
 {
     const KrRenderShader::vecT3<int> size = volume.dimensions();
+    // Axis after axis, x first, which lies fastest: each step leaves less to the next.
     const KrRenderShader::vecT3<int> blocks(numBlocks(size.x), numBlocks(size.y), numBlocks(size.z));
     const auto count = [](int number) { return static_cast<std::size_t>(number); };
     std::vector<float> maxima = maximaAlong(volume.data(), count(size.z) * count(size.y), size.x, 1);
@@ -129,6 +135,7 @@ KrRenderShader::Texture3 makeBlockMaxima(const KrRenderShader::Texture3& volume)
     return KrRenderShader::Texture3(blocks, 1, maxima.data());
 }
 
+// Grid frame to link frame, for row vectors.
 osg::Matrixd matrixOf(const KrCoordinateSystemTransformation& placement)
 {
     osg::Matrixd matrix;
@@ -145,6 +152,7 @@ public:
         for (const float(&corner)[3] : kBox) {
             osg::Vec3d place;
             for (unsigned int axis = 0; axis < 3; ++axis) {
+                // In double precision, and rounded after it was placed.
                 place[axis] = corner[axis] == 0.0f ? minimum[axis] : maximum[axis];
             }
             m_box.expandBy(osg::Vec3(place * placement));
@@ -171,6 +179,7 @@ osg::ref_ptr<osg::Geode> makeBox(const KrVector& minimum, const KrVector& maximu
     const osg::ref_ptr<osg::Geometry> box = new osg::Geometry;
     box->setVertexArray(vertices);
     box->setTexCoordArray(0, coordinates);
+    // Kept: corners in the order of kBox, whose texture coordinates are places in the volume.
     box->addPrimitiveSet(new osg::DrawArrays(GL_QUADS, 0, 24));
     // A display list would keep what the callback does at its first call.
     box->setUseDisplayList(false);
@@ -186,10 +195,12 @@ osg::ref_ptr<osg::Texture3D> makeGridTexture(KrRenderShader::Texture3& volume)
 {
     const osg::ref_ptr<osg::Image> image = new osg::Image;
     const KrRenderShader::vecT3<int> size = volume.dimensions();
+    // The image owns the floats from here on, and deletes them.
     image->setImage(size.x, size.y, size.z, static_cast<GLint>(kGridFormat), GL_LUMINANCE, GL_FLOAT, volume.release(),
                     osg::Image::USE_NEW_DELETE, 1);
 
     const osg::ref_ptr<osg::Texture3D> texture = new osg::Texture3D;
+    // Between the middles of cells values are interpolated; at the rim the outermost ones go on.
     texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::LINEAR);
     texture->setFilter(osg::Texture::MAG_FILTER, osg::Texture::LINEAR);
     texture->setWrap(osg::Texture::WRAP_S, osg::Texture::CLAMP_TO_EDGE);
@@ -213,6 +224,7 @@ osg::ref_ptr<osg::Uniform> sampler(osg::Uniform::Type type, const char* name, un
 /// On the box and not on the node, whose state set holds the field and its look only.
 void addBlocks(osg::Drawable& box, KrRenderShader::Texture3 maxima)
 {
+    // Nearest, unlike the field: a block's greatest value is no mean of its neighbours'.
     const osg::ref_ptr<osg::Texture3D> texture = makeGridTexture(maxima);
     texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::NEAREST);
     texture->setFilter(osg::Texture::MAG_FILTER, osg::Texture::NEAREST);
@@ -224,6 +236,7 @@ void addBlocks(osg::Drawable& box, KrRenderShader::Texture3 maxima)
 
 void addUniforms(osg::StateSet& state, const KrRenderShader::vecT3<int>& size, const Layout& layout)
 {
+    // Kept: these six names, all of them always there, for the shaders of clients.
     state.addUniform(sampler(osg::Uniform::SAMPLER_3D, "texture0", kGridUnit));
     state.addUniform(sampler(osg::Uniform::SAMPLER_1D, "texture1", kLookupUnit));
     state.addUniform(new osg::Uniform(
@@ -251,12 +264,14 @@ void addShader(osg::Program& program, osg::Shader::Type type, const char* file, 
 osg::ref_ptr<osg::Program> makeProgram()
 {
     const osg::ref_ptr<osg::Program> program = new osg::Program;
+    // Kept: clients find the program by its name.
     program->setName("Ray Casting");
     const char* toolkits = std::getenv("KR_TOOLKITS");
     if (toolkits == nullptr) {
         Kr::Print::instance()->write(Kr::Print::Warning, "No KR_TOOLKITS defined\n");
         return nullptr;
     }
+    // Kept: a missing file costs its stage and one message; the node is made all the same.
     KrFileUtil::addDirectory(std::string(toolkits) + kShaderFolder);
     addShader(*program, osg::Shader::VERTEX, "krPlumeShader.vert", "vertex");
     addShader(*program, osg::Shader::FRAGMENT, "krPlumeShader.frag", "fragment");
@@ -267,6 +282,7 @@ osg::ref_ptr<osg::Program> makeProgram()
 unsigned char lookupByte(double component)
 {
     const double scaled = component * 255.0;
+    // A conversion that does not fit an int is undefined. NaN fails here, too.
     if (!(scaled > -2147483649.0 && scaled < 2147483648.0)) {
         return 0;
     }
@@ -284,9 +300,11 @@ osg::Geode* KrRenderGridPhysicalExtent::init(const KrGridPhysicalExtent* grid)
     grid->layout(layout.dataScale, layout.minimum, layout.maximum, layout.dimensions, layout.inflection);
     KrRenderShader::Texture3 volume = makeVolume(layout, grid->values());
     const KrRenderShader::vecT3<int> size = volume.dimensions();
+    // Before the volume hands its floats to the image.
     warnOfLostValues(volume);
 
     osg::ref_ptr<osg::Geode> geode = makeBox(layout.minimum, layout.maximum, matrixOf(grid->placement()));
+    // A grid without cells has no blocks, and draws nothing.
     if (volume.numFloats() != 0) {
         addBlocks(*geode->getDrawable(0), makeBlockMaxima(volume));
     }
@@ -303,11 +321,13 @@ osg::Geode* KrRenderGridPhysicalExtent::init(const KrGridPhysicalExtent* grid)
     state->setTextureAttribute(kGridUnit, gridTexture, osg::StateAttribute::OFF);
     state->setTextureAttribute(kLookupUnit, createLUTTexture(grid->lookupTable()), osg::StateAttribute::OFF);
     state->setAttributeAndModes(program, osg::StateAttribute::ON);
+    // Kept: a plain pointer without a reference; the caller takes the first one.
     return geode.release();
 }
 
 void KrRenderGridPhysicalExtent::drawAfterSolids(osg::Geode& plume)
 {
+    // On the drawables: the node's own state set asks for no bin.
     for (unsigned int i = 0; i < plume.getNumDrawables(); ++i) {
         plume.getDrawable(i)->getOrCreateStateSet()->setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
     }
@@ -326,6 +346,7 @@ osg::Texture1D* KrRenderGridPhysicalExtent::createLUTTexture(const KrXmlVectorVe
     const unsigned int size = lut.empty() ? kEmptyLookupSize : lut.size();
     image->allocateImage(static_cast<int>(size), 1, 1, GL_RGB, GL_UNSIGNED_BYTE, 1);
     unsigned char* texel = image->data();
+    // Kept: black, when the table is empty.
     std::fill_n(texel, std::size_t{3} * size, static_cast<unsigned char>(0));
     for (const KrVector& color : lut) {
         for (unsigned int channel = 0; channel < 3; ++channel) {

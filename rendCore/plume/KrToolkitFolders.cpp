@@ -21,6 +21,7 @@ std::filesystem::path libraryFolder()
         return std::filesystem::path();
     }
     std::error_code error;
+    // Links are followed: a library is often found through one that lies elsewhere.
     const std::filesystem::path file = std::filesystem::canonical(info.dli_fname, error);
     return error ? std::filesystem::path() : file.parent_path();
 }
@@ -28,6 +29,7 @@ std::filesystem::path libraryFolder()
 bool hasFile(const std::filesystem::path& toolkits)
 {
     std::error_code error;
+    // One of the two shaders stands for both: they are installed together.
     return std::filesystem::is_regular_file(toolkits / kShaderFile, error);
 }
 
@@ -49,6 +51,7 @@ std::filesystem::path findToolkits(std::filesystem::path folder)
 
 bool KrToolkitFolders::setDefault()
 {
+    // Whoever sets it knows best, even where it leads nowhere.
     if (std::getenv(kVariable) != nullptr) {
         return true;
     }

@@ -47,6 +47,7 @@ std::string jsonOf(const KrCameraIntrinsics& camera)
         .real("fy", camera.fy)
         .real("cx", camera.cx)
         .real("cy", camera.cy)
+        // Said in the file, because programs differ in it: the middle of the first pixel is at 0.5, not at 0.
         .real("pixelCenter", 0.5)
         .text();
 }
@@ -81,10 +82,12 @@ std::string withSignedZeros(const std::string& json)
     for (std::size_t i = 0; i < json.size(); ++i) {
         result += json[i];
         if (isInString && json[i] == '\\' && i + 1 < json.size()) {
+            // A quote behind a backslash does not end a string.
             result += json[++i];
         } else if (json[i] == '"') {
             isInString = !isInString;
         } else if (!isInString && json.compare(i, 2, "-0") == 0) {
+            // Only a whole zero is changed: "-0.5" is read rightly, and the 0 of "1e-0" is an exponent.
             const bool isExponent = i > 0 && std::strchr("eE", json[i - 1]) != nullptr;
             const bool isWhole = i + 2 == json.size() || std::strchr(".eE0123456789", json[i + 2]) == nullptr;
             result += isWhole && !isExponent ? "0.0" : "0";
@@ -97,6 +100,7 @@ std::string withSignedZeros(const std::string& json)
 /// Null when there is nothing at that place ("/camera/near").
 const Tree* find(const Tree& tree, const char* path)
 {
+    // Paths are literals of this file: they always parse.
     const Tree::json_pointer pointer(path);
     return tree.contains(pointer) ? &tree.at(pointer) : nullptr;
 }
@@ -105,6 +109,7 @@ const Tree* find(const Tree& tree, const char* path)
 std::string textAt(const Tree& tree, const char* path, const std::string& otherwise = "")
 {
     const Tree* const item = find(tree, path);
+    // Arrays and objects are no text, whatever they hold.
     if (item == nullptr || item->is_structured()) {
         return item == nullptr ? otherwise : "";
     }
@@ -118,6 +123,7 @@ bool toNumber(const Tree& item, Number& out)
     const std::string all = textAt(item, "");
     std::string_view text = all;
     Number value{};
+    // One number, finite, and nothing behind it.
     if (!KrXmlText::take(text, value) || !KrXmlText::atEnd(text) || !std::isfinite(double(value))) {
         return false;
     }
@@ -135,6 +141,7 @@ bool readNumber(const Tree& tree, const char* path, Number& out)
 /// The items of an array or object; none of anything else.
 const Tree& childrenOf(const Tree& tree, const char* path)
 {
+    // A missing list and an empty one are read alike.
     static const Tree none = Tree::array();
     const Tree* const item = find(tree, path);
     return item != nullptr && item->is_structured() ? *item : none;
@@ -146,6 +153,7 @@ bool readNumbers(const Tree& tree, double (&out)[count])
     double values[count] = {};
     std::size_t i = 0;
     for (const Tree& item : childrenOf(tree, "")) {
+        // Too many are as wrong as too few.
         if (i == count || !toNumber(item, values[i++])) {
             return false;
         }
@@ -178,6 +186,7 @@ bool readMatrix(const Tree& tree, const char* path, osg::Matrixd& out)
             return false;
         }
         for (int i = 0; i < 4; ++i) {
+            // A row of the file is a column here: the file multiplies column vectors.
             matrix(i, column) = row[i];
         }
         ++column;
@@ -206,6 +215,7 @@ const char* readPicture(const Tree& tree, KrFrameDescription& out)
         return "it tells no picture size";
     }
     readNumber(tree, "/picture/channels", out.channels);
+    // Other words leave the order that is OpenGL's.
     if (textAt(tree, "/picture/rowOrder") == kTopRowFirst) {
         out.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
     }
@@ -221,6 +231,7 @@ const char* readIntrinsics(const Tree& tree, KrFrameDescription& out)
         return nullptr;
     }
     KrCameraIntrinsics camera;
+    // Read before: intrinsics are for the picture of this description.
     camera.width = out.width;
     camera.height = out.height;
     if (!readNumber(*child, "/fx", camera.fx) || !readNumber(*child, "/fy", camera.fy) ||
@@ -243,6 +254,7 @@ const char* readCamera(const Tree& tree, KrFrameDescription& out)
     if (!hasOptical && !hasOpenGL) {
         return "it tells no camera pose";
     }
+    // Both are written, for readers of either convention; where they differ the optical one counts.
     if (hasOptical) {
         out.view = KrOpticalFrame::otherConvention(optical);
     }
@@ -255,6 +267,7 @@ const char* readCamera(const Tree& tree, KrFrameDescription& out)
         readVector(tree, "/camera/pointOfView/centerOfInterest", center) &&
         readVector(tree, "/camera/pointOfView/up", up) &&
         readNumber(tree, "/camera/pointOfView/fieldOfView", fieldOfView)) {
+        // All four or none: half a point of view would be mixed with another.
         out.pov.setEyepoint(eye);
         out.pov.setCenterOfInterest(center);
         out.pov.setUp(up);
@@ -275,6 +288,7 @@ void readFrame(const Tree& tree, KrFrameDescription& out)
             joint.name = textAt(entry, "/name");
             joint.type = textAt(entry, "/type");
             readNumber(entry, "/position", joint.position);
+            // What is missing stays empty or 0: a joint without a position is no reason to refuse the camera.
             manipulator.joints.push_back(joint);
         }
         out.manipulators.push_back(manipulator);
@@ -309,11 +323,13 @@ std::string KrFrameDescriptionJson::text(const KrFrameDescription& frame)
 const char* KrFrameDescriptionJson::parse(const std::string& json, KrFrameDescription& out)
 {
     bool isDeep = false;
+    // A tree that is deep takes stack when it goes: what is nested deeper is not built.
     const auto isShallow = [&isDeep](int depth, Tree::parse_event_t event, const Tree&) {
         const bool isStart = event == Tree::parse_event_t::array_start || event == Tree::parse_event_t::object_start;
         isDeep = isDeep || (isStart && depth >= kDeepestNesting);
         return !isDeep;
     };
+    // The last argument: a discarded tree in place of an exception.
     const Tree tree = Tree::parse(withSignedZeros(json), isShallow, false);
     if (isDeep) {
         return "it is nested too deeply";
@@ -328,6 +344,7 @@ const char* KrFrameDescriptionJson::parse(const std::string& json, KrFrameDescri
     if (const char* const failure = readPicture(tree, out)) {
         return failure;
     }
+    // Frame and joints cannot fail, the camera can.
     readFrame(tree, out);
     return readCamera(tree, out);
 }

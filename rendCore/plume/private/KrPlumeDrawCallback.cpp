@@ -30,6 +30,7 @@ int query(GLenum name)
 /// Only a framebuffer of the window system resolves its samples when it is copied from.
 bool canCopyDepth()
 {
+    // Asked in every frame: the same plume is drawn into windows and off screen.
     return query(GL_DEPTH_BITS) > 0 && (query(kFramebufferBinding) == 0 || query(kSampleBuffers) == 0);
 }
 
@@ -38,6 +39,7 @@ float fade(const osg::State& state)
 {
     const auto* material =
         dynamic_cast<const osg::Material*>(state.getLastAppliedAttribute(osg::StateAttribute::MATERIAL));
+    // A selection fades with a material of this mode; one of another mode has nothing to say to a shader.
     if (material == nullptr || material->getColorMode() != osg::Material::OFF) {
         return 1.0f;
     }
@@ -52,6 +54,7 @@ osg::ref_ptr<osg::Texture2D> makeDepthTexture(int width, int height)
     texture->setWrap(osg::Texture::WRAP_S, osg::Texture::CLAMP_TO_EDGE);
     texture->setWrap(osg::Texture::WRAP_T, osg::Texture::CLAMP_TO_EDGE);
     texture->setResizeNonPowerOfTwoHint(false);
+    // 24 bits, as depth buffers have: coarser ones would show as steps where rays end.
     texture->setInternalFormat(GL_DEPTH_COMPONENT24);
     texture->setSourceFormat(GL_DEPTH_COMPONENT);
     texture->setSourceType(GL_UNSIGNED_INT);
@@ -64,6 +67,7 @@ osg::ref_ptr<osg::Texture2D> makeDepthTexture(int width, int height)
 KrPlumeDrawCallback::KrPlumeDrawCallback(const osg::Matrixd& placement)
     : m_placement(placement)
     , m_isPlaced(!placement.isIdentity())
+    // The shader's colours are multiplied by their opacity already.
     , m_blending(new osg::BlendFunc(osg::BlendFunc::ONE, osg::BlendFunc::ONE_MINUS_SRC_ALPHA))
     , m_culling(new osg::CullFace(osg::CullFace::BACK))
     , m_depthWriting(new osg::Depth(osg::Depth::LESS, 0.0, 1.0, false))
@@ -76,20 +80,24 @@ KrPlumeDrawCallback::KrPlumeDrawCallback(const osg::Matrixd& placement)
 void KrPlumeDrawCallback::drawImplementation(osg::RenderInfo& renderInfo, const osg::Drawable* drawable) const
 {
     osg::State& state = *renderInfo.getState();
+    // One message for a plume, and not one for each frame.
     std::call_once(m_sizeCheck, [this, &state] { checkSize(state); });
     // Asked for and not taken from the state: whoever draws may have set another one.
     GLint viewport[4] = {};
     glGetIntegerv(GL_VIEWPORT, viewport);
     const Area area = {viewport[0], viewport[1], viewport[2], viewport[3]};
 
+    // Before the plume is drawn: the depths of the solids are in the buffer.
     const bool hasDepth = copyDepth(state, area);
     setUniforms(state, area, hasDepth);
     state.applyMode(GL_BLEND, true);
     state.applyAttribute(m_blending);
     state.applyMode(GL_CULL_FACE, true);
     state.applyAttribute(m_culling);
+    // What is translucent hides nothing from what is drawn later.
     state.applyAttribute(m_depthWriting);
     if (hasDepth) {
+        // The shader ends rays at solids itself; a depth test would cut the plume at the box's far faces.
         state.applyMode(GL_DEPTH_TEST, false);
     }
     drawBox(renderInfo, *drawable);
@@ -130,10 +138,13 @@ bool KrPlumeDrawCallback::copyDepth(osg::State& state, const Area& area) const
     if (area.width <= 0 || area.height <= 0 || !canCopyDepth()) {
         return false;
     }
+    // One for each context: windows that draw the same plume may have sizes of their own.
     osg::Texture2D& texture = depthTexture(state.getContextID(), area);
     state.setActiveTextureUnit(kDepthUnit);
+    // Made here when it is new: glCopyTexSubImage2D wants a texture that is there.
     texture.apply(state);
     state.haveAppliedTextureAttribute(kDepthUnit, &texture);
+    // To the texture's lower left corner, whichever part of the window is drawn into.
     glCopyTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, area.x, area.y, area.width, area.height);
     return true;
 }
@@ -153,6 +164,7 @@ osg::Texture2D& KrPlumeDrawCallback::depthTexture(unsigned int contextId, const 
 void KrPlumeDrawCallback::setUniforms(const osg::State& state, const Area& area, bool hasDepth) const
 {
     const osg::Program::PerContextProgram* program = state.getLastAppliedProgramObject();
+    // Without shader files there is no program: the box is drawn plain.
     if (program == nullptr) {
         return;
     }
@@ -163,8 +175,10 @@ void KrPlumeDrawCallback::setUniforms(const osg::State& state, const Area& area,
                       1.0f / static_cast<float>(texture.getTextureWidth()),
                       1.0f / static_cast<float>(texture.getTextureHeight()));
     }
+    // An area of zeros says that there are no depths.
     m_depthArea->set(depthArea);
     m_alpha->set(fade(state));
+    // Applied by hand: the state's own uniforms were set before this callback was called.
     program->apply(*m_depthUnit);
     program->apply(*m_depthArea);
     program->apply(*m_alpha);
