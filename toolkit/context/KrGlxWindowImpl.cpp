@@ -15,6 +15,7 @@
 #include <cmath>
 #include <utility>
 
+// Behind a pointer, so that clients of the header need no headers of X, which make macros of common words.
 struct KrGlxWindowImpl::Private
 {
     unsigned int samples = 0;
@@ -199,6 +200,7 @@ unsigned int KrGlxWindowImpl::defaultFramebuffer() const
     return 0;
 }
 
+// What is drawn: the pbuffer's size while the window is hidden.
 void KrGlxWindowImpl::size(unsigned int& width, unsigned int& height) const
 {
     width = isOpen() ? m_private->open->width : 0;
@@ -215,6 +217,7 @@ bool KrGlxWindowImpl::isMinimised() const
     return isOpen() && m_private->open->isMinimised;
 }
 
+// A window whose server has gone cannot be made current any more.
 bool KrGlxWindowImpl::isLost() const
 {
     return isOpen() && m_private->open->connection->isLost();
@@ -251,6 +254,7 @@ bool KrGlxWindowImpl::nextEvent(KrWindowEvent& event)
     return true;
 }
 
+// Waits on the connection itself: Xlib's own waiting calls cannot be given an end.
 bool KrGlxWindowImpl::waitForEvent(double seconds)
 {
     using Clock = std::chrono::steady_clock;

@@ -41,6 +41,7 @@ std::string padded(const std::string& text, std::size_t width)
     return text + std::string(text.size() < width ? width - text.size() : 0, ' ');
 }
 
+// What was had, for people: one property a line.
 std::string contextText(const KrWindowReport& report)
 {
     std::string text = "OpenGL context: " + report.renderer;
@@ -52,6 +53,7 @@ std::string contextText(const KrWindowReport& report)
             " bits alpha\n";
     text += "  depth    " + std::to_string(report.depthBits) + " bits, stencil " + std::to_string(report.stencilBits) +
             " bits\n";
+    // Without smoothing there is nothing to tell.
     if (report.samples > 0) {
         text += "  samples  " + std::to_string(report.samples) + " for each pixel\n";
     }
@@ -80,6 +82,7 @@ std::string wrapped(const std::string& text, std::size_t column, std::size_t ind
 // One attempt: its name, how it ended, then what the driver said and what would mend it, indented.
 std::string attemptText(const KrWindowReport::Attempt& attempt, std::size_t nameWidth)
 {
+    // Two blanks, the name, two blanks, and the eight characters of the outcome.
     const std::size_t indent = nameWidth + 12;
     std::string text = "  " + padded(attempt.backEnd, nameWidth) + (attempt.succeeded ? "  ok      " : "  failed  ");
     text += wrapped(attempt.outcome, indent, indent);
@@ -95,6 +98,7 @@ std::string attemptText(const KrWindowReport::Attempt& attempt, std::size_t name
 
 } // namespace
 
+// Of the context, not of the configuration that was asked for: drivers may give more.
 void KrWindowReport::readCurrentContext()
 {
     vendor = glString(GL_VENDOR);

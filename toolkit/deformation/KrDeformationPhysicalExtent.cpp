@@ -72,12 +72,14 @@ void KrDeformationPhysicalExtent::numberNormals()
     m_numMeshNormals = numbers.count();
 }
 
+// Counts as a cut: groups and what they look like are built together by who draws them.
 void KrDeformationPhysicalExtent::setMaterial(const std::string& groupName, const KrDataMap& material)
 {
     m_materialMap.set(groupName, material);
     noteCut();
 }
 
+// For meshes and poses alike; `method` names the one that is called.
 bool KrDeformationPhysicalExtent::checkVertices(const char* method, const std::vector<KrVector>& vertices) const
 {
     // Poses and vertices are blended number by number, so there must be as many.
@@ -160,6 +162,7 @@ bool KrDeformationPhysicalExtent::setPoseJoint(unsigned int pose, const std::str
     return true;
 }
 
+// Strokes are kept in order, since later paint covers earlier paint.
 bool KrDeformationPhysicalExtent::addStroke(const KrSurfaceStroke& stroke)
 {
     const std::string problem = stroke.problem();
@@ -193,6 +196,7 @@ bool KrDeformationPhysicalExtent::setPieceOffset(unsigned int piece, const KrCoo
     return true;
 }
 
+// This count says what has changed, the base class's that something has.
 void KrDeformationPhysicalExtent::noteMoved()
 {
     ++m_revision.value.vertices;

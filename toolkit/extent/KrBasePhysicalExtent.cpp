@@ -26,6 +26,7 @@ KrBasePhysicalExtent& KrBasePhysicalExtent::operator=(const KrBasePhysicalExtent
     return *this;
 }
 
+// Triangles lie where the placement puts them, so they are made anew.
 bool KrBasePhysicalExtent::setPlacement(const KrCoordinateSystemTransformation& placement)
 {
     if (!placement.checkPose("KrBasePhysicalExtent::setPlacement")) {
@@ -55,6 +56,7 @@ boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::makePlacedTri
     return triangles->transformed(m_placement);
 }
 
+// Solids are one group; meshes override this.
 unsigned int KrBasePhysicalExtent::numGroupNames() const
 {
     return 1;
@@ -91,6 +93,7 @@ void KrBasePhysicalExtent::touch()
     ++m_revision;
 }
 
+// What was computed from the values before is no longer true.
 bool KrBasePhysicalExtent::completeRead(KrXmlReader&)
 {
     touch();
@@ -103,6 +106,7 @@ KrVector KrBasePhysicalExtent::checkedSizes(const char* method, const KrVector& 
     return Kr::NumberCheck::areSizes(method, {sizes.x(), sizes.y(), sizes.z()}) ? sizes : KrVector();
 }
 
+// For documents: the sizes of all solids are refused in the same words.
 bool KrBasePhysicalExtent::checkLength(KrXmlRefusal& refusal, const char* what, double length)
 {
     // Written so that NaN fails too.

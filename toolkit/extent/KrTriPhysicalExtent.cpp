@@ -59,6 +59,7 @@ private:
     std::string m_problem;
 };
 
+// In this order: numbers are finite before they are used, and indices are there before they are followed.
 bool MeshCheck::run()
 {
     // Copies, since the check completes the lists that it is given.
@@ -91,6 +92,7 @@ bool isTooFar(const KrVector& v)
     return std::max({std::abs(v.x()), std::abs(v.y()), std::abs(v.z())}) > std::numeric_limits<float>::max();
 }
 
+// Every number of the lists, whether a triangle uses it or not: they are all handed to OpenGL.
 bool MeshCheck::checkNumbers()
 {
     // By the number in the list, so that the message finds the place in a file.
@@ -297,6 +299,7 @@ void KrTriPhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "materialMap"}, m_materialMap, Presence::Optional);
 }
 
+// The lists stand in the object already; a refused document throws the object away.
 bool KrTriPhysicalExtent::completeRead(KrXmlReader& reader)
 {
     MeshCheck check(m_vertices, m_normals, m_textureCoordinates, m_groups);
@@ -305,8 +308,8 @@ bool KrTriPhysicalExtent::completeRead(KrXmlReader& reader)
 }
 
 boost::shared_ptr<KrTriPhysicalExtent> KrTriPhysicalExtent::makeTriangles() const
-// By way of the identity, as a copy: the result has no placement of its own.
 {
+    // By way of the identity, as a copy: the result has no placement of its own.
     return transformed(KrCoordinateSystemTransformation());
 }
 

@@ -30,6 +30,7 @@ constexpr std::size_t kMaxGzipRatio = 1100; ///< deflate's own bound is about 10
 /// Thrown and caught in this file only; the text is the reason.
 using Trouble = std::runtime_error;
 
+// The types of numbers that both formats have.
 enum class Scalar
 {
     Int8,
@@ -202,6 +203,7 @@ void readBinary(std::string_view bytes, Scalar type, bool isBigEndian, Field& fi
     }
 }
 
+// Numbers with white space between them; what follows the last one is not looked at.
 void readText(std::string_view text, Field& field)
 {
     // A digit and a space each, but for the last.
@@ -253,6 +255,7 @@ std::string inflated(std::string_view bytes, std::size_t size)
 
 using Header = std::map<std::string, std::string>;
 
+// A field that the format demands.
 const std::string& need(const Header& header, const char* key)
 {
     const auto found = header.find(key);
@@ -262,6 +265,7 @@ const std::string& need(const Header& header, const char* key)
     return found->second;
 }
 
+// Fields by name; of one that stands twice the last counts.
 Header nrrdHeader(std::string_view& rest)
 {
     Header header;
@@ -373,6 +377,7 @@ void nrrdSpan(const std::vector<double>& ends, bool hasSpacing, Field& field)
     }
 }
 
+// Where the samples are: spacings, directions and ends may be told in several ways.
 void nrrdPlace(const Header& header, Field& field)
 {
     if (const auto found = header.find("spacings"); found != header.end()) {
@@ -410,6 +415,7 @@ void nrrdPlace(const Header& header, Field& field)
     }
 }
 
+// Lines before bytes, as the definition of the format has it.
 void nrrdSkipLines(const Header& header, std::string_view& data)
 {
     // In double precision: the number of lines is the file's word, and it ends with the data at the latest.
@@ -506,12 +512,14 @@ Scalar vtkType(const std::string& name)
     return found->second;
 }
 
+// For what VTK names in one line.
 std::array<double, 3> three(const std::string& text, const char* what)
 {
     const std::vector<double> n = numbers(text, 3, what);
     return {n[0], n[1], n[2]};
 }
 
+// Keywords may come in any order before the scalars, and in any case of letters.
 Field readVtk(std::string_view content)
 {
     // Version and title, which say nothing about the data.

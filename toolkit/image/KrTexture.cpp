@@ -51,6 +51,7 @@ private:
 template <typename Coordinate>
 void drawQuad(double u, double v, Coordinate coordinate)
 {
+    // Back before the caller draws anything else.
     const ScreenAligned matrices;
     glBegin(GL_QUADS);
     coordinate(0.0, 0.0);
@@ -84,6 +85,7 @@ bool KrTexture::operator==(const KrTexture& other) const
            m_scaleU == other.m_scaleU && m_scaleV == other.m_scaleV && m_isFloat == other.m_isFloat;
 }
 
+// The picture is let go once `take` is through: OpenGL, or the derived class, has a copy.
 bool KrTexture::loadFromFile(const std::string& name, const KrTextureParameters& parameters,
                              KrImage::Orientation orientation)
 {
@@ -93,6 +95,7 @@ bool KrTexture::loadFromFile(const std::string& name, const KrTextureParameters&
 
 bool KrTexture::loadFromImage(const KrImage& image, const KrTextureParameters& parameters)
 {
+    // A flipped picture counts as none: its rows are in the other order.
     if (image.data() == nullptr) {
         Kr::Print::instance()->write(Kr::Print::Warning, "KrTexture::loadFromImage - the picture has no pixels.\n");
         return false;
@@ -123,9 +126,11 @@ bool KrTexture::loadShell(unsigned int width, unsigned int height, const KrTextu
                                      width, height);
         return false;
     }
+    // No pixels: the texture is to be drawn into.
     return take(nullptr, 0, width, height, parameters);
 }
 
+// The one way in, for pictures and shells: sizes first, since `load` asks for them.
 bool KrTexture::take(const unsigned char* data, unsigned int size, unsigned int width, unsigned int height,
                      const KrTextureParameters& parameters)
 {
@@ -203,6 +208,7 @@ const KrTextureParameters& KrTexture::textureParameters() const
     return m_parameters;
 }
 
+// True where the sizes need no enlarging; derived classes may enlarge others.
 bool KrTexture::calculatePOT(unsigned int width, unsigned int height)
 {
     if (!isPowerOf2(width) || !isPowerOf2(height)) {

@@ -18,6 +18,7 @@ namespace
 // The one key whose value is the name of a file.
 const char* const kTextureKey = "krTextureFilename";
 
+// The three types that a document can write.
 using Value = std::variant<double, std::string, bool>;
 
 // False when there is no such key, or its value is of another type; `out` stays as it was.
@@ -43,6 +44,7 @@ bool readValue(KrXmlReader& reader, Value& out)
     return ok;
 }
 
+// The element's name decides the type; the key was read before.
 bool readAnyValue(KrXmlReader& reader, Value& out)
 {
     const KrXmlToken& element = reader.element();
@@ -97,6 +99,7 @@ void resolveTexture(std::map<std::string, Value>& values, const std::string& doc
 
 template class KrXmlObjectOf<KrDataMap, KrXmlObject>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrDataMap::KrDataMap() = default;
 KrDataMap::KrDataMap(const KrDataMap& other) = default;
 KrDataMap::KrDataMap(KrDataMap&& other) noexcept = default;
@@ -104,6 +107,7 @@ KrDataMap& KrDataMap::operator=(const KrDataMap& other) = default;
 KrDataMap& KrDataMap::operator=(KrDataMap&& other) noexcept = default;
 KrDataMap::~KrDataMap() = default;
 
+// Key by key, which the map keeps in order.
 bool operator==(const KrDataMap& a, const KrDataMap& b)
 {
     return std::equal(a.m_values.begin(), a.m_values.end(), b.m_values.begin(), b.m_values.end(),
@@ -131,6 +135,7 @@ bool KrDataMap::boolean(const std::string& key, bool& out) const
     return find(m_values, key, out);
 }
 
+// A key has one value: another type takes the old one's place.
 void KrDataMap::setReal(const std::string& key, double value)
 {
     m_values[key] = value;
@@ -199,6 +204,7 @@ bool KrDataMap::read(KrXmlReader& reader)
         if (!readAnyValue(reader, value)) {
             return false;
         }
+        // Two values for one key would leave the winner to chance.
         if (!values.emplace(key, std::move(value)).second) {
             return reader.fail("key \"%.80s\" stands twice", key.c_str());
         }

@@ -136,6 +136,7 @@ bool KrCoordinateSystemTransformation::isFinite() const
            std::all_of(&m_rotation[0][0], &m_rotation[0][0] + 9, [](double element) { return std::isfinite(element); });
 }
 
+// Whether the setters of other classes take it, see checkPose.
 bool KrCoordinateSystemTransformation::isPose() const
 {
     return isRotation(m_rotation) && m_translation.isFinite();
@@ -159,6 +160,7 @@ void KrCoordinateSystemTransformation::setRotation(const double (&rowByRow)[9])
     std::copy(rowByRow, rowByRow + 9, &m_rotation[0][0]);
 }
 
+// A rotation has two quaternions, q and -q; which of them comes is Eigen's choice.
 KrOrientation KrCoordinateSystemTransformation::orientation() const
 {
     const Eigen::Matrix3d matrix = Eigen::Map<const RowMajorMatrix>(&m_rotation[0][0]);
@@ -179,6 +181,7 @@ void KrCoordinateSystemTransformation::setOrientation(const KrOrientation& q)
     matrix = Eigen::Quaterniond(unit[3], unit[0], unit[1], unit[2]).toRotationMatrix();
 }
 
+// Written out, which costs less than two products of matrices.
 void KrCoordinateSystemTransformation::setRollPitchYaw(double roll, double pitch, double yaw)
 {
     const double cr = std::cos(roll);
@@ -292,6 +295,7 @@ bool KrCoordinateSystemTransformation::xmlInit()
     return true;
 }
 
+// Each part at most once and in any order; what is left out is the identity's.
 bool KrCoordinateSystemTransformation::read(KrXmlReader& reader)
 {
     // A pose of its own: one that is read by half must not remain.

@@ -30,8 +30,8 @@ bool KrPixel::read(KrXmlReader& reader)
 }
 
 bool KrPixel::write(KrXmlWriter& writer) const
-// Two numbers with a blank between them, as a list of the schema.
 {
+    // Two numbers with a blank between them, as a list of the schema.
     std::string text;
     KrXmlText::append(text, m_x);
     text += ' ';

@@ -34,6 +34,7 @@ public:
     }
 
 private:
+    // A joint is walked over once, however many follow it.
     enum class Mark
     {
         Open,
@@ -43,6 +44,7 @@ private:
     static constexpr int kNoMaster = -1;
 
     // A mimic whose master is unknown follows nobody; its position stays as it is.
+    // Names become numbers once, so that following chains compares no strings.
     void findMasters()
     {
         // Most manipulators have no mimic at all, and their states change with every frame.
@@ -88,6 +90,7 @@ private:
     }
 
     // The master's position stands by now: masters are settled before those that follow them.
+    // position = multiplier * master + offset, in the units of the two joints.
     void settle(int joint)
     {
         const KrJointKinematics& kinematics = m_links[joint]->jointKinematics();
@@ -126,6 +129,7 @@ template class KrXmlObjectOf<KrIndividualManipulator, KrManipulatorLink>;
 template class KrXmlObjectOf<KrXmlVectorType<KrIndividualManipulator>, KrXmlObject>;
 template class KrXmlVectorType<KrIndividualManipulator>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrIndividualManipulator::KrIndividualManipulator() = default;
 KrIndividualManipulator::KrIndividualManipulator(const KrIndividualManipulator& other) = default;
 KrIndividualManipulator::KrIndividualManipulator(KrIndividualManipulator&& other) noexcept = default;
@@ -159,6 +163,7 @@ unsigned int KrIndividualManipulator::numJoints() const
     return count;
 }
 
+// How many links hang under each other at most; the walk's path is as long as its link is deep.
 unsigned int KrIndividualManipulator::depth() const
 {
     std::size_t deepest = 0;
@@ -206,6 +211,7 @@ int KrIndividualManipulator::jointIndex(const std::string& name) const
     return found == all.end() ? -1 : static_cast<int>(found - all.begin());
 }
 
+// Zero is outside of some joints' limits, hence the rest positions.
 KrPositionState KrIndividualManipulator::defaultState() const
 {
     KrPositionState state;
@@ -251,6 +257,7 @@ bool KrIndividualManipulator::linkPoses(const KrPositionState& state,
     return true;
 }
 
+// For single questions: linkPoses() computes those of all links.
 bool KrIndividualManipulator::linkPose(const std::string& link, const KrPositionState& state,
                                        KrCoordinateSystemTransformation& pose) const
 {

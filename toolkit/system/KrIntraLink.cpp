@@ -53,6 +53,7 @@ template class KrXmlObjectOf<KrIntraLink, KrXmlCompoundType>;
 template class KrXmlObjectOf<KrXmlVectorType<KrIntraLink>, KrXmlObject>;
 template class KrXmlVectorType<KrIntraLink>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrIntraLink::KrIntraLink() = default;
 KrIntraLink::KrIntraLink(const KrIntraLink& other) = default;
 KrIntraLink::KrIntraLink(KrIntraLink&& other) noexcept = default;

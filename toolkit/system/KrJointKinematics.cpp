@@ -12,6 +12,7 @@
 namespace
 {
 
+// Enumerators and their names in documents, in one table for both ways.
 struct TypeName
 {
     KrJointKinematics::Type type;
@@ -24,6 +25,7 @@ constexpr std::array<TypeName, 4> kTypeNames = {{{KrJointKinematics::Type::Fixed
                                                  {KrJointKinematics::Type::Continuous, "continuous"},
                                                  {KrJointKinematics::Type::Prismatic, "prismatic"}}};
 
+// Nothing for a name that is none: `validate` tells the user, with the names that are.
 std::optional<KrJointKinematics::Type> typeOf(const std::string& name)
 {
     for (const TypeName& known : kTypeNames) {
@@ -62,6 +64,7 @@ KrVector normalized(KrVector axis)
 
 template class KrXmlObjectOf<KrJointKinematics, KrXmlCompoundType>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrJointKinematics::KrJointKinematics() = default;
 KrJointKinematics::KrJointKinematics(const KrJointKinematics& other) = default;
 KrJointKinematics::KrJointKinematics(KrJointKinematics&& other) noexcept = default;
@@ -76,6 +79,7 @@ const char* KrJointKinematics::typeName(Type type)
             return known.name;
         }
     }
+    // A value that is no enumerator: as good as fixed, which is how it would move.
     return kTypeNames[0].name;
 }
 
@@ -103,6 +107,7 @@ bool KrJointKinematics::setAxis(const KrVector& axis)
     return true;
 }
 
+// The place of the joint in its parent link; the three poses of a joint are refused alike.
 bool KrJointKinematics::setOrigin(const KrCoordinateSystemTransformation& origin)
 {
     return origin.checkPose("KrJointKinematics::setOrigin") && (m_origin = origin, true);
@@ -142,6 +147,7 @@ bool KrJointKinematics::setDenavitHartenberg(Type type, double theta, double d, 
 
 bool KrJointKinematics::setMaximumVelocity(double velocity)
 {
+    // Infinity is the value of a joint without a maximum.
     return Kr::NumberCheck::areNumbers("KrJointKinematics::setMaximumVelocity", {velocity}) &&
            (m_maximumVelocity = velocity, true);
 }
@@ -152,6 +158,7 @@ bool KrJointKinematics::setMaximumEffort(double effort)
            (m_maximumEffort = effort, true);
 }
 
+// Told, not enforced: what happens to a position beyond them is for whoever drives the joint.
 bool KrJointKinematics::setLimits(double lower, double upper)
 {
     if (!areLimits(lower, upper)) {
@@ -165,6 +172,7 @@ bool KrJointKinematics::setLimits(double lower, double upper)
     return true;
 }
 
+// Whether there is such a master is not asked: the joint it names may be added later.
 bool KrJointKinematics::setMimic(const std::string& master, double multiplier, double offset)
 {
     if (!Kr::NumberCheck::areFinite("KrJointKinematics::setMimic", {multiplier, offset})) {
@@ -184,6 +192,7 @@ void KrJointKinematics::linkTransformation(double position, KrCoordinateSystemTr
     case Type::Fixed:
         break;
     case Type::Revolute:
+    // Only their limits tell these two apart.
     case Type::Continuous:
         motion.setAxisAngle(m_axis, position);
         break;
@@ -197,6 +206,7 @@ void KrJointKinematics::linkTransformation(double position, KrCoordinateSystemTr
 
 bool KrJointKinematics::read(KrXmlReader& reader)
 {
+    // A document that is refused leaves the joint as it was, and so nothing to settle.
     if (!KrXmlCompoundType::read(reader)) {
         return false;
     }
@@ -237,6 +247,7 @@ void KrJointKinematics::registerComponents()
 
 bool KrJointKinematics::validate(KrXmlRefusal& refusal) const
 {
+    // The name and not the enumerator: a document sets the name alone.
     const std::string& type = m_type.value();
     if (!typeOf(type)) {
         return refusal.fail("\"%.40s\" is no joint type: fixed, revolute, continuous, prismatic", type.c_str());
@@ -252,6 +263,7 @@ bool KrJointKinematics::validate(KrXmlRefusal& refusal) const
     if (!std::isfinite(mimicMultiplier()) || !std::isfinite(mimicOffset())) {
         return refusal.fail("joint \"%.80s\": the factor and the offset of a mimic are finite", name().c_str());
     }
+    // Limits that are not given are infinite.
     if (std::isnan(maximumVelocity()) || std::isnan(maximumEffort())) {
         return refusal.fail("joint \"%.80s\": a maximum is no number", name().c_str());
     }

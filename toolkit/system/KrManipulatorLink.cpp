@@ -63,6 +63,7 @@ KrManipulatorLink::~KrManipulatorLink()
             open.push_back(std::move(link.m_childLinks.values()));
         }
     };
+    // Children of children join the list before their parents end.
     take(*this);
     while (!open.empty()) {
         std::vector<KrManipulatorLink> links = std::move(open.back());
@@ -133,12 +134,14 @@ void KrManipulatorLink::addCollisionShape(const boost::shared_ptr<KrBasePhysical
     addCollisionShape(boost::make_shared<KrShape>(extent));
 }
 
+// By value; the reference holds until another link is added beside it.
 KrManipulatorLink& KrManipulatorLink::addChildLink(const KrManipulatorLink& link)
 {
     m_childLinks.push_back(link);
     return m_childLinks.back();
 }
 
+// For the walks of reading, writing and comparing, which know no links.
 const KrXmlCompoundType* KrManipulatorLink::child(unsigned int i) const
 {
     return i < m_childLinks.size() ? &m_childLinks[i] : nullptr;

@@ -2,6 +2,7 @@
 
 template class KrXmlObjectOf<KrManipulatorSystem, KrXmlCompoundType>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrManipulatorSystem::KrManipulatorSystem() = default;
 KrManipulatorSystem::KrManipulatorSystem(const KrManipulatorSystem& other) = default;
 KrManipulatorSystem::KrManipulatorSystem(KrManipulatorSystem&& other) noexcept = default;

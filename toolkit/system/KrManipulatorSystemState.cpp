@@ -7,6 +7,7 @@
 
 template class KrXmlObjectOf<KrManipulatorSystemState, KrXmlCompoundType>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrManipulatorSystemState::KrManipulatorSystemState() = default;
 KrManipulatorSystemState::KrManipulatorSystemState(const KrManipulatorSystemState& other) = default;
 KrManipulatorSystemState::KrManipulatorSystemState(KrManipulatorSystemState&& other) noexcept = default;

@@ -63,6 +63,7 @@ bool areFinite(const std::array<double, 6>& values)
 
 template class KrXmlObjectOf<KrMassProperties, KrXmlCompoundType>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrMassProperties::KrMassProperties() = default;
 KrMassProperties::KrMassProperties(const KrMassProperties& other) = default;
 KrMassProperties::KrMassProperties(KrMassProperties&& other) noexcept = default;

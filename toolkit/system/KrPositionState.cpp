@@ -10,6 +10,7 @@ template class KrXmlVectorType<KrPositionState>;
 template class KrXmlObjectOf<KrXmlVectorType<KrXmlBasicType<double>>, KrXmlObject>;
 template class KrXmlVectorType<KrXmlBasicType<double>>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrPositionState::KrPositionState() = default;
 KrPositionState::KrPositionState(const KrPositionState& other) = default;
 KrPositionState::KrPositionState(KrPositionState&& other) noexcept = default;

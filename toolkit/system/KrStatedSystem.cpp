@@ -31,6 +31,7 @@ std::string whyNoState(const KrManipulatorSystem& system, const KrManipulatorSys
 {
     char text[160];
     const KrXmlVectorType<KrIndividualManipulator>& manipulators = system.manipulators();
+    // Numbers first: what is looked at below is there then.
     if (state.positionStates().size() != manipulators.size()) {
         std::snprintf(text, sizeof text, "the system has %u manipulators, the state %u", manipulators.size(),
                       state.positionStates().size());

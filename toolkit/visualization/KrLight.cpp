@@ -18,6 +18,7 @@ bool isColor(const char* method, const KrColor& color)
 
 template class KrXmlObjectOf<KrLight, KrXmlCompoundType>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrLight::KrLight() = default;
 KrLight::KrLight(const KrLight& other) = default;
 KrLight::KrLight(KrLight&& other) noexcept = default;
@@ -54,6 +55,7 @@ bool KrLight::setDirection(const KrVector& direction)
            (m_direction = direction, true);
 }
 
+// Sizes: finite and not below 0. OpenGL's own upper limits are for who hands the light over.
 bool KrLight::setSpotExponent(double exponent)
 {
     return Kr::NumberCheck::areSizes("KrLight::setSpotExponent", {exponent}) && (m_spotExponent = exponent, true);
@@ -64,6 +66,7 @@ bool KrLight::setSpotCutoff(double angle)
     return Kr::NumberCheck::areSizes("KrLight::setSpotCutoff", {angle}) && (m_spotCutoff = angle, true);
 }
 
+// The light of a lamp d away is divided by constant + linear d + quadratic d^2 (OpenGL 2.1, section 2.14.1).
 bool KrLight::setConstantAttenuation(double factor)
 {
     return Kr::NumberCheck::areSizes("KrLight::setConstantAttenuation", {factor}) &&
@@ -105,6 +108,7 @@ void KrLight::registerComponents()
     registerComponent({uri, "quadraticAttenuation"}, m_quadraticAttenuation, Presence::Optional);
 }
 
+// Of what was read: the limits are those of the setters.
 bool KrLight::validate(KrXmlRefusal& refusal) const
 {
     // Asked again here, for documents: they reach the values without the setters.

@@ -5,6 +5,7 @@ template class KrXmlObjectOf<KrLightParameters, KrXmlCompoundType>;
 template class KrXmlObjectOf<KrXmlVectorType<KrLight>, KrXmlObject>;
 template class KrXmlVectorType<KrLight>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrLightParameters::KrLightParameters() = default;
 KrLightParameters::KrLightParameters(const KrLightParameters& other) = default;
 KrLightParameters::KrLightParameters(KrLightParameters&& other) noexcept = default;

@@ -26,6 +26,7 @@ bool isFieldOfView(double angle)
 
 template class KrXmlObjectOf<KrPovParameters, KrXmlCompoundType>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrPovParameters::KrPovParameters() = default;
 KrPovParameters::KrPovParameters(const KrPovParameters& other) = default;
 KrPovParameters::KrPovParameters(KrPovParameters&& other) noexcept = default;
@@ -85,6 +86,7 @@ bool KrPovParameters::setFromViewTransformationAndDistance(const KrCoordinateSys
     const KrVector eye = view.translation();
     const KrVector center = eye + view.transformDirection(KrVector(0.0, 0.0, -distance));
     const KrVector up = view.transformDirection(KrVector(0.0, 1.0, 0.0));
+    // The class is left out: the message of this one begins with the method.
     const char* const method = "setFromViewTransformationAndDistance";
     // All three before the first is assigned: a refused pose leaves the point of view as it was.
     if (!isFinite(method, eye) || !isFinite(method, center) || !isFinite(method, up)) {

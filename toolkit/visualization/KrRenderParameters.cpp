@@ -26,6 +26,7 @@ bool isDistance(const char* method, double distance)
 
 template class KrXmlObjectOf<KrRenderParameters, KrXmlCompoundType>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrRenderParameters::KrRenderParameters() = default;
 KrRenderParameters::KrRenderParameters(const KrRenderParameters& other) = default;
 KrRenderParameters::KrRenderParameters(KrRenderParameters&& other) noexcept = default;

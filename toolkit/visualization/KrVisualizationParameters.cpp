@@ -2,6 +2,7 @@
 
 template class KrXmlObjectOf<KrVisualizationParameters, KrXmlCompoundType>;
 
+// Copies are compiled here, once, and not in every file that includes the header.
 KrVisualizationParameters::KrVisualizationParameters() = default;
 KrVisualizationParameters::KrVisualizationParameters(const KrVisualizationParameters& other) = default;
 KrVisualizationParameters::KrVisualizationParameters(KrVisualizationParameters&& other) noexcept = default;

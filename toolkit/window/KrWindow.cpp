@@ -68,6 +68,7 @@ std::vector<BackEnd> backEnds(const KrWindow* shareWindow)
 }
 
 /// "GLX: no X display answers (DISPLAY is not set); EGL surfaceless: ..."
+/// Only of what failed: the user wants to know what to mend.
 std::string failures(const KrWindowReport& report)
 {
     std::string text;
@@ -120,6 +121,7 @@ bool KrWindow::isUsableHere() const
     return !KrForkGuard::isForked() && (!m_initialized || m_thread == std::this_thread::get_id());
 }
 
+// Two different mistakes, so two messages: each says what to do instead.
 bool KrWindow::demandUsable(const char* operation) const
 {
     if (isUsableHere()) {
@@ -141,6 +143,7 @@ bool KrWindow::demandUsable(const char* operation) const
     return false;
 }
 
+// A closed window takes any size; whether it can be had is seen when it opens.
 bool KrWindow::setWindowSize(unsigned int width, unsigned int height)
 {
     if (m_initialized) {
@@ -194,6 +197,7 @@ const std::string& KrWindow::getName() const
     return m_name;
 }
 
+// A wish of a closed window, which `init` hands on.
 bool KrWindow::setTopMost(bool topMost)
 {
     // An attribute that could not be given to the open window is not noted either, so the getter tells the truth.
@@ -271,6 +275,7 @@ KrWindow* KrWindow::getShareWindow() const
     return m_shareWindow;
 }
 
+// Swapping makes the window current, as drawing into it does.
 bool KrWindow::swapBuffers()
 {
     // Not by the virtual function: a derived class may do more in its own than to switch contexts.
@@ -328,6 +333,7 @@ KrWindowImpl* KrWindow::getImpl() const
     return m_impl.get();
 }
 
+// Open already is as good as opened, so that callers need not ask.
 bool KrWindow::init()
 {
     if (!demandUsable("KrWindow::init")) {
@@ -379,6 +385,7 @@ bool KrWindow::openImpl()
     return false;
 }
 
+// With sharing first, and without where that fails.
 bool KrWindow::openWith(KrWindowImpl& impl)
 {
     KrWindowImpl::Settings settings;
@@ -438,6 +445,7 @@ KrWindowImpl* KrWindow::implToShareWith(const KrWindowImpl& impl, std::string& r
     return other;
 }
 
+// By way of a shared cell, which a closing window empties: no thread is left with a pointer to what has gone.
 KrWindow* KrWindow::getWindow()
 {
     const Link& current = currentLink();

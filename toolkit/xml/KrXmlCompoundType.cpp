@@ -62,6 +62,7 @@ KrXmlCompoundType::Components KrXmlCompoundType::components() const
     return result;
 }
 
+// Outside of components() nobody listens, and registering does nothing.
 void KrXmlCompoundType::add(const Component& component)
 {
     if (t_components != nullptr) {
@@ -97,6 +98,7 @@ bool KrXmlCompoundType::xmlInit()
     return assign(*fresh);
 }
 
+// Into a new object first, so that a document that is refused half-way leaves this one as it was.
 bool KrXmlCompoundType::read(KrXmlReader& reader)
 {
     // Members are read by recursion, so the depth is limited before the stack is.
@@ -299,6 +301,7 @@ bool KrXmlCompoundType::isEqualButForChildren(const KrXmlCompoundType& a, const 
                       });
 }
 
+// Values, not objects: two that were read from one document are equal.
 bool KrXmlCompoundType::operator==(const KrXmlCompoundType& other) const
 {
     // By a stack of pairs instead of recursion, for links that hang deep.

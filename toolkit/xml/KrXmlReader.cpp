@@ -137,6 +137,7 @@ struct KrXmlReader::Private
     std::unique_ptr<xmlParserCtxt, ParserDeleter> parser;
     std::vector<char> chunk;
     std::deque<Event> events;
+    // Bounds what a single tag or comment may take, which the parser has to hold as a whole.
     std::size_t bytesSinceEvent = 0;
     std::size_t parseDepth = 0;
     bool isInputAtEnd = false;
@@ -147,6 +148,7 @@ struct KrXmlReader::Private
     Attributes attributes;
     bool isConsumed = true;
     bool hasFailed = false;
+    // See Scratch.
     int scratchDepth = 0;
     std::map<std::string, boost::shared_ptr<KrXmlObject>> sharedObjects;
 
@@ -333,6 +335,7 @@ bool KrXmlReader::Private::open(Source newSource, const std::string& newName)
 }
 
 /// Parses one more piece of the input; false when there is none or it cannot be read.
+/// Reads only when an event is asked for, so that a document which is refused early is not read to its end.
 bool KrXmlReader::Private::fill()
 {
     if (isInputAtEnd || isParserStopped) {
@@ -435,6 +438,7 @@ bool KrXmlReader::openFile(const std::string& path)
     return ok;
 }
 
+// The stream is the caller's and has to live until reading is over.
 bool KrXmlReader::openStream(std::istream& stream, const std::string& name)
 {
     return m_private->open([&stream](char* data, std::size_t size) { return readStream(stream, data, size); }, name);
@@ -466,6 +470,7 @@ const std::string& KrXmlReader::documentName() const
     return m_private->name;
 }
 
+// Empty where the document came from elsewhere than a file.
 const std::string& KrXmlReader::documentFolder() const
 {
     return m_private->folder;
@@ -539,6 +544,7 @@ bool KrXmlReader::string(std::string& out)
                          fail("\"%.40s\" is no text with bytes as %%XX", out.c_str()));
 }
 
+// For elements that a reader knows and has no use for.
 bool KrXmlReader::skip()
 {
     return !m_private->hasFailed && m_private->leaveElement(nullptr);
@@ -581,6 +587,7 @@ bool KrXmlReader::isScratch() const
     return m_private->scratchDepth > 0;
 }
 
+// A second object under the same id takes the first one's place.
 void KrXmlReader::keepShared(const std::string& id, const boost::shared_ptr<KrXmlObject>& object)
 {
     m_private->sharedObjects[id] = object;

@@ -53,6 +53,7 @@ std::string anyElement(const std::string& uri, std::size_t minimum, const std::s
 
 } // namespace
 
+// The prototype is asked for its structure only; its values do not matter.
 KrXmlSchema::KrXmlSchema(const KrXmlToken& root, const KrXmlObject& object)
     : m_targetUri(root.uri)
 {
@@ -60,6 +61,7 @@ KrXmlSchema::KrXmlSchema(const KrXmlToken& root, const KrXmlObject& object)
     m_rootElement = element(root, object, "");
 }
 
+// Written from what the constructor has gathered.
 void KrXmlSchema::write(std::ostream& stream) const
 {
     stream << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\"";
@@ -186,6 +188,7 @@ void KrXmlSchema::repeated(const KrXmlToken& token, const KrXmlObject& prototype
     complexType("<xs:sequence>" + item + "</xs:sequence>");
 }
 
+// Which classes there are is not known to a pointer's type.
 void KrXmlSchema::oneOfAnyClass()
 {
     complexType("<xs:sequence>" + anyElement("##any", 0, "1") + "</xs:sequence>");

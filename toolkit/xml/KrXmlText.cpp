@@ -56,6 +56,7 @@ void appendReal(std::string& out, T value)
 
 /// Whether a number that is out of range is one that stands for zero; from_chars does not tell.
 template <typename T>
+// By its size below 1: what is out of range and below 1 can only be too small.
 bool isTooSmall(std::string_view word)
 {
     if constexpr (std::is_floating_point_v<T>) {
@@ -69,6 +70,7 @@ bool isTooSmall(std::string_view word)
 }
 
 template <typename T>
+// One word, whole: "1.5m" is no number.
 bool takeNumber(std::string_view& text, T& value)
 {
     std::string_view word = takeWord(text);
@@ -211,6 +213,7 @@ std::string KrXmlText::encodePercent(std::string_view text)
     return result;
 }
 
+// In a text of its own: one that is no such text stays as it was.
 bool KrXmlText::decodePercent(std::string& text)
 {
     std::string result;
@@ -232,6 +235,7 @@ bool KrXmlText::decodePercent(std::string& text)
     return true;
 }
 
+// White space behind the last value is nothing.
 bool KrXmlText::atEnd(std::string_view& text)
 {
     dropSpace(text);

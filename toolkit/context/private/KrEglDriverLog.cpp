@@ -21,6 +21,7 @@ struct Installation
     EGLDEBUGPROCKHR clientCallback = nullptr;
 };
 
+// Made on first use, from whatever thread.
 Installation& installation()
 {
     static auto& s_installation = *new Installation; // windows may be opened until the very end of the process
@@ -62,6 +63,7 @@ PFNEGLQUERYDEBUGKHRPROC queryDebug()
     return reinterpret_cast<PFNEGLQUERYDEBUGKHRPROC>(eglGetProcAddress("eglQueryDebugKHR"));
 }
 
+// What the client has set comes back afterwards, so it is asked for before it is replaced.
 bool install(Installation& ours, EGLDEBUGPROCKHR callback)
 {
     EGLAttrib clientCallback = 0;
@@ -100,6 +102,7 @@ KrEglDriverLog::~KrEglDriverLog()
     t_listener = nullptr;
     Installation& ours = installation();
     const std::lock_guard<std::mutex> lock(ours.mutex);
+    // Other threads may still be listening.
     if (--ours.numListeners > 0) {
         return;
     }
@@ -141,6 +144,7 @@ std::string KrEglDriverLog::takeError()
     return text;
 }
 
+// The names as EGL's documents have them, for users to search for.
 std::string KrEglDriverLog::errorName(EGLint error)
 {
     for (const ErrorName& known : kErrorNames) {

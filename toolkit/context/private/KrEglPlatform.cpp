@@ -48,16 +48,19 @@ bool hasClientExtension(const char* name)
 }
 
 template <typename Function>
+// Functions of extensions are not exported: the library hands them out by name, null for none.
 Function eglFunction(const char* name)
 {
     return reinterpret_cast<Function>(eglGetProcAddress(name));
 }
 
+// A way that is closed before a display is asked for: no call of EGL has failed, so there is no error of the driver.
 void addFailure(KrWindowReport& report, const char* backEnd, const std::string& outcome, const std::string& remedy)
 {
     report.attempts.push_back({backEnd, false, outcome, std::string(), remedy});
 }
 
+// Sorted by name, as glob gives them.
 std::vector<std::string> renderNodePaths()
 {
     std::vector<std::string> paths;
@@ -75,6 +78,7 @@ bool isOpenable(const std::string& path)
     return access(path.c_str(), R_OK | W_OK) == 0;
 }
 
+// The group that owns the node, so that the user can be told what to join.
 std::string permissionRemedy(const std::string& path)
 {
     struct stat status = {};
@@ -86,6 +90,7 @@ std::string permissionRemedy(const std::string& path)
 gbm_device* gbmDevice(const std::string& node)
 {
     static std::mutex s_mutex;
+    // Never destroyed: displays on these devices live as long as the process.
     static auto& s_devices = *new std::map<std::string, gbm_device*>;
     const std::lock_guard<std::mutex> lock(s_mutex);
     const auto known = s_devices.find(node);
@@ -127,6 +132,7 @@ KrEglPlatform devicePlatform(EGLDeviceEXT device, int index)
     platform.backEnd = "EGL device " + std::to_string(index);
     // Null displays are told by the attempt itself, together with the others.
     platform.display = eglGetPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, device, nullptr);
+    // A device without the extension may be anything.
     platform.maybeHardware = !hasWord(extensions, "EGL_MESA_device_software");
     platform.remedy = platform.maybeHardware ? "install or repair the EGL driver of this device" : mesaRemedy();
     const char* node = extensions ? nodeOf(device, extensions) : nullptr;
@@ -150,6 +156,7 @@ bool KrEglPlatforms::haveDriver(KrWindowReport& report)
     attempt.backEnd = "EGL";
     attempt.outcome = "the EGL library finds no driver";
     KrEglDriverLog log;
+    // Asked last, since it may try to reach an X server.
     if (eglGetDisplay(EGL_DEFAULT_DISPLAY) != EGL_NO_DISPLAY) {
         return true; // EGL before 1.5 has no client extensions, yet a display
     }
@@ -176,6 +183,7 @@ std::vector<KrEglPlatform> KrEglPlatforms::surfaceless(KrWindowReport& report)
     return {platform};
 }
 
+// One attempt for each device, in the driver's order: hardware need not come first.
 std::vector<KrEglPlatform> KrEglPlatforms::devices(KrWindowReport& report)
 {
     constexpr const char* kName = "EGL device";
@@ -210,6 +218,7 @@ std::vector<KrEglPlatform> KrEglPlatforms::renderNodes(KrWindowReport& report)
     std::vector<KrEglPlatform> platforms;
     for (const std::string& node : nodes) {
         gbm_device* device = gbmDevice(node);
+        // A node that cannot be opened is told; the next one may be another card.
         if (!device) {
             const std::string reason = std::strerror(errno);
             addFailure(report, kName, "cannot open " + node + ": " + reason,
@@ -242,6 +251,7 @@ std::string KrEglPlatforms::softwareHint()
     if (isSoftwareWanted()) {
         return "LIBGL_ALWAYS_SOFTWARE asks for the software renderer";
     }
+    // The kernel's part is there without the library's: the usual state of a container.
     if (access("/dev/nvidiactl", F_OK) == 0) {
         return "an NVIDIA device is there but its EGL driver is not: install libnvidia-gl, in a container set "
                "NVIDIA_DRIVER_CAPABILITIES to graphics or all";

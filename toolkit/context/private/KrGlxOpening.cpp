@@ -124,6 +124,7 @@ private:
     {
         // Shared contexts have to be on one connection.
         m_open->connection = m_share ? m_share->connection : KrXConnection::acquire();
+        // XOpenDisplay tells no reason, so the name is all there is to say.
         if (m_open->connection) {
             return true;
         }
@@ -178,6 +179,7 @@ private:
     }
 
     // Without attributes a compatibility profile of the highest version is made.
+    // The trap is asked as well: a context that comes with an error of X is of no use.
     bool createContext(KrXErrorTrap& trap)
     {
         Display* display = m_open->display();
@@ -214,6 +216,7 @@ private:
         return true;
     }
 
+    // In this order: what is too large to be drawn must not appear on the screen first.
     bool start(KrXErrorTrap& trap)
     {
         if (!m_open->makeCurrent()) {

@@ -72,6 +72,7 @@ void setCallback(GLUtesselator& tessellator, GLenum which, Function* function)
 }
 
 // Outlines inside each other are holes where they run the other way round: the winding rule tells.
+// Null when there is no memory. The normal is given, since the tessellator would guess it from the points.
 UniqueTessellator makeTessellator(const KrVector& normal)
 {
     UniqueTessellator tessellator(gluNewTess());
@@ -146,6 +147,7 @@ bool KrMeshPlaneCut::separate(std::uint32_t piece, std::uint32_t newPiece)
     return m_isAnyBelow && m_isAnyAbove;
 }
 
+// What lies on both sides is parted along the plane; everything else goes to its side whole.
 void KrMeshPlaneCut::splitTriangle(const KrTriangle& triangle, std::vector<KrTriangle>& below,
                                    std::vector<KrTriangle>& above)
 {
@@ -242,6 +244,7 @@ std::uint32_t KrMeshPlaneCut::normalBetween(std::uint32_t low, std::uint32_t hig
     return found->second;
 }
 
+// Texture coordinates do not follow poses, so values are kept instead of edge points.
 std::uint32_t KrMeshPlaneCut::textureCoordinateBetween(std::uint32_t low, std::uint32_t high, std::uint32_t vertex,
                                                        double t)
 {
@@ -366,6 +369,7 @@ bool KrMeshPlaneCut::cap(const std::string& name)
     return true;
 }
 
+// The same triangles close both sides, each looking out of its own.
 void KrMeshPlaneCut::addCap(const Polygon& triangles, const std::string& name, std::uint32_t piece, bool isBelow)
 {
     const auto own = m_mesh.numNormals + static_cast<std::uint32_t>(m_mesh.cutNormals.size());

@@ -66,6 +66,7 @@ struct OutlineLine
 };
 
 /// Turns an outline, from its lowest point upwards with the solid on its left, about the z axis.
+/// All round solids are outlines that are turned, so that poles, seams and normals are right in one place.
 class Lathe
 {
 public:
@@ -96,6 +97,7 @@ private:
     Ring addCoordinates(std::size_t point);
     Ring addFlatCoordinates(std::size_t point, double edgeRadius, double up);
     Side side(std::size_t line, bool isEnd);
+    // Between two sides, for all segments.
     void addTriangles(const Side& lower, const Side& upper);
     void addTriangle(const std::pair<const Side*, std::uint32_t> (&corners)[3], std::uint32_t segment);
 
@@ -133,6 +135,7 @@ Lathe::Ring Lathe::addVertices(std::size_t point)
     return ring;
 }
 
+// Around the axis, or a single one where the normal is along the axis.
 Lathe::Ring Lathe::addNormals(std::size_t point, const OutlinePoint& normal)
 {
     const Ring ring{m_mesh.normals.size(), normal.radius == 0.0 ? 1 : kSegments};
@@ -168,6 +171,7 @@ Lathe::Ring Lathe::addFlatCoordinates(std::size_t point, double edgeRadius, doub
     return ring;
 }
 
+// Each line has normals and coordinates of its own, since they break between lines; vertices are shared.
 Lathe::Side Lathe::side(std::size_t line, bool isEnd)
 {
     const std::size_t point = isEnd ? line + 1 : line;
@@ -279,6 +283,7 @@ std::uint32_t cornerIndex(const KrVector& signs)
     return (signs.x() > 0.0 ? 1u : 0u) + (signs.y() > 0.0 ? 2u : 0u) + (signs.z() > 0.0 ? 4u : 0u);
 }
 
+// Four corners with one normal, as two triangles.
 void addFace(Mesh& mesh, const Face& face)
 {
     const std::uint32_t normal = mesh.normals.size();

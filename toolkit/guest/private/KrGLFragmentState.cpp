@@ -8,6 +8,7 @@
 
 using KrGLCalls::integer;
 
+// What happens to a fragment on its way into a buffer, and what buffers are cleared to.
 void KrGLStateTraversal::fragments()
 {
     using Color = std::array<GLfloat, 4>;
@@ -30,6 +31,7 @@ void KrGLStateTraversal::fragments()
             glGetFloatv(GL_ALPHA_TEST_REF, test + 1);
         },
         [](const GLfloat* test) { glAlphaFunc(static_cast<GLenum>(test[0]), test[1]); });
+    // Per buffer where the context can; the switches of the library's own draw buffers must not leak to the client's.
     blending();
     stencil(GL_FRONT, GL_STENCIL_FUNC, GL_STENCIL_FAIL, GL_STENCIL_WRITEMASK);
     stencil(GL_BACK, GL_STENCIL_BACK_FUNC, GL_STENCIL_BACK_FAIL, GL_STENCIL_BACK_WRITEMASK);
@@ -43,6 +45,7 @@ void KrGLStateTraversal::fragments()
     }
 }
 
+// How several samples of a pixel are covered and shaded.
 void KrGLStateTraversal::samples()
 {
     // Value and inversion are set by one call, so both are asked for as floats.
@@ -65,6 +68,7 @@ void KrGLStateTraversal::samples()
     }
 }
 
+// One face: the two have names of their own for every value.
 void KrGLStateTraversal::stencil(GLenum face, GLenum function, GLenum fail, GLenum mask)
 {
     // Names that follow one another in neither case.
@@ -97,6 +101,7 @@ void KrGLStateTraversal::stencil(GLenum face, GLenum function, GLenum fail, GLen
     integers(mask, Name{-1}, [=](const GLint* v) { glStencilMaskSeparate(face, static_cast<GLuint>(*v)); });
 }
 
+// Switch, mask and functions of blending, for each draw buffer as far as the version tells them apart.
 void KrGLStateTraversal::blending()
 {
     // Before 3.0 all draw buffers have one switch and one mask in common.
@@ -119,6 +124,7 @@ void KrGLStateTraversal::blending()
     }
 }
 
+// Factors and equations of one buffer, or of all at once.
 void KrGLStateTraversal::blendFunctions(GLuint buffer, bool isIndexed)
 {
     // One source for both cases below: indexed state has questions of its own.
@@ -196,6 +202,7 @@ void KrGLStateTraversal::rasterisation()
             glGetFloatv(GL_POLYGON_OFFSET_UNITS, v + 1);
         },
         [](const GLfloat* v) { glPolygonOffset(v[0], v[1]); });
+    // Restarting and provoking corners change which triangles a mesh has, so they are as important as the rest.
     if (has(31)) {
         enumerator(GL_PRIMITIVE_RESTART_INDEX, 0, [](GLuint v) { glPrimitiveRestartIndex(v); });
     }

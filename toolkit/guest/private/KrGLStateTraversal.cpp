@@ -59,6 +59,7 @@ void KrGLStateTraversal::run()
     selectors();
 }
 
+// Makes the context fit to be asked, and for writing fit to be set.
 void KrGLStateTraversal::begin()
 {
     // The values of a new context come from the tables; the current one is left as it is.
@@ -159,6 +160,7 @@ void KrGLStateTraversal::attribute(GLuint index)
     }
 }
 
+// What is bound to targets of the context, not of a texture unit or a vertex array.
 void KrGLStateTraversal::bindings()
 {
     // A name that has been deleted meanwhile must not be bound: that would make a new object of it, or fail. Such a
@@ -209,6 +211,7 @@ void KrGLStateTraversal::assemblyProgram(GLenum target)
         });
 }
 
+// How pixels are packed and changed on their way to and from memory.
 void KrGLStateTraversal::pixels()
 {
     for (const GLenum name : kPixelStores) {
@@ -229,6 +232,7 @@ void KrGLStateTraversal::pixels()
         [](const GLfloat* zoom) { glPixelZoom(zoom[0], zoom[1]); });
 }
 
+// What glEnable turns on, with what belongs to a single switch.
 void KrGLStateTraversal::switches()
 {
     for (const Switch& item : kSwitches) {
@@ -253,6 +257,7 @@ void KrGLStateTraversal::switches()
     }
 }
 
+// What vertices get that bring no attribute of their own.
 void KrGLStateTraversal::currentAttributes()
 {
     floats(GL_CURRENT_COLOR, std::array<GLfloat, 4>{1.0f, 1.0f, 1.0f, 1.0f}, [](const GLfloat* v) { glColor4fv(v); });
@@ -288,6 +293,7 @@ void KrGLStateTraversal::matrices()
         Writing::Always);
 }
 
+// Which unit, array and matrix calls are about; last, since all steps before alter them.
 void KrGLStateTraversal::selectors()
 {
     // Before the switch of the colour material: what is to follow the colour is chosen while nothing follows it.

@@ -51,6 +51,7 @@ struct Callbacks
         errors.output_message = [](j_common_ptr) {};
     }
     /// Back to where `setjmp` was called.
+    /// As when the library fails by itself.
     [[noreturn]] void leave(const char* reason)
     {
         std::strncpy(remark, reason, sizeof remark - 1);
@@ -113,9 +114,11 @@ public:
             }
         };
         m_jpeg.progress = &m_progress;
+        // Reads all scans of a progressive file, so the limit has to be set before.
         jpeg_start_decompress(&m_jpeg);
         return true;
     }
+    // Row by row into the picture itself; `rowBytes` is that of the colours the library makes.
     bool readRows(unsigned char* out, std::size_t rowBytes)
     {
         if (setjmp(m_callbacks.back)) {

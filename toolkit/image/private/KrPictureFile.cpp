@@ -45,6 +45,7 @@ struct Writable
     std::string (*encode)(const KrPicture& picture, std::string& bytes);
 };
 
+// By extension, the format that a name asks for; ".jpg" has no opacity to hold.
 constexpr Writable kWritable[] = {{"png", kAll, encodePng},
                                   {"jpg", kGrey | kRgb, KrJpegCoder::encode},
                                   {"jpeg", kGrey | kRgb, KrJpegCoder::encode},
@@ -69,6 +70,7 @@ unsigned int nearestChannels(unsigned int counts, unsigned int channels)
 }
 
 /// The same picture with another channel count: grey becomes red, green and blue, missing opacity is full.
+/// Colours that become grey keep their red channel; nearestChannels avoids that where it can.
 KrPicture withChannels(const KrPicture& picture, unsigned int channels)
 {
     KrPicture result = {picture.width, picture.height, channels, {}};
@@ -96,6 +98,7 @@ std::string KrPictureFile::decode(const unsigned char* data, std::size_t size, c
         return "the file is empty";
     }
     const KrPictureBytes file = {data, size};
+    // The first format that knows the content decides; what it then refuses is refused.
     for (const Readable& format : kReadable) {
         if (format.isFormat(file)) {
             return format.decode(file, limits, picture);

@@ -55,6 +55,7 @@ public:
         // Before conversions are asked for: what the file must contain is counted in its own bytes.
         m_storedRowBytes = png_get_rowbytes(m_png, m_info);
         const int type = png_get_color_type(m_png, m_info);
+        // Palettes, single bits and transparent colours come out as plain channels.
         if (type == PNG_COLOR_TYPE_PALETTE) {
             png_set_palette_to_rgb(m_png);
         }
@@ -65,9 +66,11 @@ public:
             png_set_tRNS_to_alpha(m_png);
         }
         double fileGamma = 0.0;
+        // A file that names its gamma is brought to the screen's.
         if (png_get_gAMA(m_png, m_info, &fileGamma)) {
             png_set_gamma(m_png, kScreenGamma, fileGamma);
         }
+        // The library goes over interlaced rows as often as it takes.
         png_set_interlace_handling(m_png);
         png_read_update_info(m_png, m_info);
         return true;
@@ -198,6 +201,7 @@ bool KrPngCoder::isFormat(const KrPictureBytes& file)
 std::string KrPngCoder::decode(const KrPictureBytes& file, const KrPictureLimits& limits, KrPicture& picture)
 {
     // PNG specification, 11.2.2: the first chunk tells the size. Asked before the library is.
+    // Width, then height.
     if (!limits.allow(file.big(16, 4), file.big(20, 4))) {
         return kTooLarge;
     }

@@ -64,6 +64,7 @@ constexpr std::size_t kFileHeader = 14;
 constexpr std::size_t kCoreHeader = 12;
 constexpr std::size_t kInfoHeader = 40;
 
+// What a header of any of the versions says.
 struct Bitmap
 {
     enum Compression : std::uint32_t
@@ -110,6 +111,7 @@ bool isPossible(const Bitmap& bitmap)
     }
 }
 
+// Which bits of a pixel are which colour; without masks of its own a file has the usual ones.
 void readMasks(const KrPictureBytes& file, std::size_t headerSize, Bitmap& bitmap)
 {
     if (bitmap.compression == Bitmap::BitFields || bitmap.compression == Bitmap::OpaqueBitFields) {
@@ -263,6 +265,7 @@ bool readRuns(const KrPictureBytes& file, const Bitmap& bitmap, KrPicture& pictu
 constexpr std::size_t kTgaHeader = 18;
 constexpr std::size_t kTgaFooter = 26;
 
+// The header as it stands; isPossible() judges it.
 struct Targa
 {
     enum Kind : unsigned int
@@ -410,6 +413,7 @@ private:
 
 constexpr const char* kOutsidePalette = "a pixel's colour is not in its palette";
 
+// A packet is a byte of length and kind, then one pixel or several.
 std::string paintRuns(const KrPictureBytes& file, const Targa& targa, TargaPainter& painter)
 {
     const std::size_t count = std::size_t{targa.width} * targa.height;
@@ -463,6 +467,7 @@ bool takeNumber(const KrPictureBytes& file, std::size_t& at, std::uint32_t& valu
 
 } // namespace
 
+// "BM".
 bool KrBmpCoder::isFormat(const KrPictureBytes& file)
 {
     return file.big(0, 2) == 0x424Du;
@@ -546,6 +551,7 @@ std::string KrBmpCoder::encode(const KrPicture& picture, std::string& bytes)
     return {};
 }
 
+// Asked last of all formats, since it has no first bytes.
 bool KrTgaCoder::isFormat(const KrPictureBytes& file)
 {
     return file.size > kTgaHeader && isPossible(Targa(file), file);
@@ -620,6 +626,7 @@ std::string KrTgaCoder::encode(const KrPicture& picture, std::string& bytes)
     return {};
 }
 
+// "P5" is grey, "P6" is colour, both in binary; the forms in text are not read.
 bool KrPnmCoder::isFormat(const KrPictureBytes& file)
 {
     const std::uint32_t head = file.big(0, 2);
@@ -658,6 +665,7 @@ std::string KrPnmCoder::decode(const KrPictureBytes& file, const KrPictureLimits
     return {};
 }
 
+// Always in colour: picture formats are told channel counts that they can hold.
 std::string KrPnmCoder::encode(const KrPicture& picture, std::string& bytes)
 {
     std::string out = "P6\n" + std::to_string(picture.width) + " " + std::to_string(picture.height) + "\n255\n";
