@@ -16,16 +16,20 @@ namespace
 
 constexpr std::size_t kMaxPath = 1000; // in a message, bytes
 
+/// Touches `system` only when all has gone well: on failure the caller's one stays as it was.
 bool readRobot(const std::string& path, const KrImportOptions& options, KrStatedSystem& system, KrImportReport& report,
                std::string& why)
 {
     KrRobotDescription description;
+    // The repair comes before anything is built: the builder counts on one tree with names that differ.
     if (!KrUrdfReader::read(path, {options.maxRobotBytes, options.maxLinks}, description, report, why) ||
         !KrRobotRepair::run(description, {options.maxLinks, options.maxChain}, report, why)) {
         return false;
     }
+    // Files are found from the description's place, whatever the current folder is.
     KrPathResolver resolver(path, options.packagePaths, options.useRosPackagePath);
     KrIndividualManipulator manipulator;
+    // Building cannot fail: a mesh that is missing or bad costs itself only, and is in the report.
     KrRobotBuilder::build(description, resolver, {options.maxMeshBytes, options.maxTriangles}, manipulator, report);
     KrManipulatorSystem manipulators;
     manipulators.manipulators().push_back(manipulator);
@@ -38,10 +42,12 @@ bool readRobot(const std::string& path, const KrImportOptions& options, KrStated
 bool KrRobotImporter::readFile(const std::string& path, const KrImportOptions& options, KrStatedSystem& system,
                                KrImportReport& report)
 {
+    // A report is of one import: what a call before has left would count twice.
     report = KrImportReport();
     report.setFile(path);
     std::string why;
     bool ok = false;
+    // The libraries throw, and memory may run out; no exception leaves the importer.
     try {
         ok = readRobot(path, options, system, report, why);
     } catch (const std::exception& exception) {

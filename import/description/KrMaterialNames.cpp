@@ -6,6 +6,7 @@
 
 KrMaterialNames::KrMaterialNames(Warn warn)
     : m_warn(std::move(warn))
+    // The stand-in's name is taken from the start: no material of a file can dress the boxes of missing meshes.
     , m_taken{kStandIn}
 {
 }
@@ -16,6 +17,8 @@ void KrMaterialNames::define(const std::vector<KrRobotDescription::Material>& ma
         if (material.name.empty() || material.look.isEmpty()) {
             continue; // it says nothing about any other shape
         }
+        // The first one under a name counts, in the order of the list: the robot's own come before those inside
+        // shapes.
         const auto [place, isNew] = m_defined.emplace(material.name, material);
         // Inside shapes a name is often reused for another colour: there the look counts for that shape alone.
         if (!isNew && material.isGlobal && !(place->second.look == material.look)) {
@@ -29,6 +32,8 @@ void KrMaterialNames::resolve(KrRobotDescription::MaterialUse& material, const K
 {
     const auto defined = m_defined.find(material.name);
     std::string name;
+    // Its own look counts before that of its name. An unknown name is a warning, unless a look was there and has been
+    // reported.
     if (!material.look.isEmpty()) {
         name = nameOf(material.name, material.look, place);
     } else if (defined != m_defined.end()) {
@@ -36,6 +41,7 @@ void KrMaterialNames::resolve(KrRobotDescription::MaterialUse& material, const K
     } else if (!material.name.empty() && !material.isBroken) {
         m_warn(place, element, "material \"" + KrText::oneLine(material.name) + "\" is not defined");
     }
+    // From here on the name says it all.
     material = {name, {}, false};
 }
 
@@ -45,12 +51,14 @@ std::vector<KrRobotDescription::Material> KrMaterialNames::materials() const
     for (const auto& [known, material] : m_used) {
         materials.push_back(material);
     }
+    // By the names that they have got; the map is in the order of those that the file gave.
     std::sort(materials.begin(), materials.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
     return materials;
 }
 
 std::string KrMaterialNames::nameOf(const std::string& given, const Look& look, const KrRobotDescription::Place& place)
 {
+    // By name and look: what several shapes say in the same words is one material.
     const auto [used, isNew] = m_used.emplace(std::make_pair(given, look), KrRobotDescription::Material());
     if (isNew) {
         const std::string base = given.empty() ? "unnamed" : given;

@@ -24,6 +24,7 @@ using Place = KrRobotDescription::Place;
 using Shape = KrRobotDescription::Shape;
 using ExtentPointer = KrShapeBuilder::ExtentPointer;
 
+/// As a matrix of the library that turns tensors.
 Eigen::Matrix3d rotationOf(const KrCoordinateSystemTransformation& pose)
 {
     Eigen::Matrix3d matrix;
@@ -38,6 +39,7 @@ Eigen::Matrix3d rotationOf(const KrCoordinateSystemTransformation& pose)
 /// The inertia stands in a frame of its own; the link's frame has the tensor R I R^T.
 void fillMass(const KrRobotDescription::Inertial& inertial, KrMassProperties& mass)
 {
+    // A tensor is symmetric: the file gives one half of it.
     const auto& [ixx, ixy, ixz, iyy, iyz, izz] = inertial.inertia;
     Eigen::Matrix3d tensor;
     tensor << ixx, ixy, ixz, //
@@ -47,6 +49,7 @@ void fillMass(const KrRobotDescription::Inertial& inertial, KrMassProperties& ma
     const Eigen::Matrix3d turned = rotation * tensor * rotation.transpose();
     mass.setMass(inertial.mass);
     mass.setCenterOfMass(inertial.frame.translation());
+    // The setter takes the diagonal first, then xy, xz and yz.
     mass.setInertia({turned(0, 0), turned(1, 1), turned(2, 2), turned(0, 1), turned(0, 2), turned(1, 2)});
 }
 
@@ -55,6 +58,7 @@ void fillJoint(const Joint& joint, KrJointKinematics& kinematics)
     kinematics.setName(joint.name);
     kinematics.setType(joint.type);
     kinematics.setOrigin(joint.origin);
+    // What a fixed joint says about moving has not been read; the defaults stay.
     if (!kinematics.isMovable()) {
         return;
     }
@@ -115,6 +119,7 @@ private:
 
 void Builder::run()
 {
+    // Materials before links: shapes look up whether theirs has a texture.
     addMaterials();
     countJoints();
     addLinks();
@@ -126,11 +131,13 @@ void Builder::run()
                                           : std::string()));
     }
     m_shapes.warnOfUpAxes();
+    // Behind all shapes: before, nobody knows what can be seen.
     if (m_report.counts().triangles == 0) {
         warn(m_robot.place, "robot",
              m_hasCollisionShapes ? "no visible shape has a surface: there is collision geometry only"
                                   : "nothing to draw: no visible shape has a surface");
     }
+    // A set of both kinds: an image that a material and a mesh share counts once.
     m_textures.insert(m_shapes.textures().begin(), m_shapes.textures().end());
     m_report.counts().textures = m_textures.size();
 }
@@ -167,6 +174,7 @@ void Builder::setTexture(const KrRobotDescription::Material& material, KrDataMap
              "texture \"" + KrText::oneLine(uri) + "\" is taken from " +
                  KrText::oneLine(found.path, KrShapeBuilder::kMaxPath) + " (" + found.rule + ")");
     }
+    // The image is not opened here: whether it can be drawn is found out by those who draw it.
     KrMeshMaterials::setTexture(look, found.path);
     m_textures.insert(found.path);
 }
@@ -185,6 +193,7 @@ void Builder::countJoints()
 /// From the base outwards, depth first, without recursion: a chain may be longer than a small stack bears.
 void Builder::addLinks()
 {
+    // The base is the one link that is nobody's child.
     std::set<std::string> children;
     for (const Joint& joint : m_robot.joints) {
         m_joints[joint.parent].push_back(&joint);
@@ -202,6 +211,8 @@ void Builder::addLinks()
         stack.pop_back();
         fillLink(*source, *link);
         const std::vector<Pair> next = addChildren(*source, *link);
+        // Backwards onto the stack, so that the first child comes off first: joints keep the order of the
+        // description.
         stack.insert(stack.end(), next.rbegin(), next.rend());
     }
 }
@@ -230,6 +241,7 @@ std::vector<Builder::Pair> Builder::addChildren(const Link& source, KrManipulato
     for (const Joint* const joint : joints) {
         KrManipulatorLink& child = link.addChildLink(KrManipulatorLink(joint->child));
         fillJoint(*joint, child.jointKinematics());
+        // Every child is known: the repair has added those that joints name and nobody defines.
         children.emplace_back(m_links.at(joint->child), &child);
     }
     return children;
@@ -238,6 +250,7 @@ std::vector<Builder::Pair> Builder::addChildren(const Link& source, KrManipulato
 void Builder::addVisuals(const Link& source, KrManipulatorLink& link)
 {
     for (const Shape& visual : source.visuals) {
+        // Counted whether it can be drawn or not: the report tells what the description holds.
         ++m_report.counts().visuals;
         if (const ExtentPointer extent = m_shapes.visual(source, visual)) {
             link.addShape(extent);
@@ -260,7 +273,9 @@ void Builder::addCollisions(const Link& source, KrManipulatorLink& link)
         return; // a volume encloses a shape
     }
     if (const ExtentPointer volume = m_shapes.volumeOf(extents)) {
+        // Bounding volumes belong to shapes: the first shape carries the one of the whole link.
         link.shapePointer(0)->addBoundingVolume(boost::shared_ptr<KrShape>(new KrShape(volume)));
+        // See-through, so that the link inside stays visible.
         const KrDataMap look = KrDataMap::material(KrColor(0.95, 0.55, 0.1, 0.4));
         m_manipulator.dataMaps().set(std::string(KrMaterialNames::kCollision), look);
     }

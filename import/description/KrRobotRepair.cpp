@@ -20,8 +20,11 @@ using Place = KrRobotDescription::Place;
 using Shape = KrRobotDescription::Shape;
 using Type = KrJointKinematics::Type;
 
+// Squares of lengths between 1/kLongAxis and kLongAxis are far from the ends of double precision.
 constexpr double kLongAxis = 1e6;
 
+/// One description on its way to a tree that builders need not question. Each step makes good what the next one
+/// counts on.
 class Repair
 {
 public:
@@ -90,6 +93,7 @@ void Repair::nameMaterials()
 {
     m_materials.define(m_robot.materials);
     for (Link& link : m_robot.links) {
+        // Visuals only: collision geometry has one look, whatever a file gives it.
         for (Shape& visual : link.visuals) {
             m_materials.resolve(visual.material, visual.place, "link " + link.name + " / " + visual.label);
         }
@@ -102,9 +106,11 @@ void Repair::repairJoint(Joint& joint)
     // Messages call it as the file does, before it gets a name.
     const std::string element = "joint " + joint.name;
     if (joint.name.empty()) {
+        // Made of what is in the file, so that the name is the same at every reading.
         joint.name = joint.parent + "_to_" + joint.child;
         warn(joint.place, element, "it has no name; it becomes \"" + joint.name + "\"");
     }
+    // What a fixed joint says about moving is not used by anybody.
     if (joint.type != Type::Fixed) {
         repairAxis(element + " / axis", joint);
         repairLimits(element, joint);
@@ -113,8 +119,10 @@ void Repair::repairJoint(Joint& joint)
 
 void Repair::repairAxis(const std::string& element, Joint& joint)
 {
+    // Without squares that overflow. The condition is written so that NaN fails, too.
     const double length = std::hypot(joint.axis.x(), joint.axis.y(), joint.axis.z());
     if (!(length > 0.0)) {
+        // The format's default.
         warn(joint.place, element, "it has no direction; the x axis is taken");
         joint.axis = KrVector(1.0, 0.0, 0.0);
     } else if (length > kLongAxis || length < 1.0 / kLongAxis) {
@@ -132,6 +140,7 @@ void Repair::repairLimits(const std::string& element, Joint& joint)
         warn(joint.place, element, "a revolute joint without limits; it turns without limits");
         joint.type = Type::Continuous;
     } else if (!joint.hasLimits && joint.type == Type::Prismatic) {
+        // As above, it can at least be moved.
         warn(joint.place, element, "a prismatic joint without limits; -1 m to 1 m are taken");
         joint.hasLimits = true;
         joint.lower = -1.0;
@@ -154,6 +163,7 @@ void Repair::separateJointNames()
     std::set<std::string> names;
     std::map<std::string, unsigned int> numbers; // the next one to try, by name
     for (Joint& joint : m_robot.joints) {
+        // The first one keeps the name, and with it those that follow it by that name.
         const std::string given = joint.name;
         // The number goes on for each name: thousands of equal ones take no longer than others.
         while (!names.insert(joint.name).second) {
@@ -176,6 +186,7 @@ void Repair::addMissingLinks()
     for (const Joint& joint : m_robot.joints) {
         for (const std::string& name : {joint.parent, joint.child}) {
             if (names.insert(name).second) {
+                // The joint is the only place in the file that tells of the link.
                 warn(joint.place, "joint " + joint.name, "link \"" + name + "\" is not defined; an empty one is added");
                 m_robot.links.emplace_back();
                 m_robot.links.back().place = joint.place;
@@ -219,6 +230,7 @@ void Repair::joinRoots()
     std::vector<const Link*> roots;
     for (const Link& link : m_robot.links) {
         std::string root = link.name;
+        // This ends: what is left of the joints forms no circle.
         while (m_parents.count(root)) {
             root = m_parents[root];
         }
@@ -227,6 +239,7 @@ void Repair::joinRoots()
             roots.push_back(&link);
         }
     }
+    // Names of joints are unique by now, and the new ones must not take one.
     std::set<std::string> taken;
     for (const Joint& joint : m_robot.joints) {
         taken.insert(joint.name);
@@ -240,6 +253,7 @@ void Repair::joinRoots()
         }
         warn(root->place, "link " + root->name,
              "it has no parent, like \"" + base + "\"; it is fixed to that one's origin");
+        // Of type fixed, without an offset: those are a joint's defaults.
         Joint joint;
         joint.place = root->place;
         joint.name = base + "_to_" + root->name;
@@ -274,9 +288,11 @@ std::set<const Joint*> Repair::selfFollowers() const
         for (; at != none && walks[at] == none; at = masterOf(at)) {
             walks[at] = start;
         }
+        // It ended where a walk before has been: no new circle.
         if (at == none || walks[at] != start) {
             continue;
         }
+        // The joint that the file names first, wherever in the circle the walk came in.
         std::size_t first = at;
         for (std::size_t other = masterOf(at); other != at; other = masterOf(other)) {
             first = std::min(first, other);
@@ -296,6 +312,7 @@ void Repair::dropBadMimics()
     }
     for (Joint& joint : m_robot.joints) {
         const std::string element = "joint " + joint.name + " / mimic";
+        // Only here: cutting to a tree may have taken the joint that others follow.
         const bool isLost = !joint.mimicMaster.empty() && !names.count(joint.mimicMaster);
         const bool isCircle = followers.count(&joint) > 0;
         if (isLost) {

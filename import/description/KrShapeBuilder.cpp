@@ -35,6 +35,7 @@ std::size_t numTriangles(const KrBasePhysicalExtent& extent)
     return mesh ? mesh->numTriangles() : 0;
 }
 
+/// As messages show it.
 std::string textOf(const KrVector& v)
 {
     return KrImportXml::text(v.x()) + " " + KrImportXml::text(v.y()) + " " + KrImportXml::text(v.z());
@@ -43,12 +44,14 @@ std::string textOf(const KrVector& v)
 /// Bytes that are the same for two meshes only when file, scale and pose are equal.
 std::string keyOf(const std::string& path, const KrVector& scale, const KrCoordinateSystemTransformation& pose)
 {
+    // As bits, so that poses that differ in the last digit stay two. That 0 and -0 do so, too, costs a copy at most.
     double entries[16];
     pose.assign16(entries);
     return path + '\n' + std::string(reinterpret_cast<const char*>(scale.data()), 3 * sizeof(double)) +
            std::string(reinterpret_cast<const char*>(entries), sizeof entries);
 }
 
+/// Meshes never come here: extentOf() takes them before.
 ExtentPointer primitiveOf(const Geometry& geometry)
 {
     switch (geometry.form) {
@@ -78,6 +81,7 @@ KrShapeBuilder::KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& 
 ExtentPointer KrShapeBuilder::visual(const KrRobotDescription::Link& link, const KrRobotDescription::Shape& shape)
 {
     const ExtentPointer extent = extentOf({link, shape, shape.material.name, false});
+    // Visible triangles only: they are what a picture costs.
     m_report.counts().triangles += extent ? numTriangles(*extent) : 0;
     return extent;
 }
@@ -97,6 +101,7 @@ ExtentPointer KrShapeBuilder::volumeOf(const std::vector<ExtentPointer>& collisi
     if (m_visibleExtents.count(collisions[0].get()) == 0) {
         return collisions[0];
     }
+    // Kept by extent: links that share a mesh share its volume.
     ExtentPointer& volume = m_volumes[collisions[0].get()];
     if (!volume) {
         volume = KrMeshBuilder::merge(collisions, KrMaterialNames::kCollision);
@@ -125,6 +130,7 @@ ExtentPointer KrShapeBuilder::extentOf(const Element& element)
     }
     const ExtentPointer extent = primitiveOf(element.shape.geometry);
     extent->setPlacement(element.shape.placement);
+    // The surface itself is asked: which sizes leave nothing of it is the primitive's own knowledge.
     if (numTriangles(*extent) == 0) {
         warn(element, "its size is zero; nothing is drawn");
         return nullptr;
@@ -172,12 +178,14 @@ ExtentPointer KrShapeBuilder::meshOf(const Element& element)
 ExtentPointer KrShapeBuilder::builtMesh(const MeshEntry& entry, const Element& element, KrImportReport::Mesh& line)
 {
     if (!entry.isRead) {
+        // What cannot be read is missing as well, so that a stand-in shows where it should be.
         line.missing = true;
         m_report.addWarning(line.path, element.name(), "the mesh cannot be read: " + entry.why);
         return nullptr;
     }
     line.unit = entry.data.unit;
     if (line.scale.x() * line.scale.y() * line.scale.z() == 0.0) {
+        // Not missing: the description asks for it.
         warn(element, "the scale " + textOf(line.scale) + " leaves nothing of the mesh");
         return nullptr;
     }
@@ -185,6 +193,7 @@ ExtentPointer KrShapeBuilder::builtMesh(const MeshEntry& entry, const Element& e
     const std::string place = keyOf(line.path, line.scale, element.shape.placement);
     const auto seen = element.isCollision ? m_visibleMeshes.find(place) : m_visibleMeshes.end();
     const bool isSeen = seen != m_visibleMeshes.end();
+    // The result lasts: entries of a map stay where they are.
     const KrMeshBuilder::Result& result = isSeen ? m_shared[seen->second] : sharedMesh(entry, element, line, place);
     line.triangles = result.triangles;
     line.degenerate = result.degenerate;
@@ -215,16 +224,19 @@ const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const MeshEntry& entry, 
         options.materialHasTexture = hasTexture(options.material);
     }
 
+    // By use, too: the collision geometry of a mesh does without the looks of the file.
     const std::string key = (element.isCollision ? "c" : "v") + options.material + '\n' + place;
     const auto [shared, isNew] = m_shared.emplace(key, KrMeshBuilder::Result());
     KrMeshBuilder::Result& result = shared->second;
     if (isNew) {
         result = KrMeshBuilder::build(entry.data, options);
         if (result.extent) {
+            // The placement is a part of the key: whoever shares the extent has it at the same place of its link.
             result.extent->setPlacement(element.shape.placement);
         }
     }
     if (result.extent && !element.isCollision) {
+        // For collision geometry, which comes behind the visuals of its link.
         m_visibleMeshes.emplace(place, key);
         m_visibleExtents.insert(result.extent.get());
     }
@@ -233,12 +245,14 @@ const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const MeshEntry& entry, 
 
 const KrShapeBuilder::MeshEntry& KrShapeBuilder::meshEntry(const std::string& path, const Element& element)
 {
+    // A file is read once, whatever shows it, and a failure is remembered as well.
     const auto [place, isNew] = m_meshes.emplace(path, MeshEntry());
     MeshEntry& entry = place->second;
     if (!isNew) {
         return entry;
     }
     entry.isRead = KrMeshFile::read(path, m_limits, entry.data, entry.why);
+    // The axes that lie down. z is what descriptions expect, and other words say nothing.
     if (entry.data.upAxis == "X_UP" || entry.data.upAxis == "Y_UP") {
         m_lyingMeshes.push_back(KrImportPath::nameOf(path));
     }

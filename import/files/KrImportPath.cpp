@@ -10,6 +10,7 @@ namespace fs = std::filesystem;
 
 bool KrImportPath::isFile(const std::string& path)
 {
+    // With error codes, here and below: what cannot be looked at counts as absent, and nothing throws.
     std::error_code error;
     return !path.empty() && fs::is_regular_file(path, error);
 }
@@ -26,6 +27,7 @@ std::vector<std::string> KrImportPath::entries(const std::string& directory, std
     std::error_code error;
     // Sorted, because the order of a folder is the file system's own: a guess must be the same everywhere.
     fs::directory_iterator entry(directory, fs::directory_options::skip_permission_denied, error);
+    // The limit holds before the sort, so that a folder of millions of files costs no memory.
     for (; !error && entry != fs::directory_iterator() && names.size() < limit; entry.increment(error)) {
         names.push_back(entry->path().filename().string());
     }
@@ -51,15 +53,18 @@ std::string KrImportPath::stemOf(const std::string& path)
 std::string KrImportPath::extensionOf(const std::string& path)
 {
     const std::string extension = fs::path(path).extension().string();
+    // In lower case, because file systems that ignore letters' sizes let people write either.
     return extension.empty() ? extension : KrText::lowered(extension.substr(1));
 }
 
 std::string KrImportPath::join(const std::string& directory, const std::string& rest)
 {
+    // Slashes at the front are dropped: std::filesystem takes a right side that is absolute for the whole result.
     std::size_t first = 0;
     while (first < rest.size() && rest[first] == '/') {
         ++first;
     }
+    // By the text alone: ".." goes with the folder before it, even where that one is a link.
     return (fs::path(directory) / rest.substr(first)).lexically_normal().string();
 }
 
@@ -67,11 +72,14 @@ std::string KrImportPath::absolute(const std::string& path)
 {
     std::error_code error;
     const fs::path result = fs::absolute(path, error);
+    // Without a current folder the path stays as it is: it will not be found, and the message shows what was asked
+    // for.
     return error ? path : result.lexically_normal().string();
 }
 
 std::string KrImportPath::withSlashes(std::string_view text)
 {
+    // Some exporters write backslashes; in a description nobody means one as a part of a name.
     std::string slashed(KrText::trimmed(text));
     std::replace(slashed.begin(), slashed.end(), '\\', '/');
     return slashed;
@@ -88,6 +96,7 @@ std::string KrImportPath::percentDecoded(std::string_view text)
             byte != 0) {
             decoded += static_cast<char>(byte);
             i += 2;
+            // What is no escape stays as it stands: a percent sign is a letter of a file's name like others.
         } else {
             decoded += text[i];
         }
@@ -101,6 +110,7 @@ std::vector<std::string> KrImportPath::components(std::string_view path)
     while (!path.empty()) {
         const std::size_t end = std::min(path.find('/'), path.size());
         const std::string_view part = path.substr(0, end);
+        // Only what says nothing goes: ".." stays for join() to resolve.
         if (!part.empty() && part != ".") {
             parts.emplace_back(part);
         }

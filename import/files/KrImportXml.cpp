@@ -19,13 +19,16 @@ struct ParserDeleter
 {
     void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
 };
+/// Of the parser's context only: a document that it has made does not belong to it, and outlives it.
 using UniqueParser = std::unique_ptr<xmlParserCtxt, ParserDeleter>;
 
+/// libxml2 has a character type of its own, unsigned, for UTF-8.
 const xmlChar* xml(const char* text)
 {
     return reinterpret_cast<const xmlChar*>(text);
 }
 
+/// Absent text, null in libxml2, is empty here.
 const char* plain(const xmlChar* text)
 {
     return text ? reinterpret_cast<const char*>(text) : "";
@@ -35,6 +38,7 @@ const char* plain(const xmlChar* text)
 /// Such a declaration is believed; files that say nothing, or wrongly UTF-8, are looked at.
 bool declaresEncoding(const std::string& content)
 {
+    // A declaration has some dozens of bytes; the bound keeps a file without "?>" from being copied whole.
     const std::string declaration = KrText::lowered(content.substr(0, std::min<std::size_t>(content.find("?>"), 200)));
     const std::size_t at = declaration.find("encoding");
     return content.compare(0, 5, "<?xml") == 0 && at != std::string::npos &&
@@ -47,10 +51,12 @@ bool isWide(const std::string& content)
     return content.compare(0, 2, "\xFF\xFE") == 0 || content.compare(0, 2, "\xFE\xFF") == 0;
 }
 
+/// False with one clause in `why`. `accept` says whether a pipe is read: what a file names must be a regular file.
 bool load(const std::string& path, KrInputFile::Accept accept, std::uint64_t maxBytes, std::string& content,
           std::string& why)
 {
     // The parser counts in int.
+    // Half of that, since Latin-1 text at most doubles as UTF-8.
     const std::uint64_t limit = std::min<std::uint64_t>(maxBytes, std::numeric_limits<int>::max() / 2);
     why = KrInputFile::readWhole(path, accept, limit, content);
     if (!why.empty()) {
@@ -63,17 +69,20 @@ bool load(const std::string& path, KrInputFile::Accept accept, std::uint64_t max
 /// guard against growth, so the first declaration ends the reading.
 void stopAtEntity(void* context, const xmlChar*, int, const xmlChar*, const xmlChar*, xmlChar*)
 {
+    // Noted as well: a parser that was stopped looks like one that met a broken file.
     xmlParserCtxt* const parser = static_cast<xmlParserCtxt*>(context);
     *static_cast<bool*>(parser->_private) = true;
     xmlStopParser(parser);
 }
 
+/// What libxml2 calls with each piece of a text that it writes.
 int appendTo(void* text, const char* bytes, int count)
 {
     static_cast<std::string*>(text)->append(bytes, static_cast<std::size_t>(count));
     return count;
 }
 
+/// One clause, without the line end that libxml2 gives its messages.
 std::string parserMessage(const xmlParserCtxt& parser)
 {
     std::string message = parser.lastError.message ? parser.lastError.message : "not well-formed";
@@ -124,10 +133,15 @@ KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, 
     // Text on both sides of a comment becomes one piece, as every reader means it.
     parser->sax->comment = nullptr;
     parser->sax->processingInstruction = nullptr;
+    // No network, nothing on the standard error, and lines beyond 65535 counted. What would load a DTD or replace
+    // entities has options of its own, which are not set.
     const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES |
+                        // A text may have 10 MB unless HUGE is set, and the numbers of a mesh have more. Without
+                        // CDATA nodes every text is of one kind.
                         (text == Text::Long ? XML_PARSE_HUGE | XML_PARSE_NOCDATA : 0);
     UniqueDocument document(
         xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), nullptr, nullptr, options));
+    // First: whatever a parser that was stopped gives back, it is no whole document.
     if (hasEntities) {
         why = "it declares entities, which are not read";
         document.reset();
@@ -140,6 +154,7 @@ KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, 
 std::string KrImportXml::textOf(const xmlDoc& document)
 {
     std::string text;
+    // From the root on: what stands before it, a document type too, is not written.
     xmlSaveCtxt* const writer = xmlSaveToIO(appendTo, nullptr, &text, "UTF-8", 0);
     if (writer) {
         xmlSaveTree(writer, xmlDocGetRootElement(&document));
@@ -150,11 +165,14 @@ std::string KrImportXml::textOf(const xmlDoc& document)
 
 bool KrImportXml::isNamed(const xmlNode& node, const char* name)
 {
+    // An element with a prefix belongs to another vocabulary, whatever it is called: simulators put theirs among
+    // ours.
     return (!node.ns || !node.ns->prefix) && xmlStrEqual(node.name, xml(name));
 }
 
 std::string KrImportXml::nameOf(const xmlNode& node)
 {
+    // As the file writes it, which is what messages show.
     const std::string prefix = node.ns ? plain(node.ns->prefix) : "";
     return prefix.empty() ? plain(node.name) : prefix + ":" + plain(node.name);
 }
@@ -163,6 +181,7 @@ std::vector<xmlNode*> KrImportXml::children(const xmlNode& node, const char* nam
 {
     std::vector<xmlNode*> found;
     for (xmlNode* child = node.children; child; child = child->next) {
+        // Comments, blanks and elements of other vocabularies are passed over by all readers.
         const bool isPlain = child->type == XML_ELEMENT_NODE && (!child->ns || !child->ns->prefix);
         if (isPlain && (!name || isNamed(*child, name))) {
             found.push_back(child);
@@ -179,6 +198,7 @@ xmlNode* KrImportXml::child(const xmlNode& node, const char* name)
 
 bool KrImportXml::attribute(const xmlNode& node, const char* name, std::string& value)
 {
+    // Attributes with a prefix are another vocabulary's. The text is a copy that libxml2 wants back.
     xmlChar* const text = xmlGetNoNsProp(&node, xml(name));
     if (!text) {
         return false;
@@ -197,11 +217,13 @@ std::string KrImportXml::attributeOf(const xmlNode& node, const char* name)
 
 unsigned int KrImportXml::lineOf(const xmlNode& node)
 {
+    // libxml2 gives -1 where it knows no line; places take 0 for that.
     return static_cast<unsigned int>(std::max(0l, xmlGetLineNo(&node)));
 }
 
 std::string KrImportXml::textOf(const xmlNode& node)
 {
+    // Of everything inside, so that markup in a name does not cut it.
     xmlChar* const content = xmlNodeGetContent(&node);
     const std::string text = plain(content);
     xmlFree(content);
@@ -221,11 +243,13 @@ bool KrImportXml::numbers(const std::string& text, std::vector<double>& values)
             rest.remove_prefix(1);
         }
         double value = 0.0;
+        // "nan" and "inf" are numbers to the reader, but nothing that a robot can have.
         if (!KrXmlText::take(rest, value) || !std::isfinite(value)) {
             return false;
         }
         read.push_back(value);
     }
+    // Only now: a text that is not good to its end leaves the caller's list as it was.
     values = read;
     return true;
 }

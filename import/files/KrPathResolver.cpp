@@ -17,14 +17,18 @@ namespace
 
 // A description's meshes lie a few folders away from it; further up everything belongs to somebody else.
 constexpr std::size_t kGuessLevels = 6;
+// A path of thousands of folders is nobody's.
 constexpr std::size_t kMaxLevels = 64;
+// Two bounds on walks below a folder that somebody names: it may be a whole disk.
 constexpr std::size_t kMaxWalkDepth = 8;
 constexpr std::size_t kMaxWalkEntries = 20000;
+// Folders whose names are kept at a time.
 constexpr std::size_t kMaxListings = 200;
 // The last parts of a path that are tried; longer ones cost more and tell no more.
 constexpr std::size_t kMaxTails = 16;
 // Of the paths that are kept for the report, over all names of a description.
 constexpr std::size_t kMaxTriedBytes = std::size_t{16} << 20;
+// A manifest is a page of text.
 constexpr std::uintmax_t kMaxManifestBytes = 1u << 20;
 
 // Best first: formats with materials before those without.
@@ -33,6 +37,7 @@ const char* const kMeshFormats[] = {"dae", "obj", "glb", "gltf", "stl", "ply", "
 const char* const kInnerFolders[] = {"urdf", "urdfs", "robot", "robots", "xacro", "sdf", "description"};
 const char* const kMeshFolders[] = {"meshes", "mesh", "visual", "collision"};
 
+/// The index of `word`; N for a word that is not in the list, so that it sorts behind all others.
 template <std::size_t N>
 std::size_t placeIn(const char* const (&list)[N], const std::string& word)
 {
@@ -68,6 +73,7 @@ struct KrPathResolver::Request
 KrPathResolver::KrPathResolver(const std::string& description, const std::vector<std::string>& packagePaths,
                                bool useRosPath)
 {
+    // With error codes throughout: a folder that cannot be read is as good as absent.
     std::error_code error;
     // What comes through a pipe counts as a file in the current folder.
     const std::string given = KrImportPath::absolute(fs::is_fifo(description, error) ? "description" : description);
@@ -75,7 +81,9 @@ KrPathResolver::KrPathResolver(const std::string& description, const std::vector
     // A description may be a link into another bundle: folders above the link come first, then those above its target.
     for (const std::string& start : {given, error ? given : real}) {
         std::string folder = KrImportPath::directoryOf(start);
+        // Nearest first: that the nearest folder wins, all rules below owe to this order.
         for (std::size_t level = 0; level < kMaxLevels && !folder.empty(); ++level) {
+            // The two ways up soon meet; a folder counts at its first place.
             const auto same = [&folder](const Folder& known) { return known.path == folder; };
             if (std::none_of(m_above.begin(), m_above.end(), same)) {
                 m_above.push_back({folder, KrImportPath::nameOf(folder), packageNameIn(folder)});
@@ -85,6 +93,7 @@ KrPathResolver::KrPathResolver(const std::string& description, const std::vector
         }
     }
 
+    // Those of the caller come before those of the environment, which may be set for another robot.
     std::vector<std::string> paths = packagePaths;
     const char* const ros = useRosPath ? std::getenv("ROS_PACKAGE_PATH") : nullptr;
     for (std::string rest = ros ? ros : ""; !rest.empty();) {
@@ -93,7 +102,9 @@ KrPathResolver::KrPathResolver(const std::string& description, const std::vector
         rest.erase(0, end + 1);
     }
     for (const std::string& path : paths) {
+        // Two colons in a row, or one at the end, name no folder.
         if (!path.empty()) {
+            // Without a slash at the end, behind which the folder would have no name of its own.
             const std::string folder = KrImportPath::join(KrImportPath::absolute(path), "");
             const std::string plain =
                 folder.size() > 1 && folder.back() == '/' ? folder.substr(0, folder.size() - 1) : folder;
@@ -121,20 +132,24 @@ const KrPathResolver::Found& KrPathResolver::find(const std::string& uri, Kind k
     if (uri.size() > Kr::Limits::kPathBytes || uri.find('\0') != std::string::npos) {
         return none;
     }
+    // Found or not, a name is searched for once: hundreds of shapes may share it.
     const auto [place, isNew] = m_found.emplace(std::make_pair(kind, uri), Found());
     Found& found = place->second;
     const Request request = parse(uri);
     if (!isNew || (request.package.empty() && request.path.empty())) {
         return found;
     }
+    // These steps are what the format promises; all that come after are guesses or other people's folders.
     const bool direct =
         request.package.empty() ? findPlain(request, found) : findPackage(request.package, request.path, found);
     if (direct && request.isShifted) {
         found.rule += ", the third slash of package:/// left out";
     }
+    // The bundle before folders elsewhere: those may hold another robot's mesh under the same name.
     if (!direct && !findInBundle(request, kind, found)) {
         findElsewhere(request, found);
     }
+    // For this name alone: under the next one the same places may rightly be tried again.
     m_tried.clear();
     return found;
 }
@@ -146,6 +161,7 @@ KrPathResolver::Request KrPathResolver::parse(const std::string& uri)
     const std::size_t colon = text.find("://");
     if (colon == std::string::npos) {
         request.path = text;
+        // A few exporters write "file:" without slashes.
         if (KrText::lowered(text.substr(0, 5)) == "file:") {
             request.path = text.substr(5);
         }
@@ -153,11 +169,14 @@ KrPathResolver::Request KrPathResolver::parse(const std::string& uri)
     }
     const std::string scheme = KrText::lowered(text.substr(0, colon));
     const std::string body = text.substr(colon + 3);
+    // "model://" is what simulators write for a package. Nothing is ever fetched: of an address elsewhere only the
+    // last parts can be of use.
     if (scheme != "package" && scheme != "model") {
         request.path = body;
         request.isElsewhere = scheme != "file";
         return request;
     }
+    // By the letter of it the package of "package:///name/rest" is empty; components() drops the empty part.
     request.isShifted = !body.empty() && body[0] == '/';
     const std::vector<std::string> parts = KrImportPath::components(body);
     if (!parts.empty()) {
@@ -171,10 +190,12 @@ bool KrPathResolver::attempt(const std::string& path, const std::string& rule, F
 {
     // As it stands first: files whose names hold a percent sign exist.
     for (const std::string& candidate : {path, KrImportPath::percentDecoded(path)}) {
+        // The same place may come up under several rules: the first one is told.
         if (!m_tried.insert(candidate).second) {
             continue;
         }
         m_triedBytes += candidate.size();
+        // Beyond the bound the search goes on; only the list for the report ends.
         if (m_triedBytes <= kMaxTriedBytes) {
             found.tried.push_back(candidate);
         }
@@ -189,9 +210,11 @@ bool KrPathResolver::attempt(const std::string& path, const std::string& rule, F
 
 bool KrPathResolver::findPlain(const Request& request, Found& found)
 {
+    // An absolute path on another machine means nothing here.
     if (request.isElsewhere) {
         return false;
     }
+    // Not empty here: find() has turned away names with neither package nor path.
     if (request.path[0] == '/') {
         return attempt(KrImportPath::join("/", request.path), "the absolute path", found);
     }
@@ -224,7 +247,9 @@ bool KrPathResolver::findPackage(const std::string& package, const std::string& 
 
 bool KrPathResolver::findInBundle(const Request& request, Kind kind, Found& found)
 {
+    // Set for all attempts below, so that whichever finds the file leaves it marked as a guess.
     found.isGuess = true;
+    // A package may lie deeper in the bundle than the description: a workspace keeps one folder for each.
     if (!request.package.empty() && !m_above.empty()) {
         for (const Folder& folder : foldersBelow(m_above[bundleTop(request.package)].path)) {
             if ((folder.name == request.package || folder.package == request.package) &&
@@ -246,6 +271,7 @@ bool KrPathResolver::findTail(const Request& request, Found& found)
     std::vector<std::string> parts = KrImportPath::components(request.path);
     const bool isRest = !request.package.empty() || (!request.isElsewhere && request.path[0] != '/');
     for (std::size_t first = 0; first < parts.size(); ++first) {
+        // The whole path is always tried, then its last parts only.
         if (first > 0 && parts.size() - first > kMaxTails) {
             continue;
         }
@@ -257,6 +283,7 @@ bool KrPathResolver::findTail(const Request& request, Found& found)
         const char* const rule =
             whole ? "the rest of the path below a folder above" : "the last parts of the path below a folder above";
         for (std::size_t level = 0; level < std::min(m_above.size(), kGuessLevels); ++level) {
+            // Everything further up is outside as well.
             if (isOutside(m_above[level].path)) {
                 break;
             }
@@ -270,6 +297,7 @@ bool KrPathResolver::findTail(const Request& request, Found& found)
 
 bool KrPathResolver::findOtherFormat(Found& found)
 {
+    // A copy: attempt() adds to the list while it is walked.
     const std::vector<std::string> tried = found.tried;
     for (const std::string& path : tried) {
         const Listing& listing = listingOf(KrImportPath::directoryOf(path));
@@ -280,6 +308,7 @@ bool KrPathResolver::findOtherFormat(Found& found)
         const std::string wanted = KrImportPath::extensionOf(path);
         // Exporters change formats, and file systems that ignore letters' sizes hide wrong ones: the nearest name wins.
         std::string best;
+        // One behind the last format: a name that is no mesh never wins.
         std::size_t bestPlace = std::size(kMeshFormats) + 1;
         for (const std::string& name : names->second) {
             const std::size_t place = formatPlace(KrImportPath::extensionOf(name), wanted);
@@ -298,6 +327,7 @@ bool KrPathResolver::findOtherFormat(Found& found)
 
 const KrPathResolver::Listing& KrPathResolver::listingOf(const std::string& folder)
 {
+    // References into the listings last until the next call; no caller keeps one longer.
     if (m_listings.size() > kMaxListings) {
         m_listings.clear();
     }
@@ -315,6 +345,8 @@ bool KrPathResolver::findElsewhere(const Request& request, Found& found)
 {
     const std::string rule = "a package folder";
     for (const Folder& root : m_elsewhere) {
+        // A relative path may be meant from a package folder. An absolute one, or one elsewhere, was tried by its
+        // last parts.
         if (request.package.empty()) {
             if (!request.isElsewhere && request.path[0] != '/' &&
                 attempt(KrImportPath::join(root.path, request.path), rule, found)) {
@@ -322,6 +354,8 @@ bool KrPathResolver::findElsewhere(const Request& request, Found& found)
             }
             continue;
         }
+        // The given folder may hold the package, be the package, or be a workspace with it somewhere below: likeliest
+        // first.
         if (attempt(KrImportPath::join(root.path, request.package + "/" + request.path), rule, found)) {
             return true;
         }
@@ -346,11 +380,13 @@ bool KrPathResolver::isOutside(const std::string& folder) const
     const std::string home = m_home.empty() ? "" : fs::path(m_home).lexically_normal().string();
     // Above these live other people's files: a guess there could find another robot's mesh.
     return path == path.root_path() || path == fs::temp_directory_path(error) ||
+           // Slashes at both ends make it a comparison of whole names: /home/a is not above /home/ab.
            (!home.empty() && (home + "/").compare(0, folder.size() + 1, folder + "/") == 0);
 }
 
 std::size_t KrPathResolver::bundleTop(const std::string& package) const
 {
+    // At least the description's own folder; then the topmost of the next few that still looks like a part of it.
     std::size_t top = 0;
     for (std::size_t level = 1; level < std::min(m_above.size(), kGuessLevels); ++level) {
         const Folder& folder = m_above[level];
@@ -364,6 +400,7 @@ std::size_t KrPathResolver::bundleTop(const std::string& package) const
             !folder.package.empty() || folder.name == package ||
             placeIn(kInnerFolders, KrText::lowered(m_above[level - 1].name)) < std::size(kInnerFolders) ||
             std::any_of(std::begin(kMeshFolders), std::end(kMeshFolders), holds);
+        // A folder without a sign may lie between two that have one: the walk goes on past it.
         top = belongs ? level : top;
     }
     return top;
@@ -385,6 +422,7 @@ const std::vector<KrPathResolver::Folder>& KrPathResolver::foldersBelow(const st
             ++seen;
             const std::string path = KrImportPath::join(parent, name);
             std::error_code error;
+            // Hidden folders hold what version control and caches keep.
             if (name[0] == '.' || fs::is_symlink(path, error) || !KrImportPath::isDirectory(path)) {
                 continue;
             }
@@ -399,6 +437,7 @@ const std::vector<KrPathResolver::Folder>& KrPathResolver::foldersBelow(const st
 
 std::string KrPathResolver::packageNameIn(const std::string& folder)
 {
+    // The name in a manifest is a hint: a manifest that is absent, or cannot be read, is none, and no reason to warn.
     const std::string manifest = KrImportPath::join(folder, "package.xml");
     std::string why;
     const KrImportXml::UniqueDocument document =

@@ -22,6 +22,7 @@ using KrMeshTokens::takeWord;
 
 // No real file comes near: a vertex has a handful of attributes.
 constexpr std::uint64_t kMaxPlaces = 256;
+// With all that is placed inside them: each placing costs a node of memory.
 constexpr std::uint64_t kMaxNodes = 100000;
 constexpr std::size_t kMaxControllers = 16; // one on the other
 // The mesh library looks through all nodes for each that is placed.
@@ -32,6 +33,7 @@ constexpr std::ptrdiff_t kMaxElements = 4000000;
 /// Calls `enter` for `root` and every element inside it, in the order of the file, and `leave` behind what is inside
 /// each. Without recursion, and over at once when one of them returns false.
 template <typename Visitor>
+// The bound on nesting is found in a tree that exists already: going through it must not need a stack of that depth.
 bool traverse(xmlNode& root, Visitor& visitor)
 {
     for (xmlNode* node = &root;;) {
@@ -122,10 +124,12 @@ private:
 
 bool NodeCheck::enter(const xmlNode& element, std::string& why)
 {
+    // Called for every element, node or not: the list of open ones has to match the nesting.
     std::size_t node = kNone;
     if (isNamed(element, "node") || isNamed(element, "visual_scene")) {
         node = m_nodes.size();
         m_nodes.emplace_back();
+        // An instance may mean a node by any of the three: the check follows all of them.
         for (const char* const key : {"id", "name", "sid"}) {
             const std::string value = attributeOf(element, key);
             if (!value.empty()) {
@@ -141,9 +145,11 @@ bool NodeCheck::enter(const xmlNode& element, std::string& why)
     if (parent != m_open.rend() && isNamed(element, "instance_node")) {
         const std::string url = attributeOf(element, "url");
         ++m_instances;
+        // Without the hash at its front.
         m_nodes[*parent].instances.push_back(url.substr(std::min<std::size_t>(1, url.size())));
     }
     m_open.push_back(node);
+    // The mesh library, and the writer of libxml2, go down by recursion.
     if (m_open.size() > Kr::Limits::kMeshNesting) {
         why = "its elements are nested deeper than " + std::to_string(Kr::Limits::kMeshNesting);
         return false;
@@ -153,6 +159,7 @@ bool NodeCheck::enter(const xmlNode& element, std::string& why)
 
 bool NodeCheck::run(std::string& why)
 {
+    // Without instances the tree is the document's own, and enter() has bounded its depth.
     if (m_instances == 0) {
         return true;
     }
@@ -160,6 +167,7 @@ bool NodeCheck::run(std::string& why)
         why = "it places too many nodes";
         return false;
     }
+    // From every node: a circle may hang below none of the scenes.
     for (std::size_t node = 0; node < m_nodes.size(); ++node) {
         if (!measure(node, 0, why)) {
             return false;
@@ -172,6 +180,7 @@ bool NodeCheck::run(std::string& why)
 bool NodeCheck::measure(std::size_t node, std::size_t depth, std::string& why)
 {
     Node& current = m_nodes[node];
+    // Each is measured once. Without that a row of nodes that each place the next one twice takes a power of two.
     if (current.size > 0) {
         return true;
     }
@@ -183,6 +192,7 @@ bool NodeCheck::measure(std::size_t node, std::size_t depth, std::string& why)
     const auto add = [&](std::size_t other) {
         const bool isGood = measure(other, depth + 1, why);
         size += m_nodes[other].size;
+        // At once, so that sizes which double from node to node overflow nothing.
         if (isGood && size > kMaxNodes) {
             why = "its nodes place one another more than " + std::to_string(kMaxNodes) + " times";
             return false;
@@ -195,6 +205,7 @@ bool NodeCheck::measure(std::size_t node, std::size_t depth, std::string& why)
         }
     }
     for (const std::string& instance : current.instances) {
+        // Several nodes may bear the name, and which one the mesh library takes is its own affair: all count.
         const auto [begin, end] = m_names.equal_range(instance);
         for (auto place = begin; place != end; ++place) {
             if (!add(place->second)) {
@@ -257,6 +268,7 @@ private:
     std::vector<Reach> m_reaches;
 };
 
+/// The kinds with faces. Lines and points draw nothing here.
 bool isPrimitives(const xmlNode& element)
 {
     return isNamed(element, "triangles") || isNamed(element, "polylist") || isNamed(element, "polygons");
@@ -264,6 +276,7 @@ bool isPrimitives(const xmlNode& element)
 
 bool Check::run(xmlNode& root, std::string& why)
 {
+    // The reaches come behind the walk, because an accessor may stand before its array.
     const bool isGood = traverse(root, *this) && checkReaches() && m_nodes.run(m_why);
     why = isGood ? why : m_why;
     return isGood;
@@ -278,6 +291,7 @@ bool Check::enter(const xmlNode& element)
         return checkArray(element);
     }
     const std::string_view name = reinterpret_cast<const char*>(element.name);
+    // Arrays of names, ids or booleans share the accessors, but hold no numbers.
     if (name.size() > 6 && name.substr(name.size() - 6) == "_array") {
         m_wordArrays.insert(attributeOf(element, "id"));
         return true;
@@ -287,6 +301,7 @@ bool Check::enter(const xmlNode& element)
         return checkAccessor(element);
     }
     if (isNamed(element, "param") && m_isInAccessor) {
+        // Entering the accessor has added its reach, so there is one.
         ++m_reaches.back().params;
     }
     m_isInMesh = m_isInMesh || isNamed(element, "mesh");
@@ -299,6 +314,7 @@ bool Check::leave(const xmlNode& element)
     m_nodes.leave();
     m_isInAccessor = m_isInAccessor && !isNamed(element, "accessor");
     m_isInHole = m_isInHole && !isNamed(element, "ph");
+    // Only at its end is it known how many lists an element has.
     if (m_isInMesh && isPrimitives(element)) {
         // Polygons have a list each, the others all in one.
         const std::uint64_t one = m_declared > 0 ? 1 : m_lists;
@@ -316,6 +332,7 @@ bool Check::checkArray(const xmlNode& element)
     if (!takeCount(element, "count", m_size, declared)) {
         return fail("the count of a float_array is no number or far too high");
     }
+    // Of the text that the mesh library takes; more numbers than it declares are read by nobody.
     std::uint64_t words = 0;
     for (std::string_view rest = textOf(element); !takeWord(rest).empty();) {
         ++words;
@@ -335,6 +352,8 @@ bool Check::checkAccessor(const xmlNode& element)
     reach.array = referred(attributeOf(element, "source"));
     reach.isInMesh = m_isInMesh;
     const bool isGood = takeCount(element, "count", m_size, reach.count) &&
+                        // None of them beyond the size of the file: the product of two in checkReaches() stays within
+                        // 64 bits.
                         takeCount(element, "stride", kMaxPlaces, reach.stride) &&
                         takeCount(element, "offset", m_size, reach.offset);
     m_reaches.push_back(reach);
@@ -349,12 +368,14 @@ bool Check::checkMesh(const xmlNode& element)
         return fail("the offset or set of an input is no number or far too high");
     }
     std::uint64_t count = 0;
+    // Of any element inside a mesh. An absent count is 0 and fits what is empty only.
     if (!takeCount(element, "count", m_size, count)) {
         return fail("the count of an element <" + KrImportXml::nameOf(element) + "> is no number or far too high");
     }
     if (isPrimitives(element)) {
         m_declared = count;
         m_lists = 0;
+        // Polylists tell the lengths of their polygons in a list; of the others they are known from the start.
         m_lengths = isNamed(element, "polylist") ? 0 : m_declared;
     }
     return true;
@@ -371,11 +392,13 @@ bool Check::checkIndices(const xmlNode& element)
         return fail("an element <p> comes before the lengths of its polygons");
     }
     m_lists += isList && !m_isInHole ? 1 : 0;
+    // The first piece of text, as the mesh library reads it.
     std::string_view rest = textOf(element);
     if (rest.find_first_not_of("0123456789- \t\r\n") != std::string_view::npos) {
         return fail("there is something else than indices in an element <" + KrImportXml::nameOf(element) + ">");
     }
     std::uint64_t words = 0;
+    // Fewer lengths than declared would be read beyond their end.
     for (std::uint64_t length = 0; isLengths && words < m_declared; ++words) {
         if (!isCount(takeWord(rest), m_size, length)) {
             return fail("an element <vcount> holds fewer lengths than its list has");
@@ -392,8 +415,10 @@ bool Check::checkReaches()
         if (array == m_arrays.end() && !reach.isInMesh) {
             continue; // of words
         }
+        // An id that arrays of both kinds bear counts as none: which of the two is found is the library's affair.
         const bool isNumbers = array != m_arrays.end() && m_wordArrays.count(reach.array) == 0;
         const std::uint64_t numbers = isNumbers ? array->second : 0;
+        // Even an accessor without parameters reads one number at each place.
         const std::uint64_t last = std::max<std::uint64_t>(reach.params, 1);
         if (reach.count > 0 && reach.offset + (reach.count - 1) * reach.stride + last > numbers) {
             return fail("an accessor reaches beyond its array");
@@ -402,12 +427,14 @@ bool Check::checkReaches()
     return true;
 }
 
+/// libxml2 frees what hangs below a node, and no more: the tree must not point at it any longer.
 void removeElement(xmlNode* element)
 {
     xmlUnlinkNode(element);
     xmlFreeNode(element);
 }
 
+/// In the place of one that is there.
 void setAttribute(xmlNode& node, const char* name, const std::string& value)
 {
     xmlSetProp(&node, reinterpret_cast<const xmlChar*>(name), reinterpret_cast<const xmlChar*>(value.c_str()));
@@ -417,6 +444,7 @@ void setAttribute(xmlNode& node, const char* name, const std::string& value)
 std::map<std::string, std::string> skinnedMeshes(const std::vector<xmlNode*>& all)
 {
     std::map<std::string, std::string> meshes;
+    // In the order of the file, a skin comes behind the controller that it stands in.
     std::string controller;
     for (const xmlNode* const element : all) {
         if (isNamed(*element, "controller")) {
@@ -439,6 +467,7 @@ void dropMotion(xmlNode& root)
         if (isNamed(*element, "instance_controller")) {
             std::string mesh = referred(attributeOf(*element, "url"));
             // A skin may bend what another controller makes of a mesh.
+            // Bounded, because two controllers may name each other.
             for (std::size_t i = 0; i < kMaxControllers && meshes.count(mesh); ++i) {
                 mesh = meshes.at(mesh);
             }
@@ -452,6 +481,7 @@ void dropMotion(xmlNode& root)
             }
         }
     }
+    // Behind the loop: the list still holds elements that go with them.
     std::for_each(libraries.begin(), libraries.end(), removeElement);
 }
 
@@ -476,6 +506,7 @@ void separateIds(xmlNode& root)
             }
         }
     }
+    // Names are used inside their geometry only: what refers to them is renamed with them.
     for (std::size_t i = 0; i < geometries.size() && !shared.empty(); ++i) {
         for (xmlNode* const element : geometries[i]) {
             for (const char* const name : {"id", "source"}) {
@@ -488,6 +519,7 @@ void separateIds(xmlNode& root)
     }
 }
 
+/// The first one counts. Cut, because it is a word of the file: "X_UP", "Y_UP" and "Z_UP" are what is meant.
 std::string upAxisOf(xmlNode& root)
 {
     for (const xmlNode* const element : elements(root)) {
@@ -498,6 +530,7 @@ std::string upAxisOf(xmlNode& root)
     return "";
 }
 
+/// Asked before the parser runs: its tree is what takes the memory.
 bool isTooLarge(const std::string& content)
 {
     return std::count(content.begin(), content.end(), '<') > 2 * kMaxElements; // most have an end of their own
@@ -518,15 +551,18 @@ bool KrColladaText::clean(std::string&& content, Mesh& mesh, std::string& why)
     if (!root) {
         return false;
     }
+    // The tree holds all of it by now, and a large mesh need not be in memory twice.
     content.clear();
     content.shrink_to_fit();
     // Motion goes first: what is wrong in it harms nobody then.
     dropMotion(*root);
+    // Ids before the check, which follows references by them.
     separateIds(*root);
     if (!Check(size).run(*root, why)) {
         return false;
     }
     mesh.upAxis = upAxisOf(*root);
+    // Written anew from the tree: what the check has not seen, the mesh library does not see either.
     mesh.text = KrImportXml::textOf(*document);
     return true;
 }

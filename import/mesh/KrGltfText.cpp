@@ -22,14 +22,20 @@ using Json = nlohmann::json;
 
 // A value in memory takes many times the bytes of its text.
 constexpr std::size_t kMaxValues = std::size_t{4} << 20;
+// A file has one, or a few; each may cost a look at the disk.
 constexpr std::size_t kMaxBuffers = 256;
 // Of nodes, and of primitives: the mesh library takes the square of their number.
 constexpr std::size_t kMaxParts = 100000;
 constexpr std::uint64_t kMaxStride = 252; // glTF 2.0, section 5.11
+// The mesh library keeps eight sets of texture coordinates.
 constexpr unsigned int kMaxChannel = 7;
+// Of a material, bytes: the name goes on into systems and messages.
 constexpr std::size_t kMaxName = 200;
+// The mesh library's strings end at 1023 bytes.
 constexpr std::size_t kMaxTextureName = 1000;
 
+/// The component types that are of use here, by the format's numbers (glTF 2.0, section 3.6.2.2); integers are those
+/// without a sign.
 enum Component : unsigned int
 {
     Byte = 5121,
@@ -48,6 +54,7 @@ bool isBearable(std::string_view text)
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         if (isInString) {
+            // A quote behind a backslash does not end a string.
             i += c == '\\' ? 1 : 0;
             isInString = c != '"';
         } else if (c == '"') {
@@ -67,6 +74,7 @@ bool isBearable(std::string_view text)
 /// Null, an absent value, where there is no such member.
 const Json& member(const Json& object, const char* name)
 {
+    // Absent and null are the same to every reader below.
     static const Json none;
     const auto place = object.is_object() ? object.find(name) : object.end();
     return object.is_object() && place != object.end() ? *place : none;
@@ -137,6 +145,7 @@ bool decodeBase64(std::string_view text, std::string& bytes)
         if (value == std::string_view::npos || c == '\0') {
             return false;
         }
+        // The three bytes at the bottom are all that is still needed: the rest would overflow.
         bits = (bits << 6 | static_cast<std::uint32_t>(value)) & 0xFFFFFF;
         numBits += 6;
         if (numBits >= 8) {
@@ -147,6 +156,7 @@ bool decodeBase64(std::string_view text, std::string& bytes)
     return true;
 }
 
+/// Writes a new document out of what it has checked; no value of the file is passed on unseen.
 class Cleaner
 {
 public:
@@ -229,6 +239,7 @@ bool Cleaner::run(std::string& why)
                                   " of its primitives are no triangles, or compressed, or refer to what is not there; "
                                   "they are left out");
     }
+    // No text in it makes the writer throw: the file was made UTF-8 before it was parsed.
     m_mesh.text = m_result.dump();
     return true;
 }
@@ -248,6 +259,7 @@ bool Cleaner::readBuffers(std::string& why)
         if (content.size() > m_limits.maxBytes) {
             return refuse(why, "its buffers are larger than what is read of a mesh file");
         }
+        // One bound for all buffers together: what one takes is gone for the next.
         m_limits.maxBytes -= content.size();
         m_bufferBytes.push_back(content.size());
         // Names of our own: those of the file reach nothing but the side reader.
@@ -261,6 +273,7 @@ bool Cleaner::readBuffers(std::string& why)
 bool Cleaner::bufferContent(const Json& buffer, std::size_t number, std::string& content, std::string& why)
 {
     const Json& uri = member(buffer, "uri");
+    // A buffer without a name is the body of a GLB, which only the first one can be.
     if (!uri.is_string()) {
         content = number == 0 ? m_body : std::string_view();
         return true;
@@ -268,6 +281,7 @@ bool Cleaner::bufferContent(const Json& buffer, std::size_t number, std::string&
     const auto& name = uri.get_ref<const std::string&>();
     static constexpr std::string_view kBase64 = ";base64,";
     if (name.compare(0, 5, "data:") == 0) {
+        // The mark stands within the first words: a search through megabytes of data would be for nothing.
         const std::size_t at = name.substr(0, 200).find(kBase64);
         return at != std::string::npos ? decodeBase64(std::string_view(name).substr(at + kBase64.size()), content) ||
                                              refuse(why, "a buffer is no base64")
@@ -289,6 +303,7 @@ void Cleaner::readViews()
         std::uint64_t offset = 0;
         std::uint64_t bytes = 0;
         View known;
+        // In this order: each bound needs the value before it.
         known.isThere = index(view, "buffer", m_bufferBytes.size(), buffer) &&
                         whole(view, "byteOffset", m_bufferBytes[buffer], offset) &&
                         whole(view, "byteLength", m_bufferBytes[buffer] - offset, bytes) &&
@@ -307,6 +322,7 @@ void Cleaner::readViews()
 
 void Cleaner::readAccessors()
 {
+    // Without matrices, which animations and skins are made of.
     static const std::pair<const char*, std::uint64_t> kTypes[] = {
         {"SCALAR", 1}, {"VEC2", 2}, {"VEC3", 3}, {"VEC4", 4}};
     static const std::pair<std::uint64_t, std::uint64_t> kComponents[] = {
@@ -320,6 +336,7 @@ void Cleaner::readAccessors()
         const Json& type = member(accessor, "type");
         known.type = type.is_string() ? type.get<std::string>().substr(0, 10) : "";
         // Sparse accessors are zeros with exceptions, used for morph targets, which are left out.
+        // In this order, as above. No accessor has more values than its view has bytes.
         bool isGood = index(accessor, "bufferView", m_views.size(), view) && m_views[view].isThere &&
                       member(accessor, "sparse").is_null() &&
                       whole(accessor, "byteOffset", m_views[view].bytes, offset) &&
@@ -376,6 +393,7 @@ Json Cleaner::textureOf(const Json& info) const
 {
     std::size_t texture = 0;
     std::uint64_t channel = 0;
+    // A texture without an image is an empty object, which keeps its place.
     const Json& textures = m_result["textures"];
     if (!index(info, "index", textures.size(), texture) || textures[texture].empty() ||
         !whole(info, "texCoord", kMaxChannel, channel)) {
@@ -390,6 +408,7 @@ void Cleaner::readMaterials()
     for (const Json& material : list(m_file, "materials")) {
         const Json& name = member(material, "name");
         Json written = Json::object();
+        // A material without a name stays so: a name that is made up could meet one of the file's.
         if (name.is_string() && !name.get_ref<const std::string&>().empty()) {
             written["name"] = KrText::oneLine(name.get_ref<const std::string&>(), kMaxName);
         }
@@ -401,10 +420,12 @@ void Cleaner::readMaterials()
         if (rough.is_null() && areNumbers(member(glossy, "diffuseFactor"), 4)) {
             look["baseColorFactor"] = member(glossy, "diffuseFactor");
         }
+        // Of the kind of look that gives the colour: the two must fit.
         const Json& image =
             member(rough.is_null() ? glossy : rough, rough.is_null() ? "diffuseTexture" : "baseColorTexture");
         for (const char* const factor : {"metallicFactor", "roughnessFactor"}) {
             const Json& value = member(rough, factor);
+            // Written so that NaN fails, and so that a value outside is the format's default instead.
             if (value.is_number() && value.get<double>() >= 0.0 && value.get<double>() <= 1.0) {
                 look[factor] = value;
             }
@@ -433,6 +454,7 @@ bool Cleaner::readMeshes(std::string& why)
                 return false;
             }
         }
+        // Empty ones keep their places, which nodes count.
         m_result["meshes"].push_back({{"primitives", primitives}});
     }
     return true;
@@ -450,6 +472,7 @@ bool Cleaner::readPrimitive(const Json& primitive, Json& primitives, std::string
     // Positions come first: all other attributes must be as many, or the library reads past their ends.
     const std::uint64_t vertices = isGood ? m_accessors[positions].count : 0;
     const std::uint64_t corners = hasIndices && isGood ? m_accessors[indices].count : vertices;
+    // Left out, not refused: other primitives of the file may be good.
     if (!isGood || corners < 3) {
         ++m_leftOut;
         return true;
@@ -492,6 +515,7 @@ Json Cleaner::attributesOf(const Json& primitive, std::uint64_t count) const
         }
         return isGood;
     };
+    // The core of the format knows normals as floats only; other types come with extensions that are not read.
     add("NORMAL", {"VEC3"}, {Float});
     add("COLOR_0", {"VEC4"}, {Byte, Short, Float});
     for (unsigned int channel = 0; channel <= kMaxChannel; ++channel) {
@@ -542,6 +566,7 @@ bool Cleaner::readNodes(std::string& why)
     };
     // Nodes that no scene places stay, without children: indices count them.
     for (const Json& node : nodes) {
+        // A node is written before its place in the tree is known.
         written.push_back(nodeOf(node));
     }
     if (!scenes.empty()) {
@@ -564,6 +589,7 @@ bool Cleaner::readNodes(std::string& why)
         }
     }
     m_result["nodes"] = written;
+    // One scene, the one that is shown: the mesh library has no choice to make.
     m_result["scene"] = 0;
     m_result["scenes"] = Json::array();
     m_result["scenes"].push_back(Json::object({{"nodes", roots}}));
@@ -582,12 +608,14 @@ Json Cleaner::nodeOf(const Json& node) const
         copyNumbers(node, "scale", 3, written);
     }
     std::size_t mesh = 0;
+    // A mesh whose primitives were all left out is placed by nobody.
     if (index(node, "mesh", m_result["meshes"].size(), mesh) && !m_result["meshes"][mesh]["primitives"].empty()) {
         written["mesh"] = mesh;
     }
     return written;
 }
 
+/// By hand: the order of the file, whatever that of the machine is.
 std::uint32_t littleEndian(std::string_view bytes)
 {
     std::uint32_t value = 0;
@@ -602,6 +630,7 @@ bool unpack(std::string_view content, std::string_view& text, std::string_view& 
 {
     static constexpr std::size_t kHeaderBytes = 12;
     static constexpr std::size_t kChunkBytes = 8;
+    // "JSON" and "BIN" with a zero, read as numbers.
     static constexpr std::uint32_t kText = 0x4E4F534A;
     static constexpr std::uint32_t kBody = 0x004E4942;
     if (content.size() < kHeaderBytes || content.substr(0, 4) != "glTF" || littleEndian(content.substr(4)) != 2) {
@@ -628,6 +657,7 @@ bool unpack(std::string_view content, std::string_view& text, std::string_view& 
 
 bool KrGltfText::clean(std::string_view content, bool isBinary, const KrMeshLimits& limits, const SideReader& side,
                        Mesh& mesh, std::string& why)
+// The body stays a view into the content, which outlives the reading: a large one is copied once only.
 {
     std::string_view text = isBinary ? std::string_view() : content;
     std::string_view body;
@@ -644,10 +674,12 @@ bool KrGltfText::clean(std::string_view content, bool isBinary, const KrMeshLimi
         text = read;
         mesh.warnings.emplace_back("it is no UTF-8; it is read as Latin-1");
     }
+    // Without exceptions: what is no JSON becomes a value of no kind, and that is no object.
     const Json file = Json::parse(text.begin(), text.end(), nullptr, false);
     if (!file.is_object()) {
         return refuse(why, "it is no JSON object");
     }
+    // Version 1 has another layout under the same words.
     const Json& version = member(member(file, "asset"), "version");
     if (!version.is_string() || version.get_ref<const std::string&>().compare(0, 2, "2.") != 0) {
         return refuse(why, "it is no glTF of version 2");

@@ -11,6 +11,7 @@
 namespace
 {
 
+/// A group that is being filled; its triangles have our indices.
 struct Group
 {
     std::string name;
@@ -73,9 +74,11 @@ KrMeshBuilder::Result Builder::run()
     }
     std::vector<std::vector<KrTriangle>*> lists;
     for (Group& group : m_groups) {
+        // Counted without the degenerate ones: it is what a picture shows.
         lists.push_back(&group.triangles);
         m_result.triangles += group.triangles.size();
     }
+    // No reason is given: that a file holds nothing is told by who asked for it.
     if (m_result.triangles == 0) {
         return m_result;
     }
@@ -89,6 +92,7 @@ KrMeshBuilder::Result Builder::run()
     boost::shared_ptr<KrTriPhysicalExtent> extent(new KrTriPhysicalExtent);
     KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
     for (Group& group : m_groups) {
+        // A group whose triangles were all degenerate leaves no trace, nor does its look.
         if (group.triangles.empty()) {
             continue;
         }
@@ -111,6 +115,7 @@ KrMeshBuilder::Result Builder::run()
 
 Group& Builder::groupFor(const KrMeshData::Group& source)
 {
+    // The mesh's own look wins over the material of the description. Without looks all triangles become one group.
     const bool hasLook = source.hasLook && m_options.useLooks;
     const std::string name = hasLook ? ownName(source.name) : m_options.material;
     const auto isSame = [&name](const Group& group) { return group.name == name; };
@@ -141,6 +146,7 @@ void Builder::addTriangle(const KrTriangle& source, Group& group)
     const KrVector a = scaled(list[source.vertex(0)], m_options.scale);
     const KrVector b = scaled(list[source.vertex(1)], m_options.scale);
     const KrVector c = scaled(list[source.vertex(2)], m_options.scale);
+    // Judged behind the scale, which may flatten what was good.
     if (KrMeshNormals::faceNormal(a, b, c) == KrVector()) {
         ++m_result.degenerate;
         return;
@@ -158,6 +164,7 @@ void Builder::addTriangle(const KrTriangle& source, Group& group)
 std::uint32_t Builder::vertexIndex(std::uint32_t source)
 {
     std::uint32_t& index = m_vertexMap[source];
+    // Only vertices that a triangle uses come in: others would count in the extent's bounds.
     if (index == KrMeshData::noNormal) {
         index = static_cast<std::uint32_t>(m_vertices.size());
         m_vertices.push_back(scaled(m_data.vertices[source], m_options.scale));
@@ -175,6 +182,7 @@ std::uint32_t Builder::normalIndex(std::uint32_t source)
         // Normals turn with the inverse transposed scale, mirrored ones too: what points outwards still does.
         const KrVector& scale = m_options.scale;
         KrVector normal = scaled(m_data.normals[source], {1.0 / scale.x(), 1.0 / scale.y(), 1.0 / scale.z()});
+        // A normal that is no good stays unset: the triangles give one.
         if (normal.isFinite() && normal.normalize() > 0.0) {
             index = m_normals.add(normal);
         }
@@ -184,6 +192,7 @@ std::uint32_t Builder::normalIndex(std::uint32_t source)
 
 bool Builder::usesTexture() const
 {
+    // Without an image coordinates are memory for nothing.
     std::string image;
     return m_options.materialHasTexture || std::any_of(m_groups.begin(), m_groups.end(), [&image](const Group& group) {
                return group.look && group.look->string("krTextureFilename", image);
@@ -204,10 +213,12 @@ KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>&
     KrXmlVectorVector normals;
     std::vector<KrTriangle> triangles;
     for (const boost::shared_ptr<KrBasePhysicalExtent>& part : parts) {
+        // The placed surface, tessellated where the part is a primitive.
         const boost::shared_ptr<const KrTriPhysicalExtent> mesh = part->triExtent();
         if (!mesh) {
             continue;
         }
+        // The part's indices move behind those of the parts before it.
         const std::uint32_t firstVertex = vertices.size();
         const std::uint32_t firstNormal = normals.size();
         vertices.values().insert(vertices.end(), mesh->vertices().begin(), mesh->vertices().end());

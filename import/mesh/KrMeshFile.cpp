@@ -26,8 +26,8 @@
 namespace
 {
 
-// Normals written with few digits are not exactly of unit length.
 constexpr std::size_t kMaxPath = 400; // in a message, bytes
+// Normals written with few digits are not exactly of unit length.
 constexpr double kNormalTolerance = 0.01;
 
 /// Knows the files of a mesh source and no other: nothing on the disk is within the mesh library's reach.
@@ -40,10 +40,12 @@ public:
     }
     bool Exists(const char* file) const override { return find(file) != nullptr; }
     char getOsSeparator() const override { return '/'; }
+    // Whatever mode is asked for: nothing can be written here.
     Assimp::IOStream* Open(const char* file, const char*) override
     {
         const std::string* const content = find(file);
         return content
+                   // The stream borrows the bytes: the source outlives the reading.
                    ? new Assimp::MemoryIOStream(reinterpret_cast<const std::uint8_t*>(content->data()), content->size())
                    : nullptr;
     }
@@ -59,6 +61,7 @@ private:
     const KrMeshSource& m_source;
 };
 
+// The names are the library's own. One that it does not know leaves no reader, and keepReader() says so.
 /// What the mesh library calls the reader of a format.
 const char* readerOf(KrMeshSource::Format format)
 {
@@ -95,6 +98,7 @@ bool keepReader(Assimp::Importer& importer, const std::string& name)
     return importer.GetImporterCount() == 1;
 }
 
+/// Both are for columns: a1 to a4 is the first row.
 Eigen::Matrix4d matrixOf(const aiMatrix4x4& m)
 {
     Eigen::Matrix4d matrix;
@@ -112,11 +116,13 @@ Eigen::Vector3d vectorOf(const aiVector3D& v)
     return {v.x, v.y, v.z};
 }
 
+/// After the sorting a mesh holds faces of one kind; an empty one has no lists.
 bool isTriangles(const aiMesh& mesh)
 {
     return (mesh.mPrimitiveTypes & aiPrimitiveType_TRIANGLE) != 0 && mesh.mVertices && mesh.mFaces;
 }
 
+/// Readers take indices out of files as they stand; whatever runs over them afterwards trusts them.
 bool hasValidIndices(const aiScene& scene)
 {
     for (unsigned int i = 0; i < scene.mNumMeshes; ++i) {
@@ -143,6 +149,7 @@ void tidyFaces(aiMesh& mesh)
         aiFace& face = mesh.mFaces[i];
         if (face.mNumIndices > 0 && face.mIndices) {
             types |= AI_PRIMITIVE_TYPE_FOR_N_INDICES(face.mNumIndices);
+            // Exchanged, not copied: each face frees its own indices.
             std::swap(mesh.mFaces[kept].mNumIndices, face.mNumIndices);
             std::swap(mesh.mFaces[kept++].mIndices, face.mIndices);
         }
@@ -157,6 +164,7 @@ std::vector<bool> usedVertices(const aiMesh& mesh)
     std::vector<bool> isUsed(mesh.mNumVertices);
     for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
         const aiFace& face = mesh.mFaces[i];
+        // Points and lines may share the vertices; they are not drawn.
         for (unsigned int corner = 0; face.mNumIndices == 3 && corner < 3; ++corner) {
             isUsed[face.mIndices[corner]] = true;
         }
@@ -164,6 +172,7 @@ std::vector<bool> usedVertices(const aiMesh& mesh)
     return isUsed;
 }
 
+/// Makes one soup of triangles out of the library's scene: nodes applied, equal vertices joined.
 class Collector
 {
 public:
@@ -174,6 +183,7 @@ public:
         , m_maxTriangles(limits.maxTriangles)
         , m_data(data)
     {
+        // What is told apart below is what the readers fill in, each in its own way.
         using Format = KrMeshSource::Format;
         m_isStl = format == Format::Stl;
         m_isGltf = format == Format::Gltf || format == Format::Glb;
@@ -236,6 +246,7 @@ bool Collector::run(bool trustMaterials, std::string& why)
     return true;
 }
 
+// A material that no triangle uses says nothing about what can be seen.
 void Collector::readLooks(bool trustMaterials)
 {
     std::set<unsigned int> used;
@@ -249,6 +260,7 @@ void Collector::readLooks(bool trustMaterials)
     for (unsigned int i = 0; i < m_scene.mNumMaterials; ++i) {
         m_looks.push_back(KrMeshMaterials::read(*m_scene.mMaterials[i]));
         hasForeignNames = hasForeignNames || m_looks.back().hasForeignName;
+        // Behind the look, whose name and texture tell what the reader made up.
         m_looks.back().isOwn = trustMaterials && !isFilledIn(i);
         isAllClear = isAllClear && (!used.count(i) || m_looks.back().opacity == 0.0);
     }
@@ -285,6 +297,7 @@ bool Collector::isFilledIn(unsigned int material) const
 
 bool Collector::addNodes(std::string& why)
 {
+    // Without recursion: how deep nodes are nested is the file's choice.
     std::vector<std::pair<const aiNode*, Eigen::Matrix4d>> stack;
     if (m_scene.mRootNode) {
         stack.emplace_back(m_scene.mRootNode, Eigen::Matrix4d::Identity());
@@ -307,6 +320,7 @@ bool Collector::addNodes(std::string& why)
                 addMesh(mesh, nodeToFile);
             }
         }
+        // Backwards, so that children come off in the order of the file, and groups and vertices with them.
         for (unsigned int i = node->mNumChildren; i-- > 0;) {
             stack.emplace_back(node->mChildren[i], nodeToFile);
         }
@@ -320,6 +334,7 @@ void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
     const Eigen::Vector3d offset = nodeToFile.block<3, 1>(0, 3);
     const bool isMirrored = linear.determinant() < 0.0;
     const std::vector<bool> isUsed = usedVertices(mesh);
+    // What no triangle uses stays 0, and is asked for by none.
     std::vector<std::uint32_t> vertices(mesh.mNumVertices);
     for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
         // Exporters leave vertices behind that no triangle uses, by the thousand.
@@ -330,6 +345,7 @@ void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
     const std::vector<std::uint32_t> normals = addNormals(mesh, isUsed, linear);
     const std::vector<std::uint32_t>& coordinates = addTextureCoordinates(mesh, isUsed);
 
+    // The reference lasts: no group is added before the next mesh.
     std::vector<KrTriangle>& triangles = groupOf(mesh).triangles;
     triangles.reserve(triangles.size() + mesh.mNumFaces);
     for (unsigned int i = 0; i < mesh.mNumFaces; ++i) {
@@ -339,6 +355,7 @@ void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
         }
         KrTriangle triangle;
         for (unsigned int corner = 0; corner < 3; ++corner) {
+            // Backwards where the node mirrors: what was outside would be inside.
             const unsigned int index = face.mIndices[isMirrored ? 2 - corner : corner];
             triangle.setCorner(corner, vertices[index], normals[index], coordinates[index]);
         }
@@ -356,6 +373,7 @@ std::vector<std::uint32_t> Collector::addNormals(const aiMesh& mesh, const std::
     }
     // A normal stays upright on its surface under the inverse transpose.
     const Eigen::Matrix3d normalMatrix = linear.inverse().transpose();
+    // Zero normals and those of another length are left for the triangles to give.
     for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
         const Eigen::Vector3d given = vectorOf(mesh.mNormals[i]);
         const Eigen::Vector3d turned = normalMatrix * given;
@@ -377,10 +395,12 @@ const std::vector<std::uint32_t>& Collector::addTextureCoordinates(const aiMesh&
     }
     indices.resize(mesh.mNumVertices);
     const unsigned int channel = mesh.mMaterialIndex < m_looks.size() ? m_looks[mesh.mMaterialIndex].textureChannel : 0;
+    // The first set stands in for one that the material asks for and the mesh has not.
     const aiVector3D* const list =
         mesh.HasTextureCoords(channel) ? mesh.mTextureCoords[channel] : mesh.mTextureCoords[0];
     for (unsigned int i = 0; list && i < mesh.mNumVertices; ++i) {
         if (isUsed[i]) {
+            // Interpolation would spread what is no number over a whole triangle.
             const bool isUsable = std::isfinite(list[i].x) && std::isfinite(list[i].y);
             indices[i] = static_cast<std::uint32_t>(m_data.textureCoordinates.size());
             m_data.textureCoordinates.emplace_back(isUsable ? list[i].x : 0.0, isUsable ? list[i].y : 0.0);
@@ -398,7 +418,9 @@ KrMeshData::Group* Collector::colorGroup(const aiMesh& mesh, bool hasLook)
     }
     const bool isOne =
         std::all_of(colors, colors + mesh.mNumVertices, [colors](const aiColor4D& c) { return c == colors[0]; });
+    // A group has one look: there is no place for several colours. What the file says of materials comes before.
     if (!isOne || hasLook || m_isStl) {
+        // White is what exporters fill in; nothing is lost with it.
         const bool isWhite = isOne && colors[0] == aiColor4D(1.0f, 1.0f, 1.0f, 1.0f);
         if (!m_isColorTold && !isWhite) {
             warn("the colours of its vertices are not used");
@@ -421,11 +443,13 @@ KrMeshData::Group& Collector::groupOf(const aiMesh& mesh)
     const KrMeshMaterials::Look none;
     const bool isKnown = mesh.mMaterialIndex < m_looks.size();
     const KrMeshMaterials::Look& look = isKnown ? m_looks[mesh.mMaterialIndex] : none;
+    // Which of the sets is used, addTextureCoordinates() decides in the same way.
     const bool hasCoordinates = mesh.HasTextureCoords(0) || mesh.HasTextureCoords(look.textureChannel);
     const bool isTextured = !look.texture.empty() && hasCoordinates;
     if (KrMeshData::Group* const colored = colorGroup(mesh, isKnown && look.isOwn)) {
         return *colored;
     }
+    // Apart by whether the texture can be used: triangles without coordinates get its mean colour.
     const auto [place, isNew] = m_groups.emplace(std::make_pair(mesh.mMaterialIndex, isTextured), m_data.groups.size());
     if (isNew) {
         m_data.groups.emplace_back();
@@ -470,6 +494,7 @@ void Collector::placeTexture(const KrMeshMaterials::Look& look, bool hasCoordina
              (isMean ? "its mean colour is used" : "it cannot be read, and only the colour is used"));
         return;
     }
+    // The first place is what the file means; any other one is a guess.
     if (image != tried.front()) {
         warn(name + " is taken from " + KrText::oneLine(image, kMaxPath));
     }
@@ -481,6 +506,7 @@ std::string Collector::uniqueName(const std::string& name)
 {
     std::string unique = name;
     while (!m_names.insert(unique).second) {
+        // The numbers go on where they ended, so that thousands of equal names take no longer than others.
         unsigned int& number = m_numbers.emplace(name, 2).first->second;
         unique = name + " " + std::to_string(number++);
     }
@@ -500,6 +526,7 @@ bool isTooManyCornered(const aiScene& scene)
         const aiMesh& mesh = *scene.mMeshes[i];
         for (unsigned int k = 0; k < mesh.mNumFaces && work <= Kr::Limits::kPolygonWork; ++k) {
             const std::uint64_t corners = mesh.mFaces[k].mNumIndices;
+            // Triangles and quads are cut without a search.
             work += corners > 4 ? corners * corners : 0;
         }
     }
@@ -509,6 +536,7 @@ bool isTooManyCornered(const aiScene& scene)
 bool readScene(const KrMeshSource& source, const std::string& path, const KrMeshLimits& limits, KrMeshData& data,
                std::string& why)
 {
+    // The scene is the importer's, and goes with it.
     Assimp::Importer importer;
     if (!keepReader(importer, readerOf(source.format))) {
         why = "the mesh library has no reader for it";
@@ -532,9 +560,11 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrMesh
         why = "its polygons have too many corners";
         return false;
     }
+    // Behind the checks, which go by the faces as they were read.
     for (unsigned int i = 0; scene && i < scene->mNumMeshes; ++i) {
         tidyFaces(*scene->mMeshes[i]);
     }
+    // Nothing but these two: joining vertices and computing normals are ours, and the rest changes the mesh.
     scene = scene ? importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_SortByPType) : nullptr;
     if (!scene) {
         why = KrText::oneLine(importer.GetErrorString());
@@ -553,6 +583,7 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrMesh
 } // namespace
 
 bool KrMeshFile::read(const std::string& path, const KrMeshLimits& limits, KrMeshData& data, std::string& why)
+// The door to the library: what happens behind it costs one mesh, not the import.
 {
     try {
         KrMeshSource source;

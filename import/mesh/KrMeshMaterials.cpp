@@ -19,9 +19,12 @@ namespace
 
 // Files made for path tracers give highlights that burn a surface out under two lights.
 constexpr double kMaxSpecular = 0.5;
+// Of a material, bytes: the name goes on into systems and messages.
 constexpr std::size_t kMaxName = 200;
+// The largest exponent that OpenGL takes.
 constexpr double kMaxShininess = 128.0;
 
+/// Files hold anything: what is no number is dark, and the rest is cut to [0, 1].
 double channel(float value)
 {
     return std::isfinite(value) ? std::clamp(static_cast<double>(value), 0.0, 1.0) : 0.0;
@@ -29,6 +32,7 @@ double channel(float value)
 
 bool isBlack(const aiColor4D& color)
 {
+    // Written so that NaN is black, too.
     return !(color.r > 0.0f || color.g > 0.0f || color.b > 0.0f);
 }
 
@@ -38,6 +42,7 @@ bool isUntold(const aiColor4D& color)
     return isBlack(color) || (color.r == 0.6f && color.g == 0.6f && color.b == 0.6f);
 }
 
+/// Under the keys of the toolkit's materials, "krDiffuseRed" and the like.
 void setColor(KrDataMap& data, const std::string& prefix, double red, double green, double blue)
 {
     data.setReal(prefix + "Red", red);
@@ -55,6 +60,7 @@ void setHighlight(const aiMaterial& material, KrDataMap& data)
     if (!shines || material.Get(AI_MATKEY_COLOR_SPECULAR, color) != aiReturn_SUCCESS) {
         return;
     }
+    // By the brightest part, so that the hue stays when it is scaled.
     const double brightest = std::max({channel(color.r), channel(color.g), channel(color.b)});
     // Without any highlight dark parts, which robots have many of, lose their shape: the usual faint one stays.
     double usual = 0.0;
@@ -72,6 +78,7 @@ void setHighlight(const aiMaterial& material, KrDataMap& data)
 
 bool diffuseTexture(const aiMaterial& material, std::string& file, unsigned int& channel)
 {
+    // Most readers call it diffuse, that of glTF base colour.
     for (const aiTextureType type : {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR}) {
         aiString path;
         unsigned int uv = 0;
@@ -94,6 +101,7 @@ KrColor meanOf(const KrImage& image)
     double weights = 0.0;
     const unsigned char* pixel = image.data();
     for (std::size_t i = 0; i < image.sizeInBytes(); i += channels, pixel += channels) {
+        // Weighted by opacity: pixels that nobody sees have any colour.
         const double weight = hasOpacity ? pixel[channels - 1] : 255.0;
         weights += 255.0 * weight;
         for (unsigned int k = 0; k < 3; ++k) {
@@ -113,12 +121,15 @@ KrMeshMaterials::Look KrMeshMaterials::read(const aiMaterial& material)
     look.hasForeignName = !KrText::isUtf8(name.C_Str());
     look.name = KrText::oneLine(name.C_Str(), kMaxName);
     const bool isTextured = diffuseTexture(material, look.texture, look.textureChannel);
+    // Images inside a mesh file are called by a star and their number.
     look.isEmbedded = isTextured && look.texture[0] == '*';
 
     aiColor4D diffuse(1.0f, 1.0f, 1.0f, 1.0f);
+    // glTF has no diffuse colour of its own.
     if (material.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != aiReturn_SUCCESS) {
         material.Get(AI_MATKEY_BASE_COLOR, diffuse);
     }
+    // The colour multiplies the image: black would hide it, and grey darken it.
     if (isTextured && isUntold(diffuse)) {
         diffuse = aiColor4D(1.0f, 1.0f, 1.0f, diffuse.a);
     }
@@ -134,6 +145,7 @@ KrMeshMaterials::Look KrMeshMaterials::read(const aiMaterial& material)
     }
     float opacity = 1.0f;
     material.Get(AI_MATKEY_OPACITY, opacity);
+    // Formats tell opacity in one of two places; the other one is 1 then.
     look.opacity = std::min(channel(opacity), channel(diffuse.a));
     setOpacity(look.data, look.opacity);
     return look;
@@ -160,6 +172,7 @@ KrMeshMaterials::Look KrMeshMaterials::ofColor(const aiColor4D& color)
 
 void KrMeshMaterials::setOpacity(KrDataMap& data, double opacity)
 {
+    // All four alike: which of them a renderer looks at makes no difference then.
     for (const char* const key : {"krAmbientAlpha", "krDiffuseAlpha", "krSpecularAlpha", "krEmissionAlpha"}) {
         data.setReal(key, opacity);
     }
@@ -175,6 +188,7 @@ std::string KrMeshMaterials::findTexture(const std::string& meshPath, const std:
     const std::string folder = KrImportPath::directoryOf(KrImportPath::absolute(meshPath));
     const std::string last = KrImportPath::nameOf(file);
     std::vector<std::string> candidates;
+    // A name that no file has is not looked for, so nothing is tried.
     if (file.empty() || last.empty() || file.size() > Kr::Limits::kPathBytes) {
         return "";
     }
@@ -190,6 +204,7 @@ std::string KrMeshMaterials::findTexture(const std::string& meshPath, const std:
         candidates.push_back(KrImportPath::join(KrImportPath::join(folder, place), last));
     }
     for (const std::string& candidate : candidates) {
+        // As it stands first: files whose names hold a percent sign exist.
         for (const std::string& path : {candidate, KrImportPath::percentDecoded(candidate)}) {
             tried.push_back(path);
             if (KrImportPath::isFile(path)) {
@@ -209,6 +224,7 @@ bool KrMeshMaterials::setMeanColor(KrDataMap& data, const std::string& image)
     const KrColor mean = meanOf(pixels);
     const std::pair<const char*, double> channels[] = {
         {"Red", mean.red()}, {"Green", mean.green()}, {"Blue", mean.blue()}};
+    // Both parts, because an image would have multiplied both.
     for (const char* const part : {"krAmbient", "krDiffuse"}) {
         for (const auto& [channel, factor] : channels) {
             double value = 0.0;
@@ -223,5 +239,6 @@ bool KrMeshMaterials::setMeanColor(KrDataMap& data, const std::string& image)
 void KrMeshMaterials::setTexture(KrDataMap& data, const std::string& image)
 {
     data.setString("krTextureFilename", image);
+    // Lighting still counts: the image multiplies what it gives.
     data.setString("krTextureEnvironmentMode", "GL_MODULATE");
 }

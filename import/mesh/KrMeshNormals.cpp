@@ -19,6 +19,7 @@ struct Corner
     unsigned int number = 0;
 };
 
+/// By both sine and cosine: the cosine alone loses the digits of small angles.
 double angleAt(const KrVector& tip, const KrVector& a, const KrVector& b)
 {
     const KrVector u = a - tip;
@@ -31,6 +32,7 @@ std::vector<Corner> cornersByVertex(const std::vector<KrVector>& vertices,
                                     const std::vector<std::vector<KrTriangle>*>& triangles,
                                     std::vector<std::size_t>& first)
 {
+    // Counted first, filled afterwards: one list for all, instead of one for each vertex.
     first.assign(vertices.size() + 1, 0);
     for (const std::vector<KrTriangle>* list : triangles) {
         for (const KrTriangle& triangle : *list) {
@@ -66,20 +68,24 @@ void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vecto
     const double leastCosine = std::cos(creaseAngle);
     std::vector<std::size_t> first;
     const std::vector<Corner> corners = cornersByVertex(vertices, triangles, first);
+    // Corners meet at a vertex number: the reader has joined vertices of one place.
     for (std::size_t v = 0; v < vertices.size(); ++v) {
         const bool isFan = first[v + 1] - first[v] > kMaxBlended;
         for (std::size_t i = first[v]; i < first[v + 1]; ++i) {
             const Corner& corner = corners[i];
             KrTriangle& triangle = *corner.triangle;
+            // A normal of the file's own stays.
             if (triangle.normal(corner.number) != missing) {
                 continue;
             }
             KrVector sum;
             for (std::size_t j = first[v]; j < first[v + 1] && !isFan; ++j) {
+                // Also with itself, unless the vertex has too many: then the face stands alone.
                 if (corner.faceNormal.dot(corners[j].faceNormal) >= leastCosine) {
                     sum += corners[j].weighted;
                 }
             }
+            // Normals that cancel each other leave the triangle's own.
             const KrVector normal = sum.normalize() > 0.0 ? sum : corner.faceNormal;
             triangle.setCorner(corner.number, static_cast<std::uint32_t>(v), normals.add(normal),
                                triangle.textureCoordinate(corner.number));
@@ -99,5 +105,6 @@ KrVector KrMeshNormals::faceNormal(const KrVector& a, const KrVector& b, const K
     u *= 1.0 / size;
     v *= 1.0 / size;
     KrVector normal = u.cross(v);
+    // A unit length and the flatness in one step: before it is normalised its length is height over edge.
     return normal.normalize() > kFlatness ? normal : KrVector();
 }

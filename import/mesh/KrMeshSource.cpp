@@ -22,6 +22,7 @@ using KrMeshTokens::refuse;
 
 using Format = KrMeshSource::Format;
 
+// Of the front of a file, where a sign is looked for: XML and JSON may begin with other things than the telling word.
 constexpr std::size_t kSignBytes = 4096;
 
 /// Editors begin UTF-8 with a byte order mark, which would be part of the first word.
@@ -38,6 +39,7 @@ std::string_view withoutMark(std::string_view content)
 bool formatBySign(std::string_view content, Format& format)
 {
     std::string_view begin = withoutMark(content.substr(0, kSignBytes));
+    // The words of XML and JSON are looked for in lower case, those of other formats as they are.
     const std::string lower = KrText::lowered(begin);
     std::string_view word = KrMeshTokens::takeWord(begin);
     if (word.substr(0, 4) == "glTF") {
@@ -50,6 +52,7 @@ bool formatBySign(std::string_view content, Format& format)
         format = Format::Gltf;
     } else if (word == "OFF" || word == "COFF" || word == "NOFF" || word == "CNOFF" || word == "STOFF") {
         format = Format::Off;
+        // Last: the word "solid" and a size that fits are weaker signs than the others.
     } else if (KrStlText::isStl(content)) {
         format = Format::Stl;
     } else {
@@ -58,6 +61,7 @@ bool formatBySign(std::string_view content, Format& format)
     return true;
 }
 
+/// For what has no sign: OBJ never has one, OFF and STL may lack theirs.
 bool formatByExtension(const std::string& path, Format& format)
 {
     static const std::pair<const char*, Format> kExtensions[] = {
@@ -74,6 +78,8 @@ bool formatByExtension(const std::string& path, Format& format)
     return true;
 }
 
+/// A name of our own: readers of the mesh library look at the extension, and nothing of the file's name is theirs to
+/// see.
 const char* mainName(Format format)
 {
     switch (format) {
@@ -94,6 +100,7 @@ const char* mainName(Format format)
     return "mesh.gltf";
 }
 
+/// Reads a mesh file and the files beside it, and keeps what has been cleaned of them.
 class Source
 {
 public:
@@ -128,6 +135,7 @@ private:
 bool Source::run(std::string& why)
 {
     std::string content;
+    // A regular file: a description could name a device that never ends.
     why = KrInputFile::readWhole(m_path, KrInputFile::Accept::Files, m_limits.maxBytes, content);
     if (!why.empty()) {
         return false;
@@ -194,6 +202,7 @@ bool Source::readObj(std::string_view content, std::string& why)
     if (m_hasForeignNames) {
         warn("names of materials are no UTF-8; they are read as Latin-1");
     }
+    // Our own library stands in front: materials must be known before the first one is used.
     m_result.files[m_result.main] = (m_materials > 0 ? "mtllib mesh.mtl\n" : "") + std::move(mesh.text);
     return true;
 }
@@ -202,12 +211,12 @@ bool Source::readLibrary(const std::string& name)
 {
     std::string content;
     std::string why;
-    // File names with blanks are as common as several names; the whole line is tried first.
     // The rest of the line is one name, or several; many exporters give the library the mesh's own name.
     std::vector<std::string> names{name};
     for (std::string_view rest = name; !rest.empty();) {
         names.emplace_back(KrMeshTokens::takeWord(rest));
     }
+    // File names with blanks are as common as several names; the whole line is tried first.
     bool isRead = readSide(names[0], content, why);
     for (std::size_t i = 1; !isRead && i < names.size(); ++i) {
         std::string part;
@@ -233,6 +242,7 @@ bool Source::readLibrary(const std::string& name)
     if (materials.hasLongTextureNames) {
         warn("a texture of material library \"" + KrText::oneLine(name) + "\" has too long a name; it is left out");
     }
+    // One library of all: the reader finds each material whatever file it was in.
     m_result.files["mesh.mtl"] += materials.text;
     return true;
 }
@@ -244,6 +254,7 @@ bool Source::readGltf(std::string_view content, std::string& why)
     };
     KrGltfText::Mesh mesh;
     const bool isBinary = m_result.format == Format::Glb;
+    // A GLB has no byte order mark: it is no text.
     if (!KrGltfText::clean(isBinary ? content : withoutMark(content), isBinary, m_limits, side, mesh, why)) {
         return false;
     }
@@ -272,6 +283,7 @@ bool Source::readPly(std::string&& content, std::string& why)
     if (!KrPlyText::check(content, why)) {
         return false;
     }
+    // As it stands, the one format that is not written anew: the check has walked it as the reader will.
     m_result.files[m_result.main] = std::move(content);
     return true;
 }
@@ -282,6 +294,7 @@ bool Source::readSide(const std::string& name, std::string& content, std::string
     if (wanted.empty() || wanted.size() > Kr::Limits::kPathBytes || wanted.find('\0') != std::string::npos) {
         return refuse(why, wanted.empty() ? "it has no name" : "its name is no file's");
     }
+    // An absolute name, of the exporter's machine, comes to lie below the mesh: join() drops the slash.
     const std::string path = KrImportPath::join(KrImportPath::directoryOf(KrImportPath::absolute(m_path)), wanted);
     why = KrInputFile::readWhole(path, KrInputFile::Accept::Files, m_bytesLeft, content);
     if (!why.empty()) {

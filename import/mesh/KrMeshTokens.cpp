@@ -8,6 +8,7 @@
 namespace
 {
 
+/// In these formats, whatever the locale says.
 bool isSpace(char c)
 {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
@@ -76,6 +77,7 @@ void KrMeshTokens::appendNumber(std::string& text, double number)
         text += "nan";
         return;
     }
+    // The shortest text of a float that reads back as the same one has half as many letters at most.
     char digits[32];
     const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, static_cast<float>(number));
     text.append(digits, end.ptr);

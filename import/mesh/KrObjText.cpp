@@ -19,7 +19,9 @@ using KrMeshTokens::takeNumber;
 using KrMeshTokens::takeWord;
 using KrText::trimmed;
 
+// Of a material, bytes: the name goes on into systems and messages.
 constexpr std::size_t kMaxName = 200;
+// Each may cost a look at the disk; real files name one.
 constexpr std::size_t kMaxLibraries = 64;
 // The mesh library's strings end at 1023 bytes.
 constexpr std::size_t kMaxTextureName = 1000;
@@ -67,6 +69,7 @@ bool Statements::next()
                 m_line = {};
             }
         }
+        // Only joined lines are copied; the others are used where they stand.
         if (!m_joined.empty()) {
             m_joined.append(m_line);
             m_line = m_joined;
@@ -85,6 +88,7 @@ void appendNumbers(std::string& text, const double* numbers, std::size_t count)
     text += '\n';
 }
 
+/// Up to the first word that is no number. @return how many
 std::size_t takeNumbers(std::string_view line, double* numbers, std::size_t count)
 {
     std::size_t taken = 0;
@@ -94,6 +98,7 @@ std::size_t takeNumbers(std::string_view line, double* numbers, std::size_t coun
     return taken;
 }
 
+/// Writes the mesh anew: vertices first, then faces by material, all indices counted from the front and checked.
 class MeshCleaner
 {
 public:
@@ -147,6 +152,7 @@ bool MeshCleaner::run(std::string& why)
         if (!takeStatement(statements)) {
             why = m_why;
             return false;
+            // The reasons of several functions: kept in the object until here.
         }
     }
     if (m_triangles == 0) {
@@ -158,6 +164,7 @@ bool MeshCleaner::run(std::string& why)
             m_mesh.text += "usemtl " + m_names[i] + "\n";
         }
         m_mesh.text += m_faces[i];
+        // Given back while it goes on: else the text would be in memory twice.
         m_faces[i] = std::string();
     }
     return true;
@@ -169,6 +176,7 @@ void MeshCleaner::count()
     for (Statements statements(m_content); statements.next();) {
         const std::string_view word = statements.word();
         if (word == "v") {
+            // A seventh is asked for to see that there are no more than six.
             double numbers[7] = {};
             // Six numbers are a place and a colour; colours count only where every vertex has one.
             m_areAllColoured = m_areAllColoured && takeNumbers(statements.rest(), numbers, 7) == 6;
@@ -192,6 +200,7 @@ bool MeshCleaner::takeStatement(const Statements& statements)
         appendNumbers(m_mesh.text, numbers, kind == 1 ? 2 : kind == 0 && m_areAllColoured ? 6 : 3);
         return true;
     }
+    // "fo" is an old word for the same.
     if (word == "f" || word == "fo") {
         return addFace(statements.rest());
     }
@@ -201,6 +210,7 @@ bool MeshCleaner::takeStatement(const Statements& statements)
     if (word == "mtllib" && m_mesh.libraries.size() < kMaxLibraries) {
         const std::string name(trimmed(statements.rest()));
         std::vector<std::string>& libraries = m_mesh.libraries;
+        // Exporters repeat the line for every part.
         if (std::find(libraries.begin(), libraries.end(), name) == libraries.end()) {
             libraries.push_back(name);
         }
@@ -233,6 +243,7 @@ bool MeshCleaner::addFace(std::string_view line)
     // All corners of a face have coordinates, or none: the lists of a face are of one length. Normals likewise.
     std::string& text = m_faces[m_place];
     text += 'f';
+    // As the format has them: "v", "v/t", "v//n" or "v/t/n".
     for (const Corner& corner : m_corners) {
         text += ' ' + std::to_string(corner[0]);
         text += hasCoordinates || hasNormals ? "/" : "";
@@ -263,6 +274,7 @@ bool MeshCleaner::takeCorner(std::string_view word, Corner& corner) const
 bool MeshCleaner::useMaterial(std::string_view name)
 {
     const std::string clean = materialName(name, m_mesh.hasForeignNames);
+    // A name that is missing leaves the material as it was.
     if (clean.empty()) {
         return true;
     }
@@ -289,6 +301,7 @@ std::string_view imageOf(std::string_view line)
         const auto isIt = [&option](const auto& entry) { return entry.first == option; };
         const auto place = std::find_if(std::begin(kOptions), std::end(kOptions), isIt);
         if (place == std::end(kOptions)) {
+            // An option that is unknown may as well be a name: what follows cannot be told apart.
             break; // a file's name
         }
         for (std::size_t i = 0; i < place->second; ++i) {
@@ -348,6 +361,7 @@ KrObjText::Materials KrObjText::cleanMaterials(std::string_view content)
         }
         double numbers[3] = {};
         const std::size_t taken = takeNumbers(statements.rest(), numbers, place->second);
+        // A statement without numbers would become black, or invisible.
         if (taken == 0) {
             continue;
         }

@@ -18,6 +18,7 @@ using KrMeshTokens::takeNumber;
 using KrMeshTokens::takeWord;
 using KrText::trimmed;
 
+// The mesh library leaves out faces of more corners.
 constexpr std::size_t kMaxCorners = 9;
 
 bool takeCount(std::string_view& text, std::uint64_t limit, std::uint64_t& number)
@@ -45,6 +46,7 @@ struct Kind
     bool isHomogeneous = false;
 };
 
+/// Cuts `prefix` off where it is there.
 bool takePrefix(std::string_view& word, std::string_view prefix)
 {
     const bool isThere = word.substr(0, prefix.size()) == prefix;
@@ -64,6 +66,7 @@ bool kindOf(std::string_view word, Kind& kind)
 
 void appendVertex(std::string_view line, const Kind& kind, std::string& text)
 {
+    // Four of place, three of a normal and four of a colour are the most that a vertex has.
     double numbers[11] = {};
     std::size_t taken = 0;
     while (taken < 11 && takeNumber(line, numbers[taken])) {
@@ -80,6 +83,7 @@ void appendVertex(std::string_view line, const Kind& kind, std::string& text)
     // The mesh library loses its place between normals and colours: beside these, normals are left out.
     for (std::size_t i = kind.hasNormals && kind.hasColours ? 3 : 0; i < count; ++i) {
         const bool isOpacity = kind.hasColours && i + 1 == count;
+        // An opacity that is not given is 1; every other number that is missing is 0.
         appendNumber(text, isOpacity && taken <= behind + i ? 1.0 : numbers[behind + i]);
         text += ' ';
     }
@@ -106,7 +110,6 @@ bool KrOffText::clean(std::string_view content, std::uint64_t maxTriangles, std:
     Kind kind;
     takeOffLine(rest, line);
     std::string_view counts = line;
-    // The count of a file of this size bounds what is asked for, before a vertex is read.
     // The first word may be left out; the counts may stand beside it or below it.
     if (kindOf(takeWord(line), kind)) {
         counts = line;
@@ -116,6 +119,8 @@ bool KrOffText::clean(std::string_view content, std::uint64_t maxTriangles, std:
     }
     std::uint64_t vertices = 0;
     std::uint64_t faces = 0;
+    // The third count, of edges, is used by nobody, and often wrong.
+    // The count of a file of this size bounds what is asked for, before a vertex is read.
     if (!takeCount(counts, content.size(), vertices) || !takeCount(counts, content.size(), faces)) {
         return refuse(why, "its counts are no numbers, or more than a file of its size can hold");
     }
@@ -133,6 +138,7 @@ bool KrOffText::clean(std::string_view content, std::uint64_t maxTriangles, std:
         std::uint64_t count = 0;
         bool isGood = takeOffLine(rest, line) && takeCount(line, line.size(), count) && count > 0;
         corners.clear();
+        // However many corners are declared, the list is no longer than its line.
         for (std::uint64_t index = 0; isGood && count > 0; --count) {
             isGood = vertices > 0 && takeCount(line, vertices - 1, index);
             corners.push_back(index);
@@ -144,6 +150,7 @@ bool KrOffText::clean(std::string_view content, std::uint64_t maxTriangles, std:
         if (triangles > maxTriangles) {
             return refuse(why, "it has more than " + std::to_string(maxTriangles) + " triangles");
         }
+        // Points and lines draw nothing.
         if (corners.size() >= 3 && corners.size() <= kMaxCorners) {
             appendFace(corners, 0, corners.size(), body);
             ++written;
@@ -157,6 +164,7 @@ bool KrOffText::clean(std::string_view content, std::uint64_t maxTriangles, std:
     if (written == 0) {
         return refuse(why, "it holds no face");
     }
+    // The word has to say what appendVertex() has written: beside colours there are no normals.
     mesh = std::string(kind.hasColours   ? "C"
                        : kind.hasNormals ? "N"
                                          : "") +

@@ -89,6 +89,7 @@ bool PlyCheck::run(std::string& why)
     if (!readHeader(why)) {
         return false;
     }
+    // What stands behind the last element is read by nobody.
     for (const Element& element : m_elements) {
         if (!(m_isText ? takeTextElement(element) : takeBinaryElement(element))) {
             return refuse(why, "it holds fewer values than its header declares, or something else than numbers");
@@ -102,6 +103,7 @@ bool PlyCheck::readHeader(std::string& why)
     std::string_view line;
     takeLine(m_rest, line);
     while (takeFilledLine(m_rest, line)) {
+        // Before it is taken apart: the message shows the line.
         const std::string whole(line.substr(0, 60));
         const std::string_view word = takeWord(line);
         bool isGood = true;
@@ -139,6 +141,7 @@ bool PlyCheck::readProperty(std::string_view line)
     if (type == "list") {
         const std::string_view countType = takeWord(line);
         property.countBytes = plyBytes(countType);
+        // A length is a whole number.
         if (property.countBytes == 0 || countType.front() == 'f' || countType.front() == 'd') {
             return false;
         }
@@ -192,6 +195,7 @@ bool PlyCheck::takeBinaryElement(const Element& element)
             if (m_rest.size() < property.countBytes) {
                 return false;
             }
+            // The count of a list first, in the byte order of the file.
             for (std::size_t k = 0; k < property.countBytes; ++k) {
                 const std::size_t place = m_isBigEndian ? k : property.countBytes - 1 - k;
                 numbers = numbers << 8 | static_cast<unsigned char>(m_rest[place]);

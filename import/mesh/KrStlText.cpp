@@ -15,6 +15,7 @@ using KrMeshTokens::refuse;
 using KrMeshTokens::takeNumber;
 using KrMeshTokens::takeWord;
 
+// A binary file: a header, a count of four bytes, and for each facet a normal, three corners and two bytes.
 constexpr std::size_t kHeaderBytes = 80;
 constexpr std::size_t kCountEnd = kHeaderBytes + 4;
 constexpr std::size_t kFacetBytes = 50;
@@ -47,12 +48,14 @@ std::uint64_t binaryBytes(std::string_view content)
 bool isText(std::string_view content)
 {
     // Exporters begin binary files with "solid", too.
+    // The name of a solid may be long, but the first facet begins near the front.
     const std::string begin = KrText::lowered(content.substr(0, 1000));
     std::string_view rest = begin;
     return takeWord(rest).substr(0, 5) == "solid" && begin.find('\0') == std::string::npos &&
            (begin.find("facet") != std::string::npos || begin.find("endsolid") != std::string::npos);
 }
 
+/// In the order of the file, whatever that of the machine is.
 void appendCount(std::string& bytes, std::uint32_t count)
 {
     for (unsigned int shift = 0; shift < 32; shift += 8) {
@@ -60,6 +63,7 @@ void appendCount(std::string& bytes, std::uint32_t count)
     }
 }
 
+/// The bits of the numbers are what the format stores.
 void appendPoint(std::string& bytes, const Point& point)
 {
     for (const float number : point) {
@@ -76,6 +80,7 @@ bool cleanBinary(std::string_view content, std::uint64_t maxTriangles, KrStlText
         return refuse(why, tooMany(maxTriangles));
     }
     mesh.bytes.reserve(static_cast<std::size_t>(binaryBytes(content)));
+    // The header is left out: the mesh library looks for words and for a colour in it.
     mesh.bytes.assign(kHeaderBytes, '\0');
     mesh.bytes.append(content.substr(kHeaderBytes, kCountEnd - kHeaderBytes));
     std::string_view rest = content.substr(kCountEnd);
@@ -98,6 +103,7 @@ void skipName(std::string_view& rest)
     }
 }
 
+/// Into the binary form, so that the mesh library reads one kind of STL only.
 bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::Mesh& mesh, std::string& why)
 {
     mesh.bytes.assign(kCountEnd, '\0');
@@ -116,6 +122,7 @@ bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::
         if (word != "vertex") {
             continue;
         }
+        // From the fourth corner on the last one is replaced.
         Point& corner = corners[std::min<std::size_t>(numCorners++, 2)];
         for (float& number : corner) {
             double value = 0.0;
@@ -139,6 +146,7 @@ bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::
         corners[1] = corners[2];
     }
     mesh.isCut = numCorners == 1 || numCorners == 2;
+    // Only here is the count known; its place was kept.
     std::string counted;
     appendCount(counted, count);
     mesh.bytes.replace(kHeaderBytes, counted.size(), counted);

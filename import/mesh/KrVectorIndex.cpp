@@ -28,7 +28,9 @@ bool isSame(const KrVector& a, const KrVector& b)
 
 std::uint32_t KrVectorIndex::add(const KrVector& value)
 {
+    // Zeros lose their sign here, so that the two become one value.
     const KrVector plain = value + KrVector(0.0, 0.0, 0.0);
+    // Half full at most, which keeps the searches short.
     if (2 * (m_values.size() + 1) > m_slots.size()) {
         grow();
     }
@@ -42,6 +44,7 @@ std::uint32_t KrVectorIndex::add(const KrVector& value)
 
 std::vector<KrVector> KrVectorIndex::take()
 {
+    // The slots count the values, so both go.
     m_slots.clear();
     std::vector<KrVector> values;
     values.swap(m_values);
@@ -50,6 +53,7 @@ std::vector<KrVector> KrVectorIndex::take()
 
 std::size_t KrVectorIndex::slotOf(const KrVector& value) const
 {
+    // A power of two, see grow().
     const std::size_t mask = m_slots.size() - 1;
     std::size_t slot = static_cast<std::size_t>(hashOf(value)) & mask;
     while (m_slots[slot] != kFree && !isSame(m_values[m_slots[slot]], value)) {
@@ -60,6 +64,7 @@ std::size_t KrVectorIndex::slotOf(const KrVector& value) const
 
 void KrVectorIndex::grow()
 {
+    // A power of two, from the first size on: slotOf() cuts numbers down by a mask.
     m_slots.assign(m_slots.empty() ? 64 : 2 * m_slots.size(), kFree);
     for (std::size_t i = 0; i < m_values.size(); ++i) {
         m_slots[slotOf(m_values[i])] = static_cast<std::uint32_t>(i);

@@ -12,6 +12,7 @@ namespace
 // A sentence with a few names and paths.
 constexpr std::size_t kMaxText = 1000;
 
+/// The members and their order are a file format: docs/formats.md lists them.
 std::string jsonOf(const KrImportReport::Warning& warning)
 {
     return KrJson::Object()
@@ -86,10 +87,12 @@ void KrImportReport::addWarning(const std::string& file, const std::string& elem
     if (m_warnings.size() > Kr::Limits::kWarnings) {
         return;
     }
+    // Cut and cleaned on the way in, so that text and JSON need no second look.
     const Warning warning{KrText::oneLine(file, Kr::Limits::kPathBytes), KrText::oneLine(element),
                           KrText::oneLine(text, kMaxText), line};
     if (m_warnings.size() == Kr::Limits::kWarnings) {
         m_warnings.push_back({warning.file, "", "there is more to warn of; no further warning is kept", 0});
+        // Without the line: the same fault of one element is one warning, however often it is met.
     } else if (m_seen.insert(warning.file + '\n' + warning.element + '\n' + warning.text).second) {
         m_warnings.push_back(warning);
     }
@@ -106,6 +109,7 @@ std::string KrImportReport::text() const
                        "\n  " + counted(m_counts.materials, "material") + ", " + counted(m_counts.textures, "texture") +
                        ", " + counted(m_counts.missingMeshes, "missing mesh", "missing meshes") + "\n";
     if (m_counts.missingMeshes > 0) {
+        // Those that are missing only; the JSON has a line for every mesh.
         text += "missing meshes:\n";
     }
     for (const Mesh& mesh : m_meshes) {
@@ -124,6 +128,7 @@ std::string KrImportReport::text() const
 
 std::string KrImportReport::json() const
 {
+    // One to a line, so that two reports can be compared by a person.
     const auto item = [](const auto& value) { return "\n  " + jsonOf(value); };
     return "{\"robot\": " + KrJson::quoted(m_robot) + ",\n\"file\": " + KrJson::quoted(m_file) +
            ",\n\"counts\": " + jsonOf(m_counts) + ",\n\"warnings\": " + KrJson::array(m_warnings, "", item) +
@@ -132,6 +137,7 @@ std::string KrImportReport::json() const
 
 bool KrImportReport::writeJson(const std::string& path) const
 {
+    // In one step: a report that cannot be written leaves the old file whole.
     const std::string failure = KrFileReplacement::write(path, json());
     if (failure.empty()) {
         return true;

@@ -26,6 +26,7 @@ using KrImportXml::attributeOf;
 
 constexpr std::size_t kMaxValue = 60; // of an attribute in a message, bytes
 
+/// A value of the file in a message: quoted, on one line, of bounded length, since it is anybody's text.
 std::string told(const std::string& text)
 {
     return "\"" + KrText::oneLine(text, kMaxValue) + "\"";
@@ -37,6 +38,7 @@ bool isTooFar(double value)
     return std::abs(value) > std::numeric_limits<float>::max();
 }
 
+/// Of three numbers: values() has counted them.
 KrVector vectorOf(const std::vector<double>& xyz)
 {
     return {xyz[0], xyz[1], xyz[2]};
@@ -55,6 +57,7 @@ KrOrientation orientationOf(const std::vector<double>& rpy)
     const double y = cr * sp * cy + sr * cp * sy;
     const double z = cr * cp * sy - sr * sp * cy;
     const double w = cr * cp * cy + sr * sp * sy;
+    // The length differs from 1 by rounding alone; what is made from it counts on a unit quaternion.
     const double length = std::sqrt(x * x + y * y + z * z + w * w);
     return {x / length, y / length, z / length, w / length};
 }
@@ -112,6 +115,7 @@ private:
 
 bool Reader::run(std::string& why)
 {
+    // First in the report: a value that waits for its macro is missing below, and this says why.
     const KrXacroRemains macros(m_robot);
     if (macros.any()) {
         warn(m_robot, "robot", macros.text());
@@ -123,6 +127,7 @@ bool Reader::run(std::string& why)
         why = "it has too many links; " + std::to_string(m_limits.maxLinks) + " are read";
         return false;
     }
+    // Where nothing was expanded, the links are behind the macros: the refusal tells that as well.
     if (m_result.links.empty()) {
         why = "it has no links" + (macros.any() ? "; " + macros.text() : "");
         return false;
@@ -146,11 +151,13 @@ bool Reader::values(const xmlNode& node, const char* name, std::size_t count, co
                     std::vector<double>& result)
 {
     std::string text;
+    // Absent is no fault here: the description holds the format's defaults.
     if (!KrImportXml::attribute(node, name, text)) {
         return false;
     }
     std::vector<double> read;
     if (KrImportXml::numbers(text, read) && read.size() == count) {
+        // Coordinates beyond single precision would be infinite on their way to the screen.
         if (std::none_of(read.begin(), read.end(), isTooFar)) {
             result = read;
             return true;
@@ -171,6 +178,7 @@ bool Reader::value(const xmlNode& node, const char* name, const std::string& ele
 {
     std::vector<double> read;
     const bool ok = values(node, name, 1, element, read);
+    // The default stays where there is no good value; every caller can go on without.
     result = ok ? read[0] : result;
     return ok;
 }
@@ -202,6 +210,7 @@ void Reader::readMaterial(const xmlNode& node, bool isGlobal)
 Look Reader::lookOf(const xmlNode& material, const std::string& element)
 {
     Look look;
+    // What cannot be read leaves the look empty, so that a definition under the same name can stand in for it.
     if (const xmlNode* const color = KrImportXml::child(material, "color")) {
         look.hasColor = readColor(*color, element, look.color);
     }
@@ -221,9 +230,11 @@ bool Reader::readColor(const xmlNode& node, const std::string& element, std::arr
         }
         return false;
     }
+    // Three numbers are common; what they colour is opaque.
     rgba.resize(4, 1.0);
     // Some exporters round 1 up, others write 0 to 255; nobody means a colour 200 times as bright as white.
     const double highest = *std::max_element(rgba.begin(), rgba.end());
+    // By the colours alone: an opacity is seldom written in bytes. A little above 1 is rounding.
     const bool isByte = *std::max_element(rgba.begin(), rgba.begin() + 3) > 1.01;
     const bool isOutside = highest > 1.0 || *std::min_element(rgba.begin(), rgba.end()) < 0.0;
     if (isOutside && !element.empty()) {
@@ -257,6 +268,7 @@ bool Reader::readLinks()
             return false;
         }
         m_result.links.emplace_back();
+        // The name first: messages about the shapes begin with it.
         m_result.links.back().name = name;
         readLink(*node, m_result.links.back());
     }
@@ -273,6 +285,7 @@ void Reader::readLink(const xmlNode& node, Link& link)
         for (const xmlNode* const element : KrImportXml::children(node, kind)) {
             Shape shape;
             shape.place = placeOf(*element);
+            // Known before the shape is read, because its messages name it.
             shape.label = kind + (" " + std::to_string(++number));
             if (readShape(*element, "link " + link.name + " / " + shape.label, shape)) {
                 shapes->push_back(std::move(shape));
@@ -300,6 +313,7 @@ void Reader::readInertial(const xmlNode& link, const std::string& element, std::
             value(*inertia, kMoments[i], element, read.inertia[i]);
         }
     }
+    // Handed over as a whole: half of an inertial would be a wrong one.
     read.place = placeOf(*node);
     read.frame = originOf(*node, element);
     inertial = read;
@@ -316,6 +330,7 @@ bool Reader::readShape(const xmlNode& node, const std::string& element, Shape& s
     if (material) {
         shape.material.name = attributeOf(*material, "name");
         shape.material.look = lookOf(*material, element);
+        // What is there and could not be read has been reported; "not defined" would be wrong.
         shape.material.isBroken =
             KrImportXml::child(*material, "color") != nullptr || KrImportXml::child(*material, "texture") != nullptr;
     }
@@ -329,11 +344,13 @@ bool Reader::readGeometry(const xmlNode& shape, const std::string& element, Geom
     using Form = Geometry::Form;
     const xmlNode* const node = KrImportXml::child(shape, "geometry");
     const auto form = [node](const char* name) { return node ? KrImportXml::child(*node, name) : nullptr; };
+    // A mesh counts whatever it names: a file that is not there is told when it is looked for.
     if (const xmlNode* const mesh = form("mesh")) {
         readMesh(*mesh, element, geometry);
         return true;
     }
     std::vector<double> edges;
+    // A form whose numbers cannot be read gives way to the next one.
     const xmlNode* const box = form("box");
     if (box && values(*box, "size", 3, element, edges)) {
         if (std::any_of(edges.begin(), edges.end(), [](double edge) { return edge < 0.0; })) {
@@ -373,6 +390,7 @@ bool Reader::readSize(const xmlNode& form, const char* name, const std::string& 
 void Reader::readMesh(const xmlNode& mesh, const std::string& element, Geometry& geometry)
 {
     geometry.form = Geometry::Form::Mesh;
+    // An empty name is kept: the search tells of it as it does of others.
     geometry.uri = attributeOf(mesh, "filename");
     std::string text;
     std::vector<double> scale;
@@ -389,6 +407,7 @@ void Reader::readMesh(const xmlNode& mesh, const std::string& element, Geometry&
     geometry.scale = vectorOf(scale);
 }
 
+/// Each half by itself: a rotation that cannot be read leaves the place as it is given.
 KrCoordinateSystemTransformation Reader::originOf(const xmlNode& owner, const std::string& element)
 {
     KrCoordinateSystemTransformation pose;
@@ -419,6 +438,7 @@ bool Reader::readJoint(const xmlNode& node, Joint& joint)
         warn(node, element, "it does not name a parent and a child link; it is left out");
         return false;
     }
+    // In lower case: files that are written by hand vary.
     const std::string type = KrText::lowered(attributeOf(node, "type"));
     const auto isIt = [&type](const auto& entry) { return type == entry.first; };
     const auto known = std::find_if(std::begin(kTypes), std::end(kTypes), isIt);
@@ -433,6 +453,7 @@ bool Reader::readJoint(const xmlNode& node, Joint& joint)
     if (joint.type == Type::Fixed) {
         return true;
     }
+    // Without an axis that can be read x is taken, the format's default.
     std::vector<double> xyz;
     const xmlNode* const axis = KrImportXml::child(node, "axis");
     if (axis && values(*axis, "xyz", 3, element + " / axis", xyz)) {
@@ -447,6 +468,7 @@ bool Reader::readJoint(const xmlNode& node, Joint& joint)
     return true;
 }
 
+/// Empty where there is none: such joints are left out.
 std::string Reader::endOf(const xmlNode& node, const char* name)
 {
     const xmlNode* const end = KrImportXml::child(node, name);
@@ -455,6 +477,7 @@ std::string Reader::endOf(const xmlNode& node, const char* name)
 
 void Reader::readLimits(const xmlNode& limit, const std::string& element, Joint& joint)
 {
+    // Also where an end cannot be read: the joint was meant to be limited, and the format takes 0 for an absent end.
     joint.hasLimits = true;
     readLimit(limit, "lower", element, joint.lower);
     readLimit(limit, "upper", element, joint.upper);
@@ -477,6 +500,7 @@ void Reader::readLimit(const xmlNode& limit, const char* name, const std::string
     constexpr double kFarthest = std::numeric_limits<float>::max();
     const std::string text = attributeOf(limit, name);
     std::vector<double> read;
+    // Looked at before value() does, which would leave such a number out.
     if (KrImportXml::numbers(text, read) && read.size() == 1 && isTooFar(read[0])) {
         result = std::clamp(read[0], -kFarthest, kFarthest);
         warn(limit, element,
@@ -491,6 +515,7 @@ void Reader::readMimic(const xmlNode& mimic, const std::string& element, Joint& 
     value(mimic, "multiplier", element, joint.mimicMultiplier);
     value(mimic, "offset", element, joint.mimicOffset);
     joint.mimicMaster = attributeOf(mimic, "joint");
+    // A rule without a joint that it follows is none: joints with an empty master move by themselves.
     if (joint.mimicMaster.empty()) {
         warn(mimic, element, "it names no joint; it is left out");
     }
@@ -501,6 +526,7 @@ void Reader::readMimic(const xmlNode& mimic, const std::string& element, Joint& 
 bool KrUrdfReader::read(const std::string& path, const Limits& limits, KrRobotDescription& description,
                         KrImportReport& report, std::string& why)
 {
+    // From a pipe as well, because descriptions come out of macro processors.
     bool isForeign = false;
     const KrImportXml::UniqueDocument document =
         KrImportXml::read(path, KrInputFile::Accept::FilesAndPipes, limits.maxBytes, why, &isForeign);

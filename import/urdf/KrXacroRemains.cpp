@@ -15,6 +15,7 @@ constexpr std::size_t kMaxNames = 20; // of macros in one message
 bool isXacro(const xmlNode& node)
 {
     const std::string space = node.ns && node.ns->href ? reinterpret_cast<const char*>(node.ns->href) : "";
+    // A prefix may be declared for another word than "xacro", or the word be used without any declaration.
     return KrImportXml::nameOf(node).compare(0, 6, "xacro:") == 0 ||
            (node.ns && node.ns->prefix && space.find("xacro") != std::string::npos);
 }
@@ -40,6 +41,7 @@ KrXacroRemains::KrXacroRemains(const xmlNode& root)
 std::string KrXacroRemains::text() const
 {
     std::string list;
+    // In the order of the alphabet, whatever the order in the file: equal files give equal messages.
     for (const std::string& name : m_names) {
         list += (list.empty() ? " (" : ", ") + name;
     }
@@ -49,6 +51,7 @@ std::string KrXacroRemains::text() const
 
 bool KrXacroRemains::isExpression(const std::string& value)
 {
+    // What is computed, and what is substituted.
     return value.find("${") != std::string::npos || value.find("$(") != std::string::npos;
 }
 
@@ -56,11 +59,13 @@ void KrXacroRemains::count(const xmlNode& node)
 {
     if (isXacro(node)) {
         ++m_elements;
+        // Only the names are bounded; the number tells how much is missing.
         if (m_names.size() < kMaxNames) {
             m_names.insert(KrText::oneLine(KrImportXml::nameOf(node)));
         }
     }
     for (const xmlAttr* attribute = node.properties; attribute; attribute = attribute->next) {
+        // One piece of text at most: entities, which would divide it, have been refused.
         const xmlNode* const value = attribute->children;
         if (value && value->content && isExpression(reinterpret_cast<const char*>(value->content))) {
             ++m_expressions;
