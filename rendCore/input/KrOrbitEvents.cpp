@@ -23,6 +23,7 @@ constexpr double kMostNotches = 20.0;
 const double kTurnPerKey = osg::PI / 36.0; // 5 degrees
 constexpr double kPanPerKey = 0.05;
 
+// Keys with and without Num Lock, and letters with and without Shift, do the same.
 int withoutKeypad(int key)
 {
     switch (key) {
@@ -49,6 +50,7 @@ bool isArrow(int key)
     return key == Event::KEY_Left || key == Event::KEY_Right || key == Event::KEY_Up || key == Event::KEY_Down;
 }
 
+// Upwards is positive; a touch pad sends parts of a notch, and at times very many at once.
 double notches(const Event& event)
 {
     switch (event.getScrollingMotion()) {
@@ -82,6 +84,7 @@ const char* KrOrbitInputHandler::bindings()
 
 bool KrOrbitInputHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter& action)
 {
+    // Somebody before has used it.
     if (event.getHandled()) {
         return false;
     }
@@ -90,6 +93,7 @@ bool KrOrbitInputHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUI
         return false;
     }
     // Within a frame: its near and far planes were those of the point of view before.
+    // Where the event came from another viewer the window's next frame does it.
     if (window() && window()->getViewer() == &action) {
         window()->updateScene();
     }
@@ -121,6 +125,7 @@ bool KrOrbitInputHandler::handlePointer(const osgGA::GUIEventAdapter& event)
         return false;
     case Event::DOUBLECLICK:
         m_drag = Drag::None;
+        // A double click begins with a single one, whose drag it ends.
         return event.getButton() == Event::LEFT_MOUSE_BUTTON && centerOnSurface(x, y);
     case Event::SCROLL:
         if (notches(event) == 0.0) {
@@ -170,6 +175,7 @@ void KrOrbitInputHandler::drag(double x, double y)
         pan(dx, dy);
         break;
     case Drag::Zoom:
+        // About where the drag began: the cursor itself moves.
         zoomAt(std::exp(kZoomPerPicture * dy), m_firstX, m_firstY);
         break;
     case Drag::None:
@@ -181,6 +187,7 @@ bool KrOrbitInputHandler::handleKey(const osgGA::GUIEventAdapter& event)
 {
     const int key = withoutKeypad(event.getKey());
     const bool isControl = (event.getModKeyMask() & Event::MODKEY_CTRL) != 0;
+    // Ctrl means the opposite side, half a turn about the axis.
     const double side = isControl ? osg::PI : 0.0;
     switch (key) {
     case '1':
@@ -198,12 +205,14 @@ bool KrOrbitInputHandler::handleKey(const osgGA::GUIEventAdapter& event)
     default:
         break;
     }
+    // Ctrl with other keys is the application's.
     if (isControl) {
         return false;
     }
     switch (key) {
     case '5':
         setParallel(!isParallel());
+        // Without a window there is no projection to change.
         return window() != nullptr;
     case 'f':
         return fit();
@@ -228,6 +237,7 @@ bool KrOrbitInputHandler::handleArrow(int key, bool isPan)
     if (isPan) {
         pan(x * kPanPerKey, y * kPanPerKey);
     } else {
+        // As a drag in that direction.
         orbit(-x * kTurnPerKey, -y * kTurnPerKey);
     }
     return true;

@@ -45,6 +45,7 @@ public:
 
     void apply(osg::Camera& camera) override
     {
+        // What has axes of its own is in no place of the scene.
         if (camera.getReferenceFrame() == osg::Transform::RELATIVE_RF) {
             Visitor::apply(camera);
         }
@@ -55,6 +56,7 @@ unsigned int shownMask(const KrSGWindow* window)
 {
     constexpr unsigned int kMarkers = KrRenderTypes::GlobalAxisMarker | KrRenderTypes::CenterOfInterestMarker;
     const osgViewer::Viewer* const viewer = window ? window->getViewer() : nullptr;
+    // What a client has put on the camera itself counts; before there is one, the window's mask.
     return (viewer ? viewer->getCamera()->getCullMask() : window ? window->displayMask() : ~0u) & ~kMarkers;
 }
 
@@ -70,11 +72,13 @@ bool isSamePov(const KrPovParameters& a, const KrPovParameters& b)
 KrOrbitInputHandler::KrOrbitInputHandler(KrSGWindow* window)
     : KrSGBaseInputHandler(window)
 {
+    // Named with its class: the base constructor has recorded a point of view, but not placed the camera by it.
     KrOrbitInputHandler::setPovParameters(m_pov);
 }
 
 void KrOrbitInputHandler::setPovParameters(const KrPovParameters& pov)
 {
+    // What the window is known to have: `takeWindowPov` sees by it whether a client has changed it since.
     m_windowPov = pov;
     KrSGBaseInputHandler::setPovParameters(pov);
 }
@@ -85,6 +89,7 @@ void KrOrbitInputHandler::takeWindowPov()
         const KrPovParameters pov = window()->getPovParameters();
         setPovParameters(pov);
     }
+    // Eye and centre in one place could be neither turned nor zoomed.
     m_distance = osg::clampBetween(m_distance, kSmallestDistance, kLargestDistance);
 }
 
@@ -103,6 +108,7 @@ void KrOrbitInputHandler::publish()
 void KrOrbitInputHandler::setAxis(const osg::Vec3d& axis)
 {
     osg::Vec3d unit = axis;
+    // Written so that NaN fails, too.
     if (!(unit.normalize() > 0.0) || !unit.valid()) {
         Kr::Print::instance()->write(
             Kr::Print::Warning,
@@ -154,6 +160,7 @@ osg::Vec2d KrOrbitInputHandler::position(const Event& event) const
     const auto* const inWindow = event.getPointerData(window()->getViewer()->getCamera()->getGraphicsContext());
     const double right = inWindow ? inWindow->getXnormalized() : event.getXnormalized();
     const double up = inWindow ? inWindow->getYnormalized() : event.getYnormalized();
+    // By way of pixels of the window: the part's corner is told in them.
     const double x = 0.5 * (right + 1.0) * window()->windowWidth() - part->x();
     const double y = 0.5 * (up + 1.0) * window()->windowHeight() - part->y();
     return osg::Vec2d(2.0 * x / part->width() - 1.0, 2.0 * y / part->height() - 1.0);
@@ -170,11 +177,13 @@ osg::Matrixd KrOrbitInputHandler::parallelProjection() const
 {
     const double top = m_distance * halfHeight();
     const double right = top * aspectRatio();
+    // Without a scene to see, a range about the centre that is wide enough for any turn.
     double depth = m_distance;
     double radius = 100.0 * m_distance;
     if (getNode() && getNode()->getBound().valid()) {
         const osg::BoundingSphere& bound = getNode()->getBound();
         depth = -(osg::Vec3d(bound.center()) * getInverseMatrix()).z();
+        // A little more than the scene, so that its rim is not cut by rounding.
         radius = 1.01 * bound.radius() + 0.01 * m_distance;
     }
     return osg::Matrixd::ortho(-right, right, -top, top, depth - radius, depth + radius);
@@ -192,6 +201,7 @@ osg::Matrixd KrOrbitInputHandler::projection() const
     }
     const double top = halfHeight();
     const double right = top * aspectRatio();
+    // The planes are any: only directions are asked of it.
     return osg::Matrixd::frustum(-right, right, -top, top, 1.0, 2.0);
 }
 
@@ -199,6 +209,7 @@ osg::Matrixd KrOrbitInputHandler::projection() const
 osg::Vec3d KrOrbitInputHandler::worldAt(double x, double y, double depth) const
 {
     const osg::Matrixd p = projection();
+    // x' = x w' solved for the eye's x and y at z = -depth; with parallel rays w is 1 whatever the depth.
     const double w = p(3, 3) - depth * p(2, 3);
     const osg::Vec3d inCamera((x * w - p(3, 0) + depth * p(2, 0)) / p(0, 0),
                               (y * w - p(3, 1) + depth * p(2, 1)) / p(1, 1), -depth);
@@ -213,6 +224,7 @@ osg::Vec3d KrOrbitInputHandler::rightOfTurntable() const
         right.normalize();
         return right;
     }
+    // Straight above or below the cross product is noise; the camera's own right is level there.
     right = m_rotation * osg::Vec3d(1.0, 0.0, 0.0);
     right -= m_axis * (right * m_axis);
     right.normalize();
@@ -222,6 +234,7 @@ osg::Vec3d KrOrbitInputHandler::rightOfTurntable() const
 /// @param right  unit vector at a right angle to the axis
 void KrOrbitInputHandler::aim(const osg::Vec3d& right, double elevation)
 {
+    // Over the pole the picture would stand on its head.
     const double limited = osg::clampBetween(elevation, -osg::PI_2, osg::PI_2);
     const osg::Vec3d back = (right ^ m_axis) * std::cos(limited) + m_axis * std::sin(limited);
     const osg::Vec3d up = back ^ right;
@@ -239,7 +252,9 @@ void KrOrbitInputHandler::orbit(double azimuth, double elevation)
     }
     takeWindowPov();
     const osg::Vec3d back = m_rotation * osg::Vec3d(0.0, 0.0, 1.0);
+    // Rounding may leave a product just beyond 1.
     const double before = std::asin(osg::clampBetween(back * m_axis, -1.0, 1.0));
+    // The turn about the axis leaves the horizon level, whatever the camera's roll was before.
     aim(osg::Quat(azimuth, m_axis) * rightOfTurntable(), before + elevation);
     publish();
 }
@@ -250,6 +265,7 @@ void KrOrbitInputHandler::lookFrom(double azimuth, double elevation)
         return;
     }
     takeWindowPov();
+    // At azimuth 0 the eye is on +x where z is the axis; an axis along x takes y in place of x.
     osg::Vec3d right = m_axis ^ osg::Vec3d(1.0, 0.0, 0.0);
     if (right.length() < kNearPole) {
         right = m_axis ^ osg::Vec3d(0.0, 1.0, 0.0);
@@ -265,6 +281,7 @@ void KrOrbitInputHandler::pan(double x, double y)
         return;
     }
     takeWindowPov();
+    // What lies at the centre's depth goes along with the cursor.
     m_center -= worldAt(x, y, m_distance) - worldAt(0.0, 0.0, m_distance);
     publish();
 }
@@ -274,6 +291,7 @@ void KrOrbitInputHandler::zoomAt(double factor, double x, double y)
     if (!isFinite("zoomAt", x, y) || !isFinite("zoomAt", factor, 1.0 / factor)) {
         return;
     }
+    // 0 has no finite inverse and is refused above.
     if (factor < 0.0) {
         Kr::Print::instance()->write(Kr::Print::Warning,
                                      "KrOrbitInputHandler::zoomAt - a factor is positive, not %g; nothing is moved.\n",
@@ -302,6 +320,7 @@ void KrOrbitInputHandler::home()
     m_pov.setEyepoint(KrRenderTypes::osg2ec(_homeEye));
     m_pov.setCenterOfInterest(KrRenderTypes::osg2ec(_homeCenter));
     m_pov.setUp(KrRenderTypes::osg2ec(_homeUp));
+    // A copy: both receivers may store into what they are given.
     const KrPovParameters pov = m_pov;
     setPovParameters(pov);
     if (window()) {
@@ -321,6 +340,7 @@ bool KrOrbitInputHandler::fit()
         scene->accept(visitor);
     }
     const osg::BoundingBox& box = visitor.getBoundingBox();
+    // Nothing to see: the camera stays.
     if (!box.valid() || !std::isfinite(box.radius())) {
         return false;
     }
@@ -352,6 +372,7 @@ bool KrOrbitInputHandler::centerOnSurface(double x, double y)
     osg::Vec3d unit = direction;
     const double length = unit.normalize();
     const double reach = (osg::Vec3d(bound.center()) - onRay).length() + bound.radius();
+    // A ray begins at the eye at the earliest; parallel ones come from behind everything.
     const double before = parallel ? reach : std::min(reach, length);
     const osg::ref_ptr<osgUtil::LineSegmentIntersector> ray =
         new osgUtil::LineSegmentIntersector(onRay - unit * before, onRay + unit * reach);
@@ -362,6 +383,7 @@ bool KrOrbitInputHandler::centerOnSurface(double x, double y)
     if (!ray->containsIntersections()) {
         return false;
     }
+    // The distance stays: the camera moves along instead of turning.
     m_center = ray->getFirstIntersection().getWorldIntersectPoint();
     publish();
     return true;
@@ -371,6 +393,7 @@ void KrOrbitInputHandler::updateCamera(osg::Camera& camera)
 {
     KrSGBaseInputHandler::updateCamera(camera);
     if (isParallel()) {
+        // In place of the window's unit box, by which nothing of a scene would be seen in proportion.
         camera.setProjectionMatrix(parallelProjection());
     }
 }

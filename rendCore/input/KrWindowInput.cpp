@@ -26,6 +26,7 @@ osgGA::EventQueue* queueOf(const KrSGWindow& window)
     osgViewer::Viewer* const viewer = window.getViewer();
     auto* const context =
         viewer ? dynamic_cast<osgViewer::GraphicsWindow*>(viewer->getCamera()->getGraphicsContext()) : nullptr;
+    // Null for a context without events: an off-screen one that a client has put in.
     return context ? context->getEventQueue() : nullptr;
 }
 
@@ -43,6 +44,7 @@ void enqueue(const KrWindowEvent& event, osgGA::EventQueue& queue, double time)
 {
     const auto x = static_cast<float>(event.x);
     const auto y = static_cast<float>(event.y);
+    // Before the event: it is stamped with the state of that moment.
     queue.getCurrentEventState()->setModKeyMask(static_cast<unsigned int>(modifierMask(event)));
     switch (event.kind) {
     case Kind::KeyDown:
@@ -65,6 +67,7 @@ void enqueue(const KrWindowEvent& event, osgGA::EventQueue& queue, double time)
         queue.mouseMotion(x, y, time);
         break;
     case Kind::Wheel:
+        // A scroll tells no place of its own: the state's counts.
         queue.getCurrentEventState()->setX(x);
         queue.getCurrentEventState()->setY(y);
         queue.mouseScroll(event.wheel > 0 ? Adapter::SCROLL_UP : Adapter::SCROLL_DOWN, time);
@@ -77,6 +80,7 @@ void enqueue(const KrWindowEvent& event, osgGA::EventQueue& queue, double time)
 /// Whether that changed anything. The size of a window of several views is that of one of them.
 bool fit(KrSGWindow& window, unsigned int width, unsigned int height)
 {
+    // What the user drags is the whole window.
     if (auto* const views = dynamic_cast<KrMultiRenderWindow*>(&window)) {
         return views->shareOut(width, height);
     }
@@ -106,7 +110,9 @@ bool KrWindowInput::take()
     const osg::Timer& timer = *osg::Timer::instance();
     bool isDue = false;
     KrWindowEvent event;
+    // All that have come since the last frame, so that none lags behind.
     while (glx->nextEvent(event)) {
+        // Motion without a button changes nothing that is drawn: only the place is recorded, and no frame is due.
         if (event.kind == Kind::Motion && !m_isHeld) {
             queue->getCurrentEventState()->setX(static_cast<float>(event.x));
             queue->getCurrentEventState()->setY(static_cast<float>(event.y));
@@ -120,6 +126,7 @@ bool KrWindowInput::take()
     }
     unsigned int width = 0;
     unsigned int height = 0;
+    // Asked once for all resizes of a frame: a drag of the border sends many.
     glx->size(width, height);
     if (width != std::max(1u, m_window.windowWidth()) || height != std::max(1u, m_window.windowHeight())) {
         isDue = fit(m_window, width, height) || isDue;

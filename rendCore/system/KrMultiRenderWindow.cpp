@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr std::uint64_t kLargest = KrMultiRenderWindow::kLargestSize;
+// A pixel for each view, in the largest window there is.
 constexpr unsigned int kMostViews = KrMultiRenderWindow::kLargestSize * KrMultiRenderWindow::kLargestSize;
 
 void warn(const char* message)
@@ -47,12 +48,14 @@ KrMultiRenderWindow::KrMultiRenderWindow()
 KrMultiRenderWindow::KrMultiRenderWindow(unsigned int singleWidth, unsigned int singleHeight, unsigned int numWindows)
     : KrMultiRenderWindow()
 {
+    // Named with its class: no override of a subclass runs in a constructor.
     KrMultiRenderWindow::setWindowParams(singleWidth, singleHeight, numWindows);
 }
 
 KrMultiRenderWindow::~KrMultiRenderWindow()
 {
     KrMultiRenderWindow::closeWindow();
+    // The viewer's slaves may hold the placer longer than this window lives.
     m_placer->detach();
 }
 
@@ -63,6 +66,7 @@ bool KrMultiRenderWindow::closeWindow()
         m_target->releaseGLObjects(m_graphicsWindow->getState());
     }
     m_target = nullptr;
+    // Cameras belong to a viewer: the next one gets its own, in the same number.
     std::fill(m_views.begin(), m_views.end(), nullptr);
     return KrRenderWindow::closeWindow();
 }
@@ -77,6 +81,7 @@ bool KrMultiRenderWindow::setWindowSize(unsigned int width, unsigned int height)
     if (!isSized) {
         return false;
     }
+    // Kept: the size of a window of several views is that of one of them.
     setWindowParams(width, height, 0);
     const bool isLaidOut =
         m_grid.columns == m_numColumns && m_grid.rows == m_numRows && m_grid.width == width && m_grid.height == height;
@@ -89,6 +94,7 @@ bool KrMultiRenderWindow::setWindowSize(unsigned int width, unsigned int height)
 bool KrMultiRenderWindow::setWindowSizeAndPos(unsigned int width, unsigned int height, int x, int y)
 {
     const bool isSized = setWindowSize(width, height);
+    // Moved in any case: the place is no part of what may be refused.
     return KrWindow::setWindowPos(x, y, true) && isSized;
 }
 
@@ -109,6 +115,7 @@ bool KrMultiRenderWindow::shareOut(unsigned int width, unsigned int height)
     if (single[0] == m_singleWidth && single[1] == m_singleHeight) {
         return false;
     }
+    // The columns that stand are kept while the whole window changes, whatever else would fit.
     const unsigned int hint = m_numColumnsHint;
     m_numColumnsHint = columns;
     setWindowParams(single[0], single[1], 0);
@@ -125,6 +132,7 @@ void KrMultiRenderWindow::getSingleWindowSize(unsigned int& width, unsigned int&
 void KrMultiRenderWindow::setWindowParams(unsigned int singleWidth, unsigned int singleHeight, unsigned int numWindows)
 {
     const unsigned int old = getNumWindows();
+    // 0 means as many as before, and one at least.
     const unsigned int count = numWindows != 0 ? numWindows : std::max(1u, old);
     if (count > kMostViews) {
         warnOfHeight(); // more views than the largest window has pixels: not even their lists are made
@@ -133,6 +141,7 @@ void KrMultiRenderWindow::setWindowParams(unsigned int singleWidth, unsigned int
     if (count != old) {
         setNumViews(count);
     }
+    // Recorded also where no grid is found: what was asked for is told by `getSingleWindowSize`.
     m_singleWidth = singleWidth;
     m_singleHeight = singleHeight;
     if (!chooseGrid()) {
@@ -141,6 +150,7 @@ void KrMultiRenderWindow::setWindowParams(unsigned int singleWidth, unsigned int
     if (KrSGWindow::setWindowSize(m_numColumns * singleWidth, m_numRows * singleHeight)) {
         m_grid = {m_numColumns, m_numRows, singleWidth, singleHeight};
     }
+    // A window that opens later is laid out by `init`.
     if (!isInitialized()) {
         return;
     }
@@ -156,6 +166,7 @@ void KrMultiRenderWindow::setNumViews(unsigned int count)
 {
     for (std::size_t k = 1; k < m_views.size(); ++k) {
         if (m_viewer.valid() && m_views[k].valid()) {
+            // Entry 0 is the main camera, which is no slave.
             const unsigned int slave = m_viewer->findSlaveIndexForCamera(m_views[k]);
             if (slave < m_viewer->getNumSlaves()) {
                 m_viewer->removeSlave(slave);
@@ -176,6 +187,7 @@ bool KrMultiRenderWindow::chooseGrid()
     if (m_numColumnsHint != 0 && std::uint64_t(m_singleWidth) * m_numColumnsHint <= kLargest) {
         m_numColumns = m_numColumnsHint;
     } else {
+        // Without a hint, or with one that is too wide, as many as fit side by side.
         m_numColumns = m_singleWidth == 0 ? 0 : std::min(count, kLargestSize / m_singleWidth);
     }
     if (m_numColumns == 0) {
@@ -183,6 +195,7 @@ bool KrMultiRenderWindow::chooseGrid()
         return false;
     }
     m_numRows = KrTileGrid::rowsFor(count, m_numColumns);
+    // In 64 bits: sizes come from clients.
     if (std::uint64_t(m_singleHeight) * m_numRows > kLargest) {
         warnOfHeight();
         return false;
@@ -196,9 +209,11 @@ bool KrMultiRenderWindow::init()
         return false;
     }
     layoutViews();
+    // A callback that a client has set stays.
     if (!m_overlayCamera->getCullCallback()) {
         m_overlayCamera->setCullCallback(new KrOverlayOnce);
     }
+    // Set again when the views are there: slaves share the viewer's scene.
     m_viewer->setSceneData(m_sceneRoot);
     return true;
 }
@@ -239,10 +254,13 @@ osg::ref_ptr<osg::Camera> KrMultiRenderWindow::createView(unsigned int number)
     view->setGraphicsContext(m_graphicsWindow);
     view->setViewport(new osg::Viewport);
     view->setRenderOrder(main.getRenderOrder(), main.getRenderOrderNum() + static_cast<int>(number));
+    // As the main camera's: projections are written here, and a resize must not change them.
     view->setProjectionResizePolicy(osg::Camera::FIXED);
     view->setClearColor(main.getClearColor());
     view->setClearMask(main.getClearMask());
+    // A view shows what the main camera would: the same colours behind, the same parts left out.
     view->setCullingMode(main.getCullingMode());
+    // Offsets are set in every frame that changes something: `placeViews`.
     m_viewer->addSlave(view, osg::Matrixd::identity(), osg::Matrixd::identity(), true);
     m_viewer->findSlaveForCamera(view)->_updateSlaveCallback = m_placer;
     return view;
@@ -255,11 +273,13 @@ void KrMultiRenderWindow::layoutEmptyTiles()
     }
     std::vector<KrEmptyTiles::Area>& areas = m_emptyTiles->areas;
     areas.clear();
+    // Tiles without a pixel leave nothing to clear.
     if (m_grid.width == 0 || m_grid.height == 0) {
         return;
     }
     // Each has a pixel of a window that is not too large.
     for (std::size_t k = 0; k < m_grid.numPlaces(); ++k) {
+        // A place with a view is cleared by its camera.
         if (k < m_views.size() && m_views[k].valid()) {
             continue;
         }
@@ -270,6 +290,7 @@ void KrMultiRenderWindow::layoutEmptyTiles()
 
 void KrMultiRenderWindow::setPovParametersVector(const KrXmlVectorType<KrPovParameters>& povs)
 {
+    // The list that was set last decides; the others are kept.
     m_viewMode = PovParameters;
     m_povParametersVector = povs;
     // Kept, here and in the next two: the message is that of the other case.
@@ -307,6 +328,7 @@ bool KrMultiRenderWindow::captureWindow(KrImage& image, unsigned int flags)
     if (!demandUsable("KrMultiRenderWindow::captureWindow") || !init()) {
         return false;
     }
+    // Put back, unlike a one-off capture's of the base.
     const osg::ref_ptr<DrawCallback> previous = getDrawCallback();
     const osg::ref_ptr<KrTiledCapture> capture = new KrTiledCapture(image, flags, surfaceWidth(), surfaceHeight());
     setDrawCallback(capture);

@@ -27,6 +27,7 @@ void warn(const char* message)
 void setFrameBufferObject(osg::Camera& camera, osg::FrameBufferObject* target)
 {
     osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
+    // Only where it is another one: an attachment map that is dirty costs a set-up of the stage.
     if (stage && stage->getFrameBufferObject() != target) {
         stage->setFrameBufferObject(target);
         camera.dirtyAttachmentMap();
@@ -48,6 +49,7 @@ osg::ref_ptr<osg::FrameBufferObject> makeTarget(int width, int height)
 bool hasSize(const osg::FrameBufferObject& target, int width, int height)
 {
     const osg::RenderBuffer* const color = target.getAttachment(osg::Camera::COLOR_BUFFER).getRenderBuffer();
+    // The two attachments are made together, so that one tells for both.
     return color->getWidth() == width && color->getHeight() == height;
 }
 
@@ -55,6 +57,7 @@ bool hasSize(const osg::FrameBufferObject& target, int width, int height)
 
 bool KrMultiRenderWindow::updateScene()
 {
+    // The scene first: the views are placed by the point of view that it leaves.
     const bool isUpdated = KrRenderWindow::updateScene();
     if (!isInitialized() || !m_viewer || (m_dirtyFlags & DirtyPov)) {
         return isUpdated;
@@ -66,7 +69,9 @@ bool KrMultiRenderWindow::updateScene()
         // The viewer does this too, but only once the frame has begun: the views would be placed by the frame before.
         m_viewer->getCamera()->setViewMatrix(m_inputHandler->getInverseMatrix());
     }
+    // What the other views are placed by: `followMainCamera` compares with it when the frame has begun.
     m_reference = m_viewer->getCamera()->getViewMatrix();
+    // A client may have cast any number to a mode.
     if (m_viewMode > PovParameters) {
         warn("KrMultiRenderWindow::setGL - invalid view mode.\n");
         m_viewer->updateSlaves();
@@ -89,6 +94,7 @@ void KrMultiRenderWindow::fitProjectionToTile()
         !camera->getProjectionMatrixAsFrustum(left, right, bottom, top, near, far)) {
         return;
     }
+    // The height is kept and the width follows the tile, as for a window of one view.
     right = top * m_grid.width / m_grid.height;
     camera->setProjectionMatrixAsFrustum(-right, right, bottom, top, near, far);
 }
@@ -98,6 +104,7 @@ void KrMultiRenderWindow::shareCameraSettings()
     const osg::Camera& main = *m_viewer->getCamera();
     for (std::size_t k = 1; k < m_views.size(); ++k) {
         if (m_views[k].valid()) {
+            // In every frame that updates: the background may have changed.
             m_views[k]->setClearColor(main.getClearColor());
             m_views[k]->setClearMask(main.getClearMask());
         }
@@ -118,6 +125,7 @@ void KrMultiRenderWindow::shareRenderTarget()
         return;
     }
     if (!isOffScreen) {
+        // On screen again: the stages are told below that there is no target.
         m_target = nullptr;
     } else if (!m_target || !hasSize(*m_target, surfaceWidth(), surfaceHeight())) {
         m_target = makeTarget(surfaceWidth(), surfaceHeight());
@@ -134,6 +142,7 @@ void KrMultiRenderWindow::shareRenderTarget()
 void KrMultiRenderWindow::followMainCamera()
 {
     const osg::Matrixd& present = m_viewer->getCamera()->getViewMatrix();
+    // Within the frame an input handler may have moved the main camera: the others follow it at once.
     if (m_viewMode <= PovParameters && present != m_reference) {
         m_reference = present;
         placeViews();
@@ -147,8 +156,10 @@ void KrMultiRenderWindow::placeViews()
     m_referencePov = own;
     if (m_inputHandler.valid()) {
         m_inputHandler->getPovParameters(m_referencePov);
+        // The handler moves; the lens is the window's.
         m_referencePov.setFieldOfView(own.fieldOfView());
     }
+    // A list that is too short places no view at all.
     if (listLength() < m_views.size()) {
         return;
     }
@@ -156,6 +167,8 @@ void KrMultiRenderWindow::placeViews()
     for (unsigned int k = 1; k < m_views.size(); ++k) {
         osg::View::Slave* const slave = m_views[k].valid() ? m_viewer->findSlaveForCamera(m_views[k]) : nullptr;
         if (slave) {
+            // A slave's matrix is the main camera's times its offset: the offset takes the
+            // main camera's part out again.
             slave->_viewOffset = m_viewMode == NoViews ? osg::Matrixd() : cameraToWorld * viewMatrix(k);
             slave->_projectionOffset = projectionOffset(k);
         }
@@ -175,6 +188,7 @@ std::size_t KrMultiRenderWindow::listLength() const
     case NoViews:
         break;
     }
+    // Without a mode no list is asked, and none is too short.
     return m_views.size();
 }
 
@@ -210,6 +224,7 @@ osg::Matrixd KrMultiRenderWindow::projectionOffset(unsigned int view) const
     const osg::Matrixd& main = m_viewer->getCamera()->getProjectionMatrix();
     double left, right, bottom, top, near, far;
     osg::Matrixd inverse;
+    // Otherwise the main camera's projection as it is: with intrinsics all views have one lens.
     const bool isOwn = distance > 0.0 && std::isfinite(distance) && fieldOfView > 0.0 && fieldOfView < osg::PI &&
                        !cameraIntrinsics() && main.getFrustum(left, right, bottom, top, near, far);
     return isOwn && inverse.invert(main) ? inverse * projection(fieldOfView, distance) : osg::Matrixd();

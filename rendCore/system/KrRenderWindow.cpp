@@ -23,6 +23,7 @@
 KrRenderWindow::KrRenderWindow()
     : m_markTransfer(std::make_unique<KrMarkTransfer>())
 {
+    // Kept: over the name that the base has given.
     KrWindow::setName("KrRenderWindow");
 }
 
@@ -34,6 +35,7 @@ KrRenderWindow::~KrRenderWindow()
 
 bool KrRenderWindow::init()
 {
+    // Kept: an open window is not set up again.
     return (isInitialized() && getViewer()) || KrSGWindow::init();
 }
 
@@ -50,12 +52,16 @@ bool KrRenderWindow::setStatedSystem(const KrStatedSystem& system, const KrVisua
 
 bool KrRenderWindow::setStatedSystem(const KrStatedSystem& system)
 {
+    // The system of before goes first, and with it what points into it.
     deleteContents();
+    // Borrowed: the client keeps the system while the window shows it.
     m_statedSystem = &system;
+    // A copy: poses change by `setState`, whatever becomes of the system's own state.
     setState(system.systemState());
     if (isInitialized()) {
         updateScene();
     }
+    // Kept: also where the scene is loaded only when the window opens.
     setSystemReady(true);
     return true;
 }
@@ -67,6 +73,7 @@ const KrStatedSystem* KrRenderWindow::statedSystem() const
 
 void KrRenderWindow::setState(const KrManipulatorSystemState& state)
 {
+    // In place: this is called for every frame, and a new copy would take memory for every link.
     if (m_state) {
         *m_state = state;
     } else {
@@ -113,6 +120,7 @@ void KrRenderWindow::deleteContents()
         KrRenderLink::updateState(viewer->getUpdateVisitor(), nullptr);
     }
     m_statedSystem = nullptr;
+    // Before the shapes go that carry them.
     collectMarks();
     m_isDepthTold = false;
     m_renderManipulators.clear();
@@ -145,6 +153,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
         return false;
     }
     const KrXmlVectorType<KrIndividualManipulator>& manipulators = system->manipulatorSystem().manipulators();
+    // Before anything is taken down: a system that cannot be drawn leaves the scene as it is.
     if (!fitsStack(manipulators)) {
         return false;
     }
@@ -152,6 +161,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     KrSGWindow::loadScene();
     detachManipulators();
     collectMarks();
+    // Extents are told by the handles of the shapes of before, which building the new ones replaces.
     m_markTransfer->match(system->manipulatorSystem());
     // The old nodes go before the new ones are built: shapes that are still alive would be taken for shared ones, and
     // stand in no map of the new nodes.
@@ -159,16 +169,21 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
         m_renderManipulators[i] = new KrRenderManipulator(manipulators[i], i);
         m_sceneRoot->addChild(m_renderManipulators[i]);
+        // Kept: manipulator by manipulator, each with its own looks.
         KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
     }
     m_markTransfer->giveBack();
     m_isSceneNew = true;
+    // Kept: only here; a scene that was not loaded is asked for again.
     m_dirtyFlags &= ~std::uint32_t(DirtySystem);
     if (m_inputHandler.valid()) {
+        // After the content is in: the size of the scene is read here.
         m_inputHandler->setNode(m_sceneRoot);
     }
+    // The system is told that it was looked at: its flags are mutable for this.
     system->setNewSystem(false);
     m_areBodiesTold = false;
+    // Kept: axes and masses after the input handler, over the whole scene.
     KrRenderAxis::init(m_sceneRoot);
     KrRenderMassProperties::init(m_sceneRoot);
     m_lacksCollisionShapes = true;
@@ -204,6 +219,7 @@ bool KrRenderWindow::fitsStack(const KrXmlVectorType<KrIndividualManipulator>& m
 
 void KrRenderWindow::detachManipulators()
 {
+    // From the last one on, which leaves the places of the others as they are.
     for (std::size_t i = m_renderManipulators.size(); i-- > 0;) {
         const unsigned int place = m_sceneRoot->getChildIndex(m_renderManipulators[i]);
         if (place < m_sceneRoot->getNumChildren()) {
@@ -217,16 +233,19 @@ bool KrRenderWindow::updateScene()
     if ((!isInitialized() || !getViewer()) && !init()) {
         return false;
     }
+    // A window without a system is a scene window.
     if (!m_statedSystem) {
         return KrSGWindow::updateScene();
     }
     if (((m_dirtyFlags & DirtySystem) || m_statedSystem->isNewSystem()) && !loadScene(m_statedSystem)) {
         return false;
     }
+    // The links take their poses when the frame's update traversal meets them.
     if (!KrRenderLink::updateState(m_viewer->getUpdateVisitor(), m_state.get())) {
         Kr::Print::instance()->write(Kr::Print::Warning, "KrRenderWindow::updateScene - Scene not initialized.\n");
         return false;
     }
+    // Kept: shapes, selection, transparency, then the base class, which clears the dirty flags.
     updateDeformations();
     // The nodes of a scene just built know nothing of a selection that stands.
     const bool isStanding = std::exchange(m_isSceneNew, false) && !m_statedSystem->selectedShapes().empty();
@@ -236,6 +255,7 @@ bool KrRenderWindow::updateScene()
     if (m_statedSystem->isTransparencyChanged()) {
         updateTransparency();
     }
+    // Told when they are shown, not when they are built.
     if (((m_displayMask | m_secondaryDisplayMask) & KrRenderTypes::MassProperties) != 0) {
         tellOfImpossibleBodies();
     }
@@ -279,6 +299,7 @@ void KrRenderWindow::updateSelection()
 {
     const std::vector<KrShapeStateCacheKey>& selected = m_statedSystem->selectedShapes();
     for (const KrShapeStateCacheKey& key : selected) {
+        // Kept: first all that are selected, then the others: fading leaves out what was just marked.
         KrRenderSelection::setSelected(renderManipulator(key.manipID()), key);
     }
     const bool restore = selected.empty();
@@ -287,6 +308,7 @@ void KrRenderWindow::updateSelection()
         KrRenderSelection::setNonselected(renderManipulator(i), static_cast<float>(m_statedSystem->transparency()),
                                           restore);
     }
+    // Acknowledged last.
     m_statedSystem->setSelectionChanged(false);
 }
 

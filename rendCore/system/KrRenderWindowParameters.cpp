@@ -43,6 +43,7 @@ KrXmlObject* KrRenderWindowParameters::newObject() const
 
 bool KrRenderWindowParameters::selfTest() const
 {
+    // Kept, as the next three: overrides that add nothing are part of the interface.
     return KrXmlCompoundType::selfTest();
 }
 
@@ -63,6 +64,7 @@ bool KrRenderWindowParameters::write(KrXmlWriter& writer) const
 
 bool KrRenderWindowParameters::equality(const KrXmlObject* other) const
 {
+    // Objects of other classes are unequal, not an error.
     const auto* const same = dynamic_cast<const KrRenderWindowParameters*>(other);
     return same && *this == *same;
 }
@@ -81,6 +83,7 @@ KrXmlToken KrRenderWindowParameters::token() const
     return tokens().object;
 }
 
+// Kept: in this order, which is that of the elements in a file.
 void KrRenderWindowParameters::registerComponents()
 {
     registerComponent(tokens().width, m_width);
@@ -157,6 +160,7 @@ KrRenderWindowParameters KrRenderWindowParameters::testObject()
 {
     KrRenderWindowParameters parameters;
     BackgroundColor black;
+    // Kept: three channels of zeros.
     black.resize(3);
     parameters.setBackgroundColor(black);
     return parameters;

@@ -4,6 +4,7 @@
 
 unsigned int KrTileGrid::rowsFor(unsigned int count, unsigned int columns)
 {
+    // Not (count + columns - 1) / columns, whose sum may overflow.
     return count / columns + (count % columns > 0 ? 1 : 0);
 }
 
@@ -13,6 +14,8 @@ KrTileGrid KrTileGrid::largest(unsigned int count, unsigned int pictureWidth, un
     for (unsigned int columns = 1; columns <= count; ++columns) {
         const unsigned int rows = rowsFor(count, columns);
         const KrTileGrid grid = {columns, rows, pictureWidth / columns, pictureHeight / rows};
+        // By the shorter side: a tile is as good as its narrower direction. Of equal grids the
+        // one with fewer columns stays.
         if (std::min(grid.width, grid.height) > std::min(best.width, best.height)) {
             best = grid;
         }

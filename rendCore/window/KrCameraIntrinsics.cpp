@@ -23,6 +23,7 @@ bool isPositiveAndModest(double value)
 
 KrCameraIntrinsics KrCameraIntrinsics::fromFieldOfView(double fieldOfView, unsigned int width, unsigned int height)
 {
+    // Pixels are square and the axis goes through the middle: half the height is seen under half the angle.
     const double focal = 0.5 * height / std::tan(0.5 * fieldOfView);
     return {width, height, focal, focal, 0.5 * width, 0.5 * height};
 }
@@ -31,6 +32,7 @@ bool KrCameraIntrinsics::fromProjection(const osg::Matrixd& projection, unsigned
                                         KrCameraIntrinsics& out)
 {
     const osg::Matrixd& p = projection;
+    // The four numbers tell a camera that does not mix x with y and whose rays leave one point.
     const bool isSheared = p(0, 1) != 0.0 || p(1, 0) != 0.0 || p(3, 0) != 0.0 || p(3, 1) != 0.0;
     const bool isPerspective = p(0, 3) == 0.0 && p(1, 3) == 0.0 && p(2, 3) == -1.0 && p(3, 3) == 0.0;
     if (isSheared || !isPerspective) {
@@ -71,6 +73,7 @@ osg::Matrixd KrCameraIntrinsics::projection(double near, double far) const
 
 KrCameraIntrinsics KrCameraIntrinsics::scaledTo(unsigned int newWidth, unsigned int newHeight) const
 {
+    // Each direction has its own scale: pixels may become oblong.
     const double x = static_cast<double>(newWidth) / width;
     const double y = static_cast<double>(newHeight) / height;
     return {newWidth, newHeight, fx * x, fy * y, cx * x, cy * y};
@@ -78,6 +81,7 @@ KrCameraIntrinsics KrCameraIntrinsics::scaledTo(unsigned int newWidth, unsigned 
 
 double KrCameraIntrinsics::fieldOfView() const
 {
+    // Of a camera whose axis goes through the middle.
     return 2.0 * std::atan(0.5 * height / fy);
 }
 

@@ -20,6 +20,7 @@ namespace
 constexpr osg::Node::NodeMask kShown = 0xffffffff;
 constexpr osg::Node::NodeMask kMaskedOut = 0;
 
+// OpenGL's lights are in single precision.
 void narrow(const KrVector& from, float* to)
 {
     to[0] = static_cast<float>(from.x());
@@ -40,6 +41,7 @@ osg::Vec4 vec4(const float (&v)[4])
 
 } // namespace
 
+// Kept: lights that differ in being dirty are not equal, and scene objects count by identity.
 bool KrLightProperties::operator==(const KrLightProperties& other) const
 {
     return m_spotExponent == other.m_spotExponent && m_spotCutoff == other.m_spotCutoff &&
@@ -60,9 +62,11 @@ void KrLightProperties::setLightPara(const KrLight& light, unsigned int lightNum
     setColor(light.diffuse(), m_diffuse);
     setColor(light.specular(), m_specular);
     narrow(light.position(), m_position);
+    // 1: a place; 0: a direction towards the lamp, as in OpenGL.
     m_position[3] = light.isPositional() ? 1.0f : 0.0f;
     narrow(light.direction(), m_direction);
     m_spotExponent = static_cast<float>(light.spotExponent());
+    // Radians there, degrees in OpenGL.
     m_spotCutoff = static_cast<float>(180.0f * light.spotCutoff() / Kr::Angle::kPi);
     m_constantAttenuation = static_cast<float>(light.constantAttenuation());
     m_linearAttenuation = static_cast<float>(light.linearAttenuation());
@@ -105,6 +109,7 @@ osg::LightSource* KrLightProperties::setGL()
         }
         return nullptr;
     }
+    // Kept: a light that is switched off stays dirty, and is applied when it is on again.
     if (!m_dirty) {
         return nullptr;
     }
@@ -121,6 +126,7 @@ osg::LightSource* KrLightProperties::setGL()
     }
     applyTo(*light());
     source->setLocalStateSetModes(osg::StateAttribute::ON);
+    // OpenGL has eight lights: one with another number would be an error in every frame.
     source->setNodeMask(hasGLNumber() ? kShown : kMaskedOut);
     m_dirty = false;
     return isNew ? source : nullptr;

@@ -24,6 +24,7 @@ KrSGBaseInputHandler::KrSGBaseInputHandler(KrSGWindow* window)
     : m_link(window ? window->m_link : nullptr)
 {
     if (window) {
+        // Home is where the window looks from now.
         const KrPovParameters& pov = window->getPovParameters();
         setAutoComputeHomePosition(false);
         setHomePosition(KrRenderTypes::ec2osg(pov.eyepoint()), KrRenderTypes::ec2osg(pov.centerOfInterest()),
@@ -38,6 +39,7 @@ void KrSGBaseInputHandler::setPovParameters(const KrPovParameters& pov)
     m_center = KrRenderTypes::ec2osg(pov.centerOfInterest());
     osg::Vec3d look = m_center - KrRenderTypes::ec2osg(pov.eyepoint());
     m_distance = look.length();
+    // Kept: eye and centre in one place leave a line of sight of zeros.
     if (m_distance > 0.0) {
         look /= m_distance;
     }
@@ -47,6 +49,7 @@ void KrSGBaseInputHandler::setPovParameters(const KrPovParameters& pov)
                                      side.y(), up.y(), -look.y(), 0.0, //
                                      side.z(), up.z(), -look.z(), 0.0, //
                                      0.0, 0.0, 0.0, 1.0);
+    // Camera to world, as `getMatrix` wants it.
     m_rotation = worldToCamera.getRotate().inverse();
 }
 
@@ -64,6 +67,7 @@ osg::Matrixd KrSGBaseInputHandler::getInverseMatrix() const
 
 void KrSGBaseInputHandler::setByMatrix(const osg::Matrixd& cameraToWorld)
 {
+    // The distance stays: a matrix does not tell it.
     m_center = osg::Vec3d(0.0, 0.0, -m_distance) * cameraToWorld;
     m_rotation = cameraToWorld.getRotate();
 }
@@ -89,6 +93,7 @@ void KrSGBaseInputHandler::getPovParameters(KrPovParameters& out) const
 void KrSGBaseInputHandler::setNode(osg::Node* node)
 {
     m_node = node;
+    // Without a node the size of before stays.
     if (m_node.valid()) {
         m_modelSize = m_node->getBound().radius();
     }

@@ -27,6 +27,7 @@ std::uint32_t clearedDepth()
     GLint depthBits = 0;
     glGetIntegerv(GL_GREEN_BITS, &greenBits);
     glGetIntegerv(GL_DEPTH_BITS, &depthBits);
+    // Kept: with sixteen green bits or more the depth's own bits are not asked.
     if (greenBits > 15) {
         return 0xFFFFFFFFu;
     }
@@ -62,6 +63,7 @@ bool KrSGWindow::DrawCallback::render(osgViewer::Viewer* viewer)
 {
     const bool ok = preRender(viewer);
     if (viewer) {
+        // Kept: the frame is drawn whatever preRender says; only what comes behind it depends on that.
         viewer->frame(DBL_MAX);
     }
     return ok && postRender(viewer);
@@ -89,6 +91,7 @@ bool KrSGWindow::ImageCaptureDrawCallback::preRender(osgViewer::Viewer* viewer)
         return false;
     }
     const osg::Camera::BufferComponent buffer = bufferFor(m_captureFlags);
+    // Before `attach`: a stage that is set up later drops what is attached.
     KrRenderStages::setUp(*stage, *viewer->getCamera(), *viewer);
     if (auto* const image = dynamic_cast<KrCapturedImage*>(m_sceneImage.get())) {
         const osg::GraphicsContext* const context = viewer->getCamera()->getGraphicsContext();
@@ -96,6 +99,7 @@ bool KrSGWindow::ImageCaptureDrawCallback::preRender(osgViewer::Viewer* viewer)
     }
     stage->attach(buffer, m_sceneImage);
     const osg::Viewport* const viewport = viewer->getCamera()->getViewport();
+    // The viewport's, not the window's: a camera may draw into a part of it.
     m_width = static_cast<std::uint32_t>(viewport->width());
     m_height = static_cast<std::uint32_t>(viewport->height());
     switch (buffer) {
@@ -119,6 +123,7 @@ unsigned char* KrSGWindow::ImageCaptureDrawCallback::fittedTarget(unsigned int c
 {
     const bool flipped = (m_captureFlags & CaptureFlipped) != 0;
     unsigned char* const present = flipped ? m_target->flippedData() : m_target->data();
+    // Storage that fits is kept, so that a series of captures allocates once.
     const bool fits =
         present && m_target->width() == m_width && m_target->height() == m_height && m_target->channels() == channels;
     if (fits) {
@@ -134,6 +139,7 @@ unsigned char* KrSGWindow::ImageCaptureDrawCallback::fittedTarget(unsigned int c
 
 void KrSGWindow::ImageCaptureDrawCallback::detach(osgViewer::Viewer* viewer) const
 {
+    // An image that stays attached would be read in every later frame.
     if (osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer)) {
         stage->attach(bufferFor(m_captureFlags), nullptr);
     }
@@ -154,12 +160,14 @@ bool KrSGWindow::ImageCaptureDrawCallback::postRender(osgViewer::Viewer* viewer)
         remapDepthBuffer();
         return true;
     }
+    // Null without memory, which KrImage has told.
     unsigned char* const out = fittedTarget(3);
     const std::size_t rowBytes =
         osg::Image::computeRowWidthInBytes(m_sceneImage->s(), m_sceneImage->getPixelFormat(),
                                            m_sceneImage->getDataType(), static_cast<int>(m_sceneImage->getPacking()));
     const std::size_t bytes =
         rowBytes * static_cast<std::size_t>(m_sceneImage->t()) * static_cast<std::size_t>(m_sceneImage->r());
+    // Kept: true also where there was nothing to copy.
     if (out && m_sceneImage->data()) {
         std::memcpy(out, m_sceneImage->data(), std::min(bytes, m_target->sizeInBytes()));
     }
@@ -178,6 +186,7 @@ void KrSGWindow::ImageCaptureDrawCallback::remapDepthBuffer()
                   m_target->sizeInBytes()});
     const auto* const depths = reinterpret_cast<const std::uint32_t*>(m_sceneImage->data());
 
+    // Asked of the context that the frame was drawn in, which is still current.
     const std::uint32_t far = clearedDepth();
     std::uint32_t maximum = 0;
     std::uint32_t minimum = far;

@@ -32,11 +32,13 @@ namespace
 /// frames of other threads read without a lock meanwhile. This makes them large enough before there is a second thread.
 void reserveContexts()
 {
+    // More windows than a program has as a rule; with more, threads must not be drawing while one opens.
     constexpr unsigned int kMostContexts = 16;
     static std::once_flag s_isReserved;
     std::call_once(s_isReserved, [] {
         std::array<unsigned int, kMostContexts> numbers = {};
         for (unsigned int& number : numbers) {
+            // All numbers first, then all given back: each is a new one while the others are in use.
             number = osg::GraphicsContext::createNewContextID();
         }
         for (const unsigned int number : numbers) {
@@ -52,6 +54,7 @@ osg::GraphicsContext* sharedContext(const KrWindow& window)
         auto* scene = dynamic_cast<KrSGWindow*>(other);
         osgViewer::Viewer* viewer = scene ? scene->getViewer() : nullptr;
         osg::GraphicsContext* context = viewer ? viewer->getCamera()->getGraphicsContext() : nullptr;
+        // A window that was closed has no state, and nothing to share.
         if (context && context->getState()) {
             return context;
         }
@@ -63,12 +66,14 @@ osg::GraphicsContext* sharedContext(const KrWindow& window)
 
 KrSGWindow::KrSGWindow()
 {
+    // Kept: the class name is the window's name until a client gives another.
     KrWindow::setName("KrSGWindow");
 }
 
 KrSGWindow::~KrSGWindow()
 {
     KrSGWindow::closeWindow();
+    // Input handlers may live on, held by a client: they ask this for their window.
     *m_link = nullptr;
 }
 
@@ -90,6 +95,7 @@ bool KrSGWindow::init()
     m_viewer->setKeyEventSetsDone(0);
     m_viewer->setQuitEventSetsDone(false);
 
+    // The context before the camera, which is given it; the scene before the input handler, which is sent home in it.
     createGraphicsWindow();
     setUpCamera();
     if (!m_sceneRoot) {
@@ -110,14 +116,17 @@ bool KrSGWindow::init()
     if (!(m_visualizationParameters.povParameters() == pov)) {
         setPovParameters(pov);
     }
+    // Asked for before there was a camera to tell.
     if (m_viewerAttributes & OffScreen) {
         setOffScreenRendering(true);
     }
+    // Last, through the virtual table: subclasses add their content to a window that is complete.
     return loadScene();
 }
 
 int KrSGWindow::surfaceWidth() const
 {
+    // No surface has less than a pixel, though a window may be told to.
     return static_cast<int>(std::max(1u, windowWidth()));
 }
 
@@ -157,6 +166,7 @@ void KrSGWindow::setUpCamera()
 void KrSGWindow::createSceneRoot()
 {
     m_sceneRoot = new osg::LightSource;
+    // Kept, as all names here: clients look nodes up by them.
     m_sceneRoot->setName("Global Light");
     osg::StateSet* const states = m_sceneRoot->getOrCreateStateSet();
     states->setGlobalDefaults();
@@ -165,6 +175,7 @@ void KrSGWindow::createSceneRoot()
     const osg::ref_ptr<osg::LightModel> model = new osg::LightModel;
     model->setAmbientIntensity(osg::Vec4(KrRenderTypes::ec2osg(m_ambientLight)));
     model->setLocalViewer(true);
+    // Kept: the inside of an open surface is lit, too.
     model->setTwoSided(true);
     states->setAttribute(model);
 }
@@ -172,9 +183,11 @@ void KrSGWindow::createSceneRoot()
 void KrSGWindow::createFixedNodes()
 {
     m_tempGroup = new osg::Group;
+    // Kept: it is in no scene. It holds the fixed nodes while the root's children are removed.
     m_tempGroup->setName("Temp Group");
     createCenterOfInterestMarker();
 
+    // Of no size until `setGuiMarkerMatrix` gives it one.
     m_globalAxisTransform = new osg::MatrixTransform(osg::Matrixd::scale(0.0, 0.0, 0.0));
     m_globalAxisTransform->setName("Global Axis Matrix");
     m_globalAxisTransform->addChild(KrRenderAxis::linkAxis(true));
@@ -208,6 +221,7 @@ void KrSGWindow::createOverlayCamera()
     m_overlayCamera->setName("Overlay Camera");
     m_overlayCamera->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
     m_overlayCamera->setViewMatrix(osg::Matrixd::identity());
+    // Over the scene: its colours stay, its depths do not count.
     m_overlayCamera->setClearMask(GL_DEPTH_BUFFER_BIT);
     m_tempGroup->addChild(m_overlayCamera);
 }
@@ -235,6 +249,7 @@ bool KrSGWindow::loadScene()
     attachToRoot(m_coiTransform);
     attachToRoot(m_globalAxisTransform);
     attachToRoot(m_overlayCamera);
+    // Kept: exactly the scene is shown after loading; what the secondary mask shows stays.
     m_displayMask = 0;
     setDisplayMask(KrRenderTypes::SceneContent, true, false);
     return true;
@@ -269,27 +284,34 @@ osg::ref_ptr<osg::Group> KrSGWindow::getNode() const
 void KrSGWindow::deleteContents()
 {
     releaseGLObjects();
+    // Their scene objects go with the children of the root, below.
     m_lights.clear();
     if (m_sceneRoot.valid() && m_sceneRoot->getNumChildren() > 0) {
         m_sceneRoot->removeChildren(0, m_sceneRoot->getNumChildren());
     }
+    // Whatever comes next is a new scene: everything is applied to it once more.
     m_dirtyFlags |= DirtyAll;
 }
 
 bool KrSGWindow::closeWindow()
 {
+    // Another context may be the client's current one, and stays so.
     const KrContextRestorer restorer(this);
     {
         const KrGuestFrame guest(*this);
         const std::shared_ptr<KrClientState> client = KrContextWindow::clientStateOf(m_graphicsWindow);
         releaseGLObjects();
+        // Through the virtual table: subclasses forget their system, too.
         deleteContents();
+        // Kept: a window that is opened again draws into itself.
         m_viewerAttributes &= ~std::uint32_t(OffScreen);
         if (m_inputHandler.valid()) {
+            // A client may hold the handler longer than the scene lives.
             m_inputHandler->setNode(nullptr);
         }
         releaseViewer();
         m_sceneRoot = nullptr;
+        // Kept: after the viewer and the root.
         KrSGTexture::removeTexturesFromContext(this);
         // Within a frame: whoever draws it does not get at the context any more.
         if (client && isInitialized() && getImpl()->isCurrent()) {
@@ -304,6 +326,7 @@ bool KrSGWindow::closeWindow()
 void KrSGWindow::releaseGLObjects()
 {
     osg::State* const state = m_graphicsWindow.valid() ? m_graphicsWindow->getState() : nullptr;
+    // Never opened, or closed: there are no names to release.
     if (!m_viewer || !state) {
         return;
     }
@@ -320,6 +343,7 @@ void KrSGWindow::releaseNames(osg::State& state) const
     if (m_sceneRoot.valid()) {
         m_sceneRoot->releaseGLObjects(&state);
     }
+    // The fixed nodes may hang in no scene at the moment.
     if (m_tempGroup.valid()) {
         m_tempGroup->releaseGLObjects(&state);
     }

@@ -22,6 +22,7 @@
 namespace
 {
 
+// Kept: pixels, as the overlay's units are.
 constexpr float kOverlayTextSize = 30.0f;
 
 /// Keeps its distance from the window's upper edge.
@@ -50,10 +51,12 @@ private:
 void KrSGWindow::loadLight(const KrLightParameters& lightParameters)
 {
     const KrXmlVectorType<KrLight>& list = lightParameters.lights();
+    // Kept: the count has 16 bits.
     const std::uint16_t count = static_cast<std::uint16_t>(list.size());
     // Surplus lights' scene objects stay where they are.
     m_lights.resize(count);
     for (std::uint16_t i = 0; i < count; ++i) {
+        // Kept: a light's number is its place in the list.
         m_lights[i].setLightPara(list[i], i);
     }
     m_dirtyFlags |= DirtyLights;
@@ -75,8 +78,10 @@ void KrSGWindow::setLights()
 {
     const KrVector eye = m_visualizationParameters.povParameters().eyepoint();
     for (KrLightProperties& light : m_lights) {
+        // Before `setGL`: headlights have moved when they are applied.
         light.setAtEye(eye.data());
         const osg::ref_ptr<osg::LightSource> source = light.setGL();
+        // Kept: only the call that makes a source gives it out.
         if (source.valid() && m_sceneRoot.valid()) {
             m_sceneRoot->addChild(source);
         }
@@ -95,6 +100,7 @@ void KrSGWindow::setLights()
 
 void KrSGWindow::setBackgroundColor(const KrColor& color)
 {
+    // Recorded for a window that opens later, which takes it from there.
     KrWindow::setBackgroundColor(color);
     if (isInitialized() && m_viewer.valid()) {
         m_viewer->getCamera()->setClearColor(osg::Vec4f(KrRenderTypes::ec2osg(color)));
@@ -151,13 +157,16 @@ void KrSGWindow::setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& mark
     }
     const KrGUIObjectParameters& gui = m_visualizationParameters.GUIObjectParameters();
     osg::MatrixTransform* transform = nullptr;
+    // Kept: one of the two exactly; both bits together are refused.
     if (marker == KrRenderTypes::GlobalAxisMarker) {
         const double s = gui.globalAxisScale();
         transform = m_globalAxisTransform;
+        // Scaled in its own frame, then placed.
         transform->setMatrix(osg::Matrixd::scale(s, s, s) * matrix);
     } else if (marker == KrRenderTypes::CenterOfInterestMarker) {
         const double s = gui.centerOfInterestScale();
         osg::Matrixd scaled = osg::Matrixd::scale(s, s, s);
+        // Kept: a sphere has no rotation to show.
         scaled.setTrans(matrix.getTrans());
         transform = m_coiTransform;
         transform->setMatrix(scaled);
@@ -166,6 +175,7 @@ void KrSGWindow::setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& mark
         return;
     }
     transform->dirtyBound();
+    // Kept: a marker that is placed is shown.
     setDisplayMask(marker, true, true);
 }
 
@@ -178,6 +188,7 @@ bool KrSGWindow::setImageBuffer(const KrImage& image, bool swapBuffers)
         return false;
     }
     if (image.width() != windowWidth() || image.height() != windowHeight()) {
+        // Kept: the window takes the picture's size, so that a pixel of one is a pixel of the other.
         setWindowSize(image.width(), image.height());
     }
     if (!m_viewer && !init()) {
@@ -187,6 +198,7 @@ bool KrSGWindow::setImageBuffer(const KrImage& image, bool swapBuffers)
     // it, too.
     static thread_local KrSGTexture texture;
     texture.loadFromImage(image, KrTextureParameters());
+    // Kept: the attribute tells whether the quad was made already.
     if (!(m_viewerAttributes & Orthographic)) {
         createImageQuad(texture);
     } else if (m_imageQuad.valid()) {
@@ -202,6 +214,7 @@ void KrSGWindow::createImageQuad(const KrSGTexture& texture)
     m_viewerAttributes &= ~std::uint32_t(Lighting);
     KrPovParameters pov;
     pov.setCenterOfInterest(KrVector(0.0, 0.0, 0.0));
+    // Kept, though the quad does not take part in it.
     pov.setEyepoint(KrVector(-1.0, 0.0, 0.0));
     pov.setUp(KrVector(0.0, 1.0, 0.0));
     setPovParameters(pov);
@@ -213,6 +226,7 @@ void KrSGWindow::createImageQuad(const KrSGTexture& texture)
     corners->push_back(osg::Vec3(0.0f, 1.0f, 0.0f));
     const osg::ref_ptr<osg::Geometry> quad = new osg::Geometry;
     quad->setVertexArray(corners);
+    // Kept: the same array twice; places and texture coordinates are equal.
     quad->setTexCoordArray(0, corners);
     // Without a colour of its own the picture would be multiplied by a material left from before.
     const osg::ref_ptr<osg::Vec4Array> white = new osg::Vec4Array(1);
@@ -222,6 +236,7 @@ void KrSGWindow::createImageQuad(const KrSGTexture& texture)
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
     geode->setName("Image Texture Quad");
     geode->addDrawable(quad);
+    // Of the texture that all windows share: a new picture needs no new quad.
     geode->setStateSet(texture.getState());
 
     // Seen from (-1, 0, 0) the quad lies edge-on: it takes no part in the point of view.

@@ -32,6 +32,7 @@ namespace
 
 constexpr osg::StateAttribute::GLModeValue kOn = osg::StateAttribute::ON;
 constexpr osg::StateAttribute::GLModeValue kOnOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
+// Kept: off overrides what shapes say of themselves, and on leaves it to them.
 constexpr osg::StateAttribute::GLModeValue kOffOverride = osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE;
 
 /// The scene graph does not dispatch an array again that lies at the address of the last one. Between two frames that
@@ -54,6 +55,7 @@ void resetUnpacking(const osg::State& state)
 
 bool KrSGWindow::renderScene(bool swapBuffers)
 {
+    // A context cannot be drawn with behind a fork, nor on a thread that it does not belong to.
     if (!demandUsable("KrSGWindow::renderScene")) {
         return false;
     }
@@ -70,14 +72,18 @@ bool KrSGWindow::renderScene(bool swapBuffers)
     const osg::ref_ptr<osgViewer::GraphicsWindow> context = m_graphicsWindow;
     {
         const KrGuestVisit visit(KrContextWindow::clientStateOf(context), *this);
+        // Asked for in every frame: a client may have made its framebuffer anew.
         context->setDefaultFboId(getImpl()->defaultFramebuffer());
         resetUnpacking(*context->getState());
+        // Through the virtual table, and with the context current: scenes are loaded here.
         updateScene();
         KrRenderStages::compileInFrame(*viewer);
         const osg::ref_ptr<DrawCallback> callback = m_drawCallback;
+        // `updateScene` may have called somebody who closed the window.
         if (m_viewer == viewer && callback.valid()) {
             callback->render(viewer);
         } else if (m_viewer == viewer) {
+            // Kept: that time means the viewer's own clock.
             viewer->frame(DBL_MAX);
         }
         if (m_viewer == viewer && context->getState()) {
@@ -90,6 +96,7 @@ bool KrSGWindow::renderScene(bool swapBuffers)
     if (m_viewer == viewer && closeWithContext()) {
         return false;
     }
+    // After the client's state is back: what is shown is the window's business.
     if (swapBuffers) {
         this->swapBuffers();
     }
@@ -98,6 +105,7 @@ bool KrSGWindow::renderScene(bool swapBuffers)
 
 bool KrSGWindow::updateScene()
 {
+    // A frame without changes applies nothing; lights that follow the eye change with the point of view.
     if (!isInitialized() || !m_viewer || m_dirtyFlags == 0) {
         return true;
     }
@@ -107,6 +115,7 @@ bool KrSGWindow::updateScene()
     if (m_dirtyFlags & DirtyAxisScale) {
         KrRenderAxis::scaleAxis(m_visualizationParameters.GUIObjectParameters().axisScale());
     }
+    // The attribute decides the projection, though it sets another bit than the lens does.
     const bool orthographicChanged =
         (m_dirtyFlags & DirtyAttributes) && ((m_viewerAttributes & Orthographic) != 0) != m_appliedOrthographic;
     if ((m_dirtyFlags & DirtyProjection) || orthographicChanged) {
@@ -115,8 +124,10 @@ bool KrSGWindow::updateScene()
     if (m_dirtyFlags & DirtyAttributes) {
         applyViewerAttributes();
     }
+    // Kept: whenever anything has changed, behind the attributes.
     setLights();
     m_viewer->getCamera()->setCullMask(m_displayMask | m_secondaryDisplayMask);
+    // Kept: all of them, those too that are for subclasses, which read them before.
     m_dirtyFlags = 0;
     return true;
 }
@@ -134,6 +145,7 @@ void KrSGWindow::updateProjection()
     double near = 0.0;
     double far = 0.0;
     clippingPlanes(pov.viewingDistance(), near, far);
+    // A camera that was given by its numbers has no field of view to take them from.
     if (m_intrinsics) {
         camera->setProjectionMatrix(m_intrinsics->projection(near, far));
         return;
@@ -145,6 +157,7 @@ void KrSGWindow::updateProjection()
 
 void KrSGWindow::clippingPlanes(double distance, double& near, double& far) const
 {
+    // Kept: the near plane of the render parameters has no part in it.
     near = std::max(0.001, 0.125 * distance);
     far = std::max(2.0 * distance, m_visualizationParameters.renderParameters().farClipping());
 }
@@ -161,6 +174,7 @@ void KrSGWindow::applyViewerAttributes()
     states->setMode(GL_LIGHTING, isOn(Lighting) ? kOn : kOffOverride);
     states->setTextureMode(0, GL_TEXTURE_2D, isOn(Texturing) ? kOn : kOffOverride);
 
+    // Kept: made when it is first asked for; switched off, it stays and says so.
     auto* polygonMode = static_cast<osg::PolygonMode*>(states->getAttribute(StateAttribute::POLYGONMODE));
     if (isOn(Wireframe)) {
         polygonMode = new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::LINE);
@@ -179,6 +193,7 @@ void KrSGWindow::applyViewerAttributes()
     if (isOn(CullBackFaces)) {
         states->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK), kOnOverride);
     } else {
+        // Kept: off without override, so that a shape may cull for itself.
         states->setMode(GL_CULL_FACE, StateAttribute::OFF);
     }
 }
@@ -189,6 +204,7 @@ bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags)
         return false;
     }
     osg::ref_ptr<DrawCallback> previous = getDrawCallback();
+    // Kept: told, and then replaced.
     if (previous.valid()) {
         Kr::Print::instance()->write(Kr::Print::Error, "Capturing image with a callback already in place.\n");
     }
@@ -209,6 +225,7 @@ bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags, 
     if (!renderSceneAndCaptureImage(frame, flags)) {
         return false;
     }
+    // Blocks are cut out of ordinary storage.
     if (flags & CaptureFlipped) {
         frame.flippedToOrdinary();
     }

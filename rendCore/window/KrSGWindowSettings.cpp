@@ -15,6 +15,7 @@
 
 bool KrSGWindow::setCameraIntrinsics(const KrCameraIntrinsics& intrinsics)
 {
+    // Checked where they enter: a frame divides by these numbers.
     if (!intrinsics.isValid()) {
         Kr::Print::instance()->write(
             Kr::Print::Warning,
@@ -37,6 +38,7 @@ void KrSGWindow::clearCameraIntrinsics()
 bool KrSGWindow::setWindowSize(unsigned int width, unsigned int height)
 {
     const bool resized = KrWindow::setWindowSize(width, height);
+    // Kept: 1 where there is no ratio.
     const bool isFlat = width == 0 || height == 0;
     setAspectRatio(isFlat ? 1.0 : static_cast<double>(width) / static_cast<double>(height));
     if (isInitialized() && resized && m_graphicsWindow.valid()) {
@@ -49,6 +51,7 @@ void KrSGWindow::resizeGraphicsWindow()
 {
     const int width = surfaceWidth();
     const int height = surfaceHeight();
+    // Both: the queue is for handlers of events, the context for the viewer's cameras.
     m_graphicsWindow->getEventQueue()->windowResize(windowX(), windowY(), width, height,
                                                     osg::Timer::instance()->time_s());
     m_graphicsWindow->resized(windowX(), windowY(), width, height);
@@ -66,6 +69,7 @@ bool KrSGWindow::setOffScreenRendering(bool on)
                                                                 : osg::Camera::FRAME_BUFFER);
         refreshRenderTarget();
     }
+    // Kept: a window that draws off screen is hidden, and shown when it does not.
     setHideWindow(on);
     return true;
 }
@@ -88,9 +92,11 @@ bool KrSGWindow::getOffScreenRendering() const
 
 void KrSGWindow::setDisplayMask(unsigned int mask, bool on, bool secondary)
 {
+    // Markers are in the secondary mask, so that loading a scene leaves them as they are.
     std::uint32_t& chosen = secondary ? m_secondaryDisplayMask : m_displayMask;
     chosen = on ? chosen | mask : chosen & ~mask;
     if (m_viewer.valid()) {
+        // At once and not with the next update: masks are no dirty flag.
         m_viewer->getCamera()->setCullMask(m_displayMask | m_secondaryDisplayMask);
     }
 }
@@ -118,6 +124,7 @@ unsigned int KrSGWindow::viewerAttribute() const
 
 bool KrSGWindow::stereoOn() const
 {
+    // Kept: only told. Nothing here draws in stereo.
     return getStereoSupported() && (m_viewerAttributes & Stereo) != 0;
 }
 
@@ -137,6 +144,7 @@ bool KrSGWindow::setVisualizationParameters(const KrVisualizationParameters& par
     m_visualizationParameters = parameters;
     if (m_inputHandler.valid()) {
         const KrPovParameters& pov = parameters.povParameters();
+        // Home is where the parameters look from, whatever the camera does afterwards.
         m_inputHandler->setHomePosition(KrRenderTypes::ec2osg(pov.eyepoint()),
                                         KrRenderTypes::ec2osg(pov.centerOfInterest()), KrRenderTypes::ec2osg(pov.up()),
                                         false);
@@ -168,6 +176,7 @@ bool KrSGWindow::loadRenderParameters(const KrRenderParameters& parameters)
 {
     if (parameters.isAutoClipping()) {
         KrRenderParameters automatic(parameters);
+        // Kept: stored, though only the far plane is looked at.
         automatic.setNearClipping(0.01);
         automatic.setFarClipping(2.0 * m_visualizationParameters.povParameters().viewingDistance());
         m_visualizationParameters.setRenderParameters(automatic);
@@ -181,6 +190,7 @@ bool KrSGWindow::loadRenderParameters(const KrRenderParameters& parameters)
 
 void KrSGWindow::setInputHandler(KrSGBaseInputHandler* handler)
 {
+    // Kept: the viewer is told also when the handler is the same.
     if (m_inputHandler != handler) {
         m_inputHandler = handler;
     }

@@ -12,9 +12,11 @@ void KrEmptyTiles::operator()(osg::RenderInfo& renderInfo) const
         return;
     }
     const osg::Vec4& color = renderInfo.getCurrentCamera()->getClearColor();
+    // The frame before may have masked a channel.
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     state->haveAppliedAttribute(osg::StateAttribute::COLORMASK);
     glClearColor(color.r(), color.g(), color.b(), color.a());
+    // Clearing knows no viewport.
     state->applyMode(GL_SCISSOR_TEST, true);
     for (const Area& area : areas) {
         glScissor(area.x, area.y, area.width, area.height);
@@ -29,6 +31,7 @@ void KrOverlayOnce::operator()(osg::Node* node, osg::NodeVisitor* visitor)
     const osg::Camera* const camera = cull && cull->getRenderStage() ? cull->getRenderStage()->getCamera() : nullptr;
     const osg::View* const view = camera ? camera->getView() : nullptr;
     const unsigned int numSlaves = view ? view->getNumSlaves() : 0;
+    // The last view is drawn last, so that nothing is drawn over the overlay.
     if (numSlaves == 0 || view->getSlave(numSlaves - 1)._camera == camera) {
         traverse(node, visitor);
     }

@@ -29,15 +29,18 @@ bool KrTiledCapture::preRender(osgViewer::Viewer* viewer)
 bool KrTiledCapture::postRender(osgViewer::Viewer* viewer)
 {
     for (const Tile& tile : m_tiles) {
+        // An image that stays attached would be read in every later frame.
         tile.stage->attach(buffer(), nullptr);
     }
     if (!KrCapturedImage::allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height), m_isDepth)) {
         return false;
     }
+    // Places without a view look as the empty tiles of the window do.
     fill(viewer->getCamera()->getClearColor());
     for (const Tile& tile : m_tiles) {
         paste(tile);
     }
+    // From here on it is a frame like any other: flipping and depths are the base's.
     m_isDone = ImageCaptureDrawCallback::postRender(viewer) && m_target->sizeInBytes() > 0;
     return m_isDone;
 }
@@ -49,9 +52,11 @@ void KrTiledCapture::attach(osg::Camera& camera, osgViewer::Viewer& viewer)
     if (!stage || !viewport) {
         return;
     }
+    // Before `attach`, which a later set-up would undo.
     KrRenderStages::setUp(*stage, camera, viewer);
     Tile tile;
     tile.stage = stage;
+    // One for each view: a stage reads what its own camera has drawn.
     const osg::ref_ptr<KrCapturedImage> image = new KrCapturedImage;
     image->setContext(camera.getGraphicsContext() ? camera.getGraphicsContext()->getState() : nullptr);
     tile.image = image;
@@ -69,6 +74,7 @@ void KrTiledCapture::fill(const osg::Vec4& color)
 {
     unsigned char* out = m_sceneImage->data();
     if (m_isDepth) {
+        // All ones is the farthest depth.
         std::memset(out, 0xFF, m_sceneImage->getTotalSizeInBytes());
         return;
     }

@@ -13,6 +13,7 @@ namespace
 /// Up for a line of sight (length 1) that the wanted up is parallel to.
 osg::Vec3d otherUp(const osg::Vec3d& look)
 {
+    // z where the view is not along it, else y: one of the two is far from parallel.
     return std::abs(look.z()) < 0.9 ? osg::Vec3d(0.0, 0.0, 1.0) : osg::Vec3d(0.0, 1.0, 0.0);
 }
 
@@ -33,13 +34,16 @@ bool KrViewPlacement::lookAt(const KrVector& from, const KrVector& to, const KrV
     osg::Vec3d up = KrRenderTypes::ec2osg(upward);
     up.normalize();
     const double distance = look.normalize();
+    // Eye and centre in one place look nowhere; the matrix stays as it is.
     if (!(distance > 0.0) || !std::isfinite(distance)) {
         return false;
     }
     constexpr double kParallel = 1e-9; // rad
+    // Written so that NaN is replaced as well; an up of no length gives 0.
     if (!((look ^ up).length() > kParallel)) {
         up = otherUp(look);
     }
+    // A metre ahead, however far the centre is.
     worldToCamera = osg::Matrixd::lookAt(eye, eye + look, up);
     return true;
 }
@@ -47,6 +51,7 @@ bool KrViewPlacement::lookAt(const KrVector& from, const KrVector& to, const KrV
 osg::Matrixd KrViewPlacement::projection(double fieldOfView, unsigned int width, unsigned int height, double near,
                                          double far)
 {
+    // As the main camera's, but for the size of the picture.
     const double top = std::tan(0.5 * fieldOfView) * near;
     const double right = top * width / height;
     return osg::Matrixd::frustum(-right, right, -top, top, near, far);

@@ -13,10 +13,12 @@
 namespace
 {
 
+// The scene graph's images count their bytes in 32 bits.
 constexpr std::uint64_t kMostBytes = 0x7fffffff;
 
 } // namespace
 
+// Divided, not multiplied: no product can overflow.
 bool KrCapturedImage::canHold(int width, int height, unsigned int bytesPerPixel)
 {
     return width >= 0 && height >= 0 &&
@@ -40,6 +42,7 @@ bool KrCapturedImage::allocate(osg::Image& image, int width, int height, bool is
     } catch (const std::bad_alloc&) {
         // Told below.
     }
+    // Empty, so that nobody takes the frame before for this one.
     image.setImage(0, 0, 0, 0, 0, 0, nullptr, osg::Image::NO_DELETE);
     Kr::Print::instance()->write(
         Kr::Print::Warning, "KrCapturedImage::allocate - no memory for a frame of %d x %d pixels.\n", width, height);
@@ -48,6 +51,7 @@ bool KrCapturedImage::allocate(osg::Image& image, int width, int height, bool is
 
 void KrCapturedImage::readPixels(int x, int y, int width, int height, GLenum pixelFormat, GLenum type, int packing)
 {
+    // A render stage says where to read and not in which context: `setContext` has.
     const KrPixelTransferGuard guard(*osg::GLExtensions::Get(m_contextId, true), packing);
     osg::Image::readPixels(x, y, width, height, pixelFormat, type, packing);
 }

@@ -11,6 +11,7 @@ KrContextWindow::KrContextWindow(Traits* traits, KrWindow& window, Release relea
     , m_window(&window)
     , m_release(std::move(release))
 {
+    // Only a client's context has a state of the client's to keep.
     if (dynamic_cast<KrExternalWindowImpl*>(window.getImpl())) {
         m_clientState = std::make_shared<KrClientState>();
     }
@@ -26,6 +27,8 @@ KrContextWindow::~KrContextWindow()
 
 bool KrContextWindow::makeCurrentImplementation()
 {
+    // The viewer asks for it whenever it releases something: in a place where the window
+    // cannot be used nothing happens.
     return m_window != nullptr && m_window->isUsableHere() && m_window->makeCurrent();
 }
 
@@ -41,9 +44,11 @@ bool KrContextWindow::releaseContextImplementation()
 
 void KrContextWindow::closeImplementation()
 {
+    // While there is a state, and with it a context: what is released later would be another one's.
     if (m_window && getState()) {
         m_release(*getState());
     }
+    // Closed for good: a window that opens again makes a new one of these.
     m_window = nullptr;
 }
 

@@ -29,6 +29,7 @@ bool isCameras(const osgUtil::RenderLeaf* leaf, const osg::Matrixd& camera)
 
 const osg::RefMatrix* find(osgUtil::RenderBin& bin, const osg::Matrixd& camera)
 {
+    // Sorted bins have their leaves in a list, the others below their state graphs.
     for (const osgUtil::RenderLeaf* leaf : bin.getRenderLeafList()) {
         if (isCameras(leaf, camera)) {
             return leaf->_projection;
@@ -41,6 +42,7 @@ const osg::RefMatrix* find(osgUtil::RenderBin& bin, const osg::Matrixd& camera)
             }
         }
     }
+    // One leaf of this camera is enough: the planes are fitted for all of them.
     for (const auto& numbered : bin.getRenderBinList()) {
         if (const osg::RefMatrix* const found = find(*numbered.second, camera)) {
             return found;
@@ -54,6 +56,7 @@ const osg::RefMatrix* find(osgUtil::RenderBin& bin, const osg::Matrixd& camera)
 osg::Matrixd KrDrawnProjection::of(osgUtil::RenderBin& bin, const osg::Matrixd& camera)
 {
     const osg::RefMatrix* const drawn = find(bin, camera);
+    // Nothing drawn, nothing fitted.
     return drawn ? osg::Matrixd(*drawn) : camera;
 }
 

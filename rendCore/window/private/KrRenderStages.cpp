@@ -10,6 +10,7 @@ namespace
 void compileInFrame(osg::Camera& camera)
 {
     if (auto* const renderer = dynamic_cast<osgViewer::Renderer*>(camera.getRenderer())) {
+        // A new scene sets it again: so this is said before every frame.
         renderer->setCompileOnNextDraw(false);
     }
 }
@@ -19,6 +20,7 @@ void compileInFrame(osg::Camera& camera)
 osgUtil::RenderStage* KrRenderStages::of(osg::Camera& camera)
 {
     auto* const renderer = dynamic_cast<osgViewer::Renderer*>(camera.getRenderer());
+    // The first of the two: a viewer on one thread draws with no other.
     osgUtil::SceneView* const sceneView = renderer ? renderer->getSceneView(0) : nullptr;
     return sceneView ? sceneView->getRenderStage() : nullptr;
 }
@@ -37,6 +39,7 @@ void KrRenderStages::setUp(osgUtil::RenderStage& stage, osg::Camera& camera, osg
     if (!state || isSetUp) {
         return;
     }
+    // The set-up asks the driver for framebuffer objects, and before a first frame nobody has asked what it can.
     state->initializeExtensionProcs();
     stage.setViewport(camera.getViewport());
     stage.setCamera(&camera);

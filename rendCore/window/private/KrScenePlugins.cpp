@@ -26,6 +26,7 @@ public:
     std::string findDataFile(const std::string& name, const osgDB::Options* options,
                              osgDB::CaseSensitivity sensitivity) override
     {
+        // Data files are the client's business.
         return m_before ? m_before->findDataFile(name, options, sensitivity)
                         : osgDB::FindFileCallback::findDataFile(name, options, sensitivity);
     }
@@ -33,6 +34,7 @@ public:
                                 osgDB::CaseSensitivity sensitivity) override
     {
         const std::string found = m_before ? m_before->findLibraryFile(name, options, sensitivity) : name;
+        // What the client's own look-up names by a whole path is taken at its word.
         if (fs::path(found).is_absolute()) {
             return found;
         }
@@ -42,6 +44,7 @@ public:
             for (const std::string& file : {name, simple}) {
                 const fs::path candidate = fs::path(folder) / file;
                 std::error_code error;
+                // A relative folder in the list would mean another one wherever the program runs.
                 if (fs::path(folder).is_absolute() && fs::is_regular_file(candidate, error)) {
                     return candidate.string();
                 }
@@ -62,6 +65,7 @@ void KrScenePlugins::useAbsoluteFoldersOnly()
     const std::lock_guard<std::mutex> lock(s_mutex);
     osgDB::Registry* const registry = osgDB::Registry::instance();
     osgDB::FindFileCallback* const current = registry->getFindFileCallback();
+    // A client may have set its own since: it is taken in, and asked first.
     if (!dynamic_cast<AbsoluteFolders*>(current)) {
         registry->setFindFileCallback(new AbsoluteFolders(current));
     }
