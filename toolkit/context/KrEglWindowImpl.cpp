@@ -143,6 +143,7 @@ Drawable createPbuffer(EGLDisplay display, EGLConfig config, unsigned int width,
     return drawable;
 }
 
+// GBM has no pbuffers; a surface that is never shown does the same.
 Drawable createGbmSurface(const KrEglPlatform& platform, EGLConfig config, unsigned int width, unsigned int height)
 {
     // The format of the buffers has to be the config's, or EGL refuses the surface.
@@ -276,6 +277,7 @@ private:
         return true;
     }
 
+    // A driver may have OpenGL ES alone.
     bool hasDesktopOpenGl() const
     {
         const char* apis = eglQueryString(m_open->platform.display, EGL_CLIENT_APIS);
@@ -310,6 +312,7 @@ private:
         return true;
     }
 
+    // The size is asked about before the surface is made.
     bool createSurface()
     {
         if (!isDrawable()) {
@@ -457,6 +460,7 @@ bool KrEglWindowImpl::isOpen() const
     return m_private->open && !KrForkGuard::isForked();
 }
 
+// What was current before stays current, unless it was this window's context.
 void KrEglWindowImpl::close()
 {
     if (KrForkGuard::isForked()) {

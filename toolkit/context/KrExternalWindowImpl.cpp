@@ -88,11 +88,13 @@ KrExternalWindowImpl::KrExternalWindowImpl(Callbacks callbacks)
 {
 }
 
+// Compared with the other window's before sharing is tried.
 const char* KrExternalWindowImpl::kind() const
 {
     return "external";
 }
 
+// Opens nothing: it checks that the client's context will do, and says why where it will not.
 bool KrExternalWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWindowReport& report)
 {
     KrWindowReport::Attempt attempt;
@@ -147,6 +149,7 @@ bool KrExternalWindowImpl::isOpen() const
     return m_open;
 }
 
+// The context is the client's and stays.
 void KrExternalWindowImpl::close()
 {
     m_open = false;
@@ -208,6 +211,7 @@ bool KrExternalWindowImpl::setTitle(const std::string&)
     return m_open;
 }
 
+// As it was when the window opened; a context does not change in that.
 bool KrExternalWindowImpl::isStereoSupported() const
 {
     return m_open && m_stereo;

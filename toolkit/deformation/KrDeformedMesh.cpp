@@ -85,6 +85,7 @@ const std::vector<KrVector>& KrDeformationPhysicalExtent::normals() const
     return m_normals;
 }
 
+// Once for any number of changes since it was last asked for.
 void KrDeformationPhysicalExtent::recompute() const
 {
     if (!m_isUpToDate) {
@@ -94,6 +95,7 @@ void KrDeformationPhysicalExtent::recompute() const
     }
 }
 
+// Each vertex is the weighted sum of its places in the neutral mesh and in the poses.
 void KrDeformationPhysicalExtent::blendPoints() const
 {
     // The vector keeps its memory: this runs in every frame in which a pose moves.
@@ -146,6 +148,7 @@ void KrDeformationPhysicalExtent::addCornerNormals(const KrDeformationGroup& gro
     }
 }
 
+// Of the whole triangles, as if nothing were cut, so that a cut leaves no seam in the shading.
 void KrDeformationPhysicalExtent::computeNormals() const
 {
     m_normals.resize(std::size_t(m_numMeshNormals) + m_cutNormals.size());

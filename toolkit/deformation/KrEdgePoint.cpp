@@ -1,5 +1,6 @@
 #include <toolkit/deformation/KrEdgePoint.h>
 
+// The share with all its digits: a point that moved would tear a cut open.
 void KrXmlPlain<KrEdgePoint>::append(std::string& out, const KrEdgePoint& value)
 {
     KrXmlText::append(out, value.a());

@@ -29,6 +29,7 @@ KrSurfaceStroke::KrSurfaceStroke(const std::vector<KrPlanarVector>& points, cons
 {
 }
 
+// Asked when a stroke is added and when one is read, in the same words.
 std::string KrSurfaceStroke::problem() const
 {
     const bool areFinite = std::all_of(m_points.begin(), m_points.end(), [](const KrPlanarVector& point) {

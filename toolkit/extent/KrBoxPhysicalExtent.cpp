@@ -28,5 +28,6 @@ bool KrBoxPhysicalExtent::validate(KrXmlRefusal& refusal) const
 
 boost::shared_ptr<KrTriPhysicalExtent> KrBoxPhysicalExtent::makeTriangles() const
 {
+    // Null where more than one edge is 0.
     return KrPrimitiveMesh::box(m_size, m_materialName.value());
 }

@@ -30,5 +30,6 @@ bool KrCapsulePhysicalExtent::validate(KrXmlRefusal& refusal) const
 
 boost::shared_ptr<KrTriPhysicalExtent> KrCapsulePhysicalExtent::makeTriangles() const
 {
+    // A length of 0 gives a ball.
     return KrPrimitiveMesh::capsule(m_radius, m_length, m_materialName.value());
 }

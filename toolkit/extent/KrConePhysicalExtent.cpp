@@ -28,6 +28,7 @@ void KrConePhysicalExtent::registerComponents()
 
 bool KrConePhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
+    // Radii of 0 are allowed: a tip is one. That not both are is left to the triangles.
     return checkLength(refusal, "bottom radius", m_bottomRadius) && checkLength(refusal, "top radius", m_topRadius) &&
            checkLength(refusal, "length", m_length);
 }

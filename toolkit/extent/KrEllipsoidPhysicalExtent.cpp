@@ -4,6 +4,7 @@
 #include <toolkit/extent/private/KrPrimitiveMesh.h>
 
 KrEllipsoidPhysicalExtent::KrEllipsoidPhysicalExtent(const KrVector& semiAxes)
+    // A constructor cannot refuse, so a size that is none becomes 0 there.
     : m_semiAxes(checkedSizes("KrEllipsoidPhysicalExtent::KrEllipsoidPhysicalExtent", semiAxes))
 {
 }
@@ -27,5 +28,6 @@ bool KrEllipsoidPhysicalExtent::validate(KrXmlRefusal& refusal) const
 
 boost::shared_ptr<KrTriPhysicalExtent> KrEllipsoidPhysicalExtent::makeTriangles() const
 {
+    // Null where one of them is 0: such a body has no surface.
     return KrPrimitiveMesh::ellipsoid(m_semiAxes, m_materialName.value());
 }

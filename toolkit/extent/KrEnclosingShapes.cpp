@@ -49,6 +49,7 @@ boost::shared_ptr<KrTriPhysicalExtent> trianglesAround(const KrCapsulePhysicalEx
 
 /// A solid whose triangles enclose what it encloses, and have the look of what is computed.
 template <typename Solid>
+// Looks like the solid in documents and to users; only its triangles are larger.
 class Enclosing : public Solid
 {
 public:
@@ -287,6 +288,7 @@ ExtentPointer capsuleOrBoxOf(const std::vector<KrVector>& points, const KrTriPhy
     return result;
 }
 
+// Coarsest first, as levels of detail are numbered.
 std::vector<ExtentPointer> makeSimple(const std::vector<KrVector>& points, const KrTriPhysicalExtent& mesh)
 {
     Slabs aligned;
@@ -312,6 +314,7 @@ const char* KrEnclosingShapes::materialName()
     return "boundingVolume";
 }
 
+// A translucent orange, through which the enclosed shape is seen.
 const KrDataMap& KrEnclosingShapes::look()
 {
     static const KrDataMap s_look = KrDataMap::material(KrColor(0.95, 0.55, 0.1, 0.3));

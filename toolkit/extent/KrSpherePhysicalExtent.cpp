@@ -4,6 +4,7 @@
 #include <toolkit/extent/private/KrPrimitiveMesh.h>
 
 KrSpherePhysicalExtent::KrSpherePhysicalExtent(double radius)
+    // A constructor cannot refuse, so a size that is none becomes 0 there.
     : m_radius(checkedSizes("KrSpherePhysicalExtent::KrSpherePhysicalExtent", {radius, 0.0, 0.0}).x())
 {
 }
@@ -26,5 +27,6 @@ bool KrSpherePhysicalExtent::validate(KrXmlRefusal& refusal) const
 
 boost::shared_ptr<KrTriPhysicalExtent> KrSpherePhysicalExtent::makeTriangles() const
 {
+    // Null for a radius of 0, which has no surface.
     return KrPrimitiveMesh::ellipsoid(KrVector(m_radius, m_radius, m_radius), m_materialName.value());
 }

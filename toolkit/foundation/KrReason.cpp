@@ -12,6 +12,7 @@ KrLastMessage& KrLastMessage::ofThread()
     return t_message;
 }
 
+// Messages before this one are no reason of what follows.
 KrReason::KrReason()
     : m_numBefore(KrLastMessage::ofThread().number)
 {

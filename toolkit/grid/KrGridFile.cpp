@@ -83,6 +83,7 @@ std::string inQuotes(const std::string& text, std::size_t longest = Kr::Limits::
 }
 
 // The size is asked before memory is.
+// The whole file: headers name places anywhere in it.
 std::string loadFile(const std::string& path)
 {
     std::error_code error;
@@ -130,6 +131,7 @@ std::vector<double> numbers(const std::string& text, std::size_t count, const ch
 }
 
 /// Refuses before anything of that size is made.
+/// Sizes from a file, less one along each axis where they count corners.
 void setCounts(Field& field, const std::vector<double>& sizes, double lessEach)
 {
     double product = 1.0;
@@ -325,6 +327,7 @@ enum class Encoding
     Gzip
 };
 
+// bzip2 and hexadecimal digits, which the format knows too, are not read.
 Encoding nrrdEncoding(const std::string& name)
 {
     static const std::map<std::string, Encoding> encodings = {{"raw", Encoding::Raw},   {"text", Encoding::Text},
@@ -451,6 +454,7 @@ std::string besidePath(const std::string& headerPath, const std::string& name)
     return (std::filesystem::path(headerPath).parent_path() / relative).string();
 }
 
+// The header first; it says where the data are and how large they must be.
 Field readNrrd(const std::string& path, std::string_view content)
 {
     const Header header = nrrdHeader(content);
@@ -600,6 +604,7 @@ bool KrGridFile::read(const std::string& path, KrGridPhysicalExtent& grid)
     return reason.empty();
 }
 
+// Without a message: who reads a document tells the reason at its own place.
 std::string KrGridFile::tryRead(const std::string& path, KrGridPhysicalExtent& grid)
 {
     try {

@@ -101,6 +101,7 @@ bool decodeBase64(const std::string& text, std::string& bytes)
 }
 
 // The size is asked before memory is. Only a regular file has one; a pipe or a device is refused.
+// False for whatever reason: the caller's message covers them all.
 bool loadBytes(const std::filesystem::path& path, std::string& bytes)
 {
     std::error_code error;
@@ -138,6 +139,7 @@ void warn(const char* method, const std::string& reason)
 
 } // namespace
 
+// Values may stand in the document as numbers or bytes, or in a file beside it.
 bool KrGridPhysicalExtent::Values::read(KrXmlReader& reader)
 {
     std::string encoding, file, type;
@@ -251,6 +253,7 @@ void KrGridPhysicalExtent::setLookupTable(const KrXmlVectorVector& colors)
     touch();
 }
 
+// All at once, for who draws the field.
 void KrGridPhysicalExtent::layout(double& dataScale, KrVector& minimum, KrVector& maximum, KrVector& dimensions,
                                   KrVector& inflection) const
 {

@@ -73,6 +73,7 @@ void reverseRows(Bytes& pixels, std::size_t rowBytes, std::size_t rows)
 
 /// What `work` returns, or the reason of its exception.
 template <typename Work>
+// Libraries and containers may run out of memory at any point; a picture that does not fit is one message.
 std::string withoutExceptions(Work work)
 {
     try {
@@ -121,6 +122,7 @@ bool KrImage::flippedToOrdinary()
     return true;
 }
 
+// Only of the ordinary rows; a flipped picture has none until they are made.
 bool KrImage::getSubimage(const KrImageBlock& block, KrImage& out) const
 {
     // Written so that no sum can wrap around.

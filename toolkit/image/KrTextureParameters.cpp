@@ -1,5 +1,6 @@
 #include <toolkit/image/KrTextureParameters.h>
 
+// Whether a texture could be used for the other; pixels are not part of it.
 bool operator==(const KrTextureParameters& a, const KrTextureParameters& b)
 {
     return a.m_textureType == b.m_textureType && a.m_applyType == b.m_applyType && a.m_minFilter == b.m_minFilter &&

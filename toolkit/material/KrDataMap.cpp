@@ -234,6 +234,7 @@ KrXmlToken KrDataMap::token() const
     return {KrXmlNamespace::core(), "dataMap"};
 }
 
+// Values of three types, each with its key; which keys there are is not the map's to say.
 void KrDataMap::writeSchemaContent(KrXmlSchema& schema) const
 {
     schema.keyedValues();

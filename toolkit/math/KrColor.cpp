@@ -19,6 +19,7 @@ bool KrColor::xmlInit()
     return true;
 }
 
+// From 0 to 1: numbers up to 255, as other programs write them, are refused rather than clamped.
 bool KrColor::read(KrXmlReader& reader)
 {
     std::string content;

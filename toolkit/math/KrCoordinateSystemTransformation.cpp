@@ -60,6 +60,7 @@ bool isRotation(const double (&r)[3][3])
 }
 
 /// Reads exactly `numbers.size()` finite numbers.
+/// Infinity and NaN pass KrXmlText, since other values have a use for them; poses have none.
 bool readNumbers(KrXmlReader& reader, std::vector<double>& numbers)
 {
     std::string content;
@@ -87,6 +88,7 @@ bool writeNumbers(KrXmlWriter& writer, const KrXmlToken& token, const double* nu
     return writer.beginElement(token) && writer.text(text) && writer.endElement();
 }
 
+// In metres, as every length in a document.
 bool readTranslation(KrXmlReader& reader, KrCoordinateSystemTransformation& pose)
 {
     std::vector<double> numbers(3);
@@ -124,6 +126,7 @@ void KrCoordinateSystemTransformation::setToIdentity()
     setRotation({1.0, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0});
 }
 
+// Bit for bit: a pose that is nearly the identity is applied like any other.
 bool KrCoordinateSystemTransformation::isIdentity() const
 {
     return *this == KrCoordinateSystemTransformation();
@@ -196,6 +199,7 @@ void KrCoordinateSystemTransformation::setRollPitchYaw(double roll, double pitch
                  -sp, cp * sr, cp * cr});
 }
 
+// The axis may have any length; by the right hand, in rad.
 void KrCoordinateSystemTransformation::setAxisAngle(const KrVector& axis, double angle)
 {
     KrVector unit = axis;
@@ -221,6 +225,7 @@ void KrCoordinateSystemTransformation::assign16(double* entries) const
     entries[15] = 1.0;
 }
 
+// Refused without a message: the caller knows where the numbers come from.
 bool KrCoordinateSystemTransformation::setFrom16(const double* entries)
 {
     // Taken out first and assigned last: refused numbers leave the pose as it was. The bottom row is not looked at.
@@ -253,6 +258,7 @@ KrVector KrCoordinateSystemTransformation::transformDirection(const KrVector& d)
     return result;
 }
 
+// Exact for rotations; isRotation() has kept everything else out.
 KrCoordinateSystemTransformation KrCoordinateSystemTransformation::inverse() const
 {
     KrCoordinateSystemTransformation result;
@@ -266,6 +272,7 @@ KrCoordinateSystemTransformation KrCoordinateSystemTransformation::inverse() con
     return result;
 }
 
+// Frames that meet stand side by side: parent from middle, middle from child.
 KrCoordinateSystemTransformation operator*(const KrCoordinateSystemTransformation& parentFromMiddle,
                                            const KrCoordinateSystemTransformation& middleFromChild)
 {

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+// A quaternion turns without scaling only when its length is 1.
 void KrOrientation::normalize()
 {
     // std::hypot neither overflows nor loses small components. Written so that NaN gives the identity too.

@@ -21,6 +21,7 @@ bool KrPixel::read(KrXmlReader& reader)
     std::string_view rest = content;
     unsigned int x = 0;
     unsigned int y = 0;
+    // Whole numbers from 0: nothing lies left of the first column or above the first row.
     if (!KrXmlText::take(rest, x) || !KrXmlText::take(rest, y) || !KrXmlText::atEnd(rest)) {
         return reader.fail("\"%.80s\" are not two whole numbers of pixels", content.c_str());
     }

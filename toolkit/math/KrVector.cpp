@@ -23,6 +23,7 @@ bool KrVector::isFinite() const
     return std::isfinite(x()) && std::isfinite(y()) && std::isfinite(z());
 }
 
+// One text with blanks between the numbers, as lists of vectors are written.
 void KrXmlPlain<KrVector>::append(std::string& out, const KrVector& value)
 {
     KrXmlText::append(out, value.x());

@@ -19,6 +19,7 @@ bool KrXmlVector::read(KrXmlReader& reader)
     std::string_view rest = content;
     // Assigned only when all three are there: a refused text leaves the value as it was.
     KrVector value;
+    // Finiteness is for the object that the vector belongs to: some have a meaning for infinity.
     if (!KrXmlPlain<KrVector>::take(rest, value) || !KrXmlText::atEnd(rest)) {
         return reader.fail("\"%.80s\" are not three numbers", content.c_str());
     }
@@ -40,5 +41,6 @@ KrXmlToken KrXmlVector::token() const
 
 void KrXmlVector::writeSchemaContent(KrXmlSchema& schema) const
 {
+    // A list has no length in the schema; that there are three is checked by `read`.
     schema.list(KrXmlSchema::TextType::Real);
 }

@@ -38,6 +38,7 @@ KrManipulatorLink& KrManipulatorLink::operator=(const KrManipulatorLink& other)
     return *this = KrManipulatorLink(other);
 }
 
+// Member by member: the default would free the child links before `other`, which may be one of them, is read.
 KrManipulatorLink& KrManipulatorLink::operator=(KrManipulatorLink&& other) noexcept
 {
     if (this == &other) {
@@ -101,6 +102,7 @@ boost::shared_ptr<KrShape> KrManipulatorLink::shapePointer(unsigned int i) const
     return i < m_shapes.size() ? m_shapes[i].pointer() : boost::shared_ptr<KrShape>();
 }
 
+// An empty pointer keeps its place, as a file may have it; numbers of later shapes count it.
 void KrManipulatorLink::addShape(const boost::shared_ptr<KrShape>& shape)
 {
     if (shape) {
@@ -168,5 +170,6 @@ void KrManipulatorLink::registerComponents()
     registerComponent({uri, "deformable"}, m_deformable, Presence::Optional);
     registerComponent({uri, "shapes"}, m_shapes, Presence::Optional);
     registerComponent({uri, "collisionShapes"}, m_collisionShapes, Presence::Optional);
+    // By children and not by a component: reading and writing then take them without recursion.
     registerChildren({uri, "childLinks"}, m_childLinks);
 }

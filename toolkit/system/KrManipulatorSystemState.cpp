@@ -15,6 +15,7 @@ KrManipulatorSystemState& KrManipulatorSystemState::operator=(const KrManipulato
 KrManipulatorSystemState& KrManipulatorSystemState::operator=(KrManipulatorSystemState&& other) noexcept = default;
 KrManipulatorSystemState::~KrManipulatorSystemState() = default;
 
+// In seconds, from whatever beginning the application has.
 bool KrManipulatorSystemState::setTime(double time)
 {
     return Kr::NumberCheck::areFinite("KrManipulatorSystemState::setTime", {time}) && (m_time = time, true);

@@ -18,6 +18,7 @@ KrPositionState& KrPositionState::operator=(const KrPositionState& other) = defa
 KrPositionState& KrPositionState::operator=(KrPositionState&& other) noexcept = default;
 KrPositionState::~KrPositionState() = default;
 
+// From the manipulator's frame to the world's; refused alike with the poses of joints.
 bool KrPositionState::setBaseTransformation(const KrCoordinateSystemTransformation& base)
 {
     return base.checkPose("KrPositionState::setBaseTransformation") && (m_base = base, true);

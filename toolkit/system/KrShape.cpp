@@ -28,6 +28,7 @@ KrShape::KrShape(const boost::shared_ptr<KrBasePhysicalExtent>& extent)
     m_extent.set(extent);
 }
 
+// What was computed is another extent's now.
 void KrShape::setPhysicalExtent(const boost::shared_ptr<KrBasePhysicalExtent>& extent)
 {
     m_extent.set(extent);
@@ -127,6 +128,7 @@ void KrShape::boundingVolumes(std::vector<const KrShape*>& list, unsigned int le
     }
 }
 
+// Kept behind a pointer that copies share, so that a copied shape computes nothing anew.
 const KrShape::Computed& KrShape::computed() const
 {
     const boost::shared_ptr<KrBasePhysicalExtent>& extent = m_extent.pointer();
@@ -169,5 +171,6 @@ void KrShape::registerComponents()
     const std::string& uri = KrXmlNamespace::system();
     registerComponent({uri, "number"}, m_number, Presence::Optional);
     registerComponent({uri, "physicalExtent"}, m_extent, Presence::Optional);
+    // Only those that were added: what is computed is made again when it is asked for.
     registerComponent({uri, "boundingVolumes"}, m_boundingVolumes, Presence::Optional);
 }

@@ -72,6 +72,7 @@ void fitState(const KrManipulatorSystem& system, KrManipulatorSystemState& state
 }
 
 /// Null when no link has that joint index.
+/// Walks to the link: a system keeps no list of them, since a client may change it at any time.
 const KrManipulatorLink* linkAt(const KrIndividualManipulator& manipulator, std::uint32_t index)
 {
     // The base link is the manipulator itself and has no joint.
@@ -110,6 +111,7 @@ KrStatedSystem::LinkAnswer refuseLinkId(const char* method, const KrManipulatorS
     return isThere ? KrStatedSystem::LinkAnswer::NoLink : KrStatedSystem::LinkAnswer::NoManipulator;
 }
 
+// One message for all that a position may be refused for.
 bool refuseJoint(unsigned int manipulator, const std::string& joint, const char* reason)
 {
     Kr::Print::instance()->write(Kr::Print::Warning,
@@ -169,6 +171,7 @@ void KrStatedSystem::systemChanged()
     becomeNew();
 }
 
+// All of it or nothing: a state that fits by half would tear manipulators apart.
 bool KrStatedSystem::setSystemState(const KrManipulatorSystemState& state)
 {
     const std::string reason = whyNoState(m_system, state);
@@ -245,6 +248,7 @@ std::vector<std::uint32_t> KrStatedSystem::linksByName(unsigned int manipulator,
     return found;
 }
 
+// Refused keys are told here, once, and not by every window that would look for the shape.
 bool KrStatedSystem::addChangedShape(const KrShapeStateCacheKey& key)
 {
     if (shapeByKey(key) == nullptr) {
@@ -271,6 +275,7 @@ void KrStatedSystem::clearSelection()
     m_selectionChanged = true;
 }
 
+// For selecting and deselecting alike; `method` names the one that is called.
 KrStatedSystem::LinkAnswer KrStatedSystem::findLink(const char* method, unsigned int manipulator,
                                                     const std::string& name, std::uint32_t& link) const
 {
@@ -342,6 +347,7 @@ KrStatedSystem::LinkAnswer KrStatedSystem::deselectLink(unsigned int manipulator
     return LinkAnswer::Done;
 }
 
+// Kept: the name says transparency, the value is an opacity; 1 hides nothing. Documents and clients have it so.
 bool KrStatedSystem::setTransparency(double transparency)
 {
     if (!isShare(transparency)) {
@@ -379,6 +385,7 @@ void KrStatedSystem::registerComponents()
     registerComponent({uri, "transparency"}, m_transparency, Presence::Optional);
 }
 
+// What a document says has to fit together as what a client sets has to.
 bool KrStatedSystem::validate(KrXmlRefusal& refusal) const
 {
     if (!isShare(transparency())) {

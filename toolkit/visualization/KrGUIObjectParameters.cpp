@@ -9,6 +9,7 @@ namespace
 {
 
 // Written so that NaN fails too.
+// 0 is allowed: such a marker is not seen.
 bool isLength(double length)
 {
     return length >= 0.0 && std::isfinite(length);

@@ -44,6 +44,7 @@ bool KrRenderParameters::setFarClipping(double distance)
     return isDistance("setFarClipping", distance) && (m_farClipping = distance, true);
 }
 
+// Refused as a whole where one of the four channels is outside 0 to 1.
 bool KrRenderParameters::setBackgroundColor(const KrColor& color)
 {
     return Kr::NumberCheck::areShares("KrRenderParameters::setBackgroundColor",

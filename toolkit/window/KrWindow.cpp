@@ -184,6 +184,7 @@ bool KrWindow::setWindowSizeAndPos(unsigned int width, unsigned int height, int 
     return setWindowPos(x, y, true) && isSized;
 }
 
+// A title that cannot be shown is no failure: the name is the window's own.
 void KrWindow::setName(const std::string& name)
 {
     m_name = name;
@@ -214,6 +215,7 @@ bool KrWindow::getTopMost() const
     return m_topMost;
 }
 
+// Hiding changes what is drawn into, so it is for the window's own thread.
 bool KrWindow::setHideWindow(bool hide)
 {
     if (m_initialized && !demandUsable("KrWindow::setHideWindow")) {
@@ -259,6 +261,7 @@ bool KrWindow::share(KrWindow* window)
     return true;
 }
 
+// What came of sharing; getShareWindow() is what was asked for.
 std::vector<KrWindow*> KrWindow::getShare() const
 {
     // Only an open window is in a group; the group lists its open members.
@@ -299,6 +302,7 @@ bool KrWindow::makeCurrent()
     return true;
 }
 
+// True also when nothing was open: the window is closed afterwards, which is what was asked for.
 bool KrWindow::closeWindow()
 {
     if (!m_initialized) {
@@ -320,6 +324,7 @@ bool KrWindow::closeWindow()
     return true;
 }
 
+// A given implementation is used for good, until another one is given, or null.
 void KrWindow::setImpl(std::unique_ptr<KrWindowImpl> impl)
 {
     // The old implementation's context must go before the object that knows how to destroy it.

@@ -51,6 +51,7 @@ KrXmlCompoundType::KrXmlCompoundType(const KrXmlCompoundType&) noexcept = defaul
 KrXmlCompoundType& KrXmlCompoundType::operator=(const KrXmlCompoundType&) = default;
 
 /// Asked for anew each time: kept in every object, the tokens would be most of what a link weighs.
+/// The list is the thread's own, so objects can be read in several threads at once.
 KrXmlCompoundType::Components KrXmlCompoundType::components() const
 {
     Components result;
@@ -205,6 +206,7 @@ bool KrXmlCompoundType::completeRead(KrXmlReader&)
     return true;
 }
 
+// For classes whose values depend on each other.
 bool KrXmlCompoundType::validate(KrXmlRefusal&) const
 {
     return true;
@@ -278,6 +280,7 @@ void KrXmlCompoundType::countShared(KrXmlWriter& writer) const
     }
 }
 
+// Children have the list's own element; its type repeats the class.
 void KrXmlCompoundType::writeSchemaContent(KrXmlSchema& schema) const
 {
     const Components all = components();

@@ -68,6 +68,7 @@ private:
 };
 
 /// Writes everything; false with errno set.
+/// Nothing is given up half-way: a document is written to its end or fails.
 bool writeAll(int descriptor, const char* data, std::size_t size)
 {
     while (size > 0) {
@@ -128,6 +129,7 @@ private:
 /// Reads the document that `open` opens into a new object first, so that `object` is as it was when even the end of the
 /// document is bad.
 template <typename Open>
+// One way for files, streams, buffers and sockets.
 bool readDocument(KrXmlObject& object, Open open)
 {
     KrXmlReader reader;
@@ -158,6 +160,7 @@ enum class Outcome
     Refused       ///< one message has told why
 };
 
+// Into a stream that is told apart from the object: only the caller can name it in a message.
 Outcome writeDocument(const KrXmlObject& object, std::ostream& stream)
 {
     try {
@@ -237,6 +240,7 @@ bool KrXmlObject::readFile(const std::string& path)
     return readDocument(*this, [&path](KrXmlReader& reader) { return reader.openFile(path); });
 }
 
+// A file is replaced when the document is whole; until then the old one stays.
 bool KrXmlObject::writeFile(const std::string& path) const
 {
     if (isSpecialFile(path)) {
@@ -283,6 +287,7 @@ bool KrXmlObject::writeBuffer(std::string& out) const
     return true;
 }
 
+// Reads to the end of the stream: a socket carries one document.
 bool KrXmlObject::readSocket(int descriptor)
 {
     return readDocument(*this, [=](KrXmlReader& reader) { return reader.openDescriptor(descriptor, "socket"); });

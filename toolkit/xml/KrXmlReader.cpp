@@ -94,6 +94,7 @@ long readStream(std::istream& stream, char* data, std::size_t size)
 using Attributes = std::vector<std::pair<std::string, std::string>>;
 
 /// One thing that the parser saw. Names belong to the parser's dictionary.
+/// Kept in a queue, since one piece of input may hold many.
 struct Event
 {
     enum class Kind
@@ -186,6 +187,7 @@ void KrXmlReader::Private::guarded(Work work)
     }
 }
 
+// Every event knows its line, for messages that come when the parser is further on.
 void KrXmlReader::Private::push(Event event)
 {
     // There is progress: only markup without an event is counted.
@@ -194,6 +196,7 @@ void KrXmlReader::Private::push(Event event)
     events.push_back(std::move(event));
 }
 
+// Queued like everything else: what stands before the trouble is still read, and refused first if it is wrong.
 void KrXmlReader::Private::trouble(const std::string& reason)
 {
     Event event;
@@ -444,6 +447,7 @@ bool KrXmlReader::openStream(std::istream& stream, const std::string& name)
     return m_private->open([&stream](char* data, std::size_t size) { return readStream(stream, data, size); }, name);
 }
 
+// The bytes are borrowed until reading is over.
 bool KrXmlReader::openBuffer(const char* data, std::size_t size, const std::string& name)
 {
     return m_private->open(
@@ -481,6 +485,7 @@ const KrXmlToken& KrXmlReader::element() const
     return m_private->current.token;
 }
 
+// The value stays as it is when there is none.
 bool KrXmlReader::attribute(const char* name, std::string& value) const
 {
     // An element has a handful of them, so they are searched one by one.
@@ -493,6 +498,7 @@ bool KrXmlReader::attribute(const char* name, std::string& value) const
     return false;
 }
 
+// From here on nextChild() is about the children of the current element.
 void KrXmlReader::enter()
 {
     m_private->levels.push_back(m_private->current);
@@ -526,12 +532,14 @@ bool KrXmlReader::nextChild()
     return false;
 }
 
+// White space is kept: only the caller knows whether it means something.
 bool KrXmlReader::text(std::string& out)
 {
     out.clear();
     return !m_private->hasFailed && m_private->leaveElement(&out);
 }
 
+// Text that may hold what XML cannot is written percent-encoded, and says so.
 bool KrXmlReader::string(std::string& out)
 {
     std::string encoding;
@@ -593,6 +601,7 @@ void KrXmlReader::keepShared(const std::string& id, const boost::shared_ptr<KrXm
     m_private->sharedObjects[id] = object;
 }
 
+// Null for an id that has not been read yet, or never will be.
 boost::shared_ptr<KrXmlObject> KrXmlReader::shared(const std::string& id) const
 {
     const auto found = m_private->sharedObjects.find(id);

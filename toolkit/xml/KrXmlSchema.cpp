@@ -106,6 +106,7 @@ std::string KrXmlSchema::typeText(TextType type) const
     return type == TextType::Real ? ours(kRealName) : standardType(type);
 }
 
+// Definitions are put after each other; their order does not matter to a schema.
 void KrXmlSchema::complexType(const std::string& content)
 {
     m_definitions += "<xs:complexType name=\"" + m_currentName + "\">" + content + "</xs:complexType>\n";
@@ -130,6 +131,7 @@ void KrXmlSchema::list(TextType type)
                      "\"/></xs:simpleType>\n";
 }
 
+// The text of such an element is numbers, or bytes in base64, or nothing where a file holds them.
 void KrXmlSchema::numbersOrBytes()
 {
     // The text needs a name of its own: a complex type cannot have a union inside.
@@ -181,6 +183,7 @@ void KrXmlSchema::foreignChildren(const std::vector<Child>& children)
         "</xs:sequence>");
 }
 
+// Any number of one element, in the document's order.
 void KrXmlSchema::repeated(const KrXmlToken& token, const KrXmlObject& prototype)
 {
     const std::string item = isTarget(token) ? element(token, prototype, " minOccurs=\"0\" maxOccurs=\"unbounded\"")

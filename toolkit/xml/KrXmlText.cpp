@@ -17,6 +17,7 @@ bool isSpace(char c)
     return c == ' ' || c == '\n' || c == '\t' || c == '\r';
 }
 
+// The four characters that XML counts as white space.
 void dropSpace(std::string_view& text)
 {
     std::size_t start = 0;
@@ -93,6 +94,7 @@ bool takeNumber(std::string_view& text, T& value)
 }
 
 template <typename T>
+// As takeNumber, with the special values "inf", "-inf" and "nan".
 bool takeReal(std::string_view& text, T& value)
 {
     dropSpace(text);
@@ -135,6 +137,7 @@ void KrXmlText::append(std::string& out, unsigned char value)
     appendNumber(out, static_cast<unsigned int>(value));
 }
 
+// Of the spellings that are read, the one that people understand.
 void KrXmlText::append(std::string& out, bool value)
 {
     out += value ? "true" : "false";

@@ -58,6 +58,7 @@ bool isXmlText(const std::string& text)
 
 struct KrXmlWriter::Private
 {
+    // Of each open element: what its children inherit, and whether its end tag stands on a line of its own.
     struct Level
     {
         std::string defaultNamespace;
@@ -211,6 +212,7 @@ bool KrXmlWriter::beginElement(const KrXmlToken& token)
     return ok;
 }
 
+// Right behind beginElement only, before text or children.
 bool KrXmlWriter::attribute(const char* name, std::string_view value)
 {
     if (m_private->hasFailed) {
@@ -223,6 +225,7 @@ bool KrXmlWriter::attribute(const char* name, std::string_view value)
     return m_private->check(xmlTextWriterWriteAttribute(m_private->writer.get(), xml(name), xml(text.c_str())));
 }
 
+// A refused text stops the document: one with a gap would be read as something else.
 bool KrXmlWriter::text(std::string_view value)
 {
     std::string piece;
@@ -265,6 +268,7 @@ bool KrXmlWriter::endElement()
     return m_private->check(xmlTextWriterEndElement(m_private->writer.get()));
 }
 
+// True only when the last byte has been taken by the stream.
 bool KrXmlWriter::finish()
 {
     if (!m_private->hasFailed) {
@@ -314,6 +318,7 @@ bool KrXmlWriter::isOpen(const void* object) const
     return m_private->open.count(object) != 0;
 }
 
+// Set while an object is being written, by who follows pointers.
 void KrXmlWriter::setOpen(const void* object, bool isOpen)
 {
     if (isOpen) {

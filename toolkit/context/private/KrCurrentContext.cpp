@@ -23,6 +23,7 @@ KrCurrentContext::KrCurrentContext()
     }
 }
 
+// What is current already is left alone: switching flushes.
 void KrCurrentContext::restore() const
 {
     // Contexts of the parent must not be touched in a forked process.
@@ -52,6 +53,7 @@ void KrCurrentContext::restore() const
     }
 }
 
+// Surfaces are compared too: a client may have gone on to another one of the same context.
 bool KrCurrentContext::isStillCurrent() const
 {
     const KrCurrentContext now;

@@ -126,6 +126,7 @@ void KrGlxWindow::setTitle(const std::string& title) const
                     reinterpret_cast<const unsigned char*>(title.data()), static_cast<int>(title.size()));
 }
 
+// As the conventions of window managers have it (EWMH, _NET_WM_STATE).
 bool KrGlxWindow::setTopMost(bool topMost, bool isMapped) const
 {
     const Atom state = atom("_NET_WM_STATE");
@@ -150,6 +151,7 @@ bool KrGlxWindow::setTopMost(bool topMost, bool isMapped) const
     return trap.isClean();
 }
 
+// Waits until the window is there, since drawing begins right after.
 bool KrGlxWindow::show() const
 {
     KrXErrorTrap trap(display());
@@ -169,6 +171,7 @@ bool KrGlxWindow::show() const
     return trap.isClean(); // a minimised window is as good as a visible one
 }
 
+// Waits for the window manager's answer; the size that a client reads afterwards is the real one.
 bool KrGlxWindow::resizeWindow(unsigned int pixelWidth, unsigned int pixelHeight) const
 {
     KrXErrorTrap trap(display());

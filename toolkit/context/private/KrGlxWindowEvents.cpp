@@ -59,9 +59,11 @@ void KrGlxWindow::readEvents()
     }
 }
 
+// States are noted whether anybody listens or not; events are only told to listeners.
 void KrGlxWindow::readEvent(XEvent& event)
 {
     switch (event.type) {
+    // Xlib keeps the keyboard's mapping and has to be told when it changes.
     case MappingNotify:
         XRefreshKeyboardMapping(&event.xmapping);
         break;
@@ -139,6 +141,7 @@ void KrGlxWindow::tellResize(const XConfigureEvent& event)
     tell(told);
 }
 
+// Keys are told as X names them (keysyms), which are the same on every keyboard.
 void KrGlxWindow::tellKey(XKeyEvent& event)
 {
     KeySym symbol = NoSymbol;

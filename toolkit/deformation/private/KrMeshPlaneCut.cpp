@@ -231,6 +231,7 @@ std::uint32_t KrMeshPlaneCut::vertexBetween(std::uint32_t low, std::uint32_t hig
 }
 
 // The vertex is part of the key: two edges may have normals of the same numbers and cross at different shares.
+// Equal normals at both ends need no third one.
 std::uint32_t KrMeshPlaneCut::normalBetween(std::uint32_t low, std::uint32_t high, std::uint32_t vertex, double t)
 {
     if (low == high) {
@@ -298,6 +299,7 @@ void KrMeshPlaneCut::noteRim(const Polygon& below)
 }
 
 /// Takes one closed outline out of the rim; false when it does not close.
+/// Each place has one way on, since outlines that touch were refused before.
 bool KrMeshPlaneCut::takeLoop(Polygon& loop)
 {
     const PlaceKey start = m_rim.begin()->first;

@@ -132,6 +132,7 @@ Points insidePoints(const std::vector<KrVector>& points, const RoundFrame& frame
 /// The faces of the hull of `points`, all triangles. None where rounding defeats it.
 ///
 /// A hull that has kMostCandidates vertices is left at that: points may be outside of it.
+/// Empty for fewer points than a body has, too.
 Faces hullOf(const Points& points)
 {
     /// The library prints, when it goes, what nobody has taken.
@@ -174,6 +175,7 @@ Faces hullOf(const Points& points)
 }
 
 /// The corners of `faces`, each once.
+/// Points inside the hull are of no more use.
 Points cornersOf(const Faces& faces, const Points& points)
 {
     // Sorted, so that the hull does not depend on the order of its faces.
@@ -300,6 +302,7 @@ bool makeHull(const Points& points, Points& hull, Faces& faces)
 }
 
 /// What encloses everything: the ends of the frame's axes.
+/// For lines, and where rounding defeats the hull: something that encloses there always is.
 void makeBox(Points& hull, Faces& faces)
 {
     hull.clear();

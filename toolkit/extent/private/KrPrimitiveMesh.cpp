@@ -305,6 +305,7 @@ void addFace(Mesh& mesh, const Face& face)
 
 } // namespace
 
+// A ball that is stretched: its vertices by the axes, its normals by their inverses.
 boost::shared_ptr<KrTriPhysicalExtent> KrPrimitiveMesh::ellipsoid(const KrVector& semiAxes,
                                                                   const std::string& groupName)
 {

@@ -17,6 +17,7 @@ bool judge(const char* method, std::initializer_list<double> values, const char*
     if (std::all_of(values.begin(), values.end(), isGood)) {
         return true;
     }
+    // All values: a message with one of three coordinates would not help.
     std::string list;
     for (const double value : values) {
         char text[32];

@@ -40,6 +40,7 @@ std::size_t KrText::utf8Length(std::string_view text)
     return isOverlong || isSurrogate || isTooHigh ? 0 : length;
 }
 
+// Character by character: a text is UTF-8 when all of it is.
 bool KrText::isUtf8(std::string_view text)
 {
     while (!text.empty()) {

@@ -23,6 +23,7 @@ KrGLArrayState::ArrayLayout KrGLArrayState::readLayout(const ArrayNames& names)
     return layout;
 }
 
+// The same call serves arrays in memory and in buffers: what the pointer means depends on the buffer that is bound.
 void KrGLArrayState::applyLayout(GLenum array, const ArrayLayout& layout)
 {
     // A pointer call takes the buffer that is bound at that moment. Where the buffer has been deleted, the old pointer

@@ -20,6 +20,7 @@ void KrGLStateTraversal::fragments()
         [](const GLdouble* depth) { glClearDepth(*depth); });
     integers(GL_STENCIL_CLEAR_VALUE, Name{0}, [](const GLint* value) { glClearStencil(*value); });
     enumerator(GL_LOGIC_OP_MODE, GL_COPY, [](GLenum mode) { glLogicOp(mode); });
+    // Smaller depth wins in a new context, and depth is written.
     enumerator(GL_DEPTH_FUNC, GL_LESS, [](GLenum function) { glDepthFunc(function); });
     integers(GL_DEPTH_WRITEMASK, Name{1}, [](const GLint* on) { glDepthMask(*on != 0); });
     // Function and reference are set by one call, so they are one item; the function's number is below 2^24 and
@@ -261,6 +262,7 @@ void KrGLStateTraversal::viewports()
         item(
             std::array<GLint, 4>{0, 0, 1, 1}, [=](GLint* v) { glGetIntegeri_v(GL_SCISSOR_BOX, viewport, v); },
             [=](const GLint* v) { glScissorIndexedv(viewport, v); });
+        // The switch belongs to the viewport from 4.1 on.
         flagOf(GL_SCISSOR_TEST, i);
         item(
             std::array<GLdouble, 2>{0.0, 1.0}, [=](GLdouble* v) { glGetDoublei_v(GL_DEPTH_RANGE, viewport, v); },

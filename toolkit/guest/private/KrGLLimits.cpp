@@ -21,6 +21,7 @@ bool hasExtension(const std::string& name)
 
 } // namespace
 
+// Numbers of the fixed pipeline are 0 where a context has none, and its loops then do nothing.
 KrGLLimits KrGLLimits::ofContext()
 {
     KrGLLimits limits;

@@ -198,6 +198,7 @@ private:
 };
 
 /// The size in the frame header, before the library reads anything. False when there is none to be found.
+/// The library would ask for memory by a size that nobody has looked at.
 bool isAllowed(const KrPictureBytes& file, const KrPictureLimits& limits)
 {
     // ITU-T T.81, B.1 and B.2: segments of a marker and a length; the frame header tells height and width.
@@ -215,6 +216,7 @@ bool isAllowed(const KrPictureBytes& file, const KrPictureLimits& limits)
 }
 
 /// Exif 2.3, 4.5.4 and 4.6.4: a TIFF header, then the entries of the first directory. 1 when nothing is told.
+/// Cameras store what they see and tell how they were held.
 unsigned int orientation(const jpeg_decompress_struct& jpeg)
 {
     for (jpeg_saved_marker_ptr marker = jpeg.marker_list; marker; marker = marker->next) {

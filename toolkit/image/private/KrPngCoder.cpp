@@ -127,6 +127,7 @@ private:
     png_infop m_info = nullptr;
 };
 
+// Writes into memory; a file is made of it when it is whole.
 class Writer
 {
 public:

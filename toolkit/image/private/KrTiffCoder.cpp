@@ -127,6 +127,7 @@ struct OptionsDeleter
 };
 
 // The handlers belong to the one file: those of the process would print.
+// Null when the library cannot make sense of the header; the remark then says why.
 UniqueTiff open(Memory& memory, const char* mode)
 {
     const std::unique_ptr<TIFFOpenOptions, OptionsDeleter> options(TIFFOpenOptionsAlloc());
@@ -327,6 +328,7 @@ private:
     bool m_isApart;
 };
 
+// Sample by sample, which keeps 16 and 32 bits until they become bytes here.
 bool readPlain(TIFF* tiff, const Layout& layout, KrPicture& picture)
 {
     PlaneReader reader(tiff, layout, picture);
