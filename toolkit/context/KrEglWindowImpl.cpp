@@ -224,6 +224,7 @@ struct OpenContext
 using UniqueOpenContext = std::unique_ptr<OpenContext>;
 
 /// One attempt to open a context: each step says what failed and what would mend it.
+/// Its object is gone after the attempt; what it opened has an owner of its own.
 class Opening
 {
 public:
@@ -238,6 +239,7 @@ public:
     }
 
     /// The open context, current; null when a step failed. The attempt goes into the report either way.
+    /// Moved out on success; otherwise it goes here, with all that the steps have made.
     UniqueOpenContext run(KrWindowReport& report)
     {
         // For all steps, the destruction of a failed attempt included.
@@ -436,6 +438,7 @@ const char* KrEglWindowImpl::kind() const
     return "EGL";
 }
 
+// On success the context is current when this returns.
 bool KrEglWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWindowReport& report)
 {
     // An object can be opened again.
@@ -455,6 +458,7 @@ bool KrEglWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWind
     return true;
 }
 
+// In a forked process nothing is open: contexts are the parent's.
 bool KrEglWindowImpl::isOpen() const
 {
     return m_private->open && !KrForkGuard::isForked();
@@ -549,6 +553,7 @@ bool KrEglWindowImpl::setTitle(const std::string&)
     return isOpen();
 }
 
+// Pbuffers have one image.
 bool KrEglWindowImpl::isStereoSupported() const
 {
     return false;

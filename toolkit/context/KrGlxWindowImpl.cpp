@@ -38,6 +38,7 @@ const char* KrGlxWindowImpl::kind() const
     return "GLX";
 }
 
+// On success the context is current when this returns.
 bool KrGlxWindowImpl::open(const Settings& settings, KrWindowImpl* share, KrWindowReport& report)
 {
     // An object can be opened again.
@@ -139,6 +140,7 @@ bool KrGlxWindowImpl::setSize(unsigned int width, unsigned int height)
     return makeCurrent();
 }
 
+// In pixels from the screen's upper left corner; the window manager may place the window otherwise.
 bool KrGlxWindowImpl::setPosition(int x, int y)
 {
     if (!isOpen()) {
@@ -223,6 +225,7 @@ bool KrGlxWindowImpl::isLost() const
     return isOpen() && m_private->open->connection->isLost();
 }
 
+// By the window manager, which may refuse; isMinimised() tells what came of it.
 bool KrGlxWindowImpl::minimise()
 {
     // A hidden window is not on the screen, and a lost one nowhere.

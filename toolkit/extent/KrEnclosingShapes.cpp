@@ -68,6 +68,7 @@ protected:
 };
 
 /// What lies between two planes across each of three axes.
+/// A box in the making, along any three axes at right angles.
 struct Slabs
 {
     Axes axes = {KrVector(1, 0, 0), KrVector(0, 1, 0), KrVector(0, 0, 1)};
@@ -89,6 +90,7 @@ struct Slabs
     }
     double size(unsigned int i) const { return high[i] - low[i]; }
     double diagonal() const { return KrVector(size(0), size(1), size(2)).length(); }
+    // What boxes are compared by.
     double volume() const { return size(0) * size(1) * size(2); }
     KrVector center() const
     {
@@ -164,6 +166,7 @@ Axes principalAxes(const KrTriPhysicalExtent& mesh, const KrVector& origin, doub
 ///
 /// The directions are Larsson's ("Fast and tight fitting bounding spheres", 2008); the centre of their ball comes from
 /// Badoiu and Clarkson's iteration: step i moves it a (i + 1)-th of the way to the farthest point.
+/// Not the smallest ball, but close to it, in two passes over the points.
 ExtentPointer sphereOf(const std::vector<KrVector>& points, const KrVector& start, double slack)
 {
     constexpr unsigned int kNumDirections = 13;
@@ -321,6 +324,7 @@ const KrDataMap& KrEnclosingShapes::look()
     return s_look;
 }
 
+// Each once, in the order of the mesh.
 std::vector<KrVector> KrEnclosingShapes::corners(const KrTriPhysicalExtent& mesh)
 {
     // Vertices that no triangle uses are not seen and would only make the shapes larger.

@@ -154,6 +154,7 @@ bool MeshCheck::checkTriangle(const KrTriangle& triangle)
     return true;
 }
 
+// Of a corner: without any normals in the mesh, or with one that has no direction.
 bool MeshCheck::needsNormal(const KrTriangle& triangle, unsigned int corner) const
 {
     // A normal of length 0 is one that is missing.
@@ -197,6 +198,7 @@ bool MeshCheck::completeTriangle(KrTriangle& triangle)
 
 } // namespace
 
+// Of the groups as they are, without the triangles that were left out.
 std::size_t KrTriPhysicalExtent::numTriangles() const
 {
     std::size_t count = 0;
@@ -216,6 +218,7 @@ std::string KrTriPhysicalExtent::groupName(unsigned int i) const
     return i < m_groups.size() ? m_groups[i].first().value() : std::string();
 }
 
+// A material for a group that is not there yet is kept for it.
 void KrTriPhysicalExtent::setMaterial(const std::string& groupName, const KrDataMap& material)
 {
     m_materialMap.set(groupName, material);
@@ -265,6 +268,7 @@ boost::shared_ptr<const KrTriPhysicalExtent> KrTriPhysicalExtent::triExtent() co
 }
 
 boost::shared_ptr<KrTriPhysicalExtent>
+// The checks of setMesh are not repeated: a pose makes no bad mesh of a good one.
 KrTriPhysicalExtent::transformed(const KrCoordinateSystemTransformation& pose) const
 {
     const auto result = boost::make_shared<KrTriPhysicalExtent>();

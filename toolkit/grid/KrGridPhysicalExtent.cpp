@@ -175,6 +175,7 @@ bool KrGridPhysicalExtent::Values::read(KrXmlReader& reader)
                                   : reader.fail("file \"%.200s\" cannot be read or is larger than 1 GiB", file.c_str());
 }
 
+// The number of values is checked with the counts of cells, when both are known.
 bool KrGridPhysicalExtent::Values::readBytes(KrXmlReader& reader, const std::string& bytes, const std::string& type)
 {
     if (bytes.size() % (type == "float32" ? 4 : 8) != 0) {
@@ -289,6 +290,7 @@ void KrGridPhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "lookupTable"}, m_lookupTable, Presence::Optional);
 }
 
+// The same as the setters ask, for what was read.
 bool KrGridPhysicalExtent::validate(KrXmlRefusal& refusal) const
 {
     if (!std::isfinite(m_dataScale.value()) || !m_inflection.value().isFinite() || !areColors(m_lookupTable)) {

@@ -107,6 +107,7 @@ void KrClientState::enter(unsigned int framebuffer)
     m_isEntered = true;
 }
 
+// In the reverse order of `enter`: values first, the client's framebuffers last.
 void KrClientState::leave()
 {
     if (!m_isEntered) {

@@ -13,6 +13,7 @@ namespace
 // Of OpenGL 3.1, which older headers lack.
 constexpr unsigned int kRectangleTexture = 0x84F5; // GL_TEXTURE_RECTANGLE
 
+// 0 is none.
 bool isPowerOf2(unsigned int value)
 {
     return value != 0 && KrGL::powerOf2(value) == value;
@@ -193,11 +194,13 @@ void KrTexture::drawMultiTextureScreenAlignedQuad() const
 }
 
 // 0 is no texture's name.
+// Derived classes that hold a texture have one.
 unsigned int KrTexture::id() const
 {
     return 0;
 }
 
+// For the next load; what OpenGL holds stays as it is.
 void KrTexture::setTextureParameters(const KrTextureParameters& parameters)
 {
     m_parameters = parameters;

@@ -158,6 +158,7 @@ bool KrCoordinateSystemTransformation::checkPose(const char* method) const
     return isGood;
 }
 
+// Unchecked: those who take numbers from outside ask isRotation() before.
 void KrCoordinateSystemTransformation::setRotation(const double (&rowByRow)[9])
 {
     std::copy(rowByRow, rowByRow + 9, &m_rotation[0][0]);
@@ -244,6 +245,7 @@ bool KrCoordinateSystemTransformation::setFrom16(const double* entries)
     return true;
 }
 
+// p' = R p + t, with p as a column.
 KrVector KrCoordinateSystemTransformation::transformPoint(const KrVector& p) const
 {
     return transformDirection(p) + m_translation;
@@ -333,6 +335,7 @@ bool KrCoordinateSystemTransformation::read(KrXmlReader& reader)
     return true;
 }
 
+// A pose that is the identity is an empty element.
 bool KrCoordinateSystemTransformation::write(KrXmlWriter& writer) const
 {
     // What `read` would refuse is not written.

@@ -224,6 +224,7 @@ KrPositionState KrIndividualManipulator::defaultState() const
     return state;
 }
 
+// A state of another size is refused before a position of it is touched.
 bool KrIndividualManipulator::applyMimics(KrPositionState& state) const
 {
     const std::vector<const KrManipulatorLink*> all = links();

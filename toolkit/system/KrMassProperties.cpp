@@ -21,6 +21,7 @@ constexpr double kTolerance = 1e-6;
 constexpr double kLeastThickness = 1e-2;
 
 // Of the order in which descriptions of robots have the six: Ixx Iyy Izz Ixy Ixz Iyz.
+// Symmetric, hence six numbers.
 Eigen::Matrix3d tensor(const std::array<double, 6>& inertia)
 {
     const auto [xx, yy, zz, xy, xz, yz] = inertia;
@@ -71,6 +72,7 @@ KrMassProperties& KrMassProperties::operator=(const KrMassProperties& other) = d
 KrMassProperties& KrMassProperties::operator=(KrMassProperties&& other) noexcept = default;
 KrMassProperties::~KrMassProperties() = default;
 
+// A mass below 0 is kept, like everything that is finite: whyImpossible() tells about it.
 bool KrMassProperties::setMass(double mass)
 {
     if (!Kr::NumberCheck::areFinite("KrMassProperties::setMass", {mass})) {

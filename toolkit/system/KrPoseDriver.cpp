@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+// Names are looked up here, once; every frame then works with numbers.
 KrPoseDriver::KrPoseDriver(const KrManipulatorSystem& system)
 {
     for (unsigned int m = 0; m < system.manipulators().size(); ++m) {
@@ -79,6 +80,7 @@ bool KrPoseDriver::addTracks(const boost::shared_ptr<KrDeformationPhysicalExtent
     return m_tracks.size() != numBefore;
 }
 
+// A joint that a state does not have leaves its poses as they are.
 void KrPoseDriver::drive(const KrManipulatorSystemState& state)
 {
     for (const Track& track : m_tracks) {

@@ -165,6 +165,7 @@ bool KrWindow::setWindowSize(unsigned int width, unsigned int height)
     return true;
 }
 
+// From the upper left corner of the screen, in pixels.
 bool KrWindow::setWindowPos(int x, int y, bool move)
 {
     // With `move` false the position is only noted: the user has moved the window, and it is there already.
@@ -234,6 +235,7 @@ bool KrWindow::getHideWindow() const
     return m_hidden;
 }
 
+// Only for the next `init`: a window's visual cannot be changed.
 void KrWindow::setStereoSupported(bool supported)
 {
     m_stereo = supported;

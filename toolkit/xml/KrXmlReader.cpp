@@ -76,6 +76,7 @@ long readDescriptor(int descriptor, char* data, std::size_t size)
     }
 }
 
+// A stream may be set to throw; nothing may leave through the parser.
 long readStream(std::istream& stream, char* data, std::size_t size)
 {
     try {
@@ -422,6 +423,7 @@ KrXmlReader::KrXmlReader()
 KrXmlReader::~KrXmlReader() = default;
 
 // Any kind of file that can be read, a pipe as well.
+// The file stays open until the reader has another document or goes.
 bool KrXmlReader::openFile(const std::string& path)
 {
     const int opened = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -463,6 +465,7 @@ bool KrXmlReader::openBuffer(const char* data, std::size_t size, const std::stri
         name);
 }
 
+// The descriptor stays the caller's, and open.
 bool KrXmlReader::openDescriptor(int descriptor, const std::string& name)
 {
     return m_private->open(
@@ -558,6 +561,7 @@ bool KrXmlReader::skip()
     return !m_private->hasFailed && m_private->leaveElement(nullptr);
 }
 
+// What stands behind the root must be read for its errors to be found.
 bool KrXmlReader::finish()
 {
     Private& reader = *m_private;
@@ -573,6 +577,7 @@ void KrXmlReader::refuse(const char* reason)
     m_private->report(m_private->current.line, reason);
 }
 
+// After one message; everything that is asked from then on is false.
 bool KrXmlReader::failed() const
 {
     return m_private->hasFailed;

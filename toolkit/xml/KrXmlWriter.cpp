@@ -245,6 +245,7 @@ bool KrXmlWriter::text(std::string_view value)
     return !m_private->hasFailed;
 }
 
+// For texts that may hold anything, file names for example.
 bool KrXmlWriter::string(std::string_view value)
 {
     if (isXmlText(std::string(value)) && value.find('\0') == std::string_view::npos) {
@@ -339,6 +340,7 @@ std::string KrXmlWriter::sharedId(const void* object)
     return place->second;
 }
 
+// Without giving one.
 std::string KrXmlWriter::idOf(const void* object) const
 {
     const auto found = m_private->ids.find(object);

@@ -18,6 +18,7 @@ namespace
 {
 
 // 0 for an attribute that the server does not know.
+// Also for attributes that a server may be too old for.
 int configValue(Display* display, GLXFBConfig config, int attribute)
 {
     int value = 0;
@@ -157,6 +158,7 @@ private:
         return true;
     }
 
+    // With stereo where that is wanted and there is such a configuration.
     bool choose()
     {
         Display* display = m_open->display();

@@ -81,6 +81,7 @@ std::string displayName()
 
 } // namespace
 
+// One connection waits at most; windows that are open at the same time have more.
 std::shared_ptr<KrXConnection> KrXConnection::acquire()
 {
     std::unique_ptr<KrXConnection> connection;
@@ -108,6 +109,7 @@ std::shared_ptr<KrXConnection> KrXConnection::acquire()
     return {connection.release(), release};
 }
 
+// A lost connection is of no use to the next window.
 void KrXConnection::release(KrXConnection* connection)
 {
     std::unique_ptr<KrXConnection> unneeded(connection);

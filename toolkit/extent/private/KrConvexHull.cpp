@@ -193,6 +193,7 @@ Points cornersOf(const Faces& faces, const Points& points)
 }
 
 /// The middle of the surface.
+/// Of the surface and not of the corners, which may lie close together on one side.
 Eigen::Vector3d middleOf(const Faces& faces, const Points& points)
 {
     Eigen::Vector3d middle = Eigen::Vector3d::Zero();
@@ -288,6 +289,7 @@ bool enlarge(Points& hull, const Faces& faces, const Points& points, const Eigen
 }
 
 /// A hull of at most kMostVertices vertices: `hull` and the corners of the faces, in numbers of it.
+/// False where rounding has left no hull, or none that can be enlarged.
 bool makeHull(const Points& points, Points& hull, Faces& faces)
 {
     const Faces whole = hullOf(points);

@@ -162,6 +162,7 @@ std::string KrInputFile::readWhole(const std::string& path, Accept accept, std::
     return file.open(path) && file.readAll(content) ? std::string() : file.reason();
 }
 
+// For formats of lines, so that a file is never in memory as a whole.
 bool KrInputFile::readLine(std::string& line, std::size_t longest)
 {
     std::size_t searched = m_start;

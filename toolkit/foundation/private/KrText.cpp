@@ -13,6 +13,7 @@ bool continues(char c)
 
 } // namespace
 
+// Of the first character in bytes; 0 where there is none.
 std::size_t KrText::utf8Length(std::string_view text)
 {
     if (text.empty()) {
@@ -72,6 +73,7 @@ std::string KrText::utf8(std::string_view text)
     return result;
 }
 
+// For messages and reports: names from files may be long, of several lines, or of no known encoding.
 std::string KrText::oneLine(std::string_view text, std::size_t longest)
 {
     static constexpr std::string_view kLeftOut = "...";

@@ -86,6 +86,7 @@ public:
         }
         // Inside setjmp: it may fail for want of memory.
         jpeg_create_decompress(&m_jpeg);
+        // Borrowed: the library reads from the file's own bytes.
         jpeg_mem_src(&m_jpeg, m_file.data, static_cast<unsigned long>(m_file.size));
         // The orientation of the camera stands in there.
         jpeg_save_markers(&m_jpeg, kExif, 0xFFFF);
@@ -183,6 +184,7 @@ public:
             JSAMPROW row = const_cast<JSAMPROW>(picture.pixels.data() + m_jpeg.next_scanline * rowBytes);
             jpeg_write_scanlines(&m_jpeg, &row, 1);
         }
+        // Writes what is still held back, and the end.
         jpeg_finish_compress(&m_jpeg);
         return true;
     }
@@ -273,6 +275,7 @@ std::string KrJpegCoder::decode(const KrPictureBytes& file, const KrPictureLimit
     }
     const jpeg_decompress_struct& jpeg = reader.jpeg();
     // Again: there are files with a second frame header.
+    // As the library has understood the header, which is what memory is asked for by.
     if (!limits.allow(jpeg.image_width, jpeg.image_height) ||
         std::uint64_t{jpeg.image_width} * jpeg.image_height / kMostPixelsPerByte > file.size) {
         return kTooLarge;

@@ -107,6 +107,7 @@ std::string KrPictureFile::decode(const unsigned char* data, std::size_t size, c
     return "it is no picture that can be read (PNG, JPEG, TIFF, BMP, TGA and PNM are)";
 }
 
+// The extension decides; what the format cannot hold is converted first.
 std::string KrPictureFile::encode(const KrPicture& picture, const std::string& extension, std::string& bytes)
 {
     // In small letters or large ones: ".PNG" is the same format.
@@ -121,6 +122,7 @@ std::string KrPictureFile::encode(const KrPicture& picture, const std::string& e
     return "\"" + extension + "\" is no picture format that can be written";
 }
 
+// For depths: 16 bits are kept as they are, in one channel.
 std::string KrPictureFile::encodeGrey16(const std::uint16_t* samples, unsigned int width, unsigned int height,
                                         std::string& bytes)
 {

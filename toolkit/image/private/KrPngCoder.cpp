@@ -86,11 +86,13 @@ public:
         return true;
     }
 
+    // Before conversions, which may make more of a row than the file has.
     std::size_t storedRowBytes() const { return m_storedRowBytes; } ///< before anything is converted
     std::size_t rowBytes() const { return png_get_rowbytes(m_png, m_info); }
     unsigned int width() const { return png_get_image_width(m_png, m_info); }
     unsigned int height() const { return png_get_image_height(m_png, m_info); }
     unsigned int channels() const { return png_get_channels(m_png, m_info); }
+    // 16 bits a sample come out as two bytes.
     bool isDeep() const { return png_get_bit_depth(m_png, m_info) == 16; }
     std::string reason() const
     {
@@ -245,6 +247,7 @@ std::string KrPngCoder::decode(const KrPictureBytes& file, const KrPictureLimits
 std::string KrPngCoder::encode(const unsigned char* samples, unsigned int width, unsigned int height,
                                unsigned int channels, unsigned int bits, std::string& bytes)
 {
+    // By the number of channels, from 1 to 4.
     constexpr int kTypes[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
                               PNG_COLOR_TYPE_RGB_ALPHA};
     const std::size_t rowBytes = std::size_t{width} * channels * (bits / 8);

@@ -127,10 +127,12 @@ void readMasks(const KrPictureBytes& file, std::size_t headerSize, Bitmap& bitma
     }
 }
 
+// Empty when the header is sound; nothing of the pixels has been looked at then.
 std::string readHeader(const KrPictureBytes& file, const KrPictureLimits& limits, Bitmap& bitmap)
 {
     const std::size_t headerSize = file.little(kFileHeader, 4);
     const bool isCore = headerSize == kCoreHeader;
+    // || Later headers are longer and begin alike; what they add is not asked for, but for the masks.
     if (!isCore && (headerSize < kInfoHeader || headerSize > 256)) {
         return KrPictureSamples::damaged("BMP", "a header of " + std::to_string(headerSize) + " bytes");
     }
@@ -308,6 +310,7 @@ struct Targa
     std::size_t paletteAt;
 };
 
+// Of a pixel or a palette's entry, in bits.
 bool isColourSize(std::uint32_t bits)
 {
     return bits == 15 || bits == 16 || bits == 24 || bits == 32;
@@ -347,6 +350,7 @@ bool isOpacityDenied(const KrPictureBytes& file)
            file.little(extension + 494, 1) < 3;
 }
 
+// From the order in the file, which is blue, green, red.
 Colour colourOf(const unsigned char* from, std::uint32_t bits, bool hasOpacity)
 {
     // Five bits a colour and one for opacity.
@@ -424,6 +428,7 @@ std::string paintRuns(const KrPictureBytes& file, const Targa& targa, TargaPaint
             return kEndsEarly;
         }
         const unsigned int packet = file.data[at++];
+        // A run repeats one pixel; other packets have each.
         const bool isRun = (packet & 0x80u) != 0;
         // Packets may reach over the ends of rows; over the end of the picture they are cut.
         const std::size_t length = std::min<std::size_t>((packet & 0x7Fu) + 1, count - pixel);
@@ -483,6 +488,7 @@ std::string KrBmpCoder::decode(const KrPictureBytes& file, const KrPictureLimits
     if (bitmap.pixelsAt > file.size) {
         return kEndsEarly;
     }
+    // In 64 bits: sizes from the file may not fit into a pointer of 32.
     const std::uint64_t left = file.size - bitmap.pixelsAt;
     const std::uint64_t needed = bitmap.isRunLength() ? 0 : std::uint64_t{bitmap.rowBytes()} * bitmap.height;
     const std::uint64_t pixels = std::uint64_t{bitmap.width} * bitmap.height;
@@ -502,6 +508,7 @@ std::string KrBmpCoder::decode(const KrPictureBytes& file, const KrPictureLimits
         readRows(file, bitmap, read);
     } else {
         for (std::size_t i = 0; i < pixels; ++i) {
+            // What runs jump over has the first colour.
             put(bitmap.palette[0], read.channels, read.pixels.data() + i * read.channels);
         }
         if (!readRuns(file, bitmap, read)) {
@@ -520,6 +527,7 @@ std::string KrBmpCoder::encode(const KrPicture& picture, std::string& bytes)
     const std::size_t padded = (rowBytes + 3) / 4 * 4;
     const std::uint64_t size = kFileHeader + kInfoHeader + std::uint64_t{padded} * picture.height;
     if (size > 0xFFFFFFFFu) {
+        // The format counts its bytes in 32 bits.
         return "no BMP is so large";
     }
     std::string out = "BM";
@@ -597,6 +605,7 @@ std::string KrTgaCoder::decode(const KrPictureBytes& file, const KrPictureLimits
 std::string KrTgaCoder::encode(const KrPicture& picture, std::string& bytes)
 {
     if (picture.width > 0xFFFFu || picture.height > 0xFFFFu) {
+        // The format counts rows and columns in 16 bits.
         return "no TGA is so large";
     }
     std::string out;
@@ -653,6 +662,7 @@ std::string KrPnmCoder::decode(const KrPictureBytes& file, const KrPictureLimits
     read.channels = file.data[1] == '6' ? 3 : 1;
     const unsigned int bytes = largest > 255 ? 2 : 1;
     const std::uint64_t samples = std::uint64_t{width} * height * read.channels;
+    // Pictures that follow the first one in the file are left alone.
     if (file.size - at < samples * bytes) {
         return kEndsEarly;
     }

@@ -224,6 +224,7 @@ bool isBelievable(const Layout& layout, std::uint64_t fileSize, TIFF* tiff)
 }
 
 template <typename Sample>
+// By way of a copy: samples in the library's buffer need not be aligned.
 void convert(const unsigned char* from, std::size_t count, std::size_t step, unsigned char* to)
 {
     for (std::size_t i = 0; i < count; ++i) {
@@ -291,6 +292,7 @@ private:
         }
         return true;
     }
+    // Tile by tile, from left to right and from top to bottom; all have the same size.
     bool readTiles(std::uint16_t plane)
     {
         std::uint32_t width = 0;
@@ -304,6 +306,7 @@ private:
         }
         for (std::uint64_t top = 0; top < m_layout.height; top += height) {
             for (std::uint64_t left = 0; left < m_layout.width; left += width) {
+                // Failures leave the tile undefined, so the picture is given up.
                 if (TIFFReadTile(m_tiff, tile.data(), static_cast<std::uint32_t>(left), static_cast<std::uint32_t>(top),
                                  0, plane) < 0) {
                     return false;
@@ -385,6 +388,7 @@ std::string KrTiffCoder::decode(const KrPictureBytes& file, const KrPictureLimit
     if (!tiff || !readLayout(tiff.get(), layout)) {
         return KrPictureSamples::damaged("TIFF", memory.remark);
     }
+    // Only what is listed there is read, whatever else the library was built with.
     if (mostPerByte(layout.compression) == 0) {
         return "TIFF data of compression " + std::to_string(layout.compression) + " are not read here";
     }
@@ -403,6 +407,7 @@ std::string KrTiffCoder::decode(const KrPictureBytes& file, const KrPictureLimit
     if (!(layout.isPlain() ? readPlain : readConverted)(tiff.get(), layout, read)) {
         return KrPictureSamples::damaged("TIFF", memory.remark);
     }
+    // Last: rows and columns may trade places.
     KrPictureSamples::turnUpright(read, layout.orientation);
     picture = std::move(read);
     return {};
@@ -430,6 +435,7 @@ std::string KrTiffCoder::encode(const KrPicture& picture, std::string& bytes)
             const std::uint16_t opacity = EXTRASAMPLE_UNASSALPHA;
             TIFFSetField(tiff.get(), TIFFTAG_EXTRASAMPLES, 1, &opacity);
         }
+        // Strips of the library's own size, about 8 KiB.
         TIFFSetField(tiff.get(), TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tiff.get(), 0));
     }
     const std::size_t rowBytes = std::size_t{picture.width} * channels;

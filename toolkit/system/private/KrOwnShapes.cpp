@@ -52,6 +52,7 @@ boost::shared_ptr<KrShape> ownCopy(const KrShape& shape)
 
 } // namespace
 
+// False when the link's shapes were its own already, and nothing has changed.
 bool KrOwnShapes::give(KrManipulatorSystem& system, KrManipulatorLink& link)
 {
     bool isAnyShared = false;
