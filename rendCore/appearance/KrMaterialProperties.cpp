@@ -81,6 +81,7 @@ KrMaterialProperties& KrMaterialProperties::operator=(const KrMaterialProperties
     if (this == &other) {
         return *this;
     }
+    // Kept: all but the spare colour.
     setAll(m_ambient, other.m_ambient);
     setAll(m_diffuse, other.m_diffuse);
     setAll(m_specular, other.m_specular);
@@ -160,6 +161,7 @@ void KrMaterialProperties::loadTexture(const KrDataMap& map)
     parameters.setTextureType(GL_TEXTURE_2D);
     if (!m_textureFilename.empty()) {
         // A picture that cannot be read costs the texture only: the colours stand.
+        // OpenGL has the lowest row first.
         m_texture.loadFromFile(m_textureFilename, parameters, KrImage::BottomRowFirst);
     }
 }

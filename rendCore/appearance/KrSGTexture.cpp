@@ -105,6 +105,7 @@ bool KrSGTexture::loadFromFile(const std::string& name, const KrTextureParameter
         m_texture = before;
         return false;
     }
+    // Held for the table alone: reading a file under it would make all windows wait.
     const std::lock_guard<std::mutex> lock(s_tableMutex);
     // Only what was read gets here: a file that is missing today may be there tomorrow.
     s_LoadedTextures.emplace(key, m_texture);
@@ -211,6 +212,7 @@ void KrSGTexture::applyParameters()
 
 osg::ref_ptr<osg::StateSet> KrSGTexture::makeStateSet() const
 {
+    // Kept: made to modulate, then given what the parameters say.
     const osg::ref_ptr<osg::TexEnv> environment = new osg::TexEnv(osg::TexEnv::MODULATE);
     environment->setMode(static_cast<osg::TexEnv::Mode>(textureParameters().applyType()));
     osg::ref_ptr<osg::StateSet> stateSet = new osg::StateSet;
@@ -237,6 +239,7 @@ bool KrSGTexture::operator==(const KrSGTexture& other) const
 
 void KrSGTexture::setWidth(unsigned int width)
 {
+    // The same size again would have the driver make its texture anew.
     if (m_texture && m_texture->getTextureWidth() != static_cast<int>(width)) {
         setTextureWidth(*m_texture, width);
     }

@@ -99,6 +99,7 @@ bool KrFrameDescription::fill(const KrSGWindow& window)
                                      window.getName().c_str());
         return false;
     }
+    // A description is of a colour picture until who stores another one says so.
     width = window.windowWidth();
     height = window.windowHeight();
     channels = 3;
@@ -126,6 +127,7 @@ bool KrFrameDescription::fill(const KrSGWindow& window)
 void KrFrameDescription::setPictureSize(unsigned int newWidth, unsigned int newHeight)
 {
     if (intrinsics) {
+        // The same view in other pixels; the pose does not change.
         intrinsics = intrinsics->scaledTo(newWidth, newHeight);
     }
     width = newWidth;
@@ -139,6 +141,7 @@ osg::Matrixd KrFrameDescription::opticalView() const
 
 KrPovParameters KrFrameDescription::actualPov() const
 {
+    // Made as a window makes its camera, so that the comparison is with what a window would do.
     const osg::ref_ptr<KrSGBaseInputHandler> camera = new KrSGBaseInputHandler(nullptr);
     camera->setPovParameters(pov);
     KrPovParameters actual = pov;
@@ -162,6 +165,7 @@ std::string KrFrameDescription::json() const
 
 bool KrFrameDescription::writeFile(const std::string& path) const
 {
+    // Whole or not at all: a reader never meets half a description.
     const std::string failure = KrFileReplacement::write(path, json());
     if (!failure.empty()) {
         Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameDescription::writeFile - cannot write %s: %s.\n",

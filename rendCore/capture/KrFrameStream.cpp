@@ -89,6 +89,7 @@ private:
 /// The framebuffer object in which the camera's picture stands; null for the window's own.
 const osg::FrameBufferObject* targetOf(osg::Camera& camera)
 {
+    // Before the first frame there is no stage, and nothing was drawn anywhere.
     const osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
     if (!stage || camera.getRenderTargetImplementation() != osg::Camera::FRAME_BUFFER_OBJECT) {
         return nullptr;
@@ -169,6 +170,7 @@ private:
 class KrFrameStream::Reader : public osg::Camera::DrawCallback
 {
 public:
+    // Shared: a camera may hold the reader longer than the stream lives.
     explicit Reader(std::shared_ptr<Ring> ring)
         : m_ring(std::move(ring))
     {
@@ -203,6 +205,7 @@ bool KrFrameStream::Ring::makeCurrent() const
 
 void KrFrameStream::Ring::release()
 {
+    // What is in buffers that go can never be handed out, and is counted.
     m_lost += m_inFlight;
     m_inFlight = 0;
     const osg::GLExtensions* const gl = extensions();
@@ -256,7 +259,9 @@ void KrFrameStream::Ring::read(osg::RenderInfo& info)
         release();
         m_context = state.getGraphicsContext();
     }
+    // There, because `preRender` has asked for buffers of pixels.
     const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
+    // The first free one behind those that are in flight.
     Slot& slot = m_slots[(m_first + m_inFlight) % kSlots];
     if (slot.buffer == 0) {
         gl.glGenBuffers(1, &slot.buffer);
@@ -306,6 +311,7 @@ void KrFrameStream::Ring::takeOldest(unsigned char* memory)
 {
     const osg::GLExtensions* const gl = extensions();
     const Slot& slot = m_slots[m_first];
+    // Null from a lender: the frame is not wanted, and is let go without being waited for.
     if (memory && gl) {
         // Waits for the frame where it has not arrived.
         // The client's own binding is put back.
@@ -414,6 +420,7 @@ bool KrFrameStream::preRender(osgViewer::Viewer* viewer)
 
 bool KrFrameStream::postRender(osgViewer::Viewer*)
 {
+    // A frame that was not read makes the window's callback fail; those before it are handed out all the same.
     const bool wasRead = m_ring->disarm();
     // Never the frame that was read last: it would be waited for.
     handOut(kMostFramesLate);
@@ -443,6 +450,7 @@ bool KrFrameStream::flush()
 unsigned char* KrFrameStream::memoryFor(const Frame& frame)
 {
     if (m_lender) {
+        // The client's memory: what it holds is the client's affair.
         return m_lender(frame);
     }
     // Grows and is kept, as the driver's buffers are.
@@ -468,6 +476,7 @@ void KrFrameStream::handOut(unsigned int mostLeft)
         // Taken before the receiver is called: what it throws leaves the ring in order.
         m_ring->takeOldest(memory);
         if (memory && m_receiver) {
+            // Set for the receiver alone: the stream keeps no pointer to memory that is lent.
             frame.data = memory;
             m_receiver(frame);
         }

@@ -109,6 +109,7 @@ bool KrOrbitInputHandler::handlePointer(const osgGA::GUIEventAdapter& event)
     if (!std::isfinite(x) || !std::isfinite(y)) {
         return false; // a window without a size
     }
+    // A drag goes on beyond the tile in which it began.
     const bool isInTile = std::abs(x) <= 1.0 && std::abs(y) <= 1.0;
     if (!isInTile && tile() && m_drag == Drag::None) {
         return false; // over another view
@@ -156,6 +157,7 @@ void KrOrbitInputHandler::beginDrag(const osgGA::GUIEventAdapter& event)
         break;
     }
     const osg::Vec2d at = position(event);
+    // Also for a button that drags nothing: the next motion is measured from here.
     m_firstX = m_lastX = at.x();
     m_firstY = m_lastY = at.y();
 }

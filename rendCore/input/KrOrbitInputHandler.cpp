@@ -146,6 +146,7 @@ double KrOrbitInputHandler::aspectRatio() const
     if (const osg::Viewport* const part = tile()) {
         return part->width() / part->height();
     }
+    // Without a window, or with one without height, pictures are square.
     return window() && window()->aspectRatio() > 0.0 ? window()->aspectRatio() : 1.0;
 }
 
@@ -169,6 +170,7 @@ osg::Vec2d KrOrbitInputHandler::position(const Event& event) const
 /// Of the picture, at a distance of 1.
 double KrOrbitInputHandler::halfHeight() const
 {
+    // The window's: a client may have set another lens since the camera moved last.
     const double fieldOfView = (window() ? window()->getPovParameters() : m_pov).fieldOfView();
     return std::tan(0.5 * fieldOfView);
 }
@@ -237,6 +239,7 @@ void KrOrbitInputHandler::aim(const osg::Vec3d& right, double elevation)
     // Over the pole the picture would stand on its head.
     const double limited = osg::clampBetween(elevation, -osg::PI_2, osg::PI_2);
     const osg::Vec3d back = (right ^ m_axis) * std::cos(limited) + m_axis * std::sin(limited);
+    // Three unit vectors at right angles: the rows of a rotation.
     const osg::Vec3d up = back ^ right;
     m_rotation = osg::Matrixd(right.x(), right.y(), right.z(), 0.0, //
                               up.x(), up.y(), up.z(), 0.0,          //
@@ -301,6 +304,7 @@ void KrOrbitInputHandler::zoomAt(double factor, double x, double y)
     takeWindowPov();
     // Scaled about a point, the camera keeps everything that it sees in that direction where it is.
     const double distance = osg::clampBetween(m_distance / factor, kSmallestDistance, kLargestDistance);
+    // What is under the cursor, at the depth of the centre.
     const osg::Vec3d fixed = worldAt(x, y, m_distance);
     m_center = fixed + (m_center - fixed) * (distance / m_distance);
     m_distance = distance;
@@ -335,6 +339,7 @@ bool KrOrbitInputHandler::fit()
     }
     takeWindowPov();
     osg::Node* const scene = window() ? window()->getNode().get() : getNode();
+    // Of what is shown: hidden aids would make the picture small.
     SceneVisitor<osg::ComputeBoundsVisitor> visitor(shownMask(window()));
     if (scene) {
         scene->accept(visitor);
@@ -360,6 +365,7 @@ bool KrOrbitInputHandler::centerOnSurface(double x, double y)
         return false;
     }
     takeWindowPov();
+    // Parallel rays have the direction of view, others begin at the eye.
     const bool parallel = isParallel();
     const osg::Vec3d onRay = worldAt(x, y, m_distance);
     const osg::Vec3d direction =
@@ -376,6 +382,7 @@ bool KrOrbitInputHandler::centerOnSurface(double x, double y)
     const double before = parallel ? reach : std::min(reach, length);
     const osg::ref_ptr<osgUtil::LineSegmentIntersector> ray =
         new osgUtil::LineSegmentIntersector(onRay - unit * before, onRay + unit * reach);
+    // Only the first surface is looked for, which spares the sorting of all others.
     ray->setIntersectionLimit(osgUtil::Intersector::LIMIT_NEAREST);
     SceneVisitor<osgUtil::IntersectionVisitor> visitor(shownMask(window()));
     visitor.setIntersector(ray);

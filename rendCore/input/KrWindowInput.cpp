@@ -104,6 +104,7 @@ bool KrWindowInput::take()
 {
     KrGlxWindowImpl* const glx = impl();
     osgGA::EventQueue* const queue = queueOf(m_window);
+    // Without a screen there is no input; the window is drawn by whoever asks for frames.
     if (!glx || !queue) {
         return false;
     }
@@ -119,8 +120,10 @@ bool KrWindowInput::take()
             continue;
         }
         if (event.kind == Kind::ButtonDown || event.kind == Kind::ButtonUp) {
+            // Of several buttons the last one counts: what matters is whether motion is a drag.
             m_isHeld = event.kind == Kind::ButtonDown;
         }
+        // Stamped with the time of taking, which is never ahead of the frame that handles it.
         enqueue(event, *queue, timer.delta_s(m_window.getViewer()->getStartTick(), timer.tick()));
         isDue = true;
     }
@@ -148,6 +151,7 @@ bool KrWindowInput::wait(double seconds)
 
 bool KrWindowInput::isCloseRequested() const
 {
+    // A window that is closed asks for nothing more, and whoever loops about it must end.
     if (!m_window.isInitialized()) {
         return true;
     }

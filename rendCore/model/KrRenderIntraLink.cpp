@@ -54,6 +54,7 @@ void KrRenderIntraLink::updateState(const KrManipulatorSystemState* state)
     if (state == nullptr) {
         return;
     }
+    // The base part first: it is a base link like any other.
     KrRenderLink::updateState(state);
     const KrPositionState* position = positionState(*state);
     if (position == nullptr) {

@@ -93,6 +93,7 @@ void KrRenderManipulator::processChildren(KrRenderLink* parent)
     std::vector<Place> open = {{parent, 0, nullptr}};
     while (!open.empty()) {
         Place& top = open.back();
+        // In the order of the toolkit's list, which is that of joint positions.
         const KrXmlVectorType<KrManipulatorLink>& links = top.node->getLink()->childLinks();
         if (top.next < links.size()) {
             const osg::ref_ptr<KrRenderLink> child = makeLink(links[top.next++]);
@@ -116,6 +117,7 @@ osg::ref_ptr<KrRenderLink> KrRenderManipulator::makeLink(const KrManipulatorLink
 
 KrRenderShape* KrRenderManipulator::renderShape(unsigned int jointIndex, unsigned int shapeIndex) const
 {
+    // By the keys of the system's selection: joint and shape number.
     const auto found = m_map.find({jointIndex, shapeIndex});
     return found == m_map.end() ? nullptr : found->second.get();
 }

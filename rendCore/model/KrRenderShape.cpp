@@ -186,6 +186,7 @@ osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* m
     const TriangleList& triangles = areInRange(*mesh, given) ? given : none;
     const unsigned int numCorners = 3 * triangles.size();
     const osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array(numCorners);
+    // One for each corner, so that every face has its own: sharp edges stay sharp.
     const osg::ref_ptr<osg::Vec3Array> normals = new osg::Vec3Array(numCorners);
     if (numCorners != 0) {
         fillCorners(*mesh, triangles, &vertices->front(), &normals->front());
@@ -200,6 +201,7 @@ osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* m
     if (hasTextureCoordinates) {
         geometry->setTexCoordArray(0, textureCoordinatesOf(*mesh, triangles));
     }
+    // Each group has a state set of its own: the fading of a deforming shape changes it in place.
     applyMaterial(material, hasTextureCoordinates, *geometry);
     // Kept: also of zero corners.
     geometry->addPrimitiveSet(new osg::DrawArrays(GL_TRIANGLES, 0, static_cast<GLsizei>(numCorners)));

@@ -303,6 +303,7 @@ void KrTextureMarker::detach(osg::Geode& shape)
         shape.removeUpdateCallback(marker->m_updateHook);
         marker->m_updateHook = nullptr;
     }
+    // Callbacks of an application stay, wherever they are nested.
     shape.removeCullCallback(hook);
     osg::StateSet& states = *shape.getOrCreateStateSet();
     putBack(states, osg::StateAttribute::TEXTURE, marker->m_ownLook.texture);
@@ -344,6 +345,7 @@ bool KrTextureMarker::moveTo(osg::Geode& shape)
     return true;
 }
 
+// Callbacks ask before they mark, and come back in a later frame.
 bool KrTextureMarker::hasRoom() const
 {
     return m_pending.size() < kMaxPending;
@@ -473,6 +475,7 @@ void KrTextureMarker::addCallback(KrMarkingCallback* callback)
     if (!callback || std::find(m_callbacks.begin(), m_callbacks.end(), callback) != m_callbacks.end()) {
         return;
     }
+    // Held until it is taken out, as the scene graph holds its own.
     m_callbacks.push_back(callback);
     // Not locked: a shape under construction has no reference yet.
     osg::Geode* const shape = m_shape.get();

@@ -37,7 +37,9 @@ KrSelfTest::Result run(const char* name, void (*scene)(KrSelfTestRun&), const st
 {
     // Made before the run, and so put back after its scene's windows have gone.
     const AxisScaleRestorer axes;
+    // Windows of the test leave their contexts current; the caller's comes back.
     const KrContextRestorer context(nullptr);
+    // Last, and so the first to go: it gives the messages back to the caller's sink.
     KrSelfTestRun self(name, folder, spoiler);
     try {
         scene(self);
@@ -95,6 +97,7 @@ const std::vector<KrSelfTest>& KrSelfTest::all()
 const KrSelfTest* KrSelfTest::find(const std::string& name)
 {
     for (const KrSelfTest& test : all()) {
+        // There are twenty: looking through them costs nothing.
         if (name == test.name()) {
             return &test;
         }

@@ -57,6 +57,7 @@ public:
         return *this;
     }
     /// Nothing is drawn once something is wrong.
+    // Without a folder, so that no picture is written.
     Check& draws(std::initializer_list<const char*> scenes)
     {
         for (const char* const scene : scenes) {
@@ -73,6 +74,7 @@ public:
 private:
     void fail(const std::string& what)
     {
+        // The first fault alone, as in KrSelfTestRun.
         if (m_passed) {
             Kr::Print::instance()->write(Kr::Print::Warning, "%s::selfTest - %s.\n", m_className, what.c_str());
         }
@@ -127,6 +129,7 @@ bool countLinks(const osg::Group& group, unsigned int& next)
             isInOrder = isInOrder && link->getJointIndex() == next;
             ++next;
         }
+        // Pre-order: the link itself was counted before what hangs under it.
         if (const osg::Group* const child = group.getChild(i)->asGroup()) {
             isInOrder = countLinks(*child, next) && isInOrder;
         }
@@ -144,6 +147,7 @@ bool KrMathRoutine::selfTest() const
     vectorCross(a, b, cross);
     double sum[3] = {};
     vectorAdd(a, b, sum);
+    // A sum and its difference are exact for these numbers, and compared so.
     double back[3] = {};
     vectorSub(sum, b, back);
     double unit[3] = {};
@@ -160,6 +164,7 @@ bool KrMathRoutine::selfTest() const
     float best = 0.0f;
     // Three points of a parabola give its vertex at once: the search ends where the formula says, not by luck.
     const auto parabola = [](float x) { return (x - 1.5f) * (x - 1.5f) + 2.0f; };
+    // The middle of the bracket is lower than both ends, as the search asks.
     const float lowest = parabolicSearch(0.0f, 1.0f, 4.0f, parabola(0.0f), parabola(1.0f), parabola(4.0f), parabola,
                                          1e-3f, 0.0f, 4.0f, 50, &best);
     return Check("KrMathRoutine")
@@ -191,6 +196,7 @@ bool KrTransformation::selfTest() const
     twice.setTranslate(KrVector(1.0, 2.0, 3.0));
     float roll = 0.0f, pitch = 0.0f, yaw = 0.0f;
     a.getRotation(roll, pitch, yaw);
+    // x twice too long, y leaning, z five times too long.
     KrTransformation skewed;
     // x along x, y in the x-y plane: the frame that Gram-Schmidt makes of these is the identity.
     skewed.setRotation(KrVector(2.0, 0.0, 0.0), KrVector(1.0, 3.0, 0.0), KrVector(0.0, 0.0, 5.0));
@@ -213,8 +219,10 @@ bool KrRenderTypes::selfTest()
     // A unit axis, (1, 2, -2) being 3 long: the quaternion is of length 1, and normalising it changes rounding only.
     const osg::Quat turn(0.3, osg::Vec3d(1.0, 2.0, -2.0) / 3.0);
     KrOrientation orientation;
+    // This direction alone normalises.
     osg2ec(turn, orientation);
     const osg::Quat back = ec2osg(orientation);
+    // Turned, then moved: row vectors are multiplied from the left.
     const osg::Matrixd matrix = osg::Matrixd::rotate(turn) * osg::Matrixd::translate(4.0, 5.0, 6.0);
     KrTransformation transformation;
     osg2ec(matrix, transformation);
@@ -236,6 +244,7 @@ bool KrLightProperties::selfTest() const
     // The toolkit's angles are radians, those of OpenGL degrees.
     spot.setSpotCutoff(0.25 * Kr::Angle::kPi);
     KrLightProperties lamp;
+    // Not number 0, which is the root's own.
     lamp.setLightPara(spot, 1);
     const osg::ref_ptr<osg::LightSource> source = lamp.setGL();
     // Kept: `setGL` gives the light source the first time alone; the window adds what it gives to its scene.
@@ -258,6 +267,7 @@ bool KrSGTexture::selfTest() const
     KrSGTexture texture;
     const bool isLoaded = texture.loadFromImage(picture, KrTextureParameters());
     const osg::Image* const pixels = isLoaded && texture.getTexture() ? texture.getTexture()->getImage(0) : nullptr;
+    // A copy shares texture object and state set.
     const KrSGTexture copy(texture);
     return Check("KrSGTexture")
         .that(pixels && pixels->s() == 3 && pixels->t() == 5, "a size that is no power of two is kept")
@@ -299,6 +309,7 @@ bool KrSGWindow::selfTest() const
 {
     // Never opened: nothing of this needs a context. The scenes below open windows of their own.
     KrSGWindow window;
+    // Kept: no height, no ratio; 1 takes its place.
     window.setWindowSize(640, 0);
     // The last argument means the secondary mask, which the first one's accessor leaves out.
     window.setDisplayMask(KrRenderTypes::CenterOfInterestMarker, true, true);
@@ -317,6 +328,7 @@ bool KrRenderWindow::selfTest() const
     KrRenderWindow window;
     const bool isFresh =
         !window.statedSystem() && !window.state() && !window.systemReady() && !window.getGuideTrans(0, 0);
+    // Empty, and good enough to be kept: the window borrows it.
     const KrStatedSystem system;
     return Check("KrRenderWindow")
         .that(isFresh, "a new window has no system")
@@ -331,6 +343,7 @@ bool KrMultiRenderWindow::selfTest() const
     // Without a hint as many views stand side by side as the largest window holds, KrMultiRenderWindow::kLargestSize.
     KrMultiRenderWindow window(600, 400, 5);
     const bool isLaidOut = window.getNumWindows() == 5 && window.windowWidth() == 1800 && window.windowHeight() == 800;
+    // Three rows of two, the last of which is half empty.
     window.setNumColumnsHint(2);
     return Check("KrMultiRenderWindow")
         .that(isLaidOut, "five views stand in three columns where no more fit")
@@ -342,6 +355,7 @@ bool KrMultiRenderWindow::selfTest() const
 bool KrRenderCaptureManager::selfTest() const
 {
     const osg::ref_ptr<KrRenderCaptureManager> manager = new KrRenderCaptureManager;
+    // The period in milliseconds, which a float holds exactly here.
     manager->setFrameRate(25.0f);
     // Kept: a size with a zero means no scaling, and both become zero.
     manager->setCaptureSize(640, 0);
@@ -371,6 +385,7 @@ bool KrRenderManipulator::selfTest() const
 
 bool KrRenderLink::selfTest() const
 {
+    // Shapes hang under it and move with it.
     const osg::ref_ptr<osg::MatrixTransform> frame = getDhFrame();
     // A shape of the map that hangs nowhere would be changed and never seen.
     bool hasShapes = true;

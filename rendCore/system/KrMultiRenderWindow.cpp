@@ -19,6 +19,7 @@ constexpr std::uint64_t kLargest = KrMultiRenderWindow::kLargestSize;
 // A pixel for each view, in the largest window there is.
 constexpr unsigned int kMostViews = KrMultiRenderWindow::kLargestSize * KrMultiRenderWindow::kLargestSize;
 
+// By way of "%s": a message is text, whatever is in it.
 void warn(const char* message)
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "%s", message);
@@ -73,6 +74,7 @@ bool KrMultiRenderWindow::closeWindow()
 
 bool KrMultiRenderWindow::setWindowSize(unsigned int width, unsigned int height)
 {
+    // Of the whole window, which goes back to it where the new tiles do not fit.
     const unsigned int widthBefore = windowWidth();
     const unsigned int heightBefore = windowHeight();
     const bool isSized = KrWindow::setWindowSize(width, height);
@@ -100,6 +102,7 @@ bool KrMultiRenderWindow::setWindowSizeAndPos(unsigned int width, unsigned int h
 
 void KrMultiRenderWindow::setNumColumnsHint(unsigned int numColumns)
 {
+    // The same hint again lays nothing out anew.
     if (m_numColumnsHint != numColumns) {
         m_numColumnsHint = numColumns;
         setWindowParams(m_singleWidth, m_singleHeight, 0);
@@ -108,10 +111,12 @@ void KrMultiRenderWindow::setNumColumnsHint(unsigned int numColumns)
 
 bool KrMultiRenderWindow::shareOut(unsigned int width, unsigned int height)
 {
+    // Before a grid was found there is one column.
     const unsigned int columns = std::max(1u, m_grid.columns);
     const unsigned int rows = (std::max(1u, getNumWindows()) - 1) / columns + 1;
     const unsigned int single[] = {std::max(1u, std::min(width, kLargestSize) / columns),
                                    std::max(1u, std::min(height, kLargestSize) / rows)};
+    // A border that moves by less than a pixel for each tile changes nothing.
     if (single[0] == m_singleWidth && single[1] == m_singleHeight) {
         return false;
     }
@@ -147,6 +152,7 @@ void KrMultiRenderWindow::setWindowParams(unsigned int singleWidth, unsigned int
     if (!chooseGrid()) {
         return;
     }
+    // The products are within kLargestSize: `chooseGrid` has seen to it.
     if (KrSGWindow::setWindowSize(m_numColumns * singleWidth, m_numRows * singleHeight)) {
         m_grid = {m_numColumns, m_numRows, singleWidth, singleHeight};
     }
@@ -175,6 +181,7 @@ void KrMultiRenderWindow::setNumViews(unsigned int count)
         m_views[k] = nullptr;
     }
     m_views.resize(count);
+    // Kept: the lists grow and shrink with the views, but for the points of view.
     m_eyePoints.resize(count);
     m_coords.resize(count);
     layoutEmptyTiles();
@@ -226,6 +233,7 @@ void KrMultiRenderWindow::forgetViewsOfAnotherViewer()
         return;
     }
     std::fill(m_views.begin(), m_views.end(), nullptr);
+    // The first view is the main camera itself: it draws the first tile.
     m_views.front() = main;
     // A new one: the last viewer's may have nested in it what its client added, and would bring that along.
     m_emptyTiles = new KrEmptyTiles;
@@ -305,6 +313,7 @@ void KrMultiRenderWindow::setCoords(const KrXmlVectorType<KrCoordinateSystemTran
 {
     m_viewMode = mode;
     m_coords = coords;
+    // A list that is too long keeps its rest, for views that come later.
     if (getNumWindows() > m_coords.size()) {
         warn("KrMultiRenderWindow::setCoords - Setting more values than windows.  Truncating.\n");
         m_coords.resize(getNumWindows());

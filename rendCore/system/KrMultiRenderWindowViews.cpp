@@ -59,9 +59,11 @@ bool KrMultiRenderWindow::updateScene()
 {
     // The scene first: the views are placed by the point of view that it leaves.
     const bool isUpdated = KrRenderWindow::updateScene();
+    // A point of view that is still dirty was not applied: the views would be placed by the one before.
     if (!isInitialized() || !m_viewer || (m_dirtyFlags & DirtyPov)) {
         return isUpdated;
     }
+    // Lens, settings and target of the main camera first; the views take theirs from it.
     fitProjectionToTile();
     shareCameraSettings();
     shareRenderTarget();
@@ -199,6 +201,7 @@ osg::Matrixd KrMultiRenderWindow::viewMatrix(unsigned int view) const
     if (m_viewMode == CameraFrames) {
         matrix = KrViewPlacement::worldToFrame(m_coords[view]);
     } else if (m_viewMode == ObjectFrames) {
+        // The object stands where the world's origin is seen by the main camera.
         matrix = KrViewPlacement::worldToFrame(m_coords[view]) * m_reference;
     } else if (m_viewMode == EyePoints) {
         KrViewPlacement::lookAt(m_eyePoints[view], m_referencePov.centerOfInterest(), m_referencePov.up(), matrix);

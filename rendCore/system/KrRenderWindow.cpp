@@ -113,6 +113,7 @@ bool KrRenderWindow::systemReady() const
 
 void KrRenderWindow::deleteContents()
 {
+    // Kept: from here to the next system the window is not ready.
     setSystemReady(false);
     m_state.reset();
     if (osgViewer::Viewer* const viewer = getViewer()) {
@@ -158,6 +159,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
         return false;
     }
     m_lacksCollisionShapes = false; // the mask is set anew while the old scene is there yet
+    // The base first: it attaches the fixed nodes and sets the mask to the scene alone.
     KrSGWindow::loadScene();
     detachManipulators();
     collectMarks();
@@ -173,6 +175,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
         KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
     }
     m_markTransfer->giveBack();
+    // For `updateScene`, which shows a selection that stands on the new nodes.
     m_isSceneNew = true;
     // Kept: only here; a scene that was not loaded is asked for again.
     m_dirtyFlags &= ~std::uint32_t(DirtySystem);
@@ -182,6 +185,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     }
     // The system is told that it was looked at: its flags are mutable for this.
     system->setNewSystem(false);
+    // A new system has bodies of its own to tell of.
     m_areBodiesTold = false;
     // Kept: axes and masses after the input handler, over the whole scene.
     KrRenderAxis::init(m_sceneRoot);
@@ -200,6 +204,7 @@ void KrRenderWindow::setDisplayMask(unsigned int mask, bool on, bool secondary)
 /// What nobody looks at costs nothing: most programs never show them.
 void KrRenderWindow::buildShownCollisionShapes()
 {
+    // Asked where masks change and where scenes are loaded: whichever comes second builds them.
     if (m_lacksCollisionShapes && ((m_displayMask | m_secondaryDisplayMask) & KrRenderTypes::CollisionShapes) != 0) {
         m_lacksCollisionShapes = false;
         KrRenderCollisionShapes::init(m_sceneRoot);
@@ -270,6 +275,7 @@ void KrRenderWindow::tellOfImpossibleBodies()
     }
     m_areBodiesTold = true;
     for (const KrIndividualManipulator& manipulator : m_statedSystem->manipulatorSystem().manipulators()) {
+        // The base is a link, too, and stands in no list of child links.
         manipulator.massProperties().tellWhyImpossible(manipulator.name());
         KrLinkWalk walk(manipulator);
         while (const KrManipulatorLink* const link = walk.next()) {
@@ -302,7 +308,9 @@ void KrRenderWindow::updateSelection()
         // Kept: first all that are selected, then the others: fading leaves out what was just marked.
         KrRenderSelection::setSelected(renderManipulator(key.manipID()), key);
     }
+    // Kept: without a selection nothing is faded, and the wrappers go.
     const bool restore = selected.empty();
+    // The system's count: manipulators that are not drawn give null, which is harmless.
     const unsigned int count = m_statedSystem->manipulatorSystem().manipulators().size();
     for (unsigned int i = 0; i < count; ++i) {
         KrRenderSelection::setNonselected(renderManipulator(i), static_cast<float>(m_statedSystem->transparency()),

@@ -19,6 +19,7 @@ struct Tokens
 
 const Tokens& tokens()
 {
+    // Thread-safe, and made once: tokens are compared in every file that is read.
     static const Tokens all;
     return all;
 }
@@ -86,6 +87,7 @@ KrXmlToken KrRenderWindowParameters::token() const
 // Kept: in this order, which is that of the elements in a file.
 void KrRenderWindowParameters::registerComponents()
 {
+    // What is registered is read, written and compared with schemas without further code.
     registerComponent(tokens().width, m_width);
     registerComponent(tokens().height, m_height);
     registerComponent(tokens().upperLeftCorner, m_upperLeftCorner);
@@ -153,6 +155,7 @@ void KrRenderWindowParameters::setBackgroundColor(const BackgroundColor& color)
 
 KrRenderWindowParameters KrRenderWindowParameters::nullObject()
 {
+    // Kept: the null object is a fresh one.
     return {};
 }
 

@@ -11,6 +11,7 @@ unsigned int KrTileGrid::rowsFor(unsigned int count, unsigned int columns)
 KrTileGrid KrTileGrid::largest(unsigned int count, unsigned int pictureWidth, unsigned int pictureHeight)
 {
     KrTileGrid best;
+    // Every grid is tried: there are as many as views, which are few.
     for (unsigned int columns = 1; columns <= count; ++columns) {
         const unsigned int rows = rowsFor(count, columns);
         const KrTileGrid grid = {columns, rows, pictureWidth / columns, pictureHeight / rows};

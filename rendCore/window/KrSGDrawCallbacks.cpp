@@ -78,6 +78,7 @@ KrSGWindow::ImageCaptureDrawCallback::ImageCaptureDrawCallback(KrImage* target, 
 
 void KrSGWindow::ImageCaptureDrawCallback::setCapture(KrImage* target, unsigned int flags)
 {
+    // Kept: nothing else changes; a capture manager calls this between frames.
     m_target = target;
     m_captureFlags = flags;
 }
@@ -148,6 +149,7 @@ void KrSGWindow::ImageCaptureDrawCallback::detach(osgViewer::Viewer* viewer) con
 bool KrSGWindow::ImageCaptureDrawCallback::postRender(osgViewer::Viewer* viewer)
 {
     detach(viewer);
+    // Kept: found out only after the frame, which was drawn all the same.
     if (!m_target) {
         Kr::Print::instance()->write(Kr::Print::Warning, "Capturing image without KrImage allocated for storage.\n");
         return false;

@@ -177,6 +177,7 @@ void KrSGWindow::createSceneRoot()
     model->setLocalViewer(true);
     // Kept: the inside of an open surface is lit, too.
     model->setTwoSided(true);
+    // Without its mode, which is lighting: that is switched by the viewer attributes.
     states->setAttribute(model);
 }
 
@@ -203,6 +204,7 @@ void KrSGWindow::createCenterOfInterestMarker()
     m_coiTransform->setName("COI Matrix");
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
     geode->setName("COI");
+    // A unit sphere: the matrix above is its radius in metres.
     geode->addDrawable(new osg::ShapeDrawable(new osg::Sphere(osg::Vec3(0.0f, 0.0f, 0.0f), 1.0f)));
     const osg::ref_ptr<osg::StateSet> states = new osg::StateSet;
     KrMaterialProperties material;
@@ -236,6 +238,7 @@ void KrSGWindow::fitOverlay()
 
 void KrSGWindow::attachToRoot(osg::Node* node)
 {
+    // The scene graph's answer for what is no child is the number of children.
     if (m_sceneRoot->getChildIndex(node) == m_sceneRoot->getNumChildren()) {
         m_sceneRoot->addChild(node);
     }
@@ -369,6 +372,7 @@ bool KrSGWindow::closeWithContext()
 void KrSGWindow::releaseViewer()
 {
     if (m_graphicsWindow.valid()) {
+        // Before the viewer goes, while names can still be released in their own context.
         m_graphicsWindow->close();
     }
     if (m_viewer.valid()) {

@@ -76,6 +76,7 @@ void KrSGWindow::setAmbientLight(const KrColor& light)
 
 void KrSGWindow::setLights()
 {
+    // The point of view that was set last, which the camera takes in the same update.
     const KrVector eye = m_visualizationParameters.povParameters().eyepoint();
     for (KrLightProperties& light : m_lights) {
         // Before `setGL`: headlights have moved when they are applied.
@@ -240,6 +241,7 @@ void KrSGWindow::createImageQuad(const KrSGTexture& texture)
     geode->setStateSet(texture.getState());
 
     // Seen from (-1, 0, 0) the quad lies edge-on: it takes no part in the point of view.
+    // A transform is a group, which `setNode` hangs under the root.
     const osg::ref_ptr<osg::MatrixTransform> group = new osg::MatrixTransform;
     group->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
     group->getOrCreateStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF);

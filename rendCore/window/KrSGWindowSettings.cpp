@@ -80,6 +80,7 @@ void KrSGWindow::refreshRenderTarget()
     osg::Camera* const camera = m_viewer->getCamera();
     camera->setViewport(0, 0, surfaceWidth(), surfaceHeight());
     if (osgUtil::RenderStage* const stage = KrRenderStages::of(*camera)) {
+        // Made anew, in the size of now, by the next frame.
         stage->setFrameBufferObject(nullptr);
     }
     camera->dirtyAttachmentMap();
@@ -141,6 +142,7 @@ double KrSGWindow::aspectRatio() const
 
 bool KrSGWindow::setVisualizationParameters(const KrVisualizationParameters& parameters)
 {
+    // A copy: whatever the client changes afterwards has to be set again.
     m_visualizationParameters = parameters;
     if (m_inputHandler.valid()) {
         const KrPovParameters& pov = parameters.povParameters();
@@ -216,5 +218,6 @@ osg::ref_ptr<KrSGWindow::DrawCallback> KrSGWindow::getDrawCallback() const
 
 osgViewer::Viewer* KrSGWindow::getViewer() const
 {
+    // Borrowed: it goes with the window, and a window that opens again has another.
     return m_viewer;
 }

@@ -19,6 +19,7 @@ namespace
 
 using Tree = nlohmann::json;
 
+// The words of the format: docs/camera.md tells them to readers in other languages.
 constexpr const char* kFormat = "krFrameDescription";
 constexpr const char* kTopRowFirst = "top row first";
 constexpr const char* kBottomRowFirst = "bottom row first";
@@ -64,6 +65,7 @@ std::string jsonOf(const KrPovParameters& pov)
 
 std::string jsonOf(const KrFrameDescription::Manipulator& manipulator)
 {
+    // One joint a line: two descriptions can be compared line by line.
     const auto joint = [](const KrFrameDescription::Joint& j) {
         return "\n    " +
                KrJson::Object().string("name", j.name).string("type", j.type).real("position", j.position).text();
@@ -162,6 +164,7 @@ bool readNumbers(const Tree& tree, double (&out)[count])
     return i == count;
 }
 
+// Three numbers and no more.
 bool readVector(const Tree& tree, const char* path, KrVector& out)
 {
     double v[3];
@@ -174,6 +177,7 @@ bool readVector(const Tree& tree, const char* path, KrVector& out)
 
 bool readMatrix(const Tree& tree, const char* path, osg::Matrixd& out)
 {
+    // Kept as it was unless all of it is there.
     const Tree& rows = childrenOf(tree, path);
     if (rows.size() != 4) {
         return false;
@@ -214,6 +218,7 @@ const char* readPicture(const Tree& tree, KrFrameDescription& out)
         out.width == 0 || out.height == 0) {
         return "it tells no picture size";
     }
+    // May be missing: the value of a new description stands.
     readNumber(tree, "/picture/channels", out.channels);
     // Other words leave the order that is OpenGL's.
     if (textAt(tree, "/picture/rowOrder") == kTopRowFirst) {
@@ -258,6 +263,7 @@ const char* readCamera(const Tree& tree, KrFrameDescription& out)
     if (hasOptical) {
         out.view = KrOpticalFrame::otherConvention(optical);
     }
+    // May be missing, too: intrinsics tell the same, but for the planes.
     readMatrix(tree, "/camera/projection", out.projection);
     readNumber(tree, "/camera/near", out.near);
     readNumber(tree, "/camera/far", out.far);

@@ -28,6 +28,7 @@ osg::Vec4 colorAt(const osg::Image& image, double x, double y)
 {
     // Beyond the edge the last pixel counts: half a pixel on each side has no neighbour.
     const auto clampTo = [](double value, int size) { return std::clamp(static_cast<int>(value), 0, size - 1); };
+    // Of four neighbours, as a texture is filtered.
     const double left = std::floor(x);
     const double bottom = std::floor(y);
     const int columns[2] = {clampTo(left, image.s()), clampTo(left + 1.0, image.s())};
@@ -187,6 +188,7 @@ void KrMarkPainter::draw(std::vector<osg::ref_ptr<osg::Node>>& marks, osgUtil::C
     const osg::Matrixd localToWorld =
         *visitor.getModelViewMatrix() * visitor.getCurrentCamera()->getInverseViewMatrix();
     m_batch->removeChildren(0, m_batch->getNumChildren());
+    // `tidy` lets the batch go in a later frame, and not before.
     m_drawnFrame = KrMarkFrame(visitor);
     for (const osg::ref_ptr<osg::Node>& mark : marks) {
         if (auto* const projection = dynamic_cast<KrMarkProjection*>(mark.get())) {

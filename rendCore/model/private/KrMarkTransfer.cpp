@@ -55,6 +55,7 @@ void KrMarkTransfer::match(const KrManipulatorSystem& system)
     while (!links.empty()) {
         const KrManipulatorLink& link = *links.back();
         links.pop_back();
+        // In any order: shapes are told by their handles, not by their place.
         for (const KrManipulatorLink& child : link.childLinks()) {
             links.push_back(&child);
         }
@@ -80,6 +81,7 @@ void KrMarkTransfer::giveBack()
 {
     for (const Marks& marks : m_marks) {
         // A shape that somebody holds has them still.
+        // The handle owns nothing: it becomes a counted reference at once.
         const osg::ref_ptr<KrRenderShape> shape(marks.extent->renderShape().lock().get());
         if (!shape || KrTextureMarker::find(*shape) == marks.marker) {
             continue;

@@ -85,6 +85,7 @@ KrSelfTestRun::~KrSelfTestRun()
     }
 }
 
+// Windows of a test are hidden: it runs beside whatever the user has on the screen.
 bool KrSelfTestRun::open(KrSGWindow& window, const KrSelfTestView& view)
 {
     // Both are settings of a window that is not open yet: a hidden window renders the same pixels.
@@ -94,6 +95,7 @@ bool KrSelfTestRun::open(KrSGWindow& window, const KrSelfTestView& view)
         fail("no window can be opened");
         return false;
     }
+    // Black, so that what is covered can be counted.
     window.setBackgroundColor(KrColor(0.0, 0.0, 0.0));
     window.setPovParameters(view.pov());
     return true;
@@ -122,6 +124,7 @@ void KrSelfTestRun::light(KrSGWindow& window, const KrVector& towardsLamp)
 KrImage KrSelfTestRun::capture(KrSGWindow& window, const char* what, unsigned int flags)
 {
     KrImage picture;
+    // As late as possible: a spoiler changes what this very frame is drawn with.
     spoilWindow(window);
     if (!window.renderSceneAndCaptureImage(picture, flags) || picture.empty()) {
         fail("%s: no frame can be drawn", what);
@@ -143,7 +146,9 @@ void KrSelfTestRun::keep(KrImage& picture, const char* what)
     if (m_folder.empty() || !picture.data()) {
         return;
     }
+    // A test that captures the same thing twice writes the same file twice; the later one stays.
     const std::string path = pathOf(what);
+    // Captures have the lowest row first, files the highest: the image knows how to write either.
     if (picture.writeFile(path, KrImage::BottomRowFirst)) {
         m_result.pictures.push_back(path);
     } else {
@@ -165,6 +170,7 @@ void KrSelfTestRun::spoilDepths(std::vector<float>& depths)
     }
 }
 
+// One error is enough: what OpenGL has kept besides comes from the same fault as a rule.
 bool KrSelfTestRun::checkGL(const char* what)
 {
     const GLenum error = glGetError();
@@ -180,6 +186,7 @@ void KrSelfTestRun::fail(const char* format, ...)
     if (!passed()) {
         return;
     }
+    // Longer messages are cut off, which vsnprintf does by itself.
     char text[400];
     va_list arguments;
     va_start(arguments, format);
@@ -218,9 +225,11 @@ bool KrSelfTestRun::expectColour(const KrImage& picture, KrSelfTestView::Pixel p
     if (!picture.data()) {
         return false;
     }
+    // A patch and not a pixel: drivers differ by a pixel at edges, and no patch is near one.
     const Colour seen = colourAt(picture, pixel);
     bool isNear = true;
     for (unsigned int k = 0; k < 3; ++k) {
+        // Channel by channel: a wrong hue must not be outweighed by the right brightness.
         isNear = isNear && std::fabs(seen[k] - wanted[k]) <= tolerance;
     }
     if (!isNear) {
@@ -285,6 +294,7 @@ KrSelfTestRun::Colour KrSelfTestRun::colourAt(const KrImage& picture, KrSelfTest
         }
     }
     for (double& channel : sum) {
+        // `count` is at least 1: the middle was taken into the picture.
         channel /= 255.0 * count;
     }
     return sum;
@@ -305,6 +315,7 @@ double KrSelfTestRun::coverage(const KrImage& picture)
 
 std::string KrSelfTestRun::scratchFile(const char* name)
 {
+    // Made on first use: most tests need none.
     if (m_scratchFolder.empty()) {
         std::error_code error;
         // mkdtemp makes a folder that nobody else has and only this user can read, whatever runs beside it.
@@ -351,6 +362,7 @@ boost::shared_ptr<KrBasePhysicalExtent> KrSelfTestRun::place(const boost::shared
     KrCoordinateSystemTransformation placement;
     placement.setTranslation(centre);
     extent->setPlacement(placement);
+    // The name is looked up in the manipulator's map when the shape is built.
     extent->setMaterialName(material);
     return extent;
 }
@@ -393,6 +405,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrSelfTestRun::sheet(double x0, double x1
     groups.push_back(KrTriPhysicalExtent::Group(KrXmlBasicType<std::string>("sheet"), triangles));
     const auto mesh = boost::make_shared<KrTriPhysicalExtent>();
     mesh->setMesh(vertices, normals, coordinates, groups);
+    // A material of its own: a mesh asks its own map before the manipulator's.
     mesh->setMaterial("sheet", material);
     return mesh;
 }
@@ -404,6 +417,7 @@ KrIndividualManipulator KrSelfTestRun::robot()
                                                     {"blue", {0.0, 0.0, 1.0}},   {"white", {1.0, 1.0, 1.0}},
                                                     {"yellow", {1.0, 1.0, 0.0}}, {"grey", {0.5, 0.5, 0.5}}};
     for (const auto& [name, colour] : looks) {
+        // All glow: where a thing is does not depend on how it is lit.
         robot.materialMap().set(std::string(name), glow(colour));
     }
     return robot;
@@ -412,6 +426,7 @@ KrIndividualManipulator KrSelfTestRun::robot()
 KrStatedSystem KrSelfTestRun::systemOf(const KrIndividualManipulator& robot)
 {
     KrManipulatorSystem system;
+    // A copy: shapes and extents are shared with `robot`, links are not.
     system.manipulators().push_back(robot);
     return KrStatedSystem(system);
 }

@@ -19,6 +19,7 @@ KrTiledCapture::KrTiledCapture(KrImage& target, unsigned int flags, int width, i
 
 bool KrTiledCapture::preRender(osgViewer::Viewer* viewer)
 {
+    // The main camera draws the first tile; it is no slave.
     attach(*viewer->getCamera(), *viewer);
     for (unsigned int i = 0; i < viewer->getNumSlaves(); ++i) {
         attach(*viewer->getSlave(i)._camera, *viewer);
@@ -92,6 +93,7 @@ void KrTiledCapture::paste(const Tile& tile)
 {
     const auto width = static_cast<unsigned int>(tile.image->s());
     const auto height = static_cast<unsigned int>(tile.image->t());
+    // A window that was resized within its frame may have tiles beyond it.
     if (!tile.image->data() || tile.x >= m_width || tile.y >= m_height) {
         return;
     }
