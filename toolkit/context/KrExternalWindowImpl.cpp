@@ -62,6 +62,7 @@ std::string unfitness()
 }
 
 // Drawing into a framebuffer of the client's takes OpenGL 3.0 or the extension of the same functions.
+// Read from strings: asking for a binding that a context does not know is an error of OpenGL.
 bool hasFramebuffers()
 {
     const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
@@ -160,6 +161,7 @@ bool KrExternalWindowImpl::makeCurrent()
     return m_open && call(m_callbacks.makeCurrent, true, false);
 }
 
+// Only a context that is current is let go of: the client may have made another one current.
 void KrExternalWindowImpl::releaseCurrent()
 {
     if (isCurrent()) {

@@ -27,6 +27,7 @@ int glInteger(GLenum name)
 }
 
 // The names by which Mesa's processor renderers are known, and the word that the others use of themselves.
+// In small letters, since drivers write their names as they like.
 bool isSoftwareRenderer(const std::string& renderer)
 {
     static constexpr std::array<const char*, 5> kNames = {"llvmpipe", "softpipe", "swrast", "lavapipe", "software"};
@@ -114,6 +115,7 @@ void KrWindowReport::readCurrentContext()
     samples = glInteger(GL_SAMPLES);
 }
 
+// For people; programs read the members.
 std::string KrWindowReport::text() const
 {
     // A window that wraps a client's context, or was never opened, has no list.

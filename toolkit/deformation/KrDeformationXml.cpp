@@ -60,6 +60,7 @@ KrXmlToken KrDeformationPhysicalExtent::token() const
     return {KrXmlNamespace::core(), "deformation"};
 }
 
+// What was computed (points, normals, the plain mesh) is no part of a document.
 void KrDeformationPhysicalExtent::registerComponents()
 {
     // The parts that all extents have come first.
@@ -156,6 +157,7 @@ std::string KrDeformationPhysicalExtent::makeReadCuts()
     return std::string();
 }
 
+// Refusals name the reason; the object that is being read is thrown away.
 bool KrDeformationPhysicalExtent::completeRead(KrXmlReader& reader)
 {
     if (!KrBasePhysicalExtent::completeRead(reader)) {

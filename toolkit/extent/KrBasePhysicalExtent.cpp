@@ -37,6 +37,7 @@ bool KrBasePhysicalExtent::setPlacement(const KrCoordinateSystemTransformation& 
     return true;
 }
 
+// Borrowed by many at a time, hence shared; a change makes a new one and leaves theirs alone.
 boost::shared_ptr<const KrTriPhysicalExtent> KrBasePhysicalExtent::triExtent() const
 {
     // Made when they are asked for first: many extents are only read and written.
@@ -85,6 +86,7 @@ void KrBasePhysicalExtent::registerComponents()
     registerComponent({KrXmlNamespace::core(), "materialName"}, m_materialName, Presence::Optional);
 }
 
+// After every change: whoever draws compares revisions.
 void KrBasePhysicalExtent::touch()
 {
     // Made anew when they are asked for next.

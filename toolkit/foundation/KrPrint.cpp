@@ -92,6 +92,7 @@ Print* Print::instance()
     return s_instance;
 }
 
+// From any thread, at any time, and never with an exception.
 void Print::write(Type type, const char* format, ...)
 {
     std::va_list arguments;
@@ -119,6 +120,7 @@ void Print::write(Type type, const char* format, ...)
     va_end(arguments);
 }
 
+// The old one is handed back, so that a caller can put it in its place again.
 Print::Sink Print::setSink(Sink sink)
 {
     // Made outside the lock, which is held for the exchange alone.

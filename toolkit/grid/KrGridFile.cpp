@@ -430,6 +430,7 @@ void nrrdSkipLines(const Header& header, std::string_view& data)
 }
 
 /// How many bytes stand before `needed` ones; -1 in the header of raw data stands for all that are too many.
+/// Of data that are packed, bytes are counted after unpacking.
 std::size_t nrrdByteSkip(const Header& header, bool isRaw, std::size_t size, std::size_t needed)
 {
     const auto found = header.find("byteskip");
@@ -445,6 +446,7 @@ std::size_t nrrdByteSkip(const Header& header, bool isRaw, std::size_t size, std
 }
 
 /// A header names the data that came with it, and nothing else on this machine.
+/// The name comes from a file: it may come from anybody.
 std::string besidePath(const std::string& headerPath, const std::string& name)
 {
     const std::filesystem::path relative(name);
@@ -595,6 +597,7 @@ Field readField(const std::string& path)
 
 } // namespace
 
+// One message for every way to fail; the grid is as it was then.
 bool KrGridFile::read(const std::string& path, KrGridPhysicalExtent& grid)
 {
     const std::string reason = tryRead(path, grid);

@@ -21,6 +21,7 @@ namespace
 
 using Bytes = std::vector<unsigned char>;
 
+// Path and reason on one line each, however long or strange they are.
 bool refuse(const char* method, const std::string& path, const std::string& reason)
 {
     // The name may come from a file. A path is longer than a name.
@@ -98,6 +99,7 @@ void KrImage::allocate(unsigned int channels, unsigned int value, unsigned int w
     }
 }
 
+// The other rows go: a picture has one kind of rows at a time, until they are made from each other.
 void KrImage::zeroFlippedImage(unsigned int channels, unsigned int value, unsigned int width, unsigned int height)
 {
     if (fill(m_flipped, channels, value, width, height)) {
@@ -177,6 +179,7 @@ bool KrImage::readFile(const std::string& path, Orientation orientation)
     return reason.empty() || refuse("readFile", path, reason);
 }
 
+// In the orientation that the caller says the rows have; files have the top row first.
 bool KrImage::writeFile(const std::string& path, Orientation orientation) const
 {
     const std::string reason = withoutExceptions([&]() -> std::string {

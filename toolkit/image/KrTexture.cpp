@@ -166,6 +166,7 @@ void KrTexture::scaleTexture(double& u, double& v) const
     v = m_scaleV;
 }
 
+// Of the corner that is opposite to the origin.
 void KrTexture::textureCoords(double& u, double& v) const
 {
     // A rectangle texture counts in pixels.
@@ -174,6 +175,7 @@ void KrTexture::textureCoords(double& u, double& v) const
     v = m_scaleV * (inPixels ? m_height : 1.0);
 }
 
+// Over the whole viewport, with whatever is bound.
 void KrTexture::drawScreenAlignedQuad() const
 {
     double u = 0.0;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iterator>
 
+// Number by number, without a tolerance.
 bool operator==(const KrColor& a, const KrColor& b)
 {
     return std::equal(std::begin(a.m_channels), std::end(a.m_channels), std::begin(b.m_channels));
@@ -45,6 +46,7 @@ bool KrColor::read(KrXmlReader& reader)
     return true;
 }
 
+// Always all four channels.
 bool KrColor::write(KrXmlWriter& writer) const
 {
     std::string text;

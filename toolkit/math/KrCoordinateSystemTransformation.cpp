@@ -175,6 +175,7 @@ KrOrientation KrCoordinateSystemTransformation::orientation() const
     return orientation;
 }
 
+// Of any length, since it is normalised here.
 void KrCoordinateSystemTransformation::setOrientation(const KrOrientation& q)
 {
     // A quaternion of length 0 becomes the identity, so that the result is always a rotation.
@@ -213,6 +214,7 @@ void KrCoordinateSystemTransformation::setAxisAngle(const KrVector& axis, double
     matrix = Eigen::AngleAxisd(angle, Eigen::Vector3d(unit.x(), unit.y(), unit.z())).toRotationMatrix();
 }
 
+// For OpenGL and OSG, whose matrices have 16 numbers.
 void KrCoordinateSystemTransformation::assign16(double* entries) const
 {
     // Column by column, as OpenGL and OSG expect it; the translation is the last column.
@@ -292,6 +294,7 @@ KrCoordinateSystemTransformation operator*(const KrCoordinateSystemTransformatio
     return result;
 }
 
+// Bit for bit, without a tolerance: equal poses are those that give the same picture.
 bool operator==(const KrCoordinateSystemTransformation& a, const KrCoordinateSystemTransformation& b)
 {
     return a.m_translation == b.m_translation &&

@@ -18,6 +18,7 @@ double KrVector::normalize()
     return before;
 }
 
+// False for infinity and for NaN.
 bool KrVector::isFinite() const
 {
     return std::isfinite(x()) && std::isfinite(y()) && std::isfinite(z());

@@ -70,6 +70,7 @@ KrIntraLink::KrIntraLink(const std::string& startLink, const KrVector& startPoin
 {
 }
 
+// From the intra-link's frame to the manipulator's; x runs from the start point to the end point.
 KrCoordinateSystemTransformation KrIntraLink::placement(const KrManipulatorActiveState& state,
                                                         const KrIndividualManipulator& manipulator) const
 {
@@ -107,6 +108,7 @@ void KrIntraLink::registerComponents()
     registerComponent({uri, "shape"}, m_shape, Presence::Optional);
 }
 
+// Whether the links exist is not asked: a document may tell them later.
 bool KrIntraLink::validate(KrXmlRefusal& refusal) const
 {
     if (!startPoint().isFinite() || !endPoint().isFinite()) {

@@ -123,6 +123,7 @@ bool KrJointKinematics::setDhFrame(const KrCoordinateSystemTransformation& frame
     return frame.checkPose("KrJointKinematics::setDhFrame") && (m_dhFrame = frame, true);
 }
 
+// The standard convention; theta and alpha in rad, d and a in m.
 bool KrJointKinematics::setDenavitHartenberg(Type type, double theta, double d, double a, double alpha)
 {
     // Before anything is assigned: a refused call changes nothing.
@@ -184,6 +185,7 @@ bool KrJointKinematics::setMimic(const std::string& master, double multiplier, d
     return true;
 }
 
+// In every frame and for every joint: nothing is allocated or checked.
 void KrJointKinematics::linkTransformation(double position, KrCoordinateSystemTransformation& linkToParent) const
 {
     // Fixed joints stay at their origin, whatever the state says.

@@ -91,6 +91,7 @@ KrManipulatorLink::KrManipulatorLink(const std::string& name)
 {
 }
 
+// Numbers from outside, so they are checked here.
 const KrShape* KrManipulatorLink::shape(unsigned int i) const
 {
     // Null for a shape that is not there, as for an empty one.
@@ -149,6 +150,7 @@ const KrXmlCompoundType* KrManipulatorLink::child(unsigned int i) const
     return i < m_childLinks.size() ? &m_childLinks[i] : nullptr;
 }
 
+// The reader fills it before the next one is appended, so the pointer stays valid for as long as it is used.
 KrXmlCompoundType* KrManipulatorLink::appendChild()
 {
     m_childLinks.values().emplace_back();

@@ -57,6 +57,7 @@ KrShape::~KrShape()
     }
 }
 
+// Null is refused without a message: there is nothing to tell about it.
 bool KrShape::addBoundingVolume(const boost::shared_ptr<KrShape>& volume)
 {
     if (!volume) {
@@ -106,6 +107,7 @@ bool KrShape::operator==(const KrShape& other) const
     return true;
 }
 
+// The caller's list keeps its memory from call to call.
 void KrShape::boundingVolumes(std::vector<const KrShape*>& list, unsigned int level) const
 {
     // `level` counts through the computed volumes first, then through those that were added, from 1.

@@ -19,6 +19,7 @@ bool isShare(double value)
 }
 
 // The rotation is not asked about: setters and readers take rotations only.
+// Poses and positions that are not finite would spread to everything that hangs on them.
 bool isFinite(const KrPositionState& state)
 {
     const KrPositionState::JointPositions& positions = state.jointPositions();
@@ -95,6 +96,7 @@ bool refuseKey(const char* method, const KrShapeStateCacheKey& key)
     return false;
 }
 
+// For questions by name and by number; `reason` says what is wrong with it.
 void refuseLink(const char* method, unsigned int manipulator, const std::string& reason)
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "KrStatedSystem::%s - manipulator %u: %s.\n", method, manipulator,
@@ -229,6 +231,7 @@ const KrManipulatorLink* KrStatedSystem::linkByKey(const KrShapeStateCacheKey& k
 }
 
 // Names need not be unique, so all are told.
+// A base link is found by its manipulator's name, which is its own.
 std::vector<std::uint32_t> KrStatedSystem::linksByName(unsigned int manipulator, const std::string& name) const
 {
     std::vector<std::uint32_t> found;
@@ -259,6 +262,7 @@ bool KrStatedSystem::addChangedShape(const KrShapeStateCacheKey& key)
 }
 
 // Selecting twice is one selection, yet tells the windows again.
+// What is selected keeps its opacity while the rest fades.
 bool KrStatedSystem::selectShape(const KrShapeStateCacheKey& key)
 {
     if (shapeByKey(key) == nullptr) {
@@ -269,6 +273,7 @@ bool KrStatedSystem::selectShape(const KrShapeStateCacheKey& key)
     return true;
 }
 
+// Windows are told even when nothing was selected.
 void KrStatedSystem::clearSelection()
 {
     m_selectedShapes.clear();

@@ -114,6 +114,7 @@ KrWindow::Link& KrWindow::currentLink()
     return t_isOver ? *s_atExit : t_current.link;
 }
 
+// Asked before every call that a driver would not survive.
 bool KrWindow::isUsableHere() const
 {
     // Before it is open a window belongs to no thread. After a fork not even opening is safe: the driver's locks and
@@ -246,6 +247,7 @@ bool KrWindow::getStereoSupported() const
     return m_initialized ? m_impl->isStereoSupported() : m_stereo;
 }
 
+// False for an open window, since contexts share from their making on.
 bool KrWindow::share(KrWindow* window)
 {
     // The context is made once and shares from the beginning or never; a window has nothing to share with itself.

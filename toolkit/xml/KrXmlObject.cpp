@@ -262,6 +262,7 @@ bool KrXmlObject::readStream(std::istream& stream, const std::string& name)
     return readDocument(*this, [&](KrXmlReader& reader) { return reader.openStream(stream, name); });
 }
 
+// Flushed but not closed: the stream is the caller's.
 bool KrXmlObject::writeStream(std::ostream& stream) const
 {
     const Outcome outcome = writeDocument(*this, stream);
@@ -298,6 +299,7 @@ bool KrXmlObject::writeSocket(int descriptor) const
     return writeToDescriptor(*this, descriptor, "writeSocket", "socket");
 }
 
+// Of the class alone: values have no part in a schema.
 bool KrXmlObject::writeSchema(std::ostream& stream) const
 {
     KrXmlSchema(token(), *this).write(stream);

@@ -74,6 +74,7 @@ void KrXmlSchema::write(std::ostream& stream) const
            << kRealType << m_definitions << "</xs:schema>\n";
 }
 
+// A class that is met for the first time writes its definition at once.
 std::string KrXmlSchema::typeName(const KrXmlObject& object)
 {
     // By class: however often a class occurs, it is described once.
@@ -197,6 +198,7 @@ void KrXmlSchema::oneOfAnyClass()
     complexType("<xs:sequence>" + anyElement("##any", 0, "1") + "</xs:sequence>");
 }
 
+// Any number of values, in any order.
 void KrXmlSchema::keyedValues()
 {
     // Such values have the elements of the core namespace, which another schema cannot describe.

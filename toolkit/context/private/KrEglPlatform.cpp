@@ -236,6 +236,7 @@ std::vector<KrEglPlatform> KrEglPlatforms::renderNodes(KrWindowReport& report)
     return platforms;
 }
 
+// Whatever EGL itself thinks best, where nothing else is left.
 std::vector<KrEglPlatform> KrEglPlatforms::defaultDisplay(KrWindowReport&)
 {
     KrEglPlatform platform;

@@ -141,6 +141,7 @@ private:
         return haveGlx() && choose() && createContext(trap) && createSurface(trap) && start(trap);
     }
 
+    // A server may be reached and still not know GLX, over a network for example.
     bool haveGlx()
     {
         int major = 0;

@@ -29,6 +29,7 @@ int handle(Display* display, XErrorEvent* event)
 
 } // namespace
 
+// Xlib's handler is one for the process, so the trap holds a lock for as long as it lives.
 KrXErrorTrap::KrXErrorTrap(void* display)
     : m_display(display)
 {
@@ -74,6 +75,7 @@ bool KrXErrorTrap::keep(void* display, unsigned char code, unsigned char request
     return false;
 }
 
+// The first error of the trap's time, in Xlib's words, with the request that caused it; empty for none.
 std::string KrXErrorTrap::error()
 {
     // Asked for, errors that are still under way are waited for.

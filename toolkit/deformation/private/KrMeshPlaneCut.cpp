@@ -117,6 +117,7 @@ KrMeshPlaneCut::KrMeshPlaneCut(Mesh& mesh, const std::vector<KrVector>& points, 
     }
 }
 
+// False when the plane leaves everything on one side; the mesh is then of no further use.
 bool KrMeshPlaneCut::separate(std::uint32_t piece, std::uint32_t newPiece)
 {
     // Groups of other pieces stay as they are, so that they may lie across the plane.
@@ -262,6 +263,7 @@ std::uint32_t KrMeshPlaneCut::textureCoordinateBetween(std::uint32_t low, std::u
     return found->second;
 }
 
+// Where a vertex is, in steps of the tolerance.
 KrMeshPlaneCut::PlaceKey KrMeshPlaneCut::placeOf(std::uint32_t vertex) const
 {
     // Rounded to a grid, so that places can be compared and sorted.
@@ -348,6 +350,7 @@ bool KrMeshPlaneCut::triangulate(const std::vector<Polygon>& loops, Polygon& tri
     return result.isSound && !triangles.empty() && triangles.size() % 3 == 0;
 }
 
+// False where the rim does not close, as that of an open surface; the mesh is cut then, without a cap.
 bool KrMeshPlaneCut::cap(const std::string& name)
 {
     // Which way an outline goes on where two of them touch cannot be told, so there is no cap.

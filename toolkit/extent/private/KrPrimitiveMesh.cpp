@@ -352,6 +352,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrPrimitiveMesh::box(const KrVector& size
     return mesh.finish(groupName);
 }
 
+// A mantle, and a flat end wherever the radius is not 0.
 boost::shared_ptr<KrTriPhysicalExtent> KrPrimitiveMesh::cone(double bottomRadius, double topRadius, double length,
                                                              const std::string& groupName)
 {
@@ -376,6 +377,7 @@ boost::shared_ptr<KrTriPhysicalExtent> KrPrimitiveMesh::cone(double bottomRadius
     return Lathe(std::move(points), std::move(lines)).turn().finish(groupName);
 }
 
+// Two half balls on one outline, so that the mantle between them needs no special case.
 boost::shared_ptr<KrTriPhysicalExtent> KrPrimitiveMesh::capsule(double radius, double length,
                                                                 const std::string& groupName)
 {

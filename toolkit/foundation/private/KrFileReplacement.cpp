@@ -106,6 +106,7 @@ bool randomNumber(std::uint64_t& number)
 }
 
 /// "picture.png" -> ".picture.0123456789abcdef.partial.png"
+/// Hidden by its dot, and with the target's extension, for libraries that choose a format by it.
 std::string temporaryName(const fs::path& target, std::uint64_t number)
 {
     char digits[32];
@@ -192,6 +193,7 @@ bool KrFileReplacement::fail(const std::string& reason)
     return false;
 }
 
+// Harmless twice, and after a success.
 void KrFileReplacement::discard()
 {
     if (m_descriptor >= 0) {
@@ -251,6 +253,7 @@ bool KrFileReplacement::write(const void* data, std::size_t size)
     return true;
 }
 
+// On failure nothing has happened to the target, and the temporary file is gone.
 bool KrFileReplacement::replace()
 {
     if (m_descriptor < 0) {

@@ -133,6 +133,7 @@ bool KrInputFile::read(char* data, std::size_t size, std::size_t& count)
     return m_numBytes <= m_mostBytes || fail("it is larger than " + sizeText(m_mostBytes));
 }
 
+// To the end, or to the limit.
 bool KrInputFile::readAll(std::string& content)
 {
     // What readLine has read ahead belongs to the rest.

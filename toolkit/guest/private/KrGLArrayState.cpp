@@ -56,6 +56,7 @@ void KrGLArrayState::applyLayout(GLenum array, const ArrayLayout& layout)
 
 // `canBeInteger`: whether the context knows integer attributes, which OpenGL 3.0 introduced; older ones refuse the
 // question.
+// Of one generic attribute; size, type and the rest are told one by one.
 KrGLArrayState::ArrayLayout KrGLArrayState::readAttributeLayout(GLuint attribute, bool canBeInteger)
 {
     ArrayLayout layout;

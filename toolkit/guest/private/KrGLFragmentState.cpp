@@ -22,6 +22,7 @@ void KrGLStateTraversal::fragments()
     enumerator(GL_LOGIC_OP_MODE, GL_COPY, [](GLenum mode) { glLogicOp(mode); });
     // Smaller depth wins in a new context, and depth is written.
     enumerator(GL_DEPTH_FUNC, GL_LESS, [](GLenum function) { glDepthFunc(function); });
+    // A mask that is closed would keep glClear from clearing.
     integers(GL_DEPTH_WRITEMASK, Name{1}, [](const GLint* on) { glDepthMask(*on != 0); });
     // Function and reference are set by one call, so they are one item; the function's number is below 2^24 and
     // survives as a float.
@@ -234,6 +235,7 @@ GLfloat KrGLStateTraversal::largestPoint()
     return std::max(sharp[1], smooth[1]);
 }
 
+// Sizes and thresholds of points that shrink with their distance.
 void KrGLStateTraversal::pointParameter(GLenum name, GLfloat initial)
 {
     floats(name, std::array<GLfloat, 1>{initial}, [name](const GLfloat* v) { glPointParameterf(name, *v); });

@@ -22,6 +22,7 @@ void KrGLStateTraversal::light(GLenum number, GLenum name, const std::array<GLfl
         [=](const GLfloat* v) { glLightfv(number, name, v); });
 }
 
+// Lights, the light model and materials; how they play together is OpenGL 2.1, section 2.14.
 void KrGLStateTraversal::lighting()
 {
     using Color = std::array<GLfloat, 4>;
@@ -69,6 +70,7 @@ void KrGLStateTraversal::material(GLenum face, GLenum name, const std::array<GLf
         [=](const GLfloat* v) { glMaterialfv(face, name, v); });
 }
 
+// Its switch is one of switches().
 void KrGLStateTraversal::fog()
 {
     // The two enumerators of fog; the call takes them as integers.
@@ -109,6 +111,7 @@ void KrGLStateTraversal::textureUnit(int unit)
     }
 }
 
+// How the fixed pipeline combines a unit's texture with the colour.
 void KrGLStateTraversal::textureEnvironment()
 {
     // Which target a fixed-function unit reads; shaders do without these switches.
@@ -133,6 +136,7 @@ void KrGLStateTraversal::textureEnvironment()
         [](const GLfloat* v) { glTexEnvfv(GL_TEXTURE_FILTER_CONTROL, GL_TEXTURE_LOD_BIAS, v); });
 }
 
+// Generated and current coordinates, and the matrix that they go through.
 void KrGLStateTraversal::textureCoordinates(int unit)
 {
     // Point sprites replace coordinates unit by unit.
