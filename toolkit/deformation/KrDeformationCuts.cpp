@@ -56,6 +56,7 @@ std::string KrDeformationPhysicalExtent::tryCut(unsigned int piece, const KrVect
     return std::string();
 }
 
+// No triangle is parted: the edges between chosen ones and others become the cut.
 bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint32_t>& triangles)
 {
     // Sorted, so that one walk over all triangles finds them; a triangle that is named twice counts once.
@@ -108,6 +109,7 @@ bool KrDeformationPhysicalExtent::cutAlongTriangles(const std::vector<std::uint3
     return true;
 }
 
+// Poses, weights and strokes stay.
 void KrDeformationPhysicalExtent::clearCuts()
 {
     if (m_cutGroups.empty()) {

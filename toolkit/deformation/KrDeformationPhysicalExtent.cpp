@@ -25,6 +25,7 @@ KrDeformationPhysicalExtent::KrDeformationPhysicalExtent()
     m_pieces.resize(1);
 }
 
+// A copy of the lists: the mesh stays the caller's.
 void KrDeformationPhysicalExtent::setMesh(const KrTriPhysicalExtent& mesh, Smoothing smoothing)
 {
     // Held while it is read: a placed mesh has another for its mesh form.
@@ -106,6 +107,7 @@ bool KrDeformationPhysicalExtent::setVertices(const std::vector<KrVector>& verti
     return true;
 }
 
+// By name, so that a program can set its poses again without counting them.
 bool KrDeformationPhysicalExtent::setPose(const std::string& name, const std::vector<KrVector>& vertices)
 {
     if (!checkVertices("setPose", vertices)) {
@@ -134,6 +136,7 @@ unsigned int KrDeformationPhysicalExtent::poseIndex(const std::string& name) con
     return static_cast<unsigned int>(found - m_poses.begin());
 }
 
+// Any finite weight: poses may be exaggerated, or turned round.
 bool KrDeformationPhysicalExtent::setWeight(unsigned int pose, double weight)
 {
     if (pose >= m_poses.size() || !std::isfinite(weight)) {
@@ -183,6 +186,7 @@ void KrDeformationPhysicalExtent::clearStrokes()
     touch();
 }
 
+// Pieces move as rigid bodies after a cut.
 bool KrDeformationPhysicalExtent::setPieceOffset(unsigned int piece, const KrCoordinateSystemTransformation& offset)
 {
     if (piece >= m_pieces.size() || !offset.isPose()) {

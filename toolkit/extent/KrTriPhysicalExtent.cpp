@@ -131,6 +131,7 @@ void MeshCheck::scaleNormals()
     }
 }
 
+// The first wrong number ends the check, so that there is one message.
 bool MeshCheck::checkIndex(const char* what, std::uint32_t index, std::size_t count)
 {
     if (index >= count) {
@@ -213,6 +214,7 @@ unsigned int KrTriPhysicalExtent::numGroupNames() const
     return m_groups.size();
 }
 
+// Empty beyond the last one.
 std::string KrTriPhysicalExtent::groupName(unsigned int i) const
 {
     return i < m_groups.size() ? m_groups[i].first().value() : std::string();

@@ -49,6 +49,7 @@ void KrClientState::bindFramebuffers(const Framebuffers& framebuffers) const
     }
 }
 
+// Notes what is chosen in the target, and directs reading to where drawing goes.
 void KrClientState::readTargetBuffers()
 {
     m_targetReadBuffer = static_cast<GLenum>(integer(GL_READ_BUFFER));

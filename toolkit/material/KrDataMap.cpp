@@ -156,6 +156,7 @@ bool KrDataMap::erase(const std::string& key)
     return m_values.erase(key) != 0;
 }
 
+// The four colours and the exponent of OpenGL's materials.
 KrDataMap KrDataMap::material(const KrColor& color)
 {
     // Highlights are weak and wide: a fifth of white, and an exponent of 20 where OpenGL goes up to 128.
@@ -178,6 +179,7 @@ const KrDataMap& KrDataMap::defaultManipColor()
     return s_map;
 }
 
+// Half transparent.
 const KrDataMap& KrDataMap::blueColor()
 {
     static const KrDataMap s_map = material(KrColor(0.0, 0.0, 1.0, 0.5));

@@ -57,6 +57,7 @@ void KrGUIObjectParameters::registerComponents()
     registerComponent({KrXmlNamespace::render(), "centerOfInterestScale"}, m_centerOfInterestScale, Presence::Optional);
 }
 
+// All three in one message, since they are written side by side.
 bool KrGUIObjectParameters::validate(KrXmlRefusal& refusal) const
 {
     // Asked again here, for documents: they reach the lengths without the setters.

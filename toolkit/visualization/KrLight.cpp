@@ -26,6 +26,7 @@ KrLight& KrLight::operator=(const KrLight& other) = default;
 KrLight& KrLight::operator=(KrLight&& other) noexcept = default;
 KrLight::~KrLight() = default;
 
+// Colours are checked here, although KrColor takes any numbers: OpenGL would clamp them in silence.
 bool KrLight::setAmbient(const KrColor& color)
 {
     // The setters assign only behind a passed check, so that a refused value leaves the light as it was.

@@ -17,6 +17,7 @@ bool isFinite(const char* method, const KrVector& vector)
 }
 
 // Written so that NaN fails too.
+// At 0 nothing would be seen; from pi on there is no picture plane.
 bool isFieldOfView(double angle)
 {
     return angle > 0.0 && angle < kPi;
@@ -34,6 +35,7 @@ KrPovParameters& KrPovParameters::operator=(const KrPovParameters& other) = defa
 KrPovParameters& KrPovParameters::operator=(KrPovParameters&& other) noexcept = default;
 KrPovParameters::~KrPovParameters() = default;
 
+// Not kept by itself: it follows from the two points.
 double KrPovParameters::viewingDistance() const
 {
     // Not kept by itself: eye point and centre of interest are what is stored.
@@ -55,8 +57,7 @@ bool KrPovParameters::setUp(const KrVector& up)
     if (!isFinite("KrPovParameters::setUp", up)) {
         return false;
     }
-    // Unlike the document's check this one cannot ask whether the vector lies along the line of sight: the eye point
-    // may be set later.
+    // Whether it lies along the line of sight is not asked: the eye point may be set later.
     if (!(up.length() > 0.0)) {
         Kr::Print::instance()->write(
             Kr::Print::Warning,
@@ -79,6 +80,7 @@ bool KrPovParameters::setFieldOfView(double angle)
     return true;
 }
 
+// From a camera's pose, as a viewer has it after the user has looked around.
 bool KrPovParameters::setFromViewTransformationAndDistance(const KrCoordinateSystemTransformation& view,
                                                            double distance)
 {

@@ -67,6 +67,7 @@ void KrRenderParameters::registerComponents()
     registerComponent({uri, "backgroundColor"}, m_backgroundColor, Presence::Optional);
 }
 
+// Both planes are there when a document has been read, so their order can be asked about.
 bool KrRenderParameters::validate(KrXmlRefusal& refusal) const
 {
     // Written so that NaN fails too.

@@ -18,6 +18,7 @@ KrXmlToken KrVisualizationParameters::token() const
 void KrVisualizationParameters::registerComponents()
 {
     const std::string& uri = KrXmlNamespace::render();
+    // Each part may be left out: a document may hold nothing but a point of view.
     registerComponent({uri, "povParameters"}, m_pov, Presence::Optional);
     registerComponent({uri, "renderParameters"}, m_render, Presence::Optional);
     registerComponent({uri, "lightParameters"}, m_light, Presence::Optional);

@@ -50,6 +50,7 @@ void onCombine(GLdouble*, void* items[4], GLfloat*, void** item, void* tessellat
     static_cast<Tessellation*>(tessellation)->isSound &= *item != nullptr;
 }
 
+// Which error does not matter: there is no cap then.
 void onError(GLenum, void* tessellation)
 {
     static_cast<Tessellation*>(tessellation)->isSound = false;
@@ -219,6 +220,7 @@ KrMeshPlaneCut::Corner KrMeshPlaneCut::crossing(const Corner& one, const Corner&
     return corner;
 }
 
+// An edge point and not a place: when poses move the ends, the cut moves with them.
 std::uint32_t KrMeshPlaneCut::vertexBetween(std::uint32_t low, std::uint32_t high, double t)
 {
     // By the edge, so that its other triangle finds the same vertex.
@@ -274,6 +276,7 @@ KrMeshPlaneCut::PlaceKey KrMeshPlaneCut::placeOf(std::uint32_t vertex) const
     return key;
 }
 
+// The outline of the lower side, edge by edge; the upper one has the same.
 void KrMeshPlaneCut::noteRim(const Polygon& below)
 {
     for (std::size_t i = 0; i < below.size(); ++i) {

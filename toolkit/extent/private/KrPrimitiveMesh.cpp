@@ -124,6 +124,7 @@ Lathe::Lathe(std::vector<OutlinePoint> points, std::vector<OutlineLine> lines)
     }
 }
 
+// One vertex on the axis, else one for each segment border.
 Lathe::Ring Lathe::addVertices(std::size_t point)
 {
     // On the axis all borders fall together.
@@ -278,6 +279,7 @@ bool hasArea(const Face& face, const KrVector& size)
 }
 
 /// Which of the box's eight corners.
+/// Bit by bit: x, y, z.
 std::uint32_t cornerIndex(const KrVector& signs)
 {
     return (signs.x() > 0.0 ? 1u : 0u) + (signs.y() > 0.0 ? 2u : 0u) + (signs.z() > 0.0 ? 4u : 0u);

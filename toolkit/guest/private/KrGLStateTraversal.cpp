@@ -26,6 +26,7 @@ void KrGLStateTraversal::read(Values& values)
     m_values = &values;
     run();
 }
+// What is alike on both sides is left out, which is nearly everything.
 void KrGLStateTraversal::write(Values& values, const Values& present)
 {
     m_purpose = Purpose::Write;
