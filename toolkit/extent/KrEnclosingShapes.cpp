@@ -48,8 +48,8 @@ boost::shared_ptr<KrTriPhysicalExtent> trianglesAround(const KrCapsulePhysicalEx
 }
 
 /// A solid whose triangles enclose what it encloses, and have the look of what is computed.
+/// Looks like the solid in documents and to users; only its triangles are larger.
 template <typename Solid>
-// Looks like the solid in documents and to users; only its triangles are larger.
 class Enclosing : public Solid
 {
 public:
@@ -67,9 +67,8 @@ protected:
     }
 };
 
-/// What lies between two planes across each of three axes.
-/// A box in the making, along any three axes at right angles.
-struct Slabs
+/// A box along any three axes at right angles, as it is fitted to points.
+struct OrientedBox
 {
     Axes axes = {KrVector(1, 0, 0), KrVector(0, 1, 0), KrVector(0, 0, 1)};
     double low[3];
@@ -115,11 +114,11 @@ KrCoordinateSystemTransformation pose(const Axes& axes, const KrVector& center)
 }
 
 // The slack is added at both ends.
-ExtentPointer boxOf(const Slabs& slabs, double slack)
+ExtentPointer boxOf(const OrientedBox& fitted, double slack)
 {
     const auto box = boost::make_shared<Enclosing<KrBoxPhysicalExtent>>(
-        KrVector(slabs.size(0) + 2.0 * slack, slabs.size(1) + 2.0 * slack, slabs.size(2) + 2.0 * slack));
-    box->setPlacement(pose(slabs.axes, slabs.center()));
+        KrVector(fitted.size(0) + 2.0 * slack, fitted.size(1) + 2.0 * slack, fitted.size(2) + 2.0 * slack));
+    box->setPlacement(pose(fitted.axes, fitted.center()));
     return box;
 }
 
@@ -267,10 +266,10 @@ struct Capsule
 };
 
 /// The smaller of the best box and a capsule along that box's longest edge.
-ExtentPointer capsuleOrBoxOf(const std::vector<KrVector>& points, const KrTriPhysicalExtent& mesh, const Slabs& aligned,
-                             double slack)
+ExtentPointer capsuleOrBoxOf(const std::vector<KrVector>& points, const KrTriPhysicalExtent& mesh,
+                             const OrientedBox& aligned, double slack)
 {
-    Slabs best;
+    OrientedBox best;
     best.axes = principalAxes(mesh, aligned.center(), 1.0 / aligned.diagonal());
     best.fit(points);
     if (!(best.volume() < aligned.volume())) { // NaN, too
@@ -294,7 +293,7 @@ ExtentPointer capsuleOrBoxOf(const std::vector<KrVector>& points, const KrTriPhy
 // Coarsest first, as levels of detail are numbered.
 std::vector<ExtentPointer> makeSimple(const std::vector<KrVector>& points, const KrTriPhysicalExtent& mesh)
 {
-    Slabs aligned;
+    OrientedBox aligned;
     aligned.fit(points);
     const double diagonal = points.empty() ? 0.0 : aligned.diagonal();
     // A single point, or none, has nothing to enclose.

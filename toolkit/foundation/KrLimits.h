@@ -45,9 +45,8 @@ constexpr std::uint64_t kTextBytes = std::uint64_t{256} << 20;   ///< of a traje
 constexpr std::size_t kTextLine = std::size_t{1} << 20;          ///< of a trajectory, bytes
 constexpr std::size_t kTrajectoryRows = 1000000;                 ///< of a trajectory: nine hours at 30 frames a second
 constexpr std::size_t kTrajectoryNumbers = std::size_t{1} << 26; ///< kept of a trajectory, rows times joints that move
-constexpr std::uint64_t kCameraBytes = std::uint64_t{4}
-                                       << 20; ///< of a camera's description: its tree takes 100 times that
-constexpr std::uint64_t kStateBytes = std::uint64_t{16} << 20; ///< of a state of a system
-constexpr std::size_t kMessageName = 120;                      ///< of a name from a file in a message, bytes
+constexpr std::uint64_t kCameraBytes = std::uint64_t{4} << 20;   ///< of a camera's description; its tree takes far more
+constexpr std::uint64_t kStateBytes = std::uint64_t{16} << 20;   ///< of a state of a system
+constexpr std::size_t kMessageName = 120;                        ///< of a name from a file in a message, bytes
 
 } // namespace Kr::Limits
