@@ -32,6 +32,7 @@ protected:
 class MorphUpdateVisitor : public osg::NodeVisitor
 {
 public:
+    /// @param texture  held; null, or one without an image, is left alone
     explicit MorphUpdateVisitor(MorphTexture* texture);
 
     using osg::NodeVisitor::apply;

@@ -40,7 +40,7 @@ public:
     KrRenderTypes() = delete;
 
     static osg::Vec4d ec2osg(const KrColor& color); ///< red, green, blue, alpha
-    // x, y, z.
+    /// x, y, z; what is not finite stays so.
     static osg::Vec3d ec2osg(const KrVector& vector);
     static void ec2osg(const KrVector& vector, osg::Vec3d& out);
     static KrVector osg2ec(const osg::Vec3d& vector);

@@ -59,9 +59,9 @@ public:
     bool render(KrSGWindow& window, const Options& options, std::vector<float>& depths);
 
     // Of the latest frame that was read.
-    unsigned int width() const { return m_width; }   ///< pixels
-    unsigned int height() const { return m_height; } ///< pixels
-    unsigned int depthBits() const { return m_depthBits; }
+    unsigned int width() const { return m_width; }         ///< pixels
+    unsigned int height() const { return m_height; }       ///< pixels
+    unsigned int depthBits() const { return m_depthBits; } ///< of the buffer; 0 until a frame was read
     /// Eye to clip coordinates, row vectors, with the near and far plane that were in force.
     const osg::Matrixd& projection() const { return m_projection; }
     /// The largest error of a planar `depth`, m: half a step of the depth buffer, 12 x 2^-24 of its range for the

@@ -61,6 +61,7 @@ public:
     explicit KrFrameStream(Content content);
 
     // Neither function may be replaced from within one of the two, nor draw, nor close the window.
+    /// Held; an empty one (the default) takes no frames, and those that were read are let go.
     void setReceiver(Receiver receiver);
     /// An empty one (the default): frames are written into memory of the stream's, kept from frame to frame.
     void setLender(Lender lender);

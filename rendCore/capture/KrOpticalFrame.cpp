@@ -19,6 +19,7 @@ osg::Matrixd KrOpticalFrame::otherConvention(const osg::Matrixd& view)
 bool KrOpticalFrame::toPov(const KrCoordinateSystemTransformation& opticalToWorld, double distance,
                            KrPovParameters& pov)
 {
+    // Written so that NaN fails, too.
     if (!opticalToWorld.isFinite() || !std::isfinite(distance) || !(distance > 0.0)) {
         const KrVector& eye = opticalToWorld.translation();
         Kr::Print::instance()->write(

@@ -89,6 +89,7 @@ bool KrOrbitInputHandler::handle(const osgGA::GUIEventAdapter& event, osgGA::GUI
         return false;
     }
     const bool isUsed = event.getEventType() == Event::KEYDOWN ? handleKey(event) : handlePointer(event);
+    // Others may want it: nothing is drawn for it here.
     if (!isUsed) {
         return false;
     }
@@ -164,6 +165,7 @@ void KrOrbitInputHandler::beginDrag(const osgGA::GUIEventAdapter& event)
 
 void KrOrbitInputHandler::drag(double x, double y)
 {
+    // From event to event: a drag that was missed in part is caught up with by the next.
     const double dx = x - m_lastX;
     const double dy = y - m_lastY;
     m_lastX = x;
@@ -236,6 +238,7 @@ bool KrOrbitInputHandler::handleArrow(int key, bool isPan)
 {
     const double x = key == Event::KEY_Left ? -1.0 : key == Event::KEY_Right ? 1.0 : 0.0;
     const double y = key == Event::KEY_Down ? -1.0 : key == Event::KEY_Up ? 1.0 : 0.0;
+    // In units of half the picture, so that a step looks the same at every distance.
     if (isPan) {
         pan(x * kPanPerKey, y * kPanPerKey);
     } else {

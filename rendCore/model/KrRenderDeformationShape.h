@@ -20,6 +20,8 @@ class KrTextureMarker;
 class KrRenderDeformationShape : public KrRenderShape
 {
 public:
+    /// Draws `extent` (null: nothing, after one message) as it is now.
+    /// @param materialMap  by group name; copied, for cuts that make new groups
     KrRenderDeformationShape(const KrBasePhysicalExtent* extent, const KrMaterialMap& materialMap);
 
     /// Takes over vertices and normals of the extent: in place while the groups keep their triangles (of an extent that

@@ -133,6 +133,7 @@ KrRenderShape* KrRenderShape::newKrRenderShape(const KrManipulatorLink& link, co
     // The link decides, not the extent: a rigid link draws a bending extent as it is now.
     bool deformable = false;
     link.deformable(deformable);
+    // The caller takes the first reference, in both cases.
     if (deformable) {
         return new KrRenderDeformationShape(extent, materialMap);
     }

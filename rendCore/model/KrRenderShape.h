@@ -41,6 +41,7 @@ public:
     static osg::ref_ptr<osg::Geode> createGeometry(const KrBasePhysicalExtent* extent);
 
     // The order of the virtual operations is part of the interface.
+    /// The bits of KrRenderTypes::Attributes, and operations that set and clear some of them; all are 0 at first.
     virtual unsigned int getAttributes() const;
     virtual void setAttribute(KrRenderTypes::Attributes attribute);
     virtual void clearAttribute(KrRenderTypes::Attributes attribute);

@@ -198,6 +198,7 @@ private:
     KrMarkFrame m_frame;
 };
 
+// The callback on the shape is the only record of a marker, and goes with the shape.
 KrTextureMarker* KrTextureMarker::find(const osg::Geode& shape)
 {
     // Callbacks are nested in one another: an application's own may come before or after ours.
@@ -264,6 +265,7 @@ KrTextureMarker::KrTextureMarker(osg::Geode& shape, unsigned int width, unsigned
         m_texture->setWrap(osg::Texture::WRAP_S, osg::Texture::REPEAT);
         m_texture->setWrap(osg::Texture::WRAP_T, osg::Texture::REPEAT);
     }
+    // Behind the texture: its camera takes the size from it.
     m_painter = new KrMarkPainter(*m_texture);
     m_texture->setPainter(m_painter);
 }
@@ -393,6 +395,7 @@ bool KrTextureMarker::stamp(osg::Image* picture, const Placement& placement)
     const bool isSound = isFinite(placement.centre) && isFinite(placement.size) && placement.size.x() > 0.0f &&
                          placement.size.y() > 0.0f && std::isfinite(placement.rotation) &&
                          std::isfinite(placement.opacity);
+    // Everything is looked at before anything is made.
     if (!hasPixels(picture) || !isSound) {
         refuse("stamp", "the picture is empty, a number is not finite or a size is not positive");
         return false;

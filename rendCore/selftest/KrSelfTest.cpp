@@ -44,6 +44,7 @@ KrSelfTest::Result run(const char* name, void (*scene)(KrSelfTestRun&), const st
     try {
         scene(self);
     } catch (const std::exception& error) {
+        // No exception leaves a public function: it becomes a finding.
         self.fail("an exception: %s", error.what());
     }
     return self.result();
@@ -53,6 +54,7 @@ KrSelfTest::Result run(const char* name, void (*scene)(KrSelfTestRun&), const st
 
 KrSelfTest::Result KrSelfTest::operator()(const std::string& folder, const Spoiler& spoiler) const
 {
+    // A steady clock: nothing that sets the time of day changes how long a test took.
     const auto start = std::chrono::steady_clock::now();
     Result result;
     try {

@@ -58,6 +58,7 @@ void KrSelfTestScenes::axes(KrSelfTestRun& run)
     base.setRollPitchYaw(0.5, -0.3, 0.7);
     base.setTranslation(KrVector(-1.2, 0.0, -0.6));
     KrIndividualManipulator robot = Run::robot();
+    // Turned about all three axes: an axis that is drawn in the wrong frame misses its place.
     robot.setPlacement(base);
     // `base * origin` is the base's frame, turned as it is and moved by (1.2, 0, 0.5) in the
     // world: the two do not overlap.
@@ -109,6 +110,7 @@ void KrSelfTestScenes::volumes(KrSelfTestRun& run)
     const auto ball = boost::make_shared<KrSpherePhysicalExtent>(0.5);
     ball->setMaterialName("white");
     const auto shape = boost::make_shared<KrShape>(boost::shared_ptr<KrBasePhysicalExtent>(ball));
+    // Of its own, and not the computed ones: it is the innermost, and the only one that is shown.
     shape->addBoundingVolume(
         boost::make_shared<KrShape>(Run::box(KrVector(2.4, 0.2, 1.6), KrVector(0.3, 0.0, 0.2), "volume")));
     robot.addShape(shape);
@@ -270,6 +272,7 @@ void main()
     if (!run.open(window, view)) {
         return;
     }
+    // A scene window takes any group: there is no system in it.
     window.setNode(scene);
     window.renderScene(true); // the texture knows its size from then on, and takes all matrices
     KrRenderMorphLink::updateVertexTexture(manipulator);
@@ -305,6 +308,7 @@ void KrSelfTestScenes::plume(KrSelfTestRun& run)
     if (!run.open(window, system, view)) {
         return;
     }
+    // Blue, so that what the plume lets through differs from its own colour.
     window.setBackgroundColor(KrColor(0.0, 0.0, 1.0));
     const KrImage picture = run.capture(window, "even field");
     // What a ray keeps of the light from behind, docs/plumes.md: the level's density over a box of 2 m.
@@ -330,6 +334,7 @@ void KrSelfTestScenes::deformation(KrSelfTestRun& run)
         vertex.setZ(vertex.z() + 0.25 * (vertex.x() + 2.0));
     }
     KrIndividualManipulator robot("robot");
+    // Only shapes of deformable links follow their extent.
     robot.setDeformable(true);
     robot.addShape(boost::shared_ptr<KrBasePhysicalExtent>(extent));
     KrStatedSystem system = Run::systemOf(robot);
@@ -368,6 +373,7 @@ void KrSelfTestScenes::deformation(KrSelfTestRun& run)
 
 void KrSelfTestScenes::marks(KrSelfTestRun& run)
 {
+    // White: the marks' texture is multiplied with the material.
     const boost::shared_ptr<KrTriPhysicalExtent> mesh =
         Run::sheet(-1.5, 1.5, -1.5, 1.5, 0.0, Run::glow({1.0, 1.0, 1.0}));
     KrIndividualManipulator robot("robot");

@@ -149,6 +149,7 @@ void KrSelfTestScenes::orientation(KrSelfTestRun& run)
         if (!picture.data()) {
             return;
         }
+        // The same frame once more: nothing has changed between the two.
         KrImage flipped;
         window.renderSceneAndCaptureImage(flipped, KrSGWindow::CaptureColor | KrSGWindow::CaptureFlipped);
         // A flipped capture keeps its rows in a storage of its own, which has to be made the
@@ -189,6 +190,7 @@ void KrSelfTestScenes::depth(KrSelfTestRun& run)
     if (!run.open(window, system, view)) {
         return;
     }
+    // One object for both kinds: what it keeps from frame to frame is tried, too.
     KrDepthCapture capture;
     for (const KrDepthCapture::Kind kind : {KrDepthCapture::Kind::Planar, KrDepthCapture::Kind::Euclidean}) {
         const bool isPlanar = kind == KrDepthCapture::Kind::Planar;
@@ -210,6 +212,7 @@ void KrSelfTestScenes::depth(KrSelfTestRun& run)
             const auto column = static_cast<std::size_t>(pixel.column);
             const auto row = static_cast<std::size_t>(pixel.row);
             const double seen = depths[row * view.width + column];
+            // Nothing was drawn there: no distance is near infinity.
             if (!quarter.material) {
                 // Infinity is the default background, so that no distance can be taken for it.
                 run.expect(std::isinf(seen), "depth where there is nothing");
@@ -241,6 +244,7 @@ void KrSelfTestScenes::rangeMap(KrSelfTestRun& run)
     view.setTranslation(KrVector(0.0, 0.0, 5.0));
     constexpr unsigned int kWidth = 64;
     constexpr unsigned int kHeight = 48;
+    // Farther than anything in the scene, so that what meets nothing is told apart.
     constexpr double kFarthest = 9.0;
     std::vector<std::vector<double>> map;
     if (!run.expect(KrRender2DSampleTool::get2DMap(system, view, kWidth, kHeight, 3.2, 2.4, kFarthest, map) &&
@@ -315,6 +319,7 @@ void KrSelfTestScenes::stream(KrSelfTestRun& run)
                          kColourTolerance, ("the arm in frame " + std::to_string(i)).c_str());
         run.expectCoverage(frames[i], view.coverage(0.9 * 0.2), 0.15, "the arm");
     }
+    // The last pose once more, read in another way.
     pose(kFrames - 1);
     if (!frames.empty()) {
         // Both ways read the same frame: the one waits for the driver, the other does not.
@@ -403,6 +408,7 @@ void KrSelfTestScenes::overlay(KrSelfTestRun& run)
     block.height = 40;
     KrImage around;
     if (picture.data() && picture.getSubimage(block, around)) {
+        // Of the whole picture, so that the text inside and the text of the picture can be compared.
         const double share = double(block.width) * block.height / (double(view.width) * view.height);
         const double inside = Run::coverage(around) * share;
         // Fonts differ between machines: letters cover neither nearly nothing nor a whole rectangle in any of them.

@@ -58,6 +58,7 @@ void KrLightProperties::setLightPara(const KrLight& light, unsigned int lightNum
     m_atEye = light.isAtEye();
     m_enabled = light.isOn();
     m_lightNumber = static_cast<int>(lightNumber);
+    // Kept: through `setColor`, which clients may use as well.
     setColor(light.ambient(), m_ambient);
     setColor(light.diffuse(), m_diffuse);
     setColor(light.specular(), m_specular);
@@ -102,6 +103,7 @@ osg::LightSource* KrLightProperties::setGL()
 {
     osg::LightSource* source = lightSource();
     if (!m_enabled) {
+        // Kept: a light that was never on makes nothing when it is switched off.
         if (source != nullptr) {
             source->setLocalStateSetModes(osg::StateAttribute::OFF);
             // The modes act only below the light source, which has no children: the mask is what switches it off.

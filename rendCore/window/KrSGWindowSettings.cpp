@@ -31,6 +31,7 @@ bool KrSGWindow::setCameraIntrinsics(const KrCameraIntrinsics& intrinsics)
 
 void KrSGWindow::clearCameraIntrinsics()
 {
+    // The field of view decides again, with the next update.
     m_intrinsics.reset();
     m_dirtyFlags |= DirtyProjection;
 }
@@ -40,6 +41,7 @@ bool KrSGWindow::setWindowSize(unsigned int width, unsigned int height)
     const bool resized = KrWindow::setWindowSize(width, height);
     // Kept: 1 where there is no ratio.
     const bool isFlat = width == 0 || height == 0;
+    // Through the virtual table, and kept: also where the window has refused the size.
     setAspectRatio(isFlat ? 1.0 : static_cast<double>(width) / static_cast<double>(height));
     if (isInitialized() && resized && m_graphicsWindow.valid()) {
         resizeGraphicsWindow();

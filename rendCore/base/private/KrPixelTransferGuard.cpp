@@ -21,6 +21,7 @@ constexpr GLenum kStores[] = {GL_PACK_ALIGNMENT,    GL_UNPACK_ALIGNMENT,  GL_PAC
                               GL_PACK_SKIP_PIXELS,  GL_PACK_SWAP_BYTES,   GL_PACK_LSB_FIRST,   kPackImageHeight,
                               kPackSkipImages,      GL_UNPACK_ROW_LENGTH, GL_UNPACK_SKIP_ROWS, GL_UNPACK_SKIP_PIXELS,
                               GL_UNPACK_SWAP_BYTES, GL_UNPACK_LSB_FIRST,  kUnpackImageHeight,  kUnpackSkipImages};
+// They come first, and are the only ones that differ from guard to guard.
 constexpr std::size_t kNumAlignments = 2;
 
 /// The scales come first.
@@ -71,6 +72,7 @@ KrPixelTransferGuard::KrPixelTransferGuard(const osg::GLExtensions& gl, int alig
     , m_unpackBuffer(boundBuffer(gl, kPixelUnpackBufferBinding))
     , m_alignment(alignment)
 {
+    // The header's arrays keep what the tables name.
     static_assert(std::size(kStores) == kNumStores && std::size(kTransfers) == kNumTransfers);
     if (m_unpackBuffer != 0) {
         // A bound buffer would turn the pointers of pixels into offsets in it.

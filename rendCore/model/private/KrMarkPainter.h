@@ -21,16 +21,19 @@ class KrMarkFrame
 {
 public:
     KrMarkFrame() = default;
+    /// The frame that `visitor` belongs to.
     explicit KrMarkFrame(const osg::NodeVisitor& visitor)
         : m_stamp(visitor.getFrameStamp())
         , m_number(m_stamp ? m_stamp->getFrameNumber() : visitor.getTraversalNumber())
         , m_isAny(true)
     {
     }
+    /// The same number of the same viewer; two that are no frame are equal.
     bool operator==(const KrMarkFrame& other) const
     {
         return m_isAny == other.m_isAny && m_stamp == other.m_stamp && m_number == other.m_number;
     }
+    /// Not equal.
     bool operator!=(const KrMarkFrame& other) const { return !(*this == other); }
 
 private:
@@ -74,9 +77,10 @@ private:
 class KrMarkPainter : public osg::Referenced
 {
 public:
+    /// @param texture  what is drawn into; held
     explicit KrMarkPainter(KrMarkTexture& texture);
 
-    // The programs of the three kinds of marks.
+    /// The programs of the three kinds of marks; borrowed from this object.
     osg::Program* strokeProgram() const { return m_strokeProgram; }
     osg::Program* stampProgram() const { return m_stampProgram; }
     osg::Program* projectionProgram() const { return m_projectionProgram; }

@@ -26,6 +26,7 @@ struct KrSelfTestView
         double row = 0.0; ///< 0 at the bottom
     };
 
+    /// The point of view of this camera, for a window of its size.
     KrPovParameters pov() const;
     /// Pixels for a metre in the plane at `y`.
     double scale(double y = 0.0) const { return height / metresHigh * distance / (distance + y); }
@@ -44,6 +45,8 @@ class KrSelfTestRun
 public:
     using Colour = std::array<double, 3>;
 
+    /// @param folder   where pictures go; empty for none
+    /// @param spoiler  borrowed until the run ends, during which warnings come here and not to the caller's sink
     KrSelfTestRun(const char* name, const std::string& folder, const KrSelfTest::Spoiler& spoiler);
     ~KrSelfTestRun();
     KrSelfTestRun(const KrSelfTestRun&) = delete;
@@ -64,6 +67,7 @@ public:
     /// False, and a finding, when the current context reports an error.
     bool checkGL(const char* what);
 
+    /// Keeps the first finding, of at most 399 characters, with the first warning that was printed before it.
     void fail(const char* format, ...) __attribute__((format(printf, 2, 3)));
     /// `what` says what should be.
     bool expect(bool isTrue, const char* what);
@@ -75,19 +79,25 @@ public:
     bool expectCoverage(const KrImage& picture, double wanted, double tolerance, const char* what);
     bool expectSame(const KrImage& a, const KrImage& b, const char* what);
 
+    /// The mean about `pixel`, of (2 radius + 1) squared pixels, fewer at the picture's edge; -1 without a picture.
     static Colour colourAt(const KrImage& picture, KrSelfTestView::Pixel pixel, unsigned int radius = 2);
+    /// The part of `picture` that is not black, in [0, 1]; 0 without a picture.
     static double coverage(const KrImage& picture);
 
     /// A file for the test's own use; the path is valid until the run ends.
     std::string scratchFile(const char* name);
 
+    /// Whether nothing was found so far.
     bool passed() const { return m_result.message.empty(); }
+    /// The end of the run: a warning that nothing has explained is a finding, too.
     KrSelfTest::Result result();
 
     // What the scenes are made of.
     static KrDataMap glow(const Colour& colour); ///< that colour whatever the light
+    /// `extent` itself, moved to `centre` (m) with the material of that name; empty for none.
     static boost::shared_ptr<KrBasePhysicalExtent> place(const boost::shared_ptr<KrBasePhysicalExtent>& extent,
                                                          const KrVector& centre, const char* material);
+    /// A box along the axes, `size` its edges, m.
     static boost::shared_ptr<KrBasePhysicalExtent> box(const KrVector& size, const KrVector& centre,
                                                        const char* material);
     /// A rectangle in the plane at `y`, seen from the eye; u along x, v along z. Finely divided, so that lamps and

@@ -6,7 +6,7 @@ class KrSelfTestRun;
 namespace KrSelfTestScenes
 {
 
-// How shapes look.
+/// How shapes look.
 void primitives(KrSelfTestRun& run);
 void materials(KrSelfTestRun& run);
 void textures(KrSelfTestRun& run);
@@ -14,7 +14,7 @@ void transparency(KrSelfTestRun& run);
 void selection(KrSelfTestRun& run);
 void links(KrSelfTestRun& run);
 
-// Aids and special geometry.
+/// Aids and special geometry.
 void axes(KrSelfTestRun& run);
 void volumes(KrSelfTestRun& run);
 void mass(KrSelfTestRun& run);
@@ -23,7 +23,7 @@ void plume(KrSelfTestRun& run);
 void deformation(KrSelfTestRun& run);
 void marks(KrSelfTestRun& run);
 
-// How frames leave.
+/// How frames leave.
 void orientation(KrSelfTestRun& run);
 void depth(KrSelfTestRun& run);
 void rangeMap(KrSelfTestRun& run);

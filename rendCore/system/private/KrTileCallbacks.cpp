@@ -11,6 +11,7 @@ void KrEmptyTiles::operator()(osg::RenderInfo& renderInfo) const
     if (areas.empty() || !state) {
         return;
     }
+    // The background of the views beside it.
     const osg::Vec4& color = renderInfo.getCurrentCamera()->getClearColor();
     // The frame before may have masked a channel.
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);

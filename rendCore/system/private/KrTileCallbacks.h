@@ -14,6 +14,7 @@
 class KrViewFollower : public osg::View::Slave::UpdateSlaveCallback
 {
 public:
+    /// @param follow  called before each slave is updated, several times a frame
     explicit KrViewFollower(std::function<void()> follow)
         : m_follow(std::move(follow))
     {

@@ -50,6 +50,7 @@ void KrTiledCapture::attach(osg::Camera& camera, osgViewer::Viewer& viewer)
 {
     osgUtil::RenderStage* const stage = KrRenderStages::of(camera);
     const osg::Viewport* const viewport = camera.getViewport();
+    // A camera that draws nothing leaves its place as it is filled.
     if (!stage || !viewport) {
         return;
     }

@@ -9,6 +9,7 @@ class KrVector;
 namespace KrViewPlacement
 {
 
+/// The inverse of a pose, for row vectors.
 osg::Matrixd worldToFrame(const KrCoordinateSystemTransformation& frameToWorld);
 
 /// World to camera, world frame in metres. Where `upward` is parallel to the line of sight, z, else y is up.

@@ -63,6 +63,7 @@ osg::Matrixd KrDrawnProjection::of(osgUtil::RenderBin& bin, const osg::Matrixd& 
 osg::Matrixd KrDrawnProjection::of(osgViewer::Viewer& viewer)
 {
     const osg::Matrixd camera = viewer.getCamera()->getProjectionMatrix();
+    // The stage keeps what it has drawn until the next frame is culled.
     osgUtil::RenderStage* const stage = KrRenderStages::ofMain(&viewer);
     return stage ? of(*stage, camera) : camera;
 }

@@ -17,6 +17,7 @@ class Viewer;
 class KrGuestFrame
 {
 public:
+    /// @param window  borrowed until this goes
     explicit KrGuestFrame(KrWindow& window)
         : m_window(window)
     {

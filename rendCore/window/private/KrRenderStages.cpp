@@ -9,6 +9,7 @@ namespace
 
 void compileInFrame(osg::Camera& camera)
 {
+    // A client may have given the camera a renderer of its own kind.
     if (auto* const renderer = dynamic_cast<osgViewer::Renderer*>(camera.getRenderer())) {
         // A new scene sets it again: so this is said before every frame.
         renderer->setCompileOnNextDraw(false);
