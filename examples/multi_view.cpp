@@ -23,6 +23,7 @@ int main(int argc, char** argv)
     KrXmlVectorType<KrPovParameters> views;
     for (const char* const name : {"front", "side", "top", "perspective"}) {
         KrViewSide side;
+        // One of KrViewSide::names(), so it is found.
         KrViewSide::find(name, side);
         KrFraming framing(side.towardsEye, side.up, KrFraming::kFieldOfView, double(width) / height);
         framing.add(system.statedSystem().manipulatorSystem(), system.statedSystem().systemState());

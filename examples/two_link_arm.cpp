@@ -33,6 +33,7 @@ int main(int argc, char** argv)
 {
     KrIndividualManipulator arm("arm");
     arm.materialMap().set(std::string("orange"), KrDataMap::material(KrColor(0.9, 0.45, 0.1)));
+    // addChildLink() gives the link that now belongs to the arm: the forearm hangs on that one.
     arm.addChildLink(makeRod("upper arm", "shoulder", 0.0)).addChildLink(makeRod("forearm", "elbow", 0.5));
     KrManipulatorSystem manipulators;
     manipulators.manipulators().push_back(arm);
@@ -51,6 +52,7 @@ int main(int argc, char** argv)
     for (int i = 0; i < 10; ++i) {
         system.setJointPosition(0, "shoulder", 0.05 * i); // radians
         system.setJointPosition(0, "elbow", 0.2 * i);
+        // The window draws the state that it is given, not what the system has become.
         window.setState(system.systemState());
         const std::string file = std::string(argc > 1 ? argv[1] : ".") + "/pose" + std::to_string(i) + ".png";
         KrImage image;

@@ -19,11 +19,13 @@ struct Aid
     bool KrAids::*flag;
 };
 
+// In the order in which help and messages list them.
 constexpr Aid kAids[] = {{"axes", &KrAids::axes},
                          {"volumes", &KrAids::volumes},
                          {"mass", &KrAids::mass},
                          {"collision", &KrAids::collisions}};
 
+/// What names the links there are: the base is one, though no manipulator lists it among its own.
 std::string unknownLink(const KrStatedSystem& system, const std::string& name)
 {
     std::vector<std::string> links;
@@ -49,6 +51,7 @@ bool select(KrStatedSystem& system, const std::string& name, std::string& reason
             links.insert(links.end(), inside.begin(), inside.end());
         }
         for (const std::uint32_t link : links) {
+            // All of that name are selected; that one of them can be seen is enough.
             isFound = true;
             isSeen = system.selectLink(i, link) == KrStatedSystem::LinkAnswer::Done || isSeen;
         }
@@ -120,6 +123,7 @@ double KrAids::axisLength(const KrStatedSystem& system) const
     measured.collisions = collisions;
     framing.setShown(measured);
     framing.add(system.manipulatorSystem(), system.systemState());
+    // Where there is nothing to measure, as for a robot of 1 m.
     return kAxisPart * (framing.isEmpty() ? 1.0 : framing.size().length());
 }
 
@@ -154,6 +158,7 @@ bool KrAids::prepare(KrStatedSystem& system, KrVisualizationParameters& paramete
         }
     }
     if (axes) {
+        // A copy: what else the file says about markers stays.
         KrGUIObjectParameters markers = parameters.GUIObjectParameters();
         markers.setAxisScale(axisLength(system));
         parameters.setGUIObjectParameters(markers);
@@ -180,6 +185,7 @@ void KrAids::show(KrRenderWindow& window) const
 
 void KrAids::follow(KrRenderWindow& window)
 {
+    // Only while volumes are shown: renewing them makes a mesh for every link that bends.
     if (window.displayMask(KrRenderTypes::BoundingVolumes)) {
         KrAidLooks::renewVolumes(window);
     }

@@ -8,6 +8,7 @@
 namespace
 {
 
+/// Allocates where the size differs only: one picture serves for all frames.
 void fit(KrImage& small, const KrImage& large, unsigned int factor)
 {
     const unsigned int width = large.width() / factor;
@@ -39,6 +40,7 @@ void KrDownscale::average(const KrImage& large, unsigned int factor, KrImage& sm
                         sum += *in;
                     }
                 }
+                // To the nearest: cutting off would darken the picture by half a step.
                 *out++ = static_cast<unsigned char>((sum + count / 2) / count);
             }
         }
@@ -54,6 +56,7 @@ void KrDownscale::pick(const KrImage& large, unsigned int factor, KrImage& small
     const std::size_t row = std::size_t(large.width()) * channels;
     unsigned char* out = small.data();
     for (unsigned int y = 0; y < height; ++y) {
+        // One pixel of each block stands for it: the mean of two depths would lie on neither surface.
         for (unsigned int x = 0; x < width; ++x, out += channels) {
             std::memcpy(out, large.data() + y * factor * row + std::size_t(x) * factor * channels, channels);
         }

@@ -8,6 +8,7 @@
 KrFrameWriter::KrFrameWriter(unsigned int factor, Write write)
     : m_factor(factor)
     , m_write(std::move(write))
+    // The last member: everything that the thread uses is there when it starts.
     , m_thread([this] { run(); })
 {
 }
@@ -16,6 +17,7 @@ KrFrameWriter::~KrFrameWriter()
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        // What still waits is dropped; whoever wants it written has called finish().
         m_isEnding = true;
     }
     m_changed.notify_all();
@@ -25,17 +27,20 @@ KrFrameWriter::~KrFrameWriter()
 unsigned char* KrFrameWriter::lend(unsigned int width, unsigned int height)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
+    // Drawing must not run away from writing with the memory.
     m_changed.wait(lock, [this] { return m_hasFailed || m_numSubmitted - m_numWritten < kMostWaiting; });
     if (m_hasFailed) {
         return nullptr;
     }
     // Free: the writing thread looks at it only after it is submitted.
     KrImage& drawn = m_drawn[m_numSubmitted % kMostWaiting];
+    // Allocating takes time for which the other thread need not wait.
     lock.unlock();
     constexpr unsigned int kChannels = 3;
     if (drawn.width() != width || drawn.height() != height || !drawn.data()) {
         drawn.allocate(kChannels, 0, width, height);
     }
+    // Without memory the picture stays empty.
     const bool fits = drawn.width() == width && drawn.height() == height;
     return fits ? drawn.data() : nullptr;
 }
@@ -74,6 +79,7 @@ bool KrFrameWriter::finish(std::string& reason)
 bool KrFrameWriter::write(std::size_t number, KrImage& small, std::string& reason)
 {
     const KrImage& drawn = m_drawn[number % kMostWaiting];
+    // An exception that left this thread would end the program.
     try {
         if (m_factor > 1) {
             KrDownscale::average(drawn, m_factor, small);
@@ -93,6 +99,7 @@ void KrFrameWriter::run()
     std::unique_lock<std::mutex> lock(m_mutex);
     while (true) {
         m_changed.wait(lock, [this] { return m_isEnding || m_numWritten < m_numSubmitted; });
+        // Before what still waits, see the destructor.
         if (m_isEnding) {
             return;
         }

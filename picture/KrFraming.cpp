@@ -22,15 +22,18 @@ KrVector uprightTo(const KrVector& towards, const KrVector& up)
 {
     for (const KrVector& candidate : {up, KrVector(1.0, 0.0, 0.0), KrVector(0.0, 0.0, 1.0)}) {
         KrVector across = candidate.cross(towards);
+        // Nearly parallel counts as parallel: what is left over would be rounding.
         if (across.length() > 1e-6 * candidate.length()) {
             KrVector upright = towards.cross(across);
             upright.normalize();
             return upright;
         }
     }
+    // For what is no number only: x and z are not both parallel to anything.
     return {0.0, 1.0, 0.0};
 }
 
+/// Every vertex: a box around them would keep the robot smaller in the picture than it may be.
 void addExtent(KrFraming& framing, const KrBasePhysicalExtent& extent, const KrCoordinateSystemTransformation& toWorld)
 {
     if (const auto* const grid = dynamic_cast<const KrGridPhysicalExtent*>(&extent)) {
@@ -53,6 +56,7 @@ void addExtent(KrFraming& framing, const KrBasePhysicalExtent& extent, const KrC
     }
 }
 
+/// As far as the tips. A length of 0 is for axes that are not shown.
 void addAxes(KrFraming& framing, const KrCoordinateSystemTransformation& toWorld, double length)
 {
     if (!(length > 0.0)) {
@@ -95,12 +99,15 @@ KrFraming::KrFraming(const KrVector& towardsEye, const KrVector& up, double fiel
     m_towards.normalize();
     m_up = uprightTo(m_towards, up);
     m_right = m_up.cross(m_towards);
+    // Tangents of half the angles, less the margin.
     m_vertical.slope = kFilledPart * std::tan(0.5 * fieldOfView);
     m_horizontal.slope = m_vertical.slope * aspectRatio;
 }
 
 void KrFraming::Sides::add(double x, double z, bool isFirst)
 {
+    // Seen from (e, d), a point is inside the slope t when |x - e| <= t (d - z): of all points the largest x + t z
+    // and t z - x decide.
     for (unsigned int i = 0; i < kNumSlopes; ++i) {
         const double tz = slopeAt(i) * z;
         positive[i] = isFirst ? x + tz : std::max(positive[i], x + tz);
@@ -166,6 +173,7 @@ void KrFraming::addLinkAndAids(const KrManipulatorLink& link, const KrCoordinate
     for (unsigned int i = 0; m_shown.collisions && i < link.numCollisionShapes(); ++i) {
         addShape(*this, link.collisionShape(i), dhToWorld);
     }
+    // Axes may be drawn at either frame of a link: there is room for both.
     addAxes(*this, toWorld, m_shown.axisLength);
     addAxes(*this, dhToWorld, m_shown.axisLength);
     if (m_shown.volumes && link.shape() != nullptr) {
@@ -180,6 +188,7 @@ void KrFraming::addIntraLinks(const KrIndividualManipulator& manipulator, const 
 {
     const KrIntraLinkDescription& description = manipulator.intraLinks();
     if (description.count() == 0) {
+        // Their places depend on positions only; the rest of a state stays empty.
         return;
     }
     KrManipulatorActiveState state;
@@ -192,6 +201,7 @@ void KrFraming::addIntraLinks(const KrIndividualManipulator& manipulator, const 
 
 void KrFraming::addEllipsoid(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& dhToWorld)
 {
+    // An ellipsoid is the same in every pose: it is made once for a whole motion.
     const auto [place, isNew] = m_ellipsoids.emplace(&link, KrEllipsoid());
     KrEllipsoid& ellipsoid = place->second;
     if (isNew) {
@@ -205,6 +215,7 @@ void KrFraming::addEllipsoid(const KrManipulatorLink& link, const KrCoordinateSy
 
 void KrFraming::addMotion(const KrManipulatorSystem& system, KrMotion& motion)
 {
+    // So many poses tell where a motion goes; framing must not take longer than drawing.
     constexpr std::size_t kMostPoses = 100;
     const std::size_t step = motion.size() / kMostPoses + 1;
     KrPoseDriver poses(system);
@@ -213,6 +224,7 @@ void KrFraming::addMotion(const KrManipulatorSystem& system, KrMotion& motion)
         poses.drive(state);
         add(system, state);
     }
+    // Shapes that bend are left as the first picture shows them.
     if (motion.size() > 0) {
         poses.drive(motion.state(0));
     }
@@ -233,6 +245,7 @@ KrPovParameters KrFraming::pov() const
     KrPovParameters pov;
     pov.setFieldOfView(m_fieldOfView);
     pov.setUp(m_up);
+    // Any view will do, as long as it is finite.
     if (isEmpty()) {
         pov.setCenterOfInterest({0.0, 0.0, 0.0});
         pov.setEyepoint(3.0 * m_towards);

@@ -10,6 +10,7 @@ KrLight lamp(const KrVector& towards, const KrVector& right, const KrVector& up,
              const KrColor& color, double highlight)
 {
     KrLight light;
+    // From far away: the position is a direction then.
     light.setPositional(false);
     light.setPosition(towards.x() * right + towards.y() * up + towards.z() * back);
     light.setAmbient({0.0, 0.0, 0.0});
@@ -29,6 +30,7 @@ KrLightParameters KrLighting::threeLamps(const KrPovParameters& pov)
     const KrVector up = back.cross(right);
 
     KrLightParameters lights;
+    // One from above on the left, one from the right, and one from behind for the outlines.
     // The strong lamp is a little warm, the weak one a little cool.
     lights.lights().push_back(lamp({-0.55, 0.85, 0.75}, right, up, back, {0.67, 0.66, 0.64}, 0.70));
     lights.lights().push_back(lamp({0.95, 0.15, 0.60}, right, up, back, {0.26, 0.27, 0.29}, 0.10));

@@ -12,6 +12,7 @@ namespace
 
 using Type = KrJointKinematics::Type;
 
+/// With the digits that a person reads.
 std::string text(double value)
 {
     char buffer[32];
@@ -26,6 +27,7 @@ const KrJointKinematics* findJoint(const KrIndividualManipulator& manipulator, c
     return index < 0 ? nullptr : &manipulator.links()[static_cast<std::size_t>(index)]->jointKinematics();
 }
 
+/// Proposes joints that can be set only.
 std::string unknownJoint(const KrStatedSystem& system, const std::string& name)
 {
     std::vector<std::string> joints;
@@ -40,6 +42,7 @@ std::string unknownJoint(const KrStatedSystem& system, const std::string& name)
            (joints.empty() ? ": nothing in this system moves" : KrValueText::suggestion(name, joints));
 }
 
+/// A number without a unit is in the joint's own.
 bool fits(KrValueText::Unit unit, Type type)
 {
     return unit == KrValueText::Unit::Plain || (unit == KrValueText::Unit::Length) == (type == Type::Prismatic);
@@ -54,6 +57,7 @@ bool KrNamedJoint::find(const KrStatedSystem& system, const std::string& name, K
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
         const std::string prefix = manipulators[i].name() + "/";
         std::string inside = name;
+        // The whole name first: a joint's own may hold a slash.
         const KrJointKinematics* kinematics = findJoint(manipulators[i], name);
         if (!kinematics && name.compare(0, prefix.size(), prefix) == 0) {
             inside = name.substr(prefix.size());
@@ -114,6 +118,7 @@ bool KrNamedJoint::readPosition(const std::string& word, double& position, std::
 
 bool KrNamedJoint::isBeyond(double position) const
 {
+    // Degrees become radians with rounding; a limit that was typed is no farther than that limit.
     constexpr double kRounding = 1e-9;
     const KrJointKinematics& k = *kinematics;
     return k.hasLimits() && (position < k.lowerLimit() - kRounding || position > k.upperLimit() + kRounding);

@@ -24,6 +24,7 @@ void largestSize(unsigned int& width, unsigned int& height)
     height = static_cast<unsigned int>(std::min(viewport[1], texture));
 }
 
+/// Along each side: the largest whole one whose square is not above `samples`.
 unsigned int factorOf(unsigned int samples)
 {
     unsigned int factor = 1;
@@ -71,6 +72,7 @@ bool KrPictureScene::open(unsigned int width, unsigned int height, unsigned int 
     m_width = width;
     m_height = height;
     m_factor = factorOf(samples);
+    // Fewer samples rather than no picture.
     while (m_factor > 1 && (width * m_factor > largestWidth || height * m_factor > largestHeight)) {
         --m_factor;
     }
@@ -96,6 +98,7 @@ bool KrPictureScene::show(KrStatedSystem& system, const KrVisualizationParameter
     const KrReason said;
     m_system = &system;
     m_poses.emplace(system.manipulatorSystem());
+    // Shapes that bend are told before the scene is built.
     for (const KrShapeStateCacheKey& shape : m_poses->shapes()) {
         system.addChangedShape(shape);
     }
@@ -130,6 +133,7 @@ void KrPictureScene::pose(const KrManipulatorSystemState& state)
     if (m_poses && m_system->isNewSystem()) {
         m_poses.emplace(m_system->manipulatorSystem()); // a link that was selected may have got shapes of its own
     }
+    // Robots of which nothing bends pay nothing here.
     if (m_poses && !m_poses->shapes().empty()) {
         m_poses->drive(state);
         KrAids::follow(m_window);
@@ -142,6 +146,7 @@ bool KrPictureScene::capture(const KrManipulatorSystemState& state, unsigned int
 {
     const KrReason said;
     pose(state);
+    // Depths draw without samples, see below: back to the size of pictures.
     if (!resize(m_factor, reason)) {
         return false;
     }
@@ -191,5 +196,6 @@ bool KrPictureScene::drawDepth(const KrManipulatorSystemState& state, const KrDe
 {
     const KrReason said;
     pose(state);
+    // Without samples: the mean of two depths lies on neither surface.
     return resize(1, reason) && (m_depthCapture.render(m_window, options, depths) || failToDraw(said, reason));
 }

@@ -28,6 +28,7 @@ const std::vector<NamedSide>& sides()
         {"back", {{-1.0, 0.0, 0.0}, s_up}},
         {"left", {{0.0, 1.0, 0.0}, s_up}},
         {"right", {{0.0, -1.0, 0.0}, s_up}},
+        // Another word for the right one.
         {"side", {{0.0, -1.0, 0.0}, s_up}},
         {"top", {{0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}}}, // as on a map: x to the right, y up
         {"bottom", {{0.0, 0.0, -1.0}, {0.0, 1.0, 0.0}}},
@@ -81,6 +82,7 @@ bool KrTiles::frame(const std::vector<KrViewSide>& sides, double fieldOfView, co
         return false;
     }
     m_grid = grid;
+    // One for each view, in its order.
     m_povs.clear();
     for (const KrViewSide& side : sides) {
         KrFraming framing(side.towardsEye, side.up, fieldOfView, static_cast<double>(grid.width) / grid.height);
@@ -99,6 +101,7 @@ bool KrTiles::draw(KrPictureScene& scene, const KrManipulatorSystemState& state,
     const std::size_t wholeHeight = factor * m_height;
     const std::size_t width = factor * m_grid.width;
     const std::size_t height = factor * m_grid.height;
+    // What no tile covers shows the background.
     if (m_povs.size() * width * height < wholeWidth * wholeHeight) {
         for (std::size_t i = 0; i < wholeWidth * wholeHeight; ++i) {
             std::memcpy(out + i * kChannels, m_background, kChannels);
@@ -107,10 +110,12 @@ bool KrTiles::draw(KrPictureScene& scene, const KrManipulatorSystemState& state,
     const std::size_t below = wholeHeight - m_grid.rows * height; // pixels that no tile has
     for (std::size_t i = 0; i < m_povs.size(); ++i) {
         scene.window().setPovParameters(m_povs[i]);
+        // Lamps stand by the camera: every view is lit alike.
         scene.window().loadLight(KrLighting::threeLamps(m_povs[i]));
         if (!scene.drawLarge(state, m_tile, reason)) {
             return false;
         }
+        // Rows are copied into a place of this size; another one would write beside it.
         if (m_tile.width() != width || m_tile.height() != height) {
             reason = "the scene is not of a tile's size";
             return false;

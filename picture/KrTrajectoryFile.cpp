@@ -38,6 +38,7 @@ public:
     virtual bool readLine(std::string& line, std::string& reason) = 0;
 };
 
+/// Line by line: the numbers are kept, the text is not.
 class FileSource : public Source
 {
 public:
@@ -56,6 +57,7 @@ private:
     KrInputFile& m_file;
 };
 
+/// With the bound on lines that files have.
 class TextSource : public Source
 {
 public:
@@ -158,6 +160,7 @@ bool Reader::nextLine(bool& isEnd)
             return true;
         }
     }
+    // An end with a reason is a source that failed.
     isEnd = true;
     return reason.empty() || fail(m_name + ": " + reason);
 }
@@ -175,6 +178,7 @@ bool Reader::addColumn(const std::string& name, std::string& followers)
     if (name.empty()) {
         return failHere("a column has no name");
     }
+    // A joint may be called "t": the column is its own then.
     if ((name == "time" || name == "t") && !isJoint(name)) {
         if (std::any_of(m_columns.begin(), m_columns.end(), [](const Column& c) { return c.kind == Column::Time; })) {
             return failHere("there are two columns of times");
@@ -196,6 +200,7 @@ bool Reader::addColumn(const std::string& name, std::string& followers)
     if (!KrNamedJoint::findFree(m_system, name, joint, reason)) {
         return failHere(reason);
     }
+    // By the joint: it may be named in two ways.
     if (!m_seen.insert({joint.manipulator, joint.kinematics}).second) {
         return failHere("joint \"" + name + "\" has two columns");
     }
@@ -248,6 +253,7 @@ bool Reader::readRow(bool isFirst)
                 return failHere(reason);
             }
             m_positions.push_back(position);
+            // Drawn all the same; a warning tells of it.
             if (column.joint.isBeyond(position) && column.numBeyond++ == 0) {
                 column.firstBeyond = where() + ": " + column.joint.beyondText(position);
             }
@@ -278,8 +284,10 @@ bool Reader::read(KrMotion& motion)
             joints.push_back({column.joint.manipulator, column.joint.name});
         }
     }
+    // Both bound the memory: a motion of few joints may be long, one of many may not.
     const std::size_t mostRows =
         std::min(Kr::Limits::kTrajectoryRows, Kr::Limits::kTrajectoryNumbers / (1 + joints.size()));
+    // The caller's motion stays as it was until the end.
     KrMotion read(m_system, std::move(joints));
     bool isEnd = false;
     while (nextLine(isEnd) && !isEnd) {
@@ -291,6 +299,7 @@ bool Reader::read(KrMotion& motion)
         }
         read.add(m_time, m_positions);
     }
+    // Both ways out of the loop look alike; a failure has left its reason.
     if (!isEnd || !m_reason.empty()) {
         return false;
     }
@@ -305,6 +314,7 @@ bool Reader::read(KrMotion& motion)
 bool readFrom(const KrStatedSystem& system, Source& source, const std::string& name, KrMotion& motion,
               std::vector<std::string>& warnings, std::string& reason)
 {
+    // Empty while nothing has failed, which read() looks at.
     reason.clear();
     return Reader(system, source, name, warnings, reason).read(motion);
 }

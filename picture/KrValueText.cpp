@@ -19,6 +19,7 @@ struct NamedColor
     unsigned int rgb;
 };
 
+// The values are those of CSS, but for darkgray, which is lighter than gray there.
 constexpr NamedColor kColors[] = {
     {"white", 0xFFFFFF},     {"black", 0x000000},     {"gray", 0x808080},     {"grey", 0x808080},
     {"lightgray", 0xD3D3D3}, {"lightgrey", 0xD3D3D3}, {"darkgray", 0x404040}, {"darkgrey", 0x404040},
@@ -41,6 +42,7 @@ bool hexColor(const std::string& digits, KrColor& value)
     if (result.ec != std::errc() || result.ptr != end || (digits.size() != 3 && digits.size() != 6)) {
         return false;
     }
+    // Each of three digits stands for two: #fa0 is #ffaa00.
     if (digits.size() == 3) {
         rgb = ((rgb & 0xF00u) * 0x1100u) | ((rgb & 0x0F0u) * 0x110u) | ((rgb & 0x00Fu) * 0x11u);
     }
@@ -51,6 +53,7 @@ bool hexColor(const std::string& digits, KrColor& value)
 /// Insertions, deletions, replacements and swaps of neighbours that turn one word into the other.
 std::size_t distance(const std::string& a, const std::string& b)
 {
+    // Optimal string alignment: no piece is changed twice.
     std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
     for (std::size_t i = 0; i <= a.size(); ++i) {
         for (std::size_t j = 0; j <= b.size(); ++j) {
@@ -131,6 +134,7 @@ bool KrValueText::vector(const std::string& text, KrVector& value)
 
 bool KrValueText::size(const std::string& text, unsigned long& width, unsigned long& height)
 {
+    // A large X is typed as well.
     const std::vector<std::string> parts = split(KrText::lowered(text), 'x');
     if (parts.size() != 2) {
         return false;
@@ -184,6 +188,7 @@ std::vector<std::string> KrValueText::split(const std::string& text, char separa
     std::size_t start = 0;
     while (true) {
         const std::size_t end = text.find(separator, start);
+        // Empty parts stay: the caller tells what is wrong with them.
         parts.emplace_back(KrText::trimmed(std::string_view(text).substr(start, end - start)));
         if (end == std::string::npos) {
             return parts;
@@ -203,12 +208,15 @@ std::vector<std::string> KrValueText::nearest(const std::string& name, const std
             continue;
         }
         const std::string other = KrText::lowered(candidate);
+        // A piece of three letters counts as the name: people type what they remember.
         const bool contains = wanted.size() > 2 && other.find(wanted) != std::string::npos;
         const std::size_t far = distance(wanted, other);
+        // Where more than half of the letters differ, it is another word.
         if (contains || 2 * far <= std::max(wanted.size(), other.size())) {
             found.emplace_back(contains ? 0 : far, candidate);
         }
     }
+    // Equal ones stay in the order of the candidates.
     std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<std::string> names;
     for (std::size_t i = 0; i < found.size() && i < kMostShown; ++i) {

@@ -13,6 +13,7 @@ std::string KrAppAids::add(KrAids& aids, const std::string& list)
 {
     for (const std::string& word : KrValueText::split(list, ',')) {
         if (!aids.add(word)) {
+            // An empty word is shown by the comma that makes it.
             return word.empty() ? "," : word;
         }
     }
@@ -21,6 +22,7 @@ std::string KrAppAids::add(KrAids& aids, const std::string& list)
 
 void KrAppAids::complete(KrAids& aids, const KrAppRobot& robot, std::vector<std::string>& warnings)
 {
+    // Something to see is there, nothing is to be had, or the user has hidden the body: nothing to complete.
     if (robot.hasVisibleShape() || robot.numCollisionShapes() == 0 || !aids.shapes) {
         return;
     }
@@ -51,6 +53,7 @@ void KrAppAids::tellOfNothing(const KrAids& aids, const KrAppRobot& robot, std::
         }
         return;
     }
+    // What is left are those that would have no ellipsoid.
     given.erase(std::remove_if(given.begin(), given.end(),
                                [](const auto& link) { return link.second->whyImpossible().empty(); }),
                 given.end());
@@ -70,6 +73,7 @@ void KrAppAids::prepare(const KrAids& aids, KrAppRobot& robot, KrVisualizationPa
     std::vector<std::string> warnings;
     std::string reason;
     if (!aids.prepare(robot.statedSystem(), parameters, reason, warnings)) {
+        // A name that resembles one has got a suggestion, which says more than a list.
         const bool isSuggested = reason.back() == '?';
         throw KrAppFailure(KrAppFailure::CouldNot, reason + (isSuggested ? "" : " (--info lists the links)"));
     }

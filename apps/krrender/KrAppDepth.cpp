@@ -16,6 +16,7 @@ namespace
 constexpr bool kIsLittleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 constexpr double kLargestValue = 65535.0;
 
+/// 0 is for nothing seen; what is nearer than half a millimetre is 1, and stays seen.
 std::uint16_t millimetres(float depth)
 {
     if (!std::isfinite(depth)) {
@@ -41,6 +42,7 @@ std::string pfm(const std::vector<float>& depths, unsigned int width, unsigned i
     // The sign of the scale tells the byte order.
     std::string bytes = "Pf\n" + std::to_string(width) + " " + std::to_string(height) + "\n" +
                         (kIsLittleEndian ? "-1.0" : "1.0") + "\n";
+    // PFM begins with the lowest row, depths with the highest.
     for (std::size_t row = height; row-- > 0;) {
         bytes.append(reinterpret_cast<const char*>(depths.data() + row * width), sizeof(float) * width);
     }
@@ -75,6 +77,7 @@ void KrAppDepth::write(const std::vector<float>& depths, unsigned int width, uns
     if (extension == ".npy") {
         KrAppFiles::writeBytes(krAppNumpy(depths.data(), width, height), path);
     } else {
+        // Standard output has no extension, and gets the PNG.
         KrAppFiles::writeBytes(extension == ".pfm" ? pfm(depths, width, height) : png(depths, width, height, path),
                                path);
     }

@@ -21,6 +21,7 @@
 namespace
 {
 
+/// One way by itself. It may fail; what the window noted on the way is the answer.
 void tryBackEnd(std::string& text, const char* name, std::unique_ptr<KrWindowImpl> impl)
 {
     KrWindow window;
@@ -29,6 +30,7 @@ void tryBackEnd(std::string& text, const char* name, std::unique_ptr<KrWindowImp
     window.setImpl(std::move(impl));
     const bool ok = window.init();
     text += "== " + std::string(name) + (ok ? ": works\n" : ": does not work\n") + window.report().text() + "\n";
+    // Closed before the next way is tried.
     window.closeWindow();
 }
 
@@ -41,6 +43,7 @@ std::string environmentText(const char* name)
 /// Draws a grey box before blue. @return what is wrong; empty when it looks as it should
 std::string drawBox()
 {
+    // Keeps the libraries' messages from the standard error; the reason has what matters.
     KrAppMessages messages;
     constexpr unsigned int kSize = 64; // pixels
     KrIndividualManipulator box("box");
@@ -71,6 +74,7 @@ std::string drawBox()
     }
     const unsigned char* const corner = picture.data();
     const unsigned char* const middle = picture.data() + 3 * std::size_t(kSize / 2 * kSize + kSize / 2);
+    // Wide, because drivers round and light differently: what is told apart are blue and grey.
     const bool isBlue = corner[0] < 5 && corner[1] < 5 && corner[2] > 250;
     const bool isGrey = middle[0] > 30 && middle[1] > 30 && middle[0] + 30 > middle[2];
     return isBlue && isGrey ? "" : "the driver draws a box before blue as something else";
@@ -87,6 +91,7 @@ bool krAppDoctor(std::string& text)
 
     KrWindow window;
     window.setHideWindow(true);
+    // The way that a picture takes: the first that works.
     window.init();
     text += "== What a picture is drawn with\n" + window.report().text() + "\n";
     window.closeWindow();

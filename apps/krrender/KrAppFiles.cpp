@@ -26,6 +26,7 @@ namespace
 
 namespace fs = std::filesystem;
 
+// Those that the image library of the toolkit writes.
 constexpr const char* kPictureFormats[] = {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".tga"};
 constexpr const char* kVideoFormats[] = {".mp4", ".mkv", ".webm", ".gif", ".mov", ".avi"};
 
@@ -46,9 +47,11 @@ Number findNumber(const std::string& pattern, std::size_t from)
     }
     std::size_t end = start + 1;
     while (end < pattern.size() && std::isdigit(static_cast<unsigned char>(pattern[end]))) {
+        // Bounded on the way: a long row of digits overflows nothing.
         found.width = std::min(found.width * 10 + static_cast<unsigned int>(pattern[end] - '0'), 100u);
         ++end;
     }
+    // No number of frames has more than 20 digits.
     if (end >= pattern.size() || pattern[end] != 'd' || found.width > 20) {
         throw KrAppFailure(KrAppFailure::WrongUsage,
                            pattern + ": the frame number is written %d or %04d, nothing else follows a %");
@@ -64,8 +67,10 @@ std::string identity(const std::string& path)
     if (KrAppFiles::isStandard(path)) {
         return path;
     }
+    // A link is written through: what it leads to would be overwritten.
     std::error_code error;
     const fs::path whole = fs::absolute(KrFileReplacement::target(path), error);
+    // The file need not be there yet.
     const fs::path found = fs::weakly_canonical(whole, error);
     return (error ? whole : found).string();
 }
@@ -96,6 +101,7 @@ Missing missingFolders(const fs::path& folder)
     for (const fs::path& part : folder) {
         whole /= part;
         std::error_code error;
+        // A link that leads nowhere is there, too: no folder can be made in its place.
         if (found.folders.empty() && fs::exists(fs::symlink_status(whole, error))) {
             found.there = whole;
         } else if (!part.empty()) {
@@ -114,11 +120,13 @@ bool canBeMade(const Missing& missing)
 
 void writeStandardOutput(const std::string& bytes)
 {
+    // What printf still holds comes first.
     std::fflush(stdout);
     for (std::size_t done = 0; done < bytes.size();) {
         const ssize_t count = write(STDOUT_FILENO, bytes.data() + done, bytes.size() - done);
         if (count > 0) {
             done += static_cast<std::size_t>(count);
+            // Somebody else made the pipe non-blocking: wait until it takes more.
         } else if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
             pollfd wait = {STDOUT_FILENO, POLLOUT, 0};
             poll(&wait, 1, -1);
@@ -135,6 +143,7 @@ void KrAppFiles::nameStandard(std::string& path, Standard stream)
     const std::string number = stream == Standard::Input ? "0" : "1";
     const std::string names[] = {stream == Standard::Input ? "/dev/stdin" : "/dev/stdout", "/dev/fd/" + number,
                                  "/proc/self/fd/" + number};
+    // Opened by such a name, a file behind the stream would be written from its beginning again.
     if (std::find(std::begin(names), std::end(names), path) != std::end(names)) {
         path = "-";
     }
@@ -149,6 +158,7 @@ std::string KrAppFiles::readText(const std::string& path, std::uint64_t mostByte
 {
     KrInputFile file(mostBytes);
     std::string text;
+    // What another program pipes in is read from where the stream stands.
     const bool isOpen = isStandard(path) ? file.openDescriptor(STDIN_FILENO) : file.open(path);
     if (!isOpen || !file.readAll(text)) {
         throw KrAppFailure(KrAppFailure::CouldNot, spoken(path, Standard::Input) + ": " + file.reason());
@@ -170,6 +180,7 @@ void KrAppFiles::checkPictureFormat(const std::string& path)
     if (std::find(std::begin(kPictureFormats), std::end(kPictureFormats), extension) != std::end(kPictureFormats)) {
         return;
     }
+    // A video's name alone: what is missing is the motion.
     if (isVideo(path)) {
         throw KrAppFailure(KrAppFailure::WrongUsage, path + " is a video: it needs --trajectory");
     }
@@ -185,6 +196,7 @@ void KrAppFiles::checkWritable(const std::string& path, bool isFolderMade)
     }
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
+    // A device or a pipe cannot be replaced in one step, which is how files are written.
     if (fs::exists(status) && !fs::is_regular_file(status)) {
         cannotWrite(path, fs::is_directory(status) ? "it is a folder" : "it is no regular file");
     }
@@ -200,6 +212,7 @@ void KrAppFiles::checkWritable(const std::string& path, bool isFolderMade)
     if (!fs::is_directory(folder, error)) {
         cannotWrite(path, "there is no folder " + folder.string());
     }
+    // The new file is made beside the old one, so the folder must let it.
     if (access(folder.c_str(), W_OK | X_OK) != 0) {
         cannotWrite(path, std::strerror(errno));
     }
@@ -210,6 +223,7 @@ std::vector<std::string> KrAppFiles::makeFolder(const std::string& path)
     std::vector<std::string> made;
     const Missing missing = missingFolders(folderOf(path));
     for (const fs::path& folder : missing.folders) {
+        // As for any new folder: the umask takes its part.
         if (mkdir(folder.c_str(), 0777) == 0) {
             made.push_back(folder.string());
         } else if (errno != EEXIST) { // another program may have made it
@@ -223,6 +237,7 @@ std::vector<std::string> KrAppFiles::makeFolder(const std::string& path)
 
 void KrAppFiles::removeEmpty(const std::vector<std::string>& folders)
 {
+    // Innermost first. A folder that holds something by now stays, because rmdir() refuses it.
     for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
         rmdir(folder->c_str());
     }
@@ -232,6 +247,7 @@ void KrAppFiles::checkDistinct(const std::vector<std::string>& outputs, const st
 {
     std::set<std::string> read;
     for (const std::string& path : inputs) {
+        // A file may be read twice, a stream may not.
         if (!path.empty() && !read.insert(identity(path)).second && isStandard(path)) {
             throw KrAppFailure(KrAppFailure::WrongUsage, "standard input can be read but once: two files are -");
         }
@@ -278,6 +294,7 @@ std::string KrAppFiles::frameFile(const std::string& pattern, std::size_t number
         return digits.size() < width ? std::string(width - digits.size(), '0') + digits : digits;
     };
     const Number place = findNumber(pattern, 0);
+    // A name without a number gets one before its extension.
     if (place.start == std::string::npos) {
         const fs::path path(pattern);
         return (path.parent_path() / (path.stem().string() + "_" + padded(4) + path.extension().string())).string();
@@ -293,6 +310,7 @@ void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, c
     if (isStandard(path)) {
         const std::size_t row = std::size_t(picture.width()) * picture.channels();
         KrPicture file = {picture.width(), picture.height(), picture.channels(), {}};
+        // Pictures have the lowest row first, files the highest.
         for (std::size_t i = picture.height(); i-- > 0;) {
             file.pixels.insert(file.pixels.end(), picture.data() + i * row, picture.data() + (i + 1) * row);
         }
@@ -306,6 +324,7 @@ void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, c
     }
     if (!picture.writeFile(path, KrImage::BottomRowFirst)) {
         const std::string reason = messages.lastReason("the disk refuses it");
+        // The reason may begin with the file's name, which stands in the message already.
         const std::string prefix = path + ": ";
         cannotWrite(path, reason.compare(0, prefix.size(), prefix) == 0 ? reason.substr(prefix.size()) : reason);
     }

@@ -15,6 +15,7 @@
 namespace
 {
 
+/// With the digits that a person reads.
 std::string number(double value)
 {
     char buffer[32];
@@ -48,6 +49,7 @@ std::string jointText(const KrJointKinematics& joint)
         text = "continuous";
         break;
     case Type::Revolute:
+        // In degrees, as --joint takes them.
         text = "revolute " + number(Kr::Angle::degrees(joint.lowerLimit())) + " to " +
                number(Kr::Angle::degrees(joint.upperLimit())) + " deg";
         break;
@@ -70,6 +72,7 @@ std::string shapeText(const KrManipulatorLink& link)
     std::size_t fields = 0;
     for (unsigned int i = 0; i < link.numShapes(); ++i) {
         const KrShape* const shape = link.shape(i);
+        // A field has no triangles and is counted by itself.
         const KrBasePhysicalExtent* const extent = shape ? shape->physicalExtent() : nullptr;
         fields += dynamic_cast<const KrGridPhysicalExtent*>(extent) ? 1 : 0;
         const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent ? extent->triExtent() : nullptr;
@@ -127,7 +130,9 @@ std::vector<Row> rowsOf(const KrManipulatorLink& base)
         row.shapes = shapeText(link);
         rows.push_back(row);
         const KrXmlVectorType<KrManipulatorLink>& children = link.childLinks();
+        // Below the last child no line goes on.
         const std::string below = isBase ? "" : open.indent + (open.branch == "└─ " ? "   " : "│  ");
+        // Backwards onto the stack: children come off in their order.
         for (unsigned int i = children.size(); i-- > 0;) {
             stack.push_back({&children[i], below, i + 1 == children.size() ? "└─ " : "├─ "});
         }
@@ -151,6 +156,7 @@ std::string krAppInfo(const KrAppRobot& robot)
         std::size_t treeWidth = 0;
         std::size_t jointWidth = 0;
         std::size_t kindWidth = 0;
+        // The base is no entry of links(), and has a mass of its own.
         double mass = manipulator.massProperties().mass();
         for (const Row& row : rows) {
             treeWidth = std::max(treeWidth, row.width);

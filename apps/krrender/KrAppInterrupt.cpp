@@ -44,19 +44,23 @@ unsigned int nowMs()
 /// Whether the signal leaves the program running.
 bool isNoted(int number)
 {
+    // Nobody reads any more: there is nothing to finish the work for.
     if (number == SIGPIPE || !s_isNoting.load()) {
         return false;
     }
     if (!s_isRequested.load()) {
+        // The time before the flag: whoever sees the flag finds the time.
         s_requestMs = nowMs();
         s_isRequested = true;
         return true;
     }
+    // Without a sign, the difference is right across the wrap.
     return nowMs() - s_requestMs.load() < kOneBlowMs;
 }
 
 void onSignal(int number)
 {
+    // Whatever was interrupted may be about to look at errno.
     const int error = errno;
     if (!isNoted(number)) {
         // Processes first: they would make their file anew.
@@ -64,6 +68,7 @@ void onSignal(int number)
             kill(-s_processGroup.load(), SIGKILL);
         }
         KrFileReplacement::removeUnfinished();
+        // By the signal itself, so that the caller sees what ended the program.
         signal(number, SIG_DFL);
         raise(number); // comes when this function returns
     }
@@ -90,6 +95,7 @@ void KrAppInterrupt::install()
     action.sa_flags = SA_RESTART; // libraries do not expect to be interrupted
     for (const int number : kSignals) {
         struct sigaction before = {};
+        // What the caller ignores stays ignored: nohup does it with SIGHUP.
         if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
             sigaction(number, &action, nullptr);
         }

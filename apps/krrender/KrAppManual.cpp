@@ -91,6 +91,7 @@ std::string sections(const std::string& footer)
     bool isExample = false;
     std::istringstream lines(footer);
     for (std::string line; std::getline(lines, line);) {
+        // Lines that begin with two blanks are examples, which keep their line ends.
         const bool wasExample = std::exchange(isExample, line.compare(0, 2, "  ") == 0);
         text += isExample == wasExample ? "" : isExample ? ".EX\n" : ".EE\n";
         if (isExample) {
@@ -98,6 +99,7 @@ std::string sections(const std::string& footer)
             continue;
         }
         const std::size_t colon = line.find(':');
+        // A colon before any full stop or comma names a section; lines without one are notes.
         const bool hasName = colon != std::string::npos && line.find_first_of(".,") > colon;
         const std::string name = hasName ? upperCase(line.substr(0, colon)) : "NOTES";
         if (name != std::exchange(section, name)) {
@@ -118,6 +120,7 @@ std::vector<std::string> wordsOf(const std::string& type)
             words.emplace_back();
         } else if (std::islower(static_cast<unsigned char>(c)) != 0) {
             words.back() += c;
+            // Words in capitals are placeholders.
         } else {
             return {};
         }
@@ -186,6 +189,7 @@ _krrender()
 
 std::string KrAppManual::page(const CLI::App& app)
 {
+    // Indexes of pages show the description as a clause: a small letter, and no full stop.
     std::string what = app.get_description();
     if (!what.empty()) {
         what.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(what.front())));

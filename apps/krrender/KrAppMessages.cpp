@@ -15,6 +15,7 @@ public:
     void notify(osg::NotifySeverity severity, const char* message) override
     {
         const std::string text = KrReason::oneLine(message);
+        // The more serious, the lower.
         if (severity <= osg::WARN && !text.empty()) {
             const std::lock_guard<std::mutex> lock(m_messages.m_mutex);
             m_messages.addText(text);
@@ -29,6 +30,7 @@ KrAppMessages::KrAppMessages()
     : m_handlerBefore(osg::getNotifyHandler())
 {
     m_before = Kr::Print::instance()->setSink([this](Kr::Print::Type type, const std::string& text) {
+        // Any thread may print.
         if (type >= Kr::Print::Warning) {
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_last = KrReason::sentence(text);
@@ -40,12 +42,14 @@ KrAppMessages::KrAppMessages()
 
 KrAppMessages::~KrAppMessages()
 {
+    // The other way round: nothing may reach this object any more.
     osg::setNotifyHandler(m_handlerBefore.get());
     Kr::Print::instance()->setSink(m_before);
 }
 
 void KrAppMessages::addText(const std::string& text)
 {
+    // Each sentence once: a message for every frame says no more than one.
     if (std::find(m_texts.begin(), m_texts.end(), text) == m_texts.end()) {
         m_texts.push_back(text);
     }
@@ -60,6 +64,7 @@ void KrAppMessages::clear()
 
 std::string KrAppMessages::printable(const std::string& text)
 {
+    // Names come from files: a terminal must not take them for commands.
     std::string shown;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto c = static_cast<unsigned char>(text[i]);

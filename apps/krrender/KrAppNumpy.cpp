@@ -12,6 +12,7 @@ std::string numpy(const void* values, std::size_t size, unsigned int width, unsi
     // Magic, version and length take 10 bytes; the numbers begin at a multiple of 64, after a line end.
     header.append(63 - (10 + header.size()) % 64, ' ');
     header += '\n';
+    // NPY version 1.0: the magic word, two bytes of version, two of length with the low one first.
     std::string bytes = "\x93NUMPY\x01";
     bytes += '\0';
     bytes += static_cast<char>(header.size() & 0xFFu);

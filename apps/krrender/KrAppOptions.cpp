@@ -158,6 +158,7 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
     app.add_flag("--file-view", options.useFileView, "Point of view, lights and background of the native system file")
         ->group("Camera");
 
+    // One value for each: the word behind it may be the robot.
     app.add_option("-j,--joint", words.joints,
                    "A position in radians or metres, or with a unit: 30deg, 20mm; repeatable")
         ->allow_extra_args(false)
@@ -200,6 +201,7 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
     app.add_flag("-q,--quiet", options.quiet, "Print errors only")->group("Other");
     app.set_help_flag("-h,--help", "Print this help")->group("Other");
     app.set_version_flag("--version", "krrender " KR_VERSION, "Print the version")->group("Other");
+    // Of flags only --sidecar means something by a value.
     for (CLI::Option* option : app.get_options()) {
         option->disable_flag_override(option->get_name() != "--sidecar");
     }
@@ -233,6 +235,7 @@ public:
         names.insert(names.end(), option->get_lnames().begin(), option->get_lnames().end());
     }
     const std::string given = word.substr(0, word.find('=', 2));
+    // Known, and still left over: it stood behind "--".
     if (app.get_option_no_throw(given) != nullptr) {
         wrongUsage(given + ": behind -- there are no options");
     }
@@ -254,6 +257,7 @@ public:
         wrongUsage("one robot is drawn at a time: \"" + options.robot + "\" and \"" + extras.back() + "\" were named");
     }
     if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        // The parser tells in its text alone which option is meant.
         const std::string text = error.what();
         const std::string name = text.substr(0, text.find(':'));
         const std::string flag = text.substr(0, text.find(" was given"));
@@ -280,6 +284,7 @@ void readSize(const std::string& text, KrAppOptions& options)
     if (!KrValueText::size(text, width, height)) {
         wrongUsage("--size " + text + ": a size is WIDTHxHEIGHT in whole pixels, 1280x960 for one");
     }
+    // The bound is ours; whether the driver draws so much is seen when it is asked.
     const auto isDrawable = [](unsigned long n) { return n > 0 && n <= KrAppOptions::kLargestSize; };
     if (!isDrawable(width) || !isDrawable(height)) {
         wrongUsage("--size " + text + ": width and height must be from 1 to " +
@@ -349,10 +354,12 @@ void readCamera(const Words& words, KrAppOptions& options)
     if (options.up && options.up->length() == 0.0) {
         wrongUsage("--up " + words.up + ": this vector has no direction");
     }
+    // As they were typed: nothing has been reckoned with them.
     if (options.eye && options.lookAt && (*options.eye - *options.lookAt).length() == 0.0) {
         wrongUsage("--eye and --look-at are the same point");
     }
     const bool isTurned = !words.azimuth.empty() || !words.elevation.empty();
+    // Options that contradict each other are refused: whichever counted, somebody would wait for the other.
     if (options.eye && isTurned) {
         wrongUsage("--eye says where the camera stands: --azimuth and --elevation cannot be combined with it");
     }
@@ -403,6 +410,7 @@ void readIntrinsics(const Words& words, KrAppOptions& options)
 void readJoints(const Words& words, KrAppOptions& options)
 {
     for (const std::string& word : words.joints) {
+        // The last one: a name may hold the sign, a position does not.
         const std::size_t sign = word.rfind('=');
         if (sign == std::string::npos || sign == 0) {
             wrongUsage("--joint " + word + ": NAME=VALUE is expected");
@@ -458,6 +466,7 @@ void readFiles(const Words& words, KrAppOptions& options)
         KrAppFiles::nameStandard(*path, KrAppFiles::Standard::Input);
     }
     options.sidecar = !words.sidecar.empty();
+    // "true" is what the parser gives a flag without a value.
     options.sidecarPath = words.sidecar == "true" ? std::string() : words.sidecar;
     for (std::string* const path : {&options.output, &options.depth, &options.depthPreview, &options.sidecarPath,
                                     &options.report, &options.convert}) {
@@ -500,6 +509,7 @@ void checkPatterns(const KrAppOptions& options)
 
 void checkCombination(const KrAppOptions& options)
 {
+    // These draw scenes of their own, and look at nothing else that is given.
     if (options.doctor || options.selfTest) {
         return;
     }
@@ -554,6 +564,7 @@ void KrAppOptions::standAs(const KrFrameDescription& frame)
                                (isDrawable ? " tells no intrinsics" : " tells too large a picture"));
     }
     pov = frame.actualPov();
+    // What is typed counts before the file: its size, then its intrinsics.
     if (!isSizeGiven) {
         width = frame.width;
         height = frame.height;
@@ -561,6 +572,7 @@ void KrAppOptions::standAs(const KrFrameDescription& frame)
     if (intrinsics) {
         intrinsics->width = width;
         intrinsics->height = height;
+        // The same lens on a picture of another size.
     } else if (frame.width != width || frame.height != height) {
         intrinsics = frame.intrinsics->scaledTo(width, height);
     } else {
@@ -597,11 +609,13 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& done) {
+        // It has what is to be printed, the help or the version.
         app.exit(done);
         return false;
     } catch (const CLI::ParseError& error) {
         cannotParse(app, *this, error);
     }
+    // A folder that is not named and a test that is not asked for read alike in `words`.
     selfTest = app.count("--self-test") > 0;
     if (selfTest && !words.selfTest.empty()) {
         selfTestFolder = words.selfTest.front();
@@ -611,11 +625,13 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         if (option->get_expected_min() == 0) {
             continue; // may stand without a value, which reads as an empty one
         }
+        // What an unset variable in a script gives: taken for absent, it would do something else than is meant.
         if (std::find(given.begin(), given.end(), std::string()) != given.end()) {
             wrongUsage(option->get_name() + ": its value is empty");
         }
     }
 
+    // Sizes before cameras, which take them over.
     if (!words.size.empty()) {
         readSize(words.size, *this);
         isSizeGiven = true;

@@ -75,7 +75,9 @@ void KrAppPictures::check(const KrAppOptions& options)
                                "standard output is a terminal, which shows no pictures: redirect it, or name a file");
         }
     }
+    // Of the first frame; the others differ from it in their number.
     for (const std::string& path : files(options, 1)) {
+        // Folders of a series are made when they are needed; that of a video is not.
         KrAppFiles::checkWritable(path, isSeries && !(isVideo && path == options.output));
     }
 }
@@ -104,14 +106,17 @@ KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrV
     , m_messages(messages)
 {
     const KrColor& background = parameters.renderParameters().backgroundColor();
+    // Tiles first: they say how large the scene is drawn.
     if (!options.views.empty()) {
         makeTiles(background);
     }
+    // Rounded as the driver rounds it, to tell a picture that shows nothing else.
     openScene();
     const double channels[] = {background.red(), background.green(), background.blue()};
     for (unsigned int i = 0; i < 3; ++i) {
         m_background[i] = static_cast<int>(std::lround(255.0 * std::clamp(channels[i], 0.0, 1.0)));
     }
+    // Before the scene is built: looks and selections go into it.
     KrAppAids::prepare(options.aids, robot, parameters);
     std::string reason;
     demand(m_scene.show(robot.statedSystem(), parameters, reason), reason);
@@ -128,7 +133,9 @@ void KrAppPictures::makeTiles(const KrColor& background)
 {
     std::vector<KrViewSide> sides(m_options.views.size());
     for (std::size_t i = 0; i < sides.size(); ++i) {
+        // The names were checked with the options.
         KrViewSide::find(m_options.views[i], sides[i]);
+        // The one view that --azimuth and --elevation turn.
         if (m_options.views[i] == "perspective") {
             sides[i].towardsEye = m_options.towardsEye();
         }
@@ -151,6 +158,7 @@ void KrAppPictures::openScene()
     if (m_scene.open(width, height, m_options.samples, reason)) {
         return;
     }
+    // Without a context, and only then, the reason is the machine's.
     if (!m_scene.window().isInitialized()) {
         reason.insert(reason.find(':'), " (krrender --doctor tells what is missing)");
     }
@@ -165,6 +173,7 @@ KrAppPictures::~KrAppPictures()
 void KrAppPictures::makeFolder(const std::string& path)
 {
     const std::vector<std::string> made = KrAppFiles::makeFolder(path);
+    // Told once, however many a pattern makes.
     if (!made.empty() && m_folders.empty() && !m_options.quiet && !m_options.isStandardOutputTaken()) {
         std::printf("%s: this folder is made\n", made.back().c_str());
     }
@@ -216,6 +225,7 @@ void KrAppPictures::tellBlank(const std::string& path)
         Kr::Print::instance()->write(Kr::Print::Warning, "KrAppPictures::write - %s: %s empty because %s.\n",
                                      path.c_str(), what.c_str(), whyBlank().c_str());
     }
+    // Colours and depths count by themselves.
     m_numBlank = 0;
 }
 
@@ -231,6 +241,7 @@ std::string KrAppPictures::whyBlank()
 
 std::string KrAppPictures::file(const std::string& pattern, std::size_t i)
 {
+    // A video is one file of all frames.
     const bool isVideo = pattern == m_options.output && KrAppFiles::isVideo(pattern);
     if (m_options.trajectory.empty() || isVideo) {
         return pattern;
@@ -243,6 +254,7 @@ std::string KrAppPictures::file(const std::string& pattern, std::size_t i)
 void KrAppPictures::writeColor()
 {
     std::string reason;
+    // Here all of a picture happens on this thread; writeColors() is for motions.
     const KrManipulatorSystemState& state = m_motion.state(0);
     demand(m_tiles ? m_tiles->draw(m_scene, state, m_picture, reason) : m_scene.draw(state, m_picture, reason), reason);
     m_numBlank += isBlank(m_picture) ? 1 : 0;
@@ -284,10 +296,12 @@ void KrAppPictures::writeColors()
     std::exception_ptr failure; // of the writing thread, with its exit status
     KrFrameWriter writer(m_scene.factor(), [&](const KrImage& picture, std::size_t i, std::string&) {
         try {
+            // On the writing thread alone until finish(); read afterwards.
             m_numBlank += isBlank(picture) ? 1 : 0;
             video ? video->add(picture) : writeFrame(picture, i);
             return true;
         } catch (...) {
+            // Carried over to this thread, where it has its exit status.
             failure = std::current_exception();
             return false;
         }
@@ -300,6 +314,7 @@ void KrAppPictures::writeColors()
     std::string reason;
     for (std::size_t i = 0; i < m_motion.size() && !KrAppInterrupt::isRequested() && !writer.hasFailed(); ++i) {
         if (m_tiles) {
+            // Null when the writing has failed, which ends the loop.
             if (unsigned char* const whole = writer.lend(m_options.width * factor, m_options.height * factor)) {
                 demand(m_tiles->draw(m_scene, m_motion.state(i), whole, reason), reason);
                 writer.submit();
@@ -315,7 +330,9 @@ void KrAppPictures::writeColors()
         }
         progress.setDone(writer.numWritten());
     }
+    // The last frames are still on their way back from the driver.
     const bool isWhole = stream->flush();
+    // The stream ends with this function.
     m_scene.window().setDrawCallback(nullptr);
     if (video && KrAppInterrupt::isRequested()) {
         stopped(writer.numWritten(), m_motion.size()); // what still waits would go with the video
@@ -348,6 +365,7 @@ void KrAppPictures::writeFrame(const KrImage& picture, std::size_t i)
 
 void KrAppPictures::writeEach(const std::string& what, const std::function<void(std::size_t)>& writeOne)
 {
+    // One picture needs no progress, and is not stopped half-way.
     if (m_motion.size() == 1) {
         writeOne(0);
         return;
@@ -393,6 +411,7 @@ void KrAppPictures::writeDepthSidecar(std::size_t i, const std::string& path, co
         frame.channels = 1;
         frame.quantity = quantity;
         frame.unit = unit;
+        // That format begins with the lowest row.
         if (KrAppFiles::extensionOf(path) == ".pfm") {
             frame.rowOrder = KrFrameDescription::RowOrder::BottomRowFirst;
         }

@@ -36,6 +36,7 @@ void KrAppPose::setJoints(KrStatedSystem& system, const std::vector<std::pair<st
         if (!joint.readPosition(word, position, reason)) {
             throw KrAppFailure(KrAppFailure::WrongUsage, where + reason);
         }
+        // Drawn all the same: a picture of what cannot be may be what is wanted.
         if (joint.isBeyond(position)) {
             warnings.push_back(where + joint.beyondText(position));
         }
@@ -48,6 +49,7 @@ void KrAppPose::readState(KrStatedSystem& system, const std::string& path, KrApp
     const std::string text = KrAppFiles::readText(path, Kr::Limits::kStateBytes);
     const std::string name = KrAppFiles::spoken(path, KrAppFiles::Standard::Input);
     KrManipulatorSystemState state;
+    // Both say by a message what is wrong; the system is as it was then.
     if (!state.readBuffer(text.data(), text.size(), name) || !system.setSystemState(state)) {
         couldNot(messages.lastReason(name + " cannot be read"));
     }
@@ -57,6 +59,7 @@ KrMotion KrAppPose::readTrajectory(const KrStatedSystem& system, const std::stri
                                    std::vector<std::string>& warnings)
 {
     const std::string name = KrAppFiles::spoken(path, KrAppFiles::Standard::Input);
+    // One state until it is read, so that there is always one to draw.
     KrMotion motion(system);
     std::string reason;
     const bool isRead = KrAppFiles::isStandard(path)

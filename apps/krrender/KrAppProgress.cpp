@@ -7,6 +7,7 @@
 KrAppProgress::KrAppProgress(const std::string& what, std::size_t total, bool isQuiet)
     : m_what(what)
     , m_total(total)
+    // One picture is there or not: there is no progress to show.
     , m_isQuiet(isQuiet || total < 2)
     , m_isTerminal(isatty(STDERR_FILENO) == 1)
 {
@@ -24,6 +25,7 @@ void KrAppProgress::setDone(std::size_t done)
     if (m_isQuiet) {
         return;
     }
+    // A bar is drawn over itself, which a file cannot.
     if (m_isTerminal) {
         constexpr std::size_t kWidth = 40;
         const std::size_t filled = kWidth * done / m_total;
@@ -33,6 +35,7 @@ void KrAppProgress::setDone(std::size_t done)
         m_hasBar = true;
         return;
     }
+    // Ten lines are enough for a log.
     const std::size_t tenths = 10 * done / m_total;
     if (tenths > m_linesDone) {
         m_linesDone = tenths;

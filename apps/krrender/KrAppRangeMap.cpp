@@ -55,6 +55,7 @@ std::string numpy(const Map& map, unsigned int width)
 {
     std::vector<double> values;
     values.reserve(map.size() * width);
+    // Files begin with the highest row, maps with the lowest.
     for (auto row = map.rbegin(); row != map.rend(); ++row) {
         values.insert(values.end(), row->begin(), row->end());
     }
@@ -70,6 +71,7 @@ std::string csv(const Map& map)
             std::snprintf(number, sizeof number, "%.10g,", value);
             text += number;
         }
+        // In the place of the last comma; a map has a column at least.
         text.back() = '\n';
     }
     return text;
@@ -94,6 +96,7 @@ void KrAppRangeMap::parse(const std::vector<std::string>& words)
     if (!KrValueText::size(words[1], columns, rows) || columns == 0 || rows == 0 || columns > most || rows > most) {
         wrongUsage(words[1], "the second word is WIDTHxHEIGHT in whole samples from 1 to " + std::to_string(most));
     }
+    // A map sees nothing nearer than kNearLimit: one that ends there would be empty.
     readExtents(words[2], xSize, ySize);
     if (!KrValueText::number(words[3], distance) || !(distance > kNearLimit) || !std::isfinite(distance)) {
         wrongUsage(words[3], "the fourth word is the farthest distance in metres, above 1");

@@ -28,6 +28,7 @@ namespace fs = std::filesystem;
 /// The beginning of the file, enough to find its first element in.
 std::string beginningOf(const std::string& path)
 {
+    // Comments before the first element, a licence for one, may be long.
     constexpr std::size_t kLongestProlog = 65536;
     KrInputFile file(std::numeric_limits<std::uint64_t>::max()); // whoever reads all of it has a limit
     std::string text(kLongestProlog, '\0');
@@ -56,6 +57,7 @@ bool isVisible(const KrShape* shape)
         return false;
     }
     const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent();
+    // A field is seen without a triangle.
     return mesh ? mesh->numTriangles() > 0 : dynamic_cast<const KrGridPhysicalExtent*>(extent) != nullptr;
 }
 
@@ -106,6 +108,7 @@ void countNative(const KrAppRobot& robot, KrImportReport::Counts& counts)
 
 std::string KrAppRobot::rootElement(const std::string& text)
 {
+    // By hand: the file may be anything, and which parser is to have it is the question.
     std::size_t at = 0;
     while ((at = text.find('<', at)) != std::string::npos) {
         const auto startsWith = [&](const char* word) { return text.compare(at, std::strlen(word), word) == 0; };
@@ -133,6 +136,7 @@ void KrAppRobot::read(const std::string& file, const std::vector<std::string>& p
     const bool isPipe = fs::is_fifo(path, error);
     const std::string root = isPipe ? "robot" : rootElement(beginningOf(path));
 
+    // An importer's messages are in its report; the native readers print theirs.
     if (root == "robot") {
         KrImportOptions import;
         import.packagePaths = packagePaths;
@@ -144,6 +148,7 @@ void KrAppRobot::read(const std::string& file, const std::vector<std::string>& p
     }
 
     bool ok = false;
+    // Native files go by the names that their objects are written under.
     if (root == system.token().name) {
         ok = hasView = system.readFile(path);
     } else if (root == statedSystem().token().name) {
@@ -160,6 +165,7 @@ void KrAppRobot::read(const std::string& file, const std::vector<std::string>& p
     if (!ok) {
         couldNot(messages.lastReason(path + " cannot be read"));
     }
+    // A native file has no report of its own: what the summary and --info need is filled in.
     report.setFile(path);
     report.setRobot(fs::path(path).stem().string());
     countNative(*this, report.counts());

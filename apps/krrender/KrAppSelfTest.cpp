@@ -18,6 +18,7 @@ namespace
 
 constexpr const char* kDefaultFolder = "krrender-self-test";
 
+/// Makes the folder where it is not there.
 bool isUsable(const std::string& folder)
 {
     std::error_code error;
@@ -41,6 +42,7 @@ std::string chosenFolder(const std::string& folder)
     if (isUsable(kDefaultFolder)) {
         return kDefaultFolder;
     }
+    // The current folder may be read-only: a folder for temporary files is better than no answer.
     std::error_code error;
     std::string pattern =
         (std::filesystem::temp_directory_path(error) / (std::string(kDefaultFolder) + "-XXXXXX")).string();
@@ -86,6 +88,7 @@ bool krAppSelfTest(const std::string& folder)
     std::snprintf(summary, sizeof summary, "%zu of %zu passed in %.1f s", numPassed, tests.size(),
                   0.001 * milliseconds);
     tell(table, summary);
+    // Whatever the tests say: the report tells of the machine as well.
     std::string doctor;
     krAppDoctor(doctor);
     KrAppFiles::writeBytes(table + "\n" + doctor, chosen + "/report.txt");

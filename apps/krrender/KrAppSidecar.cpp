@@ -23,6 +23,7 @@ bool KrAppSidecar::readIntrinsics(const std::string& text, KrCameraIntrinsics& c
             return false;
         }
     }
+    // The size is the caller's; four good numbers and nothing less change the rest.
     KrCameraIntrinsics read = camera;
     read.fx = values[0];
     read.fy = values[1];
@@ -48,6 +49,7 @@ KrFrameDescription KrAppSidecar::read(const std::string& path, const KrAppMessag
 
 bool KrAppSidecar::evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio)
 {
+    // The narrower side counts: what is placed around the principal point is seen whole.
     const double across = std::min(camera.cx, camera.width - camera.cx) / camera.fx;
     const double down = std::min(camera.cy, camera.height - camera.cy) / camera.fy;
     if (!(across > 0.0) || !(down > 0.0)) {
@@ -62,6 +64,7 @@ KrFrameDescription KrAppSidecar::describe(KrPictureScene& scene, unsigned int wi
                                           const std::optional<KrCameraIntrinsics>& intrinsics)
 {
     KrFrameDescription frame;
+    // The window draws larger where there are several samples; the picture is told as it is written.
     frame.fill(scene.window());
     if (width != frame.width || height != frame.height) {
         frame.setPictureSize(width, height);

@@ -11,8 +11,10 @@
 namespace
 {
 
+// No robot is smaller or larger. A wrong unit is off by a factor of a thousand.
 constexpr double kSmallestRobot = 0.005; // m
 constexpr double kLargestRobot = 1000.0; // m
+// What is thinner falls between the samples.
 constexpr double kSeenPixels = 1.0;
 
 using Corners = std::array<osg::Vec4d, 8>;
@@ -34,6 +36,7 @@ bool all(const Corners& corners, const Test& test)
 /// On which side of the picture everything lies; empty when it may be inside.
 std::string sideOf(const Corners& corners)
 {
+    // In clip coordinates the picture is -w <= x, y <= w, and what lies behind the camera has no positive w.
     if (all(corners, [](const osg::Vec4d& c) { return c.w() <= 0.0; })) {
         return "behind the camera";
     }
@@ -94,6 +97,7 @@ std::string KrAppSight::whyEmpty(const KrFraming& shown, const osg::Matrixd& wor
         return "the camera looks away: what is drawn is " + side +
                formatted(" (--look-at %.4g,%.4g,%.4g is its middle)", center.x(), center.y(), center.z());
     }
+    // Else the box reaches behind the camera, and its projection tells nothing.
     if (all(corners, [](const osg::Vec4d& c) { return c.w() > 0.0; })) {
         const double across = 0.5 * width * spread(corners, 0);
         const double up = 0.5 * height * spread(corners, 1);

@@ -50,6 +50,7 @@ std::vector<std::string> arguments(const std::string& path, unsigned int width, 
         KrValueText::split("ffmpeg -hide_banner -loglevel error -xerror -nostdin -y -f rawvideo -pix_fmt rgb24", ' ');
     list.insert(list.end(), {"-s", std::to_string(width) + "x" + std::to_string(height), "-r", rate, "-i", "pipe:0"});
     // The first row is the lowest one. Most players want an even size and halved colour resolution.
+    // A GIF has 256 colours: those that the pictures have are better than any fixed ones.
     if (isGif) {
         list.insert(list.end(), {"-vf", "vflip,split[a][b];[a]palettegen[p];[b][p]paletteuse"});
     } else {
@@ -64,6 +65,7 @@ std::vector<std::string> arguments(const std::string& path, unsigned int width, 
 std::string KrAppVideo::program()
 {
     const char* const path = std::getenv("PATH");
+    // By hand, because the doctor tells the place as well. An empty entry is the current folder.
     for (const std::string& folder : KrValueText::split(path ? path : "/usr/bin:/bin", ':')) {
         const std::string candidate = (folder.empty() ? "." : folder) + "/ffmpeg";
         std::error_code error;
@@ -76,6 +78,7 @@ std::string KrAppVideo::program()
 
 KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int height, double framesPerSecond)
     : m_path(path)
+    // Beside the target: a video that is not finished leaves the old file as it was.
     , m_file(path)
 {
     if (!m_file.isOpen()) {
@@ -88,6 +91,7 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
                  "writes single pictures");
     }
     int ends[2] = {-1, -1};
+    // Complaints go into memory: a pipe would have to be emptied while pictures go into the other one.
     m_log = memfd_create("ffmpeg", MFD_CLOEXEC);
     if (m_log < 0 || pipe2(ends, O_CLOEXEC) != 0) {
         const std::string reason = std::strerror(errno);
@@ -100,6 +104,7 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
     // A program that ends early is noticed by the failing write.
     signal(SIGPIPE, SIG_IGN);
 
+    // The temporary name has the target's extension, by which the program chooses the format.
     std::vector<std::string> words = arguments(m_file.temporaryPath(), width, height, framesPerSecond);
     std::vector<char*> argv;
     for (std::string& word : words) {
@@ -116,6 +121,7 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     posix_spawnattr_setpgroup(&attributes, 0);
+    // As for a program that is started by hand: what this one blocks or ignores would be its too.
     sigset_t signals;
     sigemptyset(&signals);
     posix_spawnattr_setsigmask(&attributes, &signals);
@@ -176,6 +182,7 @@ bool KrAppVideo::hasEnded(bool isAwaited)
 int KrAppVideo::reap()
 {
     int status = -1;
+    // First: as soon as it is reaped, the number may be another program's.
     KrAppInterrupt::setProcessGroup(0);
     while (waitpid(m_process, &status, 0) < 0 && errno == EINTR) {
     }
@@ -194,6 +201,7 @@ void KrAppVideo::kill()
 
 int KrAppVideo::waitForEnd()
 {
+    // In small steps, because a request to stop has to be noticed meanwhile.
     while (m_process > 0 && !hasEnded(false)) {
         stopIfInterrupted();
         std::this_thread::sleep_for(std::chrono::milliseconds(kPatienceMs / 10));
@@ -212,6 +220,7 @@ void KrAppVideo::stopIfInterrupted()
 std::string KrAppVideo::complaint() const
 {
     char text[1024];
+    // From the beginning, wherever the program writes now: its first line tells the cause.
     const ssize_t size = pread(m_log, text, sizeof text, 0);
     const std::string log(text, size > 0 ? static_cast<std::size_t>(size) : 0);
     const std::string line = KrReason::oneLine(log.substr(0, log.find('\n')));
@@ -220,6 +229,7 @@ std::string KrAppVideo::complaint() const
 
 void KrAppVideo::giveUp()
 {
+    // The end of the pipe ends the program, if nothing else has.
     closePipe();
     waitForEnd();
     couldNot("cannot write " + m_path + ": the ffmpeg program says: " + complaint());
@@ -246,6 +256,7 @@ void KrAppVideo::add(const KrImage& picture)
 
 void KrAppVideo::finish()
 {
+    // The end of the pipe is the end of the video.
     closePipe();
     if (waitForEnd() != 0) {
         giveUp();

@@ -40,6 +40,7 @@ public:
     {
     }
 
+    // One state and the time at which it begins anew are no motion.
     bool hasMotion() const { return m_schedule.size() > 2; }
     void toggle()
     {
@@ -144,8 +145,10 @@ KrAppView::KrAppView(const std::string& title, unsigned int width, unsigned int 
 {
     m_window.setName(title);
     m_window.setWindowSize(width, height);
+    // By GLX: pictures may be drawn without a display, a window may not.
     m_window.setImpl(std::make_unique<KrGlxWindowImpl>(samples > 1 ? samples : 0));
     if (!m_window.init()) {
+        // The last attempt tells more than the message does.
         std::string reason = m_messages.lastReason("it cannot be opened");
         if (!m_window.report().attempts.empty()) {
             const KrWindowReport::Attempt& attempt = m_window.report().attempts.back();
@@ -191,9 +194,11 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     const KrAppInterrupt interrupt;
     Player player(std::move(schedule));
     const osg::ref_ptr<Keys> keys = new Keys(m_window, player);
+    // Before the camera's, so that the program's own keys come first.
     m_window.getViewer()->addEventHandler(keys);
     m_window.setInputHandler(new KrOrbitInputHandler(&m_window));
     KrWindowInput input(m_window);
+    // None yet: the first one is drawn whatever comes in.
     std::size_t shown = motion.size();
     while (!keys->isDone() && !input.isCloseRequested() && !KrAppInterrupt::isRequested()) {
         bool isDue = input.take();
@@ -208,6 +213,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
             throw KrAppFailure(KrAppFailure::CouldNot, "the window cannot be drawn any more: " +
                                                            m_messages.lastReason("the driver gives no reason"));
         }
+        // A window that is being closed waits for nothing.
         if (!keys->isDone()) {
             input.wait(player.secondsToNext());
         }

@@ -61,6 +61,7 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
 {
     double fieldOfView = options.verticalFieldOfView();
     double aspectRatio = static_cast<double>(options.width) / options.height;
+    // With an eye that is given the robot need not be placed.
     if (options.intrinsics && !KrAppSidecar::evenPart(*options.intrinsics, fieldOfView, aspectRatio) && !options.eye) {
         throw KrAppFailure(KrAppFailure::WrongUsage,
                            "the principal point is not in the picture, so that the robot cannot be placed by itself: "
@@ -80,8 +81,10 @@ KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& rob
         }
         pov.setEyepoint(*options.eye);
         pov.setCenterOfInterest(center);
+        // Made upright by the same rule as the automatic view's.
         pov.setUp(KrFraming(*options.eye - center, up, fieldOfView, aspectRatio).pov().up());
     } else if (options.lookAt) {
+        // Moved, not turned: direction and distance stay those of the automatic view.
         pov.setEyepoint(*options.lookAt + (pov.eyepoint() - pov.centerOfInterest()));
         pov.setCenterOfInterest(*options.lookAt);
     }
@@ -112,6 +115,7 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
         pov.setFieldOfView(*options.fieldOfView);
         parameters.setPovParameters(pov);
     }
+    // Behind the point of view, which the lamps stand by.
     if (!hasLights) {
         parameters.setLightParameters(KrLighting::threeLamps(parameters.povParameters()));
     }
@@ -158,6 +162,7 @@ void mendToolkits(std::vector<std::string>& warnings)
         return;
     }
     const std::string given = value;
+    // Removed for the moment: a variable that is set is left as it is.
     unsetenv(kVariable);
     if (KrToolkitFolders::setDefault()) {
         warnings.push_back("KR_TOOLKITS: there are no shader files for fields in \"" + given +
@@ -208,6 +213,7 @@ void printWarnings(const KrAppOptions& options, const KrAppRobot& robot, const s
         std::fprintf(stderr, "warning: %s\n", KrAppMessages::printable(KrReason::oneLine(all[i])).c_str());
     }
     if (all.size() > kMostShown) {
+        // Where a report is written, it has all of them.
         const bool isToldElsewhere = options.report.empty() && !imported.empty();
         std::fprintf(stderr, "warning: and %zu more%s\n", all.size() - kMostShown,
                      isToldElsewhere ? " (--report FILE.json has those of the import)" : "");
@@ -255,6 +261,7 @@ void run(KrAppOptions& options, KrAppMessages& messages)
             warnings.push_back("--package-path " + folder + ": there is no such folder");
         }
     }
+    // The whole state before single joints, which change it.
     if (!options.state.empty()) {
         KrAppPose::readState(robot.statedSystem(), options.state, messages);
     }
@@ -267,10 +274,13 @@ void run(KrAppOptions& options, KrAppMessages& messages)
 
     const bool hasRangeMap = !options.rangeMap.path.empty();
     if (options.drawsPictures() || options.view || hasRangeMap || !options.convert.empty()) {
+        // Aids before the view: they say what has to be in the picture.
         KrAppAids::complete(options.aids, robot, warnings);
         KrAppAids::tellOfNothing(options.aids, robot, warnings);
         checkSize(options, robot.statedSystem(), warnings);
         mendToolkits(warnings);
+        // Shapes that bend follow a pose: framed in the first one, written as the system stands, drawn from the first
+        // one on.
         KrPoseDriver poses(robot.statedSystem().manipulatorSystem());
         poses.drive(motion.state(0));
         bool isOwnLighting = true;
@@ -328,6 +338,7 @@ int work(int argc, char** argv, KrAppMessages& messages)
     if (options.selfTest) {
         return krAppSelfTest(options.selfTestFolder) ? 0 : KrAppFailure::CouldNot;
     }
+    // Before anything is read: it says how large the pictures are.
     if (!options.camera.empty()) {
         options.standAs(KrAppSidecar::read(options.camera, messages));
     }
@@ -340,8 +351,10 @@ int work(int argc, char** argv, KrAppMessages& messages)
 int main(int argc, char** argv)
 {
     openStandardStreams();
+    // Before a file is begun: whatever ends the program, none is left half-written.
     KrAppInterrupt::install();
     KrToolkitFolders::setDefault();
+    // From here on the libraries print nothing by themselves.
     KrAppMessages messages;
     try {
         const int status = work(argc, argv, messages);

@@ -16,6 +16,7 @@ int main(int argc, char** argv)
     KrAppOptions::describe([&](const CLI::App& app) {
         std::ofstream page(argv[1]);
         std::ofstream completion(argv[2]);
+        // Flushed here, so that a full disk is noticed.
         isWritten = page << KrAppManual::page(app) << std::flush && completion << KrAppManual::bashCompletion(app)
                                                                                << std::flush;
     });

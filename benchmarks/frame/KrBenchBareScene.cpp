@@ -14,6 +14,7 @@
 namespace
 {
 
+/// By the keys of the toolkit's materials. A colour that is absent is 0, an opacity 1.
 void setColor(float (&out)[4], const KrDataMap& map, const std::string& kind)
 {
     static const char* const channels[4] = {"Red", "Green", "Blue", "Alpha"};
@@ -30,6 +31,7 @@ void copyColor(float (&out)[4], const KrColor& color)
     std::copy(std::begin(channels), std::end(channels), out);
 }
 
+/// As the scene finds it: the look of the mesh before that of the robot, then the default.
 const KrDataMap& lookOf(const KrTriPhysicalExtent& mesh, unsigned int group, const KrIndividualManipulator& owner)
 {
     const std::string name = mesh.groupName(group);
@@ -44,6 +46,7 @@ const KrDataMap& lookOf(const KrTriPhysicalExtent& mesh, unsigned int group, con
 
 KrBenchBareScene::~KrBenchBareScene()
 {
+    // Buffers belong to the context: without it there is nothing to delete.
     if (m_window.isInitialized() && m_window.makeCurrent()) {
         glDeleteBuffers(static_cast<GLsizei>(m_buffers.size()), m_buffers.data());
     }
@@ -60,6 +63,7 @@ bool KrBenchBareScene::open(unsigned int width, unsigned int height, const KrSta
     m_system = &system;
     for (unsigned int m = 0; m < system.manipulatorSystem().manipulators().size(); ++m) {
         const KrIndividualManipulator& manipulator = system.manipulatorSystem().manipulators()[m];
+        // The base by itself: it is no entry of links().
         addBody(m, -1, manipulator, manipulator);
         const std::vector<const KrManipulatorLink*> links = manipulator.links();
         for (std::size_t j = 0; j < links.size(); ++j) {
@@ -153,6 +157,7 @@ void KrBenchBareScene::addBody(unsigned int manipulator, int joint, const KrMani
         if (!mesh) {
             continue;
         }
+        // What links share is uploaded once, as the scene does it.
         const auto seen = std::find_if(m_uploaded.begin(), m_uploaded.end(),
                                        [&mesh](const auto& entry) { return entry.first == mesh.get(); });
         if (seen != m_uploaded.end()) {
@@ -172,6 +177,7 @@ void KrBenchBareScene::addBody(unsigned int manipulator, int joint, const KrMani
 void KrBenchBareScene::setLights(const KrVisualizationParameters& parameters) const
 {
     const auto ambient = static_cast<float>(KrLighting::kAmbient);
+    // The light of the scene: from everywhere, on both sides, seen from the eye's place.
     const float everywhere[4] = {ambient, ambient, ambient, 1.0f};
     glLightModelfv(GL_LIGHT_MODEL_AMBIENT, everywhere);
     glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, 1);
@@ -186,6 +192,7 @@ void KrBenchBareScene::setLights(const KrVisualizationParameters& parameters) co
         copyColor(color, light.ambient());
         glLightfv(number, GL_AMBIENT, color);
         const KrVector& p = light.position();
+        // The last number tells a place (1) from a direction (0).
         const float position[4] = {static_cast<float>(p.x()), static_cast<float>(p.y()), static_cast<float>(p.z()),
                                    light.isPositional() ? 1.0f : 0.0f};
         glLightfv(number, GL_POSITION, position);
@@ -251,7 +258,9 @@ void KrBenchBareScene::draw(const KrManipulatorSystemState& state, const KrVisua
         glPopMatrix();
     }
     if (mode != Mode::Render) {
+        // Three bytes of colour or four of depth.
         m_pixels.resize(std::size_t(width) * height * 4);
+        // Rows without padding, as the scene captures them.
         glPixelStorei(GL_PACK_ALIGNMENT, 1);
         const bool isColor = mode == Mode::Color;
         glReadPixels(0, 0, static_cast<GLsizei>(width), static_cast<GLsizei>(height),
@@ -259,6 +268,7 @@ void KrBenchBareScene::draw(const KrManipulatorSystemState& state, const KrVisua
                      m_pixels.data());
     }
     m_window.swapBuffers();
+    // The frame is over when the driver has drawn it.
     glFinish();
 }
 
@@ -274,6 +284,7 @@ double KrBenchBareScene::coverage(const unsigned char* rgb, std::size_t numPixel
     for (std::size_t i = 0; i < numPixels; ++i, rgb += 3) {
         bool differs = false;
         for (unsigned int k = 0; k < 3; ++k) {
+            // Drivers round by themselves: what differs by more has been drawn on.
             differs = differs || std::abs(rgb[k] - 255.0 * channels[k]) > 1.5;
         }
         drawn += differs ? 1 : 0;

@@ -25,12 +25,14 @@ double KrBenchMeasure::wallSeconds()
 
 double KrBenchMeasure::processorSeconds()
 {
+    // Of all threads: drivers that draw by software have several.
     return seconds(CLOCK_PROCESS_CPUTIME_ID);
 }
 
 double KrBenchMeasure::peakMemoryMiB()
 {
     rusage usage = {};
+    // Linux counts in KiB.
     getrusage(RUSAGE_SELF, &usage);
     return static_cast<double>(usage.ru_maxrss) / 1024.0;
 }
@@ -38,9 +40,11 @@ double KrBenchMeasure::peakMemoryMiB()
 KrBenchMeasure::Frames KrBenchMeasure::measure(unsigned int warmUp, unsigned int count,
                                                const std::function<void(unsigned int)>& frame)
 {
+    // Caches fill, and drivers compile, in the first frames.
     for (unsigned int i = 0; i < warmUp; ++i) {
         frame(i);
     }
+    // Made before anything is counted.
     std::vector<double> times(count);
     const Allocations allocationsBefore = Allocations::now();
     const double processorBefore = processorSeconds();

@@ -13,6 +13,7 @@ std::string format(const char* pattern, Values... values)
     return buffer;
 }
 
+/// A ratio only where plain OpenGL has a figure.
 std::string row(const char* name, double scene, double bare, const char* unit, double factor)
 {
     std::string text = format("%-34s %12.4g %12.4g %-4s", name, factor * scene, factor * bare, unit);
@@ -22,6 +23,7 @@ std::string row(const char* name, double scene, double bare, const char* unit, d
     return text + "\n";
 }
 
+/// As the text of a JSON string.
 std::string escaped(const std::string& text)
 {
     std::string out;

@@ -15,6 +15,7 @@ namespace
 
 using Visitor = std::function<void(const KrManipulatorLink&)>;
 
+/// Bases, too, which links() leaves out.
 void forEachLink(const KrStatedSystem& system, const Visitor& visit)
 {
     for (const KrIndividualManipulator& manipulator : system.manipulatorSystem().manipulators()) {
@@ -41,6 +42,7 @@ std::vector<boost::shared_ptr<const KrTriPhysicalExtent>> meshes(const KrStatedS
     return found;
 }
 
+/// One of each group: as many draw calls, and next to nothing to draw.
 boost::shared_ptr<KrBasePhysicalExtent> firstTriangles(const KrTriPhysicalExtent& mesh)
 {
     KrXmlVectorType<KrTriPhysicalExtent::Group> groups = mesh.groups();
@@ -57,6 +59,7 @@ boost::shared_ptr<KrBasePhysicalExtent> firstTriangles(const KrTriPhysicalExtent
 
 KrStatedSystem KrBenchSystem::copied(const KrStatedSystem& system, unsigned int copies)
 {
+    // From anywhere: only the box is asked for.
     KrFraming bounds({1.0, 0.0, 0.0}, {0.0, 0.0, 1.0}, 0.5, 1.0);
     bounds.add(system.manipulatorSystem(), system.systemState());
     const KrVector size = bounds.size();
@@ -65,6 +68,7 @@ KrStatedSystem KrBenchSystem::copied(const KrStatedSystem& system, unsigned int 
     KrManipulatorSystem many;
     KrManipulatorSystemState state;
     for (unsigned int i = 0; i < copies; ++i) {
+        // A tenth of their size apart, so that no two touch.
         const KrVector offset(1.1 * size.x() * (i / columns), 1.1 * size.y() * (i % columns), 0.0);
         for (unsigned int m = 0; m < system.manipulatorSystem().manipulators().size(); ++m) {
             KrIndividualManipulator copy = system.manipulatorSystem().manipulators()[m];
@@ -102,6 +106,7 @@ void KrBenchSystem::keepOneTriangle(KrStatedSystem& system)
             shape->setPhysicalExtent(place->second);
         }
     });
+    // The shapes were changed past the system's own functions.
     system.systemChanged();
 }
 
@@ -121,6 +126,7 @@ std::vector<KrManipulatorSystemState> KrBenchSystem::swinging(const KrStatedSyst
                     continue;
                 }
                 const double range = joint.hasLimits() ? joint.upperLimit() - joint.lowerLimit() : 1.0;
+                // A tenth of the range, each joint at another point of its swing: no two poses of a round are alike.
                 const double swing = 0.1 * range * std::sin(kTwoPi * i / count + j);
                 position.jointPositions()[j].setValue(position.jointPositions()[j].value() + swing);
             }

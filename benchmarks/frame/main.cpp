@@ -30,6 +30,7 @@ using Mode = KrBenchBareScene::Mode;
 using States = std::vector<KrManipulatorSystemState>;
 
 constexpr unsigned int kWarmUpFrames = 10;
+// So few pixels that what is left is the work of the scene itself.
 constexpr unsigned int kSmallSize = 16;
 constexpr unsigned long kLargestSize = 32768;
 
@@ -75,6 +76,7 @@ void addOptions(CLI::App& app, Options& options)
 
 KrVisualizationParameters parametersFor(const KrStatedSystem& system, double aspectRatio)
 {
+    // One view for all systems, so that figures can be compared.
     KrFraming framing({0.6, -0.7, 0.4}, {0.0, 0.0, 1.0}, 0.52, aspectRatio);
     framing.add(system.manipulatorSystem(), system.systemState());
     KrVisualizationParameters parameters;
@@ -116,6 +118,7 @@ public:
             m_window.renderSceneAndCaptureImage(m_image, mode == Mode::Color ? KrSGWindow::CaptureColor
                                                                              : KrSGWindow::CaptureDepth);
         }
+        // Else the driver's work would be counted with the next frame.
         glFinish();
     }
 
@@ -148,6 +151,7 @@ Camera measureScene(const Options& options, const KrStatedSystem& system, const 
 {
     const Mode mode = modeOf(options.mode);
     Scene scene(system, states, options.still);
+    // The first frame has everything in it: the context, the building of the scene, the way to the driver.
     const double start = KrBenchMeasure::wallSeconds();
     scene.open(options.width, options.height, parameters);
     scene.draw(0, mode);
@@ -157,6 +161,7 @@ Camera measureScene(const Options& options, const KrStatedSystem& system, const 
 
     const auto frame = [&](unsigned int i) { scene.draw(i, mode); };
     report.scene.frames = KrBenchMeasure::measure(kWarmUpFrames, options.frames, frame);
+    // Before plain OpenGL adds its own.
     report.peakMemoryMiB = KrBenchMeasure::peakMemoryMiB();
     const Camera camera = cameraOf(scene.window());
     // The pose of frame 0, for the comparison of the two pictures.
@@ -205,6 +210,7 @@ KrBenchReport run(const Options& options)
     KrStatedSystem system = KrBenchSystem::copied(robot.system, options.copies);
     const KrVisualizationParameters parameters =
         parametersFor(system, static_cast<double>(options.width) / options.height);
+    // Behind the view: the robot is framed as with all its triangles.
     if (options.oneTriangle) {
         KrBenchSystem::keepOneTriangle(system);
     }

@@ -40,6 +40,7 @@ void open(KrRenderWindow& window, const KrBenchRobot& robot)
     open(static_cast<KrWindow&>(window));
     window.setStatedSystem(robot.system);
     window.setPovParameters(framing.pov());
+    // The first frame builds the scene, and is not measured.
     window.renderScene(false);
 }
 
@@ -81,10 +82,12 @@ void measure(const std::string& path, int rounds)
         host.makeCurrent();
         embedded.push_back(median(guest));
     }
+    // The least of the medians: whatever disturbs a round makes it slower.
     const double a = *std::min_element(alone.begin(), alone.end());
     const double e = *std::min_element(embedded.begin(), embedded.end());
     std::printf("frame of %u x %u: own context %.3f ms, client's context %.3f ms: %+.3f ms, ratio %.2f\n", kWidth,
                 kHeight, a, e, e - a, e / a);
+    // While the client's context is still there.
     guest.closeWindow();
 }
 

@@ -32,6 +32,7 @@ bool load(const std::string& path, KrStatedSystem& system)
     return KrRobotImporter::readFile(path, KrImportOptions(), system, report);
 }
 
+/// Everything made anew and closed, as by a client that opens a window now and then.
 bool drawOnce(const KrStatedSystem& system, KrImage& image)
 {
     KrRenderWindow window;
@@ -63,6 +64,7 @@ int main(int argc, char** argv)
         if (!drawOnce(system, image)) {
             return 1;
         }
+        // All later pictures must equal this one.
         if (cycle == 1) {
             first = image;
         }

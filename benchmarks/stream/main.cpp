@@ -78,6 +78,7 @@ struct Figures
 template <typename Draw, typename End>
 Figures measure(unsigned int frames, const Draw& draw, const End& end)
 {
+    // The first frames fill caches and the buffers of the stream.
     for (unsigned int i = 0; i < 5; ++i) {
         draw();
     }
@@ -127,6 +128,7 @@ void compare(const Options& options, KrRenderWindow& window)
         streamed[round] = measure(
             options.frames, [&] { window.renderScene(true); }, [&] { stream->flush(); });
         window.setDrawCallback(nullptr);
+        // With those that measure() draws before it begins.
         if (received != options.frames + 5) {
             throw KrBenchFailure("the stream lost frames");
         }
@@ -139,6 +141,7 @@ void compare(const Options& options, KrRenderWindow& window)
 
 void drawLong(const Options& options, KrRenderWindow& window)
 {
+    // A disk is not what is measured.
     std::ofstream sink("/dev/null", std::ios::binary);
     KrFrameWriter writer(1, [&sink](const KrImage& picture, std::size_t, std::string&) {
         sink.write(reinterpret_cast<const char*>(picture.data()), static_cast<std::streamsize>(picture.sizeInBytes()));

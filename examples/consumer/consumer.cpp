@@ -28,16 +28,19 @@ int main(int argc, char** argv)
         return 1;
     }
     KrStatedSystem& system = robot.statedSystem();
+    // Manipulator 0: a URDF has one.
     if (argc == 4 && system.selectLink(0, argv[3]) != KrStatedSystem::LinkAnswer::Done) {
         return 1;
     }
     KrPictureScene scene;
     KrImage picture;
     std::string reason;
+    // Four drawn pixels for each one, which smooths edges. `reason` says what failed.
     if (!scene.open(640, 480, 4, reason) || !scene.show(system, reason) ||
         !scene.draw(system.systemState(), picture, reason)) {
         std::fprintf(stderr, "%s: %s\n", argv[0], reason.c_str());
         return 1;
     }
+    // Pictures in memory begin with the lowest row.
     return picture.writeFile(argv[2], KrImage::BottomRowFirst) ? 0 : 1;
 }

@@ -18,6 +18,7 @@ using Kr::Angle::kPi;
 void KrQtRenderWidget::setFormat()
 {
     QSurfaceFormat format;
+    // What the render core draws with; later profiles lack a part of it.
     format.setProfile(QSurfaceFormat::CompatibilityProfile);
     format.setVersion(2, 1);
     format.setDepthBufferSize(24);
@@ -33,6 +34,7 @@ KrQtRenderWidget::KrQtRenderWidget(QWidget* parent)
     KrExternalWindowImpl::Callbacks callbacks;
     callbacks.makeCurrent = [this] {
         makeCurrent();
+        // Qt does not say whether it worked.
         return QOpenGLContext::currentContext() && QOpenGLContext::currentContext() == context();
     };
     callbacks.doneCurrent = [this] { doneCurrent(); };
@@ -56,6 +58,7 @@ KrQtRenderWidget::~KrQtRenderWidget()
 void KrQtRenderWidget::show(const KrStatedSystem& system)
 {
     m_system = &system;
+    // With the next frame, when the scene has an extent.
     m_isFramed = false;
     if (m_window.isInitialized()) {
         loadSystem();
@@ -75,6 +78,7 @@ void KrQtRenderWidget::loadSystem()
 void KrQtRenderWidget::initializeGL()
 {
     ++m_numContexts;
+    // A widget that moves into another window gets another context.
     connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, [this] { shut(); });
     m_window.setWindowSize(static_cast<unsigned int>(pixels(width())), static_cast<unsigned int>(pixels(height())));
     if (m_window.init()) {
@@ -106,6 +110,7 @@ void KrQtRenderWidget::paintGL()
 
 void KrQtRenderWidget::shut()
 {
+    // In its own context: what the window holds there cannot be freed in another.
     if (m_window.isInitialized()) {
         makeCurrent();
         m_window.closeWindow();
@@ -142,6 +147,7 @@ void KrQtRenderWidget::mouseMoveEvent(QMouseEvent* event)
         // The height of the widget is half a turn.
         m_camera->orbit(-kPi * step.x() * perHeight, kPi * step.y() * perHeight);
     } else if (event->buttons() & Qt::RightButton) {
+        // The height of the widget is a factor of e^3, about 20.
         m_camera->zoomAt(std::exp(-3.0 * step.y() * perHeight), 0.0, 0.0);
     }
     update();
@@ -157,6 +163,7 @@ void KrQtRenderWidget::mouseDoubleClickEvent(QMouseEvent* event)
 void KrQtRenderWidget::wheelEvent(QWheelEvent* event)
 {
     const QPointF place = normalized(event->position());
+    // 120 are one notch of a wheel.
     m_camera->zoomAt(std::pow(1.2, event->angleDelta().y() / 120.0), place.x(), place.y());
     update();
 }

@@ -11,6 +11,7 @@
 
 int main(int argc, char** argv)
 {
+    // Before the application is made, as Qt asks.
     KrQtRenderWidget::setFormat();
     const QApplication application(argc, argv);
     const bool wantsPicture = argc == 4 && std::strcmp(argv[2], "--screenshot") == 0;
@@ -26,6 +27,7 @@ int main(int argc, char** argv)
         return 1;
     }
 
+    // Behind the system, which it borrows, so that it goes first.
     KrQtRenderWidget widget;
     widget.resize(800, 600);
     widget.setWindowTitle(QString::fromLocal8Bit(argv[1]));
@@ -33,6 +35,7 @@ int main(int argc, char** argv)
     widget.show();
     if (wantsPicture) {
         const QString file = QString::fromLocal8Bit(argv[3]);
+        // A moment later, when the first frames have been shown.
         QTimer::singleShot(300, &widget, [&widget, file] {
             QApplication::exit(widget.grabFramebuffer().convertToFormat(QImage::Format_RGB888).save(file) ? 0 : 1);
         });

@@ -61,8 +61,8 @@ private:
     const KrMeshSource& m_source;
 };
 
-// The names are the library's own. One that it does not know leaves no reader, and keepReader() says so.
-/// What the mesh library calls the reader of a format.
+/// What the mesh library calls the reader of a format. One that it does not have leaves none, and keepReader() says
+/// so.
 const char* readerOf(KrMeshSource::Format format)
 {
     using Format = KrMeshSource::Format;

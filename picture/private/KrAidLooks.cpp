@@ -31,6 +31,7 @@ void drawLast(osg::StateSet& state, int bin)
     state.setRenderBinDetails(bin, "DepthSortedBin", osg::StateSet::OVERRIDE_RENDERBIN_DETAILS);
 }
 
+// Behind all that the robot is drawn in; axes come last.
 constexpr int kEllipsoidBin = 100;
 constexpr int kAxisBin = 101;
 
@@ -81,6 +82,7 @@ public:
         , m_ellipsoidLook(ellipsoidLook())
         , m_areCollisionsSolid(areCollisionsSolid)
     {
+        // What is hidden by a mask may be shown later, and has its look then.
         setNodeMaskOverride(~0u);
     }
 
