@@ -121,6 +121,7 @@ double KrAids::axisLength(const KrStatedSystem& system) const
     KrFraming framing({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
     KrFraming::Shown measured;
     measured.collisions = collisions;
+    // By what has a body: the axes are what is looked for.
     framing.setShown(measured);
     framing.add(system.manipulatorSystem(), system.systemState());
     // Where there is nothing to measure, as for a robot of 1 m.
@@ -176,6 +177,7 @@ void KrAids::show(KrRenderWindow& window) const
                               (mass ? KrRenderTypes::MassProperties : 0u) |
                               (collisions ? KrRenderTypes::CollisionShapes : 0u);
     window.setDisplayMask(mask, true, false);
+    // The robot by itself: aids are seen with it or without.
     window.setDisplayMask(KrRenderTypes::SceneContent, shapes, false);
     if (axes) {
         KrAidLooks::applyToAxes(window);

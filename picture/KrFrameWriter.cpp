@@ -103,11 +103,13 @@ void KrFrameWriter::run()
         if (m_isEnding) {
             return;
         }
+        // The lock is free while a picture is written: the next one is drawn meanwhile.
         const std::size_t number = m_numWritten;
         lock.unlock();
         std::string reason;
         const bool isWritten = write(number, picture, reason);
         lock.lock();
+        // A failure ends the thread; lend() and finish() tell of it.
         m_hasFailed = !isWritten;
         m_reason = reason;
         m_numWritten += isWritten ? 1 : 0;

@@ -78,6 +78,7 @@ void addVolume(KrFraming& framing, const KrShape& shape, const KrCoordinateSyste
     }
 }
 
+/// What is absent, or has no extent, says nothing.
 void addShape(KrFraming& framing, const KrShape* shape, const KrCoordinateSystemTransformation& toWorld)
 {
     if (shape != nullptr && shape->physicalExtent() != nullptr) {

@@ -45,6 +45,7 @@ std::string unknownJoint(const KrStatedSystem& system, const std::string& name)
 /// A number without a unit is in the joint's own.
 bool fits(KrValueText::Unit unit, Type type)
 {
+    // Prismatic joints take lengths, all others angles.
     return unit == KrValueText::Unit::Plain || (unit == KrValueText::Unit::Length) == (type == Type::Prismatic);
 }
 
@@ -53,6 +54,7 @@ bool fits(KrValueText::Unit unit, Type type)
 bool KrNamedJoint::find(const KrStatedSystem& system, const std::string& name, KrNamedJoint& joint, std::string& reason)
 {
     const KrXmlVectorType<KrIndividualManipulator>& manipulators = system.manipulatorSystem().manipulators();
+    // All of that name: which one of two is meant, nobody can tell.
     std::vector<KrNamedJoint> found;
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
         const std::string prefix = manipulators[i].name() + "/";
@@ -83,6 +85,7 @@ bool KrNamedJoint::find(const KrStatedSystem& system, const std::string& name, K
 bool KrNamedJoint::findFree(const KrStatedSystem& system, const std::string& name, KrNamedJoint& joint,
                             std::string& reason)
 {
+    // Apart from `joint`, which stays as it was for one that cannot be set.
     KrNamedJoint found;
     if (!find(system, name, found, reason)) {
         return false;

@@ -39,6 +39,7 @@ std::string sizeText(unsigned int width, unsigned int height)
     return std::to_string(width) + " x " + std::to_string(height);
 }
 
+/// What drawing fails by lies in the driver: the libraries' messages are the reason.
 bool failToDraw(const KrReason& said, std::string& reason)
 {
     reason = "the picture cannot be drawn: " + said.text("the driver gives no reason");
@@ -96,6 +97,7 @@ bool KrPictureScene::resize(unsigned int factor, std::string& reason)
 bool KrPictureScene::show(KrStatedSystem& system, const KrVisualizationParameters& parameters, std::string& reason)
 {
     const KrReason said;
+    // Borrowed: pose() asks it whether it has changed.
     m_system = &system;
     m_poses.emplace(system.manipulatorSystem());
     // Shapes that bend are told before the scene is built.
@@ -124,6 +126,7 @@ bool KrPictureScene::show(KrStatedSystem& system, std::string& reason, const KrV
     if (!show(system, parameters, reason)) {
         return false;
     }
+    // Behind the scene, whose point of view the lamps stand by.
     KrLighting::light(m_window);
     return true;
 }

@@ -66,6 +66,7 @@ KrTiles::KrTiles(unsigned int width, unsigned int height, const KrColor& backgro
     : m_width(width)
     , m_height(height)
 {
+    // Pixels that no tile covers are written here: rounded as a driver rounds its background.
     const double channels[] = {background.red(), background.green(), background.blue()};
     for (unsigned int i = 0; i < kChannels; ++i) {
         m_background[i] = static_cast<unsigned char>(std::lround(255.0 * std::clamp(channels[i], 0.0, 1.0)));
@@ -75,6 +76,7 @@ KrTiles::KrTiles(unsigned int width, unsigned int height, const KrColor& backgro
 bool KrTiles::frame(const std::vector<KrViewSide>& sides, double fieldOfView, const KrFraming::Shown& shown,
                     const KrManipulatorSystem& system, KrMotion& motion, std::string& reason)
 {
+    // All views in one size, as large as the picture allows.
     const KrTileGrid grid = KrTileGrid::largest(static_cast<unsigned int>(sides.size()), m_width, m_height);
     if (grid.numPlaces() == 0) {
         reason = std::to_string(m_width) + " x " + std::to_string(m_height) + " pixels are too few for " +
@@ -132,6 +134,7 @@ bool KrTiles::draw(KrPictureScene& scene, const KrManipulatorSystemState& state,
 
 bool KrTiles::draw(KrPictureScene& scene, const KrManipulatorSystemState& state, KrImage& picture, std::string& reason)
 {
+    // Put together as large as it is drawn; samples are averaged over the whole.
     m_large.allocate(kChannels, 0, m_width * scene.factor(), m_height * scene.factor());
     if (m_large.empty()) {
         reason = "there is not enough memory for this";

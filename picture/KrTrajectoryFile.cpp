@@ -152,6 +152,7 @@ bool Reader::nextLine(bool& isEnd)
         if (++m_number == 1 && m_line.compare(0, 3, "\xEF\xBB\xBF") == 0) {
             m_line.erase(0, 3); // a byte order mark
         }
+        // A text has no such byte: this is a picture or an archive, given by mistake.
         if (m_line.find('\0') != std::string::npos) {
             return fail(m_name + " is binary, not a CSV file");
         }
@@ -223,6 +224,7 @@ bool Reader::readHeader()
             return false;
         }
     }
+    // One warning for all of them.
     if (!followers.empty()) {
         m_warnings.push_back(where() +
                              ": columns of joints that follow another are not read: " + KrText::oneLine(followers));
@@ -234,9 +236,11 @@ bool Reader::readRow(bool isFirst)
 {
     const double timeBefore = m_time;
     const std::vector<std::string> words = cellsOf(m_line);
+    // Never filled up: which value is missing, nobody can tell.
     if (words.size() != m_columns.size()) {
         return failHere(std::to_string(words.size()) + " values for " + std::to_string(m_columns.size()) + " columns");
     }
+    // In the order of the columns, which is that of the motion's joints.
     m_positions.clear();
     for (std::size_t k = 0; k < words.size(); ++k) {
         Column& column = m_columns[k];

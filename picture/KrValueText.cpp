@@ -29,6 +29,7 @@ constexpr NamedColor kColors[] = {
     {"magenta", 0xFF00FF},   {"purple", 0x800080},    {"brown", 0xA52A2A},    {"beige", 0xF5F5DC},
 };
 
+/// Of 0xrrggbb.
 KrColor fromRgb(unsigned int rgb)
 {
     return {((rgb >> 16) & 0xFFu) / 255.0, ((rgb >> 8) & 0xFFu) / 255.0, (rgb & 0xFFu) / 255.0};
@@ -80,6 +81,7 @@ bool KrValueText::number(const std::string& text, double& value)
         rest.remove_prefix(1);
     }
     double result = 0.0;
+    // Infinity and NaN are values of nothing here.
     if (!KrXmlText::take(rest, result) || !KrXmlText::atEnd(rest) || !std::isfinite(result)) {
         return false;
     }
@@ -165,6 +167,7 @@ bool KrValueText::color(const std::string& text, KrColor& value)
         }
     }
     KrVector rgb;
+    // Three numbers last: a name and a word with "#" are told by their look.
     const auto isChannel = [](double c) { return c >= 0.0 && c <= 1.0; };
     if (!vector(word, rgb) || !isChannel(rgb.x()) || !isChannel(rgb.y()) || !isChannel(rgb.z())) {
         return false;

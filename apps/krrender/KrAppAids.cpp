@@ -40,6 +40,7 @@ void KrAppAids::tellOfNothing(const KrAids& aids, const KrAppRobot& robot, std::
     std::vector<std::pair<std::string, const KrMassProperties*>> given;
     for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
         std::vector<const KrManipulatorLink*> links = manipulator.links();
+        // The base first: a warning names the first link that it is about.
         links.insert(links.begin(), &manipulator);
         for (const KrManipulatorLink* const link : links) {
             if (link->massProperties().isGiven()) {
@@ -47,6 +48,7 @@ void KrAppAids::tellOfNothing(const KrAids& aids, const KrAppRobot& robot, std::
             }
         }
     }
+    // Drawing the ellipsoids tells of each that cannot be.
     if (aids.mass) {
         if (given.empty()) {
             warnings.push_back("--show mass shows nothing: no link has a mass");

@@ -25,6 +25,7 @@ std::uint16_t millimetres(float depth)
     return static_cast<std::uint16_t>(std::clamp(std::round(1000.0 * depth), 1.0, kLargestValue));
 }
 
+/// Whole millimetres in 16 bits of grey: up to 65.535 m.
 std::string png(const std::vector<float>& depths, unsigned int width, unsigned int height, const std::string& path)
 {
     std::vector<std::uint16_t> samples(depths.size());
@@ -37,6 +38,7 @@ std::string png(const std::vector<float>& depths, unsigned int width, unsigned i
     return bytes;
 }
 
+/// Metres, as floats in the byte order of the machine.
 std::string pfm(const std::vector<float>& depths, unsigned int width, unsigned int height)
 {
     // The sign of the scale tells the byte order.

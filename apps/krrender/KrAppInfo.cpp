@@ -38,6 +38,7 @@ std::string counted(std::size_t count, const std::string& one)
     return grouped(count) + " " + one + (count == 1 ? "" : "s");
 }
 
+/// What one needs to know to set it.
 std::string jointText(const KrJointKinematics& joint)
 {
     using Type = KrJointKinematics::Type;
@@ -116,6 +117,7 @@ std::vector<Row> rowsOf(const KrManipulatorLink& base)
         std::string branch;
     };
     std::vector<Row> rows;
+    // Without recursion: a chain may be longer than a small stack bears.
     std::vector<Open> stack = {{&base, "", ""}};
     while (!stack.empty()) {
         const Open open = std::move(stack.back());
@@ -140,6 +142,7 @@ std::vector<Row> rowsOf(const KrManipulatorLink& base)
     return rows;
 }
 
+/// Filled up to a width in columns: a letter may have several bytes.
 std::string padded(const std::string& text, std::size_t columns, std::size_t width)
 {
     return text + std::string(width > columns ? width - columns : 0, ' ');
@@ -153,6 +156,7 @@ std::string krAppInfo(const KrAppRobot& robot)
     std::string text = KrAppMessages::printable(robot.report.robot() + " (" + robot.report.file() + ")") + "\n\n";
     for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
         const std::vector<Row> rows = rowsOf(manipulator);
+        // Each manipulator has columns of its own width.
         std::size_t treeWidth = 0;
         std::size_t jointWidth = 0;
         std::size_t kindWidth = 0;

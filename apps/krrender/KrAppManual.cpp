@@ -93,6 +93,7 @@ std::string sections(const std::string& footer)
     for (std::string line; std::getline(lines, line);) {
         // Lines that begin with two blanks are examples, which keep their line ends.
         const bool wasExample = std::exchange(isExample, line.compare(0, 2, "  ") == 0);
+        // Examples stand as they are typed.
         text += isExample == wasExample ? "" : isExample ? ".EX\n" : ".EE\n";
         if (isExample) {
             text += escaped(line.substr(2)) + "\n";
@@ -146,6 +147,7 @@ std::string completionOf(const CLI::Option& option)
     if (list.empty()) {
         return ":"; // a number, or a name from a file
     }
+    // A comma in the type is for several of the words at a time.
     const char* const kind = type.find(',') != std::string::npos ? "_krrender_list" : "_krrender_words";
     return std::string(kind) + " \"" + list + "\" \"$cur\"";
 }
@@ -222,6 +224,7 @@ std::string KrAppManual::page(const CLI::App& app)
 std::string KrAppManual::bashCompletion(const CLI::App& app)
 {
     std::string text = kCompletionHead;
+    // Offered where a word begins with a dash.
     std::string all;
     for (const CLI::Option* option : optionsOf(app)) {
         std::string pattern;

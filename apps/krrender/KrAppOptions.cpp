@@ -23,6 +23,7 @@
 namespace
 {
 
+/// Ends the program with this sentence and the exit status for a command line that makes no sense.
 [[noreturn]] void wrongUsage(const std::string& sentence)
 {
     throw KrAppFailure(KrAppFailure::WrongUsage, sentence);
@@ -54,6 +55,8 @@ struct Words
     std::vector<std::string> selfTest;
 };
 
+/// All options, in the order of the help. What is more than a copy goes into `words`, so that what is wrong with it
+/// is told by sentences of our own.
 void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
 {
     app.name("krrender");
@@ -225,8 +228,10 @@ public:
     }
 };
 
+/// With the name that was probably meant.
 [[noreturn]] void unknownOption(const CLI::App& app, const std::string& word)
 {
+    // Dashes would count as letters that agree.
     const auto bare = [](const std::string& name) {
         return name.substr(std::min(name.find_first_not_of('-'), name.size()));
     };
@@ -248,6 +253,7 @@ public:
 [[noreturn]] void cannotParse(const CLI::App& app, const KrAppOptions& options, const CLI::ParseError& error)
 {
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+        // What is left over is an option that does not exist, or a second robot.
         const std::vector<std::string> extras = app.remaining();
         for (auto word = extras.rbegin(); word != extras.rend(); ++word) { // the parser has them the other way round
             if (word->size() > 1 && word->front() == '-' && *word != "--") {
@@ -267,6 +273,7 @@ public:
         }
         const std::size_t count = option ? option->count() : 0;
         const std::size_t most = option ? static_cast<std::size_t>(option->get_expected_max()) : 1;
+        // Whole sets of values too many: the option stands there more than once.
         if (count > most && count % most == 0) {
             wrongUsage(name + " is given more than once");
         }
@@ -277,6 +284,7 @@ public:
     wrongUsage(KrReason::oneLine(error.what()) + " (krrender --help lists the options)");
 }
 
+/// Refuses what no picture has before memory or a driver is asked for it.
 void readSize(const std::string& text, KrAppOptions& options)
 {
     unsigned long width = 0;
@@ -309,6 +317,7 @@ double readNumber(const char* option, const std::string& text, double low, doubl
     return value;
 }
 
+/// Nothing for an option that is not given.
 std::optional<KrVector> readVector(const char* option, const std::string& text)
 {
     KrVector value;
@@ -379,6 +388,7 @@ void readCamera(const Words& words, KrAppOptions& options)
 
 void readIntrinsics(const Words& words, KrAppOptions& options)
 {
+    // A camera from a file has all of these in it.
     const bool isPlaced = !words.eye.empty() || !words.lookAt.empty() || !words.up.empty() || !words.azimuth.empty() ||
                           !words.elevation.empty() || !words.fieldOfView.empty() || options.useFileView;
     if (!options.camera.empty() && isPlaced) {
@@ -407,6 +417,7 @@ void readIntrinsics(const Words& words, KrAppOptions& options)
     }
 }
 
+/// As words: what the joints are is known when the robot has been read.
 void readJoints(const Words& words, KrAppOptions& options)
 {
     for (const std::string& word : words.joints) {
@@ -437,6 +448,7 @@ void readAids(const Words& words, KrAids& aids)
     }
     if (!words.axisScale.empty()) {
         aids.axisScale = readNumber("--axis-scale", words.axisScale, 1e-6, 1e6);
+        // An option that changes nothing is a slip, and told.
         if (!aids.axes) {
             wrongUsage("--axis-scale needs --show axes");
         }
@@ -449,6 +461,7 @@ void readAids(const Words& words, KrAids& aids)
     }
 }
 
+/// Squares, because each pixel is drawn as a block of as many rows as columns.
 unsigned int readSamples(const std::string& text)
 {
     for (const unsigned int n : {1u, 4u, 9u, 16u}) {
@@ -474,6 +487,7 @@ void readFiles(const Words& words, KrAppOptions& options)
     }
 }
 
+/// Refuses a sidecar that has no picture, or no place.
 void checkSidecar(const KrAppOptions& options)
 {
     if (!options.sidecar) {
@@ -507,6 +521,7 @@ void checkPatterns(const KrAppOptions& options)
     }
 }
 
+/// What no option knows by itself: whether they make sense together.
 void checkCombination(const KrAppOptions& options)
 {
     // These draw scenes of their own, and look at nothing else that is given.
@@ -587,12 +602,14 @@ KrVector KrAppOptions::towardsEye() const
 
 bool KrAppOptions::isStandardOutputTaken() const
 {
+    // Whatever else is printed would end up inside that output.
     const std::string paths[] = {output, depth, depthPreview, sidecarPath, report, convert, rangeMap.path};
     return std::any_of(std::begin(paths), std::end(paths), KrAppFiles::isStandard);
 }
 
 void KrAppOptions::describe(const std::function<void(const CLI::App&)>& reader)
 {
+    // The options are thrown away: names and descriptions are all that is asked for.
     KrAppOptions options;
     Words words;
     CLI::App app;

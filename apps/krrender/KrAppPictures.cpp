@@ -207,6 +207,7 @@ KrFrameDescription KrAppPictures::describe()
 
 bool KrAppPictures::isBlank(const KrImage& picture) const
 {
+    // Ends with the first pixel that differs: a picture of a robot costs next to nothing.
     const unsigned char* const channels = picture.data();
     for (std::size_t i = 0; i < picture.sizeInBytes(); ++i) {
         if (std::abs(channels[i] - m_background[i % 3]) > 1) { // drivers round by themselves
@@ -270,12 +271,14 @@ double KrAppPictures::videoRate() const
         return *m_options.framesPerSecond;
     }
     const double rate = m_motion.framesPerSecond();
+    // Written so that NaN fails, too.
     if (!(rate >= KrAppOptions::kLeastFramesPerSecond && rate <= KrAppOptions::kMostFramesPerSecond)) {
         char text[32];
         std::snprintf(text, sizeof text, "%.3g", rate);
         throw KrAppFailure(KrAppFailure::CouldNot, m_options.trajectory + ": by its times the video would have " +
                                                        text + " frames per second; give --fps");
     }
+    // A video has one rate.
     if (!m_motion.isEven()) {
         Kr::Print::instance()->write(Kr::Print::Warning,
                                      "KrAppPictures::write - %s: the steps of its times differ; the video shows every "
@@ -356,6 +359,7 @@ void KrAppPictures::writeFrame(const KrImage& picture, std::size_t i)
         KrFrameDescription description;
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
+            // Frames arrive in the order in which they were drawn, and so do these.
             description = std::move(m_descriptions.front());
             m_descriptions.pop_front();
         }
@@ -388,6 +392,7 @@ void KrAppPictures::writeDepth(std::size_t i)
     wanted.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
     std::string reason;
     demand(m_scene.drawDepth(m_motion.state(i), wanted, m_depths, reason), reason);
+    // Infinite is where nothing is seen.
     const bool isSeen = std::any_of(m_depths.begin(), m_depths.end(), [](float depth) { return std::isfinite(depth); });
     m_numBlank += isSeen ? 0 : 1;
     KrAppDepth::write(m_depths, m_options.width, m_options.height, file(m_options.depth, i));
@@ -422,6 +427,7 @@ void KrAppPictures::writeDepthSidecar(std::size_t i, const std::string& path, co
 void KrAppPictures::writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path)
 {
     if (!m_options.trajectory.empty()) {
+        // From 1, as in the names of files.
         frame.frameNumber = static_cast<unsigned int>(i + 1);
     }
     KrAppSidecar::write(frame, m_options.sidecarOf(file(path, i)));

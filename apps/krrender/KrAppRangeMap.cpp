@@ -62,6 +62,7 @@ std::string numpy(const Map& map, unsigned int width)
     return krAppNumpy(values.data(), width, static_cast<unsigned int>(map.size()));
 }
 
+/// With ten digits: a tenth of a micrometre at a hundred metres.
 std::string csv(const Map& map)
 {
     std::string text;

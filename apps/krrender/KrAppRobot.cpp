@@ -50,6 +50,7 @@ std::string beginningOf(const std::string& path)
     return text;
 }
 
+/// Whether there is something to draw.
 bool isVisible(const KrShape* shape)
 {
     const KrBasePhysicalExtent* const extent = shape ? shape->physicalExtent() : nullptr;
@@ -112,6 +113,7 @@ std::string KrAppRobot::rootElement(const std::string& text)
     std::size_t at = 0;
     while ((at = text.find('<', at)) != std::string::npos) {
         const auto startsWith = [&](const char* word) { return text.compare(at, std::strlen(word), word) == 0; };
+        // A comment may hold anything, tags too.
         if (startsWith("<!--")) {
             at = text.find("-->", at);
         } else if (startsWith("<?") || startsWith("<!")) {
@@ -167,6 +169,7 @@ void KrAppRobot::read(const std::string& file, const std::vector<std::string>& p
     }
     // A native file has no report of its own: what the summary and --info need is filled in.
     report.setFile(path);
+    // A native file may hold several robots, and has no name for them together.
     report.setRobot(fs::path(path).stem().string());
     countNative(*this, report.counts());
 }
@@ -179,6 +182,7 @@ bool KrAppRobot::hasVisibleShape() const
             std::any_of(links.begin(), links.end(), [](const auto* link) { return isVisible(*link); })) {
             return true;
         }
+        // Bodies between links belong to none of them.
         for (unsigned int i = 0; i < manipulator.intraLinks().count(); ++i) {
             if (isVisible(manipulator.intraLinks().intraLink(i).shape())) {
                 return true;

@@ -31,6 +31,7 @@ bool isUsable(const std::string& folder)
     }
 }
 
+/// A folder that is named has to do; without a name one is found.
 std::string chosenFolder(const std::string& folder)
 {
     if (!folder.empty()) {
@@ -57,6 +58,7 @@ std::string chosenFolder(const std::string& folder)
 void tell(std::string& report, const std::string& line)
 {
     std::printf("%s\n", line.c_str());
+    // At once: a driver may end the program in the next test.
     std::fflush(stdout);
     report += line + "\n";
 }

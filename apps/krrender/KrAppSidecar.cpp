@@ -39,6 +39,7 @@ bool KrAppSidecar::readIntrinsics(const std::string& text, KrCameraIntrinsics& c
 KrFrameDescription KrAppSidecar::read(const std::string& path, const KrAppMessages& messages)
 {
     KrFrameDescription frame;
+    // With a bound of its own: the tree of a JSON text takes many times its bytes.
     const std::string text = KrAppFiles::readText(path, Kr::Limits::kCameraBytes);
     const std::string name = KrAppFiles::spoken(path, KrAppFiles::Standard::Input);
     if (!frame.readText(text, name)) {
@@ -52,6 +53,7 @@ bool KrAppSidecar::evenPart(const KrCameraIntrinsics& camera, double& fieldOfVie
     // The narrower side counts: what is placed around the principal point is seen whole.
     const double across = std::min(camera.cx, camera.width - camera.cx) / camera.fx;
     const double down = std::min(camera.cy, camera.height - camera.cy) / camera.fy;
+    // The principal point is at an edge or outside: nothing is even around it.
     if (!(across > 0.0) || !(down > 0.0)) {
         return false;
     }
@@ -72,6 +74,7 @@ KrFrameDescription KrAppSidecar::describe(KrPictureScene& scene, unsigned int wi
     if (intrinsics) {
         frame.intrinsics = intrinsics; // as they were given, not scaled there and back
     }
+    // Files begin with the highest row, windows with the lowest.
     frame.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
     return frame;
 }

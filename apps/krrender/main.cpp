@@ -54,6 +54,7 @@ void checkOutputs(const KrAppOptions& options)
             KrAppFiles::checkWritable(path);
         }
     }
+    // Of the first frame; how many follow is not known yet.
     checkNames(options, 1);
 }
 
@@ -247,6 +248,7 @@ void run(KrAppOptions& options, KrAppMessages& messages)
     if (!options.report.empty()) {
         KrAppFiles::writeBytes(robot.report.json(), options.report);
     }
+    // Behind the report, which lists what is missing.
     if (options.strict) {
         refuseMissingMeshes(robot);
     }
@@ -303,6 +305,7 @@ void run(KrAppOptions& options, KrAppMessages& messages)
         }
     }
     if (!options.quiet) {
+        // Behind all work: what drawing has brought up is among them.
         warnings.insert(warnings.end(), messages.texts().begin(), messages.texts().end());
         printWarnings(options, robot, warnings);
         if (!options.isStandardOutputTaken()) {
@@ -369,6 +372,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "krrender: %s\n", KrAppMessages::printable(failure.what()).c_str());
         return failure.status();
     } catch (const std::bad_alloc&) {
+        // Its own text is a name of the language.
         std::fprintf(stderr, "krrender: there is not enough memory for this\n");
     } catch (const std::exception& error) {
         std::fprintf(stderr, "krrender: %s\n", KrAppMessages::printable(KrReason::oneLine(error.what())).c_str());

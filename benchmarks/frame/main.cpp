@@ -49,6 +49,7 @@ struct Options
     bool still = false;
 };
 
+/// Ends the program: a figure of something that went wrong is none.
 [[noreturn]] void couldNot(const std::string& sentence)
 {
     throw KrBenchFailure(sentence);

@@ -163,6 +163,7 @@ ExtentPointer KrShapeBuilder::meshOf(const Element& element)
         warn(element, "mesh \"" + KrText::oneLine(uri) + "\" was not found" +
                           (isName ? "" : ": no file has a name of " + std::to_string(uri.size()) + " bytes"));
     } else {
+        // Another robot's file may have the name: a person has to know.
         if (found.isGuess) {
             warn(element, "mesh \"" + KrText::oneLine(uri) + "\" is taken from " +
                               KrText::oneLine(found.path, kMaxPath) + ": " + found.rule);
@@ -198,6 +199,7 @@ ExtentPointer KrShapeBuilder::builtMesh(const MeshEntry& entry, const Element& e
     line.triangles = result.triangles;
     line.degenerate = result.degenerate;
     line.groups = result.extent ? result.extent->groups().size() : 0;
+    // Points or lines, for one, or triangles without area.
     if (!result.extent && result.triangles == 0) {
         m_report.addWarning(line.path, element.name(), "the mesh holds no triangle; nothing is drawn");
     }

@@ -19,6 +19,7 @@ struct Group
     std::vector<KrTriangle> triangles;
 };
 
+/// Each axis by itself, as descriptions scale meshes.
 KrVector scaled(const KrVector& v, const KrVector& scale)
 {
     return {v.x() * scale.x(), v.y() * scale.y(), v.z() * scale.z()};
@@ -72,6 +73,7 @@ KrMeshBuilder::Result Builder::run()
             addTriangle(triangle, group);
         }
     }
+    // All groups together: an edge between two materials may be smooth.
     std::vector<std::vector<KrTriangle>*> lists;
     for (Group& group : m_groups) {
         // Counted without the degenerate ones: it is what a picture shows.

@@ -41,6 +41,7 @@ bool formatBySign(std::string_view content, Format& format)
     std::string_view begin = withoutMark(content.substr(0, kSignBytes));
     // The words of XML and JSON are looked for in lower case, those of other formats as they are.
     const std::string lower = KrText::lowered(begin);
+    // `begin` goes on behind the word; `lower` still has all of it.
     std::string_view word = KrMeshTokens::takeWord(begin);
     if (word.substr(0, 4) == "glTF") {
         format = Format::Glb;
@@ -178,6 +179,7 @@ bool Source::readStl(std::string_view content, std::string& why)
     if (!KrStlText::clean(content, m_limits.maxTriangles, mesh, why)) {
         return false;
     }
+    // An export that was broken off: the facets that are whole are good.
     if (mesh.isCut) {
         warn("it ends inside a facet; what is before that is read");
     }
@@ -291,6 +293,7 @@ bool Source::readPly(std::string&& content, std::string& why)
 bool Source::readSide(const std::string& name, std::string& content, std::string& why)
 {
     const std::string wanted = KrImportPath::withSlashes(name);
+    // No file has such a name, and the reason should say so.
     if (wanted.empty() || wanted.size() > Kr::Limits::kPathBytes || wanted.find('\0') != std::string::npos) {
         return refuse(why, wanted.empty() ? "it has no name" : "its name is no file's");
     }

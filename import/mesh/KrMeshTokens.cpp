@@ -26,6 +26,7 @@ std::string_view KrMeshTokens::takeWord(std::string_view& text)
     while (end < text.size() && !isSpace(text[end])) {
         ++end;
     }
+    // A view into the text: files of many megabytes are not copied by words.
     const std::string_view word = text.substr(begin, end - begin);
     text.remove_prefix(end);
     return word;

@@ -30,6 +30,7 @@ bool takeFilledLine(std::string_view& text, std::string_view& line)
     return false;
 }
 
+/// The next word as a whole number up to `limit`.
 bool takeCount(std::string_view& text, std::uint64_t limit, std::uint64_t& number)
 {
     return isCount(takeWord(text), limit, number);
@@ -122,6 +123,7 @@ bool PlyCheck::readHeader(std::string& why)
         } else if (word == "property") {
             isGood = readProperty(line);
         } else {
+            // A header has no other words: what a reader makes of them is not tried out.
             isGood = word == "comment" || word == "obj_info";
         }
         if (!isGood) {
@@ -184,6 +186,7 @@ bool PlyCheck::takeBinaryElement(const Element& element)
     }
     // Without lists the size is known at once: millions of vertices are not walked.
     if (std::none_of(element.properties.begin(), element.properties.end(), isList)) {
+        // No overflow: the size of the file bounds both factors.
         bytes *= element.count;
         const bool isThere = bytes <= m_rest.size();
         m_rest.remove_prefix(isThere ? static_cast<std::size_t>(bytes) : 0);

@@ -64,6 +64,7 @@ std::string counted(std::size_t count, const std::string& one, const std::string
     return std::to_string(count) + " " + (count == 1 ? one : many.empty() ? one + "s" : many);
 }
 
+/// With the places where the file was looked for, which is what a person can mend.
 std::string missingText(const KrImportReport::Mesh& mesh)
 {
     std::string text =

@@ -425,6 +425,7 @@ KrCoordinateSystemTransformation Reader::originOf(const xmlNode& owner, const st
 /// False for one that connects nothing.
 bool Reader::readJoint(const xmlNode& node, Joint& joint)
 {
+    // The types with one degree of freedom, or none.
     static const std::pair<const char*, Type> kTypes[] = {{"fixed", Type::Fixed},
                                                           {"revolute", Type::Revolute},
                                                           {"continuous", Type::Continuous},
@@ -434,6 +435,7 @@ bool Reader::readJoint(const xmlNode& node, Joint& joint)
     joint.parent = endOf(node, "parent");
     joint.child = endOf(node, "child");
     const std::string element = "joint " + joint.name;
+    // Links that are named and not there are the repair's; this one joins nothing.
     if (joint.parent.empty() || joint.child.empty()) {
         warn(node, element, "it does not name a parent and a child link; it is left out");
         return false;
@@ -512,6 +514,7 @@ void Reader::readLimit(const xmlNode& limit, const char* name, const std::string
 
 void Reader::readMimic(const xmlNode& mimic, const std::string& element, Joint& joint)
 {
+    // The format's defaults, 1 and 0, stay where there is no good number.
     value(mimic, "multiplier", element, joint.mimicMultiplier);
     value(mimic, "offset", element, joint.mimicOffset);
     joint.mimicMaster = attributeOf(mimic, "joint");
