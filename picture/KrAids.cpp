@@ -47,6 +47,7 @@ bool select(KrStatedSystem& system, const std::string& name, std::string& reason
         const std::string prefix = system.manipulatorSystem().manipulators()[i].name() + "/";
         std::vector<std::uint32_t> links = system.linksByName(i, name);
         if (name.compare(0, prefix.size(), prefix) == 0) {
+            // Both readings count: a link's own name may begin like that.
             const std::vector<std::uint32_t> inside = system.linksByName(i, name.substr(prefix.size()));
             links.insert(links.end(), inside.begin(), inside.end());
         }
@@ -67,6 +68,7 @@ bool select(KrStatedSystem& system, const std::string& name, std::string& reason
 /// A look for every volume that the file gives none.
 void lookThrough(KrIndividualManipulator& manipulator)
 {
+    // Looks of the file's own stay.
     const auto complete = [&manipulator](const std::string& name) {
         if (manipulator.dataMaps().find(name) == nullptr) {
             manipulator.dataMaps().set(name, KrEnclosingShapes::look());

@@ -84,6 +84,7 @@ bool KrFrameWriter::write(std::size_t number, KrImage& small, std::string& reaso
         if (m_factor > 1) {
             KrDownscale::average(drawn, m_factor, small);
         }
+        // Without samples the drawn picture is the one to write: nothing is copied.
         return m_write(m_factor > 1 ? small : drawn, number, reason);
     } catch (const std::exception& error) {
         reason = error.what();

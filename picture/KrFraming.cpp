@@ -41,6 +41,7 @@ void addExtent(KrFraming& framing, const KrBasePhysicalExtent& extent, const KrC
         KrVector low, high, cells, inflection;
         grid->layout(scale, low, high, cells, inflection);
         for (unsigned int i = 0; i < 8; ++i) {
+            // The box of the cells, since what glows in it changes with the values.
             const KrVector corner((i & 1u) ? high.x() : low.x(), (i & 2u) ? high.y() : low.y(),
                                   (i & 4u) ? high.z() : low.z());
             framing.add(toWorld.transformPoint(grid->placement().transformPoint(corner)));
@@ -252,6 +253,7 @@ KrPovParameters KrFraming::pov() const
         pov.setEyepoint(3.0 * m_towards);
         return pov;
     }
+    // Along the view; the eye looks at this plane, whatever the sides decide.
     const double middle = m_towards.dot(center());
     const double fitted = std::max(m_horizontal.distance(kNumSlopes - 1), m_vertical.distance(kNumSlopes - 1));
     // In a wide angle the sides alone would let the eye into what it looks at.

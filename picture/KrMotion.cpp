@@ -44,6 +44,7 @@ bool KrMotion::isEven() const
 
 std::vector<double> KrMotion::schedule(std::optional<double> rate) const
 {
+    // A rate that is given counts before the times.
     const bool isTimed = hasTimes() && !rate;
     const double step = 1.0 / rate.value_or(framesPerSecond());
     std::vector<double> due;

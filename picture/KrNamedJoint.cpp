@@ -23,6 +23,7 @@ std::string text(double value)
 /// The joint (or, failing that, the link) of that name among the manipulator's links; null when there is none.
 const KrJointKinematics* findJoint(const KrIndividualManipulator& manipulator, const std::string& name)
 {
+    // By the toolkit's own rule, so that all ways to name a joint agree.
     const int index = manipulator.jointIndex(name);
     return index < 0 ? nullptr : &manipulator.links()[static_cast<std::size_t>(index)]->jointKinematics();
 }
@@ -57,6 +58,7 @@ bool KrNamedJoint::find(const KrStatedSystem& system, const std::string& name, K
     // All of that name: which one of two is meant, nobody can tell.
     std::vector<KrNamedJoint> found;
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
+        // MANIPULATOR/JOINT, for joints of several robots that bear one name.
         const std::string prefix = manipulators[i].name() + "/";
         std::string inside = name;
         // The whole name first: a joint's own may hold a slash.

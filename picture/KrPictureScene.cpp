@@ -70,6 +70,7 @@ bool KrPictureScene::open(unsigned int width, unsigned int height, unsigned int 
                  sizeText(largestWidth, largestHeight);
         return false;
     }
+    // Of the picture; the window is as many times larger as the factor says.
     m_width = width;
     m_height = height;
     m_factor = factorOf(samples);
@@ -115,6 +116,7 @@ bool KrPictureScene::show(KrStatedSystem& system, const KrVisualizationParameter
 
 bool KrPictureScene::show(KrStatedSystem& system, std::string& reason, const KrVector& towardsEye)
 {
+    // A height of 0, before the scene is opened, must not divide.
     const double aspectRatio = static_cast<double>(m_width) / std::max(1u, m_height);
     KrFraming framing(towardsEye, KrVector(0.0, 0.0, 1.0), KrFraming::kFieldOfView, aspectRatio);
     framing.add(system.manipulatorSystem(), system.systemState());

@@ -83,6 +83,7 @@ bool KrTiles::frame(const std::vector<KrViewSide>& sides, double fieldOfView, co
                  std::to_string(sides.size()) + " views";
         return false;
     }
+    // Only now: a picture that is too small changes nothing.
     m_grid = grid;
     // One for each view, in its order.
     m_povs.clear();
@@ -98,6 +99,7 @@ bool KrTiles::frame(const std::vector<KrViewSide>& sides, double fieldOfView, co
 bool KrTiles::draw(KrPictureScene& scene, const KrManipulatorSystemState& state, unsigned char* out,
                    std::string& reason)
 {
+    // The scene is of one tile's size, and draws it so many times larger for its samples.
     const std::size_t factor = scene.factor();
     const std::size_t wholeWidth = factor * m_width;
     const std::size_t wholeHeight = factor * m_height;

@@ -234,6 +234,7 @@ bool Reader::readHeader()
 
 bool Reader::readRow(bool isFirst)
 {
+    // The column of times may stand anywhere in the row.
     const double timeBefore = m_time;
     const std::vector<std::string> words = cellsOf(m_line);
     // Never filled up: which value is missing, nobody can tell.
@@ -295,6 +296,7 @@ bool Reader::read(KrMotion& motion)
     KrMotion read(m_system, std::move(joints));
     bool isEnd = false;
     while (nextLine(isEnd) && !isEnd) {
+        // Before the row is taken apart.
         if (read.size() == mostRows) {
             return fail(m_name + ": it has more than " + std::to_string(mostRows) + " rows");
         }
@@ -311,6 +313,7 @@ bool Reader::read(KrMotion& motion)
         return fail(m_name + " has a header but no row");
     }
     tellOfPositionsBeyond();
+    // Behind all refusals.
     motion = std::move(read);
     return true;
 }

@@ -104,6 +104,7 @@ bool KrValueText::position(const std::string& text, double& value, Unit& unit)
                                            {"m", 1.0, Unit::Length},
                                            {"", 1.0, Unit::Plain}};
     const std::string whole(KrText::trimmed(text));
+    // The empty suffix fits every text: something always decides.
     for (const Suffix& suffix : kSuffixes) {
         const std::string_view ending = suffix.text;
         if (whole.size() < ending.size() || whole.substr(whole.size() - ending.size()) != ending) {
@@ -204,6 +205,7 @@ std::vector<std::string> KrValueText::nearest(const std::string& name, const std
 {
     constexpr std::size_t kMostShown = 3;
     constexpr std::size_t kLongestName = 200; // the table of distances grows with the product of the lengths
+    // Sizes of letters are the least of slips.
     const std::string wanted = KrText::lowered(name);
     std::vector<std::pair<std::size_t, std::string>> found;
     for (const std::string& candidate : candidates) {
@@ -235,5 +237,6 @@ std::string KrValueText::suggestion(const std::string& name, const std::vector<s
     for (std::size_t i = 0; i < near.size(); ++i) {
         words += (i == 0 ? "; did you mean " : i + 1 == near.size() ? " or " : ", ") + near[i];
     }
+    // Nothing at all where nothing is near: the sentence ends as it was.
     return words + (near.empty() ? "" : "?");
 }

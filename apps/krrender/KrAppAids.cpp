@@ -11,6 +11,7 @@
 
 std::string KrAppAids::add(KrAids& aids, const std::string& list)
 {
+    // Up to the first word that is unknown: the caller refuses the list.
     for (const std::string& word : KrValueText::split(list, ',')) {
         if (!aids.add(word)) {
             // An empty word is shown by the comma that makes it.
@@ -37,6 +38,7 @@ void KrAppAids::tellOfNothing(const KrAids& aids, const KrAppRobot& robot, std::
     if (aids.collisions && robot.numCollisionShapes() == 0) {
         warnings.push_back("--show collision shows nothing: no link has a collision shape");
     }
+    // Nothing is told of links without mass: most bases have none.
     std::vector<std::pair<std::string, const KrMassProperties*>> given;
     for (const KrIndividualManipulator& manipulator : robot.manipulators()) {
         std::vector<const KrManipulatorLink*> links = manipulator.links();

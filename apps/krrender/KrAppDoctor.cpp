@@ -48,6 +48,7 @@ std::string drawBox()
     constexpr unsigned int kSize = 64; // pixels
     KrIndividualManipulator box("box");
     box.addShape(boost::shared_ptr<KrBasePhysicalExtent>(new KrBoxPhysicalExtent(KrVector(1.0, 1.0, 1.0))));
+    // The whole way, from a system to pixels: contexts that open need not draw.
     KrManipulatorSystem manipulators;
     manipulators.manipulators().push_back(box);
     KrStatedSystem system(manipulators);
@@ -95,6 +96,7 @@ bool krAppDoctor(std::string& text)
     window.init();
     text += "== What a picture is drawn with\n" + window.report().text() + "\n";
     window.closeWindow();
+    // No OpenGL, but the other thing that a machine may lack.
     const std::string ffmpeg = KrAppVideo::program();
     text += "videos: " + (ffmpeg.empty() ? "no ffmpeg program (Debian package ffmpeg)" : ffmpeg) + "\n";
     const std::string wrong = drawBox();

@@ -38,6 +38,7 @@ struct Number
     unsigned int width = 0;
 };
 
+/// The first one behind `from`. A percent sign that begins no number is refused: nothing else is meant by one.
 Number findNumber(const std::string& pattern, std::size_t from)
 {
     Number found;
@@ -75,12 +76,14 @@ std::string identity(const std::string& path)
     return (error ? whole : found).string();
 }
 
+/// In the words of messages: a stream has no path to show.
 [[noreturn]] void cannotWrite(const std::string& path, const std::string& reason)
 {
     throw KrAppFailure(KrAppFailure::CouldNot,
                        "cannot write " + KrAppFiles::spoken(path, KrAppFiles::Standard::Output) + ": " + reason);
 }
 
+/// A bare name stands in the current folder.
 fs::path folderOf(const std::string& path)
 {
     const fs::path folder = fs::path(path).parent_path();
@@ -94,6 +97,7 @@ struct Missing
     std::vector<fs::path> folders;
 };
 
+/// From the front, so that the folders come in the order in which they can be made.
 Missing missingFolders(const fs::path& folder)
 {
     Missing found;
@@ -118,6 +122,7 @@ bool canBeMade(const Missing& missing)
                         [](const fs::path& folder) { return folder.filename() == ".."; });
 }
 
+/// All of the bytes, however few the other end takes at a time.
 void writeStandardOutput(const std::string& bytes)
 {
     // What printf still holds comes first.
@@ -166,6 +171,7 @@ std::string KrAppFiles::readText(const std::string& path, std::uint64_t mostByte
     return text;
 }
 
+// In lower case: whoever asks compares with small letters.
 std::string KrAppFiles::extensionOf(const std::string& path)
 {
     return KrText::lowered(fs::path(path).extension().string());
@@ -195,6 +201,7 @@ void KrAppFiles::checkWritable(const std::string& path, bool isFolderMade)
         return;
     }
     std::error_code error;
+    // Of what a link leads to: that is what is written.
     const fs::file_status status = fs::status(path, error);
     // A device or a pipe cannot be replaced in one step, which is how files are written.
     if (fs::exists(status) && !fs::is_regular_file(status)) {
@@ -314,6 +321,7 @@ void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, c
         for (std::size_t i = picture.height(); i-- > 0;) {
             file.pixels.insert(file.pixels.end(), picture.data() + i * row, picture.data() + (i + 1) * row);
         }
+        // A stream has no extension to choose a format by: it gets a PNG.
         std::string bytes;
         const std::string reason = KrPictureFile::encode(file, "png", bytes);
         if (!reason.empty()) {

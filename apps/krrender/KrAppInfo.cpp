@@ -67,6 +67,7 @@ std::string jointText(const KrJointKinematics& joint)
     return text;
 }
 
+/// What a picture of the link costs, and what a collision check has.
 std::string shapeText(const KrManipulatorLink& link)
 {
     std::size_t triangles = 0;
@@ -152,6 +153,7 @@ std::string padded(const std::string& text, std::size_t columns, std::size_t wid
 
 std::string krAppInfo(const KrAppRobot& robot)
 {
+    // Of an import, or counted from a native file when it was read.
     const KrImportReport::Counts& counts = robot.report.counts();
     std::string text = KrAppMessages::printable(robot.report.robot() + " (" + robot.report.file() + ")") + "\n\n";
     for (const KrIndividualManipulator& manipulator : robot.manipulators()) {

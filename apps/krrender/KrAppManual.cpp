@@ -38,6 +38,7 @@ std::string upperCase(std::string text)
 }
 
 /// "-o", "--output"
+/// With dashes, short ones first.
 std::vector<std::string> names(const CLI::Option& option)
 {
     std::vector<std::string> all;
@@ -56,6 +57,7 @@ std::vector<const CLI::Option*> optionsOf(const CLI::App& app)
     return app.get_options([](const CLI::Option* option) { return option->nonpositional(); });
 }
 
+/// A flag takes none.
 bool takesValue(const CLI::Option& option)
 {
     return option.get_items_expected_max() > 0;
@@ -72,6 +74,7 @@ std::string heading(const CLI::Option& option)
 }
 
 /// The groups in the order in which their first options stand.
+/// Like the help, so that both can be read side by side.
 std::vector<std::string> groupsOf(const CLI::App& app)
 {
     std::vector<std::string> groups;

@@ -214,6 +214,7 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
 class Help : public CLI::Formatter
 {
 public:
+    // The parser breaks no lines, and terminals break them inside words.
     std::string make_option_desc(const CLI::Option* option) const override
     {
         constexpr std::size_t kLongest = 68; // behind the names
@@ -239,6 +240,7 @@ public:
     for (const CLI::Option* option : app.get_options()) {
         names.insert(names.end(), option->get_lnames().begin(), option->get_lnames().end());
     }
+    // Without a value; the first two letters may be dashes.
     const std::string given = word.substr(0, word.find('=', 2));
     // Known, and still left over: it stood behind "--".
     if (app.get_option_no_throw(given) != nullptr) {
@@ -293,6 +295,7 @@ void readSize(const std::string& text, KrAppOptions& options)
         wrongUsage("--size " + text + ": a size is WIDTHxHEIGHT in whole pixels, 1280x960 for one");
     }
     // The bound is ours; whether the driver draws so much is seen when it is asked.
+    // Before the numbers become narrower.
     const auto isDrawable = [](unsigned long n) { return n > 0 && n <= KrAppOptions::kLargestSize; };
     if (!isDrawable(width) || !isDrawable(height)) {
         wrongUsage("--size " + text + ": width and height must be from 1 to " +
@@ -340,6 +343,7 @@ std::optional<KrVector> readVector(const char* option, const std::string& text)
 std::vector<std::string> readViews(const std::string& list)
 {
     std::vector<std::string> views = KrValueText::split(list, ',');
+    // All of the list before anything is drawn.
     const std::vector<std::string>& names = KrViewSide::names();
     for (const std::string& view : views) {
         if (std::find(names.begin(), names.end(), view) == names.end()) {
@@ -367,6 +371,7 @@ void readCamera(const Words& words, KrAppOptions& options)
     if (options.eye && options.lookAt && (*options.eye - *options.lookAt).length() == 0.0) {
         wrongUsage("--eye and --look-at are the same point");
     }
+    // Given, whatever its value: also the default is a wish then.
     const bool isTurned = !words.azimuth.empty() || !words.elevation.empty();
     // Options that contradict each other are refused: whichever counted, somebody would wait for the other.
     if (options.eye && isTurned) {
@@ -403,6 +408,7 @@ void readIntrinsics(const Words& words, KrAppOptions& options)
         options.views = readViews(words.views);
     }
     if (!words.intrinsics.empty()) {
+        // For the size of the picture, whatever camera the numbers come from.
         KrCameraIntrinsics camera;
         camera.width = options.width;
         camera.height = options.height;
@@ -433,6 +439,7 @@ void readJoints(const Words& words, KrAppOptions& options)
 void readAids(const Words& words, KrAids& aids)
 {
     for (const std::string& list : words.show) {
+        // The words before a wrong one are added, which does not matter: the program ends here.
         const std::string wrong = KrAppAids::add(aids, list);
         if (!wrong.empty()) {
             const std::vector<std::string> near = KrValueText::nearest(wrong, KrAids::names());
@@ -478,6 +485,7 @@ void readFiles(const Words& words, KrAppOptions& options)
     for (std::string* const path : {&options.robot, &options.state, &options.trajectory, &options.camera}) {
         KrAppFiles::nameStandard(*path, KrAppFiles::Standard::Input);
     }
+    // With a name or without: the word is there in both.
     options.sidecar = !words.sidecar.empty();
     // "true" is what the parser gives a flag without a value.
     options.sidecarPath = words.sidecar == "true" ? std::string() : words.sidecar;
@@ -502,6 +510,7 @@ void checkSidecar(const KrAppOptions& options)
     if (!options.sidecarPath.empty() && (numPictures > 1 || !options.trajectory.empty())) {
         wrongUsage("--sidecar=" + options.sidecarPath + " is for a single picture; --sidecar writes one beside each");
     }
+    // Beside means by the picture's name, which a stream has not.
     const bool isPiped = std::any_of(std::begin(pictures), std::end(pictures), KrAppFiles::isStandard);
     if (options.sidecarPath.empty() && isPiped) {
         wrongUsage("--sidecar: there is no place beside standard output; give --sidecar=FILE");
@@ -540,6 +549,7 @@ void checkCombination(const KrAppOptions& options)
         wrongUsage("nothing to do: give -o PICTURE, --view, --depth, --depth-preview, --range-map, --info, --convert "
                    "or --report");
     }
+    // In a window all of it can be shown again by keys.
     if (!options.aids.shapes && !options.aids.areShown() && !options.view) {
         wrongUsage("--hide visuals leaves nothing to draw: give --show collision, for one");
     }
@@ -572,6 +582,7 @@ std::string KrAppOptions::sidecarOf(const std::string& picture) const
 
 void KrAppOptions::standAs(const KrFrameDescription& frame)
 {
+    // A file may tell any size.
     const bool isDrawable = frame.width <= kLargestSize && frame.height <= kLargestSize;
     if (!frame.intrinsics || !isDrawable) {
         throw KrAppFailure(KrAppFailure::CouldNot,
@@ -653,6 +664,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         readSize(words.size, *this);
         isSizeGiven = true;
     }
+    // The defaults stand in the class, and in brackets in the help.
     samples = words.samples.empty() ? samples : readSamples(words.samples);
     if (!words.background.empty()) {
         KrColor color;
@@ -683,6 +695,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
     if (!words.rangeMap.empty()) {
         rangeMap.parse(words.rangeMap);
     }
+    // Names of standard streams before the combinations, which ask for them.
     readFiles(words, *this);
     checkCombination(*this);
     return true;

@@ -44,6 +44,7 @@ void demand(bool isDone, const std::string& reason)
     }
 }
 
+/// What has been written stays, and the message says how much that is.
 [[noreturn]] void stopped(std::size_t done, std::size_t total)
 {
     throw KrAppFailure(KrAppFailure::CouldNot,
@@ -54,7 +55,9 @@ void demand(bool isDone, const std::string& reason)
 
 void KrAppPictures::check(const KrAppOptions& options)
 {
+    // All that can be said without a robot, so that nobody waits for a refusal.
     const bool isSeries = !options.trajectory.empty();
+    // A video's name without a motion is refused as a picture's, with the reason.
     const bool isVideo = isSeries && KrAppFiles::isVideo(options.output);
     if (options.sidecar && isVideo) {
         throw KrAppFailure(KrAppFailure::WrongUsage,
@@ -119,6 +122,7 @@ KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrV
     // Before the scene is built: looks and selections go into it.
     KrAppAids::prepare(options.aids, robot, parameters);
     std::string reason;
+    // Refused for robots that are nested too deep for a scene.
     demand(m_scene.show(robot.statedSystem(), parameters, reason), reason);
     if (isOwnLighting) {
         m_scene.window().setAmbientLight(KrLighting::ambientLight());
@@ -219,6 +223,7 @@ bool KrAppPictures::isBlank(const KrImage& picture) const
 
 void KrAppPictures::tellBlank(const std::string& path)
 {
+    // An empty picture is written, since it may be what was asked for, but never without a word.
     if (m_numBlank > 0) {
         const std::string what = m_options.trajectory.empty() ? std::string("the picture is")
                                                               : std::to_string(m_numBlank) + " of " +
@@ -235,6 +240,7 @@ std::string KrAppPictures::whyBlank()
     KrFraming shown({0.0, 0.0, 1.0}, {0.0, 1.0, 0.0}, 1.0, 1.0); // for the box
     shown.setShown(m_options.aids.shown(m_robot.statedSystem()));
     shown.addMotion(m_robot.statedSystem().manipulatorSystem(), m_motion);
+    // The camera that has drawn: what the picture misses is seen from it alone.
     const osg::Camera& camera = *m_scene.window().getViewer()->getCamera();
     return KrAppSight::whyEmpty(shown, camera.getViewMatrix() * camera.getProjectionMatrix(), m_options.width,
                                 m_options.height);
@@ -292,6 +298,7 @@ double KrAppPictures::videoRate() const
 void KrAppPictures::writeColors()
 {
     const KrAppInterrupt interrupt;
+    // Made before the writer, which uses it to its end.
     std::unique_ptr<KrAppVideo> video;
     if (KrAppFiles::isVideo(m_options.output)) {
         video = std::make_unique<KrAppVideo>(m_options.output, m_options.width, m_options.height, videoRate());
@@ -309,6 +316,7 @@ void KrAppPictures::writeColors()
             return false;
         }
     });
+    // Frames come back while later ones are drawn: the driver is not waited for.
     const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
     stream->setLender([&](const KrFrameStream::Frame& frame) { return writer.lend(frame.width, frame.height); });
     stream->setReceiver([&](const KrFrameStream::Frame&) { writer.submit(); });
@@ -389,6 +397,7 @@ void KrAppPictures::writeDepth(std::size_t i)
 {
     KrDepthCapture::Options wanted;
     wanted.kind = m_options.depthKind;
+    // The order of the files that are written.
     wanted.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
     std::string reason;
     demand(m_scene.drawDepth(m_motion.state(i), wanted, m_depths, reason), reason);

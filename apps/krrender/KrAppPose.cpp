@@ -30,6 +30,7 @@ void KrAppPose::setJoints(KrStatedSystem& system, const std::vector<std::pair<st
         KrNamedJoint joint;
         double position = 0.0;
         std::string reason;
+        // A name that is wrong may be the file's fault; a value that is none is the command line's.
         if (!KrNamedJoint::findFree(system, name, joint, reason)) {
             couldNot(reason);
         }

@@ -20,6 +20,7 @@ namespace
 
 namespace fs = std::filesystem;
 
+/// For files: what is wrong with them is no slip of the command line.
 [[noreturn]] void couldNot(const std::string& sentence)
 {
     throw KrAppFailure(KrAppFailure::CouldNot, sentence);
@@ -44,6 +45,7 @@ std::string beginningOf(const std::string& path)
     if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
         couldNot(path + " is empty");
     }
+    // XML that begins in UTF-8 has no such byte.
     if (text.find('\0') != std::string::npos) {
         couldNot(path + " is binary, neither a URDF nor a native system file");
     }
@@ -72,6 +74,7 @@ bool isVisible(const KrManipulatorLink& link)
     return false;
 }
 
+/// Of visible shapes, which an import counts alone.
 std::size_t trianglesOf(const KrManipulatorLink& link)
 {
     std::size_t sum = 0;
@@ -132,6 +135,7 @@ std::string KrAppRobot::rootElement(const std::string& text)
 
 void KrAppRobot::read(const std::string& file, const std::vector<std::string>& packagePaths, KrAppMessages& messages)
 {
+    // The readers take paths, and the system has one for the stream.
     const std::string path = KrAppFiles::isStandard(file) ? "/dev/stdin" : file;
     // A pipe can be read but once: it is the importer's.
     std::error_code error;
@@ -156,6 +160,7 @@ void KrAppRobot::read(const std::string& file, const std::vector<std::string>& p
     } else if (root == statedSystem().token().name) {
         ok = statedSystem().readFile(path);
     } else if (root == statedSystem().manipulatorSystem().token().name) {
+        // Without a state: all joints stand at their defaults.
         KrManipulatorSystem bare;
         ok = bare.readFile(path);
         statedSystem() = KrStatedSystem(bare);

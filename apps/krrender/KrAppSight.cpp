@@ -19,6 +19,7 @@ constexpr double kSeenPixels = 1.0;
 
 using Corners = std::array<osg::Vec4d, 8>;
 
+/// Numbers only, so that the buffer is long enough.
 template <typename... Numbers>
 std::string formatted(const char* format, Numbers... numbers)
 {
@@ -91,6 +92,7 @@ std::string KrAppSight::whyEmpty(const KrFraming& shown, const osg::Matrixd& wor
         const KrVector corner = shown.corner(i);
         corners[i] = osg::Vec4d(corner.x(), corner.y(), corner.z(), 1.0) * worldToClip;
     }
+    // The usual reasons first, each of them certain; the last sentence is what is left.
     const std::string side = sideOf(corners);
     if (!side.empty()) {
         const KrVector center = shown.center();

@@ -90,6 +90,8 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
                  ": the ffmpeg program is not there (Debian package ffmpeg); -o frame_%04d.png "
                  "writes single pictures");
     }
+    // Closed when the program starts, which gets copies of its own: an end left open there would hide the end of the
+    // pictures.
     int ends[2] = {-1, -1};
     // Complaints go into memory: a pipe would have to be emptied while pictures go into the other one.
     m_log = memfd_create("ffmpeg", MFD_CLOEXEC);
@@ -227,6 +229,7 @@ std::string KrAppVideo::complaint() const
     return line.empty() ? "it ended too early" : line;
 }
 
+// Its end first: by then the complaint is whole.
 void KrAppVideo::giveUp()
 {
     // The end of the pipe ends the program, if nothing else has.
@@ -261,6 +264,7 @@ void KrAppVideo::finish()
     if (waitForEnd() != 0) {
         giveUp();
     }
+    // Only a video that is whole takes the old one's place.
     if (!m_file.replace()) {
         couldNot("cannot write " + m_path + ": " + m_file.reason());
     }

@@ -177,6 +177,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     KrAppAids::prepare(all, robot, parameters);
     KrStatedSystem& system = robot.statedSystem();
     KrPoseDriver poses(system.manipulatorSystem());
+    // Shapes that bend are told before the scene is built.
     for (const KrShapeStateCacheKey& shape : poses.shapes()) {
         system.addChangedShape(shape);
     }
@@ -187,6 +188,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     poses.drive(motion.state(0));
     m_window.setState(motion.state(0));
     all.show(m_window);
+    // Ready, but not seen before their keys are pressed.
     m_window.setDisplayMask(KrRenderTypes::LinkAxes, aids.axes, false);
     m_window.setDisplayMask(KrRenderTypes::BoundingVolumes, aids.volumes, false);
     m_window.setDisplayMask(KrRenderTypes::MassProperties, aids.mass, false);
@@ -202,6 +204,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     std::size_t shown = motion.size();
     while (!keys->isDone() && !input.isCloseRequested() && !KrAppInterrupt::isRequested()) {
         bool isDue = input.take();
+        // A state that is shown already costs no frame.
         if (const std::size_t state = player.state(); state != shown) {
             poses.drive(motion.state(state));
             KrAids::follow(m_window);

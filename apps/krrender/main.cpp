@@ -60,6 +60,7 @@ void checkOutputs(const KrAppOptions& options)
 
 KrPovParameters automaticView(const KrAppOptions& options, const KrAppRobot& robot, KrMotion& motion)
 {
+    // A lens that is given decides instead: the even part around its principal point.
     double fieldOfView = options.verticalFieldOfView();
     double aspectRatio = static_cast<double>(options.width) / options.height;
     // With an eye that is given the robot need not be placed.
@@ -122,6 +123,7 @@ KrVisualizationParameters parametersFor(const KrAppOptions& options, const KrApp
     }
     KrRenderParameters render = parameters.renderParameters();
     if (!isFileView || options.background) {
+        // A colour on the command line counts before the file's.
         render.setBackgroundColor(options.background.value_or(KrLighting::background()));
     }
     parameters.setRenderParameters(render);
@@ -353,6 +355,7 @@ int work(int argc, char** argv, KrAppMessages& messages)
 
 int main(int argc, char** argv)
 {
+    // Before anything opens a file.
     openStandardStreams();
     // Before a file is begun: whatever ends the program, none is left half-written.
     KrAppInterrupt::install();

@@ -34,6 +34,7 @@ void copyColor(float (&out)[4], const KrColor& color)
 /// As the scene finds it: the look of the mesh before that of the robot, then the default.
 const KrDataMap& lookOf(const KrTriPhysicalExtent& mesh, unsigned int group, const KrIndividualManipulator& owner)
 {
+    // Both maps go by the names of the mesh's groups.
     const std::string name = mesh.groupName(group);
     if (const KrDataMap* const own = mesh.materialMap().find(name)) {
         return *own;
@@ -209,6 +210,7 @@ void KrBenchBareScene::drawBody(const Body& body) const
         glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, batch.diffuse);
         glMaterialfv(GL_FRONT_AND_BACK, GL_SPECULAR, batch.specular);
         glMaterialf(GL_FRONT_AND_BACK, GL_SHININESS, batch.shininess);
+        // Groups of one mesh share its buffers: what is bound already costs nothing.
         if (batch.vertexBuffer != bound) {
             bound = batch.vertexBuffer;
             glBindBuffer(GL_ARRAY_BUFFER, bound);
@@ -243,6 +245,7 @@ void KrBenchBareScene::draw(const KrManipulatorSystemState& state, const KrVisua
         const Body& body = m_bodies[b];
         const KrIndividualManipulator& manipulator = manipulators[body.manipulator];
         const KrPositionState& position = state.positionStates()[body.manipulator];
+        // Bodies of one manipulator follow one another: its poses are computed once.
         if (b == 0 || m_bodies[b - 1].manipulator != body.manipulator) {
             manipulator.linkPoses(position, m_poses);
         }
@@ -253,6 +256,7 @@ void KrBenchBareScene::draw(const KrManipulatorSystemState& state, const KrVisua
         double matrix[16];
         toWorld.assign16(matrix);
         glPushMatrix();
+        // The toolkit's 16 numbers are in the order that OpenGL takes.
         glMultMatrixd(matrix);
         drawBody(body);
         glPopMatrix();

@@ -9,6 +9,7 @@
 namespace
 {
 
+/// Since a moment of the clock's own: only differences mean something.
 double seconds(clockid_t clock)
 {
     timespec time = {};

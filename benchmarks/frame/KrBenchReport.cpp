@@ -56,6 +56,7 @@ std::string json(const KrBenchReport::Way& way)
 
 } // namespace
 
+// For a person: milliseconds, and the two ways side by side.
 std::string KrBenchReport::table() const
 {
     std::string text = system + ": " +
@@ -79,6 +80,7 @@ std::string KrBenchReport::table() const
     return text;
 }
 
+// For programs: seconds, and nothing that follows from the rest.
 std::string KrBenchReport::json() const
 {
     std::string text = "{\"system\": \"" + escaped(system) + "\", \"renderer\": \"" + escaped(renderer) + "\", ";

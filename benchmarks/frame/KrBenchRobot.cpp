@@ -33,6 +33,7 @@ KrBenchRobot::KrBenchRobot(const std::string& path, const std::vector<std::strin
     // One reason is told, that of the last attempt.
     const Kr::Print::Sink before = Kr::Print::instance()->setSink([](Kr::Print::Type, const std::string&) {});
     const KrReason reason;
+    // By the name's ending, as this is no door for files of strangers.
     bool isRead = false;
     if (std::filesystem::path(path).extension() == ".xml") {
         isRead = readNative(path, system);

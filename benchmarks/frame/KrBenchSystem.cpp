@@ -63,6 +63,7 @@ KrStatedSystem KrBenchSystem::copied(const KrStatedSystem& system, unsigned int 
     KrFraming bounds({1.0, 0.0, 0.0}, {0.0, 0.0, 1.0}, 0.5, 1.0);
     bounds.add(system.manipulatorSystem(), system.systemState());
     const KrVector size = bounds.size();
+    // Nearly a square, so that all copies are seen at about one size.
     const auto columns = static_cast<unsigned int>(std::ceil(std::sqrt(static_cast<double>(copies))));
 
     KrManipulatorSystem many;
@@ -97,6 +98,7 @@ void KrBenchSystem::keepOneTriangle(KrStatedSystem& system)
             if (!mesh) {
                 continue;
             }
+            // Before the shape lets go of it.
             originals.push_back(shape->extentPointer());
             const auto [place, isNew] = reduced.try_emplace(extent);
             if (isNew) {
@@ -122,6 +124,7 @@ std::vector<KrManipulatorSystemState> KrBenchSystem::swinging(const KrStatedSyst
             KrPositionState& position = state.positionStates()[m];
             for (unsigned int j = 0; j < links.size(); ++j) {
                 const KrJointKinematics& joint = links[j]->jointKinematics();
+                // Mimic joints follow below.
                 if (!joint.isMovable() || joint.isMimic()) {
                     continue;
                 }

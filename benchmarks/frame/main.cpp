@@ -215,6 +215,7 @@ KrBenchReport run(const Options& options)
     if (options.oneTriangle) {
         KrBenchSystem::keepOneTriangle(system);
     }
+    // Made before anything is measured, as a client has them from elsewhere.
     const States states = KrBenchSystem::swinging(system, 64);
 
     report.system = robot.name;
@@ -228,6 +229,7 @@ KrBenchReport run(const Options& options)
     report.triangles = KrBenchSystem::numTriangles(system);
     report.drawCalls = KrBenchSystem::numGroups(system);
     const Camera camera = measureScene(options, system, states, parameters, report);
+    // Behind the scene, whose matrices it takes over.
     measureBare(options, system, states, parameters, camera, report);
     // A ratio means something only when both drew the same.
     if (std::abs(report.sceneCoverage - report.bareCoverage) > 0.01) {
@@ -273,6 +275,7 @@ int main(int argc, char** argv)
         if (!options.json.empty() && options.json != "-") {
             std::ofstream file(options.json);
             file << report.json();
+            // A full disk is noticed here.
             if (!file.flush()) {
                 couldNot("cannot write " + options.json);
             }

@@ -35,6 +35,7 @@ bool load(const std::string& path, KrStatedSystem& system)
 /// Everything made anew and closed, as by a client that opens a window now and then.
 bool drawOnce(const KrStatedSystem& system, KrImage& image)
 {
+    // Never shared by two rounds: what a window leaves behind is the question.
     KrRenderWindow window;
     window.setWindowSize(320, 240);
     window.setStatedSystem(system);
@@ -69,6 +70,7 @@ int main(int argc, char** argv)
             first = image;
         }
         different += std::memcmp(first.data(), image.data(), first.sizeInBytes()) != 0 ? 1 : 0;
+        // What grows from here on would grow for ever.
         if (cycle == kSettledAfter) {
             settledKiB = Process::residentKiB();
             settledDescriptors = Process::numOpenDescriptors();

@@ -38,6 +38,7 @@ struct Options
 
 bool parse(int argc, char** argv, Options& options)
 {
+    // A width without a height is a slip.
     if (argc != 3 && argc != 4 && argc != 6) {
         return false;
     }
@@ -162,6 +163,7 @@ void drawLong(const Options& options, KrRenderWindow& window)
     }
     stream->flush();
     std::string reason;
+    // The figures count what was written, not what was handed over.
     writer.finish(reason);
     window.setDrawCallback(nullptr);
     std::printf("%zu frames written, %+ld KiB since frame %zu\n", writer.numWritten(), Process::residentKiB() - settled,
