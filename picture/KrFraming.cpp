@@ -134,6 +134,7 @@ void KrFraming::add(const KrVector& point)
     m_vertical.add(m_up.dot(point), z, isFirst);
     if (isFirst) {
         m_nearest = z;
+        // A box has no corners before its first point.
         m_low = m_high = point;
         return;
     }
@@ -157,6 +158,7 @@ void KrFraming::add(const KrManipulatorSystem& system, const KrManipulatorSystem
         if (m_shown.shapes) {
             addIntraLinks(manipulator, position);
         }
+        // The base is a link whose joint is the base transformation.
         addLinkAndAids(manipulator, manipulator.placement() * position.baseTransformation(), manipulator.baseDhFrame());
         const std::vector<const KrManipulatorLink*> links = manipulator.links();
         for (std::size_t j = 0; j < links.size() && j < poses.size(); ++j) {
@@ -168,6 +170,7 @@ void KrFraming::add(const KrManipulatorSystem& system, const KrManipulatorSystem
 void KrFraming::addLinkAndAids(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& toWorld,
                                const KrCoordinateSystemTransformation& dhFrame)
 {
+    // Shapes hang in the DH frame, which is not the link's own.
     const KrCoordinateSystemTransformation dhToWorld = toWorld * dhFrame;
     for (unsigned int i = 0; m_shown.shapes && i < link.numShapes(); ++i) {
         addShape(*this, link.shape(i), dhToWorld);

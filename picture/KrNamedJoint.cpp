@@ -92,6 +92,7 @@ bool KrNamedJoint::findFree(const KrStatedSystem& system, const std::string& nam
     if (!find(system, name, found, reason)) {
         return false;
     }
+    // Each with its own reason: what the user has to do differs.
     if (!found.kinematics->isMovable()) {
         reason = "joint \"" + name + "\" is fixed";
         return false;
@@ -112,6 +113,7 @@ bool KrNamedJoint::readPosition(const std::string& word, double& position, std::
         reason = "\"" + KrText::oneLine(word) + "\" is no number";
         return false;
     }
+    // 20mm for an angle is a slip, and not 0.02 rad.
     if (!fits(unit, kinematics->type())) {
         const char* const needs = kinematics->type() == Type::Prismatic ? "a length (m, mm)" : "an angle (rad, deg)";
         reason = "\"" + KrText::oneLine(word) + "\" has the wrong unit, this joint takes " + needs;

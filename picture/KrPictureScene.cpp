@@ -83,6 +83,7 @@ bool KrPictureScene::open(unsigned int width, unsigned int height, unsigned int 
 
 bool KrPictureScene::resize(unsigned int factor, std::string& reason)
 {
+    // Most frames are as large as the one before, and cost nothing here.
     if (factor == m_drawnFactor) {
         return true;
     }

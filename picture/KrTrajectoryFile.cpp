@@ -270,6 +270,7 @@ bool Reader::readRow(bool isFirst)
 void Reader::tellOfPositionsBeyond()
 {
     for (const Column& column : m_columns) {
+        // One warning for each joint: a motion can be out of range for thousands of rows.
         if (column.numBeyond > 0) {
             const std::string more =
                 column.numBeyond > 1 ? ", and " + std::to_string(column.numBeyond - 1) + " more" : "";

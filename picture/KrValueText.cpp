@@ -103,6 +103,7 @@ bool KrValueText::position(const std::string& text, double& value, Unit& unit)
                                            {"mm", 1e-3, Unit::Length},
                                            {"m", 1.0, Unit::Length},
                                            {"", 1.0, Unit::Plain}};
+    // The unit may stand behind a blank.
     const std::string whole(KrText::trimmed(text));
     // The empty suffix fits every text: something always decides.
     for (const Suffix& suffix : kSuffixes) {
@@ -127,6 +128,7 @@ bool KrValueText::vector(const std::string& text, KrVector& value)
     const std::vector<std::string> parts = split(text, ',');
     KrVector result;
     for (unsigned int i = 0; i < 3; ++i) {
+        // All three or none: the caller's vector is changed at the end.
         if (parts.size() != 3 || !number(parts[i], result[i])) {
             return false;
         }
@@ -145,6 +147,7 @@ bool KrValueText::size(const std::string& text, unsigned long& width, unsigned l
     unsigned long numbers[2] = {0, 0};
     for (unsigned int i = 0; i < 2; ++i) {
         const char* const end = parts[i].data() + parts[i].size();
+        // Digits only: a sign or a blank is no size.
         const std::from_chars_result result = std::from_chars(parts[i].data(), end, numbers[i]);
         if (result.ec != std::errc() || result.ptr != end) {
             return false;

@@ -179,6 +179,7 @@ std::string KrAppFiles::extensionOf(const std::string& path)
 
 void KrAppFiles::checkPictureFormat(const std::string& path)
 {
+    // By the name, because that is what a viewer goes by, too.
     const std::string extension = extensionOf(path);
     if (isStandard(path)) {
         return;
@@ -286,6 +287,7 @@ bool KrAppFiles::isVideo(const std::string& path)
 bool KrAppFiles::isPattern(const std::string& path)
 {
     for (std::size_t at = path.find('%'); at != std::string::npos; at = path.find('%', at + 1)) {
+        // A percent sign without a number may be a part of the name.
         const std::size_t end = path.find_first_not_of("0123456789", at + 1);
         if (end != std::string::npos && path[end] == 'd') {
             return true;
@@ -306,6 +308,7 @@ std::string KrAppFiles::frameFile(const std::string& pattern, std::size_t number
         const fs::path path(pattern);
         return (path.parent_path() / (path.stem().string() + "_" + padded(4) + path.extension().string())).string();
     }
+    // Two numbers would count alike, and nobody means that.
     if (pattern.find('%', place.start + place.length) != std::string::npos) {
         throw KrAppFailure(KrAppFailure::WrongUsage, pattern + ": one frame number is enough");
     }
@@ -344,6 +347,7 @@ void KrAppFiles::writeBytes(const std::string& bytes, const std::string& path)
         writeStandardOutput(bytes);
         return;
     }
+    // In one step: a reader of the file sees the old content or the new one.
     const std::string reason = KrFileReplacement::write(path, bytes);
     if (!reason.empty()) {
         cannotWrite(path, reason);

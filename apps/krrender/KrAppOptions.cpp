@@ -405,6 +405,7 @@ void readIntrinsics(const Words& words, KrAppOptions& options)
             wrongUsage("--views places its cameras by itself: of the other camera options only --fov, --azimuth and "
                        "--elevation go with it");
         }
+        // Several cameras stand by rule: what places a single one has no meaning.
         options.views = readViews(words.views);
     }
     if (!words.intrinsics.empty()) {

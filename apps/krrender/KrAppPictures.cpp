@@ -92,6 +92,7 @@ std::vector<std::string> KrAppPictures::files(const KrAppOptions& options, std::
         if (path.empty()) {
             continue;
         }
+        // A series has a file for each frame, a video one for all.
         const bool isPattern = !options.trajectory.empty() && !(path == options.output && KrAppFiles::isVideo(path));
         names.push_back(isPattern ? KrAppFiles::frameFile(path, number) : path);
         if (options.sidecar) {
@@ -188,6 +189,7 @@ void KrAppPictures::write()
 {
     for (const std::string& path : {m_options.output, m_options.depth, m_options.depthPreview}) {
         if (!path.empty()) {
+            // Makes the folders.
             file(path, 0); // before the progress is shown
         }
     }

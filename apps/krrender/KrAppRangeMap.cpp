@@ -87,6 +87,7 @@ void KrAppRangeMap::parse(const std::vector<std::string>& words)
     }
     const std::string extension = KrAppFiles::extensionOf(words[0]);
     path = words[0];
+    // Here, because the other names were read before this word was taken apart.
     KrAppFiles::nameStandard(path, KrAppFiles::Standard::Output);
     if (!KrAppFiles::isStandard(path) && extension != ".npy" && extension != ".csv") {
         wrongUsage(words[0], "range maps are written as .npy or .csv");

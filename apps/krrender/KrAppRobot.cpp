@@ -104,6 +104,7 @@ void countNative(const KrAppRobot& robot, KrImportReport::Counts& counts)
             counts.movableJoints += link->jointKinematics().isMovable() ? 1 : 0;
             counts.mimicJoints += link->jointKinematics().isMimic() ? 1 : 0;
         }
+        // Those of the robot; what its meshes bring along is not counted.
         counts.materials += manipulator.materialMap().size();
     }
 }
@@ -201,6 +202,7 @@ std::size_t KrAppRobot::numCollisionShapes() const
 {
     std::size_t count = 0;
     for (const KrIndividualManipulator& manipulator : manipulators()) {
+        // The base by itself: links() does not list it.
         count += manipulator.numCollisionShapes();
         for (const KrManipulatorLink* const link : manipulator.links()) {
             count += link->numCollisionShapes();

@@ -74,6 +74,7 @@ bool krAppSelfTest(const std::string& folder)
     std::size_t numPictures = 0;
     double milliseconds = 0.0;
     for (const KrSelfTest& test : tests) {
+        // A test tells of its failures by its result; the others go on.
         const KrSelfTest::Result result = test(chosen);
         char line[160];
         std::snprintf(line, sizeof line, "%-13s %-6s %6.0f ms  %s", test.name(), result.passed ? "ok" : "FAILED",

@@ -29,6 +29,7 @@ bool KrAppSidecar::readIntrinsics(const std::string& text, KrCameraIntrinsics& c
     read.fy = values[1];
     read.cx = values[2];
     read.cy = values[3];
+    // Focal lengths of 0 or less have no picture.
     if (!read.isValid()) {
         return false;
     }

@@ -243,6 +243,7 @@ void KrAppVideo::add(const KrImage& picture)
     const unsigned char* data = picture.data();
     std::size_t left = picture.sizeInBytes();
     while (left > 0) {
+        // As much as the pipe takes, which is less than most pictures have.
         const ssize_t written = write(m_pipe, data, left);
         if (written > 0) {
             data += written;

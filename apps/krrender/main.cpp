@@ -147,6 +147,7 @@ void checkSize(const KrAppOptions& options, const KrStatedSystem& system, std::v
 
 void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, KrMotion& motion, KrAppMessages& messages)
 {
+    // Before the keys are printed: without a display there are none.
     KrAppView window("krrender - " + options.robot, options.width, options.height, options.samples, messages);
     if (!options.quiet && !options.isStandardOutputTaken()) {
         std::fputs(KrAppView::bindings().c_str(), stdout);
@@ -177,6 +178,7 @@ void mendToolkits(std::vector<std::string>& warnings)
 
 void refuseMissingMeshes(const KrAppRobot& robot)
 {
+    // The first one is told; the report lists all.
     const std::size_t missing = robot.report.counts().missingMeshes;
     for (const KrImportReport::Mesh& mesh : robot.report.meshes()) {
         if (missing > 0 && mesh.missing) {
@@ -191,6 +193,7 @@ void refuseMissingMeshes(const KrAppRobot& robot)
 void convert(const KrAppRobot& robot, const std::string& path, const KrAppMessages& messages)
 {
     bool isWritten = false;
+    // A stream is no file that could be replaced.
     if (KrAppFiles::isStandard(path)) {
         std::string text;
         isWritten = robot.system.writeBuffer(text);
@@ -229,6 +232,7 @@ void printSummary(const KrAppOptions& options, const KrAppRobot& robot, std::siz
     const std::string what = std::to_string(counts.links) + " links, " + std::to_string(counts.movableJoints) +
                              " moving joints, " + std::to_string(robot.numTriangles()) + " triangles";
     const std::string size = std::to_string(options.width) + " x " + std::to_string(options.height);
+    // For a series the pattern stands for all of its files.
     const std::string frames = options.trajectory.empty() ? "" : std::to_string(numFrames) + " frames, ";
     for (const std::string& path : {options.output, options.depthPreview, options.depth}) {
         if (!path.empty()) {

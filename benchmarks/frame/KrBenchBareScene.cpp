@@ -102,6 +102,7 @@ std::vector<KrBenchBareScene::Batch> KrBenchBareScene::uploadMesh(const KrTriPhy
     std::vector<Vertex> vertices;
     std::vector<std::uint32_t> indices;
     std::vector<Batch> batches;
+    // One draw call for each material, as in the scene.
     for (unsigned int g = 0; g < mesh.groups().size(); ++g) {
         Batch batch = batchOf(lookOf(mesh, g, owner));
         batch.first = indices.size();
@@ -138,6 +139,7 @@ KrBenchBareScene::Vertex KrBenchBareScene::vertexOf(const KrVector& p, const KrV
 KrBenchBareScene::Batch KrBenchBareScene::batchOf(const KrDataMap& look)
 {
     Batch batch;
+    // What lighting multiplies; emission is left out.
     setColor(batch.ambient, look, "Ambient");
     setColor(batch.diffuse, look, "Diffuse");
     setColor(batch.specular, look, "Specular");

@@ -26,6 +26,7 @@ void forEachLink(const KrStatedSystem& system, const Visitor& visit)
     }
 }
 
+/// As often as it is drawn: what links share counts for each of them.
 std::vector<boost::shared_ptr<const KrTriPhysicalExtent>> meshes(const KrStatedSystem& system)
 {
     std::vector<boost::shared_ptr<const KrTriPhysicalExtent>> found;

@@ -181,6 +181,7 @@ void measureBare(const Options& options, const KrStatedSystem& system, const Sta
                  const KrVisualizationParameters& parameters, const Camera& camera, KrBenchReport& report)
 {
     const Mode mode = modeOf(options.mode);
+    // The window of the scene is closed by now: one context at a time.
     KrBenchBareScene bare;
     const auto draw = [&](unsigned int i, Mode how) {
         bare.draw(states[options.still ? 0 : i % states.size()], parameters, camera.projection, camera.view, how);
@@ -193,6 +194,7 @@ void measureBare(const Options& options, const KrStatedSystem& system, const Sta
     report.bare.firstFrameSeconds = KrBenchMeasure::wallSeconds() - start;
     const auto frame = [&](unsigned int i) { draw(i, mode); };
     report.bare.frames = KrBenchMeasure::measure(kWarmUpFrames, options.frames, frame);
+    // The pose in which the scene's picture was taken.
     draw(0, Mode::Color);
     report.bareCoverage = bare.coverage(parameters.renderParameters().backgroundColor());
     if (!bare.setSize(kSmallSize, kSmallSize)) {

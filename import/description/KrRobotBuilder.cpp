@@ -164,6 +164,7 @@ void Builder::setTexture(const KrRobotDescription::Material& material, KrDataMap
 {
     const std::string element = "material " + material.name;
     const std::string& uri = material.look.texture;
+    // Missing or not, the colour stays: the material is of use without its image.
     const KrPathResolver::Found& found = m_resolver.findImage(uri);
     if (found.path.empty()) {
         warn(material.place, element, "texture \"" + KrText::oneLine(uri) + "\" is missing; only the colour is used");

@@ -238,6 +238,7 @@ bool KrPathResolver::findPackage(const std::string& package, const std::string& 
         }
     }
     for (const Folder& folder : m_above) {
+        // Workspaces keep packages side by side: a description may name another one's meshes.
         if (attempt(KrImportPath::join(folder.path, package + "/" + rest), "a folder beside one above", found)) {
             return true;
         }

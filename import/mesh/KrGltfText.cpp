@@ -530,6 +530,7 @@ Json Cleaner::attributesOf(const Json& primitive, std::uint64_t count) const
 bool Cleaner::isUsable(const Json& object, const char* name, std::initializer_list<const char*> types,
                        std::initializer_list<unsigned int> components, std::size_t& number) const
 {
+    // In the types that the mesh library reads; values in others are as good as absent.
     if (!index(object, name, m_accessors.size(), number) || !m_accessors[number].isThere) {
         return false;
     }

@@ -472,6 +472,7 @@ void Collector::fillLook(const KrMeshMaterials::Look& look, bool hasCoordinates,
 
 void Collector::placeTexture(const KrMeshMaterials::Look& look, bool hasCoordinates, KrDataMap& data)
 {
+    // For the message: a person has to know where an image is expected.
     std::vector<std::string> tried;
     const std::string name = "texture \"" + KrText::oneLine(look.texture) + "\"";
     if (look.isEmbedded || m_scene.GetEmbeddedTexture(look.texture.c_str())) {

@@ -251,6 +251,7 @@ bool Source::readLibrary(const std::string& name)
 
 bool Source::readGltf(std::string_view content, std::string& why)
 {
+    // Buffers beside the file are read by our own door, like all other files.
     const auto side = [this](const std::string& name, std::string& bytes, std::string& problem) {
         return readSide(name, bytes, problem);
     };
@@ -268,6 +269,7 @@ bool Source::readGltf(std::string_view content, std::string& why)
 
 bool Source::readCollada(std::string&& content, std::string& why)
 {
+    // The text moves in, so that its memory is given back as soon as there is a tree of it.
     KrColladaText::Mesh mesh;
     if (!KrColladaText::clean(std::move(content), mesh, why)) {
         return false;

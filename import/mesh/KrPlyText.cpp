@@ -149,6 +149,7 @@ bool PlyCheck::readProperty(std::string_view line)
         }
         type = takeWord(line);
     }
+    // Added also when it is no good: the header is refused then as a whole.
     property.bytes = plyBytes(type);
     m_elements.back().properties.push_back(property);
     return property.bytes > 0 && !takeWord(line).empty();
