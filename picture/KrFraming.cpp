@@ -138,6 +138,7 @@ void KrFraming::add(const KrVector& point)
         m_low = m_high = point;
         return;
     }
+    // Nearest to the eye, where `towards` points.
     m_nearest = std::max(m_nearest, z);
     for (unsigned int i = 0; i < 3; ++i) {
         m_low[i] = std::min(m_low[i], point[i]);
@@ -213,6 +214,7 @@ void KrFraming::addEllipsoid(const KrManipulatorLink& link, const KrCoordinateSy
         KrCoordinateSystemTransformation principalAxes;
         link.massProperties().fillEllipsoid(link.name(), ellipsoid, principalAxes);
     }
+    // Links without a mass, or with one that cannot be, have none.
     if (ellipsoid.physicalExtent() != nullptr) {
         addExtent(*this, *ellipsoid.physicalExtent(), dhToWorld);
     }
@@ -222,6 +224,7 @@ void KrFraming::addMotion(const KrManipulatorSystem& system, KrMotion& motion)
 {
     // So many poses tell where a motion goes; framing must not take longer than drawing.
     constexpr std::size_t kMostPoses = 100;
+    // Spread over all of the motion, and never more than that.
     const std::size_t step = motion.size() / kMostPoses + 1;
     KrPoseDriver poses(system);
     for (std::size_t i = 0; i < motion.size(); i += step) {

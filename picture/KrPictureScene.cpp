@@ -101,6 +101,7 @@ bool KrPictureScene::show(KrStatedSystem& system, const KrVisualizationParameter
     const KrReason said;
     // Borrowed: pose() asks it whether it has changed.
     m_system = &system;
+    // Which shapes bend is looked up once for a system.
     m_poses.emplace(system.manipulatorSystem());
     // Shapes that bend are told before the scene is built.
     for (const KrShapeStateCacheKey& shape : m_poses->shapes()) {

@@ -23,6 +23,7 @@ struct NamedSide
 const std::vector<NamedSide>& sides()
 {
     static const KrVector s_up(0.0, 0.0, 1.0);
+    // A robot has its front at +x and its left at +y.
     static const std::vector<NamedSide> s_sides = {
         {"front", {{1.0, 0.0, 0.0}, s_up}},
         {"back", {{-1.0, 0.0, 0.0}, s_up}},

@@ -345,6 +345,7 @@ bool KrTrajectoryFile::readDescriptor(const KrStatedSystem& system, int descript
                                       KrMotion& motion, std::vector<std::string>& warnings, std::string& reason)
 {
     KrInputFile file(Kr::Limits::kTextBytes);
+    // Read from where it stands; it stays the caller's.
     if (!file.openDescriptor(descriptor)) {
         reason = name + ": " + file.reason();
         return false;

@@ -35,6 +35,7 @@ KrColor fromRgb(unsigned int rgb)
     return {((rgb >> 16) & 0xFFu) / 255.0, ((rgb >> 8) & 0xFFu) / 255.0, (rgb & 0xFFu) / 255.0};
 }
 
+/// Without the "#".
 bool hexColor(const std::string& digits, KrColor& value)
 {
     unsigned int rgb = 0;
@@ -59,6 +60,7 @@ std::size_t distance(const std::string& a, const std::string& b)
     for (std::size_t i = 0; i <= a.size(); ++i) {
         for (std::size_t j = 0; j <= b.size(); ++j) {
             if (i == 0 || j == 0) {
+                // From or to nothing: a letter at a time.
                 d[i][j] = i + j;
                 continue;
             }
@@ -206,6 +208,7 @@ std::vector<std::string> KrValueText::split(const std::string& text, char separa
 
 std::vector<std::string> KrValueText::nearest(const std::string& name, const std::vector<std::string>& candidates)
 {
+    // More would not be read.
     constexpr std::size_t kMostShown = 3;
     constexpr std::size_t kLongestName = 200; // the table of distances grows with the product of the lengths
     // Sizes of letters are the least of slips.

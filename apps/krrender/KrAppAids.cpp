@@ -82,6 +82,7 @@ void KrAppAids::prepare(const KrAids& aids, KrAppRobot& robot, KrVisualizationPa
         throw KrAppFailure(KrAppFailure::CouldNot, reason + (isSuggested ? "" : " (--info lists the links)"));
     }
     for (const std::string& warning : warnings) {
+        // By the libraries' way, so that each is told once, among theirs.
         Kr::Print::instance()->write(Kr::Print::Warning, "KrAppAids::prepare - %s.\n", warning.c_str());
     }
 }

@@ -37,6 +37,7 @@ void tryBackEnd(std::string& text, const char* name, std::unique_ptr<KrWindowImp
 std::string environmentText(const char* name)
 {
     const char* const value = std::getenv(name);
+    // Set to nothing means the same as not set.
     return value && *value ? value : "(not set)";
 }
 

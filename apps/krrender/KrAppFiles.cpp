@@ -266,6 +266,7 @@ void KrAppFiles::checkDistinct(const std::vector<std::string>& outputs, const st
         if (path.empty()) {
             continue;
         }
+        // So that another spelling, or a link, does not slip through.
         const std::string file = identity(path);
         if (read.count(file) > 0) {
             throw KrAppFailure(KrAppFailure::WrongUsage, path + ": this file is read, and would be overwritten");

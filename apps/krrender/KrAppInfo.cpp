@@ -172,6 +172,7 @@ std::string krAppInfo(const KrAppRobot& robot)
         for (const KrManipulatorLink* link : manipulator.links()) {
             mass += link->massProperties().mass();
         }
+        // Nothing is told of mass where no link has one.
         text += KrAppMessages::printable(manipulator.name()) + ": " + counted(rows.size(), "link") +
                 (mass > 0.0 ? ", " + number(mass) + " kg" : "") + "\n";
         for (const Row& row : rows) {

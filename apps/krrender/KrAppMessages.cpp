@@ -33,6 +33,7 @@ KrAppMessages::KrAppMessages()
         // Any thread may print.
         if (type >= Kr::Print::Warning) {
             const std::lock_guard<std::mutex> lock(m_mutex);
+            // A user is told the sentence, not the function that it comes from.
             m_last = KrReason::sentence(text);
             addText(m_last);
         }

@@ -71,6 +71,7 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
                "  xacro arm.xacro | krrender - -o - > arm.png\n"
                "The name - is standard input or output. A name that begins with - is written ./-name.\n"
                "Exit status: 0 done, 1 could not be done, 2 wrong usage.");
+    // Not required here: --doctor and --self-test do without.
     app.add_option("ROBOT", options.robot, "Robot description (URDF) or native system (XML)")->type_name("FILE");
 
     app.add_option("-o,--output", options.output,
@@ -90,6 +91,7 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
     app.add_option("--depth-preview", options.depthPreview, "Depth picture: grey, nearer is darker, background black")
         ->type_name("FILE")
         ->group("Output");
+    // Four words at once: a map makes no sense without one of them.
     app.add_option("--range-map", words.rangeMap,
                    "Distances in metres on a grid, seen by an orthographic camera: file (.npy .csv), samples WxH, size "
                    "in metres XxY, farthest distance; nothing nearer than 1 m is seen")
@@ -113,6 +115,7 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->group("Output");
     app.add_flag("--doctor", options.doctor, "Try every way to an OpenGL context and say what it needs")
         ->group("Output");
+    // The folder may be left out.
     app.add_option("--self-test", words.selfTest,
                    "Draw and judge sample scenes; their pictures, a table and what --doctor says go into a folder "
                    "[krrender-self-test]")

@@ -28,6 +28,7 @@ void KrAppProgress::setDone(std::size_t done)
     // A bar is drawn over itself, which a file cannot.
     if (m_isTerminal) {
         constexpr std::size_t kWidth = 40;
+        // No division by zero: fewer than two are quiet.
         const std::size_t filled = kWidth * done / m_total;
         std::fprintf(stderr, "\r[%s%s] %zu/%zu %s", std::string(filled, '#').c_str(),
                      std::string(kWidth - filled, '.').c_str(), done, m_total, m_what.c_str());

@@ -45,6 +45,7 @@ KrCoordinateSystemTransformation viewOf(const KrPovParameters& pov)
                                 right.z(), up.z(), back.z()};
     KrCoordinateSystemTransformation view;
     view.setRotation(rotation);
+    // The eye point is where the distances begin.
     view.setTranslation(pov.eyepoint());
     return view;
 }

@@ -116,6 +116,7 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[0], STDIN_FILENO);
+    // What it prints must not mix with what this program prints.
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, m_log, STDERR_FILENO);
     // In a process group of its own: Ctrl-C reaches this program alone, which then ends the video in order.
@@ -134,11 +135,13 @@ KrAppVideo::KrAppVideo(const std::string& path, unsigned int width, unsigned int
         // No signal comes between the start of the program and the note of what is to be killed.
         const KrAppInterrupt::Pause pause;
         error = posix_spawn(&m_process, executable.c_str(), &actions, &attributes, argv.data(), environ);
+        // After a failure the number says nothing.
         m_process = error == 0 ? m_process : -1;
         KrAppInterrupt::setProcessGroup(error == 0 ? m_process : 0);
     }
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
+    // The reading end is the program's alone: when it ends, writing fails.
     close(ends[0]);
     if (error != 0) {
         closeFiles();

@@ -139,7 +139,7 @@ const KrPathResolver::Found& KrPathResolver::find(const std::string& uri, Kind k
     if (!isNew || (request.package.empty() && request.path.empty())) {
         return found;
     }
-    // These steps are what the format promises; all that come after are guesses or other people's folders.
+    // These steps go by the whole name; all that come after are guesses, or other people's folders.
     const bool direct =
         request.package.empty() ? findPlain(request, found) : findPackage(request.package, request.path, found);
     if (direct && request.isShifted) {

@@ -59,9 +59,11 @@ void makeSolid(osg::StateSet& state)
     look->setSpecular(kBothFaces, osg::Vec4(0.1f, 0.1f, 0.1f, 1.0f));
     look->setShininess(kBothFaces, 20.0f);
     state.setAttribute(look, kOverride);
+    // Their own look is see-through.
     state.setMode(GL_BLEND, osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
     state.setMode(GL_POLYGON_OFFSET_FILL, osg::StateAttribute::OFF); // steep faces would show through at edges
     state.setAttributeAndModes(new osg::Depth(osg::Depth::LESS, 0.0, 1.0, true));
+    // Among the solid parts, not with what is sorted by depth.
     state.setRenderBinDetails(0, "RenderBin", osg::StateSet::OVERRIDE_RENDERBIN_DETAILS);
 }
 
@@ -165,6 +167,7 @@ public:
     void apply(osg::MatrixTransform& node) override
     {
         if (const auto* const manipulator = dynamic_cast<const KrRenderManipulator*>(&node)) {
+            // The looks of its links' volumes are its own.
             m_manipulator = manipulator->getManipulator();
         } else if (const auto* const link = dynamic_cast<const KrRenderLink*>(&node)) {
             renew(*link);
@@ -211,6 +214,7 @@ void KrAidLooks::apply(KrRenderWindow& window, bool areCollisionsSolid)
 
 void KrAidLooks::applyToAxes(const KrRenderWindow& window)
 {
+    // By the height of the picture, because lines have a width in pixels.
     constexpr float kWidthPart = 0.006f; // of the picture's height
     // The window takes the length over before it has these parameters.
     KrRenderAxis::scaleAxis(window.visualizationParameters().GUIObjectParameters().axisScale());
