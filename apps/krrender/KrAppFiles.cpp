@@ -26,7 +26,7 @@ namespace
 
 namespace fs = std::filesystem;
 
-// Those that the image library of the toolkit writes.
+// Of the formats that the toolkit writes, those that the help names.
 constexpr const char* kPictureFormats[] = {".png", ".jpg", ".jpeg", ".tif", ".tiff", ".bmp", ".tga"};
 constexpr const char* kVideoFormats[] = {".mp4", ".mkv", ".webm", ".gif", ".mov", ".avi"};
 
