@@ -35,8 +35,8 @@ public:
 
     /// One drawable for one triangle group: vertices and normals per corner, triangle after triangle, colour and state
     /// from `material`. Null for a null mesh; empty, after one message, when a corner's index is out of range.
-    static osg::ref_ptr<osg::Geometry>
-    addGroup(const KrTriPhysicalExtent* mesh, const KrXmlVectorType<KrTriangle>& triangles, const KrDataMap& material);
+    static osg::ref_ptr<osg::Geometry> addGroup(const KrTriPhysicalExtent* mesh,
+                                                const KrXmlVectorType<KrTriangle>& given, const KrDataMap& material);
     /// A plain geode with every group of `extent` in the toolkit's blue; null without an extent or a mesh form.
     static osg::ref_ptr<osg::Geode> createGeometry(const KrBasePhysicalExtent* extent);
 

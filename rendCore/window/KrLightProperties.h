@@ -73,7 +73,7 @@ public:
     osg::LightSource* lightSource() const { return m_lightSource.valid() ? m_lightSource.get() : nullptr; }
 
 private:
-    void applyTo(osg::Light& light) const;
+    void applyTo(osg::Light& target) const;
     bool hasGLNumber() const;
 
     bool m_enabled = false;

@@ -48,9 +48,9 @@ private:
 
 } // namespace
 
-void KrSGWindow::loadLight(const KrLightParameters& lightParameters)
+void KrSGWindow::loadLight(const KrLightParameters& lights)
 {
-    const KrXmlVectorType<KrLight>& list = lightParameters.lights();
+    const KrXmlVectorType<KrLight>& list = lights.lights();
     // Kept: the count has 16 bits.
     const std::uint16_t count = static_cast<std::uint16_t>(list.size());
     // Surplus lights' scene objects stay where they are.
