@@ -20,7 +20,7 @@ namespace
 /// before it is given out.
 std::mutex s_axisMutex;
 
-// Kept: in single precision, so that the matrix holds 0.20000000298.
+// Kept: in single precision, so that who reads the triad's matrix finds 0.20000000298 before `scaleAxis`.
 constexpr float kDefaultScale = 0.2f;
 constexpr double kManipulatorScale = 2.0;
 constexpr float kLineWidthPixels = 3.0f;
@@ -92,7 +92,8 @@ public:
         if (auto* const link = dynamic_cast<KrRenderLink*>(&node)) {
             addTo(*link);
         } else if (dynamic_cast<KrRenderManipulator*>(&node) != nullptr) {
-            // Kept: without a look whether an earlier pass has added one already.
+            // Kept: without a look whether an earlier pass has added one already; each `init` adds a triad that clients
+            // find among the children. The window calls it once for its new nodes.
             const osg::ref_ptr<osg::MatrixTransform> larger =
                 new osg::MatrixTransform(osg::Matrixd::scale(kManipulatorScale, kManipulatorScale, kManipulatorScale));
             larger->addChild(KrRenderAxis::linkAxis(false));

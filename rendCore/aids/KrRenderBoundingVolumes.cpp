@@ -74,7 +74,8 @@ private:
         const osg::ref_ptr<osg::Switch> volumes =
             KrRenderBoundingVolumes::makeBV(shape, m_dataMap, renderLink.getJointIndex(), shape->number());
         const osg::ref_ptr<osg::MatrixTransform> dhFrame = renderLink.getDhFrame();
-        // Kept: without a look for volumes of an earlier pass; a second `init` adds a second switch.
+        // Kept: without a look for volumes of an earlier pass; a second `init` adds a second switch, which clients find
+        // among the children. The window calls it once for each new node.
         if (volumes && dhFrame) {
             for (unsigned int i = 0; i < volumes->getNumChildren(); ++i) {
                 // Robots have many links and few kinds of volume: arrays that are equal to the byte are kept once.
@@ -111,13 +112,14 @@ osg::ref_ptr<osg::Switch> KrRenderBoundingVolumes::makeBV(const KrShape* shape, 
     // From level 1 on, the coarsest first: the last one encloses most tightly, and only it is shown.
     shape->boundingVolumes(list, 1);
     for (const KrShape* entry : list) {
-        // Kept: the shape itself ends the list, whatever comes after it.
+        // Kept: the shape itself ends the list, whatever comes after it. The volume before it is then the one shown; a
+        // list that begins with it gives no switch.
         if (entry == shape) {
             break;
         }
         const KrBasePhysicalExtent* extent = entry == nullptr ? nullptr : entry->physicalExtent();
         if (extent == nullptr) {
-            // Kept: the message names another class.
+            // Kept: the message names another class, for those who look for it by this text.
             Kr::Print::instance()->write(Kr::Print::Warning,
                                          "KrRenderLink - unable to add bounding volume for link (%d), shape %d.\n",
                                          static_cast<int>(linkIndex), static_cast<int>(shapeIndex));

@@ -44,7 +44,8 @@ private:
         if (link->massProperties().whyImpossible().empty()) {
             link->massProperties().fillEllipsoid(link->name(), ellipsoid, principalAxes);
         }
-        // Kept: each pass adds another ellipsoid; there is no look for one that is there.
+        // Kept: without a look for one that is there; each `init` adds an ellipsoid, which clients find among the
+        // children. The window calls it once for its new nodes.
         const osg::ref_ptr<osg::Geode> geode = KrRenderShape::createGeometry(ellipsoid.physicalExtent());
         const osg::ref_ptr<osg::MatrixTransform> dhFrame = renderLink.getDhFrame();
         if (!geode || !dhFrame) {

@@ -26,7 +26,8 @@ std::mutex s_textureMutex;
 constexpr std::size_t kFloatsPerTexel = 4;
 constexpr std::size_t kFloatsPerMatrix = 16;
 
-// Kept to the letter, slips included: it is handed to the driver as it stands, whatever the driver says.
+// Kept to the letter, slips included, for applications that know the text (vertexShaderSource): it is handed to the
+// driver as it stands, whatever the driver says.
 const char* const kMorphVertexShader =
     R"(// The vertex texture passes the global matrix transforms, the only information that changes per frame.
 uniform sampler1D matrixTexture;
@@ -77,7 +78,8 @@ void main()
 }
 )";
 
-/// Kept without effect: it stops at the first transform of every branch.
+/// Kept without effect, so that `init` leaves an application's scene as it is: it stops at the first transform of every
+/// branch.
 class MorphInitVisitor : public osg::NodeVisitor
 {
 public:
@@ -98,7 +100,8 @@ public:
 /// A texture for as many texels as there are links, zeros before the first update.
 osg::ref_ptr<MorphTexture> makeTexture(unsigned int numLinks)
 {
-    // Kept: a texel for each link, though a matrix takes four.
+    // Kept: a texel for each link, though a matrix takes four. The writer admits joints by this width, and shaders
+    // divide by it.
     const unsigned int width = KrGL::powerOf2(numLinks);
     // Room for one matrix more than the texels: the test of the writer admits it.
     const std::size_t bytes = (kFloatsPerTexel * width + kFloatsPerMatrix) * sizeof(float);
@@ -140,8 +143,9 @@ void MorphUpdateVisitor::apply(osg::MatrixTransform& node)
 void MorphUpdateVisitor::write(unsigned int jointIndex)
 {
     osg::Image* const image = m_texture.valid() ? m_texture->getImage() : nullptr;
-    // Kept: the width is 0 until the texture has been applied once, and one matrix past the end is admitted. Unsigned,
-    // so that the base link's index is out of range.
+    // Kept: the width is 0 until the texture has been applied once, so that applications find joint 0 alone before; one
+    // matrix past the end is admitted, for which `makeTexture` has room. Unsigned, so that the base link's index is out
+    // of range.
     if (!image || !image->data() || 4u * jointIndex > static_cast<unsigned int>(m_texture->getTextureWidth())) {
         return;
     }
@@ -175,7 +179,8 @@ osg::ref_ptr<MorphTexture> KrRenderMorphLink::updateVertexTexture(KrRenderManipu
     const std::lock_guard<std::mutex> lock(s_textureMutex);
     osg::ref_ptr<MorphTexture>& texture = m_MorphTextureMap[manipulator->getManipulatorIndex()];
     if (!texture) {
-        // Kept: the size of the first manipulator of this index stays, also when a later one has more links.
+        // Kept: the size of the first manipulator of this index stays, also when a later one has more links, so that an
+        // application that draws with the texture goes on to have the right one.
         texture = makeTexture(manipulator->getNumTotalLinks());
     }
     MorphUpdateVisitor visitor(texture);
@@ -189,7 +194,7 @@ void KrRenderMorphLink::createGeometry(KrRenderManipulator* manipulator)
     if (!texture) {
         return;
     }
-    // Kept: reserved for the attributes of vertices, and empty.
+    // Kept: reserved for the attributes of vertices, and empty; nothing reads them.
     const osg::ref_ptr<osg::Vec4Array> indices = new osg::Vec4Array;
     const osg::ref_ptr<osg::Vec4Array> weights = new osg::Vec4Array;
     const osg::ref_ptr<osg::Program> program = new osg::Program;
@@ -200,10 +205,12 @@ void KrRenderMorphLink::createGeometry(KrRenderManipulator* manipulator)
     sampler->set(0);
     states->addUniform(sampler);
     const osg::ref_ptr<osg::Uniform> size = new osg::Uniform(osg::Uniform::FLOAT, "textureSize");
-    // Kept: the scene graph refuses a whole number for a float, so the uniform keeps its default.
+    // Kept: the scene graph refuses a whole number for a float, so the uniform keeps its default, 0. Nothing draws with
+    // it; the refusal is seen in the scene graph's own messages.
     size->set(texture->getTextureWidth());
     states->addUniform(size);
-    // Kept: the third name repeats the first.
+    // Kept: the third name repeats the first, so that it ends at location 3 and matrixIndex5to8 is bound to none.
+    // Nothing draws with the program.
     program->addBindAttribLocation("matrixIndex1to4", 1);
     program->addBindAttribLocation("weightValue1to4", 2);
     program->addBindAttribLocation("matrixIndex1to4", 3);
@@ -211,5 +218,6 @@ void KrRenderMorphLink::createGeometry(KrRenderManipulator* manipulator)
     program->addShader(new osg::Shader(osg::Shader::VERTEX, kMorphVertexShader));
     states->setTextureAttribute(0, texture, 0);
     states->setAttributeAndModes(program, osg::StateAttribute::ON);
-    // Kept: nothing of this is attached to a node; the texture stays in the table.
+    // Kept: nothing of this is attached to a node, so that a scene gains no state set here; the texture stays in the
+    // table, where `updateVertexTexture` finds it.
 }

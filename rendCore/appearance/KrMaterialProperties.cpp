@@ -40,11 +40,11 @@ unsigned int applyType(const std::string& name)
             return candidate.type;
         }
     }
-    // Kept: whatever else is written means a decal.
+    // Kept: whatever else is written means a decal; a file that spells a mode otherwise is drawn as one.
     return GL_DECAL;
 }
 
-// Kept: every other word, those of mipmap filters too, means GL_LINEAR.
+// Kept: every other word, those of mipmap filters too, means GL_LINEAR, so that no texture of a data map needs mipmaps.
 unsigned int filter(const std::string& name)
 {
     return name == "GL_NEAREST" ? GL_NEAREST : GL_LINEAR;
@@ -81,7 +81,7 @@ KrMaterialProperties& KrMaterialProperties::operator=(const KrMaterialProperties
     if (this == &other) {
         return *this;
     }
-    // Kept: all but the spare colour.
+    // Kept: all but the spare colour, which the comparison leaves out, too.
     setAll(m_ambient, other.m_ambient);
     setAll(m_diffuse, other.m_diffuse);
     setAll(m_specular, other.m_specular);
@@ -104,7 +104,8 @@ bool KrMaterialProperties::operator==(const KrMaterialProperties& other) const
 
 void KrMaterialProperties::set(double r, double g, double b)
 {
-    // Kept: the channels pass through single precision, the emission stays.
+    // Kept: the channels pass through single precision, so that a look equals one that was set from floats. What `load`
+    // made glow goes on to: the emission stays.
     const double color[4] = {static_cast<float>(r), static_cast<float>(g), static_cast<float>(b), 1.0};
     setAll(m_ambient, color);
     setAll(m_diffuse, color);
@@ -125,8 +126,8 @@ void KrMaterialProperties::setTexture(const KrSGTexture& texture)
 
 void KrMaterialProperties::load(const KrDataMap& map)
 {
-    // Kept: overwritten, not added to. A map without any of these keys takes back the
-    // material that `set` has defined.
+    // Kept: overwritten, not added to. A map without any of these keys takes back the material that `set` has defined,
+    // and `setState` attaches none.
     m_materialDefined = loadColors(map);
     loadTexture(map);
     map.boolean("krRenderBothSides", m_renderBothSides);
@@ -135,7 +136,8 @@ void KrMaterialProperties::load(const KrDataMap& map)
 bool KrMaterialProperties::loadColors(const KrDataMap& map)
 {
     const bool ambient = loadColor(map, "krAmbient", m_ambient);
-    // Kept: a diffuse colour alone defines no material.
+    // Kept: a diffuse colour alone defines no material. It decides transparency and the geometry's colour; the material
+    // is that of what is above in the scene.
     loadColor(map, "krDiffuse", m_diffuse);
     const bool specular = loadColor(map, "krSpecular", m_specular);
     const bool emission = loadColor(map, "krEmission", m_emission);
@@ -201,7 +203,7 @@ void KrMaterialProperties::setState(osg::StateSet* stateSet) const
 
 bool KrMaterialProperties::selfTest() const
 {
-    // Kept: this much and nothing is drawn, unlike in the other classes.
+    // Kept: this much and nothing is drawn, unlike in the other classes, so that it passes without a display, too.
     const KrMaterialProperties one;
     const KrMaterialProperties two(one);
     return one == two;

@@ -40,7 +40,7 @@ public:
     /// Adds this look to `stateSet`; clears nothing that it holds.
     void setState(osg::StateSet* stateSet) const;
 
-    /// Draws and judges in windows of its own, see KrSelfTest. False, after one message, when something is wrong.
+    /// Compares a new object with a copy of it; draws nothing. False, without a message, when they differ.
     bool selfTest() const;
 
 private:
@@ -56,6 +56,6 @@ private:
     double m_emission[4] = {0.0, 0.0, 0.0, 1.0};
     bool m_renderBothSides = false;
     bool m_materialDefined = false;
-    /// Kept: part of the layout, never copied, compared or read.
+    /// Kept: part of the layout that clients are compiled with; never copied, compared or read.
     [[maybe_unused]] double m_spareColor[4] = {0.0, 0.0, 0.0, 0.0};
 };

@@ -159,7 +159,7 @@ bool KrSGTexture::createTexture()
         m_texture = new osg::TextureRectangle;
         break;
     default:
-        // Kept: without the names of class and method.
+        // Kept: without the names of class and method, for those who look for the message by this text.
         Kr::Print::instance()->write(Kr::Print::Warning, "Invalid texture type\n");
         return false;
     }
@@ -175,9 +175,11 @@ bool KrSGTexture::createTexture()
 void KrSGTexture::setPixels(const unsigned char* data, unsigned int size)
 {
     const KrTextureParameters& parameters = textureParameters();
-    // Kept: a float texture is told by the base's flag, whatever format the parameters name.
+    // Kept: a float texture is told by the base's flag, whatever format the parameters name, so that `setFloat` is
+    // enough: parameters name bytes by default.
     const GLenum type = isFloat() ? GL_FLOAT : parameters.dataFormat();
-    // Kept: no pixels keep those of a byte texture and clear those of a float one.
+    // Kept: no pixels keep those of a byte texture, as `loadFromFile` needs for a picture that is shared already, and
+    // clear those of a float one, on which nothing is known to depend.
     if (!isFloat() && size == 0) {
         return;
     }
@@ -212,7 +214,8 @@ void KrSGTexture::applyParameters()
 
 osg::ref_ptr<osg::StateSet> KrSGTexture::makeStateSet() const
 {
-    // Kept: made to modulate, then given what the parameters say.
+    // Kept: made to modulate, then given what the parameters say. Only the second is seen; nothing is known to depend
+    // on the first.
     const osg::ref_ptr<osg::TexEnv> environment = new osg::TexEnv(osg::TexEnv::MODULATE);
     environment->setMode(static_cast<osg::TexEnv::Mode>(textureParameters().applyType()));
     osg::ref_ptr<osg::StateSet> stateSet = new osg::StateSet;

@@ -170,7 +170,8 @@ KrRenderDeformationShape::KrRenderDeformationShape(const KrBasePhysicalExtent* e
     : KrRenderShape(extent, materialMap)
     , m_materialMap(materialMap)
 {
-    // Kept: after the base has built its drawables, which therefore have to be told one by one below.
+    // Kept: after the base has built its drawables, which do not know of it: `prepareDrawables` below tells them one by
+    // one.
     KrRenderShape::setAttribute(KrRenderTypes::NoDisplayList);
     if (const auto* const deformation = dynamic_cast<const KrDeformationPhysicalExtent*>(extent)) {
         if (!checkRange(*deformation)) {

@@ -96,7 +96,7 @@ void KrRenderLink::Shapes::putInto(ShapeMap& map) const
         if (entry.others) {
             open.push_back({entry.others.get(), 0});
         } else {
-            // Kept: an entry that is there stays.
+            // Kept: an entry that is there stays, so that a key of selection or deformation goes on to mean one shape.
             map.insert({entry.key, entry.shape});
         }
     }
@@ -207,7 +207,7 @@ osg::ref_ptr<osg::MatrixTransform> KrRenderLink::getDhFrame() const
 void KrRenderLink::sortIfUnderBase(osg::Node& aid, unsigned int jointIndex)
 {
     constexpr int kSortedBin = 11;
-    // Kept: the aids of no other link are sorted.
+    // Kept: the aids of no other link are sorted. In bin 11 the base's are drawn after all that is translucent (10).
     if (jointIndex == kBaseJointIndex) {
         aid.getOrCreateStateSet()->setRenderBinDetails(kSortedBin, "DepthSortedBin",
                                                        osg::StateSet::USE_RENDERBIN_DETAILS);
@@ -240,7 +240,8 @@ bool KrRenderLink::addChildLink(KrRenderLink* child)
     if (child == nullptr) {
         return false;
     }
-    // Kept: the child's shapes as they are now; the manipulator attaches a child when its subtree is complete.
+    // Kept: the child's shapes as they are now; what is added below it later is in no map above. A manipulator's map is
+    // whole because a child is attached when its subtree is complete.
     ownShapes().add(*child->m_shapes);
     if (m_isMapMade) {
         child->m_shapes->putInto(m_map);
@@ -251,27 +252,28 @@ bool KrRenderLink::addChildLink(KrRenderLink* child)
 
 void KrRenderLink::addLinkGeometry(const KrManipulatorLink& link, const KrMaterialMap& materialMap)
 {
-    // Kept: a new one at each call, in place of the one before.
+    // Kept: a new one at each call, in place of the one before, so that a traversal poses the link once.
     setUpdateCallback(new MatrixUpdateCallback);
     // Kept: not cleared from one shape to the next, so that a shape without an extent shows the one before it again.
     osg::ref_ptr<KrRenderShape> working;
     for (unsigned int i = 0; i < link.numShapes(); ++i) {
         const KrShape* shape = link.shape(i);
         if (shape == nullptr) {
-            // Kept: the message names another operation, and the link's later shapes are not looked at.
+            // Kept: the message names another operation, for those who look for it by this text. The link's later
+            // shapes are not looked at, so that they have neither node nor key.
             Kr::Print::instance()->write(Kr::Print::Error, "KrRenderLink::render() Shape %d missing from joint (%s).\n",
                                          static_cast<int>(i), link.name().c_str());
             return;
         }
         const KrBasePhysicalExtent* extent = shape->physicalExtent();
         if (const auto* grid = dynamic_cast<const KrGridPhysicalExtent*>(extent)) {
-            // Kept: a field that cannot be drawn leaves the working shape as it is.
+            // Kept: a field that cannot be drawn leaves the working shape as it is; one before it is shown again.
             if (const osg::ref_ptr<KrRenderShape> gridShape = makeGridShape(*grid)) {
                 working = gridShape;
             }
         } else if (extent != nullptr) {
             if (const osg::ref_ptr<KrRenderShape> shared = livingShape(*extent)) {
-                // Kept: neither a new name nor a map entry; it stays its first owner's.
+                // Kept: neither a new name nor a map entry; selection finds it by its first owner's key alone.
                 shared->setNodeMask(KrRenderTypes::SceneContent);
                 m_dhFrame->addChild(shared);
                 continue;
@@ -339,7 +341,7 @@ void KrRenderLink::createDhFrame(const std::string& name, const KrCoordinateSyst
 void KrRenderLink::addShape(KrRenderShape* shape, const std::string& linkName, unsigned int shapeIndex)
 {
     shape->setNodeMask(KrRenderTypes::SceneContent);
-    // Kept: the name is of the toolkit's link and not of this node.
+    // Kept: the name is of the toolkit's link and not of this node; clients and messages name the shape by it.
     shape->setName(linkName + " - " + KrINT2STRING(shapeIndex, 10));
     m_dhFrame->addChild(shape);
     ownShapes().add({m_jointIndex, shapeIndex}, shape);

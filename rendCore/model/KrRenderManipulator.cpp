@@ -40,9 +40,11 @@ void KrRenderManipulator::updateDeformation(unsigned int jointIndex, unsigned in
     if (drawn == nullptr || extent == nullptr) {
         return;
     }
-    // Kept: the shape follows before the extent is recomputed.
+    // Kept: the shape follows before the extent is recomputed, so that an override of `update` finds the changed flag
+    // still set. The library's own shapes do not ask for it.
     drawn->update(extent);
-    // Kept: the flag is asked after the shape has followed, and is taken down here.
+    // Kept: the flag is asked after the shape has followed, so that what `update` changes is recomputed, too, and is
+    // taken down here, so that one change is recomputed once.
     if (extent->isChanged()) {
         extent->recompute();
         extent->setChanged(false);
@@ -75,7 +77,7 @@ void KrRenderManipulator::processChildren(KrRenderLink* parent)
         return;
     }
     if (typeid(*this) != typeid(KrRenderManipulator)) {
-        // Kept: an override of a subclass is asked for every link.
+        // Kept: by recursion, so that a subclass's override is asked for every link.
         for (const KrManipulatorLink& link : parent->getLink()->childLinks()) {
             const osg::ref_ptr<KrRenderLink> child = makeLink(link);
             processChildren(child);

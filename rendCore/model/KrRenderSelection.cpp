@@ -26,8 +26,8 @@ namespace
 
 constexpr unsigned int kOn = osg::StateAttribute::ON;
 constexpr unsigned int kOnOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
-/// Kept: ON and PROTECTED with a bit (0x10) that means nothing to a state attribute. Without OVERRIDE, so that the
-/// shape's own material decides the colour.
+/// Kept: ON and PROTECTED with a bit (0x10) that means nothing to a state attribute, so that nothing reads it. Without
+/// OVERRIDE, so that the shape's own material decides the colour.
 constexpr unsigned int kSelectedMaterial = 0x15;
 constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
 // No emission: the shape's own colours decide how light it is.
@@ -150,7 +150,7 @@ void SelectionGroup::showSelected()
     m_selected = true;
     m_unlitFade = nullptr;
     osg::StateSet* overrides = getOrCreateStateSet();
-    // Kept: filled, whatever the shape says of itself.
+    // Kept: filled, so that a selected shape is solid whatever it says of itself; `showFaded` takes it back.
     overrides->setAttributeAndModes(new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::FILL),
                                     kOnOverride);
     m_material->setAlpha(kBothFaces, 1.0f);
@@ -161,11 +161,11 @@ void SelectionGroup::showSelected()
     m_material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
     overrides->setAttribute(m_material, kSelectedMaterial);
     blend();
-    // Kept: lit and textured, over what the shape says of itself. What the window overrides
-    // stays as the window wants it.
+    // Kept: lit and textured, over what the shape says of itself; KrRenderShape protects a picture without texture
+    // coordinates from it. What the window overrides stays as the window wants it.
     overrides->setMode(GL_LIGHTING, kOnOverride);
     overrides->setTextureMode(0, GL_TEXTURE_2D, kOnOverride);
-    // Kept: among the opaque ones, though a blend function is set.
+    // Kept: among the opaque ones, though a blend function is set; the faded ones, drawn later, are blended over it.
     overrides->setRenderingHint(osg::StateSet::OPAQUE_BIN);
 }
 
@@ -182,7 +182,8 @@ void SelectionGroup::showFaded(float alpha)
     if (alpha < 1.0f) {
         overrides->setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
         overrides->setAttribute(m_material, kOnOverride);
-        m_material->setColorMode(osg::Material::OFF); // Kept: the wrapper's own colours
+        // Kept: the wrapper's own colours, those of a default material: under light no faded shape has its own.
+        m_material->setColorMode(osg::Material::OFF);
     } else {
         // The shape decides again, whether it was faded or selected before.
         overrides->setRenderingHint(osg::StateSet::DEFAULT_BIN);
@@ -254,8 +255,8 @@ NonSelectionVisitor::NonSelectionVisitor(float alpha, bool restore)
 
 NonSelectionVisitor::~NonSelectionVisitor()
 {
-    // Kept: all additions before the first cut, in the order in which they were planned: nothing is
-    // without a parent meanwhile.
+    // Kept: all additions before the first cut: nothing is without a parent meanwhile. In the order in which they were
+    // planned, which becomes that of the children.
     for (const Addition& addition : m_additions) {
         if (auto* parent = dynamic_cast<osg::Switch*>(addition.link.first.get())) {
             parent->addChild(addition.link.second, addition.visible);
@@ -315,7 +316,8 @@ void NonSelectionVisitor::fade(KrRenderShape& shape)
             replace(*parent, shape, *wrapper);
         }
     }
-    // Kept: the attribute is only ever cleared here; nothing in the library reads it.
+    // Kept: the attribute is only ever cleared here. Nothing in the library reads or sets it; a client that has set it
+    // sees that the shape was faded.
     shape.clearAttribute(KrRenderTypes::Unfaded);
     wrapper->showFaded(m_alpha);
 }
@@ -350,7 +352,7 @@ void KrRenderSelection::setSelected(KrRenderManipulator* manipulator, const KrSh
     }
     const auto found = manipulator->getMap().find({key.linkID(), key.shapeID()});
     if (found == manipulator->getMap().end()) {
-        // Kept: the message calls the operation setSelection.
+        // Kept: the message calls the operation setSelection, for those who look for it by this text.
         Kr::Print::instance()->write(Kr::Print::Warning,
                                      "KrRenderSelection::setSelection - cannot find shape (%d, %d)\n",
                                      static_cast<int>(key.linkID()), static_cast<int>(key.shapeID()));

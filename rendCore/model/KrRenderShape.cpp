@@ -84,7 +84,8 @@ void applyMaterial(const KrDataMap& data, bool hasTextureCoordinates, osg::Geome
     geometry.setStateSet(stateSet);
 }
 
-/// Kept: the mesh's own material wins over the manipulator's of the same name.
+/// Kept: the mesh's own material wins over the manipulator's of the same name. Imported meshes carry their materials
+/// so, and two files may use one name for different looks.
 const KrDataMap& materialOf(const std::string& groupName, const KrTriPhysicalExtent& mesh,
                             const KrMaterialMap& materialMap)
 {
@@ -120,7 +121,8 @@ KrRenderShape::KrRenderShape(const osg::Geode& other, const osg::CopyOp& copyOp)
 }
 
 KrRenderShape::KrRenderShape(const KrRenderShape& other)
-    // Kept: attributes and handle of a copy are its own; the drawables are shared.
+    // Kept: attributes and handle of a copy are its own, so that a handle tells which of the two is alive. The
+    // drawables are shared.
     : KrRenderShape(other, osg::CopyOp(osg::CopyOp::SHALLOW_COPY))
 {
 }
@@ -142,7 +144,8 @@ KrRenderShape* KrRenderShape::newKrRenderShape(const KrManipulatorLink& link, co
 
 unsigned int KrRenderShape::numDrawnGroups(const KrTriPhysicalExtent& mesh)
 {
-    // Kept: a group without a name is not drawn, nor a name without a group.
+    // Kept: a group without a name is not drawn, nor a name without a group. A deforming shape tells by this number
+    // whether its drawables still fit the mesh.
     return std::min(mesh.groups().size(), mesh.numGroupNames());
 }
 
@@ -155,7 +158,8 @@ void KrRenderShape::addGroups(const KrTriPhysicalExtent& mesh, const KrMaterialM
             continue;
         }
         addDrawable(group);
-        // Kept: never the case while an ordinary shape is under construction.
+        // Kept: never the case while a shape is under construction. A deforming one that is rebuilt comes here
+        // with it, and tells its drawables the same again.
         if (isAttributeSet(KrRenderTypes::NoDisplayList)) {
             group->setSupportsDisplayList(false);
         }
@@ -204,7 +208,7 @@ osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* m
     }
     // Each group has a state set of its own: the fading of a deforming shape changes it in place.
     applyMaterial(material, hasTextureCoordinates, *geometry);
-    // Kept: also of zero corners.
+    // Kept: also of zero corners; a deforming shape puts its indexed triangles in the place of this set.
     geometry->addPrimitiveSet(new osg::DrawArrays(GL_TRIANGLES, 0, static_cast<GLsizei>(numCorners)));
     return geometry;
 }
@@ -217,7 +221,8 @@ osg::ref_ptr<osg::Geode> KrRenderShape::createGeometry(const KrBasePhysicalExten
         return nullptr;
     }
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
-    // Kept: the names are counted by the extent itself, not by its mesh form.
+    // Kept: the names are counted by the extent itself, not by its mesh form. The ellipsoids of mass properties have
+    // one either way; only an extent that counts differently is drawn with other groups.
     const unsigned int numGroups = std::min(mesh->groups().size(), extent->numGroupNames());
     for (unsigned int i = 0; i < numGroups; ++i) {
         const osg::ref_ptr<osg::Geometry> group =

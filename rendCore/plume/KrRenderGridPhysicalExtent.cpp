@@ -74,7 +74,8 @@ KrRenderShader::Texture3 makeVolume(const Layout& layout, const std::vector<doub
     // A grid may tell of more cells than it has: what is missing is empty.
     const std::size_t count = std::min(volume.numFloats(), values.size());
     for (std::size_t i = 0; i < count; ++i) {
-        // Kept: rounded to single precision before the scaling and after it.
+        // Kept: rounded to single precision before the scaling and after it; who reads the image finds the values so,
+        // to the last bit.
         const auto rounded = static_cast<float>(values[i]);
         volume.data()[i] = static_cast<float>(static_cast<double>(rounded) * layout.dataScale);
     }
@@ -179,7 +180,8 @@ osg::ref_ptr<osg::Geode> makeBox(const KrVector& minimum, const KrVector& maximu
     const osg::ref_ptr<osg::Geometry> box = new osg::Geometry;
     box->setVertexArray(vertices);
     box->setTexCoordArray(0, coordinates);
-    // Kept: corners in the order of kBox, whose texture coordinates are places in the volume.
+    // Kept: corners in the order of kBox, whose texture coordinates are places in the volume. The shaders take a ray's
+    // end from them, and tell by a face's winding that it is the end.
     box->addPrimitiveSet(new osg::DrawArrays(GL_QUADS, 0, 24));
     // A display list would keep what the callback does at its first call.
     box->setUseDisplayList(false);
@@ -256,7 +258,7 @@ void addShader(osg::Program& program, osg::Shader::Type type, const char* file, 
         program.addShader(shader);
         return;
     }
-    // Kept: the class without the method.
+    // Kept: the class without the method, for those who look for the message by this text.
     Kr::Print::instance()->write(Kr::Print::Warning, "KrRenderGridPhysicalExtent - unable to load %s shader.\n", kind);
 }
 
@@ -271,7 +273,8 @@ osg::ref_ptr<osg::Program> makeProgram()
         Kr::Print::instance()->write(Kr::Print::Warning, "No KR_TOOLKITS defined\n");
         return nullptr;
     }
-    // Kept: a missing file costs its stage and one message; the node is made all the same.
+    // Kept: a missing file costs its stage and one message; the node is made all the same, so that the link has its
+    // shape and its key.
     KrFileUtil::addDirectory(std::string(toolkits) + kShaderFolder);
     addShader(*program, osg::Shader::VERTEX, "krPlumeShader.vert", "vertex");
     addShader(*program, osg::Shader::FRAGMENT, "krPlumeShader.frag", "fragment");
@@ -312,16 +315,16 @@ osg::Geode* KrRenderGridPhysicalExtent::init(const KrGridPhysicalExtent* grid)
     const osg::ref_ptr<osg::Texture3D> gridTexture = makeGridTexture(volume);
     state->setTextureAttributeAndModes(kGridUnit, gridTexture, osg::StateAttribute::ON);
     addUniforms(*state, size, layout);
-    // Kept: only now is it asked where the shaders are.
+    // Kept: only now is it asked where the shaders are, so that a message about values comes before theirs.
     const osg::ref_ptr<osg::Program> program = makeProgram();
     if (!program) {
         return nullptr;
     }
-    // Kept: set a second time, which leaves the texture's modes as they are.
+    // Kept: set a second time, which leaves the texture's modes as they are; nothing is known to depend on it.
     state->setTextureAttribute(kGridUnit, gridTexture, osg::StateAttribute::OFF);
     state->setTextureAttribute(kLookupUnit, createLUTTexture(grid->lookupTable()), osg::StateAttribute::OFF);
     state->setAttributeAndModes(program, osg::StateAttribute::ON);
-    // Kept: a plain pointer without a reference; the caller takes the first one.
+    // Kept: a plain pointer without a reference; the caller (in the library KrRenderLink) takes the first one.
     return geode.release();
 }
 
@@ -346,7 +349,7 @@ osg::Texture1D* KrRenderGridPhysicalExtent::createLUTTexture(const KrXmlVectorVe
     const unsigned int size = lut.empty() ? kEmptyLookupSize : lut.size();
     image->allocateImage(static_cast<int>(size), 1, 1, GL_RGB, GL_UNSIGNED_BYTE, 1);
     unsigned char* texel = image->data();
-    // Kept: black, when the table is empty.
+    // Kept: black, when the table is empty, so that a field without one is drawn black.
     std::fill_n(texel, std::size_t{3} * size, static_cast<unsigned char>(0));
     for (const KrVector& color : lut) {
         for (unsigned int channel = 0; channel < 3; ++channel) {
