@@ -146,7 +146,7 @@ void Builder::addMaterials()
 {
     for (const KrRobotDescription::Material& material : m_robot.materials) {
         const KrRobotDescription::Look& described = material.look;
-        // Kept: colours have single precision, which written systems show.
+        // Kept: colours have single precision. Written systems show its digits, and stay the same byte for byte.
         const auto part = [&described](std::size_t i) { return static_cast<float>(described.color[i]); };
         // Black is what some exporters write where they mean the image alone.
         const bool isUntold = !described.texture.empty() && part(0) == 0.0f && part(1) == 0.0f && part(2) == 0.0f;

@@ -13,7 +13,8 @@
 namespace
 {
 
-// Kept: both numbers are part of the interface of `parabolicSearch`; -1 may also be a function's true minimum.
+// Kept: callers of `parabolicSearch` take -1 for a search that failed, though it may also be a function's true minimum;
+// the other number decides which parabolas fail.
 constexpr double kFlatParabola = 1e-10;
 constexpr float kSearchFailed = -1.0f;
 
@@ -52,7 +53,7 @@ struct Bracket
         const double denominator = xa * fxc - xc * fxa;
         // May divide by zero; what comes of it is not used, because the next line refuses.
         u = x - 0.5 * (xa * xa * fxc - xc * xc * fxa) / denominator;
-        // Kept: NaN passes here and fails at the bounds.
+        // Kept: NaN passes here and fails at the bounds, so that the caller gets the same -1.
         return !(std::fabs(denominator) <= kFlatParabola);
     }
 
@@ -127,11 +128,13 @@ void KrMathRoutine::vectorNormalization(const double* in, double* out) const
 {
     const double norm = vectorNorm(in);
     if (norm == 0.0) {
-        // Kept: only an exact zero; anything else is scaled, however short it is.
+        // Kept: only an exact zero. Vectors shorter than any threshold keep their direction, and a derived class's
+        // `vectorNorm` decides.
         std::fill_n(out, 3, 0.0);
         return;
     }
-    // Kept: times the reciprocal. A division of each component rounds otherwise.
+    // Kept: times the reciprocal. A division of each component rounds otherwise, and clients' results would differ in
+    // their last digit.
     vectorMultiply(in, 1.0 / norm, out);
 }
 
@@ -151,8 +154,8 @@ bool KrMathRoutine::matrixMultiply(const double* A, int rowsA, int colsA, const 
     if (colsA != rowsB) {
         return false;
     }
-    // Kept: no temporary for P. The sum is made in a variable of its own and stored once, so that a product computed
-    // in place reads the elements of its row that are there already.
+    // Kept: no temporary for P. The sum is made in a variable of its own and stored once, so that a product computed in
+    // place reads the elements of its row that are there already: KrTransformation's rotations are made so.
     for (int i = 0; i < rowsA; ++i) {
         for (int j = 0; j < colsB; ++j) {
             double sum = 0.0;
@@ -173,7 +176,8 @@ bool KrMathRoutine::matrixInv3(const double* in, double* out) const
                                 m[5] * m[6] - m[3] * m[8], m[0] * m[8] - m[2] * m[6], m[2] * m[3] - m[0] * m[5],
                                 m[3] * m[7] - m[4] * m[6], m[1] * m[6] - m[0] * m[7], m[0] * m[4] - m[1] * m[3]};
     const double determinant = m[0] * adjugate[0] + m[1] * adjugate[3] + m[2] * adjugate[6];
-    // Kept: exactly zero. A nearly singular matrix has a large inverse.
+    // Kept: exactly zero. A nearly singular matrix has a large inverse, and so has a sound one of small numbers, which
+    // a threshold would refuse.
     if (determinant == 0.0) {
         return false;
     }
@@ -195,7 +199,8 @@ double** KrMathRoutine::mallocMatrix(int rl, int rh, int cl, int ch) const
     for (std::int64_t r = 0; r < indexCount(rl, rh); ++r) {
         double* const row = allocate<double>(indexCount(cl, ch));
         if (row == nullptr) {
-            // Kept: it returns, and the rows after this one are still asked for.
+            // Kept: it returns, and the rows after this one are still asked for: a derived class's `nrerror` hears of
+            // each that fails.
             nrerror("allocation failure 2 in matrix()");
         }
         rows[r] = row == nullptr ? nullptr : row - cl;
@@ -215,7 +220,7 @@ double* KrMathRoutine::mallocVector(int l, int h) const
 
 void KrMathRoutine::nrerror(const char* msg) const
 {
-    // Kept: the last line, though nothing exits.
+    // Kept: the last line, which filters of logs match with the others, though nothing exits and callers go on.
     std::fprintf(stderr, "Math Routine run-time error...\n%s\n...now exiting to system...\n", msg);
 }
 

@@ -11,7 +11,7 @@
 
 osg::Vec4d KrRenderTypes::ec2osg(const KrColor& color)
 {
-    // Kept: each channel is read once, alpha first.
+    // Kept: each channel is read once, alpha first. The accessors are virtual: a client's own colours see these calls.
     const double alpha = color.alpha();
     const double blue = color.blue();
     const double green = color.green();
@@ -19,7 +19,8 @@ osg::Vec4d KrRenderTypes::ec2osg(const KrColor& color)
     return {red, green, blue, alpha};
 }
 
-// Kept, in all of these: plain copies. What is not a number stays what it is.
+// Kept, in all of these: plain copies, NaN too. What goes over and comes back is the same to the last bit, as the
+// centre of interest that an input handler is asked for.
 osg::Vec3d KrRenderTypes::ec2osg(const KrVector& vector)
 {
     return {vector.x(), vector.y(), vector.z()};
@@ -51,7 +52,7 @@ void KrRenderTypes::osg2ec(const osg::Quat& quat, KrOrientation& out)
     for (unsigned int i = 0; i < 4; ++i) {
         out[i] = quat[i];
     }
-    // Kept: only this direction normalises.
+    // Kept: only this direction normalises. Clients get unit orientations, and the scene the numbers that clients gave.
     out.normalize();
 }
 
@@ -84,7 +85,8 @@ std::ostream& operator<<(std::ostream& stream, const osg::Vec3f& vector)
 // For messages and logs: no scale, no shear, so nothing can be read back from it.
 std::ostream& operator<<(std::ostream& stream, const osg::Matrixd& matrix)
 {
-    // Kept: the translation passes through single precision.
+    // Kept: the translation passes through single precision, which shows in logs of a high precision: 0.1 is
+    // 0.10000000149 there.
     const osg::Vec3f translation(matrix.getTrans());
     return stream << "Quat(" << matrix.getRotate() << "), trans(" << translation << ")";
 }

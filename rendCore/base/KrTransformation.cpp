@@ -15,13 +15,15 @@ constexpr double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1
 /// entry := entry * factor, in place.
 void multiplyInPlace(double* entry, const double* factor)
 {
-    // Kept: no copy of the entries; what comes out of a rotation depends on it.
+    // Kept: no copy of the entries. `rotateX`, `rotateY` and `rotateZ` depend on it: turned about z, the identity
+    // begins with (c, c s), not with (c, s).
     KrMathRoutine().matrixMultiply(entry, 4, 4, factor, 4, 4, entry);
 }
 
 } // namespace
 
-// Kept: one turn only, -400 becomes -40; and in single precision.
+// Kept: one turn only, -400 becomes -40; and in single precision. Nothing in the libraries calls it: clients' angles
+// come out so.
 float Clamp(double angle)
 {
     if (angle < 0.0) {
@@ -177,7 +179,8 @@ KrTransformation KrTransformation::operator*(const KrTransformation& b) const
             for (int k = 0; k < 4; ++k) {
                 sum += m_entry[4 * k + i] * b.m_entry[4 * j + k];
             }
-            // Kept: the result lies row by row, as `inverse` reads it, while the operands are read column by column.
+            // Kept: the result lies row by row, while the operands are read column by column. `inverse` finds a
+            // product's translation there, and `getTranslate` does not.
             product.m_entry[4 * i + j] = sum;
         }
     }
@@ -200,7 +203,8 @@ KrTransformation KrTransformation::multiply3x3(const KrTransformation& b) const
             for (int k = 0; k < 3; ++k) {
                 sum += m_entry[4 * k + i] * b.m_entry[4 * j + k];
             }
-            // Kept: as in the product above, and the translations of both are left out.
+            // Kept: row by row as in the product above, and without the translations of both, so that `inverse` of the
+            // result is a mere rotation.
             product.m_entry[4 * i + j] = sum;
         }
     }
@@ -209,8 +213,8 @@ KrTransformation KrTransformation::multiply3x3(const KrTransformation& b) const
 
 void KrTransformation::inverse(KrTransformation& out) const
 {
-    // Kept: row by row with the translation in the last column, unlike every other operation, and no test for a
-    // determinant of zero.
+    // Kept: row by row with the translation in the last column, where products leave it, and no test for a determinant
+    // of zero. What `translate` and `setTranslate` have set is in no inverse: the self test sets it again.
     const double* e = m_entry;
     const double cofactor[9] = {e[5] * e[10] - e[6] * e[9], e[2] * e[9] - e[1] * e[10], e[1] * e[6] - e[2] * e[5],
                                 e[6] * e[8] - e[4] * e[10], e[0] * e[10] - e[2] * e[8], e[2] * e[4] - e[0] * e[6],

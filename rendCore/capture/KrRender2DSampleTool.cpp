@@ -102,7 +102,8 @@ bool sample(const KrStatedSystem& system, const KrCoordinateSystemTransformation
     if (!open(window, width, height)) {
         return false;
     }
-    // Kept: before the projection is set, so that what the point of view asks for has been applied.
+    // Kept: before the projection is set. The update within the frame finds nothing left to apply, and does not write
+    // the point of view's projection over that of the map.
     window.updateScene();
     if (osgViewer::Viewer* const viewer = window.getViewer()) {
         osg::Camera* const camera = viewer->getCamera();
@@ -117,7 +118,7 @@ bool sample(const KrStatedSystem& system, const KrCoordinateSystemTransformation
     window.setDrawCallback(callback);
     const bool rendered = window.renderScene(true);
 
-    // Kept: also after a frame that failed.
+    // Kept: also after a frame that failed, so that a caller finds `height` rows of `width` values in any case.
     map.resize(height);
     for (std::vector<double>& row : map) {
         row.resize(width);
@@ -136,7 +137,8 @@ bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordi
                                     unsigned int width, unsigned int height, double xSize, double ySize,
                                     double distance, std::vector<std::vector<double>>& map)
 {
-    // Kept: no message, and nothing is changed. NaN for the distance is refused, too.
+    // Kept: no message, and nothing is changed: callers check before and tell themselves, as krrender does, or keep the
+    // old map. NaN for the distance is refused, too.
     if (width == 0 || height == 0 || xSize == 0.0 || ySize == 0.0 || !(distance > kNearLimit)) {
         return false;
     }

@@ -27,7 +27,7 @@ constexpr float kLongestPeriodMs = 1e14f; // beyond it the clock's arithmetic ov
 
 boost::posix_time::ptime now()
 {
-    // Kept: local time, with microseconds.
+    // Kept: local time, with microseconds. Only the next capture's time is made of it, which nothing is known to read.
     return boost::posix_time::microsec_clock::local_time();
 }
 
@@ -37,11 +37,11 @@ boost::posix_time::time_duration duration(float periodMs)
     if (!(periodMs <= kLongestPeriodMs)) {
         return boost::posix_time::pos_infin;
     }
-    // Kept: whole milliseconds.
+    // Kept: whole milliseconds. Only the next capture's time shows it, which nothing is known to read.
     return boost::posix_time::microseconds(static_cast<std::int64_t>(periodMs) * 1000);
 }
 
-// Kept: without the names of class and method.
+// Kept: without the names of class and method, as filters of clients' logs match it.
 void warnOfScaling()
 {
     Kr::Print::instance()->write(Kr::Print::Warning, "Unable to scale image.\n");
@@ -58,13 +58,14 @@ KrRenderCaptureManager::KrRenderCaptureManager()
 
 void KrRenderCaptureManager::setFrameRate(float framesPerSecond)
 {
-    // Kept: nothing waits for it, every frame is captured; 0 for NaN as well.
+    // Kept: nothing waits for it, and clients get every frame whatever the rate; 0 for NaN as well, so that the clock
+    // is never given one.
     m_framePeriodMs = framesPerSecond > 0.0f ? 1000.0f / framesPerSecond : 0.0f;
 }
 
 void KrRenderCaptureManager::setCaptureSize(unsigned int width, unsigned int height)
 {
-    // Kept: half a size is none, and the next frame's own is taken.
+    // Kept: half a size is none: `preRender` takes zeros for the size of the next frame.
     const bool isGiven = width != 0 && height != 0;
     m_captureWidth = isGiven ? width : 0;
     m_captureHeight = isGiven ? height : 0;
@@ -72,16 +73,17 @@ void KrRenderCaptureManager::setCaptureSize(unsigned int width, unsigned int hei
 
 bool KrRenderCaptureManager::preRender(osgViewer::Viewer* viewer)
 {
-    // Kept: before anything is asked or changed.
+    // Kept: before anything is asked or changed, so that a suspended manager goes on giving out its last image.
     if (m_mode != Capture) {
         return false;
     }
-    now(); // Kept: the clock is read here, too.
+    now(); // Kept: the clock is read here, too; nothing is known to depend on it.
     if (!ImageCaptureDrawCallback::preRender(viewer)) {
         return false;
     }
     m_nextCaptureTime = now() + duration(m_framePeriodMs);
-    // Kept: the size of this frame stays the wanted one from now on, also when the window grows.
+    // Kept: the size of this frame stays the wanted one from now on, also when the window grows: all images that the
+    // callback gets have one size.
     if (m_captureWidth == 0 && m_captureHeight == 0) {
         m_captureWidth = m_width;
         m_captureHeight = m_height;
@@ -116,9 +118,9 @@ bool KrRenderCaptureManager::prepareScaledImage()
                           m_capturedImage->getPixelFormat() == m_sceneImage->getPixelFormat() &&
                           m_capturedImage->getDataType() == m_sceneImage->getDataType();
         if (!fits) {
-            // Kept: depth 0 and the packing in the place of the data type. It leaves no storage (and the scene graph
-            // complains about the type), so that the image is made a second time, with what the scaling is going to
-            // write into.
+            // Kept: depth 0 and the packing in the place of the data type; nothing is known to depend on it. It leaves
+            // no storage (and the scene graph complains about the type), so that the image is made a second time, with
+            // what the scaling is going to write into.
             m_capturedImage->allocateImage(width, height, 0, m_sceneImage->getPixelFormat(), m_sceneImage->getPacking(),
                                            1);
             m_capturedImage->allocateImage(width, height, 1, m_sceneImage->getPixelFormat(),
@@ -132,7 +134,7 @@ bool KrRenderCaptureManager::prepareScaledImage()
 
 bool KrRenderCaptureManager::postRender(osgViewer::Viewer* viewer)
 {
-    // Kept: the base is not asked to post-render; there is no target to fill.
+    // Kept: the base is not asked to post-render. There is no target to fill, of which it would warn in every frame.
     detach(viewer);
     if (m_scaling) {
         scaleImage(viewer);
@@ -149,7 +151,7 @@ bool KrRenderCaptureManager::postRender(osgViewer::Viewer* viewer)
 void KrRenderCaptureManager::scaleImage(osgViewer::Viewer* viewer)
 {
     const GLint packing = static_cast<GLint>(m_sceneImage->getPacking());
-    // Kept: both are set and left so, whoever scales.
+    // Kept: both are set and left so, whoever scales: a callback that reads or writes pixels does it with them.
     glPixelStorei(GL_PACK_ALIGNMENT, packing);
     glPixelStorei(GL_UNPACK_ALIGNMENT, packing);
     const osg::GraphicsContext* const context = viewer ? viewer->getCamera()->getGraphicsContext() : nullptr;

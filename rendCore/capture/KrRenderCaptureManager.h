@@ -24,8 +24,8 @@ public:
     /// Hands out every frame in the window's size until something else is set.
     KrRenderCaptureManager();
 
-    /// Frames a second; zero, negative and NaN mean a period of 0. Kept: it throttles nothing, every frame is handed
-    /// out.
+    /// Frames a second; zero, negative and NaN mean a period of 0. Kept: it throttles nothing, and clients that draw at
+    /// a pace of their own are handed every frame.
     void setFrameRate(float framesPerSecond);
     /// Pixels of the images that are handed out; a zero means the window's own size as of the next frame, for good.
     void setCaptureSize(unsigned int width, unsigned int height);

@@ -99,7 +99,7 @@ void KrSelfTestScenes::axes(KrSelfTestRun& run)
     const KrCoordinateSystemTransformation linkFrame = base * origin;
     for (unsigned int axis = 0; axis < 3 && picture.data(); ++axis) {
         run.expect(isLine(linkFrame, axis, 0.7 * kLength) && !isLine(linkFrame, axis, 1.3 * kLength), names[axis]);
-        // Kept: the axes of a base are twice as long as those of a link.
+        // Kept: the axes of a base are twice as long as those of a link, which tells the two apart in a picture.
         run.expect(isLine(base, axis, 1.7 * kLength) && !isLine(base, axis, 2.3 * kLength), baseNames[axis]);
     }
 }
@@ -190,7 +190,7 @@ void KrSelfTestScenes::morph(KrSelfTestRun& run)
     KrManipulatorLink upper = turningLink("upper", KrVector(0.0, 0.0, 0.0));
     upper.addChildLink(turningLink("lower", KrVector(1.2, 0.0, 0.0)));
     robot.addChildLink(upper);
-    // Kept: a texture has one texel for each link. Two matrices take eight.
+    // Kept: a texture has one texel for each link, and joints are written by that width. Two matrices take eight.
     while (robot.numJoints() < 8) {
         robot.addChildLink(KrManipulatorLink("spare"));
     }
@@ -209,7 +209,8 @@ void KrSelfTestScenes::morph(KrSelfTestRun& run)
     if (!run.expect(texture && texture->getImage(), "there is a texture of link matrices")) {
         return;
     }
-    // Kept: the texture's own numbers are what the image's format says, from 0 to 1; applications choose another one.
+    // Kept: the texture's own numbers are what the image's format says, from 0 to 1; applications choose another one,
+    // as here, before their shaders read it.
     texture->setInternalFormat(GL_RGBA32F_ARB);
     // Texels are numbers: a mean of two neighbours is none of them.
     texture->setFilter(osg::Texture::MIN_FILTER, osg::Texture::NEAREST);

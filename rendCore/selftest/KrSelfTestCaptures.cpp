@@ -268,7 +268,7 @@ void KrSelfTestScenes::rangeMap(KrSelfTestRun& run)
     };
     run.expectNear(sample(-0.8, 0.6), 4.0, 1e-5, "the tall box's distance, m");
     run.expectNear(sample(0.8, -0.6), 4.8, 1e-5, "the flat box's distance, m");
-    // Kept: what meets nothing has the greatest distance of the map.
+    // Kept: what meets nothing has the greatest distance of the map, by which callers tell it.
     run.expectNear(sample(0.8, 0.6), kFarthest, 1e-5, "the distance of nothing, m");
     run.expectNear(sample(-0.8, -0.6), kFarthest, 1e-5, "the distance of nothing, m");
 }

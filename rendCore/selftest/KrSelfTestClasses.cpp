@@ -309,7 +309,7 @@ bool KrSGWindow::selfTest() const
 {
     // Never opened: nothing of this needs a context. The scenes below open windows of their own.
     KrSGWindow window;
-    // Kept: no height, no ratio; 1 takes its place.
+    // Kept: no height, no ratio; 1 takes its place, of which a projection can be made.
     window.setWindowSize(640, 0);
     // The last argument means the secondary mask, which the first one's accessor leaves out.
     window.setDisplayMask(KrRenderTypes::CenterOfInterestMarker, true, true);
@@ -357,7 +357,7 @@ bool KrRenderCaptureManager::selfTest() const
     const osg::ref_ptr<KrRenderCaptureManager> manager = new KrRenderCaptureManager;
     // The period in milliseconds, which a float holds exactly here.
     manager->setFrameRate(25.0f);
-    // Kept: a size with a zero means no scaling, and both become zero.
+    // Kept: a size with a zero means no scaling, and both become zero, for which the next frame's size is taken.
     manager->setCaptureSize(640, 0);
     return Check("KrRenderCaptureManager")
         .that(manager->m_framePeriodMs == 40.0f, "a rate has its period")
@@ -461,7 +461,7 @@ bool KrRenderAxis::selfTest()
 {
     const osg::ref_ptr<osg::Node> axis = linkAxis(false);
     return Check("KrRenderAxis")
-        // Kept: one node for all links and windows; its scale is theirs together.
+        // Kept: one node for all links and windows: `scaleAxis` changes them all with one call.
         .that(axis.valid() && axis == linkAxis(false) && axis->getNodeMask() == KrRenderTypes::LinkAxes,
               "there is one axis node, with its mask")
         .draws({"axes"})

@@ -226,7 +226,8 @@ void KrSelfTestScenes::transparency(KrSelfTestRun& run)
 {
     KrIndividualManipulator robot = Run::robot();
     KrDataMap glass = Run::glow({1.0, 0.0, 0.0});
-    // Kept: the diffuse alpha alone decides that a material is translucent; all colours are blended by it.
+    // Kept: the diffuse alpha alone decides that a material is translucent, and all colours are blended by it: a client
+    // writes one key.
     glass.setReal("krDiffuseAlpha", 0.5);
     // From the eye: a white post, a red pane, a green wall on the left, another pane behind it.
     // The panes come first on purpose: drawn in this order, the wall would be hidden by the
@@ -271,7 +272,7 @@ void KrSelfTestScenes::selection(KrSelfTestRun& run)
     run.expectColour(before, left, {1.0, 0.0, 0.0}, kColourTolerance, "the red sheet");
     run.expectColour(before, right, {0.0, 1.0, 0.0}, kColourTolerance, "the green sheet");
 
-    // Kept: the number is how much of what is not selected remains, 1 being opaque.
+    // Kept: the number is how much of what is not selected remains, 1 being opaque; documents and clients have it so.
     system.setTransparency(kOpacity);
     system.selectShape(KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 0));
     const KrImage onBlack = run.capture(window, "selected");

@@ -25,7 +25,7 @@ void warn(const char* message)
     Kr::Print::instance()->write(Kr::Print::Warning, "%s", message);
 }
 
-// Both kept: the messages say init, wherever they come from.
+// Kept, in both: the messages say init, wherever they come from, as filters of clients' logs match them.
 void warnOfWidth()
 {
     Kr::Print::instance()->write(Kr::Print::Warning,
@@ -83,7 +83,8 @@ bool KrMultiRenderWindow::setWindowSize(unsigned int width, unsigned int height)
     if (!isSized) {
         return false;
     }
-    // Kept: the size of a window of several views is that of one of them.
+    // Kept: the size given is that of one view, here and in `setWindowSizeAndPos`; clients read that of the whole
+    // window back.
     setWindowParams(width, height, 0);
     const bool isLaidOut =
         m_grid.columns == m_numColumns && m_grid.rows == m_numRows && m_grid.width == width && m_grid.height == height;
@@ -167,7 +168,8 @@ void KrMultiRenderWindow::setWindowParams(unsigned int singleWidth, unsigned int
     }
 }
 
-/// Kept: also the views that stay are made anew, but for the first.
+/// Kept: also the views that stay are made anew, but for the first: `layoutViews` makes those that are missing, and a
+/// client's own settings go with a camera of before.
 void KrMultiRenderWindow::setNumViews(unsigned int count)
 {
     for (std::size_t k = 1; k < m_views.size(); ++k) {
@@ -181,7 +183,8 @@ void KrMultiRenderWindow::setNumViews(unsigned int count)
         m_views[k] = nullptr;
     }
     m_views.resize(count);
-    // Kept: the lists grow and shrink with the views, but for the points of view.
+    // Kept: the lists grow and shrink with the views, but for the points of view. While those are too few, `placeViews`
+    // places none; those too many wait for more views.
     m_eyePoints.resize(count);
     m_coords.resize(count);
     layoutEmptyTiles();
@@ -301,7 +304,7 @@ void KrMultiRenderWindow::setPovParametersVector(const KrXmlVectorType<KrPovPara
     // The list that was set last decides; the others are kept.
     m_viewMode = PovParameters;
     m_povParametersVector = povs;
-    // Kept, here and in the next two: the message is that of the other case.
+    // Kept, here and in the next two: the message is that of the other case, as filters of clients' logs match it.
     if (getNumWindows() > m_povParametersVector.size()) {
         warn("KrMultiRenderWindow::setPovParametersVector - Setting more values than windows.  Truncating.\n");
         m_povParametersVector.resize(getNumWindows());

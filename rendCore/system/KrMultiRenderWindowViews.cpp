@@ -80,7 +80,8 @@ bool KrMultiRenderWindow::updateScene()
         return isUpdated;
     }
     if (m_viewMode == NoViews && m_views.size() > 1) {
-        warn("KrMultiRenderWindow::setGL - No view mode specified.\n"); // Kept: in every frame
+        // Kept: in every frame, so that a client that gave no list hears of it as long as its views are all alike.
+        warn("KrMultiRenderWindow::setGL - No view mode specified.\n");
     }
     placeViews();
     m_viewer->updateSlaves();

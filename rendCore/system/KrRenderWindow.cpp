@@ -23,7 +23,7 @@
 KrRenderWindow::KrRenderWindow()
     : m_markTransfer(std::make_unique<KrMarkTransfer>())
 {
-    // Kept: over the name that the base has given.
+    // Kept: over the name that the base has given. Titles and messages show it, also those of windows of several views.
     KrWindow::setName("KrRenderWindow");
 }
 
@@ -35,7 +35,7 @@ KrRenderWindow::~KrRenderWindow()
 
 bool KrRenderWindow::init()
 {
-    // Kept: an open window is not set up again.
+    // Kept: an open window is not set up again: every capture calls this first.
     return (isInitialized() && getViewer()) || KrSGWindow::init();
 }
 
@@ -61,7 +61,8 @@ bool KrRenderWindow::setStatedSystem(const KrStatedSystem& system)
     if (isInitialized()) {
         updateScene();
     }
-    // Kept: also where the scene is loaded only when the window opens.
+    // Kept: also where the scene is loaded only when the window opens. Clients learn from it that there is a system,
+    // not that it has been drawn.
     setSystemReady(true);
     return true;
 }
@@ -113,7 +114,7 @@ bool KrRenderWindow::systemReady() const
 
 void KrRenderWindow::deleteContents()
 {
-    // Kept: from here to the next system the window is not ready.
+    // Kept: from here to the next system the window is not ready, and a client that asks knows that it has none.
     setSystemReady(false);
     m_state.reset();
     if (osgViewer::Viewer* const viewer = getViewer()) {
@@ -148,7 +149,7 @@ void KrRenderWindow::collectMarks()
 bool KrRenderWindow::loadScene(const KrStatedSystem* system)
 {
     if (!system || !isInitialized() || !m_sceneRoot) {
-        // Kept: the message says KrSystemState.
+        // Kept: the message says KrSystemState, as filters of clients' logs match it.
         Kr::Print::instance()->write(Kr::Print::Warning,
                                      "KrRenderWindow::loadScene - not initialized or bad KrSystemState\n");
         return false;
@@ -171,13 +172,13 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
         m_renderManipulators[i] = new KrRenderManipulator(manipulators[i], i);
         m_sceneRoot->addChild(m_renderManipulators[i]);
-        // Kept: manipulator by manipulator, each with its own looks.
+        // Kept: manipulator by manipulator, whose volumes look as its own maps say.
         KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
     }
     m_markTransfer->giveBack();
     // For `updateScene`, which shows a selection that stands on the new nodes.
     m_isSceneNew = true;
-    // Kept: only here; a scene that was not loaded is asked for again.
+    // Kept: only here. A scene that was not loaded leaves it set, and `updateScene` asks again in the next frame.
     m_dirtyFlags &= ~std::uint32_t(DirtySystem);
     if (m_inputHandler.valid()) {
         // After the content is in: the size of the scene is read here.
@@ -187,7 +188,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     system->setNewSystem(false);
     // A new system has bodies of its own to tell of.
     m_areBodiesTold = false;
-    // Kept: axes and masses after the input handler, over the whole scene.
+    // Kept: axes and masses after the input handler, which has measured the scene without them.
     KrRenderAxis::init(m_sceneRoot);
     KrRenderMassProperties::init(m_sceneRoot);
     m_lacksCollisionShapes = true;
@@ -250,7 +251,8 @@ bool KrRenderWindow::updateScene()
         Kr::Print::instance()->write(Kr::Print::Warning, "KrRenderWindow::updateScene - Scene not initialized.\n");
         return false;
     }
-    // Kept: shapes, selection, transparency, then the base class, which clears the dirty flags.
+    // Kept: shapes, selection, transparency, then the base class. A shape gets its new vertices before its new opacity,
+    // and the base clears the dirty flags that were read above.
     updateDeformations();
     // The nodes of a scene just built know nothing of a selection that stands.
     const bool isStanding = std::exchange(m_isSceneNew, false) && !m_statedSystem->selectedShapes().empty();
@@ -308,7 +310,7 @@ void KrRenderWindow::updateSelection()
         // Kept: first all that are selected, then the others: fading leaves out what was just marked.
         KrRenderSelection::setSelected(renderManipulator(key.manipID()), key);
     }
-    // Kept: without a selection nothing is faded, and the wrappers go.
+    // Kept: without a selection nothing is faded, and the wrappers go: all shapes have their own looks again.
     const bool restore = selected.empty();
     // The system's count: manipulators that are not drawn give null, which is harmless.
     const unsigned int count = m_statedSystem->manipulatorSystem().manipulators().size();
@@ -323,7 +325,8 @@ void KrRenderWindow::updateSelection()
 void KrRenderWindow::updateTransparency()
 {
     const float alpha = static_cast<float>(m_statedSystem->transparency());
-    // Kept: what is walked is the list of changed shapes.
+    // Kept: what is walked is the list of changed shapes. Clients name there what a new transparency is for; every
+    // other shape stays as it is.
     for (const KrShapeStateCacheKey& key : m_statedSystem->changedShapes()) {
         m_workKey = key;
         const KrShape* const shape = m_statedSystem->shapeByKey(m_workKey);

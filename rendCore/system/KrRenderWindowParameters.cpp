@@ -44,7 +44,8 @@ KrXmlObject* KrRenderWindowParameters::newObject() const
 
 bool KrRenderWindowParameters::selfTest() const
 {
-    // Kept, as the next three: overrides that add nothing are part of the interface.
+    // Kept, as the next three: overrides that add nothing. The interface names them; nothing else is known to need
+    // them.
     return KrXmlCompoundType::selfTest();
 }
 
@@ -84,7 +85,7 @@ KrXmlToken KrRenderWindowParameters::token() const
     return tokens().object;
 }
 
-// Kept: in this order, which is that of the elements in a file.
+// Kept: in this order, which is that of the elements in written files.
 void KrRenderWindowParameters::registerComponents()
 {
     // What is registered is read, written and compared with schemas without further code.
@@ -155,7 +156,7 @@ void KrRenderWindowParameters::setBackgroundColor(const BackgroundColor& color)
 
 KrRenderWindowParameters KrRenderWindowParameters::nullObject()
 {
-    // Kept: the null object is a fresh one.
+    // Kept: the null object is a fresh one, so that an object that says nothing compares equal to it.
     return {};
 }
 
@@ -163,7 +164,7 @@ KrRenderWindowParameters KrRenderWindowParameters::testObject()
 {
     KrRenderWindowParameters parameters;
     BackgroundColor black;
-    // Kept: three channels of zeros.
+    // Kept: three channels of zeros, so that it differs from a fresh object, whose list is empty.
     black.resize(3);
     parameters.setBackgroundColor(black);
     return parameters;

@@ -59,5 +59,6 @@ private:
     KrPixel m_upperLeftCorner = KrPixel(10, 10);
     KrXmlBasicType<unsigned int> m_numberChannels = 3u;
     BackgroundColor m_backgroundColor;
-    KrXmlBasicType<bool> m_usePBuffering = false; ///< kept: reached through XML only
+    /// Kept: reached through XML only. Documents carry it and comparisons see it; nothing draws by it.
+    KrXmlBasicType<bool> m_usePBuffering = false;
 };

@@ -41,7 +41,8 @@ osg::Vec4 vec4(const float (&v)[4])
 
 } // namespace
 
-// Kept: lights that differ in being dirty are not equal, and scene objects count by identity.
+// Kept: lights that differ in being dirty are not equal, and scene objects count by identity. Clients learn by it
+// whether two stand for one light of the scene; nothing in the libraries compares lights.
 bool KrLightProperties::operator==(const KrLightProperties& other) const
 {
     return m_spotExponent == other.m_spotExponent && m_spotCutoff == other.m_spotCutoff &&
@@ -58,7 +59,7 @@ void KrLightProperties::setLightPara(const KrLight& light, unsigned int lightNum
     m_atEye = light.isAtEye();
     m_enabled = light.isOn();
     m_lightNumber = static_cast<int>(lightNumber);
-    // Kept: through `setColor`, which clients may use as well.
+    // Kept: through `setColor`, so that clients who call it get the very floats that a light has.
     setColor(light.ambient(), m_ambient);
     setColor(light.diffuse(), m_diffuse);
     setColor(light.specular(), m_specular);
@@ -95,7 +96,8 @@ void KrLightProperties::setAtEye(const double* eye)
             m_dirty = true;
         }
     }
-    // Kept: does not mark the light dirty.
+    // Kept: does not mark the light dirty. A directional light that stands at the eye already goes on shining from its
+    // direction until something else changes.
     m_position[3] = 1.0f;
 }
 
@@ -103,7 +105,8 @@ osg::LightSource* KrLightProperties::setGL()
 {
     osg::LightSource* source = lightSource();
     if (!m_enabled) {
-        // Kept: a light that was never on makes nothing when it is switched off.
+        // Kept: a light that was never on makes nothing when it is switched off, so that the scene's root gets no child
+        // for it.
         if (source != nullptr) {
             source->setLocalStateSetModes(osg::StateAttribute::OFF);
             // The modes act only below the light source, which has no children: the mask is what switches it off.
@@ -111,7 +114,8 @@ osg::LightSource* KrLightProperties::setGL()
         }
         return nullptr;
     }
-    // Kept: a light that is switched off stays dirty, and is applied when it is on again.
+    // Kept: a light that is switched off has stayed dirty, so that what was loaded meanwhile is applied when it is on
+    // again.
     if (!m_dirty) {
         return nullptr;
     }
@@ -136,7 +140,8 @@ osg::LightSource* KrLightProperties::setGL()
 
 void KrLightProperties::applyTo(osg::Light& target) const
 {
-    // Kept: the spot cutoff is not copied; every light of the scene shines all around.
+    // Kept: the spot cutoff is not copied. Every light shines all around in clients' pictures, and `spotCutoff` alone
+    // tells the value.
     target.setLightNum(m_lightNumber);
     target.setPosition(vec4(m_position));
     target.setAmbient(vec4(m_ambient));

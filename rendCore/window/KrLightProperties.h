@@ -81,7 +81,8 @@ private:
     bool m_atEye = false;
     bool m_dirty = true;
     float m_ambient[4] = {0.1f, 0.1f, 0.1f, 1.0f};
-    float m_diffuse[4] = {0.7f, 0.5f, 0.5f, 1.0f}; // Kept: the reddish default.
+    /// Kept: the reddish default. `diffuse` tells it until a light is loaded, and no light shines before.
+    float m_diffuse[4] = {0.7f, 0.5f, 0.5f, 1.0f};
     float m_specular[4] = {0.5f, 0.5f, 0.5f, 1.0f};
     float m_position[4] = {0.0f, 0.0f, 0.0f, 1.0f};
     float m_direction[3] = {0.0f, 0.0f, -1.0f};

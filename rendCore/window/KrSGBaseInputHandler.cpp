@@ -8,7 +8,8 @@
 namespace
 {
 
-// Single precision is kept: the rotation carries float rounding, centre and distance stay double.
+// Kept: single precision. The rotation carries float rounding, centre and distance stay double; view matrices, and
+// pictures with them, depend on it.
 osg::Vec3f normalisedCross(const osg::Vec3f& a, const osg::Vec3f& b)
 {
     osg::Vec3f cross = a ^ b;
@@ -39,7 +40,7 @@ void KrSGBaseInputHandler::setPovParameters(const KrPovParameters& pov)
     m_center = KrRenderTypes::ec2osg(pov.centerOfInterest());
     osg::Vec3d look = m_center - KrRenderTypes::ec2osg(pov.eyepoint());
     m_distance = look.length();
-    // Kept: eye and centre in one place leave a line of sight of zeros.
+    // Kept: eye and centre in one place leave a line of sight of zeros, and the view matrix without NaN.
     if (m_distance > 0.0) {
         look /= m_distance;
     }

@@ -25,7 +25,7 @@ public:
     using osgGA::CameraManipulator::handle;
     using osgGA::CameraManipulator::home;
 
-    /// Kept: "KrSBBaseInputHandler" is the registered name.
+    /// Kept: "KrSBBaseInputHandler" is the registered name, by which clients know a manipulator of this class.
     const char* className() const override { return "KrSBBaseInputHandler"; }
 
     /// The distance is kept; the centre of interest lies that far along the camera's -z axis.

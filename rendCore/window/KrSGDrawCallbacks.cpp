@@ -27,7 +27,8 @@ std::uint32_t clearedDepth()
     GLint depthBits = 0;
     glGetIntegerv(GL_GREEN_BITS, &greenBits);
     glGetIntegerv(GL_DEPTH_BITS, &depthBits);
-    // Kept: with sixteen green bits or more the depth's own bits are not asked.
+    // Kept: with sixteen green bits or more the depth's own bits are not asked. What `remapDepthBuffer` takes for
+    // background depends on it.
     if (greenBits > 15) {
         return 0xFFFFFFFFu;
     }
@@ -35,7 +36,7 @@ std::uint32_t clearedDepth()
     case 16:
         return 0xFFFF0000u;
     case 24:
-        return 0xFFFFF700u; // Kept: this value and no other.
+        return 0xFFFFF700u; // Kept: this alone is background; 0xFFFFFF00 counts as drawn in depth pictures.
     default:
         return 0xFFFFFFFFu;
     }
@@ -63,7 +64,8 @@ bool KrSGWindow::DrawCallback::render(osgViewer::Viewer* viewer)
 {
     const bool ok = preRender(viewer);
     if (viewer) {
-        // Kept: the frame is drawn whatever preRender says; only what comes behind it depends on that.
+        // Kept: the frame is drawn whatever preRender says, so that a window goes on while its capture manager is
+        // suspended; only what comes behind it depends on that.
         viewer->frame(DBL_MAX);
     }
     return ok && postRender(viewer);
@@ -78,7 +80,7 @@ KrSGWindow::ImageCaptureDrawCallback::ImageCaptureDrawCallback(KrImage* target, 
 
 void KrSGWindow::ImageCaptureDrawCallback::setCapture(KrImage* target, unsigned int flags)
 {
-    // Kept: nothing else changes; a capture manager calls this between frames.
+    // Kept: nothing else changes, so that between frames `getCapturedImage` goes on giving the last one.
     m_target = target;
     m_captureFlags = flags;
 }
@@ -87,7 +89,7 @@ bool KrSGWindow::ImageCaptureDrawCallback::preRender(osgViewer::Viewer* viewer)
 {
     osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer);
     if (!stage || !viewer->getCamera()->getViewport()) {
-        // Kept: the name in this message is not the class's.
+        // Kept: the name in this message is not the class's, as filters of clients' logs match it.
         Kr::Print::instance()->write(Kr::Print::Error, "ImageCaptureCallback::Invalid viewer pointer.\n");
         return false;
     }
@@ -149,7 +151,7 @@ void KrSGWindow::ImageCaptureDrawCallback::detach(osgViewer::Viewer* viewer) con
 bool KrSGWindow::ImageCaptureDrawCallback::postRender(osgViewer::Viewer* viewer)
 {
     detach(viewer);
-    // Kept: found out only after the frame, which was drawn all the same.
+    // Kept: found out only after the frame, which a client without storage sees drawn all the same.
     if (!m_target) {
         Kr::Print::instance()->write(Kr::Print::Warning, "Capturing image without KrImage allocated for storage.\n");
         return false;
@@ -169,7 +171,7 @@ bool KrSGWindow::ImageCaptureDrawCallback::postRender(osgViewer::Viewer* viewer)
                                            m_sceneImage->getDataType(), static_cast<int>(m_sceneImage->getPacking()));
     const std::size_t bytes =
         rowBytes * static_cast<std::size_t>(m_sceneImage->t()) * static_cast<std::size_t>(m_sceneImage->r());
-    // Kept: true also where there was nothing to copy.
+    // Kept: true also where there was nothing to copy: the answer is about the target alone.
     if (out && m_sceneImage->data()) {
         std::memcpy(out, m_sceneImage->data(), std::min(bytes, m_target->sizeInBytes()));
     }
@@ -198,7 +200,8 @@ void KrSGWindow::ImageCaptureDrawCallback::remapDepthBuffer()
             minimum = std::min(minimum, depths[i]);
         }
     }
-    // Kept: unsigned differences, a scale of 256, and 0/0 where every drawn depth is the same.
+    // Kept: unsigned differences, a scale of 256, and 0/0 where every drawn depth is the same. Readers of depth
+    // pictures find the farthest drawn depth at 0, as the nearest and the background.
     const double range = static_cast<double>(maximum - minimum);
     for (std::size_t i = 0; out && i < count; ++i) {
         out[i] = depths[i] == far ? 0 : lowByte(static_cast<double>(depths[i] - minimum) / range * 256.0);

@@ -66,7 +66,7 @@ osg::GraphicsContext* sharedContext(const KrWindow& window)
 
 KrSGWindow::KrSGWindow()
 {
-    // Kept: the class name is the window's name until a client gives another.
+    // Kept: the class name is the window's name until a client gives another; its title and its messages show it.
     KrWindow::setName("KrSGWindow");
 }
 
@@ -166,16 +166,17 @@ void KrSGWindow::setUpCamera()
 void KrSGWindow::createSceneRoot()
 {
     m_sceneRoot = new osg::LightSource;
-    // Kept, as all names here: clients look nodes up by them.
+    // Kept, as all names here: clients look up nodes by them.
     m_sceneRoot->setName("Global Light");
     osg::StateSet* const states = m_sceneRoot->getOrCreateStateSet();
     states->setGlobalDefaults();
-    // Kept in this order although it clears the defaults just set: the viewer's own supply them.
+    // Kept: in this order, although it clears the defaults just set; the viewer's own supply them. The light model
+    // below would be cleared as well.
     m_sceneRoot->setLocalStateSetModes(osg::StateAttribute::ON);
     const osg::ref_ptr<osg::LightModel> model = new osg::LightModel;
     model->setAmbientIntensity(osg::Vec4(KrRenderTypes::ec2osg(m_ambientLight)));
     model->setLocalViewer(true);
-    // Kept: the inside of an open surface is lit, too.
+    // Kept: the inside of an open surface is lit, too, so that clients' open meshes have no dark side.
     model->setTwoSided(true);
     // Without its mode, which is lighting: that is switched by the viewer attributes.
     states->setAttribute(model);
@@ -184,7 +185,8 @@ void KrSGWindow::createSceneRoot()
 void KrSGWindow::createFixedNodes()
 {
     m_tempGroup = new osg::Group;
-    // Kept: it is in no scene. It holds the fixed nodes while the root's children are removed.
+    // Kept: it is in no scene. It holds the fixed nodes while `deleteContents` removes the root's children, and
+    // `loadScene` hangs them up again.
     m_tempGroup->setName("Temp Group");
     createCenterOfInterestMarker();
 
@@ -252,7 +254,8 @@ bool KrSGWindow::loadScene()
     attachToRoot(m_coiTransform);
     attachToRoot(m_globalAxisTransform);
     attachToRoot(m_overlayCamera);
-    // Kept: exactly the scene is shown after loading; what the secondary mask shows stays.
+    // Kept: exactly the scene is shown after loading, and clients switch their aids on again; markers, which the
+    // secondary mask shows, stay.
     m_displayMask = 0;
     setDisplayMask(KrRenderTypes::SceneContent, true, false);
     return true;
@@ -306,7 +309,7 @@ bool KrSGWindow::closeWindow()
         releaseGLObjects();
         // Through the virtual table: subclasses forget their system, too.
         deleteContents();
-        // Kept: a window that is opened again draws into itself.
+        // Kept: a window that is opened again draws into itself, since `init` finds the bit clear.
         m_viewerAttributes &= ~std::uint32_t(OffScreen);
         if (m_inputHandler.valid()) {
             // A client may hold the handler longer than the scene lives.
@@ -314,7 +317,7 @@ bool KrSGWindow::closeWindow()
         }
         releaseViewer();
         m_sceneRoot = nullptr;
-        // Kept: after the viewer and the root.
+        // Kept: after the viewer and the root, so that nothing is left to draw with what the table of textures lets go.
         KrSGTexture::removeTexturesFromContext(this);
         // Within a frame: whoever draws it does not get at the context any more.
         if (client && isInitialized() && getImpl()->isCurrent()) {

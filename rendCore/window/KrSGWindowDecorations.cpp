@@ -22,7 +22,7 @@
 namespace
 {
 
-// Kept: pixels, as the overlay's units are.
+// Kept: pixels, as the overlay's units are, so that texts are equally high in every window.
 constexpr float kOverlayTextSize = 30.0f;
 
 /// Keeps its distance from the window's upper edge.
@@ -51,12 +51,12 @@ private:
 void KrSGWindow::loadLight(const KrLightParameters& lights)
 {
     const KrXmlVectorType<KrLight>& list = lights.lights();
-    // Kept: the count has 16 bits.
+    // Kept: the count has 16 bits. `setLights` sees no more lights than that, and of 65536 none.
     const std::uint16_t count = static_cast<std::uint16_t>(list.size());
     // Surplus lights' scene objects stay where they are.
     m_lights.resize(count);
     for (std::uint16_t i = 0; i < count; ++i) {
-        // Kept: a light's number is its place in the list.
+        // Kept: a light's number is its place in the list, by which `setLights` switches OpenGL's lights.
         m_lights[i].setLightPara(list[i], i);
     }
     m_dirtyFlags |= DirtyLights;
@@ -82,7 +82,7 @@ void KrSGWindow::setLights()
         // Before `setGL`: headlights have moved when they are applied.
         light.setAtEye(eye.data());
         const osg::ref_ptr<osg::LightSource> source = light.setGL();
-        // Kept: only the call that makes a source gives it out.
+        // Kept: only the call that makes a source gives it out, so that it becomes a child of the root once.
         if (source.valid() && m_sceneRoot.valid()) {
             m_sceneRoot->addChild(source);
         }
@@ -158,7 +158,7 @@ void KrSGWindow::setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& mark
     }
     const KrGUIObjectParameters& gui = m_visualizationParameters.GUIObjectParameters();
     osg::MatrixTransform* transform = nullptr;
-    // Kept: one of the two exactly; both bits together are refused.
+    // Kept: one of the two exactly; both bits together are refused, since one matrix poses one marker.
     if (marker == KrRenderTypes::GlobalAxisMarker) {
         const double s = gui.globalAxisScale();
         transform = m_globalAxisTransform;
@@ -167,7 +167,7 @@ void KrSGWindow::setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& mark
     } else if (marker == KrRenderTypes::CenterOfInterestMarker) {
         const double s = gui.centerOfInterestScale();
         osg::Matrixd scaled = osg::Matrixd::scale(s, s, s);
-        // Kept: a sphere has no rotation to show.
+        // Kept: a sphere has no rotation to show, and who reads this matrix finds scale and place alone.
         scaled.setTrans(matrix.getTrans());
         transform = m_coiTransform;
         transform->setMatrix(scaled);
@@ -176,14 +176,14 @@ void KrSGWindow::setGuiMarkerMatrix(const KrRenderTypes::DisplayAttributes& mark
         return;
     }
     transform->dirtyBound();
-    // Kept: a marker that is placed is shown.
+    // Kept: a marker that is placed is shown, so that clients need no second call.
     setDisplayMask(marker, true, true);
 }
 
 bool KrSGWindow::setImageBuffer(const KrImage& image, bool swapBuffers)
 {
     if (!image.data()) {
-        return false; // kept: without a word
+        return false; // Kept: without a word; the answer is all that a client is told.
     }
     if (!demandUsable("KrSGWindow::setImageBuffer")) {
         return false;
@@ -199,7 +199,8 @@ bool KrSGWindow::setImageBuffer(const KrImage& image, bool swapBuffers)
     // it, too.
     static thread_local KrSGTexture texture;
     texture.loadFromImage(image, KrTextureParameters());
-    // Kept: the attribute tells whether the quad was made already.
+    // Kept: the attribute tells whether the quad was made already, since `createImageQuad` sets it. A window that
+    // its client made orthographic gets none.
     if (!(m_viewerAttributes & Orthographic)) {
         createImageQuad(texture);
     } else if (m_imageQuad.valid()) {
@@ -210,12 +211,13 @@ bool KrSGWindow::setImageBuffer(const KrImage& image, bool swapBuffers)
 
 void KrSGWindow::createImageQuad(const KrSGTexture& texture)
 {
-    // Kept: written directly, so that the attributes are not marked for the next update.
+    // Kept: written directly, so that the attributes are not marked for the next update: the root's lighting stays as
+    // it was applied last.
     m_viewerAttributes |= Orthographic;
     m_viewerAttributes &= ~std::uint32_t(Lighting);
     KrPovParameters pov;
     pov.setCenterOfInterest(KrVector(0.0, 0.0, 0.0));
-    // Kept, though the quad does not take part in it.
+    // Kept: clients read this point of view back, though the quad does not take part in it.
     pov.setEyepoint(KrVector(-1.0, 0.0, 0.0));
     pov.setUp(KrVector(0.0, 1.0, 0.0));
     setPovParameters(pov);
@@ -227,7 +229,8 @@ void KrSGWindow::createImageQuad(const KrSGTexture& texture)
     corners->push_back(osg::Vec3(0.0f, 1.0f, 0.0f));
     const osg::ref_ptr<osg::Geometry> quad = new osg::Geometry;
     quad->setVertexArray(corners);
-    // Kept: the same array twice; places and texture coordinates are equal.
+    // Kept: the same array twice. The corners of the orthographic box are those of the picture, which therefore fills
+    // the window.
     quad->setTexCoordArray(0, corners);
     // Without a colour of its own the picture would be multiplied by a material left from before.
     const osg::ref_ptr<osg::Vec4Array> white = new osg::Vec4Array(1);

@@ -32,7 +32,8 @@ namespace
 
 constexpr osg::StateAttribute::GLModeValue kOn = osg::StateAttribute::ON;
 constexpr osg::StateAttribute::GLModeValue kOnOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
-// Kept: off overrides what shapes say of themselves, and on leaves it to them.
+// Kept: off overrides what shapes say of themselves, whose materials switch lighting on, and on leaves it to them: the
+// axes stay unlit.
 constexpr osg::StateAttribute::GLModeValue kOffOverride = osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE;
 
 /// The scene graph does not dispatch an array again that lies at the address of the last one. Between two frames that
@@ -83,7 +84,7 @@ bool KrSGWindow::renderScene(bool swapBuffers)
         if (m_viewer == viewer && callback.valid()) {
             callback->render(viewer);
         } else if (m_viewer == viewer) {
-            // Kept: that time means the viewer's own clock.
+            // Kept: that time means the viewer's own clock, which clients' update callbacks are given.
             viewer->frame(DBL_MAX);
         }
         if (m_viewer == viewer && context->getState()) {
@@ -124,10 +125,12 @@ bool KrSGWindow::updateScene()
     if (m_dirtyFlags & DirtyAttributes) {
         applyViewerAttributes();
     }
-    // Kept: whenever anything has changed, behind the attributes.
+    // Kept: whenever anything has changed, behind the attributes. Headlights follow the eye, and a derived class's
+    // `setLights` finds the rest applied.
     setLights();
     m_viewer->getCamera()->setCullMask(m_displayMask | m_secondaryDisplayMask);
-    // Kept: all of them, those too that are for subclasses, which read them before.
+    // Kept: all of them, those too that are for subclasses, which read them before; KrMultiRenderWindow asks afterwards
+    // whether the point of view was applied.
     m_dirtyFlags = 0;
     return true;
 }
@@ -137,7 +140,7 @@ void KrSGWindow::updateProjection()
     osg::Camera* const camera = m_viewer->getCamera();
     m_appliedOrthographic = (m_viewerAttributes & Orthographic) != 0;
     if (m_appliedOrthographic) {
-        // Kept: a unit box whatever the window's size.
+        // Kept: a unit box whatever the window's size, which the quad of `setImageBuffer` fills.
         camera->setProjectionMatrixAsOrtho(0.0, 1.0, 0.0, 1.0, -1.0, 1.0);
         return;
     }
@@ -157,7 +160,8 @@ void KrSGWindow::updateProjection()
 
 void KrSGWindow::clippingPlanes(double distance, double& near, double& far) const
 {
-    // Kept: the near plane of the render parameters has no part in it.
+    // Kept: the near plane of the render parameters has no part in it. The depths of clients' pictures spread between
+    // planes that follow the viewing distance.
     near = std::max(0.001, 0.125 * distance);
     far = std::max(2.0 * distance, m_visualizationParameters.renderParameters().farClipping());
 }
@@ -174,7 +178,8 @@ void KrSGWindow::applyViewerAttributes()
     states->setMode(GL_LIGHTING, isOn(Lighting) ? kOn : kOffOverride);
     states->setTextureMode(0, GL_TEXTURE_2D, isOn(Texturing) ? kOn : kOffOverride);
 
-    // Kept: made when it is first asked for; switched off, it stays and says so.
+    // Kept: made when it is first asked for; switched off, it stays and overrides shapes as before. Until then shapes
+    // draw as they say themselves.
     auto* polygonMode = static_cast<osg::PolygonMode*>(states->getAttribute(StateAttribute::POLYGONMODE));
     if (isOn(Wireframe)) {
         polygonMode = new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::LINE);
@@ -193,7 +198,7 @@ void KrSGWindow::applyViewerAttributes()
     if (isOn(CullBackFaces)) {
         states->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK), kOnOverride);
     } else {
-        // Kept: off without override, so that a shape may cull for itself.
+        // Kept: off without override, so that a shape may cull for itself, as the mass ellipsoids of pictures do.
         states->setMode(GL_CULL_FACE, StateAttribute::OFF);
     }
 }
@@ -204,13 +209,14 @@ bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags)
         return false;
     }
     osg::ref_ptr<DrawCallback> previous = getDrawCallback();
-    // Kept: told, and then replaced.
+    // Kept: told, and then replaced, so that a client gets its picture in any case.
     if (previous.valid()) {
         Kr::Print::instance()->write(Kr::Print::Error, "Capturing image with a callback already in place.\n");
     }
     setDrawCallback(new ImageCaptureDrawCallback(&image, flags));
     const bool rendered = renderScene(true);
-    // Kept: the callback that was there is not put back.
+    // Kept: the callback that was there is not put back. A capture manager gets no more frames until its client sets it
+    // again.
     setDrawCallback(nullptr);
     previous = nullptr;
     return rendered;

@@ -39,9 +39,10 @@ void KrSGWindow::clearCameraIntrinsics()
 bool KrSGWindow::setWindowSize(unsigned int width, unsigned int height)
 {
     const bool resized = KrWindow::setWindowSize(width, height);
-    // Kept: 1 where there is no ratio.
+    // Kept: 1 where there is no ratio, so that a frustum can be made of it.
     const bool isFlat = width == 0 || height == 0;
-    // Through the virtual table, and kept: also where the window has refused the size.
+    // Kept: through the virtual table, and also where the window has refused the size. A derived class hears of every
+    // ratio that was asked for.
     setAspectRatio(isFlat ? 1.0 : static_cast<double>(width) / static_cast<double>(height));
     if (isInitialized() && resized && m_graphicsWindow.valid()) {
         resizeGraphicsWindow();
@@ -71,7 +72,8 @@ bool KrSGWindow::setOffScreenRendering(bool on)
                                                                 : osg::Camera::FRAME_BUFFER);
         refreshRenderTarget();
     }
-    // Kept: a window that draws off screen is hidden, and shown when it does not.
+    // Kept: a window that draws off screen is hidden, and shown when it does not. Clients see it go and come back
+    // without a call of their own.
     setHideWindow(on);
     return true;
 }
@@ -127,7 +129,7 @@ unsigned int KrSGWindow::viewerAttribute() const
 
 bool KrSGWindow::stereoOn() const
 {
-    // Kept: only told. Nothing here draws in stereo.
+    // Kept: only told, to clients that draw for two eyes. Nothing here does.
     return getStereoSupported() && (m_viewerAttributes & Stereo) != 0;
 }
 
@@ -180,7 +182,7 @@ bool KrSGWindow::loadRenderParameters(const KrRenderParameters& parameters)
 {
     if (parameters.isAutoClipping()) {
         KrRenderParameters automatic(parameters);
-        // Kept: stored, though only the far plane is looked at.
+        // Kept: stored for clients that read the parameters back, though only the far plane is drawn with.
         automatic.setNearClipping(0.01);
         automatic.setFarClipping(2.0 * m_visualizationParameters.povParameters().viewingDistance());
         m_visualizationParameters.setRenderParameters(automatic);
@@ -194,7 +196,8 @@ bool KrSGWindow::loadRenderParameters(const KrRenderParameters& parameters)
 
 void KrSGWindow::setInputHandler(KrSGBaseInputHandler* handler)
 {
-    // Kept: the viewer is told also when the handler is the same.
+    // Kept: the viewer is told also when the handler is the same: `init` stores it before it installs it in a new
+    // viewer.
     if (m_inputHandler != handler) {
         m_inputHandler = handler;
     }
