@@ -137,8 +137,8 @@ bool KrRender2DSampleTool::get2DMap(const KrStatedSystem& system, const KrCoordi
                                     unsigned int width, unsigned int height, double xSize, double ySize,
                                     double distance, std::vector<std::vector<double>>& map)
 {
-    // Kept: no message, and nothing is changed: callers check before and tell themselves, as krrender does, or keep the
-    // old map. NaN for the distance is refused, too.
+    // Kept: no message, and nothing is changed: callers such as krrender check before and tell themselves, and who
+    // does not keeps the old map. NaN for the distance is refused, too.
     if (width == 0 || height == 0 || xSize == 0.0 || ySize == 0.0 || !(distance > kNearLimit)) {
         return false;
     }

@@ -91,6 +91,7 @@ bool KrEnduranceScene::reopen()
         return false;
     }
     // Kept: of a window's switches a new root does not see that smooth shading and culling are off before they were on.
+    // `show` applies these first, in the fresh process as well, whose picture has to be the same byte for byte.
     m_window->setViewerAttribute(KrEnduranceState().attributes, true);
     system().setSelectionChanged(true);
     system().setTransparencyChanged(m_state.fade >= 0.0);
