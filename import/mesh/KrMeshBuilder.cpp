@@ -3,6 +3,8 @@
 #include <import/mesh/KrMeshNormals.h>
 #include <import/mesh/KrVectorIndex.h>
 
+#include <toolkit/foundation/KrReason.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -108,9 +110,12 @@ KrMeshBuilder::Result Builder::run()
         // The corners of triangles without coordinates have index 0: it names the first one, whatever it is.
         coordinates = m_data.textureCoordinates;
     }
+    const KrReason reason;
     if (extent->setMesh(KrXmlVectorVector(std::move(m_vertices)), KrXmlVectorVector(m_normals.take()),
                         KrXmlVectorType<KrPlanarVector>(std::move(coordinates)), std::move(groups), m_options.name)) {
         m_result.extent = extent;
+    } else {
+        m_result.why = reason.text("its numbers are no mesh");
     }
     return m_result;
 }
