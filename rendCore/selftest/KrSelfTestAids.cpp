@@ -30,8 +30,6 @@ using Run = KrSelfTestRun;
 using Colour = KrSelfTestRun::Colour;
 using Pixel = KrSelfTestView::Pixel;
 
-constexpr double kColourTolerance = 0.02; // 5 of 255: rounding on both ways
-
 KrCoordinateSystemTransformation translation(double x, double y, double z)
 {
     KrCoordinateSystemTransformation pose;
@@ -128,9 +126,10 @@ void KrSelfTestScenes::volumes(KrSelfTestRun& run)
     window.setDisplayMask(KrRenderTypes::BoundingVolumes, true, false);
     const KrImage picture = run.capture(window, "on");
     run.expectCoverage(picture, view.coverage(2.4 * 1.6, -0.1), 0.04, "the volume");
-    run.expectColour(picture, view.at(1.2, 0.8, -0.1), {0.0, 1.0, 0.0}, kColourTolerance, "the volume's right side");
+    run.expectColour(picture, view.at(1.2, 0.8, -0.1), {0.0, 1.0, 0.0}, Run::kColourTolerance,
+                     "the volume's right side");
     // The ball reaches 0.5 m towards the eye, its volume 0.1 m: what is nearer is seen.
-    run.expectColour(picture, view.at(0.0, 0.0), {1.0, 1.0, 1.0}, kColourTolerance, "the ball before its volume");
+    run.expectColour(picture, view.at(0.0, 0.0), {1.0, 1.0, 1.0}, Run::kColourTolerance, "the ball before its volume");
     window.setDisplayMask(KrRenderTypes::BoundingVolumes, false, false);
     run.expectSame(run.capture(window, "off"), before, "volumes switched off again");
 }
@@ -282,10 +281,10 @@ void main()
     const double turn = angles[0] + angles[1];
     const KrVector second(1.2 * std::cos(angles[0]) + 0.6 * std::cos(turn), 0.0,
                           1.2 * std::sin(angles[0]) + 0.6 * std::sin(turn));
-    run.expectColour(picture, view.at(first), {1.0, 0.0, 0.0}, kColourTolerance, "the upper link's bar");
-    run.expectColour(picture, view.at(second), {0.0, 1.0, 0.0}, kColourTolerance, "the lower link's bar");
+    run.expectColour(picture, view.at(first), {1.0, 0.0, 0.0}, Run::kColourTolerance, "the upper link's bar");
+    run.expectColour(picture, view.at(second), {0.0, 1.0, 0.0}, Run::kColourTolerance, "the lower link's bar");
     // Half of each place: blending is linear in the vertices, so a middle goes to the middle of its two places.
-    run.expectColour(picture, view.at((first + second) * 0.5), {0.0, 0.0, 1.0}, kColourTolerance,
+    run.expectColour(picture, view.at((first + second) * 0.5), {0.0, 0.0, 1.0}, Run::kColourTolerance,
                      "the bar halfway between");
 }
 
@@ -347,24 +346,24 @@ void KrSelfTestScenes::deformation(KrSelfTestRun& run)
     const Colour yellow = {1.0, 1.0, 0.0};
     const Colour black = {0.0, 0.0, 0.0};
     const KrImage before = run.capture(window, "straight");
-    run.expectColour(before, view.at(1.5, 0.0), yellow, kColourTolerance, "the straight strip");
+    run.expectColour(before, view.at(1.5, 0.0), yellow, Run::kColourTolerance, "the straight strip");
     run.expectCoverage(before, view.coverage(4.0 * 0.4), 0.05, "the straight strip");
 
     // Bending is no change of the system: the window updates the shapes that it is told of.
     system.addChangedShape(KrShapeStateCacheKey(0, KrShapeStateCacheKey::kBaseLink, 0));
     extent->setWeight(0, 1.0);
     const KrImage bent = run.capture(window, "raised");
-    run.expectColour(bent, view.at(1.5, 0.875), yellow, kColourTolerance, "the raised end of the strip");
-    run.expectColour(bent, view.at(1.5, 0.0), black, kColourTolerance, "where the strip was");
-    run.expectColour(bent, view.at(-1.9, 0.025), yellow, kColourTolerance, "the fixed end of the strip");
+    run.expectColour(bent, view.at(1.5, 0.875), yellow, Run::kColourTolerance, "the raised end of the strip");
+    run.expectColour(bent, view.at(1.5, 0.0), black, Run::kColourTolerance, "where the strip was");
+    run.expectColour(bent, view.at(-1.9, 0.025), yellow, Run::kColourTolerance, "the fixed end of the strip");
 
     extent->cutByPlane(0, KrVector(0.0, 0.0, 0.0), KrVector(1.0, 0.0, 0.0));
     // Piece 1 is the one on the side that the normal points to.
     extent->setPieceOffset(1, translation(0.4, 0.0, -0.5));
     const KrImage cut = run.capture(window, "cut");
-    run.expectColour(cut, view.at(0.2, 0.55), black, kColourTolerance, "the gap of a cut");
-    run.expectColour(cut, view.at(1.9, 0.375), yellow, kColourTolerance, "the piece that was moved");
-    run.expectColour(cut, view.at(-0.2, 0.45), yellow, kColourTolerance, "the piece that stayed");
+    run.expectColour(cut, view.at(0.2, 0.55), black, Run::kColourTolerance, "the gap of a cut");
+    run.expectColour(cut, view.at(1.9, 0.375), yellow, Run::kColourTolerance, "the piece that was moved");
+    run.expectColour(cut, view.at(-0.2, 0.45), yellow, Run::kColourTolerance, "the piece that stayed");
 
     // To the byte below: neither cut nor pose may leave anything behind.
     extent->clearCuts();
@@ -416,11 +415,11 @@ void KrSelfTestScenes::marks(KrSelfTestRun& run)
     placement.size = osg::Vec2(0.4f, 0.2f);
     run.expect(marker->stamp(stamp, placement), "a stamp is taken");
     const KrImage picture = run.capture(window, "marked");
-    run.expectColour(picture, at(0.2, 0.4), {1.0, 0.0, 0.0}, kColourTolerance, "the stroke");
-    run.expectColour(picture, at(0.2, 0.8), {1.0, 1.0, 1.0}, kColourTolerance, "beyond the stroke");
-    run.expectColour(picture, at(0.6, 0.7), {0.0, 0.0, 1.0}, kColourTolerance, "the stamp's left half");
-    run.expectColour(picture, at(0.8, 0.7), {0.0, 1.0, 0.0}, kColourTolerance, "the stamp's right half");
-    run.expectColour(picture, at(0.8, 0.2), {1.0, 1.0, 1.0}, kColourTolerance, "an unmarked place");
+    run.expectColour(picture, at(0.2, 0.4), {1.0, 0.0, 0.0}, Run::kColourTolerance, "the stroke");
+    run.expectColour(picture, at(0.2, 0.8), {1.0, 1.0, 1.0}, Run::kColourTolerance, "beyond the stroke");
+    run.expectColour(picture, at(0.6, 0.7), {0.0, 0.0, 1.0}, Run::kColourTolerance, "the stamp's left half");
+    run.expectColour(picture, at(0.8, 0.7), {0.0, 1.0, 0.0}, Run::kColourTolerance, "the stamp's right half");
+    run.expectColour(picture, at(0.8, 0.2), {1.0, 1.0, 1.0}, Run::kColourTolerance, "an unmarked place");
     KrTextureMarker::detach(*shape);
     run.expectSame(run.capture(window, "unmarked"), before, "the marks taken off");
 }

@@ -22,8 +22,6 @@ using Run = KrSelfTestRun;
 using Colour = KrSelfTestRun::Colour;
 using Pixel = KrSelfTestView::Pixel;
 
-constexpr double kColourTolerance = 0.02; // 5 of 255: rounding on both ways
-
 /// Four quarters, none like another: red upper left (nearest), green upper right, blue lower left (farthest), and
 /// nothing lower right.
 struct Quarter
@@ -72,7 +70,7 @@ void expectQuarters(KrSelfTestRun& run, const KrImage& picture, const char* what
     for (const Quarter& quarter : kQuarters) {
         Pixel pixel = view.at(quarter.x, quarter.z, quarter.y);
         pixel = {pixel.column * shrink, pixel.row * shrink};
-        run.expectColour(picture, pixel, quarter.colour, kColourTolerance,
+        run.expectColour(picture, pixel, quarter.colour, Run::kColourTolerance,
                          (std::string(what) + ", " + quarter.name).c_str());
     }
 }
@@ -316,7 +314,7 @@ void KrSelfTestScenes::stream(KrSelfTestRun& run)
     for (unsigned int i = 0; i < frames.size(); ++i) {
         run.keep(frames[i], ("frame " + std::to_string(i)).c_str());
         run.expectColour(frames[i], view.at(0.6 * std::cos(angle(i)), 0.6 * std::sin(angle(i))), {1.0, 0.0, 0.0},
-                         kColourTolerance, ("the arm in frame " + std::to_string(i)).c_str());
+                         Run::kColourTolerance, ("the arm in frame " + std::to_string(i)).c_str());
         run.expectCoverage(frames[i], view.coverage(0.9 * 0.2), 0.15, "the arm");
     }
     // The last pose once more, read in another way.
@@ -374,16 +372,18 @@ void KrSelfTestScenes::tiles(KrSelfTestRun& run)
         const Pixel pixel = view.at(x, z, y);
         return Pixel{pixel.column + column * view.width, pixel.row + row * view.height};
     };
-    run.expectColour(picture, inTile(0, 1, 0.0, 0.0, -0.55), {0.5, 0.5, 0.5}, kColourTolerance, "the front's tile");
-    run.expectColour(picture, inTile(0, 1, 0.3, 0.3, -0.65), {1.0, 1.0, 1.0}, kColourTolerance, "the front's knob");
-    run.expectColour(picture, inTile(0, 1, -0.3, 0.3, -0.65), {0.5, 0.5, 0.5}, kColourTolerance,
+    run.expectColour(picture, inTile(0, 1, 0.0, 0.0, -0.55), {0.5, 0.5, 0.5}, Run::kColourTolerance,
+                     "the front's tile");
+    run.expectColour(picture, inTile(0, 1, 0.3, 0.3, -0.65), {1.0, 1.0, 1.0}, Run::kColourTolerance,
+                     "the front's knob");
+    run.expectColour(picture, inTile(0, 1, -0.3, 0.3, -0.65), {0.5, 0.5, 0.5}, Run::kColourTolerance,
                      "the front beside its knob");
-    run.expectColour(picture, inTile(1, 1, 0.0, 0.0, -0.55), {1.0, 0.0, 0.0}, kColourTolerance,
+    run.expectColour(picture, inTile(1, 1, 0.0, 0.0, -0.55), {1.0, 0.0, 0.0}, Run::kColourTolerance,
                      "the right side's tile");
-    run.expectColour(picture, inTile(0, 0, 0.0, 0.0, -0.55), {0.0, 1.0, 0.0}, kColourTolerance, "the back's tile");
-    run.expectColour(picture, inTile(1, 0, 0.0, 0.0, -0.55), {0.0, 0.0, 1.0}, kColourTolerance, "the top's tile");
+    run.expectColour(picture, inTile(0, 0, 0.0, 0.0, -0.55), {0.0, 1.0, 0.0}, Run::kColourTolerance, "the back's tile");
+    run.expectColour(picture, inTile(1, 0, 0.0, 0.0, -0.55), {0.0, 0.0, 1.0}, Run::kColourTolerance, "the top's tile");
     // The knob stands out on the left of the right side: the front is there.
-    run.expectColour(picture, inTile(1, 1, -0.6, 0.3, -0.4), {1.0, 1.0, 1.0}, kColourTolerance,
+    run.expectColour(picture, inTile(1, 1, -0.6, 0.3, -0.4), {1.0, 1.0, 1.0}, Run::kColourTolerance,
                      "the knob from the right side");
 }
 
@@ -446,7 +446,7 @@ void KrSelfTestScenes::windows(KrSelfTestRun& run)
         alone[i] = run.capture(window, i == 0 ? "first" : "second");
     }
     expectQuarters(run, alone[0], "the first window");
-    run.expectColour(alone[1], view.at(0.0, 0.0), {1.0, 1.0, 0.0}, kColourTolerance, "the second window");
+    run.expectColour(alone[1], view.at(0.0, 0.0), {1.0, 1.0, 0.0}, Run::kColourTolerance, "the second window");
 
     const auto first = std::make_unique<KrRenderWindow>();
     KrRenderWindow second;

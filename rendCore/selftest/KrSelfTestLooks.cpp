@@ -21,8 +21,6 @@ namespace
 using Run = KrSelfTestRun;
 using Colour = KrSelfTestRun::Colour;
 
-constexpr double kColourTolerance = 0.02; // 5 of 255: rounding on both ways
-
 /// A diffuse colour that also glows a little, so that its dark side stands out from the background.
 KrDataMap shaded(const Colour& colour, double glowing)
 {
@@ -158,12 +156,12 @@ void KrSelfTestScenes::materials(KrSelfTestRun& run)
     run.light(window, KrVector(0.0, -1.0, 0.0));
     const KrImage picture = run.capture(window, "plates");
     const auto plate = [&view](unsigned int i) { return view.at(-2.25 + 1.5 * i, 0.4, -0.05); };
-    run.expectColour(picture, plate(0), emission, kColourTolerance, "a glowing plate");
-    run.expectColour(picture, plate(1), diffuse, kColourTolerance, "a diffuse plate in full light");
+    run.expectColour(picture, plate(0), emission, Run::kColourTolerance, "a glowing plate");
+    run.expectColour(picture, plate(1), diffuse, Run::kColourTolerance, "a diffuse plate in full light");
     // A window's light from everywhere is a half.
-    run.expectColour(picture, plate(2), {0.5 * ambient[0], 0.5 * ambient[1], 0.5 * ambient[2]}, kColourTolerance,
+    run.expectColour(picture, plate(2), {0.5 * ambient[0], 0.5 * ambient[1], 0.5 * ambient[2]}, Run::kColourTolerance,
                      "a plate with an ambient colour");
-    run.expectColour(picture, plate(3), specular, kColourTolerance, "a shining plate that mirrors the lamp");
+    run.expectColour(picture, plate(3), specular, Run::kColourTolerance, "a shining plate that mirrors the lamp");
 
     window.setViewerAttribute(KrSGWindow::Lighting, false);
     // What colour it has instead is not the material's to say: only that it changes is asked.
@@ -211,14 +209,14 @@ void KrSelfTestScenes::textures(KrSelfTestRun& run)
     for (unsigned int i = 0; i < 4; ++i) {
         const double x = i % 2 == 0 ? -2.0 : -1.0;
         const double z = i < 2 ? -0.5 : 0.5;
-        run.expectColour(picture, view.at(x, z), quarters[i], kColourTolerance, names[i]);
+        run.expectColour(picture, view.at(x, z), quarters[i], Run::kColourTolerance, names[i]);
     }
-    run.expectColour(picture, view.at(1.5, 0.0), {0.25, 0.5, 0.75}, kColourTolerance, "a sheet without a texture");
+    run.expectColour(picture, view.at(1.5, 0.0), {0.25, 0.5, 0.75}, Run::kColourTolerance, "a sheet without a texture");
     // Two sheets of 2 m by 2 m.
     run.expectCoverage(picture, view.coverage(8.0), 0.03, "two sheets");
 
     window.setViewerAttribute(KrSGWindow::Texturing, false);
-    run.expectColour(run.capture(window, "untextured"), view.at(-2.0, -0.5), {1.0, 1.0, 1.0}, kColourTolerance,
+    run.expectColour(run.capture(window, "untextured"), view.at(-2.0, -0.5), {1.0, 1.0, 1.0}, Run::kColourTolerance,
                      "the sheet with texturing switched off");
 }
 
@@ -244,11 +242,12 @@ void KrSelfTestScenes::transparency(KrSelfTestRun& run)
     }
     window.setBackgroundColor(KrColor(0.0, 0.0, 1.0));
     const KrImage picture = run.capture(window, "panes");
-    run.expectColour(picture, view.at(-0.8, 0.0), {0.5, 0.5, 0.0}, kColourTolerance, "a pane before a wall");
-    run.expectColour(picture, view.at(0.6, 0.0), {0.5, 0.0, 0.5}, kColourTolerance, "a pane before the background");
-    run.expectColour(picture, view.at(1.2, 0.0, -1.0), {1.0, 1.0, 1.0}, kColourTolerance, "a post before a pane");
-    run.expectColour(picture, view.at(-1.0, 1.3, 1.0), {0.0, 1.0, 0.0}, kColourTolerance, "a wall before a pane");
-    run.expectColour(picture, view.at(0.6, 1.4, 2.0), {0.5, 0.0, 0.5}, kColourTolerance, "a pane beside a wall");
+    run.expectColour(picture, view.at(-0.8, 0.0), {0.5, 0.5, 0.0}, Run::kColourTolerance, "a pane before a wall");
+    run.expectColour(picture, view.at(0.6, 0.0), {0.5, 0.0, 0.5}, Run::kColourTolerance,
+                     "a pane before the background");
+    run.expectColour(picture, view.at(1.2, 0.0, -1.0), {1.0, 1.0, 1.0}, Run::kColourTolerance, "a post before a pane");
+    run.expectColour(picture, view.at(-1.0, 1.3, 1.0), {0.0, 1.0, 0.0}, Run::kColourTolerance, "a wall before a pane");
+    run.expectColour(picture, view.at(0.6, 1.4, 2.0), {0.5, 0.0, 0.5}, Run::kColourTolerance, "a pane beside a wall");
 }
 
 void KrSelfTestScenes::selection(KrSelfTestRun& run)
@@ -269,8 +268,8 @@ void KrSelfTestScenes::selection(KrSelfTestRun& run)
     const KrSelfTestView::Pixel left = view.at(-1.5, 0.0);
     const KrSelfTestView::Pixel right = view.at(1.5, 0.0);
     const KrImage before = run.capture(window, "plain");
-    run.expectColour(before, left, {1.0, 0.0, 0.0}, kColourTolerance, "the red sheet");
-    run.expectColour(before, right, {0.0, 1.0, 0.0}, kColourTolerance, "the green sheet");
+    run.expectColour(before, left, {1.0, 0.0, 0.0}, Run::kColourTolerance, "the red sheet");
+    run.expectColour(before, right, {0.0, 1.0, 0.0}, Run::kColourTolerance, "the green sheet");
 
     // Kept: the number is how much of what is not selected remains, 1 being opaque; documents and clients have it so.
     system.setTransparency(kOpacity);
@@ -333,14 +332,14 @@ void KrSelfTestScenes::links(KrSelfTestRun& run)
             return KrVector(x + distance * std::cos(angle), 0.0, z + distance * std::sin(angle));
         };
         const KrVector elbow = along(0.0, 0.0, pose[0], 1.2);
-        run.expectColour(picture, view.at(along(0.0, 0.0, pose[0], 0.5)), {1.0, 0.0, 0.0}, kColourTolerance,
+        run.expectColour(picture, view.at(along(0.0, 0.0, pose[0], 0.5)), {1.0, 0.0, 0.0}, Run::kColourTolerance,
                          "the upper link");
         run.expectColour(picture, view.at(along(elbow.x(), elbow.z(), pose[0] + pose[1], 0.9)), {0.0, 1.0, 0.0},
-                         kColourTolerance, "the lower link");
-        run.expectColour(picture, view.at(0.0, -0.6), {0.5, 0.5, 0.5}, kColourTolerance, "the base");
+                         Run::kColourTolerance, "the lower link");
+        run.expectColour(picture, view.at(0.0, -0.6), {0.5, 0.5, 0.5}, Run::kColourTolerance, "the base");
         const KrVector end = along(elbow.x(), elbow.z(), pose[0] + pose[1], 0.6);
         const double towardsEnd = std::atan2(end.z() - 1.6, end.x());
-        run.expectColour(picture, view.at(along(0.0, 1.6, towardsEnd, 0.2)), {1.0, 1.0, 0.0}, kColourTolerance,
+        run.expectColour(picture, view.at(along(0.0, 1.6, towardsEnd, 0.2)), {1.0, 1.0, 0.0}, Run::kColourTolerance,
                          "the rod");
     }
 }

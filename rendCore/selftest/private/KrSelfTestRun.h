@@ -44,6 +44,8 @@ class KrSelfTestRun
 {
 public:
     using Colour = std::array<double, 3>;
+    /// Of what is drawn in one colour: 5 of 255, for rounding on both ways.
+    static constexpr double kColourTolerance = 0.02;
 
     /// @param folder   where pictures go; empty for none
     /// @param spoiler  borrowed until the run ends, during which warnings come here and not to the caller's sink
