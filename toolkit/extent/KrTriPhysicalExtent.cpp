@@ -1,5 +1,6 @@
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 
+#include <toolkit/extent/private/KrIndexedMesh.h>
 #include <toolkit/foundation/KrNullDeleter.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
@@ -256,6 +257,7 @@ bool KrTriPhysicalExtent::setMesh(KrXmlVectorVector&& vertices, KrXmlVectorVecto
     m_normals = std::move(normals);
     m_textureCoordinates = std::move(textureCoordinates);
     m_groups = std::move(groups);
+    m_indexedMesh.set(nullptr);
     touch();
     return true;
 }
@@ -290,6 +292,59 @@ KrTriPhysicalExtent::transformed(const KrCoordinateSystemTransformation& pose) c
     return result;
 }
 
+std::shared_ptr<const KrIndexedMesh> KrTriPhysicalExtent::indexedMesh() const
+{
+    return m_indexedMesh.get(*this);
+}
+
+// No message: whoever has a form that does not fit goes without it.
+bool KrTriPhysicalExtent::setIndexedMesh(const std::shared_ptr<const KrIndexedMesh>& indexedMesh)
+{
+    if (indexedMesh) {
+        const bool isFitting =
+            indexedMesh->isConsistent() &&
+            std::equal(m_groups.begin(), m_groups.end(), indexedMesh->levels[0].groups.begin(),
+                       indexedMesh->levels[0].groups.end(), [](const Group& group, const KrIndexedMesh::Range& range) {
+                           return range.count == std::uint64_t{3} * group.second().size();
+                       });
+        if (!isFitting) {
+            return false;
+        }
+    }
+    m_indexedMesh.set(indexedMesh);
+    return true;
+}
+
+// A copy has the same lists. It has a lock of its own, though.
+KrTriPhysicalExtent::KeptIndexedMesh::KeptIndexedMesh(const KeptIndexedMesh& other)
+{
+    const std::lock_guard<std::mutex> lock(other.m_mutex);
+    m_mesh = other.m_mesh;
+}
+
+KrTriPhysicalExtent::KeptIndexedMesh& KrTriPhysicalExtent::KeptIndexedMesh::operator=(const KeptIndexedMesh& other)
+{
+    // By way of a copy: never both locks at once.
+    set(KeptIndexedMesh(other).m_mesh);
+    return *this;
+}
+
+// Made under the lock: a second thread waits for the first one's instead of making its own.
+std::shared_ptr<const KrIndexedMesh> KrTriPhysicalExtent::KeptIndexedMesh::get(const KrTriPhysicalExtent& mesh)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_mesh) {
+        m_mesh = KrIndexedMesh::make(mesh);
+    }
+    return m_mesh;
+}
+
+void KrTriPhysicalExtent::KeptIndexedMesh::set(const std::shared_ptr<const KrIndexedMesh>& indexedMesh)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_mesh = indexedMesh;
+}
+
 KrXmlToken KrTriPhysicalExtent::token() const
 {
     return {KrXmlNamespace::core(), "mesh"};
@@ -308,6 +363,7 @@ void KrTriPhysicalExtent::registerComponents()
 // The lists stand in the object already; a refused document throws the object away.
 bool KrTriPhysicalExtent::completeRead(KrXmlReader& reader)
 {
+    m_indexedMesh.set(nullptr);
     MeshCheck check(m_vertices, m_normals, m_textureCoordinates, m_groups);
     // The base class first: it marks the extent as changed, whatever the check finds.
     return KrBasePhysicalExtent::completeRead(reader) && (check.run() || reader.fail("%s", check.problem().c_str()));

@@ -7,7 +7,11 @@
 #include <toolkit/math/KrXmlVectorVector.h>
 #include <toolkit/xml/KrXmlPairType.h>
 
+#include <memory>
+#include <mutex>
 #include <string>
+
+class KrIndexedMesh;
 
 /// A triangle mesh in named groups, each group with one material.
 ///
@@ -52,6 +56,13 @@ public:
     /// A copy with the vertices and normals moved by `pose`, its placement the identity.
     boost::shared_ptr<KrTriPhysicalExtent> transformed(const KrCoordinateSystemTransformation& pose) const;
 
+    /// The mesh with shared vertices, as it is drawn; never null. Made on first use, kept until the mesh is set anew,
+    /// shared with copies. Several threads may ask one extent.
+    std::shared_ptr<const KrIndexedMesh> indexedMesh() const;
+    /// Gives the mesh a form that was made of the same lists before; null has it made on next use.
+    /// @return false for one that is not consistent or has other groups; the form is then as it was
+    bool setIndexedMesh(const std::shared_ptr<const KrIndexedMesh>& indexedMesh);
+
     KrXmlToken token() const override;
     void registerComponents() override;
 
@@ -61,9 +72,26 @@ protected:
     boost::shared_ptr<const KrTriPhysicalExtent> makePlacedTriangles() const override;
 
 private:
+    /// The indexed mesh, if there is one yet, and the lock under which it is made. Copies share what is there.
+    class KeptIndexedMesh
+    {
+    public:
+        KeptIndexedMesh() = default;
+        KeptIndexedMesh(const KeptIndexedMesh& other);
+        KeptIndexedMesh& operator=(const KeptIndexedMesh& other);
+
+        std::shared_ptr<const KrIndexedMesh> get(const KrTriPhysicalExtent& mesh);
+        void set(const std::shared_ptr<const KrIndexedMesh>& indexedMesh);
+
+    private:
+        mutable std::mutex m_mutex;
+        std::shared_ptr<const KrIndexedMesh> m_mesh;
+    };
+
     KrXmlVectorVector m_vertices;
     KrXmlVectorVector m_normals;
     KrXmlVectorType<KrPlanarVector> m_textureCoordinates;
     KrXmlVectorType<Group> m_groups;
     KrMaterialMap m_materialMap;
+    mutable KeptIndexedMesh m_indexedMesh;
 };

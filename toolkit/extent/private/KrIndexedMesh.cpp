@@ -1,0 +1,220 @@
+#include <toolkit/extent/private/KrIndexedMesh.h>
+
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/extent/private/KrClosedSurface.h>
+#include <toolkit/extent/private/KrVertexTable.h>
+
+#include <meshoptimizer.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace
+{
+
+using TriangleList = KrXmlVectorType<KrTriangle>;
+
+/// Position and normal.
+constexpr std::size_t kVertexWidth = 6;
+
+/// Makes level 0 of a mesh, step by step.
+class LevelZero
+{
+public:
+    explicit LevelZero(const KrTriPhysicalExtent& mesh)
+        : m_mesh(mesh)
+        , m_hasTextureCoordinates(!mesh.textureCoordinates().empty())
+        , m_width(m_hasTextureCoordinates ? kVertexWidth + 2 : kVertexWidth)
+        , m_vertices(m_width)
+    {
+    }
+
+    KrIndexedMesh run();
+
+private:
+    bool isInRange(const TriangleList& triangles) const;
+    void addGroup(const TriangleList& triangles);
+    std::uint32_t vertexOf(const KrTriangle& triangle, unsigned int corner);
+    std::vector<std::uint32_t> positionsOfCorners(KrVertexTable& positions) const;
+    void orderTriangles(const KrIndexedMesh::Range& group, const std::uint32_t* positions);
+    void orderVertices();
+
+    const KrTriPhysicalExtent& m_mesh;
+    bool m_hasTextureCoordinates;
+    std::size_t m_width; ///< floats of a vertex in the table: with its texture coordinates behind it
+    KrVertexTable m_vertices;
+    KrIndexedMesh m_result;
+};
+
+KrIndexedMesh LevelZero::run()
+{
+    m_result.levels.resize(1);
+    m_result.indices.reserve(3 * m_mesh.numTriangles());
+    for (const KrTriPhysicalExtent::Group& group : m_mesh.groups()) {
+        addGroup(group.second());
+    }
+    KrVertexTable positions(3);
+    const std::vector<std::uint32_t> corners = positionsOfCorners(positions);
+    m_result.isClosed = KrClosedSurface::isClosed(positions.rows(), corners);
+    for (const KrIndexedMesh::Range& group : m_result.levels[0].groups) {
+        orderTriangles(group, corners.data() + group.first);
+    }
+    orderVertices();
+    return std::move(m_result);
+}
+
+// Checked on entry to the mesh; a list of indices that is none draws nothing, as the shape's own way does.
+bool LevelZero::isInRange(const TriangleList& triangles) const
+{
+    const std::size_t numVertices = m_mesh.vertices().size();
+    const std::size_t numNormals = m_mesh.normals().size();
+    const std::size_t numCoordinates = m_mesh.textureCoordinates().size();
+    return std::all_of(triangles.begin(), triangles.end(), [&](const KrTriangle& triangle) {
+        for (unsigned int corner = 0; corner < 3; ++corner) {
+            if (triangle.vertex(corner) >= numVertices || triangle.normal(corner) >= numNormals ||
+                (m_hasTextureCoordinates && triangle.textureCoordinate(corner) >= numCoordinates)) {
+                return false;
+            }
+        }
+        return true;
+    });
+}
+
+void LevelZero::addGroup(const TriangleList& triangles)
+{
+    KrIndexedMesh::Range range;
+    range.first = static_cast<std::uint32_t>(m_result.indices.size());
+    if (isInRange(triangles)) {
+        for (const KrTriangle& triangle : triangles) {
+            for (unsigned int corner = 0; corner < 3; ++corner) {
+                m_result.indices.push_back(vertexOf(triangle, corner));
+            }
+        }
+    }
+    range.count = static_cast<std::uint32_t>(m_result.indices.size()) - range.first;
+    m_result.levels[0].groups.push_back(range);
+}
+
+// By the values: exporters write a vertex, and even more so a normal, once for each triangle that has it.
+std::uint32_t LevelZero::vertexOf(const KrTriangle& triangle, unsigned int corner)
+{
+    const KrVector& position = m_mesh.vertices()[triangle.vertex(corner)];
+    const KrVector& normal = m_mesh.normals()[triangle.normal(corner)];
+    std::array<float, kVertexWidth + 2> row = {static_cast<float>(position.x()), static_cast<float>(position.y()),
+                                               static_cast<float>(position.z()), static_cast<float>(normal.x()),
+                                               static_cast<float>(normal.y()),   static_cast<float>(normal.z())};
+    if (m_hasTextureCoordinates) {
+        const KrPlanarVector& uv = m_mesh.textureCoordinates()[triangle.textureCoordinate(corner)];
+        row[kVertexWidth] = static_cast<float>(uv.u());
+        row[kVertexWidth + 1] = static_cast<float>(uv.v());
+    }
+    return m_vertices.number(row.data());
+}
+
+/// For each index the number of its vertex's position.
+std::vector<std::uint32_t> LevelZero::positionsOfCorners(KrVertexTable& positions) const
+{
+    std::vector<std::uint32_t> positionOfVertex(m_vertices.size());
+    for (std::size_t i = 0; i < positionOfVertex.size(); ++i) {
+        const float* const vertex = &m_vertices.rows()[i * m_width];
+        // Adding 0 makes 0 of -0, which is the same place.
+        const float position[3] = {vertex[0] + 0.0f, vertex[1] + 0.0f, vertex[2] + 0.0f};
+        positionOfVertex[i] = positions.number(position);
+    }
+    std::vector<std::uint32_t> corners(m_result.indices.size());
+    std::transform(m_result.indices.begin(), m_result.indices.end(), corners.begin(),
+                   [&positionOfVertex](std::uint32_t index) { return positionOfVertex[index]; });
+    return corners;
+}
+
+/// Whether two triangles have the same three positions, in whatever order.
+bool areDoubled(const std::uint32_t* corners, std::size_t numCorners)
+{
+    std::vector<std::array<std::uint32_t, 3>> triangles;
+    triangles.reserve(numCorners / 3);
+    for (std::size_t i = 0; i < numCorners; i += 3) {
+        std::array<std::uint32_t, 3> triangle = {corners[i], corners[i + 1], corners[i + 2]};
+        std::sort(triangle.begin(), triangle.end());
+        // One without an area is not seen, whatever covers it.
+        if (triangle[0] != triangle[1] && triangle[1] != triangle[2]) {
+            triangles.push_back(triangle);
+        }
+    }
+    std::sort(triangles.begin(), triangles.end());
+    return std::adjacent_find(triangles.begin(), triangles.end()) != triangles.end();
+}
+
+void LevelZero::orderTriangles(const KrIndexedMesh::Range& group, const std::uint32_t* positions)
+{
+    if (areDoubled(positions, group.count)) {
+        return;
+    }
+    // The library keeps a record for every vertex up to the last one; those before the first one are left out. What is
+    // still far more than the group's own is a few triangles of a large mesh, and not worth its time.
+    std::uint32_t* const begin = m_result.indices.data() + group.first;
+    std::uint32_t* const end = begin + group.count;
+    const std::uint32_t first = group.count == 0 ? 0 : *std::min_element(begin, end);
+    const std::size_t numVertices = group.count == 0 ? 0 : *std::max_element(begin, end) - first + std::size_t{1};
+    if (numVertices > std::size_t{16} * group.count) {
+        return;
+    }
+    std::for_each(begin, end, [first](std::uint32_t& index) { index -= first; });
+    // Corners keep their places in a triangle: one of them gives flat shading its colour.
+    meshopt_optimizeVertexCache(begin, begin, group.count, numVertices);
+    std::for_each(begin, end, [first](std::uint32_t& index) { index += first; });
+}
+
+// As the indices come to them first, so that they are read from front to back.
+void LevelZero::orderVertices()
+{
+    const std::size_t count = m_vertices.size();
+    std::vector<std::uint32_t> remap(count);
+    meshopt_optimizeVertexFetchRemap(remap.data(), m_result.indices.data(), m_result.indices.size(), count);
+    meshopt_remapIndexBuffer(m_result.indices.data(), m_result.indices.data(), m_result.indices.size(), remap.data());
+    m_result.vertices.resize(kVertexWidth * count);
+    m_result.textureCoordinates.resize(m_hasTextureCoordinates ? 2 * count : 0);
+    for (std::size_t i = 0; i < count; ++i) {
+        const float* const row = &m_vertices.rows()[i * m_width];
+        std::copy_n(row, kVertexWidth, &m_result.vertices[kVertexWidth * remap[i]]);
+        if (m_hasTextureCoordinates) {
+            std::copy_n(row + kVertexWidth, 2, &m_result.textureCoordinates[std::size_t{2} * remap[i]]);
+        }
+    }
+}
+
+bool areFinite(const std::vector<float>& numbers)
+{
+    return std::all_of(numbers.begin(), numbers.end(), [](float number) { return std::isfinite(number); });
+}
+
+} // namespace
+
+std::shared_ptr<const KrIndexedMesh> KrIndexedMesh::make(const KrTriPhysicalExtent& mesh)
+{
+    return std::make_shared<const KrIndexedMesh>(LevelZero(mesh).run());
+}
+
+bool KrIndexedMesh::isConsistent() const
+{
+    const std::size_t count = numVertices();
+    if (vertices.size() != kVertexWidth * count ||
+        (!textureCoordinates.empty() && textureCoordinates.size() != 2 * count) || !areFinite(vertices) ||
+        !areFinite(textureCoordinates) || levels.empty() || levels[0].error != 0.0f) {
+        return false;
+    }
+    float error = 0.0f;
+    for (const Level& level : levels) {
+        // Written so that NaN fails too.
+        if (!(level.error >= error) || !std::isfinite(level.error) || level.groups.size() != levels[0].groups.size()) {
+            return false;
+        }
+        error = level.error;
+        for (const Range& group : level.groups) {
+            if (group.count % 3 != 0 || group.first > indices.size() || group.count > indices.size() - group.first) {
+                return false;
+            }
+        }
+    }
+    return std::all_of(indices.begin(), indices.end(), [count](std::uint32_t index) { return index < count; });
+}

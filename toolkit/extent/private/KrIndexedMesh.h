@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+class KrTriPhysicalExtent;
+
+/// A triangle mesh as it goes to the graphics card: shared vertices, indices in an order that vertex caches like,
+/// and coarser levels over the same vertices.
+///
+/// Plain data, immutable once it is made; shared between shapes, windows and threads.
+class KrIndexedMesh
+{
+public:
+    /// A run of `count` indices from `first` on.
+    struct Range
+    {
+        std::uint32_t first = 0;
+        std::uint32_t count = 0;
+    };
+    struct Level
+    {
+        /// Farthest that the surface lies from that of level 0, m; 0 for level 0.
+        float error = 0.0f;
+        /// One for each group of the mesh, in its order; empty ones, too.
+        std::vector<Range> groups;
+    };
+
+    /// Level 0 of a mesh, with one vertex for all corners whose numbers are the same bits.
+    ///
+    /// Triangles keep the order of their corners. Those of a group change places for the vertex cache, except where two
+    /// triangles of the group cover each other: of equal depths the first one drawn is seen. A group that names what
+    /// the mesh does not have is empty.
+    ///
+    /// @param mesh  read during the call only; of fewer than 2^32 corners (Kr::Limits are far lower)
+    static std::shared_ptr<const KrIndexedMesh> make(const KrTriPhysicalExtent& mesh);
+
+    std::size_t numVertices() const { return vertices.size() / 6; }
+    /// Whether every index, range and level fits the lists, as it does in what `make` gives: for data out of files.
+    bool isConsistent() const;
+
+    /// Six numbers a vertex: position (m, extent's frame) and unit normal, those of the mesh in single precision.
+    std::vector<float> vertices;
+    /// Two numbers a vertex, u and v; empty for a mesh without.
+    std::vector<float> textureCoordinates;
+    /// Three a triangle, those of all levels behind one another.
+    std::vector<std::uint32_t> indices;
+    /// The finest first, errors rising: level 0 has every triangle of every group.
+    std::vector<Level> levels;
+    /// Whether the surface encloses bodies, all groups together, and every face's corners run counter-clockwise seen
+    /// from outside. An eye outside the bodies then sees the fronts of faces only. False where that is not sure.
+    bool isClosed = false;
+};
