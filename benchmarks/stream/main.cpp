@@ -1,5 +1,6 @@
-// What it costs to get every frame into memory: one capture a frame against a stream of frames, in one run.
-//   krStreamBenchmark compare SYSTEM [FRAMES [WIDTH HEIGHT]]   frames per second of both ways, allocations a frame
+// What it costs to get every frame into memory: every kind of capture against the drawing alone, in one run.
+//   krStreamBenchmark compare SYSTEM [FRAMES [WIDTH HEIGHT]]   milliseconds and allocations beyond drawing; FRAMES are
+//                                                              drawn in a turn
 //   krStreamBenchmark long SYSTEM [FRAMES]                     a tiny picture, streamed to a writing thread as krrender
 //                                                              does, and the memory held on the way
 #include "KrBenchMeasure.h"
@@ -7,24 +8,29 @@
 
 #include <picture/KrFrameWriter.h>
 #include <picture/KrFraming.h>
+#include <rendCore/capture/KrDepthCapture.h>
 #include <rendCore/capture/KrFrameStream.h>
-#include <rendCore/system/KrRenderWindow.h>
+#include <rendCore/capture/KrRenderCaptureManager.h>
+#include <rendCore/system/KrMultiRenderWindow.h>
 #include <tests/support/Allocations.h>
 #include <tests/support/Process.h>
 
 #include <GL/gl.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace
 {
 
-constexpr unsigned int kRounds = 5;
+constexpr unsigned int kRounds = 15;
+constexpr unsigned int kWarmUp = 3;         // frames, in every turn
 constexpr std::size_t kSettledAfter = 1000; // frames
 
 struct Options
@@ -46,7 +52,7 @@ bool parse(int argc, char** argv, Options& options)
     options.system = argv[2];
     const bool isLong = options.mode == "long";
     const auto number = [argv](int i) { return static_cast<unsigned int>(std::max(0, std::atoi(argv[i]))); };
-    options.frames = argc > 3 ? number(3) : isLong ? 100000 : 60;
+    options.frames = argc > 3 ? number(3) : isLong ? 100000 : 10;
     options.width = argc > 5 ? number(4) : isLong ? 32 : options.width;
     options.height = argc > 5 ? number(5) : isLong ? 24 : options.height;
     return (isLong ? options.frames > kSettledAfter : options.mode == "compare" && options.frames > 0) &&
@@ -67,77 +73,171 @@ void open(const Options& options, const KrStatedSystem& system, KrRenderWindow& 
     window.setStatedSystem(system, parameters);
 }
 
-/// Frames per second, and allocations a frame: with `new`, and all.
+/// A way to get frames: `begin`, then frames of `draw`, then `end`, which completes what is on its way; its time
+/// counts.
+struct Kind
+{
+    const char* name;
+    std::function<void()> begin;
+    std::function<void()> draw;
+    std::function<void()> end;
+};
+
+/// Of one frame: milliseconds, and allocations with `new` and with any function.
 struct Figures
 {
-    double rate = 0.0;
+    double ms = 0.0;
     double withNew = 0.0;
     double withMalloc = 0.0;
 };
 
-/// @param end  completes what is on its way; its time counts
-template <typename Draw, typename End>
-Figures measure(unsigned int frames, const Draw& draw, const End& end)
+Figures measure(unsigned int frames, const Kind& kind)
 {
+    kind.begin();
     // The first frames fill caches and the buffers of the stream.
-    for (unsigned int i = 0; i < 5; ++i) {
-        draw();
+    for (unsigned int i = 0; i < kWarmUp; ++i) {
+        kind.draw();
     }
-    end();
     const Allocations before = Allocations::now();
     const double start = KrBenchMeasure::wallSeconds();
     for (unsigned int i = 0; i < frames; ++i) {
-        draw();
+        kind.draw();
     }
-    end();
-    const double seconds = KrBenchMeasure::wallSeconds() - start;
     const Allocations made = Allocations::now() - before;
-    return {frames / seconds, double(made.withNew) / frames, double(made.withMalloc) / frames};
+    kind.end();
+    const double seconds = KrBenchMeasure::wallSeconds() - start;
+    return {1000.0 * seconds / frames, double(made.withNew) / frames, double(made.withMalloc) / frames};
 }
 
-/// The round of the middle rate.
-Figures middle(std::array<Figures, kRounds>& rounds)
+template <typename Get>
+double median(const std::vector<Figures>& rounds, const std::vector<Figures>& less, const Get& get)
 {
-    std::sort(rounds.begin(), rounds.end(), [](const Figures& a, const Figures& b) { return a.rate < b.rate; });
-    return rounds[kRounds / 2];
+    std::vector<double> values(rounds.size());
+    for (std::size_t i = 0; i < rounds.size(); ++i) {
+        values[i] = get(rounds[i]) - get(less[i]);
+    }
+    std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+    return values[values.size() / 2];
 }
 
-void print(const char* way, const Figures& figures)
+/// All kinds take turns, so that a machine that becomes busier treats them alike. The first is the drawing alone: what
+/// the others cost beyond it is told by their differences within a round.
+void takeTurns(const std::vector<Kind>& kinds, unsigned int frames)
 {
-    std::printf("%-10s %9.1f frames/s %7.1f allocations with new, %7.1f in all, a frame\n", way, figures.rate,
-                figures.withNew, figures.withMalloc);
-}
-
-/// Both ways take turns, so that a machine that becomes busier treats them alike.
-void compare(const Options& options, KrRenderWindow& window)
-{
-    KrImage image;
-    std::array<Figures, kRounds> drawn, captured, streamed;
+    std::vector<std::vector<Figures>> taken(kinds.size());
     for (unsigned int round = 0; round < kRounds; ++round) {
-        // To the end: drivers may leave a frame undrawn that is cleared before anybody looks.
-        const auto drawWhole = [&] {
-            window.renderScene(true);
-            glFinish();
-        };
-        drawn[round] = measure(options.frames, drawWhole, [] {});
-        captured[round] = measure(
-            options.frames, [&] { window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor); }, [] {});
-        const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
-        std::size_t received = 0;
-        stream->setReceiver([&received](const KrFrameStream::Frame&) { ++received; });
-        window.setDrawCallback(stream);
-        streamed[round] = measure(
-            options.frames, [&] { window.renderScene(true); }, [&] { stream->flush(); });
-        window.setDrawCallback(nullptr);
-        // With those that measure() draws before it begins.
-        if (received != options.frames + 5) {
-            throw KrBenchFailure("the stream lost frames");
+        for (std::size_t k = 0; k < kinds.size(); ++k) {
+            taken[k].push_back(measure(frames, kinds[k]));
         }
     }
-    print("drawn", middle(drawn));
-    print("captured", middle(captured));
-    print("streamed", middle(streamed));
-    std::printf("streamed : captured %.2f\n", middle(streamed).rate / middle(captured).rate);
+    std::printf("%-30s %9s %9s %9s %9s\n", "a frame", "ms", "beyond", "new", "malloc");
+    const std::vector<Figures> nothing(kRounds);
+    for (std::size_t k = 0; k < kinds.size(); ++k) {
+        const std::vector<Figures>& base = k == 0 ? nothing : taken[0];
+        const auto ms = [](const Figures& figures) { return figures.ms; };
+        std::printf("%-30s %9.2f %+9.2f %+9.1f %+9.1f\n", kinds[k].name, median(taken[k], nothing, ms),
+                    median(taken[k], taken[0], ms),
+                    median(taken[k], base, [](const Figures& figures) { return figures.withNew; }),
+                    median(taken[k], base, [](const Figures& figures) { return figures.withMalloc; }));
+    }
+}
+
+/// Draws to the end: drivers may leave a frame undrawn that is cleared before anybody looks.
+Kind drawing(KrRenderWindow& window)
+{
+    return {"drawn", [] {},
+            [&window] {
+                window.renderScene(true);
+                glFinish();
+            },
+            [] {}};
+}
+
+Kind depth(const char* name, KrRenderWindow& window, KrDepthCapture::Kind kind, std::vector<float>& depths)
+{
+    const auto capture = std::make_shared<KrDepthCapture>();
+    return {name, [] {},
+            [&window, &depths, kind, capture] {
+                KrDepthCapture::Options options;
+                options.kind = kind;
+                options.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
+                if (!capture->render(window, options, depths)) {
+                    throw KrBenchFailure("a depth could not be read");
+                }
+            },
+            [] {}};
+}
+
+Kind manager(const char* name, KrRenderWindow& window, unsigned int width, unsigned int height)
+{
+    const osg::ref_ptr<KrRenderCaptureManager> callback = new KrRenderCaptureManager;
+    callback->setCaptureSize(width, height);
+    return {name, [&window, callback] { window.setDrawCallback(callback); }, [&window] { window.renderScene(true); },
+            [&window] { window.setDrawCallback(nullptr); }};
+}
+
+Kind stream(const char* name, KrRenderWindow& window, KrFrameStream::Content content)
+{
+    const osg::ref_ptr<KrFrameStream> callback = new KrFrameStream(content);
+    return {name, [&window, callback] { window.setDrawCallback(callback); }, [&window] { window.renderScene(true); },
+            [&window, callback] {
+                if (!callback->flush()) {
+                    throw KrBenchFailure("the stream lost frames");
+                }
+                window.setDrawCallback(nullptr);
+            }};
+}
+
+Kind capture(const char* name, KrRenderWindow& window, KrImage& image, unsigned int flags)
+{
+    return {name, [] {},
+            [&window, &image, flags] {
+                if (!window.renderSceneAndCaptureImage(image, flags)) {
+                    throw KrBenchFailure("a frame could not be captured");
+                }
+            },
+            [] {}};
+}
+
+void compare(const Options& options, KrRenderWindow& window)
+{
+    KrImage color, flipped, grey, block;
+    std::vector<float> planar, euclidean;
+    const KrImageBlock middle = {options.width / 4, options.height / 4, options.width / 2, options.height / 2};
+    takeTurns({drawing(window),
+               capture("colour", window, color, KrSGWindow::CaptureColor),
+               capture("colour, flipped", window, flipped, KrSGWindow::CaptureColor | KrSGWindow::CaptureFlipped),
+               {"colour, a block of it", [] {},
+                [&] { window.renderSceneAndCaptureImage(block, KrSGWindow::CaptureColor, &middle); }, [] {}},
+               capture("depth as grey", window, grey, KrSGWindow::CaptureDepth),
+               depth("depth in metres", window, KrDepthCapture::Kind::Planar, planar),
+               depth("depth in metres, euclidean", window, KrDepthCapture::Kind::Euclidean, euclidean),
+               manager("capture manager", window, 0, 0),
+               manager("capture manager, half size", window, options.width / 2, options.height / 2),
+               stream("stream of colours", window, KrFrameStream::Content::Color),
+               stream("stream of raw depths", window, KrFrameStream::Content::DepthRaw),
+               stream("stream of depths as floats", window, KrFrameStream::Content::DepthFloat)},
+              options.frames);
+}
+
+/// Four views in tiles, of a robot of their own: one window observes a system.
+void compareViews(const Options& options)
+{
+    const KrBenchRobot robot(options.system);
+    // Together as large as the other window.
+    Options view = options;
+    view.width = std::max(1u, options.width / 2);
+    view.height = std::max(1u, options.height / 2);
+    KrMultiRenderWindow window(view.width, view.height, 4);
+    open(view, robot.system, window);
+    window.setPovParametersVector(
+        KrXmlVectorType<KrPovParameters>(std::vector<KrPovParameters>(4, window.getPovParameters())));
+    KrImage color, grey;
+    takeTurns(
+        {drawing(window),
+         {"four views, colour", [] {}, [&] { window.captureWindow(color, KrSGWindow::CaptureColor); }, [] {}},
+         {"four views, depth as grey", [] {}, [&] { window.captureWindow(grey, KrSGWindow::CaptureDepth); }, [] {}}},
+        options.frames);
 }
 
 void drawLong(const Options& options, KrRenderWindow& window)
@@ -189,7 +289,12 @@ int main(int argc, char** argv)
         KrRenderWindow window;
         open(options, robot.system, window);
         std::printf("%u x %u pixels, %s\n", options.width, options.height, window.report().renderer.c_str());
-        options.mode == "long" ? drawLong(options, window) : compare(options, window);
+        if (options.mode == "long") {
+            drawLong(options, window);
+            return 0;
+        }
+        compare(options, window);
+        compareViews(options);
         return 0;
     } catch (const KrBenchFailure& failure) {
         std::fprintf(stderr, "krStreamBenchmark: %s\n", failure.what());
