@@ -83,10 +83,11 @@ struct Kind
     std::function<void()> end;
 };
 
-/// Of one frame: milliseconds, and allocations with `new` and with any function.
+/// Of one frame: milliseconds by the clock and of processors, and allocations with `new` and with any function.
 struct Figures
 {
     double ms = 0.0;
+    double processorMs = 0.0;
     double withNew = 0.0;
     double withMalloc = 0.0;
 };
@@ -99,6 +100,7 @@ Figures measure(unsigned int frames, const Kind& kind)
         kind.draw();
     }
     const Allocations before = Allocations::now();
+    const double processorStart = KrBenchMeasure::processorSeconds();
     const double start = KrBenchMeasure::wallSeconds();
     for (unsigned int i = 0; i < frames; ++i) {
         kind.draw();
@@ -106,7 +108,9 @@ Figures measure(unsigned int frames, const Kind& kind)
     const Allocations made = Allocations::now() - before;
     kind.end();
     const double seconds = KrBenchMeasure::wallSeconds() - start;
-    return {1000.0 * seconds / frames, double(made.withNew) / frames, double(made.withMalloc) / frames};
+    const double processor = KrBenchMeasure::processorSeconds() - processorStart;
+    return {1000.0 * seconds / frames, 1000.0 * processor / frames, double(made.withNew) / frames,
+            double(made.withMalloc) / frames};
 }
 
 template <typename Get>
@@ -121,7 +125,8 @@ double median(const std::vector<Figures>& rounds, const std::vector<Figures>& le
 }
 
 /// All kinds take turns, so that a machine that becomes busier treats them alike. The first is the drawing alone: what
-/// the others cost beyond it is told by their differences within a round.
+/// the others cost beyond it is told by their differences within a round. Where other programs use the machine, too,
+/// the processors' time is the steadier one.
 void takeTurns(const std::vector<Kind>& kinds, unsigned int frames)
 {
     std::vector<std::vector<Figures>> taken(kinds.size());
@@ -130,13 +135,15 @@ void takeTurns(const std::vector<Kind>& kinds, unsigned int frames)
             taken[k].push_back(measure(frames, kinds[k]));
         }
     }
-    std::printf("%-30s %9s %9s %9s %9s\n", "a frame", "ms", "beyond", "new", "malloc");
+    std::printf("%-30s %9s %9s %9s %9s %9s %9s\n", "a frame", "ms", "beyond", "cpu ms", "beyond", "new", "malloc");
     const std::vector<Figures> nothing(kRounds);
+    const auto ms = [](const Figures& figures) { return figures.ms; };
+    const auto processorMs = [](const Figures& figures) { return figures.processorMs; };
     for (std::size_t k = 0; k < kinds.size(); ++k) {
         const std::vector<Figures>& base = k == 0 ? nothing : taken[0];
-        const auto ms = [](const Figures& figures) { return figures.ms; };
-        std::printf("%-30s %9.2f %+9.2f %+9.1f %+9.1f\n", kinds[k].name, median(taken[k], nothing, ms),
-                    median(taken[k], taken[0], ms),
+        std::printf("%-30s %9.2f %+9.2f %9.2f %+9.2f %+9.1f %+9.1f\n", kinds[k].name, median(taken[k], nothing, ms),
+                    median(taken[k], taken[0], ms), median(taken[k], nothing, processorMs),
+                    median(taken[k], taken[0], processorMs),
                     median(taken[k], base, [](const Figures& figures) { return figures.withNew; }),
                     median(taken[k], base, [](const Figures& figures) { return figures.withMalloc; }));
     }

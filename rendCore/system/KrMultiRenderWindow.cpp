@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace
 {
@@ -18,6 +19,22 @@ namespace
 constexpr std::uint64_t kLargest = KrMultiRenderWindow::kLargestSize;
 // A pixel for each view, in the largest window there is.
 constexpr unsigned int kMostViews = KrMultiRenderWindow::kLargestSize * KrMultiRenderWindow::kLargestSize;
+
+/// Whether the main camera and all views show `scene`.
+bool isShownByAll(osgViewer::Viewer& viewer, osg::Node* scene)
+{
+    if (viewer.getSceneData() != scene || !viewer.getCamera()->containsNode(scene)) {
+        return false;
+    }
+    for (unsigned int i = 0; i < viewer.getNumSlaves(); ++i) {
+        const osg::View::Slave& slave = viewer.getSlave(i);
+        // One that a client has added may show something of its own.
+        if (slave._useMastersSceneData && !slave._camera->containsNode(scene)) {
+            return false;
+        }
+    }
+    return true;
+}
 
 // By way of "%s": a message is text, whatever is in it.
 void warn(const char* message)
@@ -67,6 +84,7 @@ bool KrMultiRenderWindow::closeWindow()
         m_target->releaseGLObjects(m_graphicsWindow->getState());
     }
     m_target = nullptr;
+    m_windowCapture = nullptr;
     // Cameras belong to a viewer: the next one gets its own, in the same number.
     std::fill(m_views.begin(), m_views.end(), nullptr);
     return KrRenderWindow::closeWindow();
@@ -223,8 +241,11 @@ bool KrMultiRenderWindow::init()
     if (!m_overlayCamera->getCullCallback()) {
         m_overlayCamera->setCullCallback(new KrOverlayOnce);
     }
-    // Set again when the views are there: slaves share the viewer's scene.
-    m_viewer->setSceneData(m_sceneRoot);
+    // Set again when the views are there: slaves share the viewer's scene. Only then, as it sets the viewer's clock to
+    // 0 and allocates, and every capture asks for an open window.
+    if (!isShownByAll(*m_viewer, m_sceneRoot)) {
+        m_viewer->setSceneData(m_sceneRoot);
+    }
     return true;
 }
 
@@ -342,9 +363,21 @@ bool KrMultiRenderWindow::captureWindow(KrImage& image, unsigned int flags)
     }
     // Put back, unlike a one-off capture's of the base.
     const osg::ref_ptr<DrawCallback> previous = getDrawCallback();
-    const osg::ref_ptr<KrTiledCapture> capture = new KrTiledCapture(image, flags, surfaceWidth(), surfaceHeight());
+    // Taken, not borrowed: whoever is called in the frame may capture, or close the window.
+    osg::ref_ptr<KrTiledCapture> capture = std::exchange(m_windowCapture, nullptr);
+    if (!capture.valid() || !capture->isReusable()) {
+        capture = new KrTiledCapture;
+    }
+    capture->setCapture(&image, flags);
+    capture->setWindowSize(surfaceWidth(), surfaceHeight());
     setDrawCallback(capture);
     const bool isDrawn = renderScene(true);
     setDrawCallback(previous);
-    return isDrawn && capture->isDone();
+    // The image is the caller's.
+    capture->setCapture(nullptr, flags);
+    const bool isDone = isDrawn && capture->isDone();
+    if (m_viewer && capture->isReusable()) {
+        m_windowCapture = capture;
+    }
+    return isDone;
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 class KrEmptyTiles;
+class KrTiledCapture;
 class KrViewFollower;
 
 namespace osg
@@ -149,6 +150,7 @@ private:
     osg::ref_ptr<KrEmptyTiles> m_emptyTiles; ///< the present viewer's; null before it has views
     KrTileGrid m_grid; ///< the latest layout that was not refused; without one view 0 fills the window
     osg::ref_ptr<osg::FrameBufferObject> m_target; ///< of all views when off-screen; else null
+    osg::ref_ptr<KrTiledCapture> m_windowCapture;  ///< of captureWindow, kept: the next one allocates nothing
     osg::Matrixd m_reference;                      ///< world to camera of view 0, by which the others are placed
     KrPovParameters m_referencePov;                ///< the same as a point of view
 };

@@ -15,6 +15,9 @@
 namespace
 {
 
+// A picture of 4096 x 4096 pixels, or nearly. Larger ones are rare, and a window may never capture again.
+constexpr unsigned int kMostBytesKept = 64u << 20;
+
 osg::Camera::BufferComponent bufferFor(std::uint32_t flags)
 {
     return (flags & KrSGWindow::CaptureDepth) ? osg::Camera::DEPTH_BUFFER : osg::Camera::COLOR_BUFFER;
@@ -76,6 +79,12 @@ KrSGWindow::ImageCaptureDrawCallback::ImageCaptureDrawCallback(KrImage* target, 
     , m_captureFlags(flags)
     , m_sceneImage(new KrCapturedImage)
 {
+}
+
+bool KrSGWindow::ImageCaptureDrawCallback::isReusable() const
+{
+    return referenceCount() == 1 && m_sceneImage->referenceCount() == 1 &&
+           m_sceneImage->getTotalSizeInBytes() <= kMostBytesKept;
 }
 
 void KrSGWindow::ImageCaptureDrawCallback::setCapture(KrImage* target, unsigned int flags)

@@ -41,6 +41,9 @@ public:
 
     /// The frame as it was read: width x height, row 0 at the bottom; RGB bytes, or depths as 32-bit unsigned integers.
     osg::ref_ptr<osg::Image> getCapturedImage() const { return m_sceneImage; }
+    /// For its one holder, after a frame: whether it may serve for another capture. No, when somebody else holds it or
+    /// its image, or the image takes too much memory to be kept.
+    bool isReusable() const;
 
 protected:
     ~ImageCaptureDrawCallback() override = default;

@@ -317,6 +317,7 @@ bool KrSGWindow::closeWindow()
         }
         releaseViewer();
         m_sceneRoot = nullptr;
+        m_capture = nullptr;
         // Kept: after the viewer and the root, so that nothing is left to draw with what the table of textures lets go.
         KrSGTexture::removeTexturesFromContext(this);
         // Within a frame: whoever draws it does not get at the context any more.

@@ -247,6 +247,8 @@ private:
     friend class KrSGBaseInputHandler; // keeps m_link
     std::shared_ptr<KrSGWindow*> m_link = std::make_shared<KrSGWindow*>(this);
     osg::ref_ptr<osg::Group> m_imageQuad; ///< null before the first image
+    /// Of renderSceneAndCaptureImage, with the image that is read into: kept, so that the next one allocates nothing.
+    osg::ref_ptr<ImageCaptureDrawCallback> m_capture;
     bool m_appliedOrthographic = false;
     std::optional<KrCameraIntrinsics> m_intrinsics;
 };

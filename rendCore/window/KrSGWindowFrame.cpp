@@ -26,6 +26,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <utility>
 
 namespace
 {
@@ -213,12 +214,23 @@ bool KrSGWindow::renderSceneAndCaptureImage(KrImage& image, unsigned int flags)
     if (previous.valid()) {
         Kr::Print::instance()->write(Kr::Print::Error, "Capturing image with a callback already in place.\n");
     }
-    setDrawCallback(new ImageCaptureDrawCallback(&image, flags));
+    // Nobody else holds the one of the capture before, nor its image: then this one is as good as new.
+    osg::ref_ptr<ImageCaptureDrawCallback> capture = std::exchange(m_capture, nullptr);
+    if (!capture.valid() || !capture->isReusable()) {
+        capture = new ImageCaptureDrawCallback(nullptr, flags);
+    }
+    capture->setCapture(&image, flags);
+    setDrawCallback(capture);
     const bool rendered = renderScene(true);
     // Kept: the callback that was there is not put back. A capture manager gets no more frames until its client sets it
     // again.
     setDrawCallback(nullptr);
     previous = nullptr;
+    // The image is the caller's. A window that was closed in the frame, or is, keeps no memory.
+    capture->setCapture(nullptr, flags);
+    if (m_viewer && capture->isReusable()) {
+        m_capture = capture;
+    }
     return rendered;
 }
 

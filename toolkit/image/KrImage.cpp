@@ -136,8 +136,10 @@ bool KrImage::getSubimage(const KrImageBlock& block, KrImage& out) const
 
     const std::size_t rowBytes = std::size_t(m_width) * m_channels;
     const std::size_t blockRowBytes = std::size_t(block.width) * m_channels;
-    // In a picture of its own: `out` may be this one.
-    Bytes pixels;
+    // In a picture of its own where `out` is this one; else in the storage that is there, which a block of the size of
+    // the one before fills again.
+    Bytes own;
+    Bytes& pixels = &out == this ? own : out.m_data;
     if (!fill(pixels, m_channels, 0, block.width, block.height)) {
         return false;
     }
@@ -145,7 +147,9 @@ bool KrImage::getSubimage(const KrImageBlock& block, KrImage& out) const
         std::memcpy(pixels.data() + row * blockRowBytes,
                     m_data.data() + (block.y + row) * rowBytes + std::size_t(block.x) * m_channels, blockRowBytes);
     }
-    out.m_data.swap(pixels);
+    if (&out == this) {
+        out.m_data.swap(own);
+    }
     out.m_flipped.clear();
     out.setSize(block.width, block.height, m_channels);
     return true;

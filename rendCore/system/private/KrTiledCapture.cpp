@@ -1,6 +1,5 @@
 #include <rendCore/system/private/KrTiledCapture.h>
 
-#include <rendCore/window/private/KrCapturedImage.h>
 #include <rendCore/window/private/KrRenderStages.h>
 
 #include <osgViewer/Viewer>
@@ -9,9 +8,12 @@
 #include <cmath>
 #include <cstring>
 
-KrTiledCapture::KrTiledCapture(KrImage& target, unsigned int flags, int width, int height)
-    : ImageCaptureDrawCallback(&target, flags)
-    , m_isDepth((flags & KrSGWindow::CaptureDepth) != 0)
+KrTiledCapture::KrTiledCapture()
+    : ImageCaptureDrawCallback(nullptr, KrSGWindow::CaptureColor)
+{
+}
+
+void KrTiledCapture::setWindowSize(int width, int height)
 {
     m_width = static_cast<std::uint32_t>(width);
     m_height = static_cast<std::uint32_t>(height);
@@ -19,6 +21,8 @@ KrTiledCapture::KrTiledCapture(KrImage& target, unsigned int flags, int width, i
 
 bool KrTiledCapture::preRender(osgViewer::Viewer* viewer)
 {
+    m_isDone = false;
+    m_numTiles = 0;
     // The main camera draws the first tile; it is no slave.
     attach(*viewer->getCamera(), *viewer);
     for (unsigned int i = 0; i < viewer->getNumSlaves(); ++i) {
@@ -29,17 +33,18 @@ bool KrTiledCapture::preRender(osgViewer::Viewer* viewer)
 
 bool KrTiledCapture::postRender(osgViewer::Viewer* viewer)
 {
-    for (const Tile& tile : m_tiles) {
+    for (std::size_t i = 0; i < m_numTiles; ++i) {
         // An image that stays attached would be read in every later frame.
-        tile.stage->attach(buffer(), nullptr);
+        m_tiles[i].stage->attach(buffer(), nullptr);
+        m_tiles[i].stage = nullptr;
     }
-    if (!KrCapturedImage::allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height), m_isDepth)) {
+    if (!KrCapturedImage::allocate(*m_sceneImage, static_cast<int>(m_width), static_cast<int>(m_height), isDepth())) {
         return false;
     }
     // Places without a view look as the empty tiles of the window do.
     fill(viewer->getCamera()->getClearColor());
-    for (const Tile& tile : m_tiles) {
-        paste(tile);
+    for (std::size_t i = 0; i < m_numTiles; ++i) {
+        paste(m_tiles[i]);
     }
     // From here on it is a frame like any other: flipping and depths are the base's.
     m_isDone = ImageCaptureDrawCallback::postRender(viewer) && m_target->sizeInBytes() > 0;
@@ -56,18 +61,20 @@ void KrTiledCapture::attach(osg::Camera& camera, osgViewer::Viewer& viewer)
     }
     // Before `attach`, which a later set-up would undo.
     KrRenderStages::setUp(*stage, camera, viewer);
-    Tile tile;
-    tile.stage = stage;
-    // One for each view: a stage reads what its own camera has drawn.
-    const osg::ref_ptr<KrCapturedImage> image = new KrCapturedImage;
-    image->setContext(camera.getGraphicsContext() ? camera.getGraphicsContext()->getState() : nullptr);
-    tile.image = image;
+    if (m_numTiles == m_tiles.size()) {
+        // One image for each view: a stage reads what its own camera has drawn.
+        m_tiles.emplace_back();
+        m_tiles.back().image = new KrCapturedImage;
+    }
+    Tile& tile = m_tiles[m_numTiles];
+    tile.image->setContext(camera.getGraphicsContext() ? camera.getGraphicsContext()->getState() : nullptr);
     tile.x = static_cast<unsigned int>(viewport->x());
     tile.y = static_cast<unsigned int>(viewport->y());
     if (KrCapturedImage::allocate(*tile.image, static_cast<int>(viewport->width()),
-                                  static_cast<int>(viewport->height()), m_isDepth)) {
+                                  static_cast<int>(viewport->height()), isDepth())) {
         stage->attach(buffer(), tile.image);
-        m_tiles.push_back(tile);
+        tile.stage = stage;
+        ++m_numTiles;
     }
 }
 
@@ -75,7 +82,7 @@ void KrTiledCapture::attach(osg::Camera& camera, osgViewer::Viewer& viewer)
 void KrTiledCapture::fill(const osg::Vec4& color)
 {
     unsigned char* out = m_sceneImage->data();
-    if (m_isDepth) {
+    if (isDepth()) {
         // All ones is the farthest depth.
         std::memset(out, 0xFF, m_sceneImage->getTotalSizeInBytes());
         return;

@@ -1,3 +1,4 @@
+#include <rendCore/capture/KrDepthCapture.h>
 #include <rendCore/capture/KrFrameStream.h>
 #include <rendCore/system/KrRenderWindow.h>
 
@@ -13,6 +14,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -201,14 +203,65 @@ TEST_F(KrFrameStreamTest, AllocatesNothingAFrame)
         EXPECT_EQ(allocationsOf(kFrames), withoutStream);
         EXPECT_GE(bytes, 22u * 64u * 48u * 3u);
     }
-    // A capture pays for its callback and its image each time: the count above can fail.
     window->setDrawCallback(nullptr);
-    window->renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor);
-    const std::size_t before = Allocations::now().withNew;
-    for (unsigned int i = 0; i < kFrames; ++i) {
-        window->renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor);
+
+    // Captures one by one: all the same, a block of a frame, and grey and metric depths.
+    const auto capturesOf = [](unsigned int frames, const std::function<void()>& capture) {
+        capture();
+        const std::size_t before = Allocations::now().withNew;
+        for (unsigned int i = 0; i < frames; ++i) {
+            capture();
+        }
+        return Allocations::now().withNew - before;
+    };
+    constexpr unsigned int kKinds[] = {KrSGWindow::CaptureColor, KrSGWindow::CaptureColor | KrSGWindow::CaptureFlipped,
+                                       KrSGWindow::CaptureDepth};
+    for (const unsigned int flags : kKinds) {
+        const auto capture = [&] { window->renderSceneAndCaptureImage(image, flags); };
+        EXPECT_EQ(capturesOf(kFrames, capture), withoutStream) << "flags " << flags;
     }
-    EXPECT_GT(Allocations::now().withNew - before, withoutStream);
+    const KrImageBlock block = {5, 7, 33, 20};
+    KrImage part;
+    EXPECT_EQ(capturesOf(kFrames, [&] { window->renderSceneAndCaptureImage(part, KrSGWindow::CaptureColor, &block); }),
+              withoutStream);
+    KrDepthCapture depth;
+    std::vector<float> depths;
+    EXPECT_EQ(capturesOf(kFrames, [&] { depth.render(*window, {}, depths); }), withoutStream);
+    // An image that is new each time: the counts above can fail.
+    EXPECT_GT(capturesOf(kFrames,
+                         [&] {
+                             KrImage another;
+                             window->renderSceneAndCaptureImage(another, KrSGWindow::CaptureColor);
+                         }),
+              withoutStream);
+}
+
+TEST_F(KrFrameStreamTest, ACaptureThatSomebodyKeepsIsNotReadInto)
+{
+    // A subclass may take hold of what the window installs for a capture.
+    class Holder : public KrRenderWindow
+    {
+    public:
+        void setDrawCallback(osg::ref_ptr<DrawCallback> callback) override
+        {
+            if (auto* const capture = dynamic_cast<ImageCaptureDrawCallback*>(callback.get())) {
+                captured = capture->getCapturedImage();
+            }
+            KrRenderWindow::setDrawCallback(callback);
+        }
+        osg::ref_ptr<osg::Image> captured;
+    };
+    Holder holder;
+    holder.setHideWindow(true);
+    holder.setWindowSize(16, 16);
+    holder.setBackgroundColor(KrColor(1.0, 0.0, 0.0));
+    ASSERT_TRUE(holder.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
+    const osg::ref_ptr<osg::Image> kept = holder.captured;
+    holder.setBackgroundColor(KrColor(0.0, 1.0, 0.0));
+    ASSERT_TRUE(holder.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor));
+    EXPECT_NE(holder.captured, kept);
+    EXPECT_EQ(kept->data()[0], 255);
+    EXPECT_EQ(image.data()[0], 0);
 }
 
 TEST_F(KrFrameStreamTest, FollowsTheWindowsSize)
