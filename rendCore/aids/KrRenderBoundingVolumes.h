@@ -9,7 +9,10 @@
 
 /// Adds the bounding volumes of each link's first shape to a scene, under the link's DH frame node.
 ///
-/// Drawn when the window's display mask has the bit KrRenderTypes::BoundingVolumes. Static operations only.
+/// Drawn when the window's display mask has the bit KrRenderTypes::BoundingVolumes. Links and robots that share an
+/// extent share what is drawn of its volumes. In the scene of a KrRenderWindow the volumes have their nodes, looks and
+/// bounds from loading on; their vertices, normals and primitive sets are empty until they are seen for the first time:
+/// culled, or met by a visitor that walks only what a mask shows. Static operations only.
 class KrRenderBoundingVolumes
 {
 public:

@@ -4,7 +4,9 @@
 
 /// Adds the ellipsoid of each link's mass properties to a scene, under the link's DH frame node.
 ///
-/// Drawn when the window's display mask has the bit KrRenderTypes::MassProperties. Static operations only.
+/// Drawn when the window's display mask has the bit KrRenderTypes::MassProperties. Links with equal properties share
+/// what is drawn. In the scene of a KrRenderWindow the ellipsoids have their nodes, look and bounds from loading on,
+/// and their corners when they are first seen, as bounding volumes (KrRenderBoundingVolumes). Static operations only.
 class KrRenderMassProperties
 {
 public:

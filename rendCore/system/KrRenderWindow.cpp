@@ -1,9 +1,9 @@
 #include <rendCore/system/KrRenderWindow.h>
 
 #include <rendCore/aids/KrRenderAxis.h>
-#include <rendCore/aids/KrRenderBoundingVolumes.h>
 #include <rendCore/aids/KrRenderCollisionShapes.h>
-#include <rendCore/aids/KrRenderMassProperties.h>
+#include <rendCore/aids/private/KrEllipsoidMaker.h>
+#include <rendCore/aids/private/KrVolumeMaker.h>
 #include <rendCore/base/private/KrTraversalStack.h>
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderManipulator.h>
@@ -169,11 +169,13 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     // The old nodes go before the new ones are built: shapes that are still alive would be taken for shared ones, and
     // stand in no map of the new nodes.
     m_renderManipulators.assign(manipulators.size(), nullptr);
+    // Aids are hidden in most scenes, and the robots of a scene are often copies of one.
+    KrVolumeMaker volumes(KrVolumeMaker::Corners::WhenSeen);
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
         m_renderManipulators[i] = new KrRenderManipulator(manipulators[i], i);
         m_sceneRoot->addChild(m_renderManipulators[i]);
         // Kept: manipulator by manipulator, whose volumes look as its own maps say.
-        KrRenderBoundingVolumes::init(m_renderManipulators[i], manipulators[i].dataMaps());
+        volumes.addTo(*m_renderManipulators[i], manipulators[i].dataMaps());
     }
     m_markTransfer->giveBack();
     // For `updateScene`, which shows a selection that stands on the new nodes.
@@ -190,7 +192,7 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     m_areBodiesTold = false;
     // Kept: axes and masses after the input handler, which has measured the scene without them.
     KrRenderAxis::init(m_sceneRoot);
-    KrRenderMassProperties::init(m_sceneRoot);
+    KrEllipsoidMaker(KrEllipsoidMaker::Corners::WhenSeen).addTo(*m_sceneRoot);
     m_lacksCollisionShapes = true;
     buildShownCollisionShapes();
     return true;

@@ -28,16 +28,20 @@ void KrArrayPool::share(osg::Geode& geode)
     for (unsigned int i = 0; i < geode.getNumDrawables(); ++i) {
         osg::Geometry* const geometry = geode.getDrawable(i)->asGeometry();
         // A geode may hold text and other drawables that have no arrays.
-        if (geometry == nullptr) {
-            continue;
+        if (geometry != nullptr) {
+            share(*geometry);
         }
-        // One pool for vertices, normals and coordinates alike: equal arrays are equal whatever they are for.
-        geometry->setVertexArray(shared(geometry->getVertexArray()));
-        geometry->setNormalArray(shared(geometry->getNormalArray()));
-        // Setting none would make room for a unit that the geometry does not have.
-        if (geometry->getTexCoordArray(0) != nullptr) {
-            geometry->setTexCoordArray(0, shared(geometry->getTexCoordArray(0)));
-        }
+    }
+}
+
+void KrArrayPool::share(osg::Geometry& geometry)
+{
+    // One pool for vertices, normals and coordinates alike: equal arrays are equal whatever they are for.
+    geometry.setVertexArray(shared(geometry.getVertexArray()));
+    geometry.setNormalArray(shared(geometry.getNormalArray()));
+    // Setting none would make room for a unit that the geometry does not have.
+    if (geometry.getTexCoordArray(0) != nullptr) {
+        geometry.setTexCoordArray(0, shared(geometry.getTexCoordArray(0)));
     }
 }
 

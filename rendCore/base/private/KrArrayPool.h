@@ -2,6 +2,7 @@
 
 #include <osg/Array>
 #include <osg/Geode>
+#include <osg/Geometry>
 #include <osg/ref_ptr>
 
 #include <cstddef>
@@ -14,6 +15,7 @@ class KrArrayPool
 public:
     /// Puts arrays that an earlier call has seen in place of equal ones.
     void share(osg::Geode& geode);
+    void share(osg::Geometry& geometry);
 
 private:
     osg::Array* shared(osg::Array* array);

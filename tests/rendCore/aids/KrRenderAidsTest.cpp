@@ -7,6 +7,7 @@
 #include <tests/support/ShapeTestMesh.h>
 #include <tests/support/Systems.h>
 
+#include <osg/Geometry>
 #include <osg/NodeVisitor>
 #include <osgUtil/Statistics>
 #include <osgViewer/Renderer>
@@ -108,6 +109,47 @@ protected:
 
     KrStatedSystem system{Systems::twoBoxes()};
     KrRenderWindow window;
+};
+
+/// The geometries below nodes of one mask, hidden ones too, and what they are drawn from.
+class AidGeometries : public osg::NodeVisitor
+{
+public:
+    explicit AidGeometries(unsigned int mask)
+        : osg::NodeVisitor(osg::NodeVisitor::TRAVERSE_ALL_CHILDREN)
+        , m_mask(mask)
+    {
+        setNodeMaskOverride(~0u);
+    }
+    using osg::NodeVisitor::apply;
+    void apply(osg::Node& node) override
+    {
+        const bool wasInside = m_isInside;
+        m_isInside = m_isInside || node.getNodeMask() == m_mask;
+        traverse(node);
+        m_isInside = wasInside;
+    }
+    void apply(osg::Geometry& geometry) override
+    {
+        if (m_isInside) {
+            found.push_back(&geometry);
+            EXPECT_NE(geometry.getStateSet(), nullptr);
+            EXPECT_TRUE(geometry.getBoundingBox().valid());
+        }
+    }
+    unsigned int numFilled() const
+    {
+        return static_cast<unsigned int>(std::count_if(found.begin(), found.end(), [](const osg::Geometry* geometry) {
+            return geometry->getVertexArray()->getNumElements() > 0 &&
+                   geometry->getNormalArray()->getNumElements() == geometry->getVertexArray()->getNumElements() &&
+                   geometry->getPrimitiveSet(0)->getNumIndices() > 0;
+        }));
+    }
+    std::vector<osg::Geometry*> found;
+
+private:
+    unsigned int m_mask;
+    bool m_isInside = false;
 };
 
 /// Takes every aid out of a scene.
@@ -222,6 +264,67 @@ TEST_F(KrRenderAidsTest, CollisionShapesVeilWhatIsSeenAndMoveWithTheirLink)
     window.setStatedSystem(system);
     picture();
     EXPECT_EQ(numCollisionNodes(), 2u);
+}
+
+TEST_F(KrRenderAidsTest, VolumesAndEllipsoidsAreFilledWhenSeenAndSharedByCopiesOfARobot)
+{
+    KrManipulatorSystem robots;
+    robots.manipulators().push_back(system.manipulatorSystem().manipulators()[0]);
+    robots.manipulators().push_back(system.manipulatorSystem().manipulators()[0]);
+    KrCoordinateSystemTransformation beside;
+    beside.setTranslation(KrVector(0.0, 2.0, 0.0));
+    ASSERT_TRUE(robots.manipulators().back().setPlacement(beside));
+    system = KrStatedSystem(robots);
+    window.setStatedSystem(system);
+    const std::vector<unsigned char> hidden = picture(); // the first frame compiles hidden nodes, too
+    const auto look = [this](unsigned int mask) {
+        AidGeometries aids(mask);
+        window.getNode()->accept(aids);
+        return aids;
+    };
+    const osg::BoundingSphere bound = window.getNode()->getBound();
+    const AidGeometries volumes = look(KrRenderTypes::BoundingVolumes);
+    const AidGeometries ellipsoids = look(KrRenderTypes::MassProperties);
+    ASSERT_GT(volumes.found.size(), 4u);
+    ASSERT_EQ(ellipsoids.found.size(), 2u);
+    EXPECT_EQ(volumes.numFilled() + ellipsoids.numFilled(), 0u);
+    EXPECT_EQ(ellipsoids.found[0], ellipsoids.found[1]);
+    const std::size_t numOfRobot = volumes.found.size() / 2;
+    EXPECT_TRUE(std::equal(volumes.found.begin(), volumes.found.begin() + static_cast<std::ptrdiff_t>(numOfRobot),
+                           volumes.found.end() - static_cast<std::ptrdiff_t>(numOfRobot)))
+        << "what a copy's links show is the very same";
+
+    // Picking goes by what is shown.
+    osg::NodeVisitor shown(osg::NodeVisitor::TRAVERSE_ACTIVE_CHILDREN);
+    shown.setTraversalMask(KrRenderTypes::SceneContent);
+    window.getNode()->accept(shown);
+    EXPECT_EQ(volumes.numFilled(), 0u);
+
+    window.setDisplayMask(KrRenderTypes::BoundingVolumes, true, false);
+    const std::vector<unsigned char> veiled = picture();
+    EXPECT_NE(veiled, hidden);
+    EXPECT_EQ(volumes.numFilled(), volumes.found.size() / 4) << "of four volumes of a link one is drawn";
+    EXPECT_EQ(ellipsoids.numFilled(), 0u);
+    window.setDisplayMask(KrRenderTypes::MassProperties, true, false);
+    picture();
+    EXPECT_EQ(ellipsoids.numFilled(), 2u);
+    EXPECT_EQ(window.getNode()->getBound().center(), bound.center());
+    EXPECT_EQ(window.getNode()->getBound().radius(), bound.radius());
+    for (const osg::Geometry* const ellipsoid : ellipsoids.found) {
+        osg::BoundingBox corners;
+        for (const osg::Vec3& corner : dynamic_cast<const osg::Vec3Array&>(*ellipsoid->getVertexArray())) {
+            corners.expandBy(corner);
+        }
+        EXPECT_EQ(corners._min, ellipsoid->getBoundingBox()._min);
+        EXPECT_EQ(corners._max, ellipsoid->getBoundingBox()._max);
+    }
+
+    // A copy of a node that nobody has seen is whole.
+    osg::Geometry* const unseen = volumes.found.front();
+    const osg::ref_ptr<osg::Geometry> copy = osg::clone(unseen);
+    EXPECT_GT(copy->getVertexArray()->getNumElements(), 0u);
+    window.setDisplayMask(KrRenderTypes::BoundingVolumes | KrRenderTypes::MassProperties, false, false);
+    EXPECT_EQ(picture(), hidden);
 }
 
 TEST_F(KrRenderAidsTest, RestoringASelectionGivesTheSamePicture)

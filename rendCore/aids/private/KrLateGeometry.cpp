@@ -1,0 +1,84 @@
+#include <rendCore/aids/private/KrLateGeometry.h>
+
+#include <rendCore/model/KrRenderShape.h>
+
+#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/material/KrDataMap.h>
+
+#include <utility>
+
+osg::ref_ptr<osg::Geode> KrLateGeometry::geodeFor(const osg::Geode& whole,
+                                                  const boost::shared_ptr<const KrBasePhysicalExtent>& extent,
+                                                  const std::shared_ptr<KrArrayPool>& arrays)
+{
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    for (unsigned int i = 0; i < whole.getNumDrawables(); ++i) {
+        geode->addDrawable(new KrLateGeometry(*whole.getDrawable(i)->asGeometry(), extent, i, arrays));
+    }
+    return geode;
+}
+
+KrLateGeometry::KrLateGeometry(const osg::Geometry& whole, boost::shared_ptr<const KrBasePhysicalExtent> extent,
+                               unsigned int group, std::shared_ptr<KrArrayPool> arrays)
+    : osg::Geometry(whole, osg::CopyOp(osg::CopyOp::SHALLOW_COPY))
+    , m_box(whole.getBoundingBox())
+    , m_extent(std::move(extent))
+    , m_group(group)
+    , m_arrays(std::move(arrays))
+{
+    // Empty, not missing: who walks the scene finds what every other geometry has.
+    const osg::ref_ptr<osg::Vec3Array> normals = new osg::Vec3Array;
+    setVertexArray(new osg::Vec3Array);
+    setNormalArray(normals, osg::Array::BIND_PER_VERTEX);
+    if (getTexCoordArray(0) != nullptr) {
+        setTexCoordArray(0, new osg::Vec2Array);
+    }
+    setPrimitiveSetList({new osg::DrawArrays(GL_TRIANGLES, 0, 0)});
+}
+
+void KrLateGeometry::fill()
+{
+    if (!m_extent) {
+        return;
+    }
+    const boost::shared_ptr<const KrBasePhysicalExtent> extent = std::move(m_extent);
+    const std::shared_ptr<KrArrayPool> arrays = std::move(m_arrays);
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent();
+    // A client may have given a mesh of its own fewer groups since.
+    if (!mesh || m_group >= mesh->groups().size()) {
+        return;
+    }
+    // In any material: the look is here already.
+    const osg::ref_ptr<osg::Geometry> whole =
+        KrRenderShape::addGroup(mesh.get(), mesh->groups()[m_group].second(), KrDataMap::defaultManipColor());
+    arrays->share(*whole);
+    setVertexArray(whole->getVertexArray());
+    setNormalArray(whole->getNormalArray());
+    if (whole->getTexCoordArray(0) != nullptr) {
+        setTexCoordArray(0, whole->getTexCoordArray(0));
+    }
+    setPrimitiveSetList(whole->getPrimitiveSetList());
+}
+
+osg::Object* KrLateGeometry::clone(const osg::CopyOp& copyOp) const
+{
+    // Const to callers only: what is filled in was always meant to be there.
+    const_cast<KrLateGeometry*>(this)->fill();
+    return new osg::Geometry(*this, copyOp);
+}
+
+void KrLateGeometry::accept(osg::NodeVisitor& visitor)
+{
+    // Not for every visitor: the one that compiles a scene for the driver walks all that is hidden, too.
+    const bool isSeen = visitor.getVisitorType() == osg::NodeVisitor::CULL_VISITOR ||
+                        (visitor.getTraversalMask() != ~0u && visitor.getNodeMaskOverride() == 0);
+    if (isSeen && visitor.validNodeMask(*this)) {
+        fill();
+    }
+    osg::Geometry::accept(visitor);
+}
+
+osg::BoundingBox KrLateGeometry::computeBoundingBox() const
+{
+    return m_extent ? m_box : osg::Geometry::computeBoundingBox();
+}

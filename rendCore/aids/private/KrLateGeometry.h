@@ -1,0 +1,55 @@
+#pragma once
+
+#include <rendCore/base/private/KrArrayPool.h>
+
+#include <osg/Geode>
+#include <osg/Geometry>
+#include <osg/ref_ptr>
+
+#include <boost/shared_ptr.hpp>
+
+#include <memory>
+
+class KrBasePhysicalExtent;
+
+/// A group of an aid whose corners are made when it is first seen: most scenes never show their aids.
+///
+/// Look, bounds and place in the scene are those of the whole geometry from the beginning; until then its arrays are
+/// empty. "Seen" is by a cull traversal, or by a visitor that walks only what a mask shows (picking, framing). Whoever
+/// reads arrays by another way calls `fill`.
+class KrLateGeometry : public osg::Geometry
+{
+public:
+    /// When the corners of an aid are made.
+    enum class Corners
+    {
+        Now,
+        WhenSeen
+    };
+
+    /// A geode with a late geometry for every one of `whole`, which are the groups of `extent` in their order.
+    static osg::ref_ptr<osg::Geode> geodeFor(const osg::Geode& whole,
+                                             const boost::shared_ptr<const KrBasePhysicalExtent>& extent,
+                                             const std::shared_ptr<KrArrayPool>& arrays);
+
+    /// @param whole   what is drawn of `extent`; its look and bounds are taken over
+    /// @param extent  not null; held, and not looked at again, until the corners are made
+    /// @param group   number of the group in the mesh form of `extent`
+    /// @param arrays  not null; corners of alike geometries are kept once
+    KrLateGeometry(const osg::Geometry& whole, boost::shared_ptr<const KrBasePhysicalExtent> extent, unsigned int group,
+                   std::shared_ptr<KrArrayPool> arrays);
+
+    /// Makes the corners, unless they are there.
+    void fill();
+
+    // A copy is an ordinary geometry, and whole.
+    osg::Object* clone(const osg::CopyOp& copyOp) const override;
+    void accept(osg::NodeVisitor& visitor) override;
+    osg::BoundingBox computeBoundingBox() const override;
+
+private:
+    osg::BoundingBox m_box;                                 ///< of the whole
+    boost::shared_ptr<const KrBasePhysicalExtent> m_extent; ///< null when it is filled
+    unsigned int m_group;
+    std::shared_ptr<KrArrayPool> m_arrays;
+};
