@@ -121,6 +121,7 @@ void Builder::run()
 {
     // Materials before links: shapes look up whether theirs has a texture.
     addMaterials();
+    m_shapes.loadMeshes();
     countJoints();
     addLinks();
     // One warning for all: exporters that invent inertias invent them for every link.

@@ -4,7 +4,6 @@
 #include <import/files/KrImportPath.h>
 #include <import/files/KrImportXml.h>
 #include <import/files/KrPathResolver.h>
-#include <import/mesh/KrMeshFile.h>
 #include <import/mesh/KrMeshMaterials.h>
 
 #include <toolkit/extent/KrBoxPhysicalExtent.h>
@@ -16,6 +15,7 @@
 #include <toolkit/system/KrIndividualManipulator.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace
 {
@@ -72,10 +72,39 @@ KrShapeBuilder::KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& 
                                KrIndividualManipulator& manipulator, KrImportReport& report)
     : m_robot(robot)
     , m_resolver(resolver)
-    , m_limits(limits)
+    , m_loader(limits)
     , m_manipulator(manipulator)
     , m_report(report)
 {
+}
+
+// In the order of the file; an element that is overlooked here is only read later.
+void KrShapeBuilder::loadMeshes()
+{
+    std::set<std::string> seen;
+    const auto want = [this, &seen](const Element& element) {
+        const KrRobotDescription::Geometry& geometry = element.shape.geometry;
+        if (geometry.form != Geometry::Form::Mesh ||
+            geometry.scale.x() * geometry.scale.y() * geometry.scale.z() == 0) {
+            return;
+        }
+        const std::string& path = m_resolver.findMesh(geometry.uri).path;
+        // A mesh that is seen where it collides is one extent.
+        const std::string place = keyOf(path, geometry.scale, element.shape.placement);
+        if (!path.empty() && (!element.isCollision || seen.count(place) == 0)) {
+            m_loader.want(path, wishOf(element));
+            seen.insert(place);
+        }
+    };
+    for (const KrRobotDescription::Link& link : m_robot.links) {
+        for (const KrRobotDescription::Shape& shape : link.visuals) {
+            want({link, shape, shape.material.name, false});
+        }
+        for (const KrRobotDescription::Shape& shape : link.collisions) {
+            want({link, shape, KrMaterialNames::kCollision, true});
+        }
+    }
+    m_loader.load();
 }
 
 ExtentPointer KrShapeBuilder::visual(const KrRobotDescription::Link& link, const KrRobotDescription::Shape& shape)
@@ -168,7 +197,7 @@ ExtentPointer KrShapeBuilder::meshOf(const Element& element)
             warn(element, "mesh \"" + KrText::oneLine(uri) + "\" is taken from " +
                               KrText::oneLine(found.path, kMaxPath) + ": " + found.rule);
         }
-        extent = builtMesh(meshEntry(found.path, element), element, line);
+        extent = builtMesh(meshFile(found.path, element), element, line);
     }
     m_report.counts().missingMeshes += line.missing;
     m_report.addMesh(line);
@@ -176,26 +205,28 @@ ExtentPointer KrShapeBuilder::meshOf(const Element& element)
     return line.missing && !element.isCollision ? standIn(element) : extent;
 }
 
-ExtentPointer KrShapeBuilder::builtMesh(const MeshEntry& entry, const Element& element, KrImportReport::Mesh& line)
+ExtentPointer KrShapeBuilder::builtMesh(const KrMeshLoader::File& file, const Element& element,
+                                        KrImportReport::Mesh& line)
 {
-    if (!entry.isRead) {
+    if (!file.isRead) {
         // What cannot be read is missing as well, so that a stand-in shows where it should be.
         line.missing = true;
-        m_report.addWarning(line.path, element.name(), "the mesh cannot be read: " + entry.why);
+        m_report.addWarning(line.path, element.name(), "the mesh cannot be read: " + file.why);
         return nullptr;
     }
-    line.unit = entry.data.unit;
+    line.unit = file.facts.unit;
     if (line.scale.x() * line.scale.y() * line.scale.z() == 0.0) {
         // Not missing: the description asks for it.
         warn(element, "the scale " + textOf(line.scale) + " leaves nothing of the mesh");
         return nullptr;
     }
     // A mesh that is seen where it collides is kept once: most descriptions name it twice.
-    const std::string place = keyOf(line.path, line.scale, element.shape.placement);
+    const std::string place = keyOf(m_loader.identity(line.path), line.scale, element.shape.placement);
     const auto seen = element.isCollision ? m_visibleMeshes.find(place) : m_visibleMeshes.end();
     const bool isSeen = seen != m_visibleMeshes.end();
     // The result lasts: entries of a map stay where they are.
-    const KrMeshBuilder::Result& result = isSeen ? m_shared[seen->second] : sharedMesh(entry, element, line, place);
+    const KrMeshBuilder::Result& result =
+        isSeen ? m_shared[seen->second] : sharedMesh(file.facts, element, line, place);
     line.triangles = result.triangles;
     line.degenerate = result.degenerate;
     line.groups = result.extent ? result.extent->groups().size() : 0;
@@ -211,28 +242,25 @@ ExtentPointer KrShapeBuilder::builtMesh(const MeshEntry& entry, const Element& e
     return result.extent;
 }
 
-const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const MeshEntry& entry, const Element& element,
+const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const KrMeshLoader::Facts& facts, const Element& element,
                                                         const KrImportReport::Mesh& line, const std::string& place)
 {
     // A mesh that brings all its looks is one extent whatever material the description gives.
-    KrMeshBuilder::Options options;
-    options.scale = line.scale;
-    options.useLooks = !element.isCollision;
-    options.material = element.material;
-    options.name = line.path;
-    const auto isPlain = [](const KrMeshData::Group& group) { return !group.hasLook; };
-    if (std::any_of(entry.data.groups.begin(), entry.data.groups.end(), isPlain)) {
-        options.material = usableMaterial(!entry.data.textureCoordinates.empty(), element);
-        options.materialHasTexture = hasTexture(options.material);
-    }
-
+    const std::string material =
+        facts.hasPlainGroups ? usableMaterial(facts.hasTextureCoordinates, element) : element.material;
     // By use, too: the collision geometry of a mesh does without the looks of the file.
-    const std::string key = (element.isCollision ? "c" : "v") + options.material + '\n' + place;
+    const std::string key = (element.isCollision ? "c" : "v") + material + '\n' + place;
     const auto [shared, isNew] = m_shared.emplace(key, KrMeshBuilder::Result());
     KrMeshBuilder::Result& result = shared->second;
     if (isNew) {
-        result = KrMeshBuilder::build(entry.data, options);
+        KrMeshLoader::Mesh& mesh = m_loader.mesh(line.path, wishOf(element));
+        KrHeldMessages::tell(mesh.messages);
+        result = mesh.result;
         if (result.extent) {
+            // The same mesh in another place of a link is another extent.
+            if (std::exchange(mesh.isTaken, true)) {
+                result.extent.reset(new KrTriPhysicalExtent(*result.extent));
+            }
             // The placement is a part of the key: whoever shares the extent has it at the same place of its link.
             result.extent->setPlacement(element.shape.placement);
         }
@@ -245,28 +273,35 @@ const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const MeshEntry& entry, 
     return result;
 }
 
-const KrShapeBuilder::MeshEntry& KrShapeBuilder::meshEntry(const std::string& path, const Element& element)
+KrMeshLoader::Wish KrShapeBuilder::wishOf(const Element& element) const
 {
-    // A file is read once, whatever shows it, and a failure is remembered as well.
-    const auto [place, isNew] = m_meshes.emplace(path, MeshEntry());
-    MeshEntry& entry = place->second;
-    if (!isNew) {
-        return entry;
+    KrMeshLoader::Wish wish;
+    wish.scale = element.shape.geometry.scale;
+    wish.useLooks = !element.isCollision;
+    wish.material = element.material;
+    wish.hasTexture = hasTexture(wish.material);
+    wish.hasPlainTexture = hasTexture(KrMeshLoader::plainName(wish.material));
+    return wish;
+}
+
+const KrMeshLoader::File& KrShapeBuilder::meshFile(const std::string& path, const Element& element)
+{
+    const KrMeshLoader::File& file = m_loader.file(path);
+    // Once for each file, not for each element that shows it; a failure is told by every element.
+    if (!m_meshes.insert(path).second) {
+        return file;
     }
-    entry.isRead = KrMeshFile::read(path, m_limits, entry.data, entry.why);
+    KrHeldMessages::tell(file.messages);
     // The axes that lie down. z is what descriptions expect, and other words say nothing.
-    if (entry.data.upAxis == "X_UP" || entry.data.upAxis == "Y_UP") {
+    if (file.facts.upAxis == "X_UP" || file.facts.upAxis == "Y_UP") {
         m_lyingMeshes.push_back(KrImportPath::nameOf(path));
     }
-    for (const std::string& warning : entry.data.warnings) {
+    for (const std::string& warning : file.facts.warnings) {
         m_report.addWarning(path, element.name(), warning);
     }
-    // Looks and images count once for each file, not for each element that shows it.
-    m_textures.insert(entry.data.textures.begin(), entry.data.textures.end());
-    for (const KrMeshData::Group& group : entry.data.groups) {
-        m_report.counts().materials += group.hasLook;
-    }
-    return entry;
+    m_textures.insert(file.facts.textures.begin(), file.facts.textures.end());
+    m_report.counts().materials += file.facts.numLooks;
+    return file;
 }
 
 ExtentPointer KrShapeBuilder::standIn(const Element& element) const
@@ -288,7 +323,7 @@ std::string KrShapeBuilder::usableMaterial(bool hasCoordinates, const Element& e
         return material;
     }
     // A look of its own, shared by all shapes that need it: the mean is taken once.
-    const std::string plain = material + " without texture";
+    const std::string plain = KrMeshLoader::plainName(material);
     if (!m_manipulator.materialMap().find(plain)) {
         KrDataMap look = *m_manipulator.materialMap().find(material);
         std::string image;

@@ -2,8 +2,7 @@
 
 #include <import/description/KrRobotDescription.h>
 #include <import/mesh/KrMeshBuilder.h>
-#include <import/mesh/KrMeshData.h>
-#include <import/mesh/KrMeshLimits.h>
+#include <import/mesh/KrMeshLoader.h>
 #include <import/report/KrImportReport.h>
 
 #include <boost/shared_ptr.hpp>
@@ -36,6 +35,8 @@ public:
     KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& resolver, const KrMeshLimits& limits,
                    KrIndividualManipulator& manipulator, KrImportReport& report);
 
+    /// Reads the mesh files of all elements at once, so that those that follow find them read.
+    void loadMeshes();
     /// Null, after a warning, for an element without a surface.
     ExtentPointer visual(const KrRobotDescription::Link& link, const KrRobotDescription::Shape& shape);
     /// As visual(), but without looks and stand-ins. A mesh that is seen at the same place is the same extent.
@@ -58,19 +59,13 @@ private:
         bool isCollision = false;
         std::string name() const { return "link " + link.name + " / " + shape.label; }
     };
-    struct MeshEntry
-    {
-        bool isRead = false;
-        KrMeshData data;
-        std::string why;
-    };
-
     ExtentPointer extentOf(const Element& element);
     ExtentPointer meshOf(const Element& element);
-    ExtentPointer builtMesh(const MeshEntry& entry, const Element& element, KrImportReport::Mesh& line);
-    const KrMeshBuilder::Result& sharedMesh(const MeshEntry& entry, const Element& element,
+    ExtentPointer builtMesh(const KrMeshLoader::File& file, const Element& element, KrImportReport::Mesh& line);
+    const KrMeshBuilder::Result& sharedMesh(const KrMeshLoader::Facts& facts, const Element& element,
                                             const KrImportReport::Mesh& line, const std::string& place);
-    const MeshEntry& meshEntry(const std::string& path, const Element& element);
+    const KrMeshLoader::File& meshFile(const std::string& path, const Element& element);
+    KrMeshLoader::Wish wishOf(const Element& element) const;
     ExtentPointer standIn(const Element& element) const;
     std::string usableMaterial(bool hasCoordinates, const Element& element);
     bool hasTexture(const std::string& material) const;
@@ -78,10 +73,10 @@ private:
 
     const KrRobotDescription& m_robot;
     KrPathResolver& m_resolver;
-    KrMeshLimits m_limits;
+    KrMeshLoader m_loader;
     KrIndividualManipulator& m_manipulator;
     KrImportReport& m_report;
-    std::map<std::string, MeshEntry> m_meshes;                      ///< by path
+    std::set<std::string> m_meshes;                                 ///< paths of files that are in the report
     std::map<std::string, KrMeshBuilder::Result> m_shared;          ///< by everything that makes an extent what it is
     std::map<std::string, std::string> m_visibleMeshes;             ///< keys of m_shared by file, scale and placement
     std::set<const KrBasePhysicalExtent*> m_visibleExtents;         ///< meshes that are seen, and may collide as well

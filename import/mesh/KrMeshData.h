@@ -33,4 +33,12 @@ struct KrMeshData
     std::string upAxis; ///< "Z_UP" and the like, as the file declares it; not applied. Empty where it tells none
     std::vector<std::string> textures;
     std::vector<std::string> warnings; ///< one sentence each
+
+    /// Another file that the mesh is made of: looked for, there or not.
+    struct OtherFile
+    {
+        std::string path;
+        bool isRead = false; ///< false: only whether it is there counts
+    };
+    std::vector<OtherFile> otherFiles;
 };

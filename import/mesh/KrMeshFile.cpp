@@ -4,6 +4,7 @@
 #include <import/mesh/KrMeshSource.h>
 #include <import/mesh/KrVectorIndex.h>
 
+#include <toolkit/foundation/private/KrInputFile.h>
 #include <toolkit/foundation/private/KrText.h>
 
 #include <assimp/BaseImporter.h>
@@ -480,6 +481,9 @@ void Collector::placeTexture(const KrMeshMaterials::Look& look, bool hasCoordina
         return;
     }
     const std::string image = KrMeshMaterials::findTexture(m_path, look.texture, tried);
+    for (const std::string& path : tried) {
+        m_data.otherFiles.push_back({path, false});
+    }
     if (image.empty()) {
         std::string list;
         for (const std::string& path : tried) {
@@ -491,6 +495,7 @@ void Collector::placeTexture(const KrMeshMaterials::Look& look, bool hasCoordina
     if (!hasCoordinates) {
         // Closer to what is meant than the white that stands under most textures.
         const bool isMean = KrMeshMaterials::setMeanColor(data, image);
+        m_data.otherFiles.push_back({image, true});
         warn(name + " is given for triangles without texture coordinates; " +
              (isMean ? "its mean colour is used" : "it cannot be read, and only the colour is used"));
         return;
@@ -574,6 +579,9 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrMesh
     KrMeshData read;
     read.warnings = source.warnings;
     read.upAxis = source.upAxis;
+    for (const std::string& file : source.sideFiles) {
+        read.otherFiles.push_back({file, true});
+    }
     if (!Collector(*scene, source.format, path, limits, read).run(source.trustMaterials, why)) {
         return false;
     }
@@ -584,11 +592,21 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrMesh
 } // namespace
 
 bool KrMeshFile::read(const std::string& path, const KrMeshLimits& limits, KrMeshData& data, std::string& why)
+{
+    std::string content;
+    // A regular file: a description could name a device that never ends.
+    why = KrInputFile::readWhole(path, KrInputFile::Accept::Files, limits.maxBytes, content);
+    return why.empty() && readContent(path, std::move(content), limits, data, why);
+}
+
+bool KrMeshFile::readContent(const std::string& path, std::string&& content, const KrMeshLimits& limits,
+                             KrMeshData& data, std::string& why)
 // The door to the library: what happens behind it costs one mesh, not the import.
 {
     try {
         KrMeshSource source;
-        return KrMeshSource::read(path, limits, source, why) && readScene(source, path, limits, data, why);
+        return KrMeshSource::readContent(path, std::move(content), limits, source, why) &&
+               readScene(source, path, limits, data, why);
     } catch (const std::exception& exception) {
         why = KrText::oneLine(exception.what());
         // What the library throws is its own affair: some of it derives from nothing.

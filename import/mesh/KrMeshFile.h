@@ -17,4 +17,8 @@ public:
     /// @param data  written on success only; may hold no triangle at all
     /// @param why   on failure one clause that says what is wrong with the file
     static bool read(const std::string& path, const KrMeshLimits& limits, KrMeshData& data, std::string& why);
+    /// The same of a file whose `content` has been read already, within the limits. @param path  for its place and
+    /// extension
+    static bool readContent(const std::string& path, std::string&& content, const KrMeshLimits& limits,
+                            KrMeshData& data, std::string& why);
 };

@@ -112,7 +112,7 @@ public:
     {
     }
 
-    bool run(std::string& why);
+    bool run(std::string&& content, std::string& why);
     KrMeshSource& result() { return m_result; }
 
 private:
@@ -133,14 +133,8 @@ private:
     bool m_hasForeignNames = false;
 };
 
-bool Source::run(std::string& why)
+bool Source::run(std::string&& content, std::string& why)
 {
-    std::string content;
-    // A regular file: a description could name a device that never ends.
-    why = KrInputFile::readWhole(m_path, KrInputFile::Accept::Files, m_limits.maxBytes, content);
-    if (!why.empty()) {
-        return false;
-    }
     if (content.empty()) {
         return refuse(why, "it is empty");
     }
@@ -301,6 +295,7 @@ bool Source::readSide(const std::string& name, std::string& content, std::string
     }
     // An absolute name, of the exporter's machine, comes to lie below the mesh: join() drops the slash.
     const std::string path = KrImportPath::join(KrImportPath::directoryOf(KrImportPath::absolute(m_path)), wanted);
+    m_result.sideFiles.push_back(path);
     why = KrInputFile::readWhole(path, KrInputFile::Accept::Files, m_bytesLeft, content);
     if (!why.empty()) {
         return false;
@@ -314,8 +309,17 @@ bool Source::readSide(const std::string& name, std::string& content, std::string
 
 bool KrMeshSource::read(const std::string& path, const KrMeshLimits& limits, KrMeshSource& source, std::string& why)
 {
+    std::string content;
+    // A regular file: a description could name a device that never ends.
+    why = KrInputFile::readWhole(path, KrInputFile::Accept::Files, limits.maxBytes, content);
+    return why.empty() && readContent(path, std::move(content), limits, source, why);
+}
+
+bool KrMeshSource::readContent(const std::string& path, std::string&& content, const KrMeshLimits& limits,
+                               KrMeshSource& source, std::string& why)
+{
     Source read(path, limits);
-    if (!read.run(why)) {
+    if (!read.run(std::move(content), why)) {
         return false;
     }
     source = std::move(read.result());

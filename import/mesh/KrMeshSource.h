@@ -26,6 +26,7 @@ struct KrMeshSource
     std::string upAxis;                       ///< "Z_UP" and the like; empty where the file tells none
     bool trustMaterials = true;               ///< false when the file that defines them is not there
     std::vector<std::string> warnings;        ///< one sentence each
+    std::vector<std::string> sideFiles;       ///< every path where a side file was looked for, there or not
 
     /// Reads a mesh file, and the side files that it names.
     ///
@@ -34,4 +35,8 @@ struct KrMeshSource
     /// @param why     on failure one clause that says what is wrong
     /// @return false for a file in another format, over a limit, or that the mesh library had better not see
     static bool read(const std::string& path, const KrMeshLimits& limits, KrMeshSource& source, std::string& why);
+    /// The same of a file whose `content` has been read already, within the limits. @param path  for its place and
+    /// extension
+    static bool readContent(const std::string& path, std::string&& content, const KrMeshLimits& limits,
+                            KrMeshSource& source, std::string& why);
 };

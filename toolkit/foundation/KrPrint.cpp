@@ -1,5 +1,6 @@
 #include <toolkit/foundation/KrPrint.h>
 
+#include <toolkit/foundation/private/KrHeldMessages.h>
 #include <toolkit/foundation/private/KrLastMessage.h>
 
 #include <spdlog/logger.h>
@@ -105,6 +106,11 @@ void Print::write(Type type, const char* format, ...)
             KrLastMessage& last = KrLastMessage::ofThread();
             ++last.number;
             last.text[text.copy(last.text, sizeof last.text - 1)] = '\0';
+        }
+        // Told later, and counted as a reason then once more.
+        if (KrHeldMessages::hold(type, text)) {
+            va_end(arguments);
+            return;
         }
         const std::lock_guard<std::recursive_mutex> lock(m_private->mutex);
         // Kept alive for the call: the sink may put another one in its place.
