@@ -35,6 +35,27 @@ std::vector<std::string> KrImportPath::entries(const std::string& directory, std
     return names;
 }
 
+std::vector<std::string> KrImportPath::folders(const std::string& directory, std::size_t limit, std::size_t& numEntries)
+{
+    std::vector<std::string> names;
+    std::error_code error;
+    numEntries = 0;
+    fs::directory_iterator entry(directory, fs::directory_options::skip_permission_denied, error);
+    for (; !error && entry != fs::directory_iterator() && numEntries < limit; entry.increment(error)) {
+        ++numEntries;
+        std::error_code ignored;
+        // Most file systems tell the kind with the name: a walk through a large tree asks for nothing else.
+        if (!entry->is_symlink(ignored) && entry->is_directory(ignored)) {
+            const std::string name = entry->path().filename().string();
+            if (name[0] != '.') {
+                names.push_back(name);
+            }
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 std::string KrImportPath::directoryOf(const std::string& path)
 {
     return fs::path(path).parent_path().string();

@@ -14,6 +14,9 @@ bool isFile(const std::string& path);
 bool isDirectory(const std::string& path);
 /// Names (not paths) in a folder, sorted; at most `limit` are looked at. Empty for what is no folder.
 std::vector<std::string> entries(const std::string& directory, std::size_t limit);
+/// The folders among the first `limit` entries of a folder, sorted: no links to one, and none whose name begins with a
+/// dot. @param numEntries  becomes the number of entries that were looked at
+std::vector<std::string> folders(const std::string& directory, std::size_t limit, std::size_t& numEntries);
 
 /// What stands before the last slash; "/" for what lies in the root folder, empty without a slash.
 std::string directoryOf(const std::string& path);

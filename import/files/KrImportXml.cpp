@@ -163,13 +163,6 @@ std::string KrImportXml::textOf(const xmlDoc& document)
     return text;
 }
 
-bool KrImportXml::isNamed(const xmlNode& node, const char* name)
-{
-    // An element with a prefix belongs to another vocabulary, whatever it is called: simulators put theirs among
-    // ours.
-    return (!node.ns || !node.ns->prefix) && xmlStrEqual(node.name, xml(name));
-}
-
 std::string KrImportXml::nameOf(const xmlNode& node)
 {
     // As the file writes it, which is what messages show.
@@ -198,6 +191,18 @@ xmlNode* KrImportXml::child(const xmlNode& node, const char* name)
 
 bool KrImportXml::attribute(const xmlNode& node, const char* name, std::string& value)
 {
+    // Most attributes are one piece of text, which is there already.
+    for (const xmlAttr* attribute = node.properties; attribute; attribute = attribute->next) {
+        const xmlNode* const text = attribute->children;
+        if (!attribute->ns && text && !text->next && text->type == XML_TEXT_NODE && text->content &&
+            xmlStrEqual(attribute->name, xml(name))) {
+            value = plain(text->content);
+            return true;
+        }
+    }
+    if (!node.properties && !(node.doc && node.doc->intSubset)) {
+        return false;
+    }
     // Attributes with a prefix are another vocabulary's. The text is a copy that libxml2 wants back.
     xmlChar* const text = xmlGetNoNsProp(&node, xml(name));
     if (!text) {

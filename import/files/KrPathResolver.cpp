@@ -419,19 +419,16 @@ const std::vector<KrPathResolver::Folder>& KrPathResolver::foldersBelow(const st
     std::size_t seen = 0;
     for (std::size_t next = 0; next < queue.size() && seen < kMaxWalkEntries; ++next) {
         const auto [parent, depth] = queue[next];
-        for (const std::string& name : KrImportPath::entries(parent, kMaxWalkEntries - seen)) {
-            ++seen;
+        std::size_t numEntries = 0;
+        // Hidden folders hold what version control and caches keep.
+        for (const std::string& name : KrImportPath::folders(parent, kMaxWalkEntries - seen, numEntries)) {
             const std::string path = KrImportPath::join(parent, name);
-            std::error_code error;
-            // Hidden folders hold what version control and caches keep.
-            if (name[0] == '.' || fs::is_symlink(path, error) || !KrImportPath::isDirectory(path)) {
-                continue;
-            }
             folders.push_back({path, name, packageNameIn(path)});
             if (depth + 1 < kMaxWalkDepth) {
                 queue.emplace_back(path, depth + 1);
             }
         }
+        seen += numEntries;
     }
     return folders;
 }

@@ -30,6 +30,15 @@ constexpr std::uint64_t kMaxComparisons = 200000000;
 // A tree takes a hundred times the bytes of an empty element. Real files have some thousands, or one for each polygon.
 constexpr std::ptrdiff_t kMaxElements = 4000000;
 
+/// `node`, or the first element behind it.
+xmlNode* elementFrom(xmlNode* node)
+{
+    while (node && node->type != XML_ELEMENT_NODE) {
+        node = node->next;
+    }
+    return node;
+}
+
 /// Calls `enter` for `root` and every element inside it, in the order of the file, and `leave` behind what is inside
 /// each. Without recursion, and over at once when one of them returns false.
 template <typename Visitor>
@@ -40,7 +49,7 @@ bool traverse(xmlNode& root, Visitor& visitor)
         if (!visitor.enter(*node)) {
             return false;
         }
-        xmlNode* next = xmlFirstElementChild(node);
+        xmlNode* next = elementFrom(node->children);
         while (!next) {
             if (!visitor.leave(*node)) {
                 return false;
@@ -48,7 +57,7 @@ bool traverse(xmlNode& root, Visitor& visitor)
             if (node == &root) {
                 return true;
             }
-            next = xmlNextElementSibling(node);
+            next = elementFrom(node->next);
             node = next ? node : node->parent;
         }
         node = next;
@@ -458,9 +467,9 @@ std::map<std::string, std::string> skinnedMeshes(const std::vector<xmlNode*>& al
 
 /// Takes out what would move a mesh: animations, and skins, whose instances become instances of the mesh that they
 /// would bend. The mesh library trusts the weights of skins.
-void dropMotion(xmlNode& root)
+/// @param all  the elements; those that stay
+void dropMotion(xmlNode& root, std::vector<xmlNode*>& all)
 {
-    const std::vector<xmlNode*> all = elements(root);
     const std::map<std::string, std::string> meshes = skinnedMeshes(all);
     std::vector<xmlNode*> libraries;
     for (xmlNode* const element : all) {
@@ -483,14 +492,26 @@ void dropMotion(xmlNode& root)
     }
     // Behind the loop: the list still holds elements that go with them.
     std::for_each(libraries.begin(), libraries.end(), removeElement);
+    if (!libraries.empty()) {
+        all = elements(root);
+    }
 }
 
 /// Gives what several geometries call by one name names of its own: some exporters number from 0 in each of them, and
 /// the mesh library keeps one array for each name.
-void separateIds(xmlNode& root)
+void separateIds(const std::vector<xmlNode*>& all)
 {
+    // Nearly all files have no name twice, and need not be looked at closer.
+    std::set<std::string> names;
+    std::string name;
+    const auto isNew = [&](const xmlNode* element) {
+        return !KrImportXml::attribute(*element, "id", name) || names.insert(name).second;
+    };
+    if (std::all_of(all.begin(), all.end(), isNew)) {
+        return;
+    }
     std::vector<std::vector<xmlNode*>> geometries;
-    for (xmlNode* const element : elements(root)) {
+    for (xmlNode* const element : all) {
         if (isNamed(*element, "geometry")) {
             geometries.push_back(elements(*element));
             geometries.back().erase(geometries.back().begin()); // its own name is known outside
@@ -509,10 +530,10 @@ void separateIds(xmlNode& root)
     // Names are used inside their geometry only: what refers to them is renamed with them.
     for (std::size_t i = 0; i < geometries.size() && !shared.empty(); ++i) {
         for (xmlNode* const element : geometries[i]) {
-            for (const char* const name : {"id", "source"}) {
-                const std::string value = attributeOf(*element, name);
+            for (const char* const key : {"id", "source"}) {
+                const std::string value = attributeOf(*element, key);
                 if (shared.count(referred(value)) > 0) {
-                    setAttribute(*element, name, value + "-of-geometry-" + std::to_string(i + 1));
+                    setAttribute(*element, key, value + "-of-geometry-" + std::to_string(i + 1));
                 }
             }
         }
@@ -520,9 +541,9 @@ void separateIds(xmlNode& root)
 }
 
 /// The first one counts. Cut, because it is a word of the file: "X_UP", "Y_UP" and "Z_UP" are what is meant.
-std::string upAxisOf(xmlNode& root)
+std::string upAxisOf(const std::vector<xmlNode*>& all)
 {
-    for (const xmlNode* const element : elements(root)) {
+    for (const xmlNode* const element : all) {
         if (isNamed(*element, "up_axis")) {
             return std::string(KrText::trimmed(textOf(*element)).substr(0, 10));
         }
@@ -555,13 +576,14 @@ bool KrColladaText::clean(std::string&& content, Mesh& mesh, std::string& why)
     content.clear();
     content.shrink_to_fit();
     // Motion goes first: what is wrong in it harms nobody then.
-    dropMotion(*root);
+    std::vector<xmlNode*> all = elements(*root);
+    dropMotion(*root, all);
     // Ids before the check, which follows references by them.
-    separateIds(*root);
+    separateIds(all);
     if (!Check(size).run(*root, why)) {
         return false;
     }
-    mesh.upAxis = upAxisOf(*root);
+    mesh.upAxis = upAxisOf(all);
     // Written anew from the tree: what the check has not seen, the mesh library does not see either.
     mesh.text = KrImportXml::textOf(*document);
     return true;

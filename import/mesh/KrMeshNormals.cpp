@@ -65,6 +65,15 @@ std::vector<Corner> cornersByVertex(const std::vector<KrVector>& vertices,
 void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& triangles,
                          std::uint32_t missing, KrVectorIndex& normals)
 {
+    const auto isLacking = [missing](const std::vector<KrTriangle>* list) {
+        return std::any_of(list->begin(), list->end(), [missing](const KrTriangle& t) {
+            return t.normal(0) == missing || t.normal(1) == missing || t.normal(2) == missing;
+        });
+    };
+    // Most files that have normals have all of them.
+    if (std::none_of(triangles.begin(), triangles.end(), isLacking)) {
+        return;
+    }
     const double leastCosine = std::cos(creaseAngle);
     std::vector<std::size_t> first;
     const std::vector<Corner> corners = cornersByVertex(vertices, triangles, first);

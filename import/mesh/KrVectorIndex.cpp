@@ -34,12 +34,20 @@ std::uint32_t KrVectorIndex::add(const KrVector& value)
     if (2 * (m_values.size() + 1) > m_slots.size()) {
         grow();
     }
-    std::uint32_t& slot = m_slots[slotOf(plain)];
-    if (slot == kFree) {
-        slot = static_cast<std::uint32_t>(m_values.size());
+    const auto hash = static_cast<std::uint32_t>(hashOf(plain));
+    // A power of two, see grow().
+    const std::size_t mask = m_slots.size() - 1;
+    std::size_t place = hash & mask;
+    while (m_slots[place].index != kFree &&
+           (m_slots[place].hash != hash || !isSame(m_values[m_slots[place].index], plain))) {
+        place = (place + 1) & mask;
+    }
+    Slot& slot = m_slots[place];
+    if (slot.index == kFree) {
+        slot = {static_cast<std::uint32_t>(m_values.size()), hash};
         m_values.push_back(plain);
     }
-    return slot;
+    return slot.index;
 }
 
 std::vector<KrVector> KrVectorIndex::take()
@@ -51,22 +59,20 @@ std::vector<KrVector> KrVectorIndex::take()
     return values;
 }
 
-std::size_t KrVectorIndex::slotOf(const KrVector& value) const
-{
-    // A power of two, see grow().
-    const std::size_t mask = m_slots.size() - 1;
-    std::size_t slot = static_cast<std::size_t>(hashOf(value)) & mask;
-    while (m_slots[slot] != kFree && !isSame(m_values[m_slots[slot]], value)) {
-        slot = (slot + 1) & mask;
-    }
-    return slot;
-}
-
 void KrVectorIndex::grow()
 {
-    // A power of two, from the first size on: slotOf() cuts numbers down by a mask.
-    m_slots.assign(m_slots.empty() ? 64 : 2 * m_slots.size(), kFree);
-    for (std::size_t i = 0; i < m_values.size(); ++i) {
-        m_slots[slotOf(m_values[i])] = static_cast<std::uint32_t>(i);
+    std::vector<Slot> before(m_slots.empty() ? 64 : 4 * m_slots.size());
+    before.swap(m_slots);
+    // A power of two, from the first size on: add() cuts numbers down by a mask. The values need not be looked at,
+    // since all of them are different.
+    const std::size_t mask = m_slots.size() - 1;
+    for (const Slot& slot : before) {
+        std::size_t place = slot.hash & mask;
+        while (slot.index != kFree && m_slots[place].index != kFree) {
+            place = (place + 1) & mask;
+        }
+        if (slot.index != kFree) {
+            m_slots[place] = slot;
+        }
     }
 }

@@ -18,9 +18,14 @@ public:
 
 private:
     static constexpr std::uint32_t kFree = UINT32_MAX;
-    std::size_t slotOf(const KrVector& value) const;
+    /// Part of the hash stands beside the number: most vectors that are another one are told apart by it.
+    struct Slot
+    {
+        std::uint32_t index = kFree;
+        std::uint32_t hash = 0;
+    };
     void grow();
 
     std::vector<KrVector> m_values;
-    std::vector<std::uint32_t> m_slots; ///< open addressing; the size is a power of two
+    std::vector<Slot> m_slots; ///< open addressing; the size is a power of two
 };
