@@ -1,95 +1,138 @@
 #include "KrBenchReport.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdio>
+#include <functional>
 
 namespace
 {
 
-template <typename... Values>
-std::string format(const char* pattern, Values... values)
+using nlohmann::json;
+using Values = std::vector<double>;
+using Way = KrBenchReport::Way;
+
+/// One figure of a way: what its rounds, or its processes, gave.
+struct Figure
+{
+    const char* name; ///< in the table
+    const char* key;  ///< among the ratios of the JSON object
+    const char* unit;
+    double factor; ///< from the figure to the unit
+    std::function<Values(const Way&)> values;
+};
+
+/// An only value, which is missing where nothing was measured.
+Values single(double value)
+{
+    return value > 0.0 ? Values{value} : Values{};
+}
+
+const std::vector<Figure>& figures()
+{
+    static const std::vector<Figure> all = {
+        {"frame", "frame", "ms", 1e3, [](const Way& w) { return w.frames.seconds; }},
+        {"  nine of ten are faster than", "slow_tenth", "ms", 1e3,
+         [](const Way& w) { return single(w.frames.slowTenthSeconds); }},
+        {"  processor time", "processor", "ms", 1e3, [](const Way& w) { return w.frames.processorSeconds; }},
+        {"  allocations with new", "allocations_new", "", 1.0,
+         [](const Way& w) { return single(w.frames.allocationsWithNew); }},
+        {"  all, the driver's too", "allocations_malloc", "", 1.0,
+         [](const Way& w) { return single(w.frames.allocationsWithMalloc); }},
+        {"processor time at 16 x 16 pixels", "processor_small", "ms", 1e3,
+         [](const Way& w) { return w.small.processorSeconds; }},
+        {"instructions of a frame", "instructions", "M", 1e-6, [](const Way& w) { return single(w.instructions); }},
+        {"opening and first frame", "first_frame", "ms", 1e3, [](const Way& w) { return w.firstFrameSeconds; }},
+        {"most memory held", "peak_memory", "MiB", 1.0, [](const Way& w) { return w.peakMemoryMiB; }},
+        {"  as the system was read", "loaded_memory", "MiB", 1.0, [](const Way& w) { return w.loadedMemoryMiB; }},
+    };
+    return all;
+}
+
+template <typename... Arguments>
+std::string format(const char* pattern, Arguments... arguments)
 {
     char buffer[512];
-    std::snprintf(buffer, sizeof buffer, pattern, values...);
+    std::snprintf(buffer, sizeof buffer, pattern, arguments...);
     return buffer;
 }
 
-/// A ratio only where plain OpenGL has a figure.
-std::string row(const char* name, double scene, double bare, const char* unit, double factor)
+json asJson(const KrBenchMeasure::Frames& frames)
 {
-    std::string text = format("%-34s %12.4g %12.4g %-4s", name, factor * scene, factor * bare, unit);
-    if (bare > 0.0) {
-        text += format(" %8.2f", scene / bare);
-    }
-    return text + "\n";
-}
-
-/// As the text of a JSON string.
-std::string escaped(const std::string& text)
-{
-    std::string out;
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-        }
-        if (static_cast<unsigned char>(c) < 0x20) {
-            out += format("\\u%04x", static_cast<unsigned int>(static_cast<unsigned char>(c)));
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
-std::string json(const KrBenchMeasure::Frames& f)
-{
-    return format("{\"median_s\": %.9g, \"fastest_s\": %.9g, \"slow_tenth_s\": %.9g, \"processor_s\": %.9g, "
-                  "\"allocations_new\": %.6g, \"allocations_malloc\": %.6g}",
-                  f.medianSeconds, f.fastestSeconds, f.slowTenthSeconds, f.processorSeconds, f.allocationsWithNew,
-                  f.allocationsWithMalloc);
-}
-
-std::string json(const KrBenchReport::Way& way)
-{
-    return format("{\"first_frame_s\": %.9g, \"frames\": ", way.firstFrameSeconds) + json(way.frames) +
-           ", \"small\": " + json(way.small) + "}";
+    return {{"median_s", KrBenchMeasure::median(frames.seconds)},
+            {"fastest_s", frames.fastestSeconds},
+            {"slow_tenth_s", frames.slowTenthSeconds},
+            {"processor_s", KrBenchMeasure::median(frames.processorSeconds)},
+            {"allocations_new", frames.allocationsWithNew},
+            {"allocations_malloc", frames.allocationsWithMalloc}};
 }
 
 } // namespace
 
-// For a person: milliseconds, and the two ways side by side.
 std::string KrBenchReport::table() const
 {
-    std::string text = system + ": " +
-                       format("%u x %u pixels, %u %s, %s, %zu triangles in %zu groups%s%s\n", width, height, copies,
-                              copies == 1 ? "copy" : "copies", mode.c_str(), triangles, drawCalls,
-                              isOneTriangle ? ", one triangle each" : "", isStill ? ", standing still" : "");
-    text += renderer + (isSoftware ? " (software)" : "") + format(", %u frames\n\n", frames);
-    text += format("%-34s %12s %12s %-4s %8s\n", "", "scene", "bare", "", "ratio");
-    text += row("first frame", scene.firstFrameSeconds, bare.firstFrameSeconds, "ms", 1e3);
-    text += row("frame, median", scene.frames.medianSeconds, bare.frames.medianSeconds, "ms", 1e3);
-    text += row("frame, fastest", scene.frames.fastestSeconds, bare.frames.fastestSeconds, "ms", 1e3);
-    text +=
-        row("frame, nine of ten are faster", scene.frames.slowTenthSeconds, bare.frames.slowTenthSeconds, "ms", 1e3);
-    text +=
-        row("processor time at 16 x 16 pixels", scene.small.processorSeconds, bare.small.processorSeconds, "ms", 1e3);
-    text += row("allocations a frame (new)", scene.frames.allocationsWithNew, bare.frames.allocationsWithNew, "", 1.0);
-    text += row("allocations a frame (all, driver's)", scene.frames.allocationsWithMalloc,
-                bare.frames.allocationsWithMalloc, "", 1.0);
-    text += row("part of the picture drawn on", sceneCoverage, bareCoverage, "%", 100.0);
-    text += format("\nloaded in %.4g s, peak memory %.4g MiB\n", loadSeconds, peakMemoryMiB);
+    std::string text =
+        system + ": " +
+        format("%u x %u pixels, %u %s, %s%s, %zu triangles in %zu meshes and %zu groups%s%s\n", width, height, copies,
+               copies == 1 ? "copy" : "copies", mode.c_str(), isCulled ? ", back faces culled" : "", triangles, meshes,
+               groups, isOneTriangle ? ", one triangle each" : "", isStill ? ", standing still" : "");
+    text += renderer + (isSoftware ? " (software)" : "") +
+            format(", medians of %u rounds of %u frames; read in %.4g s\n\n", rounds, frames, loadSeconds);
+
+    text += format("%-34s", "");
+    for (const Way& way : ways) {
+        text += format(" %11s", way.name.c_str());
+    }
+    text += "    ";
+    for (std::size_t i = 1; i < ways.size(); ++i) {
+        text += format(" %15s", (ways.front().name + "/" + ways[i].name).c_str());
+    }
+    text += "\n";
+    for (const Figure& figure : figures()) {
+        const Values first = figure.values(ways.front());
+        if (first.empty()) {
+            continue;
+        }
+        text += format("%-34s", figure.name);
+        for (const Way& way : ways) {
+            text += format(" %11.4g", figure.factor * KrBenchMeasure::median(figure.values(way)));
+        }
+        text += format(" %-3s", figure.unit);
+        for (std::size_t i = 1; i < ways.size(); ++i) {
+            const Values other = figure.values(ways[i]);
+            text += other.empty() ? std::string(16, ' ') : format(" %15.2f", KrBenchMeasure::medianRatio(first, other));
+        }
+        text += "\n";
+    }
     return text;
 }
 
-// For programs: seconds, and nothing that follows from the rest.
 std::string KrBenchReport::json() const
 {
-    std::string text = "{\"system\": \"" + escaped(system) + "\", \"renderer\": \"" + escaped(renderer) + "\", ";
-    text +=
-        format("\"software\": %s, \"mode\": \"%s\", \"width\": %u, \"height\": %u, \"copies\": %u, \"frames\": %u, ",
-               isSoftware ? "true" : "false", mode.c_str(), width, height, copies, frames);
-    text += format("\"one_triangle\": %s, \"still\": %s, \"triangles\": %zu, \"draw_calls\": %zu, \"load_s\": %.9g, "
-                   "\"peak_memory_mib\": %.6g, \"scene_coverage\": %.6g, \"bare_coverage\": %.6g, ",
-                   isOneTriangle ? "true" : "false", isStill ? "true" : "false", triangles, drawCalls, loadSeconds,
-                   peakMemoryMiB, sceneCoverage, bareCoverage);
-    return text + "\"scene\": " + ::json(scene) + ", \"bare\": " + ::json(bare) + "}\n";
+    nlohmann::json report = {{"system", system},       {"renderer", renderer},
+                             {"software", isSoftware}, {"mode", mode},
+                             {"width", width},         {"height", height},
+                             {"copies", copies},       {"rounds", rounds},
+                             {"frames", frames},       {"one_triangle", isOneTriangle},
+                             {"still", isStill},       {"culled", isCulled},
+                             {"triangles", triangles}, {"meshes", meshes},
+                             {"groups", groups},       {"load_s", loadSeconds}};
+    for (const Way& way : ways) {
+        nlohmann::json& entry = report["ways"][way.name];
+        entry = {{"frame", asJson(way.frames)},
+                 {"small", asJson(way.small)},
+                 {"coverage", way.coverage},
+                 {"instructions", way.instructions},
+                 {"first_frame_s", KrBenchMeasure::median(way.firstFrameSeconds)},
+                 {"loaded_memory_mib", KrBenchMeasure::median(way.loadedMemoryMiB)},
+                 {"peak_memory_mib", KrBenchMeasure::median(way.peakMemoryMiB)}};
+        for (const Figure& figure : figures()) {
+            const Values first = figure.values(ways.front());
+            const Values other = figure.values(way);
+            if (&way != &ways.front() && !first.empty() && !other.empty()) {
+                report["ratios"][way.name][figure.key] = KrBenchMeasure::medianRatio(first, other);
+            }
+        }
+    }
+    return report.dump(1) + "\n";
 }

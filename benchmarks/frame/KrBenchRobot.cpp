@@ -1,5 +1,7 @@
 #include "KrBenchRobot.h"
 
+#include "KrBenchMade.h"
+
 #include <import/KrRobotImporter.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/foundation/KrReason.h>
@@ -30,6 +32,12 @@ bool readNative(const std::string& path, KrStatedSystem& system)
 KrBenchRobot::KrBenchRobot(const std::string& path, const std::vector<std::string>& packagePaths)
     : name(std::filesystem::path(path).stem().string())
 {
+    constexpr char kMade[] = "made:";
+    if (path.rfind(kMade, 0) == 0) {
+        name = path.substr(sizeof kMade - 1);
+        system = KrStatedSystem(KrBenchMade::robot(name));
+        return;
+    }
     // One reason is told, that of the last attempt.
     const Kr::Print::Sink before = Kr::Print::instance()->setSink([](Kr::Print::Type, const std::string&) {});
     const KrReason reason;

@@ -19,7 +19,7 @@ struct KrBenchRobot
     KrStatedSystem system;
     std::string name;
 
-    /// Reads a native system file (.xml) or else a robot description. Throws KrBenchFailure; what can be told besides
-    /// goes to Kr::Print.
+    /// Makes the robot of a name like "made:arm" (KrBenchMade), or reads a native system file (.xml) or else a robot
+    /// description. Throws KrBenchFailure.
     explicit KrBenchRobot(const std::string& path, const std::vector<std::string>& packagePaths = {});
 };

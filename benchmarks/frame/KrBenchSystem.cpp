@@ -141,6 +141,11 @@ std::vector<KrManipulatorSystemState> KrBenchSystem::swinging(const KrStatedSyst
     return states;
 }
 
+std::size_t KrBenchSystem::numMeshes(const KrStatedSystem& system)
+{
+    return meshes(system).size();
+}
+
 std::size_t KrBenchSystem::numTriangles(const KrStatedSystem& system)
 {
     std::size_t sum = 0;

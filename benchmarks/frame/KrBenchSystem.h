@@ -17,8 +17,10 @@ void keepOneTriangle(KrStatedSystem& system);
 /// `count` states in which every free joint swings about its present position by a tenth of its range.
 std::vector<KrManipulatorSystemState> swinging(const KrStatedSystem& system, unsigned int count);
 
+/// As often as they are drawn: what links share counts for each of them.
+std::size_t numMeshes(const KrStatedSystem& system);
 std::size_t numTriangles(const KrStatedSystem& system);
-/// Triangle groups, each of them one draw call; shared ones count as often as they are drawn.
+/// Triangle groups, each with a material of its own.
 std::size_t numGroups(const KrStatedSystem& system);
 
 } // namespace KrBenchSystem
