@@ -1,10 +1,7 @@
 #include "KrAppDepth.h"
 
 #include "KrAppFailure.h"
-#include "KrAppFiles.h"
 #include "KrAppNumpy.h"
-
-#include <toolkit/image/private/KrPictureFile.h>
 
 #include <algorithm>
 #include <cmath>
@@ -23,19 +20,6 @@ std::uint16_t millimetres(float depth)
         return 0;
     }
     return static_cast<std::uint16_t>(std::clamp(std::round(1000.0 * depth), 1.0, kLargestValue));
-}
-
-/// Whole millimetres in 16 bits of grey: up to 65.535 m.
-std::string png(const std::vector<float>& depths, unsigned int width, unsigned int height, const std::string& path)
-{
-    std::vector<std::uint16_t> samples(depths.size());
-    std::transform(depths.begin(), depths.end(), samples.begin(), millimetres);
-    std::string bytes;
-    const std::string reason = KrPictureFile::encodeGrey16(samples.data(), width, height, bytes);
-    if (!reason.empty()) {
-        throw KrAppFailure(KrAppFailure::CouldNot, "cannot write " + path + ": " + reason);
-    }
-    return bytes;
 }
 
 /// Metres, as floats in the byte order of the machine.
@@ -73,14 +57,17 @@ void KrAppDepth::checkFormat(const std::string& path)
 }
 
 void KrAppDepth::write(const std::vector<float>& depths, unsigned int width, unsigned int height,
-                       const std::string& path)
+                       const std::string& path, Png& png)
 {
     const std::string extension = KrAppFiles::extensionOf(path);
     if (extension == ".npy") {
         KrAppFiles::writeBytes(krAppNumpy(depths.data(), width, height), path);
+    } else if (extension == ".pfm") {
+        KrAppFiles::writeBytes(pfm(depths, width, height), path);
     } else {
         // Standard output has no extension, and gets the PNG.
-        KrAppFiles::writeBytes(extension == ".pfm" ? pfm(depths, width, height) : png(depths, width, height, path),
-                               path);
+        png.samples.resize(depths.size());
+        std::transform(depths.begin(), depths.end(), png.samples.begin(), millimetres);
+        KrAppFiles::writePng({png.samples.data(), width, height, 1, 16, false}, path, png.file);
     }
 }

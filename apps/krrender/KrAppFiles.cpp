@@ -6,7 +6,6 @@
 #include <toolkit/foundation/private/KrFileReplacement.h>
 #include <toolkit/foundation/private/KrInputFile.h>
 #include <toolkit/foundation/private/KrText.h>
-#include <toolkit/image/private/KrPictureFile.h>
 
 #include <poll.h>
 #include <sys/stat.h>
@@ -123,12 +122,12 @@ bool canBeMade(const Missing& missing)
 }
 
 /// All of the bytes, however few the other end takes at a time.
-void writeStandardOutput(const std::string& bytes)
+void writeStandardOutput(const void* bytes, std::size_t size)
 {
     // What printf still holds comes first.
     std::fflush(stdout);
-    for (std::size_t done = 0; done < bytes.size();) {
-        const ssize_t count = write(STDOUT_FILENO, bytes.data() + done, bytes.size() - done);
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t count = write(STDOUT_FILENO, static_cast<const char*>(bytes) + done, size - done);
         if (count > 0) {
             done += static_cast<std::size_t>(count);
             // Somebody else made the pipe non-blocking: wait until it takes more.
@@ -138,6 +137,20 @@ void writeStandardOutput(const std::string& bytes)
         } else if (count == 0 || errno != EINTR) {
             cannotWrite("-", std::strerror(errno));
         }
+    }
+}
+
+/// Complete or not at all.
+void writeBytes(const void* bytes, std::size_t size, const std::string& path)
+{
+    if (KrAppFiles::isStandard(path)) {
+        writeStandardOutput(bytes, size);
+        return;
+    }
+    // In one step: a reader of the file sees the old content or the new one.
+    const std::string reason = KrFileReplacement::write(path, bytes, size);
+    if (!reason.empty()) {
+        cannotWrite(path, reason);
     }
 }
 
@@ -316,22 +329,12 @@ std::string KrAppFiles::frameFile(const std::string& pattern, std::size_t number
     return pattern.substr(0, place.start) + padded(place.width) + pattern.substr(place.start + place.length);
 }
 
-void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages)
+void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages,
+                              PngFile& png)
 {
-    if (isStandard(path)) {
-        const std::size_t row = std::size_t(picture.width()) * picture.channels();
-        KrPicture file = {picture.width(), picture.height(), picture.channels(), {}};
-        // Pictures have the lowest row first, files the highest.
-        for (std::size_t i = picture.height(); i-- > 0;) {
-            file.pixels.insert(file.pixels.end(), picture.data() + i * row, picture.data() + (i + 1) * row);
-        }
-        // A stream has no extension to choose a format by: it gets a PNG.
-        std::string bytes;
-        const std::string reason = KrPictureFile::encode(file, "png", bytes);
-        if (!reason.empty()) {
-            cannotWrite(path, reason);
-        }
-        writeStandardOutput(bytes);
+    // A stream has no extension to choose a format by: it gets a PNG.
+    if (isStandard(path) || extensionOf(path) == ".png") {
+        writePng({picture.data(), picture.width(), picture.height(), picture.channels(), 8, true}, path, png);
         return;
     }
     if (!picture.writeFile(path, KrImage::BottomRowFirst)) {
@@ -342,15 +345,16 @@ void KrAppFiles::writePicture(const KrImage& picture, const std::string& path, c
     }
 }
 
-void KrAppFiles::writeBytes(const std::string& bytes, const std::string& path)
+void KrAppFiles::writePng(const KrPngEncoder::Picture& picture, const std::string& path, PngFile& png)
 {
-    if (isStandard(path)) {
-        writeStandardOutput(bytes);
-        return;
-    }
-    // In one step: a reader of the file sees the old content or the new one.
-    const std::string reason = KrFileReplacement::write(path, bytes);
+    const std::string reason = png.encoder.encode(picture, png.bytes);
     if (!reason.empty()) {
         cannotWrite(path, reason);
     }
+    ::writeBytes(png.bytes.data(), png.bytes.size(), path);
+}
+
+void KrAppFiles::writeBytes(const std::string& bytes, const std::string& path)
+{
+    ::writeBytes(bytes.data(), bytes.size(), path);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <toolkit/image/KrImage.h>
+#include <toolkit/image/private/KrPngEncoder.h>
 
 #include <cstdint>
 #include <string>
@@ -55,8 +56,16 @@ bool isPattern(const std::string& path);
 /// the extension. WrongUsage for any other "%" (two for one).
 std::string frameFile(const std::string& pattern, std::size_t number);
 
+/// What makes PNG files, kept: in a series of pictures nothing is allocated again. For one thread at a time.
+struct PngFile
+{
+    KrPngEncoder encoder;
+    std::vector<std::uint8_t> bytes;
+};
 /// Writes `picture` (row 0 at the bottom), complete or not at all, to standard output as PNG; CouldNot when that fails.
-void writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages);
+void writePicture(const KrImage& picture, const std::string& path, const KrAppMessages& messages, PngFile& png);
+/// Writes a PNG, whatever the name; complete or not at all; CouldNot when that fails.
+void writePng(const KrPngEncoder::Picture& picture, const std::string& path, PngFile& png);
 
 /// Writes `bytes`, complete or not at all; CouldNot when that fails.
 void writeBytes(const std::string& bytes, const std::string& path);

@@ -1,7 +1,6 @@
 #include "KrAppPictures.h"
 
 #include "KrAppAids.h"
-#include "KrAppDepth.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
 #include "KrAppInterrupt.h"
@@ -267,7 +266,7 @@ void KrAppPictures::writeColor()
     const KrManipulatorSystemState& state = m_motion.state(0);
     demand(m_tiles ? m_tiles->draw(m_scene, state, m_picture, reason) : m_scene.draw(state, m_picture, reason), reason);
     m_numBlank += isBlank(m_picture) ? 1 : 0;
-    KrAppFiles::writePicture(m_picture, m_options.output, m_messages);
+    KrAppFiles::writePicture(m_picture, m_options.output, m_messages, m_png.file);
     if (m_options.sidecar) {
         writeDescription(describe(), 0, m_options.output);
     }
@@ -364,7 +363,7 @@ void KrAppPictures::writeColors()
 
 void KrAppPictures::writeFrame(const KrImage& picture, std::size_t i)
 {
-    KrAppFiles::writePicture(picture, file(m_options.output, i), m_messages);
+    KrAppFiles::writePicture(picture, file(m_options.output, i), m_messages, m_png.file);
     if (m_options.sidecar) {
         KrFrameDescription description;
         {
@@ -406,7 +405,7 @@ void KrAppPictures::writeDepth(std::size_t i)
     // Infinite is where nothing is seen.
     const bool isSeen = std::any_of(m_depths.begin(), m_depths.end(), [](float depth) { return std::isfinite(depth); });
     m_numBlank += isSeen ? 0 : 1;
-    KrAppDepth::write(m_depths, m_options.width, m_options.height, file(m_options.depth, i));
+    KrAppDepth::write(m_depths, m_options.width, m_options.height, file(m_options.depth, i), m_png);
     const bool isPlanar = m_options.depthKind == KrDepthCapture::Kind::Planar;
     const bool isPicture = KrAppFiles::extensionOf(m_options.depth) == ".png";
     writeDepthSidecar(i, m_options.depth, isPlanar ? "planar depth" : "euclidean depth", isPicture ? "mm" : "m");
@@ -416,7 +415,7 @@ void KrAppPictures::writeDepthPreview(std::size_t i)
 {
     std::string reason;
     demand(m_scene.drawDepth(m_motion.state(i), m_picture, reason), reason);
-    KrAppFiles::writePicture(m_picture, file(m_options.depthPreview, i), m_messages);
+    KrAppFiles::writePicture(m_picture, file(m_options.depthPreview, i), m_messages, m_png.file);
     writeDepthSidecar(i, m_options.depthPreview, "relative depth", "1");
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KrAppDepth.h"
+
 #include <picture/KrPictureScene.h>
 #include <picture/KrTiles.h>
 #include <rendCore/capture/KrFrameDescription.h>
@@ -77,6 +79,7 @@ private:
     KrPictureScene m_scene;
     KrImage m_picture;
     std::vector<float> m_depths; ///< m
+    KrAppDepth::Png m_png;       ///< of one output after the other: while colours are written, the writing thread's
     int m_background[3] = {};    ///< of pictures, as a pixel
     std::size_t m_numBlank = 0;  ///< frames of the output that is written in which nothing is seen
     /// Of frames that are drawn and not yet written, in their order.

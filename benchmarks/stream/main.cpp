@@ -1,6 +1,7 @@
 // What it costs to get every frame into memory: every kind of capture against the drawing alone, in one run.
 //   krStreamBenchmark compare SYSTEM [FRAMES [WIDTH HEIGHT]]   milliseconds and allocations beyond drawing; FRAMES are
 //                                                              drawn in a turn
+//   krStreamBenchmark files SYSTEM [FRAMES [WIDTH HEIGHT]]     the same of PNG files
 //   krStreamBenchmark long SYSTEM [FRAMES]                     a tiny picture, streamed to a writing thread as krrender
 //                                                              does, and the memory held on the way
 #include "KrBenchMeasure.h"
@@ -14,8 +15,10 @@
 #include <rendCore/system/KrMultiRenderWindow.h>
 #include <tests/support/Allocations.h>
 #include <tests/support/Process.h>
+#include <toolkit/image/private/KrPngEncoder.h>
 
 #include <GL/gl.h>
+#include <png.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -55,7 +58,8 @@ bool parse(int argc, char** argv, Options& options)
     options.frames = argc > 3 ? number(3) : isLong ? 100000 : 10;
     options.width = argc > 5 ? number(4) : isLong ? 32 : options.width;
     options.height = argc > 5 ? number(5) : isLong ? 24 : options.height;
-    return (isLong ? options.frames > kSettledAfter : options.mode == "compare" && options.frames > 0) &&
+    return (isLong ? options.frames > kSettledAfter
+                   : (options.mode == "compare" || options.mode == "files") && options.frames > 0) &&
            options.width > 0 && options.height > 0;
 }
 
@@ -247,6 +251,40 @@ void compareViews(const Options& options)
         options.frames);
 }
 
+/// What a picture of `image` costs as a PNG, beside libpng with its usual settings.
+void compareFiles(const Options& options, KrRenderWindow& window)
+{
+    KrImage image;
+    window.renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor);
+    KrPngEncoder encoder;
+    std::vector<std::uint8_t> file, reference(2 * image.sizeInBytes() + 65536);
+    png_alloc_size_t referenceSize = 0;
+    takeTurns({{"libpng", [] {},
+                [&] {
+                    png_image picture = {};
+                    picture.version = PNG_IMAGE_VERSION;
+                    picture.width = image.width();
+                    picture.height = image.height();
+                    picture.format = PNG_FORMAT_RGB;
+                    referenceSize = reference.size();
+                    // A row step below 0: the rows begin at the bottom.
+                    if (!png_image_write_to_memory(&picture, reference.data(), &referenceSize, 0, image.data(),
+                                                   -static_cast<png_int_32>(image.width() * 3), nullptr)) {
+                        throw KrBenchFailure("libpng cannot write the picture");
+                    }
+                },
+                [] {}},
+               {"KrPngEncoder", [] {},
+                [&] {
+                    if (!encoder.encode({image.data(), image.width(), image.height(), 3, 8, true}, file).empty()) {
+                        throw KrBenchFailure("the picture cannot be written");
+                    }
+                },
+                [] {}}},
+              options.frames);
+    std::printf("%zu bytes by libpng, %zu by KrPngEncoder\n", static_cast<std::size_t>(referenceSize), file.size());
+}
+
 void drawLong(const Options& options, KrRenderWindow& window)
 {
     // A disk is not what is measured.
@@ -286,9 +324,10 @@ int main(int argc, char** argv)
 {
     Options options;
     if (!parse(argc, argv, options)) {
-        std::fprintf(stderr,
-                     "usage: %s compare SYSTEM [FRAMES [WIDTH HEIGHT]]\n       %s long SYSTEM [FRAMES above %zu]\n",
-                     argv[0], argv[0], kSettledAfter);
+        std::fprintf(
+            stderr,
+            "usage: %s compare|files SYSTEM [FRAMES [WIDTH HEIGHT]]\n       %s long SYSTEM [FRAMES above %zu]\n",
+            argv[0], argv[0], kSettledAfter);
         return 2;
     }
     try {
@@ -298,6 +337,10 @@ int main(int argc, char** argv)
         std::printf("%u x %u pixels, %s\n", options.width, options.height, window.report().renderer.c_str());
         if (options.mode == "long") {
             drawLong(options, window);
+            return 0;
+        }
+        if (options.mode == "files") {
+            compareFiles(options, window);
             return 0;
         }
         compare(options, window);

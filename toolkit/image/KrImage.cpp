@@ -5,9 +5,11 @@
 #include <toolkit/foundation/private/KrInputFile.h>
 #include <toolkit/foundation/private/KrText.h>
 #include <toolkit/image/private/KrPictureFile.h>
+#include <toolkit/image/private/KrPngEncoder.h>
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -194,12 +196,20 @@ bool KrImage::writeFile(const std::string& path, Orientation orientation) const
         if (m_width > INT_MAX || m_height > INT_MAX) {
             return "the image is too large";
         }
+        // The name chooses the format only in writing; in reading the content does.
+        const std::string extension = std::filesystem::path(path).extension().string();
+        // What most pictures are written as is made of them where they stand, without a copy.
+        if (KrText::lowered(extension) == ".png") {
+            KrPngEncoder encoder;
+            std::vector<std::uint8_t> file;
+            const std::string failure =
+                encoder.encode({m_data.data(), m_width, m_height, m_channels, 8, orientation == BottomRowFirst}, file);
+            return failure.empty() ? KrFileReplacement::write(path, file.data(), file.size()) : failure;
+        }
         KrPicture picture = {m_width, m_height, m_channels, m_data};
         if (orientation == BottomRowFirst) {
             reverseRows(picture.pixels, std::size_t(m_width) * m_channels, m_height);
         }
-        // The name chooses the format only in writing; in reading the content does.
-        const std::string extension = std::filesystem::path(path).extension().string();
         std::string bytes;
         const std::string failure =
             KrPictureFile::encode(picture, extension.empty() ? extension : extension.substr(1), bytes);

@@ -227,7 +227,8 @@ TEST(KrAppDepth, MillimetresAreClampedToWhatTheyCanSay)
 {
     const Folder folder;
     const std::vector<float> depths = {0.0001f, 1.2344f, 1.2346f, 65.535f, 70.0f, kNothing};
-    KrAppDepth::write(depths, 3, 2, folder.path("d.png"));
+    KrAppDepth::Png kept;
+    KrAppDepth::write(depths, 3, 2, folder.path("d.png"), kept);
     EXPECT_EQ(png(folder.path("d.png")).values, (std::vector<double>{1, 1234, 1235, 65535, 65535, 0}));
 }
 

@@ -286,10 +286,10 @@ bool KrFileReplacement::replace()
     return true;
 }
 
-std::string KrFileReplacement::write(const std::string& path, const std::string& content)
+std::string KrFileReplacement::write(const std::string& path, const void* content, std::size_t size)
 {
     KrFileReplacement file(path);
-    if (file.isOpen() && file.write(content.data(), content.size())) {
+    if (file.isOpen() && file.write(content, size)) {
         file.replace();
     }
     return file.reason();

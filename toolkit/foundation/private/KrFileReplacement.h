@@ -40,7 +40,11 @@ public:
 
     /// All of it in one call: `content` becomes the content of the file at `path`.
     /// @return the reason of a failure; empty for none
-    static std::string write(const std::string& path, const std::string& content);
+    static std::string write(const std::string& path, const std::string& content)
+    {
+        return write(path, content.data(), content.size());
+    }
+    static std::string write(const std::string& path, const void* content, std::size_t size);
     /// The file that `path` means: where it leads when it is a link, there already or not; else `path`.
     static std::string target(const std::string& path);
 

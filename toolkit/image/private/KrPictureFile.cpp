@@ -20,11 +20,6 @@ constexpr unsigned int kRgb = 4u;
 constexpr unsigned int kRgba = 8u;
 constexpr unsigned int kAll = kGrey | kGreyAlpha | kRgb | kRgba;
 
-std::string encodePng(const KrPicture& picture, std::string& bytes)
-{
-    return KrPngCoder::encode(picture.pixels.data(), picture.width, picture.height, picture.channels, 8, bytes);
-}
-
 /// A format that is read. The order is that in which a content is asked: what has no first bytes of its own comes last.
 struct Readable
 {
@@ -46,7 +41,7 @@ struct Writable
 };
 
 // By extension, the format that a name asks for; ".jpg" has no opacity to hold.
-constexpr Writable kWritable[] = {{"png", kAll, encodePng},
+constexpr Writable kWritable[] = {{"png", kAll, KrPngCoder::encode},
                                   {"jpg", kGrey | kRgb, KrJpegCoder::encode},
                                   {"jpeg", kGrey | kRgb, KrJpegCoder::encode},
                                   {"tif", kAll, KrTiffCoder::encode},
@@ -120,19 +115,4 @@ std::string KrPictureFile::encode(const KrPicture& picture, const std::string& e
         }
     }
     return "\"" + extension + "\" is no picture format that can be written";
-}
-
-// For depths: 16 bits are kept as they are, in one channel.
-std::string KrPictureFile::encodeGrey16(const std::uint16_t* samples, unsigned int width, unsigned int height,
-                                        std::string& bytes)
-{
-    // PNG has the high byte first (specification, 7.1).
-    std::vector<unsigned char> bigEndian;
-    const std::size_t count = std::size_t{width} * height;
-    bigEndian.reserve(2 * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        bigEndian.push_back(static_cast<unsigned char>(samples[i] >> 8));
-        bigEndian.push_back(static_cast<unsigned char>(samples[i] & 0xFFu));
-    }
-    return KrPngCoder::encode(bigEndian.data(), width, height, 1, 16, bytes);
 }

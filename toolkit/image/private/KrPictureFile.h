@@ -27,7 +27,4 @@ std::string decode(const unsigned char* data, std::size_t size, const KrPictureL
 /// opacity left out.
 std::string encode(const KrPicture& picture, const std::string& extension, std::string& bytes);
 
-/// A grey PNG of 16 bits: `width` x `height` samples, the upper row first.
-std::string encodeGrey16(const std::uint16_t* samples, unsigned int width, unsigned int height, std::string& bytes);
-
 } // namespace KrPictureFile

@@ -1,6 +1,7 @@
 #include <toolkit/image/private/KrPngCoder.h>
 
 #include <toolkit/image/private/KrPictureSamples.h>
+#include <toolkit/image/private/KrPngEncoder.h>
 
 #include <png.h>
 
@@ -129,70 +130,6 @@ private:
     png_infop m_info = nullptr;
 };
 
-// Writes into memory; a file is made of it when it is whole.
-class Writer
-{
-public:
-    Writer()
-    {
-        m_png = png_create_write_struct(PNG_LIBPNG_VER_STRING, this, fail, ignore);
-        m_info = m_png ? png_create_info_struct(m_png) : nullptr;
-        if (!m_info) {
-            png_destroy_write_struct(&m_png, nullptr);
-            throw std::bad_alloc();
-        }
-        png_set_write_fn(m_png, this, take, flush);
-    }
-    ~Writer() { png_destroy_write_struct(&m_png, &m_info); }
-    Writer(const Writer&) = delete;
-    Writer& operator=(const Writer&) = delete;
-
-    bool write(unsigned int width, unsigned int height, int type, int bits, png_bytepp rows)
-    {
-        if (setjmp(png_jmpbuf(m_png))) {
-            return false;
-        }
-        png_set_IHDR(m_png, m_info, width, height, bits, type, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                     PNG_FILTER_TYPE_DEFAULT);
-        png_write_info(m_png, m_info);
-        png_write_image(m_png, rows);
-        png_write_end(m_png, nullptr);
-        return true;
-    }
-    std::string& bytes() { return m_bytes; }
-    bool isOutOfMemory() const { return m_isOutOfMemory; }
-    const char* remark() const { return m_remark; }
-
-private:
-    static void take(png_structp png, png_bytep data, std::size_t count)
-    {
-        Writer& self = *static_cast<Writer*>(png_get_io_ptr(png));
-        // No exception may pass through the library.
-        try {
-            self.m_bytes.append(reinterpret_cast<const char*>(data), count);
-        } catch (const std::bad_alloc&) {
-            self.m_isOutOfMemory = true;
-        }
-        if (self.m_isOutOfMemory) {
-            png_error(png, "no memory");
-        }
-    }
-    static void flush(png_structp) {}
-    [[noreturn]] static void fail(png_structp png, png_const_charp text)
-    {
-        Writer& self = *static_cast<Writer*>(png_get_error_ptr(png));
-        std::strncpy(self.m_remark, text, sizeof self.m_remark - 1);
-        png_longjmp(png, 1);
-    }
-    static void ignore(png_structp, png_const_charp) {}
-
-    std::string m_bytes;
-    bool m_isOutOfMemory = false;
-    char m_remark[80] = {};
-    png_structp m_png = nullptr;
-    png_infop m_info = nullptr;
-};
-
 } // namespace
 
 bool KrPngCoder::isFormat(const KrPictureBytes& file)
@@ -244,25 +181,14 @@ std::string KrPngCoder::decode(const KrPictureBytes& file, const KrPictureLimits
     return {};
 }
 
-std::string KrPngCoder::encode(const unsigned char* samples, unsigned int width, unsigned int height,
-                               unsigned int channels, unsigned int bits, std::string& bytes)
+std::string KrPngCoder::encode(const KrPicture& picture, std::string& bytes)
 {
-    // By the number of channels, from 1 to 4.
-    constexpr int kTypes[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
-                              PNG_COLOR_TYPE_RGB_ALPHA};
-    const std::size_t rowBytes = std::size_t{width} * channels * (bits / 8);
-    std::vector<png_bytep> rows(height);
-    for (std::size_t row = 0; row < height; ++row) {
-        // The library takes pointers to what it does not change.
-        rows[row] = const_cast<png_bytep>(samples + row * rowBytes);
+    KrPngEncoder encoder;
+    std::vector<std::uint8_t> file;
+    const std::string reason =
+        encoder.encode({picture.pixels.data(), picture.width, picture.height, picture.channels, 8, false}, file);
+    if (reason.empty()) {
+        bytes.assign(file.begin(), file.end());
     }
-    Writer writer;
-    if (!writer.write(width, height, kTypes[channels - 1], static_cast<int>(bits), rows.data())) {
-        if (writer.isOutOfMemory()) {
-            throw std::bad_alloc();
-        }
-        return std::string("no PNG can hold it (") + writer.remark() + ")";
-    }
-    bytes = std::move(writer.bytes());
-    return {};
+    return reason;
 }

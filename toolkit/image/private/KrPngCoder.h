@@ -4,15 +4,13 @@
 
 #include <string>
 
-/// PNG files, through libpng. Failures are told as in KrPictureFile.
+/// PNG files, read by libpng. Failures are told as in KrPictureFile.
 namespace KrPngCoder
 {
 
 bool isFormat(const KrPictureBytes& file);
 std::string decode(const KrPictureBytes& file, const KrPictureLimits& limits, KrPicture& picture);
-/// @param samples  `height` rows of `width` x `channels` samples; of 16 bits with the most significant byte first
-/// @param bits     of a sample: 8 or 16
-std::string encode(const unsigned char* samples, unsigned int width, unsigned int height, unsigned int channels,
-                   unsigned int bits, std::string& bytes);
+/// For one picture; those that follow one another are for a KrPngEncoder.
+std::string encode(const KrPicture& picture, std::string& bytes);
 
 } // namespace KrPngCoder
