@@ -1,6 +1,7 @@
 #include <picture/KrFraming.h>
 
 #include <picture/KrMotion.h>
+#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/grid/KrGridPhysicalExtent.h>
 #include <toolkit/system/KrManipulatorActiveState.h>
@@ -79,14 +80,6 @@ void addVolume(KrFraming& framing, const KrShape& shape, const KrCoordinateSyste
     }
 }
 
-/// What is absent, or has no extent, says nothing.
-void addShape(KrFraming& framing, const KrShape* shape, const KrCoordinateSystemTransformation& toWorld)
-{
-    if (shape != nullptr && shape->physicalExtent() != nullptr) {
-        addExtent(framing, *shape->physicalExtent(), toWorld);
-    }
-}
-
 } // namespace
 
 KrVector KrFraming::towardsEye(double azimuth, double elevation)
@@ -115,6 +108,18 @@ void KrFraming::Sides::add(double x, double z, bool isFirst)
         positive[i] = isFirst ? x + tz : std::max(positive[i], x + tz);
         negative[i] = isFirst ? tz - x : std::max(negative[i], tz - x);
     }
+}
+
+bool KrFraming::Sides::holds(double x, double z) const
+{
+    for (unsigned int i = 0; i < kNumSlopes; ++i) {
+        const double tz = slopeAt(i) * z;
+        // Written so that NaN is outside.
+        if (!(x + tz <= positive[i] && tz - x <= negative[i])) {
+            return false;
+        }
+    }
+    return true;
 }
 
 double KrFraming::Sides::middle(double z) const
@@ -146,6 +151,67 @@ void KrFraming::add(const KrVector& point)
     }
 }
 
+/// Whether adding the point would change nothing.
+bool KrFraming::holds(const KrVector& point) const
+{
+    const double z = m_towards.dot(point);
+    bool isInside = m_numPoints != 0 && z <= m_nearest && m_horizontal.holds(m_right.dot(point), z) &&
+                    m_vertical.holds(m_up.dot(point), z);
+    for (unsigned int i = 0; i < 3; ++i) {
+        isInside = isInside && point[i] >= m_low[i] && point[i] <= m_high[i];
+    }
+    return isInside;
+}
+
+/// What holds the corners of a box holds what is in it: all that is asked for is convex.
+bool KrFraming::holds(const Box& box, const KrCoordinateSystemTransformation& toWorld) const
+{
+    for (unsigned int i = 0; i < 8; ++i) {
+        const KrVector corner((i & 1u) ? box.high.x() : box.low.x(), (i & 2u) ? box.high.y() : box.low.y(),
+                              (i & 4u) ? box.high.z() : box.low.z());
+        if (!holds(toWorld.transformPoint(corner))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// What is absent, or has no extent, says nothing. Of many copies of a robot those in the middle do not either: their
+/// vertices need not be looked at.
+void KrFraming::addShape(const KrShape* shape, const KrCoordinateSystemTransformation& toWorld)
+{
+    const KrBasePhysicalExtent* const extent = shape != nullptr ? shape->physicalExtent() : nullptr;
+    if (extent == nullptr) {
+        return;
+    }
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent();
+    // What bends has another box with every pose.
+    if (!mesh || mesh->vertices().empty() || dynamic_cast<const KrDeformationPhysicalExtent*>(extent) != nullptr) {
+        addExtent(*this, *extent, toWorld);
+        return;
+    }
+    const auto [place, isNew] = m_boxes.try_emplace(extent);
+    Box& box = place->second;
+    if (!isNew && box.revision == extent->revision() && holds(box, toWorld)) {
+        return;
+    }
+    if (isNew || box.revision != extent->revision()) {
+        box = {extent->revision(), mesh->vertices()[0], mesh->vertices()[0]};
+        for (const KrVector& vertex : mesh->vertices()) {
+            for (unsigned int i = 0; i < 3; ++i) {
+                box.low[i] = std::min(box.low[i], vertex[i]);
+                box.high[i] = std::max(box.high[i], vertex[i]);
+            }
+        }
+        // More than rounding: a vertex that is left out is inside beyond doubt.
+        constexpr double kSlack = 1e-9;
+        const KrVector slack = kSlack * (box.high - box.low).length() * KrVector(1.0, 1.0, 1.0);
+        box.low = box.low - slack;
+        box.high += slack;
+    }
+    addExtent(*this, *extent, toWorld);
+}
+
 void KrFraming::add(const KrManipulatorSystem& system, const KrManipulatorSystemState& state)
 {
     std::vector<KrCoordinateSystemTransformation> poses;
@@ -174,10 +240,10 @@ void KrFraming::addLinkAndAids(const KrManipulatorLink& link, const KrCoordinate
     // Shapes hang in the DH frame, which is not the link's own.
     const KrCoordinateSystemTransformation dhToWorld = toWorld * dhFrame;
     for (unsigned int i = 0; m_shown.shapes && i < link.numShapes(); ++i) {
-        addShape(*this, link.shape(i), dhToWorld);
+        addShape(link.shape(i), dhToWorld);
     }
     for (unsigned int i = 0; m_shown.collisions && i < link.numCollisionShapes(); ++i) {
-        addShape(*this, link.collisionShape(i), dhToWorld);
+        addShape(link.collisionShape(i), dhToWorld);
     }
     // Axes may be drawn at either frame of a link: there is room for both.
     addAxes(*this, toWorld, m_shown.axisLength);
@@ -201,7 +267,7 @@ void KrFraming::addIntraLinks(const KrIndividualManipulator& manipulator, const 
     state.setPositionState(position);
     for (unsigned int i = 0; i < description.count(); ++i) {
         const KrIntraLink& intraLink = description.intraLink(i);
-        addShape(*this, intraLink.shape(), manipulator.placement() * intraLink.placement(state, manipulator));
+        addShape(intraLink.shape(), manipulator.placement() * intraLink.placement(state, manipulator));
     }
 }
 

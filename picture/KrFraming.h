@@ -6,6 +6,7 @@
 #include <toolkit/system/KrStatedSystem.h>
 #include <toolkit/visualization/KrPovParameters.h>
 
+#include <cstdint>
 #include <map>
 
 class KrMotion;
@@ -75,7 +76,11 @@ private:
     void addLinkAndAids(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& toWorld,
                         const KrCoordinateSystemTransformation& dhFrame);
     void addIntraLinks(const KrIndividualManipulator& manipulator, const KrPositionState& position);
+    void addShape(const KrShape* shape, const KrCoordinateSystemTransformation& toWorld);
     void addEllipsoid(const KrManipulatorLink& link, const KrCoordinateSystemTransformation& dhToWorld);
+    bool holds(const KrVector& point) const;
+    struct Box;
+    bool holds(const Box& box, const KrCoordinateSystemTransformation& toWorld) const;
 
     /// Two opposite sides of the view, for slopes from a twelfth of the picture's to the whole.
     struct Sides
@@ -86,6 +91,7 @@ private:
 
         double slopeAt(unsigned int i) const { return slope * (i + 1) / kNumSlopes; }
         void add(double x, double z, bool isFirst);
+        bool holds(double x, double z) const;
         /// The smallest distance from which everything is between the sides of slope `i`.
         double distance(unsigned int i) const { return (positive[i] + negative[i]) / (2.0 * slopeAt(i)); }
         /// The eye's place between them, at `z`.
@@ -99,6 +105,15 @@ private:
     Shown m_shown;
     /// Of the links that were added: a motion asks for each again and again.
     std::map<const KrManipulatorLink*, KrEllipsoid> m_ellipsoids;
+    /// About the vertices of a mesh, in its own frame, and a little more.
+    struct Box
+    {
+        std::uint32_t revision = 0; ///< of the extent
+        KrVector low;
+        KrVector high;
+    };
+    /// Of the shapes that were added: copies of a robot share them.
+    std::map<const KrBasePhysicalExtent*, Box> m_boxes;
     Sides m_horizontal;
     Sides m_vertical;
     double m_nearest = 0.0; ///< largest z

@@ -217,7 +217,12 @@ void KrRenderWindow::buildShownCollisionShapes()
 /// Asked again every frame while the system is not loaded, and tells of it once.
 bool KrRenderWindow::fitsStack(const KrXmlVectorType<KrIndividualManipulator>& manipulators)
 {
+    const auto deepest = std::max_element(
+        manipulators.begin(), manipulators.end(),
+        [](const KrIndividualManipulator& a, const KrIndividualManipulator& b) { return a.depth() < b.depth(); });
+    // To ask for what is left of the stack takes a file of the system: once, unless there is something to tell.
     const bool fits =
+        deepest == manipulators.end() || KrTraversalStack::holds(*deepest, true) ||
         std::all_of(manipulators.begin(), manipulators.end(), [this](const KrIndividualManipulator& manipulator) {
             return KrTraversalStack::holds(manipulator, m_isDepthTold);
         });

@@ -1,3 +1,5 @@
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/math/KrAngle.h>
 
 #include <picture/KrFraming.h>
@@ -126,6 +128,42 @@ TEST(KrFraming, FollowsThePoseOfASystem)
     framing.add(system.manipulatorSystem(), system.systemState());
     EXPECT_NEAR((framing.center() + 0.5 * framing.size() - KrVector(13.0, 3.0, 3.0)).length(), 0.0, 1e-9);
     EXPECT_NEAR(framing.center().x() - 0.5 * framing.size().x(), 8.5, 1e-9); // the arm's y
+}
+
+TEST(KrFraming, CopiesOfARobotAreFramedAsEachOfTheirVertices)
+{
+    const boost::shared_ptr<KrBasePhysicalExtent> ball = boost::make_shared<KrSpherePhysicalExtent>(0.3);
+    KrManipulatorSystem system;
+    KrManipulatorSystemState state;
+    for (int i = 0; i < 25; ++i) {
+        KrIndividualManipulator robot("robot");
+        robot.addShape(ball);
+        KrManipulatorLink arm = Systems::turningLink("arm", {0.0, 0.0, 1.0});
+        arm.addShape(ball);
+        robot.addChildLink(arm);
+        KrCoordinateSystemTransformation placement;
+        placement.setTranslation({0.7 * (i * 7 % 5), 0.7 * (i * 7 % 25 / 5), 0.01 * (i % 3)}); // in no order
+        robot.setPlacement(placement);
+        system.manipulators().push_back(robot);
+        state.positionStates().push_back(robot.defaultState());
+        state.positionStates().back().jointPositions()[0] = 0.3 * i;
+    }
+    KrFraming framing({0.6, -0.7, 0.4}, {0, 0, 1}, 0.5, 1.5);
+    framing.add(system, state);
+
+    KrFraming expected({0.6, -0.7, 0.4}, {0, 0, 1}, 0.5, 1.5);
+    std::vector<KrCoordinateSystemTransformation> poses;
+    for (unsigned int i = 0; i < 25; ++i) {
+        const KrIndividualManipulator& robot = system.manipulators()[i];
+        ASSERT_TRUE(robot.linkPoses(state.positionStates()[i], poses));
+        for (const KrVector& vertex : ball->triExtent()->vertices()) {
+            expected.add(robot.placement().transformPoint(vertex));
+            expected.add((robot.placement() * poses[0]).transformPoint(vertex));
+        }
+    }
+    EXPECT_EQ(framing.pov(), expected.pov());
+    EXPECT_EQ(framing.center(), expected.center());
+    EXPECT_EQ(framing.size(), expected.size());
 }
 
 TEST(KrFraming, HoldsEverythingThatIsShownAndNothingElse)

@@ -80,7 +80,7 @@ KrVolumeMaker::KrVolumeMaker(Corners corners)
 
 void KrVolumeMaker::addTo(osg::Node& root, const KrMaterialMap& looks)
 {
-    BoundingVolumesVisitor visitor(*this, looks);
+    BoundingVolumesVisitor visitor(*this, *knownLooks(looks));
     root.accept(visitor);
 }
 
@@ -141,10 +141,9 @@ osg::ref_ptr<osg::Switch> KrVolumeMaker::makeSwitch(const KrShape& shape, const 
 osg::ref_ptr<KrRenderShape> KrVolumeMaker::makeVolume(const ExtentPointer& extent, const KrMaterialMap& looks,
                                                       unsigned int linkIndex)
 {
-    const KrMaterialMap* const known = knownLooks(looks);
-    const auto [place, isNew] = m_drawn.try_emplace({extent.get(), known});
+    const auto [place, isNew] = m_drawn.try_emplace({extent.get(), &looks});
     if (isNew) {
-        place->second = {extent, draw(extent, *known)};
+        place->second = {extent, draw(extent, looks)};
     }
     // A node for each link, which selecting may wrap by itself; what it draws is shared.
     const osg::ref_ptr<KrRenderShape> volume = new KrRenderShape(*place->second.geode, osg::CopyOp());

@@ -37,6 +37,7 @@ public:
     /// @param looks  by material name; read during the call only
     void addTo(osg::Node& root, const KrMaterialMap& looks);
     /// See KrRenderBoundingVolumes::makeBV.
+    /// @param looks  lives as long as this object
     osg::ref_ptr<osg::Switch> makeSwitch(const KrShape& shape, const KrMaterialMap& looks, unsigned int linkIndex,
                                          unsigned int shapeIndex);
 
