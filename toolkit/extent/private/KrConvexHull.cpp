@@ -18,6 +18,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <utility>
 
 namespace
@@ -210,19 +211,54 @@ Eigen::Vector3d middleOf(const Faces& faces, const Points& points)
     return middle / area;
 }
 
-/// How much larger, as a part of its size about `middle`, a hull must be for one of its faces to reach each point: what
-/// chooses the points is what `enlarge` pays. In one matrix product, because there are millions of them.
-Eigen::VectorXd growths(const Face& face, const Points& points, const Eigen::Vector3d& middle)
+/// Points that are asked for by the million how far they reach: all x, all y, all z.
+class Reach
 {
-    constexpr double kLeastDepth = 1e-6; // a hull of few points may not hold the middle yet
-    const double depth = std::max(kLeastDepth, -face.over(middle));
-    const Eigen::Map<const Eigen::Matrix3Xd> matrix(points[0].data(), 3, static_cast<Eigen::Index>(points.size()));
-    const Eigen::Vector3d normal = face.normal / depth;
-    return (matrix.transpose() * normal).array() + face.offset / depth;
-}
+public:
+    explicit Reach(const Points& points)
+        : m_columns(Eigen::Map<const Eigen::Matrix3Xd>(points[0].data(), 3, static_cast<Eigen::Index>(points.size()))
+                        .transpose())
+    {
+    }
+
+    /// The most of direction * p + offset, and the number of the first point that has it.
+    std::pair<double, std::size_t> most(const Eigen::Vector3d& direction, double offset) const
+    {
+        // Some at a time, which stay in the processor's cache: a maximum without a place is found several at once.
+        constexpr Eigen::Index kBlock = 256;
+        Eigen::Array<double, kBlock, 1> values;
+        std::pair<double, std::size_t> result(-std::numeric_limits<double>::infinity(), 0);
+        for (Eigen::Index first = 0; first < m_columns.rows(); first += kBlock) {
+            const Eigen::Index count = std::min(kBlock, m_columns.rows() - first);
+            const auto block = m_columns.middleRows(first, count).array();
+            values.head(count) =
+                block.col(0) * direction.x() + block.col(1) * direction.y() + block.col(2) * direction.z() + offset;
+            const double largest = values.head(count).maxCoeff();
+            if (largest > result.first) {
+                const double* const place = std::find(values.data(), values.data() + count, largest);
+                result = {largest, static_cast<std::size_t>(first + (place - values.data()))};
+            }
+        }
+        return result;
+    }
+
+    /// How much larger, as a part of its size about `middle`, a hull must be for one of its faces to reach every point,
+    /// and which one needs the most: what chooses the points is what `enlarge` pays.
+    std::pair<double, std::size_t> growth(const Face& face, const Eigen::Vector3d& middle) const
+    {
+        constexpr double kLeastDepth = 1e-6; // a hull of few points may not hold the middle yet
+        const double depth = std::max(kLeastDepth, -face.over(middle));
+        return most(face.normal / depth, face.offset / depth);
+    }
+
+    std::size_t size() const { return static_cast<std::size_t>(m_columns.rows()); }
+
+private:
+    Eigen::Matrix<double, Eigen::Dynamic, 3> m_columns;
+};
 
 /// Those of `candidates` that reach farthest, in directions spread evenly over a ball: along a spiral of golden angles.
-std::vector<bool> farthest(const Points& candidates, unsigned int numDirections)
+std::vector<bool> farthest(const Reach& candidates, unsigned int numDirections)
 {
     const double goldenAngle = Kr::Angle::kPi * (3.0 - std::sqrt(5.0));
     std::vector<bool> isChosen(candidates.size(), false);
@@ -230,10 +266,7 @@ std::vector<bool> farthest(const Points& candidates, unsigned int numDirections)
         const double z = 1.0 - (2.0 * i + 1.0) / numDirections;
         const double r = std::sqrt(1.0 - z * z);
         const Eigen::Vector3d direction(r * std::cos(goldenAngle * i), r * std::sin(goldenAngle * i), z);
-        const auto most = std::max_element(
-            candidates.begin(), candidates.end(),
-            [&](const Eigen::Vector3d& a, const Eigen::Vector3d& b) { return a.dot(direction) < b.dot(direction); });
-        isChosen[static_cast<std::size_t>(most - candidates.begin())] = true;
+        isChosen[candidates.most(direction, 0.0).second] = true;
     }
     return isChosen;
 }
@@ -242,8 +275,12 @@ std::vector<bool> farthest(const Points& candidates, unsigned int numDirections)
 /// of the chosen ones lacks most.
 Points chosenOf(const Points& candidates, const Eigen::Vector3d& middle)
 {
+    const Reach reach(candidates);
     // A first choice in all directions, so that the hull has a volume from the beginning.
-    std::vector<bool> isChosen = farthest(candidates, 64);
+    std::vector<bool> isChosen = farthest(reach, 64);
+    // By the face's plane, to the last bit: from one round to the next many faces stay, and rounding decides between
+    // points that reach equally far.
+    std::map<std::array<double, 4>, std::pair<double, std::size_t>> known;
     for (;;) {
         Points chosen;
         for (std::size_t i = 0; i < candidates.size(); ++i) {
@@ -251,23 +288,30 @@ Points chosenOf(const Points& candidates, const Eigen::Vector3d& middle)
                 chosen.push_back(candidates[i]);
             }
         }
-        std::vector<std::pair<double, Eigen::Index>> lacking; // of each face the farthest
+        const std::size_t room = KrConvexHull::kMostVertices - chosen.size();
+        if (room == 0) {
+            return chosen;
+        }
+        std::vector<std::pair<double, std::size_t>> lacking; // of each face the farthest
         for (const Face& face : hullOf(chosen)) {
-            Eigen::Index number = 0;
-            const double most = growths(face, candidates, middle).maxCoeff(&number);
-            if (!isChosen[static_cast<std::size_t>(number)] && most > 0.0) {
+            const auto [place, isNew] =
+                known.try_emplace({face.normal.x(), face.normal.y(), face.normal.z(), face.offset});
+            if (isNew) {
+                place->second = reach.growth(face, middle);
+            }
+            const auto [most, number] = place->second;
+            if (!isChosen[number] && most > 0.0) {
                 lacking.emplace_back(most, number);
             }
         }
-        // Half of the room at a time: points that are chosen make others unnecessary.
-        const std::size_t room = KrConvexHull::kMostVertices - chosen.size();
-        if (lacking.empty() || room == 0) {
+        if (lacking.empty()) {
             return chosen;
         }
+        // Half of the room at a time: points that are chosen make others unnecessary.
         std::sort(lacking.rbegin(), lacking.rend());
         lacking.resize(std::min({lacking.size(), room, std::max<std::size_t>(room / 2, 16)}));
         for (const auto& [needed, number] : lacking) {
-            isChosen[static_cast<std::size_t>(number)] = true;
+            isChosen[number] = true;
         }
     }
 }
@@ -275,12 +319,13 @@ Points chosenOf(const Points& candidates, const Eigen::Vector3d& middle)
 /// Scales a hull about `middle` until it holds `points`; false when the middle is not in it.
 bool enlarge(Points& hull, const Faces& faces, const Points& points, const Eigen::Vector3d& middle)
 {
+    const Reach reach(points);
     double most = 0.0;
     for (const Face& face : faces) {
         if (!(face.over(middle) < 0.0)) {
             return false;
         }
-        most = std::max(most, growths(face, points, middle).maxCoeff());
+        most = std::max(most, reach.growth(face, middle).first);
     }
     for (Eigen::Vector3d& point : hull) {
         point = middle + (1.0 + most) * (point - middle);
