@@ -1,5 +1,6 @@
 #include <rendCore/capture/KrDepthCapture.h>
 
+#include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
 #include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/KrSGWindow.h>
@@ -21,28 +22,14 @@ namespace
 constexpr double kSinglePrecision = 1.0 / 16777216.0; // 2^-24: half a step of a float just above 1
 constexpr double kDriverSteps = 12.0;                 // of it, lost in transforming and interpolating a depth
 
-/// Depth to clip coordinates, z' = a z + b and w' = c z + d, as precise as the driver is given them.
-struct DepthTerms
+/// Depth to clip coordinates, as precise as the driver is given them.
+KrPixelConversion::DepthTerms termsOf(const osg::Matrixd& projection)
 {
-    explicit DepthTerms(const osg::Matrixd& projection)
-        : a(static_cast<float>(projection(2, 2)))
-        , b(static_cast<float>(projection(3, 2)))
-        , c(static_cast<float>(projection(2, 3)))
-        , d(static_cast<float>(projection(3, 3)))
-    {
-    }
-    // OpenGL 2.1, sections 2.11.1 and 2.11.2, solved for z; the header gives the formula.
-    double planar(double bufferValue) const
-    {
-        const double e = 2.0 * bufferValue - 1.0;
-        return (b - d * e) / (a - c * e);
-    }
-
-    double a;
-    double b;
-    double c;
-    double d;
-};
+    const auto single = [&projection](int row, int column) {
+        return double{static_cast<float>(projection(row, column))};
+    };
+    return {single(2, 2), single(3, 2), single(2, 3), single(3, 3)};
+}
 
 /// Whether depth goes its own way: x and y have no part in z' and w', and rays leave one point or are parallel.
 bool isSupported(const osg::Matrixd& p)
@@ -56,7 +43,8 @@ bool isSupported(const osg::Matrixd& p)
            p(0, 0) * p(1, 1) != p(0, 1) * p(1, 0);
 }
 
-/// The slopes of the rays through a perspective picture's pixels, to the right and up for each metre of depth.
+/// The slopes of the rays through a perspective picture's pixels, to the right and up for each metre of depth. Borrows
+/// the projection.
 struct RaySlopes
 {
     RaySlopes(const osg::Matrixd& projection, unsigned int width, unsigned int height)
@@ -66,17 +54,21 @@ struct RaySlopes
         , yStep(2.0 / height)
     {
     }
-    /// Ray length for each metre of depth.
-    double length(unsigned int column, unsigned int row) const
+    /// Rows and columns by themselves: the picture's sides are the eye's, as in every camera that is not composed.
+    bool isSeparate() const { return p(0, 1) == 0.0 && p(1, 0) == 0.0; }
+    /// Of the middle of a pixel. Where it is separate the row does not matter, or the column.
+    double right(unsigned int column, unsigned int row) const
     {
-        // x' = x p00 + y p10 + z p20 and w' = z p23, for z = -1.
-        // The middle of a pixel, in [-1, 1] over the picture.
-        const double x = -((column + 0.5) * xStep - 1.0) * p(2, 3) + p(2, 0);
-        const double y = -((row + 0.5) * yStep - 1.0) * p(2, 3) + p(2, 1);
-        const double right = (x * p(1, 1) - y * p(1, 0)) / determinant;
-        const double up = (y * p(0, 0) - x * p(0, 1)) / determinant;
-        return std::sqrt(1.0 + right * right + up * up);
+        return (x(column) * p(1, 1) - y(row) * p(1, 0)) / determinant;
     }
+    double up(unsigned int column, unsigned int row) const
+    {
+        return (y(row) * p(0, 0) - x(column) * p(0, 1)) / determinant;
+    }
+
+    // x' = x p00 + y p10 + z p20 and w' = z p23, for z = -1, in [-1, 1] over the picture.
+    double x(unsigned int column) const { return -((column + 0.5) * xStep - 1.0) * p(2, 3) + p(2, 0); }
+    double y(unsigned int row) const { return -((row + 0.5) * yStep - 1.0) * p(2, 3) + p(2, 1); }
 
     const osg::Matrixd& p;
     double determinant;
@@ -242,30 +234,29 @@ bool KrDepthCapture::render(KrSGWindow& window, const Options& options, std::vec
     return !failure;
 }
 
-void KrDepthCapture::convert(const Options& options, std::vector<float>& depths) const
+void KrDepthCapture::convert(const Options& options, std::vector<float>& depths)
 {
-    // The driver fills 32 bits from fewer as it likes (with zeros, or by repeating them): the leading bits are the
-    // value.
-    const unsigned int unused = 32 - m_depthBits;
-    const std::uint32_t farthest = 0xFFFFFFFFu >> unused;
-    const DepthTerms terms(m_projection);
+    const KrPixelConversion::DepthBits kind = {m_depthBits};
+    const KrPixelConversion::DepthTerms terms = termsOf(m_projection);
     const RaySlopes rays(m_projection, m_width, m_height);
     // Parallel rays have p(2, 3) = 0 and are as long as they are deep.
     const bool isSlanted = options.kind == Kind::Euclidean && m_projection(2, 3) != 0.0;
-    const std::uint32_t* value = m_values.data();
+    const bool isSeparate = rays.isSeparate();
+    if (isSlanted) {
+        m_raySquares.resize(m_width);
+    }
     for (unsigned int row = 0; row < m_height; ++row) {
-        const unsigned int place = options.rowOrder == RowOrder::TopRowFirst ? m_height - 1 - row : row;
-        float* out = depths.data() + std::size_t(place) * m_width;
-        for (unsigned int column = 0; column < m_width; ++column) {
-            // All 32 bits where the depth buffer has as many; the shift is 0 then.
-            const std::uint32_t step = *value++ >> unused;
-            if (step == farthest) {
-                *out++ = options.background;
-                continue;
-            }
-            const double planar = terms.planar(static_cast<double>(step) / farthest);
-            *out++ = static_cast<float>(isSlanted ? planar * rays.length(column, row) : planar);
+        // The length's square is 1 + right^2 + up^2: the first two once, where all rows have them alike.
+        for (unsigned int column = 0; isSlanted && (row == 0 || !isSeparate) && column < m_width; ++column) {
+            const double right = rays.right(column, row);
+            const double up = isSeparate ? 0.0 : rays.up(column, row);
+            m_raySquares[column] = 1.0 + right * right + up * up;
         }
+        const double up = isSlanted && isSeparate ? rays.up(0, row) : 0.0;
+        const unsigned int place = options.rowOrder == RowOrder::TopRowFirst ? m_height - 1 - row : row;
+        KrPixelConversion::toMetres(m_values.data() + std::size_t(row) * m_width, m_width, kind, terms,
+                                    options.background, isSlanted ? m_raySquares.data() : nullptr, up * up,
+                                    depths.data() + std::size_t(place) * m_width);
     }
 }
 
@@ -274,7 +265,7 @@ double KrDepthCapture::errorBound(double depth) const
     if (m_depthBits == 0) {
         return std::numeric_limits<double>::infinity();
     }
-    const DepthTerms terms(m_projection);
+    const KrPixelConversion::DepthTerms terms = termsOf(m_projection);
     const double w = terms.d - terms.c * depth;
     // How far the depth moves for the whole range of the depth buffer, at this depth's rate.
     const double rate = 2.0 * w * w / std::abs(terms.a * terms.d - terms.b * terms.c);

@@ -1,5 +1,6 @@
 #include <rendCore/window/KrSGDrawCallbacks.h>
 
+#include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/window/private/KrCapturedImage.h>
 #include <rendCore/window/private/KrRenderStages.h>
 
@@ -43,12 +44,6 @@ std::uint32_t clearedDepth()
     default:
         return 0xFFFFFFFFu;
     }
-}
-
-// The low byte of the truncated value: 256 wraps to 0. No number becomes 0.
-unsigned char lowByte(double value)
-{
-    return value == value ? static_cast<unsigned char>(static_cast<unsigned int>(value)) : 0;
 }
 
 } // namespace
@@ -201,18 +196,9 @@ void KrSGWindow::ImageCaptureDrawCallback::remapDepthBuffer()
 
     // Asked of the context that the frame was drawn in, which is still current.
     const std::uint32_t far = clearedDepth();
-    std::uint32_t maximum = 0;
-    std::uint32_t minimum = far;
-    for (std::size_t i = 0; i < count; ++i) {
-        if (depths[i] != far) {
-            maximum = std::max(maximum, depths[i]);
-            minimum = std::min(minimum, depths[i]);
-        }
-    }
     // Kept: unsigned differences, a scale of 256, and 0/0 where every drawn depth is the same. Readers of depth
     // pictures find the farthest drawn depth at 0, as the nearest and the background.
-    const double range = static_cast<double>(maximum - minimum);
-    for (std::size_t i = 0; out && i < count; ++i) {
-        out[i] = depths[i] == far ? 0 : lowByte(static_cast<double>(depths[i] - minimum) / range * 256.0);
+    if (out) {
+        KrPixelConversion::toGrey(depths, count, far, KrPixelConversion::rangeOf(depths, count, far), out);
     }
 }
