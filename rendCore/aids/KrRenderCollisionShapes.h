@@ -11,7 +11,8 @@ class KrManipulatorLink;
 ///
 /// Drawn when the window's display mask has the bit KrRenderTypes::CollisionShapes; KrRenderWindow adds them to its
 /// scene when that is so for the first time. Each shape is drawn as it is described, translucent, in a look of its own
-/// whatever its materials are, over visible shapes in the same place, and hides nothing. Static operations only.
+/// whatever its materials are, over visible shapes in the same place, and hides nothing. Links and robots that share an
+/// extent share what is drawn of it. Static operations only.
 class KrRenderCollisionShapes
 {
 public:

@@ -269,8 +269,10 @@ TEST_F(KrRenderAidsTest, CollisionShapesVeilWhatIsSeenAndMoveWithTheirLink)
 TEST_F(KrRenderAidsTest, VolumesAndEllipsoidsAreFilledWhenSeenAndSharedByCopiesOfARobot)
 {
     KrManipulatorSystem robots;
-    robots.manipulators().push_back(system.manipulatorSystem().manipulators()[0]);
-    robots.manipulators().push_back(system.manipulatorSystem().manipulators()[0]);
+    KrIndividualManipulator robot = system.manipulatorSystem().manipulators()[0];
+    robot.addCollisionShape(Systems::box(KrVector(0.5, 0.5, 1.0), KrVector(0.0, 0.0, 0.5)));
+    robots.manipulators().push_back(robot);
+    robots.manipulators().push_back(robot);
     KrCoordinateSystemTransformation beside;
     beside.setTranslation(KrVector(0.0, 2.0, 0.0));
     ASSERT_TRUE(robots.manipulators().back().setPlacement(beside));
@@ -318,6 +320,12 @@ TEST_F(KrRenderAidsTest, VolumesAndEllipsoidsAreFilledWhenSeenAndSharedByCopiesO
         EXPECT_EQ(corners._min, ellipsoid->getBoundingBox()._min);
         EXPECT_EQ(corners._max, ellipsoid->getBoundingBox()._max);
     }
+
+    window.setDisplayMask(KrRenderTypes::CollisionShapes, true, false);
+    const AidGeometries collisions = look(KrRenderTypes::CollisionShapes);
+    ASSERT_EQ(collisions.found.size(), 2u);
+    EXPECT_EQ(collisions.found[0], collisions.found[1]);
+    window.setDisplayMask(KrRenderTypes::CollisionShapes, false, false);
 
     // A copy of a node that nobody has seen is whole.
     osg::Geometry* const unseen = volumes.found.front();
