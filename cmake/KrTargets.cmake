@@ -93,7 +93,9 @@ function(kr_add_test name)
         set(before ${kr_on_virtual_screen})
     endif()
     add_test(NAME ${name} COMMAND ${before} $<TARGET_FILE:${name}>)
-    set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 600)
+    # What krrender keeps of meshes belongs into no developer's own folder.
+    set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 600
+        ENVIRONMENT "XDG_CACHE_HOME=${PROJECT_BINARY_DIR}/cache")
     if(ARG_LABEL STREQUAL "render" AND NOT ARG_VIRTUAL_SCREEN)
         set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT "KR_WINDOW=egl")
     endif()

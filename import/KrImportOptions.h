@@ -16,6 +16,16 @@ struct KrImportOptions
     std::vector<std::string> packagePaths; ///< folders searched for packages, after the description's own bundle
     bool useRosPackagePath = true;         ///< then those of the environment variable ROS_PACKAGE_PATH
 
+    /// Whether meshes get the form in which they are drawn while they are read, on all cores. Without it that is done
+    /// when they are drawn first, one after the other. For who draws nothing it is time and memory for nothing.
+    bool prepareDrawing = true;
+
+    /// Whether prepared meshes are kept on disk from one process to the next (docs/import.md). Not unless it is asked
+    /// for: a library does not write into a user's folders by itself.
+    bool useCache = false;
+    std::string cacheFolder;                                   ///< empty for krrendcore in the user's cache folder
+    std::uint64_t maxCacheBytes = Kr::Limits::kMeshCacheBytes; ///< of all that is kept; 0 keeps nothing
+
     std::uint64_t maxRobotBytes = Kr::Limits::kRobotBytes;   ///< of the robot description
     std::size_t maxLinks = Kr::Limits::kLinks;               ///< and joints, of the robot description
     std::size_t maxChain = Kr::Limits::kLinkChain;           ///< links in a row, from the base outwards

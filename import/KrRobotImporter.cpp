@@ -30,7 +30,12 @@ bool readRobot(const std::string& path, const KrImportOptions& options, KrStated
     KrPathResolver resolver(path, options.packagePaths, options.useRosPackagePath);
     KrIndividualManipulator manipulator;
     // Building cannot fail: a mesh that is missing or bad costs itself only, and is in the report.
-    KrRobotBuilder::build(description, resolver, {options.maxMeshBytes, options.maxTriangles}, manipulator, report);
+    KrMeshLoader::Options loading;
+    loading.limits = {options.maxMeshBytes, options.maxTriangles};
+    loading.prepareDrawing = options.prepareDrawing;
+    loading.cacheFolder = options.cacheFolder;
+    loading.maxCacheBytes = options.useCache ? options.maxCacheBytes : 0;
+    KrRobotBuilder::build(description, resolver, loading, manipulator, report);
     KrManipulatorSystem manipulators;
     manipulators.manipulators().push_back(manipulator);
     system = KrStatedSystem(manipulators);

@@ -8,7 +8,7 @@ logs="$root/build/logs"
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
     libopenscenegraph-dev libegl-dev libgl-dev libglx-dev libgbm-dev libglu1-mesa-dev libx11-dev
-    libboost-dev libboost-date-time-dev libxml2-dev libassimp-dev zlib1g-dev
+    libboost-dev libboost-date-time-dev libxml2-dev libassimp-dev libssl-dev zlib1g-dev
     libpng-dev libdeflate-dev libjpeg62-turbo-dev libtiff-dev
     libeigen3-dev libqhull-dev libmeshoptimizer-dev libcli11-dev libspdlog-dev nlohmann-json3-dev
     libgl1-mesa-dri libegl-mesa0 libglx-mesa0 fonts-liberation2

@@ -15,7 +15,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <iterator>
 #include <memory>
@@ -53,6 +55,8 @@ struct Words
     std::string fade;
     std::vector<std::string> joints;
     std::vector<std::string> selfTest;
+    bool noCache = false;
+    std::string cacheLimit;
 };
 
 /// All options, in the order of the help. What is more than a copy goes into `words`, so that what is wrong with it
@@ -198,11 +202,17 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->type_name("ALPHA")
         ->group("Aids");
 
-    app.add_option("--package-path", options.packagePaths, "Folder in which packages are looked for; repeatable")
+    app.add_option("--package-path", options.import.packagePaths, "Folder in which packages are looked for; repeatable")
         ->allow_extra_args(false)
         ->type_name("DIR")
         ->group("Import");
     app.add_flag("--strict", options.strict, "A missing mesh is an error")->group("Import");
+    app.add_flag("--no-cache", words.noCache, "Neither use nor write what is kept of meshes from one run to the next")
+        ->group("Import");
+    app.add_option("--cache-limit", words.cacheLimit,
+                   "Megabytes (MiB) that may be kept in $XDG_CACHE_HOME/krrendcore, or ~/.cache/krrendcore [1024]")
+        ->type_name("N")
+        ->group("Import");
 
     app.add_flag("-q,--quiet", options.quiet, "Print errors only")->group("Other");
     app.set_help_flag("-h,--help", "Print this help")->group("Other");
@@ -483,6 +493,24 @@ unsigned int readSamples(const std::string& text)
     wrongUsage("--samples " + text + ": must be 1, 4, 9 or 16");
 }
 
+/// Kept are meshes, unless that is not wanted; made ready for drawing where something is drawn.
+void readImport(const Words& words, KrAppOptions& options)
+{
+    options.import.useCache = !words.noCache;
+    options.import.prepareDrawing = options.drawsPictures() || options.view || !options.rangeMap.path.empty();
+    if (!words.cacheLimit.empty()) {
+        // More than any disk has is no limit that somebody means, and as bytes it still is a number.
+        constexpr std::uint64_t kMost = std::uint64_t{1} << 40;
+        std::uint64_t megabytes = 0;
+        const char* const end = words.cacheLimit.data() + words.cacheLimit.size();
+        const auto [rest, error] = std::from_chars(words.cacheLimit.data(), end, megabytes);
+        if (error != std::errc() || rest != end || megabytes > kMost) {
+            wrongUsage("--cache-limit " + words.cacheLimit + ": must be a whole number of megabytes, 0 for no cache");
+        }
+        options.import.maxCacheBytes = megabytes << 20;
+    }
+}
+
 /// Files that the command line names in several ways.
 void readFiles(const Words& words, KrAppOptions& options)
 {
@@ -679,6 +707,7 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         }
         background = color;
     }
+    readImport(words, *this);
     readCamera(words, *this);
     readIntrinsics(words, *this);
     readJoints(words, *this);

@@ -2,6 +2,7 @@
 
 #include "KrAppRangeMap.h"
 
+#include <import/KrImportOptions.h>
 #include <picture/KrAids.h>
 #include <rendCore/capture/KrDepthCapture.h>
 #include <rendCore/capture/KrFrameDescription.h>
@@ -75,7 +76,7 @@ struct KrAppOptions
     std::string trajectory;
     std::optional<double> framesPerSecond; ///< at which the states of a motion follow each other
 
-    std::vector<std::string> packagePaths;
+    KrImportOptions import; ///< with a cache, unless it is not wanted
     bool strict = false;
     bool quiet = false;
 

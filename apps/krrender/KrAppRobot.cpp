@@ -134,7 +134,7 @@ std::string KrAppRobot::rootElement(const std::string& text)
     return std::string();
 }
 
-void KrAppRobot::read(const std::string& file, const std::vector<std::string>& packagePaths, KrAppMessages& messages)
+void KrAppRobot::read(const std::string& file, const KrImportOptions& options, KrAppMessages& messages)
 {
     // The readers take paths, and the system has one for the stream.
     const std::string path = KrAppFiles::isStandard(file) ? "/dev/stdin" : file;
@@ -145,9 +145,7 @@ void KrAppRobot::read(const std::string& file, const std::vector<std::string>& p
 
     // An importer's messages are in its report; the native readers print theirs.
     if (root == "robot") {
-        KrImportOptions import;
-        import.packagePaths = packagePaths;
-        if (!KrRobotImporter::readFile(path, import, statedSystem(), report)) {
+        if (!KrRobotImporter::readFile(path, options, statedSystem(), report)) {
             couldNot(messages.lastReason(path + " holds no robot that can be read"));
         }
         messages.clear(); // the report has them

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <import/KrImportOptions.h>
 #include <import/report/KrImportReport.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <string>
-#include <vector>
 
 class KrAppMessages;
 
@@ -19,8 +19,8 @@ struct KrAppRobot
     ///
     /// What a native file names relative to itself (textures) is named in full afterwards.
     /// A pipe holds a URDF. Throws KrAppFailure (CouldNot): no such file, a folder, empty, binary, no system in it.
-    /// @param packagePaths  folders in which packages are looked for, before all others
-    void read(const std::string& file, const std::vector<std::string>& packagePaths, KrAppMessages& messages);
+    /// @param options  of an import
+    void read(const std::string& file, const KrImportOptions& options, KrAppMessages& messages);
 
     KrStatedSystem& statedSystem() { return system.statedSystem(); }
     const KrStatedSystem& statedSystem() const { return system.statedSystem(); }

@@ -249,7 +249,7 @@ void run(KrAppOptions& options, KrAppMessages& messages)
 {
     checkOutputs(options);
     KrAppRobot robot;
-    robot.read(options.robot, options.packagePaths, messages);
+    robot.read(options.robot, options.import, messages);
     // Before anything can fail: the report tells why.
     if (!options.report.empty()) {
         KrAppFiles::writeBytes(robot.report.json(), options.report);
@@ -263,7 +263,7 @@ void run(KrAppOptions& options, KrAppMessages& messages)
     }
 
     std::vector<std::string> warnings;
-    for (const std::string& folder : options.packagePaths) {
+    for (const std::string& folder : options.import.packagePaths) {
         std::error_code error;
         if (!std::filesystem::is_directory(folder, error)) {
             warnings.push_back("--package-path " + folder + ": there is no such folder");

@@ -77,11 +77,11 @@ void fillJoint(const Joint& joint, KrJointKinematics& kinematics)
 class Builder
 {
 public:
-    Builder(const KrRobotDescription& robot, KrPathResolver& resolver, const KrMeshLimits& limits,
+    Builder(const KrRobotDescription& robot, KrPathResolver& resolver, const KrMeshLoader::Options& loading,
             KrIndividualManipulator& manipulator, KrImportReport& report)
         : m_robot(robot)
         , m_resolver(resolver)
-        , m_shapes(robot, resolver, limits, manipulator, report)
+        , m_shapes(robot, resolver, loading, manipulator, report)
         , m_manipulator(manipulator)
         , m_report(report)
     {
@@ -285,8 +285,9 @@ void Builder::addCollisions(const Link& source, KrManipulatorLink& link)
 
 } // namespace
 
-void KrRobotBuilder::build(const KrRobotDescription& description, KrPathResolver& resolver, const KrMeshLimits& limits,
-                           KrIndividualManipulator& manipulator, KrImportReport& report)
+void KrRobotBuilder::build(const KrRobotDescription& description, KrPathResolver& resolver,
+                           const KrMeshLoader::Options& loading, KrIndividualManipulator& manipulator,
+                           KrImportReport& report)
 {
-    Builder(description, resolver, limits, manipulator, report).run();
+    Builder(description, resolver, loading, manipulator, report).run();
 }

@@ -68,11 +68,12 @@ ExtentPointer primitiveOf(const Geometry& geometry)
 
 } // namespace
 
-KrShapeBuilder::KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& resolver, const KrMeshLimits& limits,
-                               KrIndividualManipulator& manipulator, KrImportReport& report)
+KrShapeBuilder::KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& resolver,
+                               const KrMeshLoader::Options& loading, KrIndividualManipulator& manipulator,
+                               KrImportReport& report)
     : m_robot(robot)
     , m_resolver(resolver)
-    , m_loader(limits)
+    , m_loader(loading)
     , m_manipulator(manipulator)
     , m_report(report)
 {
@@ -242,7 +243,7 @@ ExtentPointer KrShapeBuilder::builtMesh(const KrMeshLoader::File& file, const El
     return result.extent;
 }
 
-const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const KrMeshLoader::Facts& facts, const Element& element,
+const KrMeshBuilder::Result& KrShapeBuilder::sharedMesh(const KrMeshFacts& facts, const Element& element,
                                                         const KrImportReport::Mesh& line, const std::string& place)
 {
     // A mesh that brings all its looks is one extent whatever material the description gives.

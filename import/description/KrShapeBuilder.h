@@ -30,9 +30,9 @@ public:
 
     /// All are borrowed for as long as the builder lives.
     /// @param robot        as KrRobotRepair leaves it
-    /// @param limits       of each mesh file
+    /// @param loading      how its mesh files are read
     /// @param manipulator  its materials are there; those that shapes need besides are added
-    KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& resolver, const KrMeshLimits& limits,
+    KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& resolver, const KrMeshLoader::Options& loading,
                    KrIndividualManipulator& manipulator, KrImportReport& report);
 
     /// Reads the mesh files of all elements at once, so that those that follow find them read.
@@ -62,7 +62,7 @@ private:
     ExtentPointer extentOf(const Element& element);
     ExtentPointer meshOf(const Element& element);
     ExtentPointer builtMesh(const KrMeshLoader::File& file, const Element& element, KrImportReport::Mesh& line);
-    const KrMeshBuilder::Result& sharedMesh(const KrMeshLoader::Facts& facts, const Element& element,
+    const KrMeshBuilder::Result& sharedMesh(const KrMeshFacts& facts, const Element& element,
                                             const KrImportReport::Mesh& line, const std::string& place);
     const KrMeshLoader::File& meshFile(const std::string& path, const Element& element);
     KrMeshLoader::Wish wishOf(const Element& element) const;

@@ -26,6 +26,7 @@ public:
         boost::shared_ptr<KrTriPhysicalExtent> extent; ///< null when no triangle is left
         std::size_t triangles = 0;
         std::size_t degenerate = 0; ///< skipped: corners on a line, or not finite
+        bool isIndexed = false;     ///< the indexed form of the extent is made
         std::string why;            ///< there is no extent in spite of triangles; one clause
     };
 

@@ -7,7 +7,11 @@
 #include <toolkit/foundation/private/KrParallel.h>
 #include <toolkit/foundation/private/KrText.h>
 
+#include <assimp/version.h>
+
+#include <dlfcn.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <algorithm>
 #include <exception>
@@ -19,10 +23,17 @@ namespace
 
 // More at once would leave each too small a part of the limits.
 constexpr std::size_t kMostAtOnce = 16;
+// Of the form in which meshes are kept, and of what stands in it.
+constexpr unsigned int kPreparation = 1;
+// Of the clocks of file systems, generously.
+constexpr std::int64_t kClockTickNs = 50000000;
+// States of other files, beside the digest of what was read; no digest looks like that.
+const char* const kThere = "there";
+const char* const kUnreadable = "unreadable";
 
-KrMeshLoader::Facts factsOf(KrMeshData& data)
+KrMeshFacts factsOf(KrMeshData& data)
 {
-    KrMeshLoader::Facts facts;
+    KrMeshFacts facts;
     facts.unit = data.unit;
     facts.upAxis = std::move(data.upAxis);
     facts.textures = std::move(data.textures);
@@ -35,8 +46,7 @@ KrMeshLoader::Facts factsOf(KrMeshData& data)
     return facts;
 }
 
-KrMeshBuilder::Options optionsOf(const KrMeshLoader::Wish& wish, const KrMeshLoader::Facts& facts,
-                                 const std::string& path)
+KrMeshBuilder::Options optionsOf(const KrMeshLoader::Wish& wish, const KrMeshFacts& facts, const std::string& path)
 {
     KrMeshBuilder::Options options;
     options.scale = wish.scale;
@@ -50,6 +60,47 @@ KrMeshBuilder::Options optionsOf(const KrMeshLoader::Wish& wish, const KrMeshLoa
         options.materialHasTexture = isUsable ? wish.hasTexture : wish.hasPlainTexture;
     }
     return options;
+}
+
+std::uint64_t sideBytesOf(const KrMeshData& data)
+{
+    std::uint64_t sum = 0;
+    for (const KrMeshData::OtherFile& other : data.otherFiles) {
+        struct stat info = {};
+        sum += other.isRead && ::stat(other.path.c_str(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
+    }
+    return sum;
+}
+
+std::int64_t nsOf(const timespec& time)
+{
+    return time.tv_sec * std::int64_t{1000000000} + time.tv_nsec;
+}
+
+std::int64_t nowNs()
+{
+    timespec now = {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return nsOf(now);
+}
+
+/// Everything that decides what becomes of the bytes of a mesh file, besides those bytes and what is wished.
+std::string versionText()
+{
+    std::string text = std::to_string(kPreparation) + " " + std::to_string(aiGetVersionMajor()) + "." +
+                       std::to_string(aiGetVersionMinor()) + "." + std::to_string(aiGetVersionPatch()) + "." +
+                       std::to_string(aiGetVersionRevision()) + " " + std::to_string(sizeof(std::size_t));
+    // The libraries as they were built, ours and the toolkit's: whoever changes how meshes are prepared need not think
+    // of the number above.
+    for (const void* const place :
+         {reinterpret_cast<const void*>(&versionText), reinterpret_cast<const void*>(&Kr::Print::instance)}) {
+        Dl_info library = {};
+        struct stat info = {};
+        if (::dladdr(place, &library) != 0 && ::stat(library.dli_fname, &info) == 0) {
+            text += " " + std::to_string(info.st_size) + " " + std::to_string(nsOf(info.st_mtim));
+        }
+    }
+    return text;
 }
 
 bool isSameContent(const std::string& a, const std::string& b, std::uint64_t maxBytes)
@@ -94,6 +145,14 @@ struct KrMeshLoader::Job
     Job& leader() { return same ? *same : *this; }
 };
 
+/// What entries of a wish are called. A mesh of one file alone goes by its bytes, wherever it lies; one that other
+/// files belong to goes by its place, too, since that is where they are looked for.
+struct KrMeshLoader::Names
+{
+    KrMeshCache::Name byContent;
+    KrMeshCache::Name byPlace;
+};
+
 bool KrMeshLoader::Wish::operator<(const Wish& other) const
 {
     const auto key = [](const Wish& w) {
@@ -103,8 +162,10 @@ bool KrMeshLoader::Wish::operator<(const Wish& other) const
     return key(*this) < key(other);
 }
 
-KrMeshLoader::KrMeshLoader(const KrMeshLimits& limits)
-    : m_limits(limits)
+KrMeshLoader::KrMeshLoader(const Options& options)
+    : m_options(options)
+    , m_cache(options.cacheFolder, options.maxCacheBytes)
+    , m_version(m_cache.isOpen() ? versionText() : std::string())
 {
 }
 
@@ -140,6 +201,9 @@ void KrMeshLoader::load()
         }
     }
     run(apart);
+    if (m_hasKept) {
+        m_cache.trim();
+    }
 }
 
 /// One for each content; the others follow it.
@@ -156,7 +220,7 @@ std::vector<KrMeshLoader::Job*> KrMeshLoader::uniqueJobs()
             return own.info.st_ino != 0 &&
                    KrImportPath::extensionOf(own.path) == KrImportPath::extensionOf(other->path) &&
                    ((own.info.st_ino == other->info.st_ino && own.info.st_dev == other->info.st_dev) ||
-                    isSameContent(own.path, other->path, m_limits.maxBytes));
+                    isSameContent(own.path, other->path, m_options.limits.maxBytes));
         };
         const auto found = std::find_if(alike.begin(), alike.end(), isSame);
         if (found == alike.end()) {
@@ -178,12 +242,12 @@ void KrMeshLoader::run(const std::vector<Job*>& jobs)
         std::vector<Job*> sorted = jobs;
         std::stable_sort(sorted.begin(), sorted.end(),
                          [](const Job* a, const Job* b) { return a->info.st_size > b->info.st_size; });
-        const KrMeshLimits part{m_limits.maxBytes / numLanes, m_limits.maxTriangles / numLanes};
+        const KrMeshLimits part{m_options.limits.maxBytes / numLanes, m_options.limits.maxTriangles / numLanes};
         KrParallel::forEach(sorted.size(), numLanes, [&](std::size_t i) { runJob(*sorted[i], part, false); });
     }
     for (Job* const job : jobs) {
         if (!job->isDone) {
-            runJob(*job, m_limits, true);
+            runJob(*job, m_options.limits, true);
         }
     }
 }
@@ -195,26 +259,43 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
     KrHeldMessages messages;
     File file;
     try {
+        const std::int64_t startNs = nowNs();
         std::string content;
-        KrMeshData data;
         // A regular file: a description could name a device that never ends.
         file.why = KrInputFile::readWhole(job.path, KrInputFile::Accept::Files, limits.maxBytes, content);
-        file.isRead = file.why.empty() && KrMeshFile::readContent(job.path, std::move(content), limits, data, file.why);
-        std::uint64_t sideBytes = 0;
-        for (const KrMeshData::OtherFile& other : data.otherFiles) {
-            struct stat info = {};
-            sideBytes += other.isRead && ::stat(other.path.c_str(), &info) == 0 ? info.st_size : 0;
-        }
-        if (!isAlone && (!file.isRead || sideBytes > limits.maxBytes)) {
-            return;
-        }
-        job.needsOthers = !data.otherFiles.empty();
-        file.facts = factsOf(data);
-        file.messages = messages.take();
-        for (auto& [wish, mesh] : job.meshes) {
-            if (file.isRead) {
+        const std::string digest = m_cache.isOpen() && file.why.empty() ? m_cache.nameOf({content}) : std::string();
+        const auto isDone = [&](auto& item) {
+            auto& [wish, mesh] = item;
+            return mesh.isLoaded || (!digest.empty() && takeKept(namesOf(job, digest, wish), job, mesh, file));
+        };
+        // All of them, though one may be lacking: those that are kept need not be built.
+        const auto numDone = std::count_if(job.meshes.begin(), job.meshes.end(), isDone);
+        if (numDone < static_cast<std::ptrdiff_t>(job.meshes.size()) || !file.isRead) {
+            KrMeshData data;
+            file.isRead =
+                file.why.empty() && KrMeshFile::readContent(job.path, std::move(content), limits, data, file.why);
+            if (!isAlone && (!file.isRead || sideBytesOf(data) > limits.maxBytes)) {
+                return;
+            }
+            job.needsOthers = !data.otherFiles.empty();
+            file.facts = factsOf(data);
+            file.messages = messages.take();
+            OtherFiles others;
+            const bool isKept = !digest.empty() && file.messages.empty() && statesOf(data.otherFiles, startNs, others);
+            for (auto& [wish, mesh] : job.meshes) {
+                if (!file.isRead || mesh.isLoaded) {
+                    continue;
+                }
                 mesh.result = KrMeshBuilder::build(data, optionsOf(wish, file.facts, job.path));
                 mesh.messages = messages.take();
+                mesh.isLoaded = true;
+                if (m_options.prepareDrawing && mesh.result.extent) {
+                    mesh.result.extent->indexedMesh();
+                    mesh.result.isIndexed = true;
+                }
+                if (isKept && mesh.messages.empty()) {
+                    keep(namesOf(job, digest, wish), file.facts, mesh, others);
+                }
             }
         }
     } catch (const std::exception& exception) {
@@ -225,11 +306,94 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
     job.isDone = true;
 }
 
+KrMeshLoader::Names KrMeshLoader::namesOf(const Job& job, const std::string& digest, const Wish& wish) const
+{
+    std::string numbers;
+    const auto append = [&numbers](const auto& value) {
+        numbers.append(reinterpret_cast<const char*>(&value), sizeof value);
+    };
+    for (unsigned int i = 0; i < 3; ++i) {
+        append(wish.scale[i]);
+    }
+    append(m_options.limits.maxBytes);
+    append(m_options.limits.maxTriangles);
+    for (const bool flag : {wish.useLooks, wish.hasTexture, wish.hasPlainTexture, m_options.prepareDrawing}) {
+        append(flag);
+    }
+    const std::string extension = KrImportPath::extensionOf(job.path);
+    return {m_cache.nameOf({digest, m_version, numbers, wish.material, extension}),
+            m_cache.nameOf({digest, m_version, numbers, wish.material, KrImportPath::absolute(job.path)})};
+}
+
+/// False when the cache has no such mesh, or has it of other files than there are now.
+bool KrMeshLoader::takeKept(const Names& names, Job& job, Mesh& mesh, File& file) const
+{
+    KrMeshCache::Entry entry;
+    KrPreparedMesh kept;
+    const auto isSame = [this](const KrPreparedMesh::OtherFile& other) {
+        return stateOf(other.path, other.isRead) == other.state;
+    };
+    const bool isFound = (m_cache.read(names.byContent, entry) || m_cache.read(names.byPlace, entry)) &&
+                         KrPreparedMesh::read(entry.bytes(), kept) &&
+                         std::all_of(kept.otherFiles.begin(), kept.otherFiles.end(), isSame);
+    if (isFound) {
+        file.isRead = true;
+        file.facts = std::move(kept.facts);
+        mesh.result = std::move(kept.result);
+        mesh.isLoaded = true;
+        job.needsOthers = !kept.otherFiles.empty();
+    }
+    return isFound;
+}
+
+void KrMeshLoader::keep(const Names& names, const KrMeshFacts& facts, const Mesh& mesh, const OtherFiles& otherFiles)
+{
+    // What could not be made is tried again the next time: it may be memory that was lacking.
+    if (mesh.result.extent || mesh.result.triangles == 0) {
+        m_cache.write(otherFiles.empty() ? names.byContent : names.byPlace,
+                      KrPreparedMesh{facts, mesh.result, otherFiles}.bytes());
+        m_hasKept = true;
+    }
+}
+
+/// What the other files of a mesh are like; false when that is not known well enough for the next time.
+/// @param startNs  when the mesh began to be read
+bool KrMeshLoader::statesOf(const std::vector<KrMeshData::OtherFile>& files, std::int64_t startNs,
+                            OtherFiles& states) const
+{
+    for (const KrMeshData::OtherFile& file : files) {
+        struct stat info = {};
+        const bool isThere = ::stat(file.path.c_str(), &info) == 0;
+        const std::string state = stateOf(file.path, file.isRead);
+        // It is looked at a second time here. What has changed meanwhile, or could have within a tick of the file
+        // system's clock, may be other than what the mesh was made of.
+        if (state == kUnreadable || (isThere && file.isRead && nsOf(info.st_ctim) + kClockTickNs > startNs)) {
+            return false;
+        }
+        states.push_back({file.path, file.isRead, state});
+    }
+    return true;
+}
+
+std::string KrMeshLoader::stateOf(const std::string& path, bool isRead) const
+{
+    std::string content;
+    if (!KrImportPath::isFile(path)) {
+        return "";
+    }
+    if (!isRead) {
+        return kThere;
+    }
+    return KrInputFile::readWhole(path, KrInputFile::Accept::Files, m_options.limits.maxBytes, content).empty()
+               ? m_cache.nameOf({content})
+               : kUnreadable;
+}
+
 const KrMeshLoader::File& KrMeshLoader::file(const std::string& path)
 {
     Job& job = jobOf(path).leader();
     if (!job.isDone) {
-        runJob(job, m_limits, true);
+        runJob(job, m_options.limits, true);
     }
     return job.file;
 }
@@ -244,7 +408,7 @@ KrMeshLoader::Mesh& KrMeshLoader::mesh(const std::string& path, const Wish& wish
     Job& job = jobOf(path).leader();
     if (!job.isDone || job.meshes.count(wish) == 0) {
         job.meshes[wish];
-        runJob(job, m_limits, true);
+        runJob(job, m_options.limits, true);
     }
     return job.meshes.at(wish);
 }

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <import/cache/KrMeshCache.h>
+#include <import/cache/KrPreparedMesh.h>
 #include <import/mesh/KrMeshBuilder.h>
+#include <import/mesh/KrMeshFacts.h>
 #include <import/mesh/KrMeshLimits.h>
 
 #include <toolkit/foundation/private/KrHeldMessages.h>
 
+#include <atomic>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -17,11 +22,21 @@
 /// mesh had to say on the way is kept with it, so that messages come in that order, too. What was not told is loaded
 /// when it is asked for.
 ///
+/// What a cache has of a file is not read anew: the mesh library is not asked then. An entry goes by the bytes of the
+/// file, by what is wanted of it, and by what other files had their part in it; by this version of the libraries, too.
+///
 /// The limits hold for all files that are read at the same time together: each of them may have its part, and one that
 /// needs more is read alone when the others are done.
 class KrMeshLoader
 {
 public:
+    struct Options
+    {
+        KrMeshLimits limits;
+        bool prepareDrawing = false; ///< the indexed form is made as well
+        std::string cacheFolder;     ///< as KrMeshCache has it
+        std::uint64_t maxCacheBytes = 0;
+    };
     /// How a shape wants the mesh of a file.
     struct Wish
     {
@@ -32,32 +47,22 @@ public:
         bool hasPlainTexture = false; ///< the material of plainName(material)
         bool operator<(const Wish& other) const;
     };
-    /// What there is to say of a mesh file besides its surface.
-    struct Facts
-    {
-        double unit = 1.0; ///< as in KrMeshData
-        std::string upAxis;
-        std::vector<std::string> textures;
-        std::vector<std::string> warnings;
-        std::size_t numLooks = 0;
-        bool hasPlainGroups = false; ///< triangles without a look
-        bool hasTextureCoordinates = false;
-    };
     struct File
     {
         bool isRead = false;
         std::string why; ///< it is not
-        Facts facts;
+        KrMeshFacts facts;
         KrHeldMessages::List messages;
     };
     struct Mesh
     {
         KrMeshBuilder::Result result; ///< its extent without a placement
         KrHeldMessages::List messages;
+        bool isLoaded = false;
         bool isTaken = false; ///< the extent belongs to a shape; the next one has to copy it
     };
 
-    explicit KrMeshLoader(const KrMeshLimits& limits);
+    explicit KrMeshLoader(const Options& options);
     ~KrMeshLoader();
 
     /// The name of a material's stand-in for surfaces without texture coordinates.
@@ -77,12 +82,22 @@ public:
 
 private:
     struct Job;
+    using OtherFiles = std::vector<KrPreparedMesh::OtherFile>;
 
     Job& jobOf(const std::string& path);
     std::vector<Job*> uniqueJobs();
     void run(const std::vector<Job*>& jobs);
     void runJob(Job& job, const KrMeshLimits& limits, bool isAlone);
+    struct Names;
+    Names namesOf(const Job& job, const std::string& digest, const Wish& wish) const;
+    bool takeKept(const Names& names, Job& job, Mesh& mesh, File& file) const;
+    void keep(const Names& names, const KrMeshFacts& facts, const Mesh& mesh, const OtherFiles& otherFiles);
+    bool statesOf(const std::vector<KrMeshData::OtherFile>& files, std::int64_t startNs, OtherFiles& states) const;
+    std::string stateOf(const std::string& path, bool isRead) const;
 
-    KrMeshLimits m_limits;
+    Options m_options;
+    KrMeshCache m_cache;
+    std::string m_version;
+    std::atomic<bool> m_hasKept{false};                 ///< something new
     std::map<std::string, std::unique_ptr<Job>> m_jobs; ///< by path
 };

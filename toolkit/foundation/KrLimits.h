@@ -21,6 +21,8 @@ constexpr std::size_t kMeshMaterials = 4096;                      ///< of a mesh
 constexpr std::size_t kMeshNesting = 200;                         ///< of the elements and the nodes of a mesh file
 constexpr std::uint64_t kPolygonWork = std::uint64_t{1} << 30;    ///< sum of the squares of a mesh's polygons' corners
 
+constexpr std::uint64_t kMeshCacheBytes = std::uint64_t{1} << 30; ///< of all prepared meshes that are kept on disk
+
 constexpr std::uint64_t kRobotBytes = std::uint64_t{64} << 20; ///< of a robot description
 constexpr std::size_t kLinks = 10000;                          ///< of a robot description
 constexpr std::size_t kLinkChain = 500;                        ///< links in a row, from the base outwards

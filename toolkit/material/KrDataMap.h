@@ -37,6 +37,8 @@ public:
     /// False when there is no such key.
     bool erase(const std::string& key);
 
+    /// All of them, by key: for those who keep them in a form of their own.
+    const std::map<std::string, std::variant<double, std::string, bool>>& values() const { return m_values; }
     /// True when nothing has a name here.
     bool empty() const { return m_values.empty(); }
 

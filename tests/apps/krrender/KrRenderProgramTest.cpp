@@ -345,6 +345,23 @@ TEST_F(KrRenderProgram, ASizeThatNoRobotHasIsToldOnce)
     }
 }
 
+// The second picture comes from what the first one has left.
+TEST_F(KrRenderProgram, MeshesAreKeptUnlessThatIsNotWanted)
+{
+    const std::string cached = "XDG_CACHE_HOME='" + m_folder.path("cache") +
+                               "' '" KR_RENDER "' --samples 1 '" KR_SAMPLES "/industrial_arm.urdf' -o '" +
+                               m_folder.path("");
+    EXPECT_EQ(runCommand(cached + "/none.png' --no-cache").status, 0);
+    EXPECT_EQ(runCommand(cached + "/none.png' --cache-limit 0").status, 0);
+    EXPECT_FALSE(std::filesystem::exists(m_folder.path("cache/krrendcore")));
+    EXPECT_EQ(runCommand(cached + "/first.png'").status, 0);
+    EXPECT_TRUE(std::filesystem::exists(m_folder.path("cache/krrendcore/key")));
+    EXPECT_EQ(runCommand(cached + "/second.png'").status, 0);
+    EXPECT_EQ(contentOf(m_folder.path("first.png")), contentOf(m_folder.path("none.png")));
+    EXPECT_EQ(contentOf(m_folder.path("second.png")), contentOf(m_folder.path("none.png")));
+    EXPECT_EQ(krrender(urdf() + " -o a.png --cache-limit 1GB").status, 2);
+}
+
 TEST_F(KrRenderProgram, AWrongShaderFolderIsToldAndNotTaken)
 {
     const std::string plume = " --samples 1 --size 160x120 '" KR_SAMPLES "/plume.xml' -o ";

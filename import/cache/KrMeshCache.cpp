@@ -1,0 +1,327 @@
+#include <import/cache/KrMeshCache.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <limits>
+#include <tuple>
+#include <vector>
+
+namespace
+{
+
+constexpr std::string_view kMagic = "KrMesh1\n";
+constexpr std::size_t kSealBytes = 16;
+constexpr std::size_t kHeaderBytes = kMagic.size() + kSealBytes;
+constexpr char kKeyName[] = "key";
+constexpr std::string_view kTemporary = ".new-";
+// Half-written files of processes that ended are as old as that before they are taken away.
+constexpr std::time_t kAbandonedSeconds = 3600;
+// What a name, a key and an entry are sealed for: no seal of one purpose is one of the other.
+enum Purpose : unsigned char
+{
+    ForName = 1,
+    ForEntry = 2
+};
+
+struct Descriptor
+{
+    explicit Descriptor(int descriptor)
+        : number(descriptor)
+    {
+    }
+    ~Descriptor()
+    {
+        if (number >= 0) {
+            ::close(number);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int number;
+};
+
+/// The user's own, and nobody else may write to it.
+bool isOwn(const struct stat& info)
+{
+    return info.st_uid == ::geteuid() && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+/// A regular file of the folder, for reading; links are not followed, and a pipe is not waited for.
+int openFile(int folder, const char* name, struct stat& info)
+{
+    const int file = ::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    if (file >= 0 && (::fstat(file, &info) != 0 || !S_ISREG(info.st_mode) || !isOwn(info))) {
+        ::close(file);
+        return -1;
+    }
+    return file;
+}
+
+bool readAll(int file, char* to, std::size_t size)
+{
+    while (size > 0) {
+        const ssize_t count = ::read(file, to, size);
+        if (count == 0 || (count < 0 && errno != EINTR)) {
+            return false;
+        }
+        to += std::max<ssize_t>(count, 0);
+        size -= static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+    }
+    return true;
+}
+
+bool writeAll(int file, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(file, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    }
+    return true;
+}
+
+std::string hexadecimal(const unsigned char* bytes, std::size_t size)
+{
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (std::size_t i = 0; i < size; ++i) {
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 15];
+    }
+    return text;
+}
+
+/// As the XDG base directory specification has it: a relative path counts as none.
+std::string defaultFolder()
+{
+    const auto absolute = [](const char* name) {
+        const char* const value = std::getenv(name);
+        return std::string(value && value[0] == '/' ? value : "");
+    };
+    const std::string cache = absolute("XDG_CACHE_HOME");
+    const std::string home = absolute("HOME");
+    return !cache.empty() ? cache + "/krrendcore" : !home.empty() ? home + "/.cache/krrendcore" : "";
+}
+
+} // namespace
+
+KrMeshCache::KrMeshCache(const std::string& folder, std::uint64_t maxBytes)
+    : m_maxBytes(maxBytes)
+{
+    const std::string path = folder.empty() ? defaultFolder() : folder;
+    if (!path.empty() && maxBytes > 0) {
+        open(path);
+    }
+}
+
+KrMeshCache::~KrMeshCache()
+{
+    if (m_folder >= 0) {
+        ::close(m_folder);
+    }
+}
+
+void KrMeshCache::open(const std::string& folder)
+{
+    // The folders above it, too, as the specification of cache folders has it: for the user alone.
+    for (std::size_t end = folder.find('/', 1); end != std::string::npos; end = folder.find('/', end + 1)) {
+        ::mkdir(folder.substr(0, end).c_str(), 0700);
+    }
+    ::mkdir(folder.c_str(), 0700);
+    struct stat info = {};
+    // A link that the user has made himself is followed: caches are put on other disks that way.
+    const bool isOwnLink = ::lstat(folder.c_str(), &info) == 0 && S_ISLNK(info.st_mode) && info.st_uid == ::geteuid();
+    // From here on by descriptor: whoever renames folders later does not lead us elsewhere.
+    m_folder = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (isOwnLink ? 0 : O_NOFOLLOW));
+    bool isGood = m_folder >= 0 && ::fstat(m_folder, &info) == 0 && isOwn(info);
+    if (isGood && !readKey()) {
+        makeKey();
+        isGood = readKey();
+    }
+    if (!isGood && m_folder >= 0) {
+        ::close(m_folder);
+        m_folder = -1;
+    }
+}
+
+bool KrMeshCache::readKey()
+{
+    struct stat info = {};
+    const Descriptor file(openFile(m_folder, kKeyName, info));
+    return file.number >= 0 && info.st_size == sizeof m_key &&
+           readAll(file.number, reinterpret_cast<char*>(m_key), sizeof m_key);
+}
+
+void KrMeshCache::makeKey() const
+{
+    char key[sizeof m_key];
+    std::string temporary;
+    if (::getrandom(key, sizeof key, 0) != sizeof key || !writeAside({{key, sizeof key}}, temporary)) {
+        return;
+    }
+    // The first process wins where several begin, and all read what it wrote. A key that is damaged is replaced: what
+    // was sealed with it is never asked for again.
+    struct stat info = {};
+    const bool isDamaged =
+        ::fstatat(m_folder, kKeyName, &info, AT_SYMLINK_NOFOLLOW) == 0 && info.st_size != sizeof m_key;
+    if (isDamaged) {
+        ::renameat(m_folder, temporary.c_str(), m_folder, kKeyName);
+    } else {
+        ::linkat(m_folder, temporary.c_str(), m_folder, kKeyName, 0);
+    }
+    ::unlinkat(m_folder, temporary.c_str(), 0);
+}
+
+std::string KrMeshCache::seal(unsigned char purpose, std::initializer_list<std::string_view> parts) const
+{
+    const std::unique_ptr<EVP_CIPHER_CTX, void (*)(EVP_CIPHER_CTX*)> context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
+    // One start for all seals of a purpose: they have to be the same each time, and are shown to nobody.
+    const unsigned char start[12] = {purpose};
+    std::string lengths;
+    int ignored = 0;
+    unsigned char seal[kSealBytes] = {};
+    bool isGood = context && EVP_EncryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, m_key, start) == 1;
+    const auto add = [&](std::string_view bytes) {
+        // The library counts in int.
+        constexpr std::size_t kMost = std::size_t{1} << 30;
+        for (; isGood && !bytes.empty(); bytes.remove_prefix(std::min(kMost, bytes.size()))) {
+            isGood = EVP_EncryptUpdate(context.get(), nullptr, &ignored,
+                                       reinterpret_cast<const unsigned char*>(bytes.data()),
+                                       static_cast<int>(std::min(kMost, bytes.size()))) == 1;
+        }
+    };
+    for (const std::string_view part : parts) {
+        add(part);
+        const std::uint64_t length = part.size();
+        lengths.append(reinterpret_cast<const char*>(&length), sizeof length);
+    }
+    add(lengths);
+    isGood = isGood && EVP_EncryptFinal_ex(context.get(), seal, &ignored) == 1 &&
+             EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_GET_TAG, sizeof seal, seal) == 1;
+    // Without memory there is no seal; no entry has that name, and none is written under it.
+    return isGood ? std::string(reinterpret_cast<const char*>(seal), sizeof seal) : std::string();
+}
+
+KrMeshCache::Name KrMeshCache::nameOf(std::initializer_list<std::string_view> parts) const
+{
+    const std::string made = seal(ForName, parts);
+    return hexadecimal(reinterpret_cast<const unsigned char*>(made.data()), made.size());
+}
+
+bool KrMeshCache::read(const Name& name, Entry& entry) const
+{
+    struct stat info = {};
+    const Descriptor file(isOpen() ? openFile(m_folder, name.c_str(), info) : -1);
+    // Before memory is asked for. None is written that is larger.
+    const auto size = static_cast<std::uint64_t>(info.st_size);
+    if (file.number < 0 || size < kHeaderBytes || size > m_maxBytes || size > std::numeric_limits<std::size_t>::max()) {
+        return false;
+    }
+    entry.m_file.reset(new char[static_cast<std::size_t>(size)]);
+    const std::string_view all(entry.m_file.get(), static_cast<std::size_t>(size));
+    entry.m_bytes = all.substr(kHeaderBytes);
+    if (!readAll(file.number, entry.m_file.get(), all.size()) || all.substr(0, kMagic.size()) != kMagic ||
+        // With the name: an entry under another one's name is as good as damaged.
+        all.substr(kMagic.size(), kSealBytes) != seal(ForEntry, {name, entry.m_bytes})) {
+        return false;
+    }
+    // Used now. Where that cannot be noted, it only goes earlier.
+    ::futimens(file.number, nullptr);
+    return true;
+}
+
+/// Into a file of a new name, all parts of it or none.
+// Not by KrFileReplacement: a cache has no use for waiting until the disk has it, since the seal tells what did not
+// arrive, and it goes by a descriptor of its folder, never by a path.
+bool KrMeshCache::writeAside(std::initializer_list<std::string_view> parts, std::string& temporary) const
+{
+    unsigned char random[12];
+    if (::getrandom(random, sizeof random, 0) != sizeof random) {
+        return false;
+    }
+    temporary = std::string(kTemporary) + hexadecimal(random, sizeof random);
+    const Descriptor file(
+        ::openat(m_folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (file.number < 0) {
+        return false;
+    }
+    const bool isWritten =
+        std::all_of(parts.begin(), parts.end(), [&file](std::string_view part) { return writeAll(file.number, part); });
+    if (!isWritten) {
+        ::unlinkat(m_folder, temporary.c_str(), 0);
+    }
+    return isWritten;
+}
+
+void KrMeshCache::write(const Name& name, std::string_view bytes) const
+{
+    // What is larger than all of it may be would push everything else out, and go itself.
+    const std::string sealed = isOpen() ? seal(ForEntry, {name, bytes}) : std::string();
+    if (name.empty() || sealed.empty() || bytes.size() + kHeaderBytes > m_maxBytes) {
+        return;
+    }
+    std::string temporary;
+    if (writeAside({kMagic, sealed, bytes}, temporary) &&
+        ::renameat(m_folder, temporary.c_str(), m_folder, name.c_str()) != 0) {
+        ::unlinkat(m_folder, temporary.c_str(), 0);
+    }
+}
+
+void KrMeshCache::trim() const
+{
+    const int copy = isOpen() ? ::openat(m_folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(copy >= 0 ? ::fdopendir(copy) : nullptr, ::closedir);
+    if (!listing) {
+        if (copy >= 0) {
+            ::close(copy);
+        }
+        return;
+    }
+    using Used = std::tuple<std::time_t, long, std::string, std::uint64_t>;
+    std::vector<Used> entries;
+    std::uint64_t sum = 0;
+    while (const dirent* const entry = ::readdir(listing.get())) {
+        const std::string name = entry->d_name;
+        struct stat info = {};
+        // The key stays, and so does what is none of ours.
+        const bool isTemporary = name.compare(0, kTemporary.size(), kTemporary) == 0;
+        const bool isEntry =
+            name.size() == 2 * kSealBytes && name.find_first_not_of("0123456789abcdef") == std::string::npos;
+        if ((!isTemporary && !isEntry) || ::fstatat(m_folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+            continue;
+        }
+        if (isTemporary) {
+            if (info.st_mtim.tv_sec < std::time(nullptr) - kAbandonedSeconds) {
+                ::unlinkat(m_folder, name.c_str(), 0);
+            }
+            continue;
+        }
+        sum += static_cast<std::uint64_t>(info.st_size);
+        entries.emplace_back(info.st_mtim.tv_sec, info.st_mtim.tv_nsec, name, static_cast<std::uint64_t>(info.st_size));
+    }
+    if (sum <= m_maxBytes) {
+        return;
+    }
+    std::sort(entries.begin(), entries.end());
+    for (const auto& [seconds, nanoseconds, name, size] : entries) {
+        // Some more than need be, so that the next mesh does not find the folder full again.
+        if (sum <= m_maxBytes / 10 * 9) {
+            break;
+        }
+        ::unlinkat(m_folder, name.c_str(), 0);
+        sum -= size;
+    }
+}
