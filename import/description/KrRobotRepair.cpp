@@ -64,7 +64,10 @@ private:
     KrRobotRepair::Limits m_limits;
     KrImportReport& m_report;
     KrMaterialNames m_materials;
+    const std::string& rootOf(const std::string& link);
+
     std::map<std::string, std::string> m_parents; ///< parent link by child link
+    std::map<std::string, std::string> m_above;   ///< a link higher up in the tree, by link; none for roots
 };
 
 bool Repair::run(std::string& why)
@@ -196,26 +199,49 @@ void Repair::addMissingLinks()
     }
 }
 
-/// False for chains so long that they are no robot: the walk upwards ends there, else it would take the square of the
+/// The link at the top of the tree. What is passed on the way is hung nearer to it, so that a chain of thousands is
+/// walked over once and not from each of its links.
+const std::string& Repair::rootOf(const std::string& link)
+{
+    const std::string* root = &link;
+    for (auto above = m_above.find(link); above != m_above.end(); above = m_above.find(*root)) {
+        root = &above->second;
+    }
+    for (auto passed = m_above.find(link); passed != m_above.end() && &passed->second != root;) {
+        const auto next = m_above.find(passed->second);
+        passed->second = *root;
+        passed = next;
+    }
+    return *root;
+}
+
+/// False for chains so long that they are no robot: walks upwards end there, else they would take the square of the
 /// number of links.
 bool Repair::cutToTree()
 {
     std::vector<Joint> kept;
     for (Joint& joint : m_robot.joints) {
-        std::string above = joint.parent;
-        for (std::size_t depth = 0; above != joint.child && m_parents.count(above); ++depth) {
+        bool closesCircle = rootOf(joint.parent) == joint.child;
+        const bool hasParent = m_parents.count(joint.child) > 0;
+        // Below the root of a tree a circle shows only on the way up.
+        const std::string* above = hasParent ? &joint.parent : nullptr;
+        for (std::size_t depth = 0; above != nullptr && !closesCircle; ++depth) {
             if (depth > m_limits.maxChain) {
                 return false;
             }
-            above = m_parents[above];
+            closesCircle = *above == joint.child;
+            const auto next = m_parents.find(*above);
+            above = next == m_parents.end() ? nullptr : &next->second;
         }
         // The first joint in the file wins, so that the result does not depend on names.
-        if (above == joint.child) {
+        if (closesCircle) {
             warn(joint.place, "joint " + joint.name, "it closes a circle of links; it is left out");
-        } else if (!m_parents.emplace(joint.child, joint.parent).second) {
+        } else if (hasParent) {
             warn(joint.place, "joint " + joint.name,
                  "link \"" + joint.child + "\" has a parent already; the joint is left out");
         } else {
+            m_parents.emplace(joint.child, joint.parent);
+            m_above.emplace(joint.child, joint.parent);
             kept.push_back(std::move(joint));
         }
     }
@@ -229,11 +255,7 @@ void Repair::joinRoots()
     std::map<std::string, std::size_t> sizes;
     std::vector<const Link*> roots;
     for (const Link& link : m_robot.links) {
-        std::string root = link.name;
-        // This ends: what is left of the joints forms no circle.
-        while (m_parents.count(root)) {
-            root = m_parents[root];
-        }
+        const std::string& root = rootOf(link.name);
         ++sizes[root];
         if (root == link.name) {
             roots.push_back(&link);
@@ -262,7 +284,6 @@ void Repair::joinRoots()
         while (!taken.insert(joint.name).second) {
             joint.name += "_";
         }
-        m_parents[root->name] = base;
         m_robot.joints.push_back(joint);
     }
 }
@@ -328,13 +349,26 @@ void Repair::dropBadMimics()
 
 bool Repair::isTooDeep() const
 {
-    // Every walk ends at the limit, so that a chain of n links costs n times the limit at most.
+    std::map<std::string, std::size_t> depths;
+    std::vector<const std::string*> open;
     for (const Link& link : m_robot.links) {
+        // Up to a link whose depth is known, or to a root; what was passed on the way is known from then on.
         std::size_t depth = 0;
-        for (auto above = m_parents.find(link.name); above != m_parents.end(); above = m_parents.find(above->second)) {
-            if (++depth > m_limits.maxChain) {
+        for (const std::string* at = &link.name; at != nullptr;) {
+            const auto known = depths.find(*at);
+            if (known != depths.end()) {
+                depth = known->second + 1;
+                break;
+            }
+            open.push_back(at);
+            const auto above = m_parents.find(*at);
+            at = above == m_parents.end() ? nullptr : &above->second;
+        }
+        for (; !open.empty(); open.pop_back()) {
+            if (depth > m_limits.maxChain) {
                 return true;
             }
+            depths.emplace(*open.back(), depth++);
         }
     }
     return false;

@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <random>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -159,4 +161,55 @@ TEST(KrRobotRepair, TellsTheLineAndTheFileOfWhatItChanges)
     EXPECT_EQ(report.warnings()[0].element, "link hand");
     EXPECT_EQ(report.warnings()[0].line, 7u);
     EXPECT_EQ(robot.joints.at(0).parent, "base");
+}
+
+// A chain of 200 links whose joints come from the base on, from the tip on and in no order; behind them one that leads
+// back to the base, one back to the middle and one to a link that is carried already.
+TEST(KrRobotRepair, FindsCirclesAndLengthsHoweverJointsAreOrdered)
+{
+    constexpr std::size_t kLinks = 200;
+    const auto joint = [](std::size_t parent, std::size_t child) {
+        Joint result;
+        result.parent = "l" + std::to_string(parent);
+        result.child = "l" + std::to_string(child);
+        result.name = result.parent + result.child;
+        return result;
+    };
+    KrRobotDescription chain;
+    chain.files = {"/a/arm.urdf"};
+    chain.links.resize(kLinks);
+    for (std::size_t i = 0; i < kLinks; ++i) {
+        chain.links[i].name = "l" + std::to_string(i);
+        if (i > 0) {
+            chain.joints.push_back(joint(i - 1, i));
+        }
+    }
+    const std::vector<Joint> ordered = chain.joints;
+    for (unsigned int order = 0; order < 3; ++order) {
+        SCOPED_TRACE(order);
+        chain.joints = ordered;
+        if (order == 1) {
+            std::reverse(chain.joints.begin(), chain.joints.end());
+        } else if (order == 2) {
+            std::shuffle(chain.joints.begin(), chain.joints.end(), std::mt19937(7));
+        }
+        for (const Joint& bad : {joint(kLinks - 1, 0), joint(kLinks - 1, kLinks / 2), joint(0, kLinks - 1)}) {
+            chain.joints.push_back(bad);
+        }
+        KrRobotDescription robot = chain;
+        KrImportReport report;
+        std::string why;
+        ASSERT_TRUE(KrRobotRepair::run(robot, {kLinks, kLinks - 1}, report, why)) << why;
+        EXPECT_EQ(robot.joints.size(), kLinks - 1);
+        ASSERT_EQ(report.warnings().size(), 3u + 1u); // and the robot's name
+        for (unsigned int i = 0; i < 3; ++i) {
+            EXPECT_NE(report.warnings()[i].text.find(i < 2 ? "closes a circle" : "has a parent already"),
+                      std::string::npos)
+                << report.warnings()[i].text;
+        }
+        // One link less in a row, and it is refused.
+        robot = chain;
+        EXPECT_FALSE(KrRobotRepair::run(robot, {kLinks, kLinks - 2}, report, why));
+        EXPECT_NE(why.find("chain of more than 198"), std::string::npos) << why;
+    }
 }
