@@ -16,8 +16,9 @@
 namespace
 {
 
-// A picture of 4096 x 4096 pixels, or nearly. Larger ones are rare, and a window may never capture again.
-constexpr unsigned int kMostBytesKept = 64u << 20;
+// A picture of 8192 x 8192 pixels. Larger ones are rare, and a window may never capture again; what is not kept comes
+// as new pages from the system, which takes a quarter of such a frame.
+constexpr unsigned int kMostBytesKept = 256u << 20;
 
 osg::Camera::BufferComponent bufferFor(std::uint32_t flags)
 {
