@@ -47,8 +47,7 @@ KrVector axisOf(unsigned int number)
 }
 
 /// `shapes` in a row, each on the one before it, the first at `offset`; their numbers count from `first`.
-KrManipulatorLink limb(unsigned int first, const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>& shapes,
-                       const KrVector& offset, double length)
+KrManipulatorLink limb(unsigned int first, const KrBenchMade::Shapes& shapes, const KrVector& offset, double length)
 {
     KrManipulatorLink below;
     // From the tip: a link that is given children keeps a copy of them.
@@ -70,7 +69,7 @@ KrManipulatorSystem arm()
     constexpr double kLength = 0.2;
     KrIndividualManipulator robot("arm");
     robot.addShape(KrBenchMade::body(kLength, 0.12, 96, 64, 6));
-    std::vector<boost::shared_ptr<KrBasePhysicalExtent>> shapes;
+    KrBenchMade::Shapes shapes;
     for (unsigned int i = 1; i < kMeshes; ++i) {
         // Four of 6 groups and seven of 5 make 59.
         shapes.push_back(KrBenchMade::body(kLength, 0.1 - 0.005 * i, 96, 64, i < 4 ? 6 : 5, 6 * i));
@@ -97,7 +96,7 @@ KrManipulatorSystem humanoid()
                  {3, {0.0, 0.0, 0.5}}};
     unsigned int number = 1;
     for (const auto& [meshes, offset] : limbs) {
-        std::vector<boost::shared_ptr<KrBasePhysicalExtent>> shapes;
+        KrBenchMade::Shapes shapes;
         for (unsigned int i = 0; i < meshes; ++i) {
             shapes.push_back(KrBenchMade::body(kLength, 0.06, 40, 45, 2, 2 * (number + i)));
         }
@@ -167,26 +166,23 @@ boost::shared_ptr<KrTriPhysicalExtent> KrBenchMade::body(double length, double r
     return extent;
 }
 
-KrManipulatorSystem KrBenchMade::chain(unsigned int links, const boost::shared_ptr<KrBasePhysicalExtent>& shape,
-                                       double length)
+KrManipulatorSystem KrBenchMade::chain(const Shapes& shapes, double length)
 {
     KrIndividualManipulator robot("chain");
-    const std::vector<boost::shared_ptr<KrBasePhysicalExtent>> shapes(links, shape);
     robot.childLinks().push_back(limb(0, shapes, KrVector(0.0, 0.0, 0.0), length));
     KrManipulatorSystem system;
     system.manipulators().push_back(std::move(robot));
     return system;
 }
 
-KrManipulatorSystem KrBenchMade::star(unsigned int links, const boost::shared_ptr<KrBasePhysicalExtent>& shape,
-                                      double distance)
+KrManipulatorSystem KrBenchMade::star(const Shapes& shapes, double distance)
 {
     KrIndividualManipulator robot("star");
-    const auto columns = static_cast<unsigned int>(std::ceil(std::sqrt(static_cast<double>(links))));
-    for (unsigned int i = 0; i < links; ++i) {
+    const auto columns = static_cast<unsigned int>(std::ceil(std::sqrt(static_cast<double>(shapes.size()))));
+    for (unsigned int i = 0; i < shapes.size(); ++i) {
         KrManipulatorLink link =
             turningLink(i, KrVector(distance * (i / columns), distance * (i % columns), 0.0), axisOf(i));
-        link.addShape(shape);
+        link.addShape(shapes[i]);
         robot.childLinks().push_back(std::move(link));
     }
     KrManipulatorSystem system;

@@ -21,8 +21,10 @@ KrManipulatorSystem robot(const std::string& name);
 boost::shared_ptr<KrTriPhysicalExtent> body(double length, double radius, unsigned int rings, unsigned int segments,
                                             unsigned int groups, unsigned int firstColor = 0);
 
-/// A robot of `links` links that show `shape`: each on the one before it, or all on the base.
-KrManipulatorSystem chain(unsigned int links, const boost::shared_ptr<KrBasePhysicalExtent>& shape, double length);
-KrManipulatorSystem star(unsigned int links, const boost::shared_ptr<KrBasePhysicalExtent>& shape, double distance);
+using Shapes = std::vector<boost::shared_ptr<KrBasePhysicalExtent>>;
+
+/// A robot of one link for each shape: each on the one before it, or all on the base.
+KrManipulatorSystem chain(const Shapes& shapes, double length);
+KrManipulatorSystem star(const Shapes& shapes, double distance);
 
 } // namespace KrBenchMade

@@ -1,0 +1,190 @@
+#!/usr/bin/env python3
+"""Draws what time and memory do when a scene grows, and says what grows faster than it should.
+
+    growth.py FOLDER-OF-PROGRAMS [--images FOLDER] [--rounds 5] [--series NAME]... [--largest FRACTION] [--json FILE]
+
+Asks krGrowthBenchmark for one size after the other, in rounds: each round goes through all sizes, so that what the
+machine does besides falls on all of them. A figure is the median of the rounds. How fast it grows is the exponent k of
+x^k that fits a round's figures over the last decade of x; its median over the rounds is what counts. Time is that of the
+processor, of all threads together. One SVG picture a series goes to --images (docs/images of the source tree).
+
+Ends with 1 when a figure grows with an exponent above 1.1. Frames that are read back grow as the driver's own clearing
+and reading does, which is measured beside them: memory is slower than caches.
+"""
+import argparse
+import json
+import math
+import os
+import statistics
+import subprocess
+import sys
+
+LIMIT = 1.1
+
+# What grows, the sizes that are asked for, and what the sizes count.
+SERIES = {
+    "chain": ([10, 100, 1000, 2000, 5000, 10000], "links, each on the one before it"),
+    "star": ([10, 100, 1000, 2000, 5000, 10000], "links on one parent"),
+    "robots": ([1, 10, 100, 200, 500, 1000], "robots of six links"),
+    "triangles": ([10000, 100000, 1000000, 2000000, 5000000, 10000000], "triangles of one mesh"),
+    "pixels": ([256 ** 2, 1024 ** 2, 2600 ** 2, 4096 ** 2, 5800 ** 2, 8192 ** 2], "pixels, captured into memory"),
+    # Small windows are another case for a driver that draws by software: it fits more views into one go.
+    "views": ([1, 8, 26, 64, 128, 256], "views of one window"),
+}
+# The figures of a size: key, name in the picture, unit, colour.
+FIGURES = [
+    ("load_s", "reading the file", "s", "#8a5a00"),
+    ("build_s", "building and first frame", "s", "#b03060"),
+    ("frame_s", "frame", "s", "#1f5fa8"),
+    ("driver_s", "clearing and reading alone", "s", "#888888"),
+    ("memory_mib", "most memory held", "MiB", "#3c7d3c"),
+]
+
+
+def ask(program, series, count):
+    environment = dict(os.environ)
+    environment.setdefault("KR_WINDOW", "egl")
+    answer = subprocess.run([program, series, str(count)], capture_output=True, text=True, env=environment)
+    if answer.returncode != 0:
+        sys.stderr.write("%s %d: not measured: %s\n" % (series, count, answer.stderr.strip().split("\n")[-1]))
+        return None
+    return json.loads(answer.stdout.strip().split("\n")[-1])
+
+
+def exponent(points):
+    """k of the x^k that fits best: the slope of the straight line through the logarithms."""
+    largest = max(x for x, _ in points)
+    upper = [(math.log(x), math.log(y)) for x, y in points if 10 * x >= 0.999 * largest and y > 0]
+    if len(upper) < 2:
+        return None
+    mean_x = sum(x for x, _ in upper) / len(upper)
+    mean_y = sum(y for _, y in upper) / len(upper)
+    return sum((x - mean_x) * (y - mean_y) for x, y in upper) / sum((x - mean_x) ** 2 for x, _ in upper)
+
+
+class Curve:
+    """One figure of a series: its rounds at each size."""
+
+    def __init__(self, figure, answers):
+        self.key, self.name, self.unit, self.colour = figure
+        self.points = []
+        rounds = {}
+        for count, found in sorted(answers.items()):
+            values = [answer[self.key] for answer in found]
+            if min(values, default=0) > 0:
+                self.points.append((count, statistics.median(values)))
+                for number, value in enumerate(values):
+                    rounds.setdefault(number, []).append((count, value))
+        exponents = [exponent(points) for points in rounds.values()]
+        exponents = [k for k in exponents if k is not None]
+        self.exponent = statistics.median(exponents) if exponents else None
+
+    def is_too_fast(self, curves):
+        """Not the driver's own, and a frame that holds it only when it outgrows that."""
+        driver = next((curve.exponent for curve in curves if curve.key == "driver_s"), None)
+        limit = max(LIMIT, driver + 0.05) if driver and self.key == "frame_s" else LIMIT
+        return self.key != "driver_s" and self.exponent is not None and self.exponent > limit
+
+
+def number(value):
+    """Short: 10000000 is 10M."""
+    for limit, letter in ((1e6, "M"), (1e3, "k")):
+        if value >= limit:
+            return "%.3g%s" % (value / limit, letter)
+    return "%.3g" % value
+
+
+def svg(title, curves):
+    """Two panels, both axes logarithmic: seconds on the left, MiB on the right; a dashed line grows linearly."""
+    width, height, left, top, bottom = 340, 220, 52, 40, 40
+    out = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d" font-family="sans-serif" font-size="11">'
+           % (2 * width + 20, height + 60), '<rect width="100%" height="100%" fill="white"/>']
+    for panel, unit in enumerate(("s", "MiB")):
+        shown = [curve for curve in curves if curve.unit == unit and curve.points]
+        if not shown:
+            continue
+        xs = [x for curve in shown for x, _ in curve.points]
+        ys = [y for curve in shown for _, y in curve.points]
+        x0, x1 = math.log10(min(xs)), max(math.log10(max(xs)), math.log10(min(xs)) + 0.1)
+        y0, y1 = math.floor(math.log10(min(ys))), max(math.ceil(math.log10(max(ys))), math.floor(math.log10(min(ys))) + 1)
+        x_left = panel * (width + 10) + left
+        inner_width, inner_height = width - left - 10, height - 30
+
+        def place(x, y):
+            return (x_left + inner_width * (math.log10(x) - x0) / (x1 - x0),
+                    top + inner_height * (1 - (math.log10(y) - y0) / (y1 - y0)))
+
+        out.append('<rect x="%g" y="%g" width="%g" height="%g" fill="none" stroke="#999"/>'
+                   % (x_left, top, inner_width, inner_height))
+        for power in range(y0, y1 + 1):
+            y = place(10 ** x0, 10 ** power)[1]
+            out.append('<path d="M%g %gh%g" stroke="#e4e4e4"/><text x="%g" y="%g" text-anchor="end">%s</text>'
+                       % (x_left, y, inner_width, x_left - 5, y + 4, "%g" % 10 ** power))
+        for power in range(math.ceil(x0), math.floor(x1) + 1):
+            x = place(10 ** power, 10 ** y0)[0]
+            out.append('<path d="M%g %gv%g" stroke="#e4e4e4"/><text x="%g" y="%g" text-anchor="middle">%s</text>'
+                       % (x, top, inner_height, x, top + inner_height + 14, number(10 ** power)))
+        for row, curve in enumerate(shown):
+            path = " ".join("%s%.1f %.1f" % ("L" if i else "M", *place(x, y)) for i, (x, y) in enumerate(curve.points))
+            out.append('<path d="%s" fill="none" stroke="%s" stroke-width="2"/>' % (path, curve.colour))
+            for x, y in curve.points:
+                out.append('<circle cx="%.1f" cy="%.1f" r="2.5" fill="%s"/>' % (*place(x, y), curve.colour))
+            # Through the largest size, downwards while it stays in the panel.
+            last_x, last_y = curve.points[-1]
+            x = max(10 ** x0, last_x * 10 ** y0 / last_y)
+            out.append('<path d="M%.1f %.1fL%.1f %.1f" stroke="%s" stroke-dasharray="3 4" stroke-width="0.8"/>'
+                       % (*place(x, last_y * x / last_x), *place(last_x, last_y), curve.colour))
+            growth = "" if curve.exponent is None else ", x^%.2f" % curve.exponent
+            out.append('<text x="%g" y="%g" fill="%s">%s, %s%s</text>'
+                       % (x_left + 8, top + 16 + 14 * row, curve.colour, curve.name, curve.unit, growth))
+    out.append('<text x="%g" y="20" font-size="13">%s</text>' % (left, title))
+    out.append('<text x="%g" y="%g" text-anchor="middle" fill="#555">dashed: in proportion; x^k fits the last decade'
+               '</text></svg>' % (width + 10, height + 52))
+    return "\n".join(out) + "\n"
+
+
+def main():
+    parser = argparse.ArgumentParser(description="What time and memory do when a scene grows.")
+    parser.add_argument("programs", help="folder of krGrowthBenchmark")
+    parser.add_argument("--images", help="folder for the pictures")
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--series", action="append", choices=sorted(SERIES), help="only this one; may be given again")
+    parser.add_argument("--largest", type=float, default=1.0, help="this part of every size: for a quick look")
+    parser.add_argument("--json", help="file for all answers")
+    options = parser.parse_args()
+    program = os.path.join(options.programs, "krGrowthBenchmark")
+
+    answers = {series: {} for series in SERIES if not options.series or series in options.series}
+    for turn in range(options.rounds):
+        for series, found in answers.items():
+            for size in SERIES[series][0]:
+                count = max(1, round(size * options.largest))
+                answer = ask(program, series, count)
+                if answer is not None:
+                    found.setdefault(count, []).append(answer)
+        sys.stderr.write("round %d of %d\n" % (turn + 1, options.rounds))
+
+    too_fast = False
+    for series, found in answers.items():
+        curves = [Curve(figure, found) for figure in FIGURES]
+        for curve in curves:
+            if not curve.points:
+                continue
+            is_too_fast = curve.is_too_fast(curves)
+            too_fast = too_fast or is_too_fast
+            last_x, last_y = curve.points[-1]
+            print("%-10s %-26s %10.4g %-4s at %-5s %s%s" % (
+                series, curve.name, last_y, curve.unit, number(last_x),
+                "" if curve.exponent is None else "x^%.2f" % curve.exponent,
+                "  FASTER THAN LINEAR" if is_too_fast else ""))
+        if options.images:
+            with open(os.path.join(options.images, "growth-%s.svg" % series), "w", encoding="utf-8") as file:
+                file.write(svg(SERIES[series][1], curves))
+    if options.json:
+        with open(options.json, "w", encoding="utf-8") as file:
+            json.dump(answers, file, indent=1)
+    return 1 if too_fast else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
