@@ -11,8 +11,8 @@
 ///
 /// Drawn when the window's display mask has the bit KrRenderTypes::BoundingVolumes. Links and robots that share an
 /// extent share what is drawn of its volumes. In the scene of a KrRenderWindow the volumes have their nodes, looks and
-/// bounds from loading on; their vertices, normals and primitive sets are empty until they are seen for the first time:
-/// culled, or met by a visitor that walks only what a mask shows. Static operations only.
+/// bounds from loading on; their vertices, normals and primitive sets are empty until they are culled for the first
+/// time, or asked for their triangles (picking). Static operations only.
 class KrRenderBoundingVolumes
 {
 public:

@@ -60,22 +60,49 @@ void KrLateGeometry::fill()
     setPrimitiveSetList(whole->getPrimitiveSetList());
 }
 
+/// Const to callers only: what is filled in was always meant to be there.
+void KrLateGeometry::fillAnyway() const
+{
+    const_cast<KrLateGeometry*>(this)->fill();
+}
+
 osg::Object* KrLateGeometry::clone(const osg::CopyOp& copyOp) const
 {
-    // Const to callers only: what is filled in was always meant to be there.
-    const_cast<KrLateGeometry*>(this)->fill();
+    fillAnyway();
     return new osg::Geometry(*this, copyOp);
 }
 
 void KrLateGeometry::accept(osg::NodeVisitor& visitor)
 {
     // Not for every visitor: the one that compiles a scene for the driver walks all that is hidden, too.
-    const bool isSeen = visitor.getVisitorType() == osg::NodeVisitor::CULL_VISITOR ||
-                        (visitor.getTraversalMask() != ~0u && visitor.getNodeMaskOverride() == 0);
-    if (isSeen && visitor.validNodeMask(*this)) {
+    if (visitor.getVisitorType() == osg::NodeVisitor::CULL_VISITOR && visitor.validNodeMask(*this)) {
         fill();
     }
     osg::Geometry::accept(visitor);
+}
+
+void KrLateGeometry::accept(osg::Drawable::AttributeFunctor& functor)
+{
+    fill();
+    osg::Geometry::accept(functor);
+}
+
+void KrLateGeometry::accept(osg::Drawable::ConstAttributeFunctor& functor) const
+{
+    fillAnyway();
+    osg::Geometry::accept(functor);
+}
+
+void KrLateGeometry::accept(osg::PrimitiveFunctor& functor) const
+{
+    fillAnyway();
+    osg::Geometry::accept(functor);
+}
+
+void KrLateGeometry::accept(osg::PrimitiveIndexFunctor& functor) const
+{
+    fillAnyway();
+    osg::Geometry::accept(functor);
 }
 
 osg::BoundingBox KrLateGeometry::computeBoundingBox() const

@@ -15,8 +15,7 @@ class KrBasePhysicalExtent;
 /// A group of an aid whose corners are made when it is first seen: most scenes never show their aids.
 ///
 /// Look, bounds and place in the scene are those of the whole geometry from the beginning; until then its arrays are
-/// empty. "Seen" is by a cull traversal, or by a visitor that walks only what a mask shows (picking, framing). Whoever
-/// reads arrays by another way calls `fill`.
+/// empty. "Seen" is by a cull traversal, or by whoever asks for triangles or attributes by a functor, as picking does.
 class KrLateGeometry : public osg::Geometry
 {
 public:
@@ -44,10 +43,17 @@ public:
 
     // A copy is an ordinary geometry, and whole.
     osg::Object* clone(const osg::CopyOp& copyOp) const override;
+    // Each fills it, but for visitors that do not cull.
     void accept(osg::NodeVisitor& visitor) override;
+    void accept(osg::Drawable::AttributeFunctor& functor) override;
+    void accept(osg::Drawable::ConstAttributeFunctor& functor) const override;
+    void accept(osg::PrimitiveFunctor& functor) const override;
+    void accept(osg::PrimitiveIndexFunctor& functor) const override;
     osg::BoundingBox computeBoundingBox() const override;
 
 private:
+    void fillAnyway() const;
+
     osg::BoundingBox m_box;                                 ///< of the whole
     boost::shared_ptr<const KrBasePhysicalExtent> m_extent; ///< null when it is filled
     unsigned int m_group;
