@@ -297,6 +297,11 @@ std::shared_ptr<const KrIndexedMesh> KrTriPhysicalExtent::indexedMesh() const
     return m_indexedMesh.get(*this);
 }
 
+std::shared_ptr<const KrIndexedMesh> KrTriPhysicalExtent::indexedMeshWithLevels() const
+{
+    return m_indexedMesh.getWithLevels(*this);
+}
+
 // No message: whoever has a form that does not fit goes without it.
 bool KrTriPhysicalExtent::setIndexedMesh(const std::shared_ptr<const KrIndexedMesh>& indexedMesh)
 {
@@ -337,6 +342,20 @@ std::shared_ptr<const KrIndexedMesh> KrTriPhysicalExtent::KeptIndexedMesh::get(c
         m_mesh = KrIndexedMesh::make(mesh);
     }
     return m_mesh;
+}
+
+// Levels take long: only those who want levels wait.
+std::shared_ptr<const KrIndexedMesh>
+KrTriPhysicalExtent::KeptIndexedMesh::getWithLevels(const KrTriPhysicalExtent& mesh)
+{
+    const std::lock_guard<std::mutex> lock(m_levelsMutex);
+    const std::shared_ptr<const KrIndexedMesh> without = get(mesh);
+    if (without->areLevelsMade) {
+        return without;
+    }
+    const std::shared_ptr<const KrIndexedMesh> result = KrIndexedMesh::withLevels(*without);
+    set(result);
+    return result;
 }
 
 void KrTriPhysicalExtent::KeptIndexedMesh::set(const std::shared_ptr<const KrIndexedMesh>& indexedMesh)

@@ -59,6 +59,9 @@ public:
     /// The mesh with shared vertices, as it is drawn; never null. Made on first use, kept until the mesh is set anew,
     /// shared with copies. Several threads may ask one extent.
     std::shared_ptr<const KrIndexedMesh> indexedMesh() const;
+    /// The same with coarser levels, which take a few microseconds a triangle to make; nobody who asks for the mesh
+    /// without them waits for that.
+    std::shared_ptr<const KrIndexedMesh> indexedMeshWithLevels() const;
     /// Gives the mesh a form that was made of the same lists before; null has it made on next use.
     /// @return false for one that is not consistent or has other groups; the form is then as it was
     bool setIndexedMesh(const std::shared_ptr<const KrIndexedMesh>& indexedMesh);
@@ -81,9 +84,11 @@ private:
         KeptIndexedMesh& operator=(const KeptIndexedMesh& other);
 
         std::shared_ptr<const KrIndexedMesh> get(const KrTriPhysicalExtent& mesh);
+        std::shared_ptr<const KrIndexedMesh> getWithLevels(const KrTriPhysicalExtent& mesh);
         void set(const std::shared_ptr<const KrIndexedMesh>& indexedMesh);
 
     private:
+        std::mutex m_levelsMutex; ///< of who makes levels; taken before the other one
         mutable std::mutex m_mutex;
         std::shared_ptr<const KrIndexedMesh> m_mesh;
     };

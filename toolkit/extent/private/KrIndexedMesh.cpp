@@ -2,6 +2,8 @@
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/extent/private/KrClosedSurface.h>
+#include <toolkit/extent/private/KrMeshLevels.h>
+#include <toolkit/extent/private/KrTriangleOrder.h>
 #include <toolkit/extent/private/KrVertexTable.h>
 
 #include <meshoptimizer.h>
@@ -37,7 +39,6 @@ private:
     void addGroup(const TriangleList& triangles);
     std::uint32_t vertexOf(const KrTriangle& triangle, unsigned int corner);
     std::vector<std::uint32_t> positionsOfCorners(KrVertexTable& positions) const;
-    void orderTriangles(const KrIndexedMesh::Range& group, const std::uint32_t* positions);
     void orderVertices();
 
     const KrTriPhysicalExtent& m_mesh;
@@ -58,7 +59,7 @@ KrIndexedMesh LevelZero::run()
     const std::vector<std::uint32_t> corners = positionsOfCorners(positions);
     m_result.isClosed = KrClosedSurface::isClosed(positions.rows(), corners);
     for (const KrIndexedMesh::Range& group : m_result.levels[0].groups) {
-        orderTriangles(group, corners.data() + group.first);
+        KrTriangleOrder::optimize(m_result.indices.data() + group.first, corners.data() + group.first, group.count);
     }
     orderVertices();
     return std::move(m_result);
@@ -128,43 +129,6 @@ std::vector<std::uint32_t> LevelZero::positionsOfCorners(KrVertexTable& position
     return corners;
 }
 
-/// Whether two triangles have the same three positions, in whatever order.
-bool areDoubled(const std::uint32_t* corners, std::size_t numCorners)
-{
-    std::vector<std::array<std::uint32_t, 3>> triangles;
-    triangles.reserve(numCorners / 3);
-    for (std::size_t i = 0; i < numCorners; i += 3) {
-        std::array<std::uint32_t, 3> triangle = {corners[i], corners[i + 1], corners[i + 2]};
-        std::sort(triangle.begin(), triangle.end());
-        // One without an area is not seen, whatever covers it.
-        if (triangle[0] != triangle[1] && triangle[1] != triangle[2]) {
-            triangles.push_back(triangle);
-        }
-    }
-    std::sort(triangles.begin(), triangles.end());
-    return std::adjacent_find(triangles.begin(), triangles.end()) != triangles.end();
-}
-
-void LevelZero::orderTriangles(const KrIndexedMesh::Range& group, const std::uint32_t* positions)
-{
-    if (areDoubled(positions, group.count)) {
-        return;
-    }
-    // The library keeps a record for every vertex up to the last one; those before the first one are left out. What is
-    // still far more than the group's own is a few triangles of a large mesh, and not worth its time.
-    std::uint32_t* const begin = m_result.indices.data() + group.first;
-    std::uint32_t* const end = begin + group.count;
-    const std::uint32_t first = group.count == 0 ? 0 : *std::min_element(begin, end);
-    const std::size_t numVertices = group.count == 0 ? 0 : *std::max_element(begin, end) - first + std::size_t{1};
-    if (numVertices > std::size_t{16} * group.count) {
-        return;
-    }
-    std::for_each(begin, end, [first](std::uint32_t& index) { index -= first; });
-    // Corners keep their places in a triangle: one of them gives flat shading its colour.
-    meshopt_optimizeVertexCache(begin, begin, group.count, numVertices);
-    std::for_each(begin, end, [first](std::uint32_t& index) { index += first; });
-}
-
 // As the indices come to them first, so that they are read from front to back.
 void LevelZero::orderVertices()
 {
@@ -193,6 +157,11 @@ bool areFinite(const std::vector<float>& numbers)
 std::shared_ptr<const KrIndexedMesh> KrIndexedMesh::make(const KrTriPhysicalExtent& mesh)
 {
     return std::make_shared<const KrIndexedMesh>(LevelZero(mesh).run());
+}
+
+std::shared_ptr<const KrIndexedMesh> KrIndexedMesh::withLevels(const KrIndexedMesh& mesh)
+{
+    return std::make_shared<const KrIndexedMesh>(KrMeshLevels::make(mesh));
 }
 
 bool KrIndexedMesh::isConsistent() const

@@ -22,7 +22,9 @@ public:
     };
     struct Level
     {
-        /// Farthest that the surface lies from that of level 0, m; 0 for level 0.
+        /// Farthest that the surface lies from that of level 0, either way, m; 0 for level 0. Measured at points spread
+        /// evenly over both; single corners of level 0 may lie up to twice as far off, and a body of which nothing is
+        /// left is narrower than this.
         float error = 0.0f;
         /// One for each group of the mesh, in its order; empty ones, too.
         std::vector<Range> groups;
@@ -36,6 +38,10 @@ public:
     ///
     /// @param mesh  read during the call only; of fewer than 2^32 corners (Kr::Limits are far lower)
     static std::shared_ptr<const KrIndexedMesh> make(const KrTriPhysicalExtent& mesh);
+
+    /// The same with coarser levels, each of about half the triangles of the one before (KrMeshLevels). Level 0 and its
+    /// vertices are unchanged; vertices that only the others use follow them.
+    static std::shared_ptr<const KrIndexedMesh> withLevels(const KrIndexedMesh& mesh);
 
     std::size_t numVertices() const { return vertices.size() / 6; }
     /// Whether every index, range and level fits the lists, as it does in what `make` gives: for data out of files.
@@ -52,4 +58,6 @@ public:
     /// Whether the surface encloses bodies, all groups together, and every face's corners run counter-clockwise seen
     /// from outside. An eye outside the bodies then sees the fronts of faces only. False where that is not sure.
     bool isClosed = false;
+    /// Whether coarser levels were made, however few came of it.
+    bool areLevelsMade = false;
 };

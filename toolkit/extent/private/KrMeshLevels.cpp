@@ -1,0 +1,547 @@
+#include <toolkit/extent/private/KrMeshLevels.h>
+
+#include <toolkit/extent/private/KrFloat3.h>
+#include <toolkit/extent/private/KrIndexedMesh.h>
+#include <toolkit/extent/private/KrLevelNormals.h>
+#include <toolkit/extent/private/KrMeshPlaces.h>
+#include <toolkit/extent/private/KrNearestSurface.h>
+#include <toolkit/extent/private/KrTriangleOrder.h>
+
+#include <meshoptimizer.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <numeric>
+#include <optional>
+#include <utility>
+
+namespace
+{
+
+using Indices = std::vector<std::uint32_t>;
+
+constexpr std::uint32_t kNone = KrLevelNormals::kNone;
+constexpr std::size_t kMostLevels = 12;
+constexpr std::size_t kFewestTriangles = 24;
+/// Of the triangles of the level before: one that keeps more is left out.
+constexpr double kMostKept = 0.75;
+/// Of the mesh's largest side: levels farther off are of no use.
+constexpr float kMostError = 0.1f;
+/// Largest sides of a mesh, m: squares and products beyond these are not exact enough, or none.
+constexpr float kSmallestSize = 1e-9f;
+constexpr float kLargestSize = 1e9f;
+
+// Points at which surfaces are compared: for each triangle that is not one of level 0, and at least and at most.
+constexpr std::size_t kSamplesPerTriangle = 4;
+constexpr std::size_t kFewestSamples = 2000;
+constexpr std::size_t kMostSamples = 400000;
+/// Of the error that the simplification estimates: farther off, any surface may be the nearest one.
+constexpr float kSearchRadius = 3.0f;
+/// Of the same: a point as near as this will do, though another one may be nearer.
+constexpr float kNearEnough = 1.0f;
+/// Corners of level 0 may lie this many times as far from a level as the error says: tips that hardly cover a pixel.
+constexpr float kCornerReach = 2.0f;
+
+/// Spreads points evenly over triangles, the same ones each time.
+class Spread
+{
+public:
+    /// @param count  of points, at least 1
+    /// @param area   of all triangles together
+    Spread(std::size_t count, double area)
+        : m_step(area / static_cast<double>(count))
+        , m_next(0.5 * m_step)
+    {
+    }
+
+    /// Visits the points that the next triangle gets, by the weights of its corners.
+    template <typename Visit>
+    void visit(double area, const Visit& visit)
+    {
+        m_area += area;
+        for (; m_next < m_area; m_next += m_step) {
+            // The additive recurrence of the plastic number fills a square evenly; its upper half is folded down.
+            m_u += 0.7548776662466927;
+            m_v += 0.5698402909980532;
+            m_u -= std::floor(m_u);
+            m_v -= std::floor(m_v);
+            const bool isBeyond = m_u + m_v > 1.0;
+            const float u = static_cast<float>(isBeyond ? 1.0 - m_u : m_u);
+            const float v = static_cast<float>(isBeyond ? 1.0 - m_v : m_v);
+            visit(std::array<float, 3>{1.0f - u - v, u, v});
+        }
+    }
+
+private:
+    double m_step;
+    double m_next;
+    double m_area = 0.0;
+    double m_u = 0.5;
+    double m_v = 0.5;
+};
+
+/// Bodies that hang together, however many groups they are in.
+class Parts
+{
+public:
+    explicit Parts(const KrMeshPlaces& places);
+
+    std::uint32_t of(std::uint32_t place) const { return m_partOf[m_places.spots[place]]; }
+    /// Of its bounding box, m.
+    float diagonal(std::uint32_t part) const { return normOf(m_parts[part]); }
+    /// How wide it is seen at its widest, about: half its surface over its length, m.
+    float width(std::uint32_t part) const { return 0.5f * m_parts[part].area / diagonal(part); }
+    std::size_t size() const { return m_parts.size(); }
+
+private:
+    struct Part
+    {
+        KrFloat3 low;
+        KrFloat3 high;
+        float area;
+    };
+
+    static float normOf(const Part& part)
+    {
+        const KrFloat3 size = difference(part.high.data(), part.low.data());
+        return std::sqrt(dot(size.data(), size.data()));
+    }
+
+    const KrMeshPlaces& m_places;
+    Indices m_partOf; ///< by spot
+    std::vector<Part> m_parts;
+};
+
+Parts::Parts(const KrMeshPlaces& places)
+    : m_places(places)
+    , m_partOf(places.numSpots)
+{
+    // A forest over the spots first: each one's parent, or itself.
+    std::iota(m_partOf.begin(), m_partOf.end(), 0u);
+    const auto rootOf = [this](std::uint32_t spot) {
+        while (m_partOf[spot] != spot) {
+            m_partOf[spot] = m_partOf[m_partOf[spot]];
+            spot = m_partOf[spot];
+        }
+        return spot;
+    };
+    for (std::size_t i = 0; i < places.corners.size(); i += 3) {
+        const std::uint32_t root = rootOf(places.spots[places.corners[i]]);
+        for (const std::size_t k : {i + 1, i + 2}) {
+            // To the lower one: a parent always comes before its children.
+            const std::uint32_t other = rootOf(places.spots[places.corners[k]]);
+            m_partOf[std::max(rootOf(root), other)] = std::min(rootOf(root), other);
+        }
+    }
+    for (std::uint32_t spot = 0; spot < m_partOf.size(); ++spot) {
+        if (m_partOf[spot] == spot) {
+            m_partOf[spot] = static_cast<std::uint32_t>(m_parts.size());
+            m_parts.push_back(
+                {{kLargestSize, kLargestSize, kLargestSize}, {-kLargestSize, -kLargestSize, -kLargestSize}, 0.0f});
+        } else {
+            m_partOf[spot] = m_partOf[m_partOf[spot]];
+        }
+    }
+    for (std::size_t i = 0; i < places.corners.size(); ++i) {
+        Part& part = m_parts[of(places.corners[i])];
+        const float* const p = places.position(places.corners[i]);
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            part.low[axis] = std::min(part.low[axis], p[axis]);
+            part.high[axis] = std::max(part.high[axis], p[axis]);
+        }
+        if (i % 3 == 2) {
+            const KrFloat3 normal =
+                faceNormal(places.position(places.corners[i - 2]), places.position(places.corners[i - 1]), p);
+            part.area += 0.5f * std::sqrt(dot(normal.data(), normal.data()));
+        }
+    }
+}
+
+/// A level before its vertices are made.
+struct Draft
+{
+    float error = 0.0f; ///< m
+    Indices corners;    ///< a place for each index, groups behind one another
+    Indices survivors;  ///< see KrLevelNormals
+    std::vector<KrLevelNormals::Sample> samples;
+};
+
+/// Of points at which a draft is compared with level 0.
+std::size_t numSamples(std::size_t perTriangle, const Draft& draft)
+{
+    const auto numNew = static_cast<std::size_t>(std::count(draft.survivors.begin(), draft.survivors.end(), kNone));
+    return std::clamp(perTriangle * numNew, kFewestSamples, kMostSamples);
+}
+
+/// Makes the levels of a mesh, step by step.
+class Levels
+{
+public:
+    explicit Levels(const KrIndexedMesh& mesh)
+        : m_mesh(mesh)
+        , m_places(mesh)
+    {
+    }
+
+    KrIndexedMesh run();
+
+private:
+    struct Face
+    {
+        KrFloat3 normal; ///< unit
+        float area;      ///< m2
+    };
+
+    bool isWorthwhile() const;
+    Face faceOf(const std::uint32_t* corners) const;
+    void prepare();
+    void simplify();
+    float halve(Indices& triangles) const;
+    void dropSmallParts(Indices& triangles, float error) const;
+    Draft draft(const Indices& triangles, float estimate);
+    void order(const Indices& triangles, Indices& corners) const;
+    void findSurvivors(Draft& draft) const;
+    float lostWidth(const Draft& draft, std::vector<bool>& isLost) const;
+    static bool look(KrNearestSurface& surface, const KrNearestSurface::Point& point, float estimate,
+                     KrNearestSurface::Hit& hit, float& farthest);
+    float distanceTo(Draft& draft, float estimate, const std::vector<bool>& isLost) const;
+    float distanceFrom(const Draft& draft, float estimate) const;
+    void finish();
+
+    const KrIndexedMesh& m_mesh;
+    KrMeshPlaces m_places;
+    KrIndexedMesh m_result;
+    std::vector<Face> m_faces; ///< of level 0
+    std::optional<Parts> m_parts;
+    std::unique_ptr<KrNearestSurface> m_surface; ///< of level 0
+    /// Level 0's triangles, by their places.
+    std::vector<std::pair<std::array<std::uint32_t, 3>, std::uint32_t>> m_triangles;
+    std::vector<Draft> m_drafts;
+};
+
+KrIndexedMesh Levels::run()
+{
+    m_result = m_mesh;
+    m_result.levels.resize(1);
+    m_result.areLevelsMade = true;
+    if (isWorthwhile()) {
+        prepare();
+        simplify();
+        finish();
+    }
+    return std::move(m_result);
+}
+
+bool Levels::isWorthwhile() const
+{
+    if (m_places.corners.size() < 2 * 3 * kFewestTriangles) {
+        return false;
+    }
+    // Written so that NaN fails too.
+    const auto isIn = [](float number) { return std::abs(number) < kLargestSize; };
+    return std::all_of(m_places.positions.begin(), m_places.positions.end(), isIn) &&
+           meshopt_simplifyScale(m_places.positions.data(), m_places.groups.size(), 3 * sizeof(float)) > kSmallestSize;
+}
+
+Levels::Face Levels::faceOf(const std::uint32_t* corners) const
+{
+    Face face;
+    face.normal =
+        faceNormal(m_places.position(corners[0]), m_places.position(corners[1]), m_places.position(corners[2]));
+    face.area = 0.5f * normalize(face.normal);
+    return face;
+}
+
+void Levels::prepare()
+{
+    const Indices& corners = m_places.corners;
+    m_faces.reserve(corners.size() / 3);
+    m_triangles.reserve(corners.size() / 3);
+    for (std::size_t i = 0; i < corners.size(); i += 3) {
+        m_faces.push_back(faceOf(&corners[i]));
+        m_triangles.push_back({{corners[i], corners[i + 1], corners[i + 2]}, static_cast<std::uint32_t>(i / 3)});
+    }
+    std::sort(m_triangles.begin(), m_triangles.end());
+    m_parts.emplace(m_places);
+    m_surface = std::make_unique<KrNearestSurface>(m_places.positions, corners);
+}
+
+// Each level from the one before: what that costs in precision is measured against level 0.
+void Levels::simplify()
+{
+    const float limit =
+        kMostError * meshopt_simplifyScale(m_places.positions.data(), m_places.groups.size(), 3 * sizeof(float));
+    Indices triangles;
+    for (std::size_t i = 0; i < m_places.corners.size(); i += 3) {
+        const std::uint32_t* const corner = &m_places.corners[i];
+        // Without an area nothing is seen of it.
+        if (corner[0] != corner[1] && corner[1] != corner[2] && corner[2] != corner[0]) {
+            triangles.insert(triangles.end(), corner, corner + 3);
+        }
+    }
+    std::size_t last = m_places.corners.size();
+    for (float estimate = 0.0f; triangles.size() > 3 * kFewestTriangles && m_drafts.size() + 1 < kMostLevels;) {
+        const std::size_t before = triangles.size();
+        estimate += halve(triangles);
+        dropSmallParts(triangles, estimate);
+        if (estimate > limit || triangles.empty() || triangles.size() == before) {
+            break;
+        }
+        if (static_cast<double>(triangles.size()) > kMostKept * static_cast<double>(last)) {
+            continue;
+        }
+        Draft next = draft(triangles, estimate);
+        if (next.error > limit) {
+            break;
+        }
+        // One that is no farther off serves better than the one before.
+        if (!m_drafts.empty() && next.error <= m_drafts.back().error) {
+            next.error = m_drafts.back().error;
+            m_drafts.pop_back();
+        }
+        last = triangles.size();
+        m_drafts.push_back(std::move(next));
+    }
+}
+
+/// Leaves about half of the triangles, or as few as their connections allow.
+/// @return how far the surface has moved, m, as a mean of sorts
+float Levels::halve(Indices& triangles) const
+{
+    // Over the places in use, in double measure less and less.
+    Indices remap(m_places.groups.size());
+    const std::size_t count =
+        meshopt_optimizeVertexFetchRemap(remap.data(), triangles.data(), triangles.size(), remap.size());
+    std::vector<float> positions(3 * count);
+    Indices places(count);
+    for (std::uint32_t place = 0; place < remap.size(); ++place) {
+        if (remap[place] != kNone) {
+            places[remap[place]] = place;
+            std::copy_n(m_places.position(place), 3, &positions[std::size_t{3} * remap[place]]);
+        }
+    }
+    meshopt_remapIndexBuffer(triangles.data(), triangles.data(), triangles.size(), remap.data());
+    Indices fewer(triangles.size());
+    float error = 0.0f;
+    fewer.resize(meshopt_simplify(fewer.data(), triangles.data(), triangles.size(), positions.data(), count,
+                                  3 * sizeof(float), triangles.size() / 6 * 3, std::numeric_limits<float>::max(), 0,
+                                  &error));
+    std::transform(fewer.begin(), fewer.end(), fewer.begin(), [&places](std::uint32_t index) { return places[index]; });
+    triangles = std::move(fewer);
+    return error * meshopt_simplifyScale(positions.data(), count, 3 * sizeof(float));
+}
+
+/// A simplification keeps every body, be it as a speck.
+void Levels::dropSmallParts(Indices& triangles, float error) const
+{
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < triangles.size(); i += 3) {
+        if (m_parts->diagonal(m_parts->of(triangles[i])) >= error) {
+            std::copy_n(triangles.begin() + static_cast<std::ptrdiff_t>(i), 3,
+                        triangles.begin() + static_cast<std::ptrdiff_t>(kept));
+            kept += 3;
+        }
+    }
+    triangles.resize(kept);
+}
+
+Draft Levels::draft(const Indices& triangles, float estimate)
+{
+    Draft result;
+    order(triangles, result.corners);
+    findSurvivors(result);
+    std::vector<bool> isLost(m_parts->size(), true);
+    const float width = lostWidth(result, isLost);
+    result.error = std::max({estimate, width, distanceTo(result, estimate, isLost), distanceFrom(result, estimate)});
+    return result;
+}
+
+// By groups, and as a vertex cache likes them.
+void Levels::order(const Indices& triangles, Indices& corners) const
+{
+    Indices ends(m_mesh.levels[0].groups.size() + 1);
+    for (std::size_t i = 0; i < triangles.size(); i += 3) {
+        ends[m_places.groups[triangles[i]] + 1] += 3;
+    }
+    std::partial_sum(ends.begin(), ends.end(), ends.begin());
+    corners.resize(triangles.size());
+    for (std::size_t i = 0; i < triangles.size(); i += 3) {
+        std::uint32_t& end = ends[m_places.groups[triangles[i]]];
+        std::copy_n(&triangles[i], 3, &corners[end]);
+        end += 3;
+    }
+    Indices spots(corners.size());
+    std::transform(corners.begin(), corners.end(), spots.begin(),
+                   [this](std::uint32_t place) { return m_places.spots[place]; });
+    std::uint32_t begin = 0;
+    // Now each ends where the next one began.
+    for (const std::uint32_t end : ends) {
+        KrTriangleOrder::optimize(corners.data() + begin, spots.data() + begin, end - begin);
+        begin = end;
+    }
+}
+
+void Levels::findSurvivors(Draft& draft) const
+{
+    for (std::size_t i = 0; i < draft.corners.size(); i += 3) {
+        const std::array<std::uint32_t, 3> corners = {draft.corners[i], draft.corners[i + 1], draft.corners[i + 2]};
+        const auto at = std::lower_bound(m_triangles.begin(), m_triangles.end(), std::make_pair(corners, 0u));
+        draft.survivors.push_back(at != m_triangles.end() && at->first == corners ? at->second : kNone);
+    }
+}
+
+/// The widest part of which nothing is left, m.
+/// @param isLost  by part, all true at first
+float Levels::lostWidth(const Draft& draft, std::vector<bool>& isLost) const
+{
+    for (const std::uint32_t place : draft.corners) {
+        isLost[m_parts->of(place)] = false;
+    }
+    float width = 0.0f;
+    for (std::uint32_t part = 0; part < isLost.size(); ++part) {
+        if (isLost[part] && m_parts->diagonal(part) > 0.0f) {
+            width = std::max(width, m_parts->width(part));
+        }
+    }
+    return width;
+}
+
+/// Looks for a point of one surface on another one.
+/// @param farthest  raised to the distance between the two, m
+/// @return false where they are not the same spot of the surface, but only what is nearest
+bool Levels::look(KrNearestSurface& surface, const KrNearestSurface::Point& point, float estimate,
+                  KrNearestSurface::Hit& hit, float& farthest)
+{
+    const bool isFound = surface.find(point, kSearchRadius * estimate, kNearEnough * estimate, hit);
+    farthest = std::max(farthest, isFound ? hit.distance : surface.distance(point.position));
+    return isFound;
+}
+
+/// How far level 0 lies from the draft, m.
+/// @param isLost  by part: nothing is left of it in the draft
+float Levels::distanceTo(Draft& draft, float estimate, const std::vector<bool>& isLost) const
+{
+    // What is still there lies where it was.
+    std::vector<bool> isThere(m_faces.size());
+    std::vector<bool> isInUse(m_places.groups.size());
+    double area = 0.0;
+    for (std::size_t t = 0; t < draft.survivors.size(); ++t) {
+        if (draft.survivors[t] != kNone) {
+            isThere[draft.survivors[t]] = true;
+        }
+    }
+    for (const std::uint32_t place : draft.corners) {
+        isInUse[place] = true;
+    }
+    for (std::size_t t = 0; t < m_faces.size(); ++t) {
+        isThere[t] = isThere[t] || isLost[m_parts->of(m_places.corners[3 * t])];
+        area += isThere[t] ? 0.0 : m_faces[t].area;
+    }
+
+    Spread spread(numSamples(kSamplesPerTriangle, draft), area);
+    KrNearestSurface surface(m_places.positions, draft.corners);
+    KrNearestSurface::Hit hit;
+    float farthest = 0.0f;
+    float farthestCorner = 0.0f;
+    for (std::size_t t = 0; t < m_faces.size(); ++t) {
+        if (isThere[t]) {
+            continue;
+        }
+        const std::uint32_t* const corners = &m_places.corners[3 * t];
+        KrNearestSurface::Point point;
+        std::copy_n(m_faces[t].normal.data(), 3, point.normal);
+        for (unsigned int k = 0; k < 3; ++k) {
+            surface.startAt(corners[k]);
+        }
+        for (unsigned int k = 0; k < 3; ++k) {
+            // Each place once.
+            if (!isInUse[corners[k]]) {
+                isInUse[corners[k]] = true;
+                std::copy_n(m_places.position(corners[k]), 3, point.position);
+                look(surface, point, estimate, hit, farthestCorner);
+            }
+        }
+        spread.visit(m_faces[t].area, [&](const std::array<float, 3>& weights) {
+            KrLevelNormals::Sample sample = {};
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                point.position[axis] = 0.0f;
+                for (unsigned int k = 0; k < 3; ++k) {
+                    const float* const normal = &m_mesh.vertices[std::size_t{6} * m_places.vertices[3 * t + k] + 3];
+                    point.position[axis] += weights[k] * m_places.position(corners[k])[axis];
+                    sample.normal[axis] += weights[k] * normal[axis];
+                }
+            }
+            if (look(surface, point, estimate, hit, farthest) && normalize(sample.normal) > 0.0f) {
+                sample.triangle = static_cast<std::uint32_t>(hit.triangle);
+                std::copy_n(hit.weights, 3, sample.weights);
+                draft.samples.push_back(sample);
+            }
+        });
+    }
+    return std::max(farthest, farthestCorner / kCornerReach);
+}
+
+/// How far the draft lies from level 0, m.
+float Levels::distanceFrom(const Draft& draft, float estimate) const
+{
+    std::vector<Face> faces;
+    double area = 0.0;
+    for (std::size_t t = 0; t < draft.survivors.size(); ++t) {
+        faces.push_back(faceOf(&draft.corners[3 * t]));
+        area += draft.survivors[t] == kNone ? faces.back().area : 0.0;
+    }
+    Spread spread(numSamples(1, draft), area);
+    KrNearestSurface::Hit hit;
+    float farthest = 0.0f;
+    for (std::size_t t = 0; t < faces.size(); ++t) {
+        if (draft.survivors[t] != kNone) {
+            continue;
+        }
+        const std::uint32_t* const corners = &draft.corners[3 * t];
+        m_surface->startAt(corners[0]);
+        KrNearestSurface::Point point;
+        std::copy_n(faces[t].normal.data(), 3, point.normal);
+        spread.visit(faces[t].area, [&](const std::array<float, 3>& weights) {
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                point.position[axis] = weights[0] * m_places.position(corners[0])[axis] +
+                                       weights[1] * m_places.position(corners[1])[axis] +
+                                       weights[2] * m_places.position(corners[2])[axis];
+            }
+            look(*m_surface, point, estimate, hit, farthest);
+        });
+    }
+    return farthest;
+}
+
+// When it is known which drafts stay: only these leave vertices behind.
+void Levels::finish()
+{
+    KrLevelNormals normals(m_mesh, m_places);
+    for (const Draft& draft : m_drafts) {
+        KrIndexedMesh::Level level;
+        level.error = std::max(draft.error, m_result.levels.back().error);
+        auto end = static_cast<std::uint32_t>(m_result.indices.size());
+        std::size_t next = 0;
+        for (std::uint32_t group = 0; group < m_mesh.levels[0].groups.size(); ++group) {
+            KrIndexedMesh::Range range = {end, 0};
+            for (; next < draft.corners.size() && m_places.groups[draft.corners[next]] == group; ++next) {
+                ++range.count;
+            }
+            end += range.count;
+            level.groups.push_back(range);
+        }
+        const Indices vertices = normals.vertices(draft.corners, draft.survivors, draft.samples, m_result);
+        m_result.indices.insert(m_result.indices.end(), vertices.begin(), vertices.end());
+        m_result.levels.push_back(std::move(level));
+    }
+}
+
+} // namespace
+
+KrIndexedMesh KrMeshLevels::make(const KrIndexedMesh& mesh)
+{
+    return Levels(mesh).run();
+}

@@ -1,0 +1,36 @@
+#include <toolkit/extent/private/KrMeshPlaces.h>
+
+#include <toolkit/extent/private/KrIndexedMesh.h>
+#include <toolkit/extent/private/KrVertexTable.h>
+
+#include <array>
+#include <cstring>
+
+KrMeshPlaces::KrMeshPlaces(const KrIndexedMesh& mesh)
+{
+    KrVertexTable places(6);
+    KrVertexTable positionTable(3);
+    const std::vector<KrIndexedMesh::Range>& ranges = mesh.levels[0].groups;
+    for (std::uint32_t group = 0; group < ranges.size(); ++group) {
+        for (std::uint32_t i = ranges[group].first; i < ranges[group].first + ranges[group].count; ++i) {
+            const std::uint32_t vertex = mesh.indices[i];
+            const float* const p = &mesh.vertices[std::size_t{6} * vertex];
+            // Adding 0 makes 0 of -0, which is the same place. The group's number goes by its bits.
+            std::array<float, 6> row = {p[0] + 0.0f, p[1] + 0.0f, p[2] + 0.0f};
+            std::memcpy(&row[3], &group, sizeof group);
+            if (!mesh.textureCoordinates.empty()) {
+                row[4] = mesh.textureCoordinates[std::size_t{2} * vertex];
+                row[5] = mesh.textureCoordinates[std::size_t{2} * vertex + 1];
+            }
+            const std::uint32_t place = places.number(row.data());
+            if (place == groups.size()) {
+                groups.push_back(group);
+                spots.push_back(positionTable.number(row.data()));
+                positions.insert(positions.end(), row.begin(), row.begin() + 3);
+            }
+            corners.push_back(place);
+            vertices.push_back(vertex);
+        }
+    }
+    numSpots = static_cast<std::uint32_t>(positionTable.size());
+}

@@ -1,0 +1,256 @@
+#include <toolkit/extent/private/KrNearestSurface.h>
+
+#include <toolkit/extent/private/KrFloat3.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <utility>
+
+namespace
+{
+
+constexpr std::size_t kLeafSize = 4;
+/// Of the triangles around one position, those that a walk looks at.
+constexpr std::uint32_t kMostAround = 32;
+/// Cosine: faces that look further apart than this are not the same surface. A little beyond a right angle, so that
+/// the wall of a step counts for its top.
+constexpr float kLeastCosine = -0.2f;
+
+/// Of differences: as exact as their floats are.
+double exactDot(const KrFloat3& a, const KrFloat3& b)
+{
+    return double{a[0]} * b[0] + double{a[1]} * b[1] + double{a[2]} * b[2];
+}
+
+/// The shares of its corners in the point of a triangle that is nearest to `p`: which corner, edge or inside is told
+/// by the signs of projections (Ericson, "Real-Time Collision Detection", 5.1.5). In double precision: of needle-like
+/// triangles the products are nearly alike.
+void nearestWeights(const float (&corners)[3][3], const float* p, float* weights)
+{
+    const KrFloat3 ab = difference(corners[1], corners[0]), ac = difference(corners[2], corners[0]);
+    const KrFloat3 ap = difference(p, corners[0]), bp = difference(p, corners[1]), cp = difference(p, corners[2]);
+    const double d1 = exactDot(ab, ap), d2 = exactDot(ac, ap);
+    const double d3 = exactDot(ab, bp), d4 = exactDot(ac, bp);
+    const double d5 = exactDot(ab, cp), d6 = exactDot(ac, cp);
+    const double va = d3 * d6 - d5 * d4, vb = d5 * d2 - d1 * d6, vc = d1 * d4 - d3 * d2;
+    double v = 0.0, w = 0.0;
+    if (d1 <= 0.0 && d2 <= 0.0) {
+        // The first corner.
+    } else if (d3 >= 0.0 && d4 <= d3) {
+        v = 1.0;
+    } else if (d6 >= 0.0 && d5 <= d6) {
+        w = 1.0;
+    } else if (vc <= 0.0 && d1 >= 0.0 && d3 <= 0.0) {
+        v = d1 / (d1 - d3);
+    } else if (vb <= 0.0 && d2 >= 0.0 && d6 <= 0.0) {
+        w = d2 / (d2 - d6);
+    } else if (va <= 0.0 && d4 >= d3 && d5 >= d6) {
+        w = (d4 - d3) / ((d4 - d3) + (d5 - d6));
+        v = 1.0 - w;
+    } else {
+        v = vb / (va + vb + vc);
+        w = vc / (va + vb + vc);
+    }
+    weights[0] = static_cast<float>(1.0 - v - w);
+    weights[1] = static_cast<float>(v);
+    weights[2] = static_cast<float>(w);
+}
+
+} // namespace
+
+KrNearestSurface::KrNearestSurface(const std::vector<float>& positions, const std::vector<std::uint32_t>& indices)
+    : m_triangles(indices.size() / 3)
+    , m_firstAround(positions.size() / 3 + 1)
+    , m_around(indices.size())
+{
+    m_order.reserve(m_triangles.size());
+    for (std::size_t i = 0; i < m_triangles.size(); ++i) {
+        Triangle& triangle = m_triangles[i];
+        for (unsigned int k = 0; k < 3; ++k) {
+            triangle.indices[k] = indices[3 * i + k];
+            ++m_firstAround[triangle.indices[k]];
+            std::copy_n(&positions[std::size_t{3} * triangle.indices[k]], 3, triangle.corners[k]);
+        }
+        KrFloat3 normal = faceNormal(triangle.corners[0], triangle.corners[1], triangle.corners[2]);
+        const float length = normalize(normal);
+        std::copy(normal.begin(), normal.end(), triangle.normal);
+        if (length > 0.0f) {
+            m_order.push_back(static_cast<std::uint32_t>(i));
+        }
+    }
+    // Counted, summed up to where each ends, and filled in from there down to where it begins.
+    std::partial_sum(m_firstAround.begin(), m_firstAround.end(), m_firstAround.begin());
+    for (std::size_t i = indices.size(); i-- > 0;) {
+        m_around[--m_firstAround[indices[i]]] = static_cast<std::uint32_t>(i / 3);
+    }
+    if (!m_order.empty()) {
+        m_nodes.reserve(m_order.size());
+        split(0, m_order.size());
+    }
+}
+
+// In the middle of the triangles, along the longest side of their box.
+void KrNearestSurface::split(std::size_t begin, std::size_t end)
+{
+    Node node;
+    std::fill_n(node.low, 3, std::numeric_limits<float>::max());
+    std::fill_n(node.high, 3, std::numeric_limits<float>::lowest());
+    for (std::size_t i = begin; i < end; ++i) {
+        for (const auto& corner : m_triangles[m_order[i]].corners) {
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                node.low[axis] = std::min(node.low[axis], corner[axis]);
+                node.high[axis] = std::max(node.high[axis], corner[axis]);
+            }
+        }
+    }
+    const bool isLeaf = end - begin <= kLeafSize;
+    node.right = static_cast<std::uint32_t>(begin);
+    node.count = static_cast<std::uint32_t>(isLeaf ? end - begin : 0);
+    const std::size_t self = m_nodes.size();
+    m_nodes.push_back(node);
+    if (isLeaf) {
+        return;
+    }
+    const KrFloat3 size = difference(node.high, node.low);
+    const auto axis = static_cast<std::size_t>(std::max_element(size.begin(), size.end()) - size.begin());
+    const std::size_t middle = begin + (end - begin) / 2;
+    const auto middleOf = [this, axis](std::uint32_t number) {
+        const auto& corners = m_triangles[number].corners;
+        return corners[0][axis] + corners[1][axis] + corners[2][axis];
+    };
+    const auto at = [this](std::size_t i) { return m_order.begin() + static_cast<std::ptrdiff_t>(i); };
+    std::nth_element(at(begin), at(middle), at(end),
+                     [&middleOf](std::uint32_t a, std::uint32_t b) { return middleOf(a) < middleOf(b); });
+    split(begin, middle);
+    m_nodes[self].right = static_cast<std::uint32_t>(m_nodes.size());
+    split(middle, end);
+}
+
+void KrNearestSurface::startAt(std::uint32_t position)
+{
+    if (m_firstAround[position] < m_firstAround[position + 1]) {
+        m_last = m_around[m_firstAround[position]];
+    }
+}
+
+bool KrNearestSurface::find(const Point& point, float within, float enough, Hit& hit)
+{
+    if (m_nodes.empty()) {
+        return false;
+    }
+    Search search = {point, hit, within * within, false};
+    tryTriangle(m_last, search);
+    if (search.isFound) {
+        walk(search);
+    }
+    if (!search.isFound || search.best > enough * enough) {
+        descend(search);
+    }
+    if (search.isFound) {
+        hit.distance = std::sqrt(search.best);
+        m_last = static_cast<std::uint32_t>(hit.triangle);
+    }
+    return search.isFound;
+}
+
+float KrNearestSurface::distance(const float* position)
+{
+    Point point = {};
+    std::copy_n(position, 3, point.position);
+    Hit hit;
+    // Without a direction every face will do. The square of this is finite.
+    return find(point, 1e18f, 0.0f, hit) ? hit.distance : 0.0f;
+}
+
+void KrNearestSurface::tryTriangle(std::uint32_t number, Search& search) const
+{
+    const Triangle& triangle = m_triangles[number];
+    const float* const p = search.point.position;
+    const KrFloat3 fromCorner = difference(p, triangle.corners[0]);
+    const float height = dot(triangle.normal, fromCorner.data());
+    if (height * height > search.best || dot(triangle.normal, search.point.normal) < kLeastCosine) {
+        return;
+    }
+    float weights[3];
+    nearestWeights(triangle.corners, p, weights);
+    float sum = 0.0f;
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const float out = weights[0] * triangle.corners[0][axis] + weights[1] * triangle.corners[1][axis] +
+                          weights[2] * triangle.corners[2][axis] - p[axis];
+        sum += out * out;
+    }
+    if (sum < search.best) {
+        search.best = sum;
+        search.isFound = true;
+        search.hit.triangle = number;
+        std::copy_n(weights, 3, search.hit.weights);
+    }
+}
+
+/// From triangle to triangle, around the corners that have a share in the point found, while that brings it nearer.
+void KrNearestSurface::walk(Search& search) const
+{
+    float before = std::numeric_limits<float>::max();
+    while (search.best < before) {
+        before = search.best;
+        const Triangle& triangle = m_triangles[search.hit.triangle];
+        const float* const weights = search.hit.weights;
+        // Inside a triangle nothing around is nearer.
+        if (weights[0] > 0.0f && weights[1] > 0.0f && weights[2] > 0.0f) {
+            return;
+        }
+        // On an edge the triangles along it are nearest, at a corner all those around it.
+        const auto corner = static_cast<std::size_t>(std::max_element(weights, weights + 3) - weights);
+        const std::size_t second = weights[(corner + 1) % 3] > 0.0f ? (corner + 1) % 3 : (corner + 2) % 3;
+        const bool isOnEdge = weights[second] > 0.0f;
+        const std::uint32_t along = triangle.indices[second];
+        const std::uint32_t first = m_firstAround[triangle.indices[corner]];
+        // A hub of many triangles is left to the tree.
+        const std::uint32_t end = std::min(m_firstAround[triangle.indices[corner] + 1], first + kMostAround);
+        for (std::uint32_t i = first; i < end; ++i) {
+            const std::uint32_t(&around)[3] = m_triangles[m_around[i]].indices;
+            if (!isOnEdge || around[0] == along || around[1] == along || around[2] == along) {
+                tryTriangle(m_around[i], search);
+            }
+        }
+    }
+}
+
+void KrNearestSurface::descend(Search& search) const
+{
+    const auto distanceTo = [&search](const Node& node) {
+        float sum = 0.0f;
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            const float p = search.point.position[axis];
+            const float out = std::max({node.low[axis] - p, p - node.high[axis], 0.0f});
+            sum += out * out;
+        }
+        return sum;
+    };
+    // Each level of the tree halves the triangles, and leaves one node behind on the stack.
+    std::array<std::pair<std::uint32_t, float>, 64> stack;
+    std::size_t size = 0;
+    stack[size++] = {0u, distanceTo(m_nodes[0])};
+    while (size > 0) {
+        const auto [at, distance] = stack[--size];
+        if (distance > search.best) {
+            continue;
+        }
+        const Node& node = m_nodes[at];
+        if (node.count == 0) {
+            std::pair<std::uint32_t, float> near = {at + 1, distanceTo(m_nodes[at + 1])};
+            std::pair<std::uint32_t, float> far = {node.right, distanceTo(m_nodes[node.right])};
+            if (far.second < near.second) {
+                std::swap(near, far);
+            }
+            stack[size++] = far;
+            stack[size++] = near;
+        }
+        for (std::size_t i = node.right; node.count != 0 && i < node.right + node.count; ++i) {
+            tryTriangle(m_order[i], search);
+        }
+    }
+}

@@ -1,0 +1,47 @@
+#include <toolkit/extent/private/KrTriangleOrder.h>
+
+#include <meshoptimizer.h>
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace
+{
+
+/// Whether two triangles have the same three positions, in whatever order.
+bool areDoubled(const std::uint32_t* positions, std::size_t count)
+{
+    std::vector<std::array<std::uint32_t, 3>> triangles;
+    triangles.reserve(count / 3);
+    for (std::size_t i = 0; i < count; i += 3) {
+        std::array<std::uint32_t, 3> triangle = {positions[i], positions[i + 1], positions[i + 2]};
+        std::sort(triangle.begin(), triangle.end());
+        // One without an area is not seen, whatever covers it.
+        if (triangle[0] != triangle[1] && triangle[1] != triangle[2]) {
+            triangles.push_back(triangle);
+        }
+    }
+    std::sort(triangles.begin(), triangles.end());
+    return std::adjacent_find(triangles.begin(), triangles.end()) != triangles.end();
+}
+
+} // namespace
+
+void KrTriangleOrder::optimize(std::uint32_t* indices, const std::uint32_t* positions, std::size_t count)
+{
+    if (count == 0 || areDoubled(positions, count)) {
+        return;
+    }
+    // The library keeps a record for every vertex up to the last one; those before the first one are left out. What is
+    // still far more than the triangles' own is a few triangles of a large mesh, and not worth its time.
+    std::uint32_t* const end = indices + count;
+    const std::uint32_t first = *std::min_element(indices, end);
+    const std::size_t numVertices = *std::max_element(indices, end) - first + std::size_t{1};
+    if (numVertices > 16 * count) {
+        return;
+    }
+    std::for_each(indices, end, [first](std::uint32_t& index) { index -= first; });
+    meshopt_optimizeVertexCache(indices, indices, count, numVertices);
+    std::for_each(indices, end, [first](std::uint32_t& index) { index += first; });
+}

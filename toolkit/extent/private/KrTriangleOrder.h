@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// The order in which triangles are drawn.
+namespace KrTriangleOrder
+{
+
+/// Changes the order of triangles so that a vertex cache serves them well; each keeps the order of its corners, one of
+/// which gives flat shading its colour. Triangles of which two cover each other stay as they are: of equal depths the
+/// first one drawn is seen.
+///
+/// @param indices    of vertices, three a triangle
+/// @param positions  a number for each index: corners in the same place have the same number; `indices` may serve
+/// @param count      of indices
+void optimize(std::uint32_t* indices, const std::uint32_t* positions, std::size_t count);
+
+} // namespace KrTriangleOrder
