@@ -87,7 +87,8 @@ std::string drawBox()
 bool krAppDoctor(std::string& text)
 {
     text += std::string("krrender ") + KR_VERSION + ", OpenSceneGraph " + osgGetVersion() + "\n";
-    text += "DISPLAY " + environmentText("DISPLAY") + ", KR_WINDOW " + environmentText("KR_WINDOW") + "\n\n";
+    text += "DISPLAY " + environmentText("DISPLAY") + ", KR_WINDOW " + environmentText("KR_WINDOW") +
+            ", LP_NUM_THREADS " + environmentText("LP_NUM_THREADS") + "\n\n";
     tryBackEnd(text, "EGL (no display needed)", std::make_unique<KrEglWindowImpl>());
     tryBackEnd(text, "GLX (X11 display)", std::make_unique<KrGlxWindowImpl>());
 

@@ -1,6 +1,7 @@
 // krrender: draws a robot description or a native system file without a display.
 
 #include "KrAppAids.h"
+#include "KrAppCores.h"
 #include "KrAppDoctor.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
@@ -361,6 +362,8 @@ int main(int argc, char** argv)
 {
     // Before anything opens a file.
     openStandardStreams();
+    // Before anything asks the driver, or starts a thread.
+    krAppLeaveOutDriverThreads();
     // Before a file is begun: whatever ends the program, none is left half-written.
     KrAppInterrupt::install();
     KrToolkitFolders::setDefault();

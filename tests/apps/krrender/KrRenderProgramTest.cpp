@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sched.h>
 #include <sys/stat.h>
 
 #include <cmath>
@@ -651,6 +652,16 @@ TEST_F(KrRenderProgram, HelpVersionAndDoctorAnswerOnStandardOutput)
         EXPECT_NE(doctor.out.find(part), std::string::npos) << part;
     }
     EXPECT_EQ(doctor.err, "");
+    // On one core the driver is to start no threads, unless the user wants some.
+    cpu_set_t cores;
+    ASSERT_EQ(sched_getaffinity(0, sizeof cores, &cores), 0);
+    int core = 0;
+    while (!CPU_ISSET(core, &cores)) {
+        ++core;
+    }
+    const std::string onOne = "taskset -c " + std::to_string(core) + " '" + KR_RENDER + "' --doctor";
+    EXPECT_NE(runCommand(onOne).out.find("LP_NUM_THREADS 0\n"), std::string::npos);
+    EXPECT_NE(runCommand(onOne, "LP_NUM_THREADS=2").out.find("LP_NUM_THREADS 2\n"), std::string::npos);
     // Nothing works without a driver, and nothing crashes.
     const Answer none = runCommand(std::string(KR_RENDER) + " --doctor", "KR_WINDOW=glx DISPLAY=:7777");
     EXPECT_EQ(none.status, 1);
