@@ -1,5 +1,9 @@
+// Framebuffers are asked through the GL library itself: the scene graph's table of functions lacks the question.
+#define GL_GLEXT_PROTOTYPES
+
 #include <rendCore/capture/KrFrameStream.h>
 
+#include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
 #include <rendCore/window/private/KrContextRestorer.h>
 #include <rendCore/window/private/KrRenderStages.h>
@@ -12,7 +16,9 @@
 #include <osgUtil/RenderStage>
 #include <osgViewer/Viewer>
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -25,26 +31,7 @@ constexpr std::size_t kSlots = kMostFramesLate + 1; // one more: the frame that 
 
 using Content = KrFrameStream::Content;
 
-// Three channels and no alpha, as pictures are handed out elsewhere.
-GLenum formatOf(Content content)
-{
-    return content == Content::Color ? GL_RGB : GL_DEPTH_COMPONENT;
-}
-
-GLenum typeOf(Content content)
-{
-    switch (content) {
-    case Content::Color:
-        return GL_UNSIGNED_BYTE;
-    case Content::DepthRaw:
-        return GL_UNSIGNED_INT;
-    case Content::DepthFloat:
-        break;
-    }
-    return GL_FLOAT;
-}
-
-// Depths are four bytes in both forms.
+/// Colours have three channels and no alpha, as pictures are handed out elsewhere; depths are four bytes in both forms.
 std::size_t pixelBytes(Content content)
 {
     return content == Content::Color ? 3 : 4;
@@ -55,6 +42,68 @@ GLint queried(GLenum name)
     GLint value = 0;
     glGetIntegerv(name, &value);
     return value;
+}
+
+/// How a frame's pixels stand in the driver's buffer: as it likes to pack them, which is not always as they are told to
+/// be handed out.
+struct Packing
+{
+    GLenum format = GL_RGB;
+    GLenum type = GL_UNSIGNED_BYTE;
+    std::size_t pixelBytes = 3;
+    bool isOpacityLeftOut = false; ///< it is packed, and not handed out
+    unsigned int depthBits = 0;    ///< 0 unless integers are handed out as floats
+};
+
+/// Whether the depths that are read are floats by themselves: only those of 32 bits may be.
+bool areFloats()
+{
+    GLint object = GL_NONE;
+    GLint type = GL_NONE;
+    const GLenum depth = queried(GL_READ_FRAMEBUFFER_BINDING) == 0 ? GL_DEPTH : GL_DEPTH_ATTACHMENT;
+    glGetFramebufferAttachmentParameteriv(GL_READ_FRAMEBUFFER, depth, GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE, &object);
+    if (object != GL_NONE) {
+        glGetFramebufferAttachmentParameteriv(GL_READ_FRAMEBUFFER, depth, GL_FRAMEBUFFER_ATTACHMENT_COMPONENT_TYPE,
+                                              &type);
+    }
+    return type != GL_UNSIGNED_NORMALIZED;
+}
+
+/// @param canBeAsked  the driver knows what a framebuffer's depths are
+Packing packingOf(Content content, bool canBeAsked)
+{
+    if (content == Content::Color) {
+        // Four channels are copied as they stand, where the buffer has as many; three are packed pixel by pixel.
+        return queried(GL_ALPHA_BITS) > 0 ? Packing{GL_RGBA, GL_UNSIGNED_BYTE, 4, true, 0} : Packing{};
+    }
+    if (content == Content::DepthRaw) {
+        return {GL_DEPTH_COMPONENT, GL_UNSIGNED_INT, 4, false, 0};
+    }
+    // Integers are read as they stand; drivers turn them into floats row by row, with memory for each.
+    const GLint bits = queried(GL_DEPTH_BITS);
+    if (bits > 0 && (bits < 32 || (bits == 32 && canBeAsked && !areFloats()))) {
+        return {GL_DEPTH_COMPONENT, GL_UNSIGNED_INT, 4, false, static_cast<unsigned int>(bits)};
+    }
+    return {GL_DEPTH_COMPONENT, GL_FLOAT, 4, false, 0};
+}
+
+/// Hands out what the driver has packed.
+void unpack(const Packing& packing, const unsigned char* packed, std::size_t count, unsigned char* memory)
+{
+    if (packing.isOpacityLeftOut) {
+        KrPixelConversion::toRgb(packed, count, memory);
+        return;
+    }
+    // A lender's memory may begin at any byte: floats are made in memory of their own.
+    constexpr std::size_t kBlock = 256;
+    std::uint32_t depths[kBlock];
+    float fractions[kBlock];
+    for (std::size_t first = 0; first < count; first += kBlock) {
+        const std::size_t size = std::min(kBlock, count - first);
+        std::memcpy(depths, packed + 4 * first, 4 * size);
+        KrPixelConversion::toFractions(depths, size, {packing.depthBits}, fractions);
+        std::memcpy(memory + 4 * first, fractions, 4 * size);
+    }
 }
 
 /// Reads from a framebuffer object, and puts the one before back; null reads from where the context reads.
@@ -134,8 +183,9 @@ public:
     /// Whether the oldest frame has arrived; false, too, where the driver cannot tell.
     bool isOldestReady() const;
     const Frame& oldest() const { return m_slots[m_first].frame; }
-    /// Copies the oldest frame into `memory` (null: it is let go) and forgets it.
-    void takeOldest(unsigned char* memory);
+    /// Copies the oldest frame into `memory` (null: it is let go) and forgets it. False when it is lost: the driver
+    /// does not give it.
+    bool takeOldest(unsigned char* memory);
     void loseOldest();
     bool isIn(const osg::State& state) const { return isSame(m_context, state.getGraphicsContext()); }
     /// Makes the buffers' context current; false when it is gone.
@@ -149,6 +199,7 @@ private:
         GLuint buffer = 0;
         std::size_t capacity = 0;
         GLsync fence = nullptr;
+        Packing packing;
         Frame frame;
     };
 
@@ -163,6 +214,7 @@ private:
     std::uint64_t m_numRead = 0;
     std::uint64_t m_lost = 0;
     bool m_isArmed = false;
+    bool m_canBeAsked = false; ///< the context's driver: what a framebuffer's depths are
     osg::observer_ptr<osg::GraphicsContext> m_context;
 };
 
@@ -258,6 +310,7 @@ void KrFrameStream::Ring::read(osg::RenderInfo& info)
     if (!isIn(state)) {
         release();
         m_context = state.getGraphicsContext();
+        m_canBeAsked = osg::isGLExtensionOrVersionSupported(state.getContextID(), "GL_ARB_framebuffer_object", 3.0f);
     }
     // There, because `preRender` has asked for buffers of pixels.
     const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
@@ -279,13 +332,14 @@ void KrFrameStream::Ring::read(osg::RenderInfo& info)
     // With the buffer bound, the pointer of glReadPixels is an offset into it, and the call
     // returns before the pixels come.
     const KrPixelTransferGuard guard(gl, 1, slot.buffer);
-    if (!reserve(gl, slot, frame.sizeInBytes)) {
+    const ReadTarget target(gl, state, targetOf(*camera));
+    slot.packing = packingOf(m_content, m_canBeAsked);
+    if (!reserve(gl, slot, std::size_t(frame.width) * frame.height * slot.packing.pixelBytes)) {
         return;
     }
-    const ReadTarget target(gl, state, targetOf(*camera));
     glReadPixels(static_cast<GLint>(viewport->x()), static_cast<GLint>(viewport->y()),
-                 static_cast<GLsizei>(frame.width), static_cast<GLsizei>(frame.height), formatOf(m_content),
-                 typeOf(m_content), nullptr);
+                 static_cast<GLsizei>(frame.width), static_cast<GLsizei>(frame.height), slot.packing.format,
+                 slot.packing.type, nullptr);
     if (gl.glFenceSync && gl.glClientWaitSync && gl.glDeleteSync) {
         // The fence says when the pixels are there. Without fences frames are handed out by their number alone.
         slot.fence = gl.glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
@@ -307,7 +361,7 @@ bool KrFrameStream::Ring::isOldestReady() const
     return answer == GL_ALREADY_SIGNALED || answer == GL_CONDITION_SATISFIED;
 }
 
-void KrFrameStream::Ring::takeOldest(unsigned char* memory)
+bool KrFrameStream::Ring::takeOldest(unsigned char* memory)
 {
     const osg::GLExtensions* const gl = extensions();
     const Slot& slot = m_slots[m_first];
@@ -316,9 +370,20 @@ void KrFrameStream::Ring::takeOldest(unsigned char* memory)
         // Waits for the frame where it has not arrived.
         // The client's own binding is put back.
         const KrPixelTransferGuard::PackBuffer binding(*gl, slot.buffer);
-        gl->glGetBufferSubData(GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(slot.frame.sizeInBytes), memory);
+        const Frame& frame = slot.frame;
+        if (!slot.packing.isOpacityLeftOut && slot.packing.depthBits == 0) {
+            gl->glGetBufferSubData(GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(frame.sizeInBytes), memory);
+        } else if (const void* const packed = gl->glMapBuffer(GL_PIXEL_PACK_BUFFER, GL_READ_ONLY)) {
+            unpack(slot.packing, static_cast<const unsigned char*>(packed), std::size_t(frame.width) * frame.height,
+                   memory);
+            gl->glUnmapBuffer(GL_PIXEL_PACK_BUFFER);
+        } else {
+            loseOldest();
+            return false;
+        }
     }
     forgetOldest(gl);
+    return true;
 }
 
 void KrFrameStream::Ring::loseOldest()
@@ -474,8 +539,8 @@ void KrFrameStream::handOut(unsigned int mostLeft)
             continue;
         }
         // Taken before the receiver is called: what it throws leaves the ring in order.
-        m_ring->takeOldest(memory);
-        if (memory && m_receiver) {
+        const bool isTaken = m_ring->takeOldest(memory);
+        if (isTaken && memory && m_receiver) {
             // Set for the receiver alone: the stream keeps no pointer to memory that is lent.
             frame.data = memory;
             m_receiver(frame);

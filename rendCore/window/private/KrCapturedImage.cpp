@@ -1,5 +1,6 @@
 #include <rendCore/window/private/KrCapturedImage.h>
 
+#include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
 
 #include <toolkit/foundation/KrPrint.h>
@@ -7,6 +8,7 @@
 #include <osg/GLExtensions>
 #include <osg/State>
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 
@@ -49,9 +51,36 @@ bool KrCapturedImage::allocate(osg::Image& image, int width, int height, bool is
     return false;
 }
 
+/// Colours of a buffer with opacity, which is copied as it stands, where three channels of it would be packed pixel by
+/// pixel. False where there is no memory for that.
+bool KrCapturedImage::readOpaque(int x, int y, int width, int height)
+{
+    // So many that the pictures of most windows come in one call, and few enough for the largest ones' memory.
+    constexpr int kMostPixels = 1 << 22;
+    const int rows = std::min(height, std::max(1, kMostPixels / std::max(1, width)));
+    try {
+        allocateImage(width, height, 1, GL_RGB, GL_UNSIGNED_BYTE, 1);
+        m_rgba.resize(std::size_t{4} * static_cast<unsigned int>(width) * static_cast<unsigned int>(rows));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    for (int row = 0; row < height; row += rows) {
+        const int count = std::min(rows, height - row);
+        glReadPixels(x, y + row, width, count, GL_RGBA, GL_UNSIGNED_BYTE, m_rgba.data());
+        KrPixelConversion::toRgb(m_rgba.data(), std::size_t(width) * static_cast<unsigned int>(count), data(0, row));
+    }
+    return true;
+}
+
 void KrCapturedImage::readPixels(int x, int y, int width, int height, GLenum pixelFormat, GLenum type, int packing)
 {
     // A render stage says where to read and not in which context: `setContext` has.
     const KrPixelTransferGuard guard(*osg::GLExtensions::Get(m_contextId, true), packing);
+    GLint alphaBits = 0;
+    glGetIntegerv(GL_ALPHA_BITS, &alphaBits);
+    if (alphaBits > 0 && pixelFormat == GL_RGB && type == GL_UNSIGNED_BYTE && packing == 1 && width > 0 && height > 0 &&
+        readOpaque(x, y, width, height)) {
+        return;
+    }
     osg::Image::readPixels(x, y, width, height, pixelFormat, type, packing);
 }

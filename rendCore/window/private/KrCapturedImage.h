@@ -2,6 +2,8 @@
 
 #include <osg/Image>
 
+#include <vector>
+
 namespace osg
 {
 class State;
@@ -27,5 +29,8 @@ protected:
     ~KrCapturedImage() override = default;
 
 private:
+    bool readOpaque(int x, int y, int width, int height);
+
+    std::vector<unsigned char> m_rgba; ///< rows on their way from a buffer with opacity; kept
     unsigned int m_contextId = 0;
 };

@@ -1,9 +1,12 @@
 // Everything that reads a frame back, whatever the client's callbacks leave set in it.
 
+#define GL_GLEXT_PROTOTYPES
+
 #include <rendCore/capture/KrDepthCapture.h>
 #include <rendCore/capture/KrFrameStream.h>
 #include <rendCore/capture/KrRenderCaptureManager.h>
 #include <rendCore/system/KrMultiRenderWindow.h>
+#include <toolkit/context/KrExternalWindowImpl.h>
 
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Systems.h>
@@ -15,7 +18,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -124,15 +130,16 @@ protected:
         window.setDrawCallback(nullptr);
         return bytes;
     }
-    std::vector<unsigned char> streamed()
+    std::vector<unsigned char> streamed() { return streamed(window, KrFrameStream::Content::Color); }
+    static std::vector<unsigned char> streamed(KrRenderWindow& from, KrFrameStream::Content content)
     {
         std::vector<unsigned char> bytes;
-        const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(KrFrameStream::Content::Color);
+        const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(content);
         stream->setReceiver(
             [&bytes](const KrFrameStream::Frame& frame) { bytes.assign(frame.data, frame.data + frame.sizeInBytes); });
-        window.setDrawCallback(stream);
-        EXPECT_TRUE(window.renderScene(true));
-        window.setDrawCallback(nullptr);
+        from.setDrawCallback(stream);
+        EXPECT_TRUE(from.renderScene(true));
+        from.setDrawCallback(nullptr);
         EXPECT_TRUE(stream->flush());
         return bytes;
     }
@@ -169,6 +176,61 @@ TEST_F(KrCapturedImageTest, FramesComeBackWholeAndTheClientsPixelStateStays)
     EXPECT_EQ(odd->lost(), "");
     EXPECT_EQ(depths(), metres);
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
+// A client's framebuffer with opacity and depths of 24 bits, which are read in other forms than the window's own.
+TEST_F(KrCapturedImageTest, AClientsFramebufferIsReadAsTheWindowIs)
+{
+    const auto color = capture(window, KrSGWindow::CaptureColor);
+    KrWindow host;
+    host.setHideWindow(true);
+    host.setWindowSize(63, 47);
+    ASSERT_TRUE(host.init() && host.makeCurrent());
+    GLuint frame = 0, buffers[2] = {};
+    glGenFramebuffers(1, &frame);
+    glGenRenderbuffers(2, buffers);
+    glBindFramebuffer(GL_FRAMEBUFFER, frame);
+    constexpr GLenum kFormats[] = {GL_RGBA8, GL_DEPTH_COMPONENT24};
+    constexpr GLenum kPoints[] = {GL_COLOR_ATTACHMENT0, GL_DEPTH_ATTACHMENT};
+    for (int i = 0; i < 2; ++i) {
+        glBindRenderbuffer(GL_RENDERBUFFER, buffers[i]);
+        glRenderbufferStorage(GL_RENDERBUFFER, kFormats[i], 63, 47);
+        glFramebufferRenderbuffer(GL_FRAMEBUFFER, kPoints[i], GL_RENDERBUFFER, buffers[i]);
+    }
+    ASSERT_EQ(glCheckFramebufferStatus(GL_FRAMEBUFFER), GLenum(GL_FRAMEBUFFER_COMPLETE));
+    {
+        const KrStatedSystem same{Systems::twoBoxes()};
+        KrExternalWindowImpl::Callbacks callbacks;
+        callbacks.makeCurrent = [&host] { return host.makeCurrent(); };
+        callbacks.isCurrent = [&host] { return host.getImpl()->isCurrent(); };
+        callbacks.defaultFramebuffer = [frame] { return frame; };
+        KrRenderWindow guest;
+        guest.setImpl(std::make_unique<KrExternalWindowImpl>(callbacks));
+        guest.setHideWindow(true);
+        guest.setWindowSize(63, 47);
+        prepare(guest, same);
+        ASSERT_TRUE(guest.init());
+        EXPECT_EQ(capture(guest, KrSGWindow::CaptureColor), color);
+        EXPECT_EQ(streamed(guest, KrFrameStream::Content::Color), color);
+        const auto raw = streamed(guest, KrFrameStream::Content::DepthRaw);
+        const auto fractions = streamed(guest, KrFrameStream::Content::DepthFloat);
+        ASSERT_EQ(raw.size(), fractions.size());
+        for (std::size_t i = 0; i < raw.size(); i += 4) {
+            std::uint32_t integer = 0;
+            float fraction = -1.0f;
+            std::memcpy(&integer, &raw[i], 4);
+            std::memcpy(&fraction, &fractions[i], 4);
+            ASSERT_EQ(fraction, float((integer >> 8) / 16777215.0)) << i / 4;
+        }
+        GLint read = -1;
+        glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &read);
+        EXPECT_EQ(read, GLint(frame));
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+        guest.closeWindow();
+    }
+    host.makeCurrent();
+    glDeleteFramebuffers(1, &frame);
+    glDeleteRenderbuffers(2, buffers);
 }
 
 TEST_F(KrCapturedImageTest, EveryViewOfAWindowComesBackWhole)
