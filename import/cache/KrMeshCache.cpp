@@ -1,5 +1,7 @@
 #include <import/cache/KrMeshCache.h>
 
+#include <toolkit/foundation/private/KrInputFile.h>
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -23,6 +25,7 @@ namespace
 constexpr std::string_view kMagic = "KrMesh1\n";
 constexpr std::size_t kSealBytes = 16;
 constexpr std::size_t kHeaderBytes = kMagic.size() + kSealBytes;
+constexpr std::size_t kBlockBytes = 128 * 1024;
 constexpr char kKeyName[] = "key";
 constexpr std::string_view kTemporary = ".new-";
 // Half-written files of processes that ended are as old as that before they are taken away.
@@ -93,13 +96,13 @@ bool writeAll(int file, std::string_view bytes)
     return true;
 }
 
-std::string hexadecimal(const unsigned char* bytes, std::size_t size)
+std::string hexadecimal(std::string_view bytes)
 {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (std::size_t i = 0; i < size; ++i) {
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 15];
+    for (const char byte : bytes) {
+        text += kDigits[static_cast<unsigned char>(byte) >> 4];
+        text += kDigits[static_cast<unsigned char>(byte) & 15];
     }
     return text;
 }
@@ -185,40 +188,76 @@ void KrMeshCache::makeKey() const
     ::unlinkat(m_folder, temporary.c_str(), 0);
 }
 
-std::string KrMeshCache::seal(unsigned char purpose, std::initializer_list<std::string_view> parts) const
+/// A seal in the making.
+class KrMeshCache::Seal
 {
-    const std::unique_ptr<EVP_CIPHER_CTX, void (*)(EVP_CIPHER_CTX*)> context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
-    // One start for all seals of a purpose: they have to be the same each time, and are shown to nobody.
-    const unsigned char start[12] = {purpose};
-    std::string lengths;
-    int ignored = 0;
-    unsigned char seal[kSealBytes] = {};
-    bool isGood = context && EVP_EncryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, m_key, start) == 1;
-    const auto add = [&](std::string_view bytes) {
+public:
+    Seal(const unsigned char* key, unsigned char purpose)
+        : m_context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free)
+    {
+        // One start for all seals of a purpose: they have to be the same each time, and are shown to nobody.
+        const unsigned char start[12] = {purpose};
+        m_isGood = m_context && EVP_EncryptInit_ex(m_context.get(), EVP_aes_256_gcm(), nullptr, key, start) == 1;
+    }
+    void add(std::string_view bytes)
+    {
         // The library counts in int.
         constexpr std::size_t kMost = std::size_t{1} << 30;
-        for (; isGood && !bytes.empty(); bytes.remove_prefix(std::min(kMost, bytes.size()))) {
-            isGood = EVP_EncryptUpdate(context.get(), nullptr, &ignored,
-                                       reinterpret_cast<const unsigned char*>(bytes.data()),
-                                       static_cast<int>(std::min(kMost, bytes.size()))) == 1;
+        for (; m_isGood && !bytes.empty(); bytes.remove_prefix(std::min(kMost, bytes.size()))) {
+            m_isGood = EVP_EncryptUpdate(m_context.get(), nullptr, &m_ignored,
+                                         reinterpret_cast<const unsigned char*>(bytes.data()),
+                                         static_cast<int>(std::min(kMost, bytes.size()))) == 1;
         }
-    };
-    for (const std::string_view part : parts) {
-        add(part);
-        const std::uint64_t length = part.size();
-        lengths.append(reinterpret_cast<const char*>(&length), sizeof length);
     }
-    add(lengths);
-    isGood = isGood && EVP_EncryptFinal_ex(context.get(), seal, &ignored) == 1 &&
-             EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_GET_TAG, sizeof seal, seal) == 1;
-    // Without memory there is no seal; no entry has that name, and none is written under it.
-    return isGood ? std::string(reinterpret_cast<const char*>(seal), sizeof seal) : std::string();
+    /// Where one part ends counts as well.
+    void endPart(std::uint64_t length) { m_lengths.append(reinterpret_cast<const char*>(&length), sizeof length); }
+    /// Without memory there is no seal: empty. No entry has that name, and none is written under it.
+    std::string finish()
+    {
+        add(m_lengths);
+        unsigned char seal[kSealBytes] = {};
+        m_isGood = m_isGood && EVP_EncryptFinal_ex(m_context.get(), seal, &m_ignored) == 1 &&
+                   EVP_CIPHER_CTX_ctrl(m_context.get(), EVP_CTRL_GCM_GET_TAG, sizeof seal, seal) == 1;
+        return m_isGood ? std::string(reinterpret_cast<const char*>(seal), sizeof seal) : std::string();
+    }
+
+private:
+    std::unique_ptr<EVP_CIPHER_CTX, void (*)(EVP_CIPHER_CTX*)> m_context;
+    std::string m_lengths;
+    int m_ignored = 0;
+    bool m_isGood = false;
+};
+
+std::string KrMeshCache::seal(unsigned char purpose, std::initializer_list<std::string_view> parts) const
+{
+    Seal seal(m_key, purpose);
+    for (const std::string_view part : parts) {
+        seal.add(part);
+        seal.endPart(part.size());
+    }
+    return seal.finish();
 }
 
 KrMeshCache::Name KrMeshCache::nameOf(std::initializer_list<std::string_view> parts) const
 {
-    const std::string made = seal(ForName, parts);
-    return hexadecimal(reinterpret_cast<const unsigned char*>(made.data()), made.size());
+    return hexadecimal(seal(ForName, parts));
+}
+
+KrMeshCache::Name KrMeshCache::nameOfFile(const std::string& path, std::uint64_t maxBytes) const
+{
+    KrInputFile file(maxBytes, KrInputFile::Accept::Files);
+    Seal seal(m_key, ForName);
+    std::uint64_t length = 0;
+    // Small enough to stay close to the processor.
+    const std::unique_ptr<char[]> block(new char[kBlockBytes]);
+    bool isRead = file.open(path);
+    for (std::size_t count = 1; isRead && count > 0; length += count) {
+        count = 0;
+        isRead = file.read(block.get(), kBlockBytes, count);
+        seal.add({block.get(), count});
+    }
+    seal.endPart(length);
+    return isRead ? hexadecimal(seal.finish()) : Name();
 }
 
 bool KrMeshCache::read(const Name& name, Entry& entry) const
@@ -248,11 +287,11 @@ bool KrMeshCache::read(const Name& name, Entry& entry) const
 // arrive, and it goes by a descriptor of its folder, never by a path.
 bool KrMeshCache::writeAside(std::initializer_list<std::string_view> parts, std::string& temporary) const
 {
-    unsigned char random[12];
+    char random[12];
     if (::getrandom(random, sizeof random, 0) != sizeof random) {
         return false;
     }
-    temporary = std::string(kTemporary) + hexadecimal(random, sizeof random);
+    temporary = std::string(kTemporary) + hexadecimal({random, sizeof random});
     const Descriptor file(
         ::openat(m_folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (file.number < 0) {

@@ -38,6 +38,9 @@ public:
     bool isOpen() const { return m_folder >= 0; }
     /// Of `parts`, one behind the other; where one ends counts as well.
     Name nameOf(std::initializer_list<std::string_view> parts) const;
+    /// As nameOf() of all that a regular file holds, which is never in memory as a whole; empty when it cannot be read,
+    /// or is larger than `maxBytes`.
+    Name nameOfFile(const std::string& path, std::uint64_t maxBytes) const;
 
     /// The bytes of an entry as they were written.
     class Entry
@@ -61,6 +64,7 @@ private:
     void open(const std::string& folder);
     bool readKey();
     void makeKey() const;
+    class Seal;
     std::string seal(unsigned char purpose, std::initializer_list<std::string_view> parts) const;
     bool writeAside(std::initializer_list<std::string_view> parts, std::string& temporary) const;
 

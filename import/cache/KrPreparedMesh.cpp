@@ -4,6 +4,7 @@
 #include <toolkit/foundation/private/KrHeldMessages.h>
 
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -48,6 +49,33 @@ private:
     std::string m_bytes;
 };
 
+/// Goes through bytes as if they were a list. They lie as they like: no object can be looked at in its place.
+template <typename T>
+struct Place
+{
+    using iterator_category = std::random_access_iterator_tag;
+    using value_type = T;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const T*;
+    using reference = T;
+
+    const char* at;
+    T operator*() const
+    {
+        T value;
+        std::memcpy(static_cast<void*>(&value), at, sizeof value);
+        return value;
+    }
+    Place& operator++()
+    {
+        at += sizeof(T);
+        return *this;
+    }
+    difference_type operator-(Place other) const { return (at - other.at) / static_cast<difference_type>(sizeof(T)); }
+    bool operator==(Place other) const { return at == other.at; }
+    bool operator!=(Place other) const { return at != other.at; }
+};
+
 /// The way back. After the first thing that does not fit, all that is asked for is empty, and isGood() is false.
 class Reader
 {
@@ -83,9 +111,11 @@ public:
     template <typename T>
     std::vector<T> list()
     {
-        std::vector<T> values(count(sizeof(T)));
-        copy(values.data(), values.size() * sizeof(T));
-        return values;
+        const std::size_t size = count(sizeof(T));
+        const char* const first = m_bytes.data();
+        m_bytes.remove_prefix(size * sizeof(T));
+        // Filled as it is made: setting it to zeros before takes as long as the copy.
+        return std::vector<T>(Place<T>{first}, Place<T>{first + size * sizeof(T)});
     }
     std::string text()
     {

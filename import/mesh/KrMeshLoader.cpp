@@ -260,10 +260,8 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
     File file;
     try {
         const std::int64_t startNs = nowNs();
-        std::string content;
-        // A regular file: a description could name a device that never ends.
-        file.why = KrInputFile::readWhole(job.path, KrInputFile::Accept::Files, limits.maxBytes, content);
-        const std::string digest = m_cache.isOpen() && file.why.empty() ? m_cache.nameOf({content}) : std::string();
+        // By a look through it, without the memory that all of it takes: mostly no more is needed.
+        std::string digest = m_cache.isOpen() ? m_cache.nameOfFile(job.path, limits.maxBytes) : std::string();
         const auto isDone = [&](auto& item) {
             auto& [wish, mesh] = item;
             return mesh.isLoaded || (!digest.empty() && takeKept(namesOf(job, digest, wish), job, mesh, file));
@@ -271,7 +269,12 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
         // All of them, though one may be lacking: those that are kept need not be built.
         const auto numDone = std::count_if(job.meshes.begin(), job.meshes.end(), isDone);
         if (numDone < static_cast<std::ptrdiff_t>(job.meshes.size()) || !file.isRead) {
+            std::string content;
             KrMeshData data;
+            // A regular file: a description could name a device that never ends.
+            file.why = KrInputFile::readWhole(job.path, KrInputFile::Accept::Files, limits.maxBytes, content);
+            // Of what is read now, whatever it was before.
+            digest = !digest.empty() && file.why.empty() ? m_cache.nameOf({content}) : std::string();
             file.isRead =
                 file.why.empty() && KrMeshFile::readContent(job.path, std::move(content), limits, data, file.why);
             if (!isAlone && (!file.isRead || sideBytesOf(data) > limits.maxBytes)) {
@@ -377,16 +380,14 @@ bool KrMeshLoader::statesOf(const std::vector<KrMeshData::OtherFile>& files, std
 
 std::string KrMeshLoader::stateOf(const std::string& path, bool isRead) const
 {
-    std::string content;
     if (!KrImportPath::isFile(path)) {
         return "";
     }
     if (!isRead) {
         return kThere;
     }
-    return KrInputFile::readWhole(path, KrInputFile::Accept::Files, m_options.limits.maxBytes, content).empty()
-               ? m_cache.nameOf({content})
-               : kUnreadable;
+    const std::string digest = m_cache.nameOfFile(path, m_options.limits.maxBytes);
+    return digest.empty() ? kUnreadable : digest;
 }
 
 const KrMeshLoader::File& KrMeshLoader::file(const std::string& path)

@@ -56,7 +56,8 @@ private:
     const KrXmlVectorType<KrPlanarVector>& m_textureCoordinates;
     KrXmlVectorType<Group>& m_groups;
     bool m_areNormalsGiven;
-    std::size_t m_triangle = 0; ///< number in the mesh of the triangle in hand
+    bool m_areNormalsWhole = false; ///< none of them is without direction
+    std::size_t m_triangle = 0;     ///< number in the mesh of the triangle in hand
     std::string m_problem;
 };
 
@@ -69,6 +70,9 @@ bool MeshCheck::run()
     }
     // After the numbers are known to be finite, and before a triangle asks for a normal.
     scaleNormals();
+    // Most meshes have all their normals: one look at each normal is less than three at each triangle.
+    m_areNormalsWhole =
+        m_areNormalsGiven && std::find(m_normals.begin(), m_normals.end(), KrVector()) == m_normals.end();
     for (Group& group : m_groups) {
         std::vector<KrTriangle>& triangles = group.second().values();
         std::size_t kept = 0;
@@ -144,6 +148,15 @@ bool MeshCheck::checkIndex(const char* what, std::uint32_t index, std::size_t co
 
 bool MeshCheck::checkTriangle(const KrTriangle& triangle)
 {
+    const auto isGood = [&](unsigned int corner) {
+        return triangle.vertex(corner) < m_vertices.size() &&
+               (!m_areNormalsGiven || triangle.normal(corner) < m_normals.size()) &&
+               (m_textureCoordinates.empty() || triangle.textureCoordinate(corner) < m_textureCoordinates.size());
+    };
+    if (isGood(0) && isGood(1) && isGood(2)) {
+        return true;
+    }
+    // Once more, for the words.
     for (unsigned int corner = 0; corner < 3; ++corner) {
         if (!checkIndex("vertex", triangle.vertex(corner), m_vertices.size()) ||
             // Numbers of lists that are not there mean nothing.
@@ -179,7 +192,11 @@ bool MeshCheck::flatNormal(const KrTriangle& triangle, KrVector& normal) const
 /// Gives every corner what it lacks; false when the triangle is to be left out.
 bool MeshCheck::completeTriangle(KrTriangle& triangle)
 {
-    const bool isLacking = needsNormal(triangle, 0) || needsNormal(triangle, 1) || needsNormal(triangle, 2);
+    if (m_areNormalsWhole && !m_textureCoordinates.empty()) {
+        return true;
+    }
+    const bool isLacking =
+        !m_areNormalsWhole && (needsNormal(triangle, 0) || needsNormal(triangle, 1) || needsNormal(triangle, 2));
     // The next number: a triangle gets one normal for all corners that lack one.
     const std::uint32_t computed = m_normals.size();
     if (isLacking) {
