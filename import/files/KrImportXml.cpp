@@ -135,10 +135,12 @@ KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, 
     parser->sax->processingInstruction = nullptr;
     // No network, nothing on the standard error, and lines beyond 65535 counted. What would load a DTD or replace
     // entities has options of its own, which are not set.
-    const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES |
-                        // A text may have 10 MB unless HUGE is set, and the numbers of a mesh have more. Without
-                        // CDATA nodes every text is of one kind.
-                        (text == Text::Long ? XML_PARSE_HUGE | XML_PARSE_NOCDATA : 0);
+    const int options =
+        XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES |
+        // A text may have 10 MB unless HUGE is set, and the numbers of a mesh have more. Without
+        // CDATA nodes every text is of one kind.
+        // Blanks between the elements of a mesh, and a piece of memory for each short text, are half of the tree.
+        (text == Text::Long ? XML_PARSE_HUGE | XML_PARSE_NOCDATA | XML_PARSE_NOBLANKS | XML_PARSE_COMPACT : 0);
     UniqueDocument document(
         xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), nullptr, nullptr, options));
     // First: whatever a parser that was stopped gives back, it is no whole document.
@@ -151,9 +153,10 @@ KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, 
     return document;
 }
 
-std::string KrImportXml::textOf(const xmlDoc& document)
+std::string KrImportXml::textOf(const xmlDoc& document, std::size_t sizeHint)
 {
     std::string text;
+    text.reserve(sizeHint);
     // From the root on: what stands before it, a document type too, is not written.
     xmlSaveCtxt* const writer = xmlSaveToIO(appendTo, nullptr, &text, "UTF-8", 0);
     if (writer) {

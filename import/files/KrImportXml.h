@@ -38,8 +38,8 @@ enum class Text
 /// @param content  may be converted
 UniqueDocument parse(std::string& content, Text text, std::string& why, bool* isForeign = nullptr);
 
-/// The document as UTF-8.
-std::string textOf(const xmlDoc& document);
+/// The document as UTF-8. @param sizeHint  bytes that it may take; only time depends on it
+std::string textOf(const xmlDoc& document, std::size_t sizeHint = 0);
 
 /// Whether the element has this name, without a prefix. One with a prefix belongs to another vocabulary, whatever it is
 /// called: simulators put theirs among ours. Here, because it is asked a dozen times for each element of a mesh.

@@ -342,11 +342,7 @@ bool Check::checkArray(const xmlNode& element)
         return fail("the count of a float_array is no number or far too high");
     }
     // Of the text that the mesh library takes; more numbers than it declares are read by nobody.
-    std::uint64_t words = 0;
-    for (std::string_view rest = textOf(element); !takeWord(rest).empty();) {
-        ++words;
-    }
-    if (words < declared) {
+    if (KrMeshTokens::numWords(textOf(element)) < declared) {
         return fail("a float_array holds fewer numbers than it declares");
     }
     // The mesh library finds one of those that share an id, and nobody knows which.
@@ -403,7 +399,8 @@ bool Check::checkIndices(const xmlNode& element)
     m_lists += isList && !m_isInHole ? 1 : 0;
     // The first piece of text, as the mesh library reads it.
     std::string_view rest = textOf(element);
-    if (rest.find_first_not_of("0123456789- \t\r\n") != std::string_view::npos) {
+    const auto isOfIndices = [](char c) { return (c >= '0' && c <= '9') || c == '-' || KrMeshTokens::isSpace(c); };
+    if (!std::all_of(rest.begin(), rest.end(), isOfIndices)) {
         return fail("there is something else than indices in an element <" + KrImportXml::nameOf(element) + ">");
     }
     std::uint64_t words = 0;
@@ -554,7 +551,12 @@ std::string upAxisOf(const std::vector<xmlNode*>& all)
 /// Asked before the parser runs: its tree is what takes the memory.
 bool isTooLarge(const std::string& content)
 {
-    return std::count(content.begin(), content.end(), '<') > 2 * kMaxElements; // most have an end of their own
+    std::ptrdiff_t count = 0;
+    // Tags stand far from one another in files that are large.
+    for (std::size_t at = content.find('<'); at != std::string::npos; at = content.find('<', at + 1)) {
+        ++count;
+    }
+    return count > 2 * kMaxElements; // most have an end of their own
 }
 
 } // namespace
@@ -565,7 +567,7 @@ bool KrColladaText::clean(std::string&& content, Mesh& mesh, std::string& why)
         why = "it has more than " + std::to_string(kMaxElements) + " elements";
         return false;
     }
-    const std::uint64_t size = content.size();
+    const std::size_t size = content.size();
     const KrImportXml::UniqueDocument document =
         KrImportXml::parse(content, KrImportXml::Text::Long, why, &mesh.isForeign);
     xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
@@ -585,6 +587,6 @@ bool KrColladaText::clean(std::string&& content, Mesh& mesh, std::string& why)
     }
     mesh.upAxis = upAxisOf(all);
     // Written anew from the tree: what the check has not seen, the mesh library does not see either.
-    mesh.text = KrImportXml::textOf(*document);
+    mesh.text = KrImportXml::textOf(*document, size);
     return true;
 }

@@ -8,6 +8,14 @@
 namespace KrMeshTokens
 {
 
+/// In these formats, whatever the locale says.
+inline bool isSpace(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+/// How many words there are.
+std::uint64_t numWords(std::string_view text);
 /// Takes one word off the front of `text`, and the white space before it; empty at the end.
 std::string_view takeWord(std::string_view& text);
 /// Takes the rest of the line off the front of `text`, its end included; false when nothing is left.
