@@ -25,3 +25,30 @@ TEST(KrDownscale, AveragesSquaresOfPixelsAndPicksTheLowerLeftOfThem)
     EXPECT_EQ(small.data()[0], 10);
     EXPECT_EQ(small.data()[2], 200);
 }
+
+// Of three channels, in squares of every size that frames are drawn with and one more; a column and a row are left
+// over.
+TEST(KrDownscale, EveryMeanIsTheNearestByte)
+{
+    for (const unsigned int factor : {2u, 3u, 4u, 5u}) {
+        const unsigned int width = 7 * factor + 1;
+        KrImage large, small;
+        large.allocate(3, 0, width, 3 * factor + 1);
+        for (std::size_t i = 0; i < large.sizeInBytes(); ++i) {
+            large.data()[i] = static_cast<unsigned char>(i * i / 3 + i * 31);
+        }
+        KrDownscale::average(large, factor, small);
+        ASSERT_EQ(small.width(), 7u);
+        ASSERT_EQ(small.height(), 3u);
+        for (unsigned int i = 0; i < 7 * 3 * 3; ++i) {
+            double mean = 0.0;
+            for (unsigned int k = 0; k < factor * factor; ++k) {
+                const unsigned int x = i / 3 % 7 * factor + k % factor;
+                const unsigned int y = i / 21 * factor + k / factor;
+                mean += large.data()[(y * width + x) * 3 + i % 3] / double(factor * factor);
+            }
+            // Half a byte is rounded up; the sum of doubles may be a little below it.
+            EXPECT_EQ(small.data()[i], static_cast<unsigned int>(mean + 0.5 + 1e-9)) << factor << ", " << i;
+        }
+    }
+}
