@@ -16,9 +16,15 @@ struct KrImportOptions
     std::vector<std::string> packagePaths; ///< folders searched for packages, after the description's own bundle
     bool useRosPackagePath = true;         ///< then those of the environment variable ROS_PACKAGE_PATH
 
-    /// Whether meshes get the form in which they are drawn while they are read, on all cores. Without it that is done
-    /// when they are drawn first, one after the other. For who draws nothing it is time and memory for nothing.
-    bool prepareDrawing = true;
+    /// What meshes get while they are read, on all cores. What is lacking is made when it is first asked for, mesh
+    /// after mesh.
+    enum class Preparation
+    {
+        None,    ///< for who draws nothing: the rest is time and memory for nothing
+        Drawing, ///< the form in which they are drawn
+        Levels   ///< and coarser levels, some microseconds a triangle: for who keeps them (useCache)
+    };
+    Preparation preparation = Preparation::Drawing;
 
     /// Whether prepared meshes are kept on disk from one process to the next (docs/import.md). Not unless it is asked
     /// for: a library does not write into a user's folders by itself.

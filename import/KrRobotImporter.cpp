@@ -32,7 +32,7 @@ bool readRobot(const std::string& path, const KrImportOptions& options, KrStated
     // Building cannot fail: a mesh that is missing or bad costs itself only, and is in the report.
     KrMeshLoader::Options loading;
     loading.limits = {options.maxMeshBytes, options.maxTriangles};
-    loading.prepareDrawing = options.prepareDrawing;
+    loading.preparation = options.preparation;
     loading.cacheFolder = options.cacheFolder;
     loading.maxCacheBytes = options.useCache ? options.maxCacheBytes : 0;
     KrRobotBuilder::build(description, resolver, loading, manipulator, report);

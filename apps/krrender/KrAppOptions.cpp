@@ -497,7 +497,8 @@ unsigned int readSamples(const std::string& text)
 void readImport(const Words& words, KrAppOptions& options)
 {
     options.import.useCache = !words.noCache;
-    options.import.prepareDrawing = options.drawsPictures() || options.view || !options.rangeMap.path.empty();
+    const bool isDrawn = options.drawsPictures() || options.view || !options.rangeMap.path.empty();
+    options.import.preparation = isDrawn ? KrImportOptions::Preparation::Drawing : KrImportOptions::Preparation::None;
     if (!words.cacheLimit.empty()) {
         // More than any disk has is no limit that somebody means, and as bytes it still is a number.
         constexpr std::uint64_t kMost = std::uint64_t{1} << 40;

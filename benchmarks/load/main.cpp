@@ -4,8 +4,9 @@
 // eleven.
 //   libraries  the description parsed, each mesh file read once with the flags that the importer gives
 //   ready      the same, with equal vertices joined and smooth normals computed, as a client of the library alone needs
-//   cold       KrRobotImporter without a cache; "filling": with one that is empty
-//   warm       KrRobotImporter with a cache that has all meshes
+//   cold       KrRobotImporter without a cache; "drawable": and the form in which meshes are drawn
+//   filling    the same with a cache that is empty, whose entries are written
+//   warm       with a cache that has all meshes, drawable; "levels": with their coarser levels
 // The libraries take one core, the importer all that the process may use (taskset).
 #include <import/KrRobotImporter.h>
 #include <toolkit/system/KrStatedSystem.h>
@@ -38,10 +39,10 @@ struct Way
     std::vector<double> ms = {};
 };
 
-bool loadOurs(const std::string& robot, const std::string& cache, bool prepareDrawing)
+bool loadOurs(const std::string& robot, const std::string& cache, KrImportOptions::Preparation preparation)
 {
     KrImportOptions options;
-    options.prepareDrawing = prepareDrawing;
+    options.preparation = preparation;
     options.useCache = !cache.empty();
     options.cacheFolder = cache;
     KrStatedSystem system;
@@ -89,16 +90,19 @@ bool measure(const std::string& robot, const std::string& folder)
     const std::set<std::string> meshes = meshesOf(robot);
     const std::string warm = folder + "/warm";
     const std::string fresh = folder + "/fresh";
+    using Preparation = KrImportOptions::Preparation;
     const auto nothing = [] {};
     Way ways[] = {
         {"libraries", [&] { return loadLibraries(robot, meshes, 0); }, nothing},
         {"ready",
          [&] { return loadLibraries(robot, meshes, aiProcess_JoinIdenticalVertices | aiProcess_GenSmoothNormals); },
          nothing},
-        {"cold", [&] { return loadOurs(robot, "", false); }, nothing},
-        {"drawable", [&] { return loadOurs(robot, "", true); }, nothing},
-        {"filling", [&] { return loadOurs(robot, fresh, true); }, [&] { std::filesystem::remove_all(fresh); }},
-        {"warm", [&] { return loadOurs(robot, warm, true); }, nothing},
+        {"cold", [&] { return loadOurs(robot, "", Preparation::None); }, nothing},
+        {"drawable", [&] { return loadOurs(robot, "", Preparation::Drawing); }, nothing},
+        {"filling", [&] { return loadOurs(robot, fresh, Preparation::Drawing); },
+         [&] { std::filesystem::remove_all(fresh); }},
+        {"warm", [&] { return loadOurs(robot, warm, Preparation::Drawing); }, nothing},
+        {"levels", [&] { return loadOurs(robot, warm, Preparation::Levels); }, nothing},
     };
     // One round more, which fills the cache and brings the files into memory.
     for (int round = -1; round < kRounds; ++round) {

@@ -215,6 +215,7 @@ void write(const KrIndexedMesh& mesh, Writer& writer)
         writer.plain(level.error);
         writer.list(level.groups);
     }
+    writer.plain(mesh.areLevelsMade);
     writer.plain(mesh.isClosed);
 }
 
@@ -229,6 +230,7 @@ std::shared_ptr<const KrIndexedMesh> readIndexed(Reader& reader)
         level.error = reader.plain<float>();
         level.groups = reader.list<KrIndexedMesh::Range>();
     }
+    mesh->areLevelsMade = reader.flag();
     mesh->isClosed = reader.flag();
     return mesh;
 }

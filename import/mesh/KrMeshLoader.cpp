@@ -145,6 +145,21 @@ struct KrMeshLoader::Job
     Job& leader() { return same ? *same : *this; }
 };
 
+void KrMeshLoader::prepare(KrMeshBuilder::Result& result) const
+{
+    using Preparation = KrImportOptions::Preparation;
+    if (!result.extent || m_options.preparation == Preparation::None) {
+        return;
+    }
+    // The extent keeps what it makes.
+    if (m_options.preparation == Preparation::Levels) {
+        result.extent->indexedMeshWithLevels();
+    } else {
+        result.extent->indexedMesh();
+    }
+    result.isIndexed = true;
+}
+
 /// What entries of a wish are called. A mesh of one file alone goes by its bytes, wherever it lies; one that other
 /// files belong to goes by its place, too, since that is where they are looked for.
 struct KrMeshLoader::Names
@@ -292,10 +307,7 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
                 mesh.result = KrMeshBuilder::build(data, optionsOf(wish, file.facts, job.path));
                 mesh.messages = messages.take();
                 mesh.isLoaded = true;
-                if (m_options.prepareDrawing && mesh.result.extent) {
-                    mesh.result.extent->indexedMesh();
-                    mesh.result.isIndexed = true;
-                }
+                prepare(mesh.result);
                 if (isKept && mesh.messages.empty()) {
                     keep(namesOf(job, digest, wish), file.facts, mesh, others);
                 }
@@ -320,9 +332,10 @@ KrMeshLoader::Names KrMeshLoader::namesOf(const Job& job, const std::string& dig
     }
     append(m_options.limits.maxBytes);
     append(m_options.limits.maxTriangles);
-    for (const bool flag : {wish.useLooks, wish.hasTexture, wish.hasPlainTexture, m_options.prepareDrawing}) {
+    for (const bool flag : {wish.useLooks, wish.hasTexture, wish.hasPlainTexture}) {
         append(flag);
     }
+    append(m_options.preparation);
     const std::string extension = KrImportPath::extensionOf(job.path);
     return {m_cache.nameOf({digest, m_version, numbers, wish.material, extension}),
             m_cache.nameOf({digest, m_version, numbers, wish.material, KrImportPath::absolute(job.path)})};

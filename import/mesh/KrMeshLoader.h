@@ -1,5 +1,6 @@
 #pragma once
 
+#include <import/KrImportOptions.h>
 #include <import/cache/KrMeshCache.h>
 #include <import/cache/KrPreparedMesh.h>
 #include <import/mesh/KrMeshBuilder.h>
@@ -33,8 +34,8 @@ public:
     struct Options
     {
         KrMeshLimits limits;
-        bool prepareDrawing = false; ///< the indexed form is made as well
-        std::string cacheFolder;     ///< as KrMeshCache has it
+        KrImportOptions::Preparation preparation = KrImportOptions::Preparation::None;
+        std::string cacheFolder; ///< as KrMeshCache has it
         std::uint64_t maxCacheBytes = 0;
     };
     /// How a shape wants the mesh of a file.
@@ -90,6 +91,7 @@ private:
     void runJob(Job& job, const KrMeshLimits& limits, bool isAlone);
     struct Names;
     Names namesOf(const Job& job, const std::string& digest, const Wish& wish) const;
+    void prepare(KrMeshBuilder::Result& result) const;
     bool takeKept(const Names& names, Job& job, Mesh& mesh, File& file) const;
     void keep(const Names& names, const KrMeshFacts& facts, const Mesh& mesh, const OtherFiles& otherFiles);
     bool statesOf(const std::vector<KrMeshData::OtherFile>& files, std::int64_t startNs, OtherFiles& states) const;

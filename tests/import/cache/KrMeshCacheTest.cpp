@@ -109,10 +109,15 @@ TEST_F(KrMeshCacheTest, WhatIsKeptIsTheSameAsWhatIsRead)
     EXPECT_EQ(numUsed(), 4u);
     EXPECT_EQ(entries().size(), 4u);
 
-    // The form for drawing, too.
+    // The form for drawing, too, and its levels.
+    m_options.preparation = KrImportOptions::Preparation::Levels;
+    import(m_robot, m_options);
+    EXPECT_EQ(entries().size(), 8u);
     const Imported in = import(m_robot, m_options);
     const auto kept = in.mesh("base").indexedMesh();
-    const auto made = KrIndexedMesh::make(in.mesh("base"));
+    const auto made = KrIndexedMesh::withLevels(*KrIndexedMesh::make(in.mesh("base")));
+    EXPECT_TRUE(kept->areLevelsMade);
+    EXPECT_EQ(kept->levels.size(), made->levels.size());
     EXPECT_EQ(kept->vertices, made->vertices);
     EXPECT_EQ(kept->indices, made->indices);
     EXPECT_EQ(kept->isClosed, made->isClosed);
