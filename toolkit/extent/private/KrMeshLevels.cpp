@@ -35,7 +35,7 @@ constexpr float kSmallestSize = 1e-9f;
 constexpr float kLargestSize = 1e9f;
 
 // Points at which surfaces are compared: for each triangle that is not one of level 0, and at least and at most.
-constexpr std::size_t kSamplesPerTriangle = 4;
+constexpr std::size_t kSamplesPerTriangle = 3;
 constexpr std::size_t kFewestSamples = 2000;
 constexpr std::size_t kMostSamples = 400000;
 /// Of the error that the simplification estimates: farther off, any surface may be the nearest one.

@@ -12,7 +12,7 @@
 namespace
 {
 
-constexpr std::size_t kLeafSize = 4;
+constexpr std::size_t kLeafSize = 8;
 /// Of the triangles around one position, those that a walk looks at.
 constexpr std::uint32_t kMostAround = 32;
 /// Cosine: faces that look further apart than this are not the same surface. A little beyond a right angle, so that
@@ -132,8 +132,18 @@ void KrNearestSurface::split(std::size_t begin, std::size_t end)
 void KrNearestSurface::startAt(std::uint32_t position)
 {
     if (m_firstAround[position] < m_firstAround[position + 1]) {
+        m_start = position;
         m_last = m_around[m_firstAround[position]];
     }
+}
+
+/// All triangles around a position; those of a hub of very many are left to the tree.
+template <typename Visit>
+void KrNearestSurface::forEachAround(std::uint32_t position, const Visit& visit) const
+{
+    const std::uint32_t first = m_firstAround[position];
+    std::for_each(m_around.begin() + first,
+                  m_around.begin() + std::min(m_firstAround[position + 1], first + kMostAround), visit);
 }
 
 bool KrNearestSurface::find(const Point& point, float within, float enough, Hit& hit)
@@ -141,12 +151,20 @@ bool KrNearestSurface::find(const Point& point, float within, float enough, Hit&
     if (m_nodes.empty()) {
         return false;
     }
-    Search search = {point, hit, within * within, false};
+    // From wherever the walk begins, however far that is.
+    Search search = {point, hit, std::numeric_limits<float>::max(), false};
     tryTriangle(m_last, search);
+    if (!search.isFound) {
+        forEachAround(m_start, [this, &search](std::uint32_t number) { tryTriangle(number, search); });
+    }
     if (search.isFound) {
         walk(search);
     }
-    if (!search.isFound || search.best > enough * enough) {
+    if (search.best > enough * enough) {
+        if (search.best > within * within) {
+            search.best = within * within;
+            search.isFound = false;
+        }
         descend(search);
     }
     if (search.isFound) {
@@ -207,15 +225,12 @@ void KrNearestSurface::walk(Search& search) const
         const std::size_t second = weights[(corner + 1) % 3] > 0.0f ? (corner + 1) % 3 : (corner + 2) % 3;
         const bool isOnEdge = weights[second] > 0.0f;
         const std::uint32_t along = triangle.indices[second];
-        const std::uint32_t first = m_firstAround[triangle.indices[corner]];
-        // A hub of many triangles is left to the tree.
-        const std::uint32_t end = std::min(m_firstAround[triangle.indices[corner] + 1], first + kMostAround);
-        for (std::uint32_t i = first; i < end; ++i) {
-            const std::uint32_t(&around)[3] = m_triangles[m_around[i]].indices;
+        forEachAround(triangle.indices[corner], [&](std::uint32_t number) {
+            const std::uint32_t(&around)[3] = m_triangles[number].indices;
             if (!isOnEdge || around[0] == along || around[1] == along || around[2] == along) {
-                tryTriangle(m_around[i], search);
+                tryTriangle(number, search);
             }
-        }
+        });
     }
 }
 

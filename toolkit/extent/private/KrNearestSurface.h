@@ -36,7 +36,7 @@ public:
 
     /// Of the nearest triangle, whichever way it looks, m; 0 where there is none.
     float distance(const float* position);
-    /// The next search begins at a triangle of this corner, if it is one.
+    /// The next search begins at the triangles around this position, if there are any.
     void startAt(std::uint32_t position);
 
 private:
@@ -65,6 +65,8 @@ private:
 
     void split(std::size_t begin, std::size_t end);
     void tryTriangle(std::uint32_t number, Search& search) const;
+    template <typename Visit>
+    void forEachAround(std::uint32_t position, const Visit& visit) const;
     void walk(Search& search) const;
     void descend(Search& search) const;
 
@@ -73,5 +75,6 @@ private:
     std::vector<Node> m_nodes;
     std::vector<std::uint32_t> m_firstAround; ///< by position, and one behind the last: in m_around
     std::vector<std::uint32_t> m_around;      ///< the triangles around each position
-    std::uint32_t m_last = 0;                 ///< triangle
+    std::uint32_t m_start = 0;                ///< position given to begin at
+    std::uint32_t m_last = 0;                 ///< triangle to begin at
 };
