@@ -290,17 +290,22 @@ ExtentPointer capsuleOrBoxOf(const std::vector<KrVector>& points, const KrTriPhy
     return result;
 }
 
+// A single point, or none, has nothing to enclose.
+bool hasSolids(const std::vector<KrVector>& points, const OrientedBox& aligned)
+{
+    const double diagonal = points.empty() ? 0.0 : aligned.diagonal();
+    return diagonal > 0.0 && std::isfinite(diagonal);
+}
+
 // Coarsest first, as levels of detail are numbered.
 std::vector<ExtentPointer> makeSimple(const std::vector<KrVector>& points, const KrTriPhysicalExtent& mesh)
 {
     OrientedBox aligned;
     aligned.fit(points);
-    const double diagonal = points.empty() ? 0.0 : aligned.diagonal();
-    // A single point, or none, has nothing to enclose.
-    if (!(diagonal > 0.0) || !std::isfinite(diagonal)) {
+    if (!hasSolids(points, aligned)) {
         return {};
     }
-    const double slack = kSlack * diagonal;
+    const double slack = kSlack * aligned.diagonal();
     std::vector<ExtentPointer> result = {boxOf(aligned, slack), sphereOf(points, aligned.center(), slack),
                                          capsuleOrBoxOf(points, mesh, aligned, slack)};
     for (const ExtentPointer& extent : result) {
@@ -343,6 +348,19 @@ std::vector<KrVector> KrEnclosingShapes::corners(const KrTriPhysicalExtent& mesh
         }
     }
     return points;
+}
+
+bool KrEnclosingShapes::findBox(const KrTriPhysicalExtent& mesh, KrVector& low, KrVector& high)
+{
+    OrientedBox box;
+    const std::vector<KrVector> points = corners(mesh);
+    box.fit(points);
+    if (!hasSolids(points, box)) {
+        return false;
+    }
+    low = {box.low[0], box.low[1], box.low[2]};
+    high = {box.high[0], box.high[1], box.high[2]};
+    return true;
 }
 
 std::vector<boost::shared_ptr<KrBasePhysicalExtent>> KrEnclosingShapes::simple(const KrTriPhysicalExtent& mesh)

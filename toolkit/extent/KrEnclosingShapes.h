@@ -29,6 +29,10 @@ const KrDataMap& look();
 /// The corners of the mesh's triangles, each vertex once.
 std::vector<KrVector> corners(const KrTriPhysicalExtent& mesh);
 
+/// The box along the axes about the corners; false, and no change, where the mesh has no solids. Quick beside making
+/// one.
+bool findBox(const KrTriPhysicalExtent& mesh, KrVector& low, KrVector& high);
+
 /// All solids, from the coarsest to the finest: box along the axes, sphere, capsule or oriented box, and convex hull
 /// where there is one.
 std::vector<boost::shared_ptr<KrBasePhysicalExtent>> all(const KrTriPhysicalExtent& mesh);

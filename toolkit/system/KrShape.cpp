@@ -130,26 +130,48 @@ void KrShape::boundingVolumes(std::vector<const KrShape*>& list, unsigned int le
     }
 }
 
+void KrShape::addedVolumes(std::vector<const KrShape*>& list) const
+{
+    list.clear();
+    for (const KrXmlPointerType<KrShape>& volume : m_boundingVolumes) {
+        if (volume.get() != nullptr) {
+            list.push_back(volume.get());
+        }
+    }
+}
+
+unsigned int KrShape::numComputedVolumes(KrVector& low, KrVector& high) const
+{
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh =
+        m_extent.get() != nullptr ? m_extent.get()->triExtent() : boost::shared_ptr<const KrTriPhysicalExtent>();
+    // As many as KrEnclosingShapes makes: where there are any, there is a hull, too.
+    return mesh && KrEnclosingShapes::findBox(*mesh, low, high) ? (needsHull() ? 4 : 3) : 0;
+}
+
+// A hull is not computed where the client has given volumes: it is the slowest, and theirs take its place.
+bool KrShape::needsHull() const
+{
+    return std::none_of(m_boundingVolumes.begin(), m_boundingVolumes.end(),
+                        [](const auto& volume) { return volume.get() != nullptr; });
+}
+
 // Kept behind a pointer that copies share, so that a copied shape computes nothing anew.
 const KrShape::Computed& KrShape::computed() const
 {
     const boost::shared_ptr<KrBasePhysicalExtent>& extent = m_extent.pointer();
-    // A hull is not computed where the client has given volumes: it is the slowest, and theirs take its place.
-    const bool needsHull = std::none_of(m_boundingVolumes.begin(), m_boundingVolumes.end(),
-                                        [](const auto& volume) { return volume.get() != nullptr; });
     // Compared by owner: another extent may have come to lie at the old one's address.
     const bool isSame = m_computed && !m_computed->extent.owner_before(extent) &&
                         !boost::weak_ptr<const KrBasePhysicalExtent>(extent).owner_before(m_computed->extent);
-    if (isSame && m_computed->revision == extent->revision() && m_computed->hasHull == needsHull) {
+    if (isSame && m_computed->revision == extent->revision() && m_computed->hasHull == needsHull()) {
         return *m_computed;
     }
     const auto result = boost::make_shared<Computed>();
     result->extent = extent;
     result->revision = extent->revision();
-    result->hasHull = needsHull;
+    result->hasHull = needsHull();
     // Null for extents without triangles; they have no enclosing shapes.
     if (const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent()) {
-        for (const auto& solid : needsHull ? KrEnclosingShapes::all(*mesh) : KrEnclosingShapes::simple(*mesh)) {
+        for (const auto& solid : result->hasHull ? KrEnclosingShapes::all(*mesh) : KrEnclosingShapes::simple(*mesh)) {
             result->shapes.emplace_back(solid);
         }
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <toolkit/extent/KrBasePhysicalExtent.h>
+#include <toolkit/math/KrVector.h>
 #include <toolkit/xml/KrXmlBasicType.h>
 #include <toolkit/xml/KrXmlPointerType.h>
 #include <toolkit/xml/KrXmlVectorType.h>
@@ -50,6 +51,12 @@ public:
     /// copies, until the extent is changed and asked about again. Not for several threads at once.
     void boundingVolumes(std::vector<const KrShape*>& list, unsigned int level) const;
 
+    /// How many of those are computed, without computing them: 0, 3 or (with the hull) 4, the first ones of the list.
+    /// @param low, high  opposite corners of the box about the surface; unchanged for 0
+    unsigned int numComputedVolumes(KrVector& low, KrVector& high) const;
+    /// Fills `list` with the others, which were added.
+    void addedVolumes(std::vector<const KrShape*>& list) const;
+
     /// A new shape for a shape's XML token, null for any other. The caller owns it.
     static KrShape* newFromToken(const KrXmlToken& token);
     KrXmlToken token() const override;
@@ -59,6 +66,7 @@ public:
 private:
     struct Computed;
     const Computed& computed() const;
+    bool needsHull() const;
 
     KrXmlPointerType<KrBasePhysicalExtent> m_extent;
     KrXmlBasicType<unsigned int> m_number = 0u;

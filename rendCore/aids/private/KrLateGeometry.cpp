@@ -13,16 +13,18 @@ osg::ref_ptr<osg::Geode> KrLateGeometry::geodeFor(const osg::Geode& whole,
 {
     const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
     for (unsigned int i = 0; i < whole.getNumDrawables(); ++i) {
-        geode->addDrawable(new KrLateGeometry(*whole.getDrawable(i)->asGeometry(), extent, i, arrays));
+        const osg::Geometry& group = *whole.getDrawable(i)->asGeometry();
+        geode->addDrawable(new KrLateGeometry(
+            group, group.getBoundingBox(), [extent] { return extent; }, i, arrays));
     }
     return geode;
 }
 
-KrLateGeometry::KrLateGeometry(const osg::Geometry& whole, boost::shared_ptr<const KrBasePhysicalExtent> extent,
+KrLateGeometry::KrLateGeometry(const osg::Geometry& look, const osg::BoundingBox& box, Source source,
                                unsigned int group, std::shared_ptr<KrArrayPool> arrays)
-    : osg::Geometry(whole, osg::CopyOp(osg::CopyOp::SHALLOW_COPY))
-    , m_box(whole.getBoundingBox())
-    , m_extent(std::move(extent))
+    : osg::Geometry(look, osg::CopyOp(osg::CopyOp::SHALLOW_COPY))
+    , m_box(box)
+    , m_source(std::move(source))
     , m_group(group)
     , m_arrays(std::move(arrays))
 {
@@ -38,12 +40,15 @@ KrLateGeometry::KrLateGeometry(const osg::Geometry& whole, boost::shared_ptr<con
 
 void KrLateGeometry::fill()
 {
-    if (!m_extent) {
+    if (!m_source) {
         return;
     }
-    const boost::shared_ptr<const KrBasePhysicalExtent> extent = std::move(m_extent);
+    // Taken first: whatever becomes of it, it is asked once.
+    const Source source = std::exchange(m_source, nullptr);
     const std::shared_ptr<KrArrayPool> arrays = std::move(m_arrays);
-    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent();
+    const boost::shared_ptr<const KrBasePhysicalExtent> extent = source();
+    const boost::shared_ptr<const KrTriPhysicalExtent> mesh =
+        extent ? extent->triExtent() : boost::shared_ptr<const KrTriPhysicalExtent>();
     // A client may have given a mesh of its own fewer groups since.
     if (!mesh || m_group >= mesh->groups().size()) {
         return;
@@ -107,5 +112,9 @@ void KrLateGeometry::accept(osg::PrimitiveIndexFunctor& functor) const
 
 osg::BoundingBox KrLateGeometry::computeBoundingBox() const
 {
-    return m_extent ? m_box : osg::Geometry::computeBoundingBox();
+    if (m_source && m_box.valid()) {
+        return m_box;
+    }
+    fillAnyway();
+    return osg::Geometry::computeBoundingBox();
 }

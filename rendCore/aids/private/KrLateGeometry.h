@@ -8,6 +8,7 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <functional>
 #include <memory>
 
 class KrBasePhysicalExtent;
@@ -26,16 +27,20 @@ public:
         WhenSeen
     };
 
+    /// Gives what is drawn, when it is to be drawn; null for nothing.
+    using Source = std::function<boost::shared_ptr<const KrBasePhysicalExtent>()>;
+
     /// A geode with a late geometry for every one of `whole`, which are the groups of `extent` in their order.
     static osg::ref_ptr<osg::Geode> geodeFor(const osg::Geode& whole,
                                              const boost::shared_ptr<const KrBasePhysicalExtent>& extent,
                                              const std::shared_ptr<KrArrayPool>& arrays);
 
-    /// @param whole   what is drawn of `extent`; its look and bounds are taken over
-    /// @param extent  not null; held, and not looked at again, until the corners are made
-    /// @param group   number of the group in the mesh form of `extent`
+    /// @param look    colours and state set, which are shared
+    /// @param box     of the whole; one that is not valid costs making the corners when somebody asks for it
+    /// @param source  called once
+    /// @param group   number of the group in the mesh form of the source's extent
     /// @param arrays  not null; corners of alike geometries are kept once
-    KrLateGeometry(const osg::Geometry& whole, boost::shared_ptr<const KrBasePhysicalExtent> extent, unsigned int group,
+    KrLateGeometry(const osg::Geometry& look, const osg::BoundingBox& box, Source source, unsigned int group,
                    std::shared_ptr<KrArrayPool> arrays);
 
     /// Makes the corners, unless they are there.
@@ -54,8 +59,8 @@ public:
 private:
     void fillAnyway() const;
 
-    osg::BoundingBox m_box;                                 ///< of the whole
-    boost::shared_ptr<const KrBasePhysicalExtent> m_extent; ///< null when it is filled
+    osg::BoundingBox m_box;
+    Source m_source; ///< empty when it is filled
     unsigned int m_group;
     std::shared_ptr<KrArrayPool> m_arrays;
 };

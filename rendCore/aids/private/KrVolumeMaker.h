@@ -16,10 +16,10 @@
 #include <map>
 #include <memory>
 #include <utility>
+#include <vector>
 
 class KrBasePhysicalExtent;
 class KrRenderLink;
-class KrRenderShape;
 class KrShape;
 
 /// Makes the bounding volumes of a scene: what links and robots have in common is made once, and corners when they are
@@ -37,9 +37,10 @@ public:
     /// @param looks  by material name; read during the call only
     void addTo(osg::Node& root, const KrMaterialMap& looks);
     /// See KrRenderBoundingVolumes::makeBV.
+    /// @param shape  not null
     /// @param looks  lives as long as this object
-    osg::ref_ptr<osg::Switch> makeSwitch(const KrShape& shape, const KrMaterialMap& looks, unsigned int linkIndex,
-                                         unsigned int shapeIndex);
+    osg::ref_ptr<osg::Switch> makeSwitch(const boost::shared_ptr<const KrShape>& shape, const KrMaterialMap& looks,
+                                         unsigned int linkIndex, unsigned int shapeIndex);
 
 private:
     /// What is drawn of an extent.
@@ -52,8 +53,16 @@ private:
     class BoundingVolumesVisitor;
 
     void addVolumes(const KrRenderLink& renderLink, const KrMaterialMap& looks);
-    osg::ref_ptr<KrRenderShape> makeVolume(const boost::shared_ptr<const KrBasePhysicalExtent>& extent,
-                                           const KrMaterialMap& looks, unsigned int linkIndex);
+    /// Those of a shape that are computed when they are seen.
+    struct LateVolumes
+    {
+        boost::shared_ptr<const KrBasePhysicalExtent> extent; ///< of the shape; kept as above
+        std::vector<osg::ref_ptr<osg::Geode>> geodes;
+    };
+
+    osg::ref_ptr<osg::Geode> drawn(const boost::shared_ptr<const KrBasePhysicalExtent>& extent,
+                                   const KrMaterialMap& looks);
+    const LateVolumes& lateVolumes(const boost::shared_ptr<const KrShape>& shape, bool hasOthers);
     osg::ref_ptr<osg::Geode> draw(const boost::shared_ptr<const KrBasePhysicalExtent>& extent,
                                   const KrMaterialMap& looks);
     const KrMaterialMap* knownLooks(const KrMaterialMap& looks);
@@ -63,4 +72,6 @@ private:
     std::shared_ptr<KrArrayPool> m_arrays;
     std::list<KrMaterialMap> m_looks; ///< that differ; a list, whose items stay where they are
     std::map<std::pair<const KrBasePhysicalExtent*, const KrMaterialMap*>, Drawn> m_drawn;
+    osg::ref_ptr<osg::Geometry> m_computedLook; ///< of everything that is computed
+    std::map<std::pair<const KrBasePhysicalExtent*, bool>, LateVolumes> m_late;
 };

@@ -254,6 +254,35 @@ TEST(KrEnclosingShapes, NothingEnclosesNothing)
     EXPECT_FALSE(KrConvexHull::make({{0, 0, 0}, {1, 0, 0}, {0, NAN, 0}}, "nan"));
 }
 
+TEST(KrShape, TellsHowManyEnclosingShapesItWouldCompute)
+{
+    const auto box = boost::make_shared<KrBoxPhysicalExtent>(KrVector(1.0, 2.0, 3.0));
+    const auto flat = boost::make_shared<KrTriPhysicalExtent>(meshOf({{0, 0, 1}, {1, 0, 1}, {0, 1, 1}, {1, 1, 1}}));
+    const auto line = boost::make_shared<KrTriPhysicalExtent>(meshOf({{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {5, 0, 0}}));
+    const auto point = boost::make_shared<KrTriPhysicalExtent>(meshOf(std::vector<KrVector>(4, KrVector(1, 2, 3))));
+    const auto none = boost::make_shared<KrTriPhysicalExtent>();
+    std::vector<const KrShape*> list;
+    for (const boost::shared_ptr<KrBasePhysicalExtent>& extent :
+         std::initializer_list<boost::shared_ptr<KrBasePhysicalExtent>>{box, flat, line, point, none, nullptr}) {
+        KrShape shape(extent);
+        KrVector low, high;
+        const unsigned int alone = shape.numComputedVolumes(low, high);
+        shape.boundingVolumes(list, 1);
+        EXPECT_EQ(list.size(), alone);
+        shape.addBoundingVolume(boost::make_shared<KrShape>(box));
+        const unsigned int besides = shape.numComputedVolumes(low, high);
+        shape.boundingVolumes(list, 1);
+        EXPECT_EQ(list.size(), besides + 1);
+        const KrShape* const added = list.back();
+        shape.addedVolumes(list);
+        EXPECT_EQ(list, std::vector<const KrShape*>{added});
+        if (extent == box) {
+            EXPECT_EQ(high, KrVector(0.5, 1.0, 1.5));
+            EXPECT_EQ(low, -high);
+        }
+    }
+}
+
 TEST(KrShape, EnclosingShapesFollowTheExtent)
 {
     const auto extent = boost::make_shared<KrBoxPhysicalExtent>(KrVector(1.0, 2.0, 3.0));
