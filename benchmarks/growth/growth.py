@@ -8,13 +8,16 @@ machine does besides falls on all of them. A figure is the median of the rounds.
 x^k that fits a round's figures over the last decade of x; its median over the rounds is what counts. Time is that of the
 processor, of all threads together. One SVG picture a series goes to --images (docs/images of the source tree).
 
-Ends with 1 when a figure grows with an exponent above 1.1. Frames that are read back grow as the driver's own clearing
+Ends with 1 when a figure grows with an exponent above 1.1. Times of reading and of frames that do are counted in
+instructions before they are judged, with valgrind, at a hundredth and a tenth of the largest size: what no longer fits
+the processor's caches takes longer without being more work. Frames that are read back grow as the driver's own clearing
 and reading does, which is measured beside them: memory is slower than caches.
 """
 import argparse
 import json
 import math
 import os
+import re
 import statistics
 import subprocess
 import sys
@@ -32,6 +35,8 @@ SERIES = {
     "views": ([1, 8, 26, 64, 128, 256], "views of one window"),
 }
 # The figures of a size: key, name in the picture, unit, colour.
+# Functions of krGrowthBenchmark whose instructions are counted.
+COUNTED = {"load_s": "krGrowthRead", "frame_s": "krGrowthFrame"}
 FIGURES = [
     ("load_s", "reading the file", "s", "#8a5a00"),
     ("build_s", "building and first frame", "s", "#b03060"),
@@ -49,6 +54,32 @@ def ask(program, series, count):
         sys.stderr.write("%s %d: not measured: %s\n" % (series, count, answer.stderr.strip().split("\n")[-1]))
         return None
     return json.loads(answer.stdout.strip().split("\n")[-1])
+
+
+def instructions(program, series, count, key):
+    """Of a figure, at one size; None where they cannot be counted."""
+    environment = dict(os.environ, LP_NUM_THREADS="0")
+    environment.setdefault("KR_WINDOW", "egl")
+    command = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
+               "--toggle-collect=" + COUNTED[key], program, series, str(count)]
+    try:
+        answer = subprocess.run(command, capture_output=True, text=True, env=environment)
+    except FileNotFoundError:
+        return None
+    collected = re.search(r"Collected : (\d+)", answer.stderr)
+    if answer.returncode != 0 or not collected:
+        return None
+    frames = json.loads(answer.stdout.strip().split("\n")[-1])["frames"] if key == "frame_s" else 1
+    return int(collected.group(1)) / frames
+
+
+def counted_exponent(program, series, curve):
+    """How fast a figure's instructions grow; None where they are not counted."""
+    if curve.key not in COUNTED:
+        return None
+    largest = curve.points[-1][0]
+    points = [(count, instructions(program, series, count, curve.key)) for count in (largest // 100, largest // 10)]
+    return exponent(points) if all(value for _, value in points) else None
 
 
 def exponent(points):
@@ -171,12 +202,16 @@ def main():
             if not curve.points:
                 continue
             is_too_fast = curve.is_too_fast(curves)
+            counted = counted_exponent(program, series, curve) if is_too_fast else None
+            if counted is not None:
+                is_too_fast = counted > LIMIT
             too_fast = too_fast or is_too_fast
             last_x, last_y = curve.points[-1]
             print("%-10s %-26s %10.4g %-4s at %-5s %s%s" % (
                 series, curve.name, last_y, curve.unit, number(last_x),
                 "" if curve.exponent is None else "x^%.2f" % curve.exponent,
-                "  FASTER THAN LINEAR" if is_too_fast else ""))
+                ("" if counted is None else ", instructions x^%.2f" % counted) +
+                ("  FASTER THAN LINEAR" if is_too_fast else "")))
         if options.images:
             with open(os.path.join(options.images, "growth-%s.svg" % series), "w", encoding="utf-8") as file:
                 file.write(svg(SERIES[series][1], curves))

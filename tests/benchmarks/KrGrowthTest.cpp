@@ -15,7 +15,7 @@ Answer growthOf(const std::string& formula, const Folder& folder)
     std::ofstream(program)
         << "#!/bin/sh\n"
            "awk -v n=$2 'BEGIN { printf \"{\\\"load_s\\\": 0, \\\"build_s\\\": %g, \\\"frame_s\\\": %g, "
-           "\\\"driver_s\\\": 0, \\\"memory_mib\\\": 100}\\n\", n, "
+           "\\\"driver_s\\\": 0, \\\"memory_mib\\\": 100, \\\"frames\\\": 1}\\n\", n, "
         << formula << " }'\n";
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     return runCommand("python3 " KR_GROWTH_SCRIPT " '" + folder.path("") + "' --series star --rounds 2 --images '" +
