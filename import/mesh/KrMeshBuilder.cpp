@@ -68,6 +68,8 @@ private:
 
 KrMeshBuilder::Result Builder::run()
 {
+    m_vertices.reserve(m_data.vertices.size());
+    m_normals.reserve(m_data.normals.size());
     for (const KrMeshData::Group& source : m_data.groups) {
         Group& group = groupFor(source);
         group.triangles.reserve(group.triangles.size() + source.triangles.size());

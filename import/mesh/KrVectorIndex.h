@@ -2,6 +2,7 @@
 
 #include <toolkit/math/KrVector.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -11,6 +12,8 @@ class KrVectorIndex
 public:
     /// The index of `value` in values(); minus zero counts as zero.
     std::uint32_t add(const KrVector& value);
+    /// Memory for that many values more, so that they do not move.
+    void reserve(std::size_t more) { m_values.reserve(m_values.size() + more); }
     /// All different vectors so far.
     const std::vector<KrVector>& values() const { return m_values; }
     /// Gives values() away; the list is empty afterwards.
