@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -23,6 +24,9 @@ namespace
 
 // More at once would leave each too small a part of the limits.
 constexpr std::size_t kMostAtOnce = 16;
+// Files of one length that each further one is compared with. Those that differ mostly do so at their beginning, but
+// somebody might make thousands that differ at their end.
+constexpr std::size_t kMostAlike = 8;
 // Of the form in which meshes are kept, and of what stands in it.
 constexpr unsigned int kPreparation = 1;
 // Of the clocks of file systems, generously.
@@ -239,7 +243,9 @@ std::vector<KrMeshLoader::Job*> KrMeshLoader::uniqueJobs()
         };
         const auto found = std::find_if(alike.begin(), alike.end(), isSame);
         if (found == alike.end()) {
-            alike.push_back(&own);
+            if (alike.size() < kMostAlike) {
+                alike.push_back(&own);
+            }
             jobs.push_back(&own);
         } else {
             own.same = *found;
@@ -313,6 +319,9 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
                 }
             }
         }
+    } catch (const std::bad_alloc&) {
+        file.isRead = false;
+        file.why = "out of memory"; // short enough to need none
     } catch (const std::exception& exception) {
         file.isRead = false;
         file.why = KrText::oneLine(exception.what());
