@@ -325,6 +325,20 @@ TEST(KrMeshLevels, SpecksVanishAndOddMeshesHaveNoLevels)
               3 * 4 * 30)
         << "as long as they can be seen";
 
+    // A fan: the time for its neighbours would grow with the square of its size.
+    KrXmlVectorVector rim;
+    rim.push_back({0, 0, 0});
+    std::vector<KrTriangle> blades;
+    for (std::uint32_t i = 0; i < 100000; ++i) {
+        rim.push_back({std::cos(6e-5 * i), std::sin(6e-5 * i), 1.0});
+        blades.push_back(KrTriangle(0, i, i + 1));
+    }
+    rim.push_back({1, 0, 0});
+    Mesh fan;
+    const Mesh::Group group(std::string("fan"), KrXmlVectorType<KrTriangle>(blades));
+    ASSERT_TRUE(fan.setMesh(rim, {}, {}, KrXmlVectorType<Mesh::Group>({group})));
+    EXPECT_EQ(fan.indexedMeshWithLevels()->levels.size(), 1u);
+
     // Numbers whose squares are no floats, or 0, and a mesh of one point.
     for (const double size : {1e30, 1e-30, 0.0}) {
         Turned odd = bumpy();

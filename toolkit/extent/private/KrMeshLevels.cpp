@@ -237,7 +237,8 @@ KrIndexedMesh Levels::run()
 
 bool Levels::isWorthwhile() const
 {
-    if (m_places.corners.size() < 2 * 3 * kFewestTriangles) {
+    if (m_places.corners.size() < 2 * 3 * kFewestTriangles ||
+        KrTriangleOrder::isCrowded(m_places.corners.data(), m_places.corners.size(), m_places.groups.size())) {
         return false;
     }
     // Written so that NaN fails too.

@@ -4,10 +4,15 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <vector>
 
 namespace
 {
+
+/// Pairs of triangles that meet in a place. Ordinary meshes have six of them a corner.
+constexpr std::uint64_t kMostWork = std::uint64_t{1} << 24;
+constexpr std::uint64_t kMostWorkPerCorner = 128;
 
 /// Whether two triangles have the same three positions, in whatever order.
 bool areDoubled(const std::uint32_t* positions, std::size_t count)
@@ -28,6 +33,15 @@ bool areDoubled(const std::uint32_t* positions, std::size_t count)
 
 } // namespace
 
+bool KrTriangleOrder::isCrowded(const std::uint32_t* corners, std::size_t count, std::size_t numPlaces)
+{
+    std::vector<std::uint64_t> around(numPlaces);
+    std::for_each(corners, corners + count, [&around](std::uint32_t corner) { ++around[corner]; });
+    const std::uint64_t work = std::accumulate(around.begin(), around.end(), std::uint64_t{0},
+                                               [](std::uint64_t sum, std::uint64_t n) { return sum + n * n; });
+    return work > kMostWork + kMostWorkPerCorner * count;
+}
+
 void KrTriangleOrder::optimize(std::uint32_t* indices, const std::uint32_t* positions, std::size_t count)
 {
     if (count == 0 || areDoubled(positions, count)) {
@@ -42,6 +56,8 @@ void KrTriangleOrder::optimize(std::uint32_t* indices, const std::uint32_t* posi
         return;
     }
     std::for_each(indices, end, [first](std::uint32_t& index) { index -= first; });
-    meshopt_optimizeVertexCache(indices, indices, count, numVertices);
+    if (!isCrowded(indices, count, numVertices)) {
+        meshopt_optimizeVertexCache(indices, indices, count, numVertices);
+    }
     std::for_each(indices, end, [first](std::uint32_t& index) { index += first; });
 }
