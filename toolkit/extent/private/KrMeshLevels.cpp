@@ -309,10 +309,10 @@ void Levels::simplify()
 }
 
 /// Leaves about half of the triangles, or as few as their connections allow.
-/// @return how far the surface has moved, m, as a mean of sorts
+/// @return how far the surface has moved, m: a mean, which single spots exceed
 float Levels::halve(Indices& triangles) const
 {
-    // Over the places in use, in double measure less and less.
+    // Over the places in use only: the time is that of what is left.
     Indices remap(m_places.groups.size());
     const std::size_t count =
         meshopt_optimizeVertexFetchRemap(remap.data(), triangles.data(), triangles.size(), remap.size());
