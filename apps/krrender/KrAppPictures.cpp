@@ -29,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <future>
 #include <memory>
 #include <utility>
 
@@ -197,10 +198,10 @@ void KrAppPictures::write()
         tellBlank(m_options.output);
     }
     if (!m_options.depthPreview.empty()) {
-        writeEach("depth previews", [this](std::size_t i) { writeDepthPreview(i); });
+        writeEach("depth previews", [this](std::size_t i) { return drawDepthPreview(i); });
     }
     if (!m_options.depth.empty()) {
-        writeEach("depths", [this](std::size_t i) { writeDepth(i); });
+        writeEach("depths", [this](std::size_t i) { return drawDepth(i); });
         tellBlank(m_options.depth);
     }
 }
@@ -363,7 +364,8 @@ void KrAppPictures::writeColors()
 
 void KrAppPictures::writeFrame(const KrImage& picture, std::size_t i)
 {
-    KrAppFiles::writePicture(picture, file(m_options.output, i), m_messages, m_png.file);
+    const std::string path = file(m_options.output, i);
+    KrAppFiles::writePicture(picture, path, m_messages, m_png.file);
     if (m_options.sidecar) {
         KrFrameDescription description;
         {
@@ -372,73 +374,93 @@ void KrAppPictures::writeFrame(const KrImage& picture, std::size_t i)
             description = std::move(m_descriptions.front());
             m_descriptions.pop_front();
         }
-        writeDescription(std::move(description), i, m_options.output);
+        writeDescription(std::move(description), i, path);
     }
 }
 
-void KrAppPictures::writeEach(const std::string& what, const std::function<void(std::size_t)>& writeOne)
+void KrAppPictures::writeEach(const std::string& what, const std::function<Writing(std::size_t)>& draw)
 {
     // One picture needs no progress, and is not stopped half-way.
     if (m_motion.size() == 1) {
-        writeOne(0);
+        draw(0)();
         return;
     }
     const KrAppInterrupt interrupt;
     KrAppProgress progress(what, m_motion.size(), m_options.quiet || m_options.isStandardOutputTaken());
+    // Of the frame before, beside the drawing of the next. It is waited for when this goes, too.
+    std::future<void> writing;
     for (std::size_t i = 0; i < m_motion.size(); ++i) {
-        if (KrAppInterrupt::isRequested()) {
+        const bool isStopped = KrAppInterrupt::isRequested();
+        const Writing write = isStopped ? Writing() : draw(i);
+        if (writing.valid()) {
+            writing.get(); // throws what the writing has thrown
+            progress.setDone(i);
+        }
+        if (isStopped) {
             stopped(i, m_motion.size());
         }
-        writeOne(i);
-        progress.setDone(i + 1);
+        writing = std::async(std::launch::async, write);
     }
+    writing.get();
+    progress.setDone(m_motion.size());
 }
 
-void KrAppPictures::writeDepth(std::size_t i)
+KrAppPictures::Writing KrAppPictures::drawDepth(std::size_t i)
 {
     KrDepthCapture::Options wanted;
     wanted.kind = m_options.depthKind;
     // The order of the files that are written.
     wanted.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
+    std::vector<float>& depths = m_depthFrames[i % 2].depths;
     std::string reason;
-    demand(m_scene.drawDepth(m_motion.state(i), wanted, m_depths, reason), reason);
+    demand(m_scene.drawDepth(m_motion.state(i), wanted, depths, reason), reason);
     // Infinite is where nothing is seen.
-    const bool isSeen = std::any_of(m_depths.begin(), m_depths.end(), [](float depth) { return std::isfinite(depth); });
+    const bool isSeen = std::any_of(depths.begin(), depths.end(), [](float depth) { return std::isfinite(depth); });
     m_numBlank += isSeen ? 0 : 1;
-    KrAppDepth::write(m_depths, m_options.width, m_options.height, file(m_options.depth, i), m_png);
     const bool isPlanar = m_options.depthKind == KrDepthCapture::Kind::Planar;
     const bool isPicture = KrAppFiles::extensionOf(m_options.depth) == ".png";
-    writeDepthSidecar(i, m_options.depth, isPlanar ? "planar depth" : "euclidean depth", isPicture ? "mm" : "m");
+    return [this, &depths, path = file(m_options.depth, i),
+            sidecar = depthSidecar(i, file(m_options.depth, i), isPlanar ? "planar depth" : "euclidean depth",
+                                   isPicture ? "mm" : "m")] {
+        KrAppDepth::write(depths, m_options.width, m_options.height, path, m_png);
+        sidecar();
+    };
 }
 
-void KrAppPictures::writeDepthPreview(std::size_t i)
+KrAppPictures::Writing KrAppPictures::drawDepthPreview(std::size_t i)
 {
+    KrImage& picture = m_depthFrames[i % 2].picture;
     std::string reason;
-    demand(m_scene.drawDepth(m_motion.state(i), m_picture, reason), reason);
-    KrAppFiles::writePicture(m_picture, file(m_options.depthPreview, i), m_messages, m_png.file);
-    writeDepthSidecar(i, m_options.depthPreview, "relative depth", "1");
+    demand(m_scene.drawDepth(m_motion.state(i), picture, reason), reason);
+    return [this, &picture, path = file(m_options.depthPreview, i),
+            sidecar = depthSidecar(i, file(m_options.depthPreview, i), "relative depth", "1")] {
+        KrAppFiles::writePicture(picture, path, m_messages, m_png.file);
+        sidecar();
+    };
 }
 
-void KrAppPictures::writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit)
+KrAppPictures::Writing KrAppPictures::depthSidecar(std::size_t i, const std::string& picture, const char* quantity,
+                                                   const char* unit)
 {
-    if (m_options.sidecar) {
-        KrFrameDescription frame = describe();
-        frame.channels = 1;
-        frame.quantity = quantity;
-        frame.unit = unit;
-        // That format begins with the lowest row.
-        if (KrAppFiles::extensionOf(path) == ".pfm") {
-            frame.rowOrder = KrFrameDescription::RowOrder::BottomRowFirst;
-        }
-        writeDescription(std::move(frame), i, path);
+    if (!m_options.sidecar) {
+        return [] {};
     }
+    KrFrameDescription frame = describe();
+    frame.channels = 1;
+    frame.quantity = quantity;
+    frame.unit = unit;
+    // That format begins with the lowest row.
+    if (KrAppFiles::extensionOf(picture) == ".pfm") {
+        frame.rowOrder = KrFrameDescription::RowOrder::BottomRowFirst;
+    }
+    return [this, i, picture, frame = std::move(frame)] { writeDescription(frame, i, picture); };
 }
 
-void KrAppPictures::writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path)
+void KrAppPictures::writeDescription(KrFrameDescription frame, std::size_t i, const std::string& picture)
 {
     if (!m_options.trajectory.empty()) {
         // From 1, as in the names of files.
         frame.frameNumber = static_cast<unsigned int>(i + 1);
     }
-    KrAppSidecar::write(frame, m_options.sidecarOf(file(path, i)));
+    KrAppSidecar::write(frame, m_options.sidecarOf(picture));
 }

@@ -57,14 +57,18 @@ private:
     double videoRate() const;
     /// A frame of writeColors, on the writing thread.
     void writeFrame(const KrImage& picture, std::size_t i);
-    void writeEach(const std::string& what, const std::function<void(std::size_t)>& writeOne);
-    void writeDepth(std::size_t i);
-    void writeDepthPreview(std::size_t i);
+    /// What is left to do of a frame that has been drawn: it touches nothing that drawing the next one does.
+    using Writing = std::function<void()>;
+    /// Draws all frames, and writes each while the next one is drawn. Throws KrAppFailure, of either.
+    void writeEach(const std::string& what, const std::function<Writing(std::size_t)>& draw);
+    Writing drawDepth(std::size_t i);
+    Writing drawDepthPreview(std::size_t i);
     /// The frame that was drawn last, in numbers.
     KrFrameDescription describe();
     /// Of the frame that was drawn last, where descriptions are asked for.
-    void writeDepthSidecar(std::size_t i, const std::string& path, const char* quantity, const char* unit);
-    void writeDescription(KrFrameDescription frame, std::size_t i, const std::string& path);
+    Writing depthSidecar(std::size_t i, const std::string& picture, const char* quantity, const char* unit);
+    /// @param picture  its file
+    void writeDescription(KrFrameDescription frame, std::size_t i, const std::string& picture);
     /// Whether there is nothing but the background.
     bool isBlank(const KrImage& picture) const;
     /// Tells of pictures in which nothing is seen, and why, and counts anew.
@@ -78,10 +82,16 @@ private:
     std::optional<KrTiles> m_tiles;
     KrPictureScene m_scene;
     KrImage m_picture;
-    std::vector<float> m_depths; ///< m
-    KrAppDepth::Png m_png;       ///< of one output after the other: while colours are written, the writing thread's
-    int m_background[3] = {};    ///< of pictures, as a pixel
-    std::size_t m_numBlank = 0;  ///< frames of the output that is written in which nothing is seen
+    /// Of depths: one is drawn while the one before is written.
+    struct DepthFrame
+    {
+        std::vector<float> depths; ///< m
+        KrImage picture;
+    };
+    DepthFrame m_depthFrames[2];
+    KrAppDepth::Png m_png;      ///< of the thread that writes, one output after the other
+    int m_background[3] = {};   ///< of pictures, as a pixel
+    std::size_t m_numBlank = 0; ///< frames of the output that is written in which nothing is seen
     /// Of frames that are drawn and not yet written, in their order.
     std::deque<KrFrameDescription> m_descriptions;
     std::vector<std::string> m_folders; ///< made for frames
