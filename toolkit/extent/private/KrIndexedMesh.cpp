@@ -58,9 +58,6 @@ KrIndexedMesh LevelZero::run()
     KrVertexTable positions(3);
     const std::vector<std::uint32_t> corners = positionsOfCorners(positions);
     m_result.isClosed = KrClosedSurface::isClosed(positions.rows(), corners);
-    for (const KrIndexedMesh::Range& group : m_result.levels[0].groups) {
-        KrTriangleOrder::optimize(m_result.indices.data() + group.first, corners.data() + group.first, group.count);
-    }
     orderVertices();
     return std::move(m_result);
 }
@@ -161,7 +158,45 @@ std::shared_ptr<const KrIndexedMesh> KrIndexedMesh::make(const KrTriPhysicalExte
 
 std::shared_ptr<const KrIndexedMesh> KrIndexedMesh::withLevels(const KrIndexedMesh& mesh)
 {
-    return std::make_shared<const KrIndexedMesh>(KrMeshLevels::make(mesh));
+    auto result = std::make_shared<KrIndexedMesh>(KrMeshLevels::make(mesh));
+    // For all who allow any error: level 0 once more, as a vertex cache likes it.
+    KrVertexTable positions(3);
+    std::vector<std::uint32_t> positionOf(mesh.numVertices());
+    for (std::size_t i = 0; i < positionOf.size(); ++i) {
+        positionOf[i] = positions.number(&mesh.vertices[kVertexWidth * i]);
+    }
+    Level ordered = result->levels[0];
+    for (Range& group : ordered.groups) {
+        const std::vector<std::uint32_t> given(result->indices.begin() + group.first,
+                                               result->indices.begin() + group.first + group.count);
+        std::vector<std::uint32_t> corners(given.size());
+        std::transform(given.begin(), given.end(), corners.begin(),
+                       [&positionOf](std::uint32_t index) { return positionOf[index]; });
+        group.first = static_cast<std::uint32_t>(result->indices.size());
+        result->indices.insert(result->indices.end(), given.begin(), given.end());
+        KrTriangleOrder::optimize(result->indices.data() + group.first, corners.data(), corners.size());
+    }
+    result->levels.insert(result->levels.begin() + 1, ordered);
+    return result;
+}
+
+bool KrIndexedMesh::hasLevelZeroOf(const KrIndexedMesh& other) const
+{
+    if (this == &other) {
+        return true;
+    }
+    const auto isStart = [](const auto& a, const auto& b) {
+        return std::equal(a.begin(), a.begin() + std::min(a.size(), b.size()), b.begin());
+    };
+    const auto isSameRange = [&](const Range& mine, const Range& others) {
+        return mine.count == others.count &&
+               std::equal(indices.begin() + mine.first, indices.begin() + mine.first + mine.count,
+                          other.indices.begin() + others.first);
+    };
+    return isStart(vertices, other.vertices) && isStart(textureCoordinates, other.textureCoordinates) &&
+           textureCoordinates.empty() == other.textureCoordinates.empty() &&
+           std::equal(levels[0].groups.begin(), levels[0].groups.end(), other.levels[0].groups.begin(),
+                      other.levels[0].groups.end(), isSameRange);
 }
 
 bool KrIndexedMesh::isConsistent() const

@@ -7,8 +7,8 @@
 
 class KrTriPhysicalExtent;
 
-/// A triangle mesh as it goes to the graphics card: shared vertices, indices in an order that vertex caches like,
-/// and coarser levels over the same vertices.
+/// A triangle mesh as it goes to the graphics card: shared vertices, indices, and coarser levels over
+/// the same vertices.
 ///
 /// Plain data, immutable once it is made; shared between shapes, windows and threads.
 class KrIndexedMesh
@@ -32,18 +32,21 @@ public:
 
     /// Level 0 of a mesh, with one vertex for all corners whose numbers are the same bits.
     ///
-    /// Triangles keep the order of their corners. Those of a group change places for the vertex cache, except where two
-    /// triangles of the group cover each other: of equal depths the first one drawn is seen. A group that names what
-    /// the mesh does not have is empty.
+    /// Triangles keep their order and that of their corners: of equal depths the first one drawn is seen, and wherever
+    /// surfaces meet, touch or fold some pixels have equal depths. A group that names what the mesh does not have is
+    /// empty.
     ///
     /// @param mesh  read during the call only; of fewer than 2^32 corners (Kr::Limits are far lower)
     static std::shared_ptr<const KrIndexedMesh> make(const KrTriPhysicalExtent& mesh);
 
-    /// The same with coarser levels, each of about half the triangles of the one before (KrMeshLevels). Level 0 and its
-    /// vertices are unchanged; vertices that only the others use follow them.
+    /// The same with further levels: first one of all triangles, in the order that vertex caches like, then coarser
+    /// ones, each of about half the triangles of the one before (KrMeshLevels). Level 0 and its vertices are unchanged;
+    /// vertices that only the others use follow them.
     static std::shared_ptr<const KrIndexedMesh> withLevels(const KrIndexedMesh& mesh);
 
     std::size_t numVertices() const { return vertices.size() / 6; }
+    /// Whether this is `other` with levels, or without, or a copy of it.
+    bool hasLevelZeroOf(const KrIndexedMesh& other) const;
     /// Whether every index, range and level fits the lists, as it does in what `make` gives: for data out of files.
     bool isConsistent() const;
 
