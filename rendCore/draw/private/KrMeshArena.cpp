@@ -1,0 +1,301 @@
+#include <rendCore/draw/private/KrMeshArena.h>
+
+#include <toolkit/extent/private/KrIndexedMesh.h>
+
+#include <osg/BufferObject>
+#include <osg/CullFace>
+#include <osg/GLExtensions>
+#include <osg/Material>
+#include <osg/State>
+#include <osg/VertexArrayState>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace
+{
+
+constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
+constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
+/// Beyond it an index does not fit into 16 bits.
+constexpr std::size_t kMostNarrow = 65536;
+
+bool isBlack(const osg::Vec4& color)
+{
+    return color.r() == 0.0f && color.g() == 0.0f && color.b() == 0.0f;
+}
+
+bool isSameColor(const osg::Vec4& a, const osg::Vec4& b)
+{
+    return a.r() == b.r() && a.g() == b.g() && a.b() == b.b();
+}
+
+/// Whether nothing but `look`'s colour is said by the material's ambient and diffuse parts, so that the colour of a
+/// vertex can stand for both. With an emission the driver may round the sum of the two in another way.
+bool isColorOf(const osg::Material& material, const osg::Vec4& color)
+{
+    return material.getAmbientFrontAndBack() && material.getDiffuseFrontAndBack() &&
+           material.getSpecularFrontAndBack() && material.getEmissionFrontAndBack() &&
+           material.getShininessFrontAndBack() && material.getColorMode() == osg::Material::OFF &&
+           material.getDiffuse(kBothFaces) == color && isSameColor(material.getAmbient(kBothFaces), color) &&
+           isBlack(material.getEmission(kBothFaces));
+}
+
+/// Whether `states` says nothing that a group on its own would be needed for: it is neither sorted nor animated.
+bool isPlain(const osg::StateSet& states)
+{
+    return states.getRenderingHint() == osg::StateSet::DEFAULT_BIN && states.useRenderBinDetails() == false &&
+           states.getUpdateCallback() == nullptr && states.getEventCallback() == nullptr;
+}
+
+} // namespace
+
+KrMeshArena::KrMeshArena()
+    : m_base(new osg::StateSet)
+    , m_vertices(new osg::Vec3Array(osg::Array::BIND_PER_VERTEX))
+    , m_normals(new osg::Vec3Array(osg::Array::BIND_PER_VERTEX))
+    , m_colors(new osg::Vec4Array(osg::Array::BIND_PER_VERTEX))
+    , m_textureCoordinates(new osg::Vec2Array(osg::Array::BIND_PER_VERTEX))
+    , m_narrow(new osg::DrawElementsUShort(GL_TRIANGLES))
+    , m_wide(new osg::DrawElementsUInt(GL_TRIANGLES))
+{
+    const osg::ref_ptr<osg::VertexBufferObject> vertexBuffer = new osg::VertexBufferObject;
+    for (osg::Array* const array :
+         {static_cast<osg::Array*>(m_vertices.get()), static_cast<osg::Array*>(m_normals.get()),
+          static_cast<osg::Array*>(m_colors.get())}) {
+        array->setVertexBufferObject(vertexBuffer);
+    }
+    // In a buffer of their own: most scenes have none.
+    m_textureCoordinates->setVertexBufferObject(new osg::VertexBufferObject);
+    // Each in its own, so that indices of 32 bits begin where the driver likes them to.
+    m_narrow->setElementBufferObject(new osg::ElementBufferObject);
+    m_wide->setElementBufferObject(new osg::ElementBufferObject);
+}
+
+KrMeshArena::~KrMeshArena() = default;
+
+unsigned int KrMeshArena::number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured)
+{
+    // Few in a scene, and asked for when it is loaded only.
+    const auto found = std::find_if(m_states.begin(), m_states.end(), [&](const States& known) {
+        return known.isTextured == isTextured && known.set->compare(*states, true) == 0;
+    });
+    if (found == m_states.end()) {
+        m_states.push_back({states, nullptr, nullptr, isTextured});
+        lightFronts(m_states.back());
+        return numStates() - 1;
+    }
+    return static_cast<unsigned int>(found - m_states.begin());
+}
+
+const osg::StateSet* KrMeshArena::states(unsigned int number, Faces faces) const
+{
+    const States& states = m_states[number];
+    return faces == Faces::Both ? states.set : faces == Faces::Fronts ? states.fronts : states.frontsOnly;
+}
+
+void KrMeshArena::lightFronts(States& states) const
+{
+    states.fronts = new osg::StateSet(*states.set);
+    if (m_oneSided) {
+        states.fronts->setAttribute(m_oneSided);
+    }
+    states.frontsOnly = new osg::StateSet(*states.fronts);
+    states.frontsOnly->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK));
+}
+
+void KrMeshArena::setLightModel(const osg::LightModel* model)
+{
+    osg::ref_ptr<osg::LightModel> oneSided;
+    if (model != nullptr && model->getTwoSided()) {
+        if (m_oneSided && m_oneSided->getAmbientIntensity() == model->getAmbientIntensity() &&
+            m_oneSided->getColorControl() == model->getColorControl() &&
+            m_oneSided->getLocalViewer() == model->getLocalViewer()) {
+            return;
+        }
+        oneSided = new osg::LightModel(*model);
+        oneSided->setTwoSided(false);
+    } else if (!m_oneSided) {
+        return;
+    }
+    m_oneSided = oneSided;
+    for (States& states : m_states) {
+        lightFronts(states);
+    }
+}
+
+bool KrMeshArena::findLook(const osg::StateSet& states, const osg::Vec4& color, Look& look)
+{
+    if (!isPlain(states)) {
+        return false;
+    }
+    // A copy, since the group's own may be changed in place; textures stay the same objects.
+    const osg::ref_ptr<osg::StateSet> copy = new osg::StateSet(states, osg::CopyOp::DEEP_COPY_STATEATTRIBUTES);
+    const bool isTextured = !states.getTextureModeList().empty() || !states.getTextureAttributeList().empty();
+    auto* const material = dynamic_cast<osg::Material*>(copy->getAttribute(osg::StateAttribute::MATERIAL));
+    if (material != nullptr && isColorOf(*material, color)) {
+        // Any colour, since it is not looked at: one state set for all that differ in nothing else.
+        material->setAmbient(kBothFaces, osg::Vec4(0.0f, 0.0f, 0.0f, 1.0f));
+        material->setDiffuse(kBothFaces, osg::Vec4(0.0f, 0.0f, 0.0f, 1.0f));
+        material->setColorMode(osg::Material::AMBIENT_AND_DIFFUSE);
+    }
+    look.states = number(copy, isTextured);
+    look.color = color;
+    return true;
+}
+
+const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::vector<Look>& looks)
+{
+    Mesh added;
+    // In the order of the groups: of two surfaces at one depth the one that is drawn first is seen.
+    std::vector<std::size_t> partOf;
+    for (const Look& look : looks) {
+        if (added.parts.empty() || added.parts.back().states != look.states) {
+            added.parts.push_back({look.states, {}});
+        }
+        partOf.push_back(added.parts.size() - 1);
+    }
+    added.baseVertex = static_cast<std::int32_t>(m_vertices->size());
+    added.isClosed = mesh.isClosed;
+
+    // A vertex of groups of two colours becomes two.
+    std::vector<std::pair<osg::Vec4, std::vector<std::uint32_t>>> copies;
+    std::vector<std::uint32_t> indices;
+    std::uint32_t numVertices = 0;
+    const auto copied = [&](std::vector<std::uint32_t>& numbers, std::uint32_t index, const osg::Vec4& color) {
+        std::uint32_t& number = numbers[index];
+        if (number == kNone) {
+            const float* const vertex = &mesh.vertices[std::size_t(6) * index];
+            m_vertices->push_back({vertex[0], vertex[1], vertex[2]});
+            m_normals->push_back({vertex[3], vertex[4], vertex[5]});
+            m_colors->push_back(color);
+            if (!mesh.textureCoordinates.empty()) {
+                m_textureCoordinates->resize(m_vertices->size() - 1);
+                m_textureCoordinates->push_back({mesh.textureCoordinates[std::size_t(2) * index],
+                                                 mesh.textureCoordinates[std::size_t(2) * index + 1]});
+            }
+            number = numVertices++;
+        }
+        return number;
+    };
+    for (const KrIndexedMesh::Level& level : mesh.levels) {
+        added.errors.push_back(level.error);
+        for (std::size_t part = 0; part < added.parts.size(); ++part) {
+            const std::size_t first = indices.size();
+            for (std::size_t group = 0; group < looks.size(); ++group) {
+                if (partOf[group] != part) {
+                    continue;
+                }
+                const osg::Vec4& color = looks[group].color;
+                auto numbers = std::find_if(copies.begin(), copies.end(),
+                                            [&color](const auto& known) { return known.first == color; });
+                if (numbers == copies.end()) {
+                    copies.emplace_back(color, std::vector<std::uint32_t>(mesh.numVertices(), kNone));
+                    numbers = copies.end() - 1;
+                }
+                const KrIndexedMesh::Range& range = level.groups[group];
+                for (std::uint32_t i = 0; i < range.count; ++i) {
+                    indices.push_back(copied(numbers->second, mesh.indices[range.first + i], color));
+                }
+            }
+            added.parts[part].levels.push_back(
+                {static_cast<std::uint32_t>(first), static_cast<std::int32_t>(indices.size() - first)});
+        }
+    }
+
+    added.isWide = numVertices > kMostNarrow;
+    const std::size_t begin = added.isWide ? m_wide->size() : m_narrow->size();
+    for (Part& part : added.parts) {
+        for (Run& run : part.levels) {
+            run.first += static_cast<std::uint32_t>(begin);
+        }
+    }
+    if (added.isWide) {
+        m_wide->insert(m_wide->end(), indices.begin(), indices.end());
+    } else {
+        for (const std::uint32_t index : indices) {
+            m_narrow->push_back(static_cast<GLushort>(index));
+        }
+    }
+    // The next context that binds them takes them over anew.
+    m_vertices->dirty();
+    m_normals->dirty();
+    m_colors->dirty();
+    m_textureCoordinates->dirty();
+    m_narrow->dirty();
+    m_wide->dirty();
+    m_meshes.push_back(std::move(added));
+    return m_meshes.back();
+}
+
+bool KrMeshArena::isSupported(const osg::State& state)
+{
+    const osg::GLExtensions* const gl = state.get<osg::GLExtensions>();
+    return gl != nullptr && gl->isBufferObjectSupported && gl->glDrawElementsBaseVertex != nullptr;
+}
+
+KrMeshArena::Binding KrMeshArena::bind(osg::State& state, bool isTextured) const
+{
+    osg::VertexArrayState& arrays = *state.getCurrentVertexArrayState();
+    arrays.lazyDisablingOfVertexAttributes();
+    arrays.setVertexArray(state, m_vertices);
+    arrays.setNormalArray(state, m_normals);
+    arrays.setColorArray(state, m_colors);
+    if (isTextured && m_textureCoordinates->size() == m_vertices->size()) {
+        arrays.setTexCoordArray(state, 0, m_textureCoordinates);
+    }
+    arrays.applyDisablingOfVertexAttributes(state);
+    Binding binding;
+    binding.gl = state.get<osg::GLExtensions>();
+    binding.arrays = &arrays;
+    for (const osg::DrawElements* const indices :
+         {static_cast<const osg::DrawElements*>(m_narrow), static_cast<const osg::DrawElements*>(m_wide)}) {
+        // An empty buffer has no object that could be bound.
+        osg::GLBufferObject* const buffer =
+            indices->getNumIndices() == 0 ? nullptr : indices->getOrCreateGLBufferObject(state.getContextID());
+        (indices == m_narrow ? binding.narrow : binding.wide) = buffer;
+    }
+    return binding;
+}
+
+void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run)
+{
+    osg::GLBufferObject* const buffer = mesh.isWide ? binding.wide : binding.narrow;
+    // Nothing where it is bound already.
+    binding.arrays->bindElementBufferObject(buffer);
+    const GLenum type = mesh.isWide ? GL_UNSIGNED_INT : GL_UNSIGNED_SHORT;
+    const std::uintptr_t offset =
+        static_cast<std::uintptr_t>(run.first) * (mesh.isWide ? sizeof(GLuint) : sizeof(GLushort));
+    binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, run.count, type, reinterpret_cast<const void*>(offset),
+                                         mesh.baseVertex);
+}
+
+void KrMeshArena::unbind(osg::State& state)
+{
+    // As every drawable of the scene graph leaves them: the next one may draw from memory.
+    state.unbindVertexBufferObject();
+    state.unbindElementBufferObject();
+}
+
+void KrMeshArena::resizeGLObjectBuffers(unsigned int maxSize)
+{
+    m_vertices->getVertexBufferObject()->resizeGLObjectBuffers(maxSize);
+    m_textureCoordinates->getVertexBufferObject()->resizeGLObjectBuffers(maxSize);
+    m_narrow->getElementBufferObject()->resizeGLObjectBuffers(maxSize);
+    m_wide->getElementBufferObject()->resizeGLObjectBuffers(maxSize);
+    for (const States& states : m_states) {
+        states.set->resizeGLObjectBuffers(maxSize); // the other two have the same attributes
+    }
+}
+
+void KrMeshArena::releaseGLObjects(osg::State* state) const
+{
+    m_vertices->getVertexBufferObject()->releaseGLObjects(state);
+    m_textureCoordinates->getVertexBufferObject()->releaseGLObjects(state);
+    m_narrow->getElementBufferObject()->releaseGLObjects(state);
+    m_wide->getElementBufferObject()->releaseGLObjects(state);
+    for (const States& states : m_states) {
+        states.set->releaseGLObjects(state);
+    }
+}

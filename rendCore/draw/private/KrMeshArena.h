@@ -1,0 +1,131 @@
+#pragma once
+
+#include <osg/Array>
+#include <osg/LightModel>
+#include <osg/PrimitiveSet>
+#include <osg/Referenced>
+#include <osg/StateSet>
+#include <osg/Vec4>
+#include <osg/ref_ptr>
+
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+namespace osg
+{
+class GLBufferObject;
+class GLExtensions;
+class State;
+class VertexArrayState;
+} // namespace osg
+class KrIndexedMesh;
+
+/// The meshes of a scene in one vertex buffer and two index buffers, and the state sets that they are drawn with.
+///
+/// Drawing one mesh after another changes no binding: what differs is a range of indices. Groups of a mesh that differ
+/// in nothing but their colour are one range, with the colour at the vertices. Scene thread only; the GL objects are
+/// made for each context that draws and go with `releaseGLObjects`.
+class KrMeshArena : public osg::Referenced
+{
+public:
+    /// What one group of a mesh looks like.
+    struct Look
+    {
+        unsigned int states = 0; ///< number of a state set of this arena
+        osg::Vec4 color;         ///< at the vertices
+    };
+
+    /// Triangles to be drawn with one call.
+    struct Run
+    {
+        std::uint32_t first = 0; ///< in the index buffer of the mesh
+        std::int32_t count = 0;
+    };
+    /// Groups of a mesh that follow one another and share a state set.
+    struct Part
+    {
+        unsigned int states = 0;
+        std::vector<Run> levels; ///< as the mesh's errors
+    };
+    struct Mesh
+    {
+        std::int32_t baseVertex = 0;
+        bool isWide = false; ///< indices of 32 bits
+        bool isClosed = false;
+        std::vector<float> errors; ///< of each level, m; 0 first
+        std::vector<Part> parts;
+    };
+
+    KrMeshArena();
+
+    /// The number of a state set that draws as `states` does, but for the colour, which `look` is given together with
+    /// the number. False when it cannot be drawn from here: what is translucent is sorted by depth, each for itself.
+    bool findLook(const osg::StateSet& states, const osg::Vec4& color, Look& look);
+    /// Which faces are drawn.
+    enum class Faces
+    {
+        Both,
+        Fronts,     ///< something else leaves the backs out
+        FrontsOnly, ///< leaves the backs out itself
+    };
+    /// Borrowed. Those for fronts light these only, which takes half the time: give the light model of the scene first.
+    const osg::StateSet* states(unsigned int number, Faces faces) const;
+    /// Takes over what the scene says of light, for what is drawn from now on; null where it says nothing.
+    void setLightModel(const osg::LightModel* model);
+    bool isTextured(unsigned int number) const { return m_states[number].isTextured; }
+    unsigned int numStates() const { return static_cast<unsigned int>(m_states.size()); }
+
+    /// Copies a mesh. `looks` has one entry for each group that is drawn, the first groups of the mesh. Borrowed from
+    /// the arena.
+    const Mesh& add(const KrIndexedMesh& mesh, const std::vector<Look>& looks);
+
+    /// For the drawables that draw from here: none of the state sets, which they apply on their own.
+    osg::StateSet* base() const { return m_base; }
+
+    /// What a drawable that draws from here needs for its calls.
+    struct Binding
+    {
+        const osg::GLExtensions* gl = nullptr;
+        osg::VertexArrayState* arrays = nullptr;
+        osg::GLBufferObject* narrow = nullptr; ///< indices of 16 bits; null for none
+        osg::GLBufferObject* wide = nullptr;
+    };
+    /// Whether the driver of the context has what `draw` calls.
+    static bool isSupported(const osg::State& state);
+    /// Before the first `draw` of a drawable, and where texture coordinates are needed or no longer. The context is
+    /// current.
+    Binding bind(osg::State& state, bool isTextured) const;
+    static void draw(const Binding& binding, const Mesh& mesh, const Run& run);
+    /// After the last one.
+    static void unbind(osg::State& state);
+
+    void resizeGLObjectBuffers(unsigned int maxSize);
+    void releaseGLObjects(osg::State* state) const;
+
+protected:
+    ~KrMeshArena() override;
+
+private:
+    struct States
+    {
+        osg::ref_ptr<osg::StateSet> set;
+        osg::ref_ptr<osg::StateSet> fronts;
+        osg::ref_ptr<osg::StateSet> frontsOnly;
+        bool isTextured = false;
+    };
+
+    void lightFronts(States& states) const;
+    unsigned int number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured);
+
+    osg::ref_ptr<osg::StateSet> m_base;
+    std::vector<States> m_states;
+    osg::ref_ptr<osg::LightModel> m_oneSided; ///< null where the light model is not known, or for fronts as it is
+    std::deque<Mesh> m_meshes;                ///< never moved: they are borrowed
+    osg::ref_ptr<osg::Vec3Array> m_vertices;
+    osg::ref_ptr<osg::Vec3Array> m_normals;
+    osg::ref_ptr<osg::Vec4Array> m_colors;
+    osg::ref_ptr<osg::Vec2Array> m_textureCoordinates;
+    osg::ref_ptr<osg::DrawElementsUShort> m_narrow;
+    osg::ref_ptr<osg::DrawElementsUInt> m_wide;
+};

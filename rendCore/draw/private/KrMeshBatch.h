@@ -1,0 +1,41 @@
+#pragma once
+
+#include <rendCore/draw/private/KrMeshArena.h>
+
+#include <osg/Drawable>
+#include <osg/Matrixd>
+
+#include <cstddef>
+#include <vector>
+
+/// What one view shows of one manipulator, in one frame: ranges of an arena's meshes, each with its
+/// place. It stands in no scene: the cull pass hands it to the view, and fills it anew once the view has let go.
+class KrMeshBatch : public osg::Drawable
+{
+public:
+    struct Item
+    {
+        osg::Matrixd modelView;
+        const KrMeshArena::Mesh* mesh = nullptr; ///< borrowed from the arena
+        std::size_t level = 0;
+        float depth = 0.0f; ///< of what is nearest of a body that may be drawn without its back faces; 0 for others, m
+    };
+
+    KrMeshBatch();
+    KrMeshBatch(const KrMeshBatch& other, const osg::CopyOp& copyOp);
+
+    /// Empties the batch, keeping the memory of its items.
+    /// @param areBackFacesCulled  by what stands above, for all of it
+    void begin(const KrMeshArena& arena, bool areBackFacesCulled);
+    void add(const Item& item) { m_items.push_back(item); }
+
+    void drawImplementation(osg::RenderInfo& renderInfo) const override;
+    META_Node(rendCore, KrMeshBatch)
+
+        protected : ~KrMeshBatch() override;
+
+private:
+    osg::ref_ptr<const KrMeshArena> m_arena;
+    bool m_areBackFacesCulled = false;
+    std::vector<Item> m_items;
+};
