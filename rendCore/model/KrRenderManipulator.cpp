@@ -1,8 +1,11 @@
 #include <rendCore/model/KrRenderManipulator.h>
 
 #include <rendCore/model/KrRenderIntraLink.h>
+#include <rendCore/model/private/KrDrawPlan.h>
 
 #include <toolkit/foundation/KrString.h>
+
+#include <osgUtil/CullVisitor>
 
 #include <typeinfo>
 #include <vector>
@@ -69,6 +72,64 @@ const KrRenderManipulator::ShapeMap& KrRenderManipulator::getMap() const
 const KrIndividualManipulator* KrRenderManipulator::getManipulator() const
 {
     return m_manipulator;
+}
+
+void KrRenderManipulator::setShapeTable(const osg::ref_ptr<KrShapeTable>& table)
+{
+    m_plan = std::make_shared<KrDrawPlan>(*this, table);
+}
+
+void KrRenderManipulator::keepBound()
+{
+    if (!_boundingSphereComputed) {
+        _boundingSphereComputed = true;
+        m_isBoundKept = true;
+    }
+}
+
+void KrRenderManipulator::renewBound()
+{
+    if (m_isBoundKept) {
+        m_isBoundKept = false;
+        dirtyBound();
+    }
+}
+
+void KrRenderManipulator::accept(osg::NodeVisitor& visitor)
+{
+    // Whoever else comes by meets the graph as it stands.
+    osgUtil::CullVisitor* const cull = m_plan ? visitor.asCullVisitor() : nullptr;
+    if (cull != nullptr && visitor.validNodeMask(*this)) {
+        if (m_plan->cull(*cull)) {
+            return;
+        }
+        // The general traversal leaves out what lies beside the picture.
+        renewBound();
+    }
+    osg::MatrixTransform::accept(visitor);
+}
+
+void KrRenderManipulator::traverse(osg::NodeVisitor& visitor)
+{
+    if (!m_plan || visitor.getVisitorType() != osg::NodeVisitor::UPDATE_VISITOR || !m_plan->update(visitor)) {
+        osg::MatrixTransform::traverse(visitor);
+    }
+}
+
+void KrRenderManipulator::resizeGLObjectBuffers(unsigned int maxSize)
+{
+    osg::MatrixTransform::resizeGLObjectBuffers(maxSize);
+    if (m_plan) {
+        m_plan->table()->resizeGLObjectBuffers(maxSize);
+    }
+}
+
+void KrRenderManipulator::releaseGLObjects(osg::State* state) const
+{
+    osg::MatrixTransform::releaseGLObjects(state);
+    if (m_plan) {
+        m_plan->table()->releaseGLObjects(state);
+    }
 }
 
 void KrRenderManipulator::processChildren(KrRenderLink* parent)

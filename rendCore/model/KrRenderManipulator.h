@@ -7,6 +7,11 @@
 
 #include <osg/MatrixTransform>
 
+#include <memory>
+
+class KrDrawPlan;
+class KrShapeTable;
+
 /// The scene node of one manipulator: places it in the world and holds the tree of its link nodes.
 ///
 /// Its matrix (manipulator frame in the world frame) is set once; motion is the link nodes'. Scene thread only.
@@ -37,6 +42,18 @@ public:
     /// Link nodes without the base.
     unsigned int getNumTotalLinks() const { return m_numTotalLinks; }
 
+    /// Draws the manipulator the short way, see KrDrawPlan, with the shapes of a table that others share.
+    void setShapeTable(const osg::ref_ptr<KrShapeTable>& table);
+
+    /// Until `renewBound` the bounding sphere is the one that was asked for last, wherever the links go meanwhile.
+    void keepBound();
+    void renewBound();
+
+    void accept(osg::NodeVisitor& visitor) override;
+    void traverse(osg::NodeVisitor& visitor) override;
+    void resizeGLObjectBuffers(unsigned int maxSize) override;
+    void releaseGLObjects(osg::State* state = nullptr) const override;
+
     /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
     /// something is wrong.
     bool selfTest() const;
@@ -54,4 +71,6 @@ private:
     unsigned int m_manIndex;
     const KrIndividualManipulator* m_manipulator;
     ShapeMap m_map;
+    std::shared_ptr<KrDrawPlan> m_plan; ///< null: the scene graph does it all
+    bool m_isBoundKept = false;
 };

@@ -3,6 +3,7 @@
 #include <rendCore/base/KrRenderTypes.h>
 #include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrRenderShape.h>
+#include <rendCore/model/private/KrInheritedState.h>
 
 #include <toolkit/foundation/KrPrint.h>
 
@@ -32,27 +33,6 @@ constexpr unsigned int kSelectedMaterial = 0x15;
 constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
 // No emission: the shape's own colours decide how light it is.
 const osg::Vec4 kBlack(0.0f, 0.0f, 0.0f, 1.0f);
-
-/// Whether what is culled now is drawn without lighting, whatever a shape below says of itself.
-bool isUnlit(osgUtil::CullVisitor& visitor)
-{
-    osg::StateAttribute::GLModeValue lighting = osg::StateAttribute::ON;
-    // From the leaf to the root: the last one that overrides counts, else the first one.
-    bool isFound = false;
-    for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
-        // The root of a state graph has none.
-        const osg::StateSet* const states = graph->getStateSet();
-        if (states == nullptr) {
-            continue;
-        }
-        const osg::StateAttribute::GLModeValue value = states->getMode(GL_LIGHTING);
-        if ((value & osg::StateAttribute::INHERIT) == 0 && (!isFound || (value & osg::StateAttribute::OVERRIDE) != 0)) {
-            lighting = value;
-            isFound = true;
-        }
-    }
-    return (lighting & osg::StateAttribute::ON) == 0;
-}
 
 /// Beats what the wrapper says for shapes that are lit.
 osg::ref_ptr<osg::StateSet> unlitFade(float alpha)
@@ -135,7 +115,7 @@ void SelectionGroup::traverse(osg::NodeVisitor& visitor)
 {
     // Only culling decides what is drawn: other visitors take the plain way.
     osgUtil::CullVisitor* const cull = m_unlitFade.valid() ? visitor.asCullVisitor() : nullptr;
-    if (cull == nullptr || !isUnlit(*cull)) {
+    if (cull == nullptr || KrInheritedState::isLit(*cull)) {
         osg::Group::traverse(visitor);
         return;
     }

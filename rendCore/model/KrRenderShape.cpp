@@ -2,9 +2,11 @@
 
 #include <rendCore/appearance/KrMaterialProperties.h>
 #include <rendCore/base/private/KrVec3.h>
+#include <rendCore/draw/private/KrGroupGeometry.h>
 #include <rendCore/model/KrRenderDeformationShape.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/extent/private/KrIndexedMesh.h>
 #include <toolkit/foundation/KrNullDeleter.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/system/KrManipulatorLink.h>
@@ -108,9 +110,14 @@ KrRenderShape::KrRenderShape(const KrBasePhysicalExtent* extent, const KrMateria
         return;
     }
     // Held until the shape is built, whatever the extent does with its own.
-    const boost::shared_ptr<const KrTriPhysicalExtent> mesh = extent->triExtent();
-    if (mesh) {
-        addGroups(*mesh, materialMap);
+    m_mesh = extent->triExtent();
+    if (!m_mesh) {
+        return;
+    }
+    addGroups(*m_mesh, materialMap);
+    m_indexedMesh = m_mesh->indexedMesh();
+    for (unsigned int i = 0; i < getNumDrawables(); ++i) {
+        m_groupVersions.push_back(static_cast<const KrGroupGeometry*>(getDrawable(i))->version());
     }
 }
 
@@ -140,6 +147,17 @@ KrRenderShape* KrRenderShape::newKrRenderShape(const KrManipulatorLink& link, co
         return new KrRenderDeformationShape(extent, materialMap);
     }
     return new KrRenderShape(extent, materialMap);
+}
+
+std::shared_ptr<const KrIndexedMesh> KrRenderShape::indexedMesh(bool withLevels) const
+{
+    if (!m_mesh) {
+        return nullptr;
+    }
+    const std::shared_ptr<const KrIndexedMesh> mesh =
+        withLevels ? m_mesh->indexedMeshWithLevels() : m_mesh->indexedMesh();
+    // What the client has made of the mesh since is not what stands in the drawables.
+    return mesh->hasLevelZeroOf(*m_indexedMesh) ? mesh : nullptr;
 }
 
 unsigned int KrRenderShape::numDrawnGroups(const KrTriPhysicalExtent& mesh)
@@ -198,7 +216,7 @@ osg::ref_ptr<osg::Geometry> KrRenderShape::addGroup(const KrTriPhysicalExtent* m
     }
     const bool hasTextureCoordinates = !mesh->textureCoordinates().empty();
 
-    const osg::ref_ptr<osg::Geometry> geometry = new osg::Geometry;
+    const osg::ref_ptr<osg::Geometry> geometry = new KrGroupGeometry;
     geometry->setVertexArray(vertices);
     // A binding is lost that is set before its array.
     geometry->setNormalArray(normals);

@@ -12,7 +12,12 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <cstdint>
+#include <memory>
+#include <vector>
+
 class KrBasePhysicalExtent;
+class KrIndexedMesh;
 class KrManipulatorLink;
 class KrTriPhysicalExtent;
 
@@ -55,6 +60,12 @@ public:
     /// A pointer that owns nothing: keep it as a boost::weak_ptr only, which then expires with the shape.
     boost::shared_ptr<KrRenderShape> getSharedPtr() const;
 
+    /// The mesh that the drawables were made of, for those who draw it from indices: drawable i is group i of it as
+    /// long as it is `groupVersion(i)`. With coarser levels if they are asked for. Null for a shape without a mesh, a
+    /// copy, and one whose mesh was set anew since.
+    std::shared_ptr<const KrIndexedMesh> indexedMesh(bool withLevels) const;
+    std::uint32_t groupVersion(unsigned int i) const { return m_groupVersions[i]; }
+
     /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
     /// something is wrong.
     bool selfTest() const;
@@ -72,5 +83,8 @@ protected:
 
 private:
     unsigned int m_attributes = 0;
+    boost::shared_ptr<const KrTriPhysicalExtent> m_mesh; ///< that of the groups; null for none
+    std::shared_ptr<const KrIndexedMesh> m_indexedMesh;  ///< what it was when the groups were made
+    std::vector<std::uint32_t> m_groupVersions;          ///< of the drawables as they were made
     boost::shared_ptr<KrRenderShape> m_self;
 };

@@ -8,6 +8,7 @@
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrRenderSelection.h>
+#include <rendCore/model/private/KrDrawPlan.h>
 #include <rendCore/model/private/KrMarkTransfer.h>
 #include <rendCore/window/KrSGBaseInputHandler.h>
 
@@ -171,8 +172,11 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     m_renderManipulators.assign(manipulators.size(), nullptr);
     // Aids are hidden in most scenes, and the robots of a scene are often copies of one.
     KrVolumeMaker volumes(KrVolumeMaker::Corners::WhenSeen);
+    // Robots that share shapes share what the driver holds of them.
+    const osg::ref_ptr<KrShapeTable> shapes = new KrShapeTable;
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
         m_renderManipulators[i] = new KrRenderManipulator(manipulators[i], i);
+        m_renderManipulators[i]->setShapeTable(shapes);
         m_sceneRoot->addChild(m_renderManipulators[i]);
         // Kept: manipulator by manipulator, whose volumes look as its own maps say.
         volumes.addTo(*m_renderManipulators[i], manipulators[i].dataMaps());

@@ -8,6 +8,7 @@
 #include <rendCore/window/private/KrContextRestorer.h>
 #include <rendCore/window/private/KrContextWindow.h>
 #include <rendCore/window/private/KrGuestFrame.h>
+#include <rendCore/window/private/KrSceneViewer.h>
 
 #include <toolkit/context/KrWindowImpl.h>
 #include <toolkit/foundation/KrPrint.h>
@@ -86,7 +87,8 @@ bool KrSGWindow::init()
         return true;
     }
 
-    m_viewer = new osgViewer::Viewer;
+    m_viewer = new KrSceneViewer;
+    applyDrawSettings();
     // One thread owns the context. Left to choose, the viewer would start threads that want it.
     m_viewer->setThreadingModel(osgViewer::ViewerBase::SingleThreaded);
     m_viewer->setUseConfigureAffinity(false);

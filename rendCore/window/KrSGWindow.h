@@ -185,6 +185,17 @@ public:
     void setAmbientLight(const KrColor& light);
     const KrColor& ambientLight() const { return m_ambientLight; }
 
+    /// The error that meshes may show on the screen, pixels, from the next frame on: farther away they are drawn with
+    /// fewer triangles. 0, the default, draws every triangle. Kept when the window is closed.
+    /// @return false, after one message, and the error as it was for a negative one and for what is no number
+    bool setLevelOfDetail(float pixels);
+    float levelOfDetail() const { return m_levelOfDetail; }
+    /// On, the default, the robots of a frame go to the driver by a way of their own where nothing needs the scene
+    /// graph's traversals. Pictures are the same with it and without: it is for comparing, and for a client whose own
+    /// nodes or callbacks below a robot want every traversal. Kept when the window is closed.
+    void setDirectDrawing(bool on);
+    bool isDirectDrawing() const { return m_isDirectDrawing; }
+
 protected:
     /// Pending changes, one bit a kind.
     enum DirtyFlag : std::uint32_t
@@ -233,6 +244,7 @@ private:
     void fitOverlay();
     void setUpCamera();
     void updateProjection();
+    void applyDrawSettings();
     void applyViewerAttributes();
     void resizeGraphicsWindow();
     void refreshRenderTarget();
@@ -250,5 +262,7 @@ private:
     /// Of renderSceneAndCaptureImage, with the image that is read into: kept, so that the next one allocates nothing.
     osg::ref_ptr<ImageCaptureDrawCallback> m_capture;
     bool m_appliedOrthographic = false;
+    bool m_isDirectDrawing = true;
+    float m_levelOfDetail = 0.0f; ///< pixels
     std::optional<KrCameraIntrinsics> m_intrinsics;
 };

@@ -2,6 +2,7 @@
 
 #include <rendCore/window/KrSGWindow.h>
 
+#include <rendCore/base/private/KrDrawSettings.h>
 #include <rendCore/window/KrSGBaseInputHandler.h>
 #include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/private/KrRenderStages.h>
@@ -12,6 +13,8 @@
 #include <osgUtil/RenderStage>
 #include <osgViewer/GraphicsWindow>
 #include <osgViewer/Viewer>
+
+#include <cmath>
 
 bool KrSGWindow::setCameraIntrinsics(const KrCameraIntrinsics& intrinsics)
 {
@@ -225,4 +228,31 @@ osgViewer::Viewer* KrSGWindow::getViewer() const
 {
     // Borrowed: it goes with the window, and a window that opens again has another.
     return m_viewer;
+}
+
+bool KrSGWindow::setLevelOfDetail(float pixels)
+{
+    if (!(pixels >= 0.0f) || !std::isfinite(pixels)) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrSGWindow::setLevelOfDetail - no error in pixels: %g.\n",
+                                     static_cast<double>(pixels));
+        return false;
+    }
+    m_levelOfDetail = pixels;
+    applyDrawSettings();
+    return true;
+}
+
+void KrSGWindow::setDirectDrawing(bool on)
+{
+    m_isDirectDrawing = on;
+    applyDrawSettings();
+}
+
+/// To the viewer, whose cameras they are for: a window that is not open has none yet.
+void KrSGWindow::applyDrawSettings()
+{
+    if (auto* const settings = dynamic_cast<KrDrawSettings*>(m_viewer.get())) {
+        settings->isDirect = m_isDirectDrawing;
+        settings->levelOfDetail = m_levelOfDetail;
+    }
 }

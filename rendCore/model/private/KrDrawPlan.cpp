@@ -1,0 +1,719 @@
+#include <rendCore/model/private/KrDrawPlan.h>
+
+#include <rendCore/draw/private/KrGroupGeometry.h>
+#include <rendCore/model/KrRenderIntraLink.h>
+#include <rendCore/model/KrRenderLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
+#include <rendCore/model/KrRenderShape.h>
+#include <rendCore/model/private/KrInheritedState.h>
+
+#include <toolkit/extent/private/KrIndexedMesh.h>
+
+#include <osg/Camera>
+#include <osg/GLExtensions>
+#include <osg/Material>
+#include <osg/StateSet>
+#include <osg/View>
+#include <osgUtil/CullVisitor>
+#include <osgUtil/UpdateVisitor>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <typeinfo>
+
+namespace
+{
+
+constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
+
+bool isSameMaterial(const osg::Material& a, const osg::Material& b)
+{
+    return a.getAmbient(kBothFaces) == b.getAmbient(kBothFaces) &&
+           a.getDiffuse(kBothFaces) == b.getDiffuse(kBothFaces) &&
+           a.getSpecular(kBothFaces) == b.getSpecular(kBothFaces) &&
+           a.getEmission(kBothFaces) == b.getEmission(kBothFaces) &&
+           a.getShininess(kBothFaces) == b.getShininess(kBothFaces) && a.getColorMode() == b.getColorMode();
+}
+
+/// Whether a drawable stands in the graph as the shape has made it: nothing but the general traversal knows callbacks.
+bool isPlain(const osg::Drawable& drawable)
+{
+    return drawable.getCullCallback() == nullptr && drawable.getDrawCallback() == nullptr &&
+           drawable.getNodeMask() == ~0u && drawable.getCullingActive();
+}
+
+/// Whether a node of a link does nothing but carry what is below it.
+bool isPlain(const osg::Node& node)
+{
+    return node.getStateSet() == nullptr && node.getCullCallback() == nullptr && node.getCullingActive();
+}
+
+bool isPlain(const osg::MatrixTransform& node)
+{
+    return isPlain(static_cast<const osg::Node&>(node)) && node.getReferenceFrame() == osg::Transform::RELATIVE_RF;
+}
+
+/// Whether the visitor would come to something below `node`. An aid's own transform is often shown while what it places
+/// is hidden.
+bool isShown(const osg::Node& node, const osg::NodeVisitor& visitor)
+{
+    if (!visitor.validNodeMask(node)) {
+        return false;
+    }
+    const bool isGroup = typeid(node) == typeid(osg::MatrixTransform) || typeid(node) == typeid(osg::Group);
+    if (!isGroup || node.getCullCallback() != nullptr) {
+        return true;
+    }
+    const osg::Group& group = *node.asGroup();
+    for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
+        if (isShown(*group.getChild(i), visitor)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// The one colour of a group; null when it is no such group any more.
+const osg::Vec4* colorOf(const osg::Geometry& geometry)
+{
+    const auto* const colors = dynamic_cast<const osg::Vec4Array*>(geometry.getColorArray());
+    return colors != nullptr && colors->size() == 1 && colors->getBinding() == osg::Array::BIND_OVERALL
+               ? &colors->front()
+               : nullptr;
+}
+
+/// Whether the corners are those of the group, one after the other.
+bool hasCorners(const osg::Geometry& geometry, std::size_t count)
+{
+    const auto* const triangles = geometry.getNumPrimitiveSets() == 1
+                                      ? dynamic_cast<const osg::DrawArrays*>(geometry.getPrimitiveSet(0))
+                                      : nullptr;
+    return triangles != nullptr && triangles->getMode() == GL_TRIANGLES && triangles->getFirst() == 0 &&
+           static_cast<std::size_t>(triangles->getCount()) == count && geometry.getVertexArray() != nullptr &&
+           geometry.getVertexArray()->getNumElements() == count;
+}
+
+/// How much `matrix` may lengthen a vector: from above, and nearly exact for rotations with a scale.
+double largestScale(const osg::Matrixd& matrix)
+{
+    // By Gershgorin's circles around the eigenvalues of the matrix times its transpose.
+    double largest = 0.0;
+    for (int i = 0; i < 3; ++i) {
+        double sum = 0.0;
+        for (int j = 0; j < 3; ++j) {
+            sum += std::abs(matrix(i, 0) * matrix(j, 0) + matrix(i, 1) * matrix(j, 1) + matrix(i, 2) * matrix(j, 2));
+        }
+        largest = std::max(largest, sum);
+    }
+    return std::sqrt(largest);
+}
+
+bool isIdentity(const osg::Matrixd& matrix)
+{
+    static const osg::Matrixd identity;
+    return std::memcmp(matrix.ptr(), identity.ptr(), 16 * sizeof(double)) == 0;
+}
+
+/// In the direction of view, as the cull visitor has it, to the last bit: the planes near and far follow from it.
+double depthOf(const osg::Vec3& point, const osg::Matrixd& modelView)
+{
+    return -(static_cast<double>(point[0]) * modelView(0, 2) + static_cast<double>(point[1]) * modelView(1, 2) +
+             static_cast<double>(point[2]) * modelView(2, 2) + modelView(3, 2));
+}
+
+} // namespace
+
+KrShapeTable::KrShapeTable()
+    : m_arena(new KrMeshArena)
+{
+}
+
+KrShapeTable::~KrShapeTable() = default;
+
+KrShapeTable::Entry& KrShapeTable::entry(KrRenderShape& shape)
+{
+    Entry& entry = m_entries[&shape];
+    // A shape that is gone may have left its address to another one.
+    if (entry.shape != &shape) {
+        entry.shape = &shape;
+        takeOver(entry);
+    }
+    return entry;
+}
+
+void KrShapeTable::demandLevels()
+{
+    if (m_hasLevels) {
+        return;
+    }
+    m_hasLevels = true;
+    m_arena = new KrMeshArena;
+    for (auto& known : m_entries) {
+        takeOver(known.second);
+    }
+}
+
+void KrShapeTable::takeOver(Entry& entry) const
+{
+    entry.mesh = nullptr;
+    entry.isTranslucent = false;
+    entry.groups.clear();
+    entry.checkedIn = 0;
+    if (!entry.shape.valid()) {
+        return;
+    }
+    KrRenderShape& shape = *entry.shape;
+    // What deforms or is a client's own kind of shape is drawn by the graph.
+    if (typeid(shape) != typeid(KrRenderShape)) {
+        return;
+    }
+    const std::shared_ptr<const KrIndexedMesh> mesh = shape.indexedMesh(m_hasLevels);
+    if (!mesh || shape.getNumDrawables() == 0 || shape.getNumDrawables() > mesh->levels.front().groups.size()) {
+        return;
+    }
+    std::vector<KrMeshArena::Look> looks;
+    std::size_t numTranslucent = 0;
+    for (unsigned int i = 0; i < shape.getNumDrawables(); ++i) {
+        const auto* const geometry = dynamic_cast<const KrGroupGeometry*>(shape.getDrawable(i));
+        const osg::StateSet* const states = geometry != nullptr ? geometry->getStateSet() : nullptr;
+        const osg::Vec4* const color = geometry != nullptr ? colorOf(*geometry) : nullptr;
+        // One that is not as the shape has made it, and all of the shape are drawn by the graph, in their order.
+        if (states == nullptr || color == nullptr || geometry->version() != shape.groupVersion(i) ||
+            !hasCorners(*geometry, mesh->levels.front().groups[i].count)) {
+            entry.groups.clear();
+            return;
+        }
+        const auto* const material =
+            dynamic_cast<const osg::Material*>(states->getAttribute(osg::StateAttribute::MATERIAL));
+        entry.groups.push_back(
+            {geometry, geometry->version(), states, states->getAttributeList().size(), states->getModeList().size(),
+             states->getTextureModeList().size(), states->getRenderingHint(), material,
+             material != nullptr ? new osg::Material(*material) : nullptr, geometry->getBoundingBox()});
+        KrMeshArena::Look look;
+        if (m_arena->findLook(*states, *color, look)) {
+            looks.push_back(look);
+        }
+        numTranslucent += states->getRenderingHint() == osg::StateSet::TRANSPARENT_BIN ? 1 : 0;
+    }
+    entry.isTranslucent = numTranslucent == entry.groups.size();
+    entry.mesh = looks.size() == entry.groups.size() ? &m_arena->add(*mesh, looks) : nullptr;
+}
+
+void KrShapeTable::beginFrame(const void* view, unsigned int frame)
+{
+    if (m_frame == 0 || view != m_view || frame != m_viewFrame) {
+        m_view = view;
+        m_viewFrame = frame;
+        // 0 stands for never.
+        m_frame += m_frame == std::numeric_limits<unsigned int>::max() ? 2 : 1;
+    }
+}
+
+bool KrShapeTable::isAsTaken(Entry& entry) const
+{
+    if (entry.checkedIn == m_frame) {
+        return entry.wasAsTaken;
+    }
+    entry.checkedIn = m_frame;
+    const KrRenderShape& shape = *entry.shape;
+    entry.wasAsTaken = isPlain(shape) && shape.getNumDrawables() == entry.groups.size();
+    for (std::size_t i = 0; i < entry.groups.size() && entry.wasAsTaken; ++i) {
+        const Group& group = entry.groups[i];
+        const osg::Drawable* const drawable = shape.getDrawable(static_cast<unsigned int>(i));
+        const osg::StateSet& states = *group.states;
+        entry.wasAsTaken = drawable == group.geometry && isPlain(*drawable) &&
+                           group.geometry->version() == group.version && drawable->getStateSet() == group.states &&
+                           states.getAttributeList().size() == group.numAttributes &&
+                           states.getModeList().size() == group.numModes &&
+                           states.getTextureModeList().size() == group.numTextureModes &&
+                           states.getRenderingHint() == group.renderingHint &&
+                           states.getAttribute(osg::StateAttribute::MATERIAL) == group.material &&
+                           (group.material == nullptr || isSameMaterial(*group.material, *group.look));
+    }
+    return entry.wasAsTaken;
+}
+
+/// What holds for one view in one frame.
+struct KrDrawPlan::Frame
+{
+    osgUtil::CullVisitor& visitor;
+    View& view;
+    float tolerance; ///< pixels; 0 for every triangle
+    double pixels;   ///< that a metre has on the screen; 1 m before the eye, in perspective
+    bool isPerspective;
+    bool isNearFarComputed;
+    const std::vector<osg::Plane>* planes; ///< of the view, in the eye's frame; null for no culling
+    double near;
+    double far;
+    KrMeshBatch* batch = nullptr; ///< null before the first mesh
+    // Of the link at hand.
+    double scale = 1.0;
+    double depth = 0.0; ///< of what is nearest of its meshes, m
+    bool isRightHanded = true;
+    unsigned int nearCorner = 0;
+    unsigned int farCorner = 0;
+};
+
+KrDrawPlan::KrDrawPlan(KrRenderManipulator& manipulator, const osg::ref_ptr<KrShapeTable>& table)
+    : m_manipulator(manipulator)
+    , m_table(table)
+{
+}
+
+KrDrawPlan::~KrDrawPlan() = default;
+
+void KrDrawPlan::keepListed()
+{
+    if (m_listed != m_table->generation() || !isAsListed()) {
+        list();
+    }
+}
+
+bool KrDrawPlan::isAsListed() const
+{
+    const auto isSame = [](const osg::Group& group, const Child* child, const Child* end) {
+        if (group.getNumChildren() != static_cast<std::size_t>(end - child)) {
+            return false;
+        }
+        for (unsigned int i = 0; child != end; ++child, ++i) {
+            if (group.getChild(i) != child->node) {
+                return false;
+            }
+        }
+        return true;
+    };
+    if (!isSame(m_manipulator, m_roots.data(), m_roots.data() + m_roots.size())) {
+        return false;
+    }
+    const Child* const children = m_children.data();
+    return std::all_of(m_links.begin(), m_links.end(), [&](const Link& link) {
+        return isSame(*link.node, children + link.firstChild, children + link.firstDhChild) &&
+               (link.dhFrame == nullptr ||
+                isSame(*link.dhFrame, children + link.firstDhChild, children + link.endChild));
+    });
+}
+
+void KrDrawPlan::list()
+{
+    m_roots.clear();
+    m_links.clear();
+    m_children.clear();
+    m_views.clear();
+    for (unsigned int i = 0; i < m_manipulator.getNumChildren(); ++i) {
+        osg::Node* const node = m_manipulator.getChild(i);
+        const bool isLink = typeid(*node) == typeid(KrRenderLink) || typeid(*node) == typeid(KrRenderIntraLink);
+        m_roots.push_back({node, isLink ? Kind::Link : Kind::Other, nullptr});
+        if (isLink) {
+            listLink(static_cast<KrRenderLink&>(*node), m_links.size());
+        }
+    }
+    m_modelViews.resize(m_links.size());
+    m_listed = m_table->generation();
+}
+
+void KrDrawPlan::listLink(KrRenderLink& link, std::size_t parent)
+{
+    // A stack of its own: chains of links may be longer than that of the thread.
+    struct Step
+    {
+        std::size_t link;
+        std::size_t next; ///< among its children
+    };
+    std::vector<Step> open;
+    const auto enter = [&](KrRenderLink& node, std::size_t above) {
+        Link entry;
+        entry.node = &node;
+        entry.parent = above;
+        const osg::Callback* const callback = node.getUpdateCallback();
+        entry.updateCallback =
+            callback != nullptr && typeid(*callback) == typeid(MatrixUpdateCallback) ? callback : nullptr;
+        entry.firstChild = m_children.size();
+        listChildren(node, entry);
+        entry.firstDhChild = m_children.size();
+        if (entry.dhFrame != nullptr) {
+            listChildren(*entry.dhFrame, entry);
+        }
+        entry.endChild = m_children.size();
+        open.push_back({m_links.size(), entry.firstChild});
+        m_links.push_back(entry);
+    };
+    enter(link, parent);
+    while (!open.empty()) {
+        Step& top = open.back();
+        const std::size_t number = top.link;
+        if (top.next == m_links[number].firstDhChild) {
+            m_links[number].end = m_links.size();
+            open.pop_back();
+            continue;
+        }
+        const Child& child = m_children[top.next++];
+        if (child.kind == Kind::Link) {
+            enter(static_cast<KrRenderLink&>(*child.node), number);
+        }
+    }
+}
+
+void KrDrawPlan::listChildren(osg::Group& group, Link& link)
+{
+    const bool isUnderDhFrame = &group == link.dhFrame;
+    const osg::ref_ptr<osg::MatrixTransform> dhFrame = link.node->getDhFrame();
+    for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
+        osg::Node* const node = group.getChild(i);
+        Child child = {node, Kind::Other, nullptr};
+        if (isUnderDhFrame) {
+            if (auto* const shape = dynamic_cast<KrRenderShape*>(node)) {
+                KrShapeTable::Entry& entry = m_table->entry(*shape);
+                if (entry.mesh != nullptr || entry.isTranslucent) {
+                    child.kind = Kind::Shape;
+                    child.entry = &entry;
+                }
+                if (entry.mesh != nullptr) {
+                    for (const KrShapeTable::Group& drawn : entry.groups) {
+                        link.sphere.expandBy(drawn.box);
+                    }
+                }
+            }
+        } else if (typeid(*node) == typeid(KrRenderLink)) {
+            child.kind = Kind::Link;
+            ++link.numUpdating;
+        } else if (node == dhFrame && typeid(*node) == typeid(osg::MatrixTransform) && link.dhFrame == nullptr) {
+            child.kind = Kind::DhFrame;
+            link.dhFrame = dhFrame;
+        }
+        m_children.push_back(child);
+    }
+}
+
+bool KrDrawPlan::canUpdate(const osg::NodeVisitor& visitor) const
+{
+    // Whatever else asks for the visitor below a node counts in its number of such children.
+    return std::all_of(m_roots.begin(), m_roots.end(),
+                       [](const Child& root) {
+                           return root.kind == Kind::Link || (root.node->getUpdateCallback() == nullptr &&
+                                                              root.node->getNumChildrenRequiringUpdateTraversal() == 0);
+                       }) &&
+           std::all_of(m_links.begin(), m_links.end(), [&visitor](const Link& link) {
+               const osg::Callback* const callback = link.node->getUpdateCallback();
+               return callback != nullptr && callback == link.updateCallback &&
+                      callback->getNestedCallback() == nullptr &&
+                      link.node->getNumChildrenRequiringUpdateTraversal() == link.numUpdating &&
+                      visitor.validNodeMask(*link.node);
+           });
+}
+
+bool KrDrawPlan::update(osg::NodeVisitor& visitor)
+{
+    // A client's own kind of visitor has things of its own to do at every node.
+    if (typeid(visitor) != typeid(osgUtil::UpdateVisitor)) {
+        return false;
+    }
+    keepListed();
+    if (!canUpdate(visitor)) {
+        return false;
+    }
+    if (const auto* const data = dynamic_cast<const StateData*>(visitor.getUserData())) {
+        for (const Link& link : m_links) {
+            // Through the virtual table, as the callback does: an intra-link node places its bodies, too.
+            link.node->updateState(data->state);
+        }
+    }
+    return true;
+}
+
+KrDrawPlan::View& KrDrawPlan::viewOf(osg::Camera& camera)
+{
+    const auto found =
+        std::find_if(m_views.begin(), m_views.end(), [&camera](const View& view) { return view.camera == &camera; });
+    if (found != m_views.end()) {
+        return *found;
+    }
+    // Those that are gone make room.
+    m_views.erase(std::remove_if(m_views.begin(), m_views.end(), [](const View& view) { return !view.camera.valid(); }),
+                  m_views.end());
+    m_views.push_back({&camera, std::vector<std::uint8_t>(m_children.size(), kNoLevel)});
+    return m_views.back();
+}
+
+void KrDrawPlan::beginDrawing()
+{
+    m_manipulator.keepBound();
+}
+
+void KrDrawPlan::endDrawing()
+{
+    m_manipulator.renewBound();
+}
+
+/// Whether all that is shown stands in the list, and as it was taken over.
+bool KrDrawPlan::isDirect(const osg::NodeVisitor& visitor)
+{
+    if (!isPlain(m_manipulator) || !std::all_of(m_roots.begin(), m_roots.end(), [&visitor](const Child& root) {
+            return root.kind == Kind::Link || !isShown(*root.node, visitor);
+        })) {
+        return false;
+    }
+    for (std::size_t number = 0; number < m_links.size();) {
+        const Link& link = m_links[number];
+        if (!visitor.validNodeMask(*link.node)) {
+            number = link.end;
+            continue;
+        }
+        ++number;
+        if (!isPlain(*link.node)) {
+            return false;
+        }
+        const bool isDhFrameShown = link.dhFrame != nullptr && visitor.validNodeMask(*link.dhFrame);
+        if (isDhFrameShown && !isPlain(*link.dhFrame)) {
+            return false;
+        }
+        const std::size_t end = isDhFrameShown ? link.endChild : link.firstDhChild;
+        for (std::size_t place = link.firstChild; place < end; ++place) {
+            const Child& child = m_children[place];
+            // Most aids are hidden most of the time.
+            if ((child.kind == Kind::Other && isShown(*child.node, visitor)) ||
+                (child.kind == Kind::Shape && !m_table->isAsTaken(*child.entry) &&
+                 visitor.validNodeMask(*child.node))) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
+{
+    // A camera within the scene has no view, and what a client's view wants is not known here.
+    osg::Camera* const camera = visitor.getCurrentCamera();
+    osg::View* const view = camera != nullptr ? camera->getView() : nullptr;
+    const auto* const settings = dynamic_cast<const KrDrawSettings*>(view);
+    if (settings == nullptr || !settings->isDirect || typeid(visitor) != typeid(osgUtil::CullVisitor)) {
+        return false;
+    }
+    const osg::State* const state = visitor.getState();
+    osg::CullingSet& culling = visitor.getCurrentCullingSet();
+    const osg::CullSettings::ComputeNearFarMode nearFar = visitor.getComputeNearFarMode();
+    // Without light colours are the vertices', and those of lines are many at one depth.
+    if (!KrInheritedState::isLit(visitor) || !KrInheritedState::isFilled(visitor)) {
+        return false;
+    }
+    // Planes by primitives, culling by size, shadows of occluders: whoever asks for those gets the whole traversal.
+    if (state == nullptr || !KrMeshArena::isSupported(*state) || !visitor.getOccluderList().empty() ||
+        !culling.getStateFrustumList().empty() ||
+        (culling.getCullingMask() & osg::CullingSet::SMALL_FEATURE_CULLING) != 0 ||
+        (nearFar != osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR &&
+         nearFar != osg::CullSettings::COMPUTE_NEAR_FAR_USING_BOUNDING_VOLUMES)) {
+        return false;
+    }
+    if (settings->levelOfDetail > 0.0f) {
+        m_table->demandLevels();
+    }
+    keepListed();
+    m_table->beginFrame(view, visitor.getTraversalNumber());
+    if (!isDirect(visitor)) {
+        return false;
+    }
+    settings->participants.push_back(weak_from_this());
+
+    const osg::Matrixd& projection = *visitor.getProjectionMatrix();
+    const osg::Viewport* const viewport = visitor.getViewport();
+    Frame frame = {visitor,
+                   viewOf(*camera),
+                   viewport != nullptr ? settings->levelOfDetail : 0.0f,
+                   viewport != nullptr ? 0.5 * std::max(viewport->width() * std::abs(projection(0, 0)),
+                                                        viewport->height() * std::abs(projection(1, 1)))
+                                       : 0.0,
+                   projection(3, 3) == 0.0,
+                   nearFar != osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR,
+                   (culling.getCullingMask() & osg::CullingSet::VIEW_FRUSTUM_CULLING) != 0
+                       ? &visitor.getProjectionCullingStack().back().getFrustum().getPlaneList()
+                       : nullptr,
+                   visitor.getCalculatedNearPlane(),
+                   visitor.getCalculatedFarPlane()};
+    // As the general traversal multiplies, here and below, so that both give the same bits.
+    m_modelView = *visitor.getModelViewMatrix();
+    m_modelView.preMult(m_manipulator.getMatrix());
+    for (std::size_t number = 0; number < m_links.size();) {
+        if (visitor.validNodeMask(*m_links[number].node)) {
+            cullLink(number, frame);
+            ++number;
+        } else {
+            number = m_links[number].end;
+        }
+    }
+    // What is translucent has moved the planes on its own.
+    visitor.setCalculatedNearPlane(std::min(frame.near, visitor.getCalculatedNearPlane()));
+    visitor.setCalculatedFarPlane(std::max(frame.far, visitor.getCalculatedFarPlane()));
+    return true;
+}
+
+void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
+{
+    const Link& link = m_links[number];
+    osgUtil::CullVisitor& visitor = frame.visitor;
+    osg::Matrixd& modelView = m_modelViews[number];
+    modelView = number == link.parent ? m_modelView : m_modelViews[link.parent];
+    modelView.preMult(link.node->getMatrix());
+    if (link.dhFrame == nullptr || link.firstDhChild == link.endChild || !visitor.validNodeMask(*link.dhFrame)) {
+        return;
+    }
+    osg::Matrixd dhModelView = modelView;
+    if (!isIdentity(link.dhFrame->getMatrix())) {
+        dhModelView.preMult(link.dhFrame->getMatrix());
+    }
+    const Sight sight = see(link.sphere, dhModelView, frame);
+    for (std::size_t place = link.firstDhChild; place < link.endChild; ++place) {
+        const Child& child = m_children[place];
+        if (child.kind != Kind::Shape || !visitor.validNodeMask(*child.node)) {
+            continue;
+        }
+        if (child.entry->mesh == nullptr || sight == Sight::Unknown) {
+            // Sorted by depth behind what is opaque, whenever it comes.
+            visitor.pushModelViewMatrix(kept(dhModelView), osg::Transform::RELATIVE_RF);
+            child.node->accept(visitor);
+            visitor.popModelViewMatrix();
+        } else if (sight != Sight::Outside) {
+            cullShape(place, dhModelView, sight == Sight::Crossing, frame);
+        }
+    }
+}
+
+/// Where the meshes of a link are, in the view. Fills what `frame` has of the link.
+KrDrawPlan::Sight KrDrawPlan::see(const osg::BoundingSphere& sphere, const osg::Matrixd& modelView, Frame& frame) const
+{
+    const osg::Vec3d center = osg::Vec3d(sphere.center()) * modelView;
+    frame.scale = largestScale(modelView);
+    // A little larger, for what is lost in single precision.
+    const double radius = 1.001 * frame.scale * static_cast<double>(sphere.radius());
+    // The general traversal says what is wrong with a matrix of no numbers.
+    if (!std::isfinite(center.x() + center.y() + center.z() + radius)) {
+        return Sight::Unknown;
+    }
+    frame.depth = -center.z() - radius;
+    // A mirrored body shows its backs.
+    frame.isRightHanded = osg::Vec3d(modelView(0, 0), modelView(0, 1), modelView(0, 2)) *
+                              (osg::Vec3d(modelView(1, 0), modelView(1, 1), modelView(1, 2)) ^
+                               osg::Vec3d(modelView(2, 0), modelView(2, 1), modelView(2, 2))) >
+                          0.0;
+    const osg::Vec3f look(static_cast<float>(-modelView(0, 2)), static_cast<float>(-modelView(1, 2)),
+                          static_cast<float>(-modelView(2, 2)));
+    frame.farCorner = (look.x() >= 0 ? 1 : 0) | (look.y() >= 0 ? 2 : 0) | (look.z() >= 0 ? 4 : 0);
+    frame.nearCorner = ~frame.farCorner & 7;
+    if (frame.planes == nullptr) {
+        return Sight::Inside;
+    }
+    Sight sight = Sight::Inside;
+    for (const osg::Plane& plane : *frame.planes) {
+        const double distance = plane.distance(center);
+        if (distance < -radius) {
+            return Sight::Outside;
+        }
+        if (distance < radius) {
+            sight = Sight::Crossing;
+        }
+    }
+    return sight;
+}
+
+void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, bool isCrossing, Frame& frame)
+{
+    const KrShapeTable::Entry& entry = *m_children[place].entry;
+    osgUtil::CullVisitor& visitor = frame.visitor;
+    if (isCrossing) {
+        // The culling set of the shape's own frame, which judges boxes as the general traversal does.
+        visitor.pushModelViewMatrix(kept(modelView), osg::Transform::RELATIVE_RF);
+    }
+    bool isSeen = false;
+    for (const KrShapeTable::Group& group : entry.groups) {
+        if (!group.box.valid() || (isCrossing && visitor.isCulled(group.box))) {
+            continue;
+        }
+        if (!frame.isNearFarComputed) {
+            isSeen = true;
+            continue;
+        }
+        double near = depthOf(group.box.corner(frame.nearCorner), modelView);
+        double far = depthOf(group.box.corner(frame.farCorner), modelView);
+        if (near > far) {
+            std::swap(near, far);
+        }
+        if (far < 0.0) {
+            continue; // behind the eye
+        }
+        isSeen = true;
+        frame.near = std::min(frame.near, near);
+        frame.far = std::max(frame.far, far);
+    }
+    if (isCrossing) {
+        visitor.popModelViewMatrix();
+    }
+    if (!isSeen) {
+        return;
+    }
+    // Whoever wants every triangle gets both of its sides: at the rim of a body a back face may win by a rounding.
+    const bool isSolid = frame.tolerance > 0.0f && entry.mesh->isClosed && frame.isRightHanded;
+    batch(frame).add(
+        {modelView, entry.mesh, levelOf(place, *entry.mesh, frame), isSolid ? static_cast<float>(frame.depth) : 0.0f});
+}
+
+/// A counted matrix: one that no view holds any more.
+osg::RefMatrix* KrDrawPlan::kept(const osg::Matrixd& matrix)
+{
+    auto place = std::find_if(m_matrices.begin(), m_matrices.end(),
+                              [](const osg::ref_ptr<osg::RefMatrix>& known) { return known->referenceCount() == 1; });
+    if (place == m_matrices.end()) {
+        m_matrices.push_back(new osg::RefMatrix);
+        place = m_matrices.end() - 1;
+    }
+    (*place)->set(matrix);
+    return *place;
+}
+
+std::size_t KrDrawPlan::levelOf(std::size_t place, const KrMeshArena::Mesh& mesh, const Frame& frame) const
+{
+    if (frame.tolerance <= 0.0f || (frame.isPerspective && frame.depth <= 0.0)) {
+        return 0;
+    }
+    const double pixels = frame.scale * frame.pixels / (frame.isPerspective ? frame.depth : 1.0);
+    const auto coarsest = [&](double tolerance) {
+        std::size_t level = 0;
+        while (level + 1 < mesh.errors.size() && static_cast<double>(mesh.errors[level + 1]) * pixels <= tolerance) {
+            ++level;
+        }
+        return level;
+    };
+    const std::size_t allowed = coarsest(static_cast<double>(frame.tolerance));
+    std::uint8_t& last = frame.view.levels[place];
+    // Coarser only when it is well within the tolerance: a robot at the edge of two levels does not change all the
+    // time.
+    const std::size_t level = last == kNoLevel || allowed <= last
+                                  ? allowed
+                                  : std::max<std::size_t>(last, coarsest(0.8 * static_cast<double>(frame.tolerance)));
+    last = static_cast<std::uint8_t>(std::min<std::size_t>(level, kNoLevel - 1));
+    return level;
+}
+
+/// The batch of the frame and view at hand.
+KrMeshBatch& KrDrawPlan::batch(Frame& frame)
+{
+    if (frame.batch != nullptr) {
+        return *frame.batch;
+    }
+    // One that no view holds any more.
+    auto place = std::find_if(m_batches.begin(), m_batches.end(),
+                              [](const osg::ref_ptr<KrMeshBatch>& batch) { return batch->referenceCount() == 1; });
+    if (place == m_batches.end()) {
+        m_batches.push_back(new KrMeshBatch);
+        place = m_batches.end() - 1;
+    }
+    frame.batch = *place;
+    osgUtil::CullVisitor& visitor = frame.visitor;
+    m_table->setLightModel(KrInheritedState::lightModel(visitor));
+    frame.batch->begin(m_table->arena(), KrInheritedState::areBackFacesCulled(visitor));
+    visitor.pushStateSet(m_table->arena().base());
+    // The matrix is one that the view holds anyway: every item brings its own.
+    visitor.addDrawableAndDepth(frame.batch, visitor.getModelViewMatrix(), 0.0f);
+    visitor.popStateSet();
+    return *frame.batch;
+}

@@ -1,0 +1,203 @@
+#pragma once
+
+#include <rendCore/base/private/KrDrawSettings.h>
+#include <rendCore/draw/private/KrMeshArena.h>
+#include <rendCore/draw/private/KrMeshBatch.h>
+
+#include <osg/BoundingBox>
+#include <osg/BoundingSphere>
+#include <osg/Matrix>
+#include <osg/observer_ptr>
+#include <osg/ref_ptr>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace osg
+{
+class Callback;
+class Camera;
+class Drawable;
+class Geode;
+class Group;
+class Material;
+class MatrixTransform;
+class Node;
+class NodeVisitor;
+class StateSet;
+} // namespace osg
+namespace osgUtil
+{
+class CullVisitor;
+}
+class KrGroupGeometry;
+class KrRenderLink;
+class KrRenderManipulator;
+class KrRenderShape;
+
+/// The meshes of a scene as they are drawn: an arena, and what it has of each shape.
+///
+/// Shared by the manipulators of a scene, so that robots that share shapes share buffers. Scene thread only.
+class KrShapeTable : public osg::Referenced
+{
+public:
+    /// One group of a shape as it was taken over; a group that looks otherwise since then is drawn by the graph.
+    struct Group
+    {
+        const KrGroupGeometry* geometry = nullptr;
+        std::uint32_t version = 0;
+        osg::ref_ptr<const osg::StateSet> states;
+        std::size_t numAttributes = 0;
+        std::size_t numModes = 0;
+        std::size_t numTextureModes = 0;
+        int renderingHint = 0;
+        const osg::Material* material = nullptr; ///< that of `states`; null for none
+        osg::ref_ptr<const osg::Material> look;  ///< what it said
+        osg::BoundingBox box;                    ///< in the shape's frame, m
+    };
+    struct Entry
+    {
+        osg::observer_ptr<KrRenderShape> shape; ///< it may go before the table does
+        std::vector<Group> groups;
+        const KrMeshArena::Mesh* mesh = nullptr; ///< null where the arena does not have it
+        bool isTranslucent = false;              ///< all of it: drawn behind what is opaque, by the graph
+        // What `isAsTaken` found last, and when.
+        unsigned int checkedIn = 0;
+        bool wasAsTaken = false;
+    };
+
+    KrShapeTable();
+
+    const KrMeshArena& arena() const { return *m_arena; }
+    void setLightModel(const osg::LightModel* model) { m_arena->setLightModel(model); }
+    void resizeGLObjectBuffers(unsigned int maxSize) { m_arena->resizeGLObjectBuffers(maxSize); }
+    void releaseGLObjects(osg::State* state) const { m_arena->releaseGLObjects(state); }
+    /// Takes the shape over where that was not tried before. Borrowed from the table.
+    Entry& entry(KrRenderShape& shape);
+    /// Takes all shapes over anew where their coarser levels were left out until now.
+    void demandLevels();
+    /// Counts how often that happened, from 1 on.
+    unsigned int generation() const { return m_hasLevels ? 2 : 1; }
+    /// Before a view culls the first manipulator of a frame, and before each further one.
+    void beginFrame(const void* view, unsigned int frame);
+    /// Whether the shape says what it said when it was taken over. Looks once a frame, however many links share it.
+    bool isAsTaken(Entry& entry) const;
+
+protected:
+    ~KrShapeTable() override;
+
+private:
+    void takeOver(Entry& entry) const;
+
+    bool m_hasLevels = false;
+    const void* m_view = nullptr; ///< of the frame at hand; a name only
+    unsigned int m_viewFrame = 0;
+    unsigned int m_frame = 0; ///< counts frames of all views
+    osg::ref_ptr<KrMeshArena> m_arena;
+    std::map<const KrRenderShape*, Entry> m_entries;
+};
+
+/// How one manipulator is updated and culled without the general traversals, which cost more than what is drawn.
+///
+/// A list of its links in depth-first pre-order, with what hangs under each. Every frame looks whether the graph is
+/// still what the list says, which takes a few comparisons a node; what has changed is taken up anew. Where a
+/// manipulator shows more than its links and their meshes (a selection, an aid, a client's node or callback or state
+/// set) the general traversals have it as a whole: of two surfaces at one depth the one that is drawn first is seen,
+/// and the order is the graph's. Poses, the planes near and far, and pixels are those of the general traversals. Scene
+/// thread only.
+class KrDrawPlan : public KrFrameParticipant, public std::enable_shared_from_this<KrDrawPlan>
+{
+public:
+    KrDrawPlan(KrRenderManipulator& manipulator, const osg::ref_ptr<KrShapeTable>& table);
+    ~KrDrawPlan() override;
+
+    /// Calls what the update visitor would call. False, with nothing done, where the tree asks for the visitor itself.
+    bool update(osg::NodeVisitor& visitor);
+    /// Hands the manipulator, below whose parent the visitor stands, to the view. False, with nothing done, where it is
+    /// for the general traversal.
+    bool cull(osgUtil::CullVisitor& visitor);
+
+    /// A frame begins by asking the scene for its size, for which all that moved would be measured anew: the
+    /// manipulator says its old one, until the frame ends or somebody needs it.
+    void beginDrawing() override;
+    void endDrawing() override;
+
+    const osg::ref_ptr<KrShapeTable>& table() const { return m_table; }
+
+private:
+    enum class Kind
+    {
+        Link,
+        DhFrame,
+        Shape,
+        Other
+    };
+    /// Where the meshes of a link are.
+    enum class Sight
+    {
+        Inside,
+        Crossing, ///< the border of what is seen
+        Outside,
+        Unknown
+    };
+    /// A mesh that a view has not shown yet.
+    static constexpr std::uint8_t kNoLevel = 255;
+
+    struct Child
+    {
+        osg::ref_ptr<osg::Node> node; ///< kept, so that its address means nobody else
+        Kind kind = Kind::Other;
+        KrShapeTable::Entry* entry = nullptr; ///< of a shape
+    };
+    struct Link
+    {
+        KrRenderLink* node = nullptr;
+        osg::MatrixTransform* dhFrame = nullptr; ///< null where it is no plain one
+        std::size_t parent = 0;                  ///< its own number for a root
+        std::size_t end = 0;                     ///< the number behind the last link below
+        std::size_t firstChild = 0;              ///< those of the node, then those of the DH frame
+        std::size_t firstDhChild = 0;
+        std::size_t endChild = 0;
+        const osg::Callback* updateCallback = nullptr;
+        unsigned int numUpdating = 0; ///< children that want the update visitor
+        osg::BoundingSphere sphere;   ///< around the meshes, DH frame
+    };
+    /// What one view saw last.
+    struct View
+    {
+        osg::observer_ptr<osg::Camera> camera;
+        std::vector<std::uint8_t> levels; ///< of each entry of `m_children`
+    };
+    struct Frame;
+
+    void keepListed();
+    bool isAsListed() const;
+    void list();
+    void listLink(KrRenderLink& link, std::size_t parent);
+    void listChildren(osg::Group& group, Link& link);
+    bool canUpdate(const osg::NodeVisitor& visitor) const;
+    View& viewOf(osg::Camera& camera);
+    void cullLink(std::size_t number, Frame& frame);
+    bool isDirect(const osg::NodeVisitor& visitor);
+    Sight see(const osg::BoundingSphere& sphere, const osg::Matrixd& modelView, Frame& frame) const;
+    void cullShape(std::size_t place, const osg::Matrixd& modelView, bool isCrossing, Frame& frame);
+    std::size_t levelOf(std::size_t place, const KrMeshArena::Mesh& mesh, const Frame& frame) const;
+    KrMeshBatch& batch(Frame& frame);
+    osg::RefMatrix* kept(const osg::Matrixd& matrix);
+
+    KrRenderManipulator& m_manipulator;
+    osg::ref_ptr<KrShapeTable> m_table;
+    unsigned int m_listed = 0;  ///< the table's generation when the list was made; 0 for never
+    std::vector<Child> m_roots; ///< of the manipulator
+    std::vector<Link> m_links;
+    std::vector<Child> m_children;
+    osg::Matrixd m_modelView;               ///< of the manipulator, in the frame and view at hand
+    std::vector<osg::Matrixd> m_modelViews; ///< of each link, in the frame and view at hand
+    std::vector<osg::ref_ptr<KrMeshBatch>> m_batches;
+    std::vector<osg::ref_ptr<osg::RefMatrix>> m_matrices;
+    std::vector<osg::Node*> m_path; ///< to what is handed over
+    std::vector<View> m_views;
+};

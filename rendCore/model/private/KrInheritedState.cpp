@@ -1,0 +1,80 @@
+#include <rendCore/model/private/KrInheritedState.h>
+
+#include <osg/CullFace>
+#include <osg/LightModel>
+#include <osg/PolygonMode>
+#include <osg/StateSet>
+#include <osgUtil/CullVisitor>
+
+bool KrInheritedState::isLit(osgUtil::CullVisitor& visitor)
+{
+    osg::StateAttribute::GLModeValue lighting = osg::StateAttribute::ON;
+    // From the leaf to the root: the last one that overrides counts, else the first one.
+    bool isFound = false;
+    for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
+        // The root of a state graph has none.
+        const osg::StateSet* const states = graph->getStateSet();
+        if (states == nullptr) {
+            continue;
+        }
+        const osg::StateAttribute::GLModeValue value = states->getMode(GL_LIGHTING);
+        if ((value & osg::StateAttribute::INHERIT) == 0 && (!isFound || (value & osg::StateAttribute::OVERRIDE) != 0)) {
+            lighting = value;
+            isFound = true;
+        }
+    }
+    return (lighting & osg::StateAttribute::ON) != 0;
+}
+
+bool KrInheritedState::areBackFacesCulled(osgUtil::CullVisitor& visitor)
+{
+    bool isCulled = false;
+    for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
+        const osg::StateSet* const states = graph->getStateSet();
+        if (states == nullptr) {
+            continue;
+        }
+        // Fronts that are backs: not worth thinking about.
+        if (states->getAttribute(osg::StateAttribute::FRONTFACE) != nullptr) {
+            return false;
+        }
+        constexpr unsigned int kOnOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
+        const auto* const face = static_cast<const osg::CullFace*>(states->getAttribute(osg::StateAttribute::CULLFACE));
+        // The last one that overrides is the one that counts.
+        if ((states->getMode(GL_CULL_FACE) & (kOnOverride | osg::StateAttribute::INHERIT)) == kOnOverride) {
+            isCulled = face != nullptr && face->getMode() == osg::CullFace::BACK;
+        } else if ((states->getMode(GL_CULL_FACE) & osg::StateAttribute::OVERRIDE) != 0) {
+            isCulled = false;
+        }
+    }
+    return isCulled;
+}
+
+const osg::LightModel* KrInheritedState::lightModel(osgUtil::CullVisitor& visitor)
+{
+    for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
+        const osg::StateSet* const states = graph->getStateSet();
+        const osg::StateAttribute* const model =
+            states == nullptr ? nullptr : states->getAttribute(osg::StateAttribute::LIGHTMODEL);
+        if (model != nullptr) {
+            return static_cast<const osg::LightModel*>(model);
+        }
+    }
+    return nullptr;
+}
+
+bool KrInheritedState::isFilled(osgUtil::CullVisitor& visitor)
+{
+    for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
+        const osg::StateSet* const states = graph->getStateSet();
+        const auto* const mode =
+            states == nullptr
+                ? nullptr
+                : static_cast<const osg::PolygonMode*>(states->getAttribute(osg::StateAttribute::POLYGONMODE));
+        if (mode != nullptr && (mode->getMode(osg::PolygonMode::FRONT) != osg::PolygonMode::FILL ||
+                                mode->getMode(osg::PolygonMode::BACK) != osg::PolygonMode::FILL)) {
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+namespace osg
+{
+class LightModel;
+}
+namespace osgUtil
+{
+class CullVisitor;
+}
+
+/// What holds for a node that is being culled by what stands above it, whatever it says of itself.
+namespace KrInheritedState
+{
+
+/// Whether lighting is on: unless something above overrides it, what is nearest decides, and it is on by itself.
+bool isLit(osgUtil::CullVisitor& visitor);
+/// Whether back faces are left out, here and below, because something above overrides it.
+bool areBackFacesCulled(osgUtil::CullVisitor& visitor);
+/// The light model that is nearest above; null for none. Borrowed.
+const osg::LightModel* lightModel(osgUtil::CullVisitor& visitor);
+/// Whether polygons are filled; lines and points are a polygon mode of some node above.
+bool isFilled(osgUtil::CullVisitor& visitor);
+
+} // namespace KrInheritedState
