@@ -183,7 +183,7 @@ public:
 TEST_F(KrRenderAidsTest, AidsThatAreOffCostAFrameNothing)
 {
     const std::vector<unsigned int> off = work();
-    EXPECT_GE(off[0], 2u);
+    EXPECT_GE(off[0], 1u);
     window.setDisplayMask(KrRenderTypes::LinkAxes | KrRenderTypes::BoundingVolumes | KrRenderTypes::MassProperties,
                           true, false);
     EXPECT_GT(work()[0], off[0] + 4) << "two volumes, an ellipsoid, axes";
@@ -218,6 +218,7 @@ TEST_F(KrRenderAidsTest, CollisionShapesVeilWhatIsSeenAndMoveWithTheirLink)
     pov.setUp(KrVector(0.0, 1.0, 0.0));
     window.setPovParameters(pov);
 
+    window.setDirectDrawing(false); // the graph's leaves are counted below
     const std::vector<unsigned int> off = work();
     const std::vector<unsigned char> before = picture();
     const osg::Vec3d start(0.8, 0.0, 1.25), end(1.7, 0.0, 1.25), ballTop(3.0, 0.0, 1.5), postTop(-2.0, -2.0, 1.0);

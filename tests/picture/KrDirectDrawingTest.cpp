@@ -1,0 +1,247 @@
+#include <import/KrRobotImporter.h>
+#include <picture/KrPictureScene.h>
+#include <rendCore/model/KrRenderLink.h>
+#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <GL/gl.h>
+#include <gtest/gtest.h>
+
+#include <osg/Material>
+#include <osg/MatrixTransform>
+#include <osg/ShapeDrawable>
+#include <osgUtil/RenderStage>
+#include <osgUtil/Statistics>
+#include <osgViewer/Renderer>
+#include <osgViewer/Viewer>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// Every robot and system at hand: the samples, and real ones where they lie beside the project.
+std::vector<std::string> files()
+{
+    std::vector<std::string> found;
+    for (const char* const sample :
+         {"industrial_arm.urdf", "textured_rover.xml", "dual_arm_base.xml", "hose.xml", "plume.xml"}) {
+        found.push_back(std::string(KR_SAMPLES "/") + sample);
+    }
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(KR_ROBOTS, error)) {
+        if (entry.path().extension() == ".urdf") {
+            found.push_back(entry.path().string());
+        }
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+/// Draws one system the direct way and the graph's, in turns.
+class Both
+{
+public:
+    explicit Both(const std::string& file)
+    {
+        KrImportOptions options;
+        KrImportReport report;
+        KrVisualizableStatedSystem native;
+        if (fs::path(file).extension() == ".urdf") {
+            EXPECT_TRUE(KrRobotImporter::readFile(file, options, system, report));
+        } else {
+            EXPECT_TRUE(native.readFile(file));
+            system = native.statedSystem();
+        }
+        open();
+    }
+
+    /// Pixels in which colours or depths differ.
+    std::size_t difference()
+    {
+        std::size_t count = 0;
+        for (const unsigned int kind : {KrSGWindow::CaptureColor, KrSGWindow::CaptureDepth}) {
+            KrImage pictures[2];
+            for (const bool isDirect : {false, true}) {
+                window().setDirectDrawing(isDirect);
+                EXPECT_TRUE(window().renderSceneAndCaptureImage(pictures[isDirect ? 1 : 0], kind));
+                EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+            }
+            const std::size_t size = pictures[0].sizeInBytes();
+            for (std::size_t i = 0; i < size; ++i) {
+                count += pictures[0].data()[i] != pictures[1].data()[i] ? 1 : 0;
+            }
+            isEmpty = isEmpty && std::count(pictures[0].data(), pictures[0].data() + size, pictures[0].data()[0]) ==
+                                     static_cast<std::ptrdiff_t>(size);
+        }
+        return count;
+    }
+    void pose(double position)
+    {
+        KrManipulatorSystemState state = system.systemState();
+        for (KrPositionState& manipulator : state.positionStates()) {
+            for (KrXmlBasicType<double>& joint : manipulator.jointPositions()) {
+                joint.setValue(position);
+            }
+        }
+        window().setState(state);
+    }
+    KrRenderWindow& window() { return scene.window(); }
+    /// Leaves of the last frame's render graph.
+    unsigned int numLeaves()
+    {
+        osgUtil::Statistics statistics;
+        auto* const renderer = dynamic_cast<osgViewer::Renderer*>(window().getViewer()->getCamera()->getRenderer());
+        renderer->getSceneView(0)->getRenderStage()->getStats(statistics);
+        return static_cast<unsigned int>(statistics.numDrawables);
+    }
+
+    KrStatedSystem system;
+    KrPictureScene scene;
+    bool isEmpty = true; ///< whether no picture showed anything
+
+private:
+    void open()
+    {
+        std::string reason;
+        EXPECT_TRUE(scene.open(160, 120, 1, reason) && scene.show(system, reason)) << reason;
+    }
+};
+
+/// The first link that has a shape.
+std::string shownLink(const KrStatedSystem& system)
+{
+    for (const KrManipulatorLink* const link : system.manipulatorSystem().manipulators()[0].links()) {
+        if (link->numShapes() != 0) {
+            return link->name();
+        }
+    }
+    return {};
+}
+
+class KrDirectDrawingOfFiles : public testing::TestWithParam<std::string>
+{
+};
+
+std::string nameOf(const testing::TestParamInfo<std::string>& file)
+{
+    std::string name = fs::path(file.param).stem().string();
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+    return name;
+}
+
+} // namespace
+
+TEST_P(KrDirectDrawingOfFiles, GivesThePicturesOfTheGraph)
+{
+    Both both(GetParam());
+    KrRenderWindow& window = both.window();
+    EXPECT_EQ(both.difference(), 0u);
+    EXPECT_FALSE(both.isEmpty);
+    both.pose(0.3);
+    EXPECT_EQ(both.difference(), 0u) << "moved";
+    for (const unsigned int attribute : {KrSGWindow::Lighting, KrSGWindow::Texturing, KrSGWindow::Wireframe,
+                                         KrSGWindow::SmoothShading, KrSGWindow::CullBackFaces}) {
+        const bool isOn = (window.viewerAttribute() & attribute) != 0;
+        window.setViewerAttribute(attribute, !isOn);
+        EXPECT_EQ(both.difference(), 0u) << "attribute " << attribute;
+        window.setViewerAttribute(attribute, isOn);
+    }
+    for (const unsigned int mask : {KrRenderTypes::LinkAxes, KrRenderTypes::BoundingVolumes,
+                                    KrRenderTypes::MassProperties, KrRenderTypes::CollisionShapes}) {
+        window.setDisplayMask(mask, true, false);
+        EXPECT_EQ(both.difference(), 0u) << "mask " << mask;
+        window.setDisplayMask(mask, false, false);
+    }
+    const std::string link = shownLink(both.system);
+    both.system.selectLink(0, link);
+    EXPECT_EQ(both.difference(), 0u) << "selected: " << link;
+    both.system.deselectLink(0, link);
+    EXPECT_EQ(both.difference(), 0u) << "no longer selected";
+    // So near that links cross the borders, and the eye is in the middle of them.
+    KrPovParameters pov = window.getPovParameters();
+    const KrVector eye = pov.eyepoint();
+    for (const double part : {0.4, 0.1, 0.0}) {
+        pov.setEyepoint(pov.centerOfInterest() + (eye - pov.centerOfInterest()) * part + KrVector(0.01, 0.0, 0.0));
+        window.setPovParameters(pov);
+        EXPECT_EQ(both.difference(), 0u) << "at " << part << " of the distance";
+    }
+}
+
+// Whatever a client does to the graph is in the next picture.
+TEST(KrDirectDrawing, SeesWhatAClientChanges)
+{
+    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    ASSERT_EQ(both.difference(), 0u);
+    const unsigned int numDirect = both.numLeaves();
+    both.window().setDirectDrawing(false);
+    both.window().renderScene(false);
+    EXPECT_LT(numDirect + 10, both.numLeaves()) << "one leaf for the robot, not one for each group";
+
+    class Finder : public osg::NodeVisitor
+    {
+    public:
+        Finder()
+            : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN)
+        {
+        }
+        void apply(osg::MatrixTransform& node) override
+        {
+            auto* const found = dynamic_cast<KrRenderLink*>(&node);
+            link = found != nullptr && found->getLink()->numShapes() != 0 ? found : link;
+            traverse(node);
+        }
+        KrRenderLink* link = nullptr; ///< the last one with a shape
+    } finder;
+    both.window().getNode()->accept(finder);
+    ASSERT_NE(finder.link, nullptr);
+    KrRenderLink& link = *finder.link;
+    auto& shape = dynamic_cast<KrRenderShape&>(*link.getDhFrame()->getChild(0));
+    osg::Geometry& group = *shape.getDrawable(0)->asGeometry();
+    auto& material = dynamic_cast<osg::Material&>(*group.getStateSet()->getAttribute(osg::StateAttribute::MATERIAL));
+
+    KrImage before;
+    const auto expectSeen = [&](const char* what) {
+        EXPECT_EQ(both.difference(), 0u) << what;
+        KrImage after;
+        EXPECT_TRUE(both.window().renderSceneAndCaptureImage(after, KrSGWindow::CaptureColor));
+        EXPECT_FALSE(std::equal(before.data(), before.data() + before.sizeInBytes(), after.data())) << what;
+        before = after;
+    };
+    ASSERT_TRUE(both.window().renderSceneAndCaptureImage(before, KrSGWindow::CaptureColor));
+
+    material.setDiffuse(osg::Material::FRONT_AND_BACK, osg::Vec4(0.0f, 1.0f, 0.0f, 1.0f));
+    expectSeen("a material");
+    auto& vertices = dynamic_cast<osg::Vec3Array&>(*group.getVertexArray());
+    for (osg::Vec3& vertex : vertices) {
+        vertex *= 1.2f;
+    }
+    group.dirtyGLObjects();
+    group.dirtyBound();
+    expectSeen("vertices");
+    const osg::ref_ptr<osg::Geode> ball = new osg::Geode;
+    ball->addDrawable(new osg::ShapeDrawable(new osg::Sphere(osg::Vec3(), 0.2f)));
+    link.addChild(ball);
+    expectSeen("a node");
+    ball->setNodeMask(0);
+    expectSeen("a mask");
+    const osg::ref_ptr<osg::Material> red = new osg::Material;
+    red->setDiffuse(osg::Material::FRONT_AND_BACK, osg::Vec4(1.0f, 0.0f, 0.0f, 1.0f));
+    link.getOrCreateStateSet()->setAttributeAndModes(red, osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE);
+    expectSeen("a state set");
+    link.setNodeMask(0);
+    expectSeen("a link that is hidden");
+    link.setNodeMask(~0u);
+    expectSeen("and shown");
+    class Hide : public osg::NodeCallback
+    {
+        void operator()(osg::Node*, osg::NodeVisitor*) override {}
+    };
+    shape.setCullCallback(new Hide);
+    expectSeen("a callback");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, KrDirectDrawingOfFiles, testing::ValuesIn(files()), nameOf);
