@@ -131,6 +131,8 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
     app.add_option("--samples", words.samples, "Drawn pixels per pixel: 1, 4, 9 or 16 [4]")
         ->type_name("N")
         ->group("Picture");
+    app.add_flag("--exact", options.exact, "Draw every triangle; otherwise meshes may err by half a drawn pixel")
+        ->group("Picture");
     app.add_option("--background", words.background, "Colour: a name, #rrggbb, or r,g,b from 0 to 1 [#eef0f4]")
         ->type_name("COLOUR")
         ->group("Picture");
@@ -498,7 +500,9 @@ void readImport(const Words& words, KrAppOptions& options)
 {
     options.import.useCache = !words.noCache;
     const bool isDrawn = options.drawsPictures() || options.view || !options.rangeMap.path.empty();
-    options.import.preparation = isDrawn ? KrImportOptions::Preparation::Drawing : KrImportOptions::Preparation::None;
+    options.import.preparation = !isDrawn        ? KrImportOptions::Preparation::None
+                                 : options.exact ? KrImportOptions::Preparation::Drawing
+                                                 : KrImportOptions::Preparation::Levels;
     if (!words.cacheLimit.empty()) {
         // More than any disk has is no limit that somebody means, and as bytes it still is a number.
         constexpr std::uint64_t kMost = std::uint64_t{1} << 40;

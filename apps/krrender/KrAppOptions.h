@@ -77,6 +77,7 @@ struct KrAppOptions
     std::optional<double> framesPerSecond; ///< at which the states of a motion follow each other
 
     KrImportOptions import; ///< with a cache, unless it is not wanted
+    bool exact = false;     ///< every triangle is drawn
     bool strict = false;
     bool quiet = false;
 
@@ -87,6 +88,8 @@ struct KrAppOptions
     double verticalFieldOfView() const; ///< rad
     /// Of the automatic point of view.
     KrVector towardsEye() const;
+    /// The error that meshes may show, drawn pixels.
+    float levelOfDetail() const { return exact ? 0.0f : 0.5f; }
 
     /// Where the description of `picture` is written: beside it as `picture`.json, or as --sidecar has it.
     std::string sidecarOf(const std::string& picture) const;

@@ -157,6 +157,7 @@ void KrAppPictures::makeTiles(const KrColor& background)
 void KrAppPictures::openScene()
 {
     m_scene.window().setName("krrender");
+    m_scene.window().setLevelOfDetail(m_options.levelOfDetail());
     const unsigned int width = m_tiles ? m_tiles->tileWidth() : m_options.width;
     const unsigned int height = m_tiles ? m_tiles->tileHeight() : m_options.height;
     std::string reason;

@@ -140,11 +140,12 @@ private:
 };
 
 KrAppView::KrAppView(const std::string& title, unsigned int width, unsigned int height, unsigned int samples,
-                     KrAppMessages& messages)
+                     float levelOfDetail, KrAppMessages& messages)
     : m_messages(messages)
 {
     m_window.setName(title);
     m_window.setWindowSize(width, height);
+    m_window.setLevelOfDetail(levelOfDetail);
     // By GLX: pictures may be drawn without a display, a window may not.
     m_window.setImpl(std::make_unique<KrGlxWindowImpl>(samples > 1 ? samples : 0));
     if (!m_window.init()) {

@@ -17,8 +17,9 @@ public:
     /// Opens the window. Throws KrAppFailure (CouldNot) without a display.
     /// @param width, height  pixels
     /// @param samples        drawn for each pixel
+    /// @param levelOfDetail  error that meshes may show, pixels
     KrAppView(const std::string& title, unsigned int width, unsigned int height, unsigned int samples,
-              KrAppMessages& messages);
+              float levelOfDetail, KrAppMessages& messages);
 
     /// Shows `motion` over and over, until the user closes the window. Throws KrAppFailure (CouldNot) when the window
     /// cannot be drawn any more.

@@ -149,7 +149,8 @@ void checkSize(const KrAppOptions& options, const KrStatedSystem& system, std::v
 void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, KrMotion& motion, KrAppMessages& messages)
 {
     // Before the keys are printed: without a display there are none.
-    KrAppView window("krrender - " + options.robot, options.width, options.height, options.samples, messages);
+    KrAppView window("krrender - " + options.robot, options.width, options.height, options.samples,
+                     options.levelOfDetail(), messages);
     if (!options.quiet && !options.isStandardOutputTaken()) {
         std::fputs(KrAppView::bindings().c_str(), stdout);
         std::fflush(stdout);

@@ -216,6 +216,7 @@ bool KrDepthCapture::render(KrSGWindow& window, const Options& options, std::vec
     window.setDrawCallback(m_reader);
     const bool isDrawn = window.renderScene(true);
     window.setDrawCallback(previous);
+    m_levelOfDetail = window.levelOfDetail();
     const char* failure = isDrawn ? m_reader->failure() : "no frame was drawn";
     try {
         if (!failure) {
@@ -269,6 +270,11 @@ double KrDepthCapture::errorBound(double depth) const
     const double w = terms.d - terms.c * depth;
     // How far the depth moves for the whole range of the depth buffer, at this depth's rate.
     const double rate = 2.0 * w * w / std::abs(terms.a * terms.d - terms.b * terms.c);
-    return rate * (0.5 * std::ldexp(1.0, -static_cast<int>(m_depthBits)) + kDriverSteps * kSinglePrecision) +
+    // Of simplified meshes: what a pixel is wide at this depth, or anywhere where rays are parallel.
+    const double pixels =
+        0.5 * std::max(m_width * std::abs(m_projection(0, 0)), m_height * std::abs(m_projection(1, 1)));
+    const double width = m_levelOfDetail > 0.0f ? (m_projection(3, 3) == 0.0 ? std::abs(depth) : 1.0) / pixels : 0.0;
+    return static_cast<double>(m_levelOfDetail) * width +
+           rate * (0.5 * std::ldexp(1.0, -static_cast<int>(m_depthBits)) + kDriverSteps * kSinglePrecision) +
            std::abs(depth) * kSinglePrecision;
 }

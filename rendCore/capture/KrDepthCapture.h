@@ -67,8 +67,10 @@ public:
     /// The largest error of a planar `depth`, m: half a step of the depth buffer, 12 x 2^-24 of its range for the
     /// single-precision arithmetic of a driver that interpolates depths over large triangles, and the rounding to
     /// float. For a perspective view with planes n and f that is about depth^2 (1/n - 1/f) (2^-bits / 2 + 12 x 2^-24).
-    /// A driver that places corners on a raster of its own adds what a slanted surface's depth changes within one of
-    /// its steps, often 1/256 of a pixel.
+    /// Meshes that may err by a part of a pixel (KrSGWindow::setLevelOfDetail) add as much of what a pixel is wide at
+    /// that depth: the surface lies no farther off, and a slanted one's depth changes accordingly. A driver that places
+    /// corners on a raster of its own adds what a slanted surface's depth changes within one of its steps, often 1/256
+    /// of a pixel.
     double errorBound(double depth) const;
 
     /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
@@ -87,5 +89,6 @@ private:
     unsigned int m_width = 0;
     unsigned int m_height = 0;
     unsigned int m_depthBits = 0;
+    float m_levelOfDetail = 0.0f; ///< pixels
     osg::Matrixd m_projection;
 };

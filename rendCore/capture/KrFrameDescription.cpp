@@ -109,6 +109,7 @@ bool KrFrameDescription::fill(const KrSGWindow& window)
     view = viewer->getCamera()->getViewMatrix();
     projection = KrDrawnProjection::of(*viewer);
     describeClipping(*this);
+    levelOfDetail = static_cast<double>(window.levelOfDetail());
     KrCameraIntrinsics camera;
     const bool isPinhole = KrCameraIntrinsics::fromProjection(projection, width, height, camera);
     // An orthographic picture has no focal length.
@@ -130,6 +131,7 @@ void KrFrameDescription::setPictureSize(unsigned int newWidth, unsigned int newH
         // The same view in other pixels; the pose does not change.
         intrinsics = intrinsics->scaledTo(newWidth, newHeight);
     }
+    levelOfDetail = width == 0 ? levelOfDetail : levelOfDetail * newWidth / width;
     width = newWidth;
     height = newHeight;
 }

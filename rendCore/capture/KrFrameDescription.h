@@ -50,6 +50,8 @@ struct KrFrameDescription
     osg::Matrixd projection;                      ///< eye axes to clip coordinates
     double near = 0.0; ///< distances of the clipping planes, m: those drawn with, which the window fits to the scene
     double far = 0.0;
+    /// The error that simplified meshes may show, in pixels of the picture; 0 where every triangle was drawn.
+    double levelOfDetail = 0.0;
     KrPovParameters pov; ///< what the window was told; `view` is what it did
 
     // The frame.
@@ -63,7 +65,8 @@ struct KrFrameDescription
     /// @return false, after one message, and no change, when no frame was drawn since the window was opened
     bool fill(const KrSGWindow& window);
 
-    /// The same frame as a picture of another size, which shows the same: size and intrinsics are scaled.
+    /// The same frame as a picture of another size, which shows the same: size, intrinsics and level of detail are
+    /// scaled.
     void setPictureSize(unsigned int newWidth, unsigned int newHeight);
 
     /// World to optical camera axes (x right, y down, z forward).

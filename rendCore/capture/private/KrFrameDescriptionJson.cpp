@@ -267,6 +267,7 @@ const char* readCamera(const Tree& tree, KrFrameDescription& out)
     readMatrix(tree, "/camera/projection", out.projection);
     readNumber(tree, "/camera/near", out.near);
     readNumber(tree, "/camera/far", out.far);
+    readNumber(tree, "/camera/levelOfDetail", out.levelOfDetail);
     KrVector eye, center, up;
     double fieldOfView = 0.0;
     if (readVector(tree, "/camera/pointOfView/eyepoint", eye) &&
@@ -319,6 +320,7 @@ std::string KrFrameDescriptionJson::text(const KrFrameDescription& frame)
     return "{\"format\": " + KrJson::quoted(kFormat) + ",\n\"version\": 1,\n\"picture\": " + picture +
            ",\n\"camera\": {\n  \"intrinsics\": " + (frame.intrinsics ? jsonOf(*frame.intrinsics) : "null") +
            ",\n  \"near\": " + KrJson::number(frame.near) + ", \"far\": " + KrJson::number(frame.far) +
+           ",\n  \"levelOfDetail\": " + KrJson::number(frame.levelOfDetail) +
            ",\n  \"worldToOptical\": " + jsonOf(frame.opticalView()) + ",\n  \"worldToOpenGL\": " + jsonOf(frame.view) +
            ",\n  \"projection\": " + jsonOf(frame.projection) + ",\n  \"pointOfView\": " + jsonOf(frame.pov) +
            "},\n\"frame\": " + when + ",\n\"manipulators\": " +
