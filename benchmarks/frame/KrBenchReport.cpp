@@ -76,8 +76,11 @@ std::string KrBenchReport::table() const
         format("%u x %u pixels, %u %s, %s%s, %zu triangles in %zu meshes and %zu groups%s%s\n", width, height, copies,
                copies == 1 ? "copy" : "copies", mode.c_str(), isCulled ? ", back faces culled" : "", triangles, meshes,
                groups, isOneTriangle ? ", one triangle each" : "", isStill ? ", standing still" : "");
-    text += renderer + (isSoftware ? " (software)" : "") +
-            format(", medians of %u rounds of %u frames; read in %.4g s\n\n", rounds, frames, loadSeconds);
+    // Instructions are counted by other processes; this one has drawn nothing.
+    text += renderer.empty() ? format("counted over %u frames", frames)
+                             : renderer + (isSoftware ? " (software)" : "") +
+                                   format(", medians of %u rounds of %u frames", rounds, frames);
+    text += format("; read in %.4g s\n\n", loadSeconds);
 
     text += format("%-34s", "");
     for (const Way& way : ways) {
