@@ -7,9 +7,13 @@
 #include <GL/gl.h>
 #include <osgViewer/Viewer>
 
-KrBenchOwnWay::KrBenchOwnWay(const KrBenchTask& task)
+KrBenchOwnWay::KrBenchOwnWay(const KrBenchTask& task, float levelPixels, bool isDirect)
     : m_task(task)
 {
+    m_window.setDirectDrawing(isDirect);
+    if (!m_window.setLevelOfDetail(levelPixels)) {
+        throw KrBenchFailure("that is no error for levels of detail");
+    }
 }
 
 void KrBenchOwnWay::open(unsigned int width, unsigned int height)

@@ -9,7 +9,9 @@ class KrBenchOwnWay : public KrBenchWay
 {
 public:
     /// Borrows `task`.
-    explicit KrBenchOwnWay(const KrBenchTask& task);
+    /// @param levelPixels  as KrSGWindow::setLevelOfDetail
+    /// @param isDirect     as KrSGWindow::setDirectDrawing
+    explicit KrBenchOwnWay(const KrBenchTask& task, float levelPixels = 0.0f, bool isDirect = true);
 
     void open(unsigned int width, unsigned int height) override;
     void setSize(unsigned int width, unsigned int height) override;

@@ -6,7 +6,7 @@
 
 const std::vector<std::string>& KrBenchWay::names()
 {
-    static const std::vector<std::string> all = {"ours", "groups", "merged"};
+    static const std::vector<std::string> all = {"ours", "graph", "levels", "groups", "merged"};
     return all;
 }
 
@@ -14,6 +14,12 @@ std::unique_ptr<KrBenchWay> KrBenchWay::make(const std::string& name, const KrBe
 {
     if (name == "ours") {
         return std::make_unique<KrBenchOwnWay>(task);
+    }
+    if (name == "graph") {
+        return std::make_unique<KrBenchOwnWay>(task, 0.0f, false);
+    }
+    if (name == "levels") {
+        return std::make_unique<KrBenchOwnWay>(task, task.levelPixels);
     }
     if (name == "groups") {
         return std::make_unique<KrBenchBareWay>(task, KrBenchBareWay::Calls::AGroup);

@@ -16,8 +16,9 @@ struct KrBenchTask
     KrStatedSystem system;
     std::vector<KrManipulatorSystemState> states; ///< one for each frame, over and over
     KrVisualizationParameters parameters;
-    bool isStill = false; ///< the first state in every frame
-    bool cull = false;    ///< back faces are left out
+    bool isStill = false;     ///< the first state in every frame
+    bool cull = false;        ///< back faces are left out
+    float levelPixels = 0.0f; ///< error that "levels" may show
 
     const KrManipulatorSystemState& stateOf(unsigned int frame) const
     {
@@ -37,7 +38,8 @@ public:
         Depth
     };
 
-    /// The names of all ways, our own first: "ours", "groups", "merged".
+    /// The names of all ways: "ours" first; "graph", ours with every traversal of the scene graph; "levels", ours with
+    /// levels of detail; "groups" and "merged", plain OpenGL.
     static const std::vector<std::string>& names();
     /// The way of that name, closed. Throws KrBenchFailure for any other.
     static std::unique_ptr<KrBenchWay> make(const std::string& name, const KrBenchTask& task);

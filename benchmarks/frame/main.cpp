@@ -49,6 +49,7 @@ struct Options
     std::string json;
     std::string pictures;
     std::string profiles;
+    float levels = 0.0f;
     bool oneTriangle = false;
     bool still = false;
     bool cull = false;
@@ -81,10 +82,12 @@ void addOptions(CLI::App& app, Options& options)
     app.add_option("--mode", options.mode, "What a frame ends in: render, color or depth capture [render]")
         ->check(CLI::IsMember({"render", "color", "depth"}));
     app.add_option("--way", options.ways,
-                   "Only this way of drawing: ours; groups, plain OpenGL with one call a triangle group; merged, plain "
-                   "OpenGL with one call a mesh. May be given again [all]")
+                   "Only this way of drawing: ours; graph, ours with every traversal of the scene graph; levels, ours "
+                   "with levels of detail; groups, plain OpenGL with one call a triangle group; merged, plain OpenGL "
+                   "with one call a mesh. May be given again [ours, groups, merged, and levels with --levels]")
         ->allow_extra_args(false)
         ->check(CLI::IsMember(KrBenchWay::names()));
+    app.add_option("--levels", options.levels, "Error on the screen that levels of detail may show, pixels");
     app.add_flag("--cull", options.cull, "Back faces are left out");
     app.add_flag("--one-triangle", options.oneTriangle, "Keep one triangle of every group: the scene's own cost");
     app.add_flag("--still", options.still, "No new pose for each frame");
@@ -126,6 +129,7 @@ std::unique_ptr<KrBenchTask> taskOf(const Options& options, const KrBenchRobot& 
     task->states = KrBenchSystem::swinging(task->system, 64);
     task->isStill = options.still;
     task->cull = options.cull;
+    task->levelPixels = options.levels;
     return task;
 }
 
@@ -292,7 +296,8 @@ KrBenchReport reportOf(const Options& options, const KrBenchRobot& robot, const 
     report.meshes = KrBenchSystem::numMeshes(task.system);
     report.groups = KrBenchSystem::numGroups(task.system);
     for (const std::string& name : KrBenchWay::names()) {
-        if (options.ways.empty() || std::count(options.ways.begin(), options.ways.end(), name) > 0) {
+        const bool isUsual = name != "graph" && (name != "levels" || options.levels > 0.0f);
+        if (options.ways.empty() ? isUsual : std::count(options.ways.begin(), options.ways.end(), name) > 0) {
             report.ways.emplace_back();
             report.ways.back().name = name;
         }
