@@ -29,9 +29,11 @@ KrLateGeometry::KrLateGeometry(const osg::Geometry& look, const osg::BoundingBox
     , m_arrays(std::move(arrays))
 {
     // Empty, not missing: who walks the scene finds what every other geometry has.
-    const osg::ref_ptr<osg::Vec3Array> normals = new osg::Vec3Array;
-    setVertexArray(new osg::Vec3Array);
-    setNormalArray(normals, osg::Array::BIND_PER_VERTEX);
+    const osg::ref_ptr<osg::Vec3Array> vertices = new osg::Vec3Array;
+    // Else they would all go into the buffer object of the colour, which many share and which is searched each time.
+    vertices->setVertexBufferObject(new osg::VertexBufferObject);
+    setVertexArray(vertices);
+    setNormalArray(new osg::Vec3Array, osg::Array::BIND_PER_VERTEX);
     if (getTexCoordArray(0) != nullptr) {
         setTexCoordArray(0, new osg::Vec2Array);
     }
