@@ -244,4 +244,16 @@ TEST(KrDirectDrawing, SeesWhatAClientChanges)
     expectSeen("a callback");
 }
 
+TEST(KrDirectDrawing, ShowsTheLinksAroundAnEye)
+{
+    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    KrPovParameters pov = both.window().getPovParameters();
+    const KrVector towardsEye = pov.eyepoint() - pov.centerOfInterest();
+    for (const double part : {0.05, 0.03, 0.01}) {
+        pov.setEyepoint(pov.centerOfInterest() + towardsEye * part);
+        both.window().setPovParameters(pov);
+        EXPECT_EQ(both.difference(), 0u) << "at " << part << " of the distance";
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(All, KrDirectDrawingOfFiles, testing::ValuesIn(files()), nameOf);

@@ -358,6 +358,7 @@ void KrDrawPlan::listLink(KrRenderLink& link, std::size_t parent)
 void KrDrawPlan::listChildren(osg::Group& group, Link& link)
 {
     const bool isUnderDhFrame = &group == link.dhFrame;
+    osg::BoundingBox box;
     const osg::ref_ptr<osg::MatrixTransform> dhFrame = link.node->getDhFrame();
     for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
         osg::Node* const node = group.getChild(i);
@@ -371,7 +372,7 @@ void KrDrawPlan::listChildren(osg::Group& group, Link& link)
                 }
                 if (entry.mesh != nullptr) {
                     for (const KrShapeTable::Group& drawn : entry.groups) {
-                        link.sphere.expandBy(drawn.box);
+                        box.expandBy(drawn.box);
                     }
                 }
             }
@@ -383,6 +384,10 @@ void KrDrawPlan::listChildren(osg::Group& group, Link& link)
             link.dhFrame = dhFrame;
         }
         m_children.push_back(child);
+    }
+    // Of the box of all: a sphere that is extended by a box may leave out what it had before.
+    if (box.valid()) {
+        link.sphere = osg::BoundingSphere(box);
     }
 }
 
