@@ -326,7 +326,8 @@ TEST_F(KrRenderAidsTest, VolumesAndEllipsoidsAreFilledWhenSeenAndSharedByCopiesO
     window.setDisplayMask(KrRenderTypes::CollisionShapes, false, false);
 
     // A copy of what nobody has seen is whole, and picking finds its triangles.
-    EXPECT_GT(osg::clone(volumes.found[0])->getVertexArray()->getNumElements(), 0u);
+    const osg::ref_ptr<osg::Geometry> copy = osg::clone(volumes.found[0]);
+    EXPECT_GT(copy->getVertexArray()->getNumElements(), 0u);
     struct Counter
     {
         void operator()(const osg::Vec3&, const osg::Vec3&, const osg::Vec3&) { ++count; }
