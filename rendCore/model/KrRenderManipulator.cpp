@@ -5,10 +5,29 @@
 
 #include <toolkit/foundation/KrString.h>
 
+#include <osg/Camera>
+#include <osg/LightSource>
 #include <osgUtil/CullVisitor>
 
+#include <algorithm>
 #include <typeinfo>
 #include <vector>
+
+namespace
+{
+
+/// Whether the node is the root of a window's scene, which is drawn wherever its bound lies.
+bool isRoot(const osg::Node* node)
+{
+    const osg::Node::ParentList& above = node->getParents();
+    return typeid(*node) == typeid(osg::LightSource) &&
+           std::all_of(above.begin(), above.end(), [](const osg::Group* group) {
+               const osg::Camera* const camera = group->asCamera();
+               return camera != nullptr && camera->getView() != nullptr;
+           });
+}
+
+} // namespace
 
 KrRenderManipulator::KrRenderManipulator(const KrIndividualManipulator& manipulator, unsigned int manIndex)
     : m_manIndex(manIndex)
@@ -81,7 +100,9 @@ void KrRenderManipulator::setShapeTable(const osg::ref_ptr<KrShapeTable>& table)
 
 void KrRenderManipulator::keepBound()
 {
-    if (!_boundingSphereComputed) {
+    // Groups of a client's are culled by their bounds, which would follow from the kept one.
+    const bool isBelowRoot = std::all_of(_parents.begin(), _parents.end(), isRoot);
+    if (!_boundingSphereComputed && isBelowRoot) {
         _boundingSphereComputed = true;
         m_isBoundKept = true;
     }
@@ -100,11 +121,12 @@ void KrRenderManipulator::accept(osg::NodeVisitor& visitor)
     // Whoever else comes by meets the graph as it stands.
     osgUtil::CullVisitor* const cull = m_plan ? visitor.asCullVisitor() : nullptr;
     if (cull != nullptr && visitor.validNodeMask(*this)) {
+        // The scene's size has been asked for. Who asks from now on, the general traversal or a client's draw callback,
+        // is told the truth.
+        renewBound();
         if (m_plan->cull(*cull)) {
             return;
         }
-        // The general traversal leaves out what lies beside the picture.
-        renewBound();
     }
     osg::MatrixTransform::accept(visitor);
 }

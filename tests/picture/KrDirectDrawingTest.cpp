@@ -1,14 +1,20 @@
 #include <import/KrRobotImporter.h>
 #include <picture/KrPictureScene.h>
 #include <rendCore/model/KrRenderLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <GL/gl.h>
 #include <gtest/gtest.h>
 
+#include <osg/CullFace>
+#include <osg/FrontFace>
+#include <osg/LightModel>
 #include <osg/Material>
 #include <osg/MatrixTransform>
+#include <osg/Program>
 #include <osg/ShapeDrawable>
+#include <osg/Texture2D>
 #include <osgUtil/RenderStage>
 #include <osgUtil/Statistics>
 #include <osgViewer/Renderer>
@@ -16,6 +22,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 
 namespace
 {
@@ -119,6 +127,46 @@ std::string shownLink(const KrStatedSystem& system)
         }
     }
     return {};
+}
+
+/// A group of a client's between the root and the first manipulator.
+osg::ref_ptr<osg::Group> wrapManipulator(KrRenderWindow& window)
+{
+    osg::Group& root = *window.getNode();
+    for (unsigned int i = 0; i < root.getNumChildren(); ++i) {
+        const osg::ref_ptr<KrRenderManipulator> manipulator = dynamic_cast<KrRenderManipulator*>(root.getChild(i));
+        if (manipulator) {
+            const osg::ref_ptr<osg::Group> group = new osg::Group;
+            group->addChild(manipulator);
+            root.setChild(i, group);
+            return group;
+        }
+    }
+    return nullptr;
+}
+
+/// Calls `change` with the state set of every drawable.
+void changeStates(osg::Node& scene, const std::function<void(osg::StateSet&)>& change)
+{
+    class Visitor : public osg::NodeVisitor
+    {
+    public:
+        explicit Visitor(const std::function<void(osg::StateSet&)>& change)
+            : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN)
+            , m_change(change)
+        {
+        }
+        void apply(osg::Drawable& drawable) override
+        {
+            if (drawable.getStateSet() != nullptr) {
+                m_change(*drawable.getStateSet());
+            }
+        }
+
+    private:
+        const std::function<void(osg::StateSet&)>& m_change;
+    } visitor(change);
+    scene.accept(visitor);
 }
 
 class KrDirectDrawingOfFiles : public testing::TestWithParam<std::string>
@@ -254,6 +302,116 @@ TEST(KrDirectDrawing, ShowsTheLinksAroundAnEye)
         both.window().setPovParameters(pov);
         EXPECT_EQ(both.difference(), 0u) << "at " << part << " of the distance";
     }
+}
+
+// A group of a client's is left out by its bound, which must not lag behind the robot.
+TEST(KrDirectDrawing, FollowsARobotBelowAGroup)
+{
+    const std::string file = testing::TempDir() + "slider.urdf";
+    std::ofstream(file) << R"(<robot name="slider"><link name="rail"/><joint name="slide" type="prismatic">
+        <parent link="rail"/><child link="box"/><axis xyz="1 0 0"/>
+        <limit lower="0" upper="1000" effort="1" velocity="1"/></joint>
+        <link name="box"><visual><geometry><box size="0.5 0.6 0.7"/></geometry></visual></link></robot>)";
+    Both both(file);
+    const osg::ref_ptr<osg::Group> group = wrapManipulator(both.window());
+    ASSERT_NE(group, nullptr);
+    const KrPovParameters pov = both.window().getPovParameters();
+    for (const double way : {0.0, 100.0, 200.0, 300.0}) {
+        both.pose(way);
+        KrPovParameters moved = pov;
+        moved.setEyepoint(pov.eyepoint() + KrVector(way, 0.0, 0.0));
+        moved.setCenterOfInterest(pov.centerOfInterest() + KrVector(way, 0.0, 0.0));
+        both.window().setPovParameters(moved);
+        KrImage picture;
+        ASSERT_TRUE(both.window().renderSceneAndCaptureImage(picture, KrSGWindow::CaptureDepth));
+        EXPECT_NE(picture.data()[picture.sizeInBytes() / 2 + 80], picture.data()[0]) << "at " << way;
+        EXPECT_NEAR(group->getBound().center().x(), way / 2.0, 0.5) << "after the frame, at " << way;
+    }
+}
+
+TEST(KrDirectDrawing, RespectsWhatAClientSaysAboveARobot)
+{
+    constexpr unsigned int kOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
+    Both both(std::string(KR_SAMPLES "/dual_arm_base.xml"));
+    both.window().setLevelOfDetail(1e-9f); // bodies without their backs, every triangle
+    const osg::ref_ptr<osg::Group> group = wrapManipulator(both.window());
+    ASSERT_NE(group, nullptr);
+    const auto difference = [&](const std::function<void(osg::StateSet&)>& say) {
+        group->setStateSet(new osg::StateSet);
+        say(*group->getStateSet());
+        return both.difference();
+    };
+    // Few pixels at the rims of bodies show a back face.
+    constexpr std::size_t kRims = 50;
+    EXPECT_LE(difference([](osg::StateSet&) {}), kRims);
+    EXPECT_LE(difference([](osg::StateSet& states) {
+                  states.setAttributeAndModes(new osg::FrontFace(osg::FrontFace::CLOCKWISE));
+              }),
+              kRims);
+    EXPECT_LE(
+        difference([](osg::StateSet& states) { states.setAttributeAndModes(new osg::CullFace(osg::CullFace::FRONT)); }),
+        kRims);
+    both.window().setLevelOfDetail(0.0f);
+    EXPECT_EQ(difference([](osg::StateSet& states) {
+                  const osg::ref_ptr<osg::Material> glass = new osg::Material;
+                  glass->setDiffuse(osg::Material::FRONT_AND_BACK, osg::Vec4(1.0f, 0.0f, 0.0f, 0.4f));
+                  states.setAttributeAndModes(glass, kOverride);
+                  states.setMode(GL_BLEND, kOverride);
+                  states.setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
+              }),
+              0u)
+        << "translucent";
+    EXPECT_EQ(difference([](osg::StateSet& states) {
+                  states.setMode(GL_DEPTH_TEST, osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
+              }),
+              0u)
+        << "over one another";
+    // The second manipulator of the scene has the light model of the root.
+    both.window().setViewerAttribute(KrSGWindow::CullBackFaces, true);
+    EXPECT_EQ(difference([](osg::StateSet& states) {
+                  const osg::ref_ptr<osg::LightModel> model = new osg::LightModel;
+                  model->setTwoSided(true);
+                  model->setAmbientIntensity(osg::Vec4(0.9f, 0.1f, 0.1f, 1.0f));
+                  states.setAttribute(model);
+              }),
+              0u)
+        << "light of its own";
+
+    // One that reads materials.
+    Both arm(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    const osg::ref_ptr<osg::Program> program = new osg::Program;
+    program->addShader(new osg::Shader(
+        osg::Shader::VERTEX, "void main() { gl_Position = ftransform(); gl_FrontColor = gl_FrontMaterial.diffuse; }"));
+    program->addShader(new osg::Shader(osg::Shader::FRAGMENT, "void main() { gl_FragColor = gl_Color; }"));
+    wrapManipulator(arm.window())->getOrCreateStateSet()->setAttributeAndModes(program);
+    EXPECT_EQ(arm.difference(), 0u) << "a program";
+}
+
+// Without the number of a group's attributes and modes telling.
+TEST(KrDirectDrawing, SeesWhatAClientExchanges)
+{
+    Both both(std::string(KR_SAMPLES "/textured_rover.xml"));
+    ASSERT_EQ(both.difference(), 0u);
+    osg::Node& scene = *both.window().getNode();
+    const osg::ref_ptr<osg::Image> black = new osg::Image;
+    black->allocateImage(4, 4, 1, GL_RGB, GL_UNSIGNED_BYTE);
+    std::fill_n(black->data(), black->getTotalSizeInBytes(), static_cast<unsigned char>(0));
+    const osg::ref_ptr<osg::Texture2D> texture = new osg::Texture2D(black);
+    unsigned int numTextures = 0;
+    changeStates(scene, [&](osg::StateSet& states) {
+        if (states.getTextureAttribute(0, osg::StateAttribute::TEXTURE) != nullptr) {
+            states.setTextureAttribute(0, texture);
+            ++numTextures;
+        }
+    });
+    EXPECT_GT(numTextures, 0u);
+    EXPECT_EQ(both.difference(), 0u) << "textures";
+    changeStates(scene, [&](osg::StateSet& states) {
+        if (states.getTextureAttribute(0, osg::StateAttribute::TEXTURE) != nullptr) {
+            states.setTextureMode(0, GL_TEXTURE_2D, osg::StateAttribute::OFF);
+        }
+    });
+    EXPECT_EQ(both.difference(), 0u) << "texture modes";
 }
 
 INSTANTIATE_TEST_SUITE_P(All, KrDirectDrawingOfFiles, testing::ValuesIn(files()), nameOf);

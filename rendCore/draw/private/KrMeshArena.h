@@ -73,6 +73,8 @@ public:
     const osg::StateSet* states(unsigned int number, Faces faces) const;
     /// Takes over what the scene says of light, for what is drawn from now on; null where it says nothing.
     void setLightModel(const osg::LightModel* model);
+    /// What the state sets for fronts have of it: another object after each change. Null where that is nothing.
+    const osg::LightModel* frontLight() const { return m_oneSided; }
     bool isTextured(unsigned int number) const { return m_states[number].isTextured; }
     unsigned int numStates() const { return static_cast<unsigned int>(m_states.size()); }
 

@@ -26,6 +26,7 @@ KrMeshBatch::KrMeshBatch(const KrMeshBatch& other, const osg::CopyOp& copyOp)
 
     : osg::Drawable(other, copyOp)
     , m_arena(other.m_arena)
+    , m_frontLight(other.m_frontLight)
     , m_areBackFacesCulled(other.m_areBackFacesCulled)
     , m_items(other.m_items)
 {
@@ -36,6 +37,7 @@ KrMeshBatch::~KrMeshBatch() = default;
 void KrMeshBatch::begin(const KrMeshArena& arena, bool areBackFacesCulled)
 {
     m_arena = &arena;
+    m_frontLight = arena.frontLight();
     m_areBackFacesCulled = areBackFacesCulled;
     m_items.clear();
 }
@@ -48,9 +50,12 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
     const osg::StateSet* last = nullptr;
     const double near = nearOf(state.getProjectionMatrix());
     using Faces = KrMeshArena::Faces;
+    // A scene may have more than one light model: what has been culled since then may have brought another.
+    const bool isLightKnown = m_frontLight == m_arena->frontLight();
     for (const Item& item : m_items) {
         // An eye in a body, and a plane that cuts it open, show its inside.
-        const Faces faces = m_areBackFacesCulled                                          ? Faces::Fronts
+        const Faces faces = !isLightKnown                                                 ? Faces::Both
+                            : m_areBackFacesCulled                                        ? Faces::Fronts
                             : item.depth > 0.0f && static_cast<double>(item.depth) > near ? Faces::FrontsOnly
                                                                                           : Faces::Both;
         // Through the state, which knows afterwards that the matrix is another one than the leaf's.

@@ -36,6 +36,7 @@ public:
 
 private:
     osg::ref_ptr<const KrMeshArena> m_arena;
+    osg::ref_ptr<const osg::LightModel> m_frontLight; ///< what the arena's state sets for fronts had when it began
     bool m_areBackFacesCulled = false;
     std::vector<Item> m_items;
 };

@@ -26,17 +26,6 @@
 namespace
 {
 
-constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
-
-bool isSameMaterial(const osg::Material& a, const osg::Material& b)
-{
-    return a.getAmbient(kBothFaces) == b.getAmbient(kBothFaces) &&
-           a.getDiffuse(kBothFaces) == b.getDiffuse(kBothFaces) &&
-           a.getSpecular(kBothFaces) == b.getSpecular(kBothFaces) &&
-           a.getEmission(kBothFaces) == b.getEmission(kBothFaces) &&
-           a.getShininess(kBothFaces) == b.getShininess(kBothFaces) && a.getColorMode() == b.getColorMode();
-}
-
 /// Whether a drawable stands in the graph as the shape has made it: nothing but the general traversal knows callbacks.
 bool isPlain(const osg::Drawable& drawable)
 {
@@ -187,10 +176,11 @@ void KrShapeTable::takeOver(Entry& entry) const
         }
         const auto* const material =
             dynamic_cast<const osg::Material*>(states->getAttribute(osg::StateAttribute::MATERIAL));
-        entry.groups.push_back(
-            {geometry, geometry->version(), states, states->getAttributeList().size(), states->getModeList().size(),
-             states->getTextureModeList().size(), states->getRenderingHint(), material,
-             material != nullptr ? new osg::Material(*material) : nullptr, geometry->getBoundingBox()});
+        entry.groups.push_back({geometry, geometry->version(), states, states->getAttributeList(),
+                                states->getModeList(), states->getTextureAttributeList(), states->getTextureModeList(),
+                                states->getRenderingHint(), states->getBinNumber(), material,
+                                material != nullptr ? new osg::Material(*material) : nullptr,
+                                geometry->getBoundingBox()});
         KrMeshArena::Look look;
         if (m_arena->findLook(*states, *color, look)) {
             looks.push_back(look);
@@ -223,14 +213,14 @@ bool KrShapeTable::isAsTaken(Entry& entry) const
         const Group& group = entry.groups[i];
         const osg::Drawable* const drawable = shape.getDrawable(static_cast<unsigned int>(i));
         const osg::StateSet& states = *group.states;
-        entry.wasAsTaken = drawable == group.geometry && isPlain(*drawable) &&
-                           group.geometry->version() == group.version && drawable->getStateSet() == group.states &&
-                           states.getAttributeList().size() == group.numAttributes &&
-                           states.getModeList().size() == group.numModes &&
-                           states.getTextureModeList().size() == group.numTextureModes &&
-                           states.getRenderingHint() == group.renderingHint &&
-                           states.getAttribute(osg::StateAttribute::MATERIAL) == group.material &&
-                           (group.material == nullptr || isSameMaterial(*group.material, *group.look));
+        entry.wasAsTaken =
+            drawable == group.geometry && isPlain(*drawable) && group.geometry->version() == group.version &&
+            drawable->getStateSet() == group.states && states.getAttributeList() == group.attributes &&
+            states.getModeList() == group.modes && states.getTextureAttributeList() == group.textures &&
+            states.getTextureModeList() == group.textureModes && states.getRenderingHint() == group.renderingHint &&
+            states.getBinNumber() == group.binNumber &&
+            // Materials are what clients change in place.
+            (group.material == nullptr || group.material->compare(*group.look) == 0);
     }
     return entry.wasAsTaken;
 }
@@ -499,8 +489,8 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
     const osg::State* const state = visitor.getState();
     osg::CullingSet& culling = visitor.getCurrentCullingSet();
     const osg::CullSettings::ComputeNearFarMode nearFar = visitor.getComputeNearFarMode();
-    // Without light colours are the vertices', and those of lines are many at one depth.
-    if (!KrInheritedState::isLit(visitor) || !KrInheritedState::isFilled(visitor)) {
+    // Without light colours are the vertices', and pixels of lines are many at one depth.
+    if (!KrInheritedState::isLit(visitor) || !KrInheritedState::isPlain(visitor)) {
         return false;
     }
     // Planes by primitives, culling by size, shadows of occluders: whoever asks for those gets the whole traversal.

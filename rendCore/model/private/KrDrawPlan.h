@@ -7,6 +7,7 @@
 #include <osg/BoundingBox>
 #include <osg/BoundingSphere>
 #include <osg/Matrix>
+#include <osg/StateSet>
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
 
@@ -27,7 +28,6 @@ class Material;
 class MatrixTransform;
 class Node;
 class NodeVisitor;
-class StateSet;
 } // namespace osg
 namespace osgUtil
 {
@@ -50,10 +50,13 @@ public:
         const KrGroupGeometry* geometry = nullptr;
         std::uint32_t version = 0;
         osg::ref_ptr<const osg::StateSet> states;
-        std::size_t numAttributes = 0;
-        std::size_t numModes = 0;
-        std::size_t numTextureModes = 0;
+        // What the state set said.
+        osg::StateSet::AttributeList attributes;
+        osg::StateSet::ModeList modes;
+        osg::StateSet::TextureAttributeList textures;
+        osg::StateSet::TextureModeList textureModes;
         int renderingHint = 0;
+        int binNumber = 0;
         const osg::Material* material = nullptr; ///< that of `states`; null for none
         osg::ref_ptr<const osg::Material> look;  ///< what it said
         osg::BoundingBox box;                    ///< in the shape's frame, m
@@ -120,8 +123,8 @@ public:
     /// for the general traversal.
     bool cull(osgUtil::CullVisitor& visitor);
 
-    /// A frame begins by asking the scene for its size, for which all that moved would be measured anew: the
-    /// manipulator says its old one, until the frame ends or somebody needs it.
+    /// A frame begins by asking the scene for its size, for which all that moved would be measured anew: below the root
+    /// of a scene the manipulator says its old one, until it is culled or the frame ends.
     void beginDrawing() override;
     void endDrawing() override;
 

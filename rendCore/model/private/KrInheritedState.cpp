@@ -34,10 +34,6 @@ bool KrInheritedState::areBackFacesCulled(osgUtil::CullVisitor& visitor)
         if (states == nullptr) {
             continue;
         }
-        // Fronts that are backs: not worth thinking about.
-        if (states->getAttribute(osg::StateAttribute::FRONTFACE) != nullptr) {
-            return false;
-        }
         constexpr unsigned int kOnOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
         const auto* const face = static_cast<const osg::CullFace*>(states->getAttribute(osg::StateAttribute::CULLFACE));
         // The last one that overrides is the one that counts.
@@ -63,18 +59,30 @@ const osg::LightModel* KrInheritedState::lightModel(osgUtil::CullVisitor& visito
     return nullptr;
 }
 
-bool KrInheritedState::isFilled(osgUtil::CullVisitor& visitor)
+bool KrInheritedState::isPlain(osgUtil::CullVisitor& visitor)
 {
+    using osg::StateAttribute;
     for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
         const osg::StateSet* const states = graph->getStateSet();
+        if (states == nullptr) {
+            continue;
+        }
         const auto* const mode =
-            states == nullptr
-                ? nullptr
-                : static_cast<const osg::PolygonMode*>(states->getAttribute(osg::StateAttribute::POLYGONMODE));
-        if (mode != nullptr && (mode->getMode(osg::PolygonMode::FRONT) != osg::PolygonMode::FILL ||
-                                mode->getMode(osg::PolygonMode::BACK) != osg::PolygonMode::FILL)) {
+            static_cast<const osg::PolygonMode*>(states->getAttribute(StateAttribute::POLYGONMODE));
+        const auto* const face = static_cast<const osg::CullFace*>(states->getAttribute(StateAttribute::CULLFACE));
+        const bool isFilled = mode == nullptr || (mode->getMode(osg::PolygonMode::FRONT) == osg::PolygonMode::FILL &&
+                                                  mode->getMode(osg::PolygonMode::BACK) == osg::PolygonMode::FILL);
+        const bool areFrontsFront = states->getAttribute(StateAttribute::FRONTFACE) == nullptr &&
+                                    (face == nullptr || face->getMode() == osg::CullFace::BACK);
+        const bool isOpaque = (states->getMode(GL_BLEND) & StateAttribute::ON) == 0;
+        const bool areDepthsTested = states->getAttribute(StateAttribute::DEPTH) == nullptr &&
+                                     ((states->getMode(GL_DEPTH_TEST) & StateAttribute::INHERIT) != 0 ||
+                                      (states->getMode(GL_DEPTH_TEST) & StateAttribute::ON) != 0);
+        if (!isFilled || !areFrontsFront || !isOpaque || !areDepthsTested ||
+            states->getAttribute(StateAttribute::PROGRAM) != nullptr) {
             return false;
         }
     }
-    return true;
+    // A bin that sorts by depth wants every drawable by itself.
+    return visitor.getCurrentRenderBin()->getSortMode() == osgUtil::RenderBin::SORT_BY_STATE;
 }

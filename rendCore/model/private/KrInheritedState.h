@@ -19,7 +19,9 @@ bool isLit(osgUtil::CullVisitor& visitor);
 bool areBackFacesCulled(osgUtil::CullVisitor& visitor);
 /// The light model that is nearest above; null for none. Borrowed.
 const osg::LightModel* lightModel(osgUtil::CullVisitor& visitor);
-/// Whether polygons are filled; lines and points are a polygon mode of some node above.
-bool isFilled(osgUtil::CullVisitor& visitor);
+/// Whether nothing above cares in which order triangles come or what a group's material is: polygons are filled, and
+/// opaque; depths decide which one is seen; fronts are fronts; no program of a client's reads materials, and no bin
+/// sorts by depth.
+bool isPlain(osgUtil::CullVisitor& visitor);
 
 } // namespace KrInheritedState
