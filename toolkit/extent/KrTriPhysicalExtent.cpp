@@ -306,6 +306,10 @@ KrTriPhysicalExtent::transformed(const KrCoordinateSystemTransformation& pose) c
     for (KrVector& normal : result->m_normals) {
         normal = pose.transformDirection(normal);
     }
+    // What was prepared here, or read from a cache, is not made once more.
+    if (const std::shared_ptr<const KrIndexedMesh> indexed = m_indexedMesh.made()) {
+        result->m_indexedMesh.set(KrIndexedMesh::moved(*indexed, *result, pose));
+    }
     return result;
 }
 
@@ -373,6 +377,12 @@ KrTriPhysicalExtent::KeptIndexedMesh::getWithLevels(const KrTriPhysicalExtent& m
     const std::shared_ptr<const KrIndexedMesh> result = KrIndexedMesh::withLevels(*without);
     set(result);
     return result;
+}
+
+std::shared_ptr<const KrIndexedMesh> KrTriPhysicalExtent::KeptIndexedMesh::made() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_mesh;
 }
 
 void KrTriPhysicalExtent::KeptIndexedMesh::set(const std::shared_ptr<const KrIndexedMesh>& indexedMesh)

@@ -86,6 +86,8 @@ private:
         std::shared_ptr<const KrIndexedMesh> get(const KrTriPhysicalExtent& mesh);
         std::shared_ptr<const KrIndexedMesh> getWithLevels(const KrTriPhysicalExtent& mesh);
         void set(const std::shared_ptr<const KrIndexedMesh>& indexedMesh);
+        /// Null where it was not made yet.
+        std::shared_ptr<const KrIndexedMesh> made() const;
 
     private:
         std::mutex m_levelsMutex; ///< of who makes levels; taken before the other one

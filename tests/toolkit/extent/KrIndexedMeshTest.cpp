@@ -198,6 +198,29 @@ TEST(KrIndexedMesh, FacesThatCoverEachOtherKeepTheirOrder)
     EXPECT_EQ(sorted(drawn(*indexed, 2, 1)), sorted(given(mesh, 2)));
 }
 
+TEST(KrIndexedMesh, APlacedMeshKeepsWhatWasPrepared)
+{
+    Mesh mesh = saddle(40);
+    const std::shared_ptr<const KrIndexedMesh> before = mesh.indexedMeshWithLevels();
+    KrCoordinateSystemTransformation pose;
+    pose.setTranslation({1.0, 2.0, 3.0});
+    pose.setAxisAngle({0.0, 0.6, 0.8}, 0.7);
+    ASSERT_TRUE(mesh.setPlacement(pose));
+    const boost::shared_ptr<const KrTriPhysicalExtent> placed = mesh.triExtent();
+    ASSERT_NE(placed.get(), &mesh);
+    const std::shared_ptr<const KrIndexedMesh> after = placed->indexedMesh();
+    EXPECT_TRUE(after->areLevelsMade);
+    EXPECT_TRUE(after->isConsistent());
+    EXPECT_EQ(after->indices, before->indices);
+    EXPECT_EQ(drawn(*after, 0), given(*placed, 0)) << "to the last bit";
+    EXPECT_EQ(drawn(*after, 2), given(*placed, 2));
+    for (std::size_t i = 0; i < after->vertices.size(); i += 6) {
+        const float* const vertex = &before->vertices[i];
+        const KrVector there = pose.transformPoint({vertex[0], vertex[1], vertex[2]});
+        EXPECT_NEAR(after->vertices[i], there.x(), 1e-6) << "of all levels";
+    }
+}
+
 TEST(KrIndexedMesh, SolidsAreClosed)
 {
     EXPECT_TRUE(cube().isClosed());

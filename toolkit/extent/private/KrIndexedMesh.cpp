@@ -5,12 +5,14 @@
 #include <toolkit/extent/private/KrMeshLevels.h>
 #include <toolkit/extent/private/KrTriangleOrder.h>
 #include <toolkit/extent/private/KrVertexTable.h>
+#include <toolkit/math/KrCoordinateSystemTransformation.h>
 
 #include <meshoptimizer.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 
 namespace
 {
@@ -177,6 +179,46 @@ std::shared_ptr<const KrIndexedMesh> KrIndexedMesh::withLevels(const KrIndexedMe
         KrTriangleOrder::optimize(result->indices.data() + group.first, corners.data(), corners.size());
     }
     result->levels.insert(result->levels.begin() + 1, ordered);
+    return result;
+}
+
+std::shared_ptr<const KrIndexedMesh> KrIndexedMesh::moved(const KrIndexedMesh& mesh, const KrTriPhysicalExtent& moved,
+                                                          const KrCoordinateSystemTransformation& pose)
+{
+    auto result = std::make_shared<KrIndexedMesh>(mesh);
+    std::vector<bool> isSet(mesh.numVertices(), false);
+    for (std::size_t group = 0; group < mesh.levels[0].groups.size(); ++group) {
+        const TriangleList& triangles = moved.groups()[static_cast<unsigned int>(group)].second();
+        const Range& range = mesh.levels[0].groups[group];
+        for (std::uint32_t i = 0; i < range.count; ++i) {
+            const KrTriangle& triangle = triangles[i / 3];
+            // Level 0 has the corners in their order. From the lists, so that the floats are those of their numbers.
+            const KrVector& position = moved.vertices()[triangle.vertex(i % 3)];
+            const KrVector& normal = moved.normals()[triangle.normal(i % 3)];
+            const float corner[kVertexWidth] = {static_cast<float>(position.x()), static_cast<float>(position.y()),
+                                                static_cast<float>(position.z()), static_cast<float>(normal.x()),
+                                                static_cast<float>(normal.y()),   static_cast<float>(normal.z())};
+            const std::uint32_t index = mesh.indices[range.first + i];
+            float* const vertex = &result->vertices[kVertexWidth * index];
+            if (isSet[index] && std::memcmp(vertex, corner, sizeof corner) != 0) {
+                return nullptr;
+            }
+            std::copy_n(corner, kVertexWidth, vertex);
+            isSet[index] = true;
+        }
+    }
+    // Vertices of coarser levels stand for nothing in the lists.
+    for (std::size_t i = 0; i < isSet.size(); ++i) {
+        if (!isSet[i]) {
+            const float* const before = &mesh.vertices[kVertexWidth * i];
+            const KrVector position = pose.transformPoint(KrVector(before[0], before[1], before[2]));
+            const KrVector normal = pose.transformDirection(KrVector(before[3], before[4], before[5]));
+            const double numbers[kVertexWidth] = {position.x(), position.y(), position.z(),
+                                                  normal.x(),   normal.y(),   normal.z()};
+            std::transform(numbers, numbers + kVertexWidth, &result->vertices[kVertexWidth * i],
+                           [](double number) { return static_cast<float>(number); });
+        }
+    }
     return result;
 }
 

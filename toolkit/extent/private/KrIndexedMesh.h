@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+class KrCoordinateSystemTransformation;
 class KrTriPhysicalExtent;
 
 /// A triangle mesh as it goes to the graphics card: shared vertices, indices, and coarser levels over
@@ -43,6 +44,13 @@ public:
     /// ones, each of about half the triangles of the one before (KrMeshLevels). Level 0 and its vertices are unchanged;
     /// vertices that only the others use follow them.
     static std::shared_ptr<const KrIndexedMesh> withLevels(const KrIndexedMesh& mesh);
+
+    /// The form of a mesh that was moved, from that of the mesh before.
+    ///
+    /// @param moved  the same lists, moved by `pose`, which turns and shifts
+    /// @return null where vertices that were one are none any more, by the rounding to single precision
+    static std::shared_ptr<const KrIndexedMesh> moved(const KrIndexedMesh& mesh, const KrTriPhysicalExtent& moved,
+                                                      const KrCoordinateSystemTransformation& pose);
 
     std::size_t numVertices() const { return vertices.size() / 6; }
     /// Whether this is `other` with levels, or without, or a copy of it.
