@@ -21,6 +21,7 @@
 #include <osgViewer/Viewer>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -412,6 +413,40 @@ TEST(KrDirectDrawing, SeesWhatAClientExchanges)
         }
     });
     EXPECT_EQ(both.difference(), 0u) << "texture modes";
+}
+
+// From afar, where most of a robot's pixels are at its rims.
+TEST(KrDirectDrawing, ShowsLittleOfWhatLevelsErr)
+{
+    Both both(std::string(KR_SAMPLES "/dual_arm_base.xml"));
+    KrRenderWindow& window = both.window();
+    window.setWindowSize(640, 480);
+    KrPovParameters pov = window.getPovParameters();
+    const KrVector towardsEye = pov.eyepoint() - pov.centerOfInterest();
+    std::size_t numSeen = 0;
+    for (const double part : {1.0, 2.5, 6.0}) {
+        pov.setEyepoint(pov.centerOfInterest() + towardsEye * part);
+        window.setPovParameters(pov);
+        KrImage colors[2];
+        KrImage depths;
+        for (const bool isExact : {false, true}) {
+            window.setLevelOfDetail(isExact ? 0.0f : 0.5f);
+            ASSERT_TRUE(window.renderSceneAndCaptureImage(colors[isExact ? 1 : 0], KrSGWindow::CaptureColor));
+        }
+        ASSERT_TRUE(window.renderSceneAndCaptureImage(depths, KrSGWindow::CaptureDepth));
+        std::size_t numCovered = 0;
+        std::size_t numOff = 0;
+        for (std::size_t pixel = 0; pixel < std::size_t(640) * 480; ++pixel) {
+            const unsigned char* const a = colors[0].data() + 3 * pixel;
+            const unsigned char* const b = colors[1].data() + 3 * pixel;
+            numCovered += std::equal(b, b + 3, colors[1].data()) ? 0 : 1;
+            const auto isFar = [](unsigned char x, unsigned char y) { return std::abs(int(x) - int(y)) > 16; };
+            numOff += isFar(a[0], b[0]) || isFar(a[1], b[1]) || isFar(a[2], b[2]) ? 1 : 0;
+        }
+        EXPECT_LT(numOff, 0.005 * numCovered) << "at " << part << " times the distance";
+        numSeen += numOff;
+    }
+    EXPECT_GT(numSeen, 0u) << "coarser levels were drawn";
 }
 
 INSTANTIATE_TEST_SUITE_P(All, KrDirectDrawingOfFiles, testing::ValuesIn(files()), nameOf);

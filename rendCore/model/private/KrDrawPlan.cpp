@@ -26,6 +26,9 @@
 namespace
 {
 
+/// The size on the screen from which on a body may show the whole error that is allowed, pixels.
+constexpr double kLargeBody = 600.0;
+
 /// Whether a drawable stands in the graph as the shape has made it: nothing but the general traversal knows callbacks.
 bool isPlain(const osg::Drawable& drawable)
 {
@@ -240,7 +243,8 @@ struct KrDrawPlan::Frame
     KrMeshBatch* batch = nullptr; ///< null before the first mesh
     // Of the link at hand.
     double scale = 1.0;
-    double depth = 0.0; ///< of what is nearest of its meshes, m
+    double radius = 0.0; ///< of the sphere around its meshes, m
+    double depth = 0.0;  ///< of what is nearest of its meshes, m
     bool isRightHanded = true;
     unsigned int nearCorner = 0;
     unsigned int farCorner = 0;
@@ -585,6 +589,7 @@ KrDrawPlan::Sight KrDrawPlan::see(const osg::BoundingSphere& sphere, const osg::
     if (!std::isfinite(center.x() + center.y() + center.z() + radius)) {
         return Sight::Unknown;
     }
+    frame.radius = radius;
     frame.depth = -center.z() - radius;
     // A mirrored body shows its backs.
     frame.isRightHanded = osg::Vec3d(modelView(0, 0), modelView(0, 1), modelView(0, 2)) *
@@ -670,21 +675,25 @@ std::size_t KrDrawPlan::levelOf(std::size_t place, const KrMeshArena::Mesh& mesh
     if (frame.tolerance <= 0.0f || (frame.isPerspective && frame.depth <= 0.0)) {
         return 0;
     }
-    const double pixels = frame.scale * frame.pixels / (frame.isPerspective ? frame.depth : 1.0);
-    const auto coarsest = [&](double tolerance) {
+    const double pixelsOfMetre = frame.pixels / (frame.isPerspective ? frame.depth : 1.0);
+    const double pixels = frame.scale * pixelsOfMetre;
+    // The smaller a body is on the screen, the larger a part of its pixels lies at rims and edges, where an error is
+    // seen: with the square root of its size fewer than 0.5 % of them differ by more than 16 of 255, at any distance.
+    const double size = 2.0 * frame.radius * pixelsOfMetre;
+    const double tolerance = static_cast<double>(frame.tolerance) * std::sqrt(std::min(1.0, size / kLargeBody));
+    const auto coarsest = [&](double allowedError) {
         std::size_t level = 0;
-        while (level + 1 < mesh.errors.size() && static_cast<double>(mesh.errors[level + 1]) * pixels <= tolerance) {
+        while (level + 1 < mesh.errors.size() && static_cast<double>(mesh.errors[level + 1]) * pixels <= allowedError) {
             ++level;
         }
         return level;
     };
-    const std::size_t allowed = coarsest(static_cast<double>(frame.tolerance));
+    const std::size_t allowed = coarsest(tolerance);
     std::uint8_t& last = frame.view.levels[place];
     // Coarser only when it is well within the tolerance: a robot at the edge of two levels does not change all the
     // time.
-    const std::size_t level = last == kNoLevel || allowed <= last
-                                  ? allowed
-                                  : std::max<std::size_t>(last, coarsest(0.8 * static_cast<double>(frame.tolerance)));
+    const std::size_t level =
+        last == kNoLevel || allowed <= last ? allowed : std::max<std::size_t>(last, coarsest(0.8 * tolerance));
     last = static_cast<std::uint8_t>(std::min<std::size_t>(level, kNoLevel - 1));
     return level;
 }
