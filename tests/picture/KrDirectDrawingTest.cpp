@@ -449,4 +449,32 @@ TEST(KrDirectDrawing, ShowsLittleOfWhatLevelsErr)
     EXPECT_GT(numSeen, 0u) << "coarser levels were drawn";
 }
 
+// Buffers belong to a context, and a view holds what it drew last.
+TEST(KrDirectDrawing, OutlivesScenesAndWindows)
+{
+    Both rover(std::string(KR_SAMPLES "/textured_rover.xml"));
+    Both arm(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    KrRenderWindow& window = rover.window();
+    std::string reason;
+    for (const bool isClosed : {true, false}) {
+        EXPECT_TRUE(window.renderScene(true));
+        window.setLevelOfDetail(0.5f); // everything in new buffers
+        EXPECT_TRUE(window.renderScene(true));
+        ASSERT_TRUE(rover.scene.show(arm.system, reason)) << reason;
+        if (isClosed) {
+            EXPECT_TRUE(window.closeWindow());
+        }
+        EXPECT_TRUE(window.renderScene(true));
+        window.setLevelOfDetail(0.0f);
+        ASSERT_TRUE(rover.scene.show(rover.system, reason)) << reason;
+        EXPECT_EQ(rover.difference(), 0u);
+    }
+    const osg::ref_ptr<osg::Group> held = wrapManipulator(window);
+    ASSERT_EQ(rover.difference(), 0u);
+    window.getNode()->removeChild(held);
+    EXPECT_TRUE(window.closeWindow());
+    arm.window().getNode()->addChild(held);
+    EXPECT_EQ(arm.difference(), 0u) << "in another window";
+}
+
 INSTANTIATE_TEST_SUITE_P(All, KrDirectDrawingOfFiles, testing::ValuesIn(files()), nameOf);
