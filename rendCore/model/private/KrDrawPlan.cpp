@@ -27,7 +27,9 @@ namespace
 {
 
 /// The size on the screen from which on a body may show the whole error that is allowed, pixels.
-constexpr double kLargeBody = 600.0;
+constexpr double kLargeBody = 100.0;
+/// What a body of next to no size may show of it.
+constexpr double kSmallestShare = 0.25;
 
 /// Whether a drawable stands in the graph as the shape has made it: nothing but the general traversal knows callbacks.
 bool isPlain(const osg::Drawable& drawable)
@@ -678,9 +680,10 @@ std::size_t KrDrawPlan::levelOf(std::size_t place, const KrMeshArena::Mesh& mesh
     const double pixelsOfMetre = frame.pixels / (frame.isPerspective ? frame.depth : 1.0);
     const double pixels = frame.scale * pixelsOfMetre;
     // The smaller a body is on the screen, the larger a part of its pixels lies at rims and edges, where an error is
-    // seen: with the square root of its size fewer than 0.5 % of them differ by more than 16 of 255, at any distance.
+    // seen. So about one in a hundred of them differs by more than 16 of 255 at the most, at any distance.
     const double size = 2.0 * frame.radius * pixelsOfMetre;
-    const double tolerance = static_cast<double>(frame.tolerance) * std::sqrt(std::min(1.0, size / kLargeBody));
+    const double tolerance =
+        static_cast<double>(frame.tolerance) * std::min(std::max(size / kLargeBody, kSmallestShare), 1.0);
     const auto coarsest = [&](double allowedError) {
         std::size_t level = 0;
         while (level + 1 < mesh.errors.size() && static_cast<double>(mesh.errors[level + 1]) * pixels <= allowedError) {
