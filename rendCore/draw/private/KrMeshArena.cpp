@@ -145,6 +145,15 @@ bool KrMeshArena::findLook(const osg::StateSet& states, const osg::Vec4& color, 
     return true;
 }
 
+bool KrMeshArena::hasRoomFor(const KrIndexedMesh& mesh) const
+{
+    // Bytes are counted in 32 bits. No look takes more vertices than one for each index of level 0.
+    constexpr std::size_t kMost =
+        std::numeric_limits<std::uint32_t>::max() / (sizeof(osg::Vec3) + sizeof(osg::Vec3) + sizeof(osg::Vec4));
+    return mesh.indices.size() <= kMost - std::min(kMost, m_vertices->size()) &&
+           mesh.indices.size() <= kMost - std::min<std::size_t>(kMost, std::max(m_narrow->size(), m_wide->size()));
+}
+
 const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::vector<Look>& looks)
 {
     Mesh added;

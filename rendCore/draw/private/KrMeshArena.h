@@ -78,6 +78,8 @@ public:
     bool isTextured(unsigned int number) const { return m_states[number].isTextured; }
     unsigned int numStates() const { return static_cast<unsigned int>(m_states.size()); }
 
+    /// Whether the buffers stay in the range of what the scene graph counts them with, whatever the looks are.
+    bool hasRoomFor(const KrIndexedMesh& mesh) const;
     /// Copies a mesh. `looks` has one entry for each group that is drawn, the first groups of the mesh. Borrowed from
     /// the arena.
     const Mesh& add(const KrIndexedMesh& mesh, const std::vector<Look>& looks);

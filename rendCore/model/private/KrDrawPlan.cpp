@@ -1,18 +1,12 @@
 #include <rendCore/model/private/KrDrawPlan.h>
 
-#include <rendCore/draw/private/KrGroupGeometry.h>
 #include <rendCore/model/KrRenderIntraLink.h>
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrRenderShape.h>
 #include <rendCore/model/private/KrInheritedState.h>
 
-#include <toolkit/extent/private/KrIndexedMesh.h>
-
 #include <osg/Camera>
-#include <osg/GLExtensions>
-#include <osg/Material>
-#include <osg/StateSet>
 #include <osg/View>
 #include <osgUtil/CullVisitor>
 #include <osgUtil/UpdateVisitor>
@@ -20,7 +14,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <typeinfo>
 
 namespace
@@ -31,22 +24,9 @@ constexpr double kLargeBody = 100.0;
 /// What a body of next to no size may show of it.
 constexpr double kSmallestShare = 0.25;
 
-/// Whether a drawable stands in the graph as the shape has made it: nothing but the general traversal knows callbacks.
-bool isPlain(const osg::Drawable& drawable)
-{
-    return drawable.getCullCallback() == nullptr && drawable.getDrawCallback() == nullptr &&
-           drawable.getNodeMask() == ~0u && drawable.getCullingActive();
-}
-
-/// Whether a node of a link does nothing but carry what is below it.
-bool isPlain(const osg::Node& node)
-{
-    return node.getStateSet() == nullptr && node.getCullCallback() == nullptr && node.getCullingActive();
-}
-
 bool isPlain(const osg::MatrixTransform& node)
 {
-    return isPlain(static_cast<const osg::Node&>(node)) && node.getReferenceFrame() == osg::Transform::RELATIVE_RF;
+    return KrShapeTable::isPlain(node) && node.getReferenceFrame() == osg::Transform::RELATIVE_RF;
 }
 
 /// Whether the visitor would come to something below `node`. An aid's own transform is often shown while what it places
@@ -67,26 +47,6 @@ bool isShown(const osg::Node& node, const osg::NodeVisitor& visitor)
         }
     }
     return false;
-}
-
-/// The one colour of a group; null when it is no such group any more.
-const osg::Vec4* colorOf(const osg::Geometry& geometry)
-{
-    const auto* const colors = dynamic_cast<const osg::Vec4Array*>(geometry.getColorArray());
-    return colors != nullptr && colors->size() == 1 && colors->getBinding() == osg::Array::BIND_OVERALL
-               ? &colors->front()
-               : nullptr;
-}
-
-/// Whether the corners are those of the group, one after the other.
-bool hasCorners(const osg::Geometry& geometry, std::size_t count)
-{
-    const auto* const triangles = geometry.getNumPrimitiveSets() == 1
-                                      ? dynamic_cast<const osg::DrawArrays*>(geometry.getPrimitiveSet(0))
-                                      : nullptr;
-    return triangles != nullptr && triangles->getMode() == GL_TRIANGLES && triangles->getFirst() == 0 &&
-           static_cast<std::size_t>(triangles->getCount()) == count && geometry.getVertexArray() != nullptr &&
-           geometry.getVertexArray()->getNumElements() == count;
 }
 
 /// How much `matrix` may lengthen a vector: from above, and nearly exact for rotations with a scale.
@@ -118,117 +78,6 @@ double depthOf(const osg::Vec3& point, const osg::Matrixd& modelView)
 }
 
 } // namespace
-
-KrShapeTable::KrShapeTable()
-    : m_arena(new KrMeshArena)
-{
-}
-
-KrShapeTable::~KrShapeTable() = default;
-
-KrShapeTable::Entry& KrShapeTable::entry(KrRenderShape& shape)
-{
-    Entry& entry = m_entries[&shape];
-    // A shape that is gone may have left its address to another one.
-    if (entry.shape != &shape) {
-        entry.shape = &shape;
-        takeOver(entry);
-    }
-    return entry;
-}
-
-void KrShapeTable::demandLevels()
-{
-    if (m_hasLevels) {
-        return;
-    }
-    m_hasLevels = true;
-    m_arena = new KrMeshArena;
-    for (auto& known : m_entries) {
-        takeOver(known.second);
-    }
-}
-
-void KrShapeTable::takeOver(Entry& entry) const
-{
-    entry.mesh = nullptr;
-    entry.isTranslucent = false;
-    entry.groups.clear();
-    entry.checkedIn = 0;
-    if (!entry.shape.valid()) {
-        return;
-    }
-    KrRenderShape& shape = *entry.shape;
-    // What deforms or is a client's own kind of shape is drawn by the graph.
-    if (typeid(shape) != typeid(KrRenderShape)) {
-        return;
-    }
-    const std::shared_ptr<const KrIndexedMesh> mesh = shape.indexedMesh(m_hasLevels);
-    if (!mesh || shape.getNumDrawables() == 0 || shape.getNumDrawables() > mesh->levels.front().groups.size()) {
-        return;
-    }
-    std::vector<KrMeshArena::Look> looks;
-    std::size_t numTranslucent = 0;
-    for (unsigned int i = 0; i < shape.getNumDrawables(); ++i) {
-        const auto* const geometry = dynamic_cast<const KrGroupGeometry*>(shape.getDrawable(i));
-        const osg::StateSet* const states = geometry != nullptr ? geometry->getStateSet() : nullptr;
-        const osg::Vec4* const color = geometry != nullptr ? colorOf(*geometry) : nullptr;
-        // One that is not as the shape has made it, and all of the shape are drawn by the graph, in their order.
-        if (states == nullptr || color == nullptr || geometry->version() != shape.groupVersion(i) ||
-            !hasCorners(*geometry, mesh->levels.front().groups[i].count)) {
-            entry.groups.clear();
-            return;
-        }
-        const auto* const material =
-            dynamic_cast<const osg::Material*>(states->getAttribute(osg::StateAttribute::MATERIAL));
-        entry.groups.push_back({geometry, geometry->version(), states, states->getAttributeList(),
-                                states->getModeList(), states->getTextureAttributeList(), states->getTextureModeList(),
-                                states->getRenderingHint(), states->getBinNumber(), material,
-                                material != nullptr ? new osg::Material(*material) : nullptr,
-                                geometry->getBoundingBox()});
-        KrMeshArena::Look look;
-        if (m_arena->findLook(*states, *color, look)) {
-            looks.push_back(look);
-        }
-        numTranslucent += states->getRenderingHint() == osg::StateSet::TRANSPARENT_BIN ? 1 : 0;
-    }
-    entry.isTranslucent = numTranslucent == entry.groups.size();
-    entry.mesh = looks.size() == entry.groups.size() ? &m_arena->add(*mesh, looks) : nullptr;
-}
-
-void KrShapeTable::beginFrame(const void* view, unsigned int frame)
-{
-    if (m_frame == 0 || view != m_view || frame != m_viewFrame) {
-        m_view = view;
-        m_viewFrame = frame;
-        // 0 stands for never.
-        m_frame += m_frame == std::numeric_limits<unsigned int>::max() ? 2 : 1;
-    }
-}
-
-bool KrShapeTable::isAsTaken(Entry& entry) const
-{
-    if (entry.checkedIn == m_frame) {
-        return entry.wasAsTaken;
-    }
-    entry.checkedIn = m_frame;
-    const KrRenderShape& shape = *entry.shape;
-    entry.wasAsTaken = isPlain(shape) && shape.getNumDrawables() == entry.groups.size();
-    for (std::size_t i = 0; i < entry.groups.size() && entry.wasAsTaken; ++i) {
-        const Group& group = entry.groups[i];
-        const osg::Drawable* const drawable = shape.getDrawable(static_cast<unsigned int>(i));
-        const osg::StateSet& states = *group.states;
-        entry.wasAsTaken =
-            drawable == group.geometry && isPlain(*drawable) && group.geometry->version() == group.version &&
-            drawable->getStateSet() == group.states && states.getAttributeList() == group.attributes &&
-            states.getModeList() == group.modes && states.getTextureAttributeList() == group.textures &&
-            states.getTextureModeList() == group.textureModes && states.getRenderingHint() == group.renderingHint &&
-            states.getBinNumber() == group.binNumber &&
-            // Materials are what clients change in place.
-            (group.material == nullptr || group.material->compare(*group.look) == 0);
-    }
-    return entry.wasAsTaken;
-}
 
 /// What holds for one view in one frame.
 struct KrDrawPlan::Frame

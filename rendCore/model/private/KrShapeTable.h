@@ -1,0 +1,87 @@
+#pragma once
+
+#include <rendCore/draw/private/KrMeshArena.h>
+
+#include <osg/BoundingBox>
+#include <osg/Material>
+#include <osg/StateSet>
+#include <osg/observer_ptr>
+#include <osg/ref_ptr>
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace osg
+{
+class Node;
+}
+class KrGroupGeometry;
+class KrRenderShape;
+
+/// The meshes of a scene as they are drawn: an arena, and what it has of each shape.
+///
+/// Shared by the manipulators of a scene, so that robots that share shapes share buffers. Scene thread only.
+class KrShapeTable : public osg::Referenced
+{
+public:
+    /// One group of a shape as it was taken over; a group that looks otherwise since then is drawn by the graph.
+    struct Group
+    {
+        const KrGroupGeometry* geometry = nullptr;
+        std::uint32_t version = 0;
+        osg::ref_ptr<const osg::StateSet> states;
+        // What the state set said.
+        osg::StateSet::AttributeList attributes;
+        osg::StateSet::ModeList modes;
+        osg::StateSet::TextureAttributeList textures;
+        osg::StateSet::TextureModeList textureModes;
+        int renderingHint = 0;
+        int binNumber = 0;
+        const osg::Material* material = nullptr; ///< that of `states`; null for none
+        osg::ref_ptr<const osg::Material> look;  ///< what it said
+        osg::BoundingBox box;                    ///< in the shape's frame, m
+    };
+    struct Entry
+    {
+        osg::observer_ptr<KrRenderShape> shape; ///< it may go before the table does
+        std::vector<Group> groups;
+        const KrMeshArena::Mesh* mesh = nullptr; ///< null where the arena does not have it
+        bool isTranslucent = false;              ///< all of it: drawn behind what is opaque, by the graph
+        // What `isAsTaken` found last, and when.
+        unsigned int checkedIn = 0;
+        bool wasAsTaken = false;
+    };
+
+    KrShapeTable();
+
+    const KrMeshArena& arena() const { return *m_arena; }
+    void setLightModel(const osg::LightModel* model) { m_arena->setLightModel(model); }
+    void resizeGLObjectBuffers(unsigned int maxSize) { m_arena->resizeGLObjectBuffers(maxSize); }
+    void releaseGLObjects(osg::State* state) const { m_arena->releaseGLObjects(state); }
+    /// Takes the shape over where that was not tried before. Borrowed from the table.
+    Entry& entry(KrRenderShape& shape);
+    /// Takes all shapes over anew where their coarser levels were left out until now.
+    void demandLevels();
+    /// Counts how often that happened, from 1 on.
+    unsigned int generation() const { return m_hasLevels ? 2 : 1; }
+    /// Before a view culls the first manipulator of a frame, and before each further one.
+    void beginFrame(const void* view, unsigned int frame);
+    /// Whether the shape says what it said when it was taken over. Looks once a frame, however many links share it.
+    bool isAsTaken(Entry& entry) const;
+    /// Whether a node does nothing but carry what is below it.
+    static bool isPlain(const osg::Node& node);
+
+protected:
+    ~KrShapeTable() override;
+
+private:
+    void takeOver(Entry& entry) const;
+
+    bool m_hasLevels = false;
+    const void* m_view = nullptr; ///< of the frame at hand; a name only
+    unsigned int m_viewFrame = 0;
+    unsigned int m_frame = 0; ///< counts frames of all views
+    osg::ref_ptr<KrMeshArena> m_arena;
+    std::map<const KrRenderShape*, Entry> m_entries;
+};
