@@ -186,7 +186,7 @@ public:
     const KrColor& ambientLight() const { return m_ambientLight; }
 
     /// The error that meshes may show on the screen, pixels, from the next frame on: farther away they are drawn with
-    /// fewer triangles. Bodies of less than 100 pixels show a smaller error. 0, the default, draws every triangle. Kept
+    /// fewer triangles. Bodies of less than 80 pixels show a smaller error. 0, the default, draws every triangle. Kept
     /// when the window is closed.
     /// @return false, after one message, and the error as it was for a negative one and for what is no number
     bool setLevelOfDetail(float pixels);

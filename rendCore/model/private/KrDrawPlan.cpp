@@ -20,7 +20,7 @@ namespace
 {
 
 /// The size on the screen from which on a body may show the whole error that is allowed, pixels.
-constexpr double kLargeBody = 100.0;
+constexpr double kLargeBody = 80.0;
 /// What a body of next to no size may show of it.
 constexpr double kSmallestShare = 0.25;
 
