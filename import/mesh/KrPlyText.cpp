@@ -56,6 +56,7 @@ private:
     };
     struct Element
     {
+        std::string_view name;
         std::uint64_t count = 0;
         std::vector<Property> properties;
     };
@@ -117,9 +118,14 @@ bool PlyCheck::readHeader(std::string& why)
             m_isBigEndian = format == "binary_big_endian";
             isGood = m_isText || m_isBigEndian || format == "binary_little_endian";
         } else if (word == "element") {
+            const std::string_view name = takeWord(line);
+            // The library makes its arrays for the last one of a name and fills them for each.
+            isGood = !name.empty() && std::none_of(m_elements.begin(), m_elements.end(),
+                                                   [name](const Element& known) { return known.name == name; });
             m_elements.emplace_back();
+            m_elements.back().name = name;
             // An element takes a byte at least, but for one without properties, which the library counts all the same.
-            isGood = !takeWord(line).empty() && takeCount(line, m_size, m_elements.back().count);
+            isGood = isGood && takeCount(line, m_size, m_elements.back().count);
         } else if (word == "property") {
             isGood = readProperty(line);
         } else {

@@ -31,4 +31,8 @@ TEST(KrPlyText, WalksTextAndBinaryFilesByTheirHeaders)
     EXPECT_EQ(why, "its header has the line \"element vertex -3\"");
     EXPECT_FALSE(KrPlyText::check("ply\nformat ascii 1.0\nelement vertex 0\n", why));
     EXPECT_EQ(why, "its header does not end");
+    // The mesh library frees what it never had for these two.
+    const std::string vertex = "element vertex 1\nproperty float x\n";
+    EXPECT_FALSE(KrPlyText::check("ply\nformat ascii 1.0\n" + vertex + vertex + "end_header\n0\n0\n", why));
+    EXPECT_EQ(why, "its header has the line \"element vertex 1\"");
 }
