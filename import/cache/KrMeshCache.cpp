@@ -139,7 +139,7 @@ KrMeshCache::~KrMeshCache()
 
 void KrMeshCache::open(const std::string& folder)
 {
-    // The folders above it, too, as the specification of cache folders has it: for the user alone.
+    // The folders above it, too, as every cache folder should be: for the user alone.
     for (std::size_t end = folder.find('/', 1); end != std::string::npos; end = folder.find('/', end + 1)) {
         ::mkdir(folder.substr(0, end).c_str(), 0700);
     }
