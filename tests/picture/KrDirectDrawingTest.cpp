@@ -2,9 +2,11 @@
 #include <picture/KrPictureScene.h>
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderManipulator.h>
+#include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <GL/gl.h>
+#include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 #include <osg/CullFace>
@@ -413,6 +415,32 @@ TEST(KrDirectDrawing, SeesWhatAClientExchanges)
         }
     });
     EXPECT_EQ(both.difference(), 0u) << "texture modes";
+}
+
+// A mesh without texture coordinates behind one that has some.
+TEST(KrDirectDrawing, KeepsTexturesBesideWhatHasNone)
+{
+    Both both(std::string(KR_SAMPLES "/textured_rover.xml"));
+    KrIndividualManipulator post("post");
+    const auto sail = boost::make_shared<KrTriPhysicalExtent>();
+    KrXmlVectorVector corners;
+    corners.push_back({0.0, 0.0, 0.0});
+    corners.push_back({0.1, 0.0, 0.0});
+    corners.push_back({0.0, 0.0, 2.0});
+    const std::vector<KrTriangle> triangles = {KrTriangle(0, 1, 2)};
+    const KrTriPhysicalExtent::Group group(std::string("sail"), KrXmlVectorType<KrTriangle>(triangles));
+    ASSERT_TRUE(sail->setMesh(corners, {}, {}, KrXmlVectorType<KrTriPhysicalExtent::Group>({group})));
+    post.addShape(sail);
+    KrManipulatorSystem robots = both.system.manipulatorSystem();
+    KrManipulatorSystemState state = both.system.systemState();
+    robots.manipulators().push_back(post);
+    state.positionStates().push_back(KrPositionState());
+    both.system = KrStatedSystem(robots);
+    both.system.setSystemState(state);
+    std::string reason;
+    ASSERT_TRUE(both.scene.show(both.system, reason)) << reason;
+    EXPECT_EQ(both.difference(), 0u);
+    EXPECT_FALSE(both.isEmpty);
 }
 
 // From afar, where most of a robot's pixels are at its rims.

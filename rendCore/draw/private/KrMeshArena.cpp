@@ -31,7 +31,7 @@ bool isSameColor(const osg::Vec4& a, const osg::Vec4& b)
     return a.r() == b.r() && a.g() == b.g() && a.b() == b.b();
 }
 
-/// Whether nothing but `look`'s colour is said by the material's ambient and diffuse parts, so that the colour of a
+/// Whether nothing but `color` is said by the material's ambient and diffuse parts, so that the colour of a
 /// vertex can stand for both. With an emission the driver may round the sum of the two in another way.
 bool isColorOf(const osg::Material& material, const osg::Vec4& color)
 {
@@ -84,7 +84,7 @@ unsigned int KrMeshArena::number(const osg::ref_ptr<osg::StateSet>& states, bool
     if (found == m_states.end()) {
         m_states.push_back({states, nullptr, nullptr, isTextured});
         lightFronts(m_states.back());
-        return numStates() - 1;
+        return static_cast<unsigned int>(m_states.size() - 1);
     }
     return static_cast<unsigned int>(found - m_states.begin());
 }
@@ -227,6 +227,10 @@ const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::
             m_narrow->push_back(static_cast<GLushort>(index));
         }
     }
+    // One for each vertex, or none at all: also behind the last mesh that has some.
+    if (!m_textureCoordinates->empty()) {
+        m_textureCoordinates->resize(m_vertices->size());
+    }
     // The next context that binds them takes them over anew.
     m_vertices->dirty();
     m_normals->dirty();
@@ -251,7 +255,7 @@ KrMeshArena::Binding KrMeshArena::bind(osg::State& state, bool isTextured) const
     arrays.setVertexArray(state, m_vertices);
     arrays.setNormalArray(state, m_normals);
     arrays.setColorArray(state, m_colors);
-    if (isTextured && m_textureCoordinates->size() == m_vertices->size()) {
+    if (isTextured && !m_textureCoordinates->empty()) {
         arrays.setTexCoordArray(state, 0, m_textureCoordinates);
     }
     arrays.applyDisablingOfVertexAttributes(state);

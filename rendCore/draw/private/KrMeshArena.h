@@ -76,7 +76,6 @@ public:
     /// What the state sets for fronts have of it: another object after each change. Null where that is nothing.
     const osg::LightModel* frontLight() const { return m_oneSided; }
     bool isTextured(unsigned int number) const { return m_states[number].isTextured; }
-    unsigned int numStates() const { return static_cast<unsigned int>(m_states.size()); }
 
     /// Whether the buffers stay in the range of what the scene graph counts them with, whatever the looks are.
     bool hasRoomFor(const KrIndexedMesh& mesh) const;
