@@ -1,7 +1,8 @@
 #include "KrAppDepth.h"
 
 #include "KrAppFailure.h"
-#include "KrAppNumpy.h"
+
+#include <toolkit/image/private/KrNumpyFile.h>
 
 #include <algorithm>
 #include <cmath>
@@ -61,7 +62,7 @@ void KrAppDepth::write(const std::vector<float>& depths, unsigned int width, uns
 {
     const std::string extension = KrAppFiles::extensionOf(path);
     if (extension == ".npy") {
-        KrAppFiles::writeBytes(krAppNumpy(depths.data(), width, height), path);
+        KrAppFiles::writeBytes(krNumpyFile(depths.data(), width, height), path);
     } else if (extension == ".pfm") {
         KrAppFiles::writeBytes(pfm(depths, width, height), path);
     } else {

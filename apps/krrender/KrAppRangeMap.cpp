@@ -3,11 +3,11 @@
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
 #include "KrAppMessages.h"
-#include "KrAppNumpy.h"
 #include "KrAppOptions.h"
 
 #include <picture/KrValueText.h>
 #include <rendCore/capture/KrRender2DSampleTool.h>
+#include <toolkit/image/private/KrNumpyFile.h>
 
 #include <cmath>
 #include <cstdio>
@@ -60,7 +60,7 @@ std::string numpy(const Map& map, unsigned int width)
     for (auto row = map.rbegin(); row != map.rend(); ++row) {
         values.insert(values.end(), row->begin(), row->end());
     }
-    return krAppNumpy(values.data(), width, static_cast<unsigned int>(map.size()));
+    return krNumpyFile(values.data(), width, static_cast<unsigned int>(map.size()));
 }
 
 /// With ten digits: a tenth of a micrometre at a hundred metres.

@@ -1,4 +1,4 @@
-#include "KrAppNumpy.h"
+#include <toolkit/image/private/KrNumpyFile.h>
 
 namespace
 {
@@ -23,12 +23,12 @@ std::string numpy(const void* values, std::size_t size, unsigned int width, unsi
 
 } // namespace
 
-std::string krAppNumpy(const float* values, unsigned int width, unsigned int height)
+std::string krNumpyFile(const float* values, unsigned int width, unsigned int height)
 {
     return numpy(values, sizeof *values, width, height);
 }
 
-std::string krAppNumpy(const double* values, unsigned int width, unsigned int height)
+std::string krNumpyFile(const double* values, unsigned int width, unsigned int height)
 {
     return numpy(values, sizeof *values, width, height);
 }
