@@ -37,6 +37,7 @@ kr_install_library(RendCore DESCRIPTION "Render core for robots on OpenSceneGrap
 kr_install_library(Picture DESCRIPTION "Framing, lamps and motions for programs that make pictures of robots"
     REQUIRES "krRendCore ${same}")
 kr_install_library(Import DESCRIPTION "Reads robot descriptions and their meshes" REQUIRES "krToolkit ${same}")
+kr_install_library(Dataset DESCRIPTION "Makes data sets of pictures of robots" REQUIRES "krPicture ${same}")
 
 install(TARGETS krrender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(TARGET krrenderPages)

@@ -1,7 +1,7 @@
 # The target `docs`: the API reference of what is installed, made by doxygen, which nothing else needs.
 
 set(kr_headers)
-foreach(library krToolkit krRendCore krPicture krImport)
+foreach(library krToolkit krRendCore krPicture krImport krDataset)
     get_target_property(headers ${library} HEADER_SET)
     list(APPEND kr_headers ${headers})
 endforeach()
