@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 struct KrDatasetSample;
@@ -22,4 +23,14 @@ public:
     virtual bool add(const KrDatasetSample& sample, std::string& reason) = 0;
     /// After the last sample: all files are complete and closed when this comes back with true.
     virtual bool finish(std::string& reason) = 0;
+
+    /// Processor time that went into the files by now, s; the rest of what `add` takes is encoding.
+    double writingTime() const { return m_writingTime; }
+
+protected:
+    /// Writes a file of the shard whole; its folder is made if need be. All writing goes through here or through a
+    /// KrDatasetFile that is given `m_writingTime`.
+    bool writeFile(const std::string& path, const void* content, std::size_t size, std::string& reason);
+
+    double m_writingTime = 0.0; ///< s
 };
