@@ -7,7 +7,7 @@
 
 class KrStatedSystem;
 
-/// Reads robot descriptions (URDF) with their meshes, textures and materials.
+/// Reads robot descriptions (URDF) with their meshes, textures and materials, and meshes on their own.
 ///
 /// Lengths become metres; link and joint names, joint order (the order of the description, depth first), limits and
 /// mimic rules stay. What can be mended is mended, each time with a warning in the report.
@@ -24,5 +24,10 @@ public:
     /// @param report  becomes what was found, on failure too
     /// @return false, after one message, when there is no robot in the file
     static bool readFile(const std::string& path, const KrImportOptions& options, KrStatedSystem& system,
+                         KrImportReport& report);
+    /// Reads a single mesh file into `system`: a manipulator of one link, which bears the file's name without
+    /// extension. Otherwise as readFile, except that there is no stand-in for a mesh that cannot be read.
+    /// @return false, after one message, when the file is no mesh
+    static bool readMesh(const std::string& path, const KrImportOptions& options, KrStatedSystem& system,
                          KrImportReport& report);
 };

@@ -1,4 +1,5 @@
 // Words of the command line and of trajectory files.
+#include <import/KrSystemFile.h>
 #include <picture/KrTiles.h>
 #include <picture/KrValueText.h>
 #include <toolkit/foundation/KrReason.h>
@@ -6,7 +7,6 @@
 #include <KrAppFailure.h>
 #include <KrAppFiles.h>
 #include <KrAppMessages.h>
-#include <KrAppRobot.h>
 #include <KrAppSidecar.h>
 
 #include <cmath>
@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(!KrAppSidecar::readIntrinsics(text, camera) || camera.isValid());
     KrValueText::size(text, width, height);
     KrValueText::nearest(text, {"axes", "volumes", "trajectory", text});
-    KrAppRobot::rootElement(text);
+    KrSystemFile::rootElement(text);
 
     const std::string shown = KrAppMessages::printable(KrReason::sentence(text));
     check(shown.find_first_of("\x1b\x7f\n\r\t") == std::string::npos && shown.size() <= text.size());

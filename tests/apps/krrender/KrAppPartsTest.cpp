@@ -4,7 +4,6 @@
 #include <KrAppFailure.h>
 #include <KrAppFiles.h>
 #include <KrAppMessages.h>
-#include <KrAppRobot.h>
 #include <gtest/gtest.h>
 
 TEST(KrAppFiles, NumbersFramesAndRefusesOtherPercentSigns)
@@ -52,14 +51,4 @@ TEST(KrAppMessages, MakesOneLineOfWhatTheToolkitSays)
     Kr::Print::instance()->write(Kr::Print::Info, "not a problem\n");
     Kr::Print::instance()->write(Kr::Print::Warning, "KrThing::read - a.xml:\n  line 3: too deep - really.\n");
     EXPECT_EQ(messages.lastReason("none"), "a.xml: line 3: too deep - really");
-}
-
-TEST(KrAppRobot, FindsTheFirstElementBehindAnyProlog)
-{
-    EXPECT_EQ(KrAppRobot::rootElement("<robot name=\"a\">"), "robot");
-    EXPECT_EQ(KrAppRobot::rootElement("\xEF\xBB\xBF<?xml version='1.0'?>\n<!-- <sdf> -->\n<ns:robot/>"), "robot");
-    EXPECT_EQ(KrAppRobot::rootElement("<!DOCTYPE x>\n<x>"), "x");
-    for (const char* text : {"", "no xml", "<!-- <robot>", "<?xml"}) {
-        EXPECT_EQ(KrAppRobot::rootElement(text), "") << text;
-    }
 }
