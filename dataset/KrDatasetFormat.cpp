@@ -1,5 +1,7 @@
 #include <dataset/KrDatasetFormat.h>
 
+#include <dataset/formats/KrDatasetFolders.h>
+
 #include <cstdio>
 
 namespace
@@ -8,7 +10,8 @@ namespace
 /// All there are, in the order in which they are told. A further format is a further line here.
 const std::vector<const KrDatasetFormat*>& formats()
 {
-    static const std::vector<const KrDatasetFormat*> all = {};
+    static const KrDatasetFolders folders;
+    static const std::vector<const KrDatasetFormat*> all = {&folders};
     return all;
 }
 
