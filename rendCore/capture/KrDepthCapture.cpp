@@ -1,80 +1,23 @@
 #include <rendCore/capture/KrDepthCapture.h>
 
-#include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
+#include <rendCore/capture/private/KrMetricDepth.h>
+#include <rendCore/capture/private/KrStageHook.h>
 #include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/KrSGWindow.h>
 #include <rendCore/window/private/KrDrawnProjection.h>
-#include <rendCore/window/private/KrRenderStages.h>
 
 #include <toolkit/foundation/KrPrint.h>
 
 #include <osg/GLExtensions>
 #include <osgUtil/RenderStage>
+#include <osgViewer/Viewer>
 
-#include <algorithm>
-#include <cmath>
+#include <cstddef>
 #include <exception>
 
 namespace
 {
-
-constexpr double kSinglePrecision = 1.0 / 16777216.0; // 2^-24: half a step of a float just above 1
-constexpr double kDriverSteps = 12.0;                 // of it, lost in transforming and interpolating a depth
-
-/// Depth to clip coordinates, as precise as the driver is given them.
-KrPixelConversion::DepthTerms termsOf(const osg::Matrixd& projection)
-{
-    const auto single = [&projection](int row, int column) {
-        return double{static_cast<float>(projection(row, column))};
-    };
-    return {single(2, 2), single(3, 2), single(2, 3), single(3, 3)};
-}
-
-/// Whether depth goes its own way: x and y have no part in z' and w', and rays leave one point or are parallel.
-bool isSupported(const osg::Matrixd& p)
-{
-    // Exact comparisons: these are zeros that nothing was added to, in every projection that
-    // is built and not composed.
-    const bool isSeparate = p(0, 2) == 0.0 && p(1, 2) == 0.0 && p(0, 3) == 0.0 && p(1, 3) == 0.0;
-    const bool isCentral = p(3, 0) == 0.0 && p(3, 1) == 0.0 && p(3, 3) == 0.0;
-    // The last two: depth can be told from z' / w', and x and y from x' and y'.
-    return isSeparate && (isCentral || p(2, 3) == 0.0) && p(2, 2) * p(3, 3) != p(3, 2) * p(2, 3) &&
-           p(0, 0) * p(1, 1) != p(0, 1) * p(1, 0);
-}
-
-/// The slopes of the rays through a perspective picture's pixels, to the right and up for each metre of depth. Borrows
-/// the projection.
-struct RaySlopes
-{
-    RaySlopes(const osg::Matrixd& projection, unsigned int width, unsigned int height)
-        : p(projection)
-        , determinant(p(0, 0) * p(1, 1) - p(0, 1) * p(1, 0))
-        , xStep(2.0 / width)
-        , yStep(2.0 / height)
-    {
-    }
-    /// Rows and columns by themselves: the picture's sides are the eye's, as in every camera that is not composed.
-    bool isSeparate() const { return p(0, 1) == 0.0 && p(1, 0) == 0.0; }
-    /// Of the middle of a pixel. Where it is separate the row does not matter, or the column.
-    double right(unsigned int column, unsigned int row) const
-    {
-        return (x(column) * p(1, 1) - y(row) * p(1, 0)) / determinant;
-    }
-    double up(unsigned int column, unsigned int row) const
-    {
-        return (y(row) * p(0, 0) - x(column) * p(0, 1)) / determinant;
-    }
-
-    // x' = x p00 + y p10 + z p20 and w' = z p23, for z = -1, in [-1, 1] over the picture.
-    double x(unsigned int column) const { return -((column + 0.5) * xStep - 1.0) * p(2, 3) + p(2, 0); }
-    double y(unsigned int row) const { return -((row + 0.5) * yStep - 1.0) * p(2, 3) + p(2, 1); }
-
-    const osg::Matrixd& p;
-    double determinant;
-    double xStep;
-    double yStep;
-};
 
 /// What a client's callback did wrong in this frame is not this capture's.
 void forgetErrors()
@@ -87,13 +30,19 @@ void forgetErrors()
 
 } // namespace
 
-/// Stands around the drawing of the main camera's stage, where its target is still bound.
+/// Reads the main camera's stage.
 class KrDepthCapture::Reader : public KrSGWindow::DrawCallback
 {
 public:
     explicit Reader(KrDepthCapture& capture)
         : m_capture(capture)
-        , m_stageCallback(new StageCallback(*this))
+        , m_hook(new KrStageHook([this](osgUtil::RenderBin& bin, osg::RenderInfo& renderInfo) {
+            try {
+                m_failure = read(bin, renderInfo);
+            } catch (const std::exception&) {
+                m_failure = "there is not enough memory";
+            }
+        }))
     {
     }
 
@@ -104,55 +53,15 @@ public:
 
     bool preRender(osgViewer::Viewer* viewer) override
     {
-        const osg::ref_ptr<osgUtil::RenderStage> stage = KrRenderStages::ofMain(viewer);
-        if (!stage) {
-            return false;
-        }
-        // An application's own drawing goes on, inside of this.
-        m_previous = stage->getDrawCallback();
-        stage->setDrawCallback(m_stageCallback);
-        return true;
+        return viewer && viewer->getCamera() && m_hook->attach(*viewer->getCamera());
     }
-    bool postRender(osgViewer::Viewer* viewer) override
+    bool postRender(osgViewer::Viewer*) override
     {
-        // Somebody who is called in the frame may have closed the window, and the stage has gone with it.
-        if (osgUtil::RenderStage* const stage = KrRenderStages::ofMain(viewer)) {
-            stage->setDrawCallback(m_previous);
-        }
-        m_previous = nullptr;
+        m_hook->detach();
         return true;
     }
 
 private:
-    using StageDrawCallback = osgUtil::RenderBin::DrawCallback;
-
-    class StageCallback : public StageDrawCallback
-    {
-    public:
-        explicit StageCallback(Reader& reader)
-            : m_reader(reader)
-        {
-        }
-        void drawImplementation(osgUtil::RenderBin* bin, osg::RenderInfo& renderInfo,
-                                osgUtil::RenderLeaf*& previous) override
-        {
-            if (m_reader.m_previous.valid()) {
-                m_reader.m_previous->drawImplementation(bin, renderInfo, previous);
-            } else {
-                bin->drawImplementation(renderInfo, previous);
-            }
-            // The scene graph's drawing knows no exceptions: none may pass through it.
-            try {
-                m_reader.m_failure = m_reader.read(*bin, renderInfo);
-            } catch (const std::exception&) {
-                m_reader.m_failure = "there is not enough memory";
-            }
-        }
-
-    private:
-        Reader& m_reader;
-    };
-
     const char* read(osgUtil::RenderBin& bin, osg::RenderInfo& renderInfo)
     {
         const osgUtil::RenderStage* const stage = bin.getStage();
@@ -163,7 +72,7 @@ private:
         }
         // With the near and far plane that were fitted to the scene; the camera's own matrix does not have them.
         const osg::Matrixd projection = KrDrawnProjection::of(bin, camera->getProjectionMatrix());
-        if (!isSupported(projection)) {
+        if (!KrMetricDepth::isSupported(projection)) {
             return "its projection mixes depth with x or y";
         }
         GLint depthBits = 0;
@@ -196,13 +105,13 @@ private:
     }
 
     KrDepthCapture& m_capture;
-    osg::ref_ptr<StageCallback> m_stageCallback;
-    osg::ref_ptr<StageDrawCallback> m_previous;
+    osg::ref_ptr<KrStageHook> m_hook;
     const char* m_failure = nullptr;
 };
 
 KrDepthCapture::KrDepthCapture()
     : m_reader(new Reader(*this))
+    , m_metric(std::make_unique<KrMetricDepth>())
 {
 }
 
@@ -222,7 +131,12 @@ bool KrDepthCapture::render(KrSGWindow& window, const Options& options, std::vec
         if (!failure) {
             // Only now: on failure the caller's depths are as they were.
             depths.resize(m_values.size());
-            convert(options, depths);
+            const bool isTopFirst = options.rowOrder == RowOrder::TopRowFirst;
+            const auto step = static_cast<std::ptrdiff_t>(m_width);
+            float* const bottom =
+                depths.data() + (isTopFirst && m_height > 0 ? (m_height - 1) * std::size_t(m_width) : 0);
+            m_metric->convert({m_width, m_height, m_projection, m_depthBits, options.kind, options.background},
+                              m_values.data(), bottom, isTopFirst ? -step : step);
         }
     } catch (const std::exception&) {
         failure = "there is not enough memory";
@@ -235,46 +149,8 @@ bool KrDepthCapture::render(KrSGWindow& window, const Options& options, std::vec
     return !failure;
 }
 
-void KrDepthCapture::convert(const Options& options, std::vector<float>& depths)
-{
-    const KrPixelConversion::DepthBits kind = {m_depthBits};
-    const KrPixelConversion::DepthTerms terms = termsOf(m_projection);
-    const RaySlopes rays(m_projection, m_width, m_height);
-    // Parallel rays have p(2, 3) = 0 and are as long as they are deep.
-    const bool isSlanted = options.kind == Kind::Euclidean && m_projection(2, 3) != 0.0;
-    const bool isSeparate = rays.isSeparate();
-    if (isSlanted) {
-        m_raySquares.resize(m_width);
-    }
-    for (unsigned int row = 0; row < m_height; ++row) {
-        // The length's square is 1 + right^2 + up^2: the first two once, where all rows have them alike.
-        for (unsigned int column = 0; isSlanted && (row == 0 || !isSeparate) && column < m_width; ++column) {
-            const double right = rays.right(column, row);
-            const double up = isSeparate ? 0.0 : rays.up(column, row);
-            m_raySquares[column] = 1.0 + right * right + up * up;
-        }
-        const double up = isSlanted && isSeparate ? rays.up(0, row) : 0.0;
-        const unsigned int place = options.rowOrder == RowOrder::TopRowFirst ? m_height - 1 - row : row;
-        KrPixelConversion::toMetres(m_values.data() + std::size_t(row) * m_width, m_width, kind, terms,
-                                    options.background, isSlanted ? m_raySquares.data() : nullptr, up * up,
-                                    depths.data() + std::size_t(place) * m_width);
-    }
-}
-
 double KrDepthCapture::errorBound(double depth) const
 {
-    if (m_depthBits == 0) {
-        return std::numeric_limits<double>::infinity();
-    }
-    const KrPixelConversion::DepthTerms terms = termsOf(m_projection);
-    const double w = terms.d - terms.c * depth;
-    // How far the depth moves for the whole range of the depth buffer, at this depth's rate.
-    const double rate = 2.0 * w * w / std::abs(terms.a * terms.d - terms.b * terms.c);
-    // Of simplified meshes: what a pixel is wide at this depth, or anywhere where rays are parallel.
-    const double pixels =
-        0.5 * std::max(m_width * std::abs(m_projection(0, 0)), m_height * std::abs(m_projection(1, 1)));
-    const double width = m_levelOfDetail > 0.0f ? (m_projection(3, 3) == 0.0 ? std::abs(depth) : 1.0) / pixels : 0.0;
-    return static_cast<double>(m_levelOfDetail) * width +
-           rate * (0.5 * std::ldexp(1.0, -static_cast<int>(m_depthBits)) + kDriverSteps * kSinglePrecision) +
-           std::abs(depth) * kSinglePrecision;
+    return KrMetricDepth::errorBound(depth, {m_width, m_height, m_projection, m_depthBits, Kind::Planar, 0.0f},
+                                     static_cast<double>(m_levelOfDetail));
 }

@@ -5,8 +5,10 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <vector>
 
+class KrMetricDepth;
 class KrSGWindow;
 
 /// Reads the depths of a window's frames in metres.
@@ -80,12 +82,9 @@ public:
 private:
     class Reader;
 
-    void convert(const Options& options, std::vector<float>& depths);
-
     osg::ref_ptr<Reader> m_reader;
     std::vector<std::uint32_t> m_values; ///< the depth buffer, 32-bit fixed point, bottom row first
-    std::vector<double>
-        m_raySquares; ///< of the rays through a row's pixels: their lengths' squares or what all rows have of them
+    std::unique_ptr<KrMetricDepth> m_metric;
     unsigned int m_width = 0;
     unsigned int m_height = 0;
     unsigned int m_depthBits = 0;
