@@ -49,6 +49,11 @@ KrRenderIntraLink::KrRenderIntraLink(const KrIndividualManipulator& manipulator,
 
 KrRenderIntraLink::~KrRenderIntraLink() = default;
 
+std::size_t KrRenderIntraLink::indexOf(const osg::Node& node) const
+{
+    return static_cast<std::size_t>(std::find(m_intraLinks.begin(), m_intraLinks.end(), &node) - m_intraLinks.begin());
+}
+
 void KrRenderIntraLink::updateState(const KrManipulatorSystemState* state)
 {
     if (state == nullptr) {

@@ -6,6 +6,7 @@
 
 #include <osg/Group>
 
+#include <cstddef>
 #include <vector>
 
 /// The base link node of a manipulator with intra-links: it places those, too.
@@ -21,6 +22,9 @@ public:
 
     using KrRenderLink::updateState;
     void updateState(const KrManipulatorSystemState* state) override;
+
+    /// Which of the intra-links a node places; their number for another node.
+    std::size_t indexOf(const osg::Node& node) const;
 
     /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
     /// something is wrong.

@@ -39,7 +39,9 @@ osg::ref_ptr<KrRenderShape> makeGridShape(const KrGridPhysicalExtent& grid)
     // Only here: a node that an application puts into a scene of its own is ordered as the application wants.
     KrRenderGridPhysicalExtent::drawAfterSolids(*geode);
     // A shallow copy: the drawables, and with them textures and callbacks, are the field's own.
-    return new KrRenderShape(*geode, osg::CopyOp());
+    osg::ref_ptr<KrRenderShape> shape = new KrRenderShape(*geode, osg::CopyOp());
+    shape->setVolume();
+    return shape;
 }
 
 } // namespace
@@ -276,6 +278,7 @@ void KrRenderLink::addLinkGeometry(const KrManipulatorLink& link, const KrMateri
                 // Kept: neither a new name nor a map entry; selection finds it by its first owner's key alone.
                 shared->setNodeMask(KrRenderTypes::SceneContent);
                 m_dhFrame->addChild(shared);
+                m_shapeIndices.emplace_back(shared.get(), i);
                 continue;
             }
             working = KrRenderShape::newKrRenderShape(link, extent, materialMap);
@@ -312,6 +315,17 @@ bool KrRenderLink::updateState(osg::NodeVisitor* visitor, const KrManipulatorSys
     return true;
 }
 
+unsigned int KrRenderLink::shapeIndexOf(const KrRenderShape& shape) const
+{
+    // The node of one that is shown again stands there twice: it is the first.
+    for (const auto& known : m_shapeIndices) {
+        if (known.first == &shape) {
+            return known.second;
+        }
+    }
+    return m_link->numShapes();
+}
+
 void KrRenderLink::setPose(osg::MatrixTransform& node, const KrCoordinateSystemTransformation& pose)
 {
     osg::Matrixd matrix;
@@ -344,6 +358,7 @@ void KrRenderLink::addShape(KrRenderShape* shape, const std::string& linkName, u
     // Kept: the name is of the toolkit's link and not of this node; clients and messages name the shape by it.
     shape->setName(linkName + " - " + KrINT2STRING(shapeIndex, 10));
     m_dhFrame->addChild(shape);
+    m_shapeIndices.emplace_back(shape, shapeIndex);
     ownShapes().add({m_jointIndex, shapeIndex}, shape);
     if (m_isMapMade) {
         m_map.insert({{m_jointIndex, shapeIndex}, shape});

@@ -16,6 +16,7 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 /// Carries the state of a system on an update visitor.
 class StateData : public osg::Referenced
@@ -76,6 +77,8 @@ public:
     /// Where the link's joint stands in a position state, and which manipulator of the system it belongs to.
     unsigned int getJointIndex() const { return m_jointIndex; }
     unsigned int getManIndex() const { return m_manIndex; }
+    /// Which of the link's shapes a node under the DH frame draws; the link's number of shapes for another node.
+    unsigned int shapeIndexOf(const KrRenderShape& shape) const;
 
     /// Makes `visitor` carry `state`, which is borrowed until another one is attached.
     /// False for null and for a visitor that carries something else already.
@@ -118,6 +121,8 @@ private:
     /// The shapes that the map holds. They refer to those of the links below instead of repeating them: a chain's maps
     /// would grow with the square of its length.
     osg::ref_ptr<Shapes> m_shapes;
+    /// What the nodes under the DH frame draw, in their order; the nodes are those that were added.
+    std::vector<std::pair<const KrRenderShape*, unsigned int>> m_shapeIndices;
     mutable ShapeMap m_map; ///< made when it is asked for first
     mutable bool m_isMapMade = false;
 };

@@ -2,6 +2,7 @@
 
 #include <rendCore/model/KrRenderIntraLink.h>
 #include <rendCore/model/private/KrDrawPlan.h>
+#include <rendCore/model/private/KrPartNumbers.h>
 
 #include <toolkit/foundation/KrString.h>
 
@@ -32,6 +33,7 @@ bool isRoot(const osg::Node* node)
 KrRenderManipulator::KrRenderManipulator(const KrIndividualManipulator& manipulator, unsigned int manIndex)
     : m_manIndex(manIndex)
     , m_manipulator(&manipulator)
+    , m_numbers(std::make_unique<KrPartNumbers>())
 {
     osg::Matrixd manipulatorToWorld;
     // Set here and never again: what moves is the base link below, by its position state.
@@ -96,6 +98,11 @@ const KrIndividualManipulator* KrRenderManipulator::getManipulator() const
 void KrRenderManipulator::setShapeTable(const osg::ref_ptr<KrShapeTable>& table)
 {
     m_plan = std::make_shared<KrDrawPlan>(*this, table);
+}
+
+void KrRenderManipulator::setNumbers(const KrPartNumbers& numbers)
+{
+    *m_numbers = numbers;
 }
 
 void KrRenderManipulator::keepBound()

@@ -10,6 +10,7 @@
 #include <memory>
 
 class KrDrawPlan;
+class KrPartNumbers;
 class KrShapeTable;
 
 /// The scene node of one manipulator: places it in the world and holds the tree of its link nodes.
@@ -45,6 +46,10 @@ public:
     /// Draws the manipulator the short way, see KrDrawPlan, with the shapes of a table that others share.
     void setShapeTable(const osg::ref_ptr<KrShapeTable>& table);
 
+    /// Which labels its parts have in a picture of labels; without any, none is drawn there.
+    void setNumbers(const KrPartNumbers& numbers);
+    const KrPartNumbers& numbers() const { return *m_numbers; }
+
     /// Until `renewBound` the bounding sphere is the one that was asked for last, wherever the links go meanwhile.
     void keepBound();
     void renewBound();
@@ -72,5 +77,6 @@ private:
     const KrIndividualManipulator* m_manipulator;
     ShapeMap m_map;
     std::shared_ptr<KrDrawPlan> m_plan; ///< null: the scene graph does it all
+    std::unique_ptr<KrPartNumbers> m_numbers;
     bool m_isBoundKept = false;
 };

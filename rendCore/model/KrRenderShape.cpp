@@ -4,6 +4,10 @@
 #include <rendCore/base/private/KrVec3.h>
 #include <rendCore/draw/private/KrGroupGeometry.h>
 #include <rendCore/model/KrRenderDeformationShape.h>
+#include <rendCore/model/KrRenderIntraLink.h>
+#include <rendCore/model/KrRenderManipulator.h>
+#include <rendCore/model/private/KrLabelCamera.h>
+#include <rendCore/model/private/KrPartNumbers.h>
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
@@ -14,6 +18,7 @@
 #include <osg/StateSet>
 #include <osg/Vec2>
 #include <osg/Vec4f>
+#include <osgUtil/CullVisitor>
 
 #include <algorithm>
 #include <string>
@@ -96,6 +101,46 @@ const KrDataMap& materialOf(const std::string& groupName, const KrTriPhysicalExt
     }
     const KrDataMap* const given = materialMap.find(groupName);
     return given != nullptr ? *given : KrDataMap::defaultManipColor();
+}
+
+/// The base link of a manipulator with bodies between its links; null for another one.
+const KrRenderIntraLink* intraLinkOf(const KrRenderManipulator& manipulator)
+{
+    for (unsigned int i = manipulator.getNumChildren(); i-- > 0;) {
+        if (const auto* const base = dynamic_cast<const KrRenderIntraLink*>(manipulator.getChild(i))) {
+            return base;
+        }
+    }
+    return nullptr;
+}
+
+/// Of a shape, by the links that a visitor came by; 0 without any.
+std::uint32_t labelOf(const KrRenderShape& shape, const osg::NodePath& path, KrLabelTable::Level level)
+{
+    // The number of the link and of the shape among the link's, once they are known.
+    std::size_t linkIndex = 0;
+    std::size_t shapeIndex = 0;
+    bool isUnderLink = false;
+    for (std::size_t i = path.size(); i-- > 0;) {
+        if (const auto* const manipulator = dynamic_cast<const KrRenderManipulator*>(path[i])) {
+            // A body between links hangs beside the base link, which knows its number.
+            const auto* const bodies = isUnderLink ? nullptr : intraLinkOf(*manipulator);
+            if (!isUnderLink && (bodies == nullptr || i + 1 == path.size())) {
+                return 0;
+            }
+            return manipulator->numbers().label(
+                level, isUnderLink ? linkIndex : 1 + manipulator->getNumTotalLinks() + bodies->indexOf(*path[i + 1]),
+                shapeIndex);
+        }
+        const auto* const link = isUnderLink ? nullptr : dynamic_cast<const KrRenderLink*>(path[i]);
+        if (link != nullptr) {
+            isUnderLink = true;
+            const unsigned int joint = link->getJointIndex();
+            linkIndex = joint == KrRenderLink::kBaseJointIndex ? 0 : std::size_t{1} + joint;
+            shapeIndex = link->shapeIndexOf(shape);
+        }
+    }
+    return 0;
 }
 
 } // namespace
@@ -250,6 +295,25 @@ osg::ref_ptr<osg::Geode> KrRenderShape::createGeometry(const KrBasePhysicalExten
         }
     }
     return geode;
+}
+
+void KrRenderShape::traverse(osg::NodeVisitor& visitor)
+{
+    osgUtil::CullVisitor* const cull = visitor.asCullVisitor();
+    KrLabelCamera* const camera = cull != nullptr ? KrLabelCamera::of(*cull) : nullptr;
+    if (camera == nullptr) {
+        osg::Geode::traverse(visitor);
+    } else if (!m_isVolume) {
+        // The shape may be shared: whose it is here is told by the way to it. Without one somebody else has said it.
+        const std::uint32_t label = labelOf(*this, visitor.getNodePath(), camera->level());
+        if (label != 0) {
+            cull->pushStateSet(&camera->states(label));
+        }
+        osg::Geode::traverse(visitor);
+        if (label != 0) {
+            cull->popStateSet();
+        }
+    }
 }
 
 unsigned int KrRenderShape::getAttributes() const

@@ -57,6 +57,11 @@ public:
     /// Takes a new transparency, 1 being opaque; nothing here.
     virtual void updateAlpha(float alpha);
 
+    /// Marks a shape that is a cloud and has no surface: it is in no picture of labels.
+    void setVolume() { m_isVolume = true; }
+
+    void traverse(osg::NodeVisitor& visitor) override;
+
     /// A pointer that owns nothing: keep it as a boost::weak_ptr only, which then expires with the shape.
     boost::shared_ptr<KrRenderShape> getSharedPtr() const;
 
@@ -83,6 +88,7 @@ protected:
 
 private:
     unsigned int m_attributes = 0;
+    bool m_isVolume = false;
     boost::shared_ptr<const KrTriPhysicalExtent> m_mesh; ///< that of the groups; null for none
     std::shared_ptr<const KrIndexedMesh> m_indexedMesh;  ///< what it was when the groups were made
     std::vector<std::uint32_t> m_groupVersions;          ///< of the drawables as they were made

@@ -1,5 +1,6 @@
 #include <rendCore/model/KrTextureMarker.h>
 
+#include <rendCore/model/private/KrLabelCamera.h>
 #include <rendCore/model/private/KrMarkNodes.h>
 #include <rendCore/model/private/KrMarkPainter.h>
 
@@ -128,11 +129,12 @@ public:
 
     void operator()(osg::Node* node, osg::NodeVisitor* visitor) override
     {
+        auto* const cullVisitor = visitor->asCullVisitor();
         // What was drawn with an earlier frame is dropped now: until then the frame that draws it may be under way.
         if (m_marker->m_pending.empty()) {
             m_marker->m_painter->tidy(*visitor);
-        } else if (auto* const cullVisitor = visitor->asCullVisitor()) {
-            // Marks wait for a visitor that culls: others draw nothing.
+        } else if (cullVisitor && !KrLabelCamera::of(*cullVisitor)) {
+            // Labels show no marks, which wait for colours. Marks wait for a visitor that culls: others draw nothing.
             m_marker->m_painter->draw(m_marker->m_pending, *cullVisitor);
         }
         traverse(node, visitor);

@@ -10,6 +10,7 @@
 #include <rendCore/model/KrRenderSelection.h>
 #include <rendCore/model/private/KrDrawPlan.h>
 #include <rendCore/model/private/KrMarkTransfer.h>
+#include <rendCore/model/private/KrPartNumbers.h>
 #include <rendCore/window/KrSGBaseInputHandler.h>
 
 #include <toolkit/foundation/KrPrint.h>
@@ -174,9 +175,11 @@ bool KrRenderWindow::loadScene(const KrStatedSystem* system)
     KrVolumeMaker volumes(KrVolumeMaker::Corners::WhenSeen);
     // Robots that share shapes share what the driver holds of them.
     const osg::ref_ptr<KrShapeTable> shapes = new KrShapeTable;
+    KrPartNumbers::Next next;
     for (unsigned int i = 0; i < manipulators.size(); ++i) {
         m_renderManipulators[i] = new KrRenderManipulator(manipulators[i], i);
         m_renderManipulators[i]->setShapeTable(shapes);
+        m_renderManipulators[i]->setNumbers(KrPartNumbers(manipulators[i], next));
         m_sceneRoot->addChild(m_renderManipulators[i]);
         // Kept: manipulator by manipulator, whose volumes look as its own maps say.
         volumes.addTo(*m_renderManipulators[i], manipulators[i].dataMaps());

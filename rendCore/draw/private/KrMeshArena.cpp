@@ -53,6 +53,7 @@ bool isPlain(const osg::StateSet& states)
 
 KrMeshArena::KrMeshArena()
     : m_base(new osg::StateSet)
+    , m_solid(new osg::StateSet)
     , m_vertices(new osg::Vec3Array(osg::Array::BIND_PER_VERTEX))
     , m_normals(new osg::Vec3Array(osg::Array::BIND_PER_VERTEX))
     , m_colors(new osg::Vec4Array(osg::Array::BIND_PER_VERTEX))
@@ -60,6 +61,7 @@ KrMeshArena::KrMeshArena()
     , m_narrow(new osg::DrawElementsUShort(GL_TRIANGLES))
     , m_wide(new osg::DrawElementsUInt(GL_TRIANGLES))
 {
+    m_solid->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK));
     const osg::ref_ptr<osg::VertexBufferObject> vertexBuffer = new osg::VertexBufferObject;
     for (osg::Array* const array :
          {static_cast<osg::Array*>(m_vertices.get()), static_cast<osg::Array*>(m_normals.get()),

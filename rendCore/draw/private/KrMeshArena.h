@@ -75,6 +75,8 @@ public:
     void setLightModel(const osg::LightModel* model);
     /// What the state sets for fronts have of it: another object after each change. Null where that is nothing.
     const osg::LightModel* frontLight() const { return m_oneSided; }
+    /// Leaves back faces out, without any look. Borrowed.
+    const osg::StateSet* solid() const { return m_solid; }
     bool isTextured(unsigned int number) const { return m_states[number].isTextured; }
 
     /// Whether the buffers stay in the range of what the scene graph counts them with, whatever the looks are.
@@ -122,6 +124,7 @@ private:
     unsigned int number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured);
 
     osg::ref_ptr<osg::StateSet> m_base;
+    osg::ref_ptr<osg::StateSet> m_solid;
     std::vector<States> m_states;
     osg::ref_ptr<osg::LightModel> m_oneSided; ///< null where the light model is not known, or for fronts as it is
     std::deque<Mesh> m_meshes;                ///< never moved: they are borrowed

@@ -1,7 +1,10 @@
 #include <rendCore/draw/private/KrMeshBatch.h>
 
+#include <osg/GLExtensions>
+#include <osg/Program>
 #include <osg/RenderInfo>
 #include <osg/State>
+#include <osg/Uniform>
 
 namespace
 {
@@ -23,19 +26,20 @@ KrMeshBatch::KrMeshBatch()
 }
 
 KrMeshBatch::KrMeshBatch(const KrMeshBatch& other, const osg::CopyOp& copyOp)
-
     : osg::Drawable(other, copyOp)
     , m_arena(other.m_arena)
     , m_frontLight(other.m_frontLight)
     , m_areBackFacesCulled(other.m_areBackFacesCulled)
+    , m_partUniform(other.m_partUniform)
     , m_items(other.m_items)
 {
 }
 
 KrMeshBatch::~KrMeshBatch() = default;
 
-void KrMeshBatch::begin(const KrMeshArena& arena, bool areBackFacesCulled)
+void KrMeshBatch::begin(const KrMeshArena& arena, bool areBackFacesCulled, const char* partUniform)
 {
+    m_partUniform = partUniform;
     m_arena = &arena;
     m_frontLight = arena.frontLight();
     m_areBackFacesCulled = areBackFacesCulled;
@@ -45,19 +49,16 @@ void KrMeshBatch::begin(const KrMeshArena& arena, bool areBackFacesCulled)
 void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
 {
     osg::State& state = *renderInfo.getState();
+    if (m_partUniform != nullptr) {
+        drawParts(state);
+        return;
+    }
     KrMeshArena::Binding binding = m_arena->bind(state, false);
     bool isTextured = false;
     const osg::StateSet* last = nullptr;
     const double near = nearOf(state.getProjectionMatrix());
-    using Faces = KrMeshArena::Faces;
-    // A scene may have more than one light model: what has been culled since then may have brought another.
-    const bool isLightKnown = m_frontLight == m_arena->frontLight();
     for (const Item& item : m_items) {
-        // An eye in a body, and a plane that cuts it open, show its inside.
-        const Faces faces = !isLightKnown                                                 ? Faces::Both
-                            : m_areBackFacesCulled                                        ? Faces::Fronts
-                            : item.depth > 0.0f && static_cast<double>(item.depth) > near ? Faces::FrontsOnly
-                                                                                          : Faces::Both;
+        const KrMeshArena::Faces faces = facesOf(item, near);
         // Through the state, which knows afterwards that the matrix is another one than the leaf's.
         state.applyModelViewMatrix(item.modelView);
         for (const KrMeshArena::Part& part : item.mesh->parts) {
@@ -75,5 +76,48 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
             }
         }
     }
+    KrMeshArena::unbind(state);
+}
+
+/// Which faces of an item are drawn.
+KrMeshArena::Faces KrMeshBatch::facesOf(const Item& item, double near) const
+{
+    using Faces = KrMeshArena::Faces;
+    // A scene may have more than one light model: what has been culled since then may have brought another.
+    if (m_frontLight != m_arena->frontLight()) {
+        return Faces::Both;
+    }
+    if (m_areBackFacesCulled) {
+        return Faces::Fronts;
+    }
+    // An eye in a body, and a plane that cuts it open, show its inside.
+    return item.depth > 0.0f && static_cast<double>(item.depth) > near ? Faces::FrontsOnly : Faces::Both;
+}
+
+/// The same triangles as in colours, whatever they look like.
+void KrMeshBatch::drawParts(osg::State& state) const
+{
+    const osg::Program::PerContextProgram* const program = state.getLastAppliedProgramObject();
+    const KrMeshArena::Binding binding = m_arena->bind(state, false);
+    const GLint part = program != nullptr ? program->getUniformLocation(osg::Uniform::getNameID(m_partUniform)) : -1;
+    const double near = nearOf(state.getProjectionMatrix());
+    bool isSolid = false;
+    for (const Item& item : m_items) {
+        const bool isNextSolid = facesOf(item, near) == KrMeshArena::Faces::FrontsOnly;
+        if (isNextSolid != isSolid) {
+            isSolid = isNextSolid;
+            state.apply(isSolid ? m_arena->solid() : nullptr);
+        }
+        state.applyModelViewMatrix(item.modelView);
+        binding.gl->glUniform4uiv(part, 1, item.part.data());
+        for (const KrMeshArena::Part& range : item.mesh->parts) {
+            if (range.levels[item.level].count != 0) {
+                KrMeshArena::draw(binding, *item.mesh, range.levels[item.level]);
+            }
+        }
+    }
+    // For what the scene graph draws next, which says itself what it is.
+    constexpr GLuint kNone[4] = {};
+    binding.gl->glUniform4uiv(part, 1, kNone);
     KrMeshArena::unbind(state);
 }

@@ -5,7 +5,9 @@
 #include <osg/Drawable>
 #include <osg/Matrixd>
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 /// What one view shows of one manipulator, in one frame: ranges of an arena's meshes, each with its
@@ -19,6 +21,7 @@ public:
         const KrMeshArena::Mesh* mesh = nullptr; ///< borrowed from the arena
         std::size_t level = 0;
         float depth = 0.0f; ///< of what is nearest of a body that may be drawn without its back faces; 0 for others, m
+        std::array<std::uint32_t, 4> part = {}; ///< what pixels get of it where no colours are drawn
     };
 
     KrMeshBatch();
@@ -26,7 +29,9 @@ public:
 
     /// Empties the batch, keeping the memory of its items.
     /// @param areBackFacesCulled  by what stands above, for all of it
-    void begin(const KrMeshArena& arena, bool areBackFacesCulled);
+    /// @param partUniform         null: colours are drawn; else the uniform, four numbers, that is given each item's
+    ///                            part: the program is that of what stands above, and looks are left out. Static
+    void begin(const KrMeshArena& arena, bool areBackFacesCulled, const char* partUniform);
     void add(const Item& item) { m_items.push_back(item); }
 
     void drawImplementation(osg::RenderInfo& renderInfo) const override;
@@ -35,8 +40,12 @@ public:
         protected : ~KrMeshBatch() override;
 
 private:
+    KrMeshArena::Faces facesOf(const Item& item, double near) const;
+    void drawParts(osg::State& state) const;
+
     osg::ref_ptr<const KrMeshArena> m_arena;
     osg::ref_ptr<const osg::LightModel> m_frontLight; ///< what the arena's state sets for fronts had when it began
     bool m_areBackFacesCulled = false;
+    const char* m_partUniform = nullptr;
     std::vector<Item> m_items;
 };

@@ -5,6 +5,8 @@
 #include <rendCore/model/KrRenderManipulator.h>
 #include <rendCore/model/KrRenderShape.h>
 #include <rendCore/model/private/KrInheritedState.h>
+#include <rendCore/model/private/KrLabelCamera.h>
+#include <rendCore/model/private/KrPartNumbers.h>
 
 #include <osg/Camera>
 #include <osg/View>
@@ -91,7 +93,9 @@ struct KrDrawPlan::Frame
     const std::vector<osg::Plane>* planes; ///< of the view, in the eye's frame; null for no culling
     double near;
     double far;
-    KrMeshBatch* batch = nullptr; ///< null before the first mesh
+    KrMeshBatch* batch = nullptr;    ///< null before the first mesh
+    KrLabelCamera* labels = nullptr; ///< null where colours are drawn
+    std::size_t linkIndex = 0;       ///< of the link at hand, as labels count
     // Of the link at hand.
     double scale = 1.0;
     double radius = 0.0; ///< of the sphere around its meshes, m
@@ -211,6 +215,7 @@ void KrDrawPlan::listChildren(osg::Group& group, Link& link)
         if (isUnderDhFrame) {
             if (auto* const shape = dynamic_cast<KrRenderShape*>(node)) {
                 KrShapeTable::Entry& entry = m_table->entry(*shape);
+                child.shapeIndex = link.node->shapeIndexOf(*shape);
                 if (entry.mesh != nullptr || entry.isTranslucent) {
                     child.kind = Kind::Shape;
                     child.entry = &entry;
@@ -356,6 +361,9 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
          nearFar != osg::CullSettings::COMPUTE_NEAR_FAR_USING_BOUNDING_VOLUMES)) {
         return false;
     }
+    // Labels are those of what the colours show: its levels, by the view of its camera.
+    KrLabelCamera* const labels = KrLabelCamera::of(visitor);
+    osg::Camera& seen = labels != nullptr ? labels->seen() : *camera;
     if (settings->levelOfDetail > 0.0f) {
         m_table->demandLevels();
     }
@@ -364,12 +372,14 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
     if (!isDirect(visitor)) {
         return false;
     }
-    settings->participants.push_back(weak_from_this());
+    if (labels == nullptr) {
+        settings->participants.push_back(weak_from_this());
+    }
 
     const osg::Matrixd& projection = *visitor.getProjectionMatrix();
-    const osg::Viewport* const viewport = visitor.getViewport();
+    const osg::Viewport* const viewport = seen.getViewport();
     Frame frame = {visitor,
-                   viewOf(*camera),
+                   viewOf(seen),
                    viewport != nullptr ? settings->levelOfDetail : 0.0f,
                    viewport != nullptr ? 0.5 * std::max(viewport->width() * std::abs(projection(0, 0)),
                                                         viewport->height() * std::abs(projection(1, 1)))
@@ -381,6 +391,7 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
                        : nullptr,
                    visitor.getCalculatedNearPlane(),
                    visitor.getCalculatedFarPlane()};
+    frame.labels = labels;
     // As the general traversal multiplies, here and below, so that both give the same bits.
     m_modelView = *visitor.getModelViewMatrix();
     m_modelView.preMult(m_manipulator.getMatrix());
@@ -412,6 +423,8 @@ void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
     if (!isIdentity(link.dhFrame->getMatrix())) {
         dhModelView.preMult(link.dhFrame->getMatrix());
     }
+    const unsigned int joint = link.node->getJointIndex();
+    frame.linkIndex = joint == KrRenderLink::kBaseJointIndex ? 0 : std::size_t{1} + joint;
     const Sight sight = see(link.sphere, dhModelView, frame);
     for (std::size_t place = link.firstDhChild; place < link.endChild; ++place) {
         const Child& child = m_children[place];
@@ -421,7 +434,14 @@ void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
         if (child.entry->mesh == nullptr || sight == Sight::Unknown) {
             // Sorted by depth behind what is opaque, whenever it comes.
             visitor.pushModelViewMatrix(kept(dhModelView), osg::Transform::RELATIVE_RF);
+            const std::uint32_t label = labelOf(child, frame);
+            if (label != 0) {
+                visitor.pushStateSet(&frame.labels->states(label));
+            }
             child.node->accept(visitor);
+            if (label != 0) {
+                visitor.popStateSet();
+            }
             visitor.popModelViewMatrix();
         } else if (sight != Sight::Outside) {
             cullShape(place, dhModelView, sight == Sight::Crossing, frame);
@@ -504,8 +524,23 @@ void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, boo
     }
     // Whoever wants every triangle gets both of its sides: at the rim of a body a back face may win by a rounding.
     const bool isSolid = frame.tolerance > 0.0f && entry.mesh->isClosed && frame.isRightHanded;
-    batch(frame).add(
-        {modelView, entry.mesh, levelOf(place, *entry.mesh, frame), isSolid ? static_cast<float>(frame.depth) : 0.0f});
+    KrMeshBatch::Item item = {modelView,
+                              entry.mesh,
+                              levelOf(place, *entry.mesh, frame),
+                              isSolid ? static_cast<float>(frame.depth) : 0.0f,
+                              {}};
+    if (frame.labels != nullptr) {
+        item.part = frame.labels->value(labelOf(m_children[place], frame));
+    }
+    batch(frame).add(item);
+}
+
+/// Of a shape of the link at hand; 0 where colours are drawn.
+std::uint32_t KrDrawPlan::labelOf(const Child& shape, const Frame& frame) const
+{
+    return frame.labels == nullptr
+               ? 0
+               : m_manipulator.numbers().label(frame.labels->level(), frame.linkIndex, shape.shapeIndex);
 }
 
 /// A counted matrix: one that no view holds any more.
@@ -566,7 +601,8 @@ KrMeshBatch& KrDrawPlan::batch(Frame& frame)
     frame.batch = *place;
     osgUtil::CullVisitor& visitor = frame.visitor;
     m_table->setLightModel(KrInheritedState::lightModel(visitor));
-    frame.batch->begin(m_table->arena(), KrInheritedState::areBackFacesCulled(visitor));
+    frame.batch->begin(m_table->arena(), KrInheritedState::areBackFacesCulled(visitor),
+                       frame.labels != nullptr ? KrLabelCamera::kMeshPart : nullptr);
     visitor.pushStateSet(m_table->arena().base());
     // The matrix is one that the view holds anyway: every item brings its own.
     visitor.addDrawableAndDepth(frame.batch, visitor.getModelViewMatrix(), 0.0f);

@@ -81,6 +81,7 @@ private:
         osg::ref_ptr<osg::Node> node; ///< kept, so that its address means nobody else
         Kind kind = Kind::Other;
         KrShapeTable::Entry* entry = nullptr; ///< of a shape
+        unsigned int shapeIndex = 0;          ///< among the link's
     };
     struct Link
     {
@@ -115,6 +116,7 @@ private:
     Sight see(const osg::BoundingSphere& sphere, const osg::Matrixd& modelView, Frame& frame) const;
     void cullShape(std::size_t place, const osg::Matrixd& modelView, bool isCrossing, Frame& frame);
     std::size_t levelOf(std::size_t place, const KrMeshArena::Mesh& mesh, const Frame& frame) const;
+    std::uint32_t labelOf(const Child& shape, const Frame& frame) const;
     KrMeshBatch& batch(Frame& frame);
     osg::RefMatrix* kept(const osg::Matrixd& matrix);
 
