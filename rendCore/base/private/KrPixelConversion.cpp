@@ -113,6 +113,26 @@ void KrPixelConversion::toMetres(const std::uint32_t* depths, std::size_t count,
     }
 }
 
+void KrPixelConversion::toLabels(const std::uint32_t* pixels, std::size_t count, std::size_t words,
+                                 std::uint32_t* labels)
+{
+    for (std::size_t i = 0; i < count; ++i) {
+        labels[i] = pixels[i * words];
+    }
+}
+
+void KrPixelConversion::toNormals(const std::uint32_t* pixels, std::size_t count, const float rotation[9],
+                                  float* normals)
+{
+    for (std::size_t i = 0; i < count; ++i) {
+        float normal[3];
+        std::memcpy(normal, pixels + 4 * i + 1, sizeof normal);
+        for (std::size_t j = 0; j < 3; ++j) {
+            normals[3 * i + j] = normal[0] * rotation[j] + normal[1] * rotation[3 + j] + normal[2] * rotation[6 + j];
+        }
+    }
+}
+
 KrPixelConversion::DepthRange KrPixelConversion::rangeOf(const std::uint32_t* depths, std::size_t count,
                                                          std::uint32_t far)
 {

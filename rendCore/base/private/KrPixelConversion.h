@@ -38,6 +38,12 @@ struct DepthTerms
 void toMetres(const std::uint32_t* depths, std::size_t count, DepthBits kind, const DepthTerms& terms, float background,
               const double* squares, double rowSquare, float* metres);
 
+/// The first of the `words` numbers of each of `count` pixels.
+void toLabels(const std::uint32_t* pixels, std::size_t count, std::size_t words, std::uint32_t* labels);
+
+/// The last three of the four numbers of each pixel, floats bit by bit, as row vectors times a matrix of 3 x 3.
+void toNormals(const std::uint32_t* pixels, std::size_t count, const float rotation[9], float* normals);
+
 /// Of depths other than `far`: the least and the largest; `far` and 0 where there is none.
 struct DepthRange
 {
