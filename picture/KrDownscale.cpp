@@ -20,15 +20,16 @@ void fit(KrImage& small, const KrImage& large, unsigned int factor)
     }
 }
 
-/// Sums of `factor` rows, column by column: a loop of vectors.
-void addRows(const unsigned char* rows, std::size_t rowBytes, unsigned int factor, std::uint32_t* sums)
+/// Sums of the first `count` bytes of `factor` rows, column by column: a loop of vectors.
+void addRows(const unsigned char* rows, std::size_t rowBytes, std::size_t count, unsigned int factor,
+             std::uint32_t* sums)
 {
-    for (std::size_t i = 0; i < rowBytes; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         sums[i] = rows[i];
     }
     for (unsigned int j = 1; j < factor; ++j) {
         const unsigned char* const row = rows + j * rowBytes;
-        for (std::size_t i = 0; i < rowBytes; ++i) {
+        for (std::size_t i = 0; i < count; ++i) {
             sums[i] += row[i];
         }
     }
@@ -58,11 +59,15 @@ void average(const std::uint32_t* sums, unsigned int width, unsigned int anyFact
 
 void KrDownscale::average(const KrImage& large, unsigned int factor, KrImage& small)
 {
-    const unsigned int channels = large.channels();
     fit(small, large, factor);
-    const unsigned int width = small.width(); // a copy, which writing pixels cannot change
-    const unsigned int height = small.height();
-    const std::size_t row = std::size_t(large.width()) * channels;
+    average(large.data(), std::size_t(large.width()) * large.channels(), factor, small.width(), small.height(),
+            large.channels(), small.data());
+}
+
+void KrDownscale::average(const unsigned char* large, std::size_t rowBytes, unsigned int factor, unsigned int width,
+                          unsigned int height, unsigned int channels, unsigned char* small)
+{
+    const std::size_t row = std::size_t(width) * factor * channels; // what does not make up a whole pixel is left out
     // What frames are drawn with: pictures of three channels and 4, 9 or 16 samples.
     auto* const averageRow = channels != 3 ? ::average<0, 0>
                              : factor == 2 ? ::average<2, 3>
@@ -72,8 +77,8 @@ void KrDownscale::average(const KrImage& large, unsigned int factor, KrImage& sm
     static thread_local std::vector<std::uint32_t> sums; // of one row; kept, so that a series allocates nothing
     sums.resize(row);
     for (unsigned int y = 0; y < height; ++y) {
-        addRows(large.data() + std::size_t(y) * factor * row, row, factor, sums.data());
-        averageRow(sums.data(), width, factor, channels, small.data() + std::size_t(y) * width * channels);
+        addRows(large + std::size_t(y) * factor * rowBytes, rowBytes, row, factor, sums.data());
+        averageRow(sums.data(), width, factor, channels, small + std::size_t(y) * width * channels);
     }
 }
 

@@ -206,3 +206,52 @@ bool KrPictureScene::drawDepth(const KrManipulatorSystemState& state, const KrDe
     // Without samples: the mean of two depths lies on neither surface.
     return resize(1, reason) && (m_depthCapture.render(m_window, options, depths) || failToDraw(said, reason));
 }
+
+bool KrPictureScene::draw(const KrManipulatorSystemState& state, const KrFrameCapture::Options& options,
+                          const KrFrameCapture::Targets& targets, std::string& reason)
+{
+    const KrReason said;
+    pose(state);
+    if (!resize(m_factor, reason)) {
+        return false;
+    }
+    KrFrameCapture::Options scaled = options;
+    scaled.reduction = m_factor;
+    KrFrameCapture::Targets drawn = targets;
+    const bool isSmoothed = targets.color && m_factor > 1;
+    if (isSmoothed) {
+        m_largeColors.resize(std::size_t(m_width) * m_factor * m_height * m_factor * 3);
+        drawn.color = m_largeColors.data();
+    }
+    if (!m_frameCapture.render(m_window, scaled, drawn)) {
+        return failToDraw(said, reason);
+    }
+    if (isSmoothed) {
+        KrDownscale::average(m_largeColors.data(), std::size_t(m_width) * m_factor * 3, m_factor, m_width, m_height, 3,
+                             targets.color);
+    }
+    return true;
+}
+
+bool KrPictureScene::pick(const KrManipulatorSystemState& state, unsigned int x, unsigned int y,
+                          std::optional<KrFrameCapture::Pick>& pick, std::string& reason)
+{
+    const KrReason said;
+    pose(state);
+    if (x >= m_width || y >= m_height) {
+        reason = "pixel (" + std::to_string(x) + ", " + std::to_string(y) + ") lies outside of the picture of " +
+                 sizeText(m_width, m_height);
+        return false;
+    }
+    return resize(m_factor, reason) &&
+           (m_frameCapture.pick(m_window, x, y, m_factor, pick) || failToDraw(said, reason));
+}
+
+bool KrPictureScene::drawAmodal(const KrManipulatorSystemState& state, KrLabelTable::Level level, KrAmodalMasks& masks,
+                                std::string& reason)
+{
+    const KrReason said;
+    pose(state);
+    return resize(m_factor, reason) &&
+           (m_frameCapture.renderAmodal(m_window, level, m_factor, masks) || failToDraw(said, reason));
+}

@@ -2,6 +2,7 @@
 
 #include <picture/KrFraming.h>
 #include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/capture/KrFrameCapture.h>
 #include <rendCore/system/KrRenderWindow.h>
 #include <toolkit/image/KrImage.h>
 #include <toolkit/math/KrVector.h>
@@ -53,6 +54,20 @@ public:
     bool drawDepth(const KrManipulatorSystemState& state, const KrDepthCapture::Options& options,
                    std::vector<float>& depths, std::string& reason);
 
+    /// All kinds of image of `state` that `targets` asks for, of the same instant: width x height each. Colours are
+    /// smooth, all others have one sample at each pixel's centre.
+    /// @param options  `reduction` is the scene's to choose
+    bool draw(const KrManipulatorSystemState& state, const KrFrameCapture::Options& options,
+              const KrFrameCapture::Targets& targets, std::string& reason);
+    /// What a pixel of a picture of `state` shows; none where there is no link. @param x, y  from the upper left corner
+    bool pick(const KrManipulatorSystemState& state, unsigned int x, unsigned int y,
+              std::optional<KrFrameCapture::Pick>& pick, std::string& reason);
+    /// Which pixels each part covers in `state` when it is drawn alone.
+    bool drawAmodal(const KrManipulatorSystemState& state, KrLabelTable::Level level, KrAmodalMasks& masks,
+                    std::string& reason);
+    /// The largest error of a planar depth in the latest images of `draw`, m.
+    double depthErrorBound(double depth) const { return m_frameCapture.errorBound(depth); }
+
     /// What is drawn into: for lights, aids, nodes of one's own and intrinsics. Its size is the scene's to choose.
     KrRenderWindow& window() { return m_window; }
     /// Drawn pixels for each pixel of a picture, across and down.
@@ -67,9 +82,11 @@ private:
     const KrStatedSystem* m_system = nullptr;
     std::optional<KrPoseDriver> m_poses;
     KrDepthCapture m_depthCapture;
+    KrFrameCapture m_frameCapture;
     unsigned int m_width = 0;
     unsigned int m_height = 0;
     unsigned int m_factor = 1;
     unsigned int m_drawnFactor = 0; ///< that of the window's present size; 0 at first
     KrImage m_large;
+    std::vector<unsigned char> m_largeColors; ///< kept, so that a series allocates nothing
 };
