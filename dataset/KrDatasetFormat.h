@@ -18,6 +18,7 @@ class KrDatasetFormat
 public:
     virtual ~KrDatasetFormat() = default;
 
+    // These two know the formats, hence defined in their room (formats/KrDatasetFormatTable.cpp).
     /// Of all formats, as recipes name them: "folders" is one picture file for each image.
     static std::vector<std::string> names();
     /// Null for a name that is no format's.

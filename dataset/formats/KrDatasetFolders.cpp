@@ -2,35 +2,14 @@
 
 #include <dataset/KrDatasetSample.h>
 #include <dataset/KrDatasetWriter.h>
-
-#include <toolkit/foundation/private/KrJson.h>
-#include <toolkit/image/private/KrNumpyFile.h>
-#include <toolkit/image/private/KrPngEncoder.h>
+#include <dataset/formats/private/KrSampleImages.h>
+#include <dataset/formats/private/KrSampleJson.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
 
 namespace
 {
-
-constexpr std::size_t kMostLabels = 65535; // of 16 bits
-
-/// The rows of the matrix that multiplies column vectors, as descriptions of frames have them.
-std::string jsonOf(const osg::Matrixd& matrix)
-{
-    const std::array<int, 4> indices = {0, 1, 2, 3};
-    return KrJson::array(indices, " ", [&](int row) {
-        return KrJson::array(indices, " ", [&](int column) { return KrJson::number(matrix(column, row)); });
-    });
-}
-
-std::string jsonOf(const KrDatasetSample::Box& box)
-{
-    return KrJson::array(std::array<unsigned int, 4>{box.x, box.y, box.width, box.height}, " ",
-                         [](unsigned int n) { return std::to_string(n); });
-}
 
 class Writer : public KrDatasetWriter
 {
@@ -45,62 +24,37 @@ public:
     bool finish(std::string&) override { return true; }
 
 private:
-    std::string path(const char* kind, const std::string& name) const { return m_folder + "/" + kind + "/" + name; }
-    bool writePng(const KrPngEncoder::Picture& picture, const std::string& path, std::string& reason);
-    bool writeLabels(const KrDatasetSample& sample, const std::string& name, std::string& reason);
+    /// The image that was encoded last. @param name  with its extension
+    bool write(const char* kind, const std::string& name, std::string& reason)
+    {
+        return writeFile(m_folder + "/" + kind + "/" + name, m_images.file().data(), m_images.file().size(), reason);
+    }
     bool writeNormals(const KrDatasetSample& sample, const std::string& name, std::string& reason);
     bool writeMasks(const KrDatasetSample& sample, const std::string& name, std::string& reason);
-    std::string json(const KrDatasetSample& sample) const;
 
     const KrDatasetInfo& m_info;
     const std::string m_folder;
-    KrPngEncoder m_encoder;
-    std::vector<std::uint8_t> m_bytes;   ///< of the file that is made
+    KrSampleImages m_images;
     std::vector<std::uint16_t> m_values; ///< of the picture that is encoded
-    std::vector<std::uint8_t> m_mask;
 };
 
 bool Writer::add(const KrDatasetSample& sample, std::string& reason)
 {
-    // Eight digits sort as text up to a hundred million samples.
-    char name[40];
-    std::snprintf(name, sizeof name, "%08llu", static_cast<unsigned long long>(sample.number));
-    if (!sample.color.empty() &&
-        !writePng({sample.color.data(), sample.width, sample.height, 3}, path("color", name) + ".png", reason)) {
-        return false;
-    }
-    if (!sample.depth.empty()) {
-        const std::string file = krNumpyFile(sample.depth.data(), sample.width, sample.height);
-        if (!writeFile(path("depth", name) + ".npy", file.data(), file.size(), reason)) {
+    const std::string name = KrSampleJson::name(sample.number);
+    for (const KrSampleImages::Kind& kind : KrSampleImages::kinds()) {
+        // Normals have a form of their own here.
+        const bool isGood =
+            !(m_info.kinds.*kind.isWanted) ||
+            (kind.isWanted == &KrDatasetKinds::normals
+                 ? writeNormals(sample, name, reason)
+                 : (m_images.*kind.encode)(sample, reason) && write(kind.name, name + kind.extension, reason));
+        if (!isGood) {
             return false;
         }
     }
-    // Labels are there for masks, too, and are not wanted as files then.
-    if ((m_info.kinds.labels && !writeLabels(sample, name, reason)) ||
-        (!sample.normals.empty() && !writeNormals(sample, name, reason)) || !writeMasks(sample, name, reason)) {
-        return false;
-    }
-    const std::string text = json(sample);
-    return writeFile(path("frames", name) + ".json", text.data(), text.size(), reason);
-}
-
-bool Writer::writePng(const KrPngEncoder::Picture& picture, const std::string& path, std::string& reason)
-{
-    const std::string failure = m_encoder.encode(picture, m_bytes);
-    if (!failure.empty()) {
-        reason = path + ": " + failure;
-        return false;
-    }
-    return writeFile(path, m_bytes.data(), m_bytes.size(), reason);
-}
-
-bool Writer::writeLabels(const KrDatasetSample& sample, const std::string& name, std::string& reason)
-{
-    // No label is lost: the format refuses data sets with more.
-    m_values.resize(sample.labels.size());
-    std::transform(sample.labels.begin(), sample.labels.end(), m_values.begin(),
-                   [](std::uint32_t label) { return static_cast<std::uint16_t>(label); });
-    return writePng({m_values.data(), sample.width, sample.height, 1, 16}, path("labels", name) + ".png", reason);
+    const std::string text = KrSampleJson::text(m_info, sample);
+    return (!m_info.kinds.masks || writeMasks(sample, name, reason)) &&
+           writeFile(m_folder + "/frames/" + name + ".json", text.data(), text.size(), reason);
 }
 
 bool Writer::writeNormals(const KrDatasetSample& sample, const std::string& name, std::string& reason)
@@ -115,68 +69,25 @@ bool Writer::writeNormals(const KrDatasetSample& sample, const std::string& name
             m_values[i + c] = isNothing ? 0 : static_cast<std::uint16_t>(value);
         }
     }
-    return writePng({m_values.data(), sample.width, sample.height, 3, 16}, path("normals", name) + ".png", reason);
+    return m_images.png(m_values.data(), 3, 16, sample, reason) && write("normals", name + ".png", reason);
 }
 
 bool Writer::writeMasks(const KrDatasetSample& sample, const std::string& name, std::string& reason)
 {
     for (const KrDatasetSample::Part& part : sample.parts) {
-        if (part.amodalPixels == 0) {
-            continue;
-        }
-        m_mask.assign(std::size_t{sample.width} * sample.height, 0);
-        const KrDatasetSample::Box& box = part.amodalBox;
-        for (std::size_t row = 0; row < box.height; ++row) {
-            const auto from = part.amodalMask.begin() + static_cast<std::ptrdiff_t>(row * box.width);
-            const std::size_t to = (box.y + row) * sample.width + box.x;
-            std::copy(from, from + box.width, m_mask.begin() + static_cast<std::ptrdiff_t>(to));
-        }
-        const std::string file = path("masks", name) + "_" + std::to_string(part.label) + ".png";
-        if (!writePng({m_mask.data(), sample.width, sample.height, 1}, file, reason)) {
+        if (part.amodalPixels > 0 && !(m_images.amodalMask(sample, part, reason) &&
+                                       write("masks", name + "_" + std::to_string(part.label) + ".png", reason))) {
             return false;
         }
     }
     return true;
 }
 
-/// The description of the frame, which is read as one, with two members more.
-std::string Writer::json(const KrDatasetSample& sample) const
-{
-    const auto part = [&](const KrDatasetSample::Part& p) {
-        const KrDatasetPart& known = m_info.parts[p.label - 1];
-        KrJson::Object object;
-        object.count("label", p.label)
-            .string("name", known.name)
-            .count("category", known.category)
-            .raw("linkToOptical", jsonOf(p.linkToOptical))
-            .raw("linkToWorld", jsonOf(p.linkToWorld))
-            .count("visiblePixels", p.visiblePixels)
-            .raw("visibleBox", jsonOf(p.visibleBox));
-        if (m_info.kinds.masks) {
-            object.count("amodalPixels", p.amodalPixels).raw("amodalBox", jsonOf(p.amodalBox));
-        }
-        return "\n  " + object.text();
-    };
-    const std::string which = KrJson::Object()
-                                  .raw("number", std::to_string(sample.number))
-                                  .raw("state", std::to_string(sample.state))
-                                  .string("camera", m_info.cameras[sample.camera])
-                                  .text();
-    std::string text = sample.description.json();
-    text.erase(text.find_last_of('}'));
-    return text + ",\n\"sample\": " + which + ",\n\"parts\": " + KrJson::array(sample.parts, "", part) + "}\n";
-}
-
 } // namespace
 
 bool KrDatasetFolders::check(const KrDatasetInfo& info, std::string& reason) const
 {
-    if (info.kinds.labels && info.parts.size() > kMostLabels) {
-        reason = "the format \"folders\" has label images of 16 bits: " + std::to_string(info.parts.size()) +
-                 " parts are more than " + std::to_string(kMostLabels);
-        return false;
-    }
-    return true;
+    return KrSampleImages::check(info, reason);
 }
 
 std::uint64_t KrDatasetFolders::bytesPerSample(const KrDatasetInfo& info) const

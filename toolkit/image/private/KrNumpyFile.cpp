@@ -3,12 +3,24 @@
 namespace
 {
 
-std::string numpy(const void* values, std::size_t size, unsigned int width, unsigned int height)
+template <typename Number>
+std::string numpy(const Number* values, unsigned int width, unsigned int height)
+{
+    const std::size_t size = sizeof *values * width * height;
+    return krNumpyHeader(sizeof *values, {height, width}).append(reinterpret_cast<const char*>(values), size);
+}
+
+} // namespace
+
+std::string krNumpyHeader(std::size_t numberBytes, std::initializer_list<std::size_t> shape)
 {
     const char byteOrder = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? '<' : '>';
-    std::string header = std::string("{'descr': '") + byteOrder + "f" + std::to_string(size) +
-                         "', 'fortran_order': False, 'shape': (" + std::to_string(height) + ", " +
-                         std::to_string(width) + "), }";
+    std::string sizes;
+    for (const std::size_t size : shape) {
+        sizes += (sizes.empty() ? "" : ", ") + std::to_string(size);
+    }
+    std::string header = std::string("{'descr': '") + byteOrder + "f" + std::to_string(numberBytes) +
+                         "', 'fortran_order': False, 'shape': (" + sizes + "), }";
     // Magic, version and length take 10 bytes; the numbers begin at a multiple of 64, after a line end.
     header.append(63 - (10 + header.size()) % 64, ' ');
     header += '\n';
@@ -17,18 +29,15 @@ std::string numpy(const void* values, std::size_t size, unsigned int width, unsi
     bytes += '\0';
     bytes += static_cast<char>(header.size() & 0xFFu);
     bytes += static_cast<char>(header.size() >> 8);
-    bytes += header;
-    return bytes.append(static_cast<const char*>(values), size * width * height);
+    return bytes + header;
 }
-
-} // namespace
 
 std::string krNumpyFile(const float* values, unsigned int width, unsigned int height)
 {
-    return numpy(values, sizeof *values, width, height);
+    return numpy(values, width, height);
 }
 
 std::string krNumpyFile(const double* values, unsigned int width, unsigned int height)
 {
-    return numpy(values, sizeof *values, width, height);
+    return numpy(values, width, height);
 }

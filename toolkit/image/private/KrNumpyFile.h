@@ -1,7 +1,15 @@
 #pragma once
 
+#include <cstddef>
+#include <initializer_list>
 #include <string>
 
-/// The bytes of a .npy file (format version 1.0) that holds `height` x `width` numbers, row by row.
+/// What stands before the numbers in a .npy file (format version 1.0): floating point, in the machine's byte order, the
+/// last index running fastest.
+/// @param numberBytes  4 or 8
+/// @param shape        as numpy tells it: rows, columns, numbers of a pixel
+std::string krNumpyHeader(std::size_t numberBytes, std::initializer_list<std::size_t> shape);
+
+/// The bytes of a .npy file that holds `height` x `width` numbers, row by row.
 std::string krNumpyFile(const float* values, unsigned int width, unsigned int height);
 std::string krNumpyFile(const double* values, unsigned int width, unsigned int height);
