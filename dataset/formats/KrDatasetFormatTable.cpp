@@ -1,5 +1,8 @@
 #include <dataset/KrDatasetFormat.h>
+#include <dataset/formats/KrDatasetBop.h>
+#include <dataset/formats/KrDatasetCoco.h>
 #include <dataset/formats/KrDatasetFolders.h>
+#include <dataset/formats/KrDatasetWebDataset.h>
 
 namespace
 {
@@ -8,7 +11,10 @@ namespace
 const std::vector<const KrDatasetFormat*>& formats()
 {
     static const KrDatasetFolders folders;
-    static const std::vector<const KrDatasetFormat*> all = {&folders};
+    static const KrDatasetWebDataset webDataset;
+    static const KrDatasetBop bop;
+    static const KrDatasetCoco coco;
+    static const std::vector<const KrDatasetFormat*> all = {&folders, &webDataset, &bop, &coco};
     return all;
 }
 
