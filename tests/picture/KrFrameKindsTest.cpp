@@ -138,3 +138,34 @@ TEST(KrFrameKinds, AgreeInEveryPixelWithEachOtherAndWithTheCapturesOfOneKind)
         EXPECT_EQ(numWrong, 0u);
     }
 }
+
+TEST(KrFrameKinds, ArePixelForPixelTheSameHoweverLargeColoursAreDrawn)
+{
+    // Nothing of this sample is simplified: its surfaces are the same at every size.
+    const std::string file = KR_SAMPLES "/industrial_arm.urdf";
+    Shown one(file, 1);
+    Shown nine(file, 9);
+    ASSERT_EQ(nine.scene.factor(), 3u);
+    const Images single = one.draw();
+    const Images reduced = nine.draw();
+    std::size_t numOther = 0;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        numOther += single.labels[i] != reduced.labels[i] || std::isfinite(single.depth[i]) != (reduced.labels[i] != 0);
+    }
+    // Edges may fall to the other side by rounding.
+    EXPECT_LT(numOther, kCount / 5000);
+
+    KrAmodalMasks masks[2];
+    std::optional<KrFrameCapture::Pick> picks[2];
+    Shown* const shown[2] = {&one, &nine};
+    for (int i = 0; i < 2; ++i) {
+        std::string reason;
+        const KrManipulatorSystemState& state = shown[i]->system.systemState();
+        ASSERT_TRUE(shown[i]->scene.drawAmodal(state, KrLabelTable::Level::Link, masks[i], reason)) << reason;
+        ASSERT_TRUE(shown[i]->scene.pick(state, 90, 130, picks[i], reason)) << reason;
+        ASSERT_TRUE(picks[i]);
+    }
+    EXPECT_NEAR(double(masks[0].numPixels(1)), double(masks[1].numPixels(1)), 3.0);
+    EXPECT_EQ(picks[0]->part.link, picks[1]->part.link);
+    EXPECT_NEAR(picks[0]->distance, picks[1]->distance, 1e-4);
+}

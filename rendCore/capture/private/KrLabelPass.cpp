@@ -102,6 +102,10 @@ KrLabelPass::KrLabelPass()
     , m_bitStates(makeStates("parts alone", kPartShader))
 {
     m_cut->setAttributeAndModes(m_scissor, kOnOverride);
+    // A camera's own states hold its viewport, which is larger than the target's where the picture is reduced.
+    for (osg::StateSet* const states : {m_labelStates.get(), m_normalStates.get(), m_bitStates.get()}) {
+        states->setAttribute(m_viewport, kOnOverride);
+    }
     // Every part by itself: what is before it does not matter, and bits are added.
     m_bitStates->setMode(GL_DEPTH_TEST, osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
     m_bitStates->setAttributeAndModes(new osg::LogicOp(osg::LogicOp::OR), kOnOverride);
