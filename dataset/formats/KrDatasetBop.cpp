@@ -275,6 +275,13 @@ std::string KrDatasetBop::shardFolder(std::uint64_t number) const
     return "train/" + digits(number);
 }
 
+std::uint64_t KrDatasetBop::bytesPerSample(const KrDatasetInfo& info) const
+{
+    // Two masks of a part are two files, and files take whole blocks.
+    constexpr std::uint64_t kBlock = 4096;
+    return KrDatasetFormat::bytesPerSample(info) + 2 * kBlock * info.parts.size();
+}
+
 std::unique_ptr<KrDatasetWriter> KrDatasetBop::writer(const KrDatasetInfo& info, const KrDatasetShard& shard,
                                                       const std::string& folder, std::string& reason) const
 {

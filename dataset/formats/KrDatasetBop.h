@@ -11,6 +11,7 @@ public:
     bool check(const KrDatasetInfo& info, std::string& reason) const override;
     /// "train/000012".
     std::string shardFolder(std::uint64_t number) const override;
+    std::uint64_t bytesPerSample(const KrDatasetInfo& info) const override;
     std::unique_ptr<KrDatasetWriter> writer(const KrDatasetInfo& info, const KrDatasetShard& shard,
                                             const std::string& folder, std::string& reason) const override;
     /// The models of the objects.
