@@ -227,8 +227,10 @@ private:
         if (line.back() == ',') {
             line.pop_back();
         }
-        // Without a tree: that of a hostile line could be deep.
-        if (line.empty() || line.front() != '{' || !nlohmann::json::accept(line)) {
+        // A zero byte ends a text for the library, whatever is behind it. No tree is made: that of a hostile line could
+        // be deep.
+        if (line.empty() || line.front() != '{' || line.find('\0') != std::string::npos ||
+            !nlohmann::json::accept(line)) {
             return false;
         }
         return section == Section::Annotations ? addAnnotation(line) : addImage(line, shard);
