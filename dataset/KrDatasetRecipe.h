@@ -39,6 +39,13 @@ struct KrDatasetRecipe
         bool isFixed() const { return low == high; }
     };
 
+    /// Of a joint; texts tell whether they mean an angle or a length.
+    struct JointRange : Range
+    {
+        bool isAngle = true;  ///< may be meant for a joint that turns
+        bool isLength = true; ///< may be meant for one that slides
+    };
+
     /// One colour, one of several, or any between two, each channel by itself.
     struct Colors
     {
@@ -59,10 +66,10 @@ struct KrDatasetRecipe
     {
         std::string name;      ///< unique among robots and meshes
         std::string className; ///< those of one class have the same categories
-        std::string file;      ///< in full
+        std::string file;      ///< in full; anything that KrSystemFile reads
         std::vector<std::string> packagePaths;
-        Pose pose;                           ///< of the robot in the world
-        std::map<std::string, Range> joints; ///< rad or m; others have their limits, or -pi to pi
+        Pose pose;                                ///< of the robot in the world
+        std::map<std::string, JointRange> joints; ///< others have what their limits allow, or -pi to pi
     };
 
     /// A mesh file that is one link without joints.
@@ -91,7 +98,7 @@ struct KrDatasetRecipe
         Pose pose;
         std::string robot; ///< that carries it
         std::string link;
-        std::optional<KrVector> center; ///< by default the middle of the scene at rest
+        std::optional<KrVector> center; ///< by default that of the scene with every range at its middle
         Range distance;                 ///< from the centre to the eye
         Range elevation;                ///< of the eye above the horizon: evenly over the sphere's area, not its angle
         Range azimuth;                  ///< of the eye about z from +x

@@ -263,6 +263,7 @@ public:
 private:
     void readSize(const Item& size);
     void readKinds(const Item& kinds);
+    Recipe::JointRange jointRange(const Item& item) const;
     void readRobot(const Item& item);
     void readMesh(const Item& item);
     void readCamera(const Item& item, std::size_t number);
@@ -426,6 +427,22 @@ Recipe::Pose Reader::pose(const Item& item, const char* member) const
     return result;
 }
 
+Recipe::JointRange Reader::jointRange(const Item& item) const
+{
+    // Whether the joint turns or slides is known when the robot has been read; what the texts mean is kept until then.
+    const std::vector<Item> ends = item.isArray() ? item.list(2, 2) : std::vector<Item>{item};
+    Recipe::JointRange result;
+    for (const Item& end : ends) {
+        double value = 0.0;
+        KrValueText::Unit unit = KrValueText::Unit::Plain;
+        const bool hasUnit = end.isString() && KrValueText::position(end.text(), value, unit);
+        result.isAngle = result.isAngle && !(hasUnit && unit == KrValueText::Unit::Length);
+        result.isLength = result.isLength && !(hasUnit && unit == KrValueText::Unit::Angle);
+    }
+    static_cast<Range&>(result) = result.isAngle ? item.angles() : item.lengths();
+    return result;
+}
+
 void Reader::readRobot(const Item& item)
 {
     item.allow({"file", "name", "class", "packagePaths", "pose", "joints"});
@@ -441,16 +458,7 @@ void Reader::readRobot(const Item& item)
     robot.pose = pose(item, "pose");
     if (item.has("joints")) {
         for (const auto& [name, range] : item.at("joints").members()) {
-            // Whether it turns or slides is known when the robot has been read: both units are taken, the bounds are
-            // those of the wider one.
-            const bool isText = range.isString() || (range.isArray() && range.list(2, 2)[0].isString());
-            const bool isLength = isText && [&range = range] {
-                double value = 0.0;
-                KrValueText::Unit unit = KrValueText::Unit::Plain;
-                const std::string text = range.isString() ? range.text() : range.list(2, 2)[0].text();
-                return KrValueText::position(text, value, unit) && unit == KrValueText::Unit::Length;
-            }();
-            robot.joints[name] = isLength ? range.lengths() : range.angles();
+            robot.joints[name] = jointRange(range);
         }
     }
     m_out.robots.push_back(robot);
