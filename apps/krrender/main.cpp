@@ -2,6 +2,7 @@
 
 #include "KrAppAids.h"
 #include "KrAppCores.h"
+#include "KrAppDataset.h"
 #include "KrAppDoctor.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
@@ -336,6 +337,9 @@ void openStandardStreams()
 /// @return the exit status
 int work(int argc, char** argv, KrAppMessages& messages)
 {
+    if (KrAppDataset::isAskedFor(argc, argv)) {
+        return KrAppDataset().run(argc, argv, messages);
+    }
     KrAppOptions options;
     if (!options.parse(argc, argv)) {
         return 0;
@@ -364,7 +368,7 @@ int main(int argc, char** argv)
     // Before anything opens a file.
     openStandardStreams();
     // Before anything asks the driver, or starts a thread.
-    krAppLeaveOutDriverThreads();
+    krAppLeaveOutDriverThreads(KrAppDataset::isAskedFor(argc, argv));
     // Before a file is begun: whatever ends the program, none is left half-written.
     KrAppInterrupt::install();
     KrToolkitFolders::setDefault();
