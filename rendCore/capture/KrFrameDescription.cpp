@@ -2,6 +2,7 @@
 
 #include <rendCore/capture/KrOpticalFrame.h>
 #include <rendCore/capture/private/KrFrameDescriptionJson.h>
+#include <rendCore/model/KrLabelTable.h>
 #include <rendCore/system/KrRenderWindow.h>
 #include <rendCore/window/KrSGBaseInputHandler.h>
 #include <rendCore/window/private/KrDrawnProjection.h>
@@ -106,6 +107,8 @@ bool KrFrameDescription::fill(const KrSGWindow& window)
     rowOrder = RowOrder::BottomRowFirst;
     quantity = "color";
     unit = "1/255";
+    axes.clear();
+    labels.clear();
     view = viewer->getCamera()->getViewMatrix();
     projection = KrDrawnProjection::of(*viewer);
     describeClipping(*this);
@@ -134,6 +137,16 @@ void KrFrameDescription::setPictureSize(unsigned int newWidth, unsigned int newH
     levelOfDetail = width == 0 ? levelOfDetail : levelOfDetail * newWidth / width;
     width = newWidth;
     height = newHeight;
+}
+
+void KrFrameDescription::setLabels(const KrLabelTable& table)
+{
+    labels.clear();
+    for (std::uint32_t id = 1; id <= table.size(); ++id) {
+        const KrLabelTable::Part& part = table.part(id);
+        const bool isShape = table.level() == KrLabelTable::Level::Shape;
+        labels.push_back({id, part.manipulator, part.link, isShape ? std::optional(part.shapeIndex) : std::nullopt});
+    }
 }
 
 osg::Matrixd KrFrameDescription::opticalView() const

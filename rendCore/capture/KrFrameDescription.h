@@ -6,10 +6,12 @@
 
 #include <osg/Matrixd>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+class KrLabelTable;
 class KrSGWindow;
 
 /// What one frame shows, in numbers: the picture's layout, the camera it was drawn with, the time and the joints.
@@ -36,13 +38,23 @@ struct KrFrameDescription
         std::vector<Joint> joints; ///< as in a position state: depth first, parents before children
     };
 
-    // The picture. The member functions do not look at the last three: who stores the picture says what it holds.
+    /// What a label stands for, see KrLabelTable.
+    struct Label
+    {
+        std::uint32_t id = 0;
+        std::string manipulator;
+        std::string link;                  ///< empty for a manipulator as a whole
+        std::optional<unsigned int> shape; ///< its number among the link's; none for a link
+    };
+
+    // The picture. The member functions do not look at the last four: who stores the picture says what it holds.
     unsigned int width = 0; ///< pixels
     unsigned int height = 0;
     unsigned int channels = 3;
     RowOrder rowOrder = RowOrder::BottomRowFirst;
     std::string quantity = "color"; ///< what the channels hold
-    std::string unit = "1/255";     ///< of a stored number; "mm" or "m" for depths
+    std::string unit = "1/255";     ///< of a stored number; "mm" or "m" for depths, "1" for labels and normals
+    std::string axes; ///< of normals: "optical" (x right, y down, z forward) or "world"; empty for all else
 
     // The camera.
     std::optional<KrCameraIntrinsics> intrinsics; ///< for a picture of this size; none for an orthographic one
@@ -58,6 +70,8 @@ struct KrFrameDescription
     unsigned int frameNumber = 0; ///< drawn by the window so far
     double time = 0.0;            ///< of the state, s
     std::vector<Manipulator> manipulators;
+    /// What the picture's labels mean; filled by `setLabels` alone, and written only where there are any.
+    std::vector<Label> labels;
 
     /// Describes the latest frame that `window` drew, as one of its own size, colours, bottom row first. Joints and
     /// time are those of a KrRenderWindow's system and state; other windows have none. Ask before anything is changed:
@@ -68,6 +82,9 @@ struct KrFrameDescription
     /// The same frame as a picture of another size, which shows the same: size, intrinsics and level of detail are
     /// scaled.
     void setPictureSize(unsigned int newWidth, unsigned int newHeight);
+
+    /// Takes over what labels mean.
+    void setLabels(const KrLabelTable& table);
 
     /// World to optical camera axes (x right, y down, z forward).
     osg::Matrixd opticalView() const;

@@ -191,6 +191,11 @@ public:
     /// @return false, after one message, and the error as it was for a negative one and for what is no number
     bool setLevelOfDetail(float pixels);
     float levelOfDetail() const { return m_levelOfDetail; }
+    /// On, the default, meshes become coarser only well within that error, so that nothing flickers while the eye
+    /// moves. Off, a frame depends on none before it: for data sets, whose pictures are to be the same in every order.
+    /// Kept when the window is closed.
+    void setSteadyLevels(bool on);
+    bool areLevelsSteady() const { return m_areLevelsSteady; }
     /// On, the default, the robots of a frame go to the driver by a way of their own where nothing needs the scene
     /// graph's traversals. Pictures are the same with it and without: it is for comparing, and for a client whose own
     /// nodes or callbacks below a robot want every traversal. Kept when the window is closed.
@@ -265,5 +270,6 @@ private:
     bool m_appliedOrthographic = false;
     bool m_isDirectDrawing = true;
     float m_levelOfDetail = 0.0f; ///< pixels
+    bool m_areLevelsSteady = true;
     std::optional<KrCameraIntrinsics> m_intrinsics;
 };

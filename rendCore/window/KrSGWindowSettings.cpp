@@ -242,6 +242,12 @@ bool KrSGWindow::setLevelOfDetail(float pixels)
     return true;
 }
 
+void KrSGWindow::setSteadyLevels(bool on)
+{
+    m_areLevelsSteady = on;
+    applyDrawSettings();
+}
+
 void KrSGWindow::setDirectDrawing(bool on)
 {
     m_isDirectDrawing = on;
@@ -254,5 +260,6 @@ void KrSGWindow::applyDrawSettings()
     if (auto* const settings = dynamic_cast<KrDrawSettings*>(m_viewer.get())) {
         settings->isDirect = m_isDirectDrawing;
         settings->levelOfDetail = m_levelOfDetail;
+        settings->areLevelsSteady = m_areLevelsSteady;
     }
 }

@@ -22,6 +22,8 @@ struct KrDrawSettings
     bool isDirect = true;
     /// The error that simplified meshes may show on the screen, pixels; 0 draws every triangle.
     float levelOfDetail = 0.0f;
+    /// Levels change a little late, so that nothing flickers; without, a frame depends on none before it.
+    bool areLevelsSteady = true;
     /// Who wants to be called in the next frame: entered anew in each.
     mutable std::vector<std::weak_ptr<KrFrameParticipant>> participants;
 };

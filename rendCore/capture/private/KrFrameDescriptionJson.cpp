@@ -74,6 +74,23 @@ std::string jsonOf(const KrFrameDescription::Manipulator& manipulator)
            ", \"joints\": " + KrJson::array(manipulator.joints, "", joint) + "}";
 }
 
+/// Nothing for a picture without labels, which most are.
+std::string jsonOf(const std::vector<KrFrameDescription::Label>& labels)
+{
+    const auto line = [](const KrFrameDescription::Label& label) {
+        KrJson::Object object;
+        object.count("id", label.id).string("manipulator", label.manipulator);
+        if (!label.link.empty()) {
+            object.string("link", label.link);
+        }
+        if (label.shape) {
+            object.count("shape", *label.shape);
+        }
+        return "\n  " + object.text();
+    };
+    return labels.empty() ? "" : ",\n\"labels\": " + KrJson::array(labels, "", line);
+}
+
 // Reading: each of these gives false, and no change, for what is not there or not of its kind.
 
 /// The library reads -0 as a whole number, which has no such zero, but -0.0 as it is. What is in strings stays.
@@ -226,6 +243,7 @@ const char* readPicture(const Tree& tree, KrFrameDescription& out)
     }
     out.quantity = textAt(tree, "/picture/quantity", out.quantity);
     out.unit = textAt(tree, "/picture/unit", out.unit);
+    out.axes = textAt(tree, "/picture/axes", out.axes);
     return nullptr;
 }
 
@@ -300,6 +318,17 @@ void readFrame(const Tree& tree, KrFrameDescription& out)
         }
         out.manipulators.push_back(manipulator);
     }
+    for (const Tree& item : childrenOf(tree, "/labels")) {
+        KrFrameDescription::Label label;
+        unsigned int shape = 0;
+        readNumber(item, "/id", label.id);
+        label.manipulator = textAt(item, "/manipulator");
+        label.link = textAt(item, "/link");
+        if (readNumber(item, "/shape", shape)) {
+            label.shape = shape;
+        }
+        out.labels.push_back(label);
+    }
 }
 
 } // namespace
@@ -308,16 +337,18 @@ std::string KrFrameDescriptionJson::text(const KrFrameDescription& frame)
 {
     const char* const order =
         frame.rowOrder == KrFrameDescription::RowOrder::TopRowFirst ? kTopRowFirst : kBottomRowFirst;
-    const std::string picture = KrJson::Object()
-                                    .count("width", frame.width)
-                                    .count("height", frame.height)
-                                    .count("channels", frame.channels)
-                                    .string("rowOrder", order)
-                                    .string("quantity", frame.quantity)
-                                    .string("unit", frame.unit)
-                                    .text();
+    KrJson::Object picture;
+    picture.count("width", frame.width)
+        .count("height", frame.height)
+        .count("channels", frame.channels)
+        .string("rowOrder", order)
+        .string("quantity", frame.quantity)
+        .string("unit", frame.unit);
+    if (!frame.axes.empty()) {
+        picture.string("axes", frame.axes);
+    }
     const std::string when = KrJson::Object().count("number", frame.frameNumber).real("time", frame.time).text();
-    return "{\"format\": " + KrJson::quoted(kFormat) + ",\n\"version\": 1,\n\"picture\": " + picture +
+    return "{\"format\": " + KrJson::quoted(kFormat) + ",\n\"version\": 1,\n\"picture\": " + picture.text() +
            ",\n\"camera\": {\n  \"intrinsics\": " + (frame.intrinsics ? jsonOf(*frame.intrinsics) : "null") +
            ",\n  \"near\": " + KrJson::number(frame.near) + ", \"far\": " + KrJson::number(frame.far) +
            ",\n  \"levelOfDetail\": " + KrJson::number(frame.levelOfDetail) +
@@ -325,7 +356,7 @@ std::string KrFrameDescriptionJson::text(const KrFrameDescription& frame)
            ",\n  \"projection\": " + jsonOf(frame.projection) + ",\n  \"pointOfView\": " + jsonOf(frame.pov) +
            "},\n\"frame\": " + when + ",\n\"manipulators\": " +
            KrJson::array(frame.manipulators, "", [](const KrFrameDescription::Manipulator& m) { return jsonOf(m); }) +
-           "}\n";
+           jsonOf(frame.labels) + "}\n";
 }
 
 const char* KrFrameDescriptionJson::parse(const std::string& json, KrFrameDescription& out)

@@ -94,6 +94,7 @@ struct KrDrawPlan::Frame
     double near;
     double far;
     KrMeshBatch* batch = nullptr;    ///< null before the first mesh
+    bool areLevelsSteady = true;
     KrLabelCamera* labels = nullptr; ///< null where colours are drawn
     std::size_t linkIndex = 0;       ///< of the link at hand, as labels count
     // Of the link at hand.
@@ -391,6 +392,7 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
                        : nullptr,
                    visitor.getCalculatedNearPlane(),
                    visitor.getCalculatedFarPlane()};
+    frame.areLevelsSteady = settings->areLevelsSteady;
     frame.labels = labels;
     // As the general traversal multiplies, here and below, so that both give the same bits.
     m_modelView = *visitor.getModelViewMatrix();
@@ -576,6 +578,9 @@ std::size_t KrDrawPlan::levelOf(std::size_t place, const KrMeshArena::Mesh& mesh
         return level;
     };
     const std::size_t allowed = coarsest(tolerance);
+    if (!frame.areLevelsSteady) {
+        return allowed;
+    }
     std::uint8_t& last = frame.view.levels[place];
     // Coarser only when it is well within the tolerance: a robot at the edge of two levels does not change all the
     // time.

@@ -275,12 +275,18 @@ TEST_F(KrFrameDescriptionTest, IsReadBackAsItWasWritten)
     frame.manipulators = {{"a \"quoted\", [-0] name\n\xFF", {{"j", "revolute", 0.1}, {"k", "prismatic", -0.0}}},
                           {"empty", {}}};
     frame.unit = "mm";
+    frame.axes = "world";
+    frame.labels = {{1, "a", "base\t", std::nullopt}, {2, "a", "arm", 7}, {3, "b", "", std::nullopt}};
     const Folder folder;
     const std::string file = folder.path("camera.json");
     ASSERT_TRUE(frame.writeFile(file));
     KrFrameDescription read;
     ASSERT_TRUE(read.readFile(file));
     EXPECT_EQ(read.json(), frame.json());
+    ASSERT_EQ(read.labels.size(), 3u);
+    EXPECT_EQ(read.labels[1].shape, 7u);
+    EXPECT_EQ(read.labels[2].shape, std::nullopt);
+    EXPECT_EQ(read.axes, "world");
     EXPECT_TRUE(read.actualPov() == window.getPovParameters());
 
     // A camera that an input handler moved is told by its matrix, not by the point of view that was set.
