@@ -351,7 +351,7 @@ const char* KrFrameCapture::Frame::readKinds(osgViewer::Viewer& viewer)
     request.level = options.labelLevel;
     // Memory first: what is bound is bound to the end.
     const std::size_t count = std::size_t(m_width) * m_height;
-    m_words.resize(count * (targets.normals ? 4 : 1));
+    m_words.resize(count * (targets.normals ? 2 : 1));
     m_depths.resize(targets.depth ? count : 0);
     if (const char* const reason =
             m_pass->draw(viewer, static_cast<int>(m_width), static_cast<int>(m_height), request, m_views)) {
@@ -393,7 +393,7 @@ void KrFrameCapture::Frame::unpack(const KrLabelPass::View& view)
 {
     const Area& area = view.area;
     const auto width = static_cast<std::size_t>(area.width);
-    const std::size_t words = targets.normals ? 4 : 1;
+    const std::size_t words = targets.normals ? 2 : 1;
     float rotation[9];
     fillRotation(options.normalFrame, view.camera->getViewMatrix(), rotation);
     for (unsigned int row = 0; row < static_cast<unsigned int>(area.height); ++row) {
@@ -430,7 +430,7 @@ const char* KrFrameCapture::Frame::readPixel(osgViewer::Viewer& viewer, unsigned
         return reason;
     }
     const osg::State& state = *viewer.getCamera()->getGraphicsContext()->getState();
-    std::uint32_t words[4] = {};
+    std::uint32_t words[2] = {};
     std::uint32_t depth = 0;
     KrLabelPass::readPixels(state, pixel, request.content, words);
     KrLabelPass::readDepths(state, pixel, &depth);
@@ -445,15 +445,15 @@ const char* KrFrameCapture::Frame::readPixel(osgViewer::Viewer& viewer, unsigned
         }
         const osg::Matrixd clipToEye = osg::Matrixd::inverse(inSinglePrecision(view.projection));
         const osg::Matrixd eyeToWorld = osg::Matrixd::inverse(view.camera->getViewMatrix());
-        float fraction = 0.0f;
-        KrPixelConversion::toFractions(&depth, 1, {KrLabelPass::kDepthBits}, &fraction);
         const double window =
             (depth >> (32 - KrLabelPass::kDepthBits)) / static_cast<double>((1u << KrLabelPass::kDepthBits) - 1);
         const osg::Vec3d point = osg::Vec3d(2.0 * right - 1.0, 2.0 * up - 1.0, 2.0 * window - 1.0) * clipToEye;
-        osg::Vec3f normal;
-        std::memcpy(normal.ptr(), words + 1, 3 * sizeof(float));
+        float rotation[9];
+        fillRotation(NormalFrame::World, view.camera->getViewMatrix(), rotation);
+        float normal[3];
+        KrPixelConversion::toNormals(words, 1, rotation, normal);
         KrRenderTypes::osg2ec(point * eyeToWorld, pick.point);
-        KrRenderTypes::osg2ec(osg::Matrixd::transform3x3(osg::Vec3d(normal), eyeToWorld), pick.normal);
+        pick.normal = KrVector(normal[0], normal[1], normal[2]);
         pick.planarDepth = -point.z();
         pick.distance = view.projection(3, 3) == 0.0 ? point.length() : -point.z();
         return nullptr;

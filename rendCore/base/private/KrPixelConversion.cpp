@@ -124,11 +124,41 @@ void KrPixelConversion::toLabels(const std::uint32_t* pixels, std::size_t count,
 void KrPixelConversion::toNormals(const std::uint32_t* pixels, std::size_t count, const float rotation[9],
                                   float* normals)
 {
-    for (std::size_t i = 0; i < count; ++i) {
-        float normal[3];
-        std::memcpy(normal, pixels + 4 * i + 1, sizeof normal);
-        for (std::size_t j = 0; j < 3; ++j) {
-            normals[3 * i + j] = normal[0] * rotation[j] + normal[1] * rotation[3 + j] + normal[2] * rotation[6 + j];
+    float m[9];
+    std::copy_n(rotation, 9, m); // which writing normals cannot change
+    for (std::size_t begin = 0; begin < count; begin += kBlock) {
+        const std::size_t size = std::min(kBlock, count - begin);
+        const std::uint32_t* const block = pixels + 2 * begin;
+        float* const out = normals + 3 * begin;
+        std::uint32_t any = 0;
+        for (std::size_t i = 0; i < size; ++i) {
+            any |= block[2 * i];
+        }
+        if (any == 0) {
+            std::fill_n(out, 3 * size, 0.0f);
+            continue;
+        }
+        float x[kBlock];
+        float y[kBlock];
+        float z[kBlock];
+        for (std::size_t i = 0; i < size; ++i) {
+            const auto u = static_cast<std::int32_t>(block[2 * i + 1] & 0xFFFFu);
+            const auto v = static_cast<std::int32_t>(block[2 * i + 1] >> 16);
+            const float a = static_cast<float>(u - 32768) * (1.0f / 32767.0f);
+            const float b = static_cast<float>(v - 32768) * (1.0f / 32767.0f);
+            const float c = 1.0f - std::abs(a) - std::abs(b);
+            const float fold = std::max(-c, 0.0f);
+            const float p = a < 0.0f ? a + fold : a - fold;
+            const float q = b < 0.0f ? b + fold : b - fold;
+            const float scale = block[2 * i] == 0 ? 0.0f : 1.0f / std::sqrt(p * p + q * q + c * c);
+            x[i] = p * scale;
+            y[i] = q * scale;
+            z[i] = c * scale;
+        }
+        for (std::size_t i = 0; i < size; ++i) {
+            for (std::size_t j = 0; j < 3; ++j) {
+                out[3 * i + j] = x[i] * m[j] + y[i] * m[3 + j] + z[i] * m[6 + j];
+            }
         }
     }
 }

@@ -41,7 +41,10 @@ void toMetres(const std::uint32_t* depths, std::size_t count, DepthBits kind, co
 /// The first of the `words` numbers of each of `count` pixels.
 void toLabels(const std::uint32_t* pixels, std::size_t count, std::size_t words, std::uint32_t* labels);
 
-/// The last three of the four numbers of each pixel, floats bit by bit, as row vectors times a matrix of 3 x 3.
+/// Unit vectors of pixels of two numbers: the first is 0 where there is none, the second has two numbers u and v of 16
+/// bits, u in the lower ones. x = (u - 32768) / 32767 and y likewise are a place on an octahedron |x| + |y| + |z| = 1
+/// whose half of negative z is folded out: there x and y are (1 - |y|) sign(x) and (1 - |x|) sign(y). The result is
+/// within 5e-5 rad, and is multiplied, as a row vector, by a rotation of 3 x 3. 0, 0, 0 where there is none.
 void toNormals(const std::uint32_t* pixels, std::size_t count, const float rotation[9], float* normals);
 
 /// Of depths other than `far`: the least and the largest; `far` and 0 where there is none.

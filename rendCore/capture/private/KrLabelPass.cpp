@@ -24,15 +24,10 @@ constexpr unsigned int kOnOverride = osg::StateAttribute::ON | osg::StateAttribu
 constexpr const char* kVertexShader = R"(#version 130
 uniform uvec4 krPart;
 uniform uvec4 krMeshPart;
-out vec3 normal;
-out vec3 position;
 void main()
 {
-    vec4 eye = gl_ModelViewMatrix * gl_Vertex;
     gl_Position = (krPart | krMeshPart) == uvec4(0u) ? vec4(2.0, 0.0, 0.0, 1.0) : ftransform();
-    gl_ClipVertex = eye;
-    normal = gl_NormalMatrix * gl_Normal;
-    position = eye.xyz;
+    gl_ClipVertex = gl_ModelViewMatrix * gl_Vertex;
 }
 )";
 
@@ -46,28 +41,67 @@ void main()
 }
 )";
 
-// Rays of a parallel projection all come from where the eye looks back to.
-constexpr const char* kNormalShader = R"(#version 130
-#extension GL_ARB_shader_bit_encoding : enable
+constexpr const char* kNormalVertexShader = R"(#version 130
 uniform uvec4 krPart;
 uniform uvec4 krMeshPart;
-in vec3 normal;
-in vec3 position;
-out uvec4 result;
+out vec3 normal;
 void main()
 {
-    vec3 toEye = gl_ProjectionMatrix[3][3] == 0.0 ? -position : vec3(0.0, 0.0, 1.0);
-    float square = dot(normal, normal);
-    vec3 unit = square > 0.0 ? normal * inversesqrt(square) : normalize(toEye);
-    result = uvec4((krPart | krMeshPart).x, floatBitsToUint(dot(unit, toEye) < 0.0 ? -unit : unit));
+    gl_Position = (krPart | krMeshPart) == uvec4(0u) ? vec4(2.0, 0.0, 0.0, 1.0) : ftransform();
+    gl_ClipVertex = gl_ModelViewMatrix * gl_Vertex;
+    normal = gl_NormalMatrix * gl_Normal;
 }
 )";
 
-osg::ref_ptr<osg::StateSet> makeStates(const char* name, const char* fragmentShader)
+// Two numbers of 16 bits tell a direction: it is put on an octahedron, whose lower half is folded out over the corners
+// of the square that the upper one makes (Meyer et al., "On Floating-Point Normal Vectors", 2010).
+constexpr const char* kNormalShader = R"(#version 130
+uniform uvec4 krPart;
+uniform uvec4 krMeshPart;
+uniform mat3 krToEye;
+in vec3 normal;
+out uvec4 result;
+void main()
+{
+    vec3 toEye = krToEye * vec3(gl_FragCoord.xy, 1.0);
+    float size = abs(normal.x) + abs(normal.y) + abs(normal.z);
+    vec3 n = size > 0.0 ? normal : toEye;
+    n *= (dot(n, toEye) < 0.0 ? -1.0 : 1.0) / (abs(n.x) + abs(n.y) + abs(n.z));
+    vec2 folded = (1.0 - abs(n.yx)) * vec2(n.x < 0.0 ? -1.0 : 1.0, n.y < 0.0 ? -1.0 : 1.0);
+    uvec2 place = uvec2((n.z < 0.0 ? folded : n.xy) * 32767.0 + 32768.5);
+    result = uvec4((krPart | krMeshPart).x, place.x | place.y << 16u, 0u, 0u);
+}
+)";
+
+/// The direction to the eye, linear in the place of a pixel on the target: column vectors.
+osg::Matrix3 toEye(const osg::Matrixd& projection, const KrLabelPass::Area& area)
+{
+    osg::Matrix3 result;
+    // Rays of a parallel projection all come from where the eye looks back to.
+    osg::Vec3d columns[3] = {osg::Vec3d(), osg::Vec3d(), osg::Vec3d(0.0, 0.0, 1.0)};
+    if (projection(3, 3) == 0.0) {
+        const osg::Matrixd clipToEye = osg::Matrixd::inverse(projection);
+        const auto rayAt = [&](double x, double y) {
+            return -(osg::Vec3d(2.0 * (x - area.x) / area.width - 1.0, 2.0 * (y - area.y) / area.height - 1.0, 0.0) *
+                     clipToEye);
+        };
+        columns[2] = rayAt(0.0, 0.0);
+        columns[0] = rayAt(1.0, 0.0) - columns[2];
+        columns[1] = rayAt(0.0, 1.0) - columns[2];
+    }
+    for (int column = 0; column < 3; ++column) {
+        for (int row = 0; row < 3; ++row) {
+            result(column, row) = static_cast<float>(columns[column][row]);
+        }
+    }
+    return result;
+}
+
+osg::ref_ptr<osg::StateSet> makeStates(const char* name, const char* vertexShader, const char* fragmentShader)
 {
     const osg::ref_ptr<osg::Program> program = new osg::Program;
     program->setName(name);
-    program->addShader(new osg::Shader(osg::Shader::VERTEX, kVertexShader));
+    program->addShader(new osg::Shader(osg::Shader::VERTEX, vertexShader));
     program->addShader(new osg::Shader(osg::Shader::FRAGMENT, fragmentShader));
     osg::ref_ptr<osg::StateSet> states = new osg::StateSet;
     states->setAttributeAndModes(program, kOnOverride);
@@ -97,10 +131,12 @@ KrLabelPass::KrLabelPass()
     , m_viewport(new osg::Viewport)
     , m_scissor(new osg::Scissor)
     , m_cut(new osg::StateSet)
-    , m_labelStates(makeStates("labels", kPartShader))
-    , m_normalStates(makeStates("labels and normals", kNormalShader))
-    , m_bitStates(makeStates("parts alone", kPartShader))
+    , m_toEye(new osg::Uniform(osg::Uniform::FLOAT_MAT3, "krToEye"))
+    , m_labelStates(makeStates("labels", kVertexShader, kPartShader))
+    , m_normalStates(makeStates("labels and normals", kNormalVertexShader, kNormalShader))
+    , m_bitStates(makeStates("parts alone", kVertexShader, kPartShader))
 {
+    m_normalStates->addUniform(m_toEye);
     m_cut->setAttributeAndModes(m_scissor, kOnOverride);
     // A camera's own states hold its viewport, which is larger than the target's where the picture is reduced.
     for (osg::StateSet* const states : {m_labelStates.get(), m_normalStates.get(), m_bitStates.get()}) {
@@ -142,32 +178,31 @@ void KrLabelPass::detach()
 const char* KrLabelPass::whyImpossible(const osg::State& state)
 {
     const osg::GLExtensions* const gl = state.get<osg::GLExtensions>();
-    const bool hasBits =
-        gl != nullptr && (gl->glslLanguageVersion >= 3.3f ||
-                          osg::isGLExtensionSupported(state.getContextID(), "GL_ARB_shader_bit_encoding"));
-    return hasBits && gl->glVersion >= 3.0f && gl->isFrameBufferObjectSupported && gl->glUniform4uiv != nullptr
+    return gl != nullptr && gl->glVersion >= 3.0f && gl->isFrameBufferObjectSupported && gl->glUniform4uiv != nullptr
                ? nullptr
-               : "the driver has no framebuffers of whole numbers (OpenGL 3.0 with shader bit encoding)";
+               : "the driver has no framebuffers of whole numbers (OpenGL 3.0)";
 }
 
 /// A target of that size and content, bound.
 const char* KrLabelPass::prepare(osg::State& state, int width, int height, Content content)
 {
-    const bool isWide = content != Content::Labels;
+    const GLenum format = content == Content::Labels    ? GL_R32UI
+                          : content == Content::Normals ? GL_RG32UI
+                                                        : GL_RGBA32UI_EXT;
     const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
-    if (!m_target || m_width != width || m_height != height || m_isWide != isWide) {
+    if (!m_target || m_width != width || m_height != height || m_content != content) {
         if (m_target) {
             m_target->releaseGLObjects(&state);
             osg::flushAllDeletedGLObjects(state.getContextID());
         }
         m_target = new osg::FrameBufferObject;
         m_target->setAttachment(osg::Camera::COLOR_BUFFER, osg::FrameBufferAttachment(new osg::RenderBuffer(
-                                                               width, height, isWide ? GL_RGBA32UI_EXT : GL_R32UI)));
+                                                               width, height, static_cast<int>(format))));
         m_target->setAttachment(osg::Camera::DEPTH_BUFFER,
                                 osg::FrameBufferAttachment(new osg::RenderBuffer(width, height, GL_DEPTH_COMPONENT24)));
         m_width = width;
         m_height = height;
-        m_isWide = isWide;
+        m_content = content;
     }
     m_target->apply(state, osg::FrameBufferObject::READ_DRAW_FRAMEBUFFER);
     if (isComplete(gl)) {
@@ -229,10 +264,14 @@ const char* KrLabelPass::draw(osgViewer::Viewer& viewer, int width, int height, 
 void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& view, bool isCut)
 {
     const osg::FrameStamp* const stamp = viewer.getFrameStamp();
-    m_camera->stand(*view.camera, request.level, request.content == Content::Bits ? request.firstBit : 0);
+    osg::StateSet* const program = request.content == Content::Labels    ? m_labelStates
+                                   : request.content == Content::Normals ? m_normalStates
+                                                                         : m_bitStates;
+    m_camera->stand(*view.camera, request.level, request.content == Content::Bits ? request.firstBit : 0, program);
     m_viewport->setViewport(view.area.x, view.area.y, view.area.width, view.area.height);
     m_projection->set(view.camera->getProjectionMatrix());
     m_view->set(view.camera->getViewMatrix());
+    m_toEye->set(toEye(*m_projection, view.area));
 
     m_visitor->reset();
     m_visitor->inheritCullSettings(*view.camera);
@@ -250,9 +289,7 @@ void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& 
     m_stage->setCamera(m_camera);
     m_graph->clean();
 
-    m_visitor->pushStateSet(request.content == Content::Labels    ? m_labelStates
-                            : request.content == Content::Normals ? m_normalStates
-                                                                  : m_bitStates);
+    m_visitor->pushStateSet(program);
     if (isCut) {
         m_visitor->pushStateSet(m_cut);
     }
@@ -281,7 +318,10 @@ void KrLabelPass::readPixels(const osg::State& state, const Area& area, Content 
 {
     const KrPixelTransferGuard guard(*state.get<osg::GLExtensions>(), 4);
     glReadPixels(area.x, area.y, area.width, area.height,
-                 content == Content::Labels ? GL_RED_INTEGER_EXT : GL_RGBA_INTEGER_EXT, GL_UNSIGNED_INT, out);
+                 content == Content::Labels    ? GL_RED_INTEGER_EXT
+                 : content == Content::Normals ? GL_RG_INTEGER
+                                               : GL_RGBA_INTEGER_EXT,
+                 GL_UNSIGNED_INT, out);
 }
 
 void KrLabelPass::readDepths(const osg::State& state, const Area& area, std::uint32_t* out)

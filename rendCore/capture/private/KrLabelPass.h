@@ -8,6 +8,7 @@
 #include <osg/Program>
 #include <osg/Scissor>
 #include <osg/StateSet>
+#include <osg/Uniform>
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
 #include <osgUtil/CullVisitor>
@@ -34,8 +35,8 @@ public:
     enum class Content
     {
         Labels,  ///< one number: the label
-        Normals, ///< four: the label, then x, y and z of the unit normal that looks to the eye, floats bit by bit, in
-                 ///< OpenGL's eye axes
+        Normals, ///< two: the label, and the unit normal that looks to the eye, in OpenGL's eye axes, as
+                 ///< KrPixelConversion::toNormals reads it
         Bits     ///< four, of 32 bits: one for each of 128 parts that covers the pixel, whatever is before it
     };
     struct Request
@@ -72,7 +73,7 @@ public:
     /// @return null, or why it cannot be, as the end of a sentence; then nothing is bound
     const char* draw(osgViewer::Viewer& viewer, int width, int height, const Request& request, std::vector<View>& views,
                      const Area* scissor = nullptr);
-    /// Of the target that is bound, into `out`: 1 or 4 numbers a pixel as the content has it, row 0 at the bottom.
+    /// Of the target that is bound, into `out`: as many numbers a pixel as the content has, row 0 at the bottom.
     static void readPixels(const osg::State& state, const Area& area, Content content, std::uint32_t* out);
     /// Depths as 32-bit fixed point numbers, row 0 at the bottom.
     static void readDepths(const osg::State& state, const Area& area, std::uint32_t* out);
@@ -104,9 +105,10 @@ private:
     osg::ref_ptr<osg::FrameBufferObject> m_target; ///< null before the first pass
     int m_width = 0;
     int m_height = 0;
-    bool m_isWide = false; ///< the target has four numbers a pixel
+    Content m_content = Content::Labels; ///< of the target
     osg::ref_ptr<osg::Scissor> m_scissor;
     osg::ref_ptr<osg::StateSet> m_cut; ///< where less than the target is drawn
+    osg::ref_ptr<osg::Uniform> m_toEye;
     osg::ref_ptr<osg::StateSet> m_labelStates;
     osg::ref_ptr<osg::StateSet> m_normalStates;
     osg::ref_ptr<osg::StateSet> m_bitStates;

@@ -93,7 +93,7 @@ struct KrDrawPlan::Frame
     const std::vector<osg::Plane>* planes; ///< of the view, in the eye's frame; null for no culling
     double near;
     double far;
-    KrMeshBatch* batch = nullptr;    ///< null before the first mesh
+    KrMeshBatch* batch = nullptr; ///< null before the first mesh
     bool areLevelsSteady = true;
     KrLabelCamera* labels = nullptr; ///< null where colours are drawn
     std::size_t linkIndex = 0;       ///< of the link at hand, as labels count
@@ -347,11 +347,15 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
     if (settings == nullptr || !settings->isDirect || typeid(visitor) != typeid(osgUtil::CullVisitor)) {
         return false;
     }
+    // Labels are those of what the colours show: its levels, by the view of its camera.
+    KrLabelCamera* const labels = KrLabelCamera::of(visitor);
+    osg::Camera& seen = labels != nullptr ? labels->seen() : *camera;
     const osg::State* const state = visitor.getState();
     osg::CullingSet& culling = visitor.getCurrentCullingSet();
     const osg::CullSettings::ComputeNearFarMode nearFar = visitor.getComputeNearFarMode();
     // Without light colours are the vertices', and pixels of lines are many at one depth.
-    if (!KrInheritedState::isLit(visitor) || !KrInheritedState::isPlain(visitor)) {
+    if (!KrInheritedState::isLit(visitor) ||
+        !KrInheritedState::isPlain(visitor, labels != nullptr ? labels->program() : nullptr)) {
         return false;
     }
     // Planes by primitives, culling by size, shadows of occluders: whoever asks for those gets the whole traversal.
@@ -362,9 +366,6 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
          nearFar != osg::CullSettings::COMPUTE_NEAR_FAR_USING_BOUNDING_VOLUMES)) {
         return false;
     }
-    // Labels are those of what the colours show: its levels, by the view of its camera.
-    KrLabelCamera* const labels = KrLabelCamera::of(visitor);
-    osg::Camera& seen = labels != nullptr ? labels->seen() : *camera;
     if (settings->levelOfDetail > 0.0f) {
         m_table->demandLevels();
     }
@@ -524,8 +525,10 @@ void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, boo
     if (!isSeen) {
         return;
     }
-    // Whoever wants every triangle gets both of its sides: at the rim of a body a back face may win by a rounding.
-    const bool isSolid = frame.tolerance > 0.0f && entry.mesh->isClosed && frame.isRightHanded;
+    // Whoever wants every triangle gets both of its sides: at the rim of a body a back face may win by a rounding. That
+    // changes no label: where a closed body has a back face it has a front one.
+    const bool isSolid =
+        (frame.tolerance > 0.0f || frame.labels != nullptr) && entry.mesh->isClosed && frame.isRightHanded;
     KrMeshBatch::Item item = {modelView,
                               entry.mesh,
                               levelOf(place, *entry.mesh, frame),

@@ -59,12 +59,12 @@ const osg::LightModel* KrInheritedState::lightModel(osgUtil::CullVisitor& visito
     return nullptr;
 }
 
-bool KrInheritedState::isPlain(osgUtil::CullVisitor& visitor)
+bool KrInheritedState::isPlain(osgUtil::CullVisitor& visitor, const osg::StateSet* ignored)
 {
     using osg::StateAttribute;
     for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
         const osg::StateSet* const states = graph->getStateSet();
-        if (states == nullptr) {
+        if (states == nullptr || states == ignored) {
             continue;
         }
         const auto* const mode =

@@ -3,7 +3,8 @@
 namespace osg
 {
 class LightModel;
-}
+class StateSet;
+} // namespace osg
 namespace osgUtil
 {
 class CullVisitor;
@@ -22,6 +23,7 @@ const osg::LightModel* lightModel(osgUtil::CullVisitor& visitor);
 /// Whether nothing above cares in which order triangles come or what a group's material is: polygons are filled, and
 /// opaque; depths decide which one is seen; fronts are fronts; no program of a client's reads materials, and no bin
 /// sorts by depth.
-bool isPlain(osgUtil::CullVisitor& visitor);
+/// @param ignored  of the library's own, which says otherwise; null for none
+bool isPlain(osgUtil::CullVisitor& visitor, const osg::StateSet* ignored);
 
 } // namespace KrInheritedState

@@ -16,9 +16,11 @@ KrLabelCamera* KrLabelCamera::of(osgUtil::CullVisitor& visitor)
                                                                          : nullptr;
 }
 
-void KrLabelCamera::stand(osg::Camera& seen, KrLabelTable::Level level, std::uint32_t firstBit)
+void KrLabelCamera::stand(osg::Camera& seen, KrLabelTable::Level level, std::uint32_t firstBit,
+                          const osg::StateSet* program)
 {
     m_seen = &seen;
+    m_program = program;
     m_level = level;
     m_firstBit = firstBit;
     setView(seen.getView());

@@ -37,7 +37,9 @@ public:
 
     /// What the next pass draws: the labels of `level` in the place of the colours of `seen`.
     /// @param firstBit  0: labels; else the label that has the first bit, each of the next ones its own
-    void stand(osg::Camera& seen, KrLabelTable::Level level, std::uint32_t firstBit);
+    /// @param program   what stands above all that is drawn; borrowed until the next call
+    void stand(osg::Camera& seen, KrLabelTable::Level level, std::uint32_t firstBit, const osg::StateSet* program);
+    const osg::StateSet* program() const { return m_program; }
     /// The camera of colours, whose levels of detail are drawn. Borrowed.
     osg::Camera& seen() const { return *m_seen; }
     KrLabelTable::Level level() const { return m_level; }
@@ -50,6 +52,7 @@ protected:
 
 private:
     osg::Camera* m_seen = nullptr;
+    const osg::StateSet* m_program = nullptr;
     KrLabelTable::Level m_level = KrLabelTable::Level::Link;
     std::uint32_t m_firstBit = 0;
     std::map<Value, osg::ref_ptr<osg::StateSet>> m_states;
