@@ -14,9 +14,10 @@ build_packages=(
     libgl1-mesa-dri libegl-mesa0 libglx-mesa0 fonts-liberation2
 )
 # What the tests need besides:
-# (the last line for the example of a Qt widget)
+# (then what the Python module is made of and tested with; the last line for the example of a Qt widget)
 test_packages=(
     libgtest-dev liburdfdom-dev ffmpeg xvfb xauth python3
+    python3-dev python3-numpy pybind11-dev python3-mypy python3-pip python3-setuptools python3-wheel
     qt6-base-dev libqt6opengl6-dev
 )
 # What the slower checks need besides:
