@@ -275,6 +275,8 @@ bool KrDatasetScene::open(std::string& reason)
     KrPictureScene& scene = m_drawing->scene;
     scene.window().setName("data set");
     scene.window().setLevelOfDetail(static_cast<float>(m_recipe.levelOfDetail));
+    // A sample is the same whatever was drawn before it.
+    scene.window().setSteadyLevels(false);
     KrVisualizationParameters parameters;
     // Lamps are numbered once: all samples have as many.
     const KrDatasetShot first = m_sampler.shot(0, 0);

@@ -245,6 +245,8 @@ bool parseTree(const std::string& json, Tree& tree, std::string& why)
         const std::size_t end = std::min(error.byte, json.size());
         const auto line = 1 + std::count(json.begin(), json.begin() + static_cast<std::ptrdiff_t>(end), '\n');
         why = why.empty() ? "it is no JSON: line " + std::to_string(line) + " cannot be read" : why;
+    } catch (const Tree::out_of_range&) {
+        why = why.empty() ? "it holds a number that is too large" : why;
     }
     return why.empty();
 }
