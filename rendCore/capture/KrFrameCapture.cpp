@@ -53,6 +53,29 @@ void fillRotation(KrFrameCapture::NormalFrame frame, const osg::Matrixd& view, f
     }
 }
 
+/// From the surface in a row's pixels to the eye, in eye axes.
+KrPixelConversion::TowardsEye towardsEye(const osg::Matrixd& projection, const Area& area, unsigned int row)
+{
+    // Parallel rays all come from where the eye looks back to.
+    osg::Vec3d first(0.0, 0.0, 1.0);
+    osg::Vec3d step;
+    if (projection(3, 3) == 0.0) {
+        const osg::Matrixd clipToEye = osg::Matrixd::inverse(projection);
+        const auto at = [&](double column) {
+            return -(osg::Vec3d(2.0 * column / area.width - 1.0, 2.0 * (row + 0.5) / area.height - 1.0, 0.0) *
+                     clipToEye);
+        };
+        first = at(0.5);
+        step = at(1.5) - first;
+    }
+    KrPixelConversion::TowardsEye eye = {};
+    for (int i = 0; i < 3; ++i) {
+        eye.first[i] = static_cast<float>(first[i]);
+        eye.step[i] = static_cast<float>(step[i]);
+    }
+    return eye;
+}
+
 /// As precise as the driver is given it.
 osg::Matrixd inSinglePrecision(const osg::Matrixd& matrix)
 {
@@ -400,11 +423,14 @@ void KrFrameCapture::Frame::unpack(const KrLabelPass::View& view)
         const std::uint32_t* const from = m_words.data() + row * width * words;
         const std::size_t place = placeOf(static_cast<unsigned int>(area.y) + row, m_height, options.rowOrder);
         const std::size_t to = place * m_width + static_cast<std::size_t>(area.x);
-        if (targets.labels) {
-            KrPixelConversion::toLabels(from, width, words, targets.labels + to);
+        if (targets.labels && targets.normals) {
+            KrPixelConversion::toLabels(from, width, targets.labels + to);
+        } else if (targets.labels) {
+            std::copy_n(from, width, targets.labels + to);
         }
         if (targets.normals) {
-            KrPixelConversion::toNormals(from, width, rotation, targets.normals + 3 * to);
+            KrPixelConversion::toNormals(from, width, towardsEye(view.projection, area, row), rotation,
+                                         targets.normals + 3 * to);
         }
     }
     if (targets.depth) {
@@ -435,7 +461,7 @@ const char* KrFrameCapture::Frame::readPixel(osgViewer::Viewer& viewer, unsigned
     KrLabelPass::readPixels(state, pixel, request.content, words);
     KrLabelPass::readDepths(state, pixel, &depth);
     m_pass->end(viewer);
-    label = words[0];
+    KrPixelConversion::toLabels(words, 1, &label);
     // Of the view that the pixel lies in.
     for (const KrLabelPass::View& view : m_views) {
         const double right = (pixel.x - view.area.x + 0.5) / view.area.width;
@@ -451,7 +477,12 @@ const char* KrFrameCapture::Frame::readPixel(osgViewer::Viewer& viewer, unsigned
         float rotation[9];
         fillRotation(NormalFrame::World, view.camera->getViewMatrix(), rotation);
         float normal[3];
-        KrPixelConversion::toNormals(words, 1, rotation, normal);
+        KrPixelConversion::TowardsEye eye =
+            towardsEye(view.projection, view.area, static_cast<unsigned int>(pixel.y - view.area.y));
+        for (int i = 0; i < 3; ++i) {
+            eye.first[i] += static_cast<float>(pixel.x - view.area.x) * eye.step[i];
+        }
+        KrPixelConversion::toNormals(words, 1, eye, rotation, normal);
         KrRenderTypes::osg2ec(point * eyeToWorld, pick.point);
         pick.normal = KrVector(normal[0], normal[1], normal[2]);
         pick.planarDepth = -point.z();

@@ -113,19 +113,19 @@ void KrPixelConversion::toMetres(const std::uint32_t* depths, std::size_t count,
     }
 }
 
-void KrPixelConversion::toLabels(const std::uint32_t* pixels, std::size_t count, std::size_t words,
-                                 std::uint32_t* labels)
+void KrPixelConversion::toLabels(const std::uint32_t* pixels, std::size_t count, std::uint32_t* labels)
 {
     for (std::size_t i = 0; i < count; ++i) {
-        labels[i] = pixels[i * words];
+        labels[i] = pixels[2 * i] & kLargestLabel;
     }
 }
 
-void KrPixelConversion::toNormals(const std::uint32_t* pixels, std::size_t count, const float rotation[9],
-                                  float* normals)
+void KrPixelConversion::toNormals(const std::uint32_t* pixels, std::size_t count, const TowardsEye& eye,
+                                  const float rotation[9], float* normals)
 {
     float m[9];
     std::copy_n(rotation, 9, m); // which writing normals cannot change
+    const TowardsEye e = eye;
     for (std::size_t begin = 0; begin < count; begin += kBlock) {
         const std::size_t size = std::min(kBlock, count - begin);
         const std::uint32_t* const block = pixels + 2 * begin;
@@ -142,18 +142,27 @@ void KrPixelConversion::toNormals(const std::uint32_t* pixels, std::size_t count
         float y[kBlock];
         float z[kBlock];
         for (std::size_t i = 0; i < size; ++i) {
-            const auto u = static_cast<std::int32_t>(block[2 * i + 1] & 0xFFFFu);
-            const auto v = static_cast<std::int32_t>(block[2 * i + 1] >> 16);
-            const float a = static_cast<float>(u - 32768) * (1.0f / 32767.0f);
-            const float b = static_cast<float>(v - 32768) * (1.0f / 32767.0f);
-            const float c = 1.0f - std::abs(a) - std::abs(b);
-            const float fold = std::max(-c, 0.0f);
-            const float p = a < 0.0f ? a + fold : a - fold;
-            const float q = b < 0.0f ? b + fold : b - fold;
-            const float scale = block[2 * i] == 0 ? 0.0f : 1.0f / std::sqrt(p * p + q * q + c * c);
-            x[i] = p * scale;
-            y[i] = q * scale;
-            z[i] = c * scale;
+            const std::uint32_t low = block[2 * i];
+            const std::uint32_t high = block[2 * i + 1];
+            const float column = static_cast<float>(static_cast<std::int32_t>(begin + i));
+            const float ex = e.first[0] + column * e.step[0];
+            const float ey = e.first[1] + column * e.step[1];
+            const float ez = e.first[2] + column * e.step[2];
+            float nx = static_cast<float>(static_cast<std::int32_t>(high & 0x7FFFu) - 16384);
+            float ny = static_cast<float>(static_cast<std::int32_t>(high >> 15 & 0x7FFFu) - 16384);
+            float nz = static_cast<float>(static_cast<std::int32_t>(low >> 19 | high >> 30 << 13) - 16384);
+            const float square = nx * nx + ny * ny + nz * nz;
+            // A surface without normals looks to the eye.
+            const bool isNone = square < 1.0f;
+            nx = isNone ? ex : nx;
+            ny = isNone ? ey : ny;
+            nz = isNone ? ez : nz;
+            const float length = std::sqrt(nx * nx + ny * ny + nz * nz);
+            const float turn = nx * ex + ny * ey + nz * ez < 0.0f ? -1.0f : 1.0f;
+            const float scale = (low & kLargestLabel) == 0 ? 0.0f : turn / length;
+            x[i] = nx * scale;
+            y[i] = ny * scale;
+            z[i] = nz * scale;
         }
         for (std::size_t i = 0; i < size; ++i) {
             for (std::size_t j = 0; j < 3; ++j) {

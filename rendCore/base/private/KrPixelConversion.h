@@ -38,14 +38,25 @@ struct DepthTerms
 void toMetres(const std::uint32_t* depths, std::size_t count, DepthBits kind, const DepthTerms& terms, float background,
               const double* squares, double rowSquare, float* metres);
 
-/// The first of the `words` numbers of each of `count` pixels.
-void toLabels(const std::uint32_t* pixels, std::size_t count, std::size_t words, std::uint32_t* labels);
+/// Pixels of labels and normals are two numbers, of 64 bits in all, the lowest first: 19 of a label, 0 where nothing
+/// is; 13 of z, the lower ones; 15 of x; 15 of y; 2 of z, the upper ones. Each of the three is 16384 + 16383 c of a
+/// component c of a vector that need not be of length 1: it was interpolated between such. Its direction is within 6e-5
+/// rad where the length is at least a half.
+constexpr std::uint32_t kLargestLabel = (1u << 19) - 1;
 
-/// Unit vectors of pixels of two numbers: the first is 0 where there is none, the second has two numbers u and v of 16
-/// bits, u in the lower ones. x = (u - 32768) / 32767 and y likewise are a place on an octahedron |x| + |y| + |z| = 1
-/// whose half of negative z is folded out: there x and y are (1 - |y|) sign(x) and (1 - |x|) sign(y). The result is
-/// within 5e-5 rad, and is multiplied, as a row vector, by a rotation of 3 x 3. 0, 0, 0 where there is none.
-void toNormals(const std::uint32_t* pixels, std::size_t count, const float rotation[9], float* normals);
+/// The labels of those.
+void toLabels(const std::uint32_t* pixels, std::size_t count, std::uint32_t* labels);
+
+/// A row of pixels as the eye sees it: where the eye is from the first one, in any length, and what changes from one
+/// pixel to the next.
+struct TowardsEye
+{
+    float first[3];
+    float step[3];
+};
+/// The unit vectors of those, turned to the eye, as row vectors times a rotation of 3 x 3; 0, 0, 0 where nothing is.
+void toNormals(const std::uint32_t* pixels, std::size_t count, const TowardsEye& eye, const float rotation[9],
+               float* normals);
 
 /// Of depths other than `far`: the least and the largest; `far` and 0 where there is none.
 struct DepthRange

@@ -4,6 +4,7 @@
 #include <rendCore/capture/private/KrLabelPass.h>
 
 #include <rendCore/base/KrRenderTypes.h>
+#include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
 
 #include <osg/ColorMask>
@@ -49,53 +50,24 @@ void main()
 {
     gl_Position = (krPart | krMeshPart) == uvec4(0u) ? vec4(2.0, 0.0, 0.0, 1.0) : ftransform();
     gl_ClipVertex = gl_ModelViewMatrix * gl_Vertex;
-    normal = gl_NormalMatrix * gl_Normal;
+    vec3 n = gl_NormalMatrix * gl_Normal;
+    normal = n * inversesqrt(max(dot(n, n), 1e-30));
 }
 )";
 
-// Two numbers of 16 bits tell a direction: it is put on an octahedron, whose lower half is folded out over the corners
-// of the square that the upper one makes (Meyer et al., "On Floating-Point Normal Vectors", 2010).
+// As little as can be: most triangles are smaller than what a driver shades at once. See
+// KrPixelConversion::LabelledNormals for the layout.
 constexpr const char* kNormalShader = R"(#version 130
 uniform uvec4 krPart;
 uniform uvec4 krMeshPart;
-uniform mat3 krToEye;
 in vec3 normal;
 out uvec4 result;
 void main()
 {
-    vec3 toEye = krToEye * vec3(gl_FragCoord.xy, 1.0);
-    float size = abs(normal.x) + abs(normal.y) + abs(normal.z);
-    vec3 n = size > 0.0 ? normal : toEye;
-    n *= (dot(n, toEye) < 0.0 ? -1.0 : 1.0) / (abs(n.x) + abs(n.y) + abs(n.z));
-    vec2 folded = (1.0 - abs(n.yx)) * vec2(n.x < 0.0 ? -1.0 : 1.0, n.y < 0.0 ? -1.0 : 1.0);
-    uvec2 place = uvec2((n.z < 0.0 ? folded : n.xy) * 32767.0 + 32768.5);
-    result = uvec4((krPart | krMeshPart).x, place.x | place.y << 16u, 0u, 0u);
+    ivec3 n = ivec3(normal * 16383.0 + 16384.5);
+    result = uvec4((krPart | krMeshPart).x | uint(n.z << 19), uint(n.x | n.y << 15 | n.z >> 13 << 30), 0u, 0u);
 }
 )";
-
-/// The direction to the eye, linear in the place of a pixel on the target: column vectors.
-osg::Matrix3 toEye(const osg::Matrixd& projection, const KrLabelPass::Area& area)
-{
-    osg::Matrix3 result;
-    // Rays of a parallel projection all come from where the eye looks back to.
-    osg::Vec3d columns[3] = {osg::Vec3d(), osg::Vec3d(), osg::Vec3d(0.0, 0.0, 1.0)};
-    if (projection(3, 3) == 0.0) {
-        const osg::Matrixd clipToEye = osg::Matrixd::inverse(projection);
-        const auto rayAt = [&](double x, double y) {
-            return -(osg::Vec3d(2.0 * (x - area.x) / area.width - 1.0, 2.0 * (y - area.y) / area.height - 1.0, 0.0) *
-                     clipToEye);
-        };
-        columns[2] = rayAt(0.0, 0.0);
-        columns[0] = rayAt(1.0, 0.0) - columns[2];
-        columns[1] = rayAt(0.0, 1.0) - columns[2];
-    }
-    for (int column = 0; column < 3; ++column) {
-        for (int row = 0; row < 3; ++row) {
-            result(column, row) = static_cast<float>(columns[column][row]);
-        }
-    }
-    return result;
-}
 
 osg::ref_ptr<osg::StateSet> makeStates(const char* name, const char* vertexShader, const char* fragmentShader)
 {
@@ -131,12 +103,10 @@ KrLabelPass::KrLabelPass()
     , m_viewport(new osg::Viewport)
     , m_scissor(new osg::Scissor)
     , m_cut(new osg::StateSet)
-    , m_toEye(new osg::Uniform(osg::Uniform::FLOAT_MAT3, "krToEye"))
     , m_labelStates(makeStates("labels", kVertexShader, kPartShader))
     , m_normalStates(makeStates("labels and normals", kNormalVertexShader, kNormalShader))
     , m_bitStates(makeStates("parts alone", kVertexShader, kPartShader))
 {
-    m_normalStates->addUniform(m_toEye);
     m_cut->setAttributeAndModes(m_scissor, kOnOverride);
     // A camera's own states hold its viewport, which is larger than the target's where the picture is reduced.
     for (osg::StateSet* const states : {m_labelStates.get(), m_normalStates.get(), m_bitStates.get()}) {
@@ -246,6 +216,9 @@ const char* KrLabelPass::draw(osgViewer::Viewer& viewer, int width, int height, 
     glClearBufferfv(GL_DEPTH, 0, &kFarthest);
     for (View& view : views) {
         cull(viewer, request, view, scissor != nullptr);
+        if (request.content == Content::Normals && m_camera->largest() > KrPixelConversion::kLargestLabel) {
+            failure = "it has more than 524287 parts, which are told without normals only";
+        }
         osg::RenderInfo renderInfo(&state, &viewer);
         renderInfo.pushCamera(m_camera);
         osgUtil::RenderLeaf* previous = nullptr;
@@ -258,7 +231,10 @@ const char* KrLabelPass::draw(osgViewer::Viewer& viewer, int width, int height, 
         m_graph->clean();
         m_stage->reset();
     }
-    return nullptr;
+    if (failure != nullptr) {
+        end(viewer);
+    }
+    return failure;
 }
 
 void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& view, bool isCut)
@@ -271,7 +247,6 @@ void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& 
     m_viewport->setViewport(view.area.x, view.area.y, view.area.width, view.area.height);
     m_projection->set(view.camera->getProjectionMatrix());
     m_view->set(view.camera->getViewMatrix());
-    m_toEye->set(toEye(*m_projection, view.area));
 
     m_visitor->reset();
     m_visitor->inheritCullSettings(*view.camera);

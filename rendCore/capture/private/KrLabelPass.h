@@ -8,7 +8,6 @@
 #include <osg/Program>
 #include <osg/Scissor>
 #include <osg/StateSet>
-#include <osg/Uniform>
 #include <osg/observer_ptr>
 #include <osg/ref_ptr>
 #include <osgUtil/CullVisitor>
@@ -35,8 +34,7 @@ public:
     enum class Content
     {
         Labels,  ///< one number: the label
-        Normals, ///< two: the label, and the unit normal that looks to the eye, in OpenGL's eye axes, as
-                 ///< KrPixelConversion::toNormals reads it
+        Normals, ///< two: label and normal, see KrPixelConversion::toNormals
         Bits     ///< four, of 32 bits: one for each of 128 parts that covers the pixel, whatever is before it
     };
     struct Request
@@ -108,7 +106,6 @@ private:
     Content m_content = Content::Labels; ///< of the target
     osg::ref_ptr<osg::Scissor> m_scissor;
     osg::ref_ptr<osg::StateSet> m_cut; ///< where less than the target is drawn
-    osg::ref_ptr<osg::Uniform> m_toEye;
     osg::ref_ptr<osg::StateSet> m_labelStates;
     osg::ref_ptr<osg::StateSet> m_normalStates;
     osg::ref_ptr<osg::StateSet> m_bitStates;

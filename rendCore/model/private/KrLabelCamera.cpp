@@ -3,6 +3,7 @@
 #include <osg/Uniform>
 #include <osgUtil/CullVisitor>
 
+#include <algorithm>
 #include <typeinfo>
 
 KrLabelCamera::KrLabelCamera() = default;
@@ -23,11 +24,13 @@ void KrLabelCamera::stand(osg::Camera& seen, KrLabelTable::Level level, std::uin
     m_program = program;
     m_level = level;
     m_firstBit = firstBit;
+    m_largest = 0;
     setView(seen.getView());
 }
 
-KrLabelCamera::Value KrLabelCamera::value(std::uint32_t label) const
+KrLabelCamera::Value KrLabelCamera::value(std::uint32_t label)
 {
+    m_largest = std::max(m_largest, label);
     Value value = {};
     if (m_firstBit == 0) {
         value[0] = label;

@@ -43,7 +43,9 @@ public:
     /// The camera of colours, whose levels of detail are drawn. Borrowed.
     osg::Camera& seen() const { return *m_seen; }
     KrLabelTable::Level level() const { return m_level; }
-    Value value(std::uint32_t label) const;
+    Value value(std::uint32_t label);
+    /// The largest label that was asked for since the camera stands where it does.
+    std::uint32_t largest() const { return m_largest; }
     /// Kept: a label has the same state set in every pass.
     osg::StateSet& states(std::uint32_t label);
 
@@ -55,5 +57,6 @@ private:
     const osg::StateSet* m_program = nullptr;
     KrLabelTable::Level m_level = KrLabelTable::Level::Link;
     std::uint32_t m_firstBit = 0;
+    std::uint32_t m_largest = 0;
     std::map<Value, osg::ref_ptr<osg::StateSet>> m_states;
 };
