@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -99,6 +100,8 @@ KrPyRenderer::KrPyRenderer(std::shared_ptr<const KrPySystem> system, const Setti
     m_settings.aids.show(window);
     window.setAmbientLight(m_settings.ambient);
     window.setLevelOfDetail(m_settings.levelOfDetail);
+    // Each frame depends on its arguments alone.
+    window.setSteadyLevels(false);
     if (m_settings.lights) {
         window.loadLight(*m_settings.lights);
     }
@@ -173,6 +176,21 @@ KrFrameDescription KrPyRenderer::draw(const KrPyPose& pose, const KrPyCamera& ca
     }
     frame.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
     return frame;
+}
+
+double KrPyRenderer::secondsOfDrawing(const KrPyPose& pose, const KrFrameCapture::Options& options,
+                                      const KrFrameCapture::Targets& targets, unsigned int count)
+{
+    demandOpen();
+    m_state = &m_poser.state(pose);
+    std::string reason;
+    const auto start = std::chrono::steady_clock::now();
+    for (unsigned int i = 0; i < count; ++i) {
+        if (!m_scene->draw(*m_state, options, targets, reason)) {
+            fail(reason);
+        }
+    }
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 std::optional<KrFrameCapture::Pick> KrPyRenderer::pick(unsigned int x, unsigned int y)

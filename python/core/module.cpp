@@ -292,9 +292,8 @@ KrFrameCapture::Options optionsOf(const std::string& labelLevel, bool worldNorma
     return options;
 }
 
-KrFrameDescription draw(KrPyRenderer& renderer, const Indices& joints, const Numbers& positions, const Bases& bases,
-                        const KrPyCamera& camera, const KrFrameCapture::Options& options, const py::object& color,
-                        const py::object& depth, const py::object& labels, const py::object& normals)
+KrFrameCapture::Targets targetsOf(const KrPyRenderer& renderer, const py::object& color, const py::object& depth,
+                                  const py::object& labels, const py::object& normals)
 {
     KrFrameCapture::Targets targets;
     targets.width = renderer.settings().width;
@@ -305,10 +304,29 @@ KrFrameDescription draw(KrPyRenderer& renderer, const Indices& joints, const Num
     targets.depth = KrPyArray::target<float>(depth, "depth", {rows, columns});
     targets.labels = KrPyArray::target<std::uint32_t>(labels, "labels", {rows, columns});
     targets.normals = KrPyArray::target<float>(normals, "normals", {rows, columns, 3});
+    return targets;
+}
+
+KrFrameDescription draw(KrPyRenderer& renderer, const Indices& joints, const Numbers& positions, const Bases& bases,
+                        const KrPyCamera& camera, const KrFrameCapture::Options& options, const py::object& color,
+                        const py::object& depth, const py::object& labels, const py::object& normals)
+{
+    const KrFrameCapture::Targets targets = targetsOf(renderer, color, depth, labels, normals);
     const KrPyPose pose = poseOf(renderer.system(), joints, positions, bases);
     KrFrameDescription frame;
     krPyRun([&] { frame = renderer.draw(pose, camera, options, targets); });
     return frame;
+}
+
+/// For benchmarks: s that `count` frames take without Python.
+double secondsOfDrawing(KrPyRenderer& renderer, const KrFrameCapture::Options& options, const py::object& color,
+                        const py::object& depth, const py::object& labels, const py::object& normals,
+                        unsigned int count)
+{
+    const KrFrameCapture::Targets targets = targetsOf(renderer, color, depth, labels, normals);
+    double seconds = 0.0;
+    krPyRun([&] { seconds = renderer.secondsOfDrawing(KrPyPose(), options, targets, count); });
+    return seconds;
 }
 
 /// Refuses what `draw` would refuse of an array for all frames.
@@ -466,6 +484,8 @@ PYBIND11_MODULE(_core, module)
              py::arg("level_of_detail"))
         .def("draw", draw, py::arg("joints"), py::arg("positions"), py::arg("bases"), py::arg("camera"),
              py::arg("options"), py::arg("color"), py::arg("depth"), py::arg("labels"), py::arg("normals"))
+        .def("seconds_of_drawing", secondsOfDrawing, py::arg("options"), py::arg("color"), py::arg("depth"),
+             py::arg("labels"), py::arg("normals"), py::arg("count"))
         .def("pick", pick, py::arg("x"), py::arg("y"))
         .def("amodal", amodal, py::arg("level"))
         .def("close", [](KrPyRenderer& renderer) { krPyRun([&] { renderer.close(); }); });

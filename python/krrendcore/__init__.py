@@ -16,8 +16,8 @@ maps camera coordinates into the world. Messages of the libraries go to the logg
 
 from ._camera import Camera
 from ._errors import Error, FormatError, MissingFileError, RenderError, UnknownNameError
-from ._frame import Frame, Frames
-from ._renderer import Label, Light, Pick, Renderer
+from ._frame import Frame, Frames, Label
+from ._renderer import Light, Pick, Renderer
 from ._system import Joint, Robot, Scene, load, pose
 
 __all__ = [

@@ -3,13 +3,22 @@
 from __future__ import annotations
 
 import json
-from typing import Any, Mapping, Sequence
+from typing import Any, Mapping, NamedTuple, Sequence
 
 import numpy as np
 import numpy.typing as npt
 
 from . import _core
 from ._system import Matrix
+
+
+class Label(NamedTuple):
+    """What bears a label."""
+
+    robot: str
+    link: str  #: empty where labels tell robots apart
+    shape: int  #: among the link's shapes; 0 where labels tell no shapes apart
+
 
 Images = Mapping[str, npt.NDArray[Any]]
 KINDS: dict[str, Any] = {
@@ -60,10 +69,11 @@ class _Drawn:
 class Frame(_Drawn):
     """One frame."""
 
-    def __init__(self, images: Images, description: _core.Description) -> None:
+    def __init__(self, images: Images, description: _core.Description, table: Mapping[int, Label]) -> None:
         """Frames come from :meth:`Renderer.render`."""
         super().__init__(images)
         self._description = description
+        self._table = table
 
     @property
     def K(self) -> Matrix:
@@ -78,7 +88,13 @@ class Frame(_Drawn):
 
     def to_dict(self) -> dict[str, Any]:
         """The frame in numbers: camera, time, joints, labels (docs/camera.md), ready for ``json.dump``."""
-        return json.loads(self._description.json())  # type: ignore[no-any-return]
+        whole: dict[str, Any] = json.loads(self._description.json())
+        if "labels" in self._images:
+            whole["labels"] = [
+                {"id": i, **{"manipulator" if key == "robot" else key: value for key, value in label._asdict().items()}}
+                for i, label in self._table.items()
+            ]
+        return whole
 
     def visible_shares(self, masks: npt.NDArray[np.bool_]) -> Matrix:
         """How much of each part is seen: (n_labels,), pixels in ``labels`` by pixels in the part's mask; nan for parts
@@ -105,17 +121,20 @@ class Frame(_Drawn):
 class Frames(_Drawn):
     """N frames: the images of all of them, with a leading dimension of N."""
 
-    def __init__(self, images: Images, descriptions: Sequence[_core.Description]) -> None:
+    def __init__(
+        self, images: Images, descriptions: Sequence[_core.Description], table: Mapping[int, Label]
+    ) -> None:
         """Frames come from :meth:`Renderer.render_batch`."""
         super().__init__(images)
         self._descriptions = descriptions
+        self._table = table
 
     def __len__(self) -> int:
         return len(self._descriptions)
 
     def __getitem__(self, i: int) -> Frame:
         """Frame ``i``, whose images are views of these."""
-        return Frame({kind: image[i] for kind, image in self._images.items()}, self._descriptions[i])
+        return Frame({kind: image[i] for kind, image in self._images.items()}, self._descriptions[i], self._table)
 
     @property
     def K(self) -> Matrix:

@@ -13,7 +13,7 @@ import numpy.typing as npt
 from . import _core
 from ._camera import Camera, _triple
 from ._errors import RenderError
-from ._frame import KINDS, Frame, Frames
+from ._frame import KINDS, Frame, Frames, Label
 from ._system import Poses, Positions, Robot, Scene, System
 
 Color = Sequence[float]
@@ -42,14 +42,6 @@ class Light:
             self.at_eye,
             _triple(self.attenuation),
         )
-
-
-class Label(NamedTuple):
-    """What bears a label."""
-
-    robot: str
-    link: str  #: empty where labels tell robots apart
-    shape: int  #: among the link's shapes; 0 where labels tell no shapes apart
 
 
 class Pick(NamedTuple):
@@ -97,7 +89,7 @@ class Renderer:
         :param scene: what :func:`load` or :class:`Scene` gave, or a list of robots or of (robot, pose)
         :param width: of each image, pixels
         :param height: of each image, pixels
-        :param camera: of frames that have none of their own; by default everything fills the picture
+        :param camera: of frames that have none of their own; by default the scene as the files have it fills the picture
         :param samples: drawn pixels for each one of a colour image, 1, 4, 9 or 16: smooth edges. Other images have one
             sample, at each pixel's centre
         :param background: red, green, blue in [0, 1]
@@ -143,6 +135,11 @@ class Renderer:
             self._aids,
             level_of_detail,
         )
+        robots = self._system.robots
+        self._labels = {
+            i: Label(robots[robot], link if label_level != "robot" else "", shape)
+            for i, (robot, link, shape) in enumerate(self._system._core.labels(label_level), 1)
+        }
         # Closed in time, too, by a program that ends without closing it: before Python takes itself apart.
         self._finalizer = weakref.finalize(self, _close_quietly, self._core)
 
@@ -180,11 +177,7 @@ class Renderer:
     @property
     def labels(self) -> dict[int, Label]:
         """What each label in an image stands for: 1, 2, ... The same in every run and on every machine."""
-        robots = self._system.robots
-        return {
-            i: Label(robots[robot], link if self._level != "robot" else "", shape)
-            for i, (robot, link, shape) in enumerate(self._system._core.labels(self._level), 1)
-        }
+        return dict(self._labels)
 
     def render(
         self,
@@ -212,7 +205,7 @@ class Renderer:
         images = self._images((), color, depth, labels, normals, out)
         columns, values = self._system._columns(q)
         description = self._draw(columns, values, self._system._bases(poses), camera, images)
-        return Frame(images, description)
+        return Frame(images, description, self._labels)
 
     def render_batch(
         self,
@@ -254,7 +247,7 @@ class Renderer:
             )
             for i in range(count)
         ]
-        return Frames(images, descriptions)
+        return Frames(images, descriptions, self._labels)
 
     def pick(self, x: int, y: int) -> Pick | None:
         """What lies behind the centre of a pixel of the latest frame; None where nothing is.

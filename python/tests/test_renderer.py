@@ -44,7 +44,9 @@ class TestFrame(support.Test):
             image = getattr(frame, kind)
             self.assertEqual((image.shape, image.dtype, image.flags.c_contiguous), (shape, TYPES[kind], True), kind)
         self.assertEqual(frame._repr_png_()[:8], b"\x89PNG\r\n\x1a\n")
-        self.assertEqual(frame.to_dict()["picture"]["width"], 64)
+        whole = frame.to_dict()
+        self.assertEqual((whole["picture"]["width"], whole["picture"]["rowOrder"]), (64, "top row first"))
+        self.assertEqual(whole["labels"][1], {"id": 2, "manipulator": "r", "link": "bar", "shape": 0})
         with self.assertRaisesRegex(AttributeError, "depth=True"):
             self.renderer().render().depth
 
