@@ -16,10 +16,12 @@ A block begins with ``` and its language. What a test must know about it stands 
     <!-- file: NAME -->                       any: the block is written to a file of that name, for the commands after it
     <!-- members of: NAME -->                 json: has the members of that file, which a command before it wrote
     <!-- on a screen -->                      sh: each line is a window that stays until it is closed
-    <!-- not run: REASON -->                  sh, console: cannot run in a test
+    <!-- not run: REASON -->                  sh, console, python: cannot run in a test
 
-A fragment is compiled in a function of its own; headers of the classes it names are included by their names. In a console
-block lines with "$ " are commands, the others what they print; "..." stands for anything. Every other sh block must succeed.
+A fragment is compiled in a function of its own; headers of the classes it names are included by their names. The python
+blocks of a page are one program, which runs where the last of them stands, by the interpreter that the environment variable
+KR_PYTHON names, if there is one. In a console block lines with "$ " are commands, the others what they print; "..." stands
+for anything. Every other sh block must succeed.
 """
 import contextlib
 import json
@@ -30,7 +32,7 @@ import subprocess
 import sys
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-LANGUAGES = {"cpp", "sh", "console", "cmake", "xml", "json", "csv", "text"}
+LANGUAGES = {"cpp", "python", "sh", "console", "cmake", "xml", "json", "csv", "text"}
 SCREEN_SECONDS = "4"
 
 
@@ -242,8 +244,27 @@ def run_on_screen(block, folder, environment):
     return failures
 
 
+def is_run(block):
+    return block.language in ("sh", "console", "python") and "not run" not in block.notes
+
+
 def has_commands(page):
-    return any(block.language in ("sh", "console") and "not run" not in block.notes for block in blocks_of(page))
+    return any(map(is_run, blocks_of(page)))
+
+
+def run_python(blocks, folder, environment):
+    """The blocks as one program, whose lines are those of the page, so that messages name them."""
+    if "KR_PYTHON" not in environment:
+        print("%s: left out, there is no Python module" % blocks[0].place())
+        return []
+    program = ""
+    for block in blocks:
+        program += "\n" * (block.line - 1 - program.count("\n")) + block.text
+    path = os.path.join(folder, os.path.basename(blocks[0].page) + ".py")
+    write_if_new(path, program)
+    result = shell('"$KR_PYTHON" %s' % path, folder, environment)
+    print(result.stdout, end="")
+    return ["%s: the page's program fails:\n%s" % (blocks[0].page, result.stdout)] if result.returncode else []
 
 
 def run_block(block, folder, environment):
@@ -255,7 +276,7 @@ def run_block(block, folder, environment):
             written = members(json.load(file))
         if members(json.loads(block.text)) != written:
             return ["%s: %s has the members %s" % (block.place(), block.notes["members of"], json.dumps(written))]
-    if block.language not in ("sh", "console") or "not run" in block.notes:
+    if not is_run(block) or block.language == "python":
         return []
     if "before" in block.notes:
         result = shell(block.notes["before"], folder, environment)
@@ -287,8 +308,11 @@ def run(page, folder, bins):
     os.symlink(os.path.join(ROOT, "samples"), os.path.join(folder, "samples"))
     environment = dict(os.environ, PATH=os.pathsep.join([os.path.abspath(path) for path in bins] + [os.environ["PATH"]]))
     failures = []
+    python_blocks = [block for block in blocks_of(page) if block.language == "python" and is_run(block)]
     for block in blocks_of(page):
         failures += run_block(block, folder, environment)
+        if python_blocks and block.line == python_blocks[-1].line:
+            failures += run_python(python_blocks, folder, environment)
     for name in pictures_of(page):
         if not os.path.isfile(os.path.join(folder, name)):
             failures.append("%s: no command of the page draws %s" % (page, name))
