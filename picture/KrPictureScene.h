@@ -65,7 +65,10 @@ public:
     /// Which pixels each part covers in `state` when it is drawn alone.
     bool drawAmodal(const KrManipulatorSystemState& state, KrLabelTable::Level level, KrAmodalMasks& masks,
                     std::string& reason);
-    /// The largest error of a planar depth in the latest images of `draw`, m.
+    // Of the latest images of `draw` besides colours.
+    /// Eye to clip coordinates, row vectors, with the near and far plane that were in force.
+    const osg::Matrixd& projection() const { return m_frameCapture.projection(); }
+    /// The largest error of a planar depth, m.
     double depthErrorBound(double depth) const { return m_frameCapture.errorBound(depth); }
 
     /// What is drawn into: for lights, aids, nodes of one's own and intrinsics. Its size is the scene's to choose.

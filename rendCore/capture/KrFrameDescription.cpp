@@ -55,15 +55,6 @@ void describeState(const KrRenderWindow* window, KrFrameDescription& out)
     }
 }
 
-void describeClipping(KrFrameDescription& out)
-{
-    double left, right, bottom, top;
-    // Each of the two knows its own kind of projection only.
-    if (!out.projection.getFrustum(left, right, bottom, top, out.near, out.far)) {
-        out.projection.getOrtho(left, right, bottom, top, out.near, out.far);
-    }
-}
-
 /// A projection knows its camera but for rounding: one that was set is told as it was set.
 bool isProjectionOf(const KrCameraIntrinsics& camera, const osg::Matrixd& projection)
 {
@@ -110,8 +101,7 @@ bool KrFrameDescription::fill(const KrSGWindow& window)
     axes.clear();
     labels.clear();
     view = viewer->getCamera()->getViewMatrix();
-    projection = KrDrawnProjection::of(*viewer);
-    describeClipping(*this);
+    setProjection(KrDrawnProjection::of(*viewer));
     levelOfDetail = static_cast<double>(window.levelOfDetail());
     KrCameraIntrinsics camera;
     const bool isPinhole = KrCameraIntrinsics::fromProjection(projection, width, height, camera);
@@ -137,6 +127,16 @@ void KrFrameDescription::setPictureSize(unsigned int newWidth, unsigned int newH
     levelOfDetail = width == 0 ? levelOfDetail : levelOfDetail * newWidth / width;
     width = newWidth;
     height = newHeight;
+}
+
+void KrFrameDescription::setProjection(const osg::Matrixd& drawn)
+{
+    projection = drawn;
+    double left, right, bottom, top;
+    // Each of the two knows its own kind of projection only.
+    if (!projection.getFrustum(left, right, bottom, top, near, far)) {
+        projection.getOrtho(left, right, bottom, top, near, far);
+    }
 }
 
 void KrFrameDescription::setLabels(const KrLabelTable& table)

@@ -45,6 +45,7 @@ struct KrFrameDescription
         std::string manipulator;
         std::string link;                  ///< empty for a manipulator as a whole
         std::optional<unsigned int> shape; ///< its number among the link's; none for a link
+        std::string color{};               ///< "#rrggbb", where the picture shows it instead of the number; else empty
     };
 
     // The picture. The member functions do not look at the last four: who stores the picture says what it holds.
@@ -82,6 +83,10 @@ struct KrFrameDescription
     /// The same frame as a picture of another size, which shows the same: size, intrinsics and level of detail are
     /// scaled.
     void setPictureSize(unsigned int newWidth, unsigned int newHeight);
+
+    /// The frame as it was drawn once more by itself, with near and far planes of its own: takes `drawn` for its
+    /// projection. Intrinsics stay, for nothing but those planes differs.
+    void setProjection(const osg::Matrixd& drawn);
 
     /// Takes over what labels mean.
     void setLabels(const KrLabelTable& table);

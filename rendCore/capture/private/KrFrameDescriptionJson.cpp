@@ -86,6 +86,9 @@ std::string jsonOf(const std::vector<KrFrameDescription::Label>& labels)
         if (label.shape) {
             object.count("shape", *label.shape);
         }
+        if (!label.color.empty()) {
+            object.string("color", label.color);
+        }
         return "\n  " + object.text();
     };
     return labels.empty() ? "" : ",\n\"labels\": " + KrJson::array(labels, "", line);
@@ -327,6 +330,7 @@ void readFrame(const Tree& tree, KrFrameDescription& out)
         if (readNumber(item, "/shape", shape)) {
             label.shape = shape;
         }
+        label.color = textAt(item, "/color");
         out.labels.push_back(label);
     }
 }

@@ -276,7 +276,7 @@ TEST_F(KrFrameDescriptionTest, IsReadBackAsItWasWritten)
                           {"empty", {}}};
     frame.unit = "mm";
     frame.axes = "world";
-    frame.labels = {{1, "a", "base\t", std::nullopt}, {2, "a", "arm", 7}, {3, "b", "", std::nullopt}};
+    frame.labels = {{1, "a", "base\t", std::nullopt}, {2, "a", "arm", 7, "#1459ff"}, {3, "b", "", std::nullopt}};
     const Folder folder;
     const std::string file = folder.path("camera.json");
     ASSERT_TRUE(frame.writeFile(file));
@@ -285,6 +285,7 @@ TEST_F(KrFrameDescriptionTest, IsReadBackAsItWasWritten)
     EXPECT_EQ(read.json(), frame.json());
     ASSERT_EQ(read.labels.size(), 3u);
     EXPECT_EQ(read.labels[1].shape, 7u);
+    EXPECT_EQ(read.labels[1].color, "#1459ff");
     EXPECT_EQ(read.labels[2].shape, std::nullopt);
     EXPECT_EQ(read.axes, "world");
     EXPECT_TRUE(read.actualPov() == window.getPovParameters());
