@@ -5,6 +5,7 @@
 #include "KrAppDepth.h"
 #include "KrAppFailure.h"
 #include "KrAppFiles.h"
+#include "KrAppLabels.h"
 #include "KrAppMessages.h"
 #include "KrAppSidecar.h"
 
@@ -45,6 +46,8 @@ struct Words
     std::string elevation;
     std::string framesPerSecond;
     std::string depthKind;
+    std::string labelLevel;
+    std::string normalFrame;
     std::vector<std::string> rangeMap;
     std::vector<std::string> show;
     std::string hide;
@@ -94,6 +97,29 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
         ->group("Output");
     app.add_option("--depth-preview", options.depthPreview, "Depth picture: grey, nearer is darker, background black")
         ->type_name("FILE")
+        ->group("Output");
+    app.add_option(
+           "--labels", options.labels,
+           "Which link each pixel shows: .png (16-bit grey) or .npy (32-bit whole numbers), 0 for nothing; with "
+           "--trajectory a pattern. --sidecar names the links")
+        ->type_name("FILE")
+        ->group("Output");
+    app.add_option("--labels-preview", options.labelsPreview,
+                   "The same in colours (.png), background black; --sidecar names the colours")
+        ->type_name("FILE")
+        ->group("Output");
+    app.add_option("--label-level", words.labelLevel, "What has a label of its own [link]")
+        ->type_name("link|shape|manipulator")
+        ->group("Output");
+    app.add_option(
+           "--normals", options.normals,
+           "Normals of the surfaces, turned to the eye: .npy (x, y, z as floats, 0 for nothing), or .png to look "
+           "at (0.5 + 0.5 n, background black)")
+        ->type_name("FILE")
+        ->group("Output");
+    app.add_option("--normal-frame", words.normalFrame,
+                   "Axes of the normals: those of the camera (x right, y down, z forward) or of the world [camera]")
+        ->type_name("camera|world")
         ->group("Output");
     // Four words at once: a map makes no sense without one of them.
     app.add_option("--range-map", words.rangeMap,
@@ -408,6 +434,17 @@ void readAids(const Words& words, KrAids& aids)
     }
 }
 
+/// Refuses the word of an option that has few.
+/// @param needed  the option without which this one means nothing, where it is not there; else empty
+[[noreturn]] void wrongWord(const std::string& option, const std::string& word, const std::string& needed,
+                            const std::string& sentence, const std::vector<std::string>& words)
+{
+    const std::vector<std::string> near = KrValueText::nearest(word, words);
+    wrongUsage(option + " " + word + ": " +
+               (!needed.empty() ? "this needs " + needed
+                                : sentence + (near.empty() ? "" : "; did you mean " + near.front() + "?")));
+}
+
 /// Squares, because each pixel is drawn as a block of as many rows as columns.
 unsigned int readSamples(const std::string& text)
 {
@@ -450,8 +487,9 @@ void readFiles(const Words& words, KrAppOptions& options)
     options.sidecar = !words.sidecar.empty();
     // "true" is what the parser gives a flag without a value.
     options.sidecarPath = words.sidecar == "true" ? std::string() : words.sidecar;
-    for (std::string* const path : {&options.output, &options.depth, &options.depthPreview, &options.sidecarPath,
-                                    &options.report, &options.convert}) {
+    for (std::string* const path :
+         {&options.output, &options.depth, &options.depthPreview, &options.labels, &options.labelsPreview,
+          &options.normals, &options.sidecarPath, &options.report, &options.convert}) {
         KrAppFiles::nameStandard(*path, KrAppFiles::Standard::Output);
     }
 }
@@ -462,17 +500,16 @@ void checkSidecar(const KrAppOptions& options)
     if (!options.sidecar) {
         return;
     }
-    const std::string pictures[] = {options.output, options.depth, options.depthPreview};
-    const auto numPictures =
-        std::count_if(std::begin(pictures), std::end(pictures), [](const std::string& path) { return !path.empty(); });
-    if (numPictures == 0) {
-        wrongUsage("--sidecar needs a picture: give -o PICTURE, --depth or --depth-preview");
+    const std::vector<std::string> pictures = options.pictures();
+    if (pictures.empty()) {
+        wrongUsage("--sidecar needs a picture: give -o PICTURE, --depth, --depth-preview, --labels, --labels-preview "
+                   "or --normals");
     }
-    if (!options.sidecarPath.empty() && (numPictures > 1 || !options.trajectory.empty())) {
+    if (!options.sidecarPath.empty() && (pictures.size() > 1 || !options.trajectory.empty())) {
         wrongUsage("--sidecar=" + options.sidecarPath + " is for a single picture; --sidecar writes one beside each");
     }
     // Beside means by the picture's name, which a stream has not.
-    const bool isPiped = std::any_of(std::begin(pictures), std::end(pictures), KrAppFiles::isStandard);
+    const bool isPiped = std::any_of(pictures.begin(), pictures.end(), KrAppFiles::isStandard);
     if (options.sidecarPath.empty() && isPiped) {
         wrongUsage("--sidecar: there is no place beside standard output; give --sidecar=FILE");
     }
@@ -481,7 +518,7 @@ void checkSidecar(const KrAppOptions& options)
 /// Refuses the pattern of a series where there is one picture.
 void checkPatterns(const KrAppOptions& options)
 {
-    for (const std::string& path : {options.output, options.depth, options.depthPreview}) {
+    for (const std::string& path : options.pictures()) {
         if (options.trajectory.empty() && KrAppFiles::isPattern(path)) {
             wrongUsage(path + " is a pattern for the frames of a motion: it needs --trajectory");
         }
@@ -503,26 +540,31 @@ void checkCombination(const KrAppOptions& options)
     }
     if (!options.trajectory.empty() && !options.drawsPictures() && !options.view) {
         wrongUsage("--trajectory needs -o: a pattern such as frames/%04d.png, or a video such as robot.mp4; or "
-                   "--depth, --depth-preview or --view");
+                   "--depth, --depth-preview, --labels, --labels-preview, --normals or --view");
     }
     if (!options.drawsPictures() && !options.view && !options.info && options.convert.empty() &&
         options.report.empty() && options.rangeMap.path.empty()) {
-        wrongUsage("nothing to do: give -o PICTURE, --view, --depth, --depth-preview, --range-map, --info, --convert "
-                   "or --report");
+        wrongUsage("nothing to do: give -o PICTURE, --view, --depth, --depth-preview, --labels, --labels-preview, "
+                   "--normals, --range-map, --info, --convert or --report");
     }
     // In a window all of it can be shown again by keys.
     if (!options.aids.shapes && !options.aids.areShown() && !options.view) {
         wrongUsage("--hide visuals leaves nothing to draw: give --show collision, for one");
     }
-    const bool hasDepth = !options.depth.empty() || !options.depthPreview.empty() || !options.rangeMap.path.empty();
+    if (!options.aids.shapes && (options.drawsLabels() || !options.normals.empty())) {
+        wrongUsage("--hide visuals leaves nothing for --labels, --labels-preview and --normals: they are those of what "
+                   "is visible of the links");
+    }
+    const bool isColorAlone = options.pictures() == std::vector<std::string>{options.output};
     if (!options.trajectory.empty() && !options.rangeMap.path.empty()) {
         wrongUsage("--range-map is for one pose and cannot be combined with --trajectory");
     }
     checkSidecar(options);
     checkPatterns(options);
-    if (!options.views.empty() && (options.output.empty() || hasDepth || options.sidecar || options.view)) {
-        wrongUsage("--views is for the picture of -o: --depth, --depth-preview, --range-map, --sidecar and --view have "
-                   "one camera");
+    if (!options.views.empty() &&
+        (!isColorAlone || !options.rangeMap.path.empty() || options.sidecar || options.view)) {
+        wrongUsage("--views is for the picture of -o: --depth, --depth-preview, --labels, --labels-preview, --normals, "
+                   "--range-map, --sidecar and --view have one camera");
     }
     if (options.view && (options.intrinsics || !options.camera.empty())) {
         wrongUsage("--view has a camera of its own: --camera and --intrinsics are for pictures");
@@ -534,6 +576,17 @@ void checkCombination(const KrAppOptions& options)
 double KrAppOptions::verticalFieldOfView() const
 {
     return fieldOfView.value_or(KrFraming::kFieldOfView);
+}
+
+std::vector<std::string> KrAppOptions::pictures() const
+{
+    std::vector<std::string> asked;
+    for (const std::string& path : {output, depth, depthPreview, labels, labelsPreview, normals}) {
+        if (!path.empty()) {
+            asked.push_back(path);
+        }
+    }
+    return asked;
 }
 
 std::string KrAppOptions::sidecarOf(const std::string& picture) const
@@ -575,8 +628,9 @@ KrVector KrAppOptions::towardsEye() const
 bool KrAppOptions::isStandardOutputTaken() const
 {
     // Whatever else is printed would end up inside that output.
-    const std::string paths[] = {output, depth, depthPreview, sidecarPath, report, convert, rangeMap.path};
-    return std::any_of(std::begin(paths), std::end(paths), KrAppFiles::isStandard);
+    std::vector<std::string> paths = pictures();
+    paths.insert(paths.end(), {sidecarPath, report, convert, rangeMap.path});
+    return std::any_of(paths.begin(), paths.end(), KrAppFiles::isStandard);
 }
 
 void KrAppOptions::describe(const std::function<void(const CLI::App&)>& reader)
@@ -633,11 +687,16 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
         framesPerSecond = readNumber("--fps", words.framesPerSecond, kLeastFramesPerSecond, kMostFramesPerSecond);
     }
     if (!words.depthKind.empty() && (depth.empty() || !KrAppDepth::readKind(words.depthKind, depthKind))) {
-        const std::vector<std::string> near = KrValueText::nearest(words.depthKind, {"planar", "euclidean"});
-        const std::string kinds = ": depths are planar or euclidean";
-        wrongUsage("--depth-kind " + words.depthKind +
-                   (depth.empty() ? ": this needs --depth FILE"
-                                  : kinds + (near.empty() ? "" : "; did you mean " + near.front() + "?")));
+        wrongWord("--depth-kind", words.depthKind, depth.empty() ? "--depth FILE" : "",
+                  "depths are planar or euclidean", {"planar", "euclidean"});
+    }
+    if (!words.labelLevel.empty() && (!drawsLabels() || !KrAppLabels::readLevel(words.labelLevel, labelLevel))) {
+        wrongWord("--label-level", words.labelLevel, drawsLabels() ? "" : "--labels FILE",
+                  "labels are those of a link, a shape or a manipulator", {"link", "shape", "manipulator"});
+    }
+    if (!words.normalFrame.empty() && (normals.empty() || !KrAppLabels::readFrame(words.normalFrame, normalFrame))) {
+        wrongWord("--normal-frame", words.normalFrame, normals.empty() ? "--normals FILE" : "",
+                  "axes are those of the camera or of the world", {"camera", "world"});
     }
     if (!words.rangeMap.empty()) {
         rangeMap.parse(words.rangeMap);

@@ -4,8 +4,9 @@
 
 #include <import/KrImportOptions.h>
 #include <picture/KrAids.h>
-#include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/capture/KrFrameCapture.h>
 #include <rendCore/capture/KrFrameDescription.h>
+#include <rendCore/model/KrLabelTable.h>
 #include <rendCore/window/KrCameraIntrinsics.h>
 #include <toolkit/math/KrColor.h>
 #include <toolkit/math/KrVector.h>
@@ -36,7 +37,12 @@ struct KrAppOptions
     std::string output;
     std::string depth; ///< metres or millimetres
     KrDepthCapture::Kind depthKind = KrDepthCapture::Kind::Planar;
-    std::string depthPreview; ///< a grey picture
+    std::string depthPreview;  ///< a grey picture
+    std::string labels;        ///< which part each pixel shows
+    std::string labelsPreview; ///< the same in colours
+    KrLabelTable::Level labelLevel = KrLabelTable::Level::Link;
+    std::string normals; ///< of the surfaces
+    KrFrameCapture::NormalFrame normalFrame = KrFrameCapture::NormalFrame::Optical;
     KrAppRangeMap rangeMap;
     std::string report;
     std::string convert;
@@ -83,7 +89,10 @@ struct KrAppOptions
 
     /// Whether standard output is one of the files, so that nothing else may be told there.
     bool isStandardOutputTaken() const;
-    bool drawsPictures() const { return !output.empty() || !depth.empty() || !depthPreview.empty(); }
+    /// The pictures that are asked for: files, or patterns for their names.
+    std::vector<std::string> pictures() const;
+    bool drawsPictures() const { return !pictures().empty(); }
+    bool drawsLabels() const { return !labels.empty() || !labelsPreview.empty(); }
 
     double verticalFieldOfView() const; ///< rad
     /// Of the automatic point of view.

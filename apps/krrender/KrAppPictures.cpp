@@ -14,6 +14,7 @@
 
 #include <picture/KrFrameWriter.h>
 #include <picture/KrFraming.h>
+#include <picture/KrLabelColors.h>
 #include <picture/KrLighting.h>
 #include <picture/KrMotion.h>
 #include <rendCore/capture/KrFrameStream.h>
@@ -72,7 +73,16 @@ void KrAppPictures::check(const KrAppOptions& options)
     if (!options.depthPreview.empty()) {
         KrAppFiles::checkPictureFormat(options.depthPreview);
     }
-    for (const std::string& path : {options.output, options.depth, options.depthPreview}) {
+    if (!options.labels.empty()) {
+        KrAppLabels::checkLabels(options.labels);
+    }
+    if (!options.labelsPreview.empty()) {
+        KrAppLabels::checkPreview(options.labelsPreview);
+    }
+    if (!options.normals.empty()) {
+        KrAppLabels::checkNormals(options.normals);
+    }
+    for (const std::string& path : options.pictures()) {
         if (KrAppFiles::isStandard(path) && isatty(STDOUT_FILENO) == 1) {
             throw KrAppFailure(KrAppFailure::WrongUsage,
                                "standard output is a terminal, which shows no pictures: redirect it, or name a file");
@@ -88,10 +98,7 @@ void KrAppPictures::check(const KrAppOptions& options)
 std::vector<std::string> KrAppPictures::files(const KrAppOptions& options, std::size_t number)
 {
     std::vector<std::string> names;
-    for (const std::string& path : {options.output, options.depth, options.depthPreview}) {
-        if (path.empty()) {
-            continue;
-        }
+    for (const std::string& path : options.pictures()) {
         // A series has a file for each frame, a video one for all.
         const bool isPattern = !options.trajectory.empty() && !(path == options.output && KrAppFiles::isVideo(path));
         names.push_back(isPattern ? KrAppFiles::frameFile(path, number) : path);
@@ -109,6 +116,10 @@ KrAppPictures::KrAppPictures(const KrAppOptions& options, KrAppRobot& robot, KrV
     , m_motion(motion)
     , m_messages(messages)
 {
+    if (options.drawsLabels()) {
+        m_labels = KrLabelTable(robot.statedSystem().manipulatorSystem(), options.labelLevel);
+        KrAppLabels::checkNumber(m_labels, options.labels);
+    }
     const KrColor& background = parameters.renderParameters().backgroundColor();
     // Tiles first: they say how large the scene is drawn.
     if (!options.views.empty()) {
@@ -188,20 +199,20 @@ void KrAppPictures::makeFolder(const std::string& path)
 
 void KrAppPictures::write()
 {
-    for (const std::string& path : {m_options.output, m_options.depth, m_options.depthPreview}) {
-        if (!path.empty()) {
-            // Makes the folders.
-            file(path, 0); // before the progress is shown
-        }
+    for (const std::string& path : m_options.pictures()) {
+        // Makes the folders.
+        file(path, 0); // before the progress is shown
     }
-    if (!m_options.output.empty()) {
+    if (m_options.drawsLabels() || !m_options.normals.empty()) {
+        writeKinds();
+    } else if (!m_options.output.empty()) {
         m_options.trajectory.empty() ? writeColor() : writeColors();
         tellBlank(m_options.output);
     }
     if (!m_options.depthPreview.empty()) {
         writeEach("depth previews", [this](std::size_t i) { return drawDepthPreview(i); });
     }
-    if (!m_options.depth.empty()) {
+    if (!m_options.depth.empty() && !areDepthsOfKinds()) {
         writeEach("depths", [this](std::size_t i) { return drawDepth(i); });
         tellBlank(m_options.depth);
     }
@@ -226,16 +237,21 @@ bool KrAppPictures::isBlank(const KrImage& picture) const
 
 void KrAppPictures::tellBlank(const std::string& path)
 {
-    // An empty picture is written, since it may be what was asked for, but never without a word.
     if (m_numBlank > 0) {
-        const std::string what = m_options.trajectory.empty() ? std::string("the picture is")
-                                                              : std::to_string(m_numBlank) + " of " +
-                                                                    std::to_string(m_motion.size()) + " pictures are";
-        Kr::Print::instance()->write(Kr::Print::Warning, "KrAppPictures::write - %s: %s empty because %s.\n",
-                                     path.c_str(), what.c_str(), whyBlank().c_str());
+        tellBlank(path, m_numBlank, whyBlank());
     }
+}
+
+void KrAppPictures::tellBlank(const std::string& path, std::size_t& count, const std::string& reason)
+{
+    // An empty picture is written, since it may be what was asked for, but never without a word.
+    const std::string what = m_options.trajectory.empty()
+                                 ? std::string("the picture is")
+                                 : std::to_string(count) + " of " + std::to_string(m_motion.size()) + " pictures are";
+    Kr::Print::instance()->write(Kr::Print::Warning, "KrAppPictures::write - %s: %s empty because %s.\n", path.c_str(),
+                                 what.c_str(), reason.c_str());
     // Colours and depths count by themselves.
-    m_numBlank = 0;
+    count = 0;
 }
 
 std::string KrAppPictures::whyBlank()
@@ -297,15 +313,19 @@ double KrAppPictures::videoRate() const
     return rate;
 }
 
+std::unique_ptr<KrAppVideo> KrAppPictures::openVideo()
+{
+    return KrAppFiles::isVideo(m_options.output)
+               ? std::make_unique<KrAppVideo>(m_options.output, m_options.width, m_options.height, videoRate())
+               : nullptr;
+}
+
 /// Draws on this thread; frames come back a little later and are written by another one.
 void KrAppPictures::writeColors()
 {
     const KrAppInterrupt interrupt;
     // Made before the writer, which uses it to its end.
-    std::unique_ptr<KrAppVideo> video;
-    if (KrAppFiles::isVideo(m_options.output)) {
-        video = std::make_unique<KrAppVideo>(m_options.output, m_options.width, m_options.height, videoRate());
-    }
+    const std::unique_ptr<KrAppVideo> video = openVideo();
     std::exception_ptr failure; // of the writing thread, with its exit status
     KrFrameWriter writer(m_scene.factor(), [&](const KrImage& picture, std::size_t i, std::string&) {
         try {
@@ -412,44 +432,184 @@ KrAppPictures::Writing KrAppPictures::drawDepth(std::size_t i)
     wanted.kind = m_options.depthKind;
     // The order of the files that are written.
     wanted.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
-    std::vector<float>& depths = m_depthFrames[i % 2].depths;
+    std::vector<float>& depths = m_frames[i % 2].depths;
     std::string reason;
     demand(m_scene.drawDepth(m_motion.state(i), wanted, depths, reason), reason);
     // Infinite is where nothing is seen.
     const bool isSeen = std::any_of(depths.begin(), depths.end(), [](float depth) { return std::isfinite(depth); });
     m_numBlank += isSeen ? 0 : 1;
-    const bool isPlanar = m_options.depthKind == KrDepthCapture::Kind::Planar;
-    const bool isPicture = KrAppFiles::extensionOf(m_options.depth) == ".png";
-    return [this, &depths, path = file(m_options.depth, i),
-            sidecar = depthSidecar(i, file(m_options.depth, i), isPlanar ? "planar depth" : "euclidean depth",
-                                   isPicture ? "mm" : "m")] {
+    const std::string path = file(m_options.depth, i);
+    return [this, &depths, path, sidecar = sidecar(i, path, describe(), depthContent())] {
         KrAppDepth::write(depths, m_options.width, m_options.height, path, m_png);
         sidecar();
     };
 }
 
+KrAppPictures::Content KrAppPictures::depthContent() const
+{
+    const bool isPlanar = m_options.depthKind == KrDepthCapture::Kind::Planar;
+    const bool isPicture = KrAppFiles::extensionOf(m_options.depth) == ".png";
+    return {isPlanar ? "planar depth" : "euclidean depth", isPicture ? "mm" : "m", 1};
+}
+
 KrAppPictures::Writing KrAppPictures::drawDepthPreview(std::size_t i)
 {
-    KrImage& picture = m_depthFrames[i % 2].picture;
+    KrImage& picture = m_frames[i % 2].picture;
     std::string reason;
     demand(m_scene.drawDepth(m_motion.state(i), picture, reason), reason);
-    return [this, &picture, path = file(m_options.depthPreview, i),
-            sidecar = depthSidecar(i, file(m_options.depthPreview, i), "relative depth", "1")] {
+    const std::string path = file(m_options.depthPreview, i);
+    return [this, &picture, path, sidecar = sidecar(i, path, describe(), {"relative depth", "1", 1})] {
         KrAppFiles::writePicture(picture, path, m_messages, m_png.file);
         sidecar();
     };
 }
 
-KrAppPictures::Writing KrAppPictures::depthSidecar(std::size_t i, const std::string& picture, const char* quantity,
-                                                   const char* unit)
+bool KrAppPictures::areDepthsOfKinds() const
+{
+    // Depths of a picture with aids include them, and so do those beside labels, which are of links alone.
+    return (m_options.drawsLabels() || !m_options.normals.empty()) && !m_options.aids.areShown();
+}
+
+KrFrameCapture::Targets KrAppPictures::Frame::targets(const KrAppOptions& options, bool hasDepths)
+{
+    KrFrameCapture::Targets targets;
+    targets.width = options.width;
+    targets.height = options.height;
+    const std::size_t count = std::size_t{options.width} * options.height;
+    if (!options.output.empty()) {
+        // Of the second frame the memory is there.
+        if (!picture.flippedData()) {
+            picture.zeroFlippedImage(3, 0, options.width, options.height);
+        }
+        targets.color = picture.flippedData();
+        demand(targets.color, "there is not enough memory for this");
+    }
+    if (hasDepths) {
+        depths.resize(count);
+        targets.depth = depths.data();
+    }
+    if (options.drawsLabels()) {
+        labels.resize(count);
+        targets.labels = labels.data();
+    }
+    if (!options.normals.empty()) {
+        normals.resize(3 * count);
+        targets.normals = normals.data();
+    }
+    return targets;
+}
+
+void KrAppPictures::writeKinds()
+{
+    const std::unique_ptr<KrAppVideo> video = openVideo();
+    writeEach("frames", [&](std::size_t i) { return drawKinds(i, video.get()); });
+    if (video) {
+        video->finish();
+    }
+    tellBlank(m_options.output);
+    if (m_numUnlabelled > 0) {
+        const std::string& first = !m_options.labels.empty()          ? m_options.labels
+                                   : !m_options.labelsPreview.empty() ? m_options.labelsPreview
+                                                                      : m_options.normals;
+        tellBlank(first, m_numUnlabelled, m_robot.hasVisibleShape() ? whyBlank() : "no link has a visible shape");
+    }
+}
+
+KrAppPictures::Writing KrAppPictures::drawKinds(std::size_t i, KrAppVideo* video)
+{
+    KrFrameCapture::Options wanted;
+    wanted.labelLevel = m_options.labelLevel;
+    wanted.normalFrame = m_options.normalFrame;
+    wanted.depthKind = m_options.depthKind;
+    Frame& frame = m_frames[i % 2];
+    std::string reason;
+    demand(m_scene.draw(m_motion.state(i), wanted, frame.targets(m_options, areDepthsOfKinds()), reason), reason);
+    // Told while it is the latest frame.
+    KrFrameDescription description = m_options.sidecar ? describe() : KrFrameDescription();
+    std::vector<Writing> steps = {[this, &frame] { finish(frame); }};
+    if (video) {
+        steps.push_back([&frame, video] { video->add(frame.picture); });
+    } else {
+        addStep(steps, i, m_options.output, description, {"color", "1/255", 3},
+                [this, &frame](const std::string& path) {
+                    KrAppFiles::writePicture(frame.picture, path, m_messages, m_png.file);
+                });
+    }
+    // The surfaces were drawn with planes of their own.
+    description.setProjection(m_scene.projection());
+    addSurfaces(steps, i, frame, description);
+    return [steps = std::move(steps)] {
+        for (const Writing& step : steps) {
+            step();
+        }
+    };
+}
+
+void KrAppPictures::addSurfaces(std::vector<Writing>& steps, std::size_t i, const Frame& frame,
+                                const KrFrameDescription& description)
+{
+    const unsigned int width = m_options.width;
+    const unsigned int height = m_options.height;
+    if (areDepthsOfKinds()) {
+        addStep(steps, i, m_options.depth, description, depthContent(),
+                [=, &frame](const std::string& path) { KrAppDepth::write(frame.depths, width, height, path, m_png); });
+    }
+    KrFrameDescription legend = description;
+    legend.setLabels(m_labels);
+    addStep(steps, i, m_options.labels, legend, {"labels", "1", 1}, [=, &frame](const std::string& path) {
+        KrAppLabels::writeLabels(frame.labels, width, height, path, m_kept);
+    });
+    for (KrFrameDescription::Label& label : legend.labels) {
+        label.color = KrLabelColors::text(label.id);
+    }
+    addStep(
+        steps, i, m_options.labelsPreview, legend, {"label colors", "1/255", 3},
+        [=, &frame](const std::string& path) { KrAppLabels::writePreview(frame.labels, width, height, path, m_kept); });
+    KrFrameDescription turned = description;
+    turned.axes = m_options.normalFrame == KrFrameCapture::NormalFrame::Optical ? "optical" : "world";
+    const bool isPicture = KrAppFiles::extensionOf(m_options.normals) != ".npy";
+    addStep(steps, i, m_options.normals, turned,
+            isPicture ? Content{"normal colors", "1/255", 3} : Content{"normals", "1", 3},
+            [=, &frame](const std::string& path) {
+                KrAppLabels::writeNormals(frame.normals, width, height, path, m_kept);
+            });
+}
+
+void KrAppPictures::addStep(std::vector<Writing>& steps, std::size_t i, const std::string& pattern,
+                            const KrFrameDescription& description, const Content& content,
+                            const std::function<void(const std::string& path)>& write)
+{
+    if (!pattern.empty()) {
+        // Its folder is made here, on the thread that draws.
+        const std::string path = file(pattern, i);
+        steps.push_back([path, write] { write(path); });
+        steps.push_back(sidecar(i, path, description, content));
+    }
+}
+
+void KrAppPictures::finish(Frame& frame)
+{
+    if (!m_options.output.empty()) {
+        // The rows of colours the other way round, as all that writes pictures has them.
+        frame.picture.flippedToOrdinary();
+        m_numBlank += isBlank(frame.picture) ? 1 : 0;
+    }
+    // Ends with the first pixel of a link.
+    const auto isSeen = [](auto number) { return number != 0; };
+    const bool isLabelled = std::any_of(frame.labels.begin(), frame.labels.end(), isSeen) ||
+                            std::any_of(frame.normals.begin(), frame.normals.end(), isSeen);
+    m_numUnlabelled += isLabelled ? 0 : 1;
+}
+
+KrAppPictures::Writing KrAppPictures::sidecar(std::size_t i, const std::string& picture, KrFrameDescription frame,
+                                              const Content& content)
 {
     if (!m_options.sidecar) {
         return [] {};
     }
-    KrFrameDescription frame = describe();
-    frame.channels = 1;
-    frame.quantity = quantity;
-    frame.unit = unit;
+    frame.channels = content.channels;
+    frame.quantity = content.quantity;
+    frame.unit = content.unit;
     // That format begins with the lowest row.
     if (KrAppFiles::extensionOf(picture) == ".pfm") {
         frame.rowOrder = KrFrameDescription::RowOrder::BottomRowFirst;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KrAppDepth.h"
+#include "KrAppLabels.h"
 
 #include <picture/KrPictureScene.h>
 #include <picture/KrTiles.h>
@@ -9,18 +10,20 @@
 
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 class KrAppMessages;
+class KrAppVideo;
 class KrMotion;
 struct KrAppOptions;
 struct KrAppRobot;
 
-/// Draws what the command line asks for, and writes it: pictures, depths and their descriptions, of one pose or of each
-/// one of a motion.
+/// Draws what the command line asks for, and writes it: pictures, depths, labels, normals and their descriptions, of
+/// one pose or of each one of a motion.
 class KrAppPictures
 {
 public:
@@ -44,6 +47,17 @@ public:
     void write();
 
 private:
+    /// What was drawn of a pose; the next one is drawn into another while it is written.
+    struct Frame
+    {
+        KrFrameCapture::Targets targets(const KrAppOptions& options, bool hasDepths);
+
+        std::vector<float> depths; ///< m
+        std::vector<std::uint32_t> labels;
+        std::vector<float> normals;
+        KrImage picture;
+    };
+
     /// The views in tiles, where the options ask for some. Throws KrAppFailure.
     void makeTiles(const KrColor& background);
     void openScene();
@@ -53,6 +67,8 @@ private:
     void makeFolder(const std::string& path);
     void writeColor();
     void writeColors();
+    /// The video that is to be written; null where single pictures are. Throws KrAppFailure (CouldNot).
+    std::unique_ptr<KrAppVideo> openVideo();
     /// Of a video, 1/s. Throws KrAppFailure (CouldNot) where the motion's times make none.
     double videoRate() const;
     /// A frame of writeColors, on the writing thread.
@@ -63,16 +79,40 @@ private:
     void writeEach(const std::string& what, const std::function<Writing(std::size_t)>& draw);
     Writing drawDepth(std::size_t i);
     Writing drawDepthPreview(std::size_t i);
+    /// Labels, normals, and with them colours and depths: all of them show one instant.
+    void writeKinds();
+    /// @param video  gets the colours; null where they go into files
+    Writing drawKinds(std::size_t i, KrAppVideo* video);
+    /// Whether depths are among what writeKinds() writes.
+    bool areDepthsOfKinds() const;
+    /// Makes a frame of writeKinds() ready to be written, on the thread that writes.
+    void finish(Frame& frame);
     /// The frame that was drawn last, in numbers.
     KrFrameDescription describe();
-    /// Of the frame that was drawn last, where descriptions are asked for.
-    Writing depthSidecar(std::size_t i, const std::string& picture, const char* quantity, const char* unit);
+    /// What the numbers of a picture are, in the words of its description.
+    struct Content
+    {
+        const char* quantity;
+        const char* unit;
+        unsigned int channels;
+    };
+    Content depthContent() const;
+    /// Adds the writing of a picture of the frame that was drawn last, and of its description; nothing for no pattern.
+    void addStep(std::vector<Writing>& steps, std::size_t i, const std::string& pattern,
+                 const KrFrameDescription& description, const Content& content,
+                 const std::function<void(const std::string& path)>& write);
+    /// The same for all pictures but colours. @param frame  until the steps are done
+    void addSurfaces(std::vector<Writing>& steps, std::size_t i, const Frame& frame,
+                     const KrFrameDescription& description);
+    /// The description of a picture of the frame that was drawn last, where descriptions are asked for.
+    Writing sidecar(std::size_t i, const std::string& picture, KrFrameDescription frame, const Content& content);
     /// @param picture  its file
     void writeDescription(KrFrameDescription frame, std::size_t i, const std::string& picture);
     /// Whether there is nothing but the background.
     bool isBlank(const KrImage& picture) const;
     /// Tells of pictures in which nothing is seen, and why, and counts anew.
     void tellBlank(const std::string& path);
+    void tellBlank(const std::string& path, std::size_t& count, const std::string& reason);
     std::string whyBlank();
 
     const KrAppOptions& m_options;
@@ -82,16 +122,13 @@ private:
     std::optional<KrTiles> m_tiles;
     KrPictureScene m_scene;
     KrImage m_picture;
-    /// Of depths: one is drawn while the one before is written.
-    struct DepthFrame
-    {
-        std::vector<float> depths; ///< m
-        KrImage picture;
-    };
-    DepthFrame m_depthFrames[2];
-    KrAppDepth::Png m_png;      ///< of the thread that writes, one output after the other
-    int m_background[3] = {};   ///< of pictures, as a pixel
-    std::size_t m_numBlank = 0; ///< frames of the output that is written in which nothing is seen
+    Frame m_frames[2];
+    KrLabelTable m_labels; ///< empty where none are drawn
+    KrAppDepth::Png m_png; ///< of the thread that writes, one output after the other, as is the next one
+    KrAppLabels::Kept m_kept;
+    int m_background[3] = {};        ///< of pictures, as a pixel
+    std::size_t m_numBlank = 0;      ///< frames of the output that is written in which nothing is seen
+    std::size_t m_numUnlabelled = 0; ///< frames of writeKinds() without a link
     /// Of frames that are drawn and not yet written, in their order.
     std::deque<KrFrameDescription> m_descriptions;
     std::vector<std::string> m_folders; ///< made for frames

@@ -237,7 +237,8 @@ void printSummary(const KrAppOptions& options, const KrAppRobot& robot, std::siz
     const std::string size = std::to_string(options.width) + " x " + std::to_string(options.height);
     // For a series the pattern stands for all of its files.
     const std::string frames = options.trajectory.empty() ? "" : std::to_string(numFrames) + " frames, ";
-    for (const std::string& path : {options.output, options.depthPreview, options.depth}) {
+    for (const std::string& path : {options.output, options.depthPreview, options.depth, options.labels,
+                                    options.labelsPreview, options.normals}) {
         if (!path.empty()) {
             std::printf("%s: %s%s, %s\n", path.c_str(), frames.c_str(), size.c_str(), what.c_str());
         }

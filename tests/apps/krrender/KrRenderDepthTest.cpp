@@ -1,6 +1,7 @@
 // Runs krrender for depths and range maps, and reads the files back as another program would.
 
 #include <tests/support/Program.h>
+#include <tests/support/Tables.h>
 
 #include <KrAppDepth.h>
 #include <KrAppFailure.h>
@@ -8,14 +9,9 @@
 #include <rendCore/capture/KrFrameDescription.h>
 #include <toolkit/math/KrAngle.h>
 
-#include <osg/Image>
-#include <osgDB/ReadFile>
-
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
-#include <cstring>
 #include <limits>
 
 namespace
@@ -36,45 +32,6 @@ const char* const kUrdf = R"(<robot name="lopsided"><link name="base">
 )";
 constexpr float kNothing = std::numeric_limits<float>::infinity();
 
-/// Rows from the top.
-struct Table
-{
-    std::size_t width = 0;
-    std::size_t height = 0;
-    std::vector<double> values;
-
-    double at(std::size_t column, std::size_t row) const { return values.at(row * width + column); }
-};
-
-template <typename Number>
-void append(Table& table, const std::string& bytes, std::size_t start)
-{
-    for (; start + sizeof(Number) <= bytes.size(); start += sizeof(Number)) {
-        Number number;
-        std::memcpy(&number, bytes.data() + start, sizeof number);
-        table.values.push_back(number);
-    }
-}
-
-/// @param type  "<f4" or "<f8"
-template <typename Number>
-Table numpy(const std::string& bytes, const std::string& type)
-{
-    Table table;
-    const std::size_t length = static_cast<unsigned char>(bytes.at(8)) + 256u * static_cast<unsigned char>(bytes.at(9));
-    const std::string header = bytes.substr(10, length);
-    EXPECT_EQ(bytes.substr(0, 8), std::string("\x93NUMPY\x01\0", 8));
-    EXPECT_EQ((10 + length) % 64, 0u);
-    EXPECT_EQ(header.back(), '\n');
-    EXPECT_EQ(std::sscanf(header.c_str(),
-                          ("{'descr': '" + type + "', 'fortran_order': False, 'shape': (%zu, %zu)").c_str(),
-                          &table.height, &table.width),
-              2)
-        << header;
-    append<Number>(table, bytes, 10 + length);
-    return table;
-}
-
 Table pfm(const std::string& bytes)
 {
     Table stored;
@@ -86,23 +43,6 @@ Table pfm(const std::string& bytes)
         for (std::size_t column = 0; column < stored.width; ++column) {
             table.values.at(row * stored.width + column) = stored.at(column, stored.height - 1 - row);
         }
-    }
-    return table;
-}
-
-Table png(const std::string& path)
-{
-    Table table;
-    const osg::ref_ptr<osg::Image> image = osgDB::readRefImageFile(path);
-    if (!image || image->getDataType() != GL_UNSIGNED_SHORT || image->getPixelFormat() != GL_LUMINANCE) {
-        ADD_FAILURE() << path << " is no grey picture of 16 bits";
-        return table;
-    }
-    table.width = static_cast<std::size_t>(image->s());
-    table.height = static_cast<std::size_t>(image->t());
-    for (int row = image->t(); row-- > 0;) {
-        const auto* const in = reinterpret_cast<const std::uint16_t*>(image->data(0, row));
-        table.values.insert(table.values.end(), in, in + image->s());
     }
     return table;
 }
