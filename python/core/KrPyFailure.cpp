@@ -5,22 +5,31 @@
 namespace
 {
 
-/// The class is looked up when it is needed: the module is made before the package that holds it.
-py::object classOf(KrPyFailure::Kind kind)
+const char* nameOf(KrPyFailure::Kind kind)
 {
     switch (kind) {
     case KrPyFailure::Kind::Argument:
-        return py::reinterpret_borrow<py::object>(PyExc_ValueError);
-    case KrPyFailure::Kind::Format:
-        return py::module_::import("krrendcore._errors").attr("FormatError");
-    case KrPyFailure::Kind::MissingFile:
-        return py::module_::import("krrendcore._errors").attr("MissingFileError");
-    case KrPyFailure::Kind::Name:
-        return py::module_::import("krrendcore._errors").attr("UnknownNameError");
-    case KrPyFailure::Kind::Render:
         break;
+    case KrPyFailure::Kind::Format:
+        return "FormatError";
+    case KrPyFailure::Kind::MissingFile:
+        return "MissingFileError";
+    case KrPyFailure::Kind::Name:
+        return "UnknownNameError";
+    case KrPyFailure::Kind::Render:
+        return "RenderError";
+    case KrPyFailure::Kind::Dataset:
+        return "DatasetError";
     }
-    return py::module_::import("krrendcore._errors").attr("RenderError");
+    return nullptr;
+}
+
+/// The class is looked up when it is needed: the module is made before the package that holds it.
+py::object classOf(KrPyFailure::Kind kind)
+{
+    const char* const name = nameOf(kind);
+    return name ? py::object(py::module_::import("krrendcore._errors").attr(name))
+                : py::reinterpret_borrow<py::object>(PyExc_ValueError);
 }
 
 } // namespace

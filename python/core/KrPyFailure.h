@@ -13,7 +13,8 @@ public:
         Format,      ///< FormatError: a file holds nothing of what is read
         MissingFile, ///< MissingFileError
         Name,        ///< UnknownNameError
-        Render       ///< RenderError
+        Render,      ///< RenderError
+        Dataset      ///< DatasetError
     };
 
     /// @param sentence  without a full stop

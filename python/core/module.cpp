@@ -2,6 +2,7 @@
 // are what a user sees.
 #include "KrPyArray.h"
 #include "KrPyCamera.h"
+#include "KrPyDataset.h"
 #include "KrPyFailure.h"
 #include "KrPyMessages.h"
 #include "KrPyRenderer.h"
@@ -499,6 +500,7 @@ PYBIND11_MODULE(_core, module)
     module.def("pinhole", pinhole, py::arg("K"), py::arg("T_world_camera"), py::arg("width"), py::arg("height"));
     module.def("check", check, py::arg("array"), py::arg("kind"), py::arg("shape"));
     module.def("png", png, py::arg("picture"));
+    krPyBindDataset(module);
     const auto light = KrLighting::ambientLight();
     module.attr("AMBIENT") = py::make_tuple(light.red(), light.green(), light.blue());
     const auto background = KrLighting::background();

@@ -14,14 +14,16 @@ Metres, radians, kilograms, seconds. Matrices are for column vectors and say fro
 maps camera coordinates into the world. Messages of the libraries go to the logger "krrendcore".
 """
 
+from . import dataset
 from ._camera import Camera
-from ._errors import Error, FormatError, MissingFileError, RenderError, UnknownNameError
+from ._errors import DatasetError, Error, FormatError, MissingFileError, RenderError, UnknownNameError
 from ._frame import Frame, Frames, Label
 from ._renderer import Light, Pick, Renderer
 from ._system import Joint, Robot, Scene, load, pose
 
 __all__ = [
     "Camera",
+    "DatasetError",
     "Error",
     "FormatError",
     "Frame",
@@ -36,6 +38,7 @@ __all__ = [
     "Robot",
     "Scene",
     "UnknownNameError",
+    "dataset",
     "load",
     "pose",
 ]

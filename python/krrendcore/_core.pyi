@@ -1,6 +1,6 @@
 """What krrendcore calls of the libraries; not for use by itself."""
 
-from typing import Any, Sequence
+from typing import Any, Callable, Sequence
 
 import numpy as np
 import numpy.typing as npt
@@ -95,3 +95,18 @@ def look_at(eye: _Triple, target: _Triple, up: _Triple, field_of_view: float) ->
 def pinhole(K: _Matrix, T_world_camera: _Matrix, width: int, height: int) -> Camera: ...
 def check(array: object, kind: str, shape: Sequence[int]) -> None: ...
 def png(picture: npt.NDArray[np.uint8]) -> bytes: ...
+def dataset_generate(
+    path: bytes | None,
+    text: str | None,
+    folder: bytes,
+    out: bytes,
+    process: int,
+    processes: int,
+    require_gpu: bool,
+    progress: Callable[[int, int], object] | None,
+) -> tuple[int, int, int, int]: ...
+def dataset_verify(path: bytes | None, text: str | None, folder: bytes, out: bytes) -> list[str]: ...
+def dataset_merge(path: bytes | None, text: str | None, folder: bytes, out: bytes) -> None: ...
+def dataset_sample(
+    path: bytes | None, text: str | None, folder: bytes, out: bytes, number: int, require_gpu: bool
+) -> None: ...

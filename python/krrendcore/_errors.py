@@ -12,8 +12,12 @@ class RenderError(Error, RuntimeError):
     was forked off one that had a renderer."""
 
 
+class DatasetError(Error, RuntimeError):
+    """A data set cannot be made, read or completed."""
+
+
 class FormatError(Error, ValueError):
-    """A file holds nothing that can be drawn."""
+    """A file holds nothing that can be drawn, or is no recipe."""
 
 
 class MissingFileError(Error, FileNotFoundError):
