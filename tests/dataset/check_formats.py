@@ -163,14 +163,18 @@ def check_coco(folder, truth):
     return found
 
 
-def surface_distance(points, models):
-    """How far each point lies from the planes of the triangles about it: the smallest distance to any of them."""
-    vertices, faces = models
-    a, b, c = (vertices[faces[:, i]] for i in range(3))
-    normals = np.cross(b - a, c - a)
-    lengths = np.linalg.norm(normals, axis=1)
-    normals, a = normals[lengths > 0] / lengths[lengths > 0, None], a[lengths > 0]
-    return np.abs(points @ normals.T - (a * normals).sum(axis=1)).min(axis=1)
+def surface_distance(points, model):
+    """How far each point lies from the nearest triangle: off its plane or beyond its edges, whichever is more."""
+    corners = [model.vertices[model.faces[:, i]] for i in range(3)]
+    normals = np.cross(corners[1] - corners[0], corners[2] - corners[0])
+    areas = np.linalg.norm(normals, axis=1)
+    corners, normals = [corner[areas > 0] for corner in corners], normals[areas > 0] / areas[areas > 0, None]
+    distance = np.abs(points @ normals.T - (corners[0] * normals).sum(axis=1))
+    for start, end in ((0, 1), (1, 2), (2, 0)):
+        outward = np.cross(corners[end] - corners[start], normals)
+        outward /= np.linalg.norm(outward, axis=1)[:, None]
+        distance = np.maximum(distance, points @ outward.T - (corners[start] * outward).sum(axis=1))
+    return distance.min(axis=1)
 
 
 def check_bop(folder, truth):
@@ -214,11 +218,12 @@ def check_surface(sample, thing, model, quantum):
     tolerance = 2.0 * quantum * np.linalg.norm(rays, axis=0).max()
     require((in_model > model.low - tolerance).all() and (in_model < model.low + model.size + tolerance).all(),
             "object %d of image %d is seen outside of its model", thing.category, sample.number)
-    some = in_model[:: max(1, len(in_model) // 500)]
-    if len(model.faces) * len(some) < 50_000_000:
-        distance = surface_distance(some, (model.vertices, model.faces)).max()
-        require(distance <= tolerance, "object %d of image %d is seen %g m off its surface", thing.category,
-                sample.number, distance)
+    # Of a fine mesh a few points: all of its triangles are looked at for each.
+    some = in_model[:: max(1, len(in_model) * len(model.faces) // 2_000_000)]
+    off = surface_distance(some, model) > tolerance
+    # Where a triangle is seen edge on, a thousandth of a pixel is millimetres of depth: drivers round there.
+    require(off.sum() <= max(1, len(some) // 100), "%d of %d points of object %d in image %d are seen off its surface",
+            off.sum(), len(some), thing.category, sample.number)
 
 
 def main(arguments):
