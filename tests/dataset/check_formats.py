@@ -221,8 +221,9 @@ def check_surface(sample, thing, model, quantum):
     # Of a fine mesh a few points: all of its triangles are looked at for each.
     some = in_model[:: max(1, len(in_model) * len(model.faces) // 2_000_000)]
     off = surface_distance(some, model) > tolerance
-    # Where a triangle is seen edge on, a thousandth of a pixel is millimetres of depth: drivers round there.
-    require(off.sum() <= max(1, len(some) // 100), "%d of %d points of object %d in image %d are seen off its surface",
+    # Where a triangle is seen edge on, a hundredth of a pixel is millimetres of depth: drivers go beyond its edges there.
+    # A lens or a pose that is wrong by half a pixel puts nearly all points off.
+    require(off.sum() <= max(2, len(some) // 20), "%d of %d points of object %d in image %d are seen off its surface",
             off.sum(), len(some), thing.category, sample.number)
 
 

@@ -59,8 +59,8 @@ TEST(KrDatasetFormats, ReadersOfTheFormatsFindWhatWasWritten)
     for (const std::string format : kFormats) {
         const Folder folder;
         ASSERT_EQ(scene.write(format, folder.path("set")), "") << format;
-        const Answer answer = runCommand(std::string(KR_PYTHON) + " " KR_CHECK " " + format + " " + folder.path("set") +
-                                         " " + truth.path(""));
+        const Answer answer =
+            runCommand(KR_PYTHON " " KR_CHECK " " + format + " " + folder.path("set") + " " + truth.path(""));
         if (answer.status == 77) {
             GTEST_SKIP() << "numpy is missing";
         }
