@@ -41,6 +41,10 @@ constexpr osg::StateAttribute::GLModeValue kOffOverride = osg::StateAttribute::O
 /// one may go, and another take its place: it would be drawn from a buffer that is no more.
 void forgetVertexArrays(osg::State& state)
 {
+    // A callback may have left the first frame undrawn: then there are none.
+    if (!state.getCurrentVertexArrayState()) {
+        return;
+    }
     state.lazyDisablingOfVertexAttributes();
     state.applyDisablingOfVertexAttributes();
 }

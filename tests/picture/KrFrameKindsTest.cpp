@@ -1,16 +1,26 @@
 #include <import/KrRobotImporter.h>
-#include <picture/KrMotion.h>
 #include <picture/KrPictureScene.h>
-#include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <rendCore/model/KrRenderLink.h>
+#include <rendCore/model/KrRenderShape.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
 
 #include <GL/gl.h>
 #include <gtest/gtest.h>
 
+#include <osg/BoundingSphere>
+#include <osg/Geode>
+#include <osg/NodeVisitor>
+#include <osgViewer/Viewer>
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <set>
+#include <functional>
+#include <limits>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
 
 namespace
 {
@@ -82,14 +92,160 @@ public:
     KrPictureScene scene;
 };
 
-std::size_t numDifferent(const std::vector<unsigned char>& a, const unsigned char* b)
+/// Bytes of a picture, the top row first, and of an ordinary capture, that differ.
+std::size_t numDifferent(const std::vector<unsigned char>& a, const KrImage& b)
 {
+    const std::size_t row = std::size_t(3) * kWidth;
     std::size_t count = 0;
     for (std::size_t i = 0; i < a.size(); ++i) {
-        count += a[i] != b[i] ? 1 : 0;
+        count += a[i] != b.data()[(kHeight - 1 - i / row) * row + i % row] ? 1 : 0;
     }
     return count;
 }
+
+/// Takes shapes out of the picture and puts them back.
+class ShapeMasks : public osg::NodeVisitor
+{
+public:
+    /// The links' shapes hang under the manipulators' roots.
+    static void showOnly(osg::Group& scene, const KrLabelTable::Part& part)
+    {
+        ShapeMasks visitor(part);
+        scene.accept(visitor);
+    }
+    using osg::NodeVisitor::apply;
+    void apply(osg::Geode& geode) override
+    {
+        auto* const shape = dynamic_cast<KrRenderShape*>(&geode);
+        const KrRenderLink* link = nullptr;
+        for (osg::Node* const node : getNodePath()) {
+            link = dynamic_cast<KrRenderLink*>(node) ? static_cast<KrRenderLink*>(node) : link;
+        }
+        if (!shape || !link) {
+            return;
+        }
+        const unsigned int index =
+            link->getJointIndex() == KrRenderLink::kBaseJointIndex ? 0 : link->getJointIndex() + 1;
+        const bool isShown = link->getManIndex() == m_part.manipulatorIndex && index == m_part.linkIndex &&
+                             link->shapeIndexOf(*shape) == m_part.shapeIndex;
+        // A shared one is shown where it is wanted, too.
+        m_shown = isShown ? shape : m_shown;
+        shape->setNodeMask(shape == m_shown ? KrRenderTypes::SceneContent : 0u);
+    }
+
+private:
+    explicit ShapeMasks(const KrLabelTable::Part& part)
+        : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN)
+        , m_part(part)
+    {
+        setNodeMaskOverride(~0u);
+    }
+
+    const KrLabelTable::Part& m_part;
+    const KrRenderShape* m_shown = nullptr;
+};
+
+/// What is told of one pixel by several images does not contradict itself.
+void expectConsistent(Shown& shown, const Images& images)
+{
+    const std::uint32_t size = KrLabelTable(shown.system.manipulatorSystem(), KrLabelTable::Level::Link).size();
+    // From a pixel's centre to the eye, optical axes.
+    osg::Matrixd projection = shown.scene.window().getViewer()->getCamera()->getProjectionMatrix();
+    std::size_t numWrong = 0;
+    std::size_t numAverted = 0;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        const bool isCovered = std::isfinite(images.depth[i]);
+        const float* const n = images.normals.data() + 3 * i;
+        const double length = std::sqrt(double(n[0]) * n[0] + double(n[1]) * n[1] + double(n[2]) * n[2]);
+        numWrong += isCovered != (images.labels[i] != 0) || images.labels[i] > size ||
+                    std::abs(length - (isCovered ? 1.0 : 0.0)) > 1e-5;
+        const double x = (2.0 * (double(i % kWidth) + 0.5) / kWidth - 1.0) / projection(0, 0);
+        const double y = (2.0 * (double(i / kWidth) + 0.5) / kHeight - 1.0) / projection(1, 1);
+        numAverted += n[0] * x + n[1] * y + n[2] > 1e-4;
+    }
+    EXPECT_EQ(numWrong, 0u);
+    EXPECT_EQ(numAverted, 0u);
+}
+
+/// The pixels with a depth are those of a capture of depths alone.
+std::size_t numOutsideOf(const Images& images, const std::vector<float>& depth)
+{
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < kCount; ++i) {
+        count += std::isfinite(images.depth[i]) != std::isfinite(depth[i]);
+    }
+    return count;
+}
+
+/// The triangles of a scene as they stand, for rays.
+class Triangles : public osg::NodeVisitor
+{
+public:
+    struct Body
+    {
+        std::string link;
+        std::vector<osg::Vec3d> corners; ///< world frame
+        osg::BoundingSphered sphere;
+    };
+    struct Hit
+    {
+        const Body* body = nullptr;
+        double distance = std::numeric_limits<double>::infinity();
+    };
+
+    Triangles()
+        : osg::NodeVisitor(TRAVERSE_ACTIVE_CHILDREN)
+    {
+        setTraversalMask(KrRenderTypes::SceneContent);
+    }
+    using osg::NodeVisitor::apply;
+    void apply(osg::Drawable& drawable) override
+    {
+        const auto* const geometry = drawable.asGeometry();
+        const KrRenderLink* link = nullptr;
+        for (osg::Node* const node : getNodePath()) {
+            link = dynamic_cast<KrRenderLink*>(node) ? static_cast<KrRenderLink*>(node) : link;
+        }
+        if (!geometry || !link) {
+            return;
+        }
+        const osg::Matrixd toWorld = osg::computeLocalToWorld(getNodePath());
+        Body body;
+        body.link = link->getLink()->name();
+        for (const osg::Vec3& corner : *static_cast<const osg::Vec3Array*>(geometry->getVertexArray())) {
+            body.corners.push_back(osg::Vec3d(corner) * toWorld);
+            body.sphere.expandBy(body.corners.back());
+        }
+        bodies.push_back(body);
+    }
+    /// By Moeller and Trumbore's formula.
+    Hit cast(const osg::Vec3d& eye, const osg::Vec3d& ray) const
+    {
+        Hit nearest;
+        for (const Body& body : bodies) {
+            if (((body.sphere.center() - eye) ^ ray).length() > body.sphere.radius() * 1.0001) {
+                continue;
+            }
+            for (std::size_t i = 0; i + 2 < body.corners.size(); i += 3) {
+                const osg::Vec3d a = body.corners[i + 1] - body.corners[i];
+                const osg::Vec3d b = body.corners[i + 2] - body.corners[i];
+                const osg::Vec3d p = ray ^ b;
+                const double determinant = a * p;
+                const osg::Vec3d t = eye - body.corners[i];
+                const double u = t * p / determinant;
+                const osg::Vec3d q = t ^ a;
+                const double v = ray * q / determinant;
+                const double distance = b * q / determinant;
+                if (u >= 0.0 && v >= 0.0 && u + v <= 1.0 && distance > 0.0 && distance < nearest.distance) {
+                    nearest = {&body, distance};
+                }
+            }
+        }
+        return nearest;
+    }
+
+    std::vector<Body> bodies;
+};
 
 } // namespace
 
@@ -99,43 +255,196 @@ TEST(KrFrameKinds, AgreeInEveryPixelWithEachOtherAndWithTheCapturesOfOneKind)
         SCOPED_TRACE(file);
         Shown shown(file);
         const Images images = shown.draw();
-        KrImage color;
+        expectConsistent(shown, images);
         std::string reason;
+        KrImage color;
         ASSERT_TRUE(shown.scene.draw(shown.system.systemState(), color, reason)) << reason;
-        std::vector<unsigned char> flipped(images.color.size());
-        for (unsigned int y = 0; y < kHeight; ++y) {
-            std::copy_n(color.data() + std::size_t(y) * 3 * kWidth, 3 * kWidth,
-                        flipped.data() + std::size_t(kHeight - 1 - y) * 3 * kWidth);
-        }
-        EXPECT_EQ(numDifferent(images.color, flipped.data()), 0u);
+        EXPECT_EQ(numDifferent(images.color, color), 0u);
+
         std::vector<float> depth;
         KrDepthCapture::Options options;
         options.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
         ASSERT_TRUE(shown.scene.drawDepth(shown.system.systemState(), options, depth, reason)) << reason;
-        const std::uint32_t size = KrLabelTable(shown.system.manipulatorSystem(), KrLabelTable::Level::Link).size();
-        std::size_t numCovered = 0;
-        std::size_t numOtherDepth = 0;
-        std::size_t numWrong = 0;
-        double worst = 0.0;
-        std::size_t numMask = 0;
-        std::set<std::uint32_t> seen;
+        EXPECT_EQ(numOutsideOf(images, depth), 0u);
+        std::size_t numOff = 0;
         for (std::size_t i = 0; i < kCount; ++i) {
-            const bool isCovered = std::isfinite(images.depth[i]);
-            numCovered += isCovered;
-            numMask += isCovered != std::isfinite(depth[i]);
-            if (isCovered && std::isfinite(depth[i])) {
-                worst = std::max(worst, std::abs(double(depth[i]) - double(images.depth[i])));
-                numOtherDepth += depth[i] != images.depth[i];
-            }
-            const float* n = images.normals.data() + 3 * i;
-            const double length = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
-            numWrong += isCovered != (images.labels[i] != 0) || images.labels[i] > size ||
-                        std::abs(length - (isCovered ? 1.0 : 0.0)) > 1e-5;
-            seen.insert(images.labels[i]);
+            numOff += std::isfinite(depth[i]) && std::abs(double(depth[i]) - double(images.depth[i])) >
+                                                     2.0 * shown.scene.depthErrorBound(double(depth[i]));
         }
-        std::printf("%s: covered %zu, mask differs %zu, depths differ %zu (%g), wrong %zu, labels %zu of %u\n",
-                    file.c_str(), numCovered, numMask, numOtherDepth, worst, numWrong, seen.size(), size);
+        // At a body's rim the two may see a front and a back, and steep surfaces differ where a corner falls to another
+        // step of the raster.
+        EXPECT_LE(numOff, kCount / 500);
+
+        // A shape belongs to its link, and a link to its manipulator.
+        KrFrameCapture::Options byShape;
+        byShape.labelLevel = KrLabelTable::Level::Shape;
+        byShape.normalFrame = KrFrameCapture::NormalFrame::World;
+        KrFrameCapture::Options byManipulator;
+        byManipulator.labelLevel = KrLabelTable::Level::Manipulator;
+        const Images shapes = shown.draw(byShape);
+        const Images manipulators = shown.draw(byManipulator);
+        const KrLabelTable table(shown.system.manipulatorSystem(), KrLabelTable::Level::Shape);
+        const KrLabelTable links(shown.system.manipulatorSystem(), KrLabelTable::Level::Link);
+        const osg::Matrixd view = shown.scene.window().getViewer()->getCamera()->getViewMatrix();
+        std::size_t numWrong = 0;
+        for (std::size_t i = 0; i < kCount; ++i) {
+            if ((shapes.labels[i] == 0) != (images.labels[i] == 0)) {
+                ++numWrong;
+                continue;
+            }
+            if (images.labels[i] == 0) {
+                continue;
+            }
+            const KrLabelTable::Part& part = table.part(shapes.labels[i]);
+            const KrLabelTable::Part& link = links.part(images.labels[i]);
+            const float* const world = shapes.normals.data() + 3 * i;
+            const osg::Vec3d eye = osg::Matrixd::transform3x3(osg::Vec3d(world[0], world[1], world[2]), view);
+            const float* const optical = images.normals.data() + 3 * i;
+            numWrong += part.link != link.link || part.manipulatorIndex != link.manipulatorIndex ||
+                        manipulators.labels[i] != part.manipulatorIndex + 1 ||
+                        (eye - osg::Vec3d(optical[0], -optical[1], -optical[2])).length() > 1e-5;
+        }
         EXPECT_EQ(numWrong, 0u);
+    }
+}
+
+// What is faded, drawn as lines, or simplified has labels where it has depths.
+TEST(KrFrameKinds, AgreeInEveryWayOfDrawing)
+{
+    for (const char* const sample : {"/industrial_arm.urdf", "/dual_arm_base.xml", "/hose.xml"}) {
+        SCOPED_TRACE(sample);
+        Shown shown(std::string(KR_SAMPLES) + sample);
+        KrRenderWindow& window = shown.scene.window();
+        const std::function<void()> ways[] = {
+            [&] {
+                EXPECT_TRUE(shown.system.selectShape(KrShapeStateCacheKey(0, 0, 0)));
+                EXPECT_TRUE(shown.system.setTransparency(0.3));
+            },
+            [&] { window.setViewerAttribute(KrSGWindow::Lighting, false); },
+            [&] { shown.system.clearSelection(); },
+            [&] { window.setViewerAttribute(KrSGWindow::Wireframe, true); },
+            [&] {
+                window.setViewerAttribute(KrSGWindow::Wireframe | KrSGWindow::Lighting, false);
+                window.setViewerAttribute(KrSGWindow::Lighting | KrSGWindow::CullBackFaces, true);
+            },
+            [&] { window.setLevelOfDetail(2.0f); },
+            [&] { window.setDirectDrawing(false); },
+        };
+        int way = 0;
+        for (const auto& change : ways) {
+            SCOPED_TRACE(way++);
+            change();
+            const Images images = shown.draw();
+            expectConsistent(shown, images);
+            std::string reason;
+            std::vector<float> depth;
+            KrDepthCapture::Options options;
+            options.rowOrder = KrDepthCapture::RowOrder::TopRowFirst;
+            ASSERT_TRUE(shown.scene.drawDepth(shown.system.systemState(), options, depth, reason)) << reason;
+            EXPECT_EQ(numOutsideOf(images, depth), 0u);
+        }
+    }
+}
+
+TEST(KrFrameKinds, APickIsWhatARayMeets)
+{
+    Shown shown(KR_SAMPLES "/industrial_arm.urdf");
+    KrFrameCapture::Options options;
+    options.depthKind = KrDepthCapture::Kind::Euclidean;
+    const Images images = shown.draw(options);
+    const KrLabelTable table(shown.system.manipulatorSystem(), KrLabelTable::Level::Link);
+    Triangles triangles;
+    shown.scene.window().getNode()->accept(triangles);
+    const osg::Camera& camera = *shown.scene.window().getViewer()->getCamera();
+    const osg::Matrixd toWorld = osg::Matrixd::inverse(camera.getViewMatrix());
+    const osg::Vec3d eye = toWorld.getTrans();
+    std::minstd_rand random(1);
+    std::size_t numEdges = 0;
+    std::size_t numHits = 0;
+    for (int k = 0; k < 10000; ++k) {
+        const unsigned int x = static_cast<unsigned int>(random() % kWidth);
+        const unsigned int y = static_cast<unsigned int>(random() % kHeight);
+        const osg::Matrixd& projection = camera.getProjectionMatrix();
+        osg::Vec3d ray =
+            osg::Matrixd::transform3x3(osg::Vec3d((2.0 * (x + 0.5) / kWidth - 1.0) / projection(0, 0),
+                                                  (1.0 - 2.0 * (y + 0.5) / kHeight) / projection(1, 1), -1.0),
+                                       toWorld);
+        ray.normalize();
+        const Triangles::Hit hit = triangles.cast(eye, ray);
+        const std::size_t i = std::size_t(y) * kWidth + x;
+        const std::string link = images.labels[i] == 0 ? "" : table.part(images.labels[i]).link;
+        const bool isSame = (hit.body ? hit.body->link : "") == link &&
+                            (!hit.body || std::abs(hit.distance - double(images.depth[i])) < 1e-3);
+        numEdges += !isSame;
+        numHits += hit.body != nullptr;
+        if (k % 100 != 0) {
+            continue;
+        }
+        // The images are those of the pass that picks.
+        std::optional<KrFrameCapture::Pick> pick;
+        std::string reason;
+        ASSERT_TRUE(shown.scene.pick(shown.system.systemState(), x, y, pick, reason)) << reason;
+        ASSERT_EQ(pick.has_value(), images.labels[i] != 0);
+        if (!pick || !isSame) {
+            continue;
+        }
+        EXPECT_EQ(pick->part.link, link);
+        EXPECT_NEAR(pick->distance, hit.distance, 1e-3);
+        const osg::Vec3d point = eye + ray * hit.distance;
+        EXPECT_NEAR((osg::Vec3d(pick->point.x(), pick->point.y(), pick->point.z()) - point).length(), 0.0, 1e-3);
+        KrCoordinateSystemTransformation pose;
+        ASSERT_TRUE(shown.system.manipulatorSystem().manipulators()[0].linkPose(
+            link, shown.system.systemState().positionStates()[0], pose));
+        const KrVector back = pose.transformPoint(pick->pointInLink);
+        EXPECT_NEAR((back - pick->point).length(), 0.0, 1e-6);
+        EXPECT_LT(osg::Vec3d(pick->normal.x(), pick->normal.y(), pick->normal.z()) * ray, 1e-4);
+    }
+    EXPECT_GT(numHits, 1000u);
+    // A ray beside a silhouette, and one through the gap between two triangles.
+    EXPECT_LT(numEdges, 60u) << "of 10000";
+    std::printf("edge pixels: %zu of 10000, %zu hits\n", numEdges, numHits);
+}
+
+TEST(KrFrameKinds, PartsAloneAreWhatIsSeenOfThemWithoutTheOthers)
+{
+    for (const char* const sample : {"/industrial_arm.urdf", "/dual_arm_base.xml"}) {
+        SCOPED_TRACE(sample);
+        Shown shown(std::string(KR_SAMPLES) + sample);
+        const KrManipulatorSystemState& state = shown.system.systemState();
+        KrFrameCapture::Options options;
+        options.labelLevel = KrLabelTable::Level::Shape;
+        const Images all = shown.draw(options);
+        KrAmodalMasks masks;
+        std::string reason;
+        ASSERT_TRUE(shown.scene.drawAmodal(state, options.labelLevel, masks, reason)) << reason;
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+        const KrLabelTable table(shown.system.manipulatorSystem(), options.labelLevel);
+        ASSERT_EQ(masks.numLabels(), table.size());
+        std::size_t numHidden = 0;
+        for (std::uint32_t label = 1; label <= table.size(); ++label) {
+            // All shapes but one are taken away: those of the scene have their part's node.
+            ShapeMasks::showOnly(*shown.scene.window().getNode(), table.part(label));
+            const Images alone = shown.draw(options);
+            std::vector<unsigned char> mask(kCount);
+            masks.mask(label, mask.data());
+            std::size_t numWrong = 0;
+            std::uint64_t count = 0;
+            for (unsigned int i = 0; i < kCount; ++i) {
+                // A shape of several links stands in several places, of which one may hide another.
+                if (alone.labels[i] != 0 && alone.labels[i] != label) {
+                    count += mask[i] == 255;
+                    continue;
+                }
+                const bool isThere = alone.labels[i] == label;
+                numWrong += isThere != (mask[i] == 255) || isThere != masks.covers(label, i % kWidth, i / kWidth) ||
+                            (all.labels[i] == label && !isThere);
+                count += isThere;
+                numHidden += isThere && all.labels[i] != label;
+            }
+            EXPECT_EQ(numWrong, 0u) << label;
+            EXPECT_EQ(masks.numPixels(label), count) << label;
+        }
+        EXPECT_GT(numHidden, 100u);
     }
 }
 

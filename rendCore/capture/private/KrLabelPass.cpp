@@ -264,13 +264,14 @@ void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& 
     m_stage->setCamera(m_camera);
     m_graph->clean();
 
-    m_visitor->pushStateSet(program);
-    if (isCut) {
-        m_visitor->pushStateSet(m_cut);
-    }
+    // As the viewer has it: what the main camera says holds for all views.
+    osg::StateSet* const main = viewer.getCamera()->getStateSet();
     osg::StateSet* const own = view.camera->getStateSet();
-    if (own != nullptr) {
-        m_visitor->pushStateSet(own);
+    osg::StateSet* const above[] = {program, isCut ? m_cut.get() : nullptr, main, own != main ? own : nullptr};
+    for (osg::StateSet* const states : above) {
+        if (states != nullptr) {
+            m_visitor->pushStateSet(states);
+        }
     }
     m_visitor->pushViewport(m_viewport);
     m_visitor->pushProjectionMatrix(m_projection);
@@ -279,8 +280,8 @@ void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& 
     m_visitor->popModelViewMatrix();
     m_visitor->popProjectionMatrix();
     m_visitor->popViewport();
-    for (const bool isPushed : {own != nullptr, isCut, true}) {
-        if (isPushed) {
+    for (const osg::StateSet* const states : above) {
+        if (states != nullptr) {
             m_visitor->popStateSet();
         }
     }

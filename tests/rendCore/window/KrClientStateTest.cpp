@@ -3,6 +3,7 @@
 #include "GlStateDump.h"
 
 #include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/capture/KrFrameCapture.h>
 #include <rendCore/capture/KrRender2DSampleTool.h>
 #include <rendCore/model/KrRenderShape.h>
 #include <rendCore/model/KrTextureMarker.h>
@@ -221,6 +222,18 @@ TEST_F(KrClientStateTest, MarkingAndMeasuringLeaveTheClientsState)
     ASSERT_TRUE(capture.render(*guest, KrDepthCapture::Options(), depths));
     EXPECT_EQ(before.differences(GlStateDump()), "") << "depths";
     EXPECT_NEAR(*std::min_element(depths.begin(), depths.end()), 6.8f, 1.5f);
+    KrFrameCapture kinds;
+    const std::size_t count = std::size_t(guest->windowWidth()) * guest->windowHeight();
+    std::vector<std::uint32_t> labels(count, 7u);
+    std::vector<float> normals(3 * count, 7.0f);
+    for (const bool isWithNormals : {false, true}) {
+        KrFrameCapture::Targets targets = {guest->windowWidth(), guest->windowHeight()};
+        targets.labels = labels.data();
+        targets.normals = isWithNormals ? normals.data() : nullptr;
+        ASSERT_TRUE(kinds.render(*guest, KrFrameCapture::Options(), targets));
+        EXPECT_EQ(before.differences(GlStateDump()), "") << "labels";
+    }
+    EXPECT_GT(*std::max_element(labels.begin(), labels.end()), 0u);
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
     guest->closeWindow();
 }
