@@ -23,6 +23,7 @@ struct KrDatasetRecipe
     // What is beyond these is refused.
     static constexpr std::uint64_t kMostBytes = std::uint64_t{4} << 20; ///< of the recipe
     static constexpr std::uint64_t kMostSamples = std::uint64_t{1} << 40;
+    static constexpr std::uint64_t kMostShards = 1000000;
     static constexpr std::size_t kMostRobots = 1000; ///< and as many plain meshes
     static constexpr std::size_t kMostCameras = 1000;
     static constexpr std::size_t kMostLamps = 8; ///< as many as OpenGL has

@@ -34,6 +34,7 @@ constexpr const char* kRecipe = "recipe.json";
 constexpr const char* kDescription = "dataset.json";
 constexpr const char* kIndex = "index.json";
 constexpr const char* kLeftover = ".tmp";
+constexpr const char* kLock = ".lock";
 
 bool fail(const std::string& what, int error, std::string& reason)
 {
@@ -49,14 +50,18 @@ std::string hiddenName(std::uint64_t shard)
     return text;
 }
 
-/// The shard of a hidden folder; none for other names.
+bool endsWith(const std::string& text, const std::string& end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+/// The shard of a hidden folder or lock; none for other names.
 std::optional<std::uint64_t> shardOfLeftover(const std::string& name)
 {
     unsigned long long number = 0;
     int end = 0;
     const bool isOne = std::sscanf(name.c_str(), ".shard-%llu.%n", &number, &end) == 1 && end > 0 &&
-                       name.size() > std::strlen(kLeftover) &&
-                       name.compare(name.size() - std::strlen(kLeftover), std::string::npos, kLeftover) == 0;
+                       (endsWith(name, kLeftover) || endsWith(name, kLock));
     return isOne ? std::optional<std::uint64_t>(number) : std::nullopt;
 }
 
@@ -279,14 +284,17 @@ void KrDatasetStore::removeLeftovers() const
             leftovers[*shard].push_back(at->path().string());
         }
     }
-    for (const auto& [shard, folders] : leftovers) {
+    for (const auto& [shard, paths] : leftovers) {
         Draft::Lock lock;
         bool isBusy = false;
         std::string ignored;
         // Whoever made them held this lock until its end: it is free, so they are nobody's.
-        if (lock.take(m_folder + "/" + hiddenName(shard) + ".lock", isBusy, ignored)) {
-            for (const std::string& folder : folders) {
-                fs::remove_all(folder, error);
+        if (lock.take(m_folder + "/" + hiddenName(shard) + kLock, isBusy, ignored)) {
+            for (const std::string& path : paths) {
+                // The lock itself goes with this one.
+                if (!endsWith(path, kLock)) {
+                    fs::remove_all(path, error);
+                }
             }
         }
     }
@@ -301,7 +309,7 @@ KrDatasetStore::Begin KrDatasetStore::begin(const KrDatasetShard& shard, std::un
     std::unique_ptr<Draft> made(new Draft(*this, shard));
     const std::string hidden = m_folder + "/" + hiddenName(shard.number);
     bool isBusy = false;
-    if (!made->m_lock->take(hidden + ".lock", isBusy, reason)) {
+    if (!made->m_lock->take(hidden + kLock, isBusy, reason)) {
         return isBusy ? Begin::Busy : Begin::Failed;
     }
     // Another one may have finished it before the lock was ours.

@@ -307,6 +307,10 @@ void Reader::read(const Item& all)
     if (all.has("samplesPerShard")) {
         m_out.samplesPerShard = all.at("samplesPerShard").count(1, Recipe::kMostSamples);
     }
+    if (m_out.numShards() > Recipe::kMostShards) {
+        all.refuse("asks for " + std::to_string(m_out.numShards()) + " shards, more than " +
+                   std::to_string(Recipe::kMostShards) + ": raise \"samplesPerShard\"");
+    }
     m_out.format = all.has("format") ? all.at("format").word(KrDatasetFormat::names()) : m_out.format;
     if (all.has("size")) {
         readSize(all.at("size"));
