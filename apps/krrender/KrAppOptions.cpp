@@ -48,6 +48,7 @@ struct Words
     std::string depthKind;
     std::string labelLevel;
     std::string normalFrame;
+    std::string pick;
     std::vector<std::string> rangeMap;
     std::vector<std::string> show;
     std::string hide;
@@ -120,6 +121,10 @@ void addOptions(CLI::App& app, KrAppOptions& options, Words& words)
     app.add_option("--normal-frame", words.normalFrame,
                    "Axes of the normals: those of the camera (x right, y down, z forward) or of the world [camera]")
         ->type_name("camera|world")
+        ->group("Output");
+    app.add_option("--pick", words.pick,
+                   "Print what a pixel of the picture shows: link, joint, point, distance; 0,0 is the upper left one")
+        ->type_name("X,Y")
         ->group("Output");
     // Four words at once: a map makes no sense without one of them.
     app.add_option("--range-map", words.rangeMap,
@@ -389,6 +394,23 @@ void readIntrinsics(const Words& words, KrAppOptions& options)
     }
 }
 
+/// A pixel of the picture, whose size is known.
+std::pair<unsigned int, unsigned int> readPixel(const std::string& text)
+{
+    const std::vector<std::string> words = KrValueText::split(text, ',');
+    unsigned int numbers[2] = {};
+    bool isRead = words.size() == 2;
+    for (std::size_t i = 0; isRead && i < 2; ++i) {
+        const char* const end = words[i].data() + words[i].size();
+        const auto [rest, error] = std::from_chars(words[i].data(), end, numbers[i]);
+        isRead = error == std::errc() && rest == end;
+    }
+    if (!isRead) {
+        wrongUsage("--pick " + text + ": a pixel is X,Y in whole numbers, 0,0 the upper left one");
+    }
+    return {numbers[0], numbers[1]};
+}
+
 /// As words: what the joints are is known when the robot has been read.
 void readJoints(const Words& words, KrAppOptions& options)
 {
@@ -460,7 +482,7 @@ unsigned int readSamples(const std::string& text)
 void readImport(const Words& words, KrAppOptions& options)
 {
     options.import.useCache = !words.noCache;
-    const bool isDrawn = options.drawsPictures() || options.view || !options.rangeMap.path.empty();
+    const bool isDrawn = options.drawsPictures() || options.pick || options.view || !options.rangeMap.path.empty();
     options.import.preparation = !isDrawn        ? KrImportOptions::Preparation::None
                                  : options.exact ? KrImportOptions::Preparation::Drawing
                                                  : KrImportOptions::Preparation::Levels;
@@ -543,28 +565,31 @@ void checkCombination(const KrAppOptions& options)
                    "--depth, --depth-preview, --labels, --labels-preview, --normals or --view");
     }
     if (!options.drawsPictures() && !options.view && !options.info && options.convert.empty() &&
-        options.report.empty() && options.rangeMap.path.empty()) {
+        options.report.empty() && options.rangeMap.path.empty() && !options.pick) {
         wrongUsage("nothing to do: give -o PICTURE, --view, --depth, --depth-preview, --labels, --labels-preview, "
-                   "--normals, --range-map, --info, --convert or --report");
+                   "--normals, --pick, --range-map, --info, --convert or --report");
     }
     // In a window all of it can be shown again by keys.
     if (!options.aids.shapes && !options.aids.areShown() && !options.view) {
         wrongUsage("--hide visuals leaves nothing to draw: give --show collision, for one");
     }
-    if (!options.aids.shapes && (options.drawsLabels() || !options.normals.empty())) {
-        wrongUsage("--hide visuals leaves nothing for --labels, --labels-preview and --normals: they are those of what "
-                   "is visible of the links");
+    if (!options.aids.shapes && (options.drawsLabels() || !options.normals.empty() || options.pick)) {
+        wrongUsage("--hide visuals leaves nothing for --labels, --labels-preview, --normals and --pick: they are about "
+                   "what is visible of the links");
     }
     const bool isColorAlone = options.pictures() == std::vector<std::string>{options.output};
     if (!options.trajectory.empty() && !options.rangeMap.path.empty()) {
         wrongUsage("--range-map is for one pose and cannot be combined with --trajectory");
     }
+    if (!options.trajectory.empty() && options.pick) {
+        wrongUsage("--pick is for one pose and cannot be combined with --trajectory");
+    }
     checkSidecar(options);
     checkPatterns(options);
     if (!options.views.empty() &&
-        (!isColorAlone || !options.rangeMap.path.empty() || options.sidecar || options.view)) {
+        (!isColorAlone || !options.rangeMap.path.empty() || options.sidecar || options.view || options.pick)) {
         wrongUsage("--views is for the picture of -o: --depth, --depth-preview, --labels, --labels-preview, --normals, "
-                   "--range-map, --sidecar and --view have one camera");
+                   "--pick, --range-map, --sidecar and --view have one camera");
     }
     if (options.view && (options.intrinsics || !options.camera.empty())) {
         wrongUsage("--view has a camera of its own: --camera and --intrinsics are for pictures");
@@ -674,6 +699,9 @@ bool KrAppOptions::parse(int argc, const char* const* argv)
                        (near.empty() ? "" : "; did you mean " + near.front() + "?"));
         }
         background = color;
+    }
+    if (!words.pick.empty()) {
+        pick = readPixel(words.pick);
     }
     readImport(words, *this);
     readCamera(words, *this);

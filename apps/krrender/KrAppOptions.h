@@ -44,6 +44,7 @@ struct KrAppOptions
     std::string normals; ///< of the surfaces
     KrFrameCapture::NormalFrame normalFrame = KrFrameCapture::NormalFrame::Optical;
     KrAppRangeMap rangeMap;
+    std::optional<std::pair<unsigned int, unsigned int>> pick; ///< a pixel, from the upper left corner, to be told of
     std::string report;
     std::string convert;
     bool sidecar = false;    ///< a description beside each picture

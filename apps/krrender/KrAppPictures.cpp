@@ -6,6 +6,7 @@
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
 #include "KrAppOptions.h"
+#include "KrAppPick.h"
 #include "KrAppProgress.h"
 #include "KrAppRobot.h"
 #include "KrAppSidecar.h"
@@ -216,6 +217,20 @@ void KrAppPictures::write()
         writeEach("depths", [this](std::size_t i) { return drawDepth(i); });
         tellBlank(m_options.depth);
     }
+}
+
+std::string KrAppPictures::pick()
+{
+    const auto [x, y] = *m_options.pick;
+    const KrManipulatorSystemState& state = m_motion.state(0);
+    std::optional<KrFrameCapture::Pick> pick;
+    std::string reason;
+    demand(m_scene.pick(state, x, y, pick, reason), reason);
+    if (!pick) {
+        throw KrAppFailure(KrAppFailure::CouldNot,
+                           "--pick " + std::to_string(x) + "," + std::to_string(y) + ": no link is seen there");
+    }
+    return KrAppPick::line(KrAppPick::parts(*pick, m_robot.statedSystem(), state));
 }
 
 KrFrameDescription KrAppPictures::describe()

@@ -45,6 +45,9 @@ public:
 
     /// Throws KrAppFailure; files that are complete stay, and folders that were made for them.
     void write();
+    /// What the pixel of --pick shows, a line without its end (KrAppPick). Throws KrAppFailure (CouldNot), also where
+    /// there is no link.
+    std::string pick();
 
 private:
     /// What was drawn of a pose; the next one is drawn into another while it is written.

@@ -4,6 +4,7 @@
 #include "KrAppFailure.h"
 #include "KrAppInterrupt.h"
 #include "KrAppMessages.h"
+#include "KrAppPick.h"
 #include "KrAppRobot.h"
 
 #include <picture/KrLighting.h>
@@ -21,13 +22,21 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
 namespace
 {
 
-constexpr double kIdleSeconds = 1.0; // a signal that comes just before the wait is noticed after it
+constexpr double kIdleSeconds = 1.0;  // a signal that comes just before the wait is noticed after it
+constexpr double kTextSeconds = 10.0; // long enough to read a line of numbers
+constexpr float kClickPixels = 3.0f;  // that a hand moves the mouse while it clicks
+// Of the window's text, pixels.
+constexpr unsigned int kTextLeft = 12;
+constexpr unsigned int kTextTop = 36;
+
+using Clock = std::chrono::steady_clock;
 
 /// Which state is due: time that runs, or stands still.
 class Player
@@ -62,8 +71,6 @@ public:
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     /// Within one round.
     double time() const { return std::fmod(played(), m_schedule.back()); }
     double played() const
@@ -79,24 +86,38 @@ private:
 
 } // namespace
 
-/// The program's own keys; they come before those of the camera.
-class KrAppView::Keys : public osgGA::GUIEventHandler
+/// The program's own keys and clicks; they come before those of the camera.
+class KrAppView::Input : public osgGA::GUIEventHandler
 {
 public:
-    Keys(KrRenderWindow& window, Player& player)
+    Input(KrRenderWindow& window, Player& player)
         : m_window(window)
         , m_player(player)
     {
     }
 
+    /// A pixel from the window's upper left corner.
+    using Pixel = std::pair<unsigned int, unsigned int>;
+
     bool isDone() const { return m_isDone; }
+    /// What was clicked since the last call.
+    std::optional<Pixel> takeClick() { return std::exchange(m_click, std::nullopt); }
 
     using osgGA::GUIEventHandler::handle;
     bool handle(const osgGA::GUIEventAdapter& event, osgGA::GUIActionAdapter&) override
     {
-        if (event.getEventType() != osgGA::GUIEventAdapter::KEYDOWN) {
-            return false;
+        if (event.getEventType() == osgGA::GUIEventAdapter::KEYDOWN) {
+            return press(event);
         }
+        followMouse(event);
+        return false; // the camera has its share of every click
+    }
+
+private:
+    using Event = osgGA::GUIEventAdapter;
+
+    bool press(const Event& event)
+    {
         switch (event.getKey()) {
         case osgGA::GUIEventAdapter::KEY_Escape:
         case 'q':
@@ -126,7 +147,44 @@ public:
         }
     }
 
-private:
+    void followMouse(const Event& event)
+    {
+        const bool isLeft = event.getButton() == Event::LEFT_MOUSE_BUTTON;
+        const bool isFar = m_pressed && std::max(std::abs(event.getX() - m_pressed->x()),
+                                                 std::abs(event.getY() - m_pressed->y())) > kClickPixels;
+        switch (event.getEventType()) {
+        case Event::PUSH:
+            m_pressed = isLeft ? std::optional<osg::Vec2f>(osg::Vec2f(event.getX(), event.getY())) : std::nullopt;
+            break;
+        case Event::RELEASE:
+            if (isLeft && m_pressed && !isFar) {
+                m_click = pixelOf(event);
+            }
+            m_pressed.reset();
+            break;
+        case Event::DOUBLECLICK: // the camera goes there; what it is has been told with the first click
+            m_pressed.reset();
+            break;
+        case Event::DRAG:
+            // A way out and back again is no click.
+            m_pressed = isFar ? std::nullopt : m_pressed;
+            break;
+        default:
+            break;
+        }
+    }
+
+    Pixel pixelOf(const Event& event) const
+    {
+        const auto place = [](double fraction, unsigned int size) {
+            const long pixel = std::lround(fraction * (size - 1.0));
+            return static_cast<unsigned int>(std::clamp(pixel, 0l, static_cast<long>(size) - 1));
+        };
+        // Events count from -1 to 1 between the middles of the outer pixels, upwards.
+        return {place(0.5 * (1.0 + static_cast<double>(event.getXnormalized())), m_window.windowWidth()),
+                place(0.5 * (1.0 - static_cast<double>(event.getYnormalized())), m_window.windowHeight())};
+    }
+
     bool toggle(unsigned int mask)
     {
         m_window.setDisplayMask(mask, !m_window.displayMask(mask), false);
@@ -137,6 +195,8 @@ private:
     KrRenderWindow& m_window;
     Player& m_player;
     bool m_isDone = false;
+    std::optional<osg::Vec2f> m_pressed; ///< where the left button went down
+    std::optional<Pixel> m_click;
 };
 
 KrAppView::KrAppView(const std::string& title, unsigned int width, unsigned int height, unsigned int samples,
@@ -163,6 +223,7 @@ KrAppView::KrAppView(const std::string& title, unsigned int width, unsigned int 
 std::string KrAppView::bindings()
 {
     return std::string(KrOrbitInputHandler::bindings()) +
+           "left click                   what it is: link, joint, point, distance\n"
            "a  v  m  c                   axes, bounding volumes, mass ellipsoids, collision shapes\n"
            "s  w                         visible shapes, wire frame\n"
            "p, space with --trajectory   pause, go on\n"
@@ -170,7 +231,7 @@ std::string KrAppView::bindings()
 }
 
 void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, const KrAids& aids,
-                    KrMotion& motion, std::vector<double> schedule)
+                    KrMotion& motion, std::vector<double> schedule, bool tellsClicks)
 {
     // Every aid is made ready; which are seen is a matter of the mask.
     KrAids all = aids;
@@ -183,6 +244,10 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
         system.addChangedShape(shape);
     }
     m_window.setStatedSystem(system, parameters);
+    // Seen before the background, and before a robot as far as that differs from it.
+    const KrColor& background = parameters.renderParameters().backgroundColor();
+    const bool isBright = background.red() + background.green() + background.blue() > 1.5;
+    m_textColor = isBright ? KrColor(0.0, 0.0, 0.0) : KrColor(1.0, 1.0, 1.0);
     if (isOwnLighting) {
         m_window.setAmbientLight(KrLighting::ambientLight());
     }
@@ -196,15 +261,18 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
 
     const KrAppInterrupt interrupt;
     Player player(std::move(schedule));
-    const osg::ref_ptr<Keys> keys = new Keys(m_window, player);
+    const osg::ref_ptr<Input> own = new Input(m_window, player);
     // Before the camera's, so that the program's own keys come first.
-    m_window.getViewer()->addEventHandler(keys);
+    m_window.getViewer()->addEventHandler(own);
     m_window.setInputHandler(new KrOrbitInputHandler(&m_window));
     KrWindowInput input(m_window);
     // None yet: the first one is drawn whatever comes in.
     std::size_t shown = motion.size();
-    while (!keys->isDone() && !input.isCloseRequested() && !KrAppInterrupt::isRequested()) {
-        bool isDue = input.take();
+    bool isTextNew = false;
+    Clock::time_point textEnd;
+    while (!own->isDone() && !input.isCloseRequested() && !KrAppInterrupt::isRequested()) {
+        bool isDue = input.take() || isTextNew;
+        isTextNew = false;
         // A state that is shown already costs no frame.
         if (const std::size_t state = player.state(); state != shown) {
             poses.drive(motion.state(state));
@@ -213,13 +281,52 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
             shown = state;
             isDue = true;
         }
+        if (m_hasText && Clock::now() >= textEnd) {
+            showText({});
+            isDue = true;
+        }
         if (isDue && !m_window.renderScene(true)) {
             throw KrAppFailure(KrAppFailure::CouldNot, "the window cannot be drawn any more: " +
                                                            m_messages.lastReason("the driver gives no reason"));
         }
+        // Behind the frame: what was clicked is what it shows.
+        if (const std::optional<Input::Pixel> click = own->takeClick()) {
+            const std::vector<std::string> lines = pick(click->first, click->second, motion.state(shown));
+            if (tellsClicks && !lines.empty()) {
+                std::printf("%s\n", KrAppPick::line(lines).c_str());
+                std::fflush(stdout);
+            }
+            showText(lines);
+            textEnd =
+                Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(kTextSeconds));
+            isTextNew = true;
+        }
         // A window that is being closed waits for nothing.
-        if (!keys->isDone()) {
+        if (!own->isDone() && !isTextNew) {
             input.wait(player.secondsToNext());
         }
+    }
+}
+
+std::vector<std::string> KrAppView::pick(unsigned int x, unsigned int y, const KrManipulatorSystemState& state)
+{
+    std::optional<KrFrameCapture::Pick> pick;
+    if (!m_capture.pick(m_window, x, y, 1, pick)) {
+        // A driver that cannot: told where the user looks.
+        return {m_messages.lastReason("this cannot be told")};
+    }
+    return pick ? KrAppPick::parts(*pick, *m_window.statedSystem(), state) : std::vector<std::string>();
+}
+
+void KrAppView::showText(const std::vector<std::string>& lines)
+{
+    m_window.clearAllOverlayText();
+    m_hasText = !lines.empty();
+    std::string text;
+    for (const std::string& line : lines) {
+        text += line + "\n";
+    }
+    if (m_hasText) {
+        m_window.setOverlayText(text, kTextLeft, kTextTop, m_textColor);
     }
 }

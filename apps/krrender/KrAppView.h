@@ -1,11 +1,14 @@
 #pragma once
 
+#include <rendCore/capture/KrFrameCapture.h>
 #include <rendCore/system/KrRenderWindow.h>
+#include <toolkit/math/KrColor.h>
 
 #include <string>
 #include <vector>
 
 class KrAppMessages;
+class KrManipulatorSystemState;
 class KrMotion;
 struct KrAids;
 struct KrAppRobot;
@@ -28,15 +31,24 @@ public:
     /// @param isOwnLighting  the parameters' lights are this program's
     /// @param aids           that are seen at first
     /// @param schedule       KrMotion::schedule
+    /// @param tellsClicks    what is clicked is told on standard output, too (KrAppPick)
     void run(KrAppRobot& robot, KrVisualizationParameters& parameters, bool isOwnLighting, const KrAids& aids,
-             KrMotion& motion, std::vector<double> schedule);
+             KrMotion& motion, std::vector<double> schedule, bool tellsClicks);
 
     /// What mouse and keys do, one a line.
     static std::string bindings();
 
 private:
-    class Keys;
+    class Input;
+
+    /// What the pixel shows in `state`, as lines; none where there is no link.
+    std::vector<std::string> pick(unsigned int x, unsigned int y, const KrManipulatorSystemState& state);
+    /// Lets these lines stand in the window, in place of those before.
+    void showText(const std::vector<std::string>& lines);
 
     KrAppMessages& m_messages;
     KrRenderWindow m_window;
+    KrFrameCapture m_capture; ///< for what is clicked
+    bool m_hasText = false;
+    KrColor m_textColor;
 };

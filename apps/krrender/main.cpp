@@ -43,7 +43,8 @@ namespace
 void checkNames(const KrAppOptions& options, std::size_t number)
 {
     std::vector<std::string> outputs = KrAppPictures::files(options, number);
-    outputs.insert(outputs.end(), {options.rangeMap.path, options.report, options.convert, options.info ? "-" : ""});
+    outputs.insert(outputs.end(),
+                   {options.rangeMap.path, options.report, options.convert, options.info || options.pick ? "-" : ""});
     KrAppFiles::checkDistinct(outputs, {options.robot, options.state, options.trajectory, options.camera});
 }
 
@@ -157,7 +158,7 @@ void view(const KrAppOptions& options, KrAppRobot& robot, bool isOwnLighting, Kr
         std::fflush(stdout);
     }
     window.run(robot, robot.system.visualizationParameters(), isOwnLighting, options.aids, motion,
-               motion.schedule(options.framesPerSecond));
+               motion.schedule(options.framesPerSecond), !options.quiet && !options.isStandardOutputTaken());
 }
 
 /// Where KR_TOOLKITS leads to no shader files, fields would be black: the program's own are taken.
@@ -285,7 +286,7 @@ void run(KrAppOptions& options, KrAppMessages& messages)
     }
 
     const bool hasRangeMap = !options.rangeMap.path.empty();
-    if (options.drawsPictures() || options.view || hasRangeMap || !options.convert.empty()) {
+    if (options.drawsPictures() || options.pick || options.view || hasRangeMap || !options.convert.empty()) {
         // Aids before the view: they say what has to be in the picture.
         KrAppAids::complete(options.aids, robot, warnings);
         KrAppAids::tellOfNothing(options.aids, robot, warnings);
@@ -302,9 +303,13 @@ void run(KrAppOptions& options, KrAppMessages& messages)
             convert(robot, options.convert, messages);
         }
         poses.drive(motion.state(0));
-        if (options.drawsPictures()) {
-            KrAppPictures(options, robot, robot.system.visualizationParameters(), isOwnLighting, motion, messages)
-                .write();
+        if (options.drawsPictures() || options.pick) {
+            KrAppPictures pictures(options, robot, robot.system.visualizationParameters(), isOwnLighting, motion,
+                                   messages);
+            pictures.write();
+            if (options.pick) {
+                std::printf("%s\n", pictures.pick().c_str());
+            }
         }
         if (hasRangeMap) {
             options.rangeMap.write(robot.statedSystem(), robot.system.visualizationParameters().povParameters(),

@@ -14,11 +14,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <set>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 namespace
@@ -110,6 +113,32 @@ protected:
         event.xkey.keycode = XKeysymToKeycode(m_display, symbol);
         XSendEvent(m_display, m_window, False, NoEventMask, &event);
         XSync(m_display, False);
+    }
+    /// The left button of the mouse, held over these places one after the other.
+    void drag(const std::vector<std::pair<int, int>>& places, Time time) const
+    {
+        XEvent event = {};
+        event.xbutton.window = m_window;
+        event.xbutton.button = 1;
+        event.xbutton.time = time;
+        for (std::size_t i = 0; i <= places.size(); ++i) {
+            event.type = i == 0 ? ButtonPress : i < places.size() ? MotionNotify : ButtonRelease;
+            const auto [x, y] = places[std::min(i, places.size() - 1)];
+            (event.type == MotionNotify ? event.xmotion.x : event.xbutton.x) = x;
+            (event.type == MotionNotify ? event.xmotion.y : event.xbutton.y) = y;
+            XSendEvent(m_display, m_window, False, NoEventMask, &event);
+        }
+        XSync(m_display, False);
+    }
+    /// What the program prints, when it has as many lines as that; as it is after some seconds otherwise.
+    std::string told(std::ptrdiff_t numLines) const
+    {
+        std::string text;
+        for (int i = 0; i < 500 && std::count(text.begin(), text.end(), '\n') < numLines; ++i) {
+            usleep(10000);
+            text = contentOf(m_folder.path("out"));
+        }
+        return text;
     }
     /// Waits until the picture is as `condition` wants it; false when it does not come to that.
     template <typename Condition>
@@ -239,6 +268,37 @@ TEST_F(KrAppViewTest, PlaysByTheTimesOfATrajectory)
     usleep(600000);
     EXPECT_EQ(pixels(), third);
     EXPECT_LT(processorTime() - before, 0.05);
+    press(XK_q);
+    EXPECT_EQ(end(), 0);
+}
+
+TEST_F(KrAppViewTest, TellsWhatIsClickedAndNothingOfADrag)
+{
+    // From the front: the box of the base is 1 m across and fills the middle, the arm stands behind and above it.
+    ASSERT_NO_FATAL_FAILURE(start({"--eye", "0,-8,0", "--look-at", "0,0,0", "--fov", "30", "--joint", "j=0.5"}));
+    const std::vector<unsigned long> first = settled(200);
+    const std::string keys = contentOf(m_folder.path("out"));
+    const std::ptrdiff_t numKeys = std::count(keys.begin(), keys.end(), '\n');
+    EXPECT_NE(keys.find("left click"), std::string::npos);
+    // Out and back again: the camera's.
+    drag({{160, 120}, {190, 120}, {160, 120}}, 1000);
+    press(XK_h);
+    settled(200);
+    drag({{160, 120}, {162, 121}, {160, 120}}, 5000);
+    const std::string base = told(numKeys + 1).substr(keys.size());
+    EXPECT_EQ(base.rfind("base: world (0.0", 0), 0u) << base;
+    EXPECT_NE(base.find(", -0.5000, "), std::string::npos) << base;
+    EXPECT_NE(base.find("; distance 7.5"), std::string::npos) << base;
+    // The same is in the window, until something else is clicked.
+    EXPECT_TRUE(comesTo([&](const std::vector<unsigned long>& now) { return now != first; }));
+    drag({{4, 236}}, 9000);
+    EXPECT_TRUE(comesTo([&](const std::vector<unsigned long>& now) { return now == first; }));
+    // 0.8 m to the right of the base and 1 m up the turned arm, (0, -sin 0.5, cos 0.5).
+    const double pixel = 120.0 / (std::tan(0.2618) * (8.0 - std::sin(0.5)));
+    drag({{160 + std::lround(0.8 * pixel), 120 - std::lround(std::cos(0.5) * pixel)}}, 13000);
+    const std::string arm = told(numKeys + 2).substr(keys.size() + base.size());
+    EXPECT_EQ(arm.rfind("arm: j = 0.5 rad (28.65 deg); world (0.", 0), 0u) << arm;
+    EXPECT_NE(arm.find("; link ("), std::string::npos) << arm;
     press(XK_q);
     EXPECT_EQ(end(), 0);
 }

@@ -185,6 +185,32 @@ TEST_F(KrRenderLabels, AidsAreInColoursAndDepthsButHaveNoLabels)
         << answer.err;
 }
 
+TEST_F(KrRenderLabels, APixelIsToldInOneLine)
+{
+    // A pixel's middle lies (20.5 - 40) and (30 - 15.5) pixels from the middle of the picture; 5 m are its depth.
+    const double pixel = 2.0 * std::tan(0.5 * 17.2 * 3.14159265358979 / 180.0) / 60.0;
+    const double y = 5.0 * (20.5 - 40.0) * pixel;
+    const double z = 5.0 * (30.0 - 15.5) * pixel;
+    char expected[200];
+    // Pushed away by 0.1 m, so that the same ray meets it farther off.
+    std::snprintf(expected, sizeof expected,
+                  "near: push = -0.1 m; world (0.9000, %.4f, %.4f) m; link (1.0000, %.4f, %.4f) m; distance %.4f m\n",
+                  1.02 * y, 1.02 * z, 1.02 * y, 1.02 * z, std::hypot(5.1, 1.02 * y, 1.02 * z));
+    Answer answer = krrender("--pick 20,15 -j push=-0.1");
+    EXPECT_EQ(answer.status, 0) << answer.err;
+    EXPECT_EQ(answer.out, expected);
+    answer = krrender("--pick 20,45 --quiet -o c.png");
+    EXPECT_EQ(answer.out.rfind("base: world (0.0000, -", 0), 0u) << answer.out;
+    EXPECT_TRUE(std::filesystem::exists(m_folder.path("c.png")));
+
+    for (const char* words : {"--pick 60,45", "--pick 80,0"}) {
+        answer = krrender(words);
+        EXPECT_EQ(answer.status, 1) << words;
+        EXPECT_EQ(answer.out, "");
+        EXPECT_EQ(answer.numErrorLines(), 1u) << answer.err;
+    }
+}
+
 TEST_F(KrRenderLabels, WrongWordsAreToldAndNothingIsWritten)
 {
     std::string many = R"(<robot name="many"><link name="base">)";
@@ -193,12 +219,27 @@ TEST_F(KrRenderLabels, WrongWordsAreToldAndNothingIsWritten)
     }
     m_folder.write("many.urdf", many + "</link></robot>");
     const std::set<std::string> before = m_folder.names();
-    for (const char* words :
-         {"--labels l.jpg", "--labels l", "--labels-preview l.npy", "--labels-preview l.jpg", "--normals n.pfm",
-          "--label-level shape -o a.png", "--labels l.png --label-level joint", "--normal-frame world --labels l.png",
-          "--normals n.npy --normal-frame optical", "--labels l.png -o a.png --views front,top",
-          "--labels l.png --hide visuals --show collision", "--labels l.png --normals l.png", "--labels %d.png",
-          "--labels - --normals -", "--labels l.png --trajectory target.urdf -o m.mp4 --sidecar"}) {
+    for (const char* words : {"--labels l.jpg",
+                              "--labels l",
+                              "--labels-preview l.npy",
+                              "--labels-preview l.jpg",
+                              "--normals n.pfm",
+                              "--label-level shape -o a.png",
+                              "--labels l.png --label-level joint",
+                              "--normal-frame world --labels l.png",
+                              "--normals n.npy --normal-frame optical",
+                              "--labels l.png -o a.png --views front,top",
+                              "--labels l.png --hide visuals --show collision",
+                              "--labels l.png --normals l.png",
+                              "--labels %d.png",
+                              "--labels - --normals -",
+                              "--pick 1",
+                              "--pick 1,2,3",
+                              "--pick -1,2",
+                              "--pick 1,2x",
+                              "--pick 1,2 -o -",
+                              "--pick 1,2 --trajectory target.urdf -o %d.png",
+                              "--labels l.png --trajectory target.urdf -o m.mp4 --sidecar"}) {
         const Answer answer = krrender(words);
         EXPECT_EQ(answer.status, 2) << words << ": " << answer.err;
         EXPECT_EQ(answer.numErrorLines(), 1u) << answer.err;
