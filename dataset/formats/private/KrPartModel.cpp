@@ -1,5 +1,6 @@
 #include <dataset/formats/private/KrPartModel.h>
 
+#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
 #include <toolkit/foundation/private/KrFileReplacement.h>
@@ -53,6 +54,23 @@ const KrIndividualManipulator& manipulatorOf(const KrDatasetInfo& info, const Kr
     return info.system->manipulatorSystem().manipulators()[part.manipulatorIndex];
 }
 
+/// The surface in the DH frame; null where there is none.
+boost::shared_ptr<const KrTriPhysicalExtent> surfaceOf(const KrBasePhysicalExtent& extent)
+{
+    const auto* const bending = dynamic_cast<const KrDeformationPhysicalExtent*>(&extent);
+    if (bending == nullptr) {
+        return extent.triExtent();
+    }
+    // As it is now it may still be bent by the state that was drawn last.
+    KrDeformationPhysicalExtent rest(*bending);
+    for (unsigned int i = 0; i < rest.numPoses(); ++i) {
+        if (!rest.pose(i).joint().empty()) {
+            rest.setWeight(i, 0.0);
+        }
+    }
+    return rest.triExtent();
+}
+
 /// The shortest text that reads back as the same value, whatever the locale.
 void append(std::string& text, float value, char end)
 {
@@ -80,7 +98,7 @@ KrPartModel::KrPartModel(const KrDatasetInfo& info, const KrDatasetPart& part)
         const KrShape* const shape = link->shape(i);
         const bool isWanted =
             shape != nullptr && shape->physicalExtent() != nullptr && (!isOne || i == part.shapeIndex);
-        const auto surface = isWanted ? shape->physicalExtent()->triExtent() : nullptr;
+        const auto surface = isWanted ? surfaceOf(*shape->physicalExtent()) : nullptr;
         if (surface) {
             // Shapes stand in the DH frame.
             add(*surface->transformed(part.linkIndex == 0 ? manipulator.baseDhFrame()

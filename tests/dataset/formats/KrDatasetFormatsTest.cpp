@@ -1,7 +1,9 @@
 #include <dataset/KrDatasetFormat.h>
+#include <dataset/formats/private/KrPartModel.h>
 #include <dataset/formats/private/KrRunLengths.h>
 #include <tests/dataset/formats/SampleScene.h>
 #include <tests/support/Program.h>
+#include <toolkit/deformation/KrDeformationPhysicalExtent.h>
 
 #include <gtest/gtest.h>
 
@@ -159,6 +161,32 @@ TEST(KrDatasetFormats, AnnotationsOfABrokenShardAreNotTakenOver)
     std::string reason;
     EXPECT_FALSE(KrDatasetFormat::find("coco")->writeSet(scene.info, folder.path("set"), reason));
     EXPECT_NE(reason.find("there is no such file"), std::string::npos) << reason;
+}
+
+TEST(KrPartModel, WhatBendsIsAtRestWhateverWasDrawnLast)
+{
+    const auto hose = boost::make_shared<KrDeformationPhysicalExtent>();
+    hose->setMesh(*Systems::box(KrVector(1.0, 1.0, 1.0), KrVector(0.0, 0.0, 0.0))->triExtent());
+    std::vector<KrVector> twice = hose->vertices();
+    for (KrVector& vertex : twice) {
+        vertex *= 2.0;
+    }
+    ASSERT_TRUE(hose->setPose("bent", twice) && hose->setPoseJoint(0, "arm", 1.0));
+    KrIndividualManipulator robot("robot");
+    robot.addShape(hose);
+    KrManipulatorSystem manipulators;
+    manipulators.manipulators().push_back(robot);
+    const KrStatedSystem system(manipulators);
+    KrDatasetInfo info;
+    info.system = &system;
+    info.parts = {{1, 1, "robot/base", "robot", "base", 0, 0, 0}};
+    const auto size = [&] { return KrPartModel(info, info.parts[0]).size()[0]; };
+    EXPECT_EQ(size(), 1000.0);
+    ASSERT_TRUE(hose->setWeight(0, 1.0));
+    EXPECT_EQ(size(), 1000.0);
+    // Without a joint it is part of the shape.
+    ASSERT_TRUE(hose->setPoseJoint(0, "", 0.0));
+    EXPECT_EQ(size(), 2000.0);
 }
 
 TEST(KrRunLengths, GoesDownTheColumnsAndBeginsWithZeros)
