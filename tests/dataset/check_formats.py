@@ -193,6 +193,8 @@ def check_bop(folder, truth):
         # Single precision rounds, too.
         quantum = sample.depth_quantum * 1.0001 + 1e-6
         require(np.abs(sample.depth[seen] - true.depth[seen]).max(initial=0.0) <= quantum, "depths of %d", number)
+        require(sample.depth_quantum <= max(5e-5, 5.0 * true.depth[seen].max(initial=0.0) / 65535),
+                "depths of %d are coarser than they need be", number)
         require(np.allclose(sample.K, true.K, atol=1e-9), "lens of %d", number)
         require_close(sample.world_to_camera, true.world_to_camera, "view of %d", number)
         covered = [known for known in true.objects if known.mask.any()]

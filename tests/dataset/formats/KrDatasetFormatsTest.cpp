@@ -139,6 +139,23 @@ TEST(KrDatasetFormats, AFullDiskIsTold)
     }
 }
 
+TEST(KrDatasetFormats, WhatBelongsToTheSetIsWholeOrAsItWas)
+{
+    const SampleScene scene;
+    for (const std::string format : {"bop", "coco"}) {
+        const Folder folder;
+        ASSERT_EQ(scene.write(format, folder.path("set")), "");
+        const auto before = filesIn(folder.path("set"));
+        for (const rlim_t bytes : {10, 200, 1000}) {
+            const SmallDisk disk(bytes);
+            std::string reason;
+            EXPECT_FALSE(KrDatasetFormat::find(format)->writeSet(scene.info, folder.path("set"), reason));
+            EXPECT_NE(reason.find("File too large"), std::string::npos) << format << ": " << reason;
+        }
+        EXPECT_TRUE(filesIn(folder.path("set")) == before) << format;
+    }
+}
+
 TEST(KrDatasetFormats, AnnotationsOfABrokenShardAreNotTakenOver)
 {
     const SampleScene scene;

@@ -15,7 +15,8 @@
 /// A data set whose every pixel is known without a renderer: rays against boxes.
 ///
 /// Two crates of one class, each a base and an arm. The arm's box is turned in its link by a DH frame and shifted by a
-/// placement; the second crate's base stands before part of the first one, and something is cut off by the picture.
+/// placement; the right camera is so far away that tenths of a millimetre do not fit into 16 bits; the second crate's
+/// base stands before part of the first one, and something is cut off by the picture.
 class SampleScene
 {
 public:
@@ -55,7 +56,7 @@ public:
         out.height = kHeight;
         const KrCameraIntrinsics lens{kWidth, kHeight, 44.0, 41.0, 29.25, 15.5};
         const osg::Matrixd worldToOptical = osg::Matrixd::rotate(0.1 + 0.2 * out.camera, osg::Vec3d(0.2, 1.0, 0.3)) *
-                                            osg::Matrixd::translate(0.1, -0.05, 3.0);
+                                            osg::Matrixd::translate(0.1, -0.05, 3.0 + 4.0 * out.camera);
         out.description.width = kWidth;
         out.description.height = kHeight;
         out.description.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
