@@ -570,7 +570,9 @@ void KrAppPictures::addSurfaces(std::vector<Writing>& steps, std::size_t i, cons
                 [=, &frame](const std::string& path) { KrAppDepth::write(frame.depths, width, height, path, m_png); });
     }
     KrFrameDescription legend = description;
-    legend.setLabels(m_labels);
+    if (m_options.sidecar) {
+        legend.setLabels(m_labels);
+    }
     addStep(steps, i, m_options.labels, legend, {"labels", "1", 1}, [=, &frame](const std::string& path) {
         KrAppLabels::writeLabels(frame.labels, width, height, path, m_kept);
     });
