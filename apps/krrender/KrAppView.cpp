@@ -29,19 +29,19 @@
 namespace
 {
 
-constexpr double kIdleSeconds = 1.0;  // a signal that comes just before the wait is noticed after it
-constexpr double kTextSeconds = 10.0; // long enough to read a line of numbers
-constexpr float kClickPixels = 3.0f;  // that a hand moves the mouse while it clicks
+constexpr double kIdleSeconds = 1.0;          // a signal that comes just before the wait is noticed after it
+constexpr std::chrono::seconds kTextTime(10); // long enough to read some numbers
+constexpr float kClickPixels = 3.0f;          // that a hand moves the mouse while it clicks
 // Of the window's text, pixels.
 constexpr unsigned int kTextLeft = 12;
 constexpr unsigned int kTextTop = 36;
-
-using Clock = std::chrono::steady_clock;
 
 /// Which state is due: time that runs, or stands still.
 class Player
 {
 public:
+    using Clock = std::chrono::steady_clock;
+
     /// @param schedule  when each state is due, s; last, when it begins anew
     explicit Player(std::vector<double> schedule)
         : m_schedule(std::move(schedule))
@@ -268,11 +268,9 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     KrWindowInput input(m_window);
     // None yet: the first one is drawn whatever comes in.
     std::size_t shown = motion.size();
-    bool isTextNew = false;
-    Clock::time_point textEnd;
+    bool isAnswered = false;
     while (!own->isDone() && !input.isCloseRequested() && !KrAppInterrupt::isRequested()) {
-        bool isDue = input.take() || isTextNew;
-        isTextNew = false;
+        bool isDue = input.take() || endText() || isAnswered;
         // A state that is shown already costs no frame.
         if (const std::size_t state = player.state(); state != shown) {
             poses.drive(motion.state(state));
@@ -281,31 +279,33 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
             shown = state;
             isDue = true;
         }
-        if (m_hasText && Clock::now() >= textEnd) {
-            showText({});
-            isDue = true;
-        }
         if (isDue && !m_window.renderScene(true)) {
             throw KrAppFailure(KrAppFailure::CouldNot, "the window cannot be drawn any more: " +
                                                            m_messages.lastReason("the driver gives no reason"));
         }
         // Behind the frame: what was clicked is what it shows.
-        if (const std::optional<Input::Pixel> click = own->takeClick()) {
-            const std::vector<std::string> lines = pick(click->first, click->second, motion.state(shown));
-            if (tellsClicks && !lines.empty()) {
-                std::printf("%s\n", KrAppPick::line(lines).c_str());
-                std::fflush(stdout);
-            }
-            showText(lines);
-            textEnd =
-                Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(kTextSeconds));
-            isTextNew = true;
-        }
+        isAnswered = answerClick(*own, motion.state(shown), tellsClicks);
         // A window that is being closed waits for nothing.
-        if (!own->isDone() && !isTextNew) {
+        if (!own->isDone() && !isAnswered) {
             input.wait(player.secondsToNext());
         }
     }
+}
+
+bool KrAppView::answerClick(Input& input, const KrManipulatorSystemState& state, bool isTold)
+{
+    const std::optional<Input::Pixel> click = input.takeClick();
+    if (!click) {
+        return false;
+    }
+    const std::vector<std::string> lines = pick(click->first, click->second, state);
+    if (isTold && !lines.empty()) {
+        std::printf("%s\n", KrAppPick::line(lines).c_str());
+        // Somebody looks at it now, or a program behind a pipe.
+        std::fflush(stdout);
+    }
+    showText(lines);
+    return true;
 }
 
 std::vector<std::string> KrAppView::pick(unsigned int x, unsigned int y, const KrManipulatorSystemState& state)
@@ -321,12 +321,23 @@ std::vector<std::string> KrAppView::pick(unsigned int x, unsigned int y, const K
 void KrAppView::showText(const std::vector<std::string>& lines)
 {
     m_window.clearAllOverlayText();
-    m_hasText = !lines.empty();
+    m_textEnd.reset();
+    if (lines.empty()) {
+        return;
+    }
     std::string text;
     for (const std::string& line : lines) {
         text += line + "\n";
     }
-    if (m_hasText) {
-        m_window.setOverlayText(text, kTextLeft, kTextTop, m_textColor);
+    m_window.setOverlayText(text, kTextLeft, kTextTop, m_textColor);
+    m_textEnd = Clock::now() + kTextTime;
+}
+
+bool KrAppView::endText()
+{
+    const bool isOver = m_textEnd && Clock::now() >= *m_textEnd;
+    if (isOver) {
+        showText({});
     }
+    return isOver;
 }

@@ -4,6 +4,8 @@
 #include <rendCore/system/KrRenderWindow.h>
 #include <toolkit/math/KrColor.h>
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,14 +43,22 @@ public:
 private:
     class Input;
 
+    /// Tells what was clicked in the frame that was drawn last, of `state`.
+    /// @param isTold  on standard output, too
+    /// @return whether anything was clicked: a frame is due then
+    bool answerClick(Input& input, const KrManipulatorSystemState& state, bool isTold);
     /// What the pixel shows in `state`, as lines; none where there is no link.
     std::vector<std::string> pick(unsigned int x, unsigned int y, const KrManipulatorSystemState& state);
     /// Lets these lines stand in the window, in place of those before.
     void showText(const std::vector<std::string>& lines);
+    /// Takes them away when their time is over; true when they went, so that a frame is due.
+    bool endText();
+
+    using Clock = std::chrono::steady_clock;
 
     KrAppMessages& m_messages;
     KrRenderWindow m_window;
-    KrFrameCapture m_capture; ///< for what is clicked
-    bool m_hasText = false;
+    KrFrameCapture m_capture;                   ///< for what is clicked
+    std::optional<Clock::time_point> m_textEnd; ///< none where there is no text
     KrColor m_textColor;
 };
