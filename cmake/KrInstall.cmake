@@ -49,6 +49,7 @@ endif()
 install(FILES rendCore/plume/krPlumeShader.vert rendCore/plume/krPlumeShader.frag
     DESTINATION ${kr_data_dir}/software/render/src/rendCore)
 install(DIRECTORY samples DESTINATION ${kr_data_dir})
+install(FILES dataset/krDatasetRecipe.schema.json DESTINATION ${kr_data_dir})
 # The docs link to each of these.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -147,7 +147,7 @@ void KrAppDataset::addOptions(CLI::App& app, KrAppDataset& options, Words& words
     app.footer("Examples:\n"
                "  krrender dataset arm.json --out arms\n"
                "  krrender dataset arm.json --out arms --shard 0/2 & krrender dataset arm.json --out arms --shard 1/2\n"
-               "  krrender dataset arm.json --out arms --shard $SLURM_ARRAY_TASK_ID/$SLURM_ARRAY_TASK_COUNT\n"
+               "  krrender dataset arm.json --out arms --shard $SLURM_ARRAY_TASK_ID/100\n"
                "  krrender dataset arm.json --out arms --verify --merge\n"
                "Called again, it makes what is missing; every sample has the same bytes, whoever makes it and when.\n"
                "Exit status: 0 done, 1 could not be done, or --verify has found a fault, 2 wrong usage.");

@@ -115,6 +115,35 @@ std::string sections(const std::string& footer)
     return text + (isExample ? ".EE\n" : "");
 }
 
+/// What is typed behind a program's or a command's name.
+std::string optionsText(const CLI::App& app)
+{
+    std::string text;
+    for (const CLI::Option* option : app.get_options([](const CLI::Option* each) { return each->get_positional(); })) {
+        text += ".TP\n\\fI" + escaped(option->get_name(true)) + "\\fR\n" + escaped(option->get_description()) + "\n";
+    }
+    for (const std::string& group : groupsOf(app)) {
+        text += ".SS " + group + "\n";
+        for (const CLI::Option* option : optionsOf(app)) {
+            if (option->get_group() == group) {
+                text += ".TP\n" + heading(*option) + "\n" + escaped(option->get_description()) + "\n";
+            }
+        }
+    }
+    return text;
+}
+
+/// Of a footer the indented lines alone: the sections are the program's.
+std::string examples(const std::string& footer)
+{
+    std::string text = ".PP\nExamples:\n.EX\n";
+    std::istringstream lines(footer);
+    for (std::string line; std::getline(lines, line);) {
+        text += line.compare(0, 2, "  ") == 0 ? escaped(line.substr(2)) + "\n" : "";
+    }
+    return text + ".EE\n";
+}
+
 /// The values that a type's name tells; empty where it tells none.
 std::vector<std::string> wordsOf(const std::string& type)
 {
@@ -155,6 +184,27 @@ std::string completionOf(const CLI::Option& option)
     return std::string(kind) + " \"" + list + "\" \"$cur\"";
 }
 
+/// Completes values behind options, then options, then files.
+std::string completionOf(const CLI::App& app)
+{
+    std::string text = "    case \"$option\" in\n";
+    // Offered where a word begins with a dash.
+    std::string all;
+    for (const CLI::Option* option : optionsOf(app)) {
+        std::string pattern;
+        for (const std::string& name : names(*option)) {
+            pattern += (pattern.empty() ? "" : " | ") + name;
+            all += (all.empty() ? "" : " ") + name;
+        }
+        // One whose value may be left out is followed by whatever follows.
+        if (takesValue(*option) && option->get_expected_min() > 0) {
+            text += "    " + pattern + ")\n        " + completionOf(*option) + "\n        return\n        ;;\n";
+        }
+    }
+    return text + "    esac\n    if [[ \"$cur\" == -* ]]; then\n        _krrender_words \"" + all +
+           "\" \"$cur\"\n    else\n        _krrender_paths -f \"$cur\"\n    fi\n";
+}
+
 constexpr const char* kCompletionHead = R"(# Completion for bash. Made from the program's options.
 
 _krrender_words()
@@ -187,12 +237,11 @@ _krrender()
         option="${COMP_WORDS[COMP_CWORD - 2]}"
     fi
     COMPREPLY=()
-    case "$option" in
 )";
 
 } // namespace
 
-std::string KrAppManual::page(const CLI::App& app)
+std::string KrAppManual::page(const CLI::App& app, const std::vector<const CLI::App*>& commands)
 {
     // Indexes of pages show the description as a clause: a small letter, and no full stop.
     std::string what = app.get_description();
@@ -210,37 +259,29 @@ std::string KrAppManual::page(const CLI::App& app)
     std::string text = ".TH " + upperCase(app.get_name()) + " 1 \"\" \"" + app.version() + "\" \"User Commands\"\n" +
                        ".SH NAME\n" + app.get_name() + " \\- " + escaped(what) + "\n" + ".SH SYNOPSIS\n\\fB" +
                        app.get_name() + "\\fR [\\fIOPTION\\fR]..." + robot + "\n.SH OPTIONS\n";
-    for (const CLI::Option* option : app.get_options([](const CLI::Option* each) { return each->get_positional(); })) {
-        text += ".TP\n\\fI" + escaped(option->get_name(true)) + "\\fR\n" + escaped(option->get_description()) + "\n";
-    }
-    for (const std::string& group : groupsOf(app)) {
-        text += ".SS " + group + "\n";
-        for (const CLI::Option* option : optionsOf(app)) {
-            if (option->get_group() == group) {
-                text += ".TP\n" + heading(*option) + "\n" + escaped(option->get_description()) + "\n";
-            }
-        }
+    text += optionsText(app);
+    for (const CLI::App* command : commands) {
+        text += ".SH " + upperCase(command->get_name()) + "\n" + escaped(command->get_description()) + "\n" +
+                optionsText(*command) + examples(command->get_footer());
     }
     return text + sections(app.get_footer());
 }
 
-std::string KrAppManual::bashCompletion(const CLI::App& app)
+std::string KrAppManual::bashCompletion(const CLI::App& app, const std::vector<const CLI::App*>& commands)
 {
     std::string text = kCompletionHead;
-    // Offered where a word begins with a dash.
-    std::string all;
-    for (const CLI::Option* option : optionsOf(app)) {
-        std::string pattern;
-        for (const std::string& name : names(*option)) {
-            pattern += (pattern.empty() ? "" : " | ") + name;
-            all += (all.empty() ? "" : " ") + name;
-        }
-        // One whose value may be left out is followed by whatever follows.
-        if (takesValue(*option) && option->get_expected_min() > 0) {
-            text += "    " + pattern + ")\n        " + completionOf(*option) + "\n        return\n        ;;\n";
-        }
+    std::string names;
+    for (const CLI::App* command : commands) {
+        // "krrender dataset": the last word is what is typed.
+        const std::string name = command->get_name().substr(command->get_name().rfind(' ') + 1);
+        names += (names.empty() ? "" : " ") + name;
+        text += "    if [ \"$COMP_CWORD\" -gt 1 ] && [ \"${COMP_WORDS[1]}\" = " + name + " ]; then\n" +
+                completionOf(*command) + "        return\n    fi\n";
     }
-    return text + "    esac\n    if [[ \"$cur\" == -* ]]; then\n        _krrender_words \"" + all +
-           "\" \"$cur\"\n    else\n        _krrender_paths -f \"$cur\"\n    fi\n}\n\ncomplete -F _krrender " +
-           app.get_name() + "\n";
+    text += completionOf(app);
+    // A command stands first or not at all.
+    return text +
+           "    if [ \"$COMP_CWORD\" = 1 ] && [[ \"$cur\" != -* ]]; then\n        mapfile -t -O ${#COMPREPLY[@]} "
+           "COMPREPLY < <(compgen -W \"" +
+           names + "\" -- \"$cur\")\n    fi\n}\n\ncomplete -F _krrender " + app.get_name() + "\n";
 }
