@@ -1,3 +1,4 @@
+#!/usr/bin/python3
 """What takes minutes, by hand or from `.ci/run long`:  endurance.py [RENDERERS [WORKERS [FRAMES]]]
 
 Opens and closes renderers and watches the memory; then has spawned workers draw the same frames in orders of their own and
