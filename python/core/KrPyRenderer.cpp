@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -178,19 +177,17 @@ KrFrameDescription KrPyRenderer::draw(const KrPyPose& pose, const KrPyCamera& ca
     return frame;
 }
 
-double KrPyRenderer::secondsOfDrawing(const KrPyPose& pose, const KrFrameCapture::Options& options,
-                                      const KrFrameCapture::Targets& targets, unsigned int count)
+void KrPyRenderer::drawAgain(const KrPyPose& pose, const KrFrameCapture::Options& options,
+                             const KrFrameCapture::Targets& targets, unsigned int count)
 {
     demandOpen();
     m_state = &m_poser.state(pose);
     std::string reason;
-    const auto start = std::chrono::steady_clock::now();
     for (unsigned int i = 0; i < count; ++i) {
         if (!m_scene->draw(*m_state, options, targets, reason)) {
             fail(reason);
         }
     }
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 std::optional<KrFrameCapture::Pick> KrPyRenderer::pick(unsigned int x, unsigned int y)

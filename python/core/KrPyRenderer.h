@@ -48,9 +48,9 @@ public:
     /// Draws one frame into the memory of `targets`, and tells what it shows.
     KrFrameDescription draw(const KrPyPose& pose, const KrPyCamera& camera, const KrFrameCapture::Options& options,
                             const KrFrameCapture::Targets& targets);
-    /// Time that the library takes for `count` such frames, s: what Python adds to it is measured by that.
-    double secondsOfDrawing(const KrPyPose& pose, const KrFrameCapture::Options& options,
-                            const KrFrameCapture::Targets& targets, unsigned int count);
+    /// Calls the library `count` times and nothing else: what Python adds to a frame is measured by that.
+    void drawAgain(const KrPyPose& pose, const KrFrameCapture::Options& options, const KrFrameCapture::Targets& targets,
+                   unsigned int count);
     /// The nearest surface behind a pixel of the latest frame; none where there is nothing.
     std::optional<KrFrameCapture::Pick> pick(unsigned int x, unsigned int y);
     /// Every part of the latest frame drawn alone.

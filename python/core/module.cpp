@@ -319,15 +319,12 @@ KrFrameDescription draw(KrPyRenderer& renderer, const Indices& joints, const Num
     return frame;
 }
 
-/// For benchmarks: s that `count` frames take without Python.
-double secondsOfDrawing(KrPyRenderer& renderer, const KrFrameCapture::Options& options, const py::object& color,
-                        const py::object& depth, const py::object& labels, const py::object& normals,
-                        unsigned int count)
+/// For benchmarks: `count` frames by the library alone.
+void drawAgain(KrPyRenderer& renderer, const KrFrameCapture::Options& options, const py::object& color,
+               const py::object& depth, const py::object& labels, const py::object& normals, unsigned int count)
 {
     const KrFrameCapture::Targets targets = targetsOf(renderer, color, depth, labels, normals);
-    double seconds = 0.0;
-    krPyRun([&] { seconds = renderer.secondsOfDrawing(KrPyPose(), options, targets, count); });
-    return seconds;
+    krPyRun([&] { renderer.drawAgain(KrPyPose(), options, targets, count); });
 }
 
 /// Refuses what `draw` would refuse of an array for all frames.
@@ -485,8 +482,8 @@ PYBIND11_MODULE(_core, module)
              py::arg("level_of_detail"))
         .def("draw", draw, py::arg("joints"), py::arg("positions"), py::arg("bases"), py::arg("camera"),
              py::arg("options"), py::arg("color"), py::arg("depth"), py::arg("labels"), py::arg("normals"))
-        .def("seconds_of_drawing", secondsOfDrawing, py::arg("options"), py::arg("color"), py::arg("depth"),
-             py::arg("labels"), py::arg("normals"), py::arg("count"))
+        .def("draw_again", drawAgain, py::arg("options"), py::arg("color"), py::arg("depth"), py::arg("labels"),
+             py::arg("normals"), py::arg("count"))
         .def("pick", pick, py::arg("x"), py::arg("y"))
         .def("amodal", amodal, py::arg("level"))
         .def("close", [](KrPyRenderer& renderer) { krPyRun([&] { renderer.close(); }); });

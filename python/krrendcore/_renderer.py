@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import operator
 import weakref
 from dataclasses import dataclass
 from types import TracebackType
@@ -107,6 +108,7 @@ class Renderer:
         :raises RenderError: there is no OpenGL context to draw with
         """
         self._system = scene if isinstance(scene, System) else Scene(scene)
+        width, height = operator.index(width), operator.index(height)
         if width < 1 or height < 1:
             raise ValueError(f"a picture of {width} x {height} pixels has none")
         if samples not in (1, 4, 9, 16):
@@ -198,6 +200,7 @@ class Renderer:
         :param poses: base link frames to the world, 4 x 4, by the robot's name; the others are where the scene has them
         :param camera: instead of the renderer's
         :param color: whether colours are wanted; they are, unless ``out`` says what is
+        :param depth: whether depths are wanted; ``labels`` and ``normals`` likewise, see :class:`Frame`
         :param out: arrays to write into by kind ("color", "depth", ...), which are then drawn, too. Each must be of the
             image's very shape and type, C-contiguous and writable
         :raises ValueError: an array of ``out`` is not; nothing is drawn then
@@ -255,6 +258,7 @@ class Renderer:
         :param x: column, from the left
         :param y: row, from the top
         """
+        x, y = operator.index(x), operator.index(y)
         if not (0 <= x < self.width and 0 <= y < self.height):
             raise ValueError(f"pixel ({x}, {y}) is not in the picture of {self.width} x {self.height}")
         found = self._core.pick(x, y)

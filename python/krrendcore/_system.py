@@ -215,10 +215,10 @@ def load(
     :raises MissingFileError: there is no such file
     :raises FormatError: it holds nothing that can be drawn
     """
-    name = os.fspath(path)
+    name = os.fsdecode(path)
     if "\0" in name:
         raise ValueError("a path holds no null character")
-    return _load(name, tuple(os.fspath(folder) for folder in package_paths), use_cache)
+    return _load(name, tuple(os.fsdecode(folder) for folder in package_paths), use_cache)
 
 
 def pose(

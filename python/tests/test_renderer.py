@@ -228,9 +228,9 @@ class TestFrame(support.Test):
         ):
             with self.subTest(options=options), self.assertRaisesRegex(error, text):
                 self.renderer(**options)
-        for size in ((0, 10), (10, -1), (10**6, 10**6)):
-            with self.assertRaises((ValueError, kr.RenderError)):
-                kr.Renderer(self.robot(), *size)
+        for size, error in (((0, 10), ValueError), ((10, -1), ValueError), ((10**6, 10**6), kr.RenderError), ((64.0, 48), TypeError)):
+            with self.subTest(size=size), self.assertRaises(error):
+                kr.Renderer(self.robot(), *size)  # type: ignore[arg-type]
 
     def test_cameras(self) -> None:
         robot = self.robot()
