@@ -386,13 +386,22 @@ bool KrDatasetScene::drawShot(std::uint64_t number, unsigned int attempt, KrData
     targets.depth = kinds.depth ? sample.depth.data() : nullptr;
     targets.labels = hasLabels ? sample.labels.data() : nullptr;
     targets.normals = kinds.normals ? sample.normals.data() : nullptr;
-    const double posed = KrDatasetClock::now();
-    m_times.posing += posed - start;
-    const bool isDrawn = scene.draw(shot.state, options, targets, reason);
-    m_times.drawing += KrDatasetClock::now() - posed;
+    m_times.posing += KrDatasetClock::now() - start;
+    const bool isDrawn = drawTimed([&] { return scene.draw(shot.state, options, targets, reason); });
     if (isDrawn) {
         describeFrame(shot, sample);
     }
+    return isDrawn;
+}
+
+bool KrDatasetScene::drawTimed(const std::function<bool()>& draw)
+{
+    const double start = KrDatasetClock::now();
+    const double readBefore = m_drawing->scene.readingTime();
+    const bool isDrawn = draw();
+    const double reading = m_drawing->scene.readingTime() - readBefore;
+    m_times.reading += reading;
+    m_times.drawing += KrDatasetClock::now() - start - reading;
     return isDrawn;
 }
 
@@ -416,11 +425,11 @@ bool KrDatasetScene::fillParts(const KrDatasetShot& shot, KrDatasetSample& sampl
 {
     sample.parts.clear();
     const KrDatasetKinds& kinds = m_recipe.kinds;
-    if (kinds.masks) {
-        const KrDatasetClock clock(m_times.drawing);
-        if (!m_drawing->scene.drawAmodal(shot.state, levelOf(m_recipe.labelLevel), m_drawing->masks, reason)) {
-            return false;
-        }
+    const auto drawMasks = [&] {
+        return m_drawing->scene.drawAmodal(shot.state, levelOf(m_recipe.labelLevel), m_drawing->masks, reason);
+    };
+    if (kinds.masks && !drawTimed(drawMasks)) {
+        return false;
     }
     const KrDatasetClock clock(m_times.parts);
     if (!kinds.labels && !kinds.masks) {

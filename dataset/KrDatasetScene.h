@@ -8,6 +8,7 @@
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,7 +29,7 @@ public:
     {
         double posing = 0.0; ///< and looking up what the sample shows
         double drawing = 0.0;
-        double reading = 0.0; ///< back what was drawn; of a driver that draws by software its work, too
+        double reading = 0.0; ///< back what was drawn
         double parts = 0.0;   ///< poses, boxes and masks of parts
     };
 
@@ -67,6 +68,8 @@ private:
     void describe();
     bool drawShot(std::uint64_t number, unsigned int attempt, KrDatasetShot& shot, KrDatasetSample& sample,
                   std::string& reason);
+    /// Calls `draw`, and counts what it takes.
+    bool drawTimed(const std::function<bool()>& draw);
     void describeFrame(const KrDatasetShot& shot, KrDatasetSample& sample);
     bool fillParts(const KrDatasetShot& shot, KrDatasetSample& sample, std::string& reason);
     void fillMask(const KrDatasetSample& sample, KrDatasetSample::Part& part);

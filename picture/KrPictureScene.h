@@ -70,6 +70,8 @@ public:
     const osg::Matrixd& projection() const { return m_frameCapture.projection(); }
     /// The largest error of a planar depth, m.
     double depthErrorBound(double depth) const { return m_frameCapture.errorBound(depth); }
+    /// Processor time that reading back images of these kinds has taken so far, s; see KrFrameCapture.
+    double readingTime() const { return m_frameCapture.readingTime(); }
 
     /// What is drawn into: for lights, aids, nodes of one's own and intrinsics. Its size is the scene's to choose.
     KrRenderWindow& window() { return m_window; }

@@ -19,6 +19,8 @@
 #include <osgUtil/RenderStage>
 #include <osgViewer/Viewer>
 
+#include <time.h>
+
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
@@ -84,6 +86,33 @@ osg::Matrixd inSinglePrecision(const osg::Matrixd& matrix)
                    [](double number) { return double{static_cast<float>(number)}; });
     return rounded;
 }
+
+/// Adds the processor time of this thread, from when the driver has drawn all there is, to a sum.
+class ReadingClock
+{
+public:
+    explicit ReadingClock(double& sum)
+        : m_sum(sum)
+    {
+        // A driver that draws by software would otherwise draw in the call that reads.
+        glFinish();
+        m_start = now();
+    }
+    ~ReadingClock() { m_sum += now() - m_start; }
+    ReadingClock(const ReadingClock&) = delete;
+    ReadingClock& operator=(const ReadingClock&) = delete;
+
+private:
+    static double now()
+    {
+        timespec time = {};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+    }
+
+    double& m_sum;
+    double m_start = 0.0;
+};
 
 /// The node of a link, or of a body between links, and with it where it stands.
 class PartFinder : public osg::NodeVisitor
@@ -169,6 +198,7 @@ public:
     const char* failure = nullptr;
     osg::Matrixd projection;
     double levelOfDetail = 0.0;
+    double readingTime = 0.0; ///< s
 
 protected:
     ~Frame() override = default;
@@ -290,6 +320,7 @@ void KrFrameCapture::Frame::readColors(osgUtil::RenderBin& bin, osg::RenderInfo&
         m_colorFailure = "its size changed in the frame";
         return;
     }
+    const ReadingClock clock(readingTime);
     GLint alphaBits = 0;
     glGetIntegerv(GL_ALPHA_BITS, &alphaBits);
     // Four channels are copied as they stand, where the buffer has as many; three are packed pixel by pixel.
@@ -380,6 +411,7 @@ const char* KrFrameCapture::Frame::readKinds(osgViewer::Viewer& viewer)
             m_pass->draw(viewer, static_cast<int>(m_width), static_cast<int>(m_height), request, m_views)) {
         return reason;
     }
+    const ReadingClock clock(readingTime);
     const osg::State& state = *viewer.getCamera()->getGraphicsContext()->getState();
     if (m_views.size() > 1) {
         // What no view covers.
@@ -508,6 +540,7 @@ const char* KrFrameCapture::Frame::readBits(osgViewer::Viewer& viewer, KrLabelTa
                 m_pass->draw(viewer, static_cast<int>(m_width), static_cast<int>(m_height), request, m_views)) {
             return reason;
         }
+        const ReadingClock clock(readingTime);
         KrLabelPass::readPixels(*viewer.getCamera()->getGraphicsContext()->getState(),
                                 {0, 0, static_cast<int>(m_width), static_cast<int>(m_height)}, request.content, out);
         m_pass->end(viewer);
@@ -617,6 +650,11 @@ bool KrFrameCapture::renderAmodal(KrRenderWindow& window, KrLabelTable::Level le
 const osg::Matrixd& KrFrameCapture::projection() const
 {
     return m_frame->projection;
+}
+
+double KrFrameCapture::readingTime() const
+{
+    return m_frame->readingTime;
 }
 
 double KrFrameCapture::errorBound(double depth) const

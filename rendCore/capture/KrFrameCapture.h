@@ -111,6 +111,10 @@ public:
     /// The largest error of a planar `depth`, m, as KrDepthCapture::errorBound tells.
     double errorBound(double depth) const;
 
+    /// Processor time of the calling thread that reading back has taken since this object was made, s. The driver has
+    /// finished what it draws by then: its time is not among it.
+    double readingTime() const;
+
 private:
     class Frame;
 
