@@ -95,15 +95,21 @@ class TestThreads(support.Test):
             expected = renderer.render_batch(q).color
         drawn = {}
 
+        hooked = self.robot()
+
         def draw(i: int) -> None:
+            # The library has something to say about this one, while the others draw.
+            kr.Renderer(hooked, 32, 24, highlight=["hook"]).close()
             with kr.Renderer(robot, 64, 48) as own:
                 drawn[i] = [own.render_batch(q).color for _ in range(3)]
 
         threads = [threading.Thread(target=draw, args=(i,)) for i in range(3)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        with self.assertLogs("krrendcore", "WARNING") as log:
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+        self.assertEqual(len(log.output), 3)
         for i in range(3):
             for images in drawn[i]:
                 np.testing.assert_array_equal(images, expected)

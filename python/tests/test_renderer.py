@@ -112,6 +112,18 @@ class TestFrame(support.Test):
             self.assertFalse(np.array_equal(getattr(first, kind), getattr(moved, kind)), kind)
         np.testing.assert_array_equal(first.K, again.K)
 
+    def test_what_bends_bends_for_each_renderer_by_itself(self) -> None:
+        hose = kr.load(support.ROOT / "samples" / "hose.xml")
+        camera = kr.Camera.fit(hose)
+        q = np.linspace(hose.joints[0].lower, hose.joints[0].upper, 3)[:, None]
+        with kr.Renderer(hose, 64, 48, camera=camera) as renderer:
+            alone = renderer.render_batch(q).color
+        with kr.Renderer(hose, 64, 48, camera=camera) as one, kr.Renderer(kr.Scene([hose]), 64, 48, camera=camera) as other:
+            for i in range(3):
+                np.testing.assert_array_equal(one.render(q[i]).color, alone[i])
+                np.testing.assert_array_equal(other.render(q[2 - i]).color, alone[2 - i])
+        self.assertFalse(np.array_equal(alone[0], alone[2]))
+
     def test_out_is_written_in_place_or_refused(self) -> None:
         renderer = self.renderer()
         out = arrays()

@@ -1,13 +1,16 @@
 """Robots and scenes: reading, names, kinematics, errors, messages. No context is needed."""
 
+import ast
 import math
 import pickle
+import re
 import unittest
 
 import numpy as np
 import support
 
 import krrendcore as kr
+from krrendcore import _core
 
 
 class TestRobot(support.Test):
@@ -100,6 +103,25 @@ class TestScene(support.Test):
             kr.Scene([(self.robot(), np.zeros((4, 4)))])
         with self.assertRaisesRegex(kr.UnknownNameError, 'there is no robot "q" here'):
             kr.Scene([self.robot()]).fk(poses={"q": np.eye(4)})
+
+
+class TestStub(unittest.TestCase):
+    def test_arguments_are_called_what_the_stub_calls_them(self) -> None:
+        """stubtest compares names and types of objects; the arguments of compiled functions stand in their docstrings."""
+        stub = ast.parse((support.ROOT / "python" / "krrendcore" / "_core.pyi").read_text())
+        functions = [(_core, node) for node in stub.body if isinstance(node, ast.FunctionDef)]
+        for owner in (node for node in stub.body if isinstance(node, ast.ClassDef)):
+            functions += [(getattr(_core, owner.name), node) for node in owner.body if isinstance(node, ast.FunctionDef)]
+        count = 0
+        for place, node in functions:
+            if node.decorator_list:
+                continue  # a property
+            compiled = (getattr(place, node.name).__doc__ or "").split("->")[0]
+            names = [name for name in re.findall(r"(\w+): ", compiled) if name not in ("self", "arg0")]
+            stated = [argument.arg for argument in node.args.args if argument.arg != "self"]
+            self.assertEqual(names, stated, f"{place.__name__}.{node.name}: {compiled}")
+            count += 1
+        self.assertGreater(count, 15)
 
 
 class TestMessages(support.Test):
