@@ -4,6 +4,7 @@
 #include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
 #include <rendCore/capture/private/KrLabelPass.h>
+#include <rendCore/capture/private/KrLabelRows.h>
 #include <rendCore/capture/private/KrMetricDepth.h>
 #include <rendCore/capture/private/KrStageHook.h>
 #include <rendCore/model/KrRenderIntraLink.h>
@@ -40,42 +41,6 @@ using Content = KrLabelPass::Content;
 std::size_t placeOf(unsigned int row, unsigned int height, KrDepthCapture::RowOrder order)
 {
     return order == KrDepthCapture::RowOrder::TopRowFirst ? height - 1 - row : row;
-}
-
-/// Eye axes to those that normals are told in, row vectors.
-void fillRotation(KrFrameCapture::NormalFrame frame, const osg::Matrixd& view, float rotation[9])
-{
-    const osg::Matrixd eyeToWorld = osg::Matrixd::inverse(view);
-    for (int row = 0; row < 3; ++row) {
-        for (int column = 0; column < 3; ++column) {
-            const double optical = row != column ? 0.0 : row == 0 ? 1.0 : -1.0;
-            rotation[3 * row + column] =
-                static_cast<float>(frame == KrFrameCapture::NormalFrame::World ? eyeToWorld(row, column) : optical);
-        }
-    }
-}
-
-/// From the surface in a row's pixels to the eye, in eye axes.
-KrPixelConversion::TowardsEye towardsEye(const osg::Matrixd& projection, const Area& area, unsigned int row)
-{
-    // Parallel rays all come from where the eye looks back to.
-    osg::Vec3d first(0.0, 0.0, 1.0);
-    osg::Vec3d step;
-    if (projection(3, 3) == 0.0) {
-        const osg::Matrixd clipToEye = osg::Matrixd::inverse(projection);
-        const auto at = [&](double column) {
-            return -(osg::Vec3d(2.0 * column / area.width - 1.0, 2.0 * (row + 0.5) / area.height - 1.0, 0.0) *
-                     clipToEye);
-        };
-        first = at(0.5);
-        step = at(1.5) - first;
-    }
-    KrPixelConversion::TowardsEye eye = {};
-    for (int i = 0; i < 3; ++i) {
-        eye.first[i] = static_cast<float>(first[i]);
-        eye.step[i] = static_cast<float>(step[i]);
-    }
-    return eye;
 }
 
 /// As precise as the driver is given it.
@@ -264,6 +229,7 @@ const char* KrFrameCapture::Frame::layOut(osgViewer::Viewer& viewer)
             {camera,
              {(static_cast<int>(area->x()) - m_originX) / step, (static_cast<int>(area->y()) - m_originY) / step,
               static_cast<int>(area->width()) / step, static_cast<int>(area->height()) / step},
+             osg::Matrixd(),
              osg::Matrixd()});
     }
     return nullptr;
@@ -447,22 +413,16 @@ const char* KrFrameCapture::Frame::readKinds(osgViewer::Viewer& viewer)
 void KrFrameCapture::Frame::unpack(const KrLabelPass::View& view)
 {
     const Area& area = view.area;
-    const auto width = static_cast<std::size_t>(area.width);
-    const std::size_t words = targets.normals ? 2 : 1;
-    float rotation[9];
-    fillRotation(options.normalFrame, view.camera->getViewMatrix(), rotation);
+    const KrLabelRows rows(view, targets.normals ? Content::Normals : Content::Labels, options.normalFrame);
     for (unsigned int row = 0; row < static_cast<unsigned int>(area.height); ++row) {
-        const std::uint32_t* const from = m_words.data() + row * width * words;
+        const std::uint32_t* const from = m_words.data() + row * rows.rowSize();
         const std::size_t place = placeOf(static_cast<unsigned int>(area.y) + row, m_height, options.rowOrder);
         const std::size_t to = place * m_width + static_cast<std::size_t>(area.x);
-        if (targets.labels && targets.normals) {
-            KrPixelConversion::toLabels(from, width, targets.labels + to);
-        } else if (targets.labels) {
-            std::copy_n(from, width, targets.labels + to);
+        if (targets.labels) {
+            rows.toLabels(from, targets.labels + to);
         }
         if (targets.normals) {
-            KrPixelConversion::toNormals(from, width, towardsEye(view.projection, area, row), rotation,
-                                         targets.normals + 3 * to);
+            rows.toNormals(from, row, targets.normals + 3 * to);
         }
     }
     if (targets.depth) {
@@ -488,40 +448,37 @@ const char* KrFrameCapture::Frame::readPixel(osgViewer::Viewer& viewer, unsigned
         return reason;
     }
     const osg::State& state = *viewer.getCamera()->getGraphicsContext()->getState();
-    std::uint32_t words[2] = {};
+    // Of the view that the pixel lies in: its row, of which the other pixels are cleared or not read.
+    const auto view = std::find_if(m_views.begin(), m_views.end(), [&](const KrLabelPass::View& candidate) {
+        const Area& area = candidate.area;
+        return pixel.x >= area.x && pixel.x < area.x + area.width && pixel.y >= area.y &&
+               pixel.y < area.y + area.height;
+    });
     std::uint32_t depth = 0;
-    KrLabelPass::readPixels(state, pixel, request.content, words);
-    KrLabelPass::readDepths(state, pixel, &depth);
-    m_pass->end(viewer);
-    KrPixelConversion::toLabels(words, 1, &label);
-    // Of the view that the pixel lies in.
-    for (const KrLabelPass::View& view : m_views) {
-        const double right = (pixel.x - view.area.x + 0.5) / view.area.width;
-        const double up = (pixel.y - view.area.y + 0.5) / view.area.height;
-        if (label == 0 || right <= 0.0 || right >= 1.0 || up <= 0.0 || up >= 1.0) {
-            continue;
-        }
-        const osg::Matrixd clipToEye = osg::Matrixd::inverse(inSinglePrecision(view.projection));
-        const osg::Matrixd eyeToWorld = osg::Matrixd::inverse(view.camera->getViewMatrix());
+    if (view != m_views.end()) {
+        const Area& area = view->area;
+        const auto column = static_cast<std::size_t>(pixel.x - area.x);
+        const auto row = static_cast<unsigned int>(pixel.y - area.y);
+        m_words.assign(std::size_t(2) * static_cast<unsigned int>(area.width), 0);
+        KrLabelPass::readPixels(state, pixel, request.content, m_words.data() + 2 * column);
+        KrLabelPass::readDepths(state, pixel, &depth);
+        const KrLabelRows rows(*view, request.content, NormalFrame::World);
+        std::vector<std::uint32_t> labels(static_cast<std::size_t>(area.width));
+        std::vector<float> normals(3 * labels.size());
+        rows.toLabels(m_words.data(), labels.data());
+        rows.toNormals(m_words.data(), row, normals.data());
+        label = labels[column];
+        pick.normal = KrVector(normals[3 * column], normals[3 * column + 1], normals[3 * column + 2]);
         const double window =
             (depth >> (32 - KrLabelPass::kDepthBits)) / static_cast<double>((1u << KrLabelPass::kDepthBits) - 1);
-        const osg::Vec3d point = osg::Vec3d(2.0 * right - 1.0, 2.0 * up - 1.0, 2.0 * window - 1.0) * clipToEye;
-        float rotation[9];
-        fillRotation(NormalFrame::World, view.camera->getViewMatrix(), rotation);
-        float normal[3];
-        KrPixelConversion::TowardsEye eye =
-            towardsEye(view.projection, view.area, static_cast<unsigned int>(pixel.y - view.area.y));
-        for (int i = 0; i < 3; ++i) {
-            eye.first[i] += static_cast<float>(pixel.x - view.area.x) * eye.step[i];
-        }
-        KrPixelConversion::toNormals(words, 1, eye, rotation, normal);
-        KrRenderTypes::osg2ec(point * eyeToWorld, pick.point);
-        pick.normal = KrVector(normal[0], normal[1], normal[2]);
+        const osg::Vec3d point = osg::Vec3d(2.0 * (static_cast<double>(column) + 0.5) / area.width - 1.0,
+                                            2.0 * (row + 0.5) / area.height - 1.0, 2.0 * window - 1.0) *
+                                 osg::Matrixd::inverse(inSinglePrecision(view->projection));
+        KrRenderTypes::osg2ec(point * osg::Matrixd::inverse(view->worldToEye), pick.point);
         pick.planarDepth = -point.z();
-        pick.distance = view.projection(3, 3) == 0.0 ? point.length() : -point.z();
-        return nullptr;
+        pick.distance = view->projection(3, 3) == 0.0 ? point.length() : -point.z();
     }
-    label = 0;
+    m_pass->end(viewer);
     return nullptr;
 }
 

@@ -288,6 +288,7 @@ void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& 
     m_stage->sort();
     m_graph->prune();
     view.projection = *m_projection;
+    view.worldToEye = *m_view;
 }
 
 void KrLabelPass::readPixels(const osg::State& state, const Area& area, Content content, std::uint32_t* out)

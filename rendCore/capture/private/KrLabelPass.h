@@ -57,6 +57,7 @@ public:
         osg::Camera* camera;
         Area area;
         osg::Matrixd projection; ///< the result: with the planes near and far that were fitted to what was drawn
+        osg::Matrixd worldToEye; ///< the result: the camera's when it was drawn
     };
 
     KrLabelPass();
