@@ -346,6 +346,7 @@ bool KrFrameCapture::Frame::render(osgViewer::Viewer* viewer)
             failure = task(*this, *viewer);
         } catch (const std::exception&) {
             failure = "there is not enough memory";
+            m_pass->end(*viewer);
         }
     }
     return !failure;

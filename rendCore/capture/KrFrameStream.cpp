@@ -5,6 +5,9 @@
 
 #include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
+#include <rendCore/capture/private/KrLabelPass.h>
+#include <rendCore/capture/private/KrLabelRows.h>
+#include <rendCore/capture/private/KrMetricDepth.h>
 #include <rendCore/window/private/KrContextRestorer.h>
 #include <rendCore/window/private/KrRenderStages.h>
 
@@ -19,6 +22,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -31,10 +35,16 @@ constexpr std::size_t kSlots = kMostFramesLate + 1; // one more: the frame that 
 
 using Content = KrFrameStream::Content;
 
-/// Colours have three channels and no alpha, as pictures are handed out elsewhere; depths are four bytes in both forms.
+/// As handed out. Colours have three channels and no alpha, as pictures elsewhere; depths and labels are four bytes.
 std::size_t pixelBytes(Content content)
 {
-    return content == Content::Color ? 3 : 4;
+    return content == Content::Color ? 3 : content == Content::Normals ? 3 * sizeof(float) : 4;
+}
+
+/// Whether it is read behind the frame, in a pass of its own.
+bool isOfLabelPass(Content content)
+{
+    return content == Content::Depth || content == Content::Labels || content == Content::Normals;
 }
 
 GLint queried(GLenum name)
@@ -165,12 +175,17 @@ public:
         : m_content(content)
     {
     }
+    Content content() const { return m_content; }
     ~Ring() { release(); }
 
     unsigned int numInFlight() const { return m_inFlight; }
     std::uint64_t numLost() const { return m_lost; }
-    /// The next frame that is drawn is to be read.
-    void arm() { m_isArmed = true; }
+    /// The next frame that is drawn is to be read, as this one.
+    void arm(std::uint64_t number)
+    {
+        m_isArmed = true;
+        m_number = number;
+    }
     /// Ends that; whether the frame was read.
     bool disarm()
     {
@@ -179,7 +194,11 @@ public:
         return wasRead;
     }
 
+    /// Reads the frame that has just been drawn, when it is armed.
     void read(osg::RenderInfo& info);
+    /// Reads what a label pass has drawn, and has bound for reading.
+    void read(osg::State& state, const KrLabelPass::View& view, KrLabelPass::Content target,
+              const KrFrameCapture::Options& options);
     /// Whether the oldest frame has arrived; false, too, where the driver cannot tell.
     bool isOldestReady() const;
     const Frame& oldest() const { return m_slots[m_first].frame; }
@@ -201,21 +220,44 @@ private:
         GLsync fence = nullptr;
         Packing packing;
         Frame frame;
+        // Of a label pass.
+        KrLabelPass::View view;
+        KrLabelPass::Content target = KrLabelPass::Content::Labels;
+        KrFrameCapture::Options options;
     };
 
     const osg::GLExtensions* extensions() const;
     bool reserve(const osg::GLExtensions& gl, Slot& slot, std::size_t size) const;
+    Slot& prepare(osg::State& state, const osg::Camera& camera, unsigned int width, unsigned int height);
+    void commit(const osg::GLExtensions& gl, Slot& slot);
+    void unpack(const Slot& slot, const unsigned char* packed, unsigned char* memory);
     void forgetOldest(const osg::GLExtensions* gl);
 
     Content m_content;
     std::array<Slot, kSlots> m_slots;
     std::size_t m_first = 0;
     unsigned int m_inFlight = 0;
-    std::uint64_t m_numRead = 0;
+    std::uint64_t m_number = 0; ///< of the frame that is read next
     std::uint64_t m_lost = 0;
     bool m_isArmed = false;
     bool m_canBeAsked = false; ///< the context's driver: what a framebuffer's depths are
+    KrMetricDepth m_metric;
+    std::vector<std::uint32_t> m_words; ///< of a row, or of depths; kept, as the next
+    std::vector<std::uint32_t> m_labels;
+    std::vector<float> m_floats;
     osg::observer_ptr<osg::GraphicsContext> m_context;
+};
+
+/// What draws and what it draws, of contents that are no window's.
+struct KrFrameStream::LabelPass
+{
+    LabelPass() = default;
+    ~LabelPass() { pass->detach(); }
+    LabelPass(const LabelPass&) = delete;
+    LabelPass& operator=(const LabelPass&) = delete;
+
+    osg::ref_ptr<KrLabelPass> pass = new KrLabelPass;
+    std::vector<KrLabelPass::View> views; ///< kept, so that a frame allocates nothing
 };
 
 /// The ring's place in the drawing of a frame: behind the scene, before what is drawn over it, as captures are.
@@ -223,24 +265,31 @@ class KrFrameStream::Reader : public osg::Camera::DrawCallback
 {
 public:
     // Shared: a camera may hold the reader longer than the stream lives.
-    explicit Reader(std::shared_ptr<Ring> ring)
-        : m_ring(std::move(ring))
+    explicit Reader(std::vector<std::shared_ptr<Ring>> rings)
+        : m_rings(std::move(rings))
     {
     }
-    void operator()(osg::RenderInfo& info) const override { m_ring->read(info); }
+    void operator()(osg::RenderInfo& info) const override
+    {
+        for (const std::shared_ptr<Ring>& ring : m_rings) {
+            ring->read(info);
+        }
+    }
     void releaseGLObjects(osg::State* state) const override
     {
         osg::Camera::DrawCallback::releaseGLObjects(state);
-        // No state means every context's objects.
-        if (!state || m_ring->isIn(*state)) {
-            m_ring->release();
+        for (const std::shared_ptr<Ring>& ring : m_rings) {
+            // No state means every context's objects.
+            if (!state || ring->isIn(*state)) {
+                ring->release();
+            }
         }
     }
 
     osg::observer_ptr<osg::Camera> camera; ///< the one that this is a callback of
 
 private:
-    std::shared_ptr<Ring> m_ring;
+    std::vector<std::shared_ptr<Ring>> m_rings;
 };
 
 const osg::GLExtensions* KrFrameStream::Ring::extensions() const
@@ -297,56 +346,134 @@ bool KrFrameStream::Ring::reserve(const osg::GLExtensions& gl, Slot& slot, std::
     return false;
 }
 
-void KrFrameStream::Ring::read(osg::RenderInfo& info)
+/// The slot of the next frame, with all but its pixels.
+KrFrameStream::Ring::Slot& KrFrameStream::Ring::prepare(osg::State& state, const osg::Camera& camera,
+                                                        unsigned int width, unsigned int height)
 {
-    osg::State& state = *info.getState();
-    osg::Camera* const camera = info.getCurrentCamera();
-    const osg::Viewport* const viewport = camera ? camera->getViewport() : nullptr;
-    // Not armed: somebody else draws the camera, not the window's frame.
-    if (!m_isArmed || !viewport || m_inFlight == kSlots) {
-        return;
-    }
     // Buffers are of one context: a window that was closed and opened again has another.
     if (!isIn(state)) {
         release();
         m_context = state.getGraphicsContext();
         m_canBeAsked = osg::isGLExtensionOrVersionSupported(state.getContextID(), "GL_ARB_framebuffer_object", 3.0f);
     }
-    // There, because `preRender` has asked for buffers of pixels.
-    const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
     // The first free one behind those that are in flight.
     Slot& slot = m_slots[(m_first + m_inFlight) % kSlots];
     if (slot.buffer == 0) {
-        gl.glGenBuffers(1, &slot.buffer);
+        // There, because `preRender` has asked for buffers of pixels.
+        state.get<osg::GLExtensions>()->glGenBuffers(1, &slot.buffer);
     }
     Frame& frame = slot.frame;
-    frame.width = static_cast<std::uint32_t>(viewport->width());
-    frame.height = static_cast<std::uint32_t>(viewport->height());
+    frame.width = width;
+    frame.height = height;
     frame.content = m_content;
     frame.sizeInBytes = std::size_t(frame.width) * frame.height * pixelBytes(m_content);
-    frame.number = m_numRead;
+    frame.number = m_number;
     // Now: when the frame is handed out the camera stands elsewhere.
-    frame.worldToEye = camera->getViewMatrix();
-    frame.projection = camera->getProjectionMatrix();
+    frame.worldToEye = camera.getViewMatrix();
+    frame.projection = camera.getProjectionMatrix();
+    return slot;
+}
 
+/// Its pixels have been asked for.
+void KrFrameStream::Ring::commit(const osg::GLExtensions& gl, Slot& slot)
+{
+    if (gl.glFenceSync && gl.glClientWaitSync && gl.glDeleteSync) {
+        // The fence says when the pixels are there. Without fences frames are handed out by their number alone.
+        slot.fence = gl.glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+    }
+    ++m_inFlight;
+    m_isArmed = false;
+}
+
+void KrFrameStream::Ring::read(osg::RenderInfo& info)
+{
+    osg::State& state = *info.getState();
+    osg::Camera* const camera = info.getCurrentCamera();
+    const osg::Viewport* const viewport = camera ? camera->getViewport() : nullptr;
+    // Not armed: somebody else draws the camera, not the window's frame.
+    if (!m_isArmed || !viewport || m_inFlight == kSlots || isOfLabelPass(m_content)) {
+        return;
+    }
+    Slot& slot = prepare(state, *camera, static_cast<unsigned int>(viewport->width()),
+                         static_cast<unsigned int>(viewport->height()));
+    const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
     // With the buffer bound, the pointer of glReadPixels is an offset into it, and the call
     // returns before the pixels come.
     const KrPixelTransferGuard guard(gl, 1, slot.buffer);
     const ReadTarget target(gl, state, targetOf(*camera));
     slot.packing = packingOf(m_content, m_canBeAsked);
+    const Frame& frame = slot.frame;
     if (!reserve(gl, slot, std::size_t(frame.width) * frame.height * slot.packing.pixelBytes)) {
         return;
     }
     glReadPixels(static_cast<GLint>(viewport->x()), static_cast<GLint>(viewport->y()),
                  static_cast<GLsizei>(frame.width), static_cast<GLsizei>(frame.height), slot.packing.format,
                  slot.packing.type, nullptr);
-    if (gl.glFenceSync && gl.glClientWaitSync && gl.glDeleteSync) {
-        // The fence says when the pixels are there. Without fences frames are handed out by their number alone.
-        slot.fence = gl.glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+    commit(gl, slot);
+}
+
+void KrFrameStream::Ring::read(osg::State& state, const KrLabelPass::View& view, KrLabelPass::Content target,
+                               const KrFrameCapture::Options& options)
+{
+    if (!m_isArmed || m_inFlight == kSlots) {
+        return;
     }
-    ++m_numRead;
-    ++m_inFlight;
-    m_isArmed = false;
+    const KrLabelPass::Area& area = view.area;
+    Slot& slot =
+        prepare(state, *view.camera, static_cast<unsigned int>(area.width), static_cast<unsigned int>(area.height));
+    slot.view = view;
+    slot.target = target;
+    slot.options = options;
+    const osg::GLExtensions& gl = *state.get<osg::GLExtensions>();
+    const KrPixelTransferGuard guard(gl, 4, slot.buffer);
+    const std::size_t words = m_content != Content::Depth && target == KrLabelPass::Content::Normals ? 2 : 1;
+    if (!reserve(gl, slot, std::size_t(slot.frame.width) * slot.frame.height * words * sizeof(std::uint32_t))) {
+        return;
+    }
+    if (m_content == Content::Depth) {
+        KrLabelPass::askForDepths(area, nullptr);
+    } else {
+        KrLabelPass::askForPixels(area, target, nullptr);
+    }
+    commit(gl, slot);
+}
+
+/// Hands out what the driver has packed.
+void KrFrameStream::Ring::unpack(const Slot& slot, const unsigned char* packed, unsigned char* memory)
+{
+    const Frame& frame = slot.frame;
+    const std::size_t count = std::size_t(frame.width) * frame.height;
+    if (!isOfLabelPass(m_content)) {
+        ::unpack(slot.packing, packed, count, memory);
+        return;
+    }
+    // A lender's memory may begin at any byte: numbers are made in memory of their own.
+    if (m_content == Content::Depth) {
+        m_words.resize(count);
+        m_floats.resize(count);
+        std::memcpy(m_words.data(), packed, 4 * count);
+        m_metric.convert({frame.width, frame.height, slot.view.projection, KrLabelPass::kDepthBits,
+                          slot.options.depthKind, slot.options.background},
+                         m_words.data(), m_floats.data(), static_cast<std::ptrdiff_t>(frame.width));
+        std::memcpy(memory, m_floats.data(), frame.sizeInBytes);
+        return;
+    }
+    const KrLabelRows rows(slot.view, slot.target, slot.options.normalFrame);
+    m_words.resize(rows.rowSize());
+    m_floats.resize(std::size_t(3) * frame.width);
+    std::vector<std::uint32_t>& labels = m_labels;
+    labels.resize(frame.width);
+    const std::size_t rowBytes = frame.sizeInBytes / std::max<std::size_t>(1, frame.height);
+    for (unsigned int row = 0; row < frame.height; ++row) {
+        std::memcpy(m_words.data(), packed + row * rows.rowSize() * 4, rows.rowSize() * 4);
+        if (m_content == Content::Labels) {
+            rows.toLabels(m_words.data(), labels.data());
+            std::memcpy(memory + row * rowBytes, labels.data(), rowBytes);
+        } else {
+            rows.toNormals(m_words.data(), row, m_floats.data());
+            std::memcpy(memory + row * rowBytes, m_floats.data(), rowBytes);
+        }
+    }
 }
 
 bool KrFrameStream::Ring::isOldestReady() const
@@ -371,11 +498,10 @@ bool KrFrameStream::Ring::takeOldest(unsigned char* memory)
         // The client's own binding is put back.
         const KrPixelTransferGuard::PackBuffer binding(*gl, slot.buffer);
         const Frame& frame = slot.frame;
-        if (!slot.packing.isOpacityLeftOut && slot.packing.depthBits == 0) {
+        if (!isOfLabelPass(m_content) && !slot.packing.isOpacityLeftOut && slot.packing.depthBits == 0) {
             gl->glGetBufferSubData(GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(frame.sizeInBytes), memory);
         } else if (const void* const packed = gl->glMapBuffer(GL_PIXEL_PACK_BUFFER, GL_READ_ONLY)) {
-            unpack(slot.packing, static_cast<const unsigned char*>(packed), std::size_t(frame.width) * frame.height,
-                   memory);
+            unpack(slot, static_cast<const unsigned char*>(packed), memory);
             gl->glUnmapBuffer(GL_PIXEL_PACK_BUFFER);
         } else {
             loseOldest();
@@ -405,16 +531,28 @@ void KrFrameStream::Ring::forgetOldest(const osg::GLExtensions* gl)
 }
 
 KrFrameStream::KrFrameStream(Content content)
-    : m_ring(std::make_shared<Ring>(content))
-    , m_reader(new Reader(m_ring))
+    : KrFrameStream(std::vector<Content>{content})
 {
+}
+
+KrFrameStream::KrFrameStream(const std::vector<Content>& contents)
+{
+    for (const Content content : contents) {
+        m_rings.push_back(std::make_shared<Ring>(content));
+    }
+    if (std::any_of(contents.begin(), contents.end(), isOfLabelPass)) {
+        m_labels = std::make_unique<LabelPass>();
+    }
+    m_reader = new Reader(m_rings);
 }
 
 KrFrameStream::~KrFrameStream()
 {
     detach();
     // Somebody may hold the reader, a copy of the camera for one.
-    m_ring->release();
+    for (const std::shared_ptr<Ring>& ring : m_rings) {
+        ring->release();
+    }
 }
 
 void KrFrameStream::setReceiver(Receiver receiver)
@@ -429,12 +567,20 @@ void KrFrameStream::setLender(Lender lender)
 
 unsigned int KrFrameStream::numInFlight() const
 {
-    return m_ring->numInFlight();
+    unsigned int most = 0;
+    for (const std::shared_ptr<Ring>& ring : m_rings) {
+        most = std::max(most, ring->numInFlight());
+    }
+    return most;
 }
 
 std::uint64_t KrFrameStream::numLost() const
 {
-    return m_ring->numLost();
+    std::uint64_t count = 0;
+    for (const std::shared_ptr<Ring>& ring : m_rings) {
+        count += ring->numLost();
+    }
+    return count;
 }
 
 void KrFrameStream::attach(osg::Camera& camera)
@@ -447,6 +593,8 @@ void KrFrameStream::attach(osg::Camera& camera)
         flush();
         detach();
     }
+    // A camera that is gone has left its chain of callbacks behind, in which the reader stood.
+    m_reader->setNestedCallback(nullptr);
     // Behind the scene and before the overlay, which is a camera of its own: streams show what captures show.
     camera.addPostDrawCallback(m_reader);
     m_reader->camera = &camera;
@@ -479,36 +627,96 @@ bool KrFrameStream::preRender(osgViewer::Viewer* viewer)
         return false;
     }
     attach(*camera);
-    m_ring->arm();
+    for (const std::shared_ptr<Ring>& ring : m_rings) {
+        ring->arm(m_number);
+    }
     return true;
 }
 
-bool KrFrameStream::postRender(osgViewer::Viewer*)
+/// What is not colours or the window's depths, of the frame that has just been drawn.
+bool KrFrameStream::readLabelPass(osgViewer::Viewer& viewer)
 {
+    osg::Camera* const camera = viewer.getCamera();
+    osg::GraphicsContext* const context = camera->getGraphicsContext();
+    const osg::Viewport* const viewport = camera->getViewport();
+    // Somebody who is called in the frame may have closed the window.
+    if (!context || !context->getState() || !viewport) {
+        return false;
+    }
+    KrLabelPass::Request request;
+    request.level = m_options.labelLevel;
+    for (const std::shared_ptr<Ring>& ring : m_rings) {
+        if (ring->content() == Content::Normals) {
+            request.content = KrLabelPass::Content::Normals;
+        }
+    }
+    const int width = static_cast<int>(viewport->width());
+    const int height = static_cast<int>(viewport->height());
+    m_labels->views.assign(1, {camera, {0, 0, width, height}, osg::Matrixd(), osg::Matrixd()});
+    const char* failure = m_labels->pass->draw(viewer, width, height, request, m_labels->views);
+    if (!failure && !KrMetricDepth::isSupported(m_labels->views.front().projection)) {
+        failure = "its projection mixes depth with x or y";
+        m_labels->pass->end(viewer);
+    }
+    if (failure) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameStream - labels cannot be drawn: %s.\n", failure);
+        return false;
+    }
+    for (const std::shared_ptr<Ring>& ring : m_rings) {
+        if (isOfLabelPass(ring->content())) {
+            ring->read(*context->getState(), m_labels->views.front(), request.content, m_options);
+        }
+    }
+    m_labels->pass->end(viewer);
+    return true;
+}
+
+bool KrFrameStream::postRender(osgViewer::Viewer* viewer)
+{
+    bool wasRead = !m_labels || readLabelPass(*viewer);
     // A frame that was not read makes the window's callback fail; those before it are handed out all the same.
-    const bool wasRead = m_ring->disarm();
+    bool isAnyRead = false;
+    for (const std::shared_ptr<Ring>& ring : m_rings) {
+        const bool isRead = ring->disarm();
+        wasRead = isRead && wasRead;
+        isAnyRead = isRead || isAnyRead;
+    }
+    m_number += isAnyRead ? 1 : 0;
     // Never the frame that was read last: it would be waited for.
     handOut(kMostFramesLate);
-    while (m_ring->numInFlight() > 1 && m_ring->isOldestReady()) {
-        handOut(m_ring->numInFlight() - 1);
+    while (numInFlight() > 1 && isReady()) {
+        handOut(numInFlight() - 1);
     }
     return wasRead;
 }
 
+/// Whether all of the oldest frame has arrived.
+bool KrFrameStream::isReady() const
+{
+    return std::all_of(m_rings.begin(), m_rings.end(), [](const std::shared_ptr<Ring>& ring) {
+        return ring->numInFlight() == 0 || ring->isOldestReady();
+    });
+}
+
 bool KrFrameStream::flush()
 {
-    if (m_ring->numInFlight() > 0) {
+    if (numInFlight() > 0) {
         const KrContextRestorer restorer(nullptr);
         // Outside of a frame another context may be current.
-        if (m_ring->makeCurrent()) {
+        const auto isGone = [](const std::shared_ptr<Ring>& ring) {
+            return ring->numInFlight() > 0 && !ring->makeCurrent();
+        };
+        if (std::none_of(m_rings.begin(), m_rings.end(), isGone)) {
             handOut(0);
         } else {
-            m_ring->release();
+            for (const std::shared_ptr<Ring>& ring : m_rings) {
+                ring->release();
+            }
         }
     }
-    const bool isWhole = m_ring->numLost() == m_lostAtFlush;
+    const bool isWhole = numLost() == m_lostAtFlush;
     // Losses are told once, to the first who asks.
-    m_lostAtFlush = m_ring->numLost();
+    m_lostAtFlush = numLost();
     return isWhole;
 }
 
@@ -527,23 +735,38 @@ unsigned char* KrFrameStream::memoryFor(const Frame& frame)
 
 void KrFrameStream::handOut(unsigned int mostLeft)
 {
-    while (m_ring->numInFlight() > mostLeft) {
-        Frame frame = m_ring->oldest();
-        unsigned char* memory = nullptr;
-        try {
-            memory = memoryFor(frame);
-        } catch (const std::bad_alloc&) {
-            Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameStream - no memory for a frame of %zu bytes.\n",
-                                         frame.sizeInBytes);
-            m_ring->loseOldest();
-            continue;
+    while (numInFlight() > mostLeft) {
+        // What one frame has of every content; a ring that could not read a frame is one behind, or ahead.
+        std::uint64_t number = std::numeric_limits<std::uint64_t>::max();
+        for (const std::shared_ptr<Ring>& ring : m_rings) {
+            number = ring->numInFlight() > 0 ? std::min(number, ring->oldest().number) : number;
         }
-        // Taken before the receiver is called: what it throws leaves the ring in order.
-        const bool isTaken = m_ring->takeOldest(memory);
-        if (isTaken && memory && m_receiver) {
-            // Set for the receiver alone: the stream keeps no pointer to memory that is lent.
-            frame.data = memory;
-            m_receiver(frame);
+        for (const std::shared_ptr<Ring>& ring : m_rings) {
+            if (ring->numInFlight() > 0 && ring->oldest().number == number) {
+                handOut(*ring);
+            }
         }
+    }
+}
+
+/// The oldest frame of one content.
+void KrFrameStream::handOut(Ring& ring)
+{
+    Frame frame = ring.oldest();
+    unsigned char* memory = nullptr;
+    try {
+        memory = memoryFor(frame);
+    } catch (const std::bad_alloc&) {
+        Kr::Print::instance()->write(Kr::Print::Warning, "KrFrameStream - no memory for a frame of %zu bytes.\n",
+                                     frame.sizeInBytes);
+        ring.loseOldest();
+        return;
+    }
+    // Taken before the receiver is called: what it throws leaves the ring in order.
+    const bool isTaken = ring.takeOldest(memory);
+    if (isTaken && memory && m_receiver) {
+        // Set for the receiver alone: the stream keeps no pointer to memory that is lent.
+        frame.data = memory;
+        m_receiver(frame);
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <rendCore/capture/KrFrameCapture.h>
 #include <rendCore/window/KrSGDrawCallbacks.h>
 
 #include <osg/Matrixd>
@@ -11,7 +12,8 @@
 #include <memory>
 #include <vector>
 
-/// Hands out the frames of a window one after the other, without waiting for the frame that is being drawn.
+/// Hands out the frames of a window one after the other, without waiting for the frame that is being drawn: colours,
+/// depths, labels and normals, or several of them, of the first view of a window that shows several.
 ///
 /// Each frame's pixels are asked for when it is drawn, go into one of a ring of buffers of the driver's, and are handed
 /// out in order while one of the next two frames is drawn: the next one when the driver says that they have arrived,
@@ -33,9 +35,13 @@ public:
     /// What is read. Rows have no padding; row 0 is the lowest one.
     enum class Content
     {
-        Color,     ///< red, green, blue: three bytes a pixel
-        DepthRaw,  ///< window depth, std::uint32_t: 0 at the near plane, the largest value at the far plane
-        DepthFloat ///< window depth, float: 0 at the near plane, 1 at the far plane
+        Color,      ///< red, green, blue: three bytes a pixel
+        DepthRaw,   ///< window depth, std::uint32_t: 0 at the near plane, the largest value at the far plane
+        DepthFloat, ///< window depth, float: 0 at the near plane, 1 at the far plane
+        // Of links alone, as KrFrameCapture tells them; read in one pass behind the frame, however many of them:
+        Depth,  ///< float, m
+        Labels, ///< std::uint32_t
+        Normals ///< three floats
     };
 
     struct Frame
@@ -59,6 +65,13 @@ public:
 
     /// Reads `content` of every frame from the first one on that is drawn with the stream installed.
     explicit KrFrameStream(Content content);
+    /// Reads several contents, each of another kind, of each frame: they are handed out one after the other in that
+    /// order, with the same number.
+    explicit KrFrameStream(const std::vector<Content>& contents);
+
+    /// For the frames from the next one on. Of the options of captures the kind of depths, their background, the level
+    /// of labels and the axes of normals count here.
+    void setOptions(const KrFrameCapture::Options& options) { m_options = options; }
 
     // Neither function may be replaced from within one of the two, nor draw, nor close the window.
     /// Held; an empty one (the default) takes no frames, and those that were read are let go.
@@ -73,9 +86,9 @@ public:
     /// @return false when frames were lost since the last call: their window was closed, or memory could not be had
     bool flush();
 
-    /// Frames that were read but not yet handed out, at most 2 between frames.
+    /// Frames that were read but not yet handed out, at most 2 between frames; each counts once, however many contents.
     unsigned int numInFlight() const;
-    /// Frames that were read but can never be handed out.
+    /// Images of frames that were read but can never be handed out.
     std::uint64_t numLost() const;
 
     /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
@@ -92,12 +105,20 @@ private:
     void attach(osg::Camera& camera);
     void detach();
     void handOut(unsigned int mostLeft);
+    void handOut(Ring& ring);
     unsigned char* memoryFor(const Frame& frame);
 
     Receiver m_receiver;
     Lender m_lender;
-    std::shared_ptr<Ring> m_ring;
+    bool readLabelPass(osgViewer::Viewer& viewer);
+    bool isReady() const;
+
+    KrFrameCapture::Options m_options;
+    std::vector<std::shared_ptr<Ring>> m_rings; ///< of each content
     osg::ref_ptr<Reader> m_reader;
+    struct LabelPass;
+    std::unique_ptr<LabelPass> m_labels; ///< null where no content needs it
     std::vector<unsigned char> m_memory;
+    std::uint64_t m_number = 0; ///< of the next frame
     std::uint64_t m_lostAtFlush = 0;
 };

@@ -126,6 +126,8 @@ void KrLabelPass::attach(osg::Camera& camera)
         return;
     }
     detach();
+    // A camera that is gone has left its chain of callbacks behind, in which this one stood.
+    setNestedCallback(nullptr);
     camera.addPostDrawCallback(this);
     m_owner = &camera;
 }
@@ -294,16 +296,25 @@ void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& 
 void KrLabelPass::readPixels(const osg::State& state, const Area& area, Content content, std::uint32_t* out)
 {
     const KrPixelTransferGuard guard(*state.get<osg::GLExtensions>(), 4);
-    glReadPixels(area.x, area.y, area.width, area.height,
-                 content == Content::Labels    ? GL_RED_INTEGER_EXT
-                 : content == Content::Normals ? GL_RG_INTEGER
-                                               : GL_RGBA_INTEGER_EXT,
-                 GL_UNSIGNED_INT, out);
+    askForPixels(area, content, out);
+}
+
+void KrLabelPass::askForPixels(const Area& area, Content content, void* out)
+{
+    const GLenum format = content == Content::Labels    ? GL_RED_INTEGER_EXT
+                          : content == Content::Normals ? GL_RG_INTEGER
+                                                        : GL_RGBA_INTEGER_EXT;
+    glReadPixels(area.x, area.y, area.width, area.height, format, GL_UNSIGNED_INT, out);
 }
 
 void KrLabelPass::readDepths(const osg::State& state, const Area& area, std::uint32_t* out)
 {
     const KrPixelTransferGuard guard(*state.get<osg::GLExtensions>(), 4);
+    askForDepths(area, out);
+}
+
+void KrLabelPass::askForDepths(const Area& area, void* out)
+{
     glReadPixels(area.x, area.y, area.width, area.height, GL_DEPTH_COMPONENT, GL_UNSIGNED_INT, out);
 }
 

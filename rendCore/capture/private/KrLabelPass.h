@@ -76,6 +76,9 @@ public:
     static void readPixels(const osg::State& state, const Area& area, Content content, std::uint32_t* out);
     /// Depths as 32-bit fixed point numbers, row 0 at the bottom.
     static void readDepths(const osg::State& state, const Area& area, std::uint32_t* out);
+    // The same without seeing to how pixels are packed, for a buffer that is bound: `out` is an offset into it.
+    static void askForPixels(const Area& area, Content content, void* out);
+    static void askForDepths(const Area& area, void* out);
     /// Binds the framebuffer that the viewer's context had.
     void end(osgViewer::Viewer& viewer);
 

@@ -188,11 +188,16 @@ TEST_F(KrFrameCaptureTest, FollowsTheSceneAndItsWindows)
         EXPECT_TRUE(draw(window) == moved);
         EXPECT_TRUE(draw(other) == before);
     }
+    KrFrameCapture second;
     for (int i = 0; i < 3; ++i) {
         window.closeWindow();
         ASSERT_TRUE(open(window, system));
         window.setState(system.systemState());
         EXPECT_EQ(draw(window).labels, moved.labels);
+        // Two at one camera, which goes and takes nothing of them along.
+        Images again;
+        ASSERT_TRUE(second.render(window, options, again.targets()));
+        EXPECT_EQ(again.labels, moved.labels);
     }
     // The capture goes before its window, and its window before it.
     auto first = std::make_unique<KrFrameCapture>();

@@ -479,3 +479,56 @@ TEST_F(KrFrameStreamTest, RefusesAViewerThatIsNotThere)
 }
 
 } // namespace
+
+// All kinds of a frame come together, in the order that was asked for, and are what a capture of kinds reads.
+TEST_F(KrFrameStreamTest, HandsOutAllKindsOfAFrameTogether)
+{
+    const std::vector<Content> contents = {Content::Labels, Content::Color, Content::Normals, Content::Depth};
+    const osg::ref_ptr<KrFrameStream> stream = new KrFrameStream(contents);
+    KrFrameCapture::Options options;
+    options.depthKind = KrDepthCapture::Kind::Euclidean;
+    options.normalFrame = KrFrameCapture::NormalFrame::World;
+    options.rowOrder = KrDepthCapture::RowOrder::BottomRowFirst;
+    stream->setOptions(options);
+    // Memory that begins at an odd address.
+    Bytes memory(64 * 48 * 12 + 1);
+    stream->setLender([&](const KrFrameStream::Frame&) { return memory.data() + 1; });
+    stream->setReceiver([this](const KrFrameStream::Frame& frame) { received.emplace_back(frame); });
+    constexpr int kFrames = 5;
+    for (int i = 0; i < kFrames; ++i) {
+        window->setDrawCallback(stream);
+        draw(i);
+        EXPECT_LE(stream->numInFlight(), 2u);
+    }
+    EXPECT_TRUE(stream->flush());
+    ASSERT_EQ(received.size(), kFrames * contents.size());
+    KrFrameCapture capture;
+    for (int i = 0; i < kFrames; ++i) {
+        pose(i);
+        constexpr std::size_t kCount = 64 * 48;
+        Bytes color(3 * kCount);
+        std::vector<float> depth(kCount), normals(3 * kCount);
+        std::vector<std::uint32_t> labels(kCount);
+        ASSERT_TRUE(
+            capture.render(*window, options, {64, 48, color.data(), depth.data(), labels.data(), normals.data()}));
+        const void* const expected[] = {labels.data(), color.data(), normals.data(), depth.data()};
+        for (std::size_t k = 0; k < contents.size(); ++k) {
+            const Received& got = received[i * contents.size() + k];
+            EXPECT_EQ(got.info.number, std::uint64_t(i));
+            EXPECT_EQ(got.info.content, contents[k]);
+            EXPECT_EQ(std::memcmp(got.bytes.data(), expected[k], got.bytes.size()), 0) << i << ", " << k;
+        }
+    }
+    // Closing takes the target of the labels along, and another window gets one of its own.
+    window->closeWindow();
+    ASSERT_TRUE(window->init());
+    window->setStatedSystem(system);
+    lookAtTheBoxes(*window);
+    received.clear();
+    window->setDrawCallback(stream);
+    draw(1);
+    draw(2);
+    EXPECT_TRUE(stream->flush());
+    ASSERT_EQ(received.size(), 2 * contents.size());
+    EXPECT_GT(std::count(received[0].bytes.begin(), received[0].bytes.end(), 2), 50);
+}
