@@ -22,6 +22,8 @@ test_packages=(
 )
 # What the slower checks need besides:
 check_packages=(clang clang-format clang-tidy lld libclang-rt-14-dev doxygen)
+# What data sets are made with on many machines (tests/cluster; scripts/test does without):
+cluster_packages=(slurmctld slurmd slurm-client munge parallel snakemake)
 
 say() { printf '== %s\n' "$*"; }
 
