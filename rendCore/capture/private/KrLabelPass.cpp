@@ -138,7 +138,7 @@ void KrLabelPass::detach()
         const osg::GraphicsContext* const context = m_owner->getGraphicsContext();
         // They are deleted with the next frame of that context.
         if (context && context->getState()) {
-            releaseGLObjects(const_cast<osg::State*>(context->getState()));
+            releaseOwnObjects(const_cast<osg::State*>(context->getState()));
         }
         m_owner->removePostDrawCallback(this);
     }
@@ -326,6 +326,13 @@ void KrLabelPass::end(osgViewer::Viewer& viewer)
 }
 
 void KrLabelPass::releaseGLObjects(osg::State* state) const
+{
+    // Of what stands behind it in the camera's chain.
+    osg::Camera::DrawCallback::releaseGLObjects(state);
+    releaseOwnObjects(state);
+}
+
+void KrLabelPass::releaseOwnObjects(osg::State* state) const
 {
     if (m_target) {
         m_target->releaseGLObjects(state);

@@ -92,6 +92,7 @@ protected:
 
 private:
     void attach(osg::Camera& camera);
+    void releaseOwnObjects(osg::State* state) const;
     static const char* whyImpossible(const osg::State& state);
     const char* prepare(osg::State& state, int width, int height, Content content);
     void cull(osgViewer::Viewer& viewer, const Request& request, View& view, bool isCut);
