@@ -1,6 +1,8 @@
 // What it costs to get every frame into memory: every kind of capture against the drawing alone, in one run.
 //   krStreamBenchmark compare SYSTEM [FRAMES [WIDTH HEIGHT]]   milliseconds and allocations beyond drawing; FRAMES are
 //                                                              drawn in a turn
+//   krStreamBenchmark kinds SYSTEM [FRAMES [WIDTH HEIGHT]]     colours, depths, labels and normals of one frame, in
+//                                                              times of colours alone
 //   krStreamBenchmark files SYSTEM [FRAMES [WIDTH HEIGHT]]     the same of PNG files
 //   krStreamBenchmark long SYSTEM [FRAMES]                     a tiny picture, streamed to a writing thread as krrender
 //                                                              does, and the memory held on the way
@@ -10,6 +12,7 @@
 #include <picture/KrFrameWriter.h>
 #include <picture/KrFraming.h>
 #include <rendCore/capture/KrDepthCapture.h>
+#include <rendCore/capture/KrFrameCapture.h>
 #include <rendCore/capture/KrFrameStream.h>
 #include <rendCore/capture/KrRenderCaptureManager.h>
 #include <rendCore/system/KrMultiRenderWindow.h>
@@ -59,7 +62,8 @@ bool parse(int argc, char** argv, Options& options)
     options.width = argc > 5 ? number(4) : isLong ? 32 : options.width;
     options.height = argc > 5 ? number(5) : isLong ? 24 : options.height;
     return (isLong ? options.frames > kSettledAfter
-                   : (options.mode == "compare" || options.mode == "files") && options.frames > 0) &&
+                   : (options.mode == "compare" || options.mode == "kinds" || options.mode == "files") &&
+                         options.frames > 0) &&
            options.width > 0 && options.height > 0;
 }
 
@@ -139,15 +143,21 @@ void takeTurns(const std::vector<Kind>& kinds, unsigned int frames)
             taken[k].push_back(measure(frames, kinds[k]));
         }
     }
-    std::printf("%-30s %9s %9s %9s %9s %9s %9s\n", "a frame", "ms", "beyond", "cpu ms", "beyond", "new", "malloc");
+    std::printf("%-30s %9s %9s %9s %9s %9s %9s %9s\n", "a frame", "ms", "beyond", "cpu ms", "beyond", "times", "new",
+                "malloc");
     const std::vector<Figures> nothing(kRounds);
     const auto ms = [](const Figures& figures) { return figures.ms; };
     const auto processorMs = [](const Figures& figures) { return figures.processorMs; };
     for (std::size_t k = 0; k < kinds.size(); ++k) {
         const std::vector<Figures>& base = k == 0 ? nothing : taken[0];
-        std::printf("%-30s %9.2f %+9.2f %9.2f %+9.2f %+9.1f %+9.1f\n", kinds[k].name, median(taken[k], nothing, ms),
-                    median(taken[k], taken[0], ms), median(taken[k], nothing, processorMs),
-                    median(taken[k], taken[0], processorMs),
+        std::vector<Figures> times(kRounds);
+        for (unsigned int round = 0; round < kRounds; ++round) {
+            times[round].processorMs = taken[k][round].processorMs / taken[0][round].processorMs;
+        }
+        std::printf("%-30s %9.2f %+9.2f %9.2f %+9.2f %9.2f %+9.1f %+9.1f\n", kinds[k].name,
+                    median(taken[k], nothing, ms), median(taken[k], taken[0], ms),
+                    median(taken[k], nothing, processorMs), median(taken[k], taken[0], processorMs),
+                    median(times, nothing, processorMs),
                     median(taken[k], base, [](const Figures& figures) { return figures.withNew; }),
                     median(taken[k], base, [](const Figures& figures) { return figures.withMalloc; }));
     }
@@ -228,6 +238,34 @@ void compare(const Options& options, KrRenderWindow& window)
                stream("stream of colours", window, KrFrameStream::Content::Color),
                stream("stream of raw depths", window, KrFrameStream::Content::DepthRaw),
                stream("stream of depths as floats", window, KrFrameStream::Content::DepthFloat)},
+              options.frames);
+}
+
+/// What every further kind of image costs, in times of the first.
+void compareKinds(const Options& options, KrRenderWindow& window)
+{
+    const std::size_t count = std::size_t(options.width) * options.height;
+    std::vector<unsigned char> color(3 * count);
+    std::vector<float> depth(count), normals(3 * count);
+    std::vector<std::uint32_t> labels(count);
+    const auto capture = std::make_shared<KrFrameCapture>();
+    const auto kind = [&](const char* name, const KrFrameCapture::Targets& targets) {
+        return Kind{name, [] {},
+                    [&window, capture, targets] {
+                        if (!capture->render(window, KrFrameCapture::Options(), targets)) {
+                            throw KrBenchFailure("a frame could not be captured");
+                        }
+                    },
+                    [] {}};
+    };
+    const unsigned int w = options.width;
+    const unsigned int h = options.height;
+    takeTurns({kind("colour", {w, h, color.data()}), kind("depth", {w, h, nullptr, depth.data()}),
+               kind("labels", {w, h, nullptr, nullptr, labels.data()}),
+               kind("depth, labels, normals", {w, h, nullptr, depth.data(), labels.data(), normals.data()}),
+               kind("colour, depth", {w, h, color.data(), depth.data()}),
+               kind("colour, depth, labels", {w, h, color.data(), depth.data(), labels.data()}),
+               kind("all four", {w, h, color.data(), depth.data(), labels.data(), normals.data()})},
               options.frames);
 }
 
@@ -326,7 +364,7 @@ int main(int argc, char** argv)
     if (!parse(argc, argv, options)) {
         std::fprintf(
             stderr,
-            "usage: %s compare|files SYSTEM [FRAMES [WIDTH HEIGHT]]\n       %s long SYSTEM [FRAMES above %zu]\n",
+            "usage: %s compare|kinds|files SYSTEM [FRAMES [WIDTH HEIGHT]]\n       %s long SYSTEM [FRAMES above %zu]\n",
             argv[0], argv[0], kSettledAfter);
         return 2;
     }
@@ -337,6 +375,10 @@ int main(int argc, char** argv)
         std::printf("%u x %u pixels, %s\n", options.width, options.height, window.report().renderer.c_str());
         if (options.mode == "long") {
             drawLong(options, window);
+            return 0;
+        }
+        if (options.mode == "kinds") {
+            compareKinds(options, window);
             return 0;
         }
         if (options.mode == "files") {
