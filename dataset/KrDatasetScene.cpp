@@ -409,9 +409,7 @@ void KrDatasetScene::describeFrame(const KrDatasetShot& shot, KrDatasetSample& s
 {
     KrFrameDescription& frame = sample.description;
     frame = KrFrameDescription();
-    frame.fill(m_drawing->scene.window());
-    // Drawn larger where there are several samples a pixel.
-    frame.setPictureSize(m_recipe.width, m_recipe.height);
+    m_drawing->scene.describe(frame);
     frame.intrinsics = shot.intrinsics;
     frame.rowOrder = KrFrameDescription::RowOrder::TopRowFirst;
     // Windows count what they have drawn, which depends on who draws.

@@ -3,6 +3,7 @@
 #include <picture/KrAids.h>
 #include <picture/KrDownscale.h>
 #include <picture/KrLighting.h>
+#include <rendCore/capture/KrFrameDescription.h>
 #include <rendCore/capture/KrFrameStream.h>
 #include <toolkit/foundation/KrReason.h>
 
@@ -137,6 +138,7 @@ bool KrPictureScene::show(KrStatedSystem& system, std::string& reason, const KrV
 
 void KrPictureScene::pose(const KrManipulatorSystemState& state)
 {
+    m_isColorless = false; // until a drawing knows better
     if (m_poses && m_system->isNewSystem()) {
         m_poses.emplace(m_system->manipulatorSystem()); // a link that was selected may have got shapes of its own
     }
@@ -226,9 +228,25 @@ bool KrPictureScene::draw(const KrManipulatorSystemState& state, const KrFrameCa
     if (!m_frameCapture.render(m_window, scaled, drawn)) {
         return failToDraw(said, reason);
     }
+    m_isColorless = !targets.color && (targets.depth || targets.labels || targets.normals);
     if (isSmoothed) {
         KrDownscale::average(m_largeColors.data(), std::size_t(m_width) * m_factor * 3, m_factor, m_width, m_height, 3,
                              targets.color);
+    }
+    return true;
+}
+
+bool KrPictureScene::describe(KrFrameDescription& frame) const
+{
+    if (!frame.fill(m_window)) {
+        return false;
+    }
+    // The window knows its latest frame of colours, which may be an older one.
+    if (m_isColorless) {
+        frame.setProjection(m_frameCapture.projection());
+    }
+    if (frame.width != m_width || frame.height != m_height) {
+        frame.setPictureSize(m_width, m_height);
     }
     return true;
 }

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+struct KrFrameDescription;
 class KrFrameStream;
 
 /// Draws states of one system into pictures, without a display.
@@ -73,6 +74,12 @@ public:
     /// Processor time that reading back images of these kinds has taken so far, s; see KrFrameCapture.
     double readingTime() const { return m_frameCapture.readingTime(); }
 
+    /// The frame that was drawn last in numbers, as a picture of the scene's size: intrinsics and level of detail are
+    /// those of it, the planes those that it was drawn with, also without colours. The rest as
+    /// KrFrameDescription::fill.
+    /// @return false, after one message, and no change, when no frame was drawn yet
+    bool describe(KrFrameDescription& frame) const;
+
     /// What is drawn into: for lights, aids, nodes of one's own and intrinsics. Its size is the scene's to choose.
     KrRenderWindow& window() { return m_window; }
     /// Drawn pixels for each pixel of a picture, across and down.
@@ -92,6 +99,7 @@ private:
     unsigned int m_height = 0;
     unsigned int m_factor = 1;
     unsigned int m_drawnFactor = 0; ///< that of the window's present size; 0 at first
+    bool m_isColorless = false;     ///< the latest frame
     KrImage m_large;
     std::vector<unsigned char> m_largeColors; ///< kept, so that a series allocates nothing
 };

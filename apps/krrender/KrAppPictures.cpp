@@ -235,7 +235,7 @@ std::string KrAppPictures::pick()
 
 KrFrameDescription KrAppPictures::describe()
 {
-    return KrAppSidecar::describe(m_scene, m_options.width, m_options.height, m_options.intrinsics);
+    return KrAppSidecar::describe(m_scene, m_options.intrinsics);
 }
 
 bool KrAppPictures::isBlank(const KrImage& picture) const

@@ -63,15 +63,11 @@ bool KrAppSidecar::evenPart(const KrCameraIntrinsics& camera, double& fieldOfVie
     return true;
 }
 
-KrFrameDescription KrAppSidecar::describe(KrPictureScene& scene, unsigned int width, unsigned int height,
+KrFrameDescription KrAppSidecar::describe(const KrPictureScene& scene,
                                           const std::optional<KrCameraIntrinsics>& intrinsics)
 {
     KrFrameDescription frame;
-    // The window draws larger where there are several samples; the picture is told as it is written.
-    frame.fill(scene.window());
-    if (width != frame.width || height != frame.height) {
-        frame.setPictureSize(width, height);
-    }
+    scene.describe(frame);
     if (intrinsics) {
         frame.intrinsics = intrinsics; // as they were given, not scaled there and back
     }

@@ -22,10 +22,9 @@ KrFrameDescription read(const std::string& path, const KrAppMessages& messages);
 /// view; false, and no change, where there is none: the principal point is not in the picture.
 bool evenPart(const KrCameraIntrinsics& camera, double& fieldOfView, double& aspectRatio);
 
-/// The frame that `scene` drew last, as a picture file of that size, in pixels.
+/// The frame that `scene` drew last, as a picture file of the scene's size.
 /// @param intrinsics  as they were asked for
-KrFrameDescription describe(KrPictureScene& scene, unsigned int width, unsigned int height,
-                            const std::optional<KrCameraIntrinsics>& intrinsics);
+KrFrameDescription describe(const KrPictureScene& scene, const std::optional<KrCameraIntrinsics>& intrinsics);
 /// Throws KrAppFailure (CouldNot).
 void write(const KrFrameDescription& frame, const std::string& path);
 

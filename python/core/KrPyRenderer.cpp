@@ -165,11 +165,7 @@ KrFrameDescription KrPyRenderer::draw(const KrPyPose& pose, const KrPyCamera& ca
         fail(reason);
     }
     KrFrameDescription frame;
-    frame.fill(m_scene->window());
-    // The window draws larger where there are several samples; the picture is told as it is handed out.
-    if (frame.width != m_settings.width || frame.height != m_settings.height) {
-        frame.setPictureSize(m_settings.width, m_settings.height);
-    }
+    m_scene->describe(frame);
     if (camera.intrinsics) {
         frame.intrinsics = camera.intrinsics; // as they were given, not scaled there and back
     }

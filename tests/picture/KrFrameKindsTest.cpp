@@ -1,5 +1,6 @@
 #include <import/KrRobotImporter.h>
 #include <picture/KrPictureScene.h>
+#include <rendCore/capture/KrFrameDescription.h>
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderShape.h>
 #include <toolkit/system/KrVisualizableStatedSystem.h>
@@ -477,4 +478,36 @@ TEST(KrFrameKinds, ArePixelForPixelTheSameHoweverLargeColoursAreDrawn)
     EXPECT_NEAR(double(masks[0].numPixels(1)), double(masks[1].numPixels(1)), 3.0);
     EXPECT_EQ(picks[0]->part.link, picks[1]->part.link);
     EXPECT_NEAR(picks[0]->distance, picks[1]->distance, 1e-4);
+}
+
+TEST(KrFrameKinds, AFrameWithoutColoursIsDescribedByItsOwnPlanes)
+{
+    Shown shown(KR_SAMPLES "/industrial_arm.urdf", 4);
+    Images images = shown.draw();
+    KrFrameDescription first;
+    ASSERT_TRUE(shown.scene.describe(first));
+    KrPovParameters pov = shown.scene.window().getPovParameters();
+    pov.setEyepoint(pov.eyepoint() + (pov.eyepoint() - pov.centerOfInterest()));
+    shown.scene.window().setPovParameters(pov);
+    std::string reason;
+    KrFrameCapture::Targets targets = images.targets();
+    KrFrameDescription described[2];
+    for (unsigned char* const color : {static_cast<unsigned char*>(nullptr), images.color.data()}) {
+        targets.color = color;
+        ASSERT_TRUE(shown.scene.draw(shown.system.systemState(), {}, targets, reason)) << reason;
+        ASSERT_TRUE(shown.scene.describe(described[color ? 1 : 0]));
+    }
+    EXPECT_GT(described[0].near, first.near + 1.0);
+    EXPECT_NEAR(described[0].near, described[1].near, 1e-9);
+    EXPECT_NEAR(described[0].far, described[1].far, 1e-9);
+    // To the last digit, whatever was drawn before: the same frame as the first one of another scene.
+    Shown other(KR_SAMPLES "/industrial_arm.urdf", 4);
+    other.scene.window().setPovParameters(pov);
+    targets.color = nullptr;
+    KrFrameDescription alone;
+    ASSERT_TRUE(other.scene.draw(other.system.systemState(), {}, targets, reason) && other.scene.describe(alone));
+    EXPECT_EQ(alone.near, described[0].near);
+    EXPECT_EQ(alone.far, described[0].far);
+    EXPECT_EQ(described[0].width, kWidth);
+    EXPECT_EQ(described[0].intrinsics->fx, described[1].intrinsics->fx);
 }
