@@ -37,7 +37,7 @@ KrPyCamera KrPyCamera::fit(const KrPySystem& system, const std::vector<KrPyPose>
     framing.setShown(shown);
     KrPyPoser poser(system);
     for (const KrPyPose& pose : poses) {
-        framing.add(system.stated().manipulatorSystem(), poser.state(pose));
+        framing.add(system.ofThread().manipulatorSystem(), poser.state(pose));
     }
     KrPyCamera camera;
     camera.pov = framing.pov();

@@ -64,7 +64,7 @@ bool isSame(const KrPyCamera& a, const KrPyCamera& b)
 
 KrFraming::Shown KrPyRenderer::shown(const KrAids& aids, const KrPySystem& system)
 {
-    return aids.shown(system.stated());
+    return aids.shown(system.ofThread());
 }
 
 KrPyRenderer::KrPyRenderer(std::shared_ptr<const KrPySystem> system, const Settings& settings, const KrPyCamera& camera)

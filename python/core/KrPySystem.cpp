@@ -11,6 +11,23 @@
 #include <limits>
 #include <mutex>
 
+namespace
+{
+
+/// Through its written form, which leaves nothing out and shares nothing.
+KrStatedSystem copyOf(const KrStatedSystem& system, const std::string& name)
+{
+    const KrReason said;
+    std::string text;
+    KrStatedSystem copy;
+    if (!system.writeBuffer(text) || !copy.readBuffer(text.data(), text.size(), name)) {
+        throw KrPyFailure(KrPyFailure::Kind::Render, name + " cannot be copied: " + said.text("no reason is known"));
+    }
+    return copy;
+}
+
+} // namespace
+
 std::shared_ptr<KrPySystem> KrPySystem::load(const std::string& path, const KrImportOptions& options)
 {
     // The importer is for one thread at a time.
@@ -105,19 +122,22 @@ std::string KrPySystem::whyNoJoint(const std::string& name) const
                : reason;
 }
 
-KrStatedSystem KrPySystem::forDrawing() const
+const KrStatedSystem& KrPySystem::ofThread() const
 {
-    const bool isShared =
-        m_thread == std::this_thread::get_id() && KrPoseDriver(m_system.manipulatorSystem()).shapes().empty();
-    if (isShared) {
+    const std::thread::id thread = std::this_thread::get_id();
+    if (thread == m_thread) {
         return m_system;
     }
-    // Through its written form, which leaves nothing out and shares nothing.
-    const KrReason said;
-    std::string text;
-    KrStatedSystem copy;
-    if (!m_system.writeBuffer(text) || !copy.readBuffer(text.data(), text.size(), m_name)) {
-        throw KrPyFailure(KrPyFailure::Kind::Render, m_name + " cannot be copied: " + said.text("no reason is known"));
-    }
-    return copy;
+    // Kept: a thread that opens one renderer after the other copies once. A later thread of the same number may have
+    // it, because there are no two of one number at a time.
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_copies.find(thread);
+    return found != m_copies.end() ? found->second : m_copies.emplace(thread, copyOf(m_system, m_name)).first->second;
+}
+
+KrStatedSystem KrPySystem::forDrawing() const
+{
+    const KrStatedSystem& own = ofThread();
+    const bool isBending = !KrPoseDriver(own.manipulatorSystem()).shapes().empty();
+    return isBending ? copyOf(own, m_name) : own;
 }

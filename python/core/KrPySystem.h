@@ -4,7 +4,9 @@
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -40,7 +42,7 @@ public:
     /// @param parts  with names that differ
     static std::shared_ptr<KrPySystem> compose(const std::vector<Part>& parts);
 
-    /// What it is made of, in the state of its files. For reading and reckoning; to be drawn: forDrawing().
+    /// What it is made of, in the state of its files: for what does not ask for surfaces.
     const KrStatedSystem& stated() const { return m_system; }
     /// Of the robot in its file; of the file, where it has none.
     const std::string& name() const { return m_name; }
@@ -61,9 +63,11 @@ public:
     /// The library's sentence about a name that no joint has, with those that resemble it.
     std::string whyNoJoint(const std::string& name) const;
 
-    /// A system for one renderer on the calling thread.
-    ///
-    /// Extents belong to one thread, and those that bend to one window: what cannot be shared is copied.
+    /// The same, with extents that belong to the calling thread: what is asked of an extent may be reckoned then, and
+    /// kept in it. Throws KrPyFailure (Render).
+    const KrStatedSystem& ofThread() const;
+    /// A system for one renderer on the calling thread. Extents that bend are its own, others the thread's. Throws
+    /// KrPyFailure (Render).
     KrStatedSystem forDrawing() const;
 
 private:
@@ -78,4 +82,6 @@ private:
     std::vector<Joint> m_joints;
     std::vector<std::vector<std::string>> m_links;
     std::thread::id m_thread = std::this_thread::get_id(); ///< that the extents belong to
+    mutable std::mutex m_mutex;
+    mutable std::map<std::thread::id, KrStatedSystem> m_copies; ///< for other threads
 };

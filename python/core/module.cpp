@@ -17,6 +17,7 @@
 #include <toolkit/foundation/KrReason.h>
 #include <toolkit/image/private/KrPngEncoder.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -384,14 +385,16 @@ py::array_t<bool> amodal(KrPyRenderer& renderer, const std::string& level)
     krPyRun([&] { renderer.amodal(wanted, masks); });
     py::array_t<bool> result({static_cast<py::ssize_t>(masks.numLabels()), static_cast<py::ssize_t>(masks.height()),
                               static_cast<py::ssize_t>(masks.width())});
-    bool* out = result.mutable_data();
-    std::vector<unsigned char> mask(std::size_t(masks.width()) * masks.height());
-    for (std::uint32_t label = 1; label <= masks.numLabels(); ++label) {
-        masks.mask(label, mask.data());
-        for (const unsigned char byte : mask) {
-            *out++ = byte != 0;
+    auto* const out = reinterpret_cast<unsigned char*>(result.mutable_data());
+    krPyRun([&] {
+        const std::size_t size = std::size_t(masks.width()) * masks.height();
+        for (std::uint32_t label = 1; label <= masks.numLabels(); ++label) {
+            unsigned char* const mask = out + (label - 1) * size;
+            masks.mask(label, mask);
+            // numpy's truth is 1.
+            std::for_each(mask, mask + size, [](unsigned char& byte) { byte &= 1; });
         }
-    }
+    });
     return result;
 }
 

@@ -197,7 +197,8 @@ def _load(path: str, package_paths: tuple[str, ...], use_cache: bool) -> Robot:
         _LOG.info("%s: %s: %s", warning["file"], warning["element"], warning["text"])
     missing = report["counts"]["missingMeshes"]
     if missing:
-        _LOG.warning("%s: %d mesh%s missing: the robot's report tells more", path, missing, "es are" if missing > 1 else " is")
+        what = "1 mesh is" if missing == 1 else f"{missing} meshes are"
+        _LOG.warning("%s: %s missing: the robot's report tells more", path, what)
     return robot
 
 
