@@ -1,4 +1,5 @@
 # The libraries that the project stands on. The installed package finds the same ones (KrRendCoreConfig.cmake.in).
+# Those of the Python module are in KrPython.cmake: it is built where they are there.
 find_package(PkgConfig REQUIRED)
 set(KR_OSG_MODULES
     openscenegraph openscenegraph-osgViewer openscenegraph-osgGA openscenegraph-osgText
