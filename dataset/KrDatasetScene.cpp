@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <tuple>
 #include <utility>
@@ -114,7 +115,7 @@ KrLabelTable::Level levelOf(KrDatasetRecipe::LabelLevel level)
 
 void grow(KrDatasetSample::Box& box, unsigned int x, unsigned int y)
 {
-    // A pixel at a time, row after row: y never goes back.
+    // Row after row: y never goes back.
     if (box.width == 0) {
         box = {x, y, 1, 1};
         return;
@@ -493,12 +494,13 @@ void KrDatasetScene::fillMask(const KrDatasetSample& sample, KrDatasetSample::Pa
     std::vector<unsigned char>& mask = m_drawing->mask;
     mask.resize(std::size_t{sample.width} * sample.height);
     m_drawing->masks.mask(part.label, mask.data());
-    const unsigned char* pixel = mask.data();
+    // Most of a mask is empty: its rows are searched as bytes.
     for (unsigned int y = 0; y < sample.height; ++y) {
-        for (unsigned int x = 0; x < sample.width; ++x, ++pixel) {
-            if (*pixel != 0) {
-                grow(part.amodalBox, x, y);
-            }
+        const unsigned char* const row = mask.data() + std::size_t{y} * sample.width;
+        if (const void* const first = std::memchr(row, 255, sample.width)) {
+            const void* const last = ::memrchr(row, 255, sample.width);
+            grow(part.amodalBox, static_cast<unsigned int>(static_cast<const unsigned char*>(first) - row), y);
+            grow(part.amodalBox, static_cast<unsigned int>(static_cast<const unsigned char*>(last) - row), y);
         }
     }
     const KrDatasetSample::Box& box = part.amodalBox;
