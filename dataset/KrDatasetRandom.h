@@ -24,6 +24,7 @@ public:
     /// xor byte) * 1099511628211.
     static std::uint64_t hash(std::string_view name);
 
+    /// The numbers of that sample (or whatever else `sample` counts).
     KrDatasetRandom(std::uint64_t seed, std::uint64_t sample)
         : m_seed(seed)
         , m_sample(sample)

@@ -42,7 +42,9 @@ public:
     bool load(const KrDatasetRecipe& recipe, std::string& reason);
     /// After `load`.
     const KrDatasetRecipe& recipe() const { return m_recipe; }
+    /// What holds for all samples; borrowed.
     const KrDatasetInfo& info() const { return m_info; }
+    /// Says what a sample shows, without drawing it; borrowed.
     const KrDatasetSampler& sampler() const { return m_sampler; }
     /// What the readers of the files mended or left out. A mesh that is missing is no warning, but a failure.
     const std::vector<std::string>& warnings() const { return m_warnings; }
@@ -59,6 +61,7 @@ public:
     /// @return false, too, where no attempt shows as much as the recipe asks for
     bool draw(std::uint64_t number, KrDatasetSample& sample, std::string& reason);
 
+    /// Of all calls of `draw`.
     const Times& times() const { return m_times; }
 
 private:

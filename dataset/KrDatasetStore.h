@@ -63,6 +63,7 @@ public:
     const std::string& folder() const { return m_folder; }
     /// Removes what processes have left that are gone.
     void removeLeftovers() const;
+    /// Whether a shard is there. Cheap: its files are not read.
     bool isDone(std::uint64_t shard) const;
     Begin begin(const KrDatasetShard& shard, std::unique_ptr<Draft>& draft, std::string& reason) const;
 

@@ -143,7 +143,7 @@ def check(update):
 def header_index():
     """Where the header of each class is: a class that clients use has a header of its name."""
     index = {}
-    for library in ("toolkit", "rendCore", "import", "picture"):
+    for library in ("toolkit", "rendCore", "import", "picture", "dataset"):
         for folder, _, names in os.walk(os.path.join(ROOT, library)):
             if "private" not in folder.split(os.sep):
                 for name in names:
