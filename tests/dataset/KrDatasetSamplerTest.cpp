@@ -126,7 +126,7 @@ TEST_F(Sampler, WhatIsAddedShiftsNothingElse)
 {
     ASSERT_EQ(prepare(), "");
     const KrDatasetShot before = m_sampler.shot(42, 0);
-    m_recipe.lights.emplace();
+    m_recipe.lights = KrDatasetRecipe::Lights();
     m_recipe.lights->lamps.resize(2);
     m_recipe.lights->lamps[0].color.colors = m_recipe.lights->lamps[1].color.colors = {KrColor(1.0, 1.0, 1.0)};
     m_recipe.robots[1].pose.x = {0.0, 1.0};
