@@ -43,7 +43,7 @@ bool KrDatasetMaker::openScene(KrDatasetScene& scene, bool requireGpu, std::stri
 bool KrDatasetMaker::make(const Options& options, Result& result, std::string& reason)
 {
     result = Result();
-    m_store.removeLeftovers();
+    m_store.removeLeftovers(options.process, options.numProcesses);
     const KrDatasetRecipe& recipe = m_scene.recipe();
     std::uint64_t total = 0;
     for (std::uint64_t number = options.process; number < recipe.numShards(); number += options.numProcesses) {

@@ -104,6 +104,9 @@ public:
         }
     }
 
+    /// False where the file system has no locks: nobody knows who else is at work.
+    bool isLocked() const { return m_isLocked; }
+
     /// @return false where somebody else has it (`isBusy`), or the system fails
     bool take(const std::string& path, bool& isBusy, std::string& reason)
     {
@@ -113,8 +116,12 @@ public:
             if (descriptor < 0) {
                 return fail(path, errno, reason);
             }
-            if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
-                const int error = errno;
+            m_isLocked = ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+            // Cluster file systems may be mounted without locks. Work goes on there: a shard is published in one step,
+            // and the second one to do so finds it done.
+            const int error = errno;
+            const bool isUnknown = error == ENOSYS || error == EOPNOTSUPP || error == ENOLCK;
+            if (!m_isLocked && !isUnknown) {
                 ::close(descriptor);
                 isBusy = error == EWOULDBLOCK;
                 return fail(path + " cannot be locked", error, reason);
@@ -135,6 +142,7 @@ public:
 private:
     std::string m_path;
     int m_descriptor = -1;
+    bool m_isLocked = false;
 };
 
 KrDatasetStore::Draft::Draft(const KrDatasetStore& store, const KrDatasetShard& shard)
@@ -275,12 +283,13 @@ bool KrDatasetStore::isDone(std::uint64_t shard) const
     return fs::exists(shardPath(shard) + "/" + KrDatasetManifest::kName, error);
 }
 
-void KrDatasetStore::removeLeftovers() const
+void KrDatasetStore::removeLeftovers(std::uint64_t process, std::uint64_t numProcesses) const
 {
     std::error_code error;
     std::map<std::uint64_t, std::vector<std::string>> leftovers;
     for (fs::directory_iterator at(m_folder, error), end; !error && at != end; at.increment(error)) {
-        if (const auto shard = shardOfLeftover(at->path().filename().string())) {
+        const auto shard = shardOfLeftover(at->path().filename().string());
+        if (shard && *shard % numProcesses == process) {
             leftovers[*shard].push_back(at->path().string());
         }
     }
@@ -289,7 +298,7 @@ void KrDatasetStore::removeLeftovers() const
         bool isBusy = false;
         std::string ignored;
         // Whoever made them held this lock until its end: it is free, so they are nobody's.
-        if (lock.take(m_folder + "/" + hiddenName(shard) + kLock, isBusy, ignored)) {
+        if (lock.take(m_folder + "/" + hiddenName(shard) + kLock, isBusy, ignored) && lock.isLocked()) {
             for (const std::string& path : paths) {
                 // The lock itself goes with this one.
                 if (!endsWith(path, kLock)) {

@@ -15,7 +15,8 @@ struct KrDatasetRecipe;
 /// Beside the shards it holds `recipe.json`, a copy of the recipe, `dataset.json`, what is known of all samples, and,
 /// once they are merged, `index.json`. A shard is written in a hidden folder of its own; when all its files and a
 /// manifest of them (sizes, SHA-256) have been handed to the disk, the folder gets its name in one step. Several
-/// processes, on several machines, may work in one folder.
+/// processes, on several machines, may work in one folder. Where the file system has no locks they may, too: what
+/// a killed one has left stays there, and of two that make the same shard one is in vain.
 ///
 /// What fails gives false, and says why in one sentence without a full stop.
 class KrDatasetStore
@@ -61,8 +62,9 @@ public:
     bool open(const std::string& folder, const KrDatasetRecipe& recipe, const KrDatasetInfo& info, std::string& reason);
 
     const std::string& folder() const { return m_folder; }
-    /// Removes what processes have left that are gone.
-    void removeLeftovers() const;
+    /// Removes what processes have left that are gone, of the shards s with s % numProcesses == process: a thousand
+    /// processes that begin together do not ask for the locks of each other.
+    void removeLeftovers(std::uint64_t process, std::uint64_t numProcesses) const;
     /// Whether a shard is there. Cheap: its files are not read.
     bool isDone(std::uint64_t shard) const;
     Begin begin(const KrDatasetShard& shard, std::unique_ptr<Draft>& draft, std::string& reason) const;

@@ -5,6 +5,29 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/file.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace
+{
+
+bool s_hasLocks = true;
+
+} // namespace
+
+/// In the place of the C library's: a file system without locks can be had.
+extern "C" int flock(int descriptor, int operation) noexcept
+{
+    if (!s_hasLocks) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_flock, descriptor, operation));
+}
+
 namespace
 {
 
@@ -94,7 +117,7 @@ TEST_F(Store, AShardIsMadeByOneAndLeavesNothingBehind)
     EXPECT_EQ(begin(1, second), Begin::Busy);
     // What is at work is no leftover, whoever looks.
     const std::string folder = first->folder();
-    m_store.removeLeftovers();
+    m_store.removeLeftovers(0, 1);
     EXPECT_TRUE(std::filesystem::exists(folder));
     first.reset();
     EXPECT_FALSE(std::filesystem::exists(folder));
@@ -103,10 +126,37 @@ TEST_F(Store, AShardIsMadeByOneAndLeavesNothingBehind)
     std::filesystem::create_directory(m_folder.path("set/.shard-000001.12345.0.tmp"));
     m_folder.write("set/.shard-000002.lock", ""); // killed before it made a folder, or behind its work
     std::filesystem::create_directory(m_folder.path("set/.shard-of-somebody.tmp"));
-    m_store.removeLeftovers();
+    m_store.removeLeftovers(0, 1);
     EXPECT_EQ(names(), (std::set<std::string>{".shard-of-somebody.tmp", "recipe.json", "dataset.json"}));
     make(1);
     EXPECT_EQ(begin(1, first), Begin::Done);
+}
+
+TEST_F(Store, WorksWhereThereAreNoLocksAndTouchesNobodysWorkThere)
+{
+    const auto touch = [&](const char* name) { std::filesystem::create_directory(m_folder.path(name)); };
+    std::unique_ptr<KrDatasetStore::Draft> first;
+    std::unique_ptr<KrDatasetStore::Draft> second;
+    std::string reason;
+    s_hasLocks = false;
+    ASSERT_EQ(begin(1, first), Begin::Ours);
+    ASSERT_EQ(begin(1, second), Begin::Ours);
+    EXPECT_NE(first->folder(), second->folder());
+    m_store.removeLeftovers(0, 1);
+    for (const auto& draft : {first.get(), second.get()}) {
+        std::ofstream(draft->folder() + "/a.json") << "{}";
+        EXPECT_TRUE(draft->publish("a driver", reason)) << reason;
+    }
+    first.reset();
+    second.reset();
+    EXPECT_EQ(names(), (std::set<std::string>{"dataset.json", "recipe.json", "shard-000001"}));
+    s_hasLocks = true;
+    // Nor are other shares looked at.
+    touch("set/.shard-000001.12345.0.tmp");
+    touch("set/.shard-000002.12345.0.tmp");
+    m_store.removeLeftovers(0, 2);
+    EXPECT_EQ(names().count(".shard-000001.12345.0.tmp"), 1u);
+    EXPECT_EQ(names().count(".shard-000002.12345.0.tmp"), 0u);
 }
 
 TEST_F(Store, RefusesTheFolderOfAnotherDataSet)
