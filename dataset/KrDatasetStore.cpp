@@ -79,6 +79,48 @@ bool sync(const std::string& path, std::string& reason)
     return isSynced || error == EINVAL || fail(path + " cannot be handed to the disk", error, reason);
 }
 
+/// Held while files of the data set itself are written, by whoever does so. It waits for the one before; where the file
+/// system has no locks nothing is held.
+class FolderLock
+{
+public:
+    explicit FolderLock(const std::string& folder)
+        : m_descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+        , m_isLocked(m_descriptor >= 0 && ::flock(m_descriptor, LOCK_EX) == 0)
+    {
+    }
+    ~FolderLock()
+    {
+        if (m_descriptor >= 0) {
+            ::close(m_descriptor);
+        }
+    }
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+
+    bool isLocked() const { return m_isLocked; }
+
+private:
+    int m_descriptor;
+    bool m_isLocked;
+};
+
+/// Removes unfinished files of those who were killed while they held the lock of `folder`, which is the caller's now.
+void removePartialFiles(const std::string& folder)
+{
+    std::error_code error;
+    std::vector<fs::path> found;
+    for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+        const std::string name = at->path().filename().string();
+        if (name.front() == '.' && name.find(".partial") != std::string::npos && at->is_regular_file(error)) {
+            found.push_back(at->path());
+        }
+    }
+    for (const fs::path& path : found) {
+        fs::remove(path, error);
+    }
+}
+
 /// Has the system begin to write a file, so that syncing many one after the other does not wait for each.
 void beginSync(const std::string& path)
 {
@@ -238,10 +280,16 @@ bool KrDatasetStore::open(const std::string& folder, const KrDatasetRecipe& reci
         }
     }
     const std::string description = krDatasetDescription(recipe, info, reason);
-    return !description.empty() &&
-           settle(kRecipe, recipe.text, "the recipe is not the one by which " + folder + " was begun", reason) &&
-           settle(kDescription, description,
-                  "robots, meshes or the renderer have changed since " + folder + " was begun", reason);
+    const FolderLock lock(folder);
+    const bool isOurs =
+        !description.empty() &&
+        settle(kRecipe, recipe.text, "the recipe is not the one by which " + folder + " was begun", reason) &&
+        settle(kDescription, description, "robots, meshes or the renderer have changed since " + folder + " was begun",
+               reason);
+    if (isOurs && lock.isLocked()) {
+        removePartialFiles(folder);
+    }
+    return isOurs;
 }
 
 /// Writes a file that is the same for all processes; one that is there must be the same already.
@@ -415,6 +463,7 @@ bool KrDatasetStore::merge(std::string& reason) const
                                                             .string("manifest", hash)
                                                             .text();
     }
+    const FolderLock lock(m_folder);
     if (!m_format->writeSet(*m_info, m_folder, reason)) {
         return false;
     }

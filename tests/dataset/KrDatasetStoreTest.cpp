@@ -163,7 +163,10 @@ TEST_F(Store, RefusesTheFolderOfAnotherDataSet)
 {
     make(0);
     KrDatasetStore again;
+    // Of one that was killed while it wrote the recipe.
+    m_folder.write("set/.recipe.0123456789abcdef.partial.json", "{");
     EXPECT_EQ(open(again), "");
+    EXPECT_EQ(names().count(".recipe.0123456789abcdef.partial.json"), 0u);
     m_recipe.text = "{ }";
     EXPECT_NE(open(again).find("the recipe is not the one by which"), std::string::npos);
     m_recipe.text = "{}";
