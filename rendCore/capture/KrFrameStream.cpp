@@ -421,6 +421,7 @@ void KrFrameStream::Ring::read(osg::State& state, const KrLabelPass::View& view,
     const KrLabelPass::Area& area = view.area;
     Slot& slot =
         prepare(state, *view.camera, static_cast<unsigned int>(area.width), static_cast<unsigned int>(area.height));
+    slot.frame.projection = view.projection;
     slot.view = view;
     slot.target = target;
     slot.options = options;

@@ -86,18 +86,6 @@ osg::ref_ptr<osg::StateSet> makeStates(const char* name, const char* vertexShade
     return states;
 }
 
-/// Gives a projection planes of 1 and 2 m. A frame of colours leaves those that were fitted to it in its camera: fitted
-/// anew from them, the last digits of depths would depend on the frames before.
-void forgetPlanes(osg::Matrixd& projection)
-{
-    const bool isPerspective = projection(3, 3) == 0.0 && projection(2, 3) == -1.0;
-    const bool isParallel = projection(3, 3) == 1.0 && projection(2, 3) == 0.0;
-    if ((isPerspective || isParallel) && projection(0, 2) == 0.0 && projection(1, 2) == 0.0) {
-        projection(2, 2) = isPerspective ? -3.0 : -2.0; // -(f + n) / (f - n), or -2 / (f - n)
-        projection(3, 2) = isPerspective ? -4.0 : -3.0; // -2 f n / (f - n), or -(f + n) / (f - n)
-    }
-}
-
 bool isComplete(const osg::GLExtensions& gl)
 {
     return gl.glCheckFramebufferStatus(GL_FRAMEBUFFER_EXT) == GL_FRAMEBUFFER_COMPLETE_EXT;
@@ -260,10 +248,6 @@ void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& 
     m_camera->stand(*view.camera, request.level, request.content == Content::Bits ? request.firstBit : 0, program);
     m_viewport->setViewport(view.area.x, view.area.y, view.area.width, view.area.height);
     m_projection->set(view.camera->getProjectionMatrix());
-    if (view.camera->getComputeNearFarMode() != osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR) {
-        forgetPlanes(*m_projection);
-    }
-    const osg::Matrixd unfitted = *m_projection;
     m_view->set(view.camera->getViewMatrix());
 
     m_visitor->reset();
@@ -305,8 +289,7 @@ void KrLabelPass::cull(osgViewer::Viewer& viewer, const Request& request, View& 
     }
     m_stage->sort();
     m_graph->prune();
-    // Where nothing is there is nothing to fit.
-    view.projection = *m_projection == unfitted ? view.camera->getProjectionMatrix() : *m_projection;
+    view.projection = *m_projection;
     view.worldToEye = *m_view;
 }
 

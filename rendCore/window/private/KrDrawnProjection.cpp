@@ -10,21 +10,10 @@
 namespace
 {
 
-/// Fitting near and far planes to a scene changes nothing but the depth column.
-bool isSameButForDepth(const osg::Matrixd& a, const osg::Matrixd& b)
-{
-    for (int row = 0; row < 4; ++row) {
-        if (a(row, 0) != b(row, 0) || a(row, 1) != b(row, 1) || a(row, 3) != b(row, 3)) {
-            return false;
-        }
-    }
-    return true;
-}
-
 /// A camera nested in the scene has a projection of its own, which is not looked for.
 bool isCameras(const osgUtil::RenderLeaf* leaf, const osg::Matrixd& camera)
 {
-    return leaf && leaf->_projection.valid() && isSameButForDepth(*leaf->_projection, camera);
+    return leaf && leaf->_projection.valid() && KrDrawnProjection::isSameButForDepth(*leaf->_projection, camera);
 }
 
 const osg::RefMatrix* find(osgUtil::RenderBin& bin, const osg::Matrixd& camera)
@@ -66,4 +55,15 @@ osg::Matrixd KrDrawnProjection::of(osgViewer::Viewer& viewer)
     // The stage keeps what it has drawn until the next frame is culled.
     osgUtil::RenderStage* const stage = KrRenderStages::ofMain(&viewer);
     return stage ? of(*stage, camera) : camera;
+}
+
+bool KrDrawnProjection::isSameButForDepth(const osg::Matrixd& a, const osg::Matrixd& b)
+{
+    // Fitting near and far planes to a scene changes nothing but the depth column.
+    for (int row = 0; row < 4; ++row) {
+        if (a(row, 0) != b(row, 0) || a(row, 1) != b(row, 1) || a(row, 3) != b(row, 3)) {
+            return false;
+        }
+    }
+    return true;
 }

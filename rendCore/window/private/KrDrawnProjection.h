@@ -23,4 +23,7 @@ osg::Matrixd of(osgViewer::Viewer& viewer);
 /// Among what is in `bin`; `camera`, the camera's own matrix, when nothing is.
 osg::Matrixd of(osgUtil::RenderBin& bin, const osg::Matrixd& camera);
 
+/// Whether two projections differ in nothing but their planes near and far.
+bool isSameButForDepth(const osg::Matrixd& a, const osg::Matrixd& b);
+
 } // namespace KrDrawnProjection

@@ -1,4 +1,5 @@
 #include <rendCore/capture/KrFrameCapture.h>
+#include <rendCore/capture/KrFrameDescription.h>
 #include <rendCore/system/KrMultiRenderWindow.h>
 #include <rendCore/window/KrSGDrawCallbacks.h>
 
@@ -206,6 +207,36 @@ TEST_F(KrFrameCaptureTest, FollowsTheSceneAndItsWindows)
     first.reset();
     EXPECT_TRUE(window.renderScene(true));
     window.closeWindow();
+}
+
+// To the last bit, planes included: data sets are drawn in any order.
+TEST_F(KrFrameCaptureTest, AFrameDoesNotDependOnThoseBefore)
+{
+    window.updateScene();
+    const osg::Matrixd given = window.getViewer()->getCamera()->getProjectionMatrix();
+    KrFrameDescription last;
+    for (int i = 0; i < 40; ++i) {
+        system.setJointPosition(0, "arm_joint", 0.37 * i);
+        window.setState(system.systemState());
+        draw(window);
+    }
+    EXPECT_TRUE(window.getViewer()->getCamera()->getProjectionMatrix() == given)
+        << "the planes stay as they were asked for";
+    const Images images = draw(window);
+    ASSERT_TRUE(last.fill(window));
+    KrDepthCapture depths;
+    std::vector<float> old, fresh;
+    ASSERT_TRUE(depths.render(window, {}, old));
+
+    KrRenderWindow other;
+    KrStatedSystem copy = system;
+    ASSERT_TRUE(open(other, copy));
+    EXPECT_TRUE(draw(other) == images);
+    KrFrameDescription first;
+    ASSERT_TRUE(first.fill(other));
+    EXPECT_TRUE(first.projection == last.projection);
+    ASSERT_TRUE(depths.render(other, {}, fresh));
+    EXPECT_EQ(fresh, old);
 }
 
 TEST_F(KrFrameCaptureTest, WhatIsNoLinkHasNoLabelAndHidesNone)
