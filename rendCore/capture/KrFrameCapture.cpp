@@ -170,6 +170,7 @@ protected:
 
 private:
     const char* layOut(osgViewer::Viewer& viewer);
+    const char* layOutAgain(osgViewer::Viewer& viewer);
     void attachHooks();
     void readColors(osgUtil::RenderBin& bin, osg::RenderInfo& renderInfo);
     void unpack(const KrLabelPass::View& view);
@@ -178,6 +179,7 @@ private:
     const osg::ref_ptr<KrLabelPass> m_pass = new KrLabelPass;
     KrMetricDepth m_metric;
     std::vector<KrLabelPass::View> m_views;
+    std::vector<KrLabelPass::View> m_viewsBefore; ///< the frame
     std::vector<osg::ref_ptr<KrStageHook>> m_hooks;
     std::size_t m_numHooked = 0;
     std::size_t m_numColorsRead = 0;
@@ -233,6 +235,22 @@ const char* KrFrameCapture::Frame::layOut(osgViewer::Viewer& viewer)
              osg::Matrixd()});
     }
     return nullptr;
+}
+
+/// Behind a frame: whoever is called in it may have taken cameras away or resized them.
+const char* KrFrameCapture::Frame::layOutAgain(osgViewer::Viewer& viewer)
+{
+    const unsigned int width = m_width;
+    const unsigned int height = m_height;
+    std::swap(m_views, m_viewsBefore);
+    const char* const reason = layOut(viewer);
+    const auto isSame = [](const KrLabelPass::View& a, const KrLabelPass::View& b) {
+        return a.camera == b.camera && a.area.x == b.area.x && a.area.y == b.area.y && a.area.width == b.area.width &&
+               a.area.height == b.area.height;
+    };
+    const bool areSame = width == m_width && height == m_height &&
+                         std::equal(m_views.begin(), m_views.end(), m_viewsBefore.begin(), m_viewsBefore.end(), isSame);
+    return reason || areSame ? reason : "its size or its views changed in the frame";
 }
 
 void KrFrameCapture::Frame::attachHooks()
@@ -337,10 +355,12 @@ bool KrFrameCapture::Frame::render(osgViewer::Viewer* viewer)
         viewer->eventTraversal();
         viewer->updateTraversal();
     }
-    // Somebody who is called in the frame may have closed the window.
-    if (!failure && !(context->getState() && viewer->getCamera()->getGraphicsContext() == context)) {
+    // Somebody who is called in the frame may have closed the window, or drawn another one.
+    if (!failure &&
+        !(context->getState() && viewer->getCamera()->getGraphicsContext() == context && context->makeCurrent())) {
         failure = "no frame was drawn";
     }
+    failure = failure ? failure : layOutAgain(*viewer);
     if (!failure) {
         try {
             failure = task(*this, *viewer);
@@ -523,6 +543,18 @@ KrFrameCapture::~KrFrameCapture()
     m_frame->releasePass();
 }
 
+bool KrFrameCapture::isFree(const KrSGWindow& window, const char* operation) const
+{
+    if (m_frame->task) {
+        Kr::Print::instance()->write(Kr::Print::Warning,
+                                     "KrFrameCapture::%s - cannot read window \"%s\": this capture is in the middle of "
+                                     "another frame.\n",
+                                     operation, window.getName().c_str());
+        return false;
+    }
+    return true;
+}
+
 bool KrFrameCapture::capture(KrSGWindow& window, bool swapBuffers, const char* operation)
 {
     // The window's own callback is put back, and does not see this frame.
@@ -546,6 +578,9 @@ bool KrFrameCapture::capture(KrSGWindow& window, bool swapBuffers, const char* o
 
 bool KrFrameCapture::render(KrSGWindow& window, const Options& options, const Targets& targets)
 {
+    if (!isFree(window, "render")) {
+        return false;
+    }
     m_frame->options = options;
     m_frame->targets = targets;
     m_frame->task = [](Frame& frame, osgViewer::Viewer& viewer) { return frame.readKinds(viewer); };
@@ -555,6 +590,9 @@ bool KrFrameCapture::render(KrSGWindow& window, const Options& options, const Ta
 bool KrFrameCapture::pick(KrRenderWindow& window, unsigned int x, unsigned int y, unsigned int reduction,
                           std::optional<Pick>& pick)
 {
+    if (!isFree(window, "pick")) {
+        return false;
+    }
     Pick found;
     std::uint32_t label = 0;
     m_frame->options = Options();
@@ -587,6 +625,9 @@ bool KrFrameCapture::pick(KrRenderWindow& window, unsigned int x, unsigned int y
 bool KrFrameCapture::renderAmodal(KrRenderWindow& window, KrLabelTable::Level level, unsigned int reduction,
                                   KrAmodalMasks& masks)
 {
+    if (!isFree(window, "renderAmodal")) {
+        return false;
+    }
     KrAmodalMasks found;
     m_frame->options = Options();
     m_frame->options.reduction = reduction;

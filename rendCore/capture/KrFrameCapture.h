@@ -88,7 +88,8 @@ public:
     /// A window that shows several views is read as a whole, each view where it stands; colours of places without a
     /// view are the background's. Several windows may be read in turn.
     /// @return false, after one message, when the frame was not drawn or cannot be read: no context, targets of another
-    ///         size, a driver without framebuffers of whole numbers, a projection that mixes depth with x or y
+    ///         size, a driver without framebuffers of whole numbers, a projection that mixes depth with x or y, views
+    ///         that somebody changes in the frame, a call from within a frame that this object draws
     bool render(KrSGWindow& window, const Options& options, const Targets& targets);
 
     /// Looks up what the next frame of `window` would show in a pixel, without drawing its colours. Of a window that
@@ -118,6 +119,7 @@ public:
 private:
     class Frame;
 
+    bool isFree(const KrSGWindow& window, const char* operation) const;
     bool capture(KrSGWindow& window, bool swapBuffers, const char* operation);
 
     osg::ref_ptr<Frame> m_frame;

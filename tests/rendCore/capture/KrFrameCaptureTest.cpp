@@ -18,6 +18,7 @@
 #include <cmath>
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace
@@ -345,6 +346,82 @@ TEST_F(KrFrameCaptureTest, RefusesWhatDoesNotFitAndKeepsTheClientsCallback)
     EXPECT_TRUE(capture.pick(window, 0, 0, 1, pick));
     EXPECT_FALSE(pick.has_value()) << "nothing is in the corner";
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
+// Somebody who is called in a frame changes what the frame is drawn into, or asks the capture that draws it.
+TEST_F(KrFrameCaptureTest, RefusesAFrameThatIsNotTheOneItBegan)
+{
+    class Change : public osg::NodeCallback
+    {
+    public:
+        explicit Change(std::function<void()> change)
+            : m_change(std::move(change))
+        {
+        }
+        void operator()(osg::Node* node, osg::NodeVisitor* visitor) override
+        {
+            if (m_change) {
+                const std::function<void()> change = std::exchange(m_change, nullptr);
+                change();
+            }
+            traverse(node, visitor);
+        }
+
+    private:
+        std::function<void()> m_change;
+    };
+    const Images before = draw(window);
+    MessageRecorder messages;
+    for (const bool isColored : {true, false}) {
+        SCOPED_TRACE(isColored);
+        Images images;
+        KrFrameCapture::Targets targets = images.targets();
+        targets.color = isColored ? targets.color : nullptr;
+        const auto renderChanged = [&](KrRenderWindow& changed, const std::function<void()>& change) {
+            const osg::ref_ptr<osg::NodeCallback> callback = new Change(change);
+            changed.getNode()->addUpdateCallback(callback);
+            const bool isRead = capture.render(changed, options, targets);
+            changed.getNode()->removeUpdateCallback(callback);
+            return isRead;
+        };
+        osg::Camera& camera = *window.getViewer()->getCamera();
+        EXPECT_FALSE(renderChanged(window, [&] { camera.setViewport(0, 0, kWidth / 2, kHeight / 2); }));
+        camera.setViewport(0, 0, kWidth, kHeight);
+
+        // The frame within is refused, the one around it is read.
+        KrStatedSystem otherSystem(Systems::twoBoxes());
+        KrRenderWindow other;
+        ASSERT_TRUE(open(other, otherSystem));
+        bool isOtherRead = true;
+        EXPECT_TRUE(renderChanged(window, [&] {
+            Images inner;
+            isOtherRead = capture.render(other, options, inner.targets());
+        }));
+        EXPECT_FALSE(isOtherRead);
+        EXPECT_EQ(images.labels, before.labels);
+        EXPECT_TRUE(window.renderScene(true)) << "no hook stays behind";
+        if (!isColored) {
+            // Another window's frame leaves another context current.
+            std::fill(images.labels.begin(), images.labels.end(), 9u);
+            EXPECT_TRUE(renderChanged(window, [&] { other.renderScene(true); }));
+            EXPECT_EQ(images.labels, before.labels);
+        }
+
+        KrMultiRenderWindow multi;
+        multi.setHideWindow(true);
+        multi.setWindowParams(kWidth, kHeight, 3);
+        multi.setStatedSystem(otherSystem);
+        ASSERT_TRUE(multi.init());
+        osgViewer::Viewer& viewer = *multi.getViewer();
+        const auto* const traits = viewer.getCamera()->getGraphicsContext()->getTraits();
+        Images tiles(static_cast<unsigned int>(traits->width), static_cast<unsigned int>(traits->height));
+        targets = tiles.targets();
+        targets.color = isColored ? targets.color : nullptr;
+        ASSERT_TRUE(capture.render(multi, options, targets));
+        EXPECT_FALSE(renderChanged(multi, [&] { viewer.removeSlave(viewer.getNumSlaves() - 1); }));
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    }
+    EXPECT_TRUE(draw(window) == before);
 }
 
 TEST_F(KrFrameCaptureTest, AllocatesNoMoreThanTheSceneGraphsOwnPasses)
