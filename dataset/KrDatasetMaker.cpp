@@ -4,6 +4,9 @@
 #include <dataset/KrDatasetWriter.h>
 #include <dataset/private/KrDatasetClock.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -13,12 +16,33 @@
 namespace
 {
 
-std::string sizeText(std::uint64_t bytes)
+/// A double: what is asked for may be more than 64 bits count.
+std::string sizeText(double bytes)
 {
-    char text[32];
-    const double gigabytes = static_cast<double>(bytes) / (1024.0 * 1024.0 * 1024.0);
+    char text[64];
+    const double gigabytes = bytes / (1024.0 * 1024.0 * 1024.0);
     std::snprintf(text, sizeof text, gigabytes < 0.1 ? "%.3f GiB" : "%.1f GiB", gigabytes);
     return text;
+}
+
+/// Makes a hidden folder beside `folder`, and the folders above it: one that nobody had before.
+bool makeUnfinished(const std::filesystem::path& folder, std::string& unfinished, std::string& reason)
+{
+    std::error_code error;
+    if (folder.has_parent_path()) {
+        std::filesystem::create_directories(folder.parent_path(), error);
+    }
+    const std::string name = "." + folder.filename().string() + "." + std::to_string(::getpid()) + ".";
+    for (unsigned int attempt = 0;; ++attempt) {
+        unfinished = (folder.parent_path() / (name + std::to_string(attempt) + ".tmp")).string();
+        if (::mkdir(unfinished.c_str(), 0777) == 0) {
+            return true;
+        }
+        if (errno != EEXIST) {
+            reason = unfinished + ": " + std::strerror(errno);
+            return false;
+        }
+    }
 }
 
 } // namespace
@@ -52,8 +76,9 @@ bool KrDatasetMaker::make(const Options& options, Result& result, std::string& r
     // Of this process alone: what others do, and where, it cannot know.
     const std::uint64_t each = KrDatasetFormat::find(recipe.format)->bytesPerSample(m_scene.info());
     if (total > m_store.freeBytes() / each) {
-        reason = "about " + sizeText(total * each) + " are needed for " + std::to_string(total) + " samples, but " +
-                 m_store.folder() + " has room for " + sizeText(m_store.freeBytes());
+        reason = "about " + sizeText(static_cast<double>(total) * static_cast<double>(each)) + " are needed for " +
+                 std::to_string(total) + " samples, but " + m_store.folder() + " has room for " +
+                 sizeText(static_cast<double>(m_store.freeBytes()));
         return false;
     }
     // A window only where there is something to draw: a rerun of what is done costs nothing.
@@ -137,8 +162,12 @@ bool KrDatasetMaker::makeSample(const KrDatasetRecipe& recipe, std::uint64_t num
                  std::to_string(recipe.count - 1);
         return false;
     }
+    fs::path target(folder);
+    if (!target.has_filename()) {
+        target = target.parent_path(); // "folder/"
+    }
     std::error_code error;
-    if (fs::exists(folder, error)) {
+    if (fs::exists(target, error)) {
         reason = folder + " is there already";
         return false;
     }
@@ -147,18 +176,15 @@ bool KrDatasetMaker::makeSample(const KrDatasetRecipe& recipe, std::uint64_t num
     if (!scene.load(recipe, reason) || !openScene(scene, requireGpu, reason) || !scene.draw(number, sample, reason)) {
         return false;
     }
-    const std::string unfinished = folder + ".tmp";
-    fs::remove_all(unfinished, error);
-    fs::create_directories(unfinished, error);
-    if (error) {
-        reason = unfinished + ": " + error.message();
+    std::string unfinished;
+    if (!makeUnfinished(target, unfinished, reason)) {
         return false;
     }
     const KrDatasetFormat& format = *KrDatasetFormat::find(recipe.format);
     const KrDatasetShard shard = {number / recipe.samplesPerShard, number, 1};
     const std::unique_ptr<KrDatasetWriter> writer = format.writer(scene.info(), shard, unfinished, reason);
     const bool isWritten = writer && writer->add(sample, reason) && writer->finish(reason);
-    if (isWritten && std::rename(unfinished.c_str(), folder.c_str()) == 0) {
+    if (isWritten && std::rename(unfinished.c_str(), target.c_str()) == 0) {
         return true;
     }
     reason = isWritten ? folder + ": " + std::strerror(errno) : reason;

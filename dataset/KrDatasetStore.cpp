@@ -131,6 +131,19 @@ void beginSync(const std::string& path)
     }
 }
 
+/// Writes a file unless one is there, in one step: of several that begin together one is first, and it stays.
+/// @return why it failed; empty for none
+std::string writeOnce(const std::string& path, const std::string& text)
+{
+    KrFileReplacement file(path);
+    if (file.write(text.data(), text.size()) && ::fsync(file.descriptor()) == 0 &&
+        (::link(file.temporaryPath().c_str(), path.c_str()) == 0 || errno == EEXIST)) {
+        return std::string();
+    }
+    // A file system without second names; there two that begin together with two recipes are not told apart.
+    return file.replace() ? std::string() : file.reason();
+}
+
 } // namespace
 
 /// Held while a shard is made: whoever gets it knows that nobody else is at work there, wherever it runs.
@@ -271,7 +284,8 @@ bool KrDatasetStore::open(const std::string& folder, const KrDatasetRecipe& reci
         // Hidden files are those of others who are just beginning.
         if (at->path().filename().string().front() != '.') {
             // Somebody may have begun since.
-            if (fs::exists(folder + "/" + kRecipe)) {
+            std::error_code ignored;
+            if (fs::exists(folder + "/" + kRecipe, ignored)) {
                 break;
             }
             reason = folder + " is no data set's folder: it holds \"" + at->path().filename().string() + "\" and no " +
@@ -299,8 +313,8 @@ bool KrDatasetStore::settle(const std::string& name, const std::string& text, co
     const std::string path = m_folder + "/" + name;
     std::error_code error;
     if (!fs::exists(path, error)) {
-        // Two processes that begin together write the same bytes, or see below that they do not.
-        const std::string failure = KrFileReplacement::write(path, text);
+        // Two processes that begin together write the same bytes, or the later one sees below that it does not.
+        const std::string failure = writeOnce(path, text);
         if (!failure.empty()) {
             reason = path + ": " + failure;
             return false;

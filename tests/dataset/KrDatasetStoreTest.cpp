@@ -9,7 +9,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <thread>
 
 namespace
 {
@@ -178,6 +180,40 @@ TEST_F(Store, RefusesTheFolderOfAnotherDataSet)
     EXPECT_FALSE(again.open(other.path(""), m_recipe, m_info, reason));
     EXPECT_NE(reason.find("is no data set's folder: it holds \"thesis.tex\""), std::string::npos);
     EXPECT_EQ(other.names(), std::set<std::string>{"thesis.tex"});
+}
+
+TEST_F(Store, OfTwoRecipesThatBeginTogetherOneHasTheFolder)
+{
+    // Where the later file took the place of the first, both had it in nearly every round.
+    for (int round = 0; round < 20; ++round) {
+        const std::string folder = m_folder.path("race" + std::to_string(round));
+        std::atomic<int> numReady{0};
+        std::atomic<int> numOpen{0};
+        const auto begin = [&](const std::string& text) {
+            KrDatasetRecipe recipe = m_recipe;
+            recipe.text = text;
+            KrDatasetStore store;
+            std::string reason;
+            ++numReady;
+            while (numReady < 2) {
+            }
+            numOpen += store.open(folder, recipe, m_info, reason) ? 1 : 0;
+        };
+        std::thread other(begin, "{ }");
+        begin("{}");
+        other.join();
+        ASSERT_EQ(numOpen, 1) << "round " << round;
+    }
+}
+
+TEST_F(Store, AFolderThatCannotBeLookedIntoIsRefused)
+{
+    const Folder other;
+    std::filesystem::create_symlink("recipe.json", other.path("recipe.json"));
+    KrDatasetStore store;
+    std::string reason;
+    EXPECT_FALSE(store.open(other.path(""), m_recipe, m_info, reason));
+    EXPECT_NE(reason, "");
 }
 
 } // namespace

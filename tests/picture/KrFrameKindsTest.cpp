@@ -309,6 +309,49 @@ TEST(KrFrameKinds, AgreeInEveryPixelWithEachOtherAndWithTheCapturesOfOneKind)
     }
 }
 
+// What the passes behind a frame set in the driver and in the scene graph's memory of it changes no picture.
+TEST(KrFrameKinds, LeaveTheNextColoursAsTheyWouldBe)
+{
+    for (const std::string& file : files()) {
+        for (const bool isDirect : {true, false}) {
+            SCOPED_TRACE(file + (isDirect ? ", direct" : ""));
+            Shown shown(file);
+            KrRenderWindow& window = shown.scene.window();
+            window.setDirectDrawing(isDirect);
+            window.setLevelOfDetail(1.0f);
+            std::string reason;
+            const auto draw = [&] {
+                KrImage color;
+                EXPECT_TRUE(shown.scene.draw(shown.system.systemState(), color, reason)) << reason;
+                EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+                return std::vector<unsigned char>(color.data(), color.data() + color.sizeInBytes());
+            };
+            for (const bool isLit : {true, false}) {
+                window.setViewerAttribute(KrSGWindow::Lighting, isLit);
+                const std::vector<unsigned char> before = draw();
+                KrFrameCapture::Options options;
+                Images images;
+                for (const bool hasNormals : {false, true}) {
+                    KrFrameCapture::Targets targets = images.targets();
+                    targets.color = nullptr;
+                    targets.normals = hasNormals ? targets.normals : nullptr;
+                    ASSERT_TRUE(shown.scene.draw(shown.system.systemState(), options, targets, reason)) << reason;
+                    EXPECT_TRUE(before == draw()) << "behind labels";
+                }
+                KrAmodalMasks masks;
+                ASSERT_TRUE(
+                    shown.scene.drawAmodal(shown.system.systemState(), KrLabelTable::Level::Link, masks, reason));
+                EXPECT_TRUE(before == draw()) << "behind parts alone";
+                std::optional<KrFrameCapture::Pick> pick;
+                ASSERT_TRUE(shown.scene.pick(shown.system.systemState(), kWidth / 2, kHeight / 2, pick, reason));
+                EXPECT_TRUE(before == draw()) << "behind a pick";
+                shown.draw();
+                EXPECT_TRUE(before == draw()) << "behind all kinds";
+            }
+        }
+    }
+}
+
 // What is faded, drawn as lines, or simplified has labels where it has depths.
 TEST(KrFrameKinds, AgreeInEveryWayOfDrawing)
 {

@@ -169,6 +169,13 @@ TEST_F(DatasetProgram, AFullDiskLeavesNothingThatCountsAsDone)
     EXPECT_EQ(huge.status, 1);
     EXPECT_NE(huge.err.find("are needed for 1000000000000 samples, but huge has room for"), std::string::npos)
         << huge.err;
+    // So is more than 64 bits count.
+    m_recipe["size"] = {16384, 16384};
+    m_recipe["count"] = std::uint64_t{1} << 40;
+    const Answer most = run("--out most");
+    const std::size_t at = most.err.find("about ");
+    ASSERT_NE(at, std::string::npos) << most.err;
+    EXPECT_GT(std::stod(most.err.substr(at + 6)), 1e12) << most.err;
 }
 
 TEST_F(DatasetProgram, DrawsOneSampleAgain)
@@ -182,6 +189,13 @@ TEST_F(DatasetProgram, DrawsOneSampleAgain)
         EXPECT_TRUE(all.at("shard-000004/" + path) == content) << path;
     }
     EXPECT_EQ(run("--sample 17 --out again").status, 1);
+    // What lies beside the folder is the user's, whatever its name.
+    m_folder.write("third.tmp/notes.txt", "mine");
+    EXPECT_EQ(run("--sample 17 --out third/").status, 0);
+    EXPECT_EQ(contentOf(m_folder.path("third.tmp/notes.txt")), "mine");
+    EXPECT_TRUE(contents("third") == one);
+    EXPECT_EQ(m_folder.names(),
+              (std::set<std::string>{"again", "arm.urdf", "meshes", "r.json", "set", "third", "third.tmp"}));
     EXPECT_EQ(run("--sample 30 --out other").err, "krrender: there is no sample 30: the recipe has 0 to 29\n");
     // Links have their colours: nothing but the colour of one link differs from a recipe without them.
     m_recipe.erase("materials");
