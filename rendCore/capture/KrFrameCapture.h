@@ -26,6 +26,8 @@ class KrSGWindow;
 /// all the others together. Those show the surfaces of links and nothing else: aids, markers, clouds, overlay text and
 /// a client's own nodes are left out, so that a pixel has a label where it has a depth, and a normal. Each value is of
 /// the surface at the centre of its pixel, and never a mean. Faded and deforming shapes count as all others.
+/// A program that a client protects (osg::StateAttribute::PROTECTED) draws in the place of theirs, whatever comes of
+/// it.
 ///
 /// Keep one for as long as frames are wanted: with the same sizes and kinds, nothing is allocated from the second frame
 /// on. For the thread that draws the window.

@@ -108,6 +108,10 @@ KrLabelPass::KrLabelPass()
     , m_bitStates(makeStates("parts alone", kVertexShader, kPartShader))
 {
     m_cut->setAttributeAndModes(m_scissor, kOnOverride);
+    // Whole numbers are not blended, but they are combined.
+    for (osg::StateSet* const states : {m_labelStates.get(), m_normalStates.get()}) {
+        states->setMode(GL_COLOR_LOGIC_OP, osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
+    }
     // A camera's own states hold its viewport, which is larger than the target's where the picture is reduced.
     for (osg::StateSet* const states : {m_labelStates.get(), m_normalStates.get(), m_bitStates.get()}) {
         states->setAttribute(m_viewport, kOnOverride);

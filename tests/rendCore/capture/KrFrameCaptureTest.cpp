@@ -9,6 +9,7 @@
 
 #include <osg/Geode>
 #include <osg/Group>
+#include <osg/LogicOp>
 #include <osg/ShapeDrawable>
 #include <osgViewer/Viewer>
 
@@ -259,6 +260,11 @@ TEST_F(KrFrameCaptureTest, WhatIsNoLinkHasNoLabelAndHidesNone)
         numOff += std::isfinite(after.depth[i]) && std::abs(after.depth[i] - before.depth[i]) > 1e-3f;
     }
     EXPECT_EQ(numOff, 0u);
+    // Nor does a look that combines colours combine labels.
+    window.getNode()->getOrCreateStateSet()->setAttributeAndModes(new osg::LogicOp(osg::LogicOp::XOR));
+    const Images combined = draw(window);
+    EXPECT_EQ(combined.labels, before.labels);
+    EXPECT_EQ(combined.normals, after.normals);
     window.setDisplayMask(KrRenderTypes::SceneContent, false, false);
     EXPECT_EQ(draw(window).labels, std::vector<std::uint32_t>(after.labels.size())) << "hidden by the window";
 }
