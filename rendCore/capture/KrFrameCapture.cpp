@@ -509,7 +509,12 @@ const char* KrFrameCapture::Frame::readBits(osgViewer::Viewer& viewer, KrLabelTa
 {
     const std::size_t count = std::size_t(m_width) * m_height;
     const std::uint32_t perPass = KrLabelCamera::kNumBits;
-    words.resize(4 * count * ((numLabels + perPass - 1) / perPass));
+    // In 64 bits: on a machine of 32 the product may come round to less than what is written.
+    const std::uint64_t numWords = std::uint64_t{4} * count * ((std::uint64_t{numLabels} + perPass - 1) / perPass);
+    if (numWords > words.max_size()) {
+        return "there is not enough memory";
+    }
+    words.resize(static_cast<std::size_t>(numWords));
     counts.assign(numLabels, 0);
     std::uint32_t* out = words.data();
     for (std::uint32_t first = 1; first <= numLabels; first += perPass, out += 4 * count) {
