@@ -69,8 +69,12 @@ bool KrDatasetMaker::make(const Options& options, Result& result, std::string& r
     result = Result();
     m_store.removeLeftovers(options.process, options.numProcesses);
     const KrDatasetRecipe& recipe = m_scene.recipe();
+    // Written so that no number of processes is too many to be added.
+    const auto behind = [&](std::uint64_t number) {
+        return recipe.numShards() - number > options.numProcesses ? number + options.numProcesses : recipe.numShards();
+    };
     std::uint64_t total = 0;
-    for (std::uint64_t number = options.process; number < recipe.numShards(); number += options.numProcesses) {
+    for (std::uint64_t number = options.process; number < recipe.numShards(); number = behind(number)) {
         total += m_store.isDone(number) ? 0 : recipe.shard(number).count;
     }
     // Of this process alone: what others do, and where, it cannot know.
@@ -86,8 +90,7 @@ bool KrDatasetMaker::make(const Options& options, Result& result, std::string& r
         return false;
     }
     bool isMade = true;
-    for (std::uint64_t number = options.process; isMade && number < recipe.numShards();
-         number += options.numProcesses) {
+    for (std::uint64_t number = options.process; isMade && number < recipe.numShards(); number = behind(number)) {
         std::unique_ptr<KrDatasetStore::Draft> draft;
         const KrDatasetShard shard = recipe.shard(number);
         switch (m_store.begin(shard, draft, reason)) {

@@ -147,6 +147,9 @@ TEST_F(DatasetProgram, StopsCleanlyAndGoesOnFromThere)
         EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
     }
     const auto made = std::filesystem::last_write_time(m_folder.path("set/shard-000000/manifest.json"));
+    EXPECT_EQ(run("--out wide --shard 1/18446744073709551615").status, 0);
+    EXPECT_TRUE(std::filesystem::exists(m_folder.path("wide/shard-000001")));
+    EXPECT_FALSE(std::filesystem::exists(m_folder.path("wide/shard-000000"))) << "the share of another process";
     EXPECT_EQ(run("--out set --shard 0/400").status, 0); // shards 0 and 400, of which the first is there
     EXPECT_EQ(std::filesystem::last_write_time(m_folder.path("set/shard-000000/manifest.json")), made);
 }
