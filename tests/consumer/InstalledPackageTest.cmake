@@ -103,8 +103,8 @@ endif()
 find_package(KrRendCore QUIET COMPONENTS Sound Toolkit)
 message(STATUS "found: ${KrRendCore_FOUND}: ${KrRendCore_NOT_FOUND_MESSAGE}")
 ]])
-execute_process(COMMAND ${CMAKE_COMMAND} -S ${client}/parts -B ${client}/parts -D CMAKE_PREFIX_PATH=${moved}
-        -D CMAKE_CXX_COMPILER=${KR_COMPILER}
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${client}/parts -B ${client}/parts -G ${KR_GENERATOR}
+        -D CMAKE_PREFIX_PATH=${moved} -D CMAKE_CXX_COMPILER=${KR_COMPILER}
     OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
 expect_text("${text}" "found: 0: Sound: there is no such component")
 file(GLOB picture_targets ${moved}/${KR_LIBDIR}/cmake/KrRendCore/KrRendCorePicture*)
