@@ -529,8 +529,10 @@ const char* KrFrameCapture::Frame::readBits(osgViewer::Viewer& viewer, KrLabelTa
         m_pass->end(viewer);
         for (std::size_t i = 0; i < 4 * count; ++i) {
             for (std::uint32_t bits = out[i], bit = 0; bits != 0; bits >>= 1, ++bit) {
-                if ((bits & 1u) != 0) {
-                    ++counts[first - 1 + 32 * (i % 4) + bit];
+                const std::size_t label = first + 32 * (i % 4) + bit;
+                // A client may have taken parts away since the scene was built, which nobody was told.
+                if ((bits & 1u) != 0 && label <= counts.size()) {
+                    ++counts[label - 1];
                 }
             }
         }
