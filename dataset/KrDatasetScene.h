@@ -33,6 +33,7 @@ public:
         double parts = 0.0;   ///< poses, boxes and masks of parts
     };
 
+    /// Has no scene before `load`, and no context before it draws.
     KrDatasetScene();
     ~KrDatasetScene();
     KrDatasetScene(const KrDatasetScene&) = delete;

@@ -31,6 +31,7 @@ public:
         Draft& operator=(const Draft&) = delete;
 
         /// Where it is written: empty at first, this process's alone.
+        /// Where the data set is; empty before `open`.
         const std::string& folder() const { return m_folder; }
         /// Hands all files to the disk, and makes the shard a part of the data set. Once.
         /// @param renderer  what has drawn it, for the manifest
@@ -67,6 +68,7 @@ public:
     void removeLeftovers(std::uint64_t process, std::uint64_t numProcesses) const;
     /// Whether a shard is there. Cheap: its files are not read.
     bool isDone(std::uint64_t shard) const;
+    /// Makes a place for a shard that is not there, which nobody else writes into meanwhile.
     Begin begin(const KrDatasetShard& shard, std::unique_ptr<Draft>& draft, std::string& reason) const;
 
     /// Looks at every byte. @param faults  a sentence for each shard that is missing and each file that is not as it
