@@ -31,7 +31,6 @@ public:
         Draft& operator=(const Draft&) = delete;
 
         /// Where it is written: empty at first, this process's alone.
-        /// Where the data set is; empty before `open`.
         const std::string& folder() const { return m_folder; }
         /// Hands all files to the disk, and makes the shard a part of the data set. Once.
         /// @param renderer  what has drawn it, for the manifest
@@ -62,6 +61,7 @@ public:
     /// @return false where the folder holds another data set, or other files
     bool open(const std::string& folder, const KrDatasetRecipe& recipe, const KrDatasetInfo& info, std::string& reason);
 
+    /// Where the data set is; empty before `open`.
     const std::string& folder() const { return m_folder; }
     /// Removes what processes have left that are gone, of the shards s with s % numProcesses == process: a thousand
     /// processes that begin together do not ask for the locks of each other.
