@@ -1,9 +1,9 @@
-#include <import/KrRobotImporter.h>
 #include <picture/KrPictureScene.h>
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderManipulator.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
-#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <tests/support/DrawableFiles.h>
 
 #include <GL/gl.h>
 #include <boost/make_shared.hpp>
@@ -36,19 +36,7 @@ namespace fs = std::filesystem;
 /// Every robot and system at hand: the samples, and real ones where they lie beside the project.
 std::vector<std::string> files()
 {
-    std::vector<std::string> found;
-    for (const char* const sample :
-         {"industrial_arm.urdf", "textured_rover.xml", "dual_arm_base.xml", "hose.xml", "plume.xml"}) {
-        found.push_back(std::string(KR_SAMPLES "/") + sample);
-    }
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(KR_ROBOTS, error)) {
-        if (entry.path().extension() == ".urdf") {
-            found.push_back(entry.path().string());
-        }
-    }
-    std::sort(found.begin(), found.end());
-    return found;
+    return DrawableFiles::all(KR_SAMPLES, KR_ROBOTS);
 }
 
 /// Draws one system the direct way and the graph's, in turns.
@@ -57,15 +45,7 @@ class Both
 public:
     explicit Both(const std::string& file)
     {
-        KrImportOptions options;
-        KrImportReport report;
-        KrVisualizableStatedSystem native;
-        if (fs::path(file).extension() == ".urdf") {
-            EXPECT_TRUE(KrRobotImporter::readFile(file, options, system, report));
-        } else {
-            EXPECT_TRUE(native.readFile(file));
-            system = native.statedSystem();
-        }
+        EXPECT_TRUE(DrawableFiles::read(file, system));
         open();
     }
 

@@ -1,9 +1,9 @@
-#include <import/KrRobotImporter.h>
 #include <picture/KrPictureScene.h>
 #include <rendCore/capture/KrFrameDescription.h>
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderShape.h>
-#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <tests/support/DrawableFiles.h>
 
 #include <GL/gl.h>
 #include <gtest/gtest.h>
@@ -34,19 +34,7 @@ constexpr std::size_t kCount = std::size_t(kWidth) * kHeight;
 /// Every robot and system at hand: the samples, and real ones where they lie beside the project.
 std::vector<std::string> files()
 {
-    std::vector<std::string> found;
-    for (const char* const sample :
-         {"industrial_arm.urdf", "textured_rover.xml", "dual_arm_base.xml", "hose.xml", "plume.xml"}) {
-        found.push_back(std::string(KR_SAMPLES "/") + sample);
-    }
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(KR_ROBOTS, error)) {
-        if (entry.path().extension() == ".urdf") {
-            found.push_back(entry.path().string());
-        }
-    }
-    std::sort(found.begin(), found.end());
-    return found;
+    return DrawableFiles::all(KR_SAMPLES, KR_ROBOTS);
 }
 
 struct Images
@@ -68,15 +56,7 @@ class Shown
 public:
     explicit Shown(const std::string& file, unsigned int samples = 1)
     {
-        KrImportOptions options;
-        KrImportReport report;
-        KrVisualizableStatedSystem native;
-        if (fs::path(file).extension() == ".urdf") {
-            EXPECT_TRUE(KrRobotImporter::readFile(file, options, system, report));
-        } else {
-            EXPECT_TRUE(native.readFile(file));
-            system = native.statedSystem();
-        }
+        EXPECT_TRUE(DrawableFiles::read(file, system));
         std::string reason;
         EXPECT_TRUE(scene.open(kWidth, kHeight, samples, reason) && scene.show(system, reason)) << reason;
     }
