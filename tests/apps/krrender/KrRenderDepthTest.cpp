@@ -1,5 +1,6 @@
 // Runs krrender for depths and range maps, and reads the files back as another program would.
 
+#include <tests/support/LopsidedRobot.h>
 #include <tests/support/Program.h>
 #include <tests/support/Tables.h>
 
@@ -17,19 +18,7 @@
 namespace
 {
 
-/// Seen from (6, 0, 0) along -x with z up, +y is on the right: nearest upper left (5 m), then upper right (5.5 m), then
-/// lower left (6 m), nothing lower right. The first one can be pushed nearer.
-const char* const kUrdf = R"(<robot name="lopsided"><link name="base">
-  <visual><origin xyz="0.4 0.5 0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
-  <visual><origin xyz="-0.1 -0.5 -0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
-</link>
-<link name="near">
-  <visual><origin xyz="0.9 -0.5 0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
-</link>
-<joint name="push" type="prismatic"><parent link="base"/><child link="near"/><axis xyz="1 0 0"/>
-  <limit lower="-1" upper="1" effort="1" velocity="1"/></joint>
-</robot>
-)";
+using LopsidedRobot::kUrdf;
 constexpr float kNothing = std::numeric_limits<float>::infinity();
 
 Table pfm(const std::string& bytes)

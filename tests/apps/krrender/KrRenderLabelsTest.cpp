@@ -1,5 +1,6 @@
 // Runs krrender for labels and normals, and reads the files back as another program would.
 
+#include <tests/support/LopsidedRobot.h>
 #include <tests/support/Program.h>
 #include <tests/support/Tables.h>
 
@@ -15,19 +16,7 @@
 namespace
 {
 
-/// Seen from (6, 0, 0) along -x with z up, +y is on the right: link "near" is upper left and can be pushed nearer; the
-/// shapes of "base" are upper right and lower left; nothing is lower right. All show a face to the eye.
-const char* const kUrdf = R"(<robot name="lopsided"><link name="base">
-  <visual><origin xyz="0.4 0.5 0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
-  <visual><origin xyz="-0.1 -0.5 -0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
-</link>
-<link name="near">
-  <visual><origin xyz="0.9 -0.5 0.4"/><geometry><box size="0.2 0.8 0.6"/></geometry></visual>
-</link>
-<joint name="push" type="prismatic"><parent link="base"/><child link="near"/><axis xyz="1 0 0"/>
-  <limit lower="-1" upper="1" effort="1" velocity="1"/></joint>
-</robot>
-)";
+using LopsidedRobot::kUrdf;
 
 /// Of one place in each quarter, upper left, upper right, lower left, lower right.
 template <typename At>
