@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace
@@ -32,6 +33,13 @@ const xmlChar* xml(const char* text)
 const char* plain(const xmlChar* text)
 {
     return text ? reinterpret_cast<const char*>(text) : "";
+}
+
+/// Whether the element has this name, without a prefix. One with a prefix belongs to another vocabulary, whatever it is
+/// called: simulators put theirs among ours.
+bool isNamed(const xmlNode& node, const char* name)
+{
+    return node.name && std::strcmp(plain(node.name), name) == 0 && !(node.ns && node.ns->prefix);
 }
 
 /// Whether the XML declaration names an encoding other than UTF-8.

@@ -5,7 +5,6 @@
 #include <libxml/tree.h>
 
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,13 +40,6 @@ UniqueDocument parse(std::string& content, Text text, std::string& why, bool* is
 /// The document as UTF-8. @param sizeHint  bytes that it may take; only time depends on it
 std::string textOf(const xmlDoc& document, std::size_t sizeHint = 0);
 
-/// Whether the element has this name, without a prefix. One with a prefix belongs to another vocabulary, whatever it is
-/// called: simulators put theirs among ours. Here, because it is asked a dozen times for each element of a mesh.
-inline bool isNamed(const xmlNode& node, const char* name)
-{
-    return node.name && std::strcmp(reinterpret_cast<const char*>(node.name), name) == 0 &&
-           !(node.ns && node.ns->prefix);
-}
 /// The name as it stands in the file, with the prefix.
 std::string nameOf(const xmlNode& node);
 /// The element children without a namespace prefix, in their order; only those called `name` when one is given.

@@ -1,6 +1,7 @@
 #include <import/mesh/KrColladaText.h>
 
 #include <import/files/KrImportXml.h>
+#include <import/files/KrPlainXml.h>
 #include <import/mesh/KrMeshTokens.h>
 
 #include <toolkit/foundation/KrLimits.h>
@@ -15,8 +16,7 @@
 namespace
 {
 
-using KrImportXml::attributeOf;
-using KrImportXml::isNamed;
+using Element = KrPlainXml::Element;
 using KrMeshTokens::isCount;
 using KrMeshTokens::takeWord;
 
@@ -30,77 +30,16 @@ constexpr std::uint64_t kMaxComparisons = 200000000;
 // A tree takes a hundred times the bytes of an empty element. Real files have some thousands, or one for each polygon.
 constexpr std::ptrdiff_t kMaxElements = 4000000;
 
-/// `node`, or the first element behind it.
-xmlNode* elementFrom(xmlNode* node)
-{
-    while (node && node->type != XML_ELEMENT_NODE) {
-        node = node->next;
-    }
-    return node;
-}
-
-/// Calls `enter` for `root` and every element inside it, in the order of the file, and `leave` behind what is inside
-/// each. Without recursion, and over at once when one of them returns false.
-template <typename Visitor>
-// The bound on nesting is found in a tree that exists already: going through it must not need a stack of that depth.
-bool traverse(xmlNode& root, Visitor& visitor)
-{
-    for (xmlNode* node = &root;;) {
-        if (!visitor.enter(*node)) {
-            return false;
-        }
-        xmlNode* next = elementFrom(node->children);
-        while (!next) {
-            if (!visitor.leave(*node)) {
-                return false;
-            }
-            if (node == &root) {
-                return true;
-            }
-            next = elementFrom(node->next);
-            node = next ? node : node->parent;
-        }
-        node = next;
-    }
-}
-
-/// `root` and the elements inside it, in the order of the file.
-std::vector<xmlNode*> elements(xmlNode& root)
-{
-    struct Collector
-    {
-        std::vector<xmlNode*> list;
-        bool enter(xmlNode& node)
-        {
-            list.push_back(&node);
-            return true;
-        }
-        static bool leave(const xmlNode&) { return true; }
-    } collector;
-    traverse(root, collector);
-    return std::move(collector.list);
-}
-
-/// What the mesh library takes for the text of an element: the first piece between tags that is not blank.
-std::string_view textOf(const xmlNode& node)
-{
-    for (const xmlNode* child = node.children; child; child = child->next) {
-        if (child->type == XML_TEXT_NODE && child->content && !xmlIsBlankNode(child)) {
-            return reinterpret_cast<const char*>(child->content);
-        }
-    }
-    return {};
-}
-
 /// False for something else than a whole number up to `limit`; an absent attribute leaves `value`.
-bool takeCount(const xmlNode& node, const char* name, std::uint64_t limit, std::uint64_t& value)
+bool takeCount(const KrPlainXml& file, const Element& element, const char* name, std::uint64_t limit,
+               std::uint64_t& value)
 {
-    std::string text;
-    return !KrImportXml::attribute(node, name, text) || isCount(KrText::trimmed(text), limit, value);
+    const KrPlainXml::Attribute* const attribute = file.attribute(element, name);
+    return !attribute || isCount(KrText::trimmed(attribute->value), limit, value);
 }
 
 /// What "#id" refers to.
-std::string referred(const std::string& reference)
+std::string_view referred(std::string_view reference)
 {
     return reference.substr(std::min(reference.find_first_not_of('#'), reference.size()));
 }
@@ -109,8 +48,12 @@ std::string referred(const std::string& reference)
 class NodeCheck
 {
 public:
-    bool enter(const xmlNode& element, std::string& why);
-    void leave() { m_open.pop_back(); }
+    explicit NodeCheck(const KrPlainXml& file)
+        : m_file(file)
+    {
+    }
+    bool enter(const Element& element, std::string& why);
+    void leave(const Element& element);
     /// False for a tree that is too deep or too large, or has no end.
     bool run(std::string& why);
 
@@ -118,52 +61,61 @@ private:
     struct Node
     {
         std::vector<std::size_t> children;
-        std::vector<std::string> instances; ///< what they are called
-        std::uint64_t size = 0;             ///< with all that is in it; 0 until it is known
+        std::vector<std::string_view> instances; ///< what they are called
+        std::uint64_t size = 0;                  ///< with all that is in it; 0 until it is known
     };
 
     bool measure(std::size_t node, std::size_t depth, std::string& why);
 
+    const KrPlainXml& m_file;
     std::vector<Node> m_nodes;
-    std::vector<std::size_t> m_open; ///< elements: their node, or kNone
-    std::multimap<std::string, std::size_t> m_names;
+    std::size_t m_depth = 0;
+    std::vector<std::size_t> m_open; ///< nodes
+    std::multimap<std::string_view, std::size_t> m_names;
     std::uint64_t m_instances = 0;
-    static constexpr std::size_t kNone = SIZE_MAX;
 };
 
-bool NodeCheck::enter(const xmlNode& element, std::string& why)
+bool isNode(const Element& element)
 {
-    // Called for every element, node or not: the list of open ones has to match the nesting.
-    std::size_t node = kNone;
-    if (isNamed(element, "node") || isNamed(element, "visual_scene")) {
-        node = m_nodes.size();
+    return element.isCalled("node") || element.isCalled("visual_scene");
+}
+
+bool NodeCheck::enter(const Element& element, std::string& why)
+{
+    if (isNode(element)) {
+        const std::size_t node = m_nodes.size();
         m_nodes.emplace_back();
         // An instance may mean a node by any of the three: the check follows all of them.
         for (const char* const key : {"id", "name", "sid"}) {
-            const std::string value = attributeOf(element, key);
+            const std::string_view value = m_file.attributeOf(element, key);
             if (!value.empty()) {
                 m_names.emplace(value, node);
             }
         }
-    }
-    const auto isNode = [](std::size_t open) { return open != kNone; };
-    const auto parent = std::find_if(m_open.rbegin(), m_open.rend(), isNode);
-    if (parent != m_open.rend() && node != kNone) {
-        m_nodes[*parent].children.push_back(node);
-    }
-    if (parent != m_open.rend() && isNamed(element, "instance_node")) {
-        const std::string url = attributeOf(element, "url");
+        if (!m_open.empty()) {
+            m_nodes[m_open.back()].children.push_back(node);
+        }
+        m_open.push_back(node);
+    } else if (!m_open.empty() && element.isCalled("instance_node")) {
+        const std::string_view url = m_file.attributeOf(element, "url");
         ++m_instances;
         // Without the hash at its front.
-        m_nodes[*parent].instances.push_back(url.substr(std::min<std::size_t>(1, url.size())));
+        m_nodes[m_open.back()].instances.push_back(url.substr(std::min<std::size_t>(1, url.size())));
     }
-    m_open.push_back(node);
-    // The mesh library, and the writer of libxml2, go down by recursion.
-    if (m_open.size() > Kr::Limits::kMeshNesting) {
+    // The mesh library goes down by recursion.
+    if (++m_depth > Kr::Limits::kMeshNesting) {
         why = "its elements are nested deeper than " + std::to_string(Kr::Limits::kMeshNesting);
         return false;
     }
     return true;
+}
+
+void NodeCheck::leave(const Element& element)
+{
+    --m_depth;
+    if (isNode(element)) {
+        m_open.pop_back();
+    }
 }
 
 bool NodeCheck::run(std::string& why)
@@ -213,7 +165,7 @@ bool NodeCheck::measure(std::size_t node, std::size_t depth, std::string& why)
             return false;
         }
     }
-    for (const std::string& instance : current.instances) {
+    for (const std::string_view instance : current.instances) {
         // Several nodes may bear the name, and which one the mesh library takes is its own affair: all count.
         const auto [begin, end] = m_names.equal_range(instance);
         for (auto place = begin; place != end; ++place) {
@@ -231,20 +183,20 @@ class Check
 {
 public:
     /// @param size  of the file, bytes: nothing that it holds is more
-    explicit Check(std::uint64_t size)
-        : m_size(size)
+    Check(const KrPlainXml& file, std::uint64_t size)
+        : m_file(file)
+        , m_size(size)
+        , m_nodes(file)
     {
     }
 
-    bool run(xmlNode& root, std::string& why);
-    bool enter(const xmlNode& element);
-    bool leave(const xmlNode& element);
+    bool run(std::string& why);
 
 private:
     /// An accessor's reach into its array.
     struct Reach
     {
-        std::string array;
+        std::string_view array;
         bool isInMesh = false;
         std::uint64_t count = 0;
         std::uint64_t stride = 1;
@@ -252,10 +204,13 @@ private:
         std::uint64_t params = 0;
     };
 
-    bool checkArray(const xmlNode& element);
-    bool checkAccessor(const xmlNode& element);
-    bool checkMesh(const xmlNode& element);
-    bool checkIndices(const xmlNode& element);
+    bool walk();
+    bool enter(const Element& element);
+    bool leave(const Element& element);
+    bool checkArray(const Element& element);
+    bool checkAccessor(const Element& element);
+    bool checkMesh(const Element& element);
+    bool checkIndices(const Element& element);
     bool checkReaches();
     bool fail(const std::string& why)
     {
@@ -263,6 +218,7 @@ private:
         return false;
     }
 
+    const KrPlainXml& m_file;
     std::uint64_t m_size;
     std::string m_why;
     bool m_isInMesh = false;
@@ -272,125 +228,143 @@ private:
     std::uint64_t m_lists = 0;    ///< its elements <p>
     std::uint64_t m_lengths = 0;  ///< of those that are known
     NodeCheck m_nodes;
-    std::set<std::string> m_wordArrays;
-    std::map<std::string, std::uint64_t> m_arrays; ///< numbers by id; the fewest of those of one id
+    std::set<std::string_view> m_wordArrays;
+    std::map<std::string_view, std::uint64_t> m_arrays; ///< numbers by id; the fewest of those of one id
     std::vector<Reach> m_reaches;
 };
 
 /// The kinds with faces. Lines and points draw nothing here.
-bool isPrimitives(const xmlNode& element)
+bool isPrimitives(const Element& element)
 {
-    return isNamed(element, "triangles") || isNamed(element, "polylist") || isNamed(element, "polygons");
+    return element.isCalled("triangles") || element.isCalled("polylist") || element.isCalled("polygons");
 }
 
-bool Check::run(xmlNode& root, std::string& why)
+bool Check::run(std::string& why)
 {
     // The reaches come behind the walk, because an accessor may stand before its array.
-    const bool isGood = traverse(root, *this) && checkReaches() && m_nodes.run(m_why);
+    const bool isGood = walk() && checkReaches() && m_nodes.run(m_why);
     why = isGood ? why : m_why;
     return isGood;
 }
 
-bool Check::enter(const xmlNode& element)
+/// Through all elements in the order of the file, and out of each behind what is inside it.
+bool Check::walk()
+{
+    const std::vector<Element>& elements = m_file.elements();
+    for (std::uint32_t i = 0; i < elements.size(); ++i) {
+        if (!enter(elements[i])) {
+            return false;
+        }
+        // The ends of those that end here, from the inside out.
+        for (std::uint32_t open = i; open != KrPlainXml::none && elements[open].next == i + 1;
+             open = elements[open].parent) {
+            if (!leave(elements[open])) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool Check::enter(const Element& element)
 {
     if (!m_nodes.enter(element, m_why)) {
         return false;
     }
-    if (isNamed(element, "float_array")) {
+    if (element.isCalled("float_array")) {
         return checkArray(element);
     }
-    const std::string_view name = reinterpret_cast<const char*>(element.name);
     // Arrays of names, ids or booleans share the accessors, but hold no numbers.
-    if (name.size() > 6 && name.substr(name.size() - 6) == "_array") {
-        m_wordArrays.insert(attributeOf(element, "id"));
+    if (element.name.size() > 6 && element.name.substr(element.name.size() - 6) == "_array") {
+        m_wordArrays.insert(m_file.attributeOf(element, "id"));
         return true;
     }
-    if (isNamed(element, "accessor")) {
+    if (element.isCalled("accessor")) {
         m_isInAccessor = true;
         return checkAccessor(element);
     }
-    if (isNamed(element, "param") && m_isInAccessor) {
+    if (element.isCalled("param") && m_isInAccessor) {
         // Entering the accessor has added its reach, so there is one.
         ++m_reaches.back().params;
     }
-    m_isInMesh = m_isInMesh || isNamed(element, "mesh");
-    m_isInHole = m_isInHole || isNamed(element, "ph");
+    m_isInMesh = m_isInMesh || element.isCalled("mesh");
+    m_isInHole = m_isInHole || element.isCalled("ph");
     return !m_isInMesh || (checkMesh(element) && checkIndices(element));
 }
 
-bool Check::leave(const xmlNode& element)
+bool Check::leave(const Element& element)
 {
-    m_nodes.leave();
-    m_isInAccessor = m_isInAccessor && !isNamed(element, "accessor");
-    m_isInHole = m_isInHole && !isNamed(element, "ph");
+    m_nodes.leave(element);
+    m_isInAccessor = m_isInAccessor && !element.isCalled("accessor");
+    m_isInHole = m_isInHole && !element.isCalled("ph");
     // Only at its end is it known how many lists an element has.
     if (m_isInMesh && isPrimitives(element)) {
         // Polygons have a list each, the others all in one.
         const std::uint64_t one = m_declared > 0 ? 1 : m_lists;
-        if (m_lists != (isNamed(element, "polygons") ? m_declared : one)) {
-            return fail("an element <" + KrImportXml::nameOf(element) + "> does not hold as many lists as it declares");
+        if (m_lists != (element.isCalled("polygons") ? m_declared : one)) {
+            return fail("an element <" + std::string(element.name) + "> does not hold as many lists as it declares");
         }
     }
-    m_isInMesh = m_isInMesh && !isNamed(element, "mesh");
+    m_isInMesh = m_isInMesh && !element.isCalled("mesh");
     return true;
 }
 
-bool Check::checkArray(const xmlNode& element)
+bool Check::checkArray(const Element& element)
 {
     std::uint64_t declared = 0;
-    if (!takeCount(element, "count", m_size, declared)) {
+    if (!takeCount(m_file, element, "count", m_size, declared)) {
         return fail("the count of a float_array is no number or far too high");
     }
     // Of the text that the mesh library takes; more numbers than it declares are read by nobody.
-    if (KrMeshTokens::numWords(textOf(element)) < declared) {
+    if (KrMeshTokens::numWords(element.text) < declared) {
         return fail("a float_array holds fewer numbers than it declares");
     }
     // The mesh library finds one of those that share an id, and nobody knows which.
-    const auto [place, isNew] = m_arrays.emplace(attributeOf(element, "id"), declared);
+    const auto [place, isNew] = m_arrays.emplace(m_file.attributeOf(element, "id"), declared);
     place->second = std::min(place->second, declared);
     return true;
 }
 
-bool Check::checkAccessor(const xmlNode& element)
+bool Check::checkAccessor(const Element& element)
 {
     Reach reach;
-    reach.array = referred(attributeOf(element, "source"));
+    reach.array = referred(m_file.attributeOf(element, "source"));
     reach.isInMesh = m_isInMesh;
-    const bool isGood = takeCount(element, "count", m_size, reach.count) &&
+    const bool isGood = takeCount(m_file, element, "count", m_size, reach.count) &&
                         // None of them beyond the size of the file: the product of two in checkReaches() stays within
                         // 64 bits.
-                        takeCount(element, "stride", kMaxPlaces, reach.stride) &&
-                        takeCount(element, "offset", m_size, reach.offset);
+                        takeCount(m_file, element, "stride", kMaxPlaces, reach.stride) &&
+                        takeCount(m_file, element, "offset", m_size, reach.offset);
     m_reaches.push_back(reach);
     return isGood || fail("the count, stride or offset of an accessor is no number or far too high");
 }
 
-bool Check::checkMesh(const xmlNode& element)
+bool Check::checkMesh(const Element& element)
 {
     std::uint64_t value = 0;
-    if (isNamed(element, "input") &&
-        !(takeCount(element, "offset", kMaxPlaces, value) && takeCount(element, "set", kMaxPlaces, value))) {
+    if (element.isCalled("input") && !(takeCount(m_file, element, "offset", kMaxPlaces, value) &&
+                                       takeCount(m_file, element, "set", kMaxPlaces, value))) {
         return fail("the offset or set of an input is no number or far too high");
     }
     std::uint64_t count = 0;
     // Of any element inside a mesh. An absent count is 0 and fits what is empty only.
-    if (!takeCount(element, "count", m_size, count)) {
-        return fail("the count of an element <" + KrImportXml::nameOf(element) + "> is no number or far too high");
+    if (!takeCount(m_file, element, "count", m_size, count)) {
+        return fail("the count of an element <" + std::string(element.name) + "> is no number or far too high");
     }
     if (isPrimitives(element)) {
         m_declared = count;
         m_lists = 0;
         // Polylists tell the lengths of their polygons in a list; of the others they are known from the start.
-        m_lengths = isNamed(element, "polylist") ? 0 : m_declared;
+        m_lengths = element.isCalled("polylist") ? 0 : m_declared;
     }
     return true;
 }
 
-bool Check::checkIndices(const xmlNode& element)
+bool Check::checkIndices(const Element& element)
 {
-    const bool isList = isNamed(element, "p");
-    const bool isLengths = isNamed(element, "vcount");
-    if (!isList && !isLengths && !isNamed(element, "h")) {
+    const bool isList = element.isCalled("p");
+    const bool isLengths = element.isCalled("vcount");
+    if (!isList && !isLengths && !element.isCalled("h")) {
         return true;
     }
     if (isList && m_lengths < m_declared) {
@@ -398,10 +372,9 @@ bool Check::checkIndices(const xmlNode& element)
     }
     m_lists += isList && !m_isInHole ? 1 : 0;
     // The first piece of text, as the mesh library reads it.
-    std::string_view rest = textOf(element);
-    const auto isOfIndices = [](char c) { return (c >= '0' && c <= '9') || c == '-' || KrMeshTokens::isSpace(c); };
-    if (!std::all_of(rest.begin(), rest.end(), isOfIndices)) {
-        return fail("there is something else than indices in an element <" + KrImportXml::nameOf(element) + ">");
+    std::string_view rest = element.text;
+    if (!KrMeshTokens::areIndices(rest)) {
+        return fail("there is something else than indices in an element <" + std::string(element.name) + ">");
     }
     std::uint64_t words = 0;
     // Fewer lengths than declared would be read beyond their end.
@@ -433,116 +406,153 @@ bool Check::checkReaches()
     return true;
 }
 
-/// libxml2 frees what hangs below a node, and no more: the tree must not point at it any longer.
-void removeElement(xmlNode* element)
+/// A change of the text: `length` bytes at `at` become `words`.
+struct Edit
 {
-    xmlUnlinkNode(element);
-    xmlFreeNode(element);
-}
+    std::size_t at = 0;
+    std::size_t length = 0;
+    std::string words;
+};
 
-/// In the place of one that is there.
-void setAttribute(xmlNode& node, const char* name, const std::string& value)
+/// Between the pieces that change the text is copied as it is.
+std::string edited(std::string_view text, std::vector<Edit> edits)
 {
-    xmlSetProp(&node, reinterpret_cast<const xmlChar*>(name), reinterpret_cast<const xmlChar*>(value.c_str()));
+    std::stable_sort(edits.begin(), edits.end(), [](const Edit& a, const Edit& b) { return a.at < b.at; });
+    std::string result;
+    result.reserve(text.size());
+    std::size_t done = 0;
+    for (const Edit& edit : edits) {
+        // What is inside of something that is cut out goes with it.
+        if (edit.at >= done) {
+            result.append(text, done, edit.at - done).append(edit.words);
+            done = edit.at + edit.length;
+        }
+    }
+    return result.append(text, done);
 }
 
 /// The meshes of controllers, by the controllers' ids.
-std::map<std::string, std::string> skinnedMeshes(const std::vector<xmlNode*>& all)
+std::map<std::string_view, std::string_view> skinnedMeshes(const KrPlainXml& file)
 {
-    std::map<std::string, std::string> meshes;
+    std::map<std::string_view, std::string_view> meshes;
     // In the order of the file, a skin comes behind the controller that it stands in.
-    std::string controller;
-    for (const xmlNode* const element : all) {
-        if (isNamed(*element, "controller")) {
-            controller = attributeOf(*element, "id");
-        } else if (isNamed(*element, "skin") || isNamed(*element, "morph")) {
-            meshes.emplace(controller, referred(attributeOf(*element, "source")));
+    std::string_view controller;
+    for (const Element& element : file.elements()) {
+        if (element.isCalled("controller")) {
+            controller = file.attributeOf(element, "id");
+        } else if (element.isCalled("skin") || element.isCalled("morph")) {
+            meshes.emplace(controller, referred(file.attributeOf(element, "source")));
         }
     }
     return meshes;
 }
 
+/// An attribute's value between double quotes.
+std::string quoted(std::string_view value)
+{
+    std::string text = "\"";
+    for (const char c : value) {
+        text += c == '"' ? "&quot;" : std::string(1, c);
+    }
+    return text + '"';
+}
+
+/// What instances of a controller become: instances of the mesh that it would bend.
+void showUnbent(const KrPlainXml& file, const Element& instance,
+                const std::map<std::string_view, std::string_view>& meshes, std::vector<Edit>& edits)
+{
+    std::string_view mesh = referred(file.attributeOf(instance, "url"));
+    // A skin may bend what another controller makes of a mesh.
+    // Bounded, because two controllers may name each other.
+    for (std::size_t i = 0; i < kMaxControllers && meshes.count(mesh); ++i) {
+        mesh = meshes.at(mesh);
+    }
+    const std::string url = quoted("#" + std::string(mesh));
+    const std::size_t name = instance.begin + 1;
+    if (const KrPlainXml::Attribute* const attribute = file.attribute(instance, "url")) {
+        edits.push_back({name, instance.name.size(), "instance_geometry"});
+        // With the quotes around it.
+        edits.push_back({file.offsetOf(attribute->value) - 1, attribute->value.size() + 2, url});
+    } else {
+        edits.push_back({name, instance.name.size(), "instance_geometry url=" + url});
+    }
+    if (instance.endTag < instance.end) {
+        edits.push_back({instance.endTag + 2, instance.name.size(), "instance_geometry"});
+    }
+}
+
 /// Takes out what would move a mesh: animations, and skins, whose instances become instances of the mesh that they
 /// would bend. The mesh library trusts the weights of skins.
-/// @param all  the elements; those that stay
-void dropMotion(xmlNode& root, std::vector<xmlNode*>& all)
+std::vector<Edit> withoutMotion(const KrPlainXml& file)
 {
-    const std::map<std::string, std::string> meshes = skinnedMeshes(all);
-    std::vector<xmlNode*> libraries;
-    for (xmlNode* const element : all) {
-        if (isNamed(*element, "instance_controller")) {
-            std::string mesh = referred(attributeOf(*element, "url"));
-            // A skin may bend what another controller makes of a mesh.
-            // Bounded, because two controllers may name each other.
-            for (std::size_t i = 0; i < kMaxControllers && meshes.count(mesh); ++i) {
-                mesh = meshes.at(mesh);
-            }
-            xmlNodeSetName(element, reinterpret_cast<const xmlChar*>("instance_geometry"));
-            setAttribute(*element, "url", "#" + mesh);
+    const std::map<std::string_view, std::string_view> meshes = skinnedMeshes(file);
+    std::vector<Edit> edits;
+    for (const Element& element : file.elements()) {
+        if (element.isCalled("instance_controller")) {
+            showUnbent(file, element, meshes, edits);
         }
         for (const char* const name : {"library_controllers", "library_animations", "library_animation_clips"}) {
-            // One inside another goes with it.
-            if (isNamed(*element, name) && element->parent == &root) {
-                libraries.push_back(element);
+            if (element.isCalled(name) && element.parent == 0) {
+                edits.push_back({element.begin, element.end - element.begin, ""});
             }
         }
     }
-    // Behind the loop: the list still holds elements that go with them.
-    std::for_each(libraries.begin(), libraries.end(), removeElement);
-    if (!libraries.empty()) {
-        all = elements(root);
-    }
+    return edits;
 }
 
 /// Gives what several geometries call by one name names of its own: some exporters number from 0 in each of them, and
 /// the mesh library keeps one array for each name.
-void separateIds(const std::vector<xmlNode*>& all)
+std::vector<Edit> withOwnIds(const KrPlainXml& file)
 {
+    const std::vector<Element>& all = file.elements();
     // Nearly all files have no name twice, and need not be looked at closer.
-    std::set<std::string> names;
-    std::string name;
-    const auto isNew = [&](const xmlNode* element) {
-        return !KrImportXml::attribute(*element, "id", name) || names.insert(name).second;
+    std::vector<std::string_view> ids;
+    for (const Element& element : all) {
+        if (const KrPlainXml::Attribute* const id = file.attribute(element, "id")) {
+            ids.push_back(id->value);
+        }
+    }
+    std::sort(ids.begin(), ids.end());
+    if (std::adjacent_find(ids.begin(), ids.end()) == ids.end()) {
+        return {};
+    }
+    std::map<std::string_view, std::uint32_t> owners;
+    std::set<std::string_view> shared;
+    // A geometry's own name is known outside. One inside another is part of it.
+    const auto forEachInside = [&all](const auto& work) {
+        for (std::uint32_t g = 0; g < all.size();) {
+            const bool isGeometry = all[g].isCalled("geometry");
+            for (std::uint32_t i = g + 1; isGeometry && i < all[g].next; ++i) {
+                work(g, all[i]);
+            }
+            g = isGeometry ? all[g].next : g + 1;
+        }
     };
-    if (std::all_of(all.begin(), all.end(), isNew)) {
-        return;
-    }
-    std::vector<std::vector<xmlNode*>> geometries;
-    for (xmlNode* const element : all) {
-        if (isNamed(*element, "geometry")) {
-            geometries.push_back(elements(*element));
-            geometries.back().erase(geometries.back().begin()); // its own name is known outside
+    forEachInside([&](std::uint32_t geometry, const Element& element) {
+        const std::string_view id = file.attributeOf(element, "id");
+        if (!id.empty() && owners.emplace(id, geometry).first->second != geometry) {
+            shared.insert(id);
         }
-    }
-    std::map<std::string, std::size_t> owners;
-    std::set<std::string> shared;
-    for (std::size_t i = 0; i < geometries.size(); ++i) {
-        for (const xmlNode* const element : geometries[i]) {
-            const std::string id = attributeOf(*element, "id");
-            if (!id.empty() && owners.emplace(id, i).first->second != i) {
-                shared.insert(id);
-            }
-        }
-    }
+    });
     // Names are used inside their geometry only: what refers to them is renamed with them.
-    for (std::size_t i = 0; i < geometries.size() && !shared.empty(); ++i) {
-        for (xmlNode* const element : geometries[i]) {
-            for (const char* const key : {"id", "source"}) {
-                const std::string value = attributeOf(*element, key);
-                if (shared.count(referred(value)) > 0) {
-                    setAttribute(*element, key, value + "-of-geometry-" + std::to_string(i + 1));
-                }
+    std::vector<Edit> edits;
+    forEachInside([&](std::uint32_t geometry, const Element& element) {
+        for (const char* const key : {"id", "source"}) {
+            const std::string_view value = file.attributeOf(element, key);
+            if (shared.count(referred(value)) > 0) {
+                edits.push_back({file.offsetOf(value) + value.size(), 0, "-of-geometry-" + std::to_string(geometry)});
             }
         }
-    }
+    });
+    return edits;
 }
 
 /// The first one counts. Cut, because it is a word of the file: "X_UP", "Y_UP" and "Z_UP" are what is meant.
-std::string upAxisOf(const std::vector<xmlNode*>& all)
+std::string upAxisOf(const KrPlainXml& file)
 {
-    for (const xmlNode* const element : all) {
-        if (isNamed(*element, "up_axis")) {
-            return std::string(KrText::trimmed(textOf(*element)).substr(0, 10));
+    for (const Element& element : file.elements()) {
+        if (element.isCalled("up_axis")) {
+            return std::string(KrText::trimmed(element.text).substr(0, 10));
         }
     }
     return "";
@@ -559,6 +569,44 @@ bool isTooLarge(const std::string& content)
     return count > 2 * kMaxElements; // most have an end of their own
 }
 
+/// Writes anew what has more of XML in it than elements, attributes and texts.
+bool makePlain(KrColladaText::Mesh& mesh, KrPlainXml& file, std::string& why)
+{
+    const std::size_t size = mesh.text.size();
+    const KrImportXml::UniqueDocument document =
+        KrImportXml::parse(mesh.text, KrImportXml::Text::Long, why, &mesh.isForeign);
+    if (!document || !xmlDocGetRootElement(document.get())) {
+        return false;
+    }
+    // The tree holds all of it by now, and a large mesh need not be in memory twice.
+    mesh.text = std::string();
+    mesh.text = KrImportXml::textOf(*document, size);
+    // A carriage return that is meant is white space as any other; as a reference it would stand inside a word.
+    static constexpr std::string_view kReturn = "&#13;";
+    std::vector<Edit> returns;
+    for (std::size_t at = mesh.text.find(kReturn); at != std::string::npos; at = mesh.text.find(kReturn, at + 1)) {
+        returns.push_back({at, kReturn.size(), " "});
+    }
+    if (!returns.empty()) {
+        mesh.text = edited(mesh.text, std::move(returns));
+    }
+    if (!file.read(mesh.text, KrPlainXml::Origin::Writer)) {
+        why = "it is no XML";
+        return false;
+    }
+    return true;
+}
+
+/// Changes the text and reads it again. False when that is no document any more, which no change does.
+bool change(std::string& text, KrPlainXml& file, std::vector<Edit>&& edits)
+{
+    if (edits.empty()) {
+        return true;
+    }
+    text = edited(text, std::move(edits));
+    return file.read(text, KrPlainXml::Origin::Writer);
+}
+
 } // namespace
 
 bool KrColladaText::clean(std::string&& content, Mesh& mesh, std::string& why)
@@ -568,25 +616,31 @@ bool KrColladaText::clean(std::string&& content, Mesh& mesh, std::string& why)
         return false;
     }
     const std::size_t size = content.size();
-    const KrImportXml::UniqueDocument document =
-        KrImportXml::parse(content, KrImportXml::Text::Long, why, &mesh.isForeign);
-    xmlNode* const root = document ? xmlDocGetRootElement(document.get()) : nullptr;
-    if (!root) {
-        return false;
-    }
-    // The tree holds all of it by now, and a large mesh need not be in memory twice.
+    mesh.text = std::move(content);
     content.clear();
-    content.shrink_to_fit();
-    // Motion goes first: what is wrong in it harms nobody then.
-    std::vector<xmlNode*> all = elements(*root);
-    dropMotion(*root, all);
-    // Ids before the check, which follows references by them.
-    separateIds(all);
-    if (!Check(size).run(*root, why)) {
+    KrPlainXml file;
+    if (!file.read(mesh.text, KrPlainXml::Origin::File) && !makePlain(mesh, file, why)) {
         return false;
     }
-    mesh.upAxis = upAxisOf(all);
-    // Written anew from the tree: what the check has not seen, the mesh library does not see either.
-    mesh.text = KrImportXml::textOf(*document, size);
+    // Comments go as well: what the check has not seen, the mesh library does not see either.
+    std::vector<Edit> comments;
+    for (const KrPlainXml::Range& comment : file.comments()) {
+        comments.push_back({comment.begin, comment.end - comment.begin, ""});
+    }
+    // Motion goes first: what is wrong in it harms nobody then. Ids before the check, which follows references by
+    // them. Each of them is read anew: what is checked is what is handed on, to the letter.
+    if (!change(mesh.text, file, std::move(comments)) || !change(mesh.text, file, withoutMotion(file)) ||
+        !change(mesh.text, file, withOwnIds(file))) {
+        why = "it is no XML";
+        return false;
+    }
+    if (!Check(file, size).run(why)) {
+        return false;
+    }
+    mesh.upAxis = upAxisOf(file);
+    const Element& root = file.elements().front();
+    const std::size_t begin = root.begin;
+    mesh.text.resize(root.end);
+    mesh.text.erase(0, begin);
     return true;
 }

@@ -2,10 +2,11 @@
 
 #include <string>
 
-/// COLLADA (DAE) files, written anew as the mesh library can read them without harm: it trusts what it reads.
+/// COLLADA (DAE) files, made such that the mesh library can read them without harm: it trusts what it reads.
 ///
-/// The file is read as XML without entities and written again, so that the library sees what has been looked at:
-/// comments, instructions and another encoding are gone.
+/// The library sees what has been looked at, to the letter. A plain file (see KrPlainXml) is handed on as it stands,
+/// without its comments; one that has more of XML in it is read without entities and written anew: sections,
+/// instructions and another encoding are gone then.
 class KrColladaText
 {
 public:

@@ -14,8 +14,10 @@ inline bool isSpace(char c)
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
-/// How many words there are.
+/// How many words there are in a text of XML, where other control characters than white space do not stand.
 std::uint64_t numWords(std::string_view text);
+/// Whether there is nothing but digits, minus signs and white space in a text of XML.
+bool areIndices(std::string_view text);
 /// Takes one word off the front of `text`, and the white space before it; empty at the end.
 std::string_view takeWord(std::string_view& text);
 /// Takes the rest of the line off the front of `text`, its end included; false when nothing is left.

@@ -3,6 +3,8 @@
 #include <import/mesh/KrColladaText.h>
 #include <import/mesh/KrMeshFile.h>
 
+#include <regex>
+
 namespace
 {
 
@@ -108,9 +110,51 @@ TEST(KrColladaText, WhatTheMeshLibraryReadsIsWhatWasLookedAt)
     std::string why;
     ASSERT_TRUE(KrColladaText::clean(std::string(dae), mesh, why)) << why;
     EXPECT_EQ(mesh.upAxis, "Z_UP");
+    EXPECT_EQ(mesh.text + "\n", dae.substr(dae.find("<COLLADA")));
+    // Comments between elements are cut out, wherever they stand.
+    KrColladaText::Mesh cut;
+    const std::string remarked = replaced(replaced(dae, "<asset>", "<asset><!-- x > y -->"), "<p>0", "<p><!--p-->0");
+    ASSERT_TRUE(KrColladaText::clean(
+        "<!-- a -->" + replaced(remarked, "<?xml version=\"1.0\" encoding=\"utf-8\"?>", "") + "<!-- b -->\n", cut, why))
+        << why;
+    EXPECT_EQ(cut.text, mesh.text);
     KrColladaText::Mesh again;
     ASSERT_TRUE(KrColladaText::clean(std::string(mesh.text), again, why)) << why;
     EXPECT_EQ(again.text, mesh.text);
+}
+
+TEST(KrColladaText, WhatIsPlainIsChangedAsWhatIsNot)
+{
+    Collada file;
+    const std::string dae = file.text();
+    const std::size_t library = dae.find("<library_geometries");
+    const std::string skins = "<library_controllers><controller id=\"c\"><!-- x --><skin source=\"#d\"/></controller>"
+                              "<controller id=\"d\"><skin source=\"#it's\"/></controller></library_controllers>";
+    std::string skinned = dae;
+    skinned.insert(library, skins);
+    const std::string scene = "<instance_controller url='#c'><bind_material/></instance_controller>"
+                              "<instance_controller/>";
+    skinned = replaced(skinned, "</visual_scene>", "<node>" + scene + "</node></visual_scene>");
+    // The second geometry uses the names of the first one.
+    std::string twice = dae;
+    const std::size_t begin = dae.find("<geometry ");
+    const std::size_t end = dae.find("</geometry>") + 11;
+    twice.insert(end, replaced(dae.substr(begin, end - begin), "<geometry id=\"", "<geometry id=\"second-"));
+    for (const std::string& text : {skinned, twice}) {
+        KrColladaText::Mesh plain;
+        KrColladaText::Mesh other;
+        std::string why;
+        ASSERT_TRUE(KrColladaText::clean(std::string(text), plain, why)) << why;
+        // A type of document has the whole file written anew.
+        const std::string typed = "<!DOCTYPE COLLADA>" + text.substr(text.find("?>") + 2);
+        ASSERT_TRUE(KrColladaText::clean(std::string(typed), other, why)) << why;
+        // Of elements with nothing in them the writer makes one tag.
+        const std::regex ends("></\\w+>|/>");
+        EXPECT_EQ(std::regex_replace(plain.text, ends, ""), std::regex_replace(other.text, ends, ""));
+        EXPECT_EQ(plain.text.find("controller"), std::string::npos);
+        EXPECT_EQ(plain.text.find("url=\"#it's\"") != std::string::npos, text == skinned);
+        EXPECT_EQ(plain.text.find("-of-geometry-") != std::string::npos, text == twice);
+    }
 }
 
 TEST(KrColladaText, OtherEncodingsAndLongArraysAreRead)
