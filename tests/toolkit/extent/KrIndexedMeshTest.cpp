@@ -1,6 +1,7 @@
 #include <toolkit/extent/KrBoxPhysicalExtent.h>
 #include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/extent/private/KrEqualPositions.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
 
 #include <gtest/gtest.h>
@@ -8,6 +9,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
+#include <map>
+#include <random>
 #include <thread>
 
 namespace
@@ -177,6 +181,77 @@ TEST(KrIndexedMesh, GroupsKeepTheirTrianglesCornerByCorner)
     for (const std::uint32_t index : indexed->indices) {
         ASSERT_LE(index, next);
         next = std::max(next, index + 1);
+    }
+}
+
+TEST(KrIndexedMesh, EveryVertexIsThereOnceInTheOrderOfTheCorners)
+{
+    std::mt19937 random(11);
+    const auto below = [&random](std::size_t count) { return static_cast<std::uint32_t>(random() % count); };
+    // Few numbers, so that much is equal; -0 is another vertex than 0. Many normals at some positions.
+    const auto number = [&below] { return std::array<double, 5>{-0.0, 0.0, 0.25, -1.0, 3.0}[below(5)]; };
+    const std::array<std::size_t, 3> sizes[] = {{10, 2, 0}, {60, 300, 0}, {20000, 40, 9}, {200, 0, 30}};
+    for (const auto& [numPositions, numNormals, numCoordinates] : sizes) {
+        KrXmlVectorVector positions, normals;
+        KrXmlVectorType<KrPlanarVector> coordinates;
+        for (std::size_t i = 0; i < numPositions; ++i) {
+            positions.push_back({number(), number(), numPositions > 1000 ? 0.001 * below(9000) : number()});
+        }
+        for (std::size_t i = 0; i < numNormals; ++i) {
+            normals.push_back(KrVector(number(), 0.01 * below(100), 1.0));
+        }
+        for (std::size_t i = 0; i < numCoordinates; ++i) {
+            coordinates.push_back({number(), number()});
+        }
+        Groups groups;
+        for (const std::string name : {"a", "b"}) {
+            Triangles triangles(10000);
+            for (KrTriangle& triangle : triangles) {
+                for (unsigned int k = 0; k < 3; ++k) {
+                    triangle.setCorner(k, below(numPositions), below(std::max<std::size_t>(numNormals, 1)),
+                                       below(std::max<std::size_t>(numCoordinates, 1)));
+                }
+            }
+            groups.push_back(group(name, triangles));
+        }
+        Mesh mesh;
+        ASSERT_TRUE(mesh.setMesh(positions, normals, coordinates, groups));
+        const std::shared_ptr<const KrIndexedMesh> indexed = mesh.indexedMesh();
+        ASSERT_TRUE(indexed->isConsistent());
+        std::map<std::vector<std::uint32_t>, std::uint32_t> known;
+        std::vector<std::uint32_t> expected;
+        for (const unsigned int g : {0u, 1u}) {
+            const std::vector<Drawn> triangles = given(mesh, g);
+            ASSERT_EQ(drawn(*indexed, g), triangles);
+            for (std::size_t i = 0; i < 3 * triangles.size(); ++i) {
+                std::vector<std::uint32_t> bits(8);
+                std::memcpy(bits.data(), &triangles[i / 3][8 * (i % 3)], 8 * sizeof(float));
+                expected.push_back(known.emplace(bits, static_cast<std::uint32_t>(known.size())).first->second);
+            }
+        }
+        EXPECT_EQ(indexed->indices, expected) << numPositions << " positions";
+        EXPECT_EQ(indexed->numVertices(), known.size());
+    }
+}
+
+TEST(KrIndexedMesh, PlacesThatNoHashTellsApartAreToldApart)
+{
+    KrXmlVectorVector positions;
+    std::mt19937 random(5);
+    while (positions.size() < 2000) {
+        const auto x = static_cast<float>(random() % 100000), y = static_cast<float>(random() % 100000);
+        if ((KrEqualPositions::hash(x, y, 1.0f) & 0xfff) == 0) {
+            positions.push_back({x, y, 1.0});
+        }
+    }
+    for (unsigned int i = 0; i < 100; ++i) {
+        positions.push_back(positions[7 * i]);
+    }
+    const std::vector<std::uint32_t> firstOf = KrEqualPositions::firstOf(positions);
+    std::map<std::pair<double, double>, std::uint32_t> known;
+    ASSERT_EQ(firstOf.size(), positions.size());
+    for (unsigned int i = 0; i < positions.size(); ++i) {
+        EXPECT_EQ(firstOf[i], known.emplace(std::make_pair(positions[i].x(), positions[i].y()), i).first->second);
     }
 }
 

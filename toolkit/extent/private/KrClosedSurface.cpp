@@ -47,20 +47,22 @@ public:
     bool run();
 
 private:
-    /// A triangle at an edge.
+    /// A triangle at an edge, for those at one lower position.
     struct Side
     {
-        std::uint32_t lower; ///< of the edge's two positions
-        std::uint32_t upper;
+        std::uint32_t upper; ///< of the edge's two positions
         std::uint32_t triangle;
         int direction; ///< +1 where the triangle runs from the lower to the upper position, -1 where it runs back
     };
 
     template <typename Visit>
-    void forEachSide(const Visit& visit) const;
-    void collectSides();
+    void forEachEdge(const Visit& visit) const;
+    std::uint32_t toOf(std::uint32_t corner) const;
+    bool canBeBalanced() const;
+    void collectEdges();
     bool joinParts();
-    bool isBalancedInEachPart(std::size_t begin, std::size_t end);
+    bool joinAt(std::vector<Side>& sides);
+    bool isBalancedInEachPart(const std::vector<Side>& edge);
     std::uint32_t partOf(std::uint32_t triangle);
     bool areVolumesPositive();
     bool isHollow(std::uint32_t part);
@@ -75,50 +77,70 @@ private:
 
     const std::vector<float>& m_positions;
     const std::vector<std::uint32_t>& m_triangles;
-    std::vector<Side> m_sides;            ///< by lower position, then by upper one
-    std::vector<std::uint32_t> m_parents; ///< a forest: the triangle that stands for a part is its own parent
+    std::vector<std::uint32_t> m_edges;       ///< corners from which edges go out, by the lower position of the edge
+    std::vector<std::uint32_t> m_ends;        ///< of those of a position, by position
+    std::vector<std::vector<Side>> m_crowded; ///< edges of more than two triangles
+    std::vector<std::uint32_t> m_parents;     ///< a forest: the triangle that stands for a part is its own parent
     std::size_t m_trials = 0;
     std::vector<std::pair<double, int>> m_crossings; ///< of a line; its memory is kept for the next one
 };
 
 bool ClosedSurface::run()
 {
-    collectSides();
-    return !m_sides.empty() && joinParts() && areVolumesPositive();
+    if (!canBeBalanced()) {
+        return false;
+    }
+    collectEdges();
+    return !m_edges.empty() && joinParts() && areVolumesPositive();
 }
 
+/// By the corner from which the edge goes out, of triangles that have an area.
 template <typename Visit>
-void ClosedSurface::forEachSide(const Visit& visit) const
+void ClosedSurface::forEachEdge(const Visit& visit) const
 {
-    for (std::size_t t = 0; t < m_parents.size(); ++t) {
-        const std::uint32_t* const corner = &m_triangles[3 * t];
+    const auto count = static_cast<std::uint32_t>(m_triangles.size() - m_triangles.size() % 3);
+    for (std::uint32_t i = 0; i < count; i += 3) {
+        const std::uint32_t* const corner = &m_triangles[i];
         if (corner[0] == corner[1] || corner[1] == corner[2] || corner[2] == corner[0]) {
             continue;
         }
-        for (unsigned int k = 0; k < 3; ++k) {
-            const std::uint32_t from = corner[k];
-            const std::uint32_t to = corner[(k + 1) % 3];
-            visit(Side{std::min(from, to), std::max(from, to), static_cast<std::uint32_t>(t), from < to ? 1 : -1});
-        }
+        visit(i, corner[0], corner[1]);
+        visit(i + 1, corner[1], corner[2]);
+        visit(i + 2, corner[2], corner[0]);
     }
 }
 
-// Distributed by lower position, which is faster than to sort them all: only the few at one position are sorted.
-void ClosedSurface::collectSides()
+/// The position to which the edge goes that goes out from a corner.
+std::uint32_t ClosedSurface::toOf(std::uint32_t corner) const
 {
-    std::vector<std::size_t> ends(m_positions.size() / 3 + 1);
-    forEachSide([&ends](const Side& side) { ++ends[side.lower + 1]; });
-    std::partial_sum(ends.begin(), ends.end(), ends.begin());
-    m_sides.resize(ends.back());
-    // Where the sides of a position begin; filling it in moves it to where they end.
-    forEachSide([this, &ends](const Side& side) { m_sides[ends[side.lower]++] = side; });
-    std::size_t begin = 0;
-    for (const std::size_t end : ends) {
-        std::sort(m_sides.begin() + static_cast<std::ptrdiff_t>(begin),
-                  m_sides.begin() + static_cast<std::ptrdiff_t>(end),
-                  [](const Side& a, const Side& b) { return a.upper < b.upper; });
-        begin = end;
-    }
+    return m_triangles[corner % 3 == 2 ? corner - 2 : corner + 1];
+}
+
+// Most surfaces with a border are seen here, without any memory: a number for each edge, added one way and taken away
+// the other, leaves 0 where both are as many.
+bool ClosedSurface::canBeBalanced() const
+{
+    std::uint64_t sum = 0;
+    forEachEdge([&sum](std::uint32_t, std::uint32_t from, std::uint32_t to) {
+        const std::uint64_t edge = std::uint64_t{std::min(from, to)} << 32 | std::max(from, to);
+        const std::uint64_t mixed = (edge ^ edge >> 29) * 0x9e3779b97f4a7c15u;
+        const std::uint64_t number = (mixed ^ mixed >> 32) * mixed;
+        sum += from < to ? number : 0 - number;
+    });
+    return sum == 0;
+}
+
+// Distributed by lower position, which is faster than to sort them all: only the few at one position are sorted.
+void ClosedSurface::collectEdges()
+{
+    m_ends.resize(m_positions.size() / 3 + 1);
+    forEachEdge([this](std::uint32_t, std::uint32_t from, std::uint32_t to) { ++m_ends[std::min(from, to) + 1]; });
+    std::partial_sum(m_ends.begin(), m_ends.end(), m_ends.begin());
+    m_edges.resize(m_ends.back());
+    // Where the edges of a position begin; filling it in moves it to where they end.
+    forEachEdge([this](std::uint32_t corner, std::uint32_t from, std::uint32_t to) {
+        m_edges[m_ends[std::min(from, to)]++] = corner;
+    });
 }
 
 std::uint32_t ClosedSurface::partOf(std::uint32_t triangle)
@@ -135,33 +157,51 @@ std::uint32_t ClosedSurface::partOf(std::uint32_t triangle)
 bool ClosedSurface::joinParts()
 {
     std::iota(m_parents.begin(), m_parents.end(), 0u);
-    std::vector<std::pair<std::size_t, std::size_t>> crowded; ///< edges of more than two triangles
-    for (std::size_t begin = 0, end = 0; begin < m_sides.size(); begin = end) {
+    std::vector<Side> sides;
+    std::uint32_t i = 0;
+    for (const std::uint32_t end : m_ends) {
+        sides.clear();
+        for (; i < end; ++i) {
+            const std::uint32_t from = m_triangles[m_edges[i]];
+            const std::uint32_t to = toOf(m_edges[i]);
+            sides.push_back({std::max(from, to), m_edges[i] / 3, from < to ? 1 : -1});
+        }
+        if (!joinAt(sides)) {
+            return false;
+        }
+    }
+    // After all parts are known.
+    return std::all_of(m_crowded.begin(), m_crowded.end(),
+                       [this](const std::vector<Side>& edge) { return isBalancedInEachPart(edge); });
+}
+
+/// The same for all edges at one lower position.
+bool ClosedSurface::joinAt(std::vector<Side>& sides)
+{
+    std::sort(sides.begin(), sides.end(), [](const Side& a, const Side& b) { return a.upper < b.upper; });
+    for (auto begin = sides.begin(), end = begin; begin != sides.end(); begin = end) {
         int sum = 0;
-        while (end < m_sides.size() && m_sides[end].lower == m_sides[begin].lower &&
-               m_sides[end].upper == m_sides[begin].upper) {
-            sum += m_sides[end++].direction;
+        while (end != sides.end() && end->upper == begin->upper) {
+            sum += (end++)->direction;
         }
         if (sum != 0) {
             return false;
         }
         if (end - begin == 2) {
-            m_parents[partOf(m_sides[begin].triangle)] = partOf(m_sides[begin + 1].triangle);
+            m_parents[partOf(begin[0].triangle)] = partOf(begin[1].triangle);
         } else {
-            crowded.emplace_back(begin, end);
+            m_crowded.emplace_back(begin, end);
         }
     }
-    // After all parts are known.
-    return std::all_of(crowded.begin(), crowded.end(),
-                       [this](const auto& edge) { return isBalancedInEachPart(edge.first, edge.second); });
+    return true;
 }
 
 // Or else a part would be no closed surface of its own, and its volume no volume.
-bool ClosedSurface::isBalancedInEachPart(std::size_t begin, std::size_t end)
+bool ClosedSurface::isBalancedInEachPart(const std::vector<Side>& edge)
 {
     std::vector<std::pair<std::uint32_t, int>> directions;
-    for (std::size_t i = begin; i < end; ++i) {
-        directions.emplace_back(partOf(m_sides[i].triangle), m_sides[i].direction);
+    for (const Side& side : edge) {
+        directions.emplace_back(partOf(side.triangle), side.direction);
     }
     std::sort(directions.begin(), directions.end());
     int sum = 0;
@@ -177,24 +217,36 @@ bool ClosedSurface::isBalancedInEachPart(std::size_t begin, std::size_t end)
 
 bool ClosedSurface::areVolumesPositive()
 {
-    std::vector<double> volumes(m_parents.size());
-    std::vector<double> sizes(m_parents.size());
+    struct Part
+    {
+        std::uint32_t triangle = 0; ///< that stands for it
+        double volume = 0.0;
+        double size = 0.0; ///< the sum of the sizes of its pieces
+    };
+    std::vector<Part> parts;
+    std::vector<std::uint32_t> partNumbers(m_parents.size());
     for (std::uint32_t t = 0; t < m_parents.size(); ++t) {
-        const std::uint32_t part = partOf(t);
-        // From a point of the part, so that a small part far from the origin keeps its digits.
-        const Vector origin = at(m_triangles[std::size_t{3} * part]);
-        const std::uint32_t* const corner = &m_triangles[std::size_t{3} * t];
-        const double volume = determinant(at(corner[0]) - origin, at(corner[1]) - origin, at(corner[2]) - origin);
-        volumes[part] += volume;
-        sizes[part] += std::abs(volume);
+        if (m_parents[t] == t) {
+            partNumbers[t] = static_cast<std::uint32_t>(parts.size());
+            parts.emplace_back().triangle = t;
+        }
     }
     for (std::uint32_t t = 0; t < m_parents.size(); ++t) {
+        Part& part = parts[partNumbers[partOf(t)]];
+        // From a point of the part, so that a small part far from the origin keeps its digits.
+        const Vector origin = at(m_triangles[std::size_t{3} * part.triangle]);
         const std::uint32_t* const corner = &m_triangles[std::size_t{3} * t];
+        const double volume = determinant(at(corner[0]) - origin, at(corner[1]) - origin, at(corner[2]) - origin);
+        part.volume += volume;
+        part.size += std::abs(volume);
+    }
+    for (const Part& part : parts) {
+        const std::uint32_t* const corner = &m_triangles[std::size_t{3} * part.triangle];
         const bool isDegenerate = corner[0] == corner[1] || corner[1] == corner[2] || corner[2] == corner[0];
-        if (m_parents[t] != t || isDegenerate || volumes[t] > kLeastVolume * sizes[t]) {
+        if (isDegenerate || part.volume > kLeastVolume * part.size) {
             continue;
         }
-        if (!(volumes[t] < -kLeastVolume * sizes[t]) || !isHollow(t)) {
+        if (!(part.volume < -kLeastVolume * part.size) || !isHollow(part.triangle)) {
             return false;
         }
     }
@@ -258,6 +310,11 @@ bool ClosedSurface::isNeverNegative(double y, double z)
 /// both of their triangles, so that a line hits exactly one of the triangles around a corner or an edge.
 int ClosedSurface::turns(const std::uint32_t* corners, double y, double z) const
 {
+    // Nearly all triangles lie above or below.
+    const bool isFirstBelow = at(corners[0]).z <= z;
+    if ((at(corners[1]).z <= z) == isFirstBelow && (at(corners[2]).z <= z) == isFirstBelow) {
+        return 0;
+    }
     int turns = 0;
     for (unsigned int k = 0; k < 3; ++k) {
         const std::uint32_t from = corners[k];

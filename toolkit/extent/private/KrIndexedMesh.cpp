@@ -2,17 +2,18 @@
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/extent/private/KrClosedSurface.h>
+#include <toolkit/extent/private/KrEqualPositions.h>
 #include <toolkit/extent/private/KrMeshLevels.h>
 #include <toolkit/extent/private/KrTriangleOrder.h>
 #include <toolkit/extent/private/KrVertexTable.h>
 #include <toolkit/math/KrCoordinateSystemTransformation.h>
 
-#include <meshoptimizer.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <map>
+#include <tuple>
 
 namespace
 {
@@ -21,47 +22,97 @@ using TriangleList = KrXmlVectorType<KrTriangle>;
 
 /// Position and normal.
 constexpr std::size_t kVertexWidth = 6;
+constexpr std::uint32_t kNone = 0xffffffffu;
+/// At one position, one after the other: more are looked up in a tree. Ordinary meshes have one to six.
+constexpr unsigned int kMostInChain = 16;
+
+/// A vertex as it is drawn: with its texture coordinates behind it, or zeros.
+using Row = std::array<float, kVertexWidth + 2>;
 
 /// Makes level 0 of a mesh, step by step.
+///
+/// Equal positions are found first, then vertices among the few that stand at one position. Vertices are numbered as
+/// the indices come to them first, so that they are read from front to back.
 class LevelZero
 {
 public:
     explicit LevelZero(const KrTriPhysicalExtent& mesh)
         : m_mesh(mesh)
         , m_hasTextureCoordinates(!mesh.textureCoordinates().empty())
-        , m_width(m_hasTextureCoordinates ? kVertexWidth + 2 : kVertexWidth)
-        , m_vertices(m_width)
     {
     }
 
     KrIndexedMesh run();
 
 private:
+    /// Of the first position of the list in that place.
+    struct Place
+    {
+        std::uint32_t newest = kNone; ///< of the vertices there
+        std::uint32_t number = kNone; ///< of the place, from 0 on as the indices come to them
+    };
+    /// Of a vertex: the indices of the corner that it was made for, and the next older vertex of its place.
+    struct Origin
+    {
+        std::uint32_t position, normal, textureCoordinate;
+        std::uint32_t older;
+    };
+
+    bool isClosed() const;
     bool isInRange(const TriangleList& triangles) const;
     void addGroup(const TriangleList& triangles);
-    std::uint32_t vertexOf(const KrTriangle& triangle, unsigned int corner);
-    std::vector<std::uint32_t> positionsOfCorners(KrVertexTable& positions) const;
-    void orderVertices();
+    std::uint32_t vertexOf(const Origin& corner);
+    std::uint32_t crowdedVertexOf(const Row& row, const Place& place);
+    Row rowOf(const Origin& corner) const;
+    bool isVertex(std::uint32_t vertex, const Row& row) const;
+    std::uint32_t addVertex(const Origin& corner, const Row& row, const Place& place);
 
     const KrTriPhysicalExtent& m_mesh;
     bool m_hasTextureCoordinates;
-    std::size_t m_width; ///< floats of a vertex in the table: with its texture coordinates behind it
-    KrVertexTable m_vertices;
+    std::vector<std::uint32_t> m_firstOf;                                           ///< by position of the mesh
+    std::vector<Place> m_places;                                                    ///< by position of the mesh
+    std::vector<Origin> m_origins;                                                  ///< by vertex
+    std::map<std::array<std::uint32_t, kVertexWidth + 2>, std::uint32_t> m_crowded; ///< vertices by their bits
+    std::vector<std::uint32_t> m_placeOf;                                           ///< by vertex, the number
+    std::vector<float> m_positions;                                                 ///< by number of the place
     KrIndexedMesh m_result;
 };
 
 KrIndexedMesh LevelZero::run()
 {
+    const std::size_t numCorners = 3 * m_mesh.numTriangles();
+    const std::size_t numVertices =
+        std::min<std::size_t>(numCorners, std::max(m_mesh.vertices().size(), m_mesh.normals().size()));
     m_result.levels.resize(1);
-    m_result.indices.reserve(3 * m_mesh.numTriangles());
+    m_result.indices.reserve(numCorners);
+    m_result.vertices.reserve(kVertexWidth * numVertices);
+    m_origins.reserve(numVertices);
+    m_placeOf.reserve(numVertices);
+    m_firstOf = KrEqualPositions::firstOf(m_mesh.vertices());
+    m_places.resize(m_firstOf.size());
     for (const KrTriPhysicalExtent::Group& group : m_mesh.groups()) {
         addGroup(group.second());
     }
-    KrVertexTable positions(3);
-    const std::vector<std::uint32_t> corners = positionsOfCorners(positions);
-    m_result.isClosed = KrClosedSurface::isClosed(positions.rows(), corners);
-    orderVertices();
+    m_firstOf = {};
+    m_places = {};
+    m_origins = {};
+    // These live as long as the mesh.
+    m_result.vertices.shrink_to_fit();
+    m_result.textureCoordinates.shrink_to_fit();
+    m_result.isClosed = isClosed();
     return std::move(m_result);
+}
+
+bool LevelZero::isClosed() const
+{
+    // Places and vertices are numbered in the same order: where there are as many, the numbers are the same.
+    if (m_positions.size() == 3 * m_placeOf.size()) {
+        return KrClosedSurface::isClosed(m_positions, m_result.indices);
+    }
+    std::vector<std::uint32_t> corners(m_result.indices.size());
+    std::transform(m_result.indices.begin(), m_result.indices.end(), corners.begin(),
+                   [this](std::uint32_t index) { return m_placeOf[index]; });
+    return KrClosedSurface::isClosed(m_positions, corners);
 }
 
 // Checked on entry to the mesh; a list of indices that is none draws nothing, as the shape's own way does.
@@ -87,8 +138,10 @@ void LevelZero::addGroup(const TriangleList& triangles)
     range.first = static_cast<std::uint32_t>(m_result.indices.size());
     if (isInRange(triangles)) {
         for (const KrTriangle& triangle : triangles) {
-            for (unsigned int corner = 0; corner < 3; ++corner) {
-                m_result.indices.push_back(vertexOf(triangle, corner));
+            for (unsigned int k = 0; k < 3; ++k) {
+                const Origin corner = {triangle.vertex(k), triangle.normal(k),
+                                       m_hasTextureCoordinates ? triangle.textureCoordinate(k) : 0, kNone};
+                m_result.indices.push_back(vertexOf(corner));
             }
         }
     }
@@ -97,53 +150,85 @@ void LevelZero::addGroup(const TriangleList& triangles)
 }
 
 // By the values: exporters write a vertex, and even more so a normal, once for each triangle that has it.
-std::uint32_t LevelZero::vertexOf(const KrTriangle& triangle, unsigned int corner)
+std::uint32_t LevelZero::vertexOf(const Origin& corner)
 {
-    const KrVector& position = m_mesh.vertices()[triangle.vertex(corner)];
-    const KrVector& normal = m_mesh.normals()[triangle.normal(corner)];
-    std::array<float, kVertexWidth + 2> row = {static_cast<float>(position.x()), static_cast<float>(position.y()),
-                                               static_cast<float>(position.z()), static_cast<float>(normal.x()),
-                                               static_cast<float>(normal.y()),   static_cast<float>(normal.z())};
+    Place& place = m_places[m_firstOf[corner.position]];
+    // Most often by the same indices, which are looked at first: that needs none of the lists.
+    for (std::uint32_t vertex = place.newest; vertex != kNone; vertex = m_origins[vertex].older) {
+        const Origin& origin = m_origins[vertex];
+        if (origin.position == corner.position && origin.normal == corner.normal &&
+            origin.textureCoordinate == corner.textureCoordinate) {
+            return vertex;
+        }
+    }
+    const Row row = rowOf(corner);
+    unsigned int length = 0;
+    for (std::uint32_t vertex = place.newest; vertex != kNone; vertex = m_origins[vertex].older, ++length) {
+        if (isVertex(vertex, row)) {
+            return vertex;
+        }
+    }
+    if (length == kMostInChain) {
+        return crowdedVertexOf(row, place);
+    }
+    if (place.number == kNone) {
+        place.number = static_cast<std::uint32_t>(m_positions.size() / 3);
+        // Adding 0 makes 0 of -0, which is the same place.
+        for (std::size_t i = 0; i < 3; ++i) {
+            m_positions.push_back(row[i] + 0.0f);
+        }
+    }
+    const std::uint32_t vertex = addVertex(corner, row, place);
+    m_origins[vertex].older = place.newest;
+    place.newest = vertex;
+    return vertex;
+}
+
+/// Of a place with more vertices than a chain holds, among those that it does not hold.
+std::uint32_t LevelZero::crowdedVertexOf(const Row& row, const Place& place)
+{
+    std::array<std::uint32_t, std::tuple_size<Row>::value> bits = {};
+    std::memcpy(bits.data(), row.data(), sizeof bits);
+    const auto [known, isNew] = m_crowded.emplace(bits, kNone);
+    if (isNew) {
+        known->second = addVertex({kNone, kNone, kNone, kNone}, row, place);
+    }
+    return known->second;
+}
+
+Row LevelZero::rowOf(const Origin& corner) const
+{
+    const KrVector& position = m_mesh.vertices()[corner.position];
+    const KrVector& normal = m_mesh.normals()[corner.normal];
+    Row row = {static_cast<float>(position.x()), static_cast<float>(position.y()), static_cast<float>(position.z()),
+               static_cast<float>(normal.x()),   static_cast<float>(normal.y()),   static_cast<float>(normal.z())};
     if (m_hasTextureCoordinates) {
-        const KrPlanarVector& uv = m_mesh.textureCoordinates()[triangle.textureCoordinate(corner)];
+        const KrPlanarVector& uv = m_mesh.textureCoordinates()[corner.textureCoordinate];
         row[kVertexWidth] = static_cast<float>(uv.u());
         row[kVertexWidth + 1] = static_cast<float>(uv.v());
     }
-    return m_vertices.number(row.data());
+    return row;
 }
 
-/// For each index the number of its vertex's position.
-std::vector<std::uint32_t> LevelZero::positionsOfCorners(KrVertexTable& positions) const
+bool LevelZero::isVertex(std::uint32_t vertex, const Row& row) const
 {
-    std::vector<std::uint32_t> positionOfVertex(m_vertices.size());
-    for (std::size_t i = 0; i < positionOfVertex.size(); ++i) {
-        const float* const vertex = &m_vertices.rows()[i * m_width];
-        // Adding 0 makes 0 of -0, which is the same place.
-        const float position[3] = {vertex[0] + 0.0f, vertex[1] + 0.0f, vertex[2] + 0.0f};
-        positionOfVertex[i] = positions.number(position);
-    }
-    std::vector<std::uint32_t> corners(m_result.indices.size());
-    std::transform(m_result.indices.begin(), m_result.indices.end(), corners.begin(),
-                   [&positionOfVertex](std::uint32_t index) { return positionOfVertex[index]; });
-    return corners;
+    return std::memcmp(&m_result.vertices[kVertexWidth * vertex], row.data(), kVertexWidth * sizeof(float)) == 0 &&
+           (!m_hasTextureCoordinates || std::memcmp(&m_result.textureCoordinates[std::size_t{2} * vertex],
+                                                    &row[kVertexWidth], 2 * sizeof(float)) == 0);
 }
 
-// As the indices come to them first, so that they are read from front to back.
-void LevelZero::orderVertices()
+std::uint32_t LevelZero::addVertex(const Origin& corner, const Row& row, const Place& place)
 {
-    const std::size_t count = m_vertices.size();
-    std::vector<std::uint32_t> remap(count);
-    meshopt_optimizeVertexFetchRemap(remap.data(), m_result.indices.data(), m_result.indices.size(), count);
-    meshopt_remapIndexBuffer(m_result.indices.data(), m_result.indices.data(), m_result.indices.size(), remap.data());
-    m_result.vertices.resize(kVertexWidth * count);
-    m_result.textureCoordinates.resize(m_hasTextureCoordinates ? 2 * count : 0);
-    for (std::size_t i = 0; i < count; ++i) {
-        const float* const row = &m_vertices.rows()[i * m_width];
-        std::copy_n(row, kVertexWidth, &m_result.vertices[kVertexWidth * remap[i]]);
-        if (m_hasTextureCoordinates) {
-            std::copy_n(row + kVertexWidth, 2, &m_result.textureCoordinates[std::size_t{2} * remap[i]]);
-        }
+    m_origins.push_back(corner);
+    m_placeOf.push_back(place.number);
+    // One by one, which for so few is faster than as a range.
+    for (std::size_t i = 0; i < kVertexWidth; ++i) {
+        m_result.vertices.push_back(row[i]);
     }
+    if (m_hasTextureCoordinates) {
+        m_result.textureCoordinates.insert(m_result.textureCoordinates.end(), row.begin() + kVertexWidth, row.end());
+    }
+    return static_cast<std::uint32_t>(m_origins.size() - 1);
 }
 
 bool areFinite(const std::vector<float>& numbers)
