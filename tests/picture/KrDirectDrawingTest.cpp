@@ -152,6 +152,42 @@ void changeStates(osg::Node& scene, const std::function<void(osg::StateSet&)>& c
     scene.accept(visitor);
 }
 
+/// The nodes of links, in depth-first pre-order.
+std::vector<osg::ref_ptr<KrRenderLink>> linksOf(osg::Node& scene)
+{
+    class Visitor : public osg::NodeVisitor
+    {
+    public:
+        Visitor()
+            : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN)
+        {
+        }
+        void apply(osg::MatrixTransform& node) override
+        {
+            if (auto* const link = dynamic_cast<KrRenderLink*>(&node)) {
+                links.push_back(link);
+            }
+            traverse(node);
+        }
+        std::vector<osg::ref_ptr<KrRenderLink>> links;
+    } visitor;
+    scene.accept(visitor);
+    return visitor.links;
+}
+
+constexpr unsigned int kOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
+
+/// A material of the node's own, in whose place it may have had another.
+osg::ref_ptr<osg::Material> giveMaterial(osg::Node& node, const osg::Vec4& color, unsigned int value)
+{
+    const osg::ref_ptr<osg::Material> material = new osg::Material;
+    material->setColorMode(osg::Material::OFF);
+    material->setAmbient(osg::Material::FRONT_AND_BACK, color);
+    material->setDiffuse(osg::Material::FRONT_AND_BACK, color);
+    node.getOrCreateStateSet()->setAttributeAndModes(material, value);
+    return material;
+}
+
 class KrDirectDrawingOfFiles : public testing::TestWithParam<std::string>
 {
 };
@@ -187,6 +223,17 @@ TEST_P(KrDirectDrawingOfFiles, GivesThePicturesOfTheGraph)
         EXPECT_EQ(both.difference(), 0u) << "mask " << mask;
         window.setDisplayMask(mask, false, false);
     }
+    const std::vector<osg::ref_ptr<KrRenderLink>> links = linksOf(*window.getNode());
+    for (std::size_t i = 0; i < links.size(); ++i) {
+        // Every other link as a data set says it, the others for themselves and what hangs below.
+        osg::Node& node = i % 2 == 0 ? static_cast<osg::Node&>(*links[i]->getDhFrame()) : *links[i];
+        giveMaterial(node, {0.3f, 0.2f + 0.5f / static_cast<float>(i + 1), 0.6f, 1.0f}, kOverride);
+    }
+    EXPECT_EQ(both.difference(), 0u) << "materials";
+    for (const osg::ref_ptr<KrRenderLink>& node : links) {
+        node->setStateSet(nullptr);
+        node->getDhFrame()->setStateSet(nullptr);
+    }
     const std::string link = shownLink(both.system);
     both.system.selectLink(0, link);
     EXPECT_EQ(both.difference(), 0u) << "selected: " << link;
@@ -212,24 +259,12 @@ TEST(KrDirectDrawing, SeesWhatAClientChanges)
     both.window().renderScene(false);
     EXPECT_LT(numDirect + 10, both.numLeaves()) << "one leaf for the robot, not one for each group";
 
-    class Finder : public osg::NodeVisitor
-    {
-    public:
-        Finder()
-            : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN)
-        {
-        }
-        void apply(osg::MatrixTransform& node) override
-        {
-            auto* const found = dynamic_cast<KrRenderLink*>(&node);
-            link = found != nullptr && found->getLink()->numShapes() != 0 ? found : link;
-            traverse(node);
-        }
-        KrRenderLink* link = nullptr; ///< the last one with a shape
-    } finder;
-    both.window().getNode()->accept(finder);
-    ASSERT_NE(finder.link, nullptr);
-    KrRenderLink& link = *finder.link;
+    const std::vector<osg::ref_ptr<KrRenderLink>> links = linksOf(*both.window().getNode());
+    const auto found = std::find_if(links.rbegin(), links.rend(), [](const osg::ref_ptr<KrRenderLink>& each) {
+        return each->getLink()->numShapes() != 0;
+    });
+    ASSERT_NE(found, links.rend());
+    KrRenderLink& link = **found;
     auto& shape = dynamic_cast<KrRenderShape&>(*link.getDhFrame()->getChild(0));
     osg::Geometry& group = *shape.getDrawable(0)->asGeometry();
     auto& material = dynamic_cast<osg::Material&>(*group.getStateSet()->getAttribute(osg::StateAttribute::MATERIAL));
@@ -259,9 +294,9 @@ TEST(KrDirectDrawing, SeesWhatAClientChanges)
     expectSeen("a node");
     ball->setNodeMask(0);
     expectSeen("a mask");
-    const osg::ref_ptr<osg::Material> red = new osg::Material;
-    red->setDiffuse(osg::Material::FRONT_AND_BACK, osg::Vec4(1.0f, 0.0f, 0.0f, 1.0f));
-    link.getOrCreateStateSet()->setAttributeAndModes(red, osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE);
+    giveMaterial(link, {1.0f, 0.0f, 0.0f, 1.0f}, kOverride);
+    expectSeen("a material of a node");
+    link.getStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
     expectSeen("a state set");
     link.setNodeMask(0);
     expectSeen("a link that is hidden");
@@ -273,6 +308,65 @@ TEST(KrDirectDrawing, SeesWhatAClientChanges)
     };
     shape.setCullCallback(new Hide);
     expectSeen("a callback");
+}
+
+// Whichever node says it, and however it weighs what those above and below say.
+TEST(KrDirectDrawing, TakesMaterialsOfNodesOver)
+{
+    constexpr unsigned int kOn = osg::StateAttribute::ON;
+    constexpr unsigned int kProtected = osg::StateAttribute::PROTECTED;
+    const osg::Vec4 red(1.0f, 0.0f, 0.0f, 1.0f);
+    const osg::Vec4 green(0.0f, 1.0f, 0.0f, 1.0f);
+    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    ASSERT_EQ(both.difference(), 0u);
+    const unsigned int numDirect = both.numLeaves();
+    const osg::ref_ptr<osg::Group> group = wrapManipulator(both.window());
+    ASSERT_NE(group, nullptr);
+    osg::Node& manipulator = *group->getChild(0);
+    const std::vector<osg::ref_ptr<KrRenderLink>> links = linksOf(*group);
+    ASSERT_GT(links.size(), 3u);
+    osg::Node& frame = *links[2]->getDhFrame();
+    osg::Node& shape = *links[2]->getDhFrame()->getChild(0);
+    KrImage before;
+    ASSERT_TRUE(both.window().renderSceneAndCaptureImage(before, KrSGWindow::CaptureColor));
+    const auto expectDirect = [&](const char* what, bool isSeen) {
+        EXPECT_EQ(both.difference(), 0u) << what;
+        EXPECT_EQ(both.numLeaves(), numDirect) << what;
+        KrImage after;
+        EXPECT_TRUE(both.window().renderSceneAndCaptureImage(after, KrSGWindow::CaptureColor));
+        EXPECT_EQ(std::equal(before.data(), before.data() + before.sizeInBytes(), after.data()), !isSeen) << what;
+        before = after;
+    };
+    giveMaterial(manipulator, red, kOn);
+    expectDirect("the groups' own win", false);
+    giveMaterial(manipulator, red, kOverride);
+    expectDirect("of all", true);
+    giveMaterial(*links[1], green, kOverride);
+    expectDirect("the one above wins", false);
+    manipulator.setStateSet(nullptr);
+    expectDirect("of a link and those below", true);
+    giveMaterial(frame, red, kOverride);
+    expectDirect("of a frame below", false);
+    giveMaterial(*links[1], green, kOn);
+    expectDirect("which now wins", true);
+    giveMaterial(shape, green, kOverride);
+    expectDirect("of a shape", false);
+    frame.setStateSet(nullptr);
+    expectDirect("of a shape alone", true);
+    frame.getOrCreateStateSet();
+    expectDirect("a set that says nothing", false);
+    giveMaterial(*group, red, kOverride);
+    expectDirect("above the robot", true);
+    giveMaterial(shape, green, kOverride | kProtected);
+    EXPECT_EQ(both.difference(), 0u) << "protected";
+    EXPECT_GT(both.numLeaves(), numDirect) << "protected";
+    giveMaterial(shape, green, kOverride);
+    group->setStateSet(nullptr);
+    manipulator.setStateSet(nullptr);
+    const osg::ref_ptr<osg::Material> changing = giveMaterial(manipulator, red, kOverride);
+    expectDirect("of all, and of a part no longer", false);
+    changing->setDiffuse(osg::Material::FRONT_AND_BACK, green);
+    expectDirect("changed in place", true);
 }
 
 TEST(KrDirectDrawing, ShowsTheLinksAroundAnEye)
@@ -314,7 +408,6 @@ TEST(KrDirectDrawing, FollowsARobotBelowAGroup)
 
 TEST(KrDirectDrawing, RespectsWhatAClientSaysAboveARobot)
 {
-    constexpr unsigned int kOverride = osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE;
     Both both(std::string(KR_SAMPLES "/dual_arm_base.xml"));
     both.window().setLevelOfDetail(1e-9f); // bodies without their backs, every triangle
     const osg::ref_ptr<osg::Group> group = wrapManipulator(both.window());

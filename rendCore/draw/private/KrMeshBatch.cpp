@@ -16,6 +16,17 @@ double nearOf(const osg::Matrixd& projection)
                                    : (projection(3, 2) + 1.0) / projection(2, 2);
 }
 
+/// Puts `look` in the place of the last one; null for none.
+void pushLook(osg::State& state, const osg::StateSet* last, const osg::StateSet* look)
+{
+    if (last != nullptr) {
+        state.popStateSet();
+    }
+    if (look != nullptr) {
+        state.pushStateSet(look);
+    }
+}
+
 } // namespace
 
 KrMeshBatch::KrMeshBatch()
@@ -56,8 +67,15 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
     KrMeshArena::Binding binding = m_arena->bind(state, false);
     bool isTextured = false;
     const osg::StateSet* last = nullptr;
+    const osg::StateSet* look = nullptr;
     const double near = nearOf(state.getProjectionMatrix());
     for (const Item& item : m_items) {
+        if (item.look != look) {
+            // The state weighs it against what is above and below, as for a node of the graph.
+            pushLook(state, look, item.look);
+            look = item.look;
+            last = nullptr;
+        }
         const KrMeshArena::Faces faces = facesOf(item, near);
         // Through the state, which knows afterwards that the matrix is another one than the leaf's.
         state.applyModelViewMatrix(item.modelView);
@@ -76,6 +94,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
             }
         }
     }
+    pushLook(state, look, nullptr);
     KrMeshArena::unbind(state);
 }
 

@@ -22,6 +22,8 @@ public:
         std::size_t level = 0;
         float depth = 0.0f; ///< of what is nearest of a body that may be drawn without its back faces; 0 for others, m
         std::array<std::uint32_t, 4> part = {}; ///< what pixels get of it where no colours are drawn
+        osg::ref_ptr<const osg::StateSet>
+            look; ///< a material between what stands above all and the mesh; null for none
     };
 
     KrMeshBatch();

@@ -98,6 +98,7 @@ struct KrDrawPlan::Frame
     KrLabelCamera* labels = nullptr; ///< null where colours are drawn
     std::size_t linkIndex = 0;       ///< of the link at hand, as labels count
     // Of the link at hand.
+    const osg::StateSet* look = nullptr; ///< the material that counts for its shapes; null for none
     double scale = 1.0;
     double radius = 0.0; ///< of the sphere around its meshes, m
     double depth = 0.0;  ///< of what is nearest of its meshes, m
@@ -160,6 +161,7 @@ void KrDrawPlan::list()
         }
     }
     m_modelViews.resize(m_links.size());
+    m_looks.resize(m_links.size());
     m_listed = m_table->generation();
 }
 
@@ -419,6 +421,8 @@ void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
     osg::Matrixd& modelView = m_modelViews[number];
     modelView = number == link.parent ? m_modelView : m_modelViews[link.parent];
     modelView.preMult(link.node->getMatrix());
+    m_looks[number] = KrInheritedState::lookBelow(
+        number == link.parent ? m_manipulator.getStateSet() : m_looks[link.parent], link.node->getStateSet());
     if (link.dhFrame == nullptr || link.firstDhChild == link.endChild || !visitor.validNodeMask(*link.dhFrame)) {
         return;
     }
@@ -427,6 +431,7 @@ void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
         dhModelView.preMult(link.dhFrame->getMatrix());
     }
     const unsigned int joint = link.node->getJointIndex();
+    frame.look = KrInheritedState::lookBelow(m_looks[number], link.dhFrame->getStateSet());
     frame.linkIndex = joint == KrRenderLink::kBaseJointIndex ? 0 : std::size_t{1} + joint;
     const Sight sight = see(link.sphere, dhModelView, frame);
     for (std::size_t place = link.firstDhChild; place < link.endChild; ++place) {
@@ -435,21 +440,34 @@ void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
             continue;
         }
         if (child.entry->mesh == nullptr || sight == Sight::Unknown) {
-            // Sorted by depth behind what is opaque, whenever it comes.
-            visitor.pushModelViewMatrix(kept(dhModelView), osg::Transform::RELATIVE_RF);
-            const std::uint32_t label = labelOf(child, frame);
-            if (label != 0) {
-                visitor.pushStateSet(&frame.labels->states(label));
-            }
-            child.node->accept(visitor);
-            if (label != 0) {
-                visitor.popStateSet();
-            }
-            visitor.popModelViewMatrix();
+            cullTranslucent(place, dhModelView, frame);
         } else if (sight != Sight::Outside) {
             cullShape(place, dhModelView, sight == Sight::Crossing, frame);
         }
     }
+}
+
+/// By the general traversal: sorted by depth behind what is opaque, whenever it comes.
+void KrDrawPlan::cullTranslucent(std::size_t place, const osg::Matrixd& modelView, const Frame& frame)
+{
+    osgUtil::CullVisitor& visitor = frame.visitor;
+    const Child& child = m_children[place];
+    visitor.pushModelViewMatrix(kept(modelView), osg::Transform::RELATIVE_RF);
+    if (frame.look != nullptr) {
+        visitor.pushStateSet(frame.look);
+    }
+    const std::uint32_t label = labelOf(child, frame);
+    if (label != 0) {
+        visitor.pushStateSet(&frame.labels->states(label));
+    }
+    child.node->accept(visitor);
+    if (label != 0) {
+        visitor.popStateSet();
+    }
+    if (frame.look != nullptr) {
+        visitor.popStateSet();
+    }
+    visitor.popModelViewMatrix();
 }
 
 /// Where the meshes of a link are, in the view. Fills what `frame` has of the link.
@@ -533,7 +551,8 @@ void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, boo
                               entry.mesh,
                               levelOf(place, *entry.mesh, frame),
                               isSolid ? static_cast<float>(frame.depth) : 0.0f,
-                              {}};
+                              {},
+                              KrInheritedState::lookBelow(frame.look, m_children[place].node->getStateSet())};
     if (frame.labels != nullptr) {
         item.part = frame.labels->value(labelOf(m_children[place], frame));
     }

@@ -22,6 +22,7 @@ class Group;
 class MatrixTransform;
 class Node;
 class NodeVisitor;
+class StateSet;
 } // namespace osg
 namespace osgUtil
 {
@@ -34,10 +35,10 @@ class KrRenderManipulator;
 ///
 /// A list of its links in depth-first pre-order, with what hangs under each. Every frame looks whether the graph is
 /// still what the list says, which takes a few comparisons a node; what has changed is taken up anew. Where a
-/// manipulator shows more than its links and their meshes (a selection, an aid, a client's node or callback or state
-/// set) the general traversals have it as a whole: of two surfaces at one depth the one that is drawn first is seen,
-/// and the order is the graph's. Poses, the planes near and far, and pixels are those of the general traversals. Scene
-/// thread only.
+/// manipulator shows more than its links, their meshes and materials above them (a selection, an aid, a client's node,
+/// callback or other state set) the general traversals have it as a whole: of two surfaces at one depth the one that is
+/// drawn first is seen, and the order is the graph's. Poses, the planes near and far, and pixels are those of the
+/// general traversals. Scene thread only.
 class KrDrawPlan : public KrFrameParticipant, public std::enable_shared_from_this<KrDrawPlan>
 {
 public:
@@ -115,6 +116,7 @@ private:
     bool isDirect(const osg::NodeVisitor& visitor);
     Sight see(const osg::BoundingSphere& sphere, const osg::Matrixd& modelView, Frame& frame) const;
     void cullShape(std::size_t place, const osg::Matrixd& modelView, bool isCrossing, Frame& frame);
+    void cullTranslucent(std::size_t place, const osg::Matrixd& modelView, const Frame& frame);
     std::size_t levelOf(std::size_t place, const KrMeshArena::Mesh& mesh, const Frame& frame) const;
     std::uint32_t labelOf(const Child& shape, const Frame& frame) const;
     KrMeshBatch& batch(Frame& frame);
@@ -126,8 +128,9 @@ private:
     std::vector<Child> m_roots; ///< of the manipulator
     std::vector<Link> m_links;
     std::vector<Child> m_children;
-    osg::Matrixd m_modelView;               ///< of the manipulator, in the frame and view at hand
-    std::vector<osg::Matrixd> m_modelViews; ///< of each link, in the frame and view at hand
+    osg::Matrixd m_modelView;                  ///< of the manipulator, in the frame and view at hand
+    std::vector<osg::Matrixd> m_modelViews;    ///< of each link, in the frame and view at hand
+    std::vector<const osg::StateSet*> m_looks; ///< the material that counts below each link node; null for none
     std::vector<osg::ref_ptr<KrMeshBatch>> m_batches;
     std::vector<osg::ref_ptr<osg::RefMatrix>> m_matrices;
     std::vector<osg::Node*> m_path; ///< to what is handed over

@@ -86,3 +86,27 @@ bool KrInheritedState::isPlain(osgUtil::CullVisitor& visitor, const osg::StateSe
     // A bin that sorts by depth wants every drawable by itself.
     return visitor.getCurrentRenderBin()->getSortMode() == osgUtil::RenderBin::SORT_BY_STATE;
 }
+
+bool KrInheritedState::isLook(const osg::StateSet& states)
+{
+    using osg::StateAttribute;
+    const osg::StateSet::AttributeList& attributes = states.getAttributeList();
+    // What is protected from above counts in another way than `lookBelow` weighs.
+    const bool isMaterial =
+        attributes.empty() || (attributes.size() == 1 && attributes.begin()->first.first == StateAttribute::MATERIAL &&
+                               (attributes.begin()->second.second & StateAttribute::PROTECTED) == 0);
+    return isMaterial && states.getModeList().empty() && states.getTextureModeList().empty() &&
+           states.getTextureAttributeList().empty() && states.getUniformList().empty() &&
+           states.getDefineList().empty() && states.getRenderingHint() == osg::StateSet::DEFAULT_BIN &&
+           !states.useRenderBinDetails() && states.getNestRenderBins();
+}
+
+const osg::StateSet* KrInheritedState::lookBelow(const osg::StateSet* above, const osg::StateSet* own)
+{
+    if (own == nullptr || own->getAttributeList().empty()) {
+        return above;
+    }
+    const bool isOverridden =
+        above != nullptr && (above->getAttributeList().begin()->second.second & osg::StateAttribute::OVERRIDE) != 0;
+    return isOverridden ? above : own;
+}

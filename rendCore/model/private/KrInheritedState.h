@@ -25,5 +25,11 @@ const osg::LightModel* lightModel(osgUtil::CullVisitor& visitor);
 /// sorts by depth.
 /// @param ignored  of the library's own, which says otherwise; null for none
 bool isPlain(osgUtil::CullVisitor& visitor, const osg::StateSet* ignored);
+/// Whether the state set of a node says nothing but a material, or nothing at all.
+bool isLook(const osg::StateSet& states);
+/// Which of two such sets counts below both; null for none.
+/// @param above  of the nodes above
+/// @param own    of the node
+const osg::StateSet* lookBelow(const osg::StateSet* above, const osg::StateSet* own);
 
 } // namespace KrInheritedState

@@ -2,6 +2,7 @@
 
 #include <rendCore/draw/private/KrGroupGeometry.h>
 #include <rendCore/model/KrRenderShape.h>
+#include <rendCore/model/private/KrInheritedState.h>
 
 #include <toolkit/extent/private/KrIndexedMesh.h>
 
@@ -155,5 +156,7 @@ bool KrShapeTable::isAsTaken(Entry& entry) const
 
 bool KrShapeTable::isPlain(const osg::Node& node)
 {
-    return node.getStateSet() == nullptr && node.getCullCallback() == nullptr && node.getCullingActive();
+    const osg::StateSet* const states = node.getStateSet();
+    return (states == nullptr || KrInheritedState::isLook(*states)) && node.getCullCallback() == nullptr &&
+           node.getCullingActive();
 }

@@ -69,7 +69,7 @@ public:
     void beginFrame(const void* view, unsigned int frame);
     /// Whether the shape says what it said when it was taken over. Looks once a frame, however many links share it.
     bool isAsTaken(Entry& entry) const;
-    /// Whether a node does nothing but carry what is below it.
+    /// Whether a node does nothing but carry what is below it, and perhaps give it a material.
     static bool isPlain(const osg::Node& node);
 
 protected:
