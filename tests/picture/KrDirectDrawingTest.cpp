@@ -242,10 +242,13 @@ TEST_P(KrDirectDrawingOfFiles, GivesThePicturesOfTheGraph)
     // So near that links cross the borders, and the eye is in the middle of them.
     KrPovParameters pov = window.getPovParameters();
     const KrVector eye = pov.eyepoint();
-    for (const double part : {0.4, 0.1, 0.0}) {
+    for (const double part : {4.0, 0.4, 0.1, 0.0}) {
         pov.setEyepoint(pov.centerOfInterest() + (eye - pov.centerOfInterest()) * part + KrVector(0.01, 0.0, 0.0));
         window.setPovParameters(pov);
-        EXPECT_EQ(both.difference(), 0u) << "at " << part << " of the distance";
+        for (const bool areBacksShown : {true, false}) {
+            window.setViewerAttribute(KrSGWindow::CullBackFaces, !areBacksShown);
+            EXPECT_EQ(both.difference(), 0u) << "at " << part << " of the distance, backs shown: " << areBacksShown;
+        }
     }
 }
 

@@ -26,16 +26,6 @@ int glInteger(GLenum name)
     return value;
 }
 
-// The names by which Mesa's processor renderers are known, and the word that the others use of themselves.
-// In small letters, since drivers write their names as they like.
-bool isSoftwareRenderer(const std::string& renderer)
-{
-    static constexpr std::array<const char*, 5> kNames = {"llvmpipe", "softpipe", "swrast", "lavapipe", "software"};
-    const std::string small = KrText::lowered(renderer);
-    return std::any_of(kNames.begin(), kNames.end(),
-                       [&](const char* name) { return small.find(name) != std::string::npos; });
-}
-
 // Columns of the list of attempts.
 std::string padded(const std::string& text, std::size_t width)
 {
@@ -98,6 +88,16 @@ std::string attemptText(const KrWindowReport::Attempt& attempt, std::size_t name
 }
 
 } // namespace
+
+// The names by which Mesa's processor renderers are known, and the word that the others use of themselves.
+// In small letters, since drivers write their names as they like.
+bool KrWindowReport::isSoftwareRenderer(const std::string& renderer)
+{
+    static constexpr std::array<const char*, 5> kNames = {"llvmpipe", "softpipe", "swrast", "lavapipe", "software"};
+    const std::string small = KrText::lowered(renderer);
+    return std::any_of(kNames.begin(), kNames.end(),
+                       [&](const char* name) { return small.find(name) != std::string::npos; });
+}
 
 // Of the context, not of the configuration that was asked for: drivers may give more.
 void KrWindowReport::readCurrentContext()

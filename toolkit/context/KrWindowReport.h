@@ -32,6 +32,8 @@ struct KrWindowReport
 
     /// Whether a context was had; the properties above are its own then.
     bool hasContext() const { return !renderer.empty(); }
+    /// Whether a driver of that name (GL_RENDERER) draws on the processor, as far as is known.
+    static bool isSoftwareRenderer(const std::string& renderer);
     /// Takes the properties from the context that is current in this thread.
     void readCurrentContext();
     /// Several lines for a person to read: the context that was chosen, then every attempt with what would mend it.

@@ -1,8 +1,10 @@
 #include <rendCore/draw/private/KrMeshArena.h>
 
+#include <toolkit/context/KrWindowReport.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
 
 #include <osg/BufferObject>
+#include <osg/ContextData>
 #include <osg/CullFace>
 #include <osg/GLExtensions>
 #include <osg/Material>
@@ -20,6 +22,23 @@ constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
 constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
 /// Beyond it an index does not fit into 16 bits.
 constexpr std::size_t kMostNarrow = 65536;
+
+/// Fewer indices are drawn as they are.
+constexpr std::int32_t kFewestSorted = 96;
+/// Of the indices of a range: with more of them left, others are not worth being sent.
+constexpr double kMostFronts = 0.9;
+
+/// What is known of the driver of a context.
+struct Driver : public osg::Referenced
+{
+    /// The context of that number is current.
+    explicit Driver(unsigned int)
+    {
+        const auto* const renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+        isSoftware = renderer != nullptr && KrWindowReport::isSoftwareRenderer(renderer);
+    }
+    bool isSoftware;
+};
 
 bool isBlack(const osg::Vec4& color)
 {
@@ -163,7 +182,8 @@ const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::
     std::vector<std::size_t> partOf;
     for (const Look& look : looks) {
         if (added.parts.empty() || added.parts.back().states != look.states) {
-            added.parts.push_back({look.states, {}});
+            added.parts.emplace_back();
+            added.parts.back().states = look.states;
         }
         partOf.push_back(added.parts.size() - 1);
     }
@@ -211,7 +231,7 @@ const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::
                 }
             }
             added.parts[part].levels.push_back(
-                {static_cast<std::uint32_t>(first), static_cast<std::int32_t>(indices.size() - first)});
+                {static_cast<std::uint32_t>(first), static_cast<std::int32_t>(indices.size() - first), nullptr});
         }
     }
 
@@ -262,6 +282,7 @@ KrMeshArena::Binding KrMeshArena::bind(osg::State& state, bool isTextured) const
     }
     arrays.applyDisablingOfVertexAttributes(state);
     Binding binding;
+    binding.isSoftware = osg::get<Driver>(state.getContextID())->isSoftware;
     binding.gl = state.get<osg::GLExtensions>();
     binding.arrays = &arrays;
     for (const osg::DrawElements* const indices :
@@ -274,8 +295,16 @@ KrMeshArena::Binding KrMeshArena::bind(osg::State& state, bool isTextured) const
     return binding;
 }
 
-void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run)
+void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run, const Sight* sight) const
 {
+    if (run.count == 0) {
+        return;
+    }
+    if (sight != nullptr && run.count >= kFewestSorted &&
+        (mesh.isWide ? drawFronts(binding, mesh, run, *sight, &(*m_wide)[run.first], m_wideFronts)
+                     : drawFronts(binding, mesh, run, *sight, &(*m_narrow)[run.first], m_narrowFronts))) {
+        return;
+    }
     osg::GLBufferObject* const buffer = mesh.isWide ? binding.wide : binding.narrow;
     // Nothing where it is bound already.
     binding.arrays->bindElementBufferObject(buffer);
@@ -284,6 +313,30 @@ void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run)
         static_cast<std::uintptr_t>(run.first) * (mesh.isWide ? sizeof(GLuint) : sizeof(GLushort));
     binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, run.count, type, reinterpret_cast<const void*>(offset),
                                          mesh.baseVertex);
+}
+
+/// @return false, with nothing drawn, where it is not worth it
+template <typename Index>
+bool KrMeshArena::drawFronts(const Binding& binding, const Mesh& mesh, const Run& run, const Sight& sight,
+                             const Index* indices, std::vector<Index>& fronts) const
+{
+    const auto count = static_cast<std::size_t>(run.count);
+    if (!run.planes) {
+        run.planes =
+            std::make_unique<KrFacePlanes>(&(*m_vertices)[static_cast<std::size_t>(mesh.baseVertex)], indices, count);
+    }
+    fronts.resize(std::max(fronts.size(), count + 3)); // what is not kept is copied, too
+    const std::size_t kept = run.planes->copyFronts(indices, sight.toClip, sight.width, sight.height, fronts.data());
+    if (kept > kMostFronts * static_cast<double>(count)) {
+        return false;
+    }
+    if (kept != 0) {
+        binding.arrays->unbindElementBufferObject();
+        binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, static_cast<GLsizei>(kept),
+                                             sizeof(Index) == sizeof(GLuint) ? GL_UNSIGNED_INT : GL_UNSIGNED_SHORT,
+                                             fronts.data(), mesh.baseVertex);
+    }
+    return true;
 }
 
 void KrMeshArena::unbind(osg::State& state)

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <rendCore/draw/private/KrFacePlanes.h>
+
 #include <osg/Array>
 #include <osg/LightModel>
+#include <osg/Matrixd>
 #include <osg/PrimitiveSet>
 #include <osg/Referenced>
 #include <osg/StateSet>
@@ -10,6 +13,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <vector>
 
 namespace osg
@@ -41,6 +45,7 @@ public:
     {
         std::uint32_t first = 0; ///< in the index buffer of the mesh
         std::int32_t count = 0;
+        mutable std::unique_ptr<const KrFacePlanes> planes; ///< null before its backs are left out for the first time
     };
     /// Groups of a mesh that follow one another and share a state set.
     struct Part
@@ -95,13 +100,22 @@ public:
         osg::VertexArrayState* arrays = nullptr;
         osg::GLBufferObject* narrow = nullptr; ///< indices of 16 bits; null for none
         osg::GLBufferObject* wide = nullptr;
+        bool isSoftware = false; ///< the driver draws with the processor
+    };
+    /// From where a mesh is seen.
+    struct Sight
+    {
+        osg::Matrixd toClip; ///< from the mesh's frame
+        double width = 0.0;  ///< of the viewport, pixels
+        double height = 0.0;
     };
     /// Whether the driver of the context has what `draw` calls.
     static bool isSupported(const osg::State& state);
     /// Before the first `draw` of a drawable, and where texture coordinates are needed or no longer. The context is
     /// current.
     Binding bind(osg::State& state, bool isTextured) const;
-    static void draw(const Binding& binding, const Mesh& mesh, const Run& run);
+    /// @param sight  null for every triangle. Else the driver leaves back faces out, and need not be given most of them
+    void draw(const Binding& binding, const Mesh& mesh, const Run& run, const Sight* sight) const;
     /// After the last one.
     static void unbind(osg::State& state);
 
@@ -122,6 +136,9 @@ private:
 
     void lightFronts(States& states) const;
     unsigned int number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured);
+    template <typename Index>
+    bool drawFronts(const Binding& binding, const Mesh& mesh, const Run& run, const Sight& sight, const Index* indices,
+                    std::vector<Index>& fronts) const;
 
     osg::ref_ptr<osg::StateSet> m_base;
     osg::ref_ptr<osg::StateSet> m_solid;
@@ -134,4 +151,7 @@ private:
     osg::ref_ptr<osg::Vec2Array> m_textureCoordinates;
     osg::ref_ptr<osg::DrawElementsUShort> m_narrow;
     osg::ref_ptr<osg::DrawElementsUInt> m_wide;
+    // Indices on their way to the driver.
+    mutable std::vector<GLushort> m_narrowFronts;
+    mutable std::vector<GLuint> m_wideFronts;
 };

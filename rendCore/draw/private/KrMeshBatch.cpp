@@ -5,6 +5,7 @@
 #include <osg/RenderInfo>
 #include <osg/State>
 #include <osg/Uniform>
+#include <osg/Viewport>
 
 namespace
 {
@@ -25,6 +26,20 @@ void pushLook(osg::State& state, const osg::StateSet* last, const osg::StateSet*
     if (look != nullptr) {
         state.pushStateSet(look);
     }
+}
+
+/// Whether backs are sorted out before the driver, which draws with the processor, sees them. A graphics card has its
+/// indices already, and is faster in leaving backs out than in being sent others.
+/// @param sight  set where they are
+bool isSortedOut(const KrMeshArena::Binding& binding, KrMeshArena::Faces faces, const KrMeshBatch::Item& item,
+                 const osg::State& state, KrMeshArena::Sight& sight)
+{
+    const osg::Viewport* const viewport = state.getCurrentViewport();
+    if (!binding.isSoftware || faces == KrMeshArena::Faces::Both || viewport == nullptr) {
+        return false;
+    }
+    sight = {item.modelView * state.getProjectionMatrix(), viewport->width(), viewport->height()};
+    return true;
 }
 
 } // namespace
@@ -69,6 +84,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
     const osg::StateSet* last = nullptr;
     const osg::StateSet* look = nullptr;
     const double near = nearOf(state.getProjectionMatrix());
+    KrMeshArena::Sight sight;
     for (const Item& item : m_items) {
         if (item.look != look) {
             // The state weighs it against what is above and below, as for a node of the graph.
@@ -79,6 +95,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
         const KrMeshArena::Faces faces = facesOf(item, near);
         // Through the state, which knows afterwards that the matrix is another one than the leaf's.
         state.applyModelViewMatrix(item.modelView);
+        const bool isSorted = isSortedOut(binding, faces, item, state, sight);
         for (const KrMeshArena::Part& part : item.mesh->parts) {
             const osg::StateSet* const states = m_arena->states(part.states, faces);
             if (states != last) {
@@ -89,9 +106,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
                 }
                 last = states;
             }
-            if (part.levels[item.level].count != 0) {
-                KrMeshArena::draw(binding, *item.mesh, part.levels[item.level]);
-            }
+            m_arena->draw(binding, *item.mesh, part.levels[item.level], isSorted ? &sight : nullptr);
         }
     }
     pushLook(state, look, nullptr);
@@ -120,19 +135,20 @@ void KrMeshBatch::drawParts(osg::State& state) const
     const KrMeshArena::Binding binding = m_arena->bind(state, false);
     const GLint part = program != nullptr ? program->getUniformLocation(osg::Uniform::getNameID(m_partUniform)) : -1;
     const double near = nearOf(state.getProjectionMatrix());
+    KrMeshArena::Sight sight;
     bool isSolid = false;
     for (const Item& item : m_items) {
-        const bool isNextSolid = facesOf(item, near) == KrMeshArena::Faces::FrontsOnly;
+        const KrMeshArena::Faces faces = facesOf(item, near);
+        const bool isNextSolid = faces == KrMeshArena::Faces::FrontsOnly;
         if (isNextSolid != isSolid) {
             isSolid = isNextSolid;
             state.apply(isSolid ? m_arena->solid() : nullptr);
         }
         state.applyModelViewMatrix(item.modelView);
         binding.gl->glUniform4uiv(part, 1, item.part.data());
+        const bool isSorted = isSortedOut(binding, faces, item, state, sight);
         for (const KrMeshArena::Part& range : item.mesh->parts) {
-            if (range.levels[item.level].count != 0) {
-                KrMeshArena::draw(binding, *item.mesh, range.levels[item.level]);
-            }
+            m_arena->draw(binding, *item.mesh, range.levels[item.level], isSorted ? &sight : nullptr);
         }
     }
     // For what the scene graph draws next, which says itself what it is.
