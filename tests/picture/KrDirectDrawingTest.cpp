@@ -3,6 +3,7 @@
 #include <rendCore/model/KrRenderManipulator.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 
+#include <tests/support/Allocations.h>
 #include <tests/support/DrawableFiles.h>
 
 #include <GL/gl.h>
@@ -464,6 +465,38 @@ TEST(KrDirectDrawing, RespectsWhatAClientSaysAboveARobot)
     program->addShader(new osg::Shader(osg::Shader::FRAGMENT, "void main() { gl_FragColor = gl_Color; }"));
     wrapManipulator(arm.window())->getOrCreateStateSet()->setAttributeAndModes(program);
     EXPECT_EQ(arm.difference(), 0u) << "a program";
+}
+
+// Each keeps what it is drawn with from one frame to the next.
+TEST(KrDirectDrawing, DrawsTwoLightModelsInSteadyFrames)
+{
+    Both both(std::string(KR_SAMPLES "/dual_arm_base.xml"));
+    KrRenderWindow& window = both.window();
+    window.setViewerAttribute(KrSGWindow::CullBackFaces, true);
+    const osg::ref_ptr<osg::Group> group = wrapManipulator(window);
+    ASSERT_NE(group, nullptr);
+    const osg::ref_ptr<osg::LightModel> model = new osg::LightModel;
+    const auto numAllocations = [&] {
+        EXPECT_EQ(both.difference(), 0u);
+        std::size_t count = 0;
+        for (int frame = 0; frame < 10; ++frame) {
+            const Allocations before = Allocations::now();
+            EXPECT_TRUE(window.renderScene(true));
+            count = (Allocations::now() - before).withNew;
+        }
+        return count;
+    };
+    const std::size_t numWithOne = numAllocations();
+    model->setTwoSided(true);
+    model->setAmbientIntensity(osg::Vec4(0.9f, 0.1f, 0.1f, 1.0f));
+    group->getOrCreateStateSet()->setAttribute(model);
+    giveMaterial(*group->getChild(0), {1.0f, 0.0f, 0.0f, 1.0f}, kOverride);
+    EXPECT_LE(numAllocations(), numWithOne + 4) << "the group's own places in the render graph";
+    // As many as one likes, one after the other.
+    for (int i = 0; i < 12; ++i) {
+        model->setAmbientIntensity(osg::Vec4(0.1f * static_cast<float>(i), 0.1f, 0.1f, 1.0f));
+        EXPECT_EQ(both.difference(), 0u) << "light " << i;
+    }
 }
 
 // Without the number of a group's attributes and modes telling.

@@ -22,6 +22,8 @@ constexpr osg::Material::Face kBothFaces = osg::Material::FRONT_AND_BACK;
 constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
 /// Beyond it an index does not fit into 16 bits.
 constexpr std::size_t kMostNarrow = 65536;
+/// A scene has one or two; a client may let one change with every frame.
+constexpr std::size_t kMostLightModels = 8;
 
 /// Fewer indices are drawn as they are.
 constexpr std::int32_t kFewestSorted = 96;
@@ -103,47 +105,52 @@ unsigned int KrMeshArena::number(const osg::ref_ptr<osg::StateSet>& states, bool
         return known.isTextured == isTextured && known.set->compare(*states, true) == 0;
     });
     if (found == m_states.end()) {
-        m_states.push_back({states, nullptr, nullptr, isTextured});
-        lightFronts(m_states.back());
+        m_states.push_back({states, isTextured});
         return static_cast<unsigned int>(m_states.size() - 1);
     }
     return static_cast<unsigned int>(found - m_states.begin());
 }
 
-const osg::StateSet* KrMeshArena::states(unsigned int number, Faces faces) const
+const osg::StateSet* KrMeshArena::states(unsigned int number, Faces faces, const FrontStates& fronts) const
 {
-    const States& states = m_states[number];
-    return faces == Faces::Both ? states.set : faces == Faces::Fronts ? states.fronts : states.frontsOnly;
+    return faces == Faces::Both     ? m_states[number].set
+           : faces == Faces::Fronts ? fronts.states[number].fronts
+                                    : fronts.states[number].frontsOnly;
 }
 
-void KrMeshArena::lightFronts(States& states) const
+osg::ref_ptr<const KrMeshArena::FrontStates> KrMeshArena::fronts(const osg::LightModel* model)
 {
-    states.fronts = new osg::StateSet(*states.set);
-    if (m_oneSided) {
-        states.fronts->setAttribute(m_oneSided);
-    }
-    states.frontsOnly = new osg::StateSet(*states.fronts);
-    states.frontsOnly->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK));
-}
-
-void KrMeshArena::setLightModel(const osg::LightModel* model)
-{
-    osg::ref_ptr<osg::LightModel> oneSided;
-    if (model != nullptr && model->getTwoSided()) {
-        if (m_oneSided && m_oneSided->getAmbientIntensity() == model->getAmbientIntensity() &&
-            m_oneSided->getColorControl() == model->getColorControl() &&
-            m_oneSided->getLocalViewer() == model->getLocalViewer()) {
-            return;
+    const bool isTwoSided = model != nullptr && model->getTwoSided();
+    auto found = std::find_if(m_fronts.begin(), m_fronts.end(), [model, isTwoSided](const auto& known) {
+        return known->light.valid() == isTwoSided &&
+               (!isTwoSided || (known->light->getAmbientIntensity() == model->getAmbientIntensity() &&
+                                known->light->getColorControl() == model->getColorControl() &&
+                                known->light->getLocalViewer() == model->getLocalViewer()));
+    });
+    if (found == m_fronts.end()) {
+        // The one that was used least lately makes room. What has been culled in this frame keeps it.
+        if (m_fronts.size() == kMostLightModels) {
+            m_fronts.pop_back();
         }
-        oneSided = new osg::LightModel(*model);
-        oneSided->setTwoSided(false);
-    } else if (!m_oneSided) {
-        return;
+        m_fronts.push_back(new FrontStates);
+        found = m_fronts.end() - 1;
+        if (isTwoSided) {
+            (*found)->light = new osg::LightModel(*model);
+            (*found)->light->setTwoSided(false);
+        }
     }
-    m_oneSided = oneSided;
-    for (States& states : m_states) {
-        lightFronts(states);
+    std::rotate(m_fronts.begin(), found, found + 1);
+    FrontStates& fronts = *m_fronts.front();
+    while (fronts.states.size() < m_states.size()) {
+        const osg::ref_ptr<osg::StateSet> lit = new osg::StateSet(*m_states[fronts.states.size()].set);
+        if (fronts.light) {
+            lit->setAttribute(fronts.light);
+        }
+        const osg::ref_ptr<osg::StateSet> culled = new osg::StateSet(*lit);
+        culled->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK));
+        fronts.states.push_back({lit, culled});
     }
+    return m_fronts.front();
 }
 
 bool KrMeshArena::findLook(const osg::StateSet& states, const osg::Vec4& color, Look& look)
@@ -353,7 +360,7 @@ void KrMeshArena::resizeGLObjectBuffers(unsigned int maxSize)
     m_narrow->getElementBufferObject()->resizeGLObjectBuffers(maxSize);
     m_wide->getElementBufferObject()->resizeGLObjectBuffers(maxSize);
     for (const States& states : m_states) {
-        states.set->resizeGLObjectBuffers(maxSize); // the other two have the same attributes
+        states.set->resizeGLObjectBuffers(maxSize); // those for fronts have the same attributes
     }
 }
 

@@ -67,6 +67,20 @@ public:
     /// The number of a state set that draws as `states` does, but for the colour, which `look` is given together with
     /// the number. False when it cannot be drawn from here: what is translucent is sorted by depth, each for itself.
     bool findLook(const osg::StateSet& states, const osg::Vec4& color, Look& look);
+    /// The state sets for meshes that show their fronts only. They light these only, which takes half the time.
+    struct FrontStates : public osg::Referenced
+    {
+        osg::ref_ptr<osg::LightModel> light; ///< null where the scene's is for fronts as it is
+        struct States
+        {
+            osg::ref_ptr<osg::StateSet> fronts;     ///< where something else leaves the backs out
+            osg::ref_ptr<osg::StateSet> frontsOnly; ///< leaves the backs out itself
+        };
+        std::vector<States> states; ///< by the numbers of the arena's
+    };
+    /// Those under what the scene says of light, for all numbers that are there until now.
+    /// @param model  null where it says nothing
+    osg::ref_ptr<const FrontStates> fronts(const osg::LightModel* model);
     /// Which faces are drawn.
     enum class Faces
     {
@@ -74,12 +88,8 @@ public:
         Fronts,     ///< something else leaves the backs out
         FrontsOnly, ///< leaves the backs out itself
     };
-    /// Borrowed. Those for fronts light these only, which takes half the time: give the light model of the scene first.
-    const osg::StateSet* states(unsigned int number, Faces faces) const;
-    /// Takes over what the scene says of light, for what is drawn from now on; null where it says nothing.
-    void setLightModel(const osg::LightModel* model);
-    /// What the state sets for fronts have of it: another object after each change. Null where that is nothing.
-    const osg::LightModel* frontLight() const { return m_oneSided; }
+    /// Borrowed.
+    const osg::StateSet* states(unsigned int number, Faces faces, const FrontStates& fronts) const;
     /// Leaves back faces out, without any look. Borrowed.
     const osg::StateSet* solid() const { return m_solid; }
     bool isTextured(unsigned int number) const { return m_states[number].isTextured; }
@@ -129,12 +139,9 @@ private:
     struct States
     {
         osg::ref_ptr<osg::StateSet> set;
-        osg::ref_ptr<osg::StateSet> fronts;
-        osg::ref_ptr<osg::StateSet> frontsOnly;
         bool isTextured = false;
     };
 
-    void lightFronts(States& states) const;
     unsigned int number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured);
     template <typename Index>
     bool drawFronts(const Binding& binding, const Mesh& mesh, const Run& run, const Sight& sight, const Index* indices,
@@ -143,8 +150,8 @@ private:
     osg::ref_ptr<osg::StateSet> m_base;
     osg::ref_ptr<osg::StateSet> m_solid;
     std::vector<States> m_states;
-    osg::ref_ptr<osg::LightModel> m_oneSided; ///< null where the light model is not known, or for fronts as it is
-    std::deque<Mesh> m_meshes;                ///< never moved: they are borrowed
+    std::vector<osg::ref_ptr<FrontStates>> m_fronts; ///< of the last few light models, the last one first
+    std::deque<Mesh> m_meshes;                       ///< never moved: they are borrowed
     osg::ref_ptr<osg::Vec3Array> m_vertices;
     osg::ref_ptr<osg::Vec3Array> m_normals;
     osg::ref_ptr<osg::Vec4Array> m_colors;

@@ -54,7 +54,7 @@ KrMeshBatch::KrMeshBatch()
 KrMeshBatch::KrMeshBatch(const KrMeshBatch& other, const osg::CopyOp& copyOp)
     : osg::Drawable(other, copyOp)
     , m_arena(other.m_arena)
-    , m_frontLight(other.m_frontLight)
+    , m_fronts(other.m_fronts)
     , m_areBackFacesCulled(other.m_areBackFacesCulled)
     , m_partUniform(other.m_partUniform)
     , m_items(other.m_items)
@@ -63,11 +63,12 @@ KrMeshBatch::KrMeshBatch(const KrMeshBatch& other, const osg::CopyOp& copyOp)
 
 KrMeshBatch::~KrMeshBatch() = default;
 
-void KrMeshBatch::begin(const KrMeshArena& arena, bool areBackFacesCulled, const char* partUniform)
+void KrMeshBatch::begin(const KrMeshArena& arena, const osg::ref_ptr<const KrMeshArena::FrontStates>& fronts,
+                        bool areBackFacesCulled, const char* partUniform)
 {
     m_partUniform = partUniform;
     m_arena = &arena;
-    m_frontLight = arena.frontLight();
+    m_fronts = fronts;
     m_areBackFacesCulled = areBackFacesCulled;
     m_items.clear();
 }
@@ -97,7 +98,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
         state.applyModelViewMatrix(item.modelView);
         const bool isSorted = isSortedOut(binding, faces, item, state, sight);
         for (const KrMeshArena::Part& part : item.mesh->parts) {
-            const osg::StateSet* const states = m_arena->states(part.states, faces);
+            const osg::StateSet* const states = m_arena->states(part.states, faces, *m_fronts);
             if (states != last) {
                 state.apply(states);
                 if (isTextured != m_arena->isTextured(part.states)) {
@@ -117,10 +118,6 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
 KrMeshArena::Faces KrMeshBatch::facesOf(const Item& item, double near) const
 {
     using Faces = KrMeshArena::Faces;
-    // A scene may have more than one light model: what has been culled since then may have brought another.
-    if (m_frontLight != m_arena->frontLight()) {
-        return Faces::Both;
-    }
     if (m_areBackFacesCulled) {
         return Faces::Fronts;
     }

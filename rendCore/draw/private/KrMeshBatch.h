@@ -30,10 +30,12 @@ public:
     KrMeshBatch(const KrMeshBatch& other, const osg::CopyOp& copyOp);
 
     /// Empties the batch, keeping the memory of its items.
+    /// @param fronts              of the arena, under the light model of what stands above
     /// @param areBackFacesCulled  by what stands above, for all of it
     /// @param partUniform         null: colours are drawn; else the uniform, four numbers, that is given each item's
     ///                            part: the program is that of what stands above, and looks are left out. Static
-    void begin(const KrMeshArena& arena, bool areBackFacesCulled, const char* partUniform);
+    void begin(const KrMeshArena& arena, const osg::ref_ptr<const KrMeshArena::FrontStates>& fronts,
+               bool areBackFacesCulled, const char* partUniform);
     void add(const Item& item) { m_items.push_back(item); }
 
     void drawImplementation(osg::RenderInfo& renderInfo) const override;
@@ -46,7 +48,7 @@ private:
     void drawParts(osg::State& state) const;
 
     osg::ref_ptr<const KrMeshArena> m_arena;
-    osg::ref_ptr<const osg::LightModel> m_frontLight; ///< what the arena's state sets for fronts had when it began
+    osg::ref_ptr<const KrMeshArena::FrontStates> m_fronts;
     bool m_areBackFacesCulled = false;
     const char* m_partUniform = nullptr;
     std::vector<Item> m_items;

@@ -627,8 +627,8 @@ KrMeshBatch& KrDrawPlan::batch(Frame& frame)
     }
     frame.batch = *place;
     osgUtil::CullVisitor& visitor = frame.visitor;
-    m_table->setLightModel(KrInheritedState::lightModel(visitor));
-    frame.batch->begin(m_table->arena(), KrInheritedState::areBackFacesCulled(visitor),
+    frame.batch->begin(m_table->arena(), m_table->fronts(KrInheritedState::lightModel(visitor)),
+                       KrInheritedState::areBackFacesCulled(visitor),
                        frame.labels != nullptr ? KrLabelCamera::kMeshPart : nullptr);
     visitor.pushStateSet(m_table->arena().base());
     // The matrix is one that the view holds anyway: every item brings its own.

@@ -56,7 +56,8 @@ public:
     KrShapeTable();
 
     const KrMeshArena& arena() const { return *m_arena; }
-    void setLightModel(const osg::LightModel* model) { m_arena->setLightModel(model); }
+    /// As the arena's.
+    osg::ref_ptr<const KrMeshArena::FrontStates> fronts(const osg::LightModel* model) { return m_arena->fronts(model); }
     void resizeGLObjectBuffers(unsigned int maxSize) { m_arena->resizeGLObjectBuffers(maxSize); }
     void releaseGLObjects(osg::State* state) const { m_arena->releaseGLObjects(state); }
     /// Takes the shape over where that was not tried before. Borrowed from the table.
