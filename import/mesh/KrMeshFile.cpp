@@ -68,8 +68,6 @@ const char* readerOf(KrMeshSource::Format format)
 {
     using Format = KrMeshSource::Format;
     switch (format) {
-    case Format::Stl:
-        return "Stereolithography (STL) Importer";
     case Format::Obj:
         return "Wavefront Object Importer";
     case Format::Dae:
@@ -78,6 +76,7 @@ const char* readerOf(KrMeshSource::Format format)
         return "Stanford Polygon Library (PLY) Importer";
     case Format::Off:
         return "OFF Importer";
+    case Format::Stl: // read without it
     case Format::Gltf:
     case Format::Glb:
         break;
@@ -186,7 +185,6 @@ public:
     {
         // What is told apart below is what the readers fill in, each in its own way.
         using Format = KrMeshSource::Format;
-        m_isStl = format == Format::Stl;
         m_isGltf = format == Format::Gltf || format == Format::Glb;
         m_isNameless = format == Format::Off || format == Format::Ply;
         m_isCollada = format == Format::Dae;
@@ -214,7 +212,6 @@ private:
     std::string m_path;
     std::uint64_t m_maxTriangles;
     KrMeshData& m_data;
-    bool m_isStl = false;
     bool m_isCollada = false;
     bool m_isGltf = false;
     bool m_isNameless = false; ///< materials never have names
@@ -293,7 +290,7 @@ bool Collector::isFilledIn(unsigned int material) const
         float opacity = 1.0f;
         return look.texture.empty() && filled.Get(AI_MATKEY_OPACITY, opacity) != aiReturn_SUCCESS;
     }
-    return m_isStl || filled.mNumProperties == 0 || look.name == AI_DEFAULT_MATERIAL_NAME;
+    return filled.mNumProperties == 0 || look.name == AI_DEFAULT_MATERIAL_NAME;
 }
 
 bool Collector::addNodes(std::string& why)
@@ -368,8 +365,7 @@ std::vector<std::uint32_t> Collector::addNormals(const aiMesh& mesh, const std::
                                                  const Eigen::Matrix3d& linear)
 {
     std::vector<std::uint32_t> indices(mesh.mNumVertices, KrMeshData::noNormal);
-    // The facet normals of an STL file tell nothing that its triangles do not, and are often wrong.
-    if (m_isStl || !mesh.mNormals || linear.determinant() == 0.0) {
+    if (!mesh.mNormals || linear.determinant() == 0.0) {
         return indices;
     }
     // A normal stays upright on its surface under the inverse transpose.
@@ -420,7 +416,7 @@ KrMeshData::Group* Collector::colorGroup(const aiMesh& mesh, bool hasLook)
     const bool isOne =
         std::all_of(colors, colors + mesh.mNumVertices, [colors](const aiColor4D& c) { return c == colors[0]; });
     // A group has one look: there is no place for several colours. What the file says of materials comes before.
-    if (!isOne || hasLook || m_isStl) {
+    if (!isOne || hasLook) {
         // White is what exporters fill in; nothing is lost with it.
         const bool isWhite = isOne && colors[0] == aiColor4D(1.0f, 1.0f, 1.0f, 1.0f);
         if (!m_isColorTold && !isWhite) {
@@ -589,6 +585,35 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrMesh
     return true;
 }
 
+/// The facets of an STL file: one group without a look. Their normals are for the triangles to give.
+void joinFacets(const std::vector<KrStlText::Facet>& facets, KrMeshData& data)
+{
+    KrVectorIndex vertices;
+    std::vector<KrTriangle>& triangles = data.groups.emplace_back().triangles;
+    triangles.reserve(facets.size());
+    for (const KrStlText::Facet& facet : facets) {
+        KrTriangle triangle;
+        for (unsigned int corner = 0; corner < 3; ++corner) {
+            const float* const at = facet.data() + 3 * corner;
+            triangle.setCorner(corner, vertices.add({at[0], at[1], at[2]}), KrMeshData::noNormal, 0);
+        }
+        triangles.push_back(triangle);
+    }
+    data.vertices = vertices.take();
+}
+
+bool readSource(KrMeshSource&& source, const std::string& path, const KrMeshLimits& limits, KrMeshData& data,
+                std::string& why)
+{
+    if (source.format != KrMeshSource::Format::Stl) {
+        return readScene(source, path, limits, data, why);
+    }
+    data = KrMeshData();
+    data.warnings = std::move(source.warnings);
+    joinFacets(source.facets, data);
+    return true;
+}
+
 } // namespace
 
 bool KrMeshFile::read(const std::string& path, const KrMeshLimits& limits, KrMeshData& data, std::string& why)
@@ -606,7 +631,7 @@ bool KrMeshFile::readContent(const std::string& path, std::string&& content, con
     try {
         KrMeshSource source;
         return KrMeshSource::readContent(path, std::move(content), limits, source, why) &&
-               readScene(source, path, limits, data, why);
+               readSource(std::move(source), path, limits, data, why);
     } catch (const std::exception& exception) {
         why = KrText::oneLine(exception.what());
         // What the library throws is its own affair: some of it derives from nothing.

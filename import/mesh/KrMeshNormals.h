@@ -15,14 +15,20 @@ public:
     /// Edges sharper than this stay sharp, rad.
     static constexpr double creaseAngle = 0.6108652381980153; // 35 degrees
 
+    struct Triangles
+    {
+        std::vector<KrTriangle>* triangles = nullptr;
+        const std::vector<KrVector>* faceNormals = nullptr; ///< faceNormal() of each
+    };
+
     /// Gives every corner whose normal index is `missing` a normal: that of its triangle, blended with those of the
     /// triangles around the same vertex that lean less than the crease angle, each weighted by its angle there. The
     /// result depends on nothing but the mesh.
     ///
-    /// @param triangles  not degenerate; borrowed
-    /// @param normals    takes the new normals, unit length
-    static void fill(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& triangles,
-                     std::uint32_t missing, KrVectorIndex& normals);
+    /// @param lists    borrowed; triangles that are not degenerate
+    /// @param normals  takes the new normals, unit length
+    static void fill(const std::vector<KrVector>& vertices, const std::vector<Triangles>& lists, std::uint32_t missing,
+                     KrVectorIndex& normals);
 
     /// Unit normal by the right-hand rule; the zero vector for a triangle without area, or with corners that are not
     /// finite.

@@ -84,8 +84,8 @@ bool formatByExtension(const std::string& path, Format& format)
 const char* mainName(Format format)
 {
     switch (format) {
-    case Format::Stl:
-        return "mesh.stl";
+    case Format::Stl: // handed on as facets
+        break;
     case Format::Obj:
         return "mesh.obj";
     case Format::Dae:
@@ -170,14 +170,14 @@ bool Source::run(std::string&& content, std::string& why)
 bool Source::readStl(std::string_view content, std::string& why)
 {
     KrStlText::Mesh mesh;
-    if (!KrStlText::clean(content, m_limits.maxTriangles, mesh, why)) {
+    if (!KrStlText::read(content, m_limits.maxTriangles, mesh, why)) {
         return false;
     }
     // An export that was broken off: the facets that are whole are good.
     if (mesh.isCut) {
         warn("it ends inside a facet; what is before that is read");
     }
-    m_result.files[m_result.main] = std::move(mesh.bytes);
+    m_result.facets = std::move(mesh.facets);
     return true;
 }
 
@@ -319,7 +319,9 @@ bool KrMeshSource::readContent(const std::string& path, std::string&& content, c
                                KrMeshSource& source, std::string& why)
 {
     Source read(path, limits);
-    if (!read.run(std::move(content), why)) {
+    // Given back when this is done: what was made of it is enough.
+    std::string own = std::move(content);
+    if (!read.run(std::move(own), why)) {
         return false;
     }
     source = std::move(read.result());

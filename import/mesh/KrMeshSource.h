@@ -1,12 +1,14 @@
 #pragma once
 
 #include <import/mesh/KrMeshLimits.h>
+#include <import/mesh/KrStlText.h>
 
 #include <map>
 #include <string>
 #include <vector>
 
-/// What a mesh file holds, read by us and checked: all that the mesh library gets to see.
+/// What a mesh file holds, read by us and checked: all that the mesh library gets to see. It is not asked for STL
+/// files.
 struct KrMeshSource
 {
     enum class Format
@@ -23,6 +25,7 @@ struct KrMeshSource
     Format format = Format::Stl;
     std::string main;                         ///< the name in `files` to begin with
     std::map<std::string, std::string> files; ///< content by name: the mesh and its side files
+    std::vector<KrStlText::Facet> facets;     ///< of an STL, which has nothing else; in place of `files`
     std::string upAxis;                       ///< "Z_UP" and the like; empty where the file tells none
     bool trustMaterials = true;               ///< false when the file that defines them is not there
     std::vector<std::string> warnings;        ///< one sentence each

@@ -5,7 +5,6 @@
 #include <toolkit/foundation/private/KrText.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 namespace
@@ -20,9 +19,8 @@ constexpr std::size_t kHeaderBytes = 80;
 constexpr std::size_t kCountEnd = kHeaderBytes + 4;
 constexpr std::size_t kFacetBytes = 50;
 constexpr std::size_t kNormalBytes = 12;
-constexpr std::size_t kCornersBytes = 36;
 
-using Point = std::array<float, 3>;
+using Facet = KrStlText::Facet;
 
 std::string tooMany(std::uint64_t maxTriangles)
 {
@@ -55,40 +53,19 @@ bool isText(std::string_view content)
            (begin.find("facet") != std::string::npos || begin.find("endsolid") != std::string::npos);
 }
 
-/// In the order of the file, whatever that of the machine is.
-void appendCount(std::string& bytes, std::uint32_t count)
-{
-    for (unsigned int shift = 0; shift < 32; shift += 8) {
-        bytes += static_cast<char>(count >> shift & 0xFF);
-    }
-}
-
-/// The bits of the numbers are what the format stores.
-void appendPoint(std::string& bytes, const Point& point)
-{
-    for (const float number : point) {
-        std::uint32_t bits = 0;
-        std::memcpy(&bits, &number, sizeof bits);
-        appendCount(bytes, bits);
-    }
-}
-
-bool cleanBinary(std::string_view content, std::uint64_t maxTriangles, KrStlText::Mesh& mesh, std::string& why)
+bool readBinary(std::string_view content, std::uint64_t maxTriangles, KrStlText::Mesh& mesh, std::string& why)
 {
     const std::uint32_t count = countIn(content);
     if (count > maxTriangles) {
         return refuse(why, tooMany(maxTriangles));
     }
-    mesh.bytes.reserve(static_cast<std::size_t>(binaryBytes(content)));
-    // The header is left out: the mesh library looks for words and for a colour in it.
-    mesh.bytes.assign(kHeaderBytes, '\0');
-    mesh.bytes.append(content.substr(kHeaderBytes, kCountEnd - kHeaderBytes));
-    std::string_view rest = content.substr(kCountEnd);
-    for (std::uint32_t i = 0; i < count; ++i) {
-        // Facet normals are often wrong, and the two bytes behind a facet hold colours in several dialects: neither is
-        // read.
-        mesh.bytes.append(kNormalBytes, '\0').append(rest.substr(kNormalBytes, kCornersBytes)).append(2, '\0');
-        rest.remove_prefix(kFacetBytes);
+    mesh.facets.resize(count);
+    // Facet normals are often wrong, and the two bytes behind a facet hold colours in several dialects: neither is
+    // read. The numbers are little-endian, as those of this machine are.
+    const char* place = content.data() + kCountEnd + kNormalBytes;
+    for (Facet& facet : mesh.facets) {
+        std::memcpy(facet.data(), place, sizeof facet);
+        place += kFacetBytes;
     }
     return true;
 }
@@ -103,12 +80,9 @@ void skipName(std::string_view& rest)
     }
 }
 
-/// Into the binary form, so that the mesh library reads one kind of STL only.
-bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::Mesh& mesh, std::string& why)
+bool readText(std::string_view content, std::uint64_t maxTriangles, KrStlText::Mesh& mesh, std::string& why)
 {
-    mesh.bytes.assign(kCountEnd, '\0');
-    std::uint32_t count = 0;
-    std::array<Point, 3> corners{};
+    Facet facet{};
     std::size_t numCorners = 0;
     // By words, not by lines: files without any line end exist. Words that are unknown are passed over.
     for (std::string_view rest = content; !rest.empty();) {
@@ -123,34 +97,27 @@ bool cleanText(std::string_view content, std::uint64_t maxTriangles, KrStlText::
             continue;
         }
         // From the fourth corner on the last one is replaced.
-        Point& corner = corners[std::min<std::size_t>(numCorners++, 2)];
-        for (float& number : corner) {
+        float* const corner = facet.data() + 3 * std::min<std::size_t>(numCorners++, 2);
+        for (float* number = corner; number < corner + 3; ++number) {
             double value = 0.0;
             if (!takeNumber(rest, value)) {
                 return refuse(why, "a vertex is not three numbers");
             }
             // What single precision does not hold has no conversion.
-            number = static_cast<float>(std::clamp(value, -3.4e38, 3.4e38));
+            *number = static_cast<float>(std::clamp(value, -3.4e38, 3.4e38));
         }
         if (numCorners < 3) {
             continue;
         }
-        if (count == maxTriangles) {
+        if (mesh.facets.size() == maxTriangles) {
             return refuse(why, tooMany(maxTriangles));
         }
-        mesh.bytes.append(kNormalBytes, '\0');
-        std::for_each(corners.begin(), corners.end(), [&mesh](const Point& p) { appendPoint(mesh.bytes, p); });
-        mesh.bytes.append(2, '\0');
-        ++count;
+        mesh.facets.push_back(facet);
         // A facet of more corners goes on as a fan.
-        corners[1] = corners[2];
+        std::copy_n(facet.begin() + 6, 3, facet.begin() + 3);
     }
     mesh.isCut = numCorners == 1 || numCorners == 2;
-    // Only here is the count known; its place was kept.
-    std::string counted;
-    appendCount(counted, count);
-    mesh.bytes.replace(kHeaderBytes, counted.size(), counted);
-    return count > 0 || refuse(why, "it holds no triangle");
+    return !mesh.facets.empty() || refuse(why, "it holds no triangle");
 }
 
 } // namespace
@@ -160,12 +127,12 @@ bool KrStlText::isStl(std::string_view content)
     return isText(content) || (content.size() > kCountEnd && binaryBytes(content) == content.size());
 }
 
-bool KrStlText::clean(std::string_view content, std::uint64_t maxTriangles, Mesh& mesh, std::string& why)
+bool KrStlText::read(std::string_view content, std::uint64_t maxTriangles, Mesh& mesh, std::string& why)
 {
     // A file of exactly the size that its count promises is binary, even where it begins like a text.
     const std::uint64_t bytes = binaryBytes(content);
     if (bytes != content.size() && isText(content)) {
-        return cleanText(content, maxTriangles, mesh, why);
+        return readText(content, maxTriangles, mesh, why);
     }
     if (content.size() < kCountEnd) {
         return refuse(why, "it is no STL: neither a text of facets nor long enough for a binary file");
@@ -175,5 +142,5 @@ bool KrStlText::clean(std::string_view content, std::uint64_t maxTriangles, Mesh
         return refuse(why, "it declares " + std::to_string(countIn(content)) + " triangles and holds " +
                                std::to_string((content.size() - kCountEnd) / kFacetBytes));
     }
-    return countIn(content) > 0 ? cleanBinary(content, maxTriangles, mesh, why) : refuse(why, "it holds no triangle");
+    return countIn(content) > 0 ? readBinary(content, maxTriangles, mesh, why) : refuse(why, "it holds no triangle");
 }

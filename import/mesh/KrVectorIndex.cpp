@@ -5,24 +5,30 @@
 namespace
 {
 
-std::uint64_t hashOf(const KrVector& value)
+/// A vector as bits: a NaN equals itself, so that the search ends.
+struct Bits
 {
-    std::uint64_t hash = 0;
-    for (unsigned int i = 0; i < 3; ++i) {
-        std::uint64_t bits = 0;
-        std::memcpy(&bits, value.data() + i, sizeof bits);
-        // Mixing step of splitmix64: every bit of the input reaches every bit of the slot number.
-        hash = (hash ^ bits) * 0xBF58476D1CE4E5B9u;
-        hash ^= hash >> 31;
+    explicit Bits(const KrVector& value)
+    {
+        static_assert(sizeof numbers == 3 * sizeof(double));
+        std::memcpy(numbers, value.data(), sizeof numbers);
     }
-    return hash;
-}
+    bool operator==(const Bits& other) const
+    {
+        return ((numbers[0] ^ other.numbers[0]) | (numbers[1] ^ other.numbers[1]) | (numbers[2] ^ other.numbers[2])) ==
+               0;
+    }
+    /// A sum of products, one for each number, which wait for none of the others; its upper half depends on all bits.
+    std::uint32_t hash() const
+    {
+        std::uint64_t sum =
+            numbers[0] * 0xBF58476D1CE4E5B9u + numbers[1] * 0x94D049BB133111EBu + numbers[2] * 0x9E3779B97F4A7C15u;
+        sum = (sum ^ sum >> 32) * 0xBF58476D1CE4E5B9u;
+        return static_cast<std::uint32_t>(sum >> 32);
+    }
 
-bool isSame(const KrVector& a, const KrVector& b)
-{
-    // As bits: a NaN equals itself, so that the search ends.
-    return std::memcmp(a.data(), b.data(), 3 * sizeof(double)) == 0;
-}
+    std::uint64_t numbers[3];
+};
 
 } // namespace
 
@@ -34,12 +40,13 @@ std::uint32_t KrVectorIndex::add(const KrVector& value)
     if (2 * (m_values.size() + 1) > m_slots.size()) {
         grow();
     }
-    const auto hash = static_cast<std::uint32_t>(hashOf(plain));
+    const Bits bits(plain);
+    const std::uint32_t hash = bits.hash();
     // A power of two, see grow().
     const std::size_t mask = m_slots.size() - 1;
     std::size_t place = hash & mask;
     while (m_slots[place].index != kFree &&
-           (m_slots[place].hash != hash || !isSame(m_values[m_slots[place].index], plain))) {
+           (m_slots[place].hash != hash || !(Bits(m_values[m_slots[place].index]) == bits))) {
         place = (place + 1) & mask;
     }
     Slot& slot = m_slots[place];
