@@ -1,4 +1,5 @@
 #include <picture/KrPictureScene.h>
+#include <rendCore/draw/private/KrDrawPace.h>
 #include <rendCore/model/KrRenderLink.h>
 #include <rendCore/model/KrRenderManipulator.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
@@ -12,6 +13,7 @@
 
 #include <osg/CullFace>
 #include <osg/FrontFace>
+#include <osg/GLExtensions>
 #include <osg/LightModel>
 #include <osg/Material>
 #include <osg/MatrixTransform>
@@ -584,6 +586,60 @@ TEST(KrDirectDrawing, ShowsLittleOfWhatLevelsErr)
         numSeen += numOff;
     }
     EXPECT_GT(numSeen, 0u) << "coarser levels were drawn";
+}
+
+namespace
+{
+
+/// What a context really has, and how often it was called.
+struct Fences
+{
+    decltype(osg::GLExtensions::glFenceSync) make;
+    decltype(osg::GLExtensions::glClientWaitSync) wait;
+    decltype(osg::GLExtensions::glDeleteSync) remove;
+    std::size_t numMade = 0;
+    std::size_t numWaited = 0; ///< to the end
+    std::size_t numLeft = 0;
+} fences;
+
+} // namespace
+
+// What such a driver has not drawn yet is all in memory: several hundred bytes a triangle.
+TEST(KrDirectDrawing, WaitsForADriverThatDrawsWithTheProcessor)
+{
+    Both both(std::string(KR_SAMPLES "/dual_arm_base.xml"));
+    if (!both.window().report().isSoftware) {
+        GTEST_SKIP() << "a graphics card draws";
+    }
+    both.window().setDirectDrawing(true);
+    ASSERT_TRUE(both.window().renderScene(true));
+    auto& gl = *both.window().getViewer()->getCamera()->getGraphicsContext()->getState()->get<osg::GLExtensions>();
+    fences = {gl.glFenceSync, gl.glClientWaitSync, gl.glDeleteSync};
+    gl.glFenceSync = [](GLenum condition, GLbitfield flags) {
+        ++fences.numMade;
+        ++fences.numLeft;
+        return fences.make(condition, flags);
+    };
+    gl.glClientWaitSync = [](GLsync sync, GLbitfield flags, GLuint64 timeout) {
+        const GLenum result = fences.wait(sync, flags, timeout);
+        fences.numWaited += result == GL_ALREADY_SIGNALED || result == GL_CONDITION_SATISFIED ? 1 : 0;
+        return result;
+    };
+    gl.glDeleteSync = [](GLsync sync) {
+        --fences.numLeft;
+        fences.remove(sync);
+    };
+    constexpr std::size_t kMost = KrDrawPace::kMostPortions;
+    for (unsigned int frame = 0; frame < 1000 && fences.numMade < 3 * kMost; ++frame) {
+        ASSERT_TRUE(both.window().renderScene(true));
+    }
+    gl.glFenceSync = fences.make;
+    gl.glClientWaitSync = fences.wait;
+    gl.glDeleteSync = fences.remove;
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    EXPECT_GE(fences.numMade, 3 * kMost);
+    EXPECT_GE(fences.numWaited + kMost, fences.numMade);
+    EXPECT_LE(fences.numLeft, kMost);
 }
 
 // Buffers belong to a context, and a view holds what it drew last.

@@ -1,5 +1,6 @@
 #include <rendCore/draw/private/KrMeshArena.h>
 
+#include <rendCore/draw/private/KrDrawPace.h>
 #include <toolkit/context/KrWindowReport.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
 
@@ -290,6 +291,7 @@ KrMeshArena::Binding KrMeshArena::bind(osg::State& state, bool isTextured) const
     arrays.applyDisablingOfVertexAttributes(state);
     Binding binding;
     binding.isSoftware = osg::get<Driver>(state.getContextID())->isSoftware;
+    binding.pace = binding.isSoftware ? state.get<KrDrawPace>() : nullptr;
     binding.gl = state.get<osg::GLExtensions>();
     binding.arrays = &arrays;
     for (const osg::DrawElements* const indices :
@@ -320,6 +322,9 @@ void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run,
         static_cast<std::uintptr_t>(run.first) * (mesh.isWide ? sizeof(GLuint) : sizeof(GLushort));
     binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, run.count, type, reinterpret_cast<const void*>(offset),
                                          mesh.baseVertex);
+    if (binding.pace != nullptr) {
+        binding.pace->handOver(*binding.gl, static_cast<std::size_t>(run.count));
+    }
 }
 
 /// @return false, with nothing drawn, where it is not worth it
@@ -342,6 +347,7 @@ bool KrMeshArena::drawFronts(const Binding& binding, const Mesh& mesh, const Run
         binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, static_cast<GLsizei>(kept),
                                              sizeof(Index) == sizeof(GLuint) ? GL_UNSIGNED_INT : GL_UNSIGNED_SHORT,
                                              fronts.data(), mesh.baseVertex);
+        binding.pace->handOver(*binding.gl, kept);
     }
     return true;
 }

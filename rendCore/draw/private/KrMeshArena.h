@@ -23,6 +23,7 @@ class GLExtensions;
 class State;
 class VertexArrayState;
 } // namespace osg
+class KrDrawPace;
 class KrIndexedMesh;
 
 /// The meshes of a scene in one vertex buffer and two index buffers, and the state sets that they are drawn with.
@@ -110,7 +111,8 @@ public:
         osg::VertexArrayState* arrays = nullptr;
         osg::GLBufferObject* narrow = nullptr; ///< indices of 16 bits; null for none
         osg::GLBufferObject* wide = nullptr;
-        bool isSoftware = false; ///< the driver draws with the processor
+        bool isSoftware = false;    ///< the driver draws with the processor
+        KrDrawPace* pace = nullptr; ///< null for a graphics card
     };
     /// From where a mesh is seen.
     struct Sight

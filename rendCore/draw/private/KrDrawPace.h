@@ -1,0 +1,40 @@
+#pragma once
+
+#include <osg/GLExtensions>
+#include <osg/Referenced>
+
+#include <array>
+#include <cstddef>
+
+/// Keeps a driver that draws with the processor from putting off much work, which costs memory.
+///
+/// Such a driver sorts triangles into tiles of the picture and fills these later, several hundred bytes for each
+/// triangle on the way. Handed over in portions, of which few are on their way at a time, they need memory for these
+/// only, and filling begins with the first. A graphics card is given commands, not triangles, and needs none of this.
+///
+/// One for each context, by `osg::State::get`, with which it goes. The context is current in every call.
+class KrDrawPace : public osg::Referenced
+{
+public:
+    /// Corners of triangles in a portion.
+    static constexpr std::size_t kPortion = 49152;
+    /// Portions on their way, at the most.
+    static constexpr std::size_t kMostPortions = 4;
+
+    /// As `osg::State::get` asks for; the number of the context is not needed.
+    explicit KrDrawPace(unsigned int /*contextID*/) {}
+
+    /// After a call that draws so many corners of triangles.
+    void handOver(const osg::GLExtensions& gl, std::size_t numCorners);
+
+protected:
+    /// What is on its way then goes with the context.
+    ~KrDrawPace() override = default;
+
+private:
+    void endPortion(const osg::GLExtensions& gl);
+
+    std::size_t m_numCorners = 0; ///< of the portion at hand
+    std::array<GLsync, kMostPortions> m_portions = {};
+    std::size_t m_oldest = 0; ///< of the portions; null before there are so many
+};
