@@ -123,11 +123,18 @@ std::string defaultFolder()
 
 KrMeshCache::KrMeshCache(const std::string& folder, std::uint64_t maxBytes)
     : m_maxBytes(maxBytes)
+    // Looked up once, not for every seal.
+    , m_cipher(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr))
 {
     const std::string path = folder.empty() ? defaultFolder() : folder;
-    if (!path.empty() && maxBytes > 0) {
+    if (!path.empty() && maxBytes > 0 && m_cipher) {
         open(path);
     }
+}
+
+void KrMeshCache::CipherDeleter::operator()(EVP_CIPHER* cipher) const
+{
+    EVP_CIPHER_free(cipher);
 }
 
 KrMeshCache::~KrMeshCache()
@@ -192,12 +199,12 @@ void KrMeshCache::makeKey() const
 class KrMeshCache::Seal
 {
 public:
-    Seal(const unsigned char* key, unsigned char purpose)
+    Seal(const EVP_CIPHER* cipher, const unsigned char* key, unsigned char purpose)
         : m_context(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free)
     {
         // One start for all seals of a purpose: they have to be the same each time, and are shown to nobody.
         const unsigned char start[12] = {purpose};
-        m_isGood = m_context && EVP_EncryptInit_ex(m_context.get(), EVP_aes_256_gcm(), nullptr, key, start) == 1;
+        m_isGood = m_context && EVP_EncryptInit_ex(m_context.get(), cipher, nullptr, key, start) == 1;
     }
     void add(std::string_view bytes)
     {
@@ -230,7 +237,7 @@ private:
 
 std::string KrMeshCache::seal(unsigned char purpose, std::initializer_list<std::string_view> parts) const
 {
-    Seal seal(m_key, purpose);
+    Seal seal(m_cipher.get(), m_key, purpose);
     for (const std::string_view part : parts) {
         seal.add(part);
         seal.endPart(part.size());
@@ -246,7 +253,7 @@ KrMeshCache::Name KrMeshCache::nameOf(std::initializer_list<std::string_view> pa
 KrMeshCache::Name KrMeshCache::nameOfFile(const std::string& path, std::uint64_t maxBytes) const
 {
     KrInputFile file(maxBytes, KrInputFile::Accept::Files);
-    Seal seal(m_key, ForName);
+    Seal seal(m_cipher.get(), m_key, ForName);
     std::uint64_t length = 0;
     // Small enough to stay close to the processor.
     const std::unique_ptr<char[]> block(new char[kBlockBytes]);

@@ -7,6 +7,9 @@
 #include <string>
 #include <string_view>
 
+/// OpenSSL's EVP_CIPHER.
+struct evp_cipher_st;
+
 /// A folder in which prepared meshes are kept from one process to the next.
 ///
 /// Every entry is a file of its own, written aside and renamed: processes and threads may use one folder at the same
@@ -68,7 +71,13 @@ private:
     std::string seal(unsigned char purpose, std::initializer_list<std::string_view> parts) const;
     bool writeAside(std::initializer_list<std::string_view> parts, std::string& temporary) const;
 
+    struct CipherDeleter
+    {
+        void operator()(evp_cipher_st* cipher) const;
+    };
+
     std::uint64_t m_maxBytes;
+    std::unique_ptr<evp_cipher_st, CipherDeleter> m_cipher;
     int m_folder = -1;
     unsigned char m_key[32] = {};
 };

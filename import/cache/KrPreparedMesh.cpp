@@ -114,8 +114,17 @@ public:
         const std::size_t size = count(sizeof(T));
         const char* const first = m_bytes.data();
         m_bytes.remove_prefix(size * sizeof(T));
-        // Filled as it is made: setting it to zeros before takes as long as the copy.
-        return std::vector<T>(Place<T>{first}, Place<T>{first + size * sizeof(T)});
+        if constexpr (std::is_trivial_v<T>) {
+            // Numbers one by one take longer than zeros before a copy of all at once.
+            std::vector<T> values(size);
+            if (size > 0) {
+                std::memcpy(values.data(), first, size * sizeof(T));
+            }
+            return values;
+        } else {
+            // Filled as it is made.
+            return std::vector<T>(Place<T>{first}, Place<T>{first + size * sizeof(T)});
+        }
     }
     std::string text()
     {

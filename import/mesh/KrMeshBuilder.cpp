@@ -232,6 +232,10 @@ KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>&
         if (!mesh) {
             continue;
         }
+        // Most volumes have one part; of several the list grows as it likes.
+        if (triangles.empty()) {
+            triangles.reserve(mesh->numTriangles());
+        }
         // The part's indices move behind those of the parts before it.
         const std::uint32_t firstVertex = vertices.size();
         const std::uint32_t firstNormal = normals.size();

@@ -164,14 +164,6 @@ void KrMeshLoader::prepare(KrMeshBuilder::Result& result) const
     result.isIndexed = true;
 }
 
-/// What entries of a wish are called. A mesh of one file alone goes by its bytes, wherever it lies; one that other
-/// files belong to goes by its place, too, since that is where they are looked for.
-struct KrMeshLoader::Names
-{
-    KrMeshCache::Name byContent;
-    KrMeshCache::Name byPlace;
-};
-
 bool KrMeshLoader::Wish::operator<(const Wish& other) const
 {
     const auto key = [](const Wish& w) {
@@ -285,7 +277,7 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
         std::string digest = m_cache.isOpen() ? m_cache.nameOfFile(job.path, limits.maxBytes) : std::string();
         const auto isDone = [&](auto& item) {
             auto& [wish, mesh] = item;
-            return mesh.isLoaded || (!digest.empty() && takeKept(namesOf(job, digest, wish), job, mesh, file));
+            return mesh.isLoaded || (!digest.empty() && takeKept(digest, job, wish, mesh, file));
         };
         // All of them, though one may be lacking: those that are kept need not be built.
         const auto numDone = std::count_if(job.meshes.begin(), job.meshes.end(), isDone);
@@ -315,7 +307,7 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
                 mesh.isLoaded = true;
                 prepare(mesh.result);
                 if (isKept && mesh.messages.empty()) {
-                    keep(namesOf(job, digest, wish), file.facts, mesh, others);
+                    keep(nameOf(job, digest, wish, !others.empty()), file.facts, mesh, others);
                 }
             }
         }
@@ -330,7 +322,10 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
     job.isDone = true;
 }
 
-KrMeshLoader::Names KrMeshLoader::namesOf(const Job& job, const std::string& digest, const Wish& wish) const
+/// What the entry of a wish is called. A mesh of one file alone goes by its bytes, wherever it lies; one that other
+/// files belong to goes by its place, too, since that is where they are looked for.
+KrMeshCache::Name KrMeshLoader::nameOf(const Job& job, const std::string& digest, const Wish& wish,
+                                       bool needsOthers) const
 {
     std::string numbers;
     const auto append = [&numbers](const auto& value) {
@@ -345,20 +340,20 @@ KrMeshLoader::Names KrMeshLoader::namesOf(const Job& job, const std::string& dig
         append(flag);
     }
     append(m_options.preparation);
-    const std::string extension = KrImportPath::extensionOf(job.path);
-    return {m_cache.nameOf({digest, m_version, numbers, wish.material, extension}),
-            m_cache.nameOf({digest, m_version, numbers, wish.material, KrImportPath::absolute(job.path)})};
+    const std::string place = needsOthers ? KrImportPath::absolute(job.path) : KrImportPath::extensionOf(job.path);
+    return m_cache.nameOf({digest, m_version, numbers, wish.material, place});
 }
 
 /// False when the cache has no such mesh, or has it of other files than there are now.
-bool KrMeshLoader::takeKept(const Names& names, Job& job, Mesh& mesh, File& file) const
+bool KrMeshLoader::takeKept(const std::string& digest, Job& job, const Wish& wish, Mesh& mesh, File& file) const
 {
     KrMeshCache::Entry entry;
     KrPreparedMesh kept;
     const auto isSame = [this](const KrPreparedMesh::OtherFile& other) {
         return stateOf(other.path, other.isRead) == other.state;
     };
-    const bool isFound = (m_cache.read(names.byContent, entry) || m_cache.read(names.byPlace, entry)) &&
+    const bool isFound = (m_cache.read(nameOf(job, digest, wish, false), entry) ||
+                          m_cache.read(nameOf(job, digest, wish, true), entry)) &&
                          KrPreparedMesh::read(entry.bytes(), kept) &&
                          std::all_of(kept.otherFiles.begin(), kept.otherFiles.end(), isSame);
     if (isFound) {
@@ -371,12 +366,12 @@ bool KrMeshLoader::takeKept(const Names& names, Job& job, Mesh& mesh, File& file
     return isFound;
 }
 
-void KrMeshLoader::keep(const Names& names, const KrMeshFacts& facts, const Mesh& mesh, const OtherFiles& otherFiles)
+void KrMeshLoader::keep(const KrMeshCache::Name& name, const KrMeshFacts& facts, const Mesh& mesh,
+                        const OtherFiles& otherFiles)
 {
     // What could not be made is tried again the next time: it may be memory that was lacking.
     if (mesh.result.extent || mesh.result.triangles == 0) {
-        m_cache.write(otherFiles.empty() ? names.byContent : names.byPlace,
-                      KrPreparedMesh{facts, mesh.result, otherFiles}.bytes());
+        m_cache.write(name, KrPreparedMesh{facts, mesh.result, otherFiles}.bytes());
         m_hasKept = true;
     }
 }

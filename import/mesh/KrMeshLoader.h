@@ -89,11 +89,10 @@ private:
     std::vector<Job*> uniqueJobs();
     void run(const std::vector<Job*>& jobs);
     void runJob(Job& job, const KrMeshLimits& limits, bool isAlone);
-    struct Names;
-    Names namesOf(const Job& job, const std::string& digest, const Wish& wish) const;
+    KrMeshCache::Name nameOf(const Job& job, const std::string& digest, const Wish& wish, bool needsOthers) const;
     void prepare(KrMeshBuilder::Result& result) const;
-    bool takeKept(const Names& names, Job& job, Mesh& mesh, File& file) const;
-    void keep(const Names& names, const KrMeshFacts& facts, const Mesh& mesh, const OtherFiles& otherFiles);
+    bool takeKept(const std::string& digest, Job& job, const Wish& wish, Mesh& mesh, File& file) const;
+    void keep(const KrMeshCache::Name& name, const KrMeshFacts& facts, const Mesh& mesh, const OtherFiles& otherFiles);
     bool statesOf(const std::vector<KrMeshData::OtherFile>& files, std::int64_t startNs, OtherFiles& states) const;
     std::string stateOf(const std::string& path, bool isRead) const;
 

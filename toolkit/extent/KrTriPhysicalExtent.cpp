@@ -43,6 +43,8 @@ public:
     const std::string& problem() const { return m_problem; }
 
 private:
+    bool isWhole() const;
+    bool areTrianglesWhole() const;
     bool checkNumbers();
     bool checkTriangle(const KrTriangle& triangle);
     bool checkIndex(const char* what, std::uint32_t index, std::size_t count);
@@ -61,9 +63,62 @@ private:
     std::string m_problem;
 };
 
+/// Whether each of the list's numbers can be drawn, which is done with single precision; NaN cannot.
+bool areDrawable(const KrXmlVectorVector& vectors)
+{
+    constexpr double kMost = std::numeric_limits<float>::max();
+    bool areGood = true;
+    // To the end: a loop without a way out is several times as fast.
+    for (const KrVector& v : vectors) {
+        areGood &= (std::abs(v.x()) <= kMost) & (std::abs(v.y()) <= kMost) & (std::abs(v.z()) <= kMost);
+    }
+    return areGood;
+}
+
+/// Whether all lengths are surely within the tolerance: by their squares, whose distance from 1 is twice as large.
+bool areOfUnitLength(const KrXmlVectorVector& vectors)
+{
+    bool areGood = true;
+    for (const KrVector& v : vectors) {
+        areGood &= std::abs(v.dot(v) - 1.0) <= kLengthTolerance;
+    }
+    return areGood;
+}
+
+/// Whether nothing is wrong, and nothing to be completed: so are the meshes of the importer and its cache, and those
+/// that other meshes are copied into.
+bool MeshCheck::isWhole() const
+{
+    const auto isUsable = [](const KrPlanarVector& uv) { return std::isfinite(uv.u()) && std::isfinite(uv.v()); };
+    return m_areNormalsGiven && areDrawable(m_vertices) && areOfUnitLength(m_normals) &&
+           std::all_of(m_textureCoordinates.begin(), m_textureCoordinates.end(), isUsable) && areTrianglesWhole();
+}
+
+bool MeshCheck::areTrianglesWhole() const
+{
+    std::uint32_t last[3] = {};
+    bool isAny = false;
+    for (const Group& group : m_groups) {
+        for (const KrTriangle& triangle : group.second()) {
+            for (unsigned int corner = 0; corner < 3; ++corner) {
+                last[0] = std::max(last[0], triangle.vertex(corner));
+                last[1] = std::max(last[1], triangle.normal(corner));
+                last[2] = std::max(last[2], triangle.textureCoordinate(corner));
+            }
+        }
+        isAny = isAny || !group.second().empty();
+    }
+    // Without texture coordinates their indices are 0, as they are to be.
+    const std::size_t numCoordinates = std::max<std::size_t>(m_textureCoordinates.size(), 1);
+    return !isAny || (last[0] < m_vertices.size() && last[1] < m_normals.size() && last[2] < numCoordinates);
+}
+
 // In this order: numbers are finite before they are used, and indices are there before they are followed.
 bool MeshCheck::run()
 {
+    if (isWhole()) {
+        return true;
+    }
     // Copies, since the check completes the lists that it is given.
     if (!checkNumbers()) {
         return false;
