@@ -40,7 +40,6 @@ public:
     ClosedSurface(const std::vector<float>& positions, const std::vector<std::uint32_t>& triangles)
         : m_positions(positions)
         , m_triangles(triangles)
-        , m_parents(triangles.size() / 3)
     {
     }
 
@@ -116,7 +115,7 @@ std::uint32_t ClosedSurface::toOf(std::uint32_t corner) const
     return m_triangles[corner % 3 == 2 ? corner - 2 : corner + 1];
 }
 
-// Most surfaces with a border are seen here, without any memory: a number for each edge, added one way and taken away
+// Most surfaces with a border are seen here, without lists: a number for each edge, added one way and taken away
 // the other, leaves 0 where both are as many.
 bool ClosedSurface::canBeBalanced() const
 {
@@ -156,6 +155,7 @@ std::uint32_t ClosedSurface::partOf(std::uint32_t triangle)
 /// Joins triangles over edges of two; false where an edge shows that the surface has a border.
 bool ClosedSurface::joinParts()
 {
+    m_parents.resize(m_triangles.size() / 3);
     std::iota(m_parents.begin(), m_parents.end(), 0u);
     std::vector<Side> sides;
     std::uint32_t i = 0;
