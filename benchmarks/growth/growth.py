@@ -2,6 +2,7 @@
 """Draws what time and memory do when a scene grows, and says what grows faster than it should.
 
     growth.py FOLDER-OF-PROGRAMS [--images FOLDER] [--rounds 5] [--series NAME]... [--largest FRACTION] [--json FILE]
+              [--redraw FILE]
 
 Asks krGrowthBenchmark for one size after the other, in rounds: each round goes through all sizes, so that what the
 machine does besides falls on all of them. A figure is the median of the rounds. How fast it grows is the exponent k of
@@ -34,15 +35,16 @@ SERIES = {
     # Small windows are another case for a driver that draws by software: it fits more views into one go.
     "views": ([1, 8, 26, 64, 128, 256], "views of one window"),
 }
-# The figures of a size: key, name in the picture, unit, colour.
 # Functions of krGrowthBenchmark whose instructions are counted.
 COUNTED = {"load_s": "krGrowthRead", "frame_s": "krGrowthFrame"}
+# The figures of a size: key, name in the picture, unit, colour, mark. Colours that the colour-blind tell apart (Okabe
+# and Ito, 2008), and marks that need no colours.
 FIGURES = [
-    ("load_s", "reading the file", "s", "#8a5a00"),
-    ("build_s", "building and first frame", "s", "#b03060"),
-    ("frame_s", "frame", "s", "#1f5fa8"),
-    ("driver_s", "clearing and reading alone", "s", "#888888"),
-    ("memory_mib", "most memory held", "MiB", "#3c7d3c"),
+    ("load_s", "reading the file", "s", "#d55e00", "square"),
+    ("build_s", "building, first frame", "s", "#0072b2", "circle"),
+    ("frame_s", "frame", "s", "#009e73", "triangle"),
+    ("driver_s", "clearing, reading back", "s", "#777777", "diamond"),
+    ("memory_mib", "most memory held", "MiB", "#aa4499", "circle"),
 ]
 
 
@@ -97,7 +99,7 @@ class Curve:
     """One figure of a series: its rounds at each size."""
 
     def __init__(self, figure, answers):
-        self.key, self.name, self.unit, self.colour = figure
+        self.key, self.name, self.unit, self.colour, self.mark = figure
         self.points = []
         rounds = {}
         for count, found in sorted(answers.items()):
@@ -125,52 +127,105 @@ def number(value):
     return "%.3g" % value
 
 
+def measured(value, unit):
+    """A mark of an axis, with its unit: 0.0001 s is 100 µs."""
+    if unit == "MiB":
+        return "%g GiB" % (value / 1000) if value >= 1000 else "%g MiB" % value
+    for limit, name in ((1, "s"), (1e-3, "ms")):
+        if value >= 0.999 * limit:
+            return "%.3g %s" % (value / limit, name)
+    return "%.3g µs" % (value * 1e6)
+
+
+def mark(shape, x, y, colour):
+    paths = {"circle": "m-3 0a3 3 0 1 0 6 0a3 3 0 1 0 -6 0z", "square": "m-2.8 -2.8h5.6v5.6h-5.6z",
+             "triangle": "m0 -3.8l3.6 6.4h-7.2z", "diamond": "m0 -3.8l3.8 3.8l-3.8 3.8l-3.8 -3.8z"}
+    return '<path d="M%.1f %.1f%s" fill="%s"/>' % (x, y, paths[shape], colour)
+
+
+def apart(heights, least):
+    """The heights of labels, each as near as may be to what it names, from the highest on."""
+    placed = []
+    for height in sorted(heights):
+        placed.append(max(height, placed[-1] + least) if placed else height)
+    # What the lowest were moved down by too much is shared with those above.
+    excess = (placed[-1] - max(heights)) / 2
+    return [height - excess for height in placed]
+
+
+PANEL = {"s": ("Processor time", 62, 290), "MiB": ("Memory", 562, 190)}  # title, left, width
+PANEL_TOP, PANEL_HEIGHT = 46, 200
+
+
+def panel(shown):
+    """One unit's curves, both axes logarithmic, each curve named at its end; dashed lines grow linearly."""
+    unit = shown[0].unit
+    title, left, width = PANEL[unit]
+    xs = [x for curve in shown for x, _ in curve.points]
+    ys = [y for curve in shown for _, y in curve.points]
+    x0, x1 = math.log10(min(xs)), max(math.log10(max(xs)), math.log10(min(xs)) + 0.1)
+    steps = [(power, digit) for power in range(-8, 8) for digit in (1, 2, 5)]
+    # Whole decades, or less where that holds everything.
+    if max(ys) / min(ys) > 30:
+        steps = [step for step in steps if step[1] == 1]
+    levels = [digit * 10.0 ** power for power, digit in steps]
+    low = max(level for level in levels if level <= min(ys))
+    high = min(level for level in levels if level >= 1.02 * max(ys) and level > low)
+    y0, y1 = math.log10(low), math.log10(high)
+    bottom = PANEL_TOP + PANEL_HEIGHT
+
+    def place(x, y):
+        return (left + width * (math.log10(x) - x0) / (x1 - x0),
+                bottom - PANEL_HEIGHT * (math.log10(y) - y0) / (y1 - y0))
+
+    out = ['<text x="%g" y="%g" font-weight="bold">%s</text>' % (left, PANEL_TOP - 9, title)]
+    for level in levels:
+        if low <= level <= high:
+            y = place(10 ** x0, level)[1]
+            out.append('<path d="M%g %.1fh%g" stroke="#dddddd"/><text x="%g" y="%.1f" text-anchor="end">%s</text>'
+                       % (left, y, width, left - 6, y + 4, measured(level, unit)))
+    # Rounded, since the logarithm of a power of ten may lie a little beside it.
+    for power in range(math.ceil(round(x0, 6)), math.floor(round(x1, 6)) + 1):
+        x = place(10 ** power, low)[0]
+        out.append('<path d="M%.1f %gv%g" stroke="#dddddd"/><text x="%.1f" y="%g" text-anchor="middle">%s</text>'
+                   % (x, PANEL_TOP, PANEL_HEIGHT, x, bottom + 16, number(10 ** power)))
+    out.append('<rect x="%g" y="%g" width="%g" height="%g" fill="none" stroke="#888888"/>'
+               % (left, PANEL_TOP, width, PANEL_HEIGHT))
+    shown = sorted(shown, key=lambda curve: -curve.points[-1][1])
+    heights = apart([place(*curve.points[-1])[1] for curve in shown], 30)
+    for curve, height in zip(shown, heights):
+        # Through the largest size, downwards while it stays in the panel.
+        last_x, last_y = curve.points[-1]
+        x = max(10 ** x0, last_x * low / last_y)
+        out.append('<path d="M%.1f %.1fL%.1f %.1f" stroke="%s" stroke-dasharray="3 4"/>'
+                   % (*place(x, last_y * x / last_x), *place(last_x, last_y), curve.colour))
+        path = " ".join("%s%.1f %.1f" % ("L" if i else "M", *place(x, y)) for i, (x, y) in enumerate(curve.points))
+        out.append('<path d="%s" fill="none" stroke="%s" stroke-width="2"/>' % (path, curve.colour))
+        out.extend(mark(curve.mark, *place(x, y), curve.colour) for x, y in curve.points)
+        growth = ("" if curve.exponent is None else
+                  ', <tspan font-style="italic">x</tspan><tspan dy="-4" font-size="9">%.2f</tspan>' % curve.exponent)
+        out.append(mark(curve.mark, left + width + 14, height - 3, curve.colour))
+        out.append('<text x="%g" y="%.1f">%s</text><text x="%g" y="%.1f" fill="#444444">%s%s</text>'
+                   % (left + width + 23, height + 1, curve.name, left + width + 23, height + 14,
+                      measured(float("%.2g" % last_y), unit), growth))
+    return out
+
+
 def svg(title, curves):
-    """Two panels, both axes logarithmic: seconds on the left, MiB on the right; a dashed line grows linearly."""
-    width, height, left, top, bottom = 340, 220, 52, 40, 40
-    out = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d" font-family="sans-serif" font-size="11">'
-           % (2 * width + 20, height + 60), '<rect width="100%" height="100%" fill="white"/>']
-    for panel, unit in enumerate(("s", "MiB")):
+    """Seconds on the left, MiB on the right. With a ground of its own: pages may be dark."""
+    width, height = 900, PANEL_TOP + PANEL_HEIGHT + 52
+    out = ['<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 %d %d" width="%d" height="%d" fill="#111111"'
+           ' font-family="sans-serif" font-size="12">' % (width, height, width, height),
+           '<title>%s</title>' % title, '<rect width="100%" height="100%" rx="6" fill="#ffffff"/>']
+    for unit, (_, left, panel_width) in PANEL.items():
         shown = [curve for curve in curves if curve.unit == unit and curve.points]
-        if not shown:
-            continue
-        xs = [x for curve in shown for x, _ in curve.points]
-        ys = [y for curve in shown for _, y in curve.points]
-        x0, x1 = math.log10(min(xs)), max(math.log10(max(xs)), math.log10(min(xs)) + 0.1)
-        y0, y1 = math.floor(math.log10(min(ys))), max(math.ceil(math.log10(max(ys))), math.floor(math.log10(min(ys))) + 1)
-        x_left = panel * (width + 10) + left
-        inner_width, inner_height = width - left - 10, height - 30
-
-        def place(x, y):
-            return (x_left + inner_width * (math.log10(x) - x0) / (x1 - x0),
-                    top + inner_height * (1 - (math.log10(y) - y0) / (y1 - y0)))
-
-        out.append('<rect x="%g" y="%g" width="%g" height="%g" fill="none" stroke="#999"/>'
-                   % (x_left, top, inner_width, inner_height))
-        for power in range(y0, y1 + 1):
-            y = place(10 ** x0, 10 ** power)[1]
-            out.append('<path d="M%g %gh%g" stroke="#e4e4e4"/><text x="%g" y="%g" text-anchor="end">%s</text>'
-                       % (x_left, y, inner_width, x_left - 5, y + 4, "%g" % 10 ** power))
-        for power in range(math.ceil(x0), math.floor(x1) + 1):
-            x = place(10 ** power, 10 ** y0)[0]
-            out.append('<path d="M%g %gv%g" stroke="#e4e4e4"/><text x="%g" y="%g" text-anchor="middle">%s</text>'
-                       % (x, top, inner_height, x, top + inner_height + 14, number(10 ** power)))
-        for row, curve in enumerate(shown):
-            path = " ".join("%s%.1f %.1f" % ("L" if i else "M", *place(x, y)) for i, (x, y) in enumerate(curve.points))
-            out.append('<path d="%s" fill="none" stroke="%s" stroke-width="2"/>' % (path, curve.colour))
-            for x, y in curve.points:
-                out.append('<circle cx="%.1f" cy="%.1f" r="2.5" fill="%s"/>' % (*place(x, y), curve.colour))
-            # Through the largest size, downwards while it stays in the panel.
-            last_x, last_y = curve.points[-1]
-            x = max(10 ** x0, last_x * 10 ** y0 / last_y)
-            out.append('<path d="M%.1f %.1fL%.1f %.1f" stroke="%s" stroke-dasharray="3 4" stroke-width="0.8"/>'
-                       % (*place(x, last_y * x / last_x), *place(last_x, last_y), curve.colour))
-            growth = "" if curve.exponent is None else ", x^%.2f" % curve.exponent
-            out.append('<text x="%g" y="%g" fill="%s">%s, %s%s</text>'
-                       % (x_left + 8, top + 16 + 14 * row, curve.colour, curve.name, curve.unit, growth))
-    out.append('<text x="%g" y="20" font-size="13">%s</text>' % (left, title))
-    out.append('<text x="%g" y="%g" text-anchor="middle" fill="#555">dashed: in proportion; x^k fits the last decade'
-               '</text></svg>' % (width + 10, height + 52))
+        if shown:
+            out.extend(panel(shown))
+            out.append('<text x="%g" y="%g" text-anchor="middle">%s</text>'
+                       % (left + panel_width / 2, PANEL_TOP + PANEL_HEIGHT + 33, title))
+    out.append('<text x="%g" y="%g" font-size="11" fill="#444444" text-anchor="end">dashed: in proportion; '
+               '<tspan font-style="italic">x</tspan><tspan dy="-4" font-size="8">k</tspan>'
+               '<tspan dy="4">&#160;fits the last decade of sizes</tspan></text></svg>' % (width - 10, 18))
     return "\n".join(out) + "\n"
 
 
@@ -182,11 +237,16 @@ def main():
     parser.add_argument("--series", action="append", choices=sorted(SERIES), help="only this one; may be given again")
     parser.add_argument("--largest", type=float, default=1.0, help="this part of every size: for a quick look")
     parser.add_argument("--json", help="file for all answers")
+    parser.add_argument("--redraw", help="such a file, whose answers are taken instead of asking")
     options = parser.parse_args()
     program = os.path.join(options.programs, "krGrowthBenchmark")
 
     answers = {series: {} for series in SERIES if not options.series or series in options.series}
-    for turn in range(options.rounds):
+    if options.redraw:
+        with open(options.redraw, encoding="utf-8") as file:
+            kept = json.load(file)
+        answers = {series: {int(count): found for count, found in kept.get(series, {}).items()} for series in answers}
+    for turn in range(0 if options.redraw else options.rounds):
         for series, found in answers.items():
             for size in SERIES[series][0]:
                 count = max(1, round(size * options.largest))
