@@ -278,7 +278,7 @@ void KrRenderLink::addLinkGeometry(const KrManipulatorLink& link, const KrMateri
                 // Kept: neither a new name nor a map entry; selection finds it by its first owner's key alone.
                 shared->setNodeMask(KrRenderTypes::SceneContent);
                 m_dhFrame->addChild(shared);
-                m_shapeIndices.emplace_back(shared.get(), i);
+                m_shapeIndices.emplace(shared.get(), i);
                 continue;
             }
             working = KrRenderShape::newKrRenderShape(link, extent, materialMap);
@@ -318,12 +318,8 @@ bool KrRenderLink::updateState(osg::NodeVisitor* visitor, const KrManipulatorSys
 unsigned int KrRenderLink::shapeIndexOf(const KrRenderShape& shape) const
 {
     // The node of one that is shown again stands there twice: it is the first.
-    for (const auto& known : m_shapeIndices) {
-        if (known.first == &shape) {
-            return known.second;
-        }
-    }
-    return m_link->numShapes();
+    const auto known = m_shapeIndices.find(&shape);
+    return known != m_shapeIndices.end() ? known->second : m_link->numShapes();
 }
 
 void KrRenderLink::setPose(osg::MatrixTransform& node, const KrCoordinateSystemTransformation& pose)
@@ -358,7 +354,7 @@ void KrRenderLink::addShape(KrRenderShape* shape, const std::string& linkName, u
     // Kept: the name is of the toolkit's link and not of this node; clients and messages name the shape by it.
     shape->setName(linkName + " - " + KrINT2STRING(shapeIndex, 10));
     m_dhFrame->addChild(shape);
-    m_shapeIndices.emplace_back(shape, shapeIndex);
+    m_shapeIndices.emplace(shape, shapeIndex);
     ownShapes().add({m_jointIndex, shapeIndex}, shape);
     if (m_isMapMade) {
         m_map.insert({{m_jointIndex, shapeIndex}, shape});

@@ -15,8 +15,8 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <utility>
-#include <vector>
 
 /// Carries the state of a system on an update visitor.
 class StateData : public osg::Referenced
@@ -121,8 +121,8 @@ private:
     /// The shapes that the map holds. They refer to those of the links below instead of repeating them: a chain's maps
     /// would grow with the square of its length.
     osg::ref_ptr<Shapes> m_shapes;
-    /// What the nodes under the DH frame draw, in their order; the nodes are those that were added.
-    std::vector<std::pair<const KrRenderShape*, unsigned int>> m_shapeIndices;
+    /// What the nodes under the DH frame draw; the nodes are those that were added.
+    std::unordered_map<const KrRenderShape*, unsigned int> m_shapeIndices;
     mutable ShapeMap m_map; ///< made when it is asked for first
     mutable bool m_isMapMade = false;
 };
