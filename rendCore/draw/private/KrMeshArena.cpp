@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <utility>
 
 namespace
@@ -71,6 +72,17 @@ bool isPlain(const osg::StateSet& states)
            states.getUpdateCallback() == nullptr && states.getEventCallback() == nullptr;
 }
 
+/// For each look a number that stands for its colour.
+std::vector<std::uint32_t> numbersOfColors(const std::vector<KrMeshArena::Look>& looks)
+{
+    std::map<osg::Vec4, std::uint32_t> known;
+    std::vector<std::uint32_t> numbers;
+    for (const KrMeshArena::Look& look : looks) {
+        numbers.push_back(known.emplace(look.color, static_cast<std::uint32_t>(known.size())).first->second);
+    }
+    return numbers;
+}
+
 } // namespace
 
 KrMeshArena::KrMeshArena()
@@ -101,15 +113,16 @@ KrMeshArena::~KrMeshArena() = default;
 
 unsigned int KrMeshArena::number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured)
 {
-    // Few in a scene, and asked for when it is loaded only.
-    const auto found = std::find_if(m_states.begin(), m_states.end(), [&](const States& known) {
-        return known.isTextured == isTextured && known.set->compare(*states, true) == 0;
-    });
-    if (found == m_states.end()) {
-        m_states.push_back({states, isTextured});
-        return static_cast<unsigned int>(m_states.size() - 1);
+    const auto [found, isNew] = m_numbers.emplace(States{states, isTextured}, m_states.size());
+    if (isNew) {
+        m_states.push_back(found->first);
     }
-    return static_cast<unsigned int>(found - m_states.begin());
+    return found->second;
+}
+
+bool KrMeshArena::ComesBefore::operator()(const States& a, const States& b) const
+{
+    return a.isTextured != b.isTextured ? b.isTextured : a.set->compare(*b.set, true) < 0;
 }
 
 const osg::StateSet* KrMeshArena::states(unsigned int number, Faces faces, const FrontStates& fronts) const
@@ -187,55 +200,57 @@ const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::
 {
     Mesh added;
     // In the order of the groups: of two surfaces at one depth the one that is drawn first is seen.
-    std::vector<std::size_t> partOf;
+    std::vector<std::size_t> ends; // of the groups of each part
     for (const Look& look : looks) {
         if (added.parts.empty() || added.parts.back().states != look.states) {
             added.parts.emplace_back();
             added.parts.back().states = look.states;
+            ends.push_back(ends.empty() ? 0 : ends.back());
         }
-        partOf.push_back(added.parts.size() - 1);
+        ++ends.back();
     }
     added.baseVertex = static_cast<std::int32_t>(m_vertices->size());
     added.isClosed = mesh.isClosed;
 
-    // A vertex of groups of two colours becomes two.
-    std::vector<std::pair<osg::Vec4, std::vector<std::uint32_t>>> copies;
+    // A vertex of groups of two colours becomes two. Those that one becomes stand in a chain, as short as colours that
+    // meet there are few.
+    struct Copy
+    {
+        std::uint32_t color;
+        std::uint32_t older;
+    };
+    const std::vector<std::uint32_t> colors = numbersOfColors(looks);
+    std::vector<std::uint32_t> newest(mesh.numVertices(), kNone);
+    std::vector<Copy> copies;
     std::vector<std::uint32_t> indices;
-    std::uint32_t numVertices = 0;
-    const auto copied = [&](std::vector<std::uint32_t>& numbers, std::uint32_t index, const osg::Vec4& color) {
-        std::uint32_t& number = numbers[index];
-        if (number == kNone) {
-            const float* const vertex = &mesh.vertices[std::size_t(6) * index];
-            m_vertices->push_back({vertex[0], vertex[1], vertex[2]});
-            m_normals->push_back({vertex[3], vertex[4], vertex[5]});
-            m_colors->push_back(color);
-            if (!mesh.textureCoordinates.empty()) {
-                m_textureCoordinates->resize(m_vertices->size() - 1);
-                m_textureCoordinates->push_back({mesh.textureCoordinates[std::size_t(2) * index],
-                                                 mesh.textureCoordinates[std::size_t(2) * index + 1]});
+    const auto copied = [&](std::uint32_t index, std::size_t group) {
+        for (std::uint32_t number = newest[index]; number != kNone; number = copies[number].older) {
+            if (copies[number].color == colors[group]) {
+                return number;
             }
-            number = numVertices++;
         }
-        return number;
+        const float* const vertex = &mesh.vertices[std::size_t(6) * index];
+        m_vertices->push_back({vertex[0], vertex[1], vertex[2]});
+        m_normals->push_back({vertex[3], vertex[4], vertex[5]});
+        m_colors->push_back(looks[group].color);
+        if (!mesh.textureCoordinates.empty()) {
+            m_textureCoordinates->resize(m_vertices->size() - 1);
+            m_textureCoordinates->push_back(
+                {mesh.textureCoordinates[std::size_t(2) * index], mesh.textureCoordinates[std::size_t(2) * index + 1]});
+        }
+        copies.push_back({colors[group], newest[index]});
+        newest[index] = static_cast<std::uint32_t>(copies.size() - 1);
+        return newest[index];
     };
     for (const KrIndexedMesh::Level& level : mesh.levels) {
         added.errors.push_back(level.error);
+        std::size_t group = 0;
         for (std::size_t part = 0; part < added.parts.size(); ++part) {
             const std::size_t first = indices.size();
-            for (std::size_t group = 0; group < looks.size(); ++group) {
-                if (partOf[group] != part) {
-                    continue;
-                }
-                const osg::Vec4& color = looks[group].color;
-                auto numbers = std::find_if(copies.begin(), copies.end(),
-                                            [&color](const auto& known) { return known.first == color; });
-                if (numbers == copies.end()) {
-                    copies.emplace_back(color, std::vector<std::uint32_t>(mesh.numVertices(), kNone));
-                    numbers = copies.end() - 1;
-                }
+            for (; group < ends[part]; ++group) {
                 const KrIndexedMesh::Range& range = level.groups[group];
                 for (std::uint32_t i = 0; i < range.count; ++i) {
-                    indices.push_back(copied(numbers->second, mesh.indices[range.first + i], color));
+                    indices.push_back(copied(mesh.indices[range.first + i], group));
                 }
             }
             added.parts[part].levels.push_back(
@@ -243,7 +258,7 @@ const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::
         }
     }
 
-    added.isWide = numVertices > kMostNarrow;
+    added.isWide = copies.size() > kMostNarrow;
     const std::size_t begin = added.isWide ? m_wide->size() : m_narrow->size();
     for (Part& part : added.parts) {
         for (Run& run : part.levels) {

@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -143,6 +144,11 @@ private:
         osg::ref_ptr<osg::StateSet> set;
         bool isTextured = false;
     };
+    /// By what they set, not by their address.
+    struct ComesBefore
+    {
+        bool operator()(const States& a, const States& b) const;
+    };
 
     unsigned int number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured);
     template <typename Index>
@@ -152,6 +158,7 @@ private:
     osg::ref_ptr<osg::StateSet> m_base;
     osg::ref_ptr<osg::StateSet> m_solid;
     std::vector<States> m_states;
+    std::map<States, unsigned int, ComesBefore> m_numbers;
     std::vector<osg::ref_ptr<FrontStates>> m_fronts; ///< of the last few light models, the last one first
     std::deque<Mesh> m_meshes;                       ///< never moved: they are borrowed
     osg::ref_ptr<osg::Vec3Array> m_vertices;
