@@ -123,11 +123,9 @@ std::string defaultFolder()
 
 KrMeshCache::KrMeshCache(const std::string& folder, std::uint64_t maxBytes)
     : m_maxBytes(maxBytes)
-    // Looked up once, not for every seal.
-    , m_cipher(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr))
 {
     const std::string path = folder.empty() ? defaultFolder() : folder;
-    if (!path.empty() && maxBytes > 0 && m_cipher) {
+    if (!path.empty() && maxBytes > 0) {
         open(path);
     }
 }
@@ -156,7 +154,9 @@ void KrMeshCache::open(const std::string& folder)
     const bool isOwnLink = ::lstat(folder.c_str(), &info) == 0 && S_ISLNK(info.st_mode) && info.st_uid == ::geteuid();
     // From here on by descriptor: whoever renames folders later does not lead us elsewhere.
     m_folder = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (isOwnLink ? 0 : O_NOFOLLOW));
-    bool isGood = m_folder >= 0 && ::fstat(m_folder, &info) == 0 && isOwn(info);
+    // Looked up once, not for every seal.
+    m_cipher.reset(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr));
+    bool isGood = m_cipher && m_folder >= 0 && ::fstat(m_folder, &info) == 0 && isOwn(info);
     if (isGood && !readKey()) {
         makeKey();
         isGood = readKey();

@@ -95,7 +95,7 @@ KrMeshBuilder::Result Builder::run()
         return m_result;
     }
     // After the scale: angles between triangles change with one that differs by axis.
-    KrMeshNormals::fill(m_vertices, lists, KrMeshData::noNormal, m_normals);
+    KrMeshNormals::fill(m_vertices, lists, KrMeshData::noNormal, m_options.numThreads, m_normals);
 
     boost::shared_ptr<KrTriPhysicalExtent> extent(new KrTriPhysicalExtent);
     KrXmlVectorType<KrTriPhysicalExtent::Group> groups;

@@ -18,8 +18,9 @@ public:
         KrVector scale = KrVector(1.0, 1.0, 1.0); ///< negative mirrors: the winding turns with it
         std::string material;                     ///< group name for triangles without a look of their own
         bool materialHasTexture = false;
-        bool useLooks = true; ///< false: all triangles are in one group called `material`
-        std::string name;     ///< for messages
+        bool useLooks = true;       ///< false: all triangles are in one group called `material`
+        std::string name;           ///< for messages
+        std::size_t numThreads = 1; ///< that may work at it; the result does not depend on them
     };
     struct Result
     {

@@ -256,7 +256,12 @@ void KrMeshLoader::run(const std::vector<Job*>& jobs)
         std::stable_sort(sorted.begin(), sorted.end(),
                          [](const Job* a, const Job* b) { return a->info.st_size > b->info.st_size; });
         const KrMeshLimits part{m_options.limits.maxBytes / numLanes, m_options.limits.maxTriangles / numLanes};
-        KrParallel::forEach(sorted.size(), numLanes, [&](std::size_t i) { runJob(*sorted[i], part, false); });
+        m_numLeft = sorted.size();
+        KrParallel::forEach(sorted.size(), numLanes, [&](std::size_t i) {
+            runJob(*sorted[i], part, false);
+            --m_numLeft;
+        });
+        m_numLeft = 1;
     }
     for (Job* const job : jobs) {
         if (!job->isDone) {
@@ -302,7 +307,10 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
                 if (!file.isRead || mesh.isLoaded) {
                     continue;
                 }
-                mesh.result = KrMeshBuilder::build(data, optionsOf(wish, file.facts, job.path));
+                KrMeshBuilder::Options options = optionsOf(wish, file.facts, job.path);
+                // Cores that no other file keeps busy.
+                options.numThreads = std::max<std::size_t>(KrParallel::numCores() / m_numLeft, 1);
+                mesh.result = KrMeshBuilder::build(data, options);
                 mesh.messages = messages.take();
                 mesh.isLoaded = true;
                 prepare(mesh.result);

@@ -100,5 +100,6 @@ private:
     KrMeshCache m_cache;
     std::string m_version;
     std::atomic<bool> m_hasKept{false};                 ///< something new
+    std::atomic<std::size_t> m_numLeft{1};              ///< jobs that are run at once and not done
     std::map<std::string, std::unique_ptr<Job>> m_jobs; ///< by path
 };

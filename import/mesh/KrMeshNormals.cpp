@@ -1,7 +1,11 @@
 #include <import/mesh/KrMeshNormals.h>
 
+#include <toolkit/foundation/private/KrParallel.h>
+
 #include <algorithm>
 #include <cmath>
+#include <exception>
+#include <utility>
 
 namespace
 {
@@ -10,6 +14,10 @@ namespace
 constexpr std::size_t kMaxBlended = 200;
 // Height over longest edge below which three points count as a line; single precision carries about 1e-7.
 constexpr double kFlatness = 1e-10;
+
+// Of what a thread goes through at a time: much longer than it takes to begin a thread, and a mesh of a few thousand
+// vertices gets none.
+constexpr std::size_t kPartVertices = 4096;
 
 /// KrVector::length() and normalize(), to the last bit, without a call.
 double lengthOf(const KrVector& v)
@@ -34,53 +42,37 @@ double angleAt(const KrVector& tip, const KrVector& a, const KrVector& b)
     return std::atan2(lengthOf(u.cross(v)), u.dot(v));
 }
 
-/// Goes from vertex to vertex and gives the corners that meet there what they lack. Corner 3 t + k is corner k of
+/// The triangles of several lists, and their corners by the vertices that they meet at. Corner 3 t + k is corner k of
 /// triangle t, counted through all lists.
-class Filler
+class Corners
 {
 public:
-    Filler(const std::vector<KrVector>& vertices, const std::vector<KrMeshNormals::Triangles>& lists,
-           std::uint32_t missing, KrVectorIndex& normals);
+    Corners(const std::vector<KrVector>& vertices, const std::vector<KrMeshNormals::Triangles>& lists);
 
-    void run();
+    /// The triangle of a corner, and its normal.
+    std::pair<KrTriangle*, const KrVector*> triangleOf(std::uint32_t corner) const
+    {
+        const std::size_t number = corner / 3;
+        const auto next = std::upper_bound(m_starts.begin() + 1, m_starts.end(), number);
+        const auto list = static_cast<std::size_t>(next - m_starts.begin() - 1);
+        const std::size_t i = number - m_starts[list];
+        return {m_lists[list].triangles->data() + i, m_lists[list].faceNormals->data() + i};
+    }
+    const std::vector<KrVector>& vertices() const { return m_vertices; }
+    /// The corners at a vertex, from the first one on to one behind the last one.
+    const std::uint32_t* first(std::size_t vertex) const { return m_byVertex.data() + m_firstAt[vertex]; }
 
 private:
-    struct Corner
-    {
-        KrTriangle* triangle = nullptr;
-        unsigned int number = 0; ///< in its triangle
-        KrVector faceNormal;
-        KrVector weighted;         ///< by the triangle's angle here, rad
-        std::uint64_t blended = 0; ///< a bit for each corner at the vertex; unused where there are more
-        std::uint32_t normal = 0;
-    };
-
-    Corner cornerAt(std::uint32_t corner) const;
-    void fill(std::size_t vertex);
-    void compare();
-    KrVector sumOf(const Corner& corner) const;
-    std::uint32_t normalOf(std::size_t i);
-
-    // Of the bits of a word.
-    static constexpr std::size_t kMaxCompared = 64;
-
     const std::vector<KrVector>& m_vertices;
     const std::vector<KrMeshNormals::Triangles>& m_lists;
-    std::uint32_t m_missing;
-    double m_leastCosine = std::cos(KrMeshNormals::creaseAngle);
-    KrVectorIndex& m_normals;
     std::vector<std::size_t> m_starts;     ///< the number of each list's first triangle
     std::vector<std::uint32_t> m_byVertex; ///< corners, those of one vertex side by side
     std::vector<std::size_t> m_firstAt;    ///< where those of each vertex begin in it, and where the last ones end
-    std::vector<Corner> m_corners;         ///< of the vertex in hand
 };
 
-Filler::Filler(const std::vector<KrVector>& vertices, const std::vector<KrMeshNormals::Triangles>& lists,
-               std::uint32_t missing, KrVectorIndex& normals)
+Corners::Corners(const std::vector<KrVector>& vertices, const std::vector<KrMeshNormals::Triangles>& lists)
     : m_vertices(vertices)
     , m_lists(lists)
-    , m_missing(missing)
-    , m_normals(normals)
     // Counted two places on and summed up, the beginnings stand one place on; filling moves each to where it belongs,
     // to the end of its vertex and the beginning of the next.
     , m_firstAt(vertices.size() + 2)
@@ -108,61 +100,110 @@ Filler::Filler(const std::vector<KrVector>& vertices, const std::vector<KrMeshNo
     forEachCorner([&](std::uint32_t vertex) { m_byVertex[m_firstAt[vertex + std::size_t{1}]++] = corner++; });
 }
 
-void Filler::run()
+/// Goes from vertex to vertex and finds the normals that the corners there lack. Changes nothing: several may go at
+/// once.
+class Finder
 {
-    // Corners meet at a vertex number: the reader has joined vertices of one place.
-    for (std::size_t v = 0; v < m_vertices.size(); ++v) {
-        fill(v);
+public:
+    struct Found
+    {
+        KrTriangle* triangle = nullptr;
+        std::uint32_t corner = 0; ///< of the triangle
+        std::uint32_t normal = 0; ///< its place in normals()
+    };
+
+    Finder(const Corners& corners, std::uint32_t missing)
+        : m_all(corners)
+        , m_missing(missing)
+    {
+    }
+
+    /// In place of what was found before.
+    void run(std::size_t firstVertex, std::size_t endVertex);
+    /// In the order of the vertices. One vertex has none twice, but others may have the same ones.
+    const std::vector<KrVector>& normals() const { return m_normals; }
+    const std::vector<Found>& found() const { return m_found; }
+
+private:
+    struct Corner
+    {
+        KrTriangle* triangle = nullptr;
+        std::uint32_t number = 0; ///< in the triangle
+        bool isLacking = false;
+        std::uint32_t normal = 0;
+        std::uint64_t blended = 0; ///< a bit for each corner at the vertex; unused where there are more
+        KrVector faceNormal;
+        KrVector weighted; ///< by the triangle's angle here, rad
+    };
+
+    void find(std::size_t vertex);
+    void weigh(Corner& corner) const;
+    void compare();
+    KrVector sumOf(const Corner& corner) const;
+    std::uint32_t normalOf(std::size_t i);
+
+    // Of the bits of a word.
+    static constexpr std::size_t kMaxCompared = 64;
+
+    const Corners& m_all;
+    std::uint32_t m_missing;
+    double m_leastCosine = std::cos(KrMeshNormals::creaseAngle);
+    std::vector<Corner> m_corners; ///< of the vertex in hand
+    std::vector<KrVector> m_normals;
+    std::vector<Found> m_found;
+};
+
+void Finder::run(std::size_t firstVertex, std::size_t endVertex)
+{
+    m_normals.clear();
+    m_found.clear();
+    for (std::size_t v = firstVertex; v < endVertex; ++v) {
+        find(v);
     }
 }
 
-Filler::Corner Filler::cornerAt(std::uint32_t corner) const
-{
-    const std::size_t triangle = corner / 3;
-    const auto list = std::upper_bound(m_starts.begin() + 1, m_starts.end(), triangle) - m_starts.begin() - 1;
-    Corner result;
-    result.triangle = m_lists[list].triangles->data() + (triangle - m_starts[list]);
-    result.number = corner % 3;
-    result.faceNormal = (*m_lists[list].faceNormals)[triangle - m_starts[list]];
-    return result;
-}
-
-void Filler::fill(std::size_t vertex)
+void Finder::find(std::size_t vertex)
 {
     m_corners.clear();
-    for (std::size_t i = m_firstAt[vertex]; i < m_firstAt[vertex + 1]; ++i) {
-        m_corners.push_back(cornerAt(m_byVertex[i]));
+    bool isLacking = false;
+    const std::uint32_t* const end = m_all.first(vertex + 1);
+    for (const std::uint32_t* number = m_all.first(vertex); number != end; ++number) {
+        const auto [triangle, faceNormal] = m_all.triangleOf(*number);
+        Corner& corner = m_corners.emplace_back();
+        corner.triangle = triangle;
+        corner.number = *number % 3;
+        corner.faceNormal = *faceNormal;
+        // A normal of the file's own stays.
+        corner.isLacking = triangle->normal(corner.number) == m_missing;
+        isLacking = isLacking || corner.isLacking;
     }
-    // A normal of the file's own stays.
-    const auto isLacking = [this](const Corner& c) { return c.triangle->normal(c.number) == m_missing; };
-    if (std::none_of(m_corners.begin(), m_corners.end(), isLacking)) {
+    if (!isLacking) {
         return;
     }
     // Unless the vertex has too many: then each face stands alone.
     if (m_corners.size() <= kMaxBlended) {
-        for (Corner& c : m_corners) {
-            const auto at = [&](unsigned int k) -> const KrVector& {
-                return m_vertices[c.triangle->vertex((c.number + k) % 3)];
-            };
-            c.weighted = c.faceNormal * angleAt(at(0), at(1), at(2));
-        }
+        std::for_each(m_corners.begin(), m_corners.end(), [this](Corner& corner) { weigh(corner); });
         compare();
     }
     for (std::size_t i = 0; i < m_corners.size(); ++i) {
-        Corner& c = m_corners[i];
-        if (isLacking(c)) {
-            c.normal = normalOf(i);
-            c.triangle->setCorner(c.number, static_cast<std::uint32_t>(vertex), c.normal,
-                                  c.triangle->textureCoordinate(c.number));
-        } else {
-            // Nobody takes it over.
-            c.blended = 0;
+        Corner& corner = m_corners[i];
+        if (corner.isLacking) {
+            corner.normal = normalOf(i);
+            m_found.push_back({corner.triangle, corner.number, corner.normal});
         }
     }
 }
 
+void Finder::weigh(Corner& corner) const
+{
+    const auto at = [&](unsigned int k) -> const KrVector& {
+        return m_all.vertices()[corner.triangle->vertex((corner.number + k) % 3)];
+    };
+    corner.weighted = corner.faceNormal * angleAt(at(0), at(1), at(2));
+}
+
 /// Which corners blend, for each of them.
-void Filler::compare()
+void Finder::compare()
 {
     const std::size_t count = m_corners.size();
     if (count > kMaxCompared) {
@@ -194,7 +235,7 @@ void Filler::compare()
 }
 
 /// Always in the order of the corners, so that the sums of the same ones are equal to the last bit.
-KrVector Filler::sumOf(const Corner& corner) const
+KrVector Finder::sumOf(const Corner& corner) const
 {
     KrVector sum;
     const std::size_t count = m_corners.size();
@@ -208,25 +249,44 @@ KrVector Filler::sumOf(const Corner& corner) const
     return sum;
 }
 
-std::uint32_t Filler::normalOf(std::size_t i)
+std::uint32_t Finder::normalOf(std::size_t i)
 {
     const Corner& corner = m_corners[i];
     // Where a surface is smooth all corners blend with the same ones, and have one normal.
-    const auto isSame = [&corner](const Corner& other) { return other.blended == corner.blended; };
+    const auto isSame = [&corner](const Corner& other) {
+        return other.isLacking && other.blended == corner.blended && corner.blended != 0;
+    };
     const auto end = m_corners.begin() + static_cast<std::ptrdiff_t>(i);
-    const auto same = corner.blended != 0 ? std::find_if(m_corners.begin(), end, isSame) : end;
+    const auto same = std::find_if(m_corners.begin(), end, isSame);
     if (same != end) {
         return same->normal;
     }
     KrVector sum = sumOf(corner);
     // Normals that cancel each other leave the triangle's own.
-    return m_normals.add(normalize(sum) > 0.0 ? sum : corner.faceNormal);
+    m_normals.push_back(normalize(sum) > 0.0 ? sum : corner.faceNormal);
+    return static_cast<std::uint32_t>(m_normals.size() - 1);
+}
+
+/// A part of the vertices, and who goes through it.
+struct Part
+{
+    Finder finder;
+    std::exception_ptr problem = nullptr; ///< no thread may throw
+};
+
+void findIn(Part& part, std::size_t firstVertex, std::size_t endVertex)
+{
+    try {
+        part.finder.run(firstVertex, endVertex);
+    } catch (...) {
+        part.problem = std::current_exception();
+    }
 }
 
 } // namespace
 
 void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vector<Triangles>& lists,
-                         std::uint32_t missing, KrVectorIndex& normals)
+                         std::uint32_t missing, std::size_t numThreads, KrVectorIndex& normals)
 {
     const auto isLacking = [missing](const Triangles& list) {
         return std::any_of(list.triangles->begin(), list.triangles->end(), [missing](const KrTriangle& t) {
@@ -234,8 +294,33 @@ void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vecto
         });
     };
     // Most files that have normals have all of them.
-    if (std::any_of(lists.begin(), lists.end(), isLacking)) {
-        Filler(vertices, lists, missing, normals).run();
+    if (std::none_of(lists.begin(), lists.end(), isLacking)) {
+        return;
+    }
+    const Corners corners(vertices, lists);
+    const std::size_t mostParts = vertices.size() / kPartVertices + 1;
+    std::vector<Part> parts(std::clamp<std::size_t>(numThreads, 1, mostParts), Part{Finder(corners, missing)});
+    std::vector<std::uint32_t> places;
+    // Found at once, kept in the order of the vertices, a round of parts after the other: so the result is the same
+    // for any number of threads, and what is found takes little memory besides.
+    for (std::size_t first = 0; first < vertices.size(); first += parts.size() * kPartVertices) {
+        const auto beginOf = [&](std::size_t i) { return std::min(first + i * kPartVertices, vertices.size()); };
+        KrParallel::forEach(parts.size(), parts.size(),
+                            [&](std::size_t i) { findIn(parts[i], beginOf(i), beginOf(i + 1)); });
+        for (const Part& part : parts) {
+            if (part.problem) {
+                std::rethrow_exception(part.problem);
+            }
+            places.clear();
+            for (const KrVector& normal : part.finder.normals()) {
+                places.push_back(normals.add(normal));
+            }
+            for (const Finder::Found& found : part.finder.found()) {
+                KrTriangle& triangle = *found.triangle;
+                triangle.setCorner(found.corner, triangle.vertex(found.corner), places[found.normal],
+                                   triangle.textureCoordinate(found.corner));
+            }
+        }
     }
 }
 

@@ -5,6 +5,7 @@
 #include <toolkit/extent/KrTriangle.h>
 #include <toolkit/math/KrVector.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -26,9 +27,10 @@ public:
     /// result depends on nothing but the mesh.
     ///
     /// @param lists    borrowed; triangles that are not degenerate
+    /// @param numThreads  that may work at it; the result does not depend on them
     /// @param normals  takes the new normals, unit length
     static void fill(const std::vector<KrVector>& vertices, const std::vector<Triangles>& lists, std::uint32_t missing,
-                     KrVectorIndex& normals);
+                     std::size_t numThreads, KrVectorIndex& normals);
 
     /// Unit normal by the right-hand rule; the zero vector for a triangle without area, or with corners that are not
     /// finite.

@@ -125,6 +125,29 @@ TEST(KrMeshLoader, ManyMeshesComeAsTheyDoOneByOne)
     EXPECT_TRUE(together.system.manipulatorSystem() == single.system.manipulatorSystem());
 }
 
+// Several threads look for the normals of one mesh, a part of its vertices each.
+TEST(KrMeshLoader, OneLargeMeshComesAsItDoesOnOneCore)
+{
+    constexpr int kSide = 120;
+    const auto at = [](int i, int k) { return KrVector(i, k, 9.0 * std::sin(0.37 * i) * std::cos(0.23 * k)); };
+    std::vector<Corners> surface;
+    for (int i = 0; i < kSide; ++i) {
+        for (int k = 0; k < kSide; ++k) {
+            surface.push_back({at(i, k), at(i + 1, k), at(i + 1, k + 1)});
+            surface.push_back({at(i, k), at(i + 1, k + 1), at(i, k + 1)});
+        }
+    }
+    const Bundle bundle;
+    bundle.write("large.stl", binaryStl(surface));
+    const std::string path = bundle.write("r.urdf", robotOf({"large.stl"}));
+    const Imported together = import(path);
+    const OneCore one;
+    const Imported single = import(path);
+    EXPECT_EQ(together.mesh("l0").vertices().size(), (kSide + 1u) * (kSide + 1u));
+    EXPECT_GT(together.mesh("l0").normals().size(), together.mesh("l0").vertices().size() / 2);
+    EXPECT_TRUE(together.system.manipulatorSystem() == single.system.manipulatorSystem());
+}
+
 // Each of several at once gets a part of the limits; one alone has all of it, and the refusal tells the whole.
 TEST(KrMeshLoader, AMeshOfMoreThanItsPartOfTheLimitsIsReadAlone)
 {
