@@ -5,6 +5,7 @@
 #include <sched.h>
 
 #include <atomic>
+#include <cmath>
 
 namespace
 {
@@ -133,8 +134,8 @@ TEST(KrMeshLoader, OneLargeMeshComesAsItDoesOnOneCore)
     std::vector<Corners> surface;
     for (int i = 0; i < kSide; ++i) {
         for (int k = 0; k < kSide; ++k) {
-            surface.push_back({at(i, k), at(i + 1, k), at(i + 1, k + 1)});
-            surface.push_back({at(i, k), at(i + 1, k + 1), at(i, k + 1)});
+            surface.push_back(Corners{at(i, k), at(i + 1, k), at(i + 1, k + 1)});
+            surface.push_back(Corners{at(i, k), at(i + 1, k + 1), at(i, k + 1)});
         }
     }
     const Bundle bundle;
