@@ -79,6 +79,20 @@ double depthOf(const osg::Vec3& point, const osg::Matrixd& modelView)
              static_cast<double>(point[2]) * modelView(2, 2) + modelView(3, 2));
 }
 
+/// Finds an object that nobody else holds any more, from the one behind `last` on, and makes it `last`: views give
+/// theirs back in the order in which they took them, so that the next one is free most often.
+template <typename T>
+bool findFree(const std::vector<osg::ref_ptr<T>>& objects, std::size_t& last)
+{
+    for (std::size_t tried = 0; tried < objects.size(); ++tried) {
+        last = last + 1 < objects.size() ? last + 1 : 0;
+        if (objects[last]->referenceCount() == 1) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 /// What holds for one view in one frame.
@@ -282,15 +296,18 @@ bool KrDrawPlan::update(osg::NodeVisitor& visitor)
 
 KrDrawPlan::View& KrDrawPlan::viewOf(osg::Camera& camera)
 {
-    const auto found =
-        std::find_if(m_views.begin(), m_views.end(), [&camera](const View& view) { return view.camera == &camera; });
-    if (found != m_views.end()) {
-        return *found;
+    // Every frame asks for them in the same order.
+    for (std::size_t tried = 0; tried < m_views.size(); ++tried) {
+        m_lastView = m_lastView + 1 < m_views.size() ? m_lastView + 1 : 0;
+        if (m_views[m_lastView].camera == &camera) {
+            return m_views[m_lastView];
+        }
     }
     // Those that are gone make room.
     m_views.erase(std::remove_if(m_views.begin(), m_views.end(), [](const View& view) { return !view.camera.valid(); }),
                   m_views.end());
     m_views.push_back({&camera, std::vector<std::uint8_t>(m_children.size(), kNoLevel)});
+    m_lastView = m_views.size() - 1;
     return m_views.back();
 }
 
@@ -570,14 +587,17 @@ std::uint32_t KrDrawPlan::labelOf(const Child& shape, const Frame& frame) const
 /// A counted matrix: one that no view holds any more.
 osg::RefMatrix* KrDrawPlan::kept(const osg::Matrixd& matrix)
 {
-    auto place = std::find_if(m_matrices.begin(), m_matrices.end(),
-                              [](const osg::ref_ptr<osg::RefMatrix>& known) { return known->referenceCount() == 1; });
-    if (place == m_matrices.end()) {
-        m_matrices.push_back(new osg::RefMatrix);
-        place = m_matrices.end() - 1;
+    if (!findFree(m_matrices, m_lastMatrix)) {
+        // Half as many again, so that a vain search is rare however many are needed.
+        const std::size_t count = m_matrices.size();
+        while (m_matrices.size() <= count + count / 2) {
+            m_matrices.push_back(new osg::RefMatrix);
+        }
+        m_lastMatrix = count;
     }
-    (*place)->set(matrix);
-    return *place;
+    osg::RefMatrix* const found = m_matrices[m_lastMatrix];
+    found->set(matrix);
+    return found;
 }
 
 std::size_t KrDrawPlan::levelOf(std::size_t place, const KrMeshArena::Mesh& mesh, const Frame& frame) const
@@ -618,14 +638,11 @@ KrMeshBatch& KrDrawPlan::batch(Frame& frame)
     if (frame.batch != nullptr) {
         return *frame.batch;
     }
-    // One that no view holds any more.
-    auto place = std::find_if(m_batches.begin(), m_batches.end(),
-                              [](const osg::ref_ptr<KrMeshBatch>& batch) { return batch->referenceCount() == 1; });
-    if (place == m_batches.end()) {
+    if (!findFree(m_batches, m_lastBatch)) {
+        m_lastBatch = m_batches.size();
         m_batches.push_back(new KrMeshBatch);
-        place = m_batches.end() - 1;
     }
-    frame.batch = *place;
+    frame.batch = m_batches[m_lastBatch];
     osgUtil::CullVisitor& visitor = frame.visitor;
     frame.batch->begin(m_table->arena(), m_table->fronts(KrInheritedState::lightModel(visitor)),
                        KrInheritedState::areBackFacesCulled(visitor),

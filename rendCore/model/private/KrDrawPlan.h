@@ -132,7 +132,10 @@ private:
     std::vector<osg::Matrixd> m_modelViews;    ///< of each link, in the frame and view at hand
     std::vector<const osg::StateSet*> m_looks; ///< the material that counts below each link node; null for none
     std::vector<osg::ref_ptr<KrMeshBatch>> m_batches;
+    std::size_t m_lastBatch = 0; ///< that was taken
     std::vector<osg::ref_ptr<osg::RefMatrix>> m_matrices;
+    std::size_t m_lastMatrix = 0;
     std::vector<osg::Node*> m_path; ///< to what is handed over
     std::vector<View> m_views;
+    std::size_t m_lastView = 0;
 };
