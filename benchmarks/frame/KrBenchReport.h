@@ -18,6 +18,7 @@ struct KrBenchReport
         double coverage = 0.0;        ///< part of the pixels that were drawn on
         // Of processes of its own, one after the other.
         std::vector<double> firstFrameSeconds; ///< opening, building the scene and the first picture
+        std::vector<double> startSeconds;      ///< the same, and reading the system once before
         std::vector<double> loadedMemoryMiB;   ///< the most that was held when the system had been read
         std::vector<double> peakMemoryMiB;     ///< and when frames had been drawn
         double instructions = 0.0;             ///< a frame, 0 where they were not counted

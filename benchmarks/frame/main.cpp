@@ -235,13 +235,15 @@ void measureStarts(const Options& options, KrBenchReport& report)
     for (unsigned int i = 0; i < options.starts; ++i) {
         for (KrBenchReport::Way& way : report.ways) {
             const std::string printed = KrBenchChild::run({}, childArguments(options, "start", way.name));
+            double read = 0.0;
             double seconds = 0.0;
             double loaded = 0.0;
             double peak = 0.0;
-            if (std::sscanf(printed.c_str(), "start %lf %lf %lf", &seconds, &loaded, &peak) != 3) {
+            if (std::sscanf(printed.c_str(), "start %lf %lf %lf %lf", &read, &seconds, &loaded, &peak) != 4) {
                 couldNot("a process of its own said: " + printed);
             }
             way.firstFrameSeconds.push_back(seconds);
+            way.startSeconds.push_back(read + seconds);
             way.loadedMemoryMiB.push_back(loaded);
             way.peakMemoryMiB.push_back(peak);
         }
@@ -259,7 +261,7 @@ void countInstructions(const Options& options, KrBenchReport& report)
 }
 
 /// What a process of this program's own does with one way, named behind a colon.
-void runChild(const Options& options, const KrBenchTask& task)
+void runChild(const Options& options, const KrBenchTask& task, double loadSeconds)
 {
     const std::size_t colon = options.child.find(':');
     const std::unique_ptr<KrBenchWay> way = KrBenchWay::make(options.child.substr(colon + 1), task);
@@ -276,7 +278,7 @@ void runChild(const Options& options, const KrBenchTask& task)
     if (options.child.compare(0, colon, "count") == 0) {
         krBenchSteadyFrames(&draw, kBenchWarmUpFrames, options.frames);
     }
-    std::printf("start %.9g %.9g %.9g\n", first, loaded, KrBenchMeasure::peakMemoryMiB());
+    std::printf("start %.9g %.9g %.9g %.9g\n", loadSeconds, first, loaded, KrBenchMeasure::peakMemoryMiB());
 }
 
 KrBenchReport reportOf(const Options& options, const KrBenchRobot& robot, const KrBenchTask& task)
@@ -343,7 +345,7 @@ void run(const Options& options)
     const double loadSeconds = KrBenchMeasure::wallSeconds() - start;
     const std::unique_ptr<KrBenchTask> task = taskOf(options, robot);
     if (!options.child.empty()) {
-        runChild(options, *task);
+        runChild(options, *task, loadSeconds);
         return;
     }
     KrBenchReport report = reportOf(options, robot, *task);

@@ -34,6 +34,7 @@ TEST(KrFrameBenchmark, MeasuresAllWaysInEveryMode)
         ASSERT_EQ(report["ways"].size(), 3u);
         for (const auto& [name, way] : report["ways"].items()) {
             EXPECT_GT(way["first_frame_s"], 0.0) << mode << name;
+            EXPECT_GT(way["start_s"], way["first_frame_s"]) << mode << name;
             EXPECT_GT(way["frame"]["median_s"], 0.0) << mode << name;
             EXPECT_GT(way["small"]["processor_s"], 0.0) << mode << name;
             EXPECT_GT(way["peak_memory_mib"], way["loaded_memory_mib"]) << mode << name;
