@@ -17,6 +17,7 @@
 #include <osg/LightModel>
 #include <osg/Material>
 #include <osg/MatrixTransform>
+#include <osg/PolygonMode>
 #include <osg/Program>
 #include <osg/ShapeDrawable>
 #include <osg/Texture2D>
@@ -213,12 +214,17 @@ TEST_P(KrDirectDrawingOfFiles, GivesThePicturesOfTheGraph)
     EXPECT_FALSE(both.isEmpty);
     both.pose(0.3);
     EXPECT_EQ(both.difference(), 0u) << "moved";
-    for (const unsigned int attribute : {KrSGWindow::Lighting, KrSGWindow::Texturing, KrSGWindow::Wireframe,
-                                         KrSGWindow::SmoothShading, KrSGWindow::CullBackFaces}) {
-        const bool isOn = (window.viewerAttribute() & attribute) != 0;
-        window.setViewerAttribute(attribute, !isOn);
-        EXPECT_EQ(both.difference(), 0u) << "attribute " << attribute;
-        window.setViewerAttribute(attribute, isOn);
+    const unsigned int usual = window.viewerAttribute();
+    for (const unsigned int others :
+         {KrSGWindow::Lighting + 0u, KrSGWindow::Texturing + 0u, KrSGWindow::Wireframe + 0u,
+          KrSGWindow::SmoothShading + 0u, KrSGWindow::CullBackFaces + 0u,
+          KrSGWindow::Wireframe | KrSGWindow::Lighting | 0u, KrSGWindow::Wireframe | KrSGWindow::CullBackFaces | 0u,
+          KrSGWindow::Lighting | KrSGWindow::CullBackFaces | 0u}) {
+        window.setViewerAttribute(others & ~usual, true);
+        window.setViewerAttribute(others & usual, false);
+        EXPECT_EQ(both.difference(), 0u) << "attributes " << others;
+        window.setViewerAttribute(others & ~usual, false);
+        window.setViewerAttribute(others & usual, true);
     }
     for (const unsigned int mask : {KrRenderTypes::LinkAxes, KrRenderTypes::BoundingVolumes,
                                     KrRenderTypes::MassProperties, KrRenderTypes::CollisionShapes}) {
@@ -314,6 +320,23 @@ TEST(KrDirectDrawing, SeesWhatAClientChanges)
     };
     shape.setCullCallback(new Hide);
     expectSeen("a callback");
+}
+
+// Lines show triangles, of which levels of detail have others.
+TEST(KrDirectDrawing, DrawsEveryTriangleAsLinesAndLevelsWithoutLight)
+{
+    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    ASSERT_EQ(both.difference(), 0u);
+    const unsigned int numDirect = both.numLeaves();
+    KrRenderWindow& window = both.window();
+    window.setLevelOfDetail(2.0f);
+    window.setViewerAttribute(KrSGWindow::Wireframe, true);
+    EXPECT_EQ(both.difference(), 0u);
+    EXPECT_EQ(both.numLeaves(), numDirect);
+    window.setViewerAttribute(KrSGWindow::Wireframe, false);
+    window.setViewerAttribute(KrSGWindow::Lighting, false);
+    EXPECT_GT(both.difference(), 0u) << "coarser levels were drawn";
+    EXPECT_EQ(both.numLeaves(), numDirect);
 }
 
 // Whichever node says it, and however it weighs what those above and below say.
@@ -443,6 +466,14 @@ TEST(KrDirectDrawing, RespectsWhatAClientSaysAboveARobot)
               }),
               0u)
         << "translucent";
+    EXPECT_EQ(difference([](osg::StateSet& states) { states.setMode(GL_LIGHTING, osg::StateAttribute::OFF); }), 0u)
+        << "unlit unless it says otherwise";
+    EXPECT_EQ(difference([](osg::StateSet& states) {
+                  states.setAttributeAndModes(
+                      new osg::PolygonMode(osg::PolygonMode::FRONT_AND_BACK, osg::PolygonMode::POINT));
+              }),
+              0u)
+        << "points";
     EXPECT_EQ(difference([](osg::StateSet& states) {
                   states.setMode(GL_DEPTH_TEST, osg::StateAttribute::OFF | osg::StateAttribute::OVERRIDE);
               }),

@@ -9,6 +9,7 @@
 #include <osg/CullFace>
 #include <osg/GLExtensions>
 #include <osg/Material>
+#include <osg/ShadeModel>
 #include <osg/State>
 #include <osg/VertexArrayState>
 
@@ -65,11 +66,14 @@ bool isColorOf(const osg::Material& material, const osg::Vec4& color)
            isBlack(material.getEmission(kBothFaces));
 }
 
-/// Whether `states` says nothing that a group on its own would be needed for: it is neither sorted nor animated.
+/// Whether `states` says nothing that a group on its own would be needed for: it is neither sorted nor animated, nor
+/// unlit while others are lit.
 bool isPlain(const osg::StateSet& states)
 {
     return states.getRenderingHint() == osg::StateSet::DEFAULT_BIN && states.useRenderBinDetails() == false &&
-           states.getUpdateCallback() == nullptr && states.getEventCallback() == nullptr;
+           states.getUpdateCallback() == nullptr && states.getEventCallback() == nullptr &&
+           (states.getMode(GL_LIGHTING) & (osg::StateAttribute::ON | osg::StateAttribute::INHERIT)) != 0 &&
+           (states.getMode(GL_LIGHTING) & osg::StateAttribute::PROTECTED) == 0;
 }
 
 /// For each look a number that stands for its colour.
@@ -87,6 +91,7 @@ std::vector<std::uint32_t> numbersOfColors(const std::vector<KrMeshArena::Look>&
 
 KrMeshArena::KrMeshArena()
     : m_base(new osg::StateSet)
+    , m_flat(new osg::StateSet)
     , m_solid(new osg::StateSet)
     , m_vertices(new osg::Vec3Array(osg::Array::BIND_PER_VERTEX))
     , m_normals(new osg::Vec3Array(osg::Array::BIND_PER_VERTEX))
@@ -95,6 +100,8 @@ KrMeshArena::KrMeshArena()
     , m_narrow(new osg::DrawElementsUShort(GL_TRIANGLES))
     , m_wide(new osg::DrawElementsUInt(GL_TRIANGLES))
 {
+    m_flat->setAttribute(new osg::ShadeModel(osg::ShadeModel::FLAT),
+                         osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE | osg::StateAttribute::PROTECTED);
     m_solid->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK));
     const osg::ref_ptr<osg::VertexBufferObject> vertexBuffer = new osg::VertexBufferObject;
     for (osg::Array* const array :

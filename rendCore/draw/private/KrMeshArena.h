@@ -104,6 +104,9 @@ public:
 
     /// For the drawables that draw from here: none of the state sets, which they apply on their own.
     osg::StateSet* base() const { return m_base; }
+    /// For above them where nothing is lit: the one colour of a group is that of every pixel then, and interpolating
+    /// between equal colours rounds.
+    osg::StateSet* flat() const { return m_flat; }
 
     /// What a drawable that draws from here needs for its calls.
     struct Binding
@@ -156,6 +159,7 @@ private:
                     std::vector<Index>& fronts) const;
 
     osg::ref_ptr<osg::StateSet> m_base;
+    osg::ref_ptr<osg::StateSet> m_flat;
     osg::ref_ptr<osg::StateSet> m_solid;
     std::vector<States> m_states;
     std::map<States, unsigned int, ComesBefore> m_numbers;

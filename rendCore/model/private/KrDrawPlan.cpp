@@ -108,6 +108,8 @@ struct KrDrawPlan::Frame
     double near;
     double far;
     KrMeshBatch* batch = nullptr; ///< null before the first mesh
+    bool isFilled = true;         ///< not lines or points
+    bool isUnlit = false;
     bool areLevelsSteady = true;
     KrLabelCamera* labels = nullptr; ///< null where colours are drawn
     std::size_t linkIndex = 0;       ///< of the link at hand, as labels count
@@ -372,8 +374,9 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
     const osg::State* const state = visitor.getState();
     osg::CullingSet& culling = visitor.getCurrentCullingSet();
     const osg::CullSettings::ComputeNearFarMode nearFar = visitor.getComputeNearFarMode();
-    // Without light colours are the vertices', and pixels of lines are many at one depth.
-    if (!KrInheritedState::isLit(visitor) ||
+    // Where groups say for themselves whether they are lit, some have to be drawn as `flat` says, and others not.
+    const bool isUnlit = !KrInheritedState::isLit(visitor);
+    if ((isUnlit && !KrInheritedState::isUnlitBelow(visitor)) ||
         !KrInheritedState::isPlain(visitor, labels != nullptr ? labels->program() : nullptr)) {
         return false;
     }
@@ -399,9 +402,11 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
 
     const osg::Matrixd& projection = *visitor.getProjectionMatrix();
     const osg::Viewport* const viewport = seen.getViewport();
+    // Whoever looks at lines looks at the triangles: every one, from both sides.
+    const bool isFilled = KrInheritedState::isFilled(visitor);
     Frame frame = {visitor,
                    viewOf(seen),
-                   viewport != nullptr ? settings->levelOfDetail : 0.0f,
+                   viewport != nullptr && isFilled ? settings->levelOfDetail : 0.0f,
                    viewport != nullptr ? 0.5 * std::max(viewport->width() * std::abs(projection(0, 0)),
                                                         viewport->height() * std::abs(projection(1, 1)))
                                        : 0.0,
@@ -412,6 +417,8 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
                        : nullptr,
                    visitor.getCalculatedNearPlane(),
                    visitor.getCalculatedFarPlane()};
+    frame.isFilled = isFilled;
+    frame.isUnlit = isUnlit;
     frame.areLevelsSteady = settings->areLevelsSteady;
     frame.labels = labels;
     // As the general traversal multiplies, here and below, so that both give the same bits.
@@ -562,8 +569,8 @@ void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, boo
     }
     // Whoever wants every triangle gets both of its sides: at the rim of a body a back face may win by a rounding. That
     // changes no label: where a closed body has a back face it has a front one.
-    const bool isSolid =
-        (frame.tolerance > 0.0f || frame.labels != nullptr) && entry.mesh->isClosed && frame.isRightHanded;
+    const bool isSolid = frame.isFilled && (frame.tolerance > 0.0f || frame.labels != nullptr) &&
+                         entry.mesh->isClosed && frame.isRightHanded;
     KrMeshBatch::Item item = {modelView,
                               entry.mesh,
                               levelOf(place, *entry.mesh, frame),
@@ -645,11 +652,17 @@ KrMeshBatch& KrDrawPlan::batch(Frame& frame)
     frame.batch = m_batches[m_lastBatch];
     osgUtil::CullVisitor& visitor = frame.visitor;
     frame.batch->begin(m_table->arena(), m_table->fronts(KrInheritedState::lightModel(visitor)),
-                       KrInheritedState::areBackFacesCulled(visitor),
+                       frame.isFilled && KrInheritedState::areBackFacesCulled(visitor),
                        frame.labels != nullptr ? KrLabelCamera::kMeshPart : nullptr);
+    if (frame.isUnlit) {
+        visitor.pushStateSet(m_table->arena().flat());
+    }
     visitor.pushStateSet(m_table->arena().base());
     // The matrix is one that the view holds anyway: every item brings its own.
     visitor.addDrawableAndDepth(frame.batch, visitor.getModelViewMatrix(), 0.0f);
     visitor.popStateSet();
+    if (frame.isUnlit) {
+        visitor.popStateSet();
+    }
     return *frame.batch;
 }

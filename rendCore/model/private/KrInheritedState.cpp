@@ -6,7 +6,11 @@
 #include <osg/StateSet>
 #include <osgUtil/CullVisitor>
 
-bool KrInheritedState::isLit(osgUtil::CullVisitor& visitor)
+namespace
+{
+
+/// What holds of lighting where nothing below says otherwise.
+osg::StateAttribute::GLModeValue lightingOf(osgUtil::CullVisitor& visitor)
 {
     osg::StateAttribute::GLModeValue lighting = osg::StateAttribute::ON;
     // From the leaf to the root: the last one that overrides counts, else the first one.
@@ -23,7 +27,36 @@ bool KrInheritedState::isLit(osgUtil::CullVisitor& visitor)
             isFound = true;
         }
     }
-    return (lighting & osg::StateAttribute::ON) != 0;
+    return lighting;
+}
+
+} // namespace
+
+bool KrInheritedState::isLit(osgUtil::CullVisitor& visitor)
+{
+    return (lightingOf(visitor) & osg::StateAttribute::ON) != 0;
+}
+
+bool KrInheritedState::isUnlitBelow(osgUtil::CullVisitor& visitor)
+{
+    return (lightingOf(visitor) & (osg::StateAttribute::ON | osg::StateAttribute::OVERRIDE)) ==
+           osg::StateAttribute::OVERRIDE;
+}
+
+bool KrInheritedState::isFilled(osgUtil::CullVisitor& visitor)
+{
+    for (const osgUtil::StateGraph* graph = visitor.getCurrentStateGraph(); graph != nullptr; graph = graph->_parent) {
+        const osg::StateSet* const states = graph->getStateSet();
+        const auto* const mode =
+            states == nullptr
+                ? nullptr
+                : static_cast<const osg::PolygonMode*>(states->getAttribute(osg::StateAttribute::POLYGONMODE));
+        if (mode != nullptr && (mode->getMode(osg::PolygonMode::FRONT) != osg::PolygonMode::FILL ||
+                                mode->getMode(osg::PolygonMode::BACK) != osg::PolygonMode::FILL)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool KrInheritedState::areBackFacesCulled(osgUtil::CullVisitor& visitor)
@@ -67,18 +100,14 @@ bool KrInheritedState::isPlain(osgUtil::CullVisitor& visitor, const osg::StateSe
         if (states == nullptr || states == ignored) {
             continue;
         }
-        const auto* const mode =
-            static_cast<const osg::PolygonMode*>(states->getAttribute(StateAttribute::POLYGONMODE));
         const auto* const face = static_cast<const osg::CullFace*>(states->getAttribute(StateAttribute::CULLFACE));
-        const bool isFilled = mode == nullptr || (mode->getMode(osg::PolygonMode::FRONT) == osg::PolygonMode::FILL &&
-                                                  mode->getMode(osg::PolygonMode::BACK) == osg::PolygonMode::FILL);
         const bool areFrontsFront = states->getAttribute(StateAttribute::FRONTFACE) == nullptr &&
                                     (face == nullptr || face->getMode() == osg::CullFace::BACK);
         const bool isOpaque = (states->getMode(GL_BLEND) & StateAttribute::ON) == 0;
         const bool areDepthsTested = states->getAttribute(StateAttribute::DEPTH) == nullptr &&
                                      ((states->getMode(GL_DEPTH_TEST) & StateAttribute::INHERIT) != 0 ||
                                       (states->getMode(GL_DEPTH_TEST) & StateAttribute::ON) != 0);
-        if (!isFilled || !areFrontsFront || !isOpaque || !areDepthsTested ||
+        if (!areFrontsFront || !isOpaque || !areDepthsTested ||
             states->getAttribute(StateAttribute::PROGRAM) != nullptr) {
             return false;
         }
