@@ -241,13 +241,16 @@ KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>&
         const std::uint32_t firstNormal = normals.size();
         vertices.values().insert(vertices.end(), mesh->vertices().begin(), mesh->vertices().end());
         normals.values().insert(normals.end(), mesh->normals().begin(), mesh->normals().end());
+        const std::size_t first = triangles.size();
         for (const KrTriPhysicalExtent::Group& group : mesh->groups()) {
-            for (KrTriangle triangle : group.second()) {
-                for (unsigned int k = 0; k < 3; ++k) {
-                    // Without texture coordinates: a volume has one plain look.
-                    triangle.setCorner(k, firstVertex + triangle.vertex(k), firstNormal + triangle.normal(k), 0);
-                }
-                triangles.push_back(triangle);
+            triangles.insert(triangles.end(), group.second().begin(), group.second().end());
+        }
+        // Without texture coordinates: a volume has one plain look.
+        const bool isMoved = firstVertex > 0 || firstNormal > 0 || !mesh->textureCoordinates().empty();
+        for (std::size_t i = first; i < triangles.size() && isMoved; ++i) {
+            for (unsigned int k = 0; k < 3; ++k) {
+                triangles[i].setCorner(k, firstVertex + triangles[i].vertex(k), firstNormal + triangles[i].normal(k),
+                                       0);
             }
         }
     }

@@ -70,7 +70,9 @@ bool areDrawable(const KrXmlVectorVector& vectors)
     bool areGood = true;
     // To the end: a loop without a way out is several times as fast.
     for (const KrVector& v : vectors) {
-        areGood &= (std::abs(v.x()) <= kMost) & (std::abs(v.y()) <= kMost) & (std::abs(v.z()) <= kMost);
+        areGood &= std::abs(v.x()) <= kMost;
+        areGood &= std::abs(v.y()) <= kMost;
+        areGood &= std::abs(v.z()) <= kMost;
     }
     return areGood;
 }
