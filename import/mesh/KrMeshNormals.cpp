@@ -11,7 +11,7 @@ namespace
 {
 
 // Around the tip of a fan with very many triangles, blending costs the square of their number and shows nothing.
-constexpr std::size_t kMaxBlended = 200;
+constexpr std::ptrdiff_t kMaxBlended = 200;
 // Height over longest edge below which three points count as a line; single precision carries about 1e-7.
 constexpr double kFlatness = 1e-10;
 
@@ -107,9 +107,9 @@ class Finder
 public:
     struct Found
     {
-        KrTriangle* triangle = nullptr;
-        std::uint32_t corner = 0; ///< of the triangle
-        std::uint32_t normal = 0; ///< its place in normals()
+        KrTriangle* triangle = nullptr; ///< null: at the vertex `number` each face stands alone
+        std::uint32_t number = 0;       ///< of the triangle's corner
+        std::uint32_t normal = 0;       ///< its place in normals()
     };
 
     Finder(const Corners& corners, std::uint32_t missing)
@@ -120,7 +120,7 @@ public:
 
     /// In place of what was found before.
     void run(std::size_t firstVertex, std::size_t endVertex);
-    /// In the order of the vertices. One vertex has none twice, but others may have the same ones.
+    /// In the order of found(), which is that of the vertices. Some may be equal.
     const std::vector<KrVector>& normals() const { return m_normals; }
     const std::vector<Found>& found() const { return m_found; }
 
@@ -164,10 +164,16 @@ void Finder::run(std::size_t firstVertex, std::size_t endVertex)
 
 void Finder::find(std::size_t vertex)
 {
+    const std::uint32_t* const first = m_all.first(vertex);
+    const std::uint32_t* const end = m_all.first(vertex + 1);
+    if (end - first > kMaxBlended) {
+        // Half of a mesh may meet there: no memory for each corner.
+        m_found.push_back({nullptr, static_cast<std::uint32_t>(vertex), 0});
+        return;
+    }
     m_corners.clear();
     bool isLacking = false;
-    const std::uint32_t* const end = m_all.first(vertex + 1);
-    for (const std::uint32_t* number = m_all.first(vertex); number != end; ++number) {
+    for (const std::uint32_t* number = first; number != end; ++number) {
         const auto [triangle, faceNormal] = m_all.triangleOf(*number);
         Corner& corner = m_corners.emplace_back();
         corner.triangle = triangle;
@@ -180,11 +186,8 @@ void Finder::find(std::size_t vertex)
     if (!isLacking) {
         return;
     }
-    // Unless the vertex has too many: then each face stands alone.
-    if (m_corners.size() <= kMaxBlended) {
-        std::for_each(m_corners.begin(), m_corners.end(), [this](Corner& corner) { weigh(corner); });
-        compare();
-    }
+    std::for_each(m_corners.begin(), m_corners.end(), [this](Corner& corner) { weigh(corner); });
+    compare();
     for (std::size_t i = 0; i < m_corners.size(); ++i) {
         Corner& corner = m_corners[i];
         if (corner.isLacking) {
@@ -239,7 +242,7 @@ KrVector Finder::sumOf(const Corner& corner) const
 {
     KrVector sum;
     const std::size_t count = m_corners.size();
-    for (std::size_t j = 0; j < count && count <= kMaxBlended; ++j) {
+    for (std::size_t j = 0; j < count; ++j) {
         const bool isBlended = count <= kMaxCompared ? (corner.blended >> j & 1) != 0
                                                      : corner.faceNormal.dot(m_corners[j].faceNormal) >= m_leastCosine;
         if (isBlended) {
@@ -265,6 +268,22 @@ std::uint32_t Finder::normalOf(std::size_t i)
     // Normals that cancel each other leave the triangle's own.
     m_normals.push_back(normalize(sum) > 0.0 ? sum : corner.faceNormal);
     return static_cast<std::uint32_t>(m_normals.size() - 1);
+}
+
+void setNormal(KrTriangle& triangle, unsigned int corner, std::uint32_t normal)
+{
+    triangle.setCorner(corner, triangle.vertex(corner), normal, triangle.textureCoordinate(corner));
+}
+
+/// Gives the corners at a vertex that lack a normal that of their triangle.
+void setFaceNormals(const Corners& corners, std::size_t vertex, std::uint32_t missing, KrVectorIndex& normals)
+{
+    for (const std::uint32_t* number = corners.first(vertex); number != corners.first(vertex + 1); ++number) {
+        const auto [triangle, faceNormal] = corners.triangleOf(*number);
+        if (triangle->normal(*number % 3) == missing) {
+            setNormal(*triangle, *number % 3, normals.add(*faceNormal));
+        }
+    }
 }
 
 /// A part of the vertices, and who goes through it.
@@ -312,13 +331,16 @@ void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vecto
                 std::rethrow_exception(part.problem);
             }
             places.clear();
-            for (const KrVector& normal : part.finder.normals()) {
-                places.push_back(normals.add(normal));
-            }
             for (const Finder::Found& found : part.finder.found()) {
-                KrTriangle& triangle = *found.triangle;
-                triangle.setCorner(found.corner, triangle.vertex(found.corner), places[found.normal],
-                                   triangle.textureCoordinate(found.corner));
+                if (!found.triangle) {
+                    setFaceNormals(corners, found.number, missing, normals);
+                    continue;
+                }
+                // Kept when it is met first.
+                if (found.normal == places.size()) {
+                    places.push_back(normals.add(part.finder.normals()[found.normal]));
+                }
+                setNormal(*found.triangle, found.number, places[found.normal]);
             }
         }
     }
