@@ -91,7 +91,11 @@ bool KrMeshTokens::takeLine(std::string_view& text, std::string_view& line)
         return false;
     }
     // All three kinds of line ends, in one file too.
-    const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
+    std::size_t end = 0;
+    // Letter by letter: lines are short, and a search for two letters begins anew for each letter.
+    while (end < text.size() && text[end] != '\n' && text[end] != '\r') {
+        ++end;
+    }
     line = text.substr(0, end);
     const bool isPair = text.substr(end, 2) == "\r\n";
     text.remove_prefix(std::min(end + (isPair ? 2 : 1), text.size()));
@@ -125,17 +129,20 @@ bool KrMeshTokens::takeNumber(std::string_view& text, double& number)
     return true;
 }
 
-void KrMeshTokens::appendNumber(std::string& text, double number)
+char* KrMeshTokens::putNumber(char* to, double number)
 {
     // Written so that NaN fails too. The mesh library reads single precision, and a number beyond it in its own way.
     if (!(std::abs(number) <= std::numeric_limits<float>::max())) {
-        text += "nan";
-        return;
+        return std::copy_n("nan", 3, to);
     }
     // The shortest text of a float that reads back as the same one has half as many letters at most.
-    char digits[32];
-    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, static_cast<float>(number));
-    text.append(digits, end.ptr);
+    return std::to_chars(to, to + kNumberBytes, static_cast<float>(number)).ptr;
+}
+
+void KrMeshTokens::appendNumber(std::string& text, double number)
+{
+    char digits[kNumberBytes];
+    text.append(digits, putNumber(digits, number));
 }
 
 bool KrMeshTokens::refuse(std::string& why, const std::string& reason)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -26,6 +27,10 @@ bool takeLine(std::string_view& text, std::string_view& line);
 bool isCount(std::string_view word, std::uint64_t limit, std::uint64_t& number);
 /// Takes one word off the front of `text` when it is a number, a NaN among them; else false, and no change.
 bool takeNumber(std::string_view& text, double& number);
+/// The most that putNumber() writes, bytes.
+constexpr std::size_t kNumberBytes = 32;
+/// As appendNumber(), to a place of kNumberBytes. @return its end
+char* putNumber(char* to, double number);
 /// Appends what reads back as the same single precision number: digits, or "nan" for what has no such number.
 void appendNumber(std::string& text, double number);
 

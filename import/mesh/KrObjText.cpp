@@ -13,7 +13,6 @@
 namespace
 {
 
-using KrMeshTokens::appendNumber;
 using KrMeshTokens::takeLine;
 using KrMeshTokens::takeNumber;
 using KrMeshTokens::takeWord;
@@ -79,13 +78,17 @@ bool Statements::next()
     return true;
 }
 
+/// @param count  6 at most: a place and a colour
 void appendNumbers(std::string& text, const double* numbers, std::size_t count)
 {
+    char line[6 * (KrMeshTokens::kNumberBytes + 1) + 1];
+    char* end = line;
     for (std::size_t i = 0; i < count; ++i) {
-        text += ' ';
-        appendNumber(text, numbers[i]);
+        *end++ = ' ';
+        end = KrMeshTokens::putNumber(end, numbers[i]);
     }
-    text += '\n';
+    *end++ = '\n';
+    text.append(line, end);
 }
 
 /// Up to the first word that is no number. @return how many
@@ -148,6 +151,8 @@ bool MeshCleaner::run(std::string& why)
     // Two passes, since a face may name what stands behind it, and whether all vertices have colours is known at the
     // end.
     count();
+    // About as long as what it is made of.
+    m_mesh.text.reserve(m_content.size());
     for (Statements statements(m_content); statements.next();) {
         if (!takeStatement(statements)) {
             why = m_why;
@@ -243,12 +248,22 @@ bool MeshCleaner::addFace(std::string_view line)
     // All corners of a face have coordinates, or none: the lists of a face are of one length. Normals likewise.
     std::string& text = m_faces[m_place];
     text += 'f';
-    // As the format has them: "v", "v/t", "v//n" or "v/t/n".
+    // As the format has them: "v", "v/t", "v//n" or "v/t/n". One text for each corner: it is the most of many files.
     for (const Corner& corner : m_corners) {
-        text += ' ' + std::to_string(corner[0]);
-        text += hasCoordinates || hasNormals ? "/" : "";
-        text += hasCoordinates ? std::to_string(corner[1]) : "";
-        text += hasNormals ? "/" + std::to_string(corner[2]) : "";
+        char words[70];
+        char* end = words;
+        const auto append = [&](char sign, std::uint64_t number) {
+            *end++ = sign;
+            end = number > 0 ? std::to_chars(end, words + sizeof words, number).ptr : end;
+        };
+        append(' ', corner[0]);
+        if (hasCoordinates || hasNormals) {
+            append('/', hasCoordinates ? corner[1] : 0);
+        }
+        if (hasNormals) {
+            append('/', corner[2]);
+        }
+        text.append(words, end);
     }
     text += '\n';
     return true;
