@@ -18,6 +18,7 @@
 #include <osgUtil/CullVisitor>
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <utility>
 #include <vector>
@@ -215,6 +216,7 @@ private:
     void fade(KrRenderShape& shape);
     void dissolve(SelectionGroup& wrapper);
     void replace(osg::Group& parent, osg::Node& oldChild, osg::Node& newChild);
+    static void cut(osg::Group& parent, std::vector<Link>::const_iterator begin, std::vector<Link>::const_iterator end);
 
     float m_alpha;
     bool m_restore;
@@ -244,11 +246,37 @@ NonSelectionVisitor::~NonSelectionVisitor()
             addition.link.first->addChild(addition.link.second);
         }
     }
-    for (const auto& [parent, child] : m_removals) {
+    // All of a parent together: one by one each would move all children behind it. What is cut lives on in the list.
+    std::sort(m_removals.begin(), m_removals.end());
+    for (auto begin = m_removals.begin(), end = begin; begin != m_removals.end(); begin = end) {
+        end = std::find_if(begin, m_removals.end(), [begin](const Link& link) { return link.first != begin->first; });
+        cut(*begin->first, begin, end);
+    }
+}
+
+/// Takes children out of `parent`, for each link the first that is left.
+void NonSelectionVisitor::cut(osg::Group& parent, std::vector<Link>::const_iterator begin,
+                              std::vector<Link>::const_iterator end)
+{
+    std::map<const osg::Node*, std::size_t> planned;
+    std::for_each(begin, end, [&planned](const Link& link) { ++planned[link.second]; });
+    std::vector<bool> isCut(parent.getNumChildren());
+    for (unsigned int i = 0; i < isCut.size(); ++i) {
+        const auto child = planned.find(parent.getChild(i));
         // A link may be planned twice, through two parents: what is gone already is no child any more.
-        const unsigned int index = parent->getChildIndex(child);
-        if (index < parent->getNumChildren()) {
-            parent->removeChildren(index, 1);
+        if (child != planned.end() && child->second > 0) {
+            isCut[i] = true;
+            --child->second;
+        }
+    }
+    for (auto last = static_cast<unsigned int>(isCut.size()); last > 0; --last) {
+        unsigned int first = last;
+        while (first > 0 && isCut[first - 1]) {
+            --first;
+        }
+        if (first < last) {
+            parent.removeChildren(first, last - first);
+            last = first + 1;
         }
     }
 }

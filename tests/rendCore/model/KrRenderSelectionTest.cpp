@@ -197,6 +197,30 @@ TEST_F(KrRenderSelectionTest, RestoringGivesTheGraphBackAndTakesASelectedShapeOu
     EXPECT_TRUE(Snapshot(*node) == before);
 }
 
+TEST_F(KrRenderSelectionTest, ShapesOfOneLinkKeepTheirOrderAroundAClientsNode)
+{
+    KrManipulatorLink& many = robot.addChildLink(hinge("many", box()));
+    for (int i = 0; i < 4; ++i) {
+        many.addShape(box());
+    }
+    node = new KrRenderManipulator(robot, 0);
+    std::vector<osg::ref_ptr<osg::Node>> expected = {new osg::Group};
+    // The selected one goes to the end first, where the others follow it.
+    for (const unsigned int i : {4u, 0u, 1u, 2u, 3u}) {
+        expected.push_back(shape({0, 3, i}));
+    }
+    osg::Group& frame = *expected[1]->getParent(0);
+    frame.insertChild(2, expected[0]);
+    KrRenderSelection::setSelected(node, {0, 3, 4});
+    fade();
+    EXPECT_EQ(frame.getChild(0), expected[0]);
+    restore();
+    ASSERT_EQ(frame.getNumChildren(), expected.size());
+    for (unsigned int i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(frame.getChild(i), expected[i]) << i;
+    }
+}
+
 TEST_F(KrRenderSelectionTest, WrappedBoundingVolumesStayAsVisibleAsTheyWere)
 {
     const auto* frame = dynamic_cast<const osg::Group*>(shape(kOther)->getParent(0));
