@@ -326,9 +326,15 @@ TEST(KrDirectDrawing, SeesWhatAClientChanges)
 TEST(KrDirectDrawing, DrawsEveryTriangleAsLinesAndLevelsWithoutLight)
 {
     Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    KrRenderWindow& window = both.window();
+    for (const osg::ref_ptr<KrRenderLink>& link : linksOf(*window.getNode())) {
+        osg::Group& shapes = *link->getDhFrame();
+        if (shapes.getNumChildren() != 0 && shapes.getChild(0)->getNumParents() > 1) {
+            shapes.removeChild(0, 1); // one of two fingers
+        }
+    }
     ASSERT_EQ(both.difference(), 0u);
     const unsigned int numDirect = both.numLeaves();
-    KrRenderWindow& window = both.window();
     window.setLevelOfDetail(2.0f);
     window.setViewerAttribute(KrSGWindow::Wireframe, true);
     EXPECT_EQ(both.difference(), 0u);
@@ -337,6 +343,29 @@ TEST(KrDirectDrawing, DrawsEveryTriangleAsLinesAndLevelsWithoutLight)
     window.setViewerAttribute(KrSGWindow::Lighting, false);
     EXPECT_GT(both.difference(), 0u) << "coarser levels were drawn";
     EXPECT_EQ(both.numLeaves(), numDirect);
+}
+
+// The graph draws a shape of two links for both of them at the place of the first one. The three bodies share edges.
+TEST(KrDirectDrawing, KeepsTheOrderOfLinesWhereLinksShareAShape)
+{
+    const std::string folder = testing::TempDir();
+    std::ofstream(folder + "cube.obj") << "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\nv 1 0 1\nv 1 1 1\nv 0 1 1\n"
+                                          "f 1 3 2\nf 1 4 3\nf 5 6 7\nf 5 7 8\nf 1 2 6\nf 1 6 5\n"
+                                          "f 2 3 7\nf 2 7 6\nf 3 4 8\nf 3 8 7\nf 4 1 5\nf 4 5 8\n";
+    const std::string cube = "<visual><geometry><mesh filename=\"cube.obj\"/></geometry></visual>";
+    const auto joint = [](const char* parent, const char* child) {
+        return std::string("<joint name=\"to_") + child + "\" type=\"fixed\"><origin xyz=\"0 0 1\"/><parent link=\"" +
+               parent + "\"/><child link=\"" + child + "\"/></joint>";
+    };
+    std::ofstream(folder + "tower.urdf")
+        << "<robot name=\"tower\"><link name=\"low\">" << cube << "</link>" << joint("low", "middle")
+        << "<link name=\"middle\"><visual><origin xyz=\"0.5 0.5 0.5\"/><geometry><box size=\"1 1 1\"/></geometry>"
+           "<material name=\"red\"><color rgba=\"1 0 0 1\"/></material></visual></link>"
+        << joint("middle", "high") << "<link name=\"high\">" << cube << "</link></robot>";
+    Both both(folder + "tower.urdf");
+    EXPECT_EQ(both.difference(), 0u);
+    both.window().setViewerAttribute(KrSGWindow::Wireframe, true);
+    EXPECT_EQ(both.difference(), 0u);
 }
 
 // Whichever node says it, and however it weighs what those above and below say.

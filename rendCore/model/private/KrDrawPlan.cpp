@@ -51,6 +51,13 @@ bool isShown(const osg::Node& node, const osg::NodeVisitor& visitor)
     return false;
 }
 
+/// Whether the graph draws the shape for all links that have it at the place of the first one. Where bodies touch,
+/// their lines have one depth, and that place decides which one is seen.
+bool isShared(const osg::Node& shape)
+{
+    return shape.getNumParents() != 1;
+}
+
 /// How much `matrix` may lengthen a vector: from above, and nearly exact for rotations with a scale.
 double largestScale(const osg::Matrixd& matrix)
 {
@@ -324,7 +331,8 @@ void KrDrawPlan::endDrawing()
 }
 
 /// Whether all that is shown stands in the list, and as it was taken over.
-bool KrDrawPlan::isDirect(const osg::NodeVisitor& visitor)
+/// @param isFilled  whether polygons are, and not their lines or points drawn
+bool KrDrawPlan::isDirect(const osg::NodeVisitor& visitor, bool isFilled)
 {
     if (!isPlain(m_manipulator) || !std::all_of(m_roots.begin(), m_roots.end(), [&visitor](const Child& root) {
             return root.kind == Kind::Link || !isShown(*root.node, visitor);
@@ -350,7 +358,8 @@ bool KrDrawPlan::isDirect(const osg::NodeVisitor& visitor)
             const Child& child = m_children[place];
             // Most aids are hidden most of the time.
             if ((child.kind == Kind::Other && isShown(*child.node, visitor)) ||
-                (child.kind == Kind::Shape && !m_table->isAsTaken(*child.entry) &&
+                (child.kind == Kind::Shape &&
+                 (!m_table->isAsTaken(*child.entry) || (!isFilled && isShared(*child.node))) &&
                  visitor.validNodeMask(*child.node))) {
                 return false;
             }
@@ -393,7 +402,8 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
     }
     keepListed();
     m_table->beginFrame(view, visitor.getTraversalNumber());
-    if (!isDirect(visitor)) {
+    const bool isFilled = KrInheritedState::isFilled(visitor);
+    if (!isDirect(visitor, isFilled)) {
         return false;
     }
     if (labels == nullptr) {
@@ -403,7 +413,6 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
     const osg::Matrixd& projection = *visitor.getProjectionMatrix();
     const osg::Viewport* const viewport = seen.getViewport();
     // Whoever looks at lines looks at the triangles: every one, from both sides.
-    const bool isFilled = KrInheritedState::isFilled(visitor);
     Frame frame = {visitor,
                    viewOf(seen),
                    viewport != nullptr && isFilled ? settings->levelOfDetail : 0.0f,

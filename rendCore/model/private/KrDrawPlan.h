@@ -36,9 +36,11 @@ class KrRenderManipulator;
 /// A list of its links in depth-first pre-order, with what hangs under each. Every frame looks whether the graph is
 /// still what the list says, which takes a few comparisons a node; what has changed is taken up anew. Where a
 /// manipulator shows more than its links, their meshes and materials above them (a selection, an aid, a client's node,
-/// callback or other state set) the general traversals have it as a whole: of two surfaces at one depth the one that is
-/// drawn first is seen, and the order is the graph's. Poses, the planes near and far, and pixels are those of the
-/// general traversals. Scene thread only.
+/// callback or other state set), or lines of shapes that links share, the general traversals have it as a whole: of two
+/// surfaces at one depth the one that is drawn first is seen, and the order is the graph's. Handing over only the parts
+/// that show more, between two batches, would not keep it: the graph draws what links share for all of them at the
+/// place of the first. Poses, the planes near and far, and pixels are those of the general traversals. Scene thread
+/// only.
 class KrDrawPlan : public KrFrameParticipant, public std::enable_shared_from_this<KrDrawPlan>
 {
 public:
@@ -113,7 +115,7 @@ private:
     bool canUpdate(const osg::NodeVisitor& visitor) const;
     View& viewOf(osg::Camera& camera);
     void cullLink(std::size_t number, Frame& frame);
-    bool isDirect(const osg::NodeVisitor& visitor);
+    bool isDirect(const osg::NodeVisitor& visitor, bool isFilled);
     Sight see(const osg::BoundingSphere& sphere, const osg::Matrixd& modelView, Frame& frame) const;
     void cullShape(std::size_t place, const osg::Matrixd& modelView, bool isCrossing, Frame& frame);
     void cullTranslucent(std::size_t place, const osg::Matrixd& modelView, const Frame& frame);
