@@ -27,6 +27,7 @@
 #include <osgViewer/Viewer>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -611,6 +612,43 @@ TEST(KrDirectDrawing, KeepsTexturesBesideWhatHasNone)
     std::string reason;
     ASSERT_TRUE(both.scene.show(both.system, reason)) << reason;
     EXPECT_EQ(both.difference(), 0u);
+    EXPECT_FALSE(both.isEmpty);
+}
+
+// More vertices than 16 bits number, and more triangles than are looked through at once.
+TEST(KrDirectDrawing, DrawsLargeMeshes)
+{
+    constexpr unsigned int kSide = 280;
+    KrXmlVectorVector corners;
+    std::vector<KrTriangle> triangles;
+    for (unsigned int i = 0; i < kSide; ++i) {
+        for (unsigned int j = 0; j < kSide; ++j) {
+            corners.push_back({0.01 * i, 0.01 * j, 0.1 * std::sin(0.4 * i) * std::cos(0.3 * j)});
+            const unsigned int at = i * kSide + j;
+            if (i + 1 < kSide && j + 1 < kSide) {
+                triangles.emplace_back(at, at + kSide, at + 1);
+                triangles.emplace_back(at + 1, at + kSide, at + kSide + 1);
+            }
+        }
+    }
+    const auto waves = boost::make_shared<KrTriPhysicalExtent>();
+    const KrTriPhysicalExtent::Group group(std::string("waves"), KrXmlVectorType<KrTriangle>(triangles));
+    ASSERT_TRUE(waves->setMesh(corners, {}, {}, KrXmlVectorType<KrTriPhysicalExtent::Group>({group})));
+    KrIndividualManipulator pond("pond");
+    pond.addShape(waves);
+    KrManipulatorSystem robots;
+    robots.manipulators().push_back(pond);
+    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    KrManipulatorSystemState state;
+    state.positionStates().push_back(KrPositionState());
+    both.system = KrStatedSystem(robots);
+    both.system.setSystemState(state);
+    std::string reason;
+    ASSERT_TRUE(both.scene.show(both.system, reason)) << reason;
+    for (const bool areBacksShown : {true, false}) {
+        both.window().setViewerAttribute(KrSGWindow::CullBackFaces, !areBacksShown);
+        EXPECT_EQ(both.difference(), 0u) << "backs shown: " << areBacksShown;
+    }
     EXPECT_FALSE(both.isEmpty);
 }
 

@@ -29,9 +29,9 @@ constexpr std::size_t kMostNarrow = 65536;
 constexpr std::size_t kMostLightModels = 8;
 
 /// Fewer indices are drawn as they are.
-constexpr std::int32_t kFewestSorted = 96;
-/// Of the indices of a range: with more of them left, others are not worth being sent.
-constexpr double kMostFronts = 0.9;
+constexpr std::int32_t kFewestSifted = 96;
+/// Of the triangles of a range: with more of them left, it is drawn as a whole.
+constexpr double kMostSeen = 0.9;
 
 /// What is known of the driver of a context.
 struct Driver : public osg::Referenced
@@ -67,13 +67,15 @@ bool isColorOf(const osg::Material& material, const osg::Vec4& color)
 }
 
 /// Whether `states` says nothing that a group on its own would be needed for: it is neither sorted nor animated, nor
-/// unlit while others are lit.
+/// unlit while others are lit, nor made of lines or with smooth borders.
 bool isPlain(const osg::StateSet& states)
 {
     return states.getRenderingHint() == osg::StateSet::DEFAULT_BIN && states.useRenderBinDetails() == false &&
            states.getUpdateCallback() == nullptr && states.getEventCallback() == nullptr &&
            (states.getMode(GL_LIGHTING) & (osg::StateAttribute::ON | osg::StateAttribute::INHERIT)) != 0 &&
-           (states.getMode(GL_LIGHTING) & osg::StateAttribute::PROTECTED) == 0;
+           (states.getMode(GL_LIGHTING) & osg::StateAttribute::PROTECTED) == 0 &&
+           states.getAttribute(osg::StateAttribute::POLYGONMODE) == nullptr &&
+           (states.getMode(GL_POLYGON_SMOOTH) & osg::StateAttribute::INHERIT) != 0;
 }
 
 /// For each look a number that stands for its colour.
@@ -261,7 +263,7 @@ const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::
                 }
             }
             added.parts[part].levels.push_back(
-                {static_cast<std::uint32_t>(first), static_cast<std::int32_t>(indices.size() - first), nullptr});
+                {static_cast<std::uint32_t>(first), static_cast<std::int32_t>(indices.size() - first), {}});
         }
     }
 
@@ -326,52 +328,66 @@ KrMeshArena::Binding KrMeshArena::bind(osg::State& state, bool isTextured) const
     return binding;
 }
 
-void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run, const Sight* sight) const
+void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run,
+                       const KrTriangleSieve::View* view) const
 {
-    if (run.count == 0) {
-        return;
+    if (view == nullptr || run.count < kFewestSifted) {
+        draw(binding, mesh, run.first, static_cast<std::size_t>(run.count));
+    } else if (mesh.isWide) {
+        drawSeen(binding, mesh, run, *view, &(*m_wide)[run.first], m_seenWide);
+    } else {
+        drawSeen(binding, mesh, run, *view, &(*m_narrow)[run.first], m_seenNarrow);
     }
-    if (sight != nullptr && run.count >= kFewestSorted &&
-        (mesh.isWide ? drawFronts(binding, mesh, run, *sight, &(*m_wide)[run.first], m_wideFronts)
-                     : drawFronts(binding, mesh, run, *sight, &(*m_narrow)[run.first], m_narrowFronts))) {
+}
+
+/// Draws from the buffer of the mesh.
+void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, std::size_t first, std::size_t count)
+{
+    if (count == 0) {
         return;
     }
     osg::GLBufferObject* const buffer = mesh.isWide ? binding.wide : binding.narrow;
     // Nothing where it is bound already.
     binding.arrays->bindElementBufferObject(buffer);
     const GLenum type = mesh.isWide ? GL_UNSIGNED_INT : GL_UNSIGNED_SHORT;
-    const std::uintptr_t offset =
-        static_cast<std::uintptr_t>(run.first) * (mesh.isWide ? sizeof(GLuint) : sizeof(GLushort));
-    binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, run.count, type, reinterpret_cast<const void*>(offset),
-                                         mesh.baseVertex);
+    const std::uintptr_t offset = first * (mesh.isWide ? sizeof(GLuint) : sizeof(GLushort));
+    binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, static_cast<GLsizei>(count), type,
+                                         reinterpret_cast<const void*>(offset), mesh.baseVertex);
     if (binding.pace != nullptr) {
-        binding.pace->handOver(*binding.gl, static_cast<std::size_t>(run.count));
+        binding.pace->handOver(*binding.gl, count);
     }
 }
 
-/// @return false, with nothing drawn, where it is not worth it
+/// Draws what may show, from memory: the driver is on the processor.
+/// @param indices  of the run
 template <typename Index>
-bool KrMeshArena::drawFronts(const Binding& binding, const Mesh& mesh, const Run& run, const Sight& sight,
-                             const Index* indices, std::vector<Index>& fronts) const
+void KrMeshArena::drawSeen(const Binding& binding, const Mesh& mesh, const Run& run, const KrTriangleSieve::View& view,
+                           const Index* indices, std::vector<Index>& seen) const
 {
-    const auto count = static_cast<std::size_t>(run.count);
-    if (!run.planes) {
-        run.planes =
-            std::make_unique<KrFacePlanes>(&(*m_vertices)[static_cast<std::size_t>(mesh.baseVertex)], indices, count);
+    const auto end = static_cast<std::size_t>(run.count);
+    const auto sizeFrom = [end](std::size_t begin) { return std::min(KrTriangleSieve::kMostIndices, end - begin); };
+    if (run.sieves.empty()) {
+        const osg::Vec3* const vertices = &(*m_vertices)[static_cast<std::size_t>(mesh.baseVertex)];
+        for (std::size_t begin = 0; begin < end; begin += sizeFrom(begin)) {
+            run.sieves.emplace_back(vertices, indices + begin, sizeFrom(begin));
+        }
     }
-    fronts.resize(std::max(fronts.size(), count + 3)); // what is not kept is copied, too
-    const std::size_t kept = run.planes->copyFronts(indices, sight.toClip, sight.width, sight.height, fronts.data());
-    if (kept > kMostFronts * static_cast<double>(count)) {
-        return false;
+    seen.resize(KrTriangleSieve::kMostIndices);
+    std::size_t begin = 0;
+    for (const KrTriangleSieve& sieve : run.sieves) {
+        const std::size_t count = sizeFrom(begin);
+        const std::size_t kept = sieve.sift(indices + begin, view, m_spots, seen.data());
+        if (static_cast<double>(kept) > kMostSeen * static_cast<double>(count)) {
+            draw(binding, mesh, run.first + begin, count);
+        } else if (kept != 0) {
+            binding.arrays->unbindElementBufferObject();
+            binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, static_cast<GLsizei>(kept),
+                                                 sizeof(Index) == sizeof(GLuint) ? GL_UNSIGNED_INT : GL_UNSIGNED_SHORT,
+                                                 seen.data(), mesh.baseVertex);
+            binding.pace->handOver(*binding.gl, kept);
+        }
+        begin += count;
     }
-    if (kept != 0) {
-        binding.arrays->unbindElementBufferObject();
-        binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, static_cast<GLsizei>(kept),
-                                             sizeof(Index) == sizeof(GLuint) ? GL_UNSIGNED_INT : GL_UNSIGNED_SHORT,
-                                             fronts.data(), mesh.baseVertex);
-        binding.pace->handOver(*binding.gl, kept);
-    }
-    return true;
 }
 
 void KrMeshArena::unbind(osg::State& state)

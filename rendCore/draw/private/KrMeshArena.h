@@ -1,6 +1,6 @@
 #pragma once
 
-#include <rendCore/draw/private/KrFacePlanes.h>
+#include <rendCore/draw/private/KrTriangleSieve.h>
 
 #include <osg/Array>
 #include <osg/LightModel>
@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <memory>
 #include <vector>
 
 namespace osg
@@ -47,7 +46,7 @@ public:
     {
         std::uint32_t first = 0; ///< in the index buffer of the mesh
         std::int32_t count = 0;
-        mutable std::unique_ptr<const KrFacePlanes> planes; ///< null before its backs are left out for the first time
+        mutable std::vector<KrTriangleSieve> sieves; ///< of KrTriangleSieve::kMostIndices each, made when first needed
     };
     /// Groups of a mesh that follow one another and share a state set.
     struct Part
@@ -118,20 +117,13 @@ public:
         bool isSoftware = false;    ///< the driver draws with the processor
         KrDrawPace* pace = nullptr; ///< null for a graphics card
     };
-    /// From where a mesh is seen.
-    struct Sight
-    {
-        osg::Matrixd toClip; ///< from the mesh's frame
-        double width = 0.0;  ///< of the viewport, pixels
-        double height = 0.0;
-    };
     /// Whether the driver of the context has what `draw` calls.
     static bool isSupported(const osg::State& state);
     /// Before the first `draw` of a drawable, and where texture coordinates are needed or no longer. The context is
     /// current.
     Binding bind(osg::State& state, bool isTextured) const;
-    /// @param sight  null for every triangle. Else the driver leaves back faces out, and need not be given most of them
-    void draw(const Binding& binding, const Mesh& mesh, const Run& run, const Sight* sight) const;
+    /// @param view  null for every triangle; else what does not show need not be drawn
+    void draw(const Binding& binding, const Mesh& mesh, const Run& run, const KrTriangleSieve::View* view) const;
     /// After the last one.
     static void unbind(osg::State& state);
 
@@ -155,8 +147,9 @@ private:
 
     unsigned int number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured);
     template <typename Index>
-    bool drawFronts(const Binding& binding, const Mesh& mesh, const Run& run, const Sight& sight, const Index* indices,
-                    std::vector<Index>& fronts) const;
+    void drawSeen(const Binding& binding, const Mesh& mesh, const Run& run, const KrTriangleSieve::View& view,
+                  const Index* indices, std::vector<Index>& seen) const;
+    static void draw(const Binding& binding, const Mesh& mesh, std::size_t first, std::size_t count);
 
     osg::ref_ptr<osg::StateSet> m_base;
     osg::ref_ptr<osg::StateSet> m_flat;
@@ -171,7 +164,8 @@ private:
     osg::ref_ptr<osg::Vec2Array> m_textureCoordinates;
     osg::ref_ptr<osg::DrawElementsUShort> m_narrow;
     osg::ref_ptr<osg::DrawElementsUInt> m_wide;
-    // Indices on their way to the driver.
-    mutable std::vector<GLushort> m_narrowFronts;
-    mutable std::vector<GLuint> m_wideFronts;
+    // On their way to the driver.
+    mutable std::vector<KrTriangleSieve::Spot> m_spots;
+    mutable std::vector<GLushort> m_seenNarrow;
+    mutable std::vector<GLuint> m_seenWide;
 };

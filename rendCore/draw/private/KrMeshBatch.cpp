@@ -7,6 +7,8 @@
 #include <osg/Uniform>
 #include <osg/Viewport>
 
+#include <optional>
+
 namespace
 {
 
@@ -28,18 +30,38 @@ void pushLook(osg::State& state, const osg::StateSet* last, const osg::StateSet*
     }
 }
 
-/// Whether backs are sorted out before the driver, which draws with the processor, sees them. A graphics card has its
-/// indices already, and is faster in leaving backs out than in being sent others.
-/// @param sight  set where they are
-bool isSortedOut(const KrMeshArena::Binding& binding, KrMeshArena::Faces faces, const KrMeshBatch::Item& item,
-                 const osg::State& state, KrMeshArena::Sight& sight)
+/// Whether the driver, as its state is now, draws those pixels of a triangle whose middles are within it: no lines, no
+/// smooth borders, and no further samples.
+bool areMiddlesDrawn()
+{
+    GLint samples = 0;
+    GLint modes[2] = {GL_FILL, GL_FILL}; // of fronts and backs
+    glGetIntegerv(GL_SAMPLES, &samples);
+    glGetIntegerv(GL_POLYGON_MODE, modes);
+    return samples <= 1 && modes[0] == GL_FILL && modes[1] == GL_FILL && glIsEnabled(GL_POLYGON_SMOOTH) == GL_FALSE;
+}
+
+/// From where a batch is seen, but for its items' own; nothing where all triangles go to the driver. A graphics card
+/// has its indices already, and is faster in leaving triangles out than in being sent those that are left.
+std::optional<KrTriangleSieve::View> viewOf(const KrMeshArena::Binding& binding, const osg::State& state)
 {
     const osg::Viewport* const viewport = state.getCurrentViewport();
-    if (!binding.isSoftware || faces == KrMeshArena::Faces::Both || viewport == nullptr) {
-        return false;
+    if (!binding.isSoftware || viewport == nullptr || !areMiddlesDrawn()) {
+        return {};
     }
-    sight = {item.modelView * state.getProjectionMatrix(), viewport->width(), viewport->height()};
-    return true;
+    return KrTriangleSieve::View{{}, state.getProjectionMatrix(), viewport->width(), viewport->height(), false};
+}
+
+/// Takes over what an item has of its own.
+const KrTriangleSieve::View* viewOfItem(std::optional<KrTriangleSieve::View>& view, const KrMeshBatch::Item& item,
+                                        KrMeshArena::Faces faces)
+{
+    if (!view) {
+        return nullptr;
+    }
+    view->modelView = item.modelView;
+    view->areBacksLeftOut = faces != KrMeshArena::Faces::Both;
+    return &*view;
 }
 
 } // namespace
@@ -85,7 +107,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
     const osg::StateSet* last = nullptr;
     const osg::StateSet* look = nullptr;
     const double near = nearOf(state.getProjectionMatrix());
-    KrMeshArena::Sight sight;
+    std::optional<KrTriangleSieve::View> view = viewOf(binding, state);
     for (const Item& item : m_items) {
         if (item.look != look) {
             // The state weighs it against what is above and below, as for a node of the graph.
@@ -96,7 +118,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
         const KrMeshArena::Faces faces = facesOf(item, near);
         // Through the state, which knows afterwards that the matrix is another one than the leaf's.
         state.applyModelViewMatrix(item.modelView);
-        const bool isSorted = isSortedOut(binding, faces, item, state, sight);
+        const KrTriangleSieve::View* const seenFrom = viewOfItem(view, item, faces);
         for (const KrMeshArena::Part& part : item.mesh->parts) {
             const osg::StateSet* const states = m_arena->states(part.states, faces, *m_fronts);
             if (states != last) {
@@ -107,7 +129,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
                 }
                 last = states;
             }
-            m_arena->draw(binding, *item.mesh, part.levels[item.level], isSorted ? &sight : nullptr);
+            m_arena->draw(binding, *item.mesh, part.levels[item.level], seenFrom);
         }
     }
     pushLook(state, look, nullptr);
@@ -132,7 +154,7 @@ void KrMeshBatch::drawParts(osg::State& state) const
     const KrMeshArena::Binding binding = m_arena->bind(state, false);
     const GLint part = program != nullptr ? program->getUniformLocation(osg::Uniform::getNameID(m_partUniform)) : -1;
     const double near = nearOf(state.getProjectionMatrix());
-    KrMeshArena::Sight sight;
+    std::optional<KrTriangleSieve::View> view = viewOf(binding, state);
     bool isSolid = false;
     for (const Item& item : m_items) {
         const KrMeshArena::Faces faces = facesOf(item, near);
@@ -143,9 +165,9 @@ void KrMeshBatch::drawParts(osg::State& state) const
         }
         state.applyModelViewMatrix(item.modelView);
         binding.gl->glUniform4uiv(part, 1, item.part.data());
-        const bool isSorted = isSortedOut(binding, faces, item, state, sight);
+        const KrTriangleSieve::View* const seenFrom = viewOfItem(view, item, faces);
         for (const KrMeshArena::Part& range : item.mesh->parts) {
-            m_arena->draw(binding, *item.mesh, range.levels[item.level], isSorted ? &sight : nullptr);
+            m_arena->draw(binding, *item.mesh, range.levels[item.level], seenFrom);
         }
     }
     // For what the scene graph draws next, which says itself what it is.

@@ -1,0 +1,182 @@
+#include <rendCore/draw/private/KrTriangleSieve.h>
+
+#include <osg/BoundingBox>
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+namespace
+{
+
+/// Units of a spot's coordinates that a pixel has: as fine as drivers round.
+constexpr std::int32_t kPixelBits = 8;
+constexpr std::int32_t kPixel = 1 << kPixelBits;
+/// How far a corner may lie from its spot, units: the driver rounds by a half and here a whole is cut off; the rest is
+/// for numbers that are not exact.
+constexpr double kRounding = 3.0;
+/// How much single precision errs, of the largest number that takes part.
+constexpr double kError = 8.0 / (1 << 24);
+/// Beyond it nothing is known, pixels.
+constexpr double kMostError = 0.125;
+/// The farthest spot from the window's lower left corner, pixels: so a cell is told by 16 bits.
+constexpr double kMostPixels = 1 << 15;
+/// Added to make all coordinates positive, a multiple of kPixel.
+constexpr std::int32_t kOrigin = 1 << 29;
+/// Of the depth of what is farthest: with something nearer an eye is as good as within the mesh.
+constexpr double kNearest = 0.02;
+
+osg::Matrixd absolute(const osg::Matrixd& matrix)
+{
+    osg::Matrixd result;
+    std::transform(matrix.ptr(), matrix.ptr() + 16, result.ptr(), [](double number) { return std::abs(number); });
+    return result;
+}
+
+} // namespace
+
+template <typename Index>
+KrTriangleSieve::KrTriangleSieve(const osg::Vec3* vertices, const Index* indices, std::size_t count)
+{
+    // Those in use only, by their order in the mesh.
+    std::vector<Index> used(indices, indices + count);
+    std::sort(used.begin(), used.end());
+    used.erase(std::unique(used.begin(), used.end()), used.end());
+    osg::BoundingBoxd box;
+    m_blocks.resize((used.size() + kBlock - 1) / kBlock, Block());
+    for (std::size_t i = 0; i < kBlock * m_blocks.size(); ++i) {
+        // Those behind the last one are computed with as well.
+        const osg::Vec3& vertex = vertices[used[std::min(i, used.size() - 1)]];
+        Block& block = m_blocks[i / kBlock];
+        block.x[i % kBlock] = vertex.x();
+        block.y[i % kBlock] = vertex.y();
+        block.z[i % kBlock] = vertex.z();
+        box.expandBy(osg::Vec3d(vertex));
+        m_isFinite = m_isFinite && std::isfinite(vertex.x()) && std::isfinite(vertex.y()) && std::isfinite(vertex.z());
+    }
+    m_corners.reserve(count);
+    std::transform(indices, indices + count, std::back_inserter(m_corners), [&used](Index index) {
+        return static_cast<std::uint16_t>(std::lower_bound(used.begin(), used.end(), index) - used.begin());
+    });
+    if (box.valid()) {
+        m_center = box.center();
+        m_radius = box.radius();
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            m_farthest[axis] = std::max(std::abs(box._min[axis]), std::abs(box._max[axis]));
+        }
+    }
+}
+
+/// Where the vertices are in the window.
+/// @param margin  set to how far they may be from there
+/// @return false where nothing is known
+bool KrTriangleSieve::findSpots(const View& view, std::vector<Spot>& spots, std::int32_t& margin) const
+{
+    const osg::Matrixd m = view.modelView * view.projection;
+    const double depth = m_center.x() * m(0, 3) + m_center.y() * m(1, 3) + m_center.z() * m(2, 3) + m(3, 3);
+    const double reach = m_radius * osg::Vec3d(m(0, 3), m(1, 3), m(2, 3)).length();
+    const double nearest = depth - reach;
+    // What the driver's numbers grow to on their way, whatever cancels out.
+    const osg::Matrixd largest = absolute(view.modelView) * absolute(view.projection);
+    const auto bound = [&](int column) {
+        return m_farthest.x() * largest(0, column) + m_farthest.y() * largest(1, column) +
+               m_farthest.z() * largest(2, column) + largest(3, column);
+    };
+    const double most = std::max(view.width * (bound(0) + bound(3)), view.height * (bound(1) + bound(3))) / nearest;
+    const double error = 0.5 * kError * most;
+    // Written so that NaN gives up as well.
+    if (!m_isFinite || !(nearest > kNearest * (depth + reach)) || !(error < kMostError) || !(most < kMostPixels)) {
+        return false;
+    }
+    margin = static_cast<std::int32_t>(std::ceil(kRounding + error * kPixel));
+
+    // To units of a pixel, from the middle of the first one.
+    const auto number = [](double value) { return static_cast<float>(value); };
+    const double x = 0.5 * kPixel * view.width;
+    const double y = 0.5 * kPixel * view.height;
+    const double half = 0.5 * kPixel;
+    float toX[4];
+    float toY[4];
+    float toW[4];
+    for (int row = 0; row < 4; ++row) {
+        toX[row] = number(x * m(row, 0) + (x - half) * m(row, 3));
+        toY[row] = number(y * m(row, 1) + (y - half) * m(row, 3));
+        toW[row] = number(m(row, 3));
+    }
+    spots.resize(std::max(spots.size(), kBlock * m_blocks.size()));
+    Spot* spot = spots.data();
+    for (const Block& block : m_blocks) {
+        std::int32_t xs[kBlock];
+        std::int32_t ys[kBlock];
+        std::uint32_t cells[kBlock];
+        std::uint32_t across[kBlock];
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            const float w = 1.0f / (block.x[i] * toW[0] + block.y[i] * toW[1] + block.z[i] * toW[2] + toW[3]);
+            xs[i] = static_cast<std::int32_t>(
+                (block.x[i] * toX[0] + block.y[i] * toX[1] + block.z[i] * toX[2] + toX[3]) * w);
+            ys[i] = static_cast<std::int32_t>(
+                (block.x[i] * toY[0] + block.y[i] * toY[1] + block.z[i] * toY[2] + toY[3]) * w);
+        }
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            const auto cellOf = [&](std::int32_t shift) {
+                return static_cast<std::uint32_t>((xs[i] + shift) >> kPixelBits) << 16 |
+                       (static_cast<std::uint32_t>((ys[i] + shift) >> kPixelBits) & 0xffff);
+            };
+            xs[i] += kOrigin;
+            ys[i] += kOrigin;
+            cells[i] = cellOf(-margin);
+            across[i] = cells[i] ^ cellOf(margin);
+        }
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            *spot++ = {xs[i], ys[i], cells[i], across[i]};
+        }
+    }
+    return true;
+}
+
+template <bool kAreBacksLeftOut, typename Index>
+std::size_t KrTriangleSieve::sift(const Index* indices, const Spot* spots, std::int32_t margin, Index* kept) const
+{
+    Index* end = kept;
+    const std::uint16_t* const last = m_corners.data() + m_corners.size() / 3 * 3;
+    for (const std::uint16_t* corner = m_corners.data(); corner != last; corner += 3, indices += 3) {
+        const Spot& a = spots[corner[0]];
+        const Spot& b = spots[corner[1]];
+        const Spot& c = spots[corner[2]];
+        const std::uint32_t apart = (a.cell ^ b.cell) | (b.cell ^ c.cell) | a.across | b.across | c.across;
+        // All between the middles of the same two columns or rows of pixels.
+        if (apart <= 0xffff || (apart & 0xffff) == 0) {
+            continue;
+        }
+        if (kAreBacksLeftOut) {
+            const std::int64_t bx = b.x - a.x;
+            const std::int64_t by = b.y - a.y;
+            const std::int64_t cx = c.x - a.x;
+            const std::int64_t cy = c.y - a.y;
+            // Higher above its longest side than all three corners together may be off: twice the root of two margins.
+            if (bx * cy - cx * by < -3 * margin * (std::abs(bx) + std::abs(by) + std::abs(cx) + std::abs(cy))) {
+                continue;
+            }
+        }
+        *end++ = indices[0];
+        *end++ = indices[1];
+        *end++ = indices[2];
+    }
+    return static_cast<std::size_t>(end - kept);
+}
+
+template <typename Index>
+std::size_t KrTriangleSieve::sift(const Index* indices, const View& view, std::vector<Spot>& spots, Index* kept) const
+{
+    std::int32_t margin = 0;
+    if (!findSpots(view, spots, margin)) {
+        return m_corners.size();
+    }
+    return view.areBacksLeftOut ? sift<true>(indices, spots.data(), margin, kept)
+                                : sift<false>(indices, spots.data(), margin, kept);
+}
+
+template KrTriangleSieve::KrTriangleSieve(const osg::Vec3*, const std::uint16_t*, std::size_t);
+template KrTriangleSieve::KrTriangleSieve(const osg::Vec3*, const std::uint32_t*, std::size_t);
+template std::size_t KrTriangleSieve::sift(const std::uint16_t*, const View&, std::vector<Spot>&, std::uint16_t*) const;
+template std::size_t KrTriangleSieve::sift(const std::uint32_t*, const View&, std::vector<Spot>&, std::uint32_t*) const;

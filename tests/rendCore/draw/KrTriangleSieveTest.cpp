@@ -1,0 +1,235 @@
+#include <rendCore/draw/private/KrTriangleSieve.h>
+
+#include <gtest/gtest.h>
+
+#include <osg/Quat>
+#include <osg/Vec3d>
+#include <osg/Vec4>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace
+{
+
+using Indices = std::vector<std::uint16_t>;
+using View = KrTriangleSieve::View;
+
+/// Triangles and what a sieve leaves of them.
+struct Mesh
+{
+    /// All of them where nothing is known.
+    Indices sift(const View& view) const
+    {
+        const KrTriangleSieve sieve(vertices.data(), indices.data(), indices.size());
+        std::vector<KrTriangleSieve::Spot> spots;
+        Indices kept(indices.size());
+        kept.resize(sieve.sift(indices.data(), view, spots, kept.data()));
+        return kept.size() == indices.size() ? indices : kept;
+    }
+    std::vector<osg::Vec3> vertices;
+    Indices indices;
+};
+
+/// A ball, corners counter-clockwise seen from outside.
+struct Ball : public Mesh
+{
+    explicit Ball(const osg::Vec3& center = {})
+    {
+        constexpr unsigned int kRings = 60;
+        constexpr unsigned int kSegments = 70;
+        for (unsigned int ring = 0; ring <= kRings; ++ring) {
+            for (unsigned int segment = 0; segment < kSegments; ++segment) {
+                const double height = osg::PI * ring / kRings;
+                const double around = 2.0 * osg::PI * segment / kSegments;
+                vertices.push_back(center +
+                                   osg::Vec3(osg::Vec3d(std::sin(height) * std::cos(around),
+                                                        std::sin(height) * std::sin(around), std::cos(height)) *
+                                             0.5));
+            }
+        }
+        for (unsigned int ring = 0; ring < kRings; ++ring) {
+            for (unsigned int segment = 0; segment < kSegments; ++segment) {
+                const unsigned int a = ring * kSegments + segment;
+                const unsigned int b = ring * kSegments + (segment + 1) % kSegments;
+                for (const unsigned int corner : {a, a + kSegments, b, b, a + kSegments, b + kSegments}) {
+                    indices.push_back(static_cast<std::uint16_t>(corner));
+                }
+            }
+        }
+    }
+};
+
+osg::Vec4 multiply(const osg::Vec4& v, const osg::Matrixd& matrix)
+{
+    float result[4];
+    for (int column = 0; column < 4; ++column) {
+        result[column] = v.x() * static_cast<float>(matrix(0, column)) + v.y() * static_cast<float>(matrix(1, column)) +
+                         v.z() * static_cast<float>(matrix(2, column)) + v.w() * static_cast<float>(matrix(3, column));
+    }
+    return {result[0], result[1], result[2], result[3]};
+}
+
+/// Whether a driver that computes in single precision, and rounds to 1/256 of a pixel, draws a pixel of a triangle.
+bool isDrawn(const Mesh& mesh, const std::uint16_t* corners, const View& view)
+{
+    std::int64_t x[3];
+    std::int64_t y[3];
+    for (unsigned int k = 0; k < 3; ++k) {
+        const osg::Vec4 clip =
+            multiply(multiply(osg::Vec4(mesh.vertices[corners[k]], 1.0f), view.modelView), view.projection);
+        const float width = static_cast<float>(0.5 * view.width);
+        const float height = static_cast<float>(0.5 * view.height);
+        // Of pixels' middles.
+        x[k] = std::llround(256.0f * (clip.x() / clip.w() * width + width - 0.5f));
+        y[k] = std::llround(256.0f * (clip.y() / clip.w() * height + height - 0.5f));
+    }
+    const auto side = [&](unsigned int from, unsigned int to, std::int64_t px, std::int64_t py) {
+        return (x[to] - x[from]) * (py - y[from]) - (y[to] - y[from]) * (px - x[from]);
+    };
+    const std::int64_t area = side(0, 1, x[2], y[2]);
+    if (area == 0 || (view.areBacksLeftOut && area < 0)) {
+        return false;
+    }
+    const std::int64_t sign = area < 0 ? -1 : 1;
+    const auto up = [](std::int64_t v) { return (v + 256 * (1 << 20) + 255) / 256 - (1 << 20); };
+    for (std::int64_t row = up(*std::min_element(y, y + 3)); 256 * row <= *std::max_element(y, y + 3); ++row) {
+        for (std::int64_t column = up(*std::min_element(x, x + 3)); 256 * column <= *std::max_element(x, x + 3);
+             ++column) {
+            // All of the border: which side of it is drawn is the driver's business.
+            if (sign * side(0, 1, 256 * column, 256 * row) >= 0 && sign * side(1, 2, 256 * column, 256 * row) >= 0 &&
+                sign * side(2, 0, 256 * column, 256 * row) >= 0) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+/// How many triangles that are drawn are not among `kept`, which are triangles of the mesh in their order.
+std::size_t numLost(const Mesh& mesh, const Indices& kept, const View& view)
+{
+    std::size_t count = 0;
+    std::size_t next = 0;
+    for (std::size_t i = 0; i < mesh.indices.size(); i += 3) {
+        const std::uint16_t* const corners = &mesh.indices[i];
+        if (next < kept.size() && std::equal(corners, corners + 3, &kept[next])) {
+            next += 3;
+        } else if (isDrawn(mesh, corners, view)) {
+            ++count;
+        }
+    }
+    EXPECT_EQ(next, kept.size());
+    return count;
+}
+
+View viewFrom(double distance)
+{
+    return {osg::Matrixd::translate(0.0, 0.0, -distance), osg::Matrixd::frustum(-0.04, 0.04, -0.03, 0.03, 0.1, 1e5),
+            640.0, 480.0, false};
+}
+
+} // namespace
+
+TEST(KrTriangleSieve, LosesNothingThatADriverDraws)
+{
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> number(-1.0, 1.0);
+    for (const double offset : {0.0, 5.0, 1000.0}) {
+        const osg::Vec3d center(0.3 * offset, -offset, offset);
+        const Ball ball{osg::Vec3(center)};
+        std::size_t numKept[2] = {};
+        std::size_t numAll[2] = {};
+        for (unsigned int round = 0; round < 120; ++round) {
+            const double distance = 0.7 + 0.6 * std::exp(6.0 * std::abs(number(random)));
+            View view = viewFrom(distance);
+            view.areBacksLeftOut = round % 4 < 2;
+            // Mirrored in every other round, and sheared.
+            view.modelView = osg::Matrixd::translate(-center);
+            view.modelView.postMultScale(osg::Vec3d(round % 2 == 0 ? 1.0 : -0.8, 1.0 + 0.4 * number(random), 1.0));
+            view.modelView.postMultRotate(
+                osg::Quat(4.0 * number(random), osg::Vec3d(number(random), number(random), 1)));
+            view.modelView.postMultScale(osg::Vec3d(1.0, 1.0 + 0.2 * number(random), 1.0));
+            view.modelView.postMultTranslate(osg::Vec3d(number(random), number(random), -distance));
+            if (round % 3 == 0) {
+                view.projection =
+                    osg::Matrixd::ortho(-0.5 * distance, 0.6 * distance, -0.4 * distance, 0.4 * distance, 0.1, 1e5);
+            } else if (round % 3 == 1) {
+                // One of many tiles of a picture.
+                view.projection = osg::Matrixd::frustum(0.039, 0.04, 0.029, 0.03, 0.1, 1e5);
+            }
+            const Indices kept = ball.sift(view);
+            ASSERT_EQ(numLost(ball, kept, view), 0u) << "round " << round << ", at " << distance << " m, " << offset;
+            numKept[view.areBacksLeftOut] += round % 3 == 1 ? 0 : kept.size();
+            numAll[view.areBacksLeftOut] += round % 3 == 1 ? 0 : ball.indices.size();
+        }
+        for (const bool areBacksLeftOut : {false, true}) {
+            const double share =
+                static_cast<double>(numKept[areBacksLeftOut]) / static_cast<double>(numAll[areBacksLeftOut]);
+            EXPECT_GT(share, 0.05) << "that show";
+            if (offset < 1000.0) {
+                EXPECT_LT(share, areBacksLeftOut ? 0.5 : 0.8) << offset;
+            }
+        }
+    }
+}
+
+// Corners where a driver's rounding decides: about the middles of pixels, and triangles next to none high.
+TEST(KrTriangleSieve, LeavesRoomForRounding)
+{
+    std::mt19937 random(3);
+    const auto between = [&random](double low, double high) {
+        return std::uniform_real_distribution<double>(low, high)(random);
+    };
+    for (const double offset : {0.0, 10.0}) {
+        Mesh soup;
+        View view = viewFrom(5.0);
+        for (unsigned int corner = 0; corner < 60000; ++corner) {
+            const double jitter = 6.0 / 256;
+            const double x = std::floor(between(200.0, 202.0)) + 0.5 + between(-jitter, jitter);
+            const double y = corner % 6 < 3 ? std::floor(between(100.0, 102.0)) + 0.5 + between(-jitter, jitter)
+                                            : 0.3 * x + between(-jitter, jitter);
+            soup.vertices.emplace_back(osg::Vec3d((x / 320.0 - 1.0) * 0.4 * 5.0 + offset,
+                                                  (y / 240.0 - 1.0) * 0.3 * 5.0 - offset, 2.0 * offset));
+            soup.indices.push_back(static_cast<std::uint16_t>(corner));
+        }
+        view.modelView.preMultTranslate(osg::Vec3d(-offset, offset, -2.0 * offset));
+        for (const bool areBacksLeftOut : {false, true}) {
+            view.areBacksLeftOut = areBacksLeftOut;
+            const Indices kept = soup.sift(view);
+            EXPECT_LT(kept.size(), soup.indices.size()) << offset;
+            EXPECT_EQ(numLost(soup, kept, view), 0u)
+                << offset << " m from the origin, backs left out: " << areBacksLeftOut;
+        }
+    }
+}
+
+TEST(KrTriangleSieve, KnowsWhereItsLimitsAre)
+{
+    Ball ball;
+    EXPECT_LT(ball.sift(viewFrom(300.0)).size(), ball.indices.size() / 10) << "of a ball of five pixels";
+    View view = viewFrom(3.0);
+    ASSERT_LT(ball.sift(view).size(), ball.indices.size());
+    for (const double distance : {0.0, 0.3, 0.505}) {
+        EXPECT_EQ(ball.sift(viewFrom(distance)), ball.indices) << "around the eye, or too near";
+    }
+    EXPECT_EQ(ball.sift(viewFrom(-3.0)), ball.indices) << "behind the eye";
+    for (const double bad :
+         {0.0, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(), 1e300}) {
+        view = viewFrom(3.0);
+        view.projection.postMultScale(osg::Vec3d(bad, bad, bad));
+        view.width = bad == 0.0 ? 1e9 : view.width;
+        EXPECT_EQ(ball.sift(view), ball.indices) << bad;
+    }
+    ball.vertices.push_back({0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN()});
+    ball.indices.insert(ball.indices.end(), {0, 1, static_cast<std::uint16_t>(ball.vertices.size() - 1)});
+    EXPECT_EQ(ball.sift(viewFrom(3.0)), ball.indices) << "with a corner nowhere";
+
+    const KrTriangleSieve empty(ball.vertices.data(), ball.indices.data(), 0);
+    std::vector<KrTriangleSieve::Spot> spots;
+    EXPECT_EQ(empty.sift(ball.indices.data(), viewFrom(3.0), spots, ball.indices.data()), 0u);
+}
