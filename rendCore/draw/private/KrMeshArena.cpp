@@ -368,8 +368,10 @@ void KrMeshArena::drawSeen(const Binding& binding, const Mesh& mesh, const Run& 
     const auto sizeFrom = [end](std::size_t begin) { return std::min(KrTriangleSieve::kMostIndices, end - begin); };
     if (run.sieves.empty()) {
         const osg::Vec3* const vertices = &(*m_vertices)[static_cast<std::size_t>(mesh.baseVertex)];
+        std::vector<std::uint16_t> numbers(*std::max_element(indices, indices + end) + std::size_t{1},
+                                           KrTriangleSieve::kNoNumber);
         for (std::size_t begin = 0; begin < end; begin += sizeFrom(begin)) {
-            run.sieves.emplace_back(vertices, indices + begin, sizeFrom(begin));
+            run.sieves.emplace_back(vertices, indices + begin, sizeFrom(begin), numbers);
         }
     }
     seen.resize(KrTriangleSieve::kMostIndices);

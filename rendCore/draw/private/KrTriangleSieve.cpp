@@ -36,12 +36,20 @@ osg::Matrixd absolute(const osg::Matrixd& matrix)
 } // namespace
 
 template <typename Index>
-KrTriangleSieve::KrTriangleSieve(const osg::Vec3* vertices, const Index* indices, std::size_t count)
+KrTriangleSieve::KrTriangleSieve(const osg::Vec3* vertices, const Index* indices, std::size_t count,
+                                 std::vector<std::uint16_t>& numbers)
 {
-    // Those in use only, by their order in the mesh.
-    std::vector<Index> used(indices, indices + count);
-    std::sort(used.begin(), used.end());
-    used.erase(std::unique(used.begin(), used.end()), used.end());
+    std::vector<Index> used;
+    m_corners.reserve(count);
+    std::transform(indices, indices + count, std::back_inserter(m_corners), [&](Index index) {
+        if (numbers[index] == kNoNumber) {
+            numbers[index] = static_cast<std::uint16_t>(used.size());
+            used.push_back(index);
+        }
+        return numbers[index];
+    });
+    std::for_each(used.begin(), used.end(), [&numbers](Index index) { numbers[index] = kNoNumber; });
+
     osg::BoundingBoxd box;
     m_blocks.resize((used.size() + kBlock - 1) / kBlock, Block());
     for (std::size_t i = 0; i < kBlock * m_blocks.size(); ++i) {
@@ -54,10 +62,6 @@ KrTriangleSieve::KrTriangleSieve(const osg::Vec3* vertices, const Index* indices
         box.expandBy(osg::Vec3d(vertex));
         m_isFinite = m_isFinite && std::isfinite(vertex.x()) && std::isfinite(vertex.y()) && std::isfinite(vertex.z());
     }
-    m_corners.reserve(count);
-    std::transform(indices, indices + count, std::back_inserter(m_corners), [&used](Index index) {
-        return static_cast<std::uint16_t>(std::lower_bound(used.begin(), used.end(), index) - used.begin());
-    });
     if (box.valid()) {
         m_center = box.center();
         m_radius = box.radius();
@@ -176,7 +180,9 @@ std::size_t KrTriangleSieve::sift(const Index* indices, const View& view, std::v
                                 : sift<false>(indices, spots.data(), margin, kept);
 }
 
-template KrTriangleSieve::KrTriangleSieve(const osg::Vec3*, const std::uint16_t*, std::size_t);
-template KrTriangleSieve::KrTriangleSieve(const osg::Vec3*, const std::uint32_t*, std::size_t);
+template KrTriangleSieve::KrTriangleSieve(const osg::Vec3*, const std::uint16_t*, std::size_t,
+                                          std::vector<std::uint16_t>&);
+template KrTriangleSieve::KrTriangleSieve(const osg::Vec3*, const std::uint32_t*, std::size_t,
+                                          std::vector<std::uint16_t>&);
 template std::size_t KrTriangleSieve::sift(const std::uint16_t*, const View&, std::vector<Spot>&, std::uint16_t*) const;
 template std::size_t KrTriangleSieve::sift(const std::uint32_t*, const View&, std::vector<Spot>&, std::uint32_t*) const;

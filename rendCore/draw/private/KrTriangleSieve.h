@@ -36,12 +36,15 @@ public:
 
     /// So many at once: numbers of what they share fit into 16 bits, and what is found out of it into a cache.
     static constexpr std::size_t kMostIndices = std::size_t{3} << 14;
+    static constexpr std::uint16_t kNoNumber = 0xffff;
 
     /// @param vertices  of the mesh
     /// @param indices   16 or 32 bits each, three a triangle
     /// @param count     of indices, kMostIndices at the most
+    /// @param numbers   room to work in, one for each vertex of the mesh: kNoNumber before and after
     template <typename Index>
-    KrTriangleSieve(const osg::Vec3* vertices, const Index* indices, std::size_t count);
+    KrTriangleSieve(const osg::Vec3* vertices, const Index* indices, std::size_t count,
+                    std::vector<std::uint16_t>& numbers);
 
     /// Copies the corners of the triangles that may show, in their order.
     ///
