@@ -1,6 +1,6 @@
 // What one size of one thing costs; benchmarks/growth/growth.py asks for many and draws what they tell.
 //
-//   krGrowthBenchmark chain|star|robots|triangles|pixels|views COUNT
+//   krGrowthBenchmark chain|star|robots|triangles|shapes|colors|translucent|pixels|views COUNT
 //
 // Prints a line of JSON: seconds of processor time (of all threads) and MiB, of a process that does nothing else.
 #include "KrBenchMade.h"
@@ -15,6 +15,8 @@
 #include <toolkit/math/KrAngle.h>
 
 #include <GL/gl.h>
+
+#include <boost/make_shared.hpp>
 
 #include <cmath>
 #include <cstdio>
@@ -52,6 +54,58 @@ KrBenchMade::Shapes smallShapes(unsigned int count)
         shapes.push_back(KrBenchMade::body(0.1, 0.03, 4, 4, 1, i));
     }
     return shapes;
+}
+
+/// All on one link, side by side.
+KrManipulatorSystem oneLink(const KrBenchMade::Shapes& shapes)
+{
+    KrManipulatorLink link("link");
+    for (std::size_t i = 0; i < shapes.size(); ++i) {
+        KrCoordinateSystemTransformation pose;
+        pose.setTranslation({0.1 * static_cast<double>(i % 100), 0.1 * static_cast<double>(i / 100), 0.0});
+        if (!shapes[i]->setPlacement(pose)) {
+            throw KrBenchFailure("the shape was not placed");
+        }
+        link.addShape(shapes[i]);
+    }
+    KrIndividualManipulator robot("robot");
+    robot.childLinks().push_back(std::move(link));
+    KrManipulatorSystem system;
+    system.manipulators().push_back(std::move(robot));
+    return system;
+}
+
+KrBenchMade::Shapes translucentShapes(unsigned int count)
+{
+    KrBenchMade::Shapes shapes;
+    for (unsigned int i = 0; i < count; ++i) {
+        const boost::shared_ptr<KrTriPhysicalExtent> shape = KrBenchMade::body(0.1, 0.03, 4, 4, 1, i);
+        shape->setMaterial(shape->groupName(0), KrDataMap::material(KrColor(0.5, 0.2, 0.7, 0.5)));
+        shapes.push_back(shape);
+    }
+    return shapes;
+}
+
+/// A strip of `count` triangles, each of another colour.
+boost::shared_ptr<KrTriPhysicalExtent> coloredStrip(unsigned int count)
+{
+    KrXmlVectorVector vertices;
+    for (unsigned int i = 0; i < count + 2; ++i) {
+        vertices.push_back({0.01 * i, 0.3 * (i % 2), 0.001 * (i % 7)});
+    }
+    const auto strip = boost::make_shared<KrTriPhysicalExtent>();
+    KrMaterialMap materials;
+    KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
+    for (unsigned int i = 0; i < count; ++i) {
+        const std::string name = "triangle_" + std::to_string(i);
+        materials.set(name, KrDataMap::material(KrColor(i % 100 / 100.0, i / 100 % 100 / 100.0, i / 10000 / 100.0)));
+        groups.push_back({name, KrXmlVectorType<KrTriangle>(std::vector<KrTriangle>{KrTriangle(i, i + 1, i + 2)})});
+    }
+    strip->setMaterialMap(materials);
+    if (!strip->setMesh(std::move(vertices), {}, {}, std::move(groups), "strip")) {
+        throw KrBenchFailure("the strip was not made");
+    }
+    return strip;
 }
 
 /// A folder that is gone when it is not needed any more.
@@ -175,6 +229,12 @@ std::unique_ptr<Subject> subjectOf(const std::string& series, unsigned int count
         const boost::shared_ptr<KrTriPhysicalExtent> mesh = KrBenchMade::body(1.0, 0.5, side, side, 4);
         subject->loadSeconds = secondsToReadMesh(*mesh);
         subject->system = KrStatedSystem(KrBenchMade::chain({mesh}, 1.0));
+    } else if (series == "shapes") {
+        subject->system = KrStatedSystem(oneLink(smallShapes(count)));
+    } else if (series == "colors") {
+        subject->system = KrStatedSystem(KrBenchMade::chain({coloredStrip(count)}, 1.0));
+    } else if (series == "translucent") {
+        subject->system = KrStatedSystem(KrBenchMade::star(translucentShapes(count), 0.1));
     } else {
         subject->system = KrStatedSystem(KrBenchMade::chain(smallShapes(6), 0.1));
         if (series == "pixels") {
@@ -289,7 +349,8 @@ int main(int argc, char** argv)
 {
     const int count = argc == 3 ? std::atoi(argv[2]) : 0;
     if (count < 1) {
-        std::fprintf(stderr, "usage: %s chain|star|robots|triangles|pixels|views COUNT\n", argv[0]);
+        std::fprintf(stderr, "usage: %s chain|star|robots|triangles|shapes|colors|translucent|pixels|views COUNT\n",
+                     argv[0]);
         return 2;
     }
     try {
