@@ -248,7 +248,8 @@ def main():
     if options.redraw:
         with open(options.redraw, encoding="utf-8") as file:
             kept = json.load(file)
-        answers = {series: {int(count): found for count, found in kept.get(series, {}).items()} for series in answers}
+        answers = {series: {int(count): found for count, found in kept[series].items()}
+                   for series in answers if series in kept}
     for turn in range(0 if options.redraw else options.rounds):
         for series, found in answers.items():
             for size in SERIES[series][0]:

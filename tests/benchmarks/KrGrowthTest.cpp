@@ -19,7 +19,7 @@ Answer growthOf(const std::string& formula, const Folder& folder)
         << formula << " }'\n";
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     return runCommand("python3 " KR_GROWTH_SCRIPT " '" + folder.path("") + "' --series star --rounds 2 --images '" +
-                      folder.path("") + "'");
+                      folder.path("") + "' --json '" + folder.path("answers.json") + "'");
 }
 
 } // namespace
@@ -32,7 +32,14 @@ TEST(KrGrowth, DrawsWhatItAsksForAndFlagsWhatOutgrowsItsSize)
     EXPECT_NE(linear.out.find("x^1.00"), std::string::npos) << linear.out;
     const std::string picture = contentOf(folder.path("growth-star.svg"));
     EXPECT_EQ(picture.rfind("<svg", 0), 0u);
-    EXPECT_NE(picture.find("frame, s"), std::string::npos);
+    EXPECT_NE(picture.find(">frame</text>"), std::string::npos);
+    EXPECT_NE(picture.find("10 s, "), std::string::npos) << "of 10,000, with a unit";
+    // What was kept is drawn again without a program.
+    std::filesystem::create_directory(folder.path("again"));
+    const Answer again = runCommand("python3 " KR_GROWTH_SCRIPT " /nonexistent --redraw '" +
+                                    folder.path("answers.json") + "' --images '" + folder.path("again") + "'");
+    EXPECT_EQ(again.out, linear.out);
+    EXPECT_EQ(contentOf(folder.path("again/growth-star.svg")), picture);
 
     // Only its end is steep.
     const Answer steep = growthOf("1 + n * n * 1e-8 * n", folder);
@@ -47,7 +54,8 @@ TEST(KrGrowth, DrawsWhatItAsksForAndFlagsWhatOutgrowsItsSize)
 // Each kind of scene is there, and read from a file where it is one.
 TEST(KrGrowth, MeasuresEverySeries)
 {
-    for (const char* series : {"chain", "star", "robots", "triangles", "pixels", "views"}) {
+    for (const char* series :
+         {"chain", "star", "robots", "triangles", "shapes", "colors", "translucent", "pixels", "views"}) {
         const Answer answer = runCommand(std::string(KR_GROWTH_BENCHMARK) + " " + series + " 100");
         ASSERT_EQ(answer.status, 0) << series << answer.err;
         const bool isRead = std::string("chain star triangles").find(series) != std::string::npos;
