@@ -222,6 +222,7 @@ void write(const KrIndexedMesh& mesh, Writer& writer)
     writer.plain(static_cast<std::uint64_t>(mesh.levels.size()));
     for (const KrIndexedMesh::Level& level : mesh.levels) {
         writer.plain(level.error);
+        writer.plain(level.change);
         writer.list(level.groups);
     }
     writer.plain(mesh.areLevelsMade);
@@ -234,9 +235,10 @@ std::shared_ptr<const KrIndexedMesh> readIndexed(Reader& reader)
     mesh->vertices = reader.list<float>();
     mesh->textureCoordinates = reader.list<float>();
     mesh->indices = reader.list<std::uint32_t>();
-    mesh->levels.resize(reader.count(sizeof(float) + sizeof(std::uint64_t)));
+    mesh->levels.resize(reader.count(2 * sizeof(float) + sizeof(std::uint64_t)));
     for (KrIndexedMesh::Level& level : mesh->levels) {
         level.error = reader.plain<float>();
+        level.change = reader.plain<float>();
         level.groups = reader.list<KrIndexedMesh::Range>();
     }
     mesh->areLevelsMade = reader.flag();

@@ -186,8 +186,11 @@ public:
     const KrColor& ambientLight() const { return m_ambientLight; }
 
     /// The error that meshes may show on the screen, pixels, from the next frame on: farther away they are drawn with
-    /// fewer triangles. Bodies of less than 80 pixels show a smaller error. 0, the default, draws every triangle. Kept
-    /// when the window is closed.
+    /// fewer triangles, whose surface lies within that error. However small a body is, its pixels change little, too:
+    /// half a pixel of error is meant to change fewer than 0.5 % of them by more than 16 of 255, and all of them by
+    /// less than 1 of 255 in the mean (what is allowed is in proportion to the error; it is judged mesh by mesh when
+    /// its levels are made, over several directions, with a lamp of its own). So beyond some distance a body is not
+    /// drawn with fewer triangles any more. 0, the default, draws every triangle. Kept when the window is closed.
     /// @return false, after one message, and the error as it was for a negative one and for what is no number
     bool setLevelOfDetail(float pixels);
     float levelOfDetail() const { return m_levelOfDetail; }

@@ -680,7 +680,7 @@ TEST(KrDirectDrawing, ShowsLittleOfWhatLevelsErr)
             const auto isFar = [](unsigned char x, unsigned char y) { return std::abs(int(x) - int(y)) > 16; };
             numOff += isFar(a[0], b[0]) || isFar(a[1], b[1]) || isFar(a[2], b[2]) ? 1 : 0;
         }
-        EXPECT_LT(numOff, (part > 1.0 ? 0.015 : 0.005) * numCovered) << "at " << part << " times the distance";
+        EXPECT_LT(numOff, 0.005 * numCovered) << "at " << part << " times the distance";
         numSeen += numOff;
     }
     EXPECT_GT(numSeen, 0u) << "coarser levels were drawn";

@@ -253,6 +253,7 @@ const KrMeshArena::Mesh& KrMeshArena::add(const KrIndexedMesh& mesh, const std::
     };
     for (const KrIndexedMesh::Level& level : mesh.levels) {
         added.errors.push_back(level.error);
+        added.changes.push_back(level.change);
         std::size_t group = 0;
         for (std::size_t part = 0; part < added.parts.size(); ++part) {
             const std::size_t first = indices.size();

@@ -59,7 +59,8 @@ public:
         std::int32_t baseVertex = 0;
         bool isWide = false; ///< indices of 32 bits
         bool isClosed = false;
-        std::vector<float> errors; ///< of each level, m; 0 first
+        std::vector<float> errors;  ///< of each level, m; 0 first
+        std::vector<float> changes; ///< of pictures by each level; 0 first
         std::vector<Part> parts;
     };
 

@@ -394,4 +394,11 @@ TEST(KrIndexedMesh, DataThatDoNotFitAreSeen)
         m.levels.push_back(m.levels[0]);
         m.levels[1].error = NAN;
     }));
+    EXPECT_FALSE(isConsistentAfter([](KrIndexedMesh& m) { m.levels[0].change = 0.1f; }));
+    for (const float change : {NAN, INFINITY, -0.1f}) {
+        EXPECT_FALSE(isConsistentAfter([change](KrIndexedMesh& m) {
+            m.levels.push_back(m.levels[0]);
+            m.levels[1].change = change;
+        }));
+    }
 }

@@ -331,16 +331,19 @@ bool KrIndexedMesh::isConsistent() const
     const std::size_t count = numVertices();
     if (vertices.size() != kVertexWidth * count ||
         (!textureCoordinates.empty() && textureCoordinates.size() != 2 * count) || !areFinite(vertices) ||
-        !areFinite(textureCoordinates) || levels.empty() || levels[0].error != 0.0f) {
+        !areFinite(textureCoordinates) || levels.empty() || levels[0].error != 0.0f || levels[0].change != 0.0f) {
         return false;
     }
     float error = 0.0f;
+    float change = 0.0f;
     for (const Level& level : levels) {
         // Written so that NaN fails too.
-        if (!(level.error >= error) || !std::isfinite(level.error) || level.groups.size() != levels[0].groups.size()) {
+        if (!(level.error >= error) || !std::isfinite(level.error) || !(level.change >= change) ||
+            !std::isfinite(level.change) || level.groups.size() != levels[0].groups.size()) {
             return false;
         }
         error = level.error;
+        change = level.change;
         for (const Range& group : level.groups) {
             if (group.count % 3 != 0 || group.first > indices.size() || group.count > indices.size() - group.first) {
                 return false;

@@ -27,6 +27,10 @@ public:
         /// evenly over both; single corners of level 0 may lie up to twice as far off, and a body of which nothing is
         /// left is narrower than this.
         float error = 0.0f;
+        /// How much of a body's picture this level changes, as KrLevelPictures tells: the share of its pixels that
+        /// differ visibly from level 0, or more where small differences are many; 0 for level 0. It is the same at
+        /// every distance.
+        float change = 0.0f;
         /// One for each group of the mesh, in its order; empty ones, too.
         std::vector<Range> groups;
     };
@@ -64,7 +68,7 @@ public:
     std::vector<float> textureCoordinates;
     /// Three a triangle, those of all levels behind one another.
     std::vector<std::uint32_t> indices;
-    /// The finest first, errors rising: level 0 has every triangle of every group.
+    /// The finest first, errors and changes rising: level 0 has every triangle of every group.
     std::vector<Level> levels;
     /// Whether the surface encloses bodies, all groups together, and every face's corners run counter-clockwise seen
     /// from outside. An eye outside the bodies then sees the fronts of faces only. False where that is not sure.

@@ -85,11 +85,13 @@ std::uint32_t KrLevelNormals::likeliest(std::uint32_t place, const KrFloat3& nor
                              });
 }
 
-void KrLevelNormals::fit(const std::vector<std::uint32_t>& corners, const std::vector<Sample>& samples,
-                         std::vector<Corner>& fitted) const
+std::vector<KrLevelNormals::Corner> KrLevelNormals::fitted(const std::vector<std::uint32_t>& corners,
+                                                           const std::vector<std::uint32_t>& survivors,
+                                                           const std::vector<KrLevelSample>& samples) const
 {
+    std::vector<Corner> result(corners.size());
     std::vector<Sums> sums(corners.size() / 3);
-    for (const Sample& sample : samples) {
+    for (const KrLevelSample& sample : samples) {
         Sums& sum = sums[sample.triangle];
         const float* const w = sample.weights;
         const float products[6] = {w[0] * w[0], w[1] * w[1], w[2] * w[2], w[0] * w[1], w[0] * w[2], w[1] * w[2]};
@@ -121,20 +123,25 @@ void KrLevelNormals::fit(const std::vector<std::uint32_t>& corners, const std::v
             if (!(normalize(normals[k]) > 0.0f)) {
                 normals[k] = face;
             }
-            fitted[3 * t + k] = {normals[k], sums[t].weights[k] + kPriorWeight};
+            result[3 * t + k] = {normals[k], sums[t].weights[k] + kPriorWeight};
+        }
+        for (unsigned int k = 0; survivors[t] != kNone && k < 3; ++k) {
+            std::copy_n(normalOf(m_places.vertices[std::size_t{3} * survivors[t] + k]), 3,
+                        result[3 * t + k].normal.data());
         }
     }
+    return result;
 }
 
-std::uint32_t KrLevelNormals::vertexWith(std::uint32_t place, const KrFloat3& normal, KrIndexedMesh& result)
+std::uint32_t KrLevelNormals::vertexWith(std::uint32_t place, const float* position, const KrFloat3& normal,
+                                         KrIndexedMesh& result)
 {
     const std::uint32_t known = likeliest(place, normal);
-    if (dot(normalOf(known), normal.data()) > kSame) {
+    if (std::equal(position, position + 3, m_places.position(place)) && dot(normalOf(known), normal.data()) > kSame) {
         return known;
     }
     // Behind those of level 0, in the order in which they come. All vertices at a place have its texture coordinates.
-    const float* const p = m_places.position(place);
-    std::array<float, kVertexWidth + 2> row = {p[0], p[1], p[2], normal[0], normal[1], normal[2]};
+    std::array<float, kVertexWidth + 2> row = {position[0], position[1], position[2], normal[0], normal[1], normal[2]};
     if (!m_mesh.textureCoordinates.empty()) {
         std::copy_n(&m_mesh.textureCoordinates[std::size_t{2} * known], 2, &row[kVertexWidth]);
     }
@@ -151,11 +158,9 @@ std::uint32_t KrLevelNormals::vertexWith(std::uint32_t place, const KrFloat3& no
 
 std::vector<std::uint32_t> KrLevelNormals::vertices(const std::vector<std::uint32_t>& corners,
                                                     const std::vector<std::uint32_t>& survivors,
-                                                    const std::vector<Sample>& samples, KrIndexedMesh& result)
+                                                    const std::vector<float>& positions,
+                                                    const std::vector<Corner>& fitted, KrIndexedMesh& result)
 {
-    std::vector<Corner> fitted(corners.size());
-    fit(corners, samples, fitted);
-
     // Corners by place.
     std::vector<std::uint32_t> ends(m_places.groups.size() + 1);
     for (const std::uint32_t place : corners) {
@@ -195,15 +200,15 @@ std::vector<std::uint32_t> KrLevelNormals::vertices(const std::vector<std::uint3
             alike = alike == last ? clusters.end() : alike;
             clusterOf.push_back(static_cast<std::size_t>(alike - clusters.begin()));
             if (alike == clusters.end()) {
-                clusters.push_back({corner.normal, {}, 0});
+                clusters.push_back({corner.normal, {}, kNone});
             }
+            Cluster& cluster = clusters[clusterOf.back()];
             for (unsigned int axis = 0; axis < 3; ++axis) {
-                clusters[clusterOf.back()].sum[axis] += corner.weight * corner.normal[axis];
+                cluster.sum[axis] += corner.weight * corner.normal[axis];
             }
         }
         for (Cluster& cluster : clusters) {
             normalize(cluster.sum);
-            cluster.vertex = KrLevelNormals::kNone;
         }
         for (std::uint32_t i = begin; i < end; ++i) {
             const std::uint32_t survivor = survivors[order[i] / 3];
@@ -214,7 +219,7 @@ std::vector<std::uint32_t> KrLevelNormals::vertices(const std::vector<std::uint3
             }
             // Made when it is used: a survivor's cluster may need none.
             if (cluster.vertex == kNone) {
-                cluster.vertex = vertexWith(place, cluster.sum, result);
+                cluster.vertex = vertexWith(place, &positions[std::size_t{3} * order[i]], cluster.sum, result);
             }
             vertexOf[order[i]] = cluster.vertex;
         }

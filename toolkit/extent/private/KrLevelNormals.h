@@ -1,6 +1,6 @@
 #pragma once
 
-#include <toolkit/extent/private/KrFloat3.h>
+#include <toolkit/extent/private/KrLevelSample.h>
 #include <toolkit/extent/private/KrVertexTable.h>
 
 #include <cstddef>
@@ -19,12 +19,10 @@ struct KrMeshPlaces;
 class KrLevelNormals
 {
 public:
-    /// A point of level 0, found again on a level.
-    struct Sample
+    struct Corner
     {
-        std::uint32_t triangle; ///< of the level, by its place in the list of indices
-        float weights[3];       ///< of the triangle's corners, sum 1
-        KrFloat3 normal;        ///< unit: that by which level 0 is shaded there
+        KrFloat3 normal; ///< unit
+        float weight;    ///< how much of the surface tells it
     };
 
     /// @param mesh    level 0; borrowed, as `places` are
@@ -33,26 +31,24 @@ public:
     static constexpr std::uint32_t kNone = 0xffffffffu;
     /// @param corners    a place for each index of the level
     /// @param survivors  for each triangle of the level the one of level 0 with the same corners, or kNone: these keep
-    ///                   their vertices
+    ///                   their normals
+    /// @return the normals for each index, each triangle by itself
+    std::vector<Corner> fitted(const std::vector<std::uint32_t>& corners, const std::vector<std::uint32_t>& survivors,
+                               const std::vector<KrLevelSample>& samples) const;
+    /// @param corners    as above, `survivors`, too: these keep their vertices
+    /// @param positions  three numbers for each index, m; indices of one place have one position
+    /// @param fitted     as given for these
     /// @param result     gets the vertices that level 0 does not have, behind its own
     /// @return a vertex of `result` for each index
     std::vector<std::uint32_t> vertices(const std::vector<std::uint32_t>& corners,
-                                        const std::vector<std::uint32_t>& survivors, const std::vector<Sample>& samples,
+                                        const std::vector<std::uint32_t>& survivors,
+                                        const std::vector<float>& positions, const std::vector<Corner>& fitted,
                                         KrIndexedMesh& result);
 
 private:
-    /// A corner's normal, and how much of the surface tells it.
-    struct Corner
-    {
-        KrFloat3 normal;
-        float weight;
-    };
-
     const float* normalOf(std::uint32_t vertex) const;
     std::uint32_t likeliest(std::uint32_t place, const KrFloat3& normal) const;
-    void fit(const std::vector<std::uint32_t>& corners, const std::vector<Sample>& samples,
-             std::vector<Corner>& fitted) const;
-    std::uint32_t vertexWith(std::uint32_t place, const KrFloat3& normal, KrIndexedMesh& result);
+    std::uint32_t vertexWith(std::uint32_t place, const float* position, const KrFloat3& normal, KrIndexedMesh& result);
 
     const KrIndexedMesh& m_mesh;
     const KrMeshPlaces& m_places;

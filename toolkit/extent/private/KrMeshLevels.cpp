@@ -3,6 +3,9 @@
 #include <toolkit/extent/private/KrFloat3.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
 #include <toolkit/extent/private/KrLevelNormals.h>
+#include <toolkit/extent/private/KrLevelPictures.h>
+#include <toolkit/extent/private/KrLevelPositions.h>
+#include <toolkit/extent/private/KrLevelSample.h>
 #include <toolkit/extent/private/KrMeshPlaces.h>
 #include <toolkit/extent/private/KrNearestSurface.h>
 #include <toolkit/extent/private/KrTriangleOrder.h>
@@ -28,6 +31,10 @@ constexpr std::size_t kMostLevels = 12;
 constexpr std::size_t kFewestTriangles = 24;
 /// Of the triangles of the level before: one that keeps more is left out.
 constexpr double kMostKept = 0.75;
+/// The same, around what far robots are drawn with.
+constexpr double kMostKeptBetween = 0.9;
+/// What levels may change of pictures where half a pixel of error is allowed, as whoever draws has it.
+constexpr float kUsualChange = 0.009f;
 /// Of the mesh's largest side: levels farther off are of no use.
 constexpr float kMostError = 0.1f;
 /// Largest sides of a mesh, m: squares and products beyond these are not exact enough, or none.
@@ -35,8 +42,8 @@ constexpr float kSmallestSize = 1e-9f;
 constexpr float kLargestSize = 1e9f;
 
 // Points at which surfaces are compared: for each triangle that is not one of level 0, and at least and at most.
-constexpr std::size_t kSamplesPerTriangle = 3;
-constexpr std::size_t kFewestSamples = 2000;
+constexpr std::size_t kSamplesPerTriangle = 2;
+constexpr std::size_t kFewestSamples = 1000;
 constexpr std::size_t kMostSamples = 400000;
 /// Of the error that the simplification estimates: farther off, any surface may be the nearest one.
 constexpr float kSearchRadius = 3.0f;
@@ -163,11 +170,42 @@ Parts::Parts(const KrMeshPlaces& places)
 /// A level before its vertices are made.
 struct Draft
 {
-    float error = 0.0f; ///< m
-    Indices corners;    ///< a place for each index, groups behind one another
-    Indices survivors;  ///< see KrLevelNormals
-    std::vector<KrLevelNormals::Sample> samples;
+    float error = 0.0f;                          ///< m
+    float change = 0.0f;                         ///< of a picture
+    Indices corners;                             ///< a place for each index, groups behind one another
+    Indices survivors;                           ///< see KrLevelNormals
+    std::vector<float> positions;                ///< three numbers for each index, m
+    std::vector<KrLevelNormals::Corner> normals; ///< for each index
 };
+
+/// Points of level 0 on a draft.
+struct Comparison
+{
+    std::vector<KrLevelSample> samples; ///< found on the same part of the surface
+    std::vector<KrLevelSample> others;  ///< only something else is nearest
+    std::vector<KrLevelSample> corners; ///< of level 0, which the draft does not have
+};
+
+/// How far a point of level 0 is from where it was found, m: no less than from the whole draft.
+float distanceOf(const KrLevelSample& sample, const std::vector<float>& positions)
+{
+    const float* const corners = &positions[std::size_t{9} * sample.triangle];
+    KrFloat3 out;
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        out[axis] = sample.weights[0] * corners[axis] + sample.weights[1] * corners[3 + axis] +
+                    sample.weights[2] * corners[6 + axis] - sample.position[axis];
+    }
+    return std::sqrt(dot(out.data(), out.data()));
+}
+
+float farthestOf(const std::vector<KrLevelSample>& samples, const std::vector<float>& positions)
+{
+    float farthest = 0.0f;
+    for (const KrLevelSample& sample : samples) {
+        farthest = std::max(farthest, distanceOf(sample, positions));
+    }
+    return farthest;
+}
 
 /// Of points at which a draft is compared with level 0.
 std::size_t numSamples(std::size_t perTriangle, const Draft& draft)
@@ -196,19 +234,28 @@ private:
     };
 
     bool isWorthwhile() const;
-    Face faceOf(const std::uint32_t* corners) const;
+    static Face faceOf(const float* a, const float* b, const float* c);
     void prepare();
     void simplify();
-    float halve(Indices& triangles) const;
+    /// What is left of level 0 on the way to a level.
+    struct Step
+    {
+        Indices triangles;
+        float estimate; ///< of the error, m
+    };
+    bool isFewer(std::size_t count, double kept) const;
+    void add(Draft draft);
+    void addBetween(const Step& from, const Draft& coarser);
+    Step reduced(const Step& from, double kept) const;
+    float reduce(Indices& triangles, double kept) const;
     void dropSmallParts(Indices& triangles, float error) const;
-    Draft draft(const Indices& triangles, float estimate);
+    Draft draft(const Step& step) const;
     void order(const Indices& triangles, Indices& corners) const;
     void findSurvivors(Draft& draft) const;
     float lostWidth(const Draft& draft, std::vector<bool>& isLost) const;
-    static bool look(KrNearestSurface& surface, const KrNearestSurface::Point& point, float estimate,
-                     KrNearestSurface::Hit& hit, float& farthest);
-    float distanceTo(Draft& draft, float estimate, const std::vector<bool>& isLost) const;
+    Comparison compare(const Draft& draft, float estimate, const std::vector<bool>& isLost) const;
     float distanceFrom(const Draft& draft, float estimate) const;
+    float changeBy(const Draft& draft) const;
     void finish();
 
     const KrIndexedMesh& m_mesh;
@@ -217,6 +264,8 @@ private:
     std::vector<Face> m_faces; ///< of level 0
     std::optional<Parts> m_parts;
     std::unique_ptr<KrNearestSurface> m_surface; ///< of level 0
+    std::unique_ptr<KrLevelPictures> m_pictures; ///< of level 0
+    std::optional<KrLevelNormals> m_normals;
     /// Level 0's triangles, by their places.
     std::vector<std::pair<std::array<std::uint32_t, 3>, std::uint32_t>> m_triangles;
     std::vector<Draft> m_drafts;
@@ -247,11 +296,10 @@ bool Levels::isWorthwhile() const
            meshopt_simplifyScale(m_places.positions.data(), m_places.groups.size(), 3 * sizeof(float)) > kSmallestSize;
 }
 
-Levels::Face Levels::faceOf(const std::uint32_t* corners) const
+Levels::Face Levels::faceOf(const float* a, const float* b, const float* c)
 {
     Face face;
-    face.normal =
-        faceNormal(m_places.position(corners[0]), m_places.position(corners[1]), m_places.position(corners[2]));
+    face.normal = faceNormal(a, b, c);
     face.area = 0.5f * normalize(face.normal);
     return face;
 }
@@ -262,12 +310,26 @@ void Levels::prepare()
     m_faces.reserve(corners.size() / 3);
     m_triangles.reserve(corners.size() / 3);
     for (std::size_t i = 0; i < corners.size(); i += 3) {
-        m_faces.push_back(faceOf(&corners[i]));
+        m_faces.push_back(faceOf(m_places.position(corners[i]), m_places.position(corners[i + 1]),
+                                 m_places.position(corners[i + 2])));
         m_triangles.push_back({{corners[i], corners[i + 1], corners[i + 2]}, static_cast<std::uint32_t>(i / 3)});
     }
     std::sort(m_triangles.begin(), m_triangles.end());
     m_parts.emplace(m_places);
     m_surface = std::make_unique<KrNearestSurface>(m_places.positions, corners);
+    m_normals.emplace(m_mesh, m_places);
+    std::vector<float> positions, normals;
+    Indices groups;
+    for (std::size_t i = 0; i < corners.size(); ++i) {
+        const float* const normal = &m_mesh.vertices[std::size_t{6} * m_places.vertices[i] + 3];
+        positions.insert(positions.end(), m_places.position(corners[i]), m_places.position(corners[i]) + 3);
+        normals.insert(normals.end(), normal, normal + 3);
+        if (i % 3 == 0) {
+            groups.push_back(m_places.groups[corners[i]]);
+        }
+    }
+    m_pictures =
+        std::make_unique<KrLevelPictures>(KrLevelPictures::Surface{positions, normals, groups}, m_mesh.isClosed);
 }
 
 // Each level from the one before: what that costs in precision is measured against level 0.
@@ -283,34 +345,71 @@ void Levels::simplify()
             triangles.insert(triangles.end(), corner, corner + 3);
         }
     }
-    std::size_t last = m_places.corners.size();
-    for (float estimate = 0.0f; triangles.size() > 3 * kFewestTriangles && m_drafts.size() + 1 < kMostLevels;) {
-        const std::size_t before = triangles.size();
-        estimate += halve(triangles);
-        dropSmallParts(triangles, estimate);
-        if (estimate > limit || triangles.empty() || triangles.size() == before) {
+    Step at = {std::move(triangles), 0.0f};
+    while (at.triangles.size() > 3 * kFewestTriangles && m_drafts.size() + 3 < kMostLevels) {
+        const bool isCoarse = !m_drafts.empty() && m_drafts.back().change > 2.0f * kUsualChange;
+        Step next = reduced(at, isCoarse ? 0.25 : 0.5);
+        if (next.estimate > limit || next.triangles.empty() || next.triangles.size() == at.triangles.size()) {
             break;
         }
-        if (static_cast<double>(triangles.size()) > kMostKept * static_cast<double>(last)) {
-            continue;
+        if (isFewer(next.triangles.size(), kMostKept)) {
+            Draft coarser = draft(next);
+            if (coarser.error > limit) {
+                break;
+            }
+            if (coarser.change > kUsualChange && (m_drafts.empty() || m_drafts.back().change <= kUsualChange)) {
+                addBetween(at, coarser);
+            }
+            add(std::move(coarser));
         }
-        Draft next = draft(triangles, estimate);
-        if (next.error > limit) {
-            break;
-        }
-        // One that is no farther off serves better than the one before.
-        if (!m_drafts.empty() && next.error <= m_drafts.back().error) {
-            next.error = m_drafts.back().error;
-            m_drafts.pop_back();
-        }
-        last = triangles.size();
-        m_drafts.push_back(std::move(next));
+        at = std::move(next);
     }
 }
 
-/// Leaves about half of the triangles, or as few as their connections allow.
+/// Whether so many indices are a share of `kept` of those of the level before, or less.
+bool Levels::isFewer(std::size_t count, double kept) const
+{
+    const std::size_t before = m_drafts.empty() ? m_places.corners.size() : m_drafts.back().corners.size();
+    return static_cast<double>(count) <= kept * static_cast<double>(before);
+}
+
+void Levels::add(Draft draft)
+{
+    // One that is no farther off serves better than the one before.
+    if (!m_drafts.empty() && draft.error <= m_drafts.back().error && draft.change <= m_drafts.back().change) {
+        m_drafts.pop_back();
+    }
+    m_drafts.push_back(std::move(draft));
+}
+
+/// A level that changes pictures by not much less than kUsualChange, where `coarser`, made from `from` as well, is
+/// beyond that: a robot far away is mostly drawn with it.
+void Levels::addBetween(const Step& from, const Draft& coarser)
+{
+    for (const double kept : {0.7, 0.85}) {
+        const Step step = reduced(from, kept);
+        if (!isFewer(step.triangles.size(), kMostKeptBetween) || step.triangles.size() <= coarser.corners.size()) {
+            continue;
+        }
+        Draft between = draft(step);
+        if (between.change <= kUsualChange && between.error <= coarser.error) {
+            add(std::move(between));
+            return;
+        }
+    }
+}
+
+Levels::Step Levels::reduced(const Step& from, double kept) const
+{
+    Step result = from;
+    result.estimate += reduce(result.triangles, kept);
+    dropSmallParts(result.triangles, result.estimate);
+    return result;
+}
+
+/// Leaves about `kept` of the triangles, or as few as their connections allow.
 /// @return how far the surface has moved, m: a mean, which single spots exceed
-float Levels::halve(Indices& triangles) const
+float Levels::reduce(Indices& triangles, double kept) const
 {
     // Over the places in use only: the time is that of what is left.
     Indices remap(m_places.groups.size());
@@ -326,10 +425,10 @@ float Levels::halve(Indices& triangles) const
     }
     meshopt_remapIndexBuffer(triangles.data(), triangles.data(), triangles.size(), remap.data());
     Indices fewer(triangles.size());
+    const std::size_t target = 3 * static_cast<std::size_t>(kept * static_cast<double>(triangles.size() / 3));
     float error = 0.0f;
     fewer.resize(meshopt_simplify(fewer.data(), triangles.data(), triangles.size(), positions.data(), count,
-                                  3 * sizeof(float), triangles.size() / 6 * 3, std::numeric_limits<float>::max(), 0,
-                                  &error));
+                                  3 * sizeof(float), target, std::numeric_limits<float>::max(), 0, &error));
     std::transform(fewer.begin(), fewer.end(), fewer.begin(), [&places](std::uint32_t index) { return places[index]; });
     triangles = std::move(fewer);
     return error * meshopt_simplifyScale(positions.data(), count, 3 * sizeof(float));
@@ -349,14 +448,21 @@ void Levels::dropSmallParts(Indices& triangles, float error) const
     triangles.resize(kept);
 }
 
-Draft Levels::draft(const Indices& triangles, float estimate)
+Draft Levels::draft(const Step& step) const
 {
+    const float estimate = step.estimate;
     Draft result;
-    order(triangles, result.corners);
+    order(step.triangles, result.corners);
     findSurvivors(result);
     std::vector<bool> isLost(m_parts->size(), true);
     const float width = lostWidth(result, isLost);
-    result.error = std::max({estimate, width, distanceTo(result, estimate, isLost), distanceFrom(result, estimate)});
+    const Comparison comparison = compare(result, estimate, isLost);
+    result.positions = KrLevelPositions::fitted(m_places, result.corners, result.survivors, comparison.samples);
+    result.normals = m_normals->fitted(result.corners, result.survivors, comparison.samples);
+    result.error = std::max(
+        {width, farthestOf(comparison.samples, result.positions), farthestOf(comparison.others, result.positions),
+         farthestOf(comparison.corners, result.positions) / kCornerReach, distanceFrom(result, estimate)});
+    result.change = changeBy(result);
     return result;
 }
 
@@ -410,20 +516,9 @@ float Levels::lostWidth(const Draft& draft, std::vector<bool>& isLost) const
     return width;
 }
 
-/// Looks for a point of one surface on another one.
-/// @param farthest  raised to the distance between the two, m
-/// @return false where they are not the same spot of the surface, but only what is nearest
-bool Levels::look(KrNearestSurface& surface, const KrNearestSurface::Point& point, float estimate,
-                  KrNearestSurface::Hit& hit, float& farthest)
-{
-    const bool isFound = surface.find(point, kSearchRadius * estimate, kNearEnough * estimate, hit);
-    farthest = std::max(farthest, isFound ? hit.distance : surface.distance(point.position));
-    return isFound;
-}
-
-/// How far level 0 lies from the draft, m.
+/// Finds points of level 0 on the draft.
 /// @param isLost  by part: nothing is left of it in the draft
-float Levels::distanceTo(Draft& draft, float estimate, const std::vector<bool>& isLost) const
+Comparison Levels::compare(const Draft& draft, float estimate, const std::vector<bool>& isLost) const
 {
     // What is still there lies where it was.
     std::vector<bool> isThere(m_faces.size());
@@ -444,9 +539,21 @@ float Levels::distanceTo(Draft& draft, float estimate, const std::vector<bool>& 
 
     Spread spread(numSamples(kSamplesPerTriangle, draft), area);
     KrNearestSurface surface(m_places.positions, draft.corners);
-    KrNearestSurface::Hit hit;
-    float farthest = 0.0f;
-    float farthestCorner = 0.0f;
+    Comparison result;
+    const auto look = [&](const KrNearestSurface::Point& point, const KrFloat3& normal,
+                          std::vector<KrLevelSample>& same, std::vector<KrLevelSample>& others) {
+        KrNearestSurface::Hit hit;
+        // Where it is not the same spot of the surface, it is only what is nearest.
+        const bool isSame = surface.find(point, kSearchRadius * estimate, kNearEnough * estimate, hit);
+        if (isSame || surface.findAny(point.position, hit)) {
+            (isSame ? same : others)
+                .push_back({{point.position[0], point.position[1], point.position[2]},
+                            {point.normal[0], point.normal[1], point.normal[2]},
+                            normal,
+                            static_cast<std::uint32_t>(hit.triangle),
+                            {hit.weights[0], hit.weights[1], hit.weights[2]}});
+        }
+    };
     for (std::size_t t = 0; t < m_faces.size(); ++t) {
         if (isThere[t]) {
             continue;
@@ -462,27 +569,24 @@ float Levels::distanceTo(Draft& draft, float estimate, const std::vector<bool>& 
             if (!isInUse[corners[k]]) {
                 isInUse[corners[k]] = true;
                 std::copy_n(m_places.position(corners[k]), 3, point.position);
-                look(surface, point, estimate, hit, farthestCorner);
+                look(point, {}, result.corners, result.corners);
             }
         }
         spread.visit(m_faces[t].area, [&](const std::array<float, 3>& weights) {
-            KrLevelNormals::Sample sample = {};
+            KrFloat3 normal = {};
             for (unsigned int axis = 0; axis < 3; ++axis) {
                 point.position[axis] = 0.0f;
                 for (unsigned int k = 0; k < 3; ++k) {
-                    const float* const normal = &m_mesh.vertices[std::size_t{6} * m_places.vertices[3 * t + k] + 3];
                     point.position[axis] += weights[k] * m_places.position(corners[k])[axis];
-                    sample.normal[axis] += weights[k] * normal[axis];
+                    normal[axis] +=
+                        weights[k] * m_mesh.vertices[std::size_t{6} * m_places.vertices[3 * t + k] + 3 + axis];
                 }
             }
-            if (look(surface, point, estimate, hit, farthest) && normalize(sample.normal) > 0.0f) {
-                sample.triangle = static_cast<std::uint32_t>(hit.triangle);
-                std::copy_n(hit.weights, 3, sample.weights);
-                draft.samples.push_back(sample);
-            }
+            normalize(normal);
+            look(point, normal, result.samples, result.others);
         });
     }
-    return std::max(farthest, farthestCorner / kCornerReach);
+    return result;
 }
 
 /// How far the draft lies from level 0, m.
@@ -491,7 +595,8 @@ float Levels::distanceFrom(const Draft& draft, float estimate) const
     std::vector<Face> faces;
     double area = 0.0;
     for (std::size_t t = 0; t < draft.survivors.size(); ++t) {
-        faces.push_back(faceOf(&draft.corners[3 * t]));
+        const float* const corners = &draft.positions[9 * t];
+        faces.push_back(faceOf(corners, corners + 3, corners + 6));
         area += draft.survivors[t] == kNone ? faces.back().area : 0.0;
     }
     Spread spread(numSamples(1, draft), area);
@@ -501,29 +606,46 @@ float Levels::distanceFrom(const Draft& draft, float estimate) const
         if (draft.survivors[t] != kNone) {
             continue;
         }
-        const std::uint32_t* const corners = &draft.corners[3 * t];
-        m_surface->startAt(corners[0]);
+        const float* const corners = &draft.positions[9 * t];
+        m_surface->startAt(draft.corners[3 * t]);
         KrNearestSurface::Point point;
         std::copy_n(faces[t].normal.data(), 3, point.normal);
         spread.visit(faces[t].area, [&](const std::array<float, 3>& weights) {
             for (unsigned int axis = 0; axis < 3; ++axis) {
-                point.position[axis] = weights[0] * m_places.position(corners[0])[axis] +
-                                       weights[1] * m_places.position(corners[1])[axis] +
-                                       weights[2] * m_places.position(corners[2])[axis];
+                point.position[axis] =
+                    weights[0] * corners[axis] + weights[1] * corners[3 + axis] + weights[2] * corners[6 + axis];
             }
-            look(*m_surface, point, estimate, hit, farthest);
+            // Where it is not the same spot of the surface, it is only what is nearest.
+            if (m_surface->find(point, kSearchRadius * estimate, kNearEnough * estimate, hit) ||
+                m_surface->findAny(point.position, hit)) {
+                farthest = std::max(farthest, hit.distance);
+            }
         });
     }
     return farthest;
 }
 
+/// What a picture shows otherwise with the draft.
+float Levels::changeBy(const Draft& draft) const
+{
+    std::vector<float> normals;
+    Indices groups;
+    for (std::size_t i = 0; i < draft.corners.size(); ++i) {
+        normals.insert(normals.end(), draft.normals[i].normal.begin(), draft.normals[i].normal.end());
+        if (i % 3 == 0) {
+            groups.push_back(m_places.groups[draft.corners[i]]);
+        }
+    }
+    return m_pictures->changed({draft.positions, normals, groups});
+}
+
 // When it is known which drafts stay: only these leave vertices behind.
 void Levels::finish()
 {
-    KrLevelNormals normals(m_mesh, m_places);
     for (const Draft& draft : m_drafts) {
         KrIndexedMesh::Level level;
         level.error = std::max(draft.error, m_result.levels.back().error);
+        level.change = std::max(draft.change, m_result.levels.back().change);
         auto end = static_cast<std::uint32_t>(m_result.indices.size());
         std::size_t next = 0;
         for (std::uint32_t group = 0; group < m_mesh.levels[0].groups.size(); ++group) {
@@ -534,7 +656,8 @@ void Levels::finish()
             end += range.count;
             level.groups.push_back(range);
         }
-        const Indices vertices = normals.vertices(draft.corners, draft.survivors, draft.samples, m_result);
+        const Indices vertices =
+            m_normals->vertices(draft.corners, draft.survivors, draft.positions, draft.normals, m_result);
         m_result.indices.insert(m_result.indices.end(), vertices.begin(), vertices.end());
         m_result.levels.push_back(std::move(level));
     }

@@ -174,13 +174,12 @@ bool KrNearestSurface::find(const Point& point, float within, float enough, Hit&
     return search.isFound;
 }
 
-float KrNearestSurface::distance(const float* position)
+bool KrNearestSurface::findAny(const float* position, Hit& hit)
 {
     Point point = {};
     std::copy_n(position, 3, point.position);
-    Hit hit;
     // Without a direction every face will do. The square of this is finite.
-    return find(point, 1e18f, 0.0f, hit) ? hit.distance : 0.0f;
+    return find(point, 1e18f, 0.0f, hit);
 }
 
 void KrNearestSurface::tryTriangle(std::uint32_t number, Search& search) const

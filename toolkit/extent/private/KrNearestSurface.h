@@ -34,8 +34,9 @@ public:
     /// @return false where there is none
     bool find(const Point& point, float within, float enough, Hit& hit);
 
-    /// Of the nearest triangle, whichever way it looks, m; 0 where there is none.
-    float distance(const float* position);
+    /// Looks at all triangles, whichever way they look.
+    /// @return false where there is none
+    bool findAny(const float* position, Hit& hit);
     /// The next search begins at the triangles around this position, if there are any.
     void startAt(std::uint32_t position);
 
