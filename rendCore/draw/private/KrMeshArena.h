@@ -102,6 +102,9 @@ public:
     /// the arena.
     const Mesh& add(const KrIndexedMesh& mesh, const std::vector<Look>& looks);
 
+    /// Of all meshes, in the form in which they are drawn.
+    std::size_t numVertices() const { return m_vertices->size(); }
+
     /// For the drawables that draw from here: none of the state sets, which they apply on their own.
     osg::StateSet* base() const { return m_base; }
     /// For above them where nothing is lit: the one colour of a group is that of every pixel then, and interpolating

@@ -51,9 +51,12 @@ KrShapeTable::~KrShapeTable() = default;
 
 KrShapeTable::Entry& KrShapeTable::entry(KrRenderShape& shape)
 {
+    if (m_arena->numVertices() > m_mostVertices) {
+        dropWhatIsGone();
+    }
     Entry& entry = m_entries[&shape];
     // A shape that is gone may have left its address to another one.
-    if (entry.shape != &shape) {
+    if (!entry.shape.valid() || entry.shape != &shape) {
         entry.shape = &shape;
         takeOver(entry);
     }
@@ -66,15 +69,42 @@ void KrShapeTable::demandLevels()
         return;
     }
     m_hasLevels = true;
+    takeAllOver();
+}
+
+/// The buffers of the arena before go when the last view lets go of it.
+void KrShapeTable::takeAllOver()
+{
+    ++m_generation;
     m_arena = new KrMeshArena;
-    for (auto& known : m_entries) {
-        takeOver(known.second);
+    for (auto known = m_entries.begin(); known != m_entries.end();) {
+        if (known->second.shape.valid()) {
+            takeOver(known->second);
+            ++known;
+        } else {
+            known = m_entries.erase(known);
+        }
     }
+}
+
+/// Clients exchange shapes, some with every frame: what the arena had of them would stay for as long as the scene.
+void KrShapeTable::dropWhatIsGone()
+{
+    std::size_t numAlive = 0;
+    for (const auto& known : m_entries) {
+        numAlive += known.second.shape.valid() ? known.second.numVertices : 0;
+    }
+    // Both in proportion to what is there, so that a shape costs the same however many there are.
+    if (numAlive < m_arena->numVertices() / 2) {
+        takeAllOver();
+    }
+    m_mostVertices = kFewVertices + 2 * numAlive;
 }
 
 void KrShapeTable::takeOver(Entry& entry) const
 {
     entry.mesh = nullptr;
+    entry.numVertices = 0;
     entry.isTranslucent = false;
     entry.groups.clear();
     entry.checkedIn = 0;
@@ -117,7 +147,11 @@ void KrShapeTable::takeOver(Entry& entry) const
         numTranslucent += states->getRenderingHint() == osg::StateSet::TRANSPARENT_BIN ? 1 : 0;
     }
     entry.isTranslucent = numTranslucent == entry.groups.size();
-    entry.mesh = looks.size() == entry.groups.size() ? &m_arena->add(*mesh, looks) : nullptr;
+    if (looks.size() == entry.groups.size()) {
+        const std::size_t before = m_arena->numVertices();
+        entry.mesh = &m_arena->add(*mesh, looks);
+        entry.numVertices = m_arena->numVertices() - before;
+    }
 }
 
 void KrShapeTable::beginFrame(const void* view, unsigned int frame)

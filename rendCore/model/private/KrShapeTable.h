@@ -47,11 +47,15 @@ public:
         osg::observer_ptr<KrRenderShape> shape; ///< it may go before the table does
         std::vector<Group> groups;
         const KrMeshArena::Mesh* mesh = nullptr; ///< null where the arena does not have it
+        std::size_t numVertices = 0;             ///< that the arena has of it
         bool isTranslucent = false;              ///< all of it: drawn behind what is opaque, by the graph
         // What `isAsTaken` found last, and when.
         unsigned int checkedIn = 0;
         bool wasAsTaken = false;
     };
+
+    /// So many vertices are kept in any case.
+    static constexpr std::size_t kFewVertices = 65536;
 
     KrShapeTable();
 
@@ -60,12 +64,13 @@ public:
     osg::ref_ptr<const KrMeshArena::FrontStates> fronts(const osg::LightModel* model) { return m_arena->fronts(model); }
     void resizeGLObjectBuffers(unsigned int maxSize) { m_arena->resizeGLObjectBuffers(maxSize); }
     void releaseGLObjects(osg::State* state) const { m_arena->releaseGLObjects(state); }
-    /// Takes the shape over where that was not tried before. Borrowed from the table.
+    /// Takes the shape over where that was not tried before. Borrowed from the table until its generation changes.
     Entry& entry(KrRenderShape& shape);
     /// Takes all shapes over anew where their coarser levels were left out until now.
     void demandLevels();
-    /// Counts how often that happened, from 1 on.
-    unsigned int generation() const { return m_hasLevels ? 2 : 1; }
+    /// Counts from 1 on how often all shapes were taken over anew: for their levels, and where so many of them are gone
+    /// that it is worth the memory.
+    unsigned int generation() const { return m_generation; }
     /// Before a view culls the first manipulator of a frame, and before each further one.
     void beginFrame(const void* view, unsigned int frame);
     /// Whether the shape says what it said when it was taken over. Looks once a frame, however many links share it.
@@ -78,9 +83,13 @@ protected:
 
 private:
     void takeOver(Entry& entry) const;
+    void takeAllOver();
+    void dropWhatIsGone();
 
     bool m_hasLevels = false;
-    const void* m_view = nullptr; ///< of the frame at hand; a name only
+    unsigned int m_generation = 1;
+    std::size_t m_mostVertices = kFewVertices; ///< of the arena, before it is asked what of it is gone
+    const void* m_view = nullptr;              ///< of the frame at hand; a name only
     unsigned int m_viewFrame = 0;
     unsigned int m_frame = 0; ///< counts frames of all views
     osg::ref_ptr<KrMeshArena> m_arena;

@@ -1,0 +1,67 @@
+#include <rendCore/model/private/KrShapeTable.h>
+
+#include <rendCore/model/KrRenderShape.h>
+
+#include <tests/support/ShapeTestMesh.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+/// A shape of so many triangles in a row, all of one look, and the mesh that it borrows.
+struct Body
+{
+    Body(std::size_t numTriangles, double z)
+    {
+        EXPECT_TRUE(ShapeTestMesh::setTriangles(*mesh, std::vector<std::string>(numTriangles, "all"), z));
+        shape = new KrRenderShape(mesh.get(), KrMaterialMap());
+    }
+    std::unique_ptr<KrTriPhysicalExtent> mesh = std::make_unique<KrTriPhysicalExtent>();
+    osg::ref_ptr<KrRenderShape> shape;
+};
+
+} // namespace
+
+// A client may exchange a shape with every frame, for as long as a scene lives.
+TEST(KrShapeTable, GivesBackTheMemoryOfShapesThatAreGone)
+{
+    const osg::ref_ptr<KrShapeTable> table = new KrShapeTable;
+    const Body kept(2, 0.0);
+    ASSERT_NE(table->entry(*kept.shape).mesh, nullptr);
+    constexpr std::size_t kTriangles = 2000;
+    std::size_t most = 0;
+    const unsigned int before = table->generation();
+    for (int i = 1; i <= 60; ++i) {
+        const Body exchanged(kTriangles, i);
+        const KrShapeTable::Entry& entry = table->entry(*exchanged.shape);
+        ASSERT_NE(entry.mesh, nullptr);
+        // At the address of the one before, most of the time.
+        ASSERT_EQ(entry.groups.front().version, exchanged.shape->groupVersion(0));
+        most = std::max(most, table->arena().numVertices());
+    }
+    EXPECT_LT(most, KrShapeTable::kFewVertices + 3 * 3 * kTriangles);
+    EXPECT_NE(table->generation(), before) << "who borrowed the old ones would not ask again";
+    const KrShapeTable::Entry& entry = table->entry(*kept.shape);
+    ASSERT_NE(entry.mesh, nullptr);
+    EXPECT_EQ(entry.mesh->parts.front().levels.front().count, 6);
+    EXPECT_EQ(entry.numVertices, 5u) << "neighbours share a corner";
+}
+
+// The whole is copied seldom however many there are.
+TEST(KrShapeTable, LeavesShapesWhereTheyAreWhileTheyLive)
+{
+    const osg::ref_ptr<KrShapeTable> table = new KrShapeTable;
+    std::vector<Body> all;
+    for (int i = 0; i < 40; ++i) {
+        all.emplace_back(2000, i);
+        table->entry(*all.back().shape);
+    }
+    EXPECT_EQ(table->arena().numVertices(), 40u * 4001) << "neighbours share a corner";
+    EXPECT_EQ(table->generation(), 1u);
+}
