@@ -51,7 +51,7 @@ KrShapeTable::~KrShapeTable() = default;
 
 KrShapeTable::Entry& KrShapeTable::entry(KrRenderShape& shape)
 {
-    if (m_arena->numVertices() > m_mostVertices) {
+    if (m_arena->numVertices() > m_mostVertices || m_entries.size() > m_mostEntries) {
         dropWhatIsGone();
     }
     Entry& entry = m_entries[&shape];
@@ -87,18 +87,25 @@ void KrShapeTable::takeAllOver()
     }
 }
 
-/// Clients exchange shapes, some with every frame: what the arena had of them would stay for as long as the scene.
+/// Clients exchange shapes, some with every frame: what is known of them, and what the arena had of them, would stay
+/// for as long as the scene.
 void KrShapeTable::dropWhatIsGone()
 {
-    std::size_t numAlive = 0;
-    for (const auto& known : m_entries) {
-        numAlive += known.second.shape.valid() ? known.second.numVertices : 0;
+    std::size_t numAlive = 0; // vertices
+    for (auto known = m_entries.begin(); known != m_entries.end();) {
+        if (known->second.shape.valid()) {
+            numAlive += known->second.numVertices;
+            ++known;
+        } else {
+            known = m_entries.erase(known);
+        }
     }
     // Both in proportion to what is there, so that a shape costs the same however many there are.
     if (numAlive < m_arena->numVertices() / 2) {
         takeAllOver();
     }
     m_mostVertices = kFewVertices + 2 * numAlive;
+    m_mostEntries = kFewEntries + 2 * m_entries.size();
 }
 
 void KrShapeTable::takeOver(Entry& entry) const

@@ -56,6 +56,7 @@ public:
 
     /// So many vertices are kept in any case.
     static constexpr std::size_t kFewVertices = 65536;
+    static constexpr std::size_t kFewEntries = 256; ///< the same of shapes
 
     KrShapeTable();
 
@@ -89,6 +90,7 @@ private:
     bool m_hasLevels = false;
     unsigned int m_generation = 1;
     std::size_t m_mostVertices = kFewVertices; ///< of the arena, before it is asked what of it is gone
+    std::size_t m_mostEntries = kFewEntries;   ///< the same of shapes
     const void* m_view = nullptr;              ///< of the frame at hand; a name only
     unsigned int m_viewFrame = 0;
     unsigned int m_frame = 0; ///< counts frames of all views

@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <osg/StateSet>
+#include <osg/observer_ptr>
+
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -64,4 +67,24 @@ TEST(KrShapeTable, LeavesShapesWhereTheyAreWhileTheyLive)
     }
     EXPECT_EQ(table->arena().numVertices(), 40u * 4001) << "neighbours share a corner";
     EXPECT_EQ(table->generation(), 1u);
+}
+
+// Also of those that have no vertices there: what is translucent is drawn by the graph.
+TEST(KrShapeTable, ForgetsShapesThatItDoesNotDraw)
+{
+    const osg::ref_ptr<KrShapeTable> table = new KrShapeTable;
+    std::vector<osg::observer_ptr<osg::StateSet>> looks;
+    for (int round = 0; round < 8; ++round) {
+        // All at once, so that none has the address of another one.
+        std::vector<Body> all;
+        for (int i = 0; i < 200; ++i) {
+            all.emplace_back(1, i);
+            osg::StateSet* const look = all.back().shape->getDrawable(0)->getStateSet();
+            look->setRenderingHint(osg::StateSet::TRANSPARENT_BIN);
+            ASSERT_EQ(table->entry(*all.back().shape).mesh, nullptr);
+            looks.emplace_back(look);
+        }
+    }
+    const auto numKept = std::count_if(looks.begin(), looks.end(), [](const auto& look) { return look.valid(); });
+    EXPECT_LT(numKept, 700);
 }
