@@ -193,6 +193,26 @@ osg::ref_ptr<osg::Material> giveMaterial(osg::Node& node, const osg::Vec4& color
     return material;
 }
 
+/// Moves the eye to so many times its distance.
+void stepBack(KrRenderWindow& window, double factor)
+{
+    KrPovParameters pov = window.getPovParameters();
+    const KrVector center = pov.centerOfInterest();
+    pov.setEyepoint(center + (pov.eyepoint() - center) * factor);
+    window.setPovParameters(pov);
+}
+
+/// One that draws everything red, and three times as large as it is.
+osg::ref_ptr<osg::Program> enlargingProgram()
+{
+    const osg::ref_ptr<osg::Program> program = new osg::Program;
+    program->addShader(
+        new osg::Shader(osg::Shader::VERTEX, "void main() { gl_Position = ftransform() * vec4(3.0, 3.0, 1.0, 1.0); }"));
+    program->addShader(
+        new osg::Shader(osg::Shader::FRAGMENT, "void main() { gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0); }"));
+    return program;
+}
+
 class KrDirectDrawingOfFiles : public testing::TestWithParam<std::string>
 {
 };
@@ -528,6 +548,68 @@ TEST(KrDirectDrawing, RespectsWhatAClientSaysAboveARobot)
     program->addShader(new osg::Shader(osg::Shader::FRAGMENT, "void main() { gl_FragColor = gl_Color; }"));
     wrapManipulator(arm.window())->getOrCreateStateSet()->setAttributeAndModes(program);
     EXPECT_EQ(arm.difference(), 0u) << "a program";
+}
+
+// In the state sets of shapes, where the general traversal has them as well.
+TEST(KrDirectDrawing, RespectsWhatAClientSaysOfAShape)
+{
+    const std::pair<const char*, std::function<void(osg::StateSet&)>> all[] = {
+        {"fronts are backs",
+         [](osg::StateSet& states) { states.setAttributeAndModes(new osg::FrontFace(osg::FrontFace::CLOCKWISE)); }},
+        {"no fronts",
+         [](osg::StateSet& states) { states.setAttributeAndModes(new osg::CullFace(osg::CullFace::FRONT)); }},
+        {"backs in any case",
+         [](osg::StateSet& states) {
+             states.setMode(GL_CULL_FACE, osg::StateAttribute::OFF | osg::StateAttribute::PROTECTED);
+         }},
+        {"elsewhere", [](osg::StateSet& states) { states.setAttributeAndModes(enlargingProgram()); }}};
+    for (const auto& [what, say] : all) {
+        Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+        stepBack(both.window(), 2.0);
+        changeStates(*both.window().getNode(), say);
+        both.window().setLevelOfDetail(1e-9f); // bodies without their backs, every triangle
+        EXPECT_LE(both.difference(), 50u) << what;
+        both.window().setLevelOfDetail(0.0f);
+        for (const bool areBacksShown : {true, false}) {
+            both.window().setViewerAttribute(KrSGWindow::CullBackFaces, !areBacksShown);
+            EXPECT_EQ(both.difference(), 0u) << what << ", backs shown: " << areBacksShown;
+        }
+    }
+}
+
+// Which triangles miss all pixels depends on all that places them.
+TEST(KrDirectDrawing, SeesWhereAClientPutsThePicture)
+{
+    for (const double distance : {1.0, 3.0}) {
+        Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+        stepBack(both.window(), distance);
+        osg::Camera& camera = *both.window().getViewer()->getCamera();
+        osg::Viewport& viewport = *camera.getViewport();
+        for (const osg::Vec4d& area : {osg::Vec4d(0.0, 0.0, 159.7, 119.7), osg::Vec4d(0.6, 0.6, 100.7, 99.9),
+                                       osg::Vec4d(17.0, 3.0, 101.0, 77.0), osg::Vec4d(80.0, 60.0, 3.0, 2.0)}) {
+            viewport.setViewport(area.x(), area.y(), area.z(), area.w());
+            EXPECT_EQ(both.difference(), 0u) << area.z() << " x " << area.w() << " at " << distance;
+        }
+        viewport.setViewport(0.0, 0.0, 160.0, 120.0);
+        both.window().setLevelOfDetail(1e-9f);
+        camera.setProjectionMatrix(camera.getProjectionMatrix() * osg::Matrixd::scale(-1.0, 1.0, 1.0));
+        EXPECT_LE(both.difference(), 50u) << "mirrored, at " << distance;
+    }
+    /// Leaves a program of which the scene graph knows nothing.
+    class Enlarge : public osg::Camera::DrawCallback
+    {
+        void operator()(osg::RenderInfo& renderInfo) const override
+        {
+            osg::State& state = *renderInfo.getState();
+            m_program->apply(state);
+            state.setLastAppliedProgramObject(nullptr);
+        }
+        osg::ref_ptr<osg::Program> m_program = enlargingProgram();
+    };
+    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    stepBack(both.window(), 2.0);
+    both.window().getViewer()->getCamera()->addInitialDrawCallback(new Enlarge);
+    EXPECT_EQ(both.difference(), 0u) << "a program";
 }
 
 // Each keeps what it is drawn with from one frame to the next.

@@ -67,15 +67,23 @@ bool isColorOf(const osg::Material& material, const osg::Vec4& color)
 }
 
 /// Whether `states` says nothing that a group on its own would be needed for: it is neither sorted nor animated, nor
-/// unlit while others are lit, nor made of lines or with smooth borders.
+/// unlit while others are lit, nor made of lines or with smooth borders; fronts are fronts, backs are drawn unless what
+/// stands above says otherwise, and no program puts vertices elsewhere.
 bool isPlain(const osg::StateSet& states)
 {
+    using osg::StateAttribute;
+    const auto* const face = static_cast<const osg::CullFace*>(states.getAttribute(StateAttribute::CULLFACE));
     return states.getRenderingHint() == osg::StateSet::DEFAULT_BIN && states.useRenderBinDetails() == false &&
            states.getUpdateCallback() == nullptr && states.getEventCallback() == nullptr &&
-           (states.getMode(GL_LIGHTING) & (osg::StateAttribute::ON | osg::StateAttribute::INHERIT)) != 0 &&
-           (states.getMode(GL_LIGHTING) & osg::StateAttribute::PROTECTED) == 0 &&
-           states.getAttribute(osg::StateAttribute::POLYGONMODE) == nullptr &&
-           (states.getMode(GL_POLYGON_SMOOTH) & osg::StateAttribute::INHERIT) != 0;
+           (states.getMode(GL_LIGHTING) & (StateAttribute::ON | StateAttribute::INHERIT)) != 0 &&
+           (states.getMode(GL_LIGHTING) & StateAttribute::PROTECTED) == 0 &&
+           states.getAttribute(StateAttribute::POLYGONMODE) == nullptr &&
+           (states.getMode(GL_POLYGON_SMOOTH) & StateAttribute::INHERIT) != 0 &&
+           states.getAttribute(StateAttribute::FRONTFACE) == nullptr &&
+           (face == nullptr || face->getMode() == osg::CullFace::BACK) &&
+           (states.getMode(GL_CULL_FACE) & StateAttribute::PROTECTED) == 0 &&
+           states.getAttribute(StateAttribute::PROGRAM) == nullptr &&
+           states.getAttribute(StateAttribute::VERTEXPROGRAM) == nullptr;
 }
 
 /// For each look a number that stands for its colour.

@@ -5,7 +5,6 @@
 #include <osg/RenderInfo>
 #include <osg/State>
 #include <osg/Uniform>
-#include <osg/Viewport>
 
 #include <optional>
 
@@ -41,15 +40,29 @@ bool areMiddlesDrawn()
     return samples <= 1 && modes[0] == GL_FILL && modes[1] == GL_FILL && glIsEnabled(GL_POLYGON_SMOOTH) == GL_FALSE;
 }
 
+/// Whether vertices go where the matrices say. A client's callback may have left a program of which the scene graph
+/// knows nothing.
+bool areVerticesPlaced()
+{
+    GLint program = 0;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &program);
+    return program == 0;
+}
+
 /// From where a batch is seen, but for its items' own; nothing where all triangles go to the driver. A graphics card
 /// has its indices already, and is faster in leaving triangles out than in being sent those that are left.
-std::optional<KrTriangleSieve::View> viewOf(const KrMeshArena::Binding& binding, const osg::State& state)
+/// @param isProgramOurs  the program that places vertices, as the matrices say; else there must be none
+std::optional<KrTriangleSieve::View> viewOf(const KrMeshArena::Binding& binding, const osg::State& state,
+                                            bool isProgramOurs)
 {
-    const osg::Viewport* const viewport = state.getCurrentViewport();
-    if (!binding.isSoftware || viewport == nullptr || !areMiddlesDrawn()) {
+    if (!binding.isSoftware || !areMiddlesDrawn() || !(isProgramOurs || areVerticesPlaced())) {
         return {};
     }
-    return KrTriangleSieve::View{{}, state.getProjectionMatrix(), viewport->width(), viewport->height(), false};
+    // The driver's own: the scene graph's may have fractions, which are cut off.
+    GLint viewport[4] = {};
+    glGetIntegerv(GL_VIEWPORT, viewport);
+    return KrTriangleSieve::View{
+        {}, state.getProjectionMatrix(), static_cast<double>(viewport[2]), static_cast<double>(viewport[3]), false};
 }
 
 /// Takes over what an item has of its own.
@@ -107,7 +120,7 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
     const osg::StateSet* last = nullptr;
     const osg::StateSet* look = nullptr;
     const double near = nearOf(state.getProjectionMatrix());
-    std::optional<KrTriangleSieve::View> view = viewOf(binding, state);
+    std::optional<KrTriangleSieve::View> view = viewOf(binding, state, false);
     for (const Item& item : m_items) {
         if (item.look != look) {
             // The state weighs it against what is above and below, as for a node of the graph.
@@ -154,7 +167,7 @@ void KrMeshBatch::drawParts(osg::State& state) const
     const KrMeshArena::Binding binding = m_arena->bind(state, false);
     const GLint part = program != nullptr ? program->getUniformLocation(osg::Uniform::getNameID(m_partUniform)) : -1;
     const double near = nearOf(state.getProjectionMatrix());
-    std::optional<KrTriangleSieve::View> view = viewOf(binding, state);
+    std::optional<KrTriangleSieve::View> view = viewOf(binding, state, true);
     bool isSolid = false;
     for (const Item& item : m_items) {
         const KrMeshArena::Faces faces = facesOf(item, near);

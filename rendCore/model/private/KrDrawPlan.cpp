@@ -116,6 +116,7 @@ struct KrDrawPlan::Frame
     KrMeshBatch* batch = nullptr; ///< null before the first mesh
     bool isFilled = true;         ///< not lines or points
     bool isUnlit = false;
+    bool isMirrored = false; ///< by the projection
     bool areLevelsSteady = true;
     KrLabelCamera* labels = nullptr; ///< null where colours are drawn
     std::size_t linkIndex = 0;       ///< of the link at hand, as labels count
@@ -426,6 +427,7 @@ bool KrDrawPlan::cull(osgUtil::CullVisitor& visitor)
                    visitor.getCalculatedFarPlane()};
     frame.isFilled = isFilled;
     frame.isUnlit = isUnlit;
+    frame.isMirrored = projection(0, 0) * projection(1, 1) < projection(0, 1) * projection(1, 0);
     frame.areLevelsSteady = settings->areLevelsSteady;
     frame.labels = labels;
     // As the general traversal multiplies, here and below, so that both give the same bits.
@@ -514,10 +516,10 @@ KrDrawPlan::Sight KrDrawPlan::see(const osg::BoundingSphere& sphere, const osg::
     }
     frame.depth = -center.z() - radius;
     // A mirrored body shows its backs.
-    frame.isRightHanded = osg::Vec3d(modelView(0, 0), modelView(0, 1), modelView(0, 2)) *
-                              (osg::Vec3d(modelView(1, 0), modelView(1, 1), modelView(1, 2)) ^
-                               osg::Vec3d(modelView(2, 0), modelView(2, 1), modelView(2, 2))) >
-                          0.0;
+    frame.isRightHanded = (osg::Vec3d(modelView(0, 0), modelView(0, 1), modelView(0, 2)) *
+                               (osg::Vec3d(modelView(1, 0), modelView(1, 1), modelView(1, 2)) ^
+                                osg::Vec3d(modelView(2, 0), modelView(2, 1), modelView(2, 2))) >
+                           0.0) != frame.isMirrored;
     const osg::Vec3f look(static_cast<float>(-modelView(0, 2)), static_cast<float>(-modelView(1, 2)),
                           static_cast<float>(-modelView(2, 2)));
     frame.farCorner = (look.x() >= 0 ? 1 : 0) | (look.y() >= 0 ? 2 : 0) | (look.z() >= 0 ? 4 : 0);

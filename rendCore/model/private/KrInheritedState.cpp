@@ -108,7 +108,8 @@ bool KrInheritedState::isPlain(osgUtil::CullVisitor& visitor, const osg::StateSe
                                      ((states->getMode(GL_DEPTH_TEST) & StateAttribute::INHERIT) != 0 ||
                                       (states->getMode(GL_DEPTH_TEST) & StateAttribute::ON) != 0);
         if (!areFrontsFront || !isOpaque || !areDepthsTested ||
-            states->getAttribute(StateAttribute::PROGRAM) != nullptr) {
+            states->getAttribute(StateAttribute::PROGRAM) != nullptr ||
+            states->getAttribute(StateAttribute::VERTEXPROGRAM) != nullptr) {
             return false;
         }
     }
