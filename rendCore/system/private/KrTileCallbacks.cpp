@@ -35,5 +35,12 @@ void KrOverlayOnce::operator()(osg::Node* node, osg::NodeVisitor* visitor)
     // The last view is drawn last, so that nothing is drawn over the overlay.
     if (numSlaves == 0 || view->getSlave(numSlaves - 1)._camera == camera) {
         traverse(node, visitor);
+        return;
+    }
+    // The depths are still cleared, for cameras in the scene that draw after the overlay and count on that. Of this
+    // view alone: else the views together would clear the window as many times as there are views.
+    osgUtil::RenderStage* const overlay = cull->getCurrentRenderBin()->getStage();
+    if (overlay->getCamera() == node) {
+        overlay->setViewport(cull->getRenderStage()->getViewport());
     }
 }

@@ -57,7 +57,8 @@ protected:
     ~KrEmptyTiles() override = default;
 };
 
-/// Overlay text lies over the whole window, and every view has it in its scene: the one drawn last shows it.
+/// Overlay text lies over the whole window, and every view has it in its scene: the one drawn last shows it, and clears
+/// the depths of the whole window. Views before it clear those of their own place.
 class KrOverlayOnce : public osg::NodeCallback
 {
 public:

@@ -573,6 +573,84 @@ TEST_F(KrMultiRenderWindowTest, OverlayTextLiesOverTheWindowOnce)
     EXPECT_EQ(draw(window), expected);
 }
 
+/// Of the middle of tile `k` of four, as the buffer has it at this moment.
+float depthOfTile(unsigned int k)
+{
+    float depth = -1.0f;
+    glReadPixels(static_cast<GLint>(kWidth * (k % 2) + kWidth / 2),
+                 static_cast<GLint>(kHeight * (1 - k / 2) + kHeight / 2), 1, 1, GL_DEPTH_COMPONENT, GL_FLOAT, &depth);
+    return depth;
+}
+
+// A window of many views would else be cleared as a whole as many times as it has views.
+TEST_F(KrMultiRenderWindowTest, ViewsClearTheDepthsOfTheirOwnPlaceUnderTheOverlay)
+{
+    class Watch : public osg::Camera::DrawCallback
+    {
+    public:
+        using osg::Camera::DrawCallback::operator();
+        void operator()(osg::RenderInfo&) const override
+        {
+            for (unsigned int k = 0; k < 4; ++k) {
+                depths[k] = depthOfTile(k);
+            }
+        }
+        mutable std::array<float, 4> depths = {};
+    };
+    window.setEyePoints(fourEyes());
+    ASSERT_TRUE(window.renderScene(false));
+    for (unsigned int k = 0; k < 4; ++k) {
+        EXPECT_EQ(depthOfTile(k), 1.0f) << "of the last view's overlay, tile " << k;
+    }
+    const osg::ref_ptr<Watch> drawn = new Watch; // before the overlay
+    const osg::ref_ptr<Watch> left = new Watch;  // after it
+    window.m_views[1]->addPostDrawCallback(drawn);
+    window.m_views[1]->addFinalDrawCallback(left);
+    // What no view clears but the last one's overlay, and views of a frame leave alone.
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(0, 0, 2 * kWidth, kHeight);
+    glClearDepth(0.25);
+    glClear(GL_DEPTH_BUFFER_BIT);
+    glDisable(GL_SCISSOR_TEST);
+    ASSERT_TRUE(window.renderScene(false));
+    EXPECT_LT(drawn->depths[1], 1.0f) << "the ball";
+    EXPECT_EQ(left->depths[1], 1.0f);
+    for (const unsigned int later : {2u, 3u}) {
+        EXPECT_EQ(left->depths[later], 0.25f) << "tile " << later;
+    }
+    for (unsigned int k = 0; k < 4; ++k) {
+        EXPECT_EQ(depthOfTile(k), 1.0f) << "tile " << k;
+    }
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
+// It draws after the overlay, which has cleared the depths before it in every view.
+TEST_F(KrMultiRenderWindowTest, ACameraOfTheSceneLiesOverEveryView)
+{
+    const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
+    camera->setReferenceFrame(osg::Transform::ABSOLUTE_RF);
+    camera->setRenderOrder(osg::Camera::POST_RENDER);
+    camera->setClearMask(0);
+    camera->getOrCreateStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF);
+    const osg::ref_ptr<osg::Geode> geode = new osg::Geode;
+    const osg::ref_ptr<osg::ShapeDrawable> pane =
+        new osg::ShapeDrawable(new osg::Box(osg::Vec3(0.0f, 0.0f, -0.99f), 1.0f, 1.0f, 0.001f));
+    pane->setColor(osg::Vec4(1.0f, 1.0f, 0.0f, 1.0f));
+    geode->addDrawable(pane);
+    camera->addChild(geode);
+    camera->setProjectionMatrixAsOrtho(-1.0, 1.0, -1.0, 1.0, 0.0, 1.0);
+    window.getNode()->addChild(camera);
+    window.setEyePoints(fourEyes());
+    ASSERT_TRUE(window.renderScene(false));
+    for (unsigned int k = 0; k < 4; ++k) {
+        std::array<unsigned char, 3> pixel = {};
+        glReadPixels(static_cast<GLint>(kWidth * (k % 2) + kWidth / 2),
+                     static_cast<GLint>(kHeight * (1 - k / 2) + kHeight / 2), 1, 1, GL_RGB, GL_UNSIGNED_BYTE,
+                     pixel.data());
+        EXPECT_EQ(pixel, (std::array<unsigned char, 3>{255, 255, 0})) << "tile " << k;
+    }
+}
+
 TEST_F(KrMultiRenderWindowTest, MayBeClosedByInputWithinAFrame)
 {
     class Quitter : public KrSGBaseInputHandler
