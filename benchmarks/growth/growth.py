@@ -228,7 +228,7 @@ def svg(title, curves):
                        % (left + panel_width / 2, PANEL_TOP + PANEL_HEIGHT + 33, title))
     out.append('<text x="%g" y="%g" font-size="11" fill="#444444" text-anchor="end">dashed: in proportion; '
                '<tspan font-style="italic">x</tspan><tspan dy="-4" font-size="8">k</tspan>'
-               '<tspan dy="4">&#160;fits the last decade of sizes</tspan></text></svg>' % (width - 10, 18))
+               '<tspan dx="4" dy="4">fits the last decade of sizes</tspan></text></svg>' % (width - 10, 18))
     return "\n".join(out) + "\n"
 
 
