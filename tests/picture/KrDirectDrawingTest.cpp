@@ -11,6 +11,8 @@
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
+#include <osg/ClipNode>
+#include <osg/ClipPlane>
 #include <osg/CullFace>
 #include <osg/FrontFace>
 #include <osg/GLExtensions>
@@ -548,6 +550,28 @@ TEST(KrDirectDrawing, RespectsWhatAClientSaysAboveARobot)
     program->addShader(new osg::Shader(osg::Shader::FRAGMENT, "void main() { gl_FragColor = gl_Color; }"));
     wrapManipulator(arm.window())->getOrCreateStateSet()->setAttributeAndModes(program);
     EXPECT_EQ(arm.difference(), 0u) << "a program";
+}
+
+// Who cuts a body open looks at its inside.
+TEST(KrDirectDrawing, ShowsTheInsideOfBodiesThatAClientCutsOpen)
+{
+    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    both.window().setLevelOfDetail(1e-9f); // bodies without their backs, every triangle
+    const osg::ref_ptr<osg::Group> group = wrapManipulator(both.window());
+    const osg::Vec3d center = group->getBound().center();
+    const osg::ref_ptr<osg::ClipNode> cut = new osg::ClipNode;
+    cut->addClipPlane(new osg::ClipPlane(0));
+    cut->addChild(group->getChild(0));
+    group->setChild(0, cut);
+    for (const osg::Vec3d& normal :
+         {osg::Vec3d(1.0, 0.0, 0.0), osg::Vec3d(0.0, 1.0, 0.0), osg::Vec3d(0.0, 0.0, -1.0)}) {
+        for (const double sign : {1.0, -1.0}) {
+            cut->getClipPlane(0)->setClipPlane(osg::Plane(normal * sign, center));
+            EXPECT_EQ(both.difference(), 0u)
+                << normal.x() << " " << normal.y() << " " << normal.z() << " times " << sign;
+        }
+    }
+    EXPECT_FALSE(both.isEmpty);
 }
 
 // In the state sets of shapes, where the general traversal has them as well.

@@ -30,6 +30,19 @@ osg::StateAttribute::GLModeValue lightingOf(osgUtil::CullVisitor& visitor)
     return lighting;
 }
 
+/// Whether a plane may cut bodies open.
+bool isCut(const osg::StateSet& states)
+{
+    // The modes of planes follow one another.
+    const osg::StateSet::ModeList& modes = states.getModeList();
+    for (auto mode = modes.lower_bound(GL_CLIP_PLANE0); mode != modes.end() && mode->first <= GL_CLIP_PLANE5; ++mode) {
+        if ((mode->second & osg::StateAttribute::ON) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 bool KrInheritedState::isLit(osgUtil::CullVisitor& visitor)
@@ -107,7 +120,7 @@ bool KrInheritedState::isPlain(osgUtil::CullVisitor& visitor, const osg::StateSe
         const bool areDepthsTested = states->getAttribute(StateAttribute::DEPTH) == nullptr &&
                                      ((states->getMode(GL_DEPTH_TEST) & StateAttribute::INHERIT) != 0 ||
                                       (states->getMode(GL_DEPTH_TEST) & StateAttribute::ON) != 0);
-        if (!areFrontsFront || !isOpaque || !areDepthsTested ||
+        if (!areFrontsFront || !isOpaque || !areDepthsTested || isCut(*states) ||
             states->getAttribute(StateAttribute::PROGRAM) != nullptr ||
             states->getAttribute(StateAttribute::VERTEXPROGRAM) != nullptr) {
             return false;

@@ -25,7 +25,8 @@ const osg::LightModel* lightModel(osgUtil::CullVisitor& visitor);
 /// Whether nothing above asks for lines or points in the place of polygons.
 bool isFilled(osgUtil::CullVisitor& visitor);
 /// Whether nothing above cares in which order triangles come or what a group's material is: they are opaque; depths
-/// decide which one is seen; fronts are fronts; no program of a client's reads materials, and no bin sorts by depth.
+/// decide which one is seen; fronts are fronts; no plane shows the inside of bodies; no program of a client's reads
+/// materials, and no bin sorts by depth.
 /// @param ignored  of the library's own, which says otherwise; null for none
 bool isPlain(osgUtil::CullVisitor& visitor, const osg::StateSet* ignored);
 /// Whether the state set of a node says nothing but a material, or nothing at all.
