@@ -4,7 +4,6 @@
 
 #include <osg/Array>
 #include <osg/LightModel>
-#include <osg/Matrixd>
 #include <osg/PrimitiveSet>
 #include <osg/Referenced>
 #include <osg/StateSet>

@@ -51,9 +51,8 @@ public:
     /// @param indices  those of the constructor
     /// @param spots    for the vertices: no memory is asked for where it has enough from before
     /// @param kept     room for `count` indices
-    /// @return the number of indices copied. `count`, and `kept` is of no use, where nothing is known: parts of the
-    /// mesh
-    ///         may be beside or behind the eye, or so far from its origin that the driver's numbers are not exact
+    /// @return the number of indices copied. `count`, and `kept` is of no use, where nothing is known: the mesh may be
+    ///         beside or behind the eye, or so far from its origin that the driver's numbers are not exact
     template <typename Index>
     std::size_t sift(const Index* indices, const View& view, std::vector<Spot>& spots, Index* kept) const;
 
