@@ -25,6 +25,9 @@ constexpr double kMostPixels = 1 << 15;
 constexpr std::int32_t kOrigin = 1 << 29;
 /// Of the depth of what is farthest: with something nearer an eye is as good as within the mesh.
 constexpr double kNearest = 0.02;
+/// Beyond these, products and quotients below might be no floats, nor integers then.
+constexpr double kSmallest = 1e-30;
+constexpr double kLargest = 1e30;
 
 osg::Matrixd absolute(const osg::Matrixd& matrix)
 {
@@ -89,7 +92,8 @@ bool KrTriangleSieve::findSpots(const View& view, std::vector<Spot>& spots, std:
     const double most = std::max(view.width * (bound(0) + bound(3)), view.height * (bound(1) + bound(3))) / nearest;
     const double error = 0.5 * kError * most;
     // Written so that NaN gives up as well.
-    if (!m_isFinite || !(nearest > kNearest * (depth + reach)) || !(error < kMostError) || !(most < kMostPixels)) {
+    if (!m_isFinite || !(nearest > kNearest * (depth + reach)) || !(error < kMostError) || !(most < kMostPixels) ||
+        !(nearest > kSmallest) || !(most * nearest < kLargest)) {
         return false;
     }
     margin = static_cast<std::int32_t>(std::ceil(kRounding + error * kPixel));

@@ -226,6 +226,13 @@ TEST(KrTriangleSieve, KnowsWhereItsLimitsAre)
         view.width = bad == 0.0 ? 1e9 : view.width;
         EXPECT_EQ(ball.sift(view), ball.indices) << bad;
     }
+    for (const double size : {1e34, 1e-39}) {
+        Mesh odd = ball;
+        for (osg::Vec3& vertex : odd.vertices) {
+            vertex = osg::Vec3(osg::Vec3d(vertex) * size);
+        }
+        EXPECT_EQ(odd.sift(viewFrom(300.0 * size)), odd.indices) << "products that are no floats: " << size;
+    }
     ball.vertices.push_back({0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN()});
     ball.indices.insert(ball.indices.end(), {0, 1, static_cast<std::uint16_t>(ball.vertices.size() - 1)});
     EXPECT_EQ(ball.sift(viewFrom(3.0)), ball.indices) << "with a corner nowhere";
