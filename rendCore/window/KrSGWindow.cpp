@@ -3,6 +3,7 @@
 #include <rendCore/aids/KrRenderAxis.h>
 #include <rendCore/appearance/KrMaterialProperties.h>
 #include <rendCore/appearance/KrSGTexture.h>
+#include <rendCore/draw/private/KrDrawPace.h>
 #include <rendCore/window/KrSGBaseInputHandler.h>
 #include <rendCore/window/KrSGDrawCallbacks.h>
 #include <rendCore/window/private/KrContextRestorer.h>
@@ -341,8 +342,9 @@ void KrSGWindow::releaseGLObjects()
     }
     const KrContextRestorer restorer(this);
     const KrGuestFrame guest(*this);
-    if (isUsableHere()) {
-        makeCurrent(); // where it cannot be, the names are forgotten all the same
+    // Where it cannot be current, the names are forgotten all the same.
+    if (isUsableHere() && makeCurrent()) {
+        state->get<KrDrawPace>()->release();
     }
     releaseNames(*state);
 }

@@ -817,7 +817,9 @@ TEST(KrDirectDrawing, WaitsForADriverThatDrawsWithTheProcessor)
     }
     both.window().setDirectDrawing(true);
     ASSERT_TRUE(both.window().renderScene(true));
-    auto& gl = *both.window().getViewer()->getCamera()->getGraphicsContext()->getState()->get<osg::GLExtensions>();
+    const osg::ref_ptr<osg::GLExtensions> extensions =
+        both.window().getViewer()->getCamera()->getGraphicsContext()->getState()->get<osg::GLExtensions>();
+    osg::GLExtensions& gl = *extensions;
     fences = {gl.glFenceSync, gl.glClientWaitSync, gl.glDeleteSync};
     gl.glFenceSync = [](GLenum condition, GLbitfield flags) {
         ++fences.numMade;
@@ -837,13 +839,15 @@ TEST(KrDirectDrawing, WaitsForADriverThatDrawsWithTheProcessor)
     for (unsigned int frame = 0; frame < 1000 && fences.numMade < 3 * kMost; ++frame) {
         ASSERT_TRUE(both.window().renderScene(true));
     }
-    gl.glFenceSync = fences.make;
-    gl.glClientWaitSync = fences.wait;
-    gl.glDeleteSync = fences.remove;
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
     EXPECT_GE(fences.numMade, 3 * kMost);
     EXPECT_GE(fences.numWaited + kMost, fences.numMade);
     EXPECT_LE(fences.numLeft, kMost);
+    EXPECT_TRUE(both.window().closeWindow());
+    EXPECT_EQ(fences.numLeft, 0u) << "in a context that may be a client's";
+    gl.glFenceSync = fences.make;
+    gl.glClientWaitSync = fences.wait;
+    gl.glDeleteSync = fences.remove;
 }
 
 // Buffers belong to a context, and a view holds what it drew last.

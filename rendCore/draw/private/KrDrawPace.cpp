@@ -25,11 +25,21 @@ void KrDrawPace::endPortion(const osg::GLExtensions& gl)
         glFlush();
         return;
     }
+    m_gl = &gl;
     const GLsync oldest = std::exchange(m_portions[m_oldest], gl.glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0));
     m_oldest = (m_oldest + 1) % kMostPortions;
     glFlush();
     if (oldest != nullptr) {
         gl.glClientWaitSync(oldest, 0, kLongestWait);
         gl.glDeleteSync(oldest);
+    }
+}
+
+void KrDrawPace::release()
+{
+    for (GLsync& portion : m_portions) {
+        if (portion != nullptr) {
+            m_gl->glDeleteSync(std::exchange(portion, nullptr));
+        }
     }
 }

@@ -2,6 +2,7 @@
 
 #include <osg/GLExtensions>
 #include <osg/Referenced>
+#include <osg/ref_ptr>
 
 #include <array>
 #include <cstddef>
@@ -26,15 +27,18 @@ public:
 
     /// After a call that draws so many corners of triangles.
     void handOver(const osg::GLExtensions& gl, std::size_t numCorners);
+    /// Waits for nothing any more, and leaves nothing behind in the context, which may be a client's.
+    void release();
 
 protected:
-    /// What is on its way then goes with the context.
+    /// What has not been released goes with the context.
     ~KrDrawPace() override = default;
 
 private:
     void endPortion(const osg::GLExtensions& gl);
 
-    std::size_t m_numCorners = 0; ///< of the portion at hand
+    std::size_t m_numCorners = 0;               ///< of the portion at hand
+    osg::ref_ptr<const osg::GLExtensions> m_gl; ///< that made the portions; null before the first one
     std::array<GLsync, kMostPortions> m_portions = {};
     std::size_t m_oldest = 0; ///< of the portions; null before there are so many
 };
