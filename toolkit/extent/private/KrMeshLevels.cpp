@@ -425,7 +425,8 @@ float Levels::reduce(Indices& triangles, double kept) const
     }
     meshopt_remapIndexBuffer(triangles.data(), triangles.data(), triangles.size(), remap.data());
     Indices fewer(triangles.size());
-    const std::size_t target = 3 * static_cast<std::size_t>(kept * static_cast<double>(triangles.size() / 3));
+    const std::size_t numTriangles = triangles.size() / 3;
+    const std::size_t target = 3 * static_cast<std::size_t>(kept * static_cast<double>(numTriangles));
     float error = 0.0f;
     fewer.resize(meshopt_simplify(fewer.data(), triangles.data(), triangles.size(), positions.data(), count,
                                   3 * sizeof(float), target, std::numeric_limits<float>::max(), 0, &error));
