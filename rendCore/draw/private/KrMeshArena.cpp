@@ -323,8 +323,7 @@ KrMeshArena::Binding KrMeshArena::bind(osg::State& state, bool isTextured) const
     }
     arrays.applyDisablingOfVertexAttributes(state);
     Binding binding;
-    binding.isSoftware = osg::get<Driver>(state.getContextID())->isSoftware;
-    binding.pace = binding.isSoftware ? state.get<KrDrawPace>() : nullptr;
+    binding.pace = osg::get<Driver>(state.getContextID())->isSoftware ? state.get<KrDrawPace>() : nullptr;
     binding.gl = state.get<osg::GLExtensions>();
     binding.arrays = &arrays;
     for (const osg::DrawElements* const indices :

@@ -117,8 +117,7 @@ public:
         osg::VertexArrayState* arrays = nullptr;
         osg::GLBufferObject* narrow = nullptr; ///< indices of 16 bits; null for none
         osg::GLBufferObject* wide = nullptr;
-        bool isSoftware = false;    ///< the driver draws with the processor
-        KrDrawPace* pace = nullptr; ///< null for a graphics card
+        KrDrawPace* pace = nullptr; ///< null where the driver does not draw with the processor
     };
     /// Whether the driver of the context has what `draw` calls.
     static bool isSupported(const osg::State& state);

@@ -55,7 +55,7 @@ bool areVerticesPlaced()
 std::optional<KrTriangleSieve::View> viewOf(const KrMeshArena::Binding& binding, const osg::State& state,
                                             bool isProgramOurs)
 {
-    if (!binding.isSoftware || !areMiddlesDrawn() || !(isProgramOurs || areVerticesPlaced())) {
+    if (binding.pace == nullptr || !areMiddlesDrawn() || !(isProgramOurs || areVerticesPlaced())) {
         return {};
     }
     // The driver's own: the scene graph's may have fractions, which are cut off.
