@@ -1,9 +1,9 @@
 // The first frame after every opening is the frame that follows it, whatever is shown.
 
-#include <import/KrRobotImporter.h>
 #include <rendCore/plume/KrToolkitFolders.h>
 #include <rendCore/system/KrMultiRenderWindow.h>
-#include <toolkit/system/KrVisualizableStatedSystem.h>
+
+#include <tests/support/DrawableFiles.h>
 
 #include <gtest/gtest.h>
 
@@ -49,20 +49,6 @@ struct Look
     double fade; ///< opacity of what is not selected; below 0 nothing is
 };
 
-bool read(const std::string& path, KrStatedSystem& system)
-{
-    if (fs::path(path).extension() == ".urdf") {
-        KrImportReport report;
-        return KrRobotImporter::readFile(path, KrImportOptions(), system, report);
-    }
-    KrVisualizableStatedSystem document;
-    if (!document.readFile(path)) {
-        return false;
-    }
-    system = document.statedSystem();
-    return true;
-}
-
 KrShapeStateCacheKey aShape(const KrStatedSystem& system)
 {
     for (std::uint32_t link = 0; link < 100; ++link) {
@@ -86,7 +72,7 @@ protected:
     void SetUp() override
     {
         KrToolkitFolders::setDefault();
-        ASSERT_TRUE(read(std::get<0>(GetParam()), system));
+        ASSERT_TRUE(DrawableFiles::read(std::get<0>(GetParam()), system));
         const bool isMulti = std::get<1>(GetParam());
         window = isMulti ? std::make_unique<KrMultiRenderWindow>(96, 128, 2) : std::make_unique<KrRenderWindow>();
         if (isMulti) {
