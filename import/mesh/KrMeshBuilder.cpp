@@ -19,7 +19,6 @@ struct Group
     std::string name;
     const KrDataMap* look = nullptr;
     std::vector<KrTriangle> triangles;
-    std::vector<KrVector> faceNormals; ///< of the triangles
 };
 
 /// Each axis by itself, as descriptions scale meshes.
@@ -74,16 +73,15 @@ KrMeshBuilder::Result Builder::run()
     for (const KrMeshData::Group& source : m_data.groups) {
         Group& group = groupFor(source);
         group.triangles.reserve(group.triangles.size() + source.triangles.size());
-        group.faceNormals.reserve(group.triangles.capacity());
         for (const KrTriangle& triangle : source.triangles) {
             addTriangle(triangle, group);
         }
     }
     // All groups together: an edge between two materials may be smooth.
-    std::vector<KrMeshNormals::Triangles> lists;
+    std::vector<std::vector<KrTriangle>*> lists;
     for (Group& group : m_groups) {
         // Counted without the degenerate ones: it is what a picture shows.
-        lists.push_back({&group.triangles, &group.faceNormals});
+        lists.push_back(&group.triangles);
         m_result.triangles += group.triangles.size();
     }
     // No reason is given: that a file holds nothing is told by who asked for it.
@@ -132,7 +130,7 @@ Group& Builder::groupFor(const KrMeshData::Group& source)
     const auto isSame = [&name](const Group& group) { return group.name == name; };
     auto place = std::find_if(m_groups.begin(), m_groups.end(), isSame);
     if (place == m_groups.end()) {
-        m_groups.push_back({name, hasLook ? &source.look : nullptr, {}, {}});
+        m_groups.push_back({name, hasLook ? &source.look : nullptr, {}});
         place = m_groups.end() - 1;
     }
     return *place;
@@ -158,8 +156,7 @@ void Builder::addTriangle(const KrTriangle& source, Group& group)
     const KrVector b = scaled(list[source.vertex(1)], m_options.scale);
     const KrVector c = scaled(list[source.vertex(2)], m_options.scale);
     // Judged behind the scale, which may flatten what was good.
-    const KrVector faceNormal = KrMeshNormals::faceNormal(a, b, c);
-    if (faceNormal == KrVector()) {
+    if (KrMeshNormals::isDegenerate(a, b, c)) {
         ++m_result.degenerate;
         return;
     }
@@ -171,8 +168,6 @@ void Builder::addTriangle(const KrTriangle& source, Group& group)
                            source.textureCoordinate(from));
     }
     group.triangles.push_back(triangle);
-    // Of the corners in their new order, which is no exact opposite.
-    group.faceNormals.push_back(m_isMirrored ? KrMeshNormals::faceNormal(c, b, a) : faceNormal);
 }
 
 std::uint32_t Builder::vertexIndex(std::uint32_t source)

@@ -5,310 +5,461 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
-#include <utility>
 
 namespace
 {
 
 // Around the tip of a fan with very many triangles, blending costs the square of their number and shows nothing.
-constexpr std::ptrdiff_t kMaxBlended = 200;
+constexpr std::size_t kMostBlended = 200;
 // Height over longest edge below which three points count as a line; single precision carries about 1e-7.
 constexpr double kFlatness = 1e-10;
+// Squares of lengths between which neither a product of four lengths nor its square leaves the range of numbers.
+constexpr double kShort = 1e-60;
+constexpr double kLong = 1e60;
 
 // Of what a thread goes through at a time: much longer than it takes to begin a thread, and a mesh of a few thousand
 // vertices gets none.
-constexpr std::size_t kPartVertices = 4096;
+constexpr std::size_t kPartVertices = 2048;
+constexpr std::size_t kPartTriangles = 4096;
+// Between two rounds what was found is taken over by one thread.
+constexpr std::size_t kPartsOfRound = 32;
 
-/// KrVector::length() and normalize(), to the last bit, without a call.
-double lengthOf(const KrVector& v)
+// Loops of this length become instructions for several triangles at once.
+constexpr std::size_t kBlock = 32;
+
+// Of directions around a vertex that are told apart without comparing each with each.
+constexpr std::size_t kMostGroups = 8;
+
+/// The edges of a triangle: b - a, c - a, c - b.
+struct Edges
 {
-    return std::hypot(v.x(), v.y(), v.z());
-}
+    Edges(const KrVector& a, const KrVector& b, const KrVector& c);
+    double longestSquared() const { return std::max({u.dot(u), v.dot(v), w.dot(w)}); }
 
-double normalize(KrVector& v)
-{
-    const double length = lengthOf(v);
-    if (length > 0.0) {
-        v.set(v.x() / length, v.y() / length, v.z() / length);
-    }
-    return length;
-}
-
-/// By both sine and cosine: the cosine alone loses the digits of small angles.
-double angleAt(const KrVector& tip, const KrVector& a, const KrVector& b)
-{
-    const KrVector u = a - tip;
-    const KrVector v = b - tip;
-    return std::atan2(lengthOf(u.cross(v)), u.dot(v));
-}
-
-/// The triangles of several lists, and their corners by the vertices that they meet at. Corner 3 t + k is corner k of
-/// triangle t, counted through all lists.
-class Corners
-{
-public:
-    Corners(const std::vector<KrVector>& vertices, const std::vector<KrMeshNormals::Triangles>& lists);
-
-    /// The triangle of a corner, and its normal.
-    std::pair<KrTriangle*, const KrVector*> triangleOf(std::uint32_t corner) const
-    {
-        const std::size_t number = corner / 3;
-        const auto next = std::upper_bound(m_starts.begin() + 1, m_starts.end(), number);
-        const auto list = static_cast<std::size_t>(next - m_starts.begin() - 1);
-        const std::size_t i = number - m_starts[list];
-        return {m_lists[list].triangles->data() + i, m_lists[list].faceNormals->data() + i};
-    }
-    const std::vector<KrVector>& vertices() const { return m_vertices; }
-    /// The corners at a vertex, from the first one on to one behind the last one.
-    const std::uint32_t* first(std::size_t vertex) const { return m_byVertex.data() + m_firstAt[vertex]; }
-
-private:
-    const std::vector<KrVector>& m_vertices;
-    const std::vector<KrMeshNormals::Triangles>& m_lists;
-    std::vector<std::size_t> m_starts;     ///< the number of each list's first triangle
-    std::vector<std::uint32_t> m_byVertex; ///< corners, those of one vertex side by side
-    std::vector<std::size_t> m_firstAt;    ///< where those of each vertex begin in it, and where the last ones end
+    KrVector u;
+    KrVector v;
+    KrVector w;
 };
 
-Corners::Corners(const std::vector<KrVector>& vertices, const std::vector<KrMeshNormals::Triangles>& lists)
+Edges::Edges(const KrVector& a, const KrVector& b, const KrVector& c)
+    : u(b - a)
+    , v(c - a)
+    , w(c - b)
+{
+    const double longest = longestSquared();
+    // Written so that NaN comes here, too.
+    if (!(longest > kShort && longest < kLong)) {
+        double size = 0.0;
+        for (const KrVector& edge : {u, v, w}) {
+            size = std::max({size, std::abs(edge.x()), std::abs(edge.y()), std::abs(edge.z())});
+        }
+        // A size without an inverse, or one that is not finite, leaves edges that are none.
+        for (KrVector* const edge : {&u, &v, &w}) {
+            *edge *= 1.0 / size;
+        }
+    }
+}
+
+/// A triangle as its corners see it.
+struct Facet
+{
+    KrVector normal; ///< unit length
+    float angles[3]; ///< at its corners, rad
+};
+
+/// The angle, rad, whose sine and cosine have the ratio of `y`, not negative, and `x`; one of them is not zero. By
+/// both: the cosine alone loses the digits of small angles.
+///
+/// The polynomial is the minimax approximation of atan(t) / t for t^2 from 0 to 1, found with the exchange algorithm of
+/// Remez for the relative error, which stays below 1e-7.
+inline double angleOf(double y, double x)
+{
+    const double size = std::abs(x);
+    const double low = y < size ? y : size;
+    const double high = y < size ? size : y;
+    const double t = low / high;
+    const double s = t * t;
+    double angle = -0.00469327605784631;
+    angle = angle * s + 0.024252403279073104;
+    angle = angle * s - 0.05948639345657555;
+    angle = angle * s + 0.09914292856776338;
+    angle = angle * s - 0.1401948092241485;
+    angle = angle * s + 0.19969723900164751;
+    angle = angle * s - 0.33331990746481266;
+    angle = angle * s + 0.9999999009903499;
+    angle *= t;
+    angle = y < size ? angle : 1.5707963267948966 - angle;
+    return x < 0.0 ? 3.141592653589793 - angle : angle;
+}
+
+/// Measures triangles that are not degenerate.
+void measure(const std::vector<KrVector>& vertices, const KrTriangle* triangles, std::size_t count, Facet* facets)
+{
+    double y[3 * kBlock];
+    double x[3 * kBlock];
+    double angles[3 * kBlock];
+    for (std::size_t first = 0; first < count; first += kBlock) {
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            // The last block is filled up with its last triangle.
+            const std::size_t number = std::min(first + i, count - 1);
+            const KrTriangle& triangle = triangles[number];
+            const Edges edges(vertices[triangle.vertex(0)], vertices[triangle.vertex(1)], vertices[triangle.vertex(2)]);
+            KrVector normal = edges.u.cross(edges.v);
+            // Twice the area is the length of the cross product at any of the corners.
+            const double area = std::sqrt(normal.dot(normal));
+            const double inverse = 1.0 / area;
+            normal *= inverse;
+            facets[number].normal = normal;
+            x[i] = edges.u.dot(edges.v);
+            x[kBlock + i] = -edges.u.dot(edges.w);
+            x[2 * kBlock + i] = edges.v.dot(edges.w);
+            y[i] = y[kBlock + i] = y[2 * kBlock + i] = area;
+        }
+        for (std::size_t i = 0; i < 3 * kBlock; ++i) {
+            angles[i] = angleOf(y[i], x[i]);
+        }
+        for (std::size_t i = 0; i < std::min(kBlock, count - first); ++i) {
+            for (std::size_t k = 0; k < 3; ++k) {
+                facets[first + i].angles[k] = static_cast<float>(angles[k * kBlock + i]);
+            }
+        }
+    }
+}
+
+/// Finds the normals of corners, in three steps. Corner 3 t + k is corner k of triangle t, counted through all lists.
+class Finder
+{
+public:
+    Finder(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& lists,
+           std::uint32_t missing);
+
+    /// Measures the triangles, and sorts the corners by the vertices that they meet at.
+    void prepare(std::size_t numThreads);
+    /// Finds the normals around all vertices.
+    void find(std::size_t numThreads, KrVectorIndex& normals);
+    /// Gives the corners their normals.
+    void apply(KrVectorIndex& normals);
+
+private:
+    /// Of a list of triangles.
+    struct Range
+    {
+        const KrTriangle* triangles = nullptr;
+        std::size_t count = 0;
+        std::size_t firstNumber = 0; ///< of the first one, through all lists
+    };
+    /// What is found around some of the vertices.
+    struct Part
+    {
+        std::vector<KrVector> normals;
+        std::exception_ptr problem; ///< no thread may throw
+    };
+    /// The corners at a vertex, side by side.
+    struct Fan
+    {
+        std::size_t count = 0;
+        double x[kMostBlended];
+        double y[kMostBlended];
+        double z[kMostBlended];
+        double angle[kMostBlended];
+
+        void add(const Facet& facet, std::size_t corner)
+        {
+            x[count] = facet.normal.x();
+            y[count] = facet.normal.y();
+            z[count] = facet.normal.z();
+            angle[count++] = facet.angles[corner];
+        }
+        double cosine(std::size_t i, std::size_t j) const { return x[i] * x[j] + y[i] * y[j] + z[i] * z[j]; }
+        KrVector normal(std::size_t i) const { return {x[i], y[i], z[i]}; }
+        KrVector weighted(std::size_t i) const { return {x[i] * angle[i], y[i] * angle[i], z[i] * angle[i]}; }
+    };
+
+    void sortCorners();
+    void findIn(std::size_t firstVertex, std::size_t endVertex, Part& part);
+    void findAt(std::size_t vertex, Fan& fan, std::vector<KrVector>& normals);
+    bool findByGroups(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals);
+    void findByPairs(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals);
+    void findOneByOne(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals);
+
+    /// In the place of a normal's number: that of the triangle.
+    static constexpr std::uint32_t kOwn = UINT32_MAX - 1;
+    /// Of the bits of a word.
+    static constexpr std::size_t kMostCompared = 64;
+    static constexpr std::uint32_t kNone = UINT32_MAX;
+
+    const std::vector<KrVector>& m_vertices;
+    const std::vector<std::vector<KrTriangle>*>& m_lists;
+    const std::uint32_t m_missing;
+    const double m_leastCosine = std::cos(KrMeshNormals::creaseAngle);
+    const double m_closeCosine = std::cos(0.5 * KrMeshNormals::creaseAngle);
+    const double m_apartCosine = std::cos(2.0 * KrMeshNormals::creaseAngle);
+    std::vector<Range> m_ranges;
+    std::vector<Facet> m_facets;
+    std::vector<std::uint32_t> m_byVertex; ///< corners, those of one vertex side by side
+    std::vector<std::uint32_t> m_firstAt;  ///< where those of each vertex begin in it, and where the last ones end
+    std::vector<std::uint32_t> m_found;    ///< by corner: the number of its normal in its part; m_missing until then
+    std::vector<std::uint32_t> m_places;   ///< where the normals of all parts went, one part behind the other
+    std::vector<std::size_t> m_firstPlace; ///< in it, by part
+};
+
+Finder::Finder(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& lists,
+               std::uint32_t missing)
     : m_vertices(vertices)
     , m_lists(lists)
+    , m_missing(missing)
     // Counted two places on and summed up, the beginnings stand one place on; filling moves each to where it belongs,
     // to the end of its vertex and the beginning of the next.
     , m_firstAt(vertices.size() + 2)
 {
     std::size_t numTriangles = 0;
-    const auto forEachCorner = [&lists](const auto& work) {
-        for (const KrMeshNormals::Triangles& list : lists) {
-            for (const KrTriangle& triangle : *list.triangles) {
-                work(triangle.vertex(0));
-                work(triangle.vertex(1));
-                work(triangle.vertex(2));
+    for (const std::vector<KrTriangle>* const list : lists) {
+        for (std::size_t first = 0; first < list->size(); first += kPartTriangles) {
+            const std::size_t count = std::min(kPartTriangles, list->size() - first);
+            m_ranges.push_back({list->data() + first, count, numTriangles + first});
+        }
+        numTriangles += list->size();
+    }
+    m_facets.resize(numTriangles);
+    m_byVertex.resize(3 * numTriangles);
+    m_found.resize(3 * numTriangles);
+}
+
+void Finder::prepare(std::size_t numThreads)
+{
+    KrParallel::forEach(1 + m_ranges.size(), std::min(numThreads, m_ranges.size()), [this](std::size_t i) {
+        if (i == 0) {
+            sortCorners();
+            return;
+        }
+        const Range& range = m_ranges[i - 1];
+        measure(m_vertices, range.triangles, range.count, m_facets.data() + range.firstNumber);
+    });
+}
+
+void Finder::sortCorners()
+{
+    for (const std::vector<KrTriangle>* const list : m_lists) {
+        for (const KrTriangle& triangle : *list) {
+            for (unsigned int k = 0; k < 3; ++k) {
+                ++m_firstAt[triangle.vertex(k) + std::size_t{2}];
             }
         }
-    };
-    for (const KrMeshNormals::Triangles& list : lists) {
-        m_starts.push_back(numTriangles);
-        numTriangles += list.triangles->size();
     }
-    forEachCorner([this](std::uint32_t vertex) { ++m_firstAt[vertex + std::size_t{2}]; });
     for (std::size_t v = 2; v < m_firstAt.size(); ++v) {
         m_firstAt[v] += m_firstAt[v - 1];
     }
-    m_byVertex.resize(3 * numTriangles);
     std::uint32_t corner = 0;
-    forEachCorner([&](std::uint32_t vertex) { m_byVertex[m_firstAt[vertex + std::size_t{1}]++] = corner++; });
-}
-
-/// Goes from vertex to vertex and finds the normals that the corners there lack. Changes nothing: several may go at
-/// once.
-class Finder
-{
-public:
-    struct Found
-    {
-        KrTriangle* triangle = nullptr; ///< null: at the vertex `number` each face stands alone
-        std::uint32_t number = 0;       ///< of the triangle's corner
-        std::uint32_t normal = 0;       ///< its place in normals()
-    };
-
-    Finder(const Corners& corners, std::uint32_t missing)
-        : m_all(corners)
-        , m_missing(missing)
-    {
-    }
-
-    /// In place of what was found before.
-    void run(std::size_t firstVertex, std::size_t endVertex);
-    /// In the order of found(), which is that of the vertices. Some may be equal.
-    const std::vector<KrVector>& normals() const { return m_normals; }
-    const std::vector<Found>& found() const { return m_found; }
-
-private:
-    struct Corner
-    {
-        KrTriangle* triangle = nullptr;
-        std::uint32_t number = 0; ///< in the triangle
-        bool isLacking = false;
-        std::uint32_t normal = 0;
-        std::uint64_t blended = 0; ///< a bit for each corner at the vertex; unused where there are more
-        KrVector faceNormal;
-        KrVector weighted; ///< by the triangle's angle here, rad
-    };
-
-    void find(std::size_t vertex);
-    void weigh(Corner& corner) const;
-    void compare();
-    KrVector sumOf(const Corner& corner) const;
-    std::uint32_t normalOf(std::size_t i);
-
-    // Of the bits of a word.
-    static constexpr std::size_t kMaxCompared = 64;
-
-    const Corners& m_all;
-    std::uint32_t m_missing;
-    double m_leastCosine = std::cos(KrMeshNormals::creaseAngle);
-    std::vector<Corner> m_corners; ///< of the vertex in hand
-    std::vector<KrVector> m_normals;
-    std::vector<Found> m_found;
-};
-
-void Finder::run(std::size_t firstVertex, std::size_t endVertex)
-{
-    m_normals.clear();
-    m_found.clear();
-    for (std::size_t v = firstVertex; v < endVertex; ++v) {
-        find(v);
-    }
-}
-
-void Finder::find(std::size_t vertex)
-{
-    const std::uint32_t* const first = m_all.first(vertex);
-    const std::uint32_t* const end = m_all.first(vertex + 1);
-    if (end - first > kMaxBlended) {
-        // Half of a mesh may meet there: no memory for each corner.
-        m_found.push_back({nullptr, static_cast<std::uint32_t>(vertex), 0});
-        return;
-    }
-    m_corners.clear();
-    bool isLacking = false;
-    for (const std::uint32_t* number = first; number != end; ++number) {
-        const auto [triangle, faceNormal] = m_all.triangleOf(*number);
-        Corner& corner = m_corners.emplace_back();
-        corner.triangle = triangle;
-        corner.number = *number % 3;
-        corner.faceNormal = *faceNormal;
-        // A normal of the file's own stays.
-        corner.isLacking = triangle->normal(corner.number) == m_missing;
-        isLacking = isLacking || corner.isLacking;
-    }
-    if (!isLacking) {
-        return;
-    }
-    std::for_each(m_corners.begin(), m_corners.end(), [this](Corner& corner) { weigh(corner); });
-    compare();
-    for (std::size_t i = 0; i < m_corners.size(); ++i) {
-        Corner& corner = m_corners[i];
-        if (corner.isLacking) {
-            corner.normal = normalOf(i);
-            m_found.push_back({corner.triangle, corner.number, corner.normal});
+    for (const std::vector<KrTriangle>* const list : m_lists) {
+        for (const KrTriangle& triangle : *list) {
+            for (unsigned int k = 0; k < 3; ++k) {
+                m_found[corner] = triangle.normal(k);
+                m_byVertex[m_firstAt[triangle.vertex(k) + std::size_t{1}]++] = corner++;
+            }
         }
     }
 }
 
-void Finder::weigh(Corner& corner) const
+// Found at once, kept in the order of the vertices, a round of parts after the other: so the result is the same for any
+// number of threads, and what is found takes little memory besides.
+void Finder::find(std::size_t numThreads, KrVectorIndex& normals)
 {
-    const auto at = [&](unsigned int k) -> const KrVector& {
-        return m_all.vertices()[corner.triangle->vertex((corner.number + k) % 3)];
-    };
-    corner.weighted = corner.faceNormal * angleAt(at(0), at(1), at(2));
-}
-
-/// Which corners blend, for each of them.
-void Finder::compare()
-{
-    const std::size_t count = m_corners.size();
-    if (count > kMaxCompared) {
-        return;
-    }
-    // Side by side, because each is looked at once for every other one.
-    double x[kMaxCompared];
-    double y[kMaxCompared];
-    double z[kMaxCompared];
-    std::uint64_t blended[kMaxCompared];
-    for (std::size_t i = 0; i < count; ++i) {
-        const KrVector& normal = m_corners[i].faceNormal;
-        x[i] = normal.x();
-        y[i] = normal.y();
-        z[i] = normal.z();
-        blended[i] = 0;
-        for (std::size_t j = 0; j < i; ++j) {
-            // Of a pair both or none: products do not mind which factor comes first.
-            const std::uint64_t isBlended = x[i] * x[j] + y[i] * y[j] + z[i] * z[j] >= m_leastCosine;
-            blended[i] |= isBlended << j;
-            blended[j] |= isBlended << i;
-        }
-        // With itself, too, unless it has no direction.
-        blended[i] |= std::uint64_t{normal.dot(normal) >= m_leastCosine} << i;
-    }
-    for (std::size_t i = 0; i < count; ++i) {
-        m_corners[i].blended = blended[i];
-    }
-}
-
-/// Always in the order of the corners, so that the sums of the same ones are equal to the last bit.
-KrVector Finder::sumOf(const Corner& corner) const
-{
-    KrVector sum;
-    const std::size_t count = m_corners.size();
-    for (std::size_t j = 0; j < count; ++j) {
-        const bool isBlended = count <= kMaxCompared ? (corner.blended >> j & 1) != 0
-                                                     : corner.faceNormal.dot(m_corners[j].faceNormal) >= m_leastCosine;
-        if (isBlended) {
-            sum += m_corners[j].weighted;
-        }
-    }
-    return sum;
-}
-
-std::uint32_t Finder::normalOf(std::size_t i)
-{
-    const Corner& corner = m_corners[i];
-    // Where a surface is smooth all corners blend with the same ones, and have one normal.
-    const auto isSame = [&corner](const Corner& other) {
-        return other.isLacking && other.blended == corner.blended && corner.blended != 0;
-    };
-    const auto end = m_corners.begin() + static_cast<std::ptrdiff_t>(i);
-    const auto same = std::find_if(m_corners.begin(), end, isSame);
-    if (same != end) {
-        return same->normal;
-    }
-    KrVector sum = sumOf(corner);
-    // Normals that cancel each other leave the triangle's own.
-    m_normals.push_back(normalize(sum) > 0.0 ? sum : corner.faceNormal);
-    return static_cast<std::uint32_t>(m_normals.size() - 1);
-}
-
-void setNormal(KrTriangle& triangle, unsigned int corner, std::uint32_t normal)
-{
-    triangle.setCorner(corner, triangle.vertex(corner), normal, triangle.textureCoordinate(corner));
-}
-
-/// Gives the corners at a vertex that lack a normal that of their triangle.
-void setFaceNormals(const Corners& corners, std::size_t vertex, std::uint32_t missing, KrVectorIndex& normals)
-{
-    for (const std::uint32_t* number = corners.first(vertex); number != corners.first(vertex + 1); ++number) {
-        const auto [triangle, faceNormal] = corners.triangleOf(*number);
-        if (triangle->normal(*number % 3) == missing) {
-            setNormal(*triangle, *number % 3, normals.add(*faceNormal));
+    const std::size_t numParts = (m_vertices.size() + kPartVertices - 1) / kPartVertices;
+    std::vector<Part> parts(std::min(numParts, kPartsOfRound));
+    for (std::size_t first = 0; first < numParts; first += parts.size()) {
+        const std::size_t count = std::min(parts.size(), numParts - first);
+        KrParallel::forEach(count, numThreads, [&](std::size_t i) {
+            const std::size_t begin = (first + i) * kPartVertices;
+            findIn(begin, std::min(begin + kPartVertices, m_vertices.size()), parts[i]);
+        });
+        for (std::size_t i = 0; i < count; ++i) {
+            if (parts[i].problem) {
+                std::rethrow_exception(parts[i].problem);
+            }
+            m_firstPlace.push_back(m_places.size());
+            for (const KrVector& normal : parts[i].normals) {
+                m_places.push_back(normals.add(normal));
+            }
         }
     }
 }
 
-/// A part of the vertices, and who goes through it.
-struct Part
-{
-    Finder finder;
-    std::exception_ptr problem = nullptr; ///< no thread may throw
-};
-
-void findIn(Part& part, std::size_t firstVertex, std::size_t endVertex)
+void Finder::findIn(std::size_t firstVertex, std::size_t endVertex, Part& part)
 {
     try {
-        part.finder.run(firstVertex, endVertex);
+        part.normals.clear();
+        Fan fan;
+        for (std::size_t v = firstVertex; v < endVertex; ++v) {
+            findAt(v, fan, part.normals);
+        }
     } catch (...) {
         part.problem = std::current_exception();
     }
 }
 
+void Finder::findAt(std::size_t vertex, Fan& fan, std::vector<KrVector>& normals)
+{
+    const std::uint32_t* const corners = m_byVertex.data() + m_firstAt[vertex];
+    const std::size_t count = m_firstAt[vertex + 1] - m_firstAt[vertex];
+    const auto isLacking = [this](std::uint32_t corner) { return m_found[corner] == m_missing; };
+    if (count > kMostBlended) {
+        // Half of a mesh may meet there: no memory for each corner.
+        for (std::size_t i = 0; i < count; ++i) {
+            m_found[corners[i]] = kOwn;
+        }
+        return;
+    }
+    if (std::none_of(corners, corners + count, isLacking)) {
+        return;
+    }
+    fan.count = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        fan.add(m_facets[corners[i] / 3], corners[i] % 3);
+    }
+    if (findByGroups(corners, fan, normals)) {
+        return;
+    }
+    if (count <= kMostCompared) {
+        findByPairs(corners, fan, normals);
+    } else {
+        findOneByOne(corners, fan, normals);
+    }
+}
+
+/// Normals that cancel each other leave the triangle's own.
+KrVector normalized(const KrVector& sum, const KrVector& own)
+{
+    const double length = std::sqrt(sum.dot(sum));
+    return length > 0.0 ? KrVector(sum.x() / length, sum.y() / length, sum.z() / length) : own;
+}
+
+/// For most vertices: groups of triangles each of which leans less than half the crease angle from the first one of its
+/// group, while these lean more than twice that angle from one another. So all of a group blend, and with no other.
+/// @return false where the triangles are other than that; nothing is found then
+bool Finder::findByGroups(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals)
+{
+    std::size_t firstOf[kMostGroups];
+    KrVector sums[kMostGroups];
+    std::uint8_t groups[kMostBlended];
+    std::size_t numGroups = 0;
+    for (std::size_t i = 0; i < fan.count; ++i) {
+        std::size_t group = 0;
+        while (group < numGroups && !(fan.cosine(firstOf[group], i) >= m_closeCosine)) {
+            ++group;
+        }
+        if (group == numGroups) {
+            for (std::size_t other = 0; other < numGroups; ++other) {
+                if (fan.cosine(firstOf[other], i) >= m_apartCosine) {
+                    return false;
+                }
+            }
+            if (numGroups == kMostGroups) {
+                return false;
+            }
+            firstOf[numGroups++] = i;
+        }
+        groups[i] = static_cast<std::uint8_t>(group);
+        // Always in the order of the corners, so that the sums of the same ones are equal to the last bit.
+        sums[group] += fan.weighted(i);
+    }
+    std::uint32_t numbers[kMostGroups];
+    std::fill_n(numbers, numGroups, kNone);
+    for (std::size_t i = 0; i < fan.count; ++i) {
+        std::uint32_t& number = numbers[groups[i]];
+        std::uint32_t& found = m_found[corners[i]];
+        // A normal of the file's own stays.
+        if (found != m_missing) {
+            continue;
+        }
+        if (number == kNone) {
+            number = static_cast<std::uint32_t>(normals.size());
+            normals.push_back(normalized(sums[groups[i]], fan.normal(i)));
+        }
+        found = number;
+    }
+    return true;
+}
+
+void Finder::findByPairs(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals)
+{
+    // Which corners blend, for each of them: a bit for each.
+    std::uint64_t blended[kMostCompared];
+    for (std::size_t i = 0; i < fan.count; ++i) {
+        // A corner blends with itself.
+        std::uint64_t own = std::uint64_t{1} << i;
+        for (std::size_t j = 0; j < i; ++j) {
+            const std::uint64_t isBlended = fan.cosine(i, j) >= m_leastCosine;
+            own |= isBlended << j;
+            blended[j] |= isBlended << i;
+        }
+        blended[i] = own;
+    }
+    for (std::size_t i = 0; i < fan.count; ++i) {
+        if (m_found[corners[i]] != m_missing) {
+            continue;
+        }
+        const std::uint64_t own = blended[i];
+        KrVector sum;
+        for (std::size_t j = 0; j < fan.count; ++j) {
+            if ((own >> j & 1) != 0) {
+                sum += fan.weighted(j);
+            }
+        }
+        const auto number = static_cast<std::uint32_t>(normals.size());
+        normals.push_back(normalized(sum, fan.normal(i)));
+        // Where a surface is smooth all corners blend with the same ones, and have one normal.
+        for (std::size_t j = i; j < fan.count; ++j) {
+            if (blended[j] == own && m_found[corners[j]] == m_missing) {
+                m_found[corners[j]] = number;
+            }
+        }
+    }
+}
+
+/// For any number of corners, without memory for each pair of them.
+void Finder::findOneByOne(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals)
+{
+    for (std::size_t i = 0; i < fan.count; ++i) {
+        if (m_found[corners[i]] != m_missing) {
+            continue;
+        }
+        KrVector sum;
+        for (std::size_t j = 0; j < fan.count; ++j) {
+            if (fan.cosine(i, j) >= m_leastCosine) {
+                sum += fan.weighted(j);
+            }
+        }
+        m_found[corners[i]] = static_cast<std::uint32_t>(normals.size());
+        normals.push_back(normalized(sum, fan.normal(i)));
+    }
+}
+
+void Finder::apply(KrVectorIndex& normals)
+{
+    std::size_t corner = 0;
+    for (std::vector<KrTriangle>* const list : m_lists) {
+        for (KrTriangle& triangle : *list) {
+            for (unsigned int k = 0; k < 3; ++k, ++corner) {
+                if (triangle.normal(k) != m_missing) {
+                    continue;
+                }
+                const std::uint32_t vertex = triangle.vertex(k);
+                const std::uint32_t found = m_found[corner];
+                const std::uint32_t normal = found == kOwn ? normals.add(m_facets[corner / 3].normal)
+                                                           : m_places[m_firstPlace[vertex / kPartVertices] + found];
+                triangle.setCorner(k, vertex, normal, triangle.textureCoordinate(k));
+            }
+        }
+    }
+}
+
 } // namespace
 
-void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vector<Triangles>& lists,
+void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& lists,
                          std::uint32_t missing, std::size_t numThreads, KrVectorIndex& normals)
 {
-    const auto isLacking = [missing](const Triangles& list) {
-        return std::any_of(list.triangles->begin(), list.triangles->end(), [missing](const KrTriangle& t) {
+    const auto isLacking = [missing](const std::vector<KrTriangle>* list) {
+        return std::any_of(list->begin(), list->end(), [missing](const KrTriangle& t) {
             return t.normal(0) == missing || t.normal(1) == missing || t.normal(2) == missing;
         });
     };
@@ -316,48 +467,17 @@ void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vecto
     if (std::none_of(lists.begin(), lists.end(), isLacking)) {
         return;
     }
-    const Corners corners(vertices, lists);
-    const std::size_t mostParts = vertices.size() / kPartVertices + 1;
-    std::vector<Part> parts(std::clamp<std::size_t>(numThreads, 1, mostParts), Part{Finder(corners, missing)});
-    std::vector<std::uint32_t> places;
-    // Found at once, kept in the order of the vertices, a round of parts after the other: so the result is the same
-    // for any number of threads, and what is found takes little memory besides.
-    for (std::size_t first = 0; first < vertices.size(); first += parts.size() * kPartVertices) {
-        const auto beginOf = [&](std::size_t i) { return std::min(first + i * kPartVertices, vertices.size()); };
-        KrParallel::forEach(parts.size(), parts.size(),
-                            [&](std::size_t i) { findIn(parts[i], beginOf(i), beginOf(i + 1)); });
-        for (const Part& part : parts) {
-            if (part.problem) {
-                std::rethrow_exception(part.problem);
-            }
-            places.clear();
-            for (const Finder::Found& found : part.finder.found()) {
-                if (!found.triangle) {
-                    setFaceNormals(corners, found.number, missing, normals);
-                    continue;
-                }
-                // Kept when it is met first.
-                if (found.normal == places.size()) {
-                    places.push_back(normals.add(part.finder.normals()[found.normal]));
-                }
-                setNormal(*found.triangle, found.number, places[found.normal]);
-            }
-        }
-    }
+    Finder finder(vertices, lists, missing);
+    finder.prepare(numThreads);
+    finder.find(numThreads, normals);
+    finder.apply(normals);
 }
 
-KrVector KrMeshNormals::faceNormal(const KrVector& a, const KrVector& b, const KrVector& c)
+bool KrMeshNormals::isDegenerate(const KrVector& a, const KrVector& b, const KrVector& c)
 {
-    KrVector u = b - a;
-    KrVector v = c - a;
-    // Scaled to edges of about 1, so that neither tiny nor huge meshes leave the range of numbers.
-    const double size = std::max({lengthOf(u), lengthOf(v), lengthOf(c - b)});
-    if (!(size > 0.0) || !std::isfinite(size)) {
-        return {};
-    }
-    u *= 1.0 / size;
-    v *= 1.0 / size;
-    KrVector normal = u.cross(v);
-    // A unit length and the flatness in one step: before it is normalised its length is height over edge.
-    return normalize(normal) > kFlatness ? normal : KrVector();
+    const Edges edges(a, b, c);
+    const KrVector normal = edges.u.cross(edges.v);
+    // Twice the area over the square of the longest edge is the height over that edge.
+    const double least = kFlatness * edges.longestSquared();
+    return !(normal.dot(normal) > least * least);
 }
