@@ -93,7 +93,8 @@ KrMeshBuilder::Result Builder::run()
         return m_result;
     }
     // After the scale: angles between triangles change with one that differs by axis.
-    KrMeshNormals::fill(m_vertices, lists, KrMeshData::noNormal, m_options.numThreads, m_normals);
+    std::vector<KrVector> normals = m_normals.take();
+    KrMeshNormals::fill(m_vertices, lists, KrMeshData::noNormal, m_options.numThreads, normals);
 
     boost::shared_ptr<KrTriPhysicalExtent> extent(new KrTriPhysicalExtent);
     KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
@@ -113,7 +114,7 @@ KrMeshBuilder::Result Builder::run()
         coordinates = m_data.textureCoordinates;
     }
     const KrReason reason;
-    if (extent->setMesh(KrXmlVectorVector(std::move(m_vertices)), KrXmlVectorVector(m_normals.take()),
+    if (extent->setMesh(KrXmlVectorVector(std::move(m_vertices)), KrXmlVectorVector(std::move(normals)),
                         KrXmlVectorType<KrPlanarVector>(std::move(coordinates)), std::move(groups), m_options.name)) {
         m_result.extent = extent;
     } else {

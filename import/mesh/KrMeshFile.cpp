@@ -1,5 +1,6 @@
 #include <import/mesh/KrMeshFile.h>
 
+#include <import/mesh/KrFacetJoin.h>
 #include <import/mesh/KrMeshMaterials.h>
 #include <import/mesh/KrMeshSource.h>
 #include <import/mesh/KrVectorIndex.h>
@@ -585,23 +586,6 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrMesh
     return true;
 }
 
-/// The facets of an STL file: one group without a look. Their normals are for the triangles to give.
-void joinFacets(const std::vector<KrStlText::Facet>& facets, KrMeshData& data)
-{
-    KrVectorIndex vertices;
-    std::vector<KrTriangle>& triangles = data.groups.emplace_back().triangles;
-    triangles.reserve(facets.size());
-    for (const KrStlText::Facet& facet : facets) {
-        KrTriangle triangle;
-        for (unsigned int corner = 0; corner < 3; ++corner) {
-            const float* const at = facet.data() + 3 * corner;
-            triangle.setCorner(corner, vertices.add({at[0], at[1], at[2]}), KrMeshData::noNormal, 0);
-        }
-        triangles.push_back(triangle);
-    }
-    data.vertices = vertices.take();
-}
-
 bool readSource(KrMeshSource&& source, const std::string& path, const KrMeshLimits& limits, KrMeshData& data,
                 std::string& why)
 {
@@ -610,7 +594,8 @@ bool readSource(KrMeshSource&& source, const std::string& path, const KrMeshLimi
     }
     data = KrMeshData();
     data.warnings = std::move(source.warnings);
-    joinFacets(source.facets, data);
+    // One group without a look. Its normals are for the triangles to give.
+    KrFacetJoin::join(source.facets, KrMeshData::noNormal, data.groups.emplace_back().triangles, data.vertices);
     return true;
 }
 

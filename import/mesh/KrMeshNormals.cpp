@@ -3,7 +3,9 @@
 #include <toolkit/foundation/private/KrParallel.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <exception>
 
 namespace
@@ -33,37 +35,42 @@ constexpr std::size_t kMostGroups = 8;
 /// The edges of a triangle: b - a, c - a, c - b.
 struct Edges
 {
-    Edges(const KrVector& a, const KrVector& b, const KrVector& c);
+    Edges(const KrVector& a, const KrVector& b, const KrVector& c)
+        : u(b - a)
+        , v(c - a)
+        , w(c - b)
+    {
+        const double longest = longestSquared();
+        // Written so that NaN goes there, too.
+        if (!(longest > kShort && longest < kLong)) {
+            scale();
+        }
+    }
     double longestSquared() const { return std::max({u.dot(u), v.dot(v), w.dot(w)}); }
+    void scale();
 
     KrVector u;
     KrVector v;
     KrVector w;
 };
 
-Edges::Edges(const KrVector& a, const KrVector& b, const KrVector& c)
-    : u(b - a)
-    , v(c - a)
-    , w(c - b)
+/// To edges of about 1. A size without an inverse, or one that is not finite, leaves edges that are none.
+void Edges::scale()
 {
-    const double longest = longestSquared();
-    // Written so that NaN comes here, too.
-    if (!(longest > kShort && longest < kLong)) {
-        double size = 0.0;
-        for (const KrVector& edge : {u, v, w}) {
-            size = std::max({size, std::abs(edge.x()), std::abs(edge.y()), std::abs(edge.z())});
-        }
-        // A size without an inverse, or one that is not finite, leaves edges that are none.
-        for (KrVector* const edge : {&u, &v, &w}) {
-            *edge *= 1.0 / size;
-        }
+    double size = 0.0;
+    for (const KrVector& edge : {u, v, w}) {
+        size = std::max({size, std::abs(edge.x()), std::abs(edge.y()), std::abs(edge.z())});
+    }
+    for (KrVector* const edge : {&u, &v, &w}) {
+        *edge *= 1.0 / size;
     }
 }
 
-/// A triangle as its corners see it.
+/// A triangle as its corners see it. In single precision, as files have their vertices: these are looked at from
+/// three places of memory each.
 struct Facet
 {
-    KrVector normal; ///< unit length
+    float normal[3]; ///< unit length
     float angles[3]; ///< at its corners, rad
 };
 
@@ -88,8 +95,9 @@ inline double angleOf(double y, double x)
     angle = angle * s - 0.33331990746481266;
     angle = angle * s + 0.9999999009903499;
     angle *= t;
-    angle = y < size ? angle : 1.5707963267948966 - angle;
-    return x < 0.0 ? 3.141592653589793 - angle : angle;
+    // Products with 1 or -1 instead of branches, which would keep the compiler from doing several at once.
+    angle = (y < size ? 0.0 : 1.5707963267948966) + (y < size ? 1.0 : -1.0) * angle;
+    return (x < 0.0 ? 3.141592653589793 : 0.0) + (x < 0.0 ? -1.0 : 1.0) * angle;
 }
 
 /// Measures triangles that are not degenerate.
@@ -104,12 +112,13 @@ void measure(const std::vector<KrVector>& vertices, const KrTriangle* triangles,
             const std::size_t number = std::min(first + i, count - 1);
             const KrTriangle& triangle = triangles[number];
             const Edges edges(vertices[triangle.vertex(0)], vertices[triangle.vertex(1)], vertices[triangle.vertex(2)]);
-            KrVector normal = edges.u.cross(edges.v);
+            const KrVector normal = edges.u.cross(edges.v);
             // Twice the area is the length of the cross product at any of the corners.
             const double area = std::sqrt(normal.dot(normal));
             const double inverse = 1.0 / area;
-            normal *= inverse;
-            facets[number].normal = normal;
+            for (unsigned int k = 0; k < 3; ++k) {
+                facets[number].normal[k] = static_cast<float>(normal[k] * inverse);
+            }
             x[i] = edges.u.dot(edges.v);
             x[kBlock + i] = -edges.u.dot(edges.w);
             x[2 * kBlock + i] = edges.v.dot(edges.w);
@@ -126,6 +135,94 @@ void measure(const std::vector<KrVector>& vertices, const KrTriangle* triangles,
     }
 }
 
+/// Of the corners at a vertex that are compared at once.
+constexpr std::size_t kLanes = 8;
+static_assert(kMostBlended % kLanes == 0);
+
+/// The corners at a vertex, side by side.
+struct Fan
+{
+    std::size_t count = 0;
+    float x[kMostBlended] = {};
+    float y[kMostBlended] = {};
+    float z[kMostBlended] = {};
+    float angle[kMostBlended] = {};
+
+    void add(const Facet& facet, std::size_t corner)
+    {
+        x[count] = facet.normal[0];
+        y[count] = facet.normal[1];
+        z[count] = facet.normal[2];
+        angle[count++] = facet.angles[corner];
+    }
+    float cosine(std::size_t i, std::size_t j) const { return x[i] * x[j] + y[i] * y[j] + z[i] * z[j]; }
+};
+
+/// Of normals, each times the angle of its triangle. Those of the same corners are equal to the last bit: they are
+/// always added in the order of the corners.
+struct Sum
+{
+    float numbers[3] = {};
+
+    void add(const Fan& fan, std::size_t i)
+    {
+        numbers[0] += fan.x[i] * fan.angle[i];
+        numbers[1] += fan.y[i] * fan.angle[i];
+        numbers[2] += fan.z[i] * fan.angle[i];
+    }
+};
+
+KrVector unitNormal(const float* numbers)
+{
+    const KrVector v(numbers[0], numbers[1], numbers[2]);
+    const double length = std::sqrt(v.dot(v));
+    return length > 0.0 ? KrVector(v.x() / length, v.y() / length, v.z() / length) : KrVector();
+}
+
+/// Some of the vertices, and what is found around them.
+struct Part
+{
+    Fan fan; ///< at the vertex in hand
+    std::vector<KrVector> normals;
+    std::exception_ptr problem; ///< no thread may throw
+
+    void clear()
+    {
+        normals.clear();
+        m_latest.fill(UINT32_MAX);
+    }
+    /// Adds the normal of corner `i` of the fan. @return its number among the normals
+    std::uint32_t add(const Sum& sum, std::size_t i);
+
+private:
+    // Flat sides have the same normal at many vertices. The latest one of each hash is kept: that finds nearly all, and
+    // takes the same time for any mesh.
+    std::array<std::uint32_t, 1024> m_latest;
+};
+
+std::uint32_t Part::add(const Sum& sum, std::size_t i)
+{
+    KrVector normal = unitNormal(sum.numbers);
+    if (normal == KrVector()) {
+        // Normals that cancel each other leave the triangle's own.
+        const float own[3] = {fan.x[i], fan.y[i], fan.z[i]};
+        normal = unitNormal(own);
+    }
+    // Adding 0 makes 0 of -0.
+    normal += KrVector();
+    std::uint64_t bits[3];
+    static_assert(sizeof bits == sizeof normal);
+    std::memcpy(bits, normal.data(), sizeof bits);
+    const std::uint64_t hash =
+        bits[0] * 0xbf58476d1ce4e5b9u + bits[1] * 0x94d049bb133111ebu + bits[2] * 0x9e3779b97f4a7c15u;
+    std::uint32_t& last = m_latest[hash >> 54];
+    if (last == UINT32_MAX || !(normals[last] == normal)) {
+        last = static_cast<std::uint32_t>(normals.size());
+        normals.push_back(normal);
+    }
+    return last;
+}
+
 /// Finds the normals of corners, in three steps. Corner 3 t + k is corner k of triangle t, counted through all lists.
 class Finder
 {
@@ -136,9 +233,9 @@ public:
     /// Measures the triangles, and sorts the corners by the vertices that they meet at.
     void prepare(std::size_t numThreads);
     /// Finds the normals around all vertices.
-    void find(std::size_t numThreads, KrVectorIndex& normals);
+    void find(std::size_t numThreads, std::vector<KrVector>& normals);
     /// Gives the corners their normals.
-    void apply(KrVectorIndex& normals);
+    void apply(std::vector<KrVector>& normals);
 
 private:
     /// Of a list of triangles.
@@ -148,39 +245,12 @@ private:
         std::size_t count = 0;
         std::size_t firstNumber = 0; ///< of the first one, through all lists
     };
-    /// What is found around some of the vertices.
-    struct Part
-    {
-        std::vector<KrVector> normals;
-        std::exception_ptr problem; ///< no thread may throw
-    };
-    /// The corners at a vertex, side by side.
-    struct Fan
-    {
-        std::size_t count = 0;
-        double x[kMostBlended];
-        double y[kMostBlended];
-        double z[kMostBlended];
-        double angle[kMostBlended];
-
-        void add(const Facet& facet, std::size_t corner)
-        {
-            x[count] = facet.normal.x();
-            y[count] = facet.normal.y();
-            z[count] = facet.normal.z();
-            angle[count++] = facet.angles[corner];
-        }
-        double cosine(std::size_t i, std::size_t j) const { return x[i] * x[j] + y[i] * y[j] + z[i] * z[j]; }
-        KrVector normal(std::size_t i) const { return {x[i], y[i], z[i]}; }
-        KrVector weighted(std::size_t i) const { return {x[i] * angle[i], y[i] * angle[i], z[i] * angle[i]}; }
-    };
-
     void sortCorners();
     void findIn(std::size_t firstVertex, std::size_t endVertex, Part& part);
-    void findAt(std::size_t vertex, Fan& fan, std::vector<KrVector>& normals);
-    bool findByGroups(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals);
-    void findByPairs(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals);
-    void findOneByOne(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals);
+    void findAt(std::size_t vertex, Part& part);
+    bool findByGroups(const std::uint32_t* corners, Part& part);
+    void findByPairs(const std::uint32_t* corners, Part& part);
+    void findOneByOne(const std::uint32_t* corners, Part& part);
 
     /// In the place of a normal's number: that of the triangle.
     static constexpr std::uint32_t kOwn = UINT32_MAX - 1;
@@ -191,16 +261,15 @@ private:
     const std::vector<KrVector>& m_vertices;
     const std::vector<std::vector<KrTriangle>*>& m_lists;
     const std::uint32_t m_missing;
-    const double m_leastCosine = std::cos(KrMeshNormals::creaseAngle);
-    const double m_closeCosine = std::cos(0.5 * KrMeshNormals::creaseAngle);
-    const double m_apartCosine = std::cos(2.0 * KrMeshNormals::creaseAngle);
+    const float m_leastCosine = static_cast<float>(std::cos(KrMeshNormals::creaseAngle));
+    const float m_closeCosine = static_cast<float>(std::cos(0.5 * KrMeshNormals::creaseAngle));
+    const float m_apartCosine = static_cast<float>(std::cos(2.0 * KrMeshNormals::creaseAngle));
     std::vector<Range> m_ranges;
     std::vector<Facet> m_facets;
-    std::vector<std::uint32_t> m_byVertex; ///< corners, those of one vertex side by side
-    std::vector<std::uint32_t> m_firstAt;  ///< where those of each vertex begin in it, and where the last ones end
-    std::vector<std::uint32_t> m_found;    ///< by corner: the number of its normal in its part; m_missing until then
-    std::vector<std::uint32_t> m_places;   ///< where the normals of all parts went, one part behind the other
-    std::vector<std::size_t> m_firstPlace; ///< in it, by part
+    std::vector<std::uint32_t> m_byVertex;    ///< corners, those of one vertex side by side
+    std::vector<std::uint32_t> m_firstAt;     ///< where those of each vertex begin in it, and where the last ones end
+    std::vector<std::uint32_t> m_found;       ///< by corner: the number of its normal in its part; m_missing until then
+    std::vector<std::uint32_t> m_firstOfPart; ///< where the normals of each part begin
 };
 
 Finder::Finder(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& lists,
@@ -262,7 +331,7 @@ void Finder::sortCorners()
 
 // Found at once, kept in the order of the vertices, a round of parts after the other: so the result is the same for any
 // number of threads, and what is found takes little memory besides.
-void Finder::find(std::size_t numThreads, KrVectorIndex& normals)
+void Finder::find(std::size_t numThreads, std::vector<KrVector>& normals)
 {
     const std::size_t numParts = (m_vertices.size() + kPartVertices - 1) / kPartVertices;
     std::vector<Part> parts(std::min(numParts, kPartsOfRound));
@@ -276,10 +345,8 @@ void Finder::find(std::size_t numThreads, KrVectorIndex& normals)
             if (parts[i].problem) {
                 std::rethrow_exception(parts[i].problem);
             }
-            m_firstPlace.push_back(m_places.size());
-            for (const KrVector& normal : parts[i].normals) {
-                m_places.push_back(normals.add(normal));
-            }
+            m_firstOfPart.push_back(static_cast<std::uint32_t>(normals.size()));
+            normals.insert(normals.end(), parts[i].normals.begin(), parts[i].normals.end());
         }
     }
 }
@@ -287,17 +354,16 @@ void Finder::find(std::size_t numThreads, KrVectorIndex& normals)
 void Finder::findIn(std::size_t firstVertex, std::size_t endVertex, Part& part)
 {
     try {
-        part.normals.clear();
-        Fan fan;
+        part.clear();
         for (std::size_t v = firstVertex; v < endVertex; ++v) {
-            findAt(v, fan, part.normals);
+            findAt(v, part);
         }
     } catch (...) {
         part.problem = std::current_exception();
     }
 }
 
-void Finder::findAt(std::size_t vertex, Fan& fan, std::vector<KrVector>& normals)
+void Finder::findAt(std::size_t vertex, Part& part)
 {
     const std::uint32_t* const corners = m_byVertex.data() + m_firstAt[vertex];
     const std::size_t count = m_firstAt[vertex + 1] - m_firstAt[vertex];
@@ -312,55 +378,52 @@ void Finder::findAt(std::size_t vertex, Fan& fan, std::vector<KrVector>& normals
     if (std::none_of(corners, corners + count, isLacking)) {
         return;
     }
-    fan.count = 0;
+    part.fan.count = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        fan.add(m_facets[corners[i] / 3], corners[i] % 3);
+        part.fan.add(m_facets[corners[i] / 3], corners[i] % 3);
     }
-    if (findByGroups(corners, fan, normals)) {
+    if (findByGroups(corners, part)) {
         return;
     }
     if (count <= kMostCompared) {
-        findByPairs(corners, fan, normals);
+        findByPairs(corners, part);
     } else {
-        findOneByOne(corners, fan, normals);
+        findOneByOne(corners, part);
     }
 }
 
-/// Normals that cancel each other leave the triangle's own.
-KrVector normalized(const KrVector& sum, const KrVector& own)
-{
-    const double length = std::sqrt(sum.dot(sum));
-    return length > 0.0 ? KrVector(sum.x() / length, sum.y() / length, sum.z() / length) : own;
-}
-
-/// For most vertices: groups of triangles each of which leans less than half the crease angle from the first one of its
-/// group, while these lean more than twice that angle from one another. So all of a group blend, and with no other.
+/// For smooth vertices and clear edges: groups of triangles each of which leans less than half the crease angle from
+/// the first one of its group, while these lean more than twice that angle from one another. So all of a group blend,
+/// and with no other.
 /// @return false where the triangles are other than that; nothing is found then
-bool Finder::findByGroups(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals)
+bool Finder::findByGroups(const std::uint32_t* corners, Part& part)
 {
+    const Fan& fan = part.fan;
     std::size_t firstOf[kMostGroups];
-    KrVector sums[kMostGroups];
     std::uint8_t groups[kMostBlended];
     std::size_t numGroups = 0;
     for (std::size_t i = 0; i < fan.count; ++i) {
         std::size_t group = 0;
-        while (group < numGroups && !(fan.cosine(firstOf[group], i) >= m_closeCosine)) {
-            ++group;
+        for (; group < numGroups; ++group) {
+            const float cosine = fan.cosine(firstOf[group], i);
+            if (cosine >= m_closeCosine) {
+                break;
+            }
+            if (cosine >= m_apartCosine) {
+                return false;
+            }
         }
         if (group == numGroups) {
-            for (std::size_t other = 0; other < numGroups; ++other) {
-                if (fan.cosine(firstOf[other], i) >= m_apartCosine) {
-                    return false;
-                }
-            }
             if (numGroups == kMostGroups) {
                 return false;
             }
             firstOf[numGroups++] = i;
         }
         groups[i] = static_cast<std::uint8_t>(group);
-        // Always in the order of the corners, so that the sums of the same ones are equal to the last bit.
-        sums[group] += fan.weighted(i);
+    }
+    Sum sums[kMostGroups];
+    for (std::size_t i = 0; i < fan.count; ++i) {
+        sums[groups[i]].add(fan, i);
     }
     std::uint32_t numbers[kMostGroups];
     std::fill_n(numbers, numGroups, kNone);
@@ -372,43 +435,52 @@ bool Finder::findByGroups(const std::uint32_t* corners, const Fan& fan, std::vec
             continue;
         }
         if (number == kNone) {
-            number = static_cast<std::uint32_t>(normals.size());
-            normals.push_back(normalized(sums[groups[i]], fan.normal(i)));
+            number = part.add(sums[groups[i]], i);
         }
         found = number;
     }
     return true;
 }
 
-void Finder::findByPairs(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals)
+void Finder::findByPairs(const std::uint32_t* corners, Part& part)
 {
+    const Fan& fan = part.fan;
+    static constexpr std::uint32_t kBits[kLanes] = {1, 2, 4, 8, 16, 32, 64, 128};
+    const float least = m_leastCosine;
     // Which corners blend, for each of them: a bit for each.
     std::uint64_t blended[kMostCompared];
     for (std::size_t i = 0; i < fan.count; ++i) {
-        // A corner blends with itself.
-        std::uint64_t own = std::uint64_t{1} << i;
-        for (std::size_t j = 0; j < i; ++j) {
-            const std::uint64_t isBlended = fan.cosine(i, j) >= m_leastCosine;
-            own |= isBlended << j;
-            blended[j] |= isBlended << i;
+        const float x = fan.x[i];
+        const float y = fan.y[i];
+        const float z = fan.z[i];
+        blended[i] = 0;
+        for (std::size_t first = 0; first < fan.count; first += kLanes) {
+            // A loop of a fixed length becomes instructions for several at once.
+            std::uint32_t bits = 0;
+            for (std::size_t j = 0; j < kLanes; ++j) {
+                const float cosine = x * (fan.x + first)[j] + y * (fan.y + first)[j] + z * (fan.z + first)[j];
+                bits |= cosine >= least ? kBits[j] : 0u;
+            }
+            blended[i] |= std::uint64_t{bits} << first;
         }
-        blended[i] = own;
+        // What stands behind the corners is left from other vertices.
+        blended[i] &= ~std::uint64_t{0} >> (64 - fan.count);
     }
     for (std::size_t i = 0; i < fan.count; ++i) {
         if (m_found[corners[i]] != m_missing) {
             continue;
         }
         const std::uint64_t own = blended[i];
-        KrVector sum;
-        for (std::size_t j = 0; j < fan.count; ++j) {
-            if ((own >> j & 1) != 0) {
-                sum += fan.weighted(j);
+        Sum sum;
+        std::size_t j = 0;
+        for (std::uint64_t rest = own; rest != 0; rest >>= 1, ++j) {
+            if ((rest & 1) != 0) {
+                sum.add(fan, j);
             }
         }
-        const auto number = static_cast<std::uint32_t>(normals.size());
-        normals.push_back(normalized(sum, fan.normal(i)));
+        const std::uint32_t number = part.add(sum, i);
         // Where a surface is smooth all corners blend with the same ones, and have one normal.
-        for (std::size_t j = i; j < fan.count; ++j) {
+        for (j = i; j < fan.count; ++j) {
             if (blended[j] == own && m_found[corners[j]] == m_missing) {
                 m_found[corners[j]] = number;
             }
@@ -417,24 +489,24 @@ void Finder::findByPairs(const std::uint32_t* corners, const Fan& fan, std::vect
 }
 
 /// For any number of corners, without memory for each pair of them.
-void Finder::findOneByOne(const std::uint32_t* corners, const Fan& fan, std::vector<KrVector>& normals)
+void Finder::findOneByOne(const std::uint32_t* corners, Part& part)
 {
+    const Fan& fan = part.fan;
     for (std::size_t i = 0; i < fan.count; ++i) {
         if (m_found[corners[i]] != m_missing) {
             continue;
         }
-        KrVector sum;
+        Sum sum;
         for (std::size_t j = 0; j < fan.count; ++j) {
             if (fan.cosine(i, j) >= m_leastCosine) {
-                sum += fan.weighted(j);
+                sum.add(fan, j);
             }
         }
-        m_found[corners[i]] = static_cast<std::uint32_t>(normals.size());
-        normals.push_back(normalized(sum, fan.normal(i)));
+        m_found[corners[i]] = part.add(sum, i);
     }
 }
 
-void Finder::apply(KrVectorIndex& normals)
+void Finder::apply(std::vector<KrVector>& normals)
 {
     std::size_t corner = 0;
     for (std::vector<KrTriangle>* const list : m_lists) {
@@ -444,10 +516,14 @@ void Finder::apply(KrVectorIndex& normals)
                     continue;
                 }
                 const std::uint32_t vertex = triangle.vertex(k);
-                const std::uint32_t found = m_found[corner];
-                const std::uint32_t normal = found == kOwn ? normals.add(m_facets[corner / 3].normal)
-                                                           : m_places[m_firstPlace[vertex / kPartVertices] + found];
-                triangle.setCorner(k, vertex, normal, triangle.textureCoordinate(k));
+                std::uint32_t number = m_found[corner];
+                if (number == kOwn) {
+                    number = static_cast<std::uint32_t>(normals.size());
+                    normals.push_back(unitNormal(m_facets[corner / 3].normal));
+                } else {
+                    number += m_firstOfPart[vertex / kPartVertices];
+                }
+                triangle.setCorner(k, vertex, number, triangle.textureCoordinate(k));
             }
         }
     }
@@ -456,7 +532,7 @@ void Finder::apply(KrVectorIndex& normals)
 } // namespace
 
 void KrMeshNormals::fill(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& lists,
-                         std::uint32_t missing, std::size_t numThreads, KrVectorIndex& normals)
+                         std::uint32_t missing, std::size_t numThreads, std::vector<KrVector>& normals)
 {
     const auto isLacking = [missing](const std::vector<KrTriangle>* list) {
         return std::any_of(list->begin(), list->end(), [missing](const KrTriangle& t) {

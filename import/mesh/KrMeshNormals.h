@@ -1,7 +1,5 @@
 #pragma once
 
-#include <import/mesh/KrVectorIndex.h>
-
 #include <toolkit/extent/KrTriangle.h>
 #include <toolkit/math/KrVector.h>
 
@@ -22,9 +20,10 @@ public:
     ///
     /// @param lists    borrowed; fewer than 2^32 / 3 triangles, none of them degenerate
     /// @param numThreads  that may work at it; the result does not depend on them
-    /// @param normals  takes the new normals, unit length
+    /// @param normals  takes the new normals, unit length, behind what is there. Of equal ones nearly all share an
+    /// index
     static void fill(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& lists,
-                     std::uint32_t missing, std::size_t numThreads, KrVectorIndex& normals);
+                     std::uint32_t missing, std::size_t numThreads, std::vector<KrVector>& normals);
 
     /// Whether a triangle has no direction: corners on a line, or not finite.
     static bool isDegenerate(const KrVector& a, const KrVector& b, const KrVector& c);

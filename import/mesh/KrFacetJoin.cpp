@@ -1,0 +1,128 @@
+#include <import/mesh/KrFacetJoin.h>
+
+#include <import/mesh/KrVectorIndex.h>
+
+#include <array>
+#include <cstring>
+
+namespace
+{
+
+/// Numbers of places, in the order in which they come: an open hash table.
+class Places
+{
+public:
+    using Place = std::array<float, 3>;
+
+    /// @param numFacets  a closed surface has half as many places, and the table is made for that
+    explicit Places(std::size_t numFacets)
+    {
+        std::size_t size = 64;
+        while (size < numFacets) {
+            size *= 2;
+        }
+        m_slots.resize(size, kFree);
+        m_places.reserve(numFacets / 2 + 2);
+    }
+
+    std::uint32_t number(const float* at)
+    {
+        // Adding 0 makes 0 of -0.
+        const Place place{at[0] + 0.0f, at[1] + 0.0f, at[2] + 0.0f};
+        std::uint32_t* slot = &find(place);
+        if (*slot == kFree) {
+            if (2 * m_places.size() >= m_slots.size()) {
+                grow();
+                slot = &find(place);
+            }
+            *slot = static_cast<std::uint32_t>(m_places.size());
+            m_places.push_back(place);
+        }
+        return *slot;
+    }
+
+    /// Slots that were looked at and held another place.
+    std::size_t numInVain() const { return m_numInVain; }
+    const std::vector<Place>& places() const { return m_places; }
+
+private:
+    static constexpr std::uint32_t kFree = UINT32_MAX;
+
+    /// The slot of a place, or the free one where it belongs.
+    std::uint32_t& find(const Place& place)
+    {
+        std::uint32_t bits[3];
+        std::memcpy(bits, place.data(), sizeof bits);
+        // Round numbers differ in their upper bits only; multiplying carries bits upwards, and the last step down
+        // again.
+        std::uint64_t hash = (std::uint64_t{bits[0]} << 32 | bits[1]) * 0x9e3779b97f4a7c15u;
+        hash = (hash ^ hash >> 32 ^ bits[2]) * 0xd6e8feb86659fd93u;
+        hash ^= hash >> 32;
+        const std::size_t mask = m_slots.size() - 1;
+        std::size_t at = static_cast<std::size_t>(hash) & mask;
+        while (m_slots[at] != kFree && std::memcmp(m_places[m_slots[at]].data(), place.data(), sizeof place) != 0) {
+            at = (at + 1) & mask;
+            ++m_numInVain;
+        }
+        return m_slots[at];
+    }
+
+    void grow()
+    {
+        m_slots.assign(2 * m_slots.size(), kFree);
+        for (std::size_t i = 0; i < m_places.size(); ++i) {
+            find(m_places[i]) = static_cast<std::uint32_t>(i);
+        }
+    }
+
+    std::vector<Place> m_places;
+    std::vector<std::uint32_t> m_slots; ///< a power of two of them, half full at most
+    std::size_t m_numInVain = 0;
+};
+
+/// At most half full, a table looks at less than one slot in vain on average.
+constexpr std::size_t kMostInVain = 16;
+constexpr std::size_t kFirstInVain = 4096;
+
+/// For places that were chosen so that the table does not tell them apart: another one, which sees to that.
+void joinSlowly(const std::vector<KrStlText::Facet>& facets, std::uint32_t normal, KrTriangle* triangle,
+                std::vector<KrVector>& vertices)
+{
+    KrVectorIndex index;
+    for (const KrStlText::Facet& facet : facets) {
+        for (unsigned int k = 0; k < 3; ++k) {
+            const float* const at = facet.data() + 3 * k;
+            triangle->setCorner(k, index.add({at[0], at[1], at[2]}), normal, 0);
+        }
+        ++triangle;
+    }
+    vertices = index.take();
+}
+
+} // namespace
+
+void KrFacetJoin::join(const std::vector<KrStlText::Facet>& facets, std::uint32_t normal,
+                       std::vector<KrTriangle>& triangles, std::vector<KrVector>& vertices)
+{
+    const std::size_t first = triangles.size();
+    triangles.resize(first + facets.size());
+    KrTriangle* triangle = triangles.data() + first;
+    Places places(facets.size());
+    std::size_t mostInVain = kFirstInVain;
+    for (const KrStlText::Facet& facet : facets) {
+        for (unsigned int k = 0; k < 3; ++k) {
+            triangle->setCorner(k, places.number(facet.data() + 3 * k), normal, 0);
+        }
+        ++triangle;
+        mostInVain += 3 * kMostInVain;
+        if (places.numInVain() > mostInVain) {
+            joinSlowly(facets, normal, triangles.data() + first, vertices);
+            return;
+        }
+    }
+    vertices.clear();
+    vertices.reserve(places.places().size());
+    for (const Places::Place& place : places.places()) {
+        vertices.emplace_back(place[0], place[1], place[2]);
+    }
+}
