@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <exception>
 #include <map>
 #include <set>
@@ -173,6 +174,47 @@ std::vector<bool> usedVertices(const aiMesh& mesh)
     return isUsed;
 }
 
+/// What became of the vectors of a mesh that came last. Readers give each corner a vector of its own, and those of
+/// neighbours are equal: most are found here, before they are computed with or looked for among all.
+class LatestVectors
+{
+public:
+    /// Forgets all of them.
+    void clear() { ++m_round; }
+    /// @param add  gives the number of a vector that is not known
+    template <typename Add>
+    std::uint32_t number(const aiVector3D& vector, const Add& add)
+    {
+        Slot& slot = m_slots[hash(vector) % kNumSlots];
+        if (slot.round != m_round || !(slot.vector == vector)) {
+            slot = {vector, add(vector), m_round};
+        }
+        return slot.number;
+    }
+
+private:
+    static constexpr std::size_t kNumSlots = 4096;
+    struct Slot
+    {
+        aiVector3D vector;
+        std::uint32_t number = 0;
+        std::uint32_t round = 0;
+    };
+    static std::size_t hash(const aiVector3D& vector)
+    {
+        const float numbers[3] = {static_cast<float>(vector.x), static_cast<float>(vector.y),
+                                  static_cast<float>(vector.z)};
+        std::uint32_t bits[3];
+        std::memcpy(bits, numbers, sizeof bits);
+        const std::uint64_t sum =
+            bits[0] * 0xBF58476D1CE4E5B9u + bits[1] * 0x94D049BB133111EBu + bits[2] * 0x9E3779B97F4A7C15u;
+        return static_cast<std::size_t>(sum >> 40);
+    }
+
+    std::vector<Slot> m_slots = std::vector<Slot>(kNumSlots);
+    std::uint32_t m_round = 0;
+};
+
 /// Makes one soup of triangles out of the library's scene: nodes applied, equal vertices joined.
 class Collector
 {
@@ -221,6 +263,8 @@ private:
     std::uint64_t m_numVertices = 0; ///< of all instances
     KrVectorIndex m_vertices;
     KrVectorIndex m_normals;
+    LatestVectors m_latestVertices; ///< numbers among all vertices
+    LatestVectors m_latestNormals;
     std::vector<KrMeshMaterials::Look> m_looks;
     std::map<std::pair<unsigned int, bool>, std::size_t> m_groups; ///< by material and whether its texture can be used
     std::map<std::string, std::size_t> m_colorGroups;              ///< by the colour of all vertices
@@ -333,12 +377,15 @@ void Collector::addMesh(const aiMesh& mesh, const Eigen::Matrix4d& nodeToFile)
     const Eigen::Vector3d offset = nodeToFile.block<3, 1>(0, 3);
     const bool isMirrored = linear.determinant() < 0.0;
     const std::vector<bool> isUsed = usedVertices(mesh);
+    m_latestVertices.clear();
     // What no triangle uses stays 0, and is asked for by none.
     std::vector<std::uint32_t> vertices(mesh.mNumVertices);
     for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
         // Exporters leave vertices behind that no triangle uses, by the thousand.
         if (isUsed[i]) {
-            vertices[i] = m_vertices.add(vectorOf(linear * vectorOf(mesh.mVertices[i]) + offset));
+            vertices[i] = m_latestVertices.number(mesh.mVertices[i], [&](const aiVector3D& vertex) {
+                return m_vertices.add(vectorOf(linear * vectorOf(vertex) + offset));
+            });
         }
     }
     const std::vector<std::uint32_t> normals = addNormals(mesh, isUsed, linear);
@@ -371,13 +418,18 @@ std::vector<std::uint32_t> Collector::addNormals(const aiMesh& mesh, const std::
     }
     // A normal stays upright on its surface under the inverse transpose.
     const Eigen::Matrix3d normalMatrix = linear.inverse().transpose();
-    // Zero normals and those of another length are left for the triangles to give.
-    for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
-        const Eigen::Vector3d given = vectorOf(mesh.mNormals[i]);
+    const auto add = [&](const aiVector3D& normal) {
+        const Eigen::Vector3d given = vectorOf(normal);
         const Eigen::Vector3d turned = normalMatrix * given;
         const double length = turned.norm();
-        if (isUsed[i] && std::abs(given.norm() - 1.0) <= kNormalTolerance && length > 0.0 && std::isfinite(length)) {
-            indices[i] = m_normals.add(vectorOf(turned / length));
+        // Zero normals and those of another length are left for the triangles to give.
+        const bool isGood = std::abs(given.norm() - 1.0) <= kNormalTolerance && length > 0.0 && std::isfinite(length);
+        return isGood ? m_normals.add(vectorOf(turned / length)) : KrMeshData::noNormal;
+    };
+    m_latestNormals.clear();
+    for (unsigned int i = 0; i < mesh.mNumVertices; ++i) {
+        if (isUsed[i]) {
+            indices[i] = m_latestNormals.number(mesh.mNormals[i], add);
         }
     }
     return indices;
