@@ -47,6 +47,17 @@ bool isNameEnd(char c)
     return isSpace(c) || c == '/' || c == '>' || c == '=' || c == '<';
 }
 
+/// What other readers refuse in an attribute, or make blanks of.
+bool hasOdd(std::string_view value)
+{
+    bool isOdd = false;
+    // To the end: values are short.
+    for (const char c : value) {
+        isOdd |= (c == '<') | (c == '\t') | (c == '\n') | (c == '\r');
+    }
+    return isOdd;
+}
+
 /// No references and no characters that XML does not know.
 bool hasPlainBytes(std::string_view text)
 {
@@ -110,7 +121,11 @@ bool KrPlainXml::read(std::string_view text, Origin origin)
 bool KrPlainXml::takeText(std::size_t end)
 {
     const std::string_view piece = m_text.substr(m_at, end - m_at);
-    if (std::all_of(piece.begin(), piece.end(), isSpace)) {
+    std::size_t blanks = 0;
+    while (blanks < piece.size() && isSpace(piece[blanks])) {
+        ++blanks;
+    }
+    if (blanks == piece.size()) {
         return true;
     }
     // Text outside the root is no XML.
@@ -204,9 +219,7 @@ bool KrPlainXml::takeAttributes(Element& element, bool& isEmpty)
         attribute.value = m_text.substr(m_at + 1, end - m_at - 1);
         m_at = end + 1;
         // Readers make blanks of line ends and tabs. The writer makes references of them, and no attribute twice.
-        const auto isOdd = [](char c) { return c == '<' || c == '\t' || c == '\n' || c == '\r'; };
-        if (m_origin == Origin::File && (std::any_of(attribute.value.begin(), attribute.value.end(), isOdd) ||
-                                         this->attribute(element, attribute.name))) {
+        if (m_origin == Origin::File && (hasOdd(attribute.value) || this->attribute(element, attribute.name))) {
             return false;
         }
         m_attributes.push_back(attribute);
@@ -240,20 +253,25 @@ bool KrPlainXml::takeEndTag()
 
 bool KrPlainXml::takeName(std::string_view& name)
 {
+    // Loops instead of functions of the library: names are half of some files, and those take a call for each letter.
     std::size_t end = m_at;
+    bool hasColon = false;
     if (m_origin == Origin::Writer) {
         // Letters of all languages: the reader of all XML has looked at them.
-        end = static_cast<std::size_t>(std::find_if(m_text.begin() + m_at, m_text.end(), isNameEnd) - m_text.begin());
+        while (end < m_text.size() && !isNameEnd(m_text[end])) {
+            ++end;
+        }
     } else if (end < m_text.size() && isNameStart(m_text[end])) {
-        end =
-            static_cast<std::size_t>(std::find_if_not(m_text.begin() + end, m_text.end(), isNamePart) - m_text.begin());
+        while (end < m_text.size() && isNamePart(m_text[end])) {
+            hasColon |= m_text[end++] == ':';
+        }
     }
     name = m_text.substr(m_at, end - m_at);
     m_at = end;
     // A prefix and a name, each of a letter at least; what else a colon may mean is a matter of taste.
-    const std::size_t colon = name.find(':');
-    const bool isQualified = colon == std::string_view::npos ||
-                             (colon + 1 < name.size() && isNameStart(name[colon + 1]) && colon == name.rfind(':'));
+    const std::size_t colon = hasColon ? name.find(':') : std::string_view::npos;
+    const bool isQualified =
+        !hasColon || (colon + 1 < name.size() && isNameStart(name[colon + 1]) && colon == name.rfind(':'));
     return !name.empty() && (m_origin == Origin::Writer || (name.size() <= kLongestName && isQualified));
 }
 
@@ -267,10 +285,13 @@ void KrPlainXml::skipSpace()
 const KrPlainXml::Attribute* KrPlainXml::attribute(const Element& element, std::string_view name) const
 {
     const Attribute* const first = m_attributes.data() + element.firstAttribute;
-    const Attribute* const last = first + element.numAttributes;
-    const Attribute* const found =
-        std::find_if(first, last, [name](const Attribute& attribute) { return attribute.name == name; });
-    return found == last ? nullptr : found;
+    for (const Attribute* found = first; found != first + element.numAttributes; ++found) {
+        // Most are told apart by their length or first letter.
+        if (found->name.size() == name.size() && !name.empty() && found->name[0] == name[0] && found->name == name) {
+            return found;
+        }
+    }
+    return nullptr;
 }
 
 std::string_view KrPlainXml::attributeOf(const Element& element, std::string_view name) const

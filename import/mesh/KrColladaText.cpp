@@ -28,7 +28,9 @@ constexpr std::size_t kMaxControllers = 16; // one on the other
 // The mesh library looks through all nodes for each that is placed.
 constexpr std::uint64_t kMaxComparisons = 200000000;
 // A tree takes a hundred times the bytes of an empty element. Real files have some thousands, or one for each polygon.
-constexpr std::ptrdiff_t kMaxElements = 4000000;
+constexpr std::uint64_t kMaxElements = 4000000;
+// Letters that are looked at together; fewer than a byte counts.
+constexpr std::size_t kBlock = 64;
 
 /// False for something else than a whole number up to `limit`; an absent attribute leaves `value`.
 bool takeCount(const KrPlainXml& file, const Element& element, const char* name, std::uint64_t limit,
@@ -500,16 +502,28 @@ std::vector<Edit> withoutMotion(const KrPlainXml& file)
     return edits;
 }
 
+/// The same for equal words, and hardly ever for others.
+std::uint64_t numberOf(std::string_view word)
+{
+    std::uint64_t number = word.size();
+    for (const char letter : word) {
+        number = (number ^ static_cast<unsigned char>(letter)) * 0x9E3779B97F4A7C15u;
+        number ^= number >> 32;
+    }
+    return number;
+}
+
 /// Gives what several geometries call by one name names of its own: some exporters number from 0 in each of them, and
 /// the mesh library keeps one array for each name.
 std::vector<Edit> withOwnIds(const KrPlainXml& file)
 {
     const std::vector<Element>& all = file.elements();
-    // Nearly all files have no name twice, and need not be looked at closer.
-    std::vector<std::string_view> ids;
+    // Nearly all files have no name twice, and need not be looked at closer. Numbers are sorted in a fraction of the
+    // time that words take; two words of one number only cost the closer look.
+    std::vector<std::uint64_t> ids;
     for (const Element& element : all) {
         if (const KrPlainXml::Attribute* const id = file.attribute(element, "id")) {
-            ids.push_back(id->value);
+            ids.push_back(numberOf(id->value));
         }
     }
     std::sort(ids.begin(), ids.end());
@@ -559,12 +573,20 @@ std::string upAxisOf(const KrPlainXml& file)
 }
 
 /// Asked before the parser runs: its tree is what takes the memory.
-bool isTooLarge(const std::string& content)
+bool isTooLarge(std::string_view content)
 {
-    std::ptrdiff_t count = 0;
-    // Tags stand far from one another in files that are large.
-    for (std::size_t at = content.find('<'); at != std::string::npos; at = content.find('<', at + 1)) {
-        ++count;
+    std::uint64_t count = 0;
+    std::size_t at = 0;
+    // A loop of a fixed length becomes instructions for many letters at once.
+    for (; content.size() - at >= kBlock; at += kBlock) {
+        unsigned char tags = 0;
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            tags += static_cast<unsigned char>(content[at + i] == '<');
+        }
+        count += tags;
+    }
+    for (; at < content.size(); ++at) {
+        count += content[at] == '<';
     }
     return count > 2 * kMaxElements; // most have an end of their own
 }
