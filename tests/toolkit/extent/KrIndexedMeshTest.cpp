@@ -2,7 +2,9 @@
 #include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/extent/private/KrEqualPositions.h>
+#include <toolkit/extent/private/KrFloat3.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 
 #include <gtest/gtest.h>
 
@@ -240,7 +242,7 @@ TEST(KrIndexedMesh, PlacesThatNoHashTellsApartAreToldApart)
     std::mt19937 random(5);
     while (positions.size() < 2000) {
         const auto x = static_cast<float>(random() % 100000), y = static_cast<float>(random() % 100000);
-        if ((KrEqualPositions::hash(x, y, 1.0f) & 0xfff) == 0) {
+        if ((KrRowTable<KrFloat3>::hash({x, y, 1.0f}) & 0xfff) == 0) {
             positions.push_back({x, y, 1.0});
         }
     }

@@ -3,7 +3,7 @@
 #include <toolkit/extent/private/KrFloat3.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
 #include <toolkit/extent/private/KrLevelPictures.h>
-#include <toolkit/extent/private/KrVertexTable.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 
 #include <gtest/gtest.h>
 
@@ -149,15 +149,18 @@ const float* vertexOf(const KrIndexedMesh& mesh, std::uint32_t index)
 /// Whether a level encloses bodies, by the positions of its corners.
 bool isClosed(const KrIndexedMesh& mesh, const KrIndexedMesh::Level& level)
 {
-    KrVertexTable positions(3);
+    KrRowTable<KrFloat3> places;
+    std::vector<float> positions;
     std::vector<std::uint32_t> corners;
     for (const std::uint32_t index : indicesOf(mesh, level)) {
         const float* const p = vertexOf(mesh, index);
         // -0 is the same place as 0.
-        const float row[3] = {p[0] + 0.0f, p[1] + 0.0f, p[2] + 0.0f};
-        corners.push_back(positions.number(row));
+        corners.push_back(places.number({p[0] + 0.0f, p[1] + 0.0f, p[2] + 0.0f}));
     }
-    return KrClosedSurface::isClosed(positions.rows(), corners);
+    for (const KrFloat3& place : places.rows()) {
+        positions.insert(positions.end(), place.begin(), place.end());
+    }
+    return KrClosedSurface::isClosed(positions, corners);
 }
 
 /// Distance of a point from a triangle in the plain way: to the plane where the foot lies inside, else to the edges.

@@ -1,8 +1,9 @@
 #include <toolkit/extent/private/KrEqualPositions.h>
 
-#include <algorithm>
+#include <toolkit/extent/private/KrFloat3.h>
+#include <toolkit/foundation/private/KrRowTable.h>
+
 #include <cstddef>
-#include <cstring>
 
 namespace
 {
@@ -11,15 +12,12 @@ namespace
 constexpr std::size_t kPartSize = 4096;
 /// Written to in turns, so that their ends should stay in a cache as well.
 constexpr unsigned int kMostPartBits = 12;
-constexpr std::uint32_t kFree = 0xffffffffu;
+using PlaceTable = KrRowTable<KrFloat3>;
 
 struct Entry
 {
-    float place[3];
+    KrFloat3 place;
     std::uint32_t index; ///< in the list
-
-    bool isSamePlace(const Entry& other) const { return std::memcmp(place, other.place, sizeof place) == 0; }
-    std::uint64_t hash() const { return KrEqualPositions::hash(place[0], place[1], place[2]); }
 };
 
 // Adding 0 makes 0 of -0, which is the same place.
@@ -44,16 +42,20 @@ public:
 
 private:
     void split();
-    void join(Entry* begin, Entry* end);
-    void joinSorted(Entry* begin, Entry* end);
-    std::size_t partOf(const Entry& entry) const { return entry.hash() >> (64 - kMostPartBits) & m_partMask; }
+    void join(const Entry* begin, const Entry* end);
+    std::size_t partOf(const Entry& entry) const
+    {
+        return PlaceTable::hash(entry.place) >> (32 - kMostPartBits) & m_partMask;
+    }
 
     const KrXmlVectorVector& m_positions;
     std::vector<std::uint32_t> m_firstOf;
     std::vector<Entry> m_entries; ///< part by part, those of a part in the order of the list
     std::vector<std::size_t> m_ends;
     std::size_t m_partMask = 0;
-    std::vector<std::uint32_t> m_table; ///< a power of two of entries of the part, by their number in it
+    PlaceTable m_table;                   ///< of the part in hand
+    std::vector<std::uint32_t> m_numbers; ///< of its entries, in the table
+    std::vector<std::uint32_t> m_firsts;  ///< the first entry of each of its places
 };
 
 std::vector<std::uint32_t> EqualPositions::run()
@@ -98,58 +100,24 @@ void EqualPositions::split()
     }
 }
 
-void EqualPositions::join(Entry* begin, Entry* end)
+void EqualPositions::join(const Entry* begin, const Entry* end)
 {
-    const auto count = static_cast<std::size_t>(end - begin);
-    std::size_t size = 16;
-    while (size < 2 * count) {
-        size *= 2;
-    }
-    m_table.assign(size, kFree);
-    // At most half full, a table needs less than two on average.
-    std::size_t probesLeft = 16 * count + 1024;
-    for (Entry* entry = begin; entry != end; ++entry) {
-        std::size_t at = entry->hash() & (size - 1);
-        while (m_table[at] != kFree && !begin[m_table[at]].isSamePlace(*entry)) {
-            at = (at + 1) & (size - 1);
-            if (--probesLeft == 0) {
-                joinSorted(begin, end);
-                return;
-            }
-        }
-        if (m_table[at] == kFree) {
-            m_table[at] = static_cast<std::uint32_t>(entry - begin);
-        }
-        m_firstOf[entry->index] = begin[m_table[at]].index;
-    }
-}
-
-// For places that were chosen so that the hash does not tell them apart: never much slower, whatever they are.
-void EqualPositions::joinSorted(Entry* begin, Entry* end)
-{
-    std::sort(begin, end, [](const Entry& a, const Entry& b) {
-        const int order = std::memcmp(a.place, b.place, sizeof a.place);
-        return order != 0 ? order < 0 : a.index < b.index;
-    });
-    const Entry* first = begin;
+    m_table.restart(static_cast<std::size_t>(end - begin));
+    m_numbers.clear();
+    m_firsts.clear();
     for (const Entry* entry = begin; entry != end; ++entry) {
-        first = entry->isSamePlace(*first) ? first : entry;
-        m_firstOf[entry->index] = first->index;
+        m_numbers.push_back(m_table.number(entry->place));
+        if (m_numbers.back() == m_firsts.size()) {
+            m_firsts.push_back(entry->index);
+        }
+    }
+    // The list is too long for a cache. By itself, several of its lines are on their way at once.
+    for (std::size_t i = 0; i < m_numbers.size(); ++i) {
+        m_firstOf[begin[i].index] = m_firsts[m_numbers[i]];
     }
 }
 
 } // namespace
-
-std::uint64_t KrEqualPositions::hash(float x, float y, float z)
-{
-    const float place[3] = {x, y, z};
-    std::uint32_t bits[3];
-    std::memcpy(bits, place, sizeof bits);
-    // Round numbers differ in their upper bits only; multiplying carries bits upwards, and the last steps down again.
-    std::uint64_t sum = (std::uint64_t{bits[0]} << 32 | bits[1]) * 0x9e3779b97f4a7c15u;
-    sum = (sum ^ sum >> 32 ^ bits[2]) * 0xd6e8feb86659fd93u;
-    return sum ^ sum >> 32;
-}
 
 std::vector<std::uint32_t> KrEqualPositions::firstOf(const KrXmlVectorVector& positions)
 {

@@ -13,12 +13,9 @@ namespace KrEqualPositions
 /// 0 and -0 are one.
 ///
 /// Takes time in proportion to the list, however long: it is split by a hash of the numbers into parts that fit a
-/// processor's cache, and each part goes through a small hash table.
+/// processor's cache, and each part goes through a table of its own.
 ///
 /// @param positions  fewer than 2^32, finite
 std::vector<std::uint32_t> firstOf(const KrXmlVectorVector& positions);
-
-/// By which the list is split and the tables are filled; here so that tests can make lists that it does not spread.
-std::uint64_t hash(float x, float y, float z);
 
 } // namespace KrEqualPositions

@@ -3,9 +3,10 @@
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/extent/private/KrClosedSurface.h>
 #include <toolkit/extent/private/KrEqualPositions.h>
+#include <toolkit/extent/private/KrFloat3.h>
 #include <toolkit/extent/private/KrMeshLevels.h>
 #include <toolkit/extent/private/KrTriangleOrder.h>
-#include <toolkit/extent/private/KrVertexTable.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 #include <toolkit/math/KrCoordinateSystemTransformation.h>
 
 #include <algorithm>
@@ -93,9 +94,10 @@ KrIndexedMesh LevelZero::run()
     for (const KrTriPhysicalExtent::Group& group : m_mesh.groups()) {
         addGroup(group.second());
     }
-    m_firstOf = {};
-    m_places = {};
-    m_origins = {};
+    // With their memory, which `= {}` would keep.
+    m_firstOf = std::vector<std::uint32_t>();
+    m_places = std::vector<Place>();
+    m_origins = std::vector<Origin>();
     // These live as long as the mesh.
     m_result.vertices.shrink_to_fit();
     m_result.textureCoordinates.shrink_to_fit();
@@ -247,10 +249,11 @@ std::shared_ptr<const KrIndexedMesh> KrIndexedMesh::withLevels(const KrIndexedMe
 {
     auto result = std::make_shared<KrIndexedMesh>(KrMeshLevels::make(mesh));
     // For all who allow any error: level 0 once more, as a vertex cache likes it.
-    KrVertexTable positions(3);
+    KrRowTable<KrFloat3> positions;
     std::vector<std::uint32_t> positionOf(mesh.numVertices());
     for (std::size_t i = 0; i < positionOf.size(); ++i) {
-        positionOf[i] = positions.number(&mesh.vertices[kVertexWidth * i]);
+        const float* const p = &mesh.vertices[kVertexWidth * i];
+        positionOf[i] = positions.number({p[0], p[1], p[2]});
     }
     Level ordered = result->levels[0];
     for (Range& group : ordered.groups) {

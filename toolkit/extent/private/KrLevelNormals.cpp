@@ -58,7 +58,6 @@ KrLevelNormals::KrLevelNormals(const KrIndexedMesh& mesh, const KrMeshPlaces& pl
     , m_places(places)
     , m_firstAt(places.groups.size() + 1)
     , m_at(places.corners.size())
-    , m_added(kVertexWidth + 2)
 {
     // Counted, summed up to where each ends, and filled in from there down to where it begins.
     for (const std::uint32_t place : places.corners) {
@@ -146,7 +145,7 @@ std::uint32_t KrLevelNormals::vertexWith(std::uint32_t place, const float* posit
         std::copy_n(&m_mesh.textureCoordinates[std::size_t{2} * known], 2, &row[kVertexWidth]);
     }
     const std::size_t count = m_added.size();
-    const std::uint32_t number = m_added.number(row.data());
+    const std::uint32_t number = m_added.number(row);
     if (m_added.size() > count) {
         result.vertices.insert(result.vertices.end(), row.begin(), row.begin() + kVertexWidth);
         if (!m_mesh.textureCoordinates.empty()) {

@@ -1,8 +1,9 @@
 #pragma once
 
 #include <toolkit/extent/private/KrLevelSample.h>
-#include <toolkit/extent/private/KrVertexTable.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -52,7 +53,7 @@ private:
 
     const KrIndexedMesh& m_mesh;
     const KrMeshPlaces& m_places;
-    std::vector<std::uint32_t> m_firstAt; ///< by place, and one behind the last: in m_at
-    std::vector<std::uint32_t> m_at;      ///< the vertices of level 0 at each place; some more than once
-    KrVertexTable m_added;
+    std::vector<std::uint32_t> m_firstAt;     ///< by place, and one behind the last: in m_at
+    std::vector<std::uint32_t> m_at;          ///< the vertices of level 0 at each place; some more than once
+    KrRowTable<std::array<float, 8>> m_added; ///< position, normal, texture coordinates or zeros
 };

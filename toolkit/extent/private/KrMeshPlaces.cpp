@@ -1,15 +1,16 @@
 #include <toolkit/extent/private/KrMeshPlaces.h>
 
+#include <toolkit/extent/private/KrFloat3.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
-#include <toolkit/extent/private/KrVertexTable.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 
 #include <array>
 #include <cstring>
 
 KrMeshPlaces::KrMeshPlaces(const KrIndexedMesh& mesh)
 {
-    KrVertexTable places(6);
-    KrVertexTable positionTable(3);
+    KrRowTable<std::array<float, 6>> places;
+    KrRowTable<KrFloat3> positionTable;
     const std::vector<KrIndexedMesh::Range>& ranges = mesh.levels[0].groups;
     for (std::uint32_t group = 0; group < ranges.size(); ++group) {
         for (std::uint32_t i = ranges[group].first; i < ranges[group].first + ranges[group].count; ++i) {
@@ -22,10 +23,10 @@ KrMeshPlaces::KrMeshPlaces(const KrIndexedMesh& mesh)
                 row[4] = mesh.textureCoordinates[std::size_t{2} * vertex];
                 row[5] = mesh.textureCoordinates[std::size_t{2} * vertex + 1];
             }
-            const std::uint32_t place = places.number(row.data());
+            const std::uint32_t place = places.number(row);
             if (place == groups.size()) {
                 groups.push_back(group);
-                spots.push_back(positionTable.number(row.data()));
+                spots.push_back(positionTable.number({row[0], row[1], row[2]}));
                 positions.insert(positions.end(), row.begin(), row.begin() + 3);
             }
             corners.push_back(place);
