@@ -85,6 +85,29 @@ double depthOf(const osg::Vec3& point, const osg::Matrixd& modelView)
              static_cast<double>(point[2]) * modelView(2, 2) + modelView(3, 2));
 }
 
+/// The shapes of all links: bodies, not what aids show.
+std::vector<osg::ref_ptr<KrRenderShape>> shapesOf(osg::Group& manipulator)
+{
+    std::vector<osg::ref_ptr<KrRenderShape>> shapes;
+    // A stack of its own: chains of links may be longer than that of the thread.
+    std::vector<osg::Group*> open = {&manipulator};
+    while (!open.empty()) {
+        osg::Group& group = *open.back();
+        open.pop_back();
+        for (unsigned int i = 0; i < group.getNumChildren(); ++i) {
+            auto* const link = dynamic_cast<KrRenderLink*>(group.getChild(i));
+            const osg::ref_ptr<osg::MatrixTransform> frame = link != nullptr ? link->getDhFrame() : nullptr;
+            for (unsigned int k = 0; frame.valid() && k < frame->getNumChildren(); ++k) {
+                shapes.emplace_back(dynamic_cast<KrRenderShape*>(frame->getChild(k)));
+            }
+            if (link != nullptr) {
+                open.push_back(link);
+            }
+        }
+    }
+    return shapes;
+}
+
 /// Finds an object that nobody else holds any more, from the one behind `last` on, and makes it `last`: views give
 /// theirs back in the order in which they took them, so that the next one is free most often.
 template <typename T>
@@ -174,6 +197,9 @@ void KrDrawPlan::list()
     m_links.clear();
     m_children.clear();
     m_views.clear();
+    if (m_table->hasLevels()) {
+        m_table->makeLevels(shapesOf(m_manipulator));
+    }
     for (unsigned int i = 0; i < m_manipulator.getNumChildren(); ++i) {
         osg::Node* const node = m_manipulator.getChild(i);
         const bool isLink = typeid(*node) == typeid(KrRenderLink) || typeid(*node) == typeid(KrRenderIntraLink);

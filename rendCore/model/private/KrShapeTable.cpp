@@ -5,13 +5,26 @@
 #include <rendCore/model/private/KrInheritedState.h>
 
 #include <toolkit/extent/private/KrIndexedMesh.h>
+#include <toolkit/foundation/private/KrParallel.h>
 
+#include <algorithm>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <typeinfo>
+#include <utility>
 
 namespace
 {
+
+/// Meshes whose levels are made at once: each takes some hundreds of bytes a triangle meanwhile.
+constexpr std::size_t kMostAtOnce = 16;
+
+/// What deforms or is a client's own kind of shape is drawn by the graph.
+bool isTakenOver(const KrRenderShape& shape)
+{
+    return typeid(shape) == typeid(KrRenderShape);
+}
 
 /// Whether a drawable stands in the graph as the shape has made it: nothing but the general traversal knows callbacks.
 bool isAsMade(const osg::Drawable& drawable)
@@ -77,6 +90,11 @@ void KrShapeTable::takeAllOver()
 {
     ++m_generation;
     m_arena = new KrMeshArena;
+    std::vector<osg::ref_ptr<KrRenderShape>> shapes;
+    for (const auto& [address, entry] : m_entries) {
+        shapes.emplace_back(entry.shape.get());
+    }
+    makeLevels(shapes);
     for (auto known = m_entries.begin(); known != m_entries.end();) {
         if (known->second.shape.valid()) {
             takeOver(known->second);
@@ -85,6 +103,28 @@ void KrShapeTable::takeAllOver()
             known = m_entries.erase(known);
         }
     }
+}
+
+// Levels of a mesh are the same in whichever thread they are made.
+void KrShapeTable::makeLevels(const std::vector<osg::ref_ptr<KrRenderShape>>& shapes) const
+{
+    std::vector<std::pair<std::size_t, const KrRenderShape*>> lacking;
+    for (const osg::ref_ptr<KrRenderShape>& shape : shapes) {
+        const auto mesh = m_hasLevels && shape.valid() && isTakenOver(*shape) ? shape->indexedMesh(false) : nullptr;
+        if (mesh && !mesh->areLevelsMade) {
+            lacking.emplace_back(mesh->indices.size(), shape.get());
+        }
+    }
+    // Large ones first, so that none is left for one core when the others are done.
+    std::stable_sort(lacking.begin(), lacking.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    KrParallel::forEach(lacking.size(), std::min(KrParallel::numCores(), kMostAtOnce), [&lacking](std::size_t i) {
+        try {
+            // The mesh keeps what it makes.
+            lacking[i].second->indexedMesh(true);
+        } catch (const std::exception&) {
+            // Whoever takes the shape over tries again, and has the exception where it can be caught.
+        }
+    });
 }
 
 /// Clients exchange shapes, some with every frame: what is known of them, and what the arena had of them, would stay
@@ -119,8 +159,7 @@ void KrShapeTable::takeOver(Entry& entry) const
         return;
     }
     KrRenderShape& shape = *entry.shape;
-    // What deforms or is a client's own kind of shape is drawn by the graph.
-    if (typeid(shape) != typeid(KrRenderShape)) {
+    if (!isTakenOver(shape)) {
         return;
     }
     const std::shared_ptr<const KrIndexedMesh> mesh = shape.indexedMesh(m_hasLevels);

@@ -67,6 +67,11 @@ public:
     void releaseGLObjects(osg::State* state) const { m_arena->releaseGLObjects(state); }
     /// Takes the shape over where that was not tried before. Borrowed from the table until its generation changes.
     Entry& entry(KrRenderShape& shape);
+    bool hasLevels() const { return m_hasLevels; }
+    /// Makes the levels that the shapes' meshes lack, on all cores, once levels are demanded; otherwise they are made
+    /// one by one as the shapes are taken over.
+    /// @param shapes  null ones are left out
+    void makeLevels(const std::vector<osg::ref_ptr<KrRenderShape>>& shapes) const;
     /// Takes all shapes over anew where their coarser levels were left out until now.
     void demandLevels();
     /// Counts from 1 on how often all shapes were taken over anew: for their levels, and where so many of them are gone

@@ -3,6 +3,7 @@
 #include <rendCore/model/KrRenderShape.h>
 
 #include <tests/support/ShapeTestMesh.h>
+#include <toolkit/extent/private/KrIndexedMesh.h>
 
 #include <gtest/gtest.h>
 
@@ -67,6 +68,30 @@ TEST(KrShapeTable, LeavesShapesWhereTheyAreWhileTheyLive)
     }
     EXPECT_EQ(table->arena().numVertices(), 40u * 4001) << "neighbours share a corner";
     EXPECT_EQ(table->generation(), 1u);
+}
+
+// On all cores, whose number does not show.
+TEST(KrShapeTable, MakesTheLevelsOfAllShapesBeforeItTakesThemOver)
+{
+    std::vector<Body> all;
+    std::vector<osg::ref_ptr<KrRenderShape>> shapes = {nullptr};
+    for (int i = 0; i < 20; ++i) {
+        all.emplace_back(200 + i, i);
+        shapes.push_back(all.back().shape);
+    }
+    const osg::ref_ptr<KrShapeTable> table = new KrShapeTable;
+    table->makeLevels(shapes);
+    EXPECT_FALSE(all.front().mesh->indexedMesh()->areLevelsMade) << "nobody has asked for any";
+    table->demandLevels();
+    table->makeLevels(shapes);
+    for (const Body& body : all) {
+        const auto made = body.mesh->indexedMesh();
+        ASSERT_TRUE(made->areLevelsMade);
+        const Body alone(body.mesh->numTriangles(), static_cast<double>(&body - all.data()));
+        EXPECT_EQ(alone.mesh->indexedMeshWithLevels()->vertices, made->vertices);
+        EXPECT_EQ(alone.mesh->indexedMeshWithLevels()->indices, made->indices);
+        EXPECT_EQ(table->entry(*body.shape).mesh->parts.front().levels.size(), made->levels.size());
+    }
 }
 
 // Also of those that have no vertices there: what is translucent is drawn by the graph.
