@@ -3,16 +3,22 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace
 {
 
+/// Triangles of a block. A multiple of what vector registers hold.
+constexpr std::size_t kBlock = 16;
+
 constexpr std::uint32_t kNothing = 0xffffffffu;
 constexpr std::size_t kNumViews = 8;
 /// Points of a picture's side. Few triangles cost little.
 constexpr std::size_t kSmallestWidth = 24;
-constexpr std::size_t kLargestWidth = 48;
+constexpr std::size_t kLargestWidth = 36;
+/// Of so many columns every point is looked at.
+constexpr std::int32_t kFewColumns = 4;
 constexpr float kVisible = 16.0f / 255.0f;
 /// Between a body and what is behind it, or another group.
 constexpr float kContrast = 0.35f;
@@ -25,10 +31,109 @@ constexpr float kHighlight = 0.2f;
 /// Right, up, towards the eye: from behind its shoulder. Unit.
 constexpr float kTowardsLamp[3] = {0.4f, 0.5f, 0.768f};
 
+/// One number of each triangle of a block. Loops over these have a length that compilers know, and no branches: vector
+/// instructions come of them.
+template <typename Number>
+using Lanes = std::array<Number, kBlock>;
+
+// By value: with references, as std::min has them, no vector instructions come of a loop. NaN gives the first one.
+float lesser(float a, float b)
+{
+    return b < a ? b : a;
+}
+
+float greater(float a, float b)
+{
+    return b > a ? b : a;
+}
+
+/// Where along a row a weight is not negative.
+class Edge
+{
+public:
+    /// @param growth  of the weight, from point to point
+    explicit Edge(float growth)
+        : m_isRising(growth > 0.0f)
+        , m_toZero(std::abs(growth) > kLeastGrowth ? -1.0f / growth : 0.0f)
+    {
+    }
+
+    /// @param weight  at the row's first point
+    /// @param from    points from there on; raised where the weight is negative before, though never beyond `to`
+    /// @param to      the same; lowered where it is behind, though never below `from`
+    void limit(float weight, float& from, float& to) const
+    {
+        const float zero = weight * m_toZero;
+        if (m_toZero == 0.0f) {
+            return;
+        }
+        if (m_isRising) {
+            from = lesser(to, greater(from, zero));
+        } else {
+            to = greater(from, lesser(to, zero));
+        }
+    }
+
+private:
+    static constexpr float kLeastGrowth = 1e-6f;
+
+    bool m_isRising;
+    float m_toZero; ///< points for each unit of the weight; 0 where it hardly changes
+};
+
+/// The points whose middles lie between the least and the greatest of three numbers.
+struct Span
+{
+    Lanes<std::int32_t> first;
+    Lanes<std::int32_t> last; ///< below `first` where there are none
+};
+
+void findSpan(const Lanes<float> (&at)[3], std::size_t width, Span& span)
+{
+    const auto most = static_cast<float>(width);
+    for (std::size_t i = 0; i < kBlock; ++i) {
+        const float low = lesser(at[0][i], lesser(at[1][i], at[2][i]));
+        const float high = greater(at[0][i], greater(at[1][i], at[2][i]));
+        // One point more on either side, so that conversions cut off as rounding down does. In an order by which NaN
+        // becomes a number, too.
+        const float from = lesser(most, greater(-1.0f, low)) + 1.0f;
+        const float to = lesser(most, greater(-1.0f, high)) + 1.0f;
+        const auto whole = static_cast<std::int32_t>(from);
+        const std::int32_t up = static_cast<float>(whole) < from ? 1 : 0;
+        span.first[i] = whole + up - 1;
+        span.last[i] = static_cast<std::int32_t>(to) - 1;
+    }
+    const std::int32_t end = static_cast<std::int32_t>(width) - 1;
+    for (std::size_t i = 0; i < kBlock; ++i) {
+        span.first[i] = span.first[i] < 0 ? 0 : span.first[i];
+        span.last[i] = span.last[i] > end ? end : span.last[i];
+    }
+}
+
 } // namespace
 
+/// Triangles, number by number. What is missing in the last block is its last triangle again.
+struct KrLevelPictures::Block
+{
+    Lanes<float> corners[3][3]; ///< by corner and axis, m
+};
+
+std::vector<KrLevelPictures::Block> KrLevelPictures::blocksOf(const std::vector<float>& positions)
+{
+    const std::size_t count = positions.size() / 9;
+    std::vector<Block> blocks((count + kBlock - 1) / kBlock);
+    for (std::size_t i = 0; i < kBlock * blocks.size(); ++i) {
+        const float* const corners = &positions[9 * std::min(i, count - 1)];
+        Block& block = blocks[i / kBlock];
+        for (unsigned int k = 0; k < 9; ++k) {
+            block.corners[k / 3][k % 3][i % kBlock] = corners[k];
+        }
+    }
+    return blocks;
+}
+
 // Spread by the golden angle, and tilted, so that no direction lies along an axis.
-KrLevelPictures::View KrLevelPictures::viewFrom(std::size_t number, const std::vector<float>& positions) const
+KrLevelPictures::View KrLevelPictures::viewFrom(std::size_t number, const std::vector<Block>& blocks) const
 {
     const double height = 1.0 - (2.0 * static_cast<double>(number) + 1.0) / kNumViews;
     const double turn = 0.6 + 2.399963229728653 * static_cast<double>(number);
@@ -40,12 +145,21 @@ KrLevelPictures::View KrLevelPictures::viewFrom(std::size_t number, const std::v
     normalize(view.axes[0]);
     view.axes[1] = cross(view.axes[2], view.axes[0]);
     for (unsigned int axis = 0; axis < 2; ++axis) {
-        float low = std::numeric_limits<float>::max(), high = std::numeric_limits<float>::lowest();
-        for (std::size_t i = 0; i < positions.size(); i += 3) {
-            const float at = dot(&positions[i], view.axes[axis].data());
-            low = std::min(low, at);
-            high = std::max(high, at);
+        const KrFloat3& along = view.axes[axis];
+        Lanes<float> lows, highs;
+        lows.fill(std::numeric_limits<float>::max());
+        highs.fill(std::numeric_limits<float>::lowest());
+        for (const Block& block : blocks) {
+            for (const auto& corner : block.corners) {
+                for (std::size_t i = 0; i < kBlock; ++i) {
+                    const float at = along[0] * corner[0][i] + along[1] * corner[1][i] + along[2] * corner[2][i];
+                    lows[i] = lesser(lows[i], at);
+                    highs[i] = greater(highs[i], at);
+                }
+            }
         }
+        const float low = *std::min_element(lows.begin(), lows.end());
+        const float high = *std::max_element(highs.begin(), highs.end());
         // A little room, for levels that stick out.
         const float size = 1.1f * std::max(high - low, std::numeric_limits<float>::min());
         view.low[axis] = 0.5f * (low + high - size);
@@ -60,13 +174,15 @@ KrLevelPictures::KrLevelPictures(const Surface& mesh, bool isClosed)
                          kSmallestWidth, kLargestWidth))
     , m_pictures(kNumViews)
 {
+    const std::vector<Block> blocks = blocksOf(mesh.positions);
     for (std::size_t i = 0; i < kNumViews; ++i) {
-        m_views.push_back(viewFrom(i, mesh.positions));
-        draw(mesh, m_views[i], m_pictures[i]);
+        m_views.push_back(viewFrom(i, blocks));
+        draw(mesh, blocks, m_views[i], m_pictures[i]);
     }
 }
 
-void KrLevelPictures::draw(const Surface& surface, const View& view, Picture& picture) const
+void KrLevelPictures::draw(const Surface& surface, const std::vector<Block>& blocks, const View& view,
+                           Picture& picture) const
 {
     struct Nearest
     {
@@ -76,37 +192,87 @@ void KrLevelPictures::draw(const Surface& surface, const View& view, Picture& pi
         float weights[2] = {};
     };
     std::vector<Nearest> nearest(m_width * m_width);
-    const auto width = static_cast<float>(m_width);
-    for (std::uint32_t t = 0; t < surface.groups.size(); ++t) {
-        const float* const corners = &surface.positions[std::size_t{9} * t];
-        float x[3], y[3];
-        for (unsigned int k = 0; k < 3; ++k) {
-            // The middles of points have whole numbers.
-            x[k] = (dot(corners + 3 * k, view.axes[0].data()) - view.low[0]) * view.scale[0] - 0.5f;
-            y[k] = (dot(corners + 3 * k, view.axes[1].data()) - view.low[1]) * view.scale[1] - 0.5f;
+    KrFloat3 toPoints[2];
+    float origin[2];
+    for (unsigned int axis = 0; axis < 2; ++axis) {
+        for (unsigned int i = 0; i < 3; ++i) {
+            toPoints[axis][i] = view.scale[axis] * view.axes[axis][i];
         }
-        const float left = std::max(0.0f, std::ceil(std::min({x[0], x[1], x[2]})));
-        const float right = std::min(width - 1.0f, std::max({x[0], x[1], x[2]}));
-        const float bottom = std::max(0.0f, std::ceil(std::min({y[0], y[1], y[2]})));
-        const float top = std::min(width - 1.0f, std::max({y[0], y[1], y[2]}));
-        const float area = (x[1] - x[0]) * (y[2] - y[0]) - (x[2] - x[0]) * (y[1] - y[0]);
-        // Written so that NaN is left out, too. Most triangles are too small for any point.
-        if (!(left <= right && bottom <= top) || !(m_isClosed ? area > 0.0f : area != 0.0f)) {
-            continue;
+        // The middles of points have whole numbers.
+        origin[axis] = view.scale[axis] * view.low[axis] + 0.5f;
+    }
+    Lanes<float> spots[2][3];
+    Span spans[2];
+    Lanes<float> areas;
+    Lanes<std::int32_t> isSeen;
+    for (std::size_t b = 0; b < blocks.size(); ++b) {
+        for (unsigned int axis = 0; axis < 2; ++axis) {
+            const KrFloat3 to = toPoints[axis];
+            const float from = origin[axis];
+            for (unsigned int k = 0; k < 3; ++k) {
+                const auto& corner = blocks[b].corners[k];
+                for (std::size_t i = 0; i < kBlock; ++i) {
+                    spots[axis][k][i] = to[0] * corner[0][i] + to[1] * corner[1][i] + to[2] * corner[2][i] - from;
+                }
+            }
+            findSpan(spots[axis], m_width, spans[axis]);
         }
-        float z[3];
-        for (unsigned int k = 0; k < 3; ++k) {
-            z[k] = dot(corners + 3 * k, view.axes[2].data());
+        const auto& [x, y] = spots;
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            areas[i] = (x[1][i] - x[0][i]) * (y[2][i] - y[0][i]) - (x[2][i] - x[0][i]) * (y[1][i] - y[0][i]);
         }
-        const float inverse = 1.0f / area;
-        for (float row = bottom; row <= top; row += 1.0f) {
-            for (float column = left; column <= right; column += 1.0f) {
-                const float v = ((column - x[0]) * (y[2] - y[0]) - (x[2] - x[0]) * (row - y[0])) * inverse;
-                const float w = ((x[1] - x[0]) * (row - y[0]) - (column - x[0]) * (y[1] - y[0])) * inverse;
-                const float depth = z[0] + v * (z[1] - z[0]) + w * (z[2] - z[0]);
-                Nearest& known = nearest[static_cast<std::size_t>(row) * m_width + static_cast<std::size_t>(column)];
-                if (v >= 0.0f && w >= 0.0f && v + w <= 1.0f && depth > known.depth) {
-                    known = {depth, t, area > 0.0f, {v, w}};
+        // Most triangles are too small for any point.
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            isSeen[i] =
+                (spans[0].first[i] <= spans[0].last[i] ? 1 : 0) & (spans[1].first[i] <= spans[1].last[i] ? 1 : 0);
+        }
+        const std::size_t count = std::min(kBlock, surface.groups.size() - kBlock * b);
+        for (std::size_t i = 0; i < count; ++i) {
+            // Written so that NaN is left out, too.
+            if (isSeen[i] == 0 || !(m_isClosed ? areas[i] > 0.0f : std::abs(areas[i]) > 0.0f)) {
+                continue;
+            }
+            const auto number = static_cast<std::uint32_t>(kBlock * b + i);
+            const float* const corners = &surface.positions[std::size_t{9} * number];
+            float z[3];
+            for (unsigned int k = 0; k < 3; ++k) {
+                z[k] = dot(corners + 3 * k, view.axes[2].data());
+            }
+            // What the weights of the second and the third corner grow by, along a row and from row to row.
+            const float inverse = 1.0f / areas[i];
+            const float vAlong = (y[2][i] - y[0][i]) * inverse, vUp = (x[0][i] - x[2][i]) * inverse;
+            const float wAlong = (y[0][i] - y[1][i]) * inverse, wUp = (x[1][i] - x[0][i]) * inverse;
+            const std::int32_t first = spans[0].first[i], last = spans[0].last[i];
+            const bool isWide = last - first >= kFewColumns;
+            const Edge edges[3] = {Edge(isWide ? -vAlong - wAlong : 0.0f), Edge(isWide ? vAlong : 0.0f),
+                                   Edge(isWide ? wAlong : 0.0f)};
+            for (std::int32_t row = spans[1].first[i]; row <= spans[1].last[i]; ++row) {
+                const float up = static_cast<float>(row) - y[0][i];
+                Nearest* const points = &nearest[static_cast<std::size_t>(row) * m_width];
+                std::int32_t begin = first, end = last;
+                // Most of a slender triangle's box lies outside of it.
+                if (isWide) {
+                    const float along = static_cast<float>(first) - x[0][i];
+                    const float v = along * vAlong + up * vUp, w = along * wAlong + up * wUp;
+                    float from = 0.0f, to = static_cast<float>(last - first);
+                    edges[0].limit(1.0f - v - w, from, to);
+                    edges[1].limit(v, from, to);
+                    edges[2].limit(w, from, to);
+                    // Roundings must not cost a point: each is looked at below.
+                    begin = first + static_cast<std::int32_t>(from);
+                    end = std::min(last, first + static_cast<std::int32_t>(to) + 1);
+                }
+                for (std::int32_t column = begin; column <= end; ++column) {
+                    const float along = static_cast<float>(column) - x[0][i];
+                    const float v = along * vAlong + up * vUp;
+                    const float w = along * wAlong + up * wUp;
+                    if (!(v >= 0.0f && w >= 0.0f && v + w <= 1.0f)) {
+                        continue;
+                    }
+                    const float depth = z[0] + v * (z[1] - z[0]) + w * (z[2] - z[0]);
+                    if (depth > points[column].depth) {
+                        points[column] = {depth, number, areas[i] > 0.0f, {v, w}};
+                    }
                 }
             }
         }
@@ -119,18 +285,23 @@ void KrLevelPictures::draw(const Surface& surface, const View& view, Picture& pi
     }
     normalize(half);
     picture.resize(nearest.size());
+    std::uint32_t litTriangle = kNothing;
+    float lit[3] = {};
     for (std::size_t i = 0; i < nearest.size(); ++i) {
         const Nearest& seen = nearest[i];
         picture[i] = {kNothing, 0.0f};
         if (seen.triangle != kNothing) {
-            const float* const normals = &surface.normals[std::size_t{9} * seen.triangle];
-            const float side = seen.isFront ? 1.0f : -1.0f;
-            float lit[3];
-            for (unsigned int k = 0; k < 3; ++k) {
-                const float cosine = std::max(0.0f, side * dot(normals + 3 * k, half.data()));
-                const float fourth = cosine * cosine * cosine * cosine;
-                lit[k] = kDiffuse * std::max(0.0f, side * dot(normals + 3 * k, lamp.data())) +
-                         kHighlight * fourth * fourth * fourth * fourth;
+            // Most points have their neighbour's triangle.
+            if (seen.triangle != litTriangle) {
+                const float* const normals = &surface.normals[std::size_t{9} * seen.triangle];
+                const float side = seen.isFront ? 1.0f : -1.0f;
+                for (unsigned int k = 0; k < 3; ++k) {
+                    const float cosine = std::max(0.0f, side * dot(normals + 3 * k, half.data()));
+                    const float fourth = cosine * cosine * cosine * cosine;
+                    lit[k] = kDiffuse * std::max(0.0f, side * dot(normals + 3 * k, lamp.data())) +
+                             kHighlight * fourth * fourth * fourth * fourth;
+                }
+                litTriangle = seen.triangle;
             }
             picture[i] = {surface.groups[seen.triangle],
                           lit[0] + seen.weights[0] * (lit[1] - lit[0]) + seen.weights[1] * (lit[2] - lit[0])};
@@ -144,8 +315,9 @@ float KrLevelPictures::changed(const Surface& level) const
     std::size_t numChanged = 0;
     double sum = 0.0;
     Picture picture;
+    const std::vector<Block> blocks = blocksOf(level.positions);
     for (std::size_t view = 0; view < kNumViews; ++view) {
-        draw(level, m_views[view], picture);
+        draw(level, blocks, m_views[view], picture);
         for (std::size_t i = 0; i < picture.size(); ++i) {
             const Point& before = m_pictures[view][i];
             const Point& after = picture[i];

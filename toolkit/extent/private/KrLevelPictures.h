@@ -48,8 +48,10 @@ private:
         float scale[2]; ///< points of a metre
     };
 
-    View viewFrom(std::size_t number, const std::vector<float>& positions) const;
-    void draw(const Surface& surface, const View& view, Picture& picture) const;
+    struct Block;
+    static std::vector<Block> blocksOf(const std::vector<float>& positions);
+    View viewFrom(std::size_t number, const std::vector<Block>& blocks) const;
+    void draw(const Surface& surface, const std::vector<Block>& blocks, const View& view, Picture& picture) const;
 
     bool m_isClosed;
     std::size_t m_width; ///< of each picture, points; its height, too
