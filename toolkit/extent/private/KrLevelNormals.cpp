@@ -77,11 +77,18 @@ const float* KrLevelNormals::normalOf(std::uint32_t vertex) const
 /// The vertex of level 0 at a place whose normal is nearest to the one given.
 std::uint32_t KrLevelNormals::likeliest(std::uint32_t place, const KrFloat3& normal) const
 {
-    const std::uint32_t end = std::min(m_firstAt[place + 1], m_firstAt[place] + kMostAround);
-    return *std::max_element(m_at.begin() + m_firstAt[place], m_at.begin() + end,
-                             [this, &normal](std::uint32_t a, std::uint32_t b) {
-                                 return dot(normalOf(a), normal.data()) < dot(normalOf(b), normal.data());
-                             });
+    const std::uint32_t begin = m_firstAt[place], end = std::min(m_firstAt[place + 1], begin + kMostAround);
+    std::uint32_t result = m_at[begin];
+    float largest = dot(normalOf(result), normal.data());
+    for (std::uint32_t i = begin + 1; i < end; ++i) {
+        // Most corners of a place have the same vertex.
+        const float cosine = m_at[i] == result ? largest : dot(normalOf(m_at[i]), normal.data());
+        if (cosine > largest) {
+            largest = cosine;
+            result = m_at[i];
+        }
+    }
+    return result;
 }
 
 std::vector<KrLevelNormals::Corner> KrLevelNormals::fitted(const std::vector<std::uint32_t>& corners,
@@ -105,6 +112,13 @@ std::vector<KrLevelNormals::Corner> KrLevelNormals::fitted(const std::vector<std
     }
     for (std::size_t t = 0; t < sums.size(); ++t) {
         const std::uint32_t* const corner = &corners[3 * t];
+        if (survivors[t] != kNone) {
+            for (unsigned int k = 0; k < 3; ++k) {
+                const float* const normal = normalOf(m_places.vertices[std::size_t{3} * survivors[t] + k]);
+                result[3 * t + k] = {{normal[0], normal[1], normal[2]}, sums[t].weights[k] + kPriorWeight};
+            }
+            continue;
+        }
         KrFloat3 face =
             faceNormal(m_places.position(corner[0]), m_places.position(corner[1]), m_places.position(corner[2]));
         normalize(face);
@@ -123,10 +137,6 @@ std::vector<KrLevelNormals::Corner> KrLevelNormals::fitted(const std::vector<std
                 normals[k] = face;
             }
             result[3 * t + k] = {normals[k], sums[t].weights[k] + kPriorWeight};
-        }
-        for (unsigned int k = 0; survivors[t] != kNone && k < 3; ++k) {
-            std::copy_n(normalOf(m_places.vertices[std::size_t{3} * survivors[t] + k]), 3,
-                        result[3 * t + k].normal.data());
         }
     }
     return result;
@@ -185,8 +195,9 @@ std::vector<std::uint32_t> KrLevelNormals::vertices(const std::vector<std::uint3
         while (end < order.size() && corners[order[end]] == place) {
             ++end;
         }
-        std::stable_sort(order.begin() + begin, order.begin() + end,
-                         [&fitted](std::uint32_t a, std::uint32_t b) { return fitted[a].weight > fitted[b].weight; });
+        std::sort(order.begin() + begin, order.begin() + end, [&fitted](std::uint32_t a, std::uint32_t b) {
+            return fitted[a].weight != fitted[b].weight ? fitted[a].weight > fitted[b].weight : a < b;
+        });
         clusters.clear();
         clusterOf.clear();
         for (std::uint32_t i = begin; i < end; ++i) {

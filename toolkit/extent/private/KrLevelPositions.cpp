@@ -10,7 +10,7 @@ namespace
 {
 
 /// Steps of conjugate gradients. A corner only depends on its neighbours, so few are enough.
-constexpr unsigned int kMostSteps = 6;
+constexpr unsigned int kMostSteps = 3;
 /// Of the sum of squares at the start: what is left of it is far below the samples' own precision.
 constexpr double kSolved = 1e-6;
 /// Of the mean of a spot's diagonal, added to it: along a surface nothing holds its corners, so they stay.
@@ -34,8 +34,16 @@ private:
     static constexpr std::uint32_t kFixed = KrLevelPositions::kNone;
     using Vectors = std::vector<KrFloat3>;
 
+    /// What a sample says about the moves of its triangle's corners.
+    struct Row
+    {
+        std::uint32_t unknowns[3];
+        float weights[3];
+        KrFloat3 face;
+    };
+
     std::uint32_t unknownAt(std::size_t index) const { return m_unknowns[m_places.spots[m_corners[index]]]; }
-    void multiply(const std::vector<KrLevelSample>& samples, const Vectors& in, Vectors& out) const;
+    void multiply(const std::vector<Row>& rows, const Vectors& in, Vectors& out) const;
     void precondition(const Vectors& in, Vectors& out) const;
     bool undoTurned();
     KrFloat3 at(std::size_t index) const;
@@ -43,7 +51,8 @@ private:
     const KrMeshPlaces& m_places;
     const std::vector<std::uint32_t>& m_corners;
     std::vector<std::uint32_t> m_unknowns; ///< by spot
-    std::vector<float> m_damping;          ///< by unknown, as all below
+    /// By unknown, as all below, and one behind these that stays 0: so corners that are fixed need no branch.
+    std::vector<float> m_damping;
     std::vector<std::array<float, 6>> m_inverses;
     Vectors m_moves; ///< m
 };
@@ -95,32 +104,31 @@ Fit::Fit(const KrMeshPlaces& places, const std::vector<std::uint32_t>& corners,
             unknown = count++;
         }
     }
-    m_moves.resize(count);
+    m_moves.resize(count + std::size_t{1});
 }
 
 /// `out` = (the sum over samples of what they say about their corners' moves, plus damping) `in`
-void Fit::multiply(const std::vector<KrLevelSample>& samples, const Vectors& in, Vectors& out) const
+void Fit::multiply(const std::vector<Row>& rows, const Vectors& in, Vectors& out) const
 {
     for (std::size_t i = 0; i < in.size(); ++i) {
         for (unsigned int axis = 0; axis < 3; ++axis) {
             out[i][axis] = m_damping[i] * in[i][axis];
         }
     }
-    for (const KrLevelSample& sample : samples) {
-        std::uint32_t unknowns[3];
+    for (const Row& row : rows) {
         float along = 0.0f;
         for (unsigned int k = 0; k < 3; ++k) {
-            unknowns[k] = unknownAt(std::size_t{3} * sample.triangle + k);
-            if (unknowns[k] != kFixed) {
-                along += sample.weights[k] * dot(sample.face.data(), in[unknowns[k]].data());
-            }
+            along += row.weights[k] * dot(row.face.data(), in[row.unknowns[k]].data());
         }
         for (unsigned int k = 0; k < 3; ++k) {
-            for (unsigned int axis = 0; unknowns[k] != kFixed && axis < 3; ++axis) {
-                out[unknowns[k]][axis] += sample.weights[k] * along * sample.face[axis];
+            KrFloat3& sum = out[row.unknowns[k]];
+            const float factor = row.weights[k] * along;
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                sum[axis] += factor * row.face[axis];
             }
         }
     }
+    out.back() = {};
 }
 
 void Fit::precondition(const Vectors& in, Vectors& out) const
@@ -138,7 +146,11 @@ void Fit::solve(const std::vector<KrLevelSample>& samples)
 {
     Vectors residual(m_moves.size());
     m_inverses.assign(m_moves.size(), {});
+    const auto fixed = static_cast<std::uint32_t>(m_moves.size() - 1);
+    std::vector<Row> rows;
+    rows.reserve(samples.size());
     for (const KrLevelSample& sample : samples) {
+        Row row = {{}, {sample.weights[0], sample.weights[1], sample.weights[2]}, sample.face};
         // What the sample's plane is away from the level.
         float off = dot(sample.face.data(), sample.position.data());
         for (unsigned int k = 0; k < 3; ++k) {
@@ -148,6 +160,7 @@ void Fit::solve(const std::vector<KrLevelSample>& samples)
         const KrFloat3& n = sample.face;
         for (unsigned int k = 0; k < 3; ++k) {
             const std::uint32_t unknown = unknownAt(std::size_t{3} * sample.triangle + k);
+            row.unknowns[k] = std::min(unknown, fixed);
             if (unknown == kFixed) {
                 continue;
             }
@@ -159,6 +172,9 @@ void Fit::solve(const std::vector<KrLevelSample>& samples)
             for (unsigned int axis = 0; axis < 3; ++axis) {
                 residual[unknown][axis] += sample.weights[k] * off * n[axis];
             }
+        }
+        if (row.unknowns[0] != fixed || row.unknowns[1] != fixed || row.unknowns[2] != fixed) {
+            rows.push_back(row);
         }
     }
     for (std::array<float, 6>& block : m_inverses) {
@@ -176,7 +192,7 @@ void Fit::solve(const std::vector<KrLevelSample>& samples)
     double before = product(residual, conditioned);
     const double enough = kSolved * before;
     for (unsigned int step = 0; step < kMostSteps && before > enough; ++step) {
-        multiply(samples, direction, image);
+        multiply(rows, direction, image);
         const double length = before / product(direction, image);
         add(m_moves, static_cast<float>(length), direction);
         add(residual, static_cast<float>(-length), image);
