@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 namespace
@@ -14,20 +15,54 @@ namespace
 constexpr std::uint64_t kMostWork = std::uint64_t{1} << 24;
 constexpr std::uint64_t kMostWorkPerCorner = 128;
 
+/// Three positions in rising order.
+using Triangle = std::array<std::uint32_t, 3>;
+
+Triangle sorted(std::uint32_t a, std::uint32_t b, std::uint32_t c)
+{
+    const std::uint32_t low = std::min(a, b), high = std::max(a, b);
+    return {std::min(low, c), std::max(low, std::min(high, c)), std::max(high, c)};
+}
+
+void sort(std::vector<Triangle>& triangles)
+{
+    const auto [first, last] = std::minmax_element(triangles.begin(), triangles.end());
+    const std::uint32_t low = triangles.empty() ? 0 : (*first)[0];
+    const std::size_t numLowest = triangles.empty() ? 0 : (*last)[0] - low + std::size_t{1};
+    if (numLowest > 16 * triangles.size()) {
+        std::sort(triangles.begin(), triangles.end());
+        return;
+    }
+    // By the lowest position first, in one go: hardly more than two have the same one. Counted, summed up to where each
+    // ends, and filled in from there down to where it begins.
+    std::vector<std::uint32_t> begins(numLowest + 1);
+    for (const Triangle& triangle : triangles) {
+        ++begins[triangle[0] - low];
+    }
+    std::partial_sum(begins.begin(), begins.end(), begins.begin());
+    std::vector<Triangle> result(triangles.size());
+    for (const Triangle& triangle : triangles) {
+        result[--begins[triangle[0] - low]] = triangle;
+    }
+    for (std::size_t i = 0; i < numLowest; ++i) {
+        std::sort(result.begin() + begins[i], result.begin() + begins[i + 1]);
+    }
+    triangles = std::move(result);
+}
+
 /// Whether two triangles have the same three positions, in whatever order.
 bool areDoubled(const std::uint32_t* positions, std::size_t count)
 {
-    std::vector<std::array<std::uint32_t, 3>> triangles;
+    std::vector<Triangle> triangles;
     triangles.reserve(count / 3);
     for (std::size_t i = 0; i < count; i += 3) {
-        std::array<std::uint32_t, 3> triangle = {positions[i], positions[i + 1], positions[i + 2]};
-        std::sort(triangle.begin(), triangle.end());
+        const Triangle triangle = sorted(positions[i], positions[i + 1], positions[i + 2]);
         // One without an area is not seen, whatever covers it.
         if (triangle[0] != triangle[1] && triangle[1] != triangle[2]) {
             triangles.push_back(triangle);
         }
     }
-    std::sort(triangles.begin(), triangles.end());
+    sort(triangles);
     return std::adjacent_find(triangles.begin(), triangles.end()) != triangles.end();
 }
 
@@ -57,7 +92,7 @@ void KrTriangleOrder::optimize(std::uint32_t* indices, const std::uint32_t* posi
     }
     std::for_each(indices, end, [first](std::uint32_t& index) { index -= first; });
     if (!isCrowded(indices, count, numVertices)) {
-        meshopt_optimizeVertexCache(indices, indices, count, numVertices);
+        meshopt_optimizeVertexCacheFifo(indices, indices, count, numVertices, 16);
     }
     std::for_each(indices, end, [first](std::uint32_t& index) { index += first; });
 }
