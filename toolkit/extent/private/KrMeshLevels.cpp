@@ -43,6 +43,10 @@ constexpr float kLargestSize = 1e9f;
 
 // Points at which surfaces are compared: for each triangle that is not one of level 0, and at least and at most.
 constexpr std::size_t kSamplesPerTriangle = 2;
+/// Times as few are spread over the draft, which hardly sticks out of level 0 where that is not far from it; and as
+/// many middles of its triangles are looked at in any case: these are farthest off as a rule.
+constexpr std::size_t kFewerOnDraft = 8;
+constexpr std::size_t kMiddles = 2000;
 constexpr std::size_t kFewestSamples = 1000;
 constexpr std::size_t kMostSamples = 400000;
 /// Of the error that the simplification estimates: farther off, any surface may be the nearest one.
@@ -208,10 +212,10 @@ float farthestOf(const std::vector<KrLevelSample>& samples, const std::vector<fl
 }
 
 /// Of points at which a draft is compared with level 0.
-std::size_t numSamples(std::size_t perTriangle, const Draft& draft)
+std::size_t numSamples(const Draft& draft)
 {
     const auto numNew = static_cast<std::size_t>(std::count(draft.survivors.begin(), draft.survivors.end(), kNone));
-    return std::clamp(perTriangle * numNew, kFewestSamples, kMostSamples);
+    return std::clamp(kSamplesPerTriangle * numNew, kFewestSamples, kMostSamples);
 }
 
 /// Makes the levels of a mesh, step by step.
@@ -254,7 +258,7 @@ private:
     void findSurvivors(Draft& draft) const;
     float lostWidth(const Draft& draft, std::vector<bool>& isLost) const;
     Comparison compare(const Draft& draft, float estimate, const std::vector<bool>& isLost) const;
-    float distanceFrom(const Draft& draft, float estimate) const;
+    float distanceFrom(const Draft& draft, float estimate, float known) const;
     float changeBy(const Draft& draft) const;
     void finish();
 
@@ -266,8 +270,8 @@ private:
     std::unique_ptr<KrNearestSurface> m_surface; ///< of level 0
     std::unique_ptr<KrLevelPictures> m_pictures; ///< of level 0
     std::optional<KrLevelNormals> m_normals;
-    /// Level 0's triangles, by their places.
-    std::vector<std::pair<std::array<std::uint32_t, 3>, std::uint32_t>> m_triangles;
+    Indices m_firstFrom; ///< by place, and one behind the last: in m_from
+    Indices m_from;      ///< the triangles of level 0 by their first corner, each place's in their order
     std::vector<Draft> m_drafts;
 };
 
@@ -307,27 +311,32 @@ Levels::Face Levels::faceOf(const float* a, const float* b, const float* c)
 void Levels::prepare()
 {
     const Indices& corners = m_places.corners;
-    m_faces.reserve(corners.size() / 3);
-    m_triangles.reserve(corners.size() / 3);
-    for (std::size_t i = 0; i < corners.size(); i += 3) {
-        m_faces.push_back(faceOf(m_places.position(corners[i]), m_places.position(corners[i + 1]),
-                                 m_places.position(corners[i + 2])));
-        m_triangles.push_back({{corners[i], corners[i + 1], corners[i + 2]}, static_cast<std::uint32_t>(i / 3)});
+    m_faces.resize(corners.size() / 3);
+    m_firstFrom.resize(m_places.groups.size() + 1);
+    m_from.resize(m_faces.size());
+    std::vector<float> positions(3 * corners.size()), normals(positions.size());
+    Indices groups(m_faces.size());
+    for (std::size_t i = 0; i < corners.size(); ++i) {
+        const float* const position = m_places.position(corners[i]);
+        const float* const normal = &m_mesh.vertices[std::size_t{6} * m_places.vertices[i] + 3];
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            positions[3 * i + axis] = position[axis];
+            normals[3 * i + axis] = normal[axis];
+        }
     }
-    std::sort(m_triangles.begin(), m_triangles.end());
+    for (std::size_t t = 0; t < m_faces.size(); ++t) {
+        m_faces[t] = faceOf(&positions[9 * t], &positions[9 * t + 3], &positions[9 * t + 6]);
+        groups[t] = m_places.groups[corners[3 * t]];
+        ++m_firstFrom[corners[3 * t]];
+    }
+    // Counted, summed up to where each ends, and filled in from there down to where it begins.
+    std::partial_sum(m_firstFrom.begin(), m_firstFrom.end(), m_firstFrom.begin());
+    for (std::size_t t = m_faces.size(); t-- > 0;) {
+        m_from[--m_firstFrom[corners[3 * t]]] = static_cast<std::uint32_t>(t);
+    }
     m_parts.emplace(m_places);
     m_surface = std::make_unique<KrNearestSurface>(m_places.positions, corners);
     m_normals.emplace(m_mesh, m_places);
-    std::vector<float> positions, normals;
-    Indices groups;
-    for (std::size_t i = 0; i < corners.size(); ++i) {
-        const float* const normal = &m_mesh.vertices[std::size_t{6} * m_places.vertices[i] + 3];
-        positions.insert(positions.end(), m_places.position(corners[i]), m_places.position(corners[i]) + 3);
-        normals.insert(normals.end(), normal, normal + 3);
-        if (i % 3 == 0) {
-            groups.push_back(m_places.groups[corners[i]]);
-        }
-    }
     m_pictures =
         std::make_unique<KrLevelPictures>(KrLevelPictures::Surface{positions, normals, groups}, m_mesh.isClosed);
 }
@@ -460,9 +469,10 @@ Draft Levels::draft(const Step& step) const
     const Comparison comparison = compare(result, estimate, isLost);
     result.positions = KrLevelPositions::fitted(m_places, result.corners, result.survivors, comparison.samples);
     result.normals = m_normals->fitted(result.corners, result.survivors, comparison.samples);
-    result.error = std::max(
-        {width, farthestOf(comparison.samples, result.positions), farthestOf(comparison.others, result.positions),
-         farthestOf(comparison.corners, result.positions) / kCornerReach, distanceFrom(result, estimate)});
+    const float error = std::max({width, farthestOf(comparison.samples, result.positions),
+                                  farthestOf(comparison.others, result.positions),
+                                  farthestOf(comparison.corners, result.positions) / kCornerReach});
+    result.error = distanceFrom(result, estimate, error);
     result.change = changeBy(result);
     return result;
 }
@@ -494,10 +504,15 @@ void Levels::order(const Indices& triangles, Indices& corners) const
 
 void Levels::findSurvivors(Draft& draft) const
 {
+    draft.survivors.reserve(draft.corners.size() / 3);
     for (std::size_t i = 0; i < draft.corners.size(); i += 3) {
-        const std::array<std::uint32_t, 3> corners = {draft.corners[i], draft.corners[i + 1], draft.corners[i + 2]};
-        const auto at = std::lower_bound(m_triangles.begin(), m_triangles.end(), std::make_pair(corners, 0u));
-        draft.survivors.push_back(at != m_triangles.end() && at->first == corners ? at->second : kNone);
+        const std::uint32_t* const corner = &draft.corners[i];
+        const auto begin = m_from.begin() + m_firstFrom[corner[0]], end = m_from.begin() + m_firstFrom[corner[0] + 1];
+        const auto at = std::find_if(begin, end, [this, corner](std::uint32_t triangle) {
+            const std::uint32_t* const known = &m_places.corners[std::size_t{3} * triangle];
+            return known[1] == corner[1] && known[2] == corner[2];
+        });
+        draft.survivors.push_back(at != end ? *at : kNone);
     }
 }
 
@@ -522,31 +537,36 @@ float Levels::lostWidth(const Draft& draft, std::vector<bool>& isLost) const
 Comparison Levels::compare(const Draft& draft, float estimate, const std::vector<bool>& isLost) const
 {
     // What is still there lies where it was.
-    std::vector<bool> isThere(m_faces.size());
-    std::vector<bool> isInUse(m_places.groups.size());
+    std::vector<std::uint8_t> isThere(m_faces.size());
+    std::vector<std::uint8_t> isInUse(m_places.groups.size());
     double area = 0.0;
     for (std::size_t t = 0; t < draft.survivors.size(); ++t) {
         if (draft.survivors[t] != kNone) {
-            isThere[draft.survivors[t]] = true;
+            isThere[draft.survivors[t]] = 1;
         }
     }
     for (const std::uint32_t place : draft.corners) {
-        isInUse[place] = true;
+        isInUse[place] = 1;
     }
     for (std::size_t t = 0; t < m_faces.size(); ++t) {
-        isThere[t] = isThere[t] || isLost[m_parts->of(m_places.corners[3 * t])];
-        area += isThere[t] ? 0.0 : m_faces[t].area;
+        isThere[t] |= isLost[m_parts->of(m_places.corners[3 * t])] ? 1 : 0;
+        area += isThere[t] != 0 ? 0.0 : m_faces[t].area;
     }
 
-    Spread spread(numSamples(kSamplesPerTriangle, draft), area);
+    Spread spread(numSamples(draft), area);
     KrNearestSurface surface(m_places.positions, draft.corners);
     Comparison result;
-    const auto look = [&](const KrNearestSurface::Point& point, const KrFloat3& normal,
+    result.samples.reserve(numSamples(draft) + 1);
+    // Of what is sampled. Corners that are no farther off add nothing to the error.
+    float farthest = 0.0f;
+    const auto look = [&](const KrNearestSurface::Point& point, const KrFloat3& normal, float plenty,
                           std::vector<KrLevelSample>& same, std::vector<KrLevelSample>& others) {
         KrNearestSurface::Hit hit;
         // Where it is not the same spot of the surface, it is only what is nearest.
-        const bool isSame = surface.find(point, kSearchRadius * estimate, kNearEnough * estimate, hit);
+        const bool isSame =
+            surface.find(point, kSearchRadius * estimate, std::max(kNearEnough * estimate, plenty), plenty, hit);
         if (isSame || surface.findAny(point.position, hit)) {
+            farthest = std::max(farthest, &same == &others ? 0.0f : hit.distance);
             (isSame ? same : others)
                 .push_back({{point.position[0], point.position[1], point.position[2]},
                             {point.normal[0], point.normal[1], point.normal[2]},
@@ -556,7 +576,7 @@ Comparison Levels::compare(const Draft& draft, float estimate, const std::vector
         }
     };
     for (std::size_t t = 0; t < m_faces.size(); ++t) {
-        if (isThere[t]) {
+        if (isThere[t] != 0) {
             continue;
         }
         const std::uint32_t* const corners = &m_places.corners[3 * t];
@@ -567,10 +587,10 @@ Comparison Levels::compare(const Draft& draft, float estimate, const std::vector
         }
         for (unsigned int k = 0; k < 3; ++k) {
             // Each place once.
-            if (!isInUse[corners[k]]) {
-                isInUse[corners[k]] = true;
+            if (isInUse[corners[k]] == 0) {
+                isInUse[corners[k]] = 1;
                 std::copy_n(m_places.position(corners[k]), 3, point.position);
-                look(point, {}, result.corners, result.corners);
+                look(point, {}, farthest, result.corners, result.corners);
             }
         }
         spread.visit(m_faces[t].area, [&](const std::array<float, 3>& weights) {
@@ -584,25 +604,30 @@ Comparison Levels::compare(const Draft& draft, float estimate, const std::vector
                 }
             }
             normalize(normal);
-            look(point, normal, result.samples, result.others);
+            look(point, normal, 0.0f, result.samples, result.others);
         });
     }
     return result;
 }
 
 /// How far the draft lies from level 0, m.
-float Levels::distanceFrom(const Draft& draft, float estimate) const
+/// @param known  m; nearer points need not be looked at
+/// @return `known` or more
+float Levels::distanceFrom(const Draft& draft, float estimate, float known) const
 {
     std::vector<Face> faces;
+    faces.reserve(draft.survivors.size());
     double area = 0.0;
     for (std::size_t t = 0; t < draft.survivors.size(); ++t) {
         const float* const corners = &draft.positions[9 * t];
         faces.push_back(faceOf(corners, corners + 3, corners + 6));
         area += draft.survivors[t] == kNone ? faces.back().area : 0.0;
     }
-    Spread spread(numSamples(1, draft), area);
+    Spread spread(numSamples(draft) / kFewerOnDraft, area);
     KrNearestSurface::Hit hit;
-    float farthest = 0.0f;
+    float farthest = known;
+    const std::size_t step = 1 + faces.size() / kMiddles;
+    std::size_t number = 0;
     for (std::size_t t = 0; t < faces.size(); ++t) {
         if (draft.survivors[t] != kNone) {
             continue;
@@ -611,17 +636,22 @@ float Levels::distanceFrom(const Draft& draft, float estimate) const
         m_surface->startAt(draft.corners[3 * t]);
         KrNearestSurface::Point point;
         std::copy_n(faces[t].normal.data(), 3, point.normal);
-        spread.visit(faces[t].area, [&](const std::array<float, 3>& weights) {
+        const auto look = [&](const std::array<float, 3>& weights) {
             for (unsigned int axis = 0; axis < 3; ++axis) {
                 point.position[axis] =
                     weights[0] * corners[axis] + weights[1] * corners[3 + axis] + weights[2] * corners[6 + axis];
             }
             // Where it is not the same spot of the surface, it is only what is nearest.
-            if (m_surface->find(point, kSearchRadius * estimate, kNearEnough * estimate, hit) ||
+            if (m_surface->find(point, kSearchRadius * estimate, std::max(farthest, kNearEnough * estimate), farthest,
+                                hit) ||
                 m_surface->findAny(point.position, hit)) {
                 farthest = std::max(farthest, hit.distance);
             }
-        });
+        };
+        if (number++ % step == 0) {
+            look({1.0f / 3.0f, 1.0f / 3.0f, 1.0f / 3.0f});
+        }
+        spread.visit(faces[t].area, look);
     }
     return farthest;
 }
@@ -629,13 +659,15 @@ float Levels::distanceFrom(const Draft& draft, float estimate) const
 /// What a picture shows otherwise with the draft.
 float Levels::changeBy(const Draft& draft) const
 {
-    std::vector<float> normals;
-    Indices groups;
+    std::vector<float> normals(draft.positions.size());
+    Indices groups(draft.corners.size() / 3);
     for (std::size_t i = 0; i < draft.corners.size(); ++i) {
-        normals.insert(normals.end(), draft.normals[i].normal.begin(), draft.normals[i].normal.end());
-        if (i % 3 == 0) {
-            groups.push_back(m_places.groups[draft.corners[i]]);
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            normals[3 * i + axis] = draft.normals[i].normal[axis];
         }
+    }
+    for (std::size_t t = 0; t < groups.size(); ++t) {
+        groups[t] = m_places.groups[draft.corners[3 * t]];
     }
     return m_pictures->changed({draft.positions, normals, groups});
 }

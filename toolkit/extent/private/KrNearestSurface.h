@@ -7,7 +7,7 @@
 /// Finds points of a set of triangles that lie near given ones.
 ///
 /// Points that come one after another mostly lie near each other, so the search walks over the surface from where the
-/// last one ended, and falls back to a tree of bounding boxes.
+/// last one ended, and falls back to a tree of bounding boxes, which is made when it is needed first.
 class KrNearestSurface
 {
 public:
@@ -30,9 +30,10 @@ public:
     /// Looks at the triangles that do not look away from where the point's surface looks: the other side of a thin wall
     /// is near, but not the same surface.
     /// @param within  m; triangles farther away do not count
-    /// @param enough  m; a point as near as that will do, even where another one is nearer
+    /// @param enough  m; where the walk ends as near as that, another part of the surface may be nearer
+    /// @param plenty  m; as near as that any point will do
     /// @return false where there is none
-    bool find(const Point& point, float within, float enough, Hit& hit);
+    bool find(const Point& point, float within, float enough, float plenty, Hit& hit);
 
     /// Looks at all triangles, whichever way they look.
     /// @return false where there is none
@@ -46,6 +47,8 @@ private:
         float corners[3][3];
         float normal[3]; ///< unit; 0 without an area
         std::uint32_t indices[3];
+        // Products of the edges from the first corner to the second and the third, m2.
+        double firstFirst, firstSecond, secondSecond;
     };
     /// The left child follows its parent; a leaf has triangles instead.
     struct Node
@@ -60,11 +63,14 @@ private:
     {
         const Point& point;
         Hit& hit;
-        float best; ///< square of the distance, m2
+        float best;   ///< square of the distance, m2
+        float plenty; ///< the same
         bool isFound;
     };
 
+    void makeTree();
     void split(std::size_t begin, std::size_t end);
+    static void nearestWeights(const Triangle& triangle, const float* p, float* weights);
     void tryTriangle(std::uint32_t number, Search& search) const;
     template <typename Visit>
     void forEachAround(std::uint32_t position, const Visit& visit) const;
@@ -72,8 +78,8 @@ private:
     void descend(Search& search) const;
 
     std::vector<Triangle> m_triangles;
-    std::vector<std::uint32_t> m_order; ///< triangles, as the leaves have them
-    std::vector<Node> m_nodes;
+    std::vector<std::uint32_t> m_order;       ///< triangles with an area, once there is a tree as the leaves have them
+    std::vector<Node> m_nodes;                ///< none before the tree is made
     std::vector<std::uint32_t> m_firstAround; ///< by position, and one behind the last: in m_around
     std::vector<std::uint32_t> m_around;      ///< the triangles around each position
     std::uint32_t m_start = 0;                ///< position given to begin at
