@@ -30,6 +30,8 @@ constexpr char kKeyName[] = "key";
 constexpr std::string_view kTemporary = ".new-";
 // Half-written files of processes that ended are as old as that before they are taken away.
 constexpr std::time_t kAbandonedSeconds = 3600;
+// An entry that was used so lately is not marked once more: the file system would have to write it down.
+constexpr std::time_t kLatelySeconds = 60;
 // What a name, a key and an entry are sealed for: no seal of one purpose is one of the other.
 enum Purpose : unsigned char
 {
@@ -285,7 +287,9 @@ bool KrMeshCache::read(const Name& name, Entry& entry) const
         return false;
     }
     // Used now. Where that cannot be noted, it only goes earlier.
-    ::futimens(file.number, nullptr);
+    if (info.st_mtim.tv_sec < std::time(nullptr) - kLatelySeconds) {
+        ::futimens(file.number, nullptr);
+    }
     return true;
 }
 

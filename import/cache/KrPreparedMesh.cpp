@@ -3,8 +3,12 @@
 #include <toolkit/extent/private/KrIndexedMesh.h>
 #include <toolkit/foundation/private/KrHeldMessages.h>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstring>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -30,6 +34,29 @@ public:
         plain(static_cast<std::uint64_t>(values.size()));
         m_bytes.append(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
     }
+    /// Of items of `Width` doubles each: in single precision where that loses nothing, as mesh files mostly have them.
+    template <std::size_t Width, typename T>
+    void reals(const std::vector<T>& values)
+    {
+        static_assert(std::is_trivially_copyable_v<T> && sizeof(T) == Width * sizeof(double));
+        std::vector<std::array<float, Width>> singles;
+        singles.reserve(values.size());
+        for (const T& value : values) {
+            std::array<double, Width> numbers;
+            std::memcpy(numbers.data(), &value, sizeof value);
+            if (!std::all_of(numbers.begin(), numbers.end(), isSingle)) {
+                plain(false);
+                list(values);
+                return;
+            }
+            std::array<float, Width> single;
+            std::transform(numbers.begin(), numbers.end(), single.begin(),
+                           [](double number) { return static_cast<float>(number); });
+            singles.push_back(single);
+        }
+        plain(true);
+        list(singles);
+    }
     void text(const std::string& value)
     {
         plain(static_cast<std::uint64_t>(value.size()));
@@ -46,34 +73,59 @@ public:
     std::string& bytes() { return m_bytes; }
 
 private:
+    static bool isSingle(double number)
+    {
+        // Written so that NaN is none. By the bits: 0 and -0 are two.
+        const bool isInRange = std::abs(number) <= std::numeric_limits<float>::max();
+        const double back = isInRange ? static_cast<double>(static_cast<float>(number)) : 0.0;
+        return isInRange && std::memcmp(&back, &number, sizeof back) == 0;
+    }
+
     std::string m_bytes;
 };
 
-/// Goes through bytes as if they were a list. They lie as they like: no object can be looked at in its place.
-template <typename T>
-struct Place
+/// Goes through what `item(i)` gives.
+template <typename Item>
+struct Made
 {
     using iterator_category = std::random_access_iterator_tag;
-    using value_type = T;
+    using value_type = decltype(std::declval<Item>()(std::size_t()));
     using difference_type = std::ptrdiff_t;
-    using pointer = const T*;
-    using reference = T;
+    using pointer = const value_type*;
+    using reference = value_type;
 
-    const char* at;
-    T operator*() const
+    const Item* item;
+    std::size_t i;
+    value_type operator*() const { return (*item)(i); }
+    Made& operator++()
     {
-        T value;
-        std::memcpy(static_cast<void*>(&value), at, sizeof value);
-        return value;
-    }
-    Place& operator++()
-    {
-        at += sizeof(T);
+        ++i;
         return *this;
     }
-    difference_type operator-(Place other) const { return (at - other.at) / static_cast<difference_type>(sizeof(T)); }
-    bool operator==(Place other) const { return at == other.at; }
-    bool operator!=(Place other) const { return at != other.at; }
+    difference_type operator-(Made other) const { return static_cast<difference_type>(i - other.i); }
+    bool operator==(Made other) const { return i == other.i; }
+    bool operator!=(Made other) const { return i != other.i; }
+};
+
+/// A list that is filled as it is made, without zeros before.
+template <typename Item>
+auto made(std::size_t size, const Item& item)
+{
+    return std::vector<typename Made<Item>::value_type>(Made<Item>{&item, 0}, Made<Item>{&item, size});
+}
+
+/// A list in the bytes of an entry. They lie as they like: no object can be looked at in its place.
+template <typename T>
+struct View
+{
+    const char* first = nullptr;
+    std::size_t size = 0;
+    T operator[](std::size_t i) const
+    {
+        T value;
+        std::memcpy(static_cast<void*>(&value), first + i * sizeof(T), sizeof value);
+        return value;
+    }
 };
 
 /// The way back. After the first thing that does not fit, all that is asked for is empty, and isGood() is false.
@@ -108,23 +160,45 @@ public:
         m_isGood = m_isGood && number <= m_bytes.size() / least;
         return m_isGood ? static_cast<std::size_t>(number) : 0;
     }
+    /// Where a list lies; it is not copied.
+    template <typename T>
+    View<T> view()
+    {
+        const View<T> items{m_bytes.data(), count(sizeof(T))};
+        m_bytes.remove_prefix(items.size * sizeof(T));
+        return {m_bytes.data() - items.size * sizeof(T), items.size};
+    }
     template <typename T>
     std::vector<T> list()
     {
-        const std::size_t size = count(sizeof(T));
-        const char* const first = m_bytes.data();
-        m_bytes.remove_prefix(size * sizeof(T));
+        const View<T> items = view<T>();
         if constexpr (std::is_trivial_v<T>) {
             // Numbers one by one take longer than zeros before a copy of all at once.
-            std::vector<T> values(size);
-            if (size > 0) {
-                std::memcpy(values.data(), first, size * sizeof(T));
+            std::vector<T> values(items.size);
+            if (items.size > 0) {
+                std::memcpy(values.data(), items.first, items.size * sizeof(T));
             }
             return values;
         } else {
-            // Filled as it is made.
-            return std::vector<T>(Place<T>{first}, Place<T>{first + size * sizeof(T)});
+            return made(items.size, [&items](std::size_t i) { return items[i]; });
         }
+    }
+    /// What Writer::reals() has written.
+    template <std::size_t Width, typename T>
+    std::vector<T> reals()
+    {
+        if (!flag()) {
+            return list<T>();
+        }
+        const auto singles = view<std::array<float, Width>>();
+        return made(singles.size, [&singles](std::size_t i) {
+            const std::array<float, Width> single = singles[i];
+            std::array<double, Width> numbers;
+            std::copy(single.begin(), single.end(), numbers.begin());
+            T value;
+            std::memcpy(static_cast<void*>(&value), numbers.data(), sizeof value);
+            return value;
+        });
     }
     std::string text()
     {
@@ -214,9 +288,90 @@ KrDataMap readLook(Reader& reader)
     return look;
 }
 
-void write(const KrIndexedMesh& mesh, Writer& writer)
+/// What a mesh has besides its lists of numbers.
+enum class Form : unsigned char
 {
-    writer.list(mesh.vertices);
+    Triangles, ///< of each group
+    Both,      ///< the triangles, and the indexed form
+    Indexed    ///< the indexed form without what follows from the lists, and where it comes from: as triangles do
+};
+
+/// Where a vertex of the indexed form has its numbers: two of the mesh's lists.
+struct Origin
+{
+    std::uint32_t position = 0;
+    std::uint32_t normal = 0;
+};
+static_assert(sizeof(Origin) == 8);
+
+/// Numbers of a vertex of the indexed form.
+constexpr std::size_t kRowWidth = 6;
+
+/// In single precision, as the indexed form is made.
+void fillRow(const KrVector& position, const KrVector& normal, float* row)
+{
+    for (unsigned int i = 0; i < 3; ++i) {
+        row[i] = static_cast<float>(position[i]);
+        row[3 + i] = static_cast<float>(normal[i]);
+    }
+}
+
+/// Fills `origins` for the vertices of level 0, which come first; false where a vertex has several: exporters may write
+/// a position twice. Such a mesh is kept with its triangles.
+bool findOrigins(const KrTriPhysicalExtent& extent, const KrIndexedMesh& mesh, std::vector<Origin>& origins)
+{
+    std::vector<bool> isKnown(mesh.numVertices(), false);
+    origins.resize(mesh.numVertices());
+    std::size_t numKnown = 0;
+    for (unsigned int group = 0; group < extent.groups().size(); ++group) {
+        const KrIndexedMesh::Range range = mesh.levels[0].groups[group];
+        for (std::uint32_t i = 0; i < range.count; ++i) {
+            // Level 0 has the corners in their order.
+            const KrTriangle& triangle = extent.groups()[group].second()[i / 3];
+            const Origin origin = {triangle.vertex(i % 3), triangle.normal(i % 3)};
+            const std::uint32_t vertex = mesh.indices[range.first + i];
+            if (!isKnown[vertex]) {
+                isKnown[vertex] = true;
+                origins[vertex] = origin;
+                ++numKnown;
+            } else if (origins[vertex].position != origin.position || origins[vertex].normal != origin.normal) {
+                return false;
+            }
+        }
+    }
+    origins.resize(numKnown);
+    for (std::size_t i = 0; i < numKnown; ++i) {
+        float row[kRowWidth];
+        fillRow(extent.vertices()[origins[i].position], extent.normals()[origins[i].normal], row);
+        if (!isKnown[i] || std::memcmp(row, &mesh.vertices[kRowWidth * i], sizeof row) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// The texture coordinates of all corners, three for each triangle.
+std::vector<std::uint32_t> coordinatesOf(const KrTriPhysicalExtent& extent)
+{
+    std::vector<std::uint32_t> coordinates;
+    if (extent.textureCoordinates().empty()) {
+        return coordinates;
+    }
+    coordinates.reserve(3 * extent.numTriangles());
+    for (const KrTriPhysicalExtent::Group& group : extent.groups()) {
+        for (const KrTriangle& triangle : group.second()) {
+            for (unsigned int k = 0; k < 3; ++k) {
+                coordinates.push_back(triangle.textureCoordinate(k));
+            }
+        }
+    }
+    return coordinates;
+}
+
+void write(const KrIndexedMesh& mesh, std::size_t firstVertex, Writer& writer)
+{
+    writer.list(std::vector<float>(mesh.vertices.begin() + static_cast<std::ptrdiff_t>(kRowWidth * firstVertex),
+                                   mesh.vertices.end()));
     writer.list(mesh.textureCoordinates);
     writer.list(mesh.indices);
     writer.plain(static_cast<std::uint64_t>(mesh.levels.size()));
@@ -229,67 +384,187 @@ void write(const KrIndexedMesh& mesh, Writer& writer)
     writer.plain(mesh.isClosed);
 }
 
-std::shared_ptr<const KrIndexedMesh> readIndexed(Reader& reader)
-{
-    const auto mesh = std::make_shared<KrIndexedMesh>();
-    mesh->vertices = reader.list<float>();
-    mesh->textureCoordinates = reader.list<float>();
-    mesh->indices = reader.list<std::uint32_t>();
-    mesh->levels.resize(reader.count(2 * sizeof(float) + sizeof(std::uint64_t)));
-    for (KrIndexedMesh::Level& level : mesh->levels) {
-        level.error = reader.plain<float>();
-        level.change = reader.plain<float>();
-        level.groups = reader.list<KrIndexedMesh::Range>();
-    }
-    mesh->areLevelsMade = reader.flag();
-    mesh->isClosed = reader.flag();
-    return mesh;
-}
-
-void write(const KrTriPhysicalExtent& extent, Writer& writer)
+void write(const KrTriPhysicalExtent& extent, const KrIndexedMesh* indexed, Writer& writer)
 {
     // All of it at once, so that the text does not move while it grows.
-    writer.reserve(extent.vertices().size() * 80 + extent.normals().size() * std::size_t{24} +
+    writer.reserve(extent.vertices().size() * 56 + extent.normals().size() * std::size_t{24} +
                    extent.numTriangles() * 60 + 4096);
-    writer.list(extent.vertices().values());
-    writer.list(extent.normals().values());
-    writer.list(extent.textureCoordinates().values());
+    writer.reals<3>(extent.vertices().values());
+    writer.reals<3>(extent.normals().values());
+    writer.reals<2>(extent.textureCoordinates().values());
     writer.plain(static_cast<std::uint64_t>(extent.groups().size()));
     for (const KrTriPhysicalExtent::Group& group : extent.groups()) {
         writer.text(group.first().value());
-        writer.list(group.second().values());
     }
     writer.plain(static_cast<std::uint64_t>(extent.materialMap().size()));
     for (const auto& [name, look] : extent.materialMap()) {
         writer.text(name.value());
         write(look, writer);
     }
+    std::vector<Origin> origins;
+    const bool isDerived = indexed && findOrigins(extent, *indexed, origins);
+    writer.plain(isDerived ? Form::Indexed : indexed ? Form::Both : Form::Triangles);
+    if (isDerived) {
+        writer.list(origins);
+        writer.list(coordinatesOf(extent));
+    } else {
+        for (const KrTriPhysicalExtent::Group& group : extent.groups()) {
+            writer.list(group.second().values());
+        }
+    }
+    if (indexed) {
+        write(*indexed, isDerived ? origins.size() : 0, writer);
+    }
 }
 
-boost::shared_ptr<KrTriPhysicalExtent> readExtent(Reader& reader)
+/// Reads an extent, and its indexed form where there is one.
+class ExtentReader
 {
-    KrXmlVectorVector vertices(reader.list<KrVector>());
-    KrXmlVectorVector normals(reader.list<KrVector>());
-    KrXmlVectorType<KrPlanarVector> coordinates(reader.list<KrPlanarVector>());
-    KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
-    for (std::size_t i = reader.count(2 * sizeof(std::uint64_t)); i > 0 && reader.isGood(); --i) {
-        const std::string name = reader.text();
-        groups.push_back({name, KrXmlVectorType<KrTriangle>(reader.list<KrTriangle>())});
+public:
+    explicit ExtentReader(Reader& reader)
+        : m_reader(reader)
+    {
     }
+    /// Null for what is no mesh. @param isIndexed  whether it has its indexed form
+    boost::shared_ptr<KrTriPhysicalExtent> run(bool& isIndexed);
+
+private:
+    void readTriangles();
+    std::shared_ptr<KrIndexedMesh> readIndexed();
+    std::shared_ptr<KrIndexedMesh> readDerived();
+    bool areGood(View<Origin> origins, View<std::uint32_t> coordinates, const KrIndexedMesh& mesh) const;
+
+    Reader& m_reader;
+    KrXmlVectorVector m_vertices;
+    KrXmlVectorVector m_normals;
+    KrXmlVectorType<KrPlanarVector> m_coordinates;
+    std::vector<std::string> m_names; ///< of the groups
+    KrXmlVectorType<KrTriPhysicalExtent::Group> m_groups;
+};
+
+boost::shared_ptr<KrTriPhysicalExtent> ExtentReader::run(bool& isIndexed)
+{
+    m_vertices = KrXmlVectorVector(m_reader.reals<3, KrVector>());
+    m_normals = KrXmlVectorVector(m_reader.reals<3, KrVector>());
+    m_coordinates = KrXmlVectorType<KrPlanarVector>(m_reader.reals<2, KrPlanarVector>());
+    m_names = m_reader.texts();
     boost::shared_ptr<KrTriPhysicalExtent> extent(new KrTriPhysicalExtent);
     KrMaterialMap looks;
-    for (std::size_t i = reader.count(2 * sizeof(std::uint64_t)); i > 0 && reader.isGood(); --i) {
-        const std::string name = reader.text();
-        looks.set(name, readLook(reader));
+    for (std::size_t i = m_reader.count(2 * sizeof(std::uint64_t)); i > 0 && m_reader.isGood(); --i) {
+        const std::string name = m_reader.text();
+        looks.set(name, readLook(m_reader));
     }
     if (!looks.empty()) {
         extent->setMaterialMap(looks);
     }
+    const auto form = m_reader.plain<unsigned char>();
+    std::shared_ptr<KrIndexedMesh> indexed;
+    if (form == static_cast<unsigned char>(Form::Indexed)) {
+        indexed = readDerived();
+    } else {
+        readTriangles();
+        indexed = form == static_cast<unsigned char>(Form::Both) ? readIndexed() : nullptr;
+    }
+    isIndexed = form != static_cast<unsigned char>(Form::Triangles);
     // Checked as any mesh is: what the renderer trusts, no file decides. Nobody has to hear why it is none.
     const KrHeldMessages unheard;
-    const bool isMesh = reader.isGood() && extent->setMesh(std::move(vertices), std::move(normals),
-                                                           std::move(coordinates), std::move(groups));
+    const bool isMesh =
+        m_reader.isGood() && isIndexed == (indexed != nullptr) &&
+        extent->setMesh(std::move(m_vertices), std::move(m_normals), std::move(m_coordinates), std::move(m_groups)) &&
+        (!isIndexed || extent->setIndexedMesh(indexed));
     return isMesh ? extent : nullptr;
+}
+
+void ExtentReader::readTriangles()
+{
+    m_groups.reserve(static_cast<unsigned int>(m_names.size()));
+    for (std::string& name : m_names) {
+        m_groups.push_back({std::move(name), KrXmlVectorType<KrTriangle>(m_reader.list<KrTriangle>())});
+    }
+}
+
+std::shared_ptr<KrIndexedMesh> ExtentReader::readIndexed()
+{
+    const auto mesh = std::make_shared<KrIndexedMesh>();
+    mesh->vertices = m_reader.list<float>();
+    mesh->textureCoordinates = m_reader.list<float>();
+    mesh->indices = m_reader.list<std::uint32_t>();
+    mesh->levels.resize(m_reader.count(2 * sizeof(float) + sizeof(std::uint64_t)));
+    for (KrIndexedMesh::Level& level : mesh->levels) {
+        level.error = m_reader.plain<float>();
+        level.change = m_reader.plain<float>();
+        level.groups = m_reader.list<KrIndexedMesh::Range>();
+    }
+    mesh->areLevelsMade = m_reader.flag();
+    mesh->isClosed = m_reader.flag();
+    return mesh;
+}
+
+/// Null for what does not fit.
+std::shared_ptr<KrIndexedMesh> ExtentReader::readDerived()
+{
+    const auto origins = m_reader.view<Origin>();
+    const auto coordinates = m_reader.view<std::uint32_t>();
+    const std::shared_ptr<KrIndexedMesh> mesh = readIndexed();
+    if (!m_reader.isGood() || !areGood(origins, coordinates, *mesh)) {
+        return nullptr;
+    }
+    // Before those that only coarser levels use.
+    const std::vector<float> others = std::move(mesh->vertices);
+    mesh->vertices.resize(kRowWidth * origins.size + others.size());
+    float* vertex = mesh->vertices.data();
+    for (std::size_t i = 0; i < origins.size; ++i, vertex += kRowWidth) {
+        const Origin origin = origins[i];
+        fillRow(m_vertices.values()[origin.position], m_normals.values()[origin.normal], vertex);
+    }
+    std::copy(others.begin(), others.end(), vertex);
+
+    m_groups.reserve(static_cast<unsigned int>(m_names.size()));
+    std::size_t corner = 0;
+    for (std::size_t group = 0; group < m_names.size(); ++group) {
+        const KrIndexedMesh::Range range = mesh->levels[0].groups[group];
+        const std::uint32_t* index = mesh->indices.data() + range.first;
+        std::vector<KrTriangle> triangles(range.count / 3);
+        // In their place: what is made aside and copied is waited for each time.
+        for (KrTriangle& triangle : triangles) {
+            for (unsigned int k = 0; k < 3; ++k, ++corner) {
+                const Origin origin = origins[*index++];
+                triangle.setCorner(k, origin.position, origin.normal, coordinates.size > 0 ? coordinates[corner] : 0);
+            }
+        }
+        m_groups.push_back({std::move(m_names[group]), KrXmlVectorType<KrTriangle>(std::move(triangles))});
+    }
+    return mesh;
+}
+
+/// Whether every number that is followed to make the triangles leads to something.
+bool ExtentReader::areGood(View<Origin> origins, View<std::uint32_t> coordinates, const KrIndexedMesh& mesh) const
+{
+    if (mesh.levels.empty() || mesh.levels[0].groups.size() != m_names.size()) {
+        return false;
+    }
+    std::uint64_t numCorners = 0;
+    for (const KrIndexedMesh::Range& range : mesh.levels[0].groups) {
+        const bool isInside = range.count % 3 == 0 && range.first <= mesh.indices.size() &&
+                              range.count <= mesh.indices.size() - range.first;
+        const auto first = mesh.indices.begin() + static_cast<std::ptrdiff_t>(isInside ? range.first : 0);
+        const auto isKnown = [&origins](std::uint32_t index) { return index < origins.size; };
+        if (!isInside || !std::all_of(first, first + range.count, isKnown)) {
+            return false;
+        }
+        numCorners += range.count;
+    }
+    // Ranges that lie over one another would ask for more memory than there are bytes.
+    if (numCorners > mesh.indices.size() || coordinates.size != (m_coordinates.empty() ? 0 : numCorners)) {
+        return false;
+    }
+    bool isGood = true;
+    for (std::size_t i = 0; i < origins.size; ++i) {
+        const Origin origin = origins[i];
+        isGood &= origin.position < m_vertices.size();
+        isGood &= origin.normal < m_normals.size();
+    }
+    return isGood;
 }
 
 } // namespace
@@ -300,12 +575,7 @@ std::string KrPreparedMesh::bytes() const
     if (result.extent) {
         // First, because it knows how much memory it takes.
         writer.plain(true);
-        write(*result.extent, writer);
-        const std::shared_ptr<const KrIndexedMesh> indexed = result.isIndexed ? result.extent->indexedMesh() : nullptr;
-        writer.plain(indexed != nullptr);
-        if (indexed) {
-            write(*indexed, writer);
-        }
+        write(*result.extent, result.isIndexed ? result.extent->indexedMesh().get() : nullptr, writer);
     } else {
         writer.plain(false);
     }
@@ -326,12 +596,8 @@ bool KrPreparedMesh::read(std::string_view bytes, KrPreparedMesh& prepared)
     Reader reader(bytes);
     KrPreparedMesh read;
     if (reader.flag()) {
-        read.result.extent = readExtent(reader);
+        read.result.extent = ExtentReader(reader).run(read.result.isIndexed);
         if (!read.result.extent) {
-            return false;
-        }
-        read.result.isIndexed = reader.flag();
-        if (read.result.isIndexed && !(read.result.extent->setIndexedMesh(readIndexed(reader)) && reader.isGood())) {
             return false;
         }
     }

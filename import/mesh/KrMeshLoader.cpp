@@ -28,7 +28,7 @@ constexpr std::size_t kMostAtOnce = 16;
 // somebody might make thousands that differ at their end.
 constexpr std::size_t kMostAlike = 8;
 // Of the form in which meshes are kept, and of what stands in it.
-constexpr unsigned int kPreparation = 2;
+constexpr unsigned int kPreparation = 3;
 // Of the clocks of file systems, generously.
 constexpr std::int64_t kClockTickNs = 50000000;
 // States of other files, beside the digest of what was read; no digest looks like that.

@@ -2,16 +2,18 @@
 
 #include <toolkit/xml/KrXmlCompoundType.h>
 
+#include <utility>
+
 /// Two values of any XML types, written as "first" and "second".
 template <typename A, typename B>
 class KrXmlPairType : public KrXmlObjectOf<KrXmlPairType<A, B>, KrXmlCompoundType>
 {
 public:
     KrXmlPairType() = default; ///< of two new values
-    /// Of copies of both.
-    KrXmlPairType(const A& a, const B& b)
-        : m_first(a)
-        , m_second(b)
+    /// Of both, which a caller with no more use for them moves in.
+    KrXmlPairType(A a, B b)
+        : m_first(std::move(a))
+        , m_second(std::move(b))
     {
     }
 
