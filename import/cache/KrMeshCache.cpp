@@ -25,7 +25,8 @@ namespace
 constexpr std::string_view kMagic = "KrMesh1\n";
 constexpr std::size_t kSealBytes = 16;
 constexpr std::size_t kHeaderBytes = kMagic.size() + kSealBytes;
-constexpr std::size_t kBlockBytes = 128 * 1024;
+// Close to the processor, and not so large that the system is asked for its memory each time.
+constexpr std::size_t kBlockBytes = 64 * 1024;
 constexpr char kKeyName[] = "key";
 constexpr std::string_view kTemporary = ".new-";
 // Half-written files of processes that ended are as old as that before they are taken away.
@@ -257,7 +258,6 @@ KrMeshCache::Name KrMeshCache::nameOfFile(const std::string& path, std::uint64_t
     KrInputFile file(maxBytes, KrInputFile::Accept::Files);
     Seal seal(m_cipher.get(), m_key, ForName);
     std::uint64_t length = 0;
-    // Small enough to stay close to the processor.
     const std::unique_ptr<char[]> block(new char[kBlockBytes]);
     bool isRead = file.open(path);
     for (std::size_t count = 1; isRead && count > 0; length += count) {
@@ -278,7 +278,13 @@ bool KrMeshCache::read(const Name& name, Entry& entry) const
     if (file.number < 0 || size < kHeaderBytes || size > m_maxBytes || size > std::numeric_limits<std::size_t>::max()) {
         return false;
     }
-    entry.m_file.reset(new char[static_cast<std::size_t>(size)]);
+    if (size > entry.m_capacity) {
+        // The old one is given back before the new one is asked for.
+        entry.m_file.reset();
+        entry.m_capacity = 0;
+        entry.m_file.reset(new char[static_cast<std::size_t>(size)]);
+        entry.m_capacity = static_cast<std::size_t>(size);
+    }
     const std::string_view all(entry.m_file.get(), static_cast<std::size_t>(size));
     entry.m_bytes = all.substr(kHeaderBytes);
     if (!readAll(file.number, entry.m_file.get(), all.size()) || all.substr(0, kMagic.size()) != kMagic ||

@@ -45,7 +45,7 @@ public:
     /// or is larger than `maxBytes`.
     Name nameOfFile(const std::string& path, std::uint64_t maxBytes) const;
 
-    /// The bytes of an entry as they were written.
+    /// The bytes of an entry as they were written. What it takes in memory serves the next entry that is read into it.
     class Entry
     {
     public:
@@ -54,6 +54,7 @@ public:
     private:
         friend class KrMeshCache;
         std::unique_ptr<char[]> m_file; ///< not a vector: nothing has to be zero before it is read
+        std::size_t m_capacity = 0;
         std::string_view m_bytes;
     };
     /// False when there is no such entry, or it is damaged.

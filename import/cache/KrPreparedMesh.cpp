@@ -1,6 +1,7 @@
 #include <import/cache/KrPreparedMesh.h>
 
 #include <toolkit/extent/private/KrIndexedMesh.h>
+#include <toolkit/extent/private/KrKnownMesh.h>
 #include <toolkit/foundation/private/KrHeldMessages.h>
 
 #include <algorithm>
@@ -435,18 +436,16 @@ private:
     bool areGood(View<Origin> origins, View<std::uint32_t> coordinates, const KrIndexedMesh& mesh) const;
 
     Reader& m_reader;
-    KrXmlVectorVector m_vertices;
-    KrXmlVectorVector m_normals;
-    KrXmlVectorType<KrPlanarVector> m_coordinates;
+    KrKnownMesh m_lists;
     std::vector<std::string> m_names; ///< of the groups
-    KrXmlVectorType<KrTriPhysicalExtent::Group> m_groups;
+    std::size_t m_numDerived = 0;     ///< vertices of the indexed form that come from the lists
 };
 
 boost::shared_ptr<KrTriPhysicalExtent> ExtentReader::run(bool& isIndexed)
 {
-    m_vertices = KrXmlVectorVector(m_reader.reals<3, KrVector>());
-    m_normals = KrXmlVectorVector(m_reader.reals<3, KrVector>());
-    m_coordinates = KrXmlVectorType<KrPlanarVector>(m_reader.reals<2, KrPlanarVector>());
+    m_lists.vertices = KrXmlVectorVector(m_reader.reals<3, KrVector>());
+    m_lists.normals = KrXmlVectorVector(m_reader.reals<3, KrVector>());
+    m_lists.textureCoordinates = KrXmlVectorType<KrPlanarVector>(m_reader.reals<2, KrPlanarVector>());
     m_names = m_reader.texts();
     boost::shared_ptr<KrTriPhysicalExtent> extent(new KrTriPhysicalExtent);
     KrMaterialMap looks;
@@ -458,28 +457,36 @@ boost::shared_ptr<KrTriPhysicalExtent> ExtentReader::run(bool& isIndexed)
         extent->setMaterialMap(looks);
     }
     const auto form = m_reader.plain<unsigned char>();
+    isIndexed = form != static_cast<unsigned char>(Form::Triangles);
     std::shared_ptr<KrIndexedMesh> indexed;
+    bool isKnown = false;
     if (form == static_cast<unsigned char>(Form::Indexed)) {
         indexed = readDerived();
+        isKnown = indexed && m_lists.areNumbersWhole() && indexed->isConsistent(m_numDerived);
     } else {
         readTriangles();
         indexed = form == static_cast<unsigned char>(Form::Both) ? readIndexed() : nullptr;
     }
-    isIndexed = form != static_cast<unsigned char>(Form::Triangles);
+    if (!m_reader.isGood() || isIndexed != (indexed != nullptr)) {
+        return nullptr;
+    }
+    if (isKnown) {
+        m_lists.moveTo(*extent, indexed);
+        return extent;
+    }
     // Checked as any mesh is: what the renderer trusts, no file decides. Nobody has to hear why it is none.
     const KrHeldMessages unheard;
-    const bool isMesh =
-        m_reader.isGood() && isIndexed == (indexed != nullptr) &&
-        extent->setMesh(std::move(m_vertices), std::move(m_normals), std::move(m_coordinates), std::move(m_groups)) &&
-        (!isIndexed || extent->setIndexedMesh(indexed));
+    const bool isMesh = extent->setMesh(std::move(m_lists.vertices), std::move(m_lists.normals),
+                                        std::move(m_lists.textureCoordinates), std::move(m_lists.groups)) &&
+                        (!isIndexed || extent->setIndexedMesh(indexed));
     return isMesh ? extent : nullptr;
 }
 
 void ExtentReader::readTriangles()
 {
-    m_groups.reserve(static_cast<unsigned int>(m_names.size()));
+    m_lists.groups.reserve(static_cast<unsigned int>(m_names.size()));
     for (std::string& name : m_names) {
-        m_groups.push_back({std::move(name), KrXmlVectorType<KrTriangle>(m_reader.list<KrTriangle>())});
+        m_lists.groups.push_back({std::move(name), KrXmlVectorType<KrTriangle>(m_reader.list<KrTriangle>())});
     }
 }
 
@@ -509,17 +516,18 @@ std::shared_ptr<KrIndexedMesh> ExtentReader::readDerived()
     if (!m_reader.isGood() || !areGood(origins, coordinates, *mesh)) {
         return nullptr;
     }
+    m_numDerived = origins.size;
     // Before those that only coarser levels use.
     const std::vector<float> others = std::move(mesh->vertices);
     mesh->vertices.resize(kRowWidth * origins.size + others.size());
     float* vertex = mesh->vertices.data();
     for (std::size_t i = 0; i < origins.size; ++i, vertex += kRowWidth) {
         const Origin origin = origins[i];
-        fillRow(m_vertices.values()[origin.position], m_normals.values()[origin.normal], vertex);
+        fillRow(m_lists.vertices.values()[origin.position], m_lists.normals.values()[origin.normal], vertex);
     }
     std::copy(others.begin(), others.end(), vertex);
 
-    m_groups.reserve(static_cast<unsigned int>(m_names.size()));
+    m_lists.groups.reserve(static_cast<unsigned int>(m_names.size()));
     std::size_t corner = 0;
     for (std::size_t group = 0; group < m_names.size(); ++group) {
         const KrIndexedMesh::Range range = mesh->levels[0].groups[group];
@@ -532,7 +540,7 @@ std::shared_ptr<KrIndexedMesh> ExtentReader::readDerived()
                 triangle.setCorner(k, origin.position, origin.normal, coordinates.size > 0 ? coordinates[corner] : 0);
             }
         }
-        m_groups.push_back({std::move(m_names[group]), KrXmlVectorType<KrTriangle>(std::move(triangles))});
+        m_lists.groups.push_back({std::move(m_names[group]), KrXmlVectorType<KrTriangle>(std::move(triangles))});
     }
     return mesh;
 }
@@ -555,14 +563,14 @@ bool ExtentReader::areGood(View<Origin> origins, View<std::uint32_t> coordinates
         numCorners += range.count;
     }
     // Ranges that lie over one another would ask for more memory than there are bytes.
-    if (numCorners > mesh.indices.size() || coordinates.size != (m_coordinates.empty() ? 0 : numCorners)) {
+    if (numCorners > mesh.indices.size() || coordinates.size != (m_lists.textureCoordinates.empty() ? 0 : numCorners)) {
         return false;
     }
     bool isGood = true;
     for (std::size_t i = 0; i < origins.size; ++i) {
         const Origin origin = origins[i];
-        isGood &= origin.position < m_vertices.size();
-        isGood &= origin.normal < m_normals.size();
+        isGood &= origin.position < m_lists.vertices.size();
+        isGood &= origin.normal < m_lists.normals.size();
     }
     return isGood;
 }

@@ -3,6 +3,7 @@
 #include <import/mesh/KrMeshNormals.h>
 #include <import/mesh/KrVectorIndex.h>
 
+#include <toolkit/extent/private/KrKnownMesh.h>
 #include <toolkit/foundation/KrReason.h>
 
 #include <algorithm>
@@ -219,8 +220,7 @@ KrMeshBuilder::Result KrMeshBuilder::build(const KrMeshData& data, const Options
 boost::shared_ptr<KrTriPhysicalExtent>
 KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>& parts, const std::string& material)
 {
-    KrXmlVectorVector vertices;
-    KrXmlVectorVector normals;
+    KrKnownMesh lists;
     std::vector<KrTriangle> triangles;
     for (const boost::shared_ptr<KrBasePhysicalExtent>& part : parts) {
         // The placed surface, tessellated where the part is a primitive.
@@ -233,10 +233,10 @@ KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>&
             triangles.reserve(mesh->numTriangles());
         }
         // The part's indices move behind those of the parts before it.
-        const std::uint32_t firstVertex = vertices.size();
-        const std::uint32_t firstNormal = normals.size();
-        vertices.values().insert(vertices.end(), mesh->vertices().begin(), mesh->vertices().end());
-        normals.values().insert(normals.end(), mesh->normals().begin(), mesh->normals().end());
+        const std::uint32_t firstVertex = lists.vertices.size();
+        const std::uint32_t firstNormal = lists.normals.size();
+        lists.vertices.values().insert(lists.vertices.end(), mesh->vertices().begin(), mesh->vertices().end());
+        lists.normals.values().insert(lists.normals.end(), mesh->normals().begin(), mesh->normals().end());
         const std::size_t first = triangles.size();
         for (const KrTriPhysicalExtent::Group& group : mesh->groups()) {
             triangles.insert(triangles.end(), group.second().begin(), group.second().end());
@@ -250,9 +250,14 @@ KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>&
             }
         }
     }
-    KrXmlVectorType<KrTriPhysicalExtent::Group> groups;
-    groups.push_back({material, KrXmlVectorType<KrTriangle>(std::move(triangles))});
+    lists.groups.push_back({material, KrXmlVectorType<KrTriangle>(std::move(triangles))});
     boost::shared_ptr<KrTriPhysicalExtent> merged(new KrTriPhysicalExtent);
-    const bool ok = merged->setMesh(std::move(vertices), std::move(normals), {}, std::move(groups), material);
+    // The triangles of the parts are good; a placement may have moved them too far away to be drawn.
+    if (lists.areNumbersWhole()) {
+        lists.moveTo(*merged, nullptr);
+        return merged;
+    }
+    const bool ok =
+        merged->setMesh(std::move(lists.vertices), std::move(lists.normals), {}, std::move(lists.groups), material);
     return ok ? merged : nullptr;
 }

@@ -149,6 +149,32 @@ struct KrMeshLoader::Job
     Job& leader() { return same ? *same : *this; }
 };
 
+/// Memory for an entry, from those that are done with theirs: new memory costs more than what is read into it.
+struct KrMeshLoader::EntryLoan
+{
+    explicit EntryLoan(KrMeshLoader& owner)
+        : loader(owner)
+    {
+        const std::lock_guard<std::mutex> lock(loader.m_entriesMutex);
+        if (!loader.m_entries.empty()) {
+            entry = std::move(loader.m_entries.back());
+            loader.m_entries.pop_back();
+        }
+    }
+    ~EntryLoan()
+    {
+        const std::lock_guard<std::mutex> lock(loader.m_entriesMutex);
+        if (loader.m_entries.size() < kMostAtOnce) {
+            loader.m_entries.push_back(std::move(entry));
+        }
+    }
+    EntryLoan(const EntryLoan&) = delete;
+    EntryLoan& operator=(const EntryLoan&) = delete;
+
+    KrMeshLoader& loader;
+    KrMeshCache::Entry entry;
+};
+
 void KrMeshLoader::prepare(KrMeshBuilder::Result& result) const
 {
     using Preparation = KrImportOptions::Preparation;
@@ -178,6 +204,8 @@ KrMeshLoader::KrMeshLoader(const Options& options)
     , m_cache(options.cacheFolder, options.maxCacheBytes)
     , m_version(m_cache.isOpen() ? versionText() : std::string())
 {
+    // So that giving one back never asks for memory.
+    m_entries.reserve(kMostAtOnce);
 }
 
 KrMeshLoader::~KrMeshLoader() = default;
@@ -212,6 +240,7 @@ void KrMeshLoader::load()
         }
     }
     run(apart);
+    m_entries.clear();
     if (m_hasKept) {
         m_cache.trim();
     }
@@ -353,9 +382,10 @@ KrMeshCache::Name KrMeshLoader::nameOf(const Job& job, const std::string& digest
 }
 
 /// False when the cache has no such mesh, or has it of other files than there are now.
-bool KrMeshLoader::takeKept(const std::string& digest, Job& job, const Wish& wish, Mesh& mesh, File& file) const
+bool KrMeshLoader::takeKept(const std::string& digest, Job& job, const Wish& wish, Mesh& mesh, File& file)
 {
-    KrMeshCache::Entry entry;
+    EntryLoan loan(*this);
+    KrMeshCache::Entry& entry = loan.entry;
     KrPreparedMesh kept;
     const auto isSame = [this](const KrPreparedMesh::OtherFile& other) {
         return stateOf(other.path, other.isRead) == other.state;

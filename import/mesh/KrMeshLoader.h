@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -83,6 +84,7 @@ public:
 
 private:
     struct Job;
+    struct EntryLoan;
     using OtherFiles = std::vector<KrPreparedMesh::OtherFile>;
 
     Job& jobOf(const std::string& path);
@@ -91,7 +93,7 @@ private:
     void runJob(Job& job, const KrMeshLimits& limits, bool isAlone);
     KrMeshCache::Name nameOf(const Job& job, const std::string& digest, const Wish& wish, bool needsOthers) const;
     void prepare(KrMeshBuilder::Result& result) const;
-    bool takeKept(const std::string& digest, Job& job, const Wish& wish, Mesh& mesh, File& file) const;
+    bool takeKept(const std::string& digest, Job& job, const Wish& wish, Mesh& mesh, File& file);
     void keep(const KrMeshCache::Name& name, const KrMeshFacts& facts, const Mesh& mesh, const OtherFiles& otherFiles);
     bool statesOf(const std::vector<KrMeshData::OtherFile>& files, std::int64_t startNs, OtherFiles& states) const;
     std::string stateOf(const std::string& path, bool isRead) const;
@@ -99,6 +101,8 @@ private:
     Options m_options;
     KrMeshCache m_cache;
     std::string m_version;
+    std::vector<KrMeshCache::Entry> m_entries; ///< on loan to who reads one
+    std::mutex m_entriesMutex;
     std::atomic<bool> m_hasKept{false};                 ///< something new
     std::atomic<std::size_t> m_numLeft{1};              ///< jobs that are run at once and not done
     std::map<std::string, std::unique_ptr<Job>> m_jobs; ///< by path

@@ -1,6 +1,7 @@
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 
 #include <toolkit/extent/private/KrIndexedMesh.h>
+#include <toolkit/extent/private/KrKnownMesh.h>
 #include <toolkit/foundation/KrNullDeleter.h>
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/xml/KrXmlReader.h>
@@ -23,6 +24,36 @@ using Group = KrTriPhysicalExtent::Group;
 constexpr double kLengthTolerance = 1e-6;
 /// A triangle is flat below this sine of its angle.
 constexpr double kSineTolerance = 1e-12;
+
+/// Whether each of the list's numbers can be drawn, which is done with single precision; NaN cannot.
+bool areDrawable(const KrXmlVectorVector& vectors)
+{
+    constexpr double kMost = std::numeric_limits<float>::max();
+    bool areGood = true;
+    // To the end: a loop without a way out is several times as fast.
+    for (const KrVector& v : vectors) {
+        areGood &= std::abs(v.x()) <= kMost;
+        areGood &= std::abs(v.y()) <= kMost;
+        areGood &= std::abs(v.z()) <= kMost;
+    }
+    return areGood;
+}
+
+/// Whether all lengths are surely within the tolerance: by their squares, whose distance from 1 is twice as large.
+bool areOfUnitLength(const KrXmlVectorVector& vectors)
+{
+    bool areGood = true;
+    for (const KrVector& v : vectors) {
+        areGood &= std::abs(v.dot(v) - 1.0) <= kLengthTolerance;
+    }
+    return areGood;
+}
+
+bool areFinite(const KrXmlVectorType<KrPlanarVector>& coordinates)
+{
+    return std::all_of(coordinates.begin(), coordinates.end(),
+                       [](const KrPlanarVector& uv) { return std::isfinite(uv.u()) && std::isfinite(uv.v()); });
+}
 
 /// Checks the lists of a mesh and completes its normals, in one pass over each list.
 class MeshCheck
@@ -63,37 +94,12 @@ private:
     std::string m_problem;
 };
 
-/// Whether each of the list's numbers can be drawn, which is done with single precision; NaN cannot.
-bool areDrawable(const KrXmlVectorVector& vectors)
-{
-    constexpr double kMost = std::numeric_limits<float>::max();
-    bool areGood = true;
-    // To the end: a loop without a way out is several times as fast.
-    for (const KrVector& v : vectors) {
-        areGood &= std::abs(v.x()) <= kMost;
-        areGood &= std::abs(v.y()) <= kMost;
-        areGood &= std::abs(v.z()) <= kMost;
-    }
-    return areGood;
-}
-
-/// Whether all lengths are surely within the tolerance: by their squares, whose distance from 1 is twice as large.
-bool areOfUnitLength(const KrXmlVectorVector& vectors)
-{
-    bool areGood = true;
-    for (const KrVector& v : vectors) {
-        areGood &= std::abs(v.dot(v) - 1.0) <= kLengthTolerance;
-    }
-    return areGood;
-}
-
 /// Whether nothing is wrong, and nothing to be completed: so are the meshes of the importer and its cache, and those
 /// that other meshes are copied into.
 bool MeshCheck::isWhole() const
 {
-    const auto isUsable = [](const KrPlanarVector& uv) { return std::isfinite(uv.u()) && std::isfinite(uv.v()); };
     return m_areNormalsGiven && areDrawable(m_vertices) && areOfUnitLength(m_normals) &&
-           std::all_of(m_textureCoordinates.begin(), m_textureCoordinates.end(), isUsable) && areTrianglesWhole();
+           areFinite(m_textureCoordinates) && areTrianglesWhole();
 }
 
 bool MeshCheck::areTrianglesWhole() const
@@ -273,6 +279,21 @@ bool MeshCheck::completeTriangle(KrTriangle& triangle)
 }
 
 } // namespace
+
+bool KrKnownMesh::areNumbersWhole() const
+{
+    return areDrawable(vertices) && areOfUnitLength(normals) && areFinite(textureCoordinates);
+}
+
+void KrKnownMesh::moveTo(KrTriPhysicalExtent& mesh, const std::shared_ptr<const KrIndexedMesh>& indexedMesh)
+{
+    mesh.m_vertices = std::move(vertices);
+    mesh.m_normals = std::move(normals);
+    mesh.m_textureCoordinates = std::move(textureCoordinates);
+    mesh.m_groups = std::move(groups);
+    mesh.m_indexedMesh.set(indexedMesh);
+    mesh.touch();
+}
 
 // Of the groups as they are, without the triangles that were left out.
 std::size_t KrTriPhysicalExtent::numTriangles() const

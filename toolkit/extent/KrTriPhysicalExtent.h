@@ -12,6 +12,7 @@
 #include <string>
 
 class KrIndexedMesh;
+struct KrKnownMesh;
 
 /// A triangle mesh in named groups, each group with one material.
 ///
@@ -75,6 +76,8 @@ protected:
     boost::shared_ptr<const KrTriPhysicalExtent> makePlacedTriangles() const override;
 
 private:
+    friend struct KrKnownMesh;
+
     /// The indexed mesh, if there is one yet, and the lock under which it is made. Copies share what is there.
     class KeptIndexedMesh
     {

@@ -233,9 +233,11 @@ std::uint32_t LevelZero::addVertex(const Origin& corner, const Row& row, const P
     return static_cast<std::uint32_t>(m_origins.size() - 1);
 }
 
-bool areFinite(const std::vector<float>& numbers)
+/// From number `first` on.
+bool areFinite(const std::vector<float>& numbers, std::size_t first)
 {
-    return std::all_of(numbers.begin(), numbers.end(), [](float number) { return std::isfinite(number); });
+    return std::all_of(numbers.begin() + static_cast<std::ptrdiff_t>(first), numbers.end(),
+                       [](float number) { return std::isfinite(number); });
 }
 
 } // namespace
@@ -329,12 +331,13 @@ bool KrIndexedMesh::hasLevelZeroOf(const KrIndexedMesh& other) const
                       other.levels[0].groups.end(), isSameRange);
 }
 
-bool KrIndexedMesh::isConsistent() const
+bool KrIndexedMesh::isConsistent(std::size_t numKnown) const
 {
     const std::size_t count = numVertices();
     if (vertices.size() != kVertexWidth * count ||
-        (!textureCoordinates.empty() && textureCoordinates.size() != 2 * count) || !areFinite(vertices) ||
-        !areFinite(textureCoordinates) || levels.empty() || levels[0].error != 0.0f || levels[0].change != 0.0f) {
+        (!textureCoordinates.empty() && textureCoordinates.size() != 2 * count) ||
+        !areFinite(vertices, kVertexWidth * std::min(numKnown, count)) || !areFinite(textureCoordinates, 0) ||
+        levels.empty() || levels[0].error != 0.0f || levels[0].change != 0.0f) {
         return false;
     }
     float error = 0.0f;

@@ -60,7 +60,8 @@ public:
     /// Whether this is `other` with levels, or without, or a copy of it.
     bool hasLevelZeroOf(const KrIndexedMesh& other) const;
     /// Whether every index, range and level fits the lists, as it does in what `make` gives: for data out of files.
-    bool isConsistent() const;
+    /// @param numKnown  vertices, the first ones, whose numbers are known to be finite
+    bool isConsistent(std::size_t numKnown = 0) const;
 
     /// Six numbers a vertex: position (m, extent's frame) and unit normal, those of the mesh in single precision.
     std::vector<float> vertices;
