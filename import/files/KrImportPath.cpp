@@ -8,6 +8,25 @@
 
 namespace fs = std::filesystem;
 
+namespace
+{
+
+/// Whether nothing of a path is to be left out or resolved. Hidden names count as if there were.
+bool isPlain(std::string_view path)
+{
+    char before = '/';
+    // A slash at the front is no empty name before it.
+    for (const char letter : path.substr(path.empty() || path[0] != '/' ? 0 : 1)) {
+        if (before == '/' && (letter == '/' || letter == '.')) {
+            return false;
+        }
+        before = letter;
+    }
+    return true;
+}
+
+} // namespace
+
 bool KrImportPath::isFile(const std::string& path)
 {
     // With error codes, here and below: what cannot be looked at counts as absent, and nothing throws.
@@ -84,6 +103,10 @@ std::string KrImportPath::join(const std::string& directory, const std::string& 
     std::size_t first = 0;
     while (first < rest.size() && rest[first] == '/') {
         ++first;
+    }
+    // A robot's meshes are looked for under dozens of such paths each.
+    if (!directory.empty() && isPlain(directory) && isPlain(std::string_view(rest).substr(first))) {
+        return directory + (directory.back() == '/' ? "" : "/") + rest.substr(first);
     }
     // By the text alone: ".." goes with the folder before it, even where that one is a link.
     return (fs::path(directory) / rest.substr(first)).lexically_normal().string();

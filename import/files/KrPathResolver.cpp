@@ -24,6 +24,8 @@ constexpr std::size_t kMaxWalkDepth = 8;
 constexpr std::size_t kMaxWalkEntries = 20000;
 // Folders whose names are kept at a time.
 constexpr std::size_t kMaxListings = 200;
+// Folders that are known to be there, or not to be, at a time.
+constexpr std::size_t kMaxFolders = 10000;
 // The last parts of a path that are tried; longer ones cost more and tell no more.
 constexpr std::size_t kMaxTails = 16;
 // Of the paths that are kept for the report, over all names of a description.
@@ -189,9 +191,10 @@ KrPathResolver::Request KrPathResolver::parse(const std::string& uri)
 bool KrPathResolver::attempt(const std::string& path, const std::string& rule, Found& found)
 {
     // As it stands first: files whose names hold a percent sign exist.
-    for (const std::string& candidate : {path, KrImportPath::percentDecoded(path)}) {
+    const bool isEncoded = path.find('%') != std::string::npos;
+    for (const std::string& candidate : {path, isEncoded ? KrImportPath::percentDecoded(path) : std::string()}) {
         // The same place may come up under several rules: the first one is told.
-        if (!m_tried.insert(candidate).second) {
+        if (candidate.empty() || !m_tried.insert(candidate).second) {
             continue;
         }
         m_triedBytes += candidate.size();
@@ -199,13 +202,27 @@ bool KrPathResolver::attempt(const std::string& path, const std::string& rule, F
         if (m_triedBytes <= kMaxTriedBytes) {
             found.tried.push_back(candidate);
         }
-        if (KrImportPath::isFile(candidate)) {
+        if (isFolder(candidate.substr(0, candidate.rfind('/'))) && KrImportPath::isFile(candidate)) {
             found.path = candidate;
             found.rule = rule;
             return true;
         }
     }
     return false;
+}
+
+/// The meshes of a robot are looked for in the same folders, most of which are not there.
+bool KrPathResolver::isFolder(const std::string& path)
+{
+    if (m_folders.size() > kMaxFolders) {
+        m_folders.clear();
+    }
+    const auto [place, isNew] = m_folders.emplace(path, false);
+    if (isNew) {
+        // The part of a path before its first slash may be empty: the root, or the current folder.
+        place->second = path.empty() || path.find('/') == std::string::npos || KrImportPath::isDirectory(path);
+    }
+    return place->second;
 }
 
 bool KrPathResolver::findPlain(const Request& request, Found& found)
@@ -385,8 +402,12 @@ bool KrPathResolver::isOutside(const std::string& folder) const
            (!home.empty() && (home + "/").compare(0, folder.size() + 1, folder + "/") == 0);
 }
 
-std::size_t KrPathResolver::bundleTop(const std::string& package) const
+std::size_t KrPathResolver::bundleTop(const std::string& package)
 {
+    const auto known = m_tops.find(package);
+    if (known != m_tops.end()) {
+        return known->second;
+    }
     // At least the description's own folder; then the topmost of the next few that still looks like a part of it.
     std::size_t top = 0;
     for (std::size_t level = 1; level < std::min(m_above.size(), kGuessLevels); ++level) {
@@ -404,6 +425,7 @@ std::size_t KrPathResolver::bundleTop(const std::string& package) const
         // A folder without a sign may lie between two that have one: the walk goes on past it.
         top = belongs ? level : top;
     }
+    m_tops.emplace(package, top);
     return top;
 }
 

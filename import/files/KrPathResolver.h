@@ -69,7 +69,8 @@ private:
     bool findElsewhere(const Request& request, Found& found);
 
     bool isOutside(const std::string& folder) const;
-    std::size_t bundleTop(const std::string& package) const;
+    std::size_t bundleTop(const std::string& package);
+    bool isFolder(const std::string& path);
     const std::vector<Folder>& foldersBelow(const std::string& root);
     static std::string packageNameIn(const std::string& folder);
 
@@ -79,6 +80,8 @@ private:
     std::map<std::string, std::vector<Folder>> m_walked;
     std::map<std::pair<Kind, std::string>, Found> m_found;
     std::map<std::string, Listing> m_listings; ///< by folder
+    std::map<std::string, std::size_t> m_tops; ///< of the bundle, by package
+    std::map<std::string, bool> m_folders;     ///< whether they are there
     std::set<std::string> m_tried;             ///< for the name in hand
     std::size_t m_triedBytes = 0;              ///< for all names
 };
