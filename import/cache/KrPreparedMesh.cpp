@@ -567,6 +567,9 @@ bool ExtentReader::areGood(View<Origin> origins, View<std::uint32_t> coordinates
         return false;
     }
     bool isGood = true;
+    for (std::size_t i = 0; i < coordinates.size; ++i) {
+        isGood &= coordinates[i] < m_lists.textureCoordinates.size();
+    }
     for (std::size_t i = 0; i < origins.size; ++i) {
         const Origin origin = origins[i];
         isGood &= origin.position < m_lists.vertices.size();

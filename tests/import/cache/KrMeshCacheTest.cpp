@@ -197,7 +197,10 @@ TEST(KrPreparedMesh, BytesThatAreNoneAreRefused)
     const Bundle bundle;
     const Imported in = import(bundle.write("r.urdf", meshRobot(bundle.write("a.stl", binaryStl(box(1, 1, 1))))));
     KrPreparedMesh mesh;
-    mesh.result.extent.reset(new KrTriPhysicalExtent(in.mesh("base")));
+    mesh.result.extent.reset(new KrTriPhysicalExtent);
+    const KrTriPhysicalExtent& box = in.mesh("base");
+    KrXmlVectorType<KrPlanarVector> coordinates({{0.0, 0.0}, {0.1, 1.0}});
+    ASSERT_TRUE(mesh.result.extent->setMesh(box.vertices(), box.normals(), coordinates, box.groups()));
     mesh.result.extent->setMaterial("", KrDataMap::blueColor());
     mesh.result.isIndexed = true;
     mesh.result.triangles = 12;
@@ -212,12 +215,18 @@ TEST(KrPreparedMesh, BytesThatAreNoneAreRefused)
         EXPECT_FALSE(KrPreparedMesh::read(bytes.substr(0, size), read)) << size;
     }
     EXPECT_FALSE(KrPreparedMesh::read(bytes + '\0', read));
-    // Every byte: what is still a mesh then can be written, and is what it says.
+    // Every byte: what is still a mesh then can be written, and is what it says: no index leads nowhere.
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         for (const char change : {'\x01', '\x80', '\xFF'}) {
             std::string bad = bytes;
             bad[i] ^= change;
             if (KrPreparedMesh::read(bad, read)) {
+                const KrTriPhysicalExtent& extent = *read.result.extent;
+                KrTriPhysicalExtent checked;
+                EXPECT_TRUE(
+                    checked.setMesh(extent.vertices(), extent.normals(), extent.textureCoordinates(), extent.groups()))
+                    << i;
+                EXPECT_TRUE(checked.setIndexedMesh(extent.indexedMesh())) << i;
                 EXPECT_TRUE(KrPreparedMesh::read(read.bytes(), read)) << i;
             }
         }
