@@ -6,10 +6,15 @@
 #include <osg/State>
 #include <osg/Uniform>
 
+#include <algorithm>
+#include <cmath>
 #include <optional>
 
 namespace
 {
+
+/// Of a pixel, to which every driver rounds corners or finer.
+constexpr GLint kFewestSubpixelBits = 4;
 
 /// The distance of the near plane, of a perspective or a parallel projection. m
 double nearOf(const osg::Matrixd& projection)
@@ -61,8 +66,14 @@ std::optional<KrTriangleSieve::View> viewOf(const KrMeshArena::Binding& binding,
     // The driver's own: the scene graph's may have fractions, which are cut off.
     GLint viewport[4] = {};
     glGetIntegerv(GL_VIEWPORT, viewport);
-    return KrTriangleSieve::View{
-        {}, state.getProjectionMatrix(), static_cast<double>(viewport[2]), static_cast<double>(viewport[3]), false};
+    GLint numBits = 0;
+    glGetIntegerv(GL_SUBPIXEL_BITS, &numBits);
+    return KrTriangleSieve::View{{},
+                                 state.getProjectionMatrix(),
+                                 static_cast<double>(viewport[2]),
+                                 static_cast<double>(viewport[3]),
+                                 false,
+                                 std::ldexp(1.0, -std::max(numBits, kFewestSubpixelBits))};
 }
 
 /// Takes over what an item has of its own.

@@ -24,12 +24,13 @@ public:
         double width = 0.0; ///< of the viewport, pixels
         double height = 0.0;
         bool areBacksLeftOut = false; ///< by the driver; fronts are counter-clockwise in the window
+        double rounding = 0.0;        ///< how far the driver moves a corner at the most, pixels
     };
-    /// Where a vertex is in the window, in parts of a pixel.
+    /// Where a vertex is in the window.
     struct Spot
     {
-        std::int32_t x;
-        std::int32_t y;
+        float x; ///< from the middle of the first pixel, parts of a pixel
+        float y;
         std::uint32_t cell;   ///< the columns and rows of pixels between whose middles it lies, 16 bits each
         std::uint32_t across; ///< the bits in which that cell differs from others where it may lie as well
     };
@@ -66,9 +67,9 @@ private:
         float z[kBlock];
     };
 
-    bool findSpots(const View& view, std::vector<Spot>& spots, std::int32_t& margin) const;
+    bool findSpots(const View& view, std::vector<Spot>& spots, float& margin) const;
     template <bool kAreBacksLeftOut, typename Index>
-    std::size_t sift(const Index* indices, const Spot* spots, std::int32_t margin, Index* kept) const;
+    std::size_t sift(const Index* indices, const Spot* spots, float margin, Index* kept) const;
 
     std::vector<std::uint16_t> m_corners; ///< numbers of vertices in the blocks
     std::vector<Block> m_blocks;          ///< the last vertex once more behind it
