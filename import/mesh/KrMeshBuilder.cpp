@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -28,6 +29,18 @@ KrVector scaled(const KrVector& v, const KrVector& scale)
     return {v.x() * scale.x(), v.y() * scale.y(), v.z() * scale.z()};
 }
 
+/// Each of them once, though every triangle around it asks for it. Empty for a scale of 1.
+std::vector<KrVector> scaledVertices(const std::vector<KrVector>& vertices, const KrVector& scale)
+{
+    std::vector<KrVector> list;
+    if (!(scale == KrVector(1.0, 1.0, 1.0))) {
+        list.reserve(vertices.size());
+        std::transform(vertices.begin(), vertices.end(), std::back_inserter(list),
+                       [&scale](const KrVector& vertex) { return scaled(vertex, scale); });
+    }
+    return list;
+}
+
 /// Pictures are drawn with single precision.
 bool isTooFar(const KrVector& v)
 {
@@ -41,6 +54,8 @@ public:
         : m_data(data)
         , m_options(options)
         , m_isMirrored(options.scale.x() * options.scale.y() * options.scale.z() < 0.0)
+        , m_scaled(scaledVertices(data.vertices, options.scale))
+        , m_source(m_scaled.empty() ? data.vertices : m_scaled)
         , m_vertexMap(data.vertices.size(), KrMeshData::noNormal)
         , m_normalMap(data.normals.size(), KrMeshData::noNormal)
     {
@@ -59,6 +74,8 @@ private:
     const KrMeshData& m_data;
     const KrMeshBuilder::Options& m_options;
     bool m_isMirrored;
+    std::vector<KrVector> m_scaled;         ///< the file's vertices; empty without a scale
+    const std::vector<KrVector>& m_source;  ///< of the two lists of the file's vertices the one to take
     std::vector<std::uint32_t> m_vertexMap; ///< ours by the file's
     std::vector<std::uint32_t> m_normalMap;
     std::vector<KrVector> m_vertices;
@@ -153,12 +170,9 @@ std::string Builder::ownName(const std::string& name) const
 
 void Builder::addTriangle(const KrTriangle& source, Group& group)
 {
-    const KrVector* const list = m_data.vertices.data();
-    const KrVector a = scaled(list[source.vertex(0)], m_options.scale);
-    const KrVector b = scaled(list[source.vertex(1)], m_options.scale);
-    const KrVector c = scaled(list[source.vertex(2)], m_options.scale);
     // Judged behind the scale, which may flatten what was good.
-    if (KrMeshNormals::isDegenerate(a, b, c)) {
+    if (KrMeshNormals::isDegenerate(m_source[source.vertex(0)], m_source[source.vertex(1)],
+                                    m_source[source.vertex(2)])) {
         ++m_result.degenerate;
         return;
     }
@@ -178,7 +192,7 @@ std::uint32_t Builder::vertexIndex(std::uint32_t source)
     // Only vertices that a triangle uses come in: others would count in the extent's bounds.
     if (index == KrMeshData::noNormal) {
         index = static_cast<std::uint32_t>(m_vertices.size());
-        m_vertices.push_back(scaled(m_data.vertices[source], m_options.scale));
+        m_vertices.push_back(m_source[source]);
     }
     return index;
 }

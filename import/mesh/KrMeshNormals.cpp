@@ -137,7 +137,7 @@ void measure(const std::vector<KrVector>& vertices, const KrTriangle* triangles,
 
 /// Of the corners at a vertex that are compared at once.
 constexpr std::size_t kLanes = 8;
-static_assert(kMostBlended % kLanes == 0);
+static_assert(kLanes == 8 && kMostBlended % kLanes == 0);
 
 /// The corners at a vertex, side by side.
 struct Fan
@@ -156,7 +156,26 @@ struct Fan
         angle[count++] = facet.angles[corner];
     }
     float cosine(std::size_t i, std::size_t j) const { return x[i] * x[j] + y[i] * y[j] + z[i] * z[j]; }
+    /// A bit for each of the corners from `first` on whose normal leans from that of corner `i` by a cosine of `least`
+    /// at least. Of a pair both or none: products do not mind which factor comes first.
+    std::uint32_t blended(std::size_t i, std::size_t first, float least) const;
 };
+
+constexpr std::uint32_t kLaneBits[kLanes] = {1, 2, 4, 8, 16, 32, 64, 128};
+
+// Loops of a fixed length become instructions for several corners at once, here and below.
+std::uint32_t Fan::blended(std::size_t i, std::size_t first, float least) const
+{
+    const float xi = x[i];
+    const float yi = y[i];
+    const float zi = z[i];
+    std::uint32_t bits = 0;
+    for (std::size_t j = 0; j < kLanes; ++j) {
+        const float cosine = xi * (x + first)[j] + yi * (y + first)[j] + zi * (z + first)[j];
+        bits |= cosine >= least ? kLaneBits[j] : 0u;
+    }
+    return bits;
+}
 
 /// Of normals, each times the angle of its triangle. Those of the same corners are equal to the last bit: they are
 /// always added in the order of the corners.
@@ -172,29 +191,28 @@ struct Sum
     }
 };
 
-KrVector unitNormal(const float* numbers)
-{
-    const KrVector v(numbers[0], numbers[1], numbers[2]);
-    const double length = std::sqrt(v.dot(v));
-    return length > 0.0 ? KrVector(v.x() / length, v.y() / length, v.z() / length) : KrVector();
-}
-
 /// Some of the vertices, and what is found around them.
 struct Part
 {
     Fan fan; ///< at the vertex in hand
-    std::vector<KrVector> normals;
-    std::exception_ptr problem; ///< no thread may throw
+    std::vector<Sum> sums;
+    std::vector<KrVector> normals;     ///< that the sums come to, nearly all of them different
+    std::vector<std::uint32_t> places; ///< in them, by sum
+    std::exception_ptr problem;        ///< no thread may throw
 
     void clear()
     {
+        sums.clear();
         normals.clear();
-        m_latest.fill(UINT32_MAX);
+        places.clear();
     }
-    /// Adds the normal of corner `i` of the fan. @return its number among the normals
+    /// Adds what gives the normal of corner `i` of the fan. @return its number among the sums
     std::uint32_t add(const Sum& sum, std::size_t i);
+    void normalize();
 
 private:
+    std::uint32_t placeOf(const KrVector& normal);
+
     // Flat sides have the same normal at many vertices. The latest one of each hash is kept: that finds nearly all, and
     // takes the same time for any mesh.
     std::array<std::uint32_t, 1024> m_latest;
@@ -202,14 +220,42 @@ private:
 
 std::uint32_t Part::add(const Sum& sum, std::size_t i)
 {
-    KrVector normal = unitNormal(sum.numbers);
-    if (normal == KrVector()) {
-        // Normals that cancel each other leave the triangle's own.
-        const float own[3] = {fan.x[i], fan.y[i], fan.z[i]};
-        normal = unitNormal(own);
+    const bool isNone = sum.numbers[0] == 0.0f && sum.numbers[1] == 0.0f && sum.numbers[2] == 0.0f;
+    // Normals that cancel each other leave the triangle's own.
+    sums.push_back(isNone ? Sum{{fan.x[i], fan.y[i], fan.z[i]}} : sum);
+    return static_cast<std::uint32_t>(sums.size() - 1);
+}
+
+/// Several at once: a root and a quotient take long each, and wait for nothing then.
+void Part::normalize()
+{
+    m_latest.fill(UINT32_MAX);
+    double units[3][kBlock];
+    for (std::size_t first = 0; first < sums.size(); first += kBlock) {
+        const std::size_t count = std::min(kBlock, sums.size() - first);
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            // The last block is filled up with its last sum.
+            const Sum& sum = sums[first + std::min(i, count - 1)];
+            for (unsigned int k = 0; k < 3; ++k) {
+                // Adding 0 makes 0 of -0.
+                units[k][i] = sum.numbers[k] + 0.0;
+            }
+        }
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            const double length =
+                std::sqrt(units[0][i] * units[0][i] + units[1][i] * units[1][i] + units[2][i] * units[2][i]);
+            units[0][i] /= length;
+            units[1][i] /= length;
+            units[2][i] /= length;
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            places.push_back(placeOf({units[0][i], units[1][i], units[2][i]}));
+        }
     }
-    // Adding 0 makes 0 of -0.
-    normal += KrVector();
+}
+
+std::uint32_t Part::placeOf(const KrVector& normal)
+{
     std::uint64_t bits[3];
     static_assert(sizeof bits == sizeof normal);
     std::memcpy(bits, normal.data(), sizeof bits);
@@ -266,10 +312,11 @@ private:
     const float m_apartCosine = static_cast<float>(std::cos(2.0 * KrMeshNormals::creaseAngle));
     std::vector<Range> m_ranges;
     std::vector<Facet> m_facets;
-    std::vector<std::uint32_t> m_byVertex;    ///< corners, those of one vertex side by side
-    std::vector<std::uint32_t> m_firstAt;     ///< where those of each vertex begin in it, and where the last ones end
-    std::vector<std::uint32_t> m_found;       ///< by corner: the number of its normal in its part; m_missing until then
-    std::vector<std::uint32_t> m_firstOfPart; ///< where the normals of each part begin
+    std::vector<std::uint32_t> m_byVertex; ///< corners, those of one vertex side by side
+    std::vector<std::uint32_t> m_firstAt;  ///< where those of each vertex begin in it, and where the last ones end
+    std::vector<std::uint32_t> m_found;    ///< by corner: the number of its sum in its part; m_missing until then
+    std::vector<std::uint32_t> m_places;   ///< of the normals, by sum, one part behind the other
+    std::vector<std::size_t> m_firstPlace; ///< in it, by part
 };
 
 Finder::Finder(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& lists,
@@ -345,8 +392,12 @@ void Finder::find(std::size_t numThreads, std::vector<KrVector>& normals)
             if (parts[i].problem) {
                 std::rethrow_exception(parts[i].problem);
             }
-            m_firstOfPart.push_back(static_cast<std::uint32_t>(normals.size()));
+            const auto before = static_cast<std::uint32_t>(normals.size());
             normals.insert(normals.end(), parts[i].normals.begin(), parts[i].normals.end());
+            m_firstPlace.push_back(m_places.size());
+            for (const std::uint32_t place : parts[i].places) {
+                m_places.push_back(before + place);
+            }
         }
     }
 }
@@ -358,6 +409,7 @@ void Finder::findIn(std::size_t firstVertex, std::size_t endVertex, Part& part)
         for (std::size_t v = firstVertex; v < endVertex; ++v) {
             findAt(v, part);
         }
+        part.normalize();
     } catch (...) {
         part.problem = std::current_exception();
     }
@@ -445,43 +497,31 @@ bool Finder::findByGroups(const std::uint32_t* corners, Part& part)
 void Finder::findByPairs(const std::uint32_t* corners, Part& part)
 {
     const Fan& fan = part.fan;
-    static constexpr std::uint32_t kBits[kLanes] = {1, 2, 4, 8, 16, 32, 64, 128};
-    const float least = m_leastCosine;
     // Which corners blend, for each of them: a bit for each.
     std::uint64_t blended[kMostCompared];
     for (std::size_t i = 0; i < fan.count; ++i) {
-        const float x = fan.x[i];
-        const float y = fan.y[i];
-        const float z = fan.z[i];
-        blended[i] = 0;
+        std::uint64_t own = 0;
         for (std::size_t first = 0; first < fan.count; first += kLanes) {
-            // A loop of a fixed length becomes instructions for several at once.
-            std::uint32_t bits = 0;
-            for (std::size_t j = 0; j < kLanes; ++j) {
-                const float cosine = x * (fan.x + first)[j] + y * (fan.y + first)[j] + z * (fan.z + first)[j];
-                bits |= cosine >= least ? kBits[j] : 0u;
-            }
-            blended[i] |= std::uint64_t{bits} << first;
+            own |= std::uint64_t{fan.blended(i, first, m_leastCosine)} << first;
         }
         // What stands behind the corners is left from other vertices.
-        blended[i] &= ~std::uint64_t{0} >> (64 - fan.count);
+        blended[i] = own & ~std::uint64_t{0} >> (64 - fan.count);
     }
     for (std::size_t i = 0; i < fan.count; ++i) {
         if (m_found[corners[i]] != m_missing) {
             continue;
         }
-        const std::uint64_t own = blended[i];
         Sum sum;
-        std::size_t j = 0;
-        for (std::uint64_t rest = own; rest != 0; rest >>= 1, ++j) {
+        std::size_t place = 0;
+        for (std::uint64_t rest = blended[i]; rest != 0; rest >>= 1, ++place) {
             if ((rest & 1) != 0) {
-                sum.add(fan, j);
+                sum.add(fan, place);
             }
         }
         const std::uint32_t number = part.add(sum, i);
         // Where a surface is smooth all corners blend with the same ones, and have one normal.
-        for (j = i; j < fan.count; ++j) {
-            if (blended[j] == own && m_found[corners[j]] == m_missing) {
+        for (std::size_t j = i; j < fan.count; ++j) {
+            if (blended[j] == blended[i] && m_found[corners[j]] == m_missing) {
                 m_found[corners[j]] = number;
             }
         }
@@ -516,12 +556,16 @@ void Finder::apply(std::vector<KrVector>& normals)
                     continue;
                 }
                 const std::uint32_t vertex = triangle.vertex(k);
-                std::uint32_t number = m_found[corner];
-                if (number == kOwn) {
+                const std::uint32_t found = m_found[corner];
+                std::uint32_t number = 0;
+                if (found == kOwn) {
+                    const float* const own = m_facets[corner / 3].normal;
+                    KrVector normal(own[0], own[1], own[2]);
+                    normal.normalize();
                     number = static_cast<std::uint32_t>(normals.size());
-                    normals.push_back(unitNormal(m_facets[corner / 3].normal));
+                    normals.push_back(normal);
                 } else {
-                    number += m_firstOfPart[vertex / kPartVertices];
+                    number = m_places[m_firstPlace[vertex / kPartVertices] + found];
                 }
                 triangle.setCorner(k, vertex, number, triangle.textureCoordinate(k));
             }
