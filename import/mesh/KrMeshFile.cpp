@@ -1,11 +1,11 @@
 #include <import/mesh/KrMeshFile.h>
 
-#include <import/mesh/KrFacetJoin.h>
 #include <import/mesh/KrMeshMaterials.h>
 #include <import/mesh/KrMeshSource.h>
 #include <import/mesh/KrVectorIndex.h>
 
 #include <toolkit/foundation/private/KrInputFile.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 #include <toolkit/foundation/private/KrText.h>
 
 #include <assimp/BaseImporter.h>
@@ -19,6 +19,7 @@
 #include <Eigen/Dense>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <exception>
@@ -638,6 +639,31 @@ bool readScene(const KrMeshSource& source, const std::string& path, const KrMesh
     return true;
 }
 
+/// The facets of an STL file: one group without a look. Their normals are for the triangles to give.
+void joinFacets(const std::vector<KrStlText::Facet>& facets, KrMeshData& data)
+{
+    using Place = std::array<float, 3>;
+    KrRowTable<Place> places;
+    // A closed surface has half as many vertices as triangles.
+    places.restart(facets.size() / 2 + 2);
+    std::vector<KrTriangle>& triangles = data.groups.emplace_back().triangles;
+    triangles.reserve(facets.size());
+    for (const KrStlText::Facet& facet : facets) {
+        KrTriangle triangle;
+        for (unsigned int corner = 0; corner < 3; ++corner) {
+            const float* const at = facet.data() + 3 * corner;
+            // As floats, which the file has them as. Adding 0 makes 0 of -0.
+            const Place place{at[0] + 0.0f, at[1] + 0.0f, at[2] + 0.0f};
+            triangle.setCorner(corner, places.number(place), KrMeshData::noNormal, 0);
+        }
+        triangles.push_back(triangle);
+    }
+    data.vertices.reserve(places.size());
+    for (const Place& place : places.rows()) {
+        data.vertices.emplace_back(place[0], place[1], place[2]);
+    }
+}
+
 bool readSource(KrMeshSource&& source, const std::string& path, const KrMeshLimits& limits, KrMeshData& data,
                 std::string& why)
 {
@@ -646,8 +672,7 @@ bool readSource(KrMeshSource&& source, const std::string& path, const KrMeshLimi
     }
     data = KrMeshData();
     data.warnings = std::move(source.warnings);
-    // One group without a look. Its normals are for the triangles to give.
-    KrFacetJoin::join(source.facets, KrMeshData::noNormal, data.groups.emplace_back().triangles, data.vertices);
+    joinFacets(source.facets, data);
     return true;
 }
 
