@@ -50,8 +50,10 @@ bool isTooFar(const KrVector& v)
 class Builder
 {
 public:
-    Builder(const KrMeshData& data, const KrMeshBuilder::Options& options)
+    /// @param own  the same data, whose triangles may be taken; or null
+    Builder(const KrMeshData& data, KrMeshData* own, const KrMeshBuilder::Options& options)
         : m_data(data)
+        , m_own(own)
         , m_options(options)
         , m_isMirrored(options.scale.x() * options.scale.y() * options.scale.z() < 0.0)
         , m_scaled(scaledVertices(data.vertices, options.scale))
@@ -66,12 +68,14 @@ public:
 private:
     Group& groupFor(const KrMeshData::Group& source);
     std::string ownName(const std::string& name) const;
-    void addTriangle(const KrTriangle& source, Group& group);
+    void addTriangles(std::size_t number);
+    bool takeTriangle(const KrTriangle& source, KrTriangle& triangle);
     std::uint32_t vertexIndex(std::uint32_t source);
     std::uint32_t normalIndex(std::uint32_t source);
     bool usesTexture() const;
 
     const KrMeshData& m_data;
+    KrMeshData* m_own;
     const KrMeshBuilder::Options& m_options;
     bool m_isMirrored;
     std::vector<KrVector> m_scaled;         ///< the file's vertices; empty without a scale
@@ -88,12 +92,8 @@ KrMeshBuilder::Result Builder::run()
 {
     m_vertices.reserve(m_data.vertices.size());
     m_normals.reserve(m_data.normals.size());
-    for (const KrMeshData::Group& source : m_data.groups) {
-        Group& group = groupFor(source);
-        group.triangles.reserve(group.triangles.size() + source.triangles.size());
-        for (const KrTriangle& triangle : source.triangles) {
-            addTriangle(triangle, group);
-        }
+    for (std::size_t i = 0; i < m_data.groups.size(); ++i) {
+        addTriangles(i);
     }
     // All groups together: an edge between two materials may be smooth.
     std::vector<std::vector<KrTriangle>*> lists;
@@ -168,22 +168,46 @@ std::string Builder::ownName(const std::string& name) const
     return own;
 }
 
-void Builder::addTriangle(const KrTriangle& source, Group& group)
+/// Those of a group of the file.
+void Builder::addTriangles(std::size_t number)
+{
+    const KrMeshData::Group& source = m_data.groups[number];
+    std::vector<KrTriangle>& triangles = groupFor(source).triangles;
+    std::size_t kept = triangles.size();
+    const std::size_t count = source.triangles.size();
+    const KrTriangle* from = source.triangles.data();
+    if (m_own && kept == 0) {
+        // In place: what is kept moves up over what has been looked at, and takes no memory.
+        triangles = std::move(m_own->groups[number].triangles);
+        from = triangles.data();
+    } else {
+        triangles.resize(kept + count);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        kept += takeTriangle(from[i], triangles[kept]) ? 1 : 0;
+    }
+    triangles.resize(kept);
+}
+
+/// @param source    may be the same as `triangle`
+/// @param triangle  with our indices; as it was when the triangle is left out
+bool Builder::takeTriangle(const KrTriangle& source, KrTriangle& triangle)
 {
     // Judged behind the scale, which may flatten what was good.
     if (KrMeshNormals::isDegenerate(m_source[source.vertex(0)], m_source[source.vertex(1)],
                                     m_source[source.vertex(2)])) {
         ++m_result.degenerate;
-        return;
+        return false;
     }
-    KrTriangle triangle;
+    KrTriangle taken;
     for (unsigned int corner = 0; corner < 3; ++corner) {
         // A mirrored triangle is seen from behind unless its corners are taken backwards.
         const unsigned int from = m_isMirrored ? 2 - corner : corner;
-        triangle.setCorner(corner, vertexIndex(source.vertex(from)), normalIndex(source.normal(from)),
-                           source.textureCoordinate(from));
+        taken.setCorner(corner, vertexIndex(source.vertex(from)), normalIndex(source.normal(from)),
+                        source.textureCoordinate(from));
     }
-    group.triangles.push_back(triangle);
+    triangle = taken;
+    return true;
 }
 
 std::uint32_t Builder::vertexIndex(std::uint32_t source)
@@ -228,7 +252,12 @@ bool Builder::usesTexture() const
 
 KrMeshBuilder::Result KrMeshBuilder::build(const KrMeshData& data, const Options& options)
 {
-    return Builder(data, options).run();
+    return Builder(data, nullptr, options).run();
+}
+
+KrMeshBuilder::Result KrMeshBuilder::build(KrMeshData&& data, const Options& options)
+{
+    return Builder(data, &data, options).run();
 }
 
 boost::shared_ptr<KrTriPhysicalExtent>

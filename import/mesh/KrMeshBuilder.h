@@ -33,6 +33,8 @@ public:
 
     /// Scales the mesh, skips degenerate triangles and computes the normals that are absent.
     static Result build(const KrMeshData& data, const Options& options);
+    /// The same in less memory: the triangles of the data are used up.
+    static Result build(KrMeshData&& data, const Options& options);
 
     /// One mesh of one group out of the surfaces of several extents, their placements applied.
     static boost::shared_ptr<KrTriPhysicalExtent>

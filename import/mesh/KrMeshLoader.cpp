@@ -332,6 +332,7 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
             file.messages = messages.take();
             OtherFiles others;
             const bool isKept = !digest.empty() && file.messages.empty() && statesOf(data.otherFiles, startNs, others);
+            auto numLacking = static_cast<std::ptrdiff_t>(job.meshes.size()) - numDone;
             for (auto& [wish, mesh] : job.meshes) {
                 if (!file.isRead || mesh.isLoaded) {
                     continue;
@@ -339,7 +340,9 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
                 KrMeshBuilder::Options options = optionsOf(wish, file.facts, job.path);
                 // Cores that no other file keeps busy.
                 options.numThreads = std::max<std::size_t>(KrParallel::numCores() / m_numLeft, 1);
-                mesh.result = KrMeshBuilder::build(data, options);
+                // Most files are wanted in one way; the last one may use the data up.
+                mesh.result = --numLacking > 0 ? KrMeshBuilder::build(data, options)
+                                               : KrMeshBuilder::build(std::move(data), options);
                 mesh.messages = messages.take();
                 mesh.isLoaded = true;
                 prepare(mesh.result);

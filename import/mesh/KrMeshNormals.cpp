@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <exception>
+#include <memory>
 
 namespace
 {
@@ -23,8 +24,8 @@ constexpr double kLong = 1e60;
 // vertices gets none.
 constexpr std::size_t kPartVertices = 2048;
 constexpr std::size_t kPartTriangles = 4096;
-// Between two rounds what was found is taken over by one thread.
-constexpr std::size_t kPartsOfRound = 32;
+// Between two rounds what was found is taken over by one thread, and threads begin anew.
+constexpr std::size_t kPartsOfThread = 8;
 
 // Loops of this length become instructions for several triangles at once.
 constexpr std::size_t kBlock = 32;
@@ -311,12 +312,12 @@ private:
     const float m_closeCosine = static_cast<float>(std::cos(0.5 * KrMeshNormals::creaseAngle));
     const float m_apartCosine = static_cast<float>(std::cos(2.0 * KrMeshNormals::creaseAngle));
     std::vector<Range> m_ranges;
-    std::vector<Facet> m_facets;
-    std::vector<std::uint32_t> m_byVertex; ///< corners, those of one vertex side by side
-    std::vector<std::uint32_t> m_firstAt;  ///< where those of each vertex begin in it, and where the last ones end
-    std::vector<std::uint32_t> m_found;    ///< by corner: the number of its sum in its part; m_missing until then
-    std::vector<std::uint32_t> m_places;   ///< of the normals, by sum, one part behind the other
-    std::vector<std::size_t> m_firstPlace; ///< in it, by part
+    std::unique_ptr<Facet[]> m_facets;
+    std::unique_ptr<std::uint32_t[]> m_byVertex; ///< corners, those of one vertex side by side
+    std::vector<std::uint32_t> m_firstAt;     ///< where those of each vertex begin in it, and where the last ones end
+    std::unique_ptr<std::uint32_t[]> m_found; ///< by corner: the number of its sum in its part; m_missing until then
+    std::vector<std::uint32_t> m_places;      ///< of the normals, by sum, one part behind the other
+    std::vector<std::size_t> m_firstPlace;    ///< in it, by part
 };
 
 Finder::Finder(const std::vector<KrVector>& vertices, const std::vector<std::vector<KrTriangle>*>& lists,
@@ -336,9 +337,10 @@ Finder::Finder(const std::vector<KrVector>& vertices, const std::vector<std::vec
         }
         numTriangles += list->size();
     }
-    m_facets.resize(numTriangles);
-    m_byVertex.resize(3 * numTriangles);
-    m_found.resize(3 * numTriangles);
+    // Not cleared: all of it is written before it is read.
+    m_facets.reset(new Facet[numTriangles]);
+    m_byVertex.reset(new std::uint32_t[3 * numTriangles]);
+    m_found.reset(new std::uint32_t[3 * numTriangles]);
 }
 
 void Finder::prepare(std::size_t numThreads)
@@ -349,7 +351,7 @@ void Finder::prepare(std::size_t numThreads)
             return;
         }
         const Range& range = m_ranges[i - 1];
-        measure(m_vertices, range.triangles, range.count, m_facets.data() + range.firstNumber);
+        measure(m_vertices, range.triangles, range.count, m_facets.get() + range.firstNumber);
     });
 }
 
@@ -381,7 +383,8 @@ void Finder::sortCorners()
 void Finder::find(std::size_t numThreads, std::vector<KrVector>& normals)
 {
     const std::size_t numParts = (m_vertices.size() + kPartVertices - 1) / kPartVertices;
-    std::vector<Part> parts(std::min(numParts, kPartsOfRound));
+    // Alone, a thread goes through one part after the other, in memory that stays in its cache.
+    std::vector<Part> parts(std::min(numParts, numThreads > 1 ? numThreads * kPartsOfThread : 1));
     for (std::size_t first = 0; first < numParts; first += parts.size()) {
         const std::size_t count = std::min(parts.size(), numParts - first);
         KrParallel::forEach(count, numThreads, [&](std::size_t i) {
@@ -417,7 +420,7 @@ void Finder::findIn(std::size_t firstVertex, std::size_t endVertex, Part& part)
 
 void Finder::findAt(std::size_t vertex, Part& part)
 {
-    const std::uint32_t* const corners = m_byVertex.data() + m_firstAt[vertex];
+    const std::uint32_t* const corners = m_byVertex.get() + m_firstAt[vertex];
     const std::size_t count = m_firstAt[vertex + 1] - m_firstAt[vertex];
     const auto isLacking = [this](std::uint32_t corner) { return m_found[corner] == m_missing; };
     if (count > kMostBlended) {

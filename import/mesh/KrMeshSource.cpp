@@ -118,7 +118,7 @@ public:
 private:
     bool readObj(std::string_view content, std::string& why);
     bool readLibrary(const std::string& name);
-    bool readStl(std::string_view content, std::string& why);
+    bool readStl(std::string&& content, std::string& why);
     bool readGltf(std::string_view content, std::string& why);
     bool readCollada(std::string&& content, std::string& why);
     bool readPly(std::string&& content, std::string& why);
@@ -151,7 +151,7 @@ bool Source::run(std::string&& content, std::string& why)
     m_result.main = mainName(m_result.format);
     switch (m_result.format) {
     case Format::Stl:
-        return readStl(content, why);
+        return readStl(std::move(content), why);
     case Format::Obj:
         return readObj(content, why);
     case Format::Off:
@@ -167,12 +167,14 @@ bool Source::run(std::string&& content, std::string& why)
     return false;
 }
 
-bool Source::readStl(std::string_view content, std::string& why)
+bool Source::readStl(std::string&& content, std::string& why)
 {
     KrStlText::Mesh mesh;
     if (!KrStlText::read(content, m_limits.maxTriangles, mesh, why)) {
         return false;
     }
+    // What comes next can have its memory.
+    std::string().swap(content);
     // An export that was broken off: the facets that are whole are good.
     if (mesh.isCut) {
         warn("it ends inside a facet; what is before that is read");
