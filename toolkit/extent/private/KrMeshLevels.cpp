@@ -581,26 +581,34 @@ Comparison Levels::compare(const Draft& draft, float estimate, const std::vector
         }
         const std::uint32_t* const corners = &m_places.corners[3 * t];
         KrNearestSurface::Point point;
-        std::copy_n(m_faces[t].normal.data(), 3, point.normal);
-        for (unsigned int k = 0; k < 3; ++k) {
-            surface.startAt(corners[k]);
-        }
+        bool isStarted = false;
+        const auto start = [&] {
+            for (unsigned int k = 0; !isStarted && k < 3; ++k) {
+                surface.startAt(corners[k]);
+                point.normal[k] = m_faces[t].normal[k];
+            }
+            isStarted = true;
+        };
         for (unsigned int k = 0; k < 3; ++k) {
             // Each place once.
             if (isInUse[corners[k]] == 0) {
                 isInUse[corners[k]] = 1;
-                std::copy_n(m_places.position(corners[k]), 3, point.position);
+                start();
+                for (unsigned int axis = 0; axis < 3; ++axis) {
+                    point.position[axis] = m_places.position(corners[k])[axis];
+                }
                 look(point, {}, farthest, result.corners, result.corners);
             }
         }
         spread.visit(m_faces[t].area, [&](const std::array<float, 3>& weights) {
+            start();
             KrFloat3 normal = {};
-            for (unsigned int axis = 0; axis < 3; ++axis) {
-                point.position[axis] = 0.0f;
-                for (unsigned int k = 0; k < 3; ++k) {
-                    point.position[axis] += weights[k] * m_places.position(corners[k])[axis];
-                    normal[axis] +=
-                        weights[k] * m_mesh.vertices[std::size_t{6} * m_places.vertices[3 * t + k] + 3 + axis];
+            for (unsigned int k = 0; k < 3; ++k) {
+                const float* const position = m_places.position(corners[k]);
+                const float* const shading = &m_mesh.vertices[std::size_t{6} * m_places.vertices[3 * t + k] + 3];
+                for (unsigned int axis = 0; axis < 3; ++axis) {
+                    point.position[axis] = (k == 0 ? 0.0f : point.position[axis]) + weights[k] * position[axis];
+                    normal[axis] += weights[k] * shading[axis];
                 }
             }
             normalize(normal);

@@ -44,7 +44,10 @@ KrNearestSurface::KrNearestSurface(const std::vector<float>& positions, const st
         for (unsigned int k = 0; k < 3; ++k) {
             triangle.indices[k] = indices[3 * i + k];
             ++m_firstAround[triangle.indices[k]];
-            std::copy_n(&positions[std::size_t{3} * triangle.indices[k]], 3, triangle.corners[k]);
+            const float* const position = &positions[std::size_t{3} * triangle.indices[k]];
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                triangle.corners[k][axis] = position[axis];
+            }
         }
         KrFloat3 normal = faceNormal(triangle.corners[0], triangle.corners[1], triangle.corners[2]);
         const float length = normalize(normal);
