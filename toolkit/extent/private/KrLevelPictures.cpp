@@ -13,6 +13,7 @@ namespace
 constexpr std::size_t kBlock = 16;
 
 constexpr std::uint32_t kNothing = 0xffffffffu;
+/// An even number.
 constexpr std::size_t kNumViews = 8;
 /// Points of a picture's side. Few triangles cost little.
 constexpr std::size_t kSmallestWidth = 24;
@@ -309,14 +310,24 @@ void KrLevelPictures::draw(const Surface& surface, const std::vector<Block>& blo
     }
 }
 
-float KrLevelPictures::changed(const Surface& level) const
+float KrLevelPictures::changed(const Surface& level, float enough) const
 {
     std::size_t numSeen = 0;
     std::size_t numChanged = 0;
     double sum = 0.0;
+    const auto share = [&] {
+        return numSeen == 0 ? 0.0f
+                            : static_cast<float>(std::max(static_cast<double>(numChanged), kOfMean * sum) /
+                                                 static_cast<double>(numSeen));
+    };
     Picture picture;
     const std::vector<Block> blocks = blocksOf(level.positions);
-    for (std::size_t view = 0; view < kNumViews; ++view) {
+    for (std::size_t number = 0; number < kNumViews; ++number) {
+        // The even ones first: they are spread over the sphere as well.
+        if (number == kNumViews / 2 && share() > enough) {
+            break;
+        }
+        const std::size_t view = 2 * number % kNumViews + 2 * number / kNumViews;
         draw(level, blocks, m_views[view], picture);
         for (std::size_t i = 0; i < picture.size(); ++i) {
             const Point& before = m_pictures[view][i];
@@ -328,7 +339,5 @@ float KrLevelPictures::changed(const Surface& level) const
             sum += double{difference};
         }
     }
-    return numSeen == 0 ? 0.0f
-                        : static_cast<float>(std::max(static_cast<double>(numChanged), kOfMean * sum) /
-                                             static_cast<double>(numSeen));
+    return share();
 }

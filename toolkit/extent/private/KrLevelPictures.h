@@ -26,10 +26,11 @@ public:
     /// @param isClosed  only fronts of faces are seen
     KrLevelPictures(const Surface& mesh, bool isClosed);
 
+    /// @param enough  a change beyond that is told from half of the directions
     /// @return of the points where one of both is seen, over all directions: the share that shows another group, a
     ///         brightness that differs by more than 16 of 255, or only one of both; or the mean difference, where 1 of
     ///         255 counts as 0.72 %, whichever is larger
-    float changed(const Surface& level) const;
+    float changed(const Surface& level, float enough = 1.0f) const;
 
 private:
     /// What a point shows.

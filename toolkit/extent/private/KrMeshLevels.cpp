@@ -677,7 +677,8 @@ float Levels::changeBy(const Draft& draft) const
     for (std::size_t t = 0; t < groups.size(); ++t) {
         groups[t] = m_places.groups[draft.corners[3 * t]];
     }
-    return m_pictures->changed({draft.positions, normals, groups});
+    // What changes several times as much as usual need not be told as exactly: it is a share of far more points.
+    return m_pictures->changed({draft.positions, normals, groups}, 3.0f * kUsualChange);
 }
 
 // When it is known which drafts stay: only these leave vertices behind.
