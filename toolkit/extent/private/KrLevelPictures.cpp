@@ -91,23 +91,16 @@ struct Span
 
 void findSpan(const Lanes<float> (&at)[3], std::size_t width, Span& span)
 {
-    const auto most = static_cast<float>(width);
+    const auto end = static_cast<float>(width);
     for (std::size_t i = 0; i < kBlock; ++i) {
         const float low = lesser(at[0][i], lesser(at[1][i], at[2][i]));
         const float high = greater(at[0][i], greater(at[1][i], at[2][i]));
-        // One point more on either side, so that conversions cut off as rounding down does. In an order by which NaN
-        // becomes a number, too.
-        const float from = lesser(most, greater(-1.0f, low)) + 1.0f;
-        const float to = lesser(most, greater(-1.0f, high)) + 1.0f;
+        // In an order by which NaN becomes a number. What is cut off is positive: that rounds down.
+        const float from = lesser(end, greater(0.0f, low));
+        const float to = lesser(end, greater(-1.0f, high) + 1.0f);
         const auto whole = static_cast<std::int32_t>(from);
-        const std::int32_t up = static_cast<float>(whole) < from ? 1 : 0;
-        span.first[i] = whole + up - 1;
+        span.first[i] = whole + (static_cast<float>(whole) < from ? 1 : 0);
         span.last[i] = static_cast<std::int32_t>(to) - 1;
-    }
-    const std::int32_t end = static_cast<std::int32_t>(width) - 1;
-    for (std::size_t i = 0; i < kBlock; ++i) {
-        span.first[i] = span.first[i] < 0 ? 0 : span.first[i];
-        span.last[i] = span.last[i] > end ? end : span.last[i];
     }
 }
 

@@ -224,6 +224,9 @@ bool Fit::undoTurned()
 {
     bool isAny = false;
     for (std::size_t i = 0; i < m_corners.size(); i += 3) {
+        if (unknownAt(i) == kFixed && unknownAt(i + 1) == kFixed && unknownAt(i + 2) == kFixed) {
+            continue;
+        }
         KrFloat3 before = faceNormal(m_places.position(m_corners[i]), m_places.position(m_corners[i + 1]),
                                      m_places.position(m_corners[i + 2]));
         KrFloat3 after = faceNormal(at(i).data(), at(i + 1).data(), at(i + 2).data());
@@ -249,11 +252,12 @@ std::vector<float> Fit::positions()
             std::fill(m_unknowns.begin(), m_unknowns.end(), kFixed);
         }
     }
-    std::vector<float> result;
-    result.reserve(3 * m_corners.size());
+    std::vector<float> result(3 * m_corners.size());
     for (std::size_t i = 0; i < m_corners.size(); ++i) {
         const KrFloat3 position = at(i);
-        result.insert(result.end(), position.begin(), position.end());
+        for (unsigned int axis = 0; axis < 3; ++axis) {
+            result[3 * i + axis] = position[axis];
+        }
     }
     return result;
 }
