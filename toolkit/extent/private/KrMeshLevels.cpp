@@ -188,6 +188,7 @@ struct Comparison
     std::vector<KrLevelSample> samples; ///< found on the same part of the surface
     std::vector<KrLevelSample> others;  ///< only something else is nearest
     std::vector<KrLevelSample> corners; ///< of level 0, which the draft does not have
+    Indices opposites;                  ///< by triangle of the draft: one of level 0 that lies there, or kNone
 };
 
 /// How far a point of level 0 is from where it was found, m: no less than from the whole draft.
@@ -258,7 +259,7 @@ private:
     void findSurvivors(Draft& draft) const;
     float lostWidth(const Draft& draft, std::vector<bool>& isLost) const;
     Comparison compare(const Draft& draft, float estimate, const std::vector<bool>& isLost) const;
-    float distanceFrom(const Draft& draft, float estimate, float known) const;
+    float distanceFrom(const Draft& draft, const Indices& opposites, float estimate, float known) const;
     float changeBy(const Draft& draft) const;
     void finish();
 
@@ -472,7 +473,7 @@ Draft Levels::draft(const Step& step) const
     const float error = std::max({width, farthestOf(comparison.samples, result.positions),
                                   farthestOf(comparison.others, result.positions),
                                   farthestOf(comparison.corners, result.positions) / kCornerReach});
-    result.error = distanceFrom(result, estimate, error);
+    result.error = distanceFrom(result, comparison.opposites, estimate, error);
     result.change = changeBy(result);
     return result;
 }
@@ -557,6 +558,8 @@ Comparison Levels::compare(const Draft& draft, float estimate, const std::vector
     KrNearestSurface surface(m_places.positions, draft.corners);
     Comparison result;
     result.samples.reserve(numSamples(draft) + 1);
+    result.opposites.assign(draft.survivors.size(), kNone);
+    std::vector<float> largestWeights(draft.survivors.size(), 1.0f);
     // Of what is sampled. Corners that are no farther off add nothing to the error.
     float farthest = 0.0f;
     const auto look = [&](const KrNearestSurface::Point& point, const KrFloat3& normal, float plenty,
@@ -612,16 +615,27 @@ Comparison Levels::compare(const Draft& draft, float estimate, const std::vector
                 }
             }
             normalize(normal);
+            const std::size_t count = result.samples.size();
             look(point, normal, 0.0f, result.samples, result.others);
+            if (result.samples.size() > count) {
+                // The nearer to the middle, the more even the weights.
+                const KrLevelSample& sample = result.samples.back();
+                const float largest = std::max({sample.weights[0], sample.weights[1], sample.weights[2]});
+                if (largest < largestWeights[sample.triangle]) {
+                    largestWeights[sample.triangle] = largest;
+                    result.opposites[sample.triangle] = static_cast<std::uint32_t>(t);
+                }
+            }
         });
     }
     return result;
 }
 
 /// How far the draft lies from level 0, m.
-/// @param known  m; nearer points need not be looked at
+/// @param opposites  of the comparison: searches begin there
+/// @param known      m; nearer points need not be looked at
 /// @return `known` or more
-float Levels::distanceFrom(const Draft& draft, float estimate, float known) const
+float Levels::distanceFrom(const Draft& draft, const Indices& opposites, float estimate, float known) const
 {
     std::vector<Face> faces;
     faces.reserve(draft.survivors.size());
@@ -642,6 +656,9 @@ float Levels::distanceFrom(const Draft& draft, float estimate, float known) cons
         }
         const float* const corners = &draft.positions[9 * t];
         m_surface->startAt(draft.corners[3 * t]);
+        if (opposites[t] != kNone) {
+            m_surface->startAtTriangle(opposites[t]);
+        }
         KrNearestSurface::Point point;
         std::copy_n(faces[t].normal.data(), 3, point.normal);
         const auto look = [&](const std::array<float, 3>& weights) {

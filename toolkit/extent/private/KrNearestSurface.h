@@ -40,6 +40,8 @@ public:
     bool findAny(const float* position, Hit& hit);
     /// The next search begins at the triangles around this position, if there are any.
     void startAt(std::uint32_t position);
+    /// The same at a triangle, by its place in the list of indices.
+    void startAtTriangle(std::uint32_t number) { m_last = number; }
 
 private:
     struct Triangle
