@@ -160,6 +160,8 @@ ExtentPointer KrShapeBuilder::extentOf(const Element& element)
     }
     const ExtentPointer extent = primitiveOf(element.shape.geometry);
     extent->setPlacement(element.shape.placement);
+    // Before the surface is asked for: another name would have it made anew.
+    extent->setMaterialName(element.material);
     // The surface itself is asked: which sizes leave nothing of it is the primitive's own knowledge.
     if (numTriangles(*extent) == 0) {
         warn(element, "its size is zero; nothing is drawn");
@@ -167,7 +169,11 @@ ExtentPointer KrShapeBuilder::extentOf(const Element& element)
     }
     // Not every primitive has them.
     const bool hasCoordinates = extent->triExtent() && !extent->triExtent()->textureCoordinates().empty();
-    extent->setMaterialName(usableMaterial(hasCoordinates, element));
+    const std::string material = usableMaterial(hasCoordinates, element);
+    // A single collision shape is seldom looked at: its surface is made once more for who does. Several are merged.
+    if (material != element.material || (element.isCollision && element.link.collisions.size() == 1)) {
+        extent->setMaterialName(material);
+    }
     return extent;
 }
 

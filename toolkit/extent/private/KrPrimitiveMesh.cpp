@@ -6,6 +6,7 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 #include <vector>
@@ -26,6 +27,33 @@ bool isSize(double value)
 bool isSizeOrZero(double value)
 {
     return value >= 0.0 && std::isfinite(value);
+}
+
+/// A direction around the axis.
+struct Turn
+{
+    double cosine = 1.0;
+    double sine = 0.0;
+};
+using Turns = std::array<Turn, kSegments>;
+
+/// Of the borders of segments, `shift` segments further on.
+Turns turnsOf(double shift)
+{
+    Turns turns;
+    for (std::uint32_t border = 0; border < kSegments; ++border) {
+        const double angle = 2.0 * kPi * (border + shift) / kSegments;
+        turns[border] = {std::cos(angle), std::sin(angle)};
+    }
+    return turns;
+}
+
+/// The same for all solids of a program: a robot may have hundreds of them, with dozens of rings each.
+const Turns& turns(bool isBetweenBorders)
+{
+    static const Turns kBorders = turnsOf(0.0);
+    static const Turns kMiddles = turnsOf(0.5);
+    return isBetweenBorders ? kMiddles : kBorders;
 }
 
 /// A mesh with one group on its way to an extent.
@@ -90,7 +118,6 @@ private:
         bool isOnAxis = false;
     };
 
-    static double angle(double border) { return 2.0 * kPi * border / kSegments; }
     bool isOnAxis(std::size_t point) const { return m_points[point].radius == 0.0; }
     Ring addVertices(std::size_t point);
     Ring addNormals(std::size_t point, const OutlinePoint& normal);
@@ -131,7 +158,8 @@ Lathe::Ring Lathe::addVertices(std::size_t point)
     const Ring ring{m_mesh.vertices.size(), isOnAxis(point) ? 1 : kSegments};
     const OutlinePoint& p = m_points[point];
     for (std::uint32_t border = 0; border < ring.count; ++border) {
-        m_mesh.vertices.push_back({p.radius * std::cos(angle(border)), p.radius * std::sin(angle(border)), p.z});
+        const Turn& turn = turns(false)[border];
+        m_mesh.vertices.push_back({p.radius * turn.cosine, p.radius * turn.sine, p.z});
     }
     return ring;
 }
@@ -141,10 +169,10 @@ Lathe::Ring Lathe::addNormals(std::size_t point, const OutlinePoint& normal)
 {
     const Ring ring{m_mesh.normals.size(), normal.radius == 0.0 ? 1 : kSegments};
     // At the tip of a cone every segment has a normal of its own, half-way between its borders.
-    const double shift = isOnAxis(point) ? 0.5 : 0.0;
+    const Turns& around = turns(isOnAxis(point));
     for (std::uint32_t border = 0; border < ring.count; ++border) {
-        const double a = angle(border + shift);
-        m_mesh.normals.push_back({normal.radius * std::cos(a), normal.radius * std::sin(a), normal.z});
+        const Turn& turn = around[border];
+        m_mesh.normals.push_back({normal.radius * turn.cosine, normal.radius * turn.sine, normal.z});
     }
     return ring;
 }
@@ -166,8 +194,8 @@ Lathe::Ring Lathe::addFlatCoordinates(std::size_t point, double edgeRadius, doub
     const Ring ring{m_mesh.textureCoordinates.size(), isOnAxis(point) ? 1 : kSegments};
     const double radius = 0.5 * m_points[point].radius / edgeRadius;
     for (std::uint32_t border = 0; border < ring.count; ++border) {
-        m_mesh.textureCoordinates.push_back(
-            {0.5 + up * radius * std::cos(angle(border)), 0.5 + radius * std::sin(angle(border))});
+        const Turn& turn = turns(false)[border];
+        m_mesh.textureCoordinates.push_back({0.5 + up * radius * turn.cosine, 0.5 + radius * turn.sine});
     }
     return ring;
 }
@@ -217,6 +245,12 @@ void Lathe::addTriangles(const Side& lower, const Side& upper)
 
 Mesh Lathe::turn()
 {
+    // As much as there can be, so that no list moves while it grows.
+    const auto numRings = static_cast<std::uint32_t>(m_lines.size() * 2);
+    m_mesh.vertices.reserve(static_cast<std::uint32_t>(m_points.size()) * kSegments);
+    m_mesh.normals.reserve(numRings * kSegments);
+    m_mesh.textureCoordinates.reserve(numRings * (kSegments + 1));
+    m_mesh.triangles.reserve(numRings * kSegments);
     for (std::size_t point = 0; point < m_points.size(); ++point) {
         m_vertexRings.push_back(addVertices(point));
     }
