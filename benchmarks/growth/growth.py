@@ -32,6 +32,7 @@ SERIES = {
     "robots": ([1, 10, 100, 200, 500, 1000], "robots of six links"),
     "triangles": ([10000, 100000, 1000000, 2000000, 5000000, 10000000], "triangles of one mesh"),
     "shapes": ([10, 100, 1000, 2000, 5000, 10000], "shapes of one link"),
+    "selection": ([10, 100, 1000, 2000, 5000, 10000], "shapes of one link, the other half selected in each frame"),
     "colors": ([10, 100, 1000, 2000, 5000, 10000], "triangles of one mesh, each of another colour"),
     "translucent": ([10, 100, 1000, 2000, 5000, 10000], "translucent links"),
     "pixels": ([256 ** 2, 1024 ** 2, 2600 ** 2, 4096 ** 2, 5800 ** 2, 8192 ** 2], "pixels, captured into memory"),

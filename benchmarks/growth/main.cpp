@@ -1,6 +1,6 @@
 // What one size of one thing costs; benchmarks/growth/growth.py asks for many and draws what they tell.
 //
-//   krGrowthBenchmark chain|star|robots|triangles|shapes|colors|translucent|pixels|views COUNT
+//   krGrowthBenchmark chain|star|robots|triangles|shapes|selection|colors|translucent|pixels|views COUNT
 //
 // Prints a line of JSON: seconds of processor time (of all threads) and MiB, of a process that does nothing else.
 #include "KrBenchMade.h"
@@ -44,6 +44,7 @@ struct Subject
     unsigned int height = kSize;
     unsigned int views = 0;   ///< 0 for a window of one view
     bool isCaptured = false;  ///< every frame ends in memory
+    bool isSelecting = false; ///< in every frame the other half of the shapes is selected
     double loadSeconds = 0.0; ///< 0 for what is not read
 };
 
@@ -213,6 +214,18 @@ double secondsToReadMesh(const KrTriPhysicalExtent& mesh)
     return secondsToRead(folder.path("robot.urdf"), system);
 }
 
+/// The shapes of the first link with even or odd numbers, and no others.
+void selectEveryOther(KrStatedSystem& system, unsigned int first)
+{
+    const unsigned int count = system.linkByKey({0, 0, 0})->numShapes();
+    system.clearSelection();
+    for (unsigned int i = first; i < count; i += 2) {
+        if (!system.selectShape({0, 0, i})) {
+            throw KrBenchFailure("a shape was not selected");
+        }
+    }
+}
+
 std::unique_ptr<Subject> subjectOf(const std::string& series, unsigned int count)
 {
     auto subject = std::make_unique<Subject>();
@@ -229,8 +242,9 @@ std::unique_ptr<Subject> subjectOf(const std::string& series, unsigned int count
         const boost::shared_ptr<KrTriPhysicalExtent> mesh = KrBenchMade::body(1.0, 0.5, side, side, 4);
         subject->loadSeconds = secondsToReadMesh(*mesh);
         subject->system = KrStatedSystem(KrBenchMade::chain({mesh}, 1.0));
-    } else if (series == "shapes") {
+    } else if (series == "shapes" || series == "selection") {
         subject->system = KrStatedSystem(oneLink(smallShapes(count)));
+        subject->isSelecting = series == "selection";
     } else if (series == "colors") {
         subject->system = KrStatedSystem(KrBenchMade::chain({coloredStrip(count)}, 1.0));
     } else if (series == "translucent") {
@@ -317,6 +331,9 @@ void measure(const std::string& series, unsigned int count)
     KrImage image;
     const auto draw = [&](unsigned int frame) {
         window->setState(states[frame % states.size()]);
+        if (subject->isSelecting) {
+            selectEveryOther(subject->system, frame % 2);
+        }
         if (subject->isCaptured ? !window->renderSceneAndCaptureImage(image, KrSGWindow::CaptureColor)
                                 : !window->renderScene(true)) {
             throw KrBenchFailure("the frame was not drawn");
@@ -349,7 +366,8 @@ int main(int argc, char** argv)
 {
     const int count = argc == 3 ? std::atoi(argv[2]) : 0;
     if (count < 1) {
-        std::fprintf(stderr, "usage: %s chain|star|robots|triangles|shapes|colors|translucent|pixels|views COUNT\n",
+        std::fprintf(stderr,
+                     "usage: %s chain|star|robots|triangles|shapes|selection|colors|translucent|pixels|views COUNT\n",
                      argv[0]);
         return 2;
     }

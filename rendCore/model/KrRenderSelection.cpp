@@ -48,14 +48,85 @@ osg::ref_ptr<osg::StateSet> unlitFade(float alpha)
     return states;
 }
 
+/// A parent and one of its children. Counted: a wrapper that is taken out loses its last parent before its own children
+/// are unhooked, and a new one has no parent before the end.
+using Link = std::pair<osg::ref_ptr<osg::Group>, osg::ref_ptr<osg::Node>>;
+using Links = std::vector<Link>;
+
+/// Moves the children of `parent` that stay up into the gaps before them, so that few cuts are left: each moves all
+/// children behind it.
+void closeRanks(osg::Group& parent, std::vector<bool>& isCut)
+{
+    // Other groups, switches for example, keep values by place.
+    if (parent.asTransform() == nullptr) {
+        return;
+    }
+    unsigned int place = 0;
+    for (unsigned int i = 0; i < isCut.size(); ++i) {
+        if (isCut[i]) {
+            continue;
+        }
+        osg::Node* const child = parent.getChild(i);
+        if (child->getNumParents() > 1) {
+            // Moving it would change the order of its parents.
+            place = i + 1;
+            continue;
+        }
+        if (place < i) {
+            parent.setChild(place, child);
+            isCut[place] = false;
+            isCut[i] = true;
+        }
+        ++place;
+    }
+}
+
+/// Takes children out of `parent`, for each link the first that is left.
+void cut(osg::Group& parent, Links::const_iterator begin, Links::const_iterator end)
+{
+    std::map<const osg::Node*, std::size_t> planned;
+    std::for_each(begin, end, [&planned](const Link& link) { ++planned[link.second]; });
+    std::vector<bool> isCut(parent.getNumChildren());
+    for (unsigned int i = 0; i < isCut.size(); ++i) {
+        const auto child = planned.find(parent.getChild(i));
+        // A link may be planned twice, through two parents: what is gone already is no child any more.
+        if (child != planned.end() && child->second > 0) {
+            isCut[i] = true;
+            --child->second;
+        }
+    }
+    closeRanks(parent, isCut);
+    for (auto last = static_cast<unsigned int>(isCut.size()); last > 0; --last) {
+        unsigned int first = last;
+        while (first > 0 && isCut[first - 1]) {
+            --first;
+        }
+        if (first < last) {
+            parent.removeChildren(first, last - first);
+            last = first + 1;
+        }
+    }
+}
+
+/// Takes children out of their parents; sorts the list.
+void cutAll(Links& links)
+{
+    // All of a parent together: one by one each would move all children behind it. What is cut lives on in the list.
+    std::sort(links.begin(), links.end());
+    for (auto begin = links.begin(), end = begin; begin != links.end(); begin = end) {
+        end = std::find_if(begin, links.end(), [begin](const Link& link) { return link.first != begin->first; });
+        cut(*begin->first, begin, end);
+    }
+}
+
 /// Stands between a shape and its parents, with a state set that overrides the shape's own.
 class SelectionGroup : public osg::Group
 {
 public:
     /// @param shape   what is to be wrapped; null costs a message
-    /// @param splice  puts the group in the shape's place at once and shows the shape as selected; otherwise the caller
-    ///                links the group
-    SelectionGroup(KrRenderShape* shape, bool splice);
+    /// @param cuts    the group is linked in the shape's place at once and shows the shape as selected; the shape's old
+    ///                links come behind those in it, to be cut. Null: the caller links the group
+    SelectionGroup(KrRenderShape* shape, Links* cuts);
 
     void showSelected();
     void showFaded(float alpha);
@@ -66,7 +137,7 @@ public:
     void traverse(osg::NodeVisitor& visitor) override;
 
 private:
-    void takePlaceOf(KrRenderShape& shape);
+    void takePlaceOf(KrRenderShape& shape, Links& cuts);
     void blend();
 
     osg::ref_ptr<osg::Material> m_material;
@@ -74,9 +145,9 @@ private:
     osg::ref_ptr<osg::StateSet> m_unlitFade; ///< null unless the shape is faded
 };
 
-SelectionGroup::SelectionGroup(KrRenderShape* shape, bool splice)
+SelectionGroup::SelectionGroup(KrRenderShape* shape, Links* cuts)
     : m_material(new osg::Material)
-    , m_selected(splice)
+    , m_selected(cuts != nullptr)
 {
     const osg::ref_ptr<osg::StateSet> overrides = new osg::StateSet;
     // The one material of this wrapper: what follows changes it in place.
@@ -86,22 +157,21 @@ SelectionGroup::SelectionGroup(KrRenderShape* shape, bool splice)
         Kr::Print::instance()->write(Kr::Print::Warning, "KrRenderSelection - invalid node.\n");
         return;
     }
-    if (splice) {
-        takePlaceOf(*shape);
+    if (cuts != nullptr) {
+        takePlaceOf(*shape, *cuts);
         showSelected();
     }
 }
 
 // Plain pointers to this group only: it has no reference of its own before the first parent takes one.
-void SelectionGroup::takePlaceOf(KrRenderShape& shape)
+void SelectionGroup::takePlaceOf(KrRenderShape& shape, Links& cuts)
 {
-    // A copy: the list itself changes with every link that is made or cut.
+    // A copy: the list itself changes with every link that is made.
     const osg::Node::ParentList parents = shape.getParents();
     addChild(&shape);
     for (osg::Group* parent : parents) {
-        // First the link, which gives this group its first reference, then the cut.
         parent->addChild(this);
-        parent->removeChild(&shape);
+        cuts.emplace_back(parent, &shape);
     }
 }
 
@@ -204,9 +274,6 @@ public:
     void apply(osg::Geode& geode) override;
 
 private:
-    // Counted: a wrapper that is taken out loses its last parent before its own children are unhooked, and a new one
-    // has no parent before the end.
-    using Link = std::pair<osg::ref_ptr<osg::Group>, osg::ref_ptr<osg::Node>>;
     struct Addition
     {
         Link link;
@@ -216,12 +283,11 @@ private:
     void fade(KrRenderShape& shape);
     void dissolve(SelectionGroup& wrapper);
     void replace(osg::Group& parent, osg::Node& oldChild, osg::Node& newChild);
-    static void cut(osg::Group& parent, std::vector<Link>::const_iterator begin, std::vector<Link>::const_iterator end);
 
     float m_alpha;
     bool m_restore;
     std::vector<Addition> m_additions;
-    std::vector<Link> m_removals;
+    Links m_removals;
     /// Shapes with two parents are met twice in one pass, and so are their wrappers: those that are done.
     std::set<const osg::Node*> m_done;
 };
@@ -246,39 +312,7 @@ NonSelectionVisitor::~NonSelectionVisitor()
             addition.link.first->addChild(addition.link.second);
         }
     }
-    // All of a parent together: one by one each would move all children behind it. What is cut lives on in the list.
-    std::sort(m_removals.begin(), m_removals.end());
-    for (auto begin = m_removals.begin(), end = begin; begin != m_removals.end(); begin = end) {
-        end = std::find_if(begin, m_removals.end(), [begin](const Link& link) { return link.first != begin->first; });
-        cut(*begin->first, begin, end);
-    }
-}
-
-/// Takes children out of `parent`, for each link the first that is left.
-void NonSelectionVisitor::cut(osg::Group& parent, std::vector<Link>::const_iterator begin,
-                              std::vector<Link>::const_iterator end)
-{
-    std::map<const osg::Node*, std::size_t> planned;
-    std::for_each(begin, end, [&planned](const Link& link) { ++planned[link.second]; });
-    std::vector<bool> isCut(parent.getNumChildren());
-    for (unsigned int i = 0; i < isCut.size(); ++i) {
-        const auto child = planned.find(parent.getChild(i));
-        // A link may be planned twice, through two parents: what is gone already is no child any more.
-        if (child != planned.end() && child->second > 0) {
-            isCut[i] = true;
-            --child->second;
-        }
-    }
-    for (auto last = static_cast<unsigned int>(isCut.size()); last > 0; --last) {
-        unsigned int first = last;
-        while (first > 0 && isCut[first - 1]) {
-            --first;
-        }
-        if (first < last) {
-            parent.removeChildren(first, last - first);
-            last = first + 1;
-        }
-    }
+    cutAll(m_removals);
 }
 
 void NonSelectionVisitor::apply(osg::Group& group)
@@ -317,7 +351,7 @@ void NonSelectionVisitor::fade(KrRenderShape& shape)
 {
     osg::ref_ptr<SelectionGroup> wrapper = wrapperOf(shape);
     if (!wrapper) {
-        wrapper = new SelectionGroup(&shape, false);
+        wrapper = new SelectionGroup(&shape, nullptr);
         // Planned, not done: the list of children that the walk stands in must not change.
         m_additions.push_back({{wrapper, &shape}, true});
         for (osg::Group* parent : shape.getParents()) {
@@ -351,9 +385,8 @@ void NonSelectionVisitor::replace(osg::Group& parent, osg::Node& oldChild, osg::
     m_removals.emplace_back(&parent, &oldChild);
 }
 
-} // namespace
-
-void KrRenderSelection::setSelected(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key)
+/// Marks one shape; its old links, if it gets a wrapper now, come behind `cuts`.
+void select(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key, Links& cuts)
 {
     if (manipulator == nullptr) {
         return;
@@ -374,10 +407,29 @@ void KrRenderSelection::setSelected(KrRenderManipulator* manipulator, const KrSh
     osg::ref_ptr<SelectionGroup> wrapper = wrapperOf(*shape);
     if (!wrapper) {
         // Shows the shape as selected on its own.
-        wrapper = new SelectionGroup(shape, true);
+        wrapper = new SelectionGroup(shape, &cuts);
     } else {
         wrapper->showSelected();
     }
+}
+
+} // namespace
+
+void KrRenderSelection::setSelected(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key)
+{
+    Links cuts;
+    select(manipulator, key, cuts);
+    cutAll(cuts);
+}
+
+void KrRenderSelection::setSelected(const std::vector<osg::ref_ptr<KrRenderManipulator>>& manipulators,
+                                    const std::vector<KrShapeStateCacheKey>& keys)
+{
+    Links cuts;
+    for (const KrShapeStateCacheKey& key : keys) {
+        select(key.manipID() < manipulators.size() ? manipulators[key.manipID()].get() : nullptr, key, cuts);
+    }
+    cutAll(cuts);
 }
 
 void KrRenderSelection::setNonselected(KrRenderManipulator* manipulator, float alpha, bool restore)

@@ -2,6 +2,10 @@
 
 #include <toolkit/system/KrShapeStateCacheKey.h>
 
+#include <osg/ref_ptr>
+
+#include <vector>
+
 class KrRenderManipulator;
 
 /// Shows chosen shapes of a manipulator as they are and all others faded.
@@ -15,6 +19,10 @@ public:
     /// Marks the shape of that key (its link and shape index) as selected until the next pass of `setNonselected`.
     /// One message when the manipulator has no such shape. Nothing for a null manipulator.
     static void setSelected(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key);
+    /// The same for each of the keys in turn, each with the manipulator of its number, if there is one; in time that
+    /// grows with the keys and the shapes beside theirs.
+    static void setSelected(const std::vector<osg::ref_ptr<KrRenderManipulator>>& manipulators,
+                            const std::vector<KrShapeStateCacheKey>& keys);
 
     /// Fades the shapes that are not selected, or takes all wrappers out.
     /// @param alpha    opacity of faded shapes, in [0, 1]; 1 shows them as they are

@@ -320,10 +320,8 @@ void KrRenderWindow::updateDeformations()
 void KrRenderWindow::updateSelection()
 {
     const std::vector<KrShapeStateCacheKey>& selected = m_statedSystem->selectedShapes();
-    for (const KrShapeStateCacheKey& key : selected) {
-        // Kept: first all that are selected, then the others: fading leaves out what was just marked.
-        KrRenderSelection::setSelected(renderManipulator(key.manipID()), key);
-    }
+    // Kept: first all that are selected, then the others: fading leaves out what was just marked.
+    KrRenderSelection::setSelected(m_renderManipulators, selected);
     // Kept: without a selection nothing is faded, and the wrappers go: all shapes have their own looks again.
     const bool restore = selected.empty();
     // The system's count: manipulators that are not drawn give null, which is harmless.

@@ -55,7 +55,7 @@ TEST(KrGrowth, DrawsWhatItAsksForAndFlagsWhatOutgrowsItsSize)
 TEST(KrGrowth, MeasuresEverySeries)
 {
     for (const char* series :
-         {"chain", "star", "robots", "triangles", "shapes", "colors", "translucent", "pixels", "views"}) {
+         {"chain", "star", "robots", "triangles", "shapes", "selection", "colors", "translucent", "pixels", "views"}) {
         const Answer answer = runCommand(std::string(KR_GROWTH_BENCHMARK) + " " + series + " 100");
         ASSERT_EQ(answer.status, 0) << series << answer.err;
         const bool isRead = std::string("chain star triangles").find(series) != std::string::npos;

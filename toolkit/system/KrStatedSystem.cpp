@@ -1,6 +1,7 @@
 #include <toolkit/system/KrStatedSystem.h>
 
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 #include <toolkit/system/private/KrLinkWalk.h>
 #include <toolkit/system/private/KrOwnShapes.h>
 #include <toolkit/xml/KrXmlReader.h>
@@ -122,19 +123,26 @@ bool refuseJoint(unsigned int manipulator, const std::string& joint, const char*
     return false;
 }
 
-// A client may name a shape in every frame before a window asks.
-void addOnce(std::vector<KrShapeStateCacheKey>& list, const KrShapeStateCacheKey& key)
+// With memory for as many again: a client may name the same shapes in every frame.
+void clear(KrRowTable<KrShapeStateCacheKey>& list)
 {
-    if (std::find(list.begin(), list.end(), key) == list.end()) {
-        list.push_back(key);
-    }
+    list.restart(list.size());
 }
 
 } // namespace
 
-KrStatedSystem::KrStatedSystem(const KrManipulatorSystem& system)
-    : m_system(system)
+KrStatedSystem::KrStatedSystem()
+    : m_changedShapes(std::make_unique<KeyList>())
+    , m_selectedShapes(std::make_unique<KeyList>())
 {
+}
+
+KrStatedSystem::~KrStatedSystem() = default;
+
+KrStatedSystem::KrStatedSystem(const KrManipulatorSystem& system)
+    : KrStatedSystem()
+{
+    m_system = system;
     fitState(m_system, m_state);
 }
 
@@ -143,6 +151,8 @@ KrStatedSystem::KrStatedSystem(const KrStatedSystem& other)
     : KrXmlObjectOf<KrStatedSystem, KrXmlCompoundType>(other)
     , m_system(other.m_system)
     , m_state(other.m_state)
+    , m_changedShapes(std::make_unique<KeyList>())
+    , m_selectedShapes(std::make_unique<KeyList>())
     , m_transparency(other.m_transparency)
 {
 }
@@ -159,8 +169,8 @@ KrStatedSystem& KrStatedSystem::operator=(const KrStatedSystem& other)
 // Marks name shapes by their place, which may be another one's now.
 void KrStatedSystem::becomeNew()
 {
-    m_changedShapes.clear();
-    m_selectedShapes.clear();
+    clearChangedShapes();
+    clear(*m_selectedShapes);
     m_newSystem = true;
     m_selectionChanged = false;
     m_transparencyChanged = false;
@@ -251,13 +261,28 @@ std::vector<std::uint32_t> KrStatedSystem::linksByName(unsigned int manipulator,
     return found;
 }
 
+const std::vector<KrShapeStateCacheKey>& KrStatedSystem::changedShapes() const
+{
+    return m_changedShapes->rows();
+}
+
+const std::vector<KrShapeStateCacheKey>& KrStatedSystem::selectedShapes() const
+{
+    return m_selectedShapes->rows();
+}
+
+void KrStatedSystem::clearChangedShapes()
+{
+    clear(*m_changedShapes);
+}
+
 // Refused keys are told here, once, and not by every window that would look for the shape.
 bool KrStatedSystem::addChangedShape(const KrShapeStateCacheKey& key)
 {
     if (shapeByKey(key) == nullptr) {
         return refuseKey("addChangedShape", key);
     }
-    addOnce(m_changedShapes, key);
+    m_changedShapes->number(key);
     return true;
 }
 
@@ -268,7 +293,7 @@ bool KrStatedSystem::selectShape(const KrShapeStateCacheKey& key)
     if (shapeByKey(key) == nullptr) {
         return refuseKey("selectShape", key);
     }
-    addOnce(m_selectedShapes, key);
+    m_selectedShapes->number(key);
     m_selectionChanged = true;
     return true;
 }
@@ -276,7 +301,7 @@ bool KrStatedSystem::selectShape(const KrShapeStateCacheKey& key)
 // Windows are told even when nothing was selected.
 void KrStatedSystem::clearSelection()
 {
-    m_selectedShapes.clear();
+    clear(*m_selectedShapes);
     m_selectionChanged = true;
 }
 
@@ -344,11 +369,13 @@ KrStatedSystem::LinkAnswer KrStatedSystem::deselectLink(unsigned int manipulator
         return refuseLinkId("deselectLink", m_system, manipulator, link);
     }
     // A link that was not selected is no error; the answer is the same.
-    const auto end = std::remove_if(m_selectedShapes.begin(), m_selectedShapes.end(), [&](const auto& key) {
-        return key.manipID() == manipulator && key.linkID() == link;
-    });
-    m_selectionChanged = m_selectionChanged || end != m_selectedShapes.end();
-    m_selectedShapes.erase(end, m_selectedShapes.end());
+    const std::vector<KrShapeStateCacheKey> before = m_selectedShapes->take();
+    for (const KrShapeStateCacheKey& key : before) {
+        if (key.manipID() != manipulator || key.linkID() != link) {
+            m_selectedShapes->number(key);
+        }
+    }
+    m_selectionChanged = m_selectionChanged || m_selectedShapes->size() != before.size();
     return LinkAnswer::Done;
 }
 
@@ -363,7 +390,7 @@ bool KrStatedSystem::setTransparency(double transparency)
     m_transparency = transparency;
     m_transparencyChanged = true;
     // What a selection has faded is faded anew.
-    m_selectionChanged = m_selectionChanged || !m_selectedShapes.empty();
+    m_selectionChanged = m_selectionChanged || !selectedShapes().empty();
     return true;
 }
 

@@ -4,7 +4,11 @@
 #include <toolkit/system/KrManipulatorSystemState.h>
 #include <toolkit/system/KrShapeStateCacheKey.h>
 
+#include <memory>
 #include <vector>
+
+template <typename Row>
+class KrRowTable;
 
 /// A manipulator system together with its current state, and what changed about it since it was last looked at.
 ///
@@ -12,12 +16,13 @@
 class KrStatedSystem : public KrXmlObjectOf<KrStatedSystem, KrXmlCompoundType>
 {
 public:
-    KrStatedSystem() = default;
+    KrStatedSystem();
     /// The system with every manipulator in its default state.
     explicit KrStatedSystem(const KrManipulatorSystem& system);
     KrStatedSystem(const KrStatedSystem& other);
     /// The new value is a new system; selection and change lists are emptied.
     KrStatedSystem& operator=(const KrStatedSystem& other);
+    ~KrStatedSystem() override;
 
     /// The manipulators, borrowed from this object.
     const KrManipulatorSystem& manipulatorSystem() const { return m_system; }
@@ -41,7 +46,7 @@ public:
     bool isNewSystem() const { return m_newSystem; }
     /// True has windows load the system again, as it is: unlike `systemChanged` nothing of it is emptied.
     void setNewSystem(bool isNew) const { m_newSystem = isNew; }
-    const std::vector<KrShapeStateCacheKey>& changedShapes() const { return m_changedShapes; }
+    const std::vector<KrShapeStateCacheKey>& changedShapes() const;
     /// Null for a key that names no shape.
     const KrShape* shapeByKey(const KrShapeStateCacheKey& key) const;
     /// The link whose shape a key names, whether it has that shape or not; null for a key that names no link.
@@ -51,7 +56,7 @@ public:
     std::vector<std::uint32_t> linksByName(unsigned int manipulator, const std::string& name) const;
     bool isSelectionChanged() const { return m_selectionChanged; }
     void setSelectionChanged(bool changed) const { m_selectionChanged = changed; }
-    const std::vector<KrShapeStateCacheKey>& selectedShapes() const { return m_selectedShapes; }
+    const std::vector<KrShapeStateCacheKey>& selectedShapes() const;
     bool isTransparencyChanged() const { return m_transparencyChanged; }
     void setTransparencyChanged(bool changed) const { m_transparencyChanged = changed; }
     /// Opacity of shapes that are not selected, in [0, 1].
@@ -59,7 +64,7 @@ public:
 
     /// What an application says. Keys are checked here: false, after one message, for one that names no shape.
     bool addChangedShape(const KrShapeStateCacheKey& key);
-    void clearChangedShapes() { m_changedShapes.clear(); }
+    void clearChangedShapes();
     bool selectShape(const KrShapeStateCacheKey& key);
     void clearSelection();
 
@@ -105,8 +110,10 @@ private:
 
     KrManipulatorSystem m_system;
     KrManipulatorSystemState m_state;
-    std::vector<KrShapeStateCacheKey> m_changedShapes;
-    std::vector<KrShapeStateCacheKey> m_selectedShapes;
+    /// Lists in which each key stands once, in the order in which they came.
+    using KeyList = KrRowTable<KrShapeStateCacheKey>;
+    std::unique_ptr<KeyList> m_changedShapes;
+    std::unique_ptr<KeyList> m_selectedShapes;
     KrXmlBasicType<double> m_transparency = 0.3;
     mutable bool m_newSystem = true;
     mutable bool m_selectionChanged = false;

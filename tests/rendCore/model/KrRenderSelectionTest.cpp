@@ -8,6 +8,7 @@
 
 #include <osg/BlendFunc>
 #include <osg/Material>
+#include <osg/MatrixTransform>
 #include <osg/NodeVisitor>
 #include <osg/PolygonMode>
 #include <osg/StateSet>
@@ -53,6 +54,19 @@ public:
 
     std::map<const osg::Node*, std::multiset<const osg::Node*>> links;
     std::map<const osg::Node*, unsigned int> parents;
+};
+
+/// Counts how often children are cut: each time those behind them move.
+class CutCounter : public osg::MatrixTransform
+{
+public:
+    bool removeChildren(unsigned int place, unsigned int count) override
+    {
+        ++numCuts;
+        return osg::MatrixTransform::removeChildren(place, count);
+    }
+
+    unsigned int numCuts = 0;
 };
 
 /// A robot whose links "left" and "right" share an extent, whose base draws one shape twice, and whose link "other" has
@@ -233,6 +247,49 @@ TEST_F(KrRenderSelectionTest, WrappedBoundingVolumesStayAsVisibleAsTheyWere)
     EXPECT_EQ(dynamic_cast<const KrRenderShape*>(volumes->getChild(0)), nullptr);
     restore();
     EXPECT_EQ(volumes->getValueList(), before);
+}
+
+// All keys of a pass at once: in time that grows with the shapes of a link, not with their square.
+TEST_F(KrRenderSelectionTest, ManyShapesOfALinkAreCutTogether)
+{
+    KrManipulatorLink& crowded = robot.addChildLink(hinge("crowded", box()));
+    std::vector<KrShapeStateCacheKey> everyOther;
+    std::vector<const osg::Node*> expected;
+    for (unsigned int i = 1; i < 40; ++i) {
+        crowded.addShape(box());
+    }
+    node = new KrRenderManipulator(robot, 0);
+    const osg::ref_ptr<CutCounter> parent = new CutCounter;
+    for (unsigned int i = 0; i < 40; ++i) {
+        const KrShapeStateCacheKey key(0, 3, i);
+        parent->addChild(shape(key));
+        shape(key)->getParent(0)->removeChild(shape(key));
+        if (i % 2 == 1) {
+            everyOther.push_back(key);
+        } else {
+            expected.push_back(shape(key));
+        }
+    }
+    node->addChild(parent);
+    KrRenderSelection::setSelected({node}, everyOther);
+    EXPECT_EQ(parent->numCuts, 1u);
+    for (const KrShapeStateCacheKey& key : everyOther) {
+        ASSERT_EQ(shape(key)->getNumParents(), 1u);
+        expected.push_back(shape(key)->getParent(0));
+    }
+    std::vector<const osg::Node*> children;
+    for (unsigned int i = 0; i < parent->getNumChildren(); ++i) {
+        children.push_back(parent->getChild(i));
+        EXPECT_EQ(parent->getChild(i)->getNumParents(), 1u) << "child " << i;
+    }
+    EXPECT_EQ(children, expected) << "those that stay, then the wrappers, both in their order";
+
+    // The second pass takes out the wrappers, which stand between the shapes now.
+    KrRenderSelection::setNonselected(node, 0.25f, false);
+    KrRenderSelection::setNonselected(node, 1.0f, true);
+    KrRenderSelection::setNonselected(node, 1.0f, true);
+    EXPECT_LE(parent->numCuts, 4u);
+    EXPECT_EQ(parent->getNumChildren(), 40u);
 }
 
 TEST_F(KrRenderSelectionTest, AThousandRandomPassesLeaveNothingBehind)

@@ -16,7 +16,7 @@
 /// such rows cost much more than others, they are kept in a tree. What comes out depends on nothing but the rows and
 /// their order.
 ///
-/// @tparam Row  numbers of 4 or 8 bytes side by side, 4 to 32 bytes of them
+/// @tparam Row  numbers of 4 or 8 bytes side by side and nothing else, 4 to 32 bytes of them
 template <typename Row>
 class KrRowTable
 {

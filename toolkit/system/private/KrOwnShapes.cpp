@@ -6,39 +6,45 @@
 
 #include <boost/make_shared.hpp>
 
+#include <unordered_map>
 #include <utility>
 
 namespace
 {
 
-// By address: equal extents that are two objects do not share anything.
-unsigned int numHolders(const KrManipulatorLink& link, const KrBasePhysicalExtent* extent)
+/// How many shapes of the system hold an extent. By address: equal extents that are two objects do not share anything.
+using Holders = std::unordered_map<const KrBasePhysicalExtent*, unsigned int>;
+
+const KrBasePhysicalExtent* extentOf(const KrShape* shape)
 {
-    unsigned int count = 0;
-    for (unsigned int i = 0; i < link.numShapes(); ++i) {
-        const KrShape* const shape = link.shape(i);
-        count += shape != nullptr && shape->physicalExtent() == extent ? 1 : 0;
-    }
-    return count;
+    return shape != nullptr ? shape->physicalExtent() : nullptr;
 }
 
-/// Whether more than one shape of the system holds what `shape` does.
-bool isShared(const KrManipulatorSystem& system, const KrShape* shape)
+void count(const KrManipulatorLink& link, Holders& holders)
 {
-    const KrBasePhysicalExtent* const extent = shape != nullptr ? shape->physicalExtent() : nullptr;
-    if (extent == nullptr) {
-        return false;
-    }
-    unsigned int count = 0;
-    for (const KrIndividualManipulator& manipulator : system.manipulators()) {
-        count += numHolders(manipulator, extent);
-        KrLinkWalk walk(manipulator);
-        while (const KrManipulatorLink* const link = walk.next()) {
-            count += numHolders(*link, extent);
+    for (unsigned int i = 0; i < link.numShapes(); ++i) {
+        const auto known = holders.find(extentOf(link.shape(i)));
+        if (known != holders.end()) {
+            ++known->second;
         }
     }
-    // What has no triangles stays shared.
-    return count > 1 && extent->triExtent();
+}
+
+/// For the extents of `link`, all at once: a link may have as many shapes as the rest of the system.
+Holders holdersOf(const KrManipulatorSystem& system, const KrManipulatorLink& link)
+{
+    Holders holders;
+    for (unsigned int i = 0; i < link.numShapes(); ++i) {
+        holders.emplace(extentOf(link.shape(i)), 0);
+    }
+    for (const KrIndividualManipulator& manipulator : system.manipulators()) {
+        count(manipulator, holders);
+        KrLinkWalk walk(manipulator);
+        while (const KrManipulatorLink* const other = walk.next()) {
+            count(*other, holders);
+        }
+    }
+    return holders;
 }
 
 // The shape's other values, its number for example, come along.
@@ -56,10 +62,15 @@ boost::shared_ptr<KrShape> ownCopy(const KrShape& shape)
 bool KrOwnShapes::give(KrManipulatorSystem& system, KrManipulatorLink& link)
 {
     bool isAnyShared = false;
+    const Holders holders = holdersOf(system, link);
+    // What has no triangles stays shared.
+    const auto isShared = [&holders](const KrBasePhysicalExtent* extent) {
+        return extent != nullptr && holders.at(extent) > 1 && extent->triExtent();
+    };
     // Of the same name, and with shapes in the same order, so that keys stay valid.
     KrManipulatorLink own(link.name());
     for (unsigned int i = 0; i < link.numShapes(); ++i) {
-        const bool isCopied = isShared(system, link.shape(i));
+        const bool isCopied = isShared(extentOf(link.shape(i)));
         own.addShape(isCopied ? ownCopy(*link.shape(i)) : link.shapePointer(i));
         isAnyShared = isAnyShared || isCopied;
     }
