@@ -175,8 +175,10 @@ std::vector<bool> usedVertices(const aiMesh& mesh)
     return isUsed;
 }
 
-/// What became of the vectors of a mesh that came last. Readers give each corner a vector of its own, and those of
-/// neighbours are equal: most are found here, before they are computed with or looked for among all.
+/// The numbers that vectors got, of those that came last. Neighbours have a corner each at the same place: most are
+/// found here, before they are computed with or looked for among all.
+/// @tparam Vector  three floats
+template <typename Vector>
 class LatestVectors
 {
 public:
@@ -184,7 +186,7 @@ public:
     void clear() { ++m_round; }
     /// @param add  gives the number of a vector that is not known
     template <typename Add>
-    std::uint32_t number(const aiVector3D& vector, const Add& add)
+    std::uint32_t number(const Vector& vector, const Add& add)
     {
         Slot& slot = m_slots[hash(vector) % kNumSlots];
         if (slot.round != m_round || !(slot.vector == vector)) {
@@ -194,17 +196,18 @@ public:
     }
 
 private:
-    static constexpr std::size_t kNumSlots = 4096;
+    // A few pages: they stay in the fastest of the processor's caches.
+    static constexpr std::size_t kNumSlots = 2048;
     struct Slot
     {
-        aiVector3D vector;
+        Vector vector = {};
         std::uint32_t number = 0;
         std::uint32_t round = 0;
     };
-    static std::size_t hash(const aiVector3D& vector)
+    static std::size_t hash(const Vector& vector)
     {
-        const float numbers[3] = {static_cast<float>(vector.x), static_cast<float>(vector.y),
-                                  static_cast<float>(vector.z)};
+        const float numbers[3] = {static_cast<float>(vector[0]), static_cast<float>(vector[1]),
+                                  static_cast<float>(vector[2])};
         std::uint32_t bits[3];
         std::memcpy(bits, numbers, sizeof bits);
         const std::uint64_t sum =
@@ -213,7 +216,7 @@ private:
     }
 
     std::vector<Slot> m_slots = std::vector<Slot>(kNumSlots);
-    std::uint32_t m_round = 0;
+    std::uint32_t m_round = 1;
 };
 
 /// Makes one soup of triangles out of the library's scene: nodes applied, equal vertices joined.
@@ -264,8 +267,8 @@ private:
     std::uint64_t m_numVertices = 0; ///< of all instances
     KrVectorIndex m_vertices;
     KrVectorIndex m_normals;
-    LatestVectors m_latestVertices; ///< numbers among all vertices
-    LatestVectors m_latestNormals;
+    LatestVectors<aiVector3D> m_latestVertices; ///< numbers among all vertices
+    LatestVectors<aiVector3D> m_latestNormals;
     std::vector<KrMeshMaterials::Look> m_looks;
     std::map<std::pair<unsigned int, bool>, std::size_t> m_groups; ///< by material and whether its texture can be used
     std::map<std::string, std::size_t> m_colorGroups;              ///< by the colour of all vertices
@@ -646,6 +649,8 @@ void joinFacets(const std::vector<KrStlText::Facet>& facets, KrMeshData& data)
     KrRowTable<Place> places;
     // A closed surface has half as many vertices as triangles.
     places.restart(facets.size() / 2 + 2);
+    LatestVectors<Place> latest;
+    const auto number = [&places](const Place& place) { return places.number(place); };
     std::vector<KrTriangle>& triangles = data.groups.emplace_back().triangles;
     triangles.reserve(facets.size());
     for (const KrStlText::Facet& facet : facets) {
@@ -654,7 +659,7 @@ void joinFacets(const std::vector<KrStlText::Facet>& facets, KrMeshData& data)
             const float* const at = facet.data() + 3 * corner;
             // As floats, which the file has them as. Adding 0 makes 0 of -0.
             const Place place{at[0] + 0.0f, at[1] + 0.0f, at[2] + 0.0f};
-            triangle.setCorner(corner, places.number(place), KrMeshData::noNormal, 0);
+            triangle.setCorner(corner, latest.number(place, number), KrMeshData::noNormal, 0);
         }
         triangles.push_back(triangle);
     }
