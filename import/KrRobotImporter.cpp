@@ -11,6 +11,7 @@
 
 #include <exception>
 #include <filesystem>
+#include <utility>
 
 namespace
 {
@@ -31,7 +32,7 @@ void buildRobot(const KrRobotDescription& description, const KrImportOptions& op
     KrIndividualManipulator manipulator;
     KrRobotBuilder::build(description, resolver, loading, manipulator, report);
     KrManipulatorSystem manipulators;
-    manipulators.manipulators().push_back(manipulator);
+    manipulators.manipulators().push_back(std::move(manipulator));
     system = KrStatedSystem(manipulators);
 }
 

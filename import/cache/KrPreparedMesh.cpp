@@ -8,7 +8,6 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <type_traits>
@@ -85,34 +84,19 @@ private:
     std::string m_bytes;
 };
 
-/// Goes through what `item(i)` gives.
-template <typename Item>
-struct Made
+/// Appends `count` items, which `fill(block, first, number)` makes: a block at a time, close to the processor. The list
+/// is written once, without zeros before.
+template <typename T, typename Fill>
+void append(std::vector<T>& list, std::size_t count, const Fill& fill)
 {
-    using iterator_category = std::random_access_iterator_tag;
-    using value_type = decltype(std::declval<Item>()(std::size_t()));
-    using difference_type = std::ptrdiff_t;
-    using pointer = const value_type*;
-    using reference = value_type;
-
-    const Item* item;
-    std::size_t i;
-    value_type operator*() const { return (*item)(i); }
-    Made& operator++()
-    {
-        ++i;
-        return *this;
+    constexpr std::size_t kBlock = 4096 / sizeof(T);
+    std::array<T, kBlock> block;
+    list.reserve(list.size() + count);
+    for (std::size_t first = 0; first < count; first += kBlock) {
+        const std::size_t number = std::min(kBlock, count - first);
+        fill(block.data(), first, number);
+        list.insert(list.end(), block.begin(), block.begin() + static_cast<std::ptrdiff_t>(number));
     }
-    difference_type operator-(Made other) const { return static_cast<difference_type>(i - other.i); }
-    bool operator==(Made other) const { return i == other.i; }
-    bool operator!=(Made other) const { return i != other.i; }
-};
-
-/// A list that is filled as it is made, without zeros before.
-template <typename Item>
-auto made(std::size_t size, const Item& item)
-{
-    return std::vector<typename Made<Item>::value_type>(Made<Item>{&item, 0}, Made<Item>{&item, size});
 }
 
 /// A list in the bytes of an entry. They lie as they like: no object can be looked at in its place.
@@ -173,16 +157,11 @@ public:
     std::vector<T> list()
     {
         const View<T> items = view<T>();
-        if constexpr (std::is_trivial_v<T>) {
-            // Numbers one by one take longer than zeros before a copy of all at once.
-            std::vector<T> values(items.size);
-            if (items.size > 0) {
-                std::memcpy(values.data(), items.first, items.size * sizeof(T));
-            }
-            return values;
-        } else {
-            return made(items.size, [&items](std::size_t i) { return items[i]; });
-        }
+        std::vector<T> values;
+        append(values, items.size, [&items](T* block, std::size_t first, std::size_t number) {
+            std::memcpy(static_cast<void*>(block), items.first + first * sizeof(T), number * sizeof(T));
+        });
+        return values;
     }
     /// What Writer::reals() has written.
     template <std::size_t Width, typename T>
@@ -192,14 +171,16 @@ public:
             return list<T>();
         }
         const auto singles = view<std::array<float, Width>>();
-        return made(singles.size, [&singles](std::size_t i) {
-            const std::array<float, Width> single = singles[i];
-            std::array<double, Width> numbers;
-            std::copy(single.begin(), single.end(), numbers.begin());
-            T value;
-            std::memcpy(static_cast<void*>(&value), numbers.data(), sizeof value);
-            return value;
+        std::vector<T> values;
+        append(values, singles.size, [&singles](T* block, std::size_t first, std::size_t number) {
+            for (std::size_t i = 0; i < number; ++i) {
+                const std::array<float, Width> single = singles[first + i];
+                std::array<double, Width> numbers;
+                std::copy(single.begin(), single.end(), numbers.begin());
+                std::memcpy(static_cast<void*>(block + i), numbers.data(), sizeof(T));
+            }
         });
+        return values;
     }
     std::string text()
     {
@@ -518,28 +499,36 @@ std::shared_ptr<KrIndexedMesh> ExtentReader::readDerived()
     }
     m_numDerived = origins.size;
     // Before those that only coarser levels use.
-    const std::vector<float> others = std::move(mesh->vertices);
-    mesh->vertices.resize(kRowWidth * origins.size + others.size());
-    float* vertex = mesh->vertices.data();
-    for (std::size_t i = 0; i < origins.size; ++i, vertex += kRowWidth) {
-        const Origin origin = origins[i];
-        fillRow(m_lists.vertices.values()[origin.position], m_lists.normals.values()[origin.normal], vertex);
+    const std::vector<float> others = std::exchange(mesh->vertices, {});
+    mesh->vertices.reserve(kRowWidth * origins.size + others.size());
+    // As append() does it.
+    constexpr std::size_t kBlock = 128;
+    std::array<float, kRowWidth * kBlock> rows;
+    for (std::size_t first = 0; first < origins.size; first += kBlock) {
+        float* row = rows.data();
+        for (std::size_t i = first; i < std::min(first + kBlock, origins.size); ++i, row += kRowWidth) {
+            const Origin origin = origins[i];
+            fillRow(m_lists.vertices.values()[origin.position], m_lists.normals.values()[origin.normal], row);
+        }
+        mesh->vertices.insert(mesh->vertices.end(), rows.data(), row);
     }
-    std::copy(others.begin(), others.end(), vertex);
+    mesh->vertices.insert(mesh->vertices.end(), others.begin(), others.end());
 
     m_lists.groups.reserve(static_cast<unsigned int>(m_names.size()));
     std::size_t corner = 0;
     for (std::size_t group = 0; group < m_names.size(); ++group) {
         const KrIndexedMesh::Range range = mesh->levels[0].groups[group];
         const std::uint32_t* index = mesh->indices.data() + range.first;
-        std::vector<KrTriangle> triangles(range.count / 3);
-        // In their place: what is made aside and copied is waited for each time.
-        for (KrTriangle& triangle : triangles) {
-            for (unsigned int k = 0; k < 3; ++k, ++corner) {
-                const Origin origin = origins[*index++];
-                triangle.setCorner(k, origin.position, origin.normal, coordinates.size > 0 ? coordinates[corner] : 0);
+        std::vector<KrTriangle> triangles;
+        append(triangles, range.count / 3, [&](KrTriangle* block, std::size_t, std::size_t number) {
+            for (std::size_t i = 0; i < number; ++i) {
+                for (unsigned int k = 0; k < 3; ++k, ++corner) {
+                    const Origin origin = origins[*index++];
+                    block[i].setCorner(k, origin.position, origin.normal,
+                                       coordinates.size > 0 ? coordinates[corner] : 0);
+                }
             }
-        }
+        });
         m_lists.groups.push_back({std::move(m_names[group]), KrXmlVectorType<KrTriangle>(std::move(triangles))});
     }
     return mesh;
