@@ -264,6 +264,7 @@ boost::shared_ptr<KrTriPhysicalExtent>
 KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>& parts, const std::string& material)
 {
     KrKnownMesh lists;
+    bool isPlaced = false;
     std::vector<KrTriangle> triangles;
     for (const boost::shared_ptr<KrBasePhysicalExtent>& part : parts) {
         // The placed surface, tessellated where the part is a primitive.
@@ -271,6 +272,7 @@ KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>&
         if (!mesh) {
             continue;
         }
+        isPlaced = isPlaced || !part->placement().isIdentity();
         // Most volumes have one part; of several the list grows as it likes.
         if (triangles.empty()) {
             triangles.reserve(mesh->numTriangles());
@@ -296,7 +298,7 @@ KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>&
     lists.groups.push_back({material, KrXmlVectorType<KrTriangle>(std::move(triangles))});
     boost::shared_ptr<KrTriPhysicalExtent> merged(new KrTriPhysicalExtent);
     // The triangles of the parts are good; a placement may have moved them too far away to be drawn.
-    if (lists.areNumbersWhole()) {
+    if (!isPlaced || lists.areNumbersWhole()) {
         lists.moveTo(*merged, nullptr);
         return merged;
     }
