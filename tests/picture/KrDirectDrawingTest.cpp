@@ -320,7 +320,9 @@ TEST(KrDirectDrawing, SeesWhatAClientChanges)
     for (osg::Vec3& vertex : vertices) {
         vertex *= 1.2f;
     }
+    // Drawn from a list or from a buffer, as OSG_VERTEX_BUFFER_HINT says: each is told in a way of its own.
     group.dirtyGLObjects();
+    vertices.dirty();
     group.dirtyBound();
     expectSeen("vertices");
     const osg::ref_ptr<osg::Geode> ball = new osg::Geode;
