@@ -138,7 +138,7 @@ void measure(const std::vector<KrVector>& vertices, const KrTriangle* triangles,
 
 /// Of the corners at a vertex that are compared at once.
 constexpr std::size_t kLanes = 8;
-static_assert(kLanes == 8 && kMostBlended % kLanes == 0);
+static_assert(kMostBlended % kLanes == 0);
 
 /// The corners at a vertex, side by side.
 struct Fan
