@@ -16,8 +16,8 @@ struct KrImportOptions
     std::vector<std::string> packagePaths; ///< folders searched for packages, after the description's own bundle
     bool useRosPackagePath = true;         ///< then those of the environment variable ROS_PACKAGE_PATH
 
-    /// What meshes get while they are read, on all cores. What is lacking is made when it is first asked for, mesh
-    /// after mesh.
+    /// What meshes get while they are read, on all cores. What is lacking is made when it is first asked for: levels on
+    /// all cores, too, the rest mesh after mesh.
     enum class Preparation
     {
         None,    ///< for who draws nothing: the rest is time and memory for nothing
