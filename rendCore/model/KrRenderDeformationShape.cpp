@@ -5,6 +5,7 @@
 
 #include <toolkit/extent/KrTriPhysicalExtent.h>
 #include <toolkit/foundation/KrPrint.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 
 #include <osg/GL>
 #include <osg/Material>
@@ -14,7 +15,6 @@
 #include <array>
 #include <cmath>
 #include <iterator>
-#include <unordered_map>
 
 namespace
 {
@@ -94,37 +94,6 @@ public:
     osg::BoundingBox computeBound(const osg::Drawable&) const override { return box; }
 
     osg::BoundingBox box;
-};
-
-/// Numbers the different corners of a group in order of appearance.
-class CornerNumbers
-{
-public:
-    /// Of a corner that is new, the result is one more than any before.
-    std::uint32_t numberOf(const KrTriangle& triangle, unsigned int corner)
-    {
-        // Corners are one where all three numbers are: an edge with two normals stays sharp.
-        const Key key = {triangle.vertex(corner), triangle.normal(corner), triangle.textureCoordinate(corner)};
-        return m_numbers.try_emplace(key, static_cast<std::uint32_t>(m_numbers.size())).first->second;
-    }
-
-private:
-    using Key = std::array<std::uint32_t, 3>;
-    struct Hash
-    {
-        std::size_t operator()(const Key& key) const
-        {
-            std::uint64_t hash = 0;
-            for (const std::uint32_t part : key) {
-                // 2^64 divided by the golden ratio spreads neighbouring numbers, of which keys consist (Knuth,
-                // multiplicative hashing).
-                hash = (hash ^ part) * 0x9e3779b97f4a7c15u;
-                hash ^= hash >> 32;
-            }
-            return static_cast<std::size_t>(hash);
-        }
-    };
-    std::unordered_map<Key, std::uint32_t, Hash> m_numbers; // only looked up: its order does not matter
 };
 
 } // namespace
@@ -327,10 +296,12 @@ void KrRenderDeformationShape::indexGroups(const KrDeformationPhysicalExtent& ex
         source.isCap = group.isCap();
         const osg::ref_ptr<osg::Vec2Array> coordinates = new osg::Vec2Array;
         const osg::ref_ptr<osg::DrawElementsUInt> indices = new osg::DrawElementsUInt(GL_TRIANGLES);
-        CornerNumbers numbers;
+        // Corners are one where all three numbers are: an edge with two normals stays sharp.
+        KrRowTable<std::array<std::uint32_t, 3>> corners;
         for (const KrTriangle& triangle : group.triangles()) {
             for (unsigned int corner = 0; corner < 3; ++corner) {
-                indices->push_back(numbers.numberOf(triangle, corner));
+                indices->push_back(corners.number(
+                    {triangle.vertex(corner), triangle.normal(corner), triangle.textureCoordinate(corner)}));
                 // A corner that was met before.
                 if (indices->back() < source.points.size()) {
                     continue;

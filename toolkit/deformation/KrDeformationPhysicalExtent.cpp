@@ -1,10 +1,11 @@
 #include <toolkit/deformation/KrDeformationPhysicalExtent.h>
 
 #include <toolkit/deformation/private/KrDeformationChecks.h>
-#include <toolkit/deformation/private/KrPairNumbers.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <map>
@@ -61,16 +62,16 @@ void KrDeformationPhysicalExtent::setMesh(const KrTriPhysicalExtent& mesh, Smoot
 /// Gives every pair of vertex and normal a normal of its own. What is numbered so already stays as it is.
 void KrDeformationPhysicalExtent::numberNormals()
 {
-    KrPairNumbers numbers;
+    KrRowTable<std::array<std::uint32_t, 2>> pairs;
     for (KrDeformationGroup& group : m_meshGroups) {
         for (KrTriangle& triangle : group.triangles()) {
             for (unsigned int i = 0; i < 3; ++i) {
-                triangle.setCorner(i, triangle.vertex(i), numbers.numberOf(triangle.vertex(i), triangle.normal(i)),
+                triangle.setCorner(i, triangle.vertex(i), pairs.number({triangle.vertex(i), triangle.normal(i)}),
                                    triangle.textureCoordinate(i));
             }
         }
     }
-    m_numMeshNormals = numbers.count();
+    m_numMeshNormals = static_cast<std::uint32_t>(pairs.size());
 }
 
 // Counts as a cut: groups and what they look like are built together by who draws them.

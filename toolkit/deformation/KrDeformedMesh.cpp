@@ -2,12 +2,13 @@
 
 #include <toolkit/deformation/KrDeformationPhysicalExtent.h>
 
-#include <toolkit/deformation/private/KrPairNumbers.h>
 #include <toolkit/extent/KrTriPhysicalExtent.h>
+#include <toolkit/foundation/private/KrRowTable.h>
 
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -38,8 +39,8 @@ public:
 
 private:
     const KrDeformationPhysicalExtent& m_extent;
-    KrPairNumbers m_vertexNumbers;
-    KrPairNumbers m_normalNumbers;
+    KrRowTable<std::array<std::uint32_t, 2>> m_vertexNumbers; ///< of piece and point
+    KrRowTable<std::array<std::uint32_t, 2>> m_normalNumbers; ///< of piece and normal
 };
 
 void MeshCollector::add(const KrDeformationGroup& group)
@@ -49,11 +50,11 @@ void MeshCollector::add(const KrDeformationGroup& group)
     for (KrTriangle& triangle : triangles) {
         for (unsigned int i = 0; i < 3; ++i) {
             // A vertex that two pieces share is in two places, so the pair is what counts.
-            const std::uint32_t vertex = m_vertexNumbers.numberOf(group.piece(), triangle.vertex(i));
+            const std::uint32_t vertex = m_vertexNumbers.number({group.piece(), triangle.vertex(i)});
             if (vertex == vertices.size()) {
                 vertices.push_back(offset.transformPoint(m_extent.points()[triangle.vertex(i)]));
             }
-            const std::uint32_t normal = m_normalNumbers.numberOf(group.piece(), triangle.normal(i));
+            const std::uint32_t normal = m_normalNumbers.number({group.piece(), triangle.normal(i)});
             if (normal == normals.size()) {
                 normals.push_back(offset.transformDirection(m_extent.normals()[triangle.normal(i)]));
             }
