@@ -285,18 +285,35 @@ void KrMeshLoader::run(const std::vector<Job*>& jobs)
         std::stable_sort(sorted.begin(), sorted.end(),
                          [](const Job* a, const Job* b) { return a->info.st_size > b->info.st_size; });
         const KrMeshLimits part{m_options.limits.maxBytes / numLanes, m_options.limits.maxTriangles / numLanes};
-        m_numLeft = sorted.size();
+        for (const Job* const job : sorted) {
+            m_bytesLeft += bytesOf(*job);
+        }
         KrParallel::forEach(sorted.size(), numLanes, [&](std::size_t i) {
             runJob(*sorted[i], part, false);
-            --m_numLeft;
+            m_bytesLeft -= bytesOf(*sorted[i]);
         });
-        m_numLeft = 1;
     }
     for (Job* const job : jobs) {
         if (!job->isDone) {
             runJob(*job, m_options.limits, true);
         }
     }
+}
+
+/// Of the file; never 0.
+std::uint64_t KrMeshLoader::bytesOf(const Job& job)
+{
+    return static_cast<std::uint64_t>(std::max<off_t>(job.info.st_size, 1));
+}
+
+/// The file's share of the cores, by its length among all that are not done: the others keep theirs busy. A large file
+/// gets more than its lane, and all of them when it is the last one.
+std::size_t KrMeshLoader::numThreadsFor(const Job& job) const
+{
+    const std::uint64_t numCores = KrParallel::numCores();
+    const std::uint64_t left = std::max(m_bytesLeft.load(), bytesOf(job));
+    const std::uint64_t share = (numCores * bytesOf(job) + left / 2) / left;
+    return static_cast<std::size_t>(std::clamp<std::uint64_t>(share, 1, numCores));
 }
 
 /// @param isAlone  false: what fails is left undone, because it may be no more than its part of the limits that is
@@ -338,8 +355,7 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
                     continue;
                 }
                 KrMeshBuilder::Options options = optionsOf(wish, file.facts, job.path);
-                // Cores that no other file keeps busy.
-                options.numThreads = std::max<std::size_t>(KrParallel::numCores() / m_numLeft, 1);
+                options.numThreads = numThreadsFor(job);
                 // Most files are wanted in one way; the last one may use the data up.
                 mesh.result = --numLacking > 0 ? KrMeshBuilder::build(data, options)
                                                : KrMeshBuilder::build(std::move(data), options);

@@ -90,6 +90,8 @@ private:
     Job& jobOf(const std::string& path);
     std::vector<Job*> uniqueJobs();
     void run(const std::vector<Job*>& jobs);
+    static std::uint64_t bytesOf(const Job& job);
+    std::size_t numThreadsFor(const Job& job) const;
     void runJob(Job& job, const KrMeshLimits& limits, bool isAlone);
     KrMeshCache::Name nameOf(const Job& job, const std::string& digest, const Wish& wish, bool needsOthers) const;
     void prepare(KrMeshBuilder::Result& result) const;
@@ -104,6 +106,6 @@ private:
     std::vector<KrMeshCache::Entry> m_entries; ///< on loan to who reads one
     std::mutex m_entriesMutex;
     std::atomic<bool> m_hasKept{false};                 ///< something new
-    std::atomic<std::size_t> m_numLeft{1};              ///< jobs that are run at once and not done
+    std::atomic<std::uint64_t> m_bytesLeft{0};          ///< of the files that are loaded at once and not done
     std::map<std::string, std::unique_ptr<Job>> m_jobs; ///< by path
 };
