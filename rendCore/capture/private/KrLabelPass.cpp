@@ -7,7 +7,6 @@
 #include <rendCore/base/private/KrPixelConversion.h>
 #include <rendCore/base/private/KrPixelTransferGuard.h>
 
-#include <osg/Camera>
 #include <osg/ColorMask>
 #include <osg/GLExtensions>
 #include <osg/GLObjects>
@@ -87,19 +86,6 @@ osg::ref_ptr<osg::StateSet> makeStates(const char* name, const char* vertexShade
     return states;
 }
 
-/// Leaves out cameras with a stage of their own, the window's overlay for one: the pass draws its own stage alone.
-class PassVisitor : public osgUtil::CullVisitor
-{
-public:
-    using osgUtil::CullVisitor::apply;
-    void apply(osg::Camera& camera) override
-    {
-        if (camera.getRenderOrder() == osg::Camera::NESTED_RENDER) {
-            osgUtil::CullVisitor::apply(camera);
-        }
-    }
-};
-
 bool isComplete(const osg::GLExtensions& gl)
 {
     return gl.glCheckFramebufferStatus(GL_FRAMEBUFFER_EXT) == GL_FRAMEBUFFER_COMPLETE_EXT;
@@ -109,7 +95,7 @@ bool isComplete(const osg::GLExtensions& gl)
 
 KrLabelPass::KrLabelPass()
     : m_camera(new KrLabelCamera)
-    , m_visitor(new PassVisitor)
+    , m_visitor(new osgUtil::CullVisitor)
     , m_graph(new osgUtil::StateGraph)
     , m_stage(new osgUtil::RenderStage)
     , m_projection(new osg::RefMatrix)

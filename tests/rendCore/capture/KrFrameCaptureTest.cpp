@@ -7,7 +7,6 @@
 #include <tests/support/MessageRecorder.h>
 #include <tests/support/Systems.h>
 
-#include <osg/Camera>
 #include <osg/Geode>
 #include <osg/Group>
 #include <osg/LogicOp>
@@ -268,38 +267,6 @@ TEST_F(KrFrameCaptureTest, WhatIsNoLinkHasNoLabelAndHidesNone)
     EXPECT_EQ(combined.normals, after.normals);
     window.setDisplayMask(KrRenderTypes::SceneContent, false, false);
     EXPECT_EQ(draw(window).labels, std::vector<std::uint32_t>(after.labels.size())) << "hidden by the window";
-}
-
-// The pass of labels draws one stage; a camera that has another one is not in it.
-TEST_F(KrFrameCaptureTest, GoesThroughNoCameraThatItDoesNotDraw)
-{
-    class Count : public osg::NodeCallback
-    {
-    public:
-        void operator()(osg::Node* node, osg::NodeVisitor* visitor) override
-        {
-            ++numTimes;
-            traverse(node, visitor);
-        }
-        int numTimes = 0;
-    };
-    const Images before = draw(window);
-    Images images;
-    KrFrameCapture::Targets targets = images.targets();
-    targets.color = nullptr;
-    for (const bool isNested : {false, true}) {
-        const osg::ref_ptr<osg::Camera> camera = new osg::Camera;
-        const osg::ref_ptr<Count> count = new Count;
-        camera->setRenderOrder(isNested ? osg::Camera::NESTED_RENDER : osg::Camera::POST_RENDER);
-        camera->setClearMask(0);
-        camera->setCullCallback(count);
-        window.getNode()->addChild(camera);
-        ASSERT_TRUE(capture.render(window, options, targets));
-        EXPECT_EQ(count->numTimes, isNested ? 1 : 0);
-        EXPECT_EQ(images.labels, before.labels);
-        EXPECT_EQ(images.depth, before.depth);
-        EXPECT_EQ(images.normals, before.normals);
-    }
 }
 
 // Each view where it stands, as a window of its own would show it; what no view covers is empty.
