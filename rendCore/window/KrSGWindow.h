@@ -200,8 +200,9 @@ public:
     void setSteadyLevels(bool on);
     bool areLevelsSteady() const { return m_areLevelsSteady; }
     /// On, the default, the robots of a frame go to the driver by a way of their own where nothing needs the scene
-    /// graph's traversals. Pictures are the same with it and without: it is for comparing, and for a client whose own
-    /// nodes or callbacks below a robot want every traversal. Kept when the window is closed.
+    /// graph's traversals. Pictures are the same with it and without (but for pixels in which two bodies are equally
+    /// far, to the last bit: either may be seen): it is for comparing, and for a client whose own nodes or callbacks
+    /// below a robot want every traversal. Kept when the window is closed.
     void setDirectDrawing(bool on);
     bool isDirectDrawing() const { return m_isDirectDrawing; }
 
