@@ -396,6 +396,19 @@ TEST(KrIndexedMesh, DataThatDoNotFitAreSeen)
         m.levels.push_back(m.levels[0]);
         m.levels[1].error = NAN;
     }));
+    const auto isConsistentWithLevel = [&](bool hasOwnIndices) {
+        return isConsistentAfter([hasOwnIndices](KrIndexedMesh& m) {
+            KrIndexedMesh::Level level = m.levels[0];
+            const auto count = static_cast<std::uint32_t>(m.indices.size());
+            for (KrIndexedMesh::Range& group : level.groups) {
+                group.first += hasOwnIndices ? count : 0;
+            }
+            m.indices.resize(hasOwnIndices ? 2 * count : count);
+            m.levels.push_back(level);
+        });
+    };
+    EXPECT_TRUE(isConsistentWithLevel(true));
+    EXPECT_FALSE(isConsistentWithLevel(false)) << "a file could have the same triangles drawn a million times";
     EXPECT_FALSE(isConsistentAfter([](KrIndexedMesh& m) { m.levels[0].change = 0.1f; }));
     for (const float change : {NAN, INFINITY, -0.1f}) {
         EXPECT_FALSE(isConsistentAfter([change](KrIndexedMesh& m) {

@@ -342,6 +342,7 @@ bool KrIndexedMesh::isConsistent(std::size_t numKnown) const
     }
     float error = 0.0f;
     float change = 0.0f;
+    std::uint64_t numUsed = 0;
     for (const Level& level : levels) {
         // Written so that NaN fails too.
         if (!(level.error >= error) || !std::isfinite(level.error) || !(level.change >= change) ||
@@ -354,7 +355,12 @@ bool KrIndexedMesh::isConsistent(std::size_t numKnown) const
             if (group.count % 3 != 0 || group.first > indices.size() || group.count > indices.size() - group.first) {
                 return false;
             }
+            numUsed += group.count;
         }
+    }
+    // Ranges that lie over one another would take more memory and time, where they are drawn, than there are indices.
+    if (numUsed > indices.size()) {
+        return false;
     }
     return std::all_of(indices.begin(), indices.end(), [count](std::uint32_t index) { return index < count; });
 }
