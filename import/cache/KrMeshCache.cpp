@@ -293,7 +293,9 @@ bool KrMeshCache::read(const Name& name, Entry& entry) const
         return false;
     }
     // Used now. Where that cannot be noted, it only goes earlier.
-    if (info.st_mtim.tv_sec < std::time(nullptr) - kLatelySeconds) {
+    const std::time_t now = std::time(nullptr);
+    // A mark of later than now is of a clock that was wrong, and would keep the entry longer than all others.
+    if (info.st_mtim.tv_sec < now - kLatelySeconds || info.st_mtim.tv_sec > now) {
         ::futimens(file.number, nullptr);
     }
     return true;

@@ -542,17 +542,17 @@ bool ExtentReader::areGood(View<Origin> origins, View<std::uint32_t> coordinates
     }
     std::uint64_t numCorners = 0;
     for (const KrIndexedMesh::Range& range : mesh.levels[0].groups) {
+        // Ranges that lie over one another would ask for more memory, and time, than there are bytes.
+        numCorners += range.count;
         const bool isInside = range.count % 3 == 0 && range.first <= mesh.indices.size() &&
-                              range.count <= mesh.indices.size() - range.first;
+                              range.count <= mesh.indices.size() - range.first && numCorners <= mesh.indices.size();
         const auto first = mesh.indices.begin() + static_cast<std::ptrdiff_t>(isInside ? range.first : 0);
         const auto isKnown = [&origins](std::uint32_t index) { return index < origins.size; };
         if (!isInside || !std::all_of(first, first + range.count, isKnown)) {
             return false;
         }
-        numCorners += range.count;
     }
-    // Ranges that lie over one another would ask for more memory than there are bytes.
-    if (numCorners > mesh.indices.size() || coordinates.size != (m_lists.textureCoordinates.empty() ? 0 : numCorners)) {
+    if (coordinates.size != (m_lists.textureCoordinates.empty() ? 0 : numCorners)) {
         return false;
     }
     bool isGood = true;

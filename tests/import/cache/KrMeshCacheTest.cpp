@@ -233,6 +233,45 @@ TEST(KrPreparedMesh, BytesThatAreNoneAreRefused)
     }
 }
 
+// A group names its triangles in a few bytes: looking at each of them for each group would take hours.
+TEST(KrPreparedMesh, GroupsThatHaveTheSameTrianglesAreRefusedAtOnce)
+{
+    constexpr std::uint32_t kNumIndices = 3000000, kNumGroups = 300000;
+    std::string bytes;
+    const auto append = [&bytes](const auto& number) {
+        bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
+    };
+    const auto appendCount = [&append](std::uint64_t count) { append(count); };
+    append(true);
+    // Vertices, normals, texture coordinates, in double precision.
+    for (const std::uint64_t count : {1, 1, 0}) {
+        append(false);
+        appendCount(count);
+        bytes.append(count * sizeof(KrVector), '\0');
+    }
+    appendCount(kNumGroups);
+    bytes.append(kNumGroups * sizeof(std::uint64_t), '\0'); // their names
+    appendCount(0);                                         // looks
+    bytes += '\2';                                          // as an indexed mesh
+    appendCount(1);                                         // vertices' origins
+    bytes.append(2 * sizeof(std::uint32_t), '\0');
+    for (int i = 0; i < 3; ++i) {
+        appendCount(0); // corners' texture coordinates, further vertices and texture coordinates
+    }
+    appendCount(kNumIndices);
+    bytes.append(kNumIndices * sizeof(std::uint32_t), '\0');
+    appendCount(1); // levels
+    bytes.append(2 * sizeof(float), '\0');
+    appendCount(kNumGroups);
+    for (std::uint32_t i = 0; i < kNumGroups; ++i) {
+        append(KrIndexedMesh::Range{0, kNumIndices});
+    }
+    append(true);
+    append(true);
+    KrPreparedMesh read;
+    EXPECT_FALSE(KrPreparedMesh::read(bytes, read));
+}
+
 TEST_F(KrMeshCacheTest, ProcessesAndThreadsShareAFolder)
 {
     const KrStatedSystem expected = import(m_robot).system;
@@ -279,6 +318,11 @@ TEST_F(KrMeshCacheTest, WhatWasUsedLongestAgoGoesFirst)
     KrMeshCache::Entry entry;
     EXPECT_TRUE(cache.read(names[0], entry));
     EXPECT_EQ(entry.bytes(), std::string(1000, 'x'));
+    // So has one that a wrong clock has dated.
+    const std::string dated = m_options.cacheFolder + "/" + names[11];
+    fs::last_write_time(dated, fs::file_time_type::clock::now() + std::chrono::hours(24));
+    EXPECT_TRUE(cache.read(names[11], entry));
+    EXPECT_LT(fs::last_write_time(dated), fs::file_time_type::clock::now() + std::chrono::hours(1));
     cache.trim();
     // The first one has just been used.
     EXPECT_TRUE(cache.read(names[0], entry));
