@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <typeinfo>
@@ -53,6 +54,29 @@ bool hasCorners(const osg::Geometry& geometry, std::size_t count)
            geometry.getVertexArray()->getNumElements() == count;
 }
 
+/// Levels of a mesh are the same in whichever thread they are made.
+/// @param shapes  null ones are left out
+void makeLevelsOf(const std::vector<osg::ref_ptr<KrRenderShape>>& shapes)
+{
+    std::vector<std::pair<std::size_t, const KrRenderShape*>> lacking;
+    for (const osg::ref_ptr<KrRenderShape>& shape : shapes) {
+        const auto mesh = shape.valid() && isTakenOver(*shape) ? shape->indexedMesh(false) : nullptr;
+        if (mesh && !mesh->areLevelsMade) {
+            lacking.emplace_back(mesh->indices.size(), shape.get());
+        }
+    }
+    // Large ones first, so that none is left for one core when the others are done.
+    std::stable_sort(lacking.begin(), lacking.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    KrParallel::forEach(lacking.size(), std::min(KrParallel::numCores(), kMostAtOnce), [&lacking](std::size_t i) {
+        try {
+            // The mesh keeps what it makes.
+            lacking[i].second->indexedMesh(true);
+        } catch (const std::exception&) {
+            // Whoever takes the shape over tries again, and has the exception where it can be caught.
+        }
+    });
+}
+
 } // namespace
 
 KrShapeTable::KrShapeTable()
@@ -94,7 +118,9 @@ void KrShapeTable::takeAllOver()
     for (const auto& [address, entry] : m_entries) {
         shapes.emplace_back(entry.shape.get());
     }
-    makeLevels(shapes);
+    if (m_hasLevels) {
+        makeLevelsOf(shapes);
+    }
     for (auto known = m_entries.begin(); known != m_entries.end();) {
         if (known->second.shape.valid()) {
             takeOver(known->second);
@@ -105,26 +131,22 @@ void KrShapeTable::takeAllOver()
     }
 }
 
-// Levels of a mesh are the same in whichever thread they are made.
 void KrShapeTable::makeLevels(const std::vector<osg::ref_ptr<KrRenderShape>>& shapes) const
 {
-    std::vector<std::pair<std::size_t, const KrRenderShape*>> lacking;
-    for (const osg::ref_ptr<KrRenderShape>& shape : shapes) {
-        const auto mesh = m_hasLevels && shape.valid() && isTakenOver(*shape) ? shape->indexedMesh(false) : nullptr;
-        if (mesh && !mesh->areLevelsMade) {
-            lacking.emplace_back(mesh->indices.size(), shape.get());
-        }
+    if (!m_hasLevels) {
+        return;
     }
-    // Large ones first, so that none is left for one core when the others are done.
-    std::stable_sort(lacking.begin(), lacking.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
-    KrParallel::forEach(lacking.size(), std::min(KrParallel::numCores(), kMostAtOnce), [&lacking](std::size_t i) {
-        try {
-            // The mesh keeps what it makes.
-            lacking[i].second->indexedMesh(true);
-        } catch (const std::exception&) {
-            // Whoever takes the shape over tries again, and has the exception where it can be caught.
-        }
-    });
+    std::vector<osg::ref_ptr<KrRenderShape>> unknown;
+    std::copy_if(shapes.begin(), shapes.end(), std::back_inserter(unknown),
+                 [this](const osg::ref_ptr<KrRenderShape>& shape) { return shape.valid() && !isKnown(*shape); });
+    makeLevelsOf(unknown);
+}
+
+/// Whether it was taken over. A shape that is gone may have left its address to another one.
+bool KrShapeTable::isKnown(const KrRenderShape& shape) const
+{
+    const auto entry = m_entries.find(&shape);
+    return entry != m_entries.end() && entry->second.shape.valid() && entry->second.shape == &shape;
 }
 
 /// Clients exchange shapes, some with every frame: what is known of them, and what the arena had of them, would stay

@@ -69,7 +69,8 @@ public:
     Entry& entry(KrRenderShape& shape);
     bool hasLevels() const { return m_hasLevels; }
     /// Makes the levels that the shapes' meshes lack, on all cores, once levels are demanded; otherwise they are made
-    /// one by one as the shapes are taken over.
+    /// one by one as the shapes are taken over. Those that were taken over are not looked at: that takes time for each
+    /// vertex, and a client may exchange one of many shapes with every frame.
     /// @param shapes  null ones are left out
     void makeLevels(const std::vector<osg::ref_ptr<KrRenderShape>>& shapes) const;
     /// Takes all shapes over anew where their coarser levels were left out until now.
@@ -88,6 +89,7 @@ protected:
     ~KrShapeTable() override;
 
 private:
+    bool isKnown(const KrRenderShape& shape) const;
     void takeOver(Entry& entry) const;
     void takeAllOver();
     void dropWhatIsGone();

@@ -92,6 +92,13 @@ TEST(KrShapeTable, MakesTheLevelsOfAllShapesBeforeItTakesThemOver)
         EXPECT_EQ(alone.mesh->indexedMeshWithLevels()->indices, made->indices);
         EXPECT_EQ(table->entry(*body.shape).mesh->parts.front().levels.size(), made->levels.size());
     }
+    // What is drawn already costs nothing where another shape comes.
+    ASSERT_TRUE(all.front().mesh->setIndexedMesh(nullptr));
+    all.emplace_back(200, 20.0);
+    shapes.push_back(all.back().shape);
+    table->makeLevels(shapes);
+    EXPECT_TRUE(all.back().mesh->indexedMesh()->areLevelsMade);
+    EXPECT_FALSE(all.front().mesh->indexedMesh()->areLevelsMade);
 }
 
 // Also of those that have no vertices there: what is translucent is drawn by the graph.
