@@ -356,8 +356,9 @@ void KrMeshLoader::runJob(Job& job, const KrMeshLimits& limits, bool isAlone)
                 }
                 KrMeshBuilder::Options options = optionsOf(wish, file.facts, job.path);
                 options.numThreads = numThreadsFor(job);
-                // Most files are wanted in one way; the last one may use the data up.
-                mesh.result = --numLacking > 0 ? KrMeshBuilder::build(data, options)
+                // Most files are wanted in one way; the last one may use the data up. (What is moved is not used again:
+                // none is lacking then.)
+                mesh.result = --numLacking > 0 ? KrMeshBuilder::build(data, options) // NOLINT(bugprone-use-after-move)
                                                : KrMeshBuilder::build(std::move(data), options);
                 mesh.messages = messages.take();
                 mesh.isLoaded = true;
