@@ -124,9 +124,10 @@ class SelectionGroup : public osg::Group
 {
 public:
     /// @param shape   what is to be wrapped; null costs a message
-    /// @param cuts    the group is linked in the shape's place at once and shows the shape as selected; the shape's old
-    ///                links come behind those in it, to be cut. Null: the caller links the group
-    SelectionGroup(KrRenderShape* shape, Links* cuts);
+    /// @param splice  puts the group in the shape's place at once and shows the shape as selected; otherwise the caller
+    ///                links the group
+    /// @param cuts    takes the shape's old links, for the caller to cut; null has them cut at once
+    SelectionGroup(KrRenderShape* shape, bool splice, Links* cuts = nullptr);
 
     void showSelected();
     void showFaded(float alpha);
@@ -137,7 +138,7 @@ public:
     void traverse(osg::NodeVisitor& visitor) override;
 
 private:
-    void takePlaceOf(KrRenderShape& shape, Links& cuts);
+    void takePlaceOf(KrRenderShape& shape, Links* cuts);
     void blend();
 
     osg::ref_ptr<osg::Material> m_material;
@@ -145,9 +146,9 @@ private:
     osg::ref_ptr<osg::StateSet> m_unlitFade; ///< null unless the shape is faded
 };
 
-SelectionGroup::SelectionGroup(KrRenderShape* shape, Links* cuts)
+SelectionGroup::SelectionGroup(KrRenderShape* shape, bool splice, Links* cuts)
     : m_material(new osg::Material)
-    , m_selected(cuts != nullptr)
+    , m_selected(splice)
 {
     const osg::ref_ptr<osg::StateSet> overrides = new osg::StateSet;
     // The one material of this wrapper: what follows changes it in place.
@@ -157,22 +158,26 @@ SelectionGroup::SelectionGroup(KrRenderShape* shape, Links* cuts)
         Kr::Print::instance()->write(Kr::Print::Warning, "KrRenderSelection - invalid node.\n");
         return;
     }
-    if (cuts != nullptr) {
-        takePlaceOf(*shape, *cuts);
+    if (splice) {
+        takePlaceOf(*shape, cuts);
         showSelected();
     }
 }
 
 // Plain pointers to this group only: it has no reference of its own before the first parent takes one.
-void SelectionGroup::takePlaceOf(KrRenderShape& shape, Links& cuts)
+void SelectionGroup::takePlaceOf(KrRenderShape& shape, Links* cuts)
 {
+    Links own;
+    Links& links = cuts != nullptr ? *cuts : own;
     // A copy: the list itself changes with every link that is made.
     const osg::Node::ParentList parents = shape.getParents();
     addChild(&shape);
     for (osg::Group* parent : parents) {
+        // First the link, which gives this group its first reference, then the cut.
         parent->addChild(this);
-        cuts.emplace_back(parent, &shape);
+        links.emplace_back(parent, &shape);
     }
+    cutAll(own);
 }
 
 void SelectionGroup::blend()
@@ -351,7 +356,7 @@ void NonSelectionVisitor::fade(KrRenderShape& shape)
 {
     osg::ref_ptr<SelectionGroup> wrapper = wrapperOf(shape);
     if (!wrapper) {
-        wrapper = new SelectionGroup(&shape, nullptr);
+        wrapper = new SelectionGroup(&shape, false);
         // Planned, not done: the list of children that the walk stands in must not change.
         m_additions.push_back({{wrapper, &shape}, true});
         for (osg::Group* parent : shape.getParents()) {
@@ -385,8 +390,9 @@ void NonSelectionVisitor::replace(osg::Group& parent, osg::Node& oldChild, osg::
     m_removals.emplace_back(&parent, &oldChild);
 }
 
-/// Marks one shape; its old links, if it gets a wrapper now, come behind `cuts`.
-void select(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key, Links& cuts)
+/// Marks one shape.
+/// @param cuts  as SelectionGroup's
+void select(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key, Links* cuts)
 {
     if (manipulator == nullptr) {
         return;
@@ -407,7 +413,7 @@ void select(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key, L
     osg::ref_ptr<SelectionGroup> wrapper = wrapperOf(*shape);
     if (!wrapper) {
         // Shows the shape as selected on its own.
-        wrapper = new SelectionGroup(shape, &cuts);
+        wrapper = new SelectionGroup(shape, true, cuts);
     } else {
         wrapper->showSelected();
     }
@@ -417,9 +423,7 @@ void select(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key, L
 
 void KrRenderSelection::setSelected(KrRenderManipulator* manipulator, const KrShapeStateCacheKey& key)
 {
-    Links cuts;
-    select(manipulator, key, cuts);
-    cutAll(cuts);
+    select(manipulator, key, nullptr);
 }
 
 void KrRenderSelection::setSelected(const std::vector<osg::ref_ptr<KrRenderManipulator>>& manipulators,
@@ -427,7 +431,7 @@ void KrRenderSelection::setSelected(const std::vector<osg::ref_ptr<KrRenderManip
 {
     Links cuts;
     for (const KrShapeStateCacheKey& key : keys) {
-        select(key.manipID() < manipulators.size() ? manipulators[key.manipID()].get() : nullptr, key, cuts);
+        select(key.manipID() < manipulators.size() ? manipulators[key.manipID()].get() : nullptr, key, &cuts);
     }
     cutAll(cuts);
 }

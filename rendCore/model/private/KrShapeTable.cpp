@@ -114,11 +114,11 @@ void KrShapeTable::takeAllOver()
 {
     ++m_generation;
     m_arena = new KrMeshArena;
-    std::vector<osg::ref_ptr<KrRenderShape>> shapes;
-    for (const auto& [address, entry] : m_entries) {
-        shapes.emplace_back(entry.shape.get());
-    }
     if (m_hasLevels) {
+        std::vector<osg::ref_ptr<KrRenderShape>> shapes;
+        for (const auto& [address, entry] : m_entries) {
+            shapes.emplace_back(entry.shape.get());
+        }
         makeLevelsOf(shapes);
     }
     for (auto known = m_entries.begin(); known != m_entries.end();) {
