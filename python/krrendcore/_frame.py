@@ -102,7 +102,8 @@ class Frame(_Drawn):
 
         :param masks: of this frame, from :meth:`Renderer.amodal_masks`
         """
-        seen = np.bincount(self.labels.ravel(), minlength=len(masks) + 1)[1:]
+        # The type that it counts with, which a 32-bit machine does not reach from that of labels by itself.
+        seen = np.bincount(self.labels.ravel().astype(np.intp), minlength=len(masks) + 1)[1:]
         alone = np.count_nonzero(masks, axis=(1, 2))
         return np.divide(seen, alone, out=np.full(len(masks), np.nan), where=alone > 0)
 

@@ -363,8 +363,9 @@ TEST(KrMeshLevels, FlatFacesAreNotShadedByTheirRoundedEdges)
             }
         }
         EXPECT_NEAR(area, 4.0 * std::acos(-1.0), 0.4) << "top and bottom, both twice";
-        // 2.6 degrees: the picture's brightness changes by a hundredth or two.
-        EXPECT_LT(wrong, 0.02 * area) << "level " << i;
+        // 2.6 degrees: the picture's brightness changes by a hundredth or two. Which edges go depends on the last bits
+        // of numbers, which 32-bit processors keep more of.
+        EXPECT_LT(wrong, 0.03 * area) << "level " << i;
     }
     EXPECT_GT(numSeen, 1u);
 }
