@@ -248,6 +248,38 @@ bool Builder::usesTexture() const
            });
 }
 
+/// One mesh of one group out of several.
+KrKnownMesh joined(const std::vector<KrTriPhysicalExtent>& meshes, const std::string& material)
+{
+    KrKnownMesh lists;
+    std::vector<KrTriangle> triangles;
+    for (const KrTriPhysicalExtent& mesh : meshes) {
+        // Most volumes have one part; of several the list grows as it likes.
+        if (triangles.empty()) {
+            triangles.reserve(mesh.numTriangles());
+        }
+        // The part's indices move behind those of the parts before it.
+        const std::uint32_t firstVertex = lists.vertices.size();
+        const std::uint32_t firstNormal = lists.normals.size();
+        lists.vertices.values().insert(lists.vertices.end(), mesh.vertices().begin(), mesh.vertices().end());
+        lists.normals.values().insert(lists.normals.end(), mesh.normals().begin(), mesh.normals().end());
+        const std::size_t first = triangles.size();
+        for (const KrTriPhysicalExtent::Group& group : mesh.groups()) {
+            triangles.insert(triangles.end(), group.second().begin(), group.second().end());
+        }
+        // Without texture coordinates: a volume has one plain look.
+        const bool isMoved = firstVertex > 0 || firstNormal > 0 || !mesh.textureCoordinates().empty();
+        for (std::size_t i = first; i < triangles.size() && isMoved; ++i) {
+            for (unsigned int k = 0; k < 3; ++k) {
+                triangles[i].setCorner(k, firstVertex + triangles[i].vertex(k), firstNormal + triangles[i].normal(k),
+                                       0);
+            }
+        }
+    }
+    lists.groups.push_back({material, KrXmlVectorType<KrTriangle>(std::move(triangles))});
+    return lists;
+}
+
 } // namespace
 
 KrMeshBuilder::Result KrMeshBuilder::build(const KrMeshData& data, const Options& options)
@@ -263,42 +295,26 @@ KrMeshBuilder::Result KrMeshBuilder::build(KrMeshData&& data, const Options& opt
 boost::shared_ptr<KrTriPhysicalExtent>
 KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>& parts, const std::string& material)
 {
-    KrKnownMesh lists;
     bool isPlaced = false;
-    std::vector<KrTriangle> triangles;
+    // Copies: they stay as they are now whatever becomes of the parts.
+    std::vector<KrTriPhysicalExtent> meshes;
     for (const boost::shared_ptr<KrBasePhysicalExtent>& part : parts) {
         // The placed surface, tessellated where the part is a primitive.
-        const boost::shared_ptr<const KrTriPhysicalExtent> mesh = part->triExtent();
-        if (!mesh) {
-            continue;
-        }
-        isPlaced = isPlaced || !part->placement().isIdentity();
-        // Most volumes have one part; of several the list grows as it likes.
-        if (triangles.empty()) {
-            triangles.reserve(mesh->numTriangles());
-        }
-        // The part's indices move behind those of the parts before it.
-        const std::uint32_t firstVertex = lists.vertices.size();
-        const std::uint32_t firstNormal = lists.normals.size();
-        lists.vertices.values().insert(lists.vertices.end(), mesh->vertices().begin(), mesh->vertices().end());
-        lists.normals.values().insert(lists.normals.end(), mesh->normals().begin(), mesh->normals().end());
-        const std::size_t first = triangles.size();
-        for (const KrTriPhysicalExtent::Group& group : mesh->groups()) {
-            triangles.insert(triangles.end(), group.second().begin(), group.second().end());
-        }
-        // Without texture coordinates: a volume has one plain look.
-        const bool isMoved = firstVertex > 0 || firstNormal > 0 || !mesh->textureCoordinates().empty();
-        for (std::size_t i = first; i < triangles.size() && isMoved; ++i) {
-            for (unsigned int k = 0; k < 3; ++k) {
-                triangles[i].setCorner(k, firstVertex + triangles[i].vertex(k), firstNormal + triangles[i].normal(k),
-                                       0);
-            }
+        if (const boost::shared_ptr<const KrTriPhysicalExtent> mesh = part->triExtent()) {
+            isPlaced = isPlaced || !part->placement().isIdentity();
+            meshes.push_back(*mesh);
         }
     }
-    lists.groups.push_back({material, KrXmlVectorType<KrTriangle>(std::move(triangles))});
     boost::shared_ptr<KrTriPhysicalExtent> merged(new KrTriPhysicalExtent);
-    // The triangles of the parts are good; a placement may have moved them too far away to be drawn.
-    if (!isPlaced || lists.areNumbersWhole()) {
+    // The triangles of the parts are good. Few look at a volume, so its lists, as long as those of what it encloses,
+    // wait for them.
+    if (!isPlaced) {
+        KrKnownMesh::moveLater([meshes = std::move(meshes), material] { return joined(meshes, material); }, *merged);
+        return merged;
+    }
+    // A placement may have moved them too far away to be drawn.
+    KrKnownMesh lists = joined(meshes, material);
+    if (lists.areNumbersWhole()) {
         lists.moveTo(*merged, nullptr);
         return merged;
     }

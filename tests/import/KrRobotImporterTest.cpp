@@ -162,7 +162,13 @@ TEST_F(KrRobotImporterTest, AMeshThatIsSeenAndCollidesIsOne)
     EXPECT_NE(dynamic_cast<const KrSpherePhysicalExtent*>(collision("sphere", 0)), nullptr);
     EXPECT_NE(dynamic_cast<const KrCylinderPhysicalExtent*>(collision("sphere", 1)), nullptr);
 
-    // The volume of a mesh that is seen has a look of its own.
+    // The volume of a mesh that is seen has a look of its own, and is what it was although it is made when it is asked
+    // for.
+    auto* const changed = dynamic_cast<KrTriPhysicalExtent*>(in.link("single").shape()->mutablePhysicalExtent());
+    ASSERT_NE(changed, nullptr);
+    ASSERT_TRUE(changed->setMesh(KrXmlVectorVector({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}), {}, {},
+                                 KrXmlVectorType<KrTriPhysicalExtent::Group>(
+                                     {{std::string("one"), KrXmlVectorType<KrTriangle>({KrTriangle(0, 1, 2)})}})));
     std::vector<const KrShape*> list;
     in.link("single").shape()->boundingVolumes(list, 4);
     ASSERT_EQ(list.size(), 1u);

@@ -287,19 +287,50 @@ bool KrKnownMesh::areNumbersWhole() const
 
 void KrKnownMesh::moveTo(KrTriPhysicalExtent& mesh, const std::shared_ptr<const KrIndexedMesh>& indexedMesh)
 {
-    mesh.m_vertices = std::move(vertices);
-    mesh.m_normals = std::move(normals);
-    mesh.m_textureCoordinates = std::move(textureCoordinates);
-    mesh.m_groups = std::move(groups);
+    mesh.m_lists = KrTriPhysicalExtent::SharedLists(KrTriPhysicalExtent::Lists{
+        std::move(vertices), std::move(normals), std::move(textureCoordinates), std::move(groups)});
     mesh.m_indexedMesh.set(indexedMesh);
     mesh.touch();
+}
+
+void KrKnownMesh::moveLater(std::function<KrKnownMesh()> make, KrTriPhysicalExtent& mesh)
+{
+    mesh.m_lists = KrTriPhysicalExtent::SharedLists([make = std::move(make)] {
+        KrKnownMesh known = make();
+        return KrTriPhysicalExtent::Lists{std::move(known.vertices), std::move(known.normals),
+                                          std::move(known.textureCoordinates), std::move(known.groups)};
+    });
+    mesh.m_indexedMesh.set(nullptr);
+    mesh.touch();
+}
+
+KrTriPhysicalExtent::SharedLists::SharedLists(Lists&& lists)
+{
+    m_kept->lists = std::move(lists);
+}
+
+KrTriPhysicalExtent::SharedLists::SharedLists(std::function<Lists()> make)
+{
+    m_kept->make = std::move(make);
+    m_kept->isMade = false;
+}
+
+// Under the lock: a second thread waits for the first one's.
+void KrTriPhysicalExtent::SharedLists::make() const
+{
+    const std::lock_guard<std::mutex> lock(m_kept->mutex);
+    if (m_kept->make) {
+        m_kept->lists = m_kept->make();
+        m_kept->make = nullptr;
+        m_kept->isMade.store(true, std::memory_order_release);
+    }
 }
 
 // Of the groups as they are, without the triangles that were left out.
 std::size_t KrTriPhysicalExtent::numTriangles() const
 {
     std::size_t count = 0;
-    for (const Group& group : m_groups) {
+    for (const Group& group : groups()) {
         count += group.second().size();
     }
     return count;
@@ -307,13 +338,13 @@ std::size_t KrTriPhysicalExtent::numTriangles() const
 
 unsigned int KrTriPhysicalExtent::numGroupNames() const
 {
-    return m_groups.size();
+    return groups().size();
 }
 
 // Empty beyond the last one.
 std::string KrTriPhysicalExtent::groupName(unsigned int i) const
 {
-    return i < m_groups.size() ? m_groups[i].first().value() : std::string();
+    return i < groups().size() ? groups()[i].first().value() : std::string();
 }
 
 // A material for a group that is not there yet is kept for it.
@@ -348,10 +379,8 @@ bool KrTriPhysicalExtent::setMesh(KrXmlVectorVector&& vertices, KrXmlVectorVecto
                                      check.problem().c_str());
         return false;
     }
-    m_vertices = std::move(vertices);
-    m_normals = std::move(normals);
-    m_textureCoordinates = std::move(textureCoordinates);
-    m_groups = std::move(groups);
+    m_lists =
+        SharedLists(Lists{std::move(vertices), std::move(normals), std::move(textureCoordinates), std::move(groups)});
     m_indexedMesh.set(nullptr);
     touch();
     return true;
@@ -373,15 +402,13 @@ KrTriPhysicalExtent::transformed(const KrCoordinateSystemTransformation& pose) c
     const auto result = boost::make_shared<KrTriPhysicalExtent>();
     // A copy without a placement: the triangles are where the placement puts them.
     result->m_materialName = m_materialName;
-    result->m_vertices = m_vertices;
-    result->m_normals = m_normals;
-    result->m_textureCoordinates = m_textureCoordinates;
-    result->m_groups = m_groups;
     result->m_materialMap = m_materialMap;
-    for (KrVector& vertex : result->m_vertices) {
+    Lists& moved = result->m_lists.own();
+    moved = m_lists.get();
+    for (KrVector& vertex : moved.vertices) {
         vertex = pose.transformPoint(vertex);
     }
-    for (KrVector& normal : result->m_normals) {
+    for (KrVector& normal : moved.normals) {
         normal = pose.transformDirection(normal);
     }
     // What was prepared here, or read from a cache, is not made once more.
@@ -407,7 +434,7 @@ bool KrTriPhysicalExtent::setIndexedMesh(const std::shared_ptr<const KrIndexedMe
     if (indexedMesh) {
         const bool isFitting =
             indexedMesh->isConsistent() &&
-            std::equal(m_groups.begin(), m_groups.end(), indexedMesh->levels[0].groups.begin(),
+            std::equal(groups().begin(), groups().end(), indexedMesh->levels[0].groups.begin(),
                        indexedMesh->levels[0].groups.end(), [](const Group& group, const KrIndexedMesh::Range& range) {
                            return range.count == std::uint64_t{3} * group.second().size();
                        });
@@ -469,6 +496,16 @@ void KrTriPhysicalExtent::KeptIndexedMesh::set(const std::shared_ptr<const KrInd
     m_mesh = indexedMesh;
 }
 
+bool KrTriPhysicalExtent::read(KrXmlReader& reader)
+{
+    // What is read in place goes into the lists, which are not to be a copy's as well. Another mesh is read into a new
+    // object, whose lists are taken over.
+    if (reader.isScratch()) {
+        m_lists = SharedLists();
+    }
+    return KrBasePhysicalExtent::read(reader);
+}
+
 KrXmlToken KrTriPhysicalExtent::token() const
 {
     return {KrXmlNamespace::core(), "mesh"};
@@ -477,10 +514,13 @@ KrXmlToken KrTriPhysicalExtent::token() const
 void KrTriPhysicalExtent::registerComponents()
 {
     KrBasePhysicalExtent::registerComponents();
-    registerComponent({KrXmlNamespace::core(), "vertices"}, m_vertices);
-    registerComponent({KrXmlNamespace::core(), "normals"}, m_normals, Presence::Optional);
-    registerComponent({KrXmlNamespace::core(), "textureCoordinates"}, m_textureCoordinates, Presence::Optional);
-    registerComponent({KrXmlNamespace::core(), "groups"}, m_groups);
+    // Made, if they are not: they are looked at next.
+    m_lists.get();
+    Lists& lists = m_lists.own();
+    registerComponent({KrXmlNamespace::core(), "vertices"}, lists.vertices);
+    registerComponent({KrXmlNamespace::core(), "normals"}, lists.normals, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "textureCoordinates"}, lists.textureCoordinates, Presence::Optional);
+    registerComponent({KrXmlNamespace::core(), "groups"}, lists.groups);
     registerComponent({KrXmlNamespace::core(), "materialMap"}, m_materialMap, Presence::Optional);
 }
 
@@ -488,7 +528,8 @@ void KrTriPhysicalExtent::registerComponents()
 bool KrTriPhysicalExtent::completeRead(KrXmlReader& reader)
 {
     m_indexedMesh.set(nullptr);
-    MeshCheck check(m_vertices, m_normals, m_textureCoordinates, m_groups);
+    Lists& lists = m_lists.own();
+    MeshCheck check(lists.vertices, lists.normals, lists.textureCoordinates, lists.groups);
     // The base class first: it marks the extent as changed, whatever the check finds.
     return KrBasePhysicalExtent::completeRead(reader) && (check.run() || reader.fail("%s", check.problem().c_str()));
 }

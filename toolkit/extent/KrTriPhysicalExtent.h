@@ -7,6 +7,8 @@
 #include <toolkit/math/KrXmlVectorVector.h>
 #include <toolkit/xml/KrXmlPairType.h>
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,7 +18,8 @@ struct KrKnownMesh;
 
 /// A triangle mesh in named groups, each group with one material.
 ///
-/// Validated where it is made: every index is in range, every number finite, every corner has a normal.
+/// Validated where it is made: every index is in range, every number finite, every corner has a normal. Copies share
+/// the lists of the mesh for as long as neither is set anew; several threads may look at them.
 class KrTriPhysicalExtent : public KrXmlObjectOf<KrTriPhysicalExtent, KrBasePhysicalExtent>
 {
 public:
@@ -25,11 +28,11 @@ public:
     KrTriPhysicalExtent() = default;
 
     /// In the extent's own frame, m; normals have length 1. Borrowed until the mesh is set anew.
-    const KrXmlVectorVector& vertices() const { return m_vertices; }
-    const KrXmlVectorVector& normals() const { return m_normals; }
+    const KrXmlVectorVector& vertices() const { return m_lists.get().vertices; }
+    const KrXmlVectorVector& normals() const { return m_lists.get().normals; }
     /// Empty for a mesh without texture coordinates.
-    const KrXmlVectorType<KrPlanarVector>& textureCoordinates() const { return m_textureCoordinates; }
-    const KrXmlVectorType<Group>& groups() const { return m_groups; }
+    const KrXmlVectorType<KrPlanarVector>& textureCoordinates() const { return m_lists.get().textureCoordinates; }
+    const KrXmlVectorType<Group>& groups() const { return m_lists.get().groups; }
     std::size_t numTriangles() const;
 
     unsigned int numGroupNames() const override;
@@ -67,6 +70,7 @@ public:
     /// @return false for one that is not consistent or has other groups; the form is then as it was
     bool setIndexedMesh(const std::shared_ptr<const KrIndexedMesh>& indexedMesh);
 
+    bool read(KrXmlReader& reader) override;
     KrXmlToken token() const override;
     void registerComponents() override;
 
@@ -77,6 +81,48 @@ protected:
 
 private:
     friend struct KrKnownMesh;
+
+    struct Lists
+    {
+        KrXmlVectorVector vertices;
+        KrXmlVectorVector normals;
+        KrXmlVectorType<KrPlanarVector> textureCoordinates;
+        KrXmlVectorType<Group> groups;
+    };
+
+    /// The lists of the mesh, which its copies share: who changes them takes new ones. They may be made by whoever asks
+    /// for them first. Never without lists, which is why nothing is moved out of it.
+    class SharedLists
+    {
+    public:
+        SharedLists() = default;
+        explicit SharedLists(Lists&& lists);
+        explicit SharedLists(std::function<Lists()> make);
+        SharedLists(const SharedLists& other) = default;
+        SharedLists& operator=(const SharedLists& other) = default;
+
+        const Lists& get() const
+        {
+            if (!m_kept->isMade.load(std::memory_order_acquire)) {
+                make();
+            }
+            return m_kept->lists;
+        }
+        /// To be filled by their only owner.
+        Lists& own() { return m_kept->lists; }
+
+    private:
+        struct Kept
+        {
+            Lists lists;
+            std::atomic<bool> isMade{true};
+            std::mutex mutex;
+            std::function<Lists()> make; ///< none when they are made
+        };
+        void make() const;
+
+        std::shared_ptr<Kept> m_kept = std::make_shared<Kept>();
+    };
 
     /// The indexed mesh, if there is one yet, and the lock under which it is made. Copies share what is there.
     class KeptIndexedMesh
@@ -98,10 +144,7 @@ private:
         std::shared_ptr<const KrIndexedMesh> m_mesh;
     };
 
-    KrXmlVectorVector m_vertices;
-    KrXmlVectorVector m_normals;
-    KrXmlVectorType<KrPlanarVector> m_textureCoordinates;
-    KrXmlVectorType<Group> m_groups;
+    SharedLists m_lists;
     KrMaterialMap m_materialMap;
     mutable KeptIndexedMesh m_indexedMesh;
 };
