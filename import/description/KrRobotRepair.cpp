@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <set>
 #include <utility>
@@ -187,7 +188,7 @@ void Repair::addMissingLinks()
         names.insert(link.name);
     }
     for (const Joint& joint : m_robot.joints) {
-        for (const std::string& name : {joint.parent, joint.child}) {
+        for (const std::string& name : {std::cref(joint.parent), std::cref(joint.child)}) {
             if (names.insert(name).second) {
                 // The joint is the only place in the file that tells of the link.
                 warn(joint.place, "joint " + joint.name, "link \"" + name + "\" is not defined; an empty one is added");
@@ -220,6 +221,7 @@ const std::string& Repair::rootOf(const std::string& link)
 bool Repair::cutToTree()
 {
     std::vector<Joint> kept;
+    kept.reserve(m_robot.joints.size());
     for (Joint& joint : m_robot.joints) {
         bool closesCircle = rootOf(joint.parent) == joint.child;
         const bool hasParent = m_parents.count(joint.child) > 0;

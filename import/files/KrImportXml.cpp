@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace
 {
@@ -51,6 +52,13 @@ bool declaresEncoding(const std::string& content)
     const std::size_t at = declaration.find("encoding");
     return content.compare(0, 5, "<?xml") == 0 && at != std::string::npos &&
            declaration.find("utf-8", at) == std::string::npos && declaration.find("utf8", at) == std::string::npos;
+}
+
+/// Comments, blanks and elements of other vocabularies are passed over by all readers.
+/// @param name  null for any
+bool isElement(const xmlNode& node, const char* name)
+{
+    return node.type == XML_ELEMENT_NODE && !(node.ns && node.ns->prefix) && (!name || isNamed(node, name));
 }
 
 /// Starts with the byte order mark of UTF-16, either way.
@@ -144,11 +152,12 @@ KrImportXml::UniqueDocument KrImportXml::parse(std::string& content, Text text, 
     // No network, nothing on the standard error, and lines beyond 65535 counted. What would load a DTD or replace
     // entities has options of its own, which are not set.
     const int options =
-        XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES |
+        // Without a piece of memory for each short text.
+        XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES | XML_PARSE_COMPACT |
         // A text may have 10 MB unless HUGE is set, and the numbers of a mesh have more. Without
         // CDATA nodes every text is of one kind.
-        // Blanks between the elements of a mesh, and a piece of memory for each short text, are half of the tree.
-        (text == Text::Long ? XML_PARSE_HUGE | XML_PARSE_NOCDATA | XML_PARSE_NOBLANKS | XML_PARSE_COMPACT : 0);
+        // Blanks between the elements of a mesh are half of the tree.
+        (text == Text::Long ? XML_PARSE_HUGE | XML_PARSE_NOCDATA | XML_PARSE_NOBLANKS : 0);
     UniqueDocument document(
         xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), nullptr, nullptr, options));
     // First: whatever a parser that was stopped gives back, it is no whole document.
@@ -185,9 +194,7 @@ std::vector<xmlNode*> KrImportXml::children(const xmlNode& node, const char* nam
 {
     std::vector<xmlNode*> found;
     for (xmlNode* child = node.children; child; child = child->next) {
-        // Comments, blanks and elements of other vocabularies are passed over by all readers.
-        const bool isPlain = child->type == XML_ELEMENT_NODE && (!child->ns || !child->ns->prefix);
-        if (isPlain && (!name || isNamed(*child, name))) {
+        if (isElement(*child, name)) {
             found.push_back(child);
         }
     }
@@ -196,8 +203,11 @@ std::vector<xmlNode*> KrImportXml::children(const xmlNode& node, const char* nam
 
 xmlNode* KrImportXml::child(const xmlNode& node, const char* name)
 {
-    const std::vector<xmlNode*> found = children(node, name);
-    return found.empty() ? nullptr : found.front();
+    xmlNode* child = node.children;
+    while (child && !isElement(*child, name)) {
+        child = child->next;
+    }
+    return child;
 }
 
 bool KrImportXml::attribute(const xmlNode& node, const char* name, std::string& value)
@@ -249,11 +259,16 @@ std::string KrImportXml::textOf(const xmlNode& node)
 
 bool KrImportXml::numbers(const std::string& text, std::vector<double>& values)
 {
-    std::string spaced = text;
+    std::string spaced;
+    std::string_view rest = text;
     // Commas between numbers are a common slip; as a decimal point nobody writes them in these files.
-    std::replace(spaced.begin(), spaced.end(), ',', ' ');
+    if (text.find(',') != std::string::npos) {
+        spaced = text;
+        std::replace(spaced.begin(), spaced.end(), ',', ' ');
+        rest = spaced;
+    }
     std::vector<double> read;
-    std::string_view rest = spaced;
+    read.reserve(4); // most have 1, 3 or 4
     while (!KrXmlText::atEnd(rest)) {
         if (rest.front() == '+') {
             rest.remove_prefix(1);
@@ -266,7 +281,7 @@ bool KrImportXml::numbers(const std::string& text, std::vector<double>& values)
         read.push_back(value);
     }
     // Only now: a text that is not good to its end leaves the caller's list as it was.
-    values = read;
+    values = std::move(read);
     return true;
 }
 

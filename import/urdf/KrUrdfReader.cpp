@@ -138,6 +138,7 @@ bool Reader::run(std::string& why)
         why = "it has too many joints; " + std::to_string(m_limits.maxLinks) + " are read";
         return false;
     }
+    m_result.joints.reserve(joints.size());
     for (const xmlNode* const node : joints) {
         Joint joint;
         if (readJoint(*node, joint)) {
@@ -159,7 +160,7 @@ bool Reader::values(const xmlNode& node, const char* name, std::size_t count, co
     if (KrImportXml::numbers(text, read) && read.size() == count) {
         // Coordinates beyond single precision would be infinite on their way to the screen.
         if (std::none_of(read.begin(), read.end(), isTooFar)) {
-            result = read;
+            result = std::move(read);
             return true;
         }
         warn(node, element, std::string(name) + " " + told(text) + " is too large; it is left out");
@@ -253,7 +254,9 @@ bool Reader::readColor(const xmlNode& node, const std::string& element, std::arr
 bool Reader::readLinks()
 {
     std::set<std::string> names;
-    for (const xmlNode* const node : KrImportXml::children(m_robot, "link")) {
+    const std::vector<xmlNode*> links = KrImportXml::children(m_robot, "link");
+    m_result.links.reserve(std::min(links.size(), m_limits.maxLinks));
+    for (const xmlNode* const node : links) {
         const std::string name = attributeOf(*node, "name");
         if (name.empty()) {
             warn(*node, "link", "a link without a name is left out");

@@ -4,6 +4,7 @@
 
 #include <toolkit/foundation/private/KrText.h>
 
+#include <cstring>
 #include <vector>
 
 namespace
@@ -14,10 +15,13 @@ constexpr std::size_t kMaxNames = 20; // of macros in one message
 /// By the prefix too: it is often left undeclared, and then belongs to the name.
 bool isXacro(const xmlNode& node)
 {
-    const std::string space = node.ns && node.ns->href ? reinterpret_cast<const char*>(node.ns->href) : "";
+    // Most elements have no prefix, so their names are not put together for it.
+    if (!node.ns || !node.ns->prefix) {
+        return node.name && std::strncmp(reinterpret_cast<const char*>(node.name), "xacro:", 6) == 0;
+    }
     // A prefix may be declared for another word than "xacro", or the word be used without any declaration.
     return KrImportXml::nameOf(node).compare(0, 6, "xacro:") == 0 ||
-           (node.ns && node.ns->prefix && space.find("xacro") != std::string::npos);
+           (node.ns->href && std::strstr(reinterpret_cast<const char*>(node.ns->href), "xacro") != nullptr);
 }
 
 } // namespace
@@ -49,10 +53,10 @@ std::string KrXacroRemains::text() const
            " and " + std::to_string(m_expressions) + " expressions remain";
 }
 
-bool KrXacroRemains::isExpression(const std::string& value)
+bool KrXacroRemains::isExpression(std::string_view value)
 {
     // What is computed, and what is substituted.
-    return value.find("${") != std::string::npos || value.find("$(") != std::string::npos;
+    return value.find("${") != std::string_view::npos || value.find("$(") != std::string_view::npos;
 }
 
 void KrXacroRemains::count(const xmlNode& node)

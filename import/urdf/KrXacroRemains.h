@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <string_view>
 
 /// What is left in a robot description of the macro language xacro, which should have been expanded.
 class KrXacroRemains
@@ -18,7 +19,7 @@ public:
     std::string text() const;
 
     /// Whether an attribute's value waits for its expansion: "${width}", "$(find package)".
-    static bool isExpression(const std::string& value);
+    static bool isExpression(std::string_view value);
 
 private:
     void count(const xmlNode& node);

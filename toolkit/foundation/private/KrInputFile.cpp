@@ -138,15 +138,20 @@ bool KrInputFile::readAll(std::string& content)
 {
     // What readLine has read ahead belongs to the rest.
     std::string whole = m_buffer.substr(m_start);
-    // One block more, to see the end; files of some systems have size 0 and yet something inside.
-    whole.reserve(whole.size() + static_cast<std::size_t>(m_size - std::min(m_size, m_numBytes)) + kBlockSize);
-    for (std::size_t count = 1; count > 0;) {
+    // The rest of a regular file and a byte more, to see the end; files of some systems have size 0 and yet something
+    // inside.
+    std::size_t step = m_size > m_numBytes ? static_cast<std::size_t>(m_size - m_numBytes) + 1 : kBlockSize;
+    for (std::size_t count = 1; count > 0; step = kBlockSize) {
         const std::size_t held = whole.size();
-        whole.resize(std::max(whole.capacity(), held + kBlockSize));
+        whole.resize(held + step);
         const bool isRead = read(&whole[held], whole.size() - held, count);
         whole.resize(held + (isRead ? count : 0));
         if (!isRead) {
             return false;
+        }
+        // The byte more was not there.
+        if (count < step && m_numBytes == m_size) {
+            break;
         }
     }
     // Moved at the end: on failure `content` is as it was.
