@@ -515,11 +515,9 @@ void Finder::findByPairs(const std::uint32_t* corners, Part& part)
             continue;
         }
         Sum sum;
-        std::size_t place = 0;
-        for (std::uint64_t rest = blended[i]; rest != 0; rest >>= 1, ++place) {
-            if ((rest & 1) != 0) {
-                sum.add(fan, place);
-            }
+        // From the lowest bit on; each is taken out when it is done.
+        for (std::uint64_t rest = blended[i]; rest != 0; rest &= rest - 1) {
+            sum.add(fan, static_cast<std::size_t>(__builtin_ctzll(rest)));
         }
         const std::uint32_t number = part.add(sum, i);
         // Where a surface is smooth all corners blend with the same ones, and have one normal.

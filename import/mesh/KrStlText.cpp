@@ -65,6 +65,10 @@ bool readBinary(std::string_view content, std::uint64_t maxTriangles, KrStlText:
     const char* place = content.data() + kCountEnd + kNormalBytes;
     for (Facet& facet : mesh.facets) {
         std::memcpy(facet.data(), place, sizeof facet);
+        // Adding 0 makes 0 of -0.
+        for (float& number : facet) {
+            number += 0.0f;
+        }
         place += kFacetBytes;
     }
     return true;
@@ -104,7 +108,7 @@ bool readText(std::string_view content, std::uint64_t maxTriangles, KrStlText::M
                 return refuse(why, "a vertex is not three numbers");
             }
             // What single precision does not hold has no conversion.
-            *number = static_cast<float>(std::clamp(value, -3.4e38, 3.4e38));
+            *number = static_cast<float>(std::clamp(value, -3.4e38, 3.4e38)) + 0.0f;
         }
         if (numCorners < 3) {
             continue;

@@ -13,7 +13,7 @@
 class KrStlText
 {
 public:
-    /// x, y and z of three corners; any numbers.
+    /// x, y and z of three corners; any numbers but minus zero, which is 0 here.
     using Facet = std::array<float, 9>;
     struct Mesh
     {

@@ -99,6 +99,11 @@ TEST_F(KrMeshImportTest, StlNormalsComeFromTheTrianglesWhateverTheFileClaims)
     for (const char* const name : {"b.STL", "c.Stl"}) {
         EXPECT_NEAR(volume(importMesh(name, binaryStl(box(1, 2, 3))).mesh("base")), 6.0, 1e-5) << name;
     }
+    // Both zeros are one place.
+    const std::vector<Corners> square = {{KrVector(0, 0, 0), KrVector(1, 0, 0), KrVector(1, 1, 0)},
+                                         {KrVector(-0.0, 0, -0.0), KrVector(1, 1, 0), KrVector(0, 1, 0)}};
+    EXPECT_EQ(importMesh("d.stl", stl(square)).mesh("base").vertices().size(), 4u);
+    EXPECT_EQ(importMesh("e.stl", binaryStl(square)).mesh("base").vertices().size(), 4u);
 }
 
 TEST_F(KrMeshImportTest, BadNormalsAreComputedAndGoodOnesKept)

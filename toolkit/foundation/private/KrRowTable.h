@@ -27,13 +27,14 @@ public:
     KrRowTable& operator=(const KrRowTable&) = delete;
 
     /// The number of the row, from 0 on; fewer than 2^32 - 1 rows fit.
-    std::uint32_t number(const Row& row)
+    std::uint32_t number(const Row& row) { return number(row, hash(row)); }
+    /// The same for who has its hash() already.
+    std::uint32_t number(const Row& row, std::uint32_t rowHash)
     {
         // Half full at most, which keeps the searches short.
         if (m_room == 0 && !grow()) {
             return numberInTree(row);
         }
-        const std::uint32_t rowHash = hash(row);
         Slot* const slot = find(row, rowHash);
         if (slot == nullptr) {
             plantTree();
@@ -78,7 +79,7 @@ public:
         return rows;
     }
 
-    /// By which rows are spread; here so that tests can make rows that it does not spread.
+    /// By which rows are spread: the lower bits choose their place in the table.
     static std::uint32_t hash(const Row& row)
     {
         // A sum of products, one for each word, which wait for none of the others. Multiplying carries bits upwards, so
