@@ -66,6 +66,20 @@ ExtentPointer primitiveOf(const Geometry& geometry)
     }
 }
 
+/// Whether each size is one that any primitive has a surface with.
+bool isOrdinary(const Geometry& geometry)
+{
+    const auto isSize = [](double size) { return size > 1e-20 && size < 1e20; };
+    switch (geometry.form) {
+    case Geometry::Form::Box:
+        return isSize(geometry.size.x()) && isSize(geometry.size.y()) && isSize(geometry.size.z());
+    case Geometry::Form::Sphere:
+        return isSize(geometry.radius);
+    default:
+        return isSize(geometry.radius) && isSize(geometry.length);
+    }
+}
+
 } // namespace
 
 KrShapeBuilder::KrShapeBuilder(const KrRobotDescription& robot, KrPathResolver& resolver,
@@ -162,13 +176,16 @@ ExtentPointer KrShapeBuilder::extentOf(const Element& element)
     extent->setPlacement(element.shape.placement);
     // Before the surface is asked for: another name would have it made anew.
     extent->setMaterialName(element.material);
+    // For a collision shape the surface is not made, as long as it is sure that there is one and no texture needs its
+    // coordinates.
+    const bool isSure = element.isCollision && isOrdinary(element.shape.geometry) && !hasTexture(element.material);
     // The surface itself is asked: which sizes leave nothing of it is the primitive's own knowledge.
-    if (numTriangles(*extent) == 0) {
+    if (!isSure && numTriangles(*extent) == 0) {
         warn(element, "its size is zero; nothing is drawn");
         return nullptr;
     }
     // Not every primitive has them.
-    const bool hasCoordinates = extent->triExtent() && !extent->triExtent()->textureCoordinates().empty();
+    const bool hasCoordinates = !isSure && extent->triExtent() && !extent->triExtent()->textureCoordinates().empty();
     const std::string material = usableMaterial(hasCoordinates, element);
     // A single collision shape is seldom looked at: its surface is made once more for who does. Several are merged.
     if (material != element.material || (element.isCollision && element.link.collisions.size() == 1)) {

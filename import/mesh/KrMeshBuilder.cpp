@@ -248,27 +248,34 @@ bool Builder::usesTexture() const
            });
 }
 
-/// One mesh of one group out of several.
-KrKnownMesh joined(const std::vector<KrTriPhysicalExtent>& meshes, const std::string& material)
+using Parts = std::vector<boost::shared_ptr<KrBasePhysicalExtent>>;
+
+/// One mesh of one group out of the placed surfaces of several extents.
+KrKnownMesh joined(const Parts& parts, const std::string& material)
 {
     KrKnownMesh lists;
     std::vector<KrTriangle> triangles;
-    for (const KrTriPhysicalExtent& mesh : meshes) {
+    for (const boost::shared_ptr<KrBasePhysicalExtent>& part : parts) {
+        // Tessellated where the part is a primitive.
+        const boost::shared_ptr<const KrTriPhysicalExtent> mesh = part->triExtent();
+        if (!mesh) {
+            continue;
+        }
         // Most volumes have one part; of several the list grows as it likes.
         if (triangles.empty()) {
-            triangles.reserve(mesh.numTriangles());
+            triangles.reserve(mesh->numTriangles());
         }
         // The part's indices move behind those of the parts before it.
         const std::uint32_t firstVertex = lists.vertices.size();
         const std::uint32_t firstNormal = lists.normals.size();
-        lists.vertices.values().insert(lists.vertices.end(), mesh.vertices().begin(), mesh.vertices().end());
-        lists.normals.values().insert(lists.normals.end(), mesh.normals().begin(), mesh.normals().end());
+        lists.vertices.values().insert(lists.vertices.end(), mesh->vertices().begin(), mesh->vertices().end());
+        lists.normals.values().insert(lists.normals.end(), mesh->normals().begin(), mesh->normals().end());
         const std::size_t first = triangles.size();
-        for (const KrTriPhysicalExtent::Group& group : mesh.groups()) {
+        for (const KrTriPhysicalExtent::Group& group : mesh->groups()) {
             triangles.insert(triangles.end(), group.second().begin(), group.second().end());
         }
         // Without texture coordinates: a volume has one plain look.
-        const bool isMoved = firstVertex > 0 || firstNormal > 0 || !mesh.textureCoordinates().empty();
+        const bool isMoved = firstVertex > 0 || firstNormal > 0 || !mesh->textureCoordinates().empty();
         for (std::size_t i = first; i < triangles.size() && isMoved; ++i) {
             for (unsigned int k = 0; k < 3; ++k) {
                 triangles[i].setCorner(k, firstVertex + triangles[i].vertex(k), firstNormal + triangles[i].normal(k),
@@ -278,6 +285,32 @@ KrKnownMesh joined(const std::vector<KrTriPhysicalExtent>& meshes, const std::st
     }
     lists.groups.push_back({material, KrXmlVectorType<KrTriangle>(std::move(triangles))});
     return lists;
+}
+
+/// Moves the lists into a mesh; false, after one message, where a placement has moved them too far away to be drawn.
+bool moveInto(KrTriPhysicalExtent& mesh, KrKnownMesh&& lists, const std::string& name)
+{
+    // The triangles of the parts are good.
+    if (lists.areNumbersWhole()) {
+        lists.moveTo(mesh, nullptr);
+        return true;
+    }
+    return mesh.setMesh(std::move(lists.vertices), std::move(lists.normals), {}, std::move(lists.groups), name);
+}
+
+/// Whether the surface is surely near enough to be drawn, wherever its placement turns it.
+bool isNear(const KrBasePhysicalExtent& part)
+{
+    constexpr double kNear = 1e30;
+    const auto isSmall = [](const KrVector& v) {
+        return std::abs(v.x()) < kNear && std::abs(v.y()) < kNear && std::abs(v.z()) < kNear;
+    };
+    // Without a placed copy of a mesh, which is as long as the mesh.
+    const auto* const own = dynamic_cast<const KrTriPhysicalExtent*>(&part);
+    const boost::shared_ptr<const KrTriPhysicalExtent> made = own ? nullptr : part.triExtent();
+    const KrTriPhysicalExtent* const mesh = own ? own : made.get();
+    return isSmall(part.placement().translation()) &&
+           (!mesh || std::all_of(mesh->vertices().begin(), mesh->vertices().end(), isSmall));
 }
 
 } // namespace
@@ -295,30 +328,21 @@ KrMeshBuilder::Result KrMeshBuilder::build(KrMeshData&& data, const Options& opt
 boost::shared_ptr<KrTriPhysicalExtent>
 KrMeshBuilder::merge(const std::vector<boost::shared_ptr<KrBasePhysicalExtent>>& parts, const std::string& material)
 {
-    bool isPlaced = false;
-    // Copies: they stay as they are now whatever becomes of the parts.
-    std::vector<KrTriPhysicalExtent> meshes;
-    for (const boost::shared_ptr<KrBasePhysicalExtent>& part : parts) {
-        // The placed surface, tessellated where the part is a primitive.
-        if (const boost::shared_ptr<const KrTriPhysicalExtent> mesh = part->triExtent()) {
-            isPlaced = isPlaced || !part->placement().isIdentity();
-            meshes.push_back(*mesh);
-        }
-    }
     boost::shared_ptr<KrTriPhysicalExtent> merged(new KrTriPhysicalExtent);
-    // The triangles of the parts are good. Few look at a volume, so its lists, as long as those of what it encloses,
-    // wait for them.
-    if (!isPlaced) {
-        KrKnownMesh::moveLater([meshes = std::move(meshes), material] { return joined(meshes, material); }, *merged);
-        return merged;
+    if (!std::all_of(parts.begin(), parts.end(), [](const auto& part) { return isNear(*part); })) {
+        return moveInto(*merged, joined(parts, material), material) ? merged : nullptr;
     }
-    // A placement may have moved them too far away to be drawn.
-    KrKnownMesh lists = joined(meshes, material);
-    if (lists.areNumbersWhole()) {
-        lists.moveTo(*merged, nullptr);
-        return merged;
+    // Few look at a volume, so its lists, as long as those of what it encloses, wait for who does. Until then it holds
+    // copies: they stay as they are now whatever becomes of the parts.
+    Parts copies;
+    for (const boost::shared_ptr<KrBasePhysicalExtent>& part : parts) {
+        copies.emplace_back(dynamic_cast<KrBasePhysicalExtent*>(part->clone()));
     }
-    const bool ok =
-        merged->setMesh(std::move(lists.vertices), std::move(lists.normals), {}, std::move(lists.groups), material);
-    return ok ? merged : nullptr;
+    const auto make = [copies = std::move(copies), material] {
+        KrTriPhysicalExtent mesh;
+        moveInto(mesh, joined(copies, material), material);
+        return mesh;
+    };
+    KrKnownMesh::moveLater(make, *merged);
+    return merged;
 }

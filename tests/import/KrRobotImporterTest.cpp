@@ -175,6 +175,9 @@ TEST_F(KrRobotImporterTest, AMeshThatIsSeenAndCollidesIsOne)
     EXPECT_NE(list[0]->physicalExtent(), seen);
     EXPECT_EQ(list[0]->physicalExtent()->groupName(0), "collision");
     EXPECT_NEAR(volume(*list[0]->physicalExtent()->triExtent()), 6.0, 1e-9);
+    in.robot().shape()->boundingVolumes(list, 4);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_NEAR(volume(*list[0]->physicalExtent()->triExtent()), 18.0, 1e-9) << "with one that stands elsewhere";
     for (const KrImportReport::Mesh& mesh : in.report.meshes()) {
         EXPECT_EQ(mesh.triangles, 12u) << mesh.link << " " << mesh.element;
     }

@@ -293,13 +293,9 @@ void KrKnownMesh::moveTo(KrTriPhysicalExtent& mesh, const std::shared_ptr<const 
     mesh.touch();
 }
 
-void KrKnownMesh::moveLater(std::function<KrKnownMesh()> make, KrTriPhysicalExtent& mesh)
+void KrKnownMesh::moveLater(std::function<KrTriPhysicalExtent()> make, KrTriPhysicalExtent& mesh)
 {
-    mesh.m_lists = KrTriPhysicalExtent::SharedLists([make = std::move(make)] {
-        KrKnownMesh known = make();
-        return KrTriPhysicalExtent::Lists{std::move(known.vertices), std::move(known.normals),
-                                          std::move(known.textureCoordinates), std::move(known.groups)};
-    });
+    mesh.m_lists = KrTriPhysicalExtent::SharedLists(std::move(make));
     mesh.m_indexedMesh.set(nullptr);
     mesh.touch();
 }
@@ -309,7 +305,7 @@ KrTriPhysicalExtent::SharedLists::SharedLists(Lists&& lists)
     m_kept->lists = std::move(lists);
 }
 
-KrTriPhysicalExtent::SharedLists::SharedLists(std::function<Lists()> make)
+KrTriPhysicalExtent::SharedLists::SharedLists(std::function<KrTriPhysicalExtent()> make)
 {
     m_kept->make = std::move(make);
     m_kept->isMade = false;
@@ -320,7 +316,8 @@ void KrTriPhysicalExtent::SharedLists::make() const
 {
     const std::lock_guard<std::mutex> lock(m_kept->mutex);
     if (m_kept->make) {
-        m_kept->lists = m_kept->make();
+        // A mesh that nobody else has.
+        m_kept->lists = std::move(m_kept->make().m_lists.own());
         m_kept->make = nullptr;
         m_kept->isMade.store(true, std::memory_order_release);
     }

@@ -97,7 +97,7 @@ private:
     public:
         SharedLists() = default;
         explicit SharedLists(Lists&& lists);
-        explicit SharedLists(std::function<Lists()> make);
+        explicit SharedLists(std::function<KrTriPhysicalExtent()> make);
         SharedLists(const SharedLists& other) = default;
         SharedLists& operator=(const SharedLists& other) = default;
 
@@ -117,7 +117,7 @@ private:
             Lists lists;
             std::atomic<bool> isMade{true};
             std::mutex mutex;
-            std::function<Lists()> make; ///< none when they are made
+            std::function<KrTriPhysicalExtent()> make; ///< a mesh that has them; none when they are made
         };
         void make() const;
 

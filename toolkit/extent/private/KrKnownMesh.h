@@ -22,7 +22,7 @@ struct KrKnownMesh
     void moveTo(KrTriPhysicalExtent& mesh, const std::shared_ptr<const KrIndexedMesh>& indexedMesh);
 
     /// The same with lists that are made when somebody asks for them: for meshes that few look at.
-    /// @param make  called once at most, by any thread, and forgotten then. What it takes them from is its own: they do
-    ///              not follow changes that come behind this call
-    static void moveLater(std::function<KrKnownMesh()> make, KrTriPhysicalExtent& mesh);
+    /// @param make  gives a mesh that has them; called once at most, by any thread, and forgotten then. What it makes
+    ///              them of is its own: they do not follow changes that come behind this call
+    static void moveLater(std::function<KrTriPhysicalExtent()> make, KrTriPhysicalExtent& mesh);
 };
