@@ -11,17 +11,24 @@
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
+#include <osg/AlphaFunc>
 #include <osg/ClipNode>
 #include <osg/ClipPlane>
+#include <osg/ColorMask>
 #include <osg/CullFace>
+#include <osg/Depth>
 #include <osg/FrontFace>
 #include <osg/GLExtensions>
 #include <osg/LightModel>
+#include <osg/LogicOp>
 #include <osg/Material>
 #include <osg/MatrixTransform>
 #include <osg/PolygonMode>
+#include <osg/PolygonOffset>
+#include <osg/PolygonStipple>
 #include <osg/Program>
 #include <osg/ShapeDrawable>
+#include <osg/Stencil>
 #include <osg/Texture2D>
 #include <osgUtil/RenderStage>
 #include <osgUtil/Statistics>
@@ -600,6 +607,50 @@ TEST(KrDirectDrawing, RespectsWhatAClientSaysOfAShape)
         for (const bool areBacksShown : {true, false}) {
             both.window().setViewerAttribute(KrSGWindow::CullBackFaces, !areBacksShown);
             EXPECT_EQ(both.difference(), 0u) << what << ", backs shown: " << areBacksShown;
+        }
+    }
+}
+
+// What is behind something shows where a client lets it, however small it is: for shapes that are not drawn in the
+// usual way, and above a robot.
+TEST(KrDirectDrawing, ShowsWhatIsBehindWhereAClientLetsIt)
+{
+    const osg::ref_ptr<osg::PolygonStipple> holes = new osg::PolygonStipple;
+    const std::vector<GLubyte> everyOther(128, 0x55);
+    holes->setMask(everyOther.data());
+    const osg::ref_ptr<osg::Stencil> never = new osg::Stencil;
+    never->setFunction(osg::Stencil::NEVER, 0, 0);
+    const osg::ref_ptr<osg::StateAttribute> all[] = {
+        holes,
+        never,
+        new osg::AlphaFunc(osg::AlphaFunc::LESS, 0.5f),
+        new osg::LogicOp(osg::LogicOp::XOR),
+        new osg::Depth(osg::Depth::ALWAYS),
+        new osg::Depth(osg::Depth::LESS, 0.0, 1.0, false),
+        new osg::Depth(osg::Depth::GREATER, 1.0, 0.0),
+        new osg::ColorMask(false, false, false, false),
+        new osg::PolygonOffset(300.0f, 0.0f),
+    };
+    for (const osg::ref_ptr<osg::StateAttribute>& attribute : all) {
+        for (const bool isAbove : {false, true}) {
+            Both both(std::string(KR_SAMPLES "/dual_arm_base.xml"));
+            stepBack(both.window(), 2.0);
+            unsigned int number = 0;
+            const auto say = [&](osg::StateSet& states) {
+                if (++number % 2 == 0 || isAbove) {
+                    states.setAttributeAndModes(attribute);
+                }
+            };
+            if (isAbove) {
+                say(*wrapManipulator(both.window())->getOrCreateStateSet());
+            } else {
+                changeStates(*both.window().getNode(), say);
+            }
+            for (const bool areBacksShown : {true, false}) {
+                both.window().setViewerAttribute(KrSGWindow::CullBackFaces, !areBacksShown);
+                EXPECT_EQ(both.difference(), 0u)
+                    << attribute->className() << ", above: " << isAbove << ", backs shown: " << areBacksShown;
+            }
         }
     }
 }

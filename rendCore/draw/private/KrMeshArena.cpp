@@ -68,7 +68,7 @@ bool isColorOf(const osg::Material& material, const osg::Vec4& color)
 
 /// Whether `states` says nothing that a group on its own would be needed for: it is neither sorted nor animated, nor
 /// unlit while others are lit, nor made of lines or with smooth borders; fronts are fronts, backs are drawn unless what
-/// stands above says otherwise, and no program puts vertices elsewhere.
+/// stands above says otherwise, no program puts vertices elsewhere, and the order of triangles does not matter.
 bool isPlain(const osg::StateSet& states)
 {
     using osg::StateAttribute;
@@ -83,7 +83,8 @@ bool isPlain(const osg::StateSet& states)
            (face == nullptr || face->getMode() == osg::CullFace::BACK) &&
            (states.getMode(GL_CULL_FACE) & StateAttribute::PROTECTED) == 0 &&
            states.getAttribute(StateAttribute::PROGRAM) == nullptr &&
-           states.getAttribute(StateAttribute::VERTEXPROGRAM) == nullptr;
+           states.getAttribute(StateAttribute::VERTEXPROGRAM) == nullptr &&
+           states.getAttribute(StateAttribute::COLORMASK) == nullptr && KrMeshArena::isOrderFree(states);
 }
 
 /// For each look a number that stands for its colour.
@@ -127,6 +128,15 @@ KrMeshArena::KrMeshArena()
 }
 
 KrMeshArena::~KrMeshArena() = default;
+
+bool KrMeshArena::isOrderFree(const osg::StateSet& states)
+{
+    using osg::StateAttribute;
+    constexpr StateAttribute::GLModeValue kOn = StateAttribute::ON;
+    return (states.getMode(GL_BLEND) & kOn) == 0 && (states.getMode(GL_COLOR_LOGIC_OP) & kOn) == 0 &&
+           (states.getMode(GL_STENCIL_TEST) & kOn) == 0 && states.getAttribute(StateAttribute::DEPTH) == nullptr &&
+           (states.getMode(GL_DEPTH_TEST) & (StateAttribute::INHERIT | kOn)) != 0;
+}
 
 unsigned int KrMeshArena::number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured)
 {

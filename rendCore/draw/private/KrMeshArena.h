@@ -65,6 +65,9 @@ public:
 
     KrMeshArena();
 
+    /// Whether pixels are the same in whatever order triangles are drawn, as far as `states` has a say.
+    static bool isOrderFree(const osg::StateSet& states);
+
     /// The number of a state set that draws as `states` does, but for the colour, which `look` is given together with
     /// the number. False when it cannot be drawn from here: what is translucent is sorted by depth, each for itself.
     bool findLook(const osg::StateSet& states, const osg::Vec4& color, Look& look);

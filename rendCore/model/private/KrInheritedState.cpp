@@ -1,5 +1,7 @@
 #include <rendCore/model/private/KrInheritedState.h>
 
+#include <rendCore/draw/private/KrMeshArena.h>
+
 #include <osg/CullFace>
 #include <osg/LightModel>
 #include <osg/PolygonMode>
@@ -116,11 +118,7 @@ bool KrInheritedState::isPlain(osgUtil::CullVisitor& visitor, const osg::StateSe
         const auto* const face = static_cast<const osg::CullFace*>(states->getAttribute(StateAttribute::CULLFACE));
         const bool areFrontsFront = states->getAttribute(StateAttribute::FRONTFACE) == nullptr &&
                                     (face == nullptr || face->getMode() == osg::CullFace::BACK);
-        const bool isOpaque = (states->getMode(GL_BLEND) & StateAttribute::ON) == 0;
-        const bool areDepthsTested = states->getAttribute(StateAttribute::DEPTH) == nullptr &&
-                                     ((states->getMode(GL_DEPTH_TEST) & StateAttribute::INHERIT) != 0 ||
-                                      (states->getMode(GL_DEPTH_TEST) & StateAttribute::ON) != 0);
-        if (!areFrontsFront || !isOpaque || !areDepthsTested || isCut(*states) ||
+        if (!areFrontsFront || !KrMeshArena::isOrderFree(*states) || isCut(*states) ||
             states->getAttribute(StateAttribute::PROGRAM) != nullptr ||
             states->getAttribute(StateAttribute::VERTEXPROGRAM) != nullptr) {
             return false;
