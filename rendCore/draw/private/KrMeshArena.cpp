@@ -392,12 +392,16 @@ void KrMeshArena::drawSeen(const Binding& binding, const Mesh& mesh, const Run& 
             run.sieves.emplace_back(vertices, indices + begin, sizeFrom(begin), numbers);
         }
     }
-    seen.resize(KrTriangleSieve::kMostIndices);
     std::size_t begin = 0;
     for (const KrTriangleSieve& sieve : run.sieves) {
         const std::size_t count = sizeFrom(begin);
-        const std::size_t kept = sieve.sift(indices + begin, view, m_spots, seen.data());
-        if (static_cast<double>(kept) > kMostSeen * static_cast<double>(count)) {
+        m_sights.truncate(0);
+        const std::size_t numSeen = sieve.find(view, m_sights);
+        seen.resize(std::max(seen.size(), 3 * m_sights.size()));
+        const KrTriangleSieve::Sight* const sights = m_sights.data();
+        const std::size_t kept =
+            KrTriangleSieve::copy(indices + begin, sights, sights + m_sights.size(), view.nearest, seen.data());
+        if (static_cast<double>(3 * numSeen) > kMostSeen * static_cast<double>(count)) {
             draw(binding, mesh, run.first + begin, count);
         } else if (kept != 0) {
             binding.arrays->unbindElementBufferObject();

@@ -170,7 +170,7 @@ private:
     osg::ref_ptr<osg::DrawElementsUShort> m_narrow;
     osg::ref_ptr<osg::DrawElementsUInt> m_wide;
     // On their way to the driver.
-    mutable std::vector<KrTriangleSieve::Spot> m_spots;
+    mutable KrTriangleSieve::Sights m_sights;
     mutable std::vector<GLushort> m_seenNarrow;
     mutable std::vector<GLuint> m_seenWide;
 };

@@ -68,12 +68,12 @@ std::optional<KrTriangleSieve::View> viewOf(const KrMeshArena::Binding& binding,
     glGetIntegerv(GL_VIEWPORT, viewport);
     GLint numBits = 0;
     glGetIntegerv(GL_SUBPIXEL_BITS, &numBits);
-    return KrTriangleSieve::View{{},
-                                 state.getProjectionMatrix(),
-                                 static_cast<double>(viewport[2]),
-                                 static_cast<double>(viewport[3]),
-                                 false,
-                                 std::ldexp(1.0, -std::max(numBits, kFewestSubpixelBits))};
+    KrTriangleSieve::View view;
+    view.projection = state.getProjectionMatrix();
+    view.width = static_cast<double>(viewport[2]);
+    view.height = static_cast<double>(viewport[3]);
+    view.rounding = std::ldexp(1.0, -std::max(numBits, kFewestSubpixelBits));
+    return view;
 }
 
 /// Takes over what an item has of its own.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <limits>
 
 namespace
 {
@@ -18,6 +19,8 @@ constexpr double kCutOff = 1.0;
 constexpr std::int32_t kMostMiddles = 2;
 /// How much products of coordinates within so many pixels err, square units: a few roundings of 2^28.
 constexpr float kProductError = 128.0f;
+/// How much of what a plane rises over a distance it may be off: a driver computes it at a corner of the picture.
+constexpr double kPlaneError = 1.0 / 512;
 /// How much single precision errs, of the largest number that takes part.
 constexpr double kError = 8.0 / (1 << 24);
 /// Beyond it nothing is known, pixels.
@@ -37,98 +40,219 @@ osg::Matrixd absolute(const osg::Matrixd& matrix)
     return result;
 }
 
-/// Triangles before the middles of pixels that they may cover, looked at eight at a time: what of them does is copied.
-template <typename Index>
-class Candidates
+} // namespace
+
+/// Triangles before the middles of pixels that they may cover, looked at eight at a time.
+class KrTriangleSieve::Candidates
 {
 public:
-    /// @param margin  how far corners may be off, units
-    /// @param kept    room for the triangles' indices
-    Candidates(float margin, Index* kept)
-        : m_margin(margin)
-        , m_end(kept)
+    /// @param sights  of which the vertices' places are there; what is found goes behind those that it has
+    /// @param most    so many triangles will be added at the most
+    Candidates(const View& view, const Margins& margins, Sights& sights, std::size_t most)
+        : m_margins(margins)
+        , m_nearest(view.nearest)
+        , m_width(static_cast<std::int32_t>(view.width))
+        , m_height(static_cast<std::int32_t>(view.height))
+        , m_areBacksLeftOut(view.areBacksLeftOut)
+        , m_reach(margins.place + static_cast<float>(kPlaneError * (view.width + view.height)))
+        , m_spots(sights.m_spots.data())
+        , m_nearness(sights.m_nearness.data())
     {
+        const std::size_t size = sights.m_size + most * kMostMiddles * kMostMiddles;
+        sights.m_sights.resize(std::max(sights.m_sights.size(), size));
+        m_end = sights.m_sights.data() + sights.m_size;
     }
-    /// A triangle, whose indices begin at `indices`, in order.
-    void add(const Index* indices, const KrTriangleSieve::Spot& a, const KrTriangleSieve::Spot& b,
-             const KrTriangleSieve::Spot& c)
+    /// A triangle, whose corners begin at `first` of the indices.
+    template <bool kIsNearnessWanted>
+    void add(std::uint32_t first, const std::uint16_t* corners)
     {
-        const auto first = [this](float least) {
-            return (static_cast<std::int32_t>(least - m_margin) + kPixel - 1) >> kPixelBits;
+        const Sights::Spot& a = m_spots[corners[0]];
+        const Sights::Spot& b = m_spots[corners[1]];
+        const Sights::Spot& c = m_spots[corners[2]];
+        const float margin = m_margins.place;
+        const auto from = [margin](float least) {
+            return (static_cast<std::int32_t>(least - margin) + kPixel - 1) >> kPixelBits;
         };
-        const auto last = [this](float most) { return static_cast<std::int32_t>(most + m_margin) >> kPixelBits; };
-        const std::int32_t left = first(std::min(std::min(a.x, b.x), c.x));
-        const std::int32_t right = last(std::max(std::max(a.x, b.x), c.x));
-        const std::int32_t bottom = first(std::min(std::min(a.y, b.y), c.y));
-        const std::int32_t top = last(std::max(std::max(a.y, b.y), c.y));
+        const auto to = [margin](float most) { return static_cast<std::int32_t>(most + margin) >> kPixelBits; };
+        const std::int32_t left = from(std::min(std::min(a.x, b.x), c.x));
+        const std::int32_t right = to(std::max(std::max(a.x, b.x), c.x));
+        const std::int32_t bottom = from(std::min(std::min(a.y, b.y), c.y));
+        const std::int32_t top = to(std::max(std::max(a.y, b.y), c.y));
         if (right - left >= kMostMiddles || top - bottom >= kMostMiddles) {
             // A point covers its own middle.
-            add(indices, a, a, a, a.x, a.y);
+            push<kIsNearnessWanted>(first, corners, {a, a, a}, a.x, a.y, kNoPixel);
             return;
         }
         for (std::int32_t row = bottom; row <= top; ++row) {
             for (std::int32_t column = left; column <= right; ++column) {
-                add(indices, a, b, c, static_cast<float>(column * kPixel), static_cast<float>(row * kPixel));
+                push<kIsNearnessWanted>(first, corners, {a, b, c}, static_cast<float>(column * kPixel),
+                                        static_cast<float>(row * kPixel), pixelAt(column, row));
             }
         }
     }
     /// After the last one.
-    /// @return behind the indices that were copied
-    Index* finish()
+    /// @return the number of triangles found
+    template <bool kIsNearnessWanted>
+    std::size_t finish(Sights& sights)
     {
-        copyCovering();
-        return m_end;
+        look<kIsNearnessWanted>();
+        sights.m_size = static_cast<std::size_t>(m_end - sights.m_sights.data());
+        return m_numTriangles;
     }
 
 private:
-    static constexpr std::size_t kBlock = 8;
+    static constexpr std::uint32_t kNoPixel = std::numeric_limits<std::uint32_t>::max();
+    /// Nearer than anything.
+    static constexpr float kNearest = std::numeric_limits<float>::infinity();
 
-    void add(const Index* indices, const KrTriangleSieve::Spot& a, const KrTriangleSieve::Spot& b,
-             const KrTriangleSieve::Spot& c, float x, float y)
+    struct Corners
     {
-        m_ax[m_count] = a.x - x;
-        m_ay[m_count] = a.y - y;
-        m_bx[m_count] = b.x - x;
-        m_by[m_count] = b.y - y;
-        m_cx[m_count] = c.x - x;
-        m_cy[m_count] = c.y - y;
-        m_indices[m_count] = indices;
+        const Sights::Spot& a;
+        const Sights::Spot& b;
+        const Sights::Spot& c;
+    };
+    /// A triangle before the middle of a pixel at x and y.
+    template <bool kIsNearnessWanted>
+    void push(std::uint32_t first, const std::uint16_t* numbers, const Corners& corners, float x, float y,
+              std::uint32_t pixel)
+    {
+        m_ax[m_count] = corners.a.x - x;
+        m_ay[m_count] = corners.a.y - y;
+        m_bx[m_count] = corners.b.x - x;
+        m_by[m_count] = corners.b.y - y;
+        m_cx[m_count] = corners.c.x - x;
+        m_cy[m_count] = corners.c.y - y;
+        m_firsts[m_count] = first;
+        if (kIsNearnessWanted) {
+            m_az[m_count] = m_nearness[numbers[0]];
+            m_bz[m_count] = m_nearness[numbers[1]];
+            m_cz[m_count] = m_nearness[numbers[2]];
+            m_pixels[m_count] = pixel;
+        }
         if (++m_count == kBlock) {
-            copyCovering();
+            look<kIsNearnessWanted>();
         }
     }
-    /// Whether the middle of a pixel may be in a triangle whose corners may be off by the margin. What these span
-    /// then is the triangle with a square of that size around each of its points: within the square's reach of each
-    /// side, and of the box, which `add` has looked at.
-    void copyCovering()
+    /// None at the border of the picture, where drivers cut triangles.
+    std::uint32_t pixelAt(std::int32_t column, std::int32_t row) const
+    {
+        const auto isWithin = [](std::int32_t place, std::int32_t size) {
+            return place > kMostMiddles && place < size - 1 - kMostMiddles;
+        };
+        return isWithin(column, m_width) && isWithin(row, m_height) ? static_cast<std::uint32_t>(row * m_width + column)
+                                                                    : kNoPixel;
+    }
+    void append(const Sight& sight)
+    {
+        // However many middles a triangle may cover.
+        m_numTriangles += sight.first != m_last ? 1 : 0;
+        m_last = sight.first;
+        *m_end++ = sight;
+    }
+    /// Looks whether the middles of pixels may be in the triangles, whose corners may be off by the margin. What these
+    /// span then is the triangle with a square of that size around each of its points: within the square's reach of
+    /// each side, and of the box, which `add` has looked at.
+    template <bool kIsNearnessWanted>
+    void look()
     {
         float inside[kBlock];
         for (std::size_t i = 0; i < kBlock; ++i) {
-            const float ab = m_ax[i] * m_by[i] - m_ay[i] * m_bx[i];
-            const float bc = m_bx[i] * m_cy[i] - m_by[i] * m_cx[i];
-            const float ca = m_cx[i] * m_ay[i] - m_cy[i] * m_ax[i];
-            const float sign = std::copysign(1.0f, ab + bc + ca);
-            const float reachOfAb = std::abs(m_bx[i] - m_ax[i]) + std::abs(m_by[i] - m_ay[i]);
-            const float reachOfBc = std::abs(m_cx[i] - m_bx[i]) + std::abs(m_cy[i] - m_by[i]);
-            const float reachOfCa = std::abs(m_ax[i] - m_cx[i]) + std::abs(m_ay[i] - m_cy[i]);
-            inside[i] = std::min(std::min(sign * ab + m_margin * reachOfAb, sign * bc + m_margin * reachOfBc),
-                                 sign * ca + m_margin * reachOfCa);
+            const Sides sides = sidesOf(i);
+            const float sign = std::copysign(1.0f, sides.area);
+            inside[i] = std::min(std::min(sign * sides.ab + m_margins.place * sides.reachOfAb,
+                                          sign * sides.bc + m_margins.place * sides.reachOfBc),
+                                 sign * sides.ca + m_margins.place * sides.reachOfCa);
         }
+        if (!kIsNearnessWanted) {
+            for (std::size_t i = 0; i < m_count; ++i) {
+                if (inside[i] >= -kProductError) {
+                    append({m_firsts[i], 0, kNearest});
+                }
+            }
+            m_count = 0;
+            return;
+        }
+        float nearest[kBlock];
+        float farthest[kBlock]; // 0 where the triangle may not cover the middle, or be cut by the driver
+        findNearness(nearest, farthest);
         for (std::size_t i = 0; i < m_count; ++i) {
-            // Once, however many middles it may cover.
-            if (inside[i] >= -kProductError && m_indices[i] != m_last) {
-                m_last = m_indices[i];
-                *m_end++ = m_last[0];
-                *m_end++ = m_last[1];
-                *m_end++ = m_last[2];
+            if (!(inside[i] >= -kProductError)) {
+                continue;
+            }
+            if (m_pixels[i] == kNoPixel) {
+                append({m_firsts[i], 0, kNearest});
+                continue;
+            }
+            const float known = m_nearest->nearness(m_pixels[i]);
+            // Written so that NaN shows.
+            if (!(nearest[i] < known)) {
+                append({m_firsts[i], m_pixels[i], nearest[i]});
+                if (farthest[i] > known) {
+                    m_nearest->add(m_pixels[i], farthest[i]);
+                }
             }
         }
         m_count = 0;
     }
+    /// Finds how near the triangles are at the middles, at the most and at the least.
+    void findNearness(float* nearest, float* farthest) const
+    {
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            const Sides sides = sidesOf(i);
+            const float least = std::min(std::min(m_az[i], m_bz[i]), m_cz[i]);
+            const float most = std::max(std::max(m_az[i], m_bz[i]), m_cz[i]);
+            // How much its plane may rise within what the middle may be off it, and the driver's plane be off this one:
+            // the rise in each direction is less than two spans of nearness on the other side of the box by the area.
+            const float reach = sides.reachOfAb + sides.reachOfBc + sides.reachOfCa;
+            const float rise = (most - least + 2.0f * m_margins.nearness) * reach / std::abs(sides.area);
+            const float error = m_margins.nearness + rise * (m_reach + static_cast<float>(kPlaneError) * reach);
+            nearest[i] = most + error;
+            // Wherever the corners are within their margins, the middle is on the inner side of each side.
+            const float sign = m_areBacksLeftOut ? 1.0f : std::copysign(1.0f, sides.area);
+            const float a = std::abs(m_ax[i]) + std::abs(m_ay[i]);
+            const float b = std::abs(m_bx[i]) + std::abs(m_by[i]);
+            const float c = std::abs(m_cx[i]) + std::abs(m_cy[i]);
+            const float inside = std::min(
+                std::min(sign * sides.ab - m_margins.place * (a + b), sign * sides.bc - m_margins.place * (b + c)),
+                sign * sides.ca - m_margins.place * (c + a));
+            const float room = kProductError + 2.0f * m_margins.place * m_margins.place;
+            farthest[i] = inside > room && nearest[i] < 1.0f ? least - error : 0.0f;
+        }
+    }
+    struct Sides
+    {
+        float ab; ///< twice the areas between a side and the middle
+        float bc;
+        float ca;
+        float area; ///< of all
+        float reachOfAb;
+        float reachOfBc;
+        float reachOfCa;
+    };
+    Sides sidesOf(std::size_t i) const
+    {
+        Sides sides;
+        sides.ab = m_ax[i] * m_by[i] - m_ay[i] * m_bx[i];
+        sides.bc = m_bx[i] * m_cy[i] - m_by[i] * m_cx[i];
+        sides.ca = m_cx[i] * m_ay[i] - m_cy[i] * m_ax[i];
+        sides.area = sides.ab + sides.bc + sides.ca;
+        sides.reachOfAb = std::abs(m_bx[i] - m_ax[i]) + std::abs(m_by[i] - m_ay[i]);
+        sides.reachOfBc = std::abs(m_cx[i] - m_bx[i]) + std::abs(m_cy[i] - m_by[i]);
+        sides.reachOfCa = std::abs(m_ax[i] - m_cx[i]) + std::abs(m_ay[i] - m_cy[i]);
+        return sides;
+    }
 
-    float m_margin;
-    Index* m_end;
-    const Index* m_last = nullptr; ///< copied
+    Margins m_margins;
+    KrNearestDepths* m_nearest;
+    std::int32_t m_width;
+    std::int32_t m_height;
+    bool m_areBacksLeftOut;
+    float m_reach;
+    const Sights::Spot* m_spots;
+    const float* m_nearness;
+    Sight* m_end = nullptr;
+    std::uint32_t m_last = kNoPixel; ///< appended
+    std::size_t m_numTriangles = 0;
     std::size_t m_count = 0;
     // Corners from the middles.
     float m_ax[kBlock] = {};
@@ -137,10 +261,12 @@ private:
     float m_by[kBlock] = {};
     float m_cx[kBlock] = {};
     float m_cy[kBlock] = {};
-    const Index* m_indices[kBlock] = {};
+    float m_az[kBlock] = {};
+    float m_bz[kBlock] = {};
+    float m_cz[kBlock] = {};
+    std::uint32_t m_firsts[kBlock] = {};
+    std::uint32_t m_pixels[kBlock] = {};
 };
-
-} // namespace
 
 template <typename Index>
 KrTriangleSieve::KrTriangleSieve(const osg::Vec3* vertices, const Index* indices, std::size_t count,
@@ -179,9 +305,9 @@ KrTriangleSieve::KrTriangleSieve(const osg::Vec3* vertices, const Index* indices
 }
 
 /// Where the vertices are in the window.
-/// @param margin  set to how far they may be from there
+/// @param margins  set to how far they may be from there
 /// @return false where nothing is known
-bool KrTriangleSieve::findSpots(const View& view, std::vector<Spot>& spots, float& margin) const
+bool KrTriangleSieve::findSpots(const View& view, Sights& sights, Margins& margins) const
 {
     const osg::Matrixd m = view.modelView * view.projection;
     const double depth = m_center.x() * m(0, 3) + m_center.y() * m(1, 3) + m_center.z() * m(2, 3) + m(3, 3);
@@ -201,8 +327,23 @@ bool KrTriangleSieve::findSpots(const View& view, std::vector<Spot>& spots, floa
         return false;
     }
     const auto wholeMargin = static_cast<std::int32_t>(std::ceil(kCutOff + (view.rounding + error) * kPixel));
-    margin = static_cast<float>(wholeMargin);
+    margins.place = static_cast<float>(wholeMargin);
+    margins.nearness = static_cast<float>(view.depthRounding + kError + 0.5 * kError * (bound(2) + bound(3)) / nearest);
+    const std::size_t count = kBlock * m_blocks.size();
+    sights.m_spots.resize(std::max(sights.m_spots.size(), count));
+    if (view.nearest != nullptr) {
+        sights.m_nearness.resize(std::max(sights.m_nearness.size(), count));
+        findSpots<true>(view, m, sights, wholeMargin);
+    } else {
+        findSpots<false>(view, m, sights, wholeMargin);
+    }
+    return true;
+}
 
+/// @param matrix  of the vertices, to the view's cube
+template <bool kIsNearnessWanted>
+void KrTriangleSieve::findSpots(const View& view, const osg::Matrixd& matrix, Sights& sights, std::int32_t margin) const
+{
     // To units of a pixel, from the middle of the first one.
     const auto number = [](double value) { return static_cast<float>(value); };
     const double x = 0.5 * kPixel * view.width;
@@ -210,14 +351,16 @@ bool KrTriangleSieve::findSpots(const View& view, std::vector<Spot>& spots, floa
     const double half = 0.5 * kPixel;
     float toX[4];
     float toY[4];
+    float toZ[4];
     float toW[4];
     for (int row = 0; row < 4; ++row) {
-        toX[row] = number(x * m(row, 0) + (x - half) * m(row, 3));
-        toY[row] = number(y * m(row, 1) + (y - half) * m(row, 3));
-        toW[row] = number(m(row, 3));
+        toX[row] = number(x * matrix(row, 0) + (x - half) * matrix(row, 3));
+        toY[row] = number(y * matrix(row, 1) + (y - half) * matrix(row, 3));
+        toZ[row] = number(0.5 * (matrix(row, 3) - matrix(row, 2)));
+        toW[row] = number(matrix(row, 3));
     }
-    spots.resize(std::max(spots.size(), kBlock * m_blocks.size()));
-    Spot* spot = spots.data();
+    Sights::Spot* spot = sights.m_spots.data();
+    float* nearness = sights.m_nearness.data();
     for (const Block& block : m_blocks) {
         float xs[kBlock];
         float ys[kBlock];
@@ -227,7 +370,11 @@ bool KrTriangleSieve::findSpots(const View& view, std::vector<Spot>& spots, floa
             const float w = 1.0f / (block.x[i] * toW[0] + block.y[i] * toW[1] + block.z[i] * toW[2] + toW[3]);
             xs[i] = (block.x[i] * toX[0] + block.y[i] * toX[1] + block.z[i] * toX[2] + toX[3]) * w;
             ys[i] = (block.x[i] * toY[0] + block.y[i] * toY[1] + block.z[i] * toY[2] + toY[3]) * w;
+            if (kIsNearnessWanted) {
+                nearness[i] = (block.x[i] * toZ[0] + block.y[i] * toZ[1] + block.z[i] * toZ[2] + toZ[3]) * w;
+            }
         }
+        nearness += kIsNearnessWanted ? kBlock : 0;
         for (std::size_t i = 0; i < kBlock; ++i) {
             const auto column = static_cast<std::int32_t>(xs[i]);
             const auto row = static_cast<std::int32_t>(ys[i]);
@@ -235,25 +382,25 @@ bool KrTriangleSieve::findSpots(const View& view, std::vector<Spot>& spots, floa
                 return static_cast<std::uint32_t>((column + shift) >> kPixelBits) << 16 |
                        (static_cast<std::uint32_t>((row + shift) >> kPixelBits) & 0xffff);
             };
-            cells[i] = cellOf(-wholeMargin);
-            across[i] = cells[i] ^ cellOf(wholeMargin);
+            cells[i] = cellOf(-margin);
+            across[i] = cells[i] ^ cellOf(margin);
         }
         for (std::size_t i = 0; i < kBlock; ++i) {
             *spot++ = {xs[i], ys[i], cells[i], across[i]};
         }
     }
-    return true;
 }
 
-template <bool kAreBacksLeftOut, typename Index>
-std::size_t KrTriangleSieve::sift(const Index* indices, const Spot* spots, float margin, Index* kept) const
+template <bool kAreBacksLeftOut, bool kIsNearnessWanted>
+std::size_t KrTriangleSieve::find(Sights& sights, float margin, Candidates& candidates) const
 {
-    Candidates<Index> candidates(margin, kept);
-    const std::uint16_t* const last = m_corners.data() + m_corners.size() / 3 * 3;
-    for (const std::uint16_t* corner = m_corners.data(); corner != last; corner += 3, indices += 3) {
-        const Spot& a = spots[corner[0]];
-        const Spot& b = spots[corner[1]];
-        const Spot& c = spots[corner[2]];
+    const Sights::Spot* const spots = sights.m_spots.data();
+    const std::uint16_t* const begin = m_corners.data();
+    const std::uint16_t* const last = begin + m_corners.size() / 3 * 3;
+    for (const std::uint16_t* corner = begin; corner != last; corner += 3) {
+        const Sights::Spot& a = spots[corner[0]];
+        const Sights::Spot& b = spots[corner[1]];
+        const Sights::Spot& c = spots[corner[2]];
         const std::uint32_t apart = (a.cell ^ b.cell) | (b.cell ^ c.cell) | a.across | b.across | c.across;
         // All between the middles of the same two columns or rows of pixels.
         if (apart <= 0xffff || (apart & 0xffff) == 0) {
@@ -269,25 +416,47 @@ std::size_t KrTriangleSieve::sift(const Index* indices, const Spot* spots, float
                 continue;
             }
         }
-        candidates.add(indices, a, b, c);
+        candidates.add<kIsNearnessWanted>(static_cast<std::uint32_t>(corner - begin), corner);
     }
-    return static_cast<std::size_t>(candidates.finish() - kept);
+    return candidates.finish<kIsNearnessWanted>(sights);
+}
+
+std::size_t KrTriangleSieve::find(const View& view, Sights& sights) const
+{
+    Margins margins;
+    if (!findSpots(view, sights, margins)) {
+        return numTriangles();
+    }
+    Candidates candidates(view, margins, sights, numTriangles());
+    if (view.nearest != nullptr) {
+        return view.areBacksLeftOut ? find<true, true>(sights, margins.place, candidates)
+                                    : find<false, true>(sights, margins.place, candidates);
+    }
+    return view.areBacksLeftOut ? find<true, false>(sights, margins.place, candidates)
+                                : find<false, false>(sights, margins.place, candidates);
 }
 
 template <typename Index>
-std::size_t KrTriangleSieve::sift(const Index* indices, const View& view, std::vector<Spot>& spots, Index* kept) const
+std::size_t KrTriangleSieve::copy(const Index* indices, const Sight* begin, const Sight* end,
+                                  const KrNearestDepths* nearest, Index* kept)
 {
-    float margin = 0.0f;
-    if (!findSpots(view, spots, margin)) {
-        return m_corners.size();
+    Index* next = kept;
+    const Sight* last = nullptr; // copied
+    for (const Sight* sight = begin; sight != end; ++sight) {
+        if ((last == nullptr || sight->first != last->first) &&
+            (nearest == nullptr || !(sight->nearness < nearest->nearness(sight->pixel)))) {
+            last = sight;
+            next = std::copy_n(indices + sight->first, 3, next);
+        }
     }
-    return view.areBacksLeftOut ? sift<true>(indices, spots.data(), margin, kept)
-                                : sift<false>(indices, spots.data(), margin, kept);
+    return static_cast<std::size_t>(next - kept);
 }
 
 template KrTriangleSieve::KrTriangleSieve(const osg::Vec3*, const std::uint16_t*, std::size_t,
                                           std::vector<std::uint16_t>&);
 template KrTriangleSieve::KrTriangleSieve(const osg::Vec3*, const std::uint32_t*, std::size_t,
                                           std::vector<std::uint16_t>&);
-template std::size_t KrTriangleSieve::sift(const std::uint16_t*, const View&, std::vector<Spot>&, std::uint16_t*) const;
-template std::size_t KrTriangleSieve::sift(const std::uint32_t*, const View&, std::vector<Spot>&, std::uint32_t*) const;
+template std::size_t KrTriangleSieve::copy(const std::uint16_t*, const Sight*, const Sight*, const KrNearestDepths*,
+                                           std::uint16_t*);
+template std::size_t KrTriangleSieve::copy(const std::uint32_t*, const Sight*, const Sight*, const KrNearestDepths*,
+                                           std::uint32_t*);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <rendCore/draw/private/KrNearestDepths.h>
+
 #include <osg/Matrixd>
 #include <osg/Vec3>
 
@@ -8,7 +10,7 @@
 #include <vector>
 
 /// Finds the triangles of a range of indices that cannot show in a picture: those that miss the middle of every pixel,
-/// and backs where backs are left out.
+/// backs where backs are left out, and small ones behind others.
 ///
 /// For drivers that draw with the processor: to shade a triangle's vertices, and to set it up, takes them ten times as
 /// long as it takes to see that nothing comes of it, and of a robot from afar most triangles are smaller than a pixel.
@@ -16,23 +18,49 @@
 class KrTriangleSieve
 {
 public:
-    /// From where a mesh is seen.
+    /// From where a mesh is seen, and how it is drawn.
     struct View
     {
         osg::Matrixd modelView; ///< of the mesh
         osg::Matrixd projection;
         double width = 0.0; ///< of the viewport, pixels
         double height = 0.0;
-        bool areBacksLeftOut = false; ///< by the driver; fronts are counter-clockwise in the window
-        double rounding = 0.0;        ///< how far the driver moves a corner at the most, pixels
+        bool areBacksLeftOut = false;       ///< by the driver; fronts are counter-clockwise in the window
+        double rounding = 0.0;              ///< how far the driver moves a corner at the most, pixels
+        KrNearestDepths* nearest = nullptr; ///< of the picture, row by row; null where what is behind others may show
+        double depthRounding = 0.0;         ///< how far the driver moves a depth at the most, of 0 to 1
     };
-    /// Where a vertex is in the window.
-    struct Spot
+    /// A triangle before the middle of a pixel that it may cover.
+    struct Sight
     {
-        float x; ///< from the middle of the first pixel, parts of a pixel
-        float y;
-        std::uint32_t cell;   ///< the columns and rows of pixels between whose middles it lies, 16 bits each
-        std::uint32_t across; ///< the bits in which that cell differs from others where it may lie as well
+        std::uint32_t first; ///< of its corners, in the range of indices
+        std::uint32_t pixel;
+        float nearness; ///< no less than that of the triangle there
+    };
+    /// What is found: no memory is asked for where there is enough from before.
+    class Sights
+    {
+    public:
+        /// Forgets those behind the first `size`, which are as many as there are at the most.
+        void truncate(std::size_t size) { m_size = size; }
+        std::size_t size() const { return m_size; }
+        const Sight* data() const { return m_sights.data(); }
+
+    private:
+        friend class KrTriangleSieve;
+        /// Where a vertex is in the window.
+        struct Spot
+        {
+            float x; ///< from the middle of the first pixel, parts of a pixel
+            float y;
+            std::uint32_t cell;   ///< the columns and rows of pixels between whose middles it lies, 16 bits each
+            std::uint32_t across; ///< the bits in which that cell differs from others where it may lie as well
+        };
+
+        std::vector<Sight> m_sights;
+        std::size_t m_size = 0;
+        std::vector<Spot> m_spots;     ///< of the vertices of the sieve at hand
+        std::vector<float> m_nearness; ///< of these
     };
 
     /// So many at once: numbers of what they share fit into 16 bits, and what is found out of it into a cache.
@@ -47,15 +75,24 @@ public:
     KrTriangleSieve(const osg::Vec3* vertices, const Index* indices, std::size_t count,
                     std::vector<std::uint16_t>& numbers);
 
-    /// Copies the corners of the triangles that may show, in their order.
+    std::size_t numTriangles() const { return m_corners.size() / 3; }
+
+    /// Finds the triangles that may show, and tells `view.nearest` of those that hide what is behind them.
+    ///
+    /// @param sights  in the order of the triangles, behind those that are there; one triangle may have several
+    /// @return the number of triangles found. Of all, and nothing is added, where nothing is known: the mesh may be
+    ///         beside or behind the eye, or so far from its origin that the driver's numbers are not exact
+    std::size_t find(const View& view, Sights& sights) const;
+
+    /// Copies the corners of triangles that have been found, but for those that are hidden.
     ///
     /// @param indices  those of the constructor
-    /// @param spots    for the vertices: no memory is asked for where it has enough from before
-    /// @param kept     room for `count` indices
-    /// @return the number of indices copied. `count`, and `kept` is of no use, where nothing is known: the mesh may be
-    ///         beside or behind the eye, or so far from its origin that the driver's numbers are not exact
+    /// @param nearest  null for all
+    /// @param kept     room for three indices for each sight
+    /// @return the number of indices copied
     template <typename Index>
-    std::size_t sift(const Index* indices, const View& view, std::vector<Spot>& spots, Index* kept) const;
+    static std::size_t copy(const Index* indices, const Sight* begin, const Sight* end, const KrNearestDepths* nearest,
+                            Index* kept);
 
 private:
     static constexpr std::size_t kBlock = 8;
@@ -66,10 +103,19 @@ private:
         float y[kBlock];
         float z[kBlock];
     };
+    /// How far the driver's numbers may be from those here.
+    struct Margins
+    {
+        float place; ///< units of spots
+        float nearness;
+    };
+    class Candidates;
 
-    bool findSpots(const View& view, std::vector<Spot>& spots, float& margin) const;
-    template <bool kAreBacksLeftOut, typename Index>
-    std::size_t sift(const Index* indices, const Spot* spots, float margin, Index* kept) const;
+    bool findSpots(const View& view, Sights& sights, Margins& margins) const;
+    template <bool kIsNearnessWanted>
+    void findSpots(const View& view, const osg::Matrixd& matrix, Sights& sights, std::int32_t margin) const;
+    template <bool kAreBacksLeftOut, bool kIsNearnessWanted>
+    std::size_t find(Sights& sights, float margin, Candidates& candidates) const;
 
     std::vector<std::uint16_t> m_corners; ///< numbers of vertices in the blocks
     std::vector<Block> m_blocks;          ///< the last vertex once more behind it

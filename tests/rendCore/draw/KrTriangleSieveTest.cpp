@@ -25,12 +25,23 @@ struct Mesh
     /// All of them where nothing is known.
     Indices sift(const View& view) const
     {
+        KrTriangleSieve::Sights sights;
+        if (sieve().find(view, sights) == indices.size() / 3) {
+            return indices;
+        }
+        return copy(sights.data(), sights.data() + sights.size(), view.nearest);
+    }
+    KrTriangleSieve sieve() const
+    {
         std::vector<std::uint16_t> numbers(vertices.size(), KrTriangleSieve::kNoNumber);
-        const KrTriangleSieve sieve(vertices.data(), indices.data(), indices.size(), numbers);
-        std::vector<KrTriangleSieve::Spot> spots;
-        Indices kept(indices.size());
-        kept.resize(sieve.sift(indices.data(), view, spots, kept.data()));
-        return kept.size() == indices.size() ? indices : kept;
+        return KrTriangleSieve(vertices.data(), indices.data(), indices.size(), numbers);
+    }
+    Indices copy(const KrTriangleSieve::Sight* begin, const KrTriangleSieve::Sight* end,
+                 const KrNearestDepths* nearest) const
+    {
+        Indices kept(3 * static_cast<std::size_t>(end - begin));
+        kept.resize(KrTriangleSieve::copy(indices.data(), begin, end, nearest, kept.data()));
+        return kept;
     }
     std::vector<osg::Vec3> vertices;
     Indices indices;
@@ -75,43 +86,98 @@ osg::Vec4 multiply(const osg::Vec4& v, const osg::Matrixd& matrix)
     return {result[0], result[1], result[2], result[3]};
 }
 
-/// Whether a driver that computes in single precision, and rounds as coarsely as the view allows, draws a pixel of a
-/// triangle.
-bool isDrawn(const Mesh& mesh, const std::uint16_t* corners, const View& view)
+/// A triangle as a driver sees it that computes in single precision, and rounds as coarsely as the view allows.
+struct Drawn
 {
-    const std::int64_t pixel = std::llround(0.5 / view.rounding);
-    std::int64_t x[3];
-    std::int64_t y[3];
-    for (unsigned int k = 0; k < 3; ++k) {
-        const osg::Vec4 clip =
-            multiply(multiply(osg::Vec4(mesh.vertices[corners[k]], 1.0f), view.modelView), view.projection);
-        const float width = static_cast<float>(0.5 * view.width);
-        const float height = static_cast<float>(0.5 * view.height);
-        // Of pixels' middles.
-        x[k] = std::llround(static_cast<float>(pixel) * (clip.x() / clip.w() * width + width - 0.5f));
-        y[k] = std::llround(static_cast<float>(pixel) * (clip.y() / clip.w() * height + height - 0.5f));
+    Drawn(const Mesh& mesh, const std::uint16_t* corners, const View& view)
+        : pixel(std::llround(0.5 / view.rounding))
+    {
+        for (unsigned int k = 0; k < 3; ++k) {
+            const osg::Vec4 clip =
+                multiply(multiply(osg::Vec4(mesh.vertices[corners[k]], 1.0f), view.modelView), view.projection);
+            const float width = static_cast<float>(0.5 * view.width);
+            const float height = static_cast<float>(0.5 * view.height);
+            // Of pixels' middles.
+            place[k] = {clip.x() / clip.w() * width + width - 0.5f, clip.y() / clip.w() * height + height - 0.5f,
+                        clip.z() / clip.w() * 0.5f + 0.5f};
+            x[k] = std::llround(static_cast<float>(pixel) * place[k].x());
+            y[k] = std::llround(static_cast<float>(pixel) * place[k].y());
+        }
+        const std::int64_t area = side(0, 1, x[2], y[2]);
+        sign = area == 0 || (view.areBacksLeftOut && area < 0) ? 0 : area < 0 ? -1 : 1;
     }
-    const auto side = [&](unsigned int from, unsigned int to, std::int64_t px, std::int64_t py) {
-        return (x[to] - x[from]) * (py - y[from]) - (y[to] - y[from]) * (px - x[from]);
-    };
-    const std::int64_t area = side(0, 1, x[2], y[2]);
-    if (area == 0 || (view.areBacksLeftOut && area < 0)) {
-        return false;
-    }
-    const std::int64_t sign = area < 0 ? -1 : 1;
-    const auto up = [pixel](std::int64_t v) { return (v + pixel * (1 << 20) + pixel - 1) / pixel - (1 << 20); };
-    for (std::int64_t row = up(*std::min_element(y, y + 3)); pixel * row <= *std::max_element(y, y + 3); ++row) {
-        for (std::int64_t column = up(*std::min_element(x, x + 3)); pixel * column <= *std::max_element(x, x + 3);
-             ++column) {
-            // All of the border: which side of it is drawn is the driver's business.
-            if (sign * side(0, 1, pixel * column, pixel * row) >= 0 &&
-                sign * side(1, 2, pixel * column, pixel * row) >= 0 &&
-                sign * side(2, 0, pixel * column, pixel * row) >= 0) {
-                return true;
+    /// Calls `draw(column, row)` for each pixel.
+    /// @param isBorderDrawn  which side of it is drawn is the driver's business
+    template <typename Draw>
+    void forEachPixel(bool isBorderDrawn, const Draw& draw) const
+    {
+        const std::int64_t least = isBorderDrawn ? 0 : 1;
+        const auto up = [this](std::int64_t v) { return (v + pixel * (1 << 20) + pixel - 1) / pixel - (1 << 20); };
+        for (std::int64_t row = up(*std::min_element(y, y + 3)); pixel * row <= *std::max_element(y, y + 3); ++row) {
+            for (std::int64_t column = up(*std::min_element(x, x + 3)); pixel * column <= *std::max_element(x, x + 3);
+                 ++column) {
+                if (sign != 0 && sign * side(0, 1, pixel * column, pixel * row) >= least &&
+                    sign * side(1, 2, pixel * column, pixel * row) >= least &&
+                    sign * side(2, 0, pixel * column, pixel * row) >= least) {
+                    draw(column, row);
+                }
             }
         }
     }
-    return false;
+    /// By a plane that begins in the corner of the picture.
+    float depth(std::int64_t column, std::int64_t row) const
+    {
+        const osg::Vec3 b = place[1] - place[0];
+        const osg::Vec3 c = place[2] - place[0];
+        const float area = b.x() * c.y() - b.y() * c.x();
+        const float alongX = (b.z() * c.y() - c.z() * b.y()) / area;
+        const float alongY = (c.z() * b.x() - b.z() * c.x()) / area;
+        const float atCorner = place[0].z() - (alongX * place[0].x() + alongY * place[0].y());
+        return atCorner + alongX * static_cast<float>(column) + alongY * static_cast<float>(row);
+    }
+
+private:
+    std::int64_t side(unsigned int from, unsigned int to, std::int64_t px, std::int64_t py) const
+    {
+        return (x[to] - x[from]) * (py - y[from]) - (y[to] - y[from]) * (px - x[from]);
+    }
+
+    std::int64_t pixel;
+    osg::Vec3 place[3];
+    std::int64_t x[3];
+    std::int64_t y[3];
+    std::int64_t sign;
+};
+
+bool isDrawn(const Mesh& mesh, const std::uint16_t* corners, const View& view)
+{
+    bool isSeen = false;
+    Drawn(mesh, corners, view).forEachPixel(true, [&isSeen](std::int64_t, std::int64_t) { isSeen = true; });
+    return isSeen;
+}
+
+/// The first corner of what is seen in each pixel, drawn in the order of `indices`; of one depth it is the first one.
+std::vector<std::uint16_t> picture(const Mesh& mesh, const Indices& indices, const View& view, bool isBorderDrawn)
+{
+    const auto width = static_cast<std::int64_t>(view.width);
+    const auto height = static_cast<std::int64_t>(view.height);
+    std::vector<std::uint16_t> seen(static_cast<std::size_t>(width * height), 0xffff);
+    std::vector<std::int64_t> depths(seen.size(), std::int64_t{1} << 24);
+    for (std::size_t i = 0; i < indices.size(); i += 3) {
+        const Drawn triangle(mesh, &indices[i], view);
+        triangle.forEachPixel(isBorderDrawn, [&](std::int64_t column, std::int64_t row) {
+            if (column < 0 || row < 0 || column >= width || row >= height) {
+                return;
+            }
+            const auto pixel = static_cast<std::size_t>(row * width + column);
+            const std::int64_t depth = std::llround(std::ldexp(triangle.depth(column, row), 24));
+            if (depth < depths[pixel]) {
+                depths[pixel] = depth;
+                seen[pixel] = indices[i];
+            }
+        });
+    }
+    return seen;
 }
 
 /// How many triangles that are drawn are not among `kept`, which are triangles of the mesh in their order.
@@ -138,7 +204,9 @@ View viewFrom(double distance)
             640.0,
             480.0,
             false,
-            1.0 / 256};
+            1.0 / 256,
+            nullptr,
+            0.0};
 }
 
 } // namespace
@@ -217,6 +285,53 @@ TEST(KrTriangleSieve, LeavesRoomForRounding)
     }
 }
 
+// Layers of small triangles, many of them slivers, some of them steep, that lie as near to each other as depths tell.
+TEST(KrTriangleSieve, LeavesOutNothingThatIsSeen)
+{
+    std::mt19937 random(5);
+    const auto between = [&random](double low, double high) {
+        return std::uniform_real_distribution<double>(low, high)(random);
+    };
+    std::size_t numKept = 0;
+    std::size_t numAll = 0;
+    for (unsigned int round = 0; round < 30; ++round) {
+        View view = viewFrom(5.0);
+        view.width = 24.0;
+        view.height = 18.0;
+        view.depthRounding = 1.0 / (1 << 24);
+        view.areBacksLeftOut = round % 4 == 3;
+        view.rounding = 1.0 / (round % 3 == 0 ? 16 : 256);
+        const double gap = std::exp(between(-14.0, -2.0));
+        Mesh soup;
+        for (std::size_t corner = 0; corner < KrTriangleSieve::kMostIndices; corner += 3) {
+            const double x = between(-1.0, 25.0);
+            const double y = between(-1.0, 19.0);
+            const double depth = gap * std::floor(between(0.0, 8.0));
+            const double size = corner % 5 == 0 ? 0.3 : 1.4;
+            const double steepness = corner % 7 == 0 ? 0.3 : 3.0 * gap;
+            for (std::size_t k = corner; k < corner + 3; ++k) {
+                const double away = 5.0 + depth + steepness * between(0.0, 1.0);
+                // In units of the near plane's sides, from its middle.
+                const double px = (x + size * between(0.0, 1.0)) / 12.0 - 1.0;
+                const double py = (y + (corner % 4 == 0 ? 0.05 : 1.0) * size * between(0.0, 1.0)) / 9.0 - 1.0;
+                soup.vertices.emplace_back(osg::Vec3d(px * 0.4 * away, py * 0.3 * away, 5.0 - away));
+                soup.indices.push_back(static_cast<std::uint16_t>(k));
+            }
+        }
+        KrNearestDepths nearest;
+        nearest.begin(24 * 18);
+        view.nearest = &nearest;
+        const Indices kept = soup.sift(view);
+        for (const bool isBorderDrawn : {false, true}) {
+            EXPECT_EQ(picture(soup, soup.indices, view, isBorderDrawn), picture(soup, kept, view, isBorderDrawn))
+                << "round " << round << ", layers " << gap << " m apart";
+        }
+        numKept += kept.size();
+        numAll += soup.indices.size();
+    }
+    EXPECT_LT(numKept, numAll / 7) << "most are hidden";
+}
+
 TEST(KrTriangleSieve, KnowsWhereItsLimitsAre)
 {
     Ball ball;
@@ -256,6 +371,7 @@ TEST(KrTriangleSieve, KnowsWhereItsLimitsAre)
 
     std::vector<std::uint16_t> numbers;
     const KrTriangleSieve empty(ball.vertices.data(), ball.indices.data(), 0, numbers);
-    std::vector<KrTriangleSieve::Spot> spots;
-    EXPECT_EQ(empty.sift(ball.indices.data(), viewFrom(3.0), spots, ball.indices.data()), 0u);
+    KrTriangleSieve::Sights sights;
+    EXPECT_EQ(empty.find(viewFrom(3.0), sights), 0u);
+    EXPECT_EQ(sights.size(), 0u);
 }

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+/// For each pixel of a picture how near something is that is drawn there for certain: what is farther away does not
+/// show.
+///
+/// Nearness is 1 less the depth in the window: 1 at the near plane, 0 at the far one, where nothing is.
+class KrNearestDepths
+{
+public:
+    /// Beyond it a picture would need much memory for little: triangles are hardly smaller than its pixels.
+    static constexpr std::size_t kMostPixels = std::size_t{1} << 23;
+
+    /// Forgets all. Memory is asked for where a picture is larger than those before.
+    ///
+    /// @param numPixels  kMostPixels at the most
+    void begin(std::size_t numPixels)
+    {
+        for (const std::uint32_t pixel : m_known) {
+            m_nearness[pixel] = 0.0f;
+        }
+        m_known.clear();
+        if (numPixels > m_nearness.size()) {
+            m_nearness.resize(numPixels, 0.0f);
+        }
+    }
+    float nearness(std::uint32_t pixel) const { return m_nearness[pixel]; }
+    /// @param nearness  larger than what is there
+    void add(std::uint32_t pixel, float nearness)
+    {
+        if (m_nearness[pixel] <= 0.0f) {
+            m_known.push_back(pixel);
+        }
+        m_nearness[pixel] = nearness;
+    }
+
+private:
+    std::vector<float> m_nearness;
+    std::vector<std::uint32_t> m_known; ///< pixels that have some
+};
