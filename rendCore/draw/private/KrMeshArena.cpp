@@ -30,9 +30,6 @@ constexpr std::size_t kMostLightModels = 8;
 
 /// Fewer indices are drawn as they are.
 constexpr std::int32_t kFewestSifted = 96;
-/// Of the triangles of a range: with more of them left, it is drawn as a whole.
-constexpr double kMostSeen = 0.9;
-
 /// What is known of the driver of a context.
 struct Driver : public osg::Referenced
 {
@@ -85,6 +82,21 @@ bool isPlain(const osg::StateSet& states)
            states.getAttribute(StateAttribute::PROGRAM) == nullptr &&
            states.getAttribute(StateAttribute::VERTEXPROGRAM) == nullptr &&
            states.getAttribute(StateAttribute::COLORMASK) == nullptr && KrMeshArena::isOrderFree(states);
+}
+
+/// Whether nothing in `states`, which are plain, makes a pixel show what is behind it.
+bool isHidingBehind(const osg::StateSet& states)
+{
+    const osg::StateSet::ModeList& modes = states.getModeList();
+    const osg::StateSet::AttributeList& attributes = states.getAttributeList();
+    return std::all_of(modes.begin(), modes.end(),
+                       [](const auto& mode) {
+                           return mode.first == GL_LIGHTING || mode.first == GL_CULL_FACE || mode.first == GL_NORMALIZE;
+                       }) &&
+           std::all_of(attributes.begin(), attributes.end(), [](const auto& attribute) {
+               return attribute.first.first == osg::StateAttribute::MATERIAL ||
+                      attribute.first.first == osg::StateAttribute::CULLFACE;
+           });
 }
 
 /// For each look a number that stands for its colour.
@@ -140,9 +152,10 @@ bool KrMeshArena::isOrderFree(const osg::StateSet& states)
 
 unsigned int KrMeshArena::number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured)
 {
-    const auto [found, isNew] = m_numbers.emplace(States{states, isTextured}, m_states.size());
+    const auto [found, isNew] = m_numbers.emplace(States{states, isTextured, false}, m_states.size());
     if (isNew) {
         m_states.push_back(found->first);
+        m_states.back().isHiding = isHidingBehind(*states);
     }
     return found->second;
 }
@@ -346,15 +359,15 @@ KrMeshArena::Binding KrMeshArena::bind(osg::State& state, bool isTextured) const
     return binding;
 }
 
-void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run,
-                       const KrTriangleSieve::View* view) const
+void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, const Run& run, const KrTriangleSieve::View* view,
+                       std::size_t& nextSeen) const
 {
     if (view == nullptr || run.count < kFewestSifted) {
         draw(binding, mesh, run.first, static_cast<std::size_t>(run.count));
     } else if (mesh.isWide) {
-        drawSeen(binding, mesh, run, *view, &(*m_wide)[run.first], m_seenWide);
+        drawSeen(binding, mesh, run, *view, nextSeen, &(*m_wide)[run.first], m_wideCorners);
     } else {
-        drawSeen(binding, mesh, run, *view, &(*m_narrow)[run.first], m_seenNarrow);
+        drawSeen(binding, mesh, run, *view, nextSeen, &(*m_narrow)[run.first], m_narrowCorners);
     }
 }
 
@@ -376,41 +389,65 @@ void KrMeshArena::draw(const Binding& binding, const Mesh& mesh, std::size_t fir
     }
 }
 
+void KrMeshArena::sift(const Mesh& mesh, const Run& run, const KrTriangleSieve::View& view) const
+{
+    if (run.count >= kFewestSifted) {
+        m_sifting.add(view, sieves(mesh, run));
+    }
+}
+
+/// Those of a run, made when they are first asked for.
+const std::vector<KrTriangleSieve>& KrMeshArena::sieves(const Mesh& mesh, const Run& run) const
+{
+    if (run.sieves.empty()) {
+        if (mesh.isWide) {
+            makeSieves(mesh, run, &(*m_wide)[run.first]);
+        } else {
+            makeSieves(mesh, run, &(*m_narrow)[run.first]);
+        }
+    }
+    return run.sieves;
+}
+
+template <typename Index>
+void KrMeshArena::makeSieves(const Mesh& mesh, const Run& run, const Index* indices) const
+{
+    const auto end = static_cast<std::size_t>(run.count);
+    const osg::Vec3* const vertices = &(*m_vertices)[static_cast<std::size_t>(mesh.baseVertex)];
+    std::vector<std::uint16_t> numbers(*std::max_element(indices, indices + end) + std::size_t{1},
+                                       KrTriangleSieve::kNoNumber);
+    for (std::size_t begin = 0; begin < end; begin += KrTriangleSieve::kMostIndices) {
+        run.sieves.emplace_back(vertices, indices + begin, std::min(KrTriangleSieve::kMostIndices, end - begin),
+                                numbers);
+    }
+}
+
 /// Draws what may show, from memory: the driver is on the processor.
 /// @param indices  of the run
 template <typename Index>
 void KrMeshArena::drawSeen(const Binding& binding, const Mesh& mesh, const Run& run, const KrTriangleSieve::View& view,
-                           const Index* indices, std::vector<Index>& seen) const
+                           std::size_t& nextSeen, const Index* indices, std::vector<Index>& corners) const
 {
-    const auto end = static_cast<std::size_t>(run.count);
-    const auto sizeFrom = [end](std::size_t begin) { return std::min(KrTriangleSieve::kMostIndices, end - begin); };
-    if (run.sieves.empty()) {
-        const osg::Vec3* const vertices = &(*m_vertices)[static_cast<std::size_t>(mesh.baseVertex)];
-        std::vector<std::uint16_t> numbers(*std::max_element(indices, indices + end) + std::size_t{1},
-                                           KrTriangleSieve::kNoNumber);
-        for (std::size_t begin = 0; begin < end; begin += sizeFrom(begin)) {
-            run.sieves.emplace_back(vertices, indices + begin, sizeFrom(begin), numbers);
-        }
-    }
     std::size_t begin = 0;
-    for (const KrTriangleSieve& sieve : run.sieves) {
-        const std::size_t count = sizeFrom(begin);
-        m_sights.truncate(0);
-        const std::size_t numSeen = sieve.find(view, m_sights);
-        seen.resize(std::max(seen.size(), 3 * m_sights.size()));
-        const KrTriangleSieve::Sight* const sights = m_sights.data();
-        const std::size_t kept =
-            KrTriangleSieve::copy(indices + begin, sights, sights + m_sights.size(), view.nearest, seen.data());
-        if (static_cast<double>(3 * numSeen) > kMostSeen * static_cast<double>(count)) {
-            draw(binding, mesh, run.first + begin, count);
-        } else if (kept != 0) {
+    for (const KrTriangleSieve& sieve : sieves(mesh, run)) {
+        const std::size_t first = begin;
+        begin += KrTriangleSieve::kMostIndices;
+        const KrSiftingPass::Seen seen = m_sifting.seen(nextSeen++, sieve, view);
+        if (seen.isWhole) {
+            draw(binding, mesh, run.first + first, 3 * sieve.numTriangles());
+        } else if (seen.begin != seen.end) {
+            corners.resize(std::max(corners.size(), 3 * static_cast<std::size_t>(seen.end - seen.begin)));
+            const std::size_t count =
+                KrTriangleSieve::copy(indices + first, seen.begin, seen.end, view.nearest, corners.data());
+            if (count == 0) {
+                continue;
+            }
             binding.arrays->unbindElementBufferObject();
-            binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, static_cast<GLsizei>(kept),
+            binding.gl->glDrawElementsBaseVertex(GL_TRIANGLES, static_cast<GLsizei>(count),
                                                  sizeof(Index) == sizeof(GLuint) ? GL_UNSIGNED_INT : GL_UNSIGNED_SHORT,
-                                                 seen.data(), mesh.baseVertex);
-            binding.pace->handOver(*binding.gl, kept);
+                                                 corners.data(), mesh.baseVertex);
+            binding.pace->handOver(*binding.gl, count);
         }
-        begin += count;
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <rendCore/draw/private/KrTriangleSieve.h>
+#include <rendCore/draw/private/KrSiftingPass.h>
 
 #include <osg/Array>
 #include <osg/LightModel>
@@ -97,6 +97,8 @@ public:
     /// Leaves back faces out, without any look. Borrowed.
     const osg::StateSet* solid() const { return m_solid; }
     bool isTextured(unsigned int number) const { return m_states[number].isTextured; }
+    /// Whether what is drawn so hides what is behind it, as far as the state set has a say.
+    bool isHiding(unsigned int number) const { return m_states[number].isHiding; }
 
     /// Whether the buffers stay in the range of what the scene graph counts them with, whatever the looks are.
     bool hasRoomFor(const KrIndexedMesh& mesh) const;
@@ -127,8 +129,15 @@ public:
     /// Before the first `draw` of a drawable, and where texture coordinates are needed or no longer. The context is
     /// current.
     Binding bind(osg::State& state, bool isTextured) const;
-    /// @param view  null for every triangle; else what does not show need not be drawn
-    void draw(const Binding& binding, const Mesh& mesh, const Run& run, const KrTriangleSieve::View* view) const;
+    /// The pass in which runs are looked through before they are drawn. Borrowed.
+    KrSiftingPass& sifting() const { return m_sifting; }
+    /// Adds a run to the pass.
+    void sift(const Mesh& mesh, const Run& run, const KrTriangleSieve::View& view) const;
+    /// @param view      null for every triangle; else what does not show need not be drawn
+    /// @param nextSeen  where the run stands in the pass, set to the next one's place. What stands nowhere in it is
+    ///                  looked through now
+    void draw(const Binding& binding, const Mesh& mesh, const Run& run, const KrTriangleSieve::View* view,
+              std::size_t& nextSeen) const;
     /// After the last one.
     static void unbind(osg::State& state);
 
@@ -143,6 +152,7 @@ private:
     {
         osg::ref_ptr<osg::StateSet> set;
         bool isTextured = false;
+        bool isHiding = false;
     };
     /// By what they set, not by their address.
     struct ComesBefore
@@ -151,9 +161,12 @@ private:
     };
 
     unsigned int number(const osg::ref_ptr<osg::StateSet>& states, bool isTextured);
+    const std::vector<KrTriangleSieve>& sieves(const Mesh& mesh, const Run& run) const;
+    template <typename Index>
+    void makeSieves(const Mesh& mesh, const Run& run, const Index* indices) const;
     template <typename Index>
     void drawSeen(const Binding& binding, const Mesh& mesh, const Run& run, const KrTriangleSieve::View& view,
-                  const Index* indices, std::vector<Index>& seen) const;
+                  std::size_t& nextSeen, const Index* indices, std::vector<Index>& corners) const;
     static void draw(const Binding& binding, const Mesh& mesh, std::size_t first, std::size_t count);
 
     osg::ref_ptr<osg::StateSet> m_base;
@@ -170,7 +183,7 @@ private:
     osg::ref_ptr<osg::DrawElementsUShort> m_narrow;
     osg::ref_ptr<osg::DrawElementsUInt> m_wide;
     // On their way to the driver.
-    mutable KrTriangleSieve::Sights m_sights;
-    mutable std::vector<GLushort> m_seenNarrow;
-    mutable std::vector<GLuint> m_seenWide;
+    mutable KrSiftingPass m_sifting;
+    mutable std::vector<GLushort> m_narrowCorners;
+    mutable std::vector<GLuint> m_wideCorners;
 };

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
 
 namespace
 {
@@ -54,41 +53,82 @@ bool areVerticesPlaced()
     return program == 0;
 }
 
-/// From where a batch is seen, but for its items' own; nothing where all triangles go to the driver. A graphics card
-/// has its indices already, and is faster in leaving triangles out than in being sent those that are left.
-/// @param isProgramOurs  the program that places vertices, as the matrices say; else there must be none
-std::optional<KrTriangleSieve::View> viewOf(const KrMeshArena::Binding& binding, const osg::State& state,
-                                            bool isProgramOurs)
+/// Whether, as the driver's state is now, of two surfaces before a pixel the nearer one is all that is left, whichever
+/// is drawn first.
+bool isNearerSeen(const osg::GLExtensions& gl)
 {
-    if (binding.pace == nullptr || !areMiddlesDrawn() || !(isProgramOurs || areVerticesPlaced())) {
-        return {};
+    for (const GLenum way :
+         {GL_BLEND, GL_ALPHA_TEST, GL_STENCIL_TEST, GL_COLOR_LOGIC_OP, GL_POLYGON_STIPPLE, GL_POLYGON_OFFSET_FILL,
+          GL_CLIP_PLANE0, GL_CLIP_PLANE1, GL_CLIP_PLANE2, GL_CLIP_PLANE3, GL_CLIP_PLANE4, GL_CLIP_PLANE5}) {
+        if (glIsEnabled(way) == GL_TRUE) {
+            return false;
+        }
     }
-    // The driver's own: the scene graph's may have fractions, which are cut off.
-    GLint viewport[4] = {};
-    glGetIntegerv(GL_VIEWPORT, viewport);
-    GLint numBits = 0;
-    glGetIntegerv(GL_SUBPIXEL_BITS, &numBits);
-    KrTriangleSieve::View view;
-    view.projection = state.getProjectionMatrix();
-    view.width = static_cast<double>(viewport[2]);
-    view.height = static_cast<double>(viewport[3]);
-    view.rounding = std::ldexp(1.0, -std::max(numBits, kFewestSubpixelBits));
-    return view;
-}
-
-/// Takes over what an item has of its own.
-const KrTriangleSieve::View* viewOfItem(std::optional<KrTriangleSieve::View>& view, const KrMeshBatch::Item& item,
-                                        KrMeshArena::Faces faces)
-{
-    if (!view) {
-        return nullptr;
+    GLboolean areDepthsWritten = GL_FALSE;
+    GLint comparison = GL_ALWAYS;
+    GLfloat range[2] = {};
+    glGetBooleanv(GL_DEPTH_WRITEMASK, &areDepthsWritten);
+    glGetIntegerv(GL_DEPTH_FUNC, &comparison);
+    glGetFloatv(GL_DEPTH_RANGE, range);
+    // A client may count what is drawn.
+    GLint query = 0;
+    if (gl.glGetQueryiv != nullptr) {
+        gl.glGetQueryiv(GL_SAMPLES_PASSED, GL_CURRENT_QUERY, &query);
     }
-    view->modelView = item.modelView;
-    view->areBacksLeftOut = faces != KrMeshArena::Faces::Both;
-    return &*view;
+    return glIsEnabled(GL_DEPTH_TEST) == GL_TRUE && areDepthsWritten == GL_TRUE &&
+           (comparison == GL_LESS || comparison == GL_LEQUAL) && range[0] == 0.0f && range[1] == 1.0f && query == 0;
 }
 
 } // namespace
+
+/// From where a batch is seen, for drivers that draw with the processor. A graphics card has its indices already, and
+/// is faster in leaving triangles out than in being sent those that are left.
+class KrMeshBatch::Eye
+{
+public:
+    /// @param isProgramOurs  the program that places vertices, as the matrices say; else there must be none
+    Eye(const KrMeshArena& arena, const KrMeshArena::Binding& binding, const osg::State& state, bool isProgramOurs)
+        : m_isOpen(binding.pace != nullptr && areMiddlesDrawn() && (isProgramOurs || areVerticesPlaced()))
+    {
+        if (!m_isOpen) {
+            return;
+        }
+        // The driver's own: the scene graph's may have fractions, which are cut off.
+        GLint viewport[4] = {};
+        GLint numBits = 0;
+        GLint numDepthBits = 0;
+        glGetIntegerv(GL_VIEWPORT, viewport);
+        glGetIntegerv(GL_SUBPIXEL_BITS, &numBits);
+        glGetIntegerv(GL_DEPTH_BITS, &numDepthBits);
+        m_view.projection = state.getProjectionMatrix();
+        m_view.width = static_cast<double>(viewport[2]);
+        m_view.height = static_cast<double>(viewport[3]);
+        m_view.rounding = std::ldexp(1.0, -std::max(numBits, kFewestSubpixelBits));
+        m_view.depthRounding = std::ldexp(1.0, -numDepthBits);
+        m_numPixels = static_cast<std::size_t>(viewport[2]) * static_cast<std::size_t>(viewport[3]);
+        if (numDepthBits != 0 && m_numPixels <= KrNearestDepths::kMostPixels && isNearerSeen(*binding.gl)) {
+            m_nearest = &arena.sifting().nearest();
+        }
+    }
+    std::size_t numPixels() const { return m_numPixels; }
+    /// Whether small triangles behind others can be left out.
+    bool areHiddenFound() const { return m_nearest != nullptr; }
+    /// Null where all triangles go to the driver.
+    /// @param isHiding  whether what is behind a part does not show
+    const KrTriangleSieve::View* viewOf(const Item& item, KrMeshArena::Faces faces, bool isHiding)
+    {
+        m_view.modelView = item.modelView;
+        m_view.areBacksLeftOut = faces != KrMeshArena::Faces::Both;
+        m_view.nearest = isHiding ? m_nearest : nullptr;
+        return m_isOpen ? &m_view : nullptr;
+    }
+
+private:
+    bool m_isOpen;
+    KrTriangleSieve::View m_view;
+    std::size_t m_numPixels = 0; ///< of the viewport
+    KrNearestDepths* m_nearest = nullptr;
+};
 
 KrMeshBatch::KrMeshBatch()
 {
@@ -117,6 +157,8 @@ void KrMeshBatch::begin(const KrMeshArena& arena, const osg::ref_ptr<const KrMes
     m_fronts = fronts;
     m_areBackFacesCulled = areBackFacesCulled;
     m_items.clear();
+    m_next = nullptr;
+    m_pass = 0;
 }
 
 void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
@@ -131,7 +173,8 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
     const osg::StateSet* last = nullptr;
     const osg::StateSet* look = nullptr;
     const double near = nearOf(state.getProjectionMatrix());
-    std::optional<KrTriangleSieve::View> view = viewOf(binding, state, false);
+    Eye eye(*m_arena, binding, state, false);
+    std::size_t nextSeen = sift(eye, near);
     for (const Item& item : m_items) {
         if (item.look != look) {
             // The state weighs it against what is above and below, as for a node of the graph.
@@ -142,7 +185,6 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
         const KrMeshArena::Faces faces = facesOf(item, near);
         // Through the state, which knows afterwards that the matrix is another one than the leaf's.
         state.applyModelViewMatrix(item.modelView);
-        const KrTriangleSieve::View* const seenFrom = viewOfItem(view, item, faces);
         for (const KrMeshArena::Part& part : item.mesh->parts) {
             const osg::StateSet* const states = m_arena->states(part.states, faces, *m_fronts);
             if (states != last) {
@@ -153,11 +195,44 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
                 }
                 last = states;
             }
-            m_arena->draw(binding, *item.mesh, part.levels[item.level], seenFrom);
+            m_arena->draw(binding, *item.mesh, part.levels[item.level],
+                          eye.viewOf(item, faces, m_arena->isHiding(part.states)), nextSeen);
         }
     }
     pushLook(state, look, nullptr);
     KrMeshArena::unbind(state);
+}
+
+/// Looks through all items, and those of the batches that follow, so that each is drawn with all known that may hide
+/// it.
+/// @return where the items are found, among what has been looked through
+std::size_t KrMeshBatch::sift(Eye& eye, double near) const
+{
+    KrSiftingPass& pass = m_arena->sifting();
+    if (!eye.areHiddenFound()) {
+        return pass.numAdded();
+    }
+    if (m_pass == 0 || m_pass != pass.number()) {
+        pass.begin(eye.numPixels());
+        for (const KrMeshBatch* batch = this; batch != nullptr; batch = batch->m_next) {
+            batch->m_pass = pass.number();
+            batch->m_firstSeen = pass.numAdded();
+            batch->addToPass(eye, near);
+        }
+        pass.run();
+    }
+    return m_firstSeen;
+}
+
+void KrMeshBatch::addToPass(Eye& eye, double near) const
+{
+    for (const Item& item : m_items) {
+        const KrMeshArena::Faces faces = facesOf(item, near);
+        for (const KrMeshArena::Part& part : item.mesh->parts) {
+            const bool isHiding = m_partUniform != nullptr || m_arena->isHiding(part.states);
+            m_arena->sift(*item.mesh, part.levels[item.level], *eye.viewOf(item, faces, isHiding));
+        }
+    }
 }
 
 /// Which faces of an item are drawn.
@@ -178,7 +253,8 @@ void KrMeshBatch::drawParts(osg::State& state) const
     const KrMeshArena::Binding binding = m_arena->bind(state, false);
     const GLint part = program != nullptr ? program->getUniformLocation(osg::Uniform::getNameID(m_partUniform)) : -1;
     const double near = nearOf(state.getProjectionMatrix());
-    std::optional<KrTriangleSieve::View> view = viewOf(binding, state, true);
+    Eye eye(*m_arena, binding, state, true);
+    std::size_t nextSeen = sift(eye, near);
     bool isSolid = false;
     for (const Item& item : m_items) {
         const KrMeshArena::Faces faces = facesOf(item, near);
@@ -189,9 +265,8 @@ void KrMeshBatch::drawParts(osg::State& state) const
         }
         state.applyModelViewMatrix(item.modelView);
         binding.gl->glUniform4uiv(part, 1, item.part.data());
-        const KrTriangleSieve::View* const seenFrom = viewOfItem(view, item, faces);
         for (const KrMeshArena::Part& range : item.mesh->parts) {
-            m_arena->draw(binding, *item.mesh, range.levels[item.level], seenFrom);
+            m_arena->draw(binding, *item.mesh, range.levels[item.level], eye.viewOf(item, faces, true), nextSeen);
         }
     }
     // For what the scene graph draws next, which says itself what it is.

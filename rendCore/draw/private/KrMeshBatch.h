@@ -37,6 +37,9 @@ public:
     void begin(const KrMeshArena& arena, const osg::ref_ptr<const KrMeshArena::FrontStates>& fronts,
                bool areBackFacesCulled, const char* partUniform);
     void add(const Item& item) { m_items.push_back(item); }
+    /// Says that this batch is drawn right behind `before`, of the same arena, with nothing between them that draws or
+    /// changes the projection. Both go to the view in this frame, which lets them go together.
+    void follow(KrMeshBatch& before) { before.m_next = this; }
 
     void drawImplementation(osg::RenderInfo& renderInfo) const override;
     META_Node(rendCore, KrMeshBatch)
@@ -44,6 +47,10 @@ public:
         protected : ~KrMeshBatch() override;
 
 private:
+    class Eye;
+
+    std::size_t sift(Eye& eye, double near) const;
+    void addToPass(Eye& eye, double near) const;
     KrMeshArena::Faces facesOf(const Item& item, double near) const;
     void drawParts(osg::State& state) const;
 
@@ -52,4 +59,8 @@ private:
     bool m_areBackFacesCulled = false;
     const char* m_partUniform = nullptr;
     std::vector<Item> m_items;
+    const KrMeshBatch* m_next = nullptr; ///< drawn right behind this one; null for none
+    // Where the items were looked through.
+    mutable std::uint64_t m_pass = 0; ///< its number; 0 for none
+    mutable std::size_t m_firstSeen = 0;
 };

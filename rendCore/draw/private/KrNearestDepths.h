@@ -37,6 +37,16 @@ public:
         m_nearness[pixel] = nearness;
     }
 
+    /// Takes over what is nearer elsewhere, of the same picture.
+    void add(const KrNearestDepths& other)
+    {
+        for (const std::uint32_t pixel : other.m_known) {
+            if (other.m_nearness[pixel] > m_nearness[pixel]) {
+                add(pixel, other.m_nearness[pixel]);
+            }
+        }
+    }
+
 private:
     std::vector<float> m_nearness;
     std::vector<std::uint32_t> m_known; ///< pixels that have some

@@ -689,6 +689,11 @@ KrMeshBatch& KrDrawPlan::batch(Frame& frame)
         visitor.pushStateSet(m_table->arena().flat());
     }
     visitor.pushStateSet(m_table->arena().base());
+    // Leaves of one state graph are drawn one after the other, and those of the arena's state sets are batches.
+    const osgUtil::StateGraph::LeafList& leaves = visitor.getCurrentStateGraph()->_leaves;
+    if (!leaves.empty() && leaves.back()->_projection == visitor.getProjectionMatrix()) {
+        frame.batch->follow(static_cast<KrMeshBatch&>(*leaves.back()->_drawable));
+    }
     // The matrix is one that the view holds anyway: every item brings its own.
     visitor.addDrawableAndDepth(frame.batch, visitor.getModelViewMatrix(), 0.0f);
     visitor.popStateSet();

@@ -1,3 +1,4 @@
+#include <rendCore/draw/private/KrSiftingPass.h>
 #include <rendCore/draw/private/KrTriangleSieve.h>
 
 #include <gtest/gtest.h>
@@ -374,4 +375,51 @@ TEST(KrTriangleSieve, KnowsWhereItsLimitsAre)
     KrTriangleSieve::Sights sights;
     EXPECT_EQ(empty.find(viewFrom(3.0), sights), 0u);
     EXPECT_EQ(sights.size(), 0u);
+}
+
+// Several balls of one place hide each other, whichever core looks through them, and in which order.
+TEST(KrSiftingPass, LeavesTheSameOnAnyNumberOfCores)
+{
+    const Ball ball;
+    const std::vector<KrTriangleSieve> sieves = {ball.sieve()};
+    std::vector<View> views;
+    for (unsigned int i = 0; i < 150; ++i) {
+        views.push_back(viewFrom(20.0 - 0.01 * i));
+        views.back().modelView.preMultTranslate(osg::Vec3d(0.02 * (i % 10), 0.0, 0.0));
+    }
+    const auto width = static_cast<std::size_t>(views[0].width);
+    const auto height = static_cast<std::size_t>(views[0].height);
+    // One after the other.
+    KrNearestDepths nearest;
+    nearest.begin(width * height);
+    KrTriangleSieve::Sights sights;
+    std::vector<std::size_t> ends = {0};
+    for (View view : views) {
+        view.nearest = &nearest;
+        sieves[0].find(view, sights);
+        ends.push_back(sights.size());
+    }
+    KrSiftingPass pass;
+    for (const bool isOften : {false, true}) {
+        pass.begin(width * height);
+        for (View& view : views) {
+            view.nearest = &pass.nearest();
+            pass.add(view, sieves);
+        }
+        pass.run();
+        std::size_t numLeft = 0;
+        for (std::size_t i = 0; i < views.size(); ++i) {
+            const Indices expected = ball.copy(sights.data() + ends[i], sights.data() + ends[i + 1], &nearest);
+            const KrSiftingPass::Seen seen = pass.seen(i, sieves[0], views[i]);
+            EXPECT_FALSE(seen.isWhole);
+            EXPECT_EQ(ball.copy(seen.begin, seen.end, &pass.nearest()), expected) << i << isOften;
+            numLeft += expected.size();
+        }
+        EXPECT_LT(numLeft, 3 * ball.indices.size()) << "of 150 balls";
+        // What nobody asked for before is looked through on the spot, and hidden by what is there.
+        View behind = viewFrom(30.0);
+        behind.nearest = &pass.nearest();
+        const KrSiftingPass::Seen seen = pass.seen(pass.numAdded(), sieves[0], behind);
+        EXPECT_LT(ball.copy(seen.begin, seen.end, &pass.nearest()).size(), ball.indices.size() / 50);
+    }
 }
