@@ -287,9 +287,19 @@ bool KrMeshCache::read(const Name& name, Entry& entry) const
     }
     const std::string_view all(entry.m_file.get(), static_cast<std::size_t>(size));
     entry.m_bytes = all.substr(kHeaderBytes);
-    if (!readAll(file.number, entry.m_file.get(), all.size()) || all.substr(0, kMagic.size()) != kMagic ||
-        // With the name: an entry under another one's name is as good as damaged.
-        all.substr(kMagic.size(), kSealBytes) != seal(ForEntry, {name, entry.m_bytes})) {
+    // As seal() has it, block by block: each is sealed while it is close to the processor. With the name: an entry
+    // under another one's name is as good as damaged.
+    Seal seal(m_cipher.get(), m_key, ForEntry);
+    seal.add(name);
+    seal.endPart(name.size());
+    bool isRead = true;
+    for (std::size_t first = 0; isRead && first < all.size(); first += kBlockBytes) {
+        const std::string_view block = all.substr(first, kBlockBytes);
+        isRead = readAll(file.number, entry.m_file.get() + first, block.size());
+        seal.add(first == 0 ? block.substr(kHeaderBytes) : block);
+    }
+    seal.endPart(entry.m_bytes.size());
+    if (!isRead || all.substr(0, kMagic.size()) != kMagic || all.substr(kMagic.size(), kSealBytes) != seal.finish()) {
         return false;
     }
     // Used now. Where that cannot be noted, it only goes earlier.

@@ -3,6 +3,9 @@
 #include <import/mesh/KrMeshNormals.h>
 #include <import/mesh/KrVectorIndex.h>
 
+#include <toolkit/extent/KrBoxPhysicalExtent.h>
+#include <toolkit/extent/KrCylinderPhysicalExtent.h>
+#include <toolkit/extent/KrSpherePhysicalExtent.h>
 #include <toolkit/extent/private/KrKnownMesh.h>
 #include <toolkit/foundation/KrReason.h>
 
@@ -305,12 +308,26 @@ bool isNear(const KrBasePhysicalExtent& part)
     const auto isSmall = [](const KrVector& v) {
         return std::abs(v.x()) < kNear && std::abs(v.y()) < kNear && std::abs(v.z()) < kNear;
     };
-    // Without a placed copy of a mesh, which is as long as the mesh.
-    const auto* const own = dynamic_cast<const KrTriPhysicalExtent*>(&part);
-    const boost::shared_ptr<const KrTriPhysicalExtent> made = own ? nullptr : part.triExtent();
-    const KrTriPhysicalExtent* const mesh = own ? own : made.get();
-    return isSmall(part.placement().translation()) &&
-           (!mesh || std::all_of(mesh->vertices().begin(), mesh->vertices().end(), isSmall));
+    const auto hasSmallVertices = [&isSmall](const KrTriPhysicalExtent* mesh) {
+        return !mesh || std::all_of(mesh->vertices().begin(), mesh->vertices().end(), isSmall);
+    };
+    if (!isSmall(part.placement().translation())) {
+        return false;
+    }
+    // Without a placed copy of a mesh, which is as long as the mesh, and without the surfaces of most primitives.
+    if (const auto* const mesh = dynamic_cast<const KrTriPhysicalExtent*>(&part)) {
+        return hasSmallVertices(mesh);
+    }
+    if (const auto* const box = dynamic_cast<const KrBoxPhysicalExtent*>(&part)) {
+        return isSmall(box->size());
+    }
+    if (const auto* const sphere = dynamic_cast<const KrSpherePhysicalExtent*>(&part)) {
+        return sphere->radius() < kNear;
+    }
+    if (const auto* const cylinder = dynamic_cast<const KrCylinderPhysicalExtent*>(&part)) {
+        return cylinder->radius() < kNear && cylinder->length() < kNear;
+    }
+    return hasSmallVertices(part.triExtent().get());
 }
 
 } // namespace

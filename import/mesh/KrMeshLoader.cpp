@@ -107,6 +107,13 @@ std::string versionText()
     return text;
 }
 
+/// Asked for once: what runs stays what it is, whatever becomes of the files.
+const std::string& version()
+{
+    static const std::string text = versionText();
+    return text;
+}
+
 bool isSameContent(const std::string& a, const std::string& b, std::uint64_t maxBytes)
 {
     KrInputFile files[2] = {KrInputFile(maxBytes, KrInputFile::Accept::Files),
@@ -114,9 +121,14 @@ bool isSameContent(const std::string& a, const std::string& b, std::uint64_t max
     if (!files[0].open(a) || !files[1].open(b)) {
         return false;
     }
-    // Piece by piece: files of one length mostly differ in the first one.
-    std::vector<char> blocks[2] = {std::vector<char>(1 << 16), std::vector<char>(1 << 16)};
-    for (;;) {
+    // Piece by piece: files of one length mostly differ in the first one, which is short.
+    constexpr std::size_t kFirst = 4096;
+    constexpr std::size_t kFurther = 65536;
+    std::vector<char> blocks[2];
+    for (std::size_t size = kFirst;; size = kFurther) {
+        for (std::vector<char>& block : blocks) {
+            block.resize(size);
+        }
         std::size_t counts[2] = {0, 0};
         for (unsigned int i = 0; i < 2; ++i) {
             if (!files[i].read(blocks[i].data(), blocks[i].size(), counts[i])) {
@@ -202,7 +214,7 @@ bool KrMeshLoader::Wish::operator<(const Wish& other) const
 KrMeshLoader::KrMeshLoader(const Options& options)
     : m_options(options)
     , m_cache(options.cacheFolder, options.maxCacheBytes)
-    , m_version(m_cache.isOpen() ? versionText() : std::string())
+    , m_version(m_cache.isOpen() ? version() : std::string())
 {
     // So that giving one back never asks for memory.
     m_entries.reserve(kMostAtOnce);
