@@ -177,20 +177,25 @@ std::vector<bool> usedVertices(const aiMesh& mesh)
 
 /// The numbers that vectors got, of those that came last. Neighbours have a corner each at the same place: most are
 /// found here, before they are computed with or looked for among all.
-/// @tparam Vector  three floats
-template <typename Vector>
 class LatestVectors
 {
 public:
     /// Forgets all of them.
     void clear() { ++m_round; }
-    /// @param add  gives the number of a vector that is not known
+    /// @param add  gives the number of a vector that is not known; the same one for either zero
     template <typename Add>
-    std::uint32_t number(const Vector& vector, const Add& add)
+    std::uint32_t number(const aiVector3D& vector, const Add& add)
     {
-        Slot& slot = m_slots[hash(vector) % kNumSlots];
-        if (slot.round != m_round || !(slot.vector == vector)) {
-            slot = {vector, add(vector), m_round};
+        static_assert(sizeof(aiVector3D) == 3 * sizeof(std::uint32_t));
+        std::uint32_t bits[3];
+        std::memcpy(bits, &vector, sizeof bits);
+        const std::uint64_t sum =
+            bits[0] * 0xBF58476D1CE4E5B9u + bits[1] * 0x94D049BB133111EBu + bits[2] * 0x9E3779B97F4A7C15u;
+        Slot& slot = m_slots[static_cast<std::size_t>(sum >> 40) % kNumSlots];
+        // By the bits, all at once: whether neighbours are equal is nothing that the processor can guess.
+        if (((slot.bits[0] ^ bits[0]) | (slot.bits[1] ^ bits[1]) | (slot.bits[2] ^ bits[2]) | (slot.round ^ m_round)) !=
+            0) {
+            slot = {{bits[0], bits[1], bits[2]}, add(vector), m_round};
         }
         return slot.number;
     }
@@ -200,20 +205,10 @@ private:
     static constexpr std::size_t kNumSlots = 2048;
     struct Slot
     {
-        Vector vector = {};
+        std::uint32_t bits[3] = {};
         std::uint32_t number = 0;
         std::uint32_t round = 0;
     };
-    static std::size_t hash(const Vector& vector)
-    {
-        const float numbers[3] = {static_cast<float>(vector[0]), static_cast<float>(vector[1]),
-                                  static_cast<float>(vector[2])};
-        std::uint32_t bits[3];
-        std::memcpy(bits, numbers, sizeof bits);
-        const std::uint64_t sum =
-            bits[0] * 0xBF58476D1CE4E5B9u + bits[1] * 0x94D049BB133111EBu + bits[2] * 0x9E3779B97F4A7C15u;
-        return static_cast<std::size_t>(sum >> 40);
-    }
 
     std::vector<Slot> m_slots = std::vector<Slot>(kNumSlots);
     std::uint32_t m_round = 1;
@@ -267,8 +262,8 @@ private:
     std::uint64_t m_numVertices = 0; ///< of all instances
     KrVectorIndex m_vertices;
     KrVectorIndex m_normals;
-    LatestVectors<aiVector3D> m_latestVertices; ///< numbers among all vertices
-    LatestVectors<aiVector3D> m_latestNormals;
+    LatestVectors m_latestVertices; ///< numbers among all vertices
+    LatestVectors m_latestNormals;
     std::vector<KrMeshMaterials::Look> m_looks;
     std::map<std::pair<unsigned int, bool>, std::size_t> m_groups; ///< by material and whether its texture can be used
     std::map<std::string, std::size_t> m_colorGroups;              ///< by the colour of all vertices
