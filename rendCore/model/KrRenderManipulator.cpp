@@ -157,7 +157,7 @@ void KrRenderManipulator::releaseGLObjects(osg::State* state) const
 {
     osg::MatrixTransform::releaseGLObjects(state);
     if (m_plan) {
-        m_plan->table()->releaseGLObjects(state);
+        m_plan->releaseGLObjects(state);
     }
 }
 

@@ -17,6 +17,7 @@
 #include <osg/ColorMask>
 #include <osg/CullFace>
 #include <osg/Depth>
+#include <osg/DisplaySettings>
 #include <osg/FrontFace>
 #include <osg/GLExtensions>
 #include <osg/LightModel>
@@ -904,7 +905,17 @@ TEST(KrDirectDrawing, WaitsForADriverThatDrawsWithTheProcessor)
 }
 
 // Buffers belong to a context, and a view holds what it drew last.
-TEST(KrDirectDrawing, OutlivesScenesAndWindows)
+class KrDirectDrawingByHint : public testing::TestWithParam<osg::DisplaySettings::VertexBufferHint>
+{
+protected:
+    void SetUp() override { osg::DisplaySettings::instance()->setVertexBufferHint(GetParam()); }
+    void TearDown() override { osg::DisplaySettings::instance()->setVertexBufferHint(m_usual); }
+
+private:
+    const osg::DisplaySettings::VertexBufferHint m_usual = osg::DisplaySettings::instance()->getVertexBufferHint();
+};
+
+TEST_P(KrDirectDrawingByHint, OutlivesScenesAndWindows)
 {
     Both rover(std::string(KR_SAMPLES "/textured_rover.xml"));
     Both arm(std::string(KR_SAMPLES "/industrial_arm.urdf"));
@@ -931,4 +942,8 @@ TEST(KrDirectDrawing, OutlivesScenesAndWindows)
     EXPECT_EQ(arm.difference(), 0u) << "in another window";
 }
 
+INSTANTIATE_TEST_SUITE_P(All, KrDirectDrawingByHint,
+                         testing::Values(osg::DisplaySettings::NO_PREFERENCE,
+                                         osg::DisplaySettings::VERTEX_BUFFER_OBJECT,
+                                         osg::DisplaySettings::VERTEX_ARRAY_OBJECT));
 INSTANTIATE_TEST_SUITE_P(All, KrDirectDrawingOfFiles, testing::ValuesIn(files()), nameOf);

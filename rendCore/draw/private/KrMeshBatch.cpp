@@ -5,6 +5,7 @@
 #include <osg/RenderInfo>
 #include <osg/State>
 #include <osg/Uniform>
+#include <osg/VertexArrayState>
 
 #include <algorithm>
 #include <cmath>
@@ -152,6 +153,10 @@ KrMeshBatch::~KrMeshBatch() = default;
 void KrMeshBatch::begin(const KrMeshArena& arena, const osg::ref_ptr<const KrMeshArena::FrontStates>& fronts,
                         bool areBackFacesCulled, const char* partUniform)
 {
+    if (m_arena != &arena) {
+        // What is known of the arrays goes by their addresses, which those of another arena may get.
+        releaseGLObjects();
+    }
     m_partUniform = partUniform;
     m_arena = &arena;
     m_fronts = fronts;
@@ -159,6 +164,14 @@ void KrMeshBatch::begin(const KrMeshArena& arena, const osg::ref_ptr<const KrMes
     m_items.clear();
     m_next = nullptr;
     m_pass = 0;
+}
+
+osg::VertexArrayState* KrMeshBatch::createVertexArrayStateImplementation(osg::RenderInfo& renderInfo) const
+{
+    osg::VertexArrayState* const arrays = osg::Drawable::createVertexArrayStateImplementation(renderInfo);
+    // Without one the batches would share the context's, of which each knows only what it set itself.
+    arrays->generateVertexArrayObject();
+    return arrays;
 }
 
 void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const

@@ -42,6 +42,8 @@ public:
     void follow(KrMeshBatch& before) { before.m_next = this; }
 
     void drawImplementation(osg::RenderInfo& renderInfo) const override;
+    /// With the vertex array object of the batch, where the driver's hint asks for one for each drawable.
+    osg::VertexArrayState* createVertexArrayStateImplementation(osg::RenderInfo& renderInfo) const override;
     META_Node(rendCore, KrMeshBatch)
 
         protected : ~KrMeshBatch() override;

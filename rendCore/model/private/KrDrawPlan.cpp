@@ -670,6 +670,15 @@ std::size_t KrDrawPlan::levelOf(std::size_t place, const KrMeshArena::Mesh& mesh
     return level;
 }
 
+void KrDrawPlan::releaseGLObjects(osg::State* state) const
+{
+    m_table->releaseGLObjects(state);
+    // They stand in no scene. Another context may get the number of this one.
+    for (const osg::ref_ptr<KrMeshBatch>& batch : m_batches) {
+        batch->releaseGLObjects(state);
+    }
+}
+
 /// The batch of the frame and view at hand.
 KrMeshBatch& KrDrawPlan::batch(Frame& frame)
 {

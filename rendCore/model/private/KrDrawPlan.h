@@ -59,6 +59,8 @@ public:
     void endDrawing() override;
 
     const osg::ref_ptr<KrShapeTable>& table() const { return m_table; }
+    /// Those of the table, and what was drawn last knows of them.
+    void releaseGLObjects(osg::State* state) const;
 
 private:
     enum class Kind
