@@ -64,6 +64,11 @@ public:
         EXPECT_TRUE(DrawableFiles::read(file, system));
         open();
     }
+    explicit Both(const KrStatedSystem& shown)
+        : system(shown)
+    {
+        open();
+    }
 
     /// Pixels in which colours or depths differ.
     std::size_t difference()
@@ -144,28 +149,32 @@ osg::ref_ptr<osg::Group> wrapManipulator(KrRenderWindow& window)
     return nullptr;
 }
 
-/// Calls `change` with the state set of every drawable.
-void changeStates(osg::Node& scene, const std::function<void(osg::StateSet&)>& change)
+void forEachDrawable(osg::Node& scene, const std::function<void(osg::Drawable&)>& act)
 {
     class Visitor : public osg::NodeVisitor
     {
     public:
-        explicit Visitor(const std::function<void(osg::StateSet&)>& change)
+        explicit Visitor(const std::function<void(osg::Drawable&)>& act)
             : osg::NodeVisitor(TRAVERSE_ALL_CHILDREN)
-            , m_change(change)
+            , m_act(act)
         {
         }
-        void apply(osg::Drawable& drawable) override
-        {
-            if (drawable.getStateSet() != nullptr) {
-                m_change(*drawable.getStateSet());
-            }
-        }
+        void apply(osg::Drawable& drawable) override { m_act(drawable); }
 
     private:
-        const std::function<void(osg::StateSet&)>& m_change;
-    } visitor(change);
+        const std::function<void(osg::Drawable&)>& m_act;
+    } visitor(act);
     scene.accept(visitor);
+}
+
+/// Calls `change` with the state set of every drawable.
+void changeStates(osg::Node& scene, const std::function<void(osg::StateSet&)>& change)
+{
+    forEachDrawable(scene, [&change](osg::Drawable& drawable) {
+        if (drawable.getStateSet() != nullptr) {
+            change(*drawable.getStateSet());
+        }
+    });
 }
 
 /// The nodes of links, in depth-first pre-order.
@@ -222,6 +231,48 @@ osg::ref_ptr<osg::Program> enlargingProgram()
     program->addShader(
         new osg::Shader(osg::Shader::FRAGMENT, "void main() { gl_FragColor = vec4(1.0, 0.0, 0.0, 1.0); }"));
     return program;
+}
+
+/// Robots of a wavy surface each, one behind the other, of 156,000 triangles that are smaller than a pixel.
+KrStatedSystem ponds(unsigned int count)
+{
+    constexpr unsigned int kSide = 280;
+    KrManipulatorSystem robots;
+    KrManipulatorSystemState state;
+    for (unsigned int number = 0; number < count; ++number) {
+        KrXmlVectorVector corners;
+        std::vector<KrTriangle> triangles;
+        for (unsigned int i = 0; i < kSide; ++i) {
+            for (unsigned int j = 0; j < kSide; ++j) {
+                corners.push_back(
+                    {0.01 * i, 0.01 * j, 0.1 * std::sin(0.4 * i + number) * std::cos(0.3 * j) + 0.1 * number});
+                const unsigned int at = i * kSide + j;
+                if (i + 1 < kSide && j + 1 < kSide) {
+                    triangles.emplace_back(at, at + kSide, at + 1);
+                    triangles.emplace_back(at + 1, at + kSide, at + kSide + 1);
+                }
+            }
+        }
+        const auto waves = boost::make_shared<KrTriPhysicalExtent>();
+        const KrTriPhysicalExtent::Group group(std::string("waves"), KrXmlVectorType<KrTriangle>(triangles));
+        EXPECT_TRUE(waves->setMesh(corners, {}, {}, KrXmlVectorType<KrTriPhysicalExtent::Group>({group})));
+        KrIndividualManipulator pond("pond " + std::to_string(number));
+        pond.addShape(waves);
+        robots.manipulators().push_back(pond);
+        state.positionStates().push_back(KrPositionState());
+    }
+    KrStatedSystem system(robots);
+    system.setSystemState(state);
+    return system;
+}
+
+/// With these the order of triangles does not matter, but what is behind others may be seen.
+std::vector<osg::ref_ptr<osg::StateAttribute>> attributesThatLetThrough()
+{
+    const osg::ref_ptr<osg::PolygonStipple> holes = new osg::PolygonStipple;
+    const std::vector<GLubyte> everyOther(128, 0x55);
+    holes->setMask(everyOther.data());
+    return {holes, new osg::AlphaFunc(osg::AlphaFunc::LESS, 0.5f), new osg::PolygonOffset(300.0f, 0.0f)};
 }
 
 class KrDirectDrawingOfFiles : public testing::TestWithParam<std::string>
@@ -612,25 +663,19 @@ TEST(KrDirectDrawing, RespectsWhatAClientSaysOfAShape)
     }
 }
 
-// What is behind something shows where a client lets it, however small it is: for shapes that are not drawn in the
-// usual way, and above a robot.
-TEST(KrDirectDrawing, ShowsWhatIsBehindWhereAClientLetsIt)
+// Where the order of triangles matters it is that of the graph: for shapes that are not drawn in the usual way, and
+// above a robot.
+TEST(KrDirectDrawing, KeepsTheOrderOfTrianglesWhereItMatters)
 {
-    const osg::ref_ptr<osg::PolygonStipple> holes = new osg::PolygonStipple;
-    const std::vector<GLubyte> everyOther(128, 0x55);
-    holes->setMask(everyOther.data());
     const osg::ref_ptr<osg::Stencil> never = new osg::Stencil;
     never->setFunction(osg::Stencil::NEVER, 0, 0);
     const osg::ref_ptr<osg::StateAttribute> all[] = {
-        holes,
         never,
-        new osg::AlphaFunc(osg::AlphaFunc::LESS, 0.5f),
         new osg::LogicOp(osg::LogicOp::XOR),
         new osg::Depth(osg::Depth::ALWAYS),
         new osg::Depth(osg::Depth::LESS, 0.0, 1.0, false),
         new osg::Depth(osg::Depth::GREATER, 1.0, 0.0),
         new osg::ColorMask(false, false, false, false),
-        new osg::PolygonOffset(300.0f, 0.0f),
     };
     for (const osg::ref_ptr<osg::StateAttribute>& attribute : all) {
         for (const bool isAbove : {false, true}) {
@@ -779,38 +824,43 @@ TEST(KrDirectDrawing, KeepsTexturesBesideWhatHasNone)
 // More vertices than 16 bits number, and more triangles than are looked through at once.
 TEST(KrDirectDrawing, DrawsLargeMeshes)
 {
-    constexpr unsigned int kSide = 280;
-    KrXmlVectorVector corners;
-    std::vector<KrTriangle> triangles;
-    for (unsigned int i = 0; i < kSide; ++i) {
-        for (unsigned int j = 0; j < kSide; ++j) {
-            corners.push_back({0.01 * i, 0.01 * j, 0.1 * std::sin(0.4 * i) * std::cos(0.3 * j)});
-            const unsigned int at = i * kSide + j;
-            if (i + 1 < kSide && j + 1 < kSide) {
-                triangles.emplace_back(at, at + kSide, at + 1);
-                triangles.emplace_back(at + 1, at + kSide, at + kSide + 1);
-            }
-        }
-    }
-    const auto waves = boost::make_shared<KrTriPhysicalExtent>();
-    const KrTriPhysicalExtent::Group group(std::string("waves"), KrXmlVectorType<KrTriangle>(triangles));
-    ASSERT_TRUE(waves->setMesh(corners, {}, {}, KrXmlVectorType<KrTriPhysicalExtent::Group>({group})));
-    KrIndividualManipulator pond("pond");
-    pond.addShape(waves);
-    KrManipulatorSystem robots;
-    robots.manipulators().push_back(pond);
-    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
-    KrManipulatorSystemState state;
-    state.positionStates().push_back(KrPositionState());
-    both.system = KrStatedSystem(robots);
-    both.system.setSystemState(state);
-    std::string reason;
-    ASSERT_TRUE(both.scene.show(both.system, reason)) << reason;
+    Both both(ponds(1));
     for (const bool areBacksShown : {true, false}) {
         both.window().setViewerAttribute(KrSGWindow::CullBackFaces, !areBacksShown);
         EXPECT_EQ(both.difference(), 0u) << "backs shown: " << areBacksShown;
     }
     EXPECT_FALSE(both.isEmpty);
+}
+
+// So many small triangles that those behind others are left out, unless they show all the same.
+TEST(KrDirectDrawing, ShowsWhatIsBehindManyTriangles)
+{
+    const KrStatedSystem system = ponds(4);
+    Both both(system);
+    for (const bool areBacksShown : {true, false}) {
+        both.window().setViewerAttribute(KrSGWindow::CullBackFaces, !areBacksShown);
+        EXPECT_EQ(both.difference(), 0u) << "backs shown: " << areBacksShown;
+    }
+    EXPECT_FALSE(both.isEmpty);
+    osg::StateSet& above = *both.window().getNode()->getOrCreateStateSet();
+    for (const osg::ref_ptr<osg::StateAttribute>& attribute : attributesThatLetThrough()) {
+        above.setAttributeAndModes(attribute);
+        EXPECT_EQ(both.difference(), 0u) << attribute->className() << " above";
+        above.removeAttribute(attribute);
+        above.removeAssociatedModes(attribute);
+    }
+    for (const osg::ref_ptr<osg::StateAttribute>& attribute : attributesThatLetThrough()) {
+        // Before the first frame: robots whose looks change later are drawn by the graph.
+        Both changed(system);
+        unsigned int number = 0;
+        forEachDrawable(*changed.window().getNode(), [&](osg::Drawable& drawable) {
+            if (drawable.getStateSet() != nullptr && ++number % 2 == 0) {
+                drawable.setStateSet(new osg::StateSet(*drawable.getStateSet()));
+                drawable.getStateSet()->setAttributeAndModes(attribute);
+            }
+        });
+        EXPECT_EQ(changed.difference(), 0u) << attribute->className() << " of every other";
+    }
 }
 
 // From afar, where most of a robot's pixels are at its rims.

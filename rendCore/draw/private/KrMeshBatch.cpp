@@ -114,6 +114,8 @@ public:
     std::size_t numPixels() const { return m_numPixels; }
     /// Whether small triangles behind others can be left out.
     bool areHiddenFound() const { return m_nearest != nullptr; }
+    /// Leaves them in.
+    void showHidden() { m_nearest = nullptr; }
     /// Null where all triangles go to the driver.
     /// @param isHiding  whether what is behind a part does not show
     const KrTriangleSieve::View* viewOf(const Item& item, KrMeshArena::Faces faces, bool isHiding)
@@ -222,10 +224,15 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
 std::size_t KrMeshBatch::sift(Eye& eye, double near) const
 {
     KrSiftingPass& pass = m_arena->sifting();
-    if (!eye.areHiddenFound()) {
-        return pass.numAdded();
-    }
     if (m_pass == 0 || m_pass != pass.number()) {
+        std::size_t numIndices = 0;
+        for (const KrMeshBatch* batch = this; batch != nullptr; batch = batch->m_next) {
+            numIndices += batch->numIndices();
+        }
+        if (!eye.areHiddenFound() || numIndices < KrSiftingPass::kFewestIndices) {
+            eye.showHidden();
+            return pass.numAdded();
+        }
         pass.begin(eye.numPixels());
         for (const KrMeshBatch* batch = this; batch != nullptr; batch = batch->m_next) {
             batch->m_pass = pass.number();
@@ -235,6 +242,18 @@ std::size_t KrMeshBatch::sift(Eye& eye, double near) const
         pass.run();
     }
     return m_firstSeen;
+}
+
+/// Three for each triangle, of all items.
+std::size_t KrMeshBatch::numIndices() const
+{
+    std::size_t sum = 0;
+    for (const Item& item : m_items) {
+        for (const KrMeshArena::Part& part : item.mesh->parts) {
+            sum += static_cast<std::size_t>(part.levels[item.level].count);
+        }
+    }
+    return sum;
 }
 
 void KrMeshBatch::addToPass(Eye& eye, double near) const

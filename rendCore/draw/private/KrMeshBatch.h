@@ -52,6 +52,7 @@ private:
     class Eye;
 
     std::size_t sift(Eye& eye, double near) const;
+    std::size_t numIndices() const;
     void addToPass(Eye& eye, double near) const;
     KrMeshArena::Faces facesOf(const Item& item, double near) const;
     void drawParts(osg::State& state) const;

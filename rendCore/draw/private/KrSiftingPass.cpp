@@ -49,10 +49,8 @@ void KrSiftingPass::add(const KrTriangleSieve::View& view, const std::vector<KrT
 
 void KrSiftingPass::run()
 {
-    std::size_t numLanes = 1;
-    if (m_numTriangles >= 2 * kFewestTriangles) {
-        numLanes = std::min({KrParallel::numCores(), m_numTriangles / kFewestTriangles, kMostLanes});
-    }
+    const std::size_t numLanes =
+        std::max<std::size_t>(1, std::min({KrParallel::numCores(), m_numTriangles / kFewestTriangles, kMostLanes}));
     while (m_lanes.size() < numLanes) {
         m_lanes.push_back(std::make_unique<Lane>());
     }

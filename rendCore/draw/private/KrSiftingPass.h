@@ -16,6 +16,9 @@
 class KrSiftingPass
 {
 public:
+    /// Three a triangle. With fewer of them a driver does better to begin at once: one robot hides little of itself.
+    static constexpr std::size_t kFewestIndices = std::size_t{3} << 19;
+
     /// What is left of a sieve's triangles.
     struct Seen
     {
