@@ -402,9 +402,13 @@ KrDatasetStore::Begin KrDatasetStore::begin(const KrDatasetShard& shard, std::un
     }
 }
 
-bool KrDatasetStore::verify(std::vector<std::string>& faults, std::string& reason) const
+bool KrDatasetStore::verify(std::uint64_t process, std::uint64_t numProcesses, std::vector<std::string>& faults,
+                            std::string& reason) const
 {
     for (std::uint64_t number = 0; number < m_recipe->numShards(); ++number) {
+        if (number % numProcesses != process) {
+            continue;
+        }
         const std::string folder = shardPath(number);
         const std::string name = m_format->shardFolder(number);
         if (!isDone(number)) {

@@ -71,10 +71,11 @@ public:
     /// Makes a place for a shard that is not there, which nobody else writes into meanwhile.
     Begin begin(const KrDatasetShard& shard, std::unique_ptr<Draft>& draft, std::string& reason) const;
 
-    /// Looks at every byte. @param faults  a sentence for each shard that is missing and each file that is not as it
-    /// was written, by shard
+    /// Looks at every byte of the shards s with s % numProcesses == process; 0 and 1 for all.
+    /// @param faults  a sentence for each shard that is missing and each file that is not as it was written, by shard
     /// @return false where that cannot be found out; faults are no reason for that
-    bool verify(std::vector<std::string>& faults, std::string& reason) const;
+    bool verify(std::uint64_t process, std::uint64_t numProcesses, std::vector<std::string>& faults,
+                std::string& reason) const;
     /// Writes index.json, and what the format wants of the set as a whole. False where shards are missing.
     bool merge(std::string& reason) const;
     /// Bytes that may still be written there; the highest number where the system does not tell.

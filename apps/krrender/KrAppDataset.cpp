@@ -157,7 +157,7 @@ void KrAppDataset::addOptions(CLI::App& app, KrAppDataset& options, Words& words
         ->type_name("DIR")
         ->group("Data set");
     app.add_option("--shard", words.shard,
-                   "Make the shards s with s % N = I, I from 0: the share of one of N processes [0/1]")
+                   "Make, or verify, the shards s with s % N = I, I from 0: the share of one of N processes [0/1]")
         ->type_name("I/N")
         ->group("Data set");
     app.add_option("--sample", words.sample, "Draw this sample again, into DIR, which is not there yet")
@@ -213,8 +213,8 @@ void KrAppDataset::readWords(const Words& words)
     if (m_sample && (m_verify || m_merge || !words.shard.empty())) {
         wrongUsage("--sample draws one sample: --shard, --verify and --merge are for data sets");
     }
-    if ((m_verify || m_merge) && !words.shard.empty()) {
-        wrongUsage("--verify and --merge are for the whole data set: they do not go with --shard");
+    if (m_merge && !words.shard.empty()) {
+        wrongUsage("--merge is for the whole data set: it does not go with --shard");
     }
 }
 
@@ -248,7 +248,7 @@ void KrAppDataset::verify() const
     demand(maker.open(recipe, m_out, reason), reason);
     if (m_verify) {
         std::vector<std::string> faults;
-        demand(maker.store().verify(faults, reason), reason);
+        demand(maker.store().verify(m_process, m_numProcesses, faults, reason), reason);
         for (const std::string& fault : faults) {
             std::printf("%s\n", KrAppMessages::printable(fault).c_str());
         }
@@ -263,8 +263,16 @@ void KrAppDataset::verify() const
         demand(maker.store().merge(reason), reason);
     }
     if (!m_quiet) {
-        std::printf("%s: %llu samples in %llu shards\n", m_out.c_str(), static_cast<unsigned long long>(recipe.count),
-                    static_cast<unsigned long long>(recipe.numShards()));
+        // Those that were looked at.
+        unsigned long long numSamples = 0;
+        unsigned long long numShards = 0;
+        for (std::uint64_t shard = 0; shard < recipe.numShards(); ++shard) {
+            if (shard % m_numProcesses == m_process) {
+                numSamples += recipe.shard(shard).count;
+                ++numShards;
+            }
+        }
+        std::printf("%s: %llu samples in %llu shards\n", m_out.c_str(), numSamples, numShards);
     }
 }
 

@@ -124,7 +124,7 @@ py::list verify(const py::object& path, const py::object& text, const py::bytes&
         const KrDatasetRecipe recipe = recipeOf(source);
         KrDatasetMaker maker;
         std::string reason;
-        demand(maker.open(recipe, target, reason) && maker.store().verify(faults, reason), reason);
+        demand(maker.open(recipe, target, reason) && maker.store().verify(0, 1, faults, reason), reason);
     });
     py::list told;
     for (const std::string& fault : faults) {

@@ -67,11 +67,11 @@ protected:
         std::ofstream(draft->folder() + "/b.json") << "{}";
         EXPECT_TRUE(draft->publish("a driver", reason)) << reason;
     }
-    std::vector<std::string> faults() const
+    std::vector<std::string> faults(std::uint64_t process = 0, std::uint64_t numProcesses = 1) const
     {
         std::vector<std::string> result;
         std::string reason;
-        EXPECT_TRUE(m_store.verify(result, reason));
+        EXPECT_TRUE(m_store.verify(process, numProcesses, result, reason));
         return result;
     }
     std::string inShard(const std::string& path) const { return m_folder.path("set/shard-000001/" + path); }
@@ -104,6 +104,9 @@ TEST_F(Store, TellsEveryWayInWhichAShardIsNotWhole)
                                                   "shard-000001/color/a.png is damaged: it has not the bytes that were "
                                                   "written",
                                                   "shard-000001/c.json does not belong there", "shard 2 is missing"}));
+    EXPECT_EQ(faults(0, 2), std::vector<std::string>{"shard 2 is missing"});
+    EXPECT_EQ(faults(1, 2).size(), 3u);
+    EXPECT_EQ(faults(5, 1000).size(), 0u) << "the share of one of more processes than there are shards";
     std::string reason;
     EXPECT_FALSE(m_store.merge(reason));
     EXPECT_EQ(reason, "shard 2 of 3 is missing: what is there cannot be merged yet");

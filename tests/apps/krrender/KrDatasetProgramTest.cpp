@@ -83,7 +83,12 @@ int wait(pid_t child)
 TEST_F(DatasetProgram, HasTheSameBytesHoweverManyMakeItAndWhateverKillsThem)
 {
     ASSERT_EQ(run("--out one").status, 0);
-    EXPECT_EQ(run("--out one --verify --merge").status, 0);
+    const Answer whole = run("--out one --verify --merge");
+    EXPECT_EQ(whole.status, 0);
+    EXPECT_EQ(run("--out one --merge --shard 0/2").status, 2);
+    const Answer share = run("--out one --verify --shard 1/2");
+    EXPECT_EQ(share.status, 0);
+    EXPECT_NE(share.out, whole.out) << "fewer shards were read";
     const std::map<std::string, std::string> expected = contents("one");
     EXPECT_GT(expected.size(), 30u * 5u);
     unsigned int numKilled = 0;
