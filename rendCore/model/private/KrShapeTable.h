@@ -30,6 +30,7 @@ public:
     {
         const KrGroupGeometry* geometry = nullptr;
         std::uint32_t version = 0;
+        std::uint32_t arraysVersion = 0;
         osg::ref_ptr<const osg::StateSet> states;
         // What the state set said.
         osg::StateSet::AttributeList attributes;
