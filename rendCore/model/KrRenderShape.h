@@ -69,7 +69,7 @@ public:
     /// long as it is `groupVersion(i)`. With coarser levels if they are asked for. Null for a shape without a mesh, a
     /// copy, and one whose mesh was set anew since.
     std::shared_ptr<const KrIndexedMesh> indexedMesh(bool withLevels) const;
-    std::uint32_t groupVersion(unsigned int i) const { return m_groupVersions[i]; }
+    std::uint64_t groupVersion(unsigned int i) const { return m_groupVersions[i]; }
 
     /// Checks this object, and draws and judges in windows of its own, see KrSelfTest. False, after one message, when
     /// something is wrong.
@@ -91,6 +91,6 @@ private:
     bool m_isVolume = false;
     boost::shared_ptr<const KrTriPhysicalExtent> m_mesh; ///< that of the groups; null for none
     std::shared_ptr<const KrIndexedMesh> m_indexedMesh;  ///< what it was when the groups were made
-    std::vector<std::uint32_t> m_groupVersions;          ///< of the drawables as they were made
+    std::vector<std::uint64_t> m_groupVersions;          ///< of the drawables as they were made
     boost::shared_ptr<KrRenderShape> m_self;
 };

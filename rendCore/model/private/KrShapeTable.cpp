@@ -203,10 +203,10 @@ void KrShapeTable::takeOver(Entry& entry) const
         }
         const auto* const material =
             dynamic_cast<const osg::Material*>(states->getAttribute(osg::StateAttribute::MATERIAL));
-        entry.groups.push_back({geometry, geometry->version(), geometry->arraysVersion(), states,
-                                states->getAttributeList(), states->getModeList(), states->getTextureAttributeList(),
-                                states->getTextureModeList(), states->getRenderingHint(), states->getBinNumber(),
-                                material, material != nullptr ? new osg::Material(*material) : nullptr,
+        entry.groups.push_back({geometry, geometry->version(), states, states->getAttributeList(),
+                                states->getModeList(), states->getTextureAttributeList(), states->getTextureModeList(),
+                                states->getRenderingHint(), states->getBinNumber(), material,
+                                material != nullptr ? new osg::Material(*material) : nullptr,
                                 geometry->getBoundingBox()});
         KrMeshArena::Look look;
         if (m_arena->findLook(*states, *color, look)) {
@@ -246,10 +246,10 @@ bool KrShapeTable::isAsTaken(Entry& entry) const
         const osg::StateSet& states = *group.states;
         entry.wasAsTaken =
             drawable == group.geometry && isAsMade(*drawable) && group.geometry->version() == group.version &&
-            group.geometry->arraysVersion() == group.arraysVersion && drawable->getStateSet() == group.states &&
-            states.getAttributeList() == group.attributes && states.getModeList() == group.modes &&
-            states.getTextureAttributeList() == group.textures && states.getTextureModeList() == group.textureModes &&
-            states.getRenderingHint() == group.renderingHint && states.getBinNumber() == group.binNumber &&
+            drawable->getStateSet() == group.states && states.getAttributeList() == group.attributes &&
+            states.getModeList() == group.modes && states.getTextureAttributeList() == group.textures &&
+            states.getTextureModeList() == group.textureModes && states.getRenderingHint() == group.renderingHint &&
+            states.getBinNumber() == group.binNumber &&
             // Materials are what clients change in place.
             (group.material == nullptr || group.material->compare(*group.look) == 0);
     }

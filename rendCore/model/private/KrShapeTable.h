@@ -29,8 +29,7 @@ public:
     struct Group
     {
         const KrGroupGeometry* geometry = nullptr;
-        std::uint32_t version = 0;
-        std::uint32_t arraysVersion = 0;
+        std::uint64_t version = 0;
         osg::ref_ptr<const osg::StateSet> states;
         // What the state set said.
         osg::StateSet::AttributeList attributes;

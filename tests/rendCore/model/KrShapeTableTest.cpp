@@ -70,6 +70,24 @@ TEST(KrShapeTable, LeavesShapesWhereTheyAreWhileTheyLive)
     EXPECT_EQ(table->generation(), 1u);
 }
 
+// Whatever comes first: the client's change, or the table.
+TEST(KrShapeTable, LeavesShapesToTheGraphWhoseArraysAreNewerThanTheMesh)
+{
+    const osg::ref_ptr<KrShapeTable> table = new KrShapeTable;
+    for (const bool isTaken : {true, false}) {
+        const Body body(2, 0.0);
+        if (isTaken) {
+            KrShapeTable::Entry& entry = table->entry(*body.shape);
+            table->beginFrame(nullptr, 0);
+            EXPECT_TRUE(table->isAsTaken(entry));
+        }
+        body.shape->getDrawable(0)->asGeometry()->getVertexArray()->dirty();
+        KrShapeTable::Entry& entry = table->entry(*body.shape);
+        table->beginFrame(nullptr, 1);
+        EXPECT_FALSE(entry.mesh != nullptr && table->isAsTaken(entry)) << isTaken;
+    }
+}
+
 // On all cores, whose number does not show.
 TEST(KrShapeTable, MakesTheLevelsOfAllShapesBeforeItTakesThemOver)
 {
