@@ -105,9 +105,7 @@ bool KrPictureScene::show(KrStatedSystem& system, const KrVisualizationParameter
     // Which shapes bend is looked up once for a system.
     m_poses.emplace(system.manipulatorSystem());
     // Shapes that bend are told before the scene is built.
-    for (const KrShapeStateCacheKey& shape : m_poses->shapes()) {
-        system.addChangedShape(shape);
-    }
+    system.addChangedShapes(m_poses->shapes());
     m_window.setStatedSystem(system, parameters);
     // The window is open, so that the scene has been built, or refused with a message (links too deep for the stack).
     if (system.isNewSystem()) {

@@ -240,9 +240,7 @@ void KrAppView::run(KrAppRobot& robot, KrVisualizationParameters& parameters, bo
     KrStatedSystem& system = robot.statedSystem();
     KrPoseDriver poses(system.manipulatorSystem());
     // Shapes that bend are told before the scene is built.
-    for (const KrShapeStateCacheKey& shape : poses.shapes()) {
-        system.addChangedShape(shape);
-    }
+    system.addChangedShapes(poses.shapes());
     m_window.setStatedSystem(system, parameters);
     // Seen before the background, and before a robot as far as that differs from it.
     const KrColor& background = parameters.renderParameters().backgroundColor();

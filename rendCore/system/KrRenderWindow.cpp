@@ -15,6 +15,7 @@
 
 #include <toolkit/foundation/KrPrint.h>
 #include <toolkit/system/private/KrLinkWalk.h>
+#include <toolkit/system/private/KrShapeLookup.h>
 
 #include <osg/LightSource>
 #include <osgViewer/Viewer>
@@ -308,9 +309,10 @@ KrRenderManipulator* KrRenderWindow::renderManipulator(std::uint32_t index) cons
 
 void KrRenderWindow::updateDeformations()
 {
+    KrShapeLookup lookup(m_statedSystem->manipulatorSystem());
     for (const KrShapeStateCacheKey& key : m_statedSystem->changedShapes()) {
         m_workKey = key;
-        const KrShape* const shape = m_statedSystem->shapeByKey(m_workKey);
+        const KrShape* const shape = lookup.shape(m_workKey);
         if (KrRenderManipulator* const node = renderManipulator(m_workKey.manipID())) {
             node->updateDeformation(m_workKey.linkID(), m_workKey.shapeID(), shape);
         }
@@ -339,9 +341,10 @@ void KrRenderWindow::updateTransparency()
     const float alpha = static_cast<float>(m_statedSystem->transparency());
     // Kept: what is walked is the list of changed shapes. Clients name there what a new transparency is for; every
     // other shape stays as it is.
+    KrShapeLookup lookup(m_statedSystem->manipulatorSystem());
     for (const KrShapeStateCacheKey& key : m_statedSystem->changedShapes()) {
         m_workKey = key;
-        const KrShape* const shape = m_statedSystem->shapeByKey(m_workKey);
+        const KrShape* const shape = lookup.shape(m_workKey);
         if (KrRenderManipulator* const node = renderManipulator(m_workKey.manipID())) {
             node->updateTransparency(m_workKey.linkID(), m_workKey.shapeID(), shape, alpha);
         }

@@ -4,6 +4,7 @@
 #include <toolkit/foundation/private/KrRowTable.h>
 #include <toolkit/system/private/KrLinkWalk.h>
 #include <toolkit/system/private/KrOwnShapes.h>
+#include <toolkit/system/private/KrShapeLookup.h>
 #include <toolkit/xml/KrXmlReader.h>
 
 #include <algorithm>
@@ -71,22 +72,6 @@ void fitState(const KrManipulatorSystem& system, KrManipulatorSystemState& state
             position = manipulator.defaultState();
         }
     }
-}
-
-/// Null when no link has that joint index.
-/// Walks to the link: a system keeps no list of them, since a client may change it at any time.
-const KrManipulatorLink* linkAt(const KrIndividualManipulator& manipulator, std::uint32_t index)
-{
-    // The base link is the manipulator itself and has no joint.
-    if (index == KrShapeStateCacheKey::kBaseLink) {
-        return &manipulator;
-    }
-    KrLinkWalk walk(manipulator);
-    const KrManipulatorLink* link = walk.next();
-    while (link != nullptr && static_cast<std::uint32_t>(walk.index()) != index) {
-        link = walk.next();
-    }
-    return link;
 }
 
 bool refuseKey(const char* method, const KrShapeStateCacheKey& key)
@@ -207,7 +192,8 @@ bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::strin
         return refuseJoint(manipulator, joint, "there is no such joint");
     }
     // Not null: the index comes from the same walk.
-    const KrJointKinematics& kinematics = linkAt(moved, static_cast<std::uint32_t>(index))->jointKinematics();
+    const KrJointKinematics& kinematics =
+        linkByKey({manipulator, static_cast<std::uint32_t>(index), 0})->jointKinematics();
     if (!kinematics.isMovable()) {
         return refuseJoint(manipulator, joint, "a fixed joint does not move");
     }
@@ -229,15 +215,13 @@ bool KrStatedSystem::setJointPosition(unsigned int manipulator, const std::strin
 
 const KrShape* KrStatedSystem::shapeByKey(const KrShapeStateCacheKey& key) const
 {
-    const KrManipulatorLink* const link = linkByKey(key);
-    return link == nullptr ? nullptr : link->shape(key.shapeID());
+    return KrShapeLookup(m_system).shape(key);
 }
 
 const KrManipulatorLink* KrStatedSystem::linkByKey(const KrShapeStateCacheKey& key) const
 {
     // Nothing is kept from call to call: a client may change the system in between.
-    const bool isThere = key.manipID() < m_system.manipulators().size();
-    return isThere ? linkAt(m_system.manipulators()[key.manipID()], key.linkID()) : nullptr;
+    return KrShapeLookup(m_system).link(key);
 }
 
 // Names need not be unique, so all are told.
@@ -284,6 +268,20 @@ bool KrStatedSystem::addChangedShape(const KrShapeStateCacheKey& key)
     }
     m_changedShapes->number(key);
     return true;
+}
+
+bool KrStatedSystem::addChangedShapes(const std::vector<KrShapeStateCacheKey>& keys)
+{
+    bool areAllThere = true;
+    KrShapeLookup lookup(m_system);
+    for (const KrShapeStateCacheKey& key : keys) {
+        if (lookup.shape(key) != nullptr) {
+            m_changedShapes->number(key);
+        } else {
+            areAllThere = refuseKey("addChangedShapes", key);
+        }
+    }
+    return areAllThere;
 }
 
 // Selecting twice is one selection, yet tells the windows again.

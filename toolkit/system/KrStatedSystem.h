@@ -64,6 +64,8 @@ public:
 
     /// What an application says. Keys are checked here: false, after one message, for one that names no shape.
     bool addChangedShape(const KrShapeStateCacheKey& key);
+    /// Each of them; false when one was refused. In the order of their links many take hardly longer than one.
+    bool addChangedShapes(const std::vector<KrShapeStateCacheKey>& keys);
     void clearChangedShapes();
     bool selectShape(const KrShapeStateCacheKey& key);
     void clearSelection();

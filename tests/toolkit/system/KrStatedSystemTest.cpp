@@ -136,6 +136,15 @@ TEST(KrStatedSystem, KeysNameShapesInDepthFirstOrder)
         EXPECT_EQ(system.shapeByKey(none), nullptr) << none.manipID() << " " << none.linkID();
     }
 
+    // In whatever order many are asked for: with links that are not there among them, forth and back, and other robots.
+    std::vector<Key> expected;
+    EXPECT_FALSE(system.addChangedShapes({{1, 3, 0}, {1, 0, 1}, {1, 4, 0}, {1, 2, 0}, {0, kBase, 0}, {1, 2, 0}}));
+    expected = {{1, 3, 0}, {1, 0, 1}, {1, 2, 0}, {0, kBase, 0}};
+    EXPECT_EQ(system.changedShapes(), expected);
+    EXPECT_TRUE(system.addChangedShapes({{1, 0, 0}, {1, 0, 1}, {1, 3, 0}}));
+    expected.push_back({1, 0, 0});
+    EXPECT_EQ(system.changedShapes(), expected);
+
     // A link that appears afterwards takes its place in the order at once.
     KrManipulatorLink first = link("first", Type::Fixed, 1);
     std::vector<KrManipulatorLink>& links = system.manipulatorSystem().manipulators()[1].childLinks().values();
