@@ -23,7 +23,7 @@ namespace
 
 /// What levels may change of a picture (KrIndexedMesh::Level) for each pixel of error that is allowed. Measured with
 /// real robots, of which parts are hidden or dark: half a pixel stays below 0.5 % of the pixels.
-constexpr double kChangePerPixel = 0.018;
+constexpr double kChangePerPixel = 0.015;
 
 bool isPlain(const osg::MatrixTransform& node)
 {
