@@ -88,7 +88,7 @@ class KrMeshBatch::Eye
 {
 public:
     /// @param isProgramOurs  the program that places vertices, as the matrices say; else there must be none
-    Eye(const KrMeshArena& arena, const KrMeshArena::Binding& binding, const osg::State& state, bool isProgramOurs)
+    Eye(const KrMeshArena::Binding& binding, const osg::State& state, bool isProgramOurs)
         : m_isOpen(binding.pace != nullptr && areMiddlesDrawn() && (isProgramOurs || areVerticesPlaced()))
     {
         if (!m_isOpen) {
@@ -106,16 +106,22 @@ public:
         m_view.height = static_cast<double>(viewport[3]);
         m_view.rounding = std::ldexp(1.0, -std::max(numBits, kFewestSubpixelBits));
         m_view.depthRounding = std::ldexp(1.0, -numDepthBits);
-        m_numPixels = static_cast<std::size_t>(viewport[2]) * static_cast<std::size_t>(viewport[3]);
-        if (numDepthBits != 0 && m_numPixels <= KrNearestDepths::kMostPixels && isNearerSeen(*binding.gl)) {
-            m_nearest = &arena.sifting().nearest();
-        }
+        m_areDepthsKept = numDepthBits != 0;
     }
-    std::size_t numPixels() const { return m_numPixels; }
-    /// Whether small triangles behind others can be left out.
-    bool areHiddenFound() const { return m_nearest != nullptr; }
-    /// Leaves them in.
-    void showHidden() { m_nearest = nullptr; }
+    /// Of the viewport.
+    std::size_t numPixels() const
+    {
+        return static_cast<std::size_t>(m_view.width) * static_cast<std::size_t>(m_view.height);
+    }
+    /// From now on leaves out small triangles behind others, where these may be left out.
+    /// @return whether it does
+    bool hideWhatIsBehind(KrSiftingPass& pass, const osg::GLExtensions& gl)
+    {
+        if (m_isOpen && m_areDepthsKept && numPixels() <= KrNearestDepths::kMostPixels && isNearerSeen(gl)) {
+            m_nearest = &pass.nearest();
+        }
+        return m_nearest != nullptr;
+    }
     /// Null where all triangles go to the driver.
     /// @param isHiding  whether what is behind a part does not show
     const KrTriangleSieve::View* viewOf(const Item& item, KrMeshArena::Faces faces, bool isHiding)
@@ -129,7 +135,7 @@ public:
 private:
     bool m_isOpen;
     KrTriangleSieve::View m_view;
-    std::size_t m_numPixels = 0; ///< of the viewport
+    bool m_areDepthsKept = false;
     KrNearestDepths* m_nearest = nullptr;
 };
 
@@ -188,8 +194,8 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
     const osg::StateSet* last = nullptr;
     const osg::StateSet* look = nullptr;
     const double near = nearOf(state.getProjectionMatrix());
-    Eye eye(*m_arena, binding, state, false);
-    std::size_t nextSeen = sift(eye, near);
+    Eye eye(binding, state, false);
+    std::size_t nextSeen = sift(eye, near, *binding.gl);
     for (const Item& item : m_items) {
         if (item.look != look) {
             // The state weighs it against what is above and below, as for a node of the graph.
@@ -221,27 +227,30 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
 /// Looks through all items, and those of the batches that follow, so that each is drawn with all known that may hide
 /// it.
 /// @return where the items are found, among what has been looked through
-std::size_t KrMeshBatch::sift(Eye& eye, double near) const
+std::size_t KrMeshBatch::sift(Eye& eye, double near, const osg::GLExtensions& gl) const
 {
     KrSiftingPass& pass = m_arena->sifting();
-    if (m_pass == 0 || m_pass != pass.number()) {
+    if (m_pass == 0 || (m_pass != kNoPass && m_pass != pass.number())) {
         std::size_t numIndices = 0;
         for (const KrMeshBatch* batch = this; batch != nullptr; batch = batch->m_next) {
             numIndices += batch->numIndices();
         }
-        if (!eye.areHiddenFound() || numIndices < KrSiftingPass::kFewestIndices) {
-            eye.showHidden();
-            return pass.numAdded();
+        const bool isWorthwhile = numIndices >= KrSiftingPass::kFewestIndices && eye.hideWhatIsBehind(pass, gl);
+        if (isWorthwhile) {
+            pass.begin(eye.numPixels());
         }
-        pass.begin(eye.numPixels());
         for (const KrMeshBatch* batch = this; batch != nullptr; batch = batch->m_next) {
-            batch->m_pass = pass.number();
+            batch->m_pass = isWorthwhile ? pass.number() : kNoPass;
             batch->m_firstSeen = pass.numAdded();
-            batch->addToPass(eye, near);
+            if (isWorthwhile) {
+                batch->addToPass(eye, near);
+            }
         }
-        pass.run();
+        if (isWorthwhile) {
+            pass.run();
+        }
     }
-    return m_firstSeen;
+    return m_pass != kNoPass && eye.hideWhatIsBehind(pass, gl) ? m_firstSeen : pass.numAdded();
 }
 
 /// Three for each triangle, of all items.
@@ -285,8 +294,8 @@ void KrMeshBatch::drawParts(osg::State& state) const
     const KrMeshArena::Binding binding = m_arena->bind(state, false);
     const GLint part = program != nullptr ? program->getUniformLocation(osg::Uniform::getNameID(m_partUniform)) : -1;
     const double near = nearOf(state.getProjectionMatrix());
-    Eye eye(*m_arena, binding, state, true);
-    std::size_t nextSeen = sift(eye, near);
+    Eye eye(binding, state, true);
+    std::size_t nextSeen = sift(eye, near, *binding.gl);
     bool isSolid = false;
     for (const Item& item : m_items) {
         const KrMeshArena::Faces faces = facesOf(item, near);

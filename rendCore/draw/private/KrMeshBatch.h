@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 /// What one view shows of one manipulator, in one frame: ranges of an arena's meshes, each with its
@@ -50,8 +51,10 @@ public:
 
 private:
     class Eye;
+    /// Together with those that follow it there is too little to look through all of it first, or it would not help.
+    static constexpr std::uint64_t kNoPass = std::numeric_limits<std::uint64_t>::max();
 
-    std::size_t sift(Eye& eye, double near) const;
+    std::size_t sift(Eye& eye, double near, const osg::GLExtensions& gl) const;
     std::size_t numIndices() const;
     void addToPass(Eye& eye, double near) const;
     KrMeshArena::Faces facesOf(const Item& item, double near) const;
@@ -64,6 +67,6 @@ private:
     std::vector<Item> m_items;
     const KrMeshBatch* m_next = nullptr; ///< drawn right behind this one; null for none
     // Where the items were looked through.
-    mutable std::uint64_t m_pass = 0; ///< its number; 0 for none
+    mutable std::uint64_t m_pass = 0; ///< its number, or kNoPass; 0 before it is known
     mutable std::size_t m_firstSeen = 0;
 };
