@@ -538,6 +538,23 @@ TEST(KrDirectDrawing, ShowsTheLinksAroundAnEye)
     }
 }
 
+// A parallel projection shows what is behind the eye, but for groups that are behind it as a whole.
+TEST(KrDirectDrawing, ShowsTheGroupsBeforeTheEyeOfAParallelProjection)
+{
+    Both both(std::string(KR_SAMPLES "/industrial_arm.urdf"));
+    KrPovParameters pov = both.window().getPovParameters();
+    const KrVector eye = pov.centerOfInterest();
+    for (const KrVector& direction : {KrVector(1.0, 0.3, 0.2), KrVector(-0.2, 1.0, 0.3), KrVector(0.3, 0.2, -1.0)}) {
+        pov.setEyepoint(eye);
+        pov.setCenterOfInterest(eye + direction);
+        both.window().setPovParameters(pov);
+        both.window().updateScene();
+        both.window().getViewer()->getCamera()->setProjectionMatrixAsOrtho(-1.0, 1.0, -0.75, 0.75, 0.01, 100.0);
+        EXPECT_EQ(both.difference(), 0u) << "towards " << direction.x() << " " << direction.y() << " " << direction.z();
+    }
+    EXPECT_FALSE(both.isEmpty);
+}
+
 // A group of a client's is left out by its bound, which must not lag behind the robot.
 TEST(KrDirectDrawing, FollowsARobotBelowAGroup)
 {

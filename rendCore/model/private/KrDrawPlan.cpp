@@ -506,7 +506,7 @@ void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
     }
 }
 
-/// By the general traversal: sorted by depth behind what is opaque, whenever it comes.
+/// By the general traversal. What is translucent is sorted by depth behind what is opaque, whenever it comes.
 void KrDrawPlan::cullTranslucent(std::size_t place, const osg::Matrixd& modelView, const Frame& frame)
 {
     osgUtil::CullVisitor& visitor = frame.visitor;
@@ -575,6 +575,7 @@ void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, boo
         visitor.pushModelViewMatrix(kept(modelView), osg::Transform::RELATIVE_RF);
     }
     bool isSeen = false;
+    bool isPartBehind = false;
     for (const KrShapeTable::Group& group : entry.groups) {
         if (!group.box.valid() || (isCrossing && visitor.isCulled(group.box))) {
             continue;
@@ -589,7 +590,8 @@ void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, boo
             std::swap(near, far);
         }
         if (far < 0.0) {
-            continue; // behind the eye
+            isPartBehind = true;
+            continue; // the eye
         }
         isSeen = true;
         frame.near = std::min(frame.near, near);
@@ -599,6 +601,11 @@ void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, boo
         visitor.popModelViewMatrix();
     }
     if (!isSeen) {
+        return;
+    }
+    if (isPartBehind && !frame.isPerspective) {
+        // The graph leaves such groups out, one by one, and a parallel projection may well show what is behind the eye.
+        cullTranslucent(place, modelView, frame);
         return;
     }
     // Whoever wants every triangle gets both of its sides: at the rim of a body a back face may win by a rounding. That
