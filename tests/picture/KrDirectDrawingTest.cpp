@@ -15,6 +15,7 @@
 #include <osg/ClipNode>
 #include <osg/ClipPlane>
 #include <osg/ColorMask>
+#include <osg/ContextData>
 #include <osg/CullFace>
 #include <osg/Depth>
 #include <osg/DisplaySettings>
@@ -988,6 +989,19 @@ TEST(KrDirectDrawing, WaitsForADriverThatDrawsWithTheProcessor)
 // Buffers belong to a context, and a view holds what it drew last.
 TEST_P(KrDirectDrawingByHint, OutlivesScenesAndWindows)
 {
+    // What is moved out of a window that closes is released in a context that is gone. The scene graph keeps vertex
+    // array objects for it until the process ends, and then needs what has been destroyed before them.
+    struct Discard
+    {
+        ~Discard()
+        {
+            for (unsigned int id = 0; id < osg::DisplaySettings::instance()->getMaxNumberOfGraphicsContexts(); ++id) {
+                if (osg::ContextData* const context = osg::getContextData(id)) {
+                    context->discardAllGLObjects();
+                }
+            }
+        }
+    } discard;
     Both rover(std::string(KR_SAMPLES "/textured_rover.xml"));
     Both arm(std::string(KR_SAMPLES "/industrial_arm.urdf"));
     KrRenderWindow& window = rover.window();
