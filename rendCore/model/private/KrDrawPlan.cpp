@@ -499,7 +499,7 @@ void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
             continue;
         }
         if (child.entry->mesh == nullptr || sight == Sight::Unknown) {
-            cullTranslucent(place, dhModelView, frame);
+            cullByGraph(place, dhModelView, frame);
         } else if (sight != Sight::Outside) {
             cullShape(place, dhModelView, sight == Sight::Crossing, frame);
         }
@@ -507,7 +507,7 @@ void KrDrawPlan::cullLink(std::size_t number, Frame& frame)
 }
 
 /// By the general traversal. What is translucent is sorted by depth behind what is opaque, whenever it comes.
-void KrDrawPlan::cullTranslucent(std::size_t place, const osg::Matrixd& modelView, const Frame& frame)
+void KrDrawPlan::cullByGraph(std::size_t place, const osg::Matrixd& modelView, const Frame& frame)
 {
     osgUtil::CullVisitor& visitor = frame.visitor;
     const Child& child = m_children[place];
@@ -605,7 +605,7 @@ void KrDrawPlan::cullShape(std::size_t place, const osg::Matrixd& modelView, boo
     }
     if (isPartBehind && !frame.isPerspective) {
         // The graph leaves such groups out, one by one, and a parallel projection may well show what is behind the eye.
-        cullTranslucent(place, modelView, frame);
+        cullByGraph(place, modelView, frame);
         return;
     }
     // Whoever wants every triangle gets both of its sides: at the rim of a body a back face may win by a rounding. That

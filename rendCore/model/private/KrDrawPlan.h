@@ -120,7 +120,7 @@ private:
     bool isDirect(const osg::NodeVisitor& visitor, bool isFilled);
     Sight see(const osg::BoundingSphere& sphere, const osg::Matrixd& modelView, Frame& frame) const;
     void cullShape(std::size_t place, const osg::Matrixd& modelView, bool isCrossing, Frame& frame);
-    void cullTranslucent(std::size_t place, const osg::Matrixd& modelView, const Frame& frame);
+    void cullByGraph(std::size_t place, const osg::Matrixd& modelView, const Frame& frame);
     std::size_t levelOf(std::size_t place, const KrMeshArena::Mesh& mesh, const Frame& frame) const;
     std::uint32_t labelOf(const Child& shape, const Frame& frame) const;
     KrMeshBatch& batch(Frame& frame);
