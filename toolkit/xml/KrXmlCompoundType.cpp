@@ -55,11 +55,15 @@ KrXmlCompoundType& KrXmlCompoundType::operator=(const KrXmlCompoundType&) = defa
 KrXmlCompoundType::Components KrXmlCompoundType::components() const
 {
     Components result;
-    // The outer list comes back afterwards: registering may ask for the components of another object.
-    void* const outer = std::exchange(t_components, &result);
+    // The outer list comes back afterwards, also without memory for more: registering may ask for the components of
+    // another object.
+    struct Outer
+    {
+        void* list;
+        ~Outer() { t_components = list; }
+    } const outer{std::exchange(t_components, &result)};
     // Only pointers to members are noted: the value stays as it is.
     const_cast<KrXmlCompoundType*>(this)->registerComponents();
-    t_components = outer;
     return result;
 }
 
