@@ -59,9 +59,15 @@ bool areVerticesPlaced()
 bool isNearerSeen(const osg::GLExtensions& gl)
 {
     for (const GLenum way :
-         {GL_BLEND, GL_ALPHA_TEST, GL_STENCIL_TEST, GL_COLOR_LOGIC_OP, GL_POLYGON_STIPPLE, GL_POLYGON_OFFSET_FILL,
-          GL_CLIP_PLANE0, GL_CLIP_PLANE1, GL_CLIP_PLANE2, GL_CLIP_PLANE3, GL_CLIP_PLANE4, GL_CLIP_PLANE5}) {
+         {GL_BLEND, GL_ALPHA_TEST, GL_STENCIL_TEST, GL_COLOR_LOGIC_OP, GL_POLYGON_STIPPLE, GL_POLYGON_OFFSET_FILL}) {
         if (glIsEnabled(way) == GL_TRUE) {
+            return false;
+        }
+    }
+    GLint numPlanes = 0;
+    glGetIntegerv(GL_MAX_CLIP_PLANES, &numPlanes);
+    for (GLint plane = 0; plane < numPlanes; ++plane) {
+        if (glIsEnabled(GL_CLIP_PLANE0 + static_cast<GLenum>(plane)) == GL_TRUE) {
             return false;
         }
     }

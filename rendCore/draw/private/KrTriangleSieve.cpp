@@ -204,7 +204,9 @@ private:
             // How much its plane may rise within what the middle may be off it, and the driver's plane be off this one:
             // the rise in each direction is less than two spans of nearness on the other side of the box by the area.
             const float reach = sides.reachOfAb + sides.reachOfBc + sides.reachOfCa;
-            const float rise = (most - least + 2.0f * m_margins.nearness) * reach / std::abs(sides.area);
+            // Of a sliver the driver may know no more than that; infinity shows.
+            const float area = std::max(std::abs(sides.area) - m_margins.place * reach, 0.0f);
+            const float rise = (most - least + 2.0f * m_margins.nearness) * reach / area;
             const float error = m_margins.nearness + rise * (m_reach + static_cast<float>(kPlaneError) * reach);
             nearest[i] = most + error;
             // Wherever the corners are within their margins, the middle is on the inner side of each side.

@@ -35,9 +35,10 @@ osg::StateAttribute::GLModeValue lightingOf(osgUtil::CullVisitor& visitor)
 /// Whether a plane may cut bodies open.
 bool isCut(const osg::StateSet& states)
 {
-    // The modes of planes follow one another.
+    // The modes of planes follow one another; drivers have eight at the most.
+    constexpr osg::StateAttribute::GLMode kLast = GL_CLIP_PLANE0 + 7;
     const osg::StateSet::ModeList& modes = states.getModeList();
-    for (auto mode = modes.lower_bound(GL_CLIP_PLANE0); mode != modes.end() && mode->first <= GL_CLIP_PLANE5; ++mode) {
+    for (auto mode = modes.lower_bound(GL_CLIP_PLANE0); mode != modes.end() && mode->first <= kLast; ++mode) {
         if ((mode->second & osg::StateAttribute::ON) != 0) {
             return true;
         }
