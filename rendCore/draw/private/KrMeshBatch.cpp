@@ -114,6 +114,8 @@ public:
         m_view.depthRounding = std::ldexp(1.0, -numDepthBits);
         m_areDepthsKept = numDepthBits != 0;
     }
+    /// Whether it looks at triangles at all.
+    bool isOpen() const { return m_isOpen; }
     /// Of the viewport.
     std::size_t numPixels() const
     {
@@ -123,7 +125,8 @@ public:
     /// @return whether it does
     bool hideWhatIsBehind(KrSiftingPass& pass, const osg::GLExtensions& gl)
     {
-        if (m_isOpen && m_areDepthsKept && numPixels() <= KrNearestDepths::kMostPixels && isNearerSeen(gl)) {
+        if (m_nearest == nullptr && m_areDepthsKept && numPixels() <= KrNearestDepths::kMostPixels &&
+            isNearerSeen(gl)) {
             m_nearest = &pass.nearest();
         }
         return m_nearest != nullptr;
@@ -236,6 +239,9 @@ void KrMeshBatch::drawImplementation(osg::RenderInfo& renderInfo) const
 std::size_t KrMeshBatch::sift(Eye& eye, double near, const osg::GLExtensions& gl) const
 {
     KrSiftingPass& pass = m_arena->sifting();
+    if (!eye.isOpen()) {
+        return pass.numAdded();
+    }
     if (m_pass == 0 || (m_pass != kNoPass && m_pass != pass.number())) {
         std::size_t numIndices = 0;
         for (const KrMeshBatch* batch = this; batch != nullptr; batch = batch->m_next) {
