@@ -28,22 +28,23 @@ public:
         }
     }
     float nearness(std::uint32_t pixel) const { return m_nearness[pixel]; }
-    /// @param nearness  larger than what is there
+    /// Nothing where it is not larger than what is there.
     void add(std::uint32_t pixel, float nearness)
     {
-        if (m_nearness[pixel] <= 0.0f) {
+        const float known = m_nearness[pixel];
+        const bool isNearer = nearness > known;
+        if (isNearer && known <= 0.0f) {
             m_known.push_back(pixel);
         }
-        m_nearness[pixel] = nearness;
+        // In any case, since a processor can hardly guess which.
+        m_nearness[pixel] = isNearer ? nearness : known;
     }
 
     /// Takes over what is nearer elsewhere, of the same picture.
     void add(const KrNearestDepths& other)
     {
         for (const std::uint32_t pixel : other.m_known) {
-            if (other.m_nearness[pixel] > m_nearness[pixel]) {
-                add(pixel, other.m_nearness[pixel]);
-            }
+            add(pixel, other.m_nearness[pixel]);
         }
     }
 

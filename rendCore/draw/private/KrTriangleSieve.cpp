@@ -13,6 +13,8 @@ namespace
 /// Units of a spot's coordinates that a pixel has: finer than drivers round, so that little is added to what they do.
 constexpr std::int32_t kPixelBits = 12;
 constexpr std::int32_t kPixel = 1 << kPixelBits;
+/// Of cells, whose vertex may as well be in the next column or row.
+constexpr std::uint32_t kEither = 0x10001;
 /// What is cut off of a spot's coordinates on the way to integers, units.
 constexpr double kCutOff = 1.0;
 /// A triangle among the middles of more columns or rows than these is taken to show.
@@ -25,13 +27,28 @@ constexpr double kPlaneError = 1.0 / 512;
 constexpr double kError = 8.0 / (1 << 24);
 /// Beyond it nothing is known, pixels.
 constexpr double kMostError = 0.125;
-/// The farthest spot from the window's lower left corner, pixels: so a cell is told by 16 bits.
+/// Twice the distance of the farthest spot from the window's lower left corner, pixels: so columns and rows are told by
+/// 15 bits.
 constexpr double kMostPixels = 1 << 15;
 /// Of the depth of what is farthest: with something nearer an eye is as good as within the mesh.
 constexpr double kNearest = 0.02;
 /// Beyond these, products and quotients below might be no floats, nor integers then.
 constexpr double kSmallest = 1e-30;
 constexpr double kLargest = 1e30;
+
+// By value, unlike the library's: compilers take several at a time then.
+float least(float a, float b)
+{
+    return b < a ? b : a;
+}
+float least(float a, float b, float c)
+{
+    return least(least(a, b), c);
+}
+float most(float a, float b, float c)
+{
+    return -least(-a, -b, -c);
+}
 
 osg::Matrixd absolute(const osg::Matrixd& matrix)
 {
@@ -42,232 +59,327 @@ osg::Matrixd absolute(const osg::Matrixd& matrix)
 
 } // namespace
 
-/// Triangles before the middles of pixels that they may cover, looked at eight at a time.
-class KrTriangleSieve::Candidates
+/// Looks through the triangles of a sieve whose vertices have been found in the window. A batch of them takes one step
+/// after the other, without branches: a processor can hardly guess which triangles pass, and takes several at a time
+/// where the compiler sees that each is treated alike.
+template <bool kIsNearnessWanted>
+class KrTriangleSieve::Looking
 {
 public:
     /// @param sights  of which the vertices' places are there; what is found goes behind those that it has
-    /// @param most    so many triangles will be added at the most
-    Candidates(const View& view, const Margins& margins, Sights& sights, std::size_t most)
+    Looking(const View& view, const Margins& margins, const std::vector<std::uint16_t>& corners, Sights& sights)
         : m_margins(margins)
+        , m_least(view.areBacksLeftOut ? -3.0f * margins.place : -std::numeric_limits<float>::infinity())
+        , m_reach(margins.place + static_cast<float>(kPlaneError * (view.width + view.height)))
+        , m_sure(kProductError + 2.0f * margins.place * margins.place)
         , m_nearest(view.nearest)
         , m_width(static_cast<std::int32_t>(view.width))
         , m_height(static_cast<std::int32_t>(view.height))
-        , m_areBacksLeftOut(view.areBacksLeftOut)
-        , m_reach(margins.place + static_cast<float>(kPlaneError * (view.width + view.height)))
-        , m_spots(sights.m_spots.data())
+        , m_leastSign(view.areBacksLeftOut ? 1.0f : -1.0f)
+        , m_corners(corners.data())
+        , m_x(sights.m_x.data())
+        , m_y(sights.m_y.data())
         , m_nearness(sights.m_nearness.data())
+        , m_cells(sights.m_cells.data())
     {
-        const std::size_t size = sights.m_size + most * kMostMiddles * kMostMiddles;
-        sights.m_sights.resize(std::max(sights.m_sights.size(), size));
-        m_end = sights.m_sights.data() + sights.m_size;
     }
-    /// A triangle, whose corners begin at `first` of the indices.
-    template <bool kIsNearnessWanted>
-    void add(std::uint32_t first, const std::uint16_t* corners)
-    {
-        const Sights::Spot& a = m_spots[corners[0]];
-        const Sights::Spot& b = m_spots[corners[1]];
-        const Sights::Spot& c = m_spots[corners[2]];
-        const float margin = m_margins.place;
-        const auto from = [margin](float least) {
-            return (static_cast<std::int32_t>(least - margin) + kPixel - 1) >> kPixelBits;
-        };
-        const auto to = [margin](float most) { return static_cast<std::int32_t>(most + margin) >> kPixelBits; };
-        const std::int32_t left = from(std::min(std::min(a.x, b.x), c.x));
-        const std::int32_t right = to(std::max(std::max(a.x, b.x), c.x));
-        const std::int32_t bottom = from(std::min(std::min(a.y, b.y), c.y));
-        const std::int32_t top = to(std::max(std::max(a.y, b.y), c.y));
-        if (right - left >= kMostMiddles || top - bottom >= kMostMiddles) {
-            // A point covers its own middle.
-            push<kIsNearnessWanted>(first, corners, {a, a, a}, a.x, a.y, kNoPixel);
-            return;
-        }
-        for (std::int32_t row = bottom; row <= top; ++row) {
-            for (std::int32_t column = left; column <= right; ++column) {
-                push<kIsNearnessWanted>(first, corners, {a, b, c}, static_cast<float>(column * kPixel),
-                                        static_cast<float>(row * kPixel), pixelAt(column, row));
-            }
-        }
-    }
-    /// After the last one.
     /// @return the number of triangles found
-    template <bool kIsNearnessWanted>
-    std::size_t finish(Sights& sights)
+    std::size_t run(std::size_t numTriangles, Sights& sights)
     {
-        look<kIsNearnessWanted>();
+        const std::size_t most = sights.m_size + numTriangles * kMostMiddles * kMostMiddles + 1;
+        sights.m_sights.resize(std::max(sights.m_sights.size(), most));
+        m_end = sights.m_sights.data() + sights.m_size;
+        const std::uint32_t end = static_cast<std::uint32_t>(3 * numTriangles);
+        for (std::uint32_t next = 0; next != end;) {
+            next = findApart(next, end);
+            findBoxes();
+            findMiddles();
+            look();
+            append();
+        }
         sights.m_size = static_cast<std::size_t>(m_end - sights.m_sights.data());
         return m_numTriangles;
     }
 
 private:
     static constexpr std::uint32_t kNoPixel = std::numeric_limits<std::uint32_t>::max();
-    /// Nearer than anything.
-    static constexpr float kNearest = std::numeric_limits<float>::infinity();
+    /// In the place of a pixel's number: the triangle is taken to show.
+    static constexpr std::uint32_t kLarge = kNoPixel - 1;
+    static constexpr std::size_t kBatch = 128;
+    static constexpr std::size_t kMostInBatch = kBatch * kMostMiddles * kMostMiddles;
 
-    struct Corners
+    /// Eight triangles.
+    struct Triangles
     {
-        const Sights::Spot& a;
-        const Sights::Spot& b;
-        const Sights::Spot& c;
+        // Corners.
+        float ax[kBlock] = {};
+        float ay[kBlock] = {};
+        float bx[kBlock] = {};
+        float by[kBlock] = {};
+        float cx[kBlock] = {};
+        float cy[kBlock] = {};
+        // The first middle that they may cover, and whether there are more.
+        float x[kBlock] = {};
+        float y[kBlock] = {};
+        std::uint32_t pixel[kBlock] = {};
+        std::int32_t isWide[kBlock] = {};
+        std::int32_t isHigh[kBlock] = {};
+        std::int32_t isBack[kBlock] = {};
     };
-    /// A triangle before the middle of a pixel at x and y.
-    template <bool kIsNearnessWanted>
-    void push(std::uint32_t first, const std::uint16_t* numbers, const Corners& corners, float x, float y,
-              std::uint32_t pixel)
+    /// Eight times a triangle before a middle.
+    struct Middles
     {
-        m_ax[m_count] = corners.a.x - x;
-        m_ay[m_count] = corners.a.y - y;
-        m_bx[m_count] = corners.b.x - x;
-        m_by[m_count] = corners.b.y - y;
-        m_cx[m_count] = corners.c.x - x;
-        m_cy[m_count] = corners.c.y - y;
-        m_firsts[m_count] = first;
-        if (kIsNearnessWanted) {
-            m_az[m_count] = m_nearness[numbers[0]];
-            m_bz[m_count] = m_nearness[numbers[1]];
-            m_cz[m_count] = m_nearness[numbers[2]];
-            m_pixels[m_count] = pixel;
+        float x[kBlock] = {};
+        float y[kBlock] = {};
+        float ax[kBlock] = {};
+        float ay[kBlock] = {};
+        float bx[kBlock] = {};
+        float by[kBlock] = {};
+        float cx[kBlock] = {};
+        float cy[kBlock] = {};
+        float az[kBlock] = {};
+        float bz[kBlock] = {};
+        float cz[kBlock] = {};
+        float inside[kBlock] = {};
+        float most[kBlock] = {};   ///< nearness
+        float surest[kBlock] = {}; ///< 0 where the triangle may not cover the middle, or be cut by the driver
+    };
+
+    /// Fills a batch with triangles whose corners are not all between the middles of the same two columns or rows.
+    /// @return where the next batch begins
+    std::uint32_t findApart(std::uint32_t next, std::uint32_t end)
+    {
+        std::size_t count = 0;
+        for (; next != end && count < kBatch; next += 3) {
+            const std::uint32_t cell = m_cells[m_corners[next]];
+            const std::uint32_t apart =
+                (cell ^ m_cells[m_corners[next + 1]]) | (cell ^ m_cells[m_corners[next + 2]]) | (cell & kEither);
+            m_firsts[count] = next;
+            count += apart > 0xffff && (apart & 0xffff) != 0 ? 1 : 0;
         }
-        if (++m_count == kBlock) {
-            look<kIsNearnessWanted>();
+        m_count = count;
+        return next;
+    }
+    /// Finds between which middles the triangles of the batch are, and which of them are backs.
+    void findBoxes()
+    {
+        for (std::size_t i = 0; i < m_count; ++i) {
+            const std::uint16_t* const corners = m_corners + m_firsts[i];
+            Triangles& to = m_triangles[i / kBlock];
+            to.ax[i % kBlock] = m_x[corners[0]];
+            to.ay[i % kBlock] = m_y[corners[0]];
+            to.bx[i % kBlock] = m_x[corners[1]];
+            to.by[i % kBlock] = m_y[corners[1]];
+            to.cx[i % kBlock] = m_x[corners[2]];
+            to.cy[i % kBlock] = m_y[corners[2]];
+        }
+        for (std::size_t i = 0; i < m_count; i += kBlock) {
+            findBoxes(m_triangles[i / kBlock]);
         }
     }
-    /// None at the border of the picture, where drivers cut triangles.
-    std::uint32_t pixelAt(std::int32_t column, std::int32_t row) const
+    void findBoxes(Triangles& t) const
     {
-        const auto isWithin = [](std::int32_t place, std::int32_t size) {
-            return place > kMostMiddles && place < size - 1 - kMostMiddles;
+        const float margin = m_margins.place;
+        const float factor = m_least;
+        const std::int32_t width = m_width;
+        const std::int32_t height = m_height;
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            const auto from = [margin](float place) {
+                return (static_cast<std::int32_t>(place - margin) + kPixel - 1) >> kPixelBits;
+            };
+            const auto to = [margin](float place) { return static_cast<std::int32_t>(place + margin) >> kPixelBits; };
+            const std::int32_t left = from(least(t.ax[i], t.bx[i], t.cx[i]));
+            const std::int32_t bottom = from(least(t.ay[i], t.by[i], t.cy[i]));
+            const std::int32_t wide = to(most(t.ax[i], t.bx[i], t.cx[i])) - left;
+            const std::int32_t high = to(most(t.ay[i], t.by[i], t.cy[i])) - bottom;
+            t.x[i] = static_cast<float>(left * kPixel);
+            t.y[i] = static_cast<float>(bottom * kPixel);
+            // At the border of the picture drivers cut triangles.
+            const bool isWithin = (left > kMostMiddles) & (left < width - 2 - kMostMiddles) & (bottom > kMostMiddles) &
+                                  (bottom < height - 2 - kMostMiddles);
+            const bool isSmall = (wide < kMostMiddles) & (high < kMostMiddles);
+            t.pixel[i] = isSmall ? isWithin ? static_cast<std::uint32_t>(bottom * width + left) : kNoPixel : kLarge;
+            t.isWide[i] = static_cast<std::int32_t>(isSmall & (wide > 0));
+            t.isHigh[i] = static_cast<std::int32_t>(isSmall & (high > 0));
+            const float bx = t.bx[i] - t.ax[i];
+            const float by = t.by[i] - t.ay[i];
+            const float cx = t.cx[i] - t.ax[i];
+            const float cy = t.cy[i] - t.ay[i];
+            // Backs: higher above the longest side than all three corners together may be off, which is twice the root
+            // of two margins.
+            t.isBack[i] =
+                bx * cy - cx * by < factor * (std::abs(bx) + std::abs(by) + std::abs(cx) + std::abs(cy)) ? 1 : 0;
+        }
+    }
+    /// Lists the middles that the triangles may cover.
+    void findMiddles()
+    {
+        std::size_t count = 0;
+        const auto add = [this, &count](std::size_t i, float x, float y, std::uint32_t pixel, bool isAdded) {
+            m_numbers[count] = static_cast<std::uint32_t>(i);
+            m_pixels[count] = pixel;
+            m_middles[count / kBlock].x[count % kBlock] = x;
+            m_middles[count / kBlock].y[count % kBlock] = y;
+            count += isAdded ? 1 : 0;
         };
-        return isWithin(column, m_width) && isWithin(row, m_height) ? static_cast<std::uint32_t>(row * m_width + column)
-                                                                    : kNoPixel;
+        for (std::size_t i = 0; i < m_count; ++i) {
+            const Triangles& t = m_triangles[i / kBlock];
+            const std::size_t k = i % kBlock;
+            const bool isShown = t.isBack[k] == 0;
+            const float x = t.x[k];
+            const float y = t.y[k];
+            const std::uint32_t pixel = t.pixel[k];
+            add(i, x, y, pixel, isShown);
+            // Most have one middle.
+            if (t.isWide[k] + t.isHigh[k] != 0) {
+                const auto pixelAt = [pixel](std::uint32_t offset) {
+                    return pixel == kNoPixel ? kNoPixel : pixel + offset;
+                };
+                const auto width = static_cast<std::uint32_t>(m_width);
+                const bool isWide = isShown && t.isWide[k] != 0;
+                const bool isHigh = isShown && t.isHigh[k] != 0;
+                add(i, x + static_cast<float>(kPixel), y, pixelAt(1), isWide);
+                add(i, x, y + static_cast<float>(kPixel), pixelAt(width), isHigh);
+                add(i, x + static_cast<float>(kPixel), y + static_cast<float>(kPixel), pixelAt(width + 1),
+                    isWide && isHigh);
+            }
+        }
+        m_numMiddles = count;
     }
-    void append(const Sight& sight)
-    {
-        // However many middles a triangle may cover.
-        m_numTriangles += sight.first != m_last ? 1 : 0;
-        m_last = sight.first;
-        *m_end++ = sight;
-    }
-    /// Looks whether the middles of pixels may be in the triangles, whose corners may be off by the margin. What these
-    /// span then is the triangle with a square of that size around each of its points: within the square's reach of
-    /// each side, and of the box, which `add` has looked at.
-    template <bool kIsNearnessWanted>
+    /// Looks whether the middles may be in the triangles, whose corners may be off by the margin. What these span then
+    /// is the triangle with a square of that size around each of its points: within the square's reach of each side,
+    /// and of the box. Finds how near the triangles are there, at the most and at the least.
     void look()
     {
-        float inside[kBlock];
-        for (std::size_t i = 0; i < kBlock; ++i) {
-            const Sides sides = sidesOf(i);
-            const float sign = std::copysign(1.0f, sides.area);
-            inside[i] = std::min(std::min(sign * sides.ab + m_margins.place * sides.reachOfAb,
-                                          sign * sides.bc + m_margins.place * sides.reachOfBc),
-                                 sign * sides.ca + m_margins.place * sides.reachOfCa);
-        }
-        if (!kIsNearnessWanted) {
-            for (std::size_t i = 0; i < m_count; ++i) {
-                if (inside[i] >= -kProductError) {
-                    append({m_firsts[i], 0, kNearest});
-                }
-            }
-            m_count = 0;
-            return;
-        }
-        float nearest[kBlock];
-        float farthest[kBlock]; // 0 where the triangle may not cover the middle, or be cut by the driver
-        findNearness(nearest, farthest);
-        for (std::size_t i = 0; i < m_count; ++i) {
-            if (!(inside[i] >= -kProductError)) {
-                continue;
-            }
-            if (m_pixels[i] == kNoPixel) {
-                append({m_firsts[i], 0, kNearest});
-                continue;
-            }
-            const float known = m_nearest->nearness(m_pixels[i]);
-            // Written so that NaN shows.
-            if (!(nearest[i] < known)) {
-                append({m_firsts[i], m_pixels[i], nearest[i]});
-                if (farthest[i] > known) {
-                    m_nearest->add(m_pixels[i], farthest[i]);
-                }
+        for (std::size_t k = 0; k < m_numMiddles; ++k) {
+            const std::size_t i = m_numbers[k] % kBlock;
+            const Triangles& from = m_triangles[m_numbers[k] / kBlock];
+            Middles& to = m_middles[k / kBlock];
+            to.ax[k % kBlock] = from.ax[i];
+            to.ay[k % kBlock] = from.ay[i];
+            to.bx[k % kBlock] = from.bx[i];
+            to.by[k % kBlock] = from.by[i];
+            to.cx[k % kBlock] = from.cx[i];
+            to.cy[k % kBlock] = from.cy[i];
+            if (kIsNearnessWanted) {
+                const std::uint16_t* const corners = m_corners + m_firsts[m_numbers[k]];
+                to.az[k % kBlock] = m_nearness[corners[0]];
+                to.bz[k % kBlock] = m_nearness[corners[1]];
+                to.cz[k % kBlock] = m_nearness[corners[2]];
             }
         }
-        m_count = 0;
-    }
-    /// Finds how near the triangles are at the middles, at the most and at the least.
-    void findNearness(float* nearest, float* farthest) const
-    {
-        for (std::size_t i = 0; i < kBlock; ++i) {
-            const Sides sides = sidesOf(i);
-            const float least = std::min(std::min(m_az[i], m_bz[i]), m_cz[i]);
-            const float most = std::max(std::max(m_az[i], m_bz[i]), m_cz[i]);
-            // How much its plane may rise within what the middle may be off it, and the driver's plane be off this one:
-            // the rise in each direction is less than two spans of nearness on the other side of the box by the area.
-            const float reach = sides.reachOfAb + sides.reachOfBc + sides.reachOfCa;
-            // Of a sliver the driver may know no more than that; infinity shows.
-            const float area = std::max(std::abs(sides.area) - m_margins.place * reach, 0.0f);
-            const float rise = (most - least + 2.0f * m_margins.nearness) * reach / area;
-            const float error = m_margins.nearness + rise * (m_reach + static_cast<float>(kPlaneError) * reach);
-            nearest[i] = most + error;
-            // Wherever the corners are within their margins, the middle is on the inner side of each side.
-            const float sign = m_areBacksLeftOut ? 1.0f : std::copysign(1.0f, sides.area);
-            const float a = std::abs(m_ax[i]) + std::abs(m_ay[i]);
-            const float b = std::abs(m_bx[i]) + std::abs(m_by[i]);
-            const float c = std::abs(m_cx[i]) + std::abs(m_cy[i]);
-            const float inside = std::min(
-                std::min(sign * sides.ab - m_margins.place * (a + b), sign * sides.bc - m_margins.place * (b + c)),
-                sign * sides.ca - m_margins.place * (c + a));
-            const float room = kProductError + 2.0f * m_margins.place * m_margins.place;
-            farthest[i] = inside > room && nearest[i] < 1.0f ? least - error : 0.0f;
+        for (std::size_t k = 0; k < m_numMiddles; k += kBlock) {
+            look(m_middles[k / kBlock]);
         }
     }
-    struct Sides
+    void look(Middles& m) const
     {
-        float ab; ///< twice the areas between a side and the middle
-        float bc;
-        float ca;
-        float area; ///< of all
-        float reachOfAb;
-        float reachOfBc;
-        float reachOfCa;
-    };
-    Sides sidesOf(std::size_t i) const
+        const float margin = m_margins.place;
+        const float nearnessMargin = m_margins.nearness;
+        const float planeReach = m_reach;
+        const float surelyWithin = m_sure;
+        const float leastSign = m_leastSign;
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            const float ax = m.ax[i] - m.x[i];
+            const float ay = m.ay[i] - m.y[i];
+            const float bx = m.bx[i] - m.x[i];
+            const float by = m.by[i] - m.y[i];
+            const float cx = m.cx[i] - m.x[i];
+            const float cy = m.cy[i] - m.y[i];
+            // Twice the areas between a side and the middle.
+            const float ab = ax * by - ay * bx;
+            const float bc = bx * cy - by * cx;
+            const float ca = cx * ay - cy * ax;
+            const float area = ab + bc + ca;
+            const float reachOfAb = std::abs(bx - ax) + std::abs(by - ay);
+            const float reachOfBc = std::abs(cx - bx) + std::abs(cy - by);
+            const float reachOfCa = std::abs(ax - cx) + std::abs(ay - cy);
+            const float sign = std::copysign(1.0f, area);
+            m.inside[i] =
+                least(sign * ab + margin * reachOfAb, sign * bc + margin * reachOfBc, sign * ca + margin * reachOfCa);
+            if (kIsNearnessWanted) {
+                const float farthest = least(m.az[i], m.bz[i], m.cz[i]);
+                const float nearest = most(m.az[i], m.bz[i], m.cz[i]);
+                // How much its plane may rise within what the middle may be off it, and the driver's plane be off this
+                // one: the rise in each direction is less than two spans of nearness on the other side of the box by
+                // the area.
+                const float reach = reachOfAb + reachOfBc + reachOfCa;
+                // Of a sliver the driver may know no more than that; infinity shows.
+                const float room = std::abs(area) - margin * reach;
+                const float rise = (nearest - farthest + 2.0f * nearnessMargin) * reach / (room > 0.0f ? room : 0.0f);
+                const float error = nearnessMargin + rise * (planeReach + static_cast<float>(kPlaneError) * reach);
+                m.most[i] = nearest + error;
+                // Wherever the corners are within their margins, the middle is on the inner side of each side.
+                const float a = std::abs(ax) + std::abs(ay);
+                const float b = std::abs(bx) + std::abs(by);
+                const float c = std::abs(cx) + std::abs(cy);
+                const float within =
+                    least(sign * ab - margin * (a + b), sign * bc - margin * (b + c), sign * ca - margin * (c + a));
+                // Factors, since compilers take no condition for what they do to several at a time.
+                const float isDrawn = sign < leastSign ? 0.0f : 1.0f;
+                const float isCovered = within > surelyWithin ? 1.0f : 0.0f;
+                const float isUncut = nearest + error < 1.0f ? 1.0f : 0.0f;
+                m.surest[i] = (farthest - error) * isDrawn * isCovered * isUncut;
+            }
+        }
+    }
+    /// Adds what is found, but for what is hidden by what has been found before.
+    void append()
     {
-        Sides sides;
-        sides.ab = m_ax[i] * m_by[i] - m_ay[i] * m_bx[i];
-        sides.bc = m_bx[i] * m_cy[i] - m_by[i] * m_cx[i];
-        sides.ca = m_cx[i] * m_ay[i] - m_cy[i] * m_ax[i];
-        sides.area = sides.ab + sides.bc + sides.ca;
-        sides.reachOfAb = std::abs(m_bx[i] - m_ax[i]) + std::abs(m_by[i] - m_ay[i]);
-        sides.reachOfBc = std::abs(m_cx[i] - m_bx[i]) + std::abs(m_cy[i] - m_by[i]);
-        sides.reachOfCa = std::abs(m_ax[i] - m_cx[i]) + std::abs(m_ay[i] - m_cy[i]);
-        return sides;
+        std::size_t count = 0;
+        for (std::size_t k = 0; k < m_numMiddles; ++k) {
+            m_found[count] = static_cast<std::uint32_t>(k);
+            const bool isInside = m_middles[k / kBlock].inside[k % kBlock] >= -kProductError;
+            count += static_cast<std::size_t>(isInside | (m_pixels[k] == kLarge));
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t k = m_found[i];
+            const std::uint32_t first = m_firsts[m_numbers[k]];
+            bool isSeen = true;
+            if (!kIsNearnessWanted || m_pixels[k] >= kLarge) {
+                *m_end = {first, 0, std::numeric_limits<float>::infinity()};
+            } else {
+                const float nearness = m_middles[k / kBlock].most[k % kBlock];
+                const float known = m_nearest->nearness(m_pixels[k]);
+                // Written so that NaN shows.
+                isSeen = !(nearness < known);
+                *m_end = {first, m_pixels[k], nearness};
+                m_nearest->add(m_pixels[k], m_middles[k / kBlock].surest[k % kBlock]);
+            }
+            // However many middles a triangle may cover.
+            m_numTriangles += isSeen && first != m_last ? 1 : 0;
+            m_last = isSeen ? first : m_last;
+            m_end += isSeen ? 1 : 0;
+        }
     }
 
     Margins m_margins;
+    float m_least; ///< that fronts are high above a side, of the sides' lengths
+    float m_reach; ///< of what a plane errs by, from a middle
+    float m_sure;  ///< square units within each side
     KrNearestDepths* m_nearest;
     std::int32_t m_width;
     std::int32_t m_height;
-    bool m_areBacksLeftOut;
-    float m_reach;
-    const Sights::Spot* m_spots;
+    float m_leastSign; ///< of the areas of triangles that the driver draws
+    const std::uint16_t* m_corners;
+    const float* m_x;
+    const float* m_y;
     const float* m_nearness;
+    const std::uint32_t* m_cells;
     Sight* m_end = nullptr;
     std::uint32_t m_last = kNoPixel; ///< appended
     std::size_t m_numTriangles = 0;
+
+    // The batch: triangles,
     std::size_t m_count = 0;
-    // Corners from the middles.
-    float m_ax[kBlock] = {};
-    float m_ay[kBlock] = {};
-    float m_bx[kBlock] = {};
-    float m_by[kBlock] = {};
-    float m_cx[kBlock] = {};
-    float m_cy[kBlock] = {};
-    float m_az[kBlock] = {};
-    float m_bz[kBlock] = {};
-    float m_cz[kBlock] = {};
-    std::uint32_t m_firsts[kBlock] = {};
-    std::uint32_t m_pixels[kBlock] = {};
+    std::uint32_t m_firsts[kBatch] = {};
+    Triangles m_triangles[kBatch / kBlock];
+    // and triangles before middles.
+    std::size_t m_numMiddles = 0;
+    std::uint32_t m_numbers[kMostInBatch + 1] = {}; ///< in the batch
+    std::uint32_t m_pixels[kMostInBatch + 1] = {};
+    std::uint32_t m_found[kMostInBatch + 1] = {};
+    Middles m_middles[kMostInBatch / kBlock + 1]; ///< the last one may be written where none is added
 };
 
 template <typename Index>
@@ -306,10 +418,9 @@ KrTriangleSieve::KrTriangleSieve(const osg::Vec3* vertices, const Index* indices
     }
 }
 
-/// Where the vertices are in the window.
-/// @param margins  set to how far they may be from there
+/// How far the vertices may be from where they are taken to be in the window.
 /// @return false where nothing is known
-bool KrTriangleSieve::findSpots(const View& view, Sights& sights, Margins& margins) const
+bool KrTriangleSieve::findMargins(const View& view, Margins& margins) const
 {
     const osg::Matrixd m = view.modelView * view.projection;
     const double depth = m_center.x() * m(0, 3) + m_center.y() * m(1, 3) + m_center.z() * m(2, 3) + m(3, 3);
@@ -328,24 +439,16 @@ bool KrTriangleSieve::findSpots(const View& view, Sights& sights, Margins& margi
         !(nearest > kSmallest) || !(most * nearest < kLargest)) {
         return false;
     }
-    const auto wholeMargin = static_cast<std::int32_t>(std::ceil(kCutOff + (view.rounding + error) * kPixel));
-    margins.place = static_cast<float>(wholeMargin);
+    margins.place = static_cast<float>(std::ceil(kCutOff + (view.rounding + error) * kPixel));
     margins.nearness = static_cast<float>(view.depthRounding + kError + 0.5 * kError * (bound(2) + bound(3)) / nearest);
-    const std::size_t count = kBlock * m_blocks.size();
-    sights.m_spots.resize(std::max(sights.m_spots.size(), count));
-    if (view.nearest != nullptr) {
-        sights.m_nearness.resize(std::max(sights.m_nearness.size(), count));
-        findSpots<true>(view, m, sights, wholeMargin);
-    } else {
-        findSpots<false>(view, m, sights, wholeMargin);
-    }
     return true;
 }
 
-/// @param matrix  of the vertices, to the view's cube
+/// Where the vertices are in the window.
 template <bool kIsNearnessWanted>
-void KrTriangleSieve::findSpots(const View& view, const osg::Matrixd& matrix, Sights& sights, std::int32_t margin) const
+void KrTriangleSieve::findSpots(const View& view, Sights& sights, std::int32_t margin) const
 {
+    const osg::Matrixd matrix = view.modelView * view.projection;
     // To units of a pixel, from the middle of the first one.
     const auto number = [](double value) { return static_cast<float>(value); };
     const double x = 0.5 * kPixel * view.width;
@@ -361,13 +464,12 @@ void KrTriangleSieve::findSpots(const View& view, const osg::Matrixd& matrix, Si
         toZ[row] = number(0.5 * (matrix(row, 3) - matrix(row, 2)));
         toW[row] = number(matrix(row, 3));
     }
-    Sights::Spot* spot = sights.m_spots.data();
-    float* nearness = sights.m_nearness.data();
+    std::size_t first = 0;
     for (const Block& block : m_blocks) {
         float xs[kBlock];
         float ys[kBlock];
+        float nearness[kBlock];
         std::uint32_t cells[kBlock];
-        std::uint32_t across[kBlock];
         for (std::size_t i = 0; i < kBlock; ++i) {
             const float w = 1.0f / (block.x[i] * toW[0] + block.y[i] * toW[1] + block.z[i] * toW[2] + toW[3]);
             xs[i] = (block.x[i] * toX[0] + block.y[i] * toX[1] + block.z[i] * toX[2] + toX[3]) * w;
@@ -375,67 +477,42 @@ void KrTriangleSieve::findSpots(const View& view, const osg::Matrixd& matrix, Si
             if (kIsNearnessWanted) {
                 nearness[i] = (block.x[i] * toZ[0] + block.y[i] * toZ[1] + block.z[i] * toZ[2] + toZ[3]) * w;
             }
-        }
-        nearness += kIsNearnessWanted ? kBlock : 0;
-        for (std::size_t i = 0; i < kBlock; ++i) {
-            const auto column = static_cast<std::int32_t>(xs[i]);
-            const auto row = static_cast<std::int32_t>(ys[i]);
-            const auto cellOf = [&](std::int32_t shift) {
-                return static_cast<std::uint32_t>((column + shift) >> kPixelBits) << 16 |
-                       (static_cast<std::uint32_t>((row + shift) >> kPixelBits) & 0xffff);
+            const auto cellOf = [margin](float place) {
+                const std::int32_t most = static_cast<std::int32_t>(place) + margin;
+                const std::int32_t isEither = (most & (kPixel - 1)) < 2 * margin ? 1 : 0;
+                return static_cast<std::uint32_t>((most >> kPixelBits) * 2 + isEither);
             };
-            cells[i] = cellOf(-margin);
-            across[i] = cells[i] ^ cellOf(margin);
+            cells[i] = cellOf(xs[i]) << 16 | (cellOf(ys[i]) & 0xffff);
         }
-        for (std::size_t i = 0; i < kBlock; ++i) {
-            *spot++ = {xs[i], ys[i], cells[i], across[i]};
+        std::copy_n(xs, kBlock, &sights.m_x[first]);
+        std::copy_n(ys, kBlock, &sights.m_y[first]);
+        if (kIsNearnessWanted) {
+            std::copy_n(nearness, kBlock, &sights.m_nearness[first]);
         }
+        std::copy_n(cells, kBlock, &sights.m_cells[first]);
+        first += kBlock;
     }
 }
 
-template <bool kAreBacksLeftOut, bool kIsNearnessWanted>
-std::size_t KrTriangleSieve::find(Sights& sights, float margin, Candidates& candidates) const
+template <bool kIsNearnessWanted>
+std::size_t KrTriangleSieve::look(const View& view, const Margins& margins, Sights& sights) const
 {
-    const Sights::Spot* const spots = sights.m_spots.data();
-    const std::uint16_t* const begin = m_corners.data();
-    const std::uint16_t* const last = begin + m_corners.size() / 3 * 3;
-    for (const std::uint16_t* corner = begin; corner != last; corner += 3) {
-        const Sights::Spot& a = spots[corner[0]];
-        const Sights::Spot& b = spots[corner[1]];
-        const Sights::Spot& c = spots[corner[2]];
-        const std::uint32_t apart = (a.cell ^ b.cell) | (b.cell ^ c.cell) | a.across | b.across | c.across;
-        // All between the middles of the same two columns or rows of pixels.
-        if (apart <= 0xffff || (apart & 0xffff) == 0) {
-            continue;
-        }
-        if (kAreBacksLeftOut) {
-            const float bx = b.x - a.x;
-            const float by = b.y - a.y;
-            const float cx = c.x - a.x;
-            const float cy = c.y - a.y;
-            // Higher above its longest side than all three corners together may be off: twice the root of two margins.
-            if (bx * cy - cx * by < -3.0f * margin * (std::abs(bx) + std::abs(by) + std::abs(cx) + std::abs(cy))) {
-                continue;
-            }
-        }
-        candidates.add<kIsNearnessWanted>(static_cast<std::uint32_t>(corner - begin), corner);
-    }
-    return candidates.finish<kIsNearnessWanted>(sights);
+    const std::size_t count = std::max(sights.m_x.size(), kBlock * m_blocks.size());
+    sights.m_x.resize(count);
+    sights.m_y.resize(count);
+    sights.m_nearness.resize(count);
+    sights.m_cells.resize(count);
+    findSpots<kIsNearnessWanted>(view, sights, static_cast<std::int32_t>(margins.place));
+    return Looking<kIsNearnessWanted>(view, margins, m_corners, sights).run(numTriangles(), sights);
 }
 
 std::size_t KrTriangleSieve::find(const View& view, Sights& sights) const
 {
     Margins margins;
-    if (!findSpots(view, sights, margins)) {
+    if (!findMargins(view, margins)) {
         return numTriangles();
     }
-    Candidates candidates(view, margins, sights, numTriangles());
-    if (view.nearest != nullptr) {
-        return view.areBacksLeftOut ? find<true, true>(sights, margins.place, candidates)
-                                    : find<false, true>(sights, margins.place, candidates);
-    }
-    return view.areBacksLeftOut ? find<true, false>(sights, margins.place, candidates)
-                                : find<false, false>(sights, margins.place, candidates);
+    return view.nearest != nullptr ? look<true>(view, margins, sights) : look<false>(view, margins, sights);
 }
 
 template <typename Index>

@@ -48,19 +48,16 @@ public:
 
     private:
         friend class KrTriangleSieve;
-        /// Where a vertex is in the window.
-        struct Spot
-        {
-            float x; ///< from the middle of the first pixel, parts of a pixel
-            float y;
-            std::uint32_t cell;   ///< the columns and rows of pixels between whose middles it lies, 16 bits each
-            std::uint32_t across; ///< the bits in which that cell differs from others where it may lie as well
-        };
 
         std::vector<Sight> m_sights;
         std::size_t m_size = 0;
-        std::vector<Spot> m_spots;     ///< of the vertices of the sieve at hand
-        std::vector<float> m_nearness; ///< of these
+        // Of the vertices of the sieve at hand.
+        std::vector<float> m_x; ///< in the window, from the middle of the first pixel, parts of a pixel
+        std::vector<float> m_y;
+        std::vector<float> m_nearness;
+        /// The columns (upper half) and rows of pixels between whose middles they lie: the last bit of a half is set
+        /// where they may as well be in the next one.
+        std::vector<std::uint32_t> m_cells;
     };
 
     /// So many at once: numbers of what they share fit into 16 bits, and what is found out of it into a cache.
@@ -109,13 +106,14 @@ private:
         float place; ///< units of spots
         float nearness;
     };
-    class Candidates;
-
-    bool findSpots(const View& view, Sights& sights, Margins& margins) const;
     template <bool kIsNearnessWanted>
-    void findSpots(const View& view, const osg::Matrixd& matrix, Sights& sights, std::int32_t margin) const;
-    template <bool kAreBacksLeftOut, bool kIsNearnessWanted>
-    std::size_t find(Sights& sights, float margin, Candidates& candidates) const;
+    class Looking;
+
+    bool findMargins(const View& view, Margins& margins) const;
+    template <bool kIsNearnessWanted>
+    void findSpots(const View& view, Sights& sights, std::int32_t margin) const;
+    template <bool kIsNearnessWanted>
+    std::size_t look(const View& view, const Margins& margins, Sights& sights) const;
 
     std::vector<std::uint16_t> m_corners; ///< numbers of vertices in the blocks
     std::vector<Block> m_blocks;          ///< the last vertex once more behind it
