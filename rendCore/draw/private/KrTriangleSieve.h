@@ -60,6 +60,15 @@ public:
         std::vector<std::uint32_t> m_cells;
     };
 
+    /// The instructions that triangles are looked through with. What is found is the same, to the bit.
+    enum class Vectors
+    {
+        Plain, ///< those that the library is compiled for
+        Avx2,
+    };
+    /// The fastest ones that the processor has.
+    static Vectors vectors();
+
     /// So many at once: numbers of what they share fit into 16 bits, and what is found out of it into a cache.
     static constexpr std::size_t kMostIndices = std::size_t{3} << 14;
     static constexpr std::uint16_t kNoNumber = 0xffff;
@@ -79,7 +88,9 @@ public:
     /// @param sights  in the order of the triangles, behind those that are there; one triangle may have several
     /// @return the number of triangles found. Of all, and nothing is added, where nothing is known: the mesh may be
     ///         beside or behind the eye, or so far from its origin that the driver's numbers are not exact
-    std::size_t find(const View& view, Sights& sights) const;
+    std::size_t find(const View& view, Sights& sights) const { return find(view, sights, vectors()); }
+    /// With certain instructions, which the processor must have.
+    std::size_t find(const View& view, Sights& sights, Vectors vectors) const;
 
     /// Copies the corners of triangles that have been found, but for those that are hidden.
     ///
@@ -114,6 +125,8 @@ private:
     void findSpots(const View& view, Sights& sights, std::int32_t margin) const;
     template <bool kIsNearnessWanted>
     std::size_t look(const View& view, const Margins& margins, Sights& sights) const;
+    std::size_t lookPlainly(const View& view, const Margins& margins, Sights& sights) const;
+    std::size_t lookWidely(const View& view, const Margins& margins, Sights& sights) const;
 
     std::vector<std::uint16_t> m_corners; ///< numbers of vertices in the blocks
     std::vector<Block> m_blocks;          ///< the last vertex once more behind it

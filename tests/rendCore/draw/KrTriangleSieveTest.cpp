@@ -23,11 +23,22 @@ using View = KrTriangleSieve::View;
 /// Triangles and what a sieve leaves of them.
 struct Mesh
 {
-    /// All of them where nothing is known.
+    /// All of them where nothing is known. The same with all instructions that the processor has.
     Indices sift(const View& view) const
     {
+        const Indices kept = sift(view, KrTriangleSieve::Vectors::Plain);
+        EXPECT_EQ(sift(view, KrTriangleSieve::vectors()), kept);
+        return kept;
+    }
+    Indices sift(View view, KrTriangleSieve::Vectors vectors) const
+    {
+        KrNearestDepths nearest;
+        if (view.nearest != nullptr) {
+            nearest = *view.nearest;
+            view.nearest = &nearest;
+        }
         KrTriangleSieve::Sights sights;
-        if (sieve().find(view, sights) == indices.size() / 3) {
+        if (sieve().find(view, sights, vectors) == indices.size() / 3) {
             return indices;
         }
         return copy(sights.data(), sights.data() + sights.size(), view.nearest);
