@@ -4,6 +4,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <libdeflate.h>
 #include <openssl/evp.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -22,9 +23,11 @@
 namespace
 {
 
-constexpr std::string_view kMagic = "KrMesh1\n";
+constexpr std::string_view kMagic = "KrMesh2\n";
 constexpr std::size_t kSealBytes = 16;
 constexpr std::size_t kHeaderBytes = kMagic.size() + kSealBytes;
+// Adler-32 begins with that.
+constexpr std::uint32_t kFirstSum = 1;
 // Close to the processor, and not so large that the system is asked for its memory each time.
 constexpr std::size_t kBlockBytes = 64 * 1024;
 constexpr char kKeyName[] = "key";
@@ -248,6 +251,15 @@ std::string KrMeshCache::seal(unsigned char purpose, std::initializer_list<std::
     return seal.finish();
 }
 
+/// Of an entry of `size` bytes with the checksum `sum`. With its name: an entry under another one's name is as good as
+/// damaged.
+std::string KrMeshCache::entrySeal(const Name& name, std::uint64_t size, std::uint32_t sum) const
+{
+    return seal(
+        ForEntry,
+        {name, {reinterpret_cast<const char*>(&size), sizeof size}, {reinterpret_cast<const char*>(&sum), sizeof sum}});
+}
+
 KrMeshCache::Name KrMeshCache::nameOf(std::initializer_list<std::string_view> parts) const
 {
     return hexadecimal(seal(ForName, parts));
@@ -287,19 +299,17 @@ bool KrMeshCache::read(const Name& name, Entry& entry) const
     }
     const std::string_view all(entry.m_file.get(), static_cast<std::size_t>(size));
     entry.m_bytes = all.substr(kHeaderBytes);
-    // As seal() has it, block by block: each is sealed while it is close to the processor. With the name: an entry
-    // under another one's name is as good as damaged.
-    Seal seal(m_cipher.get(), m_key, ForEntry);
-    seal.add(name);
-    seal.endPart(name.size());
+    // Block by block: each is summed up while it is close to the processor.
+    std::uint32_t sum = kFirstSum;
     bool isRead = true;
     for (std::size_t first = 0; isRead && first < all.size(); first += kBlockBytes) {
         const std::string_view block = all.substr(first, kBlockBytes);
         isRead = readAll(file.number, entry.m_file.get() + first, block.size());
-        seal.add(first == 0 ? block.substr(kHeaderBytes) : block);
+        const std::string_view part = first == 0 ? block.substr(kHeaderBytes) : block;
+        sum = libdeflate_adler32(sum, part.data(), part.size());
     }
-    seal.endPart(entry.m_bytes.size());
-    if (!isRead || all.substr(0, kMagic.size()) != kMagic || all.substr(kMagic.size(), kSealBytes) != seal.finish()) {
+    if (!isRead || all.substr(0, kMagic.size()) != kMagic ||
+        all.substr(kMagic.size(), kSealBytes) != entrySeal(name, entry.m_bytes.size(), sum)) {
         return false;
     }
     // Used now. Where that cannot be noted, it only goes earlier.
@@ -337,7 +347,9 @@ bool KrMeshCache::writeAside(std::initializer_list<std::string_view> parts, std:
 void KrMeshCache::write(const Name& name, std::string_view bytes) const
 {
     // What is larger than all of it may be would push everything else out, and go itself.
-    const std::string sealed = isOpen() ? seal(ForEntry, {name, bytes}) : std::string();
+    const std::string sealed =
+        isOpen() ? entrySeal(name, bytes.size(), libdeflate_adler32(kFirstSum, bytes.data(), bytes.size()))
+                 : std::string();
     if (name.empty() || sealed.empty() || bytes.size() + kHeaderBytes > m_maxBytes) {
         return;
     }

@@ -20,7 +20,9 @@ struct evp_cipher_st;
 /// not with a plain hash. A mesh file comes from anywhere: were its name in the cache a value that its author can
 /// compute, he could make two files of one name, and the one that was loaded first would be drawn for the other.
 /// Without the secret nobody can, and this is faster than any hash that keeps its promise in public. The folder's
-/// secrecy is all that it stands on: who can read it is the user himself.
+/// secrecy is all that it stands on: who can read it is the user himself. What stands in an entry nobody but the user
+/// can have written; damage is told by a checksum (Adler-32, RFC 1950) under the seal, which takes an eighth of the
+/// time of sealing all of it.
 ///
 /// All functions may be called from several threads at once; none throws but for want of memory.
 class KrMeshCache
@@ -70,6 +72,7 @@ private:
     void makeKey() const;
     class Seal;
     std::string seal(unsigned char purpose, std::initializer_list<std::string_view> parts) const;
+    std::string entrySeal(const Name& name, std::uint64_t size, std::uint32_t sum) const;
     bool writeAside(std::initializer_list<std::string_view> parts, std::string& temporary) const;
 
     struct CipherDeleter
