@@ -117,16 +117,14 @@ public:
     /// Whether it looks at triangles at all.
     bool isOpen() const { return m_isOpen; }
     /// Of the viewport.
-    std::size_t numPixels() const
-    {
-        return static_cast<std::size_t>(m_view.width) * static_cast<std::size_t>(m_view.height);
-    }
-    /// From now on leaves out small triangles behind others, where these may be left out.
+    std::uint32_t width() const { return static_cast<std::uint32_t>(m_view.width); }
+    std::uint32_t height() const { return static_cast<std::uint32_t>(m_view.height); }
+    /// From now on leaves out triangles behind others, where these may be left out.
     /// @return whether it does
     bool hideWhatIsBehind(KrSiftingPass& pass, const osg::GLExtensions& gl)
     {
-        if (m_nearest == nullptr && m_areDepthsKept && numPixels() <= KrNearestDepths::kMostPixels &&
-            isNearerSeen(gl)) {
+        if (m_nearest == nullptr && m_areDepthsKept &&
+            std::size_t{width()} * height() <= KrNearestDepths::kMostPixels && isNearerSeen(gl)) {
             m_nearest = &pass.nearest();
         }
         return m_nearest != nullptr;
@@ -249,7 +247,7 @@ std::size_t KrMeshBatch::sift(Eye& eye, double near, const osg::GLExtensions& gl
         }
         const bool isWorthwhile = numIndices >= KrSiftingPass::kFewestIndices && eye.hideWhatIsBehind(pass, gl);
         if (isWorthwhile) {
-            pass.begin(eye.numPixels());
+            pass.begin(eye.width(), eye.height());
         }
         for (const KrMeshBatch* batch = this; batch != nullptr; batch = batch->m_next) {
             batch->m_pass = isWorthwhile ? pass.number() : kNoPass;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -16,39 +17,32 @@ public:
 
     /// Forgets all. Memory is asked for where a picture is larger than those before.
     ///
-    /// @param numPixels  kMostPixels at the most
-    void begin(std::size_t numPixels)
+    /// Of kMostPixels at the most.
+    void begin(std::uint32_t width, std::uint32_t height)
     {
-        for (const std::uint32_t pixel : m_known) {
-            m_nearness[pixel] = 0.0f;
-        }
-        m_known.clear();
-        if (numPixels > m_nearness.size()) {
-            m_nearness.resize(numPixels, 0.0f);
-        }
+        m_width = width;
+        m_nearness.assign(std::size_t{width} * height, 0.0f);
     }
+    /// Of the picture.
+    std::uint32_t width() const { return m_width; }
     float nearness(std::uint32_t pixel) const { return m_nearness[pixel]; }
+    /// Of pixels from that one on, to be replaced by what is larger.
+    float* at(std::uint32_t pixel) { return &m_nearness[pixel]; }
     /// Nothing where it is not larger than what is there.
     void add(std::uint32_t pixel, float nearness)
     {
-        const float known = m_nearness[pixel];
-        const bool isNearer = nearness > known;
-        if (isNearer && known <= 0.0f) {
-            m_known.push_back(pixel);
-        }
         // In any case, since a processor can hardly guess which.
-        m_nearness[pixel] = isNearer ? nearness : known;
+        const float known = m_nearness[pixel];
+        m_nearness[pixel] = nearness > known ? nearness : known;
     }
-
     /// Takes over what is nearer elsewhere, of the same picture.
     void add(const KrNearestDepths& other)
     {
-        for (const std::uint32_t pixel : other.m_known) {
-            add(pixel, other.m_nearness[pixel]);
-        }
+        std::transform(m_nearness.begin(), m_nearness.end(), other.m_nearness.begin(), m_nearness.begin(),
+                       [](float ours, float theirs) { return theirs > ours ? theirs : ours; });
     }
 
 private:
+    std::uint32_t m_width = 0;
     std::vector<float> m_nearness;
-    std::vector<std::uint32_t> m_known; ///< pixels that have some
 };

@@ -10,7 +10,7 @@ namespace
 
 /// Of the triangles of a sieve: with more of them left, it is drawn as a whole.
 constexpr double kMostSeen = 0.9;
-/// Sights of all lanes, 6 MiB: with so many, the rest is looked through when it is drawn.
+/// Sights of all lanes, 8 MiB: with so many, the rest is looked through when it is drawn.
 constexpr std::size_t kMostKept = 524288;
 /// What a core is worth waking up for: a millisecond's work, where that takes a twentieth of one.
 constexpr std::size_t kFewestTriangles = 262144;
@@ -24,15 +24,16 @@ KrSiftingPass::KrSiftingPass()
     m_lanes.push_back(std::make_unique<Lane>());
 }
 
-void KrSiftingPass::begin(std::size_t numPixels)
+void KrSiftingPass::begin(std::uint32_t width, std::uint32_t height)
 {
     ++m_number;
     m_views.clear();
     m_tasks.clear();
     m_numTriangles = 0;
-    m_numPixels = numPixels;
+    m_width = width;
+    m_height = height;
     m_lanes.front()->sights.truncate(0);
-    m_lanes.front()->nearest.begin(numPixels);
+    m_lanes.front()->nearest.begin(width, height);
 }
 
 void KrSiftingPass::add(const KrTriangleSieve::View& view, const std::vector<KrTriangleSieve>& sieves)
@@ -56,7 +57,7 @@ void KrSiftingPass::run()
     }
     for (std::size_t lane = 1; lane < numLanes; ++lane) {
         m_lanes[lane]->sights.truncate(0);
-        m_lanes[lane]->nearest.begin(m_numPixels);
+        m_lanes[lane]->nearest.begin(m_width, m_height);
     }
     m_next = 0;
     if (numLanes == 1) {

@@ -31,11 +31,11 @@ public:
 
     /// Forgets everything.
     ///
-    /// @param numPixels  KrNearestDepths::kMostPixels at the most
-    void begin(std::size_t numPixels);
+    /// @param width  of the picture, which has KrNearestDepths::kMostPixels at the most
+    void begin(std::uint32_t width, std::uint32_t height);
     /// Of the pass at hand; 0 before the first one.
     std::uint64_t number() const { return m_number; }
-    /// For `View`, and to copy what is seen after `run`: small triangles behind others are left out. Borrowed.
+    /// For `View`, and to copy what is seen after `run`: triangles behind others are left out. Borrowed.
     KrNearestDepths& nearest() { return m_lanes.front()->nearest; }
     /// Adds what is to be looked through from one view. Borrowed until the pass is over.
     void add(const KrTriangleSieve::View& view, const std::vector<KrTriangleSieve>& sieves);
@@ -73,7 +73,8 @@ private:
     std::vector<KrTriangleSieve::View> m_views;
     std::vector<Task> m_tasks;
     std::size_t m_numTriangles = 0;
-    std::size_t m_numPixels = 0;
+    std::uint32_t m_width = 0; ///< of the picture
+    std::uint32_t m_height = 0;
     std::vector<std::unique_ptr<Lane>> m_lanes; ///< one at least
     std::atomic<std::size_t> m_next{0};         ///< task
     std::uint64_t m_number = 0;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <iterator>
 #include <limits>
+#include <numeric>
 
 // For one function with all that it calls (clang takes in what it calls itself only, and gains nothing). The rest stays
 // for every processor, the library's inline functions too, of which a linker takes one for the whole program. Without
@@ -26,10 +27,17 @@ constexpr std::int32_t kPixel = 1 << kPixelBits;
 constexpr std::uint32_t kEither = 0x10001;
 /// What is cut off of a spot's coordinates on the way to integers, units.
 constexpr double kCutOff = 1.0;
-/// A triangle among the middles of more columns or rows than these is taken to show.
+/// A triangle among the middles of more columns or rows than these is large.
 constexpr std::int32_t kMostMiddles = 2;
 /// How much products of coordinates within so many pixels err, square units: a few roundings of 2^28.
 constexpr float kProductError = 128.0f;
+/// A triangle among the middles of more columns or rows than these is taken to show.
+constexpr std::int32_t kMostLarge = 32;
+/// The same for these: of 2^34.
+constexpr float kLargeProductError = 16384.0f;
+/// A large triangle is looked at in tiles of so many middles.
+constexpr std::int32_t kTileWidth = 8;
+constexpr std::int32_t kTileHeight = 4;
 /// How much of what a plane rises over a distance it may be off: a driver computes it at a corner of the picture.
 constexpr double kPlaneError = 1.0 / 512;
 /// How much single precision errs, of the largest number that takes part.
@@ -95,27 +103,32 @@ public:
     /// @return the number of triangles found
     std::size_t run(std::size_t numTriangles, Sights& sights)
     {
-        const std::size_t most = sights.m_size + numTriangles * kMostMiddles * kMostMiddles + 1;
-        sights.m_sights.resize(std::max(sights.m_sights.size(), most));
-        m_end = sights.m_sights.data() + sights.m_size;
         const std::uint32_t end = static_cast<std::uint32_t>(3 * numTriangles);
         for (std::uint32_t next = 0; next != end;) {
             next = findApart(next, end);
             findBoxes();
             findMiddles();
             look();
+            if (sights.m_sights.size() < sights.m_size + kMostSights) {
+                sights.m_sights.resize(2 * sights.m_size + kMostSights);
+            }
+            m_end = sights.m_sights.data() + sights.m_size;
             append();
+            sights.m_size = static_cast<std::size_t>(m_end - sights.m_sights.data());
         }
-        sights.m_size = static_cast<std::size_t>(m_end - sights.m_sights.data());
         return m_numTriangles;
     }
 
 private:
     static constexpr std::uint32_t kNoPixel = std::numeric_limits<std::uint32_t>::max();
-    /// In the place of a pixel's number: the triangle is taken to show.
+    /// In the place of a pixel's number.
     static constexpr std::uint32_t kLarge = kNoPixel - 1;
+    static constexpr std::uint32_t kBits[kTileWidth] = {1, 2, 4, 8, 16, 32, 64, 128};
     static constexpr std::size_t kBatch = 128;
     static constexpr std::size_t kMostInBatch = kBatch * kMostMiddles * kMostMiddles;
+    /// Of a batch, and one more that is written but not added.
+    static constexpr std::size_t kMostSights =
+        kBatch * (kMostLarge / kTileWidth) * (kMostLarge / kTileHeight) + std::size_t{1};
 
     /// Eight triangles.
     struct Triangles
@@ -127,12 +140,12 @@ private:
         float by[kBlock] = {};
         float cx[kBlock] = {};
         float cy[kBlock] = {};
-        // The first middle that they may cover, and whether there are more.
+        // The first middle that they may cover, and how many more columns and rows of them there are.
         float x[kBlock] = {};
         float y[kBlock] = {};
         std::uint32_t pixel[kBlock] = {};
-        std::int32_t isWide[kBlock] = {};
-        std::int32_t isHigh[kBlock] = {};
+        std::int32_t wide[kBlock] = {};
+        std::int32_t high[kBlock] = {};
         std::int32_t isBack[kBlock] = {};
     };
     /// Eight times a triangle before a middle.
@@ -203,13 +216,12 @@ private:
             const std::int32_t high = to(most(t.ay[i], t.by[i], t.cy[i])) - bottom;
             t.x[i] = static_cast<float>(left * kPixel);
             t.y[i] = static_cast<float>(bottom * kPixel);
+            t.wide[i] = wide < 0 ? 0 : wide;
+            t.high[i] = high < 0 ? 0 : high;
             // At the border of the picture drivers cut triangles.
-            const bool isWithin = (left > kMostMiddles) & (left < width - 2 - kMostMiddles) & (bottom > kMostMiddles) &
-                                  (bottom < height - 2 - kMostMiddles);
-            const bool isSmall = (wide < kMostMiddles) & (high < kMostMiddles);
-            t.pixel[i] = isSmall ? isWithin ? static_cast<std::uint32_t>(bottom * width + left) : kNoPixel : kLarge;
-            t.isWide[i] = static_cast<std::int32_t>(isSmall & (wide > 0));
-            t.isHigh[i] = static_cast<std::int32_t>(isSmall & (high > 0));
+            const bool isWithin = (left > kMostMiddles) & (left + wide < width - 1 - kMostMiddles) &
+                                  (bottom > kMostMiddles) & (bottom + high < height - 1 - kMostMiddles);
+            t.pixel[i] = isWithin ? static_cast<std::uint32_t>(bottom * width + left) : kNoPixel;
             const float bx = t.bx[i] - t.ax[i];
             const float by = t.by[i] - t.ay[i];
             const float cx = t.cx[i] - t.ax[i];
@@ -237,16 +249,17 @@ private:
             const bool isShown = t.isBack[k] == 0;
             const float x = t.x[k];
             const float y = t.y[k];
-            const std::uint32_t pixel = t.pixel[k];
+            const bool isLarge = t.wide[k] >= kMostMiddles || t.high[k] >= kMostMiddles;
+            const std::uint32_t pixel = isLarge ? kLarge : t.pixel[k];
             add(i, x, y, pixel, isShown);
             // Most have one middle.
-            if (t.isWide[k] + t.isHigh[k] != 0) {
+            if (t.wide[k] + t.high[k] != 0 && !isLarge) {
                 const auto pixelAt = [pixel](std::uint32_t offset) {
                     return pixel == kNoPixel ? kNoPixel : pixel + offset;
                 };
                 const auto width = static_cast<std::uint32_t>(m_width);
-                const bool isWide = isShown && t.isWide[k] != 0;
-                const bool isHigh = isShown && t.isHigh[k] != 0;
+                const bool isWide = isShown && t.wide[k] != 0;
+                const bool isHigh = isShown && t.high[k] != 0;
                 add(i, x + static_cast<float>(kPixel), y, pixelAt(1), isWide);
                 add(i, x, y + static_cast<float>(kPixel), pixelAt(width), isHigh);
                 add(i, x + static_cast<float>(kPixel), y + static_cast<float>(kPixel), pixelAt(width + 1),
@@ -344,21 +357,154 @@ private:
         for (std::size_t i = 0; i < count; ++i) {
             const std::size_t k = m_found[i];
             const std::uint32_t first = m_firsts[m_numbers[k]];
-            bool isSeen = true;
-            if (!kIsNearnessWanted || m_pixels[k] >= kLarge) {
-                *m_end = {first, 0, std::numeric_limits<float>::infinity()};
+            if (!kIsNearnessWanted || m_pixels[k] == kNoPixel) {
+                append(unhidden(first), true);
+            } else if (m_pixels[k] == kLarge) {
+                appendLarge(first, m_triangles[m_numbers[k] / kBlock], m_numbers[k] % kBlock);
             } else {
                 const float nearness = m_middles[k / kBlock].most[k % kBlock];
                 const float known = m_nearest->nearness(m_pixels[k]);
                 // Written so that NaN shows.
-                isSeen = !(nearness < known);
-                *m_end = {first, m_pixels[k], nearness};
+                append({first, m_pixels[k], nearness, 1}, !(nearness < known));
                 m_nearest->add(m_pixels[k], m_middles[k / kBlock].surest[k % kBlock]);
             }
-            // However many middles a triangle may cover.
-            m_numTriangles += isSeen && first != m_last ? 1 : 0;
-            m_last = isSeen ? first : m_last;
-            m_end += isSeen ? 1 : 0;
+        }
+    }
+    void append(const Sight& sight, bool isSeen)
+    {
+        *m_end = sight;
+        m_end += isSeen ? 1 : 0;
+        // However many middles a triangle may cover.
+        m_numTriangles += isSeen && sight.first != m_last ? 1 : 0;
+        m_last = isSeen ? sight.first : m_last;
+    }
+    static Sight unhidden(std::uint32_t first) { return {first, 0, std::numeric_limits<float>::infinity(), 1}; }
+    /// A plane over the window, from the first middle of a triangle.
+    struct Plane
+    {
+        float at(std::int32_t column, std::int32_t row) const
+        {
+            return first + static_cast<float>(column) * toColumn + static_cast<float>(row) * toRow;
+        }
+        float first = 0.0f;
+        float toColumn = 0.0f; ///< from one to the next
+        float toRow = 0.0f;
+    };
+    /// A large triangle.
+    struct Large
+    {
+        // How far a middle is within each side: not below 0 where it may be covered, more than `within` in all three
+        // where it is for certain. Square units.
+        Plane ab;
+        Plane bc;
+        Plane ca;
+        float within = 0.0f;
+        Plane nearness;
+        float error = 0.0f;   ///< of nearness
+        float nearest = 0.0f; ///< of the corners
+    };
+    /// @return false for slivers, of which little is known, and what the driver may cut
+    bool findLarge(std::uint32_t first, const Triangles& t, std::size_t i, Large& large) const
+    {
+        const float margin = m_margins.place;
+        const float ax = t.ax[i] - t.x[i];
+        const float ay = t.ay[i] - t.y[i];
+        const float bx = t.bx[i] - t.x[i];
+        const float by = t.by[i] - t.y[i];
+        const float cx = t.cx[i] - t.x[i];
+        const float cy = t.cy[i] - t.y[i];
+        const float az = m_nearness[m_corners[first]];
+        const float bz = m_nearness[m_corners[first + 1]];
+        const float cz = m_nearness[m_corners[first + 2]];
+        const float area = (ax - cx) * (by - cy) - (ay - cy) * (bx - cx);
+        const float reachOfAb = std::abs(bx - ax) + std::abs(by - ay);
+        const float reachOfBc = std::abs(cx - bx) + std::abs(cy - by);
+        const float reachOfCa = std::abs(ax - cx) + std::abs(ay - cy);
+        const float reach = reachOfAb + reachOfBc + reachOfCa;
+        const float farthest = least(az, bz, cz);
+        large.nearest = most(az, bz, cz);
+        // As for small ones. The driver's plane is off this one at the corners by what these may be off, upwards and
+        // along the plane, and nowhere more between them; on the margin around them, both rise over it once more.
+        const float room = std::abs(area) - margin * reach - 4.0f * m_sure;
+        const float rise = (large.nearest - farthest + 2.0f * m_margins.nearness) * reach / room;
+        large.error = m_margins.nearness + rise * (m_reach + 2.0f * margin + static_cast<float>(kPlaneError) * reach);
+        // Written so that NaN is none.
+        if (!(room > 0.0f) || !(large.nearest + large.error < 1.0f) || !(farthest > large.error)) {
+            return false;
+        }
+        const float sign = std::copysign(1.0f, area);
+        const auto side = [sign, margin](float x, float y, float toX, float toY, float reachOfSide) {
+            return Plane{sign * (x * toY - y * toX) + margin * reachOfSide + kLargeProductError,
+                         sign * (y - toY) * kPixel, sign * (toX - x) * kPixel};
+        };
+        large.ab = side(ax, ay, bx, by, reachOfAb);
+        large.bc = side(bx, by, cx, cy, reachOfBc);
+        large.ca = side(cx, cy, ax, ay, reachOfCa);
+        // The reach of all sides is twice that of the box, within which two corners are from a middle.
+        large.within = sign < m_leastSign ? std::numeric_limits<float>::infinity()
+                                          : 2.0f * margin * reach + 2.0f * kLargeProductError + 2.0f * margin * margin;
+        const float alongX = ((az - cz) * (by - cy) - (bz - cz) * (ay - cy)) / area;
+        const float alongY = ((bz - cz) * (ax - cx) - (az - cz) * (bx - cx)) / area;
+        large.nearness = {cz - alongX * cx - alongY * cy, alongX * kPixel, alongY * kPixel};
+        return true;
+    }
+    /// Looks at some middles of a row, and tells what they hide.
+    /// @return a bit for each that may be covered and seen
+    static std::uint32_t look(const Large& large, std::int32_t column, std::int32_t row, float* nearest)
+    {
+        const float inAb = large.ab.at(column, row);
+        const float inBc = large.bc.at(column, row);
+        const float inCa = large.ca.at(column, row);
+        const float nearness = large.nearness.at(column, row);
+        float known[kTileWidth];
+        std::copy_n(nearest, kTileWidth, known);
+        std::uint32_t bits[kTileWidth];
+        float surest[kTileWidth];
+        float isSure[kTileWidth];
+        for (std::int32_t i = 0; i < kTileWidth; ++i) {
+            const auto along = static_cast<float>(i);
+            const float inside = least(inAb + along * large.ab.toColumn, inBc + along * large.bc.toColumn,
+                                       inCa + along * large.ca.toColumn);
+            const float here = nearness + along * large.nearness.toColumn;
+            const std::uint32_t isCovered = inside >= 0.0f ? kBits[i] : 0;
+            const std::uint32_t isInFront = here + large.error < known[i] ? 0 : kBits[i];
+            bits[i] = isCovered & isInFront;
+            surest[i] = here - large.error;
+            isSure[i] = inside > large.within ? 1.0f : 0.0f;
+        }
+        // Apart from what it depends on: compilers do not take several at a time otherwise.
+        for (std::int32_t i = 0; i < kTileWidth; ++i) {
+            const float nearer = surest[i] * isSure[i];
+            known[i] = nearer > known[i] ? nearer : known[i];
+        }
+        std::copy_n(known, kTileWidth, nearest);
+        return std::accumulate(bits, bits + kTileWidth, std::uint32_t{0});
+    }
+    /// The same as for a small triangle, tile by tile, with a plane that tells how near it is at a middle.
+    void appendLarge(std::uint32_t first, const Triangles& t, std::size_t i)
+    {
+        Large large;
+        if (t.pixel[i] == kNoPixel || t.wide[i] >= kMostLarge || t.high[i] >= kMostLarge ||
+            !findLarge(first, t, i, large)) {
+            append(unhidden(first), true);
+            return;
+        }
+        for (std::int32_t row = 0; row <= t.high[i]; row += kTileHeight) {
+            for (std::int32_t column = 0; column <= t.wide[i]; column += kTileWidth) {
+                const std::uint32_t pixel = t.pixel[i] + static_cast<std::uint32_t>(row * m_width + column);
+                const std::int32_t numRows = std::min(kTileHeight, t.high[i] + 1 - row);
+                const std::int32_t numColumns = std::min(kTileWidth, t.wide[i] + 1 - column);
+                std::uint32_t seen = 0;
+                for (std::int32_t r = 0; r < numRows; ++r) {
+                    const std::uint32_t bits =
+                        look(large, column, row + r, m_nearest->at(pixel + static_cast<std::uint32_t>(r * m_width)));
+                    seen |= (bits & ((1u << numColumns) - 1)) << (kTileWidth * r);
+                }
+                const float nearness = large.nearness.at(column, row) +
+                                       std::max(large.nearness.toColumn * (kTileWidth - 1), 0.0f) +
+                                       std::max(large.nearness.toRow * (kTileHeight - 1), 0.0f);
+                append({first, pixel, std::min(large.nearest, nearness) + large.error, seen}, seen != 0);
+            }
         }
     }
 
@@ -545,6 +691,23 @@ std::size_t KrTriangleSieve::find(const View& view, Sights& sights, Vectors vect
     return vectors == Vectors::Avx2 ? lookWidely(view, margins, sights) : lookPlainly(view, margins, sights);
 }
 
+/// Whether nothing that is known hides it.
+bool KrTriangleSieve::isSeen(const Sight& sight, const KrNearestDepths& nearest)
+{
+    std::uint32_t row = sight.pixel;
+    for (std::uint32_t tile = sight.middles; tile != 0; tile >>= kTileWidth) {
+        std::uint32_t pixel = row;
+        for (std::uint32_t bits = tile & ((1u << kTileWidth) - 1); bits != 0; bits >>= 1) {
+            if ((bits & 1) != 0 && !(sight.nearness < nearest.nearness(pixel))) {
+                return true;
+            }
+            ++pixel;
+        }
+        row += nearest.width();
+    }
+    return false;
+}
+
 template <typename Index>
 std::size_t KrTriangleSieve::copy(const Index* indices, const Sight* begin, const Sight* end,
                                   const KrNearestDepths* nearest, Index* kept)
@@ -552,8 +715,7 @@ std::size_t KrTriangleSieve::copy(const Index* indices, const Sight* begin, cons
     Index* next = kept;
     const Sight* last = nullptr; // copied
     for (const Sight* sight = begin; sight != end; ++sight) {
-        if ((last == nullptr || sight->first != last->first) &&
-            (nearest == nullptr || !(sight->nearness < nearest->nearness(sight->pixel)))) {
+        if ((last == nullptr || sight->first != last->first) && (nearest == nullptr || isSeen(*sight, *nearest))) {
             last = sight;
             next = std::copy_n(indices + sight->first, 3, next);
         }

@@ -30,12 +30,13 @@ public:
         KrNearestDepths* nearest = nullptr; ///< of the picture, row by row; null where what is behind others may show
         double depthRounding = 0.0;         ///< how far the driver moves a depth at the most, of 0 to 1
     };
-    /// A triangle before the middle of a pixel that it may cover.
+    /// A triangle before the middles of pixels that it may cover.
     struct Sight
     {
-        std::uint32_t first; ///< of its corners, in the range of indices
-        std::uint32_t pixel;
-        float nearness; ///< no less than that of the triangle there
+        std::uint32_t first;   ///< of its corners, in the range of indices
+        std::uint32_t pixel;   ///< the first one of a tile of 8 columns and 4 rows
+        float nearness;        ///< no less than that of the triangle there
+        std::uint32_t middles; ///< of the tile, row by row, the first one in the last bit
     };
     /// What is found: no memory is asked for where there is enough from before.
     class Sights
@@ -103,6 +104,8 @@ public:
                             Index* kept);
 
 private:
+    static bool isSeen(const Sight& sight, const KrNearestDepths& nearest);
+
     static constexpr std::size_t kBlock = 8;
     /// Eight vertices, which the compiler takes side by side.
     struct Block
