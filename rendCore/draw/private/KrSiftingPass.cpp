@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <new>
+#include <numeric>
+#include <utility>
 
 namespace
 {
@@ -42,6 +44,7 @@ void KrSiftingPass::add(const KrTriangleSieve::View& view, const std::vector<KrT
         Task task;
         task.sieve = &sieve;
         task.view = m_views.size();
+        task.distance = sieve.distance(view);
         m_tasks.push_back(task);
         m_numTriangles += sieve.numTriangles();
     }
@@ -59,6 +62,12 @@ void KrSiftingPass::run()
         m_lanes[lane]->sights.truncate(0);
         m_lanes[lane]->nearest.begin(m_width, m_height);
     }
+    // The nearest first: most of what others hide is not kept at all then.
+    m_order.resize(m_tasks.size());
+    std::iota(m_order.begin(), m_order.end(), std::size_t{0});
+    std::sort(m_order.begin(), m_order.end(), [this](std::size_t a, std::size_t b) {
+        return std::make_pair(m_tasks[a].distance, a) < std::make_pair(m_tasks[b].distance, b);
+    });
     m_next = 0;
     if (numLanes == 1) {
         work(0, kMostKept);
@@ -80,7 +89,7 @@ void KrSiftingPass::work(std::size_t lane, std::size_t mostKept) noexcept
             if (next >= m_tasks.size()) {
                 return;
             }
-            Task& task = m_tasks[next];
+            Task& task = m_tasks[m_order[next]];
             view = m_views[task.view];
             task.lane = lane;
             look(task, view, *m_lanes[lane]);

@@ -54,6 +54,7 @@ private:
     {
         const KrTriangleSieve* sieve = nullptr;
         std::size_t view = 0;
+        double distance = 0.0; ///< from the eye, m
         bool isDone = false;
         bool isWhole = false;
         std::size_t lane = 0;
@@ -72,10 +73,11 @@ private:
 
     std::vector<KrTriangleSieve::View> m_views;
     std::vector<Task> m_tasks;
+    std::vector<std::size_t> m_order; ///< in which tasks are done
     std::size_t m_numTriangles = 0;
     std::uint32_t m_width = 0; ///< of the picture
     std::uint32_t m_height = 0;
     std::vector<std::unique_ptr<Lane>> m_lanes; ///< one at least
-    std::atomic<std::size_t> m_next{0};         ///< task
+    std::atomic<std::size_t> m_next{0};         ///< of the order
     std::uint64_t m_number = 0;
 };

@@ -573,6 +573,12 @@ KrTriangleSieve::KrTriangleSieve(const osg::Vec3* vertices, const Index* indices
     }
 }
 
+double KrTriangleSieve::distance(const View& view) const
+{
+    const double distance = -(m_center * view.modelView).z();
+    return std::isfinite(distance) ? distance : 0.0;
+}
+
 /// How far the vertices may be from where they are taken to be in the window.
 /// @return false where nothing is known
 bool KrTriangleSieve::findMargins(const View& view, Margins& margins) const

@@ -84,6 +84,9 @@ public:
 
     std::size_t numTriangles() const { return m_corners.size() / 3; }
 
+    /// How far away the middle of the triangles is, of an eye that looks along -z. m; 0 where nothing is known
+    double distance(const View& view) const;
+
     /// Finds the triangles that may show, and tells `view.nearest` of those that hide what is behind them.
     ///
     /// @param sights  in the order of the triangles, behind those that are there; one triangle may have several
