@@ -10,7 +10,7 @@
 #include <vector>
 
 /// Finds the triangles of a range of indices that cannot show in a picture: those that miss the middle of every pixel,
-/// backs where backs are left out, and small ones behind others.
+/// backs where backs are left out, and those behind others.
 ///
 /// For drivers that draw with the processor: to shade a triangle's vertices, and to set it up, takes them ten times as
 /// long as it takes to see that nothing comes of it, and of a robot from afar most triangles are smaller than a pixel.
