@@ -1,5 +1,6 @@
 #include <import/mesh/KrMeshNormals.h>
 
+#include <toolkit/foundation/private/KrAvx2.h>
 #include <toolkit/foundation/private/KrParallel.h>
 
 #include <algorithm>
@@ -29,24 +30,6 @@ constexpr std::size_t kPartsOfThread = 8;
 
 // Loops of this length become instructions for several triangles at once.
 constexpr std::size_t kBlock = 32;
-
-// Loops over several numbers are compiled a second time, with everything that they call, for processors with registers
-// twice as wide. These have no fused products without being told so, and nothing is added in another order: the results
-// are the same to the last bit.
-#if defined(__x86_64__) && defined(__GNUC__)
-#define KR_WIDE __attribute__((target("avx2"), flatten))
-bool isWide()
-{
-    static const bool isIt = __builtin_cpu_supports("avx2") != 0;
-    return isIt;
-}
-#else
-#define KR_WIDE
-constexpr bool isWide()
-{
-    return false;
-}
-#endif
 
 // Of directions around a vertex that are told apart without comparing each with each.
 constexpr std::size_t kMostGroups = 8;
@@ -154,7 +137,7 @@ void measure(const std::vector<KrVector>& vertices, const KrTriangle* triangles,
     }
 }
 
-KR_WIDE void measureWide(const std::vector<KrVector>& vertices, const KrTriangle* triangles, std::size_t count,
+KR_AVX2 void measureWide(const std::vector<KrVector>& vertices, const KrTriangle* triangles, std::size_t count,
                          Facet* facets)
 {
     measure(vertices, triangles, count, facets);
@@ -318,7 +301,7 @@ private:
     };
     void sortCorners();
     void findIn(std::size_t firstVertex, std::size_t endVertex, Part& part);
-    KR_WIDE void findInWide(std::size_t firstVertex, std::size_t endVertex, Part& part)
+    KR_AVX2 void findInWide(std::size_t firstVertex, std::size_t endVertex, Part& part)
     {
         findIn(firstVertex, endVertex, part);
     }
@@ -379,8 +362,8 @@ void Finder::prepare(std::size_t numThreads)
             return;
         }
         const Range& range = m_ranges[i - 1];
-        (isWide() ? measureWide : measure)(m_vertices, range.triangles, range.count,
-                                           m_facets.get() + range.firstNumber);
+        (KrAvx2::isThere() ? measureWide : measure)(m_vertices, range.triangles, range.count,
+                                                    m_facets.get() + range.firstNumber);
     });
 }
 
@@ -419,7 +402,7 @@ void Finder::find(std::size_t numThreads, std::vector<KrVector>& normals)
         KrParallel::forEach(count, numThreads, [&](std::size_t i) {
             const std::size_t begin = (first + i) * kPartVertices;
             const std::size_t end = std::min(begin + kPartVertices, m_vertices.size());
-            isWide() ? findInWide(begin, end, parts[i]) : findIn(begin, end, parts[i]);
+            KrAvx2::isThere() ? findInWide(begin, end, parts[i]) : findIn(begin, end, parts[i]);
         });
         for (std::size_t i = 0; i < count; ++i) {
             if (parts[i].problem) {

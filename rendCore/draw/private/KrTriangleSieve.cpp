@@ -1,5 +1,7 @@
 #include <rendCore/draw/private/KrTriangleSieve.h>
 
+#include <toolkit/foundation/private/KrAvx2.h>
+
 #include <osg/BoundingBox>
 
 #include <algorithm>
@@ -7,15 +9,6 @@
 #include <iterator>
 #include <limits>
 #include <numeric>
-
-// For one function with all that it calls (clang takes in what it calls itself only, and gains nothing). The rest stays
-// for every processor, the library's inline functions too, of which a linker takes one for the whole program. Without
-// instructions that multiply and add in one: they round less often, and what is found is the same with and without.
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
-#define KR_AVX2 __attribute__((target("avx2"), flatten))
-#else
-#define KR_AVX2
-#endif
 
 namespace
 {
@@ -680,12 +673,7 @@ KR_AVX2 std::size_t KrTriangleSieve::lookWidely(const View& view, const Margins&
 
 KrTriangleSieve::Vectors KrTriangleSieve::vectors()
 {
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
-    static const bool isWide = __builtin_cpu_supports("avx2") != 0;
-    return isWide ? Vectors::Avx2 : Vectors::Plain;
-#else
-    return Vectors::Plain;
-#endif
+    return KrAvx2::isThere() ? Vectors::Avx2 : Vectors::Plain;
 }
 
 std::size_t KrTriangleSieve::find(const View& view, Sights& sights, Vectors vectors) const
