@@ -3,6 +3,7 @@
 #include <import/cache/KrMeshCache.h>
 #include <import/cache/KrPreparedMesh.h>
 #include <toolkit/extent/private/KrIndexedMesh.h>
+#include <toolkit/image/KrImage.h>
 
 #include <fcntl.h>
 #include <signal.h>
@@ -27,8 +28,10 @@ protected:
     KrMeshCacheTest()
     {
         m_bundle.write("a.stl", binaryStl(box(1, 2, 3)));
-        m_bundle.write("b.obj", "mtllib b.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nvt 1 0\nvt 0 1\nusemtl paint\n"
-                                "f 1/1 2/2 3/3\n");
+        // Two groups, whose corners at one place have other texture coordinates.
+        m_bundle.write("b.obj",
+                       "mtllib b.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nvt 0 0\nvt 1 0\nvt 0 1\nusemtl paint\n"
+                       "f 1/1 2/2 3/3\nusemtl bare\nf 1/2 3/1 4/3\n");
         m_bundle.write("b.mtl", kRed);
         m_bundle.write("lost.obj", "mtllib lost.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
         m_bundle.write("bad.stl", "solid");
@@ -91,7 +94,7 @@ protected:
         return status == 0;
     }
 
-    static constexpr char kRed[] = "newmtl paint\nKd 1 0 0\nmap_Kd image.png\n";
+    static constexpr char kRed[] = "newmtl paint\nKd 1 0 0\nmap_Kd image.png\nnewmtl bare\nKd 0 1 0\n";
     Bundle m_bundle;
     std::string m_robot;
     KrImportOptions m_options;
@@ -121,6 +124,16 @@ TEST_F(KrMeshCacheTest, WhatIsKeptIsTheSameAsWhatIsRead)
     EXPECT_EQ(kept->vertices, made->vertices);
     EXPECT_EQ(kept->indices, made->indices);
     EXPECT_EQ(kept->isClosed, made->isClosed);
+
+    // An image comes: texture coordinates are kept, too, and all lists of a mesh are made of its form for drawing.
+    KrImage image;
+    image.allocate(3, 0, 1, 1);
+    ASSERT_TRUE(image.writeFile(m_bundle.path("image.png"), KrImage::TopRowFirst));
+    std::this_thread::sleep_for(std::chrono::milliseconds(80));
+    expectAsWithout();
+    age();
+    expectAsWithout();
+    EXPECT_EQ(numUsed(), 4u);
 }
 
 TEST_F(KrMeshCacheTest, AMeshOfOneFileIsFoundWhereverItLiesAndOtherFilesCount)
