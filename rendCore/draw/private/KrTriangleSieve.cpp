@@ -69,59 +69,12 @@ osg::Matrixd absolute(const osg::Matrixd& matrix)
 
 } // namespace
 
-/// Looks through the triangles of a sieve whose vertices have been found in the window. A batch of them takes one step
-/// after the other, without branches: a processor can hardly guess which triangles pass, and takes several at a time
-/// where the compiler sees that each is treated alike.
-template <bool kIsNearnessWanted>
-class KrTriangleSieve::Looking
+/// Some of a sieve's triangles, and what becomes of them step by step. It is kept with the sights: to clear it for
+/// each sieve would take a good part of the time that looking does.
+struct KrTriangleSieve::Batch
 {
-public:
-    /// @param sights  of which the vertices' places are there; what is found goes behind those that it has
-    Looking(const View& view, const Margins& margins, const std::vector<std::uint16_t>& corners, Sights& sights)
-        : m_margins(margins)
-        , m_least(view.areBacksLeftOut ? -3.0f * margins.place : -std::numeric_limits<float>::infinity())
-        , m_reach(margins.place + static_cast<float>(kPlaneError * (view.width + view.height)))
-        , m_sure(kProductError + 2.0f * margins.place * margins.place)
-        , m_nearest(view.nearest)
-        , m_width(static_cast<std::int32_t>(view.width))
-        , m_height(static_cast<std::int32_t>(view.height))
-        , m_leastSign(view.areBacksLeftOut ? 1.0f : -1.0f)
-        , m_corners(corners.data())
-        , m_x(sights.m_x.data())
-        , m_y(sights.m_y.data())
-        , m_nearness(sights.m_nearness.data())
-        , m_cells(sights.m_cells.data())
-    {
-    }
-    /// @return the number of triangles found
-    std::size_t run(std::size_t numTriangles, Sights& sights)
-    {
-        const std::uint32_t end = static_cast<std::uint32_t>(3 * numTriangles);
-        for (std::uint32_t next = 0; next != end;) {
-            next = findApart(next, end);
-            findBoxes();
-            findMiddles();
-            look();
-            if (sights.m_sights.size() < sights.m_size + kMostSights) {
-                sights.m_sights.resize(2 * sights.m_size + kMostSights);
-            }
-            m_end = sights.m_sights.data() + sights.m_size;
-            append();
-            sights.m_size = static_cast<std::size_t>(m_end - sights.m_sights.data());
-        }
-        return m_numTriangles;
-    }
-
-private:
-    static constexpr std::uint32_t kNoPixel = std::numeric_limits<std::uint32_t>::max();
-    /// In the place of a pixel's number.
-    static constexpr std::uint32_t kLarge = kNoPixel - 1;
-    static constexpr std::uint32_t kBits[kTileWidth] = {1, 2, 4, 8, 16, 32, 64, 128};
-    static constexpr std::size_t kBatch = 128;
-    static constexpr std::size_t kMostInBatch = kBatch * kMostMiddles * kMostMiddles;
-    /// Of a batch, and one more that is written but not added.
-    static constexpr std::size_t kMostSights =
-        kBatch * (kMostLarge / kTileWidth) * (kMostLarge / kTileHeight) + std::size_t{1};
+    static constexpr std::size_t kMost = 128;
+    static constexpr std::size_t kMostMiddlesOfAll = kMost * kMostMiddles * kMostMiddles;
 
     /// Eight triangles.
     struct Triangles
@@ -160,27 +113,93 @@ private:
         float surest[kBlock] = {}; ///< 0 where the triangle may not cover the middle, or be cut by the driver
     };
 
+    std::size_t count = 0;
+    std::uint32_t firsts[kMost] = {};
+    Triangles triangles[kMost / kBlock];
+    // Triangles before middles.
+    std::size_t numMiddles = 0;
+    std::uint32_t numbers[kMostMiddlesOfAll + 1] = {}; ///< in the batch
+    std::uint32_t pixels[kMostMiddlesOfAll + 1] = {};
+    std::uint32_t found[kMostMiddlesOfAll + 1] = {};
+    Middles middles[kMostMiddlesOfAll / kBlock + 1]; ///< the last one may be written where none is added
+};
+
+/// Looks through the triangles of a sieve whose vertices have been found in the window. A batch of them takes one step
+/// after the other, without branches: a processor can hardly guess which triangles pass, and takes several at a time
+/// where the compiler sees that each is treated alike.
+template <bool kIsNearnessWanted>
+class KrTriangleSieve::Looking
+{
+public:
+    /// @param sights  of which the vertices' places are there; what is found goes behind those that it has
+    Looking(const View& view, const Margins& margins, const std::vector<std::uint16_t>& corners, Sights& sights)
+        : m_margins(margins)
+        , m_least(view.areBacksLeftOut ? -3.0f * margins.place : -std::numeric_limits<float>::infinity())
+        , m_reach(margins.place + static_cast<float>(kPlaneError * (view.width + view.height)))
+        , m_sure(kProductError + 2.0f * margins.place * margins.place)
+        , m_nearest(view.nearest)
+        , m_width(static_cast<std::int32_t>(view.width))
+        , m_height(static_cast<std::int32_t>(view.height))
+        , m_leastSign(view.areBacksLeftOut ? 1.0f : -1.0f)
+        , m_corners(corners.data())
+        , m_x(sights.m_x.data())
+        , m_y(sights.m_y.data())
+        , m_nearness(sights.m_nearness.data())
+        , m_cells(sights.m_cells.data())
+        , m_batch(*sights.m_batch)
+    {
+    }
+    /// @return the number of triangles found
+    std::size_t run(std::size_t numTriangles, Sights& sights)
+    {
+        const std::uint32_t end = static_cast<std::uint32_t>(3 * numTriangles);
+        for (std::uint32_t next = 0; next != end;) {
+            next = findApart(next, end);
+            findBoxes();
+            findMiddles();
+            look();
+            if (sights.m_sights.size() < sights.m_size + kMostSights) {
+                sights.m_sights.resize(2 * sights.m_size + kMostSights);
+            }
+            m_end = sights.m_sights.data() + sights.m_size;
+            append();
+            sights.m_size = static_cast<std::size_t>(m_end - sights.m_sights.data());
+        }
+        return m_numTriangles;
+    }
+
+private:
+    using Triangles = Batch::Triangles;
+    using Middles = Batch::Middles;
+    static constexpr std::uint32_t kNoPixel = std::numeric_limits<std::uint32_t>::max();
+    /// In the place of a pixel's number.
+    static constexpr std::uint32_t kLarge = kNoPixel - 1;
+    static constexpr std::uint32_t kBits[kTileWidth] = {1, 2, 4, 8, 16, 32, 64, 128};
+    /// Of a batch, and one more that is written but not added.
+    static constexpr std::size_t kMostSights =
+        Batch::kMost * (kMostLarge / kTileWidth) * (kMostLarge / kTileHeight) + std::size_t{1};
+
     /// Fills a batch with triangles whose corners are not all between the middles of the same two columns or rows.
     /// @return where the next batch begins
     std::uint32_t findApart(std::uint32_t next, std::uint32_t end)
     {
         std::size_t count = 0;
-        for (; next != end && count < kBatch; next += 3) {
+        for (; next != end && count < Batch::kMost; next += 3) {
             const std::uint32_t cell = m_cells[m_corners[next]];
             const std::uint32_t apart =
                 (cell ^ m_cells[m_corners[next + 1]]) | (cell ^ m_cells[m_corners[next + 2]]) | (cell & kEither);
-            m_firsts[count] = next;
+            m_batch.firsts[count] = next;
             count += apart > 0xffff && (apart & 0xffff) != 0 ? 1 : 0;
         }
-        m_count = count;
+        m_batch.count = count;
         return next;
     }
     /// Finds between which middles the triangles of the batch are, and which of them are backs.
     void findBoxes()
     {
-        for (std::size_t i = 0; i < m_count; ++i) {
-            const std::uint16_t* const corners = m_corners + m_firsts[i];
-            Triangles& to = m_triangles[i / kBlock];
+        for (std::size_t i = 0; i < m_batch.count; ++i) {
+            const std::uint16_t* const corners = m_corners + m_batch.firsts[i];
+            Triangles& to = m_batch.triangles[i / kBlock];
             to.ax[i % kBlock] = m_x[corners[0]];
             to.ay[i % kBlock] = m_y[corners[0]];
             to.bx[i % kBlock] = m_x[corners[1]];
@@ -188,8 +207,8 @@ private:
             to.cx[i % kBlock] = m_x[corners[2]];
             to.cy[i % kBlock] = m_y[corners[2]];
         }
-        for (std::size_t i = 0; i < m_count; i += kBlock) {
-            findBoxes(m_triangles[i / kBlock]);
+        for (std::size_t i = 0; i < m_batch.count; i += kBlock) {
+            findBoxes(m_batch.triangles[i / kBlock]);
         }
     }
     void findBoxes(Triangles& t) const
@@ -230,14 +249,14 @@ private:
     {
         std::size_t count = 0;
         const auto add = [this, &count](std::size_t i, float x, float y, std::uint32_t pixel, bool isAdded) {
-            m_numbers[count] = static_cast<std::uint32_t>(i);
-            m_pixels[count] = pixel;
-            m_middles[count / kBlock].x[count % kBlock] = x;
-            m_middles[count / kBlock].y[count % kBlock] = y;
+            m_batch.numbers[count] = static_cast<std::uint32_t>(i);
+            m_batch.pixels[count] = pixel;
+            m_batch.middles[count / kBlock].x[count % kBlock] = x;
+            m_batch.middles[count / kBlock].y[count % kBlock] = y;
             count += isAdded ? 1 : 0;
         };
-        for (std::size_t i = 0; i < m_count; ++i) {
-            const Triangles& t = m_triangles[i / kBlock];
+        for (std::size_t i = 0; i < m_batch.count; ++i) {
+            const Triangles& t = m_batch.triangles[i / kBlock];
             const std::size_t k = i % kBlock;
             const bool isShown = t.isBack[k] == 0;
             const float x = t.x[k];
@@ -259,17 +278,17 @@ private:
                     isWide && isHigh);
             }
         }
-        m_numMiddles = count;
+        m_batch.numMiddles = count;
     }
     /// Looks whether the middles may be in the triangles, whose corners may be off by the margin. What these span then
     /// is the triangle with a square of that size around each of its points: within the square's reach of each side,
     /// and of the box. Finds how near the triangles are there, at the most and at the least.
     void look()
     {
-        for (std::size_t k = 0; k < m_numMiddles; ++k) {
-            const std::size_t i = m_numbers[k] % kBlock;
-            const Triangles& from = m_triangles[m_numbers[k] / kBlock];
-            Middles& to = m_middles[k / kBlock];
+        for (std::size_t k = 0; k < m_batch.numMiddles; ++k) {
+            const std::size_t i = m_batch.numbers[k] % kBlock;
+            const Triangles& from = m_batch.triangles[m_batch.numbers[k] / kBlock];
+            Middles& to = m_batch.middles[k / kBlock];
             to.ax[k % kBlock] = from.ax[i];
             to.ay[k % kBlock] = from.ay[i];
             to.bx[k % kBlock] = from.bx[i];
@@ -277,14 +296,14 @@ private:
             to.cx[k % kBlock] = from.cx[i];
             to.cy[k % kBlock] = from.cy[i];
             if (kIsNearnessWanted) {
-                const std::uint16_t* const corners = m_corners + m_firsts[m_numbers[k]];
+                const std::uint16_t* const corners = m_corners + m_batch.firsts[m_batch.numbers[k]];
                 to.az[k % kBlock] = m_nearness[corners[0]];
                 to.bz[k % kBlock] = m_nearness[corners[1]];
                 to.cz[k % kBlock] = m_nearness[corners[2]];
             }
         }
-        for (std::size_t k = 0; k < m_numMiddles; k += kBlock) {
-            look(m_middles[k / kBlock]);
+        for (std::size_t k = 0; k < m_batch.numMiddles; k += kBlock) {
+            look(m_batch.middles[k / kBlock]);
         }
     }
     void look(Middles& m) const
@@ -342,24 +361,24 @@ private:
     void append()
     {
         std::size_t count = 0;
-        for (std::size_t k = 0; k < m_numMiddles; ++k) {
-            m_found[count] = static_cast<std::uint32_t>(k);
-            const bool isInside = m_middles[k / kBlock].inside[k % kBlock] >= -kProductError;
-            count += static_cast<std::size_t>(isInside | (m_pixels[k] == kLarge));
+        for (std::size_t k = 0; k < m_batch.numMiddles; ++k) {
+            m_batch.found[count] = static_cast<std::uint32_t>(k);
+            const bool isInside = m_batch.middles[k / kBlock].inside[k % kBlock] >= -kProductError;
+            count += static_cast<std::size_t>(isInside | (m_batch.pixels[k] == kLarge));
         }
         for (std::size_t i = 0; i < count; ++i) {
-            const std::size_t k = m_found[i];
-            const std::uint32_t first = m_firsts[m_numbers[k]];
-            if (!kIsNearnessWanted || m_pixels[k] == kNoPixel) {
+            const std::size_t k = m_batch.found[i];
+            const std::uint32_t first = m_batch.firsts[m_batch.numbers[k]];
+            if (!kIsNearnessWanted || m_batch.pixels[k] == kNoPixel) {
                 append(unhidden(first), true);
-            } else if (m_pixels[k] == kLarge) {
-                appendLarge(first, m_triangles[m_numbers[k] / kBlock], m_numbers[k] % kBlock);
+            } else if (m_batch.pixels[k] == kLarge) {
+                appendLarge(first, m_batch.triangles[m_batch.numbers[k] / kBlock], m_batch.numbers[k] % kBlock);
             } else {
-                const float nearness = m_middles[k / kBlock].most[k % kBlock];
-                const float known = m_nearest->nearness(m_pixels[k]);
+                const float nearness = m_batch.middles[k / kBlock].most[k % kBlock];
+                const float known = m_nearest->nearness(m_batch.pixels[k]);
                 // Written so that NaN shows.
-                append({first, m_pixels[k], nearness, 1}, !(nearness < known));
-                m_nearest->add(m_pixels[k], m_middles[k / kBlock].surest[k % kBlock]);
+                append({first, m_batch.pixels[k], nearness, 1}, !(nearness < known));
+                m_nearest->add(m_batch.pixels[k], m_batch.middles[k / kBlock].surest[k % kBlock]);
             }
         }
     }
@@ -514,20 +533,10 @@ private:
     const float* m_y;
     const float* m_nearness;
     const std::uint32_t* m_cells;
+    Batch& m_batch;
     Sight* m_end = nullptr;
     std::uint32_t m_last = kNoPixel; ///< appended
     std::size_t m_numTriangles = 0;
-
-    // The batch: triangles,
-    std::size_t m_count = 0;
-    std::uint32_t m_firsts[kBatch] = {};
-    Triangles m_triangles[kBatch / kBlock];
-    // and triangles before middles.
-    std::size_t m_numMiddles = 0;
-    std::uint32_t m_numbers[kMostInBatch + 1] = {}; ///< in the batch
-    std::uint32_t m_pixels[kMostInBatch + 1] = {};
-    std::uint32_t m_found[kMostInBatch + 1] = {};
-    Middles m_middles[kMostInBatch / kBlock + 1]; ///< the last one may be written where none is added
 };
 
 template <typename Index>
@@ -681,6 +690,9 @@ std::size_t KrTriangleSieve::find(const View& view, Sights& sights, Vectors vect
     Margins margins;
     if (!findMargins(view, margins)) {
         return numTriangles();
+    }
+    if (!sights.m_batch) {
+        sights.m_batch = std::make_shared<Batch>();
     }
     return vectors == Vectors::Avx2 ? lookWidely(view, margins, sights) : lookPlainly(view, margins, sights);
 }

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 /// Finds the triangles of a range of indices that cannot show in a picture: those that miss the middle of every pixel,
@@ -30,6 +31,7 @@ public:
         KrNearestDepths* nearest = nullptr; ///< of the picture, row by row; null where what is behind others may show
         double depthRounding = 0.0;         ///< how far the driver moves a depth at the most, of 0 to 1
     };
+    struct Batch;
     /// A triangle before the middles of pixels that it may cover.
     struct Sight
     {
@@ -59,6 +61,7 @@ public:
         /// The columns (upper half) and rows of pixels between whose middles they lie: the last bit of a half is set
         /// where they may as well be in the next one.
         std::vector<std::uint32_t> m_cells;
+        std::shared_ptr<Batch> m_batch; ///< null before it is needed; what it is, nobody else needs to know
     };
 
     /// The instructions that triangles are looked through with. What is found is the same, to the bit.
